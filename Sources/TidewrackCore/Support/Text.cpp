@@ -1,0 +1,111 @@
+#include "Support/Text.hpp"
+
+#include <utf8proc.h>
+
+namespace tidewrack {
+
+namespace {
+
+struct CodePoint {
+    utf8proc_int32_t value = -1; // negative: not UTF-8
+    std::size_t length = 1;
+};
+
+CodePoint codePointAt(std::string_view text, std::size_t at) {
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data()) + at;
+    CodePoint point;
+    const auto length = utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size() - at), &point.value);
+    if (length <= 0) return {};
+    point.length = static_cast<std::size_t>(length);
+    return point;
+}
+
+// Two neighbouring bytes of plain ASCII always part two characters, but for CR LF.
+bool plainAscii(std::string_view text, std::size_t at) {
+    return at < text.size() && static_cast<unsigned char>(text[at]) < 0x80;
+}
+
+std::string mapped(std::string_view text, utf8proc_int32_t (*map)(utf8proc_int32_t)) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const CodePoint point = codePointAt(text, at);
+        utf8proc_uint8_t encoded[4];
+        const auto length = utf8proc_encode_char(map(point.value < 0 ? 0xFFFD : point.value), encoded);
+        result.append(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(length));
+        at += point.length;
+    }
+    return result;
+}
+
+} // namespace
+
+bool isUtf8(std::string_view bytes) {
+    for (std::size_t at = 0; at < bytes.size();) {
+        if (plainAscii(bytes, at)) {
+            ++at;
+            continue;
+        }
+        const CodePoint point = codePointAt(bytes, at);
+        if (point.value < 0) return false;
+        at += point.length;
+    }
+    return true;
+}
+
+std::string repairedUtf8(std::string_view bytes) {
+    if (isUtf8(bytes)) return std::string(bytes);
+    return mapped(bytes, [](utf8proc_int32_t point) { return point; });
+}
+
+std::size_t characterLength(std::string_view text) {
+    if (text.empty()) return 0;
+    if (plainAscii(text, 0) && (text.size() == 1 || plainAscii(text, 1)))
+        return text[0] == '\r' && text.size() > 1 && text[1] == '\n' ? 2 : 1;
+    CodePoint previous = codePointAt(text, 0);
+    std::size_t length = previous.length;
+    if (previous.value < 0) return length;
+    utf8proc_int32_t state = 0;
+    while (length < text.size()) {
+        const CodePoint next = codePointAt(text, length);
+        if (next.value < 0 || utf8proc_grapheme_break_stateful(previous.value, next.value, &state)) break;
+        length += next.length;
+        previous = next;
+    }
+    return length;
+}
+
+std::size_t characterCount(std::string_view text) {
+    std::size_t count = 0;
+    for (; !text.empty(); ++count) text.remove_prefix(characterLength(text));
+    return count;
+}
+
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+    std::size_t length = 0;
+    for (; count > 0 && length < text.size(); --count) length += characterLength(text.substr(length));
+    return text.substr(0, length);
+}
+
+bool isLetterOrNumber(std::string_view character) {
+    if (character.empty()) return false;
+    const CodePoint point = codePointAt(character, 0);
+    if (point.value < 0) return false;
+    switch (utf8proc_category(point.value)) {
+    case UTF8PROC_CATEGORY_LU:
+    case UTF8PROC_CATEGORY_LL:
+    case UTF8PROC_CATEGORY_LT:
+    case UTF8PROC_CATEGORY_LM:
+    case UTF8PROC_CATEGORY_LO:
+    case UTF8PROC_CATEGORY_ND:
+    case UTF8PROC_CATEGORY_NL:
+    case UTF8PROC_CATEGORY_NO: return true;
+    default: return false;
+    }
+}
+
+std::string lowercased(std::string_view text) {
+    return mapped(text, utf8proc_tolower);
+}
+
+} // namespace tidewrack

@@ -1,0 +1,35 @@
+#pragma once
+// Text as people see it: UTF-8, user-perceived characters, letters and numbers, lower case.
+// Paths are byte strings; only text that is shown or put into JSON passes through here.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tidewrack {
+
+// True when `bytes` is well-formed UTF-8.
+[[nodiscard]] bool isUtf8(std::string_view bytes);
+
+// `bytes` with every invalid sequence replaced by U+FFFD; well-formed text comes back unchanged.
+[[nodiscard]] std::string repairedUtf8(std::string_view bytes);
+
+// The length in bytes (1 or more) of the user-perceived character (extended grapheme cluster, UAX #29)
+// that `text` begins with; 0 when `text` is empty. Bytes that are not UTF-8 count one character each.
+// A CR LF pair is one character.
+[[nodiscard]] std::size_t characterLength(std::string_view text);
+
+// The number of user-perceived characters.
+[[nodiscard]] std::size_t characterCount(std::string_view text);
+
+// The longest prefix of at most `count` user-perceived characters.
+[[nodiscard]] std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+// True when the user-perceived character is a letter or a number (Unicode categories L and N, judged by
+// its first code point).
+[[nodiscard]] bool isLetterOrNumber(std::string_view character);
+
+// Lower case by code point, for the whole of Unicode.
+[[nodiscard]] std::string lowercased(std::string_view text);
+
+} // namespace tidewrack

@@ -1,0 +1,38 @@
+# The one place that names the libraries.
+#   nlohmann-json  records, hook events and replies, agents' configuration files
+#   libcrypto      one SHA-256 per project id; linked statically, so that it costs no start-up time
+#   lzfse          manifests; loaded at the first manifest, because most hooks read none
+#   utf8proc       user-perceived characters, letters and numbers, lower case
+#   GoogleTest, Google Benchmark: tests and micro benchmarks only
+find_package(Threads REQUIRED)
+find_package(nlohmann_json 3.10 REQUIRED)
+
+add_library(tidewrack_dependencies INTERFACE)
+target_link_libraries(tidewrack_dependencies INTERFACE Threads::Threads nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
+
+find_path(LZFSE_INCLUDE_DIR lzfse.h REQUIRED)
+target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${LZFSE_INCLUDE_DIR})
+if(APPLE)
+  find_library(LZFSE_LIBRARY lzfse REQUIRED)
+  target_link_libraries(tidewrack_dependencies INTERFACE ${LZFSE_LIBRARY})
+endif()
+
+find_path(UTF8PROC_INCLUDE_DIR utf8proc.h REQUIRED)
+find_library(UTF8PROC_LIBRARY NAMES libutf8proc.a utf8proc REQUIRED)
+target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${UTF8PROC_INCLUDE_DIR})
+target_compile_definitions(tidewrack_dependencies INTERFACE UTF8PROC_STATIC)
+target_link_libraries(tidewrack_dependencies INTERFACE ${UTF8PROC_LIBRARY})
+
+if(NOT APPLE)
+  find_path(CRYPTO_INCLUDE_DIR openssl/sha.h REQUIRED)
+  find_library(CRYPTO_LIBRARY NAMES libcrypto.a crypto REQUIRED)
+  target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${CRYPTO_INCLUDE_DIR})
+  target_link_libraries(tidewrack_dependencies INTERFACE ${CRYPTO_LIBRARY})
+endif()
+
+if(TIDEWRACK_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(TIDEWRACK_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()
