@@ -1,0 +1,53 @@
+#include "Changes/Changes.hpp"
+
+#include <algorithm>
+
+namespace tidewrack {
+
+bool differs(const Entry& older, const Entry& newer) {
+    if (older.kind == EntryKind::dir && newer.kind == EntryKind::dir) return false;
+    return older.kind != newer.kind || older.mode != newer.mode || older.blob != newer.blob;
+}
+
+std::vector<std::string> Changes::all() const {
+    std::vector<std::string> result;
+    result.reserve(added.size() + modified.size() + deleted.size());
+    for (const auto* list : {&added, &modified, &deleted}) result.insert(result.end(), list->begin(), list->end());
+    std::sort(result.begin(), result.end());
+    return result;
+}
+
+Changes::Counts Changes::fileCounts() const {
+    const auto files = [this](const std::vector<std::string>& paths) {
+        return std::count_if(paths.begin(), paths.end(), [this](const auto& path) { return !folders.contains(path); });
+    };
+    return {files(added), files(modified), files(deleted)};
+}
+
+Changes Changes::between(const Manifest& older, const Manifest& newer) {
+    Changes changes;
+    const auto record = [&](std::vector<std::string>& list, const Manifest::Item& item) {
+        list.emplace_back(item.path);
+        if (item.entry.kind == EntryKind::dir) changes.folders.emplace_hint(changes.folders.end(), item.path);
+    };
+    // Both listings are sorted by path, so one pass side by side meets every pair.
+    auto o = older.items().begin();
+    auto n = newer.items().begin();
+    while (o != older.items().end() || n != newer.items().end()) {
+        const int order = o == older.items().end()   ? 1
+                          : n == newer.items().end() ? -1
+                                                     : o->path.compare(n->path);
+        if (order < 0) {
+            record(changes.deleted, *o++);
+        } else if (order > 0) {
+            record(changes.added, *n++);
+        } else {
+            if (differs(o->entry, n->entry)) changes.modified.emplace_back(n->path);
+            ++o;
+            ++n;
+        }
+    }
+    return changes;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,38 @@
+#include "Engine/CloneAll.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <thread>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t jobsForThreads = 64;
+
+} // namespace
+
+std::vector<int> cloneAll(std::size_t jobs, std::size_t threads, int root,
+                          const std::function<int(std::size_t, CloneWorker&)>& clone) {
+    std::vector<int> results(jobs, 0);
+    const std::size_t workers = jobs >= jobsForThreads ? threads : 1;
+    const std::size_t slice = (jobs + workers - 1) / workers;
+    const auto run = [&](std::size_t i) {
+        CloneWorker worker{FolderBelow(root), {}};
+        for (std::size_t job = i * slice; job < std::min((i + 1) * slice, jobs); ++job) {
+            try {
+                results[job] = clone(job, worker);
+            } catch (const std::bad_alloc&) {
+                results[job] = ENOMEM;
+            }
+        }
+    };
+    std::vector<std::thread> pool;
+    for (std::size_t i = 1; i < workers; ++i) pool.emplace_back(run, i);
+    run(0);
+    for (std::thread& thread : pool) thread.join();
+    return results;
+}
+
+} // namespace tidewrack

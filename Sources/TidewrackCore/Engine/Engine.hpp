@@ -1,0 +1,124 @@
+#pragma once
+// The operations on a tracked project's history.
+//
+// Operations that change it take the project's lock for their whole duration; those named "...Locked" are given it.
+// Work on one path never stops the others: it ends in a warning line. Everything else throws TidewrackError.
+
+#include "Changes/Changes.hpp"
+#include "Store/Store.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+struct SnapshotRequest {
+    std::string kind;
+    std::optional<std::string> label;
+    std::optional<std::string> agent;
+    std::optional<std::string> session;
+    std::optional<std::string> turn;
+};
+
+struct SnapshotResult {
+    SnapshotMeta meta;
+    Changes changes; // since the previous snapshot
+    std::vector<std::string> warnings;
+};
+
+struct PruneResult {
+    std::vector<std::int64_t> removedSnapshots; // or those that would be removed, in a dry run
+    std::int64_t removedBlobs = 0;              // kept contents deleted, or that would be
+};
+
+struct RestoreResult {
+    SnapshotMeta safety; // taken before anything was changed
+    std::vector<std::string> restored; // project-relative, sorted
+    std::vector<std::string> removed;
+    std::set<std::string, std::less<>> folders; // the folders among both
+    std::vector<std::string> warnings;          // one line per path left alone, with the reason
+    bool nothingInScope = false;                // an undo of a turn that changed nothing
+};
+
+// Where a long operation stands, for a progress line; may be called from several threads.
+using Progress = std::function<void(const char* what, std::size_t count)>;
+
+// A snapshot with what the restore that asked for it goes on with.
+struct TakenSnapshot {
+    SnapshotResult result;
+    Manifest manifest;
+    std::vector<std::string> leftovers; // temporaries of interrupted restores, relative paths
+};
+
+class Engine {
+  public:
+    explicit Engine(Store owner) : store(std::move(owner)) {}
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    const Store store;
+    Progress progress; // may be empty
+
+    // --- Snapshots ---
+    // Also prunes when the latest automatic prune is more than an hour old.
+    SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
+    enum class FolderModes { ignored, recorded }; // whether folders' modes alone are worth a manifest of their own
+    TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
+                                 FolderModes folderModes = FolderModes::ignored) const;
+    // The roots of other tracked projects inside this one, relative to its root.
+    [[nodiscard]] std::set<std::string, std::less<>> nestedRoots(const Project& project) const;
+    // Where the content of a file as of a snapshot is kept; `path` is absolute or relative to the root. None for
+    // folders, links and paths that the snapshot lacks. The file may be missing: then the content was not kept.
+    [[nodiscard]] std::optional<std::string> contentPath(const Project& project, std::int64_t seq,
+                                                         const std::string& path) const;
+    static void checkRoot(const Project& project);
+    [[nodiscard]] static std::string clean(std::string_view path);
+    // A user's path as a project-relative one. Throws refused "<path> is outside <root>."
+    [[nodiscard]] static std::string relative(const Project& project, const std::string& path);
+
+    // --- Retention ---
+    PruneResult prune(const Project& project, Date now, bool dryRun) const;
+    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, bool dryRun) const;
+    void setPinned(const Project& project, std::int64_t seq, bool pinned) const;
+
+    // --- Restore and undo ---
+    // `paths`: absolute or relative; none: the whole project.
+    RestoreResult restore(const Project& project, std::int64_t to, const std::optional<std::vector<std::string>>& paths,
+                          bool removeNew) const;
+    // Takes back what changed between snapshot `turn` and the one that follows it.
+    RestoreResult undo(const Project& project, std::int64_t turn) const;
+    RestoreResult undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
+                       const std::optional<std::string>& label) const;
+
+    // --- Differences ---
+    // `to` absent: the folder as it is now.
+    [[nodiscard]] Changes diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
+    [[nodiscard]] std::vector<FileChange> fileChanges(const Project& project, std::int64_t from,
+                                                      std::optional<std::int64_t> to) const;
+    // Both sides' entries for callers that show contents; blobs of the second side may begin with "live:".
+    struct Sides {
+        Manifest older;
+        Manifest newer;
+    };
+    [[nodiscard]] Sides sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
+
+  private:
+    using Scope = std::function<bool(std::string_view)>;
+
+    void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
+    RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
+                        const TakenSnapshot& safety, bool removeNew) const;
+    [[nodiscard]] std::int64_t nextSeq(const Project& project, const std::vector<std::int64_t>& seqs) const;
+    friend class RestoreRun;
+    void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
+                            const Manifest& after, Date started, std::int64_t durationMs) const;
+    enum class Unknown { question, livePath }; // what stands for a content that no snapshot holds
+    [[nodiscard]] Manifest manifestNow(const Project& project, const Manifest& older, Unknown unknown) const;
+};
+
+} // namespace tidewrack

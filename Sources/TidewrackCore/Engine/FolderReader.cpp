@@ -1,0 +1,89 @@
+#include "Engine/FolderReader.hpp"
+
+#include <dirent.h>
+
+#include <cstring>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t foldersBeforeHelp = 32; // a thread costs as much as reading a few dozen folders
+constexpr std::size_t mostReady = 256;        // bounds the memory that reading ahead takes
+
+} // namespace
+
+FolderReader::~FolderReader() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    if (helper_.joinable()) helper_.join();
+}
+
+void FolderReader::put(std::string path) {
+    const std::lock_guard lock(mutex_);
+    unread_.push_back(std::move(path));
+    if (helper_.joinable()) changed_.notify_one();
+}
+
+std::unique_ptr<FolderListing> FolderReader::take() {
+    std::string path;
+    {
+        std::unique_lock lock(mutex_);
+        if (++handedOut_ == foldersBeforeHelp) helper_ = std::thread([this] { readAhead(); });
+        changed_.wait(lock, [this] { return !ready_.empty() || !unread_.empty() || !helperReads_; });
+        if (!ready_.empty()) {
+            auto listing = std::move(ready_.front());
+            ready_.pop_front();
+            if (ready_.size() + 1 == mostReady) changed_.notify_one();
+            return listing;
+        }
+        if (unread_.empty()) return nullptr;
+        path = std::move(unread_.back());
+        unread_.pop_back();
+    }
+    return read(std::move(path));
+}
+
+void FolderReader::readAhead() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+        changed_.wait(lock, [this] { return stopping_ || (!unread_.empty() && ready_.size() < mostReady); });
+        if (stopping_) return;
+        std::string path = std::move(unread_.back());
+        unread_.pop_back();
+        helperReads_ = true;
+        lock.unlock();
+        auto listing = read(std::move(path));
+        lock.lock();
+        helperReads_ = false;
+        ready_.push_back(std::move(listing));
+        changed_.notify_one();
+    }
+}
+
+std::unique_ptr<FolderListing> FolderReader::read(std::string path) const {
+    auto listing = std::make_unique<FolderListing>();
+    listing->path = std::move(path);
+    Descriptor folder;
+    if (openFolderBelow(root_, listing->path, folder) != 0) return listing;
+    DIR* stream = ::fdopendir(folder.get());
+    if (stream == nullptr) return listing;
+    const int fd = folder.release(); // now the stream's
+    while (const dirent* item = ::readdir(stream)) {
+        const char* name = item->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
+        FolderListing::Child child{};
+        if (attributesAt(fd, name, child.attributes) != 0 || child.attributes.kind == Attributes::Kind::other) continue;
+        child.nameOffset = static_cast<std::uint32_t>(listing->names.size());
+        child.nameLength = static_cast<std::uint32_t>(std::strlen(name));
+        listing->names += name;
+        listing->children.push_back(child);
+    }
+    ::closedir(stream);
+    return listing;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,115 @@
+#include "Engine/GitIgnore.hpp"
+
+#include "Platform/Platform.hpp"
+#include "Support/Files.hpp"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+
+extern char** environ;
+
+namespace tidewrack {
+
+namespace {
+
+constexpr const char* gitPath = "/usr/bin/git";
+
+// A pipe whose ends no child inherits unless it is told to.
+bool makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
+    int ends[2];
+    if (::pipe(ends) != 0) return false;
+    readEnd = Descriptor(ends[0]);
+    writeEnd = Descriptor(ends[1]);
+    return ::fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 && ::fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0;
+}
+
+} // namespace
+
+bool GitIgnore::insideRepo(const std::string& path) {
+    std::string folder = path;
+    while (!folder.empty()) {
+        if (::access((folder + "/.git").c_str(), F_OK) == 0) return true;
+        if (folder == "/") return false;
+        const auto slash = folder.rfind('/');
+        if (slash == std::string::npos) return false;
+        folder.resize(slash == 0 ? 1 : slash);
+    }
+    return false;
+}
+
+std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root) {
+    if (!insideRepo(root) || ::access(gitPath, X_OK) != 0) return nullptr;
+    return std::make_unique<GitIgnore>(root);
+}
+
+GitIgnore::~GitIgnore() {
+    input_.reset(); // git ends at the end of its input
+    output_.reset();
+    if (!launched_) return;
+    int status = 0;
+    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {}
+}
+
+void GitIgnore::launch() {
+    dead_ = true;
+    Descriptor childInput;
+    Descriptor childOutput;
+    if (!makePipe(childInput, input_) || !makePipe(output_, childOutput)) return;
+    std::array<const char*, 9> arguments = {gitPath, "-C", root_.c_str(), "check-ignore", "--stdin", "-z",
+                                            "--verbose", "--non-matching", nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, childInput.get(), STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, childOutput.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    const int error = ::posix_spawn(&process_, gitPath, &actions, nullptr,
+                                    const_cast<char* const*>(arguments.data()), environ); // NOLINT: spawn's signature
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) return;
+    disableSigpipe(input_.get());
+    launched_ = true;
+    dead_ = false;
+}
+
+bool GitIgnore::isIgnored(std::string_view path) {
+    if (!launched_ && !dead_) launch();
+    if (dead_ || path.find('\0') != std::string_view::npos) return false;
+    std::string question(path);
+    question += '\0';
+    if (writeAll(input_.get(), question) != 0) {
+        dead_ = true;
+        return false;
+    }
+    std::array<std::string, 4> fields; // source, line number, pattern, path
+    for (std::string& field : fields) {
+        auto text = readField();
+        if (!text) {
+            dead_ = true;
+            return false;
+        }
+        field = std::move(*text);
+    }
+    return !fields[0].empty() && !fields[2].starts_with('!');
+}
+
+std::optional<std::string> GitIgnore::readField() {
+    while (true) {
+        const auto end = buffer_.find('\0');
+        if (end != std::string::npos) {
+            std::string field = buffer_.substr(0, end);
+            buffer_.erase(0, end + 1);
+            return field;
+        }
+        std::array<char, 4096> bytes;
+        const ssize_t count = ::read(output_.get(), bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return std::nullopt;
+        buffer_.append(bytes.data(), static_cast<std::size_t>(count));
+    }
+}
+
+} // namespace tidewrack

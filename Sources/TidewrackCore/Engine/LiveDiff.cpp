@@ -1,0 +1,83 @@
+// Differences between two snapshots, or between a snapshot and the folder as it is now. No file is opened: in a
+// comparison to now a file is unchanged exactly when every attribute is the snapshot's.
+
+#include "Engine/Engine.hpp"
+#include "Engine/Walker.hpp"
+#include "Support/Paths.hpp"
+
+#include <algorithm>
+
+namespace tidewrack {
+
+Manifest Engine::manifestNow(const Project& project, const Manifest& older, Unknown unknown) const {
+    const PathIndex index(older);
+    ManifestBuilder builder;
+    builder.reserve(older.size());
+    std::vector<std::uint32_t> ranks;
+    ranks.reserve(older.size());
+    std::string blob;
+    walkProject(project, nestedRoots(project), [&](const Walker::Item& item) {
+        const std::uint32_t rank = index.find(item.path);
+        Entry entry = item.entry;
+        if (entry.kind != EntryKind::dir) {
+            const Entry* before = rank == PathIndex::none ? nullptr : &older.items()[rank].entry;
+            if (before != nullptr && before->sameAttributes(entry)) {
+                entry.blob = before->blob;
+            } else {
+                blob = unknown == Unknown::question ? "?" : "live:" + joined(project.root, item.path);
+                entry.blob = blob;
+            }
+        }
+        builder.add(item.path, entry);
+        ranks.push_back(rank);
+        if (progress && (builder.size() & 1023) == 0) progress("walked", builder.size());
+        return true;
+    });
+    return builder.finish(ranks, older.size());
+}
+
+Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
+    const Manifest older = store.manifest(store.snapshot(project, from), project);
+    const Manifest newer = to ? store.manifest(store.snapshot(project, *to), project)
+                              : manifestNow(project, older, Unknown::question);
+    return Changes::between(older, newer);
+}
+
+Engine::Sides Engine::sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
+    Sides result;
+    result.older = store.manifest(store.snapshot(project, from), project);
+    result.newer = to ? store.manifest(store.snapshot(project, *to), project)
+                      : manifestNow(project, result.older, Unknown::livePath);
+    return result;
+}
+
+std::vector<FileChange> Engine::fileChanges(const Project& project, std::int64_t from,
+                                            std::optional<std::int64_t> to) const {
+    constexpr std::string_view live = "live:";
+    const Sides both = sides(project, from, to);
+    const Changes changes = Changes::between(both.older, both.newer);
+    const auto content = [&](const Entry* entry) -> std::optional<std::string> {
+        if (entry == nullptr || entry->kind != EntryKind::file || entry->notKept()) return std::nullopt;
+        if (entry->blob.starts_with(live)) return std::string(entry->blob.substr(live.size()));
+        return store.blobPath(project, entry->blob);
+    };
+    std::vector<FileChange> result;
+    const auto add = [&](const std::vector<std::string>& paths, FileChange::Status status) {
+        for (const std::string& path : paths) {
+            if (changes.folders.contains(path)) continue;
+            const Entry* older = both.older.find(path);
+            const Entry* newer = both.newer.find(path);
+            FileChange change{path, status, content(older), content(newer), std::nullopt, std::nullopt};
+            if (older != nullptr) change.oldSize = older->size;
+            if (newer != nullptr) change.newSize = newer->size;
+            result.push_back(std::move(change));
+        }
+    };
+    add(changes.added, FileChange::Status::added);
+    add(changes.modified, FileChange::Status::modified);
+    add(changes.deleted, FileChange::Status::deleted);
+    std::stable_sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+    return result;
+}
+
+} // namespace tidewrack

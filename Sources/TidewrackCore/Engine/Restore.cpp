@@ -1,0 +1,114 @@
+// Putting a folder back. Before anything is touched a safety snapshot is taken; a path is replaced or removed only
+// while it is exactly what that snapshot recorded, so nothing is destroyed that cannot be brought back.
+
+#include "Engine/RestoreRun.hpp"
+#include "Engine/Trace.hpp"
+#include "Engine/Walker.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
+
+#include <algorithm>
+#include <chrono>
+
+namespace tidewrack {
+
+namespace {
+
+std::string afterLabel(std::string label) {
+    for (auto at = label.find("Before"); at != std::string::npos; at = label.find("Before", at + 5))
+        label.replace(at, 6, "After");
+    return label;
+}
+
+// A path is in scope when a listed one is the root, the path itself or a folder above it.
+bool inScope(const std::vector<std::string>& listed, std::string_view path) {
+    return std::any_of(listed.begin(), listed.end(),
+                       [&](const std::string& each) { return isAtOrBelow(path, each); });
+}
+
+} // namespace
+
+RestoreResult Engine::restore(const Project& project, std::int64_t to,
+                              const std::optional<std::vector<std::string>>& paths, bool removeNew) const {
+    const ProjectLock lock(store.lockPath(project));
+    checkRoot(project);
+    const Manifest target = store.manifest(store.snapshot(project, to), project);
+    std::vector<std::string> listed;
+    for (const std::string& path : paths.value_or(std::vector<std::string>())) listed.push_back(relative(project, path));
+    const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
+    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
+    const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
+    return apply(lock, project, target, scope, safety, removeNew);
+}
+
+RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
+                            const TakenSnapshot& safety, bool removeNew) const {
+    const auto start = std::chrono::steady_clock::now();
+    const Date started = now();
+    RestoreRun run(*this, project, target, safety);
+    run.work({target, safety.manifest, scope, nestedRoots(project), removeNew});
+    const Manifest after = run.manifestAfter();
+    const auto elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    recordAfterRestore(lock, project, safety, after, started, elapsed);
+    RestoreResult result = run.takeResult();
+    result.safety = safety.result.meta;
+    // What the safety snapshot could not keep is not replaced either; its reasons belong to the same report.
+    result.warnings.insert(result.warnings.begin(), safety.result.warnings.begin(), safety.result.warnings.end());
+    return result;
+}
+
+void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
+                                const Manifest& after, Date started, std::int64_t durationMs) const {
+    const SnapshotMeta& before = safety.result.meta;
+    const Changes changes = Changes::between(safety.manifest, after);
+    const auto counts = changes.fileCounts();
+    SnapshotMeta meta;
+    meta.seq = nextSeq(project, store.seqs(project));
+    meta.created = started;
+    meta.kind = "restored";
+    if (before.label) meta.label = afterLabel(*before.label);
+    meta.manifestOf = changes.isEmpty() ? before.manifestOf : meta.seq;
+    meta.files = after.fileCount();
+    meta.added = counts.added;
+    meta.modified = counts.modified;
+    meta.deleted = counts.deleted;
+    meta.durationMs = durationMs;
+    if (!changes.isEmpty()) store.writeManifest(lock, project, meta.seq, after);
+    store.writeSnapshot(lock, project, meta);
+}
+
+RestoreResult Engine::undo(const Project& project, std::int64_t turn) const {
+    const auto seqs = store.seqs(project);
+    const auto next = std::upper_bound(seqs.begin(), seqs.end(), turn);
+    const auto to = next == seqs.end() ? std::nullopt : std::optional(*next);
+    RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn));
+    if (to && *to != turn + 1)
+        result.warnings.insert(result.warnings.begin(),
+                               "snapshots #" + std::to_string(turn + 1) + "–#" + std::to_string(*to - 1) +
+                                   " were pruned, so this undid everything from #" + std::to_string(turn) + " to #" +
+                                   std::to_string(*to));
+    return result;
+}
+
+RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
+                           const std::optional<std::string>& label) const {
+    const ProjectLock lock(store.lockPath(project));
+    checkRoot(project);
+    const SnapshotMeta start = store.snapshot(project, from);
+    const Manifest before = store.manifest(start, project);
+    std::optional<Manifest> after;
+    if (to) after = store.manifest(store.snapshot(project, *to), project);
+    const SnapshotRequest request{
+        "restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
+    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
+    const auto all = Changes::between(before, after ? *after : safety.manifest).all();
+    after.reset();
+    const std::set<std::string, std::less<>> changed(all.begin(), all.end());
+    RestoreResult result = apply(
+        lock, project, before, [&](std::string_view path) { return changed.contains(path); }, safety, true);
+    result.nothingInScope = changed.empty();
+    return result;
+}
+
+} // namespace tidewrack

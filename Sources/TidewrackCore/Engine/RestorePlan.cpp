@@ -1,0 +1,84 @@
+#include "Engine/RestorePlan.hpp"
+
+#include "Changes/Changes.hpp"
+#include "Support/Paths.hpp"
+
+#include <algorithm>
+
+namespace tidewrack {
+
+namespace {
+
+// Folders whose content history does not hold: nothing in them is removed.
+class ExcludedFolders {
+  public:
+    explicit ExcludedFolders(const RestoreInput& input) : folders_(input.nestedRoots) {
+        for (const Manifest* manifest : {&input.current, &input.target})
+            for (const auto& item : manifest->items())
+                if (item.entry.kind == EntryKind::dir && item.entry.blob == "ign") folders_.emplace(item.path);
+    }
+
+    // The path is one of them or lies in one.
+    [[nodiscard]] bool covers(std::string_view path) const {
+        if (folders_.empty()) return false;
+        for (std::string_view at = path; !at.empty(); at = parentOf(at))
+            if (folders_.contains(at)) return true;
+        return false;
+    }
+
+  private:
+    std::set<std::string, std::less<>> folders_;
+};
+
+bool isIgnoredFolder(const Entry& entry) { return entry.kind == EntryKind::dir && entry.blob == "ign"; }
+
+void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, RestorePlan& plan) {
+    for (const auto& item : input.current.items()) {
+        if (!input.scope(item.path)) continue;
+        const Entry* wanted = input.target.find(item.path);
+        if (excluded.covers(item.path)) {
+            if (wanted == nullptr && input.removeNew && isIgnoredFolder(item.entry))
+                plan.warnings.push_back("kept " + std::string(item.path) +
+                                        "/: git ignores it, so its content isn't in history");
+            continue;
+        }
+        // A link where a file is wanted, or the reverse, is replaced in one step by the write itself.
+        const bool otherKind = wanted != nullptr && wanted->kind != item.entry.kind &&
+                               (wanted->kind == EntryKind::dir || item.entry.kind == EntryKind::dir);
+        if (wanted == nullptr ? !input.removeNew : !otherKind) continue;
+        (item.entry.kind == EntryKind::dir ? plan.removeFolders : plan.removeFiles).push_back(&item);
+    }
+    // Sorted by path a folder comes before its contents; backwards, after them.
+    std::reverse(plan.removeFolders.begin(), plan.removeFolders.end());
+}
+
+void planWrite(const Manifest::Item& item, const Entry* present, RestorePlan& plan) {
+    if (present != nullptr && !differs(*present, item.entry)) return;
+    if (const auto reason = item.entry.notKeptReason()) {
+        plan.warnings.push_back((present != nullptr ? "didn't replace " : "couldn't restore ") + std::string(item.path) +
+                                ": " + *reason + " when that snapshot was taken");
+        return;
+    }
+    plan.writes.push_back(&item);
+}
+
+} // namespace
+
+RestorePlan planRestore(const RestoreInput& input) {
+    RestorePlan plan;
+    const ExcludedFolders excluded(input);
+    planRemovals(input, excluded, plan);
+    for (const auto& item : input.target.items()) {
+        if (!input.scope(item.path)) continue;
+        const Entry* present = input.current.find(item.path);
+        if (item.entry.kind != EntryKind::dir) {
+            planWrite(item, present, plan);
+        } else if (!isIgnoredFolder(item.entry) && !excluded.covers(item.path)) {
+            const bool there = present != nullptr && present->kind == EntryKind::dir;
+            (there ? plan.keepFolders : plan.makeFolders).push_back(&item);
+        }
+    }
+    return plan;
+}
+
+} // namespace tidewrack

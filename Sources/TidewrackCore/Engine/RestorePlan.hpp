@@ -1,0 +1,35 @@
+#pragma once
+// What a restore has to do, worked out from two listings and a scope without touching the disk.
+
+#include "Store/Manifest.hpp"
+
+#include <functional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+struct RestorePlan {
+    using Items = std::vector<const Manifest::Item*>; // into the manifests planned from
+
+    Items removeFiles;   // of the current listing: files and links
+    Items removeFolders; // of the current listing, contents before their folder
+    Items makeFolders;   // of the target, a folder before its contents
+    Items keepFolders;   // of the target: folders that both have
+    Items writes;        // of the target: files and links that differ and whose content was kept
+    std::vector<std::string> warnings; // paths in scope that no write can bring back, or that are left in place
+};
+
+struct RestoreInput {
+    const Manifest& target;
+    const Manifest& current;
+    std::function<bool(std::string_view)> scope;
+    std::set<std::string, std::less<>> nestedRoots;
+    bool removeNew = true;
+};
+
+[[nodiscard]] RestorePlan planRestore(const RestoreInput& input);
+
+} // namespace tidewrack

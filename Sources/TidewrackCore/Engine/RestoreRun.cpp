@@ -1,0 +1,326 @@
+#include "Engine/RestoreRun.hpp"
+
+#include "Engine/Walker.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t cloneThreads = 4;
+constexpr std::uint16_t ownerAll = 0700;
+
+std::string describe(const Attributes& attributes) {
+    switch (attributes.kind) {
+    case Attributes::Kind::file: return "a file";
+    case Attributes::Kind::link: return "a symlink";
+    case Attributes::Kind::folder: return "a folder";
+    case Attributes::Kind::other: break;
+    }
+    return "a pipe, socket or device";
+}
+
+bool nothingThere(int error) { return error == ENOENT || error == ENOTDIR; }
+
+std::string temporaryName() {
+    static std::atomic<unsigned> counter = 0;
+    return ".tidewrack-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+}
+
+} // namespace
+
+RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manifest& target, const TakenSnapshot& safety)
+    : engine_(engine), project_(project), target_(target), safety_(safety), files_(-1), parents_(files_) {
+    if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
+    files_ = FolderBelow(root_.get());
+    const std::string blobs = engine.store.blobsFolder(project);
+    if (const int error = openFolder(blobs, blobs_)) throw TidewrackError::io("read", blobs, error);
+}
+
+void RestoreRun::work(const RestoreInput& input) {
+    RestorePlan plan = planRestore(input);
+    for (const std::string& warning : plan.warnings) result_.warnings.push_back(warning);
+    trace_.mark([] { return "plan"; });
+    removeLeftovers();
+    makeWritable(plan.keepFolders);
+    remove(plan);
+    files_.forget();
+    makeFolders(plan);
+    write(plan.writes);
+    files_.forget();
+    finishFolders(plan);
+}
+
+// Temporaries of a restore that was killed are ours and nobody's work.
+void RestoreRun::removeLeftovers() {
+    for (const std::string& path : safety_.leftovers)
+        if (!processIsAlive(temporaryOwner(lastComponent(path)))) (void)files_.removeFile(path);
+}
+
+// A folder that was made read-only since would refuse everything that is to be put back into it.
+void RestoreRun::makeWritable(const RestorePlan::Items& folders) {
+    for (const Manifest::Item* item : folders) {
+        const Entry* present = safety_.manifest.find(item->path);
+        if ((present->mode & ownerAll) == ownerAll || (item->entry.mode & ownerAll) != ownerAll) continue;
+        (void)files_.setMode(item->path, static_cast<std::uint16_t>(present->mode | ownerAll));
+    }
+}
+
+bool RestoreRun::untouched(const Entry& recorded, const Attributes& attributes) {
+    Entry there = entryOf(attributes);
+    if (there.sameAttributes(recorded)) return true;
+    // Taking away one name of a file changes the status time of its other names: that was us.
+    const std::lock_guard lock(mutex_);
+    if (!sharedInodes_.contains(attributes.ino)) return false;
+    there.ctime = recorded.ctime;
+    return there.sameAttributes(recorded);
+}
+
+void RestoreRun::touched(const Attributes& attributes) {
+    if (attributes.links < 2 || attributes.kind == Attributes::Kind::folder) return;
+    const std::lock_guard lock(mutex_);
+    sharedInodes_.insert(attributes.ino);
+}
+
+RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view path, std::string& reason,
+                                         Attributes& attributes) {
+    const int error = project.attributes(path, attributes);
+    if (nothingThere(error)) return Standing::nothing;
+    if (error != 0) {
+        reason = errorText(error);
+        return Standing::unsafe;
+    }
+    const Entry* recorded = safety_.manifest.find(path);
+    if (recorded == nullptr) {
+        // Where history lists nothing the folder may still hold exactly what is wanted.
+        const Entry* wanted = target_.find(path);
+        if (wanted != nullptr && wanted->sameAttributes(entryOf(attributes))) return Standing::asWanted;
+        reason = "it isn't in history (ignored by git, or added just now)";
+    } else if (recorded->kind == EntryKind::dir) {
+        reason = "a folder with content we don't keep is in the way";
+    } else if (recorded->notKept()) {
+        reason = "it couldn't be saved first (" + recorded->notKeptReason().value_or("") + ")";
+    } else if (!untouched(*recorded, attributes)) {
+        reason = "it changed after the safety snapshot";
+    } else {
+        return Standing::safe;
+    }
+    return Standing::unsafe;
+}
+
+void RestoreRun::remove(const RestorePlan& plan) {
+    for (const Manifest::Item* item : plan.removeFiles) {
+        std::string reason;
+        Attributes attributes;
+        const Standing standing = examine(files_, item->path, reason, attributes);
+        if (standing == Standing::nothing) continue;
+        if (standing != Standing::safe) {
+            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
+            continue;
+        }
+        if (const int error = files_.removeFile(item->path)) {
+            warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
+            continue;
+        }
+        touched(attributes);
+        removed_.emplace(item->path);
+        result_.removed.emplace_back(item->path);
+    }
+    files_.forget();
+    for (const Manifest::Item* item : plan.removeFolders) {
+        files_.forget(); // the open parent may be the next to go
+        const int error = files_.removeFolder(item->path);
+        if (nothingThere(error)) continue;
+        if (error != 0) {
+            warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
+            continue;
+        }
+        removed_.emplace(item->path);
+        result_.removed.emplace_back(item->path);
+        result_.folders.emplace(item->path);
+    }
+    trace_.mark([&] { return "remove " + std::to_string(result_.removed.size()); });
+}
+
+void RestoreRun::makeFolders(const RestorePlan& plan) {
+    for (const Manifest::Item* item : plan.makeFolders) {
+        if (auto warning = parents_.prepare(item->path)) {
+            warn(item->path, *warning);
+            continue;
+        }
+        const auto mode = static_cast<std::uint16_t>(item->entry.mode | ownerAll);
+        const int error = files_.makeFolder(item->path, mode);
+        if (error == 0) {
+            restored(item->path, true);
+            continue;
+        }
+        Attributes there;
+        if (error == EEXIST && files_.attributes(item->path, there) == 0) {
+            if (there.kind == Attributes::Kind::folder) continue;
+            warn(item->path, "couldn't create " + std::string(item->path) + "/: something else is there (" +
+                                 describe(there) + ")");
+            continue;
+        }
+        warn(item->path, "couldn't create " + std::string(item->path) + "/: " + errorText(error));
+    }
+    trace_.mark([&] { return "create " + std::to_string(plan.makeFolders.size()) + " folders"; });
+}
+
+std::vector<RestoreRun::WriteJob> RestoreRun::examineWrites(const RestorePlan::Items& items) {
+    std::vector<WriteJob> jobs;
+    jobs.reserve(items.size());
+    for (const Manifest::Item* item : items) {
+        if (warned_.contains(item->path)) continue; // what stands there could not be removed
+        if (auto warning = parents_.prepare(item->path)) {
+            warn(item->path, *warning);
+            continue;
+        }
+        std::string reason;
+        Attributes attributes;
+        const Standing standing = examine(files_, item->path, reason, attributes);
+        if (standing == Standing::unsafe)
+            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
+        else if (standing != Standing::asWanted) jobs.push_back({item, standing == Standing::safe, {}});
+    }
+    return jobs;
+}
+
+void RestoreRun::write(const RestorePlan::Items& items) {
+    std::vector<WriteJob> jobs = examineWrites(items);
+    std::vector<Attributes> landed(jobs.size());
+    std::atomic<std::size_t> done = 0;
+    const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
+        if (engine_.progress && (++done & 255) == 0) engine_.progress("restored", done);
+        const int error = writeOne(jobs[i], worker);
+        return error != 0 || !jobs[i].unsafe.empty() ? error
+                                                     : worker.project.attributes(jobs[i].item->path, landed[i]);
+    });
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        const std::string_view path = jobs[i].item->path;
+        const std::string reason = results[i] != 0 ? errorText(results[i]) : jobs[i].unsafe;
+        if (!reason.empty()) {
+            warn(path, "couldn't restore " + std::string(path) + ": " + reason);
+            continue;
+        }
+        restored(path, false);
+        Entry entry = entryOf(landed[i]);
+        entry.blob = jobs[i].item->entry.blob;
+        written_.emplace(path, entry);
+    }
+    trace_.mark([&] { return "clone " + std::to_string(jobs.size()) + " files"; });
+}
+
+int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const {
+    const Entry& entry = item.entry;
+    const std::string blob(entry.blob);
+    if (entry.kind == EntryKind::link) {
+        if (const int error = copyLink({blobs_.get(), blob.c_str()}, to)) return error;
+    } else {
+        const Descriptor content(::openat(blobs_.get(), blob.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (!content) return errno;
+        struct stat status {};
+        if (::fstat(content.get(), &status) != 0) return errno;
+        if (const int error = copyOpenFile(content.get(), status, to, entry.mode, worker.memory)) return error;
+        if (attributesOf(status).mtime == entry.mtime) return 0; // the copy has it already
+    }
+    return setModificationTime(to.folder, to.name, entry.mtime);
+}
+
+int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
+    Place place;
+    if (const int error = worker.project.place(job.item->path, place)) return error;
+    if (!job.replaces) {
+        const int error = putContent(*job.item, place, worker);
+        return error;
+    }
+    const std::string temporary = temporaryName();
+    const Place aside{place.folder, temporary.c_str()};
+    int error = putContent(*job.item, aside, worker);
+    if (error == 0) {
+        // Copying may have taken a while: look once more before the old thing goes.
+        Attributes attributes;
+        const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
+        if (standing == Standing::safe) touched(attributes);
+        if (standing != Standing::unsafe && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0) return 0;
+        if (standing != Standing::unsafe) error = errno;
+    }
+    ::unlinkat(aside.folder, aside.name, 0);
+    return error;
+}
+
+// Folders get the mode and time they had, deepest first, once nothing is written into them any more.
+void RestoreRun::finishFolders(const RestorePlan& plan) {
+    std::vector<const Manifest::Item*> folders = plan.makeFolders;
+    folders.insert(folders.end(), plan.keepFolders.begin(), plan.keepFolders.end());
+    std::sort(folders.begin(), folders.end(), [](const auto* a, const auto* b) { return a->path > b->path; });
+    for (const Manifest::Item* item : folders) {
+        Attributes there;
+        if (warned_.contains(item->path) || files_.attributes(item->path, there) != 0 ||
+            there.kind != Attributes::Kind::folder)
+            continue;
+        const Entry& wanted = item->entry;
+        if (there.mode == wanted.mode && there.mtime == wanted.mtime) continue;
+        int error = there.mode == wanted.mode ? 0 : files_.setMode(item->path, wanted.mode);
+        if (error == 0 && there.mtime != wanted.mtime) error = files_.setTime(item->path, wanted.mtime);
+        if (error != 0) {
+            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + errorText(error));
+        } else if (files_.attributes(item->path, there) == 0) {
+            written_.insert_or_assign(std::string(item->path), entryOf(there));
+        }
+    }
+    trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
+}
+
+Manifest RestoreRun::manifestAfter() {
+    ManifestBuilder builder;
+    builder.reserve(safety_.manifest.size() + written_.size());
+    std::string_view gone; // the latest removed folder: everything listed below it went too
+    for (const auto& item : safety_.manifest.items()) {
+        if (!gone.empty() && item.path.starts_with(gone) && item.path[gone.size()] == '/') continue;
+        if (removed_.contains(item.path)) {
+            if (item.entry.kind == EntryKind::dir) gone = item.path;
+            continue;
+        }
+        Entry entry = item.entry;
+        Attributes now;
+        if (sharedInodes_.contains(entry.ino) && files_.attributes(item.path, now) == 0) {
+            entry = entryOf(now);
+            entry.blob = item.entry.blob;
+        }
+        builder.add(item.path, entry);
+    }
+    for (const auto& [path, entry] : written_) builder.add(path, entry);
+    for (const std::string& path : parents_.created()) {
+        Attributes now;
+        if (!written_.contains(path) && files_.attributes(path, now) == 0) builder.add(path, entryOf(now));
+    }
+    return builder.finish(); // of two entries for one path the later one stays
+}
+
+RestoreResult RestoreRun::takeResult() {
+    std::sort(result_.restored.begin(), result_.restored.end());
+    std::sort(result_.removed.begin(), result_.removed.end());
+    return std::move(result_);
+}
+
+void RestoreRun::warn(std::string_view path, const std::string& text) {
+    warned_.emplace(path);
+    result_.warnings.push_back(text);
+}
+
+void RestoreRun::restored(std::string_view path, bool folder) {
+    result_.restored.emplace_back(path);
+    if (!folder) return;
+    result_.folders.emplace(path);
+    Attributes now;
+    if (files_.attributes(path, now) == 0) written_.emplace(path, entryOf(now));
+}
+
+} // namespace tidewrack

@@ -1,0 +1,59 @@
+#include "Engine/RetentionPlan.hpp"
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::int64_t hour = 3600;
+constexpr std::int64_t day = 86400;
+
+std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots, Date now) {
+    std::set<std::int64_t> keep;
+    std::map<std::string, std::int64_t> buckets; // the newest snapshot of each
+    for (const SnapshotMeta& meta : snapshots) {
+        const std::int64_t created = meta.created.time_since_epoch().count();
+        const std::int64_t age = now.time_since_epoch().count() - created;
+        if (meta.pinned || age < 2 * day) keep.insert(meta.seq);
+        else if (age < 7 * day) buckets["h" + std::to_string(created / hour)] = meta.seq;
+        else if (age < 30 * day) buckets["d" + std::to_string(created / day)] = meta.seq;
+    }
+    for (const auto& [bucket, seq] : buckets) keep.insert(seq);
+    return keep;
+}
+
+} // namespace
+
+RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now) {
+    RetentionPlan plan;
+    const auto keep = numbersToKeep(snapshots, now);
+    std::set<std::int64_t> toRead;
+    const SnapshotMeta* before = nullptr; // the latest kept snapshot so far
+    for (const SnapshotMeta& meta : snapshots) {
+        if (!keep.contains(meta.seq)) {
+            plan.remove.push_back(meta.seq);
+            continue;
+        }
+        plan.manifestsInUse.insert(meta.manifestOf);
+        // A snapshot takes contents over from its direct predecessor only; one recorded after a restore takes them
+        // from any earlier snapshot. Where the direct predecessor is gone nothing vouches for the contents.
+        const bool vouchedFor = before != nullptr && before->seq == meta.seq - 1 && meta.kind != "restored";
+        if (!vouchedFor) toRead.insert(meta.manifestOf);
+        before = &meta;
+    }
+    for (const SnapshotMeta& meta : snapshots) {
+        if (keep.contains(meta.seq)) continue;
+        for (const std::int64_t manifest : {meta.seq, meta.manifestOf})
+            if (!plan.manifestsInUse.contains(manifest)) plan.manifestsToRemove.push_back(manifest);
+    }
+    std::sort(plan.manifestsToRemove.begin(), plan.manifestsToRemove.end());
+    plan.manifestsToRemove.erase(std::unique(plan.manifestsToRemove.begin(), plan.manifestsToRemove.end()),
+                                 plan.manifestsToRemove.end());
+    plan.manifestsToRead.assign(toRead.rbegin(), toRead.rend());
+    return plan;
+}
+
+} // namespace tidewrack

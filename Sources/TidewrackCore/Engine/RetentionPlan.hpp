@@ -1,0 +1,25 @@
+#pragma once
+// Which snapshots are kept, by age: all of the last 48 hours, the newest of each clock hour (UTC) up to 7 days, the
+// newest of each day (UTC) up to 30 days, and pinned ones for ever. A pure function of the records.
+
+#include "Store/Records.hpp"
+
+#include <cstdint>
+#include <set>
+#include <vector>
+
+namespace tidewrack {
+
+struct RetentionPlan {
+    std::vector<std::int64_t> remove;      // snapshot numbers, ascending
+    std::set<std::int64_t> manifestsInUse; // of the snapshots that stay
+    std::vector<std::int64_t> manifestsToRemove;
+    // The manifests that together name every content still in use, given that a snapshot's contents are its own and
+    // those of the snapshot before it. Newest first.
+    std::vector<std::int64_t> manifestsToRead;
+};
+
+// `snapshots` ascending by number.
+[[nodiscard]] RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now);
+
+} // namespace tidewrack

@@ -1,0 +1,343 @@
+// Taking a snapshot: contents first, then the manifest, then the record, each complete before the next. A death at
+// any point leaves only leftovers, which the numbering steps over.
+
+#include "Engine/CloneAll.hpp"
+#include "Engine/Engine.hpp"
+#include "Engine/Trace.hpp"
+#include "Engine/Walker.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t cloneThreads = 4;
+constexpr int copyTries = 4;
+// Volumes stamp changes with a clock that ticks this slowly. A content copied later than one tick after its file's
+// latest change can't be changed again without a new time.
+constexpr std::int64_t clockTick = 10'000'000;
+
+struct KeepJob {
+    std::size_t item; // in the builder
+    std::string blob;
+    Entry entry; // as walked; as copied, once it was
+    bool tooLarge = false;
+};
+
+void waitUntilSettled(std::int64_t ctime) {
+    using namespace std::chrono;
+    const auto age = duration_cast<nanoseconds>(system_clock::now().time_since_epoch()).count() - ctime;
+    if (age >= 0 && age < clockTick) std::this_thread::sleep_for(nanoseconds(clockTick - age));
+}
+
+// The content folder of a snapshot being taken: removed again unless the snapshot was recorded.
+class ContentFolder {
+  public:
+    explicit ContentFolder(std::string path) : path_(std::move(path)) {}
+    ContentFolder(const ContentFolder&) = delete;
+    ContentFolder& operator=(const ContentFolder&) = delete;
+    ~ContentFolder() {
+        if (folder_ && !committed_) (void)removeTree(path_);
+    }
+    void make() {
+        if (::mkdir(path_.c_str(), 0755) != 0) throw TidewrackError::io("create", path_, errno);
+        if (const int error = openFolder(path_, folder_)) throw TidewrackError::io("open", path_, error);
+    }
+    [[nodiscard]] int get() const { return folder_.get(); }
+    void commit() { committed_ = true; }
+
+  private:
+    std::string path_;
+    Descriptor folder_;
+    bool committed_ = false;
+};
+
+// Copies one content so that it is what its entry says: when the file changes meanwhile, again with fresh attributes.
+class Keeper {
+  public:
+    Keeper(int folder, std::int64_t maxFileSize) : folder_(folder), maxFileSize_(maxFileSize) {}
+
+    int keep(KeepJob& job, std::string_view path, CloneWorker& worker) const {
+        Place source;
+        if (const int error = worker.project.place(path, source)) return error;
+        const std::string name(lastComponent(job.blob));
+        for (int attempt = 0; attempt < copyTries; ++attempt) {
+            const Place target{folder_, name.c_str()};
+            bool consistent = false;
+            const int error = job.entry.kind == EntryKind::link ? keepLink(job, source, target, consistent)
+                                                                : keepFile(job, source, target, worker, consistent);
+            if (error != 0 || consistent || job.tooLarge) return error;
+            if (::unlinkat(folder_, name.c_str(), 0) != 0) return errno;
+        }
+        return EBUSY;
+    }
+
+  private:
+    int keepFile(KeepJob& job, Place source, Place target, CloneWorker& worker, bool& consistent) const {
+        const Descriptor file(::openat(source.folder, source.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!file) return errno;
+        struct stat status {};
+        if (::fstat(file.get(), &status) != 0) return errno;
+        const Attributes before = attributesOf(status);
+        if (before.kind != Attributes::Kind::file) return EBUSY;
+        job.entry = entryOf(before);
+        job.tooLarge = before.size > maxFileSize_;
+        if (job.tooLarge) return 0;
+        waitUntilSettled(before.ctime);
+        if (const int error = copyOpenFile(file.get(), status, target, 0444, worker.memory)) return error;
+        Attributes after;
+        if (const int error = attributesOfOpen(file.get(), after)) return error;
+        consistent = entryOf(after).sameAttributes(job.entry);
+        return 0;
+    }
+
+    static int keepLink(KeepJob& job, Place source, Place target, bool& consistent) {
+        Attributes before;
+        if (const int error = attributesAt(source.folder, source.name, before)) return error;
+        if (before.kind != Attributes::Kind::link) return EBUSY;
+        job.entry = entryOf(before);
+        waitUntilSettled(before.ctime);
+        if (const int error = copyLink(source, target)) return error;
+        Attributes after;
+        if (const int error = attributesAt(source.folder, source.name, after)) return error;
+        consistent = entryOf(after).sameAttributes(job.entry);
+        return 0;
+    }
+
+    int folder_;
+    std::int64_t maxFileSize_;
+};
+
+std::string tooLargeBlob(const Entry& entry) {
+    return "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
+}
+
+bool sameFolderModes(const Manifest& older, const Manifest& newer) {
+    for (const auto& item : newer.items()) {
+        if (item.entry.kind != EntryKind::dir) continue;
+        const Entry* before = older.find(item.path);
+        if (before != nullptr && before->mode != item.entry.mode) return false;
+    }
+    return true;
+}
+
+// One snapshot while it is being taken: the walk turns into entries and copies to make.
+class SnapshotRun {
+  public:
+    SnapshotRun(const Manifest& previous, std::int64_t seq, std::int64_t maxFileSize, const Progress& progress)
+        : previous_(previous), index_(previous), seq_(seq), maxFileSize_(maxFileSize), progress_(progress) {
+        builder_.reserve(previous.size());
+        ranks_.reserve(previous.size());
+    }
+
+    void add(const Walker::Item& item) {
+        const std::uint32_t rank = index_.find(item.path);
+        Entry entry = item.entry;
+        if (entry.kind != EntryKind::dir) entry.blob = reusableBlob(rank, entry);
+        const bool needsContent = entry.kind != EntryKind::dir && entry.blob.empty();
+        if (needsContent && entry.kind == EntryKind::file && entry.size > maxFileSize_) {
+            const std::string blob = tooLargeBlob(entry);
+            entry.blob = blob;
+            builder_.add(item.path, entry);
+        } else {
+            if (needsContent)
+                jobs_.push_back({builder_.size(), std::to_string(seq_) + "/" + std::to_string(jobs_.size()), entry});
+            builder_.add(item.path, entry);
+        }
+        ranks_.push_back(rank);
+        if (progress_ && (builder_.size() & 1023) == 0) progress_("walked", builder_.size());
+    }
+
+    // Keeps the contents; failures become "err" entries and warnings.
+    void keepContents(const Project& project, ContentFolder& contents, std::vector<std::string>& warnings) {
+        if (jobs_.empty()) return;
+        contents.make();
+        Descriptor root;
+        if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
+        const Keeper keeper(contents.get(), maxFileSize_);
+        std::atomic<std::size_t> done = 0;
+        const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
+            if (progress_ && (++done & 255) == 0) progress_("kept", done);
+            return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
+        });
+        for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], warnings);
+    }
+
+    [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
+    [[nodiscard]] std::size_t itemCount() const { return builder_.size(); }
+    [[nodiscard]] Manifest finish() { return builder_.finish(ranks_, previous_.size()); }
+
+  private:
+    // The content of an untouched file is already kept. What could not be kept is tried again, and so is what has
+    // come within the size limit.
+    [[nodiscard]] std::string_view reusableBlob(std::uint32_t rank, const Entry& entry) const {
+        if (rank == PathIndex::none) return {};
+        const Entry& before = previous_.items()[rank].entry;
+        if (!before.sameAttributes(entry) || before.blob.starts_with("err")) return {};
+        if (before.blob.starts_with("big:") && entry.size <= maxFileSize_) return {};
+        return before.blob;
+    }
+
+    void settle(KeepJob& job, int error, std::vector<std::string>& warnings) {
+        std::string blob = job.blob;
+        if (error != 0) {
+            blob = "err" + std::to_string(error);
+            warnings.push_back("couldn't save " + std::string(builder_.item(job.item).path) + ": " + errorText(error));
+        } else if (job.tooLarge) {
+            blob = tooLargeBlob(job.entry);
+        }
+        job.entry.blob = blob;
+        builder_.setEntry(job.item, job.entry);
+    }
+
+    const Manifest& previous_;
+    PathIndex index_;
+    std::int64_t seq_;
+    std::int64_t maxFileSize_;
+    const Progress& progress_;
+    ManifestBuilder builder_;
+    std::vector<std::uint32_t> ranks_;
+    std::vector<KeepJob> jobs_;
+};
+
+// The newest snapshot with its manifest, when both can be read.
+struct Previous {
+    std::optional<SnapshotMeta> meta;
+    Manifest manifest;
+};
+
+Previous loadPrevious(const Store& store, const Project& project, const std::vector<std::int64_t>& seqs,
+                      std::vector<std::string>& warnings) {
+    if (seqs.empty()) return {};
+    try {
+        const SnapshotMeta meta = store.snapshot(project, seqs.back());
+        return {meta, store.manifest(meta, project)};
+    } catch (const std::exception& error) {
+        warnings.push_back("previous snapshot #" + std::to_string(seqs.back()) + " is unreadable (" + error.what() +
+                           "); taking a full one");
+        return {};
+    }
+}
+
+} // namespace
+
+std::int64_t Engine::nextSeq(const Project& project, const std::vector<std::int64_t>& seqs) const {
+    return std::max(seqs.empty() ? 0 : seqs.back(), store.highestLeftover(project)) + 1;
+}
+
+TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
+                                     FolderModes folderModes) const {
+    const auto start = std::chrono::steady_clock::now();
+    Trace trace;
+    TakenSnapshot taken;
+    SnapshotMeta& meta = taken.result.meta;
+    meta.created = now();
+    const auto seqs = store.seqs(project);
+    const Previous previous = loadPrevious(store, project, seqs, taken.result.warnings);
+    trace.mark([] { return "load previous manifest"; });
+
+    meta.seq = nextSeq(project, seqs);
+    SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
+    walkProject(
+        project, nestedRoots(project),
+        [&](const Walker::Item& item) {
+            run.add(item);
+            return true;
+        },
+        &taken.leftovers);
+    trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
+
+    ContentFolder contents(store.blobPath(project, std::to_string(meta.seq)));
+    run.keepContents(project, contents, taken.result.warnings);
+    trace.mark([&] { return "keep " + std::to_string(run.jobCount()) + " contents"; });
+
+    taken.manifest = run.finish();
+    Changes& changes = taken.result.changes;
+    changes = Changes::between(previous.manifest, taken.manifest);
+    const bool share = previous.meta && changes.isEmpty() &&
+                       (folderModes == FolderModes::ignored || sameFolderModes(previous.manifest, taken.manifest));
+    meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
+    if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest);
+    trace.mark([] { return "diff + write manifest"; });
+
+    const auto counts = changes.fileCounts();
+    meta.kind = request.kind;
+    meta.label = request.label;
+    meta.agent = request.agent;
+    meta.session = request.session;
+    meta.turn = request.turn;
+    meta.files = taken.manifest.fileCount();
+    meta.added = counts.added;
+    meta.modified = counts.modified;
+    meta.deleted = counts.deleted;
+    meta.durationMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    store.writeSnapshot(lock, project, meta);
+    contents.commit();
+    return taken;
+}
+
+SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
+    const ProjectLock lock(store.lockPath(project));
+    TakenSnapshot taken = snapshotLocked(lock, project, request);
+    pruneIfDue(lock, project, taken.result);
+    return std::move(taken.result);
+}
+
+std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project) const {
+    std::set<std::string, std::less<>> result;
+    const std::string prefix = joined(project.root, "");
+    for (const Project& other : store.projects())
+        if (other.root != project.root && other.root.starts_with(prefix)) result.insert(other.root.substr(prefix.size()));
+    return result;
+}
+
+std::optional<std::string> Engine::contentPath(const Project& project, std::int64_t seq,
+                                               const std::string& path) const {
+    const std::string wanted = relative(project, path);
+    const Manifest manifest = store.manifest(store.snapshot(project, seq), project);
+    const Entry* entry = manifest.find(wanted);
+    if (entry == nullptr || entry->kind != EntryKind::file) return std::nullopt;
+    return store.blobPath(project, entry->blob);
+}
+
+void Engine::checkRoot(const Project& project) {
+    Attributes attributes;
+    if (attributesAt(AT_FDCWD, project.root.c_str(), attributes) != 0)
+        throw TidewrackError::refused(project.root + " no longer exists.");
+    if (attributes.kind != Attributes::Kind::folder)
+        throw TidewrackError::refused(
+            project.root + " is no longer a folder (it's a symlink or file now). Refusing to restore into it.");
+}
+
+std::string Engine::clean(std::string_view path) {
+    while (path.starts_with("./")) path.remove_prefix(2);
+    while (path.ends_with('/')) path.remove_suffix(1);
+    return path == "." ? std::string() : std::string(path);
+}
+
+std::string Engine::relative(const Project& project, const std::string& path) {
+    if (!path.starts_with('/')) return clean(path);
+    const std::string whole = standardized(path);
+    std::size_t end = 0;
+    while (true) {
+        const std::string prefix = end == 0 ? "/" : whole.substr(0, end);
+        if (Store::canonical(prefix) == project.root)
+            return whole.substr(std::min(end + 1, whole.size()));
+        if (end >= whole.size()) break;
+        const auto next = whole.find('/', end + 1);
+        end = next == std::string::npos ? whole.size() : next;
+    }
+    throw TidewrackError::refused(path + " is outside " + project.root + ".");
+}
+
+} // namespace tidewrack

@@ -1,0 +1,59 @@
+#pragma once
+// The listing of a project folder: one item per file, symbolic link and folder, with the attributes that a manifest
+// records. Links are never followed and the process's working folder never changes.
+
+#include "Store/Manifest.hpp"
+#include "Store/Records.hpp"
+
+#include <functional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace tidewrack {
+
+// Folder names left out of every snapshot, in order of declaration.
+[[nodiscard]] const std::vector<std::string>& defaultExcludes();
+// Folder names left out when git ignores them.
+[[nodiscard]] const std::vector<std::string>& defaultExcludesIfIgnored();
+
+using NameSet = std::set<std::string, std::less<>>;
+
+namespace Walker {
+
+struct Item {
+    std::string_view path; // relative to the root; valid during the call only
+    Entry entry;
+    bool ignored = false; // a folder left out because git ignores it: size and times 0, blob "ign"
+};
+
+struct Options {
+    NameSet excludes;
+    NameSet excludesIfIgnored;
+    std::function<bool(std::string_view)> isIgnored; // git's answer for a relative folder path; may be empty
+    NameSet skipPaths;                               // relative folder paths left out, with everything below
+    std::vector<std::string>* leftovers = nullptr;   // receives the temporaries of interrupted restores
+};
+
+// Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
+// when it returns false. Sub-folders and items that cannot be read are passed over in silence.
+// Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
+void walk(const std::string& root, const Options& options, const std::function<bool(const Item&)>& body);
+
+// Counts the items that walk yields with the given excluded names; gives up at `limit` + 1.
+[[nodiscard]] std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
+
+} // namespace Walker
+
+// The name of a file that a restore writes before it is moved into place: ".tidewrack-<pid>-<n>". The process's
+// number, or -1 for any other name.
+[[nodiscard]] std::int64_t temporaryOwner(std::string_view name);
+
+// The walk that the engine uses for a tracked project: its own exclusions, with git asked where there is a
+// repository. `skipping` holds the roots of nested projects.
+void walkProject(const Project& project, const NameSet& skipping, const std::function<bool(const Walker::Item&)>& body,
+                 std::vector<std::string>* leftovers = nullptr);
+
+} // namespace tidewrack

@@ -1,0 +1,126 @@
+#pragma once
+// The one seam to the operating system. PlatformMacos.cpp and PlatformLinux.cpp define what differs,
+// PlatformShared.cpp what both share; nothing else asks which system it runs on.
+//
+// Work on one path returns an errno value (0 is success); nothing here throws or prints.
+
+#include "Platform/Descriptor.hpp"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+// What lstat tells of one path. Times are nanoseconds since the epoch, `mode` the low 12 permission bits.
+struct Attributes {
+    enum class Kind : std::uint8_t { file, link, folder, other };
+
+    Kind kind = Kind::other;
+    std::uint16_t mode = 0;
+    std::int64_t size = 0;
+    std::int64_t mtime = 0;
+    std::int64_t ctime = 0;
+    std::uint64_t ino = 0;
+    std::uint64_t device = 0;
+    std::uint64_t links = 0;
+
+    bool operator==(const Attributes&) const = default;
+};
+
+[[nodiscard]] Attributes attributesOf(const struct stat& status);
+
+// lstat relative to an open folder (or AT_FDCWD).
+[[nodiscard]] int attributesAt(int folder, const char* name, Attributes& out);
+[[nodiscard]] int attributesOfOpen(int fd, Attributes& out);
+
+// Opens the folder at `path` below the open folder `root` for reading (the folder itself when `path` is empty).
+// No component may be a symbolic link, so a link swapped in for a parent never leads outside; paths longer than
+// PATH_MAX are walked in pieces. Returns an errno value.
+[[nodiscard]] int openFolderBelow(int root, std::string_view path, Descriptor& out);
+
+// One piece of openFolderBelow: `path` is shorter than PATH_MAX.
+[[nodiscard]] int openPieceBelow(int root, const char* path, Descriptor& out);
+
+// Opens a folder by its absolute path; its last component may not be a symbolic link.
+[[nodiscard]] int openFolder(const std::string& path, Descriptor& out);
+
+// Sets the modification and access time (nanoseconds since the epoch) of a path without following a link.
+[[nodiscard]] int setModificationTime(int folder, const char* name, std::int64_t mtime);
+
+// --- Copies -----------------------------------------------------------------------------------------------------
+
+// A place that a copy reads or writes: a name within an open folder.
+struct Place {
+    int folder = -1;
+    const char* name = nullptr;
+};
+
+// What a copier has learned about the two volumes it works between, so that a call that can never succeed there
+// is tried once only. One per thread.
+struct CopyMemory {
+    bool cannotClone = false;
+    bool cannotCopyRange = false;
+    std::vector<char> buffer; // working space of plain copies
+};
+
+// Copies the open regular file `source` to the new path `to` (which must not exist): a copy-on-write clone where the
+// volume allows it, else the bytes, keeping holes. The copy gets `mode`, the source's times and extended attributes
+// and, when running as root, its owner. A half-written copy is removed. Returns an errno value.
+[[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory);
+
+// Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
+[[nodiscard]] int copyLink(Place from, Place to);
+
+// Copies the extended attributes of one open file or folder to another, as far as volume and rights allow.
+void copyOpenExtendedAttributes(int source, int target);
+
+// Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
+// and extended attributes, cloning where the volume allows it; `skip` is an absolute path left out wherever it lies
+// inside (empty: none). Sockets, pipes and devices are passed over. What fails is removed again only at the top:
+// on an errno value other than 0 nothing is left at `to`.
+[[nodiscard]] int copyTree(const std::string& from, const std::string& to, const std::string& skip);
+
+// Removes a file, a link or a folder with everything in it. Returns the first errno value; the rest is still removed.
+[[nodiscard]] int removeTree(const std::string& path);
+
+// --- Volumes ----------------------------------------------------------------------------------------------------
+
+// The usual name of the type of the volume that holds `path` ("apfs", "ext4", "btrfs", ...); empty when unknown.
+[[nodiscard]] std::string volumeType(const std::string& path);
+
+// Whether the volume that holds the folder `path` can share blocks between files.
+[[nodiscard]] bool volumeClones(const std::string& path);
+
+// --- Process ----------------------------------------------------------------------------------------------------
+
+// Writes all bytes; EPIPE is returned, never raised as a signal, and the signal's disposition stays as it was.
+[[nodiscard]] int writeAll(int fd, std::string_view bytes);
+
+// Keeps a write into this pipe from raising SIGPIPE where the system has a switch for it; writeAll covers the rest.
+void disableSigpipe(int fd);
+
+[[nodiscard]] std::string homeFolderOfUser(); // from the password database; empty when unknown
+[[nodiscard]] std::string currentFolder();    // empty when it cannot be told
+[[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told
+[[nodiscard]] bool processIsAlive(std::int64_t pid);
+[[nodiscard]] std::string errorText(int error); // the system's text for an errno value
+
+// --- Data -------------------------------------------------------------------------------------------------------
+
+[[nodiscard]] std::array<std::uint8_t, 32> sha256(std::string_view bytes);
+
+// The two functions of the LZFSE library; `available` is false when it cannot be loaded.
+struct Lzfse {
+    using Function = std::size_t (*)(std::uint8_t*, std::size_t, const std::uint8_t*, std::size_t, void*);
+    bool available = false;
+    Function encode = nullptr;
+    Function decode = nullptr;
+};
+[[nodiscard]] const Lzfse& lzfse();
+
+} // namespace tidewrack

@@ -1,0 +1,293 @@
+// Linux: FICLONE and copy_file_range, openat2, statfs magic numbers.
+
+#include "Platform/Platform.hpp"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <linux/openat2.h>
+#include <sys/ioctl.h>
+#include <sys/statfs.h>
+#include <sys/syscall.h>
+#include <sys/xattr.h>
+
+#define OPENSSL_SUPPRESS_DEPRECATED // the one-shot interface starts up the whole library
+#include <openssl/sha.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t plainCopySize = 128 * 1024; // files up to this size: one read and one write
+constexpr std::size_t rangeCopySize = 64 * 1024 * 1024;
+
+std::int64_t nanoseconds(const timespec& time) {
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+bool notSupported(int error) {
+    return error == EOPNOTSUPP || error == EXDEV || error == EINVAL || error == ENOTTY || error == ENOSYS ||
+           error == EPERM || error == EACCES;
+}
+
+// Copies `length` bytes at `offset` (negative: what is left from the current position) through the buffer.
+int copyBytes(int source, int target, off_t offset, off_t length, std::vector<char>& buffer) {
+    if (buffer.empty()) buffer.resize(plainCopySize);
+    while (length > 0) {
+        const auto wanted = std::min<std::size_t>(buffer.size(), static_cast<std::size_t>(length));
+        const ssize_t count = ::pread(source, buffer.data(), wanted, offset);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return errno;
+        if (count == 0) return 0; // it became shorter; the caller compares attributes afterwards
+        for (ssize_t done = 0; done < count;) {
+            const ssize_t put = ::pwrite(target, buffer.data() + done, static_cast<std::size_t>(count - done), offset + done);
+            if (put < 0 && errno == EINTR) continue;
+            if (put < 0) return errno;
+            done += put;
+        }
+        offset += count;
+        length -= count;
+    }
+    return 0;
+}
+
+int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
+    while (length > 0 && !memory.cannotCopyRange) {
+        off_t from = offset;
+        off_t to = offset;
+        const auto wanted = std::min<std::size_t>(rangeCopySize, static_cast<std::size_t>(length));
+        const ssize_t count = ::copy_file_range(source, &from, target, &to, wanted, 0);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && notSupported(errno)) {
+            memory.cannotCopyRange = true;
+            break;
+        }
+        if (count < 0) return errno;
+        if (count == 0) return 0;
+        offset += count;
+        length -= count;
+    }
+    return copyBytes(source, target, offset, length, memory.buffer);
+}
+
+// Copies only the parts that hold data, so that a file with holes takes no more room than it had.
+int copySparse(int source, int target, off_t size, CopyMemory& memory) {
+    off_t at = 0;
+    while (at < size) {
+        const off_t data = ::lseek(source, at, SEEK_DATA);
+        if (data < 0 && errno == ENXIO) break;
+        if (data < 0) return copyRange(source, target, at, size - at, memory);
+        off_t hole = ::lseek(source, data, SEEK_HOLE);
+        if (hole < 0) hole = size;
+        if (const int error = copyRange(source, target, data, hole - data, memory)) return error;
+        at = hole;
+    }
+    return ::ftruncate(target, size) == 0 ? 0 : errno;
+}
+
+int copyContent(int source, int target, const struct stat& status, CopyMemory& memory) {
+    if (status.st_size == 0) return 0;
+    if (!memory.cannotClone) {
+        if (::ioctl(target, FICLONE, source) == 0) return 0;
+        if (!notSupported(errno)) return errno;
+        memory.cannotClone = errno != EINVAL; // EINVAL is this file's own matter
+    }
+    if (status.st_size <= static_cast<off_t>(plainCopySize))
+        return copyBytes(source, target, 0, status.st_size, memory.buffer);
+    if (static_cast<off_t>(status.st_blocks) * 512 < status.st_size)
+        return copySparse(source, target, status.st_size, memory);
+    return copyRange(source, target, 0, status.st_size, memory);
+}
+
+// Extended attributes are kept as far as the target volume and our rights allow; a label that cannot be written
+// (security modules, volumes without attributes) is no reason to lose the content.
+template <typename List, typename Get, typename Set> void copyAttributes(List list, Get get, Set set) {
+    const ssize_t length = list(nullptr, 0);
+    if (length <= 0) return;
+    std::string names(static_cast<std::size_t>(length), '\0');
+    const ssize_t listed = list(names.data(), names.size());
+    if (listed <= 0) return;
+    names.resize(static_cast<std::size_t>(listed));
+    std::string value;
+    for (std::size_t at = 0; at < names.size();) {
+        const char* name = names.c_str() + at;
+        at += std::strlen(name) + 1;
+        const ssize_t size = get(name, nullptr, 0);
+        if (size < 0) continue;
+        value.resize(static_cast<std::size_t>(size));
+        if (size > 0 && get(name, value.data(), value.size()) != size) continue;
+        (void)set(name, value.data(), value.size());
+    }
+}
+
+void copyOpenAttributes(int source, int target) {
+    copyAttributes([&](char* names, std::size_t size) { return ::flistxattr(source, names, size); },
+                   [&](const char* name, char* value, std::size_t size) { return ::fgetxattr(source, name, value, size); },
+                   [&](const char* name, const char* value, std::size_t size) {
+                       return ::fsetxattr(target, name, value, size, 0);
+                   });
+}
+
+void copyLinkAttributes(const std::string& source, const std::string& target) {
+    copyAttributes(
+        [&](char* names, std::size_t size) { return ::llistxattr(source.c_str(), names, size); },
+        [&](const char* name, char* value, std::size_t size) { return ::lgetxattr(source.c_str(), name, value, size); },
+        [&](const char* name, const char* value, std::size_t size) {
+            return ::lsetxattr(target.c_str(), name, value, size, 0);
+        });
+}
+
+// A path that names a file within an open folder for the calls that take no folder descriptor.
+std::string procPath(Place place) {
+    if (place.folder == AT_FDCWD) return place.name;
+    return "/proc/self/fd/" + std::to_string(place.folder) + "/" + place.name;
+}
+
+int finishCopy(int source, int target, const struct stat& status, std::uint16_t mode) {
+    copyOpenAttributes(source, target);
+    if (::geteuid() == 0 && (status.st_uid != 0 || status.st_gid != 0))
+        (void)!::fchown(target, status.st_uid, status.st_gid);
+    if (::fchmod(target, mode) != 0) return errno;
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    return ::futimens(target, times) == 0 ? 0 : errno;
+}
+
+} // namespace
+
+Attributes attributesOf(const struct stat& status) {
+    Attributes result;
+    if (S_ISREG(status.st_mode)) result.kind = Attributes::Kind::file;
+    else if (S_ISLNK(status.st_mode)) result.kind = Attributes::Kind::link;
+    else if (S_ISDIR(status.st_mode)) result.kind = Attributes::Kind::folder;
+    result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
+    result.size = status.st_size;
+    result.mtime = nanoseconds(status.st_mtim);
+    result.ctime = nanoseconds(status.st_ctim);
+    result.ino = status.st_ino;
+    result.device = status.st_dev;
+    result.links = status.st_nlink;
+    return result;
+}
+
+int openPieceBelow(int root, const char* path, Descriptor& out) {
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    open_how how{};
+    how.flags = flags;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    long fd = ::syscall(SYS_openat2, root, path, &how, sizeof how);
+    if (fd < 0 && (errno == ENOSYS || errno == EPERM)) fd = ::openat(root, path, flags); // kernels before 5.6, old sandboxes
+    if (fd < 0) return errno;
+    out = Descriptor(static_cast<int>(fd));
+    return 0;
+}
+
+int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory) {
+    Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!target) return errno;
+    int error = copyContent(source, target.get(), status, memory);
+    if (error == 0) error = finishCopy(source, target.get(), status, mode);
+    if (error == 0 && ::close(target.release()) != 0) error = errno;
+    if (error != 0) ::unlinkat(to.folder, to.name, 0);
+    return error;
+}
+
+int copyLink(Place from, Place to) {
+    struct stat status {};
+    if (::fstatat(from.folder, from.name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+    std::string destination(static_cast<std::size_t>(status.st_size > 0 ? status.st_size : 4096) + 1, '\0');
+    const ssize_t length = ::readlinkat(from.folder, from.name, destination.data(), destination.size());
+    if (length < 0) return errno;
+    destination.resize(static_cast<std::size_t>(length));
+    if (::symlinkat(destination.c_str(), to.folder, to.name) != 0) return errno;
+    if (::geteuid() == 0 && (status.st_uid != 0 || status.st_gid != 0))
+        (void)!::fchownat(to.folder, to.name, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
+    copyLinkAttributes(procPath(from), procPath(to));
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    if (::utimensat(to.folder, to.name, times, AT_SYMLINK_NOFOLLOW) == 0) return 0;
+    const int error = errno;
+    ::unlinkat(to.folder, to.name, 0);
+    return error;
+}
+
+void copyOpenExtendedAttributes(int source, int target) { copyOpenAttributes(source, target); }
+
+namespace {
+
+struct VolumeName {
+    std::uint32_t magic;
+    const char* name;
+};
+
+constexpr VolumeName volumeNames[] = {
+    {0x0000EF53, "ext4"},     {0x01021994, "tmpfs"},   {0x794C7630, "overlay"},    {0x00006969, "nfs"},
+    {0x58465342, "xfs"},      {0x9123683E, "btrfs"},   {0xCA451A4E, "bcachefs"},   {0x2FC12FC1, "zfs"},
+    {0x4D44, "vfat"},         {0x2011BAB0, "exfat"},   {0x5346544E, "ntfs"},       {0x7366746E, "ntfs3"},
+    {0x65735546, "fuse"},     {0xFF534D42, "cifs"},    {0xFE534D42, "smb2"},       {0xF2F52010, "f2fs"},
+    {0x01021997, "9p"},       {0x6A656A63, "virtiofs"}, {0x858458F6, "ramfs"},     {0x73717368, "squashfs"},
+    {0xE0F5E1E2, "erofs"},    {0x52654973, "reiserfs"}, {0x3153464A, "jfs"},       {0xF15F, "ecryptfs"},
+    {0x7461636F, "ocfs2"},    {0x01161970, "gfs2"},    {0x00C36400, "ceph"},       {0x0BD00BD0, "lustre"},
+    {0x482B, "hfsplus"},      {0x9660, "isofs"},       {0x61756673, "aufs"},       {0x5346414F, "afs"},
+};
+
+} // namespace
+
+std::string volumeType(const std::string& path) {
+    struct statfs volume {};
+    if (::statfs(path.c_str(), &volume) != 0) return {};
+    const auto magic = static_cast<std::uint32_t>(volume.f_type);
+    for (const VolumeName& known : volumeNames)
+        if (known.magic == magic) return known.name;
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%x", magic);
+    return text;
+}
+
+// btrfs and bcachefs always share blocks; xfs only when it was made with reflink, which a trial tells. The trial
+// file has no name, so nothing appears in the folder.
+bool volumeClones(const std::string& path) {
+    const std::string type = volumeType(path);
+    if (type == "btrfs" || type == "bcachefs") return true;
+    if (type != "xfs") return false;
+    const Descriptor source(::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    const Descriptor target(::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (!source || !target) return true; // a folder we may not write to: the type's default
+    const char block[4096] = {};
+    if (::write(source.get(), block, sizeof block) != static_cast<ssize_t>(sizeof block)) return true;
+    return ::ioctl(target.get(), FICLONE, source.get()) == 0;
+}
+
+void disableSigpipe(int) {} // no such switch on pipes here
+
+std::string executablePath() {
+    char path[4096];
+    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
+    return length <= 0 ? std::string() : std::string(path, static_cast<std::size_t>(length));
+}
+
+std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
+    std::array<std::uint8_t, 32> digest{};
+    SHA256_CTX context;
+    SHA256_Init(&context);
+    SHA256_Update(&context, bytes.data(), bytes.size());
+    SHA256_Final(digest.data(), &context);
+    return digest;
+}
+
+const Lzfse& lzfse() {
+    static const Lzfse library = [] {
+        Lzfse loaded;
+        void* handle = ::dlopen("liblzfse.so.1", RTLD_NOW | RTLD_LOCAL);
+        if (handle == nullptr) return loaded;
+        loaded.encode = reinterpret_cast<Lzfse::Function>(::dlsym(handle, "lzfse_encode_buffer"));
+        loaded.decode = reinterpret_cast<Lzfse::Function>(::dlsym(handle, "lzfse_decode_buffer"));
+        loaded.available = loaded.encode != nullptr && loaded.decode != nullptr;
+        return loaded;
+    }();
+    return library;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,176 @@
+#include "Platform/Platform.hpp"
+
+#include <csignal>
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::int64_t nanosPerSecond = 1'000'000'000;
+
+// Writes to a pipe without a reader raise SIGPIPE; blocking it for this thread and taking a pending one away again
+// turns it into EPIPE without touching the disposition that child processes inherit.
+class SigpipeBlocked {
+  public:
+    SigpipeBlocked() {
+        sigemptyset(&pipe_);
+        sigaddset(&pipe_, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+    }
+    SigpipeBlocked(const SigpipeBlocked&) = delete;
+    SigpipeBlocked& operator=(const SigpipeBlocked&) = delete;
+    ~SigpipeBlocked() {
+        sigset_t pending;
+        sigpending(&pending);
+        if (!wasPending_ && sigismember(&pending, SIGPIPE) == 1) {
+            int signal = 0;
+            sigwait(&pipe_, &signal);
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+  private:
+    sigset_t pipe_{};
+    sigset_t before_{};
+    bool wasPending_ = false;
+};
+
+// A path up to PATH_MAX is one system call; a longer one is opened piece by piece.
+std::size_t pieceLength(std::string_view path) {
+    if (path.size() < PATH_MAX) return path.size();
+    const auto slash = path.rfind('/', PATH_MAX - 1);
+    return slash == std::string_view::npos || slash == 0 ? path.size() : slash;
+}
+
+int removeTreeAt(int folder, const char* name);
+
+int removeContents(int folder, const char* name) {
+    const int fd = ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return errno;
+    DIR* stream = ::fdopendir(fd);
+    if (stream == nullptr) {
+        const int error = errno;
+        ::close(fd);
+        return error;
+    }
+    int first = 0;
+    while (const dirent* item = ::readdir(stream)) {
+        if (std::strcmp(item->d_name, ".") == 0 || std::strcmp(item->d_name, "..") == 0) continue;
+        const int error = removeTreeAt(::dirfd(stream), item->d_name);
+        if (first == 0) first = error;
+    }
+    ::closedir(stream);
+    return first;
+}
+
+int removeTreeAt(int folder, const char* name) {
+    Attributes attributes;
+    if (const int error = attributesAt(folder, name, attributes)) return error == ENOENT ? 0 : error;
+    if (attributes.kind != Attributes::Kind::folder) return ::unlinkat(folder, name, 0) == 0 ? 0 : errno;
+    if ((attributes.mode & 0700) != 0700) (void)::fchmodat(folder, name, 0700, 0);
+    const int error = removeContents(folder, name);
+    if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return 0;
+    return error != 0 ? error : errno;
+}
+
+} // namespace
+
+int attributesAt(int folder, const char* name, Attributes& out) {
+    struct stat status {};
+    if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+    out = attributesOf(status);
+    return 0;
+}
+
+int attributesOfOpen(int fd, Attributes& out) {
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) return errno;
+    out = attributesOf(status);
+    return 0;
+}
+
+int openFolderBelow(int root, std::string_view path, Descriptor& out) {
+    if (path.empty()) path = ".";
+    Descriptor reached;
+    while (true) {
+        const std::string piece(path.substr(0, pieceLength(path)));
+        Descriptor next;
+        if (const int error = openPieceBelow(reached ? reached.get() : root, piece.c_str(), next)) return error;
+        reached = std::move(next);
+        if (piece.size() == path.size()) break;
+        path.remove_prefix(piece.size() + 1);
+    }
+    out = std::move(reached);
+    return 0;
+}
+
+int openFolder(const std::string& path, Descriptor& out) {
+    Descriptor fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) return errno;
+    out = std::move(fd);
+    return 0;
+}
+
+int setModificationTime(int folder, const char* name, std::int64_t mtime) {
+    std::int64_t seconds = mtime / nanosPerSecond;
+    std::int64_t nanos = mtime % nanosPerSecond;
+    if (nanos < 0) { // floor, so that times before 1970 keep a positive part
+        nanos += nanosPerSecond;
+        --seconds;
+    }
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(seconds);
+    time.tv_nsec = static_cast<long>(nanos);
+    const timespec both[2] = {time, time};
+    return ::utimensat(folder, name, both, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+}
+
+int removeTree(const std::string& path) { return removeTreeAt(AT_FDCWD, path.c_str()); }
+
+int writeAll(int fd, std::string_view bytes) {
+    const SigpipeBlocked guard;
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return errno;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return 0;
+}
+
+std::string homeFolderOfUser() {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 16384> space{};
+    if (::getpwuid_r(::getuid(), &entry, space.data(), space.size(), &found) != 0 || found == nullptr) return {};
+    return found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
+}
+
+std::string currentFolder() {
+    char* path = ::getcwd(nullptr, 0);
+    if (path == nullptr) return {};
+    std::string result(path);
+    std::free(path); // NOLINT: getcwd allocates with malloc
+    return result;
+}
+
+bool processIsAlive(std::int64_t pid) {
+    if (pid <= 0 || pid > INT_MAX) return false;
+    return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH;
+}
+
+std::string errorText(int error) { return std::generic_category().message(error); }
+
+} // namespace tidewrack

@@ -1,0 +1,210 @@
+// The manifest's file format: tab-separated text, LZFSE-compressed. Versions: 1 (the only one so far, no header).
+
+#include "Store/Manifest.hpp"
+
+#include "Support/Errors.hpp"
+
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <future>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t parallelSize = std::size_t{1} << 20;
+constexpr std::size_t endMarkerSize = 4; // "bvx$"
+
+char kindCode(EntryKind kind) {
+    switch (kind) {
+    case EntryKind::file: return 'f';
+    case EntryKind::link: return 'l';
+    case EntryKind::dir: return 'd';
+    }
+    return 'f';
+}
+
+template <typename Number> void appendNumber(std::string& text, Number number) {
+    std::array<char, 24> digits;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    text.append(digits.data(), end);
+    text += '\t';
+}
+
+const Lzfse& requiredLzfse() {
+    const Lzfse& library = lzfse();
+    if (!library.available) throw TidewrackError::io("The LZFSE library (liblzfse.so.1) can't be loaded.");
+    return library;
+}
+
+std::string compressedStream(std::string_view text) {
+    const Lzfse& library = requiredLzfse();
+    std::string out(text.size() + text.size() / 16 + 4096, '\0');
+    const std::size_t size = library.encode(reinterpret_cast<std::uint8_t*>(out.data()), out.size(),
+                                            reinterpret_cast<const std::uint8_t*>(text.data()), text.size(), nullptr);
+    if (size == 0) throw TidewrackError::io("A manifest couldn't be compressed.");
+    out.resize(size);
+    return out;
+}
+
+// A stream is a row of blocks that stand for themselves, closed by an end marker. So two halves compressed side by
+// side make one stream when the first half's end marker is dropped.
+std::string compressed(std::string_view text) {
+    if (text.size() < parallelSize) return compressedStream(text);
+    const std::size_t half = text.size() / 2;
+    auto second = std::async(std::launch::async, [&] { return compressedStream(text.substr(half)); });
+    std::string first = compressedStream(text.substr(0, half));
+    first.resize(first.size() - endMarkerSize);
+    return first + second.get();
+}
+
+// The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it.
+std::string decompressed(std::string_view bytes) {
+    const Lzfse& library = requiredLzfse();
+    if (bytes.size() < endMarkerSize) throw TidewrackError::corrupt("a manifest that can't be decompressed");
+    std::size_t room = bytes.size() * 6 + 4096;
+    const std::size_t mostRoom = bytes.size() * 4096 + 4096;
+    std::string text;
+    while (true) {
+        text.resize(room);
+        const std::size_t size =
+            library.decode(reinterpret_cast<std::uint8_t*>(text.data()), room,
+                           reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
+        if (size < room) {
+            // The library answers 0 for a fault and for the empty text alike.
+            if (size == 0 && std::memcmp(bytes.data(), "bvx$", endMarkerSize) != 0)
+                throw TidewrackError::corrupt("a manifest that can't be decompressed");
+            text.resize(size);
+            return text;
+        }
+        if (room >= mostRoom) throw TidewrackError::corrupt("a manifest that can't be decompressed");
+        room = std::min(room * 2, mostRoom);
+        text.clear();
+    }
+}
+
+// Reads one manifest text, field by field, where it lies.
+class Parser {
+  public:
+    explicit Parser(std::string_view text) : at_(text.data()), end_(text.data() + text.size()) {}
+
+    [[nodiscard]] bool atEnd() const { return at_ == end_; }
+
+    EntryKind kind() {
+        const std::string_view field = upToTab();
+        if (field == "f") return EntryKind::file;
+        if (field == "l") return EntryKind::link;
+        if (field == "d") return EntryKind::dir;
+        throw TidewrackError::corrupt("manifest kind");
+    }
+
+    template <typename Number> Number number() {
+        const char* start = at_;
+        while (at_ != end_ && *at_ != '\t' && *at_ != '\n') ++at_;
+        Number value = 0;
+        const auto [stop, error] = std::from_chars(start, at_, value);
+        if (error != std::errc() || stop != at_ || start == at_) throw TidewrackError::corrupt("manifest number");
+        if (at_ != end_) ++at_;
+        return value;
+    }
+
+    std::string_view upToTab() {
+        const auto* tab = static_cast<const char*>(std::memchr(at_, '\t', static_cast<std::size_t>(end_ - at_)));
+        return take(tab == nullptr ? end_ : tab);
+    }
+
+    std::string_view line() {
+        const auto* feed = static_cast<const char*>(std::memchr(at_, '\n', static_cast<std::size_t>(end_ - at_)));
+        if (feed == nullptr) throw TidewrackError::corrupt("manifest line end");
+        return take(feed);
+    }
+
+  private:
+    std::string_view take(const char* stop) {
+        const std::string_view field(at_, static_cast<std::size_t>(stop - at_));
+        at_ = stop == end_ ? end_ : stop + 1;
+        return field;
+    }
+
+    const char* at_;
+    const char* end_;
+};
+
+} // namespace
+
+std::string Manifest::escape(std::string_view path) {
+    std::string result;
+    result.reserve(path.size());
+    for (const char c : path) {
+        if (c == '\\') result += "\\\\";
+        else if (c == '\t') result += "\\t";
+        else if (c == '\n') result += "\\n";
+        else result += c;
+    }
+    return result;
+}
+
+std::string Manifest::unescape(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            result += text[i];
+            continue;
+        }
+        const char next = text[++i];
+        result += next == 't' ? '\t' : next == 'n' ? '\n' : next;
+    }
+    return result;
+}
+
+std::string Manifest::encodedText() const {
+    std::string text;
+    std::size_t length = 0;
+    for (const Item& item : items_) length += item.path.size() + item.entry.blob.size() + 90;
+    text.reserve(length);
+    for (const Item& item : items_) {
+        text += kindCode(item.entry.kind);
+        text += '\t';
+        appendNumber(text, item.entry.mode);
+        appendNumber(text, item.entry.size);
+        appendNumber(text, item.entry.mtime);
+        appendNumber(text, item.entry.ctime);
+        appendNumber(text, item.entry.ino);
+        text += item.entry.blob;
+        text += '\t';
+        if (item.path.find_first_of("\\\t\n") == std::string_view::npos) text += item.path;
+        else text += escape(item.path);
+        text += '\n';
+    }
+    return text;
+}
+
+Manifest Manifest::decodeText(std::string bytes) {
+    ManifestBuilder builder;
+    Manifest& manifest = builder.manifest_;
+    const std::string_view text = manifest.arena_->adopt(std::move(bytes));
+    manifest.items_.reserve(text.size() / 90);
+    Parser parser(text);
+    while (!parser.atEnd()) {
+        Item item;
+        item.entry.kind = parser.kind();
+        item.entry.mode = parser.number<std::uint16_t>();
+        item.entry.size = parser.number<std::int64_t>();
+        item.entry.mtime = parser.number<std::int64_t>();
+        item.entry.ctime = parser.number<std::int64_t>();
+        item.entry.ino = parser.number<std::uint64_t>();
+        item.entry.blob = parser.upToTab();
+        const std::string_view path = parser.line();
+        item.path = path.find('\\') == std::string_view::npos ? path : manifest.arena_->add(unescape(path));
+        manifest.items_.push_back(item);
+    }
+    return builder.finish();
+}
+
+std::string Manifest::encoded() const { return compressed(encodedText()); }
+
+Manifest Manifest::decode(std::string_view bytes) { return decodeText(decompressed(bytes)); }
+
+} // namespace tidewrack

@@ -1,0 +1,70 @@
+#include "Store/Records.hpp"
+
+#include "Support/JsonFields.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace tidewrack {
+
+namespace {
+
+void put(nlohmann::json& object, const char* key, const std::optional<std::string>& value) {
+    if (value) object[key] = *value;
+}
+
+} // namespace
+
+nlohmann::json toJson(const Project& project) {
+    nlohmann::json object = {
+        {"id", project.id}, {"root", project.root}, {"created", isoText(project.created)}, {"excludes", project.excludes}};
+    if (project.excludesIfIgnored) object["excludesIfIgnored"] = *project.excludesIfIgnored;
+    if (project.maxFileSize) object["maxFileSize"] = *project.maxFileSize;
+    return object;
+}
+
+nlohmann::json toJson(const SnapshotMeta& meta) {
+    nlohmann::json object = {{"seq", meta.seq},         {"created", isoText(meta.created)},
+                             {"kind", meta.kind},       {"manifestOf", meta.manifestOf},
+                             {"files", meta.files},     {"added", meta.added},
+                             {"modified", meta.modified}, {"deleted", meta.deleted},
+                             {"pinned", meta.pinned},   {"durationMs", meta.durationMs}};
+    put(object, "label", meta.label);
+    put(object, "agent", meta.agent);
+    put(object, "session", meta.session);
+    put(object, "turn", meta.turn);
+    return object;
+}
+
+Project decodeProject(std::string_view text, const std::string& source) {
+    const JsonFields fields(text, source);
+    Project project;
+    project.id = fields.text("id");
+    project.root = fields.text("root");
+    project.created = fields.date("created");
+    project.excludes = fields.texts("excludes");
+    project.excludesIfIgnored = fields.optionalTexts("excludesIfIgnored");
+    project.maxFileSize = fields.optionalInteger("maxFileSize");
+    return project;
+}
+
+SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source) {
+    const JsonFields fields(text, source);
+    SnapshotMeta meta;
+    meta.seq = fields.integer("seq");
+    meta.created = fields.date("created");
+    meta.kind = fields.text("kind");
+    meta.label = fields.optionalText("label");
+    meta.agent = fields.optionalText("agent");
+    meta.session = fields.optionalText("session");
+    meta.turn = fields.optionalText("turn");
+    meta.manifestOf = fields.integer("manifestOf");
+    meta.files = fields.integer("files");
+    meta.added = fields.integer("added");
+    meta.modified = fields.integer("modified");
+    meta.deleted = fields.integer("deleted");
+    meta.pinned = fields.boolean("pinned");
+    meta.durationMs = fields.integer("durationMs");
+    return meta;
+}
+
+} // namespace tidewrack

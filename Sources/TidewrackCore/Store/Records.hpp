@@ -1,0 +1,58 @@
+#pragma once
+// The two JSON records of the store: one per tracked folder, one per snapshot. docs/store-format.md has examples.
+
+#include "Support/Dates.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+// A tracked folder.
+struct Project {
+    static constexpr std::int64_t defaultMaxFileSize = 268435456; // 256 MiB
+
+    std::string id;   // its folder's name in the registry
+    std::string root; // canonical absolute path
+    Date created{};
+    std::vector<std::string> excludes;                         // names always left out
+    std::optional<std::vector<std::string>> excludesIfIgnored; // names left out when git ignores them; absent: defaults
+    std::optional<std::int64_t> maxFileSize;                   // bytes; absent: defaultMaxFileSize
+
+    bool operator==(const Project&) const = default;
+};
+
+// One snapshot.
+struct SnapshotMeta {
+    std::int64_t seq = 0;
+    Date created{};
+    std::string kind;
+    std::optional<std::string> label;
+    std::optional<std::string> agent;
+    std::optional<std::string> session;
+    std::optional<std::string> turn;
+    std::int64_t manifestOf = 0; // the snapshot whose manifest lists this one's content
+    std::int64_t files = 0;
+    std::int64_t added = 0;
+    std::int64_t modified = 0;
+    std::int64_t deleted = 0;
+    bool pinned = false;
+    std::int64_t durationMs = 0;
+
+    bool operator==(const SnapshotMeta&) const = default;
+};
+
+[[nodiscard]] nlohmann::json toJson(const Project& project);
+[[nodiscard]] nlohmann::json toJson(const SnapshotMeta& meta);
+
+// Read a record's text; `source` names it in the error. Unknown keys are ignored. Throw TidewrackError corrupt
+// when the text is no JSON object, a required key is missing or a value has the wrong type.
+[[nodiscard]] Project decodeProject(std::string_view text, const std::string& source);
+[[nodiscard]] SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source);
+
+} // namespace tidewrack

@@ -1,0 +1,299 @@
+#include "Store/Store.hpp"
+
+#include "Engine/Walker.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Json.hpp"
+#include "Support/Paths.hpp"
+#include "Support/Text.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+
+namespace tidewrack {
+
+namespace {
+
+std::optional<std::string> resolved(const std::string& path) {
+    char* text = ::realpath(path.c_str(), nullptr);
+    if (text == nullptr) return std::nullopt;
+    std::string result(text);
+    std::free(text); // NOLINT: realpath allocates with malloc
+    return result;
+}
+
+std::string hexText(std::string_view bytes, std::size_t count) {
+    static constexpr char digits[] = "0123456789abcdef";
+    const auto digest = sha256(bytes);
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += digits[digest[i] >> 4];
+        text += digits[digest[i] & 15];
+    }
+    return text;
+}
+
+} // namespace
+
+std::optional<std::int64_t> parseSeq(std::string_view text) {
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < 0) return std::nullopt;
+    return value;
+}
+
+std::string homeFolder(const Environment& environment) {
+    const auto found = environment.find("HOME");
+    return found != environment.end() && !found->second.empty() ? found->second : homeFolderOfUser();
+}
+
+Store Store::fromEnvironment(const Environment& environment) {
+    const std::string user = homeFolder(environment);
+    const auto chosen = environment.find("TIDEWRACK_HOME");
+    if (chosen != environment.end() && !chosen->second.empty())
+        return {absolutePath(chosen->second, currentFolder()), user};
+    if (user.empty()) throw TidewrackError::io("Can't tell the home folder: set HOME or TIDEWRACK_HOME.");
+    return {joined(user, "Library/Application Support/Tidewrack"), user};
+}
+
+std::string Store::canonical(const std::string& path) {
+    const std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
+    if (auto whole = resolved(text)) return *whole;
+    // Of a path that does not exist (yet), resolve what does.
+    std::string tail;
+    std::string head = text;
+    while (head.size() > 1) {
+        tail = "/" + std::string(lastComponent(head)) + tail;
+        head = std::string(parentOf(head));
+        if (auto known = resolved(head)) return standardized(*known + tail);
+    }
+    return text;
+}
+
+std::string Store::projectID(const std::string& root) {
+    constexpr std::size_t mostCharacters = 32;
+    constexpr std::size_t mostBytes = 200; // a folder name has room for 255
+    const std::string name = lowercased(lastComponent(root));
+    std::string slug;
+    std::string_view rest = name;
+    for (std::size_t i = 0; i < mostCharacters && !rest.empty(); ++i) {
+        const std::string_view character = rest.substr(0, characterLength(rest));
+        rest.remove_prefix(character.size());
+        if (slug.size() + character.size() > mostBytes) break;
+        if (isLetterOrNumber(character)) slug += character;
+        else slug += '-';
+    }
+    const std::string hash = hexText(root, 4);
+    return slug.empty() ? hash : slug + "-" + hash;
+}
+
+bool Store::isTooBroad(const std::string& path) const {
+    static constexpr std::string_view system[] = {"/",        "/Users",   "/System", "/Library", "/Applications",
+                                                  "/private", "/Volumes", "/opt",    "/usr"};
+    const std::string p = canonical(path);
+    if (std::find(std::begin(system), std::end(system), p) != std::end(system)) return true;
+    if (userHome.empty()) return false;
+    const std::string user = canonical(userHome);
+    if (p == user) return true;
+    static constexpr std::string_view inHome[] = {"Desktop", "Documents", "Downloads", "Library"};
+    return std::any_of(std::begin(inHome), std::end(inHome),
+                       [&](std::string_view name) { return p == joined(user, name); });
+}
+
+Project Store::track(const std::string& path, bool force) const {
+    const std::string p = canonical(path);
+    if (!isFolder(p)) throw TidewrackError::io(p + " is not a folder.");
+    for (Project& known : projects())
+        if (known.root == p) return std::move(known);
+    refuseUnsuitable(p, force);
+    Project project;
+    project.id = projectID(p);
+    project.root = p;
+    project.created = now();
+    project.excludes = defaultExcludes();
+    project.excludesIfIgnored = defaultExcludesIfIgnored();
+    std::sort(project.excludes.begin(), project.excludes.end());
+    std::sort(project.excludesIfIgnored->begin(), project.excludesIfIgnored->end());
+    register_(project);
+    return project;
+}
+
+void Store::refuseUnsuitable(const std::string& path, bool force) const {
+    const std::string own = canonical(home);
+    if (isAtOrBelow(path, own) || isAtOrBelow(own, path))
+        throw TidewrackError::refused(path + " contains Tidewrack's own history (" + own +
+                                      "). Track a project folder instead.");
+    if (!isUtf8(path))
+        throw TidewrackError::refused(repairedUtf8(path) +
+                                      " has a name that is not valid UTF-8. Rename the folder to track it.");
+    if (force) return;
+    if (isTooBroad(path))
+        throw TidewrackError::refused(path + " is too broad to track. Track a project folder instead.");
+    const auto& names = defaultExcludes();
+    if (Walker::count(path, NameSet(names.begin(), names.end()), maxTrackedEntries) > maxTrackedEntries)
+        throw TidewrackError::refused(path + " has more than " + std::to_string(maxTrackedEntries) +
+                                      " files. Use --force to track it anyway.");
+}
+
+void Store::register_(const Project& project) const {
+    const std::string folder = projectFolder(project);
+    if (const int error = makeHome()) throw TidewrackError::io("create", home, error);
+    for (const char* name : {"/snapshots", "/manifests", "/blobs"})
+        if (const int error = makeFolders(folder + name, 0755)) throw TidewrackError::io("create", folder + name, error);
+    writeFileAtomically(folder + "/project.json", compactJson(toJson(project)));
+}
+
+void Store::untrack(const Project& project) const {
+    const std::string folder = projectFolder(project);
+    const ProjectLock lock(lockPath(project));
+    // The record goes first: a project half removed by a sudden death is then no project any more.
+    (void)::unlink((folder + "/project.json").c_str());
+    if (const int error = removeTree(folder)) throw TidewrackError::io("remove", folder, error);
+}
+
+std::vector<Project> Store::projects() const {
+    std::vector<Project> result;
+    if (!exists(projectsFolder())) return result;
+    auto names = listFolder(projectsFolder());
+    if (!names) throw TidewrackError::io("list", projectsFolder(), errno);
+    std::sort(names->begin(), names->end());
+    for (const std::string& name : *names) {
+        const std::string path = projectsFolder() + "/" + name + "/project.json";
+        std::string text;
+        if (readFile(path, text) != 0) continue;
+        result.push_back(decodeProject(text, path));
+    }
+    return result;
+}
+
+std::optional<Project> Store::projectContaining(const std::string& path) const {
+    return projectContaining(path, projects());
+}
+
+std::optional<Project> Store::projectContaining(const std::string& path, const std::vector<Project>& projects) {
+    const std::string p = canonical(path);
+    const Project* nearest = nullptr;
+    for (const Project& project : projects)
+        if (isAtOrBelow(p, project.root) &&
+            (nearest == nullptr || characterCount(project.root) > characterCount(nearest->root)))
+            nearest = &project;
+    return nearest == nullptr ? std::nullopt : std::optional(*nearest);
+}
+
+std::vector<std::int64_t> Store::seqs(const Project& project) const {
+    std::vector<std::int64_t> result;
+    for (const std::string& name : listFolder(projectFolder(project) + "/snapshots").value_or(std::vector<std::string>())) {
+        if (!name.ends_with(".json")) continue;
+        if (const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - 5))) result.push_back(*seq);
+    }
+    std::sort(result.begin(), result.end());
+    return result;
+}
+
+std::optional<SnapshotMeta> Store::latest(const Project& project) const {
+    const auto all = seqs(project);
+    if (all.empty()) return std::nullopt;
+    return snapshot(project, all.back());
+}
+
+std::vector<SnapshotMeta> Store::snapshots(const Project& project) const {
+    const std::string folder = projectFolder(project) + "/snapshots";
+    std::vector<SnapshotMeta> result;
+    if (!exists(folder)) return result;
+    const auto names = listFolder(folder);
+    if (!names) throw TidewrackError::io("list", folder, errno);
+    for (const std::string& name : *names) {
+        std::string text;
+        const std::string path = folder + "/" + name;
+        if (!name.ends_with(".json") || readFile(path, text) != 0) continue;
+        result.push_back(decodeSnapshotMeta(text, path));
+    }
+    std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.seq < b.seq; });
+    return result;
+}
+
+SnapshotMeta Store::snapshot(const Project& project, std::int64_t seq) const {
+    const std::string path = metaPath(project, seq);
+    std::string text;
+    const int error = readFile(path, text);
+    if (error == ENOENT) throw TidewrackError::noSnapshot(seq);
+    if (error != 0) throw TidewrackError::io("read", path, error);
+    return decodeSnapshotMeta(text, path);
+}
+
+Manifest Store::manifest(const SnapshotMeta& meta, const Project& project) const {
+    const std::string path = manifestPath(project, meta.manifestOf);
+    std::string bytes;
+    const int error = readFile(path, bytes);
+    if (error == ENOENT) throw TidewrackError::corrupt("missing manifest for #" + std::to_string(meta.manifestOf));
+    if (error != 0) throw TidewrackError::io("read", path, error);
+    return Manifest::decode(bytes);
+}
+
+std::int64_t Store::highestLeftover(const Project& project) const {
+    std::int64_t highest = 0;
+    for (const char* folder : {"/manifests", "/blobs"}) {
+        for (std::string name : listFolder(projectFolder(project) + folder).value_or(std::vector<std::string>())) {
+            if (name.ends_with(".mf")) name.resize(name.size() - 3);
+            highest = std::max(highest, parseSeq(name).value_or(0));
+        }
+    }
+    return highest;
+}
+
+void Store::writeSnapshot(const ProjectLock&, const Project& project, const SnapshotMeta& meta) const {
+    writeFileAtomically(metaPath(project, meta.seq), compactJson(toJson(meta)));
+}
+
+void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq,
+                          const Manifest& manifest) const {
+    writeFileAtomically(manifestPath(project, seq), manifest.encoded());
+}
+
+std::string Store::projectFolder(const Project& project) const { return projectsFolder() + "/" + project.id; }
+std::string Store::lockPath(const Project& project) const { return projectFolder(project) + "/lock"; }
+std::string Store::blobsFolder(const Project& project) const { return projectFolder(project) + "/blobs"; }
+
+std::string Store::metaPath(const Project& project, std::int64_t seq) const {
+    return projectFolder(project) + "/snapshots/" + std::to_string(seq) + ".json";
+}
+
+std::string Store::manifestPath(const Project& project, std::int64_t seq) const {
+    return projectFolder(project) + "/manifests/" + std::to_string(seq) + ".mf";
+}
+
+std::string Store::blobPath(const Project& project, std::string_view blob) const {
+    return blobsFolder(project) + "/" + std::string(blob);
+}
+
+std::optional<std::string> Store::storageWarning(const Project& project) const {
+    (void)makeHome();
+    const std::string type = volumeType(project.root);
+    if (type.empty()) return std::nullopt;
+    if (!volumeClones(project.root))
+        return project.root + " is on a " + type +
+               " volume, not APFS: history will use full copies and real disk space.";
+    Attributes ofRoot;
+    Attributes ofStore;
+    if (attributesAt(AT_FDCWD, project.root.c_str(), ofRoot) != 0 || attributesAt(AT_FDCWD, home.c_str(), ofStore) != 0)
+        return std::nullopt;
+    if (ofRoot.device == ofStore.device) return std::nullopt;
+    return project.root +
+           " is on a different volume than Tidewrack's history: kept files will be full copies, not free clones.";
+}
+
+int Store::makeHome() const {
+    if (isFolder(home)) return 0;
+    // Parents get the usual mode; the store itself is its reader's alone.
+    if (const int error = makeFolders(std::string(parentOf(home)), 0755)) return error;
+    return makeFolders(home, 0700);
+}
+
+} // namespace tidewrack

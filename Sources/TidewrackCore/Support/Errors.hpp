@@ -1,0 +1,34 @@
+#pragma once
+// The core's errors, described in the words that the user sees.
+
+#include <stdexcept>
+#include <string>
+
+namespace tidewrack {
+
+class TidewrackError : public std::runtime_error {
+  public:
+    enum class Kind { notTracked, refused, noSnapshot, corrupt, io };
+
+    static TidewrackError notTracked(const std::string& path) {
+        return {Kind::notTracked, path + " isn't tracked. Run `tidewrack track` in the project folder."};
+    }
+    static TidewrackError refused(const std::string& message) { return {Kind::refused, message}; }
+    static TidewrackError noSnapshot(long long seq) {
+        return {Kind::noSnapshot, "No snapshot #" + std::to_string(seq) + "."};
+    }
+    static TidewrackError corrupt(const std::string& detail) {
+        return {Kind::corrupt, "Corrupt store data: " + detail};
+    }
+    static TidewrackError io(const std::string& message) { return {Kind::io, message}; }
+    // "can't <action> <path>: <system text>"
+    static TidewrackError io(const std::string& action, const std::string& path, int error);
+
+    [[nodiscard]] Kind kind() const { return kind_; }
+
+  private:
+    TidewrackError(Kind kind, const std::string& description) : std::runtime_error(description), kind_(kind) {}
+    Kind kind_;
+};
+
+} // namespace tidewrack
