@@ -1,0 +1,148 @@
+#include "Hooks/ConfigFile.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr int maxLinks = 40;
+
+[[noreturn]] void fail(const std::string& what, const std::string& path, int error) {
+    throw std::runtime_error(what + " " + path + ": " + std::strerror(error));
+}
+
+std::string folderOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Where a write to `path` ends up. Unlike realpath this also works when the last link points at nothing yet, as
+// in a home folder whose linked dotfiles are still to be filled.
+std::string followedLinks(std::string path) {
+    for (int links = 0; links < maxLinks; ++links) {
+        char target[4096];
+        const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+        if (length < 0) return path;
+        std::string next = target[0] == '/' ? "" : folderOf(path) + '/';
+        next.append(target, static_cast<std::size_t>(length));
+        path = std::move(next);
+    }
+    fail("can't follow", path, ELOOP);
+}
+
+void createFolders(const std::string& folder) {
+    if (::mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST) return;
+    if (errno != ENOENT || folder == "/") fail("can't create", folder, errno);
+    createFolders(folderOf(folder));
+    if (::mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) fail("can't create", folder, errno);
+}
+
+// A file that is written beside `path` and takes its place with `commit`; without that it is removed again.
+class NewFile {
+  public:
+    // `like`: the file whose mode and owner it takes over; null for a file of the user's usual mode.
+    NewFile(const std::string& path, const struct stat* like)
+        : path_(path), temporary_(path + ".tidewrack-" + std::to_string(::getpid())) {
+        ::unlink(temporary_.c_str()); // left by a process of the same number that was killed
+        const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+        fd_ = ::open(temporary_.c_str(), flags, like ? 0600 : 0666);
+        if (fd_ < 0) fail("can't write", path_, errno);
+        if (like) takeOver(*like);
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile() {
+        if (fd_ >= 0) ::close(fd_);
+        if (!committed_) ::unlink(temporary_.c_str());
+    }
+
+    void write(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const ssize_t written = ::write(fd_, bytes.data(), bytes.size());
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) fail("can't write", path_, errno);
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        }
+    }
+
+    void commit() {
+        const bool flushed = ::fsync(fd_) == 0;
+        if (!flushed || ::rename(temporary_.c_str(), path_.c_str()) != 0) fail("can't write", path_, errno);
+        committed_ = true;
+    }
+
+  private:
+    // Only root may give a file away, and an owner only to a group of theirs, so owner and group are best effort.
+    // The mode comes last because a change of owner takes bits away.
+    void takeOver(const struct stat& like) {
+        if (::fchown(fd_, like.st_uid, like.st_gid) != 0 && ::fchown(fd_, static_cast<uid_t>(-1), like.st_gid) != 0)
+            errno = 0;
+        if (::fchmod(fd_, like.st_mode & 07777) != 0) fail("can't write", path_, errno);
+    }
+
+    std::string path_;
+    std::string temporary_;
+    int fd_ = -1;
+    bool committed_ = false;
+};
+
+void write(const std::string& path, std::string_view bytes, const struct stat* like) {
+    NewFile file(path, like);
+    file.write(bytes);
+    file.commit();
+}
+
+struct OpenFile {
+    int fd;
+    ~OpenFile() { ::close(fd); }
+};
+
+} // namespace
+
+std::optional<std::string> readConfig(const std::string& path) {
+    // Not blocking: a pipe in the file's place must not make us wait for a writer.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
+    if (fd < 0) fail("can't read", path, errno);
+    const OpenFile file{fd};
+    struct stat status {};
+    if (::fstat(file.fd, &status) != 0) fail("can't read", path, errno);
+    if (!S_ISREG(status.st_mode)) throw std::runtime_error("can't read " + path + ": not a regular file");
+    std::string bytes;
+    char buffer[16384];
+    for (;;) {
+        const ssize_t count = ::read(file.fd, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) fail("can't read", path, errno);
+        if (count == 0) return bytes;
+        bytes.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
+std::optional<std::string> replaceConfig(const std::string& path, const std::optional<std::string>& before,
+                                         std::string_view bytes) {
+    const std::string target = followedLinks(path);
+    createFolders(folderOf(target));
+    if (readConfig(target) != before)
+        throw std::runtime_error(path + " was changed by another program meanwhile; run the command again");
+    if (!before) {
+        write(target, bytes, nullptr);
+        return std::nullopt;
+    }
+    struct stat status {};
+    if (::stat(target.c_str(), &status) != 0) fail("can't read", path, errno);
+    const std::string backup = path + ".tidewrack-backup";
+    write(backup, *before, &status);
+    write(target, bytes, &status);
+    return backup;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,118 @@
+#include "HooksCommand.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ostream>
+#include <stdexcept>
+
+namespace tidewrack {
+
+namespace {
+
+enum class Change { install, uninstall };
+
+[[noreturn]] void usageError(const std::string& message) {
+    throw std::runtime_error(message);
+}
+
+Agent knownAgent(const std::string& name) {
+    if (const auto agent = agentNamed(name)) return *agent;
+    usageError("unknown agent " + name + "; use claude, codex, cursor, gemini or all");
+}
+
+std::vector<Agent> chosenAgents(const std::string& name, Change change, const HookInstaller& installer) {
+    if (name != "all") return {knownAgent(name)};
+    std::vector<Agent> chosen;
+    for (const Agent agent : allAgents)
+        if (change == Change::uninstall || installer.agentPresent(agent)) chosen.push_back(agent);
+    return chosen;
+}
+
+void report(const HookInstaller::Result& result, Change change, std::ostream& out) {
+    const bool installing = change == Change::install;
+    const auto name = rawValue(result.agent);
+    if (!result.changed) {
+        out << name << ": " << result.note.value_or(installing ? "already installed" : "already removed") << '\n';
+        return;
+    }
+    out << (installing ? "Installed " : "Removed ") << name << (installing ? " hooks in " : " hooks from ")
+        << result.path << '\n';
+    if (result.backup) out << "  backup: " << *result.backup << '\n';
+    if (result.note) out << "  " << *result.note << '\n';
+}
+
+void changeAgents(const std::string& name, Change change, const HookInstaller& installer, std::ostream& out) {
+    const auto agents = chosenAgents(name, change, installer);
+    if (agents.empty()) {
+        out << "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n";
+        return;
+    }
+    for (const Agent agent : agents)
+        report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out);
+}
+
+void printStatus(const HookInstaller& installer, std::ostream& out) {
+    using State = HookInstaller::Status::State;
+    for (const Agent agent : allAgents) {
+        const auto status = installer.status(agent);
+        std::string line(rawValue(agent));
+        line.resize(8, ' ');
+        switch (status.state) {
+        case State::installed: line += "installed"; break;
+        case State::notInstalled: line += "not installed"; break;
+        case State::agentNotFound: line += "agent not found"; break;
+        }
+        if (status.hint) line += ", " + *status.hint;
+        out << line << '\n';
+    }
+}
+
+bool isProgram(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+std::string absoluteIn(const std::string& folder, std::string_view path) {
+    if (path.starts_with('/')) return std::string(path);
+    while (path.starts_with("./")) path.remove_prefix(2);
+    return (folder == "/" ? "" : folder) + '/' + std::string(path);
+}
+
+} // namespace
+
+void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out) {
+    const std::string verb = words.empty() ? "" : words[0];
+    const std::string agent = words.size() > 1 ? words[1] : "";
+    if (verb == "status")
+        printStatus(installer, out);
+    else if (verb == "install")
+        changeAgents(agent.empty() ? "all" : agent, Change::install, installer, out);
+    else if (verb == "uninstall")
+        changeAgents(agent.empty() ? "all" : agent, Change::uninstall, installer, out);
+    else if (verb == "print" && agent.empty())
+        usageError("which agent?");
+    else if (verb == "print")
+        out << installer.snippet(knownAgent(agent)) << '\n';
+    else
+        usageError("usage: tidewrack hooks status|install|uninstall|print");
+}
+
+std::optional<std::string> calledProgram(std::string_view calledAs, std::string_view searchPath,
+                                         const std::string& folder) {
+    if (calledAs.empty()) return std::nullopt;
+    if (calledAs.find('/') != calledAs.npos) {
+        std::string path = absoluteIn(folder, calledAs);
+        return isProgram(path) ? std::optional(path) : std::nullopt;
+    }
+    for (;;) {
+        const auto colon = searchPath.find(':');
+        const std::string_view entry = searchPath.substr(0, colon);
+        std::string path = absoluteIn(folder, std::string(entry.empty() ? "." : entry) + '/' + std::string(calledAs));
+        if (isProgram(path)) return path;
+        if (colon == searchPath.npos) return std::nullopt;
+        searchPath.remove_prefix(colon + 1);
+    }
+}
+
+} // namespace tidewrack

@@ -1,0 +1,23 @@
+#pragma once
+// `tidewrack hooks`: installs, removes, reports and prints the agents' hooks.
+
+#include "Hooks/Installer.hpp"
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+// Runs `tidewrack hooks WORDS...` and writes what it did to `out`. Throws for wrong words, and for the first file
+// that cannot be read or written; what was done before that is in `out`.
+void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out);
+
+// The absolute path of a program that was called as `calledAs` in `folder`: a bare name is looked up in the
+// colon-separated `searchPath` as a shell does. Links are not resolved. None when nothing is found.
+[[nodiscard]] std::optional<std::string> calledProgram(std::string_view calledAs, std::string_view searchPath,
+                                                       const std::string& folder);
+
+} // namespace tidewrack

@@ -1,0 +1,410 @@
+#include "Hooks/ConfigFile.hpp"
+#include "Hooks/Installer.hpp"
+#include "HooksCommand.hpp"
+#include "Support/Json.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+using namespace tidewrack;
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string codexNote =
+    "Open Codex and run /hooks to trust Tidewrack's hooks; Codex skips new hooks until you do.";
+
+class Installer : public testing::Test {
+  protected:
+    Installer() {
+        char name[] = "/tmp/tidewrack-installer-XXXXXX";
+        home = ::mkdtemp(name);
+    }
+    ~Installer() override { fs::remove_all(home); }
+
+    HookInstaller installer(const std::string& binary = "/usr/local/bin/tidewrack") const { return {home, binary}; }
+    std::string path(Agent agent) const { return installer().configPath(agent); }
+    std::string backupOf(Agent agent) const { return path(agent) + ".tidewrack-backup"; }
+
+    void put(Agent agent, const std::string& text) const {
+        fs::create_directories(fs::path(path(agent)).parent_path());
+        std::ofstream(path(agent), std::ios::binary) << text;
+    }
+    static std::string text(const std::string& file) {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    json config(Agent agent) const { return json::parse(text(path(agent))); }
+
+    std::string run(const std::vector<std::string>& words, const std::string& binary = "/usr/local/bin/tidewrack") {
+        std::ostringstream out;
+        runHooks(words, installer(binary), out);
+        return out.str();
+    }
+    static std::string errorOf(const std::function<void()>& action) {
+        try {
+            action();
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return "no error";
+    }
+
+    std::string home;
+};
+
+// Entries of other tools, in the shapes and with the values that real files hold.
+const char* const claudeWithOthers = R"({
+  "model": "opus", "ratio": 1.10, "big": 123456789012345678901234567890, "huge": 1e400, "zero": -0,
+  "greeting": "na\u00efve \ud83d\udc4b", "url": "https:\/\/example.com/a",
+  "hooks": {
+    "PreToolUse": [
+      {"matcher": "Bash", "hooks": [{"type": "command", "command": "lint.sh"}]},
+      {"matcher": "Edit", "hooks": []}
+    ],
+    "Notification": [{"hooks": [{"type": "command", "command": "notify tidewrack"}]}],
+    "Empty": [],
+    "enabled": true
+  }
+})";
+
+} // namespace
+
+TEST_F(Installer, writesExactlyTheHooksOfEachAgent) {
+    put(Agent::claude, "");
+    EXPECT_TRUE(installer().install(Agent::claude).changed);
+    EXPECT_EQ(text(path(Agent::claude)), R"({
+  "hooks" : {
+    "PreToolUse" : [
+      {
+        "hooks" : [
+          {
+            "command" : "/usr/local/bin/tidewrack hook claude",
+            "timeout" : 30,
+            "type" : "command"
+          }
+        ],
+        "matcher" : "Bash"
+      }
+    ],
+    "Stop" : [
+      {
+        "hooks" : [
+          {
+            "async" : true,
+            "command" : "/usr/local/bin/tidewrack hook claude",
+            "type" : "command"
+          }
+        ]
+      }
+    ],
+    "UserPromptSubmit" : [
+      {
+        "hooks" : [
+          {
+            "command" : "/usr/local/bin/tidewrack hook claude",
+            "timeout" : 30,
+            "type" : "command"
+          }
+        ]
+      }
+    ]
+  }
+}
+)");
+    const auto expect = [this](Agent agent, const char* golden) {
+        installer().install(agent);
+        EXPECT_EQ(config(agent), json::parse(golden)) << rawValue(agent);
+        EXPECT_EQ(json::parse(installer().snippet(agent)), json::parse(golden)) << rawValue(agent);
+    };
+    expect(Agent::codex, R"({"hooks":{
+        "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}],
+        "PreToolUse":[{"matcher":"^Bash$","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex",
+            "timeout":30,"statusMessage":"Tidewrack: checking command"}]}],
+        "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}]}})");
+    expect(Agent::cursor, R"({"version":1,"hooks":{
+        "beforeSubmitPrompt":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}],
+        "beforeShellExecution":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}],
+        "stop":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}]}})");
+    expect(Agent::gemini, R"({"hooks":{
+        "BeforeAgent":[{"hooks":[{"name":"tidewrack","type":"command",
+            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}],
+        "BeforeTool":[{"matcher":"run_shell_command","hooks":[{"name":"tidewrack","type":"command",
+            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}],
+        "AfterAgent":[{"hooks":[{"name":"tidewrack","type":"command",
+            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}]}})");
+}
+
+TEST_F(Installer, keepsWhatOthersWroteAndUninstallGivesItBack) {
+    put(Agent::claude, claudeWithOthers);
+    const auto before = parseJsonKeepingDigits(claudeWithOthers);
+    const auto result = installer().install(Agent::claude);
+    EXPECT_EQ(result.backup, backupOf(Agent::claude));
+    EXPECT_EQ(text(backupOf(Agent::claude)), claudeWithOthers);
+
+    const std::string installed = text(path(Agent::claude));
+    for (const char* kept : {"\"ratio\" : 1.10,", "\"big\" : 123456789012345678901234567890,", "\"huge\" : 1e400,",
+                             "\"zero\" : -0", "\"na\u00efve \U0001F44B\"", "\"https://example.com/a\""})
+        EXPECT_NE(installed.find(kept), std::string::npos) << kept;
+    auto after = *parseJsonKeepingDigits(installed);
+    const json& list = after["hooks"]["PreToolUse"];
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[0], (*before)["hooks"]["PreToolUse"][0]);
+    EXPECT_EQ(list[1], (*before)["hooks"]["PreToolUse"][1]);
+    EXPECT_EQ(list[2]["hooks"][0]["command"], "/usr/local/bin/tidewrack hook claude");
+
+    ::unlink(backupOf(Agent::claude).c_str());
+    const auto again = installer().install(Agent::claude);
+    EXPECT_FALSE(again.changed);
+    EXPECT_FALSE(fs::exists(backupOf(Agent::claude)));
+
+    EXPECT_TRUE(installer().uninstall(Agent::claude).changed);
+    EXPECT_EQ(text(backupOf(Agent::claude)), installed);
+    EXPECT_EQ(parseJsonKeepingDigits(text(path(Agent::claude))), before);
+    EXPECT_FALSE(installer().uninstall(Agent::claude).changed);
+
+    put(Agent::gemini, R"({"theme":"dark"})");
+    installer().install(Agent::gemini);
+    installer().uninstall(Agent::gemini);
+    EXPECT_EQ(config(Agent::gemini), json::parse(R"({"theme":"dark"})"));
+}
+
+TEST_F(Installer, replacesItsEntriesWhereTheyStand) {
+    const std::string others = R"({"hooks":[{"command":"a"}]})";
+    const std::string old = R"({"hooks":[{"command":"'/old dir/tidewrack' hook codex","timeout":9}]})";
+    // A list with ours twice; one shared with another tool; one with ours under an event that is no longer used.
+    put(Agent::codex, R"({"hooks":{"Stop":[)" + old + "," + others + "," + old + R"(],
+        "PreToolUse":[{"matcher":"^Bash$","note":"shared","hooks":[{"command":"b"},
+            {"command":"/x/tidewrack hook codex"},{"command":"c"},{"command":"tidewrack hook claude"}]}],
+        "UserPromptSubmit":[{"matcher":"x","hooks":[{"command":"/x/tidewrack hook codex"},{"command":"d"}]}],
+        "SessionStart":[)" +
+                          old + R"(]}})");
+    EXPECT_EQ(installer().install(Agent::codex).note, codexNote);
+    const json hooks = config(Agent::codex)["hooks"];
+    const json block = json::parse(installer().snippet(Agent::codex))["hooks"];
+    EXPECT_EQ(hooks["Stop"], json::array({block["Stop"][0], json::parse(others)}));
+    const json ours = block["PreToolUse"][0]["hooks"][0];
+    EXPECT_EQ(hooks["PreToolUse"], json::parse(R"([{"matcher":"^Bash$","note":"shared","hooks":[{"command":"b"},)" +
+                                               ours.dump() + R"(,{"command":"c"}]}])"));
+    EXPECT_EQ(hooks["UserPromptSubmit"],
+              json::array({json::parse(R"({"matcher":"x","hooks":[{"command":"d"}]})"), block["UserPromptSubmit"][0]}));
+    EXPECT_FALSE(hooks.contains("SessionStart"));
+
+    EXPECT_FALSE(installer().install(Agent::codex).note.has_value());
+    EXPECT_EQ(installer().uninstall(Agent::codex).note, codexNote);
+}
+
+TEST_F(Installer, quotesAndReadsBackTheBinary) {
+    for (const std::string binary : {"/usr/local/bin/tidewrack", "/My Apps/tidewrack", "/it's/a \"dir\"/tidewrack",
+                                     "/\u00e9/tidewrack", "/opt/tw renamed"}) {
+        put(Agent::cursor, "{}");
+        EXPECT_TRUE(installer(binary).install(Agent::cursor).changed);
+        EXPECT_FALSE(installer(binary).install(Agent::cursor).changed) << binary;
+        EXPECT_TRUE(installer(binary).isInstalled(Agent::cursor)) << binary;
+        EXPECT_EQ(installer(binary).installedBinary(Agent::cursor), binary);
+        EXPECT_TRUE(installer(binary).uninstall(Agent::cursor).changed);
+        EXPECT_FALSE(installer(binary).isInstalled(Agent::cursor)) << binary;
+    }
+    EXPECT_EQ(shellQuote("/My Apps/it's"), "'/My Apps/it'\\''s'");
+    EXPECT_EQ(shellQuote("/a/b._-+9"), "/a/b._-+9");
+
+    EXPECT_EQ(programOf("FOO=1 nice /a\\ b/tidewrack hook gemini"), "/a b/tidewrack");
+    EXPECT_EQ(programOf("x; \"/a b\"/tidewrack hook codex --flag"), "/a b/tidewrack");
+    for (const char* foreign : {"tidewrack hook claudette", "tidewrack hook claude\u00e9", "tidewrack hooks claude",
+                                "tidewrack  hook claude", "Tidewrack hook claude", "tidewrack\" hook claude"})
+        EXPECT_FALSE(programOf(foreign).has_value()) << foreign;
+}
+
+TEST_F(Installer, leavesFilesThatAreNotPlainJsonByteForByte) {
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    for (const std::string& content : std::vector<std::string>{
+             "{\n  // my model\n  \"model\": \"opus\"\n}\n", "[1]", "{\"a\":1,}", "{\"a\":01}", "{\"a\":1.2.3}",
+             "{\"a\":-}", "{\"a\":.5}", "{\"a\":1.}", "{\"a\":1e}", "{\"a\":\"\xff\"}",
+             "{\"a\":1,\"b\":{\"c\":1,\"c\":2}}", "{\"a\":" + deep + "}", "\xFF\xFE{\0}\0", "{\"a\":\"\\", "{} {}"}) {
+        put(Agent::claude, content);
+        for (const auto& result : {installer().install(Agent::claude), installer().uninstall(Agent::claude)}) {
+            EXPECT_FALSE(result.changed || result.backup) << content.substr(0, 80);
+            EXPECT_EQ(result.note, path(Agent::claude) + " isn't plain JSON (comments?). Add the hooks by hand: run "
+                                                         "`tidewrack hooks --print claude`.");
+        }
+        EXPECT_EQ(text(path(Agent::claude)), content);
+        EXPECT_FALSE(installer().isInstalled(Agent::claude));
+    }
+    EXPECT_FALSE(fs::exists(backupOf(Agent::claude)));
+}
+
+TEST_F(Installer, takesAnEmptyFileOrAByteOrderMarkForWhatItIs) {
+    for (const std::string content : {"", " \n", "\xEF\xBB\xBF", "\xEF\xBB\xBF{}"}) {
+        put(Agent::claude, content);
+        EXPECT_TRUE(installer().install(Agent::claude).changed);
+        EXPECT_EQ(config(Agent::claude), json::parse(installer().snippet(Agent::claude)));
+        EXPECT_EQ(text(backupOf(Agent::claude)), content);
+    }
+}
+
+TEST_F(Installer, leavesValuesOfAnotherShapeAlone) {
+    put(Agent::gemini, R"({"hooks":{"disabled":["tidewrack"],"enabled":true,"AfterAgent":{"a":1},
+        "BeforeTool":["tidewrack hook gemini",{"hooks":{"x":1}},null]}})");
+    const auto result = installer().install(Agent::gemini);
+    EXPECT_TRUE(result.changed);
+    EXPECT_NE(result.note.value_or("").find("\"AfterAgent\" in " + path(Agent::gemini)), std::string::npos);
+    const json hooks = config(Agent::gemini)["hooks"];
+    EXPECT_EQ(hooks["AfterAgent"], json::parse(R"({"a":1})"));
+    EXPECT_EQ(hooks["disabled"], json::parse(R"(["tidewrack"])"));
+    EXPECT_EQ(hooks["BeforeTool"].size(), 4u);
+    EXPECT_EQ(hooks["BeforeAgent"].size(), 1u);
+
+    for (const std::string content : {R"({"hooks":[]})", R"({"hooks":null})", R"({"hooks":"x"})"}) {
+        put(Agent::cursor, content);
+        const auto refused = installer().install(Agent::cursor);
+        EXPECT_FALSE(refused.changed);
+        EXPECT_TRUE(refused.note.has_value());
+        EXPECT_FALSE(installer().uninstall(Agent::cursor).changed);
+        EXPECT_EQ(text(path(Agent::cursor)), content);
+    }
+    put(Agent::cursor, R"({"version":2,"hooks":{}})");
+    installer().install(Agent::cursor);
+    EXPECT_EQ(config(Agent::cursor)["version"], 2);
+}
+
+TEST_F(Installer, keepsModeAndLinks) {
+    fs::create_directories(home + "/dotfiles");
+    std::ofstream(home + "/dotfiles/real.json") << "{}";
+    ::chmod((home + "/dotfiles/real.json").c_str(), 0640);
+    fs::create_directories(home + "/.claude");
+    fs::create_symlink("real.json", home + "/dotfiles/second");
+    fs::create_symlink("../dotfiles/second", path(Agent::claude));
+    installer().install(Agent::claude);
+    EXPECT_TRUE(fs::is_symlink(path(Agent::claude)) && fs::is_symlink(home + "/dotfiles/second"));
+    EXPECT_TRUE(installer().isInstalled(Agent::claude));
+    struct stat status {};
+    ASSERT_EQ(::lstat((home + "/dotfiles/real.json").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    ASSERT_EQ(::lstat(backupOf(Agent::claude).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0640));
+    EXPECT_EQ(std::distance(fs::directory_iterator(home + "/dotfiles"), {}), 2); // no temporary file stays
+
+    fs::create_directories(home + "/.codex");
+    fs::create_symlink(home + "/dotfiles/new/hooks.json", path(Agent::codex));
+    EXPECT_FALSE(installer().install(Agent::codex).backup.has_value());
+    EXPECT_TRUE(fs::is_symlink(path(Agent::codex)) && fs::is_regular_file(home + "/dotfiles/new/hooks.json"));
+
+    fs::create_directories(home + "/.cursor");
+    fs::create_symlink("hooks.json", path(Agent::cursor));
+    EXPECT_NE(errorOf([&] { installer().install(Agent::cursor); }).find(path(Agent::cursor)), std::string::npos);
+}
+
+TEST_F(Installer, namesTheFileThatCannotBeReadOrWritten) {
+    fs::create_directories(path(Agent::claude));
+    EXPECT_EQ(errorOf([&] { installer().install(Agent::claude); }),
+              "can't read " + path(Agent::claude) + ": not a regular file");
+    fs::create_directories(home + "/.codex");
+    ASSERT_EQ(::mkfifo(path(Agent::codex).c_str(), 0600), 0);
+    EXPECT_NE(errorOf([&] { installer().install(Agent::codex); }).find("not a regular file"), std::string::npos);
+
+    // Another program has written the file after the caller read it.
+    put(Agent::gemini, "{\"new\":1}");
+    EXPECT_NE(errorOf([&] { replaceConfig(path(Agent::gemini), "{}", "{}"); }).find("meanwhile"), std::string::npos);
+    EXPECT_EQ(text(path(Agent::gemini)), "{\"new\":1}");
+}
+
+TEST_F(Installer, changesNothingWherePermissionIsMissing) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root may read and write everything";
+    put(Agent::gemini, "{\"new\":1}");
+    ::chmod(path(Agent::gemini).c_str(), 0);
+    EXPECT_EQ(errorOf([&] { installer().install(Agent::gemini); }),
+              "can't read " + path(Agent::gemini) + ": Permission denied");
+    ::chmod(path(Agent::gemini).c_str(), 0600);
+    ::chmod((home + "/.gemini").c_str(), 0500);
+    EXPECT_NE(errorOf([&] { installer().install(Agent::gemini); }).find("Permission denied"), std::string::npos);
+    ::chmod((home + "/.gemini").c_str(), 0700);
+    EXPECT_EQ(text(path(Agent::gemini)), "{\"new\":1}");
+}
+
+TEST_F(Installer, repairPointsTheHooksAtThisProgram) {
+    EXPECT_FALSE(installer().repair(Agent::claude).has_value());
+    installer("/old/tidewrack").install(Agent::claude);
+    ASSERT_TRUE(installer().repair(Agent::claude)->changed);
+    EXPECT_EQ(installer("/other").installedBinary(Agent::claude), "/usr/local/bin/tidewrack");
+}
+
+TEST_F(Installer, hooksCommandReportsWhatItDid) {
+    EXPECT_EQ(run({"install"}), "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n");
+    EXPECT_EQ(run({"uninstall", "gemini"}), "gemini: already removed\n");
+    EXPECT_FALSE(fs::exists(home + "/.gemini"));
+
+    EXPECT_EQ(run({"install", "codex"}),
+              "Installed codex hooks in " + path(Agent::codex) + "\n  " + codexNote + "\n"); // the folder was missing
+    put(Agent::claude, "{}");
+    EXPECT_EQ(run({"install", "all"}), "Installed claude hooks in " + path(Agent::claude) +
+                                           "\n  backup: " + backupOf(Agent::claude) + "\ncodex: already installed\n");
+    EXPECT_EQ(run({"uninstall"}), "Removed claude hooks from " + path(Agent::claude) +
+                                      "\n  backup: " + backupOf(Agent::claude) + "\nRemoved codex hooks from " +
+                                      path(Agent::codex) + "\n  backup: " + backupOf(Agent::codex) + "\n  " +
+                                      codexNote + "\ncursor: already removed\ngemini: already removed\n");
+    EXPECT_EQ(run({"print", "cursor"}), installer().snippet(Agent::cursor) + "\n");
+
+    EXPECT_EQ(errorOf([&] {
+                  run({"install", "Claude"});
+              }),
+              "unknown agent Claude; use claude, codex, cursor, gemini or all");
+    EXPECT_EQ(errorOf([&] { run({"print"}); }), "which agent?");
+    for (const std::vector<std::string>& words : {std::vector<std::string>{}, {"remove"}})
+        EXPECT_EQ(errorOf([&] { run(words); }), "usage: tidewrack hooks status|install|uninstall|print");
+}
+
+TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {
+    const std::string mend = "; mend with `tidewrack hooks install`\n";
+    const std::string binary = home + "/tidewrack";
+    std::ofstream(binary) << "#!/bin/sh\n";
+    ::chmod(binary.c_str(), 0755);
+    fs::create_directories(home + "/other");
+    fs::copy_file(binary, home + "/other/tidewrack");
+    fs::create_symlink(binary, home + "/linked-tidewrack");
+
+    installer(home + "/linked-tidewrack").install(Agent::claude); // another name of this very program
+    installer("/gone/tidewrack").install(Agent::codex);
+    installer(home + "/other/tidewrack").install(Agent::cursor);
+    EXPECT_EQ(run({"status"}, binary), "claude  installed\n"
+                                       "codex   installed, but its hooks run /gone/tidewrack, which does not exist" +
+                                           mend + "cursor  installed, but its hooks run " + home +
+                                           "/other/tidewrack, which is not this program (" + binary + ")" + mend +
+                                           "gemini  agent not found\n");
+
+    auto partial = config(Agent::claude);
+    partial["hooks"].erase("Stop");
+    put(Agent::claude, partial.dump());
+    put(Agent::gemini, "{}");
+    run({"install"}, binary);
+    put(Agent::codex, "{ /* mine */ }");
+    put(Agent::claude, partial.dump());
+    run({"uninstall", "cursor"}, binary);
+    const std::string status = run({"status"}, binary);
+    EXPECT_NE(status.find("claude  installed, but not as this version installs them" + mend), std::string::npos);
+    EXPECT_NE(status.find("codex   not installed, " + path(Agent::codex) + " isn't plain JSON"), std::string::npos);
+    EXPECT_NE(status.find("cursor  not installed\ngemini  installed\n"), std::string::npos);
+}
+
+TEST_F(Installer, findsTheProgramAsItWasCalled) {
+    fs::create_directories(home + "/real");
+    fs::create_directories(home + "/bin/tidewrack"); // a folder is no program
+    fs::create_directories(home + "/links");
+    std::ofstream(home + "/real/tidewrack-1.2") << "#!/bin/sh\n";
+    ::chmod((home + "/real/tidewrack-1.2").c_str(), 0755);
+    fs::create_symlink("../real/tidewrack-1.2", home + "/links/tidewrack");
+    const std::string link = home + "/links/tidewrack";
+    EXPECT_EQ(calledProgram("tidewrack", home + "/bin:" + home + "/links", "/"), link);
+    EXPECT_EQ(calledProgram("tidewrack", "", home + "/links"), link);
+    EXPECT_EQ(calledProgram("./links/tidewrack", "", home), link);
+    EXPECT_EQ(calledProgram(link, "", "/"), link);
+    EXPECT_FALSE(calledProgram("tidewrack", home + "/bin", "/").has_value());
+    EXPECT_FALSE(calledProgram("links/other", "", home).has_value());
+}
