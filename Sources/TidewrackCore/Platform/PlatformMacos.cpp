@@ -29,7 +29,9 @@ std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
 
-bool cannotShareBlocks(int error) { return error == EXDEV || error == ENOTSUP; }
+bool cannotShareBlocks(int error) {
+    return error == EXDEV || error == ENOTSUP;
+}
 
 int copyPlain(int source, const struct stat& status, Place to) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -69,9 +71,12 @@ int copyLinkByHand(Place from, const struct stat& status, Place to) {
 
 Attributes attributesOf(const struct stat& status) {
     Attributes result;
-    if (S_ISREG(status.st_mode)) result.kind = Attributes::Kind::file;
-    else if (S_ISLNK(status.st_mode)) result.kind = Attributes::Kind::link;
-    else if (S_ISDIR(status.st_mode)) result.kind = Attributes::Kind::folder;
+    if (S_ISREG(status.st_mode))
+        result.kind = Attributes::Kind::file;
+    else if (S_ISLNK(status.st_mode))
+        result.kind = Attributes::Kind::link;
+    else if (S_ISDIR(status.st_mode))
+        result.kind = Attributes::Kind::folder;
     result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
     result.size = status.st_size;
     result.mtime = nanoseconds(status.st_mtimespec);
@@ -95,8 +100,10 @@ int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t 
         error = ::fclonefileat(source, to.folder, to.name, 0) == 0 ? 0 : errno;
         memory.cannotClone = cannotShareBlocks(error);
     }
-    if (cannotShareBlocks(error)) error = copyPlain(source, status, to);
-    else if (error != 0) return error; // nothing was made, or something else stands there
+    if (cannotShareBlocks(error))
+        error = copyPlain(source, status, to);
+    else if (error != 0)
+        return error; // nothing was made, or something else stands there
     if (error == 0 && ::fchmodat(to.folder, to.name, mode, AT_SYMLINK_NOFOLLOW) != 0) error = errno;
     if (error != 0 && error != EEXIST) ::unlinkat(to.folder, to.name, 0);
     return error;
@@ -122,9 +129,13 @@ std::string volumeType(const std::string& path) {
     return volume.f_fstypename;
 }
 
-bool volumeClones(const std::string& path) { return volumeType(path) == "apfs"; }
+bool volumeClones(const std::string& path) {
+    return volumeType(path) == "apfs";
+}
 
-void disableSigpipe(int fd) { (void)::fcntl(fd, F_SETNOSIGPIPE, 1); }
+void disableSigpipe(int fd) {
+    (void)::fcntl(fd, F_SETNOSIGPIPE, 1);
+}
 
 std::string executablePath() {
     std::uint32_t size = 0;

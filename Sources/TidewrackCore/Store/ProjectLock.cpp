@@ -17,6 +17,8 @@ ProjectLock::ProjectLock(const std::string& path) : fd_(::open(path.c_str(), O_R
     if (result != 0) throw TidewrackError::io("can't lock " + path);
 }
 
-ProjectLock::~ProjectLock() { ::flock(fd_.get(), LOCK_UN); }
+ProjectLock::~ProjectLock() {
+    ::flock(fd_.get(), LOCK_UN);
+}
 
 } // namespace tidewrack
