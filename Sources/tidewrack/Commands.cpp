@@ -4,6 +4,7 @@
 #include "Engine/GitIgnore.hpp"
 #include "Engine/Walker.hpp"
 #include "HooksCommand.hpp"
+#include "PatchReport.hpp"
 #include "Progress.hpp"
 #include "Reports.hpp"
 #include "Support/Errors.hpp"
@@ -188,6 +189,11 @@ class Commands {
         const std::int64_t from = args_.number(1, "snapshot");
         const auto to = args_.word(2) ? std::optional(args_.number(2, "second snapshot")) : std::nullopt;
         const Project project = this->project();
+        if (args_.has("--patch")) {
+            writePatch(store_, project, engine_.sides(project, from, to), colour() ? Colours::on : Colours::off,
+                       [this](const std::string& section) { print(section); });
+            return;
+        }
         const Changes changes = engine_.diff(project, from, to);
         if (json())
             printJson(changesJson(changes));
