@@ -1,0 +1,355 @@
+// The dispatcher: one function per command.
+
+#include "CommandLine.hpp"
+#include "Engine/GitIgnore.hpp"
+#include "Engine/Walker.hpp"
+#include "HooksCommand.hpp"
+#include "Progress.hpp"
+#include "Reports.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Json.hpp"
+#include "Support/Paths.hpp"
+#include "Support/Text.hpp"
+#include "Usage.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+
+#include <charconv>
+#include <chrono>
+#include <sstream>
+
+namespace tidewrack {
+
+namespace {
+
+class Commands {
+  public:
+    Commands(const Args& args, Surroundings& around)
+        : args_(args), around_(around), out_(around.out), engine_(Store::fromEnvironment(around.environment)),
+          store_(engine_.store) {
+        if (around.err.isTerminal())
+            engine_.progress = [this](const char* what, std::size_t count) { progress_.show(what, count); };
+    }
+
+    // The commands that work on the store; false when `name` is none of them.
+    bool run(const std::string& name) {
+        using Command = void (Commands::*)();
+        static const std::map<std::string, Command, std::less<>> commands = {
+            {"track", &Commands::track},     {"untrack", &Commands::untrack}, {"projects", &Commands::projects},
+            {"snap", &Commands::snap},       {"log", &Commands::log},         {"diff", &Commands::diff},
+            {"restore", &Commands::restore}, {"undo", &Commands::undo},       {"cat", &Commands::cat},
+            {"pin", &Commands::pin},         {"unpin", &Commands::unpin},     {"prune", &Commands::prune},
+            {"_bench-walk", &Commands::benchWalk}};
+        const auto found = commands.find(name);
+        if (found == commands.end()) return false;
+        (this->*found->second)();
+        return true;
+    }
+
+  private:
+    [[nodiscard]] std::string absolute(const std::string& path) const {
+        return path.starts_with('/') ? path : absolutePath(path, around_.currentFolder);
+    }
+
+    // The project that contains `folder` (default: --project, else the current folder).
+    [[nodiscard]] Project project(const std::optional<std::string>& folder = std::nullopt) const {
+        const std::string path = absolute(folder ? *folder : args_.value("--project").value_or(around_.currentFolder));
+        auto found = store_.projectContaining(path);
+        if (!found) throw TidewrackError::notTracked(path);
+        return *found;
+    }
+
+    [[nodiscard]] bool json() const { return args_.has("--json"); }
+
+    void printJson(const nlohmann::json& value) {
+        progress_.wipe();
+        out_.line(prettyJson(value, Slashes::escaped));
+    }
+
+    void print(std::string_view text) {
+        progress_.wipe();
+        out_.write(text);
+    }
+
+    void warn(const std::vector<std::string>& warnings) {
+        progress_.wipe();
+        for (const std::string& warning : warnings) around_.err.line("warning: " + repairedUtf8(warning));
+    }
+
+    [[nodiscard]] bool colour() const {
+        const auto off = around_.environment.find("NO_COLOR");
+        return out_.isTerminal() && (off == around_.environment.end() || off->second.empty());
+    }
+
+    void track() {
+        const std::string path = absolute(args_.word(1).value_or(around_.currentFolder));
+        const Project project = store_.track(path, args_.has("--force"));
+        const SnapshotResult first = engine_.snapshot(project, {"manual", {}, {}, {}, {}});
+        if (json()) {
+            printJson({{"project", toJson(project)}, {"snapshot", snapshotJson(first)}});
+        } else {
+            print("Started tracking " + project.root + "\n#" + std::to_string(first.meta.seq) + "  " +
+                  std::to_string(first.meta.files) + " files  " + std::to_string(first.meta.durationMs) + " ms\n");
+        }
+        warn(first.warnings);
+        if (const auto warning = store_.storageWarning(project)) warn({*warning});
+    }
+
+    void untrack() {
+        const Project project = this->project(args_.word(1));
+        store_.untrack(project);
+        print("Stopped tracking " + project.root + " and deleted its history.\n");
+    }
+
+    void projects() {
+        const auto all = store_.projects();
+        nlohmann::json list = nlohmann::json::array();
+        std::string text;
+        for (const Project& project : all) {
+            const auto seqs = store_.seqs(project);
+            const auto latest = seqs.empty() ? std::nullopt : std::optional(store_.snapshot(project, seqs.back()));
+            list.push_back(projectJson(project, seqs.size(), latest));
+            text += project.root + "  ";
+            if (latest)
+                text += std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots") + ", latest " +
+                        ago(latest->created, now()) + "\n";
+            else text += "no snapshots\n";
+        }
+        if (json()) printJson(list);
+        else if (all.empty()) print("Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
+        else print(text);
+    }
+
+    void snap() {
+        const Project project = this->project();
+        const SnapshotRequest request{args_.value("--kind").value_or("manual"), args_.value("--label"),
+                                      args_.value("--agent"), args_.value("--session"), args_.value("--turn")};
+        const SnapshotResult result = engine_.snapshot(project, request);
+        const SnapshotMeta& meta = result.meta;
+        if (json()) printJson(snapshotJson(result));
+        else
+            print("#" + std::to_string(meta.seq) + "  " + countsText({meta.added, meta.modified, meta.deleted}) +
+                  " since the previous snapshot  " + std::to_string(meta.files) + " files  " +
+                  std::to_string(meta.durationMs) + " ms\n");
+        warn(result.warnings);
+    }
+
+    // "-n", 20 when it is not given.
+    [[nodiscard]] std::size_t mostListed() const {
+        const auto text = args_.value("-n");
+        if (!text) return 20;
+        const auto number = parseSeq(*text);
+        if (!number) throw CliError("-n must be a whole number, 0 or more, got " + *text);
+        return static_cast<std::size_t>(*number);
+    }
+
+    void log() {
+        const std::size_t most = mostListed();
+        const Project project = this->project();
+        auto snapshots = store_.snapshots(project);
+        std::reverse(snapshots.begin(), snapshots.end());
+        if (snapshots.size() > most) snapshots.resize(most);
+        if (json()) {
+            nlohmann::json list = nlohmann::json::array();
+            for (const SnapshotMeta& meta : snapshots) list.push_back(toJson(meta));
+            printJson(list);
+            return;
+        }
+        const SnapshotMeta* newer = nullptr;
+        for (const SnapshotMeta& meta : snapshots) {
+            std::string after;
+            if (newer == nullptr) {
+                const auto counts = engine_.diff(project, meta.seq, std::nullopt).fileCounts();
+                after = counts.sum() == 0 ? "no changes yet" : countsText(counts) + " so far";
+            } else {
+                after = countsText({newer->added, newer->modified, newer->deleted});
+            }
+            print(logLine(meta, after, now()) + "\n");
+            newer = &meta;
+        }
+    }
+
+    void diff() {
+        const std::int64_t from = args_.number(1, "snapshot");
+        const auto to = args_.word(2) ? std::optional(args_.number(2, "second snapshot")) : std::nullopt;
+        const Project project = this->project();
+        const Changes changes = engine_.diff(project, from, to);
+        if (json()) printJson(changesJson(changes));
+        else print(changesText(changes, colour()));
+    }
+
+    void restore() {
+        const std::int64_t to = args_.number(1, "snapshot");
+        std::optional<std::vector<std::string>> paths;
+        for (std::size_t i = 2; i < args_.positional.size(); ++i) {
+            if (!paths) paths.emplace();
+            paths->push_back(absolute(args_.positional[i]));
+        }
+        printRestored(engine_.restore(project(), to, paths, !args_.has("--keep-new")));
+    }
+
+    void undo() {
+        const std::int64_t turn = args_.number(1, "snapshot");
+        const Project project = this->project();
+        const RestoreResult result = engine_.undo(project, turn);
+        const bool idle = result.nothingInScope && result.warnings.empty();
+        if (json() || !idle) printRestored(result);
+        else print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n");
+        const bool pruned = !result.warnings.empty() && result.warnings.front().starts_with("snapshots #");
+        if (!json() && (idle || pruned)) hintAtEarlier(project, turn);
+    }
+
+    // Whoever meant the changes that led to a snapshot needs the number before it.
+    void hintAtEarlier(const Project& project, std::int64_t turn) {
+        const auto seqs = store_.seqs(project);
+        const auto here = std::lower_bound(seqs.begin(), seqs.end(), turn);
+        if (here == seqs.begin()) return;
+        print("To undo the changes made before #" + std::to_string(turn) + ", run: tidewrack undo " +
+              std::to_string(*std::prev(here)) + "\n");
+    }
+
+    void printRestored(const RestoreResult& result) {
+        if (json()) printJson(restoreJson(result));
+        else print(restoreText(result));
+    }
+
+    void cat() {
+        const std::int64_t seq = args_.number(1, "snapshot");
+        const auto path = args_.word(2);
+        if (!path) throw CliError("missing path");
+        const Project project = this->project();
+        const std::string relative = Engine::relative(project, absolute(*path));
+        const auto content = engine_.contentPath(project, seq, relative);
+        if (!content) throw CliError(repairedUtf8(*path) + " isn't in snapshot #" + std::to_string(seq));
+        const Descriptor file(::open(content->c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file) throw CliError(notKeptText(project, seq, relative, *path));
+        std::string bytes(1 << 16, '\0');
+        while (true) {
+            const ssize_t count = ::read(file.get(), bytes.data(), bytes.size());
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0) throw TidewrackError::io("read", *content, errno);
+            if (count == 0) return;
+            out_.write(std::string_view(bytes).substr(0, static_cast<std::size_t>(count)));
+        }
+    }
+
+    [[nodiscard]] std::string notKeptText(const Project& project, std::int64_t seq, const std::string& relative,
+                                          const std::string& shown) const {
+        const Manifest manifest = store_.manifest(store_.snapshot(project, seq), project);
+        const Entry* entry = manifest.find(relative);
+        const auto reason = entry == nullptr ? std::nullopt : entry->notKeptReason();
+        return "the content of " + repairedUtf8(shown) + " wasn't kept in snapshot #" + std::to_string(seq) +
+               (reason ? ": " + *reason : ": it is missing from the store");
+    }
+
+    void pin() { setPinned(true); }
+    void unpin() { setPinned(false); }
+
+    void setPinned(bool pinned) {
+        const std::int64_t seq = args_.number(1, "snapshot");
+        engine_.setPinned(project(), seq, pinned);
+        print((pinned ? "Pinned #" : "Unpinned #") + std::to_string(seq) + ".\n");
+    }
+
+    void prune() {
+        const bool dryRun = args_.has("--dry-run");
+        const PruneResult result = engine_.prune(project(), now(), dryRun);
+        if (json()) printJson(pruneJson(result, dryRun));
+        else
+            print((dryRun ? "Would remove " : "Removed ") + std::to_string(result.removedSnapshots.size()) +
+                  " snapshots, " + std::to_string(result.removedBlobs) + " stored files.\n");
+    }
+
+    void benchWalk() {
+        const Project project = this->project(args_.word(1));
+        for (const bool withGit : {true, false}) {
+            const auto start = std::chrono::steady_clock::now();
+            std::size_t count = 0;
+            const auto body = [&](const Walker::Item&) {
+                ++count;
+                return true;
+            };
+            if (withGit) {
+                walkProject(project, {}, body);
+            } else {
+                Walker::Options options;
+                options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
+                Walker::walk(project.root, options, body);
+            }
+            const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+            char text[96];
+            std::snprintf(text, sizeof text, "walk %s git: %zu entries %.1f ms\n", withGit ? "with" : "without", count,
+                          elapsed.count());
+            print(text);
+        }
+    }
+
+    const Args& args_;
+    Surroundings& around_;
+    Sink& out_;
+    ProgressLine progress_;
+    Engine engine_;
+    const Store& store_;
+};
+
+void hooks(const Args& args, Surroundings& around) {
+    const auto path = around.environment.find("PATH");
+    const std::string searchPath = path == around.environment.end() ? std::string() : path->second;
+    HookInstaller installer;
+    installer.home = args.value("--home").value_or(homeFolder(around.environment));
+    installer.home = absolutePath(installer.home, around.currentFolder);
+    installer.binary =
+        calledProgram(around.calledAs, searchPath, around.currentFolder).value_or(executablePath());
+    std::vector<std::string> words(args.positional.begin() + 1, args.positional.end());
+    if (args.has("--print")) words.insert(words.begin(), "print");
+    std::ostringstream text;
+    try {
+        runHooks(words, installer, text);
+    } catch (...) {
+        around.out.write(text.str());
+        throw;
+    }
+    around.out.write(text.str());
+}
+
+int dispatch(const std::vector<std::string>& words, Surroundings& around) {
+    const Args args(words);
+    std::string name = args.word(0).value_or(args.has("--version") ? "version" : "help");
+    if (args.has("--help") && name != "hook") name = "help";
+    if (name == "help" || name == "-h") {
+        around.out.write(usageText());
+    } else if (name == "version" || name == "-v") {
+        around.out.line(version());
+    } else if (name == "hooks") {
+        hooks(args, around);
+    } else if (!Commands(args, around).run(name)) {
+        throw CliError("unknown command " + repairedUtf8(name) + ". Run `tidewrack help`.");
+    }
+    return 0;
+}
+
+} // namespace
+
+int run(const std::vector<std::string>& words, Surroundings& around) {
+    int status = 1;
+    try {
+        status = dispatch(words, around);
+    } catch (const std::bad_alloc&) {
+        around.err.line("tidewrack: out of memory");
+    } catch (const std::exception& error) {
+        around.err.line(std::string("tidewrack: ") + repairedUtf8(error.what()));
+    }
+    around.out.flush();
+    // A reader that has gone has seen all it wanted; any other failure to write is one.
+    if (around.out.error() != 0 && around.out.error() != EPIPE) {
+        around.err.line("tidewrack: can't write the output: " + errorText(around.out.error()));
+        status = 1;
+    }
+    around.err.flush();
+    return status;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,121 @@
+#include "Reports.hpp"
+
+#include "Support/Text.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t longestLabel = 60;
+constexpr std::string_view green = "\x1b[32m";
+constexpr std::string_view yellow = "\x1b[33m";
+constexpr std::string_view red = "\x1b[31m";
+constexpr std::string_view plain = "\x1b[m";
+
+nlohmann::json repairedList(const auto& texts) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const std::string& text : texts) list.push_back(repairedUtf8(text));
+    return list;
+}
+
+std::string shownLabel(const std::string& label) {
+    if (characterCount(label) <= longestLabel) return label;
+    return std::string(firstCharacters(label, longestLabel - 3)) + "...";
+}
+
+std::size_t filesAmong(const std::vector<std::string>& paths, const RestoreResult& result) {
+    std::size_t count = 0;
+    for (const std::string& path : paths) count += result.folders.contains(path) ? 0u : 1u;
+    return count;
+}
+
+} // namespace
+
+std::string ago(Date date, Date now) {
+    const auto seconds = (now - date).count();
+    if (seconds < 60) return std::to_string(seconds) + "s ago";
+    if (seconds < 3600) return std::to_string(seconds / 60) + "m ago";
+    if (seconds < 86400) return std::to_string(seconds / 3600) + "h ago";
+    return std::to_string(seconds / 86400) + "d ago";
+}
+
+std::string countsText(const Changes::Counts& counts) {
+    if (counts.sum() == 0) return "no changes";
+    return "+" + std::to_string(counts.added) + " ~" + std::to_string(counts.modified) + " -" +
+           std::to_string(counts.deleted);
+}
+
+std::string filesText(std::size_t count) { return std::to_string(count) + (count == 1 ? " file" : " files"); }
+
+std::string changesText(const Changes& changes, bool colour) {
+    if (changes.isEmpty()) return "No changes.\n";
+    std::string text;
+    const auto add = [&](const std::vector<std::string>& paths, std::string_view mark, std::string_view tint) {
+        for (const std::string& path : paths) {
+            if (colour) text += tint;
+            text += mark;
+            text += repairedUtf8(path);
+            if (changes.folders.contains(path)) text += '/';
+            if (colour) text += plain;
+            text += '\n';
+        }
+    };
+    add(changes.added, "+ ", green);
+    add(changes.modified, "~ ", yellow);
+    add(changes.deleted, "- ", red);
+    return text;
+}
+
+std::string restoreText(const RestoreResult& result) {
+    std::string text = "Restored " + filesText(filesAmong(result.restored, result)) + ", removed " +
+                       filesText(filesAmong(result.removed, result)) +
+                       ". Undo this with: tidewrack restore " + std::to_string(result.safety.seq) + "\n";
+    for (const std::string& warning : result.warnings) text += "warning: " + repairedUtf8(warning) + "\n";
+    return text;
+}
+
+std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now) {
+    std::string line = "#" + std::to_string(meta.seq);
+    if (meta.pinned) line += " \U0001F4CC";
+    line += "  " + ago(meta.created, now) + "  ";
+    if (meta.agent) line += *meta.agent + " ";
+    line += meta.kind;
+    if (meta.label) line += "  \"" + shownLabel(*meta.label) + "\"";
+    return line + "  →  " + after;
+}
+
+nlohmann::json changesJson(const Changes& changes) {
+    return {{"added", repairedList(changes.added)},
+            {"modified", repairedList(changes.modified)},
+            {"deleted", repairedList(changes.deleted)},
+            {"folders", repairedList(changes.folders)}};
+}
+
+nlohmann::json snapshotJson(const SnapshotResult& result) {
+    nlohmann::json object = toJson(result.meta);
+    object["warnings"] = repairedList(result.warnings);
+    return object;
+}
+
+nlohmann::json restoreJson(const RestoreResult& result) {
+    return {{"safety", toJson(result.safety)},
+            {"restored", repairedList(result.restored)},
+            {"removed", repairedList(result.removed)},
+            {"folders", repairedList(result.folders)},
+            {"warnings", repairedList(result.warnings)}};
+}
+
+nlohmann::json pruneJson(const PruneResult& result, bool dryRun) {
+    return {{"dryRun", dryRun}, {"removedSnapshots", result.removedSnapshots}, {"removedBlobs", result.removedBlobs}};
+}
+
+nlohmann::json projectJson(const Project& project, std::size_t snapshots, const std::optional<SnapshotMeta>& latest) {
+    nlohmann::json object = toJson(project);
+    object["snapshots"] = snapshots;
+    if (latest) object["latest"] = toJson(*latest);
+    return object;
+}
+
+} // namespace tidewrack

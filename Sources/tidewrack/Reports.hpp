@@ -1,0 +1,39 @@
+#pragma once
+// What the commands show: relative ages, change counts, change lists, the log, as text and as JSON.
+
+#include "Engine/Engine.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+// "59s ago", "3m ago", "2h ago", "5d ago"; whole units, truncated.
+[[nodiscard]] std::string ago(Date date, Date now);
+
+// "+3 ~0 -1", or "no changes" when all are 0.
+[[nodiscard]] std::string countsText(const Changes::Counts& counts);
+
+// "1 file", "2 files"
+[[nodiscard]] std::string filesText(std::size_t count);
+
+// One line per changed path: "+ ", "~ " or "- " and the path, folders with a final "/"; "No changes." for none.
+[[nodiscard]] std::string changesText(const Changes& changes, bool colour);
+
+// The one-line summary and a "warning: " line for each path left alone.
+[[nodiscard]] std::string restoreText(const RestoreResult& result);
+
+// One line of the log; `after` is what changed after that snapshot, in words.
+[[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now);
+
+// JSON forms of the same. Paths and labels are repaired to UTF-8.
+[[nodiscard]] nlohmann::json changesJson(const Changes& changes);
+[[nodiscard]] nlohmann::json snapshotJson(const SnapshotResult& result);
+[[nodiscard]] nlohmann::json restoreJson(const RestoreResult& result);
+[[nodiscard]] nlohmann::json pruneJson(const PruneResult& result, bool dryRun);
+[[nodiscard]] nlohmann::json projectJson(const Project& project, std::size_t snapshots,
+                                         const std::optional<SnapshotMeta>& latest);
+
+} // namespace tidewrack
