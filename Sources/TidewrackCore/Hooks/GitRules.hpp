@@ -1,0 +1,14 @@
+#pragma once
+// What git's subcommands do to the work tree.
+
+#include "Hooks/ShellEffects.hpp"
+
+#include <span>
+#include <string>
+
+namespace tidewrack::shell {
+
+// Adds what `git` with these arguments does when run in the folder `cwd`.
+void examineGit(std::span<const Word> arguments, const std::string& cwd, Effects& effects);
+
+} // namespace tidewrack::shell

@@ -1,0 +1,66 @@
+#include "Hooks/ProtectedFolders.hpp"
+
+#include "Hooks/ShellPaths.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr int maxPathsLookedAt = 512;
+
+constexpr std::array systemFolders = {
+    "/"sv,        "/Users"sv, "/System"sv,      "/Library"sv,     "/Applications"sv, "/private"sv,
+    "/var"sv,     "/etc"sv,   "/usr"sv,         "/bin"sv,         "/sbin"sv,         "/opt"sv,
+    "/Volumes"sv, "/tmp"sv,   "/private/tmp"sv, "/private/var"sv,
+};
+
+constexpr std::array homeFolders = {
+    ""sv,       "/Desktop"sv, "/Documents"sv, "/Downloads"sv, "/Library"sv, "/Pictures"sv,     "/Movies"sv,
+    "/Music"sv, "/.ssh"sv,    "/.gnupg"sv,    "/.config"sv,   "/.aws"sv,    "/Applications"sv,
+};
+
+template <std::size_t size>
+bool contains(const std::array<std::string_view, size>& folders, std::string_view path) {
+    return std::find(folders.begin(), folders.end(), path) != folders.end();
+}
+
+} // namespace
+
+ProtectedFolders::ProtectedFolders(std::string_view home) : hasHome_(!home.empty()), home_(absolutePath(home, "/")) {
+    if (home_ == "/") home_.clear();
+}
+
+bool ProtectedFolders::holdsText(std::string_view path) const {
+    if (contains(systemFolders, path)) return true;
+    return hasHome_ && path.starts_with(home_) && contains(homeFolders, path.substr(home_.size()));
+}
+
+bool ProtectedFolders::holdsFolder(const std::string& path, bool followLink) {
+    if (++pathsLookedAt_ > maxPathsLookedAt || path.find('\0') != std::string::npos) return false;
+    struct stat status {};
+    const int failed = followLink ? stat(path.c_str(), &status) : lstat(path.c_str(), &status);
+    if (failed || !S_ISDIR(status.st_mode)) return false;
+    if (!identitiesRead_) readIdentities();
+    return std::find(identities_.begin(), identities_.end(), Identity{status.st_dev, status.st_ino}) !=
+           identities_.end();
+}
+
+void ProtectedFolders::readIdentities() {
+    identitiesRead_ = true;
+    const auto add = [this](const std::string& path) {
+        struct stat status {};
+        if (stat(path.c_str(), &status) == 0) identities_.push_back({status.st_dev, status.st_ino});
+    };
+    for (const std::string_view folder : systemFolders) add(std::string(folder));
+    if (!hasHome_) return;
+    for (const std::string_view folder : homeFolders) add(home_ + std::string(folder));
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,40 @@
+#pragma once
+// The folders that no agent's command may take: the system's own, the home folder, its well-known ones.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace tidewrack::shell {
+
+class ProtectedFolders {
+  public:
+    explicit ProtectedFolders(std::string_view home);
+
+    // Whether the text of an absolute path without trailing slash is that of a protected folder.
+    [[nodiscard]] bool holdsText(std::string_view path) const;
+
+    // Whether a protected folder stands at `path` whatever its spelling: on a volume that ignores case, or
+    // reached through a link. A link at the path itself counts as what it leads to only with `followLink`.
+    // Reads the disk; looks at 512 paths at most.
+    [[nodiscard]] bool holdsFolder(const std::string& path, bool followLink);
+
+  private:
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const Identity&) const = default;
+    };
+
+    void readIdentities();
+
+    bool hasHome_;
+    std::string home_; // empty for a home that is the root
+    std::vector<Identity> identities_;
+    bool identitiesRead_ = false;
+    int pathsLookedAt_ = 0;
+};
+
+} // namespace tidewrack::shell

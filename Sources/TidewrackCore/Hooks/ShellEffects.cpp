@@ -1,0 +1,164 @@
+#include "Hooks/ShellEffects.hpp"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+constexpr std::size_t maxTargets = 10'000;
+constexpr std::size_t maxTargetBytes = std::size_t{2} << 20;
+constexpr std::size_t maxOpaqueDirs = 1'000;
+constexpr int maxPathsMadeReal = 64;
+
+void sortAndDedupe(std::vector<std::string>& paths) {
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+}
+
+std::string withoutTrailingSlash(std::string_view path) {
+    if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    return std::string(path);
+}
+
+std::string refusal(std::string_view path) {
+    return "Tidewrack blocked this: it would delete or overwrite " + withoutTrailingSlash(path) +
+           ". If you really mean it, run it yourself.";
+}
+
+bool isInGitStore(std::string_view path) {
+    return path.ends_with("/.git") || path.find("/.git/") != std::string_view::npos;
+}
+
+// The nearest folder that a pattern names without glob characters.
+std::string_view folderAbovePattern(std::string_view pattern) {
+    const std::size_t glob = pattern.find_first_of("*?[");
+    return parentFolder(pattern.substr(0, std::min(glob, pattern.size())));
+}
+
+// The canonical spelling, empty when nothing is there. The last component stays a link unless followed.
+std::string realPath(const std::string& path, Links links) {
+    const std::string resolvable = links == Links::followed ? path : std::string(parentFolder(path));
+    char* resolved = realpath(resolvable.c_str(), nullptr);
+    if (!resolved) return "";
+    std::string result = resolved;
+    free(resolved);
+    if (links == Links::itself) result = absolutePath(lastComponent(path), result);
+    return result;
+}
+
+} // namespace
+
+Effects::Effects(const Context& context) : context_(context), protected_(context.home) {}
+
+bool Effects::full() const {
+    return decision_.targets.size() >= maxTargets || targetBytes_ >= maxTargetBytes;
+}
+
+std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd) {
+    std::vector<std::string> paths;
+    if (word.text.empty()) return paths;
+    std::string path = absolutePath(word.text, cwd);
+    if (!word.glob) {
+        paths.push_back(std::move(path));
+        return paths;
+    }
+    auto matches = glob_.match(path);
+    if (!matches)
+        paths.emplace_back(folderAbovePattern(path));
+    else if (matches->empty())
+        paths.emplace_back(parentFolder(path));
+    else
+        paths = std::move(*matches);
+    return paths;
+}
+
+void Effects::target(std::string path, std::string_view cwd, Links links) {
+    if (full() && !protected_.holdsText(path)) return opaque(cwd);
+    targetBytes_ += path.size();
+    if (links == Links::followed) followed_.push_back(path);
+    decision_.targets.push_back(std::move(path));
+}
+
+std::vector<std::string> Effects::targetWord(const Word& word, std::string_view cwd, Links links) {
+    // Past the limit only a word that may name a folder outside the working folder is worth a look.
+    const bool elsewhere = word.text.starts_with('/') || word.text.find("..") != std::string::npos;
+    if (full() && !elsewhere) {
+        opaque(cwd);
+        return {};
+    }
+    std::vector<std::string> paths = resolve(word, cwd);
+    for (const std::string& path : paths) target(path, cwd, links);
+    return paths;
+}
+
+void Effects::askIfProjectInside(const std::string& path, Links links) {
+    if (decision_.verdict.kind != Verdict::Kind::allow || context_.projectRoots.empty()) return;
+    askIfContainsProject(path, context_.projectRoots, decision_.verdict);
+    if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
+    if (++pathsMadeReal_ > maxPathsMadeReal) return;
+    const std::string real = realPath(path, links);
+    if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
+}
+
+void Effects::opaque(std::string_view folder) {
+    decision_.opaque = true;
+    auto& folders = decision_.opaqueDirs;
+    if ((folders.empty() || folders.back() != folder) && folders.size() < maxOpaqueDirs) folders.emplace_back(folder);
+}
+
+void Effects::denyCatastrophes() {
+    for (const std::string& path : decision_.targets)
+        if (protected_.holdsText(path)) return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
+    std::sort(followed_.begin(), followed_.end());
+    for (const std::string& path : decision_.targets) {
+        const bool followLink = std::binary_search(followed_.begin(), followed_.end(), path);
+        if (protected_.holdsFolder(path, followLink))
+            return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
+    }
+}
+
+Decision Effects::decide() {
+    auto& targets = decision_.targets;
+    targets.erase(
+        std::remove_if(targets.begin(), targets.end(), [](const auto& path) { return path.starts_with("/dev/"); }),
+        targets.end());
+    sortAndDedupe(targets);
+    sortAndDedupe(decision_.opaqueDirs);
+    denyCatastrophes();
+    const auto inGitStore = std::find_if(targets.begin(), targets.end(), isInGitStore);
+    if (inGitStore != targets.end())
+        decision_.verdict.raiseTo(
+            {Verdict::Kind::ask, "This changes " + *inGitStore +
+                                     ". Tidewrack doesn't keep git's own history, so it can't undo "
+                                     "this. Allow?"});
+    return std::move(decision_);
+}
+
+void Verdict::raiseTo(Verdict other) {
+    const auto strength = [](Kind which) { return which == Kind::deny ? 2 : which == Kind::ask ? 1 : 0; };
+    if (strength(other.kind) > strength(kind)) *this = std::move(other);
+}
+
+std::optional<std::string> catastrophic(std::string_view path, std::string_view home) {
+    const std::string plain = withoutTrailingSlash(path);
+    if (!ProtectedFolders(home).holdsText(plain)) return std::nullopt;
+    return refusal(plain);
+}
+
+void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict) {
+    if (verdict.kind != Verdict::Kind::allow || path.empty()) return;
+    const std::string folder = withoutTrailingSlash(path);
+    for (const std::string& root : projectRoots) {
+        const bool below = root.starts_with(folder) && (root.size() == folder.size() || root[folder.size()] == '/');
+        if (folder != "/" && !below) continue;
+        verdict = {Verdict::Kind::ask, "This deletes " + folder + ", which contains the tracked project " + root +
+                                           ". Tidewrack snapshotted it first; allow?"};
+        return;
+    }
+}
+
+} // namespace tidewrack::shell

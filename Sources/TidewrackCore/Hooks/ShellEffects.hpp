@@ -1,0 +1,64 @@
+#pragma once
+// What the commands of one line may do, gathered while they are examined one after the other.
+
+#include "Hooks/ProtectedFolders.hpp"
+#include "Hooks/ShellGuard.hpp"
+#include "Hooks/ShellPaths.hpp"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+// Whether a command takes a link named as its target, or the folder that the link leads to.
+enum class Links { itself, followed };
+
+class Effects {
+  public:
+    // `context` must outlive this.
+    explicit Effects(const Context& context);
+    Effects(const Effects&) = delete;
+    Effects& operator=(const Effects&) = delete;
+
+    // The paths that a word names: none for an empty one, its matches when it is a pattern, and the
+    // pattern's parent folder when nothing matches or too much would.
+    [[nodiscard]] std::vector<std::string> resolve(const Word& word, std::string_view cwd);
+
+    // The names in a folder, for commands that copy its contents; none when they are too many.
+    [[nodiscard]] std::optional<std::vector<std::string>> namesIn(const std::string& folder) {
+        return glob_.namesIn(folder);
+    }
+
+    // Adds an absolute path to the targets.
+    void target(std::string path, std::string_view cwd, Links links = Links::itself);
+
+    // Adds whatever the word names; returns it too, unless there are too many targets already.
+    std::vector<std::string> targetWord(const Word& word, std::string_view cwd, Links links = Links::itself);
+
+    // Asks when a tracked project is at or below the path, also where the path is spelled through a link.
+    void askIfProjectInside(const std::string& path, Links links = Links::itself);
+
+    // Something whose effect cannot be known runs in `folder`.
+    void opaque(std::string_view folder);
+    [[nodiscard]] bool isOpaque() const { return decision_.opaque; }
+
+    // Judges all targets and hands out the decision, once.
+    [[nodiscard]] Decision decide();
+
+    // True once there are so many targets that further ones only make the decision opaque.
+    [[nodiscard]] bool full() const;
+
+  private:
+    void denyCatastrophes();
+
+    const Context& context_;
+    ProtectedFolders protected_;
+    GlobMatcher glob_;
+    Decision decision_;
+    std::vector<std::string> followed_; // targets whose links are followed
+    std::size_t targetBytes_ = 0;
+    int pathsMadeReal_ = 0;
+};
+
+} // namespace tidewrack::shell

@@ -1,0 +1,139 @@
+#include "Hooks/ShellExpansion.hpp"
+
+#include "Support/Text.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+constexpr std::size_t maxHandedOut = std::size_t{1} << 20;
+constexpr std::size_t maxAssigned = 1'000;
+
+bool isAsciiNameByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+std::string_view plainValue(std::string_view name, std::string_view home, Variables& variables) {
+    if (name == "HOME") return home;
+    return variables.value(name).value_or("");
+}
+
+// The value of what stood between "${" and "}".
+std::string_view bracedValue(std::string_view body, std::string_view home, Variables& variables) {
+    if (const std::size_t fallback = body.find(":-"); fallback != std::string_view::npos) {
+        const auto value = variables.value(body.substr(0, fallback));
+        return value && !value->empty() ? *value : body.substr(fallback + 2);
+    }
+    const std::size_t length = nameLength(body);
+    const std::string_view operation = body.substr(length);
+    // ${X:?text} is $X, or the shell stops before it runs the command.
+    if (operation.empty() || operation.starts_with(":?")) return plainValue(body.substr(0, length), home, variables);
+    variables.setUnfollowed(true);
+    return "";
+}
+
+// Expands the "$" that `text` begins with; returns how much of `text` it took.
+std::size_t expandDollar(std::string_view text, std::string_view home, Variables& variables, std::string& out) {
+    if (text.substr(1).starts_with('{')) {
+        const std::size_t close = std::min(text.find('}'), text.size());
+        out += bracedValue(text.substr(2, close - 2), home, variables);
+        return std::min(close + 1, text.size());
+    }
+    const std::size_t length = nameLength(text.substr(1));
+    if (length == 0)
+        out += '$';
+    else
+        out += plainValue(text.substr(1, length), home, variables);
+    return 1 + length;
+}
+
+std::string expandedText(std::string_view text, std::string_view home, Variables& variables) {
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t dollar = std::min(text.find('$'), text.size());
+        out += text.substr(0, dollar);
+        text.remove_prefix(dollar);
+        if (text.empty()) break;
+        const std::size_t length = characterLength(text);
+        const std::size_t taken = length == 1 ? expandDollar(text, home, variables, out) : length;
+        if (length > 1) out += text.substr(0, length);
+        text.remove_prefix(taken);
+    }
+    return out;
+}
+
+void restoreDollars(std::string& text) {
+    std::size_t from = text.find(protectedDollar);
+    if (from == std::string::npos) return;
+    std::size_t to = from;
+    while (from < text.size()) {
+        const bool marker = text.compare(from, protectedDollar.size(), protectedDollar) == 0;
+        text[to++] = marker ? '$' : text[from];
+        from += marker ? protectedDollar.size() : 1;
+    }
+    text.resize(to);
+}
+
+} // namespace
+
+bool Variables::assign(std::string_view name, std::string value) {
+    const auto found = assigned_.find(name);
+    if (found != assigned_.end()) {
+        found->second = std::move(value);
+        return true;
+    }
+    if (assigned_.size() >= maxAssigned) return false;
+    assigned_.emplace(name, std::move(value));
+    return true;
+}
+
+const std::string* Variables::find(std::string_view name) const {
+    if (const auto found = assigned_.find(name); found != assigned_.end()) return &found->second;
+    const auto found = inherited_.find(name);
+    return found == inherited_.end() ? nullptr : &found->second;
+}
+
+std::optional<std::string_view> Variables::value(std::string_view name) {
+    const std::string* found = find(name);
+    if (!found) return std::nullopt;
+    if (handedOut_ + found->size() > maxHandedOut) {
+        unfollowed_ = true;
+        return std::nullopt;
+    }
+    handedOut_ += found->size();
+    return *found;
+}
+
+std::size_t nameLength(std::string_view text) {
+    std::size_t length = 0;
+    while (length < text.size()) {
+        if (isAsciiNameByte(text[length])) {
+            ++length;
+            continue;
+        }
+        if (static_cast<unsigned char>(text[length]) < 0x80) break;
+        const std::size_t character = characterLength(text.substr(length));
+        if (!isLetterOrNumber(text.substr(length, character))) break;
+        length += character;
+    }
+    return length;
+}
+
+Word expand(Word word, std::string_view home, Variables& variables) {
+    if (word.tilde && (word.text == "~" || word.text.starts_with("~/"))) {
+        word.text.replace(0, 1, home);
+        word.plain = 0;
+    }
+    word.tilde = false;
+    if (const std::size_t dollar = word.text.find('$'); dollar != std::string::npos) {
+        word.plain = std::min(word.plain, dollar);
+        word.text = expandedText(word.text, home, variables);
+    }
+    restoreDollars(word.text);
+    return word;
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,227 @@
+#include "Hooks/ShellGuard.hpp"
+
+#include "Hooks/ShellEffects.hpp"
+#include "Hooks/ShellRules.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+constexpr std::size_t maxFolderLength = 4096;
+constexpr std::size_t maxSavedFolders = 64;
+constexpr std::size_t maxLoops = 8;
+constexpr std::size_t maxAlternatives = 1'000;
+constexpr std::size_t maxAlternativesPerLine = 10'000;
+
+// A variable that takes several values one after the other, or (none) values that only running would show.
+struct Loop {
+    std::string name;
+    std::vector<Word> values;
+};
+
+bool mentions(std::string_view text, std::string_view name) {
+    for (std::size_t at = text.find('$'); at != std::string_view::npos; at = text.find('$', at + 1)) {
+        std::string_view behind = text.substr(at + 1);
+        if (behind.starts_with('{')) behind.remove_prefix(1);
+        if (behind.starts_with(name) && nameLength(behind) == name.size()) return true;
+    }
+    return false;
+}
+
+// Follows one command line from command to command: where it is, what its variables hold.
+class Analysis {
+  public:
+    explicit Analysis(const Context& context)
+        : context_(context), effects_(context), variables_(context.env), cwd_(context.cwd), previousCwd_(context.cwd) {}
+
+    Decision run(std::string_view command);
+
+  private:
+    void take(Simple& simple);
+    void leaveSubshells(std::size_t sharedDepth);
+    bool assignAll(const std::vector<Word>& words, bool declared);
+    void assign(const Word& word, std::size_t equals);
+    std::vector<Word> expanded(const std::vector<Word>& words);
+    void expandOver(const Word& word, std::size_t loop, bool glob, std::vector<Word>& out);
+    void bindLoop(std::string_view name, std::vector<Word> values);
+    void forgetLoop(std::string_view name);
+    bool takeBuiltin(const std::vector<Word>& words, const Simple& simple);
+    void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    void enter(std::string folder, std::size_t depth);
+
+    struct SavedFolder {
+        std::size_t depth;
+        std::string folder;
+    };
+
+    const Context& context_;
+    Effects effects_;
+    Variables variables_;
+    std::string cwd_;
+    std::string previousCwd_;
+    std::vector<SavedFolder> saved_; // to go back to when a parenthesis closes
+    std::vector<Loop> loops_;
+    std::size_t alternatives_ = 0;
+};
+
+Decision Analysis::run(std::string_view command) {
+    Lexer lexer(command);
+    Simple simple;
+    variables_.assign("PWD", cwd_);
+    while (lexer.next(simple)) take(simple);
+    if (lexer.opaque() || effects_.isOpaque()) effects_.opaque(cwd_);
+    return effects_.decide();
+}
+
+void Analysis::take(Simple& simple) {
+    leaveSubshells(simple.sharedDepth);
+    if (simple.opaque) effects_.opaque(cwd_);
+    std::vector<Word>& words = simple.words;
+    auto first = std::find_if_not(words.begin(), words.end(), isReserved);
+    const bool declared = first != words.end() && isDeclaration(*first);
+    if (declared) ++first;
+    words.erase(words.begin(), first);
+
+    for (const Word& target : expanded(simple.redirects)) effects_.targetWord(target, cwd_);
+    if (words.empty() || assignAll(words, declared)) return;
+    std::vector<Word> command = expanded(words);
+    strip(command);
+    if (command.empty() || takeBuiltin(command, simple)) return;
+    examine(command, cwd_, effects_);
+}
+
+// A change of folder inside parentheses ends with them.
+void Analysis::leaveSubshells(std::size_t sharedDepth) {
+    while (!saved_.empty() && saved_.back().depth > sharedDepth) {
+        cwd_ = std::move(saved_.back().folder);
+        variables_.assign("PWD", cwd_);
+        saved_.pop_back();
+    }
+}
+
+// True when the words are nothing but assignments, which are recorded. Behind a declaration word they are
+// recorded also among options and plain names.
+bool Analysis::assignAll(const std::vector<Word>& words, bool declared) {
+    const auto at = [](const Word& word) {
+        const std::size_t equals = assignmentAt(word);
+        return nameLength(word.text) == equals ? equals : 0;
+    };
+    const bool all = std::all_of(words.begin(), words.end(), [&](const Word& word) { return at(word) > 0; });
+    if (!all && !declared) return false;
+    for (const Word& word : words)
+        if (const std::size_t equals = at(word); equals > 0) assign(word, equals);
+    return all;
+}
+
+void Analysis::assign(const Word& word, std::size_t equals) {
+    const std::string name = word.text.substr(0, equals);
+    Word value = word;
+    value.text.erase(0, equals + 1);
+    value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
+    value.plain = 0;
+    std::vector<Word> values;
+    expandOver(value, 0, false, values);
+    if (values.size() != 1) return bindLoop(name, std::move(values));
+    forgetLoop(name);
+    if (!variables_.assign(name, std::move(values.front().text))) effects_.opaque(cwd_);
+}
+
+std::vector<Word> Analysis::expanded(const std::vector<Word>& words) {
+    std::vector<Word> result;
+    result.reserve(words.size());
+    for (const Word& word : words) {
+        const std::size_t before = result.size();
+        expandOver(word, 0, false, result);
+        // What an unset variable leaves behind outside quotes is no word at all.
+        if (!word.quoted && result.size() > before && result.back().text.empty()) result.pop_back();
+    }
+    return result;
+}
+
+// Adds the word once for every value of every loop variable that it mentions. A word whose value cannot be
+// known is left out: a guess such as "/*" for "$unknown/*" would be refused for no reason.
+void Analysis::expandOver(const Word& word, std::size_t loop, bool glob, std::vector<Word>& out) {
+    while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
+    if (loop == loops_.size()) {
+        variables_.setUnfollowed(false);
+        Word result = expand(word, context_.home, variables_);
+        if (variables_.unfollowed()) return effects_.opaque(cwd_);
+        result.glob |= glob;
+        out.push_back(std::move(result));
+        return;
+    }
+    if (loops_[loop].values.empty()) return effects_.opaque(cwd_);
+    for (const Word& value : loops_[loop].values) {
+        if (++alternatives_ > maxAlternativesPerLine) return effects_.opaque(cwd_);
+        variables_.assign(loops_[loop].name, value.text);
+        expandOver(word, loop + 1, glob || value.glob, out);
+    }
+}
+
+void Analysis::bindLoop(std::string_view name, std::vector<Word> values) {
+    forgetLoop(name);
+    variables_.assign(name, "");
+    if (loops_.size() >= maxLoops || values.size() > maxAlternatives) return effects_.opaque(cwd_);
+    loops_.push_back({std::string(name), std::move(values)});
+}
+
+void Analysis::forgetLoop(std::string_view name) {
+    loops_.erase(std::remove_if(loops_.begin(), loops_.end(), [&](const Loop& loop) { return loop.name == name; }),
+                 loops_.end());
+}
+
+// Commands that change what the line knows, not the disk.
+bool Analysis::takeBuiltin(const std::vector<Word>& words, const Simple& simple) {
+    const std::string& name = words.front().text;
+    if (name == "cd" || name == "pushd" || name == "popd") {
+        changeFolder(words, simple.depth, simple.words.back().text != name);
+        return true;
+    }
+    if ((name == "for" || name == "select") && words.size() > 1) {
+        const bool listed = words.size() > 2 && words[2].text == "in";
+        bindLoop(words[1].text, listed ? std::vector<Word>(words.begin() + 3, words.end()) : std::vector<Word>());
+        return true;
+    }
+    if (name == "read") {
+        for (std::size_t index = 1; index < words.size(); ++index)
+            if (nameLength(words[index].text) == words[index].text.size() && !words[index].text.empty())
+                bindLoop(words[index].text, {});
+        return true;
+    }
+    return false;
+}
+
+void Analysis::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
+    const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
+    const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
+    if (words.front().text == "popd") return enter(previousCwd_, depth);
+    if (argument == words.end()) {
+        // Without an argument cd goes home; one that came to nothing leads nowhere that is known.
+        if (hadArgument) return effects_.opaque(cwd_);
+        if (words.front().text == "cd") enter(absolutePath(context_.home, "/"), depth);
+        return;
+    }
+    if (argument->text == "-") return enter(previousCwd_, depth);
+    const auto folders = effects_.resolve(*argument, cwd_);
+    if (folders.size() > 1 || argument + 1 != words.end()) effects_.opaque(cwd_);
+    if (!folders.empty()) enter(folders.front(), depth);
+}
+
+void Analysis::enter(std::string folder, std::size_t depth) {
+    if (folder.size() > maxFolderLength) return effects_.opaque(cwd_);
+    const bool saved = depth == 0 || (!saved_.empty() && saved_.back().depth >= depth);
+    if (!saved && saved_.size() < maxSavedFolders) saved_.push_back({depth, cwd_});
+    previousCwd_ = std::exchange(cwd_, std::move(folder));
+    variables_.assign("PWD", cwd_);
+}
+
+} // namespace
+
+Decision analyze(std::string_view command, const Context& context) {
+    return Analysis(context).run(command);
+}
+
+} // namespace tidewrack::shell

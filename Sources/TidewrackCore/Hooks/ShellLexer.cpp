@@ -1,0 +1,353 @@
+#include "Hooks/ShellLexer.hpp"
+
+#include "Support/Text.hpp"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+// Searches for the end of a here-document that is not there read the whole line; a few are enough.
+constexpr std::size_t maxFailedSearches = 2;
+constexpr std::size_t maxHereDocumentsPerLine = 16;
+
+constexpr std::array<bool, 256> specialBytes() {
+    std::array<bool, 256> special{};
+    for (const char c : std::string_view(" \t\n;|()&><'\"\\`$*?[#~")) special[static_cast<unsigned char>(c)] = true;
+    for (std::size_t byte = 0x80; byte < special.size(); ++byte) special[byte] = true;
+    return special;
+}
+
+constexpr std::array<bool, 256> special = specialBytes();
+
+bool isAscii(char c) {
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool isOneOf(char c, std::string_view set) {
+    return set.find(c) != std::string_view::npos;
+}
+
+} // namespace
+
+Lexer::Lexer(std::string_view command) : text_(command), end_(command.size()) {}
+
+// The length of the character at `at`. A carriage return never joins the line feed behind it, so that no
+// line end is overlooked.
+std::size_t Lexer::characterAt(std::size_t at) const {
+    const bool alone = at + 1 >= end_ || isAscii(text_[at + 1]) || text_[at] == '\r';
+    if (isAscii(text_[at]) && alone) return 1;
+    return characterLength(text_.substr(at, end_ - at));
+}
+
+bool Lexer::standsAt(std::size_t at, char c) const {
+    return at < end_ && text_[at] == c && characterAt(at) == 1;
+}
+
+void Lexer::append(std::string_view text) {
+    word_.text += text;
+    started_ = true;
+}
+
+void Lexer::flush() {
+    if (!started_) return;
+    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    (redirect_ ? out_->redirects : out_->words).push_back(std::move(word_));
+    word_ = Word();
+    started_ = false;
+    escaped_ = false;
+    redirect_ = false;
+}
+
+// True when the command so far has something in it.
+bool Lexer::endCommand() {
+    flush();
+    redirect_ = false;
+    if (out_->words.empty() && out_->redirects.empty()) return false;
+    out_->opaque = std::exchange(opaquePart_, false);
+    out_->depth = depth_;
+    out_->sharedDepth = std::exchange(lowestDepth_, depth_);
+    return true;
+}
+
+void Lexer::markOpaque() {
+    opaque_ = true;
+    opaquePart_ = true;
+}
+
+bool Lexer::next(Simple& simple) {
+    simple.words.clear();
+    simple.redirects.clear();
+    out_ = &simple;
+    for (;;) {
+        if (at_ >= end_) {
+            const bool complete = endCommand();
+            const bool more = leaveBody();
+            if (complete) return true;
+            if (!more) return false;
+        }
+        takePlainRun();
+        if (at_ < end_ && takeCharacter()) return true;
+    }
+}
+
+void Lexer::takePlainRun() {
+    const std::size_t begin = at_;
+    while (at_ < end_ && !special[static_cast<unsigned char>(text_[at_])]) ++at_;
+    if (at_ > begin) append(text_.substr(begin, at_ - begin));
+}
+
+// Takes the special character at the current place; true when it ended a command.
+bool Lexer::takeCharacter() {
+    const char c = text_[at_];
+    const std::size_t length = characterAt(at_);
+    if (!isAscii(c) || length > 1) {
+        append(text_.substr(at_, length));
+        at_ += length;
+        return false;
+    }
+    ++at_;
+    switch (c) {
+    case ' ':
+    case '\t': flush(); return false;
+    case '\n':
+    case ';':
+    case '|':
+    case '(':
+    case ')': return takeOperator(c);
+    case '&': return takeAmpersand();
+    case '>': takeOutputRedirect(); return false;
+    case '<': takeInputRedirect(); return false;
+    case '\'': takeSingleQuoted(); return false;
+    case '"': takeDoubleQuoted(); return false;
+    case '\\': takeBackslash(); return false;
+    default: takeInWord(c); return false;
+    }
+}
+
+bool Lexer::takeOperator(char c) {
+    const bool complete = endCommand();
+    if (c == '(') ++depth_;
+    if (c == ')' && depth_ > 0) lowestDepth_ = std::min(lowestDepth_, --depth_);
+    if (c == '\n') enterBody();
+    return complete;
+}
+
+void Lexer::takeInWord(char c) {
+    switch (c) {
+    case '`': markOpaque(); break;
+    case '$':
+        if (standsAt(at_, '(')) markOpaque();
+        break;
+    case '*':
+    case '?':
+    case '[': word_.glob = true; break;
+    case '~':
+        if (!started_) word_.tilde = true;
+        break;
+    case '#':
+        if (!started_) return skipComment();
+        break;
+    default: break;
+    }
+    append(std::string_view(&c, 1));
+}
+
+bool Lexer::takeAmpersand() {
+    if (!standsAt(at_, '>')) return endCommand();
+    ++at_;
+    if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
+    flush();
+    redirect_ = true;
+    return false;
+}
+
+void Lexer::takeOutputRedirect() {
+    const bool descriptor = started_ && !word_.quoted &&
+                            std::all_of(word_.text.begin(), word_.text.end(), [](char c) { return isDigit(c); });
+    if (descriptor) {
+        word_ = Word();
+        started_ = false;
+        escaped_ = false;
+    } else {
+        flush();
+    }
+    if (standsAt(at_, '&')) {
+        ++at_;
+        while (at_ < end_ && isDigit(text_[at_])) ++at_;
+        return;
+    }
+    if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
+    redirect_ = true;
+}
+
+void Lexer::takeInputRedirect() {
+    flush();
+    if (!standsAt(at_, '<')) {
+        if (standsAt(at_, '(')) return; // a process substitution: its commands are cut like any others
+        if (standsAt(at_, '&')) ++at_;
+        skipBlanks();
+        skipWord();
+        return;
+    }
+    ++at_;
+    markOpaque();
+    const bool hereString = standsAt(at_, '<');
+    HereDocument document;
+    document.stripTabs = standsAt(at_, '-');
+    if (hereString || document.stripTabs) ++at_;
+    skipBlanks();
+    document.delimiter = skipWord();
+    if (hereString || inBody_ || document.delimiter.empty()) return;
+    if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
+}
+
+void Lexer::takeSingleQuoted() {
+    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    word_.quoted = true;
+    started_ = true;
+    while (at_ < end_) {
+        const std::size_t begin = at_;
+        while (at_ < end_ && isAscii(text_[at_]) && text_[at_] != '\'' && text_[at_] != '$') ++at_;
+        append(text_.substr(begin, at_ - begin));
+        if (at_ >= end_) return;
+        const std::size_t length = characterAt(at_);
+        const std::string_view character = text_.substr(at_, length);
+        at_ += length;
+        if (character == "'") return;
+        append(character == "$" ? protectedDollar : character);
+    }
+}
+
+void Lexer::takeDoubleQuoted() {
+    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    word_.quoted = true;
+    started_ = true;
+    while (at_ < end_) {
+        const std::size_t begin = at_;
+        while (at_ < end_ && isAscii(text_[at_]) && !isOneOf(text_[at_], "\"\\$`")) ++at_;
+        append(text_.substr(begin, at_ - begin));
+        if (at_ >= end_) return;
+        const std::size_t length = characterAt(at_);
+        const std::string_view character = text_.substr(at_, length);
+        at_ += length;
+        if (character == "\"") return;
+        if (character == "\\" && at_ < end_ && isOneOf(text_[at_], "\"\\$`") && characterAt(at_) == 1) {
+            append(text_[at_] == '$' ? protectedDollar : text_.substr(at_, 1));
+            ++at_;
+            continue;
+        }
+        if (character == "`" || (character == "$" && standsAt(at_, '('))) markOpaque();
+        append(character);
+    }
+}
+
+void Lexer::takeBackslash() {
+    if (at_ >= end_) return;
+    const std::size_t length = characterAt(at_);
+    const std::string_view character = text_.substr(at_, length);
+    at_ += length;
+    // A line that goes on in the next one: taken for a word, the break would hide the command behind it.
+    if (character == "\n") return;
+    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    escaped_ = true;
+    append(character == "$" ? protectedDollar : character);
+}
+
+void Lexer::skipComment() {
+    at_ = std::min(text_.find('\n', at_), end_);
+}
+
+void Lexer::skipBlanks() {
+    while (standsAt(at_, ' ') || standsAt(at_, '\t')) ++at_;
+}
+
+// Skips a word that names no output, and returns its text. Quotes are honoured: otherwise the second quote
+// of `< "a b"` would open a string that swallows the commands behind it.
+std::string Lexer::skipWord() {
+    std::string skipped;
+    char quote = 0;
+    while (at_ < end_) {
+        const std::size_t length = characterAt(at_);
+        const std::string_view character = text_.substr(at_, length);
+        const char c = length == 1 ? character[0] : 'x';
+        if (!quote && isOneOf(c, " \t\n;|&()<>")) break;
+        at_ += length;
+        if (quote != '\'' && (c == '`' || (c == '$' && standsAt(at_, '(')))) markOpaque();
+        if (c == quote) {
+            quote = 0;
+        } else if (!quote && (c == '\'' || c == '"')) {
+            quote = c;
+        } else if (c == '\\' && quote != '\'' && at_ < end_) {
+            const std::size_t next = characterAt(at_);
+            skipped += text_.substr(at_, next);
+            at_ += next;
+        } else {
+            skipped += character;
+        }
+    }
+    return skipped;
+}
+
+// At the start of a line: when a here-document begins here, its body is cut on its own, so that an
+// apostrophe in its prose does not swallow the commands behind it.
+void Lexer::enterBody() {
+    while (!inBody_ && !hereDocuments_.empty()) {
+        const HereDocument document = std::move(hereDocuments_.front());
+        hereDocuments_.erase(hereDocuments_.begin());
+        if (failedSearches_ >= maxFailedSearches) continue;
+        if (findBodyEnd(document)) {
+            inBody_ = true;
+            depthOutside_ = depth_;
+        } else {
+            ++failedSearches_;
+        }
+    }
+}
+
+bool Lexer::findBodyEnd(const HereDocument& document) {
+    for (std::size_t begin = at_; begin < text_.size();) {
+        const std::size_t lineEnd = std::min(text_.find('\n', begin), text_.size());
+        std::string_view line = text_.substr(begin, lineEnd - begin);
+        if (document.stripTabs) line.remove_prefix(std::min(line.find_first_not_of('\t'), line.size()));
+        if (line == document.delimiter) {
+            end_ = begin;
+            resumeAt_ = lineEnd;
+            return true;
+        }
+        begin = lineEnd + 1;
+    }
+    return false;
+}
+
+// At the end of the text that is being cut: false when it was the whole line.
+bool Lexer::leaveBody() {
+    if (!inBody_) return false;
+    inBody_ = false;
+    at_ = resumeAt_;
+    end_ = text_.size();
+    depth_ = depthOutside_;
+    lowestDepth_ = std::min(lowestDepth_, depth_);
+    if (!hereDocuments_.empty() && at_ < end_) {
+        ++at_;
+        enterBody();
+    }
+    return true;
+}
+
+Parsed parse(std::string_view command) {
+    Parsed parsed;
+    Lexer lexer(command);
+    for (Simple simple; lexer.next(simple); simple = Simple()) parsed.commands.push_back(std::move(simple));
+    parsed.opaque = lexer.opaque();
+    return parsed;
+}
+
+} // namespace tidewrack::shell

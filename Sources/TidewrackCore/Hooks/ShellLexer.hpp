@@ -1,0 +1,109 @@
+#pragma once
+// Cuts a command line into simple commands, as a shell would, without running anything. Deliberately small:
+// what it cannot follow is reported as opaque rather than guessed.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+// Stands in a word's text for a "$" that must never be expanded (U+E000); expand() turns it back.
+inline constexpr std::string_view protectedDollar = "\xEE\x80\x80";
+
+struct Word {
+    std::string text;      // without quotes and escapes
+    bool quoted = false;   // some part of it was in quotes
+    bool glob = false;     // an unquoted "*", "?" or "[" occurred
+    bool tilde = false;    // it began with an unquoted "~"
+    std::size_t plain = 0; // how many leading bytes of the text stood outside quotes and escapes
+
+    bool operator==(const Word&) const = default;
+};
+
+struct Simple {
+    std::vector<Word> words;     // the command name and its arguments
+    std::vector<Word> redirects; // the targets of output redirections
+    bool opaque = false;         // holds something whose effect shows only when it runs
+    std::size_t depth = 0;       // how many parentheses it stands in ...
+    std::size_t sharedDepth = 0; // ... and how many of those hold the command before it too
+
+    bool operator==(const Simple&) const = default;
+};
+
+struct Parsed {
+    std::vector<Simple> commands;
+    bool opaque = false;
+};
+
+// Hands out the commands of a line one by one, so that a line of a million separators needs no more memory
+// than its longest command. `command` must outlive the lexer.
+class Lexer {
+  public:
+    explicit Lexer(std::string_view command);
+    Lexer(const Lexer&) = delete;
+    Lexer& operator=(const Lexer&) = delete;
+
+    // Fills `simple` with the next command that has a word or a redirect; false when there is none.
+    bool next(Simple& simple);
+
+    // Whether anything so far was opaque: a command substitution, backquotes, a here-document.
+    [[nodiscard]] bool opaque() const { return opaque_; }
+
+  private:
+    struct HereDocument {
+        std::string delimiter;
+        bool stripTabs = false;
+    };
+
+    [[nodiscard]] std::size_t characterAt(std::size_t at) const;
+    [[nodiscard]] bool standsAt(std::size_t at, char c) const;
+    void append(std::string_view text);
+    void flush();
+    bool endCommand();
+    void markOpaque();
+    void takePlainRun();
+    bool takeCharacter();
+    bool takeOperator(char c);
+    void takeInWord(char c);
+    void takeParenthesis(char c);
+    bool takeAmpersand();
+    void takeOutputRedirect();
+    void takeInputRedirect();
+    void takeSingleQuoted();
+    void takeDoubleQuoted();
+    void takeBackslash();
+    void skipComment();
+    void skipBlanks();
+    std::string skipWord();
+    void enterBody();
+    bool leaveBody();
+    [[nodiscard]] bool findBodyEnd(const HereDocument& document);
+
+    std::string_view text_;
+    std::size_t at_ = 0;
+    std::size_t end_; // of the text, or of the here-document's body that is being cut
+
+    Simple* out_ = nullptr;
+    Word word_;
+    bool started_ = false;
+    bool escaped_ = false;
+    bool redirect_ = false;
+    bool opaque_ = false;
+    bool opaquePart_ = false;
+
+    std::size_t depth_ = 0;
+    std::size_t lowestDepth_ = 0;
+
+    std::vector<HereDocument> hereDocuments_;
+    std::size_t failedSearches_ = 0;
+    bool inBody_ = false;
+    std::size_t resumeAt_ = 0;
+    std::size_t depthOutside_ = 0;
+};
+
+// All commands of a line. Never fails.
+[[nodiscard]] Parsed parse(std::string_view command);
+
+} // namespace tidewrack::shell

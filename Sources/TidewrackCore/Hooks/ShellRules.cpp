@@ -1,0 +1,296 @@
+#include "Hooks/ShellRules.hpp"
+
+#include "Hooks/GitRules.hpp"
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+using Words = std::span<const Word>;
+
+constexpr std::array declarations = {"export"sv, "local"sv, "declare"sv, "typeset"sv, "readonly"sv};
+
+constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv, "while"sv, "until"sv, "do"sv, "{"sv, "!"sv};
+
+constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, "time"sv,
+                                 "nice"sv, "exec"sv,    "builtin"sv, "doas"sv};
+
+constexpr std::array opaqueCommands = {
+    "sh"sv,      "bash"sv, "zsh"sv,  "fish"sv,  "eval"sv,      "source"sv, "."sv,     "python"sv,
+    "python3"sv, "node"sv, "ruby"sv, "perl6"sv, "osascript"sv, "make"sv,   "npm"sv,   "pnpm"sv,
+    "yarn"sv,    "bun"sv,  "npx"sv,  "bunx"sv,  "deno"sv,      "swift"sv,  "cargo"sv, "go"sv,
+};
+
+constexpr std::array deletingCommands = {"rm"sv, "mv"sv, "unlink"sv, "shred"sv};
+
+constexpr std::array findActions = {"-delete"sv, "-exec"sv, "-execdir"sv, "-ok"sv};
+
+constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
+                                  "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
+
+// Options of xargs whose value is a word of its own.
+constexpr std::array xargsValueOptions = {"-I"sv, "-n"sv, "-P"sv, "-L"sv, "-d"sv, "-E"sv,
+                                          "-s"sv, "-a"sv, "-J"sv, "-R"sv, "-S"sv};
+
+template <std::size_t size>
+bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
+    return std::find(table.begin(), table.end(), text) != table.end();
+}
+
+bool isOption(const Word& word) {
+    return word.text.starts_with('-');
+}
+
+bool isShortCluster(const Word& word) {
+    return isOption(word) && !word.text.starts_with("--");
+}
+
+bool isRecursive(Words arguments) {
+    for (const Word& word : arguments) {
+        if (word.text == "--") return false;
+        if (word.text == "--recursive" || (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos))
+            return true;
+    }
+    return false;
+}
+
+std::vector<Word> operandsOf(Words arguments) {
+    std::vector<Word> operands;
+    bool onlyOperands = false;
+    for (const Word& word : arguments) {
+        if (onlyOperands || !isOption(word))
+            operands.push_back(word);
+        else if (word.text == "--")
+            onlyOperands = true;
+    }
+    return operands;
+}
+
+// A trailing slash makes a command go through a link instead of taking the link itself.
+Links linksOf(const Word& word) {
+    return word.text.ends_with('/') || word.text.ends_with("/.") ? Links::followed : Links::itself;
+}
+
+class Examination {
+  public:
+    Examination(Words words, const std::string& cwd, Effects& effects)
+        : name_(commandName(words.front())), arguments_(words.subspan(1)), cwd_(cwd), effects_(effects) {}
+
+    void run();
+
+  private:
+    void remove();
+    void move();
+    void copy();
+    void targetOperands();
+    void copyBlocks();
+    void editInPlace();
+    void find();
+    void xargs();
+    void changeModes();
+    void targetDestinations(const std::vector<Word>& operands);
+    void targetCopyOf(const Word& source, const std::string& folder);
+    void targetContents(const Word& source, const std::string& folder);
+
+    std::string_view name_;
+    Words arguments_;
+    const std::string& cwd_;
+    Effects& effects_;
+};
+
+void Examination::run() {
+    struct Rule {
+        std::string_view name;
+        void (Examination::*apply)();
+    };
+    using E = Examination;
+    static constexpr Rule rules[] = {
+        {"rm", &E::remove},
+        {"unlink", &E::remove},
+        {"rmdir", &E::remove},
+        {"shred", &E::remove},
+        {"srm", &E::remove},
+        {"trash", &E::remove},
+        {"mv", &E::move},
+        {"cp", &E::copy},
+        {"ln", &E::copy},
+        {"install", &E::copy},
+        {"ditto", &E::copy},
+        {"rsync", &E::copy},
+        {"truncate", &E::targetOperands},
+        {"tee", &E::targetOperands},
+        {"dd", &E::copyBlocks},
+        {"sed", &E::editInPlace},
+        {"gsed", &E::editInPlace},
+        {"perl", &E::editInPlace},
+        {"find", &E::find},
+        {"xargs", &E::xargs},
+        {"chmod", &E::changeModes},
+        {"chown", &E::changeModes},
+        {"chgrp", &E::changeModes},
+    };
+    if (name_ == "git") return examineGit(arguments_, cwd_, effects_);
+    if (isIn(opaqueCommands, name_)) return effects_.opaque(cwd_);
+    for (const Rule& rule : rules)
+        if (rule.name == name_) return (this->*rule.apply)();
+}
+
+void Examination::remove() {
+    const bool asks = name_ == "rmdir" || isRecursive(arguments_);
+    for (const Word& operand : operandsOf(arguments_)) {
+        const Links links = linksOf(operand);
+        for (const std::string& path : effects_.targetWord(operand, cwd_, links))
+            if (asks) effects_.askIfProjectInside(path, links);
+    }
+}
+
+void Examination::move() {
+    const std::vector<Word> operands = operandsOf(arguments_);
+    for (std::size_t index = 0; index + 1 < operands.size(); ++index)
+        effects_.targetWord(operands[index], cwd_, linksOf(operands[index]));
+    targetDestinations(operands);
+}
+
+void Examination::copy() {
+    const std::vector<Word> operands = operandsOf(arguments_);
+    targetDestinations(operands);
+    const auto deletes = [](const Word& word) { return word.text.starts_with("--delete"); };
+    if (name_ != "rsync" || operands.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
+    const auto folders = effects_.resolve(operands.back(), cwd_);
+    if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed);
+}
+
+void Examination::targetDestinations(const std::vector<Word>& operands) {
+    if (operands.size() < 2) return;
+    const auto destinations = effects_.resolve(operands.back(), cwd_);
+    if (destinations.empty()) return;
+    const std::string& destination = destinations.front();
+    if (destination == "/" || !isFolder(destination)) return effects_.target(destination, cwd_);
+    for (std::size_t index = 0; index + 1 < operands.size(); ++index) {
+        if (effects_.full()) return effects_.opaque(cwd_);
+        targetCopyOf(operands[index], destination);
+    }
+}
+
+void Examination::targetCopyOf(const Word& source, const std::string& folder) {
+    for (const std::string& path : effects_.resolve(source, cwd_)) {
+        const std::string_view name = lastComponent(path);
+        effects_.target(absolutePath(name, folder), cwd_);
+    }
+    if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
+}
+
+// A source written as `src/.`, `src/` or (for ditto) `src` may be poured into the folder instead of put
+// there as one item: what it holds overwrites what has the same name.
+void Examination::targetContents(const Word& source, const std::string& folder) {
+    const std::string& text = source.text;
+    if (name_ != "ditto" && text != "." && !text.ends_with('/') && !text.ends_with("/.")) return;
+    for (const std::string& path : effects_.resolve(source, cwd_)) {
+        const auto names = effects_.namesIn(path);
+        if (!names) return effects_.target(folder, cwd_);
+        for (const std::string& name : *names) effects_.target(absolutePath(name, folder), cwd_);
+    }
+}
+
+void Examination::targetOperands() {
+    for (const Word& operand : operandsOf(arguments_)) effects_.targetWord(operand, cwd_);
+}
+
+void Examination::copyBlocks() {
+    for (Word word : arguments_) {
+        if (!word.text.starts_with("of=")) continue;
+        word.text.erase(0, 3);
+        effects_.targetWord(word, cwd_);
+    }
+}
+
+// The script word becomes a target too: it names no file and does no harm.
+void Examination::editInPlace() {
+    const bool inPlace = std::any_of(arguments_.begin(), arguments_.end(), [](const Word& word) {
+        return word.text.starts_with("--in-place") ||
+               (isShortCluster(word) && word.text.find('i') != std::string::npos);
+    });
+    if (inPlace) targetOperands();
+}
+
+void Examination::find() {
+    const auto has = [this](const auto& table) {
+        return std::any_of(arguments_.begin(), arguments_.end(),
+                           [&](const Word& word) { return isIn(table, word.text); });
+    };
+    if (!has(findActions)) return;
+    const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
+    const auto rootsEnd = std::find_if(arguments_.begin(), arguments_.end(), endsRoots);
+    std::vector<Word> roots(arguments_.begin(), rootsEnd);
+    if (roots.empty()) roots.emplace_back().text = cwd_;
+    const bool wholeTree = !has(findTests);
+    for (const Word& root : roots) {
+        const Links links = linksOf(root);
+        for (const std::string& path : effects_.targetWord(root, cwd_, links))
+            if (wholeTree) effects_.askIfProjectInside(path, links);
+    }
+}
+
+void Examination::xargs() {
+    std::size_t index = 0;
+    while (index < arguments_.size() && isOption(arguments_[index]))
+        index += isIn(xargsValueOptions, arguments_[index].text) ? 2U : 1U;
+    if (index >= arguments_.size()) return;
+    std::vector<Word> command(arguments_.begin() + static_cast<std::ptrdiff_t>(index), arguments_.end());
+    strip(command);
+    if (command.empty()) return;
+    const std::string_view name = commandName(command.front());
+    if (isIn(deletingCommands, name) || isIn(opaqueCommands, name)) effects_.opaque(cwd_);
+}
+
+// Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
+void Examination::changeModes() {
+    if (!isRecursive(arguments_)) return;
+    for (const Word& word : arguments_) effects_.targetWord(word, cwd_, Links::followed);
+}
+
+} // namespace
+
+bool isDeclaration(const Word& word) {
+    return !word.quoted && isIn(declarations, word.text);
+}
+
+bool isReserved(const Word& word) {
+    return word.plain == word.text.size() && isIn(reservedWords, word.text);
+}
+
+std::size_t assignmentAt(const Word& word) {
+    const std::size_t equals = word.text.find('=');
+    if (equals == std::string::npos || equals >= word.plain || nameLength(word.text) == 0) return 0;
+    return word.text[0] >= '0' && word.text[0] <= '9' ? 0 : equals;
+}
+
+std::string_view commandName(const Word& word) {
+    return lastComponent(word.text);
+}
+
+void strip(std::vector<Word>& words) {
+    std::size_t index = 0;
+    while (index < words.size()) {
+        if (assignmentAt(words[index]) > 0) {
+            ++index;
+        } else if (isIn(wrappers, commandName(words[index]))) {
+            ++index;
+            while (index < words.size() && isOption(words[index])) ++index;
+        } else {
+            break;
+        }
+    }
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+void examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
+    Examination(words, cwd, effects).run();
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,171 @@
+#include "Hooks/Hook.hpp"
+#include "Hooks/Replies.hpp"
+#include "Support/Json.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fstream>
+#include <sstream>
+
+using namespace tidewrack;
+using nlohmann::json;
+
+namespace {
+
+std::string readData(const std::string& name) {
+    std::ifstream file(std::string(TIDEWRACK_TEST_DATA) + "/events/" + name, std::ios::binary);
+    EXPECT_TRUE(file.good()) << name;
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+HookEvent parsed(Agent agent, const char* object) {
+    return parseHookEvent(agent, *parseJson(object), "/w");
+}
+
+HookEvent::Kind kindNamed(const std::string& name) {
+    if (name == "prompt") return HookEvent::Kind::prompt;
+    if (name == "shell") return HookEvent::Kind::shell;
+    if (name == "stop") return HookEvent::Kind::stop;
+    return HookEvent::Kind::other;
+}
+
+std::optional<std::string> optionalText(const json& value) {
+    if (value.is_null()) return std::nullopt;
+    return value.get<std::string>();
+}
+
+using Kind = HookEvent::Kind;
+
+} // namespace
+
+TEST(Hook, readsTheEventsThatAgentsReallySend) {
+    const auto table = parseJson(readData("expected.json"));
+    ASSERT_TRUE(table && table->size() > 40);
+    for (const json& row : *table) {
+        const auto file = row.at("file").get<std::string>();
+        SCOPED_TRACE(file);
+        const auto agent = agentFrom(row.at("agent").get<std::string>());
+        const auto object = parseJson(readData(file));
+        ASSERT_TRUE(agent && object);
+        HookEvent expected;
+        expected.kind = kindNamed(row.at("kind").get<std::string>());
+        expected.name = row.at("name").get<std::string>();
+        expected.cwd = row.at("cwd").get<std::string>();
+        expected.prompt = optionalText(row.at("prompt"));
+        expected.command = optionalText(row.at("command"));
+        expected.session = optionalText(row.at("session"));
+        expected.turn = optionalText(row.at("turn"));
+        EXPECT_EQ(parseHookEvent(*agent, *object, "/fallback"), expected);
+    }
+}
+
+TEST(Hook, agentsHaveExactlyOneWord) {
+    for (const Agent agent : allAgents()) EXPECT_EQ(agentFrom(rawValue(agent)), agent);
+    for (const char* other : {"Claude", "claude ", "", "gpt"}) EXPECT_FALSE(agentFrom(other)) << other;
+}
+
+TEST(Hook, fallsBackWhereAFieldIsMissingOrMistyped) {
+    HookEvent empty;
+    empty.cwd = "/w";
+    for (const Agent agent : allAgents()) {
+        for (const char* text :
+             {"{}", "[]", "7", "null", R"({"hook_event_name":3,"cwd":[],"prompt":{},"workspace_roots":"/a"})"})
+            EXPECT_EQ(parsed(agent, text), empty) << text;
+    }
+    EXPECT_EQ(parsed(Agent::cursor, R"({"cwd":"","workspace_roots":["/a","/b"]})").cwd, "/a");
+    EXPECT_EQ(parsed(Agent::cursor, R"({"cwd":"/c","workspace_roots":["/a","/b"]})").cwd, "/c");
+    EXPECT_EQ(parsed(Agent::cursor, R"({"workspace_roots":["/a",1]})").cwd, "/w");
+    EXPECT_EQ(parsed(Agent::cursor, R"({"workspace_roots":[""]})").cwd, "/w");
+
+    const auto event =
+        parsed(Agent::claude, R"({"session_id":7,"conversation_id":"c","turn_id":"t","generation_id":"g"})");
+    EXPECT_EQ(event.session, std::nullopt);
+    EXPECT_EQ(event.turn, "t");
+    EXPECT_EQ(parsed(Agent::codex, R"({"sessionId":"s"})").session, "s");
+}
+
+TEST(Hook, tellsKindAndCommandPerAgent) {
+    struct Row {
+        Agent agent;
+        const char* object;
+        Kind kind;
+        std::optional<std::string> command = std::nullopt;
+    };
+    const Row rows[] = {
+        {Agent::claude, R"({"hook_event_name":"stop"})", Kind::other},
+        {Agent::codex, R"({"hook_event_name":"Stop"})", Kind::stop},
+        {Agent::cursor, R"({"hook_event_name":"Stop"})", Kind::other},
+        {Agent::gemini, R"({"hook_event_name":"AfterAgent"})", Kind::stop},
+        {Agent::claude,
+         R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":["rm","-rf","x"]}})",
+         Kind::shell, "rm -rf x"},
+        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":[]}})",
+         Kind::shell, ""},
+        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":["rm",1]}})",
+         Kind::other},
+        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"bash","tool_input":{"command":"rm x"}})",
+         Kind::other},
+        {Agent::codex, R"({"hook_event_name":"PreToolUse","tool_input":{"command":"rm x"}})", Kind::other},
+        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","command":"rm x"})", Kind::other},
+        {Agent::gemini, R"({"hook_event_name":"BeforeTool","tool_name":"run_shell_command"})", Kind::other},
+        {Agent::gemini, R"({"hook_event_name":"BeforeTool","tool_name":"run_shell_command","tool_input":"rm"})",
+         Kind::other},
+        {Agent::cursor, R"({"hook_event_name":"beforeShellExecution","command":["rm"]})", Kind::other},
+        {Agent::cursor, R"({"hook_event_name":"beforeShellExecution","command":""})", Kind::shell, ""},
+    };
+    for (const Row& row : rows) {
+        const HookEvent event = parsed(row.agent, row.object);
+        EXPECT_EQ(event.kind, row.kind) << row.object;
+        EXPECT_EQ(event.command, row.command) << row.object;
+    }
+}
+
+TEST(Hook, geminiNamesTheCommandsOwnFolder) {
+    const auto folderFor = [](const char* dirPath) {
+        return parsed(Agent::gemini,
+                      (std::string(R"({"cwd":"/p/q","hook_event_name":"BeforeTool","tool_name":"run_shell_command",)") +
+                       R"("tool_input":{"command":"ls","dir_path":)" + dirPath + "}}")
+                          .c_str())
+            .cwd;
+    };
+    EXPECT_EQ(folderFor(R"("src/lib/")"), "/p/q/src/lib");
+    EXPECT_EQ(folderFor(R"("../r")"), "/p/r");
+    EXPECT_EQ(folderFor(R"("/else")"), "/else");
+    EXPECT_EQ(folderFor(R"("")"), "/p/q");
+    EXPECT_EQ(folderFor("5"), "/p/q");
+}
+
+TEST(Replies, speakEachAgentsLanguage) {
+    const HookOutput empty;
+    for (const Agent agent : {Agent::claude, Agent::codex, Agent::gemini})
+        for (const Kind kind : {Kind::prompt, Kind::shell, Kind::stop, Kind::other})
+            EXPECT_EQ(allowReply(agent, kind), empty);
+    EXPECT_EQ(allowReply(Agent::cursor, Kind::stop), empty);
+    EXPECT_EQ(allowReply(Agent::cursor, Kind::shell), (HookOutput{R"({"permission":"allow"})", std::nullopt, 0}));
+    EXPECT_EQ(allowReply(Agent::cursor, Kind::prompt), (HookOutput{R"({"continue":true})", std::nullopt, 0}));
+
+    EXPECT_EQ(denyReply(Agent::cursor, "a/b"),
+              (HookOutput{R"({"agent_message":"a\/b","permission":"deny","user_message":"a\/b"})", std::nullopt, 0}));
+    for (const Agent agent : {Agent::claude, Agent::codex, Agent::gemini})
+        EXPECT_EQ(denyReply(agent, "a/b"), (HookOutput{std::nullopt, "a/b", 2}));
+
+    EXPECT_EQ(
+        askReply(Agent::claude, "m\n\"").standardOutput,
+        R"({"hookSpecificOutput":{"hookEventName":"PreToolUse","permissionDecision":"ask","permissionDecisionReason":"m\n\""}})");
+    EXPECT_EQ(askReply(Agent::cursor, "m").standardOutput,
+              R"({"agent_message":"m","permission":"ask","user_message":"m"})");
+    for (const Agent agent : {Agent::codex, Agent::gemini})
+        EXPECT_EQ(
+            askReply(agent, "m"),
+            (HookOutput{
+                std::nullopt,
+                "m This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.", 2}));
+}
+
+TEST(Replies, repairWhatIsNoText) {
+    EXPECT_EQ(askReply(Agent::cursor, "a\xff").standardOutput,
+              "{\"agent_message\":\"a\uFFFD\",\"permission\":\"ask\",\"user_message\":\"a\uFFFD\"}");
+}

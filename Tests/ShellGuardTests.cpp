@@ -1,0 +1,348 @@
+#include "Hooks/ProtectedFolders.hpp"
+#include "Hooks/ShellGuard.hpp"
+#include "Hooks/ShellPaths.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+using namespace tidewrack::shell;
+
+namespace {
+
+Context plainContext() {
+    Context context;
+    context.cwd = "/nowhere/p";
+    context.home = "/nowhere/home";
+    context.env = {{"HOME", "/nowhere/home"}, {"DIR", "/nowhere/d"}};
+    context.projectRoots = {"/nowhere/p", "/nowhere/q/one", "/nowhere/q/two"};
+    return context;
+}
+
+std::string joined(const std::vector<std::string>& paths, std::string_view under) {
+    std::string text;
+    for (const std::string& path : paths) {
+        if (!text.empty()) text += ' ';
+        text += path.starts_with(under) ? path.substr(under.size()) : path;
+    }
+    return text;
+}
+
+// A decision as text: targets (without "/nowhere/"), then "ask" or "deny", then the opaque folders behind "?".
+std::string judged(std::string_view command, const Context& context = plainContext(),
+                   std::string_view under = "/nowhere/") {
+    const Decision decision = analyze(command, context);
+    std::string text = joined(decision.targets, under);
+    if (decision.verdict.kind == Verdict::Kind::ask) text += " ask";
+    if (decision.verdict.kind == Verdict::Kind::deny) text += " deny";
+    EXPECT_EQ(decision.opaque, !decision.opaqueDirs.empty()) << command;
+    if (decision.opaque) text += " ?" + joined(decision.opaqueDirs, under);
+    return text;
+}
+
+struct Row {
+    std::string_view command;
+    std::string_view expected;
+};
+
+template <std::size_t size>
+void expectAll(const Row (&rows)[size]) {
+    for (const Row& row : rows) EXPECT_EQ(judged(row.command), row.expected) << row.command;
+}
+
+// A real folder tree: home/{Documents,.ssh}, link -> home, work/{a.txt,b.txt,.hidden,sub/c.txt}.
+class ShellGuardOnDisk : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = testing::TempDir() + "tidewrack-guard-XXXXXX";
+        root = std::filesystem::canonical(mkdtemp(pattern.data())).string();
+        for (const char* folder : {"/home/Documents", "/home/.ssh", "/work/sub", "/out"})
+            std::filesystem::create_directories(root + folder);
+        for (const char* file : {"/work/a.txt", "/work/b.txt", "/work/.hidden", "/work/sub/c.txt"})
+            std::ofstream(root + file) << "x";
+        std::filesystem::create_directory_symlink(root + "/home", root + "/link");
+        context.cwd = root + "/work";
+        context.home = root + "/home";
+        context.projectRoots = {root + "/work"};
+    }
+    void TearDown() override { std::filesystem::remove_all(root); }
+
+    std::string judgedHere(std::string_view command) { return judged(command, context, root + "/"); }
+
+    std::string root;
+    Context context;
+};
+
+} // namespace
+
+TEST(ShellGuard, findsWhatEachCommandDestroys) {
+    expectAll({
+        {"ls -la && cat a | grep b", ""},
+        {"rm a b/c ../x -f /y/./z/", "p/a p/b/c x /y/z"},
+        {"rm -- -a", "p/-a"},
+        {"unlink a; shred b; srm c; trash d", "p/a p/b p/c p/d"},
+        {"rm '' $NOPE \"$NOPE\"", ""},
+        {"mv a b c", "p/a p/b p/c"},
+        {"mv a", ""},
+        {"cp a b c; ln -s x y; install m n; ditto s t", "p/c p/n p/t p/y"},
+        {"cp a b", "p/b"},
+        {"rsync -a s d; rsync -a --delete-after s /e", "/e p/d"},
+        {"truncate -s 0 a; echo x | tee -a b", "p/0 p/a p/b"},
+        {"dd if=a of=b/c", "p/b/c"},
+        {"sed -i '' s/a/b/ f", "p/f p/s/a/b"},
+        {"sed --in-place x f; perl -pi -e y g; gsed -Ei z h", "p/f p/g p/h p/x p/y p/z"},
+        {"sed -n x f; sed -e i f; perl x.pl", ""},
+        {"chmod -R 755 d", "p/-R p/755 p/d"},
+        {"chmod 755 d; chown me d", ""},
+        {"echo a > b >> c 2>d &> e >| g >/dev/null", "p/b p/c p/d p/e p/g"},
+        {"> f; X=1 >g", "p/f p/g"},
+        {"echo hi > /dev/null 2>&1", ""},
+        {"/bin/rm a; \\rm b; \"rm\" c", "p/a p/b p/c"},
+    });
+}
+
+TEST(ShellGuard, seesThroughWrappersAssignmentsAndKeywords) {
+    expectAll({
+        {"sudo rm a", "p/a"},
+        {"env X=1 rm a", "p/a"},
+        {"X=1 sudo -E env -i Y='2 3' nohup time rm a", "p/a"},
+        {"command -p rm a", "p/a"},
+        {"nice -n 10 rm a", ""},
+        {"\"X\"=1 rm a", ""},
+        {"$SUDO rm a", "p/a"},
+        {"if true; then rm a; else rm b; fi", "p/a p/b"},
+        {"while ! rm a; do { rm b; }; done", "p/a p/b"},
+        {"f() { rm a; }; f", "p/a"},
+        {"case $x in a) rm a;; esac", "p/a"},
+        {"cat <<'EOF' > f\nIt's prose\nEOF\nrm a", "p/a p/f ?p"},
+        {"make && \\\n  rm -r a", "p/a ?p"},
+        {"ls\r\nrm a\r\n", "p/a\r"},
+    });
+}
+
+TEST(ShellGuard, followsVariables) {
+    expectAll({
+        {"X=/tmp/a; rm $X", "/tmp/a"},
+        {"D=\"/x y\"; rm -rf \"$D\"", "/x y"},
+        {"export A=/a B=$DIR; rm $A $B ${C:-/c}", "/a /c d"},
+        {"declare -r A=~/a; rm $A", "home/a"},
+        {"A=\"~/a\"; rm $A", "p/~/a"},
+        {"rm '$DIR' \\$DIR", "p/$DIR"},
+        {"for f in a \"$DIR\" 'c d'; do rm \"$f/x\"; done", "d/x p/a/x p/c d/x"},
+        {"for f in a b; do for g in c d; do mv $f/$g $g; done; done", "p/a/c p/a/d p/b/c p/b/d p/c p/d"},
+        {"for f in *.x; do rm -f \"q/$f\"; done", "p/q"},
+        {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
+        {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
+        {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
+    });
+}
+
+TEST(ShellGuard, followsChangesOfFolder) {
+    expectAll({
+        {"cd sub && rm f", "p/sub/f"},
+        {"pushd ../x; rm f; popd; rm g", "p/g x/f"},
+        {"cd a; cd -; rm f", "p/f"},
+        {"cd; rm f", "home/f"},
+        {"cd -- ~/a && rm f", "home/a/f"},
+        {"(cd a; (cd b; rm x); rm y); rm z", "p/a/b/x p/a/y p/z"},
+        {"(cd a) (rm x)", "p/x"},
+        {"cd $NOPE && rm -rf *", "p ask ?p"},
+        {"cd a && make; cd /b; ls", " ?/b p/a"},
+    });
+}
+
+TEST(ShellGuard, knowsWhatCannotBeKnown) {
+    expectAll({
+        {"bash script.sh", " ?p"},
+        {"/usr/bin/python3 x.py", " ?p"},
+        {". ./env; eval x; npm test", " ?p"},
+        {"echo `x`; cd sub", " ?p p/sub"},
+        {"echo $(x) > f", "p/f ?p"},
+        {"find . | xargs -0 -n 1 rm", " ?p"},
+        {"find . | xargs -I {} sudo rm {}", " ?p"},
+        {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
+        {"find . | xargs grep rm", ""},
+        {"perl6 x; fish -c y", " ?p"},
+    });
+}
+
+TEST(ShellGuard, judgesFindByItsActionsAndTests) {
+    expectAll({
+        {"find . -name x", ""},
+        {"find a b -name x -delete", "p/a p/b"},
+        {"find -delete", "p ask"},
+        {"find ../q -exec rm {} \\;", "q ask"},
+        {"find ../q -mtime +3 -execdir rm {} +", "q"},
+        {"find a \\( -type f \\) -delete", "p/a"},
+    });
+}
+
+TEST(ShellGuard, judgesGitByItsSubcommand) {
+    expectAll({
+        {"git status; git add .; git commit -m x; git push; git fetch; git log", ""},
+        {"git", ""},
+        {"git checkout -- a ../b", "b p/a"},
+        {"git checkout HEAD --", "p"},
+        {"git checkout -f main", "p"},
+        {"git restore .", "p"},
+        {"git switch --force x", "p"},
+        {"git checkout main; git switch main; git restore --staged a", ""},
+        {"git restore a", " ?p"},
+        {"git switch --discard-changes x", " ?p"},
+        {"git reset --hard HEAD~1", "p"},
+        {"git reset --soft HEAD~1; git reset a", ""},
+        {"git clean -fdx", "p"},
+        {"git clean -n", ""},
+        {"git -C ../r -c a.b=c clean -d --force", "r"},
+        {"git stash", "p"},
+        {"git stash -u", "p"},
+        {"git stash list; git stash pop; git stash list push", ""},
+        {"git --no-pager rm a", "p"},
+        {"git -C /s pull", "/s"},
+        {"git -C /s merge x; git -C /t rebase y; git -C /u apply z; git -C /v am; git -C /w revert q; git -C /x mv a b",
+         "/s /t /u /v /w /x"},
+        {"echo x > .git/config", "p/.git/config ask"},
+        {"rm -rf .git", "p/.git ask"},
+        {"rm .gitignore", "p/.gitignore"},
+    });
+    EXPECT_EQ(
+        analyze("echo x > .git/config", plainContext()).verdict.reason,
+        "This changes /nowhere/p/.git/config. Tidewrack doesn't keep git's own history, so it can't undo this. Allow?");
+}
+
+TEST(ShellGuard, asksBeforeAProjectGoes) {
+    expectAll({
+        {"rm -rf ../q", "q ask"},
+        {"rm -r ../q/one", "q/one ask"},
+        {"rm -f --recursive ../q/", "q ask"},
+        {"rm ../q", "q"},
+        {"rm -f -- ../q -r", "p/-r q"},
+        {"rmdir ../q", "q ask"},
+        {"rm -rf ../q/one/src", "q/one/src"},
+        {"rm -rf ../q/on", "q/on"},
+        {"mv ../q ../r", "q r"},
+    });
+    EXPECT_EQ(analyze("rm -rf ../q .", plainContext()).verdict.reason,
+              "This deletes /nowhere/q, which contains the tracked project /nowhere/q/one. Tidewrack snapshotted it "
+              "first; allow?");
+}
+
+TEST(ShellGuard, refusesCatastrophes) {
+    expectAll({
+        {"rm -rf /", "/ deny"},
+        {"rm -rf ~", "home deny"},
+        {"rm -rf $HOME/", "home deny"},
+        {"rm -rf \"${HOME}\"/Documents/", "home/Documents deny"},
+        {"rm -rf ~/.ssh/../.aws", "home/.aws deny"},
+        {"rm -rf ~/Documents/x", "home/Documents/x"},
+        {"rm -rf .. && rm -rf ../q; echo > /etc", "/etc /nowhere q deny"},
+        {"cd /; rm -rf usr", "/usr deny"},
+        {"mv ~ /x", "home /x deny"},
+        {"cp a /", "/ deny"},
+        {"chmod -R 777 /var", "p/-R p/777 /var deny"},
+        {"for d in Desktop Music; do sudo rm -rf ~/\"$d\"; done", "home/Desktop home/Music deny"},
+        {"rm -rf .git /tmp", "p/.git /tmp deny"},
+    });
+    EXPECT_EQ(catastrophic("/Users/x/", "/Users/x"),
+              "Tidewrack blocked this: it would delete or overwrite /Users/x. If you really mean it, run it yourself.");
+    for (const char* path :
+         {"/",          "/Users",      "/System",      "/Library",     "/Applications", "/private",
+          "/var",       "/etc",        "/usr",         "/bin",         "/sbin",         "/opt",
+          "/Volumes",   "/tmp",        "/private/tmp", "/private/var", "/h/Desktop",    "/h/Downloads",
+          "/h/Library", "/h/Pictures", "/h/Movies",    "/h/.gnupg",    "/h/.config",    "/h/Applications"})
+        EXPECT_TRUE(catastrophic(path, "/h/")) << path;
+    for (const char* path : {"", "/home", "/usr/local", "/h/.zshrc", "/hDesktop", "/h/Desktop/a", "Desktop"})
+        EXPECT_FALSE(catastrophic(path, "/h")) << path;
+    EXPECT_FALSE(catastrophic("", ""));
+    EXPECT_FALSE(catastrophic("/Desktop", ""));
+    EXPECT_TRUE(catastrophic("/Desktop", "/"));
+}
+
+TEST(ShellGuard, theStrongerVerdictStands) {
+    Verdict verdict;
+    verdict.raiseTo({Verdict::Kind::ask, "first"});
+    verdict.raiseTo({Verdict::Kind::ask, "second"});
+    EXPECT_EQ(verdict.reason, "first");
+    verdict.raiseTo({Verdict::Kind::deny, "no"});
+    verdict.raiseTo({Verdict::Kind::ask, "third"});
+    verdict.raiseTo({Verdict::Kind::allow, ""});
+    EXPECT_EQ(verdict, (Verdict{Verdict::Kind::deny, "no"}));
+
+    Verdict asked;
+    askIfContainsProject("/", {"/a", "/b"}, asked);
+    EXPECT_EQ(asked.reason,
+              "This deletes /, which contains the tracked project /a. Tidewrack snapshotted it first; allow?");
+    Verdict allowed;
+    askIfContainsProject("", {"/a"}, allowed);
+    askIfContainsProject("/a/b", {"/a", "/a/bc"}, allowed);
+    EXPECT_EQ(allowed, Verdict());
+}
+
+TEST(ShellPaths, areJoinedTextually) {
+    EXPECT_EQ(absolutePath("/a//b/./c/../", "/x"), "/a/b");
+    EXPECT_EQ(absolutePath("../../../a", "/x/y"), "/a");
+    EXPECT_EQ(absolutePath("", "/x/"), "/x");
+    EXPECT_EQ(absolutePath("..", "/"), "/");
+    EXPECT_EQ(parentFolder("/a"), "/");
+    EXPECT_EQ(lastComponent("/a/b/"), "b");
+}
+
+TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
+    EXPECT_EQ(judgedHere("rm *.txt"), "work/a.txt work/b.txt");
+    EXPECT_EQ(judgedHere("rm ?.txt [!a]*"), "work/a.txt work/b.txt work/sub");
+    EXPECT_EQ(judgedHere("rm .h*"), "work/.hidden");
+    EXPECT_EQ(judgedHere("rm */*.txt"), "work/sub/c.txt");
+    EXPECT_EQ(judgedHere("rm sub/*.o"), "work/sub");
+    EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out work deny");
+    EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "work/sub");
+    EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "work/sub/c.txt");
+}
+
+TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
+    EXPECT_EQ(judgedHere("cp a.txt ../x.txt ../out"), "out/a.txt out/x.txt");
+    EXPECT_EQ(judgedHere("cp a.txt ../out/"), "out/a.txt");
+    EXPECT_EQ(judgedHere("mv *.txt ../out"), "out/a.txt out/b.txt work/a.txt work/b.txt");
+    EXPECT_EQ(judgedHere("cp a.txt ../new"), "new");
+    EXPECT_EQ(judgedHere("cp -r sub/. ../out"), "out/c.txt out/sub");
+    EXPECT_EQ(judgedHere("rsync -a sub/ ../out"), "out/c.txt out/sub");
+    EXPECT_EQ(judgedHere("rsync -a --delete sub ../out"), "out out/sub");
+    EXPECT_EQ(judgedHere("git checkout a.txt"), " ?work");
+    EXPECT_EQ(judgedHere("git checkout main"), "");
+}
+
+TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
+    EXPECT_EQ(judgedHere("rm -rf ../link"), "link");
+    EXPECT_EQ(judgedHere("rm -rf ../link/"), "link deny");
+    EXPECT_EQ(judgedHere("rm -rf ../link/Documents"), "link/Documents deny");
+    EXPECT_EQ(judgedHere("rm -rf ../link/Documents/x"), "link/Documents/x");
+    EXPECT_EQ(judgedHere("rsync -a --delete sub ../link"), "link link/sub deny");
+    EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "link deny");
+
+    std::filesystem::create_directory_symlink(root + "/work", root + "/wlink");
+    std::filesystem::create_directory_symlink(root, root + "/out/up");
+    EXPECT_EQ(judgedHere("rm -rf ../wlink"), "wlink");
+    EXPECT_EQ(judgedHere("rm -rf ../wlink/"), "wlink ask");
+    EXPECT_EQ(judgedHere("rm -rf ../out/up/work"), "out/up/work ask");
+
+    ProtectedFolders folders(context.home);
+    EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));
+    EXPECT_FALSE(folders.holdsFolder(root + "/work", false));
+}
+
+TEST_F(ShellGuardOnDisk, boundsWhatAPatternMayCost) {
+    std::filesystem::create_directory(root + "/many");
+    for (int number = 0; number < 10'001; ++number) std::ofstream(root + "/many/" + std::to_string(number));
+    EXPECT_EQ(judgedHere("rm ../many/*"), "many");
+    EXPECT_EQ(judgedHere("rm ../many/9999*"), "many/9999");
+
+    for (const char* name : {"/many/l1", "/many/l2"})
+        std::filesystem::create_directory_symlink(root + "/many", root + name);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(judgedHere("rm ../many/*/*/*/*/*/*/*/nope"), "many");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}

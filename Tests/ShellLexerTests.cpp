@@ -1,0 +1,177 @@
+#include "Hooks/ShellExpansion.hpp"
+#include "Hooks/ShellLexer.hpp"
+
+#include <gtest/gtest.h>
+
+using namespace tidewrack::shell;
+
+namespace {
+
+// A command line as text: words parted by "|", redirects behind ">", commands behind one another with ";",
+// an opaque line marked with a leading "?".
+std::string shape(std::string_view command) {
+    const Parsed parsed = parse(command);
+    std::string text = parsed.opaque ? "?" : "";
+    for (const Simple& simple : parsed.commands) {
+        if (&simple != &parsed.commands.front()) text += ';';
+        for (const Word& word : simple.words) text += (&word == &simple.words.front() ? "" : "|") + word.text;
+        for (const Word& target : simple.redirects) text += '>' + target.text;
+    }
+    return text;
+}
+
+Word onlyWord(std::string_view command) {
+    const Parsed parsed = parse(command);
+    EXPECT_EQ(parsed.commands.size(), 1u);
+    EXPECT_EQ(parsed.commands.front().words.size(), 1u);
+    return parsed.commands.front().words.front();
+}
+
+std::string expandedText(std::string_view command, const Environment& environment = {}) {
+    Variables variables(environment);
+    return expand(onlyWord(command), "/h", variables).text;
+}
+
+struct Row {
+    std::string_view command;
+    std::string_view expected;
+};
+
+} // namespace
+
+TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
+    using namespace std::string_view_literals;
+    const Row rows[] = {
+        {"", ""},
+        {" \t\n;;|&& ", ""},
+        {"rm -rf build; echo done", "rm|-rf|build;echo|done"},
+        {"a|b||c&d&&e\nf(g)h", "a;b;c;d;e;f;g;h"},
+        {"echo hi > out.txt 2>&1", "echo|hi>out.txt"},
+        {"a >x >>y 2>z &>u &>>v >|w", "a>x>y>z>u>v>w"},
+        {"a 12>x b2>y '3'>z", "a|b2|3>x>y>z"},
+        {"> f", ">f"},
+        {"a >", "a"},
+        {"a >; rm b", "a;rm|b"},
+        {"tee >(rm b)", "tee;rm|b"},
+        {"sort < in.txt > out", "sort>out"},
+        {"sort <in>out", "sort>out"},
+        {"wc -l < \"my file\"; rm b", "wc|-l;rm|b"},
+        {"diff <(rm b) c", "diff;rm|b;c"},
+        {"cat <&3 -n", "cat|-n"},
+        {"'a b' c\"d e\"f \\rm a\\ b x\\", "a b|cd ef|rm|a b|x"},
+        {"'' x", "|x"},
+        {"\"a\\\"b\\\\c\\d\\`\"", "a\"b\\c\\d`"},
+        {"echo a # b; c\nd", "echo|a;d"},
+        {"a#b", "a#b"},
+        {"echo 'open; rm b", "echo|open; rm b"},
+        {"make && \\\n  rm -rf x \\\n y", "make;rm|-rf|x|y"},
+        {"a\0b c"sv, "a\0b|c"sv},
+    };
+    for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
+}
+
+TEST(ShellLexer, reportsWhatOnlyRunningWouldShow) {
+    const Row rows[] = {
+        {"echo $(date) > f", "?echo|$;date;>f"},
+        {"echo `date`", "?echo|`date`"},
+        {"echo \"$(date)\"", "?echo|$(date)"},
+        {"echo \"`date`\"", "?echo|`date`"},
+        {"echo '$(x)' '`x`' \"\\$(x)\" \\$", "echo|\uE000(x)|`x`|\uE000(x)|\uE000"},
+        {"cat <<< 'a b' c", "?cat|c"},
+        {"cat < `ls`", "?cat"},
+        {"echo $((1 << 2))\nrm b", "?echo|$;1;rm|b"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
+    EXPECT_EQ(parse("a; $(b); c").commands.at(1).opaque, true);
+    EXPECT_EQ(parse("a; $(b); c").commands.at(0).opaque, false);
+    EXPECT_EQ(parse("a; $(b); c").commands.at(3).opaque, false);
+}
+
+TEST(ShellLexer, hereDocumentsHideNothingBehindThem) {
+    const Row rows[] = {
+        {"cat <<EOF > f\nhi there\nEOF\nrm b", "?cat>f;hi|there;rm|b"},
+        {"cat <<'E F' >f\nIt's \"so\nE F\nrm b", "?cat>f;Its \"so\n;rm|b"},
+        {"cat <<-EOF\n\tdon't\n\tEOF\nrm b", "?cat;dont\n;rm|b"},
+        {"cat <<A; cat <<B\n'\nA\n\"\nB\nrm b", "?cat;cat;\n;\n;rm|b"},
+        {"cat <<EOF\nno end", "?cat;no|end"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
+}
+
+TEST(ShellLexer, goesByWhatAPersonSeesButNeverHidesALineEnd) {
+    EXPECT_EQ(shape("ls\r\nrm b\r\n"), "ls\r;rm|b\r");
+    EXPECT_EQ(shape("a \\\r\nrm b"), "a|\r;rm|b");
+    EXPECT_EQ(shape("# c\r\nrm b"), "rm|b");
+    EXPECT_EQ(shape("rm *\u0301 \u00e9\u0301;x"), "rm|*\u0301|\u00e9\u0301;x");
+    EXPECT_FALSE(parse("rm *\u0301").commands[0].words[1].glob);
+    EXPECT_EQ(shape("rm \xff\xfe;x"), "rm|\xff\xfe;x");
+}
+
+TEST(ShellLexer, remembersHowAWordWasWritten) {
+    EXPECT_TRUE(onlyWord("'a b'").quoted);
+    EXPECT_FALSE(onlyWord("\\rm").quoted);
+    EXPECT_TRUE(onlyWord("a[1]").glob);
+    EXPECT_FALSE(onlyWord("'*'\\*").glob);
+    EXPECT_TRUE(onlyWord("~/x").tilde);
+    EXPECT_FALSE(onlyWord("'~/x'").tilde);
+    EXPECT_FALSE(onlyWord("a~").tilde);
+    EXPECT_EQ(onlyWord("D=\"/x\"").plain, 2u);
+    EXPECT_EQ(onlyWord("D\\=x").plain, 1u);
+}
+
+TEST(ShellLexer, knowsWhichParenthesesCommandsShare) {
+    const auto commands = parse("a; (b; (c)) ; (d)").commands;
+    const std::size_t depths[] = {0, 1, 2, 1};
+    const std::size_t shared[] = {0, 0, 1, 0};
+    ASSERT_EQ(commands.size(), 4u);
+    for (std::size_t index = 0; index < 4; ++index) {
+        EXPECT_EQ(commands[index].depth, depths[index]) << index;
+        EXPECT_EQ(commands[index].sharedDepth, shared[index]) << index;
+    }
+}
+
+TEST(ShellExpansion, replacesTildesAndVariables) {
+    const Environment environment = {{"X", "/x"}, {"EMPTY", ""}, {"HOME", "/other"}, {"1", "one"}, {"gr\u00fc", "g"}};
+    const Row rows[] = {
+        {"~", "/h"},
+        {"~/x", "/h/x"},
+        {"~user/x", "~user/x"},
+        {"'~/x'", "~/x"},
+        {"$HOME/a", "/h/a"},
+        {"${HOME}/a", "/h/a"},
+        {"${HOME:-/f}", "/other"},
+        {"'$HOME'", "$HOME"},
+        {"\\$HOME", "$HOME"},
+        {"\"\\$HOME\"", "$HOME"},
+        {"\"$X/a\"$X", "/x/a/x"},
+        {"a$NOPE.b", "a.b"},
+        {"${NOPE:-/tmp}", "/tmp"},
+        {"${EMPTY:-/tmp}", "/tmp"},
+        {"${X:-/tmp}", "/x"},
+        {"${X:?needed}", "/x"},
+        {"$1$", "one$"},
+        {"$@$-", "$@$-"},
+        {"${X", "/x"},
+        {"$gr\u00fc/x", "g/x"},
+        {"'$a$b'$X'$'", "$a$b/x$"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(expandedText(row.command, environment), row.expected) << row.command;
+}
+
+TEST(ShellExpansion, keepsTheMarksButNotTheTilde) {
+    const Environment none;
+    Variables empty(none);
+    const Word word = expand(onlyWord("~/\"a\"*"), "/h", empty);
+    EXPECT_EQ(word.text, "/h/a*");
+    EXPECT_TRUE(word.quoted && word.glob && !word.tilde);
+}
+
+TEST(ShellExpansion, saysWhenAValueIsUnknown) {
+    const Environment environment = {{"X", "a.c"}, {"BIG", std::string(600'000, 'x')}};
+    Variables variables(environment);
+    EXPECT_EQ(expand(onlyWord("${X%.c}"), "/h", variables).text, "");
+    EXPECT_TRUE(variables.unfollowed());
+    variables.setUnfollowed(false);
+    EXPECT_EQ(expand(onlyWord("$BIG$BIG"), "/h", variables).text.size(), 600'000u);
+    EXPECT_TRUE(variables.unfollowed());
+}
