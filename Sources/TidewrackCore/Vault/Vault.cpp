@@ -43,13 +43,6 @@ std::int64_t seconds(Date date) {
     return date.time_since_epoch().count();
 }
 
-// A path whose own place is resolved but which, when it is a link, is not followed.
-std::string canonicalPlace(const std::string& path) {
-    const std::string whole = standardized(path);
-    const std::string parent(parentOf(whole));
-    return parent.empty() || whole == "/" ? whole : joined(Store::canonical(parent), lastComponent(whole));
-}
-
 const char* kindOf(const std::string& path) {
     Attributes attributes;
     if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0) return "file"; // the copy will fail and tell
@@ -74,7 +67,7 @@ class Saver {
 
     // False when the path was not saved.
     [[nodiscard]] bool save(const std::string& path, const std::optional<EarlierCopy>& earlier, VaultEntry& entry) {
-        const std::string place = canonicalPlace(path);
+        const std::string place = Store::canonicalPlace(path);
         if (passed(deadline_) || isAtOrBelow(place, store_)) return false;
         CopyLimits limits{isAtOrBelow(store_, place) ? store_ : std::string(), deadline_, earlier};
         VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
@@ -195,7 +188,7 @@ void Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, D
     }
     if (exists(original)) {
         const std::string cannotMove = "couldn't move " + original + " aside: ";
-        if (isAtOrBelow(Store::canonical(store.home), canonicalPlace(original))) {
+        if (isAtOrBelow(Store::canonical(store.home), Store::canonicalPlace(original))) {
             messages.push_back(cannotMove + "it contains Tidewrack's own history");
             return;
         }
