@@ -286,7 +286,8 @@ TEST(ShellGuard, theStrongerVerdictStands) {
 TEST(ShellPaths, areJoinedTextually) {
     EXPECT_EQ(absolutePath("/a//b/./c/../", "/x"), "/a/b");
     EXPECT_EQ(absolutePath("../../../a", "/x/y"), "/a");
-    EXPECT_EQ(absolutePath("", "/x/"), "/x");
+    EXPECT_EQ(absolutePath("", "/x"), "/x");
+    EXPECT_EQ(absolutePath("a/", "/"), "/a");
     EXPECT_EQ(absolutePath("..", "/"), "/");
     EXPECT_EQ(parentFolder("/a"), "/");
     EXPECT_EQ(lastComponent("/a/b/"), "b");

@@ -13,6 +13,9 @@ add_library(tidewrack_settings INTERFACE)
 target_compile_definitions(tidewrack_settings INTERFACE _FILE_OFFSET_BITS=64)
 target_compile_options(tidewrack_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Wno-missing-field-initializers)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(tidewrack_settings INTERFACE -Wno-restrict) # g++ 12 warns of every "text" + std::string
+endif()
 if(TIDEWRACK_WERROR)
   target_compile_options(tidewrack_settings INTERFACE -Werror)
 endif()

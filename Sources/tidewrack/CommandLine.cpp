@@ -7,8 +7,8 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::string_view valueOptions[] = {"--label", "--agent", "--session", "--turn",
-                                             "--kind",  "--project", "-n",      "--home"};
+constexpr std::string_view valueOptions[] = {"--label", "--agent",   "--session", "--turn",
+                                             "--kind",  "--project", "-n",        "--home"};
 constexpr std::size_t flushSize = 65536;
 
 } // namespace

@@ -59,7 +59,7 @@ class Sink {
 struct Surroundings {
     Environment environment;
     std::string currentFolder;
-    std::string calledAs;  // the program's name as it was called
+    std::string calledAs; // the program's name as it was called
     Sink& out;
     Sink& err;
     int input = 0; // the descriptor that events are read from

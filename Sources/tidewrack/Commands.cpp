@@ -4,6 +4,7 @@
 #include "Engine/GitIgnore.hpp"
 #include "Engine/Walker.hpp"
 #include "HooksCommand.hpp"
+#include "PatchReport.hpp"
 #include "Progress.hpp"
 #include "Reports.hpp"
 #include "Support/Errors.hpp"
@@ -37,12 +38,19 @@ class Commands {
     // The commands that work on the store; false when `name` is none of them.
     bool run(const std::string& name) {
         using Command = void (Commands::*)();
-        static const std::map<std::string, Command, std::less<>> commands = {
-            {"track", &Commands::track},     {"untrack", &Commands::untrack}, {"projects", &Commands::projects},
-            {"snap", &Commands::snap},       {"log", &Commands::log},         {"diff", &Commands::diff},
-            {"restore", &Commands::restore}, {"undo", &Commands::undo},       {"cat", &Commands::cat},
-            {"pin", &Commands::pin},         {"unpin", &Commands::unpin},     {"prune", &Commands::prune},
-            {"_bench-walk", &Commands::benchWalk}};
+        static const std::map<std::string, Command, std::less<>> commands = {{"track", &Commands::track},
+                                                                             {"untrack", &Commands::untrack},
+                                                                             {"projects", &Commands::projects},
+                                                                             {"snap", &Commands::snap},
+                                                                             {"log", &Commands::log},
+                                                                             {"diff", &Commands::diff},
+                                                                             {"restore", &Commands::restore},
+                                                                             {"undo", &Commands::undo},
+                                                                             {"cat", &Commands::cat},
+                                                                             {"pin", &Commands::pin},
+                                                                             {"unpin", &Commands::unpin},
+                                                                             {"prune", &Commands::prune},
+                                                                             {"_bench-walk", &Commands::benchWalk}};
         const auto found = commands.find(name);
         if (found == commands.end()) return false;
         (this->*found->second)();
@@ -116,11 +124,15 @@ class Commands {
             if (latest)
                 text += std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots") + ", latest " +
                         ago(latest->created, now()) + "\n";
-            else text += "no snapshots\n";
+            else
+                text += "no snapshots\n";
         }
-        if (json()) printJson(list);
-        else if (all.empty()) print("Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
-        else print(text);
+        if (json())
+            printJson(list);
+        else if (all.empty())
+            print("Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
+        else
+            print(text);
     }
 
     void snap() {
@@ -129,7 +141,8 @@ class Commands {
                                       args_.value("--agent"), args_.value("--session"), args_.value("--turn")};
         const SnapshotResult result = engine_.snapshot(project, request);
         const SnapshotMeta& meta = result.meta;
-        if (json()) printJson(snapshotJson(result));
+        if (json())
+            printJson(snapshotJson(result));
         else
             print("#" + std::to_string(meta.seq) + "  " + countsText({meta.added, meta.modified, meta.deleted}) +
                   " since the previous snapshot  " + std::to_string(meta.files) + " files  " +
@@ -176,9 +189,16 @@ class Commands {
         const std::int64_t from = args_.number(1, "snapshot");
         const auto to = args_.word(2) ? std::optional(args_.number(2, "second snapshot")) : std::nullopt;
         const Project project = this->project();
+        if (args_.has("--patch")) {
+            writePatch(store_, project, engine_.sides(project, from, to), colour() ? Colours::on : Colours::off,
+                       [this](const std::string& section) { print(section); });
+            return;
+        }
         const Changes changes = engine_.diff(project, from, to);
-        if (json()) printJson(changesJson(changes));
-        else print(changesText(changes, colour()));
+        if (json())
+            printJson(changesJson(changes));
+        else
+            print(changesText(changes, colour()));
     }
 
     void restore() {
@@ -196,8 +216,10 @@ class Commands {
         const Project project = this->project();
         const RestoreResult result = engine_.undo(project, turn);
         const bool idle = result.nothingInScope && result.warnings.empty();
-        if (json() || !idle) printRestored(result);
-        else print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n");
+        if (json() || !idle)
+            printRestored(result);
+        else
+            print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n");
         const bool pruned = !result.warnings.empty() && result.warnings.front().starts_with("snapshots #");
         if (!json() && (idle || pruned)) hintAtEarlier(project, turn);
     }
@@ -212,8 +234,10 @@ class Commands {
     }
 
     void printRestored(const RestoreResult& result) {
-        if (json()) printJson(restoreJson(result));
-        else print(restoreText(result));
+        if (json())
+            printJson(restoreJson(result));
+        else
+            print(restoreText(result));
     }
 
     void cat() {
@@ -257,7 +281,8 @@ class Commands {
     void prune() {
         const bool dryRun = args_.has("--dry-run");
         const PruneResult result = engine_.prune(project(), now(), dryRun);
-        if (json()) printJson(pruneJson(result, dryRun));
+        if (json())
+            printJson(pruneJson(result, dryRun));
         else
             print((dryRun ? "Would remove " : "Removed ") + std::to_string(result.removedSnapshots.size()) +
                   " snapshots, " + std::to_string(result.removedBlobs) + " stored files.\n");
@@ -301,8 +326,7 @@ void hooks(const Args& args, Surroundings& around) {
     HookInstaller installer;
     installer.home = args.value("--home").value_or(homeFolder(around.environment));
     installer.home = absolutePath(installer.home, around.currentFolder);
-    installer.binary =
-        calledProgram(around.calledAs, searchPath, around.currentFolder).value_or(executablePath());
+    installer.binary = calledProgram(around.calledAs, searchPath, around.currentFolder).value_or(executablePath());
     std::vector<std::string> words(args.positional.begin() + 1, args.positional.end());
     if (args.has("--print")) words.insert(words.begin(), "print");
     std::ostringstream text;

@@ -47,7 +47,9 @@ std::string countsText(const Changes::Counts& counts) {
            std::to_string(counts.deleted);
 }
 
-std::string filesText(std::size_t count) { return std::to_string(count) + (count == 1 ? " file" : " files"); }
+std::string filesText(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " file" : " files");
+}
 
 std::string changesText(const Changes& changes, bool colour) {
     if (changes.isEmpty()) return "No changes.\n";
@@ -70,8 +72,8 @@ std::string changesText(const Changes& changes, bool colour) {
 
 std::string restoreText(const RestoreResult& result) {
     std::string text = "Restored " + filesText(filesAmong(result.restored, result)) + ", removed " +
-                       filesText(filesAmong(result.removed, result)) +
-                       ". Undo this with: tidewrack restore " + std::to_string(result.safety.seq) + "\n";
+                       filesText(filesAmong(result.removed, result)) + ". Undo this with: tidewrack restore " +
+                       std::to_string(result.safety.seq) + "\n";
     for (const std::string& warning : result.warnings) text += "warning: " + repairedUtf8(warning) + "\n";
     return text;
 }

@@ -55,8 +55,12 @@ Environment
 
 } // namespace
 
-const char* version() { return TIDEWRACK_VERSION; }
+const char* version() {
+    return TIDEWRACK_VERSION;
+}
 
-std::string usageText() { return std::string("tidewrack ") + version() + helpBody; }
+std::string usageText() {
+    return std::string("tidewrack ") + version() + helpBody;
+}
 
 } // namespace tidewrack

@@ -34,9 +34,7 @@ Changes Changes::between(const Manifest& older, const Manifest& newer) {
     auto o = older.items().begin();
     auto n = newer.items().begin();
     while (o != older.items().end() || n != newer.items().end()) {
-        const int order = o == older.items().end()   ? 1
-                          : n == newer.items().end() ? -1
-                                                     : o->path.compare(n->path);
+        const int order = o == older.items().end() ? 1 : n == newer.items().end() ? -1 : o->path.compare(n->path);
         if (order < 0) {
             record(changes.deleted, *o++);
         } else if (order > 0) {

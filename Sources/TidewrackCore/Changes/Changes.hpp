@@ -22,9 +22,9 @@ struct Changes {
         [[nodiscard]] std::int64_t sum() const { return added + modified + deleted; }
     };
 
-    std::vector<std::string> added;    // in the new manifest only
-    std::vector<std::string> modified; // in both, with another kind, mode or blob; never two folders
-    std::vector<std::string> deleted;  // in the old manifest only
+    std::vector<std::string> added;             // in the new manifest only
+    std::vector<std::string> modified;          // in both, with another kind, mode or blob; never two folders
+    std::vector<std::string> deleted;           // in the old manifest only
     std::set<std::string, std::less<>> folders; // the folders among added and deleted
 
     bool operator==(const Changes&) const = default;

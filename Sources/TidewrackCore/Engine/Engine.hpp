@@ -41,7 +41,7 @@ struct PruneResult {
 };
 
 struct RestoreResult {
-    SnapshotMeta safety; // taken before anything was changed
+    SnapshotMeta safety;               // taken before anything was changed
     std::vector<std::string> restored; // project-relative, sorted
     std::vector<std::string> removed;
     std::set<std::string, std::less<>> folders; // the folders among both

@@ -51,7 +51,8 @@ GitIgnore::~GitIgnore() {
     output_.reset();
     if (!launched_) return;
     int status = 0;
-    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {}
+    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
+    }
 }
 
 void GitIgnore::launch() {
@@ -59,15 +60,15 @@ void GitIgnore::launch() {
     Descriptor childInput;
     Descriptor childOutput;
     if (!makePipe(childInput, input_) || !makePipe(output_, childOutput)) return;
-    std::array<const char*, 9> arguments = {gitPath, "-C", root_.c_str(), "check-ignore", "--stdin", "-z",
-                                            "--verbose", "--non-matching", nullptr};
+    std::array<const char*, 9> arguments = {gitPath, "-C",        root_.c_str(),    "check-ignore", "--stdin",
+                                            "-z",    "--verbose", "--non-matching", nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, childInput.get(), STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, childOutput.get(), STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const int error = ::posix_spawn(&process_, gitPath, &actions, nullptr,
-                                    const_cast<char* const*>(arguments.data()), environ); // NOLINT: spawn's signature
+    const int error = ::posix_spawn(&process_, gitPath, &actions, nullptr, const_cast<char* const*>(arguments.data()),
+                                    environ); // NOLINT: spawn's signature
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) return;
     disableSigpipe(input_.get());

@@ -11,10 +11,7 @@ namespace tidewrack {
 
 Manifest Engine::manifestNow(const Project& project, const Manifest& older, Unknown unknown) const {
     const PathIndex index(older);
-    ManifestBuilder builder;
-    builder.reserve(older.size());
-    std::vector<std::uint32_t> ranks;
-    ranks.reserve(older.size());
+    ManifestBuilder builder(older);
     std::string blob;
     walkProject(project, nestedRoots(project), [&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
@@ -28,18 +25,17 @@ Manifest Engine::manifestNow(const Project& project, const Manifest& older, Unkn
                 entry.blob = blob;
             }
         }
-        builder.add(item.path, entry);
-        ranks.push_back(rank);
+        builder.add(item.path, entry, rank);
         if (progress && (builder.size() & 1023) == 0) progress("walked", builder.size());
         return true;
     });
-    return builder.finish(ranks, older.size());
+    return builder.finish();
 }
 
 Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
     const Manifest older = store.manifest(store.snapshot(project, from), project);
-    const Manifest newer = to ? store.manifest(store.snapshot(project, *to), project)
-                              : manifestNow(project, older, Unknown::question);
+    const Manifest newer =
+        to ? store.manifest(store.snapshot(project, *to), project) : manifestNow(project, older, Unknown::question);
     return Changes::between(older, newer);
 }
 

@@ -22,8 +22,7 @@ std::string afterLabel(std::string label) {
 
 // A path is in scope when a listed one is the root, the path itself or a folder above it.
 bool inScope(const std::vector<std::string>& listed, std::string_view path) {
-    return std::any_of(listed.begin(), listed.end(),
-                       [&](const std::string& each) { return isAtOrBelow(path, each); });
+    return std::any_of(listed.begin(), listed.end(), [&](const std::string& each) { return isAtOrBelow(path, each); });
 }
 
 } // namespace
@@ -34,7 +33,8 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     checkRoot(project);
     const Manifest target = store.manifest(store.snapshot(project, to), project);
     std::vector<std::string> listed;
-    for (const std::string& path : paths.value_or(std::vector<std::string>())) listed.push_back(relative(project, path));
+    for (const std::string& path : paths.value_or(std::vector<std::string>()))
+        listed.push_back(relative(project, path));
     const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
@@ -84,10 +84,10 @@ RestoreResult Engine::undo(const Project& project, std::int64_t turn) const {
     const auto to = next == seqs.end() ? std::nullopt : std::optional(*next);
     RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn));
     if (to && *to != turn + 1)
-        result.warnings.insert(result.warnings.begin(),
-                               "snapshots #" + std::to_string(turn + 1) + "–#" + std::to_string(*to - 1) +
-                                   " were pruned, so this undid everything from #" + std::to_string(turn) + " to #" +
-                                   std::to_string(*to));
+        result.warnings.insert(result.warnings.begin(), "snapshots #" + std::to_string(turn + 1) + "–#" +
+                                                            std::to_string(*to - 1) +
+                                                            " were pruned, so this undid everything from #" +
+                                                            std::to_string(turn) + " to #" + std::to_string(*to));
     return result;
 }
 
@@ -99,8 +99,7 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     const Manifest before = store.manifest(start, project);
     std::optional<Manifest> after;
     if (to) after = store.manifest(store.snapshot(project, *to), project);
-    const SnapshotRequest request{
-        "restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
+    const SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
     const auto all = Changes::between(before, after ? *after : safety.manifest).all();
     after.reset();

@@ -30,7 +30,9 @@ class ExcludedFolders {
     std::set<std::string, std::less<>> folders_;
 };
 
-bool isIgnoredFolder(const Entry& entry) { return entry.kind == EntryKind::dir && entry.blob == "ign"; }
+bool isIgnoredFolder(const Entry& entry) {
+    return entry.kind == EntryKind::dir && entry.blob == "ign";
+}
 
 void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, RestorePlan& plan) {
     for (const auto& item : input.current.items()) {
@@ -55,8 +57,8 @@ void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, Re
 void planWrite(const Manifest::Item& item, const Entry* present, RestorePlan& plan) {
     if (present != nullptr && !differs(*present, item.entry)) return;
     if (const auto reason = item.entry.notKeptReason()) {
-        plan.warnings.push_back((present != nullptr ? "didn't replace " : "couldn't restore ") + std::string(item.path) +
-                                ": " + *reason + " when that snapshot was taken");
+        plan.warnings.push_back((present != nullptr ? "didn't replace " : "couldn't restore ") +
+                                std::string(item.path) + ": " + *reason + " when that snapshot was taken");
         return;
     }
     plan.writes.push_back(&item);

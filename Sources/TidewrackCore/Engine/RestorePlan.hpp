@@ -14,11 +14,11 @@ namespace tidewrack {
 struct RestorePlan {
     using Items = std::vector<const Manifest::Item*>; // into the manifests planned from
 
-    Items removeFiles;   // of the current listing: files and links
-    Items removeFolders; // of the current listing, contents before their folder
-    Items makeFolders;   // of the target, a folder before its contents
-    Items keepFolders;   // of the target: folders that both have
-    Items writes;        // of the target: files and links that differ and whose content was kept
+    Items removeFiles;                 // of the current listing: files and links
+    Items removeFolders;               // of the current listing, contents before their folder
+    Items makeFolders;                 // of the target, a folder before its contents
+    Items keepFolders;                 // of the target: folders that both have
+    Items writes;                      // of the target: files and links that differ and whose content was kept
     std::vector<std::string> warnings; // paths in scope that no write can bring back, or that are left in place
 };
 

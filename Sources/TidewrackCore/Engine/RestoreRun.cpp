@@ -27,7 +27,9 @@ std::string describe(const Attributes& attributes) {
     return "a pipe, socket or device";
 }
 
-bool nothingThere(int error) { return error == ENOENT || error == ENOTDIR; }
+bool nothingThere(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
 
 std::string temporaryName() {
     static std::atomic<unsigned> counter = 0;
@@ -36,7 +38,8 @@ std::string temporaryName() {
 
 } // namespace
 
-RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manifest& target, const TakenSnapshot& safety)
+RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manifest& target,
+                       const TakenSnapshot& safety)
     : engine_(engine), project_(project), target_(target), safety_(safety), files_(-1), parents_(files_) {
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
@@ -164,8 +167,8 @@ void RestoreRun::makeFolders(const RestorePlan& plan) {
         Attributes there;
         if (error == EEXIST && files_.attributes(item->path, there) == 0) {
             if (there.kind == Attributes::Kind::folder) continue;
-            warn(item->path, "couldn't create " + std::string(item->path) + "/: something else is there (" +
-                                 describe(there) + ")");
+            warn(item->path,
+                 "couldn't create " + std::string(item->path) + "/: something else is there (" + describe(there) + ")");
             continue;
         }
         warn(item->path, "couldn't create " + std::string(item->path) + "/: " + errorText(error));
@@ -187,7 +190,8 @@ std::vector<RestoreRun::WriteJob> RestoreRun::examineWrites(const RestorePlan::I
         const Standing standing = examine(files_, item->path, reason, attributes);
         if (standing == Standing::unsafe)
             warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
-        else if (standing != Standing::asWanted) jobs.push_back({item, standing == Standing::safe, {}});
+        else if (standing != Standing::asWanted)
+            jobs.push_back({item, standing == Standing::safe, {}});
     }
     return jobs;
 }
@@ -199,8 +203,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         if (engine_.progress && (++done & 255) == 0) engine_.progress("restored", done);
         const int error = writeOne(jobs[i], worker);
-        return error != 0 || !jobs[i].unsafe.empty() ? error
-                                                     : worker.project.attributes(jobs[i].item->path, landed[i]);
+        return error != 0 || !jobs[i].unsafe.empty() ? error : worker.project.attributes(jobs[i].item->path, landed[i]);
     });
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         const std::string_view path = jobs[i].item->path;
@@ -248,7 +251,8 @@ int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
         Attributes attributes;
         const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
         if (standing == Standing::safe) touched(attributes);
-        if (standing != Standing::unsafe && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0) return 0;
+        if (standing != Standing::unsafe && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0)
+            return 0;
         if (standing != Standing::unsafe) error = errno;
     }
     ::unlinkat(aside.folder, aside.name, 0);
@@ -280,7 +284,6 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
 
 Manifest RestoreRun::manifestAfter() {
     ManifestBuilder builder;
-    builder.reserve(safety_.manifest.size() + written_.size());
     std::string_view gone; // the latest removed folder: everything listed below it went too
     for (const auto& item : safety_.manifest.items()) {
         if (!gone.empty() && item.path.starts_with(gone) && item.path[gone.size()] == '/') continue;

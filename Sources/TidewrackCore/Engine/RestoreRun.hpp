@@ -30,8 +30,8 @@ class RestoreRun {
   private:
     struct WriteJob {
         const Manifest::Item* item;
-        bool replaces = false;  // something safe to replace stands there
-        std::string unsafe;     // found out at the last moment: why it was left alone after all
+        bool replaces = false; // something safe to replace stands there
+        std::string unsafe;    // found out at the last moment: why it was left alone after all
     };
 
     void removeLeftovers();

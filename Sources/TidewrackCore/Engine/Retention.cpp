@@ -78,7 +78,8 @@ class UnclaimedContents {
 // A record that is there but cannot be read would be taken for a removed one, and its contents with it.
 void requireAllRead(const std::vector<std::int64_t>& seqs, const std::vector<SnapshotMeta>& snapshots) {
     for (const std::int64_t seq : seqs) {
-        const bool read = std::any_of(snapshots.begin(), snapshots.end(), [&](const auto& meta) { return meta.seq == seq; });
+        const bool read =
+            std::any_of(snapshots.begin(), snapshots.end(), [&](const auto& meta) { return meta.seq == seq; });
         if (!read) throw TidewrackError::io("can't read the record of snapshot #" + std::to_string(seq));
     }
 }

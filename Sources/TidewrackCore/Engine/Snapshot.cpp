@@ -27,7 +27,7 @@ constexpr int copyTries = 4;
 constexpr std::int64_t clockTick = 10'000'000;
 
 struct KeepJob {
-    std::size_t item; // in the builder
+    ManifestBuilder::Handle item;
     std::string blob;
     Entry entry; // as walked; as copied, once it was
     bool tooLarge = false;
@@ -134,26 +134,20 @@ bool sameFolderModes(const Manifest& older, const Manifest& newer) {
 class SnapshotRun {
   public:
     SnapshotRun(const Manifest& previous, std::int64_t seq, std::int64_t maxFileSize, const Progress& progress)
-        : previous_(previous), index_(previous), seq_(seq), maxFileSize_(maxFileSize), progress_(progress) {
-        builder_.reserve(previous.size());
-        ranks_.reserve(previous.size());
-    }
+        : previous_(previous), index_(previous), seq_(seq), maxFileSize_(maxFileSize), progress_(progress),
+          builder_(previous) {}
 
     void add(const Walker::Item& item) {
         const std::uint32_t rank = index_.find(item.path);
         Entry entry = item.entry;
         if (entry.kind != EntryKind::dir) entry.blob = reusableBlob(rank, entry);
         const bool needsContent = entry.kind != EntryKind::dir && entry.blob.empty();
-        if (needsContent && entry.kind == EntryKind::file && entry.size > maxFileSize_) {
-            const std::string blob = tooLargeBlob(entry);
-            entry.blob = blob;
-            builder_.add(item.path, entry);
-        } else {
-            if (needsContent)
-                jobs_.push_back({builder_.size(), std::to_string(seq_) + "/" + std::to_string(jobs_.size()), entry});
-            builder_.add(item.path, entry);
-        }
-        ranks_.push_back(rank);
+        const bool tooLarge = needsContent && entry.kind == EntryKind::file && entry.size > maxFileSize_;
+        const std::string blob = tooLarge ? tooLargeBlob(entry) : std::string();
+        if (tooLarge) entry.blob = blob;
+        const auto handle = builder_.add(item.path, entry, rank);
+        if (needsContent && !tooLarge)
+            jobs_.push_back({handle, std::to_string(seq_) + "/" + std::to_string(jobs_.size()), entry});
         if (progress_ && (builder_.size() & 1023) == 0) progress_("walked", builder_.size());
     }
 
@@ -177,7 +171,7 @@ class SnapshotRun {
 
     [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
     [[nodiscard]] std::size_t itemCount() const { return builder_.size(); }
-    [[nodiscard]] Manifest finish() { return builder_.finish(ranks_, previous_.size()); }
+    [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
     // The content of an untouched file is already kept. What could not be kept is tried again, and so is what has
@@ -210,7 +204,6 @@ class SnapshotRun {
     std::int64_t maxFileSize_;
     const Progress& progress_;
     ManifestBuilder builder_;
-    std::vector<std::uint32_t> ranks_;
     std::vector<KeepJob> jobs_;
 };
 
@@ -302,7 +295,8 @@ std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project) c
     std::set<std::string, std::less<>> result;
     const std::string prefix = joined(project.root, "");
     for (const Project& other : store.projects())
-        if (other.root != project.root && other.root.starts_with(prefix)) result.insert(other.root.substr(prefix.size()));
+        if (other.root != project.root && other.root.starts_with(prefix))
+            result.insert(other.root.substr(prefix.size()));
     return result;
 }
 
@@ -336,8 +330,7 @@ std::string Engine::relative(const Project& project, const std::string& path) {
     std::size_t end = 0;
     while (true) {
         const std::string prefix = end == 0 ? "/" : whole.substr(0, end);
-        if (Store::canonical(prefix) == project.root)
-            return whole.substr(std::min(end + 1, whole.size()));
+        if (Store::canonical(prefix) == project.root) return whole.substr(std::min(end + 1, whole.size()));
         if (end >= whole.size()) break;
         const auto next = whole.find('/', end + 1);
         end = next == std::string::npos ? whole.size() : next;

@@ -15,7 +15,9 @@ std::atomic<bool> silenced = false;
 
 } // namespace
 
-void Trace::silence() { silenced = true; }
+void Trace::silence() {
+    silenced = true;
+}
 
 bool Trace::enabled() {
     static const bool asked = [] {
@@ -28,7 +30,8 @@ bool Trace::enabled() {
 void Trace::print(const std::string& label) {
     const auto time = std::chrono::steady_clock::now();
     char elapsed[48];
-    std::snprintf(elapsed, sizeof elapsed, "  %7.1f ms  ", std::chrono::duration<double, std::milli>(time - last_).count());
+    std::snprintf(elapsed, sizeof elapsed, "  %7.1f ms  ",
+                  std::chrono::duration<double, std::milli>(time - last_).count());
     (void)writeAll(STDERR_FILENO, elapsed + label + "\n");
     last_ = time;
 }

@@ -11,7 +11,8 @@ class Trace {
     Trace() : last_(std::chrono::steady_clock::now()) {}
 
     // Prints the time since the previous mark. `label` is a callable giving the text; it is not called when off.
-    template <typename Label> void mark(Label label) {
+    template <typename Label>
+    void mark(Label label) {
         if (enabled()) print(label());
     }
 

@@ -13,9 +13,9 @@
 namespace tidewrack {
 
 const std::vector<std::string>& defaultExcludes() {
-    static const std::vector<std::string> names = {".git",        "node_modules", ".build", ".next",   ".nuxt",
-                                                   ".turbo",      "DerivedData",  "__pycache__", ".venv", ".gradle",
-                                                   ".pytest_cache", ".mypy_cache", ".swiftpm", ".expo"};
+    static const std::vector<std::string> names = {".git",          "node_modules", ".build",      ".next", ".nuxt",
+                                                   ".turbo",        "DerivedData",  "__pycache__", ".venv", ".gradle",
+                                                   ".pytest_cache", ".mypy_cache",  ".swiftpm",    ".expo"};
     return names;
 }
 
@@ -74,9 +74,8 @@ class Walk {
             const std::string_view name = listing.name(child);
             path_.resize(prefix);
             path_ += name;
-            const bool goOn = child.attributes.kind == Attributes::Kind::folder
-                                  ? yieldFolder(name, child.attributes)
-                                  : yieldFile(name, child.attributes);
+            const bool goOn = child.attributes.kind == Attributes::Kind::folder ? yieldFolder(name, child.attributes)
+                                                                                : yieldFile(name, child.attributes);
             if (!goOn) return false;
         }
         return true;

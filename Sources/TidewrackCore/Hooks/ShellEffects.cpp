@@ -46,7 +46,7 @@ std::string realPath(const std::string& path, Links links) {
     if (!resolved) return "";
     std::string result = resolved;
     free(resolved);
-    if (links == Links::itself) result = absolutePath(lastComponent(path), result);
+    if (links == Links::itself) result = absolutePath(lastComponent(path), absolutePath(result, "/"));
     return result;
 }
 

@@ -11,6 +11,7 @@ namespace tidewrack::shell {
 namespace {
 
 constexpr std::size_t maxFolderLength = 4096;
+constexpr std::size_t maxFolderChanges = 1'000;
 constexpr std::size_t maxSavedFolders = 64;
 constexpr std::size_t maxLoops = 8;
 constexpr std::size_t maxAlternatives = 1'000;
@@ -35,7 +36,8 @@ bool mentions(std::string_view text, std::string_view name) {
 class Analysis {
   public:
     explicit Analysis(const Context& context)
-        : context_(context), effects_(context), variables_(context.env), cwd_(context.cwd), previousCwd_(context.cwd) {}
+        : context_(context), effects_(context), variables_(context.env), cwd_(absolutePath(context.cwd, "/")),
+          previousCwd_(cwd_) {}
 
     Decision run(std::string_view command);
 
@@ -44,11 +46,13 @@ class Analysis {
     void leaveSubshells(std::size_t sharedDepth);
     bool assignAll(const std::vector<Word>& words, bool declared);
     void assign(const Word& word, std::size_t equals);
-    std::vector<Word> expanded(const std::vector<Word>& words);
-    void expandOver(const Word& word, std::size_t loop, bool glob, std::vector<Word>& out);
+    void expandAll(std::vector<Word>& words);
+    bool expandOne(Word& word);
+    std::vector<Word> expandedOverLoops(std::vector<Word> words);
+    void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void bindLoop(std::string_view name, std::vector<Word> values);
     void forgetLoop(std::string_view name);
-    bool takeBuiltin(const std::vector<Word>& words, const Simple& simple);
+    bool takeBuiltin(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void enter(std::string folder, std::size_t depth);
 
@@ -62,6 +66,7 @@ class Analysis {
     Variables variables_;
     std::string cwd_;
     std::string previousCwd_;
+    std::size_t folderChanges_ = 0;
     std::vector<SavedFolder> saved_; // to go back to when a parenthesis closes
     std::vector<Loop> loops_;
     std::size_t alternatives_ = 0;
@@ -85,12 +90,14 @@ void Analysis::take(Simple& simple) {
     if (declared) ++first;
     words.erase(words.begin(), first);
 
-    for (const Word& target : expanded(simple.redirects)) effects_.targetWord(target, cwd_);
+    expandAll(simple.redirects);
+    for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
     if (words.empty() || assignAll(words, declared)) return;
-    std::vector<Word> command = expanded(words);
-    strip(command);
-    if (command.empty() || takeBuiltin(command, simple)) return;
-    examine(command, cwd_, effects_);
+    const bool endsWithName = words.back().text == "cd" || words.back().text == "popd";
+    expandAll(words);
+    strip(words);
+    if (words.empty() || takeBuiltin(words, simple.depth, !endsWithName)) return;
+    examine(words, cwd_, effects_);
 }
 
 // A change of folder inside parentheses ends with them.
@@ -123,34 +130,49 @@ void Analysis::assign(const Word& word, std::size_t equals) {
     value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
     value.plain = 0;
     std::vector<Word> values;
-    expandOver(value, 0, false, values);
+    expandOver(std::move(value), 0, false, values);
     if (values.size() != 1) return bindLoop(name, std::move(values));
     forgetLoop(name);
     if (!variables_.assign(name, std::move(values.front().text))) effects_.opaque(cwd_);
 }
 
-std::vector<Word> Analysis::expanded(const std::vector<Word>& words) {
-    std::vector<Word> result;
-    result.reserve(words.size());
-    for (const Word& word : words) {
-        const std::size_t before = result.size();
-        expandOver(word, 0, false, result);
-        // What an unset variable leaves behind outside quotes is no word at all.
-        if (!word.quoted && result.size() > before && result.back().text.empty()) result.pop_back();
+// Expands the words where they stand. What an unset variable leaves behind outside quotes is no word at all.
+void Analysis::expandAll(std::vector<Word>& words) {
+    const bool overLoops = !loops_.empty();
+    if (overLoops) words = expandedOverLoops(std::move(words));
+    std::size_t kept = 0;
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        Word& word = words[index];
+        if (!overLoops && !expandOne(word)) continue;
+        if (word.text.empty() && !word.quoted) continue;
+        if (kept != index) words[kept] = std::move(word);
+        ++kept;
     }
+    words.resize(kept);
+}
+
+// False for a word whose value cannot be known. It is left out: a guess such as "/*" for "$unknown/*" would
+// be refused for no reason.
+bool Analysis::expandOne(Word& word) {
+    variables_.setUnfollowed(false);
+    word = expand(std::move(word), context_.home, variables_);
+    if (variables_.unfollowed()) effects_.opaque(cwd_);
+    return !variables_.unfollowed();
+}
+
+std::vector<Word> Analysis::expandedOverLoops(std::vector<Word> words) {
+    std::vector<Word> result;
+    for (Word& word : words) expandOver(std::move(word), 0, false, result);
     return result;
 }
 
-// Adds the word once for every value of every loop variable that it mentions. A word whose value cannot be
-// known is left out: a guess such as "/*" for "$unknown/*" would be refused for no reason.
-void Analysis::expandOver(const Word& word, std::size_t loop, bool glob, std::vector<Word>& out) {
+// Adds the word once for every value of every loop variable that it mentions.
+void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out) {
     while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
     if (loop == loops_.size()) {
-        variables_.setUnfollowed(false);
-        Word result = expand(word, context_.home, variables_);
-        if (variables_.unfollowed()) return effects_.opaque(cwd_);
-        result.glob |= glob;
-        out.push_back(std::move(result));
+        if (!expandOne(word)) return;
+        word.glob |= glob;
+        out.push_back(std::move(word));
         return;
     }
     if (loops_[loop].values.empty()) return effects_.opaque(cwd_);
@@ -174,10 +196,10 @@ void Analysis::forgetLoop(std::string_view name) {
 }
 
 // Commands that change what the line knows, not the disk.
-bool Analysis::takeBuiltin(const std::vector<Word>& words, const Simple& simple) {
+bool Analysis::takeBuiltin(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
     const std::string& name = words.front().text;
     if (name == "cd" || name == "pushd" || name == "popd") {
-        changeFolder(words, simple.depth, simple.words.back().text != name);
+        changeFolder(words, depth, hadArgument);
         return true;
     }
     if ((name == "for" || name == "select") && words.size() > 1) {
@@ -195,6 +217,7 @@ bool Analysis::takeBuiltin(const std::vector<Word>& words, const Simple& simple)
 }
 
 void Analysis::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
+    if (++folderChanges_ > maxFolderChanges) return effects_.opaque(cwd_);
     const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
     const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
     if (words.front().text == "popd") return enter(previousCwd_, depth);

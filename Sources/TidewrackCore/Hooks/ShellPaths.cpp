@@ -49,9 +49,9 @@ struct CloseFolder {
 std::string absolutePath(std::string_view path, std::string_view cwd) {
     std::string result;
     result.reserve(cwd.size() + path.size() + 1);
-    if (!path.starts_with('/')) appendComponents(result, cwd);
+    if (!path.starts_with('/') && cwd != "/") result = cwd;
     appendComponents(result, path);
-    if (result.empty()) result = "/";
+    if (result.empty()) result += '/';
     return result;
 }
 
@@ -123,7 +123,7 @@ bool GlobMatcher::descend(std::string path, std::string_view rest, std::vector<s
         }
         if (std::count(component.begin(), component.end(), '*') > std::ptrdiff_t{maxStarsPerName}) return false;
         std::vector<std::string> names;
-        if (!readNames(path.empty() ? "/" : path, component.c_str(), names)) return false;
+        if (!readNames(path + '/', component.c_str(), names)) return false;
         for (const std::string& name : names) {
             std::string found = path + '/' + name;
             const bool withinLimits =

@@ -10,8 +10,8 @@
 
 namespace tidewrack::shell {
 
-// `path` when it begins with "/", else joined to `cwd`; "." and ".." are resolved textually. The result
-// has no trailing slash, but for "/" itself.
+// `path` when it begins with "/", else joined to `cwd`, which must be a result of this function; "." and ".."
+// are resolved textually. The result has no trailing slash, but for "/" itself.
 [[nodiscard]] std::string absolutePath(std::string_view path, std::string_view cwd);
 
 // Everything before the last "/" of an absolute path; "/" for what lies in the root.

@@ -20,12 +20,6 @@ constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv, "whi
 constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, "time"sv,
                                  "nice"sv, "exec"sv,    "builtin"sv, "doas"sv};
 
-constexpr std::array opaqueCommands = {
-    "sh"sv,      "bash"sv, "zsh"sv,  "fish"sv,  "eval"sv,      "source"sv, "."sv,     "python"sv,
-    "python3"sv, "node"sv, "ruby"sv, "perl6"sv, "osascript"sv, "make"sv,   "npm"sv,   "pnpm"sv,
-    "yarn"sv,    "bun"sv,  "npx"sv,  "bunx"sv,  "deno"sv,      "swift"sv,  "cargo"sv, "go"sv,
-};
-
 constexpr std::array deletingCommands = {"rm"sv, "mv"sv, "unlink"sv, "shred"sv};
 
 constexpr std::array findActions = {"-delete"sv, "-exec"sv, "-execdir"sv, "-ok"sv};
@@ -59,12 +53,12 @@ bool isRecursive(Words arguments) {
     return false;
 }
 
-std::vector<Word> operandsOf(Words arguments) {
-    std::vector<Word> operands;
+std::vector<const Word*> operandsOf(Words arguments) {
+    std::vector<const Word*> operands;
     bool onlyOperands = false;
     for (const Word& word : arguments) {
         if (onlyOperands || !isOption(word))
-            operands.push_back(word);
+            operands.push_back(&word);
         else if (word.text == "--")
             onlyOperands = true;
     }
@@ -83,7 +77,8 @@ class Examination {
 
     void run();
 
-  private:
+    void runScript();
+    void git();
     void remove();
     void move();
     void copy();
@@ -93,7 +88,9 @@ class Examination {
     void find();
     void xargs();
     void changeModes();
-    void targetDestinations(const std::vector<Word>& operands);
+
+  private:
+    void targetDestinations(const std::vector<const Word*>& operands);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
 
@@ -103,77 +100,98 @@ class Examination {
     Effects& effects_;
 };
 
+struct Rule {
+    std::string_view name;
+    void (Examination::*apply)();
+
+    constexpr bool operator<(std::string_view other) const { return name < other; }
+};
+
+using E = Examination;
+
+// Sorted by name, for the search.
+constexpr Rule rules[] = {
+    {".", &E::runScript},       {"bash", &E::runScript},
+    {"bun", &E::runScript},     {"bunx", &E::runScript},
+    {"cargo", &E::runScript},   {"chgrp", &E::changeModes},
+    {"chmod", &E::changeModes}, {"chown", &E::changeModes},
+    {"cp", &E::copy},           {"dd", &E::copyBlocks},
+    {"deno", &E::runScript},    {"ditto", &E::copy},
+    {"eval", &E::runScript},    {"find", &E::find},
+    {"fish", &E::runScript},    {"git", &E::git},
+    {"go", &E::runScript},      {"gsed", &E::editInPlace},
+    {"install", &E::copy},      {"ln", &E::copy},
+    {"make", &E::runScript},    {"mv", &E::move},
+    {"node", &E::runScript},    {"npm", &E::runScript},
+    {"npx", &E::runScript},     {"osascript", &E::runScript},
+    {"perl", &E::editInPlace},  {"perl6", &E::runScript},
+    {"pnpm", &E::runScript},    {"python", &E::runScript},
+    {"python3", &E::runScript}, {"rm", &E::remove},
+    {"rmdir", &E::remove},      {"rsync", &E::copy},
+    {"ruby", &E::runScript},    {"sed", &E::editInPlace},
+    {"sh", &E::runScript},      {"shred", &E::remove},
+    {"source", &E::runScript},  {"srm", &E::remove},
+    {"swift", &E::runScript},   {"tee", &E::targetOperands},
+    {"trash", &E::remove},      {"truncate", &E::targetOperands},
+    {"unlink", &E::remove},     {"xargs", &E::xargs},
+    {"yarn", &E::runScript},    {"zsh", &E::runScript},
+};
+
+static_assert(std::is_sorted(std::begin(rules), std::end(rules),
+                             [](const Rule& a, const Rule& b) { return a.name < b.name; }));
+
+const Rule* ruleFor(std::string_view name) {
+    const Rule* rule = std::lower_bound(std::begin(rules), std::end(rules), name);
+    return rule != std::end(rules) && rule->name == name ? rule : nullptr;
+}
+
 void Examination::run() {
-    struct Rule {
-        std::string_view name;
-        void (Examination::*apply)();
-    };
-    using E = Examination;
-    static constexpr Rule rules[] = {
-        {"rm", &E::remove},
-        {"unlink", &E::remove},
-        {"rmdir", &E::remove},
-        {"shred", &E::remove},
-        {"srm", &E::remove},
-        {"trash", &E::remove},
-        {"mv", &E::move},
-        {"cp", &E::copy},
-        {"ln", &E::copy},
-        {"install", &E::copy},
-        {"ditto", &E::copy},
-        {"rsync", &E::copy},
-        {"truncate", &E::targetOperands},
-        {"tee", &E::targetOperands},
-        {"dd", &E::copyBlocks},
-        {"sed", &E::editInPlace},
-        {"gsed", &E::editInPlace},
-        {"perl", &E::editInPlace},
-        {"find", &E::find},
-        {"xargs", &E::xargs},
-        {"chmod", &E::changeModes},
-        {"chown", &E::changeModes},
-        {"chgrp", &E::changeModes},
-    };
-    if (name_ == "git") return examineGit(arguments_, cwd_, effects_);
-    if (isIn(opaqueCommands, name_)) return effects_.opaque(cwd_);
-    for (const Rule& rule : rules)
-        if (rule.name == name_) return (this->*rule.apply)();
+    if (const Rule* rule = ruleFor(name_)) (this->*rule->apply)();
+}
+
+// Its effect lies in a script.
+void Examination::runScript() {
+    effects_.opaque(cwd_);
+}
+
+void Examination::git() {
+    examineGit(arguments_, cwd_, effects_);
 }
 
 void Examination::remove() {
     const bool asks = name_ == "rmdir" || isRecursive(arguments_);
-    for (const Word& operand : operandsOf(arguments_)) {
-        const Links links = linksOf(operand);
-        for (const std::string& path : effects_.targetWord(operand, cwd_, links))
+    for (const Word* operand : operandsOf(arguments_)) {
+        const Links links = linksOf(*operand);
+        for (const std::string& path : effects_.targetWord(*operand, cwd_, links))
             if (asks) effects_.askIfProjectInside(path, links);
     }
 }
 
 void Examination::move() {
-    const std::vector<Word> operands = operandsOf(arguments_);
+    const std::vector<const Word*> operands = operandsOf(arguments_);
     for (std::size_t index = 0; index + 1 < operands.size(); ++index)
-        effects_.targetWord(operands[index], cwd_, linksOf(operands[index]));
+        effects_.targetWord(*operands[index], cwd_, linksOf(*operands[index]));
     targetDestinations(operands);
 }
 
 void Examination::copy() {
-    const std::vector<Word> operands = operandsOf(arguments_);
+    const std::vector<const Word*> operands = operandsOf(arguments_);
     targetDestinations(operands);
     const auto deletes = [](const Word& word) { return word.text.starts_with("--delete"); };
     if (name_ != "rsync" || operands.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
-    const auto folders = effects_.resolve(operands.back(), cwd_);
+    const auto folders = effects_.resolve(*operands.back(), cwd_);
     if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed);
 }
 
-void Examination::targetDestinations(const std::vector<Word>& operands) {
+void Examination::targetDestinations(const std::vector<const Word*>& operands) {
     if (operands.size() < 2) return;
-    const auto destinations = effects_.resolve(operands.back(), cwd_);
+    const auto destinations = effects_.resolve(*operands.back(), cwd_);
     if (destinations.empty()) return;
     const std::string& destination = destinations.front();
     if (destination == "/" || !isFolder(destination)) return effects_.target(destination, cwd_);
     for (std::size_t index = 0; index + 1 < operands.size(); ++index) {
         if (effects_.full()) return effects_.opaque(cwd_);
-        targetCopyOf(operands[index], destination);
+        targetCopyOf(*operands[index], destination);
     }
 }
 
@@ -198,7 +216,7 @@ void Examination::targetContents(const Word& source, const std::string& folder) 
 }
 
 void Examination::targetOperands() {
-    for (const Word& operand : operandsOf(arguments_)) effects_.targetWord(operand, cwd_);
+    for (const Word* operand : operandsOf(arguments_)) effects_.targetWord(*operand, cwd_);
 }
 
 void Examination::copyBlocks() {
@@ -245,7 +263,8 @@ void Examination::xargs() {
     strip(command);
     if (command.empty()) return;
     const std::string_view name = commandName(command.front());
-    if (isIn(deletingCommands, name) || isIn(opaqueCommands, name)) effects_.opaque(cwd_);
+    const Rule* rule = ruleFor(name);
+    if (isIn(deletingCommands, name) || (rule && rule->apply == &E::runScript)) effects_.opaque(cwd_);
 }
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.

@@ -46,7 +46,8 @@ int copyBytes(int source, int target, off_t offset, off_t length, CopyMemory& me
         if (count < 0) return errno;
         if (count == 0) return 0; // it became shorter; the caller compares attributes afterwards
         for (ssize_t done = 0; done < count;) {
-            const ssize_t put = ::pwrite(target, buffer.data() + done, static_cast<std::size_t>(count - done), offset + done);
+            const ssize_t put =
+                ::pwrite(target, buffer.data() + done, static_cast<std::size_t>(count - done), offset + done);
             if (put < 0 && errno == EINTR) continue;
             if (put < 0) return errno;
             done += put;
@@ -108,7 +109,8 @@ int copyContent(int source, int target, const struct stat& status, CopyMemory& m
 
 // Extended attributes are kept as far as the target volume and our rights allow; a label that cannot be written
 // (security modules, volumes without attributes) is no reason to lose the content.
-template <typename List, typename Get, typename Set> void copyAttributes(List list, Get get, Set set) {
+template <typename List, typename Get, typename Set>
+void copyAttributes(List list, Get get, Set set) {
     const ssize_t length = list(nullptr, 0);
     if (length <= 0) return;
     std::string names(static_cast<std::size_t>(length), '\0');
@@ -128,11 +130,12 @@ template <typename List, typename Get, typename Set> void copyAttributes(List li
 }
 
 void copyOpenAttributes(int source, int target) {
-    copyAttributes([&](char* names, std::size_t size) { return ::flistxattr(source, names, size); },
-                   [&](const char* name, char* value, std::size_t size) { return ::fgetxattr(source, name, value, size); },
-                   [&](const char* name, const char* value, std::size_t size) {
-                       return ::fsetxattr(target, name, value, size, 0);
-                   });
+    copyAttributes(
+        [&](char* names, std::size_t size) { return ::flistxattr(source, names, size); },
+        [&](const char* name, char* value, std::size_t size) { return ::fgetxattr(source, name, value, size); },
+        [&](const char* name, const char* value, std::size_t size) {
+            return ::fsetxattr(target, name, value, size, 0);
+        });
 }
 
 void copyLinkAttributes(const std::string& source, const std::string& target) {
@@ -163,9 +166,12 @@ int finishCopy(int source, int target, const struct stat& status, std::uint16_t 
 
 Attributes attributesOf(const struct stat& status) {
     Attributes result;
-    if (S_ISREG(status.st_mode)) result.kind = Attributes::Kind::file;
-    else if (S_ISLNK(status.st_mode)) result.kind = Attributes::Kind::link;
-    else if (S_ISDIR(status.st_mode)) result.kind = Attributes::Kind::folder;
+    if (S_ISREG(status.st_mode))
+        result.kind = Attributes::Kind::file;
+    else if (S_ISLNK(status.st_mode))
+        result.kind = Attributes::Kind::link;
+    else if (S_ISDIR(status.st_mode))
+        result.kind = Attributes::Kind::folder;
     result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
     result.size = status.st_size;
     result.mtime = nanoseconds(status.st_mtim);
@@ -182,7 +188,8 @@ int openPieceBelow(int root, const char* path, Descriptor& out) {
     how.flags = flags;
     how.resolve = RESOLVE_NO_SYMLINKS;
     long fd = ::syscall(SYS_openat2, root, path, &how, sizeof how);
-    if (fd < 0 && (errno == ENOSYS || errno == EPERM)) fd = ::openat(root, path, flags); // kernels before 5.6, old sandboxes
+    if (fd < 0 && (errno == ENOSYS || errno == EPERM))
+        fd = ::openat(root, path, flags); // kernels before 5.6, old sandboxes
     if (fd < 0) return errno;
     out = Descriptor(static_cast<int>(fd));
     return 0;
@@ -216,7 +223,9 @@ int copyLink(Place from, Place to) {
     return error;
 }
 
-void copyOpenExtendedAttributes(int source, int target) { copyOpenAttributes(source, target); }
+void copyOpenExtendedAttributes(int source, int target) {
+    copyOpenAttributes(source, target);
+}
 
 namespace {
 
@@ -226,14 +235,14 @@ struct VolumeName {
 };
 
 constexpr VolumeName volumeNames[] = {
-    {0x0000EF53, "ext4"},     {0x01021994, "tmpfs"},   {0x794C7630, "overlay"},    {0x00006969, "nfs"},
-    {0x58465342, "xfs"},      {0x9123683E, "btrfs"},   {0xCA451A4E, "bcachefs"},   {0x2FC12FC1, "zfs"},
-    {0x4D44, "vfat"},         {0x2011BAB0, "exfat"},   {0x5346544E, "ntfs"},       {0x7366746E, "ntfs3"},
-    {0x65735546, "fuse"},     {0xFF534D42, "cifs"},    {0xFE534D42, "smb2"},       {0xF2F52010, "f2fs"},
-    {0x01021997, "9p"},       {0x6A656A63, "virtiofs"}, {0x858458F6, "ramfs"},     {0x73717368, "squashfs"},
-    {0xE0F5E1E2, "erofs"},    {0x52654973, "reiserfs"}, {0x3153464A, "jfs"},       {0xF15F, "ecryptfs"},
-    {0x7461636F, "ocfs2"},    {0x01161970, "gfs2"},    {0x00C36400, "ceph"},       {0x0BD00BD0, "lustre"},
-    {0x482B, "hfsplus"},      {0x9660, "isofs"},       {0x61756673, "aufs"},       {0x5346414F, "afs"},
+    {0x0000EF53, "ext4"},  {0x01021994, "tmpfs"},    {0x794C7630, "overlay"},  {0x00006969, "nfs"},
+    {0x58465342, "xfs"},   {0x9123683E, "btrfs"},    {0xCA451A4E, "bcachefs"}, {0x2FC12FC1, "zfs"},
+    {0x4D44, "vfat"},      {0x2011BAB0, "exfat"},    {0x5346544E, "ntfs"},     {0x7366746E, "ntfs3"},
+    {0x65735546, "fuse"},  {0xFF534D42, "cifs"},     {0xFE534D42, "smb2"},     {0xF2F52010, "f2fs"},
+    {0x01021997, "9p"},    {0x6A656A63, "virtiofs"}, {0x858458F6, "ramfs"},    {0x73717368, "squashfs"},
+    {0xE0F5E1E2, "erofs"}, {0x52654973, "reiserfs"}, {0x3153464A, "jfs"},      {0xF15F, "ecryptfs"},
+    {0x7461636F, "ocfs2"}, {0x01161970, "gfs2"},     {0x00C36400, "ceph"},     {0x0BD00BD0, "lustre"},
+    {0x482B, "hfsplus"},   {0x9660, "isofs"},        {0x61756673, "aufs"},     {0x5346414F, "afs"},
 };
 
 } // namespace

@@ -29,7 +29,9 @@ std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
 
-bool cannotShareBlocks(int error) { return error == EXDEV || error == ENOTSUP; }
+bool cannotShareBlocks(int error) {
+    return error == EXDEV || error == ENOTSUP;
+}
 
 int quitAfterDeadline(int, int, copyfile_state_t, const char*, const char*, void* deadline) {
     return passed(*static_cast<const Deadline*>(deadline)) ? COPYFILE_QUIT : COPYFILE_CONTINUE;
@@ -82,9 +84,12 @@ int copyLinkByHand(Place from, const struct stat& status, Place to) {
 
 Attributes attributesOf(const struct stat& status) {
     Attributes result;
-    if (S_ISREG(status.st_mode)) result.kind = Attributes::Kind::file;
-    else if (S_ISLNK(status.st_mode)) result.kind = Attributes::Kind::link;
-    else if (S_ISDIR(status.st_mode)) result.kind = Attributes::Kind::folder;
+    if (S_ISREG(status.st_mode))
+        result.kind = Attributes::Kind::file;
+    else if (S_ISLNK(status.st_mode))
+        result.kind = Attributes::Kind::link;
+    else if (S_ISDIR(status.st_mode))
+        result.kind = Attributes::Kind::folder;
     result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
     result.size = status.st_size;
     result.mtime = nanoseconds(status.st_mtimespec);
@@ -108,8 +113,10 @@ int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t 
         error = ::fclonefileat(source, to.folder, to.name, 0) == 0 ? 0 : errno;
         memory.cannotClone = cannotShareBlocks(error);
     }
-    if (cannotShareBlocks(error)) error = copyPlain(source, status, to, memory.deadline);
-    else if (error != 0) return error; // nothing was made, or something else stands there
+    if (cannotShareBlocks(error))
+        error = copyPlain(source, status, to, memory.deadline);
+    else if (error != 0)
+        return error; // nothing was made, or something else stands there
     if (error == 0 && ::fchmodat(to.folder, to.name, mode, AT_SYMLINK_NOFOLLOW) != 0) error = errno;
     if (error != 0 && error != EEXIST) ::unlinkat(to.folder, to.name, 0);
     return error;
@@ -135,9 +142,13 @@ std::string volumeType(const std::string& path) {
     return volume.f_fstypename;
 }
 
-bool volumeClones(const std::string& path) { return volumeType(path) == "apfs"; }
+bool volumeClones(const std::string& path) {
+    return volumeType(path) == "apfs";
+}
 
-void disableSigpipe(int fd) { (void)::fcntl(fd, F_SETNOSIGPIPE, 1); }
+void disableSigpipe(int fd) {
+    (void)::fcntl(fd, F_SETNOSIGPIPE, 1);
+}
 
 std::string executablePath() {
     std::uint32_t size = 0;

@@ -137,7 +137,9 @@ int setModificationTime(int folder, const char* name, std::int64_t mtime) {
     return ::utimensat(folder, name, both, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
-int removeTree(const std::string& path) { return removeTreeAt(AT_FDCWD, path.c_str()); }
+int removeTree(const std::string& path) {
+    return removeTreeAt(AT_FDCWD, path.c_str());
+}
 
 int writeAll(int fd, std::string_view bytes) {
     const SigpipeBlocked guard;
@@ -183,6 +185,8 @@ bool processIsAlive(std::int64_t pid) {
     return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH;
 }
 
-std::string errorText(int error) { return std::generic_category().message(error); }
+std::string errorText(int error) {
+    return std::generic_category().message(error);
+}
 
 } // namespace tidewrack

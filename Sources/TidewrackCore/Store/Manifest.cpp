@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <charconv>
 #include <functional>
+#include <iterator>
 
 namespace tidewrack {
 
 namespace {
 
-bool byPath(const Manifest::Item& a, const Manifest::Item& b) { return a.path < b.path; }
+bool byPath(const Manifest::Item& a, const Manifest::Item& b) {
+    return a.path < b.path;
+}
 
 } // namespace
 
@@ -27,8 +30,10 @@ std::optional<std::string> Entry::notKeptReason() const {
 
 Entry entryOf(const Attributes& attributes) {
     Entry entry;
-    if (attributes.kind == Attributes::Kind::link) entry.kind = EntryKind::link;
-    else if (attributes.kind == Attributes::Kind::folder) entry.kind = EntryKind::dir;
+    if (attributes.kind == Attributes::Kind::link)
+        entry.kind = EntryKind::link;
+    else if (attributes.kind == Attributes::Kind::folder)
+        entry.kind = EntryKind::dir;
     entry.mode = attributes.mode;
     entry.size = attributes.size;
     entry.mtime = attributes.mtime;
@@ -39,19 +44,23 @@ Entry entryOf(const Attributes& attributes) {
 
 std::string_view TextArena::add(std::string_view text) {
     if (text.empty()) return {};
-    if (open_ == nullptr || open_->capacity() - open_->size() < text.size()) {
-        open_ = &blocks_.emplace_back();
-        open_->reserve(std::max(blockSize, text.size()));
+    if (room_ < text.size()) {
+        room_ = std::max(blockSize, text.size());
+        free_ = blocks_.emplace_back(new char[room_]).get(); // not zeroed: it is filled as it is used
     }
-    const char* start = open_->data() + open_->size();
-    open_->append(text);
+    const char* start = free_;
+    std::copy(text.begin(), text.end(), free_);
+    free_ += text.size();
+    room_ -= text.size();
     return {start, text.size()};
 }
 
-std::string_view TextArena::adopt(std::string text) {
-    // A short string would move its bytes with the object; a deque never moves its elements.
-    const std::string& kept = blocks_.emplace_back(std::move(text));
-    return kept;
+std::string_view TextArena::adopt(std::unique_ptr<char[]> text, std::size_t size) {
+    return {blocks_.emplace_back(std::move(text)).get(), size};
+}
+
+TextBuffer::TextBuffer(std::string_view text) : bytes(new char[text.size() + 1]), size(text.size()) {
+    std::copy(text.begin(), text.end(), bytes.get());
 }
 
 const Entry* Manifest::find(std::string_view path) const {
@@ -75,50 +84,61 @@ std::int64_t Manifest::fileCount() const {
                          [](const Item& item) { return item.entry.kind != EntryKind::dir; });
 }
 
-void ManifestBuilder::add(std::string_view path, const Entry& entry) {
-    Manifest::Item item{manifest_.arena_->add(path), entry};
-    item.entry.blob = manifest_.arena_->add(entry.blob);
-    manifest_.items_.push_back(item);
+ManifestBuilder::ManifestBuilder(const Manifest& base) : base_(&base) {
+    ranked_.resize(base.size());
 }
 
-void ManifestBuilder::setEntry(std::size_t index, const Entry& entry) {
-    manifest_.items_[index].entry = entry;
-    manifest_.items_[index].entry.blob = manifest_.arena_->add(entry.blob);
+ManifestBuilder::Handle ManifestBuilder::add(std::string_view path, const Entry& entry, std::uint32_t rank) {
+    ++count_;
+    if (rank == noRank) {
+        others_.push_back({arena_->add(path), {}});
+    } else {
+        ranked_[rank].path = base_->items()[rank].path;
+    }
+    const bool ranked = rank != noRank;
+    const Handle handle{ranked ? rank : static_cast<std::uint32_t>(others_.size() - 1), ranked};
+    setEntry(handle, entry);
+    return handle;
+}
+
+void ManifestBuilder::setEntry(Handle handle, const Entry& entry) {
+    Entry& stored = (handle.ranked ? ranked_ : others_)[handle.place].entry;
+    stored = entry;
+    const bool known = handle.ranked && base_->items()[handle.place].entry.blob == entry.blob;
+    stored.blob = known ? base_->items()[handle.place].entry.blob : arena_->add(entry.blob);
+}
+
+const Manifest::Item& ManifestBuilder::item(Handle handle) const {
+    return (handle.ranked ? ranked_ : others_)[handle.place];
+}
+
+void ManifestBuilder::sortOthers() {
+    if (!std::is_sorted(others_.begin(), others_.end(), byPath))
+        std::stable_sort(others_.begin(), others_.end(), byPath);
+    // Of equal paths the last one stays.
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < others_.size(); ++i) {
+        if (i + 1 < others_.size() && others_[i].path == others_[i + 1].path) continue;
+        others_[kept++] = others_[i];
+    }
+    others_.resize(kept);
 }
 
 Manifest ManifestBuilder::finish() {
-    auto& items = manifest_.items_;
-    if (!std::is_sorted(items.begin(), items.end(), byPath)) std::stable_sort(items.begin(), items.end(), byPath);
-    // Of equal paths the last one stays.
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        if (i + 1 < items.size() && items[i].path == items[i + 1].path) continue;
-        items[kept++] = items[i];
+    sortOthers();
+    Manifest result;
+    if (base_ != nullptr) result.arenas_ = base_->arenas_;
+    result.arenas_.push_back(arena_);
+    ranked_.erase(std::remove_if(ranked_.begin(), ranked_.end(), [](const auto& item) { return !isSet(item); }),
+                  ranked_.end());
+    if (others_.empty() || ranked_.empty()) {
+        result.items_ = std::move(others_.empty() ? ranked_ : others_);
+    } else {
+        result.items_.reserve(ranked_.size() + others_.size());
+        std::merge(ranked_.begin(), ranked_.end(), others_.begin(), others_.end(), std::back_inserter(result.items_),
+                   byPath);
     }
-    items.resize(kept);
-    return std::exchange(manifest_, Manifest());
-}
-
-Manifest ManifestBuilder::finish(const std::vector<std::uint32_t>& ranks, std::size_t rankCount) {
-    std::vector<std::uint32_t> atRank(rankCount, noRank);
-    std::vector<Manifest::Item> others;
-    for (std::size_t i = 0; i < ranks.size(); ++i) {
-        if (ranks[i] == noRank) others.push_back(manifest_.items_[i]);
-        else atRank[ranks[i]] = static_cast<std::uint32_t>(i);
-    }
-    std::sort(others.begin(), others.end(), byPath);
-    std::vector<Manifest::Item> sorted;
-    sorted.reserve(manifest_.items_.size());
-    auto other = others.begin();
-    for (const std::uint32_t place : atRank) {
-        if (place == noRank) continue;
-        const Manifest::Item& item = manifest_.items_[place];
-        while (other != others.end() && other->path < item.path) sorted.push_back(*other++);
-        sorted.push_back(item);
-    }
-    sorted.insert(sorted.end(), other, others.end());
-    manifest_.items_ = std::move(sorted);
-    return std::exchange(manifest_, Manifest());
+    return result;
 }
 
 PathIndex::PathIndex(const Manifest& manifest) : manifest_(manifest) {

@@ -53,13 +53,23 @@ struct Entry {
 class TextArena {
   public:
     std::string_view add(std::string_view text);
-    // Takes over a whole buffer; views into it stay valid.
-    std::string_view adopt(std::string text);
+    // Takes over a whole buffer of which the first `size` bytes are used.
+    std::string_view adopt(std::unique_ptr<char[]> text, std::size_t size);
 
   private:
     static constexpr std::size_t blockSize = std::size_t{256} * 1024;
-    std::deque<std::string> blocks_;
-    std::string* open_ = nullptr;
+    std::vector<std::unique_ptr<char[]>> blocks_;
+    char* free_ = nullptr;
+    std::size_t room_ = 0;
+};
+
+// Bytes of which the buffer may be larger than what is used: large listings are not copied for the sake of a fit.
+struct TextBuffer {
+    std::unique_ptr<char[]> bytes;
+    std::size_t size = 0;
+
+    explicit TextBuffer(std::string_view text);
+    TextBuffer(std::unique_ptr<char[]> buffer, std::size_t used) : bytes(std::move(buffer)), size(used) {}
 };
 
 class Manifest {
@@ -95,39 +105,50 @@ class Manifest {
 
     // The same without the compression.
     [[nodiscard]] std::string encodedText() const;
-    [[nodiscard]] static Manifest decodeText(std::string text);
+    [[nodiscard]] static Manifest decodeText(TextBuffer text);
 
     [[nodiscard]] static std::string escape(std::string_view path);
     [[nodiscard]] static std::string unescape(std::string_view text);
 
   private:
     friend class ManifestBuilder;
-    std::shared_ptr<TextArena> arena_ = std::make_shared<TextArena>(); // shared by copies, never changed after building
+    std::vector<std::shared_ptr<const TextArena>> arenas_; // hold the views' bytes; shared by copies
     std::vector<Item> items_;
 };
 
 // Collects entries in any order; copies paths and blobs.
 class ManifestBuilder {
   public:
-    void reserve(std::size_t count) { manifest_.items_.reserve(count); }
-    void add(std::string_view path, const Entry& entry);
-    // The latest added item, for a caller that learns more about it later.
-    void setBlob(std::size_t index, std::string_view blob) {
-        manifest_.items_[index].entry.blob = manifest_.arena_->add(blob);
-    }
-    void setEntry(std::size_t index, const Entry& entry);
-    [[nodiscard]] const Manifest::Item& item(std::size_t index) const { return manifest_.items_[index]; }
-    [[nodiscard]] std::size_t size() const { return manifest_.items_.size(); }
-    // Sorted; of two entries with one path the later one stays. The builder is empty afterwards.
-    [[nodiscard]] Manifest finish();
-    // The same for items of which most are already in order: `ranks[i]` is the place of item i among the paths of
-    // an earlier sorted listing, or noRank for a path that the listing lacks.
     static constexpr std::uint32_t noRank = UINT32_MAX;
-    [[nodiscard]] Manifest finish(const std::vector<std::uint32_t>& ranks, std::size_t rankCount);
+
+    ManifestBuilder() = default;
+    // For a listing of which most stands in `base` already: those items need no sorting and share its texts. `base`
+    // must outlive the builder, but not what it builds.
+    explicit ManifestBuilder(const Manifest& base);
+
+    // An added item, for a caller that learns more about it later.
+    struct Handle {
+        std::uint32_t place;
+        bool ranked;
+    };
+    // `rank`: the path's place among the base's items, noRank when it is not there. Each rank once.
+    Handle add(std::string_view path, const Entry& entry, std::uint32_t rank = noRank);
+    void setEntry(Handle handle, const Entry& entry);
+    [[nodiscard]] const Manifest::Item& item(Handle handle) const;
+    [[nodiscard]] std::size_t size() const { return count_; }
+    // Sorted; of two entries with one path the later one stays. The builder is used up.
+    [[nodiscard]] Manifest finish();
 
   private:
     friend class Manifest;
-    Manifest manifest_;
+    static bool isSet(const Manifest::Item& item) { return item.path.data() != nullptr; }
+    void sortOthers();
+
+    const Manifest* base_ = nullptr;
+    std::shared_ptr<TextArena> arena_ = std::make_shared<TextArena>();
+    std::vector<Manifest::Item> ranked_; // by rank; without a path where nothing was added
+    std::vector<Manifest::Item> others_;
+    std::size_t count_ = 0;
 };
 
 // A hash index over a manifest's paths: one look-up per walked item.

@@ -4,6 +4,7 @@
 
 #include "Support/Errors.hpp"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -25,7 +26,8 @@ char kindCode(EntryKind kind) {
     return 'f';
 }
 
-template <typename Number> void appendNumber(std::string& text, Number number) {
+template <typename Number>
+void appendNumber(std::string& text, Number number) {
     std::array<char, 24> digits;
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     text.append(digits.data(), end);
@@ -59,29 +61,23 @@ std::string compressed(std::string_view text) {
     return first + second.get();
 }
 
-// The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it.
-std::string decompressed(std::string_view bytes) {
+// The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it. Memory that is only
+// reserved costs nothing.
+TextBuffer decompressed(std::string_view bytes) {
     const Lzfse& library = requiredLzfse();
     if (bytes.size() < endMarkerSize) throw TidewrackError::corrupt("a manifest that can't be decompressed");
-    std::size_t room = bytes.size() * 6 + 4096;
     const std::size_t mostRoom = bytes.size() * 4096 + 4096;
-    std::string text;
-    while (true) {
-        text.resize(room);
+    for (std::size_t room = bytes.size() * 8 + 4096; room <= mostRoom; room *= 2) {
+        std::unique_ptr<char[]> text(new char[room]);
         const std::size_t size =
-            library.decode(reinterpret_cast<std::uint8_t*>(text.data()), room,
+            library.decode(reinterpret_cast<std::uint8_t*>(text.get()), room,
                            reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
-        if (size < room) {
-            // The library answers 0 for a fault and for the empty text alike.
-            if (size == 0 && std::memcmp(bytes.data(), "bvx$", endMarkerSize) != 0)
-                throw TidewrackError::corrupt("a manifest that can't be decompressed");
-            text.resize(size);
-            return text;
-        }
-        if (room >= mostRoom) throw TidewrackError::corrupt("a manifest that can't be decompressed");
-        room = std::min(room * 2, mostRoom);
-        text.clear();
+        if (size == room) continue;
+        // The library answers 0 for a fault and for the empty text alike.
+        if (size == 0 && std::memcmp(bytes.data(), "bvx$", endMarkerSize) != 0) break;
+        return {std::move(text), size};
     }
+    throw TidewrackError::corrupt("a manifest that can't be decompressed");
 }
 
 // Reads one manifest text, field by field, where it lies.
@@ -99,7 +95,8 @@ class Parser {
         throw TidewrackError::corrupt("manifest kind");
     }
 
-    template <typename Number> Number number() {
+    template <typename Number>
+    Number number() {
         const char* start = at_;
         while (at_ != end_ && *at_ != '\t' && *at_ != '\n') ++at_;
         Number value = 0;
@@ -137,10 +134,14 @@ std::string Manifest::escape(std::string_view path) {
     std::string result;
     result.reserve(path.size());
     for (const char c : path) {
-        if (c == '\\') result += "\\\\";
-        else if (c == '\t') result += "\\t";
-        else if (c == '\n') result += "\\n";
-        else result += c;
+        if (c == '\\')
+            result += "\\\\";
+        else if (c == '\t')
+            result += "\\t";
+        else if (c == '\n')
+            result += "\\n";
+        else
+            result += c;
     }
     return result;
 }
@@ -174,18 +175,19 @@ std::string Manifest::encodedText() const {
         appendNumber(text, item.entry.ino);
         text += item.entry.blob;
         text += '\t';
-        if (item.path.find_first_of("\\\t\n") == std::string_view::npos) text += item.path;
-        else text += escape(item.path);
+        if (item.path.find_first_of("\\\t\n") == std::string_view::npos)
+            text += item.path;
+        else
+            text += escape(item.path);
         text += '\n';
     }
     return text;
 }
 
-Manifest Manifest::decodeText(std::string bytes) {
+Manifest Manifest::decodeText(TextBuffer buffer) {
     ManifestBuilder builder;
-    Manifest& manifest = builder.manifest_;
-    const std::string_view text = manifest.arena_->adopt(std::move(bytes));
-    manifest.items_.reserve(text.size() / 90);
+    const std::string_view text = builder.arena_->adopt(std::move(buffer.bytes), buffer.size);
+    builder.others_.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
     Parser parser(text);
     while (!parser.atEnd()) {
         Item item;
@@ -197,14 +199,18 @@ Manifest Manifest::decodeText(std::string bytes) {
         item.entry.ino = parser.number<std::uint64_t>();
         item.entry.blob = parser.upToTab();
         const std::string_view path = parser.line();
-        item.path = path.find('\\') == std::string_view::npos ? path : manifest.arena_->add(unescape(path));
-        manifest.items_.push_back(item);
+        item.path = path.find('\\') == std::string_view::npos ? path : builder.arena_->add(unescape(path));
+        builder.others_.push_back(item);
     }
     return builder.finish();
 }
 
-std::string Manifest::encoded() const { return compressed(encodedText()); }
+std::string Manifest::encoded() const {
+    return compressed(encodedText());
+}
 
-Manifest Manifest::decode(std::string_view bytes) { return decodeText(decompressed(bytes)); }
+Manifest Manifest::decode(std::string_view bytes) {
+    return decodeText(decompressed(bytes));
+}
 
 } // namespace tidewrack

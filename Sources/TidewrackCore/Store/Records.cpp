@@ -15,19 +15,21 @@ void put(nlohmann::json& object, const char* key, const std::optional<std::strin
 } // namespace
 
 nlohmann::json toJson(const Project& project) {
-    nlohmann::json object = {
-        {"id", project.id}, {"root", project.root}, {"created", isoText(project.created)}, {"excludes", project.excludes}};
+    nlohmann::json object = {{"id", project.id},
+                             {"root", project.root},
+                             {"created", isoText(project.created)},
+                             {"excludes", project.excludes}};
     if (project.excludesIfIgnored) object["excludesIfIgnored"] = *project.excludesIfIgnored;
     if (project.maxFileSize) object["maxFileSize"] = *project.maxFileSize;
     return object;
 }
 
 nlohmann::json toJson(const SnapshotMeta& meta) {
-    nlohmann::json object = {{"seq", meta.seq},         {"created", isoText(meta.created)},
-                             {"kind", meta.kind},       {"manifestOf", meta.manifestOf},
-                             {"files", meta.files},     {"added", meta.added},
+    nlohmann::json object = {{"seq", meta.seq},           {"created", isoText(meta.created)},
+                             {"kind", meta.kind},         {"manifestOf", meta.manifestOf},
+                             {"files", meta.files},       {"added", meta.added},
                              {"modified", meta.modified}, {"deleted", meta.deleted},
-                             {"pinned", meta.pinned},   {"durationMs", meta.durationMs}};
+                             {"pinned", meta.pinned},     {"durationMs", meta.durationMs}};
     put(object, "label", meta.label);
     put(object, "agent", meta.agent);
     put(object, "session", meta.session);

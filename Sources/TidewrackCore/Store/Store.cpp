@@ -92,8 +92,10 @@ std::string Store::projectID(const std::string& root) {
         const std::string_view character = rest.substr(0, characterLength(rest));
         rest.remove_prefix(character.size());
         if (slug.size() + character.size() > mostBytes) break;
-        if (isLetterOrNumber(character)) slug += character;
-        else slug += '-';
+        if (isLetterOrNumber(character))
+            slug += character;
+        else
+            slug += '-';
     }
     const std::string hash = hexText(root, 4);
     return slug.empty() ? hash : slug + "-" + hash;
@@ -151,7 +153,8 @@ void Store::register_(const Project& project) const {
     const std::string folder = projectFolder(project);
     if (const int error = makeHome()) throw TidewrackError::io("create", home, error);
     for (const char* name : {"/snapshots", "/manifests", "/blobs"})
-        if (const int error = makeFolders(folder + name, 0755)) throw TidewrackError::io("create", folder + name, error);
+        if (const int error = makeFolders(folder + name, 0755))
+            throw TidewrackError::io("create", folder + name, error);
     writeFileAtomically(folder + "/project.json", compactJson(toJson(project)));
 }
 
@@ -194,7 +197,8 @@ std::optional<Project> Store::projectContaining(const std::string& path, const s
 
 std::vector<std::int64_t> Store::seqs(const Project& project) const {
     std::vector<std::int64_t> result;
-    for (const std::string& name : listFolder(projectFolder(project) + "/snapshots").value_or(std::vector<std::string>())) {
+    for (const std::string& name :
+         listFolder(projectFolder(project) + "/snapshots").value_or(std::vector<std::string>())) {
         if (!name.ends_with(".json")) continue;
         if (const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - 5))) result.push_back(*seq);
     }
@@ -262,9 +266,15 @@ void Store::writeManifest(const ProjectLock&, const Project& project, std::int64
     writeFileAtomically(manifestPath(project, seq), manifest.encoded());
 }
 
-std::string Store::projectFolder(const Project& project) const { return projectsFolder() + "/" + project.id; }
-std::string Store::lockPath(const Project& project) const { return projectFolder(project) + "/lock"; }
-std::string Store::blobsFolder(const Project& project) const { return projectFolder(project) + "/blobs"; }
+std::string Store::projectFolder(const Project& project) const {
+    return projectsFolder() + "/" + project.id;
+}
+std::string Store::lockPath(const Project& project) const {
+    return projectFolder(project) + "/lock";
+}
+std::string Store::blobsFolder(const Project& project) const {
+    return projectFolder(project) + "/blobs";
+}
 
 std::string Store::metaPath(const Project& project, std::int64_t seq) const {
     return projectFolder(project) + "/snapshots/" + std::to_string(seq) + ".json";

@@ -22,7 +22,9 @@ bool validTail(std::string_view tail) {
 
 } // namespace
 
-Date now() { return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()); }
+Date now() {
+    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+}
 
 std::string isoText(Date date) {
     const auto day = std::chrono::floor<std::chrono::days>(date);
@@ -44,7 +46,8 @@ std::optional<Date> parseIsoDate(std::string_view text) {
         !digits(text, 11, 2, hour) || !digits(text, 14, 2, minute) || !digits(text, 17, 2, second) ||
         !validTail(text.substr(19)))
         return std::nullopt;
-    const std::chrono::year_month_day calendar{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
+    const std::chrono::year_month_day calendar{std::chrono::year(year),
+                                               std::chrono::month(static_cast<unsigned>(month)),
                                                std::chrono::day(static_cast<unsigned>(day))};
     if (!calendar.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
     return std::chrono::sys_days(calendar) + std::chrono::hours(hour) + std::chrono::minutes(minute) +

@@ -82,7 +82,8 @@ std::optional<std::vector<std::string>> listFolder(const std::string& path) {
     if (stream == nullptr) return std::nullopt;
     std::vector<std::string> names;
     while (const dirent* item = ::readdir(stream))
-        if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) names.emplace_back(item->d_name);
+        if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0)
+            names.emplace_back(item->d_name);
     ::closedir(stream);
     return names;
 }

@@ -87,6 +87,8 @@ bool JsonFields::absent(const char* key) const {
     return found == object_.end() || found->is_null();
 }
 
-void JsonFields::fail(const std::string& what) const { throw TidewrackError::corrupt(source_ + ": " + what); }
+void JsonFields::fail(const std::string& what) const {
+    throw TidewrackError::corrupt(source_ + ": " + what);
+}
 
 } // namespace tidewrack

@@ -23,8 +23,10 @@ std::string standardized(std::string_view path) {
         const std::string_view component = path.substr(0, slash);
         path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
         if (component.empty() || component == ".") continue;
-        if (component != "..") components.push_back(component);
-        else if (!components.empty()) components.pop_back();
+        if (component != "..")
+            components.push_back(component);
+        else if (!components.empty())
+            components.pop_back();
     }
     std::string result;
     for (const std::string_view component : components) {

@@ -1,0 +1,16 @@
+#pragma once
+// The differences between two listings, line by line, as one patch.
+
+#include "Changes/Patch.hpp"
+#include "Engine/Engine.hpp"
+
+#include <functional>
+#include <string>
+
+namespace tidewrack {
+
+// Hands the sections of the patch to `write`, one per changed file or link, by path; nothing for no changes.
+void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, Colours colours,
+                const std::function<void(const std::string&)>& write);
+
+} // namespace tidewrack

@@ -1,0 +1,244 @@
+#include "Support/TestFolders.hpp"
+
+#include "Engine/Engine.hpp"
+#include "Platform/Platform.hpp"
+#include "Support/Errors.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+// A small project with one of everything, tracked as snapshot 1.
+class RestoreTest : public ::testing::Test {
+  protected:
+    RestoreTest() {
+        const auto& f = world.folder;
+        f.write("project/a.txt", "first\n");
+        f.write("project/src/main.c", "int main;\n");
+        f.write("project/src/deep/er/x", "x");
+        f.write("project/bad\xff name", "bytes");
+        f.write("project/bad\xfe name", "other bytes");
+        f.write("project/tab\there\\\n", "odd");
+        f.link("project/link", "a.txt");
+        f.link("project/dangling", "no/where");
+        f.makeFolder("project/empty");
+        ::chmod(f.at("project/src/main.c").c_str(), 04755);
+        ::chmod(f.at("project/src/deep").c_str(), 0710);
+        world.ok({"track"});
+        before = f.listing("project");
+    }
+
+    void expectAsBefore() {
+        EXPECT_EQ(world.folder.listing("project"), before);
+        EXPECT_NE(world.ok({"log", "-n", "1"}).find("no changes yet"), std::string::npos);
+        EXPECT_NE(world.ok({"snap"}).find("no changes since"), std::string::npos);
+    }
+
+    World world;
+    std::string before;
+};
+
+} // namespace
+
+TEST_F(RestoreTest, bringsBackAFolderThatWasEmptied) {
+    for (const char* name :
+         {"a.txt", "src", "bad\xff name", "bad\xfe name", "tab\there\\\n", "link", "dangling", "empty"})
+        world.folder.remove(world.projectFile(name));
+    const std::string out = world.ok({"restore", "1"});
+    EXPECT_EQ(out, "Restored 8 files, removed 0 files. Undo this with: tidewrack restore 2\n");
+    expectAsBefore();
+}
+
+TEST_F(RestoreTest, swapsKindsBackAndRemovesWhatIsNew) {
+    const auto& f = world.folder;
+    f.remove("project/src");
+    f.write("project/src", "a file now");
+    f.remove("project/a.txt");
+    f.write("project/a.txt/inside", "a folder now");
+    f.remove("project/link");
+    f.write("project/link", "a file now");
+    f.remove("project/empty");
+    f.link("project/empty", "src");
+    f.write("project/new/thing", "new");
+    ::chmod(f.at("project").c_str(), 0755);
+    world.ok({"restore", "1"});
+    expectAsBefore();
+    // The safety snapshot holds all of that wreck.
+    world.ok({"restore", "2"});
+    EXPECT_EQ(f.read("project/src"), "a file now");
+    EXPECT_EQ(f.read("project/a.txt/inside"), "a folder now");
+    EXPECT_EQ(f.read("project/new/thing"), "new");
+}
+
+TEST_F(RestoreTest, putsBackModesTimesAndExtendedAttributes) {
+    const auto& f = world.folder;
+    Attributes was;
+    ASSERT_EQ(attributesAt(AT_FDCWD, f.at("project/src/main.c").c_str(), was), 0);
+    ::chmod(f.at("project/src/main.c").c_str(), 0600);
+    ::chmod(f.at("project/src/deep").c_str(), 0777);
+    f.remove("project/src/deep/er");
+    world.ok({"restore", "1"});
+    Attributes is;
+    ASSERT_EQ(attributesAt(AT_FDCWD, f.at("project/src/main.c").c_str(), is), 0);
+    EXPECT_EQ(is.mode, 04755);
+    EXPECT_EQ(is.mtime, was.mtime);
+    expectAsBefore();
+}
+
+TEST_F(RestoreTest, touchesOnlyTheListedPaths) {
+    const auto& f = world.folder;
+    f.write("project/a.txt", "changed");
+    f.remove("project/src/deep");
+    f.write("project/src/new", "stays out of it");
+    EXPECT_EQ(world.ok({"restore", "1", "src/deep/"}),
+              "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 2\n");
+    EXPECT_EQ(f.read("project/a.txt"), "changed");
+    EXPECT_EQ(f.read("project/src/new"), "stays out of it");
+    EXPECT_EQ(f.read("project/src/deep/er/x"), "x");
+    const Outcome outside = world.run({"restore", "1", "/etc"});
+    EXPECT_EQ(outside.status, 1);
+    EXPECT_EQ(outside.err, "tidewrack: /etc is outside " + world.projectPath() + ".\n");
+    world.ok({"restore", "1", ".", "--keep-new"});
+    EXPECT_EQ(f.read("project/a.txt"), "first\n");
+    EXPECT_EQ(f.read("project/src/new"), "stays out of it");
+}
+
+TEST_F(RestoreTest, neverWritesThroughALinkInAParentsPlace) {
+    const auto& f = world.folder;
+    f.makeFolder("elsewhere/deep/er");
+    f.write("elsewhere/main.c", "not yours");
+    f.remove("project/src");
+    f.link("project/src", f.at("elsewhere"));
+    const std::string out = world.ok({"restore", "1", "src/main.c"});
+    EXPECT_NE(out.find("warning: skipped src/main.c: src is now a symlink to " + f.at("elsewhere") +
+                       ". Restore src itself to bring the folder back.\n"),
+              std::string::npos);
+    EXPECT_EQ(f.read("elsewhere/main.c"), "not yours");
+    world.ok({"restore", "1"});
+    EXPECT_EQ(f.listing("elsewhere"),
+              "elsewhere/deep 493 /\nelsewhere/deep/er 493 /\nelsewhere/main.c 420 = not yours\n");
+    expectAsBefore();
+}
+
+TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
+    const auto& f = world.folder;
+    Project project = world.project();
+    project.maxFileSize = 10;
+    const Engine engine(world.store());
+    f.write("project/huge", "more than ten bytes");
+    f.write("project/a.txt", "also more than ten bytes");
+    f.write("project/.DS_Store", "not in history");
+    const RestoreResult result = engine.restore(project, 1, std::nullopt, true);
+    EXPECT_EQ(result.warnings,
+              (std::vector<std::string>{
+                  "couldn't restore huge: it couldn't be saved first (it was larger than the size limit)",
+                  "couldn't restore a.txt: it couldn't be saved first (it was larger than the size limit)"}));
+    EXPECT_EQ(f.read("project/huge"), "more than ten bytes");
+    EXPECT_EQ(f.read("project/a.txt"), "also more than ten bytes");
+    EXPECT_EQ(f.read("project/.DS_Store"), "not in history");
+    // What the target did not keep is told as well.
+    engine.snapshot(project, {"manual", {}, {}, {}, {}});
+    f.remove("project/huge");
+    const RestoreResult later = engine.restore(project, 4, std::nullopt, true);
+    EXPECT_EQ(later.warnings,
+              (std::vector<std::string>{
+                  "couldn't restore huge: it was larger than the size limit when that snapshot was taken"}));
+}
+
+TEST_F(RestoreTest, tellsOfAContentThatTheStoreHasLost) {
+    const auto& f = world.folder;
+    f.remove("project/a.txt");
+    f.remove("project/src");
+    const Manifest manifest = world.manifestOf(1);
+    ASSERT_EQ(::unlink(world.store().blobPath(world.project(), manifest.find("a.txt")->blob).c_str()), 0);
+    const std::string out = world.ok({"restore", "1"});
+    EXPECT_NE(out.find("warning: couldn't restore a.txt: No such file or directory\n"), std::string::npos);
+    EXPECT_EQ(f.read("project/src/deep/er/x"), "x");
+    EXPECT_NE(world.ok({"log", "-n", "1"}).find("no changes yet"), std::string::npos);
+}
+
+TEST_F(RestoreTest, keepsHardLinkedNamesFromBlockingEachOther) {
+    const auto& f = world.folder;
+    f.write("project/one", "shared");
+    ASSERT_EQ(::link(f.at("project/one").c_str(), f.at("project/two").c_str()), 0);
+    ASSERT_EQ(::link(f.at("project/one").c_str(), f.at("project/three").c_str()), 0);
+    const std::string out = world.ok({"restore", "1"});
+    EXPECT_EQ(out.find("warning"), std::string::npos) << out;
+    expectAsBefore();
+}
+
+TEST_F(RestoreTest, sweepsUpWhatAKilledRestoreLeft) {
+    const auto& f = world.folder;
+    f.write("project/src/.tidewrack-2147483646-0", "half a file");
+    f.write("project/.tidewrack-notes", "the user's own");
+    EXPECT_NE(world.ok({"snap"}).find("+1 ~0 -0"), std::string::npos); // the user's own file only
+    world.ok({"restore", "2"});
+    EXPECT_FALSE(f.has("project/src/.tidewrack-2147483646-0"));
+    EXPECT_EQ(f.read("project/.tidewrack-notes"), "the user's own");
+}
+
+TEST_F(RestoreTest, undoTakesBackOneTurnAndKeepsLaterWork) {
+    const auto& f = world.folder;
+    f.write("project/src/main.c", "broken\n");
+    f.write("project/src/junk/file", "junk");
+    f.remove("project/src/deep");
+    world.ok({"snap"});
+    f.write("project/a.txt", "my own later work\n");
+    f.write("project/later", "also mine");
+    EXPECT_EQ(world.ok({"undo", "1"}), "Restored 2 files, removed 1 file. Undo this with: tidewrack restore 3\n");
+    EXPECT_EQ(f.read("project/src/main.c"), "int main;\n");
+    EXPECT_EQ(f.read("project/src/deep/er/x"), "x");
+    EXPECT_FALSE(f.has("project/src/junk"));
+    EXPECT_EQ(f.read("project/a.txt"), "my own later work\n");
+    EXPECT_EQ(f.read("project/later"), "also mine");
+    EXPECT_NE(world.ok({"log", "-n", "1"}).find("restored  \"After undoing #1\"  →  no changes yet"),
+              std::string::npos);
+    world.ok({"restore", "3"});
+    EXPECT_EQ(f.read("project/src/main.c"), "broken\n");
+    EXPECT_EQ(f.read("project/src/junk/file"), "junk");
+}
+
+TEST_F(RestoreTest, undoOfTheNewestSnapshotAndOfNothing) {
+    world.folder.write("project/a.txt", "now");
+    world.ok({"undo", "1"});
+    EXPECT_EQ(world.folder.read("project/a.txt"), "first\n");
+    EXPECT_EQ(world.ok({"undo", "3"}), "Nothing changed after #3, so there's nothing to undo.\n"
+                                       "To undo the changes made before #3, run: tidewrack undo 2\n");
+    EXPECT_EQ(world.run({"undo", "77"}).err, "tidewrack: No snapshot #77.\n");
+}
+
+TEST_F(RestoreTest, undoSaysWhenSnapshotsInBetweenArePruned) {
+    for (const char* text : {"2", "3", "4"}) {
+        world.folder.write("project/a.txt", text);
+        world.ok({"snap"});
+    }
+    const Project project = world.project();
+    for (const std::int64_t seq : {2, 3}) ::unlink(world.store().metaPath(project, seq).c_str());
+    const std::string out = world.ok({"undo", "1"});
+    EXPECT_NE(out.find("warning: snapshots #2–#3 were pruned, so this undid everything from #1 to #4\n"),
+              std::string::npos)
+        << out;
+    EXPECT_EQ(world.folder.read("project/a.txt"), "first\n");
+}
+
+TEST_F(RestoreTest, refusesARootThatIsNoFolderAnyMore) {
+    const auto& f = world.folder;
+    ASSERT_EQ(::rename(f.at("project").c_str(), f.at("moved").c_str()), 0);
+    const Engine engine(world.store());
+    const Project project = world.store().projects().at(0);
+    EXPECT_THROW(engine.restore(project, 1, std::nullopt, true), TidewrackError);
+    f.link("project", f.at("moved"));
+    try {
+        (void)engine.restore(project, 1, std::nullopt, true);
+        FAIL();
+    } catch (const TidewrackError& error) {
+        EXPECT_STREQ(error.what(), (world.projectPath() + " is no longer a folder (it's a symlink or file now). "
+                                                          "Refusing to restore into it.")
+                                       .c_str());
+    }
+}

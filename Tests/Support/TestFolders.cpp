@@ -1,0 +1,114 @@
+#include "Support/TestFolders.hpp"
+
+#include "Platform/Platform.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+
+namespace tidewrack::testing {
+
+TemporaryFolder::TemporaryFolder() {
+    std::string pattern = "/tmp/tidewrack-test-XXXXXX";
+    const char* made = ::mkdtemp(pattern.data());
+    if (made == nullptr) throw std::runtime_error("no temporary folder");
+    path_ = Store::canonical(made);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    (void)removeTree(path_);
+}
+
+void TemporaryFolder::write(const std::string& relative, const std::string& text) const {
+    makeFolder(std::string(parentOf(relative)));
+    const Descriptor file(::open(at(relative).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    EXPECT_EQ(writeAll(file.get(), text), 0) << relative;
+}
+
+void TemporaryFolder::makeFolder(const std::string& relative) const {
+    EXPECT_EQ(makeFolders(relative.empty() ? path_ : at(relative), 0755), 0) << relative;
+}
+
+void TemporaryFolder::link(const std::string& relative, const std::string& destination) const {
+    makeFolder(std::string(parentOf(relative)));
+    EXPECT_EQ(::symlink(destination.c_str(), at(relative).c_str()), 0) << relative;
+}
+
+void TemporaryFolder::remove(const std::string& relative) const {
+    EXPECT_EQ(removeTree(at(relative)), 0) << relative;
+}
+
+std::string TemporaryFolder::read(const std::string& relative) const {
+    std::string text;
+    return readFile(at(relative), text) == 0 ? text : "<missing>";
+}
+
+bool TemporaryFolder::has(const std::string& relative) const {
+    return exists(at(relative));
+}
+
+std::string TemporaryFolder::listing(const std::string& relative) const {
+    std::vector<std::string> lines;
+    const std::function<void(const std::string&)> visit = [&](const std::string& prefix) {
+        for (const std::string& name : listFolder(at(prefix)).value_or(std::vector<std::string>())) {
+            const std::string path = prefix.empty() ? name : prefix + "/" + name;
+            Attributes attributes;
+            if (attributesAt(AT_FDCWD, at(path).c_str(), attributes) != 0) continue;
+            std::string line = path + " " + std::to_string(attributes.mode);
+            if (attributes.kind == Attributes::Kind::file) line += " = " + read(path);
+            if (attributes.kind == Attributes::Kind::folder) line += " /";
+            if (attributes.kind == Attributes::Kind::link) {
+                std::string destination(4096, '\0');
+                const ssize_t length = ::readlink(at(path).c_str(), destination.data(), destination.size());
+                line += " -> " + destination.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+            }
+            lines.push_back(line);
+            if (attributes.kind == Attributes::Kind::folder) visit(path);
+        }
+    };
+    visit(relative);
+    std::sort(lines.begin(), lines.end());
+    std::string text;
+    for (const std::string& line : lines) text += line + "\n";
+    return text;
+}
+
+World::World() : current(folder.at("project")) {
+    folder.makeFolder("home");
+    folder.makeFolder("project");
+    environment = {{"HOME", folder.at("home")}, {"TIDEWRACK_HOME", folder.at("store")}, {"PATH", "/usr/bin:/bin"}};
+}
+
+Outcome World::run(const std::vector<std::string>& words) const {
+    Outcome outcome;
+    Sink out(outcome.out);
+    Sink err(outcome.err);
+    Surroundings around{environment, current, "/usr/local/bin/tidewrack", out, err, -1};
+    outcome.status = tidewrack::run(words, around);
+    return outcome;
+}
+
+std::string World::ok(const std::vector<std::string>& words) const {
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    return outcome.out;
+}
+
+Store World::store() const {
+    return Store::fromEnvironment(environment);
+}
+
+Project World::project() const {
+    return store().projectContaining(current).value();
+}
+
+Manifest World::manifestOf(std::int64_t seq) const {
+    return store().manifest(store().snapshot(project(), seq), project());
+}
+
+} // namespace tidewrack::testing

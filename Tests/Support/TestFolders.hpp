@@ -1,0 +1,65 @@
+#pragma once
+// Hermetic surroundings: a folder of its own, a store and a home in it, and the front end run in this process.
+
+#include "CommandLine.hpp"
+#include "Engine/Engine.hpp"
+
+#include <string>
+#include <vector>
+
+namespace tidewrack::testing {
+
+// A fresh folder, removed with everything in it at the end. Its path is canonical.
+class TemporaryFolder {
+  public:
+    TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder();
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+    [[nodiscard]] std::string at(const std::string& relative) const { return path_ + "/" + relative; }
+    // Writes a file, with its parent folders.
+    void write(const std::string& relative, const std::string& text) const;
+    void makeFolder(const std::string& relative) const;
+    void link(const std::string& relative, const std::string& destination) const;
+    void remove(const std::string& relative) const;                    // with everything in it
+    [[nodiscard]] std::string read(const std::string& relative) const; // "<missing>" when it can't be read
+    [[nodiscard]] bool has(const std::string& relative) const;
+    // Every path below with kind, mode, content or destination, sorted: equal texts are equal trees.
+    [[nodiscard]] std::string listing(const std::string& relative = "") const;
+
+  private:
+    std::string path_;
+};
+
+// What one run of the program gave.
+struct Outcome {
+    int status = 0;
+    std::string out;
+    std::string err;
+};
+
+// A home, a store and a project folder, with the program run in this process.
+class World {
+  public:
+    World();
+
+    TemporaryFolder folder;
+    Environment environment;
+    std::string current; // the working folder of runs; the project at first
+
+    [[nodiscard]] std::string projectPath() const { return folder.at("project"); }
+    [[nodiscard]] std::string storePath() const { return folder.at("store"); }
+    [[nodiscard]] std::string projectFile(const std::string& relative) const { return "project/" + relative; }
+    // `tidewrack WORDS...`
+    Outcome run(const std::vector<std::string>& words) const;
+    // The same, failing the test unless it exits with 0; returns standard output.
+    std::string ok(const std::vector<std::string>& words) const;
+    [[nodiscard]] Store store() const;
+    // The project that contains the current folder; it must be tracked.
+    [[nodiscard]] Project project() const;
+    [[nodiscard]] Manifest manifestOf(std::int64_t seq) const;
+};
+
+} // namespace tidewrack::testing
