@@ -3,7 +3,10 @@
 #include "CommandLine.hpp"
 #include "Hooks/HookHandler.hpp"
 #include "Reports.hpp"
+#include "Support/Json.hpp"
 #include "Support/Text.hpp"
+
+#include <nlohmann/json.hpp>
 
 namespace tidewrack {
 
@@ -30,6 +33,12 @@ std::string runVault(const std::vector<std::string>& words, const Vault& vault, 
     if (words.size() < 2 || words[0] != "restore") throw CliError("usage: tidewrack vault restore <id>");
     for (const std::string& message : vault.restore(words[1])) text += repairedUtf8(message) + "\n";
     return text;
+}
+
+std::string vaultJson(const Vault& vault) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const VaultEntry& entry : vault.entries()) list.push_back(toJson(entry));
+    return prettyJson(list, Slashes::escaped) + "\n";
 }
 
 } // namespace tidewrack

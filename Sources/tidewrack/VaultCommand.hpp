@@ -12,4 +12,7 @@ namespace tidewrack {
 // is no such entry.
 [[nodiscard]] std::string runVault(const std::vector<std::string>& words, const Vault& vault, Date now);
 
+// All entries as a JSON list, newest first.
+[[nodiscard]] std::string vaultJson(const Vault& vault);
+
 } // namespace tidewrack

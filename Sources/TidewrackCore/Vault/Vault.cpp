@@ -58,8 +58,8 @@ const char* kindOf(const std::string& path) {
 // Saves paths into one entry's folder.
 class Saver {
   public:
-    Saver(const std::string& entryFolder, const std::string& store, const Deadline& deadline)
-        : entryFolder_(entryFolder), store_(Store::canonical(store)), deadline_(deadline) {
+    Saver(const Vault& vault, const std::string& entryFolder, const Deadline& deadline)
+        : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), deadline_(deadline) {
         Attributes attributes;
         if (attributesAt(AT_FDCWD, entryFolder.c_str(), attributes) == 0) device_ = attributes.device;
         clones_ = volumeClones(entryFolder);
@@ -81,13 +81,14 @@ class Saver {
     [[nodiscard]] bool isTooLarge(const std::string& path, const CopyLimits& limits) const {
         TreeSize size;
         Attributes attributes;
-        if (measureTree(path, limits, Vault::mostFiles, size) != 0) return true;
-        if (size.files > Vault::mostFiles) return true;
+        if (measureTree(path, limits, vault_.mostFiles, size) != 0) return true;
+        if (size.files > vault_.mostFiles) return true;
         const bool free =
             clones_ && attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.device == device_;
-        return !free && size.bytes > Vault::mostBytes;
+        return !free && size.bytes > vault_.mostBytes;
     }
 
+    const Vault& vault_;
     std::string entryFolder_;
     std::string store_;
     Deadline deadline_;
@@ -127,7 +128,7 @@ VaultEntry Vault::saveBeside(const EarlierCopies& earlier, const std::vector<std
                              const Deadline& deadline) const {
     entry.created = now();
     entry.id = makeEntryFolder();
-    Saver saver(entryFolder(entry.id), store.home, deadline);
+    Saver saver(*this, entryFolder(entry.id), deadline);
     for (const std::string& path : paths) {
         const auto before = earlier.find(path);
         if (!saver.save(path, before == earlier.end() ? std::nullopt : std::optional(before->second), entry))

@@ -15,14 +15,14 @@ namespace tidewrack {
 
 class Vault {
   public:
-    // A folder with more than this stays unsaved; the bytes count only where copies cost real space.
-    static constexpr std::int64_t mostFiles = 100000;
-    static constexpr std::int64_t mostBytes = 1073741824; // 1 GiB
     static constexpr int daysKept = 30;
 
     explicit Vault(Store owner) : store(std::move(owner)) {}
 
     Store store;
+    // A folder with more than this stays unsaved; the bytes count only where copies cost real space.
+    std::int64_t mostFiles = 100000;     // regular ones
+    std::int64_t mostBytes = 1073741824; // of regular files' content: 1 GiB
 
     // Saves absolute paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in
     // `skipped`; so does what lies in the store, and a folder that contains the store is saved without it. Throws
