@@ -3,6 +3,7 @@
 #include "CommandLine.hpp"
 #include "Engine/GitIgnore.hpp"
 #include "Engine/Walker.hpp"
+#include "HookCommand.hpp"
 #include "HooksCommand.hpp"
 #include "PatchReport.hpp"
 #include "Progress.hpp"
@@ -13,6 +14,7 @@
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 #include "Usage.hpp"
+#include "VaultCommand.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -339,6 +341,19 @@ void hooks(const Args& args, Surroundings& around) {
     around.out.write(text.str());
 }
 
+int hook(const Args& args, Surroundings& around) {
+    const HookOutput reply = runHook({args.positional.begin() + 1, args.positional.end()}, around);
+    if (reply.standardOutput) around.out.line(*reply.standardOutput);
+    if (reply.standardError) around.err.line(*reply.standardError);
+    return reply.exitCode;
+}
+
+void vault(const Args& args, Surroundings& around) {
+    const Vault vault(Store::fromEnvironment(around.environment));
+    const std::vector<std::string> words(args.positional.begin() + 1, args.positional.end());
+    around.out.write(words.empty() && args.has("--json") ? vaultJson(vault) : runVault(words, vault, now()));
+}
+
 int dispatch(const std::vector<std::string>& words, Surroundings& around) {
     const Args args(words);
     std::string name = args.word(0).value_or(args.has("--version") ? "version" : "help");
@@ -349,6 +364,10 @@ int dispatch(const std::vector<std::string>& words, Surroundings& around) {
         around.out.line(version());
     } else if (name == "hooks") {
         hooks(args, around);
+    } else if (name == "hook") {
+        return hook(args, around);
+    } else if (name == "vault") {
+        vault(args, around);
     } else if (!Commands(args, around).run(name)) {
         throw CliError("unknown command " + repairedUtf8(name) + ". Run `tidewrack help`.");
     }

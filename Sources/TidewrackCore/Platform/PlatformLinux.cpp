@@ -35,9 +35,11 @@ bool notSupported(int error) {
 }
 
 // Copies `length` bytes at `offset` (negative: what is left from the current position) through the buffer.
-int copyBytes(int source, int target, off_t offset, off_t length, std::vector<char>& buffer) {
+int copyBytes(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
+    std::vector<char>& buffer = memory.buffer;
     if (buffer.empty()) buffer.resize(plainCopySize);
     while (length > 0) {
+        if (passed(memory.deadline)) return ECANCELED;
         const auto wanted = std::min<std::size_t>(buffer.size(), static_cast<std::size_t>(length));
         const ssize_t count = ::pread(source, buffer.data(), wanted, offset);
         if (count < 0 && errno == EINTR) continue;
@@ -58,6 +60,7 @@ int copyBytes(int source, int target, off_t offset, off_t length, std::vector<ch
 
 int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
     while (length > 0 && !memory.cannotCopyRange) {
+        if (passed(memory.deadline)) return ECANCELED;
         off_t from = offset;
         off_t to = offset;
         const auto wanted = std::min<std::size_t>(rangeCopySize, static_cast<std::size_t>(length));
@@ -72,7 +75,7 @@ int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& me
         offset += count;
         length -= count;
     }
-    return copyBytes(source, target, offset, length, memory.buffer);
+    return copyBytes(source, target, offset, length, memory);
 }
 
 // Copies only the parts that hold data, so that a file with holes takes no more room than it had.
@@ -98,7 +101,7 @@ int copyContent(int source, int target, const struct stat& status, CopyMemory& m
         memory.cannotClone = errno != EINVAL; // EINVAL is this file's own matter
     }
     if (status.st_size <= static_cast<off_t>(plainCopySize))
-        return copyBytes(source, target, 0, status.st_size, memory.buffer);
+        return copyBytes(source, target, 0, status.st_size, memory);
     if (static_cast<off_t>(status.st_blocks) * 512 < status.st_size)
         return copySparse(source, target, status.st_size, memory);
     return copyRange(source, target, 0, status.st_size, memory);
