@@ -344,6 +344,10 @@ void hooks(const Args& args, Surroundings& around) {
     installer.binary = calledProgram(around.calledAs, searchPath, around.currentFolder).value_or(executablePath());
     std::vector<std::string> words(args.positional.begin() + 1, args.positional.end());
     if (args.has("--print")) words.insert(words.begin(), "print");
+    if (args.has("--json") && words == std::vector<std::string>{"status"}) {
+        around.out.write(hooksStatusJson(installer));
+        return;
+    }
     std::ostringstream text;
     try {
         runHooks(words, installer, text);
