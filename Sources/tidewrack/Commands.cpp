@@ -61,7 +61,10 @@ class Commands {
 
   private:
     [[nodiscard]] std::string absolute(const std::string& path) const {
-        return path.starts_with('/') ? path : absolutePath(path, around_.currentFolder);
+        if (path.starts_with('/')) return path;
+        if (around_.currentFolder.empty())
+            throw TidewrackError::io("Can't tell the current folder; it may have been deleted.");
+        return absolutePath(path, around_.currentFolder);
     }
 
     // The project that contains `folder` (default: --project, else the current folder).
