@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -431,25 +432,30 @@ TEST(HookCommand, knowsTheAgentsOnly) {
 TEST(HookLog, losesNoLineOfParallelHooks) {
     TemporaryFolder folder;
     const HookLog log(Store(folder.at("store"), folder.path()));
-    const auto appendInParallel = [&] {
+    const auto appendInParallel = [&](int each) {
         std::vector<std::thread> threads;
         for (int t = 0; t < 8; ++t)
-            threads.emplace_back([&, t] {
-                for (int i = 0; i < 50; ++i) log.append("claude", "Stop", steady_clock::now(), std::to_string(t));
+            threads.emplace_back([&log, each] {
+                for (int i = 0; i < each; ++i) log.append("claude", "Stop", steady_clock::now(), "#1 /p");
             });
-        for (auto& thread : threads) thread.join();
+        return threads;
     };
     const auto lines = [&] {
         const std::string text = folder.read("store/hooks.log");
         return std::count(text.begin(), text.end(), '\n');
     };
-    appendInParallel();
+    for (auto& thread : appendInParallel(50)) thread.join();
     EXPECT_EQ(lines(), 400);
-    for (int round = 0; round < 20; ++round) { // all find it too long, one empties it
-        folder.write("store/hooks.log", std::string(2'000'001, 'x'));
-        appendInParallel();
-        EXPECT_EQ(lines(), 400);
-    }
+
+    // All of them find the log too long before one can empty it.
+    folder.write("store/hooks.log", std::string(2'000'001, 'x'));
+    const Descriptor lock(::open(folder.at("store/hooks.log").c_str(), O_RDONLY));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    auto threads = appendInParallel(1);
+    std::this_thread::sleep_for(milliseconds(200));
+    ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(lines(), 8);
 }
 
 TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
