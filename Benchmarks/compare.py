@@ -2,8 +2,8 @@
 
 Every contender has a copy of the tree of its own. Within a row the contenders take turns, round by
 round, so that whatever else the machine does meets them all; a row's figure is the median.
-Nothing is deleted while measuring: an ext4 without a journal is slow to hand out inodes that were
-freed in the last minutes, which would be measured along.
+Nothing is deleted while measuring, nor shortly before: an ext4 without a journal looks through all
+inodes that were freed in the last five minutes whenever it makes a file, which would be measured along.
 """
 
 import argparse
@@ -14,23 +14,27 @@ import shutil
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
+
+INODE_REST = 330  # seconds
 
 DEVNULL = os.open(os.devnull, os.O_RDWR)
 
 
-def run(words, environment=None, output=None):
+def run(words, environment=None):
     """Runs a command and returns its wall time in seconds; a command that fails ends the benchmark."""
-    target = os.open(output, os.O_WRONLY | os.O_CREAT | os.O_TRUNC) if output else DEVNULL
-    actions = [(os.POSIX_SPAWN_DUP2, DEVNULL, 0), (os.POSIX_SPAWN_DUP2, target, 1)]
-    start = time.perf_counter()
-    child = os.posix_spawnp(words[0], words, {**os.environ, **(environment or {})}, file_actions=actions)
-    _, status = os.waitpid(child, 0)
-    elapsed = time.perf_counter() - start
-    if output:
-        os.close(target)
-    if status != 0:
-        sys.exit(f"bench: failed with status {os.waitstatus_to_exitcode(status)}: {' '.join(words)}")
+    with tempfile.TemporaryFile() as errors:
+        actions = [(os.POSIX_SPAWN_DUP2, DEVNULL, 0), (os.POSIX_SPAWN_DUP2, DEVNULL, 1),
+                   (os.POSIX_SPAWN_DUP2, errors.fileno(), 2)]
+        start = time.perf_counter()
+        child = os.posix_spawnp(words[0], words, {**os.environ, **(environment or {})}, file_actions=actions)
+        _, status = os.waitpid(child, 0)
+        elapsed = time.perf_counter() - start
+        if status != 0:
+            errors.seek(0)
+            sys.exit(f"bench: failed with status {os.waitstatus_to_exitcode(status)}: {' '.join(words)}\n"
+                     + errors.read().decode(errors="replace"))
     return elapsed
 
 
@@ -172,6 +176,20 @@ class Bench:
 
     def path(self, *names):
         return os.path.join(self.folder, "work", *names)
+
+    def remove_work(self):
+        shutil.rmtree(self.path())
+        with open(os.path.join(self.folder, "last-removal"), "w"):
+            pass
+
+    def wait_for_inodes(self):
+        try:
+            age = time.time() - os.stat(os.path.join(self.folder, "last-removal")).st_mtime
+        except FileNotFoundError:
+            return
+        if age < INODE_REST:
+            print(f"bench: waiting {INODE_REST - age:.0f} s, because files were deleted just now", flush=True)
+            time.sleep(INODE_REST - age)
 
     def make_contenders(self, tree_name, source):
         contenders = []
@@ -374,16 +392,20 @@ def main():
     parser.add_argument("--copy", default="cp -a", help="the copying command to compare first snapshots with")
     parser.add_argument("--main-tree", required=True, help="tree for all rows")
     parser.add_argument("--wide-tree", help="tree for the first and the unchanged rows")
+    parser.add_argument("--no-wait", action="store_true", help="start at once though files were just deleted")
     options = parser.parse_args()
 
     bench = Bench(options)
-    shutil.rmtree(bench.path(), ignore_errors=True)
+    if os.path.exists(bench.path()):
+        bench.remove_work()
+    if not options.no_wait:
+        bench.wait_for_inodes()
     os.makedirs(bench.path())
     bench.measure_tree("main", options.main_tree, True)
     if options.wide_tree:
         bench.measure_tree("wide", options.wide_tree, False)
     print_table(bench.rows)
-    shutil.rmtree(bench.path())
+    bench.remove_work()
 
 
 main()

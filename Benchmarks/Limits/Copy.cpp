@@ -54,7 +54,7 @@ class Copier {
         const int to = open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, job.mode);
         check(to >= 0, target);
         if (!clones_ || ioctl(to, FICLONE, from) != 0) {
-            clones_ = false;
+            if (errno == EOPNOTSUPP || errno == EXDEV) clones_ = false;
             copyBytes(from, to, target);
         }
         if ((job.mode & 0777 & ~0755) != 0) check(fchmod(to, job.mode) == 0, target); // the usual umask drops these

@@ -155,8 +155,10 @@ void askIfContainsProject(std::string_view path, const std::vector<std::string>&
     for (const std::string& root : projectRoots) {
         const bool below = root.starts_with(folder) && (root.size() == folder.size() || root[folder.size()] == '/');
         if (folder != "/" && !below) continue;
-        verdict = {Verdict::Kind::ask, "This deletes " + folder + ", which contains the tracked project " + root +
-                                           ". Tidewrack snapshotted it first; allow?"};
+        std::string reason = "This deletes " + folder;
+        reason.append(", which contains the tracked project ").append(root);
+        reason += ". Tidewrack snapshotted it first; allow?";
+        verdict = {Verdict::Kind::ask, std::move(reason)};
         return;
     }
 }

@@ -123,6 +123,7 @@ std::size_t nameLength(std::string_view text) {
 }
 
 Word expand(Word word, std::string_view home, Variables& variables) {
+    if (!word.expands) return word;
     if (word.tilde && (word.text == "~" || word.text.starts_with("~/"))) {
         word.text.replace(0, 1, home);
         word.plain = 0;

@@ -10,6 +10,8 @@ namespace tidewrack::shell {
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr std::size_t maxFolderLength = 4096;
 constexpr std::size_t maxFolderChanges = 1'000;
 constexpr std::size_t maxSavedFolders = 64;
@@ -93,7 +95,8 @@ void Analysis::take(Simple& simple) {
     expandAll(simple.redirects);
     for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
     if (words.empty() || assignAll(words, declared)) return;
-    const bool endsWithName = words.back().text == "cd" || words.back().text == "popd";
+    const std::string_view last = words.back().text;
+    const bool endsWithName = last == "cd"sv || last == "popd"sv;
     expandAll(words);
     strip(words);
     if (words.empty() || takeBuiltin(words, simple.depth, !endsWithName)) return;
@@ -129,6 +132,7 @@ void Analysis::assign(const Word& word, std::size_t equals) {
     value.text.erase(0, equals + 1);
     value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
     value.plain = 0;
+    value.expands = true;
     std::vector<Word> values;
     expandOver(std::move(value), 0, false, values);
     if (values.size() != 1) return bindLoop(name, std::move(values));
@@ -154,6 +158,7 @@ void Analysis::expandAll(std::vector<Word>& words) {
 // False for a word whose value cannot be known. It is left out: a guess such as "/*" for "$unknown/*" would
 // be refused for no reason.
 bool Analysis::expandOne(Word& word) {
+    if (!word.expands) return true;
     variables_.setUnfollowed(false);
     word = expand(std::move(word), context_.home, variables_);
     if (variables_.unfollowed()) effects_.opaque(cwd_);
@@ -197,17 +202,17 @@ void Analysis::forgetLoop(std::string_view name) {
 
 // Commands that change what the line knows, not the disk.
 bool Analysis::takeBuiltin(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
-    const std::string& name = words.front().text;
-    if (name == "cd" || name == "pushd" || name == "popd") {
+    const std::string_view name = words.front().text;
+    if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
         changeFolder(words, depth, hadArgument);
         return true;
     }
-    if ((name == "for" || name == "select") && words.size() > 1) {
+    if ((name == "for"sv || name == "select"sv) && words.size() > 1) {
         const bool listed = words.size() > 2 && words[2].text == "in";
         bindLoop(words[1].text, listed ? std::vector<Word>(words.begin() + 3, words.end()) : std::vector<Word>());
         return true;
     }
-    if (name == "read") {
+    if (name == "read"sv) {
         for (std::size_t index = 1; index < words.size(); ++index)
             if (nameLength(words[index].text) == words[index].text.size() && !words[index].text.empty())
                 bindLoop(words[index].text, {});

@@ -109,6 +109,7 @@ bool Lexer::takeCharacter() {
     const char c = text_[at_];
     const std::size_t length = characterAt(at_);
     if (!isAscii(c) || length > 1) {
+        word_.expands = true; // the text may hold the mark of a protected "$"
         append(text_.substr(at_, length));
         at_ += length;
         return false;
@@ -144,13 +145,14 @@ void Lexer::takeInWord(char c) {
     switch (c) {
     case '`': markOpaque(); break;
     case '$':
+        word_.expands = true;
         if (standsAt(at_, '(')) markOpaque();
         break;
     case '*':
     case '?':
     case '[': word_.glob = true; break;
     case '~':
-        if (!started_) word_.tilde = true;
+        if (!started_) word_.tilde = word_.expands = true;
         break;
     case '#':
         if (!started_) return skipComment();
@@ -209,10 +211,15 @@ void Lexer::takeInputRedirect() {
     if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
 }
 
-void Lexer::takeSingleQuoted() {
+void Lexer::beginQuotes() {
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
     word_.quoted = true;
+    word_.expands = true;
     started_ = true;
+}
+
+void Lexer::takeSingleQuoted() {
+    beginQuotes();
     while (at_ < end_) {
         const std::size_t begin = at_;
         while (at_ < end_ && isAscii(text_[at_]) && text_[at_] != '\'' && text_[at_] != '$') ++at_;
@@ -227,9 +234,7 @@ void Lexer::takeSingleQuoted() {
 }
 
 void Lexer::takeDoubleQuoted() {
-    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
-    word_.quoted = true;
-    started_ = true;
+    beginQuotes();
     while (at_ < end_) {
         const std::size_t begin = at_;
         while (at_ < end_ && isAscii(text_[at_]) && !isOneOf(text_[at_], "\"\\$`")) ++at_;
@@ -258,6 +263,7 @@ void Lexer::takeBackslash() {
     if (character == "\n") return;
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
     escaped_ = true;
+    word_.expands = true;
     append(character == "$" ? protectedDollar : character);
 }
 

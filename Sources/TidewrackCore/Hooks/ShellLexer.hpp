@@ -17,6 +17,7 @@ struct Word {
     bool quoted = false;   // some part of it was in quotes
     bool glob = false;     // an unquoted "*", "?" or "[" occurred
     bool tilde = false;    // it began with an unquoted "~"
+    bool expands = false;  // it may hold something that expand() changes
     std::size_t plain = 0; // how many leading bytes of the text stood outside quotes and escapes
 
     bool operator==(const Word&) const = default;
@@ -71,6 +72,7 @@ class Lexer {
     bool takeAmpersand();
     void takeOutputRedirect();
     void takeInputRedirect();
+    void beginQuotes();
     void takeSingleQuoted();
     void takeDoubleQuoted();
     void takeBackslash();

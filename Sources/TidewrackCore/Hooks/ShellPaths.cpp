@@ -125,7 +125,8 @@ bool GlobMatcher::descend(std::string path, std::string_view rest, std::vector<s
         std::vector<std::string> names;
         if (!readNames(path + '/', component.c_str(), names)) return false;
         for (const std::string& name : names) {
-            std::string found = path + '/' + name;
+            std::string found = path;
+            found.append(1, '/').append(name);
             const bool withinLimits =
                 rest.empty() ? add(std::move(found), matches) : descend(std::move(found), rest, matches);
             if (!withinLimits || outOfTime()) return false;
