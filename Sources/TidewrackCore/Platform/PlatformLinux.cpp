@@ -22,8 +22,8 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t plainCopySize = 128 * 1024; // files up to this size: one read and one write
-constexpr std::size_t rangeCopySize = 64 * 1024 * 1024;
+constexpr std::size_t plainCopySize = std::size_t{128} << 10; // files up to this size: one read and one write
+constexpr std::size_t rangeCopySize = std::size_t{64} << 20;
 
 std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
