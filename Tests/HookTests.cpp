@@ -47,7 +47,7 @@ TEST(Hook, readsTheEventsThatAgentsReallySend) {
     for (const json& row : *table) {
         const auto file = row.at("file").get<std::string>();
         SCOPED_TRACE(file);
-        const auto agent = agentFrom(row.at("agent").get<std::string>());
+        const auto agent = agentNamed(row.at("agent").get<std::string>());
         const auto object = parseJson(readData(file));
         ASSERT_TRUE(agent && object);
         HookEvent expected;
@@ -63,14 +63,14 @@ TEST(Hook, readsTheEventsThatAgentsReallySend) {
 }
 
 TEST(Hook, agentsHaveExactlyOneWord) {
-    for (const Agent agent : allAgents()) EXPECT_EQ(agentFrom(rawValue(agent)), agent);
-    for (const char* other : {"Claude", "claude ", "", "gpt"}) EXPECT_FALSE(agentFrom(other)) << other;
+    for (const Agent agent : allAgents) EXPECT_EQ(agentNamed(rawValue(agent)), agent);
+    for (const char* other : {"Claude", "claude ", "", "gpt"}) EXPECT_FALSE(agentNamed(other)) << other;
 }
 
 TEST(Hook, fallsBackWhereAFieldIsMissingOrMistyped) {
     HookEvent empty;
     empty.cwd = "/w";
-    for (const Agent agent : allAgents()) {
+    for (const Agent agent : allAgents) {
         for (const char* text :
              {"{}", "[]", "7", "null", R"({"hook_event_name":3,"cwd":[],"prompt":{},"workspace_roots":"/a"})"})
             EXPECT_EQ(parsed(agent, text), empty) << text;

@@ -149,7 +149,7 @@ TEST(GuardFuzz, mutatedEventsAreRead) {
         const auto object = parseJson(mutator.mutated(events[mutator.pick(events.size())]));
         if (!object) continue;
         ++readable;
-        for (const Agent agent : allAgents()) {
+        for (const Agent agent : allAgents) {
             const HookEvent event = parseHookEvent(agent, *object, "/w");
             ASSERT_EQ(event.command.has_value(), event.kind == HookEvent::Kind::shell);
             ASSERT_FALSE(event.cwd.empty());

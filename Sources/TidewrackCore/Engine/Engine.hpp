@@ -23,12 +23,16 @@ struct SnapshotRequest {
     std::optional<std::string> agent;
     std::optional<std::string> session;
     std::optional<std::string> turn;
+    // After it the lock is waited for no longer, and contents that are not kept yet stay unkept, as if they could not
+    // be read: the snapshot is recorded without them, and the next one tries again.
+    Deadline deadline = std::nullopt;
 };
 
 struct SnapshotResult {
     SnapshotMeta meta;
     Changes changes; // since the previous snapshot
     std::vector<std::string> warnings;
+    std::int64_t late = 0; // contents that were not kept because of the deadline
 };
 
 struct PruneResult {

@@ -20,6 +20,10 @@ std::string afterLabel(std::string label) {
     return label;
 }
 
+bool isListed(const Manifest& manifest, const std::string& path) {
+    return path.empty() || manifest.find(path) != nullptr;
+}
+
 // A path is in scope when a listed one is the root, the path itself or a folder above it.
 bool inScope(const std::vector<std::string>& listed, std::string_view path) {
     return std::any_of(listed.begin(), listed.end(), [&](const std::string& each) { return isAtOrBelow(path, each); });
@@ -38,7 +42,11 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
-    return apply(lock, project, target, scope, safety, removeNew);
+    RestoreResult result = apply(lock, project, target, scope, safety, removeNew);
+    for (const std::string& path : listed)
+        if (!isListed(target, path) && !isListed(safety.manifest, path))
+            result.warnings.push_back(path + " isn't in snapshot #" + std::to_string(to));
+    return result;
 }
 
 RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,

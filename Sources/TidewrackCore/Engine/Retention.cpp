@@ -6,6 +6,7 @@
 #include "Engine/RetentionPlan.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 
 #include <fcntl.h>
 
@@ -75,6 +76,19 @@ class UnclaimedContents {
     std::int64_t oldest_ = INT64_MAX;
 };
 
+// Manifests that no record names, those of interrupted snapshots included, and what an interrupted write left.
+void removeUnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse) {
+    constexpr std::string_view ending = ".mf";
+    const std::string folder = std::string(parentOf(store.manifestPath(project, 0)));
+    for (const std::string& name : listFolder(folder).value_or(std::vector<std::string>())) {
+        const bool temporary = name.starts_with(".tidewrack-") && name.ends_with(".tmp");
+        const auto seq = name.ends_with(ending)
+                             ? parseSeq(std::string_view(name).substr(0, name.size() - ending.size()))
+                             : std::nullopt;
+        if (temporary || (seq && !inUse.contains(*seq))) removeFileIfThere(folder + "/" + name);
+    }
+}
+
 // A record that is there but cannot be read would be taken for a removed one, and its contents with it.
 void requireAllRead(const std::vector<std::int64_t>& seqs, const std::vector<SnapshotMeta>& snapshots) {
     for (const std::int64_t seq : seqs) {
@@ -106,7 +120,7 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     PruneResult result{plan.remove, unclaimed.count()};
     if (dryRun) return result;
     for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));
-    for (const std::int64_t seq : plan.manifestsToRemove) removeFileIfThere(store.manifestPath(project, seq));
+    removeUnusedManifests(store, project, plan.manifestsInUse);
     unclaimed.remove();
     return result;
 }

@@ -47,14 +47,6 @@ RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now
         if (!vouchedFor) toRead.insert(meta.manifestOf);
         before = &meta;
     }
-    for (const SnapshotMeta& meta : snapshots) {
-        if (keep.contains(meta.seq)) continue;
-        for (const std::int64_t manifest : {meta.seq, meta.manifestOf})
-            if (!plan.manifestsInUse.contains(manifest)) plan.manifestsToRemove.push_back(manifest);
-    }
-    std::sort(plan.manifestsToRemove.begin(), plan.manifestsToRemove.end());
-    plan.manifestsToRemove.erase(std::unique(plan.manifestsToRemove.begin(), plan.manifestsToRemove.end()),
-                                 plan.manifestsToRemove.end());
     plan.manifestsToRead.assign(toRead.rbegin(), toRead.rend());
     return plan;
 }

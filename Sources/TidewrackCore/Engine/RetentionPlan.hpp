@@ -13,7 +13,6 @@ namespace tidewrack {
 struct RetentionPlan {
     std::vector<std::int64_t> remove;      // snapshot numbers, ascending
     std::set<std::int64_t> manifestsInUse; // of the snapshots that stay
-    std::vector<std::int64_t> manifestsToRemove;
     // The manifests that together name every content still in use, given that a snapshot's contents are its own and
     // those of the snapshot before it. Newest first.
     std::vector<std::int64_t> manifestsToRead;

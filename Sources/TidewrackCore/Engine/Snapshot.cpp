@@ -152,7 +152,8 @@ class SnapshotRun {
     }
 
     // Keeps the contents; failures become "err" entries and warnings.
-    void keepContents(const Project& project, ContentFolder& contents, std::vector<std::string>& warnings) {
+    void keepContents(const Project& project, ContentFolder& contents, const Deadline& deadline,
+                      SnapshotResult& result) {
         if (jobs_.empty()) return;
         contents.make();
         Descriptor root;
@@ -160,10 +161,12 @@ class SnapshotRun {
         const Keeper keeper(contents.get(), maxFileSize_);
         std::atomic<std::size_t> done = 0;
         const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
+            if (passed(deadline)) return ECANCELED;
             if (progress_ && (++done & 255) == 0) progress_("kept", done);
+            worker.memory.deadline = deadline;
             return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
         });
-        for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], warnings);
+        for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], result);
     }
 
     [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
@@ -181,11 +184,13 @@ class SnapshotRun {
         return before.blob;
     }
 
-    void settle(KeepJob& job, int error, std::vector<std::string>& warnings) {
+    void settle(KeepJob& job, int error, SnapshotResult& result) {
         std::string blob = job.blob;
         if (error != 0) {
             blob = "err" + std::to_string(error);
-            warnings.push_back("couldn't save " + std::string(builder_.item(job.item).path) + ": " + errorText(error));
+            result.warnings.push_back("couldn't save " + std::string(builder_.item(job.item).path) + ": " +
+                                      errorText(error));
+            if (error == ECANCELED) ++result.late;
         } else if (job.tooLarge) {
             blob = tooLargeBlob(job.entry);
         }
@@ -250,7 +255,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
     ContentFolder contents(store.blobPath(project, std::to_string(meta.seq)));
-    run.keepContents(project, contents, taken.result.warnings);
+    run.keepContents(project, contents, request.deadline, taken.result);
     trace.mark([&] { return "keep " + std::to_string(run.jobCount()) + " contents"; });
 
     taken.manifest = run.finish();
@@ -280,7 +285,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
 }
 
 SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
-    const ProjectLock lock(store.lockPath(project));
+    const ProjectLock lock(store.lockPath(project), request.deadline);
     TakenSnapshot taken = snapshotLocked(lock, project, request);
     pruneIfDue(lock, project, taken.result);
     return std::move(taken.result);

@@ -70,22 +70,6 @@ std::optional<std::string> eventCommand(const json& object, const EventNames& na
 
 } // namespace
 
-std::string_view rawValue(Agent agent) {
-    switch (agent) {
-    case Agent::claude: return "claude";
-    case Agent::codex: return "codex";
-    case Agent::cursor: return "cursor";
-    case Agent::gemini: return "gemini";
-    }
-    return "";
-}
-
-std::optional<Agent> agentFrom(std::string_view text) {
-    for (const Agent agent : allAgents())
-        if (rawValue(agent) == text) return agent;
-    return std::nullopt;
-}
-
 std::optional<std::string> shellCommand(const json* toolInput) {
     if (!toolInput || !toolInput->is_object()) return std::nullopt;
     const json* command = member(*toolInput, "command");

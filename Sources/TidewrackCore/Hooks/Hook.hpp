@@ -1,27 +1,15 @@
 #pragma once
-// The four coding agents and what one of their hook events means. Pure: no file, no clock, no store.
+// What one hook event of a coding agent means. Pure: no file, no clock, no store.
+
+#include "Hooks/Agent.hpp"
 
 #include <nlohmann/json_fwd.hpp>
 
-#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace tidewrack {
-
-enum class Agent { claude, codex, cursor, gemini };
-
-// All agents, in the order in which they are listed to the user.
-[[nodiscard]] constexpr std::array<Agent, 4> allAgents() {
-    return {Agent::claude, Agent::codex, Agent::cursor, Agent::gemini};
-}
-
-// The agent's word on the command line, in the log and in the configuration: "claude", "codex", ...
-[[nodiscard]] std::string_view rawValue(Agent agent);
-
-// The agent with exactly this word, or none.
-[[nodiscard]] std::optional<Agent> agentFrom(std::string_view rawValue);
 
 struct HookEvent {
     enum class Kind {

@@ -12,65 +12,112 @@ namespace tidewrack {
 
 namespace {
 
-class TreeCopier {
+// The items of an open folder, without "." and "..".
+class FolderStream {
   public:
-    explicit TreeCopier(const std::string& skip) {
-        Attributes attributes;
-        if (skip.empty() || attributesAt(AT_FDCWD, skip.c_str(), attributes) != 0) return;
-        skipping_ = true;
-        skipDevice_ = attributes.device;
-        skipIno_ = attributes.ino;
+    FolderStream(int folder, const char* name)
+        : fd_(::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)),
+          stream_(fd_ ? ::fdopendir(fd_.get()) : nullptr), error_(stream_ == nullptr ? errno : 0) {
+        if (stream_ != nullptr) (void)fd_.release(); // the stream owns it now
+    }
+    FolderStream(const FolderStream&) = delete;
+    FolderStream& operator=(const FolderStream&) = delete;
+    ~FolderStream() {
+        if (stream_ != nullptr) ::closedir(stream_);
     }
 
-    int copy(Place from, Place to) {
+    [[nodiscard]] int error() const { return error_; } // 0 when it is open
+    [[nodiscard]] int fd() const { return ::dirfd(stream_); }
+    [[nodiscard]] const char* next() {
+        while (const dirent* item = ::readdir(stream_))
+            if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) return item->d_name;
+        return nullptr;
+    }
+
+  private:
+    Descriptor fd_;
+    DIR* stream_;
+    int error_;
+};
+
+// What both ways through a tree leave out.
+class Skip {
+  public:
+    explicit Skip(const std::string& path)
+        : active_(!path.empty() && attributesAt(AT_FDCWD, path.c_str(), attributes_) == 0) {}
+
+    [[nodiscard]] bool covers(const Attributes& item) const {
+        return item.kind == Attributes::Kind::other ||
+               (active_ && item.ino == attributes_.ino && item.device == attributes_.device);
+    }
+
+  private:
+    Attributes attributes_;
+    bool active_;
+};
+
+class TreeCopier {
+  public:
+    explicit TreeCopier(const CopyLimits& limits)
+        : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0) {
+        memory_.deadline = limits.deadline;
+    }
+
+    // `earlier`: where the earlier copy of this item would be.
+    int copy(Place from, Place to, std::optional<Place> earlier) {
+        if (passed(memory_.deadline)) return ECANCELED;
         Attributes attributes;
         if (const int error = attributesAt(from.folder, from.name, attributes)) return error;
+        if (earlier && isUnchanged(attributes, *earlier) &&
+            ::linkat(earlier->folder, earlier->name, to.folder, to.name, 0) == 0)
+            return 0;
         switch (attributes.kind) {
         case Attributes::Kind::file: return copyFile(from, to);
         case Attributes::Kind::link: return copyLink(from, to);
-        case Attributes::Kind::folder: return copyFolder(from, to, attributes);
+        case Attributes::Kind::folder: return copyFolder(from, to, earlier, attributes);
         case Attributes::Kind::other: return ENOTSUP;
         }
         return ENOTSUP;
     }
 
   private:
+    // The change time covers everything that a copy keeps: content, mode, owner and extended attributes. The other
+    // fields are for clocks that were set back.
+    [[nodiscard]] bool isUnchanged(const Attributes& now, Place earlier) const {
+        if (now.kind == Attributes::Kind::folder || now.ctime >= earlierBegan_) return false;
+        Attributes then;
+        return attributesAt(earlier.folder, earlier.name, then) == 0 && now.kind == then.kind &&
+               now.size == then.size && now.mtime == then.mtime && now.mode == then.mode;
+    }
+
     int copyFile(Place from, Place to) {
         const Descriptor source(::openat(from.folder, from.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (!source) return errno;
         struct stat status {};
         if (::fstat(source.get(), &status) != 0) return errno;
+        if (!S_ISREG(status.st_mode)) return EBUSY; // replaced meanwhile
         return copyOpenFile(source.get(), status, to, static_cast<std::uint16_t>(status.st_mode & 07777), memory_);
     }
 
-    int copyFolder(Place from, Place to, const Attributes& attributes) {
-        const int fd = ::openat(from.folder, from.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (fd < 0) return errno;
-        if (::mkdirat(to.folder, to.name, 0700) != 0) {
-            const int error = errno;
-            ::close(fd);
-            return error;
-        }
+    int copyFolder(Place from, Place to, std::optional<Place> earlier, const Attributes& attributes) {
+        FolderStream source(from.folder, from.name);
+        if (source.error() != 0) return source.error();
+        if (::mkdirat(to.folder, to.name, 0700) != 0) return errno;
         const Descriptor target(::openat(to.folder, to.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        DIR* stream = target ? ::fdopendir(fd) : nullptr;
-        if (stream == nullptr) {
-            const int error = errno;
-            ::close(fd);
-            return error;
-        }
-        int error = copyChildren(stream, target.get());
-        if (error == 0) error = finishFolder(::dirfd(stream), target.get(), to, attributes);
-        ::closedir(stream);
-        return error;
+        if (!target) return errno;
+        const Descriptor before(
+            earlier ? ::openat(earlier->folder, earlier->name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1);
+        if (const int error = copyItems(source, target.get(), before)) return error;
+        return finishFolder(source.fd(), target.get(), to, attributes);
     }
 
-    int copyChildren(DIR* stream, int target) {
-        while (const dirent* item = ::readdir(stream)) {
-            if (std::strcmp(item->d_name, ".") == 0 || std::strcmp(item->d_name, "..") == 0) continue;
+    int copyItems(FolderStream& source, int target, const Descriptor& before) {
+        while (const char* name = source.next()) {
             Attributes attributes;
-            if (attributesAt(::dirfd(stream), item->d_name, attributes) != 0) continue; // gone meanwhile
-            if (attributes.kind == Attributes::Kind::other || isSkipped(attributes)) continue;
-            const int error = copy({::dirfd(stream), item->d_name}, {target, item->d_name});
+            if (attributesAt(source.fd(), name, attributes) != 0) continue; // gone meanwhile
+            if (skip_.covers(attributes)) continue;
+            const auto earlier = before ? std::optional(Place{before.get(), name}) : std::nullopt;
+            const int error = copy({source.fd(), name}, {target, name}, earlier);
             if (error != 0 && error != ENOENT) return error;
         }
         return 0;
@@ -84,25 +131,56 @@ class TreeCopier {
         return setModificationTime(to.folder, to.name, attributes.mtime);
     }
 
-    [[nodiscard]] bool isSkipped(const Attributes& attributes) const {
-        return skipping_ && attributes.ino == skipIno_ && attributes.device == skipDevice_;
+    CopyMemory memory_;
+    Skip skip_;
+    std::int64_t earlierBegan_;
+};
+
+class TreeMeasurer {
+  public:
+    TreeMeasurer(const CopyLimits& limits, std::int64_t mostFiles, TreeSize& size)
+        : skip_(limits.skip), deadline_(limits.deadline), mostFiles_(mostFiles), size_(size) {}
+
+    int measure(int folder, const char* name) {
+        if (passed(deadline_)) return ECANCELED;
+        FolderStream stream(folder, name);
+        if (stream.error() != 0) return 0; // the copy will tell
+        while (const char* item = stream.next()) {
+            Attributes attributes;
+            if (attributesAt(stream.fd(), item, attributes) != 0 || skip_.covers(attributes)) continue;
+            if (attributes.kind == Attributes::Kind::file) {
+                ++size_.files;
+                size_.bytes += attributes.size;
+            }
+            if (attributes.kind == Attributes::Kind::folder)
+                if (const int error = measure(stream.fd(), item)) return error;
+            if (size_.files > mostFiles_) return 0;
+        }
+        return 0;
     }
 
-    CopyMemory memory_;
-    bool skipping_ = false;
-    std::uint64_t skipDevice_ = 0;
-    std::uint64_t skipIno_ = 0;
+  private:
+    Skip skip_;
+    Deadline deadline_;
+    std::int64_t mostFiles_;
+    TreeSize& size_;
 };
 
 } // namespace
 
-int copyTree(const std::string& from, const std::string& to, const std::string& skip) {
+int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits) {
     Attributes there;
     if (attributesAt(AT_FDCWD, to.c_str(), there) == 0) return EEXIST;
-    TreeCopier copier(skip);
-    const int error = copier.copy({AT_FDCWD, from.c_str()}, {AT_FDCWD, to.c_str()});
+    TreeCopier copier(limits);
+    const auto earlier = limits.earlier ? std::optional(Place{AT_FDCWD, limits.earlier->path.c_str()}) : std::nullopt;
+    const int error = copier.copy({AT_FDCWD, from.c_str()}, {AT_FDCWD, to.c_str()}, earlier);
     if (error != 0) (void)removeTree(to);
     return error;
+}
+
+int measureTree(const std::string& path, const CopyLimits& limits, std::int64_t mostFiles, TreeSize& out) {
+    out = {};
+    return TreeMeasurer(limits, mostFiles, out).measure(AT_FDCWD, path.c_str());
 }
 
 } // namespace tidewrack

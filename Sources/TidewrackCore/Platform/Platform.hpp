@@ -5,11 +5,14 @@
 // Work on one path returns an errno value (0 is success); nothing here throws or prints.
 
 #include "Platform/Descriptor.hpp"
+#include "Support/Deadline.hpp"
 
+#include <csignal>
 #include <sys/stat.h>
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -70,6 +73,7 @@ struct CopyMemory {
     bool cannotClone = false;
     bool cannotCopyRange = false;
     std::vector<char> buffer; // working space of plain copies
+    Deadline deadline;        // copies of bytes stop with ECANCELED after it
 
     void copyingFrom(std::uint64_t device) {
         if (source == device) return;
@@ -90,11 +94,32 @@ struct CopyMemory {
 // Copies the extended attributes of one open file or folder to another, as far as volume and rights allow.
 void copyOpenExtendedAttributes(int source, int target);
 
+// An earlier copy of the same file, link or folder, made by copyTree and not modified since.
+struct EarlierCopy {
+    std::string path;
+    std::int64_t began = 0; // when it was begun, nanoseconds since the epoch
+};
+
+struct CopyLimits {
+    std::string skip;  // an absolute path left out wherever it lies inside; empty: none
+    Deadline deadline; // after it the copy is given up with ECANCELED
+    // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
+    std::optional<EarlierCopy> earlier = std::nullopt;
+};
+
 // Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
-// and extended attributes, cloning where the volume allows it; `skip` is an absolute path left out wherever it lies
-// inside (empty: none). Sockets, pipes and devices are passed over. What fails is removed again only at the top:
-// on an errno value other than 0 nothing is left at `to`.
-[[nodiscard]] int copyTree(const std::string& from, const std::string& to, const std::string& skip);
+// and extended attributes, cloning where the volume allows it. Sockets, pipes and devices inside a folder are passed
+// over; one named as `from` is ENOTSUP. On an errno value other than 0 nothing is left at `to`.
+[[nodiscard]] int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits);
+
+struct TreeSize {
+    std::int64_t files = 0; // regular files
+    std::int64_t bytes = 0; // their content
+};
+
+// Adds up the folder `path` as copyTree with these limits would copy it, until more than `mostFiles` are found.
+// What cannot be read counts nothing. Returns ECANCELED past the deadline.
+[[nodiscard]] int measureTree(const std::string& path, const CopyLimits& limits, std::int64_t mostFiles, TreeSize& out);
 
 // Removes a file, a link or a folder with everything in it. Returns the first errno value; the rest is still removed.
 [[nodiscard]] int removeTree(const std::string& path);
@@ -114,6 +139,20 @@ void copyOpenExtendedAttributes(int source, int target);
 
 // Keeps a write into this pipe from raising SIGPIPE where the system has a switch for it; writeAll covers the rest.
 void disableSigpipe(int fd);
+
+// While it lives, the process goes on working when it is told to end (SIGTERM) or its terminal goes away (SIGHUP).
+// Child processes started meanwhile inherit that.
+class [[nodiscard]] TerminationIgnored {
+  public:
+    TerminationIgnored();
+    TerminationIgnored(const TerminationIgnored&) = delete;
+    TerminationIgnored& operator=(const TerminationIgnored&) = delete;
+    ~TerminationIgnored();
+
+  private:
+    struct sigaction onTerminate_ {};
+    struct sigaction onHangUp_ {};
+};
 
 [[nodiscard]] std::string homeFolderOfUser(); // from the password database; empty when unknown
 [[nodiscard]] std::string currentFolder();    // empty when it cannot be told

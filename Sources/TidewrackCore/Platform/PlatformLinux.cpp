@@ -38,9 +38,12 @@ bool neverBetweenTheseVolumes(int error) {
     return error == EOPNOTSUPP || error == EXDEV || error == ENOTTY || error == ENOSYS;
 }
 
-int copyBytes(int source, int target, off_t offset, off_t length, std::vector<char>& buffer) {
+// Copies `length` bytes at `offset` through the buffer.
+int copyBytes(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
+    std::vector<char>& buffer = memory.buffer;
     if (buffer.empty()) buffer.resize(plainCopySize);
     while (length > 0) {
+        if (passed(memory.deadline)) return ECANCELED;
         const auto wanted = std::min<std::size_t>(buffer.size(), static_cast<std::size_t>(length));
         const ssize_t count = ::pread(source, buffer.data(), wanted, offset);
         if (count < 0 && errno == EINTR) continue;
@@ -61,6 +64,7 @@ int copyBytes(int source, int target, off_t offset, off_t length, std::vector<ch
 
 int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
     while (length > 0 && !memory.cannotCopyRange) {
+        if (passed(memory.deadline)) return ECANCELED;
         off_t from = offset;
         off_t to = offset;
         const auto wanted = std::min<std::size_t>(rangeCopySize, static_cast<std::size_t>(length));
@@ -72,7 +76,7 @@ int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& me
         offset += count;
         length -= count;
     }
-    return copyBytes(source, target, offset, length, memory.buffer);
+    return copyBytes(source, target, offset, length, memory);
 }
 
 // Copies only the parts that hold data, so that a file with holes takes no more room than it had.
@@ -99,7 +103,7 @@ int copyContent(int source, int target, const struct stat& status, CopyMemory& m
         memory.cannotClone = neverBetweenTheseVolumes(errno);
     }
     if (status.st_size <= static_cast<off_t>(plainCopySize))
-        return copyBytes(source, target, 0, status.st_size, memory.buffer);
+        return copyBytes(source, target, 0, status.st_size, memory);
     if (static_cast<off_t>(status.st_blocks) * 512 < status.st_size)
         return copySparse(source, target, status.st_size, memory);
     return copyRange(source, target, 0, status.st_size, memory);

@@ -29,11 +29,24 @@ bool cannotShareBlocks(int error) {
     return error == EXDEV || error == ENOTSUP;
 }
 
-int copyPlain(int source, const struct stat& status, Place to) {
+int quitAfterDeadline(int, int, copyfile_state_t, const char*, const char*, void* deadline) {
+    return passed(*static_cast<const Deadline*>(deadline)) ? COPYFILE_QUIT : COPYFILE_CONTINUE;
+}
+
+int copyEverything(int source, int target, const Deadline& deadline) {
+    copyfile_state_t state = ::copyfile_state_alloc();
+    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&quitAfterDeadline));
+    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &deadline);
+    constexpr copyfile_flags_t everything = COPYFILE_DATA | COPYFILE_XATTR | COPYFILE_ACL;
+    const int error = ::fcopyfile(source, target, state, everything) == 0 ? 0 : errno;
+    ::copyfile_state_free(state);
+    return error;
+}
+
+int copyPlain(int source, const struct stat& status, Place to, const Deadline& deadline) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return errno;
-    constexpr copyfile_flags_t everything = COPYFILE_DATA | COPYFILE_XATTR | COPYFILE_ACL;
-    int error = ::fcopyfile(source, target.get(), nullptr, everything) == 0 ? 0 : errno;
+    int error = copyEverything(source, target.get(), deadline);
     if (error == 0 && ::geteuid() == 0) (void)::fchown(target.get(), status.st_uid, status.st_gid);
     const timespec times[2] = {status.st_atimespec, status.st_mtimespec};
     if (error == 0 && ::futimens(target.get(), times) != 0) error = errno;
@@ -97,7 +110,7 @@ int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t 
         memory.cannotClone = cannotShareBlocks(error);
     }
     if (cannotShareBlocks(error))
-        error = copyPlain(source, status, to);
+        error = copyPlain(source, status, to, memory.deadline);
     else if (error != 0)
         return error; // nothing was made, or something else stands there
     if (error == 0 && ::fchmodat(to.folder, to.name, mode, AT_SYMLINK_NOFOLLOW) != 0) error = errno;

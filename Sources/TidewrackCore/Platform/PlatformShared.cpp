@@ -160,6 +160,18 @@ int writeAll(int fd, std::string_view bytes) {
     return 0;
 }
 
+TerminationIgnored::TerminationIgnored() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    ::sigaction(SIGTERM, &ignore, &onTerminate_);
+    ::sigaction(SIGHUP, &ignore, &onHangUp_);
+}
+
+TerminationIgnored::~TerminationIgnored() {
+    ::sigaction(SIGTERM, &onTerminate_, nullptr);
+    ::sigaction(SIGHUP, &onHangUp_, nullptr);
+}
+
 std::string homeFolderOfUser() {
     passwd entry{};
     passwd* found = nullptr;

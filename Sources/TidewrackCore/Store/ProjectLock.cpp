@@ -6,15 +6,32 @@
 #include <sys/file.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 namespace tidewrack {
 
-ProjectLock::ProjectLock(const std::string& path) : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+namespace {
+
+// A lock can be waited for without limit or asked for; with a deadline it is asked for again and again.
+int lockOpenFile(int fd, const Deadline& deadline) {
+    constexpr auto betweenTries = std::chrono::milliseconds(5);
+    while (::flock(fd, deadline ? LOCK_EX | LOCK_NB : LOCK_EX) != 0) {
+        if (errno == EINTR) continue;
+        if (errno != EWOULDBLOCK || passed(deadline)) return errno;
+        std::this_thread::sleep_for(betweenTries);
+    }
+    return 0;
+}
+
+} // namespace
+
+ProjectLock::ProjectLock(const std::string& path, const Deadline& deadline)
+    : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
     if (!fd_) throw TidewrackError::io("can't open lock " + path);
-    int result = -1;
-    do result = ::flock(fd_.get(), LOCK_EX);
-    while (result != 0 && errno == EINTR);
-    if (result != 0) throw TidewrackError::io("can't lock " + path);
+    const int error = lockOpenFile(fd_.get(), deadline);
+    if (error == EWOULDBLOCK) throw TidewrackError::io("can't lock " + path + ": another process is working on it");
+    if (error != 0) throw TidewrackError::io("can't lock " + path);
 }
 
 ProjectLock::~ProjectLock() {

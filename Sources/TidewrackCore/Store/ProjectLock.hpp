@@ -2,6 +2,7 @@
 // One project's exclusive lock between processes.
 
 #include "Platform/Descriptor.hpp"
+#include "Support/Deadline.hpp"
 
 #include <string>
 
@@ -12,8 +13,9 @@ namespace tidewrack {
 // as a parameter.
 class [[nodiscard]] ProjectLock {
   public:
-    // Waits as long as it takes. Throws TidewrackError io "can't open lock <path>" or "can't lock <path>".
-    [[nodiscard]] explicit ProjectLock(const std::string& path);
+    // Waits as long as it takes, or until the deadline. Throws TidewrackError io "can't open lock <path>" or
+    // "can't lock <path>", the latter with the reason when another process held it until the deadline.
+    [[nodiscard]] explicit ProjectLock(const std::string& path, const Deadline& deadline = std::nullopt);
     ProjectLock(const ProjectLock&) = delete;
     ProjectLock& operator=(const ProjectLock&) = delete;
     ~ProjectLock();

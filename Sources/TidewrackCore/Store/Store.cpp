@@ -77,6 +77,11 @@ std::string Store::canonical(const std::string& path) {
     return text;
 }
 
+std::string Store::canonicalPlace(const std::string& path) {
+    const std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
+    return text == "/" ? text : joined(canonical(std::string(parentOf(text))), lastComponent(text));
+}
+
 std::string Store::projectID(const std::string& root) {
     constexpr std::size_t mostCharacters = 32;
     constexpr std::size_t mostBytes = 200; // a folder name has room for 255

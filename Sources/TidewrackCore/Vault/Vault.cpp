@@ -1,0 +1,257 @@
+#include "Vault/Vault.hpp"
+
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Json.hpp"
+#include "Support/Paths.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <random>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::int64_t nanosPerSecond = 1'000'000'000;
+constexpr std::int64_t secondsBetweenBackups = 3600;
+constexpr const char* backupCommand = "(hourly dotfile backup)";
+
+constexpr const char* dotfiles[] = {".ssh",
+                                    ".gnupg",
+                                    ".gitconfig",
+                                    ".zshrc",
+                                    ".zprofile",
+                                    ".bashrc",
+                                    ".bash_profile",
+                                    ".profile",
+                                    ".config",
+                                    ".aws",
+                                    ".npmrc",
+                                    ".netrc",
+                                    ".claude/settings.json",
+                                    ".codex/config.toml",
+                                    ".cursor/hooks.json"};
+
+std::int64_t seconds(Date date) {
+    return date.time_since_epoch().count();
+}
+
+const char* kindOf(const std::string& path) {
+    Attributes attributes;
+    if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0) return "file"; // the copy will fail and tell
+    switch (attributes.kind) {
+    case Attributes::Kind::folder: return "dir";
+    case Attributes::Kind::link: return "link";
+    case Attributes::Kind::file:
+    case Attributes::Kind::other: return "file";
+    }
+    return "file";
+}
+
+// Saves paths into one entry's folder.
+class Saver {
+  public:
+    Saver(const Vault& vault, const std::string& entryFolder, const Deadline& deadline)
+        : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), deadline_(deadline) {
+        Attributes attributes;
+        if (attributesAt(AT_FDCWD, entryFolder.c_str(), attributes) == 0) device_ = attributes.device;
+        clones_ = volumeClones(entryFolder);
+    }
+
+    // False when the path was not saved.
+    [[nodiscard]] bool save(const std::string& path, const std::optional<EarlierCopy>& earlier, VaultEntry& entry) {
+        const std::string place = Store::canonicalPlace(path);
+        if (passed(deadline_) || isAtOrBelow(place, store_)) return false;
+        CopyLimits limits{isAtOrBelow(store_, place) ? store_ : std::string(), deadline_, earlier};
+        VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
+        if (item.kind == "dir" && isTooLarge(path, limits)) return false;
+        if (copyTree(path, entryFolder_ + "/" + item.stored, limits) != 0) return false;
+        entry.items.push_back(std::move(item));
+        return true;
+    }
+
+  private:
+    [[nodiscard]] bool isTooLarge(const std::string& path, const CopyLimits& limits) const {
+        TreeSize size;
+        Attributes attributes;
+        if (measureTree(path, limits, vault_.mostFiles, size) != 0) return true;
+        if (size.files > vault_.mostFiles) return true;
+        const bool free =
+            clones_ && attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.device == device_;
+        return !free && size.bytes > vault_.mostBytes;
+    }
+
+    const Vault& vault_;
+    std::string entryFolder_;
+    std::string store_;
+    Deadline deadline_;
+    std::uint64_t device_ = 0;
+    bool clones_ = false;
+};
+
+} // namespace
+
+std::string Vault::newID() {
+    const std::time_t time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    std::tm local{};
+    ::localtime_r(&time, &local);
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d%02d%02d-%02d%02d%02d-%X", local.tm_year + 1900, local.tm_mon + 1,
+                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, std::random_device{}());
+    return text;
+}
+
+void Vault::makeFolder() const {
+    if (const int error = store.makeHome()) throw TidewrackError::io("create", store.home, error);
+    // It holds copies of private keys, whatever the mode of the store around it.
+    if (const int error = makeFolders(folder(), 0700)) throw TidewrackError::io("create", folder(), error);
+}
+
+std::string Vault::makeEntryFolder() const {
+    makeFolder();
+    while (true) {
+        std::string id = newID();
+        const std::string path = entryFolder(id);
+        if (::mkdir(path.c_str(), 0700) == 0 && ::mkdir((path + "/items").c_str(), 0700) == 0) return id;
+        if (errno != EEXIST) throw TidewrackError::io("create", path, errno);
+    }
+}
+
+VaultEntry Vault::saveBeside(const EarlierCopies& earlier, const std::vector<std::string>& paths, VaultEntry entry,
+                             const Deadline& deadline) const {
+    entry.created = now();
+    entry.id = makeEntryFolder();
+    Saver saver(*this, entryFolder(entry.id), deadline);
+    for (const std::string& path : paths) {
+        const auto before = earlier.find(path);
+        if (!saver.save(path, before == earlier.end() ? std::nullopt : std::optional(before->second), entry))
+            entry.skipped.push_back(path);
+    }
+    writeFileAtomically(entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
+    return entry;
+}
+
+VaultEntry Vault::save(const std::vector<std::string>& paths, const std::string& command,
+                       const std::optional<std::string>& agent, const std::string& cwd,
+                       const Deadline& deadline) const {
+    return saveBeside({}, paths, {{}, {}, command, agent, cwd, {}, {}}, deadline);
+}
+
+std::optional<VaultEntry> Vault::find(const std::string& id) const {
+    if (id.empty() || id == "." || id == ".." || id.find_first_of(std::string_view("/\0", 2)) != id.npos)
+        return std::nullopt;
+    const std::string path = entryFolder(id) + "/entry.json";
+    std::string text;
+    if (readFile(path, text) != 0) return std::nullopt;
+    try {
+        VaultEntry entry = decodeVaultEntry(text, path);
+        entry.id = id;
+        return entry;
+    } catch (const TidewrackError&) {
+        return std::nullopt;
+    }
+}
+
+std::vector<VaultEntry> Vault::entries() const {
+    std::vector<VaultEntry> result;
+    for (const std::string& name : listFolder(folder()).value_or(std::vector<std::string>()))
+        if (auto entry = find(name)) result.push_back(std::move(*entry));
+    std::sort(result.begin(), result.end(), [](const VaultEntry& a, const VaultEntry& b) {
+        return a.created != b.created ? a.created > b.created : a.id > b.id;
+    });
+    return result;
+}
+
+std::vector<std::string> Vault::restore(const std::string& id) const {
+    const auto entry = find(id);
+    if (!entry) throw TidewrackError::io("No vault entry " + id);
+    const Date began = now();
+    std::vector<std::string> messages;
+    for (const VaultEntry::Item& item : entry->items) restoreItem(*entry, item, began, messages);
+    return messages;
+}
+
+void Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
+                        std::vector<std::string>& messages) const {
+    const std::string& original = item.original;
+    const std::string stored = entryFolder(entry.id) + "/" + item.stored;
+    const std::string cannotRestore = "couldn't restore " + original + ": ";
+    if (!exists(stored)) { // nothing would take the place of what is moved aside
+        messages.push_back(cannotRestore + "its copy is missing");
+        return;
+    }
+    if (exists(original)) {
+        const std::string cannotMove = "couldn't move " + original + " aside: ";
+        if (isAtOrBelow(Store::canonical(store.home), Store::canonicalPlace(original))) {
+            messages.push_back(cannotMove + "it contains Tidewrack's own history");
+            return;
+        }
+        std::int64_t number = seconds(began);
+        while (exists(original + ".tidewrack-" + std::to_string(number))) ++number; // a rename would replace it
+        const std::string aside = original + ".tidewrack-" + std::to_string(number);
+        if (::rename(original.c_str(), aside.c_str()) != 0) {
+            messages.push_back(cannotMove + errorText(errno));
+            return;
+        }
+        messages.push_back("moved what was there aside to " + aside);
+    }
+    const std::string parent(parentOf(original));
+    int error = parent.empty() ? 0 : makeFolders(parent, 0755);
+    if (error == 0) error = copyTree(stored, original, {});
+    messages.push_back(error == 0 ? "restored " + original : cannotRestore + errorText(error));
+}
+
+Vault::EarlierCopies Vault::earlierDotfiles() const {
+    EarlierCopies result;
+    for (const VaultEntry& entry : entries()) { // newest first, and the first copy of a path stays
+        if (entry.command != backupCommand || entry.agent) continue;
+        for (const VaultEntry::Item& item : entry.items)
+            result.emplace(item.original, EarlierCopy{entryFolder(entry.id) + "/" + item.stored,
+                                                      seconds(entry.created) * nanosPerSecond});
+    }
+    return result;
+}
+
+std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Date now,
+                                                     const Deadline& deadline) const {
+    const std::string marker = folder() + "/.dotfiles-last";
+    Attributes last;
+    if (attributesAt(AT_FDCWD, marker.c_str(), last) == 0 &&
+        seconds(now) - last.mtime / nanosPerSecond <= secondsBetweenBackups)
+        return std::nullopt;
+    makeFolder();
+    // First of all, so that a backup that fails is not tried again with every turn.
+    writeFileAtomically(marker, "");
+    if (const int error = setModificationTime(AT_FDCWD, marker.c_str(), seconds(now) * nanosPerSecond))
+        throw TidewrackError::io("write", marker, error);
+    std::vector<std::string> paths;
+    for (const char* name : dotfiles) paths.push_back(joined(home, name));
+    VaultEntry entry =
+        saveBeside(earlierDotfiles(), paths, {{}, {}, backupCommand, std::nullopt, home, {}, {}}, deadline);
+    prune(daysKept, now);
+    return entry;
+}
+
+void Vault::prune(std::int64_t days, Date now) const {
+    const auto isOld = [&](std::int64_t created) { return seconds(now) - created > days * 86400; };
+    for (const std::string& name : listFolder(folder()).value_or(std::vector<std::string>())) {
+        const std::string path = entryFolder(name);
+        Attributes attributes;
+        if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0 || attributes.kind != Attributes::Kind::folder)
+            continue;
+        // A process that died while saving left copies without a record.
+        const bool unrecorded = !exists(path + "/entry.json");
+        const auto entry = find(name);
+        if (entry ? isOld(seconds(entry->created)) : unrecorded && isOld(attributes.mtime / nanosPerSecond))
+            (void)removeTree(path);
+    }
+}
+
+} // namespace tidewrack

@@ -1,0 +1,304 @@
+#include "Support/TestFolders.hpp"
+
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Vault/Vault.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#ifdef __linux__
+#include <sys/xattr.h>
+#endif
+
+#include <fstream>
+#include <regex>
+#include <thread>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+using std::chrono::hours;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+class VaultTest : public ::testing::Test {
+  protected:
+    VaultTest() { folder.makeFolder("home"); }
+
+    VaultEntry save(const std::vector<std::string>& relative, const Deadline& deadline = std::nullopt) const {
+        std::vector<std::string> paths;
+        for (const std::string& path : relative) paths.push_back(folder.at(path));
+        return vault.save(paths, "rm things", "claude", folder.at("home"), deadline);
+    }
+    Attributes attributes(const std::string& relative) const {
+        Attributes result;
+        EXPECT_EQ(attributesAt(AT_FDCWD, folder.at(relative).c_str(), result), 0) << relative;
+        return result;
+    }
+    std::string stored(const VaultEntry& entry, std::size_t item = 0) const {
+        return "store/vault/" + entry.id + "/" + entry.items.at(item).stored;
+    }
+    void age(const VaultEntry& entry, const char* created) const {
+        const std::string path = "store/vault/" + entry.id + "/entry.json";
+        folder.write(path, std::regex_replace(folder.read(path), std::regex("\"created\":\"[^\"]*\""),
+                                              std::string("\"created\":\"") + created + "\""));
+    }
+
+    TemporaryFolder folder;
+    Vault vault{Store(folder.at("store"), folder.at("home"))};
+};
+
+std::string repeated(const std::string& text, int count) {
+    std::string result;
+    for (int i = 0; i < count; ++i) result += text;
+    return result;
+}
+
+} // namespace
+
+TEST_F(VaultTest, putsBackEverythingAsItWas) {
+    folder.write("home/notes/a.txt", "first");
+    folder.write("home/notes/deep/er/run.sh", "#!/bin/sh\n");
+    folder.write("home/notes/odd\n name\xff", "bytes");
+    folder.write("home/secret", "key");
+    folder.link("home/notes/link", "../secret");
+    folder.link("home/dangling", "no/where");
+    folder.makeFolder("home/notes/empty");
+    ::chmod(folder.at("home/notes/deep/er/run.sh").c_str(), 04750);
+    ::chmod(folder.at("home/notes/deep").c_str(), 0500);
+    ::chmod(folder.at("home/secret").c_str(), 0400);
+    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/notes/a.txt").c_str(), 1'234'567'890'123'456'789), 0);
+    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/notes/deep").c_str(), -1'500'000'000), 0);
+    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/dangling").c_str(), 86'400'000'000'007), 0);
+#ifdef __linux__
+    ASSERT_EQ(::setxattr(folder.at("home/notes/a.txt").c_str(), "user.tag", "blue", 4, 0), 0);
+#endif
+    const std::string before = folder.listing("home");
+    const VaultEntry entry = save({"home/notes", "home/secret", "home/dangling", "home/missing"});
+
+    ASSERT_EQ(entry.items.size(), 3U);
+    EXPECT_EQ(entry.items[0], (VaultEntry::Item{folder.at("home/notes"), "items/0", "dir"}));
+    EXPECT_EQ(entry.items[1].kind, "file");
+    EXPECT_EQ(entry.items[2], (VaultEntry::Item{folder.at("home/dangling"), "items/2", "link"}));
+    EXPECT_EQ(entry.skipped, std::vector<std::string>{folder.at("home/missing")});
+    EXPECT_EQ(vault.entries(), std::vector<VaultEntry>{entry});
+    EXPECT_EQ(attributes("store/vault").mode, 0700) << "it holds private keys";
+
+    folder.remove("home");
+    EXPECT_EQ(vault.restore(entry.id),
+              (std::vector<std::string>{"restored " + folder.at("home/notes"), "restored " + folder.at("home/secret"),
+                                        "restored " + folder.at("home/dangling")}));
+    EXPECT_EQ(folder.listing("home"), before);
+    EXPECT_EQ(attributes("home/notes/a.txt").mtime, 1'234'567'890'123'456'789);
+    EXPECT_EQ(attributes("home/notes/deep").mtime, -1'500'000'000);
+    EXPECT_EQ(attributes("home/dangling").mtime, 86'400'000'000'007);
+#ifdef __linux__
+    char value[8];
+    EXPECT_EQ(::getxattr(folder.at("home/notes/a.txt").c_str(), "user.tag", value, sizeof value), 4);
+#endif
+}
+
+TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
+    folder.write("home/f", "old");
+    const VaultEntry entry = save({"home/f"});
+    folder.write("home/f", "new");
+    // The names that the restore would choose are taken already: a rename would destroy what is there.
+    const auto second = now().time_since_epoch().count();
+    for (auto n = second; n < second + 3; ++n) folder.write("home/f.tidewrack-" + std::to_string(n), "precious");
+
+    const auto messages = vault.restore(entry.id);
+    ASSERT_EQ(messages.size(), 2U);
+    const std::string told = "moved what was there aside to ";
+    ASSERT_EQ(messages[0].substr(0, told.size()), told);
+    std::string aside;
+    EXPECT_EQ(readFile(messages[0].substr(told.size()), aside), 0);
+    EXPECT_EQ(aside, "new");
+    EXPECT_EQ(folder.read("home/f"), "old");
+    for (auto n = second; n < second + 3; ++n)
+        EXPECT_EQ(folder.read("home/f.tidewrack-" + std::to_string(n)), "precious");
+}
+
+TEST_F(VaultTest, reportsWhatCannotBeRestoredAndGoesOn) {
+    folder.write("home/a/f", "1");
+    folder.write("home/b", "2");
+    folder.write("home/c", "3");
+    const VaultEntry entry = save({"home/a/f", "home/b", "home/c"});
+    folder.remove("home");
+    folder.write("home/a", "a file where the parent was");
+    folder.write("home/b", "kept in its place");
+    folder.remove(stored(entry, 1));
+    EXPECT_EQ(vault.restore(entry.id),
+              (std::vector<std::string>{"couldn't restore " + folder.at("home/a/f") + ": File exists",
+                                        "couldn't restore " + folder.at("home/b") + ": its copy is missing",
+                                        "restored " + folder.at("home/c")}));
+    EXPECT_EQ(folder.read("home/b"), "kept in its place");
+}
+
+TEST_F(VaultTest, looksEntriesUpByNameOnly) {
+    folder.write("home/f", "x");
+    const VaultEntry entry = save({"home/f"});
+    folder.write("store/vault/" + entry.id + "/items/inner/entry.json",
+                 folder.read("store/vault/" + entry.id + "/entry.json"));
+    folder.write("store/entry.json", folder.read("store/vault/" + entry.id + "/entry.json"));
+    folder.write("store/vault/broken/entry.json", "{\"id\": 7}");
+    for (const std::string& id :
+         {std::string(), std::string("."), std::string(".."), std::string("../vault/") + entry.id,
+          entry.id + "/items/inner", entry.id + "/", entry.id + std::string(1, '\0') + "x", std::string("nothing"),
+          std::string("broken"), std::string(".dotfiles-last")}) {
+        try {
+            (void)vault.restore(id);
+            FAIL() << id;
+        } catch (const TidewrackError& error) {
+            EXPECT_STREQ(error.what(), ("No vault entry " + id).c_str());
+        }
+    }
+    EXPECT_EQ(vault.entries().size(), 1U);
+}
+
+TEST_F(VaultTest, neverSavesTheStoreIntoItself) {
+    folder.write("home/x", "x");
+    folder.write("store/projects/p/project.json", "{}");
+    folder.link("home/to-store", folder.at("store"));
+    const VaultEntry entry = save({"store", "store/projects", "home/to-store/projects", "home/to-store"});
+    EXPECT_EQ(entry.skipped.size(), 3U);
+    ASSERT_EQ(entry.items.size(), 1U) << "a link to the store is only a link";
+    EXPECT_EQ(entry.items[0].kind, "link");
+
+    const VaultEntry around = vault.save({folder.path()}, "rm", std::nullopt, "/");
+    ASSERT_EQ(around.items.size(), 1U);
+    EXPECT_TRUE(folder.has(stored(around) + "/home/x"));
+    EXPECT_FALSE(folder.has(stored(around) + "/store"));
+    const auto messages = vault.restore(around.id);
+    ASSERT_EQ(messages.size(), 1U) << "moving it aside would take the store away";
+    EXPECT_NE(messages[0].find("couldn't move " + folder.path() + " aside: "), std::string::npos);
+    EXPECT_TRUE(folder.has("store/projects/p/project.json"));
+}
+
+TEST_F(VaultTest, skipsFoldersOverTheLimits) {
+    vault.mostFiles = 3;
+    for (const char* name : {"a", "b/c", "b/d"}) folder.write(std::string("home/many/") + name, "12345678");
+    folder.link("home/many/link", "a");
+    EXPECT_EQ(save({"home/many"}).items.size(), 1U) << "links and folders do not count";
+    folder.write("home/many/b/e", "");
+    EXPECT_EQ(save({"home/many"}).skipped.size(), 1U);
+    EXPECT_EQ(save({"home/many/b"}).items.size(), 1U) << "fewer files are in it";
+
+    vault.mostBytes = 16;
+    EXPECT_EQ(save({"home/many/b"}).items.size(), 1U);
+    vault.mostBytes = 15;
+    EXPECT_EQ(save({"home/many/b"}).skipped.size(), volumeClones(folder.path()) ? 0U : 1U);
+    EXPECT_EQ(save({"home/many/a", "home/many/b/c"}).items.size(), 2U) << "files by themselves have no limit";
+}
+
+TEST_F(VaultTest, leavesOutWhatIsNotSavedInTime) {
+    folder.write("home/a", "a");
+    folder.write("home/b", "b");
+    const VaultEntry late = save({"home/a", "home/b"}, steady_clock::now());
+    EXPECT_EQ(late.skipped.size(), 2U);
+    EXPECT_EQ(vault.entries(), std::vector<VaultEntry>{late}) << "the entry tells what was not saved";
+
+    // Copying this file takes longer than the time given for it; what was copied is removed again.
+    const std::string block = repeated("0123456789abcdef", 65536);
+    std::ofstream large(folder.at("home/large"), std::ios::binary);
+    for (int i = 0; i < 160; ++i) large << block;
+    large.close();
+    const auto began = steady_clock::now();
+    const VaultEntry cut = save({"home/large"}, began + std::chrono::milliseconds(5));
+    if (!cut.items.empty()) GTEST_SKIP() << "too fast a disk to be late on";
+    EXPECT_LT(steady_clock::now() - began, std::chrono::milliseconds(500));
+    EXPECT_TRUE(listFolder(folder.at("store/vault/" + cut.id + "/items"))->empty());
+}
+
+TEST_F(VaultTest, backsUpDotfilesOnceAnHour) {
+    const Date start = now();
+    folder.write("home/.gitconfig", "[user]\n");
+    folder.write("home/.ssh/id", "key");
+    folder.write("home/.ssh/known", "hosts");
+    ASSERT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start));
+    EXPECT_FALSE(vault.backupDotfilesIfDue(folder.at("home"), start + seconds(3600)));
+    const auto entry = vault.backupDotfilesIfDue(folder.at("home"), start + seconds(3601));
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->command, "(hourly dotfile backup)");
+    EXPECT_FALSE(entry->agent);
+    ASSERT_EQ(entry->items.size(), 2U);
+    EXPECT_EQ(entry->items[0].original, folder.at("home/.ssh"));
+    EXPECT_EQ(entry->skipped.size(), 13U);
+}
+
+TEST_F(VaultTest, takesNoNewSpaceForUnchangedDotfiles) {
+    folder.write("home/.gitconfig", "same");
+    folder.write("home/.config/app/unchanged", "same");
+    folder.write("home/.config/app/changed", "before");
+    folder.write("home/.config/app/mode", "same");
+    // Only what was changed before the second in which a backup begins can be known to be unchanged since.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    const Date start = now();
+    const auto first = vault.backupDotfilesIfDue(folder.at("home"), start);
+    const Attributes before = attributes("home/.config/app/changed");
+    folder.write("home/.config/app/changed", "after!");
+    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/.config/app/changed").c_str(), before.mtime), 0);
+    ::chmod(folder.at("home/.config/app/mode").c_str(), 0600);
+    const auto second = vault.backupDotfilesIfDue(folder.at("home"), start + hours(2));
+    ASSERT_TRUE(first && second);
+
+    const auto sameFile = [&](const std::string& at, std::size_t item) {
+        return attributes(stored(*first, item) + at).ino == attributes(stored(*second, item) + at).ino;
+    };
+    EXPECT_TRUE(sameFile("", 0)) << ".gitconfig";
+    EXPECT_TRUE(sameFile("/app/unchanged", 1));
+    EXPECT_FALSE(sameFile("/app/changed", 1)) << "size and time are the same, the content is not";
+    EXPECT_FALSE(sameFile("/app/mode", 1));
+    EXPECT_EQ(folder.read(stored(*first, 1) + "/app/changed"), "before");
+    EXPECT_EQ(folder.read(stored(*second, 1) + "/app/changed"), "after!");
+
+    // An older entry's removal leaves the later one whole, and a restored file is no part of the vault.
+    age(*first, "2020-01-01T00:00:00Z");
+    vault.prune(Vault::daysKept, start);
+    folder.remove("home/.config");
+    folder.remove("home/.gitconfig");
+    (void)vault.restore(second->id);
+    folder.write("home/.gitconfig", "written through a link?");
+    EXPECT_EQ(folder.read(stored(*second, 0)), "same");
+    EXPECT_EQ(folder.read("home/.config/app/unchanged"), "same");
+}
+
+TEST_F(VaultTest, removesOldEntries) {
+    const Date start = now();
+    folder.write("home/f/x", "x");
+    const VaultEntry old = save({"home/f"});
+    const VaultEntry recent = save({"home/f"});
+    age(old, isoText(start - hours(24 * 30) - seconds(1)).c_str());
+    age(recent, isoText(start - hours(24 * 30)).c_str());
+    ::chmod(folder.at(stored(old)).c_str(), 0500);
+    folder.write("store/vault/20200101-000000-1/items/0", "left by a process that died");
+    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("store/vault/20200101-000000-1").c_str(), 0), 0);
+    ASSERT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start)) << "it prunes afterwards";
+    EXPECT_FALSE(folder.has("store/vault/" + old.id));
+    EXPECT_TRUE(folder.has("store/vault/" + recent.id));
+    EXPECT_FALSE(folder.has("store/vault/20200101-000000-1"));
+}
+
+TEST(VaultId, tellsTimeAndIsUnique) {
+    const std::string first = Vault::newID();
+    EXPECT_TRUE(std::regex_match(first, std::regex("[0-9]{8}-[0-9]{6}-[1-9A-F][0-9A-F]{0,7}"))) << first;
+    EXPECT_NE(first, Vault::newID());
+}
+
+TEST(VaultCommand, listsAndRestores) {
+    World world;
+    EXPECT_EQ(world.ok({"vault"}), "The vault is empty.\n");
+    world.folder.write("home/f", "x");
+    const std::string path = world.folder.at("home/f");
+    const VaultEntry entry =
+        Vault(world.store()).save({path, path + "-missing"}, "rm \\\n f*", "codex", world.folder.at("home"));
+    const std::string list = world.ok({"vault"});
+    EXPECT_EQ(list.substr(0, entry.id.size()), entry.id);
+    EXPECT_NE(list.find("s ago  1 saved, 1 too big\n    $ rm \\  f*\n    " + path + "\n"), list.npos) << list;
+    world.folder.remove("home/f");
+    EXPECT_EQ(world.ok({"vault", "restore", entry.id}), "restored " + path + "\n");
+    EXPECT_EQ(world.folder.read("home/f"), "x");
+    EXPECT_EQ(world.run({"vault", "restore"}).err, "tidewrack: usage: tidewrack vault restore <id>\n");
+    EXPECT_EQ(world.run({"vault", "restore", "../vault"}).err, "tidewrack: No vault entry ../vault\n");
+}
