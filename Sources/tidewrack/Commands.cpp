@@ -61,7 +61,10 @@ class Commands {
 
   private:
     [[nodiscard]] std::string absolute(const std::string& path) const {
-        return path.starts_with('/') ? path : absolutePath(path, around_.currentFolder);
+        if (path.starts_with('/')) return path;
+        if (around_.currentFolder.empty())
+            throw TidewrackError::io("Can't tell the current folder; it may have been deleted.");
+        return absolutePath(path, around_.currentFolder);
     }
 
     // The project that contains `folder` (default: --project, else the current folder).
@@ -120,14 +123,17 @@ class Commands {
         std::string text;
         for (const Project& project : all) {
             const auto seqs = store_.seqs(project);
-            const auto latest = seqs.empty() ? std::nullopt : std::optional(store_.snapshot(project, seqs.back()));
+            std::optional<SnapshotMeta> latest;
+            std::string state = "no snapshots";
+            if (!seqs.empty()) state = std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots");
+            try {
+                latest = store_.latest(project);
+                if (latest) state += ", latest " + ago(latest->created, now());
+            } catch (const TidewrackError&) { // the other projects are still worth listing
+                state += ", the latest is unreadable";
+            }
             list.push_back(projectJson(project, seqs.size(), latest));
-            text += project.root + "  ";
-            if (latest)
-                text += std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots") + ", latest " +
-                        ago(latest->created, now()) + "\n";
-            else
-                text += "no snapshots\n";
+            text += project.root + "  " + state + "\n";
         }
         if (json())
             printJson(list);
@@ -177,13 +183,23 @@ class Commands {
         for (const SnapshotMeta& meta : snapshots) {
             std::string after;
             if (newer == nullptr) {
-                const auto counts = engine_.diff(project, meta.seq, std::nullopt).fileCounts();
-                after = counts.sum() == 0 ? "no changes yet" : countsText(counts) + " so far";
+                after = changesSoFar(project, meta.seq);
             } else {
                 after = countsText({newer->added, newer->modified, newer->deleted});
             }
             print(logLine(meta, after, now()) + "\n");
             newer = &meta;
+        }
+    }
+
+    // The older snapshots are worth listing even when the newest cannot be compared with the folder.
+    [[nodiscard]] std::string changesSoFar(const Project& project, std::int64_t seq) {
+        try {
+            const auto counts = engine_.diff(project, seq, std::nullopt).fileCounts();
+            return counts.sum() == 0 ? "no changes yet" : countsText(counts) + " so far";
+        } catch (const TidewrackError& error) {
+            warn({"can't tell what changed since #" + std::to_string(seq) + ": " + error.what()});
+            return "unknown";
         }
     }
 
@@ -331,6 +347,10 @@ void hooks(const Args& args, Surroundings& around) {
     installer.binary = calledProgram(around.calledAs, searchPath, around.currentFolder).value_or(executablePath());
     std::vector<std::string> words(args.positional.begin() + 1, args.positional.end());
     if (args.has("--print")) words.insert(words.begin(), "print");
+    if (args.has("--json") && words == std::vector<std::string>{"status"}) {
+        around.out.write(hooksStatusJson(installer));
+        return;
+    }
     std::ostringstream text;
     try {
         runHooks(words, installer, text);

@@ -2,13 +2,26 @@
 
 #include "Platform/Platform.hpp"
 
+#include <fcntl.h>
+
 #include <cstdlib>
 #include <cstring>
 
-extern char** environ;
+extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
+
+namespace {
+
+// With a standard stream closed, the next file opened would take its number and be written into as output.
+void openMissingStreams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(fd, F_GETFD) < 0) (void)::open("/dev/null", O_RDWR);
+}
+
+} // namespace
 
 int main(int count, char** words) {
     using namespace tidewrack;
+    openMissingStreams();
     Environment environment;
     for (char** entry = environ; *entry != nullptr; ++entry)
         if (const char* equals = std::strchr(*entry, '='))

@@ -10,7 +10,6 @@
 #include <sys/attr.h>
 #include <sys/clonefile.h>
 #include <sys/mount.h>
-#include <sys/xattr.h>
 
 #include <array>
 #include <cerrno>
@@ -25,10 +24,6 @@
 namespace tidewrack {
 
 namespace {
-
-std::int64_t nanoseconds(const timespec& time) {
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
 
 bool cannotShareBlocks(int error) {
     return error == EXDEV || error == ENOTSUP;
@@ -93,8 +88,8 @@ Attributes attributesOf(const struct stat& status) {
         result.kind = Attributes::Kind::folder;
     result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
     result.size = status.st_size;
-    result.mtime = nanoseconds(status.st_mtimespec);
-    result.ctime = nanoseconds(status.st_ctimespec);
+    result.mtime = nanosecondsOf(status.st_mtimespec);
+    result.ctime = nanosecondsOf(status.st_ctimespec);
     result.ino = status.st_ino;
     result.device = static_cast<std::uint64_t>(status.st_dev);
     result.links = status.st_nlink;

@@ -86,6 +86,14 @@ int removeTreeAt(int folder, const char* name) {
 
 } // namespace
 
+std::int64_t nanosecondsOf(const timespec& time) {
+    std::int64_t result = 0;
+    if (!__builtin_mul_overflow(std::int64_t{time.tv_sec}, nanosPerSecond, &result) &&
+        !__builtin_add_overflow(result, std::int64_t{time.tv_nsec}, &result))
+        return result;
+    return time.tv_sec < 0 ? INT64_MIN : INT64_MAX;
+}
+
 int attributesAt(int folder, const char* name, Attributes& out) {
     struct stat status {};
     if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
