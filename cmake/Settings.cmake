@@ -29,7 +29,7 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
 endif()
 
 # A hook is one short process per agent command, and most of its time is starting up. How each way of linking starts,
-# as a whole process (`tidewrack version`, medians of 500 rounds on one machine):
+# as a whole process (`tidewrack version`, medians of 500 rounds on one machine, by Benchmarks/StartUp):
 #   everything static, without position independence           0.60 ms
 #   everything static, position independent                    0.64 ms   taken where LZFSE is at hand as an archive
 #   the C library shared, the C++ runtime and the rest static  0.83 ms   taken elsewhere
