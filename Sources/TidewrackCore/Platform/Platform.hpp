@@ -157,7 +157,7 @@ class [[nodiscard]] TerminationIgnored {
     struct sigaction onHangUp_ {};
 };
 
-[[nodiscard]] std::string homeFolderOfUser(); // from the password database; empty when unknown
+[[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
 [[nodiscard]] std::string currentFolder();    // empty when it cannot be told
 [[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told
 [[nodiscard]] bool processIsAlive(std::int64_t pid);
