@@ -14,6 +14,8 @@ namespace {
 constexpr std::size_t maxFailedSearches = 2;
 constexpr std::size_t maxHereDocumentsPerLine = 16;
 
+constexpr std::size_t manyWords = 1'000;
+
 constexpr std::array<bool, 256> specialBytes() {
     std::array<bool, 256> special{};
     for (const char c : std::string_view(" \t\n;|()&><'\"\\`$*?[#~")) special[static_cast<unsigned char>(c)] = true;
@@ -56,13 +58,22 @@ void Lexer::append(std::string_view text) {
     started_ = true;
 }
 
+void Lexer::beginWord() {
+    word_.text.clear();
+    word_.quoted = word_.glob = word_.tilde = word_.expands = false;
+    word_.plain = 0;
+    started_ = false;
+    escaped_ = false;
+}
+
 void Lexer::flush() {
     if (!started_) return;
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
-    (redirect_ ? out_->redirects : out_->words).push_back(std::move(word_));
-    word_ = Word();
-    started_ = false;
-    escaped_ = false;
+    std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
+    // Room for all that may follow, instead of moving a huge list each time it has doubled.
+    if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
+    list.push_back(std::move(word_));
+    beginWord();
     redirect_ = false;
 }
 
@@ -145,8 +156,10 @@ void Lexer::takeInWord(char c) {
     switch (c) {
     case '`': markOpaque(); break;
     case '$':
-        word_.expands = true;
-        if (standsAt(at_, '(')) markOpaque();
+        if (standsAt(at_, '('))
+            markOpaque(); // the parenthesis ends the word, and a "$" at the end of a word is one
+        else
+            word_.expands = true;
         break;
     case '*':
     case '?':
@@ -175,9 +188,7 @@ void Lexer::takeOutputRedirect() {
     const bool descriptor = started_ && !word_.quoted &&
                             std::all_of(word_.text.begin(), word_.text.end(), [](char c) { return isDigit(c); });
     if (descriptor) {
-        word_ = Word();
-        started_ = false;
-        escaped_ = false;
+        beginWord();
     } else {
         flush();
     }

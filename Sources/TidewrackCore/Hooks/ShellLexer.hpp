@@ -61,6 +61,7 @@ class Lexer {
     [[nodiscard]] std::size_t characterAt(std::size_t at) const;
     [[nodiscard]] bool standsAt(std::size_t at, char c) const;
     void append(std::string_view text);
+    void beginWord();
     void flush();
     bool endCommand();
     void markOpaque();
