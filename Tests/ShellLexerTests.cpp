@@ -66,6 +66,8 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"echo 'open; rm b", "echo|open; rm b"},
         {"make && \\\n  rm -rf x \\\n y", "make;rm|-rf|x|y"},
         {"a\0b c"sv, "a\0b|c"sv},
+        {"rm $'a b'c $'it\\'s' $'\\x41\\101\\u00e9\\t\\q\\0'", "rm|a bc|it's|AA\u00e9\t\\q"},
+        {"rm $'$HOME\\x24' $\"a b\" \"$'x'\"; rm $'open; b", "rm|\uE000HOME\uE000|a b|$'x';rm|open; b"},
     };
     for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
 }

@@ -1,5 +1,6 @@
 #include "Hooks/ShellLexer.hpp"
 
+#include "Hooks/AnsiQuotes.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
@@ -156,6 +157,8 @@ void Lexer::takeInWord(char c) {
     switch (c) {
     case '`': markOpaque(); break;
     case '$':
+        if (standsAt(at_, '\'')) return takeAnsiQuoted();
+        if (standsAt(at_, '"')) return; // a translated text: no part of the word is the "$"
         if (standsAt(at_, '('))
             markOpaque(); // the parenthesis ends the word, and a "$" at the end of a word is one
         else
@@ -242,6 +245,24 @@ void Lexer::takeSingleQuoted() {
         if (character == "'") return;
         append(character == "$" ? protectedDollar : character);
     }
+}
+
+// $'...': like single quotes, but with escapes for what is hard to write.
+void Lexer::takeAnsiQuoted() {
+    ++at_;
+    beginQuotes();
+    std::string decoded;
+    while (at_ < end_ && !standsAt(at_, '\'')) {
+        if (text_[at_] == '\\') {
+            at_ += decodeAnsiEscape(text_.substr(at_, end_ - at_), decoded);
+        } else {
+            const std::size_t length = characterAt(at_);
+            decoded += text_.substr(at_, length);
+            at_ += length;
+        }
+    }
+    if (at_ < end_) ++at_;
+    for (const char c : decoded) append(c == '$' ? protectedDollar : std::string_view(&c, 1));
 }
 
 void Lexer::takeDoubleQuoted() {

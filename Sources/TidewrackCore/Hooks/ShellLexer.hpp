@@ -75,6 +75,7 @@ class Lexer {
     void takeInputRedirect();
     void beginQuotes();
     void takeSingleQuoted();
+    void takeAnsiQuoted();
     void takeDoubleQuoted();
     void takeBackslash();
     void skipComment();
