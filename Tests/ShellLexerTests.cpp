@@ -48,6 +48,7 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"a|b||c&d&&e\nf(g)h", "a;b;c;d;e;f;g;h"},
         {"echo hi > out.txt 2>&1", "echo|hi>out.txt"},
         {"a >x >>y 2>z &>u &>>v >|w", "a>x>y>z>u>v>w"},
+        {"a >&2 2>&- b >&x c>& \"y z\" d >&", "a|-|b|c|d>x>y z"},
         {"a 12>x b2>y '3'>z", "a|b2|3>x>y>z"},
         {"> f", ">f"},
         {"a >", "a"},

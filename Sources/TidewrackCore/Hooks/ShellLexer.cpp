@@ -197,7 +197,13 @@ void Lexer::takeOutputRedirect() {
     }
     if (standsAt(at_, '&')) {
         ++at_;
+        const std::size_t digits = at_;
         while (at_ < end_ && isDigit(text_[at_])) ++at_;
+        if (at_ > digits || standsAt(at_, '-')) return;
+        // Without a descriptor it is a file that takes both output streams.
+        skipBlanks();
+        if (at_ < end_ && (isDigit(text_[at_]) || text_[at_] == '-')) return;
+        redirect_ = true;
         return;
     }
     if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
