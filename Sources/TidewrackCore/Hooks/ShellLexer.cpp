@@ -1,6 +1,7 @@
 #include "Hooks/ShellLexer.hpp"
 
 #include "Hooks/AnsiQuotes.hpp"
+#include "Hooks/ShellExpansion.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
@@ -16,6 +17,7 @@ constexpr std::size_t maxFailedSearches = 2;
 constexpr std::size_t maxHereDocumentsPerLine = 16;
 
 constexpr std::size_t manyWords = 1'000;
+constexpr std::size_t maxNameLength = 256;
 
 constexpr std::array<bool, 256> specialBytes() {
     std::array<bool, 256> special{};
@@ -32,6 +34,10 @@ bool isAscii(char c) {
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
+}
+
+bool continuesName(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || !isAscii(c);
 }
 
 bool isOneOf(char c, std::string_view set) {
@@ -231,7 +237,22 @@ void Lexer::takeInputRedirect() {
     if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
 }
 
+// Where quotes begin or end a variable's name ends too: in "$X"y it is not Xy. Braces keep that once the
+// quotes are gone.
+void Lexer::closeName() {
+    if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
+    std::string& text = word_.text;
+    const std::string_view tail = std::string_view(text).substr(text.size() - std::min(text.size(), maxNameLength));
+    const std::size_t dollar = tail.rfind('$');
+    if (dollar == std::string_view::npos) return;
+    const std::string_view name = tail.substr(dollar + 1);
+    if (name.empty() || nameLength(name) != name.size()) return;
+    text.insert(text.size() - name.size(), 1, '{');
+    text += '}';
+}
+
 void Lexer::beginQuotes() {
+    closeName();
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
     word_.quoted = true;
     word_.expands = true;
@@ -281,7 +302,7 @@ void Lexer::takeDoubleQuoted() {
         const std::size_t length = characterAt(at_);
         const std::string_view character = text_.substr(at_, length);
         at_ += length;
-        if (character == "\"") return;
+        if (character == "\"") return closeName();
         if (character == "\\" && at_ < end_ && isOneOf(text_[at_], "\"\\$`") && characterAt(at_) == 1) {
             append(text_[at_] == '$' ? protectedDollar : text_.substr(at_, 1));
             ++at_;

@@ -73,6 +73,7 @@ class Lexer {
     bool takeAmpersand();
     void takeOutputRedirect();
     void takeInputRedirect();
+    void closeName();
     void beginQuotes();
     void takeSingleQuoted();
     void takeAnsiQuoted();
