@@ -194,6 +194,30 @@ TEST_F(VaultTest, skipsFoldersOverTheLimits) {
     EXPECT_EQ(save({"home/many/a", "home/many/b/c"}).items.size(), 2U) << "files by themselves have no limit";
 }
 
+TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {
+    folder.write("outside/readable", "saved");
+    folder.write("outside/locked", "not ours to read");
+    folder.write("outside/private/inside", "hidden");
+    ::chmod(folder.at("outside/locked").c_str(), 0);
+    ::chmod(folder.at("outside/private").c_str(), 0);
+    ::chmod(folder.path().c_str(), 0777);
+    const pid_t child = ::fork(); // root may read everything
+    if (child == 0) {
+        if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(9);
+        const Vault own(Store(folder.at("their-store"), folder.at("home")));
+        VaultEntry entry = own.save({folder.at("outside")}, "rm -rf outside", std::nullopt, "/");
+        std::sort(entry.skipped.begin(), entry.skipped.end());
+        const bool named = entry.skipped == std::vector{folder.at("outside/locked"), folder.at("outside/private")};
+        const bool saved = entry.items.size() == 1 &&
+                           exists(folder.at("their-store/vault/" + entry.id + "/items/0/readable"));
+        ::_exit(named && saved ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::chmod(folder.at("outside/private").c_str(), 0755);
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(VaultTest, leavesOutWhatIsNotSavedInTime) {
     folder.write("home/a", "a");
     folder.write("home/b", "b");
