@@ -4,6 +4,7 @@
 
 #include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
+#include "Vault/Vault.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -150,12 +151,15 @@ TEST_P(VolumeTest, historySharesBlocksOrSaysThatItCannot) {
                                        : "warning: " + on->project() + " is on a " + kind.type +
                                              " volume, not APFS: history will use full copies and real disk space.\n");
     expectGrowth("snapshot");
-    EXPECT_EQ(copyTree(on->project(), on->world.folder.at("volume/saved"), {}), 0);
-    expectGrowth("copy of a folder");
+    const Vault vault(on->world.store());
+    const VaultEntry entry = vault.save({on->project()}, "rm -rf project", std::nullopt, on->project());
+    ASSERT_EQ(entry.items.size(), 1U);
+    const std::string saved = vault.store.home + "/vault/" + entry.id + "/items/0/";
+    expectGrowth("vault");
     for (const char* name : names) {
         if (kind.clones) {
             expectShared(on->kept(name), on->file(name));
-            expectShared(on->world.folder.at(std::string("volume/saved/") + name), on->file(name));
+            expectShared(saved + name, on->file(name));
         } else if (tellsExtents(kind)) {
             EXPECT_FALSE(extentsOf(on->kept(name)) == extentsOf(on->file(name))) << name;
         }
@@ -167,6 +171,10 @@ TEST_P(VolumeTest, historySharesBlocksOrSaysThatItCannot) {
     expectGrowth("restore");
     if (kind.clones)
         for (const char* name : names) expectShared(on->file(name), on->kept(name));
+    (void)vault.restore(entry.id); // moves the project aside
+    expectGrowth("restore from the vault");
+    if (kind.clones)
+        for (const char* name : names) expectShared(on->file(name), saved + name);
 }
 
 TEST_P(VolumeTest, everythingAboutAFileComesBack) {
