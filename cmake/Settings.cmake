@@ -29,14 +29,14 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
 endif()
 
 # A hook is one short process per agent command, and most of its time is starting up. How each way of linking starts,
-# as a whole process (`tidewrack version`, medians of 500 rounds on one machine, by Benchmarks/StartUp):
-#   everything static, without position independence           0.60 ms
-#   everything static, position independent                    0.64 ms   taken where LZFSE is at hand as an archive
-#   the C library shared, the C++ runtime and the rest static  0.83 ms   taken elsewhere
-#   the C++ runtime shared too                                 1.55 ms
-# beside a static program that does nothing (0.50 ms) and /bin/true (0.86 ms). Position independence is kept for
-# randomised addresses: agents choose much of what the program reads. What made no difference beyond chance or made it
-# slower: lld, folding identical code, stripping, no separate code pages, no read-only relocations.
+# as a whole process (`tidewrack version`, medians of 300 rounds by Benchmarks/StartUp, first in the machine's line):
+#   everything static, position independent                    0.67 ms   taken where LZFSE is at hand as an archive
+#   everything static, at a fixed address                      0.69 ms
+#   the C library shared, the C++ runtime and the rest static  0.90 ms   taken elsewhere
+#   the C++ runtime shared too                                 1.56 ms
+# beside a static program that does nothing (0.58 ms) and /bin/true (0.97 ms). Agents choose much of what the program
+# reads, so randomised addresses are welcome. What made no difference beyond chance or made it slower: lld, folding
+# identical code, stripping, joining code and constants, writable relocations.
 add_library(tidewrack_program_link INTERFACE)
 if(NOT APPLE AND NOT TIDEWRACK_SANITIZE)
   target_link_options(tidewrack_program_link INTERFACE -Wl,--gc-sections)
