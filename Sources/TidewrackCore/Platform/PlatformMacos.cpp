@@ -10,7 +10,6 @@
 #include <sys/attr.h>
 #include <sys/clonefile.h>
 #include <sys/mount.h>
-#include <sys/xattr.h>
 
 #include <cerrno>
 #include <climits>
