@@ -331,7 +331,7 @@ TEST_F(HookHandlerTest, namesWhatItCouldNotSaveInTime) {
     EXPECT_EQ(Vault(world.store()).entries().front().skipped, Lines{home + "/outside.txt"});
 
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 1 files skipped"});
+    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 1 skipped"});
     EXPECT_EQ(world.manifestOf(2).find("src/new")->notKept(), true);
     budget.reset();
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});

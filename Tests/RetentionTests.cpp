@@ -88,8 +88,8 @@ PlainPrune plainPrune(const World& world, Date now) {
 void liveOn(const World& world, std::mt19937& random) {
     const auto& f = world.folder;
     const auto pick = [&](std::size_t count) { return std::to_string(random() % count); };
-    for (std::size_t changes = random() % 4; changes > 0; --changes) {
-        const std::string path = "project/folder" + pick(2) + "/file" + pick(5);
+    for (std::size_t changes = random() % 5; changes > 0; --changes) {
+        const std::string path = "project/folder" + pick(2) + "/file" + pick(3);
         if (random() % 3 == 0)
             (void)removeTree(f.at(path));
         else
@@ -105,13 +105,15 @@ void liveOn(const World& world, std::mt19937& random) {
     }
 }
 
-// Spreads the snapshots over the last `days` days, the oldest first, some of them close together.
-void spread(const World& world, std::mt19937& random, int days) {
+// Spreads the snapshots over the last `days` days, the oldest first, some close together and a third of them recent.
+void spread(const World& world, std::mt19937& random, unsigned days) {
     const auto seqs = world.store().seqs(world.project());
-    std::vector<std::int64_t> ages;
-    for (std::size_t i = 0; i < seqs.size(); ++i)
-        ages.push_back(i % 3 != 0 ? ages.back() - static_cast<std::int64_t>(random() % 600)
-                                  : static_cast<std::int64_t>(random() % static_cast<unsigned>(days * day)) + 1800);
+    std::vector<unsigned> ages;
+    for (std::size_t i = 0; i < seqs.size(); ++i) {
+        const unsigned span = static_cast<unsigned>(i % 3 == 2 ? 2 * day : days * day);
+        ages.push_back(i % 3 == 1 ? ages.back() + static_cast<unsigned>(random() % 600)
+                                  : static_cast<unsigned>(random() % span));
+    }
     std::sort(ages.rbegin(), ages.rend());
     for (std::size_t i = 0; i < seqs.size(); ++i)
         rewriteRecord(world, seqs[i],
@@ -153,11 +155,11 @@ TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         World world;
-        world.folder.write("project/start", "start");
+        world.folder.write("project/folder0/file0", "start");
         world.ok({"track"});
         for (int round = 0; round < 3; ++round) {
             for (int step = 0; step < 9; ++step) liveOn(world, random);
-            spread(world, random, 12 + 12 * round);
+            spread(world, random, 12U + 12U * static_cast<unsigned>(round));
             const Engine engine(world.store());
             const Date at = now();
             const PlainPrune plain = plainPrune(world, at);

@@ -142,6 +142,16 @@ TEST(ShellGuard, followsVariables) {
     });
 }
 
+TEST(ShellGuard, passesOverCommandsThatDoNothingHere) {
+    expectAll({
+        {"for f in a.c b.c; do echo \"${f%.c}\"; done; rm $f", "p/a.c p/b.c"},
+        {"ls | while read -r f; do echo \"$f\" | sort; done", ""},
+        {"git log --oneline | head -5; [ -f x ] && echo \"a b\" 2>&1", ""},
+        {": ${X:=/x}; rm -rf $X", " ?p"},
+        {"if ls; then ! printf x >f; fi", "p/f"},
+    });
+}
+
 TEST(ShellGuard, followsChangesOfFolder) {
     expectAll({
         {"cd sub && rm f", "p/sub/f"},

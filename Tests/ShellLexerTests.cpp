@@ -48,6 +48,7 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"a|b||c&d&&e\nf(g)h", "a;b;c;d;e;f;g;h"},
         {"echo hi > out.txt 2>&1", "echo|hi>out.txt"},
         {"a >x >>y 2>z &>u &>>v >|w", "a>x>y>z>u>v>w"},
+        {"a >&2 2>&- b >&x c>& \"y z\" d >&", "a|-|b|c|d>x>y z"},
         {"a 12>x b2>y '3'>z", "a|b2|3>x>y>z"},
         {"> f", ">f"},
         {"a >", "a"},
@@ -66,6 +67,8 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"echo 'open; rm b", "echo|open; rm b"},
         {"make && \\\n  rm -rf x \\\n y", "make;rm|-rf|x|y"},
         {"a\0b c"sv, "a\0b|c"sv},
+        {"rm $'a b'c $'it\\'s' $'\\x41\\101\\u00e9\\t\\q\\0'", "rm|a bc|it's|AA\u00e9\t\\q"},
+        {"rm $'$HOME\\x24' $\"a b\" \"$'x'\"; rm $'open; b", "rm|\uE000HOME\uE000|a b|$'x';rm|open; b"},
     };
     for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
 }
@@ -144,6 +147,9 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"\\$HOME", "$HOME"},
         {"\"\\$HOME\"", "$HOME"},
         {"\"$X/a\"$X", "/x/a/x"},
+        {"\"$X\"a", "/xa"},
+        {"$X\"a\"'b'", "/xab"},
+        {"\"$X\"\"$X\"$X", "/x/x/x"},
         {"a$NOPE.b", "a.b"},
         {"${NOPE:-/tmp}", "/tmp"},
         {"${EMPTY:-/tmp}", "/tmp"},

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -155,6 +156,20 @@ TEST_F(SnapshotTest, contentsThatCannotBeReadAreTriedAgain) {
     EXPECT_EQ(report, expected + "\nerr13\n" + warning +
                           "tidewrack: the content of secret wasn't kept in snapshot #1: it couldn't be read: "
                           "Permission denied\nsecret\n");
+}
+
+// Where the system grants no further threads, the work is done by one.
+TEST_F(SnapshotTest, needsNoSecondThread) {
+    for (int i = 0; i < 100; ++i) f.write("project/" + std::to_string(i) + "/file", std::to_string(i));
+    const std::string report = unprivileged(f, [&] {
+        const rlimit none{0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &none) != 0) return std::string("no limit set");
+        world.ok({"track"});
+        f.remove("project/7");
+        return world.ok({"restore", "1"});
+    });
+    EXPECT_EQ(report, "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 2\n");
+    EXPECT_EQ(contentOf(1, "99/file"), "99");
 }
 
 TEST_F(SnapshotTest, numbersAreNeverUsedTwice) {

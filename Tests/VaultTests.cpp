@@ -2,10 +2,12 @@
 
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
+#include "Support/Json.hpp"
 #include "Vault/Vault.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #ifdef __linux__
 #include <sys/xattr.h>
@@ -284,6 +286,18 @@ TEST(VaultId, tellsTimeAndIsUnique) {
     const std::string first = Vault::newID();
     EXPECT_TRUE(std::regex_match(first, std::regex("[0-9]{8}-[0-9]{6}-[1-9A-F][0-9A-F]{0,7}"))) << first;
     EXPECT_NE(first, Vault::newID());
+}
+
+TEST(VaultRecord, keepsItsWrittenForm) {
+    const std::string text =
+        R"({"agent":"claude","command":"rm -r ~\/a","created":"2026-03-14T09:30:05Z","cwd":"\/w",)"
+        R"("id":"20260314-093005-1F3A9C","items":[{"kind":"dir","original":"\/home\/u\/a","stored":"items\/0"}],)"
+        R"("skipped":["\/home\/u\/b"]})";
+    VaultEntry entry = decodeVaultEntry(text, "here");
+    EXPECT_EQ(entry.items, (std::vector<VaultEntry::Item>{{"/home/u/a", "items/0", "dir"}}));
+    EXPECT_EQ(compactJson(toJson(entry)), text);
+    entry.agent.reset();
+    EXPECT_EQ(compactJson(toJson(entry)).find("agent"), std::string::npos);
 }
 
 TEST(VaultCommand, listsAndRestores) {

@@ -246,7 +246,7 @@ class HookCall {
     [[nodiscard]] std::string snapshot(const Project& project, const SnapshotRequest& request) const {
         const SnapshotResult result = handler_.engine.snapshot(project, request);
         const std::string note = "#" + std::to_string(result.meta.seq) + " " + project.root;
-        return result.late == 0 ? note : note + ", " + std::to_string(result.late) + " files skipped";
+        return result.late == 0 ? note : note + ", " + std::to_string(result.late) + " skipped";
     }
 
     [[nodiscard]] Deadline whole() const { return start_ + handler_.budget; }

@@ -19,13 +19,13 @@ void sortAndDedupe(std::vector<std::string>& paths) {
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
 }
 
-std::string withoutTrailingSlash(std::string_view path) {
+std::string_view withoutTrailingSlash(std::string_view path) {
     if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-    return std::string(path);
+    return path;
 }
 
 std::string refusal(std::string_view path) {
-    return "Tidewrack blocked this: it would delete or overwrite " + withoutTrailingSlash(path) +
+    return "Tidewrack blocked this: it would delete or overwrite " + std::string(withoutTrailingSlash(path)) +
            ". If you really mean it, run it yourself.";
 }
 
@@ -83,16 +83,18 @@ void Effects::target(std::string path, std::string_view cwd, Links links) {
     decision_.targets.push_back(std::move(path));
 }
 
-std::vector<std::string> Effects::targetWord(const Word& word, std::string_view cwd, Links links) {
+void Effects::targetWord(const Word& word, std::string_view cwd, Links links, bool asks) {
     // Past the limit only a word that may name a folder outside the working folder is worth a look.
     const bool elsewhere = word.text.starts_with('/') || word.text.find("..") != std::string::npos;
-    if (full() && !elsewhere) {
-        opaque(cwd);
-        return {};
-    }
-    std::vector<std::string> paths = resolve(word, cwd);
-    for (const std::string& path : paths) target(path, cwd, links);
-    return paths;
+    if (full() && !elsewhere) return opaque(cwd);
+    const auto add = [&](std::string path) {
+        if (asks) askIfProjectInside(path, links);
+        target(std::move(path), cwd, links);
+    };
+    if (word.glob)
+        for (std::string& path : resolve(word, cwd)) add(std::move(path));
+    else if (!word.text.empty())
+        add(absolutePath(word.text, cwd));
 }
 
 void Effects::askIfProjectInside(const std::string& path, Links links) {
@@ -144,19 +146,19 @@ void Verdict::raiseTo(Verdict other) {
 }
 
 std::optional<std::string> catastrophic(std::string_view path, std::string_view home) {
-    const std::string plain = withoutTrailingSlash(path);
+    const std::string_view plain = withoutTrailingSlash(path);
     if (!ProtectedFolders(home).holdsText(plain)) return std::nullopt;
     return refusal(plain);
 }
 
 void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict) {
     if (verdict.kind != Verdict::Kind::allow || path.empty()) return;
-    const std::string folder = withoutTrailingSlash(path);
+    const std::string_view folder = withoutTrailingSlash(path);
     for (const std::string& root : projectRoots) {
         const bool below = root.starts_with(folder) && (root.size() == folder.size() || root[folder.size()] == '/');
         if (folder != "/" && !below) continue;
-        std::string reason = "This deletes " + folder;
-        reason.append(", which contains the tracked project ").append(root);
+        std::string reason = "This deletes ";
+        reason.append(folder).append(", which contains the tracked project ").append(root);
         reason += ". Tidewrack snapshotted it first; allow?";
         verdict = {Verdict::Kind::ask, std::move(reason)};
         return;

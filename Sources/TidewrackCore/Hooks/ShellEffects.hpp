@@ -33,8 +33,8 @@ class Effects {
     // Adds an absolute path to the targets.
     void target(std::string path, std::string_view cwd, Links links = Links::itself);
 
-    // Adds whatever the word names; returns it too, unless there are too many targets already.
-    std::vector<std::string> targetWord(const Word& word, std::string_view cwd, Links links = Links::itself);
+    // Adds whatever the word names. With `asks` the paths go with all they hold: asks when that is a project.
+    void targetWord(const Word& word, std::string_view cwd, Links links = Links::itself, bool asks = false);
 
     // Asks when a tracked project is at or below the path, also where the path is spelled through a link.
     void askIfProjectInside(const std::string& path, Links links = Links::itself);

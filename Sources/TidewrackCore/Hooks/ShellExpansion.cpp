@@ -87,13 +87,21 @@ bool Variables::assign(std::string_view name, std::string value) {
     }
     if (assigned_.size() >= maxAssigned) return false;
     assigned_.emplace(name, std::move(value));
+    lastName_.clear();
+    lastValue_ = nullptr;
     return true;
 }
 
-const std::string* Variables::find(std::string_view name) const {
-    if (const auto found = assigned_.find(name); found != assigned_.end()) return &found->second;
-    const auto found = inherited_.find(name);
-    return found == inherited_.end() ? nullptr : &found->second;
+const std::string* Variables::find(std::string_view name) {
+    if (!lastName_.empty() && name == lastName_) return lastValue_;
+    lastName_ = name;
+    const auto assigned = assigned_.find(name);
+    const auto inherited = assigned == assigned_.end() ? inherited_.find(name) : inherited_.end();
+    if (assigned != assigned_.end())
+        lastValue_ = &assigned->second;
+    else
+        lastValue_ = inherited != inherited_.end() ? &inherited->second : nullptr;
+    return lastValue_;
 }
 
 std::optional<std::string_view> Variables::value(std::string_view name) {
@@ -123,7 +131,12 @@ std::size_t nameLength(std::string_view text) {
 }
 
 Word expand(Word word, std::string_view home, Variables& variables) {
-    if (!word.expands) return word;
+    expandInPlace(word, home, variables);
+    return word;
+}
+
+void expandInPlace(Word& word, std::string_view home, Variables& variables) {
+    if (!word.expands) return;
     if (word.tilde && (word.text == "~" || word.text.starts_with("~/"))) {
         word.text.replace(0, 1, home);
         word.plain = 0;
@@ -134,7 +147,6 @@ Word expand(Word word, std::string_view home, Variables& variables) {
         word.text = expandedText(word.text, home, variables);
     }
     restoreDollars(word.text);
-    return word;
 }
 
 } // namespace tidewrack::shell

@@ -32,10 +32,12 @@ class Variables {
     void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }
 
   private:
-    [[nodiscard]] const std::string* find(std::string_view name) const;
+    [[nodiscard]] const std::string* find(std::string_view name);
 
     const Environment& inherited_;
     Environment assigned_;
+    std::string lastName_; // the last name looked up, and what was found
+    const std::string* lastValue_ = nullptr;
     std::size_t handedOut_ = 0;
     bool unfollowed_ = false;
 };
@@ -47,5 +49,8 @@ class Variables {
 // "HOME" is always `home`. An unset variable leaves nothing. Forms such as ${X%.c}, whose value this does
 // not work out, leave nothing either and set `variables.unfollowed()`.
 [[nodiscard]] Word expand(Word word, std::string_view home, Variables& variables);
+
+// The same, done where the word stands.
+void expandInPlace(Word& word, std::string_view home, Variables& variables);
 
 } // namespace tidewrack::shell

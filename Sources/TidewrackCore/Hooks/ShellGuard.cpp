@@ -4,6 +4,7 @@
 #include "Hooks/ShellRules.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace tidewrack::shell {
@@ -34,6 +35,15 @@ bool mentions(std::string_view text, std::string_view name) {
     return false;
 }
 
+bool mayAssign(const Word& word) {
+    return word.expands && word.text.find("${") != std::string::npos && word.text.find('=') != std::string::npos;
+}
+
+// Whether a command can be passed over: its name means nothing here, and no ${X:=value} hides in its words.
+bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::const_iterator end) {
+    return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
+}
+
 // Follows one command line from command to command: where it is, what its variables hold.
 class Analysis {
   public:
@@ -54,7 +64,7 @@ class Analysis {
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void bindLoop(std::string_view name, std::vector<Word> values);
     void forgetLoop(std::string_view name);
-    bool takeBuiltin(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    bool takeBuiltin(std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void enter(std::string folder, std::size_t depth);
 
@@ -88,12 +98,14 @@ void Analysis::take(Simple& simple) {
     if (simple.opaque) effects_.opaque(cwd_);
     std::vector<Word>& words = simple.words;
     auto first = std::find_if_not(words.begin(), words.end(), isReserved);
-    const bool declared = first != words.end() && isDeclaration(*first);
+    if (!simple.redirects.empty()) {
+        expandAll(simple.redirects);
+        for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
+    }
+    if (isHarmless(first, words.end())) return;
+    const bool declared = isDeclaration(*first);
     if (declared) ++first;
     words.erase(words.begin(), first);
-
-    expandAll(simple.redirects);
-    for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
     if (words.empty() || assignAll(words, declared)) return;
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "popd"sv;
@@ -160,7 +172,7 @@ void Analysis::expandAll(std::vector<Word>& words) {
 bool Analysis::expandOne(Word& word) {
     if (!word.expands) return true;
     variables_.setUnfollowed(false);
-    word = expand(std::move(word), context_.home, variables_);
+    expandInPlace(word, context_.home, variables_);
     if (variables_.unfollowed()) effects_.opaque(cwd_);
     return !variables_.unfollowed();
 }
@@ -201,7 +213,7 @@ void Analysis::forgetLoop(std::string_view name) {
 }
 
 // Commands that change what the line knows, not the disk.
-bool Analysis::takeBuiltin(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
+bool Analysis::takeBuiltin(std::vector<Word>& words, std::size_t depth, bool hadArgument) {
     const std::string_view name = words.front().text;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
         changeFolder(words, depth, hadArgument);
@@ -209,7 +221,8 @@ bool Analysis::takeBuiltin(const std::vector<Word>& words, std::size_t depth, bo
     }
     if ((name == "for"sv || name == "select"sv) && words.size() > 1) {
         const bool listed = words.size() > 2 && words[2].text == "in";
-        bindLoop(words[1].text, listed ? std::vector<Word>(words.begin() + 3, words.end()) : std::vector<Word>());
+        const auto firstValue = std::make_move_iterator(listed ? words.begin() + 3 : words.end());
+        bindLoop(words[1].text, std::vector<Word>(firstValue, std::make_move_iterator(words.end())));
         return true;
     }
     if (name == "read"sv) {

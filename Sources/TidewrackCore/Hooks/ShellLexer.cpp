@@ -1,5 +1,7 @@
 #include "Hooks/ShellLexer.hpp"
 
+#include "Hooks/AnsiQuotes.hpp"
+#include "Hooks/ShellExpansion.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
@@ -13,6 +15,9 @@ namespace {
 // Searches for the end of a here-document that is not there read the whole line; a few are enough.
 constexpr std::size_t maxFailedSearches = 2;
 constexpr std::size_t maxHereDocumentsPerLine = 16;
+
+constexpr std::size_t manyWords = 1'000;
+constexpr std::size_t maxNameLength = 256;
 
 constexpr std::array<bool, 256> specialBytes() {
     std::array<bool, 256> special{};
@@ -29,6 +34,10 @@ bool isAscii(char c) {
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
+}
+
+bool continuesName(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || !isAscii(c);
 }
 
 bool isOneOf(char c, std::string_view set) {
@@ -56,13 +65,22 @@ void Lexer::append(std::string_view text) {
     started_ = true;
 }
 
+void Lexer::beginWord() {
+    word_.text.clear();
+    word_.quoted = word_.glob = word_.tilde = word_.expands = false;
+    word_.plain = 0;
+    started_ = false;
+    escaped_ = false;
+}
+
 void Lexer::flush() {
     if (!started_) return;
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
-    (redirect_ ? out_->redirects : out_->words).push_back(std::move(word_));
-    word_ = Word();
-    started_ = false;
-    escaped_ = false;
+    std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
+    // Room for all that may follow, instead of moving a huge list each time it has doubled.
+    if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
+    list.push_back(std::move(word_));
+    beginWord();
     redirect_ = false;
 }
 
@@ -145,8 +163,12 @@ void Lexer::takeInWord(char c) {
     switch (c) {
     case '`': markOpaque(); break;
     case '$':
-        word_.expands = true;
-        if (standsAt(at_, '(')) markOpaque();
+        if (standsAt(at_, '\'')) return takeAnsiQuoted();
+        if (standsAt(at_, '"')) return; // a translated text: no part of the word is the "$"
+        if (standsAt(at_, '('))
+            markOpaque(); // the parenthesis ends the word, and a "$" at the end of a word is one
+        else
+            word_.expands = true;
         break;
     case '*':
     case '?':
@@ -175,15 +197,19 @@ void Lexer::takeOutputRedirect() {
     const bool descriptor = started_ && !word_.quoted &&
                             std::all_of(word_.text.begin(), word_.text.end(), [](char c) { return isDigit(c); });
     if (descriptor) {
-        word_ = Word();
-        started_ = false;
-        escaped_ = false;
+        beginWord();
     } else {
         flush();
     }
     if (standsAt(at_, '&')) {
         ++at_;
+        const std::size_t digits = at_;
         while (at_ < end_ && isDigit(text_[at_])) ++at_;
+        if (at_ > digits || standsAt(at_, '-')) return;
+        // Without a descriptor it is a file that takes both output streams.
+        skipBlanks();
+        if (at_ < end_ && (isDigit(text_[at_]) || text_[at_] == '-')) return;
+        redirect_ = true;
         return;
     }
     if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
@@ -211,7 +237,22 @@ void Lexer::takeInputRedirect() {
     if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
 }
 
+// Where quotes begin or end a variable's name ends too: in "$X"y it is not Xy. Braces keep that once the
+// quotes are gone.
+void Lexer::closeName() {
+    if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
+    std::string& text = word_.text;
+    const std::string_view tail = std::string_view(text).substr(text.size() - std::min(text.size(), maxNameLength));
+    const std::size_t dollar = tail.rfind('$');
+    if (dollar == std::string_view::npos) return;
+    const std::string_view name = tail.substr(dollar + 1);
+    if (name.empty() || nameLength(name) != name.size()) return;
+    text.insert(text.size() - name.size(), 1, '{');
+    text += '}';
+}
+
 void Lexer::beginQuotes() {
+    closeName();
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
     word_.quoted = true;
     word_.expands = true;
@@ -233,6 +274,24 @@ void Lexer::takeSingleQuoted() {
     }
 }
 
+// $'...': like single quotes, but with escapes for what is hard to write.
+void Lexer::takeAnsiQuoted() {
+    ++at_;
+    beginQuotes();
+    std::string decoded;
+    while (at_ < end_ && !standsAt(at_, '\'')) {
+        if (text_[at_] == '\\') {
+            at_ += decodeAnsiEscape(text_.substr(at_, end_ - at_), decoded);
+        } else {
+            const std::size_t length = characterAt(at_);
+            decoded += text_.substr(at_, length);
+            at_ += length;
+        }
+    }
+    if (at_ < end_) ++at_;
+    for (const char c : decoded) append(c == '$' ? protectedDollar : std::string_view(&c, 1));
+}
+
 void Lexer::takeDoubleQuoted() {
     beginQuotes();
     while (at_ < end_) {
@@ -243,7 +302,7 @@ void Lexer::takeDoubleQuoted() {
         const std::size_t length = characterAt(at_);
         const std::string_view character = text_.substr(at_, length);
         at_ += length;
-        if (character == "\"") return;
+        if (character == "\"") return closeName();
         if (character == "\\" && at_ < end_ && isOneOf(text_[at_], "\"\\$`") && characterAt(at_) == 1) {
             append(text_[at_] == '$' ? protectedDollar : text_.substr(at_, 1));
             ++at_;

@@ -61,6 +61,7 @@ class Lexer {
     [[nodiscard]] std::size_t characterAt(std::size_t at) const;
     [[nodiscard]] bool standsAt(std::size_t at, char c) const;
     void append(std::string_view text);
+    void beginWord();
     void flush();
     bool endCommand();
     void markOpaque();
@@ -72,8 +73,10 @@ class Lexer {
     bool takeAmpersand();
     void takeOutputRedirect();
     void takeInputRedirect();
+    void closeName();
     void beginQuotes();
     void takeSingleQuoted();
+    void takeAnsiQuoted();
     void takeDoubleQuoted();
     void takeBackslash();
     void skipComment();

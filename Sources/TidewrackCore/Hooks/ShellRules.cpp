@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <span>
 
 namespace tidewrack::shell {
@@ -19,6 +20,9 @@ constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv, "whi
 
 constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, "time"sv,
                                  "nice"sv, "exec"sv,    "builtin"sv, "doas"sv};
+
+// Commands that change what the line knows, not the disk.
+constexpr std::array builtins = {"cd"sv, "pushd"sv, "popd"sv, "for"sv, "select"sv, "read"sv};
 
 constexpr std::array deletingCommands = {"rm"sv, "mv"sv, "unlink"sv, "shred"sv};
 
@@ -53,15 +57,20 @@ bool isRecursive(Words arguments) {
     return false;
 }
 
-std::vector<const Word*> operandsOf(Words arguments) {
-    std::vector<const Word*> operands;
+template <typename Visit>
+void forEachOperand(Words arguments, Visit visit) {
     bool onlyOperands = false;
     for (const Word& word : arguments) {
         if (onlyOperands || !isOption(word))
-            operands.push_back(&word);
+            visit(word);
         else if (word.text == "--")
             onlyOperands = true;
     }
+}
+
+std::vector<const Word*> operandsOf(Words arguments) {
+    std::vector<const Word*> operands;
+    forEachOperand(arguments, [&](const Word& word) { operands.push_back(&word); });
     return operands;
 }
 
@@ -145,6 +154,36 @@ const Rule* ruleFor(std::string_view name) {
     return rule != std::end(rules) && rule->name == name ? rule : nullptr;
 }
 
+// Tells most names that are in no table from those that may be, by first letter and length.
+class NameFilter {
+  public:
+    constexpr void add(std::string_view name) {
+        lengths_[static_cast<unsigned char>(name[0])] |= std::uint32_t{1} << name.size();
+    }
+    [[nodiscard]] constexpr bool mayHold(std::string_view name) const {
+        if (name.empty() || name.size() >= 32) return false;
+        return ((lengths_[static_cast<unsigned char>(name[0])] >> name.size()) & 1U) != 0;
+    }
+
+  private:
+    std::array<std::uint32_t, 256> lengths_{};
+};
+
+constexpr NameFilter reservedFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : reservedWords) filter.add(name);
+    return filter;
+}();
+
+constexpr NameFilter commandFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : declarations) filter.add(name);
+    for (const std::string_view name : wrappers) filter.add(name);
+    for (const std::string_view name : builtins) filter.add(name);
+    for (const Rule& rule : rules) filter.add(rule.name);
+    return filter;
+}();
+
 void Examination::run() {
     if (const Rule* rule = ruleFor(name_)) (this->*rule->apply)();
 }
@@ -160,11 +199,8 @@ void Examination::git() {
 
 void Examination::remove() {
     const bool asks = name_ == "rmdir" || isRecursive(arguments_);
-    for (const Word* operand : operandsOf(arguments_)) {
-        const Links links = linksOf(*operand);
-        for (const std::string& path : effects_.targetWord(*operand, cwd_, links))
-            if (asks) effects_.askIfProjectInside(path, links);
-    }
+    forEachOperand(arguments_,
+                   [&](const Word& operand) { effects_.targetWord(operand, cwd_, linksOf(operand), asks); });
 }
 
 void Examination::move() {
@@ -216,7 +252,7 @@ void Examination::targetContents(const Word& source, const std::string& folder) 
 }
 
 void Examination::targetOperands() {
-    for (const Word* operand : operandsOf(arguments_)) effects_.targetWord(*operand, cwd_);
+    forEachOperand(arguments_, [&](const Word& operand) { effects_.targetWord(operand, cwd_); });
 }
 
 void Examination::copyBlocks() {
@@ -247,11 +283,7 @@ void Examination::find() {
     std::vector<Word> roots(arguments_.begin(), rootsEnd);
     if (roots.empty()) roots.emplace_back().text = cwd_;
     const bool wholeTree = !has(findTests);
-    for (const Word& root : roots) {
-        const Links links = linksOf(root);
-        for (const std::string& path : effects_.targetWord(root, cwd_, links))
-            if (wholeTree) effects_.askIfProjectInside(path, links);
-    }
+    for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
 }
 
 void Examination::xargs() {
@@ -279,8 +311,15 @@ bool isDeclaration(const Word& word) {
     return !word.quoted && isIn(declarations, word.text);
 }
 
+bool mayMatter(const Word& first) {
+    if (first.expands || first.text.find('=') != std::string::npos) return true;
+    const std::string_view name = commandName(first);
+    return commandFilter.mayHold(name) &&
+           (isIn(declarations, name) || isIn(wrappers, name) || isIn(builtins, name) || ruleFor(name));
+}
+
 bool isReserved(const Word& word) {
-    return word.plain == word.text.size() && isIn(reservedWords, word.text);
+    return word.plain == word.text.size() && reservedFilter.mayHold(word.text) && isIn(reservedWords, word.text);
 }
 
 std::size_t assignmentAt(const Word& word) {

@@ -16,6 +16,10 @@ namespace tidewrack::shell {
 // "then", "do", "{", ...: a command begins right behind it.
 [[nodiscard]] bool isReserved(const Word& word);
 
+// False when a command that begins with this word changes neither the disk nor what its line knows, so that
+// its other words need no look.
+[[nodiscard]] bool mayMatter(const Word& first);
+
 // The offset of the "=" when the word assigns to a variable, its name and "=" unquoted; 0 when it does not.
 [[nodiscard]] std::size_t assignmentAt(const Word& word);
 

@@ -105,6 +105,9 @@ struct CopyLimits {
     Deadline deadline; // after it the copy is given up with ECANCELED
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
+    // Receives what inside a folder could not be copied, as paths below it with a leading slash; the rest is copied.
+    // Null: the first failure ends the copy.
+    std::vector<std::string>* unsaved = nullptr;
 };
 
 // Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
@@ -154,7 +157,7 @@ class [[nodiscard]] TerminationIgnored {
     struct sigaction onHangUp_ {};
 };
 
-[[nodiscard]] std::string homeFolderOfUser(); // from the password database; empty when unknown
+[[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
 [[nodiscard]] std::string currentFolder();    // empty when it cannot be told
 [[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told
 [[nodiscard]] bool processIsAlive(std::int64_t pid);

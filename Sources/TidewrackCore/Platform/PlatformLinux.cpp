@@ -2,10 +2,10 @@
 
 #include "Platform/Platform.hpp"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <linux/openat2.h>
+#include <pwd.h>
 #include <sys/ioctl.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
@@ -24,8 +24,8 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t plainCopySize = 128 * 1024; // files up to this size: one read and one write
-constexpr std::size_t rangeCopySize = 64 * 1024 * 1024;
+constexpr std::size_t plainCopySize = std::size_t{128} << 10; // files up to this size: one read and one write
+constexpr std::size_t rangeCopySize = std::size_t{64} << 20;
 
 // Sharing blocks and copying inside the kernel fail for many reasons of one file or of one kind of volume (files in
 // use for swapping, files without copy-on-write, sandboxes), after which the bytes can still be copied. Not so where
@@ -345,17 +345,18 @@ std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     return digest;
 }
 
-const Lzfse& lzfse() {
-    static const Lzfse library = [] {
-        Lzfse loaded;
-        void* handle = ::dlopen("liblzfse.so.1", RTLD_NOW | RTLD_LOCAL);
-        if (handle == nullptr) return loaded;
-        loaded.encode = reinterpret_cast<Lzfse::Function>(::dlsym(handle, "lzfse_encode_buffer"));
-        loaded.decode = reinterpret_cast<Lzfse::Function>(::dlsym(handle, "lzfse_decode_buffer"));
-        loaded.available = loaded.encode != nullptr && loaded.decode != nullptr;
-        return loaded;
-    }();
-    return library;
+std::string homeFolderOfUser() {
+    // Not getpwuid: a program that is linked statically as a whole must not load the system's name services.
+    std::FILE* users = std::fopen("/etc/passwd", "re");
+    if (users == nullptr) return {};
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 16384> space{};
+    std::string folder;
+    while (::fgetpwent_r(users, &entry, space.data(), space.size(), &found) == 0 && folder.empty())
+        if (found->pw_uid == ::getuid() && found->pw_dir != nullptr) folder = found->pw_dir;
+    std::fclose(users); // NOLINT: a FILE has no owner type here
+    return folder;
 }
 
 } // namespace tidewrack

@@ -5,12 +5,13 @@
 #include <CommonCrypto/CommonDigest.h>
 #include <copyfile.h>
 #include <fcntl.h>
-#include <lzfse.h>
 #include <mach-o/dyld.h>
+#include <pwd.h>
 #include <sys/attr.h>
 #include <sys/clonefile.h>
 #include <sys/mount.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -182,9 +183,12 @@ std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     return digest;
 }
 
-const Lzfse& lzfse() {
-    static const Lzfse library{true, &lzfse_encode_buffer, &lzfse_decode_buffer};
-    return library;
+std::string homeFolderOfUser() {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 16384> space{};
+    if (::getpwuid_r(::getuid(), &entry, space.data(), space.size(), &found) != 0 || found == nullptr) return {};
+    return found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
 }
 
 } // namespace tidewrack

@@ -3,7 +3,6 @@
 #include <csignal>
 #include <dirent.h>
 #include <fcntl.h>
-#include <pwd.h>
 
 #include <cerrno>
 #include <climits>
@@ -170,14 +169,6 @@ TerminationIgnored::TerminationIgnored() {
 TerminationIgnored::~TerminationIgnored() {
     ::sigaction(SIGTERM, &onTerminate_, nullptr);
     ::sigaction(SIGHUP, &onHangUp_, nullptr);
-}
-
-std::string homeFolderOfUser() {
-    passwd entry{};
-    passwd* found = nullptr;
-    std::array<char, 16384> space{};
-    if (::getpwuid_r(::getuid(), &entry, space.data(), space.size(), &found) != 0 || found == nullptr) return {};
-    return found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
 }
 
 std::string currentFolder() {
