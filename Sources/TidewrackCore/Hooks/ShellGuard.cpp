@@ -1,5 +1,6 @@
 #include "Hooks/ShellGuard.hpp"
 
+#include "Hooks/BraceLists.hpp"
 #include "Hooks/ShellEffects.hpp"
 #include "Hooks/ShellRules.hpp"
 
@@ -19,6 +20,7 @@ constexpr std::size_t maxSavedFolders = 64;
 constexpr std::size_t maxLoops = 8;
 constexpr std::size_t maxAlternatives = 1'000;
 constexpr std::size_t maxAlternativesPerLine = 10'000;
+constexpr std::size_t maxBraceWordsPerLine = 2'000;
 
 // A variable that takes several values one after the other, or (none) values that only running would show.
 struct Loop {
@@ -58,6 +60,7 @@ class Analysis {
     void leaveSubshells(std::size_t sharedDepth);
     bool assignAll(const std::vector<Word>& words, bool declared);
     void assign(const Word& word, std::size_t equals);
+    void expandBraceLists(Simple& simple);
     void expandAll(std::vector<Word>& words);
     bool expandOne(Word& word);
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
@@ -82,6 +85,7 @@ class Analysis {
     std::vector<SavedFolder> saved_; // to go back to when a parenthesis closes
     std::vector<Loop> loops_;
     std::size_t alternatives_ = 0;
+    std::size_t braceWords_ = 0;
 };
 
 Decision Analysis::run(std::string_view command) {
@@ -96,6 +100,7 @@ Decision Analysis::run(std::string_view command) {
 void Analysis::take(Simple& simple) {
     leaveSubshells(simple.sharedDepth);
     if (simple.opaque) effects_.opaque(cwd_);
+    if (!simple.braced.empty()) expandBraceLists(simple);
     std::vector<Word>& words = simple.words;
     auto first = std::find_if_not(words.begin(), words.end(), isReserved);
     if (!simple.redirects.empty()) {
@@ -150,6 +155,35 @@ void Analysis::assign(const Word& word, std::size_t equals) {
     if (values.size() != 1) return bindLoop(name, std::move(values));
     forgetLoop(name);
     if (!variables_.assign(name, std::move(values.front().text))) effects_.opaque(cwd_);
+}
+
+void Analysis::expandBraceLists(Simple& simple) {
+    std::vector<Word> words;
+    words.reserve(simple.words.size());
+    std::size_t taken = 0;
+    const auto takeUntil = [&](std::size_t end) {
+        for (; taken < end; ++taken) words.push_back(std::move(simple.words[taken]));
+    };
+    for (const BracedWord& braced : simple.braced) {
+        if (!holdsBraceList(braced.source) || assignmentAt(simple.words[braced.index]) > 0) continue;
+        const auto sources = braceWords_ < maxBraceWordsPerLine ? expandBraces(braced.source) : std::nullopt;
+        if (!sources) {
+            effects_.opaque(cwd_);
+            continue;
+        }
+        takeUntil(braced.index);
+        ++taken;
+        braceWords_ += sources->size();
+        Simple one;
+        for (const std::string& source : *sources) {
+            Lexer lexer(source);
+            if (!lexer.next(one)) continue;
+            for (Word& word : one.words) words.push_back(std::move(word));
+        }
+    }
+    if (taken == 0) return;
+    takeUntil(simple.words.size());
+    simple.words = std::move(words);
 }
 
 // Expands the words where they stand. What an unset variable leaves behind outside quotes is no word at all.
