@@ -103,6 +103,7 @@ const std::vector<std::pair<const char*, std::string>> hostileInputs = {
     {"namedAssignments", mebibyteOf("", "=1;a", true)},
     {"doublingVariable", mebibyteOf("X=aa", ";X=$X$X")},
     {"oneVariable", mebibyteOf("rm ", "$X")},
+    {"splitVariable", mebibyteOf("X='a b';rm", " $X")},
     {"protectedDollars", mebibyteOf("rm ", "'$'")},
     {"braces", mebibyteOf("rm ", "${")},
     {"braceLists", mebibyteOf("rm", " {a,b}")},

@@ -14,6 +14,8 @@ namespace {
 
 using namespace std::string_view_literals;
 
+constexpr std::string_view blanks = " \t\n";
+constexpr std::string_view blanksAndGlobs = " \t\n*?[";
 constexpr std::size_t maxFolderLength = 4096;
 constexpr std::size_t maxFolderChanges = 1'000;
 constexpr std::size_t maxSavedFolders = 64;
@@ -67,6 +69,7 @@ class Analysis {
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void bindLoop(std::string_view name, std::vector<Word> values);
     void forgetLoop(std::string_view name);
+    std::vector<Word> takenApart(const std::vector<Word>& words);
     bool takeBuiltin(std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void enter(std::string folder, std::size_t depth);
@@ -115,9 +118,40 @@ void Analysis::take(Simple& simple) {
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "popd"sv;
     expandAll(words);
+    std::vector<Word> apart = takenApart(words);
     strip(words);
+    strip(apart);
+    const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
+    if (loop && apart.size() > 3) words.insert(words.end(), apart.begin() + 3, apart.end());
+    if (!loop && !apart.empty()) examine(apart, cwd_, effects_);
     if (words.empty() || takeBuiltin(words, simple.depth, !endsWithName)) return;
     examine(words, cwd_, effects_);
+}
+
+// The words as a shell sees them that takes an unquoted variable's value apart at its blanks and then for
+// patterns; empty when that is no other reading. Not all shells do, so that both readings count.
+std::vector<Word> Analysis::takenApart(const std::vector<Word>& words) {
+    std::vector<Word> apart;
+    if (std::none_of(words.begin(), words.end(), [](const Word& word) { return word.splits; })) return apart;
+    for (const Word& word : words) {
+        if (!word.splits) {
+            apart.push_back(word);
+            continue;
+        }
+        const std::string_view text = word.text;
+        for (std::size_t begin = text.find_first_not_of(blanks); begin != std::string_view::npos;) {
+            const std::size_t end = std::min(text.find_first_of(blanks, begin), text.size());
+            if (++alternatives_ > maxAlternativesPerLine) {
+                effects_.opaque(cwd_);
+                return {};
+            }
+            Word& part = apart.emplace_back();
+            part.text = text.substr(begin, end - begin);
+            part.glob = part.text.find_first_of("*?[") != std::string::npos;
+            begin = text.find_first_not_of(blanks, end);
+        }
+    }
+    return apart;
 }
 
 // A change of folder inside parentheses ends with them.
@@ -206,7 +240,9 @@ void Analysis::expandAll(std::vector<Word>& words) {
 bool Analysis::expandOne(Word& word) {
     if (!word.expands) return true;
     variables_.setUnfollowed(false);
+    const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
     expandInPlace(word, context_.home, variables_);
+    word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
     if (variables_.unfollowed()) effects_.opaque(cwd_);
     return !variables_.unfollowed();
 }
@@ -221,8 +257,8 @@ std::vector<Word> Analysis::expandedOverLoops(std::vector<Word> words) {
 void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out) {
     while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
     if (loop == loops_.size()) {
-        if (!expandOne(word)) return;
         word.glob |= glob;
+        if (!expandOne(word)) return;
         out.push_back(std::move(word));
         return;
     }

@@ -67,7 +67,7 @@ void Lexer::append(std::string_view text) {
 
 void Lexer::beginWord() {
     word_.text.clear();
-    word_.quoted = word_.glob = word_.tilde = word_.expands = false;
+    word_.quoted = word_.glob = word_.tilde = word_.expands = word_.splits = false;
     word_.plain = 0;
     started_ = false;
     escaped_ = false;

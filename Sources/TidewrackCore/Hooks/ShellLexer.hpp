@@ -18,6 +18,7 @@ struct Word {
     bool glob = false;     // an unquoted "*", "?" or "[" occurred
     bool tilde = false;    // it began with an unquoted "~"
     bool expands = false;  // it may hold something that expand() changes
+    bool splits = false;   // its value came from variables outside quotes, and some shells take it apart
     std::size_t plain = 0; // how many leading bytes of the text stood outside quotes and escapes
 
     bool operator==(const Word&) const = default;
