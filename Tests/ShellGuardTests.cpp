@@ -118,6 +118,7 @@ TEST(ShellGuard, seesThroughWrappersAssignmentsAndKeywords) {
         {"if true; then rm a; else rm b; fi", "p/a p/b"},
         {"while ! rm a; do { rm b; }; done", "p/a p/b"},
         {"f() { rm a; }; f", "p/a"},
+        {"function f { rm a; }; f; coproc rm b; function g", "p/a p/b"},
         {"case $x in a) rm a;; esac", "p/a"},
         {"cat <<'EOF' > f\nIt's prose\nEOF\nrm a", "p/a p/f ?p"},
         {"make && \\\n  rm -r a", "p/a ?p"},
@@ -167,6 +168,14 @@ TEST(ShellGuard, seesEveryPathOfABraceList) {
         {"X={a,b}; rm -f $X", "p/{a,b}"},
         {"rm {1..1001} a", "p/a p/{1..1001} ?p"},
     });
+}
+
+TEST(ShellGuard, knowsTheUsersOwnHomeByName) {
+    Context context = plainContext();
+    context.env["USER"] = "bob";
+    EXPECT_EQ(judged("rm -rf ~bob", context), "home deny");
+    EXPECT_EQ(judged("rm ~bob/a ~bobby/b '~bob/c'", context), "home/a p/~bob/c p/~bobby/b");
+    EXPECT_EQ(judged("rm ~bob/a"), "p/~bob/a");
 }
 
 TEST(ShellGuard, takesUnquotedVariablesApartAndWhole) {

@@ -64,6 +64,7 @@ class Analysis {
     void assign(const Word& word, std::size_t equals);
     void expandBraceLists(Simple& simple);
     void expandAll(std::vector<Word>& words);
+    void shortenOwnHome(Word& word) const;
     bool expandOne(Word& word);
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
@@ -105,7 +106,7 @@ void Analysis::take(Simple& simple) {
     if (simple.opaque) effects_.opaque(cwd_);
     if (!simple.braced.empty()) expandBraceLists(simple);
     std::vector<Word>& words = simple.words;
-    auto first = std::find_if_not(words.begin(), words.end(), isReserved);
+    auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
     if (!simple.redirects.empty()) {
         expandAll(simple.redirects);
         for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
@@ -235,10 +236,24 @@ void Analysis::expandAll(std::vector<Word>& words) {
     words.resize(kept);
 }
 
+// The user's own ~name is ~.
+void Analysis::shortenOwnHome(Word& word) const {
+    for (const std::string_view variable : {"USER"sv, "LOGNAME"sv}) {
+        const auto user = context_.env.find(variable);
+        if (user == context_.env.end() || user->second.empty()) continue;
+        const std::string_view rest = std::string_view(word.text).substr(1);
+        const std::size_t length = user->second.size();
+        if (!rest.starts_with(user->second) || (rest.size() > length && rest[length] != '/')) continue;
+        word.text.erase(1, length);
+        return;
+    }
+}
+
 // False for a word whose value cannot be known. It is left out: a guess such as "/*" for "$unknown/*" would
 // be refused for no reason.
 bool Analysis::expandOne(Word& word) {
     if (!word.expands) return true;
+    if (word.tilde) shortenOwnHome(word);
     variables_.setUnfollowed(false);
     const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
     expandInPlace(word, context_.home, variables_);
