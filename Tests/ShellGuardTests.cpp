@@ -118,6 +118,7 @@ TEST(ShellGuard, seesThroughWrappersAssignmentsAndKeywords) {
         {"if true; then rm a; else rm b; fi", "p/a p/b"},
         {"while ! rm a; do { rm b; }; done", "p/a p/b"},
         {"f() { rm a; }; f", "p/a"},
+        {"function f { rm a; }; f; coproc rm b; function g", "p/a p/b"},
         {"case $x in a) rm a;; esac", "p/a"},
         {"cat <<'EOF' > f\nIt's prose\nEOF\nrm a", "p/a p/f ?p"},
         {"make && \\\n  rm -r a", "p/a ?p"},
@@ -149,6 +150,44 @@ TEST(ShellGuard, passesOverCommandsThatDoNothingHere) {
         {"git log --oneline | head -5; [ -f x ] && echo \"a b\" 2>&1", ""},
         {": ${X:=/x}; rm -rf $X", " ?p"},
         {"if ls; then ! printf x >f; fi", "p/f"},
+    });
+}
+
+TEST(ShellGuard, seesEveryPathOfABraceList) {
+    expectAll({
+        {"rm -rf {src,docs}", "p/docs p/src"},
+        {"rm -rf ~/{x,Documents}", "home/Documents home/x deny"},
+        {"rm -rf /{,usr}", "/ /usr deny"},
+        {"rm -rf \"$DIR\"/{a,'b c',{d,e}f}.x", "d/a.x d/b c.x d/df.x d/ef.x"},
+        {"rm {~/a,$DIR/b,#c}", "d/b home/a p/#c"},
+        {"mv a{,.bak}; touch x{1,2}", "p/a p/a.bak"},
+        {"rm {a,b}{c,d} {e..g} {9..11} {01..-1}", "p/00 p/01 p/10 p/11 p/9 p/ac p/ad p/bc p/bd p/e p/f p/g"},
+        {"rm {a} {} '{a,b}' \\{c,d\\} {e\\,f} ${DIR:-a,b}", "d p/{a,b} p/{a} p/{c,d} p/{e,f} p/{}"},
+        {"rm {{a},b} {c,d x{,e", "p/b p/x{,e p/{a} p/{c,d"},
+        {"for d in {a,b}; do { rm $d/{1,2}; }; done", "p/a/1 p/a/2 p/b/1 p/b/2"},
+        {"X={a,b}; rm -f $X", "p/{a,b}"},
+        {"rm {1..1001} a", "p/a p/{1..1001} ?p"},
+    });
+}
+
+TEST(ShellGuard, knowsTheUsersOwnHomeByName) {
+    Context context = plainContext();
+    context.env["USER"] = "bob";
+    EXPECT_EQ(judged("rm -rf ~bob", context), "home deny");
+    EXPECT_EQ(judged("rm ~bob/a ~bobby/b '~bob/c'", context), "home/a p/~bob/c p/~bobby/b");
+    EXPECT_EQ(judged("rm ~bob/a"), "p/~bob/a");
+}
+
+TEST(ShellGuard, takesUnquotedVariablesApartAndWhole) {
+    expectAll({
+        {"L='a b'; rm $L", "p/a p/a b p/b"},
+        {"L='a b'; rm \"$L\" x$L\"\"", "p/a b p/xa b"},
+        {"L=\"x /usr\"; rm -rf $L", "p/x p/x /usr /usr deny"},
+        {"L='a b'; cp x $L; mv $L c", "p/a p/a b p/b p/c"},
+        {"C='sudo rm -rf'; $C a", "p/a"},
+        {"L='a b'; for f in $L c; do rm $f; done", "p/a p/a b p/b p/c"},
+        {"L='q/*.x'; rm $L", "p/q p/q/*.x"},
+        {"L='a b'; M=$L; cd $L && rm \"$M\"", "p/a b/a b"},
     });
 }
 

@@ -30,10 +30,10 @@ const std::vector<std::string> seeds = {
     "while read -r l; do echo $((1 << 2)) >> \u00e9\u0301.txt; done < <(ls)",
 };
 
-const std::vector<std::string> pieces = {"'",  "\"", "\\",   "$",      "${",     "}",      "(",    ")",   "<<",  "<",
-                                         ">",  ">|", "&>",   "&",      ";",      "|",      "\n",   "\r",  "*",   "[",
-                                         "~",  "#",  "`",    "=",      "rm ",    "cd ",    "..",   "/",   "do ", "EOF",
-                                         "\t", " ",  "\xff", "\u0301", "\u0600", "\uE000", "-rf ", "git "};
+const std::vector<std::string> pieces = {"'",   "\"", "\\", "$",    "${",     "}",      "(",      ")",    "<<",  "<",
+                                         ">",   ">|", "&>", "&",    ";",      "|",      "\n",     "\r",   "*",   "[",
+                                         "~",   "#",  "`",  "=",    "rm ",    "cd ",    "..",     "/",    "do ", "{",
+                                         "EOF", "\t", " ",  "\xff", "\u0301", "\u0600", "\uE000", "-rf ", "git "};
 
 class Mutator {
   public:

@@ -1,5 +1,6 @@
 #include "Hooks/ShellGuard.hpp"
 
+#include "Hooks/BraceLists.hpp"
 #include "Hooks/ShellEffects.hpp"
 #include "Hooks/ShellRules.hpp"
 
@@ -13,12 +14,15 @@ namespace {
 
 using namespace std::string_view_literals;
 
+constexpr std::string_view blanks = " \t\n";
+constexpr std::string_view blanksAndGlobs = " \t\n*?[";
 constexpr std::size_t maxFolderLength = 4096;
 constexpr std::size_t maxFolderChanges = 1'000;
 constexpr std::size_t maxSavedFolders = 64;
 constexpr std::size_t maxLoops = 8;
 constexpr std::size_t maxAlternatives = 1'000;
 constexpr std::size_t maxAlternativesPerLine = 10'000;
+constexpr std::size_t maxBraceWordsPerLine = 2'000;
 
 // A variable that takes several values one after the other, or (none) values that only running would show.
 struct Loop {
@@ -58,12 +62,15 @@ class Analysis {
     void leaveSubshells(std::size_t sharedDepth);
     bool assignAll(const std::vector<Word>& words, bool declared);
     void assign(const Word& word, std::size_t equals);
+    void expandBraceLists(Simple& simple);
     void expandAll(std::vector<Word>& words);
+    void shortenOwnHome(Word& word) const;
     bool expandOne(Word& word);
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void bindLoop(std::string_view name, std::vector<Word> values);
     void forgetLoop(std::string_view name);
+    std::vector<Word> takenApart(const std::vector<Word>& words);
     bool takeBuiltin(std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     void enter(std::string folder, std::size_t depth);
@@ -82,6 +89,7 @@ class Analysis {
     std::vector<SavedFolder> saved_; // to go back to when a parenthesis closes
     std::vector<Loop> loops_;
     std::size_t alternatives_ = 0;
+    std::size_t braceWords_ = 0;
 };
 
 Decision Analysis::run(std::string_view command) {
@@ -96,8 +104,9 @@ Decision Analysis::run(std::string_view command) {
 void Analysis::take(Simple& simple) {
     leaveSubshells(simple.sharedDepth);
     if (simple.opaque) effects_.opaque(cwd_);
+    if (!simple.braced.empty()) expandBraceLists(simple);
     std::vector<Word>& words = simple.words;
-    auto first = std::find_if_not(words.begin(), words.end(), isReserved);
+    auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
     if (!simple.redirects.empty()) {
         expandAll(simple.redirects);
         for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
@@ -110,9 +119,40 @@ void Analysis::take(Simple& simple) {
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "popd"sv;
     expandAll(words);
+    std::vector<Word> apart = takenApart(words);
     strip(words);
+    strip(apart);
+    const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
+    if (loop && apart.size() > 3) words.insert(words.end(), apart.begin() + 3, apart.end());
+    if (!loop && !apart.empty()) examine(apart, cwd_, effects_);
     if (words.empty() || takeBuiltin(words, simple.depth, !endsWithName)) return;
     examine(words, cwd_, effects_);
+}
+
+// The words as a shell sees them that takes an unquoted variable's value apart at its blanks and then for
+// patterns; empty when that is no other reading. Not all shells do, so that both readings count.
+std::vector<Word> Analysis::takenApart(const std::vector<Word>& words) {
+    std::vector<Word> apart;
+    if (std::none_of(words.begin(), words.end(), [](const Word& word) { return word.splits; })) return apart;
+    for (const Word& word : words) {
+        if (!word.splits) {
+            apart.push_back(word);
+            continue;
+        }
+        const std::string_view text = word.text;
+        for (std::size_t begin = text.find_first_not_of(blanks); begin != std::string_view::npos;) {
+            const std::size_t end = std::min(text.find_first_of(blanks, begin), text.size());
+            if (++alternatives_ > maxAlternativesPerLine) {
+                effects_.opaque(cwd_);
+                return {};
+            }
+            Word& part = apart.emplace_back();
+            part.text = text.substr(begin, end - begin);
+            part.glob = part.text.find_first_of("*?[") != std::string::npos;
+            begin = text.find_first_not_of(blanks, end);
+        }
+    }
+    return apart;
 }
 
 // A change of folder inside parentheses ends with them.
@@ -152,6 +192,35 @@ void Analysis::assign(const Word& word, std::size_t equals) {
     if (!variables_.assign(name, std::move(values.front().text))) effects_.opaque(cwd_);
 }
 
+void Analysis::expandBraceLists(Simple& simple) {
+    std::vector<Word> words;
+    words.reserve(simple.words.size());
+    std::size_t taken = 0;
+    const auto takeUntil = [&](std::size_t end) {
+        for (; taken < end; ++taken) words.push_back(std::move(simple.words[taken]));
+    };
+    for (const BracedWord& braced : simple.braced) {
+        if (!holdsBraceList(braced.source) || assignmentAt(simple.words[braced.index]) > 0) continue;
+        const auto sources = braceWords_ < maxBraceWordsPerLine ? expandBraces(braced.source) : std::nullopt;
+        if (!sources) {
+            effects_.opaque(cwd_);
+            continue;
+        }
+        takeUntil(braced.index);
+        ++taken;
+        braceWords_ += sources->size();
+        Simple one;
+        for (const std::string& source : *sources) {
+            Lexer lexer(source);
+            if (!lexer.next(one)) continue;
+            for (Word& word : one.words) words.push_back(std::move(word));
+        }
+    }
+    if (taken == 0) return;
+    takeUntil(simple.words.size());
+    simple.words = std::move(words);
+}
+
 // Expands the words where they stand. What an unset variable leaves behind outside quotes is no word at all.
 void Analysis::expandAll(std::vector<Word>& words) {
     const bool overLoops = !loops_.empty();
@@ -167,12 +236,28 @@ void Analysis::expandAll(std::vector<Word>& words) {
     words.resize(kept);
 }
 
+// The user's own ~name is ~.
+void Analysis::shortenOwnHome(Word& word) const {
+    for (const std::string_view variable : {"USER"sv, "LOGNAME"sv}) {
+        const auto user = context_.env.find(variable);
+        if (user == context_.env.end() || user->second.empty()) continue;
+        const std::string_view rest = std::string_view(word.text).substr(1);
+        const std::size_t length = user->second.size();
+        if (!rest.starts_with(user->second) || (rest.size() > length && rest[length] != '/')) continue;
+        word.text.erase(1, length);
+        return;
+    }
+}
+
 // False for a word whose value cannot be known. It is left out: a guess such as "/*" for "$unknown/*" would
 // be refused for no reason.
 bool Analysis::expandOne(Word& word) {
     if (!word.expands) return true;
+    if (word.tilde) shortenOwnHome(word);
     variables_.setUnfollowed(false);
+    const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
     expandInPlace(word, context_.home, variables_);
+    word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
     if (variables_.unfollowed()) effects_.opaque(cwd_);
     return !variables_.unfollowed();
 }
@@ -187,8 +272,8 @@ std::vector<Word> Analysis::expandedOverLoops(std::vector<Word> words) {
 void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out) {
     while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
     if (loop == loops_.size()) {
-        if (!expandOne(word)) return;
         word.glob |= glob;
+        if (!expandOne(word)) return;
         out.push_back(std::move(word));
         return;
     }

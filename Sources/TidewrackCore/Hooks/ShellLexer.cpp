@@ -21,7 +21,7 @@ constexpr std::size_t maxNameLength = 256;
 
 constexpr std::array<bool, 256> specialBytes() {
     std::array<bool, 256> special{};
-    for (const char c : std::string_view(" \t\n;|()&><'\"\\`$*?[#~")) special[static_cast<unsigned char>(c)] = true;
+    for (const char c : std::string_view(" \t\n;|()&><'\"\\`$*?[{#~")) special[static_cast<unsigned char>(c)] = true;
     for (std::size_t byte = 0x80; byte < special.size(); ++byte) special[byte] = true;
     return special;
 }
@@ -67,14 +67,19 @@ void Lexer::append(std::string_view text) {
 
 void Lexer::beginWord() {
     word_.text.clear();
-    word_.quoted = word_.glob = word_.tilde = word_.expands = false;
+    word_.quoted = word_.glob = word_.tilde = word_.expands = word_.splits = false;
     word_.plain = 0;
     started_ = false;
     escaped_ = false;
+    braced_ = false;
 }
 
 void Lexer::flush() {
     if (!started_) return;
+    if (braced_ && !redirect_) {
+        const std::string_view source = text_.substr(wordBegin_, wordEnd_ - wordBegin_);
+        out_->braced.push_back({out_->words.size(), source});
+    }
     if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
     std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
     // Room for all that may follow, instead of moving a huge list each time it has doubled.
@@ -103,8 +108,11 @@ void Lexer::markOpaque() {
 bool Lexer::next(Simple& simple) {
     simple.words.clear();
     simple.redirects.clear();
+    simple.braced.clear();
     out_ = &simple;
     for (;;) {
+        if (!started_) wordBegin_ = at_;
+        wordEnd_ = at_;
         if (at_ >= end_) {
             const bool complete = endCommand();
             const bool more = leaveBody();
@@ -112,6 +120,7 @@ bool Lexer::next(Simple& simple) {
             if (!more) return false;
         }
         takePlainRun();
+        wordEnd_ = at_;
         if (at_ < end_ && takeCharacter()) return true;
     }
 }
@@ -176,6 +185,7 @@ void Lexer::takeInWord(char c) {
     case '~':
         if (!started_) word_.tilde = word_.expands = true;
         break;
+    case '{': braced_ = true; break;
     case '#':
         if (!started_) return skipComment();
         break;

@@ -18,14 +18,24 @@ struct Word {
     bool glob = false;     // an unquoted "*", "?" or "[" occurred
     bool tilde = false;    // it began with an unquoted "~"
     bool expands = false;  // it may hold something that expand() changes
+    bool splits = false;   // its value came from variables outside quotes, and some shells take it apart
     std::size_t plain = 0; // how many leading bytes of the text stood outside quotes and escapes
 
     bool operator==(const Word&) const = default;
 };
 
+// A word that may hold a brace list, as it was written.
+struct BracedWord {
+    std::size_t index;       // among the words
+    std::string_view source; // points into the command line
+
+    bool operator==(const BracedWord&) const = default;
+};
+
 struct Simple {
     std::vector<Word> words;     // the command name and its arguments
     std::vector<Word> redirects; // the targets of output redirections
+    std::vector<BracedWord> braced;
     bool opaque = false;         // holds something whose effect shows only when it runs
     std::size_t depth = 0;       // how many parentheses it stands in ...
     std::size_t sharedDepth = 0; // ... and how many of those hold the command before it too
@@ -94,6 +104,9 @@ class Lexer {
     Word word_;
     bool started_ = false;
     bool escaped_ = false;
+    bool braced_ = false;
+    std::size_t wordBegin_ = 0;
+    std::size_t wordEnd_ = 0; // where a word would end that is being cut
     bool redirect_ = false;
     bool opaque_ = false;
     bool opaquePart_ = false;

@@ -16,7 +16,8 @@ using Words = std::span<const Word>;
 
 constexpr std::array declarations = {"export"sv, "local"sv, "declare"sv, "typeset"sv, "readonly"sv};
 
-constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv, "while"sv, "until"sv, "do"sv, "{"sv, "!"sv};
+constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     "while"sv, "until"sv,
+                                      "do"sv, "{"sv,    "!"sv,    "function"sv, "coproc"sv};
 
 constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, "time"sv,
                                  "nice"sv, "exec"sv,    "builtin"sv, "doas"sv};
@@ -175,6 +176,10 @@ constexpr NameFilter reservedFilter = [] {
     return filter;
 }();
 
+bool isReserved(const Word& word) {
+    return word.plain == word.text.size() && reservedFilter.mayHold(word.text) && isIn(reservedWords, word.text);
+}
+
 constexpr NameFilter commandFilter = [] {
     NameFilter filter;
     for (const std::string_view name : declarations) filter.add(name);
@@ -318,8 +323,10 @@ bool mayMatter(const Word& first) {
            (isIn(declarations, name) || isIn(wrappers, name) || isIn(builtins, name) || ruleFor(name));
 }
 
-bool isReserved(const Word& word) {
-    return word.plain == word.text.size() && reservedFilter.mayHold(word.text) && isIn(reservedWords, word.text);
+std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
+    std::size_t count = 0;
+    while (count < words.size() && isReserved(words[count])) count += words[count].text == "function" ? 2U : 1U;
+    return std::min(count, words.size());
 }
 
 std::size_t assignmentAt(const Word& word) {

@@ -13,8 +13,8 @@ namespace tidewrack::shell {
 // "export", "local", ...: what follows are assignments.
 [[nodiscard]] bool isDeclaration(const Word& word);
 
-// "then", "do", "{", ...: a command begins right behind it.
-[[nodiscard]] bool isReserved(const Word& word);
+// How many words stand before the command itself: "then", "do", "{", "function name", ...
+[[nodiscard]] std::size_t wordsBeforeCommand(const std::vector<Word>& words);
 
 // False when a command that begins with this word changes neither the disk nor what its line knows, so that
 // its other words need no look.
