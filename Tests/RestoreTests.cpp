@@ -1,4 +1,4 @@
-#include "Support/TestFolders.hpp"
+#include "Support/TestHistory.hpp"
 
 #include "Engine/Engine.hpp"
 #include "Platform/Platform.hpp"
@@ -241,4 +241,32 @@ TEST_F(RestoreTest, refusesARootThatIsNoFolderAnyMore) {
                                                           "Refusing to restore into it.")
                                        .c_str());
     }
+}
+
+TEST_F(RestoreTest, worksWithoutSpecialRights) {
+    const auto& f = world.folder;
+    const std::string report = unprivileged(f, [&] {
+        f.write("project/fixed/file", "fixed");
+        ::chmod(f.at("project/fixed").c_str(), 0555);
+        world.ok({"snap"});
+        const std::string wanted = f.listing("project");
+        // A folder made read-only since takes its files again, and a read-only one comes back as it was.
+        f.remove("project/src/main.c");
+        ::chmod(f.at("project/src").c_str(), 0555);
+        f.remove("project/fixed");
+        std::string text = world.run({"restore", "2"}).out;
+        if (f.listing("project") != wanted) text += f.listing("project");
+        // What can't be read couldn't be saved, so it isn't replaced.
+        f.write("project/a.txt", "changed");
+        ::chmod(f.at("project/a.txt").c_str(), 0);
+        text += world.run({"restore", "2"}).out;
+        ::chmod(f.at("project/a.txt").c_str(), 0644);
+        return text + f.read("project/a.txt");
+    });
+    EXPECT_EQ(report, "Restored 2 files, removed 0 files. Undo this with: tidewrack restore 3\n"
+                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 5\n"
+                      "warning: couldn't save a.txt: Permission denied\n"
+                      "warning: couldn't restore a.txt: it couldn't be saved first (it couldn't be read: Permission "
+                      "denied)\n"
+                      "changed");
 }

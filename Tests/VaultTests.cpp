@@ -2,10 +2,12 @@
 
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
+#include "Support/Json.hpp"
 #include "Vault/Vault.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #ifdef __linux__
 #include <sys/xattr.h>
@@ -192,6 +194,30 @@ TEST_F(VaultTest, skipsFoldersOverTheLimits) {
     EXPECT_EQ(save({"home/many/a", "home/many/b/c"}).items.size(), 2U) << "files by themselves have no limit";
 }
 
+TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {
+    folder.write("outside/readable", "saved");
+    folder.write("outside/locked", "not ours to read");
+    folder.write("outside/private/inside", "hidden");
+    ::chmod(folder.at("outside/locked").c_str(), 0);
+    ::chmod(folder.at("outside/private").c_str(), 0);
+    ::chmod(folder.path().c_str(), 0777);
+    const pid_t child = ::fork(); // root may read everything
+    if (child == 0) {
+        if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(9);
+        const Vault own(Store(folder.at("their-store"), folder.at("home")));
+        VaultEntry entry = own.save({folder.at("outside")}, "rm -rf outside", std::nullopt, "/");
+        std::sort(entry.skipped.begin(), entry.skipped.end());
+        const bool named = entry.skipped == std::vector{folder.at("outside/locked"), folder.at("outside/private")};
+        const bool saved = entry.items.size() == 1 &&
+                           exists(folder.at("their-store/vault/" + entry.id + "/items/0/readable"));
+        ::_exit(named && saved ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::chmod(folder.at("outside/private").c_str(), 0755);
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(VaultTest, leavesOutWhatIsNotSavedInTime) {
     folder.write("home/a", "a");
     folder.write("home/b", "b");
@@ -284,6 +310,18 @@ TEST(VaultId, tellsTimeAndIsUnique) {
     const std::string first = Vault::newID();
     EXPECT_TRUE(std::regex_match(first, std::regex("[0-9]{8}-[0-9]{6}-[1-9A-F][0-9A-F]{0,7}"))) << first;
     EXPECT_NE(first, Vault::newID());
+}
+
+TEST(VaultRecord, keepsItsWrittenForm) {
+    const std::string text =
+        R"({"agent":"claude","command":"rm -r ~\/a","created":"2026-03-14T09:30:05Z","cwd":"\/w",)"
+        R"("id":"20260314-093005-1F3A9C","items":[{"kind":"dir","original":"\/home\/u\/a","stored":"items\/0"}],)"
+        R"("skipped":["\/home\/u\/b"]})";
+    VaultEntry entry = decodeVaultEntry(text, "here");
+    EXPECT_EQ(entry.items, (std::vector<VaultEntry::Item>{{"/home/u/a", "items/0", "dir"}}));
+    EXPECT_EQ(compactJson(toJson(entry)), text);
+    entry.agent.reset();
+    EXPECT_EQ(compactJson(toJson(entry)).find("agent"), std::string::npos);
 }
 
 TEST(VaultCommand, listsAndRestores) {

@@ -14,6 +14,7 @@ namespace limits {
 namespace {
 
 constexpr size_t batch = 64;
+constexpr size_t bufferSize = 256 << 10;
 
 void check(bool good, const std::string& path) {
     if (!good) throw std::system_error(errno, std::generic_category(), path);
@@ -25,7 +26,7 @@ timespec timeOf(int64_t nanoseconds) {
 
 class Copier {
   public:
-    explicit Copier(std::atomic<bool>& clones) : clones_(clones), buffer_(256 * 1024) {}
+    explicit Copier(std::atomic<bool>& clones) : clones_(clones), buffer_(bufferSize) {}
 
     void copy(const CopyJob& job) {
         const std::string& target = job.temporary.empty() ? job.destination : job.temporary;

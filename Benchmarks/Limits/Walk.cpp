@@ -15,6 +15,7 @@ namespace limits {
 namespace {
 
 constexpr size_t chunkSize = 1 << 20;
+constexpr size_t bufferSize = 256 << 10;
 
 int64_t nanoseconds(const timespec& time) {
     return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -53,7 +54,7 @@ class Work {
 
 class Reader {
   public:
-    Reader(int root, Work& work) : root_(root), work_(work), buffer_(256 * 1024) {}
+    Reader(int root, Work& work) : root_(root), work_(work), buffer_(bufferSize) {}
 
     void run() {
         std::string_view folder;

@@ -61,7 +61,10 @@ class Commands {
 
   private:
     [[nodiscard]] std::string absolute(const std::string& path) const {
-        return path.starts_with('/') ? path : absolutePath(path, around_.currentFolder);
+        if (path.starts_with('/')) return path;
+        if (around_.currentFolder.empty())
+            throw TidewrackError::io("Can't tell the current folder; it may have been deleted.");
+        return absolutePath(path, around_.currentFolder);
     }
 
     // The project that contains `folder` (default: --project, else the current folder).
@@ -344,6 +347,10 @@ void hooks(const Args& args, Surroundings& around) {
     installer.binary = calledProgram(around.calledAs, searchPath, around.currentFolder).value_or(executablePath());
     std::vector<std::string> words(args.positional.begin() + 1, args.positional.end());
     if (args.has("--print")) words.insert(words.begin(), "print");
+    if (args.has("--json") && words == std::vector<std::string>{"status"}) {
+        around.out.write(hooksStatusJson(installer));
+        return;
+    }
     std::ostringstream text;
     try {
         runHooks(words, installer, text);

@@ -1,10 +1,14 @@
 #include "HooksCommand.hpp"
 
+#include "CommandLine.hpp"
+#include "Support/Json.hpp"
+
+#include <nlohmann/json.hpp>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <ostream>
-#include <stdexcept>
 
 namespace tidewrack {
 
@@ -13,7 +17,7 @@ namespace {
 enum class Change { install, uninstall };
 
 [[noreturn]] void usageError(const std::string& message) {
-    throw std::runtime_error(message);
+    throw CliError(message);
 }
 
 Agent knownAgent(const std::string& name) {
@@ -52,17 +56,21 @@ void changeAgents(const std::string& name, Change change, const HookInstaller& i
         report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out);
 }
 
+const char* stateText(HookInstaller::Status::State state) {
+    switch (state) {
+    case HookInstaller::Status::State::installed: return "installed";
+    case HookInstaller::Status::State::notInstalled: return "not installed";
+    case HookInstaller::Status::State::agentNotFound: return "agent not found";
+    }
+    return "";
+}
+
 void printStatus(const HookInstaller& installer, std::ostream& out) {
-    using State = HookInstaller::Status::State;
     for (const Agent agent : allAgents) {
         const auto status = installer.status(agent);
         std::string line(rawValue(agent));
         line.resize(8, ' ');
-        switch (status.state) {
-        case State::installed: line += "installed"; break;
-        case State::notInstalled: line += "not installed"; break;
-        case State::agentNotFound: line += "agent not found"; break;
-        }
+        line += stateText(status.state);
         if (status.hint) line += ", " + *status.hint;
         out << line << '\n';
     }
@@ -96,6 +104,18 @@ void runHooks(const std::vector<std::string>& words, const HookInstaller& instal
         out << installer.snippet(knownAgent(agent)) << '\n';
     else
         usageError("usage: tidewrack hooks status|install|uninstall|print");
+}
+
+std::string hooksStatusJson(const HookInstaller& installer) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const Agent agent : allAgents) {
+        const auto status = installer.status(agent);
+        nlohmann::json object = {
+            {"agent", rawValue(agent)}, {"state", stateText(status.state)}, {"path", installer.configPath(agent)}};
+        if (status.hint) object["hint"] = *status.hint;
+        list.push_back(object);
+    }
+    return prettyJson(list, Slashes::escaped) + "\n";
 }
 
 std::optional<std::string> calledProgram(std::string_view calledAs, std::string_view searchPath,

@@ -15,6 +15,10 @@ namespace tidewrack {
 // that cannot be read or written; what was done before that is in `out`.
 void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out);
 
+// `hooks status` for programs: a list of objects with "agent", "state" ("installed", "not installed", "agent not
+// found"), "path" and, where something is wrong, "hint".
+[[nodiscard]] std::string hooksStatusJson(const HookInstaller& installer);
+
 // The absolute path of a program that was called as `calledAs` in `folder`: a bare name is looked up in the
 // colon-separated `searchPath` as a shell does. Links are not resolved. None when nothing is found.
 [[nodiscard]] std::optional<std::string> calledProgram(std::string_view calledAs, std::string_view searchPath,

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-extern char** environ;
+extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
 
 namespace {
 

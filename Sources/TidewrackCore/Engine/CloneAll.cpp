@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <system_error>
 #include <thread>
 
 namespace tidewrack {
@@ -29,8 +30,14 @@ std::vector<int> cloneAll(std::size_t jobs, std::size_t threads, int root,
         }
     };
     std::vector<std::thread> pool;
-    for (std::size_t i = 1; i < workers; ++i) pool.emplace_back(run, i);
+    std::size_t next = 1;
+    try {
+        for (; next < workers; ++next) pool.emplace_back(run, next);
+    } catch (const std::system_error&) {
+        // No more threads are to be had here: this one does the rest.
+    }
     run(0);
+    for (; next < workers; ++next) run(next);
     for (std::thread& thread : pool) thread.join();
     return results;
 }

@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 #include <cstring>
+#include <system_error>
 
 namespace tidewrack {
 
@@ -32,7 +33,7 @@ std::unique_ptr<FolderListing> FolderReader::take() {
     std::string path;
     {
         std::unique_lock lock(mutex_);
-        if (++handedOut_ == foldersBeforeHelp) helper_ = std::thread([this] { readAhead(); });
+        if (++handedOut_ == foldersBeforeHelp) startHelper();
         changed_.wait(lock, [this] { return !ready_.empty() || !unread_.empty() || !helperReads_; });
         if (!ready_.empty()) {
             auto listing = std::move(ready_.front());
@@ -45,6 +46,14 @@ std::unique_ptr<FolderListing> FolderReader::take() {
         unread_.pop_back();
     }
     return read(std::move(path));
+}
+
+void FolderReader::startHelper() {
+    try {
+        helper_ = std::thread([this] { readAhead(); });
+    } catch (const std::system_error&) {
+        // No thread is to be had here: the caller reads alone.
+    }
 }
 
 void FolderReader::readAhead() {

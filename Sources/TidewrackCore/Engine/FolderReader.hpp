@@ -47,6 +47,7 @@ class FolderReader {
     [[nodiscard]] std::unique_ptr<FolderListing> take();
 
   private:
+    void startHelper();
     void readAhead();
     [[nodiscard]] std::unique_ptr<FolderListing> read(std::string path) const;
 

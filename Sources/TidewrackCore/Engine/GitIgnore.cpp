@@ -10,7 +10,7 @@
 #include <array>
 #include <cerrno>
 
-extern char** environ;
+extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
 
 namespace tidewrack {
 

@@ -40,7 +40,7 @@ std::string temporaryName() {
 
 RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manifest& target,
                        const TakenSnapshot& safety)
-    : engine_(engine), project_(project), target_(target), safety_(safety), files_(-1), parents_(files_) {
+    : engine_(engine), target_(target), safety_(safety), files_(-1), parents_(files_) {
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
     const std::string blobs = engine.store.blobsFolder(project);

@@ -55,7 +55,6 @@ class RestoreRun {
     void restored(std::string_view path, bool folder);
 
     const Engine& engine_;
-    const Project& project_;
     const Manifest& target_;
     const TakenSnapshot& safety_;
     Trace trace_;

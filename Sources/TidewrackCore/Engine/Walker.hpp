@@ -21,31 +21,30 @@ namespace tidewrack {
 
 using NameSet = std::set<std::string, std::less<>>;
 
-namespace Walker {
+struct Walker {
 
-struct Item {
-    std::string_view path; // relative to the root; valid during the call only
-    Entry entry;
-    bool ignored = false; // a folder left out because git ignores it: size and times 0, blob "ign"
+    struct Item {
+        std::string_view path; // relative to the root; valid during the call only
+        Entry entry;
+        bool ignored = false; // a folder left out because git ignores it: size and times 0, blob "ign"
+    };
+
+    struct Options {
+        NameSet excludes;
+        NameSet excludesIfIgnored;
+        std::function<bool(std::string_view)> isIgnored; // git's answer for a relative folder path; may be empty
+        NameSet skipPaths;                               // relative folder paths left out, with everything below
+        std::vector<std::string>* leftovers = nullptr;   // receives the temporaries of interrupted restores
+    };
+
+    // Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
+    // when it returns false. Sub-folders and items that cannot be read are passed over in silence.
+    // Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
+    static void walk(const std::string& root, const Options& options, const std::function<bool(const Item&)>& body);
+
+    // Counts the items that walk yields with the given excluded names; gives up at `limit` + 1.
+    [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
 };
-
-struct Options {
-    NameSet excludes;
-    NameSet excludesIfIgnored;
-    std::function<bool(std::string_view)> isIgnored; // git's answer for a relative folder path; may be empty
-    NameSet skipPaths;                               // relative folder paths left out, with everything below
-    std::vector<std::string>* leftovers = nullptr;   // receives the temporaries of interrupted restores
-};
-
-// Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
-// when it returns false. Sub-folders and items that cannot be read are passed over in silence.
-// Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
-void walk(const std::string& root, const Options& options, const std::function<bool(const Item&)>& body);
-
-// Counts the items that walk yields with the given excluded names; gives up at `limit` + 1.
-[[nodiscard]] std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
-
-} // namespace Walker
 
 // The name of a file that a restore writes before it is moved into place: ".tidewrack-<pid>-<n>". The process's
 // number, or -1 for any other name.

@@ -1,12 +1,12 @@
 #include "Hooks/ConfigFile.hpp"
 
+#include "Support/Errors.hpp"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
 #include <utility>
 
 namespace tidewrack {
@@ -15,8 +15,8 @@ namespace {
 
 constexpr int maxLinks = 40;
 
-[[noreturn]] void fail(const std::string& what, const std::string& path, int error) {
-    throw std::runtime_error(what + " " + path + ": " + std::strerror(error));
+[[noreturn]] void fail(const char* action, const std::string& path, int error) {
+    throw TidewrackError::io(action, path, error);
 }
 
 std::string folderOf(const std::string& path) {
@@ -35,14 +35,14 @@ std::string followedLinks(std::string path) {
         next.append(target, static_cast<std::size_t>(length));
         path = std::move(next);
     }
-    fail("can't follow", path, ELOOP);
+    fail("follow", path, ELOOP);
 }
 
 void createFolders(const std::string& folder) {
     if (::mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST) return;
-    if (errno != ENOENT || folder == "/") fail("can't create", folder, errno);
+    if (errno != ENOENT || folder == "/") fail("create", folder, errno);
     createFolders(folderOf(folder));
-    if (::mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) fail("can't create", folder, errno);
+    if (::mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) fail("create", folder, errno);
 }
 
 // A file that is written beside `path` and takes its place with `commit`; without that it is removed again.
@@ -54,7 +54,7 @@ class NewFile {
         ::unlink(temporary_.c_str()); // left by a process of the same number that was killed
         const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
         fd_ = ::open(temporary_.c_str(), flags, like ? 0600 : 0666);
-        if (fd_ < 0) fail("can't write", path_, errno);
+        if (fd_ < 0) fail("write", path_, errno);
         if (like) takeOver(*like);
     }
     NewFile(const NewFile&) = delete;
@@ -68,14 +68,14 @@ class NewFile {
         while (!bytes.empty()) {
             const ssize_t written = ::write(fd_, bytes.data(), bytes.size());
             if (written < 0 && errno == EINTR) continue;
-            if (written < 0) fail("can't write", path_, errno);
+            if (written < 0) fail("write", path_, errno);
             bytes.remove_prefix(static_cast<std::size_t>(written));
         }
     }
 
     void commit() {
         const bool flushed = ::fsync(fd_) == 0;
-        if (!flushed || ::rename(temporary_.c_str(), path_.c_str()) != 0) fail("can't write", path_, errno);
+        if (!flushed || ::rename(temporary_.c_str(), path_.c_str()) != 0) fail("write", path_, errno);
         committed_ = true;
     }
 
@@ -85,7 +85,7 @@ class NewFile {
     void takeOver(const struct stat& like) {
         if (::fchown(fd_, like.st_uid, like.st_gid) != 0 && ::fchown(fd_, static_cast<uid_t>(-1), like.st_gid) != 0)
             errno = 0;
-        if (::fchmod(fd_, like.st_mode & 07777) != 0) fail("can't write", path_, errno);
+        if (::fchmod(fd_, like.st_mode & 07777) != 0) fail("write", path_, errno);
     }
 
     std::string path_;
@@ -111,17 +111,17 @@ std::optional<std::string> readConfig(const std::string& path) {
     // Not blocking: a pipe in the file's place must not make us wait for a writer.
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
-    if (fd < 0) fail("can't read", path, errno);
+    if (fd < 0) fail("read", path, errno);
     const OpenFile file{fd};
     struct stat status {};
-    if (::fstat(file.fd, &status) != 0) fail("can't read", path, errno);
-    if (!S_ISREG(status.st_mode)) throw std::runtime_error("can't read " + path + ": not a regular file");
+    if (::fstat(file.fd, &status) != 0) fail("read", path, errno);
+    if (!S_ISREG(status.st_mode)) throw TidewrackError::io("can't read " + path + ": not a regular file");
     std::string bytes;
     char buffer[16384];
     for (;;) {
         const ssize_t count = ::read(file.fd, buffer, sizeof buffer);
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) fail("can't read", path, errno);
+        if (count < 0) fail("read", path, errno);
         if (count == 0) return bytes;
         bytes.append(buffer, static_cast<std::size_t>(count));
     }
@@ -132,13 +132,13 @@ std::optional<std::string> replaceConfig(const std::string& path, const std::opt
     const std::string target = followedLinks(path);
     createFolders(folderOf(target));
     if (readConfig(target) != before)
-        throw std::runtime_error(path + " was changed by another program meanwhile; run the command again");
+        throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
     if (!before) {
         write(target, bytes, nullptr);
         return std::nullopt;
     }
     struct stat status {};
-    if (::stat(target.c_str(), &status) != 0) fail("can't read", path, errno);
+    if (::stat(target.c_str(), &status) != 0) fail("read", path, errno);
     const std::string backup = path + ".tidewrack-backup";
     write(backup, *before, &status);
     write(target, bytes, &status);

@@ -1,5 +1,5 @@
 #pragma once
-// What one hook event of an agent means. Pure: no file, no clock, no store.
+// What one hook event of a coding agent means. Pure: no file, no clock, no store.
 
 #include "Hooks/Agent.hpp"
 

@@ -163,11 +163,15 @@ class HookCall {
     Touched touchedBy(const shell::Decision& decision) {
         Touched touched;
         for (const std::string& target : decision.targets) {
-            // A link may be removed, or written through.
             const std::string place = Store::canonicalPlace(target);
             const std::string end = Store::canonical(target);
-            if (!addProjects(place, touched.projects)) touched.outside.push_back(target);
-            if (end != place && !addProjects(end, touched.projects) && isFile(end)) touched.outside.push_back(end);
+            const bool isLink = end != place;
+            if (!addHolder(isLink ? std::string(parentOf(place)) : place, touched.projects))
+                touched.outside.push_back(target);
+            // A link may be removed, or written through.
+            if (isLink && !addHolder(end, touched.projects) && isFile(end)) touched.outside.push_back(end);
+            for (const Project& project : projects_)
+                if (isAtOrBelow(project.root, end) && isFolder(project.root)) add(project, touched.projects);
         }
         for (const std::string& folder : decision.opaqueDirs)
             if (const auto project = projectFor(folder)) add(*project, touched.projects);
@@ -176,12 +180,10 @@ class HookCall {
         return touched;
     }
 
-    // Adds the project that holds the canonical `path`, and those that lie in it. False when no project holds it.
-    bool addProjects(const std::string& path, std::vector<Project>& to) {
+    // Adds the project that `path` lies in. False when there is none.
+    bool addHolder(const std::string& path, std::vector<Project>& to) {
         const auto holder = projectFor(path);
         if (holder) add(*holder, to);
-        for (const Project& project : projects_)
-            if (isAtOrBelow(project.root, path) && isFolder(project.root)) add(project, to);
         return holder.has_value();
     }
 
@@ -244,7 +246,7 @@ class HookCall {
     [[nodiscard]] std::string snapshot(const Project& project, const SnapshotRequest& request) const {
         const SnapshotResult result = handler_.engine.snapshot(project, request);
         const std::string note = "#" + std::to_string(result.meta.seq) + " " + project.root;
-        return result.late == 0 ? note : note + ", " + std::to_string(result.late) + " files skipped";
+        return result.late == 0 ? note : note + ", " + std::to_string(result.late) + " skipped";
     }
 
     [[nodiscard]] Deadline whole() const { return start_ + handler_.budget; }

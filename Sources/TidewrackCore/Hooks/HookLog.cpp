@@ -19,9 +19,9 @@ bool isTooLong(int fd) {
 }
 
 // Two hooks that both find the log too long must not both empty it: the second would take the first one's line with
-// it. Whoever does not get the lock leaves it to the other.
+// it. So this happens, and is waited for, under a lock; plain appending needs none.
 void emptyWhenTooLong(int fd) {
-    if (!isTooLong(fd) || ::flock(fd, LOCK_EX | LOCK_NB) != 0) return;
+    if (!isTooLong(fd) || ::flock(fd, LOCK_EX) != 0) return;
     if (isTooLong(fd)) (void)!::ftruncate(fd, 0);
     ::flock(fd, LOCK_UN);
 }

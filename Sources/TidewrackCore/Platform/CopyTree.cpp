@@ -59,16 +59,16 @@ class Skip {
 class TreeCopier {
   public:
     explicit TreeCopier(const CopyLimits& limits)
-        : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0) {
+        : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0), unsaved_(limits.unsaved) {
         memory_.deadline = limits.deadline;
     }
 
-    // `earlier`: where the earlier copy of this item would be.
-    int copy(Place from, Place to, std::optional<Place> earlier) {
+    // `earlier`: where the earlier copy of this item would be; may be null.
+    int copy(Place from, Place to, const Place* earlier) {
         if (passed(memory_.deadline)) return ECANCELED;
         Attributes attributes;
         if (const int error = attributesAt(from.folder, from.name, attributes)) return error;
-        if (earlier && isUnchanged(attributes, *earlier) &&
+        if (earlier != nullptr && isUnchanged(attributes, *earlier) &&
             ::linkat(earlier->folder, earlier->name, to.folder, to.name, 0) == 0)
             return 0;
         switch (attributes.kind) {
@@ -99,14 +99,16 @@ class TreeCopier {
         return copyOpenFile(source.get(), status, to, static_cast<std::uint16_t>(status.st_mode & 07777), memory_);
     }
 
-    int copyFolder(Place from, Place to, std::optional<Place> earlier, const Attributes& attributes) {
+    int copyFolder(Place from, Place to, const Place* earlier, const Attributes& attributes) {
         FolderStream source(from.folder, from.name);
         if (source.error() != 0) return source.error();
         if (::mkdirat(to.folder, to.name, 0700) != 0) return errno;
         const Descriptor target(::openat(to.folder, to.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!target) return errno;
-        const Descriptor before(
-            earlier ? ::openat(earlier->folder, earlier->name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1);
+        Descriptor before;
+        if (earlier != nullptr)
+            before = Descriptor(
+                ::openat(earlier->folder, earlier->name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (const int error = copyItems(source, target.get(), before)) return error;
         return finishFolder(source.fd(), target.get(), to, attributes);
     }
@@ -116,11 +118,21 @@ class TreeCopier {
             Attributes attributes;
             if (attributesAt(source.fd(), name, attributes) != 0) continue; // gone meanwhile
             if (skip_.covers(attributes)) continue;
-            const auto earlier = before ? std::optional(Place{before.get(), name}) : std::nullopt;
-            const int error = copy({source.fd(), name}, {target, name}, earlier);
-            if (error != 0 && error != ENOENT) return error;
+            const Place earlier{before.get(), name};
+            const std::size_t length = inside_.size();
+            inside_ += std::string("/") + name;
+            const int error = copy({source.fd(), name}, {target, name}, before ? &earlier : nullptr);
+            if (error != 0 && error != ENOENT && !toleratedInside(error)) return error;
+            inside_.resize(length);
         }
         return 0;
+    }
+
+    // One unreadable file is no reason to lose the folder's other files; a full volume and a deadline end it all.
+    bool toleratedInside(int error) {
+        if (unsaved_ == nullptr || error == ECANCELED || error == ENOSPC || error == EDQUOT) return false;
+        unsaved_->push_back(inside_);
+        return true;
     }
 
     static int finishFolder(int source, int target, Place to, const Attributes& attributes) {
@@ -134,6 +146,8 @@ class TreeCopier {
     CopyMemory memory_;
     Skip skip_;
     std::int64_t earlierBegan_;
+    std::vector<std::string>* unsaved_;
+    std::string inside_; // of the item being copied: its path below the top, with a leading slash
 };
 
 class TreeMeasurer {
@@ -172,8 +186,10 @@ int copyTree(const std::string& from, const std::string& to, const CopyLimits& l
     Attributes there;
     if (attributesAt(AT_FDCWD, to.c_str(), there) == 0) return EEXIST;
     TreeCopier copier(limits);
-    const auto earlier = limits.earlier ? std::optional(Place{AT_FDCWD, limits.earlier->path.c_str()}) : std::nullopt;
-    const int error = copier.copy({AT_FDCWD, from.c_str()}, {AT_FDCWD, to.c_str()}, earlier);
+    Place earlier;
+    if (limits.earlier) earlier = {AT_FDCWD, limits.earlier->path.c_str()};
+    const int error =
+        copier.copy({AT_FDCWD, from.c_str()}, {AT_FDCWD, to.c_str()}, limits.earlier ? &earlier : nullptr);
     if (error != 0) (void)removeTree(to);
     return error;
 }

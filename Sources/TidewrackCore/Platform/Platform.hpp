@@ -19,6 +19,9 @@
 
 namespace tidewrack {
 
+// Nanoseconds since the epoch; a time that 64 bits cannot count (before 1677, after 2262) becomes the nearest one.
+[[nodiscard]] std::int64_t nanosecondsOf(const timespec& time);
+
 // What lstat tells of one path. Times are nanoseconds since the epoch, `mode` the low 12 permission bits.
 struct Attributes {
     enum class Kind : std::uint8_t { file, link, folder, other };
@@ -64,17 +67,25 @@ struct Place {
 };
 
 // What a copier has learned about the two volumes it works between, so that a call that can never succeed there
-// is tried once only. One per thread.
+// is tried once only. One per thread and target folder.
 struct CopyMemory {
+    std::uint64_t source = 0; // the device last copied from: what was learned holds for it alone
     bool cannotClone = false;
     bool cannotCopyRange = false;
     std::vector<char> buffer; // working space of plain copies
     Deadline deadline;        // copies of bytes stop with ECANCELED after it
+
+    void copyingFrom(std::uint64_t device) {
+        if (source == device) return;
+        source = device;
+        cannotClone = cannotCopyRange = false;
+    }
 };
 
 // Copies the open regular file `source` to the new path `to` (which must not exist): a copy-on-write clone where the
 // volume allows it, else the bytes, keeping holes. The copy gets `mode`, the source's times and extended attributes
-// and, when running as root, its owner. A half-written copy is removed. Returns an errno value.
+// and, when running as root, its owner; where that is refused, the bits that lend the owner's rights are left out.
+// A half-written copy is removed. Returns an errno value.
 [[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory);
 
 // Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
@@ -94,6 +105,9 @@ struct CopyLimits {
     Deadline deadline; // after it the copy is given up with ECANCELED
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
+    // Receives what inside a folder could not be copied, as paths below it with a leading slash; the rest is copied.
+    // Null: the first failure ends the copy.
+    std::vector<std::string>* unsaved = nullptr;
 };
 
 // Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
@@ -143,7 +157,7 @@ class [[nodiscard]] TerminationIgnored {
     struct sigaction onHangUp_ {};
 };
 
-[[nodiscard]] std::string homeFolderOfUser(); // from the password database; empty when unknown
+[[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
 [[nodiscard]] std::string currentFolder();    // empty when it cannot be told
 [[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told
 [[nodiscard]] bool processIsAlive(std::int64_t pid);

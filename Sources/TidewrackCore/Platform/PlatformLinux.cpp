@@ -2,10 +2,10 @@
 
 #include "Platform/Platform.hpp"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <linux/openat2.h>
+#include <pwd.h>
 #include <sys/ioctl.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
@@ -16,25 +16,29 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 
 namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t plainCopySize = 128 * 1024; // files up to this size: one read and one write
-constexpr std::size_t rangeCopySize = 64 * 1024 * 1024;
+constexpr std::size_t plainCopySize = std::size_t{128} << 10; // files up to this size: one read and one write
+constexpr std::size_t rangeCopySize = std::size_t{64} << 20;
 
-std::int64_t nanoseconds(const timespec& time) {
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+// Sharing blocks and copying inside the kernel fail for many reasons of one file or of one kind of volume (files in
+// use for swapping, files without copy-on-write, sandboxes), after which the bytes can still be copied. Not so where
+// the volume itself is at its end.
+bool volumeFailed(int error) {
+    return error == EIO || error == ENOSPC || error == EDQUOT || error == ENOMEM;
 }
 
-bool notSupported(int error) {
-    return error == EOPNOTSUPP || error == EXDEV || error == EINVAL || error == ENOTTY || error == ENOSYS ||
-           error == EPERM || error == EACCES;
+bool neverBetweenTheseVolumes(int error) {
+    return error == EOPNOTSUPP || error == EXDEV || error == ENOTTY || error == ENOSYS;
 }
 
-// Copies `length` bytes at `offset` (negative: what is left from the current position) through the buffer.
+// Copies `length` bytes at `offset` through the buffer.
 int copyBytes(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
     std::vector<char>& buffer = memory.buffer;
     if (buffer.empty()) buffer.resize(plainCopySize);
@@ -66,12 +70,9 @@ int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& me
         const auto wanted = std::min<std::size_t>(rangeCopySize, static_cast<std::size_t>(length));
         const ssize_t count = ::copy_file_range(source, &from, target, &to, wanted, 0);
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0 && notSupported(errno)) {
-            memory.cannotCopyRange = true;
-            break;
-        }
-        if (count < 0) return errno;
-        if (count == 0) return 0;
+        if (count < 0 && volumeFailed(errno)) return errno;
+        if (count < 0) memory.cannotCopyRange = neverBetweenTheseVolumes(errno);
+        if (count <= 0) break; // some kernels call it the end where there is more to read
         offset += count;
         length -= count;
     }
@@ -95,10 +96,11 @@ int copySparse(int source, int target, off_t size, CopyMemory& memory) {
 
 int copyContent(int source, int target, const struct stat& status, CopyMemory& memory) {
     if (status.st_size == 0) return 0;
+    memory.copyingFrom(status.st_dev);
     if (!memory.cannotClone) {
         if (::ioctl(target, FICLONE, source) == 0) return 0;
-        if (!notSupported(errno)) return errno;
-        memory.cannotClone = errno != EINVAL; // EINVAL is this file's own matter
+        if (volumeFailed(errno)) return errno;
+        memory.cannotClone = neverBetweenTheseVolumes(errno);
     }
     if (status.st_size <= static_cast<off_t>(plainCopySize))
         return copyBytes(source, target, 0, status.st_size, memory);
@@ -107,40 +109,67 @@ int copyContent(int source, int target, const struct stat& status, CopyMemory& m
     return copyRange(source, target, 0, status.st_size, memory);
 }
 
-// Extended attributes are kept as far as the target volume and our rights allow; a label that cannot be written
-// (security modules, volumes without attributes) is no reason to lose the content.
-template <typename List, typename Get, typename Set>
-void copyAttributes(List list, Get get, Set set) {
+constexpr std::string_view accessLists = "system.posix_acl_";
+
+// The names of the extended attributes, each ended by a NUL.
+template <typename List>
+std::string attributeNames(List list) {
     const ssize_t length = list(nullptr, 0);
-    if (length <= 0) return;
+    if (length <= 0) return {};
     std::string names(static_cast<std::size_t>(length), '\0');
-    const ssize_t listed = list(names.data(), names.size());
-    if (listed <= 0) return;
-    names.resize(static_cast<std::size_t>(listed));
-    std::string value;
-    for (std::size_t at = 0; at < names.size();) {
-        const char* name = names.c_str() + at;
-        at += std::strlen(name) + 1;
-        const ssize_t size = get(name, nullptr, 0);
-        if (size < 0) continue;
-        value.resize(static_cast<std::size_t>(size));
-        if (size > 0 && get(name, value.data(), value.size()) != size) continue;
-        (void)set(name, value.data(), value.size());
+    names.resize(static_cast<std::size_t>(std::max<ssize_t>(list(names.data(), names.size()), 0)));
+    return names;
+}
+
+template <typename Get, typename Set>
+void copyAttribute(const char* name, Get get, Set set) {
+    const ssize_t size = get(name, nullptr, 0);
+    if (size < 0) return;
+    std::string value(static_cast<std::size_t>(size), '\0');
+    if (size > 0 && get(name, value.data(), value.size()) != size) return;
+    (void)set(name, value.data(), value.size());
+}
+
+// Extended attributes are kept as far as the target volume and our rights allow; a label that cannot be written
+// (security modules, volumes without attributes) is no reason to lose the content. Access lists come last, because
+// they can take away our own right to write the others.
+template <typename Get, typename Set>
+void copyAttributes(const std::string& names, Get get, Set set) {
+    for (const bool lists : {false, true}) {
+        for (std::size_t at = 0; at < names.size(); at += std::strlen(names.c_str() + at) + 1) {
+            const char* name = names.c_str() + at;
+            if (std::string_view(name).starts_with(accessLists) == lists) copyAttribute(name, get, set);
+        }
+    }
+}
+
+// What is made in a folder with a default access list starts with one of its own.
+void removeInheritedAccessLists(int target, const std::string& wanted) {
+    const std::string names =
+        attributeNames([&](char* list, std::size_t size) { return ::flistxattr(target, list, size); });
+    for (std::size_t at = 0; at < names.size(); at += std::strlen(names.c_str() + at) + 1) {
+        const std::string_view name(names.c_str() + at);
+        if (name.starts_with(accessLists) && wanted.find(std::string(name) + '\0') == std::string::npos)
+            (void)::fremovexattr(target, name.data());
     }
 }
 
 void copyOpenAttributes(int source, int target) {
+    const std::string names =
+        attributeNames([&](char* list, std::size_t size) { return ::flistxattr(source, list, size); });
     copyAttributes(
-        [&](char* names, std::size_t size) { return ::flistxattr(source, names, size); },
-        [&](const char* name, char* value, std::size_t size) { return ::fgetxattr(source, name, value, size); },
+        names, [&](const char* name, char* value, std::size_t size) { return ::fgetxattr(source, name, value, size); },
         [&](const char* name, const char* value, std::size_t size) {
             return ::fsetxattr(target, name, value, size, 0);
         });
+    removeInheritedAccessLists(target, names);
 }
 
 void copyLinkAttributes(const std::string& source, const std::string& target) {
+    const std::string names =
+        attributeNames([&](char* list, std::size_t size) { return ::llistxattr(source.c_str(), list, size); });
     copyAttributes(
-        [&](char* names, std::size_t size) { return ::llistxattr(source.c_str(), names, size); },
+        names,
         [&](const char* name, char* value, std::size_t size) { return ::lgetxattr(source.c_str(), name, value, size); },
         [&](const char* name, const char* value, std::size_t size) {
             return ::lsetxattr(target.c_str(), name, value, size, 0);
@@ -153,10 +182,19 @@ std::string procPath(Place place) {
     return "/proc/self/fd/" + std::to_string(place.folder) + "/" + place.name;
 }
 
+// Whether the copy has the owner that it should have. Only root can give files away.
+bool giveOwner(int target, const struct stat& wanted) {
+    if (::geteuid() != 0) return true;
+    struct stat made {};
+    if (::fstat(target, &made) != 0) return false;
+    if (made.st_uid == wanted.st_uid && made.st_gid == wanted.st_gid) return true;
+    return ::fchown(target, wanted.st_uid, wanted.st_gid) == 0;
+}
+
+// The owner comes first: giving a file away takes its capabilities and its set-id bits.
 int finishCopy(int source, int target, const struct stat& status, std::uint16_t mode) {
+    if (!giveOwner(target, status)) mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
     copyOpenAttributes(source, target);
-    if (::geteuid() == 0 && (status.st_uid != 0 || status.st_gid != 0))
-        (void)!::fchown(target, status.st_uid, status.st_gid);
     if (::fchmod(target, mode) != 0) return errno;
     const timespec times[2] = {status.st_atim, status.st_mtim};
     return ::futimens(target, times) == 0 ? 0 : errno;
@@ -174,22 +212,41 @@ Attributes attributesOf(const struct stat& status) {
         result.kind = Attributes::Kind::folder;
     result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
     result.size = status.st_size;
-    result.mtime = nanoseconds(status.st_mtim);
-    result.ctime = nanoseconds(status.st_ctim);
+    result.mtime = nanosecondsOf(status.st_mtim);
+    result.ctime = nanosecondsOf(status.st_ctim);
     result.ino = status.st_ino;
     result.device = status.st_dev;
     result.links = status.st_nlink;
     return result;
 }
 
+namespace {
+
+constexpr int openFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// For kernels before 5.6 and sandboxes that do not know openat2.
+int openOneByOne(int root, std::string_view path, Descriptor& out) {
+    Descriptor reached;
+    while (true) {
+        const std::string name(path.substr(0, path.find('/')));
+        Descriptor next(::openat(reached ? reached.get() : root, name.c_str(), openFolderFlags));
+        if (!next) return errno;
+        reached = std::move(next);
+        if (name.size() == path.size()) break;
+        path.remove_prefix(name.size() + 1);
+    }
+    out = std::move(reached);
+    return 0;
+}
+
+} // namespace
+
 int openPieceBelow(int root, const char* path, Descriptor& out) {
-    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     open_how how{};
-    how.flags = flags;
+    how.flags = openFolderFlags;
     how.resolve = RESOLVE_NO_SYMLINKS;
-    long fd = ::syscall(SYS_openat2, root, path, &how, sizeof how);
-    if (fd < 0 && (errno == ENOSYS || errno == EPERM))
-        fd = ::openat(root, path, flags); // kernels before 5.6, old sandboxes
+    const long fd = ::syscall(SYS_openat2, root, path, &how, sizeof how);
+    if (fd < 0 && (errno == ENOSYS || errno == EPERM)) return openOneByOne(root, path, out);
     if (fd < 0) return errno;
     out = Descriptor(static_cast<int>(fd));
     return 0;
@@ -208,13 +265,12 @@ int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t 
 int copyLink(Place from, Place to) {
     struct stat status {};
     if (::fstatat(from.folder, from.name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    std::string destination(static_cast<std::size_t>(status.st_size > 0 ? status.st_size : 4096) + 1, '\0');
+    std::string destination(PATH_MAX, '\0'); // no link is longer
     const ssize_t length = ::readlinkat(from.folder, from.name, destination.data(), destination.size());
     if (length < 0) return errno;
     destination.resize(static_cast<std::size_t>(length));
     if (::symlinkat(destination.c_str(), to.folder, to.name) != 0) return errno;
-    if (::geteuid() == 0 && (status.st_uid != 0 || status.st_gid != 0))
-        (void)!::fchownat(to.folder, to.name, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
+    if (::geteuid() == 0) (void)!::fchownat(to.folder, to.name, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
     copyLinkAttributes(procPath(from), procPath(to));
     const timespec times[2] = {status.st_atim, status.st_mtim};
     if (::utimensat(to.folder, to.name, times, AT_SYMLINK_NOFOLLOW) == 0) return 0;
@@ -269,7 +325,7 @@ bool volumeClones(const std::string& path) {
     if (!source || !target) return true; // a folder we may not write to: the type's default
     const char block[4096] = {};
     if (::write(source.get(), block, sizeof block) != static_cast<ssize_t>(sizeof block)) return true;
-    return ::ioctl(target.get(), FICLONE, source.get()) == 0;
+    return ::ioctl(target.get(), FICLONE, source.get()) == 0 || errno != EOPNOTSUPP;
 }
 
 void disableSigpipe(int) {} // no such switch on pipes here
@@ -289,17 +345,18 @@ std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     return digest;
 }
 
-const Lzfse& lzfse() {
-    static const Lzfse library = [] {
-        Lzfse loaded;
-        void* handle = ::dlopen("liblzfse.so.1", RTLD_NOW | RTLD_LOCAL);
-        if (handle == nullptr) return loaded;
-        loaded.encode = reinterpret_cast<Lzfse::Function>(::dlsym(handle, "lzfse_encode_buffer"));
-        loaded.decode = reinterpret_cast<Lzfse::Function>(::dlsym(handle, "lzfse_decode_buffer"));
-        loaded.available = loaded.encode != nullptr && loaded.decode != nullptr;
-        return loaded;
-    }();
-    return library;
+std::string homeFolderOfUser() {
+    // Not getpwuid: a program that is linked statically as a whole must not load the system's name services.
+    std::FILE* users = std::fopen("/etc/passwd", "re");
+    if (users == nullptr) return {};
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 16384> space{};
+    std::string folder;
+    while (::fgetpwent_r(users, &entry, space.data(), space.size(), &found) == 0 && folder.empty())
+        if (found->pw_uid == ::getuid() && found->pw_dir != nullptr) folder = found->pw_dir;
+    std::fclose(users); // NOLINT: a FILE has no owner type here
+    return folder;
 }
 
 } // namespace tidewrack

@@ -5,13 +5,13 @@
 #include <CommonCrypto/CommonDigest.h>
 #include <copyfile.h>
 #include <fcntl.h>
-#include <lzfse.h>
 #include <mach-o/dyld.h>
+#include <pwd.h>
 #include <sys/attr.h>
 #include <sys/clonefile.h>
 #include <sys/mount.h>
-#include <sys/xattr.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -25,10 +25,6 @@ namespace tidewrack {
 
 namespace {
 
-std::int64_t nanoseconds(const timespec& time) {
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
-
 bool cannotShareBlocks(int error) {
     return error == EXDEV || error == ENOTSUP;
 }
@@ -37,24 +33,49 @@ int quitAfterDeadline(int, int, copyfile_state_t, const char*, const char*, void
     return passed(*static_cast<const Deadline*>(deadline)) ? COPYFILE_QUIT : COPYFILE_CONTINUE;
 }
 
-int copyEverything(int source, int target, const Deadline& deadline) {
-    copyfile_state_t state = ::copyfile_state_alloc();
-    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&quitAfterDeadline));
-    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &deadline);
-    constexpr copyfile_flags_t everything = COPYFILE_DATA | COPYFILE_XATTR | COPYFILE_ACL;
-    const int error = ::fcopyfile(source, target, state, everything) == 0 ? 0 : errno;
-    ::copyfile_state_free(state);
+// The clone of a locked file would be locked as well: its mode could not be set, nor could it ever be removed.
+bool isLocked(const struct stat& status) {
+    return (status.st_flags & (UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND)) != 0;
+}
+
+int cloneOpenFile(int source, Place to, std::uint16_t mode) {
+    int error = ::fclonefileat(source, to.folder, to.name, CLONE_ACL) == 0 ? 0 : errno;
+    if (error == EINVAL) // a system that does not know the flag
+        error = ::fclonefileat(source, to.folder, to.name, 0) == 0 ? 0 : errno;
+    if (error != 0) return error; // nothing was made, or something else stands there
+    if (::fchmodat(to.folder, to.name, mode, AT_SYMLINK_NOFOLLOW) == 0) return 0;
+    error = errno;
+    ::unlinkat(to.folder, to.name, 0);
     return error;
 }
 
-int copyPlain(int source, const struct stat& status, Place to, const Deadline& deadline) {
+// The content with its holes. Attributes and access lists as far as the target volume and our rights allow.
+int copyContent(int source, int target, const Deadline& deadline) {
+    copyfile_state_t state = ::copyfile_state_alloc();
+    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&quitAfterDeadline));
+    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &deadline);
+    const int error = ::fcopyfile(source, target, state, COPYFILE_DATA | COPYFILE_DATA_SPARSE) == 0 ? 0 : errno;
+    ::copyfile_state_free(state);
+    if (error == 0) copyOpenExtendedAttributes(source, target);
+    return error;
+}
+
+int finishCopy(int target, const struct stat& status, std::uint16_t mode) {
+    // Without their owner these bits would lend the rights of whoever copies.
+    if (::geteuid() == 0 && ::fchown(target, status.st_uid, status.st_gid) != 0)
+        mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
+    if (::fchmod(target, mode) != 0) return errno;
+    const timespec times[2] = {status.st_atimespec, status.st_mtimespec};
+    return ::futimens(target, times) == 0 ? 0 : errno;
+}
+
+int copyPlain(int source, const struct stat& status, Place to, std::uint16_t mode, const Deadline& deadline) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return errno;
-    int error = copyEverything(source, target.get(), deadline);
-    if (error == 0 && ::geteuid() == 0) (void)::fchown(target.get(), status.st_uid, status.st_gid);
-    const timespec times[2] = {status.st_atimespec, status.st_mtimespec};
-    if (error == 0 && ::futimens(target.get(), times) != 0) error = errno;
+    int error = copyContent(source, target.get(), deadline);
+    if (error == 0) error = finishCopy(target.get(), status, mode);
     if (error == 0 && ::close(target.release()) != 0) error = errno;
+    if (error != 0) ::unlinkat(to.folder, to.name, 0);
     return error;
 }
 
@@ -67,7 +88,7 @@ std::string pathOf(Place place) {
 }
 
 int copyLinkByHand(Place from, const struct stat& status, Place to) {
-    std::string destination(static_cast<std::size_t>(status.st_size > 0 ? status.st_size : PATH_MAX) + 1, '\0');
+    std::string destination(PATH_MAX, '\0'); // no link is longer
     const ssize_t length = ::readlinkat(from.folder, from.name, destination.data(), destination.size());
     if (length < 0) return errno;
     destination.resize(static_cast<std::size_t>(length));
@@ -92,8 +113,8 @@ Attributes attributesOf(const struct stat& status) {
         result.kind = Attributes::Kind::folder;
     result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
     result.size = status.st_size;
-    result.mtime = nanoseconds(status.st_mtimespec);
-    result.ctime = nanoseconds(status.st_ctimespec);
+    result.mtime = nanosecondsOf(status.st_mtimespec);
+    result.ctime = nanosecondsOf(status.st_ctimespec);
     result.ino = status.st_ino;
     result.device = static_cast<std::uint64_t>(status.st_dev);
     result.links = status.st_nlink;
@@ -108,25 +129,22 @@ int openPieceBelow(int root, const char* path, Descriptor& out) {
 }
 
 int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory) {
-    int error = ENOTSUP;
-    if (!memory.cannotClone) {
-        error = ::fclonefileat(source, to.folder, to.name, 0) == 0 ? 0 : errno;
-        memory.cannotClone = cannotShareBlocks(error);
+    memory.copyingFrom(static_cast<std::uint64_t>(status.st_dev));
+    if (!memory.cannotClone && !isLocked(status)) {
+        const int error = cloneOpenFile(source, to, mode);
+        if (!cannotShareBlocks(error)) return error;
+        memory.cannotClone = true;
     }
-    if (cannotShareBlocks(error))
-        error = copyPlain(source, status, to, memory.deadline);
-    else if (error != 0)
-        return error; // nothing was made, or something else stands there
-    if (error == 0 && ::fchmodat(to.folder, to.name, mode, AT_SYMLINK_NOFOLLOW) != 0) error = errno;
-    if (error != 0 && error != EEXIST) ::unlinkat(to.folder, to.name, 0);
-    return error;
+    return copyPlain(source, status, to, mode, memory.deadline);
 }
 
 int copyLink(Place from, Place to) {
     struct stat status {};
     if (::fstatat(from.folder, from.name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    if (::clonefileat(from.folder, from.name, to.folder, to.name, CLONE_NOFOLLOW) == 0) return 0;
-    if (!cannotShareBlocks(errno)) return errno;
+    if (!isLocked(status)) {
+        if (::clonefileat(from.folder, from.name, to.folder, to.name, CLONE_NOFOLLOW) == 0) return 0;
+        if (!cannotShareBlocks(errno)) return errno;
+    }
     const int error = copyLinkByHand(from, status, to);
     if (error != 0 && error != EEXIST) ::unlinkat(to.folder, to.name, 0);
     return error;
@@ -165,9 +183,12 @@ std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     return digest;
 }
 
-const Lzfse& lzfse() {
-    static const Lzfse library{true, &lzfse_encode_buffer, &lzfse_decode_buffer};
-    return library;
+std::string homeFolderOfUser() {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 16384> space{};
+    if (::getpwuid_r(::getuid(), &entry, space.data(), space.size(), &found) != 0 || found == nullptr) return {};
+    return found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
 }
 
 } // namespace tidewrack

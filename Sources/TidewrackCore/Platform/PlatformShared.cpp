@@ -3,7 +3,6 @@
 #include <csignal>
 #include <dirent.h>
 #include <fcntl.h>
-#include <pwd.h>
 
 #include <cerrno>
 #include <climits>
@@ -87,6 +86,14 @@ int removeTreeAt(int folder, const char* name) {
 
 } // namespace
 
+std::int64_t nanosecondsOf(const timespec& time) {
+    std::int64_t result = 0;
+    if (!__builtin_mul_overflow(std::int64_t{time.tv_sec}, nanosPerSecond, &result) &&
+        !__builtin_add_overflow(result, std::int64_t{time.tv_nsec}, &result))
+        return result;
+    return time.tv_sec < 0 ? INT64_MIN : INT64_MAX;
+}
+
 int attributesAt(int folder, const char* name, Attributes& out) {
     struct stat status {};
     if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
@@ -162,14 +169,6 @@ TerminationIgnored::TerminationIgnored() {
 TerminationIgnored::~TerminationIgnored() {
     ::sigaction(SIGTERM, &onTerminate_, nullptr);
     ::sigaction(SIGHUP, &onHangUp_, nullptr);
-}
-
-std::string homeFolderOfUser() {
-    passwd entry{};
-    passwd* found = nullptr;
-    std::array<char, 16384> space{};
-    if (::getpwuid_r(::getuid(), &entry, space.data(), space.size(), &found) != 0 || found == nullptr) return {};
-    return found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
 }
 
 std::string currentFolder() {

@@ -64,7 +64,7 @@ Store Store::fromEnvironment(const Environment& environment) {
 }
 
 std::string Store::canonical(const std::string& path) {
-    const std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
+    std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
     if (auto whole = resolved(text)) return *whole;
     // Of a path that does not exist (yet), resolve what does.
     std::string tail;
@@ -78,7 +78,7 @@ std::string Store::canonical(const std::string& path) {
 }
 
 std::string Store::canonicalPlace(const std::string& path) {
-    const std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
+    std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
     return text == "/" ? text : joined(canonical(std::string(parentOf(text))), lastComponent(text));
 }
 
@@ -128,7 +128,7 @@ Project Store::track(const std::string& path, bool force) const {
     project.excludesIfIgnored = defaultExcludesIfIgnored();
     std::sort(project.excludes.begin(), project.excludes.end());
     std::sort(project.excludesIfIgnored->begin(), project.excludesIfIgnored->end());
-    register_(project);
+    addToRegistry(project);
     return project;
 }
 
@@ -149,7 +149,7 @@ void Store::refuseUnsuitable(const std::string& path, bool force) const {
                                       " files. Use --force to track it anyway.");
 }
 
-void Store::register_(const Project& project) const {
+void Store::addToRegistry(const Project& project) const {
     const std::string folder = projectFolder(project);
     if (const int error = makeHome()) throw TidewrackError::io("create", home, error);
     for (const char* name : {"/snapshots", "/manifests", "/blobs"})

@@ -87,7 +87,7 @@ class Store {
   private:
     [[nodiscard]] std::string projectsFolder() const { return home + "/projects"; }
     void refuseUnsuitable(const std::string& path, bool force) const;
-    void register_(const Project& project) const;
+    void addToRegistry(const Project& project) const;
 };
 
 // A base-10 whole number from 0 to the largest 64-bit one; none for anything else.

@@ -38,7 +38,7 @@ AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
     static std::atomic<unsigned> counter = 0;
     const auto slash = path_.rfind('/') + 1;
     temporary_ = path_.substr(0, slash) + ".tidewrack-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
-                 "." + path_.substr(slash) + ".tmp";
+                 "." + path_.substr(slash) + ".tmp"; // no reader of a folder takes it for the file itself
 }
 
 AtomicFile::~AtomicFile() {

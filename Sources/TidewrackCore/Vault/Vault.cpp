@@ -65,15 +65,18 @@ class Saver {
         clones_ = volumeClones(entryFolder);
     }
 
-    // False when the path was not saved.
+    // False when the path was not saved. What inside a folder could not be read goes to the entry's `skipped`.
     [[nodiscard]] bool save(const std::string& path, const std::optional<EarlierCopy>& earlier, VaultEntry& entry) {
         const std::string place = Store::canonicalPlace(path);
         if (passed(deadline_) || isAtOrBelow(place, store_)) return false;
         CopyLimits limits{isAtOrBelow(store_, place) ? store_ : std::string(), deadline_, earlier};
         VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
         if (item.kind == "dir" && isTooLarge(path, limits)) return false;
+        std::vector<std::string> unsaved;
+        limits.unsaved = &unsaved;
         if (copyTree(path, entryFolder_ + "/" + item.stored, limits) != 0) return false;
         entry.items.push_back(std::move(item));
+        for (const std::string& inside : unsaved) entry.skipped.push_back(path + inside);
         return true;
     }
 

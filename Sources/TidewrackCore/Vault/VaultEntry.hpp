@@ -1,5 +1,5 @@
 #pragma once
-// The record of one vault entry: what was saved, before which command. docs/store-format.md has an example.
+// The record of one vault entry: what was saved, before which command.
 
 #include "Support/Dates.hpp"
 

@@ -1,0 +1,287 @@
+#include "Support/TestHistory.hpp"
+
+#include "Reports.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cctype>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+// The text with every duration as "N ms".
+std::string timeless(std::string text) {
+    for (auto at = text.find(" ms"); at != std::string::npos; at = text.find(" ms", at + 3)) {
+        auto start = at;
+        while (start > 0 && (std::isdigit(static_cast<unsigned char>(text[start - 1])) != 0 || text[start - 1] == '.'))
+            --start;
+        text.replace(start, at - start, "N");
+        at = start + 1;
+    }
+    return text;
+}
+
+class CommandTest : public ::testing::Test {
+  protected:
+    // The error line of a run that fails, without "tidewrack: " and the line feed. Nothing may be printed besides.
+    std::string fault(const std::vector<std::string>& words) const {
+        const Outcome outcome = world.run(words);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err.find("tidewrack: "), 0U);
+        EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1);
+        return outcome.err.substr(11, outcome.err.size() - 12);
+    }
+    nlohmann::json json(const std::vector<std::string>& words) const { return nlohmann::json::parse(world.ok(words)); }
+
+    World world;
+    const TemporaryFolder& f = world.folder;
+};
+
+} // namespace
+
+TEST_F(CommandTest, helpAndVersion) {
+    const std::string help = world.ok({});
+    EXPECT_EQ(help.find("tidewrack 1.0.0 — undo anything your AI agent did\n"), 0U);
+    for (const char* command : {"track", "untrack", "projects", "snap", "log", "diff", "restore", "undo", "cat", "pin",
+                                "unpin", "prune", "hooks", "vault", "hook", "version", "help"})
+        EXPECT_NE(help.find(command), std::string::npos) << command;
+    for (const char* option : {"--label", "--agent", "--session", "--turn", "--kind", "--project", "-n", "--home",
+                               "--force", "--keep-new", "--dry-run", "--json"})
+        EXPECT_NE(help.find(option), std::string::npos) << option;
+    EXPECT_EQ(help.find("_bench-walk"), std::string::npos);
+    for (const char* word : {"help", "--help", "-h"}) EXPECT_EQ(world.ok({word}), help) << word;
+    for (const char* word : {"version", "--version", "-v"}) EXPECT_EQ(world.ok({word}), "1.0.0\n") << word;
+    EXPECT_FALSE(f.has("store")); // looking around creates nothing
+}
+
+TEST_F(CommandTest, usageErrors) {
+    world.ok({"track"});
+    EXPECT_EQ(fault({"snpa"}), "unknown command snpa. Run `tidewrack help`.");
+    EXPECT_EQ(fault({"-x"}), "unknown command -x. Run `tidewrack help`.");
+    EXPECT_EQ(fault({"snap", "--label"}), "--label needs a value");
+    EXPECT_EQ(fault({"log", "-n"}), "-n needs a value");
+    for (const char* number : {"x", "", "1.5", "-1", "99999999999999999999"})
+        EXPECT_EQ(fault({"log", "-n", number}), std::string("-n must be a whole number, 0 or more, got ") + number);
+    for (const char* command : {"diff", "restore", "undo", "cat", "pin", "unpin"}) {
+        EXPECT_EQ(fault({command}), "missing snapshot");
+        for (const char* word : {"x", "#", "##1", "1x", "", "99999999999999999999"})
+            EXPECT_EQ(fault({command, word}), std::string("snapshot must be a snapshot number, got ") + word);
+    }
+    EXPECT_EQ(fault({"diff", "1", "y"}), "second snapshot must be a snapshot number, got y");
+    EXPECT_EQ(fault({"cat", "1"}), "missing path");
+    EXPECT_EQ(fault({"cat", "1", "nope"}), "nope isn't in snapshot #1");
+    EXPECT_EQ(fault({"cat", "1", "/etc/passwd"}), "/etc/passwd is outside " + world.projectPath() + ".");
+    for (const char* number : {"77", "-3", "+77", "#0"}) {
+        const std::string shown = number[0] == '+' || number[0] == '#' ? number + 1 : number;
+        EXPECT_EQ(fault({"diff", number}), "No snapshot #" + shown + ".");
+        EXPECT_EQ(fault({"diff", "1", number}), "No snapshot #" + shown + ".");
+        EXPECT_EQ(fault({"restore", number}), "No snapshot #" + shown + ".");
+        EXPECT_EQ(fault({"cat", number, "a"}), "No snapshot #" + shown + ".");
+    }
+    EXPECT_EQ(world.store().seqs(world.project()).size(), 1U); // no safety snapshot was taken for any of these
+}
+
+TEST_F(CommandTest, findsTheProject) {
+    f.makeFolder("elsewhere");
+    for (const char* command : {"snap", "log", "untrack", "prune"})
+        EXPECT_EQ(fault({command}),
+                  world.projectPath() + " isn't tracked. Run `tidewrack track` in the project folder.");
+    f.write("project/deep/er/file", "x");
+    world.ok({"track", "."});
+    world.current = f.at("project/deep/er");
+    EXPECT_EQ(world.ok({"cat", "1", "file"}), "x");
+    EXPECT_EQ(world.ok({"cat", "1", "../er/./file"}), "x");
+    EXPECT_EQ(world.ok({"cat", "1", f.at("project/deep/er/file")}), "x");
+    world.current = f.at("elsewhere");
+    EXPECT_EQ(fault({"log"}), f.at("elsewhere") + " isn't tracked. Run `tidewrack track` in the project folder.");
+    EXPECT_EQ(world.ok({"--project", "../project/deep", "diff", "1"}), "No changes.\n");
+    EXPECT_EQ(world.ok({"diff", "--project", "/", "1", "--project", f.at("project")}), "No changes.\n");
+    EXPECT_EQ(fault({"log", "--project", "gone"}),
+              f.at("elsewhere/gone") + " isn't tracked. Run `tidewrack track` in the project folder.");
+    EXPECT_EQ(world.ok({"untrack", "../project/deep"}),
+              "Stopped tracking " + f.at("project") + " and deleted its history.\n");
+}
+
+// A folder that was deleted under the user's feet is not "/".
+TEST_F(CommandTest, needsACurrentFolder) {
+    world.ok({"track"});
+    world.current = "";
+    EXPECT_EQ(fault({"snap"}), "Can't tell the current folder; it may have been deleted.");
+    EXPECT_EQ(fault({"track", "sub"}), "Can't tell the current folder; it may have been deleted.");
+    EXPECT_EQ(world.ok({"--project", world.projectPath(), "diff", "1"}), "No changes.\n");
+}
+
+TEST_F(CommandTest, trackSnapAndProjects) {
+    EXPECT_EQ(world.ok({"projects"}), "Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
+    f.write("project/a", "a");
+    f.makeFolder("project/folder");
+    const Outcome tracked = world.run({"track", "--verbose"}); // an unknown flag is nobody's business
+    EXPECT_EQ(timeless(tracked.out), "Started tracking " + world.projectPath() + "\n#1  1 files  N ms\n");
+    const auto storage = world.store().storageWarning(world.project());
+    EXPECT_EQ(tracked.err, storage ? "warning: " + *storage + "\n" : "");
+    f.write("project/b", "b");
+    EXPECT_EQ(timeless(world.ok({"snap"})), "#2  +1 ~0 -0 since the previous snapshot  2 files  N ms\n");
+    EXPECT_EQ(timeless(world.ok({"snap"})), "#3  no changes since the previous snapshot  2 files  N ms\n");
+    rewriteRecord(world, 3, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::minutes(5); });
+    EXPECT_EQ(world.ok({"projects"}), world.projectPath() + "  3 snapshots, latest 5m ago\n");
+    f.remove("store/projects/" + world.project().id + "/snapshots");
+    EXPECT_EQ(world.ok({"projects"}), world.projectPath() + "  no snapshots\n");
+    EXPECT_EQ(world.ok({"log"}), "");
+    EXPECT_EQ(json({"log", "--json"}), nlohmann::json::array());
+}
+
+TEST_F(CommandTest, logListing) {
+    f.write("project/a", "a");
+    world.ok({"track"});
+    f.write("project/b", "b");
+    world.ok({"snap", "--agent", "claude", "--kind", "prompt", "--label", std::string(59, 'x') + "ü"});
+    world.ok({"snap", "--label", std::string(58, 'x') + "üüü"});
+    world.ok({"pin", "2"});
+    for (const std::int64_t seq : {1, 2, 3})
+        rewriteRecord(world, seq,
+                      [&](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(1) * (4 - seq); });
+    const std::string older = "#2 \U0001F4CC  2h ago  claude prompt  \"" + std::string(59, 'x') +
+                              "ü\"  →  no changes\n#1  3h ago  manual  →  +1 ~0 -0\n";
+    const std::string newest = "#3  1h ago  manual  \"" + std::string(57, 'x') + "...\"  →  ";
+    EXPECT_EQ(world.ok({"log"}), newest + "no changes yet\n" + older);
+    f.write("project/a", "changed");
+    f.write("project/b", "changed");
+    f.makeFolder("project/folders/do/not/count");
+    EXPECT_EQ(world.ok({"log", "-n", "5", "-n", "3"}), newest + "+0 ~2 -0 so far\n" + older);
+    EXPECT_EQ(world.ok({"log", "-n", "1"}), newest + "+0 ~2 -0 so far\n");
+    EXPECT_EQ(world.ok({"log", "-n", "0"}), "");
+}
+
+TEST_F(CommandTest, logShowsTwentyByDefault) {
+    for (int i = 0; i < 22; ++i) world.ok({i == 0 ? "track" : "snap"});
+    const std::string text = world.ok({"log"});
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 20);
+    EXPECT_EQ(text.find("#22"), 0U);
+    EXPECT_NE(text.find("\n#3  "), std::string::npos);
+    EXPECT_EQ(json({"log", "--json"}).size(), 20U);
+    EXPECT_EQ(json({"log", "--json", "-n", "100"}).size(), 22U);
+}
+
+TEST_F(CommandTest, logAsJson) {
+    world.ok({"track"});
+    world.ok({"snap", "--label", "a/b"});
+    rewriteRecord(world, 2, [](SnapshotMeta& meta) {
+        meta.created = parseIsoDate("2025-01-02T03:04:05Z").value();
+        meta.durationMs = 7;
+    });
+    EXPECT_EQ(world.ok({"log", "--json", "-n", "1"}), R"([
+  {
+    "added" : 0,
+    "created" : "2025-01-02T03:04:05Z",
+    "deleted" : 0,
+    "durationMs" : 7,
+    "files" : 0,
+    "kind" : "manual",
+    "label" : "a\/b",
+    "manifestOf" : 1,
+    "modified" : 0,
+    "pinned" : false,
+    "seq" : 2
+  }
+]
+)");
+}
+
+TEST_F(CommandTest, jsonShapes) {
+    f.write("project/a", "a");
+    f.write("project/bad\xff", "x");
+    const auto tracked = json({"track", "--json"});
+    EXPECT_EQ(tracked["project"]["root"], world.projectPath());
+    EXPECT_EQ(tracked["snapshot"]["seq"], 1);
+    f.write("project/new/file", "n");
+    f.remove("project/bad\xff");
+    const nlohmann::json changes = {{"added", {"new", "new/file"}},
+                                    {"modified", nlohmann::json::array()},
+                                    {"deleted", {"bad\xef\xbf\xbd"}},
+                                    {"folders", {"new"}}};
+    EXPECT_EQ(json({"diff", "1", "--json"}), changes);
+    const auto taken = json({"snap", "--json"});
+    EXPECT_EQ(taken["added"], 1);
+    EXPECT_EQ(taken["deleted"], 1);
+    EXPECT_EQ(taken["warnings"], nlohmann::json::array());
+    const auto projects = json({"projects", "--json"});
+    EXPECT_EQ(projects[0]["snapshots"], 2);
+    EXPECT_EQ(projects[0]["latest"]["seq"], 2);
+    const auto restored = json({"restore", "1", "--json"});
+    EXPECT_EQ(restored["restored"], nlohmann::json{"bad\xef\xbf\xbd"});
+    EXPECT_EQ(restored["removed"], (nlohmann::json{"new", "new/file"}));
+    EXPECT_EQ(restored["folders"], nlohmann::json{"new"});
+    EXPECT_EQ(restored["safety"]["kind"], "restore");
+    EXPECT_EQ(json({"undo", "4", "--json"})["safety"]["seq"], 5);
+    EXPECT_EQ(json({"prune", "--json", "--dry-run"}),
+              (nlohmann::json{{"dryRun", true}, {"removedSnapshots", nlohmann::json::array()}, {"removedBlobs", 0}}));
+}
+
+TEST_F(CommandTest, diffMarks) {
+    f.write("project/gone/file", "x");
+    f.write("project/both", "x");
+    world.ok({"track"});
+    f.remove("project/gone");
+    f.write("project/both", "changed");
+    f.write("project/src/new", "x");
+    EXPECT_EQ(world.ok({"diff", "#1"}), "+ src/\n+ src/new\n~ both\n- gone/\n- gone/file\n");
+}
+
+TEST_F(CommandTest, catGivesTheBytes) {
+    std::string bytes;
+    for (int i = 0; i < 200'000; ++i) bytes += static_cast<char>(i * 7);
+    f.write("project/binary", bytes);
+    f.write("project/empty", "");
+    f.link("project/link", "binary");
+    world.ok({"track"});
+    f.remove("project/binary");
+    EXPECT_EQ(world.ok({"cat", "1", "binary"}), bytes);
+    EXPECT_EQ(world.ok({"cat", "1", "empty"}), "");
+    EXPECT_EQ(fault({"cat", "1", "link"}), "link isn't in snapshot #1");
+    EXPECT_EQ(fault({"cat", "1", "."}), ". isn't in snapshot #1");
+    f.remove("store/projects/" + world.project().id + "/blobs/1");
+    EXPECT_EQ(fault({"cat", "1", "empty"}),
+              "the content of empty wasn't kept in snapshot #1: it is missing from the store");
+}
+
+TEST_F(CommandTest, benchWalk) {
+    f.write("project/a", "a");
+    f.write("project/node_modules/b", "b");
+    world.ok({"track"});
+    EXPECT_EQ(timeless(world.ok({"_bench-walk"})), "walk with git: 1 entries N ms\nwalk without git: 1 entries N ms\n");
+}
+
+TEST(Reports, agesAndCounts) {
+    const Date now{std::chrono::seconds(1'000'000'000)};
+    const std::pair<std::int64_t, const char*> ages[] = {
+        {0, "0s ago"},      {59, "59s ago"},   {60, "1m ago"},      {3599, "59m ago"}, {3600, "1h ago"},
+        {86399, "23h ago"}, {86400, "1d ago"}, {864000, "10d ago"}, {-5, "-5s ago"},   {-100000, "-100000s ago"}};
+    for (const auto& [seconds, text] : ages) EXPECT_EQ(ago(now - std::chrono::seconds(seconds), now), text);
+    EXPECT_EQ(countsText({0, 0, 0}), "no changes");
+    EXPECT_EQ(countsText({1, 0, 0}), "+1 ~0 -0");
+    EXPECT_EQ(countsText({3, 0, 1}), "+3 ~0 -1");
+}
+
+TEST(Reports, restoreSummary) {
+    RestoreResult result;
+    result.safety.seq = 9;
+    result.restored = {"a", "d"};
+    result.removed = {"b"};
+    result.folders = {"d"};
+    EXPECT_EQ(restoreText(result), "Restored 1 file, removed 1 file. Undo this with: tidewrack restore 9\n");
+    result.restored.clear();
+    result.removed = {"b", "c", "d"};
+    result.warnings = {"one", "bad\xff"};
+    EXPECT_EQ(restoreText(result), "Restored 0 files, removed 2 files. Undo this with: tidewrack restore 9\n"
+                                   "warning: one\nwarning: bad\xef\xbf\xbd\n");
+}
+
+TEST(Reports, coloursOnlyWhenAsked) {
+    const Changes changes{{"a"}, {"b"}, {"c"}, {"c"}};
+    EXPECT_EQ(changesText(changes, true), "\x1b[32m+ a\x1b[m\n\x1b[33m~ b\x1b[m\n\x1b[31m- c/\x1b[m\n");
+    EXPECT_EQ(changesText({}, true), "No changes.\n");
+}

@@ -1,0 +1,487 @@
+#include "Support/TestFolders.hpp"
+
+#include "Hooks/HookHandler.hpp"
+#include "Support/Files.hpp"
+#include "Support/Json.hpp"
+#include "Support/Text.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+using nlohmann::json;
+using Kind = HookEvent::Kind;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+const char* eventFile(Agent agent, Kind kind) {
+    switch (agent) {
+    case Agent::claude:
+    case Agent::codex:
+        return kind == Kind::prompt ? "UserPromptSubmit" : kind == Kind::stop ? "Stop" : "PreToolUse-Bash";
+    case Agent::cursor:
+        return kind == Kind::prompt ? "beforeSubmitPrompt" : kind == Kind::stop ? "stop" : "beforeShellExecution";
+    case Agent::gemini:
+        return kind == Kind::prompt ? "BeforeAgent"
+               : kind == Kind::stop ? "AfterAgent"
+                                    : "BeforeTool-run_shell_command";
+    }
+    return "";
+}
+
+// An event as the agent sends it, in `folder`, with its prompt or command replaced by `text`.
+std::string event(Agent agent, Kind kind, const std::string& folder, const std::string& text = "") {
+    const std::string path = std::string(TIDEWRACK_TEST_DATA) + "/events/" + std::string(rawValue(agent)) + "/" +
+                             eventFile(agent, kind) + ".json";
+    std::string bytes;
+    EXPECT_EQ(readFile(path, bytes), 0) << path;
+    json object = parseJson(bytes).value();
+    object["cwd"] = folder;
+    object[agent == Agent::cursor ? "conversation_id" : "session_id"] = "session";
+    if (kind == Kind::prompt) object["prompt"] = text;
+    if (kind == Kind::shell) (agent == Agent::cursor ? object : object["tool_input"])["command"] = text;
+    return object.dump();
+}
+
+class HookHandlerTest : public ::testing::Test {
+  protected:
+    HookHandlerTest() {
+        world.folder.write("project/src/main.c", "int main;\n");
+        world.folder.write("project/build/out", "built");
+        world.folder.write("home/outside.txt", "outside");
+        home = world.folder.at("home");
+        project = world.projectPath();
+    }
+
+    HookOutput answer(Agent agent, Kind kind, const std::string& folder, const std::string& text = "") const {
+        return raw(agent, event(agent, kind, folder, text));
+    }
+    HookOutput raw(Agent agent, const std::string& input) const {
+        HookHandler handler(world.store(), world.environment, home);
+        handler.backupDotfiles = backupDotfiles;
+        if (budget) handler.budget = *budget;
+        return handler.handle(agent, input, world.current);
+    }
+    HookOutput shell(const std::string& command) const { return answer(Agent::claude, Kind::shell, project, command); }
+
+    // The log without what differs from run to run; it is emptied.
+    std::vector<std::string> log() const {
+        static const std::regex form("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z ([^ ]+ [^ ]* )[0-9]+ms (.*)");
+        static const std::regex vaultID("vault [0-9]{8}-[0-9]{6}-[0-9A-F]+:");
+        std::istringstream text(world.folder.has("store/hooks.log") ? world.folder.read("store/hooks.log") : "");
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(text, line);) {
+            EXPECT_TRUE(std::regex_match(line, form)) << line;
+            lines.push_back(std::regex_replace(std::regex_replace(line, form, "$1$2"), vaultID, "vault ID:"));
+        }
+        if (!lines.empty()) world.folder.remove("store/hooks.log");
+        return lines;
+    }
+    std::vector<std::string> snapshots() const {
+        std::vector<std::string> lines;
+        for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
+            lines.push_back(meta.kind + " " + meta.agent.value_or("-") + " " + meta.label.value_or("-"));
+        return lines;
+    }
+
+    World world;
+    std::string home;
+    std::string project;
+    bool backupDotfiles = false;
+    std::optional<milliseconds> budget;
+};
+
+using Lines = std::vector<std::string>;
+
+const char* askText = "This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.";
+
+} // namespace
+
+// A turn of every agent, from its prompt to the undo of everything.
+TEST_F(HookHandlerTest, playsASessionOfEachAgent) {
+    world.ok({"track"});
+    const std::string before = world.folder.listing("project");
+    for (const Agent agent : allAgents) {
+        SCOPED_TRACE(rawValue(agent));
+        const auto name = [&](Kind kind) {
+            return std::string(rawValue(agent)) + " " +
+                   parseHookEvent(agent, json::parse(event(agent, kind, "/")), "/").name + " ";
+        };
+        const bool cursor = agent == Agent::cursor;
+        const HookOutput allowed = cursor ? HookOutput{"{\"permission\":\"allow\"}", {}, 0} : HookOutput{};
+        const auto first = world.store().seqs(world.project()).back();
+        const auto seq = [&](int n) { return "#" + std::to_string(first + n) + " " + project; };
+
+        EXPECT_EQ(answer(agent, Kind::prompt, project, "Tidy\n up"),
+                  cursor ? (HookOutput{"{\"continue\":true}", {}, 0}) : HookOutput{});
+        EXPECT_EQ(log(), Lines{name(Kind::prompt) + seq(1)});
+        EXPECT_EQ(snapshots().back(), "prompt " + std::string(rawValue(agent)) + " Tidy  up");
+
+        EXPECT_EQ(answer(agent, Kind::shell, project, "ls -la"), allowed);
+        EXPECT_EQ(log(), Lines{});
+
+        EXPECT_EQ(answer(agent, Kind::shell, project, "rm -rf build"), allowed);
+        EXPECT_EQ(log(), Lines{name(Kind::shell) + "allow rm -rf build → " + seq(2)});
+        EXPECT_EQ(snapshots().back(), "tool " + std::string(rawValue(agent)) + " Before: rm -rf build");
+        world.folder.remove("project/build");
+
+        EXPECT_EQ(answer(agent, Kind::shell, project, "rm ~/outside.txt"), allowed);
+        EXPECT_EQ(log(), Lines{name(Kind::shell) + "allow rm ~/outside.txt → vault ID: 1 saved, 0 skipped"});
+        world.folder.remove("home/outside.txt");
+
+        const HookOutput asked = answer(agent, Kind::shell, project, "rm -rf .");
+        EXPECT_EQ(log(), Lines{name(Kind::shell) + "ask rm -rf . → " + seq(3)});
+        const std::string question = "This deletes " + project + ", which contains the tracked project " + project +
+                                     ". Tidewrack snapshotted it first; allow?";
+        if (agent == Agent::codex || agent == Agent::gemini)
+            EXPECT_EQ(asked, (HookOutput{{}, question + " " + askText, 2}));
+        else
+            EXPECT_NE(json::parse(asked.standardOutput.value()).dump().find(question), std::string::npos);
+        EXPECT_EQ(asked.exitCode, agent == Agent::codex || agent == Agent::gemini ? 2 : 0);
+
+        const HookOutput denied = answer(agent, Kind::shell, project, "rm -rf ~");
+        EXPECT_EQ(log(), Lines{name(Kind::shell) + "deny rm -rf ~"});
+        EXPECT_EQ(denied.exitCode, cursor ? 0 : 2);
+        EXPECT_NE((cursor ? denied.standardOutput : denied.standardError)->find("Tidewrack blocked this"),
+                  std::string::npos);
+
+        EXPECT_EQ(answer(agent, Kind::stop, project), HookOutput{});
+        EXPECT_EQ(log(), Lines{name(Kind::stop) + seq(4)});
+        EXPECT_EQ(snapshots().back(), "stop " + std::string(rawValue(agent)) + " End of turn");
+
+        world.ok({"undo", std::to_string(first + 2)});
+        EXPECT_EQ(world.folder.listing("project"), before);
+        const auto entries = Vault(world.store()).entries();
+        const VaultEntry saved = *std::find_if(entries.begin(), entries.end(),
+                                               [&](const VaultEntry& entry) { return entry.agent == rawValue(agent); });
+        EXPECT_EQ(saved.command, "rm ~/outside.txt");
+        EXPECT_EQ(saved.cwd, project);
+        world.ok({"vault", "restore", saved.id});
+        EXPECT_EQ(world.folder.read("home/outside.txt"), "outside");
+    }
+}
+
+TEST_F(HookHandlerTest, writesNothingForAHarmlessCommand) {
+    world.ok({"track"});
+    const std::string before = world.folder.listing("store");
+    EXPECT_EQ(shell("git status && ls | grep x > /dev/null"), HookOutput{});
+    EXPECT_EQ(raw(Agent::claude, "{\"hook_event_name\":\"SessionStart\"}"), HookOutput{});
+    EXPECT_EQ(world.folder.listing("store"), before);
+}
+
+TEST_F(HookHandlerTest, answersAnyInputWithAllow) {
+    EXPECT_EQ(raw(Agent::cursor, ""), HookOutput{});
+    EXPECT_EQ(log(), Lines{"cursor ? unreadable input (0 bytes)"});
+    for (const std::string& input :
+         {std::string("[1]"), std::string("null"), std::string("{\"a\":"), std::string(9, '\0'),
+          "{\"a\":" + std::string(100000, '['), std::string("{\"prompt\":\"\xff\"}")}) {
+        EXPECT_EQ(raw(Agent::codex, input), HookOutput{});
+        EXPECT_EQ(log(), Lines{"codex ? unreadable input (" + std::to_string(input.size()) + " bytes)"});
+    }
+    const std::string odd = R"({"hook_event_name":"UserPromptSubmit","prompt":7,"cwd":["x"],"session_id":{}})";
+    EXPECT_EQ(raw(Agent::claude, odd), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit not tracked: " + project});
+    EXPECT_EQ(answer(Agent::cursor, Kind::prompt, "/tmp/a\nb", "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
+    EXPECT_EQ(log(), Lines{"cursor beforeSubmitPrompt not tracked: /tmp/a b"}) << "one line whatever the folder's name";
+}
+
+TEST_F(HookHandlerTest, startsTrackingGitRepositories) {
+    world.folder.makeFolder("project/.git");
+    EXPECT_EQ(answer(Agent::gemini, Kind::prompt, project + "/src", "Go"), HookOutput{});
+    EXPECT_EQ(log(), (Lines{"- track auto-tracked " + project, "gemini BeforeAgent #1 " + project}));
+
+    // Also the one that a command reaches into from elsewhere; a work tree's ".git" is a file.
+    world.folder.write("home/other/.git", "gitdir: elsewhere");
+    world.folder.write("home/other/f", "x");
+    EXPECT_EQ(shell("rm " + home + "/other/f"), HookOutput{});
+    EXPECT_EQ(log(), (Lines{"- track auto-tracked " + home + "/other", "claude PreToolUse allow " +
+                                                                           oneLine("rm " + home + "/other/f", 80) +
+                                                                           " → #1 " + home + "/other"}));
+
+    world.folder.makeFolder("home/.git"); // the home folder is too broad
+    EXPECT_EQ(gitRoot(home + "/x/y"), home);
+    EXPECT_EQ(answer(Agent::gemini, Kind::prompt, home, "Go"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"gemini BeforeAgent not tracked: " + home});
+
+    world.folder.write("repo\xff/.git/HEAD", "x");
+    world.folder.write("repo\xff/a", "x");
+    world.folder.write("repo\xff/b", "x");
+    EXPECT_EQ(shell("rm ../repo*/a ../repo*/b"), HookOutput{});
+    const Lines lines = log();
+    ASSERT_EQ(lines.size(), 2U) << "a repository that can't be tracked is tried once";
+    EXPECT_EQ(lines[0].find("- track didn't auto-track "), 0U);
+}
+
+TEST_F(HookHandlerTest, snapshotsEveryProjectThatACommandReaches) {
+    world.ok({"track"});
+    world.folder.write("all/one/f", "1");
+    world.folder.write("all/two/f", "2");
+    world.ok({"track", world.folder.at("all/one")});
+    world.ok({"track", world.folder.at("all/two")});
+    const std::string all = world.folder.at("all");
+    EXPECT_NE(shell("rm -rf " + all).standardOutput.value_or("").find("ask"), std::string::npos);
+    const Lines lines = log();
+    ASSERT_EQ(lines.size(), 1U);
+    for (const char* part : {"#2 ", "/one; #2 ", "/two; vault ID: 1 saved, 0 skipped"})
+        EXPECT_NE(lines[0].find(part), std::string::npos) << lines[0];
+
+    EXPECT_EQ(shell("make"), HookOutput{}); // may do anything here
+    EXPECT_EQ(log(), Lines{"claude PreToolUse allow make → #2 " + project});
+
+    // A link may be removed or written through: the project that holds it and the file it leads to are both saved.
+    world.folder.link("project/link", home + "/outside.txt");
+    EXPECT_EQ(shell("echo > link"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude PreToolUse allow echo > link → #3 " + project + "; vault ID: 1 saved, 0 skipped"});
+    const auto entries = Vault(world.store()).entries();
+    const auto isFile = [&](const VaultEntry& entry) { return entry.items.at(0).original == home + "/outside.txt"; };
+    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), isFile));
+}
+
+TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
+    world.ok({"track"});
+    world.folder.write("other/f", "1");
+    world.folder.write("idle/f", "1");
+    world.ok({"track", world.folder.at("other")});
+    world.ok({"track", world.folder.at("idle")});
+    (void)shell("rm ../other/f");
+    (void)log();
+    EXPECT_EQ(answer(Agent::claude, Kind::stop, project + "/src"), HookOutput{});
+    EXPECT_EQ(log(), (Lines{"claude Stop #2 " + project, "claude Stop #3 " + world.folder.at("other")}));
+
+    (void)shell("rm ../other/f");
+    (void)log();
+    json unnamed = json::parse(event(Agent::claude, Kind::stop, project));
+    unnamed.erase("session_id");
+    EXPECT_EQ(raw(Agent::claude, unnamed.dump()), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude Stop #3 " + project});
+
+    backupDotfiles = true;
+    world.folder.write("home/.gitconfig", "x");
+    EXPECT_EQ(answer(Agent::claude, Kind::stop, "/"), HookOutput{});
+    EXPECT_EQ(log(),
+              (Lines{"claude dotfiles vault ID: 1 saved, 14 skipped", "claude Stop #5 " + world.folder.at("other")}));
+}
+
+TEST_F(HookHandlerTest, stillJudgesWhenTheRegistryIsBroken) {
+    world.ok({"track"});
+    world.folder.write("store/projects/broken/project.json", "{}");
+    const auto isError = [](const std::string& line) { return line.find("error: Corrupt store data: ") != line.npos; };
+    EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
+    Lines lines = log();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_TRUE(isError(lines[0])) << lines[0];
+    EXPECT_EQ(lines[1], "claude PreToolUse deny rm -rf ~");
+
+    EXPECT_NE(shell("rm -rf .git").standardOutput.value_or("").find("\"ask\""), std::string::npos);
+    (void)log();
+    EXPECT_EQ(shell("ls"), HookOutput{});
+    lines = log();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(isError(lines[0]));
+
+    EXPECT_EQ(shell("rm src/main.c"), HookOutput{});
+    lines = log();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[1], "claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped");
+
+    EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
+    lines = log();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(isError(lines[0]));
+}
+
+TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
+    world.ok({"track"});
+    const ProjectLock held(world.store().lockPath(world.project()));
+    budget = milliseconds(100);
+    const auto began = steady_clock::now();
+    EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("\"ask\""), std::string::npos);
+    EXPECT_EQ(log(), Lines{"claude PreToolUse ask rm -rf . → skipped " + project});
+    EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
+    const Lines lines = log();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_NE(lines[0].find("error: can't lock "), std::string::npos);
+    EXPECT_GE(steady_clock::now() - began, milliseconds(180));
+    EXPECT_LT(steady_clock::now() - began, milliseconds(2000));
+}
+
+TEST_F(HookHandlerTest, namesWhatItCouldNotSaveInTime) {
+    world.ok({"track"});
+    world.folder.write("project/src/new", "new");
+    budget = milliseconds(0);
+    EXPECT_EQ(shell("rm -rf src ~/outside.txt"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm -rf src ~/outside.txt → skipped " + project +
+                           "; vault ID: 0 saved, 1 skipped"});
+    EXPECT_EQ(Vault(world.store()).entries().front().skipped, Lines{home + "/outside.txt"});
+
+    EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 1 skipped"});
+    EXPECT_EQ(world.manifestOf(2).find("src/new")->notKept(), true);
+    budget.reset();
+    EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #3 " + project});
+    EXPECT_EQ(world.ok({"cat", "3", "src/new"}), "new") << "the next snapshot catches up";
+}
+
+TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
+    world.ok({"track"});
+    world.environment["TIDEWRACK_HOME"] = world.folder.at("project/src/main.c/store");
+    world.folder.makeFolder("project/.git");
+    EXPECT_EQ(shell("rm -rf src"), HookOutput{});
+    EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
+    EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
+    EXPECT_EQ(answer(Agent::claude, Kind::stop, project), HookOutput{});
+    EXPECT_EQ(world.folder.read("project/src/main.c"), "int main;\n");
+
+    // The store is there but belongs to somebody else. Permissions bind everybody but root.
+    world.environment["TIDEWRACK_HOME"] = world.folder.at("store");
+    ::chmod(world.folder.path().c_str(), 0755);
+    for (const char* path : {"store", "store/projects", "store/vault"}) ::chmod(world.folder.at(path).c_str(), 0555);
+    const std::string before = world.folder.listing("store/projects");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(9);
+        const bool allowed = shell("rm -rf src ~/outside.txt") == HookOutput{};
+        const bool denied = shell("rm -rf ~").exitCode == 2;
+        ::_exit(allowed && denied && answer(Agent::claude, Kind::stop, project) == HookOutput{} ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(world.folder.listing("store/projects"), before);
+    for (const char* path : {"store", "store/projects"}) ::chmod(world.folder.at(path).c_str(), 0755);
+}
+
+namespace {
+
+// The real program with an event on its standard input.
+class Running {
+  public:
+    Running(const World& world, const std::string& input) {
+        int pipe[2];
+        EXPECT_EQ(::pipe(pipe), 0);
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(pipe[0], 0);
+            for (const auto& [key, value] : world.environment) ::setenv(key.c_str(), value.c_str(), 1);
+            ::close(pipe[1]);
+            ::execl(TIDEWRACK_BINARY, TIDEWRACK_BINARY, "hook", "claude", nullptr);
+            ::_exit(127);
+        }
+        ::close(pipe[0]);
+        EXPECT_EQ(writeAll(pipe[1], input), 0);
+        ::close(pipe[1]);
+    }
+    void signal(int number) const { ::kill(pid_, number); }
+    int wait() const {
+        int status = -1;
+        EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+        return status;
+    }
+
+  private:
+    pid_t pid_ = -1;
+};
+
+} // namespace
+
+TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {
+    world.ok({"track"});
+    for (const Kind kind : {Kind::stop, Kind::prompt}) {
+        auto held = std::make_unique<ProjectLock>(world.store().lockPath(world.project()));
+        const Running hook(world, event(Agent::claude, kind, project, "x"));
+        std::this_thread::sleep_for(milliseconds(500)); // it waits for the lock now
+        hook.signal(SIGHUP);
+        hook.signal(SIGTERM);
+        std::this_thread::sleep_for(milliseconds(50));
+        held.reset();
+        const int status = hook.wait();
+        if (kind == Kind::stop)
+            EXPECT_EQ(status, 0);
+        else
+            EXPECT_TRUE(WIFSIGNALED(status));
+    }
+    EXPECT_EQ(snapshots(), (Lines{"manual - -", "stop claude End of turn"}));
+}
+
+TEST(HookCommand, knowsTheAgentsOnly) {
+    const World world;
+    for (const std::vector<std::string>& words : {Lines{"hook"}, Lines{"hook", "Claude"}}) {
+        const Outcome outcome = world.run(words);
+        EXPECT_EQ(outcome.err, "tidewrack: usage: tidewrack hook claude|codex|cursor|gemini\n");
+        EXPECT_EQ(outcome.status, 1);
+    }
+}
+
+TEST(HookLog, losesNoLineOfParallelHooks) {
+    TemporaryFolder folder;
+    const HookLog log(Store(folder.at("store"), folder.path()));
+    const auto appendInParallel = [&](int each) {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 8; ++t)
+            threads.emplace_back([&log, each] {
+                for (int i = 0; i < each; ++i) log.append("claude", "Stop", steady_clock::now(), "#1 /p");
+            });
+        return threads;
+    };
+    const auto lines = [&] {
+        const std::string text = folder.read("store/hooks.log");
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    for (auto& thread : appendInParallel(50)) thread.join();
+    EXPECT_EQ(lines(), 400);
+
+    // All of them find the log too long before one can empty it.
+    folder.write("store/hooks.log", std::string(2'000'001, 'x'));
+    const Descriptor lock(::open(folder.at("store/hooks.log").c_str(), O_RDONLY));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    auto threads = appendInParallel(1);
+    std::this_thread::sleep_for(milliseconds(200));
+    ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(lines(), 8);
+}
+
+TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
+    TemporaryFolder folder;
+    const HookLog log(Store(folder.at("store"), folder.path()));
+    folder.write("store/hooks.log", std::string(2'000'000, 'x'));
+    log.append("-", "track", steady_clock::now(), "a");
+    EXPECT_GT(folder.read("store/hooks.log").size(), 2'000'000U);
+    log.append("-", "track", steady_clock::now(), "b\nc\xff");
+    EXPECT_TRUE(std::regex_match(folder.read("store/hooks.log"), std::regex(".*Z - track 0ms b c\xEF\xBF\xBD\n")));
+
+    folder.remove("store/hooks.log");
+    ASSERT_EQ(::mkfifo(folder.at("store/hooks.log").c_str(), 0600), 0);
+    log.append("-", "track", steady_clock::now(), "nobody reads this pipe");
+}
+
+TEST(OneLine, joinsTrimsAndCuts) {
+    EXPECT_EQ(oneLine(std::nullopt, 80), "");
+    EXPECT_EQ(oneLine("\n \t\r\n", 80), "");
+    EXPECT_EQ(oneLine(" \n a\r\n\r\nb\u2028\u0085c\vd \t\n", 80), "a b c d");
+    EXPECT_EQ(oneLine("1234", 4), "1234");
+    EXPECT_EQ(oneLine("12345", 4), "123…");
+    EXPECT_EQ(oneLine("e\u0301e\u0301e\u0301", 2), "e\u0301…") << "an accent stays with its letter";
+    std::string prompt;
+    for (int i = 0; i < 100; ++i) prompt += "line\n\n";
+    const std::string label = oneLine(prompt, 300);
+    EXPECT_EQ(characterCount(label), 300U);
+    EXPECT_EQ(label.substr(label.size() - 3), "…");
+}

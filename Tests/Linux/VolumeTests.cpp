@@ -1,0 +1,331 @@
+#include "Linux/FileFacts.hpp"
+#include "Linux/MountedVolume.hpp"
+#include "Support/TestFolders.hpp"
+
+#include "Platform/Platform.hpp"
+#include "Support/Files.hpp"
+#include "Vault/Vault.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/btrfs.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/xattr.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+constexpr std::size_t mebibyte = 1024 * 1024;
+
+// A project on a volume of its own, with the store on the same volume at first.
+class VolumeFixture {
+  public:
+    explicit VolumeFixture(const VolumeKind& kind) : volume(kind, world.folder.at("volume")) {
+        if (!volume.missing().empty()) return;
+        world.folder.makeFolder("volume/project");
+        world.current = project();
+        keepHistoryAt("volume/store");
+    }
+
+    World world;
+    MountedVolume volume;
+
+    [[nodiscard]] std::string project() const { return world.folder.at("volume/project"); }
+    [[nodiscard]] std::string file(const std::string& name) const { return project() + "/" + name; }
+    void keepHistoryAt(const std::string& relative) {
+        world.folder.makeFolder(relative);
+        world.environment["TIDEWRACK_HOME"] = world.folder.at(relative);
+    }
+    void write(const std::string& name, const std::string& content) const {
+        world.folder.write("volume/project/" + name, content);
+    }
+    // The kept content of a file as of a snapshot.
+    [[nodiscard]] std::string kept(const std::string& name, std::int64_t seq = 1) const {
+        const Manifest manifest = world.manifestOf(seq);
+        const Entry* entry = manifest.find(name);
+        return entry == nullptr ? "" : world.store().blobPath(world.project(), entry->blob);
+    }
+    void emptyProject() const {
+        for (const std::string& name : listFolder(project()).value_or(std::vector<std::string>()))
+            EXPECT_EQ(removeTree(file(name)), 0) << name;
+    }
+};
+
+class VolumeTest : public ::testing::TestWithParam<VolumeKind> {
+  protected:
+    void SetUp() override {
+        on = std::make_unique<VolumeFixture>(GetParam());
+        if (!on->volume.missing().empty()) GTEST_SKIP() << on->volume.missing();
+    }
+
+    std::unique_ptr<VolumeFixture> on;
+};
+
+void expectShared(const std::string& one, const std::string& other) {
+    const auto extents = extentsOf(one);
+    EXPECT_FALSE(extents.empty()) << one;
+    EXPECT_EQ(extents, extentsOf(other)) << one << " and " << other;
+    for (const Extent& extent : extents) EXPECT_TRUE(extent.shared) << one;
+}
+
+// Whether the volume tells where a file's content lies, so that copies can be told from clones.
+bool tellsExtents(const VolumeKind& kind) {
+    return kind.type != std::string("tmpfs") && kind.type != std::string("overlay");
+}
+
+void setTime(const std::string& path, std::int64_t seconds, long nanoseconds) {
+    const timespec times[2] = {{0, UTIME_NOW}, {seconds, nanoseconds}};
+    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+void setAttribute(const std::string& path, const char* name, const std::string& value) {
+    EXPECT_EQ(::lsetxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << name << std::strerror(errno);
+}
+
+// Files with everything that a copy could lose.
+void writeOddFiles(const VolumeFixture& on, bool withAttributes) {
+    on.write("setuid", "#!\n");
+    EXPECT_EQ(::chown(on.file("setuid").c_str(), 1234, 4321), 0);
+    EXPECT_EQ(::chmod(on.file("setuid").c_str(), 06755), 0);
+    on.write(std::string(255, 'n'), "long name");
+    on.write("unreadable", "secret");
+    EXPECT_EQ(::chmod(on.file("unreadable").c_str(), 0), 0);
+    on.write("empty", "");
+    setTime(on.file("empty"), -2'000'000'000, 1); // 1906
+    on.write("before 1970", "old");
+    setTime(on.file("before 1970"), -1, 999'999'999);
+    on.write("after 2038", "new");
+    setTime(on.file("after 2038"), 7'258'118'400, 123'456'789); // 2200
+    on.world.folder.link("volume/project/dangling", std::string(900, 'x'));
+    setTime(on.file("dangling"), 1'000'000'000, 5);
+    EXPECT_EQ(::lchown(on.file("dangling").c_str(), 1234, 4321), 0);
+    on.write("holes", contentFrom(1, 70'000));
+    EXPECT_EQ(::truncate(on.file("holes").c_str(), 20 * mebibyte), 0);
+    const Descriptor holes(::open(on.file("holes").c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(::pwrite(holes.get(), "middle", 6, 10 * mebibyte), 6);
+    on.write("folder/inside", contentFrom(2, 300'000));
+    if (withAttributes) {
+        on.write("noted", "noted");
+        setAttribute(on.file("noted"), "user.note", std::string("by\0tes\xff", 7));
+        setAttribute(on.file("noted"), "user.empty", "");
+        setAttribute(on.file("noted"), "user.long", contentFrom(3, 300));
+        setAttribute(on.file("noted"), "system.posix_acl_access", accessList(6, 4));
+        EXPECT_EQ(::chown(on.file("unreadable").c_str(), 1234, 4321), 0);
+        // The capability to bind to low ports, which a change of the owner would take away.
+        setAttribute(on.file("unreadable"), "security.capability",
+                     std::string("\0\0\0\x02\0\x04\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20));
+    }
+    setTime(on.file("folder"), 1'234'567'890, 42);
+}
+
+} // namespace
+
+TEST_P(VolumeTest, historySharesBlocksOrSaysThatItCannot) {
+    const VolumeKind kind = GetParam();
+    const char* const names[] = {"one.bin", "two.bin", "deep/three.bin"};
+    std::int64_t size = 0;
+    for (const char* name : names) on->write(name, contentFrom(static_cast<std::uint64_t>(++size), 6 * mebibyte));
+    size *= 6 * static_cast<std::int64_t>(mebibyte);
+    std::int64_t used = on->volume.used();
+    const auto expectGrowth = [&](const char* work) {
+        const std::int64_t grown = on->volume.used() - used;
+        if (kind.clones)
+            EXPECT_LT(grown, size / 10) << work;
+        else
+            EXPECT_GE(grown, size) << work; // what `used` must be able to see
+        used += grown;
+    };
+
+    const Outcome tracked = on->world.run({"track"});
+    EXPECT_EQ(tracked.status, 0);
+    EXPECT_EQ(tracked.err, kind.clones ? std::string()
+                                       : "warning: " + on->project() + " is on a " + kind.type +
+                                             " volume, not APFS: history will use full copies and real disk space.\n");
+    expectGrowth("snapshot");
+    const Vault vault(on->world.store());
+    const VaultEntry entry = vault.save({on->project()}, "rm -rf project", std::nullopt, on->project());
+    ASSERT_EQ(entry.items.size(), 1U);
+    const std::string saved = vault.store.home + "/vault/" + entry.id + "/items/0/";
+    expectGrowth("vault");
+    for (const char* name : names) {
+        if (kind.clones) {
+            expectShared(on->kept(name), on->file(name));
+            expectShared(saved + name, on->file(name));
+        } else if (tellsExtents(kind)) {
+            EXPECT_FALSE(extentsOf(on->kept(name)) == extentsOf(on->file(name))) << name;
+        }
+    }
+    // Moved and not removed, because some volumes give back the room of removed files only after a while.
+    for (const char* name : {"one.bin", "two.bin", "deep"})
+        EXPECT_EQ(::rename(on->file(name).c_str(), on->world.folder.at(std::string("volume/") + name).c_str()), 0);
+    on->world.ok({"restore", "1"});
+    expectGrowth("restore");
+    if (kind.clones)
+        for (const char* name : names) expectShared(on->file(name), on->kept(name));
+    (void)vault.restore(entry.id); // moves the project aside
+    expectGrowth("restore from the vault");
+    if (kind.clones)
+        for (const char* name : names) expectShared(on->file(name), saved + name);
+}
+
+TEST_P(VolumeTest, everythingAboutAFileComesBack) {
+    const auto& f = on->world.folder;
+    const bool withAttributes = holdsUserAttributes(on->project()) && holdsUserAttributes(f.path());
+    writeOddFiles(*on, withAttributes);
+    const std::string facts = factsOf(on->project());
+    for (const char* history : {"volume/store", "store"}) {
+        SCOPED_TRACE(history);
+        on->keepHistoryAt(history);
+        const Outcome tracked = on->world.run({"track"});
+        EXPECT_EQ(tracked.status, 0) << tracked.err;
+        EXPECT_LT(allocated(on->kept("holes")), static_cast<std::int64_t>(mebibyte));
+        if (GetParam().clones && history == std::string("store")) {
+            EXPECT_EQ(tracked.err, "warning: " + on->project() +
+                                       " is on a different volume than Tidewrack's history: kept files will be full "
+                                       "copies, not free clones.\n");
+        }
+        on->emptyProject();
+        on->world.ok({"restore", "1"});
+        EXPECT_EQ(factsOf(on->project()), facts);
+        EXPECT_LT(allocated(on->file("holes")), static_cast<std::int64_t>(mebibyte));
+        EXPECT_NE(on->world.ok({"snap"}).find("no changes since"), std::string::npos);
+    }
+    if (withAttributes) setAttribute(on->file("folder"), "user.note", "a folder's");
+    const std::string factsOfCopy = factsOf(on->project());
+    for (const char* copy : {"volume/copy", "copy"}) {
+        EXPECT_EQ(copyTree(on->project(), f.at(copy), {}), 0);
+        EXPECT_EQ(factsOf(f.at(copy)), factsOfCopy) << copy;
+        EXPECT_LT(allocated(f.at(copy) + "/holes"), static_cast<std::int64_t>(mebibyte));
+    }
+}
+
+TEST_P(VolumeTest, aFileThatGrowsMeanwhileIsKeptWholeOrNotAtAll) {
+    const std::string pattern = contentFrom(7, 24 * mebibyte);
+    constexpr std::size_t step = 200'000;
+    on->write("log", pattern.substr(0, 8 * mebibyte));
+    on->world.ok({"track"});
+    std::atomic<bool> stop = false;
+    std::atomic<std::size_t> size = 8 * mebibyte;
+    std::thread writer([&] {
+        const Descriptor log(::open(on->file("log").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+        while (!stop && size + step <= pattern.size()) {
+            EXPECT_EQ(writeAll(log.get(), std::string_view(pattern).substr(size, step)), 0);
+            size += step;
+            std::this_thread::sleep_for(std::chrono::milliseconds(15));
+        }
+    });
+    for (int seq = 2; seq <= 6; ++seq) {
+        on->world.ok({"snap"});
+        const std::string copy = on->world.folder.at("volume/copy" + std::to_string(seq));
+        EXPECT_EQ(copyTree(on->file("log"), copy, {}), 0);
+        std::string content;
+        EXPECT_EQ(readFile(copy, content), 0);
+        EXPECT_GE(content.size(), 8 * mebibyte);
+        EXPECT_TRUE(pattern.starts_with(content));
+    }
+    stop = true;
+    writer.join();
+    on->world.ok({"snap"});
+    for (int seq = 2; seq <= 7; ++seq) {
+        const Manifest manifest = on->world.manifestOf(seq);
+        const Entry* entry = manifest.find("log");
+        ASSERT_NE(entry, nullptr);
+        if (entry->notKept()) {
+            EXPECT_LT(seq, 7);
+            continue;
+        }
+        std::string content;
+        EXPECT_EQ(readFile(on->kept("log", seq), content), 0);
+        EXPECT_EQ(content.size(), static_cast<std::size_t>(entry->size));
+        EXPECT_TRUE(pattern.starts_with(content));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, VolumeTest,
+                         ::testing::Values(btrfsVolume, xfsVolume, plainXfsVolume, ext4Volume, tmpfsVolume,
+                                           overlayVolume),
+                         [](const auto& kind) { return kind.param.name; });
+
+TEST(VolumeTests, aFileLargerThanOneCopyCallIsWhole) {
+    VolumeFixture on(ext4Volume);
+    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
+    on.write("large", contentFrom(1, 70 * mebibyte + 12'345));
+    const std::string facts = factsOf(on.project());
+    for (const char* history : {"volume/store", "store"}) {
+        on.keepHistoryAt(history);
+        on.world.ok({"track"});
+        on.emptyProject();
+        on.world.ok({"restore", "1"});
+        EXPECT_EQ(factsOf(on.project()), facts) << history;
+    }
+}
+
+// One file that cannot be cloned, because it lies on a volume mounted inside the project or was made without
+// copy-on-write, says nothing about the others.
+TEST(VolumeTests, filesThatCannotShareDoNotKeepOthersFromSharing) {
+    VolumeFixture on(btrfsVolume);
+    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
+    on.write("before/small", contentFrom(1, 100'000));
+    const MountedVolume inside(tmpfsVolume, on.file("mounted"));
+    ASSERT_EQ(inside.missing(), "");
+    on.write("mounted/large", contentFrom(2, mebibyte));
+    on.write("in-place/small", "");
+    {
+        const Descriptor inPlace(::open(on.file("in-place/small").c_str(), O_WRONLY | O_CLOEXEC));
+        int flags = FS_NOCOW_FL;
+        ASSERT_EQ(::ioctl(inPlace.get(), FS_IOC_SETFLAGS, &flags), 0);
+        ASSERT_EQ(writeAll(inPlace.get(), contentFrom(3, 100'000)), 0);
+    }
+    on.write("after/small", contentFrom(4, 100'000));
+    on.write("after/large", contentFrom(5, mebibyte));
+    on.world.ok({"track"});
+    for (const char* name : {"mounted/large", "in-place/small"}) {
+        std::string source;
+        std::string content;
+        EXPECT_EQ(readFile(on.file(name), source), 0);
+        EXPECT_EQ(readFile(on.kept(name), content), 0);
+        EXPECT_TRUE(source == content) << name;
+    }
+    for (const char* name : {"before/small", "after/small", "after/large"}) expectShared(on.kept(name), on.file(name));
+}
+
+// A btrfs subvolume has a device number of its own, yet shares blocks with the rest of its volume.
+TEST(VolumeTests, subvolumesShareBlocks) {
+    VolumeFixture on(btrfsVolume);
+    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
+    const Descriptor top(::open(on.world.folder.at("volume").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    btrfs_ioctl_vol_args subvolume{};
+    std::strcpy(subvolume.name, "store");
+    on.world.folder.remove("volume/store");
+    ASSERT_EQ(::ioctl(top.get(), BTRFS_IOC_SUBVOL_CREATE, &subvolume), 0) << std::strerror(errno);
+    on.write("file", contentFrom(1, mebibyte));
+    on.world.ok({"track"});
+    expectShared(on.kept("file"), on.file("file"));
+}
+
+TEST(VolumeTests, aFullVolumeCostsWhatDoesNotFitAndNothingElse) {
+    VolumeFixture on(ext4Volume);
+    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
+    on.write("a-small", "small");
+    on.write("b-large", contentFrom(1, 100 * mebibyte));
+    on.write("z-small", "small too");
+    on.world.folder.write("volume/filling", contentFrom(2, 120 * mebibyte));
+    const Outcome tracked = on.world.run({"track"});
+    EXPECT_EQ(tracked.status, 0);
+    EXPECT_NE(tracked.err.find("warning: couldn't save b-large: No space left on device\n"), std::string::npos)
+        << tracked.err;
+    EXPECT_EQ(on.world.manifestOf(1).find("b-large")->blob, "err28");
+    EXPECT_EQ(listFolder(on.world.store().blobsFolder(on.world.project()) + "/1")->size(), 2U); // no half of it
+    on.world.folder.remove("volume/filling");
+    on.world.ok({"snap"});
+    EXPECT_FALSE(on.world.manifestOf(2).find("b-large")->notKept());
+}

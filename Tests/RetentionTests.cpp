@@ -1,0 +1,214 @@
+#include "Support/TestHistory.hpp"
+
+#include "Engine/RetentionPlan.hpp"
+#include "Support/Files.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+constexpr std::int64_t hour = 3600;
+constexpr std::int64_t day = 86400;
+const Date noon{std::chrono::seconds(20000 * day + 12 * hour)};
+
+// Snapshots of the given ages in seconds; a negative age marks a pinned one of that age.
+std::vector<std::int64_t> removed(const std::vector<std::int64_t>& ages) {
+    std::vector<SnapshotMeta> snapshots;
+    for (const std::int64_t age : ages) {
+        SnapshotMeta meta;
+        meta.seq = meta.manifestOf = static_cast<std::int64_t>(snapshots.size()) + 1;
+        meta.pinned = age < 0;
+        meta.created = noon - std::chrono::seconds(std::abs(age));
+        snapshots.push_back(meta);
+    }
+    return planRetention(snapshots, noon).remove;
+}
+
+using Numbers = std::vector<std::int64_t>;
+
+// What retention promises, worked out the long way: by reading every listing that is still in use.
+struct PlainPrune {
+    Numbers removedSnapshots;
+    std::set<std::string> blobsLeft;
+    std::int64_t removedBlobs = 0;
+};
+
+std::set<std::string> blobsOf(const World& world) {
+    std::set<std::string> blobs;
+    const std::string folder = world.store().blobsFolder(world.project());
+    const auto seqs = listFolder(folder);
+    for (const std::string& seq : *seqs) {
+        const auto names = listFolder(folder + "/" + seq);
+        for (const std::string& name : *names) blobs.insert(seq + "/" + name);
+    }
+    return blobs;
+}
+
+PlainPrune plainPrune(const World& world, Date now) {
+    PlainPrune result;
+    const auto snapshots = world.store().snapshots(world.project());
+    std::map<std::string, std::int64_t> buckets;
+    std::set<std::int64_t> keep;
+    for (const SnapshotMeta& meta : snapshots) {
+        const std::int64_t created = meta.created.time_since_epoch().count();
+        const std::int64_t age = now.time_since_epoch().count() - created;
+        if (meta.pinned || age < 172800)
+            keep.insert(meta.seq);
+        else if (age < 604800)
+            buckets["h" + std::to_string(created / 3600)] = meta.seq;
+        else if (age < 2592000)
+            buckets["d" + std::to_string(created / 86400)] = meta.seq;
+    }
+    for (const auto& [bucket, seq] : buckets) keep.insert(seq);
+    std::set<std::string> referenced;
+    for (const SnapshotMeta& meta : snapshots) {
+        if (!keep.contains(meta.seq)) {
+            result.removedSnapshots.push_back(meta.seq);
+            continue;
+        }
+        const Manifest manifest = world.store().manifest(meta, world.project());
+        for (const auto& item : manifest.items()) referenced.emplace(item.entry.blob);
+    }
+    for (const std::string& blob : blobsOf(world)) {
+        if (referenced.contains(blob))
+            result.blobsLeft.insert(blob);
+        else
+            ++result.removedBlobs;
+    }
+    return result;
+}
+
+// One random step of a project's life.
+void liveOn(const World& world, std::mt19937& random) {
+    const auto& f = world.folder;
+    const auto pick = [&](std::size_t count) { return std::to_string(random() % count); };
+    for (std::size_t changes = random() % 5; changes > 0; --changes) {
+        const std::string path = "project/folder" + pick(2) + "/file" + pick(3);
+        if (random() % 3 == 0)
+            (void)removeTree(f.at(path));
+        else
+            f.write(path, pick(1000));
+    }
+    const auto seqs = world.store().seqs(world.project());
+    const std::string any = std::to_string(seqs[random() % seqs.size()]);
+    switch (random() % 6) {
+    case 0: world.ok({"restore", any}); break;
+    case 1: world.ok({"undo", any}); break;
+    case 2: world.ok({"pin", any}); break;
+    default: world.ok({"snap"});
+    }
+}
+
+// Spreads the snapshots over the last `days` days, the oldest first, some close together and a third of them recent.
+void spread(const World& world, std::mt19937& random, unsigned days) {
+    const auto seqs = world.store().seqs(world.project());
+    std::vector<unsigned> ages;
+    for (std::size_t i = 0; i < seqs.size(); ++i) {
+        const unsigned span = static_cast<unsigned>(i % 3 == 2 ? 2 * day : days * day);
+        ages.push_back(i % 3 == 1 ? ages.back() + static_cast<unsigned>(random() % 600)
+                                  : static_cast<unsigned>(random() % span));
+    }
+    std::sort(ages.rbegin(), ages.rend());
+    for (std::size_t i = 0; i < seqs.size(); ++i)
+        rewriteRecord(world, seqs[i],
+                      [&](SnapshotMeta& meta) { meta.created = now() - std::chrono::seconds(ages[i]); });
+}
+
+} // namespace
+
+TEST(RetentionPlan, agesAndBuckets) {
+    struct Case {
+        const char* what;
+        std::vector<std::int64_t> ages;
+        Numbers removed;
+    };
+    const Case cases[] = {
+        {"nothing", {}, {}},
+        {"the last 48 hours", {2 * day - 1, 2 * day - 2, 60, 0, -5}, {}},
+        {"48 hours to the second: one an hour", {2 * day + 1, 2 * day}, {}}, // 12:00:00 and 11:59:59
+        {"one hour's", {2 * day + 3, 2 * day + 2, 2 * day + 1, 2 * day}, {1, 2}},
+        {"hours, not spans of an hour", {3 * day + 1, 3 * day, 3 * day - 3599, 3 * day - 3600}, {2}},
+        {"seven days less a second", {7 * day - 1, 7 * day - 2}, {1}},
+        {"seven days: one a day", {7 * day + 11 * hour, 7 * day + 6 * hour, 7 * day}, {1, 2}},
+        {"days of the calendar", {10 * day + 12 * hour + 1, 10 * day + 12 * hour, 10 * day}, {2}},
+        {"30 days less a second", {30 * day - 1}, {}},
+        {"30 days", {30 * day}, {1}},
+        {"pinned ones stay and take nobody's place",
+         {-90 * day, 90 * day, -(3 * day - 1), 3 * day - 2, 3 * day - 3},
+         {2, 4}},
+        {"the highest number wins, not the latest", {3 * day - 9, 3 * day - 20, 3 * day - 1}, {1, 2}},
+        {"a clock set back", {-100 * day, 5, 3 * day}, {}},
+    };
+    for (const Case& each : cases) EXPECT_EQ(removed(each.ages), each.removed) << each.what;
+}
+
+TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
+    std::int64_t snapshotsRemoved = 0;
+    std::int64_t blobsRemoved = 0;
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        World world;
+        world.folder.write("project/folder0/file0", "start");
+        world.ok({"track"});
+        for (int round = 0; round < 3; ++round) {
+            for (int step = 0; step < 9; ++step) liveOn(world, random);
+            spread(world, random, 12U + 12U * static_cast<unsigned>(round));
+            const Engine engine(world.store());
+            const Date at = now();
+            const PlainPrune plain = plainPrune(world, at);
+            const std::string before = world.folder.listing("store");
+            const PruneResult dry = engine.prune(world.project(), at, true);
+            EXPECT_EQ(world.folder.listing("store"), before);
+            const PruneResult result = engine.prune(world.project(), at, false);
+            EXPECT_EQ(result.removedSnapshots, plain.removedSnapshots);
+            EXPECT_EQ(result.removedBlobs, plain.removedBlobs);
+            EXPECT_EQ(dry.removedSnapshots, result.removedSnapshots);
+            EXPECT_EQ(dry.removedBlobs, result.removedBlobs);
+            EXPECT_EQ(blobsOf(world), plain.blobsLeft);
+            const PruneResult again = engine.prune(world.project(), at, false);
+            EXPECT_TRUE(again.removedSnapshots.empty() && again.removedBlobs == 0);
+            for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
+                EXPECT_NO_THROW((void)world.store().manifest(meta, world.project()));
+            snapshotsRemoved += static_cast<std::int64_t>(result.removedSnapshots.size());
+            blobsRemoved += result.removedBlobs;
+        }
+    }
+    EXPECT_GT(snapshotsRemoved, 50); // the histories had something to prune
+    EXPECT_GT(blobsRemoved, 20);
+}
+
+TEST(Retention, sweepsUpWhatADeadSnapshotLeft) {
+    World world;
+    world.folder.write("project/a", "a");
+    world.ok({"track"});
+    const std::string store = "store/projects/" + world.project().id;
+    world.folder.write(store + "/blobs/2/0", "kept, but never recorded");
+    world.folder.write(store + "/blobs/notes/mine", "no number");
+    EXPECT_EQ(world.ok({"prune", "--dry-run"}), "Would remove 0 snapshots, 1 stored files.\n");
+    EXPECT_EQ(world.ok({"prune"}), "Removed 0 snapshots, 1 stored files.\n");
+    EXPECT_FALSE(world.folder.has(store + "/blobs/2"));
+    EXPECT_TRUE(world.folder.has(store + "/blobs/notes/mine"));
+    EXPECT_EQ(world.ok({"cat", "1", "a"}), "a");
+}
+
+TEST(Retention, pinning) {
+    World world;
+    world.folder.write("project/a", "old");
+    world.ok({"track"});
+    world.folder.write("project/a", "new");
+    world.ok({"snap"});
+    rewriteRecord(world, 1, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24 * 90); });
+    EXPECT_EQ(world.ok({"pin", "#1"}), "Pinned #1.\n");
+    EXPECT_EQ(world.ok({"prune"}), "Removed 0 snapshots, 0 stored files.\n");
+    EXPECT_EQ(world.ok({"cat", "1", "a"}), "old");
+    EXPECT_EQ(world.ok({"unpin", "1"}), "Unpinned #1.\n");
+    EXPECT_EQ(world.ok({"prune"}), "Removed 1 snapshots, 1 stored files.\n");
+    EXPECT_EQ(world.run({"pin", "1"}).err, "tidewrack: No snapshot #1.\n");
+}

@@ -1,0 +1,310 @@
+#include "Support/TestHistory.hpp"
+
+#include "Platform/Platform.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+class SnapshotTest : public ::testing::Test {
+  protected:
+    SnapshotResult snap() const { return snap(world.project()); }
+    SnapshotResult snap(const Project& project) const {
+        return Engine(world.store()).snapshot(project, {"manual", {}, {}, {}, {}});
+    }
+    std::string blobOf(std::int64_t seq, const std::string& path) const {
+        const Manifest manifest = world.manifestOf(seq);
+        const Entry* entry = manifest.find(path);
+        return entry == nullptr ? "<none>" : std::string(entry->blob);
+    }
+    std::string contentOf(std::int64_t seq, const std::string& path) const {
+        return f.read("store/projects/" + world.project().id + "/blobs/" + blobOf(seq, path));
+    }
+    std::string storeFile(const std::string& name) const { return "store/projects/" + world.project().id + "/" + name; }
+
+    World world;
+    const TemporaryFolder& f = world.folder;
+};
+
+} // namespace
+
+TEST_F(SnapshotTest, keepsWhatIsNewAndReusesTheRest) {
+    f.write("project/a", "a");
+    f.write("project/b", "b");
+    f.link("project/link", "a");
+    world.ok({"track"});
+    EXPECT_EQ(blobOf(1, "a").substr(0, 2), "1/");
+    f.write("project/b", "changed");
+    f.write("project/c", "new");
+    const SnapshotResult second = snap();
+    EXPECT_EQ(second.changes, (Changes{{"c"}, {"b"}, {}, {}}));
+    EXPECT_EQ(second.meta.files, 4);
+    EXPECT_EQ(blobOf(2, "a"), blobOf(1, "a"));
+    EXPECT_EQ(blobOf(2, "link"), blobOf(1, "link"));
+    EXPECT_EQ(contentOf(2, "b"), "changed");
+    EXPECT_EQ(contentOf(1, "b"), "b");
+    Attributes kept;
+    ASSERT_EQ(attributesAt(AT_FDCWD, f.at(storeFile("blobs/" + blobOf(1, "a"))).c_str(), kept), 0);
+    EXPECT_EQ(kept.mode, 0444);
+    ASSERT_EQ(attributesAt(AT_FDCWD, f.at(storeFile("blobs/" + blobOf(1, "link"))).c_str(), kept), 0);
+    EXPECT_EQ(kept.kind, Attributes::Kind::link);
+
+    ASSERT_EQ(setModificationTime(AT_FDCWD, f.at("project/a").c_str(), 1'000'000'000), 0); // touched only
+    EXPECT_EQ(snap().changes, (Changes{{}, {"a"}, {}, {}}));
+    EXPECT_EQ(blobOf(3, "a"), "3/0");
+    f.remove("project/b");
+    EXPECT_EQ(snap().changes, (Changes{{}, {}, {"b"}, {}}));
+}
+
+TEST_F(SnapshotTest, nothingChangedSharesTheManifest) {
+    f.write("project/a", "a");
+    world.ok({"track"});
+    for (const std::int64_t seq : {2, 3}) {
+        const SnapshotMeta meta = snap().meta;
+        EXPECT_EQ(meta.seq, seq);
+        EXPECT_EQ(meta.manifestOf, 1);
+        EXPECT_EQ(meta.added + meta.modified + meta.deleted, 0);
+        EXPECT_EQ(meta.files, 1);
+    }
+    EXPECT_FALSE(f.has(storeFile("manifests/2.mf")));
+    EXPECT_FALSE(f.has(storeFile("blobs/2")));
+    f.makeFolder("project/folder");
+    EXPECT_EQ(snap().meta.manifestOf, 4); // a new folder is a change, though none of a file
+}
+
+TEST_F(SnapshotTest, anEmptyFolderHasAHistoryToo) {
+    world.ok({"track"});
+    EXPECT_TRUE(snap().warnings.empty());
+    EXPECT_EQ(world.ok({"diff", "1"}), "No changes.\n");
+    f.write("project/a", "a");
+    world.ok({"restore", "1"});
+    EXPECT_FALSE(f.has("project/a"));
+}
+
+TEST_F(SnapshotTest, sixtyFourContentsAreSharedByFourWorkers) {
+    for (const int count : {63, 64, 65, 130}) {
+        f.remove("project");
+        for (int i = 0; i < count; ++i) f.write("project/" + std::to_string(i), "content " + std::to_string(i));
+        world.ok({"track"});
+        const std::int64_t seq = world.store().latest(world.project())->seq;
+        for (int i = 0; i < count; ++i)
+            EXPECT_EQ(contentOf(seq, std::to_string(i)), "content " + std::to_string(i)) << count;
+    }
+}
+
+TEST_F(SnapshotTest, leavesOutWhatIsTooLarge) {
+    f.write("project/ten", "1234567890");
+    f.write("project/eleven", "12345678901");
+    f.link("project/long-link", std::string(100, 'x'));
+    world.ok({"track"});
+    f.remove("project");
+    f.write("project/ten", "1234567890");
+    f.write("project/eleven", "12345678901");
+    f.link("project/long-link", std::string(100, 'x'));
+    Project project = world.project();
+    project.maxFileSize = 10;
+    EXPECT_TRUE(snap(project).warnings.empty());
+    const std::int64_t mtime = world.manifestOf(2).find("eleven")->mtime;
+    EXPECT_EQ(blobOf(2, "eleven"), "big:11:" + std::to_string(mtime));
+    EXPECT_EQ(contentOf(2, "ten"), "1234567890");
+    EXPECT_EQ(blobOf(2, "long-link").substr(0, 2), "2/"); // a link is no content to measure
+    EXPECT_EQ(snap(project).meta.manifestOf, 2);
+    project.maxFileSize = std::nullopt;
+    EXPECT_EQ(snap(project).changes, (Changes{{}, {"eleven"}, {}, {}})); // within the limit now
+    EXPECT_EQ(contentOf(4, "eleven"), "12345678901");
+    // Without a limit of its own: 256 MiB, to the byte. Sparse files make them cheap.
+    const int most = ::open(f.at("project/most").c_str(), O_CREAT | O_WRONLY, 0644);
+    const int more = ::open(f.at("project/more").c_str(), O_CREAT | O_WRONLY, 0644);
+    ASSERT_EQ(::ftruncate(most, 268435456) + ::ftruncate(more, 268435457), 0);
+    ::close(most);
+    ::close(more);
+    snap();
+    EXPECT_EQ(blobOf(5, "most").substr(0, 2), "5/");
+    EXPECT_EQ(blobOf(5, "more").substr(0, 14), "big:268435457:");
+    struct stat status {};
+    ASSERT_EQ(::stat(f.at(storeFile("blobs/" + blobOf(5, "most"))).c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 268435456);
+    EXPECT_LT(status.st_blocks, 2048); // its holes take no room in the store either
+}
+
+TEST_F(SnapshotTest, contentsThatCannotBeReadAreTriedAgain) {
+    f.write("project/a", "a");
+    f.write("project/secret", "secret");
+    const std::string report = unprivileged(f, [&] {
+        ::chmod(f.at("project/secret").c_str(), 0);
+        std::string text = world.run({"track"}).err + "\n";
+        text += blobOf(1, "secret") + "\n" + world.run({"snap"}).err + world.run({"cat", "1", "secret"}).err;
+        ::chmod(f.at("project/secret").c_str(), 0644);
+        text += world.run({"snap"}).err;
+        return text + contentOf(3, "secret") + "\n";
+    });
+    const std::string warning = "warning: couldn't save secret: Permission denied\n";
+    std::string expected = warning;
+    if (const auto storage = world.store().storageWarning(world.project())) expected += "warning: " + *storage + "\n";
+    EXPECT_EQ(report, expected + "\nerr13\n" + warning +
+                          "tidewrack: the content of secret wasn't kept in snapshot #1: it couldn't be read: "
+                          "Permission denied\nsecret\n");
+}
+
+// Where the system grants no further threads, the work is done by one.
+TEST_F(SnapshotTest, needsNoSecondThread) {
+    for (int i = 0; i < 100; ++i) f.write("project/" + std::to_string(i) + "/file", std::to_string(i));
+    const std::string report = unprivileged(f, [&] {
+        const rlimit none{0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &none) != 0) return std::string("no limit set");
+        world.ok({"track"});
+        f.remove("project/7");
+        return world.ok({"restore", "1"});
+    });
+    EXPECT_EQ(report, "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 2\n");
+    EXPECT_EQ(contentOf(1, "99/file"), "99");
+}
+
+TEST_F(SnapshotTest, numbersAreNeverUsedTwice) {
+    f.write("project/a", "a");
+    world.ok({"track"});
+    f.makeFolder(storeFile("blobs/4"));
+    EXPECT_EQ(snap().meta.seq, 5);
+    f.write(storeFile("manifests/9.mf"), "half written");
+    f.write("project/a", "again");
+    EXPECT_EQ(snap().meta.seq, 10);
+    EXPECT_EQ(contentOf(10, "a"), "again");
+}
+
+TEST_F(SnapshotTest, anUnreadablePreviousSnapshotMeansAFullOne) {
+    f.write("project/a", "a");
+    world.ok({"track"});
+    f.write("project/b", "b");
+    snap();
+    const auto expectFull = [&](std::int64_t seq, const std::string& why) {
+        const SnapshotResult result = snap();
+        EXPECT_EQ(result.warnings, std::vector<std::string>{"previous snapshot #" + std::to_string(seq - 1) +
+                                                            " is unreadable (" + why + "); taking a full one"});
+        EXPECT_EQ(result.meta.added, 2);
+        EXPECT_EQ(result.meta.manifestOf, seq);
+        EXPECT_EQ(contentOf(seq, "a"), "a");
+    };
+    f.remove(storeFile("manifests/2.mf"));
+    expectFull(3, "Corrupt store data: missing manifest for #2");
+    f.write(storeFile("manifests/3.mf"), "nonsense");
+    expectFull(4, "Corrupt store data: a manifest that can't be decompressed");
+    f.write(storeFile("snapshots/4.json"), "{}");
+    expectFull(5, "Corrupt store data: " + f.at(storeFile("snapshots/4.json")) + ": \"seq\" is missing");
+    world.ok({"restore", "1", "a"});
+    EXPECT_EQ(world.run({"restore", "3"}).err,
+              "tidewrack: Corrupt store data: a manifest that can't be decompressed\n");
+}
+
+TEST_F(SnapshotTest, keepsContentsThatAreWhatTheirEntriesSay) {
+    // A file that is rewritten all the time, always as a whole number of equal characters.
+    f.write("project/busy", "");
+    std::atomic<bool> stop = false;
+    std::thread writer([&] {
+        for (char c = 'a'; !stop; c = c == 'z' ? 'a' : static_cast<char>(c + 1)) {
+            f.write("project/busy", std::string(static_cast<std::size_t>(100'000 + c), c));
+            std::this_thread::sleep_for(std::chrono::milliseconds(6));
+        }
+    });
+    world.ok({"track"});
+    for (std::int64_t seq = 2; seq < 12; ++seq) snap();
+    stop = true;
+    writer.join();
+    for (std::int64_t seq = 1; seq < 12; ++seq) {
+        const Manifest manifest = world.manifestOf(seq);
+        const Entry& entry = *manifest.find("busy");
+        if (entry.blob == "err16") continue; // too busy to be kept
+        const std::string content = contentOf(seq, "busy");
+        EXPECT_EQ(static_cast<std::int64_t>(content.size()), entry.size);
+        EXPECT_EQ(content.find_first_not_of(content.substr(0, 1)), std::string::npos);
+    }
+}
+
+TEST_F(SnapshotTest, keepsExtendedAttributesAndLinks) {
+    f.write("project/a", "a");
+    f.link("project/dangling", "no/\xff/where");
+    if (::setxattr(f.at("project/a").c_str(), "user.note", "value", 5, 0) != 0) GTEST_SKIP() << "no attributes here";
+    world.ok({"track"});
+    f.remove("project/a");
+    f.remove("project/dangling");
+    world.ok({"restore", "1"});
+    char value[16] = {};
+    EXPECT_EQ(::getxattr(f.at("project/a").c_str(), "user.note", value, sizeof value), 5);
+    EXPECT_STREQ(value, "value");
+    char destination[32] = {};
+    EXPECT_EQ(::readlink(f.at("project/dangling").c_str(), destination, sizeof destination - 1), 10);
+    EXPECT_STREQ(destination, "no/\xff/where");
+}
+
+TEST_F(SnapshotTest, nestedProjectsKeepTheirOwnHistory) {
+    f.write("project/a", "a");
+    f.write("project/inner/b", "b");
+    world.ok({"track"});
+    world.ok({"track", "inner"});
+    EXPECT_EQ(world.ok({"snap"}).find("#2  +0 ~0 -1 since"), 0U);
+    f.write("project/inner/b", "changed");
+    world.ok({"restore", "1"}); // inner is its own now and is left alone
+    EXPECT_EQ(f.read("project/inner/b"), "changed");
+    EXPECT_EQ(world.ok({"projects"}).find(f.at("project")), world.ok({"projects"}).find(f.at("project/inner")));
+    world.current = f.at("project/inner");
+    world.ok({"restore", "1"});
+    EXPECT_EQ(f.read("project/inner/b"), "b");
+}
+
+TEST_F(SnapshotTest, prunesOnceAnHour) {
+    f.write("project/a", "a");
+    world.ok({"track"});
+    Attributes marker;
+    ASSERT_EQ(attributesAt(AT_FDCWD, f.at(storeFile("last-prune")).c_str(), marker), 0);
+    EXPECT_EQ(marker.size, 0);
+    rewriteRecord(world, 1, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24 * 31); });
+    const auto seqs = [&] { return world.store().seqs(world.project()); };
+    snap();
+    EXPECT_EQ(seqs(), (std::vector<std::int64_t>{1, 2})); // not due
+    const std::int64_t anHour = 3'600'000'000'000;
+    const std::string path = f.at(storeFile("last-prune"));
+    ASSERT_EQ(setModificationTime(AT_FDCWD, path.c_str(), marker.mtime - anHour - 2'000'000'000), 0);
+    snap();
+    EXPECT_EQ(seqs(), (std::vector<std::int64_t>{2, 3}));
+    Attributes again;
+    ASSERT_EQ(attributesAt(AT_FDCWD, path.c_str(), again), 0);
+    EXPECT_GE(again.mtime / 1'000'000'000, marker.mtime / 1'000'000'000);
+    // A prune that fails does not take the snapshot with it.
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    f.write(storeFile("snapshots/1.json"), "broken");
+    const SnapshotResult result = snap();
+    ASSERT_EQ(result.warnings.size(), 1U);
+    EXPECT_EQ(result.warnings[0].find("prune failed: Corrupt store data: "), 0U);
+    EXPECT_EQ(result.meta.seq, 4);
+}
+
+TEST_F(SnapshotTest, recordsTheRequest) {
+    world.ok({"track"});
+    world.ok({"snap", "--kind", "stop", "--label", "-n", "--agent", "codex", "--session", "s/1", "--turn", "t"});
+    const SnapshotMeta meta = world.store().snapshot(world.project(), 2);
+    EXPECT_EQ(meta.kind, "stop");
+    EXPECT_EQ(meta.label, "-n");
+    EXPECT_EQ(meta.agent, "codex");
+    EXPECT_EQ(meta.session, "s/1");
+    EXPECT_EQ(meta.turn, "t");
+    EXPECT_FALSE(meta.pinned);
+}
+
+TEST(CleanPath, stripsWhatAUserTypes) {
+    EXPECT_EQ(Engine::clean("././src/"), "src");
+    EXPECT_EQ(Engine::clean("."), "");
+    EXPECT_EQ(Engine::clean("./"), "");
+    EXPECT_EQ(Engine::clean("a/./b//"), "a/./b");
+    EXPECT_EQ(Engine::clean(".hidden"), ".hidden");
+}

@@ -1,0 +1,65 @@
+#include "Support/TestHistory.hpp"
+
+#include "Platform/Platform.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+
+namespace tidewrack::testing {
+
+void rewriteRecord(const World& world, std::int64_t seq, const std::function<void(SnapshotMeta&)>& change) {
+    const Store store = world.store();
+    const Project project = world.project();
+    SnapshotMeta meta = store.snapshot(project, seq);
+    change(meta);
+    store.writeSnapshot(ProjectLock(store.lockPath(project)), project, meta);
+}
+
+namespace {
+
+constexpr const char* nobody = "65534";
+
+std::string textOrError(const std::function<std::string()>& action) {
+    try {
+        return action();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+} // namespace
+
+std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action) {
+    const bool privileged = ::geteuid() == 0;
+    const std::string handOver = "chown -hR " + std::string(nobody) + " " + folder.path();
+    EXPECT_TRUE(!privileged || std::system(handOver.c_str()) == 0);
+    int ends[2];
+    EXPECT_EQ(::pipe(ends), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const auto user = static_cast<uid_t>(std::atoi(nobody));
+        const bool changed = !privileged || (::setgid(user) == 0 && ::setuid(user) == 0);
+        (void)writeAll(ends[1], changed ? textOrError(action) : "can't become another user");
+        ::_exit(0);
+    }
+    ::close(ends[1]);
+    std::string text;
+    char bytes[4096];
+    for (ssize_t count = 0; (count = ::read(ends[0], bytes, sizeof bytes)) > 0;)
+        text.append(bytes, static_cast<std::size_t>(count));
+    ::close(ends[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    return text;
+}
+
+bool git(const std::string& folder, const std::string& words) {
+    const std::string command =
+        "GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_SYSTEM=/dev/null git -C '" + folder + "' " + words + " >/dev/null 2>&1";
+    return std::system(command.c_str()) == 0;
+}
+
+} // namespace tidewrack::testing

@@ -1,0 +1,33 @@
+#pragma once
+// Histories as tests need them: older than they are, read by somebody without special rights.
+
+#include "Support/TestFolders.hpp"
+
+#include <exception>
+#include <functional>
+#include <string>
+
+namespace tidewrack::testing {
+
+// The text of what `action` throws.
+template <typename Action>
+std::string thrownBy(Action action) {
+    try {
+        (void)action();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "<nothing thrown>";
+}
+
+// Changes one snapshot's record in the store.
+void rewriteRecord(const World& world, std::int64_t seq, const std::function<void(SnapshotMeta&)>& change);
+
+// Hands the folder to a user without special rights and runs `action` as that user in a process of its own; returns
+// its text. When the tests themselves have no special rights it runs as their user.
+std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action);
+
+// Runs a git command in a folder, apart from the user's own configuration. False when it fails or git is missing.
+bool git(const std::string& folder, const std::string& words);
+
+} // namespace tidewrack::testing

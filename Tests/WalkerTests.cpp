@@ -1,0 +1,225 @@
+#include "Support/TestHistory.hpp"
+
+#include "Engine/GitIgnore.hpp"
+#include "Engine/Walker.hpp"
+#include "Platform/Platform.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <climits>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+class WalkerTest : public ::testing::Test {
+  protected:
+    // The walked paths, sorted; folders with a final "/", those that git ignores with "!".
+    std::string walked(const Walker::Options& options) const {
+        std::vector<std::string> paths;
+        Walker::walk(f.path(), options, [&](const Walker::Item& item) {
+            paths.push_back(shown(item));
+            return true;
+        });
+        return text(paths);
+    }
+
+    std::string walkedProject() const {
+        Project project;
+        project.root = f.path();
+        project.excludes = defaultExcludes();
+        std::vector<std::string> paths;
+        walkProject(project, {}, [&](const Walker::Item& item) {
+            paths.push_back(shown(item));
+            return true;
+        });
+        return text(paths);
+    }
+
+    static std::string shown(const Walker::Item& item) {
+        return std::string(item.path) + (item.entry.kind == EntryKind::dir ? "/" : "") + (item.ignored ? "!" : "");
+    }
+
+    static std::string text(std::vector<std::string> paths) {
+        std::sort(paths.begin(), paths.end());
+        std::string all;
+        for (const std::string& path : paths) all += path + " ";
+        return all;
+    }
+
+    TemporaryFolder f;
+};
+
+} // namespace
+
+TEST_F(WalkerTest, yieldsFilesLinksAndFolders) {
+    f.write("a", "12345");
+    f.write("sub/.DS_Store", "");
+    f.makeFolder("sub/deeper/.DS_Store");
+    f.link("dangling", "nowhere");
+    f.link("to-folder", "sub");
+    f.write("bad\xff", "");
+    f.write("sub/.DS_Stork", "");
+    ASSERT_EQ(::mkfifo(f.at("pipe").c_str(), 0644), 0);
+    EXPECT_EQ(walked({}), "a bad\xff dangling sub/ sub/.DS_Stork sub/deeper/ sub/deeper/.DS_Store/ to-folder ");
+    ::chmod(f.at("a").c_str(), 06751);
+    ASSERT_EQ(setModificationTime(AT_FDCWD, f.at("a").c_str(), -1'500'000'000), 0);
+    Walker::walk(f.path(), {}, [&](const Walker::Item& item) {
+        if (item.path != "a") return true;
+        struct stat status {};
+        EXPECT_EQ(::stat(f.at("a").c_str(), &status), 0);
+        EXPECT_EQ(item.entry.kind, EntryKind::file);
+        EXPECT_EQ(item.entry.mode, 06751);
+        EXPECT_EQ(item.entry.size, 5);
+        EXPECT_EQ(item.entry.mtime, -1'500'000'000);
+        EXPECT_EQ(item.entry.ino, status.st_ino);
+        EXPECT_EQ(item.entry.blob, "");
+        return true;
+    });
+}
+
+TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
+    for (int i = 0; i < 300; ++i) // enough folders for the second reader to take part
+        f.write(std::to_string(i % 10) + "/" + std::to_string(i) + "/x/file", "");
+    std::set<std::string, std::less<>> seen;
+    Walker::walk(f.path(), {}, [&](const Walker::Item& item) {
+        const auto slash = item.path.rfind('/');
+        EXPECT_TRUE(slash == std::string_view::npos || seen.contains(item.path.substr(0, slash))) << item.path;
+        EXPECT_TRUE(seen.emplace(item.path).second) << item.path;
+        return true;
+    });
+    EXPECT_EQ(seen.size(), 10U + 300 * 3);
+    for (const std::size_t most : {1U, 2U, 400U}) {
+        std::size_t count = 0;
+        Walker::walk(f.path(), {}, [&](const Walker::Item&) { return ++count < most; });
+        EXPECT_EQ(count, most);
+    }
+    EXPECT_EQ(Walker::count(f.path(), {}, 1000), 910);
+    EXPECT_EQ(Walker::count(f.path(), {}, 910), 910);
+    EXPECT_EQ(Walker::count(f.path(), {}, 50), 51);
+    EXPECT_EQ(Walker::count(f.path(), {"x"}, 1000), 310);
+}
+
+TEST_F(WalkerTest, leavesOutNamesAndSkippedPaths) {
+    f.write("node_modules/a", "");
+    f.write("sub/node_modules/a", "");
+    f.write("other/node_modules", "a file of that name");
+    f.link("link/node_modules", "..");
+    f.write("nested/a", "");
+    f.write("sub/nested/a", "");
+    f.write("build/a", "");
+    Walker::Options options;
+    options.excludes = {"node_modules"};
+    options.excludesIfIgnored = {"build"}; // nobody to ask
+    options.skipPaths = {"nested", "sub/nest"};
+    EXPECT_EQ(walked(options),
+              "build/ build/a link/ link/node_modules other/ other/node_modules sub/ sub/nested/ sub/nested/a ");
+    std::vector<std::string> asked;
+    options.isIgnored = [&](std::string_view path) {
+        asked.emplace_back(path);
+        return true;
+    };
+    EXPECT_EQ(walked(options),
+              "build/! link/ link/node_modules other/ other/node_modules sub/ sub/nested/ sub/nested/a ");
+    EXPECT_EQ(asked, std::vector<std::string>{"build"});
+}
+
+TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
+    if (!git(f.path(), "init -q")) GTEST_SKIP() << "git is not installed";
+    f.write(".gitignore", "build/\n/sub/dist\n*.o\nout\n!kept/out\n");
+    for (const char* name :
+         {"build/a", "sub/deeper/build/a", "dist/a", "sub/dist/a", "out/a", "kept/out/a", "x.o/a", "file/target"})
+        f.write(name, "");
+    const std::string expected = ".gitignore build/! dist/ dist/a file/ file/target kept/ kept/out/ kept/out/a out/! "
+                                 "sub/ sub/deeper/ sub/deeper/build/! sub/dist/! x.o/ x.o/a ";
+    EXPECT_EQ(walkedProject(), expected);
+    Walker::walk(f.path(), {{}, {"build"}, [](std::string_view) { return true; }, {}, nullptr},
+                 [&](const Walker::Item& item) {
+                     if (item.path != "build") return true;
+                     EXPECT_NE(item.entry.ino, 0U);
+                     EXPECT_EQ(item.entry, (Entry{EntryKind::dir, 0755, 0, 0, 0, item.entry.ino, "ign"}));
+                     return true;
+                 });
+    EXPECT_TRUE(GitIgnore::insideRepo(f.at("sub/deeper")));
+    f.remove(".git");
+    EXPECT_FALSE(GitIgnore::insideRepo(f.at("sub/deeper")));
+    EXPECT_EQ(GitIgnore::open(f.path()), nullptr);
+    EXPECT_EQ(walkedProject().find('!'), std::string::npos);
+}
+
+TEST_F(WalkerTest, aGitThatFailsIgnoresNothing) {
+    f.write(".git", "no repository");
+    f.write("build/a", "");
+    f.write("sub/build/a", "");
+    EXPECT_EQ(walkedProject(), ".git build/ build/a sub/ sub/build/ sub/build/a ");
+    const auto ignore = GitIgnore::open(f.path());
+    EXPECT_FALSE(ignore != nullptr && ignore->isIgnored(std::string_view("a\0b", 3)));
+}
+
+TEST_F(WalkerTest, refusesARootThatIsNoFolder) {
+    f.write("file", "");
+    f.makeFolder("folder");
+    f.link("link", "folder");
+    const auto fault = [&](const std::string& name) {
+        return thrownBy([&] { return Walker::count(f.at(name), {}, 1); });
+    };
+    EXPECT_EQ(fault("file"), f.at("file") + " is no longer a folder (it's a symlink or file now).");
+    EXPECT_EQ(fault("link"), f.at("link") + " is no longer a folder (it's a symlink or file now).");
+    EXPECT_EQ(fault("gone"), "can't read " + f.at("gone") + ": No such file or directory");
+    EXPECT_EQ(unprivileged(f,
+                           [&] {
+                               ::chmod(f.at("folder").c_str(), 0);
+                               return fault("folder");
+                           }),
+              "can't read " + f.at("folder") + ": Permission denied");
+}
+
+TEST_F(WalkerTest, passesOverWhatItCannotRead) {
+    f.write("closed/a", "");
+    f.write("open/a", "");
+    EXPECT_EQ(unprivileged(f,
+                           [&] {
+                               ::chmod(f.at("closed").c_str(), 0);
+                               return walked({});
+                           }),
+              "closed/ open/ open/a ");
+}
+
+TEST_F(WalkerTest, tellsLeftoversFromUserFiles) {
+    for (const char* name : {".tidewrack-12-3", "sub/.tidewrack-1-0", ".tidewrack-", ".tidewrack-12", ".tidewrack-12-",
+                             ".tidewrack-x-1", ".tidewrack-12-3x", ".tidewrack--1-2"})
+        f.write(name, "");
+    f.makeFolder(".tidewrack-9-9");
+    Walker::Options options;
+    std::vector<std::string> leftovers;
+    options.leftovers = &leftovers;
+    EXPECT_EQ(walked(options), ".tidewrack- .tidewrack--1-2 .tidewrack-12 .tidewrack-12- .tidewrack-12-3x "
+                               ".tidewrack-9-9/ .tidewrack-x-1 sub/ ");
+    std::sort(leftovers.begin(), leftovers.end());
+    EXPECT_EQ(leftovers, (std::vector<std::string>{".tidewrack-12-3", "sub/.tidewrack-1-0"}));
+}
+
+// Deeper than any path that the system takes in one call.
+TEST(DeepProject, isListedKeptAndRestored) {
+    World world;
+    const std::string name(200, 'd');
+    constexpr std::size_t depth = 2 * PATH_MAX / 200;
+    std::vector<Descriptor> chain(1);
+    ASSERT_EQ(openFolder(world.projectPath(), chain[0]), 0);
+    for (std::size_t i = 0; i < depth; ++i) {
+        ASSERT_EQ(::mkdirat(chain.back().get(), name.c_str(), 0755), 0);
+        chain.emplace_back(::openat(chain.back().get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
+    const Descriptor file(::openat(chain.back().get(), "deep", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    ASSERT_EQ(writeAll(file.get(), "deep content"), 0);
+    world.ok({"track"});
+    EXPECT_EQ(world.manifestOf(1).items().back().path.size(), depth * 201 + 4);
+    chain.clear();
+    world.folder.remove(world.projectFile(name));
+    EXPECT_EQ(world.ok({"restore", "1"}), "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 2\n");
+    EXPECT_NE(world.ok({"snap"}).find("no changes since the previous snapshot  1 files"), std::string::npos);
+}

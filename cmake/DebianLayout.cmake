@@ -1,0 +1,16 @@
+# Gives the installed files the places and the compression that Debian wants, just before they are packed.
+if(NOT CPACK_GENERATOR STREQUAL "DEB")
+  return()
+endif()
+set(share "${CPACK_TEMPORARY_DIRECTORY}/usr/share")
+file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")
+file(RENAME "${share}/doc/tidewrack/LICENSE" "${share}/doc/tidewrack/copyright")
+file(RENAME "${share}/doc/tidewrack/CHANGELOG.md" "${share}/doc/tidewrack/changelog")
+file(GLOB compressed "${share}/man/man?/*" "${share}/doc/tidewrack/changelog")
+execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
+
+file(MAKE_DIRECTORY "${share}/lintian/overrides")
+file(WRITE "${share}/lintian/overrides/tidewrack"
+"# A position-independent program that is linked statically looks like a library without dependencies.
+tidewrack: shared-library-lacks-prerequisites [usr/bin/tidewrack]
+")
