@@ -143,7 +143,7 @@ void expandInPlace(Word& word, std::string_view home, Variables& variables) {
     }
     word.tilde = false;
     if (const std::size_t dollar = word.text.find('$'); dollar != std::string::npos) {
-        word.plain = std::min(word.plain, dollar);
+        word.plain = std::min(word.plain, static_cast<std::uint32_t>(dollar));
         word.text = expandedText(word.text, home, variables);
     }
     restoreDollars(word.text);

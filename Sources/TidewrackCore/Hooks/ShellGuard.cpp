@@ -185,11 +185,16 @@ void Analysis::assign(const Word& word, std::size_t equals) {
     value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
     value.plain = 0;
     value.expands = true;
-    std::vector<Word> values;
-    expandOver(std::move(value), 0, false, values);
-    if (values.size() != 1) return bindLoop(name, std::move(values));
-    forgetLoop(name);
-    if (!variables_.assign(name, std::move(values.front().text))) effects_.opaque(cwd_);
+    if (!loops_.empty()) {
+        std::vector<Word> values;
+        expandOver(std::move(value), 0, false, values);
+        if (values.size() != 1) return bindLoop(name, std::move(values));
+        value = std::move(values.front());
+        forgetLoop(name);
+    } else if (!expandOne(value)) {
+        return bindLoop(name, {});
+    }
+    if (!variables_.assign(name, std::move(value.text))) effects_.opaque(cwd_);
 }
 
 void Analysis::expandBraceLists(Simple& simple) {
@@ -204,6 +209,7 @@ void Analysis::expandBraceLists(Simple& simple) {
         const auto sources = braceWords_ < maxBraceWordsPerLine ? expandBraces(braced.source) : std::nullopt;
         if (!sources) {
             effects_.opaque(cwd_);
+            if (braceWords_ >= maxBraceWordsPerLine) break;
             continue;
         }
         takeUntil(braced.index);

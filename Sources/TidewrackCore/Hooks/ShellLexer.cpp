@@ -65,6 +65,11 @@ void Lexer::append(std::string_view text) {
     started_ = true;
 }
 
+// What the word holds so far stood outside quotes and escapes, unless one of them came before.
+void Lexer::markPlain() {
+    if (!word_.quoted && !escaped_) word_.plain = static_cast<std::uint32_t>(word_.text.size());
+}
+
 void Lexer::beginWord() {
     word_.text.clear();
     word_.quoted = word_.glob = word_.tilde = word_.expands = word_.splits = false;
@@ -72,6 +77,7 @@ void Lexer::beginWord() {
     started_ = false;
     escaped_ = false;
     braced_ = false;
+    lastDollar_ = std::string::npos;
 }
 
 void Lexer::flush() {
@@ -80,7 +86,7 @@ void Lexer::flush() {
         const std::string_view source = text_.substr(wordBegin_, wordEnd_ - wordBegin_);
         out_->braced.push_back({out_->words.size(), source});
     }
-    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    markPlain();
     std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
     // Room for all that may follow, instead of moving a huge list each time it has doubled.
     if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
@@ -178,6 +184,7 @@ void Lexer::takeInWord(char c) {
             markOpaque(); // the parenthesis ends the word, and a "$" at the end of a word is one
         else
             word_.expands = true;
+        lastDollar_ = word_.text.size();
         break;
     case '*':
     case '?':
@@ -252,10 +259,8 @@ void Lexer::takeInputRedirect() {
 void Lexer::closeName() {
     if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
     std::string& text = word_.text;
-    const std::string_view tail = std::string_view(text).substr(text.size() - std::min(text.size(), maxNameLength));
-    const std::size_t dollar = tail.rfind('$');
-    if (dollar == std::string_view::npos) return;
-    const std::string_view name = tail.substr(dollar + 1);
+    if (lastDollar_ >= text.size() || text.size() - lastDollar_ > maxNameLength) return;
+    const std::string_view name = std::string_view(text).substr(lastDollar_ + 1);
     if (name.empty() || nameLength(name) != name.size()) return;
     text.insert(text.size() - name.size(), 1, '{');
     text += '}';
@@ -263,7 +268,7 @@ void Lexer::closeName() {
 
 void Lexer::beginQuotes() {
     closeName();
-    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    markPlain();
     word_.quoted = true;
     word_.expands = true;
     started_ = true;
@@ -319,6 +324,7 @@ void Lexer::takeDoubleQuoted() {
             continue;
         }
         if (character == "`" || (character == "$" && standsAt(at_, '('))) markOpaque();
+        if (character == "$") lastDollar_ = word_.text.size();
         append(character);
     }
 }
@@ -330,7 +336,7 @@ void Lexer::takeBackslash() {
     at_ += length;
     // A line that goes on in the next one: taken for a word, the break would hide the command behind it.
     if (character == "\n") return;
-    if (!word_.quoted && !escaped_) word_.plain = word_.text.size();
+    markPlain();
     escaped_ = true;
     word_.expands = true;
     append(character == "$" ? protectedDollar : character);

@@ -3,6 +3,7 @@
 // what it cannot follow is reported as opaque rather than guessed.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,13 +14,13 @@ namespace tidewrack::shell {
 inline constexpr std::string_view protectedDollar = "\xEE\x80\x80";
 
 struct Word {
-    std::string text;      // without quotes and escapes
-    bool quoted = false;   // some part of it was in quotes
-    bool glob = false;     // an unquoted "*", "?" or "[" occurred
-    bool tilde = false;    // it began with an unquoted "~"
-    bool expands = false;  // it may hold something that expand() changes
-    bool splits = false;   // its value came from variables outside quotes, and some shells take it apart
-    std::size_t plain = 0; // how many leading bytes of the text stood outside quotes and escapes
+    std::string text;         // without quotes and escapes
+    bool quoted = false;      // some part of it was in quotes
+    bool glob = false;        // an unquoted "*", "?" or "[" occurred
+    bool tilde = false;       // it began with an unquoted "~"
+    bool expands : 1 = false; // it may hold something that expand() changes
+    bool splits : 1 = false;  // its value came from variables outside quotes, and some shells take it apart
+    std::uint32_t plain = 0;  // how many leading bytes of the text stood outside quotes and escapes
 
     bool operator==(const Word&) const = default;
 };
@@ -71,6 +72,7 @@ class Lexer {
     [[nodiscard]] std::size_t characterAt(std::size_t at) const;
     [[nodiscard]] bool standsAt(std::size_t at, char c) const;
     void append(std::string_view text);
+    void markPlain();
     void beginWord();
     void flush();
     bool endCommand();
@@ -105,6 +107,7 @@ class Lexer {
     bool started_ = false;
     bool escaped_ = false;
     bool braced_ = false;
+    std::size_t lastDollar_ = std::string::npos; // where the word's last unprotected "$" stands
     std::size_t wordBegin_ = 0;
     std::size_t wordEnd_ = 0; // where a word would end that is being cut
     bool redirect_ = false;
