@@ -208,8 +208,8 @@ TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {
         VaultEntry entry = own.save({folder.at("outside")}, "rm -rf outside", std::nullopt, "/");
         std::sort(entry.skipped.begin(), entry.skipped.end());
         const bool named = entry.skipped == std::vector{folder.at("outside/locked"), folder.at("outside/private")};
-        const bool saved = entry.items.size() == 1 &&
-                           exists(folder.at("their-store/vault/" + entry.id + "/items/0/readable"));
+        const bool saved =
+            entry.items.size() == 1 && exists(folder.at("their-store/vault/" + entry.id + "/items/0/readable"));
         ::_exit(named && saved ? 0 : 1);
     }
     int status = 0;

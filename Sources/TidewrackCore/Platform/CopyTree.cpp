@@ -29,6 +29,7 @@ class FolderStream {
     [[nodiscard]] int error() const { return error_; } // 0 when it is open
     [[nodiscard]] int fd() const { return ::dirfd(stream_); }
     [[nodiscard]] const char* next() {
+        if (stream_ == nullptr) return nullptr;
         while (const dirent* item = ::readdir(stream_))
             if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) return item->d_name;
         return nullptr;
@@ -107,8 +108,8 @@ class TreeCopier {
         if (!target) return errno;
         Descriptor before;
         if (earlier != nullptr)
-            before = Descriptor(
-                ::openat(earlier->folder, earlier->name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            before =
+                Descriptor(::openat(earlier->folder, earlier->name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (const int error = copyItems(source, target.get(), before)) return error;
         return finishFolder(source.fd(), target.get(), to, attributes);
     }
