@@ -270,3 +270,22 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
                       "denied)\n"
                       "changed");
 }
+
+TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
+    const auto& f = world.folder;
+    f.write("outside", "not yours");
+    const Project project = world.project();
+    ManifestBuilder builder;
+    const Manifest first = world.manifestOf(1);
+    for (const char* path : {"../outside", "src/../../outside", "/outside", "src/.."}) {
+        Entry entry = *first.find("a.txt");
+        builder.add(path, entry);
+    }
+    {
+        const ProjectLock lock(world.store().lockPath(project));
+        world.store().writeManifest(lock, project, 1, builder.finish());
+    }
+    world.ok({"restore", "1", "--keep-new"});
+    EXPECT_EQ(f.read("outside"), "not yours");
+    EXPECT_EQ(f.read("project/a.txt"), "first\n");
+}

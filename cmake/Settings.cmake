@@ -21,6 +21,8 @@ if(TIDEWRACK_WERROR)
   target_compile_options(tidewrack_settings INTERFACE -Werror)
 endif()
 if(TIDEWRACK_SANITIZE)
+  # With sanitizers g++ takes much for uninitialised that is not.
+  target_compile_options(tidewrack_settings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_compile_options(tidewrack_settings INTERFACE -fsanitize=${TIDEWRACK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(tidewrack_settings INTERFACE -fsanitize=${TIDEWRACK_SANITIZE})
 endif()

@@ -16,6 +16,7 @@ int FolderBelow::place(std::string_view path, Place& out) {
         parentPath_ = parent;
     }
     name_ = lastComponent(path);
+    if (name_.empty() || name_ == "." || name_ == ".." || path.back() == '/') return EINVAL;
     out = {parent_.get(), name_.c_str()};
     return 0;
 }

@@ -46,7 +46,7 @@ struct Attributes {
 
 // Opens the folder at `path` below the open folder `root` for reading (the folder itself when `path` is empty).
 // No component may be a symbolic link, so a link swapped in for a parent never leads outside; paths longer than
-// PATH_MAX are walked in pieces. Returns an errno value.
+// PATH_MAX are walked in pieces; a path that is absolute or leads up ("..") is EINVAL. Returns an errno value.
 [[nodiscard]] int openFolderBelow(int root, std::string_view path, Descriptor& out);
 
 // One piece of openFolderBelow: `path` is shorter than PATH_MAX.

@@ -46,6 +46,17 @@ class SigpipeBlocked {
     bool wasPending_ = false;
 };
 
+// Paths come from listings that may be damaged: none may lead up or away.
+bool staysBelow(std::string_view path) {
+    if (path.starts_with('/')) return false;
+    while (!path.empty()) {
+        const auto slash = path.find('/');
+        if (path.substr(0, slash) == "..") return false;
+        path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
+    }
+    return true;
+}
+
 // A path up to PATH_MAX is one system call; a longer one is opened piece by piece.
 std::size_t pieceLength(std::string_view path) {
     if (path.size() < PATH_MAX) return path.size();
@@ -109,6 +120,7 @@ int attributesOfOpen(int fd, Attributes& out) {
 }
 
 int openFolderBelow(int root, std::string_view path, Descriptor& out) {
+    if (!staysBelow(path)) return EINVAL;
     if (path.empty()) path = ".";
     Descriptor reached;
     while (true) {
