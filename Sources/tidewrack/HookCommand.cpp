@@ -14,7 +14,7 @@ namespace {
 
 // Far more than an event with a long prompt takes. What is longer is read to its end, so that the agent can finish
 // writing, but not kept: cut short it is no JSON and gets the answer to unreadable input.
-constexpr std::size_t longestEvent = 32 * 1024 * 1024;
+constexpr std::size_t longestEvent = std::size_t{32} << 20;
 
 std::string readEvent(int input) {
     std::string event;
