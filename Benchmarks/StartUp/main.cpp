@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-extern char** environ;
+extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
 
 namespace {
 
