@@ -239,10 +239,7 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
 int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
     Place place;
     if (const int error = worker.project.place(job.item->path, place)) return error;
-    if (!job.replaces) {
-        const int error = putContent(*job.item, place, worker);
-        return error;
-    }
+    if (!job.replaces) return putContent(*job.item, place, worker);
     const std::string temporary = temporaryName();
     const Place aside{place.folder, temporary.c_str()};
     int error = putContent(*job.item, aside, worker);

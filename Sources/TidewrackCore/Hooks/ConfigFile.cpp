@@ -1,6 +1,8 @@
 #include "Hooks/ConfigFile.hpp"
 
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,11 +21,6 @@ constexpr int maxLinks = 40;
     throw TidewrackError::io(action, path, error);
 }
 
-std::string folderOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // Where a write to `path` ends up. Unlike realpath this also works when the last link points at nothing yet, as
 // in a home folder whose linked dotfiles are still to be filled.
 std::string followedLinks(std::string path) {
@@ -31,18 +28,11 @@ std::string followedLinks(std::string path) {
         char target[4096];
         const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
         if (length < 0) return path;
-        std::string next = target[0] == '/' ? "" : folderOf(path) + '/';
+        std::string next = target[0] == '/' ? "" : std::string(parentOf(path)) + '/';
         next.append(target, static_cast<std::size_t>(length));
         path = std::move(next);
     }
     fail("follow", path, ELOOP);
-}
-
-void createFolders(const std::string& folder) {
-    if (::mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST) return;
-    if (errno != ENOENT || folder == "/") fail("create", folder, errno);
-    createFolders(folderOf(folder));
-    if (::mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) fail("create", folder, errno);
 }
 
 // A file that is written beside `path` and takes its place with `commit`; without that it is removed again.
@@ -130,7 +120,8 @@ std::optional<std::string> readConfig(const std::string& path) {
 std::optional<std::string> replaceConfig(const std::string& path, const std::optional<std::string>& before,
                                          std::string_view bytes) {
     const std::string target = followedLinks(path);
-    createFolders(folderOf(target));
+    const std::string folder(parentOf(target));
+    if (const int error = makeFolders(folder, 0777)) fail("create", folder, error);
     if (readConfig(target) != before)
         throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
     if (!before) {
