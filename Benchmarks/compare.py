@@ -102,11 +102,11 @@ class Limit:
 
 
 class ShadowGit:
-    """A git repository outside the tree that takes every snapshot as a commit."""
+    """A git repository outside the tree that takes every snapshot as a commit, ignored files included."""
 
     name = "shadow git"
     exact = False  # git keeps no times and few mode bits
-    save = "git add -A && git commit -q --allow-empty --no-verify -m snapshot"
+    save = "git add -A -f && git commit -q --allow-empty --no-verify -m snapshot"
 
     def __init__(self, programs, tree, store):
         self.tree = tree
