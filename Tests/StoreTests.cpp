@@ -171,7 +171,7 @@ TEST_F(StoreTest, untrackRemovesTheHistoryOnly) {
     world.ok({"track"});
     const Project project = world.project();
     store.untrack(project);
-    EXPECT_EQ(f.listing("store"), "store/projects 493 /\n");
+    EXPECT_EQ(f.listing("store"), "store/projects 448 /\n");
     EXPECT_EQ(f.read("project/a"), "a");
     EXPECT_EQ(thrownBy([&] {
                   store.untrack(project);

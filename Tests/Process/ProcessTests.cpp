@@ -146,13 +146,19 @@ TEST_F(ProcessTest, deathAtAnyMomentLosesNothingOlder) {
     EXPECT_EQ(f.listing("project"), original);
 }
 
-TEST_F(ProcessTest, deathWhileTrackingLeavesAProjectToBeTracked) {
+TEST_F(ProcessTest, deathWhileTrackingOrUntrackingLeavesAProjectToBeTracked) {
     for (int i = 0; i < 80; ++i) f.write("project/" + std::to_string(i), "text");
     for (int round = 0; round < 6; ++round) {
         Program victim(world, {"track"});
         pause(round * 3000);
         victim.kill();
         victim.wait();
+        world.ok({"track"});
+        expectReadable();
+        Program untracking(world, {"untrack"});
+        pause(round * 600);
+        untracking.kill();
+        untracking.wait();
         world.ok({"track"});
         expectReadable();
         world.ok({"untrack"});

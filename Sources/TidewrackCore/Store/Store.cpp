@@ -152,6 +152,9 @@ void Store::refuseUnsuitable(const std::string& path, bool force) const {
 void Store::addToRegistry(const Project& project) const {
     const std::string folder = projectFolder(project);
     if (const int error = makeHome()) throw TidewrackError::io("create", home, error);
+    // The store's folder may have been there before, open to others; what is kept in it is not.
+    if (const int error = makeFolders(projectsFolder(), 0700))
+        throw TidewrackError::io("create", projectsFolder(), error);
     for (const char* name : {"/snapshots", "/manifests", "/blobs"})
         if (const int error = makeFolders(folder + name, 0755))
             throw TidewrackError::io("create", folder + name, error);
@@ -161,9 +164,11 @@ void Store::addToRegistry(const Project& project) const {
 void Store::untrack(const Project& project) const {
     const std::string folder = projectFolder(project);
     const ProjectLock lock(lockPath(project));
-    // The record goes first: a project half removed by a sudden death is then no project any more.
+    // The record goes first: a project half removed by a sudden death is then no project any more. Should it be
+    // tracked again, no snapshot may be left that names contents which are gone.
     (void)::unlink((folder + "/project.json").c_str());
-    if (const int error = removeTree(folder)) throw TidewrackError::io("remove", folder, error);
+    for (const char* part : {"/snapshots", "/manifests", "/blobs", ""})
+        if (const int error = removeTree(folder + part)) throw TidewrackError::io("remove", folder + part, error);
 }
 
 std::vector<Project> Store::projects() const {
