@@ -151,6 +151,24 @@ TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
     EXPECT_EQ(walkedProject().find('!'), std::string::npos);
 }
 
+// git gives up when it is asked about a path in a submodule, or takes a colon for one of its signs.
+TEST_F(WalkerTest, gitGoesOnAnsweringBehindWhatItCannotAnswer) {
+    if (!git(f.path(), "init -q")) GTEST_SKIP() << "git is not installed";
+    ASSERT_TRUE(git(f.path(), "update-index --add --cacheinfo 160000," + std::string(40, '1') + ",module"));
+    f.write("module/.git", "gitdir: ../.git/modules/module\n");
+    f.write("tree/.git", "gitdir: " + f.at(".git/worktrees/tree") + "\n");
+    f.write(".git/info/exclude", "build\n");
+    for (const char* folder : {"module", "tree", "tree/deep", ":!a", ":(b"})
+        f.makeFolder(std::string(folder) + "/build");
+    const auto ignore = GitIgnore::open(f.path());
+    for (const auto& [path, ignored] : std::map<std::string, bool>{{"module/build", false},
+                                                                   {"tree/build", true},
+                                                                   {"tree/deep/build", true},
+                                                                   {":!a/build", true},
+                                                                   {":(b/build", true}})
+        EXPECT_EQ(ignore->isIgnored(path), ignored) << path;
+}
+
 TEST_F(WalkerTest, aGitThatFailsIgnoresNothing) {
     f.write(".git", "no repository");
     f.write("build/a", "");

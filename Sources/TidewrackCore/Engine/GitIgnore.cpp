@@ -2,6 +2,7 @@
 
 #include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -76,10 +77,25 @@ void GitIgnore::launch() {
     dead_ = false;
 }
 
+// git ends when it is asked about a path inside a submodule, and would then answer nothing more. A submodule has a
+// ".git" file that leads to a store below "modules"; a linked work tree has one that leads to "worktrees".
+bool GitIgnore::isInSubmodule(std::string_view asked) const {
+    for (std::string_view folder = parentOf(asked); !folder.empty(); folder = parentOf(folder)) {
+        const std::string path = root_ + "/" + std::string(folder) + "/.git";
+        Attributes attributes;
+        std::string link;
+        if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0 || attributes.kind != Attributes::Kind::file)
+            continue;
+        return readFile(path, link) != 0 || link.find("/worktrees/") == std::string::npos;
+    }
+    return false;
+}
+
 bool GitIgnore::isIgnored(std::string_view path) {
     if (!launched_ && !dead_) launch();
-    if (dead_ || path.find('\0') != std::string_view::npos) return false;
-    std::string question(path);
+    if (dead_ || path.find('\0') != std::string_view::npos || isInSubmodule(path)) return false;
+    // A colon at the beginning would be taken for one of git's own signs.
+    std::string question = (path.starts_with(':') ? "./" : "") + std::string(path);
     question += '\0';
     if (writeAll(input_.get(), question) != 0) {
         dead_ = true;

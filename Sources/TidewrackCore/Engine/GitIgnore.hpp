@@ -31,6 +31,7 @@ class GitIgnore {
 
   private:
     void launch();
+    [[nodiscard]] bool isInSubmodule(std::string_view asked) const;
     [[nodiscard]] std::optional<std::string> readField();
 
     std::string root_;
