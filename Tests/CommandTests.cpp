@@ -102,6 +102,9 @@ TEST_F(CommandTest, findsTheProject) {
     EXPECT_EQ(world.ok({"diff", "--project", "/", "1", "--project", f.at("project")}), "No changes.\n");
     EXPECT_EQ(fault({"log", "--project", "gone"}),
               f.at("elsewhere/gone") + " isn't tracked. Run `tidewrack track` in the project folder.");
+    world.current = f.at("project");
+    EXPECT_EQ(fault({"untrack", "-h"}), f.at("project/-h") + " is not a folder."); // the history around it stays
+    world.current = f.at("elsewhere");
     EXPECT_EQ(world.ok({"untrack", "../project/deep"}),
               "Stopped tracking " + f.at("project") + " and deleted its history.\n");
 }
@@ -269,12 +272,10 @@ TEST(Reports, agesAndCounts) {
 TEST(Reports, restoreSummary) {
     RestoreResult result;
     result.safety.seq = 9;
-    result.restored = {"a", "d"};
-    result.removed = {"b"};
-    result.folders = {"d"};
+    result.restoredFiles = result.removedFiles = 1;
     EXPECT_EQ(restoreText(result), "Restored 1 file, removed 1 file. Undo this with: tidewrack restore 9\n");
-    result.restored.clear();
-    result.removed = {"b", "c", "d"};
+    result.restoredFiles = 0;
+    result.removedFiles = 2;
     result.warnings = {"one", "bad\xff"};
     EXPECT_EQ(restoreText(result), "Restored 0 files, removed 2 files. Undo this with: tidewrack restore 9\n"
                                    "warning: one\nwarning: bad\xef\xbf\xbd\n");

@@ -66,7 +66,7 @@ TEST_F(RestoreTest, swapsKindsBackAndRemovesWhatIsNew) {
     f.link("project/empty", "src");
     f.write("project/new/thing", "new");
     ::chmod(f.at("project").c_str(), 0755);
-    world.ok({"restore", "1"});
+    EXPECT_EQ(world.ok({"restore", "1"}), "Restored 4 files, removed 4 files. Undo this with: tidewrack restore 2\n");
     expectAsBefore();
     // The safety snapshot holds all of that wreck.
     world.ok({"restore", "2"});
@@ -88,6 +88,11 @@ TEST_F(RestoreTest, putsBackModesTimesAndExtendedAttributes) {
     EXPECT_EQ(is.mode, 04755);
     EXPECT_EQ(is.mtime, was.mtime);
     expectAsBefore();
+    // A folder's mode alone: what was put back is what the restore's own snapshot holds.
+    ::chmod(f.at("project/src/deep").c_str(), 0777);
+    world.ok({"restore", "1"});
+    world.ok({"restore", std::to_string(world.store().latest(world.project())->seq)});
+    EXPECT_EQ(f.listing("project"), before);
 }
 
 TEST_F(RestoreTest, touchesOnlyTheListedPaths) {
@@ -100,6 +105,10 @@ TEST_F(RestoreTest, touchesOnlyTheListedPaths) {
     EXPECT_EQ(f.read("project/a.txt"), "changed");
     EXPECT_EQ(f.read("project/src/new"), "stays out of it");
     EXPECT_EQ(f.read("project/src/deep/er/x"), "x");
+    Attributes parent;
+    ASSERT_EQ(attributesAt(AT_FDCWD, f.at("project/src/deep").c_str(), parent), 0);
+    EXPECT_EQ(parent.mode, 0710); // a parent that had to be made again is as private as it was
+    EXPECT_EQ(world.run({"restore", "1", ""}).err, "tidewrack: missing path\n");
     const Outcome outside = world.run({"restore", "1", "/etc"});
     EXPECT_EQ(outside.status, 1);
     EXPECT_EQ(outside.err, "tidewrack: /etc is outside " + world.projectPath() + ".\n");
@@ -175,10 +184,13 @@ TEST_F(RestoreTest, keepsHardLinkedNamesFromBlockingEachOther) {
 TEST_F(RestoreTest, sweepsUpWhatAKilledRestoreLeft) {
     const auto& f = world.folder;
     f.write("project/src/.tidewrack-2147483646-0", "half a file");
+    const std::string ours = "project/.tidewrack-" + std::to_string(::getpid()) + "-0";
+    f.write(ours, "of an earlier process with our number");
     f.write("project/.tidewrack-notes", "the user's own");
     EXPECT_NE(world.ok({"snap"}).find("+1 ~0 -0"), std::string::npos); // the user's own file only
     world.ok({"restore", "2"});
     EXPECT_FALSE(f.has("project/src/.tidewrack-2147483646-0"));
+    EXPECT_FALSE(f.has(ours));
     EXPECT_EQ(f.read("project/.tidewrack-notes"), "the user's own");
 }
 
@@ -269,6 +281,36 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
                       "warning: couldn't restore a.txt: it couldn't be saved first (it couldn't be read: Permission "
                       "denied)\n"
                       "changed");
+}
+
+// Whoever closes a folder makes all below it look deleted.
+TEST_F(RestoreTest, opensFoldersThatWereClosed) {
+    const auto& f = world.folder;
+    const std::string report = unprivileged(f, [&] {
+        world.ok({"snap"}); // the files have this user's attributes now
+        const std::string wanted = f.listing("project");
+        std::string text;
+        for (const char* command : {"restore", "undo"}) {
+            ::chmod(f.at("project/src").c_str(), 0);
+            text += world.run({command, "2"}).out;
+            ::chmod(f.at("project/src").c_str(), 0755); // should that have failed
+            if (f.listing("project") != wanted) text += f.listing("project");
+            text += world.ok({"log", "-n", "1"}).substr(4);
+        }
+        // Nothing to undo is told also where something can't be read.
+        ::chmod(f.at("project/a.txt").c_str(), 0);
+        world.run({"snap"});
+        text += world.run({"undo", "7"}).out;
+        ::chmod(f.at("project/a.txt").c_str(), 0644);
+        return text;
+    });
+    EXPECT_EQ(report, "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 3\n"
+                      "0s ago  restored  \"After restoring #2\"  →  no changes yet\n"
+                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 5\n"
+                      "0s ago  restored  \"After undoing #2\"  →  no changes yet\n"
+                      "Nothing changed after #7, so there's nothing to undo.\n"
+                      "warning: couldn't save a.txt: Permission denied\n"
+                      "To undo the changes made before #7, run: tidewrack undo 6\n");
 }
 
 TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {

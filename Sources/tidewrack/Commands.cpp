@@ -112,7 +112,12 @@ class Commands {
     }
 
     void untrack() {
-        const Project project = this->project(args_.word(1));
+        const auto path = args_.word(1);
+        const Project project = this->project(path);
+        // A word that is no folder, such as -h or a typing error, must not cost the history of the folder around it;
+        // a tracked folder that is gone can still be given up by its name.
+        if (path && Store::canonical(absolute(*path)) != project.root && !exists(absolute(*path)))
+            throw TidewrackError::io(absolute(*path) + " is not a folder.");
         store_.untrack(project);
         print("Stopped tracking " + project.root + " and deleted its history.\n");
     }
@@ -224,6 +229,8 @@ class Commands {
         std::optional<std::vector<std::string>> paths;
         for (std::size_t i = 2; i < args_.positional.size(); ++i) {
             if (!paths) paths.emplace();
+            // An unset variable of a script must not mean the whole folder.
+            if (args_.positional[i].empty()) throw CliError("missing path");
             paths->push_back(absolute(args_.positional[i]));
         }
         printRestored(engine_.restore(project(), to, paths, !args_.has("--keep-new")));
@@ -233,11 +240,12 @@ class Commands {
         const std::int64_t turn = args_.number(1, "snapshot");
         const Project project = this->project();
         const RestoreResult result = engine_.undo(project, turn);
-        const bool idle = result.nothingInScope && result.warnings.empty();
+        const bool idle = result.nothingInScope;
         if (json() || !idle)
             printRestored(result);
         else
-            print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n");
+            print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n" +
+                  warningsText(result));
         const bool pruned = !result.warnings.empty() && result.warnings.front().starts_with("snapshots #");
         if (!json() && (idle || pruned)) hintAtEarlier(project, turn);
     }
@@ -267,6 +275,7 @@ class Commands {
         const auto content = engine_.contentPath(project, seq, relative);
         if (!content) throw CliError(repairedUtf8(*path) + " isn't in snapshot #" + std::to_string(seq));
         const Descriptor file(::open(content->c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file && errno != ENOENT) throw TidewrackError::io("read", *content, errno);
         if (!file) throw CliError(notKeptText(project, seq, relative, *path));
         std::string bytes(1 << 16, '\0');
         while (true) {

@@ -25,12 +25,6 @@ std::string shownLabel(const std::string& label) {
     return std::string(firstCharacters(label, longestLabel - 3)) + "...";
 }
 
-std::size_t filesAmong(const std::vector<std::string>& paths, const RestoreResult& result) {
-    std::size_t count = 0;
-    for (const std::string& path : paths) count += result.folders.contains(path) ? 0u : 1u;
-    return count;
-}
-
 } // namespace
 
 std::string ago(Date date, Date now) {
@@ -71,9 +65,14 @@ std::string changesText(const Changes& changes, bool colour) {
 }
 
 std::string restoreText(const RestoreResult& result) {
-    std::string text = "Restored " + filesText(filesAmong(result.restored, result)) + ", removed " +
-                       filesText(filesAmong(result.removed, result)) + ". Undo this with: tidewrack restore " +
-                       std::to_string(result.safety.seq) + "\n";
+    const std::string text = "Restored " + filesText(result.restoredFiles) + ", removed " +
+                             filesText(result.removedFiles) + ". Undo this with: tidewrack restore " +
+                             std::to_string(result.safety.seq) + "\n";
+    return text + warningsText(result);
+}
+
+std::string warningsText(const RestoreResult& result) {
+    std::string text;
     for (const std::string& warning : result.warnings) text += "warning: " + repairedUtf8(warning) + "\n";
     return text;
 }

@@ -24,6 +24,8 @@ namespace tidewrack {
 
 // The one-line summary and a "warning: " line for each path left alone.
 [[nodiscard]] std::string restoreText(const RestoreResult& result);
+// Those lines alone.
+[[nodiscard]] std::string warningsText(const RestoreResult& result);
 
 // One line of the log; `after` is what changed after that snapshot, in words.
 [[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now);

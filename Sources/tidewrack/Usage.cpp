@@ -44,13 +44,15 @@ Agents: claude, codex, cursor, gemini
 Options
   --project PATH                act on the project that contains PATH, not this folder
   --home PATH                   the home folder whose agents `hooks` configures
-  --json                        machine-readable output (log, projects, snap, diff, restore, undo, prune, vault,
-                                hooks status)
+  --json                        machine-readable output (track, projects, snap, log, diff, restore, undo, prune,
+                                vault, hooks status)
+An option's value is the next word (-n 5); options that a command does not know are ignored.
 
 Environment
   TIDEWRACK_HOME                where the history is kept
                                 (default: ~/Library/Application Support/Tidewrack)
   TIDEWRACK_TRACE=1             print how long each phase takes
+  NO_COLOR=1                    no colours on a terminal
 )";
 
 } // namespace

@@ -48,4 +48,13 @@ Changes Changes::between(const Manifest& older, const Manifest& newer) {
     return changes;
 }
 
+bool sameFolderModes(const Manifest& older, const Manifest& newer) {
+    for (const auto& item : newer.items()) {
+        if (item.entry.kind != EntryKind::dir) continue;
+        const Entry* before = older.find(item.path);
+        if (before != nullptr && before->mode != item.entry.mode) return false;
+    }
+    return true;
+}
+
 } // namespace tidewrack

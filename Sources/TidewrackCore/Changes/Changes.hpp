@@ -38,6 +38,9 @@ struct Changes {
 // Whether two entries at one path count as different.
 [[nodiscard]] bool differs(const Entry& older, const Entry& newer);
 
+// Whether all folders that both have bear the same permission bits, which Changes passes over.
+[[nodiscard]] bool sameFolderModes(const Manifest& older, const Manifest& newer);
+
 // One file's change, with the paths of the two contents to compare.
 struct FileChange {
     enum class Status { added, modified, deleted };

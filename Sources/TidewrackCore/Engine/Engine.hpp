@@ -45,6 +45,8 @@ struct RestoreResult {
     std::vector<std::string> restored; // project-relative, sorted
     std::vector<std::string> removed;
     std::set<std::string, std::less<>> folders; // the folders among both
+    std::size_t restoredFiles = 0;              // how many of each are files or links: where a folder and a file
+    std::size_t removedFiles = 0;               // changed places, a path is in both lists and among the folders
     std::vector<std::string> warnings;          // one line per path left alone, with the reason
     bool nothingInScope = false;                // an undo of a turn that changed nothing
 };

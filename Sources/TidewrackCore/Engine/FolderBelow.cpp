@@ -58,10 +58,7 @@ int FolderBelow::makeFolder(std::string_view path, std::uint16_t mode) {
 int FolderBelow::setMode(std::string_view path, std::uint16_t mode) {
     Place at;
     if (const int error = place(path, at)) return error;
-    Attributes there;
-    if (const int error = attributesAt(at.folder, at.name, there)) return error;
-    if (there.kind == Attributes::Kind::link) return ELOOP; // chmod would follow it
-    return ::fchmodat(at.folder, at.name, mode, 0) == 0 ? 0 : errno;
+    return ::fchmodat(at.folder, at.name, mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 int FolderBelow::setTime(std::string_view path, std::int64_t mtime) {

@@ -58,7 +58,13 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     const Manifest after = run.manifestAfter();
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    recordAfterRestore(lock, project, safety, after, started, elapsed);
+    try {
+        recordAfterRestore(lock, project, safety, after, started, elapsed);
+    } catch (const TidewrackError& error) {
+        throw TidewrackError::io(std::string(error.what()) +
+                                 ". The files were restored all the same; undo this with: " + "tidewrack restore " +
+                                 std::to_string(safety.result.meta.seq));
+    }
     RestoreResult result = run.takeResult();
     result.safety = safety.result.meta;
     // What the safety snapshot could not keep is not replaced either; its reasons belong to the same report.
@@ -76,13 +82,14 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.created = started;
     meta.kind = "restored";
     if (before.label) meta.label = afterLabel(*before.label);
-    meta.manifestOf = changes.isEmpty() ? before.manifestOf : meta.seq;
+    const bool share = changes.isEmpty() && sameFolderModes(safety.manifest, after);
+    meta.manifestOf = share ? before.manifestOf : meta.seq;
     meta.files = after.fileCount();
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
     meta.durationMs = durationMs;
-    if (!changes.isEmpty()) store.writeManifest(lock, project, meta.seq, after);
+    if (!share) store.writeManifest(lock, project, meta.seq, after);
     store.writeSnapshot(lock, project, meta);
 }
 

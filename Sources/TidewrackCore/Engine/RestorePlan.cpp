@@ -64,6 +64,31 @@ void planWrite(const Manifest::Item& item, const Entry* present, RestorePlan& pl
     plan.writes.push_back(&item);
 }
 
+constexpr std::uint16_t ownerAll = 0700;
+
+bool isClosed(const Entry& entry) {
+    return (entry.mode & ownerAll) != ownerAll;
+}
+
+// An agent that takes a folder's rights away makes all below it unreachable. To undo that, the folder is opened
+// again, although a folder's rights are no change of their own.
+void planLockedFolders(const RestoreInput& input, RestorePlan& plan) {
+    std::set<std::string_view> closed;
+    for (const auto& item : input.current.items()) {
+        if (item.entry.kind != EntryKind::dir || !isClosed(item.entry) || input.scope(item.path)) continue;
+        const Entry* wanted = input.target.find(item.path);
+        if (wanted != nullptr && wanted->kind == EntryKind::dir && !isClosed(*wanted)) closed.insert(item.path);
+    }
+    if (closed.empty()) return;
+    std::set<std::string_view> needed;
+    for (const auto* list : {&plan.removeFiles, &plan.removeFolders, &plan.makeFolders, &plan.writes})
+        for (const Manifest::Item* item : *list)
+            for (std::string_view at = parentOf(item->path); !at.empty(); at = parentOf(at))
+                if (closed.contains(at)) needed.insert(at);
+    for (const auto& item : input.target.items())
+        if (needed.contains(item.path)) plan.lockedFolders.push_back(&item);
+}
+
 } // namespace
 
 RestorePlan planRestore(const RestoreInput& input) {
@@ -80,6 +105,7 @@ RestorePlan planRestore(const RestoreInput& input) {
             (there ? plan.keepFolders : plan.makeFolders).push_back(&item);
         }
     }
+    planLockedFolders(input, plan);
     return plan;
 }
 

@@ -17,7 +17,9 @@ struct RestorePlan {
     Items removeFiles;                 // of the current listing: files and links
     Items removeFolders;               // of the current listing, contents before their folder
     Items makeFolders;                 // of the target, a folder before its contents
-    Items keepFolders;                 // of the target: folders that both have
+    Items keepFolders;                 // of the target: folders in scope that both have
+    Items lockedFolders;               // of the target: folders out of scope that have been closed to their owner
+                                       // since, and hold something to be removed or written
     Items writes;                      // of the target: files and links that differ and whose content was kept
     std::vector<std::string> warnings; // paths in scope that no write can bring back, or that are left in place
 };

@@ -53,6 +53,7 @@ void RestoreRun::work(const RestoreInput& input) {
     trace_.mark([] { return "plan"; });
     removeLeftovers();
     makeWritable(plan.keepFolders);
+    makeWritable(plan.lockedFolders);
     remove(plan);
     files_.forget();
     makeFolders(plan);
@@ -61,10 +62,13 @@ void RestoreRun::work(const RestoreInput& input) {
     finishFolders(plan);
 }
 
-// Temporaries of a restore that was killed are ours and nobody's work.
+// Temporaries of a restore that was killed are ours and nobody's work. One that bears this process's number is of an
+// earlier process that had it too, as happens in containers: this one has written nothing yet.
 void RestoreRun::removeLeftovers() {
-    for (const std::string& path : safety_.leftovers)
-        if (!processIsAlive(temporaryOwner(lastComponent(path)))) (void)files_.removeFile(path);
+    for (const std::string& path : safety_.leftovers) {
+        const std::int64_t owner = temporaryOwner(lastComponent(path));
+        if (owner == ::getpid() || !processIsAlive(owner)) (void)files_.removeFile(path);
+    }
 }
 
 // A folder that was made read-only since would refuse everything that is to be put back into it.
@@ -135,6 +139,7 @@ void RestoreRun::remove(const RestorePlan& plan) {
         touched(attributes);
         removed_.emplace(item->path);
         result_.removed.emplace_back(item->path);
+        ++result_.removedFiles;
     }
     files_.forget();
     for (const Manifest::Item* item : plan.removeFolders) {
@@ -154,6 +159,7 @@ void RestoreRun::remove(const RestorePlan& plan) {
 
 void RestoreRun::makeFolders(const RestorePlan& plan) {
     for (const Manifest::Item* item : plan.makeFolders) {
+        if (warned_.contains(item->path)) continue; // what stands there could not be removed
         if (auto warning = parents_.prepare(item->path)) {
             warn(item->path, *warning);
             continue;
@@ -166,7 +172,10 @@ void RestoreRun::makeFolders(const RestorePlan& plan) {
         }
         Attributes there;
         if (error == EEXIST && files_.attributes(item->path, there) == 0) {
-            if (there.kind == Attributes::Kind::folder) continue;
+            if (there.kind == Attributes::Kind::folder) {
+                remember(*item, there); // the safety snapshot could not see it
+                continue;
+            }
             warn(item->path,
                  "couldn't create " + std::string(item->path) + "/: something else is there (" + describe(there) + ")");
             continue;
@@ -190,7 +199,9 @@ std::vector<RestoreRun::WriteJob> RestoreRun::examineWrites(const RestorePlan::I
         const Standing standing = examine(files_, item->path, reason, attributes);
         if (standing == Standing::unsafe)
             warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
-        else if (standing != Standing::asWanted)
+        else if (standing == Standing::asWanted)
+            remember(*item, attributes);
+        else
             jobs.push_back({item, standing == Standing::safe, {}});
     }
     return jobs;
@@ -201,7 +212,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::vector<Attributes> landed(jobs.size());
     std::atomic<std::size_t> done = 0;
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
-        if (engine_.progress && (++done & 255) == 0) engine_.progress("restored", done);
+        if (engine_.progress) engine_.progress("restored", ++done);
         const int error = writeOne(jobs[i], worker);
         return error != 0 || !jobs[i].unsafe.empty() ? error : worker.project.attributes(jobs[i].item->path, landed[i]);
     });
@@ -213,9 +224,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
             continue;
         }
         restored(path, false);
-        Entry entry = entryOf(landed[i]);
-        entry.blob = jobs[i].item->entry.blob;
-        written_.emplace(path, entry);
+        remember(*jobs[i].item, landed[i]);
     }
     trace_.mark([&] { return "clone " + std::to_string(jobs.size()) + " files"; });
 }
@@ -231,7 +240,6 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
         struct stat status {};
         if (::fstat(content.get(), &status) != 0) return errno;
         if (const int error = copyOpenFile(content.get(), status, to, entry.mode, worker.memory)) return error;
-        if (attributesOf(status).mtime == entry.mtime) return 0; // the copy has it already
     }
     return setModificationTime(to.folder, to.name, entry.mtime);
 }
@@ -258,45 +266,63 @@ int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
 
 // Folders get the mode and time they had, deepest first, once nothing is written into them any more.
 void RestoreRun::finishFolders(const RestorePlan& plan) {
-    std::vector<const Manifest::Item*> folders = plan.makeFolders;
-    folders.insert(folders.end(), plan.keepFolders.begin(), plan.keepFolders.end());
-    std::sort(folders.begin(), folders.end(), [](const auto* a, const auto* b) { return a->path > b->path; });
-    for (const Manifest::Item* item : folders) {
+    std::map<std::string_view, const Entry*, std::greater<>> folders;
+    for (const auto* list : {&plan.makeFolders, &plan.keepFolders, &plan.lockedFolders})
+        for (const Manifest::Item* item : *list) folders.emplace(item->path, &item->entry);
+    for (const std::string& path : parents_.created()) {
+        const Entry* wanted = target_.find(path);
+        if (wanted != nullptr && wanted->kind == EntryKind::dir && wanted->blob.empty()) folders.emplace(path, wanted);
+    }
+    for (const auto& [path, wanted] : folders) {
         Attributes there;
-        if (warned_.contains(item->path) || files_.attributes(item->path, there) != 0 ||
-            there.kind != Attributes::Kind::folder)
+        if (warned_.contains(path) || files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder)
             continue;
-        const Entry& wanted = item->entry;
-        if (there.mode == wanted.mode && there.mtime == wanted.mtime) continue;
-        int error = there.mode == wanted.mode ? 0 : files_.setMode(item->path, wanted.mode);
-        if (error == 0 && there.mtime != wanted.mtime) error = files_.setTime(item->path, wanted.mtime);
+        if (there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
+        int error = there.mode == wanted->mode ? 0 : files_.setMode(path, wanted->mode);
+        if (error == 0 && there.mtime != wanted->mtime) error = files_.setTime(path, wanted->mtime);
         if (error != 0) {
-            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + errorText(error));
-        } else if (files_.attributes(item->path, there) == 0) {
-            written_.insert_or_assign(std::string(item->path), entryOf(there));
+            warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
+        } else if (files_.attributes(path, there) == 0) {
+            written_.insert_or_assign(std::string(path), entryOf(there));
         }
     }
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
 }
 
+// The path holds what the target says, with these attributes.
+void RestoreRun::remember(const Manifest::Item& item, const Attributes& attributes) {
+    Entry entry = entryOf(attributes);
+    entry.blob = item.entry.blob;
+    written_.emplace(item.path, entry);
+}
+
 Manifest RestoreRun::manifestAfter() {
     ManifestBuilder builder;
     std::string_view gone; // the latest removed folder: everything listed below it went too
+    std::set<std::string_view> ignored;
     for (const auto& item : safety_.manifest.items()) {
         if (!gone.empty() && item.path.starts_with(gone) && item.path[gone.size()] == '/') continue;
         if (removed_.contains(item.path)) {
             if (item.entry.kind == EntryKind::dir) gone = item.path;
             continue;
         }
+        if (item.entry.blob == "ign") ignored.insert(item.path);
         Entry entry = item.entry;
         Attributes now;
-        if (sharedInodes_.contains(entry.ino) && files_.attributes(item.path, now) == 0) {
+        if (sharedInodes_.contains(entry.ino) && files_.attributes(item.path, now) == 0 && untouched(entry, now)) {
             entry = entryOf(now);
             entry.blob = item.entry.blob;
         }
         builder.add(item.path, entry);
     }
-    for (const auto& [path, entry] : written_) builder.add(path, entry);
+    // What was put back into a folder that git ignores by now is listed no more than the rest of that folder.
+    const auto isListed = [&](std::string_view path) {
+        for (std::string_view at = parentOf(path); !ignored.empty() && !at.empty(); at = parentOf(at))
+            if (ignored.contains(at)) return false;
+        return true;
+    };
+    for (const auto& [path, entry] : written_)
+        if (isListed(path)) builder.add(path, entry);
     for (const std::string& path : parents_.created()) {
         Attributes now;
         if (!written_.contains(path) && files_.attributes(path, now) == 0) builder.add(path, entryOf(now));
@@ -317,7 +343,10 @@ void RestoreRun::warn(std::string_view path, const std::string& text) {
 
 void RestoreRun::restored(std::string_view path, bool folder) {
     result_.restored.emplace_back(path);
-    if (!folder) return;
+    if (!folder) {
+        ++result_.restoredFiles;
+        return;
+    }
     result_.folders.emplace(path);
     Attributes now;
     if (files_.attributes(path, now) == 0) written_.emplace(path, entryOf(now));

@@ -53,6 +53,7 @@ class RestoreRun {
     void touched(const Attributes& attributes);
     void warn(std::string_view path, const std::string& text);
     void restored(std::string_view path, bool folder);
+    void remember(const Manifest::Item& item, const Attributes& attributes);
 
     const Engine& engine_;
     const Manifest& target_;

@@ -121,15 +121,6 @@ std::string tooLargeBlob(const Entry& entry) {
     return "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
 }
 
-bool sameFolderModes(const Manifest& older, const Manifest& newer) {
-    for (const auto& item : newer.items()) {
-        if (item.entry.kind != EntryKind::dir) continue;
-        const Entry* before = older.find(item.path);
-        if (before != nullptr && before->mode != item.entry.mode) return false;
-    }
-    return true;
-}
-
 // One snapshot while it is being taken: the walk turns into entries and copies to make.
 class SnapshotRun {
   public:
@@ -162,7 +153,7 @@ class SnapshotRun {
         std::atomic<std::size_t> done = 0;
         const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
             if (passed(deadline)) return ECANCELED;
-            if (progress_ && (++done & 255) == 0) progress_("kept", done);
+            if (progress_) progress_("kept", ++done);
             worker.memory.deadline = deadline;
             return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
         });
@@ -229,7 +220,9 @@ Previous loadPrevious(const Store& store, const Project& project, const std::vec
 } // namespace
 
 std::int64_t Engine::nextSeq(const Project& project, const std::vector<std::int64_t>& seqs) const {
-    return std::max(seqs.empty() ? 0 : seqs.back(), store.highestLeftover(project)) + 1;
+    const std::int64_t highest = std::max(seqs.empty() ? 0 : seqs.back(), store.highestLeftover(project));
+    if (highest == INT64_MAX) throw TidewrackError::corrupt("no number is left for a new snapshot");
+    return highest + 1;
 }
 
 TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
