@@ -127,7 +127,10 @@ void RestoreRun::remove(const RestorePlan& plan) {
         std::string reason;
         Attributes attributes;
         const Standing standing = examine(files_, item->path, reason, attributes);
-        if (standing == Standing::nothing) continue;
+        if (standing == Standing::nothing) {
+            removed_.emplace(item->path); // somebody was faster
+            continue;
+        }
         if (standing != Standing::safe) {
             warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
             continue;
@@ -145,7 +148,10 @@ void RestoreRun::remove(const RestorePlan& plan) {
     for (const Manifest::Item* item : plan.removeFolders) {
         files_.forget(); // the open parent may be the next to go
         const int error = files_.removeFolder(item->path);
-        if (nothingThere(error)) continue;
+        if (nothingThere(error)) {
+            removed_.emplace(item->path);
+            continue;
+        }
         if (error != 0) {
             warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
             continue;
