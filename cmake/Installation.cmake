@@ -39,6 +39,8 @@ take the snapshots, refuse commands that would destroy a home folder or the
 system, and save what lies outside of projects before a command touches it.")
 if(NOT TIDEWRACK_STATIC_LZFSE)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+if(NOT TIDEWRACK_LZFSE_LINKED)
   set(CPACK_DEBIAN_PACKAGE_DEPENDS liblzfse1) # loaded while running, so not found among the linked libraries
 endif()
 set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_CURRENT_LIST_DIR}/PackageKinds.cmake")
