@@ -11,7 +11,7 @@ install(FILES completions/tidewrack.bash
 install(FILES completions/_tidewrack DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES completions/tidewrack.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/hooks.md docs/store-format.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(FILES docs/hooks.md docs/json.md docs/store-format.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 if(TIDEWRACK_NOTICES)
   install(DIRECTORY "${TIDEWRACK_NOTICES}/" DESTINATION "${CMAKE_INSTALL_DOCDIR}/libraries")
 endif()
