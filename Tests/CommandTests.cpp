@@ -194,36 +194,6 @@ TEST_F(CommandTest, logAsJson) {
 )");
 }
 
-TEST_F(CommandTest, jsonShapes) {
-    f.write("project/a", "a");
-    f.write("project/bad\xff", "x");
-    const auto tracked = json({"track", "--json"});
-    EXPECT_EQ(tracked["project"]["root"], world.projectPath());
-    EXPECT_EQ(tracked["snapshot"]["seq"], 1);
-    f.write("project/new/file", "n");
-    f.remove("project/bad\xff");
-    const nlohmann::json changes = {{"added", {"new", "new/file"}},
-                                    {"modified", nlohmann::json::array()},
-                                    {"deleted", {"bad\xef\xbf\xbd"}},
-                                    {"folders", {"new"}}};
-    EXPECT_EQ(json({"diff", "1", "--json"}), changes);
-    const auto taken = json({"snap", "--json"});
-    EXPECT_EQ(taken["added"], 1);
-    EXPECT_EQ(taken["deleted"], 1);
-    EXPECT_EQ(taken["warnings"], nlohmann::json::array());
-    const auto projects = json({"projects", "--json"});
-    EXPECT_EQ(projects[0]["snapshots"], 2);
-    EXPECT_EQ(projects[0]["latest"]["seq"], 2);
-    const auto restored = json({"restore", "1", "--json"});
-    EXPECT_EQ(restored["restored"], nlohmann::json{"bad\xef\xbf\xbd"});
-    EXPECT_EQ(restored["removed"], (nlohmann::json{"new", "new/file"}));
-    EXPECT_EQ(restored["folders"], nlohmann::json{"new"});
-    EXPECT_EQ(restored["safety"]["kind"], "restore");
-    EXPECT_EQ(json({"undo", "4", "--json"})["safety"]["seq"], 5);
-    EXPECT_EQ(json({"prune", "--json", "--dry-run"}),
-              (nlohmann::json{{"dryRun", true}, {"removedSnapshots", nlohmann::json::array()}, {"removedBlobs", 0}}));
-}
-
 TEST_F(CommandTest, diffMarks) {
     f.write("project/gone/file", "x");
     f.write("project/both", "x");

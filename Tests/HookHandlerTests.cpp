@@ -458,6 +458,15 @@ TEST(HookLog, losesNoLineOfParallelHooks) {
     EXPECT_EQ(lines(), 8);
 }
 
+TEST(HookLog, writesLinesAsDocumented) {
+    TemporaryFolder folder;
+    HookLog(Store(folder.at("store"), folder.path()))
+        .append("claude", "PreToolUse", steady_clock::now(), "allow rm -r build → #7 /home/ann/app");
+    const std::regex timed("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z (.*) [0-9]+ms ");
+    const std::string line = std::regex_replace(folder.read("store/hooks.log"), timed, "2026-03-14T09:30:05Z $1 12ms ");
+    EXPECT_NE(document("store-format.md").find("\n" + line), std::string::npos) << line;
+}
+
 TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
     TemporaryFolder folder;
     const HookLog log(Store(folder.at("store"), folder.path()));

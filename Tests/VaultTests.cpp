@@ -315,10 +315,11 @@ TEST(VaultId, tellsTimeAndIsUnique) {
 TEST(VaultRecord, keepsItsWrittenForm) {
     const std::string text =
         R"({"agent":"claude","command":"rm -r ~\/a","created":"2026-03-14T09:30:05Z","cwd":"\/w",)"
-        R"("id":"20260314-093005-1F3A9C","items":[{"kind":"dir","original":"\/home\/u\/a","stored":"items\/0"}],)"
-        R"("skipped":["\/home\/u\/b"]})";
+        R"("id":"20260314-093005-1F3A9C","items":[{"kind":"dir","original":"\/home\/ann\/a","stored":"items\/0"}],)"
+        R"("skipped":["\/home\/ann\/b"]})";
+    EXPECT_NE(document("store-format.md").find("\n" + text + "\n"), std::string::npos) << "the documented example";
     VaultEntry entry = decodeVaultEntry(text, "here");
-    EXPECT_EQ(entry.items, (std::vector<VaultEntry::Item>{{"/home/u/a", "items/0", "dir"}}));
+    EXPECT_EQ(entry.items, (std::vector<VaultEntry::Item>{{"/home/ann/a", "items/0", "dir"}}));
     EXPECT_EQ(compactJson(toJson(entry)), text);
     entry.agent.reset();
     EXPECT_EQ(compactJson(toJson(entry)).find("agent"), std::string::npos);

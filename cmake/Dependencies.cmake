@@ -1,8 +1,8 @@
 # The one place that names the libraries.
 #   nlohmann-json  records, hook events and replies, agents' configuration files
 #   libcrypto      one SHA-256 per project id; linked statically, so that it costs no start-up time
-#   lzfse          manifests; loaded at the first manifest, because most hooks read none, or a part of the program
-#                  (on macOS, and where TIDEWRACK_STATIC_LZFSE names it)
+#   lzfse          manifests; loaded at the first manifest, because most hooks read none. Linked on macOS, where
+#                  TIDEWRACK_STATIC_LZFSE names it, and where the library bears another name than in Debian's package
 #   utf8proc       user-perceived characters, letters and numbers, lower case
 #   GoogleTest, Google Benchmark: tests and micro benchmarks only
 find_package(Threads REQUIRED)
@@ -13,11 +13,15 @@ target_link_libraries(tidewrack_dependencies INTERFACE Threads::Threads nlohmann
 
 find_path(LZFSE_INCLUDE_DIR lzfse.h REQUIRED)
 target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${LZFSE_INCLUDE_DIR})
-if(APPLE)
+find_library(LZFSE_LOADABLE liblzfse.so.1)
+set(TIDEWRACK_LZFSE_LINKED ON)
+if(TIDEWRACK_STATIC_LZFSE)
+  target_link_libraries(tidewrack_dependencies INTERFACE ${TIDEWRACK_STATIC_LZFSE})
+elseif(APPLE OR NOT LZFSE_LOADABLE)
   find_library(LZFSE_LIBRARY lzfse REQUIRED)
   target_link_libraries(tidewrack_dependencies INTERFACE ${LZFSE_LIBRARY})
-elseif(TIDEWRACK_STATIC_LZFSE)
-  target_link_libraries(tidewrack_dependencies INTERFACE ${TIDEWRACK_STATIC_LZFSE})
+else()
+  set(TIDEWRACK_LZFSE_LINKED OFF)
 endif()
 
 find_path(UTF8PROC_INCLUDE_DIR utf8proc.h REQUIRED)

@@ -11,7 +11,7 @@ install(FILES completions/tidewrack.bash
 install(FILES completions/_tidewrack DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES completions/tidewrack.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/hooks.md docs/store-format.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(FILES docs/hooks.md docs/json.md docs/store-format.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 if(TIDEWRACK_NOTICES)
   install(DIRECTORY "${TIDEWRACK_NOTICES}/" DESTINATION "${CMAKE_INSTALL_DOCDIR}/libraries")
 endif()
@@ -39,6 +39,8 @@ take the snapshots, refuse commands that would destroy a home folder or the
 system, and save what lies outside of projects before a command touches it.")
 if(NOT TIDEWRACK_STATIC_LZFSE)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+if(NOT TIDEWRACK_LZFSE_LINKED)
   set(CPACK_DEBIAN_PACKAGE_DEPENDS liblzfse1) # loaded while running, so not found among the linked libraries
 endif()
 set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_CURRENT_LIST_DIR}/PackageKinds.cmake")

@@ -1,4 +1,6 @@
-# Completion of tidewrack's commands, options, agents, snapshot numbers, vault entries and paths for bash.
+# Completion of tidewrack's commands, options, agents, snapshot numbers, vault entries and paths for bash, version 4 or
+# later. The one that macOS brings along is older: there this does nothing.
+((BASH_VERSINFO[0] >= 4)) || return 0
 
 # Snapshots or vault entries, from their JSON list, as lines: number or id, tab, label (kind when there is none) or
 # command. Keys are sorted and pretty-printed, so the text stands before the number.
@@ -15,6 +17,32 @@ _tidewrack_pairs() {
             gsub(/[^0-9A-F-]/, "")
             print $0 "\t" text
         }'
+}
+
+# A word of the command line as the program would get it: without its quotes, the home folder in place of ~. Nothing in
+# it is run.
+_tidewrack_plain() {
+    local word=$1 plain="" quote="" char i
+    case $word in
+        \~ | \~/*)
+            plain=$HOME
+            word=${word:1}
+            ;;
+    esac
+    for ((i = 0; i < ${#word}; i++)); do
+        char=${word:i:1}
+        if [[ $char == "\\" && $quote != "'" ]]; then
+            ((++i))
+            plain+=${word:i:1}
+        elif [[ -z $quote && $char == [\'\"] ]]; then
+            quote=$char
+        elif [[ $char == "$quote" ]]; then
+            quote=""
+        else
+            plain+=$char
+        fi
+    done
+    printf '%s' "$plain"
 }
 
 # Offers what the lines on standard input begin with; when several fit, with the text behind it.
@@ -42,15 +70,17 @@ _tidewrack_paths() {
 }
 
 _tidewrack() {
-    local program=${COMP_WORDS[0]} word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    local program word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
     local agents="claude codex cursor gemini" command="" sub="" count=0 i
     local -a project=()
     COMPREPLY=()
+    program=$(_tidewrack_plain "${COMP_WORDS[0]}")
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
             --project)
-                project=(--project "${COMP_WORDS[++i]}")
+                ((++i))
+                project=(--project "$(_tidewrack_plain "${COMP_WORDS[i]}")")
                 ;;
             --label | --agent | --session | --turn | --kind | -n | --home) ((++i)) ;;
             --*) ;;
@@ -72,7 +102,7 @@ _tidewrack() {
     if [[ $word == -* ]]; then
         local options="--project"
         case $command in
-            "") options="--help --version" ;;
+            "") options="--help --version --project" ;;
             track) options="--force --json" ;;
             projects | vault) options="--json" ;;
             snap) options+=" --json --label --agent --session --turn --kind" ;;

@@ -17,6 +17,11 @@ function __tidewrack_pairs
         }'
 end
 
+# A word of the command line with the home folder in place of ~.
+function __tidewrack_plain
+    string replace -r '^~(?=/|$)' $HOME -- $argv[1]
+end
+
 # The words that are no options and no option's value, the program first.
 function __tidewrack_words
     set -l skip no
@@ -46,13 +51,15 @@ function __tidewrack_snapshots
     set -l words (commandline -opc)
     set -l project
     if set -l at (contains -i -- --project $words)
-        set project --project $words[(math $at + 1)]
+        set project --project (__tidewrack_plain $words[(math $at + 1)])
     end
-    tidewrack log --json -n 50 $project 2>/dev/null | __tidewrack_pairs
+    set -l program (__tidewrack_plain $words[1])
+    $program log --json -n 50 $project 2>/dev/null | __tidewrack_pairs
 end
 
 function __tidewrack_vault_entries
-    tidewrack vault --json 2>/dev/null | __tidewrack_pairs
+    set -l program (__tidewrack_plain (commandline -opc)[1])
+    $program vault --json 2>/dev/null | __tidewrack_pairs
 end
 
 set -l first 'test (count (__tidewrack_words)) -eq 1'
@@ -88,7 +95,7 @@ complete -c tidewrack -n '__tidewrack_at 1 vault' -a restore -d 'put an entry ba
 complete -c tidewrack -k -n '__tidewrack_at 2 vault' -a '(__tidewrack_vault_entries)'
 
 complete -c tidewrack -n '__tidewrack_of track' -l force -d 'track a very broad or very large folder'
-complete -c tidewrack -n '__tidewrack_of untrack snap log diff restore undo cat pin unpin prune' -l project -x -a '(__fish_complete_directories)' -d 'act on the project that contains this path'
+complete -c tidewrack -n "$first; or __tidewrack_of untrack snap log diff restore undo cat pin unpin prune" -l project -x -a '(__fish_complete_directories)' -d 'act on the project that contains this path'
 complete -c tidewrack -n '__tidewrack_of track projects snap log diff restore undo prune hooks vault' -l json -d 'machine-readable output'
 complete -c tidewrack -n '__tidewrack_of snap' -l label -x -d 'a text for it'
 complete -c tidewrack -n '__tidewrack_of snap' -l agent -x -a "$agents" -d 'the agent'

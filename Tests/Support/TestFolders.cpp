@@ -78,6 +78,12 @@ std::string TemporaryFolder::listing(const std::string& relative) const {
     return text;
 }
 
+std::string document(const std::string& name) {
+    std::string text;
+    EXPECT_EQ(readFile(std::string(TIDEWRACK_DOCUMENTS) + "/" + name, text), 0) << name;
+    return text;
+}
+
 World::World() : current(folder.at("project")) {
     folder.makeFolder("home");
     folder.makeFolder("project");

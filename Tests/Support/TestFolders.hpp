@@ -33,6 +33,9 @@ class TemporaryFolder {
     std::string path_;
 };
 
+// The text of a file below docs/.
+std::string document(const std::string& name);
+
 // What one run of the program gave.
 struct Outcome {
     int status = 0;

@@ -1,0 +1,175 @@
+// What docs/json.md promises of `--json`, held against what the commands print: no key more, no key less.
+
+#include "Support/TestHistory.hpp"
+
+#include "Reports.hpp"
+#include "Support/Dates.hpp"
+#include "Vault/Vault.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+using nlohmann::json;
+
+namespace {
+
+// The tables of the document: rows of a name and a type, below the heading of the object they belong to.
+class JsonDocument {
+  public:
+    JsonDocument() {
+        static const std::regex row(R"(\| `([^`]+)` \| ([^|,]+)(, [^|]*)? \|.*)");
+        static const std::regex more("All keys of a ([a-z ]+), and");
+        std::istringstream text(document("json.md"));
+        std::string heading = "commands";
+        for (std::string line; std::getline(text, line);) {
+            std::smatch found;
+            if (line.starts_with("## "))
+                heading = line.substr(3);
+            else if (std::regex_match(line, found, more))
+                objects_[heading] = objects_.at(found[1]);
+            else if (std::regex_match(line, found, row))
+                objects_[heading][found[1]] = {found[2], found[3] == ", optional"};
+        }
+    }
+
+    // Checks what `command` printed.
+    void check(const std::string& command, const json& value) {
+        seen_.insert("commands." + command);
+        check(value, objects_.at("commands").at(command).type, command);
+    }
+
+    [[nodiscard]] std::set<std::string> documented() const {
+        std::set<std::string> all;
+        for (const auto& [name, keys] : objects_)
+            for (const auto& [key, value] : keys) all.insert(name + "." + key);
+        return all;
+    }
+    [[nodiscard]] const std::set<std::string>& seen() const { return seen_; }
+
+  private:
+    struct Value {
+        std::string type;
+        bool optional = false;
+    };
+
+    void check(const json& value, const std::string& type, const std::string& where) {
+        if (type.starts_with("list of ")) {
+            ASSERT_TRUE(value.is_array()) << where;
+            for (const json& each : value) check(each, type.substr(8, type.size() - 9), where);
+        } else if (type == "text" || type == "date") {
+            ASSERT_TRUE(value.is_string()) << where;
+            EXPECT_TRUE(type == "text" || parseIsoDate(value.get<std::string>())) << where;
+        } else if (type == "integer") {
+            EXPECT_TRUE(value.is_number_integer()) << where;
+        } else if (type == "boolean") {
+            EXPECT_TRUE(value.is_boolean()) << where;
+        } else {
+            checkObject(value, type, where);
+        }
+    }
+
+    void checkObject(const json& value, const std::string& name, const std::string& where) {
+        ASSERT_TRUE(value.is_object() && objects_.contains(name)) << where << ": " << name;
+        const auto& keys = objects_.at(name);
+        for (const auto& [key, member] : value.items()) {
+            ASSERT_TRUE(keys.contains(key)) << where << "." << key << " isn't documented";
+            seen_.insert(name + "." + key);
+            check(member, keys.at(key).type, where + "." + key);
+        }
+        for (const auto& [key, expected] : keys)
+            EXPECT_TRUE(expected.optional || value.contains(key)) << where << "." << key << " is missing";
+    }
+
+    std::map<std::string, std::map<std::string, Value>> objects_;
+    std::set<std::string> seen_;
+};
+
+} // namespace
+
+TEST(Json, printsWhatIsDocumented) {
+    const World world;
+    const TemporaryFolder& f = world.folder;
+    JsonDocument document;
+    const auto run = [&](const std::string& command, std::vector<std::string> words = {}) {
+        words.insert(words.begin(), command == "hooks status" ? "hooks" : command);
+        words.emplace_back("--json");
+        const json value = json::parse(world.ok(words));
+        document.check(command, value);
+        return value;
+    };
+
+    f.write("project/a", "a");
+    world.ok({"track"});
+    const std::string record = "store/projects/" + world.project().id + "/project.json";
+    json project = json::parse(f.read(record));
+    project["maxFileSize"] = 1000;
+    f.write(record, project.dump());
+    EXPECT_EQ(run("track")["project"]["root"], world.projectPath());
+    f.write("project/new/file", "n");
+    f.remove("project/a");
+    EXPECT_EQ(
+        run("diff", {"1"}),
+        (json{{"added", {"new", "new/file"}}, {"modified", json::array()}, {"deleted", {"a"}}, {"folders", {"new"}}}));
+    f.write("project/large", std::string(1001, 'x'));
+    const json taken = run("snap", {"--label", "l", "--agent", "claude", "--session", "s", "--turn", "t"});
+    EXPECT_EQ(taken["added"], 2);
+    EXPECT_EQ(taken["deleted"], 1);
+    EXPECT_EQ(run("log").size(), 3U);
+    const json projects = run("projects");
+    EXPECT_EQ(projects[0]["snapshots"], 3);
+    EXPECT_EQ(projects[0]["latest"], run("log")[0]);
+    const json restored = run("restore", {"1"});
+    EXPECT_EQ(restored["restored"], json{"a"});
+    EXPECT_EQ(restored["folders"], json{"new"});
+    EXPECT_EQ(restored["safety"]["kind"], "restore");
+    EXPECT_EQ(run("undo", {"5"})["safety"]["seq"], 6);
+    EXPECT_EQ(run("prune", {"--dry-run"}),
+              (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
+
+    f.write("home/f", "x");
+    (void)Vault(world.store()).save({f.at("home/f"), f.at("home/gone")}, "rm f", "codex", f.at("home"));
+    run("vault");
+    world.ok({"hooks", "install", "gemini"});
+    json config = json::parse(f.read("home/.gemini/settings.json"));
+    EXPECT_EQ(config["hooks"].erase("BeforeTool"), 1U);
+    f.write("home/.gemini/settings.json", config.dump());
+    run("hooks status", {"status"});
+
+    EXPECT_EQ(document.seen(), document.documented());
+}
+
+// The manual page has the same names, in lines such as ".Cm id , root" and ".Op Cm label".
+TEST(Json, isInTheManualToo) {
+    const auto addWords = [](const std::string& text, std::set<std::string>& words) {
+        std::istringstream stream(text);
+        for (std::string word; stream >> word;)
+            if (word.size() > 1) words.insert(word);
+    };
+    const std::string manual = document("man/tidewrack.1");
+    const std::size_t start = manual.find(".Ss JSON output");
+    ASSERT_NE(start, manual.npos);
+    std::istringstream section(manual.substr(start, manual.find("\n.S", start) - start));
+    std::set<std::string> inManual;
+    static const std::regex names("\\.(It |Op )?Cm (.*)");
+    for (std::string line; std::getline(section, line);) {
+        std::smatch found;
+        if (std::regex_match(line, found, names)) addWords(found[2], inManual);
+    }
+    std::set<std::string> inDocument;
+    for (const std::string& name : JsonDocument().documented()) addWords(name.substr(name.find('.') + 1), inDocument);
+    EXPECT_EQ(inManual, inDocument);
+}
+
+TEST(Json, repairsNamesThatAreNotText) {
+    RestoreResult restore;
+    restore.restored = {"bad\xff"};
+    EXPECT_EQ(restoreJson(restore)["restored"], json{"bad\xef\xbf\xbd"});
+    EXPECT_EQ(changesJson({{}, {}, {"bad\xff"}, {"bad\xff"}})["folders"], json{"bad\xef\xbf\xbd"});
+}
