@@ -257,7 +257,8 @@ TEST(ShellGuard, judgesGitByItsSubcommand) {
          "/s /t /u /v /w /x"},
         {"echo x > .git/config", "p/.git/config ask"},
         {"rm -rf .git", "p/.git ask"},
-        {"rm .gitignore", "p/.gitignore"},
+        {"rm -rf .GIT; echo x > ../q/.Git/HEAD", "p/.GIT q/.Git/HEAD ask"},
+        {"rm .gitignore .gitx/.git-y a.git/.g", "p/.gitignore p/.gitx/.git-y p/a.git/.g"},
     });
     EXPECT_EQ(
         analyze("echo x > .git/config", plainContext()).verdict.reason,

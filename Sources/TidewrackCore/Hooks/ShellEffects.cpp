@@ -29,8 +29,16 @@ std::string refusal(std::string_view path) {
            ". If you really mean it, run it yourself.";
 }
 
+// Without regard to case: on many volumes ".GIT" is the same folder, and elsewhere asking once too often costs little.
 bool isInGitStore(std::string_view path) {
-    return path.ends_with("/.git") || path.find("/.git/") != std::string_view::npos;
+    constexpr std::string_view store = "/.git";
+    const auto sameLetter = [](char one, char other) { return (one >= 'A' && one <= 'Z' ? one | 32 : one) == other; };
+    while (true) {
+        const auto found = std::search(path.begin(), path.end(), store.begin(), store.end(), sameLetter);
+        if (found == path.end()) return false;
+        path.remove_prefix(static_cast<std::size_t>(found - path.begin()) + store.size());
+        if (path.empty() || path.front() == '/') return true;
+    }
 }
 
 // The nearest folder that a pattern names without glob characters.
