@@ -105,7 +105,8 @@ void liveOn(const World& world, std::mt19937& random) {
     }
 }
 
-// Spreads the snapshots over the last `days` days, the oldest first, some close together and a third of them recent.
+// Spreads the snapshots over the `days` days before noon, the oldest first, some close together and a third of them
+// recent. The time of day decides what falls into one hour, so that it is always the same.
 void spread(const World& world, std::mt19937& random, unsigned days) {
     const auto seqs = world.store().seqs(world.project());
     std::vector<unsigned> ages;
@@ -116,8 +117,7 @@ void spread(const World& world, std::mt19937& random, unsigned days) {
     }
     std::sort(ages.rbegin(), ages.rend());
     for (std::size_t i = 0; i < seqs.size(); ++i)
-        rewriteRecord(world, seqs[i],
-                      [&](SnapshotMeta& meta) { meta.created = now() - std::chrono::seconds(ages[i]); });
+        rewriteRecord(world, seqs[i], [&](SnapshotMeta& meta) { meta.created = noon - std::chrono::seconds(ages[i]); });
 }
 
 } // namespace
@@ -161,18 +161,17 @@ TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
             for (int step = 0; step < 9; ++step) liveOn(world, random);
             spread(world, random, 12U + 12U * static_cast<unsigned>(round));
             const Engine engine(world.store());
-            const Date at = now();
-            const PlainPrune plain = plainPrune(world, at);
+            const PlainPrune plain = plainPrune(world, noon);
             const std::string before = world.folder.listing("store");
-            const PruneResult dry = engine.prune(world.project(), at, true);
+            const PruneResult dry = engine.prune(world.project(), noon, true);
             EXPECT_EQ(world.folder.listing("store"), before);
-            const PruneResult result = engine.prune(world.project(), at, false);
+            const PruneResult result = engine.prune(world.project(), noon, false);
             EXPECT_EQ(result.removedSnapshots, plain.removedSnapshots);
             EXPECT_EQ(result.removedBlobs, plain.removedBlobs);
             EXPECT_EQ(dry.removedSnapshots, result.removedSnapshots);
             EXPECT_EQ(dry.removedBlobs, result.removedBlobs);
             EXPECT_EQ(blobsOf(world), plain.blobsLeft);
-            const PruneResult again = engine.prune(world.project(), at, false);
+            const PruneResult again = engine.prune(world.project(), noon, false);
             EXPECT_TRUE(again.removedSnapshots.empty() && again.removedBlobs == 0);
             for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
                 EXPECT_NO_THROW((void)world.store().manifest(meta, world.project()));
