@@ -383,6 +383,10 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     ProtectedFolders folders(context.home);
     EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));
     EXPECT_FALSE(folders.holdsFolder(root + "/work", false));
+
+    if (!std::filesystem::exists(root + "/WORK")) GTEST_SKIP() << "this volume minds case";
+    EXPECT_EQ(judgedHere("rm -rf ../WORK"), "WORK ask");
+    EXPECT_EQ(judgedHere("rm -rf ../home/DOCUMENTS"), "home/DOCUMENTS deny");
 }
 
 TEST_F(ShellGuardOnDisk, boundsWhatAPatternMayCost) {

@@ -1,6 +1,6 @@
 #include "Hooks/ShellEffects.hpp"
 
-#include <stdlib.h>
+#include "Support/Files.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -45,17 +45,6 @@ bool isInGitStore(std::string_view path) {
 std::string_view folderAbovePattern(std::string_view pattern) {
     const std::size_t glob = pattern.find_first_of("*?[");
     return parentFolder(pattern.substr(0, std::min(glob, pattern.size())));
-}
-
-// The canonical spelling, empty when nothing is there. The last component stays a link unless followed.
-std::string realPath(const std::string& path, Links links) {
-    const std::string resolvable = links == Links::followed ? path : std::string(parentFolder(path));
-    char* resolved = realpath(resolvable.c_str(), nullptr);
-    if (!resolved) return "";
-    std::string result = resolved;
-    free(resolved);
-    if (links == Links::itself) result = absolutePath(lastComponent(path), absolutePath(result, "/"));
-    return result;
 }
 
 } // namespace
@@ -110,7 +99,7 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
     askIfContainsProject(path, context_.projectRoots, decision_.verdict);
     if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
     if (++pathsMadeReal_ > maxPathsMadeReal) return;
-    const std::string real = realPath(path, links);
+    const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
     if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
 }
 

@@ -14,20 +14,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <climits>
-#include <cstdlib>
 
 namespace tidewrack {
 
 namespace {
-
-std::optional<std::string> resolved(const std::string& path) {
-    char* text = ::realpath(path.c_str(), nullptr);
-    if (text == nullptr) return std::nullopt;
-    std::string result(text);
-    std::free(text); // NOLINT: realpath allocates with malloc
-    return result;
-}
 
 std::string hexText(std::string_view bytes, std::size_t count) {
     static constexpr char digits[] = "0123456789abcdef";
@@ -65,21 +55,21 @@ Store Store::fromEnvironment(const Environment& environment) {
 
 std::string Store::canonical(const std::string& path) {
     std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
-    if (auto whole = resolved(text)) return *whole;
+    if (std::string whole = realPath(text); !whole.empty()) return whole;
     // Of a path that does not exist (yet), resolve what does.
     std::string tail;
     std::string head = text;
     while (head.size() > 1) {
         tail = "/" + std::string(lastComponent(head)) + tail;
         head = std::string(parentOf(head));
-        if (auto known = resolved(head)) return standardized(*known + tail);
+        if (const std::string known = realPath(head); !known.empty()) return standardized(known + tail);
     }
     return text;
 }
 
 std::string Store::canonicalPlace(const std::string& path) {
     std::string text = absolutePath(path, path.starts_with('/') ? std::string() : currentFolder());
-    return text == "/" ? text : joined(canonical(std::string(parentOf(text))), lastComponent(text));
+    return isLink(text) ? joined(canonical(std::string(parentOf(text))), lastComponent(text)) : canonical(text);
 }
 
 std::string Store::projectID(const std::string& root) {

@@ -2,6 +2,7 @@
 
 #include "Platform/Platform.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace tidewrack {
@@ -96,6 +98,26 @@ bool isFolder(const std::string& path) {
 bool exists(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) == 0;
+}
+
+bool isLink(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+std::string realPath(const std::string& path) {
+    char* text = ::realpath(path.c_str(), nullptr);
+    if (text == nullptr) return {};
+    std::string result(text);
+    std::free(text); // NOLINT: realpath allocates with malloc
+    return result;
+}
+
+std::string realPlace(const std::string& path) {
+    std::string whole = isLink(path) ? std::string() : realPath(path);
+    if (!whole.empty()) return whole;
+    const std::string parent = realPath(std::string(parentOf(path)));
+    return parent.empty() ? parent : joined(parent, lastComponent(path));
 }
 
 } // namespace tidewrack

@@ -47,5 +47,12 @@ void writeFileAtomically(const std::string& path, std::string_view bytes);
 
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
 [[nodiscard]] bool exists(const std::string& path);   // does not follow one
+[[nodiscard]] bool isLink(const std::string& path);
+
+// An absolute path as the disk spells it: symbolic links resolved and, on volumes that take several spellings for one
+// name, the name that was given to it. Empty when nothing is there.
+[[nodiscard]] std::string realPath(const std::string& path);
+// The same for the item itself: a symbolic link in last place is not followed, nor must anything be there.
+[[nodiscard]] std::string realPlace(const std::string& path);
 
 } // namespace tidewrack
