@@ -11,6 +11,7 @@
 #include <linux/btrfs.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/xattr.h>
 
 #include <atomic>
@@ -76,6 +77,21 @@ void expectShared(const std::string& one, const std::string& other) {
     EXPECT_EQ(extents, extentsOf(other)) << one << " and " << other;
     for (const Extent& extent : extents) EXPECT_TRUE(extent.shared) << one;
 }
+
+// The same folder under a second name.
+class SecondName {
+  public:
+    SecondName(const std::string& folder, std::string name) : name_(std::move(name)) {
+        EXPECT_EQ(makeFolders(name_, 0755), 0);
+        EXPECT_EQ(::mount(folder.c_str(), name_.c_str(), nullptr, MS_BIND, nullptr), 0) << std::strerror(errno);
+    }
+    SecondName(const SecondName&) = delete;
+    SecondName& operator=(const SecondName&) = delete;
+    ~SecondName() { EXPECT_EQ(::umount2(name_.c_str(), UMOUNT_NOFOLLOW), 0) << std::strerror(errno); }
+
+  private:
+    std::string name_;
+};
 
 // Whether the volume tells where a file's content lies, so that copies can be told from clones.
 bool tellsExtents(const VolumeKind& kind) {
@@ -328,4 +344,25 @@ TEST(VolumeTests, aFullVolumeCostsWhatDoesNotFitAndNothingElse) {
     on.world.folder.remove("volume/filling");
     on.world.ok({"snap"});
     EXPECT_FALSE(on.world.manifestOf(2).find("b-large")->notKept());
+}
+
+// On a volume that ignores case every folder has such names.
+TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
+    VolumeFixture on(tmpfsVolume);
+    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
+    const auto& f = on.world.folder;
+    on.write("file", "text");
+    on.world.ok({"track"});
+    const Vault vault(on.world.store());
+    const SecondName store(f.at("volume/store"), f.at("STORE"));
+    const SecondName whole(f.at("volume"), f.at("VOLUME"));
+    const std::vector<std::string> paths = {f.at("STORE"), f.at("STORE/projects"), f.at("VOLUME/store/vault")};
+    EXPECT_EQ(vault.save(paths, "rm", std::nullopt, "/").skipped, paths);
+
+    const VaultEntry around = vault.save({f.at("VOLUME")}, "rm", std::nullopt, "/");
+    const std::string saved = vault.store.home + "/vault/" + around.id + "/items/0";
+    EXPECT_TRUE(exists(saved + "/project/file"));
+    EXPECT_FALSE(exists(saved + "/store"));
+    EXPECT_EQ(vault.restore(around.id), std::vector<std::string>{"couldn't move " + f.at("VOLUME") +
+                                                                 " aside: it contains Tidewrack's own history"});
 }

@@ -55,6 +55,19 @@ const char* kindOf(const std::string& path) {
     return "file";
 }
 
+// Whether the item at the canonical `path` is the one at `folder` or lies in it. What is on disk decides, because the
+// same folder may be reached under several names.
+bool liesIn(std::string_view path, const std::string& folder) {
+    Attributes wanted;
+    Attributes found;
+    if (attributesAt(AT_FDCWD, folder.c_str(), wanted) != 0) return false;
+    for (; !path.empty(); path = path == "/" ? std::string_view() : parentOf(path))
+        if (attributesAt(AT_FDCWD, std::string(path).c_str(), found) == 0 && found.ino == wanted.ino &&
+            found.device == wanted.device)
+            return true;
+    return false;
+}
+
 // Saves paths into one entry's folder.
 class Saver {
   public:
@@ -67,9 +80,8 @@ class Saver {
 
     // False when the path was not saved. What inside a folder could not be read goes to the entry's `skipped`.
     [[nodiscard]] bool save(const std::string& path, const std::optional<EarlierCopy>& earlier, VaultEntry& entry) {
-        const std::string place = Store::canonicalPlace(path);
-        if (passed(deadline_) || isAtOrBelow(place, store_)) return false;
-        CopyLimits limits{isAtOrBelow(store_, place) ? store_ : std::string(), deadline_, earlier};
+        if (passed(deadline_) || liesIn(Store::canonicalPlace(path), store_)) return false;
+        CopyLimits limits{store_, deadline_, earlier};
         VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
         if (item.kind == "dir" && isTooLarge(path, limits)) return false;
         std::vector<std::string> unsaved;
@@ -192,7 +204,7 @@ void Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, D
     }
     if (exists(original)) {
         const std::string cannotMove = "couldn't move " + original + " aside: ";
-        if (isAtOrBelow(Store::canonical(store.home), Store::canonicalPlace(original))) {
+        if (liesIn(Store::canonical(store.home), original)) {
             messages.push_back(cannotMove + "it contains Tidewrack's own history");
             return;
         }
