@@ -51,6 +51,7 @@ int runTool(std::vector<std::string> words) {
 std::vector<std::string> makeCommand(const VolumeKind& kind, const std::string& image) {
     const std::string tool = std::string("mkfs.") + kind.type;
     if (kind.type == std::string("xfs")) return {tool, "-q", "-m", kind.clones ? "reflink=1" : "reflink=0", image};
+    if (kind.wholeSeconds) return {tool, "-q", "-I", "128", image}; // inodes without room for more
     return {tool, "-q", image};
 }
 

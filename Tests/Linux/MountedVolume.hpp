@@ -9,15 +9,17 @@
 namespace tidewrack::testing {
 
 struct VolumeKind {
-    const char* name; // for the test's name
-    const char* type; // the usual name of its type
-    bool clones;      // whether its files can share blocks
+    const char* name;          // for the test's name
+    const char* type;          // the usual name of its type
+    bool clones;               // whether its files can share blocks
+    bool wholeSeconds = false; // whether its times are kept in whole seconds (ext4)
 };
 
 inline constexpr VolumeKind btrfsVolume{"btrfs", "btrfs", true};
 inline constexpr VolumeKind xfsVolume{"xfs", "xfs", true};
 inline constexpr VolumeKind plainXfsVolume{"xfsWithoutReflink", "xfs", false};
 inline constexpr VolumeKind ext4Volume{"ext4", "ext4", false};
+inline constexpr VolumeKind coarseVolume{"ext4InWholeSeconds", "ext4", false, true};
 inline constexpr VolumeKind tmpfsVolume{"tmpfs", "tmpfs", false};
 inline constexpr VolumeKind overlayVolume{"overlay", "overlay", false};
 

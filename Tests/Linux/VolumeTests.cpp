@@ -366,3 +366,15 @@ TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
     EXPECT_EQ(vault.restore(around.id), std::vector<std::string>{"couldn't move " + f.at("VOLUME") +
                                                                  " aside: it contains Tidewrack's own history"});
 }
+
+TEST(VolumeTests, aSecondChangeWithinOneSecondIsSeen) {
+    VolumeFixture on(coarseVolume);
+    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
+    using std::chrono::system_clock;
+    const auto second = std::chrono::ceil<std::chrono::seconds>(system_clock::now());
+    std::this_thread::sleep_until(second + std::chrono::milliseconds(50));
+    on.write("file", "first");
+    on.world.ok({"track"});
+    on.write("file", "other");
+    EXPECT_EQ(on.world.ok({"snap"}).find("#2  +0 ~1 -0 since"), 0U);
+}

@@ -25,6 +25,7 @@ constexpr int copyTries = 4;
 // Volumes stamp changes with a clock that ticks this slowly. A content copied later than one tick after its file's
 // latest change can't be changed again without a new time.
 constexpr std::int64_t clockTick = 10'000'000;
+constexpr std::int64_t coarseTick = 2'000'000'000; // of volumes that keep whole seconds, or every second one
 
 struct KeepJob {
     ManifestBuilder::Handle item;
@@ -35,8 +36,9 @@ struct KeepJob {
 
 void waitUntilSettled(std::int64_t ctime) {
     using namespace std::chrono;
+    const std::int64_t tick = ctime % 1'000'000'000 == 0 ? coarseTick : clockTick;
     const auto age = duration_cast<nanoseconds>(system_clock::now().time_since_epoch()).count() - ctime;
-    if (age >= 0 && age < clockTick) std::this_thread::sleep_for(nanoseconds(clockTick - age));
+    if (age >= 0 && age < tick) std::this_thread::sleep_for(nanoseconds(tick - age));
 }
 
 // The content folder of a snapshot being taken: removed again unless the snapshot was recorded.
