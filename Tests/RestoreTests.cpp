@@ -1,6 +1,7 @@
 #include "Support/TestHistory.hpp"
 
 #include "Engine/Engine.hpp"
+#include "Engine/Spelling.hpp"
 #include "Platform/Platform.hpp"
 #include "Support/Errors.hpp"
 
@@ -330,4 +331,39 @@ TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
     world.ok({"restore", "1", "--keep-new"});
     EXPECT_EQ(f.read("outside"), "not yours");
     EXPECT_EQ(f.read("project/a.txt"), "first\n");
+}
+
+TEST_F(RestoreTest, takesAnySpellingOnAVolumeThatIgnoresCase) {
+    const auto& f = world.folder;
+    f.write("project/caf\u00e9", "one code point");
+    world.ok({"snap"});
+    if (!volumeIgnoresCase(f.path())) {
+        EXPECT_EQ(world.run({"cat", "2", "A.TXT"}).err, "tidewrack: A.TXT isn't in snapshot #2\n");
+        GTEST_SKIP() << "this volume minds case";
+    }
+    EXPECT_EQ(world.ok({"cat", "2", "A.TXT"}), "first\n");
+    EXPECT_EQ(world.ok({"cat", "2", "cafe\u0301"}), "one code point");
+    f.remove("project/src");
+    EXPECT_EQ(world.ok({"restore", "2", "SRC/Main.c"}).find("Restored 1 file, removed 0 files."), 0U);
+    EXPECT_EQ(f.read("project/src/main.c"), "int main;\n");
+    // A file that only changed its name's case gets the old one back.
+    ASSERT_EQ(::rename(f.at("project/a.txt").c_str(), f.at("project/A.txt").c_str()), 0);
+    world.ok({"restore", "2", "a.TXT"});
+    EXPECT_NE(f.listing("project").find("a.txt 420 = first\n"), std::string::npos);
+    EXPECT_EQ(f.listing("project").find("A.txt"), std::string::npos);
+}
+
+TEST(Spelling, isTheOneOfTheListings) {
+    const auto listing = [](std::initializer_list<const char*> paths) {
+        ManifestBuilder builder;
+        for (const char* path : paths) builder.add(path, {});
+        return builder.finish();
+    };
+    const Manifest then = listing({"README", "src", "src/caf\u00e9", "stra\u00dfe"});
+    const Manifest today = listing({"ReadMe", "src", "src/caf\u00e9"});
+    using Paths = std::vector<std::string>;
+    EXPECT_EQ(asListed({"readme", "SRC/Cafe\u0301", "gone", ""}, {&then, &today}),
+              (Paths{"README", "ReadMe", "src/caf\u00e9", "gone", ""}));
+    EXPECT_EQ(asListed({"README"}, {&then, &today}), (Paths{"README", "ReadMe"}));
+    EXPECT_EQ(asListed({"Src", "src/cafe"}, {&today}), (Paths{"src", "src/cafe"}));
 }

@@ -14,6 +14,14 @@ TEST(Text, countsAndCutsByWhatAPersonSees) {
               3u);
 }
 
+TEST(Text, foldsWhatAVolumeWithoutCaseTakesForOne) {
+    EXPECT_EQ(caseFolded("R\u00C9SUM\u00c9.Md"), caseFolded("re\u0301sume\u0301.md"));
+    EXPECT_EQ(caseFolded("STRASSE"), caseFolded("stra\u00dfe"));
+    EXPECT_NE(caseFolded("e.md"), caseFolded("\u00e9.md"));
+    EXPECT_EQ(caseFolded("A\xff"), "A\xff");
+    EXPECT_EQ(caseFolded(""), "");
+}
+
 TEST(Text, repairsOnlyWhatIsBroken) {
     EXPECT_EQ(repairedUtf8("na\u00efve"), "na\u00efve");
     EXPECT_EQ(repairedUtf8("a\xff"

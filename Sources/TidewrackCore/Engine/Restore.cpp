@@ -2,6 +2,7 @@
 // while it is exactly what that snapshot recorded, so nothing is destroyed that cannot be brought back.
 
 #include "Engine/RestoreRun.hpp"
+#include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
 #include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
@@ -41,6 +42,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
         listed.push_back(relative(project, path));
     const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
+    if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
     RestoreResult result = apply(lock, project, target, scope, safety, removeNew);
     for (const std::string& path : listed)

@@ -3,6 +3,7 @@
 
 #include "Engine/CloneAll.hpp"
 #include "Engine/Engine.hpp"
+#include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
 #include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
@@ -300,6 +301,8 @@ std::optional<std::string> Engine::contentPath(const Project& project, std::int6
     const std::string wanted = relative(project, path);
     const Manifest manifest = store.manifest(store.snapshot(project, seq), project);
     const Entry* entry = manifest.find(wanted);
+    if (entry == nullptr && volumeIgnoresCase(project.root))
+        entry = manifest.find(asListed({wanted}, {&manifest}).front());
     if (entry == nullptr || entry->kind != EntryKind::file) return std::nullopt;
     return store.blobPath(project, entry->blob);
 }

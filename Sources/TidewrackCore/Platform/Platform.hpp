@@ -135,6 +135,9 @@ struct TreeSize {
 // Whether the volume that holds the folder `path` can share blocks between files.
 [[nodiscard]] bool volumeClones(const std::string& path);
 
+// Whether names in the folder `path` are found in any case, so that one file has many spellings.
+[[nodiscard]] bool volumeIgnoresCase(const std::string& path);
+
 // --- Process ----------------------------------------------------------------------------------------------------
 
 // Writes all bytes; EPIPE is returned, never raised as a signal, and the signal's disposition stays as it was.

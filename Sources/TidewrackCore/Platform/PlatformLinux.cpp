@@ -328,6 +328,10 @@ bool volumeClones(const std::string& path) {
     return ::ioctl(target.get(), FICLONE, source.get()) == 0 || errno != EOPNOTSUPP;
 }
 
+bool volumeIgnoresCase(const std::string&) {
+    return false; // the volumes that projects lie on here take names byte for byte
+}
+
 void disableSigpipe(int) {} // no such switch on pipes here
 
 std::string executablePath() {

@@ -164,6 +164,10 @@ bool volumeClones(const std::string& path) {
     return volumeType(path) == "apfs";
 }
 
+bool volumeIgnoresCase(const std::string& path) {
+    return ::pathconf(path.c_str(), _PC_CASE_SENSITIVE) == 0;
+}
+
 void disableSigpipe(int fd) {
     (void)::fcntl(fd, F_SETNOSIGPIPE, 1);
 }

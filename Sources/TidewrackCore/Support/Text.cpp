@@ -2,6 +2,8 @@
 
 #include <utf8proc.h>
 
+#include <cstdlib>
+
 namespace tidewrack {
 
 namespace {
@@ -106,6 +108,17 @@ bool isLetterOrNumber(std::string_view character) {
 
 std::string lowercased(std::string_view text) {
     return mapped(text, utf8proc_tolower);
+}
+
+std::string caseFolded(std::string_view text) {
+    utf8proc_uint8_t* folded = nullptr;
+    const auto options = static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD);
+    const auto length = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                     static_cast<utf8proc_ssize_t>(text.size()), &folded, options);
+    if (length < 0) return std::string(text);
+    std::string result(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
+    std::free(folded); // NOLINT: utf8proc allocates with malloc
+    return result;
 }
 
 } // namespace tidewrack

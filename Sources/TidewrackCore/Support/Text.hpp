@@ -32,4 +32,8 @@ namespace tidewrack {
 // Lower case by code point, for the whole of Unicode.
 [[nodiscard]] std::string lowercased(std::string_view text);
 
+// The form that texts share when they differ only in case or in how their characters are composed. Text that is not
+// UTF-8 comes back unchanged.
+[[nodiscard]] std::string caseFolded(std::string_view text);
+
 } // namespace tidewrack
