@@ -127,6 +127,10 @@ struct TreeSize {
 // Removes a file, a link or a folder with everything in it. Returns the first errno value; the rest is still removed.
 [[nodiscard]] int removeTree(const std::string& path);
 
+// Takes away a file's or folder's access list where such a list can forbid its owner to remove the item or what is in
+// it: copies have the lists of what they were made from. Nothing happens where that fails.
+void dropAccessList(Place item);
+
 // --- Volumes ----------------------------------------------------------------------------------------------------
 
 // The usual name of the type of the volume that holds `path` ("apfs", "ext4", "btrfs", ...); empty when unknown.

@@ -283,6 +283,8 @@ void copyOpenExtendedAttributes(int source, int target) {
     copyOpenAttributes(source, target);
 }
 
+void dropAccessList(Place) {} // no access list can do that here
+
 namespace {
 
 struct VolumeName {

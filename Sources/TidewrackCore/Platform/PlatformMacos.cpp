@@ -154,6 +154,16 @@ void copyOpenExtendedAttributes(int source, int target) {
     (void)::fcopyfile(source, target, nullptr, COPYFILE_XATTR | COPYFILE_ACL);
 }
 
+// The folders of a home, for one, come with "everyone deny delete".
+void dropAccessList(Place item) {
+    const Descriptor file(::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    filesec_t change = ::filesec_init();
+    if (change == nullptr) return;
+    if (file && ::filesec_set_property(change, FILESEC_ACL, _FILESEC_REMOVE_ACL) == 0)
+        (void)::fchmodx_np(file.get(), change);
+    ::filesec_free(change);
+}
+
 std::string volumeType(const std::string& path) {
     struct statfs volume {};
     if (::statfs(path.c_str(), &volume) != 0) return {};

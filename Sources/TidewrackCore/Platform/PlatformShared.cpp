@@ -85,14 +85,23 @@ int removeContents(int folder, const char* name) {
     return first;
 }
 
+// Tries once more without the access list that may forbid it.
+int unlinkItem(int folder, const char* name, int flags) {
+    if (::unlinkat(folder, name, flags) == 0) return 0;
+    if (errno != EACCES && errno != EPERM) return errno;
+    dropAccessList({folder, name});
+    return ::unlinkat(folder, name, flags) == 0 ? 0 : errno;
+}
+
 int removeTreeAt(int folder, const char* name) {
     Attributes attributes;
     if (const int error = attributesAt(folder, name, attributes)) return error == ENOENT ? 0 : error;
-    if (attributes.kind != Attributes::Kind::folder) return ::unlinkat(folder, name, 0) == 0 ? 0 : errno;
+    if (attributes.kind != Attributes::Kind::folder) return unlinkItem(folder, name, 0);
     if ((attributes.mode & 0700) != 0700) (void)::fchmodat(folder, name, 0700, 0);
+    dropAccessList({folder, name}); // it may protect what is in the folder
     const int error = removeContents(folder, name);
-    if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return 0;
-    return error != 0 ? error : errno;
+    const int own = unlinkItem(folder, name, AT_REMOVEDIR);
+    return own != 0 && error != 0 ? error : own;
 }
 
 } // namespace
