@@ -4,6 +4,7 @@
 #include "Support/Files.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <random>
@@ -195,6 +196,23 @@ TEST(Retention, sweepsUpWhatADeadSnapshotLeft) {
     EXPECT_FALSE(world.folder.has(store + "/blobs/2"));
     EXPECT_TRUE(world.folder.has(store + "/blobs/notes/mine"));
     EXPECT_EQ(world.ok({"cat", "1", "a"}), "a");
+}
+
+TEST(Retention, oneContentThatCannotBeRemovedKeepsNoOther) {
+    World world;
+    world.folder.write("project/a", "a");
+    world.ok({"track"});
+    const std::string blobs = "store/projects/" + world.project().id + "/blobs";
+    for (int seq = 2; seq < 10; ++seq)
+        for (const char* name : {"/0", "/1"}) world.folder.write(blobs + "/" + std::to_string(seq) + name, "unclaimed");
+    const std::string report = unprivileged(world.folder, [&] {
+        ::chmod(world.folder.at(blobs + "/5").c_str(), 0500);
+        return world.run({"prune"}).err;
+    });
+    EXPECT_EQ(report.find("tidewrack: can't remove " + world.folder.at(blobs + "/5/")), 0U) << report;
+    auto left = listFolder(world.folder.at(blobs)).value();
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, (std::vector<std::string>{"1", "5"}));
 }
 
 TEST(Retention, pinning) {

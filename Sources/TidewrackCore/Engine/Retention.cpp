@@ -59,14 +59,18 @@ class UnclaimedContents {
         }
     }
 
+    // One that cannot be removed does not keep the others; the first is told at the end.
     void remove() const {
+        std::optional<TidewrackError> failure;
         for (const auto& [name, contents] : folders_) {
             const std::string path = folder_ + "/" + name;
-            for (const std::string& content : contents)
-                if (const int error = removeTree(path + "/" + content))
-                    throw TidewrackError::io("remove", path + "/" + content, error);
+            for (const std::string& content : contents) {
+                const int error = removeTree(path + "/" + content);
+                if (error != 0 && !failure) failure = TidewrackError::io("remove", path + "/" + content, error);
+            }
             (void)::rmdir(path.c_str()); // stays while something in it is still in use
         }
+        if (failure) throw *failure;
     }
 
   private:
