@@ -17,8 +17,6 @@ namespace tidewrack {
 
 namespace {
 
-constexpr const char* gitPath = "/usr/bin/git";
-
 // A pipe whose ends no child inherits unless it is told to.
 bool makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
     int ends[2];
@@ -43,7 +41,7 @@ bool GitIgnore::insideRepo(const std::string& path) {
 }
 
 std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root) {
-    if (!insideRepo(root) || ::access(gitPath, X_OK) != 0) return nullptr;
+    if (!insideRepo(root) || gitProgram().empty()) return nullptr;
     return std::make_unique<GitIgnore>(root);
 }
 
@@ -61,15 +59,16 @@ void GitIgnore::launch() {
     Descriptor childInput;
     Descriptor childOutput;
     if (!makePipe(childInput, input_) || !makePipe(output_, childOutput)) return;
-    std::array<const char*, 9> arguments = {gitPath, "-C",        root_.c_str(),    "check-ignore", "--stdin",
-                                            "-z",    "--verbose", "--non-matching", nullptr};
+    const std::string program = gitProgram();
+    std::array<const char*, 9> arguments = {
+        program.c_str(), "-C", root_.c_str(), "check-ignore", "--stdin", "-z", "--verbose", "--non-matching", nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, childInput.get(), STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, childOutput.get(), STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const int error = ::posix_spawn(&process_, gitPath, &actions, nullptr, const_cast<char* const*>(arguments.data()),
-                                    environ); // NOLINT: spawn's signature
+    const int error = ::posix_spawn(&process_, program.c_str(), &actions, nullptr,
+                                    const_cast<char* const*>(arguments.data()), environ); // NOLINT: spawn's signature
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) return;
     disableSigpipe(input_.get());

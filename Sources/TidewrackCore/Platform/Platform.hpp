@@ -164,6 +164,9 @@ class [[nodiscard]] TerminationIgnored {
     struct sigaction onHangUp_ {};
 };
 
+// The system's git program; empty when there is none, or only a stand-in that would offer to install it.
+[[nodiscard]] std::string gitProgram();
+
 [[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
 [[nodiscard]] std::string currentFolder();    // empty when it cannot be told
 [[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told

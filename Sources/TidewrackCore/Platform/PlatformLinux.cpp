@@ -342,6 +342,11 @@ std::string executablePath() {
     return length <= 0 ? std::string() : std::string(path, static_cast<std::size_t>(length));
 }
 
+std::string gitProgram() {
+    constexpr const char* path = "/usr/bin/git";
+    return ::access(path, X_OK) == 0 ? path : "";
+}
+
 std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     std::array<std::uint8_t, 32> digest{};
     SHA256_CTX context;

@@ -191,6 +191,15 @@ std::string executablePath() {
     return path;
 }
 
+// /usr/bin/git is always there. It starts the git of the developer tools that are chosen or found in one of the usual
+// places, and shows a dialog where there are none.
+std::string gitProgram() {
+    for (const char* tools : {"/var/db/xcode_select_link", "/Applications/Xcode.app/Contents/Developer",
+                              "/Library/Developer/CommandLineTools"})
+        if (::access((std::string(tools) + "/usr/bin/git").c_str(), X_OK) == 0) return "/usr/bin/git";
+    return {};
+}
+
 std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     std::array<std::uint8_t, 32> digest{};
     CC_SHA256(bytes.data(), static_cast<CC_LONG>(bytes.size()), digest.data());
