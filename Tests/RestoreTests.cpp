@@ -1,4 +1,5 @@
 #include "Support/TestHistory.hpp"
+#include "Support/VolumeFacts.hpp"
 
 #include "Engine/Engine.hpp"
 #include "Engine/Spelling.hpp"
@@ -22,8 +23,8 @@ class RestoreTest : public ::testing::Test {
         f.write("project/a.txt", "first\n");
         f.write("project/src/main.c", "int main;\n");
         f.write("project/src/deep/er/x", "x");
-        f.write("project/bad\xff name", "bytes");
-        f.write("project/bad\xfe name", "other bytes");
+        f.write(ofAnyBytes("project/bad\xff name"), "bytes");
+        f.write(ofAnyBytes("project/bad\xfe name"), "other bytes");
         f.write("project/tab\there\\\n", "odd");
         f.link("project/link", "a.txt");
         f.link("project/dangling", "no/where");
@@ -49,7 +50,7 @@ class RestoreTest : public ::testing::Test {
 TEST_F(RestoreTest, bringsBackAFolderThatWasEmptied) {
     for (const char* name :
          {"a.txt", "src", "bad\xff name", "bad\xfe name", "tab\there\\\n", "link", "dangling", "empty"})
-        world.folder.remove(world.projectFile(name));
+        world.folder.remove(world.projectFile(ofAnyBytes(name)));
     const std::string out = world.ok({"restore", "1"});
     EXPECT_EQ(out, "Restored 8 files, removed 0 files. Undo this with: tidewrack restore 2\n");
     expectAsBefore();

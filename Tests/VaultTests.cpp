@@ -1,4 +1,5 @@
 #include "Support/TestFolders.hpp"
+#include "Support/VolumeFacts.hpp"
 
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -9,9 +10,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
-#ifdef __linux__
-#include <sys/xattr.h>
-#endif
 
 #include <fstream>
 #include <regex>
@@ -63,7 +61,7 @@ std::string repeated(const std::string& text, int count) {
 TEST_F(VaultTest, putsBackEverythingAsItWas) {
     folder.write("home/notes/a.txt", "first");
     folder.write("home/notes/deep/er/run.sh", "#!/bin/sh\n");
-    folder.write("home/notes/odd\n name\xff", "bytes");
+    folder.write(ofAnyBytes("home/notes/odd\n name\xff"), "bytes");
     folder.write("home/secret", "key");
     folder.link("home/notes/link", "../secret");
     folder.link("home/dangling", "no/where");
@@ -74,9 +72,7 @@ TEST_F(VaultTest, putsBackEverythingAsItWas) {
     ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/notes/a.txt").c_str(), 1'234'567'890'123'456'789), 0);
     ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/notes/deep").c_str(), -1'500'000'000), 0);
     ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/dangling").c_str(), 86'400'000'000'007), 0);
-#ifdef __linux__
-    ASSERT_EQ(::setxattr(folder.at("home/notes/a.txt").c_str(), "user.tag", "blue", 4, 0), 0);
-#endif
+    ASSERT_TRUE(setExtendedAttribute(folder.at("home/notes/a.txt"), "user.tag", "blue"));
     const std::string before = folder.listing("home");
     const VaultEntry entry = save({"home/notes", "home/secret", "home/dangling", "home/missing"});
 
@@ -96,10 +92,7 @@ TEST_F(VaultTest, putsBackEverythingAsItWas) {
     EXPECT_EQ(attributes("home/notes/a.txt").mtime, 1'234'567'890'123'456'789);
     EXPECT_EQ(attributes("home/notes/deep").mtime, -1'500'000'000);
     EXPECT_EQ(attributes("home/dangling").mtime, 86'400'000'000'007);
-#ifdef __linux__
-    char value[8];
-    EXPECT_EQ(::getxattr(folder.at("home/notes/a.txt").c_str(), "user.tag", value, sizeof value), 4);
-#endif
+    EXPECT_EQ(extendedAttribute(folder.at("home/notes/a.txt"), "user.tag"), "blue");
 }
 
 TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
