@@ -101,6 +101,16 @@ class HookHandlerTest : public ::testing::Test {
         return lines;
     }
 
+    // The paths that the vault holds copies of, sorted; it is emptied.
+    std::vector<std::string> savedOutside() const {
+        std::vector<std::string> paths;
+        for (const VaultEntry& entry : Vault(world.store()).entries())
+            for (const VaultEntry::Item& item : entry.items) paths.push_back(item.original);
+        world.folder.remove("store/vault");
+        std::sort(paths.begin(), paths.end());
+        return paths;
+    }
+
     World world;
     std::string home;
     std::string project;
@@ -250,9 +260,17 @@ TEST_F(HookHandlerTest, snapshotsEveryProjectThatACommandReaches) {
     world.folder.link("project/link", home + "/outside.txt");
     EXPECT_EQ(shell("echo > link"), HookOutput{});
     EXPECT_EQ(log(), Lines{"claude PreToolUse allow echo > link → #3 " + project + "; vault ID: 1 saved, 0 skipped"});
-    const auto entries = Vault(world.store()).entries();
-    const auto isFile = [&](const VaultEntry& entry) { return entry.items.at(0).original == home + "/outside.txt"; };
-    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), isFile));
+    EXPECT_EQ(savedOutside(), (Lines{all, home + "/outside.txt"}));
+
+    // A folder that a link leads to is saved when the command goes through the link, and only then.
+    world.folder.write("home/data/f", "x");
+    world.folder.link("project/data", home + "/data");
+    EXPECT_EQ(shell("rm -rf data"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm -rf data → #4 " + project});
+    for (const char* command : {"find data/ -delete", "chmod -R 000 data", "rsync -a --delete src/ data"}) {
+        EXPECT_EQ(shell(command), HookOutput{});
+        EXPECT_EQ(savedOutside(), Lines{home + "/data"}) << command;
+    }
 }
 
 TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {

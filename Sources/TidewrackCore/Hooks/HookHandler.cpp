@@ -169,7 +169,9 @@ class HookCall {
             if (!addHolder(isLink ? std::string(parentOf(place)) : place, touched.projects))
                 touched.outside.push_back(target);
             // A link may be removed, or written through.
-            if (isLink && !addHolder(end, touched.projects) && isFile(end)) touched.outside.push_back(end);
+            const bool follows =
+                std::binary_search(decision.followed.begin(), decision.followed.end(), target) || isFile(end);
+            if (isLink && !addHolder(end, touched.projects) && follows) touched.outside.push_back(end);
             for (const Project& project : projects_)
                 if (isAtOrBelow(project.root, end) && isFolder(project.root)) add(project, touched.projects);
         }

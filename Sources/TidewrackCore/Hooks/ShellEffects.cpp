@@ -76,7 +76,7 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
 void Effects::target(std::string path, std::string_view cwd, Links links) {
     if (full() && !protected_.holdsText(path)) return opaque(cwd);
     targetBytes_ += path.size();
-    if (links == Links::followed) followed_.push_back(path);
+    if (links == Links::followed) decision_.followed.push_back(path);
     decision_.targets.push_back(std::move(path));
 }
 
@@ -112,9 +112,9 @@ void Effects::opaque(std::string_view folder) {
 void Effects::denyCatastrophes() {
     for (const std::string& path : decision_.targets)
         if (protected_.holdsText(path)) return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
-    std::sort(followed_.begin(), followed_.end());
     for (const std::string& path : decision_.targets) {
-        const bool followLink = std::binary_search(followed_.begin(), followed_.end(), path);
+        const auto& followed = decision_.followed;
+        const bool followLink = std::binary_search(followed.begin(), followed.end(), path);
         if (protected_.holdsFolder(path, followLink))
             return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
     }
@@ -122,10 +122,11 @@ void Effects::denyCatastrophes() {
 
 Decision Effects::decide() {
     auto& targets = decision_.targets;
-    targets.erase(
-        std::remove_if(targets.begin(), targets.end(), [](const auto& path) { return path.starts_with("/dev/"); }),
-        targets.end());
-    sortAndDedupe(targets);
+    for (auto* paths : {&targets, &decision_.followed}) {
+        const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
+        paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
+        sortAndDedupe(*paths);
+    }
     sortAndDedupe(decision_.opaqueDirs);
     denyCatastrophes();
     const auto inGitStore = std::find_if(targets.begin(), targets.end(), isInGitStore);

@@ -56,7 +56,6 @@ class Effects {
     ProtectedFolders protected_;
     GlobMatcher glob_;
     Decision decision_;
-    std::vector<std::string> followed_; // targets whose links are followed
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
 };

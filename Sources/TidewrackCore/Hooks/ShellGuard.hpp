@@ -35,6 +35,8 @@ struct Verdict {
 struct Decision {
     Verdict verdict;
     std::vector<std::string> targets;    // absolute paths that may be deleted or overwritten: sorted, each once
+    std::vector<std::string> followed;   // those of them that, where they are links, are not meant themselves: what
+                                         // they lead to is; sorted, each once
     bool opaque = false;                 // part of the effect cannot be known without running the command
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
 
