@@ -225,6 +225,18 @@ TEST_F(HookHandlerTest, startsTrackingGitRepositories) {
                                                                            oneLine("rm " + home + "/other/f", 80) +
                                                                            " → #1 " + home + "/other"}));
 
+    // A whole repository is saved with git's own store as well: nobody was asked about a project unknown until now.
+    world.folder.write("home/whole/.git/HEAD", "x");
+    world.folder.link("project/repo", home + "/whole");
+    EXPECT_EQ(shell("rm -rf ~/whole"), HookOutput{});
+    EXPECT_EQ(log(),
+              (Lines{"- track auto-tracked " + home + "/whole",
+                     "claude PreToolUse allow rm -rf ~/whole → #1 " + home + "/whole; vault ID: 1 saved, 0 skipped"}));
+    EXPECT_EQ(savedOutside(), Lines{home + "/whole"});
+    EXPECT_EQ(shell("find repo/ -name HEAD -delete"), HookOutput{});
+    EXPECT_EQ(savedOutside(), Lines{}) << "its second snapshot suffices";
+    (void)log();
+
     world.folder.makeFolder("home/.git"); // the home folder is too broad
     EXPECT_EQ(gitRoot(home + "/x/y"), home);
     EXPECT_EQ(answer(Agent::gemini, Kind::prompt, home, "Go"), HookOutput{});

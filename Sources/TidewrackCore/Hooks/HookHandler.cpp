@@ -85,6 +85,7 @@ class HookCall {
         shell::Context context{Store::canonical(event_.cwd), handler_.home, handler_.environment, {}};
         for (const Project& project : projects_) context.projectRoots.push_back(project.root);
         const shell::Decision decision = shell::analyze(command, context);
+        unjudged_.clear();
         const auto verdict = decision.verdict.kind;
         if (verdict == shell::Verdict::Kind::deny) {
             log(event_.name, "deny " + oneLine(command, commandLogLength));
@@ -169,11 +170,15 @@ class HookCall {
             if (!addHolder(isLink ? std::string(parentOf(place)) : place, touched.projects))
                 touched.outside.push_back(target);
             // A link may be removed, or written through.
-            const bool follows =
-                std::binary_search(decision.followed.begin(), decision.followed.end(), target) || isFile(end);
+            const bool follows = !isLink || isFile(end) ||
+                                 std::binary_search(decision.followed.begin(), decision.followed.end(), target);
             if (isLink && !addHolder(end, touched.projects) && follows) touched.outside.push_back(end);
-            for (const Project& project : projects_)
-                if (isAtOrBelow(project.root, end) && isFolder(project.root)) add(project, touched.projects);
+            for (const Project& project : projects_) {
+                if (!isAtOrBelow(project.root, end) || !isFolder(project.root)) continue;
+                add(project, touched.projects);
+                // Nobody was asked about a project unknown when the guard judged, and its snapshot lacks git's store.
+                if (follows && unjudged_.contains(project.root)) touched.outside.push_back(isLink ? end : target);
+            }
         }
         for (const std::string& folder : decision.opaqueDirs)
             if (const auto project = projectFor(folder)) add(*project, touched.projects);
@@ -216,6 +221,7 @@ class HookCall {
             untrackable_.insert(*root);
             return std::nullopt;
         }
+        unjudged_.insert(*root);
         handler_.log.append("-", "track", start, "auto-tracked " + *root);
         return projects_.back();
     }
@@ -265,6 +271,7 @@ class HookCall {
     HookEvent event_;
     std::vector<Project> projects_; // all tracked ones
     bool mayTrack_ = true;
+    std::set<std::string> unjudged_;    // roots of projects that the guard did not know when it judged
     std::set<std::string> untrackable_; // repositories that could not be tracked in this call
 };
 
