@@ -361,6 +361,10 @@ TEST_F(HookHandlerTest, namesWhatItCouldNotSaveInTime) {
     EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm -rf src ~/outside.txt → skipped " + project +
                            "; vault ID: 0 saved, 1 skipped"});
     EXPECT_EQ(Vault(world.store()).entries().front().skipped, Lines{home + "/outside.txt"});
+    world.folder.write("home/repo/.git/HEAD", "x");
+    EXPECT_EQ(shell("rm ~/repo/f"), HookOutput{});
+    EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm ~/repo/f → vault ID: 0 saved, 1 skipped"})
+        << "too late to count a repository";
 
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
     EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 1 skipped"});

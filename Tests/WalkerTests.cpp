@@ -181,6 +181,23 @@ TEST_F(WalkerTest, aGitThatFailsIgnoresNothing) {
     EXPECT_FALSE(ignore != nullptr && ignore->isIgnored(std::string_view("a\0b", 3)));
 }
 
+TEST_F(WalkerTest, waitsForGitNoLongerThanItMay) {
+    if (!git(f.path(), "init -q")) GTEST_SKIP() << "no git";
+    f.write(".gitignore", "build\n");
+    f.makeFolder("build");
+    const auto late = std::chrono::steady_clock::now();
+    EXPECT_TRUE(GitIgnore::open(f.path(), late)->isIgnored("build")) << "a git that answers is listened to";
+    f.remove(".gitignore");
+    ASSERT_EQ(::mkfifo(f.at(".gitignore").c_str(), 0600), 0); // git waits for somebody to write into it
+    const auto began = std::chrono::steady_clock::now();
+    {
+        const auto ignore = GitIgnore::open(f.path(), began);
+        EXPECT_FALSE(ignore->isIgnored("build"));
+        EXPECT_FALSE(ignore->isIgnored("sub/build"));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));
+}
+
 TEST_F(WalkerTest, refusesARootThatIsNoFolder) {
     f.write("file", "");
     f.makeFolder("folder");

@@ -23,8 +23,8 @@ struct SnapshotRequest {
     std::optional<std::string> agent;
     std::optional<std::string> session;
     std::optional<std::string> turn;
-    // After it the lock is waited for no longer, and contents that are not kept yet stay unkept, as if they could not
-    // be read: the snapshot is recorded without them, and the next one tries again.
+    // After it neither the lock nor git is waited for any longer, and contents that are not kept yet stay unkept, as if
+    // they could not be read: the snapshot is recorded without them, and the next one tries again.
     Deadline deadline = std::nullopt;
 };
 
@@ -71,7 +71,7 @@ class Engine {
     Progress progress; // may be empty
 
     // --- Snapshots ---
-    // Also prunes when the latest automatic prune is more than an hour old.
+    // Also prunes when the latest automatic prune is more than an hour old and there is time left.
     SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
     enum class FolderModes { ignored, recorded }; // whether folders' modes alone are worth a manifest of their own
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,

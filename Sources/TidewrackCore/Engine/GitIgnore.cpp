@@ -5,11 +5,15 @@
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 
 extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
 
@@ -26,6 +30,12 @@ bool makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
     return ::fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 && ::fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0;
 }
 
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Given to every answer even past the deadline: walking a large ignored folder would take longer.
+constexpr milliseconds shortestWait{500};
+
 } // namespace
 
 bool GitIgnore::insideRepo(const std::string& path) {
@@ -40,9 +50,9 @@ bool GitIgnore::insideRepo(const std::string& path) {
     return false;
 }
 
-std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root) {
+std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, const Deadline& deadline) {
     if (!insideRepo(root) || gitProgram().empty()) return nullptr;
-    return std::make_unique<GitIgnore>(root);
+    return std::make_unique<GitIgnore>(root, deadline);
 }
 
 GitIgnore::~GitIgnore() {
@@ -112,6 +122,21 @@ bool GitIgnore::isIgnored(std::string_view path) {
     return !fields[0].empty() && !fields[2].starts_with('!');
 }
 
+// False when the deadline passes first. Git then hangs, and is ended so that nobody has to wait for it.
+bool GitIgnore::waitForAnswer() {
+    if (!deadline_) return true;
+    const auto until = std::max(*deadline_, steady_clock::now() + shortestWait);
+    while (true) {
+        const auto left = std::chrono::ceil<milliseconds>(until - steady_clock::now()).count();
+        pollfd answer{output_.get(), POLLIN, 0};
+        const int ready = ::poll(&answer, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX)));
+        if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+        if (steady_clock::now() < until) continue;
+        ::kill(process_, SIGKILL);
+        return false;
+    }
+}
+
 std::optional<std::string> GitIgnore::readField() {
     while (true) {
         const auto end = buffer_.find('\0');
@@ -120,6 +145,7 @@ std::optional<std::string> GitIgnore::readField() {
             buffer_.erase(0, end + 1);
             return field;
         }
+        if (!waitForAnswer()) return std::nullopt;
         std::array<char, 4096> bytes;
         const ssize_t count = ::read(output_.get(), bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;

@@ -247,7 +247,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
             run.add(item);
             return true;
         },
-        &taken.leftovers);
+        &taken.leftovers, request.deadline);
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
     ContentFolder contents(store.blobPath(project, std::to_string(meta.seq)));
@@ -283,7 +283,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
 SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
     const ProjectLock lock(store.lockPath(project), request.deadline);
     TakenSnapshot taken = snapshotLocked(lock, project, request);
-    pruneIfDue(lock, project, taken.result);
+    if (!passed(request.deadline)) pruneIfDue(lock, project, taken.result);
     return std::move(taken.result);
 }
 

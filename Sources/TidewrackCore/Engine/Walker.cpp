@@ -128,14 +128,14 @@ std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std
 }
 
 void walkProject(const Project& project, const NameSet& skipping, const std::function<bool(const Walker::Item&)>& body,
-                 std::vector<std::string>* leftovers) {
+                 std::vector<std::string>* leftovers, const Deadline& deadline) {
     const auto& ifIgnored = project.excludesIfIgnored ? *project.excludesIfIgnored : defaultExcludesIfIgnored();
     Walker::Options options;
     options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
     options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
     options.skipPaths = skipping;
     options.leftovers = leftovers;
-    const auto git = GitIgnore::open(project.root);
+    const auto git = GitIgnore::open(project.root, deadline);
     if (git) options.isIgnored = [&](std::string_view path) { return git->isIgnored(path); };
     Walker::walk(project.root, options, body);
 }

@@ -4,6 +4,7 @@
 
 #include "Store/Manifest.hpp"
 #include "Store/Records.hpp"
+#include "Support/Deadline.hpp"
 
 #include <functional>
 #include <set>
@@ -51,8 +52,8 @@ struct Walker {
 [[nodiscard]] std::int64_t temporaryOwner(std::string_view name);
 
 // The walk that the engine uses for a tracked project: its own exclusions, with git asked where there is a
-// repository. `skipping` holds the roots of nested projects.
+// repository and answers before the deadline. `skipping` holds the roots of nested projects.
 void walkProject(const Project& project, const NameSet& skipping, const std::function<bool(const Walker::Item&)>& body,
-                 std::vector<std::string>* leftovers = nullptr);
+                 std::vector<std::string>* leftovers = nullptr, const Deadline& deadline = std::nullopt);
 
 } // namespace tidewrack

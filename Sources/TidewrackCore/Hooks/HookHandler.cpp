@@ -210,7 +210,8 @@ class HookCall {
     // The tracked project around `folder`; starts tracking the git repository around it when there is none.
     std::optional<Project> projectFor(const std::string& folder) {
         if (auto project = Store::projectContaining(folder, projects_)) return project;
-        if (!handler_.autoTrack || !mayTrack_) return std::nullopt;
+        // Beginning to track takes a count of the whole repository and a full snapshot.
+        if (!handler_.autoTrack || !mayTrack_ || passed(share(2, 5))) return std::nullopt;
         const auto root = gitRoot(Store::canonical(folder));
         if (!root || handler_.store.isTooBroad(*root) || untrackable_.contains(*root)) return std::nullopt;
         const auto start = std::chrono::steady_clock::now();
