@@ -139,6 +139,9 @@ TEST(ShellGuard, followsVariables) {
         {"for f in *.x; do rm -f \"q/$f\"; done", "p/q"},
         {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
         {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
+        {"rm -rf ~/${NOPE#v}", "home deny"},
+        {"rm -rf \"$HOME/${NOPE%/}\"; V=${NOPE%x}; rm -rf a/$V", "home p/a deny"},
+        {"for f in $NOPE; do rm -rf ~/${f%.c}; done; rm a${NOPE%x}", "p/a ?p"},
         {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
     });
 }

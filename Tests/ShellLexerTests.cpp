@@ -173,11 +173,19 @@ TEST(ShellExpansion, keepsTheMarksButNotTheTilde) {
 }
 
 TEST(ShellExpansion, saysWhenAValueIsUnknown) {
-    const Environment environment = {{"X", "a.c"}, {"BIG", std::string(600'000, 'x')}};
+    const Environment environment = {{"X", "a.c"}, {"EMPTY", ""}, {"BIG", std::string(600'000, 'x')}};
     Variables variables(environment);
-    EXPECT_EQ(expand(onlyWord("${X%.c}"), "/h", variables).text, "");
-    EXPECT_TRUE(variables.unfollowed());
-    variables.setUnfollowed(false);
+    for (const char* unknown :
+         {"${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}", "${NOPE+x}", "${NOPE@Q}"}) {
+        EXPECT_EQ(expand(onlyWord(unknown), "/h", variables).text, "") << unknown;
+        EXPECT_TRUE(variables.unfollowed()) << unknown;
+        variables.setUnfollowed(false);
+    }
+    for (const char* nothing :
+         {"${NOPE%.c}", "${EMPTY##*/}", "${NOPE/a*/x}", "${NOPE//a}", "${NOPE:1:2}", "${NOPE^^}", "${NOPE,}"}) {
+        EXPECT_EQ(expand(onlyWord(nothing), "/h", variables).text, "") << nothing;
+        EXPECT_FALSE(variables.unfollowed()) << nothing;
+    }
     EXPECT_EQ(expand(onlyWord("$BIG$BIG"), "/h", variables).text.size(), 600'000u);
     EXPECT_TRUE(variables.unfollowed());
 }

@@ -21,6 +21,15 @@ std::string_view plainValue(std::string_view name, std::string_view home, Variab
     return variables.value(name).value_or("");
 }
 
+// Whether an operation such as %.c, :1 or ^^ makes nothing of an empty value. Replacing does, unless its pattern may
+// match an empty text.
+bool leavesNothing(std::string_view operation) {
+    if (operation.starts_with(':')) return operation.size() > 1 && operation[1] >= '0' && operation[1] <= '9';
+    if (!operation.starts_with('/')) return operation.find_first_of("%#^,") == 0;
+    const std::size_t pattern = operation.find_first_not_of('/');
+    return pattern == std::string_view::npos || std::string_view("#%*$").find(operation[pattern]) == std::string::npos;
+}
+
 // The value of what stood between "${" and "}".
 std::string_view bracedValue(std::string_view body, std::string_view home, Variables& variables) {
     if (const std::size_t fallback = body.find(":-"); fallback != std::string_view::npos) {
@@ -28,9 +37,11 @@ std::string_view bracedValue(std::string_view body, std::string_view home, Varia
         return value && !value->empty() ? *value : body.substr(fallback + 2);
     }
     const std::size_t length = nameLength(body);
+    const std::string_view name = body.substr(0, length);
     const std::string_view operation = body.substr(length);
     // ${X:?text} is $X, or the shell stops before it runs the command.
-    if (operation.empty() || operation.starts_with(":?")) return plainValue(body.substr(0, length), home, variables);
+    if (operation.empty() || operation.starts_with(":?")) return plainValue(name, home, variables);
+    if (length > 0 && leavesNothing(operation) && plainValue(name, home, variables).empty()) return "";
     variables.setUnfollowed(true);
     return "";
 }

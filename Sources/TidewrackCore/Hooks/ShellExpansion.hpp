@@ -46,8 +46,8 @@ class Variables {
 [[nodiscard]] std::size_t nameLength(std::string_view text);
 
 // `word` with a leading tilde and every variable replaced, once, without splitting and without globbing.
-// "HOME" is always `home`. An unset variable leaves nothing. Forms such as ${X%.c}, whose value this does
-// not work out, leave nothing either and set `variables.unfollowed()`.
+// "HOME" is always `home`. An unset variable leaves nothing, and so does ${X%.c} where X is empty or unset. Where it
+// is not, the value of such forms is not worked out: they leave nothing either and set `variables.unfollowed()`.
 [[nodiscard]] Word expand(Word word, std::string_view home, Variables& variables);
 
 // The same, done where the word stands.
