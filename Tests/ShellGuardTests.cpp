@@ -300,6 +300,7 @@ TEST(ShellGuard, refusesCatastrophes) {
         {"chmod -R 777 /var", "p/-R p/777 /var deny"},
         {"for d in Desktop Music; do sudo rm -rf ~/\"$d\"; done", "home/Desktop home/Music deny"},
         {"rm -rf .git /tmp", "p/.git /tmp deny"},
+        {"rm -rf ~/..; rm -rf ../../now", "/now /nowhere deny"},
     });
     EXPECT_EQ(catastrophic("/Users/x/", "/Users/x"),
               "Tidewrack blocked this: it would delete or overwrite /Users/x. If you really mean it, run it yourself.");
@@ -311,6 +312,10 @@ TEST(ShellGuard, refusesCatastrophes) {
         EXPECT_TRUE(catastrophic(path, "/h/")) << path;
     for (const char* path : {"", "/home", "/usr/local", "/h/.zshrc", "/hDesktop", "/h/Desktop/a", "Desktop"})
         EXPECT_FALSE(catastrophic(path, "/h")) << path;
+    for (const char* path : {"/home", "/home/", "/home/users"})
+        EXPECT_TRUE(catastrophic(path, "/home/users/u")) << path;
+    for (const char* path : {"/hom", "/home/user", "/home/users/v"})
+        EXPECT_FALSE(catastrophic(path, "/home/users/u")) << path;
     EXPECT_FALSE(catastrophic("", ""));
     EXPECT_FALSE(catastrophic("/Desktop", ""));
     EXPECT_TRUE(catastrophic("/Desktop", "/"));
@@ -382,6 +387,8 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("rm -rf ../wlink"), "wlink");
     EXPECT_EQ(judgedHere("rm -rf ../wlink/"), "wlink ask");
     EXPECT_EQ(judgedHere("rm -rf ../out/up/work"), "out/up/work ask");
+    EXPECT_EQ(judgedHere("rm -rf ../out/up"), "out/up");
+    EXPECT_EQ(judgedHere("rm -rf ../out/up/"), "out/up deny") << "the home folder is in what it leads to";
 
     ProtectedFolders folders(context.home);
     EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));

@@ -1,6 +1,7 @@
 #include "Hooks/ProtectedFolders.hpp"
 
 #include "Hooks/ShellPaths.hpp"
+#include "Support/Paths.hpp"
 
 #include <sys/stat.h>
 
@@ -39,6 +40,7 @@ ProtectedFolders::ProtectedFolders(std::string_view home) : hasHome_(!home.empty
 
 bool ProtectedFolders::holdsText(std::string_view path) const {
     if (contains(systemFolders, path)) return true;
+    if (!home_.empty() && !path.empty() && isAtOrBelow(home_, path)) return true;
     return hasHome_ && path.starts_with(home_) && contains(homeFolders, path.substr(home_.size()));
 }
 
@@ -60,6 +62,7 @@ void ProtectedFolders::readIdentities() {
     };
     for (const std::string_view folder : systemFolders) add(std::string(folder));
     if (!hasHome_) return;
+    for (std::string_view folder = home_; folder.size() > 1; folder = parentFolder(folder)) add(std::string(folder));
     for (const std::string_view folder : homeFolders) add(home_ + std::string(folder));
 }
 

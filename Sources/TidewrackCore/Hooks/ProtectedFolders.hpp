@@ -1,5 +1,6 @@
 #pragma once
-// The folders that no agent's command may take: the system's own, the home folder, its well-known ones.
+// The folders that no agent's command may take: the system's own, the home folder, those it lies in, and its
+// well-known ones.
 
 #include <string>
 #include <string_view>
