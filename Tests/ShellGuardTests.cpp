@@ -390,6 +390,10 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("rm -rf ../out/up"), "out/up");
     EXPECT_EQ(judgedHere("rm -rf ../out/up/"), "out/up deny") << "the home folder is in what it leads to";
 
+    std::filesystem::create_directory_symlink(root + "/out", root + "/home/.config");
+    EXPECT_EQ(judgedHere("git -C ../out pull"), "out") << "only the link in the home folder is protected";
+    EXPECT_EQ(judgedHere("rm -rf ~/.config"), "home/.config deny");
+
     ProtectedFolders folders(context.home);
     EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));
     EXPECT_FALSE(folders.holdsFolder(root + "/work", false));

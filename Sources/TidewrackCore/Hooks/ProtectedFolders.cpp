@@ -56,14 +56,16 @@ bool ProtectedFolders::holdsFolder(const std::string& path, bool followLink) {
 
 void ProtectedFolders::readIdentities() {
     identitiesRead_ = true;
-    const auto add = [this](const std::string& path) {
-        struct stat status {};
-        if (stat(path.c_str(), &status) == 0) identities_.push_back({status.st_dev, status.st_ino});
+    struct stat status {};
+    const auto add = [&](int failed) {
+        if (!failed && S_ISDIR(status.st_mode)) identities_.push_back({status.st_dev, status.st_ino});
     };
-    for (const std::string_view folder : systemFolders) add(std::string(folder));
+    for (const std::string_view folder : systemFolders) add(stat(std::string(folder).c_str(), &status));
     if (!hasHome_) return;
-    for (std::string_view folder = home_; folder.size() > 1; folder = parentFolder(folder)) add(std::string(folder));
-    for (const std::string_view folder : homeFolders) add(home_ + std::string(folder));
+    for (std::string_view folder = home_; folder.size() > 1; folder = parentFolder(folder))
+        add(stat(std::string(folder).c_str(), &status));
+    // What a link such as ~/.config leads to may be anything, for instance a project of dotfiles.
+    for (const std::string_view folder : homeFolders) add(lstat((home_ + std::string(folder)).c_str(), &status));
 }
 
 } // namespace tidewrack::shell
