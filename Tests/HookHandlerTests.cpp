@@ -205,6 +205,17 @@ TEST_F(HookHandlerTest, answersAnyInputWithAllow) {
         EXPECT_EQ(raw(Agent::codex, input), HookOutput{});
         EXPECT_EQ(log(), Lines{"codex ? unreadable input (" + std::to_string(input.size()) + " bytes)"});
     }
+    // A client that cut a text in the middle of a character: the guard must still see the command.
+    for (const char* cut :
+         {R"(\ud83d)", R"(a\ud83d\ud83d\udc4b)", R"(\uDC4B\\ud83d)", R"(\ud83d\n\\)", R"(\ud83d\u0041)"})
+        EXPECT_EQ(
+            raw(Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"description":")" +
+                                   std::string(cut) + R"(","command":"rm -rf ~"}})")
+                .exitCode,
+            2)
+            << cut;
+    (void)log();
+    EXPECT_EQ(parseJsonRepairingEscapes(R"(["a\ud83d\ud83d\udc4b\\ud83d"])"), json({"a\uFFFD\U0001F44B\\ud83d"}));
     const std::string odd = R"({"hook_event_name":"UserPromptSubmit","prompt":7,"cwd":["x"],"session_id":{}})";
     EXPECT_EQ(raw(Agent::claude, odd), HookOutput{});
     EXPECT_EQ(log(), Lines{"claude UserPromptSubmit not tracked: " + project});

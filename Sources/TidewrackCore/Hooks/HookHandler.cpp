@@ -48,7 +48,7 @@ class HookCall {
 
     HookOutput answer(std::string_view input, const std::string& processFolder) {
         try {
-            const auto object = parseJson(input);
+            const auto object = parseJsonRepairingEscapes(input);
             if (!object || !object->is_object()) {
                 log("?", "unreadable input (" + std::to_string(input.size()) + " bytes)");
                 return {};

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <charconv>
 #include <set>
 #include <vector>
 
@@ -125,6 +126,34 @@ NumbersTakenOut takeNumbersOut(std::string_view text) {
     return result;
 }
 
+// The code unit of the escape \uXXXX that `text` begins with; none when it begins with no such escape.
+std::optional<unsigned> escapedUnit(std::string_view text) {
+    unsigned unit = 0;
+    if (text.size() < 6 || !text.starts_with("\\u")) return std::nullopt;
+    const auto [end, error] = std::from_chars(text.data() + 2, text.data() + 6, unit, 16);
+    return error == std::errc() && end == text.data() + 6 ? std::optional(unit) : std::nullopt;
+}
+
+// `text` with U+FFFD for every escaped surrogate that lacks its other half.
+std::string withWholeCharacters(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const std::string_view rest = text.substr(at);
+        const unsigned unit = escapedUnit(rest).value_or(0);
+        const bool first = unit >= 0xD800 && unit < 0xDC00;
+        const unsigned next = first ? escapedUnit(rest.substr(6)).value_or(0) : 0;
+        const bool pair = next >= 0xDC00 && next < 0xE000;
+        const std::size_t length = pair ? 12 : unit > 0 ? 6 : rest.starts_with('\\') ? 2 : 1;
+        if (unit >= 0xD800 && unit < 0xE000 && !pair)
+            result += "\\ufffd";
+        else
+            result += rest.substr(0, length);
+        at += length;
+    }
+    return result;
+}
+
 } // namespace
 
 std::string compactJson(const nlohmann::json& value) {
@@ -143,6 +172,11 @@ std::optional<nlohmann::json> parseJson(std::string_view text) {
     auto value = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
     if (value.is_discarded()) return std::nullopt;
     return value;
+}
+
+std::optional<nlohmann::json> parseJsonRepairingEscapes(std::string_view text) {
+    if (auto value = parseJson(text)) return value;
+    return parseJson(withWholeCharacters(text));
 }
 
 std::optional<nlohmann::json> parseJsonKeepingDigits(std::string_view text) {

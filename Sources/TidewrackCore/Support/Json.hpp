@@ -21,6 +21,10 @@ enum class Slashes { escaped, plain };
 // mark before the text is accepted.
 [[nodiscard]] std::optional<nlohmann::json> parseJson(std::string_view text);
 
+// As `parseJson`, for text from programs that cut texts in the middle of a character: the escape of half a character
+// (\ud83d without its \udc4b) counts as U+FFFD.
+[[nodiscard]] std::optional<nlohmann::json> parseJsonRepairingEscapes(std::string_view text);
+
 // As `parseJson`, for text that will be written back: every number becomes a binary value that holds its literal
 // (1.10, -0, 1e400), which `prettyJson` writes digit for digit. None also when an object has the same key twice,
 // because only one of the two values could be written back.
