@@ -417,10 +417,10 @@ TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
 
 namespace {
 
-// The real program with an event on its standard input.
+// The real program, with an event on its standard input that is written piece by piece.
 class Running {
   public:
-    Running(const World& world, const std::string& input) {
+    explicit Running(const World& world) {
         int pipe[2];
         EXPECT_EQ(::pipe(pipe), 0);
         pid_ = ::fork();
@@ -432,9 +432,10 @@ class Running {
             ::_exit(127);
         }
         ::close(pipe[0]);
-        EXPECT_EQ(writeAll(pipe[1], input), 0);
-        ::close(pipe[1]);
+        input_ = Descriptor(pipe[1]);
     }
+    void write(const std::string& text) const { EXPECT_EQ(writeAll(input_.get(), text), 0); }
+    void endInput() { input_ = Descriptor(); }
     void signal(int number) const { ::kill(pid_, number); }
     int wait() const {
         int status = -1;
@@ -444,6 +445,7 @@ class Running {
 
   private:
     pid_t pid_ = -1;
+    Descriptor input_;
 };
 
 } // namespace
@@ -452,12 +454,16 @@ TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {
     world.ok({"track"});
     for (const Kind kind : {Kind::stop, Kind::prompt}) {
         auto held = std::make_unique<ProjectLock>(world.store().lockPath(world.project()));
-        const Running hook(world, event(Agent::claude, kind, project, "x"));
-        std::this_thread::sleep_for(milliseconds(500)); // it waits for the lock now
-        hook.signal(SIGHUP);
-        hook.signal(SIGTERM);
-        std::this_thread::sleep_for(milliseconds(50));
-        held.reset();
+        Running hook(world);
+        hook.write(std::string(1'000'000, ' ')); // more than a pipe holds: the hook reads by now
+        for (const int number : {SIGTERM, SIGHUP}) hook.signal(number);
+        hook.write(event(Agent::claude, kind, project, "x"));
+        hook.endInput();
+        for (int i = 0; kind == Kind::stop && i < 20; ++i) { // also while it works, and waits for the lock
+            for (const int number : {SIGTERM, SIGHUP}) hook.signal(number);
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        if (kind == Kind::stop) held.reset();
         const int status = hook.wait();
         if (kind == Kind::stop)
             EXPECT_EQ(status, 0);

@@ -31,6 +31,7 @@ std::string readEvent(int input) {
 } // namespace
 
 HookOutput runHook(const std::vector<std::string>& words, const Surroundings& around) {
+    TerminationDelayed delayed; // some clients end the hook of a turn's end before it has read what it is about
     const auto agent = words.empty() ? std::nullopt : agentNamed(words[0]);
     if (!agent) throw CliError("usage: tidewrack hook claude|codex|cursor|gemini");
     Trace::silence();
@@ -38,7 +39,7 @@ HookOutput runHook(const std::vector<std::string>& words, const Surroundings& ar
     try {
         const HookHandler handler(Store::fromEnvironment(around.environment), around.environment,
                                   homeFolder(around.environment));
-        return handler.handle(*agent, event, around.currentFolder);
+        return handler.handle(*agent, event, around.currentFolder, &delayed);
     } catch (const std::exception&) { // no home folder: there is no store, and no log to tell it to
         return {};
     }

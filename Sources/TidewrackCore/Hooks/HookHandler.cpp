@@ -44,7 +44,8 @@ bool isFile(const std::string& path) {
 // One event while it is being answered.
 class HookCall {
   public:
-    HookCall(const HookHandler& handler, Agent agent) : handler_(handler), agent_(agent) {}
+    HookCall(const HookHandler& handler, Agent agent, TerminationDelayed* delayed)
+        : handler_(handler), agent_(agent), delayed_(delayed) {}
 
     HookOutput answer(std::string_view input, const std::string& processFolder) {
         try {
@@ -54,6 +55,7 @@ class HookCall {
                 return {};
             }
             event_ = parseHookEvent(agent_, *object, processFolder);
+            if (event_.kind != HookEvent::Kind::stop) mayBeEnded();
             switch (event_.kind) {
             case HookEvent::Kind::prompt: return prompt();
             case HookEvent::Kind::shell: return shell();
@@ -102,6 +104,7 @@ class HookCall {
     HookOutput stop() {
         // Some clients end this hook right after starting it; the turn's snapshot must still be taken.
         const TerminationIgnored finishing;
+        mayBeEnded(); // which does nothing now
         backUpDotfiles();
         projects_ = handler_.store.projects();
         std::vector<Project> turn;
@@ -112,6 +115,10 @@ class HookCall {
         for (const Project& project : turn)
             log(event_.name, snapshot(project, request("stop", "End of turn", whole())));
         return {};
+    }
+
+    void mayBeEnded() const {
+        if (delayed_ != nullptr) delayed_->release();
     }
 
     void backUpDotfiles() {
@@ -268,6 +275,7 @@ class HookCall {
 
     const HookHandler& handler_;
     const Agent agent_;
+    TerminationDelayed* const delayed_;
     const HookLog::Instant start_ = std::chrono::steady_clock::now();
     HookEvent event_;
     std::vector<Project> projects_; // all tracked ones
@@ -282,8 +290,9 @@ HookHandler::HookHandler(const Store& owner, Environment variables, std::string 
     : store(owner), engine(owner), vault(owner), log(owner), environment(std::move(variables)),
       home(std::move(userHome)) {}
 
-HookOutput HookHandler::handle(Agent agent, std::string_view input, const std::string& processFolder) const {
-    return HookCall(*this, agent).answer(input, processFolder);
+HookOutput HookHandler::handle(Agent agent, std::string_view input, const std::string& processFolder,
+                               TerminationDelayed* delayed) const {
+    return HookCall(*this, agent, delayed).answer(input, processFolder);
 }
 
 std::optional<std::string> gitRoot(std::string path) {

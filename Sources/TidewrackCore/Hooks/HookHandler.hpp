@@ -6,6 +6,7 @@
 #include "Engine/Engine.hpp"
 #include "Hooks/HookLog.hpp"
 #include "Hooks/Replies.hpp"
+#include "Platform/Platform.hpp"
 #include "Vault/Vault.hpp"
 
 #include <chrono>
@@ -36,8 +37,9 @@ class HookHandler {
     std::chrono::milliseconds budget{25000};
 
     // `input` is all of standard input. Never throws. For the end of a turn the work is finished even when the
-    // process is told to end meanwhile.
-    [[nodiscard]] HookOutput handle(Agent agent, std::string_view input, const std::string& processFolder) const;
+    // process is told to end meanwhile. `delayed` (may be null) is released once that is known or not called for.
+    [[nodiscard]] HookOutput handle(Agent agent, std::string_view input, const std::string& processFolder,
+                                    TerminationDelayed* delayed = nullptr) const;
 };
 
 // The nearest folder at or above `path` that holds ".git", a folder or a file.

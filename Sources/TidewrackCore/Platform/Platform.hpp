@@ -150,6 +150,21 @@ void dropAccessList(Place item);
 // Keeps a write into this pipe from raising SIGPIPE where the system has a switch for it; writeAll covers the rest.
 void disableSigpipe(int fd);
 
+// While it lives and is not released, being told to end (SIGTERM, SIGHUP) has to wait; it takes effect afterwards.
+class [[nodiscard]] TerminationDelayed {
+  public:
+    TerminationDelayed();
+    TerminationDelayed(const TerminationDelayed&) = delete;
+    TerminationDelayed& operator=(const TerminationDelayed&) = delete;
+    ~TerminationDelayed() { release(); }
+
+    void release();
+
+  private:
+    sigset_t before_{};
+    bool released_ = false;
+};
+
 // While it lives, the process goes on working when it is told to end (SIGTERM) or its terminal goes away (SIGHUP).
 // Child processes started meanwhile inherit that.
 class [[nodiscard]] TerminationIgnored {

@@ -180,6 +180,19 @@ int writeAll(int fd, std::string_view bytes) {
     return 0;
 }
 
+TerminationDelayed::TerminationDelayed() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &signals, &before_);
+}
+
+void TerminationDelayed::release() {
+    if (!released_) pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    released_ = true;
+}
+
 TerminationIgnored::TerminationIgnored() {
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
