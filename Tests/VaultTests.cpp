@@ -115,6 +115,34 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
         EXPECT_EQ(folder.read("home/f.tidewrack-" + std::to_string(n)), "precious");
 }
 
+TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
+    folder.write("home/site/index.html", "old");
+    folder.write("home/site/sub/page", "old");
+    folder.write("home/elsewhere/linked", "old");
+    folder.link("home/site/to", folder.at("home/elsewhere"));
+    const std::string before = folder.listing("home");
+    const VaultEntry entry = save({"home/site", "home/site/index.html", "home/site/sub", "home/site/to/linked"});
+    ASSERT_EQ(entry.items.size(), 4U);
+    folder.remove("home/site/index.html");
+    folder.write("home/elsewhere/linked", "new");
+    std::vector<std::string> restored;
+    const std::string moved = "moved what was there aside to ";
+    int aside = 0;
+    for (const std::string& message : vault.restore(entry.id)) {
+        if (!message.starts_with(moved)) {
+            restored.push_back(message);
+            continue;
+        }
+        ++aside;
+        EXPECT_EQ(removeTree(message.substr(moved.size())), 0);
+    }
+    EXPECT_EQ(aside, 2) << "the folder, and what its link leads to";
+    EXPECT_EQ(restored, (std::vector<std::string>{
+                            "restored " + folder.at("home/site"), "restored " + folder.at("home/site/index.html"),
+                            "restored " + folder.at("home/site/sub"), "restored " + folder.at("home/site/to/linked")}));
+    EXPECT_EQ(folder.listing("home"), before) << "what a folder's link leads to is put back, too";
+}
+
 TEST_F(VaultTest, reportsWhatCannotBeRestoredAndGoesOn) {
     folder.write("home/a/f", "1");
     folder.write("home/b", "2");

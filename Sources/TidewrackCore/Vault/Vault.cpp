@@ -189,31 +189,40 @@ std::vector<std::string> Vault::restore(const std::string& id) const {
     if (!entry) throw TidewrackError::io("No vault entry " + id);
     const Date began = now();
     std::vector<std::string> messages;
-    for (const VaultEntry::Item& item : entry->items) restoreItem(*entry, item, began, messages);
+    std::vector<std::string> folders; // put back so far
+    for (const VaultEntry::Item& item : entry->items) {
+        const std::string place = Store::canonicalPlace(item.original);
+        const auto holds = [&](const std::string& folder) { return isAtOrBelow(place, folder); };
+        // A folder was saved with all that is in it: moving that aside again would only leave a stray file behind.
+        if (std::any_of(folders.begin(), folders.end(), holds) && exists(place))
+            messages.push_back("restored " + item.original);
+        else if (restoreItem(*entry, item, began, messages) && item.kind == "dir")
+            folders.push_back(place);
+    }
     return messages;
 }
 
-void Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
+bool Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
                         std::vector<std::string>& messages) const {
     const std::string& original = item.original;
     const std::string stored = entryFolder(entry.id) + "/" + item.stored;
     const std::string cannotRestore = "couldn't restore " + original + ": ";
     if (!exists(stored)) { // nothing would take the place of what is moved aside
         messages.push_back(cannotRestore + "its copy is missing");
-        return;
+        return false;
     }
     if (exists(original)) {
         const std::string cannotMove = "couldn't move " + original + " aside: ";
         if (liesIn(Store::canonical(store.home), original)) {
             messages.push_back(cannotMove + "it contains Tidewrack's own history");
-            return;
+            return false;
         }
         std::int64_t number = seconds(began);
         while (exists(original + ".tidewrack-" + std::to_string(number))) ++number; // a rename would replace it
         const std::string aside = original + ".tidewrack-" + std::to_string(number);
         if (::rename(original.c_str(), aside.c_str()) != 0) {
             messages.push_back(cannotMove + errorText(errno));
-            return;
+            return false;
         }
         messages.push_back("moved what was there aside to " + aside);
     }
@@ -221,6 +230,7 @@ void Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, D
     int error = parent.empty() ? 0 : makeFolders(parent, 0755);
     if (error == 0) error = copyTree(stored, original, {});
     messages.push_back(error == 0 ? "restored " + original : cannotRestore + errorText(error));
+    return error == 0;
 }
 
 Vault::EarlierCopies Vault::earlierDotfiles() const {

@@ -60,7 +60,7 @@ class Vault {
     VaultEntry saveBeside(const EarlierCopies& earlier, const std::vector<std::string>& paths, VaultEntry entry,
                           const Deadline& deadline) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
-    void restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
+    bool restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
                      std::vector<std::string>& messages) const;
 };
 
