@@ -115,6 +115,18 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
         EXPECT_EQ(folder.read("home/f.tidewrack-" + std::to_string(n)), "precious");
 }
 
+TEST_F(VaultTest, putsBackPathsThatAreNoText) {
+    const std::string one = ofAnyBytes("home/caf\xe9/caf\xe9.txt");
+    const std::string two = ofAnyBytes("home/caf\xe9/caf\xea.txt");
+    folder.write(one, "named before everybody used UTF-8");
+    folder.write(two, "another");
+    const std::string before = folder.listing("home");
+    const VaultEntry entry = save({one, two});
+    folder.remove("home");
+    EXPECT_EQ(vault.restore(entry.id).size(), 2U);
+    EXPECT_EQ(folder.listing("home"), before);
+}
+
 TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
     folder.write("home/site/index.html", "old");
     folder.write("home/site/sub/page", "old");
@@ -344,6 +356,16 @@ TEST(VaultRecord, keepsItsWrittenForm) {
     EXPECT_EQ(compactJson(toJson(entry)), text);
     entry.agent.reset();
     EXPECT_EQ(compactJson(toJson(entry)).find("agent"), std::string::npos);
+    entry.items[0].original = "/\xe9";
+    const std::string bytes = R"("original":"\/)"
+                              "\uFFFD"
+                              R"(","originalHex":"2fe9")";
+    EXPECT_NE(compactJson(toJson(entry)).find(bytes), std::string::npos);
+    EXPECT_EQ(decodeVaultEntry(compactJson(toJson(entry)), "here").items, entry.items);
+    for (const char* damaged : {"2fe", "2fzz", "2f-1"}) {
+        const std::string record = std::regex_replace(compactJson(toJson(entry)), std::regex("2fe9"), damaged);
+        EXPECT_EQ(decodeVaultEntry(record, "here").items.at(0).original, "/\uFFFD") << damaged;
+    }
 }
 
 TEST(VaultCommand, listsAndRestores) {
