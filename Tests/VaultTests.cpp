@@ -225,6 +225,10 @@ TEST_F(VaultTest, skipsFoldersOverTheLimits) {
     vault.mostBytes = 15;
     EXPECT_EQ(save({"home/many/b"}).skipped.size(), volumeClones(folder.path()) ? 0U : 1U);
     EXPECT_EQ(save({"home/many/a", "home/many/b/c"}).items.size(), 2U) << "files by themselves have no limit";
+    folder.write("home/large", "0123456789abcdef");
+    const VaultEntry entry = save({"home/large", "home/many/a"});
+    ASSERT_EQ(entry.items.size(), 2U);
+    EXPECT_EQ(entry.items[1].original, folder.at("home/large")) << "a large file does not take the others' time";
 }
 
 TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {

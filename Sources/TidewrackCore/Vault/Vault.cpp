@@ -111,6 +111,16 @@ class Saver {
     bool clones_ = false;
 };
 
+// The paths with the large files at the end: copying one may take all the time there is.
+std::vector<std::string> largeFilesLast(std::vector<std::string> paths, std::int64_t mostBytes) {
+    std::stable_partition(paths.begin(), paths.end(), [&](const std::string& path) {
+        Attributes attributes;
+        const bool found = attributesAt(AT_FDCWD, path.c_str(), attributes) == 0;
+        return !found || attributes.kind != Attributes::Kind::file || attributes.size <= mostBytes;
+    });
+    return paths;
+}
+
 } // namespace
 
 std::string Vault::newID() {
@@ -144,7 +154,7 @@ VaultEntry Vault::saveBeside(const EarlierCopies& earlier, const std::vector<std
     entry.created = now();
     entry.id = makeEntryFolder();
     Saver saver(*this, entryFolder(entry.id), deadline);
-    for (const std::string& path : paths) {
+    for (const std::string& path : largeFilesLast(paths, mostBytes)) {
         const auto before = earlier.find(path);
         if (!saver.save(path, before == earlier.end() ? std::nullopt : std::optional(before->second), entry))
             entry.skipped.push_back(path);

@@ -22,7 +22,7 @@ class Vault {
     Store store;
     // A folder with more than this stays unsaved; the bytes count only where copies cost real space.
     std::int64_t mostFiles = 100000;     // regular ones
-    std::int64_t mostBytes = 1073741824; // of regular files' content: 1 GiB
+    std::int64_t mostBytes = 1073741824; // of regular files' content: 1 GiB. A single file with more is saved last
 
     // Saves absolute paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in
     // `skipped`; so does what lies in the store, and a folder that contains the store is saved without it. Throws
