@@ -361,6 +361,29 @@ TEST_F(Installer, hooksCommandReportsWhatItDid) {
         EXPECT_EQ(errorOf([&] { run(words); }), "usage: tidewrack hooks status|install|uninstall|print");
 }
 
+TEST_F(Installer, goesOnPastAnAgentThatFails) {
+    fs::create_directories(path(Agent::claude)); // a folder where the file should be
+    put(Agent::gemini, "{}");
+    const std::string error = "can't read " + path(Agent::claude) + ": not a regular file";
+    const auto outOf = [&](const char* verb) {
+        std::ostringstream out;
+        EXPECT_EQ(errorOf([&] { runHooks({verb}, installer(), out); }), error) << verb;
+        return out.str();
+    };
+    EXPECT_EQ(outOf("install"),
+              "Installed gemini hooks in " + path(Agent::gemini) + "\n  backup: " + backupOf(Agent::gemini) + "\n");
+    EXPECT_TRUE(installer().isInstalled(Agent::gemini));
+    const std::string status = outOf("status");
+    EXPECT_EQ(status.find("claude  unknown, " + error + "\ncodex   agent not found\n"), 0U) << status;
+    EXPECT_NE(status.find("\ngemini  installed"), std::string::npos) << status;
+    const json list = json::parse(hooksStatusJson(installer()));
+    EXPECT_EQ(list[0]["state"], "unknown");
+    EXPECT_EQ(list[0]["hint"], error);
+    EXPECT_EQ(list.size(), 4U);
+    EXPECT_NE(outOf("uninstall").find("Removed gemini hooks"), std::string::npos);
+    EXPECT_FALSE(installer().isInstalled(Agent::gemini));
+}
+
 TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {
     const std::string mend = "; mend with `tidewrack hooks install`\n";
     const std::string binary = home + "/tidewrack";

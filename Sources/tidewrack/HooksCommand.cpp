@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <exception>
 #include <ostream>
 
 namespace tidewrack {
@@ -52,8 +53,15 @@ void changeAgents(const std::string& name, Change change, const HookInstaller& i
         out << "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n";
         return;
     }
-    for (const Agent agent : agents)
-        report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out);
+    std::exception_ptr failure; // the first; it does not keep the other agents from their turn
+    for (const Agent agent : agents) {
+        try {
+            report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out);
+        } catch (const std::exception&) {
+            if (!failure) failure = std::current_exception();
+        }
+    }
+    if (failure) std::rethrow_exception(failure);
 }
 
 const char* stateText(HookInstaller::Status::State state) {
@@ -65,15 +73,33 @@ const char* stateText(HookInstaller::Status::State state) {
     return "";
 }
 
+struct StatusText {
+    std::string state;
+    std::optional<std::string> hint;
+    std::exception_ptr failure; // why the state is unknown
+};
+
+StatusText statusText(const HookInstaller& installer, Agent agent) {
+    try {
+        auto status = installer.status(agent);
+        return {stateText(status.state), std::move(status.hint), nullptr};
+    } catch (const std::exception& error) {
+        return {"unknown", error.what(), std::current_exception()};
+    }
+}
+
 void printStatus(const HookInstaller& installer, std::ostream& out) {
+    std::exception_ptr failure;
     for (const Agent agent : allAgents) {
-        const auto status = installer.status(agent);
+        const StatusText status = statusText(installer, agent);
         std::string line(rawValue(agent));
         line.resize(8, ' ');
-        line += stateText(status.state);
+        line += status.state;
         if (status.hint) line += ", " + *status.hint;
         out << line << '\n';
+        if (!failure) failure = status.failure;
     }
+    if (failure) std::rethrow_exception(failure);
 }
 
 bool isProgram(const std::string& path) {
@@ -109,9 +135,9 @@ void runHooks(const std::vector<std::string>& words, const HookInstaller& instal
 std::string hooksStatusJson(const HookInstaller& installer) {
     nlohmann::json list = nlohmann::json::array();
     for (const Agent agent : allAgents) {
-        const auto status = installer.status(agent);
+        const StatusText status = statusText(installer, agent);
         nlohmann::json object = {
-            {"agent", rawValue(agent)}, {"state", stateText(status.state)}, {"path", installer.configPath(agent)}};
+            {"agent", rawValue(agent)}, {"state", status.state}, {"path", installer.configPath(agent)}};
         if (status.hint) object["hint"] = *status.hint;
         list.push_back(object);
     }

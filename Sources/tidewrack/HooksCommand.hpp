@@ -12,11 +12,11 @@
 namespace tidewrack {
 
 // Runs `tidewrack hooks WORDS...` and writes what it did to `out`. Throws for wrong words, and for the first file
-// that cannot be read or written; what was done before that is in `out`.
+// that cannot be read or written; what was done for the other agents is in `out`.
 void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out);
 
 // `hooks status` for programs: a list of objects with "agent", "state" ("installed", "not installed", "agent not
-// found"), "path" and, where something is wrong, "hint".
+// found" or, where the file cannot be read, "unknown"), "path" and, where something is wrong, "hint".
 [[nodiscard]] std::string hooksStatusJson(const HookInstaller& installer);
 
 // The absolute path of a program that was called as `calledAs` in `folder`: a bare name is looked up in the
