@@ -136,6 +136,9 @@ TEST(Json, printsWhatIsDocumented) {
     f.write("home/f", "x");
     (void)Vault(world.store()).save({f.at("home/f"), f.at("home/gone")}, "rm f", "codex", f.at("home"));
     run("vault");
+    VaultEntry odd;
+    odd.items = {{"/odd\xff", "items/0", "file"}};
+    document.check("vault", json::array({toJson(odd)}));
     world.ok({"hooks", "install", "gemini"});
     json config = json::parse(f.read("home/.gemini/settings.json"));
     EXPECT_EQ(config["hooks"].erase("BeforeTool"), 1U);
