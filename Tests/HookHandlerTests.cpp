@@ -401,13 +401,18 @@ TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
     ::chmod(world.folder.path().c_str(), 0755);
     for (const char* path : {"store", "store/projects", "store/vault"}) ::chmod(world.folder.at(path).c_str(), 0555);
     const std::string before = world.folder.listing("store/projects");
+    // Read beforehand: the other user may not be allowed to see the test data.
+    const std::string inside = event(Agent::claude, Kind::shell, project, "rm -rf src ~/outside.txt");
+    const std::string wholeHome = event(Agent::claude, Kind::shell, project, "rm -rf ~");
+    const std::string end = event(Agent::claude, Kind::stop, project);
+    const auto asOther = [&]() noexcept {
+        if (::geteuid() == 0 && ::setuid(65534) != 0) return 9;
+        const bool allowed = raw(Agent::claude, inside) == HookOutput{};
+        const bool denied = raw(Agent::claude, wholeHome).exitCode == 2;
+        return allowed && denied && raw(Agent::claude, end) == HookOutput{} ? 0 : 1;
+    };
     const pid_t child = ::fork();
-    if (child == 0) {
-        if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(9);
-        const bool allowed = shell("rm -rf src ~/outside.txt") == HookOutput{};
-        const bool denied = shell("rm -rf ~").exitCode == 2;
-        ::_exit(allowed && denied && answer(Agent::claude, Kind::stop, project) == HookOutput{} ? 0 : 1);
-    }
+    if (child == 0) ::_exit(asOther());
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);

@@ -181,7 +181,7 @@ TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
         }
     }
     EXPECT_GT(snapshotsRemoved, 50); // the histories had something to prune
-    EXPECT_GT(blobsRemoved, 5);
+    EXPECT_GT(blobsRemoved, 15);
 }
 
 TEST(Retention, sweepsUpWhatADeadSnapshotLeft) {

@@ -316,6 +316,10 @@ TEST(ShellGuard, refusesCatastrophes) {
         EXPECT_TRUE(catastrophic(path, "/home/users/u")) << path;
     for (const char* path : {"/hom", "/home/user", "/home/users/v"})
         EXPECT_FALSE(catastrophic(path, "/home/users/u")) << path;
+    // A project that holds the home folder is snapshotted, and its loss asked about.
+    EXPECT_TRUE(ProtectedFolders("/w/p/.home", {"/w/p/q"}).holdsText("/w/p"));
+    EXPECT_FALSE(ProtectedFolders("/w/p/.home", {"/w/p"}).holdsText("/w/p"));
+    EXPECT_TRUE(ProtectedFolders("/w/p/.home", {"/w/p"}).holdsText("/w"));
     EXPECT_FALSE(catastrophic("", ""));
     EXPECT_FALSE(catastrophic("/Desktop", ""));
     EXPECT_TRUE(catastrophic("/Desktop", "/"));
@@ -394,7 +398,7 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("git -C ../out pull"), "out") << "only the link in the home folder is protected";
     EXPECT_EQ(judgedHere("rm -rf ~/.config"), "home/.config deny");
 
-    ProtectedFolders folders(context.home);
+    ProtectedFolders folders(context.home, {});
     EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));
     EXPECT_FALSE(folders.holdsFolder(root + "/work", false));
 

@@ -276,7 +276,7 @@ class Commands {
         if (!content) throw CliError(repairedUtf8(*path) + " isn't in snapshot #" + std::to_string(seq));
         const Descriptor file(::open(content->c_str(), O_RDONLY | O_CLOEXEC));
         if (!file && errno != ENOENT) throw TidewrackError::io("read", *content, errno);
-        if (!file) throw CliError(notKeptText(project, seq, relative, *path));
+        if (!file) throw CliError(notKeptText(project, seq, *content, *path));
         std::string bytes(1 << 16, '\0');
         while (true) {
             const ssize_t count = ::read(file.get(), bytes.data(), bytes.size());
@@ -287,13 +287,13 @@ class Commands {
         }
     }
 
-    [[nodiscard]] std::string notKeptText(const Project& project, std::int64_t seq, const std::string& relative,
+    // `place` is where the content would be kept; why it is not there is told by its name.
+    [[nodiscard]] std::string notKeptText(const Project& project, std::int64_t seq, const std::string& place,
                                           const std::string& shown) const {
-        const Manifest manifest = store_.manifest(store_.snapshot(project, seq), project);
-        const Entry* entry = manifest.find(relative);
-        const auto reason = entry == nullptr ? std::nullopt : entry->notKeptReason();
-        return "the content of " + repairedUtf8(shown) + " wasn't kept in snapshot #" + std::to_string(seq) +
-               (reason ? ": " + *reason : ": it is missing from the store");
+        Entry entry;
+        entry.blob = std::string_view(place).substr(store_.blobPath(project, "").size());
+        return "the content of " + repairedUtf8(shown) + " wasn't kept in snapshot #" + std::to_string(seq) + ": " +
+               entry.notKeptReason().value_or("it is missing from the store");
     }
 
     void pin() { setPinned(true); }

@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <deque>
+#include <future>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -21,6 +23,7 @@ namespace tidewrack {
 namespace {
 
 constexpr std::int64_t secondsBetweenPrunes = 3600;
+constexpr std::size_t manifestsAtOnce = 4; // of a large project each takes some 25 MB
 
 void removeFileIfThere(const std::string& path) {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", path, errno);
@@ -93,6 +96,30 @@ void removeUnusedManifests(const Store& store, const Project& project, const std
     }
 }
 
+// Lets manifests, newest first, claim what they name. Decoding is nearly all of a prune's work, so some are decoded
+// at once, each in a thread of its own.
+void claimAll(const Store& store, const Project& project, const std::vector<std::int64_t>& manifests,
+              UnclaimedContents& unclaimed) {
+    std::deque<std::future<Manifest>> decoding;
+    // Should no thread be had, the work is done at get().
+    const auto decode = [&](std::int64_t seq) {
+        return std::async(std::launch::async | std::launch::deferred, [&store, &project, seq] {
+            SnapshotMeta meta;
+            meta.manifestOf = seq;
+            return store.manifest(meta, project);
+        });
+    };
+    auto next = manifests.begin();
+    while (!unclaimed.empty()) {
+        // No manifest names a later snapshot's contents.
+        while (next != manifests.end() && *next >= unclaimed.oldest() && decoding.size() < manifestsAtOnce)
+            decoding.push_back(decode(*next++));
+        if (decoding.empty()) return;
+        unclaimed.claim(decoding.front().get());
+        decoding.pop_front();
+    }
+}
+
 // A record that is there but cannot be read would be taken for a removed one, and its contents with it.
 void requireAllRead(const std::vector<std::int64_t>& seqs, const std::vector<SnapshotMeta>& snapshots) {
     for (const std::int64_t seq : seqs) {
@@ -115,12 +142,7 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     if (seqs.size() != snapshots.size()) requireAllRead(seqs, snapshots);
     const RetentionPlan plan = planRetention(snapshots, now);
     UnclaimedContents unclaimed(store, project, plan.manifestsInUse);
-    for (const std::int64_t seq : plan.manifestsToRead) {
-        if (unclaimed.empty() || seq < unclaimed.oldest()) break; // no manifest names a later snapshot's contents
-        SnapshotMeta meta;
-        meta.manifestOf = seq;
-        unclaimed.claim(store.manifest(meta, project));
-    }
+    claimAll(store, project, plan.manifestsToRead, unclaimed);
     PruneResult result{plan.remove, unclaimed.count()};
     if (dryRun) return result;
     for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));

@@ -34,13 +34,20 @@ bool contains(const std::array<std::string_view, size>& folders, std::string_vie
 
 } // namespace
 
-ProtectedFolders::ProtectedFolders(std::string_view home) : hasHome_(!home.empty()), home_(absolutePath(home, "/")) {
+ProtectedFolders::ProtectedFolders(std::string_view home, const std::vector<std::string>& projectRoots)
+    : hasHome_(!home.empty()), home_(absolutePath(home, "/")) {
     if (home_ == "/") home_.clear();
+    const auto isTracked = [&](std::string_view folder) {
+        return std::any_of(projectRoots.begin(), projectRoots.end(),
+                           [&](const std::string& root) { return isAtOrBelow(folder, root); });
+    };
+    for (std::string_view above = parentFolder(home_); above.size() > 1; above = parentFolder(above))
+        if (!isTracked(above)) aboveHome_.emplace_back(above);
 }
 
 bool ProtectedFolders::holdsText(std::string_view path) const {
     if (contains(systemFolders, path)) return true;
-    if (!home_.empty() && !path.empty() && isAtOrBelow(home_, path)) return true;
+    if (std::find(aboveHome_.begin(), aboveHome_.end(), path) != aboveHome_.end()) return true;
     return hasHome_ && path.starts_with(home_) && contains(homeFolders, path.substr(home_.size()));
 }
 
@@ -62,8 +69,8 @@ void ProtectedFolders::readIdentities() {
     };
     for (const std::string_view folder : systemFolders) add(stat(std::string(folder).c_str(), &status));
     if (!hasHome_) return;
-    for (std::string_view folder = home_; folder.size() > 1; folder = parentFolder(folder))
-        add(stat(std::string(folder).c_str(), &status));
+    if (!home_.empty()) add(stat(home_.c_str(), &status));
+    for (const std::string& folder : aboveHome_) add(stat(folder.c_str(), &status));
     // What a link such as ~/.config leads to may be anything, for instance a project of dotfiles.
     for (const std::string_view folder : homeFolders) add(lstat((home_ + std::string(folder)).c_str(), &status));
 }

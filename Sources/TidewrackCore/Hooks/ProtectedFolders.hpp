@@ -12,7 +12,8 @@ namespace tidewrack::shell {
 
 class ProtectedFolders {
   public:
-    explicit ProtectedFolders(std::string_view home);
+    // A project that holds the home folder is not protected by that: its commands are snapshotted, and asked about.
+    ProtectedFolders(std::string_view home, const std::vector<std::string>& projectRoots);
 
     // Whether the text of an absolute path without trailing slash is that of a protected folder.
     [[nodiscard]] bool holdsText(std::string_view path) const;
@@ -33,6 +34,7 @@ class ProtectedFolders {
 
     bool hasHome_;
     std::string home_; // empty for a home that is the root
+    std::vector<std::string> aboveHome_;
     std::vector<Identity> identities_;
     bool identitiesRead_ = false;
     int pathsLookedAt_ = 0;

@@ -49,7 +49,7 @@ std::string_view folderAbovePattern(std::string_view pattern) {
 
 } // namespace
 
-Effects::Effects(const Context& context) : context_(context), protected_(context.home) {}
+Effects::Effects(const Context& context) : context_(context), protected_(context.home, context.projectRoots) {}
 
 bool Effects::full() const {
     return decision_.targets.size() >= maxTargets || targetBytes_ >= maxTargetBytes;
@@ -145,7 +145,7 @@ void Verdict::raiseTo(Verdict other) {
 
 std::optional<std::string> catastrophic(std::string_view path, std::string_view home) {
     const std::string_view plain = withoutTrailingSlash(path);
-    if (!ProtectedFolders(home).holdsText(plain)) return std::nullopt;
+    if (!ProtectedFolders(home, {}).holdsText(plain)) return std::nullopt;
     return refusal(plain);
 }
 
