@@ -82,8 +82,7 @@ void Effects::target(std::string path, std::string_view cwd, Links links) {
 
 void Effects::targetWord(const Word& word, std::string_view cwd, Links links, bool asks) {
     // Past the limit only a word that may name a folder outside the working folder is worth a look.
-    const bool elsewhere = word.text.starts_with('/') || word.text.find("..") != std::string::npos;
-    if (full() && !elsewhere) return opaque(cwd);
+    if (full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos) return opaque(cwd);
     const auto add = [&](std::string path) {
         if (asks) askIfProjectInside(path, links);
         target(std::move(path), cwd, links);

@@ -9,7 +9,7 @@ namespace tidewrack::shell {
 
 namespace {
 
-constexpr std::size_t maxHandedOut = std::size_t{1} << 20;
+constexpr std::size_t maxHandedOut = std::size_t{1} << 18;
 constexpr std::size_t maxAssigned = 1'000;
 
 bool isAsciiNameByte(char c) {

@@ -14,7 +14,7 @@ namespace tidewrack::shell {
 using Environment = std::map<std::string, std::string, std::less<>>;
 
 // The variables as they stand at one place of a command line: what the line assigned so far, over the
-// environment that it was given (which must outlive this). All look-ups together hand out at most 1 MiB and
+// environment that it was given (which must outlive this). All look-ups together hand out at most 256 KiB and
 // 1,000 names can be assigned, so that a line of doubling assignments stays cheap; past that a name has no
 // value and the line counts as not followed.
 class Variables {

@@ -270,7 +270,13 @@ bool Analysis::expandOne(Word& word) {
 
 std::vector<Word> Analysis::expandedOverLoops(std::vector<Word> words) {
     std::vector<Word> result;
-    for (Word& word : words) expandOver(std::move(word), 0, false, result);
+    result.reserve(words.size());
+    for (Word& word : words) {
+        if (word.expands)
+            expandOver(std::move(word), 0, false, result);
+        else
+            result.push_back(std::move(word));
+    }
     return result;
 }
 

@@ -88,8 +88,7 @@ void Lexer::flush() {
     }
     markPlain();
     std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
-    // Room for all that may follow, instead of moving a huge list each time it has doubled.
-    if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
+    makeRoom(list);
     list.push_back(std::move(word_));
     beginWord();
     redirect_ = false;
@@ -117,6 +116,10 @@ bool Lexer::next(Simple& simple) {
     simple.braced.clear();
     out_ = &simple;
     for (;;) {
+        if (!started_ && !redirect_) {
+            while (takePlainWord()) {
+            }
+        }
         if (!started_) wordBegin_ = at_;
         wordEnd_ = at_;
         if (at_ >= end_) {
@@ -129,6 +132,24 @@ bool Lexer::next(Simple& simple) {
         wordEnd_ = at_;
         if (at_ < end_ && takeCharacter()) return true;
     }
+}
+
+// Room for all that may follow, instead of moving a huge list each time it has doubled.
+void Lexer::makeRoom(std::vector<Word>& list) const {
+    if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
+}
+
+// Takes a word that is nothing but plain bytes, which most are, whole and with the blank behind it.
+bool Lexer::takePlainWord() {
+    std::size_t end = at_;
+    while (end < end_ && !special[static_cast<unsigned char>(text_[end])]) ++end;
+    if (end == at_ || !standsAt(end, ' ')) return false;
+    makeRoom(out_->words);
+    Word& word = out_->words.emplace_back();
+    word.text = text_.substr(at_, end - at_);
+    word.plain = static_cast<std::uint32_t>(word.text.size());
+    at_ = end + 1;
+    return true;
 }
 
 void Lexer::takePlainRun() {

@@ -77,6 +77,8 @@ class Lexer {
     void flush();
     bool endCommand();
     void markOpaque();
+    void makeRoom(std::vector<Word>& list) const;
+    bool takePlainWord();
     void takePlainRun();
     bool takeCharacter();
     bool takeOperator(char c);
