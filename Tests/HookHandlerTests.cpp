@@ -246,6 +246,9 @@ TEST_F(HookHandlerTest, startsTrackingGitRepositories) {
     EXPECT_EQ(savedOutside(), Lines{home + "/whole"});
     EXPECT_EQ(shell("find repo/ -name HEAD -delete"), HookOutput{});
     EXPECT_EQ(savedOutside(), Lines{}) << "its second snapshot suffices";
+    world.folder.write("home/reset/.git/HEAD", "x");
+    EXPECT_EQ(shell("git -C ~/reset reset --hard"), HookOutput{});
+    EXPECT_EQ(savedOutside(), Lines{}) << "git's own store stays";
     (void)log();
 
     world.folder.makeFolder("home/.git"); // the home folder is too broad

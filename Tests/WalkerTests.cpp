@@ -157,14 +157,17 @@ TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
 // git gives up when it is asked about a path in a submodule, or takes a colon for one of its signs.
 TEST_F(WalkerTest, gitGoesOnAnsweringBehindWhatItCannotAnswer) {
     if (!git(f.path(), "init -q")) GTEST_SKIP() << "git is not installed";
-    ASSERT_TRUE(git(f.path(), "update-index --add --cacheinfo 160000," + std::string(40, '1') + ",module"));
+    for (const std::string module : {"module", "inTree"})
+        ASSERT_TRUE(git(f.path(), "update-index --add --cacheinfo 160000," + std::string(40, '1') + "," + module));
     f.write("module/.git", "gitdir: ../.git/modules/module\n");
     f.write("tree/.git", "gitdir: " + f.at(".git/worktrees/tree") + "\n");
+    f.write("inTree/.git", "gitdir: " + f.at(".git/worktrees/tree/modules/inTree") + "\n"); // of such a tree's own
     f.write(".git/info/exclude", "build\n");
-    for (const char* folder : {"module", "tree", "tree/deep", ":!a", ":(b"})
+    for (const char* folder : {"module", "inTree", "tree", "tree/deep", ":!a", ":(b"})
         f.makeFolder(std::string(folder) + "/build");
     const auto ignore = GitIgnore::open(f.path());
     for (const auto& [path, ignored] : std::map<std::string, bool>{{"module/build", false},
+                                                                   {"inTree/build", false},
                                                                    {"tree/build", true},
                                                                    {"tree/deep/build", true},
                                                                    {":!a/build", true},

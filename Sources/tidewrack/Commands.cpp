@@ -116,7 +116,7 @@ class Commands {
         const Project project = this->project(path);
         // A word that is no folder, such as -h or a typing error, must not cost the history of the folder around it;
         // a tracked folder that is gone can still be given up by its name.
-        if (path && Store::canonical(absolute(*path)) != project.root && !exists(absolute(*path)))
+        if (path && Store::canonical(absolute(*path)) != project.root && !isFolder(absolute(*path)))
             throw TidewrackError::io(absolute(*path) + " is not a folder.");
         store_.untrack(project);
         print("Stopped tracking " + project.root + " and deleted its history.\n");

@@ -58,6 +58,7 @@ int FolderBelow::makeFolder(std::string_view path, std::uint16_t mode) {
 int FolderBelow::setMode(std::string_view path, std::uint16_t mode) {
     Place at;
     if (const int error = place(path, at)) return error;
+    // Where the system can't do this by itself the library needs /proc, and says EOPNOTSUPP without.
     return ::fchmodat(at.folder, at.name, mode, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 

@@ -87,7 +87,7 @@ void GitIgnore::launch() {
 }
 
 // git ends when it is asked about a path inside a submodule, and would then answer nothing more. A submodule has a
-// ".git" file that leads to a store below "modules"; a linked work tree has one that leads to "worktrees".
+// ".git" file, as a linked work tree has, whose file leads to a folder directly in "worktrees".
 bool GitIgnore::isInSubmodule(std::string_view asked) const {
     for (std::string_view folder = parentOf(asked); !folder.empty(); folder = parentOf(folder)) {
         const std::string path = root_ + "/" + std::string(folder) + "/.git";
@@ -95,7 +95,7 @@ bool GitIgnore::isInSubmodule(std::string_view asked) const {
         std::string link;
         if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0 || attributes.kind != Attributes::Kind::file)
             continue;
-        return readFile(path, link) != 0 || link.find("/worktrees/") == std::string::npos;
+        return readFile(path, link) != 0 || lastComponent(parentOf(link)) != "worktrees";
     }
     return false;
 }
@@ -110,9 +110,11 @@ bool GitIgnore::isIgnored(std::string_view path) {
         dead_ = true;
         return false;
     }
+    const Deadline until =
+        deadline_ ? Deadline(std::max(*deadline_, steady_clock::now() + shortestWait)) : std::nullopt;
     std::array<std::string, 4> fields; // source, line number, pattern, path
     for (std::string& field : fields) {
-        auto text = readField();
+        auto text = readField(until);
         if (!text) {
             dead_ = true;
             return false;
@@ -122,22 +124,21 @@ bool GitIgnore::isIgnored(std::string_view path) {
     return !fields[0].empty() && !fields[2].starts_with('!');
 }
 
-// False when the deadline passes first. Git then hangs, and is ended so that nobody has to wait for it.
-bool GitIgnore::waitForAnswer() {
-    if (!deadline_) return true;
-    const auto until = std::max(*deadline_, steady_clock::now() + shortestWait);
+// False when there is none until then. Git then hangs, and is ended so that nobody has to wait for it.
+bool GitIgnore::waitForAnswer(const Deadline& until) {
+    if (!until) return true;
     while (true) {
-        const auto left = std::chrono::ceil<milliseconds>(until - steady_clock::now()).count();
+        const auto left = std::chrono::ceil<milliseconds>(*until - steady_clock::now()).count();
         pollfd answer{output_.get(), POLLIN, 0};
         const int ready = ::poll(&answer, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX)));
         if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
-        if (steady_clock::now() < until) continue;
+        if (!passed(until)) continue;
         ::kill(process_, SIGKILL);
         return false;
     }
 }
 
-std::optional<std::string> GitIgnore::readField() {
+std::optional<std::string> GitIgnore::readField(const Deadline& until) {
     while (true) {
         const auto end = buffer_.find('\0');
         if (end != std::string::npos) {
@@ -145,7 +146,7 @@ std::optional<std::string> GitIgnore::readField() {
             buffer_.erase(0, end + 1);
             return field;
         }
-        if (!waitForAnswer()) return std::nullopt;
+        if (!waitForAnswer(until)) return std::nullopt;
         std::array<char, 4096> bytes;
         const ssize_t count = ::read(output_.get(), bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;

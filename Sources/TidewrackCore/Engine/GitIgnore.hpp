@@ -34,8 +34,8 @@ class GitIgnore {
   private:
     void launch();
     [[nodiscard]] bool isInSubmodule(std::string_view asked) const;
-    [[nodiscard]] bool waitForAnswer();
-    [[nodiscard]] std::optional<std::string> readField();
+    [[nodiscard]] bool waitForAnswer(const Deadline& until);
+    [[nodiscard]] std::optional<std::string> readField(const Deadline& until);
 
     std::string root_;
     Deadline deadline_;

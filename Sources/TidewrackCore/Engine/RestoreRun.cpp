@@ -331,7 +331,8 @@ Manifest RestoreRun::manifestAfter() {
         if (isListed(path)) builder.add(path, entry);
     for (const std::string& path : parents_.created()) {
         Attributes now;
-        if (!written_.contains(path) && files_.attributes(path, now) == 0) builder.add(path, entryOf(now));
+        if (isListed(path) && !written_.contains(path) && files_.attributes(path, now) == 0)
+            builder.add(path, entryOf(now));
     }
     return builder.finish(); // of two entries for one path the later one stays
 }

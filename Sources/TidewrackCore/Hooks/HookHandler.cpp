@@ -41,6 +41,10 @@ bool isFile(const std::string& path) {
     return attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.kind == Attributes::Kind::file;
 }
 
+bool isIn(const std::vector<std::string>& sorted, const std::string& path) {
+    return std::binary_search(sorted.begin(), sorted.end(), path);
+}
+
 // One event while it is being answered.
 class HookCall {
   public:
@@ -177,14 +181,14 @@ class HookCall {
             if (!addHolder(isLink ? std::string(parentOf(place)) : place, touched.projects))
                 touched.outside.push_back(target);
             // A link may be removed, or written through.
-            const bool follows = !isLink || isFile(end) ||
-                                 std::binary_search(decision.followed.begin(), decision.followed.end(), target);
+            const bool follows = !isLink || isFile(end) || isIn(decision.followed, target);
             if (isLink && !addHolder(end, touched.projects) && follows) touched.outside.push_back(end);
             for (const Project& project : projects_) {
                 if (!isAtOrBelow(project.root, end) || !isFolder(project.root)) continue;
                 add(project, touched.projects);
                 // Nobody was asked about a project unknown when the guard judged, and its snapshot lacks git's store.
-                if (follows && unjudged_.contains(project.root)) touched.outside.push_back(isLink ? end : target);
+                if (follows && unjudged_.contains(project.root) && isIn(decision.removed, target))
+                    touched.outside.push_back(isLink ? end : target);
             }
         }
         for (const std::string& folder : decision.opaqueDirs)

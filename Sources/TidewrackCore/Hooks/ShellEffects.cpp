@@ -85,6 +85,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, bo
     if (full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos) return opaque(cwd);
     const auto add = [&](std::string path) {
         if (asks) askIfProjectInside(path, links);
+        if (asks && !full()) decision_.removed.push_back(path);
         target(std::move(path), cwd, links);
     };
     if (word.glob)
@@ -121,7 +122,7 @@ void Effects::denyCatastrophes() {
 
 Decision Effects::decide() {
     auto& targets = decision_.targets;
-    for (auto* paths : {&targets, &decision_.followed}) {
+    for (auto* paths : {&targets, &decision_.followed, &decision_.removed}) {
         const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);

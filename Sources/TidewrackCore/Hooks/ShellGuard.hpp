@@ -37,6 +37,7 @@ struct Decision {
     std::vector<std::string> targets;    // absolute paths that may be deleted or overwritten: sorted, each once
     std::vector<std::string> followed;   // those of them that, where they are links, are not meant themselves: what
                                          // they lead to is; sorted, each once
+    std::vector<std::string> removed;    // those of them that go with all they hold; sorted, each once
     bool opaque = false;                 // part of the effect cannot be known without running the command
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
 

@@ -17,20 +17,7 @@
 
 namespace tidewrack {
 
-namespace {
-
-std::string hexText(std::string_view bytes, std::size_t count) {
-    static constexpr char digits[] = "0123456789abcdef";
-    const auto digest = sha256(bytes);
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        text += digits[digest[i] >> 4];
-        text += digits[digest[i] & 15];
-    }
-    return text;
-}
-
-} // namespace
+namespace {} // namespace
 
 std::optional<std::int64_t> parseSeq(std::string_view text) {
     std::int64_t value = 0;
@@ -87,7 +74,8 @@ std::string Store::projectID(const std::string& root) {
         else
             slug += '-';
     }
-    const std::string hash = hexText(root, 4);
+    const auto digest = sha256(root);
+    const std::string hash = hexText(std::string_view(reinterpret_cast<const char*>(digest.data()), 4));
     return slug.empty() ? hash : slug + "-" + hash;
 }
 

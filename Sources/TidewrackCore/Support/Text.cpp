@@ -121,4 +121,15 @@ std::string caseFolded(std::string_view text) {
     return result;
 }
 
+std::string hexText(std::string_view bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string hex;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        hex += digits[byte / 16];
+        hex += digits[byte % 16];
+    }
+    return hex;
+}
+
 } // namespace tidewrack

@@ -32,6 +32,9 @@ namespace tidewrack {
 // Lower case by code point, for the whole of Unicode.
 [[nodiscard]] std::string lowercased(std::string_view text);
 
+// Two hexadecimal digits for each byte, in lower case.
+[[nodiscard]] std::string hexText(std::string_view bytes);
+
 // The form that texts share when they differ only in case or in how their characters are composed. Text that is not
 // UTF-8 comes back unchanged.
 [[nodiscard]] std::string caseFolded(std::string_view text);

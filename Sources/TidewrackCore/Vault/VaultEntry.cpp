@@ -14,17 +14,6 @@ namespace {
 // JSON holds text only; a path that is none is kept a second time, byte for byte.
 constexpr const char* bytesKey = "originalHex";
 
-std::string hexOf(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string hex;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        hex += digits[byte / 16];
-        hex += digits[byte % 16];
-    }
-    return hex;
-}
-
 // None when it is not hexadecimal.
 std::optional<std::string> bytesOf(std::string_view hex) {
     std::string bytes;
@@ -50,7 +39,7 @@ nlohmann::json toJson(const VaultEntry& entry) {
     nlohmann::json items = nlohmann::json::array();
     for (const VaultEntry::Item& item : entry.items) {
         nlohmann::json object = {{"original", item.original}, {"stored", item.stored}, {"kind", item.kind}};
-        if (!isUtf8(item.original)) object[bytesKey] = hexOf(item.original);
+        if (!isUtf8(item.original)) object[bytesKey] = hexText(item.original);
         items.push_back(std::move(object));
     }
     nlohmann::json object = {{"id", entry.id},   {"created", isoText(entry.created)}, {"command", entry.command},
