@@ -55,20 +55,20 @@ void expectAll(const Row (&rows)[size]) {
     for (const Row& row : rows) EXPECT_EQ(judged(row.command), row.expected) << row.command;
 }
 
-// A real folder tree: home/{Documents,.ssh}, link -> home, work/{a.txt,b.txt,.hidden,sub/c.txt}.
+// A real folder tree: home/{Documents,.ssh}, link -> home, tree/{a.txt,b.txt,.hidden,sub/c.txt}.
 class ShellGuardOnDisk : public testing::Test {
   protected:
     void SetUp() override {
         std::string pattern = testing::TempDir() + "tidewrack-guard-XXXXXX";
         root = std::filesystem::canonical(mkdtemp(pattern.data())).string();
-        for (const char* folder : {"/home/Documents", "/home/.ssh", "/work/sub", "/out"})
+        for (const char* folder : {"/home/Documents", "/home/.ssh", "/tree/sub", "/out"})
             std::filesystem::create_directories(root + folder);
-        for (const char* file : {"/work/a.txt", "/work/b.txt", "/work/.hidden", "/work/sub/c.txt"})
+        for (const char* file : {"/tree/a.txt", "/tree/b.txt", "/tree/.hidden", "/tree/sub/c.txt"})
             std::ofstream(root + file) << "x";
         std::filesystem::create_directory_symlink(root + "/home", root + "/link");
-        context.cwd = root + "/work";
+        context.cwd = root + "/tree";
         context.home = root + "/home";
-        context.projectRoots = {root + "/work"};
+        context.projectRoots = {root + "/tree"};
     }
     void TearDown() override { std::filesystem::remove_all(root); }
 
@@ -356,25 +356,25 @@ TEST(ShellPaths, areJoinedTextually) {
 }
 
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
-    EXPECT_EQ(judgedHere("rm *.txt"), "work/a.txt work/b.txt");
-    EXPECT_EQ(judgedHere("rm ?.txt [!a]*"), "work/a.txt work/b.txt work/sub");
-    EXPECT_EQ(judgedHere("rm .h*"), "work/.hidden");
-    EXPECT_EQ(judgedHere("rm */*.txt"), "work/sub/c.txt");
-    EXPECT_EQ(judgedHere("rm sub/*.o"), "work/sub");
-    EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out work deny");
-    EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "work/sub");
-    EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "work/sub/c.txt");
+    EXPECT_EQ(judgedHere("rm *.txt"), "tree/a.txt tree/b.txt");
+    EXPECT_EQ(judgedHere("rm ?.txt [!a]*"), "tree/a.txt tree/b.txt tree/sub");
+    EXPECT_EQ(judgedHere("rm .h*"), "tree/.hidden");
+    EXPECT_EQ(judgedHere("rm */*.txt"), "tree/sub/c.txt");
+    EXPECT_EQ(judgedHere("rm sub/*.o"), "tree/sub");
+    EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out tree deny");
+    EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "tree/sub");
+    EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "tree/sub/c.txt");
 }
 
 TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
     EXPECT_EQ(judgedHere("cp a.txt ../x.txt ../out"), "out/a.txt out/x.txt");
     EXPECT_EQ(judgedHere("cp a.txt ../out/"), "out/a.txt");
-    EXPECT_EQ(judgedHere("mv *.txt ../out"), "out/a.txt out/b.txt work/a.txt work/b.txt");
+    EXPECT_EQ(judgedHere("mv *.txt ../out"), "out/a.txt out/b.txt tree/a.txt tree/b.txt");
     EXPECT_EQ(judgedHere("cp a.txt ../new"), "new");
     EXPECT_EQ(judgedHere("cp -r sub/. ../out"), "out/c.txt out/sub");
     EXPECT_EQ(judgedHere("rsync -a sub/ ../out"), "out/c.txt out/sub");
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../out"), "out out/sub");
-    EXPECT_EQ(judgedHere("git checkout a.txt"), " ?work");
+    EXPECT_EQ(judgedHere("git checkout a.txt"), " ?tree");
     EXPECT_EQ(judgedHere("git checkout main"), "");
 }
 
@@ -386,11 +386,11 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../link"), "link link/sub deny");
     EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "link deny");
 
-    std::filesystem::create_directory_symlink(root + "/work", root + "/wlink");
+    std::filesystem::create_directory_symlink(root + "/tree", root + "/wlink");
     std::filesystem::create_directory_symlink(root, root + "/out/up");
     EXPECT_EQ(judgedHere("rm -rf ../wlink"), "wlink");
     EXPECT_EQ(judgedHere("rm -rf ../wlink/"), "wlink ask");
-    EXPECT_EQ(judgedHere("rm -rf ../out/up/work"), "out/up/work ask");
+    EXPECT_EQ(judgedHere("rm -rf ../out/up/tree"), "out/up/tree ask");
     EXPECT_EQ(judgedHere("rm -rf ../out/up"), "out/up");
     EXPECT_EQ(judgedHere("rm -rf ../out/up/"), "out/up deny") << "the home folder is in what it leads to";
 
@@ -400,10 +400,10 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
 
     ProtectedFolders folders(context.home, {});
     EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));
-    EXPECT_FALSE(folders.holdsFolder(root + "/work", false));
+    EXPECT_FALSE(folders.holdsFolder(root + "/tree", false));
 
-    if (!std::filesystem::exists(root + "/WORK")) GTEST_SKIP() << "this volume minds case";
-    EXPECT_EQ(judgedHere("rm -rf ../WORK"), "WORK ask");
+    if (!std::filesystem::exists(root + "/TREE")) GTEST_SKIP() << "this volume minds case";
+    EXPECT_EQ(judgedHere("rm -rf ../TREE"), "TREE ask");
     EXPECT_EQ(judgedHere("rm -rf ../home/DOCUMENTS"), "home/DOCUMENTS deny");
 }
 
