@@ -64,7 +64,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
         recordAfterRestore(lock, project, safety, after, started, elapsed);
     } catch (const TidewrackError& error) {
         throw TidewrackError::io(std::string(error.what()) +
-                                 ". The files were restored all the same; undo this with: " + "tidewrack restore " +
+                                 ". The files were restored all the same; undo this with: tidewrack restore " +
                                  std::to_string(safety.result.meta.seq));
     }
     RestoreResult result = run.takeResult();

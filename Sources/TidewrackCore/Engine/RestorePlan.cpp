@@ -64,12 +64,6 @@ void planWrite(const Manifest::Item& item, const Entry* present, RestorePlan& pl
     plan.writes.push_back(&item);
 }
 
-constexpr std::uint16_t ownerAll = 0700;
-
-bool isClosed(const Entry& entry) {
-    return (entry.mode & ownerAll) != ownerAll;
-}
-
 // An agent that takes a folder's rights away makes all below it unreachable. To undo that, the folder is opened
 // again, although a folder's rights are no change of their own.
 void planLockedFolders(const RestoreInput& input, RestorePlan& plan) {

@@ -3,6 +3,7 @@
 
 #include "Store/Manifest.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <set>
 #include <string>
@@ -10,6 +11,12 @@
 #include <vector>
 
 namespace tidewrack {
+
+// What a folder's owner needs to work in it, and whether the folder lacks some of that.
+inline constexpr std::uint16_t ownerAll = 0700;
+[[nodiscard]] inline bool isClosed(const Entry& folder) {
+    return (folder.mode & ownerAll) != ownerAll;
+}
 
 struct RestorePlan {
     using Items = std::vector<const Manifest::Item*>; // into the manifests planned from

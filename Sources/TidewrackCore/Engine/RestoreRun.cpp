@@ -15,7 +15,6 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
-constexpr std::uint16_t ownerAll = 0700;
 
 std::string describe(const Attributes& attributes) {
     switch (attributes.kind) {
@@ -75,7 +74,7 @@ void RestoreRun::removeLeftovers() {
 void RestoreRun::makeWritable(const RestorePlan::Items& folders) {
     for (const Manifest::Item* item : folders) {
         const Entry* present = safety_.manifest.find(item->path);
-        if ((present->mode & ownerAll) == ownerAll || (item->entry.mode & ownerAll) != ownerAll) continue;
+        if (!isClosed(*present) || isClosed(item->entry)) continue;
         (void)files_.setMode(item->path, static_cast<std::uint16_t>(present->mode | ownerAll));
     }
 }

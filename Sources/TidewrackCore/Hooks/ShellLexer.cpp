@@ -139,10 +139,16 @@ void Lexer::makeRoom(std::vector<Word>& list) const {
     if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
 }
 
-// Takes a word that is nothing but plain bytes, which most are, whole and with the blank behind it.
-bool Lexer::takePlainWord() {
+// Where the bytes end that mean nothing but themselves.
+std::size_t Lexer::plainRunEnd() const {
     std::size_t end = at_;
     while (end < end_ && !special[static_cast<unsigned char>(text_[end])]) ++end;
+    return end;
+}
+
+// Takes a word that is nothing but plain bytes, which most are, whole and with the blank behind it.
+bool Lexer::takePlainWord() {
+    const std::size_t end = plainRunEnd();
     if (end == at_ || !standsAt(end, ' ')) return false;
     makeRoom(out_->words);
     Word& word = out_->words.emplace_back();
@@ -153,9 +159,9 @@ bool Lexer::takePlainWord() {
 }
 
 void Lexer::takePlainRun() {
-    const std::size_t begin = at_;
-    while (at_ < end_ && !special[static_cast<unsigned char>(text_[at_])]) ++at_;
-    if (at_ > begin) append(text_.substr(begin, at_ - begin));
+    const std::size_t end = plainRunEnd();
+    if (end > at_) append(text_.substr(at_, end - at_));
+    at_ = end;
 }
 
 // Takes the special character at the current place; true when it ended a command.

@@ -78,6 +78,7 @@ class Lexer {
     bool endCommand();
     void markOpaque();
     void makeRoom(std::vector<Word>& list) const;
+    [[nodiscard]] std::size_t plainRunEnd() const;
     bool takePlainWord();
     void takePlainRun();
     bool takeCharacter();

@@ -17,8 +17,6 @@
 
 namespace tidewrack {
 
-namespace {} // namespace
-
 std::optional<std::int64_t> parseSeq(std::string_view text) {
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
