@@ -327,7 +327,7 @@ TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
     }
     {
         const ProjectLock lock(world.store().lockPath(project));
-        world.store().writeManifest(lock, project, 1, builder.finish());
+        world.store().writeManifest(lock, project, 1, builder.finish(), PendingWrites());
     }
     world.ok({"restore", "1", "--keep-new"});
     EXPECT_EQ(f.read("outside"), "not yours");

@@ -91,7 +91,7 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
     meta.durationMs = durationMs;
-    if (!share) store.writeManifest(lock, project, meta.seq, after);
+    if (!share) store.writeManifest(lock, project, meta.seq, after, PendingWrites());
     store.writeSnapshot(lock, project, meta);
 }
 

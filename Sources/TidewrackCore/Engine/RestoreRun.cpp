@@ -59,6 +59,7 @@ void RestoreRun::work(const RestoreInput& input) {
     write(plan.writes);
     files_.forget();
     finishFolders(plan);
+    bringToDisk();
 }
 
 // Temporaries of a restore that was killed are ours and nobody's work. One that bears this process's number is of an
@@ -218,6 +219,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::atomic<std::size_t> done = 0;
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         if (engine_.progress) engine_.progress("restored", ++done);
+        worker.memory.pending = &pending_;
         const int error = writeOne(jobs[i], worker);
         return error != 0 || !jobs[i].unsafe.empty() ? error : worker.project.attributes(jobs[i].item->path, landed[i]);
     });
@@ -292,6 +294,14 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
         }
     }
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
+}
+
+// A power cut soon after must not leave empty files where the record says that all is back.
+void RestoreRun::bringToDisk() {
+    if (written_.empty()) return;
+    if (const int error = flush(root_.get(), pending_))
+        result_.warnings.push_back("couldn't bring what was restored to the disk for good: " + errorText(error));
+    trace_.mark([] { return "flush"; });
 }
 
 // The path holds what the target says, with these attributes.

@@ -40,6 +40,7 @@ class RestoreRun {
     void makeFolders(const RestorePlan& plan);
     void write(const RestorePlan::Items& items);
     void finishFolders(const RestorePlan& plan);
+    void bringToDisk();
 
     [[nodiscard]] std::vector<WriteJob> examineWrites(const RestorePlan::Items& items);
     [[nodiscard]] int writeOne(WriteJob& job, CloneWorker& worker);
@@ -63,6 +64,7 @@ class RestoreRun {
     Descriptor blobs_;
     FolderBelow files_;
     ParentCache parents_;
+    PendingWrites pending_;
     RestoreResult result_;
     std::set<std::string, std::less<>> warned_;
     std::set<std::string, std::less<>> removed_;

@@ -120,6 +120,14 @@ void claimAll(const Store& store, const Project& project, const std::vector<std:
     }
 }
 
+// No content goes while a power cut could bring back a record that needs it.
+void bringToDisk(const std::string& folder) {
+    Descriptor open;
+    int error = openFolder(folder, open);
+    if (error == 0) error = flush(open.get(), PendingWrites());
+    if (error != 0) throw TidewrackError::io("write", folder, error);
+}
+
 // A record that is there but cannot be read would be taken for a removed one, and its contents with it.
 void requireAllRead(const std::vector<std::int64_t>& seqs, const std::vector<SnapshotMeta>& snapshots) {
     for (const std::int64_t seq : seqs) {
@@ -147,6 +155,8 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     if (dryRun) return result;
     for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));
     removeUnusedManifests(store, project, plan.manifestsInUse);
+    if (unclaimed.empty()) return result;
+    bringToDisk(store.projectFolder(project));
     unclaimed.remove();
     return result;
 }

@@ -158,6 +158,7 @@ class SnapshotRun {
             if (passed(deadline)) return ECANCELED;
             if (progress_) progress_("kept", ++done);
             worker.memory.deadline = deadline;
+            worker.memory.pending = &pending_;
             return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
         });
         for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], result);
@@ -165,6 +166,7 @@ class SnapshotRun {
 
     [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
     [[nodiscard]] std::size_t itemCount() const { return builder_.size(); }
+    [[nodiscard]] const PendingWrites& pending() const { return pending_; }
     [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
@@ -199,6 +201,7 @@ class SnapshotRun {
     const Progress& progress_;
     ManifestBuilder builder_;
     std::vector<KeepJob> jobs_;
+    PendingWrites pending_;
 };
 
 // The newest snapshot with its manifest, when both can be read.
@@ -260,7 +263,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderModes == FolderModes::ignored || sameFolderModes(previous.manifest, taken.manifest));
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
-    if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest);
+    if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest, run.pending());
     trace.mark([] { return "diff + write manifest"; });
 
     const auto counts = changes.fileCounts();

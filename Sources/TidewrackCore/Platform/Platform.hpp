@@ -5,6 +5,7 @@
 // Work on one path returns an errno value (0 is success); nothing here throws or prints.
 
 #include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
 #include "Support/Deadline.hpp"
 
 #include <csignal>
@@ -74,6 +75,7 @@ struct CopyMemory {
     bool cannotCopyRange = false;
     std::vector<char> buffer; // working space of plain copies
     Deadline deadline;        // copies of bytes stop with ECANCELED after it
+    PendingWrites* pending = nullptr; // of copies that must be on the disk before they are relied on
 
     void copyingFrom(std::uint64_t device) {
         if (source == device) return;
@@ -103,6 +105,7 @@ struct EarlierCopy {
 struct CopyLimits {
     std::string skip;  // an absolute path left out wherever it lies inside; empty: none
     Deadline deadline; // after it the copy is given up with ECANCELED
+    PendingWrites* pending = nullptr; // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
     // Receives what inside a folder could not be copied, as paths below it with a leading slash; the rest is copied.

@@ -243,8 +243,8 @@ void Store::writeSnapshot(const ProjectLock&, const Project& project, const Snap
 }
 
 void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq,
-                          const Manifest& manifest) const {
-    writeFileAtomically(manifestPath(project, seq), manifest.encoded());
+                          const Manifest& manifest, const PendingWrites& contents) const {
+    writeFileAfter(contents, manifestPath(project, seq), manifest.encoded());
 }
 
 std::string Store::projectFolder(const Project& project) const {

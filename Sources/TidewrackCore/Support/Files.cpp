@@ -47,13 +47,14 @@ AtomicFile::~AtomicFile() {
     if (exists_) ::unlink(temporary_.c_str());
 }
 
-int AtomicFile::write(std::string_view bytes, mode_t mode) {
+int AtomicFile::write(std::string_view bytes, mode_t mode, const PendingWrites* pending) {
     ::unlink(temporary_.c_str()); // left by a dead process of the same number
     Descriptor file(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file) return errno;
     exists_ = true;
     if (const int error = writeAll(file.get(), bytes)) return error;
     if (::fchmod(file.get(), mode) != 0) return errno;
+    if (const int error = pending == nullptr ? writeOut(file.get()) : flush(file.get(), *pending)) return error;
     return ::close(file.release()) == 0 ? 0 : errno;
 }
 
@@ -63,11 +64,23 @@ int AtomicFile::commit() {
     return 0;
 }
 
-void writeFileAtomically(const std::string& path, std::string_view bytes) {
-    AtomicFile file(path);
-    int error = file.write(bytes, 0644);
+namespace {
+
+void commitOrThrow(AtomicFile& file, const std::string& path, int error) {
     if (error == 0) error = file.commit();
     if (error != 0) throw TidewrackError::io("write", path, error);
+}
+
+} // namespace
+
+void writeFileAtomically(const std::string& path, std::string_view bytes) {
+    AtomicFile file(path);
+    commitOrThrow(file, path, file.write(bytes, 0644));
+}
+
+void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes) {
+    AtomicFile file(path);
+    commitOrThrow(file, path, file.writeAfter(pending, bytes, 0644));
 }
 
 int makeFolders(const std::string& path, mode_t mode) {

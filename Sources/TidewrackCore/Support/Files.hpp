@@ -2,6 +2,7 @@
 // Whole files: reading, and writing so that a reader sees the old or the new one, never a part.
 
 #include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
 
 #include <sys/types.h>
 
@@ -24,12 +25,19 @@ class [[nodiscard]] AtomicFile {
     AtomicFile& operator=(const AtomicFile&) = delete;
     ~AtomicFile();
 
-    // Writes the content with the given permission bits; returns an errno value.
-    [[nodiscard]] int write(std::string_view bytes, mode_t mode);
+    // Writes the content with the given permission bits, and out to the disk: not even a power cut leaves an empty file
+    // in its place. Returns an errno value.
+    [[nodiscard]] int write(std::string_view bytes, mode_t mode) { return write(bytes, mode, nullptr); }
+    // The same after which all that was done on the volume before, `pending` included, is on the disk.
+    [[nodiscard]] int writeAfter(const PendingWrites& pending, std::string_view bytes, mode_t mode) {
+        return write(bytes, mode, &pending);
+    }
     // Moves it into place; returns an errno value.
     [[nodiscard]] int commit();
 
   private:
+    [[nodiscard]] int write(std::string_view bytes, mode_t mode, const PendingWrites* pending);
+
     std::string path_;
     std::string temporary_;
     bool exists_ = false;
@@ -37,6 +45,8 @@ class [[nodiscard]] AtomicFile {
 
 // AtomicFile in one call, mode 0644. Throws TidewrackError io "can't write <path>: <reason>".
 void writeFileAtomically(const std::string& path, std::string_view bytes);
+// The same, once all that was done on the volume before, `pending` included, is on the disk.
+void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes);
 
 // Creates a folder with all missing parents. Returns an errno value; an existing folder is success. New folders
 // get `mode`.
