@@ -115,57 +115,6 @@ TEST_F(ProcessTest, snapshotsAtTheSameTimeEachGetTheirNumber) {
     expectReadable();
 }
 
-TEST_F(ProcessTest, deathAtAnyMomentLosesNothingOlder) {
-    for (int i = 0; i < 120; ++i)
-        f.write("project/folder" + std::to_string(i % 7) + "/" + std::to_string(i), std::string(3000, 'x'));
-    world.ok({"track"});
-    const std::string original = f.listing("project");
-    std::mt19937 random(7);
-    int killed = 0;
-    for (int round = 0; round < 18; ++round) {
-        for (int i = 0; i < 70; ++i)
-            f.write("project/folder" + std::to_string(i % 7) + "/" + std::to_string(i), std::to_string(round));
-        f.write("project/new" + std::to_string(round), "new");
-        const std::vector<std::string> words = round % 3 == 0   ? std::vector<std::string>{"snap"}
-                                               : round % 3 == 1 ? std::vector<std::string>{"restore", "1"}
-                                                                : std::vector<std::string>{"undo", "1"};
-        Program victim(world, words);
-        pause(static_cast<std::int64_t>(random() % 20'000));
-        victim.kill();
-        killed += victim.wait().status == 128 + SIGKILL ? 1 : 0;
-        expectReadable();
-        ASSERT_EQ(world.run({"log"}).status, 0);
-    }
-    EXPECT_GT(killed, 5); // most of them died on the way
-    world.ok({"snap"});
-    world.ok({"restore", "1"});
-    EXPECT_EQ(f.listing("project"), original); // nothing lost and nothing left over
-    world.ok({"prune"});
-    expectReadable();
-    world.ok({"restore", "1"});
-    EXPECT_EQ(f.listing("project"), original);
-}
-
-TEST_F(ProcessTest, deathWhileTrackingOrUntrackingLeavesAProjectToBeTracked) {
-    for (int i = 0; i < 80; ++i) f.write("project/" + std::to_string(i), "text");
-    for (int round = 0; round < 6; ++round) {
-        Program victim(world, {"track"});
-        pause(round * 3000);
-        victim.kill();
-        victim.wait();
-        world.ok({"track"});
-        expectReadable();
-        Program untracking(world, {"untrack"});
-        pause(round * 600);
-        untracking.kill();
-        untracking.wait();
-        world.ok({"track"});
-        expectReadable();
-        world.ok({"untrack"});
-        EXPECT_EQ(f.listing("store/projects"), "");
-    }
-}
-
 TEST_F(ProcessTest, tracesOnlyWhenAskedWithOne) {
     f.write("project/a", "a");
     world.ok({"track"});

@@ -2,6 +2,7 @@
 
 #include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>
@@ -28,11 +29,6 @@ std::string describe(const Attributes& attributes) {
 
 bool nothingThere(int error) {
     return error == ENOENT || error == ENOTDIR;
-}
-
-std::string temporaryName() {
-    static std::atomic<unsigned> counter = 0;
-    return ".tidewrack-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
 }
 
 } // namespace
@@ -62,13 +58,10 @@ void RestoreRun::work(const RestoreInput& input) {
     bringToDisk();
 }
 
-// Temporaries of a restore that was killed are ours and nobody's work. One that bears this process's number is of an
-// earlier process that had it too, as happens in containers: this one has written nothing yet.
+// Temporaries of a restore that was killed are ours and nobody's work.
 void RestoreRun::removeLeftovers() {
-    for (const std::string& path : safety_.leftovers) {
-        const std::int64_t owner = temporaryOwner(lastComponent(path));
-        if (owner == ::getpid() || !processIsAlive(owner)) (void)files_.removeFile(path);
-    }
+    for (const std::string& path : safety_.leftovers)
+        if (isLeftover(lastComponent(path))) (void)files_.removeFile(path);
 }
 
 // A folder that was made read-only since would refuse everything that is to be put back into it.

@@ -83,16 +83,13 @@ class UnclaimedContents {
     std::int64_t oldest_ = INT64_MAX;
 };
 
-// Manifests that no record names, those of interrupted snapshots included, and what an interrupted write left.
-void removeUnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse) {
+// Manifests that no record names, those of interrupted snapshots included.
+void removeUnusedManifests(const std::string& folder, const std::set<std::int64_t>& inUse) {
     constexpr std::string_view ending = ".mf";
-    const std::string folder = std::string(parentOf(store.manifestPath(project, 0)));
     for (const std::string& name : listFolder(folder).value_or(std::vector<std::string>())) {
-        const bool temporary = name.starts_with(".tidewrack-") && name.ends_with(".tmp");
-        const auto seq = name.ends_with(ending)
-                             ? parseSeq(std::string_view(name).substr(0, name.size() - ending.size()))
-                             : std::nullopt;
-        if (temporary || (seq && !inUse.contains(*seq))) removeFileIfThere(folder + "/" + name);
+        if (!name.ends_with(ending)) continue;
+        const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - ending.size()));
+        if (seq && !inUse.contains(*seq)) removeFileIfThere(folder + "/" + name);
     }
 }
 
@@ -154,9 +151,11 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     PruneResult result{plan.remove, unclaimed.count()};
     if (dryRun) return result;
     for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));
-    removeUnusedManifests(store, project, plan.manifestsInUse);
+    const std::string folder = store.projectFolder(project);
+    removeUnusedManifests(folder + "/manifests", plan.manifestsInUse);
+    for (const char* part : {"", "/snapshots", "/manifests"}) removeLeftovers(folder + part);
     if (unclaimed.empty()) return result;
-    bringToDisk(store.projectFolder(project));
+    bringToDisk(folder);
     unclaimed.remove();
     return result;
 }

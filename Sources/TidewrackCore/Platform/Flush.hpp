@@ -25,7 +25,8 @@ struct PendingWrites {
 void writeOutCopy(int fd, PendingWrites& pending);
 
 // Everything that was changed on the volume of the open file or folder `fd`, its own content and `pending` included, is
-// on the disk before anything that is changed later. Returns an errno value; a volume that knows no flushing is success.
+// on the disk before anything that is changed later. Returns an errno value; a volume that knows no flushing is
+// success.
 [[nodiscard]] int flush(int fd, const PendingWrites& pending);
 
 } // namespace tidewrack

@@ -73,8 +73,8 @@ struct CopyMemory {
     std::uint64_t source = 0; // the device last copied from: what was learned holds for it alone
     bool cannotClone = false;
     bool cannotCopyRange = false;
-    std::vector<char> buffer; // working space of plain copies
-    Deadline deadline;        // copies of bytes stop with ECANCELED after it
+    std::vector<char> buffer;         // working space of plain copies
+    Deadline deadline;                // copies of bytes stop with ECANCELED after it
     PendingWrites* pending = nullptr; // of copies that must be on the disk before they are relied on
 
     void copyingFrom(std::uint64_t device) {
@@ -103,8 +103,8 @@ struct EarlierCopy {
 };
 
 struct CopyLimits {
-    std::string skip;  // an absolute path left out wherever it lies inside; empty: none
-    Deadline deadline; // after it the copy is given up with ECANCELED
+    std::string skip;                 // an absolute path left out wherever it lies inside; empty: none
+    Deadline deadline;                // after it the copy is given up with ECANCELED
     PendingWrites* pending = nullptr; // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;

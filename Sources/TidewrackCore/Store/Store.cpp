@@ -142,7 +142,8 @@ void Store::untrack(const Project& project) const {
     const ProjectLock lock(lockPath(project));
     // The record goes first: a project half removed by a sudden death is then no project any more. Should it be
     // tracked again, no snapshot may be left that names contents which are gone.
-    (void)::unlink((folder + "/project.json").c_str());
+    const std::string record = folder + "/project.json";
+    if (::unlink(record.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", record, errno);
     for (const char* part : {"/snapshots", "/manifests", "/blobs", ""})
         if (const int error = removeTree(folder + part)) throw TidewrackError::io("remove", folder + part, error);
 }

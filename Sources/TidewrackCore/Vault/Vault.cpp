@@ -278,6 +278,7 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
 }
 
 void Vault::prune(std::int64_t days, Date now) const {
+    removeLeftovers(folder());
     const auto isOld = [&](std::int64_t created) { return seconds(now) - created > days * 86400; };
     for (const std::string& name : listFolder(folder()).value_or(std::vector<std::string>())) {
         const std::string path = entryFolder(name);
