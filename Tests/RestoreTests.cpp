@@ -47,15 +47,6 @@ class RestoreTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(RestoreTest, bringsBackAFolderThatWasEmptied) {
-    for (const char* name :
-         {"a.txt", "src", "bad\xff name", "bad\xfe name", "tab\there\\\n", "link", "dangling", "empty"})
-        world.folder.remove(world.projectFile(ofAnyBytes(name)));
-    const std::string out = world.ok({"restore", "1"});
-    EXPECT_EQ(out, "Restored 8 files, removed 0 files. Undo this with: tidewrack restore 2\n");
-    expectAsBefore();
-}
-
 TEST_F(RestoreTest, swapsKindsBackAndRemovesWhatIsNew) {
     const auto& f = world.folder;
     f.remove("project/src");
@@ -171,16 +162,6 @@ TEST_F(RestoreTest, tellsOfAContentThatTheStoreHasLost) {
     EXPECT_NE(out.find("warning: couldn't restore a.txt: No such file or directory\n"), std::string::npos);
     EXPECT_EQ(f.read("project/src/deep/er/x"), "x");
     EXPECT_NE(world.ok({"log", "-n", "1"}).find("no changes yet"), std::string::npos);
-}
-
-TEST_F(RestoreTest, keepsHardLinkedNamesFromBlockingEachOther) {
-    const auto& f = world.folder;
-    f.write("project/one", "shared");
-    ASSERT_EQ(::link(f.at("project/one").c_str(), f.at("project/two").c_str()), 0);
-    ASSERT_EQ(::link(f.at("project/one").c_str(), f.at("project/three").c_str()), 0);
-    const std::string out = world.ok({"restore", "1"});
-    EXPECT_EQ(out.find("warning"), std::string::npos) << out;
-    expectAsBefore();
 }
 
 TEST_F(RestoreTest, sweepsUpWhatAKilledRestoreLeft) {

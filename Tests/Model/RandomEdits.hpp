@@ -43,17 +43,14 @@ class RandomEdits {
 
   private:
     std::string newPath(const Tree& now);
-    std::string anyPath(const Tree& now);
-    std::string filePath(const Tree& now);
+    std::string anyPath(const Tree& now, bool filesOnly);
     std::string content();
-    std::string removeSome(const Tree& now);
-    std::string write(const std::string& path, int flags, const std::string& text);
-    std::string overwriteUnseen(const Tree& now, const std::string& path);
-    std::string truncate(const std::string& path);
-    std::string chmod(const Tree& now);
-    std::string touch(const Tree& now);
-    std::string rename(const Tree& now);
+    std::string write(const std::string& path, int flags, const std::string& text) const;
+    std::string overwriteUnseen(const std::string& path, const Node& was) const;
+    std::string chmod(const std::string& path, const Node& was);
+    std::string touch(const std::string& path, const Node& was);
     std::string becomeOther(const std::string& path);
+    std::string add(const std::string& path, const std::string& old, const std::string& file);
     [[nodiscard]] std::string at(const std::string& path) const { return root_ + "/" + path; }
 
     std::string root_;
