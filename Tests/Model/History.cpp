@@ -130,6 +130,14 @@ History::Taken History::take(const Tree& disk, bool folderModes) {
     return taken;
 }
 
+// The folder before a restore or undo, and the safety snapshot that it takes.
+History::Taken History::takeSafety(Tree& before) {
+    before = look();
+    Taken safety = take(before, true);
+    for (const auto& [path, node] : safety.walked) before[path].version = node.version;
+    return safety;
+}
+
 // Without changes a snapshot shares the listing of the one before.
 void History::finish(Taken& taken, const Tree& previous, const Known* shared, bool folderModes) {
     taken.changes = changesBetween(previous, taken.walked);
@@ -162,7 +170,6 @@ void History::snap() {
     const Tree disk = look();
     const Taken taken = take(disk, false);
     const std::string label = "step " + number(static_cast<std::int64_t>(log_.size()));
-    const Date before = now();
     const SnapshotResult result = engine_.snapshot(project_, {"manual", label, {}, {}, {}});
     require(result.warnings.empty(), "an undisturbed snapshot warns of nothing");
     require(result.changes == taken.changes, "a snapshot tells what changed");
@@ -170,16 +177,14 @@ void History::snap() {
     record(result.meta, taken, "manual", label);
     if (!pruneDue_) return;
     pruneDue_ = false;
-    const auto stay = expectedToStay(snapshots_, before);
-    if (stay == expectedToStay(snapshots_, now())) pruned(stay);
+    pruned(expectedToStay(snapshots_, now()));
 }
 
 Paths History::restore(std::int64_t to, bool whole, const std::vector<std::string>& paths, bool removeNew) {
     log_.back() = "restore " + number(to) + (removeNew ? "" : " keep-new");
     for (const std::string& path : paths) log_.back() += " '" + path + "'";
-    Tree before = look();
-    const Taken safety = take(before, true);
-    for (const auto& [path, node] : safety.walked) before[path].version = node.version;
+    Tree before;
+    const Taken safety = takeSafety(before);
     const Tree target = snapshots_.at(to).tree;
     Paths listed;
     Paths unknown;
@@ -212,6 +217,9 @@ Paths History::applied(const Taken& safety, const RestoreTask& task, const Resto
     require(result.restored == listOf(outcome.restored), "a report names what was restored");
     require(result.removed == listOf(outcome.removed), "a report names what was removed");
     checkWarnings(result.warnings, outcome.warned, unknown);
+    done_["restored"] += outcome.restored.size();
+    done_["removed"] += outcome.removed.size();
+    done_["warned"] += outcome.warned.size();
     Taken taken;
     for (const auto& [path, wanted] : outcome.after) {
         if (!wanted.listed) continue;
@@ -295,9 +303,8 @@ void History::backToSafety() {
 void History::undo() {
     const std::int64_t from = anySeq();
     log_.back() = "undo " + number(from);
-    Tree before = look();
-    const Taken safety = take(before, true);
-    for (const auto& [path, node] : safety.walked) before[path].version = node.version;
+    Tree before;
+    const Taken safety = takeSafety(before);
     const Tree target = snapshots_.at(from).tree;
     const auto next = snapshots_.upper_bound(from);
     const std::int64_t to = next == snapshots_.end() ? 0 : next->first;
@@ -357,6 +364,7 @@ void History::prune() {
     require(did.removedSnapshots == go && would.removedSnapshots == go, "retention keeps what its ages say");
     pruned(stay);
     const auto gone = static_cast<std::int64_t>(contents - keptContents().size());
+    done_["pruned"] += contents - keptContents().size();
     require(did.removedBlobs == gone && would.removedBlobs == gone, "a prune counts the contents it removes");
     require(same(look(), disk), "a prune does not touch the project");
 }

@@ -18,6 +18,8 @@ class History {
     // Takes so many steps. Throws std::runtime_error at the first broken promise.
     void run(std::uint64_t steps);
     [[nodiscard]] const std::vector<std::string>& log() const { return log_; }
+    // How many paths were restored, removed and warned of, and how many contents pruned.
+    [[nodiscard]] const std::map<std::string, std::size_t>& done() const { return done_; }
 
   private:
     // A snapshot as it should come out.
@@ -43,6 +45,7 @@ class History {
     [[nodiscard]] Tree look() const { return readTree(world_.projectPath(), nested_); }
     [[nodiscard]] std::int64_t anySeq();
     [[nodiscard]] Taken take(const Tree& disk, bool folderModes);
+    [[nodiscard]] Taken takeSafety(Tree& before);
     void finish(Taken& taken, const Tree& previous, const Known* shared, bool folderModes);
     Paths applied(const Taken& safety, const RestoreTask& task, const RestoreResult& result, const Paths& unknown);
     void record(const SnapshotMeta& meta, const Taken& taken, const std::string& kind, const std::string& label);
@@ -71,6 +74,7 @@ class History {
     };
     std::optional<Safety> safety_; // of the restore or undo that was the latest step
     std::vector<std::string> log_;
+    std::map<std::string, std::size_t> done_;
 };
 
 } // namespace tidewrack::testing
