@@ -47,27 +47,6 @@ class RestoreTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(RestoreTest, swapsKindsBackAndRemovesWhatIsNew) {
-    const auto& f = world.folder;
-    f.remove("project/src");
-    f.write("project/src", "a file now");
-    f.remove("project/a.txt");
-    f.write("project/a.txt/inside", "a folder now");
-    f.remove("project/link");
-    f.write("project/link", "a file now");
-    f.remove("project/empty");
-    f.link("project/empty", "src");
-    f.write("project/new/thing", "new");
-    ::chmod(f.at("project").c_str(), 0755);
-    EXPECT_EQ(world.ok({"restore", "1"}), "Restored 4 files, removed 4 files. Undo this with: tidewrack restore 2\n");
-    expectAsBefore();
-    // The safety snapshot holds all of that wreck.
-    world.ok({"restore", "2"});
-    EXPECT_EQ(f.read("project/src"), "a file now");
-    EXPECT_EQ(f.read("project/a.txt/inside"), "a folder now");
-    EXPECT_EQ(f.read("project/new/thing"), "new");
-}
-
 TEST_F(RestoreTest, putsBackModesTimesAndExtendedAttributes) {
     const auto& f = world.folder;
     Attributes was;

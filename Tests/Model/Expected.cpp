@@ -142,7 +142,6 @@ class Expectation {
                 out_.warned.insert(path);
             } else {
                 put(path, wanted);
-                out_.written.insert(path);
                 out_.restored.insert(path);
             }
         }

@@ -26,10 +26,9 @@ struct RestoreTask {
 };
 
 struct RestoreOutcome {
-    Tree after;      // written nodes have the target's mode, time and version
-    Paths written;   // files and links
-    Paths restored;  // as reported: `written` and the folders made
-    Paths removed;   // as reported
+    Tree after;     // written nodes have the target's mode, time and version
+    Paths restored; // as reported, like `removed`: folders, too
+    Paths removed;
     Paths warned;    // paths that one or more warnings must be about
     Paths disturbed; // folders in which something came or went
     Paths finished;  // folders that got the target's mode and time

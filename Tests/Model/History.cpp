@@ -216,6 +216,12 @@ Paths History::applied(const Taken& safety, const RestoreTask& task, const Resto
     checkFolder(outcome, after);
     require(result.restored == listOf(outcome.restored), "a report names what was restored");
     require(result.removed == listOf(outcome.removed), "a report names what was removed");
+    const auto filesOf = [](const Paths& paths, const Tree& tree) {
+        return std::count_if(paths.begin(), paths.end(), [&](const auto& path) { return !tree.at(path).isFolder(); });
+    };
+    require(static_cast<std::ptrdiff_t>(result.restoredFiles) == filesOf(outcome.restored, task.target) &&
+                static_cast<std::ptrdiff_t>(result.removedFiles) == filesOf(outcome.removed, task.before),
+            "a report counts files");
     checkWarnings(result.warnings, outcome.warned, unknown);
     done_["restored"] += outcome.restored.size();
     done_["removed"] += outcome.removed.size();
@@ -479,13 +485,14 @@ void History::checkSnapshot(const Known& known) {
             require(blob == wanted.version, "what is too large is not kept", about + path);
             continue;
         }
-        require(contents_.try_emplace(wanted.version, blob).first->second == blob, "a content is kept once",
-                about + path);
+        const auto [content, isNew] = contents_.try_emplace(wanted.version, blob);
+        require(content->second == blob, "a content is kept once", about + path);
+        require(!isNew || blob.starts_with(number(known.meta.seq) + "/"), "a content bears its snapshot's number",
+                blob);
         const std::string place = engine_.store.blobPath(project_, blob);
-        const Tree kept = {{path, readNode(place)}};
-        const Node& content = kept.at(path);
-        require(content.kind == wanted.kind && content.text == wanted.text, "a content is as it was", about + path);
-        require(content.kind == 'l' || content.mode == 0444, "a content is read-only", about + path);
+        const Node kept = readNode(place);
+        require(kept.kind == wanted.kind && kept.text == wanted.text, "a content is as it was", about + path);
+        require(kept.kind == 'l' || kept.mode == 0444, "a content is read-only", about + path);
     }
 }
 
