@@ -283,14 +283,16 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
         Attributes there;
         if (warned_.contains(path) || files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder)
             continue;
-        if (there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
+        const Entry* before = safety_.manifest.find(path);
+        const bool asListed = before != nullptr && before->mode == there.mode && before->mtime == there.mtime;
+        // Within one tick of the clock a folder that was changed again may have the wanted time by itself.
+        if (asListed && there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
         int error = there.mode == wanted->mode ? 0 : files_.setMode(path, wanted->mode);
         if (error == 0 && there.mtime != wanted->mtime) error = files_.setTime(path, wanted->mtime);
         if (error != 0) {
             warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
         } else if (files_.attributes(path, there) == 0) {
             Entry entry = entryOf(there);
-            const Entry* before = safety_.manifest.find(path);
             if (before != nullptr && before->blob == "ign") { // listed as such still
                 entry.size = entry.mtime = entry.ctime = 0;
                 entry.blob = before->blob;
