@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <random>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -32,94 +31,6 @@ std::vector<std::int64_t> removed(const std::vector<std::int64_t>& ages) {
 }
 
 using Numbers = std::vector<std::int64_t>;
-
-// What retention promises, worked out the long way: by reading every listing that is still in use.
-struct PlainPrune {
-    Numbers removedSnapshots;
-    std::set<std::string> blobsLeft;
-    std::int64_t removedBlobs = 0;
-};
-
-std::set<std::string> blobsOf(const World& world) {
-    std::set<std::string> blobs;
-    const std::string folder = world.store().blobsFolder(world.project());
-    const auto seqs = listFolder(folder);
-    for (const std::string& seq : *seqs) {
-        const auto names = listFolder(folder + "/" + seq);
-        for (const std::string& name : *names) blobs.insert(seq + "/" + name);
-    }
-    return blobs;
-}
-
-PlainPrune plainPrune(const World& world, Date now) {
-    PlainPrune result;
-    const auto snapshots = world.store().snapshots(world.project());
-    std::map<std::string, std::int64_t> buckets;
-    std::set<std::int64_t> keep;
-    for (const SnapshotMeta& meta : snapshots) {
-        const std::int64_t created = meta.created.time_since_epoch().count();
-        const std::int64_t age = now.time_since_epoch().count() - created;
-        if (meta.pinned || age < 172800)
-            keep.insert(meta.seq);
-        else if (age < 604800)
-            buckets["h" + std::to_string(created / 3600)] = meta.seq;
-        else if (age < 2592000)
-            buckets["d" + std::to_string(created / 86400)] = meta.seq;
-    }
-    for (const auto& [bucket, seq] : buckets) keep.insert(seq);
-    std::set<std::string> referenced;
-    for (const SnapshotMeta& meta : snapshots) {
-        if (!keep.contains(meta.seq)) {
-            result.removedSnapshots.push_back(meta.seq);
-            continue;
-        }
-        const Manifest manifest = world.store().manifest(meta, world.project());
-        for (const auto& item : manifest.items()) referenced.emplace(item.entry.blob);
-    }
-    for (const std::string& blob : blobsOf(world)) {
-        if (referenced.contains(blob))
-            result.blobsLeft.insert(blob);
-        else
-            ++result.removedBlobs;
-    }
-    return result;
-}
-
-// One random step of a project's life.
-void liveOn(const World& world, std::mt19937& random) {
-    const auto& f = world.folder;
-    const auto pick = [&](std::size_t count) { return std::to_string(random() % count); };
-    for (std::size_t changes = random() % 5; changes > 0; --changes) {
-        const std::string path = "project/folder" + pick(2) + "/file" + pick(3);
-        if (random() % 3 == 0)
-            (void)removeTree(f.at(path));
-        else
-            f.write(path, pick(1000));
-    }
-    const auto seqs = world.store().seqs(world.project());
-    const std::string any = std::to_string(seqs[random() % seqs.size()]);
-    switch (random() % 6) {
-    case 0: world.ok({"restore", any}); break;
-    case 1: world.ok({"undo", any}); break;
-    case 2: world.ok({"pin", any}); break;
-    default: world.ok({"snap"});
-    }
-}
-
-// Spreads the snapshots over the `days` days before noon, the oldest first, some close together and a third of them
-// recent. The time of day decides what falls into one hour, so that it is always the same.
-void spread(const World& world, std::mt19937& random, unsigned days) {
-    const auto seqs = world.store().seqs(world.project());
-    std::vector<unsigned> ages;
-    for (std::size_t i = 0; i < seqs.size(); ++i) {
-        const unsigned span = static_cast<unsigned>(i % 3 == 2 ? 2 * day : days * day);
-        ages.push_back(i % 3 == 1 ? ages.back() + static_cast<unsigned>(random() % 600)
-                                  : static_cast<unsigned>(random() % span));
-    }
-    std::sort(ages.rbegin(), ages.rend());
-    for (std::size_t i = 0; i < seqs.size(); ++i)
-        rewriteRecord(world, seqs[i], [&](SnapshotMeta& meta) { meta.created = noon - std::chrono::seconds(ages[i]); });
-}
 
 } // namespace
 
@@ -147,41 +58,6 @@ TEST(RetentionPlan, agesAndBuckets) {
         {"a clock set back", {-100 * day, 5, 3 * day}, {}},
     };
     for (const Case& each : cases) EXPECT_EQ(removed(each.ages), each.removed) << each.what;
-}
-
-TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
-    std::int64_t snapshotsRemoved = 0;
-    std::int64_t blobsRemoved = 0;
-    for (unsigned seed = 1; seed <= 6; ++seed) {
-        SCOPED_TRACE(seed);
-        std::mt19937 random(seed);
-        World world;
-        world.folder.write("project/folder0/file0", "start");
-        world.ok({"track"});
-        for (int round = 0; round < 3; ++round) {
-            for (int step = 0; step < 9; ++step) liveOn(world, random);
-            spread(world, random, 12U + 12U * static_cast<unsigned>(round));
-            const Engine engine(world.store());
-            const PlainPrune plain = plainPrune(world, noon);
-            const std::string before = world.folder.listing("store");
-            const PruneResult dry = engine.prune(world.project(), noon, true);
-            EXPECT_EQ(world.folder.listing("store"), before);
-            const PruneResult result = engine.prune(world.project(), noon, false);
-            EXPECT_EQ(result.removedSnapshots, plain.removedSnapshots);
-            EXPECT_EQ(result.removedBlobs, plain.removedBlobs);
-            EXPECT_EQ(dry.removedSnapshots, result.removedSnapshots);
-            EXPECT_EQ(dry.removedBlobs, result.removedBlobs);
-            EXPECT_EQ(blobsOf(world), plain.blobsLeft);
-            const PruneResult again = engine.prune(world.project(), noon, false);
-            EXPECT_TRUE(again.removedSnapshots.empty() && again.removedBlobs == 0);
-            for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
-                EXPECT_NO_THROW((void)world.store().manifest(meta, world.project()));
-            snapshotsRemoved += static_cast<std::int64_t>(result.removedSnapshots.size());
-            blobsRemoved += result.removedBlobs;
-        }
-    }
-    EXPECT_GT(snapshotsRemoved, 50); // the histories had something to prune
-    EXPECT_GT(blobsRemoved, 15);
 }
 
 TEST(Retention, sweepsUpWhatADeadSnapshotLeft) {

@@ -44,6 +44,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
 
 void RestoreRun::work(const RestoreInput& input) {
     RestorePlan plan = planRestore(input);
+    nestedRoots_ = input.nestedRoots;
     for (const std::string& warning : plan.warnings) result_.warnings.push_back(warning);
     trace_.mark([] { return "plan"; });
     removeLeftovers();
@@ -277,13 +278,21 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
         Attributes there;
         if (warned_.contains(path) || files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder)
             continue;
-        if (there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
+        const Entry* before = safety_.manifest.find(path);
+        const bool asListed = before != nullptr && before->mode == there.mode && before->mtime == there.mtime;
+        // Within one tick of the clock a folder that was changed again may have the wanted time by itself.
+        if (asListed && there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
         int error = there.mode == wanted->mode ? 0 : files_.setMode(path, wanted->mode);
         if (error == 0 && there.mtime != wanted->mtime) error = files_.setTime(path, wanted->mtime);
         if (error != 0) {
             warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
         } else if (files_.attributes(path, there) == 0) {
-            written_.insert_or_assign(std::string(path), entryOf(there));
+            Entry entry = entryOf(there);
+            if (before != nullptr && before->blob == "ign") { // listed as such still
+                entry.size = entry.mtime = entry.ctime = 0;
+                entry.blob = before->blob;
+            }
+            written_.insert_or_assign(std::string(path), entry);
         }
     }
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
@@ -323,18 +332,21 @@ Manifest RestoreRun::manifestAfter() {
         }
         builder.add(item.path, entry);
     }
-    // What was put back into a folder that git ignores by now is listed no more than the rest of that folder.
-    const auto isListed = [&](std::string_view path) {
-        for (std::string_view at = parentOf(path); !ignored.empty() && !at.empty(); at = parentOf(at))
-            if (ignored.contains(at)) return false;
+    // What was put back into a folder that git ignores by now, or that is a project of its own by now, is listed no
+    // more than the rest of that folder.
+    const auto isListed = [&](std::string_view path, const Entry& entry) {
+        if (nestedRoots_.empty() && ignored.empty()) return true;
+        if (entry.kind == EntryKind::dir && nestedRoots_.contains(path)) return false;
+        for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at))
+            if (nestedRoots_.contains(at) || ignored.contains(at)) return false;
         return true;
     };
     for (const auto& [path, entry] : written_)
-        if (isListed(path)) builder.add(path, entry);
+        if (isListed(path, entry)) builder.add(path, entry);
     for (const std::string& path : parents_.created()) {
         Attributes now;
-        if (isListed(path) && !written_.contains(path) && files_.attributes(path, now) == 0)
-            builder.add(path, entryOf(now));
+        if (written_.contains(path) || files_.attributes(path, now) != 0) continue;
+        if (isListed(path, entryOf(now))) builder.add(path, entryOf(now));
     }
     return builder.finish(); // of two entries for one path the later one stays
 }

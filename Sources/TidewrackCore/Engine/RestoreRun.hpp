@@ -68,6 +68,7 @@ class RestoreRun {
     RestoreResult result_;
     std::set<std::string, std::less<>> warned_;
     std::set<std::string, std::less<>> removed_;
+    std::set<std::string, std::less<>> nestedRoots_;
     std::map<std::string, Entry, std::less<>> written_; // as they are on the disk now; blobs are the target's views
     std::mutex mutex_;
     std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has taken one away

@@ -232,7 +232,7 @@ std::int64_t Engine::nextSeq(const Project& project, const std::vector<std::int6
 }
 
 TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
-                                     FolderModes folderModes) const {
+                                     FolderChanges folderChanges) const {
     const auto start = std::chrono::steady_clock::now();
     Trace trace;
     TakenSnapshot taken;
@@ -261,7 +261,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     Changes& changes = taken.result.changes;
     changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
-                       (folderModes == FolderModes::ignored || sameFolderModes(previous.manifest, taken.manifest));
+                       (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
     if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest, run.pending());
     trace.mark([] { return "diff + write manifest"; });
