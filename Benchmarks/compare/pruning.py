@@ -81,6 +81,7 @@ def measure_log(bench, source):
     bench.results.row("log", f"log of {count:,} snapshots, with what has changed since", [
         Turn("tidewrack", lambda _: tidewrack.log(count)),
         Turn("walk alone", lambda _: limit.walk()),
+        Turn("snapshot of the same", lambda _: tidewrack.snap()),
         Turn("git log and git status", lambda _: git.shell(f"git log -n {count} && git status --porcelain")),
     ], rounds=bench.options.rounds * 3, aim={"plus": 0.020, "of": "walk alone"})
     list_projects(bench)

@@ -8,8 +8,8 @@ import plots
 
 COLUMNS = ("tidewrack", "limit", "shadow git", "restic", "borg")
 # What is no rival but a measure.
-MEASURES = {"limit", "walk alone", "snapshot alone", "snapshot that prunes", "program that does nothing", "/bin/true",
-            "manifests", "contents", "records"}
+MEASURES = {"limit", "walk alone", "snapshot alone", "snapshot that prunes", "snapshot of the same",
+            "program that does nothing", "/bin/true", "manifests", "contents", "records"}
 
 INTRODUCTION = """# Benchmarks
 
@@ -36,9 +36,10 @@ REPRODUCE = """## To reproduce this
 On a Debian 12 machine that does nothing else meanwhile, with some 70 GB free (`scripts/bench` says what it needs):
 
 ```sh
-scripts/bench --rounds 3                                  # 35 to 45 minutes
-sudo scripts/bench --rounds 3 --quick --btrfs --only first,turn,growth --without restic,borg   # 15 minutes
-scripts/bench --report build/results/*.json               # writes this page
+sudo scripts/bench --rounds 3 --quick --btrfs --only first,turn                        # 10 minutes
+sudo scripts/bench --rounds 3 --quick --btrfs --only growth --without restic,borg      # 5 minutes
+scripts/bench --rounds 3                                                               # 40 minutes
+scripts/bench --report build/results/*.json                                            # writes this page
 ```
 
 `--only first,turn,hooks,log,scale,prune,growth` takes any of these parts, `--small --tree FOLDER --rounds 1 --no-wait`
@@ -57,14 +58,16 @@ restore a third of all files is missing, whole folders at a time."""),
 How long an agent waits for `tidewrack hook` before each shell command, as a whole process. `ls -la` needs no snapshot;
 `rm -rf` takes one. The shadow git repository stands for a shell hook that only commits."""),
     "log": ("Reading the history", """\
-`log` also tells what has changed since the newest snapshot, so it walks the tree once."""),
+`log` also tells what has changed since the newest snapshot, so it walks the tree once and compares, as a snapshot does.
+The walk alone is the limit's, which compares nothing."""),
     "scale": ("From a thousand entries to a million", """\
 Trees of empty files, a hundred in a folder."""),
     "prune": ("Pruning", """\
 Long histories are made of real turns and copies of their records, manifests and contents
 (`Benchmarks/compare/records.py`), with dates up to two months back, and with more contents to delete than after as many
-real turns. Deleting a file takes as long as the disk takes to hear of its free blocks. The others thin the history of the section about
-growth instead, since making two thousand of their snapshots would take hours; git has no equivalent."""),
+real turns. Where the volume is mounted with discard, deleting a file takes as long as the disk takes to hear of its free
+blocks. The others thin the history of the section about growth instead, since making two thousand of their snapshots
+would take hours; git has no equivalent."""),
     "growth": ("A hundred turns", """\
 One tree, changed by one turn after another, and a snapshot of it after each. Growth is what came on top of the first
 snapshot."""),
