@@ -70,7 +70,7 @@ blocks. The others thin the history of the section about growth instead, since m
 would take hours; git has no equivalent."""),
     "growth": ("A hundred turns", """\
 One tree, changed by one turn after another, and a snapshot of it after each. Growth is what came on top of the first
-snapshot."""),
+snapshot. Where blocks are shared, those that a store alone holds are counted, names and attributes are not."""),
 }
 
 
