@@ -31,6 +31,23 @@ json withoutEmptyParts(json config, Agent agent) {
     return config;
 }
 
+// The commands of other tools, wherever they stand, in their order.
+void collectForeign(const json& value, const HookEntries& ours, std::string& commands) {
+    if (!value.is_structured() ||
+        (value.is_object() && value.contains("command") && ours.areIn({{"command", value["command"]}})))
+        return;
+    for (auto item = value.begin(); item != value.end(); ++item) {
+        if (value.is_object() && item.key() == "command") commands += compactJson(*item) + '\n';
+        collectForeign(*item, ours, commands);
+    }
+}
+
+std::string foreignCommands(const json& config, const HookEntries& ours) {
+    std::string commands;
+    collectForeign(config, ours, commands);
+    return commands;
+}
+
 class Configuration {
   public:
     Configuration(Agent agent, std::string_view bytes)
@@ -69,6 +86,8 @@ class Configuration {
         const std::string without = bytes();
         require(!uninstall().changed && bytes() == without, "what was taken out is out");
         const json after = withoutEmptyParts(installed.changed ? value() : before, agent_);
+        const HookEntries ours(installer_.binary, agent_);
+        require(foreignCommands(after, ours) == foreignCommands(before, ours), "other tools keep their hooks");
         if (foreign) require(after == withoutEmptyParts(before, agent_), "taking out gives back what was");
         Configuration other(agent_, prettyJson(before, Slashes::plain));
         other.uninstall();
