@@ -31,20 +31,20 @@ json withoutEmptyParts(json config, Agent agent) {
     return config;
 }
 
-// The commands of other tools, wherever they stand, in their order.
+// The commands of other tools in the lists of hooks, in their order.
 void collectForeign(const json& value, const HookEntries& ours, std::string& commands) {
-    if (!value.is_structured() ||
-        (value.is_object() && value.contains("command") && ours.areIn({{"command", value["command"]}})))
-        return;
-    for (auto item = value.begin(); item != value.end(); ++item) {
-        if (value.is_object() && item.key() == "command") commands += compactJson(*item) + '\n';
-        collectForeign(*item, ours, commands);
+    if (value.is_array()) {
+        for (const json& item : value) collectForeign(item, ours, commands);
+    } else if (value.is_object() && !(value.contains("command") && ours.areIn({{"command", value["command"]}}))) {
+        if (value.contains("command")) commands += compactJson(value["command"]) + '\n';
+        if (value.contains("hooks")) collectForeign(value["hooks"], ours, commands);
     }
 }
 
 std::string foreignCommands(const json& config, const HookEntries& ours) {
     std::string commands;
-    collectForeign(config, ours, commands);
+    if (config.contains("hooks"))
+        for (const json& event : config["hooks"]) collectForeign(event, ours, commands);
     return commands;
 }
 
