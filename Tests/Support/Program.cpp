@@ -22,7 +22,7 @@ int openOutput(Program::Output output, const std::string& file) {
 
 } // namespace
 
-Program::Program(const World& world, const std::vector<std::string>& words, Output output) {
+Program::Program(const World& world, const std::vector<std::string>& words, Output output, const std::string& input) {
     std::vector<std::string> texts = {TIDEWRACK_BINARY};
     texts.insert(texts.end(), words.begin(), words.end());
     std::vector<char*> arguments;
@@ -35,13 +35,17 @@ Program::Program(const World& world, const std::vector<std::string>& words, Outp
     environment.push_back(nullptr);
     const int out = openOutput(output, texts_.at("out"));
     const int err = openOutput(Output::collected, texts_.at("err"));
+    texts_.write("in", input);
+    const int in = ::open(texts_.at("in").c_str(), O_RDONLY);
     process_ = ::fork();
     if (process_ == 0) {
+        ::dup2(in, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
         ::dup2(err, STDERR_FILENO);
         if (::chdir(world.current.c_str()) == 0) ::execve(TIDEWRACK_BINARY, arguments.data(), environment.data());
         ::_exit(127);
     }
+    ::close(in);
     ::close(out);
     ::close(err);
 }

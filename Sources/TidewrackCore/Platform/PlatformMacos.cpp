@@ -154,6 +154,10 @@ void copyOpenExtendedAttributes(int source, int target) {
     (void)::fcopyfile(source, target, nullptr, COPYFILE_XATTR | COPYFILE_ACL);
 }
 
+int exchange(Place a, Place b) {
+    return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
+}
+
 // The folders of a home, for one, come with "everyone deny delete".
 void dropAccessList(Place item) {
     const Descriptor file(::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
