@@ -102,19 +102,6 @@ TEST_F(ProcessTest, changesToOneProjectWaitForEachOther) {
     EXPECT_TRUE(world.store().projects().empty());
 }
 
-TEST_F(ProcessTest, snapshotsAtTheSameTimeEachGetTheirNumber) {
-    for (int i = 0; i < 100; ++i) f.write("project/" + std::to_string(i), "text");
-    world.ok({"track"});
-    std::vector<std::unique_ptr<Program>> programs;
-    for (int i = 0; i < 6; ++i) {
-        f.write("project/" + std::to_string(i), "changed");
-        programs.push_back(std::make_unique<Program>(world, std::vector<std::string>{"snap"}));
-    }
-    for (const auto& each : programs) EXPECT_EQ(each->wait().status, 0);
-    EXPECT_EQ(world.store().seqs(world.project()), (std::vector<std::int64_t>{1, 2, 3, 4, 5, 6, 7}));
-    expectReadable();
-}
-
 TEST_F(ProcessTest, tracesOnlyWhenAskedWithOne) {
     f.write("project/a", "a");
     world.ok({"track"});

@@ -16,6 +16,7 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
+constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
 std::string describe(const Attributes& attributes) {
     switch (attributes.kind) {
@@ -25,6 +26,23 @@ std::string describe(const Attributes& attributes) {
     case Attributes::Kind::other: break;
     }
     return "a pipe, socket or device";
+}
+
+constexpr const char* changedSince = "it changed after the safety snapshot";
+
+// Whether a thing that was moved aside is what was recorded. Moving it was a change of its status.
+bool isUnchangedAside(const Attributes& attributes, const Entry& recorded) {
+    Entry there = entryOf(attributes);
+    there.ctime = recorded.ctime;
+    return there.sameAttributes(recorded);
+}
+
+// Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
+// change would bear a later one.
+bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
+    const Entry there = entryOf(attributes);
+    return there.kind == wanted.kind && there.size == wanted.size && there.mtime <= wanted.mtime &&
+           there.mtime > wanted.mtime - coarsestTime;
 }
 
 bool nothingThere(int error) {
@@ -109,7 +127,7 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
     } else if (recorded->notKept()) {
         reason = "it couldn't be saved first (" + recorded->notKeptReason().value_or("") + ")";
     } else if (!untouched(*recorded, attributes)) {
-        reason = "it changed after the safety snapshot";
+        reason = changedSince;
     } else {
         return Standing::safe;
     }
@@ -129,8 +147,17 @@ void RestoreRun::remove(const RestorePlan& plan) {
             warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
             continue;
         }
-        if (const int error = files_.removeFile(item->path)) {
+        const int error = removeUnchanged(*item, reason);
+        if (nothingThere(error)) {
+            removed_.emplace(item->path);
+            continue;
+        }
+        if (error != 0) {
             warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
+            continue;
+        }
+        if (!reason.empty()) {
+            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
             continue;
         }
         touched(attributes);
@@ -155,6 +182,24 @@ void RestoreRun::remove(const RestorePlan& plan) {
         result_.folders.emplace(item->path);
     }
     trace_.mark([&] { return "remove " + std::to_string(result_.removed.size()); });
+}
+
+// Removes a file or link that is as the safety snapshot recorded it, which is looked at again when it stands aside: see
+// `replace`. Put back it makes way for what somebody else has put into its place.
+int RestoreRun::removeUnchanged(const Manifest::Item& item, std::string& reason) {
+    Place place;
+    if (const int error = files_.place(item.path, place)) return error;
+    const std::string temporary = temporaryName();
+    const Place aside{place.folder, temporary.c_str()};
+    if (::renameat(place.folder, place.name, aside.folder, aside.name) != 0)
+        return nothingThere(errno) ? errno : files_.removeFile(item.path); // a full volume has no room for a new name
+    Attributes attributes;
+    if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, item.entry)) {
+        reason = changedSince;
+        if (::linkat(aside.folder, aside.name, place.folder, place.name, 0) != 0 && errno != EEXIST)
+            return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    }
+    return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
 }
 
 void RestoreRun::makeFolders(const RestorePlan& plan) {
@@ -215,7 +260,8 @@ void RestoreRun::write(const RestorePlan::Items& items) {
         if (engine_.progress) engine_.progress("restored", ++done);
         worker.memory.pending = &pending_;
         const int error = writeOne(jobs[i], worker);
-        return error != 0 || !jobs[i].unsafe.empty() ? error : worker.project.attributes(jobs[i].item->path, landed[i]);
+        if (error == 0 && jobs[i].unsafe.empty()) (void)!worker.project.attributes(jobs[i].item->path, landed[i]);
+        return error;
     });
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         const std::string_view path = jobs[i].item->path;
@@ -225,7 +271,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
             continue;
         }
         restored(path, false);
-        remember(*jobs[i].item, landed[i]);
+        rememberWritten(*jobs[i].item, landed[i]);
     }
     trace_.mark([&] { return "clone " + std::to_string(jobs.size()) + " files"; });
 }
@@ -248,21 +294,49 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
 int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
     Place place;
     if (const int error = worker.project.place(job.item->path, place)) return error;
-    if (!job.replaces) return putContent(*job.item, place, worker);
+    if (!job.replaces) {
+        const int error = putContent(*job.item, place, worker);
+        if (error == EEXIST) job.unsafe = changedSince;
+        return error == EEXIST ? 0 : error;
+    }
     const std::string temporary = temporaryName();
     const Place aside{place.folder, temporary.c_str()};
     int error = putContent(*job.item, aside, worker);
-    if (error == 0) {
-        // Copying may have taken a while: look once more before the old thing goes.
-        Attributes attributes;
-        const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
-        if (standing == Standing::safe) touched(attributes);
-        if (standing != Standing::unsafe && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0)
-            return 0;
-        if (standing != Standing::unsafe) error = errno;
-    }
-    ::unlinkat(aside.folder, aside.name, 0);
+    if (error == 0) error = replace(job, aside, place, worker);
+    if (error != 0 && !job.unsafe.empty()) return error; // somebody's file that could not be put back
+    if (error != 0 || !job.unsafe.empty()) ::unlinkat(aside.folder, aside.name, 0);
     return error;
+}
+
+// Puts the new file `aside` into the place of the old one. Copying may have taken a while, so the old one is looked at
+// once more. Even after that look somebody may write: where the volume can exchange two files the old one is looked at
+// a last time when it stands aside.
+int RestoreRun::replace(WriteJob& job, Place aside, Place place, CloneWorker& worker) {
+    Attributes attributes;
+    const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
+    if (standing == Standing::unsafe) return 0;
+    if (standing == Standing::safe) touched(attributes);
+    if (standing != Standing::safe || exchange(aside, place) != 0)
+        return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    const Entry& recorded = *safety_.manifest.find(job.item->path);
+    if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, recorded)) {
+        job.unsafe = changedSince;
+        return putBack(job, aside, place);
+    }
+    return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
+}
+
+// The old file, which stands aside, changed after all. Should somebody have replaced the new one meanwhile, theirs is
+// the newest of the three.
+int RestoreRun::putBack(const WriteJob& job, Place aside, Place place) {
+    if (const int error = exchange(aside, place)) {
+        if (error == ENOENT && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0) return 0;
+        return error;
+    }
+    Attributes taken;
+    if (attributesAt(aside.folder, aside.name, taken) == 0 && !isAsWritten(taken, job.item->entry))
+        return exchange(aside, place);
+    return 0;
 }
 
 // Folders get the mode and time they had, deepest first, once nothing is written into them any more.
@@ -311,6 +385,15 @@ void RestoreRun::remember(const Manifest::Item& item, const Attributes& attribut
     Entry entry = entryOf(attributes);
     entry.blob = item.entry.blob;
     written_.emplace(item.path, entry);
+}
+
+// The same for what was just written, which somebody may have changed before its attributes were read. Then those are
+// not of this content: with the ones of long ago the next snapshot finds the file changed, and looks into it.
+void RestoreRun::rememberWritten(const Manifest::Item& item, const Attributes& landed) {
+    if (isAsWritten(landed, item.entry))
+        remember(item, landed);
+    else
+        written_.emplace(item.path, item.entry);
 }
 
 Manifest RestoreRun::manifestAfter() {

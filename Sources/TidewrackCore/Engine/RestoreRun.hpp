@@ -44,6 +44,9 @@ class RestoreRun {
 
     [[nodiscard]] std::vector<WriteJob> examineWrites(const RestorePlan::Items& items);
     [[nodiscard]] int writeOne(WriteJob& job, CloneWorker& worker);
+    [[nodiscard]] int replace(WriteJob& job, Place aside, Place place, CloneWorker& worker);
+    [[nodiscard]] static int putBack(const WriteJob& job, Place aside, Place place);
+    [[nodiscard]] int removeUnchanged(const Manifest::Item& item, std::string& reason);
     [[nodiscard]] int putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const;
 
     enum class Standing { nothing, safe, unsafe, asWanted };
@@ -55,6 +58,7 @@ class RestoreRun {
     void warn(std::string_view path, const std::string& text);
     void restored(std::string_view path, bool folder);
     void remember(const Manifest::Item& item, const Attributes& attributes);
+    void rememberWritten(const Manifest::Item& item, const Attributes& landed);
 
     const Engine& engine_;
     const Manifest& target_;

@@ -67,6 +67,10 @@ struct Place {
     const char* name = nullptr;
 };
 
+// Exchanges what two names on one volume lead to, in one step. ENOENT when one of them leads nowhere; ENOSYS, ENOTSUP
+// or EINVAL where the system or the volume cannot do it.
+[[nodiscard]] int exchange(Place a, Place b);
+
 // What a copier has learned about the two volumes it works between, so that a call that can never succeed there
 // is tried once only. One per thread and target folder.
 struct CopyMemory {

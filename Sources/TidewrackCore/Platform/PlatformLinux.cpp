@@ -289,6 +289,10 @@ void copyOpenExtendedAttributes(int source, int target) {
     copyOpenAttributes(source, target);
 }
 
+int exchange(Place a, Place b) {
+    return ::renameat2(a.folder, a.name, b.folder, b.name, RENAME_EXCHANGE) == 0 ? 0 : errno;
+}
+
 void dropAccessList(Place) {} // no access list can do that here
 
 namespace {

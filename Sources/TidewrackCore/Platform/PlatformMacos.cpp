@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -153,6 +154,10 @@ int copyLink(Place from, Place to) {
 
 void copyOpenExtendedAttributes(int source, int target) {
     (void)::fcopyfile(source, target, nullptr, COPYFILE_XATTR | COPYFILE_ACL);
+}
+
+int exchange(Place a, Place b) {
+    return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
 }
 
 // The folders of a home, for one, come with "everyone deny delete".
