@@ -294,6 +294,24 @@ TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
     EXPECT_EQ(f.read("project/a.txt"), "first\n");
 }
 
+TEST_F(RestoreTest, damagedContentReplacesNothing) {
+    const auto& f = world.folder;
+    const Manifest kept = world.manifestOf(1);
+    for (const char* path : {"a.txt", "src/main.c"}) {
+        const std::string content = world.store().blobPath(world.project(), kept.find(path)->blob);
+        EXPECT_EQ(::truncate(content.c_str(), 3), 0);
+    }
+    f.write("project/a.txt", "the only good copy");
+    f.remove("project/src/main.c");
+    const RestoreResult result = Engine(world.store()).restore(world.project(), 1, std::nullopt, true);
+    EXPECT_EQ(result.warnings,
+              (std::vector<std::string>{"couldn't restore a.txt: what was kept of it is damaged",
+                                        "couldn't restore src/main.c: what was kept of it is damaged"}));
+    EXPECT_TRUE(result.restored.empty());
+    EXPECT_EQ(f.read("project/a.txt"), "the only good copy");
+    EXPECT_FALSE(f.has("project/src/main.c"));
+}
+
 TEST_F(RestoreTest, takesAnySpellingOnAVolumeThatIgnoresCase) {
     const auto& f = world.folder;
     f.write("project/caf\u00e9", "one code point");

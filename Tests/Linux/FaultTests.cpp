@@ -381,7 +381,7 @@ TEST_P(Faults, fullDiskAtEveryBlock) {
     std::size_t failed = 0;
     for (std::size_t blocks = 0; blocks < mostBlocks; ++blocks) {
         Attempt attempt(GetParam(), blocks, fullDisk);
-        if (attempt.outcome().err.find("No space") != std::string::npos) ++failed;
+        if ((attempt.outcome().out + attempt.outcome().err).find("No space") != std::string::npos) ++failed;
         EXPECT_LE(attempt.outcome().status, 1) << attempt.trace();
         attempt.check();
     }

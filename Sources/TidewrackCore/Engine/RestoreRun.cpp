@@ -16,6 +16,7 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
+constexpr int damaged = -1;                          // no errno value: a kept content that is not as large as it was
 constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
 std::string describe(const Attributes& attributes) {
@@ -265,7 +266,9 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     });
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         const std::string_view path = jobs[i].item->path;
-        const std::string reason = results[i] != 0 ? errorText(results[i]) : jobs[i].unsafe;
+        const std::string reason = results[i] == damaged ? "what was kept of it is damaged"
+                                   : results[i] != 0     ? errorText(results[i])
+                                                         : jobs[i].unsafe;
         if (!reason.empty()) {
             warn(path, "couldn't restore " + std::string(path) + ": " + reason);
             continue;
@@ -286,6 +289,7 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
         if (!content) return errno;
         struct stat status {};
         if (::fstat(content.get(), &status) != 0) return errno;
+        if (status.st_size != entry.size) return damaged;
         if (const int error = copyOpenFile(content.get(), status, to, entry.mode, worker.memory)) return error;
     }
     return setModificationTime(to.folder, to.name, entry.mtime);

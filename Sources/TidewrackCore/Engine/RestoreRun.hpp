@@ -31,7 +31,7 @@ class RestoreRun {
     struct WriteJob {
         const Manifest::Item* item;
         bool replaces = false; // something safe to replace stands there
-        std::string unsafe;    // found out at the last moment: why it was left alone after all
+        std::string unsafe;    // found out at the last moment: why the path was left alone after all
     };
 
     void removeLeftovers();

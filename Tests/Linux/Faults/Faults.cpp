@@ -231,6 +231,9 @@ int rename(const char* from, const char* to) noexcept {
 int renameat(int from, const char* name, int to, const char* other) noexcept {
     return change("renameat", SYS_renameat2, from, name, to, other, 0);
 }
+int renameat2(int from, const char* name, int to, const char* other, unsigned flags) noexcept {
+    return change("renameat2", SYS_renameat2, from, name, to, other, flags);
+}
 int linkat(int from, const char* name, int to, const char* other, int flags) noexcept {
     return change("linkat", SYS_linkat, from, name, to, other, flags);
 }
