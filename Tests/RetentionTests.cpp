@@ -1,6 +1,7 @@
 #include "Support/TestHistory.hpp"
 
 #include "Engine/RetentionPlan.hpp"
+#include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 
 #include <gtest/gtest.h>
@@ -98,7 +99,13 @@ void liveOn(const World& world, std::mt19937& random) {
     }
     const auto seqs = world.store().seqs(world.project());
     const std::string any = std::to_string(seqs[random() % seqs.size()]);
-    switch (random() % 6) {
+    switch (random() % 7) {
+    case 6: { // a snapshot that dies, and the one after it
+        const auto next = std::max(seqs.back(), world.store().highestLeftover(world.project())) + 1;
+        f.write("store/projects/" + world.project().id + "/blobs/" + std::to_string(next) + "/0", "never recorded");
+        world.ok({"snap"});
+        break;
+    }
     case 0: world.ok({"restore", any}); break;
     case 1: world.ok({"undo", any}); break;
     case 2: world.ok({"pin", any}); break;
@@ -119,6 +126,22 @@ void spread(const World& world, std::mt19937& random, unsigned days) {
     std::sort(ages.rbegin(), ages.rend());
     for (std::size_t i = 0; i < seqs.size(); ++i)
         rewriteRecord(world, seqs[i], [&](SnapshotMeta& meta) { meta.created = noon - std::chrono::seconds(ages[i]); });
+}
+
+// A prune that dies: after its records, or also after its manifests but one, or also after some of its contents.
+void pruneAndDie(const World& world, std::mt19937& random) {
+    const Store store = world.store();
+    const Project project = world.project();
+    const RetentionPlan plan = planRetention(store.snapshots(project), noon);
+    const PlainPrune plain = plainPrune(world, noon);
+    const auto blobs = blobsOf(world);
+    for (const std::int64_t seq : plan.remove) (void)removeTree(store.metaPath(project, seq));
+    if (plan.manifestsFreed.empty() || random() % 3 == 0) return;
+    for (const std::int64_t seq : plan.manifestsFreed)
+        if (seq != *plan.manifestsFreed.rbegin()) (void)removeTree(store.manifestPath(project, seq));
+    if (random() % 2 == 0) return;
+    for (const std::string& blob : blobs)
+        if (!plain.blobsLeft.contains(blob) && random() % 2 == 0) (void)removeTree(store.blobPath(project, blob));
 }
 
 } // namespace
@@ -152,36 +175,71 @@ TEST(RetentionPlan, agesAndBuckets) {
 TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
     std::int64_t snapshotsRemoved = 0;
     std::int64_t blobsRemoved = 0;
-    for (unsigned seed = 1; seed <= 6; ++seed) {
+    int narrow = 0;
+    for (unsigned seed = 1; seed <= 8; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         World world;
         world.folder.write("project/folder0/file0", "start");
         world.ok({"track"});
-        for (int round = 0; round < 3; ++round) {
-            for (int step = 0; step < 9; ++step) liveOn(world, random);
-            spread(world, random, 12U + 12U * static_cast<unsigned>(round));
+        for (unsigned round = 0; round < 6; ++round) {
+            SCOPED_TRACE(round);
+            for (int step = 0; step < 6; ++step) liveOn(world, random);
+            spread(world, random, round % 3 == 0 ? 6U : 12U + 6U * round);
+            if (random() % 4 == 0) {
+                pruneAndDie(world, random);
+                if (random() % 2 == 0) liveOn(world, random);
+            }
             const Engine engine(world.store());
+            const Project project = world.project();
+            const RetentionPlan plan = planRetention(engine.store.snapshots(project), noon);
             const PlainPrune plain = plainPrune(world, noon);
             const std::string before = world.folder.listing("store");
-            const PruneResult dry = engine.prune(world.project(), noon, true);
+            const PruneResult dry = engine.prune(project, noon, true);
             EXPECT_EQ(world.folder.listing("store"), before);
-            const PruneResult result = engine.prune(world.project(), noon, false);
+            const bool automatic = random() % 4 != 0;
+            const PruneResult result = automatic ? engine.pruneLocked(ProjectLock(engine.store.lockPath(project)),
+                                                                      project, noon, false, Engine::Sweep::freed)
+                                                 : engine.prune(project, noon, false);
             EXPECT_EQ(result.removedSnapshots, plain.removedSnapshots);
             EXPECT_EQ(result.removedBlobs, plain.removedBlobs);
             EXPECT_EQ(dry.removedSnapshots, result.removedSnapshots);
             EXPECT_EQ(dry.removedBlobs, result.removedBlobs);
             EXPECT_EQ(blobsOf(world), plain.blobsLeft);
-            const PruneResult again = engine.prune(world.project(), noon, false);
+            const PruneResult again = engine.prune(project, noon, false);
             EXPECT_TRUE(again.removedSnapshots.empty() && again.removedBlobs == 0);
-            for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
-                EXPECT_NO_THROW((void)world.store().manifest(meta, world.project()));
+            for (const SnapshotMeta& meta : world.store().snapshots(project))
+                EXPECT_NO_THROW((void)world.store().manifest(meta, project));
             snapshotsRemoved += static_cast<std::int64_t>(result.removedSnapshots.size());
             blobsRemoved += result.removedBlobs;
+            if (automatic && plan.freesOwnContentsOnly && result.removedBlobs > 0) ++narrow;
         }
     }
-    EXPECT_GT(snapshotsRemoved, 50); // the histories had something to prune
-    EXPECT_GT(blobsRemoved, 15);
+    EXPECT_GT(snapshotsRemoved, 120); // the histories had something to prune
+    EXPECT_GT(blobsRemoved, 45);
+    EXPECT_GT(narrow, 5); // and not all of it had to be looked at
+}
+
+// An automatic prune with nothing due reads no manifest, though contents of removed snapshots are still in use.
+TEST(Retention, nothingDueReadsNoManifest) {
+    World world;
+    world.folder.write("project/a", "kept on");
+    world.ok({"track"});
+    for (const char* text : {"2", "3"}) {
+        world.folder.write("project/b", text);
+        world.ok({"snap"});
+    }
+    rewriteRecord(world, 1, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24 * 40); });
+    EXPECT_EQ(world.ok({"prune"}), "Removed 1 snapshots, 0 stored files.\n");
+    const Engine engine(world.store());
+    const Project project = world.project();
+    const std::string whole = world.folder.read("store/projects/" + project.id + "/manifests/2.mf");
+    world.folder.write("store/projects/" + project.id + "/manifests/2.mf", "damaged");
+    const ProjectLock lock(engine.store.lockPath(project));
+    EXPECT_EQ(engine.pruneLocked(lock, project, now(), false, Engine::Sweep::freed).removedBlobs, 0);
+    EXPECT_THROW((void)engine.pruneLocked(lock, project, now(), false), TidewrackError);
+    world.folder.write("store/projects/" + project.id + "/manifests/2.mf", whole);
+    EXPECT_EQ(world.ok({"cat", "2", "a"}), "kept on");
 }
 
 TEST(Retention, sweepsUpWhatADeadSnapshotLeft) {
