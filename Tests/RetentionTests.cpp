@@ -176,7 +176,8 @@ TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
     std::int64_t snapshotsRemoved = 0;
     std::int64_t blobsRemoved = 0;
     int narrow = 0;
-    for (unsigned seed = 1; seed <= 8; ++seed) {
+    // Of these seeds each shortcut of the automatic prune, taken where it must not be, fails several.
+    for (unsigned seed = 62; seed < 70; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         World world;
