@@ -57,6 +57,10 @@ TEST(Manifest, goldenText) {
     const Manifest manifest = builder.finish();
     EXPECT_EQ(manifest.encodedText(), text);
     EXPECT_EQ(parsed(text).items(), manifest.items());
+    std::vector<std::string> blobs;
+    Manifest::forEachBlob(text, [&](std::string_view blob) { blobs.emplace_back(blob); });
+    ASSERT_EQ(blobs.size(), manifest.size());
+    for (std::size_t i = 0; i < blobs.size(); ++i) EXPECT_EQ(blobs[i], manifest.items()[i].entry.blob);
     EXPECT_EQ(Manifest::decode(manifest.encoded()).items(), manifest.items());
     EXPECT_EQ(manifest.encoded(), Manifest::decode(manifest.encoded()).encoded());
     EXPECT_EQ(manifest.fileCount(), 3);
@@ -104,6 +108,17 @@ TEST(Manifest, parseFaults) {
     EXPECT_EQ(faultOf("f\t-1\t1\t1\t1\t1\t1/0\ta\n"), number);
     EXPECT_EQ(faultOf("f\t1\t1\t1\t1\t-1\t1/0\ta\n"), number);
     EXPECT_EQ(faultOf("f\t1\t1\t1\t1\t1\t1/0"), end);
+
+    const std::string start = "f\t1\t1\t1\t1\t1\t";
+    const auto blobFault = [](const std::string& text) {
+        return thrownBy([&] { Manifest::forEachBlob(text, [](std::string_view) {}); });
+    };
+    for (const std::string& text : {"x" + line.substr(1), "f" + line, "\n" + line, line + "f\n"})
+        EXPECT_EQ(blobFault(text), kind) << text;
+    for (const std::string& text : {std::string("f"), line.substr(0, line.size() - 1), start + "\n", start + "1/0\n"})
+        EXPECT_EQ(blobFault(line + text), end) << text;
+    for (const char* bad : {"1", "/0", "1/", "1/0/0", "1/-1", "a/0", " ", "ignored"})
+        EXPECT_EQ(blobFault(start + bad + "\ta\n"), "Corrupt store data: manifest blob") << bad;
 }
 
 TEST(Manifest, keepsTheLaterOfEqualPathsAndSorts) {

@@ -132,7 +132,7 @@ class Commands {
             std::string state = "no snapshots";
             if (!seqs.empty()) state = std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots");
             try {
-                latest = store_.latest(project);
+                if (!seqs.empty()) latest = store_.snapshot(project, seqs.back());
                 if (latest) state += ", latest " + ago(latest->created, now());
             } catch (const TidewrackError&) { // the other projects are still worth listing
                 state += ", the latest is unreadable";

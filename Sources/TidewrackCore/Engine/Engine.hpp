@@ -89,7 +89,11 @@ class Engine {
 
     // --- Retention ---
     PruneResult prune(const Project& project, Date now, bool dryRun) const;
-    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, bool dryRun) const;
+    // Which contents are looked at: all, or those alone that the removed snapshots can have been the last to name. The
+    // latter is enough where every earlier prune and snapshot came to its end, and turns into the former where not.
+    enum class Sweep { everything, freed };
+    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, bool dryRun,
+                            Sweep sweep = Sweep::everything) const;
     void setPinned(const Project& project, std::int64_t seq, bool pinned) const;
 
     // --- Restore and undo ---

@@ -1,6 +1,7 @@
 // Thinning old snapshots and deleting the contents that no remaining one refers to. Records go first, then manifests,
-// then contents, so that a death in between leaves no record without its manifest and no manifest without its
-// contents.
+// then contents, so that a death in between leaves no record without its manifest or its contents. Of the manifests one
+// stays until the contents are gone: while a manifest is there that no record names, contents may be there as well that
+// nothing names, and the next prune looks at all of them.
 
 #include "Engine/Engine.hpp"
 #include "Engine/RetentionPlan.hpp"
@@ -15,59 +16,71 @@
 #include <chrono>
 #include <deque>
 #include <future>
-#include <unordered_map>
+#include <map>
 #include <unordered_set>
+#include <utility>
 
 namespace tidewrack {
 
 namespace {
 
 constexpr std::int64_t secondsBetweenPrunes = 3600;
-constexpr std::size_t manifestsAtOnce = 4; // of a large project each takes some 25 MB
+constexpr std::size_t manifestsAtOnce = 4; // of a large project each takes some 10 MB
 
 void removeFileIfThere(const std::string& path) {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", path, errno);
 }
 
-// The kept contents of snapshots whose own manifest is gone: only they can be without a reference, because a
-// manifest names everything that its snapshot kept.
+// Kept contents that perhaps no manifest names any more.
 class UnclaimedContents {
   public:
-    UnclaimedContents(const Store& store, const Project& project, const std::set<std::int64_t>& manifestsInUse)
-        : folder_(store.blobsFolder(project)) {
+    explicit UnclaimedContents(std::string folder) : folder_(std::move(folder)) {}
+
+    // What the snapshots kept whose own manifest is gone: only that can be without a reference, because a manifest
+    // names everything that its snapshot kept.
+    void addAllBut(const std::set<std::int64_t>& manifestsInUse) {
         for (const std::string& name : listFolder(folder_).value_or(std::vector<std::string>())) {
             const auto seq = parseSeq(name);
             if (!seq || std::to_string(*seq) != name) continue; // not one of ours
-            if (manifestsInUse.contains(*seq)) continue;
-            auto contents = listFolder(folder_ + "/" + name);
-            if (!contents) continue;
-            oldest_ = std::min(oldest_, *seq);
-            folders_[name] = std::unordered_set<std::string>(contents->begin(), contents->end());
-            count_ += static_cast<std::int64_t>(contents->size());
+            if (!manifestsInUse.contains(*seq)) add(*seq);
         }
+    }
+
+    // What snapshot `seq` kept.
+    void add(std::int64_t seq) {
+        const auto contents = listFolder(folderOf(seq));
+        if (!contents) return;
+        oldest_ = std::min(oldest_, seq);
+        folders_[seq] = std::unordered_set<std::string>(contents->begin(), contents->end());
+        count_ += static_cast<std::int64_t>(contents->size());
     }
 
     [[nodiscard]] bool empty() const { return count_ == 0; }
     [[nodiscard]] std::int64_t count() const { return count_; }
     [[nodiscard]] std::int64_t oldest() const { return oldest_; }
 
-    void claim(const Manifest& manifest) {
-        for (const auto& item : manifest.items()) {
-            const std::string_view blob = item.entry.blob;
+    void claim(const TextBuffer& manifest) {
+        std::int64_t latest = -1; // neighbours' contents often lie in one folder
+        auto folder = folders_.end();
+        Manifest::forEachBlob({manifest.bytes.get(), manifest.size}, [&](std::string_view blob) {
             const auto slash = blob.find('/');
-            if (slash == std::string_view::npos || !item.entry.isKept()) continue;
-            const auto folder = folders_.find(std::string(blob.substr(0, slash)));
+            if (slash == std::string_view::npos) return;
+            const std::int64_t seq = parseSeq(blob.substr(0, slash)).value_or(-1);
+            if (std::exchange(latest, seq) != seq) folder = folders_.find(seq);
             if (folder != folders_.end())
                 count_ -= static_cast<std::int64_t>(folder->second.erase(std::string(blob.substr(slash + 1))));
-        }
+        });
     }
 
     // One that cannot be removed does not keep the others; the first is told at the end.
     void remove() const {
         std::optional<TidewrackError> failure;
-        for (const auto& [name, contents] : folders_) {
-            const std::string path = folder_ + "/" + name;
+        for (const auto& [seq, contents] : folders_) {
+            const std::string path = folderOf(seq);
+            Descriptor folder;
+            (void)openFolder(path, folder);
             for (const std::string& content : contents) {
+                if (folder && ::unlinkat(folder.get(), content.c_str(), 0) == 0) continue;
                 const int error = removeTree(path + "/" + content);
                 if (error != 0 && !failure) failure = TidewrackError::io("remove", path + "/" + content, error);
             }
@@ -77,34 +90,55 @@ class UnclaimedContents {
     }
 
   private:
+    [[nodiscard]] std::string folderOf(std::int64_t seq) const { return folder_ + "/" + std::to_string(seq); }
+
     std::string folder_;
-    std::unordered_map<std::string, std::unordered_set<std::string>> folders_;
+    std::map<std::int64_t, std::unordered_set<std::string>> folders_;
     std::int64_t count_ = 0;
     std::int64_t oldest_ = INT64_MAX;
 };
 
-// Manifests that no record names, those of interrupted snapshots included.
-void removeUnusedManifests(const std::string& folder, const std::set<std::int64_t>& inUse) {
-    constexpr std::string_view ending = ".mf";
-    for (const std::string& name : listFolder(folder).value_or(std::vector<std::string>())) {
-        if (!name.ends_with(ending)) continue;
-        const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - ending.size()));
-        if (seq && !inUse.contains(*seq)) removeFileIfThere(folder + "/" + name);
+// Manifests that no remaining record names.
+class UnusedManifests {
+  public:
+    UnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse)
+        : folder_(parentOf(store.manifestPath(project, 0))) {
+        constexpr std::string_view ending = ".mf";
+        for (const std::string& name : listFolder(folder_).value_or(std::vector<std::string>())) {
+            if (!name.ends_with(ending)) continue;
+            const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - ending.size()));
+            if (seq && !inUse.contains(*seq)) manifests_.emplace(*seq, name);
+        }
     }
-}
 
-// Lets manifests, newest first, claim what they name. Decoding is nearly all of a prune's work, so some are decoded
+    [[nodiscard]] bool areAllAmong(const std::set<std::int64_t>& numbers) const {
+        return std::all_of(manifests_.begin(), manifests_.end(),
+                           [&](const auto& each) { return numbers.contains(each.first); });
+    }
+
+    void removeAllButOne() {
+        for (; manifests_.size() > 1; manifests_.erase(manifests_.begin()))
+            removeFileIfThere(folder_ + "/" + manifests_.begin()->second);
+    }
+
+    void removeTheLast() {
+        for (const auto& [seq, name] : manifests_) removeFileIfThere(folder_ + "/" + name);
+    }
+
+  private:
+    std::string folder_;
+    std::map<std::int64_t, std::string> manifests_;
+};
+
+// Lets manifests, newest first, claim what they name. Decompressing is most of a prune's work, so some are decompressed
 // at once, each in a thread of its own.
 void claimAll(const Store& store, const Project& project, const std::vector<std::int64_t>& manifests,
               UnclaimedContents& unclaimed) {
-    std::deque<std::future<Manifest>> decoding;
+    std::deque<std::future<TextBuffer>> decoding;
     // Should no thread be had, the work is done at get().
     const auto decode = [&](std::int64_t seq) {
-        return std::async(std::launch::async | std::launch::deferred, [&store, &project, seq] {
-            SnapshotMeta meta;
-            meta.manifestOf = seq;
-            return store.manifest(meta, project);
-        });
+        return std::async(std::launch::async | std::launch::deferred,
+                          [&store, &project, seq] { return store.manifestText(project, seq); });
     };
     auto next = manifests.begin();
     while (!unclaimed.empty()) {
@@ -141,22 +175,28 @@ PruneResult Engine::prune(const Project& project, Date now, bool dryRun) const {
     return pruneLocked(lock, project, now, dryRun);
 }
 
-PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, bool dryRun) const {
+PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, bool dryRun, Sweep sweep) const {
     const auto snapshots = store.snapshots(project);
     const auto seqs = store.seqs(project);
     if (seqs.size() != snapshots.size()) requireAllRead(seqs, snapshots);
     const RetentionPlan plan = planRetention(snapshots, now);
-    UnclaimedContents unclaimed(store, project, plan.manifestsInUse);
+    UnusedManifests unused(store, project, plan.manifestsInUse);
+    UnclaimedContents unclaimed(store.blobsFolder(project));
+    if (sweep == Sweep::freed && plan.freesOwnContentsOnly && unused.areAllAmong(plan.manifestsFreed)) {
+        for (const std::int64_t seq : plan.manifestsFreed) unclaimed.add(seq);
+    } else {
+        unclaimed.addAllBut(plan.manifestsInUse);
+    }
     claimAll(store, project, plan.manifestsToRead, unclaimed);
     PruneResult result{plan.remove, unclaimed.count()};
     if (dryRun) return result;
     for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));
+    unused.removeAllButOne();
     const std::string folder = store.projectFolder(project);
-    removeUnusedManifests(folder + "/manifests", plan.manifestsInUse);
     for (const char* part : {"", "/snapshots", "/manifests"}) removeLeftovers(folder + part);
-    if (unclaimed.empty()) return result;
-    bringToDisk(folder);
+    if (!unclaimed.empty()) bringToDisk(folder);
     unclaimed.remove();
+    unused.removeTheLast();
     return result;
 }
 
@@ -168,7 +208,7 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
             attributesAt(AT_FDCWD, marker.c_str(), attributes) == 0 ? attributes.mtime / 1'000'000'000 : INT64_MIN / 2;
         if (now().time_since_epoch().count() - last <= secondsBetweenPrunes) return;
         writeFileAtomically(marker, "");
-        (void)pruneLocked(lock, project, now(), false);
+        (void)pruneLocked(lock, project, now(), false, Sweep::freed);
     } catch (const std::exception& error) {
         result.warnings.push_back(std::string("prune failed: ") + error.what());
     }

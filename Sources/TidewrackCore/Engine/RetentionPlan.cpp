@@ -28,6 +28,26 @@ std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots,
     return keep;
 }
 
+// A snapshot takes contents over from its direct predecessor only; one recorded after a restore takes them from any
+// earlier snapshot. Where the direct predecessor is gone nothing vouches for the contents.
+bool isVouchedFor(const SnapshotMeta& meta, const SnapshotMeta* before) {
+    return before != nullptr && before->seq == meta.seq - 1 && meta.kind != "restored";
+}
+
+void planContents(const std::vector<SnapshotMeta>& snapshots, RetentionPlan& plan) {
+    const SnapshotMeta* before = nullptr;
+    for (const SnapshotMeta& meta : snapshots) {
+        if (!plan.manifestsInUse.contains(meta.manifestOf)) {
+            plan.manifestsFreed.insert(meta.manifestOf);
+            // What it names beside its own contents is named by the one before it, which is either kept or removed
+            // and looked at in the same way.
+            const bool itsOwn = meta.manifestOf == meta.seq || (before && before->manifestOf == meta.manifestOf);
+            if (!itsOwn || !isVouchedFor(meta, before)) plan.freesOwnContentsOnly = false;
+        }
+        before = &meta;
+    }
+}
+
 } // namespace
 
 RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now) {
@@ -41,13 +61,11 @@ RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now
             continue;
         }
         plan.manifestsInUse.insert(meta.manifestOf);
-        // A snapshot takes contents over from its direct predecessor only; one recorded after a restore takes them
-        // from any earlier snapshot. Where the direct predecessor is gone nothing vouches for the contents.
-        const bool vouchedFor = before != nullptr && before->seq == meta.seq - 1 && meta.kind != "restored";
-        if (!vouchedFor) toRead.insert(meta.manifestOf);
+        if (!isVouchedFor(meta, before)) toRead.insert(meta.manifestOf);
         before = &meta;
     }
     plan.manifestsToRead.assign(toRead.rbegin(), toRead.rend());
+    planContents(snapshots, plan);
     return plan;
 }
 

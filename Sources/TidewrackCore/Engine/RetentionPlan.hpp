@@ -16,6 +16,10 @@ struct RetentionPlan {
     // The manifests that together name every content still in use, given that a snapshot's contents are its own and
     // those of the snapshot before it. Newest first.
     std::vector<std::int64_t> manifestsToRead;
+    std::set<std::int64_t> manifestsFreed; // of removed snapshots alone
+    // Given that until now every content was named by some snapshot: whether the only ones that may have lost their
+    // last name are those kept by the snapshots of the freed manifests.
+    bool freesOwnContentsOnly = true;
 };
 
 // `snapshots` ascending by number.

@@ -243,6 +243,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     trace.mark([] { return "load previous manifest"; });
 
     meta.seq = nextSeq(project, seqs);
+    if (meta.seq > (seqs.empty() ? 0 : seqs.back()) + 1) store.markUnfinished(lock, project, meta.seq - 1);
     SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
     walkProject(
         project, nestedRoots(project),

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -106,6 +107,10 @@ class Manifest {
     // The same without the compression.
     [[nodiscard]] std::string encodedText() const;
     [[nodiscard]] static Manifest decodeText(TextBuffer text);
+    [[nodiscard]] static TextBuffer decompressed(std::string_view bytes);
+    // Hands out every line's blob, folders' empty ones included, for who needs nothing else: less than half of decode's
+    // work. Throws TidewrackError corrupt "manifest kind", "manifest line end" or "manifest blob".
+    static void forEachBlob(std::string_view text, const std::function<void(std::string_view)>& visit);
 
     [[nodiscard]] static std::string escape(std::string_view path);
     [[nodiscard]] static std::string unescape(std::string_view text);

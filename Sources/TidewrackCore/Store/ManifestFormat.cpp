@@ -69,24 +69,6 @@ bool holdsEmptyText(std::string_view bytes) {
     return bytes == "bvx$"sv || bytes == "bvx-\0\0\0\0bvx$"sv;
 }
 
-// The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it. Memory that is only
-// reserved costs nothing.
-TextBuffer decompressed(std::string_view bytes) {
-    const Lzfse& library = requiredLzfse();
-    if (holdsEmptyText(bytes)) return TextBuffer({});
-    const std::size_t mostRoom = bytes.size() * 4096 + 4096;
-    for (std::size_t room = bytes.size() * 8 + 4096; room <= mostRoom; room *= 2) {
-        std::unique_ptr<char[]> text(new char[room]);
-        const std::size_t size =
-            library.decode(reinterpret_cast<std::uint8_t*>(text.get()), room,
-                           reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
-        if (size == room) continue;
-        if (size == 0) break;
-        return {std::move(text), size};
-    }
-    throw TidewrackError::corrupt("a manifest that can't be decompressed");
-}
-
 // Reads one manifest text, field by field, where it lies.
 class Parser {
   public:
@@ -134,6 +116,15 @@ class Parser {
     const char* at_;
     const char* end_;
 };
+
+// One blob of each line decides over what is deleted, so a text damaged in that place is not taken for another one.
+bool isBlob(std::string_view blob) {
+    if (blob.empty() || blob == "ign" || blob.starts_with("big:") || blob.starts_with("err")) return true;
+    constexpr std::string_view digits = "0123456789";
+    const auto slash = blob.find_first_not_of(digits);
+    return slash != 0 && slash < blob.size() - 1 && blob[slash] == '/' &&
+           blob.find_first_not_of(digits, slash + 1) == std::string_view::npos;
+}
 
 } // namespace
 
@@ -210,6 +201,44 @@ Manifest Manifest::decodeText(TextBuffer buffer) {
         builder.others_.push_back(item);
     }
     return builder.finish();
+}
+
+// The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it. Memory that is only
+// reserved costs nothing.
+TextBuffer Manifest::decompressed(std::string_view bytes) {
+    const Lzfse& library = requiredLzfse();
+    if (holdsEmptyText(bytes)) return TextBuffer({});
+    const std::size_t mostRoom = bytes.size() * 4096 + 4096;
+    for (std::size_t room = bytes.size() * 8 + 4096; room <= mostRoom; room *= 2) {
+        std::unique_ptr<char[]> text(new char[room]);
+        const std::size_t size =
+            library.decode(reinterpret_cast<std::uint8_t*>(text.get()), room,
+                           reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
+        if (size == room) continue;
+        if (size == 0) break;
+        return {std::move(text), size};
+    }
+    throw TidewrackError::corrupt("a manifest that can't be decompressed");
+}
+
+void Manifest::forEachBlob(std::string_view text, const std::function<void(std::string_view)>& visit) {
+    constexpr int fieldsBefore = 6;
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); at != end;) {
+        const auto* feed = static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)));
+        if (feed == nullptr) throw TidewrackError::corrupt("manifest line end");
+        if ((*at != 'f' && *at != 'l' && *at != 'd') || at[1] != '\t') throw TidewrackError::corrupt("manifest kind");
+        const auto afterTab = [&](const char* from) {
+            const auto* tab = static_cast<const char*>(std::memchr(from, '\t', static_cast<std::size_t>(feed - from)));
+            if (tab == nullptr) throw TidewrackError::corrupt("manifest line end");
+            return tab + 1;
+        };
+        for (int field = 0; field < fieldsBefore; ++field) at = afterTab(at);
+        const std::string_view blob(at, static_cast<std::size_t>(afterTab(at) - 1 - at));
+        if (!isBlob(blob)) throw TidewrackError::corrupt("manifest blob");
+        visit(blob);
+        at = feed + 1;
+    }
 }
 
 std::string Manifest::encoded() const {

@@ -64,6 +64,8 @@ class Store {
     // Throws TidewrackError noSnapshot or corrupt.
     [[nodiscard]] SnapshotMeta snapshot(const Project& project, std::int64_t seq) const;
     [[nodiscard]] Manifest manifest(const SnapshotMeta& meta, const Project& project) const;
+    // The text of manifest `seq`, not looked into.
+    [[nodiscard]] TextBuffer manifestText(const Project& project, std::int64_t seq) const;
     // The largest number of which a manifest or a content folder is left; 0 for none.
     [[nodiscard]] std::int64_t highestLeftover(const Project& project) const;
 
@@ -72,6 +74,9 @@ class Store {
     void writeSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
     void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq, const Manifest& manifest,
                        const PendingWrites& contents) const;
+    // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
+    // one: a manifest that no record names tells the next prune that contents may be left that nothing names.
+    void markUnfinished(const ProjectLock& lock, const Project& project, std::int64_t seq) const;
 
     [[nodiscard]] std::string projectFolder(const Project& project) const;
     [[nodiscard]] std::string lockPath(const Project& project) const;
