@@ -47,36 +47,6 @@ class RestoreTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(RestoreTest, bringsBackAFolderThatWasEmptied) {
-    for (const char* name :
-         {"a.txt", "src", "bad\xff name", "bad\xfe name", "tab\there\\\n", "link", "dangling", "empty"})
-        world.folder.remove(world.projectFile(ofAnyBytes(name)));
-    const std::string out = world.ok({"restore", "1"});
-    EXPECT_EQ(out, "Restored 8 files, removed 0 files. Undo this with: tidewrack restore 2\n");
-    expectAsBefore();
-}
-
-TEST_F(RestoreTest, swapsKindsBackAndRemovesWhatIsNew) {
-    const auto& f = world.folder;
-    f.remove("project/src");
-    f.write("project/src", "a file now");
-    f.remove("project/a.txt");
-    f.write("project/a.txt/inside", "a folder now");
-    f.remove("project/link");
-    f.write("project/link", "a file now");
-    f.remove("project/empty");
-    f.link("project/empty", "src");
-    f.write("project/new/thing", "new");
-    ::chmod(f.at("project").c_str(), 0755);
-    EXPECT_EQ(world.ok({"restore", "1"}), "Restored 4 files, removed 4 files. Undo this with: tidewrack restore 2\n");
-    expectAsBefore();
-    // The safety snapshot holds all of that wreck.
-    world.ok({"restore", "2"});
-    EXPECT_EQ(f.read("project/src"), "a file now");
-    EXPECT_EQ(f.read("project/a.txt/inside"), "a folder now");
-    EXPECT_EQ(f.read("project/new/thing"), "new");
-}
-
 TEST_F(RestoreTest, putsBackModesTimesAndExtendedAttributes) {
     const auto& f = world.folder;
     Attributes was;
@@ -171,16 +141,6 @@ TEST_F(RestoreTest, tellsOfAContentThatTheStoreHasLost) {
     EXPECT_NE(out.find("warning: couldn't restore a.txt: No such file or directory\n"), std::string::npos);
     EXPECT_EQ(f.read("project/src/deep/er/x"), "x");
     EXPECT_NE(world.ok({"log", "-n", "1"}).find("no changes yet"), std::string::npos);
-}
-
-TEST_F(RestoreTest, keepsHardLinkedNamesFromBlockingEachOther) {
-    const auto& f = world.folder;
-    f.write("project/one", "shared");
-    ASSERT_EQ(::link(f.at("project/one").c_str(), f.at("project/two").c_str()), 0);
-    ASSERT_EQ(::link(f.at("project/one").c_str(), f.at("project/three").c_str()), 0);
-    const std::string out = world.ok({"restore", "1"});
-    EXPECT_EQ(out.find("warning"), std::string::npos) << out;
-    expectAsBefore();
 }
 
 TEST_F(RestoreTest, sweepsUpWhatAKilledRestoreLeft) {
@@ -327,11 +287,29 @@ TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
     }
     {
         const ProjectLock lock(world.store().lockPath(project));
-        world.store().writeManifest(lock, project, 1, builder.finish());
+        world.store().writeManifest(lock, project, 1, builder.finish(), PendingWrites());
     }
     world.ok({"restore", "1", "--keep-new"});
     EXPECT_EQ(f.read("outside"), "not yours");
     EXPECT_EQ(f.read("project/a.txt"), "first\n");
+}
+
+TEST_F(RestoreTest, damagedContentReplacesNothing) {
+    const auto& f = world.folder;
+    const Manifest kept = world.manifestOf(1);
+    for (const char* path : {"a.txt", "src/main.c"}) {
+        const std::string content = world.store().blobPath(world.project(), kept.find(path)->blob);
+        EXPECT_EQ(::truncate(content.c_str(), 3), 0);
+    }
+    f.write("project/a.txt", "the only good copy");
+    f.remove("project/src/main.c");
+    const RestoreResult result = Engine(world.store()).restore(world.project(), 1, std::nullopt, true);
+    EXPECT_EQ(result.warnings,
+              (std::vector<std::string>{"couldn't restore a.txt: what was kept of it is damaged",
+                                        "couldn't restore src/main.c: what was kept of it is damaged"}));
+    EXPECT_TRUE(result.restored.empty());
+    EXPECT_EQ(f.read("project/a.txt"), "the only good copy");
+    EXPECT_FALSE(f.has("project/src/main.c"));
 }
 
 TEST_F(RestoreTest, takesAnySpellingOnAVolumeThatIgnoresCase) {

@@ -40,50 +40,6 @@ class SnapshotTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(SnapshotTest, keepsWhatIsNewAndReusesTheRest) {
-    f.write("project/a", "a");
-    f.write("project/b", "b");
-    f.link("project/link", "a");
-    world.ok({"track"});
-    EXPECT_EQ(blobOf(1, "a").substr(0, 2), "1/");
-    f.write("project/b", "changed");
-    f.write("project/c", "new");
-    const SnapshotResult second = snap();
-    EXPECT_EQ(second.changes, (Changes{{"c"}, {"b"}, {}, {}}));
-    EXPECT_EQ(second.meta.files, 4);
-    EXPECT_EQ(blobOf(2, "a"), blobOf(1, "a"));
-    EXPECT_EQ(blobOf(2, "link"), blobOf(1, "link"));
-    EXPECT_EQ(contentOf(2, "b"), "changed");
-    EXPECT_EQ(contentOf(1, "b"), "b");
-    Attributes kept;
-    ASSERT_EQ(attributesAt(AT_FDCWD, f.at(storeFile("blobs/" + blobOf(1, "a"))).c_str(), kept), 0);
-    EXPECT_EQ(kept.mode, 0444);
-    ASSERT_EQ(attributesAt(AT_FDCWD, f.at(storeFile("blobs/" + blobOf(1, "link"))).c_str(), kept), 0);
-    EXPECT_EQ(kept.kind, Attributes::Kind::link);
-
-    ASSERT_EQ(setModificationTime(AT_FDCWD, f.at("project/a").c_str(), 1'000'000'000), 0); // touched only
-    EXPECT_EQ(snap().changes, (Changes{{}, {"a"}, {}, {}}));
-    EXPECT_EQ(blobOf(3, "a"), "3/0");
-    f.remove("project/b");
-    EXPECT_EQ(snap().changes, (Changes{{}, {}, {"b"}, {}}));
-}
-
-TEST_F(SnapshotTest, nothingChangedSharesTheManifest) {
-    f.write("project/a", "a");
-    world.ok({"track"});
-    for (const std::int64_t seq : {2, 3}) {
-        const SnapshotMeta meta = snap().meta;
-        EXPECT_EQ(meta.seq, seq);
-        EXPECT_EQ(meta.manifestOf, 1);
-        EXPECT_EQ(meta.added + meta.modified + meta.deleted, 0);
-        EXPECT_EQ(meta.files, 1);
-    }
-    EXPECT_FALSE(f.has(storeFile("manifests/2.mf")));
-    EXPECT_FALSE(f.has(storeFile("blobs/2")));
-    f.makeFolder("project/folder");
-    EXPECT_EQ(snap().meta.manifestOf, 4); // a new folder is a change, though none of a file
-}
-
 TEST_F(SnapshotTest, anEmptyFolderHasAHistoryToo) {
     world.ok({"track"});
     EXPECT_TRUE(snap().warnings.empty());

@@ -158,12 +158,14 @@ TEST_F(StoreTest, snapshotNumbers) {
 TEST_F(StoreTest, halfWrittenRecordsAreNoSnapshots) {
     world.ok({"track"});
     const Project project = world.project();
-    AtomicFile interrupted(store.metaPath(project, 2));
-    ASSERT_EQ(interrupted.write("{\"seq\":", 0644), 0);
+    const std::string half = "store/projects/" + project.id + "/snapshots/" + temporaryName();
+    f.write(half, "{\"seq\":");
     EXPECT_EQ(store.snapshots(project).size(), 1U);
     world.ok({"log"});
     EXPECT_NE(world.ok({"snap"}).find("#2"), std::string::npos);
     EXPECT_EQ(store.snapshots(project).size(), 2U);
+    world.ok({"prune"});
+    EXPECT_FALSE(f.has(half));
 }
 
 TEST_F(StoreTest, untrackRemovesTheHistoryOnly) {

@@ -2,6 +2,7 @@
 option(TIDEWRACK_WERROR "Treat warnings as errors" OFF)
 option(TIDEWRACK_TESTS "Build the tests" OFF)
 option(TIDEWRACK_BENCHMARKS "Build the benchmarks" OFF)
+option(TIDEWRACK_FUZZ "Build the fuzz targets; needs clang" OFF)
 set(TIDEWRACK_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 set(TIDEWRACK_STATIC_LZFSE "" CACHE FILEPATH "On Linux: liblzfse.a. With it the program is linked statically as a whole")
 

@@ -22,8 +22,8 @@ int openOutput(Program::Output output, const std::string& file) {
 
 } // namespace
 
-Program::Program(const World& world, const std::vector<std::string>& words, Output output) {
-    std::vector<std::string> texts = {TIDEWRACK_BINARY};
+Program::Program(const World& world, const std::vector<std::string>& words, Output output, const std::string& input) {
+    std::vector<std::string> texts = {world.program};
     texts.insert(texts.end(), words.begin(), words.end());
     std::vector<char*> arguments;
     for (std::string& text : texts) arguments.push_back(text.data());
@@ -35,13 +35,17 @@ Program::Program(const World& world, const std::vector<std::string>& words, Outp
     environment.push_back(nullptr);
     const int out = openOutput(output, texts_.at("out"));
     const int err = openOutput(Output::collected, texts_.at("err"));
+    texts_.write("in", input);
+    const int in = ::open(texts_.at("in").c_str(), O_RDONLY);
     process_ = ::fork();
     if (process_ == 0) {
+        ::dup2(in, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
         ::dup2(err, STDERR_FILENO);
-        if (::chdir(world.current.c_str()) == 0) ::execve(TIDEWRACK_BINARY, arguments.data(), environment.data());
+        if (::chdir(world.current.c_str()) == 0) ::execve(world.program.c_str(), arguments.data(), environment.data());
         ::_exit(127);
     }
+    ::close(in);
     ::close(out);
     ::close(err);
 }

@@ -10,12 +10,13 @@
 
 namespace tidewrack::testing {
 
-// Its environment and current folder are the world's. What it writes is collected in files.
+// Its environment and current folder are the world's. What it reads and writes are files.
 class Program {
   public:
     enum class Output { collected, closedPipe, full }; // full: a device that takes nothing
 
-    Program(const World& world, const std::vector<std::string>& words, Output output = Output::collected);
+    Program(const World& world, const std::vector<std::string>& words, Output output = Output::collected,
+            const std::string& input = "");
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
     ~Program(); // ends it when it still runs

@@ -51,6 +51,7 @@ class World {
     TemporaryFolder folder;
     Environment environment;
     std::string current; // the working folder of runs; the project at first
+    std::string program = TIDEWRACK_BINARY; // what runs in a process of its own
 
     [[nodiscard]] std::string projectPath() const { return folder.at("project"); }
     [[nodiscard]] std::string storePath() const { return folder.at("store"); }

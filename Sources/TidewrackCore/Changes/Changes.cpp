@@ -48,11 +48,11 @@ Changes Changes::between(const Manifest& older, const Manifest& newer) {
     return changes;
 }
 
-bool sameFolderModes(const Manifest& older, const Manifest& newer) {
+bool sameFolders(const Manifest& older, const Manifest& newer) {
     for (const auto& item : newer.items()) {
         if (item.entry.kind != EntryKind::dir) continue;
         const Entry* before = older.find(item.path);
-        if (before != nullptr && before->mode != item.entry.mode) return false;
+        if (before != nullptr && (before->mode != item.entry.mode || before->blob != item.entry.blob)) return false;
     }
     return true;
 }

@@ -38,8 +38,9 @@ struct Changes {
 // Whether two entries at one path count as different.
 [[nodiscard]] bool differs(const Entry& older, const Entry& newer);
 
-// Whether all folders that both have bear the same permission bits, which Changes passes over.
-[[nodiscard]] bool sameFolderModes(const Manifest& older, const Manifest& newer);
+// Whether all folders that both have bear the same permission bits and are ignored by git in both or in neither,
+// which Changes passes over.
+[[nodiscard]] bool sameFolders(const Manifest& older, const Manifest& newer);
 
 // One file's change, with the paths of the two contents to compare.
 struct FileChange {

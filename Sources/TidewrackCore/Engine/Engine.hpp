@@ -73,9 +73,9 @@ class Engine {
     // --- Snapshots ---
     // Also prunes when the latest automatic prune is more than an hour old and there is time left.
     SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
-    enum class FolderModes { ignored, recorded }; // whether folders' modes alone are worth a manifest of their own
+    enum class FolderChanges { ignored, recorded }; // whether folders alone (sameFolders) are worth a manifest
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
-                                 FolderModes folderModes = FolderModes::ignored) const;
+                                 FolderChanges folderChanges = FolderChanges::ignored) const;
     // The roots of other tracked projects inside this one, relative to its root.
     [[nodiscard]] std::set<std::string, std::less<>> nestedRoots(const Project& project) const;
     // Where the content of a file as of a snapshot is kept; `path` is absolute or relative to the root. None for

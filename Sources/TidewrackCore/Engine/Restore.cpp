@@ -41,7 +41,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     for (const std::string& path : paths.value_or(std::vector<std::string>()))
         listed.push_back(relative(project, path));
     const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
-    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
+    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
     RestoreResult result = apply(lock, project, target, scope, safety, removeNew);
@@ -84,14 +84,14 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.created = started;
     meta.kind = "restored";
     if (before.label) meta.label = afterLabel(*before.label);
-    const bool share = changes.isEmpty() && sameFolderModes(safety.manifest, after);
+    const bool share = changes.isEmpty() && sameFolders(safety.manifest, after);
     meta.manifestOf = share ? before.manifestOf : meta.seq;
     meta.files = after.fileCount();
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
     meta.durationMs = durationMs;
-    if (!share) store.writeManifest(lock, project, meta.seq, after);
+    if (!share) store.writeManifest(lock, project, meta.seq, after, PendingWrites());
     store.writeSnapshot(lock, project, meta);
 }
 
@@ -117,7 +117,7 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     std::optional<Manifest> after;
     if (to) after = store.manifest(store.snapshot(project, *to), project);
     const SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
-    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderModes::recorded);
+    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
     const auto all = Changes::between(before, after ? *after : safety.manifest).all();
     after.reset();
     const std::set<std::string, std::less<>> changed(all.begin(), all.end());

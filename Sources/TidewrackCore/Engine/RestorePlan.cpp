@@ -39,7 +39,9 @@ void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, Re
         if (!input.scope(item.path)) continue;
         const Entry* wanted = input.target.find(item.path);
         if (excluded.covers(item.path)) {
-            if (wanted == nullptr && input.removeNew && isIgnoredFolder(item.entry))
+            // Where it was listed then, what has come since is in there unseen.
+            const bool mayHoldNew = wanted == nullptr || (wanted->kind == EntryKind::dir && !isIgnoredFolder(*wanted));
+            if (mayHoldNew && input.removeNew && isIgnoredFolder(item.entry))
                 plan.warnings.push_back("kept " + std::string(item.path) +
                                         "/: git ignores it, so its content isn't in history");
             continue;

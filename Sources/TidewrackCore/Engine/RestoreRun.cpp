@@ -2,6 +2,7 @@
 
 #include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>
@@ -15,6 +16,8 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
+constexpr int damaged = -1;                          // no errno value: a kept content that is not as large as it was
+constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
 std::string describe(const Attributes& attributes) {
     switch (attributes.kind) {
@@ -26,13 +29,25 @@ std::string describe(const Attributes& attributes) {
     return "a pipe, socket or device";
 }
 
-bool nothingThere(int error) {
-    return error == ENOENT || error == ENOTDIR;
+constexpr const char* changedSince = "it changed after the safety snapshot";
+
+// Whether a thing that was moved aside is what was recorded. Moving it was a change of its status.
+bool isUnchangedAside(const Attributes& attributes, const Entry& recorded) {
+    Entry there = entryOf(attributes);
+    there.ctime = recorded.ctime;
+    return there.sameAttributes(recorded);
 }
 
-std::string temporaryName() {
-    static std::atomic<unsigned> counter = 0;
-    return ".tidewrack-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+// Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
+// change would bear a later one.
+bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
+    const Entry there = entryOf(attributes);
+    return there.kind == wanted.kind && there.size == wanted.size && there.mtime <= wanted.mtime &&
+           there.mtime > wanted.mtime - coarsestTime;
+}
+
+bool nothingThere(int error) {
+    return error == ENOENT || error == ENOTDIR;
 }
 
 } // namespace
@@ -48,6 +63,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
 
 void RestoreRun::work(const RestoreInput& input) {
     RestorePlan plan = planRestore(input);
+    nestedRoots_ = input.nestedRoots;
     for (const std::string& warning : plan.warnings) result_.warnings.push_back(warning);
     trace_.mark([] { return "plan"; });
     removeLeftovers();
@@ -59,15 +75,13 @@ void RestoreRun::work(const RestoreInput& input) {
     write(plan.writes);
     files_.forget();
     finishFolders(plan);
+    bringToDisk();
 }
 
-// Temporaries of a restore that was killed are ours and nobody's work. One that bears this process's number is of an
-// earlier process that had it too, as happens in containers: this one has written nothing yet.
+// Temporaries of a restore that was killed are ours and nobody's work.
 void RestoreRun::removeLeftovers() {
-    for (const std::string& path : safety_.leftovers) {
-        const std::int64_t owner = temporaryOwner(lastComponent(path));
-        if (owner == ::getpid() || !processIsAlive(owner)) (void)files_.removeFile(path);
-    }
+    for (const std::string& path : safety_.leftovers)
+        if (isLeftover(lastComponent(path))) (void)files_.removeFile(path);
 }
 
 // A folder that was made read-only since would refuse everything that is to be put back into it.
@@ -114,7 +128,7 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
     } else if (recorded->notKept()) {
         reason = "it couldn't be saved first (" + recorded->notKeptReason().value_or("") + ")";
     } else if (!untouched(*recorded, attributes)) {
-        reason = "it changed after the safety snapshot";
+        reason = changedSince;
     } else {
         return Standing::safe;
     }
@@ -134,8 +148,17 @@ void RestoreRun::remove(const RestorePlan& plan) {
             warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
             continue;
         }
-        if (const int error = files_.removeFile(item->path)) {
+        const int error = removeUnchanged(*item, reason);
+        if (nothingThere(error)) {
+            removed_.emplace(item->path);
+            continue;
+        }
+        if (error != 0) {
             warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
+            continue;
+        }
+        if (!reason.empty()) {
+            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
             continue;
         }
         touched(attributes);
@@ -160,6 +183,24 @@ void RestoreRun::remove(const RestorePlan& plan) {
         result_.folders.emplace(item->path);
     }
     trace_.mark([&] { return "remove " + std::to_string(result_.removed.size()); });
+}
+
+// Removes a file or link that is as the safety snapshot recorded it, which is looked at again when it stands aside: see
+// `replace`. Put back it makes way for what somebody else has put into its place.
+int RestoreRun::removeUnchanged(const Manifest::Item& item, std::string& reason) {
+    Place place;
+    if (const int error = files_.place(item.path, place)) return error;
+    const std::string temporary = temporaryName();
+    const Place aside{place.folder, temporary.c_str()};
+    if (::renameat(place.folder, place.name, aside.folder, aside.name) != 0)
+        return nothingThere(errno) ? errno : files_.removeFile(item.path); // a full volume has no room for a new name
+    Attributes attributes;
+    if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, item.entry)) {
+        reason = changedSince;
+        if (::linkat(aside.folder, aside.name, place.folder, place.name, 0) != 0 && errno != EEXIST)
+            return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    }
+    return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
 }
 
 void RestoreRun::makeFolders(const RestorePlan& plan) {
@@ -218,18 +259,22 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::atomic<std::size_t> done = 0;
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         if (engine_.progress) engine_.progress("restored", ++done);
+        worker.memory.pending = &pending_;
         const int error = writeOne(jobs[i], worker);
-        return error != 0 || !jobs[i].unsafe.empty() ? error : worker.project.attributes(jobs[i].item->path, landed[i]);
+        if (error == 0 && jobs[i].unsafe.empty()) (void)!worker.project.attributes(jobs[i].item->path, landed[i]);
+        return error;
     });
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         const std::string_view path = jobs[i].item->path;
-        const std::string reason = results[i] != 0 ? errorText(results[i]) : jobs[i].unsafe;
+        const std::string reason = results[i] == damaged ? "what was kept of it is damaged"
+                                   : results[i] != 0     ? errorText(results[i])
+                                                         : jobs[i].unsafe;
         if (!reason.empty()) {
             warn(path, "couldn't restore " + std::string(path) + ": " + reason);
             continue;
         }
         restored(path, false);
-        remember(*jobs[i].item, landed[i]);
+        rememberWritten(*jobs[i].item, landed[i]);
     }
     trace_.mark([&] { return "clone " + std::to_string(jobs.size()) + " files"; });
 }
@@ -244,6 +289,7 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
         if (!content) return errno;
         struct stat status {};
         if (::fstat(content.get(), &status) != 0) return errno;
+        if (status.st_size != entry.size) return damaged;
         if (const int error = copyOpenFile(content.get(), status, to, entry.mode, worker.memory)) return error;
     }
     return setModificationTime(to.folder, to.name, entry.mtime);
@@ -252,21 +298,49 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
 int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
     Place place;
     if (const int error = worker.project.place(job.item->path, place)) return error;
-    if (!job.replaces) return putContent(*job.item, place, worker);
+    if (!job.replaces) {
+        const int error = putContent(*job.item, place, worker);
+        if (error == EEXIST) job.unsafe = changedSince;
+        return error == EEXIST ? 0 : error;
+    }
     const std::string temporary = temporaryName();
     const Place aside{place.folder, temporary.c_str()};
     int error = putContent(*job.item, aside, worker);
-    if (error == 0) {
-        // Copying may have taken a while: look once more before the old thing goes.
-        Attributes attributes;
-        const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
-        if (standing == Standing::safe) touched(attributes);
-        if (standing != Standing::unsafe && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0)
-            return 0;
-        if (standing != Standing::unsafe) error = errno;
-    }
-    ::unlinkat(aside.folder, aside.name, 0);
+    if (error == 0) error = replace(job, aside, place, worker);
+    if (error != 0 && !job.unsafe.empty()) return error; // somebody's file that could not be put back
+    if (error != 0 || !job.unsafe.empty()) ::unlinkat(aside.folder, aside.name, 0);
     return error;
+}
+
+// Puts the new file `aside` into the place of the old one. Copying may have taken a while, so the old one is looked at
+// once more. Even after that look somebody may write: where the volume can exchange two files the old one is looked at
+// a last time when it stands aside.
+int RestoreRun::replace(WriteJob& job, Place aside, Place place, CloneWorker& worker) {
+    Attributes attributes;
+    const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
+    if (standing == Standing::unsafe) return 0;
+    if (standing == Standing::safe) touched(attributes);
+    if (standing != Standing::safe || exchange(aside, place) != 0)
+        return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    const Entry& recorded = *safety_.manifest.find(job.item->path);
+    if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, recorded)) {
+        job.unsafe = changedSince;
+        return putBack(job, aside, place);
+    }
+    return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
+}
+
+// The old file, which stands aside, changed after all. Should somebody have replaced the new one meanwhile, theirs is
+// the newest of the three.
+int RestoreRun::putBack(const WriteJob& job, Place aside, Place place) {
+    if (const int error = exchange(aside, place)) {
+        if (error == ENOENT && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0) return 0;
+        return error;
+    }
+    Attributes taken;
+    if (attributesAt(aside.folder, aside.name, taken) == 0 && !isAsWritten(taken, job.item->entry))
+        return exchange(aside, place);
+    return 0;
 }
 
 // Folders get the mode and time they had, deepest first, once nothing is written into them any more.
@@ -282,16 +356,32 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
         Attributes there;
         if (warned_.contains(path) || files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder)
             continue;
-        if (there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
+        const Entry* before = safety_.manifest.find(path);
+        const bool asListed = before != nullptr && before->mode == there.mode && before->mtime == there.mtime;
+        // Within one tick of the clock a folder that was changed again may have the wanted time by itself.
+        if (asListed && there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
         int error = there.mode == wanted->mode ? 0 : files_.setMode(path, wanted->mode);
         if (error == 0 && there.mtime != wanted->mtime) error = files_.setTime(path, wanted->mtime);
         if (error != 0) {
             warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
         } else if (files_.attributes(path, there) == 0) {
-            written_.insert_or_assign(std::string(path), entryOf(there));
+            Entry entry = entryOf(there);
+            if (before != nullptr && before->blob == "ign") { // listed as such still
+                entry.size = entry.mtime = entry.ctime = 0;
+                entry.blob = before->blob;
+            }
+            written_.insert_or_assign(std::string(path), entry);
         }
     }
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
+}
+
+// A power cut soon after must not leave empty files where the record says that all is back.
+void RestoreRun::bringToDisk() {
+    if (written_.empty()) return;
+    if (const int error = flush(root_.get(), pending_))
+        result_.warnings.push_back("couldn't bring what was restored to the disk for good: " + errorText(error));
+    trace_.mark([] { return "flush"; });
 }
 
 // The path holds what the target says, with these attributes.
@@ -299,6 +389,15 @@ void RestoreRun::remember(const Manifest::Item& item, const Attributes& attribut
     Entry entry = entryOf(attributes);
     entry.blob = item.entry.blob;
     written_.emplace(item.path, entry);
+}
+
+// The same for what was just written, which somebody may have changed before its attributes were read. Then those are
+// not of this content: with the ones of long ago the next snapshot finds the file changed, and looks into it.
+void RestoreRun::rememberWritten(const Manifest::Item& item, const Attributes& landed) {
+    if (isAsWritten(landed, item.entry))
+        remember(item, landed);
+    else
+        written_.emplace(item.path, item.entry);
 }
 
 Manifest RestoreRun::manifestAfter() {
@@ -320,18 +419,21 @@ Manifest RestoreRun::manifestAfter() {
         }
         builder.add(item.path, entry);
     }
-    // What was put back into a folder that git ignores by now is listed no more than the rest of that folder.
-    const auto isListed = [&](std::string_view path) {
-        for (std::string_view at = parentOf(path); !ignored.empty() && !at.empty(); at = parentOf(at))
-            if (ignored.contains(at)) return false;
+    // What was put back into a folder that git ignores by now, or that is a project of its own by now, is listed no
+    // more than the rest of that folder.
+    const auto isListed = [&](std::string_view path, const Entry& entry) {
+        if (nestedRoots_.empty() && ignored.empty()) return true;
+        if (entry.kind == EntryKind::dir && nestedRoots_.contains(path)) return false;
+        for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at))
+            if (nestedRoots_.contains(at) || ignored.contains(at)) return false;
         return true;
     };
     for (const auto& [path, entry] : written_)
-        if (isListed(path)) builder.add(path, entry);
+        if (isListed(path, entry)) builder.add(path, entry);
     for (const std::string& path : parents_.created()) {
         Attributes now;
-        if (isListed(path) && !written_.contains(path) && files_.attributes(path, now) == 0)
-            builder.add(path, entryOf(now));
+        if (written_.contains(path) || files_.attributes(path, now) != 0) continue;
+        if (isListed(path, entryOf(now))) builder.add(path, entryOf(now));
     }
     return builder.finish(); // of two entries for one path the later one stays
 }

@@ -31,7 +31,7 @@ class RestoreRun {
     struct WriteJob {
         const Manifest::Item* item;
         bool replaces = false; // something safe to replace stands there
-        std::string unsafe;    // found out at the last moment: why it was left alone after all
+        std::string unsafe;    // found out at the last moment: why the path was left alone after all
     };
 
     void removeLeftovers();
@@ -40,9 +40,13 @@ class RestoreRun {
     void makeFolders(const RestorePlan& plan);
     void write(const RestorePlan::Items& items);
     void finishFolders(const RestorePlan& plan);
+    void bringToDisk();
 
     [[nodiscard]] std::vector<WriteJob> examineWrites(const RestorePlan::Items& items);
     [[nodiscard]] int writeOne(WriteJob& job, CloneWorker& worker);
+    [[nodiscard]] int replace(WriteJob& job, Place aside, Place place, CloneWorker& worker);
+    [[nodiscard]] static int putBack(const WriteJob& job, Place aside, Place place);
+    [[nodiscard]] int removeUnchanged(const Manifest::Item& item, std::string& reason);
     [[nodiscard]] int putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const;
 
     enum class Standing { nothing, safe, unsafe, asWanted };
@@ -54,6 +58,7 @@ class RestoreRun {
     void warn(std::string_view path, const std::string& text);
     void restored(std::string_view path, bool folder);
     void remember(const Manifest::Item& item, const Attributes& attributes);
+    void rememberWritten(const Manifest::Item& item, const Attributes& landed);
 
     const Engine& engine_;
     const Manifest& target_;
@@ -63,9 +68,11 @@ class RestoreRun {
     Descriptor blobs_;
     FolderBelow files_;
     ParentCache parents_;
+    PendingWrites pending_;
     RestoreResult result_;
     std::set<std::string, std::less<>> warned_;
     std::set<std::string, std::less<>> removed_;
+    std::set<std::string, std::less<>> nestedRoots_;
     std::map<std::string, Entry, std::less<>> written_; // as they are on the disk now; blobs are the target's views
     std::mutex mutex_;
     std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has taken one away

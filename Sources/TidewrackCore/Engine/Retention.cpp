@@ -98,14 +98,13 @@ class UnclaimedContents {
     std::int64_t oldest_ = INT64_MAX;
 };
 
-// Manifests that no remaining record names, and what interrupted writes of manifests left.
+// Manifests that no remaining record names, those of interrupted snapshots included.
 class UnusedManifests {
   public:
     UnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse)
         : folder_(parentOf(store.manifestPath(project, 0))) {
         constexpr std::string_view ending = ".mf";
         for (const std::string& name : listFolder(folder_).value_or(std::vector<std::string>())) {
-            if (name.starts_with(".tidewrack-") && name.ends_with(".tmp")) temporaries_.push_back(name);
             if (!name.ends_with(ending)) continue;
             const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - ending.size()));
             if (seq && !inUse.contains(*seq)) manifests_.emplace(*seq, name);
@@ -118,7 +117,6 @@ class UnusedManifests {
     }
 
     void removeAllButOne() {
-        for (const std::string& name : temporaries_) removeFileIfThere(folder_ + "/" + name);
         for (; manifests_.size() > 1; manifests_.erase(manifests_.begin()))
             removeFileIfThere(folder_ + "/" + manifests_.begin()->second);
     }
@@ -129,7 +127,6 @@ class UnusedManifests {
 
   private:
     std::string folder_;
-    std::vector<std::string> temporaries_;
     std::map<std::int64_t, std::string> manifests_;
 };
 
@@ -152,6 +149,14 @@ void claimAll(const Store& store, const Project& project, const std::vector<std:
         unclaimed.claim(decoding.front().get());
         decoding.pop_front();
     }
+}
+
+// No content goes while a power cut could bring back a record that needs it.
+void bringToDisk(const std::string& folder) {
+    Descriptor open;
+    int error = openFolder(folder, open);
+    if (error == 0) error = flush(open.get(), PendingWrites());
+    if (error != 0) throw TidewrackError::io("write", folder, error);
 }
 
 // A record that is there but cannot be read would be taken for a removed one, and its contents with it.
@@ -186,8 +191,13 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     PruneResult result{plan.remove, unclaimed.count()};
     if (dryRun) return result;
     for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));
+    const std::string folder = store.projectFolder(project);
     unused.removeAllButOne();
-    unclaimed.remove();
+    for (const char* part : {"", "/snapshots", "/manifests"}) removeLeftovers(folder + part);
+    if (!unclaimed.empty()) {
+        bringToDisk(folder);
+        unclaimed.remove();
+    }
     unused.removeTheLast();
     return result;
 }

@@ -158,6 +158,7 @@ class SnapshotRun {
             if (passed(deadline)) return ECANCELED;
             if (progress_) progress_("kept", ++done);
             worker.memory.deadline = deadline;
+            worker.memory.pending = &pending_;
             return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
         });
         for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], result);
@@ -165,6 +166,7 @@ class SnapshotRun {
 
     [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
     [[nodiscard]] std::size_t itemCount() const { return builder_.size(); }
+    [[nodiscard]] const PendingWrites& pending() const { return pending_; }
     [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
@@ -199,6 +201,7 @@ class SnapshotRun {
     const Progress& progress_;
     ManifestBuilder builder_;
     std::vector<KeepJob> jobs_;
+    PendingWrites pending_;
 };
 
 // The newest snapshot with its manifest, when both can be read.
@@ -229,7 +232,7 @@ std::int64_t Engine::nextSeq(const Project& project, const std::vector<std::int6
 }
 
 TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
-                                     FolderModes folderModes) const {
+                                     FolderChanges folderChanges) const {
     const auto start = std::chrono::steady_clock::now();
     Trace trace;
     TakenSnapshot taken;
@@ -259,9 +262,9 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     Changes& changes = taken.result.changes;
     changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
-                       (folderModes == FolderModes::ignored || sameFolderModes(previous.manifest, taken.manifest));
+                       (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
-    if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest);
+    if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest, run.pending());
     trace.mark([] { return "diff + write manifest"; });
 
     const auto counts = changes.fileCounts();

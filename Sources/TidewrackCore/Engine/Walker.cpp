@@ -3,12 +3,12 @@
 #include "Engine/FolderReader.hpp"
 #include "Engine/GitIgnore.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 
 #include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 namespace tidewrack {
 
@@ -23,19 +23,6 @@ const std::vector<std::string>& defaultExcludesIfIgnored() {
     static const std::vector<std::string> names = {"build", "dist", "target", "coverage",
                                                    "out",   "Pods", ".cache", "venv"};
     return names;
-}
-
-std::int64_t temporaryOwner(std::string_view name) {
-    constexpr std::string_view prefix = ".tidewrack-";
-    if (!name.starts_with(prefix)) return -1;
-    name.remove_prefix(prefix.size());
-    std::int64_t pid = -1;
-    const char* end = name.data() + name.size();
-    const auto [afterPid, error] = std::from_chars(name.data(), end, pid);
-    if (error != std::errc() || afterPid == end || *afterPid != '-' || pid < 0) return -1;
-    const std::string_view number(afterPid + 1, static_cast<std::size_t>(end - afterPid - 1));
-    const bool digits = !number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos;
-    return digits ? pid : -1;
 }
 
 namespace {

@@ -47,10 +47,6 @@ struct Walker {
     [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
 };
 
-// The name of a file that a restore writes before it is moved into place: ".tidewrack-<pid>-<n>". The process's
-// number, or -1 for any other name.
-[[nodiscard]] std::int64_t temporaryOwner(std::string_view name);
-
 // The walk that the engine uses for a tracked project: its own exclusions, with git asked where there is a
 // repository and answers before the deadline. `skipping` holds the roots of nested projects.
 void walkProject(const Project& project, const NameSet& skipping, const std::function<bool(const Walker::Item&)>& body,

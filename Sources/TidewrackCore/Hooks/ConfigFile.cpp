@@ -35,61 +35,6 @@ std::string followedLinks(std::string path) {
     fail("follow", path, ELOOP);
 }
 
-// A file that is written beside `path` and takes its place with `commit`; without that it is removed again.
-class NewFile {
-  public:
-    // `like`: the file whose mode and owner it takes over; null for a file of the user's usual mode.
-    NewFile(const std::string& path, const struct stat* like)
-        : path_(path), temporary_(path + ".tidewrack-" + std::to_string(::getpid())) {
-        ::unlink(temporary_.c_str()); // left by a process of the same number that was killed
-        const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-        fd_ = ::open(temporary_.c_str(), flags, like ? 0600 : 0666);
-        if (fd_ < 0) fail("write", path_, errno);
-        if (like) takeOver(*like);
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-    ~NewFile() {
-        if (fd_ >= 0) ::close(fd_);
-        if (!committed_) ::unlink(temporary_.c_str());
-    }
-
-    void write(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const ssize_t written = ::write(fd_, bytes.data(), bytes.size());
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0) fail("write", path_, errno);
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        }
-    }
-
-    void commit() {
-        const bool flushed = ::fsync(fd_) == 0;
-        if (!flushed || ::rename(temporary_.c_str(), path_.c_str()) != 0) fail("write", path_, errno);
-        committed_ = true;
-    }
-
-  private:
-    // Only root may give a file away, and an owner only to a group of theirs, so owner and group are best effort.
-    // The mode comes last because a change of owner takes bits away.
-    void takeOver(const struct stat& like) {
-        if (::fchown(fd_, like.st_uid, like.st_gid) != 0 && ::fchown(fd_, static_cast<uid_t>(-1), like.st_gid) != 0)
-            errno = 0;
-        if (::fchmod(fd_, like.st_mode & 07777) != 0) fail("write", path_, errno);
-    }
-
-    std::string path_;
-    std::string temporary_;
-    int fd_ = -1;
-    bool committed_ = false;
-};
-
-void write(const std::string& path, std::string_view bytes, const struct stat* like) {
-    NewFile file(path, like);
-    file.write(bytes);
-    file.commit();
-}
-
 struct OpenFile {
     int fd;
     ~OpenFile() { ::close(fd); }
@@ -124,15 +69,16 @@ std::optional<std::string> replaceConfig(const std::string& path, const std::opt
     if (const int error = makeFolders(folder, 0777)) fail("create", folder, error);
     if (readConfig(target) != before)
         throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
+    removeLeftovers(folder);
     if (!before) {
-        write(target, bytes, nullptr);
+        writeUserFile(target, bytes, nullptr);
         return std::nullopt;
     }
     struct stat status {};
     if (::stat(target.c_str(), &status) != 0) fail("read", path, errno);
     const std::string backup = path + ".tidewrack-backup";
-    write(backup, *before, &status);
-    write(target, bytes, &status);
+    writeUserFile(backup, *before, &status);
+    writeUserFile(target, bytes, &status);
     return backup;
 }
 

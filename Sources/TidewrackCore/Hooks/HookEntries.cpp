@@ -173,7 +173,8 @@ std::optional<json> HookEntries::othersOf(const json& entry) const {
     hooks = json::array();
     for (const json& hook : entry["hooks"])
         if (auto kept = othersOf(hook)) hooks.push_back(std::move(*kept));
-    if (hooks.empty()) return std::nullopt;
+    // What has a command of its own is more than the group of its hooks.
+    if (hooks.empty() && !entry.contains("command")) return std::nullopt;
     return rest;
 }
 

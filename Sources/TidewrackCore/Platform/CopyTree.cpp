@@ -62,6 +62,7 @@ class TreeCopier {
     explicit TreeCopier(const CopyLimits& limits)
         : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0), unsaved_(limits.unsaved) {
         memory_.deadline = limits.deadline;
+        memory_.pending = limits.pending;
     }
 
     // `earlier`: where the earlier copy of this item would be; may be null.

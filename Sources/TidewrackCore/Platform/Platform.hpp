@@ -5,6 +5,7 @@
 // Work on one path returns an errno value (0 is success); nothing here throws or prints.
 
 #include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
 #include "Support/Deadline.hpp"
 
 #include <csignal>
@@ -66,14 +67,19 @@ struct Place {
     const char* name = nullptr;
 };
 
+// Exchanges what two names on one volume lead to, in one step. ENOENT when one of them leads nowhere; ENOSYS, ENOTSUP
+// or EINVAL where the system or the volume cannot do it.
+[[nodiscard]] int exchange(Place a, Place b);
+
 // What a copier has learned about the two volumes it works between, so that a call that can never succeed there
 // is tried once only. One per thread and target folder.
 struct CopyMemory {
     std::uint64_t source = 0; // the device last copied from: what was learned holds for it alone
     bool cannotClone = false;
     bool cannotCopyRange = false;
-    std::vector<char> buffer; // working space of plain copies
-    Deadline deadline;        // copies of bytes stop with ECANCELED after it
+    std::vector<char> buffer;         // working space of plain copies
+    Deadline deadline;                // copies of bytes stop with ECANCELED after it
+    PendingWrites* pending = nullptr; // of copies that must be on the disk before they are relied on
 
     void copyingFrom(std::uint64_t device) {
         if (source == device) return;
@@ -101,8 +107,9 @@ struct EarlierCopy {
 };
 
 struct CopyLimits {
-    std::string skip;  // an absolute path left out wherever it lies inside; empty: none
-    Deadline deadline; // after it the copy is given up with ECANCELED
+    std::string skip;                 // an absolute path left out wherever it lies inside; empty: none
+    Deadline deadline;                // after it the copy is given up with ECANCELED
+    PendingWrites* pending = nullptr; // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
     // Receives what inside a folder could not be copied, as paths below it with a leading slash; the rest is copied.

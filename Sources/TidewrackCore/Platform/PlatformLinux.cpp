@@ -94,6 +94,14 @@ int copySparse(int source, int target, off_t size, CopyMemory& memory) {
     return ::ftruncate(target, size) == 0 ? 0 : errno;
 }
 
+int copyAllBytes(int source, int target, const struct stat& status, CopyMemory& memory) {
+    if (status.st_size <= static_cast<off_t>(plainCopySize))
+        return copyBytes(source, target, 0, status.st_size, memory);
+    if (static_cast<off_t>(status.st_blocks) * 512 < status.st_size)
+        return copySparse(source, target, status.st_size, memory);
+    return copyRange(source, target, 0, status.st_size, memory);
+}
+
 int copyContent(int source, int target, const struct stat& status, CopyMemory& memory) {
     if (status.st_size == 0) return 0;
     memory.copyingFrom(status.st_dev);
@@ -102,11 +110,9 @@ int copyContent(int source, int target, const struct stat& status, CopyMemory& m
         if (volumeFailed(errno)) return errno;
         memory.cannotClone = neverBetweenTheseVolumes(errno);
     }
-    if (status.st_size <= static_cast<off_t>(plainCopySize))
-        return copyBytes(source, target, 0, status.st_size, memory);
-    if (static_cast<off_t>(status.st_blocks) * 512 < status.st_size)
-        return copySparse(source, target, status.st_size, memory);
-    return copyRange(source, target, 0, status.st_size, memory);
+    const int error = copyAllBytes(source, target, status, memory);
+    if (error == 0 && memory.pending != nullptr) writeOutCopy(target, *memory.pending);
+    return error;
 }
 
 constexpr std::string_view accessLists = "system.posix_acl_";
@@ -281,6 +287,10 @@ int copyLink(Place from, Place to) {
 
 void copyOpenExtendedAttributes(int source, int target) {
     copyOpenAttributes(source, target);
+}
+
+int exchange(Place a, Place b) {
+    return ::renameat2(a.folder, a.name, b.folder, b.name, RENAME_EXCHANGE) == 0 ? 0 : errno;
 }
 
 void dropAccessList(Place) {} // no access list can do that here

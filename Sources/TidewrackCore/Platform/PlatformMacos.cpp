@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -50,12 +51,13 @@ int cloneOpenFile(int source, Place to, std::uint16_t mode) {
 }
 
 // The content with its holes. Attributes and access lists as far as the target volume and our rights allow.
-int copyContent(int source, int target, const Deadline& deadline) {
+int copyContent(int source, int target, CopyMemory& memory) {
     copyfile_state_t state = ::copyfile_state_alloc();
     ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&quitAfterDeadline));
-    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &deadline);
+    ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &memory.deadline);
     const int error = ::fcopyfile(source, target, state, COPYFILE_DATA | COPYFILE_DATA_SPARSE) == 0 ? 0 : errno;
     ::copyfile_state_free(state);
+    if (error == 0 && memory.pending != nullptr) writeOutCopy(target, *memory.pending);
     if (error == 0) copyOpenExtendedAttributes(source, target);
     return error;
 }
@@ -69,10 +71,10 @@ int finishCopy(int target, const struct stat& status, std::uint16_t mode) {
     return ::futimens(target, times) == 0 ? 0 : errno;
 }
 
-int copyPlain(int source, const struct stat& status, Place to, std::uint16_t mode, const Deadline& deadline) {
+int copyPlain(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return errno;
-    int error = copyContent(source, target.get(), deadline);
+    int error = copyContent(source, target.get(), memory);
     if (error == 0) error = finishCopy(target.get(), status, mode);
     if (error == 0 && ::close(target.release()) != 0) error = errno;
     if (error != 0) ::unlinkat(to.folder, to.name, 0);
@@ -135,7 +137,7 @@ int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t 
         if (!cannotShareBlocks(error)) return error;
         memory.cannotClone = true;
     }
-    return copyPlain(source, status, to, mode, memory.deadline);
+    return copyPlain(source, status, to, mode, memory);
 }
 
 int copyLink(Place from, Place to) {
@@ -152,6 +154,10 @@ int copyLink(Place from, Place to) {
 
 void copyOpenExtendedAttributes(int source, int target) {
     (void)::fcopyfile(source, target, nullptr, COPYFILE_XATTR | COPYFILE_ACL);
+}
+
+int exchange(Place a, Place b) {
+    return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
 }
 
 // The folders of a home, for one, come with "everyone deny delete".

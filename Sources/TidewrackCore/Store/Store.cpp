@@ -142,7 +142,8 @@ void Store::untrack(const Project& project) const {
     const ProjectLock lock(lockPath(project));
     // The record goes first: a project half removed by a sudden death is then no project any more. Should it be
     // tracked again, no snapshot may be left that names contents which are gone.
-    (void)::unlink((folder + "/project.json").c_str());
+    const std::string record = folder + "/project.json";
+    if (::unlink(record.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", record, errno);
     for (const char* part : {"/snapshots", "/manifests", "/blobs", ""})
         if (const int error = removeTree(folder + part)) throw TidewrackError::io("remove", folder + part, error);
 }
@@ -247,8 +248,8 @@ void Store::writeSnapshot(const ProjectLock&, const Project& project, const Snap
 }
 
 void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq,
-                          const Manifest& manifest) const {
-    writeFileAtomically(manifestPath(project, seq), manifest.encoded());
+                          const Manifest& manifest, const PendingWrites& contents) const {
+    writeFileAfter(contents, manifestPath(project, seq), manifest.encoded());
 }
 
 void Store::markUnfinished(const ProjectLock&, const Project& project, std::int64_t seq) const {

@@ -69,10 +69,11 @@ class Store {
     // The largest number of which a manifest or a content folder is left; 0 for none.
     [[nodiscard]] std::int64_t highestLeftover(const Project& project) const;
 
-    // Writers, for holders of the lock.
+    // Writers, for holders of the lock. The manifest comes after the contents that it names, and only then the record:
+    // a manifest is on the disk with all that was done before, `contents` included, when the record is given its name.
     void writeSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
-    void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq,
-                       const Manifest& manifest) const;
+    void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq, const Manifest& manifest,
+                       const PendingWrites& contents) const;
     // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
     // one: a manifest that no record names tells the next prune that contents may be left that nothing names.
     void markUnfinished(const ProjectLock& lock, const Project& project, std::int64_t seq) const;

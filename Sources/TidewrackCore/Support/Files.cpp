@@ -10,11 +10,18 @@
 
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace tidewrack {
+
+namespace {
+
+constexpr std::string_view temporaryPrefix = ".tidewrack-";
+
+} // namespace
 
 int readFile(const std::string& path, std::string& out) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -36,37 +43,101 @@ int readFile(const std::string& path, std::string& out) {
     }
 }
 
-AtomicFile::AtomicFile(std::string path) : path_(std::move(path)) {
+std::string temporaryName() {
     static std::atomic<unsigned> counter = 0;
-    const auto slash = path_.rfind('/') + 1;
-    temporary_ = path_.substr(0, slash) + ".tidewrack-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
-                 "." + path_.substr(slash) + ".tmp"; // no reader of a folder takes it for the file itself
+    return std::string(temporaryPrefix) + std::to_string(::getpid()) + "-" + std::to_string(counter++);
 }
 
-AtomicFile::~AtomicFile() {
-    if (exists_) ::unlink(temporary_.c_str());
+std::int64_t temporaryOwner(std::string_view name) {
+    if (!name.starts_with(temporaryPrefix)) return -1;
+    name.remove_prefix(temporaryPrefix.size());
+    std::int64_t pid = -1;
+    const char* end = name.data() + name.size();
+    const auto [afterPid, error] = std::from_chars(name.data(), end, pid);
+    if (error != std::errc() || afterPid == end || *afterPid != '-' || pid < 0) return -1;
+    const std::string_view number(afterPid + 1, static_cast<std::size_t>(end - afterPid - 1));
+    const bool digits = !number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos;
+    return digits ? pid : -1;
 }
 
-int AtomicFile::write(std::string_view bytes, mode_t mode) {
-    ::unlink(temporary_.c_str()); // left by a dead process of the same number
-    Descriptor file(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file) return errno;
-    exists_ = true;
-    if (const int error = writeAll(file.get(), bytes)) return error;
-    if (::fchmod(file.get(), mode) != 0) return errno;
-    return ::close(file.release()) == 0 ? 0 : errno;
+bool isLeftover(std::string_view name) {
+    const std::int64_t owner = temporaryOwner(name);
+    return owner >= 0 && (owner == ::getpid() || !processIsAlive(owner));
 }
 
-int AtomicFile::commit() {
-    if (::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
-    exists_ = false;
-    return 0;
+void removeLeftovers(const std::string& folder) {
+    for (const std::string& name : listFolder(folder).value_or(std::vector<std::string>()))
+        if (isLeftover(name)) (void)::unlink(joined(folder, name).c_str());
 }
+
+namespace {
+
+// A file that is written beside its place and appears there only with commit(); without it the destructor removes the
+// temporary. Its operations return errno values.
+class NewFile {
+  public:
+    explicit NewFile(const std::string& path) : path_(path), temporary_(joined(parentOf(path), temporaryName())) {}
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile() {
+        if (exists_) ::unlink(temporary_.c_str());
+    }
+
+    // Without a mode it has the one that new files of the user have.
+    [[nodiscard]] int write(std::string_view bytes, std::optional<mode_t> mode) {
+        ::unlink(temporary_.c_str()); // left by a dead process of the same number
+        constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        file_ = Descriptor(::open(temporary_.c_str(), flags, mode ? 0600 : 0666));
+        if (!file_) return errno;
+        exists_ = true;
+        if (const int error = writeAll(file_.get(), bytes)) return error;
+        return !mode || ::fchmod(file_.get(), *mode) == 0 ? 0 : errno;
+    }
+
+    // Only root may give a file away, and an owner only to a group of theirs, so owner and group are best effort.
+    // The mode comes last because a change of owner takes bits away.
+    [[nodiscard]] int takeOver(const struct stat& like) {
+        if (::fchown(file_.get(), like.st_uid, like.st_gid) != 0)
+            (void)!::fchown(file_.get(), static_cast<uid_t>(-1), like.st_gid);
+        return ::fchmod(file_.get(), like.st_mode & 07777) == 0 ? 0 : errno;
+    }
+
+    [[nodiscard]] int commit(const PendingWrites* pending) {
+        if (const int error = pending == nullptr ? writeOut(file_.get()) : flush(file_.get(), *pending)) return error;
+        if (::close(file_.release()) != 0 || ::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
+        exists_ = false;
+        return 0;
+    }
+
+  private:
+    std::string path_;
+    std::string temporary_;
+    Descriptor file_;
+    bool exists_ = false;
+};
+
+void writeOwnFile(const std::string& path, std::string_view bytes, const PendingWrites* pending) {
+    NewFile file(path);
+    int error = file.write(bytes, 0644);
+    if (error == 0) error = file.commit(pending);
+    if (error != 0) throw TidewrackError::io("write", path, error);
+}
+
+} // namespace
 
 void writeFileAtomically(const std::string& path, std::string_view bytes) {
-    AtomicFile file(path);
-    int error = file.write(bytes, 0644);
-    if (error == 0) error = file.commit();
+    writeOwnFile(path, bytes, nullptr);
+}
+
+void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes) {
+    writeOwnFile(path, bytes, &pending);
+}
+
+void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like) {
+    NewFile file(path);
+    int error = file.write(bytes, like == nullptr ? std::nullopt : std::optional<mode_t>(0600));
+    if (error == 0 && like != nullptr) error = file.takeOver(*like);
+    if (error == 0) error = file.commit(nullptr);
     if (error != 0) throw TidewrackError::io("write", path, error);
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 // Whole files: reading, and writing so that a reader sees the old or the new one, never a part.
 
-#include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,28 +16,25 @@ namespace tidewrack {
 // Reads a whole file into `out`. Returns an errno value.
 [[nodiscard]] int readFile(const std::string& path, std::string& out);
 
-// A file that is written beside its place and appears there only with commit(); without it the destructor removes
-// the temporary.
-class [[nodiscard]] AtomicFile {
-  public:
-    explicit AtomicFile(std::string path);
-    AtomicFile(const AtomicFile&) = delete;
-    AtomicFile& operator=(const AtomicFile&) = delete;
-    ~AtomicFile();
+// --- Temporaries ---
+// Whatever replaces something is written under a name of its own in the same folder first: ".tidewrack-<pid>-<n>".
+[[nodiscard]] std::string temporaryName();
+// The number of the process that such a name tells, -1 for any other name.
+[[nodiscard]] std::int64_t temporaryOwner(std::string_view name);
+// Whether a process that died left it. One that bears this process's number is of an earlier process that had it too,
+// as happens in containers; to be asked before this process writes one.
+[[nodiscard]] bool isLeftover(std::string_view name);
+// Removes the files in a folder that isLeftover() is true of, as far as that is possible.
+void removeLeftovers(const std::string& folder);
 
-    // Writes the content with the given permission bits; returns an errno value.
-    [[nodiscard]] int write(std::string_view bytes, mode_t mode);
-    // Moves it into place; returns an errno value.
-    [[nodiscard]] int commit();
-
-  private:
-    std::string path_;
-    std::string temporary_;
-    bool exists_ = false;
-};
-
-// AtomicFile in one call, mode 0644. Throws TidewrackError io "can't write <path>: <reason>".
+// Replaces a file, or makes one with mode 0644: a reader sees the old or the new one, never a part, and not even a
+// power cut leaves an empty file in its place. Throws TidewrackError io "can't write <path>: <reason>".
 void writeFileAtomically(const std::string& path, std::string_view bytes);
+// The same, once all that was done on the volume before, `pending` included, is on the disk.
+void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes);
+// The same for a file of the user's: it takes over mode and owner of the file `like`, as far as our rights go; null: a
+// new file of the user's usual mode.
+void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like);
 
 // Creates a folder with all missing parents. Returns an errno value; an existing folder is success. New folders
 // get `mode`.

@@ -71,8 +71,9 @@ bool liesIn(std::string_view path, const std::string& folder) {
 // Saves paths into one entry's folder.
 class Saver {
   public:
-    Saver(const Vault& vault, const std::string& entryFolder, const Deadline& deadline)
-        : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), deadline_(deadline) {
+    Saver(const Vault& vault, const std::string& entryFolder, const Deadline& deadline, PendingWrites& pending)
+        : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), deadline_(deadline),
+          pending_(pending) {
         Attributes attributes;
         if (attributesAt(AT_FDCWD, entryFolder.c_str(), attributes) == 0) device_ = attributes.device;
         clones_ = volumeClones(entryFolder);
@@ -81,7 +82,7 @@ class Saver {
     // False when the path was not saved. What inside a folder could not be read goes to the entry's `skipped`.
     [[nodiscard]] bool save(const std::string& path, const std::optional<EarlierCopy>& earlier, VaultEntry& entry) {
         if (passed(deadline_) || liesIn(Store::canonicalPlace(path), store_)) return false;
-        CopyLimits limits{store_, deadline_, earlier};
+        CopyLimits limits{store_, deadline_, &pending_, earlier};
         VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
         if (item.kind == "dir" && isTooLarge(path, limits)) return false;
         std::vector<std::string> unsaved;
@@ -107,6 +108,7 @@ class Saver {
     std::string entryFolder_;
     std::string store_;
     Deadline deadline_;
+    PendingWrites& pending_;
     std::uint64_t device_ = 0;
     bool clones_ = false;
 };
@@ -153,13 +155,14 @@ VaultEntry Vault::saveBeside(const EarlierCopies& earlier, const std::vector<std
                              const Deadline& deadline) const {
     entry.created = now();
     entry.id = makeEntryFolder();
-    Saver saver(*this, entryFolder(entry.id), deadline);
+    PendingWrites pending;
+    Saver saver(*this, entryFolder(entry.id), deadline, pending);
     for (const std::string& path : largeFilesLast(paths, mostBytes)) {
         const auto before = earlier.find(path);
         if (!saver.save(path, before == earlier.end() ? std::nullopt : std::optional(before->second), entry))
             entry.skipped.push_back(path);
     }
-    writeFileAtomically(entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
+    writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
     return entry;
 }
 
@@ -275,6 +278,7 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
 }
 
 void Vault::prune(std::int64_t days, Date now) const {
+    removeLeftovers(folder());
     const auto isOld = [&](std::int64_t created) { return seconds(now) - created > days * 86400; };
     for (const std::string& name : listFolder(folder()).value_or(std::vector<std::string>())) {
         const std::string path = entryFolder(name);

@@ -1,0 +1,32 @@
+#pragma once
+// What must be on the disk before something else is, so that a power cut leaves a history that holds together.
+//
+// The volumes that histories lie on bring changes of folders, names and sizes to the disk in the order in which they
+// were made (by a journal or by whole transactions), but the contents of files whenever they like. So contents are
+// written out before the name that leads to them is given, and one flush orders all that was done before it.
+
+#include <atomic>
+#include <cstddef>
+
+namespace tidewrack {
+
+// What the copies of one operation have left to be brought to the disk. Shared by the threads that make them.
+struct PendingWrites {
+    std::atomic<std::size_t> copies = 0;  // contents that were copied byte for byte, not cloned
+    std::atomic<bool> everything = false; // some of them wait for a flush of the whole volume
+};
+
+// The content of the file just written through `fd` is on the disk before any later change of a name on its volume.
+// Where the volume can't do that by itself the file is flushed. Returns an errno value.
+[[nodiscard]] int writeOut(int fd);
+
+// writeOut for the first copies of an operation, each of which takes a tenth of a millisecond whatever else the volume
+// has waiting to be written. From some number on flushing the whole volume once is faster: those are left to flush().
+void writeOutCopy(int fd, PendingWrites& pending);
+
+// Everything that was changed on the volume of the open file or folder `fd`, its own content and `pending` included, is
+// on the disk before anything that is changed later. Returns an errno value; a volume that knows no flushing is
+// success.
+[[nodiscard]] int flush(int fd, const PendingWrites& pending);
+
+} // namespace tidewrack

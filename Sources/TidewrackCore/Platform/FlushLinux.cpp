@@ -1,0 +1,86 @@
+// Linux: sync_file_range, fsync and the like, chosen by the type of the volume. Measured with 28 contents of 8 kB, each
+// way in its own new folder, medians; in brackets with 200 MB of somebody else's data waiting on the same volume:
+//                                   ext4              xfs             btrfs (clones)
+//   no flush                          0.4 ms            0.5 ms          0.6 ms
+//   each written out, one fsync       1.7 (2.8) ms      1.6 (7.7) ms
+//   one transaction committed                                           3.9 (2.6) ms
+//   syncfs                            2.3 (507) ms      1.8 (327) ms    12 (480) ms
+//   each fsynced                     15.4 (33) ms      10.9 (45) ms     199 (164) ms
+
+#include "Platform/Flush.hpp"
+
+#include <fcntl.h>
+#include <linux/btrfs.h>
+#include <linux/magic.h>
+#include <sys/ioctl.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t mostWrittenOutOneByOne = 1000;
+constexpr std::uint32_t xfsMagic = 0x58465342;
+
+enum class Volume {
+    journal,     // what one file's flush finds in the journal is flushed with it
+    transaction, // as well, but a file's own flush takes a short cut around the transaction
+    other,       // nothing is known about the order of changes
+};
+
+Volume volumeOf(int fd) {
+    struct statfs volume {};
+    if (::fstatfs(fd, &volume) != 0) return Volume::other;
+    switch (static_cast<std::uint32_t>(volume.f_type)) {
+    case EXT4_SUPER_MAGIC:
+    case xfsMagic: return Volume::journal;
+    case BTRFS_SUPER_MAGIC: return Volume::transaction;
+    default: return Volume::other;
+    }
+}
+
+// The content alone, without waiting for the journal.
+int writeContent(int fd) {
+    constexpr unsigned all = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    return ::sync_file_range(fd, 0, 0, all) == 0 ? 0 : errno;
+}
+
+// Contents that others have written meanwhile are not a part of it, unlike with syncfs.
+int commitTransaction(int fd) {
+    __u64 transaction = 0;
+    if (::ioctl(fd, BTRFS_IOC_START_SYNC, &transaction) != 0) return errno;
+    return ::ioctl(fd, BTRFS_IOC_WAIT_SYNC, &transaction) == 0 ? 0 : errno;
+}
+
+int orSuccessWhereUnknown(int error) {
+    return error == EINVAL || error == ENOSYS || error == ENOTTY || error == EOPNOTSUPP ? 0 : error;
+}
+
+} // namespace
+
+int writeOut(int fd) {
+    if (volumeOf(fd) != Volume::other && writeContent(fd) == 0) return 0;
+    return ::fdatasync(fd) == 0 ? 0 : orSuccessWhereUnknown(errno);
+}
+
+void writeOutCopy(int fd, PendingWrites& pending) {
+    const bool byItself = pending.copies++ < mostWrittenOutOneByOne && volumeOf(fd) == Volume::journal;
+    if (!byItself || writeContent(fd) != 0) pending.everything = true;
+}
+
+int flush(int fd, const PendingWrites& pending) {
+    const Volume volume = volumeOf(fd);
+    int error = 0;
+    if (pending.everything || volume == Volume::other)
+        error = ::syncfs(fd) == 0 ? 0 : errno;
+    else
+        error = ::fsync(fd) == 0 ? 0 : errno;
+    if (error == 0 && volume == Volume::transaction && !pending.everything) error = commitTransaction(fd);
+    return orSuccessWhereUnknown(error);
+}
+
+} // namespace tidewrack

@@ -1,0 +1,38 @@
+// macOS: fsync hands a file to the drive, F_BARRIERFSYNC keeps the drive from reordering around it, and volumes of
+// type apfs bring everything else to the disk in whole transactions.
+
+#include "Platform/Flush.hpp"
+
+#include <fcntl.h>
+#include <sys/fsctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t mostWrittenOutOneByOne = 1000;
+
+int orSuccessWhereUnknown(int error) {
+    return error == EINVAL || error == ENOSYS || error == ENOTTY || error == ENOTSUP ? 0 : error;
+}
+
+} // namespace
+
+int writeOut(int fd) {
+    return ::fsync(fd) == 0 ? 0 : orSuccessWhereUnknown(errno);
+}
+
+void writeOutCopy(int fd, PendingWrites& pending) {
+    if (pending.copies++ >= mostWrittenOutOneByOne || ::fsync(fd) != 0) pending.everything = true;
+}
+
+int flush(int fd, const PendingWrites& pending) {
+    if (pending.everything && ::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // of which nothing can be told
+    if (::fcntl(fd, F_BARRIERFSYNC) == 0 || ::fcntl(fd, F_FULLFSYNC) == 0) return 0;
+    return writeOut(fd);
+}
+
+} // namespace tidewrack

@@ -1,0 +1,392 @@
+// Every call that changes the disk goes wrong once, in every operation: the process dies there, the power is cut there,
+// or the call fails. Whatever happens, older snapshots come back byte for byte, nothing of the user's is lost, the next
+// command works and leaves nothing lying about.
+
+#include "Support/Program.hpp"
+#include "Support/TestHistory.hpp"
+
+#include "Hooks/Hook.hpp"
+#include "Platform/Platform.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+#include "Vault/Vault.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/mount.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <set>
+#include <thread>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+constexpr std::size_t threads = 4;
+constexpr const char* fullDisk = "full disk";
+constexpr std::size_t mostBlocks = 30; // more than any operation here takes
+constexpr std::array errors = {ENOSPC, EIO, EACCES, EMFILE, EINTR, EXDEV};
+
+// A project with three snapshots and unsaved work on top, something precious outside, and an agent's configuration.
+class Scene {
+  public:
+    // With `size` on a volume of its own, with that many bytes.
+    explicit Scene(std::size_t size = 0) {
+        const std::string options = "size=" + std::to_string(size);
+        mounted_ = size > 0 && ::mount("none", f.path().c_str(), "tmpfs", 0, options.c_str()) == 0;
+        f.write("project/file", "first file");
+        f.write("project/folder/inside", "first inside");
+        f.write("project/folder/deep/er", "first deeper");
+        f.write("project/stays", "the same all the time");
+        f.link("project/link", "file");
+        f.makeFolder("project/empty");
+        f.write("home/notes/private", "private notes");
+        f.write("home/.claude/settings.json", "{\"model\": \"m\"}");
+    }
+
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
+    ~Scene() { EXPECT_TRUE(!mounted_ || ::umount(f.path().c_str()) == 0); }
+
+    void history() {
+        world.ok({"track"});
+        remember(1);
+        f.write("project/file", "second version of the file");
+        f.remove("project/folder/inside");
+        f.write("project/added", "added in the second");
+        EXPECT_EQ(::chmod(f.at("project/stays").c_str(), 0700), 0);
+        world.ok({"snap"});
+        remember(2);
+        f.remove("project/folder");
+        f.write("project/folder", "a file now");
+        f.remove("project/link");
+        f.link("project/link", "added");
+        world.ok({"snap"});
+        remember(3);
+        f.write("project/file", "unsaved work in the file");
+        f.write("project/unsaved/new", "unsaved new file");
+    }
+
+    // What the user has: each content is there once only, so it is told by itself.
+    [[nodiscard]] std::set<std::string> contents() const {
+        std::set<std::string> result;
+        collect(result, "project");
+        for (const std::string& name : namesIn(f.at("home")))
+            if (name != ".claude") collect(result, joined("home", name));
+        return result;
+    }
+
+    // The same, wherever it can be brought back from.
+    [[nodiscard]] std::set<std::string> recoverable() const {
+        std::set<std::string> result = contents();
+        const Store store = world.store();
+        for (const auto& [project, blob] : keptContents()) collectFile(result, store.blobPath(project, blob));
+        for (const VaultEntry& entry : vault().entries()) collect(result, "store/vault/" + entry.id + "/items");
+        return result;
+    }
+
+    [[nodiscard]] Vault vault() const { return Vault(world.store()); }
+
+    void expectOlderSnapshotsComeBack() const {
+        const auto seqs = world.store().seqs(world.project());
+        for (const auto& [seq, listing] : states) {
+            if (std::find(seqs.begin(), seqs.end(), seq) == seqs.end()) continue; // pruned, as it was due
+            const Outcome outcome = world.run({"restore", std::to_string(seq)});
+            EXPECT_EQ(outcome.status, 0) << outcome.err;
+            EXPECT_EQ(outcome.err, "");
+            EXPECT_EQ(f.listing("project"), listing) << "snapshot " << seq;
+        }
+    }
+
+    // Every record's manifest and contents are there, and nothing that belongs to none of them.
+    void expectTidy() const {
+        for (const char* folder : {"project", "store/projects"}) {
+            const std::string everything = f.listing(folder);
+            EXPECT_EQ(everything.find("/.tidewrack-"), std::string::npos) << everything;
+        }
+        for (const std::string& name : namesIn(f.at("home/.claude")))
+            EXPECT_TRUE(name == "settings.json" || name == "settings.json.tidewrack-backup") << name;
+        const Store store = world.store();
+        for (const Project& project : store.projects()) {
+            std::set<std::string> needed;
+            for (const auto& [owner, blob] : keptContents()) needed.insert(blob);
+            std::set<std::string> kept;
+            for (const std::string& folder : namesIn(store.blobsFolder(project)))
+                for (const std::string& name : namesIn(store.blobPath(project, folder)))
+                    kept.insert(joined(folder, name));
+            EXPECT_EQ(kept, needed);
+        }
+    }
+
+    // Takes all room of the volume but for this many blocks.
+    void fill(std::size_t blocksLeft) const {
+        std::string block(4096, 'x');
+        const Descriptor file(::open(f.at("filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        while (writeAll(file.get(), block) == 0) block[0] = 'x';
+        struct stat status {};
+        EXPECT_EQ(::fstat(file.get(), &status), 0);
+        EXPECT_EQ(::ftruncate(file.get(), status.st_size - static_cast<off_t>(blocksLeft * block.size())), 0);
+    }
+
+    World world;
+    const TemporaryFolder& f = world.folder;
+    std::map<std::int64_t, std::string> states;
+
+  private:
+    bool mounted_ = false;
+    // What the records name, each with its project.
+    [[nodiscard]] std::vector<std::pair<Project, std::string>> keptContents() const {
+        std::vector<std::pair<Project, std::string>> result;
+        const Store store = world.store();
+        for (const Project& project : store.projects()) {
+            for (const SnapshotMeta& meta : store.snapshots(project)) {
+                const Manifest manifest = store.manifest(meta, project);
+                for (const auto& item : manifest.items())
+                    if (item.entry.isKept()) result.emplace_back(project, item.entry.blob);
+            }
+        }
+        return result;
+    }
+
+    static std::vector<std::string> namesIn(const std::string& path) {
+        return listFolder(path).value_or(std::vector<std::string>());
+    }
+    void remember(std::int64_t seq) { states[seq] = f.listing("project"); }
+    static void collectFile(std::set<std::string>& result, const std::string& path) {
+        std::string text;
+        if (!isLink(path) && readFile(path, text) == 0 && !text.empty()) result.insert(text);
+    }
+    void collect(std::set<std::string>& result, const std::string& folder) const {
+        for (const std::string& name : namesIn(f.at(folder))) {
+            const std::string path = joined(folder, name);
+            if (isFolder(f.at(path)) && !isLink(f.at(path)))
+                collect(result, path);
+            else
+                collectFile(result, f.at(path));
+        }
+    }
+};
+
+struct Operation {
+    const char* name;
+    std::vector<std::string> words;
+    void (*prepare)(Scene&) = [](Scene& scene) { scene.history(); };
+    bool losesHistory = false;
+    std::string input; // "@" stands for the scene's folder
+
+    friend std::ostream& operator<<(std::ostream& out, const Operation& operation) { return out << operation.name; }
+};
+
+void makeOldSnapshotsDue(Scene& scene) {
+    scene.history();
+    for (const std::int64_t seq : {1, 2})
+        rewriteRecord(scene.world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 40); });
+}
+
+void saveAndLose(Scene& scene) {
+    scene.history();
+    const std::string notes = scene.f.at("home/notes");
+    (void)scene.vault().save({notes}, "rm -rf notes", "claude", scene.f.at("home"), std::nullopt);
+    scene.f.write("home/notes/private", "what stands there now");
+}
+
+std::string replaced(std::string text, const std::string& what, const std::string& with) {
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what)) text.replace(at, what.size(), with);
+    return text;
+}
+
+const std::string removesNotes = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project",)"
+                                 R"("tool_name":"Bash","tool_input":{"command":"rm -rf @/home/notes"}})";
+const std::string removesFile = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project",)"
+                                R"("tool_name":"Bash","tool_input":{"command":"rm file"}})";
+
+const std::vector<Operation>& operations() {
+    static const std::vector<Operation> all = {
+        {"track", {"track"}, [](Scene&) {}},
+        {"snap", {"snap"}},
+        {"restore", {"restore", "1"}},
+        {"undo", {"undo", "2"}},
+        {"prune", {"prune"}, makeOldSnapshotsDue},
+        {"pin", {"pin", "2"}},
+        {"untrack", {"untrack"}, [](Scene& scene) { scene.history(); }, true},
+        {"hook that takes a snapshot", {"hook", "claude"}, [](Scene& scene) { scene.history(); }, false, removesFile},
+        {"hook that saves to the vault",
+         {"hook", "claude"},
+         [](Scene& scene) { scene.history(); },
+         false,
+         removesNotes},
+        {"vault restore", {"vault", "restore", "?"}, saveAndLose},
+        {"hooks install", {"hooks", "install", "claude"}},
+    };
+    return all;
+}
+
+// Runs the operation with a fault at its n-th call. False when it has fewer.
+class Attempt {
+  public:
+    Attempt(const Operation& operation, std::size_t call, const std::string& kind)
+        : operation_(operation), trace_(operation.name + (", " + kind) + " at " + std::to_string(call)),
+          scene_(kind == fullDisk ? std::size_t{1} << 20 : 0) {
+        operation.prepare(scene_);
+        before_ = scene_.contents();
+        config_ = scene_.f.read(settings);
+        if (kind == fullDisk) scene_.fill(call);
+        run(call, kind);
+        if (kind == fullDisk) scene_.f.remove("filler");
+    }
+
+    [[nodiscard]] bool reached() const { return scene_.f.has("report"); }
+
+    void check() {
+        const ::testing::ScopedTrace trace(__FILE__, __LINE__, trace_ + ": " + scene_.f.read("report"));
+        try {
+            checkAll();
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << error.what();
+        }
+    }
+
+    // One fault, one sentence.
+    void checkMessages() const {
+        std::string text = outcome_.err;
+        if (const auto volume = text.find("warning: " + scene_.world.projectPath()); volume != text.npos)
+            text.erase(volume, text.find('\n', volume) + 1 - volume); // what `track` says of any volume here
+        const ::testing::ScopedTrace trace(__FILE__, __LINE__, trace_ + ": " + scene_.f.read("report") + ": " + text);
+        EXPECT_LE(outcome_.status, 1);
+        EXPECT_LE(std::count(text.begin(), text.end(), '\n'), 1);
+        const bool isHook = operation_.words[0] == "hook";
+        EXPECT_TRUE(isHook || text.empty() || text.starts_with(outcome_.status == 1 ? "tidewrack: " : "warning: "));
+    }
+
+    const Outcome& outcome() const { return outcome_; }
+    const std::string& trace() const { return trace_; }
+
+  private:
+    static constexpr const char* settings = "home/.claude/settings.json";
+
+    void checkAll() {
+        const auto recoverable = scene_.recoverable();
+        for (const std::string& content : before_)
+            EXPECT_TRUE(operation_.losesHistory || recoverable.contains(content)) << content;
+        checkConfig();
+        checkNextCommands();
+    }
+
+    void run(std::size_t call, const std::string& kind) {
+        World faulty;
+        faulty.environment = scene_.world.environment;
+        faulty.environment.insert({{"TIDEWRACK_FAULT_AT", kind == fullDisk ? "0" : std::to_string(call)},
+                                   {"TIDEWRACK_FAULT_KIND", kind},
+                                   {"TIDEWRACK_FAULT_REPORT", scene_.f.at("report")}});
+        faulty.current = scene_.world.current;
+        faulty.program = TIDEWRACK_FAULTY;
+        std::vector<std::string> words = operation_.words;
+        if (words.back() == "?") words.back() = scene_.vault().entries().front().id;
+        const std::string input = replaced(operation_.input, "@", scene_.f.path());
+        outcome_ = Program(faulty, words, Program::Output::collected, input).wait();
+    }
+
+    void checkConfig() const {
+        const std::string now = scene_.f.read(settings);
+        EXPECT_TRUE(now == config_ || now.find("tidewrack") != std::string::npos) << now;
+        EXPECT_TRUE(nlohmann::json::accept(now)) << now;
+    }
+
+    // The user goes on as if nothing had been.
+    void checkNextCommands() {
+        const World& world = scene_.world;
+        (void)::unlink(scene_.f.at("report").c_str());
+        EXPECT_EQ(world.run({"track"}).status, 0);
+        EXPECT_EQ(world.run({"log"}).status, 0);
+        const Outcome snap = world.run({"snap"});
+        EXPECT_EQ(snap.status, 0) << snap.err;
+        EXPECT_EQ(snap.err, "");
+        if (!operation_.losesHistory) scene_.expectOlderSnapshotsComeBack();
+        world.ok({"restore", std::to_string(world.store().seqs(world.project()).front())});
+        world.ok({"hooks", "install", "claude"});
+        world.ok({"prune"});
+        scene_.expectTidy();
+    }
+
+    const Operation& operation_;
+    std::string trace_;
+    Scene scene_;
+    std::set<std::string> before_;
+    std::string config_;
+    Outcome outcome_;
+};
+
+// All calls of an operation, several at once; `kindOf(n)` says how the n-th goes wrong. Returns how many there are.
+std::size_t atEveryCall(const Operation& operation, const std::function<std::string(std::size_t)>& kindOf,
+                        const std::function<void(Attempt&)>& check) {
+    std::atomic<std::size_t> next = 1;
+    std::atomic<std::size_t> reached = 0;
+    std::atomic<bool> ended = false;
+    std::vector<std::thread> workers;
+    for (std::size_t i = 0; i < threads; ++i)
+        workers.emplace_back([&] {
+            while (!ended) {
+                const std::size_t call = next++;
+                Attempt attempt(operation, call, kindOf(call));
+                if (!attempt.reached()) {
+                    ended = true;
+                    return;
+                }
+                ++reached;
+                check(attempt);
+            }
+        });
+    for (std::thread& worker : workers) worker.join();
+    return reached;
+}
+
+class Faults : public ::testing::TestWithParam<Operation> {};
+
+} // namespace
+
+TEST_P(Faults, deathAtEveryCall) {
+    const std::size_t calls = atEveryCall(
+        GetParam(), [](std::size_t) { return "death"; },
+        [](Attempt& attempt) {
+            EXPECT_EQ(attempt.outcome().status, 128 + SIGKILL) << attempt.trace();
+            attempt.check();
+        });
+    EXPECT_GT(calls, 4U);
+}
+
+TEST_P(Faults, powerCutAtEveryCall) {
+    atEveryCall(
+        GetParam(), [](std::size_t) { return "power cut"; }, [](Attempt& attempt) { attempt.check(); });
+}
+
+TEST_P(Faults, everyCallFailsOnce) {
+    atEveryCall(
+        GetParam(), [](std::size_t call) { return std::to_string(errors[call % errors.size()]); },
+        [](Attempt& attempt) {
+            attempt.checkMessages();
+            attempt.check();
+        });
+}
+
+TEST_P(Faults, fullDiskAtEveryBlock) {
+    const TemporaryFolder trial;
+    if (::mount("none", trial.path().c_str(), "tmpfs", 0, nullptr) != 0) GTEST_SKIP() << "mounting is not allowed here";
+    EXPECT_EQ(::umount(trial.path().c_str()), 0);
+    std::size_t failed = 0;
+    for (std::size_t blocks = 0; blocks < mostBlocks; ++blocks) {
+        Attempt attempt(GetParam(), blocks, fullDisk);
+        if ((attempt.outcome().out + attempt.outcome().err).find("No space") != std::string::npos) ++failed;
+        EXPECT_LE(attempt.outcome().status, 1) << attempt.trace();
+        attempt.check();
+    }
+    EXPECT_LT(failed, mostBlocks);
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, Faults, ::testing::ValuesIn(operations()),
+                         [](const auto& each) { return replaced(each.param.name, " ", "_"); });
