@@ -98,7 +98,7 @@ class UnclaimedContents {
     std::int64_t oldest_ = INT64_MAX;
 };
 
-// Manifests that no remaining record names.
+// Manifests that no remaining record names, those of interrupted snapshots included.
 class UnusedManifests {
   public:
     UnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse)

@@ -247,8 +247,8 @@ void Store::writeSnapshot(const ProjectLock&, const Project& project, const Snap
     writeFileAtomically(metaPath(project, meta.seq), compactJson(toJson(meta)));
 }
 
-void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq,
-                          const Manifest& manifest, const PendingWrites& contents) const {
+void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq, const Manifest& manifest,
+                          const PendingWrites& contents) const {
     writeFileAfter(contents, manifestPath(project, seq), manifest.encoded());
 }
 
