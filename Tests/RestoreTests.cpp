@@ -301,6 +301,8 @@ TEST_F(RestoreTest, damagedContentReplacesNothing) {
         const std::string content = world.store().blobPath(world.project(), kept.find(path)->blob);
         EXPECT_EQ(::truncate(content.c_str(), 3), 0);
     }
+    EXPECT_EQ(world.run({"cat", "1", "a.txt"}).err,
+              "tidewrack: Corrupt store data: what was kept of a.txt is damaged\n");
     f.write("project/a.txt", "the only good copy");
     f.remove("project/src/main.c");
     const RestoreResult result = Engine(world.store()).restore(world.project(), 1, std::nullopt, true);
