@@ -268,6 +268,13 @@ class Attempt {
         }
     }
 
+    // Whether some file in the project has this text in it.
+    [[nodiscard]] bool keeps(const std::string& text) const {
+        const auto contents = scene_.contents();
+        return std::any_of(contents.begin(), contents.end(),
+                           [&](const std::string& content) { return content.find(text) != content.npos; });
+    }
+
     // One fault, one sentence.
     void checkMessages() const {
         std::string text = outcome_.err;
@@ -411,6 +418,23 @@ TEST_P(Faults, fullDiskAtEveryBlock) {
     EXPECT_LT(failed, mostBlocks);
     const std::string word = GetParam().words[0];
     EXPECT_TRUE(failed > 0 || (word != "track" && word != "snap" && word != "restore" && word != "undo"));
+}
+
+// In the last moment before a file steps aside somebody writes into it, or into the gap.
+TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
+    std::size_t reached = 0;
+    for (const Operation& operation : operations()) {
+        if (operation.words[0] != "restore" && operation.words[0] != "undo") continue;
+        reached += atEveryCall(
+            operation, [](std::size_t) { return "write"; },
+            [](Attempt& attempt) {
+                EXPECT_NE(attempt.outcome().out.find(": it changed after the safety snapshot\n"), std::string::npos)
+                    << attempt.trace() << attempt.outcome().out;
+                EXPECT_TRUE(attempt.keeps("somebody's words")) << attempt.trace();
+                attempt.check();
+            });
+    }
+    EXPECT_GT(reached, 4U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, Faults, ::testing::ValuesIn(operations()),

@@ -3,6 +3,8 @@
 //   TIDEWRACK_FAULT_AT      the number of the call, from 1
 //   TIDEWRACK_FAULT_KIND    "death":     the process is killed there; of a write half is done
 //                           "power cut": as well, and every content that was not on the disk yet is lost
+//                           "write":     somebody adds a line to the file that is about to step aside; only calls that
+//                                        move a file in or out of its place are counted
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
 //   TIDEWRACK_FAULT_REPORT  a file that receives the name of the call
 // Defined in the program itself, these functions come before the C library's; each asks the kernel directly.
@@ -63,7 +65,7 @@ class Unwritten {
 
 class Fault {
   public:
-    enum class Call { changes, reads, end };
+    enum class Call { changes, reads, end, moves };
 
     Fault() {
         const char* at = std::getenv("TIDEWRACK_FAULT_AT");
@@ -72,6 +74,7 @@ class Fault {
         at_ = std::atol(at);
         error_ = std::atoi(kind);
         losesContents_ = std::strcmp(kind, "power cut") == 0;
+        writes_ = std::strcmp(kind, "write") == 0;
     }
 
     // Whether this call fails, with errno set; does not return where it ends the process. `half` is what a dying write
@@ -79,14 +82,14 @@ class Fault {
     template <typename Half>
     bool strikes(const char* name, Call call, Half half) {
         const std::lock_guard lock(mutex_);
-        const bool counts = call == Call::changes || (call == Call::reads) == (error_ != 0);
-        if (at_ == 0 || !counts || ++count_ != at_) return false;
+        if (at_ == 0 || !counts(call) || ++count_ != at_) return false;
         report(name);
         if (error_ != 0) {
             errno = error_;
             return true;
         }
         half();
+        if (writes_) return false;
         if (losesContents_) unwritten.lose();
         kernel(SYS_kill, kernel(SYS_getpid), SIGKILL);
         std::abort(); // not reached
@@ -97,7 +100,25 @@ class Fault {
 
     Unwritten unwritten;
 
+    // Somebody writes at this moment into the file with this name, or makes it.
+    void moves(const char* name, int folder, const char* place) {
+        struct stat status {};
+        const bool there = ::fstatat(folder, place, &status, AT_SYMLINK_NOFOLLOW) == 0;
+        if (!writes_ || (there && !S_ISREG(status.st_mode))) return;
+        (void)strikes(name, Call::moves, [&] {
+            constexpr const char* line = "somebody's words\n";
+            const long fd = kernel(SYS_openat, folder, place, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+            kernel(SYS_write, fd, line, std::strlen(line));
+            kernel(SYS_close, fd);
+        });
+    }
+
   private:
+    [[nodiscard]] bool counts(Call call) const {
+        if (writes_ || call == Call::moves) return writes_ && call == Call::moves;
+        return call == Call::changes || (call == Call::reads) == (error_ != 0);
+    }
+
     static void report(const char* name) {
         const char* path = std::getenv("TIDEWRACK_FAULT_REPORT");
         if (path == nullptr) return;
@@ -111,6 +132,7 @@ class Fault {
     long count_ = 0;
     int error_ = 0;
     bool losesContents_ = false;
+    bool writes_ = false;
 };
 
 Fault& fault() {
@@ -229,12 +251,15 @@ int rename(const char* from, const char* to) noexcept {
     return change("rename", SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 int renameat(int from, const char* name, int to, const char* other) noexcept {
+    fault().moves("renameat", from, name);
     return change("renameat", SYS_renameat2, from, name, to, other, 0);
 }
 int renameat2(int from, const char* name, int to, const char* other, unsigned flags) noexcept {
+    fault().moves("renameat2", to, other);
     return change("renameat2", SYS_renameat2, from, name, to, other, flags);
 }
 int linkat(int from, const char* name, int to, const char* other, int flags) noexcept {
+    fault().moves("linkat", to, other);
     return change("linkat", SYS_linkat, from, name, to, other, flags);
 }
 int symlinkat(const char* destination, int folder, const char* name) noexcept {
