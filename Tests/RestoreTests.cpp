@@ -222,6 +222,8 @@ TEST_F(RestoreTest, lostOrDamagedContentReplacesNothing) {
     };
     for (const char* path : {"a.txt", "src/main.c"}) EXPECT_EQ(::truncate(content(path).c_str(), 3), 0);
     EXPECT_EQ(::unlink(content("src/deep/er/x").c_str()), 0);
+    EXPECT_EQ(world.run({"cat", "1", "a.txt"}).err,
+              "tidewrack: Corrupt store data: what was kept of a.txt is damaged\n");
     f.write("project/a.txt", "the only good copy");
     f.remove("project/src/main.c");
     f.remove("project/src/deep/er/x");

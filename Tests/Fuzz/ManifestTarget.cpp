@@ -6,7 +6,10 @@
 #include "Support/Errors.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
+#include <set>
+#include <string>
 
 using namespace tidewrack;
 using fuzz::require;
@@ -21,6 +24,19 @@ std::optional<Manifest> decodedBy(Decode decode) {
         require(error.kind() == TidewrackError::Kind::corrupt, "what cannot be read is corrupt");
         return std::nullopt;
     }
+}
+
+// What a prune goes by must name whatever the listing names, or be refused.
+void checkBlobs(std::string_view text) {
+    std::multiset<std::string, std::less<>> blobs;
+    const bool read = decodedBy([&] {
+                          Manifest::forEachBlob(text, [&](std::string_view blob) { blobs.emplace(blob); });
+                          return Manifest();
+                      }).has_value();
+    if (!read) return;
+    if (const auto manifest = decodedBy([&] { return Manifest::decodeText(TextBuffer(text)); }))
+        for (const Manifest::Item& item : manifest->items())
+            require(blobs.contains(item.entry.blob), "no content that is listed is passed over");
 }
 
 void checkListing(const Manifest& manifest) {
@@ -40,6 +56,7 @@ void checkListing(const Manifest& manifest) {
 } // namespace
 
 FUZZ_TARGET(manifest) {
+    checkBlobs(input);
     if (const auto manifest = decodedBy([&] { return Manifest::decodeText(TextBuffer(input)); }))
         checkListing(*manifest);
     if (const auto manifest = decodedBy([&] { return Manifest::decode(input); })) checkListing(*manifest);

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <thread>
 
 using namespace tidewrack;
@@ -27,22 +26,6 @@ class ProcessTest : public ::testing::Test {
   protected:
     Outcome program(const std::vector<std::string>& words, Program::Output output = Program::Output::collected) const {
         return Program(world, words, output).wait();
-    }
-
-    // Every snapshot in the log lists contents that are all there, each of its size.
-    void expectReadable() const {
-        const Store store = world.store();
-        const Project project = world.project();
-        for (const SnapshotMeta& meta : store.snapshots(project)) {
-            const Manifest manifest = store.manifest(meta, project);
-            for (const auto& item : manifest.items()) {
-                if (item.entry.kind == EntryKind::dir) continue;
-                Attributes kept;
-                const std::string path = store.blobPath(project, item.entry.blob);
-                ASSERT_EQ(attributesAt(AT_FDCWD, path.c_str(), kept), 0) << meta.seq << ": " << item.path;
-                ASSERT_EQ(kept.size, item.entry.size) << meta.seq << ": " << item.path;
-            }
-        }
     }
 
     World world;

@@ -85,6 +85,8 @@ std::string document(const std::string& name) {
 }
 
 World::World() : current(folder.at("project")) {
+    const char* other = std::getenv("TIDEWRACK_TEST_PROGRAM");
+    program = other != nullptr ? other : TIDEWRACK_BINARY;
     folder.makeFolder("home");
     folder.makeFolder("project");
     environment = {{"HOME", folder.at("home")}, {"TIDEWRACK_HOME", folder.at("store")}, {"PATH", "/usr/bin:/bin"}};

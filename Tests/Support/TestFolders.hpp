@@ -51,7 +51,7 @@ class World {
     TemporaryFolder folder;
     Environment environment;
     std::string current; // the working folder of runs; the project at first
-    std::string program = TIDEWRACK_BINARY; // what runs in a process of its own
+    std::string program; // what runs in a process of its own: TIDEWRACK_TEST_PROGRAM, or this build's
 
     [[nodiscard]] std::string projectPath() const { return folder.at("project"); }
     [[nodiscard]] std::string storePath() const { return folder.at("store"); }

@@ -1,5 +1,6 @@
 #include "Engine/RestoreRun.hpp"
 
+#include "Engine/FlushAlongside.hpp"
 #include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -200,7 +201,10 @@ int RestoreRun::removeUnchanged(const Manifest::Item& item, std::string& reason)
         if (::linkat(aside.folder, aside.name, place.folder, place.name, 0) != 0 && errno != EEXIST)
             return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
     }
-    return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
+    if (::unlinkat(aside.folder, aside.name, 0) == 0) return 0;
+    const int error = errno;
+    if (reason.empty()) (void)!::renameat(aside.folder, aside.name, place.folder, place.name);
+    return error;
 }
 
 void RestoreRun::makeFolders(const RestorePlan& plan) {
@@ -257,6 +261,8 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::vector<WriteJob> jobs = examineWrites(items);
     std::vector<Attributes> landed(jobs.size());
     std::atomic<std::size_t> done = 0;
+    std::optional<FlushAlongside> flushing;
+    if (jobs.size() > mostWrittenOutOneByOne) flushing.emplace(root_.get(), pending_);
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         if (engine_.progress) engine_.progress("restored", ++done);
         worker.memory.pending = &pending_;
@@ -264,6 +270,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
         if (error == 0 && jobs[i].unsafe.empty()) (void)!worker.project.attributes(jobs[i].item->path, landed[i]);
         return error;
     });
+    flushing.reset();
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         const std::string_view path = jobs[i].item->path;
         const std::string reason = results[i] == damaged ? "what was kept of it is damaged"
@@ -320,14 +327,28 @@ int RestoreRun::replace(WriteJob& job, Place aside, Place place, CloneWorker& wo
     const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
     if (standing == Standing::unsafe) return 0;
     if (standing == Standing::safe) touched(attributes);
-    if (standing != Standing::safe || exchange(aside, place) != 0)
+    if (standing != Standing::safe) return putIntoGap(job, aside, place);
+    if (const int error = exchange(aside, place)) {
+        if (error == ENOENT) return putIntoGap(job, aside, place);
         return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    }
     const Entry& recorded = *safety_.manifest.find(job.item->path);
     if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, recorded)) {
         job.unsafe = changedSince;
         return putBack(job, aside, place);
     }
-    return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
+    (void)::unlinkat(aside.folder, aside.name, 0); // a leftover for the next restore, should that fail
+    return 0;
+}
+
+// A new name never takes the place of what somebody puts there at the last moment, as a rename would.
+int RestoreRun::putIntoGap(WriteJob& job, Place aside, Place place) {
+    if (::linkat(aside.folder, aside.name, place.folder, place.name, 0) == 0)
+        return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
+    if (errno != EEXIST) // a volume without links
+        return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    job.unsafe = changedSince;
+    return 0;
 }
 
 // The old file, which stands aside, changed after all. Should somebody have replaced the new one meanwhile, theirs is
@@ -379,6 +400,7 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
 // A power cut soon after must not leave empty files where the record says that all is back.
 void RestoreRun::bringToDisk() {
     if (written_.empty()) return;
+    pending_.everything = true; // names all over the project, which flushing its root alone does not bring along
     if (const int error = flush(root_.get(), pending_))
         result_.warnings.push_back("couldn't bring what was restored to the disk for good: " + errorText(error));
     trace_.mark([] { return "flush"; });

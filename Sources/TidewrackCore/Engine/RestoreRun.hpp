@@ -45,6 +45,7 @@ class RestoreRun {
     [[nodiscard]] std::vector<WriteJob> examineWrites(const RestorePlan::Items& items);
     [[nodiscard]] int writeOne(WriteJob& job, CloneWorker& worker);
     [[nodiscard]] int replace(WriteJob& job, Place aside, Place place, CloneWorker& worker);
+    [[nodiscard]] static int putIntoGap(WriteJob& job, Place aside, Place place);
     [[nodiscard]] static int putBack(const WriteJob& job, Place aside, Place place);
     [[nodiscard]] int removeUnchanged(const Manifest::Item& item, std::string& reason);
     [[nodiscard]] int putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const;

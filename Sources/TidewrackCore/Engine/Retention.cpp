@@ -153,9 +153,18 @@ void claimAll(const Store& store, const Project& project, const std::vector<std:
 
 // No content goes while a power cut could bring back a record that needs it.
 void bringToDisk(const std::string& folder) {
-    Descriptor open;
-    int error = openFolder(folder, open);
-    if (error == 0) error = flush(open.get(), PendingWrites());
+    // Flushing a file brings along what was done before its own latest change: hence a new one. Where there is no room
+    // for it the whole volume is flushed.
+    const std::string temporary = joined(folder, temporaryName());
+    Descriptor open(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    PendingWrites pending;
+    int error = 0;
+    if (!open) {
+        pending.everything = true;
+        error = openFolder(folder, open);
+    }
+    if (error == 0) error = flush(open.get(), pending);
+    (void)::unlink(temporary.c_str());
     if (error != 0) throw TidewrackError::io("write", folder, error);
 }
 

@@ -3,6 +3,7 @@
 
 #include "Engine/CloneAll.hpp"
 #include "Engine/Engine.hpp"
+#include "Engine/FlushAlongside.hpp"
 #include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
 #include "Engine/Walker.hpp"
@@ -56,7 +57,10 @@ class ContentFolder {
         if (const int error = openFolder(path_, folder_)) throw TidewrackError::io("open", path_, error);
     }
     [[nodiscard]] int get() const { return folder_.get(); }
-    void commit() { committed_ = true; }
+    void commit() {
+        committed_ = true;
+        if (folder_) (void)::rmdir(path_.c_str()); // goes only when nothing could be kept after all
+    }
 
   private:
     std::string path_;
@@ -154,6 +158,8 @@ class SnapshotRun {
         if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
         const Keeper keeper(contents.get(), maxFileSize_);
         std::atomic<std::size_t> done = 0;
+        std::optional<FlushAlongside> flushing;
+        if (jobs_.size() > mostWrittenOutOneByOne) flushing.emplace(contents.get(), pending_);
         const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
             if (passed(deadline)) return ECANCELED;
             if (progress_) progress_("kept", ++done);
@@ -161,6 +167,7 @@ class SnapshotRun {
             worker.memory.pending = &pending_;
             return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
         });
+        flushing.reset();
         for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], result);
     }
 
@@ -279,7 +286,10 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     meta.deleted = counts.deleted;
     meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    store.writeSnapshot(lock, project, meta);
+    if (share)
+        store.writeUnchangedSnapshot(lock, project, meta);
+    else
+        store.writeSnapshot(lock, project, meta);
     contents.commit();
     return taken;
 }
@@ -308,7 +318,11 @@ std::optional<std::string> Engine::contentPath(const Project& project, std::int6
     if (entry == nullptr && volumeIgnoresCase(project.root))
         entry = manifest.find(asListed({wanted}, {&manifest}).front());
     if (entry == nullptr || entry->kind != EntryKind::file) return std::nullopt;
-    return store.blobPath(project, entry->blob);
+    const std::string place = store.blobPath(project, entry->blob);
+    Attributes kept;
+    if (attributesAt(AT_FDCWD, place.c_str(), kept) == 0 && kept.size != entry->size)
+        throw TidewrackError::corrupt("what was kept of " + wanted + " is damaged");
+    return place;
 }
 
 void Engine::checkRoot(const Project& project) {

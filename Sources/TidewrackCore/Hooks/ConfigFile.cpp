@@ -69,7 +69,7 @@ std::optional<std::string> replaceConfig(const std::string& path, const std::opt
     if (const int error = makeFolders(folder, 0777)) fail("create", folder, error);
     if (readConfig(target) != before)
         throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
-    removeLeftovers(folder);
+    for (const std::string& each : {folder, std::string(parentOf(path))}) removeLeftovers(each);
     if (!before) {
         writeUserFile(target, bytes, nullptr);
         return std::nullopt;

@@ -10,6 +10,9 @@
 
 namespace tidewrack {
 
+// Up to so many copies of an operation are brought to the disk one by one.
+constexpr std::size_t mostWrittenOutOneByOne = 1000;
+
 // What the copies of one operation have left to be brought to the disk. Shared by the threads that make them.
 struct PendingWrites {
     std::atomic<std::size_t> copies = 0;  // contents that were copied byte for byte, not cloned
@@ -20,13 +23,17 @@ struct PendingWrites {
 // Where the volume can't do that by itself the file is flushed. Returns an errno value.
 [[nodiscard]] int writeOut(int fd);
 
+// The same without waiting: enough where a name that comes to the disk a few thousandths of a second before its content
+// would cost no content, and a fraction of the time.
+void beginWriteOut(int fd);
+
 // writeOut for the first copies of an operation, each of which takes a tenth of a millisecond whatever else the volume
 // has waiting to be written. From some number on flushing the whole volume once is faster: those are left to flush().
 void writeOutCopy(int fd, PendingWrites& pending);
 
-// Everything that was changed on the volume of the open file or folder `fd`, its own content and `pending` included, is
-// on the disk before anything that is changed later. Returns an errno value; a volume that knows no flushing is
-// success.
+// Everything that was done on the volume of the open file `fd` before its own latest change, its content and `pending`
+// are on the disk; with `pending.everything` all that was done there at all. Returns an errno value; a volume that
+// knows no flushing is success.
 [[nodiscard]] int flush(int fd, const PendingWrites& pending);
 
 } // namespace tidewrack

@@ -23,7 +23,6 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t mostWrittenOutOneByOne = 1000;
 constexpr std::uint32_t xfsMagic = 0x58465342;
 
 enum class Volume {
@@ -65,6 +64,10 @@ int orSuccessWhereUnknown(int error) {
 int writeOut(int fd) {
     if (volumeOf(fd) != Volume::other && writeContent(fd) == 0) return 0;
     return ::fdatasync(fd) == 0 ? 0 : orSuccessWhereUnknown(errno);
+}
+
+void beginWriteOut(int fd) {
+    (void)::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 void writeOutCopy(int fd, PendingWrites& pending) {

@@ -14,6 +14,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <future>
+#include <iterator>
+#include <span>
 
 namespace tidewrack {
 
@@ -194,18 +197,36 @@ std::optional<SnapshotMeta> Store::latest(const Project& project) const {
     return snapshot(project, all.back());
 }
 
-std::vector<SnapshotMeta> Store::snapshots(const Project& project) const {
-    const std::string folder = projectFolder(project) + "/snapshots";
+namespace {
+
+// The records among these files of the folder.
+std::vector<SnapshotMeta> readRecords(const std::string& folder, std::span<const std::string> names) {
     std::vector<SnapshotMeta> result;
-    if (!exists(folder)) return result;
-    const auto names = listFolder(folder);
-    if (!names) throw TidewrackError::io("list", folder, errno);
-    for (const std::string& name : *names) {
+    for (const std::string& name : names) {
         std::string text;
         const std::string path = folder + "/" + name;
         if (!name.ends_with(".json") || readFile(path, text) != 0) continue;
         result.push_back(decodeSnapshotMeta(text, path));
     }
+    return result;
+}
+
+} // namespace
+
+std::vector<SnapshotMeta> Store::snapshots(const Project& project) const {
+    constexpr std::size_t namesForTwo = 256; // reading and decoding so many takes longer than starting a thread
+    const std::string folder = projectFolder(project) + "/snapshots";
+    if (!exists(folder)) return {};
+    const auto names = listFolder(folder);
+    if (!names) throw TidewrackError::io("list", folder, errno);
+    const std::span all(*names);
+    const std::size_t half = all.size() < namesForTwo ? 0 : all.size() / 2;
+    // Should no thread be had, its half is read at get().
+    auto others = std::async(half == 0 ? std::launch::deferred : std::launch::async | std::launch::deferred,
+                             [&] { return readRecords(folder, all.subspan(0, half)); });
+    std::vector<SnapshotMeta> result = readRecords(folder, all.subspan(half));
+    std::vector<SnapshotMeta> rest = others.get();
+    std::move(rest.begin(), rest.end(), std::back_inserter(result));
     std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.seq < b.seq; });
     return result;
 }
@@ -245,6 +266,10 @@ std::int64_t Store::highestLeftover(const Project& project) const {
 
 void Store::writeSnapshot(const ProjectLock&, const Project& project, const SnapshotMeta& meta) const {
     writeFileAtomically(metaPath(project, meta.seq), compactJson(toJson(meta)));
+}
+
+void Store::writeUnchangedSnapshot(const ProjectLock&, const Project& project, const SnapshotMeta& meta) const {
+    writeFileSoon(metaPath(project, meta.seq), compactJson(toJson(meta)));
 }
 
 void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq, const Manifest& manifest,

@@ -72,6 +72,8 @@ class Store {
     // Writers, for holders of the lock. The manifest comes after the contents that it names, and only then the record:
     // a manifest is on the disk with all that was done before, `contents` included, when the record is given its name.
     void writeSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
+    // For a new snapshot that holds nothing the one before does not: nothing waits for the disk.
+    void writeUnchangedSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
     void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq, const Manifest& manifest,
                        const PendingWrites& contents) const;
     // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty

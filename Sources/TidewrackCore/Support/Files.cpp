@@ -102,8 +102,10 @@ class NewFile {
         return ::fchmod(file_.get(), like.st_mode & 07777) == 0 ? 0 : errno;
     }
 
-    [[nodiscard]] int commit(const PendingWrites* pending) {
-        if (const int error = pending == nullptr ? writeOut(file_.get()) : flush(file_.get(), *pending)) return error;
+    // Once `reachDisk` has seen to the open file's content.
+    template <typename ReachDisk>
+    [[nodiscard]] int commit(ReachDisk reachDisk) {
+        if (const int error = reachDisk(file_.get())) return error;
         if (::close(file_.release()) != 0 || ::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
         exists_ = false;
         return 0;
@@ -116,28 +118,36 @@ class NewFile {
     bool exists_ = false;
 };
 
-void writeOwnFile(const std::string& path, std::string_view bytes, const PendingWrites* pending) {
+template <typename ReachDisk>
+void writeOwnFile(const std::string& path, std::string_view bytes, ReachDisk reachDisk) {
     NewFile file(path);
     int error = file.write(bytes, 0644);
-    if (error == 0) error = file.commit(pending);
+    if (error == 0) error = file.commit(reachDisk);
     if (error != 0) throw TidewrackError::io("write", path, error);
 }
 
 } // namespace
 
 void writeFileAtomically(const std::string& path, std::string_view bytes) {
-    writeOwnFile(path, bytes, nullptr);
+    writeOwnFile(path, bytes, writeOut);
+}
+
+void writeFileSoon(const std::string& path, std::string_view bytes) {
+    writeOwnFile(path, bytes, [](int fd) {
+        beginWriteOut(fd);
+        return 0;
+    });
 }
 
 void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes) {
-    writeOwnFile(path, bytes, &pending);
+    writeOwnFile(path, bytes, [&](int fd) { return flush(fd, pending); });
 }
 
 void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like) {
     NewFile file(path);
     int error = file.write(bytes, like == nullptr ? std::nullopt : std::optional<mode_t>(0600));
     if (error == 0 && like != nullptr) error = file.takeOver(*like);
-    if (error == 0) error = file.commit(nullptr);
+    if (error == 0) error = file.commit(writeOut);
     if (error != 0) throw TidewrackError::io("write", path, error);
 }
 

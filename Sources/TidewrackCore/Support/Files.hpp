@@ -30,6 +30,8 @@ void removeLeftovers(const std::string& folder);
 // Replaces a file, or makes one with mode 0644: a reader sees the old or the new one, never a part, and not even a
 // power cut leaves an empty file in its place. Throws TidewrackError io "can't write <path>: <reason>".
 void writeFileAtomically(const std::string& path, std::string_view bytes);
+// The same without waiting for the disk: a power cut within the next moment may leave an empty file.
+void writeFileSoon(const std::string& path, std::string_view bytes);
 // The same, once all that was done on the volume before, `pending` included, is on the disk.
 void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes);
 // The same for a file of the user's: it takes over mode and owner of the file `like`, as far as our rights go; null: a

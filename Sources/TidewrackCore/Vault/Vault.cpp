@@ -215,6 +215,18 @@ std::vector<std::string> Vault::restore(const std::string& id) const {
     return messages;
 }
 
+namespace {
+
+// What was just copied into the folder is there after a power cut as well, where the volume can do that.
+void bringToDisk(const std::string& folder) {
+    PendingWrites pending;
+    pending.everything = true;
+    Descriptor open;
+    if (openFolder(folder.empty() ? "/" : folder, open) == 0) (void)!flush(open.get(), pending);
+}
+
+} // namespace
+
 bool Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
                         std::vector<std::string>& messages) const {
     const std::string& original = item.original;
@@ -242,6 +254,7 @@ bool Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, D
     const std::string parent(parentOf(original));
     int error = parent.empty() ? 0 : makeFolders(parent, 0755);
     if (error == 0) error = copyTree(stored, original, {});
+    if (error == 0) bringToDisk(parent);
     messages.push_back(error == 0 ? "restored " + original : cannotRestore + errorText(error));
     return error == 0;
 }
@@ -288,8 +301,10 @@ void Vault::prune(std::int64_t days, Date now) const {
         // A process that died while saving left copies without a record.
         const bool unrecorded = !exists(path + "/entry.json");
         const auto entry = find(name);
-        if (entry ? isOld(seconds(entry->created)) : unrecorded && isOld(attributes.mtime / nanosPerSecond))
-            (void)removeTree(path);
+        if (!(entry ? isOld(seconds(entry->created)) : unrecorded && isOld(attributes.mtime / nanosPerSecond)))
+            continue;
+        (void)::unlink((path + "/entry.json").c_str()); // first: an entry that is listed has its copies
+        (void)removeTree(path);
     }
 }
 

@@ -264,6 +264,9 @@ int fchmodat(int folder, const char* name, mode_t mode, int) noexcept {
 int fchown(int fd, uid_t user, gid_t group) noexcept {
     return change("fchown", SYS_fchown, fd, user, group);
 }
+int fsetxattr(int fd, const char* name, const void* value, size_t size, int flags) noexcept {
+    return change("fsetxattr", SYS_fsetxattr, fd, name, value, size, flags);
+}
 int futimens(int fd, const timespec times[2]) noexcept {
     return change("futimens", SYS_utimensat, fd, nullptr, times, 0);
 }
