@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <cctype>
+#include <regex>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -13,15 +13,8 @@ using namespace tidewrack::testing;
 namespace {
 
 // The text with every duration as "N ms".
-std::string timeless(std::string text) {
-    for (auto at = text.find(" ms"); at != std::string::npos; at = text.find(" ms", at + 3)) {
-        auto start = at;
-        while (start > 0 && (std::isdigit(static_cast<unsigned char>(text[start - 1])) != 0 || text[start - 1] == '.'))
-            --start;
-        text.replace(start, at - start, "N");
-        at = start + 1;
-    }
-    return text;
+std::string timeless(const std::string& text) {
+    return std::regex_replace(text, std::regex("[0-9.]+ ms"), "N ms");
 }
 
 class CommandTest : public ::testing::Test {
@@ -62,6 +55,8 @@ TEST_F(CommandTest, usageErrors) {
     world.ok({"track"});
     EXPECT_EQ(fault({"snpa"}), "unknown command snpa. Run `tidewrack help`.");
     EXPECT_EQ(fault({"-x"}), "unknown command -x. Run `tidewrack help`.");
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"hook"}, {"hook", "Claude"}})
+        EXPECT_EQ(fault(words), "usage: tidewrack hook claude|codex|cursor|gemini");
     EXPECT_EQ(fault({"snap", "--label"}), "--label needs a value");
     EXPECT_EQ(fault({"log", "-n"}), "-n needs a value");
     for (const char* number : {"x", "", "1.5", "-1", "99999999999999999999"})
@@ -201,7 +196,11 @@ TEST_F(CommandTest, diffMarks) {
     f.remove("project/gone");
     f.write("project/both", "changed");
     f.write("project/src/new", "x");
-    EXPECT_EQ(world.ok({"diff", "#1"}), "+ src/\n+ src/new\n~ both\n- gone/\n- gone/file\n");
+    const std::string marks = "+ src/\n+ src/new\n~ both\n- gone/\n- gone/file\n";
+    EXPECT_EQ(world.ok({"diff", "#1"}), marks);
+    world.ok({"snap"});
+    EXPECT_EQ(world.ok({"diff", "1", "#2"}), marks);
+    EXPECT_EQ(world.ok({"diff", "2", "1"}), "+ gone/\n+ gone/file\n~ both\n- src/\n- src/new\n");
 }
 
 TEST_F(CommandTest, catGivesTheBytes) {

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <memory>
 #include <regex>
@@ -31,19 +32,11 @@ using std::chrono::steady_clock;
 
 namespace {
 
-const char* eventFile(Agent agent, Kind kind) {
-    switch (agent) {
-    case Agent::claude:
-    case Agent::codex:
-        return kind == Kind::prompt ? "UserPromptSubmit" : kind == Kind::stop ? "Stop" : "PreToolUse-Bash";
-    case Agent::cursor:
-        return kind == Kind::prompt ? "beforeSubmitPrompt" : kind == Kind::stop ? "stop" : "beforeShellExecution";
-    case Agent::gemini:
-        return kind == Kind::prompt ? "BeforeAgent"
-               : kind == Kind::stop ? "AfterAgent"
-                                    : "BeforeTool-run_shell_command";
-    }
-    return "";
+std::string eventFile(Agent agent, Kind kind) {
+    std::array names = {"UserPromptSubmit", "Stop", "PreToolUse-Bash"};
+    if (agent == Agent::cursor) names = {"beforeSubmitPrompt", "stop", "beforeShellExecution"};
+    if (agent == Agent::gemini) names = {"BeforeAgent", "AfterAgent", "BeforeTool-run_shell_command"};
+    return names[kind == Kind::prompt ? 0U : kind == Kind::stop ? 1U : 2U];
 }
 
 // An event as the agent sends it, in `folder`, with its prompt or command replaced by `text`.
@@ -327,29 +320,23 @@ TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
 TEST_F(HookHandlerTest, stillJudgesWhenTheRegistryIsBroken) {
     world.ok({"track"});
     world.folder.write("store/projects/broken/project.json", "{}");
-    const auto isError = [](const std::string& line) { return line.find("error: Corrupt store data: ") != line.npos; };
+    const auto expectLog = [&](const Lines& behindTheError) {
+        Lines lines = log();
+        ASSERT_FALSE(lines.empty());
+        EXPECT_NE(lines[0].find("error: Corrupt store data: "), std::string::npos) << lines[0];
+        lines.erase(lines.begin());
+        EXPECT_EQ(lines, behindTheError);
+    };
     EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
-    Lines lines = log();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_TRUE(isError(lines[0])) << lines[0];
-    EXPECT_EQ(lines[1], "claude PreToolUse deny rm -rf ~");
-
+    expectLog({"claude PreToolUse deny rm -rf ~"});
     EXPECT_NE(shell("rm -rf .git").standardOutput.value_or("").find("\"ask\""), std::string::npos);
     (void)log();
     EXPECT_EQ(shell("ls"), HookOutput{});
-    lines = log();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(isError(lines[0]));
-
+    expectLog({});
     EXPECT_EQ(shell("rm src/main.c"), HookOutput{});
-    lines = log();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[1], "claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped");
-
+    expectLog({"claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped"});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
-    lines = log();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(isError(lines[0]));
+    expectLog({});
 }
 
 TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
@@ -481,42 +468,21 @@ TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {
     EXPECT_EQ(snapshots(), (Lines{"manual - -", "stop claude End of turn"}));
 }
 
-TEST(HookCommand, knowsTheAgentsOnly) {
-    const World world;
-    for (const std::vector<std::string>& words : {Lines{"hook"}, Lines{"hook", "Claude"}}) {
-        const Outcome outcome = world.run(words);
-        EXPECT_EQ(outcome.err, "tidewrack: usage: tidewrack hook claude|codex|cursor|gemini\n");
-        EXPECT_EQ(outcome.status, 1);
-    }
-}
-
-TEST(HookLog, losesNoLineOfParallelHooks) {
+TEST(HookLog, isEmptiedOnceByParallelHooks) {
     TemporaryFolder folder;
     const HookLog log(Store(folder.at("store"), folder.path()));
-    const auto appendInParallel = [&](int each) {
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 8; ++t)
-            threads.emplace_back([&log, each] {
-                for (int i = 0; i < each; ++i) log.append("claude", "Stop", steady_clock::now(), "#1 /p");
-            });
-        return threads;
-    };
-    const auto lines = [&] {
-        const std::string text = folder.read("store/hooks.log");
-        return std::count(text.begin(), text.end(), '\n');
-    };
-    for (auto& thread : appendInParallel(50)) thread.join();
-    EXPECT_EQ(lines(), 400);
-
     // All of them find the log too long before one can empty it.
     folder.write("store/hooks.log", std::string(2'000'001, 'x'));
     const Descriptor lock(::open(folder.at("store/hooks.log").c_str(), O_RDONLY));
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
-    auto threads = appendInParallel(1);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] { log.append("claude", "Stop", steady_clock::now(), "#1 /p"); });
     std::this_thread::sleep_for(milliseconds(200));
     ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(lines(), 8);
+    const std::string text = folder.read("store/hooks.log");
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8);
 }
 
 TEST(HookLog, writesLinesAsDocumented) {

@@ -1,12 +1,10 @@
 #include "Hooks/Hook.hpp"
 #include "Hooks/Replies.hpp"
+#include "Support/Files.hpp"
 #include "Support/Json.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include <fstream>
-#include <sstream>
 
 using namespace tidewrack;
 using nlohmann::json;
@@ -14,30 +12,24 @@ using nlohmann::json;
 namespace {
 
 std::string readData(const std::string& name) {
-    std::ifstream file(std::string(TIDEWRACK_TEST_DATA) + "/events/" + name, std::ios::binary);
-    EXPECT_TRUE(file.good()) << name;
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    std::string text;
+    EXPECT_EQ(readFile(std::string(TIDEWRACK_TEST_DATA) + "/events/" + name, text), 0) << name;
+    return text;
 }
 
 HookEvent parsed(Agent agent, const char* object) {
     return parseHookEvent(agent, *parseJson(object), "/w");
 }
 
-HookEvent::Kind kindNamed(const std::string& name) {
-    if (name == "prompt") return HookEvent::Kind::prompt;
-    if (name == "shell") return HookEvent::Kind::shell;
-    if (name == "stop") return HookEvent::Kind::stop;
-    return HookEvent::Kind::other;
+using Kind = HookEvent::Kind;
+
+Kind kindNamed(const std::string& name) {
+    return name == "prompt" ? Kind::prompt : name == "shell" ? Kind::shell : name == "stop" ? Kind::stop : Kind::other;
 }
 
 std::optional<std::string> optionalText(const json& value) {
-    if (value.is_null()) return std::nullopt;
-    return value.get<std::string>();
+    return value.is_null() ? std::nullopt : std::optional(value.get<std::string>());
 }
-
-using Kind = HookEvent::Kind;
 
 } // namespace
 

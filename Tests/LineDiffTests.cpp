@@ -1,12 +1,12 @@
+#include "Support/TestFolders.hpp"
+
 #include "Changes/EditScript.hpp"
 #include "Changes/LineDiff.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <random>
 
 using namespace tidewrack;
@@ -15,10 +15,6 @@ namespace {
 
 using Ids = std::vector<LineId>;
 using Kind = LineDiff::Result::Kind;
-
-std::size_t length(const EditScript& script) {
-    return script.removed.size() + script.inserted.size();
-}
 
 // The new lines that `script` makes of the old ones; kept lines are taken from the old side.
 Ids applied(const EditScript& script, const Ids& oldLines, const Ids& newLines) {
@@ -61,6 +57,12 @@ std::size_t shortestLength(const Ids& a, const Ids& b) {
     return a.size() + b.size() - 2 * row.back();
 }
 
+void expectShortest(const Ids& a, const Ids& b) {
+    const EditScript script = shortestEditScript(a, b);
+    ASSERT_EQ(applied(script, a, b), b);
+    ASSERT_EQ(script.removed.size() + script.inserted.size(), shortestLength(a, b)) << a.size() << " " << b.size();
+}
+
 Ids randomLines(std::mt19937& random, std::size_t count, LineId letters) {
     Ids lines(count);
     for (LineId& line : lines) line = static_cast<LineId>(random() % letters);
@@ -93,14 +95,12 @@ Ids paired(const std::vector<LineMatch>& pairs, const Ids& lines, std::uint32_t 
 std::vector<std::string> drawn(const LineDiff::Hunk& hunk) {
     std::vector<std::string> result;
     for (const LineDiff::Line& line : hunk.lines) {
-        const std::string oldNumber = line.oldNumber ? std::to_string(*line.oldNumber) : "";
-        const std::string newNumber = line.newNumber ? std::to_string(*line.newNumber) : "";
+        const std::string before = line.oldNumber ? std::to_string(*line.oldNumber) : "";
+        const std::string after = line.newNumber ? std::to_string(*line.newNumber) : "";
         switch (line.kind) {
-        case LineDiff::Line::Kind::context:
-            result.push_back(" " + oldNumber + "=" + newNumber + ":" + line.text);
-            break;
-        case LineDiff::Line::Kind::added: result.push_back(oldNumber + "+" + newNumber + ":" + line.text); break;
-        case LineDiff::Line::Kind::removed: result.push_back(newNumber + "-" + oldNumber + ":" + line.text); break;
+        case LineDiff::Line::Kind::context: result.push_back(" " + before + "=" + after + ":" + line.text); break;
+        case LineDiff::Line::Kind::added: result.push_back(before + "+" + after + ":" + line.text); break;
+        case LineDiff::Line::Kind::removed: result.push_back(after + "-" + before + ":" + line.text); break;
         }
     }
     return result;
@@ -114,42 +114,25 @@ std::string numbered(int from, int to) {
     return text;
 }
 
-class LineDiffFiles : public testing::Test {
+class LineDiffFiles : public ::testing::Test {
   protected:
-    void SetUp() override {
-        folder_ = testing::TempDir() + "linediff-XXXXXX";
-        ASSERT_NE(mkdtemp(folder_.data()), nullptr);
-    }
-    void TearDown() override {
-        for (const std::string& path : files_) ::unlink(path.c_str());
-        ::rmdir(folder_.c_str());
-    }
-    std::string path(const std::string& name) {
-        files_.push_back(folder_ + "/" + name);
-        return files_.back();
-    }
-    std::string file(const std::string& name, const std::string& bytes) {
-        std::string result = path(name);
-        std::ofstream(result, std::ios::binary) << bytes;
-        return result;
+    [[nodiscard]] std::string path(const std::string& name) const { return folder.at(name); }
+    [[nodiscard]] std::string file(const std::string& name, const std::string& bytes) const {
+        folder.write(name, bytes);
+        return path(name);
     }
 
-  private:
-    std::string folder_;
-    std::vector<std::string> files_;
+    tidewrack::testing::TemporaryFolder folder;
 };
 
 } // namespace
 
 TEST(EditScript, isValidAndShortestOnSmallInputs) {
     std::mt19937 random(7);
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < 3000 && !HasFatalFailure(); ++round) {
         const auto letters = static_cast<LineId>(1 + random() % 6);
         const Ids a = randomLines(random, random() % 24, letters);
-        const Ids b = round % 2 ? randomLines(random, random() % 24, letters + 1) : edited(random, a, 4, letters);
-        const EditScript script = shortestEditScript(a, b);
-        ASSERT_EQ(applied(script, a, b), b);
-        ASSERT_EQ(length(script), shortestLength(a, b));
+        expectShortest(a, round % 2 ? randomLines(random, random() % 24, letters + 1) : edited(random, a, 4, letters));
     }
 }
 
@@ -157,10 +140,7 @@ TEST(EditScript, isShortestWhenTheSidesHaveLittleInCommon) {
     std::mt19937 random(8);
     for (const LineId letters : {2u, 3u, 30u, 400u}) {
         const Ids a = randomLines(random, 4100, letters);
-        const Ids b = randomLines(random, 2900 + random() % 2000, letters);
-        const EditScript script = shortestEditScript(a, b);
-        ASSERT_EQ(applied(script, a, b), b);
-        ASSERT_EQ(length(script), shortestLength(a, b)) << letters;
+        expectShortest(a, randomLines(random, 2900 + random() % 2000, letters));
     }
 }
 

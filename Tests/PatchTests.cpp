@@ -1,3 +1,4 @@
+#include "Support/TestFolders.hpp"
 #include "Support/VolumeFacts.hpp"
 
 #include "Changes/LineDiff.hpp"
@@ -5,15 +6,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <random>
-#include <sstream>
 
 using namespace tidewrack;
 
@@ -39,26 +37,14 @@ Node link(std::string destination) {
     return {PatchSide::Kind::link, 0777, std::move(destination)};
 }
 
-std::string bytesOf(const std::string& path) {
-    std::ostringstream bytes;
-    bytes << std::ifstream(path, std::ios::binary).rdbuf();
-    return bytes.str();
-}
-
 // Trees on disk, patches between them, and the programs that apply patches.
 class Patch : public ::testing::Test {
   protected:
-    void SetUp() override {
-        root_ = ::testing::TempDir() + "patch-XXXXXX";
-        ASSERT_NE(mkdtemp(root_.data()), nullptr);
-    }
-    void TearDown() override { std::filesystem::remove_all(root_); }
-
     // A path for content that a snapshot would have kept.
     std::string kept(const std::string& bytes) {
-        const std::string path = root_ + "/kept" + std::to_string(++keptCount_);
-        std::ofstream(path, std::ios::binary) << bytes;
-        return path;
+        const std::string name = "kept" + std::to_string(++keptCount_);
+        folder_.write(name, bytes);
+        return folder_.at(name);
     }
 
     PatchSide side(const Node& node) {
@@ -88,28 +74,25 @@ class Patch : public ::testing::Test {
 
     void write(const Tree& tree) {
         std::filesystem::remove_all(work());
-        std::filesystem::create_directory(work());
+        folder_.makeFolder("work");
         for (const auto& [path, node] : tree) {
-            const std::string at = work() + "/" + path;
-            std::filesystem::create_directories(std::filesystem::path(at).parent_path());
             if (node.kind == PatchSide::Kind::link) {
-                ASSERT_EQ(::symlink(node.content.c_str(), at.c_str()), 0);
+                folder_.link("work/" + path, node.content);
                 continue;
             }
-            std::ofstream(at, std::ios::binary) << node.content;
-            ASSERT_EQ(::chmod(at.c_str(), static_cast<mode_t>(node.mode)), 0);
+            folder_.write("work/" + path, node.content);
+            ASSERT_EQ(::chmod((work() + "/" + path).c_str(), static_cast<mode_t>(node.mode)), 0);
         }
     }
 
     Tree read() {
         Tree tree;
         for (const auto& item : std::filesystem::recursive_directory_iterator(work())) {
-            const std::string at = item.path().string();
+            const std::string path = item.path().string().substr(work().size() + 1);
             if (item.is_symlink())
-                tree[at.substr(work().size() + 1)] = link(std::filesystem::read_symlink(item.path()).string());
+                tree[path] = link(std::filesystem::read_symlink(item.path()).string());
             else if (item.is_regular_file())
-                tree[at.substr(work().size() + 1)] =
-                    file(bytesOf(at), static_cast<unsigned>(item.status().permissions()));
+                tree[path] = file(folder_.read("work/" + path), static_cast<unsigned>(item.status().permissions()));
         }
         return tree;
     }
@@ -117,11 +100,11 @@ class Patch : public ::testing::Test {
     // Applies `patch` to `before` with a shell command that reads it from standard input.
     Tree apply(const std::string& command, const Tree& before, const std::string& patch) {
         write(before);
-        std::ofstream(root_ + "/patch", std::ios::binary) << patch;
-        const std::string shell = "cd '" + work() + "' && umask 022 && env -i PATH=\"$PATH\" HOME='" + root_ +
-                                  "' GIT_CONFIG_NOSYSTEM=1 GIT_CEILING_DIRECTORIES='" + root_ + "' " + command +
-                                  " <../patch >../output 2>&1";
-        EXPECT_EQ(std::system(shell.c_str()), 0) << bytesOf(root_ + "/output") << patch;
+        folder_.write("patch", patch);
+        const std::string shell = "cd '" + work() + "' && umask 022 && env -i PATH=\"$PATH\" HOME='" + folder_.path() +
+                                  "' GIT_CONFIG_NOSYSTEM=1 GIT_CEILING_DIRECTORIES='" + folder_.path() + "' " +
+                                  command + " <../patch >../output 2>&1";
+        EXPECT_EQ(std::system(shell.c_str()), 0) << folder_.read("output") << patch;
         return read();
     }
 
@@ -156,29 +139,11 @@ class Patch : public ::testing::Test {
     }
 
   private:
-    std::string work() const { return root_ + "/work"; }
+    std::string work() const { return folder_.at("work"); }
 
-    std::string root_;
+    tidewrack::testing::TemporaryFolder folder_;
     int keptCount_ = 0;
 };
-
-const char* const names[] = {"plain",
-                             "with space",
-                             "tab\tname",
-                             "quote\"d",
-                             "back\\slash",
-                             "caf\xc3\xa9",
-                             "\xff raw",
-                             "dir/inner",
-                             "dir/deep er/x b/x",
-                             "-dash",
-                             "trailing ",
-                             "new\nline",
-                             "it's",
-                             "a/a b/a",
-                             "spa ce/sub\x01e",
-                             "dev/null",
-                             "\xe2\x98\x83 \"snow\""};
 
 std::string randomContent(std::mt19937& random) {
     static const char* const lines[] = {"one", "two", "", "-- a", "++ b", "\xc3\xa9", "cr\r", "@@ -1 +1 @@", " x "};
@@ -211,7 +176,9 @@ TEST_F(Patch, takesRandomTreesToTheirNextState) {
     for (int round = 0; round < 12 && !HasFailure(); ++round) {
         Tree before;
         Tree after;
-        for (const char* each : names) {
+        for (const char* each : {"plain", "with space", "tab\tname", "quote\"d", "back\\slash", "caf\xc3\xa9",
+                                 "\xff raw", "dir/inner", "dir/deep er/x b/x", "-dash", "trailing ", "new\nline",
+                                 "it's", "a/a b/a", "spa ce/sub\x01e", "dev/null", "\xe2\x98\x83 \"snow\""}) {
             const std::string name = tidewrack::testing::ofAnyBytes(each);
             if (random() % 3) before[name] = randomNode(random);
             if (random() % 4 == 0) continue;

@@ -23,18 +23,12 @@ const std::string snapshotText = R"({"added":1,"agent":"claude","created":"2025-
 
 TEST(Records, goldenBytes) {
     const Project project = decodeProject(projectText, "p");
-    EXPECT_EQ(project.id, "app-0123abcd");
     EXPECT_EQ(project.root, "/Users/ann/app");
     EXPECT_EQ(project.created.time_since_epoch().count(), 1735787045);
-    EXPECT_EQ(project.excludes, (std::vector<std::string>{".git", "node_modules"}));
-    EXPECT_EQ(project.excludesIfIgnored, std::vector<std::string>{"build"});
-    EXPECT_EQ(project.maxFileSize, 1000);
     EXPECT_EQ(compactJson(toJson(project)), projectText);
 
     const SnapshotMeta meta = decodeSnapshotMeta(snapshotText, "s");
-    EXPECT_EQ(meta.seq, 7);
     EXPECT_EQ(meta.label, "fix \"a/b\" ü");
-    EXPECT_TRUE(meta.pinned);
     EXPECT_EQ(compactJson(toJson(meta)), snapshotText);
 }
 

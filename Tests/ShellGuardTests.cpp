@@ -1,15 +1,12 @@
+#include "Support/TestFolders.hpp"
+
 #include "Hooks/ProtectedFolders.hpp"
 #include "Hooks/ShellGuard.hpp"
 #include "Hooks/ShellPaths.hpp"
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 
 using namespace tidewrack::shell;
 
@@ -58,23 +55,20 @@ void expectAll(const Row (&rows)[size]) {
 // A real folder tree: home/{Documents,.ssh}, link -> home, tree/{a.txt,b.txt,.hidden,sub/c.txt}.
 class ShellGuardOnDisk : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "tidewrack-guard-XXXXXX";
-        root = std::filesystem::canonical(mkdtemp(pattern.data())).string();
-        for (const char* folder : {"/home/Documents", "/home/.ssh", "/tree/sub", "/out"})
-            std::filesystem::create_directories(root + folder);
-        for (const char* file : {"/tree/a.txt", "/tree/b.txt", "/tree/.hidden", "/tree/sub/c.txt"})
-            std::ofstream(root + file) << "x";
-        std::filesystem::create_directory_symlink(root + "/home", root + "/link");
+    ShellGuardOnDisk() {
+        for (const char* name : {"home/Documents", "home/.ssh", "out"}) folder.makeFolder(name);
+        for (const char* name : {"a.txt", "b.txt", ".hidden", "sub/c.txt"})
+            folder.write(std::string("tree/") + name, "x");
+        folder.link("link", root + "/home");
         context.cwd = root + "/tree";
         context.home = root + "/home";
         context.projectRoots = {root + "/tree"};
     }
-    void TearDown() override { std::filesystem::remove_all(root); }
 
     std::string judgedHere(std::string_view command) { return judged(command, context, root + "/"); }
 
-    std::string root;
+    tidewrack::testing::TemporaryFolder folder;
+    const std::string root = folder.path();
     Context context;
 };
 
@@ -386,15 +380,15 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../link"), "link link/sub deny");
     EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "link deny");
 
-    std::filesystem::create_directory_symlink(root + "/tree", root + "/wlink");
-    std::filesystem::create_directory_symlink(root, root + "/out/up");
+    folder.link("wlink", root + "/tree");
+    folder.link("out/up", root);
     EXPECT_EQ(judgedHere("rm -rf ../wlink"), "wlink");
     EXPECT_EQ(judgedHere("rm -rf ../wlink/"), "wlink ask");
     EXPECT_EQ(judgedHere("rm -rf ../out/up/tree"), "out/up/tree ask");
     EXPECT_EQ(judgedHere("rm -rf ../out/up"), "out/up");
     EXPECT_EQ(judgedHere("rm -rf ../out/up/"), "out/up deny") << "the home folder is in what it leads to";
 
-    std::filesystem::create_directory_symlink(root + "/out", root + "/home/.config");
+    folder.link("home/.config", root + "/out");
     EXPECT_EQ(judgedHere("git -C ../out pull"), "out") << "only the link in the home folder is protected";
     EXPECT_EQ(judgedHere("rm -rf ~/.config"), "home/.config deny");
 
@@ -402,19 +396,17 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_TRUE(folders.holdsFolder(root + "/link/.ssh", false));
     EXPECT_FALSE(folders.holdsFolder(root + "/tree", false));
 
-    if (!std::filesystem::exists(root + "/TREE")) GTEST_SKIP() << "this volume minds case";
+    if (!folder.has("TREE")) GTEST_SKIP() << "this volume minds case";
     EXPECT_EQ(judgedHere("rm -rf ../TREE"), "TREE ask");
     EXPECT_EQ(judgedHere("rm -rf ../home/DOCUMENTS"), "home/DOCUMENTS deny");
 }
 
 TEST_F(ShellGuardOnDisk, boundsWhatAPatternMayCost) {
-    std::filesystem::create_directory(root + "/many");
-    for (int number = 0; number < 10'001; ++number) std::ofstream(root + "/many/" + std::to_string(number));
+    for (int number = 0; number < 10'001; ++number) folder.write("many/" + std::to_string(number), "");
     EXPECT_EQ(judgedHere("rm ../many/*"), "many");
     EXPECT_EQ(judgedHere("rm ../many/9999*"), "many/9999");
 
-    for (const char* name : {"/many/l1", "/many/l2"})
-        std::filesystem::create_directory_symlink(root + "/many", root + name);
+    for (const char* name : {"many/l1", "many/l2"}) folder.link(name, root + "/many");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(judgedHere("rm ../many/*/*/*/*/*/*/*/nope"), "many");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));

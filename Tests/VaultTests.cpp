@@ -1,7 +1,6 @@
-#include "Support/TestFolders.hpp"
+#include "Support/TestHistory.hpp"
 #include "Support/VolumeFacts.hpp"
 
-#include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Vault/Vault.hpp"
@@ -11,7 +10,6 @@
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <regex>
 #include <thread>
 
@@ -49,12 +47,6 @@ class VaultTest : public ::testing::Test {
     TemporaryFolder folder;
     Vault vault{Store(folder.at("store"), folder.at("home"))};
 };
-
-std::string repeated(const std::string& text, int count) {
-    std::string result;
-    for (int i = 0; i < count; ++i) result += text;
-    return result;
-}
 
 } // namespace
 
@@ -133,25 +125,19 @@ TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
     folder.write("home/elsewhere/linked", "old");
     folder.link("home/site/to", folder.at("home/elsewhere"));
     const std::string before = folder.listing("home");
-    const VaultEntry entry = save({"home/site", "home/site/index.html", "home/site/sub", "home/site/to/linked"});
-    ASSERT_EQ(entry.items.size(), 4U);
+    const std::vector<std::string> saved = {"home/site", "home/site/index.html", "home/site/sub",
+                                            "home/site/to/linked"};
+    const VaultEntry entry = save(saved);
     folder.remove("home/site/index.html");
     folder.write("home/elsewhere/linked", "new");
+    std::vector<std::string> messages = vault.restore(entry.id);
+    const auto dropAside = [moved = std::string("moved what was there aside to ")](const std::string& message) {
+        return message.starts_with(moved) && removeTree(message.substr(moved.size())) == 0;
+    };
+    EXPECT_EQ(std::erase_if(messages, dropAside), 2U) << "the folder, and what its link leads to";
     std::vector<std::string> restored;
-    const std::string moved = "moved what was there aside to ";
-    int aside = 0;
-    for (const std::string& message : vault.restore(entry.id)) {
-        if (!message.starts_with(moved)) {
-            restored.push_back(message);
-            continue;
-        }
-        ++aside;
-        EXPECT_EQ(removeTree(message.substr(moved.size())), 0);
-    }
-    EXPECT_EQ(aside, 2) << "the folder, and what its link leads to";
-    EXPECT_EQ(restored, (std::vector<std::string>{
-                            "restored " + folder.at("home/site"), "restored " + folder.at("home/site/index.html"),
-                            "restored " + folder.at("home/site/sub"), "restored " + folder.at("home/site/to/linked")}));
+    for (const std::string& path : saved) restored.push_back("restored " + folder.at(path));
+    EXPECT_EQ(messages, restored);
     EXPECT_EQ(folder.listing("home"), before) << "what a folder's link leads to is put back, too";
 }
 
@@ -182,12 +168,7 @@ TEST_F(VaultTest, looksEntriesUpByNameOnly) {
          {std::string(), std::string("."), std::string(".."), std::string("../vault/") + entry.id,
           entry.id + "/items/inner", entry.id + "/", entry.id + std::string(1, '\0') + "x", std::string("nothing"),
           std::string("broken"), std::string(".dotfiles-last")}) {
-        try {
-            (void)vault.restore(id);
-            FAIL() << id;
-        } catch (const TidewrackError& error) {
-            EXPECT_STREQ(error.what(), ("No vault entry " + id).c_str());
-        }
+        EXPECT_EQ(thrownBy([&] { return vault.restore(id); }), std::string(("No vault entry " + id).c_str()));
     }
     EXPECT_EQ(vault.entries().size(), 1U);
 }
@@ -237,22 +218,13 @@ TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {
     folder.write("outside/private/inside", "hidden");
     ::chmod(folder.at("outside/locked").c_str(), 0);
     ::chmod(folder.at("outside/private").c_str(), 0);
-    ::chmod(folder.path().c_str(), 0777);
-    const pid_t child = ::fork(); // root may read everything
-    if (child == 0) {
-        if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(9);
-        const Vault own(Store(folder.at("their-store"), folder.at("home")));
-        VaultEntry entry = own.save({folder.at("outside")}, "rm -rf outside", std::nullopt, "/");
+    const std::string report = unprivileged(folder, [&] {
+        VaultEntry entry = save({"outside"});
         std::sort(entry.skipped.begin(), entry.skipped.end());
-        const bool named = entry.skipped == std::vector{folder.at("outside/locked"), folder.at("outside/private")};
-        const bool saved =
-            entry.items.size() == 1 && exists(folder.at("their-store/vault/" + entry.id + "/items/0/readable"));
-        ::_exit(named && saved ? 0 : 1);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
+        return entry.skipped.at(0) + " " + entry.skipped.at(1) + " " + folder.read(stored(entry) + "/readable");
+    });
     ::chmod(folder.at("outside/private").c_str(), 0755);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(report, folder.at("outside/locked") + " " + folder.at("outside/private") + " saved");
 }
 
 TEST_F(VaultTest, leavesOutWhatIsNotSavedInTime) {
@@ -263,10 +235,7 @@ TEST_F(VaultTest, leavesOutWhatIsNotSavedInTime) {
     EXPECT_EQ(vault.entries(), std::vector<VaultEntry>{late}) << "the entry tells what was not saved";
 
     // Copying this file takes longer than the time given for it; what was copied is removed again.
-    const std::string block = repeated("0123456789abcdef", 65536);
-    std::ofstream large(folder.at("home/large"), std::ios::binary);
-    for (int i = 0; i < 160; ++i) large << block;
-    large.close();
+    folder.write("home/large", std::string(std::size_t{160} << 20, 'x'));
     const auto began = steady_clock::now();
     const VaultEntry cut = save({"home/large"}, began + std::chrono::milliseconds(5));
     if (!cut.items.empty()) GTEST_SKIP() << "too fast a disk to be late on";

@@ -68,21 +68,6 @@ TEST_F(WalkerTest, yieldsFilesLinksAndFolders) {
     ASSERT_EQ(::mkfifo(f.at("pipe").c_str(), 0644), 0);
     EXPECT_EQ(walked({}),
               ofAnyBytes("a bad\xff dangling sub/ sub/.DS_Stork sub/deeper/ sub/deeper/.DS_Store/ to-folder "));
-    ::chmod(f.at("a").c_str(), 06751); // some systems keep the group bit from those outside of the file's group
-    ASSERT_EQ(setModificationTime(AT_FDCWD, f.at("a").c_str(), -1'500'000'000), 0);
-    Walker::walk(f.path(), {}, [&](const Walker::Item& item) {
-        if (item.path != "a") return true;
-        struct stat status {};
-        EXPECT_EQ(::stat(f.at("a").c_str(), &status), 0);
-        EXPECT_EQ(item.entry.kind, EntryKind::file);
-        EXPECT_EQ(item.entry.mode, status.st_mode & 07777);
-        EXPECT_EQ(item.entry.mode | S_ISGID, 06751);
-        EXPECT_EQ(item.entry.size, 5);
-        EXPECT_EQ(item.entry.mtime, -1'500'000'000);
-        EXPECT_EQ(item.entry.ino, status.st_ino);
-        EXPECT_EQ(item.entry.blob, "");
-        return true;
-    });
 }
 
 TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
@@ -166,13 +151,9 @@ TEST_F(WalkerTest, gitGoesOnAnsweringBehindWhatItCannotAnswer) {
     for (const char* folder : {"module", "inTree", "tree", "tree/deep", ":!a", ":(b"})
         f.makeFolder(std::string(folder) + "/build");
     const auto ignore = GitIgnore::open(f.path());
-    for (const auto& [path, ignored] : std::map<std::string, bool>{{"module/build", false},
-                                                                   {"inTree/build", false},
-                                                                   {"tree/build", true},
-                                                                   {"tree/deep/build", true},
-                                                                   {":!a/build", true},
-                                                                   {":(b/build", true}})
-        EXPECT_EQ(ignore->isIgnored(path), ignored) << path;
+    for (const char* path : {"module/build", "inTree/build"}) EXPECT_FALSE(ignore->isIgnored(path)) << path;
+    for (const char* path : {"tree/build", "tree/deep/build", ":!a/build", ":(b/build"})
+        EXPECT_TRUE(ignore->isIgnored(path)) << path;
 }
 
 TEST_F(WalkerTest, aGitThatFailsIgnoresNothing) {
@@ -217,17 +198,6 @@ TEST_F(WalkerTest, refusesARootThatIsNoFolder) {
                                return fault("folder");
                            }),
               "can't read " + f.at("folder") + ": Permission denied");
-}
-
-TEST_F(WalkerTest, passesOverWhatItCannotRead) {
-    f.write("closed/a", "");
-    f.write("open/a", "");
-    EXPECT_EQ(unprivileged(f,
-                           [&] {
-                               ::chmod(f.at("closed").c_str(), 0);
-                               return walked({});
-                           }),
-              "closed/ open/ open/a ");
 }
 
 TEST_F(WalkerTest, tellsLeftoversFromUserFiles) {

@@ -1,6 +1,7 @@
 #include "Linux/FileFacts.hpp"
 #include "Linux/MountedVolume.hpp"
 #include "Support/TestFolders.hpp"
+#include "Support/VolumeFacts.hpp"
 
 #include "Platform/Platform.hpp"
 
@@ -61,12 +62,6 @@ int forgetOpenat2() {
     return ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 ? 0 : notPossibleHere;
 }
 
-std::string attribute(const std::string& path, const char* name) {
-    std::string value(1000, '\0');
-    const ssize_t size = ::lgetxattr(path.c_str(), name, value.data(), value.size());
-    return size < 0 ? "<none>" : value.substr(0, static_cast<std::size_t>(size));
-}
-
 class CopyTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -92,8 +87,9 @@ TEST_F(CopyTest, anAccessListDoesNotKeepOtherAttributesOut) {
     ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
     ASSERT_EQ(::chown(folder.at("volume").c_str(), nobody, nobody), 0);
     EXPECT_EQ(inChild([&] { return becomeNobody() != 0 ? notPossibleHere : copyFile(source, target, 0440); }), 0);
-    for (const char* name : {"user.a", "user.z", "user.zz"}) EXPECT_EQ(attribute(target, name), "value") << name;
-    EXPECT_EQ(attribute(target, "system.posix_acl_access"), list);
+    for (const char* name : {"user.a", "user.z", "user.zz"})
+        EXPECT_EQ(extendedAttribute(target, name), "value") << name;
+    EXPECT_EQ(extendedAttribute(target, "system.posix_acl_access"), list);
 }
 
 TEST_F(CopyTest, aFoldersDefaultListIsNotPutOnCopies) {
@@ -102,11 +98,11 @@ TEST_F(CopyTest, aFoldersDefaultListIsNotPutOnCopies) {
     folder.makeFolder("volume/shared");
     ASSERT_EQ(::setxattr(within.c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
     EXPECT_EQ(copyFile(source, within + "/file", 0640), 0);
-    EXPECT_EQ(attribute(within + "/file", "system.posix_acl_access"), "<none>");
+    EXPECT_EQ(extendedAttribute(within + "/file", "system.posix_acl_access"), "<none>");
     folder.makeFolder("volume/plain");
     EXPECT_EQ(copyTree(folder.at("volume/plain"), within + "/plain", {}), 0);
-    EXPECT_EQ(attribute(within + "/plain", "system.posix_acl_access"), "<none>");
-    EXPECT_EQ(attribute(within + "/plain", "system.posix_acl_default"), "<none>");
+    EXPECT_EQ(extendedAttribute(within + "/plain", "system.posix_acl_access"), "<none>");
+    EXPECT_EQ(extendedAttribute(within + "/plain", "system.posix_acl_default"), "<none>");
 }
 
 // In a user namespace with one user, root cannot give files to others. A copy that stays root's must not run as root.
