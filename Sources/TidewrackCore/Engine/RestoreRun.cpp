@@ -1,6 +1,5 @@
 #include "Engine/RestoreRun.hpp"
 
-#include "Engine/FlushAlongside.hpp"
 #include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -261,8 +260,6 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::vector<WriteJob> jobs = examineWrites(items);
     std::vector<Attributes> landed(jobs.size());
     std::atomic<std::size_t> done = 0;
-    std::optional<FlushAlongside> flushing;
-    if (jobs.size() > mostWrittenOutOneByOne) flushing.emplace(root_.get(), pending_);
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         if (engine_.progress) engine_.progress("restored", ++done);
         worker.memory.pending = &pending_;
@@ -270,7 +267,6 @@ void RestoreRun::write(const RestorePlan::Items& items) {
         if (error == 0 && jobs[i].unsafe.empty()) (void)!worker.project.attributes(jobs[i].item->path, landed[i]);
         return error;
     });
-    flushing.reset();
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         const std::string_view path = jobs[i].item->path;
         const std::string reason = results[i] == damaged ? "what was kept of it is damaged"

@@ -3,7 +3,6 @@
 
 #include "Engine/CloneAll.hpp"
 #include "Engine/Engine.hpp"
-#include "Engine/FlushAlongside.hpp"
 #include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
 #include "Engine/Walker.hpp"
@@ -158,8 +157,6 @@ class SnapshotRun {
         if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
         const Keeper keeper(contents.get(), maxFileSize_);
         std::atomic<std::size_t> done = 0;
-        std::optional<FlushAlongside> flushing;
-        if (jobs_.size() > mostWrittenOutOneByOne) flushing.emplace(contents.get(), pending_);
         const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
             if (passed(deadline)) return ECANCELED;
             if (progress_) progress_("kept", ++done);
@@ -167,7 +164,6 @@ class SnapshotRun {
             worker.memory.pending = &pending_;
             return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
         });
-        flushing.reset();
         for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], result);
     }
 
