@@ -4,7 +4,6 @@
 #include "Platform/Flush.hpp"
 
 #include <fcntl.h>
-#include <sys/fsctl.h>
 #include <unistd.h>
 
 #include <cerrno>
