@@ -15,7 +15,7 @@ class ExcludedFolders {
     explicit ExcludedFolders(const RestoreInput& input) : folders_(input.nestedRoots) {
         for (const Manifest* manifest : {&input.current, &input.target})
             for (const auto& item : manifest->items())
-                if (item.entry.kind == EntryKind::dir && item.entry.blob == "ign") folders_.emplace(item.path);
+                if (item.entry.isIgnoredFolder()) folders_.emplace(item.path);
     }
 
     // The path is one of them or lies in one.
@@ -30,18 +30,14 @@ class ExcludedFolders {
     std::set<std::string, std::less<>> folders_;
 };
 
-bool isIgnoredFolder(const Entry& entry) {
-    return entry.kind == EntryKind::dir && entry.blob == "ign";
-}
-
 void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, RestorePlan& plan) {
     for (const auto& item : input.current.items()) {
         if (!input.scope(item.path)) continue;
         const Entry* wanted = input.target.find(item.path);
         if (excluded.covers(item.path)) {
             // Where it was listed then, what has come since is in there unseen.
-            const bool mayHoldNew = wanted == nullptr || (wanted->kind == EntryKind::dir && !isIgnoredFolder(*wanted));
-            if (mayHoldNew && input.removeNew && isIgnoredFolder(item.entry))
+            const bool mayHoldNew = wanted == nullptr || (wanted->kind == EntryKind::dir && !wanted->isIgnoredFolder());
+            if (mayHoldNew && input.removeNew && item.entry.isIgnoredFolder())
                 plan.warnings.push_back("kept " + std::string(item.path) +
                                         "/: git ignores it, so its content isn't in history");
             continue;
@@ -96,7 +92,7 @@ RestorePlan planRestore(const RestoreInput& input) {
         const Entry* present = input.current.find(item.path);
         if (item.entry.kind != EntryKind::dir) {
             planWrite(item, present, plan);
-        } else if (!isIgnoredFolder(item.entry) && !excluded.covers(item.path)) {
+        } else if (!item.entry.isIgnoredFolder() && !excluded.covers(item.path)) {
             const bool there = present != nullptr && present->kind == EntryKind::dir;
             (there ? plan.keepFolders : plan.makeFolders).push_back(&item);
         }

@@ -383,10 +383,7 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
             warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
         } else if (files_.attributes(path, there) == 0) {
             Entry entry = entryOf(there);
-            if (before != nullptr && before->blob == "ign") { // listed as such still
-                entry.size = entry.mtime = entry.ctime = 0;
-                entry.blob = before->blob;
-            }
+            if (before != nullptr && before->isIgnoredFolder()) entry.markIgnored(); // listed as such still
             written_.insert_or_assign(std::string(path), entry);
         }
     }
@@ -396,8 +393,8 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
 // A power cut soon after must not leave empty files where the record says that all is back.
 void RestoreRun::bringToDisk() {
     if (written_.empty()) return;
-    pending_.everything = true; // names all over the project, which flushing its root alone does not bring along
-    if (const int error = flush(root_.get(), pending_))
+    // The whole volume, for names all over the project, which flushing its root alone does not bring along.
+    if (const int error = flushVolume(root_.get()))
         result_.warnings.push_back("couldn't bring what was restored to the disk for good: " + errorText(error));
     trace_.mark([] { return "flush"; });
 }
@@ -428,7 +425,7 @@ Manifest RestoreRun::manifestAfter() {
             if (item.entry.kind == EntryKind::dir) gone = item.path;
             continue;
         }
-        if (item.entry.blob == "ign") ignored.insert(item.path);
+        if (item.entry.isIgnoredFolder()) ignored.insert(item.path);
         Entry entry = item.entry;
         Attributes now;
         if (sharedInodes_.contains(entry.ino) && files_.attributes(item.path, now) == 0 && untouched(entry, now)) {

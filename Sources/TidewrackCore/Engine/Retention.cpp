@@ -157,13 +157,11 @@ void bringToDisk(const std::string& folder) {
     // for it the whole volume is flushed.
     const std::string temporary = joined(folder, temporaryName());
     Descriptor open(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    PendingWrites pending;
     int error = 0;
-    if (!open) {
-        pending.everything = true;
-        error = openFolder(folder, open);
-    }
-    if (error == 0) error = flush(open.get(), pending);
+    if (open)
+        error = flush(open.get(), PendingWrites());
+    else if ((error = openFolder(folder, open)) == 0)
+        error = flushVolume(open.get());
     (void)::unlink(temporary.c_str());
     if (error != 0) throw TidewrackError::io("write", folder, error);
 }

@@ -83,8 +83,7 @@ class Walk {
         if (!options_.skipPaths.empty() && options_.skipPaths.contains(path_)) return true;
         Walker::Item item{path_, entryOf(attributes), false};
         if (options_.isIgnored && options_.excludesIfIgnored.contains(name) && options_.isIgnored(path_)) {
-            item.entry.size = item.entry.mtime = item.entry.ctime = 0;
-            item.entry.blob = "ign";
+            item.entry.markIgnored();
             item.ignored = true;
             return body_(item);
         }

@@ -36,4 +36,8 @@ void writeOutCopy(int fd, PendingWrites& pending);
 // knows no flushing is success.
 [[nodiscard]] int flush(int fd, const PendingWrites& pending);
 
+// All that was done at all on the volume of the open file or folder `fd` is on the disk. Returns an errno value as
+// flush.
+[[nodiscard]] int flushVolume(int fd);
+
 } // namespace tidewrack

@@ -77,13 +77,14 @@ void writeOutCopy(int fd, PendingWrites& pending) {
 
 int flush(int fd, const PendingWrites& pending) {
     const Volume volume = volumeOf(fd);
-    int error = 0;
-    if (pending.everything || volume == Volume::other)
-        error = ::syncfs(fd) == 0 ? 0 : errno;
-    else
-        error = ::fsync(fd) == 0 ? 0 : errno;
-    if (error == 0 && volume == Volume::transaction && !pending.everything) error = commitTransaction(fd);
+    if (pending.everything || volume == Volume::other) return flushVolume(fd);
+    int error = ::fsync(fd) == 0 ? 0 : errno;
+    if (error == 0 && volume == Volume::transaction) error = commitTransaction(fd);
     return orSuccessWhereUnknown(error);
+}
+
+int flushVolume(int fd) {
+    return ::syncfs(fd) == 0 ? 0 : orSuccessWhereUnknown(errno);
 }
 
 } // namespace tidewrack

@@ -29,9 +29,14 @@ void writeOutCopy(int fd, PendingWrites& pending) {
 }
 
 int flush(int fd, const PendingWrites& pending) {
-    if (pending.everything && ::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // of which nothing can be told
+    if (pending.everything) return flushVolume(fd);
     if (::fcntl(fd, F_BARRIERFSYNC) == 0 || ::fcntl(fd, F_FULLFSYNC) == 0) return 0;
     return writeOut(fd);
+}
+
+int flushVolume(int fd) {
+    if (::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // of which nothing can be told
+    return flush(fd, PendingWrites());
 }
 
 } // namespace tidewrack

@@ -43,6 +43,12 @@ struct Entry {
     // The content of a file or link was kept.
     [[nodiscard]] bool isKept() const { return kind != EntryKind::dir && !notKept(); }
     [[nodiscard]] bool notKept() const { return blob.starts_with("big:") || blob.starts_with("err"); }
+    // A folder left out because git ignores it is listed without what changes as its content does.
+    [[nodiscard]] bool isIgnoredFolder() const { return kind == EntryKind::dir && blob == "ign"; }
+    void markIgnored() {
+        size = mtime = ctime = 0;
+        blob = "ign";
+    }
     // Why a content was not kept, in words; none when it was.
     [[nodiscard]] std::optional<std::string> notKeptReason() const;
 };

@@ -219,10 +219,8 @@ namespace {
 
 // What was just copied into the folder is there after a power cut as well, where the volume can do that.
 void bringToDisk(const std::string& folder) {
-    PendingWrites pending;
-    pending.everything = true;
     Descriptor open;
-    if (openFolder(folder.empty() ? "/" : folder, open) == 0) (void)!flush(open.get(), pending);
+    if (openFolder(folder.empty() ? "/" : folder, open) == 0) (void)!flushVolume(open.get());
 }
 
 } // namespace
