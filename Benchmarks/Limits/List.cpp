@@ -1,25 +1,16 @@
 #include "Listing.hpp"
+#include "Platform/Platform.hpp"
 
 #include <algorithm>
 #include <charconv>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <functional>
-#include <lzfse.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace limits {
 namespace {
-
-/// One of the compression library's functions; the library is loaded when it is first needed.
-template <class Function>
-Function compressionFunction(const char* name) {
-    static void* const library = dlopen("liblzfse.so.1", RTLD_NOW);
-    if (library == nullptr) throw std::runtime_error(dlerror());
-    return reinterpret_cast<Function>(dlsym(library, name));
-}
 
 std::string readFile(const std::string& path) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -73,14 +64,12 @@ void sortByPath(std::vector<Item>& items) {
 }
 
 Listing readList(const std::string& file) {
-    using Decode = size_t (*)(uint8_t*, size_t, const uint8_t*, size_t, void*);
-    const auto decode = compressionFunction<Decode>("lzfse_decode_buffer");
     const std::string packed = readFile(file);
     const auto* source = reinterpret_cast<const uint8_t*>(packed.data());
     std::string text(packed.size() * 8, '\0');
     size_t size = 0;
-    while ((size = decode(reinterpret_cast<uint8_t*>(text.data()), text.size(), source, packed.size(), nullptr)) ==
-           text.size())
+    while ((size = tidewrack::lzfse().decode(reinterpret_cast<uint8_t*>(text.data()), text.size(), source,
+                                             packed.size(), nullptr)) == text.size())
         text.resize(text.size() * 2);
     text.resize(size);
 
@@ -135,11 +124,9 @@ void writeList(const std::string& file, const std::vector<Item>& items) {
     }
     text.resize(static_cast<size_t>(at - text.data()));
 
-    using Encode = size_t (*)(uint8_t*, size_t, const uint8_t*, size_t, void*);
-    const auto encode = compressionFunction<Encode>("lzfse_encode_buffer");
     std::string packed(text.size() + 4096, '\0');
-    const size_t size = encode(reinterpret_cast<uint8_t*>(packed.data()), packed.size(),
-                               reinterpret_cast<const uint8_t*>(text.data()), text.size(), nullptr);
+    const size_t size = tidewrack::lzfse().encode(reinterpret_cast<uint8_t*>(packed.data()), packed.size(),
+                                                  reinterpret_cast<const uint8_t*>(text.data()), text.size(), nullptr);
     const std::string temporary = file + ".new";
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0 || write(fd, packed.data(), size) != static_cast<ssize_t>(size) || close(fd) != 0 ||

@@ -11,6 +11,10 @@ def chosen(bench, kinds):
     return [kind for kind in kinds if kind.name not in bench.options.without]
 
 
+def the(kind, everyone):
+    return next(contender for contender in everyone if isinstance(contender, kind))
+
+
 def measure_first(bench, tree, name, aims):
     """Nobody changes the tree here, so all contenders share it."""
     entries = sum(len(folders) + len(files) for _, folders, files in os.walk(tree))
@@ -23,6 +27,7 @@ def measure_first(bench, tree, name, aims):
 
 def first_snapshots(bench, label, everyone):
     place, copy = everyone[0].place, bench.options.copy.split()
+    limit = the(Limit, everyone)
     peaks, held = {}, {}
 
     def turn(contender):
@@ -38,11 +43,16 @@ def first_snapshots(bench, label, everyone):
             peaks.setdefault(contender.name, []).append(peak_in(contender.place + "/peak"))
         return Turn(contender.name, prepare, finish)
 
+    def flushed_limit(number):
+        limit.new_store(f"flushed{number}")
+        return limit.flushed(limit.first())
+
     def copy_all(number):
         return Command([*copy, everyone[0].tree, f"{place}/copy{number}"])
 
-    bench.results.row("first", f"{label}: first snapshot", [*map(turn, everyone), Turn(bench.options.copy, copy_all)],
-                      aim={"times": 1.25})
+    bench.results.row("first", f"{label}: first snapshot",
+                      [*map(turn, everyone), Turn("limit and a flush", flushed_limit),
+                       Turn(bench.options.copy, copy_all)], aim={"times": 1.25})
     bench.results.add("first", f"{label}: peak memory, first snapshot", "MB", peaks)
     if not bench.disk.shares_blocks:
         held = {contender.name: bench.disk.size(contender.store) for contender in everyone}
@@ -52,7 +62,7 @@ def first_snapshots(bench, label, everyone):
 def nothing_changed(bench, label, everyone, aims):
     for contender in everyone:
         run(contender.snap())
-    limit, git = (next(c for c in everyone if isinstance(c, kind)) for kind in (Limit, ShadowGit))
+    limit, git = the(Limit, everyone), the(ShadowGit, everyone)
     turns = [Turn(c.name, lambda _, c=c: c.snap()) for c in everyone]
     turns.append(Turn("git status", lambda _: git.shell("git status --porcelain")))
     bench.results.row("first", f"{label}: nothing changed", turns, aim={"times": 1.25})
@@ -75,7 +85,7 @@ class Rivals:
             self.everyone.append(kind(bench.options.programs, tree, bench.path("turn", kind.__name__, "stores")))
         for contender in self.everyone:
             run(contender.first())
-        self.git = next(c for c in self.everyone if isinstance(c, ShadowGit))
+        self.limit, self.git = the(Limit, self.everyone), the(ShadowGit, self.everyone)
         self.files = {contender.name: files_below(contender.tree) for contender in self.everyone}
 
     def remember(self, contender):
@@ -106,12 +116,12 @@ class Rivals:
             return (command or contender.undo)(self.states[contender.name])
         return Turn(name or contender.name, prepare, self.checked(contender))
 
-    def restore(self, contender):
+    def restore(self, contender, name=None, command=None):
         def prepare(number):
             self.remember(contender)
             gone = take_a_third_away(contender.tree, number, f"{contender.place}/trash{number}")
-            return contender.restore(self.states[contender.name], gone)
-        return Turn(contender.name, prepare, self.checked(contender))
+            return (command or contender.restore)(self.states[contender.name], gone)
+        return Turn(name or contender.name, prepare, self.checked(contender))
 
 
 def rsync_restore(bench, source):
@@ -134,4 +144,7 @@ def measure_turn(bench, source):
                       [*map(rivals.undo, undoing), rivals.undo(rivals.git, "git reset --hard", rivals.git.reset)],
                       aim={"times": 1.25})
     bench.results.row("turn", "restore after a third is gone",
-                      [*map(rivals.restore, rivals.everyone), rsync_restore(bench, source)], aim={"times": 1.3})
+                      [*map(rivals.restore, rivals.everyone),
+                       rivals.restore(rivals.limit, "limit and a flush",
+                                      lambda *state: rivals.limit.flushed(rivals.limit.restore(*state))),
+                       rsync_restore(bench, source)], aim={"times": 1.3})

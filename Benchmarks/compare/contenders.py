@@ -94,6 +94,10 @@ class Limit(Contender):
     def snap(self):
         return self.tool("snap", self.tree, self.store)
 
+    def flushed(self, command):
+        """The same, and all of it on the disk afterwards, as tidewrack leaves it."""
+        return self.command("sh", "-c", '"$@" && sync -f "$0"', self.store, *command.words)
+
     def newest(self):
         return str(max(int(name[:-5]) for name in os.listdir(self.store) if name.endswith(".list")))
 

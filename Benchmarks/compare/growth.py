@@ -3,7 +3,7 @@
 import glob
 import os
 
-from basics import chosen
+from basics import chosen, the
 from contenders import Borg, Restic, ShadowGit, Tidewrack
 from measure import Turn, allocated, output_of, run
 from records import move_back
@@ -28,7 +28,7 @@ class Growth:
         self.files = files_below(tree)
         self.lines = {contender.name: [] for contender in self.everyone}
         self.seconds = {contender.name: [] for contender in self.everyone}
-        self.git = next(c for c in self.everyone if isinstance(c, ShadowGit))
+        self.git = the(ShadowGit, self.everyone)
         for contender in self.everyone:
             run(contender.first())
         self.first_commit = self.git.newest()

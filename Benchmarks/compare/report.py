@@ -8,8 +8,8 @@ import plots
 
 COLUMNS = ("tidewrack", "limit", "shadow git", "restic", "borg")
 # What is no rival but a measure.
-MEASURES = {"limit", "walk alone", "snapshot alone", "snapshot that prunes", "snapshot of the same",
-            "program that does nothing", "/bin/true", "manifests", "contents", "records"}
+MEASURES = {"limit", "limit and a flush", "walk alone", "snapshot alone", "snapshot that prunes",
+            "snapshot of the same", "program that does nothing", "/bin/true", "manifests", "contents", "records"}
 
 INTRODUCTION = """# Benchmarks
 
@@ -51,11 +51,12 @@ PARTS = {
 The first snapshot of each store, and then snapshots of the same tree unchanged. Disk use is that of one store after
 its first snapshot. On ext4 a kept content is a copy; where blocks are shared, disk use is what the volume lost, and a
 kept content costs no more than its name and attributes. Before a snapshot with news counts, tidewrack has brought
-everything that it keeps to the disk; the limit, git and cp leave that to the system."""),
+everything that it keeps to the disk; the limit, git and cp leave that to the system. "limit and a flush" does that
+too."""),
     "turn": ("A turn of an agent", """\
 On the Linux kernel's source. The undo and the restore include the snapshot that they take first; in the
 restore a third of all files is missing, whole folders at a time. Tidewrack brings what it kept and put back to the disk;
-the limit, git and rsync do not."""),
+the limit, git and rsync do not; "limit and a flush" does."""),
     "hooks": ("Hooks", """\
 How long an agent waits for `tidewrack hook` before each shell command, as a whole process. `ls -la` needs no snapshot;
 `rm -rf` takes one. The shadow git repository stands for a shell hook that only commits."""),
