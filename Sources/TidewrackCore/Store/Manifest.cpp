@@ -113,8 +113,10 @@ const Manifest::Item& ManifestBuilder::item(Handle handle) const {
 }
 
 void ManifestBuilder::sortOthers() {
-    if (!std::is_sorted(others_.begin(), others_.end(), byPath))
-        std::stable_sort(others_.begin(), others_.end(), byPath);
+    const auto outOfOrder = [](const Manifest::Item& a, const Manifest::Item& b) { return !byPath(a, b); };
+    if (std::adjacent_find(others_.begin(), others_.end(), outOfOrder) == others_.end())
+        return; // as a manifest is read
+    std::stable_sort(others_.begin(), others_.end(), byPath);
     // Of equal paths the last one stays.
     std::size_t kept = 0;
     for (std::size_t i = 0; i < others_.size(); ++i) {

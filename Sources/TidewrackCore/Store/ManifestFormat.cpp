@@ -86,11 +86,11 @@ class Parser {
 
     template <typename Number>
     Number number() {
-        const char* start = at_;
-        while (at_ != end_ && *at_ != '\t' && *at_ != '\n') ++at_;
         Number value = 0;
-        const auto [stop, error] = std::from_chars(start, at_, value);
-        if (error != std::errc() || stop != at_ || start == at_) throw TidewrackError::corrupt("manifest number");
+        const auto [stop, error] = std::from_chars(at_, end_, value);
+        if (error != std::errc() || (stop != end_ && *stop != '\t' && *stop != '\n'))
+            throw TidewrackError::corrupt("manifest number");
+        at_ = stop;
         if (at_ != end_) ++at_;
         return value;
     }
