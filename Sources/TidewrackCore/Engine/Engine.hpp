@@ -26,6 +26,8 @@ struct SnapshotRequest {
     // After it neither the lock nor git is waited for any longer, and contents that are not kept yet stay unkept, as if
     // they could not be read: the snapshot is recorded without them, and the next one tries again.
     Deadline deadline = std::nullopt;
+    // All tracked projects, where the caller has just read the registry; else it is read.
+    const std::vector<Project>* registry = nullptr;
 };
 
 struct SnapshotResult {
@@ -77,7 +79,8 @@ class Engine {
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
                                  FolderChanges folderChanges = FolderChanges::ignored) const;
     // The roots of other tracked projects inside this one, relative to its root.
-    [[nodiscard]] std::set<std::string, std::less<>> nestedRoots(const Project& project) const;
+    [[nodiscard]] static std::set<std::string, std::less<>> nestedRoots(const Project& project,
+                                                                        const std::vector<Project>& registry);
     // Where the content of a file as of a snapshot is kept; `path` is absolute or relative to the root. None for
     // folders, links and paths that the snapshot lacks. The file may be missing: then the content was not kept.
     [[nodiscard]] std::optional<std::string> contentPath(const Project& project, std::int64_t seq,
@@ -123,7 +126,7 @@ class Engine {
     void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
                         const TakenSnapshot& safety, bool removeNew) const;
-    [[nodiscard]] std::int64_t nextSeq(const Project& project, const std::vector<std::int64_t>& seqs) const;
+    [[nodiscard]] std::int64_t nextSeq(const Project& project, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
                             const Manifest& after, Date started, std::int64_t durationMs) const;

@@ -13,7 +13,7 @@ Manifest Engine::manifestNow(const Project& project, const Manifest& older, Unkn
     const PathIndex index(older);
     ManifestBuilder builder(older);
     std::string blob;
-    walkProject(project, nestedRoots(project), [&](const Walker::Item& item) {
+    walkProject(project, nestedRoots(project, store.projects()), [&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
         Entry entry = item.entry;
         if (entry.kind != EntryKind::dir) {

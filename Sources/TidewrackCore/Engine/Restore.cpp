@@ -56,7 +56,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     const auto start = std::chrono::steady_clock::now();
     const Date started = now();
     RestoreRun run(*this, project, target, safety);
-    run.work({target, safety.manifest, scope, nestedRoots(project), removeNew});
+    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew});
     const Manifest after = run.manifestAfter();
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
@@ -80,7 +80,7 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     const Changes changes = Changes::between(safety.manifest, after);
     const auto counts = changes.fileCounts();
     SnapshotMeta meta;
-    meta.seq = nextSeq(project, store.seqs(project));
+    meta.seq = nextSeq(project, store.newestSeq(project));
     meta.created = started;
     meta.kind = "restored";
     if (before.label) meta.label = afterLabel(*before.label);

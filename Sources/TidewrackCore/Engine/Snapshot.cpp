@@ -213,14 +213,14 @@ struct Previous {
     Manifest manifest;
 };
 
-Previous loadPrevious(const Store& store, const Project& project, const std::vector<std::int64_t>& seqs,
+Previous loadPrevious(const Store& store, const Project& project, std::optional<std::int64_t> newest,
                       std::vector<std::string>& warnings) {
-    if (seqs.empty()) return {};
+    if (!newest) return {};
     try {
-        const SnapshotMeta meta = store.snapshot(project, seqs.back());
+        const SnapshotMeta meta = store.snapshot(project, *newest);
         return {meta, store.manifest(meta, project)};
     } catch (const std::exception& error) {
-        warnings.push_back("previous snapshot #" + std::to_string(seqs.back()) + " is unreadable (" + error.what() +
+        warnings.push_back("previous snapshot #" + std::to_string(*newest) + " is unreadable (" + error.what() +
                            "); taking a full one");
         return {};
     }
@@ -228,8 +228,8 @@ Previous loadPrevious(const Store& store, const Project& project, const std::vec
 
 } // namespace
 
-std::int64_t Engine::nextSeq(const Project& project, const std::vector<std::int64_t>& seqs) const {
-    const std::int64_t highest = std::max(seqs.empty() ? 0 : seqs.back(), store.highestLeftover(project));
+std::int64_t Engine::nextSeq(const Project& project, std::optional<std::int64_t> newest) const {
+    const std::int64_t highest = std::max(newest.value_or(0), store.highestLeftover(project));
     if (highest == INT64_MAX) throw TidewrackError::corrupt("no number is left for a new snapshot");
     return highest + 1;
 }
@@ -241,15 +241,15 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     TakenSnapshot taken;
     SnapshotMeta& meta = taken.result.meta;
     meta.created = now();
-    const auto seqs = store.seqs(project);
-    const Previous previous = loadPrevious(store, project, seqs, taken.result.warnings);
+    const auto newest = store.newestSeq(project);
+    const Previous previous = loadPrevious(store, project, newest, taken.result.warnings);
     trace.mark([] { return "load previous manifest"; });
 
-    meta.seq = nextSeq(project, seqs);
-    if (meta.seq > (seqs.empty() ? 0 : seqs.back()) + 1) store.markUnfinished(lock, project, meta.seq - 1);
+    meta.seq = nextSeq(project, newest);
+    if (meta.seq > newest.value_or(0) + 1) store.markUnfinished(lock, project, meta.seq - 1);
     SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
     walkProject(
-        project, nestedRoots(project),
+        project, nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects()),
         [&](const Walker::Item& item) {
             run.add(item);
             return true;
@@ -297,10 +297,10 @@ SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& r
     return std::move(taken.result);
 }
 
-std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project) const {
+std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project, const std::vector<Project>& registry) {
     std::set<std::string, std::less<>> result;
     const std::string prefix = joined(project.root, "");
-    for (const Project& other : store.projects())
+    for (const Project& other : registry)
         if (other.root != project.root && other.root.starts_with(prefix))
             result.insert(other.root.substr(prefix.size()));
     return result;

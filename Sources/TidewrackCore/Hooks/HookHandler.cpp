@@ -259,7 +259,8 @@ class HookCall {
     // --- Snapshots, time and the log ---
 
     [[nodiscard]] SnapshotRequest request(const char* kind, std::string label, const Deadline& deadline) const {
-        return {kind, std::move(label), std::string(rawValue(agent_)), event_.session, event_.turn, deadline};
+        return {kind,     std::move(label), std::string(rawValue(agent_)), event_.session, event_.turn,
+                deadline, &projects_};
     }
 
     // Returns the note on it.

@@ -27,6 +27,16 @@ std::optional<std::int64_t> parseSeq(std::string_view text) {
     return value;
 }
 
+namespace {
+
+// The number in the name of a snapshot's record; none for other files.
+std::optional<std::int64_t> recordNumber(std::string_view name) {
+    constexpr std::string_view ending = ".json";
+    return name.ends_with(ending) ? parseSeq(name.substr(0, name.size() - ending.size())) : std::nullopt;
+}
+
+} // namespace
+
 std::string homeFolder(const Environment& environment) {
     const auto found = environment.find("HOME");
     return found != environment.end() && !found->second.empty() ? found->second : homeFolderOfUser();
@@ -182,19 +192,23 @@ std::optional<Project> Store::projectContaining(const std::string& path, const s
 
 std::vector<std::int64_t> Store::seqs(const Project& project) const {
     std::vector<std::int64_t> result;
-    for (const std::string& name :
-         listFolder(projectFolder(project) + "/snapshots").value_or(std::vector<std::string>())) {
-        if (!name.ends_with(".json")) continue;
-        if (const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - 5))) result.push_back(*seq);
-    }
+    forEachName(projectFolder(project) + "/snapshots", [&](std::string_view name) {
+        if (const auto seq = recordNumber(name)) result.push_back(*seq);
+    });
     std::sort(result.begin(), result.end());
     return result;
 }
 
+std::optional<std::int64_t> Store::newestSeq(const Project& project) const {
+    std::optional<std::int64_t> newest;
+    forEachName(projectFolder(project) + "/snapshots",
+                [&](std::string_view name) { newest = std::max(newest, recordNumber(name)); }); // none is the least
+    return newest;
+}
+
 std::optional<SnapshotMeta> Store::latest(const Project& project) const {
-    const auto all = seqs(project);
-    if (all.empty()) return std::nullopt;
-    return snapshot(project, all.back());
+    const auto newest = newestSeq(project);
+    return newest ? std::optional(snapshot(project, *newest)) : std::nullopt;
 }
 
 namespace {
@@ -256,10 +270,10 @@ TextBuffer Store::manifestText(const Project& project, std::int64_t seq) const {
 std::int64_t Store::highestLeftover(const Project& project) const {
     std::int64_t highest = 0;
     for (const char* folder : {"/manifests", "/blobs"}) {
-        for (std::string name : listFolder(projectFolder(project) + folder).value_or(std::vector<std::string>())) {
-            if (name.ends_with(".mf")) name.resize(name.size() - 3);
+        forEachName(projectFolder(project) + folder, [&](std::string_view name) {
+            if (name.ends_with(".mf")) name.remove_suffix(3);
             highest = std::max(highest, parseSeq(name).value_or(0));
-        }
+        });
     }
     return highest;
 }

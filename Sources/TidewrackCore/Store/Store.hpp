@@ -59,6 +59,7 @@ class Store {
                                                                   const std::vector<Project>& projects);
 
     [[nodiscard]] std::vector<std::int64_t> seqs(const Project& project) const; // ascending
+    [[nodiscard]] std::optional<std::int64_t> newestSeq(const Project& project) const;
     [[nodiscard]] std::optional<SnapshotMeta> latest(const Project& project) const;
     [[nodiscard]] std::vector<SnapshotMeta> snapshots(const Project& project) const; // ascending
     // Throws TidewrackError noSnapshot or corrupt.

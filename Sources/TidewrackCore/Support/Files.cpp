@@ -161,14 +161,18 @@ int makeFolders(const std::string& path, mode_t mode) {
 }
 
 std::optional<std::vector<std::string>> listFolder(const std::string& path) {
-    DIR* stream = ::opendir(path.c_str());
-    if (stream == nullptr) return std::nullopt;
     std::vector<std::string> names;
-    while (const dirent* item = ::readdir(stream))
-        if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0)
-            names.emplace_back(item->d_name);
-    ::closedir(stream);
+    if (!forEachName(path, [&](std::string_view name) { names.emplace_back(name); })) return std::nullopt;
     return names;
+}
+
+bool forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
+    DIR* stream = ::opendir(path.c_str());
+    if (stream == nullptr) return false;
+    while (const dirent* item = ::readdir(stream))
+        if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) visit(item->d_name);
+    ::closedir(stream);
+    return true;
 }
 
 bool isFolder(const std::string& path) {

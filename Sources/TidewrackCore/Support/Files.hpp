@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,6 +45,8 @@ void writeUserFile(const std::string& path, std::string_view bytes, const struct
 
 // The names in a folder, without "." and "..", in the file system's order; none when it cannot be listed.
 [[nodiscard]] std::optional<std::vector<std::string>> listFolder(const std::string& path);
+// The same, handed out one by one; false when the folder cannot be listed.
+bool forEachName(const std::string& path, const std::function<void(std::string_view)>& visit);
 
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
 [[nodiscard]] bool exists(const std::string& path);   // does not follow one
