@@ -22,7 +22,7 @@ class WalkerTest : public ::testing::Test {
     // The walked paths, sorted; folders with a final "/", those that git ignores with "!".
     std::string walked(const Walker::Options& options) const {
         std::vector<std::string> paths;
-        Walker::walk(f.path(), options, [&](const Walker::Item& item) {
+        Walker(f.path(), options).walk([&](const Walker::Item& item) {
             paths.push_back(shown(item));
             return true;
         });
@@ -34,7 +34,7 @@ class WalkerTest : public ::testing::Test {
         project.root = f.path();
         project.excludes = defaultExcludes();
         std::vector<std::string> paths;
-        walkProject(project, {}, [&](const Walker::Item& item) {
+        projectWalker(project, {}).walk([&](const Walker::Item& item) {
             paths.push_back(shown(item));
             return true;
         });
@@ -74,7 +74,7 @@ TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
     for (int i = 0; i < 300; ++i) // enough folders for the second reader to take part
         f.write(std::to_string(i % 10) + "/" + std::to_string(i) + "/x/file", "");
     std::set<std::string, std::less<>> seen;
-    Walker::walk(f.path(), {}, [&](const Walker::Item& item) {
+    Walker(f.path(), {}).walk([&](const Walker::Item& item) {
         const auto slash = item.path.rfind('/');
         EXPECT_TRUE(slash == std::string_view::npos || seen.contains(item.path.substr(0, slash))) << item.path;
         EXPECT_TRUE(seen.emplace(item.path).second) << item.path;
@@ -83,7 +83,7 @@ TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
     EXPECT_EQ(seen.size(), 10U + 300 * 3);
     for (const std::size_t most : {1U, 2U, 400U}) {
         std::size_t count = 0;
-        Walker::walk(f.path(), {}, [&](const Walker::Item&) { return ++count < most; });
+        Walker(f.path(), {}).walk([&](const Walker::Item&) { return ++count < most; });
         EXPECT_EQ(count, most);
     }
     EXPECT_EQ(Walker::count(f.path(), {}, 1000), 910);
@@ -125,13 +125,13 @@ TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
     const std::string expected = ".gitignore build/! dist/ dist/a file/ file/target kept/ kept/out/ kept/out/a out/! "
                                  "sub/ sub/deeper/ sub/deeper/build/! sub/dist/! x.o/ x.o/a ";
     EXPECT_EQ(walkedProject(), expected);
-    Walker::walk(f.path(), {{}, {"build"}, [](std::string_view) { return true; }, {}, nullptr},
-                 [&](const Walker::Item& item) {
-                     if (item.path != "build") return true;
-                     EXPECT_NE(item.entry.ino, 0U);
-                     EXPECT_EQ(item.entry, (Entry{EntryKind::dir, 0755, 0, 0, 0, item.entry.ino, "ign"}));
-                     return true;
-                 });
+    Walker(f.path(), {{}, {"build"}, [](std::string_view) { return true; }, {}, nullptr})
+        .walk([&](const Walker::Item& item) {
+            if (item.path != "build") return true;
+            EXPECT_NE(item.entry.ino, 0U);
+            EXPECT_EQ(item.entry, (Entry{EntryKind::dir, 0755, 0, 0, 0, item.entry.ino, "ign"}));
+            return true;
+        });
     EXPECT_TRUE(GitIgnore::insideRepo(f.at("sub/deeper")));
     f.remove(".git");
     EXPECT_FALSE(GitIgnore::insideRepo(f.at("sub/deeper")));

@@ -325,11 +325,11 @@ class Commands {
                 return true;
             };
             if (withGit) {
-                walkProject(project, {}, body);
+                projectWalker(project, {}).walk(body);
             } else {
                 Walker::Options options;
                 options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
-                Walker::walk(project.root, options, body);
+                Walker(project.root, std::move(options)).walk(body);
             }
             const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
             char text[96];

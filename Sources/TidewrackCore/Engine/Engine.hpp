@@ -131,7 +131,8 @@ class Engine {
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
                             const Manifest& after, Date started, std::int64_t durationMs) const;
     enum class Unknown { question, livePath }; // what stands for a content that no snapshot holds
-    [[nodiscard]] Manifest manifestNow(const Project& project, const Manifest& older, Unknown unknown) const;
+    [[nodiscard]] Sides sidesNow(const Project& project, std::int64_t from, Unknown unknown) const;
+    [[nodiscard]] Sides sidesThen(const Project& project, std::int64_t from, std::int64_t to) const;
 };
 
 } // namespace tidewrack

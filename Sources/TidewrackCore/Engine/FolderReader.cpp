@@ -3,14 +3,15 @@
 #include <dirent.h>
 
 #include <cstring>
+#include <iterator>
 #include <system_error>
 
 namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t foldersBeforeHelp = 32; // a thread costs as much as reading a few dozen folders
-constexpr std::size_t mostReady = 256;        // bounds the memory that reading ahead takes
+constexpr std::size_t foldersBeforeHelp = 32;     // a thread costs as much as reading a few dozen folders
+constexpr std::size_t mostChildrenReady = 65'536; // bounds the memory that reading ahead takes
 
 } // namespace
 
@@ -23,59 +24,78 @@ FolderReader::~FolderReader() {
     if (helper_.joinable()) helper_.join();
 }
 
+void FolderReader::readAhead() {
+    if (helper_.joinable()) return;
+    try {
+        helper_ = std::thread([this] { help(); });
+    } catch (const std::system_error&) {
+        // No thread is to be had here: the caller reads alone.
+    }
+}
+
 void FolderReader::put(std::string path) {
     const std::lock_guard lock(mutex_);
     unread_.push_back(std::move(path));
-    if (helper_.joinable()) changed_.notify_one();
+    changed_.notify_one();
 }
 
 std::unique_ptr<FolderListing> FolderReader::take() {
     std::string path;
     {
         std::unique_lock lock(mutex_);
-        if (++handedOut_ == foldersBeforeHelp) startHelper();
+        if (++handedOut_ == foldersBeforeHelp) readAhead();
         changed_.wait(lock, [this] { return !ready_.empty() || !unread_.empty() || !helperReads_; });
         if (!ready_.empty()) {
             auto listing = std::move(ready_.front());
             ready_.pop_front();
-            if (ready_.size() + 1 == mostReady) changed_.notify_one();
+            const bool wasFull = readyChildren_ >= mostChildrenReady;
+            readyChildren_ -= listing->children.size();
+            if (wasFull && readyChildren_ < mostChildrenReady) changed_.notify_one();
             return listing;
         }
         if (unread_.empty()) return nullptr;
         path = std::move(unread_.back());
         unread_.pop_back();
     }
-    return read(std::move(path));
-}
-
-void FolderReader::startHelper() {
-    try {
-        helper_ = std::thread([this] { readAhead(); });
-    } catch (const std::system_error&) {
-        // No thread is to be had here: the caller reads alone.
+    auto listing = read(std::move(path), found_);
+    if (!found_.empty()) {
+        const std::lock_guard lock(mutex_);
+        addUnread(found_);
+        changed_.notify_one();
     }
+    return listing;
 }
 
-void FolderReader::readAhead() {
+void FolderReader::help() {
+    std::vector<std::string> found;
     std::unique_lock lock(mutex_);
     while (true) {
-        changed_.wait(lock, [this] { return stopping_ || (!unread_.empty() && ready_.size() < mostReady); });
+        changed_.wait(lock, [this] { return stopping_ || (!unread_.empty() && readyChildren_ < mostChildrenReady); });
         if (stopping_) return;
         std::string path = std::move(unread_.back());
         unread_.pop_back();
         helperReads_ = true;
         lock.unlock();
-        auto listing = read(std::move(path));
+        auto listing = read(std::move(path), found);
         lock.lock();
         helperReads_ = false;
+        readyChildren_ += listing->children.size();
         ready_.push_back(std::move(listing));
+        addUnread(found); // after the folder that holds them
         changed_.notify_one();
     }
 }
 
-std::unique_ptr<FolderListing> FolderReader::read(std::string path) const {
+void FolderReader::addUnread(std::vector<std::string>& found) {
+    std::move(found.begin(), found.end(), std::back_inserter(unread_));
+    found.clear();
+}
+
+std::unique_ptr<FolderListing> FolderReader::read(std::string path, std::vector<std::string>& found) const {
     auto listing = std::make_unique<FolderListing>();
     listing->path = std::move(path);
+    std::string below = listing->path.empty() ? "" : listing->path + "/";
+    const std::size_t prefix = below.size();
     Descriptor folder;
     if (openFolderBelow(root_, listing->path, folder) != 0) return listing;
     DIR* stream = ::fdopendir(folder.get());
@@ -90,6 +110,10 @@ std::unique_ptr<FolderListing> FolderReader::read(std::string path) const {
         child.nameLength = static_cast<std::uint32_t>(std::strlen(name));
         listing->names += name;
         listing->children.push_back(child);
+        if (child.attributes.kind != Attributes::Kind::folder) continue;
+        below.resize(prefix);
+        below += name;
+        if (enters_(std::string_view(below).substr(prefix), below)) found.push_back(below);
     }
     ::closedir(stream);
     return listing;

@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,31 +32,40 @@ struct FolderListing {
     }
 };
 
-// A pool of folders to be read. Folders come out in any order, each after it was put in; the caller and one helper
-// thread read them, the helper only once there is enough to do for two.
+// Reads a tree of folders, each after the one that holds it. The caller and one helper thread read them, the helper
+// only once there is enough to do for two.
 class FolderReader {
   public:
-    // `root` must stay open as long as the reader lives.
-    explicit FolderReader(int root) : root_(root) {}
+    // Whether a folder, by its name and its path, is read without being put in; called on either thread.
+    using Enters = std::function<bool(std::string_view name, std::string_view path)>;
+
+    // Begins with `root`, which must stay open as long as the reader lives.
+    FolderReader(int root, Enters enters) : root_(root), enters_(std::move(enters)), unread_{""} {}
     FolderReader(const FolderReader&) = delete;
     FolderReader& operator=(const FolderReader&) = delete;
     ~FolderReader();
 
+    // The helper begins at once, while the caller does something else.
+    void readAhead();
+    // Adds a folder that is not entered of itself.
     void put(std::string path);
-    // A folder that has been read, or null when all that was put in has come out. A folder that cannot be read has
-    // no children.
+    // A folder that has been read, or null when all have come out. A folder that cannot be read has no children.
     [[nodiscard]] std::unique_ptr<FolderListing> take();
 
   private:
-    void startHelper();
-    void readAhead();
-    [[nodiscard]] std::unique_ptr<FolderListing> read(std::string path) const;
+    void help();
+    // Appends to `found` the folders to be read next.
+    [[nodiscard]] std::unique_ptr<FolderListing> read(std::string path, std::vector<std::string>& found) const;
+    void addUnread(std::vector<std::string>& found);
 
     const int root_;
+    const Enters enters_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> unread_;
     std::deque<std::unique_ptr<FolderListing>> ready_;
+    std::size_t readyChildren_ = 0;  // in all of them
+    std::vector<std::string> found_; // the caller's
     std::size_t handedOut_ = 0;
     bool helperReads_ = false;
     bool stopping_ = false;

@@ -9,15 +9,20 @@
 
 namespace tidewrack {
 
-Manifest Engine::manifestNow(const Project& project, const Manifest& older, Unknown unknown) const {
-    const PathIndex index(older);
-    ManifestBuilder builder(older);
+Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknown unknown) const {
+    const SnapshotMeta meta = store.snapshot(project, from);
+    Walker walker = projectWalker(project, nestedRoots(project, store.projects()));
+    walker.expect(meta.files);
+    Sides result;
+    result.older = store.manifest(meta, project);
+    const PathIndex index(result.older);
+    ManifestBuilder builder(result.older);
     std::string blob;
-    walkProject(project, nestedRoots(project, store.projects()), [&](const Walker::Item& item) {
+    walker.walk([&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
         Entry entry = item.entry;
         if (entry.kind != EntryKind::dir) {
-            const Entry* before = rank == PathIndex::none ? nullptr : &older.items()[rank].entry;
+            const Entry* before = rank == PathIndex::none ? nullptr : &result.older.items()[rank].entry;
             if (before != nullptr && before->sameAttributes(entry)) {
                 entry.blob = before->blob;
             } else {
@@ -29,22 +34,22 @@ Manifest Engine::manifestNow(const Project& project, const Manifest& older, Unkn
         if (progress && (builder.size() & 1023) == 0) progress("walked", builder.size());
         return true;
     });
-    return builder.finish();
+    result.newer = builder.finish();
+    return result;
+}
+
+Engine::Sides Engine::sidesThen(const Project& project, std::int64_t from, std::int64_t to) const {
+    return {store.manifest(store.snapshot(project, from), project),
+            store.manifest(store.snapshot(project, to), project)};
 }
 
 Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
-    const Manifest older = store.manifest(store.snapshot(project, from), project);
-    const Manifest newer =
-        to ? store.manifest(store.snapshot(project, *to), project) : manifestNow(project, older, Unknown::question);
-    return Changes::between(older, newer);
+    const Sides both = to ? sidesThen(project, from, *to) : sidesNow(project, from, Unknown::question);
+    return Changes::between(both.older, both.newer);
 }
 
 Engine::Sides Engine::sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
-    Sides result;
-    result.older = store.manifest(store.snapshot(project, from), project);
-    result.newer = to ? store.manifest(store.snapshot(project, *to), project)
-                      : manifestNow(project, result.older, Unknown::livePath);
-    return result;
+    return to ? sidesThen(project, from, *to) : sidesNow(project, from, Unknown::livePath);
 }
 
 std::vector<FileChange> Engine::fileChanges(const Project& project, std::int64_t from,

@@ -213,11 +213,13 @@ struct Previous {
     Manifest manifest;
 };
 
-Previous loadPrevious(const Store& store, const Project& project, std::optional<std::int64_t> newest,
+// The walker is told how much it will meet, so that it can begin meanwhile.
+Previous loadPrevious(const Store& store, const Project& project, std::optional<std::int64_t> newest, Walker& walker,
                       std::vector<std::string>& warnings) {
     if (!newest) return {};
     try {
         const SnapshotMeta meta = store.snapshot(project, *newest);
+        walker.expect(meta.files);
         return {meta, store.manifest(meta, project)};
     } catch (const std::exception& error) {
         warnings.push_back("previous snapshot #" + std::to_string(*newest) + " is unreadable (" + error.what() +
@@ -242,19 +244,18 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     SnapshotMeta& meta = taken.result.meta;
     meta.created = now();
     const auto newest = store.newestSeq(project);
-    const Previous previous = loadPrevious(store, project, newest, taken.result.warnings);
+    const auto nested = nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects());
+    Walker walker = projectWalker(project, nested, &taken.leftovers, request.deadline);
+    const Previous previous = loadPrevious(store, project, newest, walker, taken.result.warnings);
     trace.mark([] { return "load previous manifest"; });
 
     meta.seq = nextSeq(project, newest);
     if (meta.seq > newest.value_or(0) + 1) store.markUnfinished(lock, project, meta.seq - 1);
     SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
-    walkProject(
-        project, nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects()),
-        [&](const Walker::Item& item) {
-            run.add(item);
-            return true;
-        },
-        &taken.leftovers, request.deadline);
+    walker.walk([&](const Walker::Item& item) {
+        run.add(item);
+        return true;
+    });
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
     ContentFolder contents(store.blobPath(project, std::to_string(meta.seq)));

@@ -2,6 +2,7 @@
 // The listing of a project folder: one item per file, symbolic link and folder, with the attributes that a manifest
 // records. Links are never followed and the process's working folder never changes.
 
+#include "Engine/FolderReader.hpp"
 #include "Store/Manifest.hpp"
 #include "Store/Records.hpp"
 #include "Support/Deadline.hpp"
@@ -10,7 +11,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 namespace tidewrack {
@@ -22,13 +22,15 @@ namespace tidewrack {
 
 using NameSet = std::set<std::string, std::less<>>;
 
-struct Walker {
-
+class Walker {
+  public:
     struct Item {
         std::string_view path; // relative to the root; valid during the call only
         Entry entry;
         bool ignored = false; // a folder left out because git ignores it: size and times 0, blob "ign"
     };
+    // Returns whether the walk goes on.
+    using Body = std::function<bool(const Item&)>;
 
     struct Options {
         NameSet excludes;
@@ -38,18 +40,36 @@ struct Walker {
         std::vector<std::string>* leftovers = nullptr;   // receives the temporaries of interrupted restores
     };
 
-    // Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
-    // when it returns false. Sub-folders and items that cannot be read are passed over in silence.
     // Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
-    static void walk(const std::string& root, const Options& options, const std::function<bool(const Item&)>& body);
+    Walker(const std::string& root, Options options);
 
-    // Counts the items that walk yields with the given excluded names; gives up at `limit` + 1.
+    // A caller that has something else to do before it walks says how many files it expects: where they are many, a
+    // second thread begins to read them at once.
+    void expect(std::int64_t files);
+    // Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
+    // when it returns false. Sub-folders and items that cannot be read are passed over in silence. Once.
+    void walk(const Body& body);
+
+    // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
     [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
+
+  private:
+    bool yieldChildren(const FolderListing& listing, const Body& body);
+    bool yieldFile(std::string_view name, const Attributes& attributes, const Body& body);
+    bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
+    [[nodiscard]] bool leavesOut(std::string_view name, std::string_view path) const;
+    [[nodiscard]] bool asksGit(std::string_view name) const;
+
+    const Options options_;
+    const Descriptor root_;
+    std::string path_; // of the item at hand
+    FolderReader reader_;
 };
 
-// The walk that the engine uses for a tracked project: its own exclusions, with git asked where there is a
+// The walker that the engine uses for a tracked project: its own exclusions, with git asked where there is a
 // repository and answers before the deadline. `skipping` holds the roots of nested projects.
-void walkProject(const Project& project, const NameSet& skipping, const std::function<bool(const Walker::Item&)>& body,
-                 std::vector<std::string>* leftovers = nullptr, const Deadline& deadline = std::nullopt);
+[[nodiscard]] Walker projectWalker(const Project& project, const NameSet& skipping,
+                                   std::vector<std::string>* leftovers = nullptr,
+                                   const Deadline& deadline = std::nullopt);
 
 } // namespace tidewrack
