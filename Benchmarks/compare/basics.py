@@ -117,11 +117,13 @@ class Rivals:
         return Turn(name or contender.name, prepare, self.checked(contender))
 
     def restore(self, contender, name=None, command=None):
+        title = name or contender.name
+
         def prepare(number):
             self.remember(contender)
-            gone = take_a_third_away(contender.tree, number, f"{contender.place}/trash{number}")
+            gone = take_a_third_away(contender.tree, number, f"{contender.place}/trash of {title}{number}")
             return (command or contender.restore)(self.states[contender.name], gone)
-        return Turn(name or contender.name, prepare, self.checked(contender))
+        return Turn(title, prepare, self.checked(contender))
 
 
 def rsync_restore(bench, source):
