@@ -21,8 +21,16 @@ class WalkerTest : public ::testing::Test {
   protected:
     // The walked paths, sorted; folders with a final "/", those that git ignores with "!".
     std::string walked(const Walker::Options& options) const {
+        std::string found = walked(options, 0);
+        EXPECT_EQ(walked(options, INT64_MAX), found) << "a second thread that begins at once makes no difference";
+        return found;
+    }
+
+    std::string walked(const Walker::Options& options, std::int64_t expected) const {
         std::vector<std::string> paths;
-        Walker(f.path(), options).walk([&](const Walker::Item& item) {
+        Walker walker(f.path(), options);
+        walker.expect(expected);
+        walker.walk([&](const Walker::Item& item) {
             paths.push_back(shown(item));
             return true;
         });
@@ -34,7 +42,7 @@ class WalkerTest : public ::testing::Test {
         project.root = f.path();
         project.excludes = defaultExcludes();
         std::vector<std::string> paths;
-        projectWalker(project, {}).walk([&](const Walker::Item& item) {
+        projectWalker(project, {})->walk([&](const Walker::Item& item) {
             paths.push_back(shown(item));
             return true;
         });
@@ -42,7 +50,8 @@ class WalkerTest : public ::testing::Test {
     }
 
     static std::string shown(const Walker::Item& item) {
-        return std::string(item.path) + (item.entry.kind == EntryKind::dir ? "/" : "") + (item.ignored ? "!" : "");
+        return std::string(item.path) + (item.entry.kind == EntryKind::dir ? "/" : "") +
+               (item.entry.isIgnoredFolder() ? "!" : "");
     }
 
     static std::string text(std::vector<std::string> paths) {
@@ -73,18 +82,25 @@ TEST_F(WalkerTest, yieldsFilesLinksAndFolders) {
 TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
     for (int i = 0; i < 300; ++i) // enough folders for the second reader to take part
         f.write(std::to_string(i % 10) + "/" + std::to_string(i) + "/x/file", "");
-    std::set<std::string, std::less<>> seen;
-    Walker(f.path(), {}).walk([&](const Walker::Item& item) {
-        const auto slash = item.path.rfind('/');
-        EXPECT_TRUE(slash == std::string_view::npos || seen.contains(item.path.substr(0, slash))) << item.path;
-        EXPECT_TRUE(seen.emplace(item.path).second) << item.path;
-        return true;
-    });
-    EXPECT_EQ(seen.size(), 10U + 300 * 3);
-    for (const std::size_t most : {1U, 2U, 400U}) {
-        std::size_t count = 0;
-        Walker(f.path(), {}).walk([&](const Walker::Item&) { return ++count < most; });
-        EXPECT_EQ(count, most);
+    for (const std::int64_t expected : {std::int64_t{0}, INT64_MAX}) {
+        std::set<std::string, std::less<>> seen;
+        Walker walker(f.path(), {});
+        walker.expect(expected);
+        walker.walk([&](const Walker::Item& item) {
+            const auto slash = item.path.rfind('/');
+            EXPECT_TRUE(slash == std::string_view::npos || seen.contains(item.path.substr(0, slash))) << item.path;
+            EXPECT_TRUE(seen.emplace(item.path).second) << item.path;
+            return true;
+        });
+        EXPECT_EQ(seen.size(), 10U + 300 * 3);
+        for (const std::size_t most : {1U, 2U, 400U}) {
+            std::size_t count = 0;
+            Walker stopped(f.path(), {});
+            stopped.expect(expected);
+            stopped.walk([&](const Walker::Item&) { return ++count < most; });
+            EXPECT_EQ(count, most);
+        }
+        Walker(f.path(), {}).expect(expected); // and never walks
     }
     EXPECT_EQ(Walker::count(f.path(), {}, 1000), 910);
     EXPECT_EQ(Walker::count(f.path(), {}, 910), 910);
@@ -113,7 +129,7 @@ TEST_F(WalkerTest, leavesOutNamesAndSkippedPaths) {
     };
     EXPECT_EQ(walked(options),
               "build/! link/ link/node_modules other/ other/node_modules sub/ sub/nested/ sub/nested/a ");
-    EXPECT_EQ(asked, std::vector<std::string>{"build"});
+    EXPECT_EQ(asked, (std::vector<std::string>{"build", "build"})) << "once in each walk";
 }
 
 TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
@@ -208,8 +224,8 @@ TEST_F(WalkerTest, tellsLeftoversFromUserFiles) {
     Walker::Options options;
     std::vector<std::string> leftovers;
     options.leftovers = &leftovers;
-    EXPECT_EQ(walked(options), ".tidewrack- .tidewrack--1-2 .tidewrack-12 .tidewrack-12- .tidewrack-12-3x "
-                               ".tidewrack-9-9/ .tidewrack-x-1 sub/ ");
+    EXPECT_EQ(walked(options, 0), ".tidewrack- .tidewrack--1-2 .tidewrack-12 .tidewrack-12- .tidewrack-12-3x "
+                                  ".tidewrack-9-9/ .tidewrack-x-1 sub/ ");
     std::sort(leftovers.begin(), leftovers.end());
     EXPECT_EQ(leftovers, (std::vector<std::string>{".tidewrack-12-3", "sub/.tidewrack-1-0"}));
 }

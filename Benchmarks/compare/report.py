@@ -16,7 +16,8 @@ INTRODUCTION = """# Benchmarks
 Tidewrack beside the limit of the machine and beside what else people use: written by `scripts/bench`, not by hand.
 
 - **limit**: a bare program with two threads that makes the necessary system calls and checks nothing
-  (`Benchmarks/Limits`). A ratio is tidewrack's figure divided by it.
+  (`Benchmarks/Limits`). A ratio is tidewrack's figure divided by it. It reads its newest list first and walks then;
+  tidewrack begins to walk meanwhile, so it can be faster.
 - **shadow git**: a git repository outside of the project, as the checkpoints of some agents are; a snapshot is
   `git add -A -f` and a commit. It keeps neither times nor most mode bits, and no empty folders.
 - **restic** and **borg**: backup programs. They compress, find equal contents, and check what they wrote; restic always

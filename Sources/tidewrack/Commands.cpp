@@ -325,7 +325,7 @@ class Commands {
                 return true;
             };
             if (withGit) {
-                projectWalker(project, {}).walk(body);
+                projectWalker(project, {})->walk(body);
             } else {
                 Walker::Options options;
                 options.excludes = NameSet(project.excludes.begin(), project.excludes.end());

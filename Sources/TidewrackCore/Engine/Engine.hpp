@@ -26,7 +26,8 @@ struct SnapshotRequest {
     // After it neither the lock nor git is waited for any longer, and contents that are not kept yet stay unkept, as if
     // they could not be read: the snapshot is recorded without them, and the next one tries again.
     Deadline deadline = std::nullopt;
-    // All tracked projects, where the caller has just read the registry; else it is read.
+    // All tracked projects, where the caller has just read the registry and keeps them for the call; else it is read.
+    // One that is tracked inside this project since then is still listed as a part of it, as in every older snapshot.
     const std::vector<Project>* registry = nullptr;
 };
 

@@ -10,8 +10,12 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t foldersBeforeHelp = 32;     // a thread costs as much as reading a few dozen folders
-constexpr std::size_t mostChildrenReady = 65'536; // bounds the memory that reading ahead takes
+constexpr std::size_t foldersBeforeHelp = 32;  // a thread costs as much as reading a few dozen folders
+constexpr std::size_t mostItemsReady = 65'536; // bounds the memory of what waits for the caller
+
+std::size_t itemsOf(const FolderListing& listing) {
+    return listing.children.size() + 1;
+}
 
 } // namespace
 
@@ -39,6 +43,8 @@ void FolderReader::put(std::string path) {
     changed_.notify_one();
 }
 
+// At most one of the two threads waits at a time, so one notification is enough: the caller waits only while the helper
+// reads.
 std::unique_ptr<FolderListing> FolderReader::take() {
     std::string path;
     {
@@ -48,9 +54,9 @@ std::unique_ptr<FolderListing> FolderReader::take() {
         if (!ready_.empty()) {
             auto listing = std::move(ready_.front());
             ready_.pop_front();
-            const bool wasFull = readyChildren_ >= mostChildrenReady;
-            readyChildren_ -= listing->children.size();
-            if (wasFull && readyChildren_ < mostChildrenReady) changed_.notify_one();
+            const bool wasFull = readyItems_ >= mostItemsReady;
+            readyItems_ -= itemsOf(*listing);
+            if (wasFull && readyItems_ < mostItemsReady) changed_.notify_one();
             return listing;
         }
         if (unread_.empty()) return nullptr;
@@ -58,7 +64,7 @@ std::unique_ptr<FolderListing> FolderReader::take() {
         unread_.pop_back();
     }
     auto listing = read(std::move(path), found_);
-    if (!found_.empty()) {
+    if (!found_.empty()) { // the caller is done with this folder before it takes one of these
         const std::lock_guard lock(mutex_);
         addUnread(found_);
         changed_.notify_one();
@@ -70,7 +76,7 @@ void FolderReader::help() {
     std::vector<std::string> found;
     std::unique_lock lock(mutex_);
     while (true) {
-        changed_.wait(lock, [this] { return stopping_ || (!unread_.empty() && readyChildren_ < mostChildrenReady); });
+        changed_.wait(lock, [this] { return stopping_ || (!unread_.empty() && readyItems_ < mostItemsReady); });
         if (stopping_) return;
         std::string path = std::move(unread_.back());
         unread_.pop_back();
@@ -79,7 +85,7 @@ void FolderReader::help() {
         auto listing = read(std::move(path), found);
         lock.lock();
         helperReads_ = false;
-        readyChildren_ += listing->children.size();
+        readyItems_ += itemsOf(*listing);
         ready_.push_back(std::move(listing));
         addUnread(found); // after the folder that holds them
         changed_.notify_one();

@@ -33,7 +33,7 @@ struct FolderListing {
 };
 
 // Reads a tree of folders, each after the one that holds it. The caller and one helper thread read them, the helper
-// only once there is enough to do for two.
+// from readAhead() on, or once enough folders show that there is work for two.
 class FolderReader {
   public:
     // Whether a folder, by its name and its path, is read without being put in; called on either thread.
@@ -45,9 +45,10 @@ class FolderReader {
     FolderReader& operator=(const FolderReader&) = delete;
     ~FolderReader();
 
-    // The helper begins at once, while the caller does something else.
+    // Starts the helper, so that it reads while the caller does something else. Does nothing where it runs already or
+    // no thread is to be had.
     void readAhead();
-    // Adds a folder that is not entered of itself.
+    // Adds a folder that is not entered of itself, after the one that holds it has come out.
     void put(std::string path);
     // A folder that has been read, or null when all have come out. A folder that cannot be read has no children.
     [[nodiscard]] std::unique_ptr<FolderListing> take();
@@ -64,8 +65,8 @@ class FolderReader {
     std::condition_variable changed_;
     std::vector<std::string> unread_;
     std::deque<std::unique_ptr<FolderListing>> ready_;
-    std::size_t readyChildren_ = 0;  // in all of them
-    std::vector<std::string> found_; // the caller's
+    std::size_t readyItems_ = 0;     // the folders in it and their children
+    std::vector<std::string> found_; // in the folder that the caller read last; kept for its memory
     std::size_t handedOut_ = 0;
     bool helperReads_ = false;
     bool stopping_ = false;

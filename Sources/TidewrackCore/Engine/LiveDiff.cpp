@@ -11,14 +11,14 @@ namespace tidewrack {
 
 Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknown unknown) const {
     const SnapshotMeta meta = store.snapshot(project, from);
-    Walker walker = projectWalker(project, nestedRoots(project, store.projects()));
-    walker.expect(meta.files);
+    const auto walker = projectWalker(project, nestedRoots(project, store.projects()));
+    walker->expect(meta.files);
     Sides result;
     result.older = store.manifest(meta, project);
     const PathIndex index(result.older);
     ManifestBuilder builder(result.older);
     std::string blob;
-    walker.walk([&](const Walker::Item& item) {
+    walker->walk([&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
         Entry entry = item.entry;
         if (entry.kind != EntryKind::dir) {

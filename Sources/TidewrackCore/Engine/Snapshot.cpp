@@ -245,17 +245,18 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     meta.created = now();
     const auto newest = store.newestSeq(project);
     const auto nested = nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects());
-    Walker walker = projectWalker(project, nested, &taken.leftovers, request.deadline);
-    const Previous previous = loadPrevious(store, project, newest, walker, taken.result.warnings);
+    auto walker = projectWalker(project, nested, &taken.leftovers, request.deadline);
+    const Previous previous = loadPrevious(store, project, newest, *walker, taken.result.warnings);
     trace.mark([] { return "load previous manifest"; });
 
     meta.seq = nextSeq(project, newest);
     if (meta.seq > newest.value_or(0) + 1) store.markUnfinished(lock, project, meta.seq - 1);
     SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
-    walker.walk([&](const Walker::Item& item) {
+    walker->walk([&](const Walker::Item& item) {
         run.add(item);
         return true;
     });
+    walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
     ContentFolder contents(store.blobPath(project, std::to_string(meta.seq)));

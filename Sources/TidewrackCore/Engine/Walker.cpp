@@ -1,6 +1,5 @@
 #include "Engine/Walker.hpp"
 
-#include "Engine/FolderReader.hpp"
 #include "Engine/GitIgnore.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -49,7 +48,7 @@ Walker::Walker(const std::string& root, Options options)
       }) {}
 
 void Walker::expect(std::int64_t files) {
-    constexpr std::int64_t filesForTwo = 2000; // a thread costs as much as reading a few dozen folders
+    constexpr std::int64_t filesForTwo = 2000; // fewer are read before a second thread is of use
     if (files >= filesForTwo) reader_.readAhead();
 }
 
@@ -80,16 +79,15 @@ bool Walker::yieldFile(std::string_view name, const Attributes& attributes, cons
         if (options_.leftovers != nullptr) options_.leftovers->push_back(path_);
         return true;
     }
-    return body({path_, entryOf(attributes), false});
+    return body({path_, entryOf(attributes)});
 }
 
 bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, const Body& body) {
     if (leavesOut(name, path_)) return true;
-    Item item{path_, entryOf(attributes), false};
+    Item item{path_, entryOf(attributes)};
     const bool asks = asksGit(name);
     if (asks && options_.isIgnored(path_)) {
         item.entry.markIgnored();
-        item.ignored = true;
         return body(item);
     }
     if (!body(item)) return false;
@@ -113,8 +111,8 @@ std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std
     return count;
 }
 
-Walker projectWalker(const Project& project, const NameSet& skipping, std::vector<std::string>* leftovers,
-                     const Deadline& deadline) {
+std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
+                                      std::vector<std::string>* leftovers, const Deadline& deadline) {
     const auto& ifIgnored = project.excludesIfIgnored ? *project.excludesIfIgnored : defaultExcludesIfIgnored();
     Walker::Options options;
     options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
@@ -123,7 +121,7 @@ Walker projectWalker(const Project& project, const NameSet& skipping, std::vecto
     options.leftovers = leftovers;
     if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, deadline))
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
-    return {project.root, std::move(options)};
+    return std::make_unique<Walker>(project.root, std::move(options));
 }
 
 } // namespace tidewrack

@@ -8,6 +8,7 @@
 #include "Support/Deadline.hpp"
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -27,7 +28,6 @@ class Walker {
     struct Item {
         std::string_view path; // relative to the root; valid during the call only
         Entry entry;
-        bool ignored = false; // a folder left out because git ignores it: size and times 0, blob "ign"
     };
     // Returns whether the walk goes on.
     using Body = std::function<bool(const Item&)>;
@@ -68,8 +68,8 @@ class Walker {
 
 // The walker that the engine uses for a tracked project: its own exclusions, with git asked where there is a
 // repository and answers before the deadline. `skipping` holds the roots of nested projects.
-[[nodiscard]] Walker projectWalker(const Project& project, const NameSet& skipping,
-                                   std::vector<std::string>* leftovers = nullptr,
-                                   const Deadline& deadline = std::nullopt);
+[[nodiscard]] std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
+                                                    std::vector<std::string>* leftovers = nullptr,
+                                                    const Deadline& deadline = std::nullopt);
 
 } // namespace tidewrack

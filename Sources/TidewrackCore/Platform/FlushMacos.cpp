@@ -16,6 +16,12 @@ int orSuccessWhereUnknown(int error) {
     return error == EINVAL || error == ENOSYS || error == ENOTTY || error == ENOTSUP ? 0 : error;
 }
 
+// The file, and everything before it, in that order.
+int flushFile(int fd) {
+    if (::fcntl(fd, F_BARRIERFSYNC) == 0 || ::fcntl(fd, F_FULLFSYNC) == 0) return 0;
+    return writeOut(fd);
+}
+
 } // namespace
 
 int writeOut(int fd) {
@@ -29,14 +35,12 @@ void writeOutCopy(int fd, PendingWrites& pending) {
 }
 
 int flush(int fd, const PendingWrites& pending) {
-    if (pending.everything) return flushVolume(fd);
-    if (::fcntl(fd, F_BARRIERFSYNC) == 0 || ::fcntl(fd, F_FULLFSYNC) == 0) return 0;
-    return writeOut(fd);
+    return pending.everything ? flushVolume(fd) : flushFile(fd);
 }
 
 int flushVolume(int fd) {
     if (::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // of which nothing can be told
-    return flush(fd, PendingWrites());
+    return flushFile(fd);
 }
 
 } // namespace tidewrack

@@ -115,7 +115,7 @@ const Manifest::Item& ManifestBuilder::item(Handle handle) const {
 void ManifestBuilder::sortOthers() {
     const auto outOfOrder = [](const Manifest::Item& a, const Manifest::Item& b) { return !byPath(a, b); };
     if (std::adjacent_find(others_.begin(), others_.end(), outOfOrder) == others_.end())
-        return; // as a manifest is read
+        return; // as a manifest's lines are
     std::stable_sort(others_.begin(), others_.end(), byPath);
     // Of equal paths the last one stays.
     std::size_t kept = 0;

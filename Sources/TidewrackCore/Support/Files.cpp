@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace tidewrack {
 
@@ -167,11 +168,10 @@ std::optional<std::vector<std::string>> listFolder(const std::string& path) {
 }
 
 bool forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
-    DIR* stream = ::opendir(path.c_str());
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(path.c_str()), &::closedir);
     if (stream == nullptr) return false;
-    while (const dirent* item = ::readdir(stream))
+    while (const dirent* item = ::readdir(stream.get()))
         if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) visit(item->d_name);
-    ::closedir(stream);
     return true;
 }
 
