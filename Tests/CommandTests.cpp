@@ -68,6 +68,7 @@ TEST_F(CommandTest, usageErrors) {
     }
     EXPECT_EQ(fault({"diff", "1", "y"}), "second snapshot must be a snapshot number, got y");
     EXPECT_EQ(fault({"cat", "1"}), "missing path");
+    EXPECT_EQ(fault({"restore", "1", ""}), "missing path");
     EXPECT_EQ(fault({"cat", "1", "nope"}), "nope isn't in snapshot #1");
     EXPECT_EQ(fault({"cat", "1", "/etc/passwd"}), "/etc/passwd is outside " + world.projectPath() + ".");
     for (const char* number : {"77", "-3", "+77", "#0"}) {

@@ -1,5 +1,4 @@
 #include "Support/TestHistory.hpp"
-#include "Support/VolumeFacts.hpp"
 
 #include "Engine/GitIgnore.hpp"
 #include "Engine/Walker.hpp"
@@ -57,19 +56,6 @@ class WalkerTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(WalkerTest, yieldsFilesLinksAndFolders) {
-    f.write("a", "12345");
-    f.write("sub/.DS_Store", "");
-    f.makeFolder("sub/deeper/.DS_Store");
-    f.link("dangling", "nowhere");
-    f.link("to-folder", "sub");
-    f.write(ofAnyBytes("bad\xff"), "");
-    f.write("sub/.DS_Stork", "");
-    ASSERT_EQ(::mkfifo(f.at("pipe").c_str(), 0644), 0);
-    EXPECT_EQ(walked({}),
-              ofAnyBytes("a bad\xff dangling sub/ sub/.DS_Stork sub/deeper/ sub/deeper/.DS_Store/ to-folder "));
-}
-
 TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
     for (int i = 0; i < 300; ++i) // enough folders for the second reader to take part
         f.write(std::to_string(i % 10) + "/" + std::to_string(i) + "/x/file", "");
@@ -90,30 +76,6 @@ TEST_F(WalkerTest, foldersComeBeforeTheirContents) {
     EXPECT_EQ(Walker::count(f.path(), {}, 910), 910);
     EXPECT_EQ(Walker::count(f.path(), {}, 50), 51);
     EXPECT_EQ(Walker::count(f.path(), {"x"}, 1000), 310);
-}
-
-TEST_F(WalkerTest, leavesOutNamesAndSkippedPaths) {
-    f.write("node_modules/a", "");
-    f.write("sub/node_modules/a", "");
-    f.write("other/node_modules", "a file of that name");
-    f.link("link/node_modules", "..");
-    f.write("nested/a", "");
-    f.write("sub/nested/a", "");
-    f.write("build/a", "");
-    Walker::Options options;
-    options.excludes = {"node_modules"};
-    options.excludesIfIgnored = {"build"}; // nobody to ask
-    options.skipPaths = {"nested", "sub/nest"};
-    EXPECT_EQ(walked(options),
-              "build/ build/a link/ link/node_modules other/ other/node_modules sub/ sub/nested/ sub/nested/a ");
-    std::vector<std::string> asked;
-    options.isIgnored = [&](std::string_view path) {
-        asked.emplace_back(path);
-        return true;
-    };
-    EXPECT_EQ(walked(options),
-              "build/! link/ link/node_modules other/ other/node_modules sub/ sub/nested/ sub/nested/a ");
-    EXPECT_EQ(asked, std::vector<std::string>{"build"});
 }
 
 TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
@@ -183,21 +145,13 @@ TEST_F(WalkerTest, waitsForGitNoLongerThanItMay) {
 }
 
 TEST_F(WalkerTest, refusesARootThatIsNoFolder) {
-    f.write("file", "");
     f.makeFolder("folder");
     f.link("link", "folder");
     const auto fault = [&](const std::string& name) {
         return thrownBy([&] { return Walker::count(f.at(name), {}, 1); });
     };
-    EXPECT_EQ(fault("file"), f.at("file") + " is no longer a folder (it's a symlink or file now).");
     EXPECT_EQ(fault("link"), f.at("link") + " is no longer a folder (it's a symlink or file now).");
     EXPECT_EQ(fault("gone"), "can't read " + f.at("gone") + ": No such file or directory");
-    EXPECT_EQ(unprivileged(f,
-                           [&] {
-                               ::chmod(f.at("folder").c_str(), 0);
-                               return fault("folder");
-                           }),
-              "can't read " + f.at("folder") + ": Permission denied");
 }
 
 TEST_F(WalkerTest, tellsLeftoversFromUserFiles) {
