@@ -1,7 +1,6 @@
 #include "Linux/FileFacts.hpp"
 #include "Linux/MountedVolume.hpp"
 #include "Support/TestFolders.hpp"
-#include "Support/VolumeFacts.hpp"
 
 #include "Platform/Platform.hpp"
 
@@ -13,7 +12,6 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <sys/xattr.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -80,29 +78,27 @@ class CopyTest : public ::testing::Test {
 // The list allows its owner only to read: what comes after it could no longer be written.
 TEST_F(CopyTest, anAccessListDoesNotKeepOtherAttributesOut) {
     const std::string list = accessList(4, 4);
-    ASSERT_EQ(::setxattr(source.c_str(), "system.posix_acl_access", list.data(), list.size(), 0), 0);
-    for (const char* name : {"user.a", "user.z", "user.zz"})
-        ASSERT_EQ(::setxattr(source.c_str(), name, "value", 5, 0), 0);
+    setAttribute(source, "system.posix_acl_access", list);
+    for (const char* name : {"user.a", "user.z", "user.zz"}) setAttribute(source, name, "value");
     ASSERT_EQ(::chown(source.c_str(), nobody, nobody), 0);
     ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
     ASSERT_EQ(::chown(folder.at("volume").c_str(), nobody, nobody), 0);
     EXPECT_EQ(inChild([&] { return becomeNobody() != 0 ? notPossibleHere : copyFile(source, target, 0440); }), 0);
-    for (const char* name : {"user.a", "user.z", "user.zz"})
-        EXPECT_EQ(extendedAttribute(target, name), "value") << name;
-    EXPECT_EQ(extendedAttribute(target, "system.posix_acl_access"), list);
+    for (const char* name : {"user.a", "user.z", "user.zz"}) EXPECT_EQ(attribute(target, name), "value") << name;
+    EXPECT_EQ(attribute(target, "system.posix_acl_access"), list);
 }
 
 TEST_F(CopyTest, aFoldersDefaultListIsNotPutOnCopies) {
     const std::string list = accessList(6, 6);
     const std::string within = folder.at("volume/shared");
     folder.makeFolder("volume/shared");
-    ASSERT_EQ(::setxattr(within.c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
+    setAttribute(within, "system.posix_acl_default", list);
     EXPECT_EQ(copyFile(source, within + "/file", 0640), 0);
-    EXPECT_EQ(extendedAttribute(within + "/file", "system.posix_acl_access"), "<none>");
+    EXPECT_EQ(attribute(within + "/file", "system.posix_acl_access"), "<none>");
     folder.makeFolder("volume/plain");
     EXPECT_EQ(copyTree(folder.at("volume/plain"), within + "/plain", {}), 0);
-    EXPECT_EQ(extendedAttribute(within + "/plain", "system.posix_acl_access"), "<none>");
-    EXPECT_EQ(extendedAttribute(within + "/plain", "system.posix_acl_default"), "<none>");
+    EXPECT_EQ(attribute(within + "/plain", "system.posix_acl_access"), "<none>");
+    EXPECT_EQ(attribute(within + "/plain", "system.posix_acl_default"), "<none>");
 }
 
 // In a user namespace with one user, root cannot give files to others. A copy that stays root's must not run as root.

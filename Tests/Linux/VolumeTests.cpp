@@ -12,9 +12,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/xattr.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -101,10 +99,6 @@ bool tellsExtents(const VolumeKind& kind) {
 void setTime(const std::string& path, std::int64_t seconds, long nanoseconds) {
     const timespec times[2] = {{0, UTIME_NOW}, {seconds, nanoseconds}};
     EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
-}
-
-void setAttribute(const std::string& path, const char* name, const std::string& value) {
-    EXPECT_EQ(::lsetxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << name << std::strerror(errno);
 }
 
 // Files with everything that a copy could lose.
@@ -221,48 +215,6 @@ TEST_P(VolumeTest, everythingAboutAFileComesBack) {
         EXPECT_EQ(copyTree(on->project(), f.at(copy), {}), 0);
         EXPECT_EQ(factsOf(f.at(copy)), factsOfCopy) << copy;
         EXPECT_LT(allocated(f.at(copy) + "/holes"), static_cast<std::int64_t>(mebibyte));
-    }
-}
-
-TEST_P(VolumeTest, aFileThatGrowsMeanwhileIsKeptWholeOrNotAtAll) {
-    const std::string pattern = contentFrom(7, 24 * mebibyte);
-    constexpr std::size_t step = 200'000;
-    on->write("log", pattern.substr(0, 8 * mebibyte));
-    on->world.ok({"track"});
-    std::atomic<bool> stop = false;
-    std::atomic<std::size_t> size = 8 * mebibyte;
-    std::thread writer([&] {
-        const Descriptor log(::open(on->file("log").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
-        while (!stop && size + step <= pattern.size()) {
-            EXPECT_EQ(writeAll(log.get(), std::string_view(pattern).substr(size, step)), 0);
-            size += step;
-            std::this_thread::sleep_for(std::chrono::milliseconds(15));
-        }
-    });
-    const auto wholeLength = [&](const std::string& path) {
-        std::string content;
-        EXPECT_EQ(readFile(path, content), 0);
-        EXPECT_TRUE(pattern.starts_with(content));
-        return content.size();
-    };
-    for (int seq = 2; seq <= 6; ++seq) {
-        on->world.ok({"snap"});
-        const std::string copy = on->world.folder.at("volume/copy" + std::to_string(seq));
-        EXPECT_EQ(copyTree(on->file("log"), copy, {}), 0);
-        EXPECT_GE(wholeLength(copy), 8 * mebibyte);
-    }
-    stop = true;
-    writer.join();
-    on->world.ok({"snap"});
-    for (int seq = 2; seq <= 7; ++seq) {
-        const Manifest manifest = on->world.manifestOf(seq);
-        const Entry* entry = manifest.find("log");
-        ASSERT_NE(entry, nullptr);
-        if (entry->notKept()) {
-            EXPECT_LT(seq, 7);
-            continue;
-        }
-        EXPECT_EQ(wholeLength(on->kept("log", seq)), static_cast<std::size_t>(entry->size));
     }
 }
 

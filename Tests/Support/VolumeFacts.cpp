@@ -4,35 +4,8 @@
 #include "Support/Text.hpp"
 
 #include <fcntl.h>
-#ifdef __APPLE__
-// As in the system's <sys/xattr.h>, which the cross compiler's headers lack.
-extern "C" int setxattr(const char*, const char*, const void*, std::size_t, std::uint32_t, int);
-extern "C" ssize_t getxattr(const char*, const char*, void*, std::size_t, std::uint32_t, int);
-#else
-#include <sys/xattr.h>
-#endif
-
-#include <array>
 
 namespace tidewrack::testing {
-
-bool setExtendedAttribute(const std::string& path, const char* name, const std::string& value) {
-#ifdef __APPLE__
-    return ::setxattr(path.c_str(), name, value.data(), value.size(), 0, 0) == 0;
-#else
-    return ::setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
-#endif
-}
-
-std::string extendedAttribute(const std::string& path, const char* name) {
-    std::array<char, 256> value{};
-#ifdef __APPLE__
-    const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size(), 0, 0);
-#else
-    const ssize_t size = ::getxattr(path.c_str(), name, value.data(), value.size());
-#endif
-    return size < 0 ? "<none>" : std::string(value.data(), static_cast<std::size_t>(size));
-}
 
 bool volumesTakeAnyBytes() {
     static const bool taken = [] {
