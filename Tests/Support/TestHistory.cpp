@@ -31,9 +31,10 @@ std::string textOrError(const std::function<std::string()>& action) {
 
 } // namespace
 
-std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action) {
+std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action,
+                         const std::string& part) {
     const bool privileged = ::geteuid() == 0;
-    const std::string handOver = "chown -hR " + std::string(nobody) + " " + folder.path();
+    const std::string handOver = "chown -hR " + std::string(nobody) + " " + folder.at(part);
     EXPECT_TRUE(!privileged || std::system(handOver.c_str()) == 0);
     int ends[2];
     EXPECT_EQ(::pipe(ends), 0);
