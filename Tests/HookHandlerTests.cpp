@@ -188,29 +188,23 @@ TEST_F(HookHandlerTest, writesNothingForAHarmlessCommand) {
     EXPECT_EQ(world.folder.listing("store"), before);
 }
 
+// Many more inputs are in Fuzz/EventsTarget.cpp.
 TEST_F(HookHandlerTest, answersAnyInputWithAllow) {
-    EXPECT_EQ(raw(Agent::cursor, ""), HookOutput{});
-    EXPECT_EQ(log(), Lines{"cursor ? unreadable input (0 bytes)"});
-    for (const std::string& input :
-         {std::string("[1]"), std::string("null"), std::string("{\"a\":"), std::string(9, '\0'),
-          "{\"a\":" + std::string(100000, '['), std::string("{\"prompt\":\"\xff\"}")}) {
+    for (const std::string& input : {std::string(), std::string("[1]"), std::string(9, '\0'),
+                                     "{\"a\":" + std::string(100000, '['), std::string("{\"prompt\":\"\xff\"}")}) {
         EXPECT_EQ(raw(Agent::codex, input), HookOutput{});
         EXPECT_EQ(log(), Lines{"codex ? unreadable input (" + std::to_string(input.size()) + " bytes)"});
     }
     // A client that cut a text in the middle of a character: the guard must still see the command.
-    for (const char* cut :
-         {R"(\ud83d)", R"(a\ud83d\ud83d\udc4b)", R"(\uDC4B\\ud83d)", R"(\ud83d\n\\)", R"(\ud83d\u0041)"})
+    for (const std::string cut : {R"(\ud83d)", R"(a\ud83d\ud83d\udc4b)", R"(\uDC4B\\ud83d)", R"(\ud83d\u0041)"})
         EXPECT_EQ(
             raw(Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"description":")" +
-                                   std::string(cut) + R"(","command":"rm -rf ~"}})")
+                                   cut + R"(","command":"rm -rf ~"}})")
                 .exitCode,
             2)
             << cut;
     (void)log();
     EXPECT_EQ(parseJsonRepairingEscapes(R"(["a\ud83d\ud83d\udc4b\\ud83d"])"), json({"a\uFFFD\U0001F44B\\ud83d"}));
-    const std::string odd = R"({"hook_event_name":"UserPromptSubmit","prompt":7,"cwd":["x"],"session_id":{}})";
-    EXPECT_EQ(raw(Agent::claude, odd), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit not tracked: " + project});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, "/tmp/a\nb", "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
     EXPECT_EQ(log(), Lines{"cursor beforeSubmitPrompt not tracked: /tmp/a b"}) << "one line whatever the folder's name";
 }
@@ -319,23 +313,20 @@ TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
 TEST_F(HookHandlerTest, stillJudgesWhenTheRegistryIsBroken) {
     world.ok({"track"});
     world.folder.write("store/projects/broken/project.json", "{}");
-    const auto expectLog = [&](const Lines& behindTheError) {
+    const auto behindTheError = [&] {
         Lines lines = log();
-        ASSERT_FALSE(lines.empty());
-        EXPECT_NE(lines[0].find("error: Corrupt store data: "), std::string::npos) << lines[0];
+        EXPECT_NE(lines.at(0).find("error: Corrupt store data: "), std::string::npos) << lines[0];
         lines.erase(lines.begin());
-        EXPECT_EQ(lines, behindTheError);
+        return lines;
     };
     EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
-    expectLog({"claude PreToolUse deny rm -rf ~"});
+    EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse deny rm -rf ~"});
     EXPECT_NE(shell("rm -rf .git").standardOutput.value_or("").find("\"ask\""), std::string::npos);
     (void)log();
-    EXPECT_EQ(shell("ls"), HookOutput{});
-    expectLog({});
     EXPECT_EQ(shell("rm src/main.c"), HookOutput{});
-    expectLog({"claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped"});
+    EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped"});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
-    expectLog({});
+    EXPECT_EQ(behindTheError(), Lines{});
 }
 
 TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
@@ -458,7 +449,6 @@ TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
     EXPECT_GT(folder.read("store/hooks.log").size(), 2'000'000U);
     log.append("-", "track", steady_clock::now(), "b\nc\xff");
     EXPECT_TRUE(std::regex_match(folder.read("store/hooks.log"), std::regex(".*Z - track 0ms b c\xEF\xBF\xBD\n")));
-
     folder.remove("store/hooks.log");
     ASSERT_EQ(::mkfifo(folder.at("store/hooks.log").c_str(), 0600), 0);
     log.append("-", "track", steady_clock::now(), "nobody reads this pipe");
@@ -471,9 +461,4 @@ TEST(OneLine, joinsTrimsAndCuts) {
     EXPECT_EQ(oneLine("1234", 4), "1234");
     EXPECT_EQ(oneLine("12345", 4), "123…");
     EXPECT_EQ(oneLine("e\u0301e\u0301e\u0301", 2), "e\u0301…") << "an accent stays with its letter";
-    std::string prompt;
-    for (int i = 0; i < 100; ++i) prompt += "line\n\n";
-    const std::string label = oneLine(prompt, 300);
-    EXPECT_EQ(characterCount(label), 300U);
-    EXPECT_EQ(label.substr(label.size() - 3), "…");
 }

@@ -2,7 +2,6 @@
 
 #include "Hooks/ProtectedFolders.hpp"
 #include "Hooks/ShellGuard.hpp"
-#include "Hooks/ShellPaths.hpp"
 
 #include <gtest/gtest.h>
 
@@ -298,11 +297,7 @@ TEST(ShellGuard, refusesCatastrophes) {
     });
     EXPECT_EQ(catastrophic("/Users/x/", "/Users/x"),
               "Tidewrack blocked this: it would delete or overwrite /Users/x. If you really mean it, run it yourself.");
-    for (const char* path :
-         {"/",          "/Users",      "/System",      "/Library",     "/Applications", "/private",
-          "/var",       "/etc",        "/usr",         "/bin",         "/sbin",         "/opt",
-          "/Volumes",   "/tmp",        "/private/tmp", "/private/var", "/h/Desktop",    "/h/Downloads",
-          "/h/Library", "/h/Pictures", "/h/Movies",    "/h/.gnupg",    "/h/.config",    "/h/Applications"})
+    for (const char* path : {"/", "/Library", "/private/var", "/h/Desktop", "/h/.gnupg"})
         EXPECT_TRUE(catastrophic(path, "/h/")) << path;
     for (const char* path : {"", "/home", "/usr/local", "/h/.zshrc", "/hDesktop", "/h/Desktop/a", "Desktop"})
         EXPECT_FALSE(catastrophic(path, "/h")) << path;
@@ -328,25 +323,6 @@ TEST(ShellGuard, theStrongerVerdictStands) {
     verdict.raiseTo({Verdict::Kind::ask, "third"});
     verdict.raiseTo({Verdict::Kind::allow, ""});
     EXPECT_EQ(verdict, (Verdict{Verdict::Kind::deny, "no"}));
-
-    Verdict asked;
-    askIfContainsProject("/", {"/a", "/b"}, asked);
-    EXPECT_EQ(asked.reason,
-              "This deletes /, which contains the tracked project /a. Tidewrack snapshotted it first; allow?");
-    Verdict allowed;
-    askIfContainsProject("", {"/a"}, allowed);
-    askIfContainsProject("/a/b", {"/a", "/a/bc"}, allowed);
-    EXPECT_EQ(allowed, Verdict());
-}
-
-TEST(ShellPaths, areJoinedTextually) {
-    EXPECT_EQ(absolutePath("/a//b/./c/../", "/x"), "/a/b");
-    EXPECT_EQ(absolutePath("../../../a", "/x/y"), "/a");
-    EXPECT_EQ(absolutePath("", "/x"), "/x");
-    EXPECT_EQ(absolutePath("a/", "/"), "/a");
-    EXPECT_EQ(absolutePath("..", "/"), "/");
-    EXPECT_EQ(parentFolder("/a"), "/");
-    EXPECT_EQ(lastComponent("/a/b/"), "b");
 }
 
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {

@@ -280,24 +280,6 @@ TEST(VolumeTests, subvolumesShareBlocks) {
     expectShared(on.kept("file"), on.file("file"));
 }
 
-TEST(VolumeTests, aFullVolumeCostsWhatDoesNotFitAndNothingElse) {
-    VolumeFixture on(ext4Volume);
-    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
-    on.write("a-small", "small");
-    on.write("b-large", contentFrom(1, 100 * mebibyte));
-    on.write("z-small", "small too");
-    on.world.folder.write("volume/filling", contentFrom(2, 120 * mebibyte));
-    const Outcome tracked = on.world.run({"track"});
-    EXPECT_EQ(tracked.status, 0);
-    EXPECT_NE(tracked.err.find("warning: couldn't save b-large: No space left on device\n"), std::string::npos)
-        << tracked.err;
-    EXPECT_EQ(on.world.manifestOf(1).find("b-large")->blob, "err28");
-    EXPECT_EQ(listFolder(on.world.store().blobsFolder(on.world.project()) + "/1")->size(), 2U); // no half of it
-    on.world.folder.remove("volume/filling");
-    on.world.ok({"snap"});
-    EXPECT_FALSE(on.world.manifestOf(2).find("b-large")->notKept());
-}
-
 // On a volume that ignores case every folder has such names.
 TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
     VolumeFixture on(tmpfsVolume);

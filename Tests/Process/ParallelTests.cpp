@@ -291,13 +291,18 @@ TEST_F(ParallelTest, hooksOfAllAgents) {
 
 TEST_F(ParallelTest, snapshotsWhileSomebodyWrites) {
     constexpr int files = 30;
+    const std::string log = "src0/log"; // large enough to be written into during every copy
     track(-1, files);
+    std::string grown = content(log, 1);
+    for (int line = 0; line < 400'000; ++line) grown += added(log, line);
+    f.write("project/" + log, grown);
     std::atomic<bool> done = false;
     Writer writer(f, 1);
     std::thread writing([&] {
         for (int version = 2; !done && version < 90'000; ++version) {
             const int file = (version * 7) % files;
             writer.write(nameOf(file), file % 4, version);
+            writer.write(log, 1, version);
             writer.pause(200);
         }
     });
