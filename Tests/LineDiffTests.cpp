@@ -1,4 +1,4 @@
-// That hunks and patches make the new text of the old one is checked by Fuzz/LineDiffTarget.cpp.
+// That hunks make the new text of the old one is checked by Fuzz/LineDiffTarget.cpp.
 
 #include "Support/TestFolders.hpp"
 

@@ -82,15 +82,10 @@ TEST(Manifest, saysWhatIsWrong) {
             EXPECT_EQ(thrownBy([&] { return parsed(text); }), std::string("Corrupt store data: manifest ") + fault)
                 << text;
 
-    const auto blobFault = [](const std::string& text) {
-        return thrownBy([&] { Manifest::forEachBlob(text, [](std::string_view) {}); });
-    };
-    for (const std::string& text : {"x" + line.substr(1), "f" + line, "\n" + line, line + "f\n"})
-        EXPECT_EQ(blobFault(text), "Corrupt store data: manifest kind") << text;
-    for (const std::string& text : {std::string("f"), line.substr(0, line.size() - 1), start + "\n", start + "1/0\n"})
-        EXPECT_EQ(blobFault(line + text), "Corrupt store data: manifest line end") << text;
     for (const char* bad : {"1", "/0", "1/", "1/0/0", "1/-1", "a/0", " ", "ignored"})
-        EXPECT_EQ(blobFault(start + bad + "\ta\n"), "Corrupt store data: manifest blob") << bad;
+        EXPECT_EQ(thrownBy([&] { Manifest::forEachBlob(start + bad + "\ta\n", [](std::string_view) {}); }),
+                  "Corrupt store data: manifest blob")
+            << bad;
 }
 
 TEST(Manifest, keepsTheLaterOfEqualPaths) {

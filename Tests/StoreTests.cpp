@@ -32,11 +32,8 @@ TEST_F(StoreTest, findsItsRoot) {
 TEST_F(StoreTest, canonicalSpelling) {
     f.makeFolder("a/b");
     f.link("link", f.at("a"));
-    EXPECT_EQ(Store::canonical(f.at("a/b/")), f.at("a/b"));
-    EXPECT_EQ(Store::canonical(f.at("./a//b/../b/.")), f.at("a/b"));
-    EXPECT_EQ(Store::canonical(f.at("link/b")), f.at("a/b"));
+    for (const char* path : {"a/b/", "./a//b/../b/.", "link/b"}) EXPECT_EQ(Store::canonical(f.at(path)), f.at("a/b"));
     EXPECT_EQ(Store::canonical(f.at("link/b/missing/too")), f.at("a/b/missing/too"));
-    EXPECT_EQ(Store::canonical("/"), "/");
     EXPECT_EQ(Store::canonical("//../"), "/");
     EXPECT_EQ(Store::canonical("."), Store::canonical(currentFolder()));
 }
@@ -48,19 +45,14 @@ TEST_F(StoreTest, projectIds) {
     EXPECT_EQ(Store::projectID("/x/a..b").substr(0, 5), "a--b-");
     EXPECT_EQ(Store::projectID("/x/Über-Größe 9").substr(0, 16), "über-größe-9-");
     EXPECT_EQ(Store::projectID("/x/" + std::string(40, 'Q')).substr(0, 33), std::string(32, 'q') + "-");
-    EXPECT_NE(Store::projectID("/x/a"), Store::projectID("/y/a"));
 }
 
 TEST_F(StoreTest, tooBroadFolders) {
-    for (const char* path : {"/", "/Users", "/System", "/Library", "/Applications", "/private", "/Volumes", "/opt",
-                             "/usr", "/usr/", "/usr/bin/.."})
-        EXPECT_TRUE(store.isTooBroad(path)) << path;
-    for (const char* path : {"home", "home/Desktop", "home/Documents", "home/Downloads", "home/Library"})
-        EXPECT_TRUE(store.isTooBroad(f.at(path))) << path;
     f.makeFolder("home/Documents/app");
-    EXPECT_FALSE(store.isTooBroad(f.at("home/Documents/app")));
-    EXPECT_FALSE(store.isTooBroad("/usr/local"));
-    EXPECT_FALSE(store.isTooBroad("/home"));
+    for (const std::string& path : {std::string("/"), std::string("/usr/bin/.."), f.at("home"), f.at("home/Desktop")})
+        EXPECT_TRUE(store.isTooBroad(path)) << path;
+    for (const std::string& path : {f.at("home/Documents/app"), std::string("/usr/local"), std::string("/home")})
+        EXPECT_FALSE(store.isTooBroad(path)) << path;
 }
 
 TEST_F(StoreTest, trackWritesTheRecordAndRefusesWhatIsUnsuitable) {

@@ -184,7 +184,7 @@ TEST(DeepProject, isListedKeptAndRestored) {
     world.ok({"track"});
     EXPECT_EQ(world.manifestOf(1).items().back().path.size(), depth * 201 + 4);
     chain.clear();
-    world.folder.remove(world.projectFile(name));
+    world.folder.remove("project/" + name);
     EXPECT_EQ(world.ok({"restore", "1"}), "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 2\n");
     EXPECT_NE(world.ok({"snap"}).find("no changes since the previous snapshot  1 files"), std::string::npos);
 }

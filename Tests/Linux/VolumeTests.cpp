@@ -47,11 +47,9 @@ class VolumeFixture {
     void write(const std::string& name, const std::string& content) const {
         world.folder.write("volume/project/" + name, content);
     }
-    // The kept content of a file as of a snapshot.
-    [[nodiscard]] std::string kept(const std::string& name, std::int64_t seq = 1) const {
-        const Manifest manifest = world.manifestOf(seq);
-        const Entry* entry = manifest.find(name);
-        return entry == nullptr ? "" : world.store().blobPath(world.project(), entry->blob);
+    // Where the first snapshot keeps a file's content.
+    [[nodiscard]] std::string kept(const std::string& name) const {
+        return Engine(world.store()).contentPath(world.project(), 1, name).value_or("");
     }
     void emptyProject() const {
         for (const std::string& name : listFolder(project()).value_or(std::vector<std::string>()))
