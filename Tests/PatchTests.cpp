@@ -100,16 +100,10 @@ class Patch : public ::testing::Test {
 // Every kind of node becomes every other one, under names that are hard to write down.
 TEST_F(Patch, takesAnyTreeToAnyOther) {
     const std::string lines = "one\n\n-- a\n++ b\n\xc3\xa9\ncr\r\n@@ -1 +1 @@\n x ";
-    const std::optional<Node> nodes[] = {std::nullopt,
-                                         file(""),
-                                         file("one", 0755),
-                                         file("one\n"),
-                                         file(lines),
-                                         file("1\n" + lines),
-                                         file(lines + "\n", 0755),
-                                         file("1\n" + lines + "\n2\n"),
-                                         link("to/one"),
-                                         link("to\nmore")};
+    const std::optional<Node> nodes[] = {
+        std::nullopt,   file(""),        file("one", 0755),        file("one\n"),
+        file("1\none"), file(lines),     file(lines + "\n", 0755), file("1\n" + lines + "\n2\n"),
+        link("to/one"), link("to\nmore")};
     const std::size_t kinds = std::size(nodes);
     for (const char* program : {git, gnuPatch}) {
         for (std::size_t pair = 0; pair < kinds * kinds;) {

@@ -245,6 +245,9 @@ TEST(ShellGuard, asksBeforeAProjectGoes) {
     EXPECT_EQ(analyze("rm -rf ../q .", plainContext()).verdict.reason,
               "This deletes /nowhere/q, which contains the tracked project /nowhere/q/one. Tidewrack snapshotted it "
               "first; allow?");
+    Verdict verdict{Verdict::Kind::ask, "first"};
+    verdict.raiseTo({Verdict::Kind::ask, "second"});
+    EXPECT_EQ(verdict.reason, "first");
 }
 
 TEST(ShellGuard, refusesCatastrophes) {
