@@ -39,12 +39,6 @@ class CommandTest : public ::testing::Test {
 TEST_F(CommandTest, helpAndVersion) {
     const std::string help = world.ok({});
     EXPECT_EQ(help.find("tidewrack 1.0.0 — undo anything your AI agent did\n"), 0U);
-    for (const char* command : {"track", "untrack", "projects", "snap", "log", "diff", "restore", "undo", "cat", "pin",
-                                "unpin", "prune", "hooks", "vault", "hook", "version", "help"})
-        EXPECT_NE(help.find(command), std::string::npos) << command;
-    for (const char* option : {"--label", "--agent", "--session", "--turn", "--kind", "--project", "-n", "--home",
-                               "--force", "--keep-new", "--dry-run", "--json"})
-        EXPECT_NE(help.find(option), std::string::npos) << option;
     EXPECT_EQ(help.find("_bench-walk"), std::string::npos);
     for (const char* word : {"help", "--help", "-h"}) EXPECT_EQ(world.ok({word}), help) << word;
     for (const char* word : {"version", "--version", "-v"}) EXPECT_EQ(world.ok({word}), "1.0.0\n") << word;
@@ -68,38 +62,37 @@ TEST_F(CommandTest, usageErrors) {
     }
     EXPECT_EQ(fault({"diff", "1", "y"}), "second snapshot must be a snapshot number, got y");
     EXPECT_EQ(fault({"cat", "1"}), "missing path");
+    EXPECT_EQ(fault({"restore", "1", ""}), "missing path");
     EXPECT_EQ(fault({"cat", "1", "nope"}), "nope isn't in snapshot #1");
     EXPECT_EQ(fault({"cat", "1", "/etc/passwd"}), "/etc/passwd is outside " + world.projectPath() + ".");
     for (const char* number : {"77", "-3", "+77", "#0"}) {
-        const std::string shown = number[0] == '+' || number[0] == '#' ? number + 1 : number;
-        EXPECT_EQ(fault({"diff", number}), "No snapshot #" + shown + ".");
-        EXPECT_EQ(fault({"diff", "1", number}), "No snapshot #" + shown + ".");
-        EXPECT_EQ(fault({"restore", number}), "No snapshot #" + shown + ".");
-        EXPECT_EQ(fault({"cat", number, "a"}), "No snapshot #" + shown + ".");
+        const bool hasSign = number[0] == '+' || number[0] == '#';
+        const std::string unknown = std::string("No snapshot #") + (number + (hasSign ? 1 : 0)) + ".";
+        for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+                 {"diff", number}, {"diff", "1", number}, {"restore", number}, {"undo", number}, {"cat", number, "a"}})
+            EXPECT_EQ(fault(words), unknown);
     }
     EXPECT_EQ(world.store().seqs(world.project()).size(), 1U); // no safety snapshot was taken for any of these
 }
 
 TEST_F(CommandTest, findsTheProject) {
     f.makeFolder("elsewhere");
+    const auto untracked = [](const std::string& folder) {
+        return folder + " isn't tracked. Run `tidewrack track` in the project folder.";
+    };
     for (const char* command : {"snap", "log", "untrack", "prune"})
-        EXPECT_EQ(fault({command}),
-                  world.projectPath() + " isn't tracked. Run `tidewrack track` in the project folder.");
+        EXPECT_EQ(fault({command}), untracked(world.projectPath()));
     f.write("project/deep/er/file", "x");
     world.ok({"track", "."});
     world.current = f.at("project/deep/er");
-    EXPECT_EQ(world.ok({"cat", "1", "file"}), "x");
-    EXPECT_EQ(world.ok({"cat", "1", "../er/./file"}), "x");
-    EXPECT_EQ(world.ok({"cat", "1", f.at("project/deep/er/file")}), "x");
+    for (const std::string& path : {std::string("file"), std::string("../er/./file"), f.at("project/deep/er/file")})
+        EXPECT_EQ(world.ok({"cat", "1", path}), "x");
+    EXPECT_EQ(fault({"untrack", "-h"}), world.current + "/-h is not a folder."); // the history around it stays
     world.current = f.at("elsewhere");
-    EXPECT_EQ(fault({"log"}), f.at("elsewhere") + " isn't tracked. Run `tidewrack track` in the project folder.");
+    EXPECT_EQ(fault({"log"}), untracked(f.at("elsewhere")));
     EXPECT_EQ(world.ok({"--project", "../project/deep", "diff", "1"}), "No changes.\n");
     EXPECT_EQ(world.ok({"diff", "--project", "/", "1", "--project", f.at("project")}), "No changes.\n");
-    EXPECT_EQ(fault({"log", "--project", "gone"}),
-              f.at("elsewhere/gone") + " isn't tracked. Run `tidewrack track` in the project folder.");
-    world.current = f.at("project");
-    EXPECT_EQ(fault({"untrack", "-h"}), f.at("project/-h") + " is not a folder."); // the history around it stays
-    world.current = f.at("elsewhere");
+    EXPECT_EQ(fault({"log", "--project", "gone"}), untracked(f.at("elsewhere/gone")));
     EXPECT_EQ(world.ok({"untrack", "../project/deep"}),
               "Stopped tracking " + f.at("project") + " and deleted its history.\n");
 }
@@ -164,29 +157,15 @@ TEST_F(CommandTest, logShowsTwentyByDefault) {
     EXPECT_EQ(json({"log", "--json", "-n", "100"}).size(), 22U);
 }
 
-TEST_F(CommandTest, logAsJson) {
+// The names are checked by JsonTests.cpp.
+TEST_F(CommandTest, jsonIsWrittenWithSortedNamesTwoSpacesAndEscapedSlashes) {
     world.ok({"track"});
     world.ok({"snap", "--label", "a/b"});
-    rewriteRecord(world, 2, [](SnapshotMeta& meta) {
-        meta.created = parseIsoDate("2025-01-02T03:04:05Z").value();
-        meta.durationMs = 7;
-    });
-    EXPECT_EQ(world.ok({"log", "--json", "-n", "1"}), R"([
-  {
-    "added" : 0,
-    "created" : "2025-01-02T03:04:05Z",
-    "deleted" : 0,
-    "durationMs" : 7,
-    "files" : 0,
-    "kind" : "manual",
-    "label" : "a\/b",
-    "manifestOf" : 1,
-    "modified" : 0,
-    "pinned" : false,
-    "seq" : 2
-  }
-]
-)");
+    const std::string text = world.ok({"log", "--json", "-n", "1"});
+    EXPECT_EQ(text.find("[\n  {\n    \"added\" : 0,\n    \"created\" : \""), 0U) << text;
+    EXPECT_NE(text.find("\",\n    \"deleted\" : 0,\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("    \"label\" : \"a\\/b\",\n"), std::string::npos) << text;
+    EXPECT_TRUE(text.ends_with("    \"seq\" : 2\n  }\n]\n")) << text;
 }
 
 TEST_F(CommandTest, diffMarks) {
@@ -196,45 +175,36 @@ TEST_F(CommandTest, diffMarks) {
     f.remove("project/gone");
     f.write("project/both", "changed");
     f.write("project/src/new", "x");
-    const std::string marks = "+ src/\n+ src/new\n~ both\n- gone/\n- gone/file\n";
-    EXPECT_EQ(world.ok({"diff", "#1"}), marks);
-    world.ok({"snap"});
-    EXPECT_EQ(world.ok({"diff", "1", "#2"}), marks);
-    EXPECT_EQ(world.ok({"diff", "2", "1"}), "+ gone/\n+ gone/file\n~ both\n- src/\n- src/new\n");
+    EXPECT_EQ(world.ok({"diff", "#1"}), "+ src/\n+ src/new\n~ both\n- gone/\n- gone/file\n");
+    EXPECT_EQ(world.ok({"snap"}).find("#2  +1 ~1 -1 since"), 0U); // folders do not count
+    EXPECT_EQ(world.ok({"diff", "2", "#1"}), "+ gone/\n+ gone/file\n~ both\n- src/\n- src/new\n");
 }
 
 TEST_F(CommandTest, catGivesTheBytes) {
     std::string bytes;
     for (int i = 0; i < 200'000; ++i) bytes += static_cast<char>(i * 7);
     f.write("project/binary", bytes);
-    f.write("project/empty", "");
     f.link("project/link", "binary");
     world.ok({"track"});
     f.remove("project/binary");
     EXPECT_EQ(world.ok({"cat", "1", "binary"}), bytes);
-    EXPECT_EQ(world.ok({"cat", "1", "empty"}), "");
-    EXPECT_EQ(fault({"cat", "1", "link"}), "link isn't in snapshot #1");
-    EXPECT_EQ(fault({"cat", "1", "."}), ". isn't in snapshot #1");
+    for (const std::string path : {"link", "."}) EXPECT_EQ(fault({"cat", "1", path}), path + " isn't in snapshot #1");
     f.remove("store/projects/" + world.project().id + "/blobs/1");
-    EXPECT_EQ(fault({"cat", "1", "empty"}),
-              "the content of empty wasn't kept in snapshot #1: it is missing from the store");
-}
-
-TEST_F(CommandTest, benchWalk) {
-    f.write("project/a", "a");
-    f.write("project/node_modules/b", "b");
-    world.ok({"track"});
-    EXPECT_EQ(timeless(world.ok({"_bench-walk"})), "walk with git: 1 entries N ms\nwalk without git: 1 entries N ms\n");
+    EXPECT_EQ(fault({"cat", "1", "binary"}),
+              "the content of binary wasn't kept in snapshot #1: it is missing from the store");
 }
 
 TEST(Reports, agesAndCounts) {
     const Date now{std::chrono::seconds(1'000'000'000)};
-    const std::pair<std::int64_t, const char*> ages[] = {
-        {0, "0s ago"},      {59, "59s ago"},   {60, "1m ago"},      {3599, "59m ago"}, {3600, "1h ago"},
-        {86399, "23h ago"}, {86400, "1d ago"}, {864000, "10d ago"}, {-5, "-5s ago"},   {-100000, "-100000s ago"}};
-    for (const auto& [seconds, text] : ages) EXPECT_EQ(ago(now - std::chrono::seconds(seconds), now), text);
+    for (const auto& [seconds, text] : {std::pair(59, "59s ago"),
+                                        {60, "1m ago"},
+                                        {3599, "59m ago"},
+                                        {3600, "1h ago"},
+                                        {86399, "23h ago"},
+                                        {864000, "10d ago"},
+                                        {-100000, "-100000s ago"}})
+        EXPECT_EQ(ago(now - std::chrono::seconds(seconds), now), text);
     EXPECT_EQ(countsText({0, 0, 0}), "no changes");
-    EXPECT_EQ(countsText({1, 0, 0}), "+1 ~0 -0");
     EXPECT_EQ(countsText({3, 0, 1}), "+3 ~0 -1");
 }
 

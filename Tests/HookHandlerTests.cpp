@@ -1,5 +1,5 @@
-#include "Support/TestFolders.hpp"
-#include "Support/VolumeFacts.hpp"
+#include "Support/Program.hpp"
+#include "Support/TestHistory.hpp"
 
 #include "Hooks/HookHandler.hpp"
 #include "Support/Files.hpp"
@@ -12,8 +12,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -32,34 +30,34 @@ using std::chrono::steady_clock;
 
 namespace {
 
-std::string eventFile(Agent agent, Kind kind) {
-    std::array names = {"UserPromptSubmit", "Stop", "PreToolUse-Bash"};
+std::string eventName(Agent agent, Kind kind) {
+    std::array names = {"UserPromptSubmit", "Stop", "PreToolUse"};
     if (agent == Agent::cursor) names = {"beforeSubmitPrompt", "stop", "beforeShellExecution"};
-    if (agent == Agent::gemini) names = {"BeforeAgent", "AfterAgent", "BeforeTool-run_shell_command"};
+    if (agent == Agent::gemini) names = {"BeforeAgent", "AfterAgent", "BeforeTool"};
     return names[kind == Kind::prompt ? 0U : kind == Kind::stop ? 1U : 2U];
 }
 
-// An event as the agent sends it, in `folder`, with its prompt or command replaced by `text`.
+// An event of the agent in `folder`, with `text` for its prompt or command.
 std::string event(Agent agent, Kind kind, const std::string& folder, const std::string& text = "") {
-    const std::string path = std::string(TIDEWRACK_TEST_DATA) + "/events/" + std::string(rawValue(agent)) + "/" +
-                             eventFile(agent, kind) + ".json";
-    std::string bytes;
-    EXPECT_EQ(readFile(path, bytes), 0) << path;
-    json object = parseJson(bytes).value();
-    object["cwd"] = folder;
-    object[agent == Agent::cursor ? "conversation_id" : "session_id"] = "session";
+    const bool cursor = agent == Agent::cursor;
+    json object{{"hook_event_name", eventName(agent, kind)},
+                {"cwd", folder},
+                {cursor ? "conversation_id" : "session_id", "session"},
+                {"tool_name", agent == Agent::gemini ? "run_shell_command" : "Bash"}};
     if (kind == Kind::prompt) object["prompt"] = text;
-    if (kind == Kind::shell) (agent == Agent::cursor ? object : object["tool_input"])["command"] = text;
+    if (kind == Kind::shell) (cursor ? object : object["tool_input"])["command"] = text;
     return object.dump();
 }
+
+using Lines = std::vector<std::string>;
 
 class HookHandlerTest : public ::testing::Test {
   protected:
     HookHandlerTest() {
-        world.folder.write("project/src/main.c", "int main;\n");
-        world.folder.write("project/build/out", "built");
-        world.folder.write("home/outside.txt", "outside");
-        home = world.folder.at("home");
+        f.write("project/src/main.c", "int main;\n");
+        f.write("project/build/out", "built");
+        f.write("home/outside.txt", "outside");
+        home = f.at("home");
         project = world.projectPath();
     }
 
@@ -75,184 +73,176 @@ class HookHandlerTest : public ::testing::Test {
     HookOutput shell(const std::string& command) const { return answer(Agent::claude, Kind::shell, project, command); }
 
     // The log without what differs from run to run; it is emptied.
-    std::vector<std::string> log() const {
+    Lines log() const {
         static const std::regex form("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z ([^ ]+ [^ ]* )[0-9]+ms (.*)");
         static const std::regex vaultID("vault [0-9]{8}-[0-9]{6}-[0-9A-F]+:");
-        std::istringstream text(world.folder.has("store/hooks.log") ? world.folder.read("store/hooks.log") : "");
-        std::vector<std::string> lines;
+        std::istringstream text(f.has("store/hooks.log") ? f.read("store/hooks.log") : "");
+        Lines lines;
         for (std::string line; std::getline(text, line);) {
             EXPECT_TRUE(std::regex_match(line, form)) << line;
             lines.push_back(std::regex_replace(std::regex_replace(line, form, "$1$2"), vaultID, "vault ID:"));
         }
-        if (!lines.empty()) world.folder.remove("store/hooks.log");
+        if (!lines.empty()) f.remove("store/hooks.log");
         return lines;
     }
-    std::vector<std::string> snapshots() const {
-        std::vector<std::string> lines;
+    Lines snapshots() const {
+        Lines lines;
         for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
             lines.push_back(meta.kind + " " + meta.agent.value_or("-") + " " + meta.label.value_or("-"));
         return lines;
     }
 
     // The paths that the vault holds copies of, sorted; it is emptied.
-    std::vector<std::string> savedOutside() const {
-        std::vector<std::string> paths;
+    Lines savedOutside() const {
+        Lines paths;
         for (const VaultEntry& entry : Vault(world.store()).entries())
             for (const VaultEntry::Item& item : entry.items) paths.push_back(item.original);
-        world.folder.remove("store/vault");
+        f.remove("store/vault");
         std::sort(paths.begin(), paths.end());
         return paths;
     }
 
+    // The command is allowed and logged with what was saved before it.
+    void expectAllowed(const std::string& command, const std::string& saved, const Lines& logBefore = {}) const {
+        EXPECT_EQ(shell(command), HookOutput{});
+        Lines lines = logBefore;
+        lines.push_back("claude PreToolUse allow " + oneLine(command, 80) + " → " + saved);
+        EXPECT_EQ(log(), lines);
+    }
+
     World world;
+    const TemporaryFolder& f = world.folder;
     std::string home;
     std::string project;
     bool backupDotfiles = false;
     std::optional<milliseconds> budget;
 };
 
-using Lines = std::vector<std::string>;
-
-const char* askText = "This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.";
-
 } // namespace
 
 // A turn of every agent, from its prompt to the undo of everything.
 TEST_F(HookHandlerTest, playsASessionOfEachAgent) {
     world.ok({"track"});
-    const std::string before = world.folder.listing("project");
+    const std::string before = f.listing("project");
     for (const Agent agent : allAgents) {
-        SCOPED_TRACE(rawValue(agent));
-        const auto name = [&](Kind kind) {
-            return std::string(rawValue(agent)) + " " +
-                   parseHookEvent(agent, json::parse(event(agent, kind, "/")), "/").name + " ";
-        };
+        const std::string name(rawValue(agent));
+        SCOPED_TRACE(name);
         const bool cursor = agent == Agent::cursor;
+        const bool asks = cursor || agent == Agent::claude;
         const HookOutput allowed = cursor ? HookOutput{"{\"permission\":\"allow\"}", {}, 0} : HookOutput{};
         const auto first = world.store().seqs(world.project()).back();
-        const auto seq = [&](int n) { return "#" + std::to_string(first + n) + " " + project; };
+        const auto expectLog = [&](Kind kind, const std::string& text, int seq) {
+            const std::string snapshot = "#" + std::to_string(first + seq) + " " + project;
+            EXPECT_EQ(log(), Lines{name + " " + eventName(agent, kind) + " " + text + (seq > 0 ? snapshot : "")});
+        };
 
         EXPECT_EQ(answer(agent, Kind::prompt, project, "Tidy\n up"),
                   cursor ? (HookOutput{"{\"continue\":true}", {}, 0}) : HookOutput{});
-        EXPECT_EQ(log(), Lines{name(Kind::prompt) + seq(1)});
-        EXPECT_EQ(snapshots().back(), "prompt " + std::string(rawValue(agent)) + " Tidy  up");
+        expectLog(Kind::prompt, "", 1);
+        EXPECT_EQ(snapshots().back(), "prompt " + name + " Tidy  up");
 
         EXPECT_EQ(answer(agent, Kind::shell, project, "ls -la"), allowed);
         EXPECT_EQ(log(), Lines{});
 
         EXPECT_EQ(answer(agent, Kind::shell, project, "rm -rf build"), allowed);
-        EXPECT_EQ(log(), Lines{name(Kind::shell) + "allow rm -rf build → " + seq(2)});
-        EXPECT_EQ(snapshots().back(), "tool " + std::string(rawValue(agent)) + " Before: rm -rf build");
-        world.folder.remove("project/build");
+        expectLog(Kind::shell, "allow rm -rf build → ", 2);
+        EXPECT_EQ(snapshots().back(), "tool " + name + " Before: rm -rf build");
+        f.remove("project/build");
 
         EXPECT_EQ(answer(agent, Kind::shell, project, "rm ~/outside.txt"), allowed);
-        EXPECT_EQ(log(), Lines{name(Kind::shell) + "allow rm ~/outside.txt → vault ID: 1 saved, 0 skipped"});
-        world.folder.remove("home/outside.txt");
+        expectLog(Kind::shell, "allow rm ~/outside.txt → vault ID: 1 saved, 0 skipped", 0);
+        f.remove("home/outside.txt");
 
         const HookOutput asked = answer(agent, Kind::shell, project, "rm -rf .");
-        EXPECT_EQ(log(), Lines{name(Kind::shell) + "ask rm -rf . → " + seq(3)});
+        expectLog(Kind::shell, "ask rm -rf . → ", 3);
         const std::string question = "This deletes " + project + ", which contains the tracked project " + project +
                                      ". Tidewrack snapshotted it first; allow?";
-        if (agent == Agent::codex || agent == Agent::gemini)
-            EXPECT_EQ(asked, (HookOutput{{}, question + " " + askText, 2}));
-        else
-            EXPECT_NE(json::parse(asked.standardOutput.value()).dump().find(question), std::string::npos);
-        EXPECT_EQ(asked.exitCode, agent == Agent::codex || agent == Agent::gemini ? 2 : 0);
+        EXPECT_EQ(asked.exitCode, asks ? 0 : 2);
+        EXPECT_NE((asks ? json::parse(asked.standardOutput.value()).dump() : *asked.standardError).find(question),
+                  std::string::npos);
 
         const HookOutput denied = answer(agent, Kind::shell, project, "rm -rf ~");
-        EXPECT_EQ(log(), Lines{name(Kind::shell) + "deny rm -rf ~"});
+        expectLog(Kind::shell, "deny rm -rf ~", 0);
         EXPECT_EQ(denied.exitCode, cursor ? 0 : 2);
         EXPECT_NE((cursor ? denied.standardOutput : denied.standardError)->find("Tidewrack blocked this"),
                   std::string::npos);
 
         EXPECT_EQ(answer(agent, Kind::stop, project), HookOutput{});
-        EXPECT_EQ(log(), Lines{name(Kind::stop) + seq(4)});
-        EXPECT_EQ(snapshots().back(), "stop " + std::string(rawValue(agent)) + " End of turn");
+        expectLog(Kind::stop, "", 4);
+        EXPECT_EQ(snapshots().back(), "stop " + name + " End of turn");
 
         world.ok({"undo", std::to_string(first + 2)});
-        EXPECT_EQ(world.folder.listing("project"), before);
+        EXPECT_EQ(f.listing("project"), before);
         const auto entries = Vault(world.store()).entries();
-        const VaultEntry saved = *std::find_if(entries.begin(), entries.end(),
-                                               [&](const VaultEntry& entry) { return entry.agent == rawValue(agent); });
-        EXPECT_EQ(saved.command, "rm ~/outside.txt");
-        EXPECT_EQ(saved.cwd, project);
+        const VaultEntry saved =
+            *std::find_if(entries.begin(), entries.end(), [&](const VaultEntry& entry) { return entry.agent == name; });
+        EXPECT_EQ(saved.command + " " + saved.cwd, "rm ~/outside.txt " + project);
         world.ok({"vault", "restore", saved.id});
-        EXPECT_EQ(world.folder.read("home/outside.txt"), "outside");
+        EXPECT_EQ(f.read("home/outside.txt"), "outside");
     }
 }
 
 TEST_F(HookHandlerTest, writesNothingForAHarmlessCommand) {
     world.ok({"track"});
-    const std::string before = world.folder.listing("store");
+    const std::string before = f.listing("store");
     EXPECT_EQ(shell("git status && ls | grep x > /dev/null"), HookOutput{});
     EXPECT_EQ(raw(Agent::claude, "{\"hook_event_name\":\"SessionStart\"}"), HookOutput{});
-    EXPECT_EQ(world.folder.listing("store"), before);
+    EXPECT_EQ(f.listing("store"), before);
 }
 
+// Many more inputs are in Fuzz/EventsTarget.cpp.
 TEST_F(HookHandlerTest, answersAnyInputWithAllow) {
-    EXPECT_EQ(raw(Agent::cursor, ""), HookOutput{});
-    EXPECT_EQ(log(), Lines{"cursor ? unreadable input (0 bytes)"});
-    for (const std::string& input :
-         {std::string("[1]"), std::string("null"), std::string("{\"a\":"), std::string(9, '\0'),
-          "{\"a\":" + std::string(100000, '['), std::string("{\"prompt\":\"\xff\"}")}) {
+    for (const std::string& input : {std::string(), std::string("[1]"), std::string(9, '\0'),
+                                     "{\"a\":" + std::string(100000, '['), std::string("{\"prompt\":\"\xff\"}")}) {
         EXPECT_EQ(raw(Agent::codex, input), HookOutput{});
         EXPECT_EQ(log(), Lines{"codex ? unreadable input (" + std::to_string(input.size()) + " bytes)"});
     }
     // A client that cut a text in the middle of a character: the guard must still see the command.
-    for (const char* cut :
-         {R"(\ud83d)", R"(a\ud83d\ud83d\udc4b)", R"(\uDC4B\\ud83d)", R"(\ud83d\n\\)", R"(\ud83d\u0041)"})
+    for (const std::string cut : {R"(\ud83d)", R"(a\ud83d\ud83d\udc4b)", R"(\uDC4B\\ud83d)", R"(\ud83d\u0041)"})
         EXPECT_EQ(
             raw(Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"description":")" +
-                                   std::string(cut) + R"(","command":"rm -rf ~"}})")
+                                   cut + R"(","command":"rm -rf ~"}})")
                 .exitCode,
             2)
             << cut;
     (void)log();
     EXPECT_EQ(parseJsonRepairingEscapes(R"(["a\ud83d\ud83d\udc4b\\ud83d"])"), json({"a\uFFFD\U0001F44B\\ud83d"}));
-    const std::string odd = R"({"hook_event_name":"UserPromptSubmit","prompt":7,"cwd":["x"],"session_id":{}})";
-    EXPECT_EQ(raw(Agent::claude, odd), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit not tracked: " + project});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, "/tmp/a\nb", "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
     EXPECT_EQ(log(), Lines{"cursor beforeSubmitPrompt not tracked: /tmp/a b"}) << "one line whatever the folder's name";
 }
 
 TEST_F(HookHandlerTest, startsTrackingGitRepositories) {
-    world.folder.makeFolder("project/.git");
+    f.makeFolder("project/.git");
     EXPECT_EQ(answer(Agent::gemini, Kind::prompt, project + "/src", "Go"), HookOutput{});
     EXPECT_EQ(log(), (Lines{"- track auto-tracked " + project, "gemini BeforeAgent #1 " + project}));
 
     // Also the one that a command reaches into from elsewhere; a work tree's ".git" is a file.
-    world.folder.write("home/other/.git", "gitdir: elsewhere");
-    world.folder.write("home/other/f", "x");
-    EXPECT_EQ(shell("rm " + home + "/other/f"), HookOutput{});
-    EXPECT_EQ(log(), (Lines{"- track auto-tracked " + home + "/other", "claude PreToolUse allow " +
-                                                                           oneLine("rm " + home + "/other/f", 80) +
-                                                                           " → #1 " + home + "/other"}));
+    f.write("home/other/.git", "gitdir: elsewhere");
+    f.write("home/other/f", "x");
+    expectAllowed("rm " + home + "/other/f", "#1 " + home + "/other", {"- track auto-tracked " + home + "/other"});
 
     // A whole repository is saved with git's own store as well: nobody was asked about a project unknown until now.
-    world.folder.write("home/whole/.git/HEAD", "x");
-    world.folder.link("project/repo", home + "/whole");
-    EXPECT_EQ(shell("rm -rf ~/whole"), HookOutput{});
-    EXPECT_EQ(log(),
-              (Lines{"- track auto-tracked " + home + "/whole",
-                     "claude PreToolUse allow rm -rf ~/whole → #1 " + home + "/whole; vault ID: 1 saved, 0 skipped"}));
+    f.write("home/whole/.git/HEAD", "x");
+    f.link("project/repo", home + "/whole");
+    expectAllowed("rm -rf ~/whole", "#1 " + home + "/whole; vault ID: 1 saved, 0 skipped",
+                  {"- track auto-tracked " + home + "/whole"});
     EXPECT_EQ(savedOutside(), Lines{home + "/whole"});
     EXPECT_EQ(shell("find repo/ -name HEAD -delete"), HookOutput{});
     EXPECT_EQ(savedOutside(), Lines{}) << "its second snapshot suffices";
-    world.folder.write("home/reset/.git/HEAD", "x");
+    f.write("home/reset/.git/HEAD", "x");
     EXPECT_EQ(shell("git -C ~/reset reset --hard"), HookOutput{});
     EXPECT_EQ(savedOutside(), Lines{}) << "git's own store stays";
     (void)log();
 
-    world.folder.makeFolder("home/.git"); // the home folder is too broad
+    f.makeFolder("home/.git"); // the home folder is too broad
     EXPECT_EQ(gitRoot(home + "/x/y"), home);
     EXPECT_EQ(answer(Agent::gemini, Kind::prompt, home, "Go"), HookOutput{});
     EXPECT_EQ(log(), Lines{"gemini BeforeAgent not tracked: " + home});
 
     if (!volumesTakeAnyBytes()) GTEST_SKIP() << "this volume has no names that cannot be tracked";
-    world.folder.write("repo\xff/.git/HEAD", "x");
-    world.folder.write("repo\xff/a", "x");
-    world.folder.write("repo\xff/b", "x");
+    f.write("repo\xff/.git/HEAD", "x");
+    f.write("repo\xff/a", "x");
+    f.write("repo\xff/b", "x");
     EXPECT_EQ(shell("rm ../repo*/a ../repo*/b"), HookOutput{});
     const Lines lines = log();
     ASSERT_EQ(lines.size(), 2U) << "a repository that can't be tracked is tried once";
@@ -261,31 +251,28 @@ TEST_F(HookHandlerTest, startsTrackingGitRepositories) {
 
 TEST_F(HookHandlerTest, snapshotsEveryProjectThatACommandReaches) {
     world.ok({"track"});
-    world.folder.write("all/one/f", "1");
-    world.folder.write("all/two/f", "2");
-    world.ok({"track", world.folder.at("all/one")});
-    world.ok({"track", world.folder.at("all/two")});
-    const std::string all = world.folder.at("all");
+    f.write("all/one/f", "1");
+    f.write("all/two/f", "2");
+    world.ok({"track", f.at("all/one")});
+    world.ok({"track", f.at("all/two")});
+    const std::string all = f.at("all");
     EXPECT_NE(shell("rm -rf " + all).standardOutput.value_or("").find("ask"), std::string::npos);
     const Lines lines = log();
     ASSERT_EQ(lines.size(), 1U);
     for (const char* part : {"#2 ", "/one; #2 ", "/two; vault ID: 1 saved, 0 skipped"})
         EXPECT_NE(lines[0].find(part), std::string::npos) << lines[0];
 
-    EXPECT_EQ(shell("make"), HookOutput{}); // may do anything here
-    EXPECT_EQ(log(), Lines{"claude PreToolUse allow make → #2 " + project});
+    expectAllowed("make", "#2 " + project); // may do anything here
 
     // A link may be removed or written through: the project that holds it and the file it leads to are both saved.
-    world.folder.link("project/link", home + "/outside.txt");
-    EXPECT_EQ(shell("echo > link"), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude PreToolUse allow echo > link → #3 " + project + "; vault ID: 1 saved, 0 skipped"});
+    f.link("project/link", home + "/outside.txt");
+    expectAllowed("echo > link", "#3 " + project + "; vault ID: 1 saved, 0 skipped");
     EXPECT_EQ(savedOutside(), (Lines{all, home + "/outside.txt"}));
 
     // A folder that a link leads to is saved when the command goes through the link, and only then.
-    world.folder.write("home/data/f", "x");
-    world.folder.link("project/data", home + "/data");
-    EXPECT_EQ(shell("rm -rf data"), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm -rf data → #4 " + project});
+    f.write("home/data/f", "x");
+    f.link("project/data", home + "/data");
+    expectAllowed("rm -rf data", "#4 " + project);
     for (const char* command : {"find data/ -delete", "chmod -R 000 data", "rsync -a --delete src/ data"}) {
         EXPECT_EQ(shell(command), HookOutput{});
         EXPECT_EQ(savedOutside(), Lines{home + "/data"}) << command;
@@ -294,14 +281,14 @@ TEST_F(HookHandlerTest, snapshotsEveryProjectThatACommandReaches) {
 
 TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
     world.ok({"track"});
-    world.folder.write("other/f", "1");
-    world.folder.write("idle/f", "1");
-    world.ok({"track", world.folder.at("other")});
-    world.ok({"track", world.folder.at("idle")});
+    f.write("other/f", "1");
+    f.write("idle/f", "1");
+    world.ok({"track", f.at("other")});
+    world.ok({"track", f.at("idle")});
     (void)shell("rm ../other/f");
     (void)log();
     EXPECT_EQ(answer(Agent::claude, Kind::stop, project + "/src"), HookOutput{});
-    EXPECT_EQ(log(), (Lines{"claude Stop #2 " + project, "claude Stop #3 " + world.folder.at("other")}));
+    EXPECT_EQ(log(), (Lines{"claude Stop #2 " + project, "claude Stop #3 " + f.at("other")}));
 
     (void)shell("rm ../other/f");
     (void)log();
@@ -311,32 +298,28 @@ TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
     EXPECT_EQ(log(), Lines{"claude Stop #3 " + project});
 
     backupDotfiles = true;
-    world.folder.write("home/.gitconfig", "x");
+    f.write("home/.gitconfig", "x");
     EXPECT_EQ(answer(Agent::claude, Kind::stop, "/"), HookOutput{});
-    EXPECT_EQ(log(),
-              (Lines{"claude dotfiles vault ID: 1 saved, 14 skipped", "claude Stop #5 " + world.folder.at("other")}));
+    EXPECT_EQ(log(), (Lines{"claude dotfiles vault ID: 1 saved, 14 skipped", "claude Stop #5 " + f.at("other")}));
 }
 
 TEST_F(HookHandlerTest, stillJudgesWhenTheRegistryIsBroken) {
     world.ok({"track"});
-    world.folder.write("store/projects/broken/project.json", "{}");
-    const auto expectLog = [&](const Lines& behindTheError) {
+    f.write("store/projects/broken/project.json", "{}");
+    const auto behindTheError = [&] {
         Lines lines = log();
-        ASSERT_FALSE(lines.empty());
-        EXPECT_NE(lines[0].find("error: Corrupt store data: "), std::string::npos) << lines[0];
+        EXPECT_NE(lines.at(0).find("error: Corrupt store data: "), std::string::npos) << lines[0];
         lines.erase(lines.begin());
-        EXPECT_EQ(lines, behindTheError);
+        return lines;
     };
     EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
-    expectLog({"claude PreToolUse deny rm -rf ~"});
+    EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse deny rm -rf ~"});
     EXPECT_NE(shell("rm -rf .git").standardOutput.value_or("").find("\"ask\""), std::string::npos);
     (void)log();
-    EXPECT_EQ(shell("ls"), HookOutput{});
-    expectLog({});
     EXPECT_EQ(shell("rm src/main.c"), HookOutput{});
-    expectLog({"claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped"});
+    EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse allow rm src/main.c → vault ID: 1 saved, 0 skipped"});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
-    expectLog({});
+    EXPECT_EQ(behindTheError(), Lines{});
 }
 
 TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
@@ -356,16 +339,12 @@ TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
 
 TEST_F(HookHandlerTest, namesWhatItCouldNotSaveInTime) {
     world.ok({"track"});
-    world.folder.write("project/src/new", "new");
+    f.write("project/src/new", "new");
     budget = milliseconds(0);
-    EXPECT_EQ(shell("rm -rf src ~/outside.txt"), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm -rf src ~/outside.txt → skipped " + project +
-                           "; vault ID: 0 saved, 1 skipped"});
+    expectAllowed("rm -rf src ~/outside.txt", "skipped " + project + "; vault ID: 0 saved, 1 skipped");
     EXPECT_EQ(Vault(world.store()).entries().front().skipped, Lines{home + "/outside.txt"});
-    world.folder.write("home/repo/.git/HEAD", "x");
-    EXPECT_EQ(shell("rm ~/repo/f"), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude PreToolUse allow rm ~/repo/f → vault ID: 0 saved, 1 skipped"})
-        << "too late to count a repository";
+    f.write("home/repo/.git/HEAD", "x");
+    expectAllowed("rm ~/repo/f", "vault ID: 0 saved, 1 skipped"); // too late to count a repository
 
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
     EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 1 skipped"});
@@ -378,78 +357,39 @@ TEST_F(HookHandlerTest, namesWhatItCouldNotSaveInTime) {
 
 TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
     world.ok({"track"});
-    world.environment["TIDEWRACK_HOME"] = world.folder.at("project/src/main.c/store");
-    world.folder.makeFolder("project/.git");
+    world.environment["TIDEWRACK_HOME"] = f.at("project/src/main.c/store");
+    f.makeFolder("project/.git");
     EXPECT_EQ(shell("rm -rf src"), HookOutput{});
     EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
     EXPECT_EQ(answer(Agent::claude, Kind::stop, project), HookOutput{});
-    EXPECT_EQ(world.folder.read("project/src/main.c"), "int main;\n");
+    EXPECT_EQ(f.read("project/src/main.c"), "int main;\n");
 
     // The store is there but belongs to somebody else. Permissions bind everybody but root.
-    world.environment["TIDEWRACK_HOME"] = world.folder.at("store");
-    ::chmod(world.folder.path().c_str(), 0755);
-    for (const char* path : {"store", "store/projects", "store/vault"}) ::chmod(world.folder.at(path).c_str(), 0555);
-    const std::string before = world.folder.listing("store/projects");
+    world.environment["TIDEWRACK_HOME"] = f.at("store");
+    ::chmod(f.path().c_str(), 0755);
+    for (const char* path : {"store", "store/projects", "store/vault"}) ::chmod(f.at(path).c_str(), 0555);
+    const std::string before = f.listing("store/projects");
     // Read beforehand: the other user may not be allowed to see the test data.
     const std::string inside = event(Agent::claude, Kind::shell, project, "rm -rf src ~/outside.txt");
     const std::string wholeHome = event(Agent::claude, Kind::shell, project, "rm -rf ~");
     const std::string end = event(Agent::claude, Kind::stop, project);
-    const auto asOther = [&]() noexcept {
-        if (::geteuid() == 0 && ::setuid(65534) != 0) return 9;
-        const bool allowed = raw(Agent::claude, inside) == HookOutput{};
-        const bool denied = raw(Agent::claude, wholeHome).exitCode == 2;
-        return allowed && denied && raw(Agent::claude, end) == HookOutput{} ? 0 : 1;
+    const auto exitCodes = [&] {
+        std::string codes;
+        for (const std::string& input : {inside, wholeHome, end})
+            codes += std::to_string(raw(Agent::claude, input).exitCode);
+        return codes;
     };
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(asOther());
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(world.folder.listing("store/projects"), before);
-    for (const char* path : {"store", "store/projects"}) ::chmod(world.folder.at(path).c_str(), 0755);
+    EXPECT_EQ(unprivileged(world.folder, exitCodes, "home"), "020");
+    EXPECT_EQ(f.listing("store/projects"), before);
+    for (const char* path : {"store", "store/projects"}) ::chmod(f.at(path).c_str(), 0755);
 }
-
-namespace {
-
-// The real program, with an event on its standard input that is written piece by piece.
-class Running {
-  public:
-    explicit Running(const World& world) {
-        int pipe[2];
-        EXPECT_EQ(::pipe(pipe), 0);
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::dup2(pipe[0], 0);
-            for (const auto& [key, value] : world.environment) ::setenv(key.c_str(), value.c_str(), 1);
-            ::close(pipe[1]);
-            ::execl(TIDEWRACK_BINARY, TIDEWRACK_BINARY, "hook", "claude", nullptr);
-            ::_exit(127);
-        }
-        ::close(pipe[0]);
-        input_ = Descriptor(pipe[1]);
-    }
-    void write(const std::string& text) const { EXPECT_EQ(writeAll(input_.get(), text), 0); }
-    void endInput() { input_ = Descriptor(); }
-    void signal(int number) const { ::kill(pid_, number); }
-    int wait() const {
-        int status = -1;
-        EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
-        return status;
-    }
-
-  private:
-    pid_t pid_ = -1;
-    Descriptor input_;
-};
-
-} // namespace
 
 TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {
     world.ok({"track"});
     for (const Kind kind : {Kind::stop, Kind::prompt}) {
         auto held = std::make_unique<ProjectLock>(world.store().lockPath(world.project()));
-        Running hook(world);
+        Program hook(world, {"hook", "claude"}, Program::Output::collected, std::nullopt);
         hook.write(std::string(1'000'000, ' ')); // more than a pipe holds: the hook reads by now
         for (const int number : {SIGTERM, SIGHUP}) hook.signal(number);
         hook.write(event(Agent::claude, kind, project, "x"));
@@ -459,11 +399,7 @@ TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {
             std::this_thread::sleep_for(milliseconds(10));
         }
         if (kind == Kind::stop) held.reset();
-        const int status = hook.wait();
-        if (kind == Kind::stop)
-            EXPECT_EQ(status, 0);
-        else
-            EXPECT_TRUE(WIFSIGNALED(status));
+        EXPECT_EQ(hook.wait().status > 128, kind == Kind::prompt);
     }
     EXPECT_EQ(snapshots(), (Lines{"manual - -", "stop claude End of turn"}));
 }
@@ -502,7 +438,6 @@ TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
     EXPECT_GT(folder.read("store/hooks.log").size(), 2'000'000U);
     log.append("-", "track", steady_clock::now(), "b\nc\xff");
     EXPECT_TRUE(std::regex_match(folder.read("store/hooks.log"), std::regex(".*Z - track 0ms b c\xEF\xBF\xBD\n")));
-
     folder.remove("store/hooks.log");
     ASSERT_EQ(::mkfifo(folder.at("store/hooks.log").c_str(), 0600), 0);
     log.append("-", "track", steady_clock::now(), "nobody reads this pipe");
@@ -515,9 +450,5 @@ TEST(OneLine, joinsTrimsAndCuts) {
     EXPECT_EQ(oneLine("1234", 4), "1234");
     EXPECT_EQ(oneLine("12345", 4), "123…");
     EXPECT_EQ(oneLine("e\u0301e\u0301e\u0301", 2), "e\u0301…") << "an accent stays with its letter";
-    std::string prompt;
-    for (int i = 0; i < 100; ++i) prompt += "line\n\n";
-    const std::string label = oneLine(prompt, 300);
-    EXPECT_EQ(characterCount(label), 300U);
-    EXPECT_EQ(label.substr(label.size() - 3), "…");
+    EXPECT_EQ(oneLine("\U0001F469\u200D\U0001F4BBab", 2), "\U0001F469\u200D\U0001F4BB…") << "a joined emoji is one";
 }

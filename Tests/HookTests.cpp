@@ -62,18 +62,12 @@ TEST(Hook, agentsHaveExactlyOneWord) {
 TEST(Hook, fallsBackWhereAFieldIsMissingOrMistyped) {
     HookEvent empty;
     empty.cwd = "/w";
-    for (const Agent agent : allAgents) {
-        for (const char* text :
-             {"{}", "[]", "7", "null", R"({"hook_event_name":3,"cwd":[],"prompt":{},"workspace_roots":"/a"})"})
+    for (const Agent agent : allAgents)
+        for (const char* text : {"[]", R"({"hook_event_name":3,"cwd":[],"prompt":{},"workspace_roots":"/a"})"})
             EXPECT_EQ(parsed(agent, text), empty) << text;
-    }
     EXPECT_EQ(parsed(Agent::cursor, R"({"cwd":"","workspace_roots":["/a","/b"]})").cwd, "/a");
-    EXPECT_EQ(parsed(Agent::cursor, R"({"cwd":"/c","workspace_roots":["/a","/b"]})").cwd, "/c");
     EXPECT_EQ(parsed(Agent::cursor, R"({"workspace_roots":["/a",1]})").cwd, "/w");
-    EXPECT_EQ(parsed(Agent::cursor, R"({"workspace_roots":[""]})").cwd, "/w");
-
-    const auto event =
-        parsed(Agent::claude, R"({"session_id":7,"conversation_id":"c","turn_id":"t","generation_id":"g"})");
+    const auto event = parsed(Agent::claude, R"({"session_id":7,"conversation_id":"c","turn_id":"t"})");
     EXPECT_EQ(event.session, std::nullopt);
     EXPECT_EQ(event.turn, "t");
     EXPECT_EQ(parsed(Agent::codex, R"({"sessionId":"s"})").session, "s");
@@ -87,25 +81,16 @@ TEST(Hook, tellsKindAndCommandPerAgent) {
         std::optional<std::string> command = std::nullopt;
     };
     const Row rows[] = {
-        {Agent::claude, R"({"hook_event_name":"stop"})", Kind::other},
-        {Agent::codex, R"({"hook_event_name":"Stop"})", Kind::stop},
         {Agent::cursor, R"({"hook_event_name":"Stop"})", Kind::other},
-        {Agent::gemini, R"({"hook_event_name":"AfterAgent"})", Kind::stop},
         {Agent::claude,
          R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":["rm","-rf","x"]}})",
          Kind::shell, "rm -rf x"},
-        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":[]}})",
-         Kind::shell, ""},
         {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":["rm",1]}})",
          Kind::other},
         {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"bash","tool_input":{"command":"rm x"}})",
          Kind::other},
         {Agent::codex, R"({"hook_event_name":"PreToolUse","tool_input":{"command":"rm x"}})", Kind::other},
         {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","command":"rm x"})", Kind::other},
-        {Agent::gemini, R"({"hook_event_name":"BeforeTool","tool_name":"run_shell_command"})", Kind::other},
-        {Agent::gemini, R"({"hook_event_name":"BeforeTool","tool_name":"run_shell_command","tool_input":"rm"})",
-         Kind::other},
-        {Agent::cursor, R"({"hook_event_name":"beforeShellExecution","command":["rm"]})", Kind::other},
         {Agent::cursor, R"({"hook_event_name":"beforeShellExecution","command":""})", Kind::shell, ""},
     };
     for (const Row& row : rows) {
@@ -116,29 +101,15 @@ TEST(Hook, tellsKindAndCommandPerAgent) {
 }
 
 TEST(Hook, geminiNamesTheCommandsOwnFolder) {
-    const auto folderFor = [](const char* dirPath) {
-        return parsed(Agent::gemini,
-                      (std::string(R"({"cwd":"/p/q","hook_event_name":"BeforeTool","tool_name":"run_shell_command",)") +
-                       R"("tool_input":{"command":"ls","dir_path":)" + dirPath + "}}")
-                          .c_str())
-            .cwd;
-    };
-    EXPECT_EQ(folderFor(R"("src/lib/")"), "/p/q/src/lib");
-    EXPECT_EQ(folderFor(R"("../r")"), "/p/r");
-    EXPECT_EQ(folderFor(R"("/else")"), "/else");
-    EXPECT_EQ(folderFor(R"("")"), "/p/q");
-    EXPECT_EQ(folderFor("5"), "/p/q");
+    for (const auto& [dirPath, folder] :
+         {std::pair(R"("src/lib/")", "/p/q/src/lib"), {R"("../r")", "/p/r"}, {R"("/else")", "/else"}, {"5", "/p/q"}}) {
+        const std::string object = R"({"cwd":"/p/q","hook_event_name":"BeforeTool","tool_name":"run_shell_command",)"
+                                   R"("tool_input":{"command":"ls","dir_path":)";
+        EXPECT_EQ(parsed(Agent::gemini, (object + dirPath + "}}").c_str()).cwd, folder);
+    }
 }
 
 TEST(Replies, speakEachAgentsLanguage) {
-    const HookOutput empty;
-    for (const Agent agent : {Agent::claude, Agent::codex, Agent::gemini})
-        for (const Kind kind : {Kind::prompt, Kind::shell, Kind::stop, Kind::other})
-            EXPECT_EQ(allowReply(agent, kind), empty);
-    EXPECT_EQ(allowReply(Agent::cursor, Kind::stop), empty);
-    EXPECT_EQ(allowReply(Agent::cursor, Kind::shell), (HookOutput{R"({"permission":"allow"})", std::nullopt, 0}));
-    EXPECT_EQ(allowReply(Agent::cursor, Kind::prompt), (HookOutput{R"({"continue":true})", std::nullopt, 0}));
-
     EXPECT_EQ(denyReply(Agent::cursor, "a/b"),
               (HookOutput{R"({"agent_message":"a\/b","permission":"deny","user_message":"a\/b"})", std::nullopt, 0}));
     for (const Agent agent : {Agent::claude, Agent::codex, Agent::gemini})
@@ -150,14 +121,6 @@ TEST(Replies, speakEachAgentsLanguage) {
     EXPECT_EQ(askReply(Agent::cursor, "m").standardOutput,
               R"({"agent_message":"m","permission":"ask","user_message":"m"})");
     for (const Agent agent : {Agent::codex, Agent::gemini})
-        EXPECT_EQ(
-            askReply(agent, "m"),
-            (HookOutput{
-                std::nullopt,
-                "m This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.", 2}));
-}
-
-TEST(Replies, repairWhatIsNoText) {
-    EXPECT_EQ(askReply(Agent::cursor, "a\xff").standardOutput,
-              "{\"agent_message\":\"a\uFFFD\",\"permission\":\"ask\",\"user_message\":\"a\uFFFD\"}");
+        EXPECT_EQ(askReply(agent, "m").standardError,
+                  "m This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.");
 }

@@ -45,70 +45,21 @@ class Installer : public ::testing::Test {
     const std::string home = folder.path();
 };
 
-// Entries of other tools, in the shapes and with the values that real files hold.
-const char* const claudeWithOthers = R"({
-  "model": "opus", "ratio": 1.10, "big": 123456789012345678901234567890, "huge": 1e400, "zero": -0,
-  "greeting": "na\u00efve \ud83d\udc4b", "url": "https:\/\/example.com/a",
-  "hooks": {
-    "PreToolUse": [
-      {"matcher": "Bash", "hooks": [{"type": "command", "command": "lint.sh"}]},
-      {"matcher": "Edit", "hooks": []}
-    ],
-    "Notification": [{"hooks": [{"type": "command", "command": "notify tidewrack"}]}],
-    "Empty": [],
-    "enabled": true
-  }
-})";
-
 } // namespace
 
+// That other tools' entries stay, and that taking out gives back what was, is checked by Fuzz/InstallerTarget.cpp.
+
 TEST_F(Installer, writesExactlyTheHooksOfEachAgent) {
-    put(Agent::claude, "");
-    EXPECT_TRUE(installer().install(Agent::claude).changed);
-    EXPECT_EQ(text(path(Agent::claude)), R"({
-  "hooks" : {
-    "PreToolUse" : [
-      {
-        "hooks" : [
-          {
-            "command" : "/usr/local/bin/tidewrack hook claude",
-            "timeout" : 30,
-            "type" : "command"
-          }
-        ],
-        "matcher" : "Bash"
-      }
-    ],
-    "Stop" : [
-      {
-        "hooks" : [
-          {
-            "async" : true,
-            "command" : "/usr/local/bin/tidewrack hook claude",
-            "type" : "command"
-          }
-        ]
-      }
-    ],
-    "UserPromptSubmit" : [
-      {
-        "hooks" : [
-          {
-            "command" : "/usr/local/bin/tidewrack hook claude",
-            "timeout" : 30,
-            "type" : "command"
-          }
-        ]
-      }
-    ]
-  }
-}
-)");
     const auto expect = [this](Agent agent, const char* golden) {
         installer().install(agent);
         EXPECT_EQ(config(agent), json::parse(golden)) << rawValue(agent);
         EXPECT_EQ(json::parse(installer().snippet(agent)), json::parse(golden)) << rawValue(agent);
     };
+    expect(Agent::claude, R"({"hooks":{
+        "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude","timeout":30}]}],
+        "PreToolUse":[{"matcher":"Bash","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude",
+            "timeout":30}]}],
+        "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude","async":true}]}]}})");
     expect(Agent::codex, R"({"hooks":{
         "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}],
         "PreToolUse":[{"matcher":"^Bash$","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex",
@@ -127,25 +78,19 @@ TEST_F(Installer, writesExactlyTheHooksOfEachAgent) {
             "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}]}})");
 }
 
-TEST_F(Installer, keepsWhatOthersWroteAndUninstallGivesItBack) {
-    put(Agent::claude, claudeWithOthers);
-    const auto before = parseJsonKeepingDigits(claudeWithOthers);
-    const auto result = installer().install(Agent::claude);
-    EXPECT_EQ(result.backup, backupOf(Agent::claude));
-    EXPECT_EQ(text(backupOf(Agent::claude)), claudeWithOthers);
-
+TEST_F(Installer, keepsABackupAndEveryDigit) {
+    const std::string mine =
+        "{\"ratio\": 1.10, \"big\": 123456789012345678901234567890, \"huge\": 1e400, \"zero\": -0,\n"
+        "\"greeting\": \"na\\u00efve \\ud83d\\udc4b\", \"url\": \"https:\\/\\/example.com/a\"}";
+    put(Agent::claude, mine);
+    EXPECT_EQ(installer().install(Agent::claude).backup, backupOf(Agent::claude));
+    EXPECT_EQ(text(backupOf(Agent::claude)), mine);
     const std::string installed = text(path(Agent::claude));
     for (const char* kept : {"\"ratio\" : 1.10,", "\"big\" : 123456789012345678901234567890,", "\"huge\" : 1e400,",
                              "\"zero\" : -0", "\"na\u00efve \U0001F44B\"", "\"https://example.com/a\""})
         EXPECT_NE(installed.find(kept), std::string::npos) << kept;
-    auto after = *parseJsonKeepingDigits(installed);
-    const json& list = after["hooks"]["PreToolUse"];
-    ASSERT_EQ(list.size(), 3u);
-    EXPECT_EQ(list[2]["hooks"][0]["command"], "/usr/local/bin/tidewrack hook claude");
-
     EXPECT_TRUE(installer().uninstall(Agent::claude).changed);
     EXPECT_EQ(text(backupOf(Agent::claude)), installed);
-    EXPECT_EQ(parseJsonKeepingDigits(text(path(Agent::claude))), before);
 }
 
 TEST_F(Installer, replacesItsEntriesWhereTheyStand) {
@@ -174,19 +119,15 @@ TEST_F(Installer, replacesItsEntriesWhereTheyStand) {
 }
 
 TEST_F(Installer, quotesAndReadsBackTheBinary) {
-    for (const std::string binary : {"/usr/local/bin/tidewrack", "/My Apps/tidewrack", "/it's/a \"dir\"/tidewrack",
-                                     "/\u00e9/tidewrack", "/opt/tw renamed"}) {
-        put(Agent::cursor, "{}");
+    put(Agent::cursor, "{}");
+    for (const std::string binary :
+         {"/My Apps/tidewrack", "/it's/a \"dir\"/tidewrack", "/\u00e9/tidewrack", "/opt/tw renamed"}) {
         EXPECT_TRUE(installer(binary).install(Agent::cursor).changed);
-        EXPECT_FALSE(installer(binary).install(Agent::cursor).changed) << binary;
-        EXPECT_TRUE(installer(binary).isInstalled(Agent::cursor)) << binary;
         EXPECT_EQ(installer(binary).installedBinary(Agent::cursor), binary);
         EXPECT_TRUE(installer(binary).uninstall(Agent::cursor).changed);
-        EXPECT_FALSE(installer(binary).isInstalled(Agent::cursor)) << binary;
     }
     EXPECT_EQ(shellQuote("/My Apps/it's"), "'/My Apps/it'\\''s'");
     EXPECT_EQ(shellQuote("/a/b._-+9"), "/a/b._-+9");
-
     EXPECT_EQ(programOf("FOO=1 nice /a\\ b/tidewrack hook gemini"), "/a b/tidewrack");
     EXPECT_EQ(programOf("x; \"/a b\"/tidewrack hook codex --flag"), "/a b/tidewrack");
     for (const char* foreign : {"tidewrack hook claudette", "tidewrack hook claude\u00e9", "tidewrack hooks claude",
@@ -196,10 +137,8 @@ TEST_F(Installer, quotesAndReadsBackTheBinary) {
 
 TEST_F(Installer, leavesFilesThatAreNotPlainJsonByteForByte) {
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    for (const std::string& content : std::vector<std::string>{
-             "{\n  // my model\n  \"model\": \"opus\"\n}\n", "[1]", "{\"a\":1,}", "{\"a\":01}", "{\"a\":1.2.3}",
-             "{\"a\":-}", "{\"a\":.5}", "{\"a\":1.}", "{\"a\":1e}", "{\"a\":\"\xff\"}",
-             "{\"a\":1,\"b\":{\"c\":1,\"c\":2}}", "{\"a\":" + deep + "}", "\xFF\xFE{\0}\0", "{\"a\":\"\\", "{} {}"}) {
+    for (const std::string& content :
+         {std::string("{\n  // my model\n  \"model\": \"opus\"\n}\n"), "{\"a\":" + deep + "}", std::string("{} {}")}) {
         put(Agent::claude, content);
         for (const auto& result : {installer().install(Agent::claude), installer().uninstall(Agent::claude)}) {
             EXPECT_FALSE(result.changed || result.backup) << content.substr(0, 80);
@@ -207,9 +146,7 @@ TEST_F(Installer, leavesFilesThatAreNotPlainJsonByteForByte) {
                                                          "`tidewrack hooks --print claude`.");
         }
         EXPECT_EQ(text(path(Agent::claude)), content);
-        EXPECT_FALSE(installer().isInstalled(Agent::claude));
     }
-    EXPECT_FALSE(fs::exists(backupOf(Agent::claude)));
 }
 
 TEST_F(Installer, takesAnEmptyFileOrAByteOrderMarkForWhatItIs) {
@@ -222,21 +159,12 @@ TEST_F(Installer, takesAnEmptyFileOrAByteOrderMarkForWhatItIs) {
 }
 
 TEST_F(Installer, leavesValuesOfAnotherShapeAlone) {
-    put(Agent::gemini, R"({"hooks":{"disabled":["tidewrack"],"enabled":true,"AfterAgent":{"a":1},
-        "BeforeTool":["tidewrack hook gemini",{"hooks":{"x":1}},null]}})");
-    const auto result = installer().install(Agent::gemini);
-    EXPECT_TRUE(result.changed);
-    EXPECT_NE(result.note.value_or("").find("\"AfterAgent\" in " + path(Agent::gemini)), std::string::npos);
-    const json hooks = config(Agent::gemini)["hooks"];
-    EXPECT_EQ(hooks["AfterAgent"], json::parse(R"({"a":1})"));
-    EXPECT_EQ(hooks["disabled"], json::parse(R"(["tidewrack"])"));
-    EXPECT_EQ(hooks["BeforeTool"].size(), 4u);
-
-    for (const std::string content : {R"({"hooks":[]})", R"({"hooks":null})", R"({"hooks":"x"})"}) {
-        put(Agent::cursor, content);
-        EXPECT_TRUE(installer().install(Agent::cursor).note.has_value());
-        EXPECT_EQ(text(path(Agent::cursor)), content);
-    }
+    put(Agent::gemini, R"({"hooks":{"disabled":["tidewrack"],"AfterAgent":{"a":1}}})");
+    EXPECT_NE(installer().install(Agent::gemini).note.value_or("").find("\"AfterAgent\" in " + path(Agent::gemini)),
+              std::string::npos);
+    EXPECT_EQ(config(Agent::gemini)["hooks"]["AfterAgent"], json::parse(R"({"a":1})"));
+    put(Agent::cursor, R"({"version":2,"hooks":"x"})");
+    EXPECT_TRUE(installer().install(Agent::cursor).note.has_value());
     put(Agent::cursor, R"({"version":2,"hooks":{}})");
     installer().install(Agent::cursor);
     EXPECT_EQ(config(Agent::cursor)["version"], 2);
@@ -273,19 +201,6 @@ TEST_F(Installer, namesTheFileThatCannotBeReadOrWritten) {
     // Another program has written the file after the caller read it.
     put(Agent::gemini, "{\"new\":1}");
     EXPECT_NE(thrownBy([&] { replaceConfig(path(Agent::gemini), "{}", "{}"); }).find("meanwhile"), std::string::npos);
-    EXPECT_EQ(text(path(Agent::gemini)), "{\"new\":1}");
-}
-
-TEST_F(Installer, changesNothingWherePermissionIsMissing) {
-    if (::geteuid() == 0) GTEST_SKIP() << "root may read and write everything";
-    put(Agent::gemini, "{\"new\":1}");
-    ::chmod(path(Agent::gemini).c_str(), 0);
-    EXPECT_EQ(thrownBy([&] { installer().install(Agent::gemini); }),
-              "can't read " + path(Agent::gemini) + ": Permission denied");
-    ::chmod(path(Agent::gemini).c_str(), 0600);
-    ::chmod((home + "/.gemini").c_str(), 0500);
-    EXPECT_NE(thrownBy([&] { installer().install(Agent::gemini); }).find("Permission denied"), std::string::npos);
-    ::chmod((home + "/.gemini").c_str(), 0700);
     EXPECT_EQ(text(path(Agent::gemini)), "{\"new\":1}");
 }
 
@@ -326,23 +241,19 @@ TEST_F(Installer, goesOnPastAnAgentThatFails) {
     fs::create_directories(path(Agent::claude)); // a folder where the file should be
     put(Agent::gemini, "{}");
     const std::string error = "can't read " + path(Agent::claude) + ": not a regular file";
-    const auto outOf = [&](const char* verb) {
+    for (const auto& [verb, printed] : {std::pair("install", "Installed gemini hooks in "),
+                                        {"status", "claude  unknown, "},
+                                        {"status", "\ncodex   agent not found\n"},
+                                        {"status", "\ngemini  installed"},
+                                        {"uninstall", "Removed gemini hooks"}}) {
         std::ostringstream out;
-        EXPECT_EQ(thrownBy([&] { runHooks({verb}, installer(), out); }), error) << verb;
-        return out.str();
-    };
-    EXPECT_EQ(outOf("install"),
-              "Installed gemini hooks in " + path(Agent::gemini) + "\n  backup: " + backupOf(Agent::gemini) + "\n");
-    EXPECT_TRUE(installer().isInstalled(Agent::gemini));
-    const std::string status = outOf("status");
-    EXPECT_EQ(status.find("claude  unknown, " + error + "\ncodex   agent not found\n"), 0U) << status;
-    EXPECT_NE(status.find("\ngemini  installed"), std::string::npos) << status;
+        EXPECT_EQ(thrownBy([&, verb = verb] { runHooks({verb}, installer(), out); }), error) << verb;
+        EXPECT_NE(out.str().find(printed), std::string::npos) << out.str();
+    }
     const json list = json::parse(hooksStatusJson(installer()));
     EXPECT_EQ(list[0]["state"], "unknown");
     EXPECT_EQ(list[0]["hint"], error);
     EXPECT_EQ(list.size(), 4U);
-    EXPECT_NE(outOf("uninstall").find("Removed gemini hooks"), std::string::npos);
-    EXPECT_FALSE(installer().isInstalled(Agent::gemini));
 }
 
 TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {

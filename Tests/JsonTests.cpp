@@ -118,7 +118,8 @@ TEST(Json, printsWhatIsDocumented) {
         run("diff", {"1"}),
         (json{{"added", {"new", "new/file"}}, {"modified", json::array()}, {"deleted", {"a"}}, {"folders", {"new"}}}));
     f.write("project/large", std::string(1001, 'x'));
-    const json taken = run("snap", {"--label", "l", "--agent", "claude", "--session", "s", "--turn", "t"});
+    const json taken = run("snap", {"--label", "label", "--agent", "claude", "--session", "session", "--turn", "turn"});
+    for (const char* key : {"label", "session", "turn"}) EXPECT_EQ(taken[key], key);
     EXPECT_EQ(taken["added"], 2);
     EXPECT_EQ(taken["deleted"], 1);
     EXPECT_EQ(run("log").size(), 3U);

@@ -16,10 +16,6 @@ Manifest parsed(const std::string& text) {
     return Manifest::decodeText(TextBuffer(text));
 }
 
-std::string faultOf(const std::string& text) {
-    return thrownBy([&] { return parsed(text); });
-}
-
 // `count` entries with numbers that hardly compress.
 Manifest listing(std::size_t count) {
     ManifestBuilder builder;
@@ -73,62 +69,34 @@ TEST(Manifest, readsAForeignStream) {
     EXPECT_TRUE(Manifest::decode(Manifest().encoded()).empty());
 }
 
-TEST(Manifest, escapesPaths) {
-    const std::string plain = "a b/\xc3\xbc\xff\r'\"";
-    EXPECT_EQ(Manifest::escape(plain), plain);
-    EXPECT_EQ(Manifest::escape("\\\t\n"), "\\\\\\t\\n");
-    EXPECT_EQ(Manifest::unescape("\\x\\"), "x\\"); // an unknown escape stands for itself, a last backslash too
-    const std::string two = "f\t1\t1\t1\t1\t1\t1/0\tbad\xfe\nf\t1\t1\t1\t1\t1\t1/1\tbad\xff\n";
-    EXPECT_EQ(parsed(two).encodedText(), two);
-}
-
-TEST(Manifest, parseFaults) {
-    const std::string kind = "Corrupt store data: manifest kind";
-    const std::string number = "Corrupt store data: manifest number";
-    const std::string end = "Corrupt store data: manifest line end";
-    EXPECT_EQ(faultOf("x" + line.substr(1)), kind);
-    EXPECT_EQ(faultOf("f" + line), kind);
-    EXPECT_EQ(faultOf("\n" + line), kind);
-    EXPECT_EQ(faultOf("f"), number); // no further field
-    EXPECT_EQ(faultOf(line + line.substr(0, line.size() - 1)), end);
-    for (const char* bad : {"12a", "", "-", "+1", " 1", "1 ", "0x1", "9223372036854775808", "--1"}) {
-        EXPECT_EQ(faultOf(std::string("f\t1\t") + bad + "\t1\t1\t1\t1/0\ta\n"), number) << bad;
-        EXPECT_EQ(faultOf(std::string("f\t1\t1\t") + bad + "\t1\t1\t1/0\ta\n"), number) << bad;
-    }
-    EXPECT_EQ(faultOf("f\t65536\t1\t1\t1\t1\t1/0\ta\n"), number);
-    EXPECT_EQ(faultOf("f\t-1\t1\t1\t1\t1\t1/0\ta\n"), number);
-    EXPECT_EQ(faultOf("f\t1\t1\t1\t1\t-1\t1/0\ta\n"), number);
-    EXPECT_EQ(faultOf("f\t1\t1\t1\t1\t1\t1/0"), end);
-
+TEST(Manifest, saysWhatIsWrong) {
     const std::string start = "f\t1\t1\t1\t1\t1\t";
-    const auto blobFault = [](const std::string& text) {
-        return thrownBy([&] { Manifest::forEachBlob(text, [](std::string_view) {}); });
-    };
-    for (const std::string& text : {"x" + line.substr(1), "f" + line, "\n" + line, line + "f\n"})
-        EXPECT_EQ(blobFault(text), kind) << text;
-    for (const std::string& text : {std::string("f"), line.substr(0, line.size() - 1), start + "\n", start + "1/0\n"})
-        EXPECT_EQ(blobFault(line + text), end) << text;
+    const std::pair<const char*, std::vector<std::string>> faults[] = {
+        {"kind", {"x" + line.substr(1), "f" + line, "\n" + line}},
+        {"number",
+         {"f", "f\t1\t12a\t1\t1\t1\t1/0\ta\n", "f\t1\t1\t9223372036854775808\t1\t1\t1/0\ta\n",
+          "f\t65536\t1\t1\t1\t1\t1/0\ta\n", "f\t-1\t1\t1\t1\t1\t1/0\ta\n", "f\t1\t1\t1\t1\t-1\t1/0\ta\n"}},
+        {"line end", {line + line.substr(0, line.size() - 1), start + "1/0"}}};
+    for (const auto& [fault, texts] : faults)
+        for (const std::string& text : texts)
+            EXPECT_EQ(thrownBy([&] { return parsed(text); }), std::string("Corrupt store data: manifest ") + fault)
+                << text;
+
     for (const char* bad : {"1", "/0", "1/", "1/0/0", "1/-1", "a/0", " ", "ignored"})
-        EXPECT_EQ(blobFault(start + bad + "\ta\n"), "Corrupt store data: manifest blob") << bad;
+        EXPECT_EQ(thrownBy([&] { Manifest::forEachBlob(start + bad + "\ta\n", [](std::string_view) {}); }),
+                  "Corrupt store data: manifest blob")
+            << bad;
 }
 
-TEST(Manifest, keepsTheLaterOfEqualPathsAndSorts) {
-    const Manifest manifest = parsed("f\t1\t1\t1\t1\t1\t1/0\tb\n"
-                                     "f\t1\t1\t1\t1\t1\t1/1\ta/x\n"
-                                     "f\t1\t1\t1\t1\t1\t1/2\tb\n"
-                                     "f\t1\t1\t1\t1\t1\t1/3\ta-x\n");
-    EXPECT_EQ(manifest.encodedText(), "f\t1\t1\t1\t1\t1\t1/3\ta-x\n"
-                                      "f\t1\t1\t1\t1\t1\t1/1\ta/x\n"
-                                      "f\t1\t1\t1\t1\t1\t1/2\tb\n");
+TEST(Manifest, keepsTheLaterOfEqualPaths) {
+    const std::string first = "f\t1\t1\t1\t1\t1\t1/0\tb\n";
+    const std::string second = "f\t1\t1\t1\t1\t1\t1/2\tb\n";
+    EXPECT_EQ(parsed(first + line + second).encodedText(), second + line);
 }
 
-TEST(Manifest, reasonsOfContentsNotKept) {
-    const auto reason = [](const char* blob) { return Entry{EntryKind::file, 0, 0, 0, 0, 0, blob}.notKeptReason(); };
-    EXPECT_EQ(reason("big:300000000:1"), "it was larger than the size limit");
-    EXPECT_EQ(reason("err13"), "it couldn't be read: Permission denied");
-    EXPECT_TRUE(reason("err").has_value());
-    EXPECT_TRUE(reason("err99999999999999").has_value());
-    for (const char* kept : {"1/0", "", "ign"}) EXPECT_EQ(reason(kept), std::nullopt) << kept;
+TEST(Manifest, tellsOddReasonsOfContentsNotKept) {
+    for (const char* blob : {"err", "err99999999999999"})
+        EXPECT_TRUE((Entry{EntryKind::file, 0, 0, 0, 0, 0, blob}.notKeptReason())) << blob;
 }
 
 TEST(Manifest, largeOnesAreCompressedInTwoHalves) {
@@ -148,10 +116,9 @@ TEST(Manifest, largeOnesAreCompressedInTwoHalves) {
 }
 
 TEST(Manifest, noPartOfAStreamDecodes) {
-    for (const std::size_t entries : {1U, 40U, 400U}) {
+    for (const std::size_t entries : {1U, 40U}) {
         const std::string bytes = listing(entries).encoded();
-        const std::size_t step = entries == 400 ? 31 : entries == 40 ? 5 : 1;
-        for (std::size_t length = 0; length < bytes.size(); length += step)
+        for (std::size_t length = 0; length < bytes.size(); length += entries == 40 ? 5 : 1)
             EXPECT_THROW((void)Manifest::decode(bytes.substr(0, length)), TidewrackError) << entries << " " << length;
     }
     EXPECT_THROW((void)Manifest::decode("not a manifest at all"), TidewrackError);
@@ -162,24 +129,5 @@ TEST(Manifest, pathIndexFindsEveryPath) {
     const PathIndex index(manifest);
     for (std::uint32_t i = 0; i < manifest.size(); ++i) EXPECT_EQ(index.find(manifest.items()[i].path), i);
     EXPECT_EQ(index.find("src"), PathIndex::none);
-    EXPECT_EQ(index.find(""), PathIndex::none);
     EXPECT_EQ(PathIndex(Manifest()).find("a"), PathIndex::none);
-}
-
-TEST(Manifest, buildsOnABaseThatMayGo) {
-    std::optional<Manifest> base =
-        parsed("f\t1\t1\t1\t1\t1\t1/0\ta\nf\t1\t1\t1\t1\t1\t1/1\tb\nf\t1\t1\t1\t1\t1\t1/2\td\n");
-    ManifestBuilder builder(*base);
-    Entry changed = *base->find("b");
-    changed.blob = "2/0";
-    builder.add("e", changed);
-    builder.add("d", *base->find("d"), 2);
-    const auto handle = builder.add("b", *base->find("b"), 1);
-    builder.add("c", *base->find("a"));
-    builder.setEntry(handle, changed);
-    EXPECT_EQ(builder.item(handle).path, "b");
-    const Manifest built = builder.finish();
-    base.reset();
-    EXPECT_EQ(built.encodedText(), "f\t1\t1\t1\t1\t1\t2/0\tb\nf\t1\t1\t1\t1\t1\t1/0\tc\n"
-                                   "f\t1\t1\t1\t1\t1\t1/2\td\nf\t1\t1\t1\t1\t1\t2/0\te\n");
 }

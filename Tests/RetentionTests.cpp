@@ -1,4 +1,3 @@
-#include "Model/Expected.hpp"
 #include "Support/TestHistory.hpp"
 
 #include "Engine/RetentionPlan.hpp"
@@ -9,7 +8,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <random>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -34,106 +32,6 @@ std::vector<std::int64_t> removed(const std::vector<std::int64_t>& ages) {
 }
 
 using Numbers = std::vector<std::int64_t>;
-
-// What retention promises, worked out the long way: by reading every listing that is still in use.
-struct PlainPrune {
-    Numbers removedSnapshots;
-    std::set<std::string> blobsLeft;
-    std::int64_t removedBlobs = 0;
-};
-
-std::set<std::string> blobsOf(const World& world) {
-    std::set<std::string> blobs;
-    const std::string folder = world.store().blobsFolder(world.project());
-    const auto seqs = listFolder(folder).value();
-    for (const std::string& seq : seqs) {
-        const auto names = listFolder(folder + "/" + seq).value();
-        for (const std::string& name : names) blobs.insert(seq + "/" + name);
-    }
-    return blobs;
-}
-
-PlainPrune plainPrune(const World& world) {
-    PlainPrune result;
-    const auto snapshots = world.store().snapshots(world.project());
-    KnownSnapshots known;
-    for (const SnapshotMeta& meta : snapshots) known[meta.seq].meta = meta;
-    const auto keep = expectedToStay(known, noon);
-    std::set<std::string> referenced;
-    for (const SnapshotMeta& meta : snapshots) {
-        if (!keep.contains(meta.seq)) {
-            result.removedSnapshots.push_back(meta.seq);
-            continue;
-        }
-        const Manifest manifest = world.store().manifest(meta, world.project());
-        for (const auto& item : manifest.items()) referenced.emplace(item.entry.blob);
-    }
-    for (const std::string& blob : blobsOf(world)) {
-        if (referenced.contains(blob))
-            result.blobsLeft.insert(blob);
-        else
-            ++result.removedBlobs;
-    }
-    return result;
-}
-
-// One random step of a project's life.
-void liveOn(const World& world, std::mt19937& random) {
-    const auto& f = world.folder;
-    const auto pick = [&](std::size_t count) { return std::to_string(random() % count); };
-    for (std::size_t changes = random() % 5; changes > 0; --changes) {
-        const std::string path = "project/folder" + pick(2) + "/file" + pick(3);
-        if (random() % 3 == 0)
-            (void)removeTree(f.at(path));
-        else
-            f.write(path, pick(1000));
-    }
-    const auto seqs = world.store().seqs(world.project());
-    const std::string any = std::to_string(seqs[random() % seqs.size()]);
-    switch (random() % 7) {
-    case 6: { // a snapshot that dies, and the one after it
-        const auto next = std::max(seqs.back(), world.store().highestLeftover(world.project())) + 1;
-        f.write("store/projects/" + world.project().id + "/blobs/" + std::to_string(next) + "/0", "never recorded");
-        world.ok({"snap"});
-        break;
-    }
-    case 0: world.ok({"restore", any}); break;
-    case 1: world.ok({"undo", any}); break;
-    case 2: world.ok({"pin", any}); break;
-    default: world.ok({"snap"});
-    }
-}
-
-// Spreads the snapshots over the `days` days before noon, the oldest first, some close together and a third of them
-// recent. The time of day decides what falls into one hour, so that it is always the same.
-void spread(const World& world, std::mt19937& random, unsigned days) {
-    const auto seqs = world.store().seqs(world.project());
-    std::vector<unsigned> ages;
-    for (std::size_t i = 0; i < seqs.size(); ++i) {
-        const unsigned span = static_cast<unsigned>(i % 3 == 2 ? 2 * day : days * day);
-        ages.push_back(i % 3 == 1 ? ages.back() + static_cast<unsigned>(random() % 600)
-                                  : static_cast<unsigned>(random() % span));
-    }
-    std::sort(ages.rbegin(), ages.rend());
-    for (std::size_t i = 0; i < seqs.size(); ++i)
-        rewriteRecord(world, seqs[i], [&](SnapshotMeta& meta) { meta.created = noon - std::chrono::seconds(ages[i]); });
-}
-
-// A prune that dies: after its records, or also after its manifests but one, or also after some of its contents.
-void pruneAndDie(const World& world, std::mt19937& random) {
-    const Store store = world.store();
-    const Project project = world.project();
-    const RetentionPlan plan = planRetention(store.snapshots(project), noon);
-    const PlainPrune plain = plainPrune(world);
-    const auto blobs = blobsOf(world);
-    for (const std::int64_t seq : plan.remove) (void)removeTree(store.metaPath(project, seq));
-    if (plan.manifestsFreed.empty() || random() % 3 == 0) return;
-    for (const std::int64_t seq : plan.manifestsFreed)
-        if (seq != *plan.manifestsFreed.rbegin()) (void)removeTree(store.manifestPath(project, seq));
-    if (random() % 2 == 0) return;
-    for (const std::string& blob : blobs)
-        if (!plain.blobsLeft.contains(blob) && random() % 2 == 0) (void)removeTree(store.blobPath(project, blob));
-}
 
 } // namespace
 
@@ -163,68 +61,23 @@ TEST(RetentionPlan, agesAndBuckets) {
     for (const Case& each : cases) EXPECT_EQ(removed(each.ages), each.removed) << each.what;
 }
 
-TEST(Retention, aRandomHistoryPrunesAsThePlainRuleSays) {
-    std::int64_t snapshotsRemoved = 0;
-    std::int64_t blobsRemoved = 0;
-    int narrow = 0;
-    // Of these seeds each shortcut of the automatic prune, taken where it must not be, fails several.
-    for (unsigned seed = 62; seed < 70; ++seed) {
-        SCOPED_TRACE(seed);
-        std::mt19937 random(seed);
-        World world;
-        world.folder.write("project/folder0/file0", "start");
-        world.ok({"track"});
-        for (unsigned round = 0; round < 6; ++round) {
-            SCOPED_TRACE(round);
-            for (int step = 0; step < 6; ++step) liveOn(world, random);
-            spread(world, random, round % 3 == 0 ? 6U : 12U + 6U * round);
-            if (random() % 4 == 0) {
-                pruneAndDie(world, random);
-                if (random() % 2 == 0) liveOn(world, random);
-            }
-            const Engine engine(world.store());
-            const Project project = world.project();
-            const RetentionPlan plan = planRetention(engine.store.snapshots(project), noon);
-            const PlainPrune plain = plainPrune(world);
-            const bool automatic = random() % 4 != 0;
-            const PruneResult result = automatic ? engine.pruneLocked(ProjectLock(engine.store.lockPath(project)),
-                                                                      project, noon, false, Engine::Sweep::freed)
-                                                 : engine.prune(project, noon, false);
-            EXPECT_EQ(result.removedSnapshots, plain.removedSnapshots);
-            EXPECT_EQ(result.removedBlobs, plain.removedBlobs);
-            EXPECT_EQ(blobsOf(world), plain.blobsLeft);
-            const PruneResult again = engine.prune(project, noon, false);
-            EXPECT_TRUE(again.removedSnapshots.empty() && again.removedBlobs == 0);
-            snapshotsRemoved += static_cast<std::int64_t>(result.removedSnapshots.size());
-            blobsRemoved += result.removedBlobs;
-            if (automatic && plan.freesOwnContentsOnly && result.removedBlobs > 0) ++narrow;
-        }
-    }
-    EXPECT_GT(snapshotsRemoved, 120); // the histories had something to prune
-    EXPECT_GT(blobsRemoved, 45);
-    EXPECT_GT(narrow, 5); // and not all of it had to be looked at
-}
+// What prunes leave is checked by Model/ and, when they die, by Linux/FaultTests.cpp.
 
 // An automatic prune with nothing due reads no manifest, though contents of removed snapshots are still in use.
 TEST(Retention, nothingDueReadsNoManifest) {
     World world;
     world.folder.write("project/a", "kept on");
     world.ok({"track"});
-    for (const char* text : {"2", "3"}) {
-        world.folder.write("project/b", text);
-        world.ok({"snap"});
-    }
+    world.folder.write("project/b", "new");
+    world.ok({"snap"});
     rewriteRecord(world, 1, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24 * 40); });
     EXPECT_EQ(world.ok({"prune"}), "Removed 1 snapshots, 0 stored files.\n");
     const Engine engine(world.store());
     const Project project = world.project();
-    const std::string whole = world.folder.read("store/projects/" + project.id + "/manifests/2.mf");
     world.folder.write("store/projects/" + project.id + "/manifests/2.mf", "damaged");
     const ProjectLock lock(engine.store.lockPath(project));
     EXPECT_EQ(engine.pruneLocked(lock, project, now(), false, Engine::Sweep::freed).removedBlobs, 0);
     EXPECT_THROW((void)engine.pruneLocked(lock, project, now(), false), TidewrackError);
-    world.folder.write("store/projects/" + project.id + "/manifests/2.mf", whole);
-    EXPECT_EQ(world.ok({"cat", "2", "a"}), "kept on");
 }
 
 TEST(Retention, sweepsUpWhatADeadSnapshotLeft) {

@@ -2,7 +2,6 @@
 
 #include "Hooks/ProtectedFolders.hpp"
 #include "Hooks/ShellGuard.hpp"
-#include "Hooks/ShellPaths.hpp"
 
 #include <gtest/gtest.h>
 
@@ -97,17 +96,13 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"> f; X=1 >g", "p/f p/g"},
         {"echo hi > /dev/null 2>&1", ""},
         {"/bin/rm a; \\rm b; \"rm\" c", "p/a p/b p/c"},
-    });
-}
-
-TEST(ShellGuard, seesThroughWrappersAssignmentsAndKeywords) {
-    expectAll({
+        // Wrappers, assignments and keywords
         {"sudo rm a", "p/a"},
         {"env X=1 rm a", "p/a"},
         {"X=1 sudo -E env -i Y='2 3' nohup time rm a", "p/a"},
         {"command -p rm a", "p/a"},
         {"nice -n 10 rm a", ""},
-        {"\"X\"=1 rm a", ""},
+        {"\"X\"=1 rm a; X\\=1 rm b", ""},
         {"$SUDO rm a", "p/a"},
         {"if true; then rm a; else rm b; fi", "p/a p/b"},
         {"while ! rm a; do { rm b; }; done", "p/a p/b"},
@@ -117,93 +112,13 @@ TEST(ShellGuard, seesThroughWrappersAssignmentsAndKeywords) {
         {"cat <<'EOF' > f\nIt's prose\nEOF\nrm a", "p/a p/f ?p"},
         {"make && \\\n  rm -r a", "p/a ?p"},
         {"ls\r\nrm a\r\n", "p/a\r"},
-    });
-}
-
-TEST(ShellGuard, followsVariables) {
-    expectAll({
-        {"X=/tmp/a; rm $X", "/tmp/a"},
-        {"D=\"/x y\"; rm -rf \"$D\"", "/x y"},
-        {"export A=/a B=$DIR; rm $A $B ${C:-/c}", "/a /c d"},
-        {"declare -r A=~/a; rm $A", "home/a"},
-        {"A=\"~/a\"; rm $A", "p/~/a"},
-        {"rm '$DIR' \\$DIR", "p/$DIR"},
-        {"for f in a \"$DIR\" 'c d'; do rm \"$f/x\"; done", "d/x p/a/x p/c d/x"},
-        {"for f in a b; do for g in c d; do mv $f/$g $g; done; done", "p/a/c p/a/d p/b/c p/b/d p/c p/d"},
-        {"for f in *.x; do rm -f \"q/$f\"; done", "p/q"},
-        {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
-        {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
-        {"rm -rf ~/${NOPE#v}", "home deny"},
-        {"rm -rf \"$HOME/${NOPE%/}\"; V=${NOPE%x}; rm -rf a/$V", "home p/a deny"},
-        {"for f in $NOPE; do rm -rf ~/${f%.c}; done; rm a${NOPE%x}", "p/a ?p"},
-        {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
-    });
-}
-
-TEST(ShellGuard, passesOverCommandsThatDoNothingHere) {
-    expectAll({
+        // Nothing is done here
         {"for f in a.c b.c; do echo \"${f%.c}\"; done; rm $f", "p/a.c p/b.c"},
         {"ls | while read -r f; do echo \"$f\" | sort; done", ""},
         {"git log --oneline | head -5; [ -f x ] && echo \"a b\" 2>&1", ""},
         {": ${X:=/x}; rm -rf $X", " ?p"},
         {"if ls; then ! printf x >f; fi", "p/f"},
-    });
-}
-
-TEST(ShellGuard, seesEveryPathOfABraceList) {
-    expectAll({
-        {"rm -rf {src,docs}", "p/docs p/src"},
-        {"rm -rf ~/{x,Documents}", "home/Documents home/x deny"},
-        {"rm -rf /{,usr}", "/ /usr deny"},
-        {"rm -rf \"$DIR\"/{a,'b c',{d,e}f}.x", "d/a.x d/b c.x d/df.x d/ef.x"},
-        {"rm {~/a,$DIR/b,#c}", "d/b home/a p/#c"},
-        {"mv a{,.bak}; touch x{1,2}", "p/a p/a.bak"},
-        {"rm {a,b}{c,d} {e..g} {9..11} {01..-1}", "p/00 p/01 p/10 p/11 p/9 p/ac p/ad p/bc p/bd p/e p/f p/g"},
-        {"rm {a} {} '{a,b}' \\{c,d\\} {e\\,f} ${DIR:-a,b}", "d p/{a,b} p/{a} p/{c,d} p/{e,f} p/{}"},
-        {"rm {{a},b} {c,d x{,e", "p/b p/x{,e p/{a} p/{c,d"},
-        {"for d in {a,b}; do { rm $d/{1,2}; }; done", "p/a/1 p/a/2 p/b/1 p/b/2"},
-        {"X={a,b}; rm -f $X", "p/{a,b}"},
-        {"rm {1..1001} a", "p/a p/{1..1001} ?p"},
-    });
-}
-
-TEST(ShellGuard, knowsTheUsersOwnHomeByName) {
-    Context context = plainContext();
-    context.env["USER"] = "bob";
-    EXPECT_EQ(judged("rm -rf ~bob", context), "home deny");
-    EXPECT_EQ(judged("rm ~bob/a ~bobby/b '~bob/c'", context), "home/a p/~bob/c p/~bobby/b");
-    EXPECT_EQ(judged("rm ~bob/a"), "p/~bob/a");
-}
-
-TEST(ShellGuard, takesUnquotedVariablesApartAndWhole) {
-    expectAll({
-        {"L='a b'; rm $L", "p/a p/a b p/b"},
-        {"L='a b'; rm \"$L\" x$L\"\"", "p/a b p/xa b"},
-        {"L=\"x /usr\"; rm -rf $L", "p/x p/x /usr /usr deny"},
-        {"L='a b'; cp x $L; mv $L c", "p/a p/a b p/b p/c"},
-        {"C='sudo rm -rf'; $C a", "p/a"},
-        {"L='a b'; for f in $L c; do rm $f; done", "p/a p/a b p/b p/c"},
-        {"L='q/*.x'; rm $L", "p/q p/q/*.x"},
-        {"L='a b'; M=$L; cd $L && rm \"$M\"", "p/a b/a b"},
-    });
-}
-
-TEST(ShellGuard, followsChangesOfFolder) {
-    expectAll({
-        {"cd sub && rm f", "p/sub/f"},
-        {"pushd ../x; rm f; popd; rm g", "p/g x/f"},
-        {"cd a; cd -; rm f", "p/f"},
-        {"cd; rm f", "home/f"},
-        {"cd -- ~/a && rm f", "home/a/f"},
-        {"(cd a; (cd b; rm x); rm y); rm z", "p/a/b/x p/a/y p/z"},
-        {"(cd a) (rm x)", "p/x"},
-        {"cd $NOPE && rm -rf *", "p ask ?p"},
-        {"cd a && make; cd /b; ls", " ?/b p/a"},
-    });
-}
-
-TEST(ShellGuard, knowsWhatCannotBeKnown) {
-    expectAll({
+        // What cannot be known
         {"bash script.sh", " ?p"},
         {"/usr/bin/python3 x.py", " ?p"},
         {". ./env; eval x; npm test", " ?p"},
@@ -214,22 +129,14 @@ TEST(ShellGuard, knowsWhatCannotBeKnown) {
         {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
         {"find . | xargs grep rm", ""},
         {"perl6 x; fish -c y", " ?p"},
-    });
-}
-
-TEST(ShellGuard, judgesFindByItsActionsAndTests) {
-    expectAll({
+        // find's actions and tests
         {"find . -name x", ""},
         {"find a b -name x -delete", "p/a p/b"},
         {"find -delete", "p ask"},
         {"find ../q -exec rm {} \\;", "q ask"},
         {"find ../q -mtime +3 -execdir rm {} +", "q"},
         {"find a \\( -type f \\) -delete", "p/a"},
-    });
-}
-
-TEST(ShellGuard, judgesGitByItsSubcommand) {
-    expectAll({
+        // git's subcommands
         {"git status; git add .; git commit -m x; git push; git fetch; git log", ""},
         {"git", ""},
         {"git checkout -- a ../b", "b p/a"},
@@ -262,6 +169,67 @@ TEST(ShellGuard, judgesGitByItsSubcommand) {
         "This changes /nowhere/p/.git/config. Tidewrack doesn't keep git's own history, so it can't undo this. Allow?");
 }
 
+TEST(ShellGuard, followsVariablesListsAndFolders) {
+    expectAll({
+        {"X=/tmp/a; rm $X", "/tmp/a"},
+        {"D=\"/x y\"; rm -rf \"$D\"", "/x y"},
+        {"export A=/a B=$DIR; rm $A $B ${C:-/c}", "/a /c d"},
+        {"declare -r A=~/a; rm $A", "home/a"},
+        {"A=\"~/a\"; rm $A", "p/~/a"},
+        {"rm '$DIR' \\$DIR", "p/$DIR"},
+        {"for f in a \"$DIR\" 'c d'; do rm \"$f/x\"; done", "d/x p/a/x p/c d/x"},
+        {"for f in a b; do for g in c d; do mv $f/$g $g; done; done", "p/a/c p/a/d p/b/c p/b/d p/c p/d"},
+        {"for f in *.x; do rm -f \"q/$f\"; done", "p/q"},
+        {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
+        {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
+        {"rm -rf ~/${NOPE#v}", "home deny"},
+        {"rm -rf \"$HOME/${NOPE%/}\"; V=${NOPE%x}; rm -rf a/$V", "home p/a deny"},
+        {"for f in $NOPE; do rm -rf ~/${f%.c}; done; rm a${NOPE%x}", "p/a ?p"},
+        {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
+        // Brace lists
+        {"rm -rf {src,docs}", "p/docs p/src"},
+        {"rm -rf ~/{x,Documents}", "home/Documents home/x deny"},
+        {"rm -rf /{,usr}", "/ /usr deny"},
+        {"rm -rf \"$DIR\"/{a,'b c',{d,e}f}.x", "d/a.x d/b c.x d/df.x d/ef.x"},
+        {"rm {~/a,$DIR/b,#c}", "d/b home/a p/#c"},
+        {"mv a{,.bak}; touch x{1,2}", "p/a p/a.bak"},
+        {"rm {a,b}{c,d} {e..g} {9..11} {01..-1}", "p/00 p/01 p/10 p/11 p/9 p/ac p/ad p/bc p/bd p/e p/f p/g"},
+        {"rm {a} {} '{a,b}' \\{c,d\\} {e\\,f} ${DIR:-a,b}", "d p/{a,b} p/{a} p/{c,d} p/{e,f} p/{}"},
+        {"rm {{a},b} {c,d x{,e", "p/b p/x{,e p/{a} p/{c,d"},
+        {"for d in {a,b}; do { rm $d/{1,2}; }; done", "p/a/1 p/a/2 p/b/1 p/b/2"},
+        {"X={a,b}; rm -f $X", "p/{a,b}"},
+        {"rm {1..1001} a", "p/a p/{1..1001} ?p"},
+        // Unquoted variables, apart and whole
+        {"L='a b'; rm $L", "p/a p/a b p/b"},
+        {"L='a b'; rm \"$L\" x$L\"\"", "p/a b p/xa b"},
+        {"L=\"x /usr\"; rm -rf $L", "p/x p/x /usr /usr deny"},
+        {"L='a b'; cp x $L; mv $L c", "p/a p/a b p/b p/c"},
+        {"C='sudo rm -rf'; $C a", "p/a"},
+        {"L='a b'; for f in $L c; do rm $f; done", "p/a p/a b p/b p/c"},
+        {"L='q/*.x'; rm $L", "p/q p/q/*.x"},
+        {"L='a b'; M=$L; cd $L && rm \"$M\"", "p/a b/a b"},
+        // Changes of folder
+        {"cd sub && rm f", "p/sub/f"},
+        {"pushd ../x; rm f; popd; rm g", "p/g x/f"},
+        {"cd a; cd -; rm f", "p/f"},
+        {"cd; rm f", "home/f"},
+        {"cd -- ~/a && rm f", "home/a/f"},
+        {"(cd a; (cd b; rm x); rm y); rm z", "p/a/b/x p/a/y p/z"},
+        {"(cd a) (rm x)", "p/x"},
+        {"cd $NOPE && rm -rf *", "p ask ?p"},
+        {"cd a && make; cd /b; ls", " ?/b p/a"},
+        {"cd a; $(b); cd /c; rm x", "/c/x ?/c p/a"},
+    });
+}
+
+TEST(ShellGuard, knowsTheUsersOwnHomeByName) {
+    Context context = plainContext();
+    context.env["USER"] = "bob";
+    EXPECT_EQ(judged("rm -rf ~bob", context), "home deny");
+    EXPECT_EQ(judged("rm ~bob/a ~bobby/b '~bob/c'", context), "home/a p/~bob/c p/~bobby/b");
+    EXPECT_EQ(judged("rm ~bob/a"), "p/~bob/a");
+}
+
 TEST(ShellGuard, asksBeforeAProjectGoes) {
     expectAll({
         {"rm -rf ../q", "q ask"},
@@ -277,6 +245,9 @@ TEST(ShellGuard, asksBeforeAProjectGoes) {
     EXPECT_EQ(analyze("rm -rf ../q .", plainContext()).verdict.reason,
               "This deletes /nowhere/q, which contains the tracked project /nowhere/q/one. Tidewrack snapshotted it "
               "first; allow?");
+    Verdict verdict{Verdict::Kind::ask, "first"};
+    verdict.raiseTo({Verdict::Kind::ask, "second"});
+    EXPECT_EQ(verdict.reason, "first");
 }
 
 TEST(ShellGuard, refusesCatastrophes) {
@@ -298,11 +269,7 @@ TEST(ShellGuard, refusesCatastrophes) {
     });
     EXPECT_EQ(catastrophic("/Users/x/", "/Users/x"),
               "Tidewrack blocked this: it would delete or overwrite /Users/x. If you really mean it, run it yourself.");
-    for (const char* path :
-         {"/",          "/Users",      "/System",      "/Library",     "/Applications", "/private",
-          "/var",       "/etc",        "/usr",         "/bin",         "/sbin",         "/opt",
-          "/Volumes",   "/tmp",        "/private/tmp", "/private/var", "/h/Desktop",    "/h/Downloads",
-          "/h/Library", "/h/Pictures", "/h/Movies",    "/h/.gnupg",    "/h/.config",    "/h/Applications"})
+    for (const char* path : {"/", "/Library", "/private/var", "/h/Desktop", "/h/.gnupg"})
         EXPECT_TRUE(catastrophic(path, "/h/")) << path;
     for (const char* path : {"", "/home", "/usr/local", "/h/.zshrc", "/hDesktop", "/h/Desktop/a", "Desktop"})
         EXPECT_FALSE(catastrophic(path, "/h")) << path;
@@ -319,38 +286,9 @@ TEST(ShellGuard, refusesCatastrophes) {
     EXPECT_TRUE(catastrophic("/Desktop", "/"));
 }
 
-TEST(ShellGuard, theStrongerVerdictStands) {
-    Verdict verdict;
-    verdict.raiseTo({Verdict::Kind::ask, "first"});
-    verdict.raiseTo({Verdict::Kind::ask, "second"});
-    EXPECT_EQ(verdict.reason, "first");
-    verdict.raiseTo({Verdict::Kind::deny, "no"});
-    verdict.raiseTo({Verdict::Kind::ask, "third"});
-    verdict.raiseTo({Verdict::Kind::allow, ""});
-    EXPECT_EQ(verdict, (Verdict{Verdict::Kind::deny, "no"}));
-
-    Verdict asked;
-    askIfContainsProject("/", {"/a", "/b"}, asked);
-    EXPECT_EQ(asked.reason,
-              "This deletes /, which contains the tracked project /a. Tidewrack snapshotted it first; allow?");
-    Verdict allowed;
-    askIfContainsProject("", {"/a"}, allowed);
-    askIfContainsProject("/a/b", {"/a", "/a/bc"}, allowed);
-    EXPECT_EQ(allowed, Verdict());
-}
-
-TEST(ShellPaths, areJoinedTextually) {
-    EXPECT_EQ(absolutePath("/a//b/./c/../", "/x"), "/a/b");
-    EXPECT_EQ(absolutePath("../../../a", "/x/y"), "/a");
-    EXPECT_EQ(absolutePath("", "/x"), "/x");
-    EXPECT_EQ(absolutePath("a/", "/"), "/a");
-    EXPECT_EQ(absolutePath("..", "/"), "/");
-    EXPECT_EQ(parentFolder("/a"), "/");
-    EXPECT_EQ(lastComponent("/a/b/"), "b");
-}
-
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
     EXPECT_EQ(judgedHere("rm *.txt"), "tree/a.txt tree/b.txt");
+    EXPECT_EQ(judgedHere("rm [b-z].txt"), "tree/b.txt");
     EXPECT_EQ(judgedHere("rm ?.txt [!a]*"), "tree/a.txt tree/b.txt tree/sub");
     EXPECT_EQ(judgedHere("rm .h*"), "tree/.hidden");
     EXPECT_EQ(judgedHere("rm */*.txt"), "tree/sub/c.txt");

@@ -44,17 +44,13 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
     const Row rows[] = {
         {"", ""},
         {" \t\n;;|&& ", ""},
-        {"rm -rf build; echo done", "rm|-rf|build;echo|done"},
         {"a|b||c&d&&e\nf(g)h", "a;b;c;d;e;f;g;h"},
-        {"echo hi > out.txt 2>&1", "echo|hi>out.txt"},
         {"a >x >>y 2>z &>u &>>v >|w", "a>x>y>z>u>v>w"},
         {"a >&2 2>&- b >&x c>& \"y z\" d >&", "a|-|b|c|d>x>y z"},
         {"a 12>x b2>y '3'>z", "a|b2|3>x>y>z"},
-        {"> f", ">f"},
         {"a >", "a"},
         {"a >; rm b", "a;rm|b"},
         {"tee >(rm b)", "tee;rm|b"},
-        {"sort < in.txt > out", "sort>out"},
         {"sort <in>out", "sort>out"},
         {"wc -l < \"my file\"; rm b", "wc|-l;rm|b"},
         {"diff <(rm b) c", "diff;rm|b;c"},
@@ -65,16 +61,10 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"echo a # b; c\nd", "echo|a;d"},
         {"a#b", "a#b"},
         {"echo 'open; rm b", "echo|open; rm b"},
-        {"make && \\\n  rm -rf x \\\n y", "make;rm|-rf|x|y"},
         {"a\0b c"sv, "a\0b|c"sv},
         {"rm $'a b'c $'it\\'s' $'\\x41\\101\\u00e9\\t\\q\\0'", "rm|a bc|it's|AA\u00e9\t\\q"},
         {"rm $'$HOME\\x24' $\"a b\" \"$'x'\"; rm $'open; b", "rm|\uE000HOME\uE000|a b|$'x';rm|open; b"},
-    };
-    for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
-}
-
-TEST(ShellLexer, reportsWhatOnlyRunningWouldShow) {
-    const Row rows[] = {
+        // What only running would show
         {"echo $(date) > f", "?echo|$;date;>f"},
         {"echo `date`", "?echo|`date`"},
         {"echo \"$(date)\"", "?echo|$(date)"},
@@ -83,15 +73,7 @@ TEST(ShellLexer, reportsWhatOnlyRunningWouldShow) {
         {"cat <<< 'a b' c", "?cat|c"},
         {"cat < `ls`", "?cat"},
         {"echo $((1 << 2))\nrm b", "?echo|$;1;rm|b"},
-    };
-    for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
-    EXPECT_EQ(parse("a; $(b); c").commands.at(1).opaque, true);
-    EXPECT_EQ(parse("a; $(b); c").commands.at(0).opaque, false);
-    EXPECT_EQ(parse("a; $(b); c").commands.at(3).opaque, false);
-}
-
-TEST(ShellLexer, hereDocumentsHideNothingBehindThem) {
-    const Row rows[] = {
+        // Here documents hide nothing behind them
         {"cat <<EOF > f\nhi there\nEOF\nrm b", "?cat>f;hi|there;rm|b"},
         {"cat <<'E F' >f\nIt's \"so\nE F\nrm b", "?cat>f;Its \"so\n;rm|b"},
         {"cat <<-EOF\n\tdon't\n\tEOF\nrm b", "?cat;dont\n;rm|b"},
@@ -108,29 +90,6 @@ TEST(ShellLexer, goesByWhatAPersonSeesButNeverHidesALineEnd) {
     EXPECT_EQ(shape("rm *\u0301 \u00e9\u0301;x"), "rm|*\u0301|\u00e9\u0301;x");
     EXPECT_FALSE(parse("rm *\u0301").commands[0].words[1].glob);
     EXPECT_EQ(shape("rm \xff\xfe;x"), "rm|\xff\xfe;x");
-}
-
-TEST(ShellLexer, remembersHowAWordWasWritten) {
-    EXPECT_TRUE(onlyWord("'a b'").quoted);
-    EXPECT_FALSE(onlyWord("\\rm").quoted);
-    EXPECT_TRUE(onlyWord("a[1]").glob);
-    EXPECT_FALSE(onlyWord("'*'\\*").glob);
-    EXPECT_TRUE(onlyWord("~/x").tilde);
-    EXPECT_FALSE(onlyWord("'~/x'").tilde);
-    EXPECT_FALSE(onlyWord("a~").tilde);
-    EXPECT_EQ(onlyWord("D=\"/x\"").plain, 2u);
-    EXPECT_EQ(onlyWord("D\\=x").plain, 1u);
-}
-
-TEST(ShellLexer, knowsWhichParenthesesCommandsShare) {
-    const auto commands = parse("a; (b; (c)) ; (d)").commands;
-    const std::size_t depths[] = {0, 1, 2, 1};
-    const std::size_t shared[] = {0, 0, 1, 0};
-    ASSERT_EQ(commands.size(), 4u);
-    for (std::size_t index = 0; index < 4; ++index) {
-        EXPECT_EQ(commands[index].depth, depths[index]) << index;
-        EXPECT_EQ(commands[index].sharedDepth, shared[index]) << index;
-    }
 }
 
 TEST(ShellExpansion, replacesTildesAndVariables) {
@@ -162,14 +121,6 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"'$a$b'$X'$'", "$a$b/x$"},
     };
     for (const Row& row : rows) EXPECT_EQ(expandedText(row.command, environment), row.expected) << row.command;
-}
-
-TEST(ShellExpansion, keepsTheMarksButNotTheTilde) {
-    const Environment none;
-    Variables empty(none);
-    const Word word = expand(onlyWord("~/\"a\"*"), "/h", empty);
-    EXPECT_EQ(word.text, "/h/a*");
-    EXPECT_TRUE(word.quoted && word.glob && !word.tilde);
 }
 
 TEST(ShellExpansion, saysWhenAValueIsUnknown) {

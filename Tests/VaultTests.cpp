@@ -1,5 +1,4 @@
 #include "Support/TestHistory.hpp"
-#include "Support/VolumeFacts.hpp"
 
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
@@ -50,25 +49,23 @@ class VaultTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(VaultTest, putsBackEverythingAsItWas) {
-    folder.write("home/notes/a.txt", "first");
+// What a copy keeps of a file is checked by Linux/VolumeTests.cpp.
+TEST_F(VaultTest, putsBackWhatWasThere) {
+    const std::string names[] = {"home/notes", "home/secret", "home/dangling", ofAnyBytes("home/caf\xe9/caf\xe9.txt"),
+                                 ofAnyBytes("home/caf\xe9/caf\xea.txt")};
     folder.write("home/notes/deep/er/run.sh", "#!/bin/sh\n");
     folder.write(ofAnyBytes("home/notes/odd\n name\xff"), "bytes");
-    folder.write("home/secret", "key");
-    folder.link("home/notes/link", "../secret");
-    folder.link("home/dangling", "no/where");
     folder.makeFolder("home/notes/empty");
-    ::chmod(folder.at("home/notes/deep/er/run.sh").c_str(), 04750);
     ::chmod(folder.at("home/notes/deep").c_str(), 0500);
-    ::chmod(folder.at("home/secret").c_str(), 0400);
-    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/notes/a.txt").c_str(), 1'234'567'890'123'456'789), 0);
-    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/notes/deep").c_str(), -1'500'000'000), 0);
-    ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/dangling").c_str(), 86'400'000'000'007), 0);
-    ASSERT_TRUE(setExtendedAttribute(folder.at("home/notes/a.txt"), "user.tag", "blue"));
+    folder.write(names[1], "key");
+    folder.link(names[2], "no/where");
+    for (const int i : {3, 4}) folder.write(names[i], "named before everybody used UTF-8 " + std::to_string(i));
+    for (const char* name : {"home/notes/deep", "home/dangling"})
+        ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at(name).c_str(), -1'500'000'000), 0);
     const std::string before = folder.listing("home");
-    const VaultEntry entry = save({"home/notes", "home/secret", "home/dangling", "home/missing"});
+    const VaultEntry entry = save({names[0], names[1], names[2], "home/missing", names[3], names[4]});
 
-    ASSERT_EQ(entry.items.size(), 3U);
+    ASSERT_EQ(entry.items.size(), 5U);
     EXPECT_EQ(entry.items[0], (VaultEntry::Item{folder.at("home/notes"), "items/0", "dir"}));
     EXPECT_EQ(entry.items[1].kind, "file");
     EXPECT_EQ(entry.items[2], (VaultEntry::Item{folder.at("home/dangling"), "items/2", "link"}));
@@ -77,14 +74,12 @@ TEST_F(VaultTest, putsBackEverythingAsItWas) {
     EXPECT_EQ(attributes("store/vault").mode, 0700) << "it holds private keys";
 
     folder.remove("home");
-    EXPECT_EQ(vault.restore(entry.id),
-              (std::vector<std::string>{"restored " + folder.at("home/notes"), "restored " + folder.at("home/secret"),
-                                        "restored " + folder.at("home/dangling")}));
+    std::vector<std::string> messages;
+    for (const std::string& name : names) messages.push_back("restored " + folder.at(name));
+    EXPECT_EQ(vault.restore(entry.id), messages);
     EXPECT_EQ(folder.listing("home"), before);
-    EXPECT_EQ(attributes("home/notes/a.txt").mtime, 1'234'567'890'123'456'789);
-    EXPECT_EQ(attributes("home/notes/deep").mtime, -1'500'000'000);
-    EXPECT_EQ(attributes("home/dangling").mtime, 86'400'000'000'007);
-    EXPECT_EQ(extendedAttribute(folder.at("home/notes/a.txt"), "user.tag"), "blue");
+    for (const char* name : {"home/notes/deep", "home/dangling"})
+        EXPECT_EQ(attributes(name).mtime, -1'500'000'000) << name;
 }
 
 TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
@@ -105,18 +100,6 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
     EXPECT_EQ(folder.read("home/f"), "old");
     for (auto n = second; n < second + 3; ++n)
         EXPECT_EQ(folder.read("home/f.tidewrack-" + std::to_string(n)), "precious");
-}
-
-TEST_F(VaultTest, putsBackPathsThatAreNoText) {
-    const std::string one = ofAnyBytes("home/caf\xe9/caf\xe9.txt");
-    const std::string two = ofAnyBytes("home/caf\xe9/caf\xea.txt");
-    folder.write(one, "named before everybody used UTF-8");
-    folder.write(two, "another");
-    const std::string before = folder.listing("home");
-    const VaultEntry entry = save({one, two});
-    folder.remove("home");
-    EXPECT_EQ(vault.restore(entry.id).size(), 2U);
-    EXPECT_EQ(folder.listing("home"), before);
 }
 
 TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
@@ -181,15 +164,6 @@ TEST_F(VaultTest, neverSavesTheStoreIntoItself) {
     EXPECT_EQ(entry.skipped.size(), 3U);
     ASSERT_EQ(entry.items.size(), 1U) << "a link to the store is only a link";
     EXPECT_EQ(entry.items[0].kind, "link");
-
-    const VaultEntry around = vault.save({folder.path()}, "rm", std::nullopt, "/");
-    ASSERT_EQ(around.items.size(), 1U);
-    EXPECT_TRUE(folder.has(stored(around) + "/home/x"));
-    EXPECT_FALSE(folder.has(stored(around) + "/store"));
-    const auto messages = vault.restore(around.id);
-    ASSERT_EQ(messages.size(), 1U) << "moving it aside would take the store away";
-    EXPECT_NE(messages[0].find("couldn't move " + folder.path() + " aside: "), std::string::npos);
-    EXPECT_TRUE(folder.has("store/projects/p/project.json"));
 }
 
 TEST_F(VaultTest, skipsFoldersOverTheLimits) {
@@ -227,39 +201,18 @@ TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {
     EXPECT_EQ(report, folder.at("outside/locked") + " " + folder.at("outside/private") + " saved");
 }
 
+// Copying this file takes longer than the time given for it; what was copied is removed again.
 TEST_F(VaultTest, leavesOutWhatIsNotSavedInTime) {
-    folder.write("home/a", "a");
-    folder.write("home/b", "b");
-    const VaultEntry late = save({"home/a", "home/b"}, steady_clock::now());
-    EXPECT_EQ(late.skipped.size(), 2U);
-    EXPECT_EQ(vault.entries(), std::vector<VaultEntry>{late}) << "the entry tells what was not saved";
-
-    // Copying this file takes longer than the time given for it; what was copied is removed again.
     folder.write("home/large", std::string(std::size_t{160} << 20, 'x'));
     const auto began = steady_clock::now();
     const VaultEntry cut = save({"home/large"}, began + std::chrono::milliseconds(5));
     if (!cut.items.empty()) GTEST_SKIP() << "too fast a disk to be late on";
     EXPECT_LT(steady_clock::now() - began, std::chrono::milliseconds(500));
     EXPECT_TRUE(listFolder(folder.at("store/vault/" + cut.id + "/items"))->empty());
+    EXPECT_EQ(vault.entries(), std::vector<VaultEntry>{cut}) << "the entry tells what was not saved";
 }
 
-TEST_F(VaultTest, backsUpDotfilesOnceAnHour) {
-    const Date start = now();
-    folder.write("home/.gitconfig", "[user]\n");
-    folder.write("home/.ssh/id", "key");
-    folder.write("home/.ssh/known", "hosts");
-    ASSERT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start));
-    EXPECT_FALSE(vault.backupDotfilesIfDue(folder.at("home"), start + seconds(3600)));
-    const auto entry = vault.backupDotfilesIfDue(folder.at("home"), start + seconds(3601));
-    ASSERT_TRUE(entry);
-    EXPECT_EQ(entry->command, "(hourly dotfile backup)");
-    EXPECT_FALSE(entry->agent);
-    ASSERT_EQ(entry->items.size(), 2U);
-    EXPECT_EQ(entry->items[0].original, folder.at("home/.ssh"));
-    EXPECT_EQ(entry->skipped.size(), 13U);
-}
-
-TEST_F(VaultTest, takesNoNewSpaceForUnchangedDotfiles) {
+TEST_F(VaultTest, backsUpDotfilesOnceAnHourAndTakesNoNewSpaceForUnchangedOnes) {
     folder.write("home/.gitconfig", "same");
     folder.write("home/.config/app/unchanged", "same");
     folder.write("home/.config/app/changed", "before");
@@ -272,8 +225,12 @@ TEST_F(VaultTest, takesNoNewSpaceForUnchangedDotfiles) {
     folder.write("home/.config/app/changed", "after!");
     ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("home/.config/app/changed").c_str(), before.mtime), 0);
     ::chmod(folder.at("home/.config/app/mode").c_str(), 0600);
-    const auto second = vault.backupDotfilesIfDue(folder.at("home"), start + hours(2));
+    EXPECT_FALSE(vault.backupDotfilesIfDue(folder.at("home"), start + seconds(3600)));
+    const auto second = vault.backupDotfilesIfDue(folder.at("home"), start + seconds(3601));
     ASSERT_TRUE(first && second);
+    EXPECT_EQ(second->command, "(hourly dotfile backup)");
+    EXPECT_FALSE(second->agent);
+    EXPECT_EQ(second->items.size() + second->skipped.size(), 15U);
 
     const auto sameFile = [&](const std::string& at, std::size_t item) {
         return attributes(stored(*first, item) + at).ino == attributes(stored(*second, item) + at).ino;

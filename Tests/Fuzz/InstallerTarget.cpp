@@ -1,14 +1,17 @@
 // Agents' configuration files, edited on disk: the first byte chooses the agent, the others are the file.
 
 #include "Fuzz/Fuzz.hpp"
-#include "Fuzz/Scratch.hpp"
 
 #include "Hooks/HookEntries.hpp"
 #include "Hooks/Installer.hpp"
+#include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 
+#include <fcntl.h>
 #include <nlohmann/json.hpp>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <optional>
 
@@ -17,6 +20,22 @@ using fuzz::require;
 using nlohmann::json;
 
 namespace {
+
+// A home for the whole program; in memory where the system has such a place, for the sake of speed.
+const std::string& home() {
+    struct Folder {
+        Folder() {
+            const char* chosen = ::getenv("TMPDIR");
+            const char* inMemory = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+            path = std::string(chosen ? chosen : inMemory) + "/tidewrack-fuzz-XXXXXX";
+            require(::mkdtemp(path.data()) != nullptr, "there is room for temporary files");
+        }
+        ~Folder() { (void)removeTree(path); }
+        std::string path;
+    };
+    static const Folder folder;
+    return folder.path;
+}
 
 // Lists and objects that are empty go with our entries: whether they were there before, nothing tells.
 json withoutEmptyParts(json config, Agent agent) {
@@ -51,10 +70,11 @@ std::string foreignCommands(const json& config, const HookEntries& ours) {
 class Configuration {
   public:
     Configuration(Agent agent, std::string_view bytes)
-        : agent_(agent), installer_{fuzz::scratch().path(), "/opt/it's here/tidewrack"},
-          path_(installer_.configPath(agent)) {
+        : agent_(agent), installer_{home(), "/opt/it's here/tidewrack"}, path_(installer_.configPath(agent)) {
         (void)makeFolders(path_.substr(0, path_.rfind('/')), 0755);
-        fuzz::scratch().write(path_, bytes);
+        ::unlink(path_.c_str()); // cutting a file short can wait for the disk
+        const Descriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        require(file && writeAll(file.get(), bytes) == 0, "a temporary file is written");
     }
 
     std::string bytes() const {

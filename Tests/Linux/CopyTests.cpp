@@ -1,7 +1,6 @@
 #include "Linux/FileFacts.hpp"
 #include "Linux/MountedVolume.hpp"
-#include "Support/TestFolders.hpp"
-#include "Support/VolumeFacts.hpp"
+#include "Support/TestHistory.hpp"
 
 #include "Platform/Platform.hpp"
 
@@ -12,30 +11,16 @@
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <sys/xattr.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <functional>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
 
 namespace {
 
-constexpr uid_t nobody = 65534;
-constexpr int notPossibleHere = 200;
-
-// Runs `work` in a process of its own, which may change its rights, and returns what it returns.
-int inChild(const std::function<int()>& work) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(work());
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    return WEXITSTATUS(status);
-}
+constexpr const char* notPossibleHere = "not possible here";
 
 int copyFile(const std::string& from, const std::string& to, std::uint16_t mode) {
     const Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
@@ -45,12 +30,8 @@ int copyFile(const std::string& from, const std::string& to, std::uint16_t mode)
     return copyOpenFile(source.get(), status, {AT_FDCWD, to.c_str()}, mode, memory);
 }
 
-int becomeNobody() {
-    return ::setgid(nobody) == 0 && ::setuid(nobody) == 0 ? 0 : notPossibleHere;
-}
-
 // From here on openat2 is a system call that the kernel does not know.
-int forgetOpenat2() {
+bool forgetOpenat2() {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
@@ -58,8 +39,7 @@ int forgetOpenat2() {
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     const sock_fprog filter{4, program};
-    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return notPossibleHere;
-    return ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 ? 0 : notPossibleHere;
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
 class CopyTest : public ::testing::Test {
@@ -80,43 +60,38 @@ class CopyTest : public ::testing::Test {
 // The list allows its owner only to read: what comes after it could no longer be written.
 TEST_F(CopyTest, anAccessListDoesNotKeepOtherAttributesOut) {
     const std::string list = accessList(4, 4);
-    ASSERT_EQ(::setxattr(source.c_str(), "system.posix_acl_access", list.data(), list.size(), 0), 0);
-    for (const char* name : {"user.a", "user.z", "user.zz"})
-        ASSERT_EQ(::setxattr(source.c_str(), name, "value", 5, 0), 0);
-    ASSERT_EQ(::chown(source.c_str(), nobody, nobody), 0);
-    ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
-    ASSERT_EQ(::chown(folder.at("volume").c_str(), nobody, nobody), 0);
-    EXPECT_EQ(inChild([&] { return becomeNobody() != 0 ? notPossibleHere : copyFile(source, target, 0440); }), 0);
-    for (const char* name : {"user.a", "user.z", "user.zz"})
-        EXPECT_EQ(extendedAttribute(target, name), "value") << name;
-    EXPECT_EQ(extendedAttribute(target, "system.posix_acl_access"), list);
+    setAttribute(source, "system.posix_acl_access", list);
+    for (const char* name : {"user.a", "user.z", "user.zz"}) setAttribute(source, name, "value");
+    EXPECT_EQ(unprivileged(folder, [&] { return std::to_string(copyFile(source, target, 0440)); }), "0");
+    for (const char* name : {"user.a", "user.z", "user.zz"}) EXPECT_EQ(attribute(target, name), "value") << name;
+    EXPECT_EQ(attribute(target, "system.posix_acl_access"), list);
 }
 
 TEST_F(CopyTest, aFoldersDefaultListIsNotPutOnCopies) {
     const std::string list = accessList(6, 6);
     const std::string within = folder.at("volume/shared");
     folder.makeFolder("volume/shared");
-    ASSERT_EQ(::setxattr(within.c_str(), "system.posix_acl_default", list.data(), list.size(), 0), 0);
+    setAttribute(within, "system.posix_acl_default", list);
     EXPECT_EQ(copyFile(source, within + "/file", 0640), 0);
-    EXPECT_EQ(extendedAttribute(within + "/file", "system.posix_acl_access"), "<none>");
+    EXPECT_EQ(attribute(within + "/file", "system.posix_acl_access"), "<none>");
     folder.makeFolder("volume/plain");
     EXPECT_EQ(copyTree(folder.at("volume/plain"), within + "/plain", {}), 0);
-    EXPECT_EQ(extendedAttribute(within + "/plain", "system.posix_acl_access"), "<none>");
-    EXPECT_EQ(extendedAttribute(within + "/plain", "system.posix_acl_default"), "<none>");
+    EXPECT_EQ(attribute(within + "/plain", "system.posix_acl_access"), "<none>");
+    EXPECT_EQ(attribute(within + "/plain", "system.posix_acl_default"), "<none>");
 }
 
 // In a user namespace with one user, root cannot give files to others. A copy that stays root's must not run as root.
 TEST_F(CopyTest, lendsNobodysRightsWhereTheOwnerCannotBeKept) {
     ASSERT_EQ(::chown(source.c_str(), 1234, 1234), 0);
     ASSERT_EQ(::chmod(source.c_str(), 06755), 0);
-    const int result = inChild([&] {
+    const std::string result = inOwnProcess([&]() -> std::string {
         if (::unshare(CLONE_NEWUSER) != 0) return notPossibleHere;
         const Descriptor map(::open("/proc/self/uid_map", O_WRONLY | O_CLOEXEC));
         if (!map || writeAll(map.get(), "0 0 1") != 0) return notPossibleHere;
-        return copyFile(source, target, 06755);
+        return std::to_string(copyFile(source, target, 06755));
     });
     if (result == notPossibleHere) GTEST_SKIP() << "user namespaces are not allowed here";
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result, "0");
     Attributes made;
     ASSERT_EQ(attributesAt(AT_FDCWD, target.c_str(), made), 0);
     EXPECT_EQ(made.mode, 0755);
@@ -124,7 +99,8 @@ TEST_F(CopyTest, lendsNobodysRightsWhereTheOwnerCannotBeKept) {
 
 TEST_F(CopyTest, leavesNothingBehindWhereItCannotWrite) {
     ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
-    EXPECT_EQ(inChild([&] { return becomeNobody() != 0 ? notPossibleHere : copyFile(source, target, 0644); }), EACCES);
+    const auto copy = [&] { return std::to_string(copyFile(source, target, 0644)); };
+    EXPECT_EQ(unprivileged(folder, copy, "volume/source"), std::to_string(EACCES));
     EXPECT_FALSE(folder.has("volume/target"));
     folder.write("volume/large", contentFrom(1, 1024 * 1024));
     folder.write("volume/tree/a", "fits");
@@ -157,9 +133,10 @@ TEST(FolderTests, openingBelowNeverFollowsLinksOnAnyKernel) {
         return openFolderBelow(root.get(), "a/none", opened) == ENOENT ? 0 : 6;
     };
     EXPECT_EQ(tryAll(), 0);
-    const int result = inChild([&] { return forgetOpenat2() != 0 ? notPossibleHere : tryAll(); });
+    const std::string result =
+        inOwnProcess([&] { return forgetOpenat2() ? std::to_string(tryAll()) : notPossibleHere; });
     if (result == notPossibleHere) GTEST_SKIP() << "system call filters are not allowed here";
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(result, "0");
 }
 
 TEST(FolderTests, timesThatCannotBeCountedBecomeTheNearest) {

@@ -174,12 +174,16 @@ class Scene {
     }
 };
 
+void history(Scene& scene) {
+    scene.history();
+}
+
 struct Operation {
     const char* name;
     std::vector<std::string> words;
-    void (*prepare)(Scene&) = [](Scene& scene) { scene.history(); };
+    void (*prepare)(Scene&) = history;
+    std::string input = ""; // "@" stands for the scene's folder
     bool losesHistory = false;
-    std::string input; // "@" stands for the scene's folder
 
     friend std::ostream& operator<<(std::ostream& out, const Operation& operation) { return out << operation.name; }
 };
@@ -214,10 +218,9 @@ void installHooks(Scene& scene) {
 }
 
 const std::string endsTurn = R"({"hook_event_name":"Stop","session_id":"s","cwd":"@/project"})";
-const std::string removesNotes = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project",)"
-                                 R"("tool_name":"Bash","tool_input":{"command":"rm -rf @/home/notes"}})";
-const std::string removesFile = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project",)"
-                                R"("tool_name":"Bash","tool_input":{"command":"rm file"}})";
+const std::string runs = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project","tool_name":"Bash",)";
+const std::string removesNotes = runs + R"("tool_input":{"command":"rm -rf @/home/notes"}})";
+const std::string removesFile = runs + R"("tool_input":{"command":"rm file"}})";
 
 const std::vector<Operation>& operations() {
     static const std::vector<Operation> all = {
@@ -227,16 +230,12 @@ const std::vector<Operation>& operations() {
         {"undo", {"undo", "2"}},
         {"prune", {"prune"}, makeOldSnapshotsDue},
         {"pin", {"pin", "2"}},
-        {"untrack", {"untrack"}, [](Scene& scene) { scene.history(); }, true},
-        {"hook that takes a snapshot", {"hook", "claude"}, [](Scene& scene) { scene.history(); }, false, removesFile},
-        {"hook that saves to the vault",
-         {"hook", "claude"},
-         [](Scene& scene) { scene.history(); },
-         false,
-         removesNotes},
+        {"untrack", {"untrack"}, history, "", true},
+        {"hook that takes a snapshot", {"hook", "claude"}, history, removesFile},
+        {"hook that saves to the vault", {"hook", "claude"}, history, removesNotes},
         {"vault restore", {"vault", "restore", "?"}, saveAndLose},
         {"snap that prunes", {"snap"}, makePruneDue},
-        {"end of turn", {"hook", "claude"}, makePruneDue, false, endsTurn},
+        {"end of turn", {"hook", "claude"}, makePruneDue, endsTurn},
         {"hooks install", {"hooks", "install", "claude"}},
         {"hooks uninstall", {"hooks", "uninstall", "claude"}, installHooks},
     };

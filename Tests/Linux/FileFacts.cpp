@@ -4,11 +4,14 @@
 #include "Support/Files.hpp"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <linux/posix_acl.h>
 #include <linux/posix_acl_xattr.h>
 #include <sys/xattr.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iomanip>
 #include <random>
 #include <sstream>
@@ -30,9 +33,7 @@ std::string attributesText(const std::string& path) {
     std::vector<std::string> lines;
     for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(lines.back().find('=')) + 1) {
         const std::string name = names + at;
-        char value[65536];
-        const ssize_t size = ::lgetxattr(path.c_str(), name.c_str(), value, sizeof value);
-        lines.push_back(name + "=" + hex({value, static_cast<std::size_t>(std::max<ssize_t>(size, 0))}));
+        lines.push_back(name + "=" + hex(attribute(path, name.c_str())));
     }
     std::sort(lines.begin(), lines.end());
     std::string text;
@@ -101,6 +102,16 @@ bool holdsUserAttributes(const std::string& folder) {
     const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     ::unlink(path.c_str());
     return file && ::fsetxattr(file.get(), "user.probe", "x", 1, 0) == 0;
+}
+
+void setAttribute(const std::string& path, const char* name, const std::string& value) {
+    EXPECT_EQ(::lsetxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << name << std::strerror(errno);
+}
+
+std::string attribute(const std::string& path, const char* name) {
+    char value[65536];
+    const ssize_t size = ::lgetxattr(path.c_str(), name, value, sizeof value);
+    return size < 0 ? "<none>" : std::string(value, static_cast<std::size_t>(size));
 }
 
 std::string accessList(unsigned owner, unsigned mask) {

@@ -19,6 +19,9 @@ namespace tidewrack::testing {
 // Whether files in this folder can have attributes like "user.note".
 [[nodiscard]] bool holdsUserAttributes(const std::string& folder);
 
+void setAttribute(const std::string& path, const char* name, const std::string& value);
+[[nodiscard]] std::string attribute(const std::string& path, const char* name); // "<none>" when it is missing
+
 // The attribute "system.posix_acl_access" for: owner read and write, user 1234 read, group and mask as `mask` (one
 // octal digit), others nothing.
 [[nodiscard]] std::string accessList(unsigned owner, unsigned mask);

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace tidewrack::testing {
@@ -31,28 +32,15 @@ bool ownMounts() {
 }
 
 // Runs a program of the system quietly; returns its exit status, 127 when there is none of that name.
-int runTool(std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
-        const int quiet = ::open("/dev/null", O_RDWR);
-        for (int fd = 0; fd < 3; ++fd) ::dup2(quiet, fd);
-        ::execvp(arguments[0], arguments.data());
-        ::_exit(127);
-    }
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
+int runTool(const std::string& command) {
+    const std::string quiet = "export PATH=/usr/sbin:/usr/bin:/sbin:/bin; " + command + " >/dev/null 2>&1 </dev/null";
+    const int status = std::system(quiet.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-std::vector<std::string> makeCommand(const VolumeKind& kind, const std::string& image) {
-    const std::string tool = std::string("mkfs.") + kind.type;
-    if (kind.type == std::string("xfs")) return {tool, "-q", "-m", kind.clones ? "reflink=1" : "reflink=0", image};
-    if (kind.wholeSeconds) return {tool, "-q", "-I", "128", image}; // inodes without room for more
-    return {tool, "-q", image};
+std::string makeOptions(const VolumeKind& kind) {
+    if (kind.type == std::string("xfs")) return kind.clones ? " -q -m reflink=1 " : " -q -m reflink=0 ";
+    return kind.wholeSeconds ? " -q -I 128 " : " -q "; // inodes without room for more
 }
 
 } // namespace
@@ -85,13 +73,13 @@ void MountedVolume::mountImage(const VolumeKind& kind) {
     const std::string image = path_ + ".image";
     const Descriptor file(::open(image.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     EXPECT_EQ(::ftruncate(file.get(), imageSize), 0);
-    const std::vector<std::string> make = makeCommand(kind, image);
-    const int made = runTool(make);
+    const std::string tool = std::string("mkfs.") + kind.type;
+    const int made = runTool(tool + makeOptions(kind) + image);
     if (made == 127)
-        missing_ = make[0] + " is not installed";
+        missing_ = tool + " is not installed";
     else if (made != 0)
-        missing_ = make[0] + " failed with " + std::to_string(made);
-    else if (runTool({"mount", "-t", kind.type, "-o", "loop", image, path_}) != 0)
+        missing_ = tool + " failed with " + std::to_string(made);
+    else if (runTool(std::string("mount -o loop -t ") + kind.type + " " + image + " " + path_) != 0)
         missing_ = std::string("an image of ") + kind.type + " cannot be mounted here";
     ::unlink(image.c_str()); // the mount keeps it as long as it is needed
 }

@@ -12,9 +12,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/xattr.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -49,11 +47,9 @@ class VolumeFixture {
     void write(const std::string& name, const std::string& content) const {
         world.folder.write("volume/project/" + name, content);
     }
-    // The kept content of a file as of a snapshot.
-    [[nodiscard]] std::string kept(const std::string& name, std::int64_t seq = 1) const {
-        const Manifest manifest = world.manifestOf(seq);
-        const Entry* entry = manifest.find(name);
-        return entry == nullptr ? "" : world.store().blobPath(world.project(), entry->blob);
+    // Where the first snapshot keeps a file's content.
+    [[nodiscard]] std::string kept(const std::string& name) const {
+        return Engine(world.store()).contentPath(world.project(), 1, name).value_or("");
     }
     void emptyProject() const {
         for (const std::string& name : listFolder(project()).value_or(std::vector<std::string>()))
@@ -101,10 +97,6 @@ bool tellsExtents(const VolumeKind& kind) {
 void setTime(const std::string& path, std::int64_t seconds, long nanoseconds) {
     const timespec times[2] = {{0, UTIME_NOW}, {seconds, nanoseconds}};
     EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
-}
-
-void setAttribute(const std::string& path, const char* name, const std::string& value) {
-    EXPECT_EQ(::lsetxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << name << std::strerror(errno);
 }
 
 // Files with everything that a copy could lose.
@@ -224,48 +216,6 @@ TEST_P(VolumeTest, everythingAboutAFileComesBack) {
     }
 }
 
-TEST_P(VolumeTest, aFileThatGrowsMeanwhileIsKeptWholeOrNotAtAll) {
-    const std::string pattern = contentFrom(7, 24 * mebibyte);
-    constexpr std::size_t step = 200'000;
-    on->write("log", pattern.substr(0, 8 * mebibyte));
-    on->world.ok({"track"});
-    std::atomic<bool> stop = false;
-    std::atomic<std::size_t> size = 8 * mebibyte;
-    std::thread writer([&] {
-        const Descriptor log(::open(on->file("log").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
-        while (!stop && size + step <= pattern.size()) {
-            EXPECT_EQ(writeAll(log.get(), std::string_view(pattern).substr(size, step)), 0);
-            size += step;
-            std::this_thread::sleep_for(std::chrono::milliseconds(15));
-        }
-    });
-    const auto wholeLength = [&](const std::string& path) {
-        std::string content;
-        EXPECT_EQ(readFile(path, content), 0);
-        EXPECT_TRUE(pattern.starts_with(content));
-        return content.size();
-    };
-    for (int seq = 2; seq <= 6; ++seq) {
-        on->world.ok({"snap"});
-        const std::string copy = on->world.folder.at("volume/copy" + std::to_string(seq));
-        EXPECT_EQ(copyTree(on->file("log"), copy, {}), 0);
-        EXPECT_GE(wholeLength(copy), 8 * mebibyte);
-    }
-    stop = true;
-    writer.join();
-    on->world.ok({"snap"});
-    for (int seq = 2; seq <= 7; ++seq) {
-        const Manifest manifest = on->world.manifestOf(seq);
-        const Entry* entry = manifest.find("log");
-        ASSERT_NE(entry, nullptr);
-        if (entry->notKept()) {
-            EXPECT_LT(seq, 7);
-            continue;
-        }
-        EXPECT_EQ(wholeLength(on->kept("log", seq)), static_cast<std::size_t>(entry->size));
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(Kinds, VolumeTest,
                          ::testing::Values(btrfsVolume, xfsVolume, plainXfsVolume, ext4Volume, tmpfsVolume,
                                            overlayVolume),
@@ -326,24 +276,6 @@ TEST(VolumeTests, subvolumesShareBlocks) {
     on.write("file", contentFrom(1, mebibyte));
     on.world.ok({"track"});
     expectShared(on.kept("file"), on.file("file"));
-}
-
-TEST(VolumeTests, aFullVolumeCostsWhatDoesNotFitAndNothingElse) {
-    VolumeFixture on(ext4Volume);
-    if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();
-    on.write("a-small", "small");
-    on.write("b-large", contentFrom(1, 100 * mebibyte));
-    on.write("z-small", "small too");
-    on.world.folder.write("volume/filling", contentFrom(2, 120 * mebibyte));
-    const Outcome tracked = on.world.run({"track"});
-    EXPECT_EQ(tracked.status, 0);
-    EXPECT_NE(tracked.err.find("warning: couldn't save b-large: No space left on device\n"), std::string::npos)
-        << tracked.err;
-    EXPECT_EQ(on.world.manifestOf(1).find("b-large")->blob, "err28");
-    EXPECT_EQ(listFolder(on.world.store().blobsFolder(on.world.project()) + "/1")->size(), 2U); // no half of it
-    on.world.folder.remove("volume/filling");
-    on.world.ok({"snap"});
-    EXPECT_FALSE(on.world.manifestOf(2).find("b-large")->notKept());
 }
 
 // On a volume that ignores case every folder has such names.

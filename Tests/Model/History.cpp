@@ -34,6 +34,15 @@ Changes::Counts countsOf(const SnapshotMeta& meta) {
     return {meta.added, meta.modified, meta.deleted};
 }
 
+// Without folders.
+Changes::Counts countsOf(const Changes& changes) {
+    const auto files = [&](const auto& paths) {
+        return std::count_if(paths.begin(), paths.end(),
+                             [&](const auto& path) { return !changes.folders.contains(path); });
+    };
+    return {files(changes.added), files(changes.modified), files(changes.deleted)};
+}
+
 std::string number(std::int64_t value) {
     return std::to_string(value);
 }
@@ -46,6 +55,10 @@ bool hasAtOrAbove(const Paths& paths, std::string at) {
 bool hasAtOrBelow(const Paths& paths, const std::string& at) {
     const auto below = paths.lower_bound(at + "/");
     return paths.contains(at) || (below != paths.end() && below->starts_with(at + "/"));
+}
+
+bool isSize(const std::optional<std::int64_t>& size, const Node* node) {
+    return node == nullptr ? !size : node->isFolder() || size == node->size;
 }
 
 // The warning is about this path.
@@ -161,7 +174,7 @@ void History::record(const SnapshotMeta& meta, const Taken& taken, const std::st
     known.meta = meta;
     checkSnapshot(known);
     require(meta.files == wanted.files, "a record counts its files", number(meta.files));
-    require(countsOf(meta) == taken.changes.fileCounts(), "a record counts what changed");
+    require(countsOf(meta) == countsOf(taken.changes), "a record counts what changed");
 }
 
 void History::snap() {
@@ -314,12 +327,16 @@ void History::undo() {
     const Tree target = snapshots_.at(from).tree;
     const auto next = snapshots_.upper_bound(from);
     const std::int64_t to = next == snapshots_.end() ? 0 : next->first;
-    const auto all = changesBetween(target, to == 0 ? safety.walked : next->second.tree).all();
-    const Paths turn(all.begin(), all.end());
+    const Changes changes = changesBetween(target, to == 0 ? safety.walked : next->second.tree);
+    Paths turn;
+    for (const auto* list : {&changes.added, &changes.modified, &changes.deleted})
+        turn.insert(list->begin(), list->end());
     RestoreResult result = engine_.undo(project_, from);
     require(result.nothingInScope == turn.empty(), "an undo of nothing says so");
     if (to > from + 1) {
-        require(result.warnings.at(0).starts_with("snapshots #" + number(from + 1) + "–#" + number(to - 1) + " were"),
+        require(result.warnings.at(0) == "snapshots #" + number(from + 1) + "–#" + number(to - 1) +
+                                             " were pruned, so this undid everything from #" + number(from) + " to #" +
+                                             number(to),
                 "an undo tells of pruned snapshots");
         result.warnings.erase(result.warnings.begin());
     }
@@ -403,35 +420,52 @@ void History::nest() {
 // Differences and single contents, of two snapshots or of one and the folder as it is.
 void History::compare() {
     const std::int64_t from = anySeq();
-    const std::int64_t to = anySeq();
-    log_.back() = "compare " + number(from) + " " + number(to);
-    checkNow(from);
+    const bool live = chance_.oneIn(2);
+    const std::optional<std::int64_t> to = live ? std::nullopt : std::optional(anySeq());
+    log_.back() = "compare " + number(from) + " " + number(to.value_or(0));
     const Tree& older = snapshots_.at(from).tree;
-    const Tree& newer = snapshots_.at(to).tree;
-    require(engine_.diff(project_, from, to) == changesBetween(older, newer), "diff tells what changed");
+    const Tree newer = live ? nowSince(older) : snapshots_.at(*to).tree;
+    const Changes changes = changesBetween(older, newer);
+    require(engine_.diff(project_, from, to) == changes, "diff tells what changed");
     const auto check = [](const std::optional<std::string>& content, const Node* node, const std::string& path) {
         std::string text;
         const bool kept = node != nullptr && node->kind == 'f' && !node->tooLarge();
         require(content.has_value() == kept, "a change has the contents that are kept", path);
         require(!kept || (readFile(*content, text) == 0 && text == node->text), "a change has its contents", path);
     };
+    std::size_t files = 0;
     for (const FileChange& change : engine_.fileChanges(project_, from, to)) {
-        check(change.oldContent, find(older, change.path), change.path);
-        check(change.newContent, find(newer, change.path), change.path);
+        using Status = FileChange::Status;
+        const Node* before = find(older, change.path);
+        const Node* after = find(newer, change.path);
+        check(change.oldContent, before, change.path);
+        check(change.newContent, after, change.path);
+        const auto status = before == nullptr ? Status::added : after == nullptr ? Status::deleted : Status::modified;
+        require(change.status == status && isSize(change.oldSize, before) && isSize(change.newSize, after),
+                "a change tells its kind and sizes", change.path);
+        ++files;
     }
+    require(static_cast<std::int64_t>(files) == countsOf(changes).sum(), "every file's change is told once");
     for (const auto& [path, node] : older)
         if (!node.tooLarge()) check(engine_.contentPath(project_, from, path), &node, path);
 }
 
-void History::checkNow(std::int64_t seq) {
-    const Tree& older = snapshots_.at(seq).tree;
-    Tree newer = look();
-    for (auto& [path, node] : newer) {
+// What is listed now, with the versions of what has not changed since.
+Tree History::nowSince(const Tree& older) const {
+    Tree now = look();
+    std::erase_if(now, [](const auto& item) { return !item.second.listed; });
+    for (auto& [path, node] : now) {
         const Node* before = find(older, path);
         if (node.isFolder()) continue;
         node.version = before != nullptr && before->sameAttributes(node) ? before->version : "?";
     }
-    require(engine_.diff(project_, seq, std::nullopt) == changesBetween(older, newer), "diff tells what is other now");
+    return now;
+}
+
+void History::checkNow(std::int64_t seq) {
+    const Tree& older = snapshots_.at(seq).tree;
+    require(engine_.diff(project_, seq, std::nullopt) == changesBetween(older, nowSince(older)),
+            "diff tells what is other now");
 }
 
 Paths History::keptContents() const {

@@ -55,6 +55,7 @@ class History {
     void checkWarnings(std::vector<std::string> warnings, const Paths& warned, const Paths& unknown) const;
     void checkStore(bool nothingElse);
     void checkNow(std::int64_t seq);
+    [[nodiscard]] Tree nowSince(const Tree& older) const;
     [[nodiscard]] Paths keptContents() const;
 
     World world_;

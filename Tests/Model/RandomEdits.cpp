@@ -1,7 +1,7 @@
 #include "Model/RandomEdits.hpp"
 
 #include "Platform/Platform.hpp"
-#include "Support/VolumeFacts.hpp"
+#include "Support/TestFolders.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

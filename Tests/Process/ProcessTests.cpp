@@ -1,15 +1,11 @@
 #include "Support/Program.hpp"
 #include "Support/TestHistory.hpp"
 
-#include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -101,54 +97,4 @@ TEST_F(ProcessTest, tracesOnlyWhenAskedWithOne) {
         EXPECT_EQ(trace.substr(at + 9, 5), " ms  ") << trace.substr(at, 20); // two spaces and seven characters
         EXPECT_EQ(trace[at + 7], '.');
     }
-}
-
-// A store on a small volume of its own, unmounted at the end.
-class FullDiskTest : public ProcessTest {
-  protected:
-    void SetUp() override {
-        f.makeFolder("store");
-        mounted_ = std::system(("mount -t tmpfs -o size=2m none " + f.at("store") + " 2>/dev/null").c_str()) == 0;
-        if (!mounted_) GTEST_SKIP() << "mounting is not allowed here";
-    }
-    void TearDown() override {
-        if (!mounted_) return;
-        EXPECT_EQ(std::system(("umount " + f.at("store")).c_str()), 0);
-    }
-
-    bool mounted_ = false;
-};
-
-TEST_F(FullDiskTest, keepsWhatItHasAndGoesOnWhenThereIsRoom) {
-    f.write("project/small", "small");
-    ASSERT_EQ(program({"track"}).status, 0);
-    f.write("project/large", std::string(4'000'000, 'x'));
-    f.write("project/small", "changed");
-    const Outcome partly = program({"snap"});
-    EXPECT_EQ(partly.status, 0);
-    EXPECT_EQ(partly.err, "warning: couldn't save large: No space left on device\n");
-    EXPECT_EQ(program({"cat", "1", "small"}).out, "small");
-    EXPECT_EQ(program({"cat", "2", "small"}).out, "changed");
-    // What could not be kept is not replaced either.
-    EXPECT_EQ(program({"restore", "1"}).out.find("Restored 1 file, removed 0 files."), 0U);
-    EXPECT_EQ(f.read("project/large").size(), 4'000'000U);
-
-    f.makeFolder("store/filler");
-    for (int i = 0; i < 600; ++i) { // until not even a record fits any more
-        const std::string path = f.at("store/filler/" + std::to_string(i));
-        const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-        if (!file || writeAll(file.get(), std::string(4096, 'x')) != 0) break;
-    }
-    const auto seqs = world.store().seqs(world.project());
-    f.write("project/small", "third");
-    const Outcome full = program({"restore", "2"});
-    EXPECT_EQ(full.status, 1);
-    EXPECT_EQ(full.err.find("tidewrack: can't write " + f.at("store")), 0U) << full.err;
-    EXPECT_EQ(f.read("project/small"), "third"); // no safety snapshot, no change
-    EXPECT_EQ(world.store().seqs(world.project()), seqs);
-    EXPECT_EQ(program({"log"}).status, 0);
-    f.remove("store/filler");
-    f.remove("project/large");
-    EXPECT_EQ(program({"restore", "2"}).status, 0);
-    EXPECT_EQ(f.read("project/small"), "changed");
 }

@@ -1,5 +1,7 @@
 #include "Support/Program.hpp"
 
+#include "Platform/Platform.hpp"
+
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -22,7 +24,8 @@ int openOutput(Program::Output output, const std::string& file) {
 
 } // namespace
 
-Program::Program(const World& world, const std::vector<std::string>& words, Output output, const std::string& input) {
+Program::Program(const World& world, const std::vector<std::string>& words, Output output,
+                 const std::optional<std::string>& input) {
     std::vector<std::string> texts = {world.program};
     texts.insert(texts.end(), words.begin(), words.end());
     std::vector<char*> arguments;
@@ -35,10 +38,10 @@ Program::Program(const World& world, const std::vector<std::string>& words, Outp
     environment.push_back(nullptr);
     const int out = openOutput(output, texts_.at("out"));
     const int err = openOutput(Output::collected, texts_.at("err"));
-    texts_.write("in", input);
-    const int in = ::open(texts_.at("in").c_str(), O_RDONLY);
+    const int in = openInput(input);
     process_ = ::fork();
     if (process_ == 0) {
+        endInput();
         ::dup2(in, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
         ::dup2(err, STDERR_FILENO);
@@ -50,9 +53,24 @@ Program::Program(const World& world, const std::vector<std::string>& words, Outp
     ::close(err);
 }
 
+int Program::openInput(const std::optional<std::string>& input) {
+    if (input) {
+        texts_.write("in", *input);
+        return ::open(texts_.at("in").c_str(), O_RDONLY);
+    }
+    int ends[2];
+    EXPECT_EQ(::pipe(ends), 0);
+    input_ = Descriptor(ends[1]);
+    return ends[0];
+}
+
 Program::~Program() {
-    kill();
+    signal(SIGKILL);
     reap(0);
+}
+
+void Program::write(const std::string& text) const {
+    EXPECT_EQ(writeAll(input_.get(), text), 0);
 }
 
 bool Program::isRunning() {
@@ -60,8 +78,8 @@ bool Program::isRunning() {
     return !ended_;
 }
 
-void Program::kill() {
-    if (!ended_) ::kill(process_, SIGKILL);
+void Program::signal(int number) {
+    if (!ended_) ::kill(process_, number);
 }
 
 Outcome Program::wait() {

@@ -33,6 +33,11 @@ class TemporaryFolder {
     std::string path_;
 };
 
+// A file name or path of any bytes, for use below a TemporaryFolder. Where volumes take UTF-8 only, each byte that is
+// none becomes a character of its own.
+[[nodiscard]] std::string ofAnyBytes(const std::string& path);
+[[nodiscard]] bool volumesTakeAnyBytes();
+
 // The text of a file below docs/.
 std::string document(const std::string& name);
 
@@ -54,8 +59,6 @@ class World {
     std::string program; // what runs in a process of its own: TIDEWRACK_TEST_PROGRAM, or this build's
 
     [[nodiscard]] std::string projectPath() const { return folder.at("project"); }
-    [[nodiscard]] std::string storePath() const { return folder.at("store"); }
-    [[nodiscard]] std::string projectFile(const std::string& relative) const { return "project/" + relative; }
     // `tidewrack WORDS...`
     Outcome run(const std::vector<std::string>& words) const;
     // The same, failing the test unless it exits with 0; returns standard output.

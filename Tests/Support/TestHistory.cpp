@@ -19,8 +19,6 @@ void rewriteRecord(const World& world, std::int64_t seq, const std::function<voi
 
 namespace {
 
-constexpr const char* nobody = "65534";
-
 std::string textOrError(const std::function<std::string()>& action) {
     try {
         return action();
@@ -31,17 +29,12 @@ std::string textOrError(const std::function<std::string()>& action) {
 
 } // namespace
 
-std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action) {
-    const bool privileged = ::geteuid() == 0;
-    const std::string handOver = "chown -hR " + std::string(nobody) + " " + folder.path();
-    EXPECT_TRUE(!privileged || std::system(handOver.c_str()) == 0);
+std::string inOwnProcess(const std::function<std::string()>& action) {
     int ends[2];
     EXPECT_EQ(::pipe(ends), 0);
     const pid_t child = ::fork();
     if (child == 0) {
-        const auto user = static_cast<uid_t>(std::atoi(nobody));
-        const bool changed = !privileged || (::setgid(user) == 0 && ::setuid(user) == 0);
-        (void)writeAll(ends[1], changed ? textOrError(action) : "can't become another user");
+        (void)writeAll(ends[1], textOrError(action));
         ::_exit(0);
     }
     ::close(ends[1]);
@@ -54,6 +47,18 @@ std::string unprivileged(const TemporaryFolder& folder, const std::function<std:
     ::waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
     return text;
+}
+
+std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action,
+                         const std::string& part) {
+    constexpr uid_t nobody = 65534;
+    const bool privileged = ::geteuid() == 0;
+    const std::string handOver = "chown -hR " + std::to_string(nobody) + " " + folder.at(part);
+    EXPECT_TRUE(!privileged || std::system(handOver.c_str()) == 0);
+    return inOwnProcess([&] {
+        const bool changed = !privileged || (::setgid(nobody) == 0 && ::setuid(nobody) == 0);
+        return changed ? action() : "can't become another user";
+    });
 }
 
 bool git(const std::string& folder, const std::string& words) {

@@ -23,9 +23,13 @@ std::string thrownBy(Action action) {
 // Changes one snapshot's record in the store.
 void rewriteRecord(const World& world, std::int64_t seq, const std::function<void(SnapshotMeta&)>& change);
 
-// Hands the folder to a user without special rights and runs `action` as that user in a process of its own; returns
-// its text. When the tests themselves have no special rights it runs as their user.
-std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action);
+// Runs `action` in a process of its own, which may change its rights, and returns its text or what it throws.
+std::string inOwnProcess(const std::function<std::string()>& action);
+
+// The same as a user without special rights, to whom the folder, or this part of it, is handed over. When the tests
+// themselves have no special rights it runs as their user.
+std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action,
+                         const std::string& part = "");
 
 // Runs a git command in a folder, apart from the user's own configuration. False when it fails or git is missing.
 bool git(const std::string& folder, const std::string& words);
