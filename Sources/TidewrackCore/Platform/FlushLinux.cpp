@@ -71,8 +71,11 @@ void beginWriteOut(int fd) {
 }
 
 void writeOutCopy(int fd, PendingWrites& pending) {
-    const bool byItself = pending.copies++ < mostWrittenOutOneByOne && volumeOf(fd) == Volume::journal;
-    if (!byItself || writeContent(fd) != 0) pending.everything = true;
+    if (pending.copies++ >= mostWrittenOutOneByOne || volumeOf(fd) != Volume::journal) pending.everything = true;
+    if (pending.everything)
+        beginWriteOut(fd); // so that flushing the volume finds less to do
+    else if (writeContent(fd) != 0)
+        pending.everything = true;
 }
 
 int flush(int fd, const PendingWrites& pending) {
