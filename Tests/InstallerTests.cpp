@@ -247,7 +247,7 @@ TEST_F(Installer, goesOnPastAnAgentThatFails) {
                                         {"status", "\ngemini  installed"},
                                         {"uninstall", "Removed gemini hooks"}}) {
         std::ostringstream out;
-        EXPECT_EQ(thrownBy([&, verb = verb] { runHooks({verb}, installer(), out); }), error) << verb;
+        EXPECT_EQ(thrownBy([&, command = verb] { runHooks({command}, installer(), out); }), error) << verb;
         EXPECT_NE(out.str().find(printed), std::string::npos) << out.str();
     }
     const json list = json::parse(hooksStatusJson(installer()));
