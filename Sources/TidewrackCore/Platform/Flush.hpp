@@ -28,8 +28,8 @@ struct PendingWrites {
 void beginWriteOut(int fd);
 
 // writeOut for the first copies of an operation, each of which takes a tenth of a millisecond whatever else the volume
-// has waiting to be written. From some number on flushing the whole volume once is faster: of those the writing is only
-// begun, and flush() waits for it.
+// has waiting to be written. From some number on flushing the whole volume once is faster: of those the writing is at
+// most begun (on Linux, where finding room for each is the slow part), and flush() waits for it.
 void writeOutCopy(int fd, PendingWrites& pending);
 
 // Everything that was done on the volume of the open file `fd` before its own latest change, its content and `pending`
