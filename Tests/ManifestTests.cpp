@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <random>
 
 using namespace tidewrack;
@@ -124,10 +126,53 @@ TEST(Manifest, noPartOfAStreamDecodes) {
     EXPECT_THROW((void)Manifest::decode("not a manifest at all"), TidewrackError);
 }
 
-TEST(Manifest, pathIndexFindsEveryPath) {
-    const Manifest manifest = listing(1000);
-    const PathIndex index(manifest);
-    for (std::uint32_t i = 0; i < manifest.size(); ++i) EXPECT_EQ(index.find(manifest.items()[i].path), i);
-    EXPECT_EQ(index.find("src"), PathIndex::none);
+// In byte order the contents of "a" come after "a-b", and a folder need not be listed itself.
+TEST(Manifest, pathIndexFindsEveryPathInAnyOrder) {
+    const std::vector<std::string> paths = {"a", "a-b", "a-b/x", "a/-", "a/b", "a/b/x", "b/lost/deep", "x", "x0"};
+    ManifestBuilder builder;
+    for (const std::string& path : paths) builder.add(path, {EntryKind::file, 0644, 0, 0, 0, 1, ""});
+    const Manifest manifest = builder.finish();
+    PathIndex index(manifest);
+    for (std::size_t step = 1; step <= paths.size(); ++step)
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            const std::size_t wanted = i * step % paths.size();
+            EXPECT_EQ(index.find(paths[wanted]), wanted) << paths[wanted] << " after others, step " << step;
+        }
+    for (const char* path : {"b", "b/lost", "a/x", "a-b/b", "nowhere/x", "x0/x", "-"})
+        EXPECT_EQ(index.find(path), PathIndex::none) << path;
     EXPECT_EQ(PathIndex(Manifest()).find("a"), PathIndex::none);
+}
+
+// What the second listing has of the first comes by rank, in any order, as a walk finds it.
+TEST(Manifest, builtUponAnotherSaysWhatWasAdded) {
+    const Manifest base = listing(9);
+    const auto again = [&](const std::function<void(ManifestBuilder&, const Manifest::Item&, std::uint32_t)>& add) {
+        ManifestBuilder builder(base);
+        for (std::size_t i = base.size(); i-- > 0;) add(builder, base.items()[i], static_cast<std::uint32_t>(i));
+        return builder.finish();
+    };
+    const Manifest same = again([](auto& builder, const auto& item, auto rank) {
+        const std::string blob(item.entry.blob);
+        Entry entry = item.entry;
+        entry.blob = blob;
+        builder.add(item.path, entry, rank);
+    });
+    EXPECT_EQ(&same.items(), &base.items());
+    std::vector<Manifest::Item> wanted;
+    const Manifest other = again([&](auto& builder, const auto& item, auto rank) {
+        if (rank == 4) return; // gone
+        Entry entry = item.entry;
+        if (rank == 2 || rank == 6) entry.size += 1;
+        const auto handle = builder.add(item.path, entry, rank);
+        if (rank == 3) entry.blob = "9/9";
+        if (rank == 6) entry = item.entry; // it turns out the same after all
+        builder.setEntry(handle, entry);
+        EXPECT_EQ(builder.item(handle), (Manifest::Item{item.path, entry}));
+        wanted.insert(wanted.begin(), {item.path, entry});
+        if (rank == 5) builder.add("in between", entry);
+    });
+    const Entry& five = base.items()[5].entry;
+    wanted.push_back({"in between", five});
+    std::sort(wanted.begin(), wanted.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+    EXPECT_EQ(other.items(), wanted);
 }

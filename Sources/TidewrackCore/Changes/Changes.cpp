@@ -35,6 +35,7 @@ Changes::Counts Changes::fileCounts() const {
 
 Changes Changes::between(const Manifest& older, const Manifest& newer) {
     Changes changes;
+    if (&older.items() == &newer.items()) return changes;
     const auto record = [&](std::vector<std::string>& list, const Manifest::Item& item) {
         list.emplace_back(item.path);
         if (item.entry.kind == EntryKind::dir) changes.folders.emplace_hint(changes.folders.end(), item.path);

@@ -15,7 +15,7 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     walker->expect(meta.files);
     Sides result;
     result.older = store.manifest(meta, project);
-    const PathIndex index(result.older);
+    PathIndex index(result.older);
     ManifestBuilder builder(result.older);
     std::string blob;
     walker->walk([&](const Walker::Item& item) {

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <functional>
-#include <iterator>
 
 namespace tidewrack {
 
@@ -64,52 +62,64 @@ TextBuffer::TextBuffer(std::string_view text) : bytes(new char[text.size() + 1])
 }
 
 const Entry* Manifest::find(std::string_view path) const {
-    const auto found = std::lower_bound(items_.begin(), items_.end(), path,
+    const auto found = std::lower_bound(items().begin(), items().end(), path,
                                         [](const Item& item, std::string_view wanted) { return item.path < wanted; });
-    return found != items_.end() && found->path == path ? &found->entry : nullptr;
+    return found != items().end() && found->path == path ? &found->entry : nullptr;
 }
 
 Manifest::Range Manifest::below(std::string_view folder) const {
-    if (folder.empty()) return {items_.data(), items_.data() + items_.size()};
+    const Item* const begin = items().data();
+    const Item* const end = begin + size();
+    if (folder.empty()) return {begin, end};
     const std::string first = std::string(folder) + "/";
     const std::string last = std::string(folder) + "0"; // "0" is the byte after "/"
     const auto less = [](const Item& item, const std::string& wanted) { return item.path < wanted; };
-    const auto from = std::lower_bound(items_.begin(), items_.end(), first, less);
-    const auto to = std::lower_bound(from, items_.end(), last, less);
-    return {items_.data() + (from - items_.begin()), items_.data() + (to - items_.begin())};
+    const Item* const from = std::lower_bound(begin, end, first, less);
+    return {from, std::lower_bound(from, end, last, less)};
 }
 
 std::int64_t Manifest::fileCount() const {
-    return std::count_if(items_.begin(), items_.end(),
+    return std::count_if(items().begin(), items().end(),
                          [](const Item& item) { return item.entry.kind != EntryKind::dir; });
 }
 
-ManifestBuilder::ManifestBuilder(const Manifest& base) : base_(&base) {
-    ranked_.resize(base.size());
-}
+ManifestBuilder::ManifestBuilder(const Manifest& base) : base_(&base), fates_(base.size(), absent) {}
 
 ManifestBuilder::Handle ManifestBuilder::add(std::string_view path, const Entry& entry, std::uint32_t rank) {
     ++count_;
-    if (rank == noRank) {
-        others_.push_back({arena_->add(path), {}});
-    } else {
-        ranked_[rank].path = base_->items()[rank].path;
-    }
     const bool ranked = rank != noRank;
+    if (!ranked) others_.push_back({arena_->add(path), {}});
     const Handle handle{ranked ? rank : static_cast<std::uint32_t>(others_.size() - 1), ranked};
     setEntry(handle, entry);
     return handle;
 }
 
 void ManifestBuilder::setEntry(Handle handle, const Entry& entry) {
-    Entry& stored = (handle.ranked ? ranked_ : others_)[handle.place].entry;
+    if (!handle.ranked) {
+        Entry& stored = others_[handle.place].entry;
+        stored = entry;
+        stored.blob = arena_->add(entry.blob);
+        return;
+    }
+    const Manifest::Item& before = base_->items()[handle.place];
+    std::uint32_t& fate = fates_[handle.place];
+    if (entry == before.entry) {
+        fate = unchanged;
+        return;
+    }
+    if (fate >= unchanged) {
+        fate = static_cast<std::uint32_t>(changed_.size());
+        changed_.push_back({before.path, {}});
+    }
+    Entry& stored = changed_[fate].entry;
     stored = entry;
-    const bool known = handle.ranked && base_->items()[handle.place].entry.blob == entry.blob;
-    stored.blob = known ? base_->items()[handle.place].entry.blob : arena_->add(entry.blob);
+    stored.blob = entry.blob == before.entry.blob ? before.entry.blob : arena_->add(entry.blob);
 }
 
 const Manifest::Item& ManifestBuilder::item(Handle handle) const {
-    return (handle.ranked ? ranked_ : others_)[handle.place];
+    if (!handle.ranked) return others_[handle.place];
+    const std::uint32_t fate = fates_[handle.place];
+    return fate == unchanged ? base_->items()[handle.place] : changed_[fate];
 }
 
 void ManifestBuilder::sortOthers() {
@@ -126,39 +136,91 @@ void ManifestBuilder::sortOthers() {
     others_.resize(kept);
 }
 
-Manifest ManifestBuilder::finish() {
-    sortOthers();
-    Manifest result;
-    if (base_ != nullptr) result.arenas_ = base_->arenas_;
-    result.arenas_.push_back(arena_);
-    ranked_.erase(std::remove_if(ranked_.begin(), ranked_.end(), [](const auto& item) { return !isSet(item); }),
-                  ranked_.end());
-    if (others_.empty() || ranked_.empty()) {
-        result.items_ = std::move(others_.empty() ? ranked_ : others_);
-    } else {
-        result.items_.reserve(ranked_.size() + others_.size());
-        std::merge(ranked_.begin(), ranked_.end(), others_.begin(), others_.end(), std::back_inserter(result.items_),
-                   byPath);
-    }
+// In the base's order, and so sorted.
+std::vector<Manifest::Item> ManifestBuilder::ranked() const {
+    std::vector<Manifest::Item> result;
+    result.reserve(count_);
+    for (std::size_t rank = 0; rank < fates_.size(); ++rank)
+        if (fates_[rank] != absent) result.push_back(item({static_cast<std::uint32_t>(rank), true}));
     return result;
 }
 
-PathIndex::PathIndex(const Manifest& manifest) : manifest_(manifest) {
-    std::size_t size = 16;
-    while (size < manifest.size() * 2) size *= 2;
-    slots_.assign(size, none);
-    mask_ = size - 1;
-    for (std::uint32_t i = 0; i < manifest.size(); ++i) {
-        std::size_t at = std::hash<std::string_view>()(manifest.items()[i].path) & mask_;
-        while (slots_[at] != none) at = (at + 1) & mask_;
-        slots_[at] = i;
+Manifest ManifestBuilder::finish() {
+    Manifest::Arenas arenas;
+    if (base_ != nullptr) {
+        arenas = base_->arenas_;
+        const auto same = [](std::uint32_t fate) { return fate == unchanged; };
+        if (others_.empty() && std::all_of(fates_.begin(), fates_.end(), same))
+            return {base_->items_, std::move(arenas)};
+    }
+    arenas.push_back(arena_);
+    sortOthers();
+    std::vector<Manifest::Item> items = ranked();
+    if (items.empty()) {
+        items = std::move(others_);
+    } else if (!others_.empty()) {
+        const auto middle = items.insert(items.end(), others_.begin(), others_.end());
+        std::inplace_merge(items.begin(), middle, items.end(), byPath);
+    }
+    return {std::make_shared<const std::vector<Manifest::Item>>(std::move(items)), std::move(arenas)};
+}
+
+namespace {
+
+std::string_view parentOf(std::string_view path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+std::string_view nameIn(std::string_view folder, std::string_view path) {
+    return path.substr(folder.empty() ? 0 : folder.size() + 1);
+}
+
+} // namespace
+
+PathIndex::PathIndex(const Manifest& manifest) : items_(manifest.items()) {
+    // Counts what each folder holds, then gives each its part of ranks_, then fills them.
+    std::vector<Folder*> folderOf;
+    folderOf.reserve(items_.size());
+    std::string_view parent;
+    Folder* folder = &folders_[parent];
+    for (const auto& item : items_) {
+        const std::string_view itsParent = parentOf(item.path);
+        if (itsParent != parent) folder = &folders_[parent = itsParent];
+        ++folder->size;
+        folderOf.push_back(folder);
+    }
+    std::uint32_t first = 0;
+    for (auto& [path, each] : folders_) {
+        each.first = first;
+        first += each.size;
+        each.size = 0;
+    }
+    ranks_.resize(items_.size());
+    for (std::uint32_t rank = 0; rank < items_.size(); ++rank)
+        ranks_[folderOf[rank]->first + folderOf[rank]->size++] = rank;
+    enter({});
+}
+
+void PathIndex::enter(std::string_view folder) {
+    entered_ = folder;
+    children_.clear();
+    const auto found = folders_.find(folder);
+    if (found == folders_.end()) return;
+    for (std::uint32_t i = 0; i < found->second.size; ++i) {
+        const std::uint32_t rank = ranks_[found->second.first + i];
+        children_.push_back({nameIn(folder, items_[rank].path), rank});
     }
 }
 
-std::uint32_t PathIndex::find(std::string_view path) const {
-    std::size_t at = std::hash<std::string_view>()(path) & mask_;
-    while (slots_[at] != none && manifest_.items()[slots_[at]].path != path) at = (at + 1) & mask_;
-    return slots_[at];
+std::uint32_t PathIndex::find(std::string_view path) {
+    const std::string_view parent = parentOf(path);
+    if (parent != entered_) enter(parent);
+    const std::string_view name = nameIn(parent, path);
+    const auto found =
+        std::lower_bound(children_.begin(), children_.end(), name,
+                         [](const Child& child, std::string_view wanted) { return child.name < wanted; });
+    return found != children_.end() && found->name == name ? found->rank : none;
 }
 
 } // namespace tidewrack

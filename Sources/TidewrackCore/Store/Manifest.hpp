@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace tidewrack {
@@ -88,10 +89,13 @@ class Manifest {
         bool operator==(const Item&) const = default;
     };
 
-    // Sorted by path in byte order, each path once.
-    [[nodiscard]] const std::vector<Item>& items() const { return items_; }
-    [[nodiscard]] bool empty() const { return items_.empty(); }
-    [[nodiscard]] std::size_t size() const { return items_.size(); }
+    Manifest() = default;
+
+    // Sorted by path in byte order, each path once. A listing that says the same as the one it was built upon shares
+    // its items, so that the address tells.
+    [[nodiscard]] const std::vector<Item>& items() const { return *items_; }
+    [[nodiscard]] bool empty() const { return items_->empty(); }
+    [[nodiscard]] std::size_t size() const { return items_->size(); }
     // The entry at `path`, by binary search; nullptr when there is none.
     [[nodiscard]] const Entry* find(std::string_view path) const;
     // The entries whose path begins with `folder` + "/", as a range of items().
@@ -123,8 +127,12 @@ class Manifest {
 
   private:
     friend class ManifestBuilder;
-    std::vector<std::shared_ptr<const TextArena>> arenas_; // hold the views' bytes; shared by copies
-    std::vector<Item> items_;
+    using Items = std::shared_ptr<const std::vector<Item>>;
+    using Arenas = std::vector<std::shared_ptr<const TextArena>>;
+    Manifest(Items items, Arenas arenas) : items_(std::move(items)), arenas_(std::move(arenas)) {}
+
+    Items items_ = std::make_shared<const std::vector<Item>>(); // shared by copies
+    Arenas arenas_;                                             // hold the views' bytes
 };
 
 // Collects entries in any order; copies paths and blobs.
@@ -152,28 +160,45 @@ class ManifestBuilder {
 
   private:
     friend class Manifest;
-    static bool isSet(const Manifest::Item& item) { return item.path.data() != nullptr; }
+    // What became of an item of the base: one of these two, or its place in changed_.
+    static constexpr std::uint32_t absent = UINT32_MAX;
+    static constexpr std::uint32_t unchanged = UINT32_MAX - 1;
+
     void sortOthers();
+    [[nodiscard]] std::vector<Manifest::Item> ranked() const;
 
     const Manifest* base_ = nullptr;
     std::shared_ptr<TextArena> arena_ = std::make_shared<TextArena>();
-    std::vector<Manifest::Item> ranked_; // by rank; without a path where nothing was added
+    std::vector<std::uint32_t> fates_; // of the base's items, by rank
+    std::vector<Manifest::Item> changed_;
     std::vector<Manifest::Item> others_;
     std::size_t count_ = 0;
 };
 
-// A hash index over a manifest's paths: one look-up per walked item.
+// Finds a walked item in a manifest. The look-up goes by folders, since a walk hands out all that lies in one together.
 class PathIndex {
   public:
     explicit PathIndex(const Manifest& manifest);
     static constexpr std::uint32_t none = UINT32_MAX;
-    // The place in manifest.items(), or `none`.
-    [[nodiscard]] std::uint32_t find(std::string_view path) const;
+    // The place in manifest.items(), or `none`. Fast where the path before it had the same parent.
+    [[nodiscard]] std::uint32_t find(std::string_view path);
 
   private:
-    const Manifest& manifest_;
-    std::vector<std::uint32_t> slots_; // open addressing, a power of two; none: free
-    std::size_t mask_ = 0;
+    struct Folder {
+        std::uint32_t first = 0; // in ranks_
+        std::uint32_t size = 0;
+    };
+    struct Child {
+        std::string_view name;
+        std::uint32_t rank;
+    };
+    void enter(std::string_view folder);
+
+    const std::vector<Manifest::Item>& items_;
+    std::unordered_map<std::string_view, Folder> folders_; // by path; the root's is empty
+    std::vector<std::uint32_t> ranks_;                     // what lies in one folder side by side, sorted by name
+    std::string entered_;                                  // the folder asked for last
+    std::vector<Child> children_;                          // in it, sorted by name
 };
 
 } // namespace tidewrack

@@ -161,9 +161,9 @@ std::string Manifest::unescape(std::string_view text) {
 std::string Manifest::encodedText() const {
     std::string text;
     std::size_t length = 0;
-    for (const Item& item : items_) length += item.path.size() + item.entry.blob.size() + 90;
+    for (const Item& item : items()) length += item.path.size() + item.entry.blob.size() + 90;
     text.reserve(length);
-    for (const Item& item : items_) {
+    for (const Item& item : items()) {
         text += kindCode(item.entry.kind);
         text += '\t';
         appendNumber(text, item.entry.mode);
