@@ -1,6 +1,6 @@
 #include "Engine/FolderReader.hpp"
 
-#include <dirent.h>
+#include "Platform/FolderStream.hpp"
 
 #include <cstring>
 #include <iterator>
@@ -104,14 +104,11 @@ std::unique_ptr<FolderListing> FolderReader::read(std::string path, std::vector<
     const std::size_t prefix = below.size();
     Descriptor folder;
     if (openFolderBelow(root_, listing->path, folder) != 0) return listing;
-    DIR* stream = ::fdopendir(folder.get());
-    if (stream == nullptr) return listing;
-    const int fd = folder.release(); // now the stream's
-    while (const dirent* item = ::readdir(stream)) {
-        const char* name = item->d_name;
-        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
+    FolderStream stream(std::move(folder));
+    while (const char* name = stream.next()) {
         FolderListing::Child child{};
-        if (attributesAt(fd, name, child.attributes) != 0 || child.attributes.kind == Attributes::Kind::other) continue;
+        if (attributesAt(stream.fd(), name, child.attributes) != 0 || child.attributes.kind == Attributes::Kind::other)
+            continue;
         child.nameOffset = static_cast<std::uint32_t>(listing->names.size());
         child.nameLength = static_cast<std::uint32_t>(std::strlen(name));
         listing->names += name;
@@ -121,7 +118,6 @@ std::unique_ptr<FolderListing> FolderReader::read(std::string path, std::vector<
         below += name;
         if (enters_(std::string_view(below).substr(prefix), below)) found.push_back(below);
     }
-    ::closedir(stream);
     return listing;
 }
 

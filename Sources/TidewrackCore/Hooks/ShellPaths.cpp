@@ -1,11 +1,11 @@
 #include "Hooks/ShellPaths.hpp"
 
-#include <dirent.h>
+#include "Platform/FolderStream.hpp"
+
 #include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <memory>
 
 namespace tidewrack::shell {
 
@@ -39,10 +39,6 @@ bool exists(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0;
 }
-
-struct CloseFolder {
-    void operator()(DIR* folder) const { closedir(folder); }
-};
 
 } // namespace
 
@@ -98,13 +94,10 @@ std::optional<std::vector<std::string>> GlobMatcher::namesIn(const std::string& 
 
 // Adds the names that match `pattern` (null: all); false when time ran out.
 bool GlobMatcher::readNames(const std::string& folder, const char* pattern, std::vector<std::string>& names) {
-    const std::unique_ptr<DIR, CloseFolder> stream(opendir(folder.c_str()));
-    if (!stream) return true;
-    while (const dirent* entry = readdir(stream.get())) {
+    FolderStream stream(folder);
+    while (const char* name = stream.next()) {
         if (outOfTime()) return false;
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..") continue;
-        if (!pattern || fnmatch(pattern, entry->d_name, FNM_PERIOD | FNM_NOESCAPE) == 0) names.emplace_back(name);
+        if (!pattern || fnmatch(pattern, name, FNM_PERIOD | FNM_NOESCAPE) == 0) names.emplace_back(name);
     }
     return true;
 }

@@ -1,45 +1,15 @@
 // Copies of whole folders, made of the platform's copies of single files and links.
 
+#include "Platform/FolderStream.hpp"
 #include "Platform/Platform.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <cerrno>
-#include <cstring>
 
 namespace tidewrack {
 
 namespace {
-
-// The items of an open folder, without "." and "..".
-class FolderStream {
-  public:
-    FolderStream(int folder, const char* name)
-        : fd_(::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)),
-          stream_(fd_ ? ::fdopendir(fd_.get()) : nullptr), error_(stream_ == nullptr ? errno : 0) {
-        if (stream_ != nullptr) (void)fd_.release(); // the stream owns it now
-    }
-    FolderStream(const FolderStream&) = delete;
-    FolderStream& operator=(const FolderStream&) = delete;
-    ~FolderStream() {
-        if (stream_ != nullptr) ::closedir(stream_);
-    }
-
-    [[nodiscard]] int error() const { return error_; } // 0 when it is open
-    [[nodiscard]] int fd() const { return ::dirfd(stream_); }
-    [[nodiscard]] const char* next() {
-        if (stream_ == nullptr) return nullptr;
-        while (const dirent* item = ::readdir(stream_))
-            if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) return item->d_name;
-        return nullptr;
-    }
-
-  private:
-    Descriptor fd_;
-    DIR* stream_;
-    int error_;
-};
 
 // What both ways through a tree leave out.
 class Skip {

@@ -1,13 +1,13 @@
 #include "Platform/Platform.hpp"
 
+#include "Platform/FolderStream.hpp"
+
 #include <csignal>
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <system_error>
 
 namespace tidewrack {
@@ -67,21 +67,12 @@ std::size_t pieceLength(std::string_view path) {
 int removeTreeAt(int folder, const char* name);
 
 int removeContents(int folder, const char* name) {
-    const int fd = ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return errno;
-    DIR* stream = ::fdopendir(fd);
-    if (stream == nullptr) {
-        const int error = errno;
-        ::close(fd);
-        return error;
-    }
-    int first = 0;
-    while (const dirent* item = ::readdir(stream)) {
-        if (std::strcmp(item->d_name, ".") == 0 || std::strcmp(item->d_name, "..") == 0) continue;
-        const int error = removeTreeAt(::dirfd(stream), item->d_name);
+    FolderStream stream(folder, name);
+    int first = stream.error();
+    while (const char* item = stream.next()) {
+        const int error = removeTreeAt(stream.fd(), item);
         if (first == 0) first = error;
     }
-    ::closedir(stream);
     return first;
 }
 

@@ -1,10 +1,10 @@
 #include "Support/Files.hpp"
 
+#include "Platform/FolderStream.hpp"
 #include "Platform/Platform.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -13,8 +13,6 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 
 namespace tidewrack {
 
@@ -168,10 +166,9 @@ std::optional<std::vector<std::string>> listFolder(const std::string& path) {
 }
 
 bool forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(path.c_str()), &::closedir);
-    if (stream == nullptr) return false;
-    while (const dirent* item = ::readdir(stream.get()))
-        if (std::strcmp(item->d_name, ".") != 0 && std::strcmp(item->d_name, "..") != 0) visit(item->d_name);
+    FolderStream stream(path);
+    if (stream.error() != 0) return false;
+    while (const char* name = stream.next()) visit(name);
     return true;
 }
 

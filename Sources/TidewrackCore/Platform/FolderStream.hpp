@@ -1,0 +1,38 @@
+#pragma once
+// The one way in which folders are listed: FolderStreamLinux.cpp reads their entries straight from the system, since a
+// walk does little else; FolderStreamMacos.cpp goes through readdir.
+
+#include "Platform/Descriptor.hpp"
+
+#include <memory>
+#include <string>
+
+namespace tidewrack {
+
+// The names in a folder, without "." and "..", in no particular order. What comes or goes meanwhile may or may not be
+// among them.
+class FolderStream {
+  public:
+    // Takes over an open folder; where `folder` holds none, errno says why.
+    explicit FolderStream(Descriptor folder);
+    // Opens the folder `name` in the open folder `parent`; a link is not followed.
+    FolderStream(int parent, const char* name);
+    // Opens a folder by its path, through links.
+    explicit FolderStream(const std::string& path);
+    FolderStream(const FolderStream&) = delete;
+    FolderStream& operator=(const FolderStream&) = delete;
+    ~FolderStream();
+
+    [[nodiscard]] int error() const { return error_; } // why there is nothing to read, as an errno value; 0: there is
+    [[nodiscard]] int fd() const;
+    // The next name, valid until the one after it is asked for; null after the last one, or where reading fails.
+    [[nodiscard]] const char* next();
+
+  private:
+    struct Position; // how far the system's way of reading has come
+    Descriptor folder_;
+    int error_;
+    std::unique_ptr<Position> position_;
+};
+
+} // namespace tidewrack

@@ -1,0 +1,49 @@
+// macOS: readdir, the only documented way to the entries' names alone.
+
+#include "Platform/FolderStream.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace tidewrack {
+
+struct FolderStream::Position {
+    DIR* stream;
+};
+
+FolderStream::FolderStream(Descriptor folder) : folder_(std::move(folder)), error_(folder_ ? 0 : errno) {
+    if (!folder_) return;
+    DIR* const stream = ::fdopendir(folder_.get());
+    if (stream == nullptr) {
+        error_ = errno;
+        return;
+    }
+    (void)folder_.release(); // the stream owns it now
+    position_.reset(new Position{stream});
+}
+
+FolderStream::FolderStream(int parent, const char* name)
+    : FolderStream(Descriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC))) {}
+
+FolderStream::FolderStream(const std::string& path)
+    : FolderStream(Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))) {}
+
+FolderStream::~FolderStream() {
+    if (position_ != nullptr) ::closedir(position_->stream);
+}
+
+int FolderStream::fd() const {
+    return position_ == nullptr ? -1 : ::dirfd(position_->stream);
+}
+
+const char* FolderStream::next() {
+    if (position_ == nullptr) return nullptr;
+    while (const dirent* entry = ::readdir(position_->stream))
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) return entry->d_name;
+    return nullptr;
+}
+
+} // namespace tidewrack
