@@ -155,9 +155,7 @@ class Scene {
         return result;
     }
 
-    static std::vector<std::string> namesIn(const std::string& path) {
-        return listFolder(path).value_or(std::vector<std::string>());
-    }
+    static std::vector<std::string> namesIn(const std::string& path) { return listFolder(path); }
     void remember(std::int64_t seq) { states[seq] = f.listing("project"); }
     static void collectFile(std::set<std::string>& result, const std::string& path) {
         std::string text;

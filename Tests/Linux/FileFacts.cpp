@@ -57,7 +57,7 @@ std::string contentText(const std::string& path, const struct stat& status) {
 }
 
 void addFacts(const std::string& path, const std::string& shown, std::vector<std::string>& lines) {
-    for (const std::string& name : listFolder(path).value_or(std::vector<std::string>())) {
+    for (const std::string& name : listFolder(path)) {
         const std::string child = path + "/" + name;
         struct stat status {};
         if (::lstat(child.c_str(), &status) != 0) continue;

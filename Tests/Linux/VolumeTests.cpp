@@ -52,8 +52,7 @@ class VolumeFixture {
         return Engine(world.store()).contentPath(world.project(), 1, name).value_or("");
     }
     void emptyProject() const {
-        for (const std::string& name : listFolder(project()).value_or(std::vector<std::string>()))
-            EXPECT_EQ(removeTree(file(name)), 0) << name;
+        for (const std::string& name : listFolder(project())) EXPECT_EQ(removeTree(file(name)), 0) << name;
     }
 };
 

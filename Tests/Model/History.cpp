@@ -471,9 +471,8 @@ void History::checkNow(std::int64_t seq) {
 Paths History::keptContents() const {
     const std::string blobs = engine_.store.blobsFolder(project_);
     Paths kept;
-    const auto names = [](const std::string& folder) { return listFolder(folder).value(); };
-    for (const std::string& folder : names(blobs))
-        for (const std::string& name : names(blobs + "/" + folder)) kept.insert(folder + "/" + name);
+    for (const std::string& folder : listFolder(blobs))
+        for (const std::string& name : listFolder(blobs + "/" + folder)) kept.insert(folder + "/" + name);
     return kept;
 }
 
@@ -492,7 +491,7 @@ void History::checkStore(bool nothingElse) {
     }
     if (!nothingElse) return;
     require(keptContents() == needed, "a prune leaves the contents that are needed");
-    const auto left = listFolder(engine_.store.projectFolder(project_) + "/manifests").value();
+    const auto left = listFolder(engine_.store.projectFolder(project_) + "/manifests");
     require(left.size() == manifests.size(), "a prune leaves the manifests that are needed");
 }
 

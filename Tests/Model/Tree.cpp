@@ -60,7 +60,7 @@ struct Reader {
     Tree tree;
 
     void read(const std::string& folder, bool listed) {
-        for (const std::string& name : listFolder(root + "/" + folder).value_or(std::vector<std::string>())) {
+        for (const std::string& name : listFolder(root + "/" + folder)) {
             const std::string path = folder.empty() ? name : folder + "/" + name;
             Node node = readNode(root + "/" + path);
             bool below = false;

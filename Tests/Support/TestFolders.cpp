@@ -56,7 +56,7 @@ bool TemporaryFolder::has(const std::string& relative) const {
 std::string TemporaryFolder::listing(const std::string& relative) const {
     std::vector<std::string> lines;
     const std::function<void(const std::string&)> visit = [&](const std::string& prefix) {
-        for (const std::string& name : listFolder(at(prefix)).value_or(std::vector<std::string>())) {
+        for (const std::string& name : listFolder(at(prefix))) {
             const std::string path = prefix.empty() ? name : prefix + "/" + name;
             Attributes attributes;
             if (attributesAt(AT_FDCWD, at(path).c_str(), attributes) != 0) continue;

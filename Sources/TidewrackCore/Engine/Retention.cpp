@@ -39,7 +39,7 @@ class UnclaimedContents {
     // What the snapshots kept whose own manifest is gone: only that can be without a reference, because a manifest
     // names everything that its snapshot kept.
     void addAllBut(const std::set<std::int64_t>& manifestsInUse) {
-        for (const std::string& name : listFolder(folder_).value_or(std::vector<std::string>())) {
+        for (const std::string& name : listFolder(folder_)) {
             const auto seq = parseSeq(name);
             if (!seq || std::to_string(*seq) != name) continue; // not one of ours
             if (!manifestsInUse.contains(*seq)) add(*seq);
@@ -48,11 +48,14 @@ class UnclaimedContents {
 
     // What snapshot `seq` kept.
     void add(std::int64_t seq) {
-        const auto contents = listFolder(folderOf(seq));
-        if (!contents) return;
-        oldest_ = std::min(oldest_, seq);
-        folders_[seq] = std::unordered_set<std::string>(contents->begin(), contents->end());
-        count_ += static_cast<std::int64_t>(contents->size());
+        try {
+            const auto contents = listFolder(folderOf(seq));
+            oldest_ = std::min(oldest_, seq);
+            folders_[seq] = std::unordered_set<std::string>(contents.begin(), contents.end());
+            count_ += static_cast<std::int64_t>(contents.size());
+        } catch (const TidewrackError& error) {
+            if (!failure_) failure_ = error;
+        }
     }
 
     [[nodiscard]] bool empty() const { return count_ == 0; }
@@ -72,9 +75,8 @@ class UnclaimedContents {
         });
     }
 
-    // One that cannot be removed does not keep the others; the first is told at the end.
-    void remove() const {
-        std::optional<TidewrackError> failure;
+    // One that cannot be listed or removed does not keep the others; the first is told at the end.
+    void remove() {
         for (const auto& [seq, contents] : folders_) {
             const std::string path = folderOf(seq);
             Descriptor folder;
@@ -82,11 +84,11 @@ class UnclaimedContents {
             for (const std::string& content : contents) {
                 if (folder && ::unlinkat(folder.get(), content.c_str(), 0) == 0) continue;
                 const int error = removeTree(path + "/" + content);
-                if (error != 0 && !failure) failure = TidewrackError::io("remove", path + "/" + content, error);
+                if (error != 0 && !failure_) failure_ = TidewrackError::io("remove", path + "/" + content, error);
             }
             (void)::rmdir(path.c_str()); // stays while something in it is still in use
         }
-        if (failure) throw *failure;
+        if (failure_) throw *failure_;
     }
 
   private:
@@ -96,6 +98,7 @@ class UnclaimedContents {
     std::map<std::int64_t, std::unordered_set<std::string>> folders_;
     std::int64_t count_ = 0;
     std::int64_t oldest_ = INT64_MAX;
+    std::optional<TidewrackError> failure_;
 };
 
 // Manifests that no remaining record names, those of interrupted snapshots included.
@@ -104,7 +107,7 @@ class UnusedManifests {
     UnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse)
         : folder_(parentOf(store.manifestPath(project, 0))) {
         constexpr std::string_view ending = ".mf";
-        for (const std::string& name : listFolder(folder_).value_or(std::vector<std::string>())) {
+        for (const std::string& name : listFolder(folder_)) {
             if (!name.ends_with(ending)) continue;
             const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - ending.size()));
             if (seq && !inUse.contains(*seq)) manifests_.emplace(*seq, name);

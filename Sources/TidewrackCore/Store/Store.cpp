@@ -163,11 +163,9 @@ void Store::untrack(const Project& project) const {
 
 std::vector<Project> Store::projects() const {
     std::vector<Project> result;
-    if (!exists(projectsFolder())) return result;
     auto names = listFolder(projectsFolder());
-    if (!names) throw TidewrackError::io("list", projectsFolder(), errno);
-    std::sort(names->begin(), names->end());
-    for (const std::string& name : *names) {
+    std::sort(names.begin(), names.end());
+    for (const std::string& name : names) {
         const std::string path = projectsFolder() + "/" + name + "/project.json";
         std::string text;
         if (readFile(path, text) != 0) continue;
@@ -230,10 +228,8 @@ std::vector<SnapshotMeta> readRecords(const std::string& folder, std::span<const
 std::vector<SnapshotMeta> Store::snapshots(const Project& project) const {
     constexpr std::size_t namesForTwo = 256; // reading and decoding so many takes longer than starting a thread
     const std::string folder = projectFolder(project) + "/snapshots";
-    if (!exists(folder)) return {};
     const auto names = listFolder(folder);
-    if (!names) throw TidewrackError::io("list", folder, errno);
-    const std::span all(*names);
+    const std::span all(names);
     const std::size_t half = all.size() < namesForTwo ? 0 : all.size() / 2;
     // Should no thread be had, its half is read at get().
     auto others = std::async(half == 0 ? std::launch::deferred : std::launch::async | std::launch::deferred,

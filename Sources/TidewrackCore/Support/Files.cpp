@@ -65,8 +65,12 @@ bool isLeftover(std::string_view name) {
 }
 
 void removeLeftovers(const std::string& folder) {
-    for (const std::string& name : listFolder(folder).value_or(std::vector<std::string>()))
-        if (isLeftover(name)) (void)::unlink(joined(folder, name).c_str());
+    try {
+        for (const std::string& name : listFolder(folder))
+            if (isLeftover(name)) (void)::unlink(joined(folder, name).c_str());
+    } catch (const TidewrackError&) {
+        // They are for the next one to remove.
+    }
 }
 
 namespace {
@@ -159,17 +163,17 @@ int makeFolders(const std::string& path, mode_t mode) {
     return ::mkdir(path.c_str(), mode) == 0 || (errno == EEXIST && isFolder(path)) ? 0 : errno;
 }
 
-std::optional<std::vector<std::string>> listFolder(const std::string& path) {
+std::vector<std::string> listFolder(const std::string& path) {
     std::vector<std::string> names;
-    if (!forEachName(path, [&](std::string_view name) { names.emplace_back(name); })) return std::nullopt;
+    forEachName(path, [&](std::string_view name) { names.emplace_back(name); });
     return names;
 }
 
-bool forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
+void forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
     FolderStream stream(path);
-    if (stream.error() != 0) return false;
+    if (stream.error() == ENOENT || stream.error() == ENOTDIR) return;
+    if (stream.error() != 0) throw TidewrackError::io("list", path, stream.error());
     while (const char* name = stream.next()) visit(name);
-    return true;
 }
 
 bool isFolder(const std::string& path) {

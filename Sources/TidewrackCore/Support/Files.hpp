@@ -43,10 +43,12 @@ void writeUserFile(const std::string& path, std::string_view bytes, const struct
 // get `mode`.
 [[nodiscard]] int makeFolders(const std::string& path, mode_t mode);
 
-// The names in a folder, without "." and "..", in the file system's order; none when it cannot be listed.
-[[nodiscard]] std::optional<std::vector<std::string>> listFolder(const std::string& path);
-// The same, handed out one by one; false when the folder cannot be listed.
-bool forEachName(const std::string& path, const std::function<void(std::string_view)>& visit);
+// The names in a folder, without "." and "..", in the file system's order; none where there is no such folder. Throws
+// TidewrackError io "can't list <path>: ...": one that is there and cannot be listed must not be taken for an empty
+// one.
+[[nodiscard]] std::vector<std::string> listFolder(const std::string& path);
+// The same, handed out one by one.
+void forEachName(const std::string& path, const std::function<void(std::string_view)>& visit);
 
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
 [[nodiscard]] bool exists(const std::string& path);   // does not follow one

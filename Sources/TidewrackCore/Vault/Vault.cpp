@@ -189,7 +189,7 @@ std::optional<VaultEntry> Vault::find(const std::string& id) const {
 
 std::vector<VaultEntry> Vault::entries() const {
     std::vector<VaultEntry> result;
-    for (const std::string& name : listFolder(folder()).value_or(std::vector<std::string>()))
+    for (const std::string& name : listFolder(folder()))
         if (auto entry = find(name)) result.push_back(std::move(*entry));
     std::sort(result.begin(), result.end(), [](const VaultEntry& a, const VaultEntry& b) {
         return a.created != b.created ? a.created > b.created : a.id > b.id;
@@ -291,7 +291,7 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
 void Vault::prune(std::int64_t days, Date now) const {
     removeLeftovers(folder());
     const auto isOld = [&](std::int64_t created) { return seconds(now) - created > days * 86400; };
-    for (const std::string& name : listFolder(folder()).value_or(std::vector<std::string>())) {
+    for (const std::string& name : listFolder(folder())) {
         const std::string path = entryFolder(name);
         Attributes attributes;
         if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0 || attributes.kind != Attributes::Kind::folder)
