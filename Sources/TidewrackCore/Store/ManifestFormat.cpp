@@ -4,7 +4,6 @@
 
 #include "Support/Errors.hpp"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -117,6 +116,12 @@ class Parser {
     const char* end_;
 };
 
+std::size_t countLines(std::string_view text) {
+    std::size_t count = 0;
+    for (std::size_t feed = text.find('\n'); feed != std::string_view::npos; feed = text.find('\n', feed + 1)) ++count;
+    return count;
+}
+
 // One blob of each line decides over what is deleted, so a text damaged in that place is not taken for another one.
 bool isBlob(std::string_view blob) {
     if (blob.empty() || blob == "ign" || blob.starts_with("big:") || blob.starts_with("err")) return true;
@@ -185,7 +190,7 @@ std::string Manifest::encodedText() const {
 Manifest Manifest::decodeText(TextBuffer buffer) {
     ManifestBuilder builder;
     const std::string_view text = builder.arena_->adopt(std::move(buffer.bytes), buffer.size);
-    builder.others_.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
+    builder.others_.reserve(countLines(text));
     Parser parser(text);
     while (!parser.atEnd()) {
         Item item;
