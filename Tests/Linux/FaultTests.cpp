@@ -155,7 +155,9 @@ class Scene {
         return result;
     }
 
-    static std::vector<std::string> namesIn(const std::string& path) { return listFolder(path); }
+    static std::vector<std::string> namesIn(const std::string& path) {
+        return isFolder(path) ? listFolder(path) : std::vector<std::string>();
+    }
     void remember(std::int64_t seq) { states[seq] = f.listing("project"); }
     static void collectFile(std::set<std::string>& result, const std::string& path) {
         std::string text;

@@ -56,6 +56,7 @@ bool TemporaryFolder::has(const std::string& relative) const {
 std::string TemporaryFolder::listing(const std::string& relative) const {
     std::vector<std::string> lines;
     const std::function<void(const std::string&)> visit = [&](const std::string& prefix) {
+        if (!isFolder(at(prefix))) return;
         for (const std::string& name : listFolder(at(prefix))) {
             const std::string path = prefix.empty() ? name : prefix + "/" + name;
             Attributes attributes;

@@ -103,7 +103,8 @@ std::unique_ptr<FolderListing> FolderReader::read(std::string path, std::vector<
     std::string below = listing->path.empty() ? "" : listing->path + "/";
     const std::size_t prefix = below.size();
     Descriptor folder;
-    if (openFolderBelow(root_, listing->path, folder) != 0) return listing;
+    listing->error = openFolderBelow(root_, listing->path, folder);
+    if (listing->error != 0) return listing;
     FolderStream stream(std::move(folder));
     while (const char* name = stream.next()) {
         FolderListing::Child child{};
@@ -118,6 +119,7 @@ std::unique_ptr<FolderListing> FolderReader::read(std::string path, std::vector<
         below += name;
         if (enters_(std::string_view(below).substr(prefix), below)) found.push_back(below);
     }
+    listing->error = stream.error();
     return listing;
 }
 

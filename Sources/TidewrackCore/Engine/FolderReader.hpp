@@ -26,6 +26,7 @@ struct FolderListing {
     std::string path; // relative to the walk's root
     std::string names;
     std::vector<Child> children; // files, links and folders; the rest is passed over
+    int error = 0;               // why some or all are missing, as an errno value
 
     [[nodiscard]] std::string_view name(const Child& child) const {
         return std::string_view(names).substr(child.nameOffset, child.nameLength);
@@ -50,7 +51,7 @@ class FolderReader {
     void readAhead();
     // Adds a folder that is not entered of itself, after the one that holds it has come out.
     void put(std::string path);
-    // A folder that has been read, or null when all have come out. A folder that cannot be read has no children.
+    // A folder that has been read, or null when all have come out. A folder that cannot be read has an error.
     [[nodiscard]] std::unique_ptr<FolderListing> take();
 
   private:

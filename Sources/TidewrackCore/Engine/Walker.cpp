@@ -42,7 +42,7 @@ Descriptor openRoot(const std::string& root) {
 } // namespace
 
 Walker::Walker(const std::string& root, Options options)
-    : options_(std::move(options)), root_(openRoot(root)),
+    : options_(std::move(options)), rootPath_(root), root_(openRoot(root)),
       reader_(root_.get(), [this](std::string_view name, std::string_view path) {
           return !leavesOut(name, path) && !asksGit(name);
       }) {}
@@ -53,8 +53,10 @@ void Walker::expect(std::int64_t files) {
 }
 
 void Walker::walk(const Body& body) {
-    while (const auto listing = reader_.take())
+    while (const auto listing = reader_.take()) {
+        if (listing->error != 0 && listing->path.empty()) throw TidewrackError::io("read", rootPath_, listing->error);
         if (!yieldChildren(*listing, body)) return;
+    }
 }
 
 bool Walker::yieldChildren(const FolderListing& listing, const Body& body) {

@@ -46,8 +46,9 @@ class Walker {
     // A caller that has something else to do before it walks says how many files it expects: where they are many, a
     // second thread begins to read them at once.
     void expect(std::int64_t files);
-    // Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
-    // when it returns false. Sub-folders and items that cannot be read are passed over in silence. Once.
+    // Throws "can't read <root>: <reason>" as well. Calls `body` on this thread for every item, a folder before its
+    // contents, siblings in no particular order; stops when it returns false. Sub-folders and items that cannot be read
+    // are passed over in silence. Once.
     void walk(const Body& body);
 
     // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
@@ -61,6 +62,7 @@ class Walker {
     [[nodiscard]] bool asksGit(std::string_view name) const;
 
     const Options options_;
+    const std::string rootPath_;
     const Descriptor root_;
     std::string path_; // of the item at hand
     FolderReader reader_;

@@ -97,7 +97,7 @@ class TreeCopier {
             if (error != 0 && error != ENOENT && !toleratedInside(error)) return error;
             inside_.resize(length);
         }
-        return 0;
+        return source.error() == 0 || toleratedInside(source.error()) ? 0 : source.error();
     }
 
     // One unreadable file is no reason to lose the folder's other files; a full volume and a deadline end it all.

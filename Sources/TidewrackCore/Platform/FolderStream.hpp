@@ -23,9 +23,10 @@ class FolderStream {
     FolderStream& operator=(const FolderStream&) = delete;
     ~FolderStream();
 
-    [[nodiscard]] int error() const { return error_; } // why there is nothing to read, as an errno value; 0: there is
+    // Why the folder could not be opened, or not be read to its end, as an errno value; 0 when it was.
+    [[nodiscard]] int error() const { return error_; }
     [[nodiscard]] int fd() const;
-    // The next name, valid until the one after it is asked for; null after the last one, or where reading fails.
+    // The next name, valid until the one after it is asked for; null after the last one and after an error.
     [[nodiscard]] const char* next();
 
   private:

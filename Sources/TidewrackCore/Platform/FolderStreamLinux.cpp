@@ -39,6 +39,7 @@ const char* FolderStream::next() {
     while (true) {
         if (at == filled) {
             const ssize_t got = ::getdents64(folder_.get(), entries.data(), entries.size());
+            if (got < 0 && errno != ENOENT) error_ = errno; // ENOENT: the folder was removed meanwhile
             if (got <= 0) return nullptr;
             at = 0;
             filled = static_cast<std::size_t>(got);

@@ -68,12 +68,12 @@ int removeTreeAt(int folder, const char* name);
 
 int removeContents(int folder, const char* name) {
     FolderStream stream(folder, name);
-    int first = stream.error();
+    int first = 0;
     while (const char* item = stream.next()) {
         const int error = removeTreeAt(stream.fd(), item);
         if (first == 0) first = error;
     }
-    return first;
+    return first != 0 ? first : stream.error();
 }
 
 // Tries once more without the access list that may forbid it.

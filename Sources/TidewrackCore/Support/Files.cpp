@@ -171,9 +171,9 @@ std::vector<std::string> listFolder(const std::string& path) {
 
 void forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
     FolderStream stream(path);
-    if (stream.error() == ENOENT || stream.error() == ENOTDIR) return;
-    if (stream.error() != 0) throw TidewrackError::io("list", path, stream.error());
+    if (stream.error() == ENOENT) return;
     while (const char* name = stream.next()) visit(name);
+    if (stream.error() != 0) throw TidewrackError::io("list", path, stream.error());
 }
 
 bool isFolder(const std::string& path) {

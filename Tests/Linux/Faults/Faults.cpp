@@ -204,6 +204,10 @@ ssize_t pread64(int fd, void* buffer, size_t size, off64_t at) {
     return fault().strikes("pread", Fault::Call::reads) ? -1 : kernel(SYS_pread64, fd, buffer, size, at);
 }
 
+ssize_t getdents64(int fd, void* buffer, size_t size) noexcept {
+    return fault().strikes("getdents", Fault::Call::reads) ? -1 : kernel(SYS_getdents64, fd, buffer, size);
+}
+
 ssize_t write(int fd, const void* bytes, size_t size) {
     if (!isFile(fd)) return kernel(SYS_write, fd, bytes, size);
     if (fault().strikes("write", Fault::Call::changes, [&] { kernel(SYS_write, fd, bytes, size / 2); })) return -1;
