@@ -167,7 +167,7 @@ Manifest ManifestBuilder::finish() {
 
 namespace {
 
-std::string_view parentOf(std::string_view path) {
+std::string_view folderOf(std::string_view path) {
     const auto slash = path.rfind('/');
     return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
@@ -180,15 +180,15 @@ std::string_view nameIn(std::string_view folder, std::string_view path) {
 
 PathIndex::PathIndex(const Manifest& manifest) : items_(manifest.items()) {
     // Counts what each folder holds, then gives each its part of ranks_, then fills them.
-    std::vector<Folder*> folderOf;
-    folderOf.reserve(items_.size());
+    std::vector<Folder*> folders;
+    folders.reserve(items_.size());
     std::string_view parent;
     Folder* folder = &folders_[parent];
     for (const auto& item : items_) {
-        const std::string_view itsParent = parentOf(item.path);
+        const std::string_view itsParent = folderOf(item.path);
         if (itsParent != parent) folder = &folders_[parent = itsParent];
         ++folder->size;
-        folderOf.push_back(folder);
+        folders.push_back(folder);
     }
     std::uint32_t first = 0;
     for (auto& [path, each] : folders_) {
@@ -198,7 +198,7 @@ PathIndex::PathIndex(const Manifest& manifest) : items_(manifest.items()) {
     }
     ranks_.resize(items_.size());
     for (std::uint32_t rank = 0; rank < items_.size(); ++rank)
-        ranks_[folderOf[rank]->first + folderOf[rank]->size++] = rank;
+        ranks_[folders[rank]->first + folders[rank]->size++] = rank;
     enter({});
 }
 
@@ -214,7 +214,7 @@ void PathIndex::enter(std::string_view folder) {
 }
 
 std::uint32_t PathIndex::find(std::string_view path) {
-    const std::string_view parent = parentOf(path);
+    const std::string_view parent = folderOf(path);
     if (parent != entered_) enter(parent);
     const std::string_view name = nameIn(parent, path);
     const auto found =
