@@ -87,6 +87,19 @@ TEST_F(RestoreTest, refusesARootThatIsNoFolderAnyMore) {
                   " is no longer a folder (it's a symlink or file now). Refusing to restore into it.");
 }
 
+// Else no snapshot could tell how closed it was.
+TEST_F(RestoreTest, leavesAFolderThatGitIgnoresAsClosedAsItWas) {
+    f.write("project/build/x", "x");
+    world.ok({"snap"});
+    if (!git(f.at("project"), "init -q")) GTEST_SKIP() << "git is not installed";
+    f.write("project/.gitignore", "build/\n");
+    f.remove("project/build/x");
+    ::chmod(f.at("project/build").c_str(), 0500);
+    world.ok({"restore", "2", "build/x"});
+    EXPECT_EQ(f.read("project/build/x"), "x");
+    EXPECT_NE(f.listing("project").find("build " + std::to_string(0500)), std::string::npos);
+}
+
 TEST_F(RestoreTest, worksWithoutSpecialRights) {
     const std::string report = unprivileged(f, [&] {
         f.write("project/fixed/file", "fixed");

@@ -147,11 +147,12 @@ class Expectation {
         }
     }
 
-    // A folder that was closed to its owner since is opened again for what is to be done below it.
+    // A folder that was closed to its owner since is opened again for what is to be done below it; for that time alone
+    // where git ignores it.
     void openClosed() {
         for (const auto& [path, now] : task_.before) {
             const Node* wanted = find(task_.target, path);
-            if (!now.listed || !now.isFolder() || !closed(now) || task_.scope(path)) continue;
+            if (!now.listed || !now.isFolder() || now.ignored || !closed(now) || task_.scope(path)) continue;
             if (wanted == nullptr || !wanted->isFolder() || closed(*wanted)) continue;
             const auto below = planned_.lower_bound(path + "/");
             if (below != planned_.end() && below->starts_with(path + "/")) out_.finished.insert(path);

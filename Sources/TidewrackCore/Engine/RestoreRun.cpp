@@ -374,16 +374,20 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
         if (warned_.contains(path) || files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder)
             continue;
         const Entry* before = safety_.manifest.find(path);
+        // One that git ignores was opened only for what is to be written below it: no snapshot could tell it back.
+        const bool ignored = before != nullptr && before->isIgnoredFolder();
+        const std::uint16_t mode = ignored ? before->mode : wanted->mode;
+        const std::int64_t mtime = ignored ? there.mtime : wanted->mtime;
         const bool asListed = before != nullptr && before->mode == there.mode && before->mtime == there.mtime;
         // Within one tick of the clock a folder that was changed again may have the wanted time by itself.
-        if (asListed && there.mode == wanted->mode && there.mtime == wanted->mtime) continue;
-        int error = there.mode == wanted->mode ? 0 : files_.setMode(path, wanted->mode);
-        if (error == 0 && there.mtime != wanted->mtime) error = files_.setTime(path, wanted->mtime);
+        if (asListed && there.mode == mode && there.mtime == mtime) continue;
+        int error = there.mode == mode ? 0 : files_.setMode(path, mode);
+        if (error == 0 && there.mtime != mtime) error = files_.setTime(path, mtime);
         if (error != 0) {
             warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
         } else if (files_.attributes(path, there) == 0) {
             Entry entry = entryOf(there);
-            if (before != nullptr && before->isIgnoredFolder()) entry.markIgnored(); // listed as such still
+            if (ignored) entry.markIgnored(); // listed as such still
             written_.insert_or_assign(std::string(path), entry);
         }
     }
