@@ -53,14 +53,10 @@ class Bench:
             print(f"bench: waiting {INODE_REST - age:.0f} s, because files were deleted just now", flush=True)
             time.sleep(INODE_REST - age)
 
-    def measure_first(self, tree):
-        basics.measure_first(self, tree, "main", {"memory": {"most": 40}})
-        if self.options.wide_tree:
-            basics.measure_first(self, self.options.wide_tree, "wide", {"memory": {"most": 110}})
-
     def measure(self):
         parts = {
-            "first": self.measure_first,
+            "first": lambda tree: basics.measure_first(self, tree, "main", {"memory": {"most": 40}}),
+            "wide": lambda _: basics.measure_first(self, self.options.wide_tree, "wide", {"memory": {"most": 110}}),
             "turn": lambda tree: basics.measure_turn(self, tree),
             "hooks": lambda tree: hooks.measure_hooks(self, tree),
             "log": lambda tree: pruning.measure_log(self, tree),
@@ -90,8 +86,8 @@ def parse():
     parser.add_argument("--output", help="file for the results")
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--copy", default="cp -a", help="the copying command to compare first snapshots with")
-    parser.add_argument("--main-tree", help="tree for all rows")
-    parser.add_argument("--wide-tree", help="tree for the first and the unchanged rows")
+    parser.add_argument("--main-tree", help="tree for all other parts")
+    parser.add_argument("--wide-tree", help="tree for the part wide")
     parser.add_argument("--only", type=words_of, default=[], help="parts to measure")
     parser.add_argument("--without", type=words_of, default=[], help="contenders to leave out: restic, borg")
     parser.add_argument("--small", action="store_true", help="small counts, for trying this out")

@@ -37,14 +37,14 @@ REPRODUCE = """## To reproduce this
 On a Debian 12 machine that does nothing else meanwhile, with some 70 GB free (`scripts/bench` says what it needs):
 
 ```sh
-sudo scripts/bench --rounds 3 --quick --btrfs --only first,turn                        # 10 minutes
-sudo scripts/bench --rounds 3 --quick --btrfs --only growth --without restic,borg      # 5 minutes
+sudo scripts/bench --rounds 3 --btrfs --only first,turn                                # 10 minutes
+sudo scripts/bench --rounds 3 --btrfs --only growth --without restic,borg              # 5 minutes
 scripts/bench --rounds 3                                                               # 40 minutes
 scripts/bench --report build/results/*.json                                            # writes this page
 ```
 
-`--only first,turn,hooks,log,scale,prune,growth` takes any of these parts, `--small --tree FOLDER --rounds 1 --no-wait`
-tries the script in a minute. Each run leaves its figures in `build/results`.
+`--only first,wide,turn,hooks,log,scale,prune,growth` takes any of these parts, `--small --tree FOLDER --rounds 1
+--no-wait` tries the script in a minute. Each run leaves its figures in `build/results`.
 """
 
 PARTS = {
