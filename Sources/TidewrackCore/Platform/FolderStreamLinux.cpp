@@ -3,7 +3,6 @@
 #include "Platform/FolderStream.hpp"
 
 #include <dirent.h>
-#include <fcntl.h>
 
 #include <array>
 #include <cerrno>
@@ -20,12 +19,6 @@ struct FolderStream::Position {
 
 FolderStream::FolderStream(Descriptor folder)
     : folder_(std::move(folder)), error_(folder_ ? 0 : errno), position_(folder_ ? new Position : nullptr) {}
-
-FolderStream::FolderStream(int parent, const char* name)
-    : FolderStream(Descriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC))) {}
-
-FolderStream::FolderStream(const std::string& path)
-    : FolderStream(Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))) {}
 
 FolderStream::~FolderStream() = default;
 

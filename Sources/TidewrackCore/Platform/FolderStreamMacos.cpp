@@ -3,7 +3,6 @@
 #include "Platform/FolderStream.hpp"
 
 #include <dirent.h>
-#include <fcntl.h>
 
 #include <cerrno>
 #include <cstring>
@@ -24,12 +23,6 @@ FolderStream::FolderStream(Descriptor folder) : folder_(std::move(folder)), erro
     (void)folder_.release(); // the stream owns it now
     position_.reset(new Position{stream});
 }
-
-FolderStream::FolderStream(int parent, const char* name)
-    : FolderStream(Descriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC))) {}
-
-FolderStream::FolderStream(const std::string& path)
-    : FolderStream(Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))) {}
 
 FolderStream::~FolderStream() {
     if (position_ != nullptr) ::closedir(position_->stream);

@@ -97,6 +97,12 @@ int removeTreeAt(int folder, const char* name) {
 
 } // namespace
 
+FolderStream::FolderStream(int parent, const char* name)
+    : FolderStream(Descriptor(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC))) {}
+
+FolderStream::FolderStream(const std::string& path)
+    : FolderStream(Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))) {}
+
 std::int64_t nanosecondsOf(const timespec& time) {
     std::int64_t result = 0;
     if (!__builtin_mul_overflow(std::int64_t{time.tv_sec}, nanosPerSecond, &result) &&
