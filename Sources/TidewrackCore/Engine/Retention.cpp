@@ -41,8 +41,8 @@ class UnclaimedContents {
     void addAllBut(const std::set<std::int64_t>& manifestsInUse) {
         for (const std::string& name : listFolder(folder_)) {
             const auto seq = parseSeq(name);
-            if (!seq || std::to_string(*seq) != name || !isFolder(folderOf(*seq))) continue; // not one of ours
-            if (!manifestsInUse.contains(*seq)) add(*seq);
+            if (!seq || std::to_string(*seq) != name) continue; // not one of ours
+            if (!manifestsInUse.contains(*seq) && isFolder(folderOf(*seq))) add(*seq);
         }
     }
 
