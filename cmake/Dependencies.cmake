@@ -1,6 +1,7 @@
 # The one place that names the libraries.
 #   nlohmann-json  records, hook events and replies, agents' configuration files
-#   libcrypto      one SHA-256 per project id; linked statically, so that it costs no start-up time
+#   libmd          one SHA-256 per project id; a cryptography library would ask the processor what it can do at every
+#                  start, which takes a virtual machine a twentieth of a hook
 #   lzfse          manifests; loaded at the first manifest, because most hooks read none. Linked on macOS, where
 #                  TIDEWRACK_STATIC_LZFSE names it, and where the library bears another name than in Debian's package
 #   utf8proc       user-perceived characters, letters and numbers, lower case
@@ -31,10 +32,10 @@ target_compile_definitions(tidewrack_dependencies INTERFACE UTF8PROC_STATIC)
 target_link_libraries(tidewrack_dependencies INTERFACE ${UTF8PROC_LIBRARY})
 
 if(NOT APPLE)
-  find_path(CRYPTO_INCLUDE_DIR openssl/sha.h REQUIRED)
-  find_library(CRYPTO_LIBRARY NAMES libcrypto.a crypto REQUIRED)
-  target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${CRYPTO_INCLUDE_DIR})
-  target_link_libraries(tidewrack_dependencies INTERFACE ${CRYPTO_LIBRARY})
+  find_path(MD_INCLUDE_DIR sha2.h REQUIRED)
+  find_library(MD_LIBRARY NAMES libmd.a md REQUIRED)
+  target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${MD_INCLUDE_DIR})
+  target_link_libraries(tidewrack_dependencies INTERFACE ${MD_LIBRARY})
 endif()
 
 if(TIDEWRACK_TESTS AND CMAKE_CROSSCOMPILING)

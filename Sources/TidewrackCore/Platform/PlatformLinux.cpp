@@ -6,13 +6,11 @@
 #include <linux/fs.h>
 #include <linux/openat2.h>
 #include <pwd.h>
+#include <sha2.h>
 #include <sys/ioctl.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
-
-#define OPENSSL_SUPPRESS_DEPRECATED // the one-shot interface starts up the whole library
-#include <openssl/sha.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -359,10 +357,10 @@ std::string gitProgram() {
 
 std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     std::array<std::uint8_t, 32> digest{};
-    SHA256_CTX context;
-    SHA256_Init(&context);
-    SHA256_Update(&context, bytes.data(), bytes.size());
-    SHA256_Final(digest.data(), &context);
+    SHA2_CTX context;
+    SHA256Init(&context);
+    SHA256Update(&context, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    SHA256Final(digest.data(), &context);
     return digest;
 }
 
