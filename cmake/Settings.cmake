@@ -31,6 +31,13 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_options(tidewrack_settings INTERFACE -ffunction-sections -fdata-sections)
 endif()
 
+# Optimised as a whole: a seventh less to load at every start, and the walk's small functions become one.
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT APPLE)
+  include(CheckIPOSupported)
+  check_ipo_supported(RESULT TIDEWRACK_WHOLE_PROGRAM OUTPUT unused LANGUAGES CXX)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ${TIDEWRACK_WHOLE_PROGRAM})
+endif()
+
 # A hook is one short process per agent command, and most of its time is starting up. How each way of linking starts,
 # as a whole process (`tidewrack version`, medians of 300 rounds by Benchmarks/StartUp, first in the machine's line):
 #   everything static, position independent                    0.67 ms   taken where LZFSE is at hand as an archive
