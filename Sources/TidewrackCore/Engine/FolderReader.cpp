@@ -45,31 +45,30 @@ void FolderReader::put(std::string path) {
 
 // At most one of the two threads waits at a time, so one notification is enough: the caller waits only while the helper
 // reads.
-std::unique_ptr<FolderListing> FolderReader::take() {
-    std::string path;
+const FolderListing* FolderReader::take() {
     {
         std::unique_lock lock(mutex_);
+        if (taken_) used_.push_back(std::move(taken_));
         if (++handedOut_ == foldersBeforeHelp) readAhead();
         changed_.wait(lock, [this] { return !ready_.empty() || !unread_.empty() || !helperReads_; });
         if (!ready_.empty()) {
-            auto listing = std::move(ready_.front());
+            taken_ = std::move(ready_.front());
             ready_.pop_front();
             const bool wasFull = readyItems_ >= mostItemsReady;
-            readyItems_ -= itemsOf(*listing);
+            readyItems_ -= itemsOf(*taken_);
             if (wasFull && readyItems_ < mostItemsReady) changed_.notify_one();
-            return listing;
+            return taken_.get();
         }
         if (unread_.empty()) return nullptr;
-        path = std::move(unread_.back());
-        unread_.pop_back();
+        taken_ = nextUnread();
     }
-    auto listing = read(std::move(path), found_);
+    read(*taken_, found_);
     if (!found_.empty()) { // the caller is done with this folder before it takes one of these
         const std::lock_guard lock(mutex_);
         addUnread(found_);
         changed_.notify_one();
     }
-    return listing;
+    return taken_.get();
 }
 
 void FolderReader::help() {
@@ -78,11 +77,10 @@ void FolderReader::help() {
     while (true) {
         changed_.wait(lock, [this] { return stopping_ || (!unread_.empty() && readyItems_ < mostItemsReady); });
         if (stopping_) return;
-        std::string path = std::move(unread_.back());
-        unread_.pop_back();
+        auto listing = nextUnread();
         helperReads_ = true;
         lock.unlock();
-        auto listing = read(std::move(path), found);
+        read(*listing, found);
         lock.lock();
         helperReads_ = false;
         readyItems_ += itemsOf(*listing);
@@ -92,35 +90,48 @@ void FolderReader::help() {
     }
 }
 
+std::unique_ptr<FolderListing> FolderReader::nextUnread() {
+    std::unique_ptr<FolderListing> listing;
+    if (used_.empty()) {
+        listing = std::make_unique<FolderListing>();
+    } else {
+        listing = std::move(used_.back());
+        used_.pop_back();
+        listing->names.clear();
+        listing->children.clear();
+        listing->error = 0;
+    }
+    listing->path = std::move(unread_.back());
+    unread_.pop_back();
+    return listing;
+}
+
 void FolderReader::addUnread(std::vector<std::string>& found) {
     std::move(found.begin(), found.end(), std::back_inserter(unread_));
     found.clear();
 }
 
-std::unique_ptr<FolderListing> FolderReader::read(std::string path, std::vector<std::string>& found) const {
-    auto listing = std::make_unique<FolderListing>();
-    listing->path = std::move(path);
-    std::string below = listing->path.empty() ? "" : listing->path + "/";
+void FolderReader::read(FolderListing& listing, std::vector<std::string>& found) const {
+    std::string below = listing.path.empty() ? "" : listing.path + "/";
     const std::size_t prefix = below.size();
     Descriptor folder;
-    listing->error = openFolderBelow(root_, listing->path, folder);
-    if (listing->error != 0) return listing;
+    listing.error = openFolderBelow(root_, listing.path, folder);
+    if (listing.error != 0) return;
     FolderStream stream(std::move(folder));
     while (const char* name = stream.next()) {
         FolderListing::Child child{};
         if (attributesAt(stream.fd(), name, child.attributes) != 0 || child.attributes.kind == Attributes::Kind::other)
             continue;
-        child.nameOffset = static_cast<std::uint32_t>(listing->names.size());
+        child.nameOffset = static_cast<std::uint32_t>(listing.names.size());
         child.nameLength = static_cast<std::uint32_t>(std::strlen(name));
-        listing->names += name;
-        listing->children.push_back(child);
+        listing.names += name;
+        listing.children.push_back(child);
         if (child.attributes.kind != Attributes::Kind::folder) continue;
         below.resize(prefix);
         below += name;
         if (enters_(std::string_view(below).substr(prefix), below)) found.push_back(below);
     }
-    listing->error = stream.error();
-    return listing;
+    listing.error = stream.error();
 }
 
 } // namespace tidewrack

@@ -51,14 +51,17 @@ class FolderReader {
     void readAhead();
     // Adds a folder that is not entered of itself, after the one that holds it has come out.
     void put(std::string path);
-    // A folder that has been read, or null when all have come out. A folder that cannot be read has an error.
-    [[nodiscard]] std::unique_ptr<FolderListing> take();
+    // A folder that has been read, valid until the next call, or null when all have come out. A folder that cannot be
+    // read has an error.
+    [[nodiscard]] const FolderListing* take();
 
   private:
     void help();
-    // Appends to `found` the folders to be read next.
-    [[nodiscard]] std::unique_ptr<FolderListing> read(std::string path, std::vector<std::string>& found) const;
+    // Both need the mutex. A listing of the folder to be read next, still without children.
+    [[nodiscard]] std::unique_ptr<FolderListing> nextUnread();
     void addUnread(std::vector<std::string>& found);
+    // Appends to `found` the folders to be read next.
+    void read(FolderListing& listing, std::vector<std::string>& found) const;
 
     const int root_;
     const Enters enters_;
@@ -66,8 +69,10 @@ class FolderReader {
     std::condition_variable changed_;
     std::vector<std::string> unread_;
     std::deque<std::unique_ptr<FolderListing>> ready_;
-    std::size_t readyItems_ = 0;     // the folders in it and their children
-    std::vector<std::string> found_; // in the folder that the caller read last; kept for its memory
+    std::size_t readyItems_ = 0; // the folders in it and their children
+    std::unique_ptr<FolderListing> taken_;
+    std::vector<std::unique_ptr<FolderListing>> used_; // kept for their memory
+    std::vector<std::string> found_;                   // in the folder that the caller read last; kept for its memory
     std::size_t handedOut_ = 0;
     bool helperReads_ = false;
     bool stopping_ = false;

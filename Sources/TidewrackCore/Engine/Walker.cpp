@@ -53,7 +53,7 @@ void Walker::expect(std::int64_t files) {
 }
 
 void Walker::walk(const Body& body) {
-    while (const auto listing = reader_.take()) {
+    while (const FolderListing* listing = reader_.take()) {
         if (listing->error != 0 && listing->path.empty()) throw TidewrackError::io("read", rootPath_, listing->error);
         if (!yieldChildren(*listing, body)) return;
     }
