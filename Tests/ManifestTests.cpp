@@ -126,9 +126,12 @@ TEST(Manifest, noPartOfAStreamDecodes) {
     EXPECT_THROW((void)Manifest::decode("not a manifest at all"), TidewrackError);
 }
 
-// In byte order the contents of "a" come after "a-b", and a folder need not be listed itself.
+// In byte order the contents of "a" come after "a-b", a folder need not be listed itself, and names may be alike for
+// longer than what is compared at once.
 TEST(Manifest, pathIndexFindsEveryPathInAnyOrder) {
-    const std::vector<std::string> paths = {"a", "a-b", "a-b/x", "a/-", "a/b", "a/b/x", "b/lost/deep", "x", "x0"};
+    const std::vector<std::string> paths = {"a",           "a-b",          "a-b/x", "a/-",       "a/b",
+                                            "a/b/x",       "b/lost/deep",  "x",     "x0",        "y/12345678",
+                                            "y/123456789", "y/123456789a", "y/z",   "y/\xC3\xA4"};
     ManifestBuilder builder;
     for (const std::string& path : paths) builder.add(path, {EntryKind::file, 0644, 0, 0, 0, 1, ""});
     const Manifest manifest = builder.finish();
@@ -138,7 +141,7 @@ TEST(Manifest, pathIndexFindsEveryPathInAnyOrder) {
             const std::size_t wanted = i * step % paths.size();
             EXPECT_EQ(index.find(paths[wanted]), wanted) << paths[wanted] << " after others, step " << step;
         }
-    for (const char* path : {"b", "b/lost", "a/x", "a-b/b", "nowhere/x", "x0/x", "-"})
+    for (const char* path : {"b", "b/lost", "a/x", "a-b/b", "nowhere/x", "x0/x", "-", "y/1234567", "y/12345678a"})
         EXPECT_EQ(index.find(path), PathIndex::none) << path;
     EXPECT_EQ(PathIndex(Manifest()).find("a"), PathIndex::none);
 }

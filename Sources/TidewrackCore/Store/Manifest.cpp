@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 
 namespace tidewrack {
 
@@ -176,6 +177,13 @@ std::string_view nameIn(std::string_view folder, std::string_view path) {
     return path.substr(folder.empty() ? 0 : folder.size() + 1);
 }
 
+// A name's first bytes as a number that sorts as they do, since most names differ there.
+std::uint64_t beginningOf(std::string_view name) {
+    std::uint64_t number = 0;
+    std::memcpy(&number, name.data(), std::min(name.size(), sizeof number));
+    return __builtin_bswap64(number);
+}
+
 } // namespace
 
 PathIndex::PathIndex(const Manifest& manifest) : items_(manifest.items()) {
@@ -209,7 +217,8 @@ void PathIndex::enter(std::string_view folder) {
     if (found == folders_.end()) return;
     for (std::uint32_t i = 0; i < found->second.size; ++i) {
         const std::uint32_t rank = ranks_[found->second.first + i];
-        children_.push_back({nameIn(folder, items_[rank].path), rank});
+        const std::string_view name = nameIn(folder, items_[rank].path);
+        children_.push_back({beginningOf(name), name, rank});
     }
 }
 
@@ -217,9 +226,11 @@ std::uint32_t PathIndex::find(std::string_view path) {
     const std::string_view parent = folderOf(path);
     if (parent != entered_) enter(parent);
     const std::string_view name = nameIn(parent, path);
+    const std::uint64_t beginning = beginningOf(name);
     const auto found =
-        std::lower_bound(children_.begin(), children_.end(), name,
-                         [](const Child& child, std::string_view wanted) { return child.name < wanted; });
+        std::lower_bound(children_.begin(), children_.end(), name, [&](const Child& child, std::string_view wanted) {
+            return child.beginning == beginning ? child.name < wanted : child.beginning < beginning;
+        });
     return found != children_.end() && found->name == name ? found->rank : none;
 }
 

@@ -189,6 +189,7 @@ class PathIndex {
         std::uint32_t size = 0;
     };
     struct Child {
+        std::uint64_t beginning; // of the name
         std::string_view name;
         std::uint32_t rank;
     };
