@@ -199,6 +199,10 @@ class [[nodiscard]] TerminationIgnored {
 
 [[nodiscard]] std::array<std::uint8_t, 32> sha256(std::string_view bytes);
 
+// Says that memory just reserved is about to be filled, most of it: the system may then provide it in large pieces, of
+// which each saves hundreds of page faults. Does nothing where the memory is small.
+void willFill(void* memory, std::size_t size);
+
 // The two functions of the LZFSE library; `available` is false when it cannot be loaded.
 struct Lzfse {
     using Function = std::size_t (*)(std::uint8_t*, std::size_t, const std::uint8_t*, std::size_t, void*);

@@ -8,6 +8,7 @@
 #include <pwd.h>
 #include <sha2.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
@@ -17,6 +18,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 namespace tidewrack {
 
@@ -353,6 +355,12 @@ std::string executablePath() {
 std::string gitProgram() {
     constexpr const char* path = "/usr/bin/git";
     return ::access(path, X_OK) == 0 ? path : "";
+}
+
+// Refusals do not matter, least of all that of a kernel without large pages.
+void willFill(void* memory, std::size_t size) {
+    constexpr std::size_t piece = std::size_t{2} << 20;
+    if (std::align(piece, piece, memory, size) != nullptr) (void)::madvise(memory, size / piece * piece, MADV_HUGEPAGE);
 }
 
 std::array<std::uint8_t, 32> sha256(std::string_view bytes) {

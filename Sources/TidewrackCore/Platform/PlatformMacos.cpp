@@ -206,6 +206,8 @@ std::string gitProgram() {
     return {};
 }
 
+void willFill(void*, std::size_t) {} // the system has one size of page
+
 std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     std::array<std::uint8_t, 32> digest{};
     CC_SHA256(bytes.data(), static_cast<CC_LONG>(bytes.size()), digest.data());

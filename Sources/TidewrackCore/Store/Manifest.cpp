@@ -141,6 +141,7 @@ void ManifestBuilder::sortOthers() {
 std::vector<Manifest::Item> ManifestBuilder::ranked() const {
     std::vector<Manifest::Item> result;
     result.reserve(count_);
+    willFill(result.data(), result.capacity() * sizeof(Manifest::Item));
     for (std::size_t rank = 0; rank < fates_.size(); ++rank)
         if (fates_[rank] != absent) result.push_back(item({static_cast<std::uint32_t>(rank), true}));
     return result;

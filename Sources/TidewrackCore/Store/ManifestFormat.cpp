@@ -41,12 +41,12 @@ const Lzfse& requiredLzfse() {
 
 std::string compressedStream(std::string_view text) {
     const Lzfse& library = requiredLzfse();
-    std::string out(text.size() + text.size() / 16 + 4096, '\0');
-    const std::size_t size = library.encode(reinterpret_cast<std::uint8_t*>(out.data()), out.size(),
+    const std::size_t room = text.size() + text.size() / 16 + 4096;
+    const std::unique_ptr<char[]> out(new char[room]); // not zeroed: most of it stays unused
+    const std::size_t size = library.encode(reinterpret_cast<std::uint8_t*>(out.get()), room,
                                             reinterpret_cast<const std::uint8_t*>(text.data()), text.size(), nullptr);
     if (size == 0) throw TidewrackError::io("A manifest couldn't be compressed.");
-    out.resize(size);
-    return out;
+    return {out.get(), size};
 }
 
 // A stream is a row of blocks that stand for themselves, closed by an end marker. So two halves compressed side by
@@ -168,6 +168,7 @@ std::string Manifest::encodedText() const {
     std::size_t length = 0;
     for (const Item& item : items()) length += item.path.size() + item.entry.blob.size() + 90;
     text.reserve(length);
+    willFill(text.data(), text.capacity());
     for (const Item& item : items()) {
         text += kindCode(item.entry.kind);
         text += '\t';
@@ -191,6 +192,7 @@ Manifest Manifest::decodeText(TextBuffer buffer) {
     ManifestBuilder builder;
     const std::string_view text = builder.arena_->adopt(std::move(buffer.bytes), buffer.size);
     builder.others_.reserve(countLines(text));
+    willFill(builder.others_.data(), builder.others_.capacity() * sizeof(Item));
     Parser parser(text);
     while (!parser.atEnd()) {
         Item item;
@@ -216,6 +218,7 @@ TextBuffer Manifest::decompressed(std::string_view bytes) {
     const std::size_t mostRoom = bytes.size() * 4096 + 4096;
     for (std::size_t room = bytes.size() * 8 + 4096; room <= mostRoom; room *= 2) {
         std::unique_ptr<char[]> text(new char[room]);
+        willFill(text.get(), room);
         const std::size_t size =
             library.decode(reinterpret_cast<std::uint8_t*>(text.get()), room,
                            reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
