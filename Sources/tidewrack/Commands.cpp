@@ -22,6 +22,7 @@
 
 #include <charconv>
 #include <chrono>
+#include <future>
 #include <sstream>
 
 namespace tidewrack {
@@ -175,6 +176,9 @@ class Commands {
     void log() {
         const std::size_t most = mostListed();
         const Project project = this->project();
+        // Reading the records takes a while too, so the comparison runs meanwhile.
+        const auto newest = json() || most == 0 ? std::nullopt : store_.newestSeq(project);
+        auto soFar = newest ? countsSoFar(project, *newest) : CountsSoFar();
         auto snapshots = store_.snapshots(project);
         std::reverse(snapshots.begin(), snapshots.end());
         if (snapshots.size() > most) snapshots.resize(most);
@@ -184,11 +188,13 @@ class Commands {
             printJson(list);
             return;
         }
+        if (!snapshots.empty() && snapshots.front().seq != newest) // one was taken meanwhile
+            soFar = countsSoFar(project, snapshots.front().seq);
         const SnapshotMeta* newer = nullptr;
         for (const SnapshotMeta& meta : snapshots) {
             std::string after;
             if (newer == nullptr) {
-                after = changesSoFar(project, meta.seq);
+                after = changesSoFar(soFar, meta.seq);
             } else {
                 after = countsText({newer->added, newer->modified, newer->deleted});
             }
@@ -197,10 +203,17 @@ class Commands {
         }
     }
 
+    using CountsSoFar = std::future<Changes::Counts>;
+
+    [[nodiscard]] CountsSoFar countsSoFar(const Project& project, std::int64_t seq) const {
+        return std::async(std::launch::async | std::launch::deferred, // deferred where no thread is to be had
+                          [this, &project, seq] { return engine_.diff(project, seq, std::nullopt).fileCounts(); });
+    }
+
     // The older snapshots are worth listing even when the newest cannot be compared with the folder.
-    [[nodiscard]] std::string changesSoFar(const Project& project, std::int64_t seq) {
+    [[nodiscard]] std::string changesSoFar(CountsSoFar& soFar, std::int64_t seq) {
         try {
-            const auto counts = engine_.diff(project, seq, std::nullopt).fileCounts();
+            const auto counts = soFar.get();
             return counts.sum() == 0 ? "no changes yet" : countsText(counts) + " so far";
         } catch (const TidewrackError& error) {
             warn({"can't tell what changed since #" + std::to_string(seq) + ": " + error.what()});
