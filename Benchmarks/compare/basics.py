@@ -26,7 +26,7 @@ def measure_first(bench, tree, name, aims):
 
 
 def first_snapshots(bench, label, everyone):
-    place, copy = everyone[0].place, bench.options.copy.split()
+    place, copy, tree = everyone[0].place, bench.options.copy.split(), everyone[0].tree
     limit = the(Limit, everyone)
     peaks, held = {}, {}
 
@@ -41,18 +41,18 @@ def first_snapshots(bench, label, everyone):
             os.sync()
             held[contender.name] += bench.disk.used()
             peaks.setdefault(contender.name, []).append(peak_in(contender.place + "/peak"))
-        return Turn(contender.name, prepare, finish)
+        return Turn(contender.name, prepare, finish, lambda: [tree])
 
     def flushed_limit(number):
         limit.new_store(f"flushed{number}")
         return limit.flushed(limit.first())
 
     def copy_all(number):
-        return Command([*copy, everyone[0].tree, f"{place}/copy{number}"])
+        return Command([*copy, tree, f"{place}/copy{number}"])
 
     bench.results.row("first", f"{label}: first snapshot",
-                      [*map(turn, everyone), Turn("limit and a flush", flushed_limit),
-                       Turn(bench.options.copy, copy_all)], aim={"times": 1.25})
+                      [*map(turn, everyone), Turn("limit and a flush", flushed_limit, reads=lambda: [tree]),
+                       Turn(bench.options.copy, copy_all, reads=lambda: [tree])], aim={"times": 1.25})
     bench.results.add("first", f"{label}: peak memory, first snapshot", "MB", peaks)
     if not bench.disk.shares_blocks:
         held = {contender.name: bench.disk.size(contender.store) for contender in everyone}
@@ -114,7 +114,7 @@ class Rivals:
             change_a_little(files_below(contender.tree), number + 1000)
             run(contender.snap())
             return (command or contender.undo)(self.states[contender.name])
-        return Turn(name or contender.name, prepare, self.checked(contender))
+        return Turn(name or contender.name, prepare, self.checked(contender), lambda: [contender.store])
 
     def restore(self, contender, name=None, command=None):
         title = name or contender.name
@@ -123,7 +123,7 @@ class Rivals:
             self.remember(contender)
             gone = take_a_third_away(contender.tree, number, f"{contender.place}/trash of {title}{number}")
             return (command or contender.restore)(self.states[contender.name], gone)
-        return Turn(title, prepare, self.checked(contender))
+        return Turn(title, prepare, self.checked(contender), lambda: [contender.store])
 
 
 def rsync_restore(bench, source):
@@ -133,7 +133,7 @@ def rsync_restore(bench, source):
     def prepare(number):
         take_a_third_away(tree, number, bench.path("turn", "rsync", f"trash{number}"))
         return Command(["rsync", "-a", "--delete", source + "/", tree + "/"])
-    return Turn("rsync", prepare)
+    return Turn("rsync", prepare, reads=lambda: [source])
 
 
 def measure_turn(bench, source):

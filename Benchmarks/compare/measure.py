@@ -17,8 +17,9 @@ from collections import namedtuple
 LEAST_FREE = 4e9  # bytes; a disk that fills up would stop everything else on the machine as well
 
 Command = namedtuple("Command", "words environment", defaults=({},))
-# What one contender does in a row: prepare(round) returns the Command to time, finish() is called after it.
-Turn = namedtuple("Turn", "name prepare finish", defaults=(None,))
+# What one contender does in a row: prepare(round) returns the Command to time, finish() is called after it. What lies
+# below the folders that reads() names is read just before.
+Turn = namedtuple("Turn", "name prepare finish reads", defaults=(None, tuple))
 
 NOWHERE = os.open(os.devnull, os.O_RDWR)
 
@@ -47,6 +48,11 @@ def run(command):
 def output_of(command):
     return subprocess.run(command.words, env={**os.environ, **command.environment}, stdout=subprocess.PIPE,
                           check=True).stdout.decode()
+
+
+def read_all(folder):
+    """So that it is in the cache: some systems drop what was not used for a minute, free memory or not."""
+    run(Command(["find", folder, "-type", "f", "-exec", "cat", "{}", "+"]))
 
 
 def with_peak(command, report):
@@ -111,6 +117,8 @@ class Results:
             for turn in turns:
                 self.disk.check_free()
                 command = turn.prepare(number)
+                for folder in turn.reads():
+                    read_all(folder)
                 os.sync()
                 times.setdefault(turn.name, []).append(run(command))
                 if turn.finish:

@@ -39,18 +39,21 @@ class Pruning:
                                 Turn("snapshot alone", snap(60), stays)],
                                rounds=self.bench.options.rounds * 3, aim={"plus": 0.020, "of": "snapshot alone"})
 
+    def listings(self):
+        return [self.project + "/manifests", self.project + "/snapshots"]
+
     def live(self):
         self.nothing_due(f"{self.snapshots:,} snapshots, nothing due")
         spread(self.project, self.snapshots)
         found = output_of(self.tidewrack.tool("prune", "--dry-run"))
         due, contents = (int(number) for number in re.search(r"(\d+) snapshots, (\d+) stored", found).groups())
         self.title = f"{self.snapshots:,} snapshots, {due:,} due with {contents:,} contents"
-        self.bench.results.row("prune", f"{self.title}: dry run",
-                               [Turn("tidewrack", lambda _: self.tidewrack.tool("prune", "--dry-run"))])
+        rehearsal = Turn("tidewrack", lambda _: self.tidewrack.tool("prune", "--dry-run"), reads=self.listings)
+        self.bench.results.row("prune", f"{self.title}: dry run", [rehearsal])
 
     def tidy(self):
         """Deletes much, so it comes last, and once: a second store of that size would take half a minute to make."""
-        prune = Turn("tidewrack", lambda _: self.tidewrack.tool("prune"))
+        prune = Turn("tidewrack", lambda _: self.tidewrack.tool("prune"), reads=self.listings)
         self.bench.results.row("prune", f"{self.title}: prune", [prune], rounds=1, aim={"most": 5})
         self.nothing_due(f"{len(numbers_of(self.project)):,} snapshots left after that prune, nothing due")
 
