@@ -190,9 +190,8 @@ std::optional<json> HookEntries::replacedIn(const json& group, const json& wante
         if (areIn(hook) && !placed) {
             result["hooks"].push_back(wantedHooks->front());
             placed = true;
-        } else if (auto kept = othersOf(hook)) {
-            result["hooks"].push_back(std::move(*kept));
         }
+        if (auto kept = othersOf(hook)) result["hooks"].push_back(std::move(*kept)); // also what ours stood within
     }
     return result;
 }
