@@ -145,6 +145,11 @@ TEST_F(CommandTest, logListing) {
     EXPECT_EQ(world.ok({"log", "-n", "5", "-n", "3"}), newest + "+0 ~2 -0 so far\n" + older);
     EXPECT_EQ(world.ok({"log", "-n", "1"}), newest + "+0 ~2 -0 so far\n");
     EXPECT_EQ(world.ok({"log", "-n", "0"}), "");
+    f.write("store/projects/" + world.project().id + "/manifests/2.mf", "damaged");
+    const Outcome outcome = world.run({"log"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, newest + "unknown\n" + older);
+    EXPECT_EQ(outcome.err.find("warning: can't tell what changed since #3: "), 0U) << outcome.err;
 }
 
 TEST_F(CommandTest, logShowsTwentyByDefault) {

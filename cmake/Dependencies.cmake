@@ -1,7 +1,8 @@
 # The one place that names the libraries.
 #   nlohmann-json  records, hook events and replies, agents' configuration files
-#   libmd          one SHA-256 per project id; a cryptography library would ask the processor what it can do at every
-#                  start, which takes a virtual machine a twentieth of a hook
+#   libmd          one SHA-256 per project id; linked statically, so that it costs no start-up time. A cryptography
+#                  library asks the processor at every start what it can do, which can cost a hook a tenth of its time
+#                  in a virtual machine
 #   lzfse          manifests; loaded at the first manifest, because most hooks read none. Linked on macOS, where
 #                  TIDEWRACK_STATIC_LZFSE names it, and where the library bears another name than in Debian's package
 #   utf8proc       user-perceived characters, letters and numbers, lower case

@@ -19,7 +19,7 @@ LEAST_FREE = 4e9  # bytes; a disk that fills up would stop everything else on th
 Command = namedtuple("Command", "words environment", defaults=({},))
 # What one contender does in a row: prepare(round) returns the Command to time, finish() is called after it. What lies
 # below the folders that reads() names is read just before.
-Turn = namedtuple("Turn", "name prepare finish reads", defaults=(None, tuple))
+Turn = namedtuple("Turn", "name prepare finish reads", defaults=(None, lambda: []))
 
 NOWHERE = os.open(os.devnull, os.O_RDWR)
 

@@ -39,7 +39,7 @@ class Pruning:
                                 Turn("snapshot alone", snap(60), stays)],
                                rounds=self.bench.options.rounds * 3, aim={"plus": 0.020, "of": "snapshot alone"})
 
-    def listings(self):
+    def manifests_and_records(self):
         return [self.project + "/manifests", self.project + "/snapshots"]
 
     def live(self):
@@ -48,12 +48,13 @@ class Pruning:
         found = output_of(self.tidewrack.tool("prune", "--dry-run"))
         due, contents = (int(number) for number in re.search(r"(\d+) snapshots, (\d+) stored", found).groups())
         self.title = f"{self.snapshots:,} snapshots, {due:,} due with {contents:,} contents"
-        rehearsal = Turn("tidewrack", lambda _: self.tidewrack.tool("prune", "--dry-run"), reads=self.listings)
+        rehearsal = Turn("tidewrack", lambda _: self.tidewrack.tool("prune", "--dry-run"),
+                         reads=self.manifests_and_records)
         self.bench.results.row("prune", f"{self.title}: dry run", [rehearsal])
 
     def tidy(self):
         """Deletes much, so it comes last, and once: a second store of that size would take half a minute to make."""
-        prune = Turn("tidewrack", lambda _: self.tidewrack.tool("prune"), reads=self.listings)
+        prune = Turn("tidewrack", lambda _: self.tidewrack.tool("prune"), reads=self.manifests_and_records)
         self.bench.results.row("prune", f"{self.title}: prune", [prune], rounds=1, aim={"most": 5})
         self.nothing_due(f"{len(numbers_of(self.project)):,} snapshots left after that prune, nothing due")
 

@@ -176,7 +176,8 @@ class Commands {
     void log() {
         const std::size_t most = mostListed();
         const Project project = this->project();
-        // Reading the records takes a while too, so the comparison runs meanwhile.
+        // Reading the records takes a while too, so the comparison runs meanwhile. Should they be unreadable, that is
+        // told when it has come to its end.
         const auto newest = json() || most == 0 ? std::nullopt : store_.newestSeq(project);
         auto soFar = newest ? countsSoFar(project, *newest) : CountsSoFar();
         auto snapshots = store_.snapshots(project);
@@ -188,8 +189,10 @@ class Commands {
             printJson(list);
             return;
         }
-        if (!snapshots.empty() && snapshots.front().seq != newest) // one was taken meanwhile
+        if (!snapshots.empty() && snapshots.front().seq != newest) { // one came or went meanwhile
+            soFar = {};                                              // waits for the end of the other comparison
             soFar = countsSoFar(project, snapshots.front().seq);
+        }
         const SnapshotMeta* newer = nullptr;
         for (const SnapshotMeta& meta : snapshots) {
             std::string after;

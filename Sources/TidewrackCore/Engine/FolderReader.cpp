@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t foldersBeforeHelp = 32;  // a thread costs as much as reading a few dozen folders
 constexpr std::size_t mostItemsReady = 65'536; // bounds the memory of what waits for the caller
+constexpr std::size_t mostUsedKept = 64;       // bounds that of what was as large as its largest folder
 
 std::size_t itemsOf(const FolderListing& listing) {
     return listing.children.size() + 1;
@@ -48,7 +49,7 @@ void FolderReader::put(std::string path) {
 const FolderListing* FolderReader::take() {
     {
         std::unique_lock lock(mutex_);
-        if (taken_) used_.push_back(std::move(taken_));
+        if (taken_ && used_.size() < mostUsedKept) used_.push_back(std::move(taken_));
         if (++handedOut_ == foldersBeforeHelp) readAhead();
         changed_.wait(lock, [this] { return !ready_.empty() || !unread_.empty() || !helperReads_; });
         if (!ready_.empty()) {

@@ -51,14 +51,15 @@ class FolderReader {
     void readAhead();
     // Adds a folder that is not entered of itself, after the one that holds it has come out.
     void put(std::string path);
-    // A folder that has been read, valid until the next call, or null when all have come out. A folder that cannot be
-    // read has an error.
+    // The listing of a folder that has been read, valid until the next call, or null when all have come out. That of a
+    // folder that cannot be read has an error.
     [[nodiscard]] const FolderListing* take();
 
   private:
     void help();
-    // Both need the mutex. A listing of the folder to be read next, still without children.
+    // With the mutex held: a listing of the folder to be read next, still without children.
     [[nodiscard]] std::unique_ptr<FolderListing> nextUnread();
+    // With the mutex held: moves the folders out of `found`.
     void addUnread(std::vector<std::string>& found);
     // Appends to `found` the folders to be read next.
     void read(FolderListing& listing, std::vector<std::string>& found) const;

@@ -199,8 +199,8 @@ class [[nodiscard]] TerminationIgnored {
 
 [[nodiscard]] std::array<std::uint8_t, 32> sha256(std::string_view bytes);
 
-// Says that memory just reserved is about to be filled, most of it: the system may then provide it in large pieces, of
-// which each saves hundreds of page faults. Does nothing where the memory is small.
+// Says that memory just reserved is about to be filled from its beginning: the system may then provide it in large
+// pieces, each of which saves hundreds of page faults. Does nothing where the memory is small.
 void willFill(void* memory, std::size_t size);
 
 // The two functions of the LZFSE library; `available` is false when it cannot be loaded.

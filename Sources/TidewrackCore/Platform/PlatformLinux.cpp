@@ -359,7 +359,8 @@ std::string gitProgram() {
 
 // Refusals do not matter, least of all that of a kernel without large pages.
 void willFill(void* memory, std::size_t size) {
-    constexpr std::size_t piece = std::size_t{2} << 20;
+    constexpr std::size_t piece = std::size_t{2} << 20; // the usual one
+    // Moves `memory` to where a piece may begin and takes what it skips off `size`.
     if (std::align(piece, piece, memory, size) != nullptr) (void)::madvise(memory, size / piece * piece, MADV_HUGEPAGE);
 }
 

@@ -206,7 +206,7 @@ std::string gitProgram() {
     return {};
 }
 
-void willFill(void*, std::size_t) {} // the system has one size of page
+void willFill(void*, std::size_t) {} // there is no such advice here
 
 std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
     std::array<std::uint8_t, 32> digest{};

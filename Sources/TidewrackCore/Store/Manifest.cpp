@@ -3,6 +3,7 @@
 #include "Support/Errors.hpp"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 
@@ -140,6 +141,7 @@ void ManifestBuilder::sortOthers() {
 // In the base's order, and so sorted.
 std::vector<Manifest::Item> ManifestBuilder::ranked() const {
     std::vector<Manifest::Item> result;
+    if (fates_.empty()) return result;
     result.reserve(count_);
     willFill(result.data(), result.capacity() * sizeof(Manifest::Item));
     for (std::size_t rank = 0; rank < fates_.size(); ++rank)
@@ -180,9 +182,11 @@ std::string_view nameIn(std::string_view folder, std::string_view path) {
 
 // A name's first bytes as a number that sorts as they do, since most names differ there.
 std::uint64_t beginningOf(std::string_view name) {
+    std::array<unsigned char, 8> bytes{};
+    std::memcpy(bytes.data(), name.data(), std::min(name.size(), bytes.size()));
     std::uint64_t number = 0;
-    std::memcpy(&number, name.data(), std::min(name.size(), sizeof number));
-    return __builtin_bswap64(number);
+    for (const unsigned char byte : bytes) number = number << 8 | byte;
+    return number;
 }
 
 } // namespace
