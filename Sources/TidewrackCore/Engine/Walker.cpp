@@ -48,7 +48,7 @@ Walker::Walker(const std::string& root, Options options)
       }) {}
 
 void Walker::expect(std::int64_t files) {
-    constexpr std::int64_t filesForTwo = 2000; // fewer are read before a second thread is of use
+    constexpr std::int64_t filesForTwo = 200; // fewer are read before a second thread is of use
     if (files >= filesForTwo) reader_.readAhead();
 }
 
