@@ -1,12 +1,14 @@
 """Runs commands and times them, and keeps what was measured.
 
-Within a row the contenders take turns, round by round, so that whatever else the machine does meets them all; a row's
-figure is the median. Nothing is deleted while measuring, nor shortly before: an ext4 without a journal looks through
-all inodes that were freed in the last five minutes whenever it makes a file, which would be measured along.
+Within a row the contenders take turns, round by round and each round in another order, so that whatever else the
+machine does meets them all, and none always follows the one that keeps the disk busy; a row's figure is the median.
+Nothing is deleted while measuring, nor shortly before: an ext4 without a journal looks through all inodes that were
+freed in the last five minutes whenever it makes a file, which would be measured along.
 """
 
 import json
 import os
+import random
 import statistics
 import subprocess
 import sys
@@ -112,15 +114,15 @@ class Results:
 
     def row(self, part, title, turns, rounds=None, aim=None):
         """Times the turns; returns the medians."""
-        times = {}
+        times = {turn.name: [] for turn in turns}
         for number in range(rounds or self.options.rounds):
-            for turn in turns:
+            for turn in random.Random(number).sample(turns, len(turns)):
                 self.disk.check_free()
                 command = turn.prepare(number)
                 for folder in turn.reads():
                     read_all(folder)
                 os.sync()
-                times.setdefault(turn.name, []).append(run(command))
+                times[turn.name].append(run(command))
                 if turn.finish:
                     turn.finish()
         return self.add(part, title, "s", times, aim)

@@ -25,7 +25,7 @@ Tidewrack beside the limit of the machine and beside what else people use: writt
   write the whole tree; they have no equivalent of an undo. Their caches do not count as disk use.
 - **rsync**, **cp**: from and to a full copy.
 
-Every row is measured with a warm cache and after a `sync`, the contenders in turn within each round; figures are
+Every row is measured with a warm cache and after a `sync`, the contenders in another order each round; figures are
 medians, and every restore and undo is compared with what was there before. Only figures of one row should be compared:
 the speed of a virtual machine changes within the hour.
 
