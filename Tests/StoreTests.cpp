@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <optional>
+#include <thread>
+
 using namespace tidewrack;
 using namespace tidewrack::testing;
 
@@ -75,6 +78,8 @@ TEST_F(StoreTest, trackWritesTheRecordAndRefusesWhatIsUnsuitable) {
                   path + " contains Tidewrack's own history (" + f.at("store") + "). Track a project folder instead.");
     EXPECT_EQ(thrownBy([&] { return store.track(f.at("home"), false); }),
               f.at("home") + " is too broad to track. Track a project folder instead.");
+    EXPECT_EQ(thrownBy([&] { return store.track("/", false); }),
+              "/ is too broad to track. Track a project folder instead.");
     EXPECT_EQ(store.track(f.at("home"), true).root, f.at("home"));
     EXPECT_EQ(store.projects().size(), 2U);
 }
@@ -126,4 +131,17 @@ TEST_F(StoreTest, untrackRemovesTheHistoryOnly) {
     EXPECT_EQ(f.listing("store"), "store/projects 448 /\n");
     EXPECT_EQ(f.read("project/a"), "a");
     EXPECT_EQ(thrownBy([&] { store.untrack(project); }), "can't open lock " + store.lockPath(project));
+}
+
+TEST_F(StoreTest, whoWaitedForALockThatWasRemovedTakesTheNewOne) {
+    const std::string path = f.at("lock");
+    std::optional<ProjectLock> first(path);
+    std::thread waiting([&] {
+        const ProjectLock second(path);
+        EXPECT_TRUE(f.has("lock"));
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    f.remove("lock");
+    first.reset();
+    waiting.join();
 }

@@ -79,9 +79,9 @@ class Engine {
     enum class FolderChanges { ignored, recorded }; // whether folders alone (sameFolders) are worth a manifest
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
                                  FolderChanges folderChanges = FolderChanges::ignored) const;
-    // The roots of other tracked projects inside this one, relative to its root.
-    [[nodiscard]] static std::set<std::string, std::less<>> nestedRoots(const Project& project,
-                                                                        const std::vector<Project>& registry);
+    // What a walk of the project passes over, relative to its root: the roots of other tracked projects inside it.
+    [[nodiscard]] std::set<std::string, std::less<>> nestedRoots(const Project& project,
+                                                                 const std::vector<Project>& registry) const;
     // Where the content of a file as of a snapshot is kept; `path` is absolute or relative to the root. None for
     // folders, links and paths that the snapshot lacks. The file may be missing: then the content was not kept.
     [[nodiscard]] std::optional<std::string> contentPath(const Project& project, std::int64_t seq,

@@ -55,6 +55,8 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                             const TakenSnapshot& safety, bool removeNew) const {
     const auto start = std::chrono::steady_clock::now();
     const Date started = now();
+    // Else a power cut could leave what is put back now, and not the record of what it took the place of.
+    if (!store.sharesVolume(project)) store.bringRecordsToDisk(lock, project);
     RestoreRun run(*this, project, target, safety);
     run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew});
     const Manifest after = run.manifestAfter();

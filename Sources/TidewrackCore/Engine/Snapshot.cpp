@@ -299,8 +299,10 @@ SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& r
     return std::move(taken.result);
 }
 
-std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project, const std::vector<Project>& registry) {
+std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project,
+                                                       const std::vector<Project>& registry) const {
     std::set<std::string, std::less<>> result;
+    if (project.root == "/") result.insert(Store::canonical(store.home).substr(1)); // the history itself
     const std::string prefix = joined(project.root, "");
     for (const Project& other : registry)
         if (other.root != project.root && other.root.starts_with(prefix))

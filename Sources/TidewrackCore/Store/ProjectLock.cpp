@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <chrono>
@@ -24,14 +25,23 @@ int lockOpenFile(int fd, const Deadline& deadline) {
     return 0;
 }
 
+// Whoever had the lock may have removed the project and the lock with it: what was waited for is then the lock of
+// nothing, and another process may hold the one of the project tracked anew.
+bool isInPlace(int fd) {
+    struct stat status {};
+    return ::fstat(fd, &status) != 0 || status.st_nlink > 0;
+}
+
 } // namespace
 
-ProjectLock::ProjectLock(const std::string& path, const Deadline& deadline)
-    : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-    if (!fd_) throw TidewrackError::io("can't open lock " + path);
-    const int error = lockOpenFile(fd_.get(), deadline);
-    if (error == EWOULDBLOCK) throw TidewrackError::io("can't lock " + path + ": another process is working on it");
-    if (error != 0) throw TidewrackError::io("can't lock " + path);
+ProjectLock::ProjectLock(const std::string& path, const Deadline& deadline) {
+    do {
+        fd_ = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        if (!fd_) throw TidewrackError::io("can't open lock " + path);
+        const int error = lockOpenFile(fd_.get(), deadline);
+        if (error == EWOULDBLOCK) throw TidewrackError::io("can't lock " + path + ": another process is working on it");
+        if (error != 0) throw TidewrackError::io("can't lock " + path);
+    } while (!isInPlace(fd_.get()));
 }
 
 ProjectLock::~ProjectLock() {

@@ -123,7 +123,8 @@ Project Store::track(const std::string& path, bool force) const {
 
 void Store::refuseUnsuitable(const std::string& path, bool force) const {
     const std::string own = canonical(home);
-    if (isAtOrBelow(path, own) || isAtOrBelow(own, path))
+    // The root of all holds everything: it is too broad, and by force its walks pass over the history.
+    if (isAtOrBelow(path, own) || (path != "/" && isAtOrBelow(own, path)))
         throw TidewrackError::refused(path + " contains Tidewrack's own history (" + own +
                                       "). Track a project folder instead.");
     if (!isUtf8(path))
@@ -144,6 +145,8 @@ void Store::addToRegistry(const Project& project) const {
     // The store's folder may have been there before, open to others; what is kept in it is not.
     if (const int error = makeFolders(projectsFolder(), 0700))
         throw TidewrackError::io("create", projectsFolder(), error);
+    if (const int error = makeFolders(folder, 0755)) throw TidewrackError::io("create", folder, error);
+    const ProjectLock lock(lockPath(project)); // which an untrack may hold that still has things to remove
     for (const char* name : {"/snapshots", "/manifests", "/blobs"})
         if (const int error = makeFolders(folder + name, 0755))
             throw TidewrackError::io("create", folder + name, error);
@@ -282,6 +285,14 @@ void Store::writeUnchangedSnapshot(const ProjectLock&, const Project& project, c
     writeFileSoon(metaPath(project, meta.seq), compactJson(toJson(meta)));
 }
 
+void Store::bringRecordsToDisk(const ProjectLock&, const Project& project) const {
+    const std::string folder = projectFolder(project) + "/snapshots";
+    Descriptor open;
+    int error = openFolder(folder, open);
+    if (error == 0) error = flush(open.get(), PendingWrites());
+    if (error != 0) throw TidewrackError::io("flush", folder, error);
+}
+
 void Store::writeManifest(const ProjectLock&, const Project& project, std::int64_t seq, const Manifest& manifest,
                           const PendingWrites& contents) const {
     writeFileAfter(contents, manifestPath(project, seq), manifest.encoded());
@@ -315,6 +326,13 @@ std::string Store::blobPath(const Project& project, std::string_view blob) const
     return blobsFolder(project) + "/" + std::string(blob);
 }
 
+bool Store::sharesVolume(const Project& project) const {
+    Attributes ofRoot;
+    Attributes ofStore;
+    return attributesAt(AT_FDCWD, project.root.c_str(), ofRoot) != 0 ||
+           attributesAt(AT_FDCWD, home.c_str(), ofStore) != 0 || ofRoot.device == ofStore.device;
+}
+
 std::optional<std::string> Store::storageWarning(const Project& project) const {
     (void)makeHome();
     const std::string type = volumeType(project.root);
@@ -322,11 +340,7 @@ std::optional<std::string> Store::storageWarning(const Project& project) const {
     if (!volumeClones(project.root))
         return project.root + " is on a " + type +
                " volume, not APFS: history will use full copies and real disk space.";
-    Attributes ofRoot;
-    Attributes ofStore;
-    if (attributesAt(AT_FDCWD, project.root.c_str(), ofRoot) != 0 || attributesAt(AT_FDCWD, home.c_str(), ofStore) != 0)
-        return std::nullopt;
-    if (ofRoot.device == ofStore.device) return std::nullopt;
+    if (sharesVolume(project)) return std::nullopt;
     return project.root +
            " is on a different volume than Tidewrack's history: kept files will be full copies, not free clones.";
 }

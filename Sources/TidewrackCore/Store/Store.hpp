@@ -75,6 +75,10 @@ class Store {
     void writeSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
     // For a new snapshot that holds nothing the one before does not: nothing waits for the disk.
     void writeUnchangedSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
+    // All records written so far are on the disk, with all that they need.
+    void bringRecordsToDisk(const ProjectLock& lock, const Project& project) const;
+    // Whether the project lies on the volume of its history, so that changes of both come to the disk in their order.
+    [[nodiscard]] bool sharesVolume(const Project& project) const;
     void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq, const Manifest& manifest,
                        const PendingWrites& contents) const;
     // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
