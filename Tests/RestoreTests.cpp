@@ -146,6 +146,38 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
                           "Permission denied\nchanged");
 }
 
+TEST_F(RestoreTest, worksInFoldersClosedToTheirOwner) {
+    const std::string report = unprivileged(f, [&] {
+        world.ok({"snap"}); // the files are another user's now
+        f.write("project/cache/module/file", "as downloaded");
+        for (const char* folder : {"project/cache/module", "project/cache"}) ::chmod(f.at(folder).c_str(), 0555);
+        world.ok({"snap"});
+        const std::string wanted = f.listing("project");
+        std::string text = world.ok({"restore", "2"});
+        if (f.listing("project") != before) text += f.listing("project");
+        text += world.ok({"restore", "4"});
+        if (f.listing("project") != wanted) text += f.listing("project");
+        ::chmod(f.at("project/cache/module").c_str(), 0755);
+        f.write("project/cache/module/file", "edited");
+        ::chmod(f.at("project/cache/module").c_str(), 0555);
+        text += world.ok({"restore", "3", "cache/module/file"});
+        if (f.listing("project") != wanted) text += f.listing("project");
+        // What a snapshot couldn't see may have been there.
+        ::chmod(f.at("project/src").c_str(), 0);
+        world.ok({"snap"});
+        ::chmod(f.at("project/src").c_str(), 0755);
+        text += world.ok({"restore", "10"});
+        ::chmod(f.at("project/src").c_str(), 0755);
+        return text + f.read("project/src/main.c");
+    });
+    EXPECT_EQ(report, "Restored 0 files, removed 1 file. Undo this with: tidewrack restore 4\n"
+                      "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 6\n"
+                      "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 8\n"
+                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 11\n"
+                      "warning: kept what is in src/: it couldn't be read when that snapshot was taken\n"
+                      "int main;\n");
+}
+
 TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
     f.write("outside", "not yours");
     const Project project = world.project();

@@ -58,7 +58,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!store.sharesVolume(project)) store.bringRecordsToDisk(lock, project);
     RestoreRun run(*this, project, target, safety);
-    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew});
+    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0});
     const Manifest after = run.manifestAfter();
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();

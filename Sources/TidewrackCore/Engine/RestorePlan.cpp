@@ -16,6 +16,12 @@ class ExcludedFolders {
         for (const Manifest* manifest : {&input.current, &input.target})
             for (const auto& item : manifest->items())
                 if (item.entry.isIgnoredFolder()) folders_.emplace(item.path);
+        if (input.readsEverything) return;
+        constexpr std::uint16_t readable = 0500;
+        for (const auto& item : input.target.items())
+            if (item.entry.kind == EntryKind::dir && (item.entry.mode & readable) != readable &&
+                !input.target.listsBelow(item.path))
+                unread_.emplace(item.path);
     }
 
     // The path is one of them or lies in one.
@@ -25,12 +31,22 @@ class ExcludedFolders {
             if (folders_.contains(at)) return true;
         return false;
     }
+    // The folder around the path that couldn't be looked into when the target was taken, or nothing. What is in there
+    // now may have been in there then.
+    [[nodiscard]] std::string_view unreadAround(std::string_view path) const {
+        if (unread_.empty()) return {};
+        std::string_view at = parentOf(path);
+        while (!at.empty() && !unread_.contains(at)) at = parentOf(at);
+        return at;
+    }
 
   private:
     std::set<std::string, std::less<>> folders_;
+    std::set<std::string_view> unread_;
 };
 
 void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, RestorePlan& plan) {
+    std::set<std::string_view> kept; // folders
     for (const auto& item : input.current.items()) {
         if (!input.scope(item.path)) continue;
         const Entry* wanted = input.target.find(item.path);
@@ -46,8 +62,15 @@ void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, Re
         const bool otherKind = wanted != nullptr && wanted->kind != item.entry.kind &&
                                (wanted->kind == EntryKind::dir || item.entry.kind == EntryKind::dir);
         if (wanted == nullptr ? !input.removeNew : !otherKind) continue;
+        if (const auto unread = excluded.unreadAround(item.path); !unread.empty()) {
+            kept.emplace(unread);
+            continue;
+        }
         (item.entry.kind == EntryKind::dir ? plan.removeFolders : plan.removeFiles).push_back(&item);
     }
+    for (const std::string_view folder : kept)
+        plan.warnings.push_back("kept what is in " + std::string(folder) +
+                                "/: it couldn't be read when that snapshot was taken");
     // Sorted by path a folder comes before its contents; backwards, after them.
     std::reverse(plan.removeFolders.begin(), plan.removeFolders.end());
 }
@@ -62,23 +85,25 @@ void planWrite(const Manifest::Item& item, const Entry* present, RestorePlan& pl
     plan.writes.push_back(&item);
 }
 
-// An agent that takes a folder's rights away makes all below it unreachable. To undo that, the folder is opened
-// again, although a folder's rights are no change of their own.
-void planLockedFolders(const RestoreInput& input, RestorePlan& plan) {
+// A read-only folder refuses all changes in it, so it is opened for them. An agent that takes a folder's rights away
+// makes all below it unreachable: to undo that, the folder stays open, although a folder's rights are no change of
+// their own.
+void planClosedFolders(const RestoreInput& input, RestorePlan& plan) {
     std::set<std::string_view> closed;
-    for (const auto& item : input.current.items()) {
-        if (item.entry.kind != EntryKind::dir || !isClosed(item.entry) || input.scope(item.path)) continue;
-        const Entry* wanted = input.target.find(item.path);
-        if (wanted != nullptr && wanted->kind == EntryKind::dir && !isClosed(*wanted)) closed.insert(item.path);
-    }
+    for (const auto& item : input.current.items())
+        if (item.entry.kind == EntryKind::dir && isClosed(item.entry)) closed.insert(item.path);
     if (closed.empty()) return;
     std::set<std::string_view> needed;
     for (const auto* list : {&plan.removeFiles, &plan.removeFolders, &plan.makeFolders, &plan.writes})
         for (const Manifest::Item* item : *list)
             for (std::string_view at = parentOf(item->path); !at.empty(); at = parentOf(at))
                 if (closed.contains(at)) needed.insert(at);
+    for (const auto& item : input.current.items())
+        if (needed.contains(item.path)) plan.closedFolders.push_back(&item);
     for (const auto& item : input.target.items())
-        if (needed.contains(item.path)) plan.lockedFolders.push_back(&item);
+        if (needed.contains(item.path) && item.entry.kind == EntryKind::dir && !isClosed(item.entry) &&
+            !input.scope(item.path))
+            plan.lockedFolders.push_back(&item);
 }
 
 } // namespace
@@ -97,7 +122,7 @@ RestorePlan planRestore(const RestoreInput& input) {
             (there ? plan.keepFolders : plan.makeFolders).push_back(&item);
         }
     }
-    planLockedFolders(input, plan);
+    planClosedFolders(input, plan);
     return plan;
 }
 

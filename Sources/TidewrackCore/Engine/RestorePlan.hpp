@@ -25,8 +25,9 @@ struct RestorePlan {
     Items removeFolders;               // of the current listing, contents before their folder
     Items makeFolders;                 // of the target, a folder before its contents
     Items keepFolders;                 // of the target: folders in scope that both have
-    Items lockedFolders;               // of the target: folders out of scope that have been closed to their owner
-                                       // since, and hold something to be removed or written
+    Items closedFolders;               // of the current listing, a folder before its contents: folders closed to their
+                                       // owner that hold something to be removed, made or written
+    Items lockedFolders;               // of the target: those of them out of scope that were open then
     Items writes;                      // of the target: files and links that differ and whose content was kept
     std::vector<std::string> warnings; // paths in scope that no write can bring back, or that are left in place
 };
@@ -37,6 +38,7 @@ struct RestoreInput {
     std::function<bool(std::string_view)> scope;
     std::set<std::string, std::less<>> nestedRoots;
     bool removeNew = true;
+    bool readsEverything = false; // whoever restores reads folders whatever their mode, as root does
 };
 
 [[nodiscard]] RestorePlan planRestore(const RestoreInput& input);

@@ -42,8 +42,9 @@ bool isUnchangedAside(const Attributes& attributes, const Entry& recorded) {
 // change would bear a later one.
 bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
     const Entry there = entryOf(attributes);
-    return there.kind == wanted.kind && there.size == wanted.size && there.mtime <= wanted.mtime &&
-           there.mtime > wanted.mtime - coarsestTime;
+    const bool inTime = there.mtime <= wanted.mtime &&
+                        (wanted.mtime < INT64_MIN + coarsestTime || there.mtime > wanted.mtime - coarsestTime);
+    return there.kind == wanted.kind && there.size == wanted.size && inTime;
 }
 
 bool nothingThere(int error) {
@@ -67,8 +68,7 @@ void RestoreRun::work(const RestoreInput& input) {
     for (const std::string& warning : plan.warnings) result_.warnings.push_back(warning);
     trace_.mark([] { return "plan"; });
     removeLeftovers();
-    makeWritable(plan.keepFolders);
-    makeWritable(plan.lockedFolders);
+    open(plan.closedFolders);
     remove(plan);
     files_.forget();
     makeFolders(plan);
@@ -84,13 +84,10 @@ void RestoreRun::removeLeftovers() {
         if (isLeftover(lastComponent(path))) (void)files_.removeFile(path);
 }
 
-// A folder that was made read-only since would refuse everything that is to be put back into it.
-void RestoreRun::makeWritable(const RestorePlan::Items& folders) {
-    for (const Manifest::Item* item : folders) {
-        const Entry* present = safety_.manifest.find(item->path);
-        if (!isClosed(*present) || isClosed(item->entry)) continue;
-        (void)files_.setMode(item->path, static_cast<std::uint16_t>(present->mode | ownerAll));
-    }
+void RestoreRun::open(const RestorePlan::Items& folders) {
+    for (const Manifest::Item* item : folders)
+        if (files_.setMode(item->path, static_cast<std::uint16_t>(item->entry.mode | ownerAll)) == 0)
+            opened_.push_back(item);
 }
 
 bool RestoreRun::untouched(const Entry& recorded, const Attributes& attributes) {
@@ -360,38 +357,42 @@ int RestoreRun::putBack(const WriteJob& job, Place aside, Place place) {
     return 0;
 }
 
-// Folders get the mode and time they had, deepest first, once nothing is written into them any more.
+// Folders get the mode and time they had, deepest first, once nothing is written into them any more and nothing below
+// them has to be reached.
 void RestoreRun::finishFolders(const RestorePlan& plan) {
     std::map<std::string_view, const Entry*, std::greater<>> folders;
     for (const auto* list : {&plan.makeFolders, &plan.keepFolders, &plan.lockedFolders})
-        for (const Manifest::Item* item : *list) folders.emplace(item->path, &item->entry);
+        for (const Manifest::Item* item : *list)
+            if (!warned_.contains(item->path)) folders.emplace(item->path, &item->entry);
     for (const std::string& path : parents_.created()) {
         const Entry* wanted = target_.find(path);
-        if (wanted != nullptr && wanted->kind == EntryKind::dir && wanted->blob.empty()) folders.emplace(path, wanted);
+        if (wanted != nullptr && wanted->kind == EntryKind::dir && wanted->blob.empty() && !warned_.contains(path))
+            folders.emplace(path, wanted);
     }
-    for (const auto& [path, wanted] : folders) {
-        Attributes there;
-        if (warned_.contains(path) || files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder)
-            continue;
-        const Entry* before = safety_.manifest.find(path);
-        // One that git ignores was opened only for what is to be written below it: no snapshot could tell it back.
-        const bool ignored = before != nullptr && before->isIgnoredFolder();
-        const std::uint16_t mode = ignored ? before->mode : wanted->mode;
-        const std::int64_t mtime = ignored ? there.mtime : wanted->mtime;
-        const bool asListed = before != nullptr && before->mode == there.mode && before->mtime == there.mtime;
-        // Within one tick of the clock a folder that was changed again may have the wanted time by itself.
-        if (asListed && there.mode == mode && there.mtime == mtime) continue;
-        int error = there.mode == mode ? 0 : files_.setMode(path, mode);
-        if (error == 0 && there.mtime != mtime) error = files_.setTime(path, mtime);
-        if (error != 0) {
-            warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
-        } else if (files_.attributes(path, there) == 0) {
-            Entry entry = entryOf(there);
-            if (ignored) entry.markIgnored(); // listed as such still
-            written_.insert_or_assign(std::string(path), entry);
-        }
-    }
+    for (const Manifest::Item* item : opened_) folders.emplace(item->path, nullptr); // unless it is there already
+    for (const auto& [path, wanted] : folders) finishFolder(path, wanted);
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
+}
+
+// Without `wanted` the folder was only opened: it gets back the mode that it had, and stays listed as it was.
+void RestoreRun::finishFolder(std::string_view path, const Entry* wanted) {
+    Attributes there;
+    if (files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder) return;
+    const Entry* before = safety_.manifest.find(path);
+    // The same for one that git ignores: no snapshot could tell its mode back.
+    const bool asBefore = wanted == nullptr || (before != nullptr && before->isIgnoredFolder());
+    const std::uint16_t mode = asBefore ? before->mode : wanted->mode;
+    const std::int64_t mtime = asBefore ? there.mtime : wanted->mtime;
+    const bool asListed = before != nullptr && before->mode == there.mode && before->mtime == there.mtime;
+    // Within one tick of the clock a folder that was changed again may have the wanted time by itself.
+    if (asListed && there.mode == mode && there.mtime == mtime) return;
+    int error = there.mode == mode ? 0 : files_.setMode(path, mode);
+    if (error == 0 && there.mtime != mtime) error = files_.setTime(path, mtime);
+    if (error != 0) {
+        warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
+    } else if (!asBefore && files_.attributes(path, there) == 0) {
+        written_.insert_or_assign(std::string(path), entryOf(there));
+    }
 }
 
 // A power cut soon after must not leave empty files where the record says that all is back.

@@ -35,11 +35,12 @@ class RestoreRun {
     };
 
     void removeLeftovers();
-    void makeWritable(const RestorePlan::Items& folders);
+    void open(const RestorePlan::Items& folders);
     void remove(const RestorePlan& plan);
     void makeFolders(const RestorePlan& plan);
     void write(const RestorePlan::Items& items);
     void finishFolders(const RestorePlan& plan);
+    void finishFolder(std::string_view path, const Entry* wanted);
     void bringToDisk();
 
     [[nodiscard]] std::vector<WriteJob> examineWrites(const RestorePlan::Items& items);
@@ -74,6 +75,7 @@ class RestoreRun {
     std::set<std::string, std::less<>> warned_;
     std::set<std::string, std::less<>> removed_;
     std::set<std::string, std::less<>> nestedRoots_;
+    RestorePlan::Items opened_; // folders that were closed, and are open as long as there is something to do in them
     std::map<std::string, Entry, std::less<>> written_; // as they are on the disk now; blobs are the target's views
     std::mutex mutex_;
     std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has taken one away

@@ -69,15 +69,11 @@ const Entry* Manifest::find(std::string_view path) const {
     return found != items().end() && found->path == path ? &found->entry : nullptr;
 }
 
-Manifest::Range Manifest::below(std::string_view folder) const {
-    const Item* const begin = items().data();
-    const Item* const end = begin + size();
-    if (folder.empty()) return {begin, end};
+bool Manifest::listsBelow(std::string_view folder) const {
     const std::string first = std::string(folder) + "/";
-    const std::string last = std::string(folder) + "0"; // "0" is the byte after "/"
-    const auto less = [](const Item& item, const std::string& wanted) { return item.path < wanted; };
-    const Item* const from = std::lower_bound(begin, end, first, less);
-    return {from, std::lower_bound(from, end, last, less)};
+    const auto found = std::lower_bound(items().begin(), items().end(), first,
+                                        [](const Item& item, const std::string& wanted) { return item.path < wanted; });
+    return found != items().end() && found->path.starts_with(first);
 }
 
 std::int64_t Manifest::fileCount() const {

@@ -98,14 +98,8 @@ class Manifest {
     [[nodiscard]] std::size_t size() const { return items_->size(); }
     // The entry at `path`, by binary search; nullptr when there is none.
     [[nodiscard]] const Entry* find(std::string_view path) const;
-    // The entries whose path begins with `folder` + "/", as a range of items().
-    struct Range {
-        const Item* first;
-        const Item* last;
-        [[nodiscard]] const Item* begin() const { return first; }
-        [[nodiscard]] const Item* end() const { return last; }
-    };
-    [[nodiscard]] Range below(std::string_view folder) const;
+    // Whether anything is listed whose path begins with `folder` + "/".
+    [[nodiscard]] bool listsBelow(std::string_view folder) const;
     [[nodiscard]] std::int64_t fileCount() const; // files and links
 
     // The file's bytes: text, compressed. Throws TidewrackError io when the compression library is missing.
