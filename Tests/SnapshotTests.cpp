@@ -8,6 +8,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <fstream>
+#include <thread>
+
 using namespace tidewrack;
 using namespace tidewrack::testing;
 
@@ -28,6 +32,26 @@ TEST_F(SnapshotTest, fourWorkersKeepTheRightContents) {
     for (int i = 0; i < 130; ++i) f.write("project/" + std::to_string(i), "content " + std::to_string(i));
     world.ok({"track"});
     for (int i = 0; i < 130; ++i) EXPECT_EQ(world.ok({"cat", "1", std::to_string(i)}), "content " + std::to_string(i));
+}
+
+// A log that never stands still is kept as far as it went, and again by the next snapshot.
+TEST_F(SnapshotTest, keepsWhatIsWrittenToAllTheTime) {
+    f.write("project/log", "");
+    std::atomic<bool> done = false;
+    std::thread writer([&] {
+        std::ofstream log(f.at("project/log"));
+        for (int line = 0; !done; ++line) log << line << std::endl; // each line at once
+    });
+    world.ok({"track"});
+    const SnapshotResult during = snap();
+    done = true;
+    writer.join();
+    for (const char* number : {"1", "2"}) {
+        const std::string kept = world.ok({"cat", number, "log"});
+        EXPECT_EQ(f.read("project/log").substr(0, kept.size()), kept);
+    }
+    for (const std::string& warning : during.warnings)
+        EXPECT_EQ(warning, "saved log as far as it went: it was being written to");
 }
 
 // Without a limit of the project's own: 256 MiB, to the byte. Sparse files make them cheap.

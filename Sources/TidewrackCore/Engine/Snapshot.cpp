@@ -23,9 +23,6 @@ namespace {
 
 constexpr std::size_t cloneThreads = 4;
 constexpr int copyTries = 4;
-// Volumes stamp changes with a clock that ticks this slowly. A content copied later than one tick after its file's
-// latest change can't be changed again without a new time.
-constexpr std::int64_t clockTick = 10'000'000;
 constexpr std::int64_t coarseTick = 2'000'000'000; // of volumes that keep whole seconds, or every second one
 
 struct KeepJob {
@@ -33,13 +30,15 @@ struct KeepJob {
     std::string blob;
     Entry entry; // as walked; as copied, once it was
     bool tooLarge = false;
+    bool growing = false; // it got longer while it was copied
 };
 
+// Until a file whose latest change bears this time can't be changed again without a new one. A time in the future is
+// another clock's, and nothing to wait for.
 void waitUntilSettled(std::int64_t ctime) {
-    using namespace std::chrono;
-    const std::int64_t tick = ctime % 1'000'000'000 == 0 ? coarseTick : clockTick;
-    const auto age = duration_cast<nanoseconds>(system_clock::now().time_since_epoch()).count() - ctime;
-    if (age >= 0 && age < tick) std::this_thread::sleep_for(nanoseconds(tick - age));
+    const std::int64_t settled = ctime % 1'000'000'000 == 0 ? ctime + coarseTick : ctime + 1;
+    if (settled - earliestStamp() > 2 * coarseTick) return;
+    while (earliestStamp() < settled) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 // The content folder of a snapshot being taken: removed again unless the snapshot was recorded.
@@ -76,15 +75,16 @@ class Keeper {
         Place source;
         if (const int error = worker.project.place(path, source)) return error;
         const std::string name(lastComponent(job.blob));
-        for (int attempt = 0; attempt < copyTries; ++attempt) {
-            const Place target{folder_, name.c_str()};
+        const Place target{folder_, name.c_str()};
+        for (int attempt = 1;; ++attempt) {
             bool consistent = false;
             const int error = job.entry.kind == EntryKind::link ? keepLink(job, source, target, consistent)
                                                                 : keepFile(job, source, target, worker, consistent);
             if (error != 0 || consistent || job.tooLarge) return error;
+            if (attempt == copyTries && cutToItsEntry(job, target)) return 0;
             if (::unlinkat(folder_, name.c_str(), 0) != 0) return errno;
+            if (attempt == copyTries) return EBUSY;
         }
-        return EBUSY;
     }
 
   private:
@@ -103,7 +103,22 @@ class Keeper {
         Attributes after;
         if (const int error = attributesOfOpen(file.get(), after)) return error;
         consistent = entryOf(after).sameAttributes(job.entry);
+        job.growing = after.size > before.size;
         return 0;
+    }
+
+    // A log that grows all the time is better kept as far as it went than not at all. Its attributes are of before the
+    // copy, so the next snapshot finds it changed.
+    static bool cutToItsEntry(const KeepJob& job, Place copy) {
+        Attributes made;
+        return job.growing && attributesAt(copy.folder, copy.name, made) == 0 &&
+               (made.size == job.entry.size || (made.size > job.entry.size && cut(copy, job.entry.size)));
+    }
+
+    static bool cut(Place copy, std::int64_t size) {
+        if (::fchmodat(copy.folder, copy.name, 0600, 0) != 0) return false;
+        const Descriptor file(::openat(copy.folder, copy.name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+        return file && ::ftruncate(file.get(), size) == 0 && ::fchmod(file.get(), 0444) == 0;
     }
 
     static int keepLink(KeepJob& job, Place source, Place target, bool& consistent) {
@@ -192,6 +207,9 @@ class SnapshotRun {
             if (error == ECANCELED) ++result.late;
         } else if (job.tooLarge) {
             blob = tooLargeBlob(job.entry);
+        } else if (job.growing) {
+            result.warnings.push_back("saved " + std::string(builder_.item(job.item).path) +
+                                      " as far as it went: it was being written to");
         }
         job.entry.blob = blob;
         builder_.setEntry(job.item, job.entry);

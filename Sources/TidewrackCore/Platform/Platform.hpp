@@ -59,6 +59,10 @@ struct Attributes {
 // Sets the modification and access time (nanoseconds since the epoch) of a path without following a link.
 [[nodiscard]] int setModificationTime(int folder, const char* name, std::int64_t mtime);
 
+// A change of a file made from now on is stamped with this time at the earliest, in nanoseconds since the epoch, on
+// volumes whose clock is this machine's. Volumes cut it down to what they keep.
+[[nodiscard]] std::int64_t earliestStamp();
+
 // --- Copies -----------------------------------------------------------------------------------------------------
 
 // A place that a copy reads or writes: a name within an open folder.

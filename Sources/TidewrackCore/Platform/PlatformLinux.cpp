@@ -295,6 +295,13 @@ int exchange(Place a, Place b) {
 
 void dropAccessList(Place) {} // no access list can do that here
 
+// The kernel stamps with the time of the latest tick of its timer.
+std::int64_t earliestStamp() {
+    timespec tick{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &tick);
+    return nanosecondsOf(tick);
+}
+
 namespace {
 
 struct VolumeName {

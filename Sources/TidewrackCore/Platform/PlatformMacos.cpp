@@ -160,6 +160,14 @@ int exchange(Place a, Place b) {
     return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
 }
 
+// What a volume's clock does is not told: some tick only every ten milliseconds.
+std::int64_t earliestStamp() {
+    constexpr std::int64_t slowestTick = 10'000'000;
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return nanosecondsOf(now) - slowestTick;
+}
+
 // The folders of a home, for one, come with "everyone deny delete".
 void dropAccessList(Place item) {
     const Descriptor file(::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
