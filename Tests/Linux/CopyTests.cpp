@@ -113,6 +113,11 @@ TEST_F(CopyTest, leavesNothingBehindWhereItCannotWrite) {
     EXPECT_EQ(copyTree(folder.at("volume/tree"), folder.at("volume/tiny/tree"), {}), ENOSPC);
     EXPECT_EQ(folder.listing("volume/tiny").find("copy"), std::string::npos);
     EXPECT_FALSE(folder.has("volume/tiny/tree"));
+    CopyLimits limits;
+    limits.leavesParts = true;
+    EXPECT_EQ(copyTree(folder.at("volume/tree"), folder.at("volume/tiny/tree"), limits), ENOSPC);
+    EXPECT_EQ(copyTree(folder.at("volume/tree"), folder.at("volume/tiny/tree"), {}), EEXIST);
+    EXPECT_TRUE(folder.has("volume/tiny/tree"));
 }
 
 TEST(FolderTests, openingBelowNeverFollowsLinksOnAnyKernel) {

@@ -52,9 +52,12 @@ class TreeCopier {
         return ENOTSUP;
     }
 
+    // Else a file that could not be copied is gone already, and what stands in its place is not ours.
+    [[nodiscard]] bool leftFolder() const { return madeFolder_; }
+
   private:
     // The change time covers everything that a copy keeps: content, mode, owner and extended attributes. The other
-    // fields are for clocks that were set back.
+    // fields are for clocks that were set back, and for a folder that another one was renamed over.
     [[nodiscard]] bool isUnchanged(const Attributes& now, Place earlier) const {
         if (now.kind == Attributes::Kind::folder || now.ctime >= earlierBegan_) return false;
         Attributes then;
@@ -75,6 +78,7 @@ class TreeCopier {
         FolderStream source(from.folder, from.name);
         if (source.error() != 0) return source.error();
         if (::mkdirat(to.folder, to.name, 0700) != 0) return errno;
+        madeFolder_ = true;
         const Descriptor target(::openat(to.folder, to.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!target) return errno;
         Descriptor before;
@@ -103,7 +107,7 @@ class TreeCopier {
     // One unreadable file is no reason to lose the folder's other files; a full volume and a deadline end it all.
     bool toleratedInside(int error) {
         if (unsaved_ == nullptr || error == ECANCELED || error == ENOSPC || error == EDQUOT) return false;
-        unsaved_->push_back(inside_);
+        unsaved_->push_back({inside_, error});
         return true;
     }
 
@@ -118,8 +122,9 @@ class TreeCopier {
     CopyMemory memory_;
     Skip skip_;
     std::int64_t earlierBegan_;
-    std::vector<std::string>* unsaved_;
-    std::string inside_; // of the item being copied: its path below the top, with a leading slash
+    std::vector<UncopiedItem>* unsaved_;
+    bool madeFolder_ = false; // the first folder of the copy is there
+    std::string inside_;      // of the item being copied: its path below the top, with a leading slash
 };
 
 class TreeMeasurer {
@@ -155,14 +160,12 @@ class TreeMeasurer {
 } // namespace
 
 int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits) {
-    Attributes there;
-    if (attributesAt(AT_FDCWD, to.c_str(), there) == 0) return EEXIST;
     TreeCopier copier(limits);
     Place earlier;
     if (limits.earlier) earlier = {AT_FDCWD, limits.earlier->path.c_str()};
     const int error =
         copier.copy({AT_FDCWD, from.c_str()}, {AT_FDCWD, to.c_str()}, limits.earlier ? &earlier : nullptr);
-    if (error != 0) (void)removeTree(to);
+    if (error != 0 && copier.leftFolder() && !limits.leavesParts) (void)removeTree(to);
     return error;
 }
 

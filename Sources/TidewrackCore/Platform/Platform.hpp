@@ -110,20 +110,28 @@ struct EarlierCopy {
     std::int64_t began = 0; // when it was begun, nanoseconds since the epoch
 };
 
+struct UncopiedItem {
+    std::string path;
+    int error = 0; // an errno value
+};
+
 struct CopyLimits {
     std::string skip;                 // an absolute path left out wherever it lies inside; empty: none
     Deadline deadline;                // after it the copy is given up with ECANCELED
     PendingWrites* pending = nullptr; // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
-    // Receives what inside a folder could not be copied, as paths below it with a leading slash; the rest is copied.
+    // Receives what inside a folder could not be copied, by paths below it with a leading slash; the rest is copied.
     // Null: the first failure ends the copy.
-    std::vector<std::string>* unsaved = nullptr;
+    std::vector<UncopiedItem>* unsaved = nullptr;
+    // A copy that fails leaves what it made so far, and what others have put beside it.
+    bool leavesParts = false;
 };
 
 // Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
 // and extended attributes, cloning where the volume allows it. Sockets, pipes and devices inside a folder are passed
-// over; one named as `from` is ENOTSUP. On an errno value other than 0 nothing is left at `to`.
+// over; one named as `from` is ENOTSUP. On an errno value other than 0 nothing of it is left at `to`, unless the limits
+// say so.
 [[nodiscard]] int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits);
 
 struct TreeSize {

@@ -85,11 +85,11 @@ class Saver {
         CopyLimits limits{store_, deadline_, &pending_, earlier};
         VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
         if (item.kind == "dir" && isTooLarge(path, limits)) return false;
-        std::vector<std::string> unsaved;
+        std::vector<UncopiedItem> unsaved;
         limits.unsaved = &unsaved;
         if (copyTree(path, entryFolder_ + "/" + item.stored, limits) != 0) return false;
         entry.items.push_back(std::move(item));
-        for (const std::string& inside : unsaved) entry.skipped.push_back(path + inside);
+        for (const UncopiedItem& inside : unsaved) entry.skipped.push_back(path + inside.path);
         return true;
     }
 
@@ -251,9 +251,16 @@ bool Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, D
     }
     const std::string parent(parentOf(original));
     int error = parent.empty() ? 0 : makeFolders(parent, 0755);
-    if (error == 0) error = copyTree(stored, original, {});
+    // Programs go on writing into their folders meanwhile: nothing of theirs is replaced, or removed because of it.
+    std::vector<UncopiedItem> uncopied;
+    CopyLimits limits;
+    limits.unsaved = &uncopied;
+    limits.leavesParts = true;
+    if (error == 0) error = copyTree(stored, original, limits);
     if (error == 0) bringToDisk(parent);
     messages.push_back(error == 0 ? "restored " + original : cannotRestore + errorText(error));
+    for (const UncopiedItem& inside : uncopied)
+        messages.push_back("couldn't restore " + original + inside.path + ": " + errorText(inside.error));
     return error == 0;
 }
 
