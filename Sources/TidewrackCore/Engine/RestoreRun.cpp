@@ -60,6 +60,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     files_ = FolderBelow(root_.get());
     const std::string blobs = engine.store.blobsFolder(project);
     if (const int error = openFolder(blobs, blobs_)) throw TidewrackError::io("read", blobs, error);
+    pending_.everything = true; // bringToDisk() waits for all that is put back
 }
 
 void RestoreRun::work(const RestoreInput& input) {

@@ -16,7 +16,7 @@ constexpr std::size_t mostWrittenOutOneByOne = 1000;
 // What the copies of one operation have left to be brought to the disk. Shared by the threads that make them.
 struct PendingWrites {
     std::atomic<std::size_t> copies = 0;  // contents that were copied byte for byte, not cloned
-    std::atomic<bool> everything = false; // some of them wait for a flush of the whole volume
+    std::atomic<bool> everything = false; // some of them wait for a flush of the whole volume; all, when set beforehand
 };
 
 // The content of the file just written through `fd` is on the disk before any later change of a name on its volume.

@@ -71,7 +71,8 @@ void beginWriteOut(int fd) {
 }
 
 void writeOutCopy(int fd, PendingWrites& pending) {
-    if (pending.copies++ >= mostWrittenOutOneByOne || volumeOf(fd) != Volume::journal) pending.everything = true;
+    if (!pending.everything && (pending.copies++ >= mostWrittenOutOneByOne || volumeOf(fd) != Volume::journal))
+        pending.everything = true;
     if (pending.everything)
         beginWriteOut(fd); // so that flushing the volume finds less to do
     else if (writeContent(fd) != 0)

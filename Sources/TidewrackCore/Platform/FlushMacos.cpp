@@ -31,7 +31,8 @@ int writeOut(int fd) {
 void beginWriteOut(int) {} // volumes of type apfs give a new file its name and its size in one transaction
 
 void writeOutCopy(int fd, PendingWrites& pending) {
-    if (pending.copies++ >= mostWrittenOutOneByOne || ::fsync(fd) != 0) pending.everything = true;
+    if (!pending.everything && (pending.copies++ >= mostWrittenOutOneByOne || ::fsync(fd) != 0))
+        pending.everything = true;
 }
 
 int flush(int fd, const PendingWrites& pending) {
