@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
 #include <random>
 
 using namespace tidewrack;
@@ -50,6 +48,7 @@ TEST(Manifest, goldenText) {
     const Manifest manifest = builder.finish();
     EXPECT_EQ(manifest.encodedText(), text);
     EXPECT_EQ(parsed(text).items(), manifest.items());
+    EXPECT_EQ(parsed("f\t1\t1\t1\t1\t1\t1/0\tbig\n" + text).items(), manifest.items()) << "the later line counts";
     std::vector<std::string> blobs;
     Manifest::forEachBlob(text, [&](std::string_view blob) { blobs.emplace_back(blob); });
     ASSERT_EQ(blobs.size(), manifest.size());
@@ -89,12 +88,6 @@ TEST(Manifest, saysWhatIsWrong) {
             << bad;
 }
 
-TEST(Manifest, keepsTheLaterOfEqualPaths) {
-    const std::string first = "f\t1\t1\t1\t1\t1\t1/0\tb\n";
-    const std::string second = "f\t1\t1\t1\t1\t1\t1/2\tb\n";
-    EXPECT_EQ(parsed(first + line + second).encodedText(), second + line);
-}
-
 TEST(Manifest, tellsOddReasonsOfContentsNotKept) {
     for (const char* blob : {"err", "err99999999999999"})
         EXPECT_TRUE((Entry{EntryKind::file, 0, 0, 0, 0, 0, blob}.notKeptReason())) << blob;
@@ -123,58 +116,4 @@ TEST(Manifest, noPartOfAStreamDecodes) {
             EXPECT_THROW((void)Manifest::decode(bytes.substr(0, length)), TidewrackError) << entries << " " << length;
     }
     EXPECT_THROW((void)Manifest::decode("not a manifest at all"), TidewrackError);
-}
-
-// In byte order the contents of "a" come after "a-b", a folder need not be listed itself, and names may be alike for
-// longer than what is compared at once.
-TEST(Manifest, pathIndexFindsEveryPathInAnyOrder) {
-    const std::vector<std::string> paths = {"a",           "a-b",          "a-b/x", "a/-",       "a/b",
-                                            "a/b/x",       "b/lost/deep",  "x",     "x0",        "y/12345678",
-                                            "y/123456789", "y/123456789a", "y/z",   "y/\xC3\xA4"};
-    ManifestBuilder builder;
-    for (const std::string& path : paths) builder.add(path, {EntryKind::file, 0644, 0, 0, 0, 1, ""});
-    const Manifest manifest = builder.finish();
-    PathIndex index(manifest);
-    for (std::size_t step = 1; step <= paths.size(); ++step)
-        for (std::size_t i = 0; i < paths.size(); ++i) {
-            const std::size_t wanted = i * step % paths.size();
-            EXPECT_EQ(index.find(paths[wanted]), wanted) << paths[wanted] << " after others, step " << step;
-        }
-    for (const char* path : {"b", "b/lost", "a/x", "a-b/b", "nowhere/x", "x0/x", "-", "y/1234567", "y/12345678a"})
-        EXPECT_EQ(index.find(path), PathIndex::none) << path;
-    EXPECT_EQ(PathIndex(Manifest()).find("a"), PathIndex::none);
-}
-
-// What the second listing has of the first comes by rank, in any order, as a walk finds it.
-TEST(Manifest, builtUponAnotherSaysWhatWasAdded) {
-    const Manifest base = listing(9);
-    const auto again = [&](const std::function<void(ManifestBuilder&, const Manifest::Item&, std::uint32_t)>& add) {
-        ManifestBuilder builder(base);
-        for (std::size_t i = base.size(); i-- > 0;) add(builder, base.items()[i], static_cast<std::uint32_t>(i));
-        return builder.finish();
-    };
-    const Manifest same = again([](auto& builder, const auto& item, auto rank) {
-        const std::string blob(item.entry.blob);
-        Entry entry = item.entry;
-        entry.blob = blob;
-        builder.add(item.path, entry, rank);
-    });
-    EXPECT_EQ(&same.items(), &base.items());
-    std::vector<Manifest::Item> wanted;
-    const Manifest other = again([&](auto& builder, const auto& item, auto rank) {
-        if (rank == 4) return; // gone
-        Entry entry = item.entry;
-        if (rank == 2 || rank == 6) entry.size += 1;
-        const auto handle = builder.add(item.path, entry, rank);
-        if (rank == 3) entry.blob = "9/9";
-        if (rank == 6) entry = item.entry; // it turns out the same after all
-        builder.setEntry(handle, entry);
-        EXPECT_EQ(builder.item(handle), (Manifest::Item{item.path, entry}));
-        wanted.insert(wanted.begin(), {item.path, entry});
-        if (rank == 5) builder.add("in between", entry);
-    });
-    const Entry& five = base.items()[5].entry;
-    wanted.push_back({"in between", five});
-    std::sort(wanted.begin(), wanted.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
-    EXPECT_EQ(other.items(), wanted);
 }
