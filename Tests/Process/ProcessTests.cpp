@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <memory>
+#include <regex>
 #include <thread>
 
 using namespace tidewrack;
@@ -29,22 +30,6 @@ class ProcessTest : public ::testing::Test {
 };
 
 } // namespace
-
-TEST_F(ProcessTest, exitStatusAndStreams) {
-    const Outcome help = program({});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_EQ(help.out, world.ok({"help"}));
-    EXPECT_EQ(help.err, "");
-    const Outcome refused = program({"snap"});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_EQ(refused.out, "");
-    EXPECT_EQ(refused.err,
-              "tidewrack: " + world.projectPath() + " isn't tracked. Run `tidewrack track` in the project folder.\n");
-    EXPECT_EQ(program({"track"}).status, 0);
-    world.environment.erase("TIDEWRACK_HOME");
-    EXPECT_EQ(program({"track"}).status, 0);
-    EXPECT_TRUE(f.has("home/Library/Application Support/Tidewrack/projects"));
-}
 
 TEST_F(ProcessTest, outputThatNobodyTakes) {
     f.write("project/large", std::string(1'000'000, 'x'));
@@ -89,12 +74,10 @@ TEST_F(ProcessTest, tracesOnlyWhenAskedWithOne) {
         EXPECT_EQ(program({"snap"}).err, "") << value;
     }
     world.environment["TIDEWRACK_TRACE"] = "1";
+    const std::string line = "  [ 0-9]{5}\\.[0-9] ms  ";
+    std::string form;
+    for (const char* label : {"load previous manifest", "diff \\+ write manifest", "remove 0", "clone 0 files"})
+        form += line + label + "\n(" + line + "[a-z0-9+ ]+\n)*";
     const std::string trace = program({"restore", "1"}).err;
-    for (const char* label : {"load previous manifest", "diff + write manifest", "remove 0", "clone 0 files"})
-        EXPECT_NE(trace.find(std::string(" ms  ") + label + "\n"), std::string::npos) << label;
-    for (std::size_t at = 0; at < trace.size(); at = trace.find('\n', at) + 1) {
-        EXPECT_EQ(trace.substr(at, 2), "  ");
-        EXPECT_EQ(trace.substr(at + 9, 5), " ms  ") << trace.substr(at, 20); // two spaces and seven characters
-        EXPECT_EQ(trace[at + 7], '.');
-    }
+    EXPECT_TRUE(std::regex_match(trace, std::regex(form))) << trace;
 }
