@@ -173,7 +173,10 @@ TEST(Json, isInTheManualToo) {
 
 TEST(Json, repairsNamesThatAreNotText) {
     RestoreResult restore;
-    restore.restored = {"bad\xff"};
+    restore.restored = restore.warnings = {"bad\xff"};
+    restore.removedFiles = 2;
     EXPECT_EQ(restoreJson(restore)["restored"], json{"bad\xef\xbf\xbd"});
+    EXPECT_EQ(restoreText(restore), "Restored 0 files, removed 2 files. Undo this with: tidewrack restore 0\n"
+                                    "warning: bad\xef\xbf\xbd\n");
     EXPECT_EQ(changesJson({{}, {}, {"bad\xff"}, {"bad\xff"}})["folders"], json{"bad\xef\xbf\xbd"});
 }
