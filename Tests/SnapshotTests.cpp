@@ -28,12 +28,6 @@ class SnapshotTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(SnapshotTest, fourWorkersKeepTheRightContents) {
-    for (int i = 0; i < 130; ++i) f.write("project/" + std::to_string(i), "content " + std::to_string(i));
-    world.ok({"track"});
-    for (int i = 0; i < 130; ++i) EXPECT_EQ(world.ok({"cat", "1", std::to_string(i)}), "content " + std::to_string(i));
-}
-
 // A log that never stands still is kept as far as it went, and again by the next snapshot.
 TEST_F(SnapshotTest, keepsWhatIsWrittenToAllTheTime) {
     f.write("project/log", "");
@@ -134,11 +128,4 @@ TEST_F(SnapshotTest, prunesOnceAnHour) {
     ASSERT_EQ(result.warnings.size(), 1U);
     EXPECT_EQ(result.warnings[0].find("prune failed: Corrupt store data: "), 0U);
     EXPECT_EQ(result.meta.seq, 5);
-}
-
-TEST(CleanPath, stripsWhatAUserTypes) {
-    EXPECT_EQ(Engine::clean("././src/"), "src");
-    EXPECT_EQ(Engine::clean("."), "");
-    EXPECT_EQ(Engine::clean("a/./b//"), "a/./b");
-    EXPECT_EQ(Engine::clean(".hidden"), ".hidden");
 }

@@ -269,12 +269,6 @@ TEST_F(VaultTest, removesOldEntries) {
     EXPECT_FALSE(folder.has("store/vault/20200101-000000-1"));
 }
 
-TEST(VaultId, tellsTimeAndIsUnique) {
-    const std::string first = Vault::newID();
-    EXPECT_TRUE(std::regex_match(first, std::regex("[0-9]{8}-[0-9]{6}-[1-9A-F][0-9A-F]{0,7}"))) << first;
-    EXPECT_NE(first, Vault::newID());
-}
-
 TEST(VaultRecord, keepsItsWrittenForm) {
     const std::string text =
         R"({"agent":"claude","command":"rm -r ~\/a","created":"2026-03-14T09:30:05Z","cwd":"\/w",)"

@@ -509,7 +509,8 @@ void History::checkSnapshot(const Known& known) {
                 "an entry has its path's attributes", about + path);
         const std::string blob(entry->blob);
         if (wanted.isFolder()) {
-            require(blob == (wanted.ignored ? "ign" : ""), "a folder has no content", about + path);
+            require(blob == (wanted.ignored ? "ign" : "") && (!wanted.ignored || entry->size + entry->ctime == 0),
+                    "a folder has no content, and nothing that changes with it where git ignores it", about + path);
             continue;
         }
         require(entry->size == wanted.size && entry->ctime == wanted.ctime && entry->ino == wanted.ino,
