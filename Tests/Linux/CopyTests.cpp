@@ -1,4 +1,3 @@
-#include "Linux/FileFacts.hpp"
 #include "Linux/MountedVolume.hpp"
 #include "Support/TestHistory.hpp"
 

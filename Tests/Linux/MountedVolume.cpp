@@ -4,21 +4,31 @@
 #include "Support/Files.hpp"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
-
-#include <gtest/gtest.h>
+#include <sys/xattr.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iomanip>
+#include <numeric>
+#include <random>
+#include <set>
+#include <sstream>
 
 namespace tidewrack::testing {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -41,6 +51,31 @@ int runTool(const std::string& command) {
 std::string makeOptions(const VolumeKind& kind) {
     if (kind.type == std::string("xfs")) return kind.clones ? " -q -m reflink=1 " : " -q -m reflink=0 ";
     return kind.wholeSeconds ? " -q -I 128 " : " -q "; // inodes without room for more
+}
+
+std::string hex(std::string_view bytes) {
+    std::ostringstream text;
+    for (const char c : bytes) text << std::hex << std::setw(2) << std::setfill('0') << (c & 0xff);
+    return text.str();
+}
+
+std::string attributesText(const std::string& path) {
+    char names[65536];
+    const ssize_t length = ::llistxattr(path.c_str(), names, sizeof names);
+    std::set<std::string> texts;
+    for (const char* name = names; name - names < length; name += std::strlen(name) + 1)
+        texts.insert(" " + std::string(name) + "=" + hex(attribute(path, name)));
+    return std::accumulate(texts.begin(), texts.end(), std::string());
+}
+
+std::string contentText(const std::string& path, const struct stat& status) {
+    if (S_ISLNK(status.st_mode)) return " -> " + fs::read_symlink(path).string();
+    if (!S_ISREG(status.st_mode)) return {};
+    std::string content;
+    if (const int error = readFile(path, content)) return " " + errorText(error);
+    const auto digest = sha256(content);
+    return " " + std::to_string(content.size()) + " " +
+           hex({reinterpret_cast<const char*>(digest.data()), digest.size()});
 }
 
 } // namespace
@@ -122,6 +157,67 @@ std::vector<Extent> extentsOf(const std::string& path) {
             {found.fe_logical, found.fe_physical, found.fe_length, (found.fe_flags & FIEMAP_EXTENT_SHARED) != 0});
     }
     return extents;
+}
+
+std::string factsOf(const std::string& root) {
+    std::set<std::string> lines;
+    for (const auto& item : fs::recursive_directory_iterator(root)) {
+        const std::string path = item.path().string();
+        struct stat status {};
+        EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+        std::ostringstream line;
+        line << path.substr(root.size() + 1) << " " << std::oct << status.st_mode << std::dec << " " << status.st_uid
+             << ":" << status.st_gid << " " << status.st_mtim.tv_sec << "." << status.st_mtim.tv_nsec;
+        lines.insert(line.str() + attributesText(path) + contentText(path, status) + "\n");
+    }
+    return std::accumulate(lines.begin(), lines.end(), std::string());
+}
+
+std::string contentFrom(std::uint64_t seed, std::size_t size) {
+    std::mt19937_64 random(seed);
+    std::string bytes;
+    bytes.reserve(size + 8);
+    while (bytes.size() < size) {
+        const std::uint64_t word = random();
+        bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+std::int64_t allocated(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? static_cast<std::int64_t>(status.st_blocks) * 512 : -1;
+}
+
+bool holdsUserAttributes(const std::string& folder) {
+    const std::string path = folder + "/.probe";
+    const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ::unlink(path.c_str());
+    return file && ::fsetxattr(file.get(), "user.probe", "x", 1, 0) == 0;
+}
+
+void setAttribute(const std::string& path, const char* name, const std::string& value) {
+    EXPECT_EQ(::lsetxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << name << std::strerror(errno);
+}
+
+std::string attribute(const std::string& path, const char* name) {
+    char value[65536];
+    const ssize_t size = ::lgetxattr(path.c_str(), name, value, sizeof value);
+    return size < 0 ? "<none>" : std::string(value, static_cast<std::size_t>(size));
+}
+
+std::string accessList(unsigned owner, unsigned mask) {
+    struct {
+        posix_acl_xattr_header header;
+        posix_acl_xattr_entry entries[5];
+    } list = {{POSIX_ACL_XATTR_VERSION},
+              {{ACL_USER_OBJ, static_cast<std::uint16_t>(owner), static_cast<std::uint32_t>(ACL_UNDEFINED_ID)},
+               {ACL_USER, ACL_READ, 1234},
+               {ACL_GROUP_OBJ, ACL_READ, static_cast<std::uint32_t>(ACL_UNDEFINED_ID)},
+               {ACL_MASK, static_cast<std::uint16_t>(mask), static_cast<std::uint32_t>(ACL_UNDEFINED_ID)},
+               {ACL_OTHER, 0, static_cast<std::uint32_t>(ACL_UNDEFINED_ID)}}};
+    return {reinterpret_cast<const char*>(&list), sizeof list};
 }
 
 } // namespace tidewrack::testing

@@ -1,5 +1,6 @@
 #pragma once
-// Small volumes of chosen types, for what only a real volume shows: shared blocks, device borders, a full disk.
+// Small volumes of chosen types, for what only a real volume shows: shared blocks, device borders, a full disk. And
+// everything about files that a copy must keep, in a form that two trees can be compared by.
 
 #include <cstdint>
 #include <ostream>
@@ -22,10 +23,6 @@ inline constexpr VolumeKind ext4Volume{"ext4", "ext4", false};
 inline constexpr VolumeKind coarseVolume{"ext4InWholeSeconds", "ext4", false, true};
 inline constexpr VolumeKind tmpfsVolume{"tmpfs", "tmpfs", false};
 inline constexpr VolumeKind overlayVolume{"overlay", "overlay", false};
-
-inline void PrintTo(const VolumeKind& kind, std::ostream* out) { // NOLINT: GoogleTest's own name
-    *out << kind.name;
-}
 
 // A fresh, empty volume of about 300 MB that takes disk space only for what is written, mounted at `path` (which is
 // created) and unmounted at the end. It is mounted for this process and its children alone, so even a killed test
@@ -69,5 +66,25 @@ inline void PrintTo(const Extent& extent, std::ostream* out) { // NOLINT: Google
 
 // The volume's own report of where a file's content lies.
 [[nodiscard]] std::vector<Extent> extentsOf(const std::string& path);
+
+// Every path below `root`, sorted, one a line: kind, mode, owner, modification time, size, extended attributes, and the
+// content's checksum or the link's destination.
+[[nodiscard]] std::string factsOf(const std::string& root);
+
+// Bytes that look random and depend on nothing but `seed` and their position.
+[[nodiscard]] std::string contentFrom(std::uint64_t seed, std::size_t size);
+
+// Bytes that a file takes on its volume.
+[[nodiscard]] std::int64_t allocated(const std::string& path);
+
+// Whether files in this folder can have attributes like "user.note".
+[[nodiscard]] bool holdsUserAttributes(const std::string& folder);
+
+void setAttribute(const std::string& path, const char* name, const std::string& value);
+[[nodiscard]] std::string attribute(const std::string& path, const char* name); // "<none>" when it is missing
+
+// The attribute "system.posix_acl_access" for: owner read and write, user 1234 read, group and mask as `mask` (one
+// octal digit), others nothing.
+[[nodiscard]] std::string accessList(unsigned owner, unsigned mask);
 
 } // namespace tidewrack::testing
