@@ -4,10 +4,9 @@
 #include "Support/Files.hpp"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <filesystem>
 #include <stdexcept>
 
 namespace tidewrack::testing {
@@ -43,11 +42,7 @@ Node readNode(const std::string& path) {
     node.ctime = attributes.ctime;
     node.ino = attributes.ino;
     if (node.kind == 'f' && readFile(path, node.text) != 0) throw std::runtime_error("can't read " + shown(path));
-    if (node.kind == 'l') {
-        std::array<char, 4096> destination{};
-        const ssize_t length = ::readlink(path.c_str(), destination.data(), destination.size());
-        node.text.assign(destination.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-    }
+    if (node.kind == 'l') node.text = std::filesystem::read_symlink(path).string();
     return node;
 }
 

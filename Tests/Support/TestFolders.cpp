@@ -8,11 +8,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <functional>
+#include <filesystem>
+#include <numeric>
+#include <set>
 
 namespace tidewrack::testing {
+
+namespace fs = std::filesystem;
 
 TemporaryFolder::TemporaryFolder() {
     std::string pattern = "/tmp/tidewrack-test-XXXXXX";
@@ -54,30 +57,18 @@ bool TemporaryFolder::has(const std::string& relative) const {
 }
 
 std::string TemporaryFolder::listing(const std::string& relative) const {
-    std::vector<std::string> lines;
-    const std::function<void(const std::string&)> visit = [&](const std::string& prefix) {
-        if (!isFolder(at(prefix))) return;
-        for (const std::string& name : listFolder(at(prefix))) {
-            const std::string path = prefix.empty() ? name : prefix + "/" + name;
-            Attributes attributes;
-            if (attributesAt(AT_FDCWD, at(path).c_str(), attributes) != 0) continue;
-            std::string line = path + " " + std::to_string(attributes.mode);
-            if (attributes.kind == Attributes::Kind::file) line += " = " + read(path);
-            if (attributes.kind == Attributes::Kind::folder) line += " /";
-            if (attributes.kind == Attributes::Kind::link) {
-                std::string destination(4096, '\0');
-                const ssize_t length = ::readlink(at(path).c_str(), destination.data(), destination.size());
-                line += " -> " + destination.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-            }
-            lines.push_back(line);
-            if (attributes.kind == Attributes::Kind::folder) visit(path);
-        }
-    };
-    visit(relative);
-    std::sort(lines.begin(), lines.end());
-    std::string text;
-    for (const std::string& line : lines) text += line + "\n";
-    return text;
+    if (!isFolder(at(relative))) return {};
+    std::set<std::string> lines;
+    for (const auto& item : fs::recursive_directory_iterator(at(relative))) {
+        const std::string path = item.path().string().substr(path_.size() + 1);
+        const fs::file_status status = item.symlink_status();
+        std::string line = path + " " + std::to_string(static_cast<unsigned>(status.permissions()));
+        if (fs::is_regular_file(status)) line += " = " + read(path);
+        if (fs::is_directory(status)) line += " /";
+        if (fs::is_symlink(status)) line += " -> " + fs::read_symlink(item.path()).string();
+        lines.insert(line + "\n");
+    }
+    return std::accumulate(lines.begin(), lines.end(), std::string());
 }
 
 bool volumesTakeAnyBytes() {
