@@ -8,19 +8,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <ostream>
 #include <random>
 
 using tidewrack::fuzz::Target;
 namespace fs = std::filesystem;
-
-namespace tidewrack::fuzz {
-
-void PrintTo(const Target& target, std::ostream* out) {
-    *out << target.name;
-}
-
-} // namespace tidewrack::fuzz
 
 namespace {
 
@@ -79,10 +70,6 @@ class FuzzTarget : public testing::TestWithParam<Target> {
     }
 };
 
-std::string nameOf(const testing::TestParamInfo<Target>& info) {
-    return info.param.name;
-}
-
 } // namespace
 
 TEST_P(FuzzTarget, keepsItsPromises) {
@@ -97,4 +84,5 @@ TEST_P(FuzzTarget, keepsItsPromises) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Fuzz, FuzzTarget, testing::ValuesIn(tidewrack::fuzz::targets()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Fuzz, FuzzTarget, testing::ValuesIn(tidewrack::fuzz::targets()),
+                         [](const auto& target) { return target.param.name; });

@@ -6,6 +6,7 @@
 #include "Support/Text.hpp"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -17,7 +18,7 @@ namespace {
 constexpr std::int64_t sizeLimit = 70'000;
 
 void require(bool holds, const std::string& promise, const std::string& about = "") {
-    if (!holds) throw std::runtime_error(promise + (about.empty() ? "" : ": " + shown(about)));
+    if (!holds) throw std::runtime_error(promise + (about.empty() ? "" : ": " + ::testing::PrintToString(about)));
 }
 
 std::vector<std::string> listOf(const Paths& paths) {

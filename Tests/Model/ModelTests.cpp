@@ -31,7 +31,8 @@ Ended live(std::uint64_t seed, std::uint64_t steps) {
         const auto& log = history.log();
         std::string text = "TIDEWRACK_MODEL_SEED=" + std::to_string(seed) +
                            " TIDEWRACK_MODEL_STEPS=" + std::to_string(log.size()) + "\n";
-        for (std::size_t i = 0; i < log.size(); ++i) text += std::to_string(i + 1) + " " + shown(log[i], 4000) + "\n";
+        for (std::size_t i = 0; i < log.size(); ++i)
+            text += std::to_string(i + 1) + " " + ::testing::PrintToString(log[i]) + "\n";
         return {text + "broken: " + error.what(), history.done()};
     }
 }

@@ -33,7 +33,7 @@ bool hasBelow(const Tree& tree, const std::string& folder) {
 
 Node readNode(const std::string& path) {
     Attributes attributes;
-    if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0) throw std::runtime_error("can't look at " + shown(path));
+    if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0) throw std::runtime_error("can't look at " + path);
     Node node;
     node.kind = "fldo"[static_cast<int>(attributes.kind)];
     node.mode = attributes.mode;
@@ -41,7 +41,7 @@ Node readNode(const std::string& path) {
     node.mtime = attributes.mtime;
     node.ctime = attributes.ctime;
     node.ino = attributes.ino;
-    if (node.kind == 'f' && readFile(path, node.text) != 0) throw std::runtime_error("can't read " + shown(path));
+    if (node.kind == 'f' && readFile(path, node.text) != 0) throw std::runtime_error("can't read " + path);
     if (node.kind == 'l') node.text = std::filesystem::read_symlink(path).string();
     return node;
 }
@@ -117,19 +117,6 @@ bool sameFolders(const Tree& older, const Tree& newer) {
         if (!item.second.listed || !item.second.isFolder() || before == nullptr || !before->listed) return true;
         return before->mode == item.second.mode && before->ignored == item.second.ignored;
     });
-}
-
-std::string shown(const std::string& text, std::size_t most) {
-    constexpr const char* digits = "0123456789abcdef";
-    std::string result;
-    for (const char c : text.substr(0, most)) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte < 0x7f)
-            result += c;
-        else
-            result += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
-    }
-    return text.size() > most ? result + "..." : result;
 }
 
 } // namespace tidewrack::testing

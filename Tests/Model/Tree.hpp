@@ -44,7 +44,4 @@ using Tree = std::map<std::string, Node>; // by path relative to the root
 [[nodiscard]] Changes changesBetween(const Tree& older, const Tree& newer); // of listed nodes
 [[nodiscard]] bool sameFolders(const Tree& older, const Tree& newer);       // of the folders that both have
 
-// A path or text for a log: one line, not too long.
-[[nodiscard]] std::string shown(const std::string& text, std::size_t most = 80);
-
 } // namespace tidewrack::testing
