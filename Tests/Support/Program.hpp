@@ -21,8 +21,6 @@ class Program {
     // Without `input` the caller writes it, and ends it.
     Program(const World& world, const std::vector<std::string>& words, Output output = Output::collected,
             const std::optional<std::string>& input = "");
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
     ~Program(); // ends it when it still runs
 
     void write(const std::string& text) const;

@@ -17,28 +17,21 @@ void rewriteRecord(const World& world, std::int64_t seq, const std::function<voi
     store.writeSnapshot(ProjectLock(store.lockPath(project)), project, meta);
 }
 
-namespace {
-
-std::string textOrError(const std::function<std::string()>& action) {
-    try {
-        return action();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-}
-
-} // namespace
-
 std::string inOwnProcess(const std::function<std::string()>& action) {
     int ends[2];
     EXPECT_EQ(::pipe(ends), 0);
+    std::string text;
     const pid_t child = ::fork();
     if (child == 0) {
-        (void)writeAll(ends[1], textOrError(action));
+        try {
+            text = action();
+        } catch (const std::exception& error) {
+            text = error.what();
+        }
+        (void)writeAll(ends[1], text);
         ::_exit(0);
     }
     ::close(ends[1]);
-    std::string text;
     char bytes[4096];
     for (ssize_t count = 0; (count = ::read(ends[0], bytes, sizeof bytes)) > 0;)
         text.append(bytes, static_cast<std::size_t>(count));
