@@ -149,28 +149,6 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(document.seen(), document.documented());
 }
 
-// The manual page has the same names, in lines such as ".Cm id , root" and ".Op Cm label".
-TEST(Json, isInTheManualToo) {
-    const auto addWords = [](const std::string& text, std::set<std::string>& words) {
-        std::istringstream stream(text);
-        for (std::string word; stream >> word;)
-            if (word.size() > 1) words.insert(word);
-    };
-    const std::string manual = document("man/tidewrack.1");
-    const std::size_t start = manual.find(".Ss JSON output");
-    ASSERT_NE(start, manual.npos);
-    std::istringstream section(manual.substr(start, manual.find("\n.S", start) - start));
-    std::set<std::string> inManual;
-    static const std::regex names("\\.(It |Op )?Cm (.*)");
-    for (std::string line; std::getline(section, line);) {
-        std::smatch found;
-        if (std::regex_match(line, found, names)) addWords(found[2], inManual);
-    }
-    std::set<std::string> inDocument;
-    for (const std::string& name : JsonDocument().documented()) addWords(name.substr(name.find('.') + 1), inDocument);
-    EXPECT_EQ(inManual, inDocument);
-}
-
 TEST(Json, repairsNamesThatAreNotText) {
     RestoreResult restore;
     restore.restored = restore.warnings = {"bad\xff"};
