@@ -177,6 +177,30 @@ TEST_F(CommandTest, jsonIsWrittenWithSortedNamesTwoSpacesAndEscapedSlashes) {
     EXPECT_TRUE(text.ends_with("    \"seq\" : 2\n  }\n]\n")) << text;
 }
 
+TEST_F(CommandTest, diffAsAPatch) {
+    Project project = world.store().track(world.projectPath(), false);
+    project.maxFileSize = 10;
+    f.write("project/file", "old\n");
+    f.write("project/large", "over the limit\n");
+    f.link("project/link", "there");
+    (void)Engine(world.store()).snapshot(project, {"manual", {}, {}, {}, {}});
+    f.write("project/file", "new\n");
+    f.write("project/large", "no more\n");
+    f.remove("project/link");
+    f.link("project/link", "elsewhere");
+    f.makeFolder("project/no-part-of-patches");
+    const std::string patch =
+        "diff --git a/file b/file\n--- a/file\n+++ b/file\n@@ -1 +1 @@\n-old\n+new\n"
+        "diff a/large b/large\nThe content of large was not kept: it was larger than the size limit\n"
+        "diff --git a/link b/link\ndeleted file mode 120000\n--- a/link\n+++ /dev/null\n@@ -1 +0,0 @@\n-there\n"
+        "\\ No newline at end of file\n"
+        "diff --git a/link b/link\nnew file mode 120000\n--- /dev/null\n+++ b/link\n@@ -0,0 +1 @@\n+elsewhere\n"
+        "\\ No newline at end of file\n";
+    EXPECT_EQ(world.ok({"diff", "1", "--patch"}), patch) << "to the folder as it is";
+    world.ok({"snap"});
+    EXPECT_EQ(world.ok({"diff", "1", "2", "--patch"}), patch);
+}
+
 TEST_F(CommandTest, catGivesTheBytes) {
     std::string bytes;
     for (int i = 0; i < 200'000; ++i) bytes += static_cast<char>(i * 7);
