@@ -1,7 +1,6 @@
 #include "Support/TestHistory.hpp"
 
 #include "Platform/Platform.hpp"
-#include "Support/Files.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,6 @@
 #include "Support/TestHistory.hpp"
 
 #include "Platform/Platform.hpp"
-#include "Support/Errors.hpp"
-#include "Support/Files.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

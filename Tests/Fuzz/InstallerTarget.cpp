@@ -13,8 +13,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <optional>
-
 using namespace tidewrack;
 using fuzz::require;
 using nlohmann::json;

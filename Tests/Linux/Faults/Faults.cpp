@@ -22,7 +22,6 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <string>
 #include <utility>
 
 namespace {
