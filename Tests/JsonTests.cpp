@@ -1,6 +1,6 @@
 // What docs/json.md promises of `--json`, held against what the commands print: no key more, no key less.
 
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Reports.hpp"
 #include "Support/Dates.hpp"

@@ -1,5 +1,5 @@
 #include "Linux/MountedVolume.hpp"
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Platform/Platform.hpp"
 

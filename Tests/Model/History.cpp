@@ -2,7 +2,6 @@
 
 #include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
-#include "Support/TestHistory.hpp"
 #include "Support/Text.hpp"
 
 #include <fcntl.h>

@@ -2,7 +2,7 @@
 // tells which file and which version it is, so that a torn copy shows.
 
 #include "Support/Program.hpp"
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Platform/Platform.hpp"
 #include "Support/Dates.hpp"

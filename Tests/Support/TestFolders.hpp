@@ -1,9 +1,12 @@
 #pragma once
 // Hermetic surroundings: a folder of its own, a store and a home in it, and the front end run in this process.
+// Histories as tests need them: older than they are, read by somebody without special rights.
 
 #include "CommandLine.hpp"
 #include "Engine/Engine.hpp"
 
+#include <exception>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -68,5 +71,30 @@ class World {
     [[nodiscard]] Project project() const;
     [[nodiscard]] Manifest manifestOf(std::int64_t seq) const;
 };
+
+// The text of what `action` throws.
+template <typename Action>
+std::string thrownBy(Action action) {
+    try {
+        (void)action();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "<nothing thrown>";
+}
+
+// Changes one snapshot's record in the store.
+void rewriteRecord(const World& world, std::int64_t seq, const std::function<void(SnapshotMeta&)>& change);
+
+// Runs `action` in a process of its own, which may change its rights, and returns its text or what it throws.
+std::string inOwnProcess(const std::function<std::string()>& action);
+
+// The same as a user without special rights, to whom the folder, or this part of it, is handed over. When the tests
+// themselves have no special rights it runs as their user.
+std::string unprivileged(const TemporaryFolder& folder, const std::function<std::string()>& action,
+                         const std::string& part = "");
+
+// Runs a git command in a folder, apart from the user's own configuration. False when it fails or git is missing.
+bool git(const std::string& folder, const std::string& words);
 
 } // namespace tidewrack::testing
