@@ -173,13 +173,6 @@ bool isFile(int fd) {
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-    va_list rest;
-    va_start(rest, flags);
-    const mode_t mode = modeOf(flags, rest);
-    va_end(rest);
-    return openAny(AT_FDCWD, path, flags, mode);
-}
 int open64(const char* path, int flags, ...) {
     va_list rest;
     va_start(rest, flags);
