@@ -107,21 +107,29 @@ def shown(value, unit):
     return f"{value:.3g} {unit}" if value < 100 else f"{value:,.0f} {unit}"
 
 
+def word(reached):
+    return "met" if reached else "**missed**"
+
+
 def verdict(row):
     """What was to be reached and whether it was: "times" the limit, at "most", or "plus" a time over another figure."""
     aim, median = row["aim"], row["median"]
     if not aim:
         return ""
     ours = median.get("tidewrack", median.get("snapshot that prunes"))
+    flushed = ""
     if "times" in aim:
         reached, text = ours / median["limit"] <= aim["times"], f"{aim['times']} x limit"
+        if "limit and a flush" in median:
+            ratio = ours / median["limit and a flush"]
+            flushed = f"<br>the same with its flush ({ratio:.2f}): {word(ratio <= aim['times'])}"
     elif "most" in aim:
         reached, text = ours <= aim["most"], f"{aim['most']:g} {row['unit']}"
     else:
         over = ours - median[aim["of"]]
         reached = over <= aim["plus"]
         text = f"{shown(aim['plus'], row['unit'])} over {aim['of']} ({over * 1000:+.1f} ms)"
-    return f"{text}: {'met' if reached else '**missed**'}"
+    return f"{text}: {word(reached)}{flushed}"
 
 
 def cells(row):
