@@ -36,8 +36,8 @@ struct KeepJob {
 // Until a file whose latest change bears this time can't be changed again without a new one. A time in the future is
 // another clock's, and nothing to wait for.
 void waitUntilSettled(std::int64_t ctime) {
+    if (ctime > earliestStamp() + coarseTick) return;
     const std::int64_t settled = ctime % 1'000'000'000 == 0 ? ctime + coarseTick : ctime + 1;
-    if (settled - earliestStamp() > 2 * coarseTick) return;
     while (earliestStamp() < settled) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
