@@ -185,6 +185,12 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"rm -rf ~/${NOPE#v}", "home deny"},
         {"rm -rf \"$HOME/${NOPE%/}\"; V=${NOPE%x}; rm -rf a/$V", "home p/a deny"},
         {"for f in $NOPE; do rm -rf ~/${f%.c}; done; rm a${NOPE%x}", "p/a ?p"},
+        // Unknown words keep their places
+        {"mv ~/Documents \"${DIR%/}\"; read -r d; mv ~/.ssh \"$d\"", "home/.ssh home/Documents deny ?p"},
+        {"rsync -a --delete \"${DIR%/}/\" ~/Music; ln -sf \"${DIR%/}/a\" ~/.a", "home/.a home/Music deny ?p"},
+        {"read -r d; find \"$d\" -type f -delete; git -C \"$d\" stash list", " ?p"},
+        {"for f in \"${DIR%/}\" a; do rm -rf \"$f\"; done; ${DIR:+sudo} rm -rf ~", "home p/a deny ?p"},
+        {"git ${DIR:+-P} -C \"${DIR%/}\" reset --hard", "p ?p"},
         {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
         // Brace lists
         {"rm -rf {src,docs}", "p/docs p/src"},
@@ -305,6 +311,7 @@ TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
     EXPECT_EQ(judgedHere("cp a.txt ../new"), "new");
     EXPECT_EQ(judgedHere("cp -r sub/. ../out"), "out/c.txt out/sub");
     EXPECT_EQ(judgedHere("rsync -a sub/ ../out"), "out/c.txt out/sub");
+    EXPECT_EQ(judgedHere("cp \"${HOME%/}/x\" ../out"), " ?out tree");
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../out"), "out out/sub");
     EXPECT_EQ(judgedHere("git checkout a.txt"), " ?tree");
     EXPECT_EQ(judgedHere("git checkout main"), "");

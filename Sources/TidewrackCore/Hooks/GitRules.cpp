@@ -82,7 +82,7 @@ bool changesWorkTree(std::string_view subcommand, Words arguments) {
 void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     std::string workTree = cwd;
     std::size_t index = 0;
-    while (index < arguments.size() && isOption(arguments[index])) {
+    while (index < arguments.size() && (isOption(arguments[index]) || arguments[index].unknown)) {
         const std::string& option = arguments[index].text;
         const bool hasValue = index + 1 < arguments.size() && (option == "-C" || isIn(valueOptions, option));
         if (hasValue && option == "-C") workTree = absolutePath(arguments[index + 1].text, workTree);

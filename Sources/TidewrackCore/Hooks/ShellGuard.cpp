@@ -65,7 +65,8 @@ class Analysis {
     void expandBraceLists(Simple& simple);
     void expandAll(std::vector<Word>& words);
     void shortenOwnHome(Word& word) const;
-    bool expandOne(Word& word);
+    void expandOne(Word& word);
+    void setUnknown(Word& word);
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void bindLoop(std::string_view name, std::vector<Word> values);
@@ -188,11 +189,12 @@ void Analysis::assign(const Word& word, std::size_t equals) {
     if (!loops_.empty()) {
         std::vector<Word> values;
         expandOver(std::move(value), 0, false, values);
-        if (values.size() != 1) return bindLoop(name, std::move(values));
+        if (values.size() != 1 || values.front().unknown) return bindLoop(name, std::move(values));
         value = std::move(values.front());
         forgetLoop(name);
-    } else if (!expandOne(value)) {
-        return bindLoop(name, {});
+    } else {
+        expandOne(value);
+        if (value.unknown) return bindLoop(name, {});
     }
     if (!variables_.assign(name, std::move(value.text))) effects_.opaque(cwd_);
 }
@@ -234,8 +236,8 @@ void Analysis::expandAll(std::vector<Word>& words) {
     std::size_t kept = 0;
     for (std::size_t index = 0; index < words.size(); ++index) {
         Word& word = words[index];
-        if (!overLoops && !expandOne(word)) continue;
-        if (word.text.empty() && !word.quoted) continue;
+        if (!overLoops) expandOne(word);
+        if (word.text.empty() && !word.quoted && !word.unknown) continue;
         if (kept != index) words[kept] = std::move(word);
         ++kept;
     }
@@ -255,17 +257,24 @@ void Analysis::shortenOwnHome(Word& word) const {
     }
 }
 
-// False for a word whose value cannot be known. It is left out: a guess such as "/*" for "$unknown/*" would
-// be refused for no reason.
-bool Analysis::expandOne(Word& word) {
-    if (!word.expands) return true;
+// A word whose value cannot be known becomes empty: a guess such as "/*" for "$unknown/*" would be refused for
+// no reason. It stays where it is, because many commands tell sources from destinations by their places.
+void Analysis::setUnknown(Word& word) {
+    word.text.clear();
+    word.plain = 0;
+    word.glob = word.splits = false;
+    word.unknown = true;
+    effects_.opaque(cwd_);
+}
+
+void Analysis::expandOne(Word& word) {
+    if (!word.expands) return;
     if (word.tilde) shortenOwnHome(word);
     variables_.setUnfollowed(false);
     const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
     expandInPlace(word, context_.home, variables_);
     word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
-    if (variables_.unfollowed()) effects_.opaque(cwd_);
-    return !variables_.unfollowed();
+    if (variables_.unfollowed()) setUnknown(word);
 }
 
 std::vector<Word> Analysis::expandedOverLoops(std::vector<Word> words) {
@@ -285,11 +294,15 @@ void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Wo
     while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
     if (loop == loops_.size()) {
         word.glob |= glob;
-        if (!expandOne(word)) return;
+        expandOne(word);
         out.push_back(std::move(word));
         return;
     }
-    if (loops_[loop].values.empty()) return effects_.opaque(cwd_);
+    if (loops_[loop].values.empty()) {
+        setUnknown(word);
+        out.push_back(std::move(word));
+        return;
+    }
     for (const Word& value : loops_[loop].values) {
         if (++alternatives_ > maxAlternativesPerLine) return effects_.opaque(cwd_);
         variables_.assign(loops_[loop].name, value.text);
@@ -300,6 +313,8 @@ void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Wo
 void Analysis::bindLoop(std::string_view name, std::vector<Word> values) {
     forgetLoop(name);
     variables_.assign(name, "");
+    const auto isUnknown = [](const Word& value) { return value.unknown; };
+    values.erase(std::remove_if(values.begin(), values.end(), isUnknown), values.end());
     if (loops_.size() >= maxLoops || values.size() > maxAlternatives) return effects_.opaque(cwd_);
     loops_.push_back({std::string(name), std::move(values)});
 }

@@ -237,6 +237,7 @@ void Examination::targetDestinations(const std::vector<const Word*>& operands) {
 }
 
 void Examination::targetCopyOf(const Word& source, const std::string& folder) {
+    if (source.unknown) return effects_.opaque(folder);
     for (const std::string& path : effects_.resolve(source, cwd_)) {
         const std::string_view name = lastComponent(path);
         effects_.target(absolutePath(name, folder), cwd_);
@@ -342,7 +343,7 @@ std::string_view commandName(const Word& word) {
 void strip(std::vector<Word>& words) {
     std::size_t index = 0;
     while (index < words.size()) {
-        if (assignmentAt(words[index]) > 0) {
+        if (words[index].unknown || assignmentAt(words[index]) > 0) {
             ++index;
         } else if (isIn(wrappers, commandName(words[index]))) {
             ++index;

@@ -26,8 +26,8 @@ namespace tidewrack::shell {
 // The name a command goes by: the last component of its path.
 [[nodiscard]] std::string_view commandName(const Word& word);
 
-// Drops leading assignments and wrappers such as sudo, with the options that follow each. An option's own
-// argument is not recognised: `nice -n 10 make` leaves `10 make`.
+// Drops leading assignments, unknown words and wrappers such as sudo, with the options that follow each. An
+// option's own argument is not recognised: `nice -n 10 make` leaves `10 make`.
 void strip(std::vector<Word>& words);
 
 // Adds what a stripped, expanded command does in the folder `cwd`. `words` is not empty.
