@@ -179,6 +179,11 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"rm '$DIR' \\$DIR", "p/$DIR"},
         {"for f in a \"$DIR\" 'c d'; do rm \"$f/x\"; done", "d/x p/a/x p/c d/x"},
         {"for f in a b; do for g in c d; do mv $f/$g $g; done; done", "p/a/c p/a/d p/b/c p/b/d p/c p/d"},
+        {"for f in a b; do ln -sf \"$PWD/$f\" ~/.$f; cp $f $f.old; done", "home/.a home/.b p/a.old p/b.old"},
+        {"for d in Music x; do rsync -a --delete b/ ~/$d/; done", "home/Music home/x deny"},
+        {"for r in a b; do git -C \"$r\" reset --hard; done", "p/a p/b"},
+        {"for c in echo rm; do for f in a b; do $c $f; done; done", "p/a p/b"},
+        {"for d in a b; do cd $d; git reset --hard; cd ..; done", "p/a ?p p/b"},
         {"for f in *.x; do rm -f \"q/$f\"; done", "p/q"},
         {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
         {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
@@ -302,6 +307,7 @@ TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
     EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out tree deny");
     EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "tree/sub");
     EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "tree/sub/c.txt");
+    EXPECT_EQ(judgedHere("for d in ../*/; do git -C \"$d\" clean -fd; done"), "home link out tree deny");
 }
 
 TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {

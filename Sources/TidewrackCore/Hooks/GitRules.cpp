@@ -15,6 +15,9 @@ using Words = std::span<const Word>;
 // Global options whose value is a word of its own.
 constexpr std::array valueOptions = {"-c"sv, "--git-dir"sv, "--work-tree"sv, "--namespace"sv};
 
+// A folder given as a pattern is followed into each match only by commands of up to so many words.
+constexpr std::size_t maxWordsBehindPattern = 64;
+
 constexpr std::array stashTriggers = {"push"sv, "save"sv, "-u"sv, "--include-untracked"sv, "--all"sv, "-a"sv};
 
 constexpr std::array alwaysChanging = {"rm"sv, "mv"sv, "apply"sv, "merge"sv, "am"sv, "rebase"sv, "pull"sv, "revert"sv};
@@ -85,7 +88,16 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     while (index < arguments.size() && (isOption(arguments[index]) || arguments[index].unknown)) {
         const std::string& option = arguments[index].text;
         const bool hasValue = index + 1 < arguments.size() && (option == "-C" || isIn(valueOptions, option));
-        if (hasValue && option == "-C") workTree = absolutePath(arguments[index + 1].text, workTree);
+        if (hasValue && option == "-C") {
+            const Word& folder = arguments[index + 1];
+            const Words rest = arguments.subspan(index + 2);
+            if (folder.glob && rest.size() > maxWordsBehindPattern) return effects.opaque(workTree);
+            if (folder.glob) {
+                for (const std::string& match : effects.resolve(folder, workTree)) examineGit(rest, match, effects);
+                return;
+            }
+            workTree = absolutePath(folder.text, workTree);
+        }
         index += hasValue ? 2U : 1U;
     }
     if (index >= arguments.size()) return;

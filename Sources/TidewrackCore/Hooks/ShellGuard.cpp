@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <span>
 #include <utility>
 
 namespace tidewrack::shell {
@@ -43,6 +44,13 @@ bool mayAssign(const Word& word) {
     return word.expands && word.text.find("${") != std::string::npos && word.text.find('=') != std::string::npos;
 }
 
+// The work of expanding the words once more, counted in alternatives of usual size.
+std::size_t costOf(const std::vector<Word>& words) {
+    std::size_t bytes = 0;
+    for (const Word& word : words) bytes += 64 + word.text.size();
+    return 1 + bytes / 256;
+}
+
 // Whether a command can be passed over: its name means nothing here, and no ${X:=value} hides in its words.
 bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::const_iterator end) {
     return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
@@ -59,6 +67,8 @@ class Analysis {
 
   private:
     void take(Simple& simple);
+    void examineForEach(const std::vector<Word>& words, std::span<Loop* const> loops);
+    std::vector<Loop*> choicesIn(const std::vector<Word>& words);
     void leaveSubshells(std::size_t sharedDepth);
     bool assignAll(const std::vector<Word>& words, bool declared);
     void assign(const Word& word, std::size_t equals);
@@ -119,15 +129,59 @@ void Analysis::take(Simple& simple) {
     if (words.empty() || assignAll(words, declared)) return;
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "popd"sv;
+    const std::vector<Loop*> choices = choicesIn(words);
+    const std::vector<Word> unexpanded = choices.empty() ? std::vector<Word>() : words;
     expandAll(words);
     std::vector<Word> apart = takenApart(words);
     strip(words);
     strip(apart);
     const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
     if (loop && apart.size() > 3) words.insert(words.end(), apart.begin() + 3, apart.end());
-    if (!loop && !apart.empty()) examine(apart, cwd_, effects_);
-    if (words.empty() || takeBuiltin(words, simple.depth, !endsWithName)) return;
-    examine(words, cwd_, effects_);
+    if (!words.empty() && takeBuiltin(words, simple.depth, !endsWithName)) return;
+    if (!choices.empty()) return examineForEach(unexpanded, choices);
+    if (!apart.empty()) examine(apart, cwd_, effects_);
+    if (!words.empty()) examine(words, cwd_, effects_);
+}
+
+// The loop variables of several values that the words mention; none when it would take too long to try them all.
+std::vector<Loop*> Analysis::choicesIn(const std::vector<Word>& words) {
+    std::vector<Loop*> choices;
+    for (Loop& loop : loops_) {
+        const auto isIn = [&](const Word& word) { return word.expands && mentions(word.text, loop.name); };
+        if (loop.values.size() > 1 && std::any_of(words.begin(), words.end(), isIn)) choices.push_back(&loop);
+    }
+    if (!choices.empty() && alternatives_ + costOf(words) > maxAlternativesPerLine) {
+        effects_.opaque(cwd_);
+        choices.clear();
+    }
+    return choices;
+}
+
+// Examines a command as often as a loop runs it, each time with one value for every loop variable: side by side
+// the values would take the places of each other's sources and destinations.
+void Analysis::examineForEach(const std::vector<Word>& words, std::span<Loop* const> loops) {
+    if (loops.empty()) {
+        std::vector<Word> expanded = words;
+        expandAll(expanded);
+        std::vector<Word> apart = takenApart(expanded);
+        strip(expanded);
+        strip(apart);
+        if (!apart.empty()) examine(apart, cwd_, effects_);
+        if (!expanded.empty()) examine(expanded, cwd_, effects_);
+        return;
+    }
+    std::vector<Word>& values = loops.front()->values;
+    std::vector<Word> all = std::exchange(values, {});
+    for (const Word& value : all) {
+        alternatives_ += costOf(words) + value.text.size() / 256;
+        if (alternatives_ > maxAlternativesPerLine) {
+            effects_.opaque(cwd_);
+            break;
+        }
+        values.assign(1, value);
+        examineForEach(words, loops.subspan(1));
+    }
+    values = std::move(all);
 }
 
 // The words as a shell sees them that takes an unquoted variable's value apart at its blanks and then for
@@ -304,7 +358,8 @@ void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Wo
         return;
     }
     for (const Word& value : loops_[loop].values) {
-        if (++alternatives_ > maxAlternativesPerLine) return effects_.opaque(cwd_);
+        alternatives_ += 1 + (word.text.size() + value.text.size()) / 256;
+        if (alternatives_ > maxAlternativesPerLine) return effects_.opaque(cwd_);
         variables_.assign(loops_[loop].name, value.text);
         expandOver(word, loop + 1, glob || value.glob, out);
     }
@@ -360,6 +415,13 @@ void Analysis::changeFolder(const std::vector<Word>& words, std::size_t depth, b
     if (argument->text == "-") return enter(previousCwd_, depth);
     const auto folders = effects_.resolve(*argument, cwd_);
     if (folders.size() > 1 || argument + 1 != words.end()) effects_.opaque(cwd_);
+    // The others are where a loop comes to when it runs again.
+    for (const std::string& folder : folders)
+        if (folder != folders.front()) effects_.opaque(folder);
+    for (auto other = argument; ++other != words.end();) {
+        if (++folderChanges_ > maxFolderChanges) break;
+        for (const std::string& folder : effects_.resolve(*other, cwd_)) effects_.opaque(folder);
+    }
     if (!folders.empty()) enter(folders.front(), depth);
 }
 
