@@ -173,6 +173,7 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
     expectAll({
         {"X=/tmp/a; rm $X", "/tmp/a"},
         {"D=\"/x y\"; rm -rf \"$D\"", "/x y"},
+        {"T=/tmp/tidewrack-none; rm -rf ${T:?}", "/tmp/tidewrack-none"},
         {"export A=/a B=$DIR; rm $A $B ${C:-/c}", "/a /c d"},
         {"declare -r A=~/a; rm $A", "home/a"},
         {"A=\"~/a\"; rm $A", "p/~/a"},

@@ -327,6 +327,7 @@ void Analysis::expandOne(Word& word) {
     variables_.setUnfollowed(false);
     const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
     expandInPlace(word, context_.home, variables_);
+    if (word.glob && word.text.find_first_of("*?[") == std::string::npos) word.glob = false; // it was the ? of ${X:?}
     word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
     if (variables_.unfollowed()) setUnknown(word);
 }
