@@ -113,6 +113,8 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"${NOPE:-/tmp}", "/tmp"},
         {"${EMPTY:-/tmp}", "/tmp"},
         {"${X:-/tmp}", "/x"},
+        {"${NOPE:-$HOME/a}", "/h/a"},
+        {"${NOPE:-~/a}", "/h/a"},
         {"${X:?needed}", "/x"},
         {"$1$", "one$"},
         {"$@$-", "$@$-"},
@@ -127,7 +129,7 @@ TEST(ShellExpansion, saysWhenAValueIsUnknown) {
     const Environment environment = {{"X", "a.c"}, {"EMPTY", ""}, {"BIG", std::string(150'000, 'x')}};
     Variables variables(environment);
     for (const char* unknown :
-         {"${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}", "${NOPE+x}", "${NOPE@Q}"}) {
+         {"${NOPE:-${X", "${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}", "${NOPE+x}", "${NOPE@Q}"}) {
         EXPECT_EQ(expand(onlyWord(unknown), "/h", variables).text, "") << unknown;
         EXPECT_TRUE(variables.unfollowed()) << unknown;
         variables.setUnfollowed(false);

@@ -30,17 +30,30 @@ bool leavesNothing(std::string_view operation) {
     return pattern == std::string_view::npos || std::string_view("#%*$").find(operation[pattern]) == std::string::npos;
 }
 
+std::string expandedText(std::string_view text, std::string_view home, Variables& variables);
+
+// The value of the text behind ":-". One with braces inside is not followed: their "}" has ended it too early.
+std::string expandedFallback(std::string_view text, std::string_view home, Variables& variables) {
+    if (text.find("${") != std::string_view::npos) {
+        variables.setUnfollowed(true);
+        return "";
+    }
+    if (text != "~" && !text.starts_with("~/")) return expandedText(text, home, variables);
+    return std::string(home) + expandedText(text.substr(1), home, variables);
+}
+
 // The value of what stood between "${" and "}".
-std::string_view bracedValue(std::string_view body, std::string_view home, Variables& variables) {
+std::string bracedValue(std::string_view body, std::string_view home, Variables& variables) {
     if (const std::size_t fallback = body.find(":-"); fallback != std::string_view::npos) {
         const auto value = variables.value(body.substr(0, fallback));
-        return value && !value->empty() ? *value : body.substr(fallback + 2);
+        if (value && !value->empty()) return std::string(*value);
+        return expandedFallback(body.substr(fallback + 2), home, variables);
     }
     const std::size_t length = nameLength(body);
     const std::string_view name = body.substr(0, length);
     const std::string_view operation = body.substr(length);
     // ${X:?text} is $X, or the shell stops before it runs the command.
-    if (operation.empty() || operation.starts_with(":?")) return plainValue(name, home, variables);
+    if (operation.empty() || operation.starts_with(":?")) return std::string(plainValue(name, home, variables));
     if (length > 0 && leavesNothing(operation) && plainValue(name, home, variables).empty()) return "";
     variables.setUnfollowed(true);
     return "";

@@ -47,7 +47,8 @@ class Variables {
 
 // `word` with a leading tilde and every variable replaced, once, without splitting and without globbing.
 // "HOME" is always `home`. An unset variable leaves nothing, and so does ${X%.c} where X is empty or unset. Where it
-// is not, the value of such forms is not worked out: they leave nothing either and set `variables.unfollowed()`.
+// is not, the value of such forms is not worked out: they leave nothing either and set `variables.unfollowed()`. So
+// does ${X:-fallback} where braces stand in the fallback; else its tilde and variables are replaced too.
 [[nodiscard]] Word expand(Word word, std::string_view home, Variables& variables);
 
 // The same, done where the word stands.
