@@ -108,6 +108,7 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"\"$X/a\"$X", "/x/a/x"},
         {"\"$X\"a", "/xa"},
         {"$X\"a\"'b'", "/xab"},
+        {"$X\\_old", "/x_old"},
         {"\"$X\"\"$X\"$X", "/x/x/x"},
         {"a$NOPE.b", "a.b"},
         {"${NOPE:-/tmp}", "/tmp"},

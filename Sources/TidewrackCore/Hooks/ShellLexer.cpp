@@ -281,8 +281,8 @@ void Lexer::takeInputRedirect() {
     if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
 }
 
-// Where quotes begin or end a variable's name ends too: in "$X"y it is not Xy. Braces keep that once the
-// quotes are gone.
+// Where quotes begin or end a variable's name ends too, and at a backslash: in "$X"y it is not Xy. Braces keep
+// that once the quotes are gone.
 void Lexer::closeName() {
     if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
     std::string& text = word_.text;
@@ -358,6 +358,7 @@ void Lexer::takeDoubleQuoted() {
 
 void Lexer::takeBackslash() {
     if (at_ >= end_) return;
+    closeName();
     const std::size_t length = characterAt(at_);
     const std::string_view character = text_.substr(at_, length);
     at_ += length;
