@@ -136,6 +136,7 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find ../q -exec rm {} \\;", "q ask"},
         {"find ../q -mtime +3 -execdir rm {} +", "q"},
         {"find a \\( -type f \\) -delete", "p/a"},
+        {"find -L ~ -delete; find -H -D tree -O3 /usr -exec rm {} +", "home /usr deny"},
         // git's subcommands
         {"git status; git add .; git commit -m x; git push; git fetch; git log", ""},
         {"git", ""},

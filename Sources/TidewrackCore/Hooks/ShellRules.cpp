@@ -278,6 +278,19 @@ void Examination::editInPlace() {
     if (inPlace) targetOperands();
 }
 
+// How many of find's arguments stand before its roots: -L, -H, -EX, -O3, -D word.
+std::size_t wordsBeforeRoots(Words arguments) {
+    std::size_t count = 0;
+    for (; count < arguments.size() && isOption(arguments[count]); ++count) {
+        const std::string_view text = arguments[count].text;
+        if (text == "-D")
+            ++count;
+        else if (text.find_first_not_of("HLPEXxds", 1) != std::string_view::npos && !text.starts_with("-O"))
+            break;
+    }
+    return std::min(count, arguments.size());
+}
+
 void Examination::find() {
     const auto has = [this](const auto& table) {
         return std::any_of(arguments_.begin(), arguments_.end(),
@@ -285,8 +298,8 @@ void Examination::find() {
     };
     if (!has(findActions)) return;
     const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
-    const auto rootsEnd = std::find_if(arguments_.begin(), arguments_.end(), endsRoots);
-    std::vector<Word> roots(arguments_.begin(), rootsEnd);
+    const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
+    std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
     const bool wholeTree = !has(findTests);
     for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
