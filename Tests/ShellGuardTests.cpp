@@ -127,7 +127,9 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find . | xargs -0 -n 1 rm", " ?p"},
         {"find . | xargs -I {} sudo rm {}", " ?p"},
         {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
-        {"find . | xargs grep rm", ""},
+        {"find . | xargs grep rm; ls | xargs -d, sed -n p", ""},
+        {"(cd a; ls | xargs -0I {} rm {}); (cd b; ls | xargs -rn 1 sed -i x)", " ?p/a p/b"},
+        {"(cd a; ls | xargs --max-args 1 rm); (cd b; ls | xargs --delimiter '\\n' -P2 truncate)", " ?p/a p/b"},
         {"perl6 x; fish -c y", " ?p"},
         // find's actions and tests
         {"find . -name x", ""},

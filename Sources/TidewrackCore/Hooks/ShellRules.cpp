@@ -25,16 +25,15 @@ constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, 
 // Commands that change what the line knows, not the disk.
 constexpr std::array builtins = {"cd"sv, "pushd"sv, "popd"sv, "for"sv, "select"sv, "read"sv};
 
-constexpr std::array deletingCommands = {"rm"sv, "mv"sv, "unlink"sv, "shred"sv};
-
 constexpr std::array findActions = {"-delete"sv, "-exec"sv, "-execdir"sv, "-ok"sv};
 
 constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
                                   "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
 
 // Options of xargs whose value is a word of its own.
-constexpr std::array xargsValueOptions = {"-I"sv, "-n"sv, "-P"sv, "-L"sv, "-d"sv, "-E"sv,
-                                          "-s"sv, "-a"sv, "-J"sv, "-R"sv, "-S"sv};
+constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
+constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
+                                          "--arg-file"sv};
 
 template <std::size_t size>
 bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
@@ -73,6 +72,13 @@ std::vector<const Word*> operandsOf(Words arguments) {
     std::vector<const Word*> operands;
     forEachOperand(arguments, [&](const Word& word) { operands.push_back(&word); });
     return operands;
+}
+
+bool editsInPlace(Words arguments) {
+    return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
+        return word.text.starts_with("--in-place") ||
+               (isShortCluster(word) && word.text.find('i') != std::string::npos);
+    });
 }
 
 // A trailing slash makes a command go through a link instead of taking the link itself.
@@ -271,11 +277,7 @@ void Examination::copyBlocks() {
 
 // The script word becomes a target too: it names no file and does no harm.
 void Examination::editInPlace() {
-    const bool inPlace = std::any_of(arguments_.begin(), arguments_.end(), [](const Word& word) {
-        return word.text.starts_with("--in-place") ||
-               (isShortCluster(word) && word.text.find('i') != std::string::npos);
-    });
-    if (inPlace) targetOperands();
+    if (editsInPlace(arguments_)) targetOperands();
 }
 
 // How many of find's arguments stand before its roots: -L, -H, -EX, -O3, -D word.
@@ -305,17 +307,24 @@ void Examination::find() {
     for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
 }
 
+// Whether the value of an option of xargs is the next word: -n 1, -0I {}, --max-args 1, but not -n1.
+bool takesNextWord(const Word& option) {
+    if (!isShortCluster(option)) return isIn(xargsValueOptions, option.text);
+    return option.text.find_first_of(xargsValueLetters, 1) == option.text.size() - 1;
+}
+
+// What the command works on is not known. One that only reads has no rule, or edits a stream.
 void Examination::xargs() {
     std::size_t index = 0;
     while (index < arguments_.size() && isOption(arguments_[index]))
-        index += isIn(xargsValueOptions, arguments_[index].text) ? 2U : 1U;
+        index += takesNextWord(arguments_[index]) ? 2U : 1U;
     if (index >= arguments_.size()) return;
     std::vector<Word> command(arguments_.begin() + static_cast<std::ptrdiff_t>(index), arguments_.end());
     strip(command);
     if (command.empty()) return;
-    const std::string_view name = commandName(command.front());
-    const Rule* rule = ruleFor(name);
-    if (isIn(deletingCommands, name) || (rule && rule->apply == &E::runScript)) effects_.opaque(cwd_);
+    const Rule* rule = ruleFor(commandName(command.front()));
+    if (!rule || (rule->apply == &E::editInPlace && !editsInPlace(command))) return;
+    effects_.opaque(cwd_);
 }
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
