@@ -231,6 +231,8 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"cd -- ~/a && rm f", "home/a/f"},
         {"(cd a; (cd b; rm x); rm y); rm z", "p/a/b/x p/a/y p/z"},
         {"(cd a) (rm x)", "p/x"},
+        {"(cd ~ && case $y in a|b) rm -rf Documents;; (c) rm x; esac); rm y", "home/Documents home/x p/y deny"},
+        {"(cd a; if b; then case c in d) (cd e);; esac; fi; grep case f); rm y", "p/y"},
         {"cd $NOPE && rm -rf *", "p ask ?p"},
         {"cd a && make; cd /b; ls", " ?/b p/a"},
         {"cd a; $(b); cd /c; rm x", "/c/x ?/c p/a"},

@@ -19,6 +19,9 @@ constexpr std::size_t maxHereDocumentsPerLine = 16;
 constexpr std::size_t manyWords = 1'000;
 constexpr std::size_t maxNameLength = 256;
 
+// Words that may stand before a `case` in its command.
+constexpr std::array<std::string_view, 6> wordsBeforeCase = {"then", "else", "do", "{", "!", "time"};
+
 constexpr std::array<bool, 256> specialBytes() {
     std::array<bool, 256> special{};
     for (const char c : std::string_view(" \t\n;|()&><'\"\\`$*?[{#~")) special[static_cast<unsigned char>(c)] = true;
@@ -99,10 +102,23 @@ bool Lexer::endCommand() {
     flush();
     redirect_ = false;
     if (out_->words.empty() && out_->redirects.empty()) return false;
+    if (depth_ > 0 && !inBody_) noteCase();
     out_->opaque = std::exchange(opaquePart_, false);
     out_->depth = depth_;
     out_->sharedDepth = std::exchange(lowestDepth_, depth_);
     return true;
+}
+
+// The ")" behind a pattern of a `case` closes none of the parentheses that hold the `case`; which one it is, the
+// depth tells.
+void Lexer::noteCase() {
+    for (const Word& word : out_->words) {
+        // Most commands begin with none of the words in question, and there may be very many.
+        if (word.plain != word.text.size() || word.text.empty() || !isOneOf(word.text[0], "cetd{!")) return;
+        if (word.text == "case") return cases_.push_back(depth_);
+        if (word.text == "esac" && !cases_.empty()) return cases_.pop_back();
+        if (std::find(wordsBeforeCase.begin(), wordsBeforeCase.end(), word.text) == wordsBeforeCase.end()) return;
+    }
 }
 
 void Lexer::markOpaque() {
@@ -196,7 +212,8 @@ bool Lexer::takeCharacter() {
 bool Lexer::takeOperator(char c) {
     const bool complete = endCommand();
     if (c == '(') ++depth_;
-    if (c == ')' && depth_ > 0) lowestDepth_ = std::min(lowestDepth_, --depth_);
+    if (c == ')' && depth_ > 0 && (cases_.empty() || cases_.back() != depth_))
+        lowestDepth_ = std::min(lowestDepth_, --depth_);
     if (c == '\n') enterBody();
     return complete;
 }

@@ -77,6 +77,7 @@ class Lexer {
     void beginWord();
     void flush();
     bool endCommand();
+    void noteCase();
     void markOpaque();
     void makeRoom(std::vector<Word>& list) const;
     [[nodiscard]] std::size_t plainRunEnd() const;
@@ -120,6 +121,7 @@ class Lexer {
 
     std::size_t depth_ = 0;
     std::size_t lowestDepth_ = 0;
+    std::vector<std::size_t> cases_; // the depths of the open `case`s that stand in parentheses
 
     std::vector<HereDocument> hereDocuments_;
     std::size_t failedSearches_ = 0;
