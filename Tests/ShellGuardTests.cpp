@@ -226,7 +226,9 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         // Changes of folder
         {"cd sub && rm f", "p/sub/f"},
         {"pushd ../x; rm f; popd; rm g", "p/g x/f"},
+        {"pushd a; pushd b; popd; popd; rm x; pushd ~/c; pushd; pushd; rm y", "home/c/y p/x"},
         {"cd a; cd -; rm f", "p/f"},
+        {"cd a; rm $OLDPWD/f", "p/f"},
         {"cd; rm f", "home/f"},
         {"cd -- ~/a && rm f", "home/a/f"},
         {"(cd a; (cd b; rm x); rm y); rm z", "p/a/b/x p/a/y p/z"},

@@ -96,6 +96,7 @@ class Analysis {
     Variables variables_;
     std::string cwd_;
     std::string previousCwd_;
+    std::vector<std::string> pushed_; // by pushd, for popd; as many as changes of folder are followed at most
     std::size_t folderChanges_ = 0;
     std::vector<SavedFolder> saved_; // to go back to when a parenthesis closes
     std::vector<Loop> loops_;
@@ -128,7 +129,7 @@ void Analysis::take(Simple& simple) {
     words.erase(words.begin(), first);
     if (words.empty() || assignAll(words, declared)) return;
     const std::string_view last = words.back().text;
-    const bool endsWithName = last == "cd"sv || last == "popd"sv;
+    const bool endsWithName = last == "cd"sv || last == "pushd"sv || last == "popd"sv;
     const std::vector<Loop*> choices = choicesIn(words);
     const std::vector<Word> unexpanded = choices.empty() ? std::vector<Word>() : words;
     expandAll(words);
@@ -406,13 +407,21 @@ void Analysis::changeFolder(const std::vector<Word>& words, std::size_t depth, b
     if (++folderChanges_ > maxFolderChanges) return effects_.opaque(cwd_);
     const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
     const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
-    if (words.front().text == "popd") return enter(previousCwd_, depth);
+    const std::string_view name = words.front().text;
+    if (name == "popd"sv) {
+        if (pushed_.empty()) return;
+        std::string folder = std::move(pushed_.back());
+        pushed_.pop_back();
+        return enter(std::move(folder), depth);
+    }
     if (argument == words.end()) {
         // Without an argument cd goes home; one that came to nothing leads nowhere that is known.
         if (hadArgument) return effects_.opaque(cwd_);
-        if (words.front().text == "cd") enter(absolutePath(context_.home, "/"), depth);
+        if (name == "cd"sv) return enter(absolutePath(context_.home, "/"), depth);
+        if (!pushed_.empty()) enter(std::exchange(pushed_.back(), cwd_), depth);
         return;
     }
+    if (name == "pushd"sv) pushed_.push_back(cwd_);
     if (argument->text == "-") return enter(previousCwd_, depth);
     const auto folders = effects_.resolve(*argument, cwd_);
     if (folders.size() > 1 || argument + 1 != words.end()) effects_.opaque(cwd_);
@@ -432,6 +441,7 @@ void Analysis::enter(std::string folder, std::size_t depth) {
     if (!saved && saved_.size() < maxSavedFolders) saved_.push_back({depth, cwd_});
     previousCwd_ = std::exchange(cwd_, std::move(folder));
     variables_.assign("PWD", cwd_);
+    variables_.assign("OLDPWD", previousCwd_);
 }
 
 } // namespace
