@@ -168,6 +168,12 @@ std::vector<std::string> HookEntries::commandsIn(const json& config) const {
 std::optional<json> HookEntries::othersOf(const json& entry) const {
     if (isOurs(entry)) return std::nullopt;
     if (!areIn(entry)) return entry;
+    if (entry.is_array()) {
+        json rest = json::array();
+        for (const json& item : entry)
+            if (auto kept = othersOf(item)) rest.push_back(std::move(*kept));
+        return rest.empty() ? std::nullopt : std::optional(std::move(rest));
+    }
     json rest = entry;
     json& hooks = rest["hooks"];
     hooks = json::array();
@@ -182,7 +188,7 @@ std::optional<json> HookEntries::othersOf(const json& entry) const {
 // others dropped; none when the group fires on something else than `wanted`.
 std::optional<json> HookEntries::replacedIn(const json& group, const json& wanted) const {
     const json* wantedHooks = listIn(wanted, "hooks");
-    if (!wantedHooks || !sameMatcher(group, wanted)) return std::nullopt;
+    if (!wantedHooks || !group.is_object() || !sameMatcher(group, wanted)) return std::nullopt;
     json result = group;
     result["hooks"] = json::array();
     bool placed = false;
