@@ -54,11 +54,6 @@ TEST(Hook, readsTheEventsThatAgentsReallySend) {
     }
 }
 
-TEST(Hook, agentsHaveExactlyOneWord) {
-    for (const Agent agent : allAgents) EXPECT_EQ(agentNamed(rawValue(agent)), agent);
-    for (const char* other : {"Claude", "claude ", "", "gpt"}) EXPECT_FALSE(agentNamed(other)) << other;
-}
-
 TEST(Hook, fallsBackWhereAFieldIsMissingOrMistyped) {
     HookEvent empty;
     empty.cwd = "/w";
@@ -112,8 +107,6 @@ TEST(Hook, geminiNamesTheCommandsOwnFolder) {
 TEST(Replies, speakEachAgentsLanguage) {
     EXPECT_EQ(denyReply(Agent::cursor, "a/b"),
               (HookOutput{R"({"agent_message":"a\/b","permission":"deny","user_message":"a\/b"})", std::nullopt, 0}));
-    for (const Agent agent : {Agent::claude, Agent::codex, Agent::gemini})
-        EXPECT_EQ(denyReply(agent, "a/b"), (HookOutput{std::nullopt, "a/b", 2}));
 
     EXPECT_EQ(
         askReply(Agent::claude, "m\n\"").standardOutput,

@@ -75,13 +75,12 @@ class ShellGuardOnDisk : public testing::Test {
 
 TEST(ShellGuard, findsWhatEachCommandDestroys) {
     expectAll({
-        {"ls -la && cat a | grep b", ""},
+        {"ls -la && cat a | grep b; git log --oneline | head -5; [ -f x ] && echo \"a b\" 2>&1 >/dev/null", ""},
         {"rm a b/c ../x -f /y/./z/", "p/a p/b/c x /y/z"},
         {"rm -- -a", "p/-a"},
         {"unlink a; shred b; srm c; trash d", "p/a p/b p/c p/d"},
-        {"rm '' $NOPE \"$NOPE\"", ""},
+        {"rm '' $NOPE \"$NOPE\"; mv a; nice -n 10 rm a; \"X\"=1 rm a; X\\=1 rm b", ""},
         {"mv a b c", "p/a p/b p/c"},
-        {"mv a", ""},
         {"cp a b c; ln -s x y; install m n; ditto s t", "p/c p/n p/t p/y"},
         {"cp a b", "p/b"},
         {"rsync -a s d; rsync -a --delete-after s /e", "/e p/d"},
@@ -89,20 +88,14 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"dd if=a of=b/c", "p/b/c"},
         {"sed -i '' s/a/b/ f", "p/f p/s/a/b"},
         {"sed --in-place x f; perl -pi -e y g; gsed -Ei z h", "p/f p/g p/h p/x p/y p/z"},
-        {"sed -n x f; sed -e i f; perl x.pl", ""},
+        {"sed -n x f; sed -e i f; perl x.pl; chmod 755 d; chown me d; find . -name x", ""},
         {"chmod -R 755 d", "p/-R p/755 p/d"},
-        {"chmod 755 d; chown me d", ""},
         {"echo a > b >> c 2>d &> e >| g >/dev/null", "p/b p/c p/d p/e p/g"},
         {"> f; X=1 >g", "p/f p/g"},
-        {"echo hi > /dev/null 2>&1", ""},
         {"/bin/rm a; \\rm b; \"rm\" c", "p/a p/b p/c"},
         // Wrappers, assignments and keywords
-        {"sudo rm a", "p/a"},
-        {"env X=1 rm a", "p/a"},
         {"X=1 sudo -E env -i Y='2 3' nohup time rm a", "p/a"},
         {"command -p rm a", "p/a"},
-        {"nice -n 10 rm a", ""},
-        {"\"X\"=1 rm a; X\\=1 rm b", ""},
         {"$SUDO rm a", "p/a"},
         {"if true; then rm a; else rm b; fi", "p/a p/b"},
         {"while ! rm a; do { rm b; }; done", "p/a p/b"},
@@ -115,7 +108,6 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         // Nothing is done here
         {"for f in a.c b.c; do echo \"${f%.c}\"; done; rm $f", "p/a.c p/b.c"},
         {"ls | while read -r f; do echo \"$f\" | sort; done", ""},
-        {"git log --oneline | head -5; [ -f x ] && echo \"a b\" 2>&1", ""},
         {": ${X:=/x}; rm -rf $X", " ?p"},
         {"if ls; then ! printf x >f; fi", "p/f"},
         // What cannot be known
@@ -132,7 +124,6 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"(cd a; ls | xargs --max-args 1 rm); (cd b; ls | xargs --delimiter '\\n' -P2 truncate)", " ?p/a p/b"},
         {"perl6 x; fish -c y", " ?p"},
         // find's actions and tests
-        {"find . -name x", ""},
         {"find a b -name x -delete", "p/a p/b"},
         {"find -delete", "p ask"},
         {"find ../q -exec rm {} \\;", "q ask"},
@@ -140,24 +131,15 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find a \\( -type f \\) -delete", "p/a"},
         {"find -L ~ -delete; find -H -D tree -O3 /usr -exec rm {} +", "home /usr deny"},
         // git's subcommands
-        {"git status; git add .; git commit -m x; git push; git fetch; git log", ""},
-        {"git", ""},
+        {"git; git status; git add .; git commit -m x; git push; git checkout a; git switch a; git stash pop", ""},
         {"git checkout -- a ../b", "b p/a"},
-        {"git checkout HEAD --", "p"},
-        {"git checkout -f main", "p"},
-        {"git restore .", "p"},
-        {"git switch --force x", "p"},
-        {"git checkout main; git switch main; git restore --staged a", ""},
+        {"git -C /a checkout HEAD --; git -C /b checkout -f x; git -C /c restore .; git -C /d switch --force x",
+         "/a /b /c /d"},
         {"git restore a", " ?p"},
         {"git switch --discard-changes x", " ?p"},
-        {"git reset --hard HEAD~1", "p"},
-        {"git reset --soft HEAD~1; git reset a", ""},
-        {"git clean -fdx", "p"},
-        {"git clean -n", ""},
+        {"git -C /a reset --hard HEAD~1; git -C /b clean -fdx; git -C /c stash; git -C /d stash -u", "/a /b /c /d"},
+        {"git restore --staged a; git reset --soft HEAD~1; git reset a; git clean -n; git stash list push", ""},
         {"git -C ../r -c a.b=c clean -d --force", "r"},
-        {"git stash", "p"},
-        {"git stash -u", "p"},
-        {"git stash list; git stash pop; git stash list push", ""},
         {"git --no-pager rm a", "p"},
         {"git -C /s pull", "/s"},
         {"git -C /s merge x; git -C /t rebase y; git -C /u apply z; git -C /v am; git -C /w revert q; git -C /x mv a b",
@@ -174,7 +156,6 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
 
 TEST(ShellGuard, followsVariablesListsAndFolders) {
     expectAll({
-        {"X=/tmp/a; rm $X", "/tmp/a"},
         {"D=\"/x y\"; rm -rf \"$D\"", "/x y"},
         {"T=/tmp/tidewrack-none; rm -rf ${T:?}", "/tmp/tidewrack-none"},
         {"export A=/a B=$DIR; rm $A $B ${C:-/c}", "/a /c d"},
@@ -202,7 +183,6 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"git ${DIR:+-P} -C \"${DIR%/}\" reset --hard", "p ?p"},
         {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
         // Brace lists
-        {"rm -rf {src,docs}", "p/docs p/src"},
         {"rm -rf ~/{x,Documents}", "home/Documents home/x deny"},
         {"rm -rf /{,usr}", "/ /usr deny"},
         {"rm -rf \"$DIR\"/{a,'b c',{d,e}f}.x", "d/a.x d/b c.x d/df.x d/ef.x"},
@@ -224,7 +204,6 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"L='q/*.x'; rm $L", "p/q p/q/*.x"},
         {"L='a b'; M=$L; cd $L && rm \"$M\"", "p/a b/a b"},
         // Changes of folder
-        {"cd sub && rm f", "p/sub/f"},
         {"pushd ../x; rm f; popd; rm g", "p/g x/f"},
         {"pushd a; pushd b; popd; popd; rm x; pushd ~/c; pushd; pushd; rm y", "home/c/y p/x"},
         {"cd a; cd -; rm f", "p/f"},
