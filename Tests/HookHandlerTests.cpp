@@ -1,5 +1,5 @@
 #include "Support/Program.hpp"
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Hooks/HookHandler.hpp"
 #include "Support/Files.hpp"

@@ -1,4 +1,4 @@
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Hooks/ConfigFile.hpp"
 #include "Hooks/Installer.hpp"

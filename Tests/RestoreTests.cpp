@@ -1,4 +1,4 @@
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Engine/Engine.hpp"
 #include "Engine/Spelling.hpp"

@@ -3,7 +3,7 @@
 // command works and leaves nothing lying about.
 
 #include "Support/Program.hpp"
-#include "Support/TestHistory.hpp"
+#include "Support/TestFolders.hpp"
 
 #include "Hooks/Hook.hpp"
 #include "Platform/Platform.hpp"
