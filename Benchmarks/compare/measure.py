@@ -63,7 +63,7 @@ def fill_memory():
     take ten times as long, is measured along. Much more than any turn uses, but never all."""
     with open("/proc/meminfo") as file:
         free = next(int(line.split()[1]) * 1024 for line in file if line.startswith("MemFree:"))
-    size = min(4 << 30, free // 2)
+    size = min(8 << 30, free * 3 // 4)
     mmap.mmap(-1, size, flags=mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | mmap.MAP_POPULATE).close()
 
 

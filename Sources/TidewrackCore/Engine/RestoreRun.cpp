@@ -60,7 +60,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     files_ = FolderBelow(root_.get());
     const std::string blobs = engine.store.blobsFolder(project);
     if (const int error = openFolder(blobs, blobs_)) throw TidewrackError::io("read", blobs, error);
-    pending_.everything = true; // bringToDisk() waits for all that is put back
+    pending_.copies = mostWrittenOutOneByOne; // bringToDisk() waits for all that is put back
 }
 
 void RestoreRun::work(const RestoreInput& input) {
@@ -258,6 +258,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::vector<WriteJob> jobs = examineWrites(items);
     std::vector<Attributes> landed(jobs.size());
     std::atomic<std::size_t> done = 0;
+    const BackgroundFlush flushing(root_.get(), jobs.size(), pending_);
     const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         if (engine_.progress) engine_.progress("restored", ++done);
         worker.memory.pending = &pending_;
@@ -399,8 +400,8 @@ void RestoreRun::finishFolder(std::string_view path, const Entry* wanted) {
 // A power cut soon after must not leave empty files where the record says that all is back.
 void RestoreRun::bringToDisk() {
     if (written_.empty()) return;
-    // The whole volume, for names all over the project, which flushing its root alone does not bring along.
-    if (const int error = flushVolume(root_.get()))
+    pending_.everything = true; // names all over the project, which flushing its root alone does not bring along
+    if (const int error = flush(root_.get(), pending_))
         result_.warnings.push_back("couldn't bring what was restored to the disk for good: " + errorText(error));
     trace_.mark([] { return "flush"; });
 }

@@ -171,7 +171,7 @@ class SnapshotRun {
         Descriptor root;
         if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
         const Keeper keeper(contents.get(), maxFileSize_);
-        if (jobs_.size() > mostWrittenOutOneByOne) pending_.everything = true;
+        const BackgroundFlush flushing(contents.get(), jobs_.size(), pending_);
         std::atomic<std::size_t> done = 0;
         const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
             if (passed(deadline)) return ECANCELED;

@@ -71,15 +71,13 @@ void beginWriteOut(int fd) {
 }
 
 void writeOutCopy(int fd, PendingWrites& pending) {
-    if (!pending.everything && (pending.copies++ >= mostWrittenOutOneByOne || volumeOf(fd) != Volume::journal))
-        pending.everything = true;
-    if (pending.everything)
-        beginWriteOut(fd); // so that flushing the volume finds less to do
-    else if (writeContent(fd) != 0)
+    if (!pending.everything &&
+        (pending.copies++ >= mostWrittenOutOneByOne || volumeOf(fd) != Volume::journal || writeContent(fd) != 0))
         pending.everything = true;
 }
 
 int flush(int fd, const PendingWrites& pending) {
+    if (pending.error != 0) return pending.error;
     const Volume volume = volumeOf(fd);
     if (pending.everything || volume == Volume::other) return flushVolume(fd);
     int error = ::fsync(fd) == 0 ? 0 : errno;

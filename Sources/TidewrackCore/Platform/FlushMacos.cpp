@@ -36,6 +36,7 @@ void writeOutCopy(int fd, PendingWrites& pending) {
 }
 
 int flush(int fd, const PendingWrites& pending) {
+    if (pending.error != 0) return pending.error;
     return pending.everything ? flushVolume(fd) : flushFile(fd);
 }
 
