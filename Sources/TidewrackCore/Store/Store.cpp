@@ -289,7 +289,8 @@ void Store::bringRecordsToDisk(const ProjectLock&, const Project& project) const
     const std::string folder = projectFolder(project) + "/snapshots";
     Descriptor open;
     int error = openFolder(folder, open);
-    if (error == 0) error = flush(open.get(), PendingWrites());
+    // The whole volume: nobody has waited yet for the content of an unchanged snapshot's record.
+    if (error == 0) error = flushVolume(open.get());
     if (error != 0) throw TidewrackError::io("flush", folder, error);
 }
 
