@@ -26,7 +26,7 @@ int copyFile(const std::string& from, const std::string& to, std::uint16_t mode)
     struct stat status {};
     if (::fstat(source.get(), &status) != 0) return errno;
     CopyMemory memory;
-    return copyOpenFile(source.get(), status, {AT_FDCWD, to.c_str()}, mode, memory);
+    return copyOpenFile(source.get(), status, {AT_FDCWD, to.c_str()}, {mode}, memory);
 }
 
 // From here on openat2 is a system call that the kernel does not know.

@@ -286,15 +286,14 @@ int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& wo
     const std::string blob(entry.blob);
     if (entry.kind == EntryKind::link) {
         if (const int error = copyLink({blobs_.get(), blob.c_str()}, to)) return error;
-    } else {
-        const Descriptor content(::openat(blobs_.get(), blob.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-        if (!content) return errno;
-        struct stat status {};
-        if (::fstat(content.get(), &status) != 0) return errno;
-        if (status.st_size != entry.size) return damaged;
-        if (const int error = copyOpenFile(content.get(), status, to, entry.mode, worker.memory)) return error;
+        return setModificationTime(to.folder, to.name, entry.mtime);
     }
-    return setModificationTime(to.folder, to.name, entry.mtime);
+    const Descriptor content(::openat(blobs_.get(), blob.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!content) return errno;
+    struct stat status {};
+    if (::fstat(content.get(), &status) != 0) return errno;
+    if (status.st_size != entry.size) return damaged;
+    return copyOpenFile(content.get(), status, to, {entry.mode, entry.mtime}, worker.memory);
 }
 
 int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {

@@ -99,7 +99,7 @@ class Keeper {
         job.tooLarge = before.size > maxFileSize_;
         if (job.tooLarge) return 0;
         waitUntilSettled(before.ctime);
-        if (const int error = copyOpenFile(file.get(), status, target, 0444, worker.memory)) return error;
+        if (const int error = copyOpenFile(file.get(), status, target, {0444}, worker.memory)) return error;
         Attributes after;
         if (const int error = attributesOfOpen(file.get(), after)) return error;
         consistent = entryOf(after).sameAttributes(job.entry);

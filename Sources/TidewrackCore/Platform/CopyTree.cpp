@@ -71,7 +71,7 @@ class TreeCopier {
         struct stat status {};
         if (::fstat(source.get(), &status) != 0) return errno;
         if (!S_ISREG(status.st_mode)) return EBUSY; // replaced meanwhile
-        return copyOpenFile(source.get(), status, to, static_cast<std::uint16_t>(status.st_mode & 07777), memory_);
+        return copyOpenFile(source.get(), status, to, {static_cast<std::uint16_t>(status.st_mode & 07777)}, memory_);
     }
 
     int copyFolder(Place from, Place to, const Place* earlier, const Attributes& attributes) {

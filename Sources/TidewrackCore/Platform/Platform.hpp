@@ -56,6 +56,9 @@ struct Attributes {
 // Opens a folder by its absolute path; its last component may not be a symbolic link.
 [[nodiscard]] int openFolder(const std::string& path, Descriptor& out);
 
+// The inverse of nanosecondsOf.
+[[nodiscard]] timespec timespecOf(std::int64_t time);
+
 // Sets the modification and access time (nanoseconds since the epoch) of a path without following a link.
 [[nodiscard]] int setModificationTime(int folder, const char* name, std::int64_t mtime);
 
@@ -92,11 +95,17 @@ struct CopyMemory {
     }
 };
 
+struct CopyAs {
+    std::uint16_t mode = 0;
+    // Of modification and access, nanoseconds since the epoch; none: the source's times.
+    std::optional<std::int64_t> time = std::nullopt;
+};
+
 // Copies the open regular file `source` to the new path `to` (which must not exist): a copy-on-write clone where the
-// volume allows it, else the bytes, keeping holes. The copy gets `mode`, the source's times and extended attributes
-// and, when running as root, its owner; where that is refused, the bits that lend the owner's rights are left out.
-// A half-written copy is removed. Returns an errno value.
-[[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory);
+// volume allows it, else the bytes, keeping holes. The copy gets the mode and the time of `as`, the source's extended
+// attributes and, when running as root, its owner; where that is refused, the bits that lend the owner's rights are
+// left out. A half-written copy is removed. Returns an errno value.
+[[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory);
 
 // Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
 [[nodiscard]] int copyLink(Place from, Place to);

@@ -198,11 +198,12 @@ bool giveOwner(int target, const struct stat& wanted) {
 }
 
 // The owner comes first: giving a file away takes its capabilities and its set-id bits.
-int finishCopy(int source, int target, const struct stat& status, std::uint16_t mode) {
-    if (!giveOwner(target, status)) mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
+int finishCopy(int source, int target, const struct stat& status, CopyAs as) {
+    if (!giveOwner(target, status)) as.mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
     copyOpenAttributes(source, target);
-    if (::fchmod(target, mode) != 0) return errno;
-    const timespec times[2] = {status.st_atim, status.st_mtim};
+    if (::fchmod(target, as.mode) != 0) return errno;
+    const timespec times[2] = {as.time ? timespecOf(*as.time) : status.st_atim,
+                               as.time ? timespecOf(*as.time) : status.st_mtim};
     return ::futimens(target, times) == 0 ? 0 : errno;
 }
 
@@ -258,11 +259,11 @@ int openPieceBelow(int root, const char* path, Descriptor& out) {
     return 0;
 }
 
-int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory) {
+int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return errno;
     int error = copyContent(source, target.get(), status, memory);
-    if (error == 0) error = finishCopy(source, target.get(), status, mode);
+    if (error == 0) error = finishCopy(source, target.get(), status, as);
     if (error == 0 && ::close(target.release()) != 0) error = errno;
     if (error != 0) ::unlinkat(to.folder, to.name, 0);
     return error;

@@ -39,14 +39,16 @@ bool isLocked(const struct stat& status) {
     return (status.st_flags & (UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND)) != 0;
 }
 
-int cloneOpenFile(int source, Place to, std::uint16_t mode) {
+int cloneOpenFile(int source, Place to, CopyAs as) {
     int error = ::fclonefileat(source, to.folder, to.name, CLONE_ACL) == 0 ? 0 : errno;
     if (error == EINVAL) // a system that does not know the flag
         error = ::fclonefileat(source, to.folder, to.name, 0) == 0 ? 0 : errno;
     if (error != 0) return error; // nothing was made, or something else stands there
-    if (::fchmodat(to.folder, to.name, mode, AT_SYMLINK_NOFOLLOW) == 0) return 0;
-    error = errno;
-    ::unlinkat(to.folder, to.name, 0);
+    if (::fchmodat(to.folder, to.name, as.mode, AT_SYMLINK_NOFOLLOW) != 0)
+        error = errno;
+    else if (as.time)
+        error = setModificationTime(to.folder, to.name, *as.time);
+    if (error != 0) ::unlinkat(to.folder, to.name, 0);
     return error;
 }
 
@@ -62,20 +64,21 @@ int copyContent(int source, int target, CopyMemory& memory) {
     return error;
 }
 
-int finishCopy(int target, const struct stat& status, std::uint16_t mode) {
+int finishCopy(int target, const struct stat& status, CopyAs as) {
     // Without their owner these bits would lend the rights of whoever copies.
     if (::geteuid() == 0 && ::fchown(target, status.st_uid, status.st_gid) != 0)
-        mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
-    if (::fchmod(target, mode) != 0) return errno;
-    const timespec times[2] = {status.st_atimespec, status.st_mtimespec};
+        as.mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
+    if (::fchmod(target, as.mode) != 0) return errno;
+    const timespec times[2] = {as.time ? timespecOf(*as.time) : status.st_atimespec,
+                               as.time ? timespecOf(*as.time) : status.st_mtimespec};
     return ::futimens(target, times) == 0 ? 0 : errno;
 }
 
-int copyPlain(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory) {
+int copyPlain(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return errno;
     int error = copyContent(source, target.get(), memory);
-    if (error == 0) error = finishCopy(target.get(), status, mode);
+    if (error == 0) error = finishCopy(target.get(), status, as);
     if (error == 0 && ::close(target.release()) != 0) error = errno;
     if (error != 0) ::unlinkat(to.folder, to.name, 0);
     return error;
@@ -130,14 +133,14 @@ int openPieceBelow(int root, const char* path, Descriptor& out) {
     return 0;
 }
 
-int copyOpenFile(int source, const struct stat& status, Place to, std::uint16_t mode, CopyMemory& memory) {
+int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory) {
     memory.copyingFrom(static_cast<std::uint64_t>(status.st_dev));
     if (!memory.cannotClone && !isLocked(status)) {
-        const int error = cloneOpenFile(source, to, mode);
+        const int error = cloneOpenFile(source, to, as);
         if (!cannotShareBlocks(error)) return error;
         memory.cannotClone = true;
     }
-    return copyPlain(source, status, to, mode, memory);
+    return copyPlain(source, status, to, as, memory);
 }
 
 int copyLink(Place from, Place to) {

@@ -148,17 +148,21 @@ int openFolder(const std::string& path, Descriptor& out) {
     return 0;
 }
 
-int setModificationTime(int folder, const char* name, std::int64_t mtime) {
-    std::int64_t seconds = mtime / nanosPerSecond;
-    std::int64_t nanos = mtime % nanosPerSecond;
+timespec timespecOf(std::int64_t time) {
+    std::int64_t seconds = time / nanosPerSecond;
+    std::int64_t nanos = time % nanosPerSecond;
     if (nanos < 0) { // floor, so that times before 1970 keep a positive part
         nanos += nanosPerSecond;
         --seconds;
     }
-    timespec time{};
-    time.tv_sec = static_cast<time_t>(seconds);
-    time.tv_nsec = static_cast<long>(nanos);
-    const timespec both[2] = {time, time};
+    timespec result{};
+    result.tv_sec = static_cast<time_t>(seconds);
+    result.tv_nsec = static_cast<long>(nanos);
+    return result;
+}
+
+int setModificationTime(int folder, const char* name, std::int64_t mtime) {
+    const timespec both[2] = {timespecOf(mtime), timespecOf(mtime)};
     return ::utimensat(folder, name, both, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
