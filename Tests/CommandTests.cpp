@@ -89,6 +89,7 @@ TEST_F(CommandTest, findsTheProject) {
     for (const std::string& path : {std::string("file"), std::string("../er/./file"), f.at("project/deep/er/file")})
         EXPECT_EQ(world.ok({"cat", "1", path}), "x");
     EXPECT_EQ(fault({"untrack", "-h"}), world.current + "/-h is not a folder."); // the history around it stays
+    EXPECT_EQ(fault({"untrack", ""}), "missing path");
     world.current = f.at("elsewhere");
     EXPECT_EQ(fault({"log"}), untracked(f.at("elsewhere")));
     EXPECT_EQ(world.ok({"--project", "../project/deep", "diff", "1"}), "No changes.\n");
@@ -123,6 +124,9 @@ TEST_F(CommandTest, trackSnapAndProjects) {
     EXPECT_EQ(world.ok({"projects"}), world.projectPath() + "  3 snapshots, latest 5m ago\n");
     f.remove("store/projects/" + world.project().id + "/snapshots");
     EXPECT_EQ(world.ok({"projects"}), world.projectPath() + "  no snapshots\n");
+    f.write("store/projects/" + world.project().id + "/snapshots", "no folder");
+    EXPECT_EQ(world.ok({"projects"}), world.projectPath() + "  its snapshots are unreadable\n");
+    f.remove("store/projects/" + world.project().id + "/snapshots");
     EXPECT_EQ(world.ok({"log"}), "");
     EXPECT_EQ(json({"log", "--json"}), nlohmann::json::array());
 }

@@ -64,6 +64,10 @@ TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     f.remove("project/huge");
     EXPECT_EQ(engine.restore(project, 4, std::nullopt, true).warnings,
               Lines{"couldn't restore huge: it was larger than the size limit when that snapshot was taken"});
+    f.write("project/huge/new", "makes way for nothing");
+    EXPECT_EQ(engine.restore(project, 4, std::nullopt, true).warnings,
+              Lines{"didn't replace huge: it was larger than the size limit when that snapshot was taken"});
+    EXPECT_EQ(f.read("project/huge/new"), "makes way for nothing");
 }
 
 TEST_F(RestoreTest, sweepsUpWhatAKilledRestoreLeft) {
@@ -162,18 +166,24 @@ TEST_F(RestoreTest, worksInFoldersClosedToTheirOwner) {
         ::chmod(f.at("project/cache/module").c_str(), 0555);
         text += world.ok({"restore", "3", "cache/module/file"});
         if (f.listing("project") != wanted) text += f.listing("project");
+        // A closed folder in a closed folder is in no listing.
+        f.remove("project/src/deep/er/x");
+        for (const char* folder : {"project/src/deep/er", "project/src/deep"}) ::chmod(f.at(folder).c_str(), 0);
+        text += world.ok({"restore", "9"});
+        if (f.listing("project") != wanted) text += f.listing("project");
         // What a snapshot couldn't see may have been there.
         ::chmod(f.at("project/src").c_str(), 0);
         world.ok({"snap"});
         ::chmod(f.at("project/src").c_str(), 0755);
-        text += world.ok({"restore", "10"});
+        text += world.ok({"restore", "12"});
         ::chmod(f.at("project/src").c_str(), 0755);
         return text + f.read("project/src/main.c");
     });
     EXPECT_EQ(report, "Restored 0 files, removed 1 file. Undo this with: tidewrack restore 4\n"
                       "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 6\n"
                       "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 8\n"
-                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 11\n"
+                      "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 10\n"
+                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 13\n"
                       "warning: kept what is in src/: it couldn't be read when that snapshot was taken\n"
                       "int main;\n");
 }
@@ -202,14 +212,15 @@ TEST_F(RestoreTest, lostOrDamagedContentReplacesNothing) {
               "tidewrack: Corrupt store data: what was kept of a.txt is damaged\n");
     f.write("project/a.txt", "the only good copy");
     f.remove("project/src/main.c");
+    f.write("project/src/main.c/new", "makes way for nothing");
     f.remove("project/src/deep/er/x");
     const RestoreResult result = Engine(world.store()).restore(world.project(), 1, std::nullopt, true);
-    EXPECT_EQ(result.warnings, (Lines{"couldn't restore a.txt: what was kept of it is damaged",
-                                      "couldn't restore src/deep/er/x: No such file or directory",
-                                      "couldn't restore src/main.c: what was kept of it is damaged"}));
+    EXPECT_EQ(result.warnings, (Lines{"couldn't restore src/main.c: a folder with content we don't keep is in the way",
+                                      "couldn't restore a.txt: what was kept of it is damaged",
+                                      "couldn't restore src/deep/er/x: No such file or directory"}));
     EXPECT_TRUE(result.restored.empty());
     EXPECT_EQ(f.read("project/a.txt"), "the only good copy");
-    EXPECT_FALSE(f.has("project/src/main.c"));
+    EXPECT_EQ(f.read("project/src/main.c/new"), "makes way for nothing");
 }
 
 TEST(Spelling, isTheOneOfTheListings) {

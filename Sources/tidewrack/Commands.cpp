@@ -114,6 +114,7 @@ class Commands {
 
     void untrack() {
         const auto path = args_.word(1);
+        if (path && path->empty()) throw CliError("missing path"); // a script's unset variable
         const Project project = this->project(path);
         // A word that is no folder, such as -h or a typing error, must not cost the history of the folder around it;
         // a tracked folder that is gone can still be given up by its name.
@@ -128,15 +129,17 @@ class Commands {
         nlohmann::json list = nlohmann::json::array();
         std::string text;
         for (const Project& project : all) {
-            const auto seqs = store_.seqs(project);
+            std::vector<std::int64_t> seqs;
             std::optional<SnapshotMeta> latest;
             std::string state = "no snapshots";
-            if (!seqs.empty()) state = std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots");
             try {
+                seqs = store_.seqs(project);
+                if (!seqs.empty())
+                    state = std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots");
                 if (!seqs.empty()) latest = store_.snapshot(project, seqs.back());
                 if (latest) state += ", latest " + ago(latest->created, now());
             } catch (const TidewrackError&) { // the other projects are still worth listing
-                state += ", the latest is unreadable";
+                state = seqs.empty() ? "its snapshots are unreadable" : state + ", the latest is unreadable";
             }
             list.push_back(projectJson(project, seqs.size(), latest));
             text += project.root + "  " + state + "\n";

@@ -8,6 +8,8 @@
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -58,7 +60,13 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!store.sharesVolume(project)) store.bringRecordsToDisk(lock, project);
     RestoreRun run(*this, project, target, safety);
-    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0});
+    const auto isWhole = [&](const Entry& entry) {
+        Attributes kept;
+        return attributesAt(AT_FDCWD, store.blobPath(project, entry.blob).c_str(), kept) == 0 &&
+               (entry.kind == EntryKind::link || kept.size == entry.size);
+    };
+    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0,
+              isWhole});
     const Manifest after = run.manifestAfter();
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();

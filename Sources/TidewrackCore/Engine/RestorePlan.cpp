@@ -9,13 +9,19 @@ namespace tidewrack {
 
 namespace {
 
-// Folders whose content history does not hold: nothing in them is removed.
+// Folders whose content history does not hold, or that would make way for nothing: nothing in them is removed.
 class ExcludedFolders {
   public:
     explicit ExcludedFolders(const RestoreInput& input) : folders_(input.nestedRoots) {
         for (const Manifest* manifest : {&input.current, &input.target})
             for (const auto& item : manifest->items())
                 if (item.entry.isIgnoredFolder()) folders_.emplace(item.path);
+        for (const auto& item : input.current.items()) {
+            if (item.entry.kind != EntryKind::dir) continue;
+            const Entry* wanted = input.target.find(item.path);
+            if (wanted != nullptr && wanted->kind != EntryKind::dir && (wanted->notKept() || !input.isWhole(*wanted)))
+                folders_.emplace(item.path);
+        }
         if (input.readsEverything) return;
         constexpr std::uint16_t readable = 0500;
         for (const auto& item : input.target.items())

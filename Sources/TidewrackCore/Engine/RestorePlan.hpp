@@ -39,6 +39,9 @@ struct RestoreInput {
     std::set<std::string, std::less<>> nestedRoots;
     bool removeNew = true;
     bool readsEverything = false; // whoever restores reads folders whatever their mode, as root does
+    // Whether what was kept of a file or link is still there and not cut short. Asked only where a folder would have to
+    // make way for it.
+    std::function<bool(const Entry&)> isWhole;
 };
 
 [[nodiscard]] RestorePlan planRestore(const RestoreInput& input);

@@ -58,8 +58,10 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     : engine_(engine), target_(target), safety_(safety), files_(-1), parents_(files_) {
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
+    // A link there is the user's own, who has put the contents on another volume.
     const std::string blobs = engine.store.blobsFolder(project);
-    if (const int error = openFolder(blobs, blobs_)) throw TidewrackError::io("read", blobs, error);
+    blobs_ = Descriptor(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!blobs_) throw TidewrackError::io("read", blobs, errno);
     pending_.copies = mostWrittenOutOneByOne; // bringToDisk() waits for all that is put back
 }
 
@@ -220,6 +222,8 @@ void RestoreRun::makeFolders(const RestorePlan& plan) {
         Attributes there;
         if (error == EEXIST && files_.attributes(item->path, there) == 0) {
             if (there.kind == Attributes::Kind::folder) {
+                if (isClosed(entryOf(there))) // finishFolder gives it the mode that it had
+                    (void)files_.setMode(item->path, static_cast<std::uint16_t>(there.mode | ownerAll));
                 remember(*item, there); // the safety snapshot could not see it
                 continue;
             }
@@ -236,7 +240,6 @@ std::vector<RestoreRun::WriteJob> RestoreRun::examineWrites(const RestorePlan::I
     std::vector<WriteJob> jobs;
     jobs.reserve(items.size());
     for (const Manifest::Item* item : items) {
-        if (warned_.contains(item->path)) continue; // what stands there could not be removed
         if (auto warning = parents_.prepare(item->path)) {
             warn(item->path, *warning);
             continue;
@@ -363,13 +366,12 @@ int RestoreRun::putBack(const WriteJob& job, Place aside, Place place) {
 void RestoreRun::finishFolders(const RestorePlan& plan) {
     std::map<std::string_view, const Entry*, std::greater<>> folders;
     for (const auto* list : {&plan.makeFolders, &plan.keepFolders, &plan.lockedFolders})
-        for (const Manifest::Item* item : *list)
-            if (!warned_.contains(item->path)) folders.emplace(item->path, &item->entry);
+        for (const Manifest::Item* item : *list) folders.emplace(item->path, &item->entry);
     for (const std::string& path : parents_.created()) {
         const Entry* wanted = target_.find(path);
-        if (wanted != nullptr && wanted->kind == EntryKind::dir && wanted->blob.empty() && !warned_.contains(path))
-            folders.emplace(path, wanted);
+        if (wanted != nullptr && wanted->kind == EntryKind::dir && wanted->blob.empty()) folders.emplace(path, wanted);
     }
+    std::erase_if(folders, [this](const auto& folder) { return warned_.contains(folder.first); });
     for (const Manifest::Item* item : opened_) folders.emplace(item->path, nullptr); // unless it is there already
     for (const auto& [path, wanted] : folders) finishFolder(path, wanted);
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });

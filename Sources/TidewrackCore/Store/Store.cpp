@@ -45,8 +45,12 @@ std::string homeFolder(const Environment& environment) {
 Store Store::fromEnvironment(const Environment& environment) {
     const std::string user = homeFolder(environment);
     const auto chosen = environment.find("TIDEWRACK_HOME");
-    if (chosen != environment.end() && !chosen->second.empty())
-        return {absolutePath(chosen->second, currentFolder()), user};
+    if (chosen != environment.end() && !chosen->second.empty()) {
+        const std::string here = currentFolder();
+        if (here.empty() && !chosen->second.starts_with('/'))
+            throw TidewrackError::io("Can't tell the current folder; it may have been deleted.");
+        return {absolutePath(chosen->second, here), user};
+    }
     if (user.empty()) throw TidewrackError::io("Can't tell the home folder: set HOME or TIDEWRACK_HOME.");
     return {joined(user, "Library/Application Support/Tidewrack"), user};
 }

@@ -69,6 +69,8 @@ class Store {
     [[nodiscard]] TextBuffer manifestText(const Project& project, std::int64_t seq) const;
     // The largest number of which a manifest or a content folder is left; 0 for none.
     [[nodiscard]] std::int64_t highestLeftover(const Project& project) const;
+    // Whether the project lies on the volume of its history, so that changes of both come to the disk in their order.
+    [[nodiscard]] bool sharesVolume(const Project& project) const;
 
     // Writers, for holders of the lock. The manifest comes after the contents that it names, and only then the record:
     // a manifest is on the disk with all that was done before, `contents` included, when the record is given its name.
@@ -77,8 +79,6 @@ class Store {
     void writeUnchangedSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
     // All records written so far are on the disk, with all that they need.
     void bringRecordsToDisk(const ProjectLock& lock, const Project& project) const;
-    // Whether the project lies on the volume of its history, so that changes of both come to the disk in their order.
-    [[nodiscard]] bool sharesVolume(const Project& project) const;
     void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq, const Manifest& manifest,
                        const PendingWrites& contents) const;
     // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
