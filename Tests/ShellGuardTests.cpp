@@ -120,6 +120,9 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find . | xargs -I {} sudo rm {}", " ?p"},
         {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
         {"find . | xargs grep rm; ls | xargs -d, sed -n p", ""},
+        {"ls | xargs git -C x blame; ls | xargs chmod +x; ls | xargs find -name", ""},
+        {"(cd a; ls | xargs git checkout --); (cd b; ls | xargs chmod -R u+w); (cd c; ls | xargs find -delete)",
+         " ?p/a p/b p/c"},
         {"(cd a; ls | xargs -0I {} rm {}); (cd b; ls | xargs -rn 1 sed -i x)", " ?p/a p/b"},
         {"(cd a; ls | xargs --max-args 1 rm); (cd b; ls | xargs --delimiter '\\n' -P2 truncate)", " ?p/a p/b"},
         {"perl6 x; fish -c y", " ?p"},
@@ -264,6 +267,9 @@ TEST(ShellGuard, refusesCatastrophes) {
         {"for d in Desktop Music; do sudo rm -rf ~/\"$d\"; done", "home/Desktop home/Music deny"},
         {"rm -rf .git /tmp", "p/.git /tmp deny"},
         {"rm -rf ~/..; rm -rf ../../now", "/now /nowhere deny"},
+        {"git -C ~/.. pull; cd ~/..; git stash; git checkout .", "/nowhere"},
+        {"git -C ~/.. pull; git -C ~/.. clean -fd", "/nowhere deny"},
+        {"cd /Users; git reset --hard", "/Users deny"},
     });
     EXPECT_EQ(catastrophic("/Users/x/", "/Users/x"),
               "Tidewrack blocked this: it would delete or overwrite /Users/x. If you really mean it, run it yourself.");

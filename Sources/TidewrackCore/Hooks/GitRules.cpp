@@ -20,6 +20,8 @@ constexpr std::size_t maxWordsBehindPattern = 64;
 
 constexpr std::array stashTriggers = {"push"sv, "save"sv, "-u"sv, "--include-untracked"sv, "--all"sv, "-a"sv};
 
+constexpr std::array checkouts = {"checkout"sv, "restore"sv, "switch"sv};
+constexpr std::array sometimesChanging = {"reset"sv, "stash"sv, "clean"sv};
 constexpr std::array alwaysChanging = {"rm"sv, "mv"sv, "apply"sv, "merge"sv, "am"sv, "rebase"sv, "pull"sv, "revert"sv};
 
 template <std::size_t size>
@@ -59,13 +61,13 @@ void examineCheckout(std::string_view subcommand, Words arguments, const std::st
     const auto marker =
         std::find_if(arguments.begin(), arguments.end(), [](const Word& word) { return word.text == "--"; });
     if (marker != arguments.end()) {
-        if (marker + 1 == arguments.end()) return effects.target(workTree, workTree, Links::followed);
+        if (marker + 1 == arguments.end()) return effects.trackedFiles(workTree);
         for (auto path = marker + 1; path != arguments.end(); ++path) {
             if (effects.full()) return effects.opaque(workTree);
             effects.target(absolutePath(path->text, workTree), workTree);
         }
     } else if (hasAny(arguments, {"-f", "--force", "."})) {
-        effects.target(workTree, workTree, Links::followed);
+        effects.trackedFiles(workTree);
     } else {
         examineUnmarkedPaths(subcommand, arguments, workTree, effects);
     }
@@ -103,10 +105,22 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     if (index >= arguments.size()) return;
     const std::string_view subcommand = arguments[index].text;
     const Words rest = arguments.subspan(index + 1);
-    if (subcommand == "checkout" || subcommand == "restore" || subcommand == "switch")
-        examineCheckout(subcommand, rest, workTree, effects);
-    else if (changesWorkTree(subcommand, rest))
+    if (isIn(checkouts, subcommand)) return examineCheckout(subcommand, rest, workTree, effects);
+    if (!changesWorkTree(subcommand, rest)) return;
+    const bool takesUntracked =
+        subcommand == "clean" || hasAny(rest, {"-u", "--include-untracked", "-a", "--all"});
+    if (takesUntracked)
         effects.target(workTree, workTree, Links::followed);
+    else
+        effects.trackedFiles(workTree);
+}
+
+bool gitOnlyReads(Words words) {
+    const auto mayChange = [](const Word& word) {
+        return word.unknown || isIn(checkouts, word.text) || isIn(sometimesChanging, word.text) ||
+               isIn(alwaysChanging, word.text);
+    };
+    return words.size() > 1 && std::none_of(words.begin(), words.end(), mayChange);
 }
 
 } // namespace tidewrack::shell

@@ -46,9 +46,12 @@ ProtectedFolders::ProtectedFolders(std::string_view home, const std::vector<std:
 }
 
 bool ProtectedFolders::holdsText(std::string_view path) const {
-    if (contains(systemFolders, path)) return true;
-    if (std::find(aboveHome_.begin(), aboveHome_.end(), path) != aboveHome_.end()) return true;
+    if (contains(systemFolders, path) || onlyHoldsHome(path)) return true;
     return hasHome_ && path.starts_with(home_) && contains(homeFolders, path.substr(home_.size()));
+}
+
+bool ProtectedFolders::onlyHoldsHome(std::string_view path) const {
+    return !contains(systemFolders, path) && std::find(aboveHome_.begin(), aboveHome_.end(), path) != aboveHome_.end();
 }
 
 bool ProtectedFolders::holdsFolder(const std::string& path, bool followLink) {

@@ -18,6 +18,9 @@ class ProtectedFolders {
     // Whether the text of an absolute path without trailing slash is that of a protected folder.
     [[nodiscard]] bool holdsText(std::string_view path) const;
 
+    // Whether it is protected only because the home folder lies in it.
+    [[nodiscard]] bool onlyHoldsHome(std::string_view path) const;
+
     // Whether a protected folder stands at `path` whatever its spelling: on a volume that ignores case, or
     // reached through a link. A link at the path itself counts as what it leads to only with `followLink`.
     // Reads the disk; looks at 512 paths at most.

@@ -80,6 +80,13 @@ void Effects::target(std::string path, std::string_view cwd, Links links) {
     decision_.targets.push_back(std::move(path));
 }
 
+void Effects::trackedFiles(const std::string& workTree) {
+    if (protected_.onlyHoldsHome(workTree) && !full())
+        aroundHome_.push_back(workTree);
+    else
+        target(workTree, workTree, Links::followed);
+}
+
 void Effects::targetWord(const Word& word, std::string_view cwd, Links links, bool asks) {
     // Past the limit only a word that may name a folder outside the working folder is worth a look.
     if (full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos) return opaque(cwd);
@@ -129,6 +136,10 @@ Decision Effects::decide() {
     }
     sortAndDedupe(decision_.opaqueDirs);
     denyCatastrophes();
+    for (auto* paths : {&targets, &decision_.followed}) {
+        paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());
+        sortAndDedupe(*paths);
+    }
     const auto inGitStore = std::find_if(targets.begin(), targets.end(), isInGitStore);
     if (inGitStore != targets.end())
         decision_.verdict.raiseTo(

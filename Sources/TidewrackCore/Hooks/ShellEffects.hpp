@@ -33,6 +33,10 @@ class Effects {
     // Adds an absolute path to the targets.
     void target(std::string path, std::string_view cwd, Links links = Links::itself);
 
+    // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
+    // refuse.
+    void trackedFiles(const std::string& workTree);
+
     // Adds whatever the word names. With `asks` the paths go with all they hold: asks when that is a project.
     void targetWord(const Word& word, std::string_view cwd, Links links = Links::itself, bool asks = false);
 
@@ -56,6 +60,7 @@ class Effects {
     ProtectedFolders protected_;
     GlobMatcher glob_;
     Decision decision_;
+    std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
 };

@@ -293,17 +293,18 @@ std::size_t wordsBeforeRoots(Words arguments) {
     return std::min(count, arguments.size());
 }
 
+bool hasAction(Words words) {
+    return std::any_of(words.begin(), words.end(), [](const Word& word) { return isIn(findActions, word.text); });
+}
+
 void Examination::find() {
-    const auto has = [this](const auto& table) {
-        return std::any_of(arguments_.begin(), arguments_.end(),
-                           [&](const Word& word) { return isIn(table, word.text); });
-    };
-    if (!has(findActions)) return;
+    if (!hasAction(arguments_)) return;
     const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
     const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
-    const bool wholeTree = !has(findTests);
+    const bool wholeTree = std::none_of(arguments_.begin(), arguments_.end(),
+                                        [](const Word& word) { return isIn(findTests, word.text); });
     for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
 }
 
@@ -313,7 +314,15 @@ bool takesNextWord(const Word& option) {
     return option.text.find_first_of(xargsValueLetters, 1) == option.text.size() - 1;
 }
 
-// What the command works on is not known. One that only reads has no rule, or edits a stream.
+// Whether a command that has a rule changes nothing that could not be undone by hand, whatever operands it is given.
+bool onlyReads(const Rule& rule, Words command) {
+    if (rule.apply == &E::editInPlace) return !editsInPlace(command);
+    if (rule.apply == &E::changeModes) return !isRecursive(command);
+    if (rule.apply == &E::find) return !hasAction(command);
+    return rule.apply == &E::git && gitOnlyReads(command);
+}
+
+// What the command works on is not known.
 void Examination::xargs() {
     std::size_t index = 0;
     while (index < arguments_.size() && isOption(arguments_[index]))
@@ -323,8 +332,7 @@ void Examination::xargs() {
     strip(command);
     if (command.empty()) return;
     const Rule* rule = ruleFor(commandName(command.front()));
-    if (!rule || (rule->apply == &E::editInPlace && !editsInPlace(command))) return;
-    effects_.opaque(cwd_);
+    if (rule && !onlyReads(*rule, command)) effects_.opaque(cwd_);
 }
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
