@@ -285,8 +285,8 @@ TEST_F(ParallelTest, snapshotsWhileSomebodyWrites) {
 
 // What was written last is in the folder or in the snapshot that the restore took first.
 TEST_F(ParallelTest, restoresWhileSomebodyWrites) {
-    constexpr int files = 60;
-    constexpr int allFiles = 100; // the restore removes the later ones
+    constexpr int files = 70; // so many that several threads put them back
+    constexpr int allFiles = 110; // the restore removes the later ones
     track(-1, files);
     const std::regex report("Restored \\d+ files?, removed \\d+ files?. Undo this with: tidewrack restore (\\d+)\n"
                             "(warning: couldn't restore src\\d/f\\d+: it changed after the safety snapshot\n)*");
@@ -327,5 +327,28 @@ TEST_F(ParallelTest, restoresWhileSomebodyWrites) {
         EXPECT_EQ(start(-1, {"snap"})->wait().err, "");
         expectLatestIsTheFolder();
     }
+    expectWhole(-1);
+}
+
+// So many files that a thread flushes the volume while others copy.
+TEST_F(ParallelTest, manyFilesWhileSomebodyWrites) {
+    constexpr int files = 1100;
+    for (const char* folder : {"project/src0", "project/src1", "project/src2"}) f.makeFolder(folder);
+    writeVersion(-1, files, 1);
+    const auto write = [&](int version, const Words& words) {
+        const auto program = start(-1, words);
+        Writer writer(f, static_cast<unsigned>(version));
+        for (int file = 0; file < 90; ++file)
+            if (file % 3 != 2) writer.write(nameOf(file), file % 4, version);
+        return program->wait();
+    };
+    EXPECT_EQ(write(2, {"track"}).status, 0);
+    EXPECT_EQ(start(-1, {"snap"})->wait().err, "");
+    f.remove("project/src2");
+    for (int file = 0; file < files; ++file)
+        if (file % 3 != 2) putInPlace(f, f.at("project/" + nameOf(file)), content(nameOf(file), 3));
+    EXPECT_EQ(write(4, {"restore", "2"}).status, 0);
+    EXPECT_EQ(start(-1, {"snap"})->wait().err, "");
+    expectLatestIsTheFolder();
     expectWhole(-1);
 }

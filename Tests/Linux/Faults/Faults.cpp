@@ -2,7 +2,8 @@
 // the chosen number goes wrong. The environment says how:
 //   TIDEWRACK_FAULT_AT      the number of the call, from 1
 //   TIDEWRACK_FAULT_KIND    "death":     the process is killed there; of a write half is done
-//                           "power cut": as well, and every content that was not on the disk yet is lost
+//                           "power cut": as well, and every content that was not on the disk yet is lost; its file
+//                                        keeps size and times
 //                           "write":     somebody adds a line to the file that is about to step aside; only calls that
 //                                        move a file in or out of its place are counted
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
@@ -49,7 +50,14 @@ class Unwritten {
     }
     void lose() {
         const std::lock_guard lock(mutex_);
-        for (const auto& [identity, fd] : files_) kernel(SYS_ftruncate, fd, 0L);
+        for (const auto& [identity, fd] : files_) {
+            struct stat status {};
+            if (::fstat(fd, &status) != 0) continue;
+            kernel(SYS_ftruncate, fd, 0L);
+            kernel(SYS_ftruncate, fd, status.st_size);
+            const timespec times[2] = {status.st_atim, status.st_mtim};
+            kernel(SYS_utimensat, fd, nullptr, times, 0);
+        }
     }
 
   private:
@@ -145,11 +153,11 @@ int change(const char* name, long number, Arguments... arguments) {
     return fault().strikes(name) ? -1 : static_cast<int>(kernel(number, arguments...));
 }
 
-// A call that brings one file's content to the disk.
-int bringOut(const char* name, int fd, long number, long a = 0, long b = 0, long c = 0) {
+// A call that brings one file's content to the disk, unless it only begins that.
+int bringOut(const char* name, bool waits, int fd, long number, long a = 0, long b = 0, long c = 0) {
     if (fault().strikes(name)) return -1;
     const long result = kernel(number, fd, a, b, c);
-    if (result == 0) fault().unwritten.flushed(fd);
+    if (result == 0 && waits) fault().unwritten.flushed(fd);
     return static_cast<int>(result);
 }
 
@@ -217,6 +225,15 @@ ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* target, size_t s
     fault().unwritten.wrote(to);
     return kernel(SYS_copy_file_range, from, at, to, target, size, flags);
 }
+// Only of a file that was written does it tell anything.
+int close(int fd) {
+    const bool written = isFile(fd) && (kernel(SYS_fcntl, fd, F_GETFL) & O_ACCMODE) != O_RDONLY;
+    const bool fails = written && fault().strikes("close");
+    const int error = errno;
+    const long result = kernel(SYS_close, fd);
+    if (fails) errno = error;
+    return fails ? -1 : static_cast<int>(result);
+}
 int ftruncate64(int fd, off64_t size) noexcept {
     return change("ftruncate", SYS_ftruncate, fd, size);
 }
@@ -229,13 +246,13 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
 }
 
 int fsync(int fd) {
-    return bringOut("fsync", fd, SYS_fsync);
+    return bringOut("fsync", true, fd, SYS_fsync);
 }
 int fdatasync(int fd) {
-    return bringOut("fdatasync", fd, SYS_fdatasync);
+    return bringOut("fdatasync", true, fd, SYS_fdatasync);
 }
 int sync_file_range(int fd, off64_t at, off64_t size, unsigned flags) {
-    return bringOut("sync_file_range", fd, SYS_sync_file_range, at, size, flags);
+    return bringOut("sync_file_range", (flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0, fd, SYS_sync_file_range, at, size, flags);
 }
 int syncfs(int fd) noexcept {
     if (fault().strikes("syncfs")) return -1;
@@ -296,7 +313,7 @@ int utimensat(int folder, const char* name, const timespec times[2], int flags) 
 }
 
 // Everything is done, but not all of it may be on the disk.
-void _Exit(int status) noexcept {
+void _exit(int status) {
     (void)fault().strikes("end", Fault::Call::end, [] {});
     kernel(SYS_exit_group, status);
     std::abort(); // not reached
