@@ -339,7 +339,8 @@ class Attempt {
 
     void checkAll() {
         // What the vault is said to hold can be lost.
-        const bool saved = scene_.f.read("store/hooks.log").find(" 1 saved, 0 skipped") != std::string::npos;
+        const bool saved = scene_.f.read("report") == "end" ||
+                           scene_.f.read("store/hooks.log").find(" 1 saved, 0 skipped") != std::string::npos;
         if (saved && operation_.input == removesNotes) scene_.f.remove("home/notes");
         const auto recoverable = scene_.recoverable();
         for (const std::string& content : before_)

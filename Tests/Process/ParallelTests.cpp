@@ -285,7 +285,7 @@ TEST_F(ParallelTest, snapshotsWhileSomebodyWrites) {
 
 // What was written last is in the folder or in the snapshot that the restore took first.
 TEST_F(ParallelTest, restoresWhileSomebodyWrites) {
-    constexpr int files = 70; // so many that several threads put them back
+    constexpr int files = 70;     // so many that several threads put them back
     constexpr int allFiles = 110; // the restore removes the later ones
     track(-1, files);
     const std::regex report("Restored \\d+ files?, removed \\d+ files?. Undo this with: tidewrack restore (\\d+)\n"

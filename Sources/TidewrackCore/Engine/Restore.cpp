@@ -65,8 +65,8 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
         return attributesAt(AT_FDCWD, store.blobPath(project, entry.blob).c_str(), kept) == 0 &&
                (entry.kind == EntryKind::link || kept.size == entry.size);
     };
-    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0,
-              isWhole});
+    run.work(
+        {target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0, isWhole});
     const Manifest after = run.manifestAfter();
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();

@@ -107,8 +107,7 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     const Words rest = arguments.subspan(index + 1);
     if (isIn(checkouts, subcommand)) return examineCheckout(subcommand, rest, workTree, effects);
     if (!changesWorkTree(subcommand, rest)) return;
-    const bool takesUntracked =
-        subcommand == "clean" || hasAny(rest, {"-u", "--include-untracked", "-a", "--all"});
+    const bool takesUntracked = subcommand == "clean" || hasAny(rest, {"-u", "--include-untracked", "-a", "--all"});
     if (takesUntracked)
         effects.target(workTree, workTree, Links::followed);
     else

@@ -303,8 +303,8 @@ void Examination::find() {
     const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
-    const bool wholeTree = std::none_of(arguments_.begin(), arguments_.end(),
-                                        [](const Word& word) { return isIn(findTests, word.text); });
+    const bool wholeTree =
+        std::none_of(arguments_.begin(), arguments_.end(), [](const Word& word) { return isIn(findTests, word.text); });
     for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
 }
 

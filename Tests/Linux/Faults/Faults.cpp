@@ -252,7 +252,8 @@ int fdatasync(int fd) {
     return bringOut("fdatasync", true, fd, SYS_fdatasync);
 }
 int sync_file_range(int fd, off64_t at, off64_t size, unsigned flags) {
-    return bringOut("sync_file_range", (flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0, fd, SYS_sync_file_range, at, size, flags);
+    return bringOut("sync_file_range", (flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0, fd, SYS_sync_file_range, at, size,
+                    flags);
 }
 int syncfs(int fd) noexcept {
     if (fault().strikes("syncfs")) return -1;
