@@ -37,9 +37,9 @@ REPRODUCE = """## To reproduce this
 On a Debian 12 machine that does nothing else meanwhile, with some 70 GB free (`scripts/bench` says what it needs):
 
 ```sh
-sudo scripts/bench --rounds 3 --btrfs --only first,turn                                # 10 minutes
+sudo scripts/bench --rounds 3 --btrfs --only first,turn                                # 15 minutes
 sudo scripts/bench --rounds 3 --btrfs --only growth --without restic,borg              # 5 minutes
-scripts/bench --rounds 3                                                               # 40 minutes
+scripts/bench --rounds 3                                                               # an hour
 scripts/bench --report build/results/*.json                                            # writes this page
 ```
 
