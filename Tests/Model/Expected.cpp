@@ -29,13 +29,15 @@ class Expectation {
         return node != nullptr && node->listed ? node : nullptr;
     }
 
-    // At or below a nested project or a folder that git ignores or ignored then.
+    // At or below a nested project, a folder that git ignores or ignored then, or one in the place of a file that was
+    // not kept.
     [[nodiscard]] bool covered(const std::string& path) const {
         for (std::string at = path; !at.empty(); at = parentPath(at)) {
-            const Node* now = find(task_.before, at);
+            const Node* now = listedBefore(at);
             const Node* then = find(task_.target, at);
             if (task_.nested.contains(at) || (now != nullptr && now->ignored) || (then != nullptr && then->ignored))
                 return true;
+            if (now != nullptr && now->isFolder() && then != nullptr && then->tooLarge()) return true;
         }
         return false;
     }
