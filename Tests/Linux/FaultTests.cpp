@@ -133,11 +133,8 @@ class Scene {
     // The contents that a snapshot holds.
     [[nodiscard]] std::set<std::string> contentsOf(std::int64_t seq) const {
         std::set<std::string> result;
-        const Store store = world.store();
-        const Project project = world.project();
-        const Manifest manifest = world.manifestOf(seq);
-        for (const auto& item : manifest.items())
-            if (item.entry.isKept()) collectFile(result, store.blobPath(project, item.entry.blob));
+        for (const auto& [project, blob] : keptContents(seq))
+            collectFile(result, world.store().blobPath(project, blob));
         return result;
     }
 
@@ -166,12 +163,14 @@ class Scene {
 
   private:
     bool mounted_ = false;
-    // What the records name, each with its project.
-    [[nodiscard]] std::vector<std::pair<Project, std::string>> keptContents() const {
+    // What the records name, all or those of one snapshot, each with its project.
+    [[nodiscard]] std::vector<std::pair<Project, std::string>>
+    keptContents(std::optional<std::int64_t> only = std::nullopt) const {
         std::vector<std::pair<Project, std::string>> result;
         const Store store = world.store();
         for (const Project& project : store.projects()) {
             for (const SnapshotMeta& meta : store.snapshots(project)) {
+                if (only && meta.seq != *only) continue;
                 const Manifest manifest = store.manifest(meta, project);
                 for (const auto& item : manifest.items())
                     if (item.entry.isKept()) result.emplace_back(project, item.entry.blob);

@@ -40,6 +40,11 @@ bool isIn(const std::array<std::string_view, size>& table, std::string_view text
     return std::find(table.begin(), table.end(), text) != table.end();
 }
 
+template <std::size_t size>
+bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
+    return std::any_of(words.begin(), words.end(), [&](const Word& word) { return isIn(table, word.text); });
+}
+
 bool isOption(const Word& word) {
     return word.text.starts_with('-');
 }
@@ -293,18 +298,13 @@ std::size_t wordsBeforeRoots(Words arguments) {
     return std::min(count, arguments.size());
 }
 
-bool hasAction(Words words) {
-    return std::any_of(words.begin(), words.end(), [](const Word& word) { return isIn(findActions, word.text); });
-}
-
 void Examination::find() {
-    if (!hasAction(arguments_)) return;
+    if (!holdsAny(arguments_, findActions)) return;
     const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
     const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
-    const bool wholeTree =
-        std::none_of(arguments_.begin(), arguments_.end(), [](const Word& word) { return isIn(findTests, word.text); });
+    const bool wholeTree = !holdsAny(arguments_, findTests);
     for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
 }
 
@@ -318,7 +318,7 @@ bool takesNextWord(const Word& option) {
 bool onlyReads(const Rule& rule, Words command) {
     if (rule.apply == &E::editInPlace) return !editsInPlace(command);
     if (rule.apply == &E::changeModes) return !isRecursive(command);
-    if (rule.apply == &E::find) return !hasAction(command);
+    if (rule.apply == &E::find) return !holdsAny(command, findActions);
     return rule.apply == &E::git && gitOnlyReads(command);
 }
 

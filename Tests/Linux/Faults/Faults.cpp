@@ -153,11 +153,11 @@ int change(const char* name, long number, Arguments... arguments) {
     return fault().strikes(name) ? -1 : static_cast<int>(kernel(number, arguments...));
 }
 
-// A call that brings one file's content to the disk, unless it only begins that.
-int bringOut(const char* name, bool waits, int fd, long number, long a = 0, long b = 0, long c = 0) {
+// A call that brings one file's content to the disk.
+int bringOut(const char* name, int fd, long number, long a = 0, long b = 0, long c = 0) {
     if (fault().strikes(name)) return -1;
     const long result = kernel(number, fd, a, b, c);
-    if (result == 0 && waits) fault().unwritten.flushed(fd);
+    if (result == 0) fault().unwritten.flushed(fd);
     return static_cast<int>(result);
 }
 
@@ -246,14 +246,15 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
 }
 
 int fsync(int fd) {
-    return bringOut("fsync", true, fd, SYS_fsync);
+    return bringOut("fsync", fd, SYS_fsync);
 }
 int fdatasync(int fd) {
-    return bringOut("fdatasync", true, fd, SYS_fdatasync);
+    return bringOut("fdatasync", fd, SYS_fdatasync);
 }
 int sync_file_range(int fd, off64_t at, off64_t size, unsigned flags) {
-    return bringOut("sync_file_range", (flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0, fd, SYS_sync_file_range, at, size,
-                    flags);
+    if ((flags & SYNC_FILE_RANGE_WAIT_AFTER) == 0) // only begins it
+        return change("sync_file_range", SYS_sync_file_range, fd, at, size, flags);
+    return bringOut("sync_file_range", fd, SYS_sync_file_range, at, size, flags);
 }
 int syncfs(int fd) noexcept {
     if (fault().strikes("syncfs")) return -1;
