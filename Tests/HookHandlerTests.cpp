@@ -1,7 +1,7 @@
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
-#include "Hooks/HookHandler.hpp"
+#include "Agents/HookHandler.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Text.hpp"

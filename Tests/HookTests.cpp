@@ -1,5 +1,5 @@
-#include "Hooks/Hook.hpp"
-#include "Hooks/Replies.hpp"
+#include "Agents/HookEvent.hpp"
+#include "Agents/Replies.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 

@@ -1,7 +1,7 @@
 #include "Support/TestFolders.hpp"
 
-#include "Hooks/ConfigFile.hpp"
-#include "Hooks/Installer.hpp"
+#include "Agents/ConfigFile.hpp"
+#include "Agents/Installer.hpp"
 #include "HooksCommand.hpp"
 #include "Support/Json.hpp"
 

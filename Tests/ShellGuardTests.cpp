@@ -1,7 +1,7 @@
 #include "Support/TestFolders.hpp"
 
-#include "Hooks/ProtectedFolders.hpp"
-#include "Hooks/ShellGuard.hpp"
+#include "Shell/Guard.hpp"
+#include "Shell/ProtectedFolders.hpp"
 
 #include <gtest/gtest.h>
 

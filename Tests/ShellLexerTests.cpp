@@ -1,5 +1,5 @@
-#include "Hooks/ShellExpansion.hpp"
-#include "Hooks/ShellLexer.hpp"
+#include "Shell/Expansion.hpp"
+#include "Shell/Lexer.hpp"
 
 #include <gtest/gtest.h>
 

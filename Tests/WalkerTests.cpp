@@ -1,8 +1,8 @@
 #include "Support/TestFolders.hpp"
 
-#include "Engine/GitIgnore.hpp"
-#include "Engine/Walker.hpp"
 #include "Platform/Platform.hpp"
+#include "Walk/GitIgnore.hpp"
+#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

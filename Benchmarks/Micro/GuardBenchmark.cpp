@@ -1,7 +1,7 @@
 // How long judging one command takes: over a few hundred commands as agents write them, and for a mebibyte
 // of input made to be slow.
 
-#include "Hooks/ShellGuard.hpp"
+#include "Shell/Guard.hpp"
 
 #include <benchmark/benchmark.h>
 

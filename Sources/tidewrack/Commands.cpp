@@ -1,8 +1,6 @@
 // The dispatcher: one function per command.
 
 #include "CommandLine.hpp"
-#include "Engine/GitIgnore.hpp"
-#include "Engine/Walker.hpp"
 #include "HookCommand.hpp"
 #include "HooksCommand.hpp"
 #include "PatchReport.hpp"
@@ -15,6 +13,8 @@
 #include "Support/Text.hpp"
 #include "Usage.hpp"
 #include "VaultCommand.hpp"
+#include "Walk/GitIgnore.hpp"
+#include "Walk/Walker.hpp"
 
 #include <nlohmann/json.hpp>
 

@@ -1,7 +1,7 @@
 #include "HookCommand.hpp"
 
+#include "Agents/HookHandler.hpp"
 #include "Engine/Trace.hpp"
-#include "Hooks/HookHandler.hpp"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 // `tidewrack hook`: answers one event of an agent, read from standard input.
 
-#include "Hooks/Replies.hpp"
+#include "Agents/Replies.hpp"
 
 #include "CommandLine.hpp"
 

@@ -1,7 +1,7 @@
 #pragma once
 // `tidewrack hooks`: installs, removes, reports and prints the agents' hooks.
 
-#include "Hooks/Installer.hpp"
+#include "Agents/Installer.hpp"
 
 #include <iosfwd>
 #include <optional>

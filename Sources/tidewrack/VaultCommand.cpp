@@ -1,7 +1,7 @@
 #include "VaultCommand.hpp"
 
+#include "Agents/HookHandler.hpp"
 #include "CommandLine.hpp"
-#include "Hooks/HookHandler.hpp"
 #include "Reports.hpp"
 #include "Support/Json.hpp"
 #include "Support/Text.hpp"

@@ -2,7 +2,7 @@
 
 #include "Fuzz/Fuzz.hpp"
 
-#include "Hooks/Replies.hpp"
+#include "Agents/Replies.hpp"
 #include "Support/Json.hpp"
 #include "Support/Text.hpp"
 

@@ -2,8 +2,8 @@
 
 #include "Fuzz/Fuzz.hpp"
 
-#include "Hooks/HookEntries.hpp"
-#include "Hooks/Installer.hpp"
+#include "Agents/HookEntries.hpp"
+#include "Agents/Installer.hpp"
 #include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"

@@ -2,9 +2,9 @@
 
 #include "Fuzz/Fuzz.hpp"
 
-#include "Hooks/BraceLists.hpp"
-#include "Hooks/ShellGuard.hpp"
-#include "Hooks/ShellLexer.hpp"
+#include "Shell/Braces.hpp"
+#include "Shell/Guard.hpp"
+#include "Shell/Lexer.hpp"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include "Fuzz/Fuzz.hpp"
 
-#include "Hooks/ShellGuard.hpp"
+#include "Shell/Guard.hpp"
 
 #include <ctime>
 

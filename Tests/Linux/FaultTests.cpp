@@ -5,7 +5,7 @@
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
-#include "Hooks/Hook.hpp"
+#include "Agents/HookEvent.hpp"
 #include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"

@@ -2,8 +2,8 @@
 // comparison to now a file is unchanged exactly when every attribute is the snapshot's.
 
 #include "Engine/Engine.hpp"
-#include "Engine/Walker.hpp"
 #include "Support/Paths.hpp"
+#include "Walk/Walker.hpp"
 
 #include <algorithm>
 

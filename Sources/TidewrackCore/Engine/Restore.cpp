@@ -4,9 +4,9 @@
 #include "Engine/RestoreRun.hpp"
 #include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
-#include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
+#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 

@@ -1,9 +1,9 @@
 #include "Engine/RestoreRun.hpp"
 
-#include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 

@@ -5,10 +5,10 @@
 #include "Engine/Engine.hpp"
 #include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
-#include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 

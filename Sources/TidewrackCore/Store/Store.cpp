@@ -1,11 +1,11 @@
 #include "Store/Store.hpp"
 
-#include "Engine/Walker.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
+#include "Walk/Walker.hpp"
 
 #include <nlohmann/json.hpp>
 

@@ -1,0 +1,261 @@
+#include "Agents/HookEntries.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace tidewrack {
+
+using nlohmann::json;
+
+namespace {
+
+bool isAsciiWord(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
+
+// Letters beyond ASCII count as part of a word too: what goes on after an agent's name is another name.
+bool continuesWord(std::string_view text) {
+    return !text.empty() && (isAsciiWord(text[0]) || text[0] == '_' || static_cast<unsigned char>(text[0]) >= 0x80);
+}
+
+bool beginsWithAgent(std::string_view text) {
+    return std::any_of(allAgents.begin(), allAgents.end(), [&](Agent agent) {
+        return text.starts_with(rawValue(agent)) && !continuesWord(text.substr(rawValue(agent).size()));
+    });
+}
+
+// The length of the part before " hook <agent>" of the first "tidewrack hook <agent>" (the path may be quoted).
+std::optional<std::size_t> programEnd(std::string_view command) {
+    constexpr std::string_view name = "tidewrack";
+    constexpr std::string_view verb = " hook ";
+    for (std::size_t at = command.find(name); at != command.npos; at = command.find(name, at + 1)) {
+        std::size_t end = at + name.size();
+        if (command.substr(end).starts_with('\'')) ++end;
+        const std::string_view rest = command.substr(end);
+        if (rest.starts_with(verb) && beginsWithAgent(rest.substr(verb.size()))) return end;
+    }
+    return std::nullopt;
+}
+
+// The last word of `text` as a shell would see it; quotes and backslashes are undone.
+std::string lastShellWord(std::string_view text) {
+    std::string word;
+    char quote = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char c = text[at];
+        if (c == '\\' && quote != '\'' && at + 1 < text.size())
+            word += text[++at];
+        else if (c == quote)
+            quote = 0;
+        else if (quote == 0 && (c == '\'' || c == '"'))
+            quote = c;
+        else if (quote == 0 && c == ' ')
+            word.clear();
+        else
+            word += c;
+    }
+    return word;
+}
+
+const json* listIn(const json& object, const char* key) {
+    if (!object.is_object()) return nullptr;
+    const auto found = object.find(key);
+    return found != object.end() && found->is_array() ? &*found : nullptr;
+}
+
+bool sameMatcher(const json& group, const json& wanted) {
+    return group.value("matcher", json()) == wanted.value("matcher", json());
+}
+
+json groupOf(json hook, const char* matcher) {
+    json group{{"hooks", json::array({std::move(hook)})}};
+    if (matcher) group["matcher"] = matcher;
+    return json::array({std::move(group)});
+}
+
+} // namespace
+
+std::string shellQuote(std::string_view text) {
+    const auto plain = [](char c) { return isAsciiWord(c) || std::string_view("/._-+").find(c) != std::string::npos; };
+    if (std::all_of(text.begin(), text.end(), plain)) return std::string(text);
+    std::string quoted = "'";
+    for (const char c : text) {
+        if (c == '\'')
+            quoted += "'\\''";
+        else
+            quoted += c;
+    }
+    return quoted + '\'';
+}
+
+std::optional<std::string> programOf(std::string_view command) {
+    const auto end = programEnd(command);
+    if (!end) return std::nullopt;
+    return lastShellWord(command.substr(0, *end));
+}
+
+std::string HookEntries::command() const {
+    return shellQuote(binary_) + " hook " + std::string(rawValue(agent_));
+}
+
+json HookEntries::block() const {
+    json hook{{"command", command()}, {"timeout", 30}};
+    if (agent_ == Agent::cursor) {
+        const json list = json::array({hook});
+        return {{"beforeSubmitPrompt", list}, {"beforeShellExecution", list}, {"stop", list}};
+    }
+    hook["type"] = "command";
+    if (agent_ == Agent::gemini) {
+        hook["name"] = "tidewrack";
+        hook["timeout"] = 30000; // milliseconds; every other agent counts in seconds
+        return {{"BeforeAgent", groupOf(hook, nullptr)},
+                {"BeforeTool", groupOf(hook, "run_shell_command")},
+                {"AfterAgent", groupOf(hook, nullptr)}};
+    }
+    json shellHook = hook;
+    json stopHook = hook;
+    const char* shell = "Bash";
+    if (agent_ == Agent::codex) {
+        shell = "^Bash$";
+        shellHook["statusMessage"] = "Tidewrack: checking command";
+    } else {
+        stopHook.erase("timeout");
+        stopHook["async"] = true;
+    }
+    return {{"UserPromptSubmit", groupOf(hook, nullptr)},
+            {"PreToolUse", groupOf(shellHook, shell)},
+            {"Stop", groupOf(stopHook, nullptr)}};
+}
+
+bool HookEntries::isOurs(const json& hook) const {
+    if (!hook.is_object()) return false;
+    const auto text = hook.find("command");
+    if (text == hook.end() || !text->is_string()) return false;
+    const auto& line = text->get_ref<const std::string&>();
+    // The second test is for a program that was given another file name.
+    return programEnd(line).has_value() || line == command();
+}
+
+bool HookEntries::areIn(const json& value) const {
+    const auto holdsOurs = [this](const json& item) { return areIn(item); };
+    if (value.is_array()) return std::any_of(value.begin(), value.end(), holdsOurs);
+    if (isOurs(value)) return true;
+    const json* hooks = listIn(value, "hooks");
+    return hooks && areIn(*hooks);
+}
+
+void HookEntries::collect(const json& value, std::vector<std::string>& commands) const {
+    if (value.is_array())
+        for (const json& item : value) collect(item, commands);
+    else if (isOurs(value))
+        commands.push_back(value["command"].get<std::string>());
+    else if (const json* hooks = listIn(value, "hooks"))
+        collect(*hooks, commands);
+}
+
+std::vector<std::string> HookEntries::commandsIn(const json& config) const {
+    std::vector<std::string> commands;
+    if (!config.is_object()) return commands;
+    const auto hooks = config.find("hooks");
+    if (hooks == config.end() || !hooks->is_object()) return commands;
+    for (const json& event : *hooks)
+        if (event.is_array()) collect(event, commands);
+    return commands;
+}
+
+// What remains of an entry without our hooks; none when nothing does.
+std::optional<json> HookEntries::othersOf(const json& entry) const {
+    if (isOurs(entry)) return std::nullopt;
+    if (!areIn(entry)) return entry;
+    if (entry.is_array()) {
+        json rest = json::array();
+        for (const json& item : entry)
+            if (auto kept = othersOf(item)) rest.push_back(std::move(*kept));
+        return rest.empty() ? std::nullopt : std::optional(std::move(rest));
+    }
+    json rest = entry;
+    json& hooks = rest["hooks"];
+    hooks = json::array();
+    for (const json& hook : entry["hooks"])
+        if (auto kept = othersOf(hook)) hooks.push_back(std::move(*kept));
+    // What has a command of its own is more than the group of its hooks.
+    if (hooks.empty() && !entry.contains("command")) return std::nullopt;
+    return rest;
+}
+
+// A group that other tools' hooks share with ours, with our first hook replaced by the one of `wanted` and our
+// others dropped; none when the group fires on something else than `wanted`.
+std::optional<json> HookEntries::replacedIn(const json& group, const json& wanted) const {
+    const json* wantedHooks = listIn(wanted, "hooks");
+    if (!wantedHooks || !group.is_object() || !sameMatcher(group, wanted)) return std::nullopt;
+    json result = group;
+    result["hooks"] = json::array();
+    bool placed = false;
+    for (const json& hook : group["hooks"]) {
+        if (areIn(hook) && !placed) {
+            result["hooks"].push_back(wantedHooks->front());
+            placed = true;
+        }
+        if (auto kept = othersOf(hook)) result["hooks"].push_back(std::move(*kept)); // also what ours stood within
+    }
+    return result;
+}
+
+// One event's list with our entries replaced by the one entry `wanted`, or taken out when that is null.
+json HookEntries::mergedList(const json& list, const json* wanted) const {
+    json merged = json::array();
+    for (const json& entry : list) {
+        auto rest = othersOf(entry);
+        if (wanted && areIn(entry)) {
+            auto replaced = rest ? replacedIn(entry, *wanted) : std::optional<json>(*wanted);
+            if (replaced) {
+                merged.push_back(std::move(*replaced));
+                wanted = nullptr;
+                continue;
+            }
+        }
+        if (rest) merged.push_back(std::move(*rest));
+    }
+    if (wanted) merged.push_back(*wanted);
+    return merged;
+}
+
+std::vector<std::string> HookEntries::addTo(json& config) const {
+    json& hooks = config.emplace("hooks", json::object()).first.value();
+    if (!hooks.is_object()) return {"hooks"};
+    const json wanted = block();
+    std::vector<std::string> inTheWay;
+    json merged = json::object();
+    for (const auto& [event, list] : hooks.items()) {
+        const auto ours = wanted.find(event);
+        if (!list.is_array()) {
+            if (ours != wanted.end()) inTheWay.push_back(event);
+            merged[event] = list;
+            continue;
+        }
+        json kept = mergedList(list, ours == wanted.end() ? nullptr : &ours->front());
+        if (!kept.empty() || list.empty()) merged[event] = std::move(kept);
+    }
+    for (const auto& [event, list] : wanted.items()) merged.emplace(event, list);
+    hooks = std::move(merged);
+    if (agent_ == Agent::cursor) config.emplace("version", 1);
+    return inTheWay;
+}
+
+void HookEntries::removeFrom(json& config) const {
+    if (commandsIn(config).empty()) return;
+    json& hooks = config["hooks"];
+    json kept = json::object();
+    for (const auto& [event, list] : hooks.items()) {
+        json rest = list.is_array() ? mergedList(list, nullptr) : list;
+        if (rest != list && rest.empty()) continue;
+        kept[event] = std::move(rest);
+    }
+    if (kept.empty() && agent_ != Agent::cursor)
+        config.erase("hooks");
+    else
+        hooks = std::move(kept);
+}
+
+} // namespace tidewrack

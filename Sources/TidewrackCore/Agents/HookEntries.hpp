@@ -1,0 +1,65 @@
+#pragma once
+// Our entries inside an agent's configuration: what they are, how they are told from other tools' entries, and how
+// they are put in and taken out. Works on decoded JSON alone and knows no disk.
+//
+// A configuration holds {"hooks": {EVENT: [ENTRY, ...]}}. An entry is a hook object with a "command" (cursor) or a
+// group {"matcher": ..., "hooks": [hook object, ...]} (the other agents).
+
+#include "Agents/Agent.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+// `text` as one shell word: unchanged when it holds only ASCII letters, digits and "/._-+", else in single quotes.
+[[nodiscard]] std::string shellQuote(std::string_view text);
+
+// The program that a command line of ours runs: the shell word before " hook <agent>", without its quotes. None
+// when the command is not ours.
+[[nodiscard]] std::optional<std::string> programOf(std::string_view command);
+
+// The entries of one agent that run the program `binary` (an absolute path).
+class HookEntries {
+  public:
+    HookEntries(std::string binary, Agent agent) : binary_(std::move(binary)), agent_(agent) {}
+
+    // "<binary, quoted> hook <agent>".
+    [[nodiscard]] std::string command() const;
+
+    // {EVENT: [ENTRY]} as they are installed.
+    [[nodiscard]] nlohmann::json block() const;
+
+    // True when `value` is a hook object of ours or holds one in its "hooks" lists. Ours is every command that runs
+    // a "tidewrack" anywhere for any agent, so that entries of an older or moved binary are known, and `command()`.
+    [[nodiscard]] bool areIn(const nlohmann::json& value) const;
+
+    // Every command line of ours in the event lists of `config`, event by event in the order of their names.
+    [[nodiscard]] std::vector<std::string> commandsIn(const nlohmann::json& config) const;
+
+    // Puts `block()` into the object `config`. Our first entry of an event is replaced where it stands, further ones
+    // are dropped, a new one goes to the end; nothing else is moved or changed. Returns the names of what was in the
+    // way and left alone: an event whose value is not a list, or "hooks" when that is not an object.
+    [[nodiscard]] std::vector<std::string> addTo(nlohmann::json& config) const;
+
+    // Takes our hooks out of the object `config`, and every group, event list and "hooks" object that this leaves
+    // empty (cursor's file keeps its "hooks", which is half of what it consists of).
+    void removeFrom(nlohmann::json& config) const;
+
+  private:
+    [[nodiscard]] nlohmann::json mergedList(const nlohmann::json& list, const nlohmann::json* wanted) const;
+    [[nodiscard]] std::optional<nlohmann::json> othersOf(const nlohmann::json& entry) const;
+    [[nodiscard]] std::optional<nlohmann::json> replacedIn(const nlohmann::json& group,
+                                                           const nlohmann::json& wanted) const;
+    [[nodiscard]] bool isOurs(const nlohmann::json& hook) const;
+    void collect(const nlohmann::json& value, std::vector<std::string>& commands) const;
+
+    std::string binary_;
+    Agent agent_;
+};
+
+} // namespace tidewrack

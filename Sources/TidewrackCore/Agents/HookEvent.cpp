@@ -1,0 +1,112 @@
+#include "Agents/HookEvent.hpp"
+
+#include "Shell/WordPaths.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <initializer_list>
+
+namespace tidewrack {
+
+namespace {
+
+using nlohmann::json;
+
+const json* member(const json& object, const char* key) {
+    const auto found = object.find(key);
+    return found == object.end() ? nullptr : &*found;
+}
+
+std::optional<std::string> asText(const json* value) {
+    if (!value || !value->is_string()) return std::nullopt;
+    return value->get<std::string>();
+}
+
+// The first key that is present decides, even when its value is no text.
+std::optional<std::string> firstPresent(const json& object, std::initializer_list<const char*> keys) {
+    for (const char* key : keys)
+        if (const json* value = member(object, key)) return asText(value);
+    return std::nullopt;
+}
+
+bool isTextArray(const json& value) {
+    return value.is_array() &&
+           std::all_of(value.begin(), value.end(), [](const json& item) { return item.is_string(); });
+}
+
+std::string workingFolder(const json& object, std::string_view fallbackCwd) {
+    if (auto cwd = asText(member(object, "cwd")); cwd && !cwd->empty()) return *cwd;
+    const json* roots = member(object, "workspace_roots");
+    if (roots && isTextArray(*roots) && !roots->empty()) {
+        auto first = roots->front().get<std::string>();
+        if (!first.empty()) return first;
+    }
+    return std::string(fallbackCwd);
+}
+
+struct EventNames {
+    std::string_view prompt;
+    std::string_view stop;
+    std::string_view shell;
+    std::string_view shellTool; // empty: the command stands at the top level of the event
+};
+
+EventNames eventNames(Agent agent) {
+    switch (agent) {
+    case Agent::claude:
+    case Agent::codex: return {"UserPromptSubmit", "Stop", "PreToolUse", "Bash"};
+    case Agent::cursor: return {"beforeSubmitPrompt", "stop", "beforeShellExecution", ""};
+    case Agent::gemini: return {"BeforeAgent", "AfterAgent", "BeforeTool", "run_shell_command"};
+    }
+    return {};
+}
+
+std::optional<std::string> eventCommand(const json& object, const EventNames& names) {
+    if (names.shellTool.empty()) return asText(member(object, "command"));
+    if (asText(member(object, "tool_name")) != names.shellTool) return std::nullopt;
+    return shellCommand(member(object, "tool_input"));
+}
+
+} // namespace
+
+std::optional<std::string> shellCommand(const json* toolInput) {
+    if (!toolInput || !toolInput->is_object()) return std::nullopt;
+    const json* command = member(*toolInput, "command");
+    if (!command || !isTextArray(*command)) return asText(command);
+    std::string joined;
+    for (const json& word : *command) {
+        if (&word != &command->front()) joined += ' ';
+        joined += word.get_ref<const std::string&>();
+    }
+    return joined;
+}
+
+HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallbackCwd) {
+    HookEvent event;
+    event.cwd = fallbackCwd;
+    if (!object.is_object()) return event;
+    event.name = asText(member(object, "hook_event_name")).value_or("");
+    event.cwd = workingFolder(object, fallbackCwd);
+    event.session = firstPresent(object, {"session_id", "conversation_id", "sessionId"});
+    event.turn = firstPresent(object, {"prompt_id", "turn_id", "generation_id"});
+    event.prompt = asText(member(object, "prompt"));
+
+    const EventNames names = eventNames(agent);
+    if (event.name == names.prompt) {
+        event.kind = HookEvent::Kind::prompt;
+    } else if (event.name == names.stop) {
+        event.kind = HookEvent::Kind::stop;
+    } else if (event.name == names.shell) {
+        event.command = eventCommand(object, names);
+        if (event.command) event.kind = HookEvent::Kind::shell;
+    }
+    // Gemini leaves "cwd" at the project and names the command's own folder in the tool's input.
+    if (agent == Agent::gemini && event.kind == HookEvent::Kind::shell) {
+        const auto folder = asText(member(*member(object, "tool_input"), "dir_path"));
+        if (folder && !folder->empty()) event.cwd = shell::absolutePath(*folder, shell::absolutePath(event.cwd, "/"));
+    }
+    return event;
+}
+
+} // namespace tidewrack

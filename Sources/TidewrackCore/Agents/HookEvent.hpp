@@ -1,0 +1,41 @@
+#pragma once
+// What one hook event of a coding agent means. Pure: no file, no clock, no store.
+
+#include "Agents/Agent.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewrack {
+
+struct HookEvent {
+    enum class Kind {
+        prompt, // the user submitted a prompt; a turn begins
+        shell,  // the agent is about to run a shell command
+        stop,   // the agent finished its turn
+        other,  // nothing of concern
+    };
+
+    Kind kind = Kind::other;
+    std::string name; // the agent's own event name; empty when absent
+    std::string cwd;  // the folder the agent works in; for a shell event the one its command starts in
+    std::optional<std::string> prompt;
+    std::optional<std::string> command; // only for `shell`
+    std::optional<std::string> session;
+    std::optional<std::string> turn;
+
+    bool operator==(const HookEvent&) const = default;
+};
+
+// Reads the decoded top-level object of one event. Never fails: what is missing or of another type than
+// expected counts as absent, and an event without a folder gets `fallbackCwd`.
+[[nodiscard]] HookEvent parseHookEvent(Agent agent, const nlohmann::json& object, std::string_view fallbackCwd);
+
+// The command in a tool's input: its "command" as text, or as an array of texts joined with one space.
+// `toolInput` may be null or no object.
+[[nodiscard]] std::optional<std::string> shellCommand(const nlohmann::json* toolInput);
+
+} // namespace tidewrack

@@ -1,0 +1,171 @@
+#include "Agents/Installer.hpp"
+
+#include "Agents/ConfigFile.hpp"
+#include "Support/Json.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tidewrack {
+
+using nlohmann::json;
+
+namespace {
+
+std::string_view configFile(Agent agent) {
+    switch (agent) {
+    case Agent::claude: return "/.claude/settings.json";
+    case Agent::codex: return "/.codex/hooks.json";
+    case Agent::cursor: return "/.cursor/hooks.json";
+    case Agent::gemini: return "/.gemini/settings.json";
+    }
+    return {};
+}
+
+bool isBlank(std::string_view text) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    return text.find_first_not_of(" \t\r\n") == text.npos;
+}
+
+// The object in a configuration file; agents take a missing and an empty file for one without settings. None when
+// the text is not plain JSON or no object.
+std::optional<json> decoded(const std::optional<std::string>& bytes) {
+    if (!bytes || isBlank(*bytes)) return json::object();
+    auto config = parseJsonKeepingDigits(*bytes);
+    if (!config || !config->is_object()) return std::nullopt;
+    return config;
+}
+
+std::string encoded(const json& config) {
+    return prettyJson(config, Slashes::plain) + '\n';
+}
+
+std::string notPlainJson(const std::string& path, Agent agent) {
+    return path + " isn't plain JSON (comments?). Add the hooks by hand: run `tidewrack hooks --print " +
+           std::string(rawValue(agent)) + "`.";
+}
+
+// `left` names events of `path` whose values are no lists, or its "hooks" that is no object.
+std::string leftAlone(const std::string& path, const std::vector<std::string>& left) {
+    if (left.front() == "hooks") return "\"hooks\" in " + path + " isn't an object, so it was left as it is.";
+    std::string names;
+    for (const auto& event : left) names += (names.empty() ? "\"" : ", \"") + event + '"';
+    return names + " in " + path + " isn't a list, so it was left as it is and has no hook of Tidewrack.";
+}
+
+void append(std::optional<std::string>& note, const std::string& text) {
+    note = note ? *note + ' ' + text : text;
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+    struct stat first {};
+    struct stat second {};
+    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+constexpr const char* mend = "; mend with `tidewrack hooks install`";
+
+// What is wrong with hooks that run `program` when `binary` is running; none when that is the same file.
+std::optional<std::string> wrongProgram(const std::string& program, const std::string& binary) {
+    const std::string run = "but its hooks run " + program;
+    // A name without a folder depends on where the agent looks for it.
+    if (program.starts_with('/') && ::access(program.c_str(), X_OK) != 0) return run + ", which does not exist" + mend;
+    if (program == binary || sameFile(program, binary)) return std::nullopt;
+    return run + ", which is not this program (" + binary + ")" + mend;
+}
+
+} // namespace
+
+std::string HookInstaller::configPath(Agent agent) const {
+    std::string path = home;
+    if (path.ends_with('/')) path.pop_back();
+    return path.append(configFile(agent));
+}
+
+bool HookInstaller::agentPresent(Agent agent) const {
+    const std::string path = configPath(agent);
+    struct stat status {};
+    return ::stat(path.substr(0, path.rfind('/')).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string HookInstaller::snippet(Agent agent) const {
+    json config{{"hooks", entries(agent).block()}};
+    if (agent == Agent::cursor) config["version"] = 1;
+    return prettyJson(config, Slashes::plain);
+}
+
+bool HookInstaller::isInstalled(Agent agent) const {
+    const auto config = decoded(readConfig(configPath(agent)));
+    return config && !entries(agent).commandsIn(*config).empty();
+}
+
+std::optional<std::string> HookInstaller::installedBinary(Agent agent) const {
+    const auto config = decoded(readConfig(configPath(agent)));
+    if (!config) return std::nullopt;
+    const auto commands = entries(agent).commandsIn(*config);
+    if (commands.empty()) return std::nullopt;
+    // A command line that names no "tidewrack" is ours only when it is this program's own.
+    return programOf(commands.front()).value_or(binary);
+}
+
+HookInstaller::Status HookInstaller::status(Agent agent) const {
+    if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
+    auto config = decoded(readConfig(configPath(agent)));
+    if (!config) return {Status::State::notInstalled, notPlainJson(configPath(agent), agent)};
+    const auto commands = entries(agent).commandsIn(*config);
+    if (commands.empty()) return {Status::State::notInstalled, std::nullopt};
+
+    Status status{Status::State::installed, std::nullopt};
+    for (const auto& command : commands) {
+        status.hint = wrongProgram(programOf(command).value_or(binary), binary);
+        if (status.hint) return status;
+    }
+    const std::string before = encoded(*config);
+    const HookEntries asInstalled(programOf(commands.front()).value_or(binary), agent);
+    const bool complete = asInstalled.addTo(*config).empty() && encoded(*config) == before;
+    if (!complete) status.hint = std::string("but not as this version installs them") + mend;
+    return status;
+}
+
+HookInstaller::Result HookInstaller::install(Agent agent) const {
+    return edit(agent, Edit::add);
+}
+
+HookInstaller::Result HookInstaller::uninstall(Agent agent) const {
+    return edit(agent, Edit::remove);
+}
+
+std::optional<HookInstaller::Result> HookInstaller::repair(Agent agent) const {
+    if (!isInstalled(agent)) return std::nullopt;
+    return install(agent);
+}
+
+HookInstaller::Result HookInstaller::edit(Agent agent, Edit what) const {
+    Result result{agent, configPath(agent)};
+    const auto bytes = readConfig(result.path);
+    auto config = decoded(bytes);
+    if (!config) {
+        result.note = notPlainJson(result.path, agent);
+        return result;
+    }
+    const std::string before = encoded(*config);
+    if (what == Edit::remove) {
+        entries(agent).removeFrom(*config);
+    } else if (const auto left = entries(agent).addTo(*config); !left.empty()) {
+        result.note = leftAlone(result.path, left);
+    }
+    const std::string after = encoded(*config);
+    if (after == before) return result;
+
+    result.backup = replaceConfig(result.path, bytes, after);
+    result.changed = true;
+    if (agent == Agent::codex)
+        append(result.note,
+               "Open Codex and run /hooks to trust Tidewrack's hooks; Codex skips new hooks until you do.");
+    return result;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,63 @@
+#pragma once
+// Writes our hooks into each agent's own configuration file, takes them out again and tells whether they are there.
+// Everything else in the file keeps its value; a file that is not plain JSON is never written.
+
+#include "Agents/Agent.hpp"
+#include "Agents/HookEntries.hpp"
+
+#include <optional>
+#include <string>
+
+namespace tidewrack {
+
+struct HookInstaller {
+    std::string home;   // the user's home folder
+    std::string binary; // absolute path of this program as it was called; links are not resolved, so that hooks
+                        // of a linked installation go on working after an upgrade
+
+    // What happened to one agent's file.
+    struct Result {
+        Agent agent;
+        std::string path;
+        bool changed = false;              // the file was written
+        std::optional<std::string> backup; // the copy of the file as it was before
+        std::optional<std::string> note;   // what the user has to do or to know
+    };
+
+    // What is there for one agent.
+    struct Status {
+        enum class State { installed, notInstalled, agentNotFound };
+        State state;
+        std::optional<std::string> hint; // one phrase: what is wrong and how to mend it
+    };
+
+    [[nodiscard]] std::string configPath(Agent agent) const;
+
+    // The folder of the agent's configuration file exists.
+    [[nodiscard]] bool agentPresent(Agent agent) const;
+
+    // The block to paste by hand, pretty-printed.
+    [[nodiscard]] std::string snippet(Agent agent) const;
+
+    // The file holds a hook of ours, of whatever binary.
+    [[nodiscard]] bool isInstalled(Agent agent) const;
+
+    // The program that the first of our hooks in the file runs.
+    [[nodiscard]] std::optional<std::string> installedBinary(Agent agent) const;
+
+    [[nodiscard]] Status status(Agent agent) const;
+
+    // Each of these throws when a file or folder cannot be read or written; the error names it.
+    Result install(Agent agent) const;   // creates the agent's folder when it is missing
+    Result uninstall(Agent agent) const; // a missing file has nothing to remove
+    // Installs again where hooks are installed, so that they run `binary`; none where they are not.
+    std::optional<Result> repair(Agent agent) const;
+
+  private:
+    enum class Edit { add, remove };
+
+    [[nodiscard]] HookEntries entries(Agent agent) const { return {binary, agent}; }
+    Result edit(Agent agent, Edit what) const;
+};
+
+} // namespace tidewrack

@@ -1,0 +1,65 @@
+#include "Agents/Replies.hpp"
+
+#include "Support/Json.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace tidewrack {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::string_view cannotAsk =
+    " This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.";
+
+HookOutput cursorReply(const char* permission, std::string_view message) {
+    return jsonReply({{"permission", permission}, {"user_message", message}, {"agent_message", message}});
+}
+
+} // namespace
+
+HookOutput jsonReply(const json& object) {
+    HookOutput output;
+    try {
+        output.standardOutput = compactJson(object);
+    } catch (const json::exception&) {
+        output.standardOutput = "{}";
+    }
+    return output;
+}
+
+HookOutput allowReply(Agent agent, HookEvent::Kind kind) {
+    if (agent != Agent::cursor) return {};
+    switch (kind) {
+    case HookEvent::Kind::shell: return jsonReply({{"permission", "allow"}});
+    case HookEvent::Kind::prompt: return jsonReply({{"continue", true}});
+    case HookEvent::Kind::stop:
+    case HookEvent::Kind::other: return {};
+    }
+    return {};
+}
+
+HookOutput denyReply(Agent agent, std::string_view message) {
+    if (agent == Agent::cursor) return cursorReply("deny", message);
+    HookOutput output;
+    output.standardError = message;
+    output.exitCode = 2;
+    return output;
+}
+
+HookOutput askReply(Agent agent, std::string_view message) {
+    switch (agent) {
+    case Agent::claude:
+        return jsonReply({{"hookSpecificOutput",
+                           {{"hookEventName", "PreToolUse"},
+                            {"permissionDecision", "ask"},
+                            {"permissionDecisionReason", message}}}});
+    case Agent::cursor: return cursorReply("ask", message);
+    case Agent::codex:
+    case Agent::gemini: return denyReply(agent, std::string(message).append(cannotAsk));
+    }
+    return {};
+}
+
+} // namespace tidewrack

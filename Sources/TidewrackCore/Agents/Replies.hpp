@@ -1,0 +1,36 @@
+#pragma once
+// Decisions as each agent understands them: text on the two streams and an exit status.
+
+#include "Agents/HookEvent.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewrack {
+
+// What the hook process emits. The empty reply lets the agent go on as if no hook had run.
+struct HookOutput {
+    std::optional<std::string> standardOutput; // without a final line feed
+    std::optional<std::string> standardError;
+    std::int32_t exitCode = 0;
+
+    bool operator==(const HookOutput&) const = default;
+};
+
+// The object as compact JSON on standard output, exit status 0.
+[[nodiscard]] HookOutput jsonReply(const nlohmann::json& object);
+
+[[nodiscard]] HookOutput allowReply(Agent agent, HookEvent::Kind kind);
+
+// Refuses the command. `message` tells the reason to the user and to the agent.
+[[nodiscard]] HookOutput denyReply(Agent agent, std::string_view message);
+
+// Puts the command to the user. Codex and gemini cannot ask from a hook: for them this refuses, because
+// letting the command run unasked is the one thing that cannot be taken back.
+[[nodiscard]] HookOutput askReply(Agent agent, std::string_view message);
+
+} // namespace tidewrack

@@ -1,0 +1,392 @@
+#include "Shell/CommandRules.hpp"
+
+#include "Shell/GitRules.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+using Words = std::span<const Word>;
+
+constexpr std::array declarations = {"export"sv, "local"sv, "declare"sv, "typeset"sv, "readonly"sv};
+
+constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     "while"sv, "until"sv,
+                                      "do"sv, "{"sv,    "!"sv,    "function"sv, "coproc"sv};
+
+constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, "time"sv,
+                                 "nice"sv, "exec"sv,    "builtin"sv, "doas"sv};
+
+// Commands that change what the line knows, not the disk.
+constexpr std::array builtins = {"cd"sv, "pushd"sv, "popd"sv, "for"sv, "select"sv, "read"sv};
+
+constexpr std::array findActions = {"-delete"sv, "-exec"sv, "-execdir"sv, "-ok"sv};
+
+constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
+                                  "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
+
+// Options of xargs whose value is a word of its own.
+constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
+constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
+                                          "--arg-file"sv};
+
+template <std::size_t size>
+bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
+    return std::find(table.begin(), table.end(), text) != table.end();
+}
+
+template <std::size_t size>
+bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
+    return std::any_of(words.begin(), words.end(), [&](const Word& word) { return isIn(table, word.text); });
+}
+
+bool isOption(const Word& word) {
+    return word.text.starts_with('-');
+}
+
+bool isShortCluster(const Word& word) {
+    return isOption(word) && !word.text.starts_with("--");
+}
+
+bool isRecursive(Words arguments) {
+    for (const Word& word : arguments) {
+        if (word.text == "--") return false;
+        if (word.text == "--recursive" || (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos))
+            return true;
+    }
+    return false;
+}
+
+template <typename Visit>
+void forEachOperand(Words arguments, Visit visit) {
+    bool onlyOperands = false;
+    for (const Word& word : arguments) {
+        if (onlyOperands || !isOption(word))
+            visit(word);
+        else if (word.text == "--")
+            onlyOperands = true;
+    }
+}
+
+std::vector<const Word*> operandsOf(Words arguments) {
+    std::vector<const Word*> operands;
+    forEachOperand(arguments, [&](const Word& word) { operands.push_back(&word); });
+    return operands;
+}
+
+bool editsInPlace(Words arguments) {
+    return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
+        return word.text.starts_with("--in-place") ||
+               (isShortCluster(word) && word.text.find('i') != std::string::npos);
+    });
+}
+
+// A trailing slash makes a command go through a link instead of taking the link itself.
+Links linksOf(const Word& word) {
+    return word.text.ends_with('/') || word.text.ends_with("/.") ? Links::followed : Links::itself;
+}
+
+class Examination {
+  public:
+    Examination(Words words, const std::string& cwd, Effects& effects)
+        : name_(commandName(words.front())), arguments_(words.subspan(1)), cwd_(cwd), effects_(effects) {}
+
+    void run();
+
+    void runScript();
+    void git();
+    void remove();
+    void move();
+    void copy();
+    void targetOperands();
+    void copyBlocks();
+    void editInPlace();
+    void find();
+    void xargs();
+    void changeModes();
+
+  private:
+    void targetDestinations(const std::vector<const Word*>& operands);
+    void targetCopyOf(const Word& source, const std::string& folder);
+    void targetContents(const Word& source, const std::string& folder);
+
+    std::string_view name_;
+    Words arguments_;
+    const std::string& cwd_;
+    Effects& effects_;
+};
+
+struct Rule {
+    std::string_view name;
+    void (Examination::*apply)();
+
+    constexpr bool operator<(std::string_view other) const { return name < other; }
+};
+
+using E = Examination;
+
+// Sorted by name, for the search.
+constexpr Rule rules[] = {
+    {".", &E::runScript},       {"bash", &E::runScript},
+    {"bun", &E::runScript},     {"bunx", &E::runScript},
+    {"cargo", &E::runScript},   {"chgrp", &E::changeModes},
+    {"chmod", &E::changeModes}, {"chown", &E::changeModes},
+    {"cp", &E::copy},           {"dd", &E::copyBlocks},
+    {"deno", &E::runScript},    {"ditto", &E::copy},
+    {"eval", &E::runScript},    {"find", &E::find},
+    {"fish", &E::runScript},    {"git", &E::git},
+    {"go", &E::runScript},      {"gsed", &E::editInPlace},
+    {"install", &E::copy},      {"ln", &E::copy},
+    {"make", &E::runScript},    {"mv", &E::move},
+    {"node", &E::runScript},    {"npm", &E::runScript},
+    {"npx", &E::runScript},     {"osascript", &E::runScript},
+    {"perl", &E::editInPlace},  {"perl6", &E::runScript},
+    {"pnpm", &E::runScript},    {"python", &E::runScript},
+    {"python3", &E::runScript}, {"rm", &E::remove},
+    {"rmdir", &E::remove},      {"rsync", &E::copy},
+    {"ruby", &E::runScript},    {"sed", &E::editInPlace},
+    {"sh", &E::runScript},      {"shred", &E::remove},
+    {"source", &E::runScript},  {"srm", &E::remove},
+    {"swift", &E::runScript},   {"tee", &E::targetOperands},
+    {"trash", &E::remove},      {"truncate", &E::targetOperands},
+    {"unlink", &E::remove},     {"xargs", &E::xargs},
+    {"yarn", &E::runScript},    {"zsh", &E::runScript},
+};
+
+static_assert(std::is_sorted(std::begin(rules), std::end(rules),
+                             [](const Rule& a, const Rule& b) { return a.name < b.name; }));
+
+const Rule* ruleFor(std::string_view name) {
+    const Rule* rule = std::lower_bound(std::begin(rules), std::end(rules), name);
+    return rule != std::end(rules) && rule->name == name ? rule : nullptr;
+}
+
+// Tells most names that are in no table from those that may be, by first letter and length.
+class NameFilter {
+  public:
+    constexpr void add(std::string_view name) {
+        lengths_[static_cast<unsigned char>(name[0])] |= std::uint32_t{1} << name.size();
+    }
+    [[nodiscard]] constexpr bool mayHold(std::string_view name) const {
+        if (name.empty() || name.size() >= 32) return false;
+        return ((lengths_[static_cast<unsigned char>(name[0])] >> name.size()) & 1U) != 0;
+    }
+
+  private:
+    std::array<std::uint32_t, 256> lengths_{};
+};
+
+constexpr NameFilter reservedFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : reservedWords) filter.add(name);
+    return filter;
+}();
+
+bool isReserved(const Word& word) {
+    return word.plain == word.text.size() && reservedFilter.mayHold(word.text) && isIn(reservedWords, word.text);
+}
+
+constexpr NameFilter commandFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : declarations) filter.add(name);
+    for (const std::string_view name : wrappers) filter.add(name);
+    for (const std::string_view name : builtins) filter.add(name);
+    for (const Rule& rule : rules) filter.add(rule.name);
+    return filter;
+}();
+
+void Examination::run() {
+    if (const Rule* rule = ruleFor(name_)) (this->*rule->apply)();
+}
+
+// Its effect lies in a script.
+void Examination::runScript() {
+    effects_.opaque(cwd_);
+}
+
+void Examination::git() {
+    examineGit(arguments_, cwd_, effects_);
+}
+
+void Examination::remove() {
+    const bool asks = name_ == "rmdir" || isRecursive(arguments_);
+    forEachOperand(arguments_,
+                   [&](const Word& operand) { effects_.targetWord(operand, cwd_, linksOf(operand), asks); });
+}
+
+void Examination::move() {
+    const std::vector<const Word*> operands = operandsOf(arguments_);
+    for (std::size_t index = 0; index + 1 < operands.size(); ++index)
+        effects_.targetWord(*operands[index], cwd_, linksOf(*operands[index]));
+    targetDestinations(operands);
+}
+
+void Examination::copy() {
+    const std::vector<const Word*> operands = operandsOf(arguments_);
+    targetDestinations(operands);
+    const auto deletes = [](const Word& word) { return word.text.starts_with("--delete"); };
+    if (name_ != "rsync" || operands.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
+    const auto folders = effects_.resolve(*operands.back(), cwd_);
+    if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed);
+}
+
+void Examination::targetDestinations(const std::vector<const Word*>& operands) {
+    if (operands.size() < 2) return;
+    const auto destinations = effects_.resolve(*operands.back(), cwd_);
+    if (destinations.empty()) return;
+    const std::string& destination = destinations.front();
+    if (destination == "/" || !isFolder(destination)) return effects_.target(destination, cwd_);
+    for (std::size_t index = 0; index + 1 < operands.size(); ++index) {
+        if (effects_.full()) return effects_.opaque(cwd_);
+        targetCopyOf(*operands[index], destination);
+    }
+}
+
+void Examination::targetCopyOf(const Word& source, const std::string& folder) {
+    if (source.unknown) return effects_.opaque(folder);
+    for (const std::string& path : effects_.resolve(source, cwd_)) {
+        const std::string_view name = lastComponent(path);
+        effects_.target(absolutePath(name, folder), cwd_);
+    }
+    if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
+}
+
+// A source written as `src/.`, `src/` or (for ditto) `src` may be poured into the folder instead of put
+// there as one item: what it holds overwrites what has the same name.
+void Examination::targetContents(const Word& source, const std::string& folder) {
+    const std::string& text = source.text;
+    if (name_ != "ditto" && text != "." && !text.ends_with('/') && !text.ends_with("/.")) return;
+    for (const std::string& path : effects_.resolve(source, cwd_)) {
+        const auto names = effects_.namesIn(path);
+        if (!names) return effects_.target(folder, cwd_);
+        for (const std::string& name : *names) effects_.target(absolutePath(name, folder), cwd_);
+    }
+}
+
+void Examination::targetOperands() {
+    forEachOperand(arguments_, [&](const Word& operand) { effects_.targetWord(operand, cwd_); });
+}
+
+void Examination::copyBlocks() {
+    for (Word word : arguments_) {
+        if (!word.text.starts_with("of=")) continue;
+        word.text.erase(0, 3);
+        effects_.targetWord(word, cwd_);
+    }
+}
+
+// The script word becomes a target too: it names no file and does no harm.
+void Examination::editInPlace() {
+    if (editsInPlace(arguments_)) targetOperands();
+}
+
+// How many of find's arguments stand before its roots: -L, -H, -EX, -O3, -D word.
+std::size_t wordsBeforeRoots(Words arguments) {
+    std::size_t count = 0;
+    for (; count < arguments.size() && isOption(arguments[count]); ++count) {
+        const std::string_view text = arguments[count].text;
+        if (text == "-D")
+            ++count;
+        else if (text.find_first_not_of("HLPEXxds", 1) != std::string_view::npos && !text.starts_with("-O"))
+            break;
+    }
+    return std::min(count, arguments.size());
+}
+
+void Examination::find() {
+    if (!holdsAny(arguments_, findActions)) return;
+    const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
+    const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
+    std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
+    if (roots.empty()) roots.emplace_back().text = cwd_;
+    const bool wholeTree = !holdsAny(arguments_, findTests);
+    for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
+}
+
+// Whether the value of an option of xargs is the next word: -n 1, -0I {}, --max-args 1, but not -n1.
+bool takesNextWord(const Word& option) {
+    if (!isShortCluster(option)) return isIn(xargsValueOptions, option.text);
+    return option.text.find_first_of(xargsValueLetters, 1) == option.text.size() - 1;
+}
+
+// Whether a command that has a rule changes nothing that could not be undone by hand, whatever operands it is given.
+bool onlyReads(const Rule& rule, Words command) {
+    if (rule.apply == &E::editInPlace) return !editsInPlace(command);
+    if (rule.apply == &E::changeModes) return !isRecursive(command);
+    if (rule.apply == &E::find) return !holdsAny(command, findActions);
+    return rule.apply == &E::git && gitOnlyReads(command);
+}
+
+// What the command works on is not known.
+void Examination::xargs() {
+    std::size_t index = 0;
+    while (index < arguments_.size() && isOption(arguments_[index]))
+        index += takesNextWord(arguments_[index]) ? 2U : 1U;
+    if (index >= arguments_.size()) return;
+    std::vector<Word> command(arguments_.begin() + static_cast<std::ptrdiff_t>(index), arguments_.end());
+    strip(command);
+    if (command.empty()) return;
+    const Rule* rule = ruleFor(commandName(command.front()));
+    if (rule && !onlyReads(*rule, command)) effects_.opaque(cwd_);
+}
+
+// Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
+void Examination::changeModes() {
+    if (!isRecursive(arguments_)) return;
+    for (const Word& word : arguments_) effects_.targetWord(word, cwd_, Links::followed);
+}
+
+} // namespace
+
+bool isDeclaration(const Word& word) {
+    return !word.quoted && isIn(declarations, word.text);
+}
+
+bool mayMatter(const Word& first) {
+    if (first.expands || first.text.find('=') != std::string::npos) return true;
+    const std::string_view name = commandName(first);
+    return commandFilter.mayHold(name) &&
+           (isIn(declarations, name) || isIn(wrappers, name) || isIn(builtins, name) || ruleFor(name));
+}
+
+std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
+    std::size_t count = 0;
+    while (count < words.size() && isReserved(words[count])) count += words[count].text == "function" ? 2U : 1U;
+    return std::min(count, words.size());
+}
+
+std::size_t assignmentAt(const Word& word) {
+    const std::size_t equals = word.text.find('=');
+    if (equals == std::string::npos || equals >= word.plain || nameLength(word.text) == 0) return 0;
+    return word.text[0] >= '0' && word.text[0] <= '9' ? 0 : equals;
+}
+
+std::string_view commandName(const Word& word) {
+    return lastComponent(word.text);
+}
+
+void strip(std::vector<Word>& words) {
+    std::size_t index = 0;
+    while (index < words.size()) {
+        if (words[index].unknown || assignmentAt(words[index]) > 0) {
+            ++index;
+        } else if (isIn(wrappers, commandName(words[index]))) {
+            ++index;
+            while (index < words.size() && isOption(words[index])) ++index;
+        } else {
+            break;
+        }
+    }
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+void examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
+    Examination(words, cwd, effects).run();
+}
+
+} // namespace tidewrack::shell

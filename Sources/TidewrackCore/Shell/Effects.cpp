@@ -1,0 +1,177 @@
+#include "Shell/Effects.hpp"
+
+#include "Support/Files.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+constexpr std::size_t maxTargets = 10'000;
+constexpr std::size_t maxTargetBytes = std::size_t{2} << 20;
+constexpr std::size_t maxOpaqueDirs = 1'000;
+constexpr int maxPathsMadeReal = 64;
+
+void sortAndDedupe(std::vector<std::string>& paths) {
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+}
+
+std::string_view withoutTrailingSlash(std::string_view path) {
+    if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    return path;
+}
+
+std::string refusal(std::string_view path) {
+    return "Tidewrack blocked this: it would delete or overwrite " + std::string(withoutTrailingSlash(path)) +
+           ". If you really mean it, run it yourself.";
+}
+
+// Without regard to case: on many volumes ".GIT" is the same folder, and elsewhere asking once too often costs little.
+bool isInGitStore(std::string_view path) {
+    constexpr std::string_view store = "/.git";
+    const auto sameLetter = [](char one, char other) { return (one >= 'A' && one <= 'Z' ? one | 32 : one) == other; };
+    while (true) {
+        const auto found = std::search(path.begin(), path.end(), store.begin(), store.end(), sameLetter);
+        if (found == path.end()) return false;
+        path.remove_prefix(static_cast<std::size_t>(found - path.begin()) + store.size());
+        if (path.empty() || path.front() == '/') return true;
+    }
+}
+
+// The nearest folder that a pattern names without glob characters.
+std::string_view folderAbovePattern(std::string_view pattern) {
+    const std::size_t glob = pattern.find_first_of("*?[");
+    return parentFolder(pattern.substr(0, std::min(glob, pattern.size())));
+}
+
+} // namespace
+
+Effects::Effects(const Context& context) : context_(context), protected_(context.home, context.projectRoots) {}
+
+bool Effects::full() const {
+    return decision_.targets.size() >= maxTargets || targetBytes_ >= maxTargetBytes;
+}
+
+std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd) {
+    std::vector<std::string> paths;
+    if (word.text.empty()) return paths;
+    std::string path = absolutePath(word.text, cwd);
+    if (!word.glob) {
+        paths.push_back(std::move(path));
+        return paths;
+    }
+    auto matches = glob_.match(path);
+    if (!matches)
+        paths.emplace_back(folderAbovePattern(path));
+    else if (matches->empty())
+        paths.emplace_back(parentFolder(path));
+    else
+        paths = std::move(*matches);
+    return paths;
+}
+
+void Effects::target(std::string path, std::string_view cwd, Links links) {
+    if (full() && !protected_.holdsText(path)) return opaque(cwd);
+    targetBytes_ += path.size();
+    if (links == Links::followed) decision_.followed.push_back(path);
+    decision_.targets.push_back(std::move(path));
+}
+
+void Effects::trackedFiles(const std::string& workTree) {
+    if (protected_.onlyHoldsHome(workTree) && !full())
+        aroundHome_.push_back(workTree);
+    else
+        target(workTree, workTree, Links::followed);
+}
+
+void Effects::targetWord(const Word& word, std::string_view cwd, Links links, bool asks) {
+    // Past the limit only a word that may name a folder outside the working folder is worth a look.
+    if (full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos) return opaque(cwd);
+    const auto add = [&](std::string path) {
+        if (asks) askIfProjectInside(path, links);
+        if (asks && !full()) decision_.removed.push_back(path);
+        target(std::move(path), cwd, links);
+    };
+    if (word.glob)
+        for (std::string& path : resolve(word, cwd)) add(std::move(path));
+    else if (!word.text.empty())
+        add(absolutePath(word.text, cwd));
+}
+
+void Effects::askIfProjectInside(const std::string& path, Links links) {
+    if (decision_.verdict.kind != Verdict::Kind::allow || context_.projectRoots.empty()) return;
+    askIfContainsProject(path, context_.projectRoots, decision_.verdict);
+    if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
+    if (++pathsMadeReal_ > maxPathsMadeReal) return;
+    const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
+    if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
+}
+
+void Effects::opaque(std::string_view folder) {
+    decision_.opaque = true;
+    auto& folders = decision_.opaqueDirs;
+    if ((folders.empty() || folders.back() != folder) && folders.size() < maxOpaqueDirs) folders.emplace_back(folder);
+}
+
+void Effects::denyCatastrophes() {
+    for (const std::string& path : decision_.targets)
+        if (protected_.holdsText(path)) return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
+    for (const std::string& path : decision_.targets) {
+        const auto& followed = decision_.followed;
+        const bool followLink = std::binary_search(followed.begin(), followed.end(), path);
+        if (protected_.holdsFolder(path, followLink))
+            return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
+    }
+}
+
+Decision Effects::decide() {
+    auto& targets = decision_.targets;
+    for (auto* paths : {&targets, &decision_.followed, &decision_.removed}) {
+        const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
+        paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
+        sortAndDedupe(*paths);
+    }
+    sortAndDedupe(decision_.opaqueDirs);
+    denyCatastrophes();
+    for (auto* paths : {&targets, &decision_.followed}) {
+        paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());
+        sortAndDedupe(*paths);
+    }
+    const auto inGitStore = std::find_if(targets.begin(), targets.end(), isInGitStore);
+    if (inGitStore != targets.end())
+        decision_.verdict.raiseTo(
+            {Verdict::Kind::ask, "This changes " + *inGitStore +
+                                     ". Tidewrack doesn't keep git's own history, so it can't undo "
+                                     "this. Allow?"});
+    return std::move(decision_);
+}
+
+void Verdict::raiseTo(Verdict other) {
+    const auto strength = [](Kind which) { return which == Kind::deny ? 2 : which == Kind::ask ? 1 : 0; };
+    if (strength(other.kind) > strength(kind)) *this = std::move(other);
+}
+
+std::optional<std::string> catastrophic(std::string_view path, std::string_view home) {
+    const std::string_view plain = withoutTrailingSlash(path);
+    if (!ProtectedFolders(home, {}).holdsText(plain)) return std::nullopt;
+    return refusal(plain);
+}
+
+void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict) {
+    if (verdict.kind != Verdict::Kind::allow || path.empty()) return;
+    const std::string_view folder = withoutTrailingSlash(path);
+    for (const std::string& root : projectRoots) {
+        const bool below = root.starts_with(folder) && (root.size() == folder.size() || root[folder.size()] == '/');
+        if (folder != "/" && !below) continue;
+        std::string reason = "This deletes ";
+        reason.append(folder).append(", which contains the tracked project ").append(root);
+        reason += ". Tidewrack snapshotted it first; allow?";
+        verdict = {Verdict::Kind::ask, std::move(reason)};
+        return;
+    }
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,68 @@
+#pragma once
+// What the commands of one line may do, gathered while they are examined one after the other.
+
+#include "Shell/Guard.hpp"
+#include "Shell/ProtectedFolders.hpp"
+#include "Shell/WordPaths.hpp"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+// Whether a command takes a link named as its target, or the folder that the link leads to.
+enum class Links { itself, followed };
+
+class Effects {
+  public:
+    // `context` must outlive this.
+    explicit Effects(const Context& context);
+    Effects(const Effects&) = delete;
+    Effects& operator=(const Effects&) = delete;
+
+    // The paths that a word names: none for an empty one, its matches when it is a pattern, and the
+    // pattern's parent folder when nothing matches or too much would.
+    [[nodiscard]] std::vector<std::string> resolve(const Word& word, std::string_view cwd);
+
+    // The names in a folder, for commands that copy its contents; none when they are too many.
+    [[nodiscard]] std::optional<std::vector<std::string>> namesIn(const std::string& folder) {
+        return glob_.namesIn(folder);
+    }
+
+    // Adds an absolute path to the targets.
+    void target(std::string path, std::string_view cwd, Links links = Links::itself);
+
+    // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
+    // refuse.
+    void trackedFiles(const std::string& workTree);
+
+    // Adds whatever the word names. With `asks` the paths go with all they hold: asks when that is a project.
+    void targetWord(const Word& word, std::string_view cwd, Links links = Links::itself, bool asks = false);
+
+    // Asks when a tracked project is at or below the path, also where the path is spelled through a link.
+    void askIfProjectInside(const std::string& path, Links links = Links::itself);
+
+    // Something whose effect cannot be known runs in `folder`.
+    void opaque(std::string_view folder);
+    [[nodiscard]] bool isOpaque() const { return decision_.opaque; }
+
+    // Judges all targets and hands out the decision, once.
+    [[nodiscard]] Decision decide();
+
+    // True once there are so many targets that further ones only make the decision opaque.
+    [[nodiscard]] bool full() const;
+
+  private:
+    void denyCatastrophes();
+
+    const Context& context_;
+    ProtectedFolders protected_;
+    GlobMatcher glob_;
+    Decision decision_;
+    std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
+    std::size_t targetBytes_ = 0;
+    int pathsMadeReal_ = 0;
+};
+
+} // namespace tidewrack::shell

@@ -1,0 +1,176 @@
+#include "Shell/Expansion.hpp"
+
+#include "Support/Text.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+constexpr std::size_t maxHandedOut = std::size_t{1} << 18;
+constexpr std::size_t maxAssigned = 1'000;
+
+bool isAsciiNameByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+std::string_view plainValue(std::string_view name, std::string_view home, Variables& variables) {
+    if (name == "HOME") return home;
+    return variables.value(name).value_or("");
+}
+
+// Whether an operation such as %.c, :1 or ^^ makes nothing of an empty value. Replacing does, unless its pattern may
+// match an empty text.
+bool leavesNothing(std::string_view operation) {
+    if (operation.starts_with(':')) return operation.size() > 1 && operation[1] >= '0' && operation[1] <= '9';
+    if (!operation.starts_with('/')) return operation.find_first_of("%#^,") == 0;
+    const std::size_t pattern = operation.find_first_not_of('/');
+    return pattern == std::string_view::npos || std::string_view("#%*$").find(operation[pattern]) == std::string::npos;
+}
+
+std::string expandedText(std::string_view text, std::string_view home, Variables& variables);
+
+// The value of the text behind ":-". One with braces inside is not followed: their "}" has ended it too early.
+std::string expandedFallback(std::string_view text, std::string_view home, Variables& variables) {
+    if (text.find("${") != std::string_view::npos) {
+        variables.setUnfollowed(true);
+        return "";
+    }
+    if (text != "~" && !text.starts_with("~/")) return expandedText(text, home, variables);
+    return std::string(home) + expandedText(text.substr(1), home, variables);
+}
+
+// The value of what stood between "${" and "}".
+std::string bracedValue(std::string_view body, std::string_view home, Variables& variables) {
+    if (const std::size_t fallback = body.find(":-"); fallback != std::string_view::npos) {
+        const auto value = variables.value(body.substr(0, fallback));
+        if (value && !value->empty()) return std::string(*value);
+        return expandedFallback(body.substr(fallback + 2), home, variables);
+    }
+    const std::size_t length = nameLength(body);
+    const std::string_view name = body.substr(0, length);
+    const std::string_view operation = body.substr(length);
+    // ${X:?text} is $X, or the shell stops before it runs the command.
+    if (operation.empty() || operation.starts_with(":?")) return std::string(plainValue(name, home, variables));
+    if (length > 0 && leavesNothing(operation) && plainValue(name, home, variables).empty()) return "";
+    variables.setUnfollowed(true);
+    return "";
+}
+
+// Expands the "$" that `text` begins with; returns how much of `text` it took.
+std::size_t expandDollar(std::string_view text, std::string_view home, Variables& variables, std::string& out) {
+    if (text.substr(1).starts_with('{')) {
+        const std::size_t close = std::min(text.find('}'), text.size());
+        out += bracedValue(text.substr(2, close - 2), home, variables);
+        return std::min(close + 1, text.size());
+    }
+    const std::size_t length = nameLength(text.substr(1));
+    if (length == 0)
+        out += '$';
+    else
+        out += plainValue(text.substr(1, length), home, variables);
+    return 1 + length;
+}
+
+std::string expandedText(std::string_view text, std::string_view home, Variables& variables) {
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t dollar = std::min(text.find('$'), text.size());
+        out += text.substr(0, dollar);
+        text.remove_prefix(dollar);
+        if (text.empty()) break;
+        const std::size_t length = characterLength(text);
+        const std::size_t taken = length == 1 ? expandDollar(text, home, variables, out) : length;
+        if (length > 1) out += text.substr(0, length);
+        text.remove_prefix(taken);
+    }
+    return out;
+}
+
+void restoreDollars(std::string& text) {
+    std::size_t from = text.find(protectedDollar);
+    if (from == std::string::npos) return;
+    std::size_t to = from;
+    while (from < text.size()) {
+        const bool marker = text.compare(from, protectedDollar.size(), protectedDollar) == 0;
+        text[to++] = marker ? '$' : text[from];
+        from += marker ? protectedDollar.size() : 1;
+    }
+    text.resize(to);
+}
+
+} // namespace
+
+bool Variables::assign(std::string_view name, std::string value) {
+    const auto found = assigned_.find(name);
+    if (found != assigned_.end()) {
+        found->second = std::move(value);
+        return true;
+    }
+    if (assigned_.size() >= maxAssigned) return false;
+    assigned_.emplace(name, std::move(value));
+    lastName_.clear();
+    lastValue_ = nullptr;
+    return true;
+}
+
+const std::string* Variables::find(std::string_view name) {
+    if (!lastName_.empty() && name == lastName_) return lastValue_;
+    lastName_ = name;
+    const auto assigned = assigned_.find(name);
+    const auto inherited = assigned == assigned_.end() ? inherited_.find(name) : inherited_.end();
+    if (assigned != assigned_.end())
+        lastValue_ = &assigned->second;
+    else
+        lastValue_ = inherited != inherited_.end() ? &inherited->second : nullptr;
+    return lastValue_;
+}
+
+std::optional<std::string_view> Variables::value(std::string_view name) {
+    const std::string* found = find(name);
+    if (!found) return std::nullopt;
+    if (handedOut_ + found->size() > maxHandedOut) {
+        unfollowed_ = true;
+        return std::nullopt;
+    }
+    handedOut_ += found->size();
+    return *found;
+}
+
+std::size_t nameLength(std::string_view text) {
+    std::size_t length = 0;
+    while (length < text.size()) {
+        if (isAsciiNameByte(text[length])) {
+            ++length;
+            continue;
+        }
+        if (static_cast<unsigned char>(text[length]) < 0x80) break;
+        const std::size_t character = characterLength(text.substr(length));
+        if (!isLetterOrNumber(text.substr(length, character))) break;
+        length += character;
+    }
+    return length;
+}
+
+Word expand(Word word, std::string_view home, Variables& variables) {
+    expandInPlace(word, home, variables);
+    return word;
+}
+
+void expandInPlace(Word& word, std::string_view home, Variables& variables) {
+    if (!word.expands) return;
+    if (word.tilde && (word.text == "~" || word.text.starts_with("~/"))) {
+        word.text.replace(0, 1, home);
+        word.plain = 0;
+    }
+    word.tilde = false;
+    if (const std::size_t dollar = word.text.find('$'); dollar != std::string::npos) {
+        word.plain = std::min(word.plain, static_cast<std::uint32_t>(dollar));
+        word.text = expandedText(word.text, home, variables);
+    }
+    restoreDollars(word.text);
+}
+
+} // namespace tidewrack::shell

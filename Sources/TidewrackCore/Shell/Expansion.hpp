@@ -1,0 +1,57 @@
+#pragma once
+// Tilde and variable expansion of one word.
+
+#include "Shell/Lexer.hpp"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewrack::shell {
+
+using Environment = std::map<std::string, std::string, std::less<>>;
+
+// The variables as they stand at one place of a command line: what the line assigned so far, over the
+// environment that it was given (which must outlive this). All look-ups together hand out at most 256 KiB and
+// 1,000 names can be assigned, so that a line of doubling assignments stays cheap; past that a name has no
+// value and the line counts as not followed.
+class Variables {
+  public:
+    explicit Variables(const Environment& inherited) : inherited_(inherited) {}
+
+    // False when there are too many names; the assignment is not recorded then.
+    bool assign(std::string_view name, std::string value);
+
+    // Valid until the next assignment.
+    [[nodiscard]] std::optional<std::string_view> value(std::string_view name);
+
+    // True once something was expanded whose value cannot be known, until it is cleared.
+    [[nodiscard]] bool unfollowed() const { return unfollowed_; }
+    void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }
+
+  private:
+    [[nodiscard]] const std::string* find(std::string_view name);
+
+    const Environment& inherited_;
+    Environment assigned_;
+    std::string lastName_; // the last name looked up, and what was found
+    const std::string* lastValue_ = nullptr;
+    std::size_t handedOut_ = 0;
+    bool unfollowed_ = false;
+};
+
+// The length of the variable name that `text` begins with; 0 when it begins with none.
+[[nodiscard]] std::size_t nameLength(std::string_view text);
+
+// `word` with a leading tilde and every variable replaced, once, without splitting and without globbing.
+// "HOME" is always `home`. An unset variable leaves nothing, and so does ${X%.c} where X is empty or unset. Where it
+// is not, the value of such forms is not worked out: they leave nothing either and set `variables.unfollowed()`. So
+// does ${X:-fallback} where braces stand in the fallback; else its tilde and variables are replaced too.
+[[nodiscard]] Word expand(Word word, std::string_view home, Variables& variables);
+
+// The same, done where the word stands.
+void expandInPlace(Word& word, std::string_view home, Variables& variables);
+
+} // namespace tidewrack::shell

@@ -1,0 +1,479 @@
+#include "Shell/Lexer.hpp"
+
+#include "Shell/Expansion.hpp"
+#include "Shell/Quotes.hpp"
+#include "Support/Text.hpp"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+// Searches for the end of a here-document that is not there read the whole line; a few are enough.
+constexpr std::size_t maxFailedSearches = 2;
+constexpr std::size_t maxHereDocumentsPerLine = 16;
+
+constexpr std::size_t manyWords = 1'000;
+constexpr std::size_t maxNameLength = 256;
+
+// Words that may stand before a `case` in its command.
+constexpr std::array<std::string_view, 6> wordsBeforeCase = {"then", "else", "do", "{", "!", "time"};
+
+constexpr std::array<bool, 256> specialBytes() {
+    std::array<bool, 256> special{};
+    for (const char c : std::string_view(" \t\n;|()&><'\"\\`$*?[{#~")) special[static_cast<unsigned char>(c)] = true;
+    for (std::size_t byte = 0x80; byte < special.size(); ++byte) special[byte] = true;
+    return special;
+}
+
+constexpr std::array<bool, 256> special = specialBytes();
+
+bool isAscii(char c) {
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool continuesName(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || !isAscii(c);
+}
+
+bool isOneOf(char c, std::string_view set) {
+    return set.find(c) != std::string_view::npos;
+}
+
+} // namespace
+
+Lexer::Lexer(std::string_view command) : text_(command), end_(command.size()) {}
+
+// The length of the character at `at`. A carriage return never joins the line feed behind it, so that no
+// line end is overlooked.
+std::size_t Lexer::characterAt(std::size_t at) const {
+    const bool alone = at + 1 >= end_ || isAscii(text_[at + 1]) || text_[at] == '\r';
+    if (isAscii(text_[at]) && alone) return 1;
+    return characterLength(text_.substr(at, end_ - at));
+}
+
+bool Lexer::standsAt(std::size_t at, char c) const {
+    return at < end_ && text_[at] == c && characterAt(at) == 1;
+}
+
+void Lexer::append(std::string_view text) {
+    word_.text += text;
+    started_ = true;
+}
+
+// What the word holds so far stood outside quotes and escapes, unless one of them came before.
+void Lexer::markPlain() {
+    if (!word_.quoted && !escaped_) word_.plain = static_cast<std::uint32_t>(word_.text.size());
+}
+
+void Lexer::beginWord() {
+    word_.text.clear();
+    word_.quoted = word_.glob = word_.tilde = word_.expands = word_.splits = false;
+    word_.plain = 0;
+    started_ = false;
+    escaped_ = false;
+    braced_ = false;
+    lastDollar_ = std::string::npos;
+}
+
+void Lexer::flush() {
+    if (!started_) return;
+    if (braced_ && !redirect_) {
+        const std::string_view source = text_.substr(wordBegin_, wordEnd_ - wordBegin_);
+        out_->braced.push_back({out_->words.size(), source});
+    }
+    markPlain();
+    std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
+    makeRoom(list);
+    list.push_back(std::move(word_));
+    beginWord();
+    redirect_ = false;
+}
+
+// True when the command so far has something in it.
+bool Lexer::endCommand() {
+    flush();
+    redirect_ = false;
+    if (out_->words.empty() && out_->redirects.empty()) return false;
+    if (depth_ > 0 && !inBody_) noteCase();
+    out_->opaque = std::exchange(opaquePart_, false);
+    out_->depth = depth_;
+    out_->sharedDepth = std::exchange(lowestDepth_, depth_);
+    return true;
+}
+
+// The ")" behind a pattern of a `case` closes none of the parentheses that hold the `case`; which one it is, the
+// depth tells.
+void Lexer::noteCase() {
+    for (const Word& word : out_->words) {
+        // Most commands begin with none of the words in question, and there may be very many.
+        if (word.plain != word.text.size() || word.text.empty() || !isOneOf(word.text[0], "cetd{!")) return;
+        if (word.text == "case") return cases_.push_back(depth_);
+        if (word.text == "esac" && !cases_.empty()) return cases_.pop_back();
+        if (std::find(wordsBeforeCase.begin(), wordsBeforeCase.end(), word.text) == wordsBeforeCase.end()) return;
+    }
+}
+
+void Lexer::markOpaque() {
+    opaque_ = true;
+    opaquePart_ = true;
+}
+
+bool Lexer::next(Simple& simple) {
+    simple.words.clear();
+    simple.redirects.clear();
+    simple.braced.clear();
+    out_ = &simple;
+    for (;;) {
+        if (!started_ && !redirect_) {
+            while (takePlainWord()) {
+            }
+        }
+        if (!started_) wordBegin_ = at_;
+        wordEnd_ = at_;
+        if (at_ >= end_) {
+            const bool complete = endCommand();
+            const bool more = leaveBody();
+            if (complete) return true;
+            if (!more) return false;
+        }
+        takePlainRun();
+        wordEnd_ = at_;
+        if (at_ < end_ && takeCharacter()) return true;
+    }
+}
+
+// Room for all that may follow, instead of moving a huge list each time it has doubled.
+void Lexer::makeRoom(std::vector<Word>& list) const {
+    if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
+}
+
+// Where the bytes end that mean nothing but themselves.
+std::size_t Lexer::plainRunEnd() const {
+    std::size_t end = at_;
+    while (end < end_ && !special[static_cast<unsigned char>(text_[end])]) ++end;
+    return end;
+}
+
+// Takes a word that is nothing but plain bytes, which most are, whole and with the blank behind it.
+bool Lexer::takePlainWord() {
+    const std::size_t end = plainRunEnd();
+    if (end == at_ || !standsAt(end, ' ')) return false;
+    makeRoom(out_->words);
+    Word& word = out_->words.emplace_back();
+    word.text = text_.substr(at_, end - at_);
+    word.plain = static_cast<std::uint32_t>(word.text.size());
+    at_ = end + 1;
+    return true;
+}
+
+void Lexer::takePlainRun() {
+    const std::size_t end = plainRunEnd();
+    if (end > at_) append(text_.substr(at_, end - at_));
+    at_ = end;
+}
+
+// Takes the special character at the current place; true when it ended a command.
+bool Lexer::takeCharacter() {
+    const char c = text_[at_];
+    const std::size_t length = characterAt(at_);
+    if (!isAscii(c) || length > 1) {
+        word_.expands = true; // the text may hold the mark of a protected "$"
+        append(text_.substr(at_, length));
+        at_ += length;
+        return false;
+    }
+    ++at_;
+    switch (c) {
+    case ' ':
+    case '\t': flush(); return false;
+    case '\n':
+    case ';':
+    case '|':
+    case '(':
+    case ')': return takeOperator(c);
+    case '&': return takeAmpersand();
+    case '>': takeOutputRedirect(); return false;
+    case '<': takeInputRedirect(); return false;
+    case '\'': takeSingleQuoted(); return false;
+    case '"': takeDoubleQuoted(); return false;
+    case '\\': takeBackslash(); return false;
+    default: takeInWord(c); return false;
+    }
+}
+
+bool Lexer::takeOperator(char c) {
+    const bool complete = endCommand();
+    if (c == '(') ++depth_;
+    if (c == ')' && depth_ > 0 && (cases_.empty() || cases_.back() != depth_))
+        lowestDepth_ = std::min(lowestDepth_, --depth_);
+    if (c == '\n') enterBody();
+    return complete;
+}
+
+void Lexer::takeInWord(char c) {
+    switch (c) {
+    case '`': markOpaque(); break;
+    case '$':
+        if (standsAt(at_, '\'')) return takeAnsiQuoted();
+        if (standsAt(at_, '"')) return; // a translated text: no part of the word is the "$"
+        if (standsAt(at_, '('))
+            markOpaque(); // the parenthesis ends the word, and a "$" at the end of a word is one
+        else
+            word_.expands = true;
+        lastDollar_ = word_.text.size();
+        break;
+    case '*':
+    case '?':
+    case '[': word_.glob = true; break;
+    case '~':
+        if (!started_) word_.tilde = word_.expands = true;
+        break;
+    case '{': braced_ = true; break;
+    case '#':
+        if (!started_) return skipComment();
+        break;
+    default: break;
+    }
+    append(std::string_view(&c, 1));
+}
+
+bool Lexer::takeAmpersand() {
+    if (!standsAt(at_, '>')) return endCommand();
+    ++at_;
+    if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
+    flush();
+    redirect_ = true;
+    return false;
+}
+
+void Lexer::takeOutputRedirect() {
+    const bool descriptor = started_ && !word_.quoted &&
+                            std::all_of(word_.text.begin(), word_.text.end(), [](char c) { return isDigit(c); });
+    if (descriptor) {
+        beginWord();
+    } else {
+        flush();
+    }
+    if (standsAt(at_, '&')) {
+        ++at_;
+        const std::size_t digits = at_;
+        while (at_ < end_ && isDigit(text_[at_])) ++at_;
+        if (at_ > digits || standsAt(at_, '-')) return;
+        // Without a descriptor it is a file that takes both output streams.
+        skipBlanks();
+        if (at_ < end_ && (isDigit(text_[at_]) || text_[at_] == '-')) return;
+        redirect_ = true;
+        return;
+    }
+    if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
+    redirect_ = true;
+}
+
+void Lexer::takeInputRedirect() {
+    flush();
+    if (!standsAt(at_, '<')) {
+        if (standsAt(at_, '(')) return; // a process substitution: its commands are cut like any others
+        if (standsAt(at_, '&')) ++at_;
+        skipBlanks();
+        skipWord();
+        return;
+    }
+    ++at_;
+    markOpaque();
+    const bool hereString = standsAt(at_, '<');
+    HereDocument document;
+    document.stripTabs = standsAt(at_, '-');
+    if (hereString || document.stripTabs) ++at_;
+    skipBlanks();
+    document.delimiter = skipWord();
+    if (hereString || inBody_ || document.delimiter.empty()) return;
+    if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
+}
+
+// Where quotes begin or end a variable's name ends too, and at a backslash: in "$X"y it is not Xy. Braces keep
+// that once the quotes are gone.
+void Lexer::closeName() {
+    if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
+    std::string& text = word_.text;
+    if (lastDollar_ >= text.size() || text.size() - lastDollar_ > maxNameLength) return;
+    const std::string_view name = std::string_view(text).substr(lastDollar_ + 1);
+    if (name.empty() || nameLength(name) != name.size()) return;
+    text.insert(text.size() - name.size(), 1, '{');
+    text += '}';
+}
+
+void Lexer::beginQuotes() {
+    closeName();
+    markPlain();
+    word_.quoted = true;
+    word_.expands = true;
+    started_ = true;
+}
+
+void Lexer::takeSingleQuoted() {
+    beginQuotes();
+    while (at_ < end_) {
+        const std::size_t begin = at_;
+        while (at_ < end_ && isAscii(text_[at_]) && text_[at_] != '\'' && text_[at_] != '$') ++at_;
+        append(text_.substr(begin, at_ - begin));
+        if (at_ >= end_) return;
+        const std::size_t length = characterAt(at_);
+        const std::string_view character = text_.substr(at_, length);
+        at_ += length;
+        if (character == "'") return;
+        append(character == "$" ? protectedDollar : character);
+    }
+}
+
+// $'...': like single quotes, but with escapes for what is hard to write.
+void Lexer::takeAnsiQuoted() {
+    ++at_;
+    beginQuotes();
+    std::string decoded;
+    while (at_ < end_ && !standsAt(at_, '\'')) {
+        if (text_[at_] == '\\') {
+            at_ += decodeAnsiEscape(text_.substr(at_, end_ - at_), decoded);
+        } else {
+            const std::size_t length = characterAt(at_);
+            decoded += text_.substr(at_, length);
+            at_ += length;
+        }
+    }
+    if (at_ < end_) ++at_;
+    for (const char c : decoded) append(c == '$' ? protectedDollar : std::string_view(&c, 1));
+}
+
+void Lexer::takeDoubleQuoted() {
+    beginQuotes();
+    while (at_ < end_) {
+        const std::size_t begin = at_;
+        while (at_ < end_ && isAscii(text_[at_]) && !isOneOf(text_[at_], "\"\\$`")) ++at_;
+        append(text_.substr(begin, at_ - begin));
+        if (at_ >= end_) return;
+        const std::size_t length = characterAt(at_);
+        const std::string_view character = text_.substr(at_, length);
+        at_ += length;
+        if (character == "\"") return closeName();
+        if (character == "\\" && at_ < end_ && isOneOf(text_[at_], "\"\\$`") && characterAt(at_) == 1) {
+            append(text_[at_] == '$' ? protectedDollar : text_.substr(at_, 1));
+            ++at_;
+            continue;
+        }
+        if (character == "`" || (character == "$" && standsAt(at_, '('))) markOpaque();
+        if (character == "$") lastDollar_ = word_.text.size();
+        append(character);
+    }
+}
+
+void Lexer::takeBackslash() {
+    if (at_ >= end_) return;
+    closeName();
+    const std::size_t length = characterAt(at_);
+    const std::string_view character = text_.substr(at_, length);
+    at_ += length;
+    // A line that goes on in the next one: taken for a word, the break would hide the command behind it.
+    if (character == "\n") return;
+    markPlain();
+    escaped_ = true;
+    word_.expands = true;
+    append(character == "$" ? protectedDollar : character);
+}
+
+void Lexer::skipComment() {
+    at_ = std::min(text_.find('\n', at_), end_);
+}
+
+void Lexer::skipBlanks() {
+    while (standsAt(at_, ' ') || standsAt(at_, '\t')) ++at_;
+}
+
+// Skips a word that names no output, and returns its text. Quotes are honoured: otherwise the second quote
+// of `< "a b"` would open a string that swallows the commands behind it.
+std::string Lexer::skipWord() {
+    std::string skipped;
+    char quote = 0;
+    while (at_ < end_) {
+        const std::size_t length = characterAt(at_);
+        const std::string_view character = text_.substr(at_, length);
+        const char c = length == 1 ? character[0] : 'x';
+        if (!quote && isOneOf(c, " \t\n;|&()<>")) break;
+        at_ += length;
+        if (quote != '\'' && (c == '`' || (c == '$' && standsAt(at_, '(')))) markOpaque();
+        if (c == quote) {
+            quote = 0;
+        } else if (!quote && (c == '\'' || c == '"')) {
+            quote = c;
+        } else if (c == '\\' && quote != '\'' && at_ < end_) {
+            const std::size_t next = characterAt(at_);
+            skipped += text_.substr(at_, next);
+            at_ += next;
+        } else {
+            skipped += character;
+        }
+    }
+    return skipped;
+}
+
+// At the start of a line: when a here-document begins here, its body is cut on its own, so that an
+// apostrophe in its prose does not swallow the commands behind it.
+void Lexer::enterBody() {
+    while (!inBody_ && !hereDocuments_.empty()) {
+        const HereDocument document = std::move(hereDocuments_.front());
+        hereDocuments_.erase(hereDocuments_.begin());
+        if (failedSearches_ >= maxFailedSearches) continue;
+        if (findBodyEnd(document)) {
+            inBody_ = true;
+            depthOutside_ = depth_;
+        } else {
+            ++failedSearches_;
+        }
+    }
+}
+
+bool Lexer::findBodyEnd(const HereDocument& document) {
+    for (std::size_t begin = at_; begin < text_.size();) {
+        const std::size_t lineEnd = std::min(text_.find('\n', begin), text_.size());
+        std::string_view line = text_.substr(begin, lineEnd - begin);
+        if (document.stripTabs) line.remove_prefix(std::min(line.find_first_not_of('\t'), line.size()));
+        if (line == document.delimiter) {
+            end_ = begin;
+            resumeAt_ = lineEnd;
+            return true;
+        }
+        begin = lineEnd + 1;
+    }
+    return false;
+}
+
+// At the end of the text that is being cut: false when it was the whole line.
+bool Lexer::leaveBody() {
+    if (!inBody_) return false;
+    inBody_ = false;
+    at_ = resumeAt_;
+    end_ = text_.size();
+    depth_ = depthOutside_;
+    lowestDepth_ = std::min(lowestDepth_, depth_);
+    if (!hereDocuments_.empty() && at_ < end_) {
+        ++at_;
+        enterBody();
+    }
+    return true;
+}
+
+Parsed parse(std::string_view command) {
+    Parsed parsed;
+    Lexer lexer(command);
+    for (Simple simple; lexer.next(simple); simple = Simple()) parsed.commands.push_back(std::move(simple));
+    parsed.opaque = lexer.opaque();
+    return parsed;
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,137 @@
+#include "Shell/WordPaths.hpp"
+
+#include "Platform/FolderStream.hpp"
+
+#include <fnmatch.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+namespace tidewrack::shell {
+
+namespace {
+
+constexpr std::size_t maxMatches = 10'000;
+constexpr std::size_t maxPatterns = 256;
+constexpr std::size_t maxStarsPerName = 16; // some systems' fnmatch needs exponential time beyond
+constexpr auto maxTime = std::chrono::milliseconds(250);
+
+void appendComponents(std::string& path, std::string_view more) {
+    while (!more.empty()) {
+        const std::size_t slash = std::min(more.find('/'), more.size());
+        const std::string_view component = more.substr(0, slash);
+        more.remove_prefix(std::min(slash + 1, more.size()));
+        if (component.empty() || component == ".") continue;
+        if (component == "..") {
+            path.resize(path.empty() ? 0 : path.rfind('/'));
+        } else {
+            path += '/';
+            path += component;
+        }
+    }
+}
+
+bool holdsGlob(std::string_view component) {
+    return component.find_first_of("*?[") != std::string_view::npos;
+}
+
+bool exists(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+} // namespace
+
+std::string absolutePath(std::string_view path, std::string_view cwd) {
+    std::string result;
+    result.reserve(cwd.size() + path.size() + 1);
+    if (!path.starts_with('/') && cwd != "/") result = cwd;
+    appendComponents(result, path);
+    if (result.empty()) result += '/';
+    return result;
+}
+
+std::string_view parentFolder(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string_view::npos ? std::string_view("/") : path.substr(0, slash);
+}
+
+std::string_view lastComponent(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+bool isFolder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool GlobMatcher::start() {
+    if (!deadline_) deadline_ = std::chrono::steady_clock::now() + maxTime;
+    return ++patterns_ <= maxPatterns && matches_ <= maxMatches;
+}
+
+bool GlobMatcher::outOfTime() {
+    return ++steps_ % 64 == 0 && std::chrono::steady_clock::now() >= *deadline_;
+}
+
+std::optional<std::vector<std::string>> GlobMatcher::match(const std::string& pattern) {
+    std::vector<std::string> matches;
+    if (pattern.find('\0') != std::string::npos) return matches;
+    if (!start() || !descend("", pattern, matches)) return std::nullopt;
+    std::sort(matches.begin(), matches.end());
+    return matches;
+}
+
+std::optional<std::vector<std::string>> GlobMatcher::namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    if (!start() || !readNames(folder, nullptr, names)) return std::nullopt;
+    matches_ += names.size();
+    if (matches_ > maxMatches) return std::nullopt;
+    return names;
+}
+
+// Adds the names that match `pattern` (null: all); false when time ran out.
+bool GlobMatcher::readNames(const std::string& folder, const char* pattern, std::vector<std::string>& names) {
+    FolderStream stream(folder);
+    while (const char* name = stream.next()) {
+        if (outOfTime()) return false;
+        if (!pattern || fnmatch(pattern, name, FNM_PERIOD | FNM_NOESCAPE) == 0) names.emplace_back(name);
+    }
+    return true;
+}
+
+// `path` is what has been matched so far, `rest` the pattern's components behind it.
+bool GlobMatcher::descend(std::string path, std::string_view rest, std::vector<std::string>& matches) {
+    while (!rest.empty()) {
+        const std::size_t slash = std::min(rest.find('/'), rest.size());
+        const std::string component(rest.substr(0, slash));
+        rest.remove_prefix(std::min(slash + 1, rest.size()));
+        if (component.empty()) continue;
+        if (!holdsGlob(component)) {
+            path += '/';
+            path += component;
+            continue;
+        }
+        if (std::count(component.begin(), component.end(), '*') > std::ptrdiff_t{maxStarsPerName}) return false;
+        std::vector<std::string> names;
+        if (!readNames(path + '/', component.c_str(), names)) return false;
+        for (const std::string& name : names) {
+            std::string found = path;
+            found.append(1, '/').append(name);
+            const bool withinLimits =
+                rest.empty() ? add(std::move(found), matches) : descend(std::move(found), rest, matches);
+            if (!withinLimits || outOfTime()) return false;
+        }
+        return true;
+    }
+    return !exists(path) || add(std::move(path), matches);
+}
+
+bool GlobMatcher::add(std::string path, std::vector<std::string>& matches) {
+    matches.push_back(std::move(path));
+    return ++matches_ <= maxMatches;
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,129 @@
+#include "Walk/Walker.hpp"
+
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Walk/GitIgnore.hpp"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tidewrack {
+
+const std::vector<std::string>& defaultExcludes() {
+    static const std::vector<std::string> names = {".git",          "node_modules", ".build",      ".next", ".nuxt",
+                                                   ".turbo",        "DerivedData",  "__pycache__", ".venv", ".gradle",
+                                                   ".pytest_cache", ".mypy_cache",  ".swiftpm",    ".expo"};
+    return names;
+}
+
+const std::vector<std::string>& defaultExcludesIfIgnored() {
+    static const std::vector<std::string> names = {"build", "dist", "target", "coverage",
+                                                   "out",   "Pods", ".cache", "venv"};
+    return names;
+}
+
+namespace {
+
+constexpr std::string_view ignoredFile = ".DS_Store";
+
+Descriptor openRoot(const std::string& root) {
+    Attributes attributes;
+    if (const int error = attributesAt(AT_FDCWD, root.c_str(), attributes))
+        throw TidewrackError::io("read", root, error);
+    if (attributes.kind != Attributes::Kind::folder)
+        throw TidewrackError::refused(root + " is no longer a folder (it's a symlink or file now).");
+    Descriptor folder;
+    if (const int error = openFolder(root, folder)) throw TidewrackError::io("read", root, error);
+    return folder;
+}
+
+} // namespace
+
+Walker::Walker(const std::string& root, Options options)
+    : options_(std::move(options)), rootPath_(root), root_(openRoot(root)),
+      reader_(root_.get(), [this](std::string_view name, std::string_view path) {
+          return !leavesOut(name, path) && !asksGit(name);
+      }) {}
+
+void Walker::expect(std::int64_t files) {
+    constexpr std::int64_t filesForTwo = 200; // fewer are read before a second thread is of use
+    if (files >= filesForTwo) reader_.readAhead();
+}
+
+void Walker::walk(const Body& body) {
+    while (const FolderListing* listing = reader_.take()) {
+        if (listing->error != 0 && listing->path.empty()) throw TidewrackError::io("read", rootPath_, listing->error);
+        if (!yieldChildren(*listing, body)) return;
+    }
+}
+
+bool Walker::yieldChildren(const FolderListing& listing, const Body& body) {
+    path_ = listing.path;
+    if (!path_.empty()) path_ += '/';
+    const std::size_t prefix = path_.size();
+    for (const auto& child : listing.children) {
+        const std::string_view name = listing.name(child);
+        path_.resize(prefix);
+        path_ += name;
+        const bool goOn = child.attributes.kind == Attributes::Kind::folder ? yieldFolder(name, child.attributes, body)
+                                                                            : yieldFile(name, child.attributes, body);
+        if (!goOn) return false;
+    }
+    return true;
+}
+
+bool Walker::yieldFile(std::string_view name, const Attributes& attributes, const Body& body) {
+    if (name.size() == ignoredFile.size() && attributes.kind == Attributes::Kind::file && name == ignoredFile)
+        return true;
+    if (name.front() == '.' && temporaryOwner(name) >= 0) {
+        if (options_.leftovers != nullptr) options_.leftovers->push_back(path_);
+        return true;
+    }
+    return body({path_, entryOf(attributes)});
+}
+
+bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, const Body& body) {
+    if (leavesOut(name, path_)) return true;
+    Item item{path_, entryOf(attributes)};
+    const bool asks = asksGit(name);
+    if (asks && options_.isIgnored(path_)) {
+        item.entry.markIgnored();
+        return body(item);
+    }
+    if (!body(item)) return false;
+    if (asks) reader_.put(path_);
+    return true;
+}
+
+bool Walker::leavesOut(std::string_view name, std::string_view path) const {
+    return options_.excludes.contains(name) || (!options_.skipPaths.empty() && options_.skipPaths.contains(path));
+}
+
+bool Walker::asksGit(std::string_view name) const {
+    return options_.isIgnored && options_.excludesIfIgnored.contains(name);
+}
+
+std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std::int64_t limit) {
+    Options options;
+    options.excludes = excludes;
+    std::int64_t count = 0;
+    Walker(root, std::move(options)).walk([&](const Item&) { return ++count <= limit; });
+    return count;
+}
+
+std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
+                                      std::vector<std::string>* leftovers, const Deadline& deadline) {
+    const auto& ifIgnored = project.excludesIfIgnored ? *project.excludesIfIgnored : defaultExcludesIfIgnored();
+    Walker::Options options;
+    options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
+    options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
+    options.skipPaths = skipping;
+    options.leftovers = leftovers;
+    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, deadline))
+        options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
+    return std::make_unique<Walker>(project.root, std::move(options));
+}
+
+} // namespace tidewrack

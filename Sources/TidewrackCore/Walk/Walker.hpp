@@ -1,0 +1,77 @@
+#pragma once
+// The listing of a project folder: one item per file, symbolic link and folder, with the attributes that a manifest
+// records. Links are never followed and the process's working folder never changes.
+
+#include "Store/Manifest.hpp"
+#include "Store/Records.hpp"
+#include "Support/Deadline.hpp"
+#include "Walk/FolderReader.hpp"
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+// Folder names left out of every snapshot, in order of declaration.
+[[nodiscard]] const std::vector<std::string>& defaultExcludes();
+// Folder names left out when git ignores them.
+[[nodiscard]] const std::vector<std::string>& defaultExcludesIfIgnored();
+
+using NameSet = std::set<std::string, std::less<>>;
+
+class Walker {
+  public:
+    struct Item {
+        std::string_view path; // relative to the root; valid during the call only
+        Entry entry;
+    };
+    // Returns whether the walk goes on.
+    using Body = std::function<bool(const Item&)>;
+
+    struct Options {
+        NameSet excludes;
+        NameSet excludesIfIgnored;
+        std::function<bool(std::string_view)> isIgnored; // git's answer for a relative folder path; may be empty
+        NameSet skipPaths;                               // relative folder paths left out, with everything below
+        std::vector<std::string>* leftovers = nullptr;   // receives the temporaries of interrupted restores
+    };
+
+    // Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
+    Walker(const std::string& root, Options options);
+
+    // A caller that has something else to do before it walks says how many files it expects: where they are many, a
+    // second thread begins to read them at once.
+    void expect(std::int64_t files);
+    // Throws "can't read <root>: <reason>" as well. Calls `body` on this thread for every item, a folder before its
+    // contents, siblings in no particular order; stops when it returns false. Sub-folders and items that cannot be read
+    // are passed over in silence. Once.
+    void walk(const Body& body);
+
+    // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
+    [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
+
+  private:
+    bool yieldChildren(const FolderListing& listing, const Body& body);
+    bool yieldFile(std::string_view name, const Attributes& attributes, const Body& body);
+    bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
+    [[nodiscard]] bool leavesOut(std::string_view name, std::string_view path) const;
+    [[nodiscard]] bool asksGit(std::string_view name) const;
+
+    const Options options_;
+    const std::string rootPath_;
+    const Descriptor root_;
+    std::string path_; // of the item at hand
+    FolderReader reader_;
+};
+
+// The walker that the engine uses for a tracked project: its own exclusions, with git asked where there is a
+// repository and answers before the deadline. `skipping` holds the roots of nested projects.
+[[nodiscard]] std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
+                                                    std::vector<std::string>* leftovers = nullptr,
+                                                    const Deadline& deadline = std::nullopt);
+
+} // namespace tidewrack
