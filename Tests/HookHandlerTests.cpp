@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <regex>
 #include <sstream>
@@ -359,10 +360,13 @@ TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
     EXPECT_EQ(answer(Agent::claude, Kind::stop, project), HookOutput{});
     EXPECT_EQ(f.read("project/src/main.c"), "int main;\n");
 
-    // The store is there but belongs to somebody else. Permissions bind everybody but root.
+    // The store is there, and none of its folders can be written. Permissions bind everybody but root.
     world.environment["TIDEWRACK_HOME"] = f.at("store");
     ::chmod(f.path().c_str(), 0755);
-    for (const char* path : {"store", "store/projects", "store/vault"}) ::chmod(f.at(path).c_str(), 0555);
+    Lines folders = {f.at("store")};
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(f.at("store")))
+        if (entry.is_directory()) folders.push_back(entry.path());
+    for (const std::string& folder : folders) ::chmod(folder.c_str(), 0555);
     const std::string before = f.listing("store/projects");
     // Read beforehand: the other user may not be allowed to see the test data.
     const std::string inside = event(Agent::claude, Kind::shell, project, "rm -rf src ~/outside.txt");
@@ -376,7 +380,7 @@ TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
     };
     EXPECT_EQ(unprivileged(world.folder, exitCodes, "home"), "020");
     EXPECT_EQ(f.listing("store/projects"), before);
-    for (const char* path : {"store", "store/projects"}) ::chmod(f.at(path).c_str(), 0755);
+    for (const std::string& folder : folders) ::chmod(folder.c_str(), 0755);
 }
 
 TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {

@@ -1,3 +1,5 @@
+#include "Support/TestFolders.hpp"
+
 #include "Agents/HookEvent.hpp"
 #include "Agents/Replies.hpp"
 #include "Support/Files.hpp"
@@ -8,12 +10,13 @@
 
 using namespace tidewrack;
 using nlohmann::json;
+using tidewrack::testing::inCheckout;
 
 namespace {
 
 std::string readData(const std::string& name) {
     std::string text;
-    EXPECT_EQ(readFile(std::string(TIDEWRACK_TEST_DATA) + "/events/" + name, text), 0) << name;
+    EXPECT_EQ(readFile(inCheckout("Tests/Data/events/" + name), text), 0) << name;
     return text;
 }
 

@@ -206,7 +206,10 @@ TEST_F(RestoreTest, lostOrDamagedContentReplacesNothing) {
     const auto content = [&](const char* path) {
         return Engine(world.store()).contentPath(world.project(), 1, path).value();
     };
-    for (const char* path : {"a.txt", "src/main.c"}) EXPECT_EQ(::truncate(content(path).c_str(), 3), 0);
+    for (const char* path : {"a.txt", "src/main.c"}) {
+        EXPECT_EQ(::chmod(content(path).c_str(), 0600), 0); // contents are read-only, which binds everybody but root
+        EXPECT_EQ(::truncate(content(path).c_str(), 3), 0);
+    }
     EXPECT_EQ(::unlink(content("src/deep/er/x").c_str()), 0);
     EXPECT_EQ(world.run({"cat", "1", "a.txt"}).err,
               "tidewrack: Corrupt store data: what was kept of a.txt is damaged\n");

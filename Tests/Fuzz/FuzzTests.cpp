@@ -1,6 +1,7 @@
 // Gives every target its corpus, where the regressions are kept, and mutations of it. scripts/fuzz does the long runs.
 
 #include "Fuzz/Fuzz.hpp"
+#include "Support/TestFolders.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,11 +12,10 @@
 #include <random>
 
 using tidewrack::fuzz::Target;
+using tidewrack::testing::inCheckout;
 namespace fs = std::filesystem;
 
 namespace {
-
-const fs::path data = TIDEWRACK_TEST_DATA;
 
 std::string bytesOf(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -26,7 +26,7 @@ std::string bytesOf(const fs::path& path) {
 std::vector<std::pair<std::string, std::string>> corpusOf(const std::string& target) {
     std::vector<std::pair<std::string, std::string>> files;
     const std::string folder = target.substr(0, target.find('_'));
-    for (const fs::path& from : {data / "../Fuzz/Corpus" / folder, data / folder}) {
+    for (const fs::path from : {inCheckout("Tests/Fuzz/Corpus/" + folder), inCheckout("Tests/Data/" + folder)}) {
         if (!fs::is_directory(from)) continue;
         for (const auto& entry : fs::recursive_directory_iterator(from))
             if (entry.is_regular_file()) files.emplace_back(entry.path().string(), bytesOf(entry.path()));

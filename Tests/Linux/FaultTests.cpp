@@ -355,7 +355,7 @@ class Attempt {
                                    {"TIDEWRACK_FAULT_KIND", kind},
                                    {"TIDEWRACK_FAULT_REPORT", scene_.f.at("report")}});
         faulty.current = scene_.world.current;
-        faulty.program = TIDEWRACK_FAULTY;
+        faulty.program = builtProgram("tidewrack_faulty");
         std::vector<std::string> words = operation_.words;
         if (words.back() == "?") words.back() = scene_.vault().entries().front().id;
         const std::string input = replaced(operation_.input, "@", scene_.f.path());

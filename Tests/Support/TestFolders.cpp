@@ -93,15 +93,24 @@ std::string ofAnyBytes(const std::string& path) {
     return result;
 }
 
+std::string inCheckout(const std::string& relative) {
+    const char* copy = std::getenv("TIDEWRACK_TEST_CHECKOUT");
+    return (copy != nullptr ? copy : TIDEWRACK_CHECKOUT) + ("/" + relative);
+}
+
+std::string builtProgram(const std::string& name) {
+    return inCheckout(TIDEWRACK_PROGRAMS "/" + name);
+}
+
 std::string document(const std::string& name) {
     std::string text;
-    EXPECT_EQ(readFile(std::string(TIDEWRACK_DOCUMENTS) + "/" + name, text), 0) << name;
+    EXPECT_EQ(readFile(inCheckout("docs/" + name), text), 0) << name;
     return text;
 }
 
 World::World() : current(folder.at("project")) {
     const char* other = std::getenv("TIDEWRACK_TEST_PROGRAM");
-    program = other != nullptr ? other : TIDEWRACK_BINARY;
+    program = other != nullptr ? other : builtProgram("tidewrack");
     folder.makeFolder("home");
     folder.makeFolder("project");
     environment = {{"HOME", folder.at("home")}, {"TIDEWRACK_HOME", folder.at("store")}, {"PATH", "/usr/bin:/bin"}};

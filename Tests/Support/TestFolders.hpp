@@ -41,6 +41,11 @@ class TemporaryFolder {
 [[nodiscard]] std::string ofAnyBytes(const std::string& path);
 [[nodiscard]] bool volumesTakeAnyBytes();
 
+// A file of the checkout, or of a copy of it in TIDEWRACK_TEST_CHECKOUT: for a user who may not read the checkout.
+[[nodiscard]] std::string inCheckout(const std::string& relative);
+// A program that this build made.
+[[nodiscard]] std::string builtProgram(const std::string& name);
+
 // The text of a file below docs/.
 std::string document(const std::string& name);
 
