@@ -1,6 +1,6 @@
 #include "Support/TestFolders.hpp"
 
-#include "Reports.hpp"
+#include "Reports/TextReports.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

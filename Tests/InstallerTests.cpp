@@ -2,7 +2,7 @@
 
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Installer.hpp"
-#include "HooksCommand.hpp"
+#include "Commands/Hooks.hpp"
 #include "Support/Json.hpp"
 
 #include <gtest/gtest.h>

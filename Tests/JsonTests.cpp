@@ -2,7 +2,8 @@
 
 #include "Support/TestFolders.hpp"
 
-#include "Reports.hpp"
+#include "Reports/JsonReports.hpp"
+#include "Reports/TextReports.hpp"
 #include "Support/Dates.hpp"
 #include "Vault/Vault.hpp"
 

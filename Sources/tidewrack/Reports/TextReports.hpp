@@ -1,9 +1,7 @@
 #pragma once
-// What the commands show: relative ages, change counts, change lists, the log, as text and as JSON.
+// What the commands show as text: relative ages, change counts, change lists, the log.
 
 #include "Engine/Engine.hpp"
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 #include <vector>
@@ -29,13 +27,5 @@ namespace tidewrack {
 
 // One line of the log; `after` is what changed after that snapshot, in words.
 [[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now);
-
-// JSON forms of the same. Paths and labels are repaired to UTF-8.
-[[nodiscard]] nlohmann::json changesJson(const Changes& changes);
-[[nodiscard]] nlohmann::json snapshotJson(const SnapshotResult& result);
-[[nodiscard]] nlohmann::json restoreJson(const RestoreResult& result);
-[[nodiscard]] nlohmann::json pruneJson(const PruneResult& result, bool dryRun);
-[[nodiscard]] nlohmann::json projectJson(const Project& project, std::size_t snapshots,
-                                         const std::optional<SnapshotMeta>& latest);
 
 } // namespace tidewrack

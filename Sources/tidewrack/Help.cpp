@@ -1,4 +1,4 @@
-#include "Usage.hpp"
+#include "Help.hpp"
 
 namespace tidewrack {
 

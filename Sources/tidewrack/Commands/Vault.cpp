@@ -1,8 +1,8 @@
-#include "VaultCommand.hpp"
+#include "Commands/Vault.hpp"
 
 #include "Agents/HookHandler.hpp"
 #include "CommandLine.hpp"
-#include "Reports.hpp"
+#include "Reports/TextReports.hpp"
 #include "Support/Json.hpp"
 #include "Support/Text.hpp"
 

@@ -1,4 +1,4 @@
-#include "PatchReport.hpp"
+#include "Reports/PatchReport.hpp"
 
 #include <unistd.h>
 

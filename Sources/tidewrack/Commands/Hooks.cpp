@@ -1,4 +1,4 @@
-#include "HooksCommand.hpp"
+#include "Commands/Hooks.hpp"
 
 #include "CommandLine.hpp"
 #include "Support/Json.hpp"

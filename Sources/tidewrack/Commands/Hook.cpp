@@ -1,4 +1,4 @@
-#include "HookCommand.hpp"
+#include "Commands/Hook.hpp"
 
 #include "Agents/HookHandler.hpp"
 #include "Engine/Trace.hpp"
