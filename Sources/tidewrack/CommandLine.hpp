@@ -18,8 +18,8 @@ struct CliError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The words after the program's name. A value option takes the next word, whatever it looks like; other words that
-// begin with "--" are flags; the rest, "-x" included, is positional.
+// The words after the program's name. An option that takes a value takes the next word, whatever it looks like; other
+// words that begin with "--" are flags; the rest, "-x" included, is positional.
 struct Args {
     explicit Args(const std::vector<std::string>& words);
 

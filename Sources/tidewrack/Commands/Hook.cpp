@@ -1,14 +1,16 @@
-#include "Commands/Hook.hpp"
+// Answers one event of an agent, read from standard input.
 
 #include "Agents/HookHandler.hpp"
+#include "Commands/Commands.hpp"
 #include "Engine/Trace.hpp"
+#include "Invocation.hpp"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 
-namespace tidewrack {
+namespace tidewrack::commands {
 
 namespace {
 
@@ -28,21 +30,28 @@ std::string readEvent(int input) {
     }
 }
 
-} // namespace
-
-HookOutput runHook(const std::vector<std::string>& words, const Surroundings& around) {
-    TerminationDelayed delayed; // some clients end the hook of a turn's end before it has read what it is about
-    const auto agent = words.empty() ? std::nullopt : agentNamed(words[0]);
-    if (!agent) throw CliError("usage: tidewrack hook claude|codex|cursor|gemini");
+HookOutput answer(Agent agent, const Surroundings& around, TerminationDelayed& delayed) {
     Trace::silence();
     const std::string event = readEvent(around.input);
     try {
         const HookHandler handler(Store::fromEnvironment(around.environment), around.environment,
                                   homeFolder(around.environment));
-        return handler.handle(*agent, event, around.currentFolder, &delayed);
+        return handler.handle(agent, event, around.currentFolder, &delayed);
     } catch (const std::exception&) { // no home folder: there is no store, and no log to tell it to
         return {};
     }
 }
 
-} // namespace tidewrack
+} // namespace
+
+int hook(Invocation& call) {
+    TerminationDelayed delayed; // some clients end the hook of a turn's end before it has read what it is about
+    const auto agent = agentNamed(call.args.word(0).value_or(""));
+    if (!agent) throw CliError("usage: tidewrack hook claude|codex|cursor|gemini");
+    const HookOutput reply = answer(*agent, call.around, delayed);
+    if (reply.standardOutput) call.around.out.line(*reply.standardOutput);
+    if (reply.standardError) call.around.err.line(*reply.standardError);
+    return reply.exitCode;
+}
+
+} // namespace tidewrack::commands

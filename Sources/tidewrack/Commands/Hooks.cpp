@@ -1,7 +1,9 @@
 #include "Commands/Hooks.hpp"
 
-#include "CommandLine.hpp"
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
 #include "Support/Json.hpp"
+#include "Support/Paths.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -10,6 +12,7 @@
 
 #include <exception>
 #include <ostream>
+#include <sstream>
 
 namespace tidewrack {
 
@@ -160,5 +163,59 @@ std::optional<std::string> calledProgram(std::string_view calledAs, std::string_
         searchPath.remove_prefix(colon + 1);
     }
 }
+
+namespace commands {
+
+namespace {
+
+HookInstaller installerFor(const Invocation& call) {
+    const auto path = call.around.environment.find("PATH");
+    const std::string searchPath = path == call.around.environment.end() ? std::string() : path->second;
+    const std::string& folder = call.around.currentFolder;
+    HookInstaller installer;
+    installer.home = absolutePath(call.args.value("--home").value_or(homeFolder(call.around.environment)), folder);
+    installer.binary = calledProgram(call.around.calledAs, searchPath, folder).value_or(executablePath());
+    return installer;
+}
+
+int run(Invocation& call, const std::string& verb) {
+    std::vector<std::string> words = call.args.positional;
+    if (!verb.empty()) words.insert(words.begin(), verb);
+    std::ostringstream text;
+    try {
+        runHooks(words, installerFor(call), text);
+    } catch (...) { // what was done all the same is told first
+        call.print(text.str());
+        throw;
+    }
+    call.print(text.str());
+    return 0;
+}
+
+} // namespace
+
+int hooksStatus(Invocation& call) {
+    if (!call.json()) return run(call, "status");
+    call.print(hooksStatusJson(installerFor(call)));
+    return 0;
+}
+
+int hooksInstall(Invocation& call) {
+    return run(call, "install");
+}
+
+int hooksUninstall(Invocation& call) {
+    return run(call, "uninstall");
+}
+
+int hooksPrint(Invocation& call) {
+    return run(call, "print");
+}
+
+int hooksOther(Invocation& call) {
+    return run(call, call.args.has("--print") ? "print" : "");
+}
+
+} // namespace commands
 
 } // namespace tidewrack

@@ -1,18 +1,24 @@
-#include "Commands/Vault.hpp"
+// Lists what the vault holds and puts an entry back.
+
+#include "Vault/Vault.hpp"
 
 #include "Agents/HookHandler.hpp"
-#include "CommandLine.hpp"
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
 #include "Reports/TextReports.hpp"
-#include "Support/Json.hpp"
 #include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
-namespace tidewrack {
+namespace tidewrack::commands {
 
 namespace {
 
 constexpr std::size_t commandLength = 200;
+
+[[noreturn]] void usageError() {
+    throw CliError("usage: tidewrack vault restore <id>");
+}
 
 std::string listing(const VaultEntry& entry, Date now) {
     std::string text = entry.id + "  " + ago(entry.created, now) + "  " + std::to_string(entry.items.size()) + " saved";
@@ -24,21 +30,26 @@ std::string listing(const VaultEntry& entry, Date now) {
 
 } // namespace
 
-std::string runVault(const std::vector<std::string>& words, const Vault& vault, Date now) {
-    std::string text;
-    if (words.empty()) {
-        for (const VaultEntry& entry : vault.entries()) text += listing(entry, now);
-        return text.empty() ? "The vault is empty.\n" : text;
+int vault(Invocation& call) {
+    if (call.args.word(0)) usageError();
+    const auto entries = Vault(Store::fromEnvironment(call.around.environment)).entries();
+    if (call.json()) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const VaultEntry& entry : entries) list.push_back(toJson(entry));
+        call.printJson(list);
+        return 0;
     }
-    if (words.size() < 2 || words[0] != "restore") throw CliError("usage: tidewrack vault restore <id>");
-    for (const std::string& message : vault.restore(words[1])) text += repairedUtf8(message) + "\n";
-    return text;
+    if (entries.empty()) call.print("The vault is empty.\n");
+    for (const VaultEntry& entry : entries) call.print(listing(entry, now()));
+    return 0;
 }
 
-std::string vaultJson(const Vault& vault) {
-    nlohmann::json list = nlohmann::json::array();
-    for (const VaultEntry& entry : vault.entries()) list.push_back(toJson(entry));
-    return prettyJson(list, Slashes::escaped) + "\n";
+int vaultRestore(Invocation& call) {
+    const auto id = call.args.word(0);
+    if (!id) usageError();
+    for (const std::string& message : Vault(Store::fromEnvironment(call.around.environment)).restore(*id))
+        call.print(repairedUtf8(message) + "\n");
+    return 0;
 }
 
-} // namespace tidewrack
+} // namespace tidewrack::commands

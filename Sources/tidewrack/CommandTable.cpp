@@ -1,0 +1,281 @@
+#include "CommandTable.hpp"
+
+#include "Commands/Commands.hpp"
+
+#include <algorithm>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr Option force{"--force", "", "track a very broad or very large folder all the same"};
+constexpr Option label{"--label", "L", "a text for the snapshot"};
+constexpr Option agent{"--agent", "A", "the agent it was taken for", Fill::agent};
+constexpr Option session{"--session", "S", "the agent's session"};
+constexpr Option turn{"--turn", "T", "the turn in that session"};
+constexpr Option kind{"--kind", "K", "its kind (default: manual)"};
+constexpr Option atMost{"-n", "N", "at most so many (default 20)"};
+constexpr Option patch{"--patch", "", "line by line, as a patch"};
+constexpr Option keepNew{"--keep-new", "", "leave what was added since"};
+constexpr Option dryRun{"--dry-run", "", "only tell what would be done"};
+constexpr Option printHooks{"--print", "", "the same as the word print"};
+
+constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
+                         true};
+constexpr Option home{"--home", "PATH", "the home folder whose agents `hooks` configures", Fill::folder, true};
+constexpr Option json{"--json", "", "machine-readable output", Fill::nothing, true};
+
+constexpr Option trackOptions[] = {force, json};
+constexpr Option untrackOptions[] = {project};
+constexpr Option jsonOptions[] = {json};
+constexpr Option snapOptions[] = {label, agent, session, turn, kind, project, json};
+constexpr Option logOptions[] = {atMost, project, json};
+constexpr Option diffOptions[] = {patch, project, json};
+constexpr Option projectOptions[] = {project};
+constexpr Option pruneOptions[] = {dryRun, project, json};
+constexpr Option restoreOptions[] = {keepNew, project, json};
+constexpr Option undoOptions[] = {project, json};
+constexpr Option hooksOptions[] = {printHooks, home};
+constexpr Option hooksStatusOptions[] = {home, json};
+constexpr Option homeOptions[] = {home};
+
+constexpr Fill aFolder[] = {Fill::folder};
+constexpr Fill aSnapshot[] = {Fill::snapshot};
+constexpr Fill twoSnapshots[] = {Fill::snapshot, Fill::snapshot};
+constexpr Fill snapshotAndPaths[] = {Fill::snapshot, Fill::path};
+constexpr Fill anAgent[] = {Fill::agent};
+constexpr Fill agentOrAll[] = {Fill::agentOrAll};
+constexpr Fill aVaultEntry[] = {Fill::vaultEntry};
+constexpr Fill aCommand[] = {Fill::command};
+
+constexpr Command table[] = {
+    {.name = "track",
+     .words = "[path]",
+     .group = Group::projects,
+     .fills = aFolder,
+     .mostWords = 1,
+     .options = trackOptions,
+     .summary = "start keeping history of a folder (default: this one)",
+     .details = "Takes the first snapshot. Very broad folders, such as the home folder, and folders with more than "
+                "250000 files are refused without --force.",
+     .example = "cd ~/project && tidewrack track",
+     .run = commands::track},
+    {.name = "untrack",
+     .words = "[path]",
+     .group = Group::projects,
+     .effect = Effect::removesForGood,
+     .fills = aFolder,
+     .mostWords = 1,
+     .options = untrackOptions,
+     .summary = "stop, and delete the history kept so far",
+     .details = "The folder itself stays as it is. Nothing brings a deleted history back.",
+     .example = "tidewrack untrack ~/project",
+     .run = commands::untrack},
+    {.name = "projects",
+     .group = Group::projects,
+     .options = jsonOptions,
+     .summary = "list the tracked folders",
+     .details = "Each with the number of its snapshots and the age of the latest.",
+     .example = "tidewrack projects",
+     .run = commands::projects},
+    {.name = "snap",
+     .group = Group::history,
+     .options = snapOptions,
+     .summary = "take a snapshot now",
+     .details = "--kind, --agent, --session and --turn are for scripts and are recorded as they are given.",
+     .example = "tidewrack snap --label \"before the clean-up\"",
+     .run = commands::snap},
+    {.name = "log",
+     .group = Group::history,
+     .options = logOptions,
+     .summary = "list the latest snapshots, newest first",
+     .details = "The right-hand side tells what changed after each one, that is, what undoing it takes back: added "
+                "(+), modified (~) and deleted (-) files.",
+     .example = "tidewrack log -n 5",
+     .run = commands::log},
+    {.name = "diff",
+     .words = "A [B]",
+     .group = Group::history,
+     .fills = twoSnapshots,
+     .mostWords = 2,
+     .options = diffOptions,
+     .summary = "what changed from snapshot A to B, or to now",
+     .details = "Added paths stand behind +, modified ones behind ~, deleted ones behind -.",
+     .example = "tidewrack diff 12 --patch",
+     .run = commands::diff},
+    {.name = "cat",
+     .words = "N path",
+     .group = Group::history,
+     .fills = snapshotAndPaths,
+     .mostWords = 2,
+     .options = projectOptions,
+     .summary = "print a file as it was in snapshot N",
+     .details = "The path is relative to the current folder.",
+     .example = "tidewrack cat 12 src/main.c | less",
+     .run = commands::cat},
+    {.name = "pin",
+     .words = "N",
+     .group = Group::history,
+     .effect = Effect::changes,
+     .fills = aSnapshot,
+     .mostWords = 1,
+     .options = projectOptions,
+     .summary = "keep a snapshot for ever",
+     .details = "Pruning passes over it until it is unpinned.",
+     .example = "tidewrack pin 12",
+     .run = commands::pin},
+    {.name = "unpin",
+     .words = "N",
+     .group = Group::history,
+     .effect = Effect::changes,
+     .fills = aSnapshot,
+     .mostWords = 1,
+     .options = projectOptions,
+     .summary = "keep a snapshot no longer than others",
+     .details = "It goes with a later prune, when it is old enough.",
+     .example = "tidewrack unpin 12",
+     .run = commands::unpin},
+    {.name = "prune",
+     .group = Group::history,
+     .effect = Effect::changes,
+     .options = pruneOptions,
+     .summary = "thin out old snapshots",
+     .details = "Every snapshot of the last 48 hours stays, then one per hour up to 7 days, then one per day up to 30 "
+                "days; pinned ones stay for ever. Snapshots prune by themselves, at most once an hour.",
+     .example = "tidewrack prune --dry-run",
+     .run = commands::prune},
+    {.name = "restore",
+     .words = "N [path...]",
+     .group = Group::gettingBack,
+     .effect = Effect::changes,
+     .fills = snapshotAndPaths,
+     .mostWords = Command::anyNumber,
+     .options = restoreOptions,
+     .summary = "put the folder, or some paths, back as they were at snapshot N",
+     .details = "Takes a safety snapshot first, whose number it prints: the restore can be undone as well. What was "
+                "added since is removed, unless --keep-new is given.",
+     .example = "tidewrack restore 12 src README.md",
+     .run = commands::restore},
+    {.name = "undo",
+     .words = "N",
+     .group = Group::gettingBack,
+     .effect = Effect::changes,
+     .fills = aSnapshot,
+     .mostWords = 1,
+     .options = undoOptions,
+     .summary = "take back what changed between snapshot N and the next",
+     .details =
+         "Later changes elsewhere stay. Takes a safety snapshot first, whose number it prints: the undo can be undone.",
+     .example = "tidewrack undo 12",
+     .run = commands::undo},
+    {.name = "hooks status",
+     .group = Group::agents,
+     .options = hooksStatusOptions,
+     .summary = "where hooks are installed",
+     .details = "One line for each agent.",
+     .example = "tidewrack hooks status",
+     .run = commands::hooksStatus},
+    {.name = "hooks install",
+     .words = "[agent|all]",
+     .group = Group::agents,
+     .effect = Effect::changes,
+     .fills = agentOrAll,
+     .mostWords = 1,
+     .options = homeOptions,
+     .summary = "let agents take snapshots and be guarded (default: all that are present)",
+     .details = "The agent's configuration as it was is kept beside it.",
+     .example = "tidewrack hooks install claude",
+     .run = commands::hooksInstall},
+    {.name = "hooks uninstall",
+     .words = "[agent|all]",
+     .group = Group::agents,
+     .effect = Effect::changes,
+     .fills = agentOrAll,
+     .mostWords = 1,
+     .options = homeOptions,
+     .summary = "remove the hooks",
+     .details = "The agent's configuration as it was is kept beside it.",
+     .example = "tidewrack hooks uninstall all",
+     .run = commands::hooksUninstall},
+    {.name = "hooks print",
+     .words = "<agent>",
+     .group = Group::agents,
+     .fills = anAgent,
+     .mostWords = 1,
+     .options = homeOptions,
+     .summary = "show the hooks, to add them by hand",
+     .details = "For a configuration that cannot be edited, because it has comments or is kept elsewhere.",
+     .example = "tidewrack hooks print claude",
+     .run = commands::hooksPrint},
+    {.name = "hook",
+     .words = "<agent>",
+     .group = Group::agents,
+     .fills = anAgent,
+     .mostWords = 1,
+     .summary = "answer one hook event on standard input (called by the agents)",
+     .details = "A failure inside is logged, and the agent's command allowed.",
+     .example = "tidewrack hook claude <event.json",
+     .run = commands::hook},
+    {.name = "vault",
+     .group = Group::agents,
+     .options = jsonOptions,
+     .summary = "list what was saved outside of projects",
+     .details = "Newest first, with the command that was about to touch it. Entries are kept for 30 days.",
+     .example = "tidewrack vault",
+     .run = commands::vault},
+    {.name = "vault restore",
+     .words = "<id>",
+     .group = Group::agents,
+     .effect = Effect::changes,
+     .fills = aVaultEntry,
+     .mostWords = 1,
+     .summary = "put a vault entry back",
+     .details = "What stands in its place now is moved aside.",
+     .example = "tidewrack vault restore 20260314-093005-1F3A9C",
+     .run = commands::vaultRestore},
+    {.name = "version", .group = Group::others, .summary = "print the version", .run = commands::version},
+    {.name = "help",
+     .words = "[command]",
+     .group = Group::others,
+     .fills = aCommand,
+     .mostWords = 2,
+     .summary = "print this text, or what a command does",
+     .example = "tidewrack help restore",
+     .run = commands::help},
+    {.name = "hooks", .mostWords = Command::anyNumber, .options = hooksOptions, .run = commands::hooksOther},
+    {.name = "_bench-walk", .mostWords = 1, .options = projectOptions, .run = commands::benchWalk},
+};
+
+const Command* named(std::string_view name) {
+    const auto found =
+        std::find_if(std::begin(table), std::end(table), [&](const Command& command) { return command.name == name; });
+    return found == std::end(table) ? nullptr : found;
+}
+
+} // namespace
+
+const Option* Command::option(std::string_view optionName) const {
+    const auto found =
+        std::find_if(options.begin(), options.end(), [&](const Option& option) { return option.name == optionName; });
+    return found == options.end() ? nullptr : &*found;
+}
+
+std::span<const Command> commandTable() {
+    return table;
+}
+
+const Command* commandOf(const std::vector<std::string>& words) {
+    if (words.empty() || words[0].find(' ') != std::string::npos) return nullptr;
+    if (words.size() > 1)
+        if (const Command* command = named(words[0] + " " + words[1])) return command;
+    return named(words[0]);
+}
+
+bool takesValue(std::string_view optionName) {
+    if (!optionName.starts_with('-')) return false;
+    for (const Command& command : table)
+        if (const Option* option = command.option(optionName)) return option->takesValue();
+    return false;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,71 @@
+// What is kept of the history, and for how long.
+
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
+#include "Reports/JsonReports.hpp"
+#include "Walk/GitIgnore.hpp"
+#include "Walk/Walker.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+
+namespace tidewrack::commands {
+
+namespace {
+
+int setPinned(Invocation& call, bool pinned) {
+    const std::int64_t seq = call.args.number(0, "snapshot");
+    call.engine().setPinned(call.project(), seq, pinned);
+    call.print((pinned ? "Pinned #" : "Unpinned #") + std::to_string(seq) + ".\n");
+    return 0;
+}
+
+} // namespace
+
+int pin(Invocation& call) {
+    return setPinned(call, true);
+}
+
+int unpin(Invocation& call) {
+    return setPinned(call, false);
+}
+
+int prune(Invocation& call) {
+    const bool dryRun = call.args.has("--dry-run");
+    const PruneResult result = call.engine().prune(call.project(), now(), dryRun);
+    if (call.json())
+        call.printJson(pruneJson(result, dryRun));
+    else
+        call.print((dryRun ? "Would remove " : "Removed ") + std::to_string(result.removedSnapshots.size()) +
+                   " snapshots, " + std::to_string(result.removedBlobs) + " stored files.\n");
+    return 0;
+}
+
+int benchWalk(Invocation& call) {
+    const Project project = call.project(call.args.word(0));
+    for (const bool withGit : {true, false}) {
+        const auto start = std::chrono::steady_clock::now();
+        std::size_t count = 0;
+        const auto body = [&](const Walker::Item&) {
+            ++count;
+            return true;
+        };
+        if (withGit) {
+            projectWalker(project, {})->walk(body);
+        } else {
+            Walker::Options options;
+            options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
+            Walker(project.root, std::move(options)).walk(body);
+        }
+        const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+        char text[96];
+        std::snprintf(text, sizeof text, "walk %s git: %zu entries %.1f ms\n", withGit ? "with" : "without", count,
+                      elapsed.count());
+        call.print(text);
+    }
+    return 0;
+}
+
+} // namespace tidewrack::commands

@@ -1,0 +1,52 @@
+#pragma once
+// The functions behind the command table; what each does is said there. All return the exit status and throw what went
+// wrong.
+
+namespace tidewrack {
+
+class Invocation;
+
+namespace commands {
+
+// Projects.cpp
+int track(Invocation& call);
+int untrack(Invocation& call);
+int projects(Invocation& call);
+
+// Snapshots.cpp
+int snap(Invocation& call);
+int log(Invocation& call);
+int diff(Invocation& call);
+int cat(Invocation& call);
+
+// Care.cpp
+int pin(Invocation& call);
+int unpin(Invocation& call);
+int prune(Invocation& call);
+int benchWalk(Invocation& call);
+
+// GettingBack.cpp
+int restore(Invocation& call);
+int undo(Invocation& call);
+
+// Hooks.cpp
+int hooksStatus(Invocation& call);
+int hooksInstall(Invocation& call);
+int hooksUninstall(Invocation& call);
+int hooksPrint(Invocation& call);
+int hooksOther(Invocation& call); // `hooks` with no word, or with one that it does not know
+
+// Hook.cpp
+int hook(Invocation& call);
+
+// Vault.cpp
+int vault(Invocation& call);
+int vaultRestore(Invocation& call);
+
+// Help.cpp
+int help(Invocation& call);
+int version(Invocation& call);
+
+} // namespace commands
+
+} // namespace tidewrack

@@ -1,0 +1,70 @@
+// Starting and ending the history of a folder, and which folders have one.
+
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
+#include "Reports/JsonReports.hpp"
+#include "Reports/TextReports.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace tidewrack::commands {
+
+int track(Invocation& call) {
+    const std::string path = call.absolute(call.args.word(0).value_or(call.around.currentFolder));
+    const Project project = call.store().track(path, call.args.has("--force"));
+    const SnapshotResult first = call.engine().snapshot(project, {"manual", {}, {}, {}, {}});
+    if (call.json()) {
+        call.printJson({{"project", toJson(project)}, {"snapshot", snapshotJson(first)}});
+    } else {
+        call.print("Started tracking " + project.root + "\n#" + std::to_string(first.meta.seq) + "  " +
+                   std::to_string(first.meta.files) + " files  " + std::to_string(first.meta.durationMs) + " ms\n");
+    }
+    call.warn(first.warnings);
+    if (const auto warning = call.store().storageWarning(project)) call.warn({*warning});
+    return 0;
+}
+
+int untrack(Invocation& call) {
+    const auto path = call.args.word(0);
+    if (path && path->empty()) throw CliError("missing path"); // a script's unset variable
+    const Project project = call.project(path);
+    // A word that is no folder, such as -h or a typing error, must not cost the history of the folder around it;
+    // a tracked folder that is gone can still be given up by its name.
+    if (path && Store::canonical(call.absolute(*path)) != project.root && !isFolder(call.absolute(*path)))
+        throw TidewrackError::io(call.absolute(*path) + " is not a folder.");
+    call.store().untrack(project);
+    call.print("Stopped tracking " + project.root + " and deleted its history.\n");
+    return 0;
+}
+
+int projects(Invocation& call) {
+    const auto all = call.store().projects();
+    nlohmann::json list = nlohmann::json::array();
+    std::string text;
+    for (const Project& project : all) {
+        std::vector<std::int64_t> seqs;
+        std::optional<SnapshotMeta> latest;
+        std::string state = "no snapshots";
+        try {
+            seqs = call.store().seqs(project);
+            if (!seqs.empty()) state = std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots");
+            if (!seqs.empty()) latest = call.store().snapshot(project, seqs.back());
+            if (latest) state += ", latest " + ago(latest->created, now());
+        } catch (const TidewrackError&) { // the other projects are still worth listing
+            state = seqs.empty() ? "its snapshots are unreadable" : state + ", the latest is unreadable";
+        }
+        list.push_back(projectJson(project, seqs.size(), latest));
+        text += project.root + "  " + state + "\n";
+    }
+    if (call.json())
+        call.printJson(list);
+    else if (all.empty())
+        call.print("Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
+    else
+        call.print(text);
+    return 0;
+}
+
+} // namespace tidewrack::commands

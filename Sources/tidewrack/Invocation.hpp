@@ -1,0 +1,51 @@
+#pragma once
+// One call of a command: its words, what it acts on, and the one way of output.
+
+#include "CommandLine.hpp"
+#include "CommandTable.hpp"
+#include "Engine/Engine.hpp"
+#include "Progress.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+class Invocation {
+  public:
+    // `args`: the words without those of the command's name.
+    Invocation(const Command& called, Args words, Surroundings& surroundings)
+        : command(called), args(std::move(words)), around(surroundings) {}
+    Invocation(const Invocation&) = delete;
+    Invocation& operator=(const Invocation&) = delete;
+
+    const Command& command;
+    const Args args;
+    Surroundings& around;
+
+    // Opened when they are first asked for: not every command needs a store.
+    [[nodiscard]] const Engine& engine();
+    [[nodiscard]] const Store& store() { return engine().store; }
+
+    [[nodiscard]] std::string absolute(const std::string& path) const;
+    // The project that contains `folder` (default: --project, else the current folder).
+    [[nodiscard]] Project project(const std::optional<std::string>& folder = std::nullopt);
+
+    [[nodiscard]] bool json() const { return args.has("--json"); }
+    [[nodiscard]] bool colour() const;
+
+    void print(std::string_view text);
+    void printJson(const nlohmann::json& value);
+    // One line on standard error for each.
+    void warn(const std::vector<std::string>& warnings);
+
+  private:
+    ProgressLine progress_;
+    std::optional<Engine> engine_;
+};
+
+} // namespace tidewrack
