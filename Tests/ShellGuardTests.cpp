@@ -1,5 +1,6 @@
 #include "Support/TestFolders.hpp"
 
+#include "Shell/Effects.hpp"
 #include "Shell/Guard.hpp"
 #include "Shell/ProtectedFolders.hpp"
 
@@ -288,6 +289,34 @@ TEST(ShellGuard, refusesCatastrophes) {
     EXPECT_FALSE(catastrophic("", ""));
     EXPECT_FALSE(catastrophic("/Desktop", ""));
     EXPECT_TRUE(catastrophic("/Desktop", "/"));
+}
+
+TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
+    for (const char* name : {"home/.local/store/projects", "home/.agent", "dotfiles"}) folder.makeFolder(name);
+    folder.write("dotfiles/settings.json", "{}");
+    folder.link("home/.agent/settings.json", root + "/dotfiles/settings.json");
+    folder.link("local", root + "/home/.local");
+    context.protectedPaths = {{root + "/home/.local/store", OwnPath::Role::history},
+                              {root + "/dotfiles/settings.json", OwnPath::Role::hooks}};
+    const auto asks = [&](std::string_view command) {
+        const Verdict verdict = analyze(command, context).verdict;
+        return verdict.kind == Verdict::Kind::ask && verdict.reason.find("Tidewrack's") != std::string::npos;
+    };
+    for (const char* command :
+         {"tidewrack untrack", "/opt/bin/tidewrack -C ../x --project p prune", "sudo tidewrack hooks uninstall claude",
+          "echo p | xargs -n1 tidewrack untrack", "cd .. && (tidewrack vault rm 1)", "rm -rf ~/.local",
+          "mv ~/.local/store /nowhere/x", "rm ../local/store/projects/1.json", "echo x > ~/.agent/settings.json",
+          "sed -i s/a/b/ ../dotfiles/settings.json", "git -C ../dotfiles clean -fd", "rsync -a --delete x/ ~/.local/",
+          "rm -rf . ~/.local/store", "find ~/.local/store -name '*.json' -delete"})
+        EXPECT_TRUE(asks(command)) << command;
+    for (const char* command :
+         {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack vault restore 1",
+          "tidewrack prune --dry-run; tidewrack untrack --help; tidewrack hooks install; tidewrack --label prune snap",
+          "cat ~/.local/store/projects/1.json; cp -r ~/.local/store /nowhere/copy", "rm -rf ../local",
+          "rm ~/.agent/other.json; touch ~/.local/x; rm -rf ~/.local/storage", "echo tidewrack untrack",
+          "git -C ../dotfiles pull"})
+        EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
+    EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);
 }
 
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {

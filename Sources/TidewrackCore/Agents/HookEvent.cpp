@@ -1,6 +1,6 @@
 #include "Agents/HookEvent.hpp"
 
-#include "Shell/WordPaths.hpp"
+#include "Support/Paths.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -104,7 +104,7 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
     // Gemini leaves "cwd" at the project and names the command's own folder in the tool's input.
     if (agent == Agent::gemini && event.kind == HookEvent::Kind::shell) {
         const auto folder = asText(member(*member(object, "tool_input"), "dir_path"));
-        if (folder && !folder->empty()) event.cwd = shell::absolutePath(*folder, shell::absolutePath(event.cwd, "/"));
+        if (folder && !folder->empty()) event.cwd = absolutePath(*folder, absolutePath(event.cwd, "/"));
     }
     return event;
 }

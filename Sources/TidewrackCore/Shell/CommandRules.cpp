@@ -1,6 +1,9 @@
 #include "Shell/CommandRules.hpp"
 
+#include "Shell/Expansion.hpp"
 #include "Shell/GitRules.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 
 #include <algorithm>
 #include <array>
@@ -109,6 +112,7 @@ class Examination {
     void find();
     void xargs();
     void changeModes();
+    void tidewrack();
 
   private:
     void targetDestinations(const std::vector<const Word*>& operands);
@@ -132,30 +136,55 @@ using E = Examination;
 
 // Sorted by name, for the search.
 constexpr Rule rules[] = {
-    {".", &E::runScript},       {"bash", &E::runScript},
-    {"bun", &E::runScript},     {"bunx", &E::runScript},
-    {"cargo", &E::runScript},   {"chgrp", &E::changeModes},
-    {"chmod", &E::changeModes}, {"chown", &E::changeModes},
-    {"cp", &E::copy},           {"dd", &E::copyBlocks},
-    {"deno", &E::runScript},    {"ditto", &E::copy},
-    {"eval", &E::runScript},    {"find", &E::find},
-    {"fish", &E::runScript},    {"git", &E::git},
-    {"go", &E::runScript},      {"gsed", &E::editInPlace},
-    {"install", &E::copy},      {"ln", &E::copy},
-    {"make", &E::runScript},    {"mv", &E::move},
-    {"node", &E::runScript},    {"npm", &E::runScript},
-    {"npx", &E::runScript},     {"osascript", &E::runScript},
-    {"perl", &E::editInPlace},  {"perl6", &E::runScript},
-    {"pnpm", &E::runScript},    {"python", &E::runScript},
-    {"python3", &E::runScript}, {"rm", &E::remove},
-    {"rmdir", &E::remove},      {"rsync", &E::copy},
-    {"ruby", &E::runScript},    {"sed", &E::editInPlace},
-    {"sh", &E::runScript},      {"shred", &E::remove},
-    {"source", &E::runScript},  {"srm", &E::remove},
-    {"swift", &E::runScript},   {"tee", &E::targetOperands},
-    {"trash", &E::remove},      {"truncate", &E::targetOperands},
-    {"unlink", &E::remove},     {"xargs", &E::xargs},
-    {"yarn", &E::runScript},    {"zsh", &E::runScript},
+    {".", &E::runScript},
+    {"bash", &E::runScript},
+    {"bun", &E::runScript},
+    {"bunx", &E::runScript},
+    {"cargo", &E::runScript},
+    {"chgrp", &E::changeModes},
+    {"chmod", &E::changeModes},
+    {"chown", &E::changeModes},
+    {"cp", &E::copy},
+    {"dd", &E::copyBlocks},
+    {"deno", &E::runScript},
+    {"ditto", &E::copy},
+    {"eval", &E::runScript},
+    {"find", &E::find},
+    {"fish", &E::runScript},
+    {"git", &E::git},
+    {"go", &E::runScript},
+    {"gsed", &E::editInPlace},
+    {"install", &E::copy},
+    {"ln", &E::copy},
+    {"make", &E::runScript},
+    {"mv", &E::move},
+    {"node", &E::runScript},
+    {"npm", &E::runScript},
+    {"npx", &E::runScript},
+    {"osascript", &E::runScript},
+    {"perl", &E::editInPlace},
+    {"perl6", &E::runScript},
+    {"pnpm", &E::runScript},
+    {"python", &E::runScript},
+    {"python3", &E::runScript},
+    {"rm", &E::remove},
+    {"rmdir", &E::remove},
+    {"rsync", &E::copy},
+    {"ruby", &E::runScript},
+    {"sed", &E::editInPlace},
+    {"sh", &E::runScript},
+    {"shred", &E::remove},
+    {"source", &E::runScript},
+    {"srm", &E::remove},
+    {"swift", &E::runScript},
+    {"tee", &E::targetOperands},
+    {"tidewrack", &E::tidewrack},
+    {"trash", &E::remove},
+    {"truncate", &E::targetOperands},
+    {"unlink", &E::remove},
+    {"xargs", &E::xargs},
+    {"yarn", &E::runScript},
+    {"zsh", &E::runScript},
 };
 
 static_assert(std::is_sorted(std::begin(rules), std::end(rules),
@@ -213,16 +242,20 @@ void Examination::git() {
     examineGit(arguments_, cwd_, effects_);
 }
 
+void Examination::tidewrack() {
+    effects_.ownCommand(arguments_);
+}
+
 void Examination::remove() {
-    const bool asks = name_ == "rmdir" || isRecursive(arguments_);
+    const Extent extent = name_ == "rmdir" || isRecursive(arguments_) ? Extent::removed : Extent::item;
     forEachOperand(arguments_,
-                   [&](const Word& operand) { effects_.targetWord(operand, cwd_, linksOf(operand), asks); });
+                   [&](const Word& operand) { effects_.targetWord(operand, cwd_, linksOf(operand), extent); });
 }
 
 void Examination::move() {
     const std::vector<const Word*> operands = operandsOf(arguments_);
     for (std::size_t index = 0; index + 1 < operands.size(); ++index)
-        effects_.targetWord(*operands[index], cwd_, linksOf(*operands[index]));
+        effects_.targetWord(*operands[index], cwd_, linksOf(*operands[index]), Extent::moved);
     targetDestinations(operands);
 }
 
@@ -232,7 +265,7 @@ void Examination::copy() {
     const auto deletes = [](const Word& word) { return word.text.starts_with("--delete"); };
     if (name_ != "rsync" || operands.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
     const auto folders = effects_.resolve(*operands.back(), cwd_);
-    if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed);
+    if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed, Extent::moved);
 }
 
 void Examination::targetDestinations(const std::vector<const Word*>& operands) {
@@ -304,8 +337,8 @@ void Examination::find() {
     const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
-    const bool wholeTree = !holdsAny(arguments_, findTests);
-    for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), wholeTree);
+    const Extent extent = holdsAny(arguments_, findTests) ? Extent::item : Extent::removed;
+    for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), extent);
 }
 
 // Whether the value of an option of xargs is the next word: -n 1, -0I {}, --max-args 1, but not -n1.
@@ -319,7 +352,7 @@ bool onlyReads(const Rule& rule, Words command) {
     if (rule.apply == &E::editInPlace) return !editsInPlace(command);
     if (rule.apply == &E::changeModes) return !isRecursive(command);
     if (rule.apply == &E::find) return !holdsAny(command, findActions);
-    return rule.apply == &E::git && gitOnlyReads(command);
+    return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(command));
 }
 
 // What the command works on is not known.
@@ -332,6 +365,7 @@ void Examination::xargs() {
     strip(command);
     if (command.empty()) return;
     const Rule* rule = ruleFor(commandName(command.front()));
+    if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
     if (rule && !onlyReads(*rule, command)) effects_.opaque(cwd_);
 }
 

@@ -1,6 +1,7 @@
 #include "Shell/Effects.hpp"
 
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -44,12 +45,13 @@ bool isInGitStore(std::string_view path) {
 // The nearest folder that a pattern names without glob characters.
 std::string_view folderAbovePattern(std::string_view pattern) {
     const std::size_t glob = pattern.find_first_of("*?[");
-    return parentFolder(pattern.substr(0, std::min(glob, pattern.size())));
+    return parentOf(pattern.substr(0, std::min(glob, pattern.size())));
 }
 
 } // namespace
 
-Effects::Effects(const Context& context) : context_(context), protected_(context.home, context.projectRoots) {}
+Effects::Effects(const Context& context)
+    : context_(context), protected_(context.home, context.projectRoots), own_(context.protectedPaths) {}
 
 bool Effects::full() const {
     return decision_.targets.size() >= maxTargets || targetBytes_ >= maxTargetBytes;
@@ -67,13 +69,14 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     if (!matches)
         paths.emplace_back(folderAbovePattern(path));
     else if (matches->empty())
-        paths.emplace_back(parentFolder(path));
+        paths.emplace_back(parentOf(path));
     else
         paths = std::move(*matches);
     return paths;
 }
 
-void Effects::target(std::string path, std::string_view cwd, Links links) {
+void Effects::target(std::string path, std::string_view cwd, Links links, Extent extent) {
+    own_.look(path, extent, links);
     if (full() && !protected_.holdsText(path)) return opaque(cwd);
     targetBytes_ += path.size();
     if (links == Links::followed) decision_.followed.push_back(path);
@@ -87,13 +90,13 @@ void Effects::trackedFiles(const std::string& workTree) {
         target(workTree, workTree, Links::followed);
 }
 
-void Effects::targetWord(const Word& word, std::string_view cwd, Links links, bool asks) {
+void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Extent extent) {
     // Past the limit only a word that may name a folder outside the working folder is worth a look.
     if (full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos) return opaque(cwd);
     const auto add = [&](std::string path) {
-        if (asks) askIfProjectInside(path, links);
-        if (asks && !full()) decision_.removed.push_back(path);
-        target(std::move(path), cwd, links);
+        if (extent == Extent::removed) askIfProjectInside(path, links);
+        if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
+        target(std::move(path), cwd, links, extent);
     };
     if (word.glob)
         for (std::string& path : resolve(word, cwd)) add(std::move(path));
@@ -140,6 +143,9 @@ Decision Effects::decide() {
         paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());
         sortAndDedupe(*paths);
     }
+    // Stronger than any other question: what that says of snapshots would not hold.
+    if (own_.question() && decision_.verdict.kind != Verdict::Kind::deny)
+        decision_.verdict = {Verdict::Kind::ask, *own_.question()};
     const auto inGitStore = std::find_if(targets.begin(), targets.end(), isInGitStore);
     if (inGitStore != targets.end())
         decision_.verdict.raiseTo(

@@ -1,18 +1,26 @@
 #pragma once
 // What the commands of one line may do, gathered while they are examined one after the other.
 
-#include "Shell/Guard.hpp"
+#include "Shell/Decision.hpp"
+#include "Shell/Lexer.hpp"
+#include "Shell/OwnPaths.hpp"
 #include "Shell/ProtectedFolders.hpp"
 #include "Shell/WordPaths.hpp"
 
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tidewrack::shell {
 
-// Whether a command takes a link named as its target, or the folder that the link leads to.
-enum class Links { itself, followed };
+// The text of the refusal when `path` is one of the folders whose loss nobody wants: the system's, the home
+// folder, or the home's well-known ones. What lies below them is not meant. Judged by the text alone.
+[[nodiscard]] std::optional<std::string> catastrophic(std::string_view path, std::string_view home);
+
+// Turns an allow into an ask when a tracked project is at or below `path`.
+void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict);
 
 class Effects {
   public:
@@ -31,17 +39,20 @@ class Effects {
     }
 
     // Adds an absolute path to the targets.
-    void target(std::string path, std::string_view cwd, Links links = Links::itself);
+    void target(std::string path, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
 
     // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
     // refuse.
     void trackedFiles(const std::string& workTree);
 
-    // Adds whatever the word names. With `asks` the paths go with all they hold: asks when that is a project.
-    void targetWord(const Word& word, std::string_view cwd, Links links = Links::itself, bool asks = false);
+    // Adds whatever the word names. Asks when a project is removed.
+    void targetWord(const Word& word, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
 
     // Asks when a tracked project is at or below the path, also where the path is spelled through a link.
     void askIfProjectInside(const std::string& path, Links links = Links::itself);
+
+    // A command of Tidewrack's own, whose arguments these are.
+    void ownCommand(std::span<const Word> arguments) { own_.lookAtCommand(arguments); }
 
     // Something whose effect cannot be known runs in `folder`.
     void opaque(std::string_view folder);
@@ -58,6 +69,7 @@ class Effects {
 
     const Context& context_;
     ProtectedFolders protected_;
+    OwnPaths own_;
     GlobMatcher glob_;
     Decision decision_;
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them

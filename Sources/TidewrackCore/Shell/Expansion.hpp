@@ -1,17 +1,15 @@
 #pragma once
 // Tilde and variable expansion of one word.
 
+#include "Shell/Decision.hpp"
 #include "Shell/Lexer.hpp"
 
 #include <cstddef>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace tidewrack::shell {
-
-using Environment = std::map<std::string, std::string, std::less<>>;
 
 // The variables as they stand at one place of a command line: what the line assigned so far, over the
 // environment that it was given (which must outlive this). All look-ups together hand out at most 256 KiB and

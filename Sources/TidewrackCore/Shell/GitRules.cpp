@@ -1,9 +1,10 @@
 #include "Shell/GitRules.hpp"
 
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
 #include <algorithm>
 #include <array>
-
-#include <sys/stat.h>
 
 namespace tidewrack::shell {
 
@@ -37,11 +38,6 @@ bool hasAny(Words words, std::initializer_list<std::string_view> texts) {
     return std::any_of(words.begin(), words.end(), [&](const Word& word) {
         return std::find(texts.begin(), texts.end(), word.text) != texts.end();
     });
-}
-
-bool exists(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
 }
 
 // Without "--" git itself decides whether an operand is a branch or a path. One that stands on the disk is
@@ -109,7 +105,7 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     if (!changesWorkTree(subcommand, rest)) return;
     const bool takesUntracked = subcommand == "clean" || hasAny(rest, {"-u", "--include-untracked", "-a", "--all"});
     if (takesUntracked)
-        effects.target(workTree, workTree, Links::followed);
+        effects.target(workTree, workTree, Links::followed, Extent::moved);
     else
         effects.trackedFiles(workTree);
 }

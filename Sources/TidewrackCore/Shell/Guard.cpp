@@ -3,6 +3,8 @@
 #include "Shell/Braces.hpp"
 #include "Shell/CommandRules.hpp"
 #include "Shell/Effects.hpp"
+#include "Shell/Expansion.hpp"
+#include "Support/Paths.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,5 @@
 #include "Shell/ProtectedFolders.hpp"
 
-#include "Shell/WordPaths.hpp"
 #include "Support/Paths.hpp"
 
 #include <sys/stat.h>
@@ -41,7 +40,7 @@ ProtectedFolders::ProtectedFolders(std::string_view home, const std::vector<std:
         return std::any_of(projectRoots.begin(), projectRoots.end(),
                            [&](const std::string& root) { return isAtOrBelow(folder, root); });
     };
-    for (std::string_view above = parentFolder(home_); above.size() > 1; above = parentFolder(above))
+    for (std::string_view above = parentOf(home_); above.size() > 1; above = parentOf(above))
         if (!isTracked(above)) aboveHome_.emplace_back(above);
 }
 

@@ -1,9 +1,8 @@
 #include "Shell/WordPaths.hpp"
 
-#include "Platform/FolderStream.hpp"
+#include "Support/Files.hpp"
 
 #include <fnmatch.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -16,56 +15,11 @@ constexpr std::size_t maxPatterns = 256;
 constexpr std::size_t maxStarsPerName = 16; // some systems' fnmatch needs exponential time beyond
 constexpr auto maxTime = std::chrono::milliseconds(250);
 
-void appendComponents(std::string& path, std::string_view more) {
-    while (!more.empty()) {
-        const std::size_t slash = std::min(more.find('/'), more.size());
-        const std::string_view component = more.substr(0, slash);
-        more.remove_prefix(std::min(slash + 1, more.size()));
-        if (component.empty() || component == ".") continue;
-        if (component == "..") {
-            path.resize(path.empty() ? 0 : path.rfind('/'));
-        } else {
-            path += '/';
-            path += component;
-        }
-    }
-}
-
 bool holdsGlob(std::string_view component) {
     return component.find_first_of("*?[") != std::string_view::npos;
 }
 
-bool exists(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
-}
-
 } // namespace
-
-std::string absolutePath(std::string_view path, std::string_view cwd) {
-    std::string result;
-    result.reserve(cwd.size() + path.size() + 1);
-    if (!path.starts_with('/') && cwd != "/") result = cwd;
-    appendComponents(result, path);
-    if (result.empty()) result += '/';
-    return result;
-}
-
-std::string_view parentFolder(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string_view::npos ? std::string_view("/") : path.substr(0, slash);
-}
-
-std::string_view lastComponent(std::string_view path) {
-    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-bool isFolder(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
 
 bool GlobMatcher::start() {
     if (!deadline_) deadline_ = std::chrono::steady_clock::now() + maxTime;
@@ -94,12 +48,13 @@ std::optional<std::vector<std::string>> GlobMatcher::namesIn(const std::string& 
 
 // Adds the names that match `pattern` (null: all); false when time ran out.
 bool GlobMatcher::readNames(const std::string& folder, const char* pattern, std::vector<std::string>& names) {
-    FolderStream stream(folder);
-    while (const char* name = stream.next()) {
-        if (outOfTime()) return false;
+    bool inTime = true;
+    // A folder that cannot be read holds no names, as for a shell.
+    (void)visitNames(folder, [&](const char* name) {
         if (!pattern || fnmatch(pattern, name, FNM_PERIOD | FNM_NOESCAPE) == 0) names.emplace_back(name);
-    }
-    return true;
+        return inTime = !outOfTime();
+    });
+    return inTime;
 }
 
 // `path` is what has been matched so far, `rest` the pattern's components behind it.

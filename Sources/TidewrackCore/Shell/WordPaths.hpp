@@ -1,5 +1,5 @@
 #pragma once
-// Paths as a shell understands them: joined to the working folder, and patterns matched against the disk.
+// Patterns matched against the disk, as a shell does.
 
 #include <chrono>
 #include <cstddef>
@@ -9,19 +9,6 @@
 #include <vector>
 
 namespace tidewrack::shell {
-
-// `path` when it begins with "/", else joined to `cwd`, which must be a result of this function; "." and ".."
-// are resolved textually. The result has no trailing slash, but for "/" itself.
-[[nodiscard]] std::string absolutePath(std::string_view path, std::string_view cwd);
-
-// Everything before the last "/" of an absolute path; "/" for what lies in the root.
-[[nodiscard]] std::string_view parentFolder(std::string_view path);
-
-// What stands behind the last "/", trailing slashes left out.
-[[nodiscard]] std::string_view lastComponent(std::string_view path);
-
-// Whether a folder, or a link to one, stands at the path.
-[[nodiscard]] bool isFolder(const std::string& path);
 
 // Finds what patterns match. One matcher serves one command line and never takes long: it stops after
 // 10,000 matches, 256 patterns or a quarter of a second, all patterns together.

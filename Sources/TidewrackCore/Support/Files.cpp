@@ -170,10 +170,18 @@ std::vector<std::string> listFolder(const std::string& path) {
 }
 
 void forEachName(const std::string& path, const std::function<void(std::string_view)>& visit) {
+    const int error = visitNames(path, [&](const char* name) {
+        visit(name);
+        return true;
+    });
+    if (error != 0 && error != ENOENT) throw TidewrackError::io("list", path, error);
+}
+
+int visitNames(const std::string& path, const std::function<bool(const char*)>& visit) {
     FolderStream stream(path);
-    if (stream.error() == ENOENT) return;
-    while (const char* name = stream.next()) visit(name);
-    if (stream.error() != 0) throw TidewrackError::io("list", path, stream.error());
+    while (const char* name = stream.next())
+        if (!visit(name)) return 0;
+    return stream.error();
 }
 
 bool isFolder(const std::string& path) {

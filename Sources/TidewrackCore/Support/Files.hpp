@@ -49,6 +49,8 @@ void writeUserFile(const std::string& path, std::string_view bytes, const struct
 [[nodiscard]] std::vector<std::string> listFolder(const std::string& path);
 // The same, handed out one by one.
 void forEachName(const std::string& path, const std::function<void(std::string_view)>& visit);
+// The same until `visit` returns false. Returns an errno value: why the folder could not be read so far.
+[[nodiscard]] int visitNames(const std::string& path, const std::function<bool(const char*)>& visit);
 
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
 [[nodiscard]] bool exists(const std::string& path);   // does not follow one

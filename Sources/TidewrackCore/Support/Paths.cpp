@@ -1,8 +1,27 @@
 #include "Support/Paths.hpp"
 
-#include <vector>
+#include <algorithm>
 
 namespace tidewrack {
+
+namespace {
+
+void appendComponents(std::string& path, std::string_view more) {
+    while (!more.empty()) {
+        const std::size_t slash = std::min(more.find('/'), more.size());
+        const std::string_view component = more.substr(0, slash);
+        more.remove_prefix(std::min(slash + 1, more.size()));
+        if (component.empty() || component == ".") continue;
+        if (component == "..") {
+            path.resize(path.empty() ? 0 : path.rfind('/'));
+        } else {
+            path += '/';
+            path += component;
+        }
+    }
+}
+
+} // namespace
 
 std::string_view lastComponent(std::string_view path) {
     while (!path.empty() && path.back() == '/') path.remove_suffix(1);
@@ -17,27 +36,16 @@ std::string_view parentOf(std::string_view path) {
 }
 
 std::string standardized(std::string_view path) {
-    std::vector<std::string_view> components;
-    while (!path.empty()) {
-        const auto slash = path.find('/');
-        const std::string_view component = path.substr(0, slash);
-        path.remove_prefix(slash == std::string_view::npos ? path.size() : slash + 1);
-        if (component.empty() || component == ".") continue;
-        if (component != "..")
-            components.push_back(component);
-        else if (!components.empty())
-            components.pop_back();
-    }
-    std::string result;
-    for (const std::string_view component : components) {
-        result += '/';
-        result += component;
-    }
-    return result.empty() ? "/" : result;
+    return absolutePath(path, "/");
 }
 
 std::string absolutePath(std::string_view path, std::string_view base) {
-    return standardized(path.starts_with('/') ? std::string(path) : std::string(base) + "/" + std::string(path));
+    std::string result;
+    result.reserve(base.size() + path.size() + 1);
+    if (!path.starts_with('/')) appendComponents(result, base);
+    appendComponents(result, path);
+    if (result.empty()) result += '/';
+    return result;
 }
 
 bool isAtOrBelow(std::string_view path, std::string_view folder) {

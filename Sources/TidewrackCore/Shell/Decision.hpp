@@ -1,0 +1,55 @@
+#pragma once
+// The words in which the guard is asked and answers.
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace tidewrack::shell {
+
+using Environment = std::map<std::string, std::string, std::less<>>;
+
+// A path whose loss would end what Tidewrack keeps or does.
+struct OwnPath {
+    enum class Role { history, hooks }; // the store's folder; an agent's configuration that holds our hooks
+
+    std::string path; // absolute, canonical
+    Role role = Role::history;
+
+    bool operator==(const OwnPath&) const = default;
+};
+
+struct Context {
+    std::string cwd;  // the agent's working folder: canonical, absolute
+    std::string home; // the user's home folder
+    Environment env;
+    std::vector<std::string> projectRoots;    // of all tracked projects
+    std::vector<OwnPath> protectedPaths = {}; // commands that delete or overwrite these are asked about
+};
+
+// What to tell the agent. A deny beats an ask beats an allow, and of two equals the first stands.
+struct Verdict {
+    enum class Kind { ask, deny, allow };
+
+    Kind kind = Kind::allow;
+    std::string reason; // empty for allow
+
+    // Takes `other` when that is the stronger one.
+    void raiseTo(Verdict other);
+
+    bool operator==(const Verdict&) const = default;
+};
+
+struct Decision {
+    Verdict verdict;
+    std::vector<std::string> targets;    // absolute paths that may be deleted or overwritten: sorted, each once
+    std::vector<std::string> followed;   // those of them that, where they are links, are not meant themselves: what
+                                         // they lead to is; sorted, each once
+    std::vector<std::string> removed;    // those of them that go with all they hold; sorted, each once
+    bool opaque = false;                 // part of the effect cannot be known without running the command
+    std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
+
+    bool operator==(const Decision&) const = default;
+};
+
+} // namespace tidewrack::shell

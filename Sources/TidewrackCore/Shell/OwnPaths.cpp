@@ -1,0 +1,106 @@
+#include "Shell/OwnPaths.hpp"
+
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr int maxPathsMadeReal = 64;
+
+// Options of the program whose value is a word of its own.
+constexpr std::array valueOptions = {"-C"sv,      "-n"sv,        "--agent"sv,   "--home"sv, "--kind"sv,
+                                     "--label"sv, "--project"sv, "--session"sv, "--turn"sv};
+
+// Options that make it only show or explain.
+constexpr std::array showing = {"-h"sv, "--help"sv, "--dry-run"sv};
+
+struct OwnCommand {
+    std::string_view name;
+    std::string_view part; // the word behind it; empty where it has none
+    std::string_view question;
+};
+
+constexpr auto deletesHistory =
+    "This would delete Tidewrack's own history of the project, and nothing could undo that. Allow?"sv;
+constexpr auto deletesSnapshots =
+    "This would delete snapshots from Tidewrack's own history, and nothing could undo that. Allow?"sv;
+constexpr auto deletesCopies =
+    "This would delete copies from Tidewrack's own vault, and nothing could undo that. Allow?"sv;
+constexpr auto removesHooks =
+    "This would remove Tidewrack's hooks: what an agent does would no longer be saved before. Allow?"sv;
+
+constexpr OwnCommand ownCommands[] = {
+    {"untrack", "", deletesHistory},      {"prune", "", deletesSnapshots},    {"forget", "", deletesSnapshots},
+    {"hooks", "uninstall", removesHooks}, {"vault", "prune", deletesCopies},  {"vault", "remove", deletesCopies},
+    {"vault", "rm", deletesCopies},       {"vault", "delete", deletesCopies}, {"vault", "clear", deletesCopies},
+};
+
+template <std::size_t size>
+bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
+    return std::find(table.begin(), table.end(), text) != table.end();
+}
+
+std::string questionOn(std::string_view target, const OwnPath& own) {
+    std::string text = "This changes ";
+    text.append(target);
+    switch (own.role) {
+    case OwnPath::Role::history:
+        text += ". It would delete or damage Tidewrack's own history in " + own.path +
+                ", and nothing could undo that. Allow?";
+        break;
+    case OwnPath::Role::hooks:
+        text += ". It may remove Tidewrack's hooks in " + own.path +
+                ": what an agent does would no longer be saved before. Allow?";
+        break;
+    }
+    return text;
+}
+
+} // namespace
+
+bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Extent extent) {
+    for (const OwnPath& own : paths_) {
+        const bool holds = extent != Extent::item && isAtOrBelow(own.path, target);
+        if (!holds && !isAtOrBelow(target, own.path)) continue;
+        question_ = questionOn(shown, own);
+        return true;
+    }
+    return false;
+}
+
+void OwnPaths::look(const std::string& target, Extent extent, Links links) {
+    if (question_ || paths_.empty() || lookAtText(target, target, extent)) return;
+    if (pathsMadeReal_ >= maxPathsMadeReal || target.find('\0') != std::string::npos) return;
+    ++pathsMadeReal_;
+    // What is written through a link is what it leads to, and a folder named with a slash behind it.
+    const std::string real = extent == Extent::item || links == Links::followed ? realPath(target) : std::string();
+    if (!real.empty() && real != target && lookAtText(real, target, extent)) return;
+    const std::string place = realPlace(target);
+    if (!place.empty() && place != target) (void)lookAtText(place, target, extent);
+}
+
+void OwnPaths::lookAtCommand(std::span<const Word> arguments) {
+    std::array<std::string_view, 2> words;
+    std::size_t count = 0;
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        const std::string_view text = arguments[index].text;
+        if (isIn(showing, text)) return;
+        if (isIn(valueOptions, text))
+            ++index;
+        else if (!text.starts_with('-') && count < words.size())
+            words[count++] = text;
+    }
+    for (const OwnCommand& command : ownCommands) {
+        if (question_ || command.name != words[0] || (!command.part.empty() && command.part != words[1])) continue;
+        question_ = command.question;
+    }
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,46 @@
+#pragma once
+// Guards what Tidewrack itself lives on: its store, and the agents' configuration that calls it.
+
+#include "Shell/Decision.hpp"
+#include "Shell/Lexer.hpp"
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace tidewrack::shell {
+
+// How much of what stands at a target a command touches.
+enum class Extent {
+    item,    // itself
+    moved,   // with all it holds, which comes to stand elsewhere
+    removed, // with all it holds
+};
+
+// Whether a command takes a link named as its target, or the folder that the link leads to.
+enum class Links { itself, followed };
+
+class OwnPaths {
+  public:
+    // `paths` must outlive this.
+    explicit OwnPaths(const std::vector<OwnPath>& paths) : paths_(paths) {}
+
+    // Looks at a target of a command, also under the name that the disk gives it.
+    void look(const std::string& target, Extent extent, Links links);
+
+    // Looks at the words of a command of Tidewrack's own: some remove history or hooks.
+    void lookAtCommand(std::span<const Word> arguments);
+
+    // What to ask because of the first thing that was found.
+    [[nodiscard]] const std::optional<std::string>& question() const { return question_; }
+
+  private:
+    [[nodiscard]] bool lookAtText(const std::string& target, std::string_view shown, Extent extent);
+
+    const std::vector<OwnPath>& paths_;
+    std::optional<std::string> question_;
+    int pathsMadeReal_ = 0;
+};
+
+} // namespace tidewrack::shell
