@@ -3,28 +3,20 @@
 #   libmd          one SHA-256 per project id; linked statically, so that it costs no start-up time. A cryptography
 #                  library asks the processor at every start what it can do, which can cost a hook a tenth of its time
 #                  in a virtual machine
-#   lzfse          manifests; loaded at the first manifest, because most hooks read none. Linked on macOS, where
-#                  TIDEWRACK_STATIC_LZFSE names it, and where the library bears another name than in Debian's package
+#   lzfse          manifests. scripts/lib/lzfse makes an archive of it, which no package of Debian or Ubuntu holds
 #   utf8proc       user-perceived characters, letters and numbers, lower case
 #   GoogleTest, Google Benchmark: tests and micro benchmarks only
 find_package(Threads REQUIRED)
 find_package(nlohmann_json 3.10 REQUIRED)
 
 add_library(tidewrack_dependencies INTERFACE)
-target_link_libraries(tidewrack_dependencies INTERFACE Threads::Threads nlohmann_json::nlohmann_json ${CMAKE_DL_LIBS})
+target_link_libraries(tidewrack_dependencies INTERFACE Threads::Threads nlohmann_json::nlohmann_json)
 
-find_path(LZFSE_INCLUDE_DIR lzfse.h REQUIRED)
-target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${LZFSE_INCLUDE_DIR})
-find_library(LZFSE_LOADABLE liblzfse.so.1)
-set(TIDEWRACK_LZFSE_LINKED ON)
-if(TIDEWRACK_STATIC_LZFSE)
-  target_link_libraries(tidewrack_dependencies INTERFACE ${TIDEWRACK_STATIC_LZFSE})
-elseif(APPLE OR NOT LZFSE_LOADABLE)
-  find_library(LZFSE_LIBRARY lzfse REQUIRED)
-  target_link_libraries(tidewrack_dependencies INTERFACE ${LZFSE_LIBRARY})
-else()
-  set(TIDEWRACK_LZFSE_LINKED OFF)
-endif()
+set(own_libraries "${PROJECT_SOURCE_DIR}/build/libraries")
+find_path(LZFSE_HEADERS lzfse.h HINTS "${own_libraries}" REQUIRED)
+find_library(LZFSE_LIBRARY NAMES liblzfse.a lzfse HINTS "${own_libraries}" REQUIRED)
+target_include_directories(tidewrack_dependencies SYSTEM INTERFACE ${LZFSE_HEADERS})
+target_link_libraries(tidewrack_dependencies INTERFACE ${LZFSE_LIBRARY})
 
 find_path(UTF8PROC_INCLUDE_DIR utf8proc.h REQUIRED)
 find_library(UTF8PROC_LIBRARY NAMES libutf8proc.a utf8proc REQUIRED)

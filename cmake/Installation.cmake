@@ -37,11 +37,8 @@ anything an AI coding agent did to them can be undone, untracked files,
 dotfiles and permissions included. Hooks in the agents' own configuration
 take the snapshots, refuse commands that would destroy a home folder or the
 system, and save what lies outside of projects before a command touches it.")
-if(NOT TIDEWRACK_STATIC_LZFSE)
+if(NOT TIDEWRACK_STATIC)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-endif()
-if(NOT TIDEWRACK_LZFSE_LINKED)
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS liblzfse1) # loaded while running, so not found among the linked libraries
 endif()
 set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_CURRENT_LIST_DIR}/PackageKinds.cmake")
 set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/DebianLayout.cmake")

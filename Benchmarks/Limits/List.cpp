@@ -1,22 +1,16 @@
 #include "Listing.hpp"
-#include "Platform/Platform.hpp"
 
 #include <algorithm>
 #include <charconv>
 #include <fcntl.h>
 #include <functional>
+#include <lzfse.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace limits {
 namespace {
-
-const tidewrack::Lzfse& compression() {
-    const tidewrack::Lzfse& library = tidewrack::lzfse();
-    if (!library.available) throw std::runtime_error("the LZFSE library can't be loaded");
-    return library;
-}
 
 std::string readFile(const std::string& path) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -74,8 +68,8 @@ Listing readList(const std::string& file) {
     const auto* source = reinterpret_cast<const uint8_t*>(packed.data());
     std::string text(packed.size() * 8, '\0');
     size_t size = 0;
-    while ((size = compression().decode(reinterpret_cast<uint8_t*>(text.data()), text.size(), source, packed.size(),
-                                        nullptr)) == text.size())
+    while ((size = lzfse_decode_buffer(reinterpret_cast<uint8_t*>(text.data()), text.size(), source, packed.size(),
+                                       nullptr)) == text.size())
         text.resize(text.size() * 2);
     text.resize(size);
 
@@ -131,8 +125,8 @@ void writeList(const std::string& file, const std::vector<Item>& items) {
     text.resize(static_cast<size_t>(at - text.data()));
 
     std::string packed(text.size() + 4096, '\0');
-    const size_t size = compression().encode(reinterpret_cast<uint8_t*>(packed.data()), packed.size(),
-                                             reinterpret_cast<const uint8_t*>(text.data()), text.size(), nullptr);
+    const size_t size = lzfse_encode_buffer(reinterpret_cast<uint8_t*>(packed.data()), packed.size(),
+                                            reinterpret_cast<const uint8_t*>(text.data()), text.size(), nullptr);
     const std::string temporary = file + ".new";
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0 || write(fd, packed.data(), size) != static_cast<ssize_t>(size) || close(fd) != 0 ||

@@ -224,13 +224,4 @@ class [[nodiscard]] TerminationIgnored {
 // pieces, each of which saves hundreds of page faults. Does nothing where the memory is small.
 void willFill(void* memory, std::size_t size);
 
-// The two functions of the LZFSE library; `available` is false when it cannot be loaded.
-struct Lzfse {
-    using Function = std::size_t (*)(std::uint8_t*, std::size_t, const std::uint8_t*, std::size_t, void*);
-    bool available = false;
-    Function encode = nullptr;
-    Function decode = nullptr;
-};
-[[nodiscard]] const Lzfse& lzfse();
-
 } // namespace tidewrack

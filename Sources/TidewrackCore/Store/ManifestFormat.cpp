@@ -4,6 +4,8 @@
 
 #include "Support/Errors.hpp"
 
+#include <lzfse.h>
+
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -33,18 +35,12 @@ void appendNumber(std::string& text, Number number) {
     text += '\t';
 }
 
-const Lzfse& requiredLzfse() {
-    const Lzfse& library = lzfse();
-    if (!library.available) throw TidewrackError::io("The LZFSE library (liblzfse.so.1) can't be loaded.");
-    return library;
-}
-
 std::string compressedStream(std::string_view text) {
-    const Lzfse& library = requiredLzfse();
     const std::size_t room = text.size() + text.size() / 16 + 4096;
     const std::unique_ptr<char[]> out(new char[room]); // not zeroed: most of it stays unused
-    const std::size_t size = library.encode(reinterpret_cast<std::uint8_t*>(out.get()), room,
-                                            reinterpret_cast<const std::uint8_t*>(text.data()), text.size(), nullptr);
+    const std::size_t size =
+        lzfse_encode_buffer(reinterpret_cast<std::uint8_t*>(out.get()), room,
+                            reinterpret_cast<const std::uint8_t*>(text.data()), text.size(), nullptr);
     if (size == 0) throw TidewrackError::io("A manifest couldn't be compressed.");
     return {out.get(), size};
 }
@@ -213,15 +209,14 @@ Manifest Manifest::decodeText(TextBuffer buffer) {
 // The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it. Memory that is only
 // reserved costs nothing.
 TextBuffer Manifest::decompressed(std::string_view bytes) {
-    const Lzfse& library = requiredLzfse();
     if (holdsEmptyText(bytes)) return TextBuffer({});
     const std::size_t mostRoom = bytes.size() * 4096 + 4096;
     for (std::size_t room = bytes.size() * 8 + 4096; room <= mostRoom; room *= 2) {
         std::unique_ptr<char[]> text(new char[room]);
         willFill(text.get(), room);
         const std::size_t size =
-            library.decode(reinterpret_cast<std::uint8_t*>(text.get()), room,
-                           reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
+            lzfse_decode_buffer(reinterpret_cast<std::uint8_t*>(text.get()), room,
+                                reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), nullptr);
         if (size == room) continue;
         if (size == 0) break;
         return {std::move(text), size};
