@@ -1,0 +1,119 @@
+#!/usr/bin/env python3
+"""Checks how the code is laid out: an include points only down the table of layers in docs/architecture.md, no two
+rooms or units include each other in a circle, and files and functions stay within their lengths."""
+
+import pathlib
+import re
+import sys
+
+FUNCTION_LINES, SOURCE_LINES, HEADER_LINES = 60, 500, 200
+CORE = pathlib.Path("Sources/TidewrackCore")
+FRONT = pathlib.Path("Sources/tidewrack")
+faults = []
+
+
+def layers():
+    """The rooms of the table, each with the number of its row: folders, and units such as `Store/Store`."""
+    text = pathlib.Path("docs/architecture.md").read_text(encoding="utf-8")
+    rows = re.findall(r"^\| (`.*?) \|", text.split("\n## Layers")[1].split("\n## ")[0], re.M)
+    return {room: number for number, row in enumerate(rows) for room in re.findall(r"`(\S+?)`", row)}
+
+
+def unit_of(path):
+    """`Store/Manifest` for its header and its source, `Platform/Flush` for those of every system too."""
+    stem = re.sub(r"(Linux|Macos|Shared)$", "", path.stem)
+    base = CORE if path.is_relative_to(CORE) else FRONT.parent
+    return str(path.relative_to(base).parent / stem)
+
+
+def room_of(unit, rows):
+    """The unit itself where the table names it, else the folder that it names."""
+    while unit and unit not in rows:
+        unit = unit.rpartition("/")[0]
+    return unit
+
+
+def included(path):
+    for line in path.read_text(encoding="utf-8").splitlines():
+        found = re.match(r'#include "(.+)"', line)
+        if found:
+            target = next((base / found[1] for base in (CORE, FRONT) if (base / found[1]).exists()), None)
+            if target is None:
+                faults.append(f"{path}: {found[1]} is nowhere")
+            else:
+                yield target
+
+
+def check_circles(graph, what):
+    """Depth first; a node that is still open when it is reached again closes a circle."""
+    done, open_nodes = set(), []
+
+    def visit(node):
+        if node in open_nodes:
+            faults.append(f"{what} in a circle: " + " > ".join(open_nodes[open_nodes.index(node):] + [node]))
+        elif node not in done:
+            open_nodes.append(node)
+            for target in sorted(graph.get(node, ())):
+                visit(target)
+            done.add(open_nodes.pop())
+
+    for node in sorted(graph):
+        visit(node)
+
+
+def check_includes(paths):
+    rows, units, rooms = layers(), {}, {}
+    for path in paths:
+        unit = unit_of(path)
+        room = room_of(unit, rows)
+        if not room:
+            faults.append(f"{path}: no layer of docs/architecture.md holds it")
+            continue
+        for target in included(path):
+            to_unit = unit_of(target)
+            to_room = room_of(to_unit, rows)
+            if to_unit != unit:
+                units.setdefault(unit, set()).add(to_unit)
+            if to_room != room:
+                rooms.setdefault(room, set()).add(to_room)
+                if to_room and rows[to_room] < rows[room]:
+                    faults.append(f"{path}: includes {to_unit}, which is in a layer above")
+    check_circles(rooms, "rooms")
+    check_circles(units, "units")
+    if "--picture" in sys.argv:
+        for room in sorted(rooms, key=rows.get):
+            print(f"{room} > {', '.join(sorted(rooms[room], key=rows.get))}")
+
+
+def check_file_length(path, lines):
+    limit = HEADER_LINES if path.suffix == ".hpp" else SOURCE_LINES
+    if len(lines) > limit:
+        faults.append(f"{path}: {len(lines)} lines, more than {limit}")
+
+
+def check_function_lengths(path, lines):
+    """Functions as clang-format leaves them: the closing brace stands below the line that begins them."""
+    begun = {}
+    for number, line in enumerate(lines):
+        indent = len(line) - len(line.lstrip())
+        if line.lstrip().startswith("}") and indent in begun:
+            length = number - begun.pop(indent) - 1
+            if length > FUNCTION_LINES:
+                faults.append(f"{path}:{number - length}: a function of {length} lines, more than {FUNCTION_LINES}")
+        if re.search(r"\)( const| noexcept| override)*( -> .+)? {$", line):
+            first, still_open = number, line.count(")") - line.count("(")
+            while still_open > 0 and first > 0:
+                first -= 1
+                still_open += lines[first].count(")") - lines[first].count("(")
+            begun[len(lines[first]) - len(lines[first].lstrip())] = number
+
+
+sources = [p for base in ("Sources", "Tests", "Benchmarks") for p in sorted(pathlib.Path(base).rglob("*.[ch]pp"))]
+check_includes([path for path in sources if path.parts[0] == "Sources"])
+for source in sources:
+    text = source.read_text(encoding="utf-8").splitlines()
+    check_file_length(source, text)
+    if source.parts[0] != "Tests":  # whose longest functions are tables
+        check_function_lengths(source, text)
+print("\n".join(faults), end="\n" if faults else "")
+sys.exit(1 if faults else 0)
