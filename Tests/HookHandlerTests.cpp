@@ -317,12 +317,37 @@ TEST_F(HookHandlerTest, stillJudgesWhenTheRegistryIsBroken) {
     EXPECT_EQ(behindTheError(), Lines{});
 }
 
+// A folder in a file's place stops everybody, root included.
+TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
+    world.ok({"track"});
+    f.write("other/f", "1");
+    world.ok({"track", f.at("other")});
+    (void)shell("rm ../other/f");
+    (void)log();
+    const std::string lock = world.store().lockPath(world.project());
+    f.remove(lock.substr(f.path().size() + 1));
+    f.makeFolder(lock.substr(f.path().size() + 1));
+    const std::string error = "can't open lock " + lock;
+    const std::string question = "This deletes " + project + ", which contains the tracked project " + project +
+                                 ". Tidewrack couldn't snapshot it first: " + error + ". Allow?";
+    for (const Agent agent : allAgents) {
+        const HookOutput asked = answer(agent, Kind::shell, project, "rm -rf . ~/outside.txt");
+        EXPECT_EQ(asked, askReply(agent, question));
+        const std::string start = std::string(rawValue(agent)) + " " + eventName(agent, Kind::shell);
+        EXPECT_EQ(log(), (Lines{start + " error: " + error,
+                                start + " ask rm -rf . ~/outside.txt → vault ID: 1 saved, 0 skipped"}));
+    }
+    EXPECT_EQ(answer(Agent::claude, Kind::stop, project), HookOutput{});
+    EXPECT_EQ(log(), (Lines{"claude Stop error: " + error, "claude Stop #3 " + f.at("other")}));
+}
+
 TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
     world.ok({"track"});
     const ProjectLock held(world.store().lockPath(world.project()));
     budget = milliseconds(100);
     const auto began = steady_clock::now();
-    EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("\"ask\""), std::string::npos);
+    EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("couldn't snapshot it first: there was no time left."),
+              std::string::npos);
     EXPECT_EQ(log(), Lines{"claude PreToolUse ask rm -rf . → skipped " + project});
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
     const Lines lines = log();

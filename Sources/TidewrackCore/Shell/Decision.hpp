@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tidewrack::shell {
@@ -26,6 +27,10 @@ struct Context {
     std::vector<std::string> projectRoots;    // of all tracked projects
     std::vector<OwnPath> protectedPaths = {}; // commands that delete or overwrite these are asked about
 };
+
+// How the question ends that is put before a tracked project goes. Whoever puts it has taken the snapshot, or says why
+// there is none.
+inline constexpr std::string_view snapshotPromise = " Tidewrack snapshotted it first; allow?";
 
 // What to tell the agent. A deny beats an ask beats an allow, and of two equals the first stands.
 struct Verdict {

@@ -173,8 +173,11 @@ void askIfContainsProject(std::string_view path, const std::vector<std::string>&
         const bool below = root.starts_with(folder) && (root.size() == folder.size() || root[folder.size()] == '/');
         if (folder != "/" && !below) continue;
         std::string reason = "This deletes ";
-        reason.append(folder).append(", which contains the tracked project ").append(root);
-        reason += ". Tidewrack snapshotted it first; allow?";
+        reason.append(folder)
+            .append(", which contains the tracked project ")
+            .append(root)
+            .append(".")
+            .append(snapshotPromise);
         verdict = {Verdict::Kind::ask, std::move(reason)};
         return;
     }

@@ -1,0 +1,65 @@
+#pragma once
+// What the parts of one hook's answer share: the event, the time left, the tracked projects, the log.
+
+#include "Agents/HookEvent.hpp"
+#include "Agents/HookHandler.hpp"
+
+#include <exception>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+class HookContext {
+  public:
+    HookContext(const HookHandler& owner, Agent caller) : handler(owner), agent(caller) {}
+    HookContext(const HookContext&) = delete;
+    HookContext& operator=(const HookContext&) = delete;
+
+    const HookHandler& handler;
+    const Agent agent;
+    HookEvent event;
+
+    // --- Projects ---
+
+    // Reads the registry. Throws TidewrackError corrupt.
+    void loadProjects() { projects_ = handler.store.projects(); }
+    // The same for judging a command, which must go on: a registry that cannot be read is logged, and everything is
+    // then taken to lie outside projects, so that what the command touches goes into the vault.
+    void loadProjectsForJudging();
+    [[nodiscard]] const std::vector<Project>& projects() const { return projects_; } // all tracked ones
+    // The tracked project around `folder`; starts tracking the git repository around it when there is none.
+    [[nodiscard]] std::optional<Project> projectFor(const std::string& folder);
+    // Whether the project began to be tracked after the last call of beginJudging().
+    [[nodiscard]] bool isUnjudged(const Project& project) const { return unjudged_.contains(project.root); }
+    void beginJudging() { unjudged_.clear(); }
+
+    // --- Snapshots, time and the log ---
+
+    [[nodiscard]] SnapshotRequest request(const char* kind, std::string label, const Deadline& deadline) const;
+    // The note on a snapshot: its number, its project, and how many contents were left out for want of time.
+    [[nodiscard]] static std::string noteOn(const SnapshotResult& result, const Project& project);
+
+    [[nodiscard]] Deadline whole() const { return start_ + handler.budget; }
+    [[nodiscard]] Deadline share(int part, int of) const { return start_ + handler.budget * part / of; }
+
+    void log(std::string_view name, std::string_view message) const {
+        handler.log.append(rawValue(agent), name, start_, message);
+    }
+    void logError(std::string_view message) const { log(event.name, std::string("error: ").append(message)); }
+
+  private:
+    const HookLog::Instant start_ = std::chrono::steady_clock::now();
+    std::vector<Project> projects_;
+    bool mayTrack_ = true;
+    std::set<std::string> unjudged_;    // roots of projects
+    std::set<std::string> untrackable_; // repositories that could not be tracked in this call
+};
+
+// "vault <id>: <n> saved, <m> skipped"
+[[nodiscard]] std::string noteOn(const VaultEntry& entry);
+
+} // namespace tidewrack

@@ -1,0 +1,139 @@
+#include "Agents/SaveBefore.hpp"
+
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t commandLabelLength = 200;
+
+bool isFile(const std::string& path) {
+    Attributes attributes;
+    return attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.kind == Attributes::Kind::file;
+}
+
+bool isIn(const std::vector<std::string>& sorted, const std::string& path) {
+    return std::binary_search(sorted.begin(), sorted.end(), path);
+}
+
+void add(const Project& project, std::vector<Project>& to) {
+    const auto isSame = [&](const Project& other) { return other.id == project.id; };
+    if (std::none_of(to.begin(), to.end(), isSame)) to.push_back(project);
+}
+
+class Saving {
+  public:
+    Saving(HookContext& context, const std::string& command, const shell::Decision& decision)
+        : context_(context), command_(command), decision_(decision) {}
+
+    SavedBefore run() {
+        sortOut();
+        const Deadline deadline = context_.share(4, 5); // leaves time for the vault
+        for (const Project& project : projects_) snapshot(project, deadline);
+        if (!outside_.empty()) copyOutside();
+        return std::move(saved_);
+    }
+
+  private:
+    void snapshot(const Project& project, const Deadline& deadline) {
+        try {
+            if (passed(deadline)) return skip(project);
+            const std::string label = "Before: " + oneLine(command_, commandLabelLength);
+            const SnapshotResult result =
+                context_.handler.engine.snapshot(project, context_.request("tool", label, deadline));
+            saved_.notes.push_back(HookContext::noteOn(result, project));
+            if (result.late > 0)
+                notSnapshotted("there was no time for " + std::to_string(result.late) + " of the files in it");
+        } catch (const std::exception& error) {
+            if (passed(deadline)) return skip(project); // its lock was held all the time
+            failed(error);
+        }
+    }
+
+    void skip(const Project& project) {
+        saved_.notes.push_back("skipped " + project.root);
+        notSnapshotted("there was no time left");
+    }
+
+    void failed(const std::exception& error) {
+        saved_.failures.emplace_back(error.what());
+        notSnapshotted(error.what());
+    }
+
+    void notSnapshotted(std::string reason) {
+        if (!saved_.notSnapshotted) saved_.notSnapshotted = std::move(reason);
+    }
+
+    void copyOutside() {
+        try {
+            const VaultEntry entry = context_.handler.vault.save(
+                outside_, command_, std::string(rawValue(context_.agent)), context_.event.cwd, context_.whole());
+            saved_.notes.push_back(noteOn(entry));
+        } catch (const std::exception& error) {
+            saved_.failures.emplace_back(error.what());
+        }
+    }
+
+    // --- What the command may touch, by where it is kept safe ---
+
+    void sortOut() {
+        for (const std::string& target : decision_.targets) attempt([&] { sortOut(target); });
+        for (const std::string& folder : decision_.opaqueDirs) attempt([&] { addHolder(folder); });
+        std::sort(outside_.begin(), outside_.end());
+        outside_.erase(std::unique(outside_.begin(), outside_.end()), outside_.end());
+    }
+
+    template <typename Action>
+    void attempt(Action action) {
+        try {
+            action();
+        } catch (const std::exception& error) {
+            failed(error);
+        }
+    }
+
+    void sortOut(const std::string& target) {
+        const std::string place = Store::canonicalPlace(target);
+        const std::string end = Store::canonical(target);
+        const bool isLink = end != place;
+        if (!addHolder(isLink ? std::string(parentOf(place)) : place)) outside_.push_back(target);
+        // A link may be removed, or written through.
+        const bool follows = !isLink || isFile(end) || isIn(decision_.followed, target);
+        if (isLink && !addHolder(end) && follows) outside_.push_back(end);
+        for (const Project& project : context_.projects()) {
+            if (!isAtOrBelow(project.root, end) || !isFolder(project.root)) continue;
+            add(project, projects_);
+            // Nobody was asked about a project unknown when the guard judged, and its snapshot lacks git's store.
+            if (follows && context_.isUnjudged(project) && isIn(decision_.removed, target))
+                outside_.push_back(isLink ? end : target);
+        }
+    }
+
+    // Adds the project that `path` lies in. False when there is none.
+    bool addHolder(const std::string& path) {
+        const auto holder = context_.projectFor(path);
+        if (holder) add(*holder, projects_);
+        return holder.has_value();
+    }
+
+    HookContext& context_;
+    const std::string& command_;
+    const shell::Decision& decision_;
+    std::vector<Project> projects_;
+    std::vector<std::string> outside_;
+    SavedBefore saved_;
+};
+
+} // namespace
+
+SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision) {
+    return Saving(context, command, decision).run();
+}
+
+} // namespace tidewrack
