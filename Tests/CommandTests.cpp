@@ -1,5 +1,6 @@
 #include "Support/TestFolders.hpp"
 
+#include "Engine/Tracking.hpp"
 #include "Reports/TextReports.hpp"
 
 #include <gtest/gtest.h>
@@ -73,7 +74,7 @@ TEST_F(CommandTest, usageErrors) {
             EXPECT_EQ(fault(words), unknown);
         EXPECT_EQ(fault({"pin", number}), unknown);
     }
-    EXPECT_EQ(world.store().seqs(world.project()).size(), 1U); // no safety snapshot was taken for any of these
+    EXPECT_EQ(world.history().seqs().size(), 1U); // no safety snapshot was taken for any of these
 }
 
 TEST_F(CommandTest, findsTheProject) {
@@ -182,7 +183,7 @@ TEST_F(CommandTest, jsonIsWrittenWithSortedNamesTwoSpacesAndEscapedSlashes) {
 }
 
 TEST_F(CommandTest, diffAsAPatch) {
-    Project project = world.store().track(world.projectPath(), false);
+    Project project = track(world.store(), world.projectPath(), false);
     project.maxFileSize = 10;
     f.write("project/file", "old\n");
     f.write("project/large", "over the limit\n");

@@ -88,7 +88,7 @@ class HookHandlerTest : public ::testing::Test {
     }
     Lines snapshots() const {
         Lines lines;
-        for (const SnapshotMeta& meta : world.store().snapshots(world.project()))
+        for (const SnapshotMeta& meta : world.history().snapshots())
             lines.push_back(meta.kind + " " + meta.agent.value_or("-") + " " + meta.label.value_or("-"));
         return lines;
     }
@@ -131,7 +131,7 @@ TEST_F(HookHandlerTest, playsASessionOfEachAgent) {
         const bool cursor = agent == Agent::cursor;
         const bool asks = cursor || agent == Agent::claude;
         const HookOutput allowed = cursor ? HookOutput{"{\"permission\":\"allow\"}", {}, 0} : HookOutput{};
-        const auto first = world.store().seqs(world.project()).back();
+        const auto first = world.history().seqs().back();
         const auto expectLog = [&](Kind kind, const std::string& text, int seq) {
             const std::string snapshot = "#" + std::to_string(first + seq) + " " + project;
             EXPECT_EQ(log(), Lines{name + " " + eventName(agent, kind) + " " + text + (seq > 0 ? snapshot : "")});
@@ -324,7 +324,7 @@ TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
     world.ok({"track", f.at("other")});
     (void)shell("rm ../other/f");
     (void)log();
-    const std::string lock = world.store().lockPath(world.project());
+    const std::string lock = world.history().lockPath();
     f.remove(lock.substr(f.path().size() + 1));
     f.makeFolder(lock.substr(f.path().size() + 1));
     const std::string error = "can't open lock " + lock;
@@ -343,7 +343,7 @@ TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
 
 TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
     world.ok({"track"});
-    const ProjectLock held(world.store().lockPath(world.project()));
+    const ProjectLock held(world.history().lockPath());
     budget = milliseconds(100);
     const auto began = steady_clock::now();
     EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("couldn't snapshot it first: there was no time left."),
@@ -411,7 +411,7 @@ TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
 TEST_F(HookHandlerTest, finishesATurnButNotAPromptWhenToldToEnd) {
     world.ok({"track"});
     for (const Kind kind : {Kind::stop, Kind::prompt}) {
-        auto held = std::make_unique<ProjectLock>(world.store().lockPath(world.project()));
+        auto held = std::make_unique<ProjectLock>(world.history().lockPath());
         Program hook(world, {"hook", "claude"}, Program::Output::collected, std::nullopt);
         hook.write(std::string(1'000'000, ' ')); // more than a pipe holds: the hook reads by now
         for (const int number : {SIGTERM, SIGHUP}) hook.signal(number);

@@ -195,8 +195,7 @@ TEST_F(RestoreTest, isNotLedOutsideByADamagedListing) {
     const Manifest first = world.manifestOf(1);
     for (const char* path : {"../outside", "src/../../outside", "/outside", "src/.."})
         builder.add(path, *first.find("a.txt"));
-    world.store().writeManifest(ProjectLock(world.store().lockPath(project)), project, 1, builder.finish(),
-                                PendingWrites());
+    world.history().writeManifest(ProjectLock(world.history().lockPath()), 1, builder.finish(), PendingWrites());
     world.ok({"restore", "1", "--keep-new"});
     EXPECT_EQ(f.read("outside"), "not yours");
     EXPECT_EQ(f.read("project/a.txt"), "first\n");

@@ -75,7 +75,7 @@ TEST(Retention, nothingDueReadsNoManifest) {
     const Engine engine(world.store());
     const Project project = world.project();
     world.folder.write("store/projects/" + project.id + "/manifests/2.mf", "damaged");
-    const ProjectLock lock(engine.store.lockPath(project));
+    const ProjectLock lock(engine.store.history(project).lockPath());
     EXPECT_EQ(engine.pruneLocked(lock, project, now(), false, Engine::Sweep::freed).removedBlobs, 0);
     EXPECT_THROW((void)engine.pruneLocked(lock, project, now(), false), TidewrackError);
 }

@@ -111,7 +111,7 @@ TEST_F(SnapshotTest, prunesOnceAnHour) {
     ASSERT_EQ(attributesAt(AT_FDCWD, path.c_str(), marker), 0);
     EXPECT_EQ(marker.size, 0);
     rewriteRecord(world, 1, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24 * 31); });
-    const auto seqs = [&] { return world.store().seqs(world.project()); };
+    const auto seqs = [&] { return world.history().seqs(); };
     snap();
     EXPECT_EQ(seqs(), (std::vector<std::int64_t>{1, 2})); // not due
     const std::int64_t anHour = 3'600'000'000'000;

@@ -1,5 +1,6 @@
 #include "Support/TestFolders.hpp"
 
+#include "Engine/Tracking.hpp"
 #include "Platform/Platform.hpp"
 
 #include <gtest/gtest.h>
@@ -51,13 +52,13 @@ TEST_F(StoreTest, projectIds) {
 TEST_F(StoreTest, tooBroadFolders) {
     f.makeFolder("home/Documents/app");
     for (const std::string& path : {std::string("/"), std::string("/usr/bin/.."), f.at("home"), f.at("home/Desktop")})
-        EXPECT_TRUE(store.isTooBroad(path)) << path;
+        EXPECT_TRUE(isTooBroad(store, path)) << path;
     for (const std::string& path : {f.at("home/Documents/app"), std::string("/usr/local"), std::string("/home")})
-        EXPECT_FALSE(store.isTooBroad(path)) << path;
+        EXPECT_FALSE(isTooBroad(store, path)) << path;
 }
 
 TEST_F(StoreTest, trackWritesTheRecordAndRefusesWhatIsUnsuitable) {
-    const Project project = store.track(f.at("project/"), false);
+    const Project project = track(store, f.at("project/"), false);
     EXPECT_EQ(project.root, f.at("project"));
     EXPECT_TRUE(std::is_sorted(project.excludes.begin(), project.excludes.end()));
     EXPECT_TRUE(std::is_sorted(project.excludesIfIgnored->begin(), project.excludesIfIgnored->end()));
@@ -66,27 +67,27 @@ TEST_F(StoreTest, trackWritesTheRecordAndRefusesWhatIsUnsuitable) {
     ASSERT_EQ(::stat(store.home.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0700U);
     f.link("other-name", f.at("project"));
-    EXPECT_EQ(store.track(f.at("other-name"), true), project);
+    EXPECT_EQ(track(store, f.at("other-name"), true), project);
 
     f.write("file", "");
     for (const char* name : {"file", "no"})
-        EXPECT_EQ(thrownBy([&] { return store.track(f.at(name), true); }), f.at(name) + " is not a folder.");
+        EXPECT_EQ(thrownBy([&] { return track(store, f.at(name), true); }), f.at(name) + " is not a folder.");
     for (const std::string& path : {f.at("store"), f.at("store/projects"), f.path()})
-        EXPECT_EQ(thrownBy([&] { return store.track(path, true); }),
+        EXPECT_EQ(thrownBy([&] { return track(store, path, true); }),
                   path + " contains Tidewrack's own history (" + f.at("store") + "). Track a project folder instead.");
-    EXPECT_EQ(thrownBy([&] { return store.track(f.at("home"), false); }),
+    EXPECT_EQ(thrownBy([&] { return track(store, f.at("home"), false); }),
               f.at("home") + " is too broad to track. Track a project folder instead.");
-    EXPECT_EQ(thrownBy([&] { return store.track("/", false); }),
+    EXPECT_EQ(thrownBy([&] { return track(store, "/", false); }),
               "/ is too broad to track. Track a project folder instead.");
-    EXPECT_EQ(store.track(f.at("home"), true).root, f.at("home"));
+    EXPECT_EQ(track(store, f.at("home"), true).root, f.at("home"));
     EXPECT_EQ(store.projects().size(), 2U);
 }
 
 TEST_F(StoreTest, findsTheNearestProject) {
     f.makeFolder("project/a/b/c");
     f.makeFolder("project-too");
-    const Project outer = store.track(f.at("project"), false);
-    const Project inner = store.track(f.at("project/a/b"), false);
+    const Project outer = track(store, f.at("project"), false);
+    const Project inner = track(store, f.at("project/a/b"), false);
     EXPECT_EQ(store.projectContaining(f.at("project/a/b/c/missing")), inner);
     EXPECT_EQ(store.projectContaining(f.at("project/a/b")), inner);
     EXPECT_EQ(store.projectContaining(f.at("project/a")), outer);
@@ -94,7 +95,7 @@ TEST_F(StoreTest, findsTheNearestProject) {
 }
 
 TEST_F(StoreTest, brokenRegistryEntries) {
-    const Project project = store.track(f.at("project"), false);
+    const Project project = track(store, f.at("project"), false);
     f.makeFolder("store/projects/half-made");
     f.write("store/projects/stray-file", "");
     EXPECT_EQ(store.projects(), std::vector{project});
@@ -108,17 +109,18 @@ TEST_F(StoreTest, brokenRegistryEntries) {
 }
 
 TEST_F(StoreTest, snapshotNumbers) {
-    const Project project = store.track(f.at("project"), false);
-    EXPECT_EQ(store.latest(project), std::nullopt);
-    EXPECT_EQ(store.highestLeftover(project), 0);
+    const Project project = track(store, f.at("project"), false);
+    const History history = store.history(project);
+    EXPECT_EQ(history.latest(), std::nullopt);
+    EXPECT_EQ(history.highestLeftover(), 0);
     const std::string folder = "store/projects/" + project.id;
     for (const char* name : {"10.json", "9.json", "notes.json", "7.json.tmp", "x.json", "1x.json", ".json"})
         f.write(folder + "/snapshots/" + name, "");
-    EXPECT_EQ(store.seqs(project), (std::vector<std::int64_t>{9, 10}));
+    EXPECT_EQ(history.seqs(), (std::vector<std::int64_t>{9, 10}));
     for (const char* name : {"/manifests/12.mf", "/manifests/99.mf.tmp", "/blobs/11"}) f.makeFolder(folder + name);
-    EXPECT_EQ(store.highestLeftover(project), 12);
+    EXPECT_EQ(history.highestLeftover(), 12);
     f.makeFolder(folder + "/blobs/13");
-    EXPECT_EQ(store.highestLeftover(project), 13);
+    EXPECT_EQ(history.highestLeftover(), 13);
 }
 
 TEST_F(StoreTest, untrackRemovesTheHistoryOnly) {
@@ -128,7 +130,7 @@ TEST_F(StoreTest, untrackRemovesTheHistoryOnly) {
     store.untrack(project);
     EXPECT_EQ(f.listing("store"), "store/projects 448 /\n");
     EXPECT_EQ(f.read("project/a"), "a");
-    EXPECT_EQ(thrownBy([&] { store.untrack(project); }), "can't open lock " + store.lockPath(project));
+    EXPECT_EQ(thrownBy([&] { store.untrack(project); }), "can't open lock " + store.history(project).lockPath());
 }
 
 TEST_F(StoreTest, whoWaitedForALockThatWasRemovedTakesTheNewOne) {

@@ -88,7 +88,7 @@ class Scene {
     [[nodiscard]] std::set<std::string> recoverable() const {
         std::set<std::string> result = contents();
         const Store store = world.store();
-        for (const auto& [project, blob] : keptContents()) collectFile(result, store.blobPath(project, blob));
+        for (const auto& [project, blob] : keptContents()) collectFile(result, store.history(project).blobPath(blob));
         for (const VaultEntry& entry : vault().entries()) collect(result, "store/vault/" + entry.id + "/items");
         return result;
     }
@@ -97,7 +97,7 @@ class Scene {
 
     // But for those that are due to be pruned.
     void expectOlderSnapshotsComeBack(const std::set<std::int64_t>& due) const {
-        const auto seqs = world.store().seqs(world.project());
+        const auto seqs = world.history().seqs();
         for (const auto& [seq, listing] : states) {
             if (std::find(seqs.begin(), seqs.end(), seq) == seqs.end()) {
                 EXPECT_TRUE(due.contains(seq)) << "snapshot " << seq << " is lost";
@@ -123,8 +123,8 @@ class Scene {
             std::set<std::string> needed;
             for (const auto& [owner, blob] : keptContents()) needed.insert(blob);
             std::set<std::string> kept;
-            for (const std::string& folder : namesIn(store.blobsFolder(project)))
-                for (const std::string& name : namesIn(store.blobPath(project, folder)))
+            for (const std::string& folder : namesIn(store.history(project).blobsFolder()))
+                for (const std::string& name : namesIn(store.history(project).blobPath(folder)))
                     kept.insert(joined(folder, name));
             EXPECT_EQ(kept, needed);
         }
@@ -134,7 +134,7 @@ class Scene {
     [[nodiscard]] std::set<std::string> contentsOf(std::int64_t seq) const {
         std::set<std::string> result;
         for (const auto& [project, blob] : keptContents(seq))
-            collectFile(result, world.store().blobPath(project, blob));
+            collectFile(result, world.store().history(project).blobPath(blob));
         return result;
     }
 
@@ -169,9 +169,9 @@ class Scene {
         std::vector<std::pair<Project, std::string>> result;
         const Store store = world.store();
         for (const Project& project : store.projects()) {
-            for (const SnapshotMeta& meta : store.snapshots(project)) {
+            for (const SnapshotMeta& meta : store.history(project).snapshots()) {
                 if (only && meta.seq != *only) continue;
-                const Manifest manifest = store.manifest(meta, project);
+                const Manifest manifest = store.history(project).manifest(meta);
                 for (const auto& item : manifest.items())
                     if (item.entry.isKept()) result.emplace_back(project, item.entry.blob);
             }
@@ -233,7 +233,7 @@ std::string replaced(std::string text, const std::string& what, const std::strin
 
 void makePruneDue(Scene& scene) {
     makeOldSnapshotsDue(scene);
-    (void)::unlink((scene.world.store().projectFolder(scene.world.project()) + "/last-prune").c_str());
+    (void)::unlink((scene.world.history().folder() + "/last-prune").c_str());
     scene.f.write("home/.gitconfig", "the user's own settings");
 }
 
@@ -331,7 +331,7 @@ class Attempt {
         }
         const std::string call = scene_.f.read("report"); // what is in a folder that can't be listed isn't missed
         if (operation_.words[0] != "snap" || call == "getdents" || call == "open") return;
-        const auto kept = scene_.contentsOf(scene_.world.store().seqs(scene_.world.project()).back());
+        const auto kept = scene_.contentsOf(scene_.world.history().seqs().back());
         for (const char* content : {"unsaved work in the file", "unsaved new file", "the same all the time"})
             EXPECT_TRUE(kept.contains(content)) << content;
     }
@@ -379,9 +379,9 @@ class Attempt {
         EXPECT_EQ(snap.status, 0) << snap.err;
         EXPECT_EQ(snap.err, "");
         if (!operation_.losesHistory) scene_.expectOlderSnapshotsComeBack(operation_.due);
-        world.ok({"restore", std::to_string(world.store().seqs(world.project()).front())});
+        world.ok({"restore", std::to_string(world.history().seqs().front())});
         world.ok({"hooks", "install", "claude"});
-        (void)::unlink((world.store().projectFolder(world.project()) + "/last-prune").c_str());
+        (void)::unlink((world.history().folder() + "/last-prune").c_str());
         EXPECT_EQ(world.run({"snap"}).err, ""); // prunes by itself
         scene_.expectTidy();
     }

@@ -1,5 +1,6 @@
 #include "Model/History.hpp"
 
+#include "Engine/Tracking.hpp"
 #include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
@@ -81,7 +82,7 @@ History::History(std::uint64_t seed)
     f.write("outside/a/b", "nor this");
     outside_ = readTree(f.at("outside"), {});
     if (git(f.at("project"), "init -q")) (void)git(f.at("project"), "config core.excludesFile /dev/null");
-    project_ = engine_.store.track(world_.projectPath(), false);
+    project_ = track(engine_.store, world_.projectPath(), false);
     project_.maxFileSize = sizeLimit;
 }
 
@@ -250,7 +251,7 @@ Paths History::applied(const Taken& safety, const RestoreTask& task, const Resto
     }
     finish(taken, safety.walked, &snapshots_.at(result.safety.seq), true);
     const std::string label = "After" + result.safety.label.value_or("").substr(6);
-    record(engine_.store.latest(project_).value(), taken, "restored", label);
+    record(history().latest().value(), taken, "restored", label);
     checkNow(taken.known.meta.seq);
     return outcome.warned;
 }
@@ -360,12 +361,12 @@ void History::age() {
                                            std::chrono::hours(24 * 4)};
     const auto shift = chance_.of(shifts);
     log_.back() = "age " + number(shift.count()) + " minutes";
-    const ProjectLock lock(engine_.store.lockPath(project_));
+    const ProjectLock lock(history().lockPath());
     for (auto& [seq, known] : snapshots_) {
         known.meta.created -= shift;
-        engine_.store.writeSnapshot(lock, project_, known.meta);
+        history().writeSnapshot(lock, known.meta);
     }
-    const std::string marker = engine_.store.projectFolder(project_) + "/last-prune";
+    const std::string marker = history().folder() + "/last-prune";
     (void)setModificationTime(AT_FDCWD, marker.c_str(), 0);
     pruneDue_ = true;
 }
@@ -413,7 +414,7 @@ void History::nest() {
         look(), [](const auto& each, const auto& node) { return node.listed && node.isFolder() && isUtf8(each); });
     log_.back() = "track " + path;
     if (path.empty()) return;
-    (void)engine_.store.track(project_.root + "/" + path, false);
+    (void)track(engine_.store, project_.root + "/" + path, false);
     nested_.insert(path);
 }
 
@@ -469,7 +470,7 @@ void History::checkNow(std::int64_t seq) {
 }
 
 Paths History::keptContents() const {
-    const std::string blobs = engine_.store.blobsFolder(project_);
+    const std::string blobs = history().blobsFolder();
     Paths kept;
     for (const std::string& folder : listFolder(blobs))
         for (const std::string& name : listFolder(blobs + "/" + folder)) kept.insert(folder + "/" + name);
@@ -478,7 +479,7 @@ Paths History::keptContents() const {
 
 // Every record is what it should be, and refers to contents that exist; after a prune nothing else is left.
 void History::checkStore(bool nothingElse) {
-    const auto records = engine_.store.snapshots(project_);
+    const auto records = history().snapshots();
     require(records.size() == snapshots_.size(), "the records are those of the snapshots");
     Paths needed;
     std::set<std::int64_t> manifests;
@@ -491,12 +492,12 @@ void History::checkStore(bool nothingElse) {
     }
     if (!nothingElse) return;
     require(keptContents() == needed, "a prune leaves the contents that are needed");
-    const auto left = listFolder(engine_.store.projectFolder(project_) + "/manifests");
+    const auto left = listFolder(history().folder() + "/manifests");
     require(left.size() == manifests.size(), "a prune leaves the manifests that are needed");
 }
 
 void History::checkSnapshot(const Known& known) {
-    const Manifest manifest = engine_.store.manifest(known.meta, project_);
+    const Manifest manifest = history().manifest(known.meta);
     const std::string about = "#" + number(known.meta.seq) + " ";
     for (const auto& item : manifest.items())
         require(known.tree.contains(std::string(item.path)), "a manifest lists nothing else",
@@ -523,7 +524,7 @@ void History::checkSnapshot(const Known& known) {
         require(content->second == blob, "a content is kept once", about + path);
         require(!isNew || blob.starts_with(number(known.meta.seq) + "/"), "a content bears its snapshot's number",
                 blob);
-        const std::string place = engine_.store.blobPath(project_, blob);
+        const std::string place = history().blobPath(blob);
         const Node kept = readNode(place);
         require(kept.kind == wanted.kind && kept.text == wanted.text, "a content is as it was", about + path);
         require(kept.kind == 'l' || kept.mode == 0444, "a content is read-only", about + path);

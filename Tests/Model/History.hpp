@@ -42,6 +42,7 @@ class History {
     void nest();
     void compare();
 
+    [[nodiscard]] tidewrack::History history() const { return engine_.store.history(project_); }
     [[nodiscard]] Tree look() const { return readTree(world_.projectPath(), nested_); }
     [[nodiscard]] std::int64_t anySeq();
     [[nodiscard]] Taken take(const Tree& disk, bool folderModes);

@@ -111,16 +111,15 @@ class ParallelTest : public ::testing::Test {
 
     // Every record and listing can be read, and every content in them is one that its file had.
     void expectWhole(int project) {
-        const Store store = at(project).store();
-        const Project tracked = world.project();
+        const History history = at(project).history();
         std::map<std::string, bool> checked; // by blob
-        for (const SnapshotMeta& meta : store.snapshots(tracked)) {
-            const Manifest manifest = store.manifest(meta, tracked);
+        for (const SnapshotMeta& meta : history.snapshots()) {
+            const Manifest manifest = history.manifest(meta);
             EXPECT_EQ(manifest.fileCount(), meta.files);
             for (const auto& item : manifest.items()) {
                 if (!item.entry.isKept() || !checked.emplace(item.entry.blob, true).second) continue;
                 std::string text;
-                ASSERT_EQ(readFile(store.blobPath(tracked, item.entry.blob), text), 0) << meta.seq << ": " << item.path;
+                ASSERT_EQ(readFile(history.blobPath(item.entry.blob), text), 0) << meta.seq << ": " << item.path;
                 ASSERT_EQ(static_cast<std::int64_t>(text.size()), item.entry.size) << meta.seq << ": " << item.path;
                 ASSERT_TRUE(isState(std::string(item.path), text))
                     << meta.seq << ": " << item.path << ": " << ends(text);
@@ -130,13 +129,12 @@ class ParallelTest : public ::testing::Test {
 
     // The newest snapshot is the folder as it is.
     void expectLatestIsTheFolder() {
-        const Store store = at(-1).store();
-        const Project project = world.project();
-        const Manifest manifest = world.manifestOf(store.seqs(project).back());
+        const History history = at(-1).history();
+        const Manifest manifest = world.manifestOf(history.seqs().back());
         for (const auto& item : manifest.items()) {
             if (item.entry.kind != EntryKind::file) continue;
             std::string text;
-            ASSERT_EQ(readFile(store.blobPath(project, item.entry.blob), text), 0) << item.path;
+            ASSERT_EQ(readFile(history.blobPath(item.entry.blob), text), 0) << item.path;
             const std::string now = f.read("project/" + std::string(item.path));
             ASSERT_TRUE(text == now) << item.path << " is " << ends(now) << " but was kept as " << ends(text);
         }
@@ -215,7 +213,7 @@ TEST_F(ParallelTest, hooksRestoresAndPrunesOfNineProjects) {
     std::size_t hooks = 0;
     for (int round = 0; round < 3; ++round) {
         // Four snapshots of one hour some days ago, for prune to thin out while the others work.
-        const std::int64_t first = world.store().seqs(at(-1).project()).back() + 1;
+        const std::int64_t first = at(-1).history().seqs().back() + 1;
         for (std::int64_t seq = first; seq < first + 4; ++seq) {
             at(-1).ok({"snap"});
             rewriteRecord(world, seq,
@@ -246,7 +244,7 @@ TEST_F(ParallelTest, hooksRestoresAndPrunesOfNineProjects) {
         at(project).ok({"prune"});
         auto seqs = numbersUpTo(expected[project] + 1);
         if (project == -1) std::erase_if(seqs, [&](std::int64_t seq) { return pruned.contains(seq); });
-        EXPECT_EQ(world.store().seqs(world.project()), seqs) << project;
+        EXPECT_EQ(world.history().seqs(), seqs) << project;
         expectWhole(project);
     }
     // Each hook's line is there in whole.
@@ -279,7 +277,7 @@ TEST_F(ParallelTest, snapshotsWhileSomebodyWrites) {
     writing.join();
     EXPECT_EQ(start(-1, {"snap"})->wait().err, "");
     expectLatestIsTheFolder();
-    EXPECT_EQ(world.store().seqs(world.project()), numbersUpTo(10));
+    EXPECT_EQ(world.history().seqs(), numbersUpTo(10));
     expectWhole(-1);
 }
 

@@ -44,14 +44,14 @@ TEST_F(ProcessTest, outputThatNobodyTakes) {
         EXPECT_EQ(full.status, 1) << words[0];
         EXPECT_EQ(full.err, "tidewrack: can't write the output: No space left on device\n") << words[0];
     }
-    EXPECT_EQ(world.store().seqs(world.project()).size(), exists("/dev/full") ? 3U : 2U);
+    EXPECT_EQ(world.history().seqs().size(), exists("/dev/full") ? 3U : 2U);
 }
 
 TEST_F(ProcessTest, changesToOneProjectWaitForEachOther) {
     f.write("project/a", "a");
     world.ok({"track"});
     const Project project = world.project();
-    auto lock = std::make_unique<ProjectLock>(world.store().lockPath(project));
+    auto lock = std::make_unique<ProjectLock>(world.history().lockPath());
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"snap"}, {"restore", "1"}, {"undo", "1"}, {"pin", "1"}, {"prune"}, {"untrack"}}) {
         Program waiting(world, words);
@@ -61,7 +61,7 @@ TEST_F(ProcessTest, changesToOneProjectWaitForEachOther) {
         EXPECT_TRUE(waiting.isRunning()) << words[0];
         lock.reset();
         EXPECT_EQ(waiting.wait().status, 0) << words[0];
-        if (words[0] != "untrack") lock = std::make_unique<ProjectLock>(world.store().lockPath(project));
+        if (words[0] != "untrack") lock = std::make_unique<ProjectLock>(world.history().lockPath());
     }
     EXPECT_TRUE(world.store().projects().empty());
 }

@@ -139,16 +139,20 @@ Project World::project() const {
     return store().projectContaining(current).value();
 }
 
+History World::history() const {
+    return store().history(project());
+}
+
 Manifest World::manifestOf(std::int64_t seq) const {
-    return store().manifest(store().snapshot(project(), seq), project());
+    const History history = this->history();
+    return history.manifest(history.snapshot(seq));
 }
 
 void rewriteRecord(const World& world, std::int64_t seq, const std::function<void(SnapshotMeta&)>& change) {
-    const Store store = world.store();
-    const Project project = world.project();
-    SnapshotMeta meta = store.snapshot(project, seq);
+    const History history = world.history();
+    SnapshotMeta meta = history.snapshot(seq);
     change(meta);
-    store.writeSnapshot(ProjectLock(store.lockPath(project)), project, meta);
+    history.writeSnapshot(ProjectLock(history.lockPath()), meta);
 }
 
 std::string inOwnProcess(const std::function<std::string()>& action) {

@@ -74,6 +74,7 @@ class World {
     [[nodiscard]] Store store() const;
     // The project that contains the current folder; it must be tracked.
     [[nodiscard]] Project project() const;
+    [[nodiscard]] History history() const; // of that project
     [[nodiscard]] Manifest manifestOf(std::int64_t seq) const;
 };
 

@@ -1,5 +1,6 @@
 #include "Agents/HookContext.hpp"
 
+#include "Engine/Tracking.hpp"
 #include <utility>
 
 namespace tidewrack {
@@ -18,10 +19,10 @@ std::optional<Project> HookContext::projectFor(const std::string& folder) {
     // Beginning to track takes a count of the whole repository and a full snapshot.
     if (!handler.autoTrack || !mayTrack_ || passed(share(2, 5))) return std::nullopt;
     const auto root = gitRoot(Store::canonical(folder));
-    if (!root || handler.store.isTooBroad(*root) || untrackable_.contains(*root)) return std::nullopt;
+    if (!root || isTooBroad(handler.store, *root) || untrackable_.contains(*root)) return std::nullopt;
     const auto start = std::chrono::steady_clock::now();
     try {
-        projects_.push_back(handler.store.track(*root, false));
+        projects_.push_back(track(handler.store, *root, false));
     } catch (const std::exception& error) {
         handler.log.append("-", "track", start, "didn't auto-track " + *root + ": " + error.what());
         untrackable_.insert(*root);

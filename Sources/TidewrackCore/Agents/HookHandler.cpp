@@ -142,7 +142,7 @@ class HookCall {
     // Whether the turn that ends has begun or worked in the project.
     [[nodiscard]] bool isInTurn(const Project& project) const {
         try {
-            const auto latest = handler_.store.latest(project);
+            const auto latest = handler_.store.history(project).latest();
             return latest && latest->session == event_.session && (latest->kind == "tool" || latest->kind == "prompt");
         } catch (const std::exception&) { // another project's damage is no reason to lose this turn's snapshots
             return false;

@@ -127,7 +127,7 @@ class Engine {
     void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
                         const TakenSnapshot& safety, bool removeNew) const;
-    [[nodiscard]] std::int64_t nextSeq(const Project& project, std::optional<std::int64_t> newest) const;
+    [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
                             const Manifest& after, Date started, std::int64_t durationMs) const;

@@ -10,11 +10,12 @@
 namespace tidewrack {
 
 Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknown unknown) const {
-    const SnapshotMeta meta = store.snapshot(project, from);
+    const History history = store.history(project);
+    const SnapshotMeta meta = history.snapshot(from);
     const auto walker = projectWalker(project, nestedRoots(project, store.projects()));
     walker->expect(meta.files);
     Sides result;
-    result.older = store.manifest(meta, project);
+    result.older = history.manifest(meta);
     PathIndex index(result.older);
     ManifestBuilder builder(result.older);
     std::string blob;
@@ -39,8 +40,8 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
 }
 
 Engine::Sides Engine::sidesThen(const Project& project, std::int64_t from, std::int64_t to) const {
-    return {store.manifest(store.snapshot(project, from), project),
-            store.manifest(store.snapshot(project, to), project)};
+    const History history = store.history(project);
+    return {history.manifest(history.snapshot(from)), history.manifest(history.snapshot(to))};
 }
 
 Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
@@ -57,10 +58,11 @@ std::vector<FileChange> Engine::fileChanges(const Project& project, std::int64_t
     constexpr std::string_view live = "live:";
     const Sides both = sides(project, from, to);
     const Changes changes = Changes::between(both.older, both.newer);
+    const History history = store.history(project);
     const auto content = [&](const Entry* entry) -> std::optional<std::string> {
         if (entry == nullptr || entry->kind != EntryKind::file || entry->notKept()) return std::nullopt;
         if (entry->blob.starts_with(live)) return std::string(entry->blob.substr(live.size()));
-        return store.blobPath(project, entry->blob);
+        return history.blobPath(entry->blob);
     };
     std::vector<FileChange> result;
     const auto add = [&](const std::vector<std::string>& paths, FileChange::Status status) {

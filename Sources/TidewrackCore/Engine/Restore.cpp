@@ -36,9 +36,10 @@ bool inScope(const std::vector<std::string>& listed, std::string_view path) {
 
 RestoreResult Engine::restore(const Project& project, std::int64_t to,
                               const std::optional<std::vector<std::string>>& paths, bool removeNew) const {
-    const ProjectLock lock(store.lockPath(project));
+    const History history = store.history(project);
+    const ProjectLock lock(history.lockPath());
     checkRoot(project);
-    const Manifest target = store.manifest(store.snapshot(project, to), project);
+    const Manifest target = history.manifest(history.snapshot(to));
     std::vector<std::string> listed;
     for (const std::string& path : paths.value_or(std::vector<std::string>()))
         listed.push_back(relative(project, path));
@@ -57,12 +58,13 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                             const TakenSnapshot& safety, bool removeNew) const {
     const auto start = std::chrono::steady_clock::now();
     const Date started = now();
+    const History history = store.history(project);
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
-    if (!store.sharesVolume(project)) store.bringRecordsToDisk(lock, project);
+    if (!history.sharesVolume()) history.bringRecordsToDisk(lock);
     RestoreRun run(*this, project, target, safety);
     const auto isWhole = [&](const Entry& entry) {
         Attributes kept;
-        return attributesAt(AT_FDCWD, store.blobPath(project, entry.blob).c_str(), kept) == 0 &&
+        return attributesAt(AT_FDCWD, history.blobPath(entry.blob).c_str(), kept) == 0 &&
                (entry.kind == EntryKind::link || kept.size == entry.size);
     };
     run.work(
@@ -89,8 +91,9 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     const SnapshotMeta& before = safety.result.meta;
     const Changes changes = Changes::between(safety.manifest, after);
     const auto counts = changes.fileCounts();
+    const History history = store.history(project);
     SnapshotMeta meta;
-    meta.seq = nextSeq(project, store.newestSeq(project));
+    meta.seq = nextSeq(history, history.newestSeq());
     meta.created = started;
     meta.kind = "restored";
     if (before.label) meta.label = afterLabel(*before.label);
@@ -101,12 +104,12 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
     meta.durationMs = durationMs;
-    if (!share) store.writeManifest(lock, project, meta.seq, after, PendingWrites());
-    store.writeSnapshot(lock, project, meta);
+    if (!share) history.writeManifest(lock, meta.seq, after, PendingWrites());
+    history.writeSnapshot(lock, meta);
 }
 
 RestoreResult Engine::undo(const Project& project, std::int64_t turn) const {
-    const auto seqs = store.seqs(project);
+    const auto seqs = store.history(project).seqs();
     const auto next = std::upper_bound(seqs.begin(), seqs.end(), turn);
     const auto to = next == seqs.end() ? std::nullopt : std::optional(*next);
     RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn));
@@ -120,12 +123,13 @@ RestoreResult Engine::undo(const Project& project, std::int64_t turn) const {
 
 RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
                            const std::optional<std::string>& label) const {
-    const ProjectLock lock(store.lockPath(project));
+    const History history = store.history(project);
+    const ProjectLock lock(history.lockPath());
     checkRoot(project);
-    const SnapshotMeta start = store.snapshot(project, from);
-    const Manifest before = store.manifest(start, project);
+    const SnapshotMeta start = history.snapshot(from);
+    const Manifest before = history.manifest(start);
     std::optional<Manifest> after;
-    if (to) after = store.manifest(store.snapshot(project, *to), project);
+    if (to) after = history.manifest(history.snapshot(*to));
     const SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
     const auto all = Changes::between(before, after ? *after : safety.manifest).all();

@@ -59,7 +59,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
     // A link there is the user's own, who has put the contents on another volume.
-    const std::string blobs = engine.store.blobsFolder(project);
+    const std::string blobs = engine.store.history(project).blobsFolder();
     blobs_ = Descriptor(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!blobs_) throw TidewrackError::io("read", blobs, errno);
     pending_.copies = mostWrittenOutOneByOne; // bringToDisk() waits for all that is put back

@@ -104,8 +104,7 @@ class UnclaimedContents {
 // Manifests that no remaining record names, those of interrupted snapshots included.
 class UnusedManifests {
   public:
-    UnusedManifests(const Store& store, const Project& project, const std::set<std::int64_t>& inUse)
-        : folder_(parentOf(store.manifestPath(project, 0))) {
+    UnusedManifests(const History& history, const std::set<std::int64_t>& inUse) : folder_(history.manifestsFolder()) {
         constexpr std::string_view ending = ".mf";
         for (const std::string& name : listFolder(folder_)) {
             if (!name.ends_with(ending)) continue;
@@ -135,13 +134,12 @@ class UnusedManifests {
 
 // Lets manifests, newest first, claim what they name. Decompressing is most of a prune's work, so some are decompressed
 // at once, each in a thread of its own.
-void claimAll(const Store& store, const Project& project, const std::vector<std::int64_t>& manifests,
-              UnclaimedContents& unclaimed) {
+void claimAll(const History& history, const std::vector<std::int64_t>& manifests, UnclaimedContents& unclaimed) {
     std::deque<std::future<TextBuffer>> decoding;
     // Should no thread be had, the work is done at get().
     const auto decode = [&](std::int64_t seq) {
         return std::async(std::launch::async | std::launch::deferred,
-                          [&store, &project, seq] { return store.manifestText(project, seq); });
+                          [&history, seq] { return history.manifestText(seq); });
     };
     auto next = manifests.begin();
     while (!unclaimed.empty()) {
@@ -181,37 +179,38 @@ void requireAllRead(const std::vector<std::int64_t>& seqs, const std::vector<Sna
 } // namespace
 
 PruneResult Engine::prune(const Project& project, Date now, bool dryRun) const {
-    const ProjectLock lock(store.lockPath(project));
+    const ProjectLock lock(store.history(project).lockPath());
     return pruneLocked(lock, project, now, dryRun);
 }
 
 PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, bool dryRun, Sweep sweep) const {
-    const auto snapshots = store.snapshots(project);
-    const auto seqs = store.seqs(project);
+    const History history = store.history(project);
+    const auto snapshots = history.snapshots();
+    const auto seqs = history.seqs();
     if (seqs.size() != snapshots.size()) requireAllRead(seqs, snapshots);
     const RetentionPlan plan = planRetention(snapshots, now);
-    UnusedManifests unused(store, project, plan.manifestsInUse);
-    UnclaimedContents unclaimed(store.blobsFolder(project));
+    UnusedManifests unused(history, plan.manifestsInUse);
+    UnclaimedContents unclaimed(history.blobsFolder());
     if (sweep == Sweep::freed && plan.freesOwnContentsOnly && unused.areAllAmong(plan.manifestsFreed)) {
         for (const std::int64_t seq : plan.manifestsFreed) unclaimed.add(seq);
     } else {
         unclaimed.addAllBut(plan.manifestsInUse);
     }
-    claimAll(store, project, plan.manifestsToRead, unclaimed);
+    claimAll(history, plan.manifestsToRead, unclaimed);
     PruneResult result{plan.remove, unclaimed.count()};
     if (dryRun) return result;
-    for (const std::int64_t seq : plan.remove) removeFileIfThere(store.metaPath(project, seq));
+    for (const std::int64_t seq : plan.remove) removeFileIfThere(history.metaPath(seq));
     unused.removeAllButOne();
-    const std::string folder = store.projectFolder(project);
-    for (const char* part : {"", "/snapshots", "/manifests"}) removeLeftovers(folder + part);
-    if (!unclaimed.empty()) bringToDisk(folder);
+    for (const std::string& folder : {history.folder(), history.snapshotsFolder(), history.manifestsFolder()})
+        removeLeftovers(folder);
+    if (!unclaimed.empty()) bringToDisk(history.folder());
     unclaimed.remove();
     unused.removeTheLast();
     return result;
 }
 
 void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const {
-    const std::string marker = store.projectFolder(project) + "/last-prune";
+    const std::string marker = store.history(project).folder() + "/last-prune";
     try {
         Attributes attributes;
         const std::int64_t last =
@@ -225,10 +224,11 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
 }
 
 void Engine::setPinned(const Project& project, std::int64_t seq, bool pinned) const {
-    const ProjectLock lock(store.lockPath(project));
-    SnapshotMeta meta = store.snapshot(project, seq);
+    const History history = store.history(project);
+    const ProjectLock lock(history.lockPath());
+    SnapshotMeta meta = history.snapshot(seq);
     meta.pinned = pinned;
-    store.writeSnapshot(lock, project, meta);
+    history.writeSnapshot(lock, meta);
 }
 
 } // namespace tidewrack

@@ -233,13 +233,13 @@ struct Previous {
 };
 
 // The walker is told how much it will meet, so that it can begin meanwhile.
-Previous loadPrevious(const Store& store, const Project& project, std::optional<std::int64_t> newest, Walker& walker,
+Previous loadPrevious(const History& history, std::optional<std::int64_t> newest, Walker& walker,
                       std::vector<std::string>& warnings) {
     if (!newest) return {};
     try {
-        const SnapshotMeta meta = store.snapshot(project, *newest);
+        const SnapshotMeta meta = history.snapshot(*newest);
         walker.expect(meta.files);
-        return {meta, store.manifest(meta, project)};
+        return {meta, history.manifest(meta)};
     } catch (const std::exception& error) {
         warnings.push_back("previous snapshot #" + std::to_string(*newest) + " is unreadable (" + error.what() +
                            "); taking a full one");
@@ -249,8 +249,8 @@ Previous loadPrevious(const Store& store, const Project& project, std::optional<
 
 } // namespace
 
-std::int64_t Engine::nextSeq(const Project& project, std::optional<std::int64_t> newest) const {
-    const std::int64_t highest = std::max(newest.value_or(0), store.highestLeftover(project));
+std::int64_t Engine::nextSeq(const History& history, std::optional<std::int64_t> newest) const {
+    const std::int64_t highest = std::max(newest.value_or(0), history.highestLeftover());
     if (highest == INT64_MAX) throw TidewrackError::corrupt("no number is left for a new snapshot");
     return highest + 1;
 }
@@ -262,14 +262,15 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     TakenSnapshot taken;
     SnapshotMeta& meta = taken.result.meta;
     meta.created = now();
-    const auto newest = store.newestSeq(project);
+    const History history = store.history(project);
+    const auto newest = history.newestSeq();
     const auto nested = nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects());
     auto walker = projectWalker(project, nested, &taken.leftovers, request.deadline);
-    const Previous previous = loadPrevious(store, project, newest, *walker, taken.result.warnings);
+    const Previous previous = loadPrevious(history, newest, *walker, taken.result.warnings);
     trace.mark([] { return "load previous manifest"; });
 
-    meta.seq = nextSeq(project, newest);
-    if (meta.seq > newest.value_or(0) + 1) store.markUnfinished(lock, project, meta.seq - 1);
+    meta.seq = nextSeq(history, newest);
+    if (meta.seq > newest.value_or(0) + 1) history.markUnfinished(lock, meta.seq - 1);
     SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
     walker->walk([&](const Walker::Item& item) {
         run.add(item);
@@ -278,7 +279,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
-    ContentFolder contents(store.blobPath(project, std::to_string(meta.seq)));
+    ContentFolder contents(history.blobPath(std::to_string(meta.seq)));
     run.keepContents(project, contents, request.deadline, taken.result);
     trace.mark([&] { return "keep " + std::to_string(run.jobCount()) + " contents"; });
 
@@ -288,7 +289,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
-    if (!share) store.writeManifest(lock, project, meta.seq, taken.manifest, run.pending());
+    if (!share) history.writeManifest(lock, meta.seq, taken.manifest, run.pending());
     trace.mark([] { return "diff + write manifest"; });
 
     const auto counts = changes.fileCounts();
@@ -304,15 +305,15 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     if (share)
-        store.writeUnchangedSnapshot(lock, project, meta);
+        history.writeUnchangedSnapshot(lock, meta);
     else
-        store.writeSnapshot(lock, project, meta);
+        history.writeSnapshot(lock, meta);
     contents.commit();
     return taken;
 }
 
 SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
-    const ProjectLock lock(store.lockPath(project), request.deadline);
+    const ProjectLock lock(store.history(project).lockPath(), request.deadline);
     TakenSnapshot taken = snapshotLocked(lock, project, request);
     if (!passed(request.deadline)) pruneIfDue(lock, project, taken.result);
     return std::move(taken.result);
@@ -332,12 +333,13 @@ std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project,
 std::optional<std::string> Engine::contentPath(const Project& project, std::int64_t seq,
                                                const std::string& path) const {
     const std::string wanted = relative(project, path);
-    const Manifest manifest = store.manifest(store.snapshot(project, seq), project);
+    const History history = store.history(project);
+    const Manifest manifest = history.manifest(history.snapshot(seq));
     const Entry* entry = manifest.find(wanted);
     if (entry == nullptr && volumeIgnoresCase(project.root))
         entry = manifest.find(asListed({wanted}, {&manifest}).front());
     if (entry == nullptr || entry->kind != EntryKind::file) return std::nullopt;
-    const std::string place = store.blobPath(project, entry->blob);
+    const std::string place = history.blobPath(entry->blob);
     Attributes kept;
     if (attributesAt(AT_FDCWD, place.c_str(), kept) == 0 && kept.size != entry->size)
         throw TidewrackError::corrupt("what was kept of " + wanted + " is damaged");

@@ -1,13 +1,8 @@
 #pragma once
-// Where the history lives and how a folder maps to it. docs/store-format.md shows the tree.
-//
-// Reading takes no lock; whoever changes a project's files holds its ProjectLock.
+// Where the histories live, and which folders have one. docs/store-format.md shows the tree.
 
-#include "Store/Manifest.hpp"
-#include "Store/ProjectLock.hpp"
-#include "Store/Records.hpp"
+#include "Store/History.hpp"
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -25,8 +20,6 @@ using Environment = std::map<std::string, std::string, std::less<>>;
 
 class Store {
   public:
-    static constexpr std::int64_t maxTrackedEntries = 250000;
-
     // TIDEWRACK_HOME when set and not empty, else "Library/Application Support/Tidewrack" in the home folder.
     // Creates nothing. Throws TidewrackError io when neither variable nor password database tell a home folder.
     static Store fromEnvironment(const Environment& environment);
@@ -43,11 +36,9 @@ class Store {
     [[nodiscard]] static std::string canonicalPlace(const std::string& path);
     // "<slug of the last component>-<8 hex digits of the root's SHA-256>"
     [[nodiscard]] static std::string projectID(const std::string& root);
-    [[nodiscard]] bool isTooBroad(const std::string& path) const;
 
-    // Registers a folder. Throws TidewrackError io or refused in the user's words. An already tracked folder comes
-    // back unchanged.
-    Project track(const std::string& path, bool force) const;
+    // Enters a project into the registry, with an empty history. Throws TidewrackError io.
+    void add(const Project& project) const;
     // Removes a project's whole history, holding its lock.
     void untrack(const Project& project) const;
 
@@ -58,39 +49,9 @@ class Store {
     [[nodiscard]] static std::optional<Project> projectContaining(const std::string& path,
                                                                   const std::vector<Project>& projects);
 
-    [[nodiscard]] std::vector<std::int64_t> seqs(const Project& project) const; // ascending
-    [[nodiscard]] std::optional<std::int64_t> newestSeq(const Project& project) const;
-    [[nodiscard]] std::optional<SnapshotMeta> latest(const Project& project) const;
-    [[nodiscard]] std::vector<SnapshotMeta> snapshots(const Project& project) const; // ascending
-    // Throws TidewrackError noSnapshot or corrupt.
-    [[nodiscard]] SnapshotMeta snapshot(const Project& project, std::int64_t seq) const;
-    [[nodiscard]] Manifest manifest(const SnapshotMeta& meta, const Project& project) const;
-    // The text of manifest `seq`, not looked into.
-    [[nodiscard]] TextBuffer manifestText(const Project& project, std::int64_t seq) const;
-    // The largest number of which a manifest or a content folder is left; 0 for none.
-    [[nodiscard]] std::int64_t highestLeftover(const Project& project) const;
-    // Whether the project lies on the volume of its history, so that changes of both come to the disk in their order.
-    [[nodiscard]] bool sharesVolume(const Project& project) const;
-
-    // Writers, for holders of the lock. The manifest comes after the contents that it names, and only then the record:
-    // a manifest is on the disk with all that was done before, `contents` included, when the record is given its name.
-    void writeSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
-    // For a new snapshot that holds nothing the one before does not: nothing waits for the disk.
-    void writeUnchangedSnapshot(const ProjectLock& lock, const Project& project, const SnapshotMeta& meta) const;
-    // All records written so far are on the disk, with all that they need.
-    void bringRecordsToDisk(const ProjectLock& lock, const Project& project) const;
-    void writeManifest(const ProjectLock& lock, const Project& project, std::int64_t seq, const Manifest& manifest,
-                       const PendingWrites& contents) const;
-    // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
-    // one: a manifest that no record names tells the next prune that contents may be left that nothing names.
-    void markUnfinished(const ProjectLock& lock, const Project& project, std::int64_t seq) const;
-
-    [[nodiscard]] std::string projectFolder(const Project& project) const;
-    [[nodiscard]] std::string lockPath(const Project& project) const;
-    [[nodiscard]] std::string metaPath(const Project& project, std::int64_t seq) const;
-    [[nodiscard]] std::string manifestPath(const Project& project, std::int64_t seq) const;
-    [[nodiscard]] std::string blobPath(const Project& project, std::string_view blob) const;
-    [[nodiscard]] std::string blobsFolder(const Project& project) const;
+    [[nodiscard]] History history(const Project& project) const {
+        return {projectsFolder() + "/" + project.id, project.root};
+    }
 
     // A sentence when kept copies will cost real disk space.
     [[nodiscard]] std::optional<std::string> storageWarning(const Project& project) const;
@@ -99,11 +60,6 @@ class Store {
 
   private:
     [[nodiscard]] std::string projectsFolder() const { return home + "/projects"; }
-    void refuseUnsuitable(const std::string& path, bool force) const;
-    void addToRegistry(const Project& project) const;
 };
-
-// A base-10 whole number from 0 to the largest 64-bit one; none for anything else.
-[[nodiscard]] std::optional<std::int64_t> parseSeq(std::string_view text);
 
 } // namespace tidewrack

@@ -15,7 +15,7 @@ namespace {
 
 // Whoever meant the changes that led to a snapshot needs the number before it.
 void hintAtEarlier(Invocation& call, const Project& project, std::int64_t turn) {
-    const auto seqs = call.store().seqs(project);
+    const auto seqs = call.store().history(project).seqs();
     const auto here = std::lower_bound(seqs.begin(), seqs.end(), turn);
     if (here == seqs.begin()) return;
     call.print("To undo the changes made before #" + std::to_string(turn) + ", run: tidewrack undo " +

@@ -1,6 +1,7 @@
 // Starting and ending the history of a folder, and which folders have one.
 
 #include "Commands/Commands.hpp"
+#include "Engine/Tracking.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
@@ -13,7 +14,7 @@ namespace tidewrack::commands {
 
 int track(Invocation& call) {
     const std::string path = call.absolute(call.args.word(0).value_or(call.around.currentFolder));
-    const Project project = call.store().track(path, call.args.has("--force"));
+    const Project project = tidewrack::track(call.store(), path, call.args.has("--force"));
     const SnapshotResult first = call.engine().snapshot(project, {"manual", {}, {}, {}, {}});
     if (call.json()) {
         call.printJson({{"project", toJson(project)}, {"snapshot", snapshotJson(first)}});
@@ -48,9 +49,10 @@ int projects(Invocation& call) {
         std::optional<SnapshotMeta> latest;
         std::string state = "no snapshots";
         try {
-            seqs = call.store().seqs(project);
+            const History history = call.store().history(project);
+            seqs = history.seqs();
             if (!seqs.empty()) state = std::to_string(seqs.size()) + (seqs.size() == 1 ? " snapshot" : " snapshots");
-            if (!seqs.empty()) latest = call.store().snapshot(project, seqs.back());
+            if (!seqs.empty()) latest = history.snapshot(seqs.back());
             if (latest) state += ", latest " + ago(latest->created, now());
         } catch (const TidewrackError&) { // the other projects are still worth listing
             state = seqs.empty() ? "its snapshots are unreadable" : state + ", the latest is unreadable";

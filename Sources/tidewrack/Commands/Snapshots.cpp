@@ -49,7 +49,7 @@ std::string changesSoFar(Invocation& call, CountsSoFar& soFar, std::int64_t seq)
 std::string notKeptText(const Store& store, const Project& project, std::int64_t seq, const std::string& place,
                         const std::string& shown) {
     Entry entry;
-    entry.blob = std::string_view(place).substr(store.blobPath(project, "").size());
+    entry.blob = std::string_view(place).substr(store.history(project).blobPath("").size());
     return "the content of " + repairedUtf8(shown) + " wasn't kept in snapshot #" + std::to_string(seq) + ": " +
            entry.notKeptReason().value_or("it is missing from the store");
 }
@@ -77,9 +77,10 @@ int log(Invocation& call) {
     const Project project = call.project();
     // Reading the records takes a while too, so the comparison runs meanwhile. Should they be unreadable, that is
     // told when it has come to its end.
-    const auto newest = call.json() || most == 0 ? std::nullopt : call.store().newestSeq(project);
+    const History history = call.store().history(project);
+    const auto newest = call.json() || most == 0 ? std::nullopt : history.newestSeq();
     auto soFar = newest ? countsSoFar(call.engine(), project, *newest) : CountsSoFar();
-    auto snapshots = call.store().snapshots(project);
+    auto snapshots = history.snapshots();
     std::reverse(snapshots.begin(), snapshots.end());
     if (snapshots.size() > most) snapshots.resize(most);
     if (call.json()) {

@@ -25,7 +25,7 @@ std::optional<PatchSide> sideOf(const Store& store, const Project& project, cons
         return side;
     }
     std::string path = entry->blob.starts_with(live) ? std::string(entry->blob.substr(live.size()))
-                                                     : store.blobPath(project, entry->blob);
+                                                     : store.history(project).blobPath(entry->blob);
     if (entry->kind == EntryKind::file) {
         side.content = std::move(path);
         return side;

@@ -1,0 +1,170 @@
+#include "Store/History.hpp"
+
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Json.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <future>
+#include <iterator>
+#include <span>
+
+namespace tidewrack {
+
+std::optional<std::int64_t> parseSeq(std::string_view text) {
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < 0) return std::nullopt;
+    return value;
+}
+
+namespace {
+
+// The number in the name of a snapshot's record; none for other files.
+std::optional<std::int64_t> recordNumber(std::string_view name) {
+    constexpr std::string_view ending = ".json";
+    return name.ends_with(ending) ? parseSeq(name.substr(0, name.size() - ending.size())) : std::nullopt;
+}
+
+} // namespace
+
+std::vector<std::int64_t> History::seqs() const {
+    std::vector<std::int64_t> result;
+    forEachName(snapshotsFolder(), [&](std::string_view name) {
+        if (const auto seq = recordNumber(name)) result.push_back(*seq);
+    });
+    std::sort(result.begin(), result.end());
+    return result;
+}
+
+std::optional<std::int64_t> History::newestSeq() const {
+    std::optional<std::int64_t> newest;
+    forEachName(snapshotsFolder(),
+                [&](std::string_view name) { newest = std::max(newest, recordNumber(name)); }); // none is the least
+    return newest;
+}
+
+std::optional<SnapshotMeta> History::latest() const {
+    const auto newest = newestSeq();
+    return newest ? std::optional(snapshot(*newest)) : std::nullopt;
+}
+
+namespace {
+
+// The records among these files of the folder.
+std::vector<SnapshotMeta> readRecords(const std::string& folder, std::span<const std::string> names) {
+    std::vector<SnapshotMeta> result;
+    for (const std::string& name : names) {
+        std::string text;
+        const std::string path = folder + "/" + name;
+        if (!name.ends_with(".json") || readFile(path, text) != 0) continue;
+        result.push_back(decodeSnapshotMeta(text, path));
+    }
+    return result;
+}
+
+} // namespace
+
+std::vector<SnapshotMeta> History::snapshots() const {
+    constexpr std::size_t namesForTwo = 256; // reading and decoding so many takes longer than starting a thread
+    const std::string folder = snapshotsFolder();
+    const auto names = listFolder(folder);
+    const std::span all(names);
+    const std::size_t half = all.size() < namesForTwo ? 0 : all.size() / 2;
+    // Should no thread be had, its half is read at get().
+    auto others = std::async(half == 0 ? std::launch::deferred : std::launch::async | std::launch::deferred,
+                             [&] { return readRecords(folder, all.subspan(0, half)); });
+    std::vector<SnapshotMeta> result = readRecords(folder, all.subspan(half));
+    std::vector<SnapshotMeta> rest = others.get();
+    std::move(rest.begin(), rest.end(), std::back_inserter(result));
+    std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.seq < b.seq; });
+    return result;
+}
+
+SnapshotMeta History::snapshot(std::int64_t seq) const {
+    const std::string path = metaPath(seq);
+    std::string text;
+    const int error = readFile(path, text);
+    if (error == ENOENT) throw TidewrackError::noSnapshot(seq);
+    if (error != 0) throw TidewrackError::io("read", path, error);
+    return decodeSnapshotMeta(text, path);
+}
+
+Manifest History::manifest(const SnapshotMeta& meta) const {
+    return Manifest::decodeText(manifestText(meta.manifestOf));
+}
+
+TextBuffer History::manifestText(std::int64_t seq) const {
+    const std::string path = manifestPath(seq);
+    std::string bytes;
+    const int error = readFile(path, bytes);
+    if (error == ENOENT) throw TidewrackError::corrupt("missing manifest for #" + std::to_string(seq));
+    if (error != 0) throw TidewrackError::io("read", path, error);
+    return Manifest::decompressed(bytes);
+}
+
+std::int64_t History::highestLeftover() const {
+    std::int64_t highest = 0;
+    for (const char* folder : {"/manifests", "/blobs"}) {
+        forEachName(folder_ + folder, [&](std::string_view name) {
+            if (name.ends_with(".mf")) name.remove_suffix(3);
+            highest = std::max(highest, parseSeq(name).value_or(0));
+        });
+    }
+    return highest;
+}
+
+void History::writeSnapshot(const ProjectLock&, const SnapshotMeta& meta) const {
+    writeFileAtomically(metaPath(meta.seq), compactJson(toJson(meta)));
+}
+
+void History::writeUnchangedSnapshot(const ProjectLock&, const SnapshotMeta& meta) const {
+    writeFileSoon(metaPath(meta.seq), compactJson(toJson(meta)));
+}
+
+void History::bringRecordsToDisk(const ProjectLock&) const {
+    const std::string folder = snapshotsFolder();
+    Descriptor open;
+    int error = openFolder(folder, open);
+    // The whole volume: nobody has waited yet for the content of an unchanged snapshot's record.
+    if (error == 0) error = flushVolume(open.get());
+    if (error != 0) throw TidewrackError::io("flush", folder, error);
+}
+
+void History::writeManifest(const ProjectLock&, std::int64_t seq, const Manifest& manifest,
+                            const PendingWrites& contents) const {
+    writeFileAfter(contents, manifestPath(seq), manifest.encoded());
+}
+
+void History::markUnfinished(const ProjectLock&, std::int64_t seq) const {
+    // Where this fails the leftovers wait for a prune that looks at everything; no snapshot is refused for it.
+    const Descriptor file(
+        ::open(manifestPath(seq).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
+}
+
+std::string History::metaPath(std::int64_t seq) const {
+    return snapshotsFolder() + "/" + std::to_string(seq) + ".json";
+}
+
+std::string History::manifestPath(std::int64_t seq) const {
+    return manifestsFolder() + "/" + std::to_string(seq) + ".mf";
+}
+
+std::string History::blobPath(std::string_view blob) const {
+    return blobsFolder() + "/" + std::string(blob);
+}
+
+bool History::sharesVolume() const {
+    Attributes ofRoot;
+    Attributes ofHistory;
+    return attributesAt(AT_FDCWD, root_.c_str(), ofRoot) != 0 ||
+           attributesAt(AT_FDCWD, folder_.c_str(), ofHistory) != 0 || ofRoot.device == ofHistory.device;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,69 @@
+#pragma once
+// One tracked project's history on the disk: its records, listings and kept contents. docs/store-format.md shows the
+// tree.
+//
+// Reading takes no lock; the writers are for whoever holds the project's ProjectLock.
+
+#include "Store/Manifest.hpp"
+#include "Store/ProjectLock.hpp"
+#include "Store/Records.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack {
+
+class History {
+  public:
+    // `folder` is the history's own, `root` the project's.
+    History(std::string folder, std::string root) : folder_(std::move(folder)), root_(std::move(root)) {}
+
+    [[nodiscard]] std::vector<std::int64_t> seqs() const; // ascending
+    [[nodiscard]] std::optional<std::int64_t> newestSeq() const;
+    [[nodiscard]] std::optional<SnapshotMeta> latest() const;
+    [[nodiscard]] std::vector<SnapshotMeta> snapshots() const; // ascending
+    // Throws TidewrackError noSnapshot or corrupt.
+    [[nodiscard]] SnapshotMeta snapshot(std::int64_t seq) const;
+    [[nodiscard]] Manifest manifest(const SnapshotMeta& meta) const;
+    // The text of manifest `seq`, not looked into.
+    [[nodiscard]] TextBuffer manifestText(std::int64_t seq) const;
+    // The largest number of which a manifest or a content folder is left; 0 for none.
+    [[nodiscard]] std::int64_t highestLeftover() const;
+    // Whether the project lies on the volume of its history, so that changes of both come to the disk in their order.
+    [[nodiscard]] bool sharesVolume() const;
+
+    // The manifest comes after the contents that it names, and only then the record: a manifest is on the disk with all
+    // that was done before, `contents` included, when the record is given its name.
+    void writeSnapshot(const ProjectLock& lock, const SnapshotMeta& meta) const;
+    // For a new snapshot that holds nothing the one before does not: nothing waits for the disk.
+    void writeUnchangedSnapshot(const ProjectLock& lock, const SnapshotMeta& meta) const;
+    // All records written so far are on the disk, with all that they need.
+    void bringRecordsToDisk(const ProjectLock& lock) const;
+    void writeManifest(const ProjectLock& lock, std::int64_t seq, const Manifest& manifest,
+                       const PendingWrites& contents) const;
+    // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
+    // one: a manifest that no record names tells the next prune that contents may be left that nothing names.
+    void markUnfinished(const ProjectLock& lock, std::int64_t seq) const;
+
+    [[nodiscard]] const std::string& folder() const { return folder_; }
+    [[nodiscard]] std::string recordPath() const { return folder_ + "/project.json"; }
+    [[nodiscard]] std::string lockPath() const { return folder_ + "/lock"; }
+    [[nodiscard]] std::string snapshotsFolder() const { return folder_ + "/snapshots"; }
+    [[nodiscard]] std::string manifestsFolder() const { return folder_ + "/manifests"; }
+    [[nodiscard]] std::string blobsFolder() const { return folder_ + "/blobs"; }
+    [[nodiscard]] std::string metaPath(std::int64_t seq) const;
+    [[nodiscard]] std::string manifestPath(std::int64_t seq) const;
+    [[nodiscard]] std::string blobPath(std::string_view blob) const;
+
+  private:
+    std::string folder_;
+    std::string root_;
+};
+
+// A base-10 whole number from 0 to the largest 64-bit one; none for anything else.
+[[nodiscard]] std::optional<std::int64_t> parseSeq(std::string_view text);
+
+} // namespace tidewrack
