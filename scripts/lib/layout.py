@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Checks how the code is laid out: an include points only down the table of layers in docs/architecture.md, no two
-rooms or units include each other in a circle, and files and functions stay within their lengths."""
+"""Checks how the code is laid out: an include points only down the table of layers in docs/architecture.md, rooms
+include each other in no circle, and files and functions stay within their lengths.
+    scripts/lib/layout.py --picture    also prints which room includes which"""
 
 import pathlib
 import re
@@ -44,42 +45,38 @@ def included(path):
                 yield target
 
 
-def check_circles(graph, what):
-    """Depth first; a node that is still open when it is reached again closes a circle."""
-    done, open_nodes = set(), []
+def check_circles(rooms):
+    """Depth first; a room that is still open when it is reached again closes a circle."""
+    done, still_open = set(), []
 
-    def visit(node):
-        if node in open_nodes:
-            faults.append(f"{what} in a circle: " + " > ".join(open_nodes[open_nodes.index(node):] + [node]))
-        elif node not in done:
-            open_nodes.append(node)
-            for target in sorted(graph.get(node, ())):
+    def visit(room):
+        if room in still_open:
+            faults.append("rooms in a circle: " + " > ".join(still_open[still_open.index(room):] + [room]))
+        elif room not in done:
+            still_open.append(room)
+            for target in sorted(rooms.get(room, ())):
                 visit(target)
-            done.add(open_nodes.pop())
+            done.add(still_open.pop())
 
-    for node in sorted(graph):
-        visit(node)
+    for room in sorted(rooms):
+        visit(room)
 
 
 def check_includes(paths):
-    rows, units, rooms = layers(), {}, {}
+    rows, rooms = layers(), {}
     for path in paths:
-        unit = unit_of(path)
-        room = room_of(unit, rows)
+        room = room_of(unit_of(path), rows)
         if not room:
             faults.append(f"{path}: no layer of docs/architecture.md holds it")
             continue
         for target in included(path):
             to_unit = unit_of(target)
             to_room = room_of(to_unit, rows)
-            if to_unit != unit:
-                units.setdefault(unit, set()).add(to_unit)
             if to_room != room:
                 rooms.setdefault(room, set()).add(to_room)
                 if to_room and rows[to_room] < rows[room]:
                     faults.append(f"{path}: includes {to_unit}, which is in a layer above")
-    check_circles(rooms, "rooms")
-    check_circles(units, "units")
+    check_circles(rooms)
     if "--picture" in sys.argv:
         for room in sorted(rooms, key=rows.get):
             print(f"{room} > {', '.join(sorted(rooms[room], key=rows.get))}")
