@@ -152,10 +152,14 @@ TEST(Json, printsWhatIsDocumented) {
 
 TEST(Json, repairsNamesThatAreNotText) {
     RestoreResult restore;
-    restore.restored = restore.warnings = {"bad\xff"};
-    restore.removedFiles = 2;
+    for (const auto action : {PathOutcome::Action::restored, PathOutcome::Action::removed})
+        restore.outcomes.push_back({"bad\xff", action, EntryKind::file});
+    restore.safetyWarnings = {"bad\xff"};
+    restore.target = 4;
+    restore.prunedUpTo = 8;
     EXPECT_EQ(restoreJson(restore)["restored"], json{"bad\xef\xbf\xbd"});
-    EXPECT_EQ(restoreText(restore), "Restored 0 files, removed 2 files. Undo this with: tidewrack restore 0\n"
+    EXPECT_EQ(restoreText(restore), "Restored 1 file, removed 1 file. Undo this with: tidewrack restore 0\n"
+                                    "warning: snapshots #5–#7 were pruned, so this undid everything from #4 to #8\n"
                                     "warning: bad\xef\xbf\xbd\n");
     EXPECT_EQ(changesJson({{}, {}, {"bad\xff"}, {"bad\xff"}})["folders"], json{"bad\xef\xbf\xbd"});
 }

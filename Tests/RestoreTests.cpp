@@ -1,12 +1,17 @@
 #include "Support/TestFolders.hpp"
 
 #include "Engine/Engine.hpp"
+#include "Engine/RestorePlan.hpp"
 #include "Engine/Spelling.hpp"
 #include "Platform/Platform.hpp"
+#include "Reports/OutcomeTexts.hpp"
 #include "Support/Errors.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+
+#include <algorithm>
+#include <tuple>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -56,16 +61,16 @@ TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     const Engine engine(world.store());
     f.write("project/huge", "more than ten bytes");
     f.write("project/a.txt", "also more than ten bytes");
-    EXPECT_EQ(engine.restore(project, 1, std::nullopt, true).warnings,
+    EXPECT_EQ(warningTexts(engine.restore(project, 1, std::nullopt, true)),
               (Lines{"couldn't restore huge: it couldn't be saved first (it was larger than the size limit)",
                      "couldn't restore a.txt: it couldn't be saved first (it was larger than the size limit)"}));
     EXPECT_EQ(f.read("project/huge") + f.read("project/a.txt"), "more than ten bytesalso more than ten bytes");
     engine.snapshot(project, {"manual", {}, {}, {}, {}});
     f.remove("project/huge");
-    EXPECT_EQ(engine.restore(project, 4, std::nullopt, true).warnings,
+    EXPECT_EQ(warningTexts(engine.restore(project, 4, std::nullopt, true)),
               Lines{"couldn't restore huge: it was larger than the size limit when that snapshot was taken"});
     f.write("project/huge/new", "makes way for nothing");
-    EXPECT_EQ(engine.restore(project, 4, std::nullopt, true).warnings,
+    EXPECT_EQ(warningTexts(engine.restore(project, 4, std::nullopt, true)),
               Lines{"didn't replace huge: it was larger than the size limit when that snapshot was taken"});
     EXPECT_EQ(f.read("project/huge/new"), "makes way for nothing");
 }
@@ -217,12 +222,37 @@ TEST_F(RestoreTest, lostOrDamagedContentReplacesNothing) {
     f.write("project/src/main.c/new", "makes way for nothing");
     f.remove("project/src/deep/er/x");
     const RestoreResult result = Engine(world.store()).restore(world.project(), 1, std::nullopt, true);
-    EXPECT_EQ(result.warnings, (Lines{"couldn't restore src/main.c: a folder with content we don't keep is in the way",
-                                      "couldn't restore a.txt: what was kept of it is damaged",
-                                      "couldn't restore src/deep/er/x: No such file or directory"}));
-    EXPECT_TRUE(result.restored.empty());
+    EXPECT_EQ(warningTexts(result),
+              (Lines{"couldn't restore src/main.c: a folder with content we don't keep is in the way",
+                     "couldn't restore a.txt: what was kept of it is damaged",
+                     "couldn't restore src/deep/er/x: No such file or directory"}));
+    EXPECT_TRUE(pathsOf(result.outcomes, PathOutcome::Action::restored).empty());
     EXPECT_EQ(f.read("project/a.txt"), "the only good copy");
     EXPECT_EQ(f.read("project/src/main.c/new"), "makes way for nothing");
+}
+
+// A preview aims at what acting then does.
+TEST_F(RestoreTest, doesWhatItsPlanAimsAt) {
+    Project project = world.project();
+    project.maxFileSize = 10;
+    f.write("project/huge", "more than ten bytes");
+    f.write("project/new/file", "new");
+    f.remove("project/src/deep");
+    f.write("project/src/deep", "a file now");
+    f.write("project/a.txt", "second\n");
+    const Engine engine(world.store());
+    const SnapshotMeta now = engine.snapshot(project, {"manual", {}, {}, {}, {}}).meta;
+    const Manifest current = world.history().manifest(now);
+    const Manifest target = world.manifestOf(1);
+    auto aim = aimOf(planRestore({target, current, [](std::string_view) { return true; }, {}, true, false}), current);
+    auto done = engine.restore(project, 1, std::nullopt, true).outcomes;
+    const auto order = [](const PathOutcome& a, const PathOutcome& b) {
+        return std::tie(a.path, a.action) < std::tie(b.path, b.action);
+    };
+    std::sort(aim.begin(), aim.end(), order);
+    std::sort(done.begin(), done.end(), order);
+    EXPECT_EQ(aim, done);
+    EXPECT_EQ(aim.size(), 8U);
 }
 
 TEST(Spelling, isTheOneOfTheListings) {

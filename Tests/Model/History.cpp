@@ -2,6 +2,7 @@
 
 #include "Engine/Tracking.hpp"
 #include "Platform/Platform.hpp"
+#include "Reports/OutcomeTexts.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
 
@@ -228,15 +229,22 @@ Paths History::applied(const Taken& safety, const RestoreTask& task, const Resto
     const RestoreOutcome outcome = expectedRestore(task);
     const Tree after = look();
     checkFolder(outcome, after);
-    require(result.restored == listOf(outcome.restored), "a report names what was restored");
-    require(result.removed == listOf(outcome.removed), "a report names what was removed");
+    using Action = PathOutcome::Action;
+    const auto reported = [&](Action action) { return pathsOf(result.outcomes, action); };
+    require(reported(Action::restored) == listOf(outcome.restored), "a report names what was restored");
+    require(reported(Action::removed) == listOf(outcome.removed), "a report names what was removed");
     const auto filesOf = [](const Paths& paths, const Tree& tree) {
         return std::count_if(paths.begin(), paths.end(), [&](const auto& path) { return !tree.at(path).isFolder(); });
     };
-    require(static_cast<std::ptrdiff_t>(result.restoredFiles) == filesOf(outcome.restored, task.target) &&
-                static_cast<std::ptrdiff_t>(result.removedFiles) == filesOf(outcome.removed, task.before),
+    const auto counted = [&](Action action) {
+        return static_cast<std::ptrdiff_t>(filesAmong(result.outcomes, action));
+    };
+    require(counted(Action::restored) == filesOf(outcome.restored, task.target) &&
+                counted(Action::removed) == filesOf(outcome.removed, task.before),
             "a report counts files");
-    checkWarnings(result.warnings, outcome.warned, unknown);
+    RestoreResult ofPaths = result; // what an undo says of pruned snapshots is about none
+    ofPaths.prunedUpTo.reset();
+    checkWarnings(warningTexts(ofPaths), outcome.warned, unknown);
     done_["restored"] += outcome.restored.size();
     done_["removed"] += outcome.removed.size();
     done_["warned"] += outcome.warned.size();
@@ -332,15 +340,10 @@ void History::undo() {
     Paths turn;
     for (const auto* list : {&changes.added, &changes.modified, &changes.deleted})
         turn.insert(list->begin(), list->end());
-    RestoreResult result = engine_.undo(project_, from);
+    const RestoreResult result = engine_.undo(project_, from);
     require(result.nothingInScope == turn.empty(), "an undo of nothing says so");
-    if (to > from + 1) {
-        require(result.warnings.at(0) == "snapshots #" + number(from + 1) + "–#" + number(to - 1) +
-                                             " were pruned, so this undid everything from #" + number(from) + " to #" +
-                                             number(to),
-                "an undo tells of pruned snapshots");
-        result.warnings.erase(result.warnings.begin());
-    }
+    require(result.prunedUpTo == (to > from + 1 ? std::optional(to) : std::nullopt),
+            "an undo tells of pruned snapshots");
     record(result.safety, safety, "restore", "Before undoing #" + number(from));
     const Scope scope = [&](const std::string& path) { return turn.contains(path); };
     applied(safety, {before, target, scope, nested_, true}, result, {});

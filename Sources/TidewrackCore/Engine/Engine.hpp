@@ -5,6 +5,7 @@
 // Work on one path never stops the others: it ends in a warning line. Everything else throws TidewrackError.
 
 #include "Changes/Changes.hpp"
+#include "Engine/PathOutcome.hpp"
 #include "Store/Store.hpp"
 
 #include <cstdint>
@@ -44,14 +45,15 @@ struct PruneResult {
 };
 
 struct RestoreResult {
-    SnapshotMeta safety;               // taken before anything was changed
-    std::vector<std::string> restored; // project-relative, sorted
-    std::vector<std::string> removed;
-    std::set<std::string, std::less<>> folders; // the folders among both
-    std::size_t restoredFiles = 0;              // how many of each are files or links: where a folder and a file
-    std::size_t removedFiles = 0;               // changed places, a path is in both lists and among the folders
-    std::vector<std::string> warnings;          // one line per path left alone, with the reason
-    bool nothingInScope = false;                // an undo of a turn that changed nothing
+    SnapshotMeta safety;                     // taken before anything was changed
+    std::vector<std::string> safetyWarnings; // of that snapshot: what it could not keep is not replaced either
+    std::int64_t target = 0;                 // the snapshot gone back to
+    std::vector<PathOutcome> outcomes; // in the order of work; where a folder and a file changed places a path has two
+    int flushError = 0;                // an errno value: why what was restored may not be on the disk yet
+
+    // Of an undo: the turn changed nothing; the snapshot up to which it undid, where the ones before were pruned.
+    bool nothingInScope = false;
+    std::optional<std::int64_t> prunedUpTo;
 };
 
 // Where a long operation stands, for a progress line; may be called from several threads.

@@ -2,8 +2,8 @@
 // Makes sure that the parent folders of a path to be written are real folders, examining each once.
 
 #include "Engine/FolderBelow.hpp"
+#include "Engine/PathOutcome.hpp"
 
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -15,14 +15,14 @@ class ParentCache {
     // `project` must outlive the cache.
     explicit ParentCache(FolderBelow& project) : project_(project) {}
 
-    // Creates missing parents of the project-relative `path`. Nothing on success, else one warning line.
-    [[nodiscard]] std::optional<std::string> prepare(std::string_view path);
+    // Creates missing parents of the project-relative `path`.
+    [[nodiscard]] Obstacle prepare(std::string_view path);
 
     // The folders that prepare had to create.
     [[nodiscard]] const std::set<std::string, std::less<>>& created() const { return created_; }
 
   private:
-    [[nodiscard]] std::optional<std::string> examine(std::string_view path, std::string_view parent);
+    [[nodiscard]] Obstacle examine(std::string_view parent);
 
     FolderBelow& project_;
     std::set<std::string, std::less<>> known_; // real folders

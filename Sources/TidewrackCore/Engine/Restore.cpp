@@ -32,6 +32,22 @@ bool inScope(const std::vector<std::string>& listed, std::string_view path) {
     return std::any_of(listed.begin(), listed.end(), [&](const std::string& each) { return isAtOrBelow(path, each); });
 }
 
+// Files and links of the target that a folder would have to make way for, and of which what was kept is gone or cut
+// short.
+std::set<std::string, std::less<>> lostContents(const History& history, const Manifest& target,
+                                                const Manifest& current) {
+    std::set<std::string, std::less<>> lost;
+    for (const auto& item : current.items()) {
+        if (item.entry.kind != EntryKind::dir) continue;
+        const Entry* wanted = target.find(item.path);
+        if (wanted == nullptr || !wanted->isKept()) continue;
+        Attributes kept;
+        const int error = attributesAt(AT_FDCWD, history.blobPath(wanted->blob).c_str(), kept);
+        if (error != 0 || (wanted->kind == EntryKind::file && kept.size != wanted->size)) lost.emplace(item.path);
+    }
+    return lost;
+}
+
 } // namespace
 
 RestoreResult Engine::restore(const Project& project, std::int64_t to,
@@ -50,7 +66,9 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     RestoreResult result = apply(lock, project, target, scope, safety, removeNew);
     for (const std::string& path : listed)
         if (!isListed(target, path) && !isListed(safety.manifest, path))
-            result.warnings.push_back(path + " isn't in snapshot #" + std::to_string(to));
+            result.outcomes.push_back(
+                {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
+    result.target = to;
     return result;
 }
 
@@ -62,13 +80,8 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!history.sharesVolume()) history.bringRecordsToDisk(lock);
     RestoreRun run(*this, project, target, safety);
-    const auto isWhole = [&](const Entry& entry) {
-        Attributes kept;
-        return attributesAt(AT_FDCWD, history.blobPath(entry.blob).c_str(), kept) == 0 &&
-               (entry.kind == EntryKind::link || kept.size == entry.size);
-    };
-    run.work(
-        {target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0, isWhole});
+    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0,
+              lostContents(history, target, safety.manifest)});
     const Manifest after = run.manifestAfter();
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
@@ -81,8 +94,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     }
     RestoreResult result = run.takeResult();
     result.safety = safety.result.meta;
-    // What the safety snapshot could not keep is not replaced either; its reasons belong to the same report.
-    result.warnings.insert(result.warnings.begin(), safety.result.warnings.begin(), safety.result.warnings.end());
+    result.safetyWarnings = safety.result.warnings;
     return result;
 }
 
@@ -113,11 +125,7 @@ RestoreResult Engine::undo(const Project& project, std::int64_t turn) const {
     const auto next = std::upper_bound(seqs.begin(), seqs.end(), turn);
     const auto to = next == seqs.end() ? std::nullopt : std::optional(*next);
     RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn));
-    if (to && *to != turn + 1)
-        result.warnings.insert(result.warnings.begin(), "snapshots #" + std::to_string(turn + 1) + "–#" +
-                                                            std::to_string(*to - 1) +
-                                                            " were pruned, so this undid everything from #" +
-                                                            std::to_string(turn) + " to #" + std::to_string(*to));
+    if (to && *to != turn + 1) result.prunedUpTo = to;
     return result;
 }
 
@@ -138,6 +146,7 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     RestoreResult result = apply(
         lock, project, before, [&](std::string_view path) { return changed.contains(path); }, safety, true);
     result.nothingInScope = changed.empty();
+    result.target = from;
     return result;
 }
 

@@ -9,6 +9,9 @@ namespace tidewrack {
 
 namespace {
 
+using Action = PathOutcome::Action;
+using Reason = Obstacle::Reason;
+
 // Folders whose content history does not hold, or that would make way for nothing: nothing in them is removed.
 class ExcludedFolders {
   public:
@@ -19,7 +22,8 @@ class ExcludedFolders {
         for (const auto& item : input.current.items()) {
             if (item.entry.kind != EntryKind::dir) continue;
             const Entry* wanted = input.target.find(item.path);
-            if (wanted != nullptr && wanted->kind != EntryKind::dir && (wanted->notKept() || !input.isWhole(*wanted)))
+            if (wanted != nullptr && wanted->kind != EntryKind::dir &&
+                (wanted->notKept() || input.lost.contains(item.path)))
                 folders_.emplace(item.path);
         }
         if (input.readsEverything) return;
@@ -60,8 +64,7 @@ void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, Re
             // Where it was listed then, what has come since is in there unseen.
             const bool mayHoldNew = wanted == nullptr || (wanted->kind == EntryKind::dir && !wanted->isIgnoredFolder());
             if (mayHoldNew && input.removeNew && item.entry.isIgnoredFolder())
-                plan.warnings.push_back("kept " + std::string(item.path) +
-                                        "/: git ignores it, so its content isn't in history");
+                plan.left.push_back({std::string(item.path), Action::kept, EntryKind::dir, {Reason::ignoredByGit}});
             continue;
         }
         // A link where a file is wanted, or the reverse, is replaced in one step by the write itself.
@@ -75,17 +78,18 @@ void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, Re
         (item.entry.kind == EntryKind::dir ? plan.removeFolders : plan.removeFiles).push_back(&item);
     }
     for (const std::string_view folder : kept)
-        plan.warnings.push_back("kept what is in " + std::string(folder) +
-                                "/: it couldn't be read when that snapshot was taken");
+        plan.left.push_back({std::string(folder), Action::keptContents, EntryKind::dir, {Reason::unreadThen}});
     // Sorted by path a folder comes before its contents; backwards, after them.
     std::reverse(plan.removeFolders.begin(), plan.removeFolders.end());
 }
 
 void planWrite(const Manifest::Item& item, const Entry* present, RestorePlan& plan) {
     if (present != nullptr && !differs(*present, item.entry)) return;
-    if (const auto reason = item.entry.notKeptReason()) {
-        plan.warnings.push_back((present != nullptr ? "didn't replace " : "couldn't restore ") +
-                                std::string(item.path) + ": " + *reason + " when that snapshot was taken");
+    if (item.entry.notKept()) {
+        plan.left.push_back({std::string(item.path),
+                             present != nullptr ? Action::notReplaced : Action::notRestored,
+                             item.entry.kind,
+                             {Reason::notKeptThen, 0, {}, std::string(item.entry.blob)}});
         return;
     }
     plan.writes.push_back(&item);
@@ -130,6 +134,25 @@ RestorePlan planRestore(const RestoreInput& input) {
     }
     planClosedFolders(input, plan);
     return plan;
+}
+
+std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current) {
+    std::vector<PathOutcome> outcomes = plan.left;
+    const auto add = [&](const RestorePlan::Items& items, Action action) {
+        for (const Manifest::Item* item : items) {
+            const Entry* present = item->entry.kind == EntryKind::dir ? nullptr : current.find(item->path);
+            Obstacle obstacle;
+            // A folder there is removed before, where it is not one that stays.
+            if (present != nullptr && present->kind != EntryKind::dir) obstacle = obstacleIn(*present);
+            const Action done = obstacle ? Action::notRestored : action;
+            outcomes.push_back({std::string(item->path), done, item->entry.kind, std::move(obstacle)});
+        }
+    };
+    add(plan.removeFiles, Action::removed);
+    add(plan.removeFolders, Action::removed);
+    add(plan.makeFolders, Action::restored);
+    add(plan.writes, Action::restored);
+    return outcomes;
 }
 
 } // namespace tidewrack

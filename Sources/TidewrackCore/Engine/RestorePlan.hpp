@@ -1,6 +1,7 @@
 #pragma once
 // What a restore has to do, worked out from two listings and a scope without touching the disk.
 
+#include "Engine/PathOutcome.hpp"
 #include "Store/Manifest.hpp"
 
 #include <cstdint>
@@ -21,15 +22,15 @@ inline constexpr std::uint16_t ownerAll = 0700;
 struct RestorePlan {
     using Items = std::vector<const Manifest::Item*>; // into the manifests planned from
 
-    Items removeFiles;                 // of the current listing: files and links
-    Items removeFolders;               // of the current listing, contents before their folder
-    Items makeFolders;                 // of the target, a folder before its contents
-    Items keepFolders;                 // of the target: folders in scope that both have
-    Items closedFolders;               // of the current listing, a folder before its contents: folders closed to their
-                                       // owner that hold something to be removed, made or written
-    Items lockedFolders;               // of the target: those of them out of scope that were open then
-    Items writes;                      // of the target: files and links that differ and whose content was kept
-    std::vector<std::string> warnings; // paths in scope that no write can bring back, or that are left in place
+    Items removeFiles;             // of the current listing: files and links
+    Items removeFolders;           // of the current listing, contents before their folder
+    Items makeFolders;             // of the target, a folder before its contents
+    Items keepFolders;             // of the target: folders in scope that both have
+    Items closedFolders;           // of the current listing, a folder before its contents: folders closed to their
+                                   // owner that hold something to be removed, made or written
+    Items lockedFolders;           // of the target: those of them out of scope that were open then
+    Items writes;                  // of the target: files and links that differ and whose content was kept
+    std::vector<PathOutcome> left; // paths in scope that no write can bring back, or that are left in place
 };
 
 struct RestoreInput {
@@ -39,11 +40,12 @@ struct RestoreInput {
     std::set<std::string, std::less<>> nestedRoots;
     bool removeNew = true;
     bool readsEverything = false; // whoever restores reads folders whatever their mode, as root does
-    // Whether what was kept of a file or link is still there and not cut short. Asked only where a folder would have to
-    // make way for it.
-    std::function<bool(const Entry&)> isWhole;
+    // Files and links of the target of which what was kept is gone or cut short: no folder makes way for them.
+    std::set<std::string, std::less<>> lost{};
 };
 
 [[nodiscard]] RestorePlan planRestore(const RestoreInput& input);
+// What becomes of every path when the plan is carried out and nothing changes until then.
+[[nodiscard]] std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current);
 
 } // namespace tidewrack

@@ -1,5 +1,6 @@
 #include "Engine/RestoreRun.hpp"
 
+#include "Engine/SafeReplace.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -16,35 +17,18 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
-constexpr int damaged = -1;                          // no errno value: a kept content that is not as large as it was
-constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
-std::string describe(const Attributes& attributes) {
+using Action = PathOutcome::Action;
+using Reason = Obstacle::Reason;
+
+const char* describe(const Attributes& attributes) {
     switch (attributes.kind) {
-    case Attributes::Kind::file: return "a file";
-    case Attributes::Kind::link: return "a symlink";
-    case Attributes::Kind::folder: return "a folder";
+    case Attributes::Kind::file: return "file";
+    case Attributes::Kind::link: return "symlink";
+    case Attributes::Kind::folder: return "folder";
     case Attributes::Kind::other: break;
     }
-    return "a pipe, socket or device";
-}
-
-constexpr const char* changedSince = "it changed after the safety snapshot";
-
-// Whether a thing that was moved aside is what was recorded. Moving it was a change of its status.
-bool isUnchangedAside(const Attributes& attributes, const Entry& recorded) {
-    Entry there = entryOf(attributes);
-    there.ctime = recorded.ctime;
-    return there.sameAttributes(recorded);
-}
-
-// Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
-// change would bear a later one.
-bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
-    const Entry there = entryOf(attributes);
-    const bool inTime = there.mtime <= wanted.mtime &&
-                        (wanted.mtime < INT64_MIN + coarsestTime || there.mtime > wanted.mtime - coarsestTime);
-    return there.kind == wanted.kind && there.size == wanted.size && inTime;
+    return "other";
 }
 
 bool nothingThere(int error) {
@@ -68,7 +52,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
 void RestoreRun::work(const RestoreInput& input) {
     RestorePlan plan = planRestore(input);
     nestedRoots_ = input.nestedRoots;
-    for (const std::string& warning : plan.warnings) result_.warnings.push_back(warning);
+    result_.outcomes = std::move(plan.left);
     trace_.mark([] { return "plan"; });
     removeLeftovers();
     open(plan.closedFolders);
@@ -109,12 +93,12 @@ void RestoreRun::touched(const Attributes& attributes) {
     sharedInodes_.insert(attributes.ino);
 }
 
-RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view path, std::string& reason,
+RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view path, Obstacle& obstacle,
                                          Attributes& attributes) {
     const int error = project.attributes(path, attributes);
     if (nothingThere(error)) return Standing::nothing;
     if (error != 0) {
-        reason = errorText(error);
+        obstacle = Obstacle::system(error);
         return Standing::unsafe;
     }
     const Entry* recorded = safety_.manifest.find(path);
@@ -122,116 +106,75 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
         // Where history lists nothing the folder may still hold exactly what is wanted.
         const Entry* wanted = target_.find(path);
         if (wanted != nullptr && wanted->sameAttributes(entryOf(attributes))) return Standing::asWanted;
-        reason = "it isn't in history (ignored by git, or added just now)";
-    } else if (recorded->kind == EntryKind::dir) {
-        reason = "a folder with content we don't keep is in the way";
-    } else if (recorded->notKept()) {
-        reason = "it couldn't be saved first (" + recorded->notKeptReason().value_or("") + ")";
-    } else if (!untouched(*recorded, attributes)) {
-        reason = changedSince;
-    } else {
-        return Standing::safe;
+        obstacle = {Reason::notInHistory};
+    } else if (obstacle = obstacleIn(*recorded); !obstacle && !untouched(*recorded, attributes)) {
+        obstacle = {Reason::changedSince};
     }
-    return Standing::unsafe;
+    return obstacle ? Standing::unsafe : Standing::safe;
 }
 
 void RestoreRun::remove(const RestorePlan& plan) {
-    for (const Manifest::Item* item : plan.removeFiles) {
-        std::string reason;
-        Attributes attributes;
-        const Standing standing = examine(files_, item->path, reason, attributes);
-        if (standing == Standing::nothing) {
-            removed_.emplace(item->path); // somebody was faster
-            continue;
-        }
-        if (standing != Standing::safe) {
-            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
-            continue;
-        }
-        const int error = removeUnchanged(*item, reason);
-        if (nothingThere(error)) {
-            removed_.emplace(item->path);
-            continue;
-        }
-        if (error != 0) {
-            warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
-            continue;
-        }
-        if (!reason.empty()) {
-            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
-            continue;
-        }
-        touched(attributes);
-        removed_.emplace(item->path);
-        result_.removed.emplace_back(item->path);
-        ++result_.removedFiles;
-    }
+    for (const Manifest::Item* item : plan.removeFiles) removeFile(*item);
     files_.forget();
     for (const Manifest::Item* item : plan.removeFolders) {
         files_.forget(); // the open parent may be the next to go
         const int error = files_.removeFolder(item->path);
-        if (nothingThere(error)) {
-            removed_.emplace(item->path);
-            continue;
-        }
-        if (error != 0) {
-            warn(item->path, "couldn't remove " + std::string(item->path) + ": " + errorText(error));
-            continue;
-        }
-        removed_.emplace(item->path);
-        result_.removed.emplace_back(item->path);
-        result_.folders.emplace(item->path);
+        if (error == 0)
+            removed(*item);
+        else if (nothingThere(error))
+            states_[std::string(item->path)].gone = true; // somebody was faster
+        else
+            leave(item->path, Action::notRemoved, Obstacle::system(error));
     }
-    trace_.mark([&] { return "remove " + std::to_string(result_.removed.size()); });
+    trace_.mark([&] { return "remove " + std::to_string(states_.size()); });
 }
 
-// Removes a file or link that is as the safety snapshot recorded it, which is looked at again when it stands aside: see
-// `replace`. Put back it makes way for what somebody else has put into its place.
-int RestoreRun::removeUnchanged(const Manifest::Item& item, std::string& reason) {
-    Place place;
-    if (const int error = files_.place(item.path, place)) return error;
-    const std::string temporary = temporaryName();
-    const Place aside{place.folder, temporary.c_str()};
-    if (::renameat(place.folder, place.name, aside.folder, aside.name) != 0)
-        return nothingThere(errno) ? errno : files_.removeFile(item.path); // a full volume has no room for a new name
+void RestoreRun::removeFile(const Manifest::Item& item) {
+    Obstacle obstacle;
     Attributes attributes;
-    if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, item.entry)) {
-        reason = changedSince;
-        if (::linkat(aside.folder, aside.name, place.folder, place.name, 0) != 0 && errno != EEXIST)
-            return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    const Standing standing = examine(files_, item.path, obstacle, attributes);
+    if (standing == Standing::unsafe) return leave(item.path, Action::notRestored, std::move(obstacle));
+    if (standing == Standing::safe) {
+        Place place;
+        const int error = files_.place(item.path, place);
+        obstacle = error != 0 ? Obstacle::system(error) : removeUnchanged(place, item.entry);
+        if (!obstacle) {
+            touched(attributes);
+            return removed(item);
+        }
     }
-    if (::unlinkat(aside.folder, aside.name, 0) == 0) return 0;
-    const int error = errno;
-    if (reason.empty()) (void)!::renameat(aside.folder, aside.name, place.folder, place.name);
-    return error;
+    if (standing == Standing::nothing || nothingThere(obstacle.error)) {
+        states_[std::string(item.path)].gone = true; // somebody was faster
+        return;
+    }
+    const Action action = obstacle.reason == Reason::systemError ? Action::notRemoved : Action::notRestored;
+    leave(item.path, action, std::move(obstacle));
 }
 
 void RestoreRun::makeFolders(const RestorePlan& plan) {
     for (const Manifest::Item* item : plan.makeFolders) {
-        if (warned_.contains(item->path)) continue; // what stands there could not be removed
-        if (auto warning = parents_.prepare(item->path)) {
-            warn(item->path, *warning);
+        if (isLeft(item->path)) continue; // what stands there could not be removed
+        if (auto obstacle = parents_.prepare(item->path)) {
+            leave(item->path, Action::skipped, std::move(obstacle));
             continue;
         }
         const auto mode = static_cast<std::uint16_t>(item->entry.mode | ownerAll);
         const int error = files_.makeFolder(item->path, mode);
         if (error == 0) {
-            restored(item->path, true);
+            restored(*item);
+            if (Attributes now; files_.attributes(item->path, now) == 0) remember(item->path, entryOf(now));
             continue;
         }
         Attributes there;
-        if (error == EEXIST && files_.attributes(item->path, there) == 0) {
-            if (there.kind == Attributes::Kind::folder) {
-                if (isClosed(entryOf(there))) // finishFolder gives it the mode that it had
-                    (void)files_.setMode(item->path, static_cast<std::uint16_t>(there.mode | ownerAll));
-                remember(*item, there); // the safety snapshot could not see it
-                continue;
-            }
-            warn(item->path,
-                 "couldn't create " + std::string(item->path) + "/: something else is there (" + describe(there) + ")");
-            continue;
+        if (error != EEXIST || files_.attributes(item->path, there) != 0) {
+            leave(item->path, Action::notCreated, Obstacle::system(error));
+        } else if (there.kind != Attributes::Kind::folder) {
+            leave(item->path, Action::notCreated, {Reason::somethingInTheWay, 0, {}, describe(there)});
+        } else {
+            if (isClosed(entryOf(there))) // finishFolder gives it the mode that it had
+                (void)files_.setMode(item->path, static_cast<std::uint16_t>(there.mode | ownerAll));
+            remember(*item, there); // the safety snapshot could not see it
         }
-        warn(item->path, "couldn't create " + std::string(item->path) + "/: " + errorText(error));
     }
     trace_.mark([&] { return "create " + std::to_string(plan.makeFolders.size()) + " folders"; });
 }
@@ -240,125 +183,85 @@ std::vector<RestoreRun::WriteJob> RestoreRun::examineWrites(const RestorePlan::I
     std::vector<WriteJob> jobs;
     jobs.reserve(items.size());
     for (const Manifest::Item* item : items) {
-        if (auto warning = parents_.prepare(item->path)) {
-            warn(item->path, *warning);
+        if (auto obstacle = parents_.prepare(item->path)) {
+            leave(item->path, Action::skipped, std::move(obstacle));
             continue;
         }
-        std::string reason;
+        Obstacle obstacle;
         Attributes attributes;
-        const Standing standing = examine(files_, item->path, reason, attributes);
+        const Standing standing = examine(files_, item->path, obstacle, attributes);
         if (standing == Standing::unsafe)
-            warn(item->path, "couldn't restore " + std::string(item->path) + ": " + reason);
+            leave(item->path, Action::notRestored, std::move(obstacle));
         else if (standing == Standing::asWanted)
             remember(*item, attributes);
         else
-            jobs.push_back({item, standing == Standing::safe, {}});
+            jobs.push_back({item, standing == Standing::safe, {}, {}});
     }
     return jobs;
 }
 
 void RestoreRun::write(const RestorePlan::Items& items) {
     std::vector<WriteJob> jobs = examineWrites(items);
-    std::vector<Attributes> landed(jobs.size());
     std::atomic<std::size_t> done = 0;
     const BackgroundFlush flushing(root_.get(), jobs.size(), pending_);
-    const auto results = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
+    (void)cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
+        WriteJob& job = jobs[i];
+        job.obstacle = Obstacle::system(ENOMEM); // should the rest find no memory
         if (engine_.progress) engine_.progress("restored", ++done);
         worker.memory.pending = &pending_;
-        const int error = writeOne(jobs[i], worker);
-        if (error == 0 && jobs[i].unsafe.empty()) (void)!worker.project.attributes(jobs[i].item->path, landed[i]);
-        return error;
+        job.obstacle = writeOne(job, worker);
+        if (!job.obstacle) (void)!worker.project.attributes(job.item->path, job.landed);
+        return 0;
     });
-    for (std::size_t i = 0; i < jobs.size(); ++i) {
-        const std::string_view path = jobs[i].item->path;
-        const std::string reason = results[i] == damaged ? "what was kept of it is damaged"
-                                   : results[i] != 0     ? errorText(results[i])
-                                                         : jobs[i].unsafe;
-        if (!reason.empty()) {
-            warn(path, "couldn't restore " + std::string(path) + ": " + reason);
+    for (WriteJob& job : jobs) {
+        if (job.obstacle) {
+            leave(job.item->path, Action::notRestored, std::move(job.obstacle));
             continue;
         }
-        restored(path, false);
-        rememberWritten(*jobs[i].item, landed[i]);
+        restored(*job.item);
+        rememberWritten(*job.item, job.landed);
     }
     trace_.mark([&] { return "clone " + std::to_string(jobs.size()) + " files"; });
 }
 
-int RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const {
+Obstacle RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const {
     const Entry& entry = item.entry;
     const std::string blob(entry.blob);
+    int error = 0;
     if (entry.kind == EntryKind::link) {
-        if (const int error = copyLink({blobs_.get(), blob.c_str()}, to)) return error;
-        return setModificationTime(to.folder, to.name, entry.mtime);
+        error = copyLink({blobs_.get(), blob.c_str()}, to);
+        if (error == 0) error = setModificationTime(to.folder, to.name, entry.mtime);
+    } else {
+        const Descriptor content(::openat(blobs_.get(), blob.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        struct stat status {};
+        if (!content || ::fstat(content.get(), &status) != 0) return Obstacle::system(errno);
+        if (status.st_size != entry.size) return {Reason::damaged};
+        error = copyOpenFile(content.get(), status, to, {entry.mode, entry.mtime}, worker.memory);
     }
-    const Descriptor content(::openat(blobs_.get(), blob.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!content) return errno;
-    struct stat status {};
-    if (::fstat(content.get(), &status) != 0) return errno;
-    if (status.st_size != entry.size) return damaged;
-    return copyOpenFile(content.get(), status, to, {entry.mode, entry.mtime}, worker.memory);
+    return error == 0 ? Obstacle{} : Obstacle::system(error);
 }
 
-int RestoreRun::writeOne(WriteJob& job, CloneWorker& worker) {
+Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {
     Place place;
-    if (const int error = worker.project.place(job.item->path, place)) return error;
+    if (const int error = worker.project.place(job.item->path, place)) return Obstacle::system(error);
     if (!job.replaces) {
-        const int error = putContent(*job.item, place, worker);
-        if (error == EEXIST) job.unsafe = changedSince;
-        return error == EEXIST ? 0 : error;
+        Obstacle obstacle = putContent(*job.item, place, worker);
+        return obstacle.error == EEXIST ? Obstacle{Reason::changedSince} : obstacle;
     }
     const std::string temporary = temporaryName();
-    const Place aside{place.folder, temporary.c_str()};
-    int error = putContent(*job.item, aside, worker);
-    if (error == 0) error = replace(job, aside, place, worker);
-    if (error != 0 && !job.unsafe.empty()) return error; // somebody's file that could not be put back
-    if (error != 0 || !job.unsafe.empty()) ::unlinkat(aside.folder, aside.name, 0);
-    return error;
-}
-
-// Puts the new file `aside` into the place of the old one. Copying may have taken a while, so the old one is looked at
-// once more. Even after that look somebody may write: where the volume can exchange two files the old one is looked at
-// a last time when it stands aside.
-int RestoreRun::replace(WriteJob& job, Place aside, Place place, CloneWorker& worker) {
+    const Place made{place.folder, temporary.c_str()};
+    Obstacle obstacle = putContent(*job.item, made, worker);
+    // Copying may have taken a while, so the old one is looked at once more.
     Attributes attributes;
-    const Standing standing = examine(worker.project, job.item->path, job.unsafe, attributes);
-    if (standing == Standing::unsafe) return 0;
-    if (standing == Standing::safe) touched(attributes);
-    if (standing != Standing::safe) return putIntoGap(job, aside, place);
-    if (const int error = exchange(aside, place)) {
-        if (error == ENOENT) return putIntoGap(job, aside, place);
-        return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
+    Standing standing = Standing::unsafe;
+    if (!obstacle) standing = examine(worker.project, job.item->path, obstacle, attributes);
+    if (standing == Standing::unsafe) {
+        (void)::unlinkat(made.folder, made.name, 0);
+        return obstacle;
     }
-    const Entry& recorded = *safety_.manifest.find(job.item->path);
-    if (attributesAt(aside.folder, aside.name, attributes) != 0 || !isUnchangedAside(attributes, recorded)) {
-        job.unsafe = changedSince;
-        return putBack(job, aside, place);
-    }
-    (void)::unlinkat(aside.folder, aside.name, 0); // a leftover for the next restore, should that fail
-    return 0;
-}
-
-// A new name never takes the place of what somebody puts there at the last moment, as a rename would.
-int RestoreRun::putIntoGap(WriteJob& job, Place aside, Place place) {
-    if (::linkat(aside.folder, aside.name, place.folder, place.name, 0) == 0)
-        return ::unlinkat(aside.folder, aside.name, 0) == 0 ? 0 : errno;
-    if (errno != EEXIST) // a volume without links
-        return ::renameat(aside.folder, aside.name, place.folder, place.name) == 0 ? 0 : errno;
-    job.unsafe = changedSince;
-    return 0;
-}
-
-// The old file, which stands aside, changed after all. Should somebody have replaced the new one meanwhile, theirs is
-// the newest of the three.
-int RestoreRun::putBack(const WriteJob& job, Place aside, Place place) {
-    if (const int error = exchange(aside, place)) {
-        if (error == ENOENT && ::renameat(aside.folder, aside.name, place.folder, place.name) == 0) return 0;
-        return error;
-    }
-    Attributes taken;
-    if (attributesAt(aside.folder, aside.name, taken) == 0 && !isAsWritten(taken, job.item->entry))
-        return exchange(aside, place);
-    return 0;
+    if (standing != Standing::safe) return putIntoGap(made, place);
+    touched(attributes);
+    return replaceUnchanged(made, place, *safety_.manifest.find(job.item->path), job.item->entry);
 }
 
 // Folders get the mode and time they had, deepest first, once nothing is written into them any more and nothing below
@@ -371,7 +274,7 @@ void RestoreRun::finishFolders(const RestorePlan& plan) {
         const Entry* wanted = target_.find(path);
         if (wanted != nullptr && wanted->kind == EntryKind::dir && wanted->blob.empty()) folders.emplace(path, wanted);
     }
-    std::erase_if(folders, [this](const auto& folder) { return warned_.contains(folder.first); });
+    std::erase_if(folders, [this](const auto& folder) { return isLeft(folder.first); });
     for (const Manifest::Item* item : opened_) folders.emplace(item->path, nullptr); // unless it is there already
     for (const auto& [path, wanted] : folders) finishFolder(path, wanted);
     trace_.mark([&] { return "finish " + std::to_string(folders.size()) + " folders"; });
@@ -392,18 +295,18 @@ void RestoreRun::finishFolder(std::string_view path, const Entry* wanted) {
     int error = there.mode == mode ? 0 : files_.setMode(path, mode);
     if (error == 0 && there.mtime != mtime) error = files_.setTime(path, mtime);
     if (error != 0) {
-        warn(path, "couldn't restore " + std::string(path) + ": " + errorText(error));
+        leave(path, Action::notRestored, Obstacle::system(error));
     } else if (!asBefore && files_.attributes(path, there) == 0) {
-        written_.insert_or_assign(std::string(path), entryOf(there));
+        states_[std::string(path)].now = entryOf(there);
     }
 }
 
 // A power cut soon after must not leave empty files where the record says that all is back.
 void RestoreRun::bringToDisk() {
-    if (written_.empty()) return;
+    if (std::none_of(states_.begin(), states_.end(), [](const auto& each) { return each.second.now.has_value(); }))
+        return;
     pending_.everything = true; // names all over the project, which flushing its root alone does not bring along
-    if (const int error = flush(root_.get(), pending_))
-        result_.warnings.push_back("couldn't bring what was restored to the disk for good: " + errorText(error));
+    result_.flushError = flush(root_.get(), pending_);
     trace_.mark([] { return "flush"; });
 }
 
@@ -411,7 +314,12 @@ void RestoreRun::bringToDisk() {
 void RestoreRun::remember(const Manifest::Item& item, const Attributes& attributes) {
     Entry entry = entryOf(attributes);
     entry.blob = item.entry.blob;
-    written_.emplace(item.path, entry);
+    remember(item.path, entry);
+}
+
+void RestoreRun::remember(std::string_view path, const Entry& entry) {
+    std::optional<Entry>& now = states_[std::string(path)].now;
+    if (!now) now = entry;
 }
 
 // The same for what was just written, which somebody may have changed before its attributes were read. Then those are
@@ -420,16 +328,18 @@ void RestoreRun::rememberWritten(const Manifest::Item& item, const Attributes& l
     if (isAsWritten(landed, item.entry))
         remember(item, landed);
     else
-        written_.emplace(item.path, item.entry);
+        remember(item.path, item.entry);
 }
 
 Manifest RestoreRun::manifestAfter() {
     ManifestBuilder builder;
     std::string_view gone; // the latest removed folder: everything listed below it went too
     std::set<std::string_view> ignored;
+    auto state = states_.begin(); // both are sorted by path
     for (const auto& item : safety_.manifest.items()) {
+        while (state != states_.end() && state->first < item.path) ++state;
         if (!gone.empty() && item.path.starts_with(gone) && item.path[gone.size()] == '/') continue;
-        if (removed_.contains(item.path)) {
+        if (state != states_.end() && state->first == item.path && state->second.gone) {
             if (item.entry.kind == EntryKind::dir) gone = item.path;
             continue;
         }
@@ -451,36 +361,39 @@ Manifest RestoreRun::manifestAfter() {
             if (nestedRoots_.contains(at) || ignored.contains(at)) return false;
         return true;
     };
-    for (const auto& [path, entry] : written_)
-        if (isListed(path, entry)) builder.add(path, entry);
+    for (const auto& [path, each] : states_)
+        if (each.now && isListed(path, *each.now)) builder.add(path, *each.now);
     for (const std::string& path : parents_.created()) {
         Attributes now;
-        if (written_.contains(path) || files_.attributes(path, now) != 0) continue;
+        const auto found = states_.find(path);
+        const bool known = found != states_.end() && found->second.now;
+        if (known || files_.attributes(path, now) != 0) continue;
         if (isListed(path, entryOf(now))) builder.add(path, entryOf(now));
     }
     return builder.finish(); // of two entries for one path the later one stays
 }
 
 RestoreResult RestoreRun::takeResult() {
-    std::sort(result_.restored.begin(), result_.restored.end());
-    std::sort(result_.removed.begin(), result_.removed.end());
     return std::move(result_);
 }
 
-void RestoreRun::warn(std::string_view path, const std::string& text) {
-    warned_.emplace(path);
-    result_.warnings.push_back(text);
+bool RestoreRun::isLeft(std::string_view path) const {
+    const auto found = states_.find(path);
+    return found != states_.end() && found->second.left;
 }
 
-void RestoreRun::restored(std::string_view path, bool folder) {
-    result_.restored.emplace_back(path);
-    if (!folder) {
-        ++result_.restoredFiles;
-        return;
-    }
-    result_.folders.emplace(path);
-    Attributes now;
-    if (files_.attributes(path, now) == 0) written_.emplace(path, entryOf(now));
+void RestoreRun::leave(std::string_view path, PathOutcome::Action action, Obstacle obstacle) {
+    states_[std::string(path)].left = true;
+    result_.outcomes.push_back({std::string(path), action, EntryKind::file, std::move(obstacle)});
+}
+
+void RestoreRun::removed(const Manifest::Item& item) {
+    states_[std::string(item.path)].gone = true;
+    result_.outcomes.push_back({std::string(item.path), Action::removed, item.entry.kind});
+}
+
+void RestoreRun::restored(const Manifest::Item& item) {
+    result_.outcomes.push_back({std::string(item.path), Action::restored, item.entry.kind});
 }
 
 } // namespace tidewrack

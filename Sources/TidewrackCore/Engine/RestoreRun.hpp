@@ -9,6 +9,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,12 +32,20 @@ class RestoreRun {
     struct WriteJob {
         const Manifest::Item* item;
         bool replaces = false; // something safe to replace stands there
-        std::string unsafe;    // found out at the last moment: why the path was left alone after all
+        Obstacle obstacle;
+        Attributes landed; // without an obstacle: as the file came to stand there
+    };
+    // What the run did at a path.
+    struct State {
+        bool gone = false;        // what the safety snapshot lists was removed
+        bool left = false;        // something was to be done, and was not
+        std::optional<Entry> now; // as it is on the disk now; the blob is the target's view
     };
 
     void removeLeftovers();
     void open(const RestorePlan::Items& folders);
     void remove(const RestorePlan& plan);
+    void removeFile(const Manifest::Item& item);
     void makeFolders(const RestorePlan& plan);
     void write(const RestorePlan::Items& items);
     void finishFolders(const RestorePlan& plan);
@@ -44,22 +53,21 @@ class RestoreRun {
     void bringToDisk();
 
     [[nodiscard]] std::vector<WriteJob> examineWrites(const RestorePlan::Items& items);
-    [[nodiscard]] int writeOne(WriteJob& job, CloneWorker& worker);
-    [[nodiscard]] int replace(WriteJob& job, Place aside, Place place, CloneWorker& worker);
-    [[nodiscard]] static int putIntoGap(WriteJob& job, Place aside, Place place);
-    [[nodiscard]] static int putBack(const WriteJob& job, Place aside, Place place);
-    [[nodiscard]] int removeUnchanged(const Manifest::Item& item, std::string& reason);
-    [[nodiscard]] int putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const;
+    [[nodiscard]] Obstacle writeOne(const WriteJob& job, CloneWorker& worker);
+    [[nodiscard]] Obstacle putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const;
 
     enum class Standing { nothing, safe, unsafe, asWanted };
-    // What stands at a path, compared with the safety snapshot; `reason` is set when it is unsafe to replace.
-    [[nodiscard]] Standing examine(FolderBelow& project, std::string_view path, std::string& reason,
+    // What stands at a path, compared with the safety snapshot; `obstacle` is set when it is unsafe to replace.
+    [[nodiscard]] Standing examine(FolderBelow& project, std::string_view path, Obstacle& obstacle,
                                    Attributes& attributes);
     [[nodiscard]] bool untouched(const Entry& recorded, const Attributes& attributes);
     void touched(const Attributes& attributes);
-    void warn(std::string_view path, const std::string& text);
-    void restored(std::string_view path, bool folder);
+    [[nodiscard]] bool isLeft(std::string_view path) const;
+    void leave(std::string_view path, PathOutcome::Action action, Obstacle obstacle);
+    void removed(const Manifest::Item& item);
+    void restored(const Manifest::Item& item);
     void remember(const Manifest::Item& item, const Attributes& attributes);
+    void remember(std::string_view path, const Entry& entry);
     void rememberWritten(const Manifest::Item& item, const Attributes& landed);
 
     const Engine& engine_;
@@ -72,11 +80,9 @@ class RestoreRun {
     ParentCache parents_;
     PendingWrites pending_;
     RestoreResult result_;
-    std::set<std::string, std::less<>> warned_;
-    std::set<std::string, std::less<>> removed_;
+    std::map<std::string, State, std::less<>> states_;
     std::set<std::string, std::less<>> nestedRoots_;
     RestorePlan::Items opened_; // folders that were closed, and are open as long as there is something to do in them
-    std::map<std::string, Entry, std::less<>> written_; // as they are on the disk now; blobs are the target's views
     std::mutex mutex_;
     std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has taken one away
 };

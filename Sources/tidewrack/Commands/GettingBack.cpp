@@ -54,8 +54,7 @@ int undo(Invocation& call) {
     else
         call.print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n" +
                    warningsText(result));
-    const bool pruned = !result.warnings.empty() && result.warnings.front().starts_with("snapshots #");
-    if (!call.json() && (idle || pruned)) hintAtEarlier(call, project, turn);
+    if (!call.json() && (idle || result.prunedUpTo)) hintAtEarlier(call, project, turn);
     return 0;
 }
 

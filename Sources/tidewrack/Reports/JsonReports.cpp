@@ -1,8 +1,12 @@
 #include "Reports/JsonReports.hpp"
 
+#include "Reports/OutcomeTexts.hpp"
 #include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
+
+#include <set>
+#include <string_view>
 
 namespace tidewrack {
 
@@ -10,7 +14,7 @@ namespace {
 
 nlohmann::json repairedList(const auto& texts) {
     nlohmann::json list = nlohmann::json::array();
-    for (const std::string& text : texts) list.push_back(repairedUtf8(text));
+    for (const std::string_view text : texts) list.push_back(repairedUtf8(text));
     return list;
 }
 
@@ -30,11 +34,16 @@ nlohmann::json snapshotJson(const SnapshotResult& result) {
 }
 
 nlohmann::json restoreJson(const RestoreResult& result) {
+    using Action = PathOutcome::Action;
+    std::set<std::string_view> folders;
+    for (const PathOutcome& outcome : result.outcomes)
+        if (outcome.kind == EntryKind::dir && (outcome.action == Action::restored || outcome.action == Action::removed))
+            folders.insert(outcome.path);
     return {{"safety", toJson(result.safety)},
-            {"restored", repairedList(result.restored)},
-            {"removed", repairedList(result.removed)},
-            {"folders", repairedList(result.folders)},
-            {"warnings", repairedList(result.warnings)}};
+            {"restored", repairedList(pathsOf(result.outcomes, Action::restored))},
+            {"removed", repairedList(pathsOf(result.outcomes, Action::removed))},
+            {"folders", repairedList(folders)},
+            {"warnings", repairedList(warningTexts(result))}};
 }
 
 nlohmann::json pruneJson(const PruneResult& result, bool dryRun) {

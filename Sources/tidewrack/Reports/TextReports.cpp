@@ -1,5 +1,6 @@
 #include "Reports/TextReports.hpp"
 
+#include "Reports/OutcomeTexts.hpp"
 #include "Support/Text.hpp"
 
 namespace tidewrack {
@@ -57,15 +58,15 @@ std::string changesText(const Changes& changes, bool colour) {
 }
 
 std::string restoreText(const RestoreResult& result) {
-    const std::string text = "Restored " + filesText(result.restoredFiles) + ", removed " +
-                             filesText(result.removedFiles) + ". Undo this with: tidewrack restore " +
-                             std::to_string(result.safety.seq) + "\n";
+    const std::string text = "Restored " + filesText(filesAmong(result.outcomes, PathOutcome::Action::restored)) +
+                             ", removed " + filesText(filesAmong(result.outcomes, PathOutcome::Action::removed)) +
+                             ". Undo this with: tidewrack restore " + std::to_string(result.safety.seq) + "\n";
     return text + warningsText(result);
 }
 
 std::string warningsText(const RestoreResult& result) {
     std::string text;
-    for (const std::string& warning : result.warnings) text += "warning: " + repairedUtf8(warning) + "\n";
+    for (const std::string& warning : warningTexts(result)) text += "warning: " + repairedUtf8(warning) + "\n";
     return text;
 }
 

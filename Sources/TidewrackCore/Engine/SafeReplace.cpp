@@ -1,0 +1,110 @@
+#include "Engine/SafeReplace.hpp"
+
+#include "Support/Files.hpp"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
+
+// Whether a thing that was moved aside is what was recorded. Moving it was a change of its status.
+bool isUnchangedAside(Place aside, const Entry& recorded) {
+    Attributes attributes;
+    if (attributesAt(aside.folder, aside.name, attributes) != 0) return false;
+    Entry there = entryOf(attributes);
+    there.ctime = recorded.ctime;
+    return there.sameAttributes(recorded);
+}
+
+int moveTo(Place from, Place to) {
+    return ::renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
+}
+
+int link(Place from, Place to) {
+    return ::linkat(from.folder, from.name, to.folder, to.name, 0) == 0 ? 0 : errno;
+}
+
+int removeAt(Place place) {
+    return ::unlinkat(place.folder, place.name, 0) == 0 ? 0 : errno;
+}
+
+Obstacle because(int error) {
+    return error == 0 ? Obstacle{} : Obstacle::system(error);
+}
+
+// The old file, which stands aside, changed after all. Should somebody have replaced the new one meanwhile, theirs is
+// the newest of the three.
+int putBack(Place aside, Place place, const Entry& wanted) {
+    if (const int error = exchange(aside, place)) {
+        if (error == ENOENT && moveTo(aside, place) == 0) return 0;
+        return error;
+    }
+    Attributes taken;
+    if (attributesAt(aside.folder, aside.name, taken) == 0 && !isAsWritten(taken, wanted))
+        return exchange(aside, place);
+    return 0;
+}
+
+} // namespace
+
+bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
+    const Entry there = entryOf(attributes);
+    const bool inTime = there.mtime <= wanted.mtime &&
+                        (wanted.mtime < INT64_MIN + coarsestTime || there.mtime > wanted.mtime - coarsestTime);
+    return there.kind == wanted.kind && there.size == wanted.size && inTime;
+}
+
+Obstacle replaceUnchanged(Place made, Place place, const Entry& recorded, const Entry& wanted) {
+    if (const int error = exchange(made, place)) {
+        if (error == ENOENT) return putIntoGap(made, place);
+        const int failure = moveTo(made, place); // a volume without exchanges
+        if (failure != 0) (void)removeAt(made);
+        return because(failure);
+    }
+    if (!isUnchangedAside(made, recorded)) {
+        if (const int error = putBack(made, place, wanted)) return because(error);
+        (void)removeAt(made);
+        return {Obstacle::Reason::changedSince};
+    }
+    (void)removeAt(made); // a leftover for the next restore, should that fail
+    return {};
+}
+
+Obstacle putIntoGap(Place made, Place place) {
+    const int error = link(made, place);
+    if (error == 0) return because(removeAt(made));
+    const bool taken = error == EEXIST;
+    const int failure = taken ? 0 : moveTo(made, place); // a volume without links
+    if (taken || failure != 0) (void)removeAt(made);
+    return taken ? Obstacle{Obstacle::Reason::changedSince} : because(failure);
+}
+
+Obstacle removeUnchanged(Place place, const Entry& recorded) {
+    const std::string temporary = temporaryName();
+    const Place aside{place.folder, temporary.c_str()};
+    if (const int error = moveTo(place, aside)) {
+        if (error == ENOENT || error == ENOTDIR) return because(error);
+        return because(removeAt(place)); // a full volume has no room for a new name
+    }
+    const bool unchanged = isUnchangedAside(aside, recorded);
+    if (!unchanged) {
+        // Put back it makes way for what somebody else has put into its place.
+        const int error = link(aside, place);
+        if (error != 0 && error != EEXIST) {
+            const int failure = moveTo(aside, place);
+            return failure == 0 ? Obstacle{Obstacle::Reason::changedSince} : because(failure);
+        }
+    }
+    const int error = removeAt(aside);
+    if (error != 0 && unchanged) (void)moveTo(aside, place);
+    if (error != 0) return because(error);
+    return unchanged ? Obstacle{} : Obstacle{Obstacle::Reason::changedSince};
+}
+
+} // namespace tidewrack

@@ -1,0 +1,84 @@
+#include "Reports/OutcomeTexts.hpp"
+
+namespace tidewrack {
+
+namespace {
+
+using Action = PathOutcome::Action;
+using Reason = Obstacle::Reason;
+
+std::string numberText(std::int64_t seq) {
+    return "#" + std::to_string(seq);
+}
+
+std::string notKeptText(const std::string& blob) {
+    Entry entry;
+    entry.blob = blob;
+    return entry.notKeptReason().value_or("");
+}
+
+std::string standingText(const std::string& what) {
+    return what == "other" ? "a pipe, socket or device" : "a " + what;
+}
+
+std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
+    const std::string& parent = obstacle.parent;
+    switch (obstacle.reason) {
+    case Reason::none: return "";
+    case Reason::systemError: return errorText(obstacle.error);
+    case Reason::notInHistory: return "it isn't in history (ignored by git, or added just now)";
+    case Reason::notSavedFirst: return "it couldn't be saved first (" + notKeptText(obstacle.detail) + ")";
+    case Reason::changedSince: return "it changed after the safety snapshot";
+    case Reason::folderInTheWay: return "a folder with content we don't keep is in the way";
+    case Reason::somethingInTheWay: return "something else is there (" + standingText(obstacle.detail) + ")";
+    case Reason::notKeptThen: return notKeptText(obstacle.detail) + " when that snapshot was taken";
+    case Reason::damaged: return "what was kept of it is damaged";
+    case Reason::ignoredByGit: return "git ignores it, so its content isn't in history";
+    case Reason::unreadThen: return "it couldn't be read when that snapshot was taken";
+    case Reason::parentNotMade: return "couldn't create " + parent + ": " + errorText(obstacle.error);
+    case Reason::parentUnreachable: return parent + ": " + errorText(obstacle.error);
+    case Reason::parentIsLink:
+        return parent + " is now a symlink to " + obstacle.detail + ". Restore " + parent +
+               " itself to bring the folder back.";
+    case Reason::parentIsFile: return parent + " is now a file, not a folder";
+    case Reason::notInSnapshot: return "isn't in snapshot " + numberText(target);
+    }
+    return "";
+}
+
+// None for what was done.
+std::string outcomeText(const PathOutcome& outcome, std::int64_t target) {
+    const std::string& path = outcome.path;
+    const std::string reason = reasonText(outcome.obstacle, target);
+    switch (outcome.action) {
+    case Action::restored:
+    case Action::removed: return "";
+    case Action::notRestored: return "couldn't restore " + path + ": " + reason;
+    case Action::notRemoved: return "couldn't remove " + path + ": " + reason;
+    case Action::notCreated: return "couldn't create " + path + "/: " + reason;
+    case Action::notReplaced: return "didn't replace " + path + ": " + reason;
+    case Action::kept: return "kept " + path + "/: " + reason;
+    case Action::keptContents: return "kept what is in " + path + "/: " + reason;
+    case Action::skipped: return "skipped " + path + ": " + reason;
+    case Action::missing: return path + " " + reason;
+    }
+    return "";
+}
+
+} // namespace
+
+std::vector<std::string> warningTexts(const RestoreResult& result) {
+    std::vector<std::string> texts;
+    if (result.prunedUpTo)
+        texts.push_back("snapshots " + numberText(result.target + 1) + "–" + numberText(*result.prunedUpTo - 1) +
+                        " were pruned, so this undid everything from " + numberText(result.target) + " to " +
+                        numberText(*result.prunedUpTo));
+    texts.insert(texts.end(), result.safetyWarnings.begin(), result.safetyWarnings.end());
+    for (const PathOutcome& outcome : result.outcomes)
+        if (std::string text = outcomeText(outcome, result.target); !text.empty()) texts.push_back(std::move(text));
+    if (result.flushError != 0)
+        texts.push_back("couldn't bring what was restored to the disk for good: " + errorText(result.flushError));
+    return texts;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,14 @@
+#pragma once
+// What a restore or undo tells of the paths that it left alone.
+
+#include "Engine/Engine.hpp"
+
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+// One line for each, and for whatever else went wrong; not repaired to UTF-8.
+[[nodiscard]] std::vector<std::string> warningTexts(const RestoreResult& result);
+
+} // namespace tidewrack
