@@ -6,7 +6,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
@@ -124,47 +123,22 @@ TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {
     EXPECT_EQ(walkedProject().find('!'), std::string::npos);
 }
 
-// git gives up when it is asked about a path in a submodule, or takes a colon for one of its signs.
-TEST_F(WalkerTest, gitGoesOnAnsweringBehindWhatItCannotAnswer) {
-    if (!git(f.path(), "init -q")) GTEST_SKIP() << "git is not installed";
-    for (const std::string module : {"module", "inTree"})
-        ASSERT_TRUE(git(f.path(), "update-index --add --cacheinfo 160000," + std::string(40, '1') + "," + module));
-    f.write("module/.git", "gitdir: ../.git/modules/module\n");
-    f.write("tree/.git", "gitdir: " + f.at(".git/worktrees/tree") + "\n");
-    f.write("inTree/.git", "gitdir: " + f.at(".git/worktrees/tree/modules/inTree") + "\n"); // of such a tree's own
-    f.write(".git/info/exclude", "build\n");
-    for (const char* folder : {"module", "inTree", "tree", "tree/deep", ":!a", ":(b"})
-        f.makeFolder(std::string(folder) + "/build");
-    const auto ignore = GitIgnore::open(f.path());
-    for (const char* path : {"module/build", "inTree/build"}) EXPECT_FALSE(ignore->isIgnored(path)) << path;
-    for (const char* path : {"tree/build", "tree/deep/build", ":!a/build", ":(b/build"})
-        EXPECT_TRUE(ignore->isIgnored(path)) << path;
-}
-
-TEST_F(WalkerTest, aGitThatFailsIgnoresNothing) {
+TEST_F(WalkerTest, whereGitGivesNoAnswerTheEarlierListingDoes) {
     f.write(".git", "no repository");
     f.write("build/a", "");
     f.write("sub/build/a", "");
     EXPECT_EQ(walkedProject(), ".git build/ build/a sub/ sub/build/ sub/build/a ");
-    const auto ignore = GitIgnore::open(f.path());
-    EXPECT_FALSE(ignore != nullptr && ignore->isIgnored(std::string_view("a\0b", 3)));
-}
-
-TEST_F(WalkerTest, waitsForGitNoLongerThanItMay) {
-    if (!git(f.path(), "init -q")) GTEST_SKIP() << "no git";
-    f.write(".gitignore", "build\n");
-    f.makeFolder("build");
-    const auto late = std::chrono::steady_clock::now();
-    EXPECT_TRUE(GitIgnore::open(f.path(), late)->isIgnored("build")) << "a git that answers is listened to";
-    f.remove(".gitignore");
-    ASSERT_EQ(::mkfifo(f.at(".gitignore").c_str(), 0600), 0); // git waits for somebody to write into it
-    const auto began = std::chrono::steady_clock::now();
-    {
-        const auto ignore = GitIgnore::open(f.path(), began);
-        EXPECT_FALSE(ignore->isIgnored("build"));
-        EXPECT_FALSE(ignore->isIgnored("sub/build"));
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));
+    Project project;
+    project.root = f.path();
+    const auto walker = projectWalker(project, {});
+    std::vector<std::string> ignored;
+    const auto body = [&](const Walker::Item& item) {
+        if (item.entry.isIgnoredFolder()) ignored.emplace_back(item.path);
+        return true;
+    };
+    walker->walk(body, [](std::string_view folder) { return folder == "sub/build"; });
+    EXPECT_EQ(ignored, std::vector<std::string>{"sub/build"});
+    EXPECT_TRUE(walker->gitWasSilent());
 }
 
 TEST_F(WalkerTest, refusesARootThatIsNoFolder) {

@@ -19,7 +19,8 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     PathIndex index(result.older);
     ManifestBuilder builder(result.older);
     std::string blob;
-    walker->walk([&](const Walker::Item& item) {
+    const auto wasIgnored = [&](std::string_view folder) { return result.older.listsIgnored(folder); };
+    const auto add = [&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
         Entry entry = item.entry;
         if (entry.kind != EntryKind::dir) {
@@ -34,7 +35,8 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
         builder.add(item.path, entry, rank);
         if (progress && (builder.size() & 1023) == 0) progress("walked", builder.size());
         return true;
-    });
+    };
+    walker->walk(add, wasIgnored);
     result.newer = builder.finish();
     return result;
 }

@@ -272,10 +272,15 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     meta.seq = nextSeq(history, newest);
     if (meta.seq > newest.value_or(0) + 1) history.markUnfinished(lock, meta.seq - 1);
     SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
-    walker->walk([&](const Walker::Item& item) {
-        run.add(item);
-        return true;
-    });
+    walker->walk(
+        [&](const Walker::Item& item) {
+            run.add(item);
+            return true;
+        },
+        [&](std::string_view folder) { return previous.manifest.listsIgnored(folder); });
+    if (walker->gitWasSilent())
+        taken.result.warnings.emplace_back(
+            "git didn't say which folders it ignores; those of the previous snapshot still are");
     walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 

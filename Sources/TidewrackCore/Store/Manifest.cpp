@@ -76,6 +76,11 @@ bool Manifest::listsBelow(std::string_view folder) const {
     return found != items().end() && found->path.starts_with(first);
 }
 
+bool Manifest::listsIgnored(std::string_view folder) const {
+    const Entry* entry = find(folder);
+    return entry != nullptr && entry->isIgnoredFolder();
+}
+
 std::int64_t Manifest::fileCount() const {
     return std::count_if(items().begin(), items().end(),
                          [](const Item& item) { return item.entry.kind != EntryKind::dir; });

@@ -100,6 +100,8 @@ class Manifest {
     [[nodiscard]] const Entry* find(std::string_view path) const;
     // Whether anything is listed whose path begins with `folder` + "/".
     [[nodiscard]] bool listsBelow(std::string_view folder) const;
+    // Whether the folder is listed as one that git ignores.
+    [[nodiscard]] bool listsIgnored(std::string_view folder) const;
     [[nodiscard]] std::int64_t fileCount() const; // files and links
 
     // The file's bytes: text, compressed. Throws TidewrackError io when the compression library is missing.

@@ -2,6 +2,7 @@
 
 #include "Platform/FolderStream.hpp"
 
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <system_error>
@@ -101,6 +102,8 @@ std::unique_ptr<FolderListing> FolderReader::nextUnread() {
         listing->names.clear();
         listing->children.clear();
         listing->error = 0;
+        listing->unknown.clear();
+        listing->unknownError = 0;
     }
     listing->path = std::move(unread_.back());
     unread_.pop_back();
@@ -121,8 +124,12 @@ void FolderReader::read(FolderListing& listing, std::vector<std::string>& found)
     FolderStream stream(std::move(folder));
     while (const char* name = stream.next()) {
         FolderListing::Child child{};
-        if (attributesAt(stream.fd(), name, child.attributes) != 0 || child.attributes.kind == Attributes::Kind::other)
-            continue;
+        const int error = attributesAt(stream.fd(), name, child.attributes);
+        if (error != 0 && error != ENOENT) {
+            if (listing.unknown.empty()) listing.unknownError = error;
+            listing.unknown.emplace_back(name);
+        }
+        if (error != 0 || child.attributes.kind == Attributes::Kind::other) continue;
         child.nameOffset = static_cast<std::uint32_t>(listing.names.size());
         child.nameLength = static_cast<std::uint32_t>(std::strlen(name));
         listing.names += name;

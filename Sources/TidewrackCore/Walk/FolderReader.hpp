@@ -25,8 +25,10 @@ struct FolderListing {
 
     std::string path; // relative to the walk's root
     std::string names;
-    std::vector<Child> children; // files, links and folders; the rest is passed over
-    int error = 0;               // why some or all are missing, as an errno value
+    std::vector<Child> children;      // files, links and folders; the rest is passed over
+    int error = 0;                    // why some or all are missing, as an errno value
+    std::vector<std::string> unknown; // names that are there and of which nothing more could be learned
+    int unknownError = 0;             // why, of the first
 
     [[nodiscard]] std::string_view name(const Child& child) const {
         return std::string_view(names).substr(child.nameOffset, child.nameLength);

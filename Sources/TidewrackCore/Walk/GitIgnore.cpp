@@ -5,36 +5,53 @@
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <climits>
-#include <csignal>
-
-extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
+#include <cstdlib>
+#include <initializer_list>
 
 namespace tidewrack {
 
 namespace {
 
-// A pipe whose ends no child inherits unless it is told to.
-bool makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
-    int ends[2];
-    if (::pipe(ends) != 0) return false;
-    readEnd = Descriptor(ends[0]);
-    writeEnd = Descriptor(ends[1]);
-    return ::fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 && ::fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0;
-}
-
-using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Given to every answer even past the deadline: walking a large ignored folder would take longer.
-constexpr milliseconds shortestWait{500};
+// Everything that a repository's settings can make git run or reach while it answers, settled here: what the command
+// line says counts more than any file, included ones too. Nothing but GIT_ALLOW_PROTOCOL overrides a repository's
+// `protocol.<name>.allow`, and nothing but GIT_NO_LAZY_FETCH keeps a missing object from being fetched. A git that does
+// not know the latter yet would have a second git do so, and finds none. Threads count as processes, of which the child
+// may start none.
+constexpr std::array settings = {"core.fsmonitor=false",    "core.hooksPath=/dev/null",
+                                 "core.preloadIndex=false", "index.threads=1",
+                                 "protocol.allow=never",    "core.sshCommand=false",
+                                 "core.askPass=false",      "core.gitProxy=false",
+                                 "credential.helper=",      "gc.auto=0",
+                                 "maintenance.auto=false"};
+constexpr std::array ownVariables = {"PATH=/dev/null",
+                                     "GIT_EXEC_PATH=/dev/null",
+                                     "GIT_ALLOW_PROTOCOL=none",
+                                     "GIT_NO_LAZY_FETCH=1",
+                                     "GIT_TERMINAL_PROMPT=0",
+                                     "GIT_OPTIONAL_LOCKS=0",
+                                     "GIT_TRACE2=0",
+                                     "GIT_TRACE2_EVENT=0",
+                                     "GIT_TRACE2_PERF=0",
+                                     "LC_ALL=C"};
+
+// What stays of the environment leads to the user's own settings, and so to the user's global ignore file, or says who
+// called sudo, whose repositories git then trusts.
+constexpr std::array inherited = {"HOME", "XDG_CONFIG_HOME", "SUDO_UID"};
+
+ChildCommand command(const std::string& root) {
+    ChildCommand result{gitProgram(), {"--no-pager"}, {ownVariables.begin(), ownVariables.end()}};
+    for (const char* setting : settings) result.arguments.insert(result.arguments.end(), {"-c", setting});
+    result.arguments.insert(result.arguments.end(),
+                            {"-C", root, "check-ignore", "--stdin", "-z", "--verbose", "--non-matching"});
+    for (const char* name : inherited)
+        if (const char* value = std::getenv(name)) result.environment.push_back(std::string(name) + "=" + value);
+    return result;
+}
 
 } // namespace
 
@@ -50,40 +67,9 @@ bool GitIgnore::insideRepo(const std::string& path) {
     return false;
 }
 
-std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, const Deadline& deadline) {
+std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, Patience patience) {
     if (!insideRepo(root) || gitProgram().empty()) return nullptr;
-    return std::make_unique<GitIgnore>(root, deadline);
-}
-
-GitIgnore::~GitIgnore() {
-    input_.reset(); // git ends at the end of its input
-    output_.reset();
-    if (!launched_) return;
-    int status = 0;
-    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
-    }
-}
-
-void GitIgnore::launch() {
-    dead_ = true;
-    Descriptor childInput;
-    Descriptor childOutput;
-    if (!makePipe(childInput, input_) || !makePipe(output_, childOutput)) return;
-    const std::string program = gitProgram();
-    std::array<const char*, 9> arguments = {
-        program.c_str(), "-C", root_.c_str(), "check-ignore", "--stdin", "-z", "--verbose", "--non-matching", nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, childInput.get(), STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, childOutput.get(), STDOUT_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const int error = ::posix_spawn(&process_, program.c_str(), &actions, nullptr,
-                                    const_cast<char* const*>(arguments.data()), environ); // NOLINT: spawn's signature
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) return;
-    disableSigpipe(input_.get());
-    launched_ = true;
-    dead_ = false;
+    return std::make_unique<GitIgnore>(root, patience);
 }
 
 // git ends when it is asked about a path inside a submodule, and would then answer nothing more. A submodule has a
@@ -100,42 +86,36 @@ bool GitIgnore::isInSubmodule(std::string_view asked) const {
     return false;
 }
 
-bool GitIgnore::isIgnored(std::string_view path) {
-    if (!launched_ && !dead_) launch();
-    if (dead_ || path.find('\0') != std::string_view::npos || isInSubmodule(path)) return false;
-    // A colon at the beginning would be taken for one of git's own signs.
-    std::string question = (path.starts_with(':') ? "./" : "") + std::string(path);
-    question += '\0';
-    if (writeAll(input_.get(), question) != 0) {
-        dead_ = true;
-        return false;
+std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
+    // The system takes no longer path at once, so git could not look at it, nor need a pipe have room for it.
+    if (path.size() >= PATH_MAX || path.find('\0') != std::string_view::npos) return false;
+    if (isInSubmodule(path)) return false;
+    if (state_ == State::unasked) {
+        git_ = std::make_unique<ChildProcess>();
+        state_ = git_->start(command(root_)) == 0 ? State::answering : State::gone;
     }
-    const Deadline until =
-        deadline_ ? Deadline(std::max(*deadline_, steady_clock::now() + shortestWait)) : std::nullopt;
+    if (state_ == State::gone) return std::nullopt;
+    const auto asked = steady_clock::now();
+    // A colon at the beginning would be taken for one of git's own signs.
+    auto answer = answerTo((path.starts_with(':') ? "./" : "") + std::string(path));
+    patience_ -= steady_clock::now() - asked;
+    if (!answer) {
+        state_ = State::gone;
+        git_.reset();
+    }
+    return answer;
+}
+
+std::optional<bool> GitIgnore::answerTo(std::string_view question) {
+    const Deadline until = steady_clock::now() + patience_;
+    if (git_->send(std::string(question) + '\0') != 0) return std::nullopt;
     std::array<std::string, 4> fields; // source, line number, pattern, path
     for (std::string& field : fields) {
         auto text = readField(until);
-        if (!text) {
-            dead_ = true;
-            return false;
-        }
+        if (!text) return std::nullopt;
         field = std::move(*text);
     }
     return !fields[0].empty() && !fields[2].starts_with('!');
-}
-
-// False when there is none until then. Git then hangs, and is ended so that nobody has to wait for it.
-bool GitIgnore::waitForAnswer(const Deadline& until) {
-    if (!until) return true;
-    while (true) {
-        const auto left = std::chrono::ceil<milliseconds>(*until - steady_clock::now()).count();
-        pollfd answer{output_.get(), POLLIN, 0};
-        const int ready = ::poll(&answer, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX)));
-        if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
-        if (!passed(until)) continue;
-        ::kill(process_, SIGKILL);
-        return false;
-    }
 }
 
 std::optional<std::string> GitIgnore::readField(const Deadline& until) {
@@ -146,12 +126,7 @@ std::optional<std::string> GitIgnore::readField(const Deadline& until) {
             buffer_.erase(0, end + 1);
             return field;
         }
-        if (!waitForAnswer(until)) return std::nullopt;
-        std::array<char, 4096> bytes;
-        const ssize_t count = ::read(output_.get(), bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return std::nullopt;
-        buffer_.append(bytes.data(), static_cast<std::size_t>(count));
+        if (git_->receive(buffer_, until) != 0) return std::nullopt;
     }
 }
 

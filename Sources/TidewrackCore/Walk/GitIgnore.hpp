@@ -1,11 +1,12 @@
 #pragma once
 // Git's own ignore rules, asked of one long-lived `git check-ignore` child.
+//
+// A repository's settings are somebody else's words. The child is started so that nothing they say makes it run a
+// program, open a connection or write a file, and it reads no GIT_ variable of this process.
 
-#include "Platform/Descriptor.hpp"
-#include "Support/Deadline.hpp"
+#include "Platform/ChildProcess.hpp"
 
-#include <sys/types.h>
-
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,37 +15,39 @@
 namespace tidewrack {
 
 // Owns the child for the length of one walk. The child is started at the first question, because most walks ask
-// none. When it cannot be started, dies or gives no answer before the deadline, every further answer is "not ignored".
+// none. Once it has failed, or kept the walk waiting longer than it may, it is gone and every further question is
+// without an answer.
 class GitIgnore {
   public:
-    // None unless `root` lies in a repository and git is installed.
+    using Patience = std::chrono::milliseconds;
+    static constexpr Patience patienceOfCommands{5000};
+    static constexpr Patience patienceOfHooks{500};
+
+    // None unless `root` lies in a repository and git is installed. `patience`: what all answers together may take.
     [[nodiscard]] static std::unique_ptr<GitIgnore> open(const std::string& root,
-                                                         const Deadline& deadline = std::nullopt);
+                                                         Patience patience = patienceOfCommands);
     // Whether a ".git" exists at the path or at any ancestor.
     [[nodiscard]] static bool insideRepo(const std::string& path);
 
-    GitIgnore(std::string root, const Deadline& deadline) : root_(std::move(root)), deadline_(deadline) {}
+    GitIgnore(std::string root, Patience patience) : root_(std::move(root)), patience_(patience) {}
     GitIgnore(const GitIgnore&) = delete;
     GitIgnore& operator=(const GitIgnore&) = delete;
-    ~GitIgnore();
 
-    // One question, one answer: whether git ignores the folder at this path relative to the root.
-    [[nodiscard]] bool isIgnored(std::string_view path);
+    // One question, one answer: whether git ignores the folder at this path relative to the root. None: git gave none.
+    [[nodiscard]] std::optional<bool> isIgnored(std::string_view path);
 
   private:
-    void launch();
+    enum class State { unasked, answering, gone };
+
     [[nodiscard]] bool isInSubmodule(std::string_view asked) const;
-    [[nodiscard]] bool waitForAnswer(const Deadline& until);
+    [[nodiscard]] std::optional<bool> answerTo(std::string_view question);
     [[nodiscard]] std::optional<std::string> readField(const Deadline& until);
 
-    std::string root_;
-    Deadline deadline_;
-    pid_t process_ = -1;
-    Descriptor input_;
-    Descriptor output_;
+    const std::string root_;
+    std::chrono::steady_clock::duration patience_; // what is left of it
+    State state_ = State::unasked;
+    std::unique_ptr<ChildProcess> git_;
     std::string buffer_; // read from the child and not yet consumed
-    bool dead_ = false;
-    bool launched_ = false;
 };
 
 } // namespace tidewrack

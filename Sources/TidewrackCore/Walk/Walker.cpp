@@ -52,11 +52,20 @@ void Walker::expect(std::int64_t files) {
     if (files >= filesForTwo) reader_.readAhead();
 }
 
-void Walker::walk(const Body& body) {
+void Walker::walk(const Body& body, const WasIgnored& wasIgnored) {
+    wasIgnored_ = wasIgnored;
     while (const FolderListing* listing = reader_.take()) {
         if (listing->error != 0 && listing->path.empty()) throw TidewrackError::io("read", rootPath_, listing->error);
+        noteUnread(*listing);
         if (!yieldChildren(*listing, body)) return;
     }
+}
+
+void Walker::noteUnread(const FolderListing& listing) {
+    const int error = listing.error;
+    const bool gone = error == ENOENT || error == ENOTDIR || error == ELOOP; // or something else by now
+    if (error != 0 && !gone) unread_.push_back({listing.path, error, {}});
+    if (!listing.unknown.empty()) unread_.push_back({listing.path, listing.unknownError, listing.unknown});
 }
 
 bool Walker::yieldChildren(const FolderListing& listing, const Body& body) {
@@ -88,7 +97,7 @@ bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, co
     if (leavesOut(name, path_)) return true;
     Item item{path_, entryOf(attributes)};
     const bool asks = asksGit(name);
-    if (asks && options_.isIgnored(path_)) {
+    if (asks && isIgnored()) {
         item.entry.markIgnored();
         return body(item);
     }
@@ -103,6 +112,12 @@ bool Walker::leavesOut(std::string_view name, std::string_view path) const {
 
 bool Walker::asksGit(std::string_view name) const {
     return options_.isIgnored && options_.excludesIfIgnored.contains(name);
+}
+
+bool Walker::isIgnored() {
+    if (const auto answer = options_.isIgnored(path_)) return *answer;
+    gitWasSilent_ = true;
+    return wasIgnored_ && wasIgnored_(path_);
 }
 
 std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std::int64_t limit) {
@@ -121,7 +136,8 @@ std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& ski
     options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
     options.skipPaths = skipping;
     options.leftovers = leftovers;
-    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, deadline))
+    const auto patience = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
+    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, patience))
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
     return std::make_unique<Walker>(project.root, std::move(options));
 }

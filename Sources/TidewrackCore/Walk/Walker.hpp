@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -31,13 +32,26 @@ class Walker {
     };
     // Returns whether the walk goes on.
     using Body = std::function<bool(const Item&)>;
+    // Whether an earlier listing has the folder at this relative path as one that git ignores.
+    using WasIgnored = std::function<bool(std::string_view)>;
+
+    // What the walk could not see: a folder that could not be opened or not be read to its end or, where it names some,
+    // entries in it of which nothing could be learned. What is gone by then is no fault.
+    struct Unread {
+        std::string folder; // relative to the root
+        int error = 0;      // an errno value
+        std::vector<std::string> entries;
+
+        bool operator==(const Unread&) const = default;
+    };
 
     struct Options {
         NameSet excludes;
         NameSet excludesIfIgnored;
-        std::function<bool(std::string_view)> isIgnored; // git's answer for a relative folder path; may be empty
-        NameSet skipPaths;                               // relative folder paths left out, with everything below
-        std::vector<std::string>* leftovers = nullptr;   // receives the temporaries of interrupted restores
+        // Git's answer for a relative folder path, if it gives one; may be empty.
+        std::function<std::optional<bool>(std::string_view)> isIgnored;
+        NameSet skipPaths;                             // relative folder paths left out, with everything below
+        std::vector<std::string>* leftovers = nullptr; // receives the temporaries of interrupted restores
     };
 
     // Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
@@ -48,8 +62,12 @@ class Walker {
     void expect(std::int64_t files);
     // Throws "can't read <root>: <reason>" as well. Calls `body` on this thread for every item, a folder before its
     // contents, siblings in no particular order; stops when it returns false. Sub-folders and items that cannot be read
-    // are passed over in silence. Once.
-    void walk(const Body& body);
+    // are passed over; unread() tells of them afterwards. Where git gives no answer `wasIgnored` does, and without it
+    // nothing is ignored. Once.
+    void walk(const Body& body, const WasIgnored& wasIgnored = {});
+    [[nodiscard]] const std::vector<Unread>& unread() const { return unread_; }
+    // Whether git was asked and gave no answer.
+    [[nodiscard]] bool gitWasSilent() const { return gitWasSilent_; }
 
     // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
     [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
@@ -60,16 +78,22 @@ class Walker {
     bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
     [[nodiscard]] bool leavesOut(std::string_view name, std::string_view path) const;
     [[nodiscard]] bool asksGit(std::string_view name) const;
+    [[nodiscard]] bool isIgnored();
+    void noteUnread(const FolderListing& listing);
 
     const Options options_;
     const std::string rootPath_;
     const Descriptor root_;
     std::string path_; // of the item at hand
+    WasIgnored wasIgnored_;
+    bool gitWasSilent_ = false;
+    std::vector<Unread> unread_;
     FolderReader reader_;
 };
 
 // The walker that the engine uses for a tracked project: its own exclusions, with git asked where there is a
-// repository and answers before the deadline. `skipping` holds the roots of nested projects.
+// repository. Where the caller has a deadline git has half a second for its answers, else a few. `skipping` holds the
+// roots of nested projects.
 [[nodiscard]] std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
                                                     std::vector<std::string>* leftovers = nullptr,
                                                     const Deadline& deadline = std::nullopt);
