@@ -1,3 +1,4 @@
+#include "Platform/Descriptor.hpp"
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 

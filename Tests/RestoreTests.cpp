@@ -1,9 +1,9 @@
+#include "Platform/Flush.hpp"
 #include "Support/TestFolders.hpp"
 
 #include "Engine/Engine.hpp"
 #include "Engine/RestorePlan.hpp"
 #include "Engine/Spelling.hpp"
-#include "Platform/Platform.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Errors.hpp"
 

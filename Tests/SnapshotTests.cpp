@@ -1,6 +1,5 @@
+#include "Platform/Attributes.hpp"
 #include "Support/TestFolders.hpp"
-
-#include "Platform/Platform.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

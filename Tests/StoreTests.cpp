@@ -1,7 +1,7 @@
+#include "Platform/Process.hpp"
 #include "Support/TestFolders.hpp"
 
 #include "Engine/Tracking.hpp"
-#include "Platform/Platform.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,3 +1,7 @@
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Deadline.hpp"
+#include "Platform/Volumes.hpp"
 #include "Support/TestFolders.hpp"
 
 #include "Support/Files.hpp"

@@ -1,6 +1,8 @@
+#include "Platform/Descriptor.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Platform/Process.hpp"
 #include "Support/TestFolders.hpp"
 
-#include "Platform/Platform.hpp"
 #include "Walk/GitIgnore.hpp"
 #include "Walk/Walker.hpp"
 

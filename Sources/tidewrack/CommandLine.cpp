@@ -3,6 +3,7 @@
 #include "Commands/Commands.hpp"
 #include "Help.hpp"
 #include "Invocation.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Text.hpp"
 

@@ -1,5 +1,6 @@
 #include "Invocation.hpp"
 
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"

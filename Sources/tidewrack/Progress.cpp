@@ -1,6 +1,6 @@
 #include "Progress.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 namespace tidewrack {
 

@@ -1,6 +1,5 @@
 #include "CommandLine.hpp"
-
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

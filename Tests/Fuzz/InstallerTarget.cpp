@@ -1,10 +1,12 @@
 // Agents' configuration files, edited on disk: the first byte chooses the agent, the others are the file.
 
 #include "Fuzz/Fuzz.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Process.hpp"
 
 #include "Agents/HookEntries.hpp"
 #include "Agents/Installer.hpp"
-#include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 

@@ -1,7 +1,10 @@
 #include "Linux/MountedVolume.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Platform/Process.hpp"
 #include "Support/TestFolders.hpp"
-
-#include "Platform/Platform.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -2,11 +2,12 @@
 // or the call fails. Whatever happens, older snapshots come back byte for byte, nothing of the user's is lost, the next
 // command works and leaves nothing lying about.
 
+#include "Platform/Descriptor.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
 #include "Agents/HookEvent.hpp"
-#include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Vault/Vault.hpp"

@@ -1,6 +1,8 @@
 #include "Linux/MountedVolume.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Libraries.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Files.hpp"
 
 #include <fcntl.h>

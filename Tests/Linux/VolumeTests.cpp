@@ -1,7 +1,9 @@
 #include "Linux/MountedVolume.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Process.hpp"
 #include "Support/TestFolders.hpp"
 
-#include "Platform/Platform.hpp"
 #include "Support/Files.hpp"
 #include "Vault/Vault.hpp"
 

@@ -1,8 +1,8 @@
 #include "Model/History.hpp"
 
 #include "Engine/Tracking.hpp"
-#include "Platform/Platform.hpp"
 #include "Reports/OutcomeTexts.hpp"
+#include "Platform/Attributes.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
 

@@ -1,6 +1,10 @@
 #include "Model/RandomEdits.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Process.hpp"
+#include "Platform/Volumes.hpp"
 #include "Support/TestFolders.hpp"
 
 #include <fcntl.h>

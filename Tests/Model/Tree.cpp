@@ -1,6 +1,6 @@
 #include "Model/Tree.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
 #include "Support/Files.hpp"
 
 #include <fcntl.h>

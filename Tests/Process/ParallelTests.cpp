@@ -1,10 +1,10 @@
 // Many processes on one store, and somebody who writes while snapshots and restores are under way. Every file's content
 // tells which file and which version it is, so that a torn copy shows.
 
+#include "Platform/Descriptor.hpp"
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
-#include "Platform/Platform.hpp"
 #include "Support/Dates.hpp"
 #include "Support/Files.hpp"
 

@@ -1,6 +1,6 @@
 #include "Support/Program.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 #include <csignal>
 #include <fcntl.h>

@@ -1,6 +1,8 @@
 #include "Support/TestFolders.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"

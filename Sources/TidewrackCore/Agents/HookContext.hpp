@@ -3,6 +3,7 @@
 
 #include "Agents/HookEvent.hpp"
 #include "Agents/HookHandler.hpp"
+#include "Platform/Deadline.hpp"
 
 #include <exception>
 #include <optional>

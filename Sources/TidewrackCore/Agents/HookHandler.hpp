@@ -6,7 +6,7 @@
 #include "Agents/HookLog.hpp"
 #include "Agents/Replies.hpp"
 #include "Engine/Engine.hpp"
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 #include "Vault/Vault.hpp"
 
 #include <chrono>

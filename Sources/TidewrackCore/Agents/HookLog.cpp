@@ -1,5 +1,7 @@
 #include "Agents/HookLog.hpp"
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Dates.hpp"
 #include "Support/Text.hpp"
 

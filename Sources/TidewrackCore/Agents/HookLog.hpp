@@ -1,6 +1,7 @@
 #pragma once
 // "hooks.log" in the store: one line for everything a hook did.
 
+#include "Platform/Descriptor.hpp"
 #include "Store/Store.hpp"
 
 #include <chrono>

@@ -1,5 +1,7 @@
 #include "Agents/SaveBefore.hpp"
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Deadline.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 

@@ -2,7 +2,7 @@
 // Copying many contents side by side.
 
 #include "Engine/FolderBelow.hpp"
-#include "Platform/Platform.hpp"
+#include "Platform/Copies.hpp"
 
 #include <cstddef>
 #include <functional>

@@ -6,6 +6,7 @@
 
 #include "Changes/Changes.hpp"
 #include "Engine/PathOutcome.hpp"
+#include "Platform/Deadline.hpp"
 #include "Store/Store.hpp"
 
 #include <cstdint>

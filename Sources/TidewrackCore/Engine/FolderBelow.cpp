@@ -1,5 +1,6 @@
 #include "Engine/FolderBelow.hpp"
 
+#include "Platform/OpenFolder.hpp"
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>

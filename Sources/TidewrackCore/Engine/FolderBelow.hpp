@@ -2,7 +2,9 @@
 // Work on paths below one open folder. Every parent is opened without following a symbolic link, so nothing outside
 // is ever reached, and a path may be longer than PATH_MAX.
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
 
 #include <string>
 #include <string_view>

@@ -1,5 +1,7 @@
 #include "Engine/ParentCache.hpp"
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Paths.hpp"
 
 #include <cerrno>

@@ -1,6 +1,8 @@
 #include "Engine/RestoreRun.hpp"
 
 #include "Engine/SafeReplace.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"

@@ -6,6 +6,10 @@
 #include "Engine/ParentCache.hpp"
 #include "Engine/RestorePlan.hpp"
 #include "Engine/Trace.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
 
 #include <map>
 #include <mutex>

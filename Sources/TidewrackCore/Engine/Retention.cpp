@@ -5,6 +5,11 @@
 
 #include "Engine/Engine.hpp"
 #include "Engine/RetentionPlan.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"

@@ -1,6 +1,6 @@
 #include "Engine/Trace.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 #include <atomic>
 #include <cstdio>

@@ -1,7 +1,10 @@
 // Copies of whole folders, made of the platform's copies of single files and links.
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Deadline.hpp"
+#include "Platform/Descriptor.hpp"
 #include "Platform/FolderStream.hpp"
-#include "Platform/Platform.hpp"
 
 #include <fcntl.h>
 

@@ -1,5 +1,8 @@
 #include "Store/History.hpp"
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"

@@ -4,6 +4,7 @@
 //
 // Reading takes no lock; the writers are for whoever holds the project's ProjectLock.
 
+#include "Platform/Flush.hpp"
 #include "Store/Manifest.hpp"
 #include "Store/ProjectLock.hpp"
 #include "Store/Records.hpp"

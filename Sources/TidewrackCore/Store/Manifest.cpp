@@ -1,5 +1,6 @@
 #include "Store/Manifest.hpp"
 
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // The listing of one snapshot: one entry per path, kept sorted by path in a few large buffers, because a project may
 // hold hundreds of thousands of paths. docs/store-format.md describes the file.
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
 
 #include <cstdint>
 #include <deque>

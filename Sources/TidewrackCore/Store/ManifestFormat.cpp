@@ -1,5 +1,6 @@
 // The manifest's file format: tab-separated text, LZFSE-compressed. Versions: 1 (the only one so far, no header).
 
+#include "Platform/Process.hpp"
 #include "Store/Manifest.hpp"
 
 #include "Support/Errors.hpp"

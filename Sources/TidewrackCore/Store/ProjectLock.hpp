@@ -1,8 +1,8 @@
 #pragma once
 // One project's exclusive lock between processes.
 
+#include "Platform/Deadline.hpp"
 #include "Platform/Descriptor.hpp"
-#include "Support/Deadline.hpp"
 
 #include <string>
 

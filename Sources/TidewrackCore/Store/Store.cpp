@@ -1,5 +1,9 @@
 #include "Store/Store.hpp"
 
+#include "Platform/Copies.hpp"
+#include "Platform/Libraries.hpp"
+#include "Platform/Process.hpp"
+#include "Platform/Volumes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"

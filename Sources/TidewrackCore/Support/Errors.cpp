@@ -1,6 +1,6 @@
 #include "Support/Errors.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 namespace tidewrack {
 

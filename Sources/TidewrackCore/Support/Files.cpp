@@ -1,7 +1,8 @@
 #include "Support/Files.hpp"
 
+#include "Platform/Descriptor.hpp"
 #include "Platform/FolderStream.hpp"
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
 

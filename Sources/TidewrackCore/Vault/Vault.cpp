@@ -1,5 +1,11 @@
 #include "Vault/Vault.hpp"
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Platform/Process.hpp"
+#include "Platform/Volumes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"

@@ -2,7 +2,8 @@
 // Copies of things outside tracked projects: what an agent's command was about to touch, and the user's main
 // configuration files once an hour. An entry is written once and never changed; nothing here takes a lock.
 
-#include "Platform/Platform.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Deadline.hpp"
 #include "Store/Store.hpp"
 #include "Vault/VaultEntry.hpp"
 

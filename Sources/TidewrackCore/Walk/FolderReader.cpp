@@ -1,6 +1,8 @@
 #include "Walk/FolderReader.hpp"
 
+#include "Platform/Descriptor.hpp"
 #include "Platform/FolderStream.hpp"
+#include "Platform/OpenFolder.hpp"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
 #pragma once
 // Reads folders for the walk, with a second thread reading ahead while the caller handles what was read.
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
 
 #include <condition_variable>
 #include <deque>

@@ -1,6 +1,7 @@
 #include "Walk/GitIgnore.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 

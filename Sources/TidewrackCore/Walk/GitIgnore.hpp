@@ -5,6 +5,7 @@
 // program, open a connection or write a file, and it reads no GIT_ variable of this process.
 
 #include "Platform/ChildProcess.hpp"
+#include "Platform/Deadline.hpp"
 
 #include <chrono>
 #include <memory>

@@ -1,5 +1,6 @@
 #include "Walk/Walker.hpp"
 
+#include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Walk/GitIgnore.hpp"

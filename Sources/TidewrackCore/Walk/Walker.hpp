@@ -2,9 +2,11 @@
 // The listing of a project folder: one item per file, symbolic link and folder, with the attributes that a manifest
 // records. Links are never followed and the process's working folder never changes.
 
+#include "Platform/Attributes.hpp"
+#include "Platform/Deadline.hpp"
+#include "Platform/Descriptor.hpp"
 #include "Store/Manifest.hpp"
 #include "Store/Records.hpp"
-#include "Support/Deadline.hpp"
 #include "Walk/FolderReader.hpp"
 
 #include <functional>

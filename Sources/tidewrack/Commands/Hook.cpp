@@ -4,6 +4,7 @@
 #include "Commands/Commands.hpp"
 #include "Engine/Trace.hpp"
 #include "Invocation.hpp"
+#include "Platform/Process.hpp"
 
 #include <unistd.h>
 

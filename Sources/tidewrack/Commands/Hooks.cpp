@@ -2,6 +2,7 @@
 
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 

@@ -3,6 +3,7 @@
 #include "Commands/Commands.hpp"
 #include "Engine/Tracking.hpp"
 #include "Invocation.hpp"
+#include "Platform/Process.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"

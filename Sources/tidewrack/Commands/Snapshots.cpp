@@ -2,6 +2,7 @@
 
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
+#include "Platform/Descriptor.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/TextReports.hpp"

@@ -1,24 +1,22 @@
-// Linux: FICLONE and copy_file_range, openat2, statfs magic numbers.
+// Linux: FICLONE and copy_file_range.
 
-#include "Platform/Platform.hpp"
+#include "Platform/Copies.hpp"
+
+#include "Platform/Attributes.hpp"
+#include "Platform/Descriptor.hpp"
 
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <linux/openat2.h>
-#include <pwd.h>
-#include <sha2.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
-#include <sys/statfs.h>
-#include <sys/syscall.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <string_view>
 
 namespace tidewrack {
 
@@ -209,56 +207,6 @@ int finishCopy(int source, int target, const struct stat& status, CopyAs as) {
 
 } // namespace
 
-Attributes attributesOf(const struct stat& status) {
-    Attributes result;
-    if (S_ISREG(status.st_mode))
-        result.kind = Attributes::Kind::file;
-    else if (S_ISLNK(status.st_mode))
-        result.kind = Attributes::Kind::link;
-    else if (S_ISDIR(status.st_mode))
-        result.kind = Attributes::Kind::folder;
-    result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
-    result.size = status.st_size;
-    result.mtime = nanosecondsOf(status.st_mtim);
-    result.ctime = nanosecondsOf(status.st_ctim);
-    result.ino = status.st_ino;
-    result.device = status.st_dev;
-    result.links = status.st_nlink;
-    return result;
-}
-
-namespace {
-
-constexpr int openFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-// For kernels before 5.6 and sandboxes that do not know openat2.
-int openOneByOne(int root, std::string_view path, Descriptor& out) {
-    Descriptor reached;
-    while (true) {
-        const std::string name(path.substr(0, path.find('/')));
-        Descriptor next(::openat(reached ? reached.get() : root, name.c_str(), openFolderFlags));
-        if (!next) return errno;
-        reached = std::move(next);
-        if (name.size() == path.size()) break;
-        path.remove_prefix(name.size() + 1);
-    }
-    out = std::move(reached);
-    return 0;
-}
-
-} // namespace
-
-int openPieceBelow(int root, const char* path, Descriptor& out) {
-    open_how how{};
-    how.flags = openFolderFlags;
-    how.resolve = RESOLVE_NO_SYMLINKS;
-    const long fd = ::syscall(SYS_openat2, root, path, &how, sizeof how);
-    if (fd < 0 && (errno == ENOSYS || errno == EPERM)) return openOneByOne(root, path, out);
-    if (fd < 0) return errno;
-    out = Descriptor(static_cast<int>(fd));
-    return 0;
-}
-
 int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory) {
     Descriptor target(::openat(to.folder, to.name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!target) return errno;
@@ -295,104 +243,5 @@ int exchange(Place a, Place b) {
 }
 
 void dropAccessList(Place) {} // no access list can do that here
-
-// The kernel stamps with the time of the latest tick of its timer.
-std::int64_t earliestStamp() {
-    timespec tick{};
-    ::clock_gettime(CLOCK_REALTIME_COARSE, &tick);
-    return nanosecondsOf(tick);
-}
-
-namespace {
-
-struct VolumeName {
-    std::uint32_t magic;
-    const char* name;
-};
-
-constexpr VolumeName volumeNames[] = {
-    {0x0000EF53, "ext4"},  {0x01021994, "tmpfs"},    {0x794C7630, "overlay"},  {0x00006969, "nfs"},
-    {0x58465342, "xfs"},   {0x9123683E, "btrfs"},    {0xCA451A4E, "bcachefs"}, {0x2FC12FC1, "zfs"},
-    {0x4D44, "vfat"},      {0x2011BAB0, "exfat"},    {0x5346544E, "ntfs"},     {0x7366746E, "ntfs3"},
-    {0x65735546, "fuse"},  {0xFF534D42, "cifs"},     {0xFE534D42, "smb2"},     {0xF2F52010, "f2fs"},
-    {0x01021997, "9p"},    {0x6A656A63, "virtiofs"}, {0x858458F6, "ramfs"},    {0x73717368, "squashfs"},
-    {0xE0F5E1E2, "erofs"}, {0x52654973, "reiserfs"}, {0x3153464A, "jfs"},      {0xF15F, "ecryptfs"},
-    {0x7461636F, "ocfs2"}, {0x01161970, "gfs2"},     {0x00C36400, "ceph"},     {0x0BD00BD0, "lustre"},
-    {0x482B, "hfsplus"},   {0x9660, "isofs"},        {0x61756673, "aufs"},     {0x5346414F, "afs"},
-};
-
-} // namespace
-
-std::string volumeType(const std::string& path) {
-    struct statfs volume {};
-    if (::statfs(path.c_str(), &volume) != 0) return {};
-    const auto magic = static_cast<std::uint32_t>(volume.f_type);
-    for (const VolumeName& known : volumeNames)
-        if (known.magic == magic) return known.name;
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%x", magic);
-    return text;
-}
-
-// btrfs and bcachefs always share blocks; xfs only when it was made with reflink, which a trial tells. The trial
-// file has no name, so nothing appears in the folder.
-bool volumeClones(const std::string& path) {
-    const std::string type = volumeType(path);
-    if (type == "btrfs" || type == "bcachefs") return true;
-    if (type != "xfs") return false;
-    const Descriptor source(::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-    const Descriptor target(::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-    if (!source || !target) return true; // a folder we may not write to: the type's default
-    const char block[4096] = {};
-    if (::write(source.get(), block, sizeof block) != static_cast<ssize_t>(sizeof block)) return true;
-    return ::ioctl(target.get(), FICLONE, source.get()) == 0 || errno != EOPNOTSUPP;
-}
-
-bool volumeIgnoresCase(const std::string&) {
-    return false; // the volumes that projects lie on here take names byte for byte
-}
-
-void disableSigpipe(int) {} // no such switch on pipes here
-
-std::string executablePath() {
-    char path[4096];
-    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
-    return length <= 0 ? std::string() : std::string(path, static_cast<std::size_t>(length));
-}
-
-std::string gitProgram() {
-    constexpr const char* path = "/usr/bin/git";
-    return ::access(path, X_OK) == 0 ? path : "";
-}
-
-// Refusals do not matter, least of all that of a kernel without large pages.
-void willFill(void* memory, std::size_t size) {
-    constexpr std::size_t piece = std::size_t{2} << 20; // the usual one
-    // Moves `memory` to where a piece may begin and takes what it skips off `size`.
-    if (std::align(piece, piece, memory, size) != nullptr) (void)::madvise(memory, size / piece * piece, MADV_HUGEPAGE);
-}
-
-std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
-    std::array<std::uint8_t, 32> digest{};
-    SHA2_CTX context;
-    SHA256Init(&context);
-    SHA256Update(&context, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-    SHA256Final(digest.data(), &context);
-    return digest;
-}
-
-std::string homeFolderOfUser() {
-    // Not getpwuid: a program that is linked statically as a whole must not load the system's name services.
-    std::FILE* users = std::fopen("/etc/passwd", "re");
-    if (users == nullptr) return {};
-    passwd entry{};
-    passwd* found = nullptr;
-    std::array<char, 16384> space{};
-    std::string folder;
-    while (::fgetpwent_r(users, &entry, space.data(), space.size(), &found) == 0 && folder.empty())
-        if (found->pw_uid == ::getuid() && found->pw_dir != nullptr) folder = found->pw_dir;
-    std::fclose(users); // NOLINT: a FILE has no owner type here
-    return folder;
-}
 
 } // namespace tidewrack

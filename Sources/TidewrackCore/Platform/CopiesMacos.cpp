@@ -1,26 +1,19 @@
-// macOS: clonefile and copyfile, O_NOFOLLOW_ANY, the volume's own type name, CommonCrypto.
+// macOS: clonefile and copyfile.
 
-#include "Platform/Platform.hpp"
+#include "Platform/Copies.hpp"
 
-#include <CommonCrypto/CommonDigest.h>
+#include "Platform/Attributes.hpp"
+#include "Platform/Descriptor.hpp"
+
 #include <copyfile.h>
 #include <fcntl.h>
-#include <mach-o/dyld.h>
-#include <pwd.h>
 #include <sys/attr.h>
 #include <sys/clonefile.h>
-#include <sys/mount.h>
+#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-
-#ifndef O_NOFOLLOW_ANY
-#define O_NOFOLLOW_ANY 0x20000000
-#endif
 
 namespace tidewrack {
 
@@ -108,31 +101,6 @@ int copyLinkByHand(Place from, const struct stat& status, Place to) {
 
 } // namespace
 
-Attributes attributesOf(const struct stat& status) {
-    Attributes result;
-    if (S_ISREG(status.st_mode))
-        result.kind = Attributes::Kind::file;
-    else if (S_ISLNK(status.st_mode))
-        result.kind = Attributes::Kind::link;
-    else if (S_ISDIR(status.st_mode))
-        result.kind = Attributes::Kind::folder;
-    result.mode = static_cast<std::uint16_t>(status.st_mode & 07777);
-    result.size = status.st_size;
-    result.mtime = nanosecondsOf(status.st_mtimespec);
-    result.ctime = nanosecondsOf(status.st_ctimespec);
-    result.ino = status.st_ino;
-    result.device = static_cast<std::uint64_t>(status.st_dev);
-    result.links = status.st_nlink;
-    return result;
-}
-
-int openPieceBelow(int root, const char* path, Descriptor& out) {
-    const int fd = ::openat(root, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW_ANY | O_CLOEXEC);
-    if (fd < 0) return errno;
-    out = Descriptor(fd);
-    return 0;
-}
-
 int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory) {
     memory.copyingFrom(static_cast<std::uint64_t>(status.st_dev));
     if (!memory.cannotClone && !isLocked(status)) {
@@ -163,14 +131,6 @@ int exchange(Place a, Place b) {
     return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
 }
 
-// What a volume's clock does is not told: some tick only every ten milliseconds.
-std::int64_t earliestStamp() {
-    constexpr std::int64_t slowestTick = 10'000'000;
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    return nanosecondsOf(now) - slowestTick;
-}
-
 // The folders of a home, for one, come with "everyone deny delete".
 void dropAccessList(Place item) {
     const Descriptor file(::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -179,58 +139,6 @@ void dropAccessList(Place item) {
     if (file && ::filesec_set_property(change, FILESEC_ACL, _FILESEC_REMOVE_ACL) == 0)
         (void)::fchmodx_np(file.get(), change);
     ::filesec_free(change);
-}
-
-std::string volumeType(const std::string& path) {
-    struct statfs volume {};
-    if (::statfs(path.c_str(), &volume) != 0) return {};
-    return volume.f_fstypename;
-}
-
-bool volumeClones(const std::string& path) {
-    return volumeType(path) == "apfs";
-}
-
-bool volumeIgnoresCase(const std::string& path) {
-    return ::pathconf(path.c_str(), _PC_CASE_SENSITIVE) == 0;
-}
-
-void disableSigpipe(int fd) {
-    (void)::fcntl(fd, F_SETNOSIGPIPE, 1);
-}
-
-std::string executablePath() {
-    std::uint32_t size = 0;
-    (void)::_NSGetExecutablePath(nullptr, &size);
-    std::string path(size, '\0');
-    if (::_NSGetExecutablePath(path.data(), &size) != 0) return {};
-    path.resize(std::strlen(path.c_str()));
-    return path;
-}
-
-// /usr/bin/git is always there. It starts the git of the developer tools that are chosen or found in one of the usual
-// places, and shows a dialog where there are none.
-std::string gitProgram() {
-    for (const char* tools : {"/var/db/xcode_select_link", "/Applications/Xcode.app/Contents/Developer",
-                              "/Library/Developer/CommandLineTools"})
-        if (::access((std::string(tools) + "/usr/bin/git").c_str(), X_OK) == 0) return "/usr/bin/git";
-    return {};
-}
-
-void willFill(void*, std::size_t) {} // there is no such advice here
-
-std::array<std::uint8_t, 32> sha256(std::string_view bytes) {
-    std::array<std::uint8_t, 32> digest{};
-    CC_SHA256(bytes.data(), static_cast<CC_LONG>(bytes.size()), digest.data());
-    return digest;
-}
-
-std::string homeFolderOfUser() {
-    passwd entry{};
-    passwd* found = nullptr;
-    std::array<char, 16384> space{};
-    if (::getpwuid_r(::getuid(), &entry, space.data(), space.size(), &found) != 0 || found == nullptr) return {};
-    return found->pw_dir == nullptr ? std::string() : std::string(found->pw_dir);
 }
 
 } // namespace tidewrack

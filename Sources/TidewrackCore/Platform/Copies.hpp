@@ -1,0 +1,108 @@
+#pragma once
+// Copies of files, links and whole folders, and their removal.
+// Work on one path returns an errno value (0 is success); nothing here throws or prints.
+
+#include "Platform/Deadline.hpp"
+#include "Platform/Flush.hpp"
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+// A place that a copy reads or writes: a name within an open folder.
+struct Place {
+    int folder = -1;
+    const char* name = nullptr;
+};
+
+// Exchanges what two names on one volume lead to, in one step. ENOENT when one of them leads nowhere; ENOSYS, ENOTSUP
+// or EINVAL where the system or the volume cannot do it.
+[[nodiscard]] int exchange(Place a, Place b);
+
+// What a copier has learned about the two volumes it works between, so that a call that can never succeed there
+// is tried once only. One per thread and target folder.
+struct CopyMemory {
+    std::uint64_t source = 0; // the device last copied from: what was learned holds for it alone
+    bool cannotClone = false;
+    bool cannotCopyRange = false;
+    std::vector<char> buffer;         // working space of plain copies
+    Deadline deadline;                // copies of bytes stop with ECANCELED after it
+    PendingWrites* pending = nullptr; // of copies that must be on the disk before they are relied on
+
+    void copyingFrom(std::uint64_t device) {
+        if (source == device) return;
+        source = device;
+        cannotClone = cannotCopyRange = false;
+    }
+};
+
+struct CopyAs {
+    std::uint16_t mode = 0;
+    // Of modification and access, nanoseconds since the epoch; none: the source's times.
+    std::optional<std::int64_t> time = std::nullopt;
+};
+
+// Copies the open regular file `source` to the new path `to` (which must not exist): a copy-on-write clone where the
+// volume allows it, else the bytes, keeping holes. The copy gets the mode and the time of `as`, the source's extended
+// attributes and, when running as root, its owner; where that is refused, the bits that lend the owner's rights are
+// left out. A half-written copy is removed. Returns an errno value.
+[[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory);
+
+// Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
+[[nodiscard]] int copyLink(Place from, Place to);
+
+// Copies the extended attributes of one open file or folder to another, as far as volume and rights allow.
+void copyOpenExtendedAttributes(int source, int target);
+
+// An earlier copy of the same file, link or folder, made by copyTree and not modified since.
+struct EarlierCopy {
+    std::string path;
+    std::int64_t began = 0; // when it was begun, nanoseconds since the epoch
+};
+
+struct UncopiedItem {
+    std::string path;
+    int error = 0; // an errno value
+};
+
+struct CopyLimits {
+    std::string skip;                 // an absolute path left out wherever it lies inside; empty: none
+    Deadline deadline;                // after it the copy is given up with ECANCELED
+    PendingWrites* pending = nullptr; // as in CopyMemory
+    // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
+    std::optional<EarlierCopy> earlier = std::nullopt;
+    // Receives what inside a folder could not be copied, by paths below it with a leading slash; the rest is copied.
+    // Null: the first failure ends the copy.
+    std::vector<UncopiedItem>* unsaved = nullptr;
+    // A copy that fails leaves what it made so far, and what others have put beside it.
+    bool leavesParts = false;
+};
+
+// Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
+// and extended attributes, cloning where the volume allows it. Sockets, pipes and devices inside a folder are passed
+// over; one named as `from` is ENOTSUP. On an errno value other than 0 nothing of it is left at `to`, unless the limits
+// say so.
+[[nodiscard]] int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits);
+
+struct TreeSize {
+    std::int64_t files = 0; // regular files
+    std::int64_t bytes = 0; // their content
+};
+
+// Adds up the folder `path` as copyTree with these limits would copy it, until more than `mostFiles` are found.
+// What cannot be read counts nothing. Returns ECANCELED past the deadline.
+[[nodiscard]] int measureTree(const std::string& path, const CopyLimits& limits, std::int64_t mostFiles, TreeSize& out);
+
+// Removes a file, a link or a folder with everything in it. Returns the first errno value; the rest is still removed.
+[[nodiscard]] int removeTree(const std::string& path);
+
+// Takes away a file's or folder's access list where such a list can forbid its owner to remove the item or what is in
+// it: copies have the lists of what they were made from. Nothing happens where that fails.
+void dropAccessList(Place item);
+
+} // namespace tidewrack

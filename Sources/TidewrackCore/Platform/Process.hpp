@@ -1,0 +1,60 @@
+#pragma once
+// This process, its user, its signals and its memory.
+
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tidewrack {
+
+// Writes all bytes; EPIPE is returned, never raised as a signal, and the signal's disposition stays as it was.
+[[nodiscard]] int writeAll(int fd, std::string_view bytes);
+
+// Keeps a write into this pipe from raising SIGPIPE where the system has a switch for it; writeAll covers the rest.
+void disableSigpipe(int fd);
+
+// While it lives and is not released, being told to end (SIGTERM, SIGHUP) has to wait; it takes effect afterwards.
+class [[nodiscard]] TerminationDelayed {
+  public:
+    TerminationDelayed();
+    TerminationDelayed(const TerminationDelayed&) = delete;
+    TerminationDelayed& operator=(const TerminationDelayed&) = delete;
+    ~TerminationDelayed() { release(); }
+
+    void release();
+
+  private:
+    sigset_t before_{};
+    bool released_ = false;
+};
+
+// While it lives, the process goes on working when it is told to end (SIGTERM) or its terminal goes away (SIGHUP).
+// Child processes started meanwhile inherit that.
+class [[nodiscard]] TerminationIgnored {
+  public:
+    TerminationIgnored();
+    TerminationIgnored(const TerminationIgnored&) = delete;
+    TerminationIgnored& operator=(const TerminationIgnored&) = delete;
+    ~TerminationIgnored();
+
+  private:
+    struct sigaction onTerminate_ {};
+    struct sigaction onHangUp_ {};
+};
+
+// The system's git program; empty when there is none, or only a stand-in that would offer to install it.
+[[nodiscard]] std::string gitProgram();
+
+[[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
+[[nodiscard]] std::string currentFolder();    // empty when it cannot be told
+[[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told
+[[nodiscard]] bool processIsAlive(std::int64_t pid);
+[[nodiscard]] std::string errorText(int error); // the system's text for an errno value
+
+// Says that memory just reserved is about to be filled from its beginning: the system may then provide it in large
+// pieces, each of which saves hundreds of page faults. Does nothing where the memory is small.
+void willFill(void* memory, std::size_t size);
+
+} // namespace tidewrack
