@@ -136,10 +136,11 @@ TEST(Json, printsWhatIsDocumented) {
               (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 
     f.write("home/f", "x");
-    (void)Vault(world.store()).save({f.at("home/f"), f.at("home/gone")}, "rm f", "codex", f.at("home"));
+    (void)Vault(world.store())
+        .save({.paths = {f.at("home/f"), f.at("home/gone")}, .agent = "codex", .session = "s", .turn = "t"});
     run("vault");
     VaultEntry odd;
-    odd.items = {{"/odd\xff", "items/0", "file"}};
+    odd.items = {{"/odd\xff", "items/0", "file", "/odd\xff"}};
     document.check("vault", json::array({toJson(odd)}));
     world.ok({"hooks", "install", "gemini"});
     json config = json::parse(f.read("home/.gemini/settings.json"));

@@ -223,7 +223,7 @@ void makeOldSnapshotsDue(Scene& scene) {
 void saveAndLose(Scene& scene) {
     scene.history();
     const std::string notes = scene.f.at("home/notes");
-    (void)scene.vault().save({notes}, "rm -rf notes", "claude", scene.f.at("home"), std::nullopt);
+    (void)scene.vault().save({.paths = {notes}});
     scene.f.write("home/notes/private", "what stands there now");
 }
 

@@ -160,7 +160,7 @@ TEST_P(VolumeTest, historySharesBlocksOrSaysThatItCannot) {
                                              " volume, not APFS: history will use full copies and real disk space.\n");
     expectGrowth("snapshot");
     const Vault vault(on->world.store());
-    const VaultEntry entry = vault.save({on->project()}, "rm -rf project", std::nullopt, on->project());
+    const VaultEntry entry = vault.save({.paths = {on->project()}}).entry.value();
     ASSERT_EQ(entry.items.size(), 1U);
     const std::string saved = vault.store.home + "/vault/" + entry.id + "/items/0/";
     expectGrowth("vault");
@@ -277,9 +277,9 @@ TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
     const SecondName store(f.at("volume/store"), f.at("STORE"));
     const SecondName whole(f.at("volume"), f.at("VOLUME"));
     const std::vector<std::string> paths = {f.at("STORE"), f.at("STORE/projects"), f.at("VOLUME/store/vault")};
-    EXPECT_EQ(vault.save(paths, "rm", std::nullopt, "/").skipped, paths);
+    EXPECT_EQ(vault.save({.paths = paths}).entry.value().skipped, paths);
 
-    const VaultEntry around = vault.save({f.at("VOLUME")}, "rm", std::nullopt, "/");
+    const VaultEntry around = vault.save({.paths = {f.at("VOLUME")}}).entry.value();
     const std::string saved = vault.store.home + "/vault/" + around.id + "/items/0";
     EXPECT_TRUE(exists(saved + "/project/file"));
     EXPECT_FALSE(exists(saved + "/store"));

@@ -74,9 +74,14 @@ class Saving {
 
     void copyOutside() {
         try {
-            const VaultEntry entry = context_.handler.vault.save(
-                outside_, command_, std::string(rawValue(context_.agent)), context_.event.cwd, context_.whole());
-            saved_.notes.push_back(noteOn(entry));
+            const VaultSaved saved = context_.handler.vault.save({.paths = outside_,
+                                                                  .command = command_,
+                                                                  .agent = std::string(rawValue(context_.agent)),
+                                                                  .cwd = context_.event.cwd,
+                                                                  .session = context_.event.session,
+                                                                  .turn = context_.event.turn,
+                                                                  .deadline = context_.whole()});
+            if (saved.entry) saved_.notes.push_back(noteOn(*saved.entry));
         } catch (const std::exception& error) {
             saved_.failures.emplace_back(error.what());
         }

@@ -1,6 +1,7 @@
 #pragma once
 // What volumes can do.
 
+#include <cstdint>
 #include <string>
 
 namespace tidewrack {
@@ -10,6 +11,17 @@ namespace tidewrack {
 
 // Whether the volume that holds the folder `path` can share blocks between files.
 [[nodiscard]] bool volumeClones(const std::string& path);
+
+// Whether two existing items, links not followed, lie on one volume, so that blocks can be shared between them where
+// the volume does that at all.
+[[nodiscard]] bool sameVolume(const std::string& a, const std::string& b);
+
+// Bytes of the volume that holds `path`; what cannot be told has no end.
+struct VolumeRoom {
+    std::int64_t all = INT64_MAX;
+    std::int64_t free = INT64_MAX; // for this user
+};
+[[nodiscard]] VolumeRoom volumeRoom(const std::string& path);
 
 // Whether names in the folder `path` are found in any case, so that one file has many spellings.
 [[nodiscard]] bool volumeIgnoresCase(const std::string& path);

@@ -2,9 +2,11 @@
 
 #include "Platform/Volumes.hpp"
 
+#include "Platform/Attributes.hpp"
 #include "Platform/Descriptor.hpp"
 
 #include <fcntl.h>
+#include <linux/btrfs.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/statfs.h>
@@ -13,6 +15,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace tidewrack {
 
@@ -59,6 +62,28 @@ bool volumeClones(const std::string& path) {
     const char block[4096] = {};
     if (::write(source.get(), block, sizeof block) != static_cast<ssize_t>(sizeof block)) return true;
     return ::ioctl(target.get(), FICLONE, source.get()) == 0 || errno != EOPNOTSUPP;
+}
+
+namespace {
+
+// Whether the item lies on a btrfs volume, whose identifier is then told.
+bool btrfsIdentity(const std::string& path, btrfs_ioctl_fs_info_args& out) {
+    if (volumeType(path) != "btrfs") return false;
+    const Descriptor item(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return item && ::ioctl(item.get(), BTRFS_IOC_FS_INFO, &out) == 0;
+}
+
+} // namespace
+
+// The subvolumes of a btrfs volume have a device number each.
+bool sameVolume(const std::string& a, const std::string& b) {
+    Attributes one;
+    Attributes other;
+    if (attributesAt(AT_FDCWD, a.c_str(), one) != 0 || attributesAt(AT_FDCWD, b.c_str(), other) != 0) return false;
+    btrfs_ioctl_fs_info_args first{};
+    btrfs_ioctl_fs_info_args second{};
+    return one.device == other.device || (btrfsIdentity(a, first) && btrfsIdentity(b, second) &&
+                                          std::memcmp(first.fsid, second.fsid, sizeof first.fsid) == 0);
 }
 
 bool volumeIgnoresCase(const std::string&) {

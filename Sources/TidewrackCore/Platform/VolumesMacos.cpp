@@ -2,6 +2,9 @@
 
 #include "Platform/Volumes.hpp"
 
+#include "Platform/Attributes.hpp"
+
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -15,6 +18,13 @@ std::string volumeType(const std::string& path) {
 
 bool volumeClones(const std::string& path) {
     return volumeType(path) == "apfs";
+}
+
+bool sameVolume(const std::string& a, const std::string& b) {
+    Attributes one;
+    Attributes other;
+    return attributesAt(AT_FDCWD, a.c_str(), one) == 0 && attributesAt(AT_FDCWD, b.c_str(), other) == 0 &&
+           one.device == other.device;
 }
 
 bool volumeIgnoresCase(const std::string& path) {

@@ -49,16 +49,32 @@ std::int64_t seconds(Date date) {
     return date.time_since_epoch().count();
 }
 
-const char* kindOf(const std::string& path) {
-    Attributes attributes;
-    if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0) return "file"; // the copy will fail and tell
-    switch (attributes.kind) {
+const char* kindName(Attributes::Kind kind) {
+    switch (kind) {
     case Attributes::Kind::folder: return "dir";
     case Attributes::Kind::link: return "link";
     case Attributes::Kind::file:
-    case Attributes::Kind::other: return "file";
+    case Attributes::Kind::other: break;
     }
     return "file";
+}
+
+NotSaved reasonOf(int error) {
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR: return NotSaved::notThere;
+    case ECANCELED: return NotSaved::noTime;
+    case ENOSPC:
+    case EDQUOT: return NotSaved::noRoom;
+    case ENOTSUP: return NotSaved::special;
+    default: return NotSaved::unreadable;
+    }
+}
+
+bool isThere(const std::string& path) {
+    Attributes attributes;
+    const int error = attributesAt(AT_FDCWD, path.c_str(), attributes);
+    return error == 0 || reasonOf(error) != NotSaved::notThere;
 }
 
 // Whether the item at the canonical `path` is the one at `folder` or lies in it. What is on disk decides, because the
@@ -79,35 +95,54 @@ class Saver {
   public:
     Saver(const Vault& vault, const std::string& entryFolder, const Deadline& deadline, PendingWrites& pending)
         : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), deadline_(deadline),
-          pending_(pending) {
-        Attributes attributes;
-        if (attributesAt(AT_FDCWD, entryFolder.c_str(), attributes) == 0) device_ = attributes.device;
-        clones_ = volumeClones(entryFolder);
-    }
+          pending_(pending), clones_(volumeClones(entryFolder)) {}
 
-    // False when the path was not saved. What inside a folder could not be read goes to the entry's `skipped`.
-    [[nodiscard]] bool save(const std::string& path, const std::optional<EarlierCopy>& earlier, VaultEntry& entry) {
-        if (passed(deadline_) || liesIn(Store::canonicalPlace(path), store_)) return false;
-        CopyLimits limits{store_, deadline_, &pending_, earlier};
-        VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindOf(path)};
-        if (item.kind == "dir" && isTooLarge(path, limits)) return false;
-        std::vector<UncopiedItem> unsaved;
-        limits.unsaved = &unsaved;
-        if (copyTree(path, entryFolder_ + "/" + item.stored, limits) != 0) return false;
+    // A path that was not saved, and what inside a folder could not be read, goes to the entry's `skipped`.
+    // `earlier`: the copies that the hourly copy can build on; null for a command's.
+    void save(const std::string& path, const Vault::EarlierCopies* earlier, VaultEntry& entry) {
+        Attributes attributes;
+        if (const int error = attributesAt(AT_FDCWD, path.c_str(), attributes))
+            return skip(path, reasonOf(error), entry);
+        if (attributes.kind == Attributes::Kind::other) return skip(path, NotSaved::special, entry);
+        if (liesIn(Store::canonicalPlace(path), store_)) return skip(path, NotSaved::inStore, entry);
+        if (passed(deadline_)) return skip(path, NotSaved::noTime, entry);
+        std::vector<UncopiedItem> uncopied;
+        CopyLimits limits{store_, deadline_, &pending_, std::nullopt, &uncopied};
+        if (earlier != nullptr && earlier->contains(path)) limits.earlier = earlier->at(path);
+        if (const auto reason = beyondLimits(path, attributes, limits, earlier != nullptr))
+            return skip(path, *reason, entry);
+        VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindName(attributes.kind),
+                              Store::canonical(std::string(parentOf(path)))};
+        if (const int error = copyTree(path, entryFolder_ + "/" + item.stored, limits))
+            return skip(path, reasonOf(error), entry);
         entry.items.push_back(std::move(item));
-        for (const UncopiedItem& inside : unsaved) entry.skipped.push_back(path + inside.path);
-        return true;
+        for (const UncopiedItem& inside : uncopied) skip(path + inside.path, reasonOf(inside.error), entry);
     }
 
   private:
-    [[nodiscard]] bool isTooLarge(const std::string& path, const CopyLimits& limits) const {
-        TreeSize size;
-        Attributes attributes;
-        if (measureTree(path, limits, vault_.mostFiles, size) != 0) return true;
-        if (size.files > vault_.mostFiles) return true;
-        const bool free =
-            clones_ && attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.device == device_;
-        return !free && size.bytes > vault_.mostBytes;
+    static void skip(const std::string& path, NotSaved reason, VaultEntry& entry) {
+        entry.skipped.push_back(path);
+        entry.reasons.push_back(reason);
+    }
+
+    [[nodiscard]] std::optional<NotSaved> beyondLimits(const std::string& path, const Attributes& attributes,
+                                                       const CopyLimits& limits, bool isHourly) const {
+        const bool isFolder = attributes.kind == Attributes::Kind::folder;
+        TreeSize size{1, attributes.size};
+        if (isFolder && measureTree(path, limits, vault_.mostFiles, size) != 0) return NotSaved::noTime;
+        if (size.files > vault_.mostFiles) return NotSaved::tooManyFiles;
+        const bool isOwnVolume = sameVolume(path, entryFolder_);
+        if (clones_ && isOwnVolume) return std::nullopt;
+        if (isHourly)
+            return isFolder && size.bytes > vault_.mostBytes ? std::optional(NotSaved::tooLarge) : std::nullopt;
+        if (!isOwnVolume && size.bytes > vault_.mostBytes) return NotSaved::tooLarge;
+        return hasRoom(size.bytes) ? std::nullopt : std::optional(NotSaved::noRoom);
+    }
+
+    [[nodiscard]] bool hasRoom(std::int64_t bytes) const {
+        if (bytes <= vault_.bytesAlways) return true;
+        const VolumeRoom room = volumeRoom(entryFolder_);
+        return room.free - bytes >= std::max(vault_.bytesFree, room.all / 10);
     }
 
     const Vault& vault_;
@@ -115,8 +150,7 @@ class Saver {
     std::string store_;
     Deadline deadline_;
     PendingWrites& pending_;
-    std::uint64_t device_ = 0;
-    bool clones_ = false;
+    bool clones_;
 };
 
 // The paths with the large files at the end: copying one may take all the time there is.
@@ -157,25 +191,32 @@ std::string Vault::makeEntryFolder() const {
     }
 }
 
-VaultEntry Vault::saveBeside(const EarlierCopies& earlier, const std::vector<std::string>& paths, VaultEntry entry,
-                             const Deadline& deadline) const {
+VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const {
+    VaultSaved result;
+    if (std::none_of(request.paths.begin(), request.paths.end(), isThere)) {
+        for (const std::string& path : request.paths) result.unsaved.push_back({path, NotSaved::notThere});
+        return result;
+    }
+    VaultEntry entry;
     entry.created = now();
+    entry.command = request.command;
+    entry.agent = request.agent;
+    entry.session = request.session;
+    entry.turn = request.turn;
+    entry.cwd = request.cwd;
     entry.id = makeEntryFolder();
     PendingWrites pending;
-    Saver saver(*this, entryFolder(entry.id), deadline, pending);
-    for (const std::string& path : largeFilesLast(paths, mostBytes)) {
-        const auto before = earlier.find(path);
-        if (!saver.save(path, before == earlier.end() ? std::nullopt : std::optional(before->second), entry))
-            entry.skipped.push_back(path);
-    }
+    Saver saver(*this, entryFolder(entry.id), request.deadline, pending);
+    for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, earlier, entry);
     writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
-    return entry;
+    for (std::size_t i = 0; i < entry.skipped.size(); ++i)
+        result.unsaved.push_back({entry.skipped[i], entry.reasons[i]});
+    result.entry = std::move(entry);
+    return result;
 }
 
-VaultEntry Vault::save(const std::vector<std::string>& paths, const std::string& command,
-                       const std::optional<std::string>& agent, const std::string& cwd,
-                       const Deadline& deadline) const {
-    return saveBeside({}, paths, {{}, {}, command, agent, cwd, {}, {}}, deadline);
+VaultSaved Vault::save(const VaultRequest& request) const {
+    return saveBeside(nullptr, request);
 }
 
 std::optional<VaultEntry> Vault::find(const std::string& id) const {
@@ -285,9 +326,10 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
                                                      const Deadline& deadline) const {
     const std::string marker = folder() + "/.dotfiles-last";
     Attributes last;
-    if (attributesAt(AT_FDCWD, marker.c_str(), last) == 0 &&
-        seconds(now) - last.mtime / nanosPerSecond <= secondsBetweenBackups)
-        return std::nullopt;
+    if (attributesAt(AT_FDCWD, marker.c_str(), last) == 0) {
+        const std::int64_t age = seconds(now) - last.mtime / nanosPerSecond;
+        if (age >= 0 && age <= secondsBetweenBackups) return std::nullopt; // one in the future is of a wrong clock
+    }
     makeFolder();
     // First of all, so that a backup that fails is not tried again with every turn.
     writeFileAtomically(marker, "");
@@ -295,10 +337,11 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
         throw TidewrackError::io("write", marker, error);
     std::vector<std::string> paths;
     for (const char* name : dotfiles) paths.push_back(joined(home, name));
-    VaultEntry entry =
-        saveBeside(earlierDotfiles(), paths, {{}, {}, backupCommand, std::nullopt, home, {}, {}}, deadline);
+    const EarlierCopies earlier = earlierDotfiles();
+    VaultSaved saved =
+        saveBeside(&earlier, {.paths = paths, .command = backupCommand, .cwd = home, .deadline = deadline});
     prune(daysKept, now);
-    return entry;
+    return std::move(saved.entry);
 }
 
 void Vault::prune(std::int64_t days, Date now) const {

@@ -14,6 +14,28 @@
 
 namespace tidewrack {
 
+struct VaultRequest {
+    std::vector<std::string> paths; // absolute
+    std::string command;
+    std::optional<std::string> agent = std::nullopt;
+    std::string cwd = {};
+    std::optional<std::string> session = std::nullopt;
+    std::optional<std::string> turn = std::nullopt;
+    Deadline deadline = std::nullopt;
+};
+
+struct VaultSaved {
+    struct Path {
+        std::string path;
+        NotSaved reason = NotSaved::notThere;
+
+        bool operator==(const Path&) const = default;
+    };
+
+    std::optional<VaultEntry> entry; // none was made where nothing stands at any of the paths
+    std::vector<Path> unsaved;       // also parts of folders that were saved
+};
+
 class Vault {
   public:
     static constexpr int daysKept = 30;
@@ -21,16 +43,18 @@ class Vault {
     explicit Vault(Store owner) : store(std::move(owner)) {}
 
     Store store;
-    // A folder with more than this stays unsaved; the bytes count only where copies cost real space.
-    std::int64_t mostFiles = 100000;     // regular ones
-    std::int64_t mostBytes = 1073741824; // of regular files' content: 1 GiB. A single file with more is saved last
+    // A folder with more regular files than `mostFiles` stays unsaved. Bytes count only where copies take room: more
+    // than `mostBytes` from another volume (or in a folder of the hourly copy) stay unsaved, and so does what has more
+    // than `bytesAlways` where after it less than `bytesFree`, or a tenth, of the history's volume would be free.
+    std::int64_t mostFiles = 100000;
+    std::int64_t mostBytes = std::int64_t{1} << 30; // a single file with more is saved last
+    std::int64_t bytesAlways = std::int64_t{64} << 20;
+    std::int64_t bytesFree = std::int64_t{1} << 30;
 
-    // Saves absolute paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in
-    // `skipped`; so does what lies in the store, and a folder that contains the store is saved without it. Throws
-    // TidewrackError io when the entry itself cannot be written.
-    VaultEntry save(const std::vector<std::string>& paths, const std::string& command,
-                    const std::optional<std::string>& agent, const std::string& cwd,
-                    const Deadline& deadline = std::nullopt) const;
+    // Saves paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in `skipped`; so
+    // does what lies in the store, and a folder that contains the store is saved without it. Throws TidewrackError io
+    // when the entry itself cannot be written.
+    VaultSaved save(const VaultRequest& request) const;
 
     // All entries that can be read, newest first.
     [[nodiscard]] std::vector<VaultEntry> entries() const;
@@ -50,16 +74,16 @@ class Vault {
     // The local time and 32 random bits: "20260314-093005-1F3A9C"
     [[nodiscard]] static std::string newID();
 
-  private:
     using EarlierCopies = std::map<std::string, EarlierCopy>; // by original path
 
+  private:
     [[nodiscard]] std::string folder() const { return store.home + "/vault"; }
     [[nodiscard]] std::string entryFolder(const std::string& id) const { return folder() + "/" + id; }
     [[nodiscard]] std::optional<VaultEntry> find(const std::string& id) const;
     void makeFolder() const;
     [[nodiscard]] std::string makeEntryFolder() const;
-    VaultEntry saveBeside(const EarlierCopies& earlier, const std::vector<std::string>& paths, VaultEntry entry,
-                          const Deadline& deadline) const;
+    // `earlier`: of the hourly copy alone, else null.
+    VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
     bool restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
                      std::vector<std::string>& messages) const;

@@ -5,14 +5,25 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace tidewrack {
 
 namespace {
 
-// JSON holds text only; a path that is none is kept a second time, byte for byte.
-constexpr const char* bytesKey = "originalHex";
+constexpr std::pair<NotSaved, const char*> reasonNames[] = {
+    {NotSaved::notThere, "notThere"}, {NotSaved::inStore, "inStore"},
+    {NotSaved::special, "special"},   {NotSaved::tooManyFiles, "tooManyFiles"},
+    {NotSaved::tooLarge, "tooLarge"}, {NotSaved::noRoom, "noRoom"},
+    {NotSaved::noTime, "noTime"},     {NotSaved::unreadable, "unreadable"}};
+
+NotSaved reasonOf(const std::string& name) {
+    for (const auto& [reason, known] : reasonNames)
+        if (name == known) return reason;
+    return NotSaved::unreadable; // of a later version
+}
 
 // None when it is not hexadecimal.
 std::optional<std::string> bytesOf(std::string_view hex) {
@@ -27,24 +38,53 @@ std::optional<std::string> bytesOf(std::string_view hex) {
     return bytes;
 }
 
+// JSON holds text only; a path that is none is kept a second time, byte for byte.
+std::string bytesKey(const char* key) {
+    return std::string(key) + "Hex";
+}
+
+void putPath(nlohmann::json& object, const char* key, const std::string& path) {
+    object[key] = path;
+    if (!isUtf8(path)) object[bytesKey(key)] = hexText(path);
+}
+
+std::string path(const JsonFields& fields, const char* key, std::string text) {
+    const auto hex = fields.optionalText(bytesKey(key).c_str());
+    return hex ? bytesOf(*hex).value_or(std::move(text)) : text;
+}
+
 VaultEntry::Item decodeItem(const JsonFields& fields) {
-    VaultEntry::Item item{fields.text("original"), fields.text("stored"), fields.text("kind")};
-    if (const auto hex = fields.optionalText(bytesKey)) item.original = bytesOf(*hex).value_or(item.original);
-    return item;
+    return {path(fields, "original", fields.text("original")), fields.text("stored"), fields.text("kind"),
+            path(fields, "parent", fields.optionalText("parent").value_or(""))};
 }
 
 } // namespace
 
+const char* rawValue(NotSaved reason) {
+    for (const auto& [known, name] : reasonNames)
+        if (known == reason) return name;
+    return "";
+}
+
+std::size_t VaultEntry::leftOut() const {
+    const auto missing = std::count(reasons.begin(), reasons.end(), NotSaved::notThere);
+    return skipped.size() - std::min(skipped.size(), static_cast<std::size_t>(missing));
+}
+
 nlohmann::json toJson(const VaultEntry& entry) {
     nlohmann::json items = nlohmann::json::array();
     for (const VaultEntry::Item& item : entry.items) {
-        nlohmann::json object = {{"original", item.original}, {"stored", item.stored}, {"kind", item.kind}};
-        if (!isUtf8(item.original)) object[bytesKey] = hexText(item.original);
+        nlohmann::json object = {{"stored", item.stored}, {"kind", item.kind}};
+        putPath(object, "original", item.original);
+        if (!item.parent.empty()) putPath(object, "parent", item.parent);
         items.push_back(std::move(object));
     }
     nlohmann::json object = {{"id", entry.id},   {"created", isoText(entry.created)}, {"command", entry.command},
                              {"cwd", entry.cwd}, {"items", std::move(items)},         {"skipped", entry.skipped}};
     if (entry.agent) object["agent"] = *entry.agent;
+    if (entry.session) object["session"] = *entry.session;
+    if (entry.turn) object["turn"] = *entry.turn;
+    for (const NotSaved reason : entry.reasons) object["reasons"].push_back(rawValue(reason));
     return object;
 }
 
@@ -55,9 +95,13 @@ VaultEntry decodeVaultEntry(std::string_view text, const std::string& source) {
     entry.created = fields.date("created");
     entry.command = fields.text("command");
     entry.agent = fields.optionalText("agent");
+    entry.session = fields.optionalText("session");
+    entry.turn = fields.optionalText("turn");
     entry.cwd = fields.text("cwd");
     for (const JsonFields& item : fields.objects("items")) entry.items.push_back(decodeItem(item));
     entry.skipped = fields.texts("skipped");
+    for (const std::string& name : fields.optionalTexts("reasons").value_or(std::vector<std::string>()))
+        entry.reasons.push_back(reasonOf(name));
     return entry;
 }
 

@@ -5,6 +5,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,11 +14,26 @@
 
 namespace tidewrack {
 
+// Why a path was not saved.
+enum class NotSaved : std::uint8_t {
+    notThere,     // nothing stands at the path
+    inStore,      // it is a part of Tidewrack's own history
+    special,      // a socket, a pipe or a device: it holds nothing that a copy could keep
+    tooManyFiles, // in the folder
+    tooLarge,     // for a copy from another volume, or for the hourly one
+    noRoom,       // on the history's volume
+    noTime,       // before the deadline
+    unreadable,
+};
+
+[[nodiscard]] const char* rawValue(NotSaved reason); // as records have it
+
 struct VaultEntry {
     struct Item {
         std::string original; // the absolute path that was saved
         std::string stored;   // "items/<n>", relative to the entry's folder
         std::string kind;     // "file", "dir" or "link"
+        std::string parent;   // the canonical folder that `original` lay in; empty in a record without it
 
         bool operator==(const Item&) const = default;
     };
@@ -25,9 +42,15 @@ struct VaultEntry {
     Date created{};
     std::string command;              // the agent's shell command, or what else asked for the copies
     std::optional<std::string> agent; // absent: no agent asked for it
-    std::string cwd;                  // the folder the command was to run in
+    std::optional<std::string> session;
+    std::optional<std::string> turn;
+    std::string cwd; // the folder the command was to run in
     std::vector<Item> items;
     std::vector<std::string> skipped; // paths that were not saved
+    std::vector<NotSaved> reasons;    // one for each of `skipped`; empty in a record without them
+
+    // How many of `skipped` were there.
+    [[nodiscard]] std::size_t leftOut() const;
 
     bool operator==(const VaultEntry&) const = default;
 };

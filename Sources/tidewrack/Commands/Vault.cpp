@@ -22,7 +22,7 @@ constexpr std::size_t commandLength = 200;
 
 std::string listing(const VaultEntry& entry, Date now) {
     std::string text = entry.id + "  " + ago(entry.created, now) + "  " + std::to_string(entry.items.size()) + " saved";
-    if (!entry.skipped.empty()) text += ", " + std::to_string(entry.skipped.size()) + " too big";
+    if (const std::size_t leftOut = entry.leftOut(); leftOut > 0) text += ", " + std::to_string(leftOut) + " too big";
     text += "\n    $ " + oneLine(entry.command, commandLength) + "\n";
     for (const VaultEntry::Item& item : entry.items) text += "    " + item.original + "\n";
     return text;
