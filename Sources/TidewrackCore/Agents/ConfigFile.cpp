@@ -62,6 +62,10 @@ std::optional<std::string> readConfig(const std::string& path) {
     }
 }
 
+void removeLeftoversBeside(const std::string& path) {
+    for (const std::string& each : {path, followedLinks(path)}) removeLeftovers(std::string(parentOf(each)));
+}
+
 std::optional<std::string> replaceConfig(const std::string& path, const std::optional<std::string>& before,
                                          std::string_view bytes) {
     const std::string target = followedLinks(path);
@@ -69,7 +73,6 @@ std::optional<std::string> replaceConfig(const std::string& path, const std::opt
     if (const int error = makeFolders(folder, 0777)) fail("create", folder, error);
     if (readConfig(target) != before)
         throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
-    for (const std::string& each : {folder, std::string(parentOf(path))}) removeLeftovers(each);
     if (!before) {
         writeUserFile(target, bytes, nullptr);
         return std::nullopt;

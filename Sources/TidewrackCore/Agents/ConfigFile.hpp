@@ -11,6 +11,9 @@ namespace tidewrack {
 // it is there but cannot be read or is not a regular file.
 [[nodiscard]] std::optional<std::string> readConfig(const std::string& path);
 
+// Removes what a process that died while it replaced the file has left, at both ends of a symbolic link.
+void removeLeftoversBeside(const std::string& path);
+
 // Makes `bytes` the content of `path`, whose content was `before` (none: there was no file), and returns the path of
 // the backup of `before`, which is `path` + ".tidewrack-backup" and replaces an older one. A missing folder is
 // created. Atomic: a reader sees the old or the new content. A symbolic link stays and the file that it leads to is

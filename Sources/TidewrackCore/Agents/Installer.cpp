@@ -145,6 +145,7 @@ std::optional<HookInstaller::Result> HookInstaller::repair(Agent agent) const {
 
 HookInstaller::Result HookInstaller::edit(Agent agent, Edit what) const {
     Result result{agent, configPath(agent)};
+    removeLeftoversBeside(result.path);
     const auto bytes = readConfig(result.path);
     auto config = decoded(bytes);
     if (!config) {
@@ -162,7 +163,7 @@ HookInstaller::Result HookInstaller::edit(Agent agent, Edit what) const {
 
     result.backup = replaceConfig(result.path, bytes, after);
     result.changed = true;
-    if (agent == Agent::codex)
+    if (agent == Agent::codex && what == Edit::add)
         append(result.note,
                "Open Codex and run /hooks to trust Tidewrack's hooks; Codex skips new hooks until you do.");
     return result;
