@@ -342,6 +342,45 @@ TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
     EXPECT_EQ(log(), (Lines{"claude Stop error: " + error, "claude Stop #3 " + f.at("other")}));
 }
 
+TEST_F(HookHandlerTest, asksBeforeItsOwnHistoryOrHooksGo) {
+    f.write("home/.claude/settings.json", R"({ /* by hand */ "command": "/opt/tidewrack hook claude" })");
+    f.write("home/.codex/hooks.json", "{}"); // holds none
+    f.write("home/dotfiles/gemini.json", R"({"command":"'/my apps/tidewrack' hook gemini"})");
+    f.link("home/.gemini/settings.json", "../dotfiles/gemini.json");
+    struct Row {
+        std::string command;
+        const char* question; // a part of it; null where nothing is asked
+    };
+    const Row rows[] = {
+        {"rm -rf " + f.at("store") + "/projects", "Tidewrack's own history"},
+        {"echo > ~/.claude/settings.json", "Tidewrack's hooks"},
+        {"mv ~/.gemini ~/x", "Tidewrack's hooks"},
+        {"echo > ~/dotfiles/gemini.json", "Tidewrack's hooks"},
+        {"tidewrack untrack", "Tidewrack's own history"},
+        {"echo > ~/.codex/hooks.json", nullptr},
+        {"tidewrack log; cat ~/.claude/settings.json", nullptr},
+    };
+    for (const Row& row : rows) {
+        for (const Agent agent : allAgents) {
+            const HookOutput output = answer(agent, Kind::shell, project, row.command);
+            const std::string text = output.standardOutput.value_or("") + output.standardError.value_or("");
+            const bool asks = agent == Agent::cursor || agent == Agent::claude;
+            EXPECT_EQ(output.exitCode, row.question && !asks ? 2 : 0) << row.command;
+            EXPECT_EQ(text.find(row.question ? row.question : "Tidewrack") != text.npos, row.question != nullptr)
+                << row.command << rawValue(agent) << text;
+            EXPECT_EQ(text.find("\"ask\"") != text.npos, row.question && asks) << row.command;
+        }
+    }
+}
+
+TEST_F(HookHandlerTest, tellsFinishedTasksFromPrompts) {
+    world.ok({"track"});
+    (void)answer(Agent::claude, Kind::prompt, project, "<task-notification>\n<task-id>b</task-id>");
+    (void)answer(Agent::codex, Kind::prompt, project, "<task-notification>");
+    EXPECT_EQ(snapshots(),
+              (Lines{"manual - -", "prompt claude Background task finished", "prompt codex <task-notification>"}));
+}
+
 TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
     world.ok({"track"});
     const ProjectLock held(world.history().lockPath());

@@ -1,5 +1,7 @@
 #include "Agents/HookContext.hpp"
 
+#include "Agents/ConfigFile.hpp"
+#include "Agents/Installer.hpp"
 #include "Engine/Tracking.hpp"
 #include <utility>
 
@@ -31,6 +33,34 @@ std::optional<Project> HookContext::projectFor(const std::string& folder) {
     unjudged_.insert(*root);
     handler.log.append("-", "track", start, "auto-tracked " + *root);
     return projects_.back();
+}
+
+namespace {
+
+// The command line is looked for in the plain text: it may stand in a file that is no plain JSON, pasted by hand.
+bool holdsHooks(const std::string& path) {
+    try {
+        const auto text = readConfig(path);
+        return text && programOf(*text);
+    } catch (const std::exception&) { // what cannot be read calls nobody
+        return false;
+    }
+}
+
+} // namespace
+
+std::vector<shell::OwnPath> HookContext::ownPaths() const {
+    using Role = shell::OwnPath::Role;
+    std::vector<shell::OwnPath> paths{{Store::canonical(handler.store.home), Role::history}};
+    const HookInstaller installer{handler.home, {}};
+    for (const Agent each : allAgents) {
+        const std::string path = installer.configPath(each);
+        if (!holdsHooks(path)) continue;
+        paths.push_back({Store::canonicalPlace(path), Role::hooks});
+        if (std::string file = Store::canonical(path); file != paths.back().path)
+            paths.push_back({std::move(file), Role::hooks});
+    }
+    return paths;
 }
 
 SnapshotRequest HookContext::request(const char* kind, std::string label, const Deadline& deadline) const {

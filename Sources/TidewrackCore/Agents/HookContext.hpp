@@ -4,6 +4,7 @@
 #include "Agents/HookEvent.hpp"
 #include "Agents/HookHandler.hpp"
 #include "Platform/Deadline.hpp"
+#include "Shell/Decision.hpp"
 
 #include <exception>
 #include <optional>
@@ -37,6 +38,9 @@ class HookContext {
     // Whether the project began to be tracked after the last call of beginJudging().
     [[nodiscard]] bool isUnjudged(const Project& project) const { return unjudged_.contains(project.root); }
     void beginJudging() { unjudged_.clear(); }
+
+    // The store, and the agents' configuration files that hold our hooks, under each of their names. Reads the latter.
+    [[nodiscard]] std::vector<shell::OwnPath> ownPaths() const;
 
     // --- Snapshots, time and the log ---
 

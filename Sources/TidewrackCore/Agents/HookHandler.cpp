@@ -67,10 +67,17 @@ class HookCall {
     HookOutput prompt() {
         context_.loadProjects();
         if (const auto project = context_.projectFor(event_.cwd))
-            snapshot(*project, "prompt", oneLine(event_.prompt, promptLabelLength));
+            snapshot(*project, "prompt", isBackgroundTask() ? "Background task finished" : promptLabel());
         else
             context_.log(event_.name, "not tracked: " + event_.cwd);
         return allowed();
+    }
+
+    [[nodiscard]] std::string promptLabel() const { return oneLine(event_.prompt, promptLabelLength); }
+
+    // Claude tells the end of a command in the background as a prompt, which nobody typed: no turn begins with it.
+    [[nodiscard]] bool isBackgroundTask() const {
+        return context_.agent == Agent::claude && event_.prompt && event_.prompt->starts_with("<task-notification>");
     }
 
     HookOutput shell() {
@@ -100,6 +107,10 @@ class HookCall {
         shell::Context judged{Store::canonical(event_.cwd), handler_.home, handler_.environment, {}};
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
         context_.beginJudging();
+        shell::Decision decision = shell::analyze(command, judged);
+        if (decision.targets.empty()) return decision;
+        // Judged again, because telling which files hold our hooks takes reading them: harmless commands go without.
+        judged.protectedPaths = context_.ownPaths();
         return shell::analyze(command, judged);
     }
 
