@@ -3,6 +3,7 @@
 #include "Support/TestFolders.hpp"
 
 #include "Agents/HookHandler.hpp"
+#include "Store/EditLog.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Text.hpp"
@@ -48,6 +49,21 @@ std::string event(Agent agent, Kind kind, const std::string& folder, const std::
                 {"tool_name", agent == Agent::gemini ? "run_shell_command" : "Bash"}};
     if (kind == Kind::prompt) object["prompt"] = text;
     if (kind == Kind::shell) (cursor ? object : object["tool_input"])["command"] = text;
+    return object.dump();
+}
+
+// The agent's own tool is about to change a file.
+std::string editEvent(Agent agent, const std::string& folder, const std::string& path) {
+    json object = json::parse(event(agent, Kind::shell, folder));
+    switch (agent) {
+    case Agent::claude: object["tool_name"] = "Write"; break;
+    case Agent::codex: object["tool_name"] = "apply_patch"; break;
+    case Agent::cursor: object["tool_name"] = "Write"; break;
+    case Agent::gemini: object["tool_name"] = "write_file"; break;
+    }
+    if (agent == Agent::cursor) object["hook_event_name"] = "preToolUse";
+    object["tool_input"] = {{"file_path", path}};
+    if (agent == Agent::codex) object["tool_input"] = {{"command", "*** Begin Patch\n*** Update File: " + path + "\n"}};
     return object.dump();
 }
 
@@ -333,7 +349,7 @@ TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
                                  ". Tidewrack couldn't snapshot it first: " + error + ". Allow?";
     for (const Agent agent : allAgents) {
         const HookOutput asked = answer(agent, Kind::shell, project, "rm -rf . ~/outside.txt");
-        EXPECT_EQ(asked, askReply(agent, question));
+        EXPECT_EQ(asked, askReply(agent, Kind::shell, question));
         const std::string start = std::string(rawValue(agent)) + " " + eventName(agent, Kind::shell);
         EXPECT_EQ(log(), (Lines{start + " error: " + error,
                                 start + " ask rm -rf . ~/outside.txt → vault ID: 1 saved, 0 skipped"}));
@@ -371,6 +387,65 @@ TEST_F(HookHandlerTest, asksBeforeItsOwnHistoryOrHooksGo) {
             EXPECT_EQ(text.find("\"ask\"") != text.npos, row.question && asks) << row.command;
         }
     }
+}
+
+TEST_F(HookHandlerTest, savesWhatAFileToolIsAboutToChange) {
+    world.ok({"track"});
+    f.write("other/f", "1");
+    world.ok({"track", f.at("other")});
+    f.link("project/out", home + "/outside.txt");
+    for (const Agent agent : allAgents) {
+        const std::string name(rawValue(agent));
+        SCOPED_TRACE(name);
+        f.remove("store/vault");
+        const auto edits = [&, agent](const std::string& path) { return raw(agent, editEvent(agent, project, path)); };
+        const HookOutput allowed = allowReply(agent, Kind::edit);
+        const std::string start = name + " " + (agent == Agent::cursor ? "preToolUse" : eventName(agent, Kind::shell));
+        (void)answer(agent, Kind::prompt, project, "x");
+        (void)log();
+        const std::string before = f.listing("store/projects/" + world.project().id + "/snapshots");
+        EXPECT_EQ(edits(project + "/src/main.c"), allowed);
+        EXPECT_EQ(edits(home + "/new.txt"), allowed) << "there is nothing to save";
+        EXPECT_EQ(log(), Lines{});
+        EXPECT_EQ(f.listing("store/projects/" + world.project().id + "/snapshots"), before);
+
+        const auto other = *world.store().projectContaining(f.at("other"));
+        const auto next = std::to_string(*world.store().history(other).newestSeq() + 1);
+        EXPECT_EQ(edits(f.at("other/f")), allowed);
+        EXPECT_EQ(edits(f.at("other/g")), allowed) << "one snapshot holds the state before all edits of a turn";
+        EXPECT_EQ(log(), Lines{start + " allow " + oneLine("editing " + f.at("other/f"), 80) + " → #" + next + " " +
+                               f.at("other")});
+        for (const std::string& path : {home + "/outside.txt", project + "/out"}) {
+            EXPECT_EQ(edits(path), allowed);
+            EXPECT_EQ(savedOutside(), Lines{home + "/outside.txt"});
+        }
+        (void)log();
+
+        EXPECT_EQ(edits(f.at("store/hooks.log")).exitCode, agent == Agent::codex || agent == Agent::gemini ? 2 : 0);
+        EXPECT_NE(edits(project + "/.git/config"), allowed);
+        EXPECT_NE(log().at(0).find(" ask editing "), std::string::npos);
+
+        const auto noted = notedEdits(f.read("store/projects/" + world.project().id + "/edits.log"));
+        ASSERT_GE(noted.size(), 3U);
+        const NotedEdit& main = noted.at(noted.size() - 3);
+        EXPECT_EQ(main.agent + " " + main.session.value_or("-") + " " + main.path, name + " session src/main.c");
+    }
+}
+
+TEST_F(HookHandlerTest, savesAWorkTreeThatIsThrownAwayAndTellsAnInterruptedTurn) {
+    world.ok({"track"});
+    f.write("project/.claude/worktrees/side/a", "x");
+    const std::string side = project + "/.claude/worktrees/side";
+    json leave = json::parse(event(Agent::claude, Kind::shell, side));
+    leave["tool_name"] = "ExitWorktree";
+    leave["tool_input"] = {{"action", "remove"}};
+    EXPECT_EQ(raw(Agent::claude, leave.dump()), HookOutput{});
+    json interrupt = json::parse(event(Agent::codex, Kind::stop, project));
+    interrupt["hook_event_name"] = "Interrupt";
+    EXPECT_EQ(raw(Agent::codex, interrupt.dump()), HookOutput{});
+    EXPECT_EQ(snapshots(),
+              (Lines{"manual - -", "tool claude Before: removing the work tree " + side, "stop codex Interrupted"}));
+    EXPECT_EQ(world.ok({"cat", "2", ".claude/worktrees/side/a"}), "x");
 }
 
 TEST_F(HookHandlerTest, tellsFinishedTasksFromPrompts) {
@@ -482,6 +557,15 @@ TEST(HookLog, isEmptiedOnceByParallelHooks) {
     for (auto& thread : threads) thread.join();
     const std::string text = folder.read("store/hooks.log");
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8);
+}
+
+TEST(EditLog, writesLinesAsDocumented) {
+    TemporaryFolder folder;
+    const NotedEdit edit{parseIsoDate("2026-03-14T09:30:05Z").value(), "claude", "efd68e01", "c8f2135e", "src/main.c"};
+    noteEdit(folder.path(), edit);
+    const std::string line = folder.read("edits.log");
+    EXPECT_NE(document("store-format.md").find("\n" + line), std::string::npos) << line;
+    EXPECT_EQ(notedEdits("{\"agent\":1}\n" + line + "{\"ag"), std::vector{edit}) << "what can't be read is left out";
 }
 
 TEST(HookLog, writesLinesAsDocumented) {

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <map>
+
 using namespace tidewrack;
 using nlohmann::json;
 using tidewrack::testing::inCheckout;
@@ -27,7 +29,10 @@ HookEvent parsed(Agent agent, const char* object) {
 using Kind = HookEvent::Kind;
 
 Kind kindNamed(const std::string& name) {
-    return name == "prompt" ? Kind::prompt : name == "shell" ? Kind::shell : name == "stop" ? Kind::stop : Kind::other;
+    static const std::map<std::string, Kind> kinds = {
+        {"prompt", Kind::prompt}, {"shell", Kind::shell},     {"stop", Kind::stop},  {"interrupt", Kind::stop},
+        {"edit", Kind::edit},     {"discard", Kind::discard}, {"other", Kind::other}};
+    return kinds.at(name);
 }
 
 std::optional<std::string> optionalText(const json& value) {
@@ -47,6 +52,8 @@ TEST(Hook, readsTheEventsThatAgentsReallySend) {
         ASSERT_TRUE(agent && object);
         HookEvent expected;
         expected.kind = kindNamed(row.at("kind").get<std::string>());
+        expected.interrupted = row.at("kind") == "interrupt";
+        expected.paths = row.value("paths", std::vector<std::string>());
         expected.name = row.at("name").get<std::string>();
         expected.cwd = row.at("cwd").get<std::string>();
         expected.prompt = optionalText(row.at("prompt"));
@@ -98,6 +105,43 @@ TEST(Hook, tellsKindAndCommandPerAgent) {
     }
 }
 
+TEST(Hook, readsTheFilesThatAToolNames) {
+    struct Row {
+        Agent agent;
+        const char* tool;
+        const char* input;
+        std::vector<std::string> paths;
+    };
+    const Row rows[] = {
+        {Agent::claude, "MultiEdit", R"({"file_path":"b/../c"})", {"/w/c"}},
+        {Agent::claude, "Read", R"({"file_path":"/a"})", {}},
+        {Agent::claude, "Write", R"({"file_path":7})", {}},
+        {Agent::claude, "Write", R"({"file_path":"/a\u0000b"})", {}},
+        {Agent::claude, "ExitWorktree", R"({"action":"keep"})", {}},
+        {Agent::claude, "mcp__files__move_file", R"({"source":"/a","destination":"/b"})", {"/a", "/b"}},
+        {Agent::claude, "mcp__write_server__read_file", R"({"path":"/a"})", {}},
+        {Agent::claude, "mcp__github__create_file", R"({"path":"src/a"})", {}}, // a path elsewhere
+        {Agent::gemini, "mcp_files_write_file", R"({"path":"/a","content":"x"})", {"/a"}},
+        {Agent::gemini, "read_file", R"({"file_path":"/a"})", {}},
+        {Agent::cursor, "Delete", R"({"path":"/a"})", {"/a"}},
+        {Agent::cursor, "Read", R"({"path":"/a"})", {}},
+        {Agent::codex,
+         "apply_patch",
+         R"({"command":["apply_patch","*** Begin Patch\r\n*** Add File: a b \r\n+*** Delete File: no\n*** Move to: /c"]})",
+         {"/w/a b", "/c"}},
+        {Agent::codex, "apply_patch", R"({"command":"*** Update File: \n"})", {}},
+    };
+    for (const Row& row : rows) {
+        const char* name = row.agent == Agent::gemini   ? "BeforeTool"
+                           : row.agent == Agent::cursor ? "preToolUse"
+                                                        : "PreToolUse";
+        const json object{{"hook_event_name", name}, {"tool_name", row.tool}, {"tool_input", json::parse(row.input)}};
+        const HookEvent event = parseHookEvent(row.agent, object, "/w");
+        EXPECT_EQ(event.paths, row.paths) << row.tool << row.input;
+        EXPECT_EQ(event.kind, row.paths.empty() ? Kind::other : Kind::edit) << row.tool << row.input;
+    }
+}
+
 TEST(Hook, geminiNamesTheCommandsOwnFolder) {
     for (const auto& [dirPath, folder] :
          {std::pair(R"("src/lib/")", "/p/q/src/lib"), {R"("../r")", "/p/r"}, {R"("/else")", "/else"}, {"5", "/p/q"}}) {
@@ -112,11 +156,12 @@ TEST(Replies, speakEachAgentsLanguage) {
               (HookOutput{R"({"agent_message":"a\/b","permission":"deny","user_message":"a\/b"})", std::nullopt, 0}));
 
     EXPECT_EQ(
-        askReply(Agent::claude, "m\n\"").standardOutput,
+        askReply(Agent::claude, Kind::shell, "m\n\"").standardOutput,
         R"({"hookSpecificOutput":{"hookEventName":"PreToolUse","permissionDecision":"ask","permissionDecisionReason":"m\n\""}})");
-    EXPECT_EQ(askReply(Agent::cursor, "m").standardOutput,
+    EXPECT_EQ(askReply(Agent::cursor, Kind::shell, "m").standardOutput,
               R"({"agent_message":"m","permission":"ask","user_message":"m"})");
     for (const Agent agent : {Agent::codex, Agent::gemini})
-        EXPECT_EQ(askReply(agent, "m").standardError,
+        EXPECT_EQ(askReply(agent, Kind::shell, "m").standardError,
                   "m This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.");
+    EXPECT_NE(askReply(Agent::cursor, Kind::edit, "m").standardOutput->find("\"deny\""), std::string::npos);
 }

@@ -59,21 +59,31 @@ TEST_F(Installer, writesExactlyTheHooksOfEachAgent) {
     expect(Agent::claude, R"({"hooks":{
         "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude","timeout":30}]}],
         "PreToolUse":[{"matcher":"Bash","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude",
+            "timeout":30}]},
+            {"matcher":"Write|Edit|MultiEdit|NotebookEdit|ExitWorktree","hooks":[{"type":"command",
+            "command":"/usr/local/bin/tidewrack hook claude","timeout":30}]},
+            {"matcher":"mcp__.*","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude",
             "timeout":30}]}],
         "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude","async":true}]}]}})");
     expect(Agent::codex, R"({"hooks":{
         "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}],
         "PreToolUse":[{"matcher":"^Bash$","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex",
-            "timeout":30,"statusMessage":"Tidewrack: checking command"}]}],
-        "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}]}})");
+            "timeout":30,"statusMessage":"Tidewrack: checking command"}]},
+            {"matcher":"^apply_patch$","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex",
+            "timeout":30,"statusMessage":"Tidewrack: checking edit"}]}],
+        "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}],
+        "Interrupt":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}]}})");
     expect(Agent::cursor, R"({"version":1,"hooks":{
         "beforeSubmitPrompt":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}],
         "beforeShellExecution":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}],
+        "preToolUse":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30,"matcher":"Write|Edit|Delete"}],
         "stop":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}]}})");
     expect(Agent::gemini, R"({"hooks":{
         "BeforeAgent":[{"hooks":[{"name":"tidewrack","type":"command",
             "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}],
         "BeforeTool":[{"matcher":"run_shell_command","hooks":[{"name":"tidewrack","type":"command",
+            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]},
+            {"matcher":"write_file|replace|mcp_.*","hooks":[{"name":"tidewrack","type":"command",
             "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}],
         "AfterAgent":[{"hooks":[{"name":"tidewrack","type":"command",
             "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}]}})");
@@ -109,8 +119,9 @@ TEST_F(Installer, replacesItsEntriesWhereTheyStand) {
     const json block = json::parse(installer().snippet(Agent::codex))["hooks"];
     EXPECT_EQ(hooks["Stop"], json::array({block["Stop"][0], json::parse(others)}));
     const json ours = block["PreToolUse"][0]["hooks"][0];
-    EXPECT_EQ(hooks["PreToolUse"], json::parse(R"([{"matcher":"^Bash$","note":"shared","hooks":[{"command":"b"},)" +
-                                               ours.dump() + R"(,{"command":"c"}]}])"));
+    EXPECT_EQ(hooks["PreToolUse"],
+              json::parse(R"([{"matcher":"^Bash$","note":"shared","hooks":[{"command":"b"},)" + ours.dump() +
+                          R"(,{"command":"c"}]},)" + block["PreToolUse"][1].dump() + "]"));
     EXPECT_EQ(hooks["UserPromptSubmit"],
               json::array({json::parse(R"({"matcher":"x","hooks":[{"command":"d"}]})"), block["UserPromptSubmit"][0]}));
     EXPECT_FALSE(hooks.contains("SessionStart"));
@@ -289,6 +300,14 @@ TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {
     partial["hooks"].erase("Stop");
     put(Agent::claude, partial.dump());
     put(Agent::gemini, "{}");
+    run({"install"}, binary);
+    // As the first version left it: two of its entries in the order of that time, and none for file tools.
+    json earlier = config(Agent::gemini);
+    earlier["hooks"]["BeforeTool"].erase(1);
+    put(Agent::gemini, earlier.dump());
+    EXPECT_NE(run({"status"}, binary)
+                  .find("gemini  installed, hooks are of an earlier version: run tidewrack hooks install\n"),
+              std::string::npos);
     run({"install"}, binary);
     put(Agent::codex, "{ /* mine */ }");
     put(Agent::claude, partial.dump());

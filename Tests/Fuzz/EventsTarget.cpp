@@ -31,6 +31,8 @@ void checkRefusal(Agent agent, const std::string& message) {
 void checkEvent(Agent agent, const nlohmann::json& value) {
     const HookEvent event = parseHookEvent(agent, value, "/w");
     require(event.command.has_value() == (event.kind == HookEvent::Kind::shell), "shell events have a command");
+    require(event.paths.empty() == (event.kind != HookEvent::Kind::edit), "edits name files");
+    for (const std::string& path : event.paths) require(path.starts_with('/'), "files are named in full");
     require(!event.cwd.empty(), "every event has a folder");
     require(event.kind == HookEvent::Kind::other || !event.name.empty(), "an event without a name is of no concern");
     checkRefusal(agent, event.command.value_or(event.name));

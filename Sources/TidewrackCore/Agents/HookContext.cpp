@@ -3,6 +3,7 @@
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Installer.hpp"
 #include "Engine/Tracking.hpp"
+
 #include <utility>
 
 namespace tidewrack {

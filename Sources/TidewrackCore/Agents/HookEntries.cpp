@@ -64,15 +64,40 @@ const json* listIn(const json& object, const char* key) {
     return found != object.end() && found->is_array() ? &*found : nullptr;
 }
 
-bool sameMatcher(const json& group, const json& wanted) {
-    return group.value("matcher", json()) == wanted.value("matcher", json());
+bool sameMatcher(const json& entry, const json& wanted) {
+    return entry.is_object() && entry.value("matcher", json()) == wanted.value("matcher", json());
 }
 
-json groupOf(json hook, const char* matcher) {
-    json group{{"hooks", json::array({std::move(hook)})}};
-    if (matcher) group["matcher"] = matcher;
-    return json::array({std::move(group)});
-}
+using Version = HookEntries::Version;
+
+// One entry of an agent's configuration.
+struct EntryRow {
+    Agent agent;
+    std::string_view event;
+    std::string_view matcher; // the tools that it is for; empty: it has none
+    Version since = Version::first;
+};
+
+constexpr EntryRow entryRows[] = {
+    {Agent::claude, "UserPromptSubmit", ""},
+    {Agent::claude, "PreToolUse", "Bash"},
+    {Agent::claude, "PreToolUse", "Write|Edit|MultiEdit|NotebookEdit|ExitWorktree", Version::current},
+    {Agent::claude, "PreToolUse", "mcp__.*", Version::current},
+    {Agent::claude, "Stop", ""},
+    {Agent::codex, "UserPromptSubmit", ""},
+    {Agent::codex, "PreToolUse", "^Bash$"},
+    {Agent::codex, "PreToolUse", "^apply_patch$", Version::current},
+    {Agent::codex, "Stop", ""},
+    {Agent::codex, "Interrupt", "", Version::current},
+    {Agent::cursor, "beforeSubmitPrompt", ""},
+    {Agent::cursor, "beforeShellExecution", ""},
+    {Agent::cursor, "preToolUse", "Write|Edit|Delete", Version::current},
+    {Agent::cursor, "stop", ""},
+    {Agent::gemini, "BeforeAgent", ""},
+    {Agent::gemini, "BeforeTool", "run_shell_command"},
+    {Agent::gemini, "BeforeTool", "write_file|replace|mcp_.*", Version::current},
+    {Agent::gemini, "AfterAgent", ""},
+};
 
 } // namespace
 
@@ -99,33 +124,38 @@ std::string HookEntries::command() const {
     return shellQuote(binary_) + " hook " + std::string(rawValue(agent_));
 }
 
-json HookEntries::block() const {
+json HookEntries::hook(std::string_view event, std::string_view matcher) const {
     json hook{{"command", command()}, {"timeout", 30}};
     if (agent_ == Agent::cursor) {
-        const json list = json::array({hook});
-        return {{"beforeSubmitPrompt", list}, {"beforeShellExecution", list}, {"stop", list}};
+        if (!matcher.empty()) hook["matcher"] = matcher;
+        return hook;
     }
     hook["type"] = "command";
     if (agent_ == Agent::gemini) {
         hook["name"] = "tidewrack";
         hook["timeout"] = 30000; // milliseconds; every other agent counts in seconds
-        return {{"BeforeAgent", groupOf(hook, nullptr)},
-                {"BeforeTool", groupOf(hook, "run_shell_command")},
-                {"AfterAgent", groupOf(hook, nullptr)}};
     }
-    json shellHook = hook;
-    json stopHook = hook;
-    const char* shell = "Bash";
-    if (agent_ == Agent::codex) {
-        shell = "^Bash$";
-        shellHook["statusMessage"] = "Tidewrack: checking command";
-    } else {
-        stopHook.erase("timeout");
-        stopHook["async"] = true;
+    if (agent_ == Agent::codex && event == "PreToolUse")
+        hook["statusMessage"] = matcher == "^Bash$" ? "Tidewrack: checking command" : "Tidewrack: checking edit";
+    if (agent_ == Agent::claude && event == "Stop") {
+        hook.erase("timeout");
+        hook["async"] = true;
     }
-    return {{"UserPromptSubmit", groupOf(hook, nullptr)},
-            {"PreToolUse", groupOf(shellHook, shell)},
-            {"Stop", groupOf(stopHook, nullptr)}};
+    return hook;
+}
+
+json HookEntries::block(Version version) const {
+    json block = json::object();
+    for (const EntryRow& row : entryRows) {
+        if (row.agent != agent_ || (version == Version::first && row.since != version)) continue;
+        json entry = hook(row.event, row.matcher);
+        if (agent_ != Agent::cursor) {
+            entry = {{"hooks", json::array({std::move(entry)})}};
+            if (!row.matcher.empty()) entry["matcher"] = row.matcher;
+        }
+        block[std::string(row.event)].push_back(std::move(entry));
+    }
+    return block;
 }
 
 bool HookEntries::isOurs(const json& hook) const {
@@ -202,29 +232,45 @@ std::optional<json> HookEntries::replacedIn(const json& group, const json& wante
     return result;
 }
 
-// One event's list with our entries replaced by the one entry `wanted`, or taken out when that is null.
-json HookEntries::mergedList(const json& list, const json* wanted) const {
+// Which of the entries `wanted` takes the place of our `entry`: the one with its matcher, else one whose matcher none
+// of ours in the list has. None when all are placed.
+std::optional<std::size_t> HookEntries::successorOf(const json& entry, const json& list, const json& wanted,
+                                                    const std::vector<bool>& placed) const {
+    for (std::size_t index = 0; index < wanted.size(); ++index)
+        if (!placed[index] && sameMatcher(entry, wanted[index])) return index;
+    for (std::size_t index = 0; index < wanted.size(); ++index) {
+        const auto isItsOwn = [&](const json& other) { return areIn(other) && sameMatcher(other, wanted[index]); };
+        if (!placed[index] && std::none_of(list.begin(), list.end(), isItsOwn)) return index;
+    }
+    return std::nullopt;
+}
+
+// One event's list with our entries replaced by the entries `wanted`, of which there may be none.
+json HookEntries::mergedList(const json& list, const json& wanted) const {
     json merged = json::array();
+    std::vector<bool> placed(wanted.size());
     for (const json& entry : list) {
         auto rest = othersOf(entry);
-        if (wanted && areIn(entry)) {
-            auto replaced = rest ? replacedIn(entry, *wanted) : std::optional<json>(*wanted);
+        const auto index = areIn(entry) ? successorOf(entry, list, wanted, placed) : std::nullopt;
+        if (index) {
+            auto replaced = rest ? replacedIn(entry, wanted[*index]) : std::optional<json>(wanted[*index]);
             if (replaced) {
                 merged.push_back(std::move(*replaced));
-                wanted = nullptr;
+                placed[*index] = true;
                 continue;
             }
         }
         if (rest) merged.push_back(std::move(*rest));
     }
-    if (wanted) merged.push_back(*wanted);
+    for (std::size_t index = 0; index < wanted.size(); ++index)
+        if (!placed[index]) merged.push_back(wanted[index]);
     return merged;
 }
 
-std::vector<std::string> HookEntries::addTo(json& config) const {
+std::vector<std::string> HookEntries::addTo(json& config, Version version) const {
     json& hooks = config.emplace("hooks", json::object()).first.value();
     if (!hooks.is_object()) return {"hooks"};
-    const json wanted = block();
+    const json wanted = block(version);
     std::vector<std::string> inTheWay;
     json merged = json::object();
     for (const auto& [event, list] : hooks.items()) {
@@ -234,7 +280,7 @@ std::vector<std::string> HookEntries::addTo(json& config) const {
             merged[event] = list;
             continue;
         }
-        json kept = mergedList(list, ours == wanted.end() ? nullptr : &ours->front());
+        json kept = mergedList(list, ours == wanted.end() ? json::array() : *ours);
         if (!kept.empty() || list.empty()) merged[event] = std::move(kept);
     }
     for (const auto& [event, list] : wanted.items()) merged.emplace(event, list);
@@ -243,12 +289,17 @@ std::vector<std::string> HookEntries::addTo(json& config) const {
     return inTheWay;
 }
 
+bool HookEntries::areWholeIn(const json& config, Version version) const {
+    json added = config;
+    return addTo(added, version).empty() && added == config;
+}
+
 void HookEntries::removeFrom(json& config) const {
     if (commandsIn(config).empty()) return;
     json& hooks = config["hooks"];
     json kept = json::object();
     for (const auto& [event, list] : hooks.items()) {
-        json rest = list.is_array() ? mergedList(list, nullptr) : list;
+        json rest = list.is_array() ? mergedList(list, json::array()) : list;
         if (rest != list && rest.empty()) continue;
         kept[event] = std::move(rest);
     }

@@ -31,8 +31,10 @@ class HookEntries {
     // "<binary, quoted> hook <agent>".
     [[nodiscard]] std::string command() const;
 
-    // {EVENT: [ENTRY]} as they are installed.
-    [[nodiscard]] nlohmann::json block() const;
+    // What is installed: what the first version did, which knew of no file tools, or what this one does.
+    enum class Version { first, current };
+    // {EVENT: [ENTRY, ...]} as they are installed.
+    [[nodiscard]] nlohmann::json block(Version version = Version::current) const;
 
     // True when `value` is a hook object of ours or holds one in its "hooks" lists. Ours is every command that runs
     // a "tidewrack" anywhere for any agent, so that entries of an older or moved binary are known, and `command()`.
@@ -41,17 +43,25 @@ class HookEntries {
     // Every command line of ours in the event lists of `config`, event by event in the order of their names.
     [[nodiscard]] std::vector<std::string> commandsIn(const nlohmann::json& config) const;
 
-    // Puts `block()` into the object `config`. Our first entry of an event is replaced where it stands, further ones
-    // are dropped, a new one goes to the end; nothing else is moved or changed. Returns the names of what was in the
-    // way and left alone: an event whose value is not a list, or "hooks" when that is not an object.
-    [[nodiscard]] std::vector<std::string> addTo(nlohmann::json& config) const;
+    // Puts `block()` into the object `config`. Our entries of an event are replaced where they stand, each by the one
+    // with its matcher; further ones are dropped, new ones go to the end; nothing else is moved or changed. Returns the
+    // names of what was in the way and left alone: an event whose value is not a list, or "hooks" when that is not an
+    // object.
+    [[nodiscard]] std::vector<std::string> addTo(nlohmann::json& config, Version version = Version::current) const;
+
+    // Whether `config` holds what a version installs.
+    [[nodiscard]] bool areWholeIn(const nlohmann::json& config, Version version) const;
 
     // Takes our hooks out of the object `config`, and every group, event list and "hooks" object that this leaves
     // empty (cursor's file keeps its "hooks", which is half of what it consists of).
     void removeFrom(nlohmann::json& config) const;
 
   private:
-    [[nodiscard]] nlohmann::json mergedList(const nlohmann::json& list, const nlohmann::json* wanted) const;
+    [[nodiscard]] nlohmann::json hook(std::string_view event, std::string_view matcher) const;
+    [[nodiscard]] nlohmann::json mergedList(const nlohmann::json& list, const nlohmann::json& wanted) const;
+    [[nodiscard]] std::optional<std::size_t> successorOf(const nlohmann::json& entry, const nlohmann::json& list,
+                                                         const nlohmann::json& wanted,
+                                                         const std::vector<bool>& placed) const;
     [[nodiscard]] std::optional<nlohmann::json> othersOf(const nlohmann::json& entry) const;
     [[nodiscard]] std::optional<nlohmann::json> replacedIn(const nlohmann::json& group,
                                                            const nlohmann::json& wanted) const;

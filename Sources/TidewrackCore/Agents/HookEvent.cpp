@@ -1,5 +1,6 @@
 #include "Agents/HookEvent.hpp"
 
+#include "Agents/FileTools.hpp"
 #include "Support/Paths.hpp"
 
 #include <nlohmann/json.hpp>
@@ -48,16 +49,18 @@ std::string workingFolder(const json& object, std::string_view fallbackCwd) {
 struct EventNames {
     std::string_view prompt;
     std::string_view stop;
+    std::string_view interrupt; // empty: there is none
+    std::string_view tool;
     std::string_view shell;
     std::string_view shellTool; // empty: the command stands at the top level of the event
 };
 
 EventNames eventNames(Agent agent) {
     switch (agent) {
-    case Agent::claude:
-    case Agent::codex: return {"UserPromptSubmit", "Stop", "PreToolUse", "Bash"};
-    case Agent::cursor: return {"beforeSubmitPrompt", "stop", "beforeShellExecution", ""};
-    case Agent::gemini: return {"BeforeAgent", "AfterAgent", "BeforeTool", "run_shell_command"};
+    case Agent::claude: return {"UserPromptSubmit", "Stop", "", "PreToolUse", "PreToolUse", "Bash"};
+    case Agent::codex: return {"UserPromptSubmit", "Stop", "Interrupt", "PreToolUse", "PreToolUse", "Bash"};
+    case Agent::cursor: return {"beforeSubmitPrompt", "stop", "", "preToolUse", "beforeShellExecution", ""};
+    case Agent::gemini: return {"BeforeAgent", "AfterAgent", "", "BeforeTool", "BeforeTool", "run_shell_command"};
     }
     return {};
 }
@@ -66,6 +69,22 @@ std::optional<std::string> eventCommand(const json& object, const EventNames& na
     if (names.shellTool.empty()) return asText(member(object, "command"));
     if (asText(member(object, "tool_name")) != names.shellTool) return std::nullopt;
     return shellCommand(member(object, "tool_input"));
+}
+
+bool throwsWorkTreeAway(Agent agent, std::string_view tool, const json* toolInput) {
+    return agent == Agent::claude && tool == "ExitWorktree" && toolInput && toolInput->is_object() &&
+           asText(member(*toolInput, "action")) == "remove";
+}
+
+// What the tool is about to do.
+void readTool(Agent agent, const json& object, HookEvent& event) {
+    const std::string tool = asText(member(object, "tool_name")).value_or("");
+    const json* input = member(object, "tool_input");
+    event.paths = filesChangedBy(agent, tool, input, event.cwd);
+    if (!event.paths.empty())
+        event.kind = HookEvent::Kind::edit;
+    else if (throwsWorkTreeAway(agent, tool, input))
+        event.kind = HookEvent::Kind::discard;
 }
 
 } // namespace
@@ -97,10 +116,14 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
         event.kind = HookEvent::Kind::prompt;
     } else if (event.name == names.stop) {
         event.kind = HookEvent::Kind::stop;
+    } else if (!names.interrupt.empty() && event.name == names.interrupt) {
+        event.kind = HookEvent::Kind::stop;
+        event.interrupted = true;
     } else if (event.name == names.shell) {
         event.command = eventCommand(object, names);
         if (event.command) event.kind = HookEvent::Kind::shell;
     }
+    if (event.kind == HookEvent::Kind::other && event.name == names.tool) readTool(agent, object, event);
     // Gemini leaves "cwd" at the project and names the command's own folder in the tool's input.
     if (agent == Agent::gemini && event.kind == HookEvent::Kind::shell) {
         const auto folder = asText(member(*member(object, "tool_input"), "dir_path"));

@@ -8,15 +8,18 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tidewrack {
 
 struct HookEvent {
     enum class Kind {
-        prompt, // the user submitted a prompt; a turn begins
-        shell,  // the agent is about to run a shell command
-        stop,   // the agent finished its turn
-        other,  // nothing of concern
+        prompt,  // the user submitted a prompt; a turn begins
+        shell,   // the agent is about to run a shell command
+        stop,    // the agent finished its turn, or was interrupted
+        edit,    // the agent is about to write, move or delete files with a tool of its own
+        discard, // the agent is about to throw away the work tree that it works in
+        other,   // nothing of concern
     };
 
     Kind kind = Kind::other;
@@ -24,6 +27,8 @@ struct HookEvent {
     std::string cwd;  // the folder the agent works in; for a shell event the one its command starts in
     std::optional<std::string> prompt;
     std::optional<std::string> command; // only for `shell`
+    std::vector<std::string> paths;     // only for `edit`: the files, absolute, in the event's order
+    bool interrupted = false;           // only for `stop`
     std::optional<std::string> session;
     std::optional<std::string> turn;
 

@@ -1,6 +1,8 @@
 #include "Agents/HookHandler.hpp"
 
+#include "Agents/EditedFiles.hpp"
 #include "Agents/SaveBefore.hpp"
+#include "Shell/Guard.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
@@ -55,6 +57,8 @@ class HookCall {
             case HookEvent::Kind::prompt: return prompt();
             case HookEvent::Kind::shell: return shell();
             case HookEvent::Kind::stop: return stop();
+            case HookEvent::Kind::edit: return edit();
+            case HookEvent::Kind::discard: return discard();
             case HookEvent::Kind::other: return {};
             }
         } catch (const std::exception& error) {
@@ -82,31 +86,60 @@ class HookCall {
 
     HookOutput shell() {
         const std::string command = event_.command.value_or("");
-        const shell::Decision decision = judge(command);
-        const std::string logged = oneLine(command, commandLogLength);
+        return reply(command, judge(command));
+    }
+
+    // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
+    // about to change is saved and answered like a command's targets.
+    HookOutput edit() {
+        const shell::Context judged = startJudging(context_.ownPaths());
+        shell::Decision decision = shell::judgeFiles(event_.paths, judged);
+        if (decision.verdict.kind != shell::Verdict::Kind::deny)
+            decision.targets = EditedFiles(context_).notHeld(event_.paths);
+        const std::size_t more = event_.paths.size() - 1;
+        return reply("editing " + event_.paths.front() + (more > 0 ? " and " + std::to_string(more) + " more" : ""),
+                     decision);
+    }
+
+    HookOutput discard() {
+        (void)startJudging({});
+        shell::Decision decision;
+        decision.targets.push_back(event_.cwd);
+        return reply("removing the work tree " + event_.cwd, decision);
+    }
+
+    // Saves what is at stake in `action`, a command or what stands for one, and puts the verdict into words.
+    HookOutput reply(const std::string& action, const shell::Decision& decision) {
+        const std::string logged = oneLine(action, commandLogLength);
         switch (decision.verdict.kind) {
         case shell::Verdict::Kind::deny:
             context_.log(event_.name, "deny " + logged);
             return denyReply(context_.agent, decision.verdict.reason);
         case shell::Verdict::Kind::ask: {
-            const SavedBefore saved = save(command, decision);
+            const SavedBefore saved = save(action, decision);
             context_.log(event_.name, "ask " + logged + " → " + listed(saved.notes));
-            return askReply(context_.agent, question(decision.verdict, saved));
+            return askReply(context_.agent, event_.kind, question(decision.verdict, saved));
         }
         case shell::Verdict::Kind::allow:
             if (decision.targets.empty() && !decision.opaque) return allowed();
-            context_.log(event_.name, "allow " + logged + " → " + listed(save(command, decision).notes));
+            context_.log(event_.name, "allow " + logged + " → " + listed(save(action, decision).notes));
             return allowed();
         }
         return allowed();
     }
 
-    shell::Decision judge(const std::string& command) {
+    shell::Context startJudging(std::vector<shell::OwnPath> ownPaths) {
         context_.loadProjectsForJudging();
         (void)context_.projectFor(event_.cwd); // may start tracking it
         shell::Context judged{Store::canonical(event_.cwd), handler_.home, handler_.environment, {}};
+        judged.protectedPaths = std::move(ownPaths);
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
         context_.beginJudging();
+        return judged;
+    }
+
+    shell::Decision judge(const std::string& command) {
+        shell::Context judged = startJudging({});
         shell::Decision decision = shell::analyze(command, judged);
         if (decision.targets.empty()) return decision;
         // Judged again, because telling which files hold our hooks takes reading them: harmless commands go without.
@@ -144,7 +177,7 @@ class HookCall {
     // One project's failure costs the others nothing.
     void endTurn(const Project& project) {
         try {
-            snapshot(project, "stop", "End of turn");
+            snapshot(project, "stop", event_.interrupted ? "Interrupted" : "End of turn");
         } catch (const std::exception& error) {
             context_.logError(error.what());
         }

@@ -24,8 +24,6 @@ class HookLog {
     void append(std::string_view agent, std::string_view event, Instant start, std::string_view message) const;
 
   private:
-    [[nodiscard]] Descriptor open() const;
-
     Store store_;
 };
 

@@ -113,7 +113,7 @@ std::optional<std::string> HookInstaller::installedBinary(Agent agent) const {
 
 HookInstaller::Status HookInstaller::status(Agent agent) const {
     if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
-    auto config = decoded(readConfig(configPath(agent)));
+    const auto config = decoded(readConfig(configPath(agent)));
     if (!config) return {Status::State::notInstalled, notPlainJson(configPath(agent), agent)};
     const auto commands = entries(agent).commandsIn(*config);
     if (commands.empty()) return {Status::State::notInstalled, std::nullopt};
@@ -123,10 +123,11 @@ HookInstaller::Status HookInstaller::status(Agent agent) const {
         status.hint = wrongProgram(programOf(command).value_or(binary), binary);
         if (status.hint) return status;
     }
-    const std::string before = encoded(*config);
     const HookEntries asInstalled(programOf(commands.front()).value_or(binary), agent);
-    const bool complete = asInstalled.addTo(*config).empty() && encoded(*config) == before;
-    if (!complete) status.hint = std::string("but not as this version installs them") + mend;
+    if (asInstalled.areWholeIn(*config, HookEntries::Version::current)) return status;
+    status.hint = asInstalled.areWholeIn(*config, HookEntries::Version::first)
+                      ? "hooks are of an earlier version: run tidewrack hooks install"
+                      : std::string("but not as this version installs them") + mend;
     return status;
 }
 

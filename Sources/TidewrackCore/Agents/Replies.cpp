@@ -32,9 +32,11 @@ HookOutput jsonReply(const json& object) {
 HookOutput allowReply(Agent agent, HookEvent::Kind kind) {
     if (agent != Agent::cursor) return {};
     switch (kind) {
-    case HookEvent::Kind::shell: return jsonReply({{"permission", "allow"}});
+    case HookEvent::Kind::shell:
+    case HookEvent::Kind::edit: return jsonReply({{"permission", "allow"}});
     case HookEvent::Kind::prompt: return jsonReply({{"continue", true}});
     case HookEvent::Kind::stop:
+    case HookEvent::Kind::discard:
     case HookEvent::Kind::other: return {};
     }
     return {};
@@ -48,16 +50,17 @@ HookOutput denyReply(Agent agent, std::string_view message) {
     return output;
 }
 
-HookOutput askReply(Agent agent, std::string_view message) {
+HookOutput askReply(Agent agent, HookEvent::Kind kind, std::string_view message) {
+    const auto refusal = [&] { return denyReply(agent, std::string(message).append(cannotAsk)); };
     switch (agent) {
     case Agent::claude:
         return jsonReply({{"hookSpecificOutput",
                            {{"hookEventName", "PreToolUse"},
                             {"permissionDecision", "ask"},
                             {"permissionDecisionReason", message}}}});
-    case Agent::cursor: return cursorReply("ask", message);
+    case Agent::cursor: return kind == HookEvent::Kind::edit ? refusal() : cursorReply("ask", message);
     case Agent::codex:
-    case Agent::gemini: return denyReply(agent, std::string(message).append(cannotAsk));
+    case Agent::gemini: return refusal();
     }
     return {};
 }

@@ -452,4 +452,10 @@ Decision analyze(std::string_view command, const Context& context) {
     return Analysis(context).run(command);
 }
 
+Decision judgeFiles(const std::vector<std::string>& paths, const Context& context) {
+    Effects effects(context);
+    for (const std::string& path : paths) effects.target(path, context.cwd);
+    return effects.decide();
+}
+
 } // namespace tidewrack::shell

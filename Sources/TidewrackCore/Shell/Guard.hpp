@@ -5,12 +5,17 @@
 
 #include "Shell/Decision.hpp"
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace tidewrack::shell {
 
 // Judges one command line. Never fails, and takes milliseconds for any input; more than 10,000 targets are
 // not listed one by one, the rest makes the decision opaque.
 [[nodiscard]] Decision analyze(std::string_view command, const Context& context);
+
+// Judges by the same rules the files that a tool of the agent is about to write, move or delete.
+[[nodiscard]] Decision judgeFiles(const std::vector<std::string>& paths, const Context& context);
 
 } // namespace tidewrack::shell

@@ -1,0 +1,27 @@
+#pragma once
+// The files that an agent's own tool is about to change.
+
+#include "Agents/HookContext.hpp"
+
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+class EditedFiles {
+  public:
+    explicit EditedFiles(HookContext& context) : context_(context) {}
+
+    // Those of the files that no snapshot of this turn holds as they are, for the caller to save: in a project that the
+    // turn had not come to yet, or outside of all projects and there already. What lies in a project is noted in its
+    // "edits.log" as the turn's. A file behind a symbolic link counts as well as the link.
+    [[nodiscard]] std::vector<std::string> notHeld(const std::vector<std::string>& paths);
+
+  private:
+    void sortOut(const std::string& path, std::vector<std::string>& unheld);
+    [[nodiscard]] bool holdsTurn(const Project& project) const;
+
+    HookContext& context_;
+};
+
+} // namespace tidewrack
