@@ -3,6 +3,7 @@
 #include "Engine/Tracking.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Platform/Attributes.hpp"
+#include "Reports/OutcomeTexts.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
 
