@@ -32,6 +32,8 @@ struct SnapshotRequest {
     // All tracked projects, where the caller has just read the registry and keeps them for the call; else it is read.
     // One that is tracked inside this project since then is still listed as a part of it, as in every older snapshot.
     const std::vector<Project>* registry = nullptr;
+    // Where nothing changed since the newest snapshot no record is written; the result is that snapshot's.
+    bool onlyChanges = false;
 };
 
 struct SnapshotResult {

@@ -301,6 +301,10 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
+    if (share && request.onlyChanges) {
+        meta = *previous.meta;
+        return taken;
+    }
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
     if (!share) history.writeManifest(lock, meta.seq, taken.manifest, run.pending());
     trace.mark([] { return "diff + write manifest"; });
