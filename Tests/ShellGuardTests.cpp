@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <fstream>
 
 using namespace tidewrack::shell;
 
@@ -30,7 +32,8 @@ std::string joined(const std::vector<std::string>& paths, std::string_view under
     return text;
 }
 
-// A decision as text: targets (without "/nowhere/"), then "ask" or "deny", then the opaque folders behind "?".
+// A decision as text: targets (without "/nowhere/"), then "ask" or "deny", then the opaque folders behind "?" and the
+// suspected ones behind "~".
 std::string judged(std::string_view command, const Context& context = plainContext(),
                    std::string_view under = "/nowhere/") {
     const Decision decision = analyze(command, context);
@@ -39,6 +42,7 @@ std::string judged(std::string_view command, const Context& context = plainConte
     if (decision.verdict.kind == Verdict::Kind::deny) text += " deny";
     EXPECT_EQ(decision.opaque, !decision.opaqueDirs.empty()) << command;
     if (decision.opaque) text += " ?" + joined(decision.opaqueDirs, under);
+    if (!decision.suspected.empty()) text += " ~" + joined(decision.suspected, under);
     return text;
 }
 
@@ -80,7 +84,7 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"rm a b/c ../x -f /y/./z/", "p/a p/b/c x /y/z"},
         {"rm -- -a", "p/-a"},
         {"unlink a; shred b; srm c; trash d", "p/a p/b p/c p/d"},
-        {"rm '' $NOPE \"$NOPE\"; mv a; nice -n 10 rm a; \"X\"=1 rm a; X\\=1 rm b", ""},
+        {"rm '' $NOPE \"$NOPE\"; mv a; \"X\"=1 rm a; X\\=1 rm b", " ~p"},
         {"mv a b c", "p/a p/b p/c"},
         {"cp a b c; ln -s x y; install m n; ditto s t", "p/c p/n p/t p/y"},
         {"cp a b", "p/b"},
@@ -103,13 +107,13 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"f() { rm a; }; f", "p/a"},
         {"function f { rm a; }; f; coproc rm b; function g", "p/a p/b"},
         {"case $x in a) rm a;; esac", "p/a"},
-        {"cat <<'EOF' > f\nIt's prose\nEOF\nrm a", "p/a p/f ?p"},
+        {"cat <<'EOF' > f\nIt's prose\nEOF\nrm a", "p/a p/f"},
         {"make && \\\n  rm -r a", "p/a ?p"},
         {"ls\r\nrm a\r\n", "p/a\r"},
         // Nothing is done here
         {"for f in a.c b.c; do echo \"${f%.c}\"; done; rm $f", "p/a.c p/b.c"},
         {"ls | while read -r f; do echo \"$f\" | sort; done", ""},
-        {": ${X:=/x}; rm -rf $X", " ?p"},
+        {": ${X:=/x}; rm -rf $X", "/x"},
         {"if ls; then ! printf x >f; fi", "p/f"},
         // What cannot be known
         {"bash script.sh", " ?p"},
@@ -173,7 +177,7 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"for r in a b; do git -C \"$r\" reset --hard; done", "p/a p/b"},
         {"for c in echo rm; do for f in a b; do $c $f; done; done", "p/a p/b"},
         {"for d in a b; do cd $d; git reset --hard; cd ..; done", "p/a ?p p/b"},
-        {"for f in *.x; do rm -f \"q/$f\"; done", "p/q"},
+        {"for f in *.x; do rm -f \"q/$f\"; done", " ~p/q"},
         {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
         {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
         {"rm -rf ~/${NOPE#v}", "home deny"},
@@ -205,7 +209,7 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"L='a b'; cp x $L; mv $L c", "p/a p/a b p/b p/c"},
         {"C='sudo rm -rf'; $C a", "p/a"},
         {"L='a b'; for f in $L c; do rm $f; done", "p/a p/a b p/b p/c"},
-        {"L='q/*.x'; rm $L", "p/q p/q/*.x"},
+        {"L='q/*.x'; rm $L", "p/q/*.x ~p/q"},
         {"L='a b'; M=$L; cd $L && rm \"$M\"", "p/a b/a b"},
         // Changes of folder
         {"pushd ../x; rm f; popd; rm g", "p/g x/f"},
@@ -216,8 +220,8 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"cd -- ~/a && rm f", "home/a/f"},
         {"(cd a; (cd b; rm x); rm y); rm z", "p/a/b/x p/a/y p/z"},
         {"(cd a) (rm x)", "p/x"},
-        {"(cd ~ && case $y in a|b) rm -rf Documents;; (c) rm x; esac); rm y", "home/Documents home/x p/y deny"},
-        {"(cd a; if b; then case c in d) (cd e);; esac; fi; grep case f); rm y", "p/y"},
+        {"(cd ~ && case $y in a|b) rm -rf Documents;; (ls) rm x; esac); rm y", "home/Documents home/x p/y deny"},
+        {"(cd a; if ls; then case c in d) (cd e);; esac; fi; grep case f); rm y", "p/y"},
         {"cd $NOPE && rm -rf *", "p ask ?p"},
         {"cd a && make; cd /b; ls", " ?/b p/a"},
         {"cd a; $(b); cd /c; rm x", "/c/x ?/c p/a"},
@@ -319,13 +323,115 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);
 }
 
+TEST_F(ShellGuardOnDisk, leavesEverydayCommandsAlone) {
+    folder.makeFolder("tree/.git");
+    std::ifstream file(TIDEWRACK_TEST_DATA "/everyday-commands.txt"); // with "\\n" for a line feed
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line); ++count) {
+        for (std::size_t at = line.find("\\n"); at != std::string::npos; at = line.find("\\n", at + 1))
+            line.replace(at, 2, "\n");
+        EXPECT_EQ(judgedHere(line), "") << line;
+    }
+    EXPECT_GT(count, 200u);
+}
+
+TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
+    context.projectRoots.push_back(root + "/home/p");
+    const Row rows[] = {
+        {"pytest -q", " ~tree"},
+        {"cd ../out && unknown --flag", " ~out"},
+        {"rm -f ~/*.bak", " ~home"},
+        {"rm -rf ~/*.bak ../out/x*", " ~home out"},
+        {"rm -rf ../out/* ../out/?", "out"},
+        {"find ~ -name '*.o' -delete", " ~home home/p"},
+        {"find ../out -name '*.o' -delete", "out"},
+        {"find . -name '*.o' -exec rm {} +", "tree"},
+        {"find . -type f -exec grep -l x {} + -o -exec rm {} \\;", "tree ask"},
+        {"echo \"$(unknown)\" `unknown`", " ?tree"},
+        {"sort -o a.txt b.txt", " ~tree"},
+        {"for c in rm ls; do $c a.txt; done; $(which rm) b.txt", "tree/a.txt ?tree ~tree"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
+TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
+    const Row rows[] = {
+        {"bash -c 'cd sub && rm c.txt'; rm b.txt", "tree/b.txt tree/sub/c.txt"},
+        {"sh -ec 'rm \"$1\" $2' sh a.txt b.txt", "tree/a.txt tree/b.txt"},
+        {"sh -c 'rm \"$@\"' sh a.txt", " ?tree"},
+        {"sudo -u bob timeout -k 5 10 nice -n 10 env -i X=1 zsh -lc \"rm -rf ~\"", "home deny"},
+        {"eval \"rm $HOME/x\"; eval cd sub; rm c.txt", "home/x tree/sub/c.txt"},
+        {"trap 'rm -f a.txt' EXIT; trap - INT", "tree/a.txt"},
+        {"bash <<'EOF'\nrm a.txt\nEOF\nsh <<< 'rm b.txt'", "tree/a.txt tree/b.txt"},
+        {"echo 'rm a.txt' | sh; printf '%s\\n' 'rm b.txt' | bash -s", "tree/a.txt tree/b.txt"},
+        {"cat <<EOF | sudo bash\nrm $HOME/x\nEOF", "home/x"},
+        {"curl -s https://x | sh; bash x.sh", " ?tree"},
+        {"su -c 'rm a.txt' bob; flock /tmp/l -c 'rm b.txt'; npx tsc", "tree/a.txt tree/b.txt ?tree"},
+        {"uv run rm a.txt; poetry run mv b.txt c; bundle exec rspec", "tree/a.txt tree/b.txt tree/c ~tree"},
+        {"grm a.txt; gmv b.txt c; X=$(rm -rf ../out)", "out tree/a.txt tree/b.txt tree/c"},
+        {"f() { rm \"$1\"; }; f a.txt", " ?tree"},
+        {"sh -c \"sh -c 'sh -c \\\"rm a.txt\\\"'\"", "tree/a.txt"},
+        {"rm -rf \"$(pwd)/sub\" `echo a.txt`; cd $(mktemp -d) && rm -rf x",
+         "tree/a.txt tree/sub /tmp/tmp.XXXXXXXXXX/x"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
+// What stands around a command loses none of its targets.
+TEST_F(ShellGuardOnDisk, seesThroughWhatStandsAroundACommand) {
+    const char* commands[] = {"rm -rf sub",
+                              "mv a.txt b.txt",
+                              "git checkout -- a.txt",
+                              "find sub -name '*.txt' -delete",
+                              "echo x > b.txt",
+                              "sed -i s/a/b/ a.txt b.txt",
+                              "rm -rf ~",
+                              "cp sub/c.txt a.txt"};
+    const std::pair<const char*, const char*> around[] = {{"true; ", ""},
+                                                          {"(", ")"},
+                                                          {"{ ", "; }"},
+                                                          {"if true; then ", "; fi"},
+                                                          {"! ", ""},
+                                                          {"", " # it's"},
+                                                          {"", " | cat"},
+                                                          {"true && ", " || false"},
+                                                          {"X=1 ", ""},
+                                                          {"", " &"},
+                                                          {"\n", "\n"},
+                                                          {"sudo -u x ", ""},
+                                                          {"env -u A B=c ", ""},
+                                                          {"timeout 5 ", ""},
+                                                          {"echo $(", ")"},
+                                                          {"echo \"`", "`\""},
+                                                          {"sh -c \"", "\""},
+                                                          {"eval \"", "\""},
+                                                          {"bash <<E\n", "\nE"},
+                                                          {"cat <<'E'\nit's\nE\n", ""},
+                                                          {"for i in 1 2; do ", "; done"},
+                                                          {"cat <(", ")"},
+                                                          {"case x in x) ", ";; esac"},
+                                                          {"f() { ", "; }; f"},
+                                                          {"time nohup nice -n5 ", ""}};
+    for (const char* command : commands) {
+        const Decision plain = analyze(command, context);
+        for (const auto& [before, behind] : around) {
+            const std::string line = before + std::string(command) + behind;
+            const Decision wrapped = analyze(line, context);
+            EXPECT_TRUE(std::includes(wrapped.targets.begin(), wrapped.targets.end(), plain.targets.begin(),
+                                      plain.targets.end()))
+                << line;
+            EXPECT_EQ(wrapped.verdict.kind, plain.verdict.kind) << line;
+        }
+    }
+}
+
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
     EXPECT_EQ(judgedHere("rm *.txt"), "tree/a.txt tree/b.txt");
     EXPECT_EQ(judgedHere("rm [b-z].txt"), "tree/b.txt");
     EXPECT_EQ(judgedHere("rm ?.txt [!a]*"), "tree/a.txt tree/b.txt tree/sub");
     EXPECT_EQ(judgedHere("rm .h*"), "tree/.hidden");
     EXPECT_EQ(judgedHere("rm */*.txt"), "tree/sub/c.txt");
-    EXPECT_EQ(judgedHere("rm sub/*.o"), "tree/sub");
+    EXPECT_EQ(judgedHere("rm sub/*.o"), " ~tree/sub");
     EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out tree deny");
     EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "tree/sub");
     EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "tree/sub/c.txt");

@@ -7,24 +7,48 @@ using namespace tidewrack::shell;
 
 namespace {
 
-// A command line as text: words parted by "|", redirects behind ">", commands behind one another with ";",
-// an opaque line marked with a leading "?".
-std::string shape(std::string_view command) {
-    const Parsed parsed = parse(command);
-    std::string text = parsed.opaque ? "?" : "";
-    for (const Simple& simple : parsed.commands) {
-        if (&simple != &parsed.commands.front()) text += ';';
-        for (const Word& word : simple.words) text += (&word == &simple.words.front() ? "" : "|") + word.text;
-        for (const Word& target : simple.redirects) text += '>' + target.text;
+std::string shape(const Program& program);
+
+// A word's text, with the commands in it in braces.
+std::string shape(const Word& word, const Command& command) {
+    std::string text = word.text;
+    for (std::size_t number = 0; number < command.nested.size(); ++number) {
+        const std::size_t at = text.find(substitutionMark(number));
+        if (at == std::string::npos) continue;
+        const bool isNumber = command.nested[number].kind == Substitution::Kind::number;
+        text.replace(at, markLength, isNumber ? "#" : "{" + shape(command.nested[number].program) + "}");
     }
     return text;
 }
 
+// Commands as text: words parted by "|", redirects behind ">", inputs behind "<" or, where they are texts, "<<",
+// commands behind one another with ";".
+std::string shape(const Program& program) {
+    std::string text;
+    for (const Command& command : program.commands) {
+        if (&command != &program.commands.front()) text += ';';
+        for (const Word& word : command.words)
+            text += (&word == &command.words.front() ? "" : "|") + shape(word, command);
+        for (const Substitution& file : command.nested)
+            if (file.kind == Substitution::Kind::file) text += "{" + shape(file.program) + "}";
+        for (const Input& input : command.inputs)
+            text += (input.kind == Input::Kind::text ? "<<" : "<") + shape(input.word, command);
+        for (const Word& target : command.redirects) text += '>' + shape(target, command);
+    }
+    return text;
+}
+
+// An opaque line is marked with a leading "?".
+std::string shape(std::string_view command) {
+    const Parsed parsed = parse(command);
+    return (parsed.opaque ? "?" : "") + shape(parsed.program);
+}
+
 Word onlyWord(std::string_view command) {
     const Parsed parsed = parse(command);
-    EXPECT_EQ(parsed.commands.size(), 1u);
-    EXPECT_EQ(parsed.commands.front().words.size(), 1u);
-    return parsed.commands.front().words.front();
+    EXPECT_EQ(parsed.program.commands.size(), 1u);
+    EXPECT_EQ(parsed.program.commands.front().words.size(), 1u);
+    return parsed.program.commands.front().words.front();
 }
 
 std::string expandedText(std::string_view command, const Environment& environment = {}) {
@@ -50,10 +74,10 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"a 12>x b2>y '3'>z", "a|b2|3>x>y>z"},
         {"a >", "a"},
         {"a >; rm b", "a;rm|b"},
-        {"tee >(rm b)", "tee;rm|b"},
-        {"sort <in>out", "sort>out"},
-        {"wc -l < \"my file\"; rm b", "wc|-l;rm|b"},
-        {"diff <(rm b) c", "diff;rm|b;c"},
+        {"tee >(rm b)", "tee|/dev/fd/63{rm|b}"},
+        {"sort <in>out", "sort<in>out"},
+        {"wc -l < \"my file\"; rm b", "wc|-l<my file;rm|b"},
+        {"diff <(rm b) c", "diff|/dev/fd/63|c{rm|b}"},
         {"cat <&3 -n", "cat|-n"},
         {"'a b' c\"d e\"f \\rm a\\ b x\\", "a b|cd ef|rm|a b|x"},
         {"'' x", "|x"},
@@ -64,20 +88,27 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"a\0b c"sv, "a\0b|c"sv},
         {"rm $'a b'c $'it\\'s' $'\\x41\\101\\u00e9\\t\\q\\0'", "rm|a bc|it's|AA\u00e9\t\\q"},
         {"rm $'$HOME\\x24' $\"a b\" \"$'x'\"; rm $'open; b", "rm|\uE000HOME\uE000|a b|$'x';rm|open; b"},
-        // What only running would show
-        {"echo $(date) > f", "?echo|$;date;>f"},
-        {"echo `date`", "?echo|`date`"},
-        {"echo \"$(date)\"", "?echo|$(date)"},
-        {"echo \"`date`\"", "?echo|`date`"},
+        // Commands within words
+        {"echo $(date) > f", "echo|{date}>f"},
+        {"echo `date -d \\`x\\`` b", "echo|{date|-d|{x}}|b"},
+        {"echo \"a$(date; (b) | c \")\")d\" e", "echo|a{date;b;c|)}d|e"},
+        {"echo \"`date`\"x", "echo|{date}x"},
+        {"echo $(case a in (a) b;; c) d;; esac; e) f", "echo|{case|a|in;a;b;c;d;esac;e}|f"},
+        {"echo $(rm b", "echo|{rm|b}"},
+        {"echo $((1 << 2)) $((a)b)\nrm b", "echo|#|{a;b};rm|b"},
+        {"echo `rm b", "?echo|`rm|b"},
+        {"$(a $(b $(c $(d $(e $(f $(g $(h $(i))))))))) j", "?{a|{b|{c|{d|{e|{f|{g|{h|$;i}}}}}}}}|j"},
         {"echo '$(x)' '`x`' \"\\$(x)\" \\$", "echo|\uE000(x)|`x`|\uE000(x)|\uE000"},
-        {"cat <<< 'a b' c", "?cat|c"},
-        {"cat < `ls`", "?cat"},
-        {"echo $((1 << 2))\nrm b", "?echo|$;1;rm|b"},
+        {"cat <<< 'a b' c", "cat|c<<a b"},
+        {"cat < `ls`", "cat<{ls}"},
         // Here documents hide nothing behind them
-        {"cat <<EOF > f\nhi there\nEOF\nrm b", "?cat>f;hi|there;rm|b"},
-        {"cat <<'E F' >f\nIt's \"so\nE F\nrm b", "?cat>f;Its \"so\n;rm|b"},
-        {"cat <<-EOF\n\tdon't\n\tEOF\nrm b", "?cat;dont\n;rm|b"},
-        {"cat <<A; cat <<B\n'\nA\n\"\nB\nrm b", "?cat;cat;\n;\n;rm|b"},
+        {"cat <<EOF > f\nhi there\nEOF\nrm b", "cat<<hi there\n>f;rm|b"},
+        {"cat <<'E F' >f\nIt's \"so\nE F\nrm b", "cat<<It's \"so\n>f;rm|b"},
+        {"cat <<-EOF\n\tdon't\n\tEOF\nrm b", "cat<<\tdon't\n;rm|b"},
+        {"cat <<A; cat <<B\n'\nA\n\"\nB\nrm b", "cat<<'\n;cat<<\"\n;rm|b"},
+        {"cat <<EOF | a\n$(b)\nEOF\nc", "cat<<{b}\n;a;c"},
+        {"cat <<\\EOF \"x\ny\"\n$(b)\nEOF\nc", "cat|x\ny<<$(b)\n;c"},
+        {"a \"$(cat <<'EOF'\n)\\\"\nEOF\n)\" b", "a|{cat<<)\\\"\n}|b"},
         {"cat <<EOF\nno end", "?cat;no|end"},
     };
     for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
@@ -87,7 +118,7 @@ TEST(ShellLexer, goesByWhatAPersonSeesButNeverHidesALineEnd) {
     EXPECT_EQ(shape("a \\\r\nrm b"), "a|\r;rm|b");
     EXPECT_EQ(shape("# c\r\nrm b"), "rm|b");
     EXPECT_EQ(shape("rm *\u0301 \u00e9\u0301;x"), "rm|*\u0301|\u00e9\u0301;x");
-    EXPECT_FALSE(parse("rm *\u0301").commands[0].words[1].glob);
+    EXPECT_FALSE(parse("rm *\u0301").program.commands[0].words[1].glob);
     EXPECT_EQ(shape("rm \xff\xfe;x"), "rm|\xff\xfe;x");
 }
 
@@ -110,7 +141,7 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"${NOPE:-~/a}", "/h/a"},
         {"${X:?needed}", "/x"},
         {"$1$", "one$"},
-        {"$@$-", "$@$-"},
+        {"$-", "$-"},
         {"${X", "/x"},
         {"$gr\u00fc/x", "g/x"},
         {"'$a$b'$X'$'", "$a$b/x$"},
@@ -121,8 +152,8 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
 TEST(ShellExpansion, saysWhenAValueIsUnknown) {
     const Environment environment = {{"X", "a.c"}, {"EMPTY", ""}, {"BIG", std::string(150'000, 'x')}};
     Variables variables(environment);
-    for (const char* unknown :
-         {"${NOPE:-${X", "${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}", "${NOPE+x}", "${NOPE@Q}"}) {
+    for (const char* unknown : {"${NOPE:-${X", "${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}",
+                                "${NOPE+x}", "${NOPE@Q}", "$@", "$2", "$#"}) {
         EXPECT_EQ(expand(onlyWord(unknown), "/h", variables).text, "") << unknown;
         EXPECT_TRUE(variables.unfollowed()) << unknown;
         variables.setUnfollowed(false);

@@ -121,7 +121,7 @@ class HookCall {
             return askReply(context_.agent, event_.kind, question(decision.verdict, saved));
         }
         case shell::Verdict::Kind::allow:
-            if (decision.targets.empty() && !decision.opaque) return allowed();
+            if (decision.targets.empty() && !decision.opaque && decision.suspected.empty()) return allowed();
             context_.log(event_.name, "allow " + logged + " → " + listed(save(action, decision).notes));
             return allowed();
         }

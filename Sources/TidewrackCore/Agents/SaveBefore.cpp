@@ -37,18 +37,20 @@ class Saving {
     SavedBefore run() {
         sortOut();
         const Deadline deadline = context_.share(4, 5); // leaves time for the vault
-        for (const Project& project : projects_) snapshot(project, deadline);
+        for (const Project& project : projects_) snapshot(project, deadline, false);
+        for (const Project& project : guessed_) snapshot(project, deadline, true);
         if (!outside_.empty()) copyOutside();
         return std::move(saved_);
     }
 
   private:
-    void snapshot(const Project& project, const Deadline& deadline) {
+    void snapshot(const Project& project, const Deadline& deadline, bool onlyChanges) {
         try {
             if (passed(deadline)) return skip(project);
             const std::string label = "Before: " + oneLine(command_, commandLabelLength);
-            const SnapshotResult result =
-                context_.handler.engine.snapshot(project, context_.request("tool", label, deadline));
+            SnapshotRequest request = context_.request("tool", label, deadline);
+            request.onlyChanges = onlyChanges;
+            const SnapshotResult result = context_.handler.engine.snapshot(project, request);
             saved_.notes.push_back(HookContext::noteOn(result, project));
             if (result.late > 0)
                 notSnapshotted("there was no time for " + std::to_string(result.late) + " of the files in it");
@@ -92,6 +94,7 @@ class Saving {
     void sortOut() {
         for (const std::string& target : decision_.targets) attempt([&] { sortOut(target); });
         for (const std::string& folder : decision_.opaqueDirs) attempt([&] { addHolder(folder); });
+        for (const std::string& folder : decision_.suspected) attempt([&] { guess(folder); });
         std::sort(outside_.begin(), outside_.end());
         outside_.erase(std::unique(outside_.begin(), outside_.end()), outside_.end());
     }
@@ -122,6 +125,13 @@ class Saving {
         }
     }
 
+    // A guess is worth a snapshot only where something changed since the last one.
+    void guess(const std::string& folder) {
+        const auto holder = context_.projectFor(folder);
+        const auto isHolder = [&](const Project& project) { return project.id == holder->id; };
+        if (holder && std::none_of(projects_.begin(), projects_.end(), isHolder)) add(*holder, guessed_);
+    }
+
     // Adds the project that `path` lies in. False when there is none.
     bool addHolder(const std::string& path) {
         const auto holder = context_.projectFor(path);
@@ -133,6 +143,7 @@ class Saving {
     const std::string& command_;
     const shell::Decision& decision_;
     std::vector<Project> projects_;
+    std::vector<Project> guessed_; // in which something may change, by a guess
     std::vector<std::string> outside_;
     SavedBefore saved_;
 };

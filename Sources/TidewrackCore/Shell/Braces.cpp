@@ -1,5 +1,7 @@
 #include "Shell/Braces.hpp"
 
+#include "Shell/Budget.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -8,11 +10,6 @@
 namespace tidewrack::shell {
 
 namespace {
-
-constexpr std::size_t maxWords = 1'000;
-constexpr std::size_t maxBytes = std::size_t{256} << 10;
-constexpr std::size_t maxDepth = 16;
-constexpr std::size_t maxNumberLength = 9;
 
 using Words = std::vector<std::string>;
 
@@ -46,7 +43,8 @@ std::optional<Range> rangeOf(std::string_view body) {
     if (isLetter(from) && isLetter(to)) return Range{from[0], to[0], true, 0};
     const auto number = [](std::string_view text, long& value) {
         const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-        return text.size() <= maxNumberLength && result.ec == std::errc() && result.ptr == text.data() + text.size();
+        return text.size() <= Budget::braceNumberLength && result.ec == std::errc() &&
+               result.ptr == text.data() + text.size();
     };
     Range range{0, 0, false, 0};
     if (!number(from, range.first) || !number(to, range.last)) return std::nullopt;
@@ -123,7 +121,7 @@ void Expansion::findPairs() {
 
 Words Expansion::expand(std::size_t begin, std::size_t end, std::size_t depth) {
     Words words(1);
-    if (depth > maxDepth) tooMuch_ = true;
+    if (depth > Budget::braceDepth) tooMuch_ = true;
     std::size_t literal = begin;
     for (std::size_t at = begin; at < end && !tooMuch_;) {
         const auto pair = source_[at] == '{' ? pairs_.find(at) : pairs_.end();
@@ -153,7 +151,7 @@ Words Expansion::expandPair(std::size_t open, const Pair& pair, std::size_t dept
         }
         if (at == pair.close || source_[at] == ',') {
             for (std::string& word : expand(begin, at, depth + 1)) words.push_back(std::move(word));
-            if (words.size() > maxWords) tooMuch_ = true;
+            if (words.size() > Budget::braceWordsPerList) tooMuch_ = true;
             begin = at + 1;
         }
         at += unitLength(source_, at);
@@ -163,7 +161,7 @@ Words Expansion::expandPair(std::size_t open, const Pair& pair, std::size_t dept
 
 Words Expansion::countThrough(const Range& range) {
     Words words;
-    if (std::labs(range.last - range.first) >= static_cast<long>(maxWords)) {
+    if (std::labs(range.last - range.first) >= static_cast<long>(Budget::braceWordsPerList)) {
         tooMuch_ = true;
         return words;
     }
@@ -179,8 +177,8 @@ void Expansion::append(Words& words, const Words& endings) {
     std::size_t endingBytes = 0;
     for (const std::string& word : words) wordBytes += word.size();
     for (const std::string& ending : endings) endingBytes += ending.size();
-    tooMuch_ = tooMuch_ || words.size() * endings.size() > maxWords ||
-               wordBytes * endings.size() + endingBytes * words.size() > maxBytes;
+    tooMuch_ = tooMuch_ || words.size() * endings.size() > Budget::braceWordsPerList ||
+               wordBytes * endings.size() + endingBytes * words.size() > Budget::braceBytes;
     if (tooMuch_) return;
     if (endings.size() == 1) {
         for (std::string& word : words) word += endings.front();
@@ -196,7 +194,7 @@ void Expansion::append(Words& words, const Words& endings) {
 } // namespace
 
 std::optional<std::vector<std::string>> expandBraces(std::string_view source) {
-    if (source.size() > maxBytes) return std::nullopt;
+    if (source.size() > Budget::braceBytes) return std::nullopt;
     return Expansion(source).all();
 }
 

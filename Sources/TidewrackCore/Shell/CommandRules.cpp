@@ -1,7 +1,8 @@
 #include "Shell/CommandRules.hpp"
 
-#include "Shell/Expansion.hpp"
 #include "Shell/GitRules.hpp"
+#include "Shell/Readers.hpp"
+#include "Shell/Wrappers.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -22,13 +23,11 @@ constexpr std::array declarations = {"export"sv, "local"sv, "declare"sv, "typese
 constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     "while"sv, "until"sv,
                                       "do"sv, "{"sv,    "!"sv,    "function"sv, "coproc"sv};
 
-constexpr std::array wrappers = {"sudo"sv, "command"sv, "env"sv,     "nohup"sv, "time"sv,
-                                 "nice"sv, "exec"sv,    "builtin"sv, "doas"sv};
-
 // Commands that change what the line knows, not the disk.
-constexpr std::array builtins = {"cd"sv, "pushd"sv, "popd"sv, "for"sv, "select"sv, "read"sv};
+constexpr std::array builtins = {"cd"sv,   "pushd"sv, "popd"sv,  "for"sv,       "select"sv,
+                                 "read"sv, "trap"sv,  "alias"sv, "readarray"sv, "mapfile"sv};
 
-constexpr std::array findActions = {"-delete"sv, "-exec"sv, "-execdir"sv, "-ok"sv};
+constexpr std::array findRuns = {"-exec"sv, "-execdir"sv, "-ok"sv, "-okdir"sv};
 
 constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
                                   "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
@@ -99,7 +98,7 @@ class Examination {
     Examination(Words words, const std::string& cwd, Effects& effects)
         : name_(commandName(words.front())), arguments_(words.subspan(1)), cwd_(cwd), effects_(effects) {}
 
-    void run();
+    bool run(); // false when there is no rule for the command
 
     void runScript();
     void git();
@@ -118,6 +117,7 @@ class Examination {
     void targetDestinations(const std::vector<const Word*>& operands);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
+    void targetTestedTree(const Word& root);
 
     std::string_view name_;
     Words arguments_;
@@ -145,6 +145,7 @@ constexpr Rule rules[] = {
     {"chmod", &E::changeModes},
     {"chown", &E::changeModes},
     {"cp", &E::copy},
+    {"dash", &E::runScript},
     {"dd", &E::copyBlocks},
     {"deno", &E::runScript},
     {"ditto", &E::copy},
@@ -155,6 +156,7 @@ constexpr Rule rules[] = {
     {"go", &E::runScript},
     {"gsed", &E::editInPlace},
     {"install", &E::copy},
+    {"ksh", &E::runScript},
     {"ln", &E::copy},
     {"make", &E::runScript},
     {"mv", &E::move},
@@ -223,19 +225,50 @@ bool isReserved(const Word& word) {
 constexpr NameFilter commandFilter = [] {
     NameFilter filter;
     for (const std::string_view name : declarations) filter.add(name);
-    for (const std::string_view name : wrappers) filter.add(name);
     for (const std::string_view name : builtins) filter.add(name);
     for (const Rule& rule : rules) filter.add(rule.name);
     return filter;
 }();
 
-void Examination::run() {
-    if (const Rule* rule = ruleFor(name_)) (this->*rule->apply)();
+bool onlyReads(const Rule& rule, Words arguments);
+
+// Whether a command changes nothing that could not be undone by hand, whatever operands follow.
+bool commandOnlyReads(std::vector<Word> words) {
+    if (unwrap(words).text) return false;
+    if (words.empty()) return true;
+    const std::string_view name = commandName(words.front());
+    const Words arguments = Words(words).subspan(1);
+    if (const Rule* rule = ruleFor(name)) return onlyReads(*rule, arguments);
+    return isReader(name) && !isToldToWrite(name, arguments);
+}
+
+// Whether find removes what it finds, or runs a program on it that may.
+bool findChanges(Words arguments) {
+    const auto endsRun = [](const Word& word) { return word.text == ";" || word.text == "+"; };
+    for (auto word = arguments.begin(); word != arguments.end(); ++word) {
+        if (word->text == "-delete") return true;
+        if (!isIn(findRuns, word->text)) continue;
+        const auto end = std::find_if(word + 1, arguments.end(), endsRun);
+        if (!commandOnlyReads({word + 1, end})) return true;
+        if (end == arguments.end()) return false;
+        word = end;
+    }
+    return false;
+}
+
+bool Examination::run() {
+    const Rule* rule = ruleFor(name_);
+    if (!rule) return false;
+    (this->*rule->apply)();
+    const auto isUnknown = [](const Word& word) { return word.unknown; };
+    if (!onlyReads(*rule, arguments_) && std::any_of(arguments_.begin(), arguments_.end(), isUnknown))
+        effects_.opaque(cwd_);
+    return true;
 }
 
 // Its effect lies in a script.
 void Examination::runScript() {
-    effects_.opaque(cwd_);
+    if (!onlyReads(*ruleFor(name_), arguments_)) effects_.opaque(cwd_);
 }
 
 void Examination::git() {
@@ -332,13 +365,28 @@ std::size_t wordsBeforeRoots(Words arguments) {
 }
 
 void Examination::find() {
-    if (!holdsAny(arguments_, findActions)) return;
+    if (!findChanges(arguments_)) return;
     const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
     const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
-    const Extent extent = holdsAny(arguments_, findTests) ? Extent::item : Extent::removed;
-    for (const Word& root : roots) effects_.targetWord(root, cwd_, linksOf(root), extent);
+    const bool wholeTree = !holdsAny(arguments_, findTests);
+    for (const Word& root : roots) {
+        if (wholeTree)
+            effects_.targetWord(root, cwd_, linksOf(root), Extent::removed);
+        else
+            targetTestedTree(root);
+    }
+}
+
+// Only what passes the tests goes: a protected folder stays, and is too large to be kept.
+void Examination::targetTestedTree(const Word& root) {
+    for (std::string& path : effects_.resolve(root, cwd_)) {
+        if (effects_.isProtected(path, linksOf(root)))
+            effects_.suspectProjectsIn(path);
+        else
+            effects_.target(std::move(path), cwd_, linksOf(root));
+    }
 }
 
 // Whether the value of an option of xargs is the next word: -n 1, -0I {}, --max-args 1, but not -n1.
@@ -347,12 +395,12 @@ bool takesNextWord(const Word& option) {
     return option.text.find_first_of(xargsValueLetters, 1) == option.text.size() - 1;
 }
 
-// Whether a command that has a rule changes nothing that could not be undone by hand, whatever operands it is given.
-bool onlyReads(const Rule& rule, Words command) {
-    if (rule.apply == &E::editInPlace) return !editsInPlace(command);
-    if (rule.apply == &E::changeModes) return !isRecursive(command);
-    if (rule.apply == &E::find) return !holdsAny(command, findActions);
-    return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(command));
+bool onlyReads(const Rule& rule, Words arguments) {
+    if (rule.apply == &E::editInPlace) return !editsInPlace(arguments);
+    if (rule.apply == &E::changeModes) return !isRecursive(arguments);
+    if (rule.apply == &E::find) return !findChanges(arguments);
+    if (rule.apply == &E::runScript) return onlyTellsOfItself(arguments) || hasReadingSubcommand(rule.name, arguments);
+    return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(arguments));
 }
 
 // What the command works on is not known.
@@ -362,11 +410,11 @@ void Examination::xargs() {
         index += takesNextWord(arguments_[index]) ? 2U : 1U;
     if (index >= arguments_.size()) return;
     std::vector<Word> command(arguments_.begin() + static_cast<std::ptrdiff_t>(index), arguments_.end());
-    strip(command);
+    (void)unwrap(command);
     if (command.empty()) return;
     const Rule* rule = ruleFor(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
-    if (rule && !onlyReads(*rule, command)) effects_.opaque(cwd_);
+    if (rule && !onlyReads(*rule, Words(command).subspan(1))) effects_.opaque(cwd_);
 }
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
@@ -384,8 +432,8 @@ bool isDeclaration(const Word& word) {
 bool mayMatter(const Word& first) {
     if (first.expands || first.text.find('=') != std::string::npos) return true;
     const std::string_view name = commandName(first);
-    return commandFilter.mayHold(name) &&
-           (isIn(declarations, name) || isIn(wrappers, name) || isIn(builtins, name) || ruleFor(name));
+    if (isWrapper(name)) return true;
+    return commandFilter.mayHold(name) && (isIn(declarations, name) || isIn(builtins, name) || ruleFor(name));
 }
 
 std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
@@ -394,33 +442,16 @@ std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
     return std::min(count, words.size());
 }
 
-std::size_t assignmentAt(const Word& word) {
-    const std::size_t equals = word.text.find('=');
-    if (equals == std::string::npos || equals >= word.plain || nameLength(word.text) == 0) return 0;
-    return word.text[0] >= '0' && word.text[0] <= '9' ? 0 : equals;
+bool isKnown(const Word& first, Words arguments) {
+    std::string_view name = commandName(first);
+    if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
+    if (isReader(name)) return !isToldToWrite(name, arguments);
+    return onlyTellsOfItself(arguments) || hasReadingSubcommand(name, arguments) || first.text == "}" ||
+           first.text == "{";
 }
 
-std::string_view commandName(const Word& word) {
-    return lastComponent(word.text);
-}
-
-void strip(std::vector<Word>& words) {
-    std::size_t index = 0;
-    while (index < words.size()) {
-        if (words[index].unknown || assignmentAt(words[index]) > 0) {
-            ++index;
-        } else if (isIn(wrappers, commandName(words[index]))) {
-            ++index;
-            while (index < words.size() && isOption(words[index])) ++index;
-        } else {
-            break;
-        }
-    }
-    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(index));
-}
-
-void examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
-    Examination(words, cwd, effects).run();
+bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
+    return Examination(words, cwd, effects).run() || isKnown(words.front(), Words(words).subspan(1));
 }
 
 } // namespace tidewrack::shell

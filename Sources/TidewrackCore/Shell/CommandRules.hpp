@@ -2,8 +2,9 @@
 // What each known command destroys, by its name and its arguments.
 
 #include "Shell/Effects.hpp"
-#include "Shell/Lexer.hpp"
+#include "Shell/Program.hpp"
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,17 +21,10 @@ namespace tidewrack::shell {
 // its other words need no look.
 [[nodiscard]] bool mayMatter(const Word& first);
 
-// The offset of the "=" when the word assigns to a variable, its name and "=" unquoted; 0 when it does not.
-[[nodiscard]] std::size_t assignmentAt(const Word& word);
+// False when nobody knows what a command of this name does.
+[[nodiscard]] bool isKnown(const Word& first, std::span<const Word> arguments);
 
-// The name a command goes by: the last component of its path.
-[[nodiscard]] std::string_view commandName(const Word& word);
-
-// Drops leading assignments, unknown words and wrappers such as sudo, with the options that follow each. An
-// option's own argument is not recognised: `nice -n 10 make` leaves `10 make`.
-void strip(std::vector<Word>& words);
-
-// Adds what a stripped, expanded command does in the folder `cwd`. `words` is not empty.
-void examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects);
+// Adds what a stripped, expanded command does in the folder `cwd`; false when nobody knows that. `words` is not empty.
+[[nodiscard]] bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects);
 
 } // namespace tidewrack::shell

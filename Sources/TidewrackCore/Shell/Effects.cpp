@@ -1,5 +1,6 @@
 #include "Shell/Effects.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -9,11 +10,6 @@
 namespace tidewrack::shell {
 
 namespace {
-
-constexpr std::size_t maxTargets = 10'000;
-constexpr std::size_t maxTargetBytes = std::size_t{2} << 20;
-constexpr std::size_t maxOpaqueDirs = 1'000;
-constexpr int maxPathsMadeReal = 64;
 
 void sortAndDedupe(std::vector<std::string>& paths) {
     std::sort(paths.begin(), paths.end());
@@ -54,7 +50,7 @@ Effects::Effects(const Context& context)
     : context_(context), protected_(context.home, context.projectRoots), own_(context.protectedPaths) {}
 
 bool Effects::full() const {
-    return decision_.targets.size() >= maxTargets || targetBytes_ >= maxTargetBytes;
+    return decision_.targets.size() >= Budget::targets || targetBytes_ >= Budget::targetBytes;
 }
 
 std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd) {
@@ -68,10 +64,12 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     auto matches = glob_.match(path);
     if (!matches)
         paths.emplace_back(folderAbovePattern(path));
-    else if (matches->empty())
-        paths.emplace_back(parentOf(path));
-    else
+    else if (!matches->empty())
         paths = std::move(*matches);
+    else if (lastComponent(path).find_first_not_of("*?") == std::string_view::npos)
+        paths.emplace_back(parentOf(path)); // whatever will be in it is meant
+    else
+        suspect(parentOf(path)); // what matches may be made by the line itself
     return paths;
 }
 
@@ -108,7 +106,7 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
     if (decision_.verdict.kind != Verdict::Kind::allow || context_.projectRoots.empty()) return;
     askIfContainsProject(path, context_.projectRoots, decision_.verdict);
     if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
-    if (++pathsMadeReal_ > maxPathsMadeReal) return;
+    if (++pathsMadeReal_ > Budget::pathsMadeReal) return;
     const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
     if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
 }
@@ -116,7 +114,24 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
 void Effects::opaque(std::string_view folder) {
     decision_.opaque = true;
     auto& folders = decision_.opaqueDirs;
-    if ((folders.empty() || folders.back() != folder) && folders.size() < maxOpaqueDirs) folders.emplace_back(folder);
+    if ((folders.empty() || folders.back() != folder) && folders.size() < Budget::opaqueFolders)
+        folders.emplace_back(folder);
+}
+
+void Effects::suspect(std::string_view folder) {
+    auto& folders = decision_.suspected;
+    if ((folders.empty() || folders.back() != folder) && folders.size() < Budget::opaqueFolders)
+        folders.emplace_back(folder);
+}
+
+void Effects::suspectProjectsIn(const std::string& folder) {
+    for (const std::string& root : context_.projectRoots)
+        if (isAtOrBelow(root, folder)) suspect(root);
+    suspect(folder);
+}
+
+bool Effects::isProtected(const std::string& path, Links links) {
+    return protected_.holdsText(path) || protected_.holdsFolder(path, links == Links::followed);
 }
 
 void Effects::denyCatastrophes() {
@@ -138,6 +153,7 @@ Decision Effects::decide() {
         sortAndDedupe(*paths);
     }
     sortAndDedupe(decision_.opaqueDirs);
+    sortAndDedupe(decision_.suspected);
     denyCatastrophes();
     for (auto* paths : {&targets, &decision_.followed}) {
         paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());

@@ -2,8 +2,8 @@
 // What the commands of one line may do, gathered while they are examined one after the other.
 
 #include "Shell/Decision.hpp"
-#include "Shell/Lexer.hpp"
 #include "Shell/OwnPaths.hpp"
+#include "Shell/Program.hpp"
 #include "Shell/ProtectedFolders.hpp"
 #include "Shell/WordPaths.hpp"
 
@@ -57,6 +57,14 @@ class Effects {
     // Something whose effect cannot be known runs in `folder`.
     void opaque(std::string_view folder);
     [[nodiscard]] bool isOpaque() const { return decision_.opaque; }
+
+    // Something may change in `folder`, by a guess. Nobody is asked or refused anything for that.
+    void suspect(std::string_view folder);
+    // The same for all projects in it.
+    void suspectProjectsIn(const std::string& folder);
+
+    // Whether a protected folder stands at the path.
+    [[nodiscard]] bool isProtected(const std::string& path, Links links);
 
     // Judges all targets and hands out the decision, once.
     [[nodiscard]] Decision decide();

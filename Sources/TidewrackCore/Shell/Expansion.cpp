@@ -1,5 +1,6 @@
 #include "Shell/Expansion.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
@@ -9,11 +10,12 @@ namespace tidewrack::shell {
 
 namespace {
 
-constexpr std::size_t maxHandedOut = std::size_t{1} << 18;
-constexpr std::size_t maxAssigned = 1'000;
-
 bool isAsciiNameByte(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
 
 std::string_view plainValue(std::string_view name, std::string_view home, Variables& variables) {
@@ -52,6 +54,13 @@ std::string bracedValue(std::string_view body, std::string_view home, Variables&
     const std::size_t length = nameLength(body);
     const std::string_view name = body.substr(0, length);
     const std::string_view operation = body.substr(length);
+    if (length > 0 && operation.starts_with(":=")) {
+        const std::string value(plainValue(name, home, variables));
+        if (!value.empty()) return value;
+        std::string assigned = expandedFallback(operation.substr(2), home, variables);
+        if (!variables.assign(name, assigned)) variables.setUnfollowed(true);
+        return assigned;
+    }
     // ${X:?text} is $X, or the shell stops before it runs the command.
     if (operation.empty() || operation.starts_with(":?")) return std::string(plainValue(name, home, variables));
     if (length > 0 && leavesNothing(operation) && plainValue(name, home, variables).empty()) return "";
@@ -66,11 +75,19 @@ std::size_t expandDollar(std::string_view text, std::string_view home, Variables
         out += bracedValue(text.substr(2, close - 2), home, variables);
         return std::min(close + 1, text.size());
     }
-    const std::size_t length = nameLength(text.substr(1));
+    if (text.size() > 1 && std::string_view("@*#?!$").find(text[1]) != std::string_view::npos) {
+        variables.setUnfollowed(true);
+        return 2;
+    }
+    std::size_t length = nameLength(text.substr(1));
+    if (length > 1 && isDigit(text[1])) length = 1; // $10 is $1 and a 0
+    const std::string_view name = text.substr(1, length);
     if (length == 0)
         out += '$';
+    else if (isDigit(name[0]) && !variables.value(name))
+        variables.setUnfollowed(true); // what a script or function is called with
     else
-        out += plainValue(text.substr(1, length), home, variables);
+        out += plainValue(name, home, variables);
     return 1 + length;
 }
 
@@ -109,7 +126,7 @@ bool Variables::assign(std::string_view name, std::string value) {
         found->second = std::move(value);
         return true;
     }
-    if (assigned_.size() >= maxAssigned) return false;
+    if (assigned_.size() >= Budget::variables) return false;
     assigned_.emplace(name, std::move(value));
     lastName_.clear();
     lastValue_ = nullptr;
@@ -131,7 +148,7 @@ const std::string* Variables::find(std::string_view name) {
 std::optional<std::string_view> Variables::value(std::string_view name) {
     const std::string* found = find(name);
     if (!found) return std::nullopt;
-    if (handedOut_ + found->size() > maxHandedOut) {
+    if (handedOut_ + found->size() > Budget::valueBytes) {
         unfollowed_ = true;
         return std::nullopt;
     }

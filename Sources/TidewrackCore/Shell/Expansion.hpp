@@ -2,12 +2,13 @@
 // Tilde and variable expansion of one word.
 
 #include "Shell/Decision.hpp"
-#include "Shell/Lexer.hpp"
+#include "Shell/Program.hpp"
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tidewrack::shell {
 
@@ -28,6 +29,12 @@ class Variables {
     // True once something was expanded whose value cannot be known, until it is cleared.
     [[nodiscard]] bool unfollowed() const { return unfollowed_; }
     void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }
+
+    [[nodiscard]] const Environment& assigned() const { return assigned_; }
+    void setAssigned(Environment assigned) {
+        assigned_ = std::move(assigned);
+        lastName_.clear();
+    }
 
   private:
     [[nodiscard]] const std::string* find(std::string_view name);

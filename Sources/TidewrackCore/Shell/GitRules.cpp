@@ -1,5 +1,6 @@
 #include "Shell/GitRules.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -15,9 +16,6 @@ using Words = std::span<const Word>;
 
 // Global options whose value is a word of its own.
 constexpr std::array valueOptions = {"-c"sv, "--git-dir"sv, "--work-tree"sv, "--namespace"sv};
-
-// A folder given as a pattern is followed into each match only by commands of up to so many words.
-constexpr std::size_t maxWordsBehindPattern = 64;
 
 constexpr std::array stashTriggers = {"push"sv, "save"sv, "-u"sv, "--include-untracked"sv, "--all"sv, "-a"sv};
 
@@ -78,6 +76,16 @@ bool changesWorkTree(std::string_view subcommand, Words arguments) {
     return isIn(alwaysChanging, subcommand);
 }
 
+// Where the subcommand stands, behind global options.
+std::size_t subcommandAt(Words words) {
+    std::size_t index = 0;
+    while (index < words.size() && isOption(words[index])) {
+        const std::string& option = words[index].text;
+        index += option == "-C" || isIn(valueOptions, option) ? 2U : 1U;
+    }
+    return index;
+}
+
 } // namespace
 
 void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
@@ -89,7 +97,7 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
         if (hasValue && option == "-C") {
             const Word& folder = arguments[index + 1];
             const Words rest = arguments.subspan(index + 2);
-            if (folder.glob && rest.size() > maxWordsBehindPattern) return effects.opaque(workTree);
+            if (folder.glob && rest.size() > Budget::wordsBehindPattern) return effects.opaque(workTree);
             if (folder.glob) {
                 for (const std::string& match : effects.resolve(folder, workTree)) examineGit(rest, match, effects);
                 return;
@@ -111,11 +119,10 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
 }
 
 bool gitOnlyReads(Words words) {
-    const auto mayChange = [](const Word& word) {
-        return word.unknown || isIn(checkouts, word.text) || isIn(sometimesChanging, word.text) ||
-               isIn(alwaysChanging, word.text);
-    };
-    return words.size() > 1 && std::none_of(words.begin(), words.end(), mayChange);
+    const std::size_t index = subcommandAt(words);
+    if (index >= words.size() || words[index].unknown) return false;
+    const std::string_view subcommand = words[index].text;
+    return !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) && !isIn(alwaysChanging, subcommand);
 }
 
 } // namespace tidewrack::shell

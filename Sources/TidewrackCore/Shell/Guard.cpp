@@ -1,14 +1,19 @@
 #include "Shell/Guard.hpp"
 
-#include "Shell/Braces.hpp"
+#include "Shell/Budget.hpp"
 #include "Shell/CommandRules.hpp"
 #include "Shell/Effects.hpp"
-#include "Shell/Expansion.hpp"
+#include "Shell/Lexer.hpp"
+#include "Shell/NestedText.hpp"
+#include "Shell/Position.hpp"
+#include "Shell/WordValues.hpp"
+#include "Shell/Wrappers.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
 #include <iterator>
-#include <span>
+#include <optional>
+#include <set>
 #include <utility>
 
 namespace tidewrack::shell {
@@ -17,40 +22,8 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::string_view blanks = " \t\n";
-constexpr std::string_view blanksAndGlobs = " \t\n*?[";
-constexpr std::size_t maxFolderLength = 4096;
-constexpr std::size_t maxFolderChanges = 1'000;
-constexpr std::size_t maxSavedFolders = 64;
-constexpr std::size_t maxLoops = 8;
-constexpr std::size_t maxAlternatives = 1'000;
-constexpr std::size_t maxAlternativesPerLine = 10'000;
-constexpr std::size_t maxBraceWordsPerLine = 2'000;
-
-// A variable that takes several values one after the other, or (none) values that only running would show.
-struct Loop {
-    std::string name;
-    std::vector<Word> values;
-};
-
-bool mentions(std::string_view text, std::string_view name) {
-    for (std::size_t at = text.find('$'); at != std::string_view::npos; at = text.find('$', at + 1)) {
-        std::string_view behind = text.substr(at + 1);
-        if (behind.starts_with('{')) behind.remove_prefix(1);
-        if (behind.starts_with(name) && nameLength(behind) == name.size()) return true;
-    }
-    return false;
-}
-
 bool mayAssign(const Word& word) {
     return word.expands && word.text.find("${") != std::string::npos && word.text.find('=') != std::string::npos;
-}
-
-// The work of expanding the words once more, counted in alternatives of usual size.
-std::size_t costOf(const std::vector<Word>& words) {
-    std::size_t bytes = 0;
-    for (const Word& word : words) bytes += 64 + word.text.size();
-    return 1 + bytes / 256;
 }
 
 // Whether a command can be passed over: its name means nothing here, and no ${X:=value} hides in its words.
@@ -58,398 +31,248 @@ bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::cons
     return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
 }
 
-// Follows one command line from command to command: where it is, what its variables hold.
-class Analysis {
+// Follows one command line from command to command. Each goes one way: what stands around it is peeled off, its words
+// get their values, and what is left is judged.
+class Guard {
   public:
-    explicit Analysis(const Context& context)
-        : context_(context), effects_(context), variables_(context.env), cwd_(absolutePath(context.cwd, "/")),
-          previousCwd_(cwd_) {}
+    explicit Guard(const Context& context)
+        : context_(context), effects_(context), position_(absolutePath(context.cwd, "/")),
+          values_(context, effects_, position_) {}
 
-    Decision run(std::string_view command);
+    Decision run(std::string_view line);
 
   private:
-    void take(Simple& simple);
-    void examineForEach(const std::vector<Word>& words, std::span<Loop* const> loops);
-    std::vector<Loop*> choicesIn(const std::vector<Word>& words);
-    void leaveSubshells(std::size_t sharedDepth);
-    bool assignAll(const std::vector<Word>& words, bool declared);
-    void assign(const Word& word, std::size_t equals);
-    void expandBraceLists(Simple& simple);
-    void expandAll(std::vector<Word>& words);
-    void shortenOwnHome(Word& word) const;
-    void expandOne(Word& word);
-    void setUnknown(Word& word);
-    std::vector<Word> expandedOverLoops(std::vector<Word> words);
-    void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
-    void bindLoop(std::string_view name, std::vector<Word> values);
-    void forgetLoop(std::string_view name);
-    std::vector<Word> takenApart(const std::vector<Word>& words);
-    bool takeBuiltin(std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    void take(Command& command);
+    void takeNested(const Program& program);
+    bool takeDefinition(const Command& command);
+    void peel(std::vector<Word>& words);
+    void takeText(const NestedText& nested);
+    [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
+    bool takeInputs(const std::vector<Word>& words, Command& command);
+    void takeUnknown();
+    void judge(WordValues::Readings readings);
+    bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    void goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth);
     void enter(std::string folder, std::size_t depth);
-
-    struct SavedFolder {
-        std::size_t depth;
-        std::string folder;
-    };
+    void opaque() { effects_.opaque(position_.folder()); }
 
     const Context& context_;
     Effects effects_;
-    Variables variables_;
-    std::string cwd_;
-    std::string previousCwd_;
-    std::vector<std::string> pushed_; // by pushd, for popd; as many as changes of folder are followed at most
-    std::size_t folderChanges_ = 0;
-    std::vector<SavedFolder> saved_; // to go back to when a parenthesis closes
-    std::vector<Loop> loops_;
-    std::size_t alternatives_ = 0;
-    std::size_t braceWords_ = 0;
+    Position position_;
+    WordValues values_;
+    std::size_t nesting_ = 0; // how many substitutions and texts the command stands in
+    std::size_t nestedBytes_ = 0;
+    std::set<std::string, std::less<>> functions_;
+    std::optional<std::string> written_; // by the command before into a pipe, where that can be told
 };
 
-Decision Analysis::run(std::string_view command) {
-    Lexer lexer(command);
-    Simple simple;
-    variables_.assign("PWD", cwd_);
-    while (lexer.next(simple)) take(simple);
-    if (lexer.opaque() || effects_.isOpaque()) effects_.opaque(cwd_);
+Decision Guard::run(std::string_view line) {
+    Lexer lexer(line);
+    Command command;
+    while (lexer.next(command)) take(command);
+    if (lexer.opaque() || effects_.isOpaque()) opaque();
     return effects_.decide();
 }
 
-void Analysis::take(Simple& simple) {
-    leaveSubshells(simple.sharedDepth);
-    if (simple.opaque) effects_.opaque(cwd_);
-    if (!simple.braced.empty()) expandBraceLists(simple);
-    std::vector<Word>& words = simple.words;
+void Guard::take(Command& command) {
+    if (position_.leaveSubshells(command.sharedDepth)) values_.noteFolder(false);
+    if (command.opaque) opaque();
+    for (const Substitution& substitution : command.nested) takeNested(substitution.program);
+    if (!command.braced.empty()) values_.expandBraceLists(command);
+    std::vector<Word>& words = command.words;
     auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
-    if (!simple.redirects.empty()) {
-        expandAll(simple.redirects);
-        for (const Word& target : simple.redirects) effects_.targetWord(target, cwd_);
+    if (!command.redirects.empty()) {
+        values_.expandAll(command.redirects, command);
+        for (const Word& target : command.redirects) effects_.targetWord(target, position_.folder());
     }
-    if (isHarmless(first, words.end())) return;
+    if (takeDefinition(command)) return;
+    if (isHarmless(first, words.end()) && !command.toPipe) {
+        if (first != words.end() && !isKnown(*first, {first + 1, words.end()}) && !functions_.contains(first->text))
+            takeUnknown();
+        return;
+    }
     const bool declared = isDeclaration(*first);
     if (declared) ++first;
     words.erase(words.begin(), first);
-    if (words.empty() || assignAll(words, declared)) return;
+    if (words.empty() || values_.assignAll(words, declared, command) || declared) return;
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "pushd"sv || last == "popd"sv;
-    const std::vector<Loop*> choices = choicesIn(words);
-    const std::vector<Word> unexpanded = choices.empty() ? std::vector<Word>() : words;
-    expandAll(words);
-    std::vector<Word> apart = takenApart(words);
-    strip(words);
-    strip(apart);
+    const std::vector<Word> unexpanded = values_.vary(words) ? words : std::vector<Word>();
+    WordValues::Readings readings = values_.read(std::move(words), command);
+    if (!readings.whole.empty() && readings.whole.front().unknown) opaque(); // nobody knows what it runs
+    peel(readings.apart);
+    peel(readings.whole);
+    if (takeInputs(readings.whole, command)) return;
+    const std::vector<Word>& apart = readings.apart;
     const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
-    if (loop && apart.size() > 3) words.insert(words.end(), apart.begin() + 3, apart.end());
-    if (!words.empty() && takeBuiltin(words, simple.depth, !endsWithName)) return;
-    if (!choices.empty()) return examineForEach(unexpanded, choices);
-    if (!apart.empty()) examine(apart, cwd_, effects_);
-    if (!words.empty()) examine(words, cwd_, effects_);
-}
-
-// The loop variables of several values that the words mention; none when it would take too long to try them all.
-std::vector<Loop*> Analysis::choicesIn(const std::vector<Word>& words) {
-    std::vector<Loop*> choices;
-    for (Loop& loop : loops_) {
-        const auto isIn = [&](const Word& word) { return word.expands && mentions(word.text, loop.name); };
-        if (loop.values.size() > 1 && std::any_of(words.begin(), words.end(), isIn)) choices.push_back(&loop);
-    }
-    if (!choices.empty() && alternatives_ + costOf(words) > maxAlternativesPerLine) {
-        effects_.opaque(cwd_);
-        choices.clear();
-    }
-    return choices;
-}
-
-// Examines a command as often as a loop runs it, each time with one value for every loop variable: side by side
-// the values would take the places of each other's sources and destinations.
-void Analysis::examineForEach(const std::vector<Word>& words, std::span<Loop* const> loops) {
-    if (loops.empty()) {
-        std::vector<Word> expanded = words;
-        expandAll(expanded);
-        std::vector<Word> apart = takenApart(expanded);
-        strip(expanded);
-        strip(apart);
-        if (!apart.empty()) examine(apart, cwd_, effects_);
-        if (!expanded.empty()) examine(expanded, cwd_, effects_);
-        return;
-    }
-    std::vector<Word>& values = loops.front()->values;
-    std::vector<Word> all = std::exchange(values, {});
-    for (const Word& value : all) {
-        alternatives_ += costOf(words) + value.text.size() / 256;
-        if (alternatives_ > maxAlternativesPerLine) {
-            effects_.opaque(cwd_);
-            break;
-        }
-        values.assign(1, value);
-        examineForEach(words, loops.subspan(1));
-    }
-    values = std::move(all);
-}
-
-// The words as a shell sees them that takes an unquoted variable's value apart at its blanks and then for
-// patterns; empty when that is no other reading. Not all shells do, so that both readings count.
-std::vector<Word> Analysis::takenApart(const std::vector<Word>& words) {
-    std::vector<Word> apart;
-    if (std::none_of(words.begin(), words.end(), [](const Word& word) { return word.splits; })) return apart;
-    for (const Word& word : words) {
-        if (!word.splits) {
-            apart.push_back(word);
-            continue;
-        }
-        const std::string_view text = word.text;
-        for (std::size_t begin = text.find_first_not_of(blanks); begin != std::string_view::npos;) {
-            const std::size_t end = std::min(text.find_first_of(blanks, begin), text.size());
-            if (++alternatives_ > maxAlternativesPerLine) {
-                effects_.opaque(cwd_);
-                return {};
-            }
-            Word& part = apart.emplace_back();
-            part.text = text.substr(begin, end - begin);
-            part.glob = part.text.find_first_of("*?[") != std::string::npos;
-            begin = text.find_first_not_of(blanks, end);
-        }
-    }
-    return apart;
-}
-
-// A change of folder inside parentheses ends with them.
-void Analysis::leaveSubshells(std::size_t sharedDepth) {
-    while (!saved_.empty() && saved_.back().depth > sharedDepth) {
-        cwd_ = std::move(saved_.back().folder);
-        variables_.assign("PWD", cwd_);
-        saved_.pop_back();
-    }
-}
-
-// True when the words are nothing but assignments, which are recorded. Behind a declaration word they are
-// recorded also among options and plain names.
-bool Analysis::assignAll(const std::vector<Word>& words, bool declared) {
-    const auto at = [](const Word& word) {
-        const std::size_t equals = assignmentAt(word);
-        return nameLength(word.text) == equals ? equals : 0;
+    if (loop && apart.size() > 3) readings.whole.insert(readings.whole.end(), apart.begin() + 3, apart.end());
+    if (!readings.whole.empty() && takeBuiltin(readings.whole, command, !endsWithName)) return;
+    const auto judgeRun = [&](WordValues::Readings&& run) {
+        peel(run.apart);
+        peel(run.whole);
+        judge(std::move(run));
     };
-    const bool all = std::all_of(words.begin(), words.end(), [&](const Word& word) { return at(word) > 0; });
-    if (!all && !declared) return false;
-    for (const Word& word : words)
-        if (const std::size_t equals = at(word); equals > 0) assign(word, equals);
-    return all;
+    if (unexpanded.empty() || !values_.forEachRun(unexpanded, command, judgeRun)) judge(std::move(readings));
 }
 
-void Analysis::assign(const Word& word, std::size_t equals) {
-    const std::string name = word.text.substr(0, equals);
-    Word value = word;
-    value.text.erase(0, equals + 1);
-    value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
-    value.plain = 0;
-    value.expands = true;
-    if (!loops_.empty()) {
-        std::vector<Word> values;
-        expandOver(std::move(value), 0, false, values);
-        if (values.size() != 1 || values.front().unknown) return bindLoop(name, std::move(values));
-        value = std::move(values.front());
-        forgetLoop(name);
-    } else {
-        expandOne(value);
-        if (value.unknown) return bindLoop(name, {});
+// Commands that run for what they print, in a shell of their own.
+void Guard::takeNested(const Program& program) {
+    if (program.commands.empty()) return;
+    const Position position = position_;
+    Environment assigned = values_.assigned();
+    ++nesting_;
+    for (const Command& command : program.commands) {
+        Command copy = command;
+        take(copy);
     }
-    if (!variables_.assign(name, std::move(value.text))) effects_.opaque(cwd_);
+    --nesting_;
+    position_ = position;
+    values_.setAssigned(std::move(assigned));
 }
 
-void Analysis::expandBraceLists(Simple& simple) {
-    std::vector<Word> words;
-    words.reserve(simple.words.size());
-    std::size_t taken = 0;
-    const auto takeUntil = [&](std::size_t end) {
-        for (; taken < end; ++taken) words.push_back(std::move(simple.words[taken]));
-    };
-    for (const BracedWord& braced : simple.braced) {
-        if (!holdsBraceList(braced.source) || assignmentAt(simple.words[braced.index]) > 0) continue;
-        const auto sources = braceWords_ < maxBraceWordsPerLine ? expandBraces(braced.source) : std::nullopt;
-        if (!sources) {
-            effects_.opaque(cwd_);
-            if (braceWords_ >= maxBraceWordsPerLine) break;
-            continue;
-        }
-        takeUntil(braced.index);
-        ++taken;
-        braceWords_ += sources->size();
-        Simple one;
-        for (const std::string& source : *sources) {
-            Lexer lexer(source);
-            if (!lexer.next(one)) continue;
-            for (Word& word : one.words) words.push_back(std::move(word));
-        }
-    }
-    if (taken == 0) return;
-    takeUntil(simple.words.size());
-    simple.words = std::move(words);
-}
-
-// Expands the words where they stand. What an unset variable leaves behind outside quotes is no word at all.
-void Analysis::expandAll(std::vector<Word>& words) {
-    const bool overLoops = !loops_.empty();
-    if (overLoops) words = expandedOverLoops(std::move(words));
-    std::size_t kept = 0;
-    for (std::size_t index = 0; index < words.size(); ++index) {
-        Word& word = words[index];
-        if (!overLoops) expandOne(word);
-        if (word.text.empty() && !word.quoted && !word.unknown) continue;
-        if (kept != index) words[kept] = std::move(word);
-        ++kept;
-    }
-    words.resize(kept);
-}
-
-// The user's own ~name is ~.
-void Analysis::shortenOwnHome(Word& word) const {
-    for (const std::string_view variable : {"USER"sv, "LOGNAME"sv}) {
-        const auto user = context_.env.find(variable);
-        if (user == context_.env.end() || user->second.empty()) continue;
-        const std::string_view rest = std::string_view(word.text).substr(1);
-        const std::size_t length = user->second.size();
-        if (!rest.starts_with(user->second) || (rest.size() > length && rest[length] != '/')) continue;
-        word.text.erase(1, length);
-        return;
+void Guard::judge(WordValues::Readings readings) {
+    for (const auto* words : {&readings.apart, &readings.whole}) {
+        if (words->empty()) continue;
+        if (const auto nested = nestedText(*words))
+            takeText(*nested);
+        else if (!functions_.contains(words->front().text) && !examine(*words, position_.folder(), effects_) &&
+                 (readings.apart.empty() || words == &readings.apart))
+            takeUnknown();
     }
 }
 
-// A word whose value cannot be known becomes empty: a guess such as "/*" for "$unknown/*" would be refused for
-// no reason. It stays where it is, because many commands tell sources from destinations by their places.
-void Analysis::setUnknown(Word& word) {
-    word.text.clear();
-    word.plain = 0;
-    word.glob = word.splits = false;
-    word.unknown = true;
-    effects_.opaque(cwd_);
+// Takes off wrappers; what they are told to run as a text is run.
+void Guard::peel(std::vector<Word>& words) {
+    const Unwrapped around = unwrap(words);
+    if (around.text) takeText({around.text->text, around.text->unknown, true});
 }
 
-void Analysis::expandOne(Word& word) {
-    if (!word.expands) return;
-    if (word.tilde) shortenOwnHome(word);
-    variables_.setUnfollowed(false);
-    const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
-    expandInPlace(word, context_.home, variables_);
-    if (word.glob && word.text.find_first_of("*?[") == std::string::npos) word.glob = false; // it was the ? of ${X:?}
-    word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
-    if (variables_.unfollowed()) setUnknown(word);
+bool Guard::takeDefinition(const Command& command) {
+    if (command.isPattern) return true;
+    if (command.isDefinition && command.words.size() == 1) functions_.insert(command.words.front().text);
+    if (command.words.size() > 1 && command.words.front().text == "function") functions_.insert(command.words[1].text);
+    return command.isDefinition;
 }
 
-std::vector<Word> Analysis::expandedOverLoops(std::vector<Word> words) {
-    std::vector<Word> result;
-    result.reserve(words.size());
-    for (Word& word : words) {
-        if (word.expands)
-            expandOver(std::move(word), 0, false, result);
-        else
-            result.push_back(std::move(word));
+// A text that is parsed as commands, where it runs.
+void Guard::takeText(const NestedText& nested) {
+    nestedBytes_ += nested.text.size();
+    if (nested.unknown || nesting_ >= Budget::nesting || nestedBytes_ > Budget::nestedBytes) return opaque();
+    const Position position = position_;
+    Environment assigned = values_.assigned();
+    for (std::size_t number = 0; number < nested.parameters.size() && number < 10; ++number)
+        if (!nested.parameters[number].unknown) values_.setParameter(number, nested.parameters[number].text);
+    ++nesting_;
+    Lexer lexer(nested.text);
+    for (Command command; lexer.next(command);) take(command);
+    if (lexer.opaque()) opaque();
+    --nesting_;
+    if (!nested.ownShell) return;
+    position_ = position;
+    values_.setAssigned(std::move(assigned));
+}
+
+// What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.
+bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
+    const std::optional<std::string> piped = command.fromPipe ? std::move(written_) : std::nullopt;
+    written_ = command.toPipe ? literalOutput(words) : std::nullopt;
+    if (!readsCommands(words)) {
+        // cat <<EOF | sh
+        if (command.toPipe && words.size() == 1 && words.front().text == "cat" && command.inputs.size() == 1 &&
+            command.inputs.front().kind == Input::Kind::text)
+            written_ = textOf(command.inputs.front(), command);
+        return false;
     }
-    return result;
+    if (piped) {
+        takeText({*piped, false, true});
+        return true;
+    }
+    if (command.inputs.size() != 1 || command.inputs.front().kind != Input::Kind::text) return false;
+    const auto text = textOf(command.inputs.front(), command);
+    takeText({text.value_or(""), !text, true});
+    return true;
 }
 
-// Adds the word once for every value of every loop variable that it mentions.
-void Analysis::expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out) {
-    while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
-    if (loop == loops_.size()) {
-        word.glob |= glob;
-        expandOne(word);
-        out.push_back(std::move(word));
-        return;
-    }
-    if (loops_[loop].values.empty()) {
-        setUnknown(word);
-        out.push_back(std::move(word));
-        return;
-    }
-    for (const Word& value : loops_[loop].values) {
-        alternatives_ += 1 + (word.text.size() + value.text.size()) / 256;
-        if (alternatives_ > maxAlternativesPerLine) return effects_.opaque(cwd_);
-        variables_.assign(loops_[loop].name, value.text);
-        expandOver(word, loop + 1, glob || value.glob, out);
-    }
+std::optional<std::string> Guard::textOf(const Input& input, const Command& command) {
+    std::vector<Word> words = {input.word};
+    values_.expandAll(words, command);
+    if (words.size() != 1 || words.front().unknown) return std::nullopt;
+    return std::move(words.front().text);
 }
 
-void Analysis::bindLoop(std::string_view name, std::vector<Word> values) {
-    forgetLoop(name);
-    variables_.assign(name, "");
-    const auto isUnknown = [](const Word& value) { return value.unknown; };
-    values.erase(std::remove_if(values.begin(), values.end(), isUnknown), values.end());
-    if (loops_.size() >= maxLoops || values.size() > maxAlternatives) return effects_.opaque(cwd_);
-    loops_.push_back({std::string(name), std::move(values)});
-}
-
-void Analysis::forgetLoop(std::string_view name) {
-    loops_.erase(std::remove_if(loops_.begin(), loops_.end(), [&](const Loop& loop) { return loop.name == name; }),
-                 loops_.end());
+// A program that may do anything; in a substitution it always counted as something that only running shows.
+void Guard::takeUnknown() {
+    if (nesting_ > 0)
+        opaque();
+    else
+        effects_.suspect(position_.folder());
 }
 
 // Commands that change what the line knows, not the disk.
-bool Analysis::takeBuiltin(std::vector<Word>& words, std::size_t depth, bool hadArgument) {
+bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument) {
     const std::string_view name = words.front().text;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
-        changeFolder(words, depth, hadArgument);
+        changeFolder(words, command.depth, hadArgument);
         return true;
     }
     if ((name == "for"sv || name == "select"sv) && words.size() > 1) {
         const bool listed = words.size() > 2 && words[2].text == "in";
         const auto firstValue = std::make_move_iterator(listed ? words.begin() + 3 : words.end());
-        bindLoop(words[1].text, std::vector<Word>(firstValue, std::make_move_iterator(words.end())));
+        values_.bindLoop(words[1].text, std::vector<Word>(firstValue, std::make_move_iterator(words.end())));
         return true;
     }
     if (name == "read"sv) {
         for (std::size_t index = 1; index < words.size(); ++index)
             if (nameLength(words[index].text) == words[index].text.size() && !words[index].text.empty())
-                bindLoop(words[index].text, {});
+                values_.bindLoop(words[index].text, {});
         return true;
     }
     return false;
 }
 
-void Analysis::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
-    if (++folderChanges_ > maxFolderChanges) return effects_.opaque(cwd_);
+void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
+    if (!position_.mayChange()) return opaque();
     const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
     const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
     const std::string_view name = words.front().text;
     if (name == "popd"sv) {
-        if (pushed_.empty()) return;
-        std::string folder = std::move(pushed_.back());
-        pushed_.pop_back();
-        return enter(std::move(folder), depth);
-    }
-    if (argument == words.end()) {
-        // Without an argument cd goes home; one that came to nothing leads nowhere that is known.
-        if (hadArgument) return effects_.opaque(cwd_);
-        if (name == "cd"sv) return enter(absolutePath(context_.home, "/"), depth);
-        if (!pushed_.empty()) enter(std::exchange(pushed_.back(), cwd_), depth);
+        if (position_.pop(depth)) values_.noteFolder(true);
         return;
     }
-    if (name == "pushd"sv) pushed_.push_back(cwd_);
-    if (argument->text == "-") return enter(previousCwd_, depth);
-    const auto folders = effects_.resolve(*argument, cwd_);
-    if (folders.size() > 1 || argument + 1 != words.end()) effects_.opaque(cwd_);
+    if (argument != words.end()) {
+        if (name == "pushd"sv) position_.push();
+        return goTo(words, argument, depth);
+    }
+    // Without an argument cd goes home; one that came to nothing leads nowhere that is known.
+    if (hadArgument) return opaque();
+    if (name == "cd"sv) return enter(absolutePath(context_.home, "/"), depth);
+    if (position_.swap(depth)) values_.noteFolder(true);
+}
+
+void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth) {
+    if (argument->text == "-") return enter(position_.previous(), depth);
+    const auto folders = effects_.resolve(*argument, position_.folder());
+    if (folders.size() > 1 || argument + 1 != words.end() || argument->unknown) opaque();
     // The others are where a loop comes to when it runs again.
     for (const std::string& folder : folders)
         if (folder != folders.front()) effects_.opaque(folder);
     for (auto other = argument; ++other != words.end();) {
-        if (++folderChanges_ > maxFolderChanges) break;
-        for (const std::string& folder : effects_.resolve(*other, cwd_)) effects_.opaque(folder);
+        if (!position_.mayChange()) break;
+        for (const std::string& folder : effects_.resolve(*other, position_.folder())) effects_.opaque(folder);
     }
     if (!folders.empty()) enter(folders.front(), depth);
 }
 
-void Analysis::enter(std::string folder, std::size_t depth) {
-    if (folder.size() > maxFolderLength) return effects_.opaque(cwd_);
-    const bool saved = depth == 0 || (!saved_.empty() && saved_.back().depth >= depth);
-    if (!saved && saved_.size() < maxSavedFolders) saved_.push_back({depth, cwd_});
-    previousCwd_ = std::exchange(cwd_, std::move(folder));
-    variables_.assign("PWD", cwd_);
-    variables_.assign("OLDPWD", previousCwd_);
+void Guard::enter(std::string folder, std::size_t depth) {
+    if (!position_.enter(std::move(folder), depth)) return opaque();
+    values_.noteFolder(true);
 }
 
 } // namespace
 
 Decision analyze(std::string_view command, const Context& context) {
-    return Analysis(context).run(command);
+    return Guard(context).run(command);
 }
 
 Decision judgeFiles(const std::vector<std::string>& paths, const Context& context) {

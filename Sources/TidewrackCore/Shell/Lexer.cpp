@@ -1,5 +1,6 @@
 #include "Shell/Lexer.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Shell/Expansion.hpp"
 #include "Shell/Quotes.hpp"
 #include "Support/Text.hpp"
@@ -12,12 +13,7 @@ namespace tidewrack::shell {
 
 namespace {
 
-// Searches for the end of a here-document that is not there read the whole line; a few are enough.
-constexpr std::size_t maxFailedSearches = 2;
-constexpr std::size_t maxHereDocumentsPerLine = 16;
-
 constexpr std::size_t manyWords = 1'000;
-constexpr std::size_t maxNameLength = 256;
 
 // Words that may stand before a `case` in its command.
 constexpr std::array<std::string_view, 6> wordsBeforeCase = {"then", "else", "do", "{", "!", "time"};
@@ -85,25 +81,28 @@ void Lexer::beginWord() {
 
 void Lexer::flush() {
     if (!started_) return;
-    if (braced_ && !redirect_) {
-        const std::string_view source = text_.substr(wordBegin_, wordEnd_ - wordBegin_);
-        out_->braced.push_back({out_->words.size(), source});
-    }
+    if (braced_ && role_ == Role::argument)
+        out_->braced.push_back({out_->words.size(), std::string(text_.substr(wordBegin_, wordEnd_ - wordBegin_))});
     markPlain();
-    std::vector<Word>& list = redirect_ ? out_->redirects : out_->words;
-    makeRoom(list);
-    list.push_back(std::move(word_));
+    if (role_ == Role::inputFile || role_ == Role::inputText) {
+        out_->inputs.push_back({role_ == Role::inputFile ? Input::Kind::file : Input::Kind::text, std::move(word_)});
+    } else {
+        std::vector<Word>& list = role_ == Role::output ? out_->redirects : out_->words;
+        makeRoom(list);
+        list.push_back(std::move(word_));
+    }
     beginWord();
-    redirect_ = false;
+    role_ = Role::argument;
 }
 
 // True when the command so far has something in it.
 bool Lexer::endCommand() {
     flush();
-    redirect_ = false;
+    role_ = Role::argument;
     if (out_->words.empty() && out_->redirects.empty()) return false;
-    if (depth_ > 0 && !inBody_) noteCase();
+    if (depth_ > 0) noteCase();
     out_->opaque = std::exchange(opaquePart_, false);
+    out_->fromPipe = std::exchange(fromPipe_, false);
     out_->depth = depth_;
     out_->sharedDepth = std::exchange(lowestDepth_, depth_);
     return true;
@@ -126,24 +125,22 @@ void Lexer::markOpaque() {
     opaquePart_ = true;
 }
 
-bool Lexer::next(Simple& simple) {
-    simple.words.clear();
-    simple.redirects.clear();
-    simple.braced.clear();
-    out_ = &simple;
+bool Lexer::next(Command& command) {
+    command.words.clear();
+    command.redirects.clear();
+    command.inputs.clear();
+    command.braced.clear();
+    command.nested.clear();
+    command.toPipe = command.inBackground = command.isPattern = command.isDefinition = false;
+    out_ = &command;
     for (;;) {
-        if (!started_ && !redirect_) {
+        if (!started_ && role_ == Role::argument) {
             while (takePlainWord()) {
             }
         }
         if (!started_) wordBegin_ = at_;
         wordEnd_ = at_;
-        if (at_ >= end_) {
-            const bool complete = endCommand();
-            const bool more = leaveBody();
-            if (complete) return true;
-            if (!more) return false;
-        }
+        if (at_ >= end_) return endCommand();
         takePlainRun();
         wordEnd_ = at_;
         if (at_ < end_ && takeCharacter()) return true;
@@ -211,23 +208,38 @@ bool Lexer::takeCharacter() {
 
 bool Lexer::takeOperator(char c) {
     const bool complete = endCommand();
-    if (c == '(') ++depth_;
-    if (c == ')' && depth_ > 0 && (cases_.empty() || cases_.back() != depth_))
+    if (c == '(') {
+        out_->isDefinition = complete && standsAt(at_, ')');
+        ++depth_;
+    }
+    if (c == ')') out_->isPattern = complete && (depth_ == 0 || (!cases_.empty() && cases_.back() == depth_));
+    if (c == ')' && depth_ > 0 && (cases_.empty() || cases_.back() != depth_)) {
         lowestDepth_ = std::min(lowestDepth_, --depth_);
-    if (c == '\n') enterBody();
+        if (nesting_ > 0 && depth_ == 0) end_ = at_; // what stands behind is the outer command's
+    }
+    if (c == '\n') at_ = std::min(hereDocuments_.behindBodies(at_), end_);
+    if (c == '|') {
+        fromPipe_ = !standsAt(at_, '|');
+        if (!fromPipe_ || standsAt(at_, '&')) ++at_;
+        out_->toPipe = complete && fromPipe_;
+    }
     return complete;
 }
 
 void Lexer::takeInWord(char c) {
     switch (c) {
-    case '`': markOpaque(); break;
+    case '`':
+        if (takeBackquoted()) return;
+        break;
     case '$':
         if (standsAt(at_, '\'')) return takeAnsiQuoted();
         if (standsAt(at_, '"')) return; // a translated text: no part of the word is the "$"
-        if (standsAt(at_, '('))
+        if (standsAt(at_, '(')) {
+            if (takeArithmetic() || takeParenthesized(Substitution::Kind::output)) return;
             markOpaque(); // the parenthesis ends the word, and a "$" at the end of a word is one
-        else
+        } else {
             word_.expands = true;
+        }
         lastDollar_ = word_.text.size();
         break;
     case '*':
@@ -246,11 +258,17 @@ void Lexer::takeInWord(char c) {
 }
 
 bool Lexer::takeAmpersand() {
-    if (!standsAt(at_, '>')) return endCommand();
+    if (!standsAt(at_, '>')) {
+        const bool complete = endCommand();
+        const bool conjunction = standsAt(at_, '&');
+        if (conjunction) ++at_;
+        out_->inBackground = complete && !conjunction;
+        return complete;
+    }
     ++at_;
     if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
     flush();
-    redirect_ = true;
+    role_ = Role::output;
     return false;
 }
 
@@ -262,6 +280,7 @@ void Lexer::takeOutputRedirect() {
     } else {
         flush();
     }
+    if (standsAt(at_, '(') && takeParenthesized(Substitution::Kind::file)) return;
     if (standsAt(at_, '&')) {
         ++at_;
         const std::size_t digits = at_;
@@ -270,32 +289,67 @@ void Lexer::takeOutputRedirect() {
         // Without a descriptor it is a file that takes both output streams.
         skipBlanks();
         if (at_ < end_ && (isDigit(text_[at_]) || text_[at_] == '-')) return;
-        redirect_ = true;
+        role_ = Role::output;
         return;
     }
     if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
-    redirect_ = true;
+    role_ = Role::output;
 }
 
 void Lexer::takeInputRedirect() {
     flush();
-    if (!standsAt(at_, '<')) {
-        if (standsAt(at_, '(')) return; // a process substitution: its commands are cut like any others
-        if (standsAt(at_, '&')) ++at_;
+    if (standsAt(at_, '<')) {
+        ++at_;
+        if (!standsAt(at_, '<')) return takeHereDocument();
+        ++at_;
+        skipBlanks();
+        role_ = Role::inputText;
+        return;
+    }
+    if (standsAt(at_, '(')) {
+        takeParenthesized(Substitution::Kind::file);
+        return;
+    }
+    if (standsAt(at_, '&')) {
+        ++at_;
         skipBlanks();
         skipWord();
         return;
     }
-    ++at_;
-    markOpaque();
-    const bool hereString = standsAt(at_, '<');
-    HereDocument document;
-    document.stripTabs = standsAt(at_, '-');
-    if (hereString || document.stripTabs) ++at_;
     skipBlanks();
-    document.delimiter = skipWord();
-    if (hereString || inBody_ || document.delimiter.empty()) return;
-    if (hereDocuments_.size() < maxHereDocumentsPerLine) hereDocuments_.push_back(std::move(document));
+    role_ = Role::inputFile;
+}
+
+void Lexer::takeHereDocument() {
+    const bool stripTabs = standsAt(at_, '-');
+    if (stripTabs) ++at_;
+    skipBlanks();
+    const std::size_t begin = at_;
+    const std::string delimiter = skipWord();
+    const bool literal = text_.substr(begin, at_ - begin).find_first_of("'\"\\") != std::string_view::npos;
+    const auto body =
+        delimiter.empty() ? std::nullopt : hereDocuments_.find(text_.substr(0, end_), at_, delimiter, stripTabs);
+    if (!body) return markOpaque();
+    takeBody(*body, literal);
+}
+
+// The text is the command's, not the line's: an apostrophe in its prose opens no quotes, and none of it is run here
+// but what it holds in "$( )" or backquotes.
+void Lexer::takeBody(const HereDocuments::Body& body, bool literal) {
+    const std::size_t resumeAt = std::exchange(at_, body.begin);
+    const std::size_t end = std::exchange(end_, body.end);
+    beginWord();
+    word_.quoted = started_ = true;
+    if (literal) {
+        append(text_.substr(at_, end_ - at_));
+    } else {
+        word_.expands = true;
+        takeQuotedText(false);
+    }
+    role_ = Role::inputText;
+    flush();
+    at_ = resumeAt;
+    end_ = end;
 }
 
 // Where quotes begin or end a variable's name ends too, and at a backslash: in "$X"y it is not Xy. Braces keep
@@ -303,7 +357,7 @@ void Lexer::takeInputRedirect() {
 void Lexer::closeName() {
     if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
     std::string& text = word_.text;
-    if (lastDollar_ >= text.size() || text.size() - lastDollar_ > maxNameLength) return;
+    if (lastDollar_ >= text.size() || text.size() - lastDollar_ > Budget::nameLength) return;
     const std::string_view name = std::string_view(text).substr(lastDollar_ + 1);
     if (name.empty() || nameLength(name) != name.size()) return;
     text.insert(text.size() - name.size(), 1, '{');
@@ -353,6 +407,12 @@ void Lexer::takeAnsiQuoted() {
 
 void Lexer::takeDoubleQuoted() {
     beginQuotes();
+    takeQuotedText(true);
+}
+
+// Takes text in which only "$", backquotes and backslashes mean something.
+void Lexer::takeQuotedText(bool endsAtQuote) {
+    const std::string_view escapable = endsAtQuote ? "\"\\$`" : "\\$`";
     while (at_ < end_) {
         const std::size_t begin = at_;
         while (at_ < end_ && isAscii(text_[at_]) && !isOneOf(text_[at_], "\"\\$`")) ++at_;
@@ -361,13 +421,17 @@ void Lexer::takeDoubleQuoted() {
         const std::size_t length = characterAt(at_);
         const std::string_view character = text_.substr(at_, length);
         at_ += length;
-        if (character == "\"") return closeName();
-        if (character == "\\" && at_ < end_ && isOneOf(text_[at_], "\"\\$`") && characterAt(at_) == 1) {
+        if (character == "\"" && endsAtQuote) return closeName();
+        if (character == "\\" && at_ < end_ && isOneOf(text_[at_], escapable) && characterAt(at_) == 1) {
             append(text_[at_] == '$' ? protectedDollar : text_.substr(at_, 1));
             ++at_;
             continue;
         }
-        if (character == "`" || (character == "$" && standsAt(at_, '('))) markOpaque();
+        if (character == "`" && takeBackquoted()) continue;
+        if (character == "$" && standsAt(at_, '(')) {
+            if (takeArithmetic() || takeParenthesized(Substitution::Kind::output)) continue;
+            markOpaque();
+        }
         if (character == "$") lastDollar_ = word_.text.size();
         append(character);
     }
@@ -422,56 +486,10 @@ std::string Lexer::skipWord() {
     return skipped;
 }
 
-// At the start of a line: when a here-document begins here, its body is cut on its own, so that an
-// apostrophe in its prose does not swallow the commands behind it.
-void Lexer::enterBody() {
-    while (!inBody_ && !hereDocuments_.empty()) {
-        const HereDocument document = std::move(hereDocuments_.front());
-        hereDocuments_.erase(hereDocuments_.begin());
-        if (failedSearches_ >= maxFailedSearches) continue;
-        if (findBodyEnd(document)) {
-            inBody_ = true;
-            depthOutside_ = depth_;
-        } else {
-            ++failedSearches_;
-        }
-    }
-}
-
-bool Lexer::findBodyEnd(const HereDocument& document) {
-    for (std::size_t begin = at_; begin < text_.size();) {
-        const std::size_t lineEnd = std::min(text_.find('\n', begin), text_.size());
-        std::string_view line = text_.substr(begin, lineEnd - begin);
-        if (document.stripTabs) line.remove_prefix(std::min(line.find_first_not_of('\t'), line.size()));
-        if (line == document.delimiter) {
-            end_ = begin;
-            resumeAt_ = lineEnd;
-            return true;
-        }
-        begin = lineEnd + 1;
-    }
-    return false;
-}
-
-// At the end of the text that is being cut: false when it was the whole line.
-bool Lexer::leaveBody() {
-    if (!inBody_) return false;
-    inBody_ = false;
-    at_ = resumeAt_;
-    end_ = text_.size();
-    depth_ = depthOutside_;
-    lowestDepth_ = std::min(lowestDepth_, depth_);
-    if (!hereDocuments_.empty() && at_ < end_) {
-        ++at_;
-        enterBody();
-    }
-    return true;
-}
-
 Parsed parse(std::string_view command) {
     Parsed parsed;
     Lexer lexer(command);
-    for (Simple simple; lexer.next(simple); simple = Simple()) parsed.commands.push_back(std::move(simple));
+    for (Command one; lexer.next(one); one = Command()) parsed.program.commands.push_back(std::move(one));
     parsed.opaque = lexer.opaque();
     return parsed;
 }

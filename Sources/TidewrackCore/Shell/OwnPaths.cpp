@@ -1,5 +1,6 @@
 #include "Shell/OwnPaths.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -11,8 +12,6 @@ namespace tidewrack::shell {
 namespace {
 
 using namespace std::string_view_literals;
-
-constexpr int maxPathsMadeReal = 64;
 
 // Options of the program whose value is a word of its own.
 constexpr std::array valueOptions = {"-C"sv,      "-n"sv,        "--agent"sv,   "--home"sv, "--kind"sv,
@@ -77,7 +76,7 @@ bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Ext
 
 void OwnPaths::look(const std::string& target, Extent extent, Links links) {
     if (question_ || paths_.empty() || lookAtText(target, target, extent)) return;
-    if (pathsMadeReal_ >= maxPathsMadeReal || target.find('\0') != std::string::npos) return;
+    if (pathsMadeReal_ >= Budget::pathsMadeReal || target.find('\0') != std::string::npos) return;
     ++pathsMadeReal_;
     // What is written through a link is what it leads to, and a folder named with a slash behind it.
     const std::string real = extent == Extent::item || links == Links::followed ? realPath(target) : std::string();

@@ -2,7 +2,7 @@
 // Guards what Tidewrack itself lives on: its store, and the agents' configuration that calls it.
 
 #include "Shell/Decision.hpp"
-#include "Shell/Lexer.hpp"
+#include "Shell/Program.hpp"
 
 #include <optional>
 #include <span>

@@ -1,5 +1,6 @@
 #include "Shell/ProtectedFolders.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Support/Paths.hpp"
 
 #include <sys/stat.h>
@@ -12,8 +13,6 @@ namespace tidewrack::shell {
 namespace {
 
 using namespace std::string_view_literals;
-
-constexpr int maxPathsLookedAt = 512;
 
 constexpr std::array systemFolders = {
     "/"sv,        "/Users"sv, "/System"sv,      "/Library"sv,     "/Applications"sv, "/private"sv,
@@ -54,7 +53,7 @@ bool ProtectedFolders::onlyHoldsHome(std::string_view path) const {
 }
 
 bool ProtectedFolders::holdsFolder(const std::string& path, bool followLink) {
-    if (++pathsLookedAt_ > maxPathsLookedAt || path.find('\0') != std::string::npos) return false;
+    if (++pathsLookedAt_ > Budget::foldersCompared || path.find('\0') != std::string::npos) return false;
     struct stat status {};
     const int failed = followLink ? stat(path.c_str(), &status) : lstat(path.c_str(), &status);
     if (failed || !S_ISDIR(status.st_mode)) return false;

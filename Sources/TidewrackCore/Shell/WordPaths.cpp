@@ -1,5 +1,6 @@
 #include "Shell/WordPaths.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Support/Files.hpp"
 
 #include <fnmatch.h>
@@ -10,11 +11,6 @@ namespace tidewrack::shell {
 
 namespace {
 
-constexpr std::size_t maxMatches = 10'000;
-constexpr std::size_t maxPatterns = 256;
-constexpr std::size_t maxStarsPerName = 16; // some systems' fnmatch needs exponential time beyond
-constexpr auto maxTime = std::chrono::milliseconds(250);
-
 bool holdsGlob(std::string_view component) {
     return component.find_first_of("*?[") != std::string_view::npos;
 }
@@ -22,8 +18,8 @@ bool holdsGlob(std::string_view component) {
 } // namespace
 
 bool GlobMatcher::start() {
-    if (!deadline_) deadline_ = std::chrono::steady_clock::now() + maxTime;
-    return ++patterns_ <= maxPatterns && matches_ <= maxMatches;
+    if (!deadline_) deadline_ = std::chrono::steady_clock::now() + Budget::patternTime;
+    return ++patterns_ <= Budget::patterns && matches_ <= Budget::matches;
 }
 
 bool GlobMatcher::outOfTime() {
@@ -42,7 +38,7 @@ std::optional<std::vector<std::string>> GlobMatcher::namesIn(const std::string& 
     std::vector<std::string> names;
     if (!start() || !readNames(folder, nullptr, names)) return std::nullopt;
     matches_ += names.size();
-    if (matches_ > maxMatches) return std::nullopt;
+    if (matches_ > Budget::matches) return std::nullopt;
     return names;
 }
 
@@ -69,7 +65,7 @@ bool GlobMatcher::descend(std::string path, std::string_view rest, std::vector<s
             path += component;
             continue;
         }
-        if (std::count(component.begin(), component.end(), '*') > std::ptrdiff_t{maxStarsPerName}) return false;
+        if (std::count(component.begin(), component.end(), '*') > std::ptrdiff_t{Budget::starsPerName}) return false;
         std::vector<std::string> names;
         if (!readNames(path + '/', component.c_str(), names)) return false;
         for (const std::string& name : names) {
@@ -86,7 +82,7 @@ bool GlobMatcher::descend(std::string path, std::string_view rest, std::vector<s
 
 bool GlobMatcher::add(std::string path, std::vector<std::string>& matches) {
     matches.push_back(std::move(path));
-    return ++matches_ <= maxMatches;
+    return ++matches_ <= Budget::matches;
 }
 
 } // namespace tidewrack::shell

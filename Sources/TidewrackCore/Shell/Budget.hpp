@@ -1,0 +1,54 @@
+#pragma once
+// What one command line may cost. Past a limit the rest counts as opaque, never as harmless and never as an error.
+
+#include <chrono>
+#include <cstddef>
+
+namespace tidewrack::shell {
+
+struct Budget {
+    // Cutting the line
+    static constexpr std::size_t nesting = 8;            // $( ), backquotes and texts run as commands, in each other
+    static constexpr std::size_t nestedCommands = 4'096; // in all of them
+    static constexpr std::size_t nestedPerCommand = 256; //
+    static constexpr std::size_t nestedBytes = std::size_t{256} << 10;
+    static constexpr std::size_t arithmeticLength = 256;
+    static constexpr std::size_t failedSearches = 2; // for the end of a here-document, each over the whole line
+    static constexpr std::size_t hereDocumentsPerLine = 16;
+    static constexpr std::size_t nameLength = 256;
+
+    // Brace lists
+    static constexpr std::size_t braceWordsPerList = 1'000;
+    static constexpr std::size_t braceWords = 2'000;
+    static constexpr std::size_t braceBytes = std::size_t{256} << 10;
+    static constexpr std::size_t braceDepth = 16;
+    static constexpr std::size_t braceNumberLength = 9;
+
+    // Values
+    static constexpr std::size_t valueBytes = std::size_t{1} << 18;
+    static constexpr std::size_t variables = 1'000;
+    static constexpr std::size_t loops = 8;
+    static constexpr std::size_t valuesPerLoop = 1'000;
+    static constexpr std::size_t alternatives = 10'000; // values tried in commands
+
+    // Folders
+    static constexpr std::size_t folderLength = 4'096;
+    static constexpr std::size_t folderChanges = 1'000;
+    static constexpr std::size_t subshells = 64;
+
+    // Looks at the disk
+    static constexpr std::size_t matches = 10'000;
+    static constexpr std::size_t patterns = 256;
+    static constexpr std::size_t starsPerName = 16; // some systems' fnmatch needs exponential time beyond
+    static constexpr auto patternTime = std::chrono::milliseconds(250);
+    static constexpr int pathsMadeReal = 64;
+    static constexpr int foldersCompared = 512;
+
+    // The decision
+    static constexpr std::size_t targets = 10'000;
+    static constexpr std::size_t targetBytes = std::size_t{2} << 20;
+    static constexpr std::size_t opaqueFolders = 1'000;
+    static constexpr std::size_t wordsBehindPattern = 64; // of git -C PATTERN, followed into each match
+};
+
+} // namespace tidewrack::shell

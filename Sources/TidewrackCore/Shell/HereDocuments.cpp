@@ -1,0 +1,54 @@
+#include "Shell/HereDocuments.hpp"
+
+#include "Shell/Budget.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+// Where the line ends that `at` stands in, quoted line ends left out.
+std::size_t lineEnd(std::string_view text, std::size_t at) {
+    char quote = 0;
+    for (; at < text.size(); ++at) {
+        const char c = text[at];
+        if (c == '\\' && quote != '\'')
+            ++at;
+        else if (quote == 0 && c == '\n')
+            return at;
+        else if (c == quote)
+            quote = 0;
+        else if (quote == 0 && (c == '\'' || c == '"'))
+            quote = c;
+    }
+    return text.size();
+}
+
+} // namespace
+
+std::optional<HereDocuments::Body> HereDocuments::find(std::string_view text, std::size_t at,
+                                                       std::string_view delimiter, bool stripTabs) {
+    if (++inLine_ > Budget::hereDocumentsPerLine || failedSearches_ >= Budget::failedSearches) return std::nullopt;
+    const std::size_t first = next_ > 0 ? next_ : std::min(lineEnd(text, at) + 1, text.size());
+    for (std::size_t begin = first; begin < text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        std::string_view line = text.substr(begin, end - begin);
+        if (stripTabs) line.remove_prefix(std::min(line.find_first_not_of('\t'), line.size()));
+        if (line == delimiter) {
+            next_ = std::min(end + 1, text.size());
+            return Body{first, begin};
+        }
+        begin = end + 1;
+    }
+    ++failedSearches_;
+    return std::nullopt;
+}
+
+std::size_t HereDocuments::behindBodies(std::size_t at) {
+    inLine_ = 0;
+    return std::max(at, std::exchange(next_, 0));
+}
+
+} // namespace tidewrack::shell

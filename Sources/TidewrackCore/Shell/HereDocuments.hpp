@@ -1,0 +1,32 @@
+#pragma once
+// The texts that stand in the lines below a command: where they begin and end.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewrack::shell {
+
+class HereDocuments {
+  public:
+    struct Body {
+        std::size_t begin;
+        std::size_t end;
+    };
+
+    // The body of the document announced at `at` in the text; none when its end is not there. Several that are
+    // announced in one line follow each other.
+    [[nodiscard]] std::optional<Body> find(std::string_view text, std::size_t at, std::string_view delimiter,
+                                           bool stripTabs);
+
+    // Where to go on behind the line end at `at`, once all that was announced before has its body.
+    [[nodiscard]] std::size_t behindBodies(std::size_t at);
+
+  private:
+    std::size_t next_ = 0; // where the next body of this line begins; 0 when none has been announced in it
+    std::size_t inLine_ = 0;
+    std::size_t failedSearches_ = 0;
+};
+
+} // namespace tidewrack::shell

@@ -1,0 +1,109 @@
+#include "Shell/NestedText.hpp"
+
+#include "Shell/Quotes.hpp"
+#include "Shell/Wrappers.hpp"
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr std::array shells = {"sh"sv, "bash"sv, "zsh"sv, "dash"sv, "ksh"sv, "ash"sv, "mksh"sv, "rbash"sv};
+// Options of shells whose value is a word of its own.
+constexpr std::array valueOptions = {"-o"sv, "+o"sv, "-O"sv, "+O"sv, "--rcfile"sv, "--init-file"sv};
+
+bool isShell(const std::vector<Word>& words) {
+    return !words.empty() && std::find(shells.begin(), shells.end(), commandName(words.front())) != shells.end();
+}
+
+bool isOption(const Word& word) {
+    return word.text.size() > 1 && (word.text[0] == '-' || word.text[0] == '+');
+}
+
+struct ShellCall {
+    bool takesText = false;
+    std::size_t operand = 0; // where the first one stands
+};
+
+ShellCall readShellCall(const std::vector<Word>& words) {
+    ShellCall call;
+    for (call.operand = 1; call.operand < words.size() && isOption(words[call.operand]); ++call.operand) {
+        const std::string& text = words[call.operand].text;
+        if (text == "--") {
+            ++call.operand;
+            break;
+        }
+        if (text[0] == '-' && text[1] != '-' && text.find('c') != std::string::npos) call.takesText = true;
+        if (std::find(valueOptions.begin(), valueOptions.end(), text) != valueOptions.end()) ++call.operand;
+    }
+    call.operand = std::min(call.operand, words.size());
+    return call;
+}
+
+NestedText joinedText(std::span<const Word> words) {
+    NestedText nested;
+    for (const Word& word : words) {
+        if (!nested.text.empty()) nested.text += ' ';
+        nested.text += word.text;
+        nested.unknown = nested.unknown || word.unknown;
+    }
+    return nested;
+}
+
+} // namespace
+
+std::optional<NestedText> nestedText(const std::vector<Word>& words) {
+    if (words.size() < 2) return std::nullopt;
+    const std::span<const Word> all(words);
+    const std::string_view name = words.front().text;
+    if (name == "eval") return joinedText(all.subspan(1));
+    if (name == "trap") {
+        const std::size_t at = words[1].text == "--" ? 2 : 1;
+        if (at + 1 >= words.size() || words[at].text == "-" || words[at].text == "-p") return std::nullopt;
+        return joinedText(all.subspan(at, 1));
+    }
+    if (!isShell(words)) return std::nullopt;
+    const ShellCall call = readShellCall(words);
+    if (!call.takesText || call.operand >= words.size()) return std::nullopt;
+    NestedText nested = joinedText(all.subspan(call.operand, 1));
+    nested.ownShell = true;
+    nested.parameters.assign(words.begin() + static_cast<std::ptrdiff_t>(call.operand) + 1, words.end());
+    return nested;
+}
+
+bool readsCommands(const std::vector<Word>& words) {
+    if (!isShell(words)) return false;
+    const ShellCall call = readShellCall(words);
+    const auto reads = [](const Word& word) { return word.text == "-s" || word.text == "-"; };
+    return !call.takesText && (call.operand == words.size() || std::any_of(words.begin() + 1, words.end(), reads));
+}
+
+std::optional<std::string> literalOutput(const std::vector<Word>& words) {
+    if (words.empty() || (words.front().text != "echo" && words.front().text != "printf")) return std::nullopt;
+    const bool formats = words.front().text == "printf";
+    std::string output;
+    for (std::size_t index = 1; index < words.size(); ++index) {
+        const std::string& text = words[index].text;
+        if (words[index].unknown || words[index].glob) return std::nullopt;
+        if (!formats && index == 1 && (text == "-n" || text == "-e" || text == "-ne" || text == "-en")) continue;
+        if (formats && text.find('%') != std::string::npos) {
+            // A format that only lists its operands.
+            if (text.find_first_not_of("%s\\n ") != std::string::npos) return std::nullopt;
+            continue;
+        }
+        for (std::size_t at = 0; at < text.size();)
+            if (text[at] == '\\')
+                at += decodeAnsiEscape(std::string_view(text).substr(at), output);
+            else
+                output += text[at++];
+        output += formats && index == 1 ? "" : formats ? "\n" : " ";
+    }
+    return output;
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,30 @@
+#pragma once
+// Commands that run a text as commands: sh -c TEXT, eval, trap.
+
+#include "Shell/Program.hpp"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+// A text that is run as commands.
+struct NestedText {
+    std::string text;
+    bool unknown = false;           // only running would show it
+    bool ownShell = false;          // in a shell of its own: its folder and variables end with it
+    std::vector<Word> parameters{}; // $0, $1, ... of that shell
+};
+
+// The text that a command's words make it run; none where they do not.
+[[nodiscard]] std::optional<NestedText> nestedText(const std::vector<Word>& words);
+
+// Whether the words start a shell that reads its commands from its input.
+[[nodiscard]] bool readsCommands(const std::vector<Word>& words);
+
+// What a command such as echo or printf writes; none where that cannot be told.
+[[nodiscard]] std::optional<std::string> literalOutput(const std::vector<Word>& words);
+
+} // namespace tidewrack::shell

@@ -1,0 +1,45 @@
+#pragma once
+// Where a line is: its folder, those pushed, and those to go back to when parentheses close.
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace tidewrack::shell {
+
+class Position {
+  public:
+    // `folder` is absolute.
+    explicit Position(std::string folder) : folder_(std::move(folder)), previous_(folder_) {}
+
+    [[nodiscard]] const std::string& folder() const { return folder_; }
+    [[nodiscard]] const std::string& previous() const { return previous_; }
+
+    // Goes to a folder, from within so many parentheses. False, and nowhere, when its name is too long.
+    bool enter(std::string folder, std::size_t depth);
+    // Goes back to where the parentheses began that have closed: only so many still hold the next command. True when
+    // that is elsewhere.
+    bool leaveSubshells(std::size_t sharedDepth);
+
+    // pushd without an argument swaps; popd goes back. False when nothing was pushed.
+    void push() { pushed_.push_back(folder_); }
+    bool swap(std::size_t depth);
+    bool pop(std::size_t depth);
+
+    // Counts a change of folder; false when there were too many.
+    bool mayChange();
+
+  private:
+    struct Saved {
+        std::size_t depth;
+        std::string folder;
+    };
+
+    std::string folder_;
+    std::string previous_;
+    std::vector<std::string> pushed_;
+    std::vector<Saved> saved_;
+    std::size_t changes_ = 0;
+};
+
+} // namespace tidewrack::shell

@@ -1,0 +1,23 @@
+#pragma once
+// Programs that change no file of the user's: they read, print, or talk to something else.
+
+#include "Shell/Program.hpp"
+
+#include <span>
+#include <string_view>
+
+namespace tidewrack::shell {
+
+// Whether a program of this name never changes a file, or only when an argument says so.
+[[nodiscard]] bool isReader(std::string_view name);
+
+// Whether a reader is told by its arguments to write a file after all, or to run something.
+[[nodiscard]] bool isToldToWrite(std::string_view name, std::span<const Word> arguments);
+
+// Whether the subcommand of a program such as npm only reads: npm ls, go env.
+[[nodiscard]] bool hasReadingSubcommand(std::string_view name, std::span<const Word> arguments);
+
+// Whether any program with these arguments only tells of itself: --version, --help.
+[[nodiscard]] bool onlyTellsOfItself(std::span<const Word> arguments);
+
+} // namespace tidewrack::shell

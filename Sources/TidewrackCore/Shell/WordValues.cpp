@@ -1,0 +1,348 @@
+#include "Shell/WordValues.hpp"
+
+#include "Shell/Braces.hpp"
+#include "Shell/Budget.hpp"
+#include "Shell/Lexer.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr std::string_view blanks = " \t\n";
+constexpr std::string_view blanksAndGlobs = " \t\n*?[";
+
+bool mentions(std::string_view text, std::string_view name) {
+    for (std::size_t at = text.find('$'); at != std::string_view::npos; at = text.find('$', at + 1)) {
+        std::string_view behind = text.substr(at + 1);
+        if (behind.starts_with('{')) behind.remove_prefix(1);
+        if (behind.starts_with(name) && nameLength(behind) == name.size()) return true;
+    }
+    return false;
+}
+
+// The work of expanding the words once more, counted in alternatives of usual size.
+std::size_t costOf(const std::vector<Word>& words) {
+    std::size_t bytes = 0;
+    for (const Word& word : words) bytes += 64 + word.text.size();
+    return 1 + bytes / 256;
+}
+
+// A word whose value cannot be known becomes empty: a guess such as "/*" for "$unknown/*" would be refused for no
+// reason. It stays where it is, because many commands tell sources from destinations by their places.
+void setUnknown(Word& word) {
+    word.text.clear();
+    word.plain = 0;
+    word.glob = word.splits = false;
+    word.unknown = true;
+}
+
+// The folder with git's store around `folder`; empty where there is none.
+std::string gitTopLevel(std::string folder) {
+    while (!exists(joined(folder, ".git"))) {
+        if (folder == "/") return {};
+        folder = std::string(parentOf(folder));
+    }
+    return folder;
+}
+
+bool areLiteral(std::span<const Word> words) {
+    return std::none_of(words.begin(), words.end(), [](const Word& word) { return word.expands || word.glob; });
+}
+
+} // namespace
+
+WordValues::WordValues(const Context& context, Effects& effects, const Position& position)
+    : context_(context), effects_(effects), position_(position), variables_(context.env) {
+    variables_.assign("PWD", position.folder());
+}
+
+void WordValues::noteFolder(bool entered) {
+    variables_.assign("PWD", position_.folder());
+    if (entered) variables_.assign("OLDPWD", position_.previous());
+}
+
+WordValues::Readings WordValues::read(std::vector<Word> words, const Command& command) {
+    Readings readings{std::move(words), {}};
+    expandAll(readings.whole, command);
+    readings.apart = takenApart(readings.whole);
+    return readings;
+}
+
+// The loop variables of several values that the words mention; none when it would take too long to try them all.
+std::vector<WordValues::Loop*> WordValues::choicesIn(const std::vector<Word>& words) {
+    std::vector<Loop*> choices;
+    for (Loop& loop : loops_) {
+        const auto isIn = [&](const Word& word) { return word.expands && mentions(word.text, loop.name); };
+        if (loop.values.size() > 1 && std::any_of(words.begin(), words.end(), isIn)) choices.push_back(&loop);
+    }
+    if (!choices.empty() && alternatives_ + costOf(words) > Budget::alternatives) {
+        effects_.opaque(position_.folder());
+        choices.clear();
+    }
+    return choices;
+}
+
+bool WordValues::forEachRun(const std::vector<Word>& words, const Command& command,
+                            const std::function<void(Readings&&)>& visit) {
+    const std::vector<Loop*> choices = choicesIn(words);
+    if (choices.empty()) return false;
+    command_ = &command;
+    visitRuns(words, choices, visit);
+    return true;
+}
+
+void WordValues::visitRuns(const std::vector<Word>& words, std::span<Loop* const> loops,
+                           const std::function<void(Readings&&)>& visit) {
+    if (loops.empty()) return visit(read(words, *command_));
+    std::vector<Word>& values = loops.front()->values;
+    std::vector<Word> all = std::exchange(values, {});
+    for (const Word& value : all) {
+        alternatives_ += costOf(words) + value.text.size() / 256;
+        if (alternatives_ > Budget::alternatives) {
+            effects_.opaque(position_.folder());
+            break;
+        }
+        values.assign(1, value);
+        visitRuns(words, loops.subspan(1), visit);
+    }
+    values = std::move(all);
+}
+
+// The words as a shell sees them that takes an unquoted variable's value apart at its blanks and then for
+// patterns; empty when that is no other reading. Not all shells do, so that both readings count.
+std::vector<Word> WordValues::takenApart(const std::vector<Word>& words) {
+    std::vector<Word> apart;
+    if (std::none_of(words.begin(), words.end(), [](const Word& word) { return word.splits; })) return apart;
+    for (const Word& word : words) {
+        if (!word.splits) {
+            apart.push_back(word);
+            continue;
+        }
+        const std::string_view text = word.text;
+        for (std::size_t begin = text.find_first_not_of(blanks); begin != std::string_view::npos;) {
+            const std::size_t end = std::min(text.find_first_of(blanks, begin), text.size());
+            if (++alternatives_ > Budget::alternatives) {
+                effects_.opaque(position_.folder());
+                return {};
+            }
+            Word& part = apart.emplace_back();
+            part.text = text.substr(begin, end - begin);
+            part.glob = part.text.find_first_of("*?[") != std::string::npos;
+            begin = text.find_first_not_of(blanks, end);
+        }
+    }
+    return apart;
+}
+
+// True when the words are nothing but assignments, which are recorded. Behind a declaration word they are
+// recorded also among options and plain names.
+bool WordValues::assignAll(const std::vector<Word>& words, bool declared, const Command& command) {
+    command_ = &command;
+    const auto at = [](const Word& word) {
+        const std::size_t equals = assignmentAt(word);
+        return nameLength(word.text) == equals ? equals : 0;
+    };
+    const bool all = std::all_of(words.begin(), words.end(), [&](const Word& word) { return at(word) > 0; });
+    if (!all && !declared) return false;
+    for (const Word& word : words)
+        if (const std::size_t equals = at(word); equals > 0) assign(word, equals);
+    return all;
+}
+
+void WordValues::assign(const Word& word, std::size_t equals) {
+    const std::string name = word.text.substr(0, equals);
+    Word value = word;
+    value.text.erase(0, equals + 1);
+    value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
+    value.plain = 0;
+    value.expands = true;
+    if (!loops_.empty()) {
+        std::vector<Word> values;
+        expandOver(std::move(value), 0, false, values);
+        if (values.size() != 1 || values.front().unknown) return bindLoop(name, std::move(values));
+        value = std::move(values.front());
+        forgetLoop(name);
+    } else {
+        expandOne(value);
+        if (value.unknown) return bindLoop(name, {});
+    }
+    if (!variables_.assign(name, std::move(value.text))) effects_.opaque(position_.folder());
+}
+
+void WordValues::expandBraceLists(Command& command) {
+    std::vector<Word> words;
+    words.reserve(command.words.size());
+    std::size_t taken = 0;
+    const auto takeUntil = [&](std::size_t end) {
+        for (; taken < end; ++taken) words.push_back(std::move(command.words[taken]));
+    };
+    for (const BracedWord& braced : command.braced) {
+        if (!holdsBraceList(braced.source) || assignmentAt(command.words[braced.index]) > 0) continue;
+        const auto sources = braceWords_ < Budget::braceWords ? expandBraces(braced.source) : std::nullopt;
+        if (!sources) {
+            effects_.opaque(position_.folder());
+            if (braceWords_ >= Budget::braceWords) break;
+            continue;
+        }
+        takeUntil(braced.index);
+        ++taken;
+        braceWords_ += sources->size();
+        Command one;
+        for (const std::string& source : *sources) {
+            Lexer lexer(source);
+            if (!lexer.next(one)) continue;
+            for (Word& word : one.words) {
+                if (!one.nested.empty()) setUnknown(word); // its marks count in another command
+                words.push_back(std::move(word));
+            }
+        }
+    }
+    if (taken == 0) return;
+    takeUntil(command.words.size());
+    command.words = std::move(words);
+}
+
+void WordValues::expandAll(std::vector<Word>& words, const Command& command) {
+    command_ = &command;
+    const bool overLoops = !loops_.empty();
+    if (overLoops) words = expandedOverLoops(std::move(words));
+    std::size_t kept = 0;
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        Word& word = words[index];
+        if (!overLoops) expandOne(word);
+        if (word.text.empty() && !word.quoted && !word.unknown) continue;
+        if (kept != index) words[kept] = std::move(word);
+        ++kept;
+    }
+    words.resize(kept);
+}
+
+// The user's own ~name is ~.
+void WordValues::shortenOwnHome(Word& word) const {
+    for (const std::string_view variable : {"USER"sv, "LOGNAME"sv}) {
+        const auto user = context_.env.find(variable);
+        if (user == context_.env.end() || user->second.empty()) continue;
+        const std::string_view rest = std::string_view(word.text).substr(1);
+        const std::size_t length = user->second.size();
+        if (!rest.starts_with(user->second) || (rest.size() > length && rest[length] != '/')) continue;
+        word.text.erase(1, length);
+        return;
+    }
+}
+
+void WordValues::expandOne(Word& word) {
+    if (!word.expands) return;
+    if (!replaceMarks(word.text)) return setUnknown(word);
+    if (word.tilde) shortenOwnHome(word);
+    variables_.setUnfollowed(false);
+    const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
+    expandInPlace(word, context_.home, variables_);
+    if (word.glob && word.text.find_first_of("*?[") == std::string::npos) word.glob = false; // it was the ? of ${X:?}
+    word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
+    if (variables_.unfollowed()) setUnknown(word);
+}
+
+// Puts the output of the commands in a word in place of their marks; false when it cannot be known.
+bool WordValues::replaceMarks(std::string& text) {
+    for (std::size_t at = text.find(substitutionMark(0)[0]); at != std::string::npos;) {
+        const auto number = markedSubstitution(std::string_view(text).substr(at));
+        if (!number || command_ == nullptr || *number >= command_->nested.size()) {
+            at = text.find(substitutionMark(0)[0], at + 1);
+            continue;
+        }
+        const auto output = outputOf(command_->nested[*number]);
+        if (!output || output->find('$') != std::string::npos) return false;
+        text.replace(at, markLength, *output);
+        at = text.find(substitutionMark(0)[0], at + output->size());
+    }
+    return true;
+}
+
+std::optional<std::string> WordValues::outputOf(const Substitution& substitution) const {
+    if (substitution.kind != Substitution::Kind::output || substitution.program.commands.size() != 1)
+        return std::nullopt;
+    const Command& command = substitution.program.commands.front();
+    if (!command.redirects.empty() || command.words.empty() || !areLiteral(command.words)) return std::nullopt;
+    const auto is = [&](std::initializer_list<std::string_view> texts) {
+        return std::equal(command.words.begin(), command.words.end(), texts.begin(), texts.end(),
+                          [](const Word& word, std::string_view text) { return word.text == text; });
+    };
+    if (is({"pwd"}) || is({"pwd", "-P"}) || is({"pwd", "-L"})) return position_.folder();
+    // Nothing has this name, for the new file or folder gets another one.
+    if (is({"mktemp"}) || is({"mktemp", "-d"})) return "/tmp/tmp.XXXXXXXXXX";
+    const bool topLevel = is({"git", "rev-parse", "--show-toplevel"});
+    if (topLevel || is({"git", "rev-parse", "--git-dir"}) || is({"git", "rev-parse", "--absolute-git-dir"})) {
+        const std::string folder = gitTopLevel(position_.folder());
+        if (folder.empty()) return std::nullopt;
+        return topLevel ? folder : joined(folder, ".git");
+    }
+    if (command.words.size() == 2 && is({"echo", command.words[1].text}) && !command.words[1].text.starts_with('-'))
+        return command.words[1].text;
+    return std::nullopt;
+}
+
+std::vector<Word> WordValues::expandedOverLoops(std::vector<Word> words) {
+    std::vector<Word> result;
+    result.reserve(words.size());
+    for (Word& word : words) {
+        if (word.expands)
+            expandOver(std::move(word), 0, false, result);
+        else
+            result.push_back(std::move(word));
+    }
+    return result;
+}
+
+// Adds the word once for every value of every loop variable that it mentions.
+void WordValues::expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out) {
+    while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
+    if (loop == loops_.size()) {
+        word.glob |= glob;
+        expandOne(word);
+        out.push_back(std::move(word));
+        return;
+    }
+    if (loops_[loop].values.empty()) {
+        setUnknown(word);
+        out.push_back(std::move(word));
+        return;
+    }
+    for (const Word& value : loops_[loop].values) {
+        alternatives_ += 1 + (word.text.size() + value.text.size()) / 256;
+        if (alternatives_ > Budget::alternatives) return effects_.opaque(position_.folder());
+        if (value.unknown) {
+            setUnknown(out.emplace_back(word));
+            continue;
+        }
+        variables_.assign(loops_[loop].name, value.text);
+        expandOver(word, loop + 1, glob || value.glob, out);
+    }
+}
+
+void WordValues::bindLoop(std::string_view name, std::vector<Word> values) {
+    forgetLoop(name);
+    variables_.assign(name, "");
+    if (loops_.size() >= Budget::loops || values.size() > Budget::valuesPerLoop)
+        return effects_.opaque(position_.folder());
+    loops_.push_back({std::string(name), std::move(values)});
+}
+
+void WordValues::forgetLoop(std::string_view name) {
+    loops_.erase(std::remove_if(loops_.begin(), loops_.end(), [&](const Loop& loop) { return loop.name == name; }),
+                 loops_.end());
+}
+
+std::size_t assignmentAt(const Word& word) {
+    const std::size_t equals = word.text.find('=');
+    if (equals == std::string::npos || equals >= word.plain || nameLength(word.text) == 0) return 0;
+    return word.text[0] >= '0' && word.text[0] <= '9' ? 0 : equals;
+}
+
+} // namespace tidewrack::shell

@@ -1,0 +1,97 @@
+#pragma once
+// What the words of a command stand for: brace lists, variables, the values of loops, the output of commands that
+// can be told without running them.
+
+#include "Shell/Effects.hpp"
+#include "Shell/Expansion.hpp"
+#include "Shell/Position.hpp"
+#include "Shell/Program.hpp"
+
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+class WordValues {
+  public:
+    // A word, and the same as shells see it that take an unquoted variable's value apart; empty when that is no other
+    // reading. Not all shells do, so that both count.
+    struct Readings {
+        std::vector<Word> whole;
+        std::vector<Word> apart;
+    };
+
+    // All must outlive this.
+    WordValues(const Context& context, Effects& effects, const Position& position);
+
+    // Replaces the words that hold brace lists by those that they stand for.
+    void expandBraceLists(Command& command);
+
+    // Expands the words of a command. What an unset variable leaves behind outside quotes is no word at all.
+    [[nodiscard]] Readings read(std::vector<Word> words, const Command& command);
+    void expandAll(std::vector<Word>& words, const Command& command);
+
+    // Whether the words mention a loop of several values, and there is time to try them all.
+    [[nodiscard]] bool vary(const std::vector<Word>& words) { return !choicesIn(words).empty(); }
+
+    // Reads the words of a command as often as a loop runs it, each time with one value for every loop variable: side
+    // by side the values would take the places of each other's sources and destinations. False, and nothing done, when
+    // the words mention no loop of several values.
+    bool forEachRun(const std::vector<Word>& words, const Command& command,
+                    const std::function<void(Readings&&)>& visit);
+
+    // True when the words are nothing but assignments, which are recorded. Behind a declaration word they are recorded
+    // also among options and plain names.
+    bool assignAll(const std::vector<Word>& words, bool declared, const Command& command);
+
+    // The variable takes these values one after the other; none: values that only running would show.
+    void bindLoop(std::string_view name, std::vector<Word> values);
+
+    // $0, $1, ...
+    void setParameter(std::size_t number, std::string value) {
+        variables_.assign(std::to_string(number), std::move(value));
+    }
+
+    // The folder has changed.
+    void noteFolder(bool entered);
+
+    // What the line assigned so far, to go back to behind a subshell.
+    [[nodiscard]] Environment assigned() const { return variables_.assigned(); }
+    void setAssigned(Environment assigned) { variables_.setAssigned(std::move(assigned)); }
+
+  private:
+    struct Loop {
+        std::string name;
+        std::vector<Word> values;
+    };
+
+    void assign(const Word& word, std::size_t equals);
+    void expandOne(Word& word);
+    bool replaceMarks(std::string& text);
+    [[nodiscard]] std::optional<std::string> outputOf(const Substitution& substitution) const;
+    void shortenOwnHome(Word& word) const;
+    std::vector<Word> expandedOverLoops(std::vector<Word> words);
+    void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
+    void forgetLoop(std::string_view name);
+    std::vector<Loop*> choicesIn(const std::vector<Word>& words);
+    void visitRuns(const std::vector<Word>& words, std::span<Loop* const> loops,
+                   const std::function<void(Readings&&)>& visit);
+    std::vector<Word> takenApart(const std::vector<Word>& words);
+
+    const Context& context_;
+    Effects& effects_;
+    const Position& position_;
+    Variables variables_;
+    std::vector<Loop> loops_;
+    const Command* command_ = nullptr; // whose words are read
+    std::size_t alternatives_ = 0;
+    std::size_t braceWords_ = 0;
+};
+
+// The offset of the "=" when the word assigns to a variable, its name and "=" unquoted; 0 when it does not.
+[[nodiscard]] std::size_t assignmentAt(const Word& word);
+
+} // namespace tidewrack::shell

@@ -1,0 +1,207 @@
+#include "Shell/Wrappers.hpp"
+
+#include "Shell/WordValues.hpp"
+#include "Support/Paths.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace tidewrack::shell {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+struct Wrapper {
+    std::string_view name;
+    std::string_view subcommands{}; // one of these must follow, each between blanks; empty: none
+    std::string_view letters{};     // short options that take a word
+    std::string_view options{};     // long ones, each between blanks
+    std::size_t operands = 0;       // of its own, before the command
+    std::string_view text{};        // options whose word is a command line, each between blanks
+    std::string_view folder{};      // options whose word is the folder to run in
+};
+
+// Sorted by name, for the search.
+constexpr Wrapper wrappers[] = {
+    {"arch", {}, "de"},
+    {"builtin"},
+    {"bundle", " exec "},
+    {"busybox"},
+    {"caffeinate", {}, "tw"},
+    {"catchsegv"},
+    {"chronic"},
+    {"chrt", {}, "TPD", {}, 1},
+    {"command"},
+    {"conda", " run ", "np", " --name --prefix --cwd "},
+    {"direnv", " exec ", {}, {}, 1},
+    {"doas", {}, "uC"},
+    {"env", {}, "uCS", " --unset --chdir --split-string ", 0, " -S --split-string ", " -C --chdir "},
+    {"exec", {}, "a"},
+    {"flock", {}, "wEc", " --wait --timeout --conflict-exit-code --command ", 1, " -c --command "},
+    {"gtimeout", {}, "ks", " --kill-after --signal ", 1},
+    {"hatch", " run "},
+    {"ionice", {}, "cn", " --class --classdata "},
+    {"mise", " exec x "},
+    {"nice", {}, "n", " --adjustment "},
+    {"nix-shell", {}, "pAI", " --packages --run --command ", 0, " --run --command "},
+    {"nohup"},
+    {"npm", " exec x ", "c", " --package --call ", 0, " -c --call "},
+    {"pdm", " run "},
+    {"pipenv", " run "},
+    {"pnpm", " exec "},
+    {"poetry", " run "},
+    {"prlimit"},
+    {"rye", " run "},
+    {"script", {}, "cEIOmotT", " --command ", 1, " -c --command "},
+    {"setpriv", {}, {}, " --reuid --regid --groups "},
+    {"setsid"},
+    {"stdbuf", {}, "ioe", " --input --output --error "},
+    {"strace", {}, "aeEIoOpPsSuUX"},
+    {"su", {}, "cgGs", " --command --group --supp-group --shell ", 1, " -c --command "},
+    {"sudo",
+     {},
+     "CDghpRrTtUu",
+     " --user --group --host --prompt --chdir --chroot --close-from --type --role ",
+     0,
+     {},
+     " -D --chdir "},
+    {"taskset", {}, {}, {}, 1},
+    {"time", {}, "fo", " --format --output "},
+    {"timeout", {}, "ks", " --kill-after --signal ", 1},
+    {"toybox"},
+    {"unbuffer"},
+    {"uv", " run ", "p", " --with --python --package --project --directory --extra --group "},
+    {"watch", {}, "n", " --interval "},
+    {"xcrun", {}, {}, " --sdk --toolchain -sdk -toolchain "},
+    {"xvfb-run", {}, "ens", " --server-num --server-args "},
+    {"yarn", " exec "},
+};
+
+static_assert(std::is_sorted(std::begin(wrappers), std::end(wrappers),
+                             [](const Wrapper& a, const Wrapper& b) { return a.name < b.name; }));
+
+// Tools that some systems install under names with a "g".
+constexpr std::array gnuTools = {"chgrp"sv, "chmod"sv, "chown"sv, "cp"sv,       "dd"sv,     "find"sv, "install"sv,
+                                 "ln"sv,    "make"sv,  "mv"sv,    "rm"sv,       "rmdir"sv,  "sed"sv,  "shred"sv,
+                                 "tar"sv,   "tee"sv,   "touch"sv, "truncate"sv, "unlink"sv, "xargs"sv};
+
+const Wrapper* wrapperFor(std::string_view name) {
+    const auto found =
+        std::lower_bound(std::begin(wrappers), std::end(wrappers), name,
+                         [](const Wrapper& wrapper, std::string_view text) { return wrapper.name < text; });
+    return found != std::end(wrappers) && found->name == name ? found : nullptr;
+}
+
+bool lists(std::string_view words, std::string_view word) {
+    for (std::size_t at = words.find(word); at != words.npos; at = words.find(word, at + 1))
+        if (words[at - 1] == ' ' && words[at + word.size()] == ' ') return true;
+    return false;
+}
+
+// Reads the words of one wrapper.
+class Unwrapping {
+  public:
+    Unwrapping(const std::vector<Word>& words, Unwrapped& result) : words_(words), result_(result) {}
+
+    // How many words are the wrapper's; 0 when it is none after all.
+    std::size_t length(std::size_t begin, const Wrapper& wrapper) {
+        std::size_t index = begin + 1;
+        if (!wrapper.subcommands.empty()) {
+            if (index >= words_.size() || words_[index].text.empty() || !lists(wrapper.subcommands, words_[index].text))
+                return 0;
+            ++index;
+        }
+        std::size_t operands = wrapper.operands;
+        while (index < words_.size()) {
+            const std::string& text = words_[index].text;
+            if (text == "--") {
+                ++index;
+                if (operands == 0) break;
+            } else if (text.size() > 1 && text[0] == '-') {
+                index += takeOption(index, wrapper);
+            } else if (operands > 0) {
+                --operands;
+                ++index;
+            } else {
+                break;
+            }
+        }
+        return std::min(index, words_.size()) - begin;
+    }
+
+  private:
+    // How many words an option takes.
+    std::size_t takeOption(std::size_t index, const Wrapper& wrapper) {
+        std::string_view name = words_[index].text;
+        std::optional<Word> value;
+        std::size_t length = 1;
+        const std::size_t equals = name.starts_with("--") ? name.find('=') : name.npos;
+        const std::size_t letter = name.starts_with("--") ? name.npos : name.find_first_of(wrapper.letters, 1);
+        std::string shortName;
+        if (equals != name.npos) {
+            value = words_[index];
+            value->text = name.substr(equals + 1);
+            name = name.substr(0, equals);
+        } else if (letter != name.npos) {
+            shortName = {'-', name[letter]};
+            if (letter + 1 < name.size()) {
+                value = words_[index];
+                value->text = name.substr(letter + 1);
+            }
+            name = shortName;
+        }
+        if (!value && (letter != std::string::npos || lists(wrapper.options, name)) && index + 1 < words_.size()) {
+            value = words_[index + 1];
+            length = 2;
+        }
+        if (value && !wrapper.text.empty() && lists(wrapper.text, name)) result_.text = value;
+        if (value && !wrapper.folder.empty() && lists(wrapper.folder, name)) result_.folder = value;
+        return length;
+    }
+
+    const std::vector<Word>& words_;
+    Unwrapped& result_;
+};
+
+// `command -v name` says what the name means.
+bool tellsOfCommand(const std::vector<Word>& words, std::size_t index) {
+    return words[index].text == "command" && index + 1 < words.size() &&
+           (words[index + 1].text == "-v" || words[index + 1].text == "-V");
+}
+
+} // namespace
+
+std::string_view commandName(const Word& word) {
+    const std::string_view name = lastComponent(word.text);
+    const bool gnu = name.size() > 2 && name[0] == 'g' &&
+                     std::find(gnuTools.begin(), gnuTools.end(), name.substr(1)) != gnuTools.end();
+    return gnu ? name.substr(1) : name;
+}
+
+bool isWrapper(std::string_view name) {
+    return wrapperFor(name) != nullptr;
+}
+
+Unwrapped unwrap(std::vector<Word>& words) {
+    Unwrapped result;
+    std::size_t index = 0;
+    while (index < words.size()) {
+        if (tellsOfCommand(words, index)) {
+            index = words.size();
+            break;
+        }
+        if (words[index].unknown || assignmentAt(words[index]) > 0) {
+            ++index;
+            continue;
+        }
+        const Wrapper* wrapper = wrapperFor(commandName(words[index]));
+        const std::size_t length = wrapper != nullptr ? Unwrapping(words, result).length(index, *wrapper) : 0;
+        if (length == 0) break;
+        index += length;
+    }
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(index));
+    return result;
+}
+
+} // namespace tidewrack::shell
