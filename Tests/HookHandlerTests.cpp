@@ -585,8 +585,9 @@ TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
     folder.write("store/hooks.log", std::string(2'000'000, 'x'));
     log.append("-", "track", steady_clock::now(), "a");
     EXPECT_GT(folder.read("store/hooks.log").size(), 2'000'000U);
-    log.append("-", "track", steady_clock::now(), "b\nc\xff");
-    EXPECT_TRUE(std::regex_match(folder.read("store/hooks.log"), std::regex(".*Z - track 0ms b c\xEF\xBF\xBD\n")));
+    log.append("-", "track", steady_clock::now(), "b\nc\xff\x1b");
+    EXPECT_TRUE(
+        std::regex_match(folder.read("store/hooks.log"), std::regex(".*Z - track 0ms b c\xEF\xBF\xBD\\\\x1b\n")));
     folder.remove("store/hooks.log");
     ASSERT_EQ(::mkfifo(folder.at("store/hooks.log").c_str(), 0600), 0);
     log.append("-", "track", steady_clock::now(), "nobody reads this pipe");

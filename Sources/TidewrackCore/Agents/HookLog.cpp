@@ -19,7 +19,7 @@ void HookLog::append(std::string_view agent, std::string_view event, Instant sta
     line.append(std::to_string(elapsed)).append("ms ").append(message);
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r' || c == '\0'; }, ' ');
-    line = repairedUtf8(line);
+    line = escapedControls(line); // whoever looks at the log does so in a terminal
     const std::string path = store_.home + "/hooks.log";
     if (appendLine(path, line, longest) == ENOENT && store_.makeHome() == 0) (void)appendLine(path, line, longest);
 }

@@ -30,12 +30,15 @@ std::string_view escapeFor(Style style) {
 
 class PatchWriter {
   public:
-    explicit PatchWriter(Colours colours) : colours_(colours) {}
+    PatchWriter(Colours colours, Controls controls) : colours_(colours), controls_(controls) {}
 
     void line(Style style, std::string_view text) {
         const bool coloured = colours_ == Colours::on && style != Style::plain;
         if (coloured) text_ += escapeFor(style);
-        text_ += text;
+        if (controls_ == Controls::escaped)
+            text_ += escapedControls(text, Tabs::kept);
+        else
+            text_ += text;
         if (coloured) text_ += "\x1b[m";
         text_ += '\n';
     }
@@ -44,6 +47,7 @@ class PatchWriter {
 
   private:
     Colours colours_;
+    Controls controls_;
     std::string text_;
 };
 
@@ -260,8 +264,8 @@ void writeChange(PatchWriter& writer, const PatchFile& file) {
 
 } // namespace
 
-std::string patchText(const PatchFile& file, Colours colours) {
-    PatchWriter writer(colours);
+std::string patchText(const PatchFile& file, Colours colours, Controls controls) {
+    PatchWriter writer(colours, controls);
     if (!isReplaced(file)) {
         writeChange(writer, file);
         return writer.take();

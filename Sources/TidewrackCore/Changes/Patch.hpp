@@ -25,6 +25,7 @@ struct PatchFile {
 };
 
 enum class Colours { off, on };
+enum class Controls { kept, escaped };
 
 // The section for one file; sections are simply written one after the other. Empty when both sides are the same.
 //
@@ -35,7 +36,8 @@ enum class Colours { off, on };
 //
 // A final line feed that comes or goes is a change of the last line. A path with control characters, quotes or
 // backslashes, or that is not UTF-8, is written as a C string. `Colours::on` adds terminal colours: headers bold,
-// hunk positions cyan, removed lines red, added lines green.
-[[nodiscard]] std::string patchText(const PatchFile& file, Colours colours);
+// hunk positions cyan, removed lines red, added lines green. `Controls::escaped` writes out what a terminal would obey,
+// tabs apart: such a patch is for looking at.
+[[nodiscard]] std::string patchText(const PatchFile& file, Colours colours, Controls controls = Controls::kept);
 
 } // namespace tidewrack

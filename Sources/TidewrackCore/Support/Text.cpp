@@ -60,6 +60,44 @@ std::string repairedUtf8(std::string_view bytes) {
     return mapped(bytes, [](utf8proc_int32_t point) { return point; });
 }
 
+namespace {
+
+// C1 control characters, line separators, and what overrides or isolates the direction of text.
+bool isHarmfulPoint(utf8proc_int32_t point) {
+    return (point >= 0x80 && point <= 0x9f) || (point >= 0x2028 && point <= 0x202e) ||
+           (point >= 0x2066 && point <= 0x2069);
+}
+
+std::string escapedPoint(utf8proc_int32_t point) {
+    switch (point) {
+    case '\n': return "\\n";
+    case '\r': return "\\r";
+    case '\t': return "\\t";
+    default: break;
+    }
+    char text[8];
+    std::snprintf(text, sizeof text, point < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(point));
+    return text;
+}
+
+} // namespace
+
+std::string escapedControls(std::string_view text, Tabs tabs) {
+    std::string result;
+    const std::string repaired = repairedUtf8(text);
+    for (std::size_t i = 0; i < repaired.size();) {
+        const CodePoint point = codePointAt(repaired, i);
+        const bool keptTab = point.value == '\t' && tabs == Tabs::kept;
+        const bool control = (point.value < 0x20 && !keptTab) || point.value == 0x7f || isHarmfulPoint(point.value);
+        if (control)
+            result += escapedPoint(point.value);
+        else
+            result.append(repaired, i, point.length);
+        i += point.length;
+    }
+    return result;
+}
+
 std::size_t characterLength(std::string_view text) {
     if (text.empty()) return 0;
     if (plainAscii(text, 0) && (text.size() == 1 || plainAscii(text, 1)))

@@ -14,6 +14,11 @@ namespace tidewrack {
 // `bytes` with every invalid sequence replaced by U+FFFD; well-formed text comes back unchanged.
 [[nodiscard]] std::string repairedUtf8(std::string_view bytes);
 
+// The same with every character written out that a terminal would obey or that turns text around: control characters as
+// `\n`, `\t`, `\x1b` or `\u009b`, line separators and changes of direction as `\u202e`.
+enum class Tabs { escaped, kept };
+[[nodiscard]] std::string escapedControls(std::string_view text, Tabs tabs = Tabs::escaped);
+
 // The length in bytes (1 or more) of the user-perceived character (extended grapheme cluster, UAX #29)
 // that `text` begins with; 0 when `text` is empty. Bytes that are not UTF-8 count one character each.
 // A CR LF pair is one character.
