@@ -1,6 +1,9 @@
 #include "Changes/Changes.hpp"
 
+#include "Support/Paths.hpp"
+
 #include <algorithm>
+#include <iterator>
 
 namespace tidewrack {
 
@@ -31,6 +34,19 @@ Changes::Counts Changes::fileCounts() const {
         return std::count_if(paths.begin(), paths.end(), [this](const auto& path) { return !folders.contains(path); });
     };
     return {files(added), files(modified), files(deleted)};
+}
+
+Changes Changes::within(const std::vector<std::string>& paths) const {
+    const auto isWithin = [&](const std::string& path) {
+        return std::any_of(paths.begin(), paths.end(),
+                           [&](const std::string& each) { return each.empty() || isAtOrBelow(path, each); });
+    };
+    Changes result;
+    std::copy_if(added.begin(), added.end(), std::back_inserter(result.added), isWithin);
+    std::copy_if(modified.begin(), modified.end(), std::back_inserter(result.modified), isWithin);
+    std::copy_if(deleted.begin(), deleted.end(), std::back_inserter(result.deleted), isWithin);
+    std::copy_if(folders.begin(), folders.end(), std::inserter(result.folders, result.folders.end()), isWithin);
+    return result;
 }
 
 Changes Changes::between(const Manifest& older, const Manifest& newer) {

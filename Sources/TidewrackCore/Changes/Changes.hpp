@@ -31,6 +31,8 @@ struct Changes {
     [[nodiscard]] bool isEmpty() const { return added.empty() && modified.empty() && deleted.empty(); }
     [[nodiscard]] std::vector<std::string> all() const; // the three lists in one, sorted
     [[nodiscard]] Counts fileCounts() const;            // without folders
+    // What of it lies at or below one of these paths.
+    [[nodiscard]] Changes within(const std::vector<std::string>& paths) const;
 
     [[nodiscard]] static Changes between(const Manifest& older, const Manifest& newer);
 };

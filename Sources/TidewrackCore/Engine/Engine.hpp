@@ -110,10 +110,12 @@ class Engine {
     // `paths`: absolute or relative; none: the whole project.
     RestoreResult restore(const Project& project, std::int64_t to, const std::optional<std::vector<std::string>>& paths,
                           bool removeNew) const;
-    // Takes back what changed between snapshot `turn` and the one that follows it.
-    RestoreResult undo(const Project& project, std::int64_t turn) const;
+    // Takes back what changed between snapshot `turn` and the one that follows it; with `paths`, as above, there alone.
+    RestoreResult undo(const Project& project, std::int64_t turn,
+                       const std::optional<std::vector<std::string>>& paths = std::nullopt) const;
     RestoreResult undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
-                       const std::optional<std::string>& label) const;
+                       const std::optional<std::string>& label,
+                       const std::optional<std::vector<std::string>>& paths = std::nullopt) const;
 
     // --- Differences ---
     // `to` absent: the folder as it is now.
@@ -131,6 +133,8 @@ class Engine {
     using Scope = std::function<bool(std::string_view)>;
 
     void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
+    static std::vector<std::string> relativePaths(const Project& project,
+                                                  const std::optional<std::vector<std::string>>& paths);
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
                         const TakenSnapshot& safety, bool removeNew) const;
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;

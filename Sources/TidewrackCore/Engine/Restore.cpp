@@ -51,7 +51,24 @@ std::set<std::string, std::less<>> lostContents(const History& history, const Ma
     return lost;
 }
 
+// Paths asked for by name that neither listing has.
+void addMissing(const std::vector<std::string>& asked, const Manifest& target, const Manifest& current,
+                RestoreResult& result) {
+    for (const std::string& path : asked)
+        if (!isListed(target, path) && !isListed(current, path))
+            result.outcomes.push_back(
+                {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
+}
+
 } // namespace
+
+std::vector<std::string> Engine::relativePaths(const Project& project,
+                                               const std::optional<std::vector<std::string>>& paths) {
+    std::vector<std::string> listed;
+    for (const std::string& path : paths.value_or(std::vector<std::string>()))
+        listed.push_back(relative(project, path));
+    return listed;
+}
 
 RestoreResult Engine::restore(const Project& project, std::int64_t to,
                               const std::optional<std::vector<std::string>>& paths, bool removeNew) const {
@@ -59,18 +76,13 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     const ProjectLock lock(history.lockPath());
     checkRoot(project);
     const Manifest target = history.manifest(history.snapshot(to));
-    std::vector<std::string> listed;
-    for (const std::string& path : paths.value_or(std::vector<std::string>()))
-        listed.push_back(relative(project, path));
+    std::vector<std::string> listed = relativePaths(project, paths);
     const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
     RestoreResult result = apply(lock, project, target, scope, safety, removeNew);
-    for (const std::string& path : listed)
-        if (!isListed(target, path) && !isListed(safety.manifest, path))
-            result.outcomes.push_back(
-                {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
+    addMissing(listed, target, safety.manifest, result);
     result.target = to;
     return result;
 }
@@ -123,17 +135,19 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     history.writeSnapshot(lock, meta);
 }
 
-RestoreResult Engine::undo(const Project& project, std::int64_t turn) const {
+RestoreResult Engine::undo(const Project& project, std::int64_t turn,
+                           const std::optional<std::vector<std::string>>& paths) const {
     const auto seqs = store.history(project).seqs();
     const auto next = std::upper_bound(seqs.begin(), seqs.end(), turn);
     const auto to = next == seqs.end() ? std::nullopt : std::optional(*next);
-    RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn));
+    RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn), paths);
     if (to && *to != turn + 1) result.prunedUpTo = to;
     return result;
 }
 
 RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
-                           const std::optional<std::string>& label) const {
+                           const std::optional<std::string>& label,
+                           const std::optional<std::vector<std::string>>& paths) const {
     const History history = store.history(project);
     const ProjectLock lock(history.lockPath());
     checkRoot(project);
@@ -141,14 +155,18 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     const Manifest before = history.manifest(start);
     std::optional<Manifest> after;
     if (to) after = history.manifest(history.snapshot(*to));
+    std::vector<std::string> listed = relativePaths(project, paths);
     const SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
     const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
     const auto all = Changes::between(before, after ? *after : safety.manifest).all();
     after.reset();
-    const std::set<std::string, std::less<>> changed(all.begin(), all.end());
+    if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&before, &safety.manifest});
+    std::set<std::string, std::less<>> changed(all.begin(), all.end());
+    if (paths) std::erase_if(changed, [&](const std::string& path) { return !inScope(listed, path); });
     RestoreResult result = apply(
         lock, project, before, [&](std::string_view path) { return changed.contains(path); }, safety, true);
     result.nothingInScope = changed.empty();
+    if (changed.empty()) addMissing(listed, before, safety.manifest, result);
     result.target = from;
     return result;
 }
