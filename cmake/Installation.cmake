@@ -37,6 +37,7 @@ anything an AI coding agent did to them can be undone, untracked files,
 dotfiles and permissions included. Hooks in the agents' own configuration
 take the snapshots, refuse commands that would destroy a home folder or the
 system, and save what lies outside of projects before a command touches it.")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/packaging/debian/prerm")
 if(NOT TIDEWRACK_STATIC)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
