@@ -1,5 +1,6 @@
 #include "Support/TestFolders.hpp"
 
+#include "CommandTable.hpp"
 #include "Engine/Tracking.hpp"
 #include "Reports/TextReports.hpp"
 
@@ -30,6 +31,16 @@ class CommandTest : public ::testing::Test {
         return outcome.err.substr(11, outcome.err.size() - 12);
     }
     nlohmann::json json(const std::vector<std::string>& words) const { return nlohmann::json::parse(world.ok(words)); }
+    // What a run shows on a terminal.
+    Outcome onTerminal(const std::vector<std::string>& words, const std::string& terminal = "xterm") const {
+        Outcome outcome;
+        Sink out(outcome.out, true);
+        Sink err(outcome.err, true);
+        Surroundings around{world.environment, world.current, "tidewrack", out, err};
+        around.environment["TERM"] = terminal;
+        outcome.status = tidewrack::run(words, around);
+        return outcome;
+    }
 
     World world;
     const TemporaryFolder& f = world.folder;
@@ -44,6 +55,189 @@ TEST_F(CommandTest, helpAndVersion) {
     for (const char* word : {"help", "--help", "-h"}) EXPECT_EQ(world.ok({word}), help) << word;
     for (const char* word : {"version", "--version", "-v"}) EXPECT_EQ(world.ok({word}), "1.0.0\n") << word;
     EXPECT_FALSE(f.has("store")); // looking around creates nothing
+}
+
+// What a command is called and takes stands in the table; help, manual and JSON document must know all of it.
+TEST_F(CommandTest, everythingInTheTableIsDocumented) {
+    const std::string usage = world.ok({"help"});
+    const std::string manual = document("man/tidewrack.1");
+    const std::string jsonDocument = document("json.md");
+    for (const Command& command : commandTable()) {
+        const std::string name(command.name);
+        for (const Option& option : command.options) {
+            EXPECT_EQ(takesValue(option.name), option.takesValue()) << option.name << " means two things";
+            if (command.group == Group::hidden) continue;
+            const std::string inManual = "Fl " + std::string(option.name.substr(1));
+            EXPECT_NE(manual.find(inManual), std::string::npos) << inManual;
+        }
+        if (command.group == Group::hidden) continue;
+        EXPECT_NE(usage.find("\n  " + name), std::string::npos) << name;
+        EXPECT_NE(manual.find("Cm " + name), std::string::npos) << name;
+        const bool hasJson = command.option("--json") != nullptr;
+        EXPECT_EQ(jsonDocument.find("\n| `" + name + "` | ") != std::string::npos, hasJson) << name;
+        const std::string help = world.ok({"help", name.substr(0, name.find(' ')), name.substr(name.find(' ') + 1)});
+        EXPECT_EQ(help.find("Usage: tidewrack " + name), 0U) << help;
+        EXPECT_NE(help.find("\nExample\n  "), std::string::npos) << help;
+    }
+    const std::string restoring = world.ok({"help", "restore"});
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"restore", "--help"}, {"restore", "1", "-h"}, {"--help", "restore", "1"}})
+        EXPECT_EQ(world.ok(words), restoring);
+    EXPECT_EQ(fault({"help", "me"}), "unknown command me. Run `tidewrack help`.");
+}
+
+TEST_F(CommandTest, wordsThatACommandThatChangesSomethingDoesNotKnow) {
+    f.write("project/a", "old");
+    f.write("other/a", "old");
+    world.ok({"track"});
+    world.ok({"track", f.at("other")});
+    const struct {
+        std::vector<std::string> words;
+        std::string refusal;
+    } refused[] = {
+        {{"restore", "1", "--dryrun"}, "restore has no option --dryrun; nothing was changed"},
+        {{"restore", "1", "--dry-run"}, "restore has no option --dry-run; nothing was changed"},
+        {{"undo", "1", "-dry-run"}, "undo has no option -dry-run; nothing was changed"},
+        {{"undo", "1", "-n", "1"}, "undo has no option -n; nothing was changed"},
+        {{"prune", "--dry_run"}, "prune has no option --dry_run (did you mean --dry-run?); nothing was changed"},
+        {{"prune", "--dry-run=yes"},
+         "prune has no option --dry-run=yes (did you mean --dry-run?); nothing was changed"},
+        {{"restore", "1", "--keep-new=yes"}, "--keep-new takes no value; nothing was changed"},
+        {{"untrack", "--foo"}, "untrack has no option --foo; nothing was changed"},
+        {{"untrack", ".", "more"}, "untrack has no use for the word more; nothing was changed"},
+        {{"hooks", "install", "--Dry-Run"}, "hooks install has no option --Dry-Run; nothing was changed"},
+        {{"vault", "restore", "--simulate", "x"}, "vault restore has no option --simulate; nothing was changed"},
+        {{"--project=", "restore", "1"}, "--project needs a value"}, // a script's unset variable
+        {{"-C", f.at("gone"), "log"}, "-C needs a folder, got " + f.at("gone")},
+    };
+    for (const auto& row : refused) EXPECT_EQ(fault(row.words), row.refusal);
+    EXPECT_EQ(world.history().seqs().size(), 1U); // no safety snapshot
+    const struct {
+        std::vector<std::string> words;
+        std::string warning;
+    } warned[] = {
+        {{"pin", "1", "--foo"}, "warning: pin has no option --foo; ignored\n"},
+        {{"unpin", "1", "2"}, "warning: unpin has no use for the word 2; ignored\n"},
+        {{"restore", "1", "--label", "x"}, "warning: restore has no option --label; ignored\n"},
+        {{"log", "--foo", "--dry-run"}, ""}, // what only reads takes anything
+        {{"restore", "1", "--", "-n"}, ""},  // a path
+    };
+    for (const auto& row : warned) {
+        const Outcome outcome = world.run(row.words);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.err, row.warning);
+    }
+    f.write("project/a", "new");
+    f.write("other/a", "new");
+    world.ok({"--project=" + f.at("other"), "restore", "1"});
+    EXPECT_EQ(f.read("project/a") + f.read("other/a"), "newold");
+    world.ok({"-C", f.at("other"), "-C", "..", "-C", f.at("project"), "restore", "1"});
+    EXPECT_EQ(f.read("project/a"), "old");
+}
+
+TEST_F(CommandTest, pathsNarrowDown) {
+    f.write("project/a", "a");
+    f.write("project/sub/b", "b");
+    world.ok({"track"});
+    f.write("project/a", "changed");
+    world.ok({"snap"});
+    f.write("project/sub/b", "changed");
+    world.ok({"snap"});
+    f.remove("project/a");
+    f.write("project/sub/c", "c");
+    EXPECT_EQ(world.ok({"diff", "1", "--", "sub"}), "+ sub/c\n~ sub/b\n");
+    EXPECT_EQ(world.ok({"diff", "1", "2", "sub"}), "No changes.\n");
+    EXPECT_EQ(world.ok({"diff", "2", "3", "a", "sub/b"}), "~ sub/b\n");
+    EXPECT_EQ(world.ok({"diff", "2", "3", "sub", "--patch"}).find("diff --git a/sub/b b/sub/b\n"), 0U);
+    EXPECT_EQ(world.run({"diff", "1", "--", "nope"}).err, "warning: nope is on neither side\n");
+    EXPECT_EQ(json({"diff", "1", "--json", "--", "sub"})["added"], nlohmann::json{"sub/c"});
+    const auto rows = [&](const std::vector<std::string>& words) {
+        return std::regex_replace(world.ok(words), std::regex(" +[0-9]+s ago +manual +→ +"), ": ");
+    };
+    EXPECT_EQ(rows({"log", "a"}), "#3: +0 ~0 -1 so far\n#1: +0 ~1 -0\n");
+    EXPECT_EQ(rows({"log", "sub"}), "#3: +1 ~0 -0 so far\n#2: +0 ~1 -0\n");
+    EXPECT_EQ(rows({"log", "sub", "-n1"}), "#3: +1 ~0 -0 so far\n");
+    EXPECT_EQ(json({"log", "--json", "sub/b"}).size(), 1U);
+    world.current = f.at("project/sub");
+    EXPECT_EQ(fault({"undo", "1", ""}), "missing path");
+    EXPECT_EQ(world.ok({"undo", "2", "c"}), "Nothing changed after #2 there, so there's nothing to undo.\n");
+    EXPECT_EQ(world.ok({"undo", "1", "../a", "b"}),
+              "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 6\n");
+    EXPECT_EQ(f.read("project/a") + f.read("project/sub/b") + f.read("project/sub/c"), "achangedc");
+}
+
+// A turn saves at its prompt and before risky commands; the number with its words is not always the one to undo.
+TEST_F(CommandTest, undoOfNothingNamesTheNextStepOfTheTurn) {
+    const auto snap = [&](const std::string& kind, const std::string& session) {
+        world.ok({"snap", "--kind", kind, "--label", kind + "!", "--agent", "claude", "--session", session});
+    };
+    f.write("project/a", "a");
+    world.ok({"track"});
+    snap("prompt", "x");
+    snap("tool", "x");
+    f.remove("project/a");
+    snap("stop", "x");
+    snap("prompt", "y");
+    EXPECT_EQ(world.ok({"undo", "2"}),
+              "Nothing changed after #2, so there's nothing to undo.\nThe next step of the same "
+              "turn that changed something is #3, \"tool!\". To undo it, run: tidewrack undo 3\n");
+    EXPECT_EQ(world.ok({"undo", "4"}), "Nothing changed after #4, so there's nothing to undo.\n"
+                                       "To undo the changes made before #4, run: tidewrack undo 3\n");
+    f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
+    EXPECT_NE(world.ok({"log"}).find("\"prompt!\"  →  +0 ~0 -1 (without #3, pruned)\n"), std::string::npos);
+}
+
+TEST_F(CommandTest, controlCharactersReachNoTerminal) {
+    const std::string name = "\x1b[31mred\n";
+    f.write("project/" + name, "old\tline\n");
+    world.ok({"track"});
+    f.write("project/" + name, "new\tline\x1b]0;title\x07\n");
+    world.ok({"snap", "--label", "two\nlines \u202e\u009b\x1b[2J"});
+    EXPECT_EQ(onTerminal({"diff", "1"}, "dumb").out, "~ \\x1b[31mred\\n\n");
+    EXPECT_EQ(world.ok({"diff", "1"}), "~ " + name + "\n");
+    EXPECT_NE(onTerminal({"log"}).out.find("\"two\\nlines \\u202e\\u009b\\x1b[2J\""), std::string::npos);
+    EXPECT_NE(world.ok({"log"}).find("\"two\\nlines \u202e\u009b\x1b[2J\""), std::string::npos);
+    const std::string patch = onTerminal({"diff", "1", "--patch"}, "dumb").out;
+    EXPECT_NE(patch.find("\n-old\tline\n+new\tline\\x1b]0;title\\x07\n"), std::string::npos) << patch;
+    EXPECT_EQ(onTerminal({"cat", "1", "\x1b[0m"}).err, "tidewrack: \\x1b[0m isn't in snapshot #1\n");
+    EXPECT_EQ(onTerminal({"restore", "1", "\x7f"}, "dumb").out.find("\x7f"), std::string::npos);
+    EXPECT_NE(onTerminal({"diff", "1"}).out.find("\x1b[33m"), std::string::npos); // our own colours stay
+}
+
+TEST_F(CommandTest, completions) {
+    f.write("project/kept", "");
+    f.write("project/lost folder/x", "");
+    world.ok({"track"});
+    world.ok({"snap", "--label", "clean-up"});
+    f.remove("project/lost folder");
+    const auto offered = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"_complete", "--"});
+        return std::regex_replace(world.ok(words), std::regex("\t[^\n]*"), "");
+    };
+    const struct {
+        std::vector<std::string> words;
+        std::string offers;
+    } rows[] = {
+        {{"un"}, "untrack\nunpin\nundo\n"},
+        {{"hooks", ""}, "status\ninstall\nuninstall\nprint\n"},
+        {{"hooks", "print", "c"}, "claude\ncodex\ncursor\n"},
+        {{"hooks", "install", "a"}, "all\n"},
+        {{"prune", "--d"}, "--dry-run\n"},
+        {{"--project", "."}, ":folders\n"},
+        {{"snap", "--agent", "g"}, "gemini\n"},
+        {{"snap", "--label", ""}, ""},
+        {{"undo", ""}, "2\n1\n"},
+        {{"-C", world.projectPath(), "--json", "diff", "2", "1"}, "1\n"},
+        {{"--project", world.projectPath(), "pin", "2"}, "2\n"},
+        {{"--project", "=", world.projectPath(), "pin", "2"}, "2\n"},
+        {{"pin", "2", ""}, ""},
+        {{"restore", "1", ""}, ":paths\nlost folder/\n"},
+        {{"cat", "#1", "lost folder/"}, ":paths\nlost folder/x\n"},
+        {{"track", ""}, ":folders\n"},
+        {{"nonsense", ""}, ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(offered(row.words), row.offers) << row.words[0];
+    EXPECT_NE(world.ok({"_complete", "--", "undo", "2"}).find("s ago  clean-up\n"), std::string::npos);
 }
 
 TEST_F(CommandTest, usageErrors) {
@@ -89,7 +283,7 @@ TEST_F(CommandTest, findsTheProject) {
     world.current = f.at("project/deep/er");
     for (const std::string& path : {std::string("file"), std::string("../er/./file"), f.at("project/deep/er/file")})
         EXPECT_EQ(world.ok({"cat", "1", path}), "x");
-    EXPECT_EQ(fault({"untrack", "-h"}), world.current + "/-h is not a folder."); // the history around it stays
+    EXPECT_EQ(fault({"untrack", "hlep"}), world.current + "/hlep is not a folder."); // the history around it stays
     EXPECT_EQ(fault({"untrack", ""}), "missing path");
     world.current = f.at("elsewhere");
     EXPECT_EQ(fault({"log"}), untracked(f.at("elsewhere")));
@@ -236,6 +430,6 @@ TEST(Reports, agesAndCounts) {
 
 TEST(Reports, coloursOnlyWhenAsked) {
     const Changes changes{{"a"}, {"b"}, {"c"}, {"c"}};
-    EXPECT_EQ(changesText(changes, true), "\x1b[32m+ a\x1b[m\n\x1b[33m~ b\x1b[m\n\x1b[31m- c/\x1b[m\n");
-    EXPECT_EQ(changesText({}, true), "No changes.\n");
+    EXPECT_EQ(changesText(changes, {true, true}), "\x1b[32m+ a\x1b[m\n\x1b[33m~ b\x1b[m\n\x1b[31m- c/\x1b[m\n");
+    EXPECT_EQ(changesText({}, {true, true}), "No changes.\n");
 }

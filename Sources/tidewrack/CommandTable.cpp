@@ -25,6 +25,9 @@ constexpr Option project{"--project", "PATH", "act on the project that contains 
 constexpr Option home{"--home", "PATH", "the home folder whose agents `hooks` configures", Fill::folder, true};
 constexpr Option json{"--json", "", "machine-readable output", Fill::nothing, true};
 
+constexpr Option globals[] = {{"-C", "DIR", "act as if started in DIR", Fill::folder, true},
+                              {"--help", "", "explain the command", Fill::nothing, true}};
+
 constexpr Option trackOptions[] = {force, json};
 constexpr Option untrackOptions[] = {project};
 constexpr Option jsonOptions[] = {json};
@@ -40,8 +43,9 @@ constexpr Option hooksStatusOptions[] = {home, json};
 constexpr Option homeOptions[] = {home};
 
 constexpr Fill aFolder[] = {Fill::folder};
+constexpr Fill aPath[] = {Fill::path};
 constexpr Fill aSnapshot[] = {Fill::snapshot};
-constexpr Fill twoSnapshots[] = {Fill::snapshot, Fill::snapshot};
+constexpr Fill twoSnapshotsAndPaths[] = {Fill::snapshot, Fill::snapshot, Fill::path};
 constexpr Fill snapshotAndPaths[] = {Fill::snapshot, Fill::path};
 constexpr Fill anAgent[] = {Fill::agent};
 constexpr Fill agentOrAll[] = {Fill::agentOrAll};
@@ -86,21 +90,27 @@ constexpr Command table[] = {
      .example = "tidewrack snap --label \"before the clean-up\"",
      .run = commands::snap},
     {.name = "log",
+     .words = "[path]",
      .group = Group::history,
+     .fills = aPath,
+     .mostWords = 1,
      .options = logOptions,
      .summary = "list the latest snapshots, newest first",
      .details = "The right-hand side tells what changed after each one, that is, what undoing it takes back: added "
-                "(+), modified (~) and deleted (-) files.",
+                "(+), modified (~) and deleted (-) files. "
+                "With a path, of a file or a folder, only the snapshots after which it changed are listed.",
      .example = "tidewrack log -n 5",
      .run = commands::log},
     {.name = "diff",
-     .words = "A [B]",
+     .words = "A [B] [path...]",
      .group = Group::history,
-     .fills = twoSnapshots,
-     .mostWords = 2,
+     .fills = twoSnapshotsAndPaths,
+     .mostWords = Command::anyNumber,
      .options = diffOptions,
      .summary = "what changed from snapshot A to B, or to now",
-     .details = "Added paths stand behind +, modified ones behind ~, deleted ones behind -.",
+     .details =
+         "Added paths stand behind +, modified ones behind ~, deleted ones behind -. Paths, of files or folders, "
+         "narrow it down; -- before them parts them from B.",
      .example = "tidewrack diff 12 --patch",
      .run = commands::diff},
     {.name = "cat",
@@ -157,15 +167,15 @@ constexpr Command table[] = {
      .example = "tidewrack restore 12 src README.md",
      .run = commands::restore},
     {.name = "undo",
-     .words = "N",
+     .words = "N [path...]",
      .group = Group::gettingBack,
      .effect = Effect::changes,
-     .fills = aSnapshot,
-     .mostWords = 1,
+     .fills = snapshotAndPaths,
+     .mostWords = Command::anyNumber,
      .options = undoOptions,
      .summary = "take back what changed between snapshot N and the next",
-     .details =
-         "Later changes elsewhere stay. Takes a safety snapshot first, whose number it prints: the undo can be undone.",
+     .details = "Later changes elsewhere stay. With paths, only these are taken back. Takes a safety snapshot first, "
+                "whose number it prints: the undo can be undone.",
      .example = "tidewrack undo 12",
      .run = commands::undo},
     {.name = "hooks status",
@@ -233,7 +243,11 @@ constexpr Command table[] = {
      .details = "What stands in its place now is moved aside.",
      .example = "tidewrack vault restore 20260314-093005-1F3A9C",
      .run = commands::vaultRestore},
-    {.name = "version", .group = Group::others, .summary = "print the version", .run = commands::version},
+    {.name = "version",
+     .group = Group::others,
+     .summary = "print the version",
+     .example = "tidewrack version",
+     .run = commands::version},
     {.name = "help",
      .words = "[command]",
      .group = Group::others,
@@ -242,8 +256,13 @@ constexpr Command table[] = {
      .summary = "print this text, or what a command does",
      .example = "tidewrack help restore",
      .run = commands::help},
-    {.name = "hooks", .mostWords = Command::anyNumber, .options = hooksOptions, .run = commands::hooksOther},
+    {.name = "hooks",
+     .mostWords = Command::anyNumber,
+     .options = hooksOptions,
+     .summary = "install hooks into the agents, or see where they are",
+     .run = commands::hooksOther},
     {.name = "_bench-walk", .mostWords = 1, .options = projectOptions, .run = commands::benchWalk},
+    {.name = "_complete", .mostWords = Command::anyNumber, .run = commands::complete},
 };
 
 const Command* named(std::string_view name) {
@@ -271,8 +290,19 @@ const Command* commandOf(const std::vector<std::string>& words) {
     return named(words[0]);
 }
 
+std::span<const Option> globalOptions() {
+    return globals;
+}
+
+bool isGlobalOption(std::string_view optionName) {
+    return std::any_of(std::begin(globals), std::end(globals),
+                       [&](const Option& option) { return option.name == optionName; });
+}
+
 bool takesValue(std::string_view optionName) {
     if (!optionName.starts_with('-')) return false;
+    for (const Option& option : globals)
+        if (option.name == optionName) return option.takesValue();
     for (const Command& command : table)
         if (const Option* option = command.option(optionName)) return option->takesValue();
     return false;

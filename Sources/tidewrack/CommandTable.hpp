@@ -46,6 +46,7 @@ struct Command {
     int (*run)(Invocation&) = nullptr; // returns the exit status
 
     [[nodiscard]] const Option* option(std::string_view optionName) const;
+    [[nodiscard]] std::size_t nameWords() const { return name.find(' ') == std::string_view::npos ? 1 : 2; }
 };
 
 // In the order of the usage.
@@ -53,6 +54,10 @@ struct Command {
 
 // The command that the first words name, the longest name first; nullptr for none.
 [[nodiscard]] const Command* commandOf(const std::vector<std::string>& words);
+
+// The options of the program itself, which every command takes.
+[[nodiscard]] std::span<const Option> globalOptions();
+[[nodiscard]] bool isGlobalOption(std::string_view optionName);
 
 // Whether any command's option of this name takes a value: options may stand before the command.
 [[nodiscard]] bool takesValue(std::string_view optionName);

@@ -91,7 +91,7 @@ std::string commandsWith(const Option& option) {
 }
 
 std::vector<Option> commonOptions() {
-    std::vector<Option> options;
+    std::vector<Option> options(globalOptions().begin(), globalOptions().end());
     for (const Command& command : commandTable())
         for (const Option& option : command.options)
             if (option.common && std::none_of(options.begin(), options.end(),
@@ -117,7 +117,7 @@ std::string usageText() {
     text += "\nOptions\n";
     for (const Option& option : commonOptions())
         text += row(spelled(option),
-                    std::string(option.help) + (option.takesValue() ? "" : " (" + commandsWith(option) + ")"));
+                    std::string(option.help) + (option.name == "--json" ? " (" + commandsWith(option) + ")" : ""));
     return text.append(ending);
 }
 

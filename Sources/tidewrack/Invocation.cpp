@@ -4,11 +4,26 @@
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
-#include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
 namespace tidewrack {
+
+namespace {
+
+Look lookOf(const Surroundings& around) {
+    const auto variable = [&](std::string_view name) {
+        const auto found = around.environment.find(name);
+        return found == around.environment.end() ? std::string() : found->second;
+    };
+    const bool terminal = around.out.isTerminal();
+    return {terminal, terminal && variable("NO_COLOR").empty() && variable("TERM") != "dumb"};
+}
+
+} // namespace
+
+Invocation::Invocation(const Command& called, Args words, Surroundings& surroundings)
+    : command(called), args(std::move(words)), around(surroundings), look_(lookOf(surroundings)) {}
 
 const Engine& Invocation::engine() {
     if (engine_) return *engine_;
@@ -26,15 +41,11 @@ std::string Invocation::absolute(const std::string& path) const {
 }
 
 Project Invocation::project(const std::optional<std::string>& folder) {
+    if (args.value("--project") == "") throw CliError("--project needs a value"); // a script's unset variable
     const std::string path = absolute(folder ? *folder : args.value("--project").value_or(around.currentFolder));
     auto found = store().projectContaining(path);
     if (!found) throw TidewrackError::notTracked(path);
     return *found;
-}
-
-bool Invocation::colour() const {
-    const auto off = around.environment.find("NO_COLOR");
-    return around.out.isTerminal() && (off == around.environment.end() || off->second.empty());
 }
 
 void Invocation::print(std::string_view text) {
@@ -48,7 +59,7 @@ void Invocation::printJson(const nlohmann::json& value) {
 
 void Invocation::warn(const std::vector<std::string>& warnings) {
     progress_.wipe();
-    for (const std::string& warning : warnings) around.err.line("warning: " + repairedUtf8(warning));
+    for (const std::string& warning : warnings) around.err.line("warning: " + around.err.shown(warning));
 }
 
 } // namespace tidewrack

@@ -1,10 +1,11 @@
 #pragma once
 // One call of a command: its words, what it acts on, and the one way of output.
 
-#include "CommandLine.hpp"
+#include "Args.hpp"
 #include "CommandTable.hpp"
 #include "Engine/Engine.hpp"
 #include "Progress.hpp"
+#include "Surroundings.hpp"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -18,8 +19,7 @@ namespace tidewrack {
 class Invocation {
   public:
     // `args`: the words without those of the command's name.
-    Invocation(const Command& called, Args words, Surroundings& surroundings)
-        : command(called), args(std::move(words)), around(surroundings) {}
+    Invocation(const Command& called, Args words, Surroundings& surroundings);
     Invocation(const Invocation&) = delete;
     Invocation& operator=(const Invocation&) = delete;
 
@@ -36,7 +36,9 @@ class Invocation {
     [[nodiscard]] Project project(const std::optional<std::string>& folder = std::nullopt);
 
     [[nodiscard]] bool json() const { return args.has("--json"); }
-    [[nodiscard]] bool colour() const;
+    [[nodiscard]] const Look& look() const { return look_; }
+    // Text that others chose, as standard output may show it.
+    [[nodiscard]] std::string shown(std::string_view text) const { return look_.shown(text); }
 
     void print(std::string_view text);
     void printJson(const nlohmann::json& value);
@@ -44,6 +46,7 @@ class Invocation {
     void warn(const std::vector<std::string>& warnings);
 
   private:
+    Look look_;
     ProgressLine progress_;
     std::optional<Engine> engine_;
 };

@@ -47,6 +47,9 @@ int vaultRestore(Invocation& call);
 int help(Invocation& call);
 int version(Invocation& call);
 
+// Completion.cpp
+int complete(Invocation& call);
+
 } // namespace commands
 
 } // namespace tidewrack

@@ -13,26 +13,8 @@ namespace tidewrack::commands {
 
 namespace {
 
-// Whoever meant the changes that led to a snapshot needs the number before it.
-void hintAtEarlier(Invocation& call, const Project& project, std::int64_t turn) {
-    const auto seqs = call.store().history(project).seqs();
-    const auto here = std::lower_bound(seqs.begin(), seqs.end(), turn);
-    if (here == seqs.begin()) return;
-    call.print("To undo the changes made before #" + std::to_string(turn) + ", run: tidewrack undo " +
-               std::to_string(*std::prev(here)) + "\n");
-}
-
-void printRestored(Invocation& call, const RestoreResult& result) {
-    if (call.json())
-        call.printJson(restoreJson(result));
-    else
-        call.print(restoreText(result));
-}
-
-} // namespace
-
-int restore(Invocation& call) {
-    const std::int64_t to = call.args.number(0, "snapshot");
+// The words from the second on as absolute paths; none: the whole folder.
+std::optional<std::vector<std::string>> chosenPaths(const Invocation& call) {
     std::optional<std::vector<std::string>> paths;
     for (std::size_t i = 1; i < call.args.positional.size(); ++i) {
         if (!paths) paths.emplace();
@@ -40,21 +22,71 @@ int restore(Invocation& call) {
         if (call.args.positional[i].empty()) throw CliError("missing path");
         paths->push_back(call.absolute(call.args.positional[i]));
     }
+    return paths;
+}
+
+// A turn saves many times. The next snapshot of the same turn after which something changed, if there is one.
+std::optional<SnapshotMeta> nextStep(const std::vector<SnapshotMeta>& snapshots, std::int64_t turn) {
+    auto each = std::find_if(snapshots.begin(), snapshots.end(), [&](const auto& meta) { return meta.seq == turn; });
+    if (each == snapshots.end() || !each->session) return std::nullopt;
+    const SnapshotMeta& start = *each;
+    for (++each; each != snapshots.end() && each + 1 != snapshots.end(); ++each) {
+        if (each->session != start.session || each->agent != start.agent) continue;
+        if (each->kind == "prompt" || each->kind == "stop") return std::nullopt;
+        const SnapshotMeta& after = *(each + 1);
+        if (after.added + after.modified + after.deleted > 0) return *each;
+    }
+    return std::nullopt;
+}
+
+// `snapshots`: as they were before the undo.
+void hint(Invocation& call, const std::vector<SnapshotMeta>& snapshots, std::int64_t turn) {
+    if (const auto step = nextStep(snapshots, turn)) {
+        const std::string number = std::to_string(step->seq);
+        const std::string label = step->label ? ", \"" + call.shown(*step->label) + "\"" : "";
+        call.print("The next step of the same turn that changed something is #" + number + label +
+                   ". To undo it, run: tidewrack undo " + number + "\n");
+        return;
+    }
+    // Whoever meant the changes that led to a snapshot needs the number before it.
+    const auto here = std::lower_bound(snapshots.begin(), snapshots.end(), turn,
+                                       [](const SnapshotMeta& meta, std::int64_t seq) { return meta.seq < seq; });
+    if (here == snapshots.begin()) return;
+    call.print("To undo the changes made before #" + std::to_string(turn) + ", run: tidewrack undo " +
+               std::to_string(std::prev(here)->seq) + "\n");
+}
+
+void printRestored(Invocation& call, const RestoreResult& result) {
+    if (call.json())
+        call.printJson(restoreJson(result));
+    else
+        call.print(restoreText(result, call.look()));
+}
+
+} // namespace
+
+int restore(Invocation& call) {
+    const std::int64_t to = call.args.number(0, "snapshot");
+    const auto paths = chosenPaths(call);
     printRestored(call, call.engine().restore(call.project(), to, paths, !call.args.has("--keep-new")));
     return 0;
 }
 
 int undo(Invocation& call) {
     const std::int64_t turn = call.args.number(0, "snapshot");
+    const auto paths = chosenPaths(call);
     const Project project = call.project();
-    const RestoreResult result = call.engine().undo(project, turn);
+    const auto snapshots = call.store().history(project).snapshots();
+    const auto next =
+        std::find_if(snapshots.begin(), snapshots.end(), [&](const auto& meta) { return meta.seq > turn; });
+    const RestoreResult result = call.engine().undo(project, turn, paths);
     const bool idle = result.nothingInScope;
     if (call.json() || !idle)
         printRestored(call, result);
     else
-        call.print("Nothing changed after #" + std::to_string(turn) + ", so there's nothing to undo.\n" +
-                   warningsText(result));
-    if (!call.json() && (idle || result.prunedUpTo)) hintAtEarlier(call, project, turn);
+        call.print("Nothing changed after #" + std::to_string(turn) + (paths ? " there" : "") +
+                   ", so there's nothing to undo.\n" + warningsText(result, call.look()));
+    if (!call.json() && !paths && (idle || result.prunedUpTo)) hint(call, snapshots, turn);
     return 0;
 }
 

@@ -38,20 +38,22 @@ std::vector<Agent> chosenAgents(const std::string& name, Change change, const Ho
     return chosen;
 }
 
-void report(const HookInstaller::Result& result, Change change, std::ostream& out) {
+void report(const HookInstaller::Result& result, Change change, std::ostream& out, const Look& look) {
     const bool installing = change == Change::install;
     const auto name = rawValue(result.agent);
     if (!result.changed) {
-        out << name << ": " << result.note.value_or(installing ? "already installed" : "already removed") << '\n';
+        out << name << ": " << look.shown(result.note.value_or(installing ? "already installed" : "already removed"))
+            << '\n';
         return;
     }
     out << (installing ? "Installed " : "Removed ") << name << (installing ? " hooks in " : " hooks from ")
-        << result.path << '\n';
-    if (result.backup) out << "  backup: " << *result.backup << '\n';
-    if (result.note) out << "  " << *result.note << '\n';
+        << look.shown(result.path) << '\n';
+    if (result.backup) out << "  backup: " << look.shown(*result.backup) << '\n';
+    if (result.note) out << "  " << look.shown(*result.note) << '\n';
 }
 
-void changeAgents(const std::string& name, Change change, const HookInstaller& installer, std::ostream& out) {
+void changeAgents(const std::string& name, Change change, const HookInstaller& installer, std::ostream& out,
+                  const Look& look) {
     const auto agents = chosenAgents(name, change, installer);
     if (agents.empty()) {
         out << "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n";
@@ -60,7 +62,8 @@ void changeAgents(const std::string& name, Change change, const HookInstaller& i
     std::exception_ptr failure; // the first; it does not keep the other agents from their turn
     for (const Agent agent : agents) {
         try {
-            report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out);
+            report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out,
+                   look);
         } catch (const std::exception&) {
             if (!failure) failure = std::current_exception();
         }
@@ -92,14 +95,14 @@ StatusText statusText(const HookInstaller& installer, Agent agent) {
     }
 }
 
-void printStatus(const HookInstaller& installer, std::ostream& out) {
+void printStatus(const HookInstaller& installer, std::ostream& out, const Look& look) {
     std::exception_ptr failure;
     for (const Agent agent : allAgents) {
         const StatusText status = statusText(installer, agent);
         std::string line(rawValue(agent));
         line.resize(8, ' ');
         line += status.state;
-        if (status.hint) line += ", " + *status.hint;
+        if (status.hint) line += ", " + look.shown(*status.hint);
         out << line << '\n';
         if (!failure) failure = status.failure;
     }
@@ -119,15 +122,16 @@ std::string absoluteIn(const std::string& folder, std::string_view path) {
 
 } // namespace
 
-void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out) {
+void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out,
+              const Look& look) {
     const std::string verb = words.empty() ? "" : words[0];
     const std::string agent = words.size() > 1 ? words[1] : "";
     if (verb == "status")
-        printStatus(installer, out);
+        printStatus(installer, out, look);
     else if (verb == "install")
-        changeAgents(agent.empty() ? "all" : agent, Change::install, installer, out);
+        changeAgents(agent.empty() ? "all" : agent, Change::install, installer, out, look);
     else if (verb == "uninstall")
-        changeAgents(agent.empty() ? "all" : agent, Change::uninstall, installer, out);
+        changeAgents(agent.empty() ? "all" : agent, Change::uninstall, installer, out, look);
     else if (verb == "print" && agent.empty())
         usageError("which agent?");
     else if (verb == "print")
@@ -184,7 +188,7 @@ int run(Invocation& call, const std::string& verb) {
     if (!verb.empty()) words.insert(words.begin(), verb);
     std::ostringstream text;
     try {
-        runHooks(words, installerFor(call), text);
+        runHooks(words, installerFor(call), text, call.look());
     } catch (...) { // what was done all the same is told first
         call.print(text.str());
         throw;

@@ -2,6 +2,7 @@
 // `tidewrack hooks`: installs, removes, reports and prints the agents' hooks.
 
 #include "Agents/Installer.hpp"
+#include "Output.hpp"
 
 #include <iosfwd>
 #include <optional>
@@ -13,7 +14,8 @@ namespace tidewrack {
 
 // Runs `tidewrack hooks WORDS...` and writes what it did to `out`. Throws for wrong words, and for the first file
 // that cannot be read or written; what was done for the other agents is in `out`.
-void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out);
+void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out,
+              const Look& look = {});
 
 // `hooks status` for programs: a list of objects with "agent", "state" ("installed", "not installed", "agent not
 // found" or, where the file cannot be read, "unknown"), "path" and, where something is wrong, "hint".

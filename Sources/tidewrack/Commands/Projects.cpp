@@ -20,7 +20,7 @@ int track(Invocation& call) {
     if (call.json()) {
         call.printJson({{"project", toJson(project)}, {"snapshot", snapshotJson(first)}});
     } else {
-        call.print("Started tracking " + project.root + "\n#" + std::to_string(first.meta.seq) + "  " +
+        call.print("Started tracking " + call.shown(project.root) + "\n#" + std::to_string(first.meta.seq) + "  " +
                    std::to_string(first.meta.files) + " files  " + std::to_string(first.meta.durationMs) + " ms\n");
     }
     call.warn(first.warnings);
@@ -37,7 +37,7 @@ int untrack(Invocation& call) {
     if (path && Store::canonical(call.absolute(*path)) != project.root && !isFolder(call.absolute(*path)))
         throw TidewrackError::io(call.absolute(*path) + " is not a folder.");
     call.store().untrack(project);
-    call.print("Stopped tracking " + project.root + " and deleted its history.\n");
+    call.print("Stopped tracking " + call.shown(project.root) + " and deleted its history.\n");
     return 0;
 }
 
@@ -59,7 +59,7 @@ int projects(Invocation& call) {
             state = seqs.empty() ? "its snapshots are unreadable" : state + ", the latest is unreadable";
         }
         list.push_back(projectJson(project, seqs.size(), latest));
-        text += project.root + "  " + state + "\n";
+        text += call.shown(project.root) + "  " + state + "\n";
     }
     if (call.json())
         call.printJson(list);

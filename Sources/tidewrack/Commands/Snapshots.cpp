@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <future>
 
 namespace tidewrack::commands {
@@ -46,6 +47,90 @@ std::string changesSoFar(Invocation& call, CountsSoFar& soFar, std::int64_t seq)
     }
 }
 
+std::vector<SnapshotMeta> newestFirst(std::vector<SnapshotMeta> snapshots, std::size_t most) {
+    std::reverse(snapshots.begin(), snapshots.end());
+    if (snapshots.size() > most) snapshots.resize(most);
+    return snapshots;
+}
+
+nlohmann::json recordsJson(const std::vector<SnapshotMeta>& snapshots) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const SnapshotMeta& meta : snapshots) list.push_back(toJson(meta));
+    return list;
+}
+
+// What changed after `meta`, as the next newer record has it.
+std::string changesAfter(const SnapshotMeta& meta, const SnapshotMeta& newer) {
+    const std::string counts = countsText({newer.added, newer.modified, newer.deleted});
+    if (newer.seq == meta.seq + 1) return counts;
+    // The record knows only what changed since the snapshot before it, which is gone.
+    const std::string first = "#" + std::to_string(meta.seq + 1);
+    const std::string last = newer.seq == meta.seq + 2 ? "" : "–#" + std::to_string(newer.seq - 1);
+    return counts + " (without " + first + last + ", pruned)";
+}
+
+void logOfAll(Invocation& call, const Project& project, std::size_t most) {
+    // Reading the records takes a while too, so the comparison runs meanwhile. Should they be unreadable, that is
+    // told when it has come to its end.
+    const auto newest = most == 0 ? std::nullopt : call.store().history(project).newestSeq();
+    auto soFar = newest ? countsSoFar(call.engine(), project, *newest) : CountsSoFar();
+    const auto snapshots = newestFirst(call.store().history(project).snapshots(), most);
+    if (!snapshots.empty() && snapshots.front().seq != newest) { // one came or went meanwhile
+        soFar = {};                                              // waits for the end of the other comparison
+        soFar = countsSoFar(call.engine(), project, snapshots.front().seq);
+    }
+    const SnapshotMeta* newer = nullptr;
+    for (const SnapshotMeta& meta : snapshots) {
+        const std::string after = newer == nullptr ? changesSoFar(call, soFar, meta.seq) : changesAfter(meta, *newer);
+        call.print(logLine(meta, after, now(), call.look()) + "\n");
+        newer = &meta;
+    }
+}
+
+// The rows after which something at or below the path changed, with what changed there.
+void logOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
+    const auto snapshots = newestFirst(call.store().history(project).snapshots(), Command::anyNumber);
+    std::vector<SnapshotMeta> listed;
+    const SnapshotMeta* newer = nullptr;
+    for (const SnapshotMeta& meta : snapshots) {
+        if (listed.size() == most) break;
+        const auto to = newer == nullptr ? std::nullopt : std::optional(newer->seq);
+        const bool same = newer != nullptr && newer->manifestOf == meta.manifestOf;
+        newer = &meta;
+        if (same) continue; // the same listing
+        const auto counts = call.engine().diff(project, meta.seq, to).within({path}).fileCounts();
+        if (counts.sum() == 0) continue;
+        listed.push_back(meta);
+        const std::string after = countsText(counts) + (to ? "" : " so far");
+        if (!call.json()) call.print(logLine(meta, after, now(), call.look()) + "\n");
+    }
+    if (call.json()) call.printJson(recordsJson(listed));
+}
+
+// The words from `first` on as paths relative to the project's root.
+std::vector<std::string> relativePaths(Invocation& call, const Project& project, std::size_t first) {
+    std::vector<std::string> paths;
+    for (std::size_t i = first; i < call.args.positional.size(); ++i) {
+        if (call.args.positional[i].empty()) throw CliError("missing path"); // a script's unset variable
+        paths.push_back(Engine::relative(project, call.absolute(call.args.positional[i])));
+    }
+    return paths;
+}
+
+void warnOfUnknown(Invocation& call, const Engine::Sides& sides, const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        const auto knows = [&](const Manifest& side) { return side.find(path) != nullptr || side.listsBelow(path); };
+        if (!path.empty() && !knows(sides.older) && !knows(sides.newer)) call.warn({path + " is on neither side"});
+    }
+}
+
+void printChanges(Invocation& call, const Changes& changes) {
+    if (call.json())
+        call.printJson(changesJson(changes));
+    else
+        call.print(changesText(changes, call.look()));
+}
+
 // `place` is where the content would be kept; why it is not there is told by its name.
 std::string notKeptText(const Store& store, const Project& project, std::int64_t seq, const std::string& place,
                         const std::string& shown) {
@@ -75,54 +160,40 @@ int snap(Invocation& call) {
 
 int log(Invocation& call) {
     const std::size_t most = mostListed(call.args);
+    const auto path = call.args.word(0);
+    if (path && path->empty()) throw CliError("missing path");
     const Project project = call.project();
-    // Reading the records takes a while too, so the comparison runs meanwhile. Should they be unreadable, that is
-    // told when it has come to its end.
-    const History history = call.store().history(project);
-    const auto newest = call.json() || most == 0 ? std::nullopt : history.newestSeq();
-    auto soFar = newest ? countsSoFar(call.engine(), project, *newest) : CountsSoFar();
-    auto snapshots = history.snapshots();
-    std::reverse(snapshots.begin(), snapshots.end());
-    if (snapshots.size() > most) snapshots.resize(most);
-    if (call.json()) {
-        nlohmann::json list = nlohmann::json::array();
-        for (const SnapshotMeta& meta : snapshots) list.push_back(toJson(meta));
-        call.printJson(list);
-        return 0;
-    }
-    if (!snapshots.empty() && snapshots.front().seq != newest) { // one came or went meanwhile
-        soFar = {};                                              // waits for the end of the other comparison
-        soFar = countsSoFar(call.engine(), project, snapshots.front().seq);
-    }
-    const SnapshotMeta* newer = nullptr;
-    for (const SnapshotMeta& meta : snapshots) {
-        std::string after;
-        if (newer == nullptr) {
-            after = changesSoFar(call, soFar, meta.seq);
-        } else {
-            after = countsText({newer->added, newer->modified, newer->deleted});
-        }
-        call.print(logLine(meta, after, now()) + "\n");
-        newer = &meta;
-    }
+    if (path)
+        logOfPath(call, project, Engine::relative(project, call.absolute(*path)), most);
+    else if (call.json())
+        call.printJson(recordsJson(newestFirst(call.store().history(project).snapshots(), most)));
+    else
+        logOfAll(call, project, most);
     return 0;
 }
 
 int diff(Invocation& call) {
-    const std::int64_t from = call.args.number(0, "snapshot");
-    const auto to = call.args.word(1) ? std::optional(call.args.number(1, "second snapshot")) : std::nullopt;
+    const Args& args = call.args;
+    const std::int64_t from = args.number(0, "snapshot");
+    const bool hasSecond = args.positional.size() > 1 && args.plainFrom > 1;
+    const auto to = hasSecond ? std::optional(args.number(1, "second snapshot")) : std::nullopt;
     const Project project = call.project();
-    if (call.args.has("--patch")) {
-        writePatch(call.store(), project, call.engine().sides(project, from, to),
-                   call.colour() ? Colours::on : Colours::off,
-                   [&call](const std::string& section) { call.print(section); });
+    const auto paths = relativePaths(call, project, hasSecond ? 2 : 1);
+    if (!args.has("--patch") && paths.empty()) {
+        printChanges(call, call.engine().diff(project, from, to));
         return 0;
     }
-    const Changes changes = call.engine().diff(project, from, to);
-    if (call.json())
-        call.printJson(changesJson(changes));
+    const Engine::Sides sides = call.engine().sides(project, from, to);
+    Changes changes = Changes::between(sides.older, sides.newer);
+    if (!paths.empty()) {
+        changes = changes.within(paths);
+        warnOfUnknown(call, sides, paths);
+    }
+    if (args.has("--patch"))
+        writePatch(call.store(), project, sides, changes, call.look(),
+                   [&](const std::string& section) { call.print(section); });
     else
-        call.print(changesText(changes, call.colour()));
+        printChanges(call, changes);
     return 0;
 }
 

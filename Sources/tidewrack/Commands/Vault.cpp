@@ -6,7 +6,6 @@
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/TextReports.hpp"
-#include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -20,11 +19,11 @@ constexpr std::size_t commandLength = 200;
     throw CliError("usage: tidewrack vault restore <id>");
 }
 
-std::string listing(const VaultEntry& entry, Date now) {
+std::string listing(const VaultEntry& entry, Date now, const Look& look) {
     std::string text = entry.id + "  " + ago(entry.created, now) + "  " + std::to_string(entry.items.size()) + " saved";
     if (const std::size_t leftOut = entry.leftOut(); leftOut > 0) text += ", " + std::to_string(leftOut) + " too big";
-    text += "\n    $ " + oneLine(entry.command, commandLength) + "\n";
-    for (const VaultEntry::Item& item : entry.items) text += "    " + item.original + "\n";
+    text += "\n    $ " + look.shown(oneLine(entry.command, commandLength)) + "\n";
+    for (const VaultEntry::Item& item : entry.items) text += "    " + look.shown(item.original) + "\n";
     return text;
 }
 
@@ -40,7 +39,7 @@ int vault(Invocation& call) {
         return 0;
     }
     if (entries.empty()) call.print("The vault is empty.\n");
-    for (const VaultEntry& entry : entries) call.print(listing(entry, now()));
+    for (const VaultEntry& entry : entries) call.print(listing(entry, now(), call.look()));
     return 0;
 }
 
@@ -48,7 +47,7 @@ int vaultRestore(Invocation& call) {
     const auto id = call.args.word(0);
     if (!id) usageError();
     for (const std::string& message : Vault(Store::fromEnvironment(call.around.environment)).restore(*id))
-        call.print(repairedUtf8(message) + "\n");
+        call.print(call.shown(message) + "\n");
     return 0;
 }
 

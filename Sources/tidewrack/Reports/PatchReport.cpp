@@ -38,12 +38,14 @@ std::optional<PatchSide> sideOf(const Store& store, const Project& project, cons
 
 } // namespace
 
-void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, Colours colours,
-                const std::function<void(const std::string&)>& write) {
-    for (const std::string& path : Changes::between(sides.older, sides.newer).all()) {
+void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, const Changes& changes,
+                const Look& look, const std::function<void(const std::string&)>& write) {
+    for (const std::string& path : changes.all()) {
         const PatchFile file{path, sideOf(store, project, sides.older.find(path)),
                              sideOf(store, project, sides.newer.find(path))};
-        if (file.before || file.after) write(patchText(file, colours));
+        if (file.before || file.after)
+            write(patchText(file, look.colour ? Colours::on : Colours::off,
+                            look.terminal ? Controls::escaped : Controls::kept));
     }
 }
 

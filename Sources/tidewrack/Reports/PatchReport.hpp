@@ -3,14 +3,16 @@
 
 #include "Changes/Patch.hpp"
 #include "Engine/Engine.hpp"
+#include "Output.hpp"
 
 #include <functional>
 #include <string>
 
 namespace tidewrack {
 
-// Hands the sections of the patch to `write`, one per changed file or link, by path; nothing for no changes.
-void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, Colours colours,
-                const std::function<void(const std::string&)>& write);
+// Hands the sections of the patch for `changes`, which are those between the sides or some of them, to `write`, one per
+// changed file or link, by path; nothing for no changes.
+void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, const Changes& changes,
+                const Look& look, const std::function<void(const std::string&)>& write);
 
 } // namespace tidewrack

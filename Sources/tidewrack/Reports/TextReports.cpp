@@ -18,6 +18,21 @@ std::string shownLabel(const std::string& label) {
     return std::string(firstCharacters(label, longestLabel - 3)) + "...";
 }
 
+// Text without line ends, also where a pipe gets it.
+std::string rowText(const std::string& text, const Look& look) {
+    if (look.terminal) return look.shown(text);
+    std::string row;
+    for (const char c : text) {
+        if (c == '\n')
+            row += "\\n";
+        else if (c == '\r')
+            row += "\\r";
+        else
+            row += c;
+    }
+    return row;
+}
+
 } // namespace
 
 std::string ago(Date date, Date now) {
@@ -38,16 +53,16 @@ std::string filesText(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }
 
-std::string changesText(const Changes& changes, bool colour) {
+std::string changesText(const Changes& changes, const Look& look) {
     if (changes.isEmpty()) return "No changes.\n";
     std::string text;
     const auto add = [&](const std::vector<std::string>& paths, std::string_view mark, std::string_view tint) {
         for (const std::string& path : paths) {
-            if (colour) text += tint;
+            if (look.colour) text += tint;
             text += mark;
-            text += repairedUtf8(path);
+            text += look.shown(path);
             if (changes.folders.contains(path)) text += '/';
-            if (colour) text += plain;
+            if (look.colour) text += plain;
             text += '\n';
         }
     };
@@ -57,26 +72,26 @@ std::string changesText(const Changes& changes, bool colour) {
     return text;
 }
 
-std::string restoreText(const RestoreResult& result) {
+std::string restoreText(const RestoreResult& result, const Look& look) {
     const std::string text = "Restored " + filesText(filesAmong(result.outcomes, PathOutcome::Action::restored)) +
                              ", removed " + filesText(filesAmong(result.outcomes, PathOutcome::Action::removed)) +
                              ". Undo this with: tidewrack restore " + std::to_string(result.safety.seq) + "\n";
-    return text + warningsText(result);
+    return text + warningsText(result, look);
 }
 
-std::string warningsText(const RestoreResult& result) {
+std::string warningsText(const RestoreResult& result, const Look& look) {
     std::string text;
-    for (const std::string& warning : warningTexts(result)) text += "warning: " + repairedUtf8(warning) + "\n";
+    for (const std::string& warning : warningTexts(result)) text += "warning: " + look.shown(warning) + "\n";
     return text;
 }
 
-std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now) {
+std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now, const Look& look) {
     std::string line = "#" + std::to_string(meta.seq);
     if (meta.pinned) line += " \U0001F4CC";
     line += "  " + ago(meta.created, now) + "  ";
-    if (meta.agent) line += *meta.agent + " ";
-    line += meta.kind;
-    if (meta.label) line += "  \"" + shownLabel(*meta.label) + "\"";
+    if (meta.agent) line += rowText(*meta.agent, look) + " ";
+    line += rowText(meta.kind, look);
+    if (meta.label) line += "  \"" + rowText(shownLabel(*meta.label), look) + "\"";
     return line + "  →  " + after;
 }
 

@@ -2,6 +2,7 @@
 // What the commands show as text: relative ages, change counts, change lists, the log.
 
 #include "Engine/Engine.hpp"
+#include "Output.hpp"
 
 #include <string>
 #include <vector>
@@ -18,14 +19,14 @@ namespace tidewrack {
 [[nodiscard]] std::string filesText(std::size_t count);
 
 // One line per changed path: "+ ", "~ " or "- " and the path, folders with a final "/"; "No changes." for none.
-[[nodiscard]] std::string changesText(const Changes& changes, bool colour);
+[[nodiscard]] std::string changesText(const Changes& changes, const Look& look);
 
 // The one-line summary and a "warning: " line for each path left alone.
-[[nodiscard]] std::string restoreText(const RestoreResult& result);
+[[nodiscard]] std::string restoreText(const RestoreResult& result, const Look& look = {});
 // Those lines alone.
-[[nodiscard]] std::string warningsText(const RestoreResult& result);
+[[nodiscard]] std::string warningsText(const RestoreResult& result, const Look& look = {});
 
-// One line of the log; `after` is what changed after that snapshot, in words.
-[[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now);
+// One line of the log, whatever the label holds; `after` is what changed after that snapshot, in words.
+[[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now, const Look& look);
 
 } // namespace tidewrack

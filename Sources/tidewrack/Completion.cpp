@@ -1,0 +1,192 @@
+// What the shells' completions offer: they hand over the words typed so far and get back what may follow.
+//
+// One candidate a line, with a tab and a description behind it. ":paths" and ":folders" ask the shell for its own names
+// of files and folders.
+
+#include "Agents/Agent.hpp"
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
+#include "Reports/TextReports.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+#include "Support/Text.hpp"
+#include "Vault/Vault.hpp"
+
+#include <algorithm>
+#include <set>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t mostOffered = 50;
+constexpr std::size_t longestDescription = 60;
+
+// The words before the one that is being typed, taken apart.
+struct Typed {
+    std::vector<std::string> words;     // without options
+    const Option* waiting = nullptr;    // the option whose value is being typed
+    std::optional<std::string> project; // --project's value
+    std::optional<std::string> folder;  // -C's value
+    std::string current;
+};
+
+const Option* optionNamed(std::string_view name) {
+    for (const Option& option : globalOptions())
+        if (option.name == name) return &option;
+    for (const Command& command : commandTable())
+        if (const Option* option = command.option(name)) return option;
+    return nullptr;
+}
+
+Typed takenApart(const std::vector<std::string>& words) {
+    Typed typed;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const bool last = i + 1 == words.size();
+        if (last) {
+            typed.current = words[i];
+        } else if (takesValue(words[i])) {
+            std::size_t value = i + 1;
+            if (words[value] == "=" && value + 1 < words.size()) ++value; // some shells part "--option=value"
+            if (value + 1 == words.size()) typed.waiting = optionNamed(words[i]);
+            if (words[i] == "--project" && value + 1 < words.size()) typed.project = words[value];
+            if (words[i] == "-C" && value + 1 < words.size()) typed.folder = words[value];
+            i = value - (typed.waiting != nullptr ? 1 : 0);
+        } else if (!words[i].starts_with("--")) {
+            typed.words.push_back(words[i]);
+        }
+    }
+    return typed;
+}
+
+class Offers {
+  public:
+    Offers(Invocation& call, const Typed& typed) : call_(call), typed_(typed) {}
+
+    void print() {
+        if (typed_.waiting != nullptr)
+            fill(typed_.waiting->fill, 0);
+        else if (typed_.current.starts_with('-'))
+            options();
+        else if (typed_.words.empty())
+            fill(Fill::command, 0);
+        else
+            words();
+    }
+
+  private:
+    void offer(std::string_view word, std::string_view description) {
+        if (!word.starts_with(typed_.current)) return;
+        std::string text(firstCharacters(description, longestDescription));
+        std::replace_if(
+            text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+        call_.print(std::string(word) + "\t" + text + "\n");
+    }
+
+    void options() {
+        const Command* command = commandOf(typed_.words);
+        for (const Option& option : globalOptions()) offer(option.name, option.help);
+        if (typed_.words.empty()) {
+            offer("--version", "print the version");
+            if (const Option* project = optionNamed("--project")) offer(project->name, project->help);
+        } else if (command != nullptr) {
+            for (const Option& option : command->options) offer(option.name, option.help);
+        }
+    }
+
+    void words() {
+        const Command* command = commandOf(typed_.words);
+        if (typed_.words.size() == 1) commands(typed_.words[0] + " ");
+        if (command == nullptr || command->fills.empty()) return;
+        const std::size_t index = typed_.words.size() - command->nameWords();
+        if (index < command->mostWords) fill(command->fills[std::min(index, command->fills.size() - 1)], index);
+    }
+
+    // The next word of the commands that begin with `before`.
+    void commands(std::string_view before) {
+        std::set<std::string_view> offered;
+        for (const Command& command : commandTable()) {
+            if (!command.name.starts_with(before) || command.name.starts_with('_')) continue;
+            const std::string_view rest = command.name.substr(before.size());
+            const std::string_view word = rest.substr(0, rest.find(' '));
+            if (offered.insert(word).second) offer(word, command.summary);
+        }
+    }
+
+    void fill(Fill what, std::size_t index) {
+        switch (what) {
+        case Fill::nothing: return;
+        case Fill::path:
+            call_.print(":paths\n");
+            if (index > 0) lostNames();
+            return;
+        case Fill::folder: call_.print(":folders\n"); return;
+        case Fill::snapshot: snapshots(); return;
+        case Fill::agentOrAll: offer("all", "every agent"); [[fallthrough]];
+        case Fill::agent:
+            for (const Agent agent : allAgents) offer(rawValue(agent), "");
+            return;
+        case Fill::vaultEntry: vaultEntries(); return;
+        case Fill::command: commands(""); return;
+        }
+    }
+
+    void snapshots() {
+        auto all = call_.store().history(call_.project(typed_.project)).snapshots();
+        std::reverse(all.begin(), all.end());
+        if (all.size() > mostOffered) all.resize(mostOffered);
+        for (const SnapshotMeta& meta : all)
+            offer(std::to_string(meta.seq), ago(meta.created, now()) + "  " + meta.label.value_or(meta.kind));
+    }
+
+    void vaultEntries() {
+        for (const VaultEntry& entry : Vault(call_.store()).entries())
+            offer(entry.id, ago(entry.created, now()) + "  " + entry.command);
+    }
+
+    // The names that the snapshot holds and the folder no longer does: no shell can know them.
+    void lostNames() {
+        const auto number = snapshotNumber(typed_.words.at(1));
+        if (!number) return;
+        const Project project = call_.project(typed_.project);
+        const std::size_t slash = typed_.current.rfind('/');
+        const std::string typedFolder = slash == std::string::npos ? "" : typed_.current.substr(0, slash + 1);
+        const std::string folder = call_.absolute(typedFolder.empty() ? "." : typedFolder);
+        const std::string relative = Engine::relative(project, folder);
+        const std::string before = relative.empty() ? "" : relative + "/";
+        std::set<std::string> offered;
+        const History history = call_.store().history(project);
+        const Manifest manifest = history.manifest(history.snapshot(*number));
+        for (const Manifest::Item& item : manifest.items()) {
+            if (!item.path.starts_with(before)) continue;
+            const std::string_view rest = item.path.substr(before.size());
+            const std::string name(rest.substr(0, rest.find('/')));
+            const bool isFolderName = rest.size() > name.size() || item.entry.kind == EntryKind::dir;
+            if (exists(joined(folder, name)) || !offered.insert(name).second) continue;
+            offer(typedFolder + name + (isFolderName ? "/" : ""), "only in #" + std::to_string(*number));
+        }
+    }
+
+    Invocation& call_;
+    const Typed& typed_;
+};
+
+} // namespace
+
+namespace commands {
+
+// What cannot be read is not offered; a completion has nowhere to say so.
+int complete(Invocation& call) {
+    if (call.args.positional.empty()) return 0;
+    const Typed typed = takenApart(call.args.positional);
+    try {
+        if (typed.folder) call.around.currentFolder = call.absolute(*typed.folder);
+        Offers(call, typed).print();
+    } catch (const std::exception&) {
+    }
+    return 0;
+}
+
+} // namespace commands
+
+} // namespace tidewrack

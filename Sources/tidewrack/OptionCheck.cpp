@@ -1,0 +1,79 @@
+#include "OptionCheck.hpp"
+
+#include <algorithm>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::string_view dryRun = "--dry-run";
+// "-n" is what other tools call a dry run.
+constexpr std::string_view dryRunLikes[] = {"dryrun",  "dry",    "n",         "simulate", "preview",
+                                            "pretend", "whatif", "justprint", "noact"};
+
+bool looksLikeDryRun(std::string_view option) {
+    std::string letters;
+    for (const char c : option.substr(0, option.find('=')))
+        if (c != '-' && c != '_') letters += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return std::find(std::begin(dryRunLikes), std::end(dryRunLikes), letters) != std::end(dryRunLikes);
+}
+
+class Check {
+  public:
+    Check(const Command& command, const Args& args) : command_(command), args_(args) {}
+
+    std::vector<std::string> warnings() {
+        for (const std::string& flag : args_.flags) checkFlag(flag);
+        for (const auto& [option, value] : args_.values)
+            if (!knows(option)) unknown(option);
+        checkWords();
+        return std::move(warnings_);
+    }
+
+  private:
+    [[nodiscard]] bool knows(std::string_view option) const {
+        return command_.option(option) != nullptr || isGlobalOption(option);
+    }
+
+    void checkFlag(const std::string& flag) {
+        if (knows(flag)) return;
+        const std::string name = flag.substr(0, flag.find('='));
+        if (knows(name) && !looksLikeDryRun(name)) throw CliError(name + " takes no value" + unchanged());
+        unknown(flag);
+    }
+
+    void unknown(const std::string& option) {
+        const std::string sentence = std::string(command_.name) + " has no option " + option;
+        const bool canDryRun = command_.option(dryRun) != nullptr;
+        if (looksLikeDryRun(option))
+            throw CliError(sentence + (canDryRun ? " (did you mean --dry-run?)" : "") + unchanged());
+        if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
+        warnings_.push_back(sentence + "; ignored");
+    }
+
+    void checkWords() {
+        for (std::size_t i = 0; i < args_.positional.size(); ++i) {
+            const std::string& word = args_.positional[i];
+            const bool option = word.starts_with('-') && i < args_.plainFrom;
+            if (option && looksLikeDryRun(word)) unknown(word);
+            if (i < command_.mostWords) continue;
+            const std::string sentence = std::string(command_.name) + " has no use for the word " + word;
+            if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
+            warnings_.push_back(sentence + "; ignored");
+        }
+    }
+
+    static std::string unchanged() { return "; nothing was changed"; }
+
+    const Command& command_;
+    const Args& args_;
+    std::vector<std::string> warnings_;
+};
+
+} // namespace
+
+std::vector<std::string> misunderstood(const Command& command, const Args& args) {
+    return command.effect == Effect::harmless ? std::vector<std::string>() : Check(command, args).warnings();
+}
+
+} // namespace tidewrack
