@@ -400,15 +400,71 @@ TEST_F(CommandTest, diffAsAPatch) {
     EXPECT_EQ(world.ok({"diff", "1", "2", "--patch"}), patch);
 }
 
+TEST_F(CommandTest, diffCountsLinesAndComparesBytes) {
+    f.write("project/changed", "1\n2\n3\n");
+    f.write("project/gone", "1\n");
+    f.write("project/same", "same\n");
+    f.write("project/zeros", std::string(3, '\0'));
+    world.ok({"track"});
+    f.write("project/changed", "1\nii\n3\n4\n");
+    f.remove("project/gone");
+    f.write("project/same", "SAME\n");
+    f.write("project/same", "same\n");
+    f.write("project/zeros", "xyz");
+    f.makeFolder("project/folder");
+    EXPECT_EQ(world.ok({"diff", "1", "--content", "--stat"}),
+              "~ changed  +2 -1\n- gone  +0 -1\n~ zeros  binary\n3 files changed, +2 -2\n");
+    world.ok({"snap"});
+    EXPECT_EQ(world.ok({"diff", "1", "2"}), "+ folder/\n~ changed\n~ same\n~ zeros\n- gone\n");
+    EXPECT_EQ(world.ok({"diff", "1", "2", "--content"}), "+ folder/\n~ changed\n~ zeros\n- gone\n");
+    EXPECT_EQ(world.ok({"diff", "1", "2", "--stat", "folder"}), "No changes.\n");
+}
+
+TEST_F(CommandTest, timesStandForSnapshots) {
+    f.write("project/a", "old");
+    world.ok({"track"});
+    world.ok({"snap", "--kind", "prompt"});
+    f.write("project/a", "new");
+    world.ok({"snap"});
+    for (const std::int64_t seq : {1, 2, 3})
+        rewriteRecord(world, seq,
+                      [&](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24) * (4 - seq); });
+    EXPECT_EQ(world.ok({"cat", "60h", "a"}) + world.ok({"cat", "last", "a"}), "oldnew");
+    EXPECT_EQ(world.ok({"diff", "last-turn", "last"}), "~ a\n");
+    const Outcome named = world.run({"diff", "1w", "--json"});
+    EXPECT_EQ(named.err.find("tidewrack: no snapshot is that old; the oldest is #1, "), 0U) << named.err;
+    EXPECT_TRUE(std::regex_match(world.run({"restore", "60h"}).err, std::regex("#1, [A-Z][a-z][a-z] [0-9:]{5}\n")));
+    EXPECT_EQ(fault({"undo", "yesterday"}),
+              "undo takes the number of a snapshot, not yesterday: it takes back what came "
+              "between that one and the next. `tidewrack log` lists them.");
+    EXPECT_EQ(world.ok({"pin", "last"}), "Pinned #5.\n"); // the restore took two
+}
+
 TEST_F(CommandTest, catGivesTheBytes) {
     std::string bytes;
     for (int i = 0; i < 200'000; ++i) bytes += static_cast<char>(i * 7);
     f.write("project/binary", bytes);
     f.link("project/link", "binary");
+    f.write("project/build/x", "");
+    f.write("project/.gitignore", "build\n");
+    ASSERT_TRUE(git(world.projectPath(), "init -q"));
     world.ok({"track"});
     f.remove("project/binary");
     EXPECT_EQ(world.ok({"cat", "1", "binary"}), bytes);
-    for (const std::string path : {"link", "."}) EXPECT_EQ(fault({"cat", "1", path}), path + " isn't in snapshot #1");
+    f.makeFolder("project/sub");
+    world.current = f.at("project/sub");
+    const std::pair<const char*, const char*> refusals[] = {
+        {"../link", "../link is a link to binary in snapshot #1"},
+        {"..", ".. is a folder in snapshot #1"},
+        {"../bin*", "../bin* isn't in snapshot #1; patterns mean nothing here"},
+        {"binary", "binary isn't in snapshot #1; did you mean ../binary?"},
+        {"no/binary", "no/binary isn't in snapshot #1; did you mean ../binary?"},
+        {"nothing", "nothing isn't in snapshot #1"},
+        {"../node_modules/x/y", "../node_modules/x/y isn't in snapshot #1: node_modules is never kept"},
+        {"../build/x", "../build/x isn't in snapshot #1: build is left out, since git ignores it"},
+    };
+    for (const auto& [path, text] : refusals) EXPECT_EQ(fault({"cat", "1", path}), text);
+    world.current = f.at("project");
     f.remove("store/projects/" + world.project().id + "/blobs/1");
     EXPECT_EQ(fault({"cat", "1", "binary"}),
               "the content of binary wasn't kept in snapshot #1: it is missing from the store");

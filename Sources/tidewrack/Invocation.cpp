@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace tidewrack {
 
 namespace {
@@ -46,6 +48,36 @@ Project Invocation::project(const std::optional<std::string>& folder) {
     auto found = store().projectContaining(path);
     if (!found) throw TidewrackError::notTracked(path);
     return *found;
+}
+
+SnapshotWord Invocation::snapshotWord(std::size_t index, const char* name) const {
+    const auto text = args.word(index);
+    if (const auto word = text ? tidewrack::snapshotWord(*text, now()) : std::nullopt) return *word;
+    return {SnapshotWord::Kind::number, args.number(index, name), {}}; // throws
+}
+
+std::int64_t Invocation::number(const Project& project, const SnapshotWord& word) {
+    if (word.kind == SnapshotWord::Kind::number) return word.number;
+    const auto snapshots = store().history(project).snapshots();
+    const auto fits = [&](const SnapshotMeta& meta) {
+        switch (word.kind) {
+        case SnapshotWord::Kind::number: return meta.seq == word.number;
+        case SnapshotWord::Kind::newest: return true;
+        case SnapshotWord::Kind::lastTurn: return meta.kind == "prompt";
+        case SnapshotWord::Kind::time: return meta.created <= word.time;
+        }
+        return false;
+    };
+    const auto found = std::find_if(snapshots.rbegin(), snapshots.rend(), fits);
+    if (found != snapshots.rend()) {
+        progress_.wipe();
+        around.err.line("#" + std::to_string(found->seq) + ", " + clockText(found->created, now()));
+        return found->seq;
+    }
+    if (snapshots.empty()) throw CliError("there is no snapshot yet");
+    if (word.kind == SnapshotWord::Kind::lastTurn) throw CliError("no agent's turn is in this history");
+    throw CliError("no snapshot is that old; the oldest is #" + std::to_string(snapshots.front().seq) + ", " +
+                   clockText(snapshots.front().created, now()));
 }
 
 void Invocation::print(std::string_view text) {

@@ -5,6 +5,7 @@
 #include "CommandTable.hpp"
 #include "Engine/Engine.hpp"
 #include "Progress.hpp"
+#include "SnapshotWord.hpp"
 #include "Surroundings.hpp"
 
 #include <nlohmann/json_fwd.hpp>
@@ -34,6 +35,12 @@ class Invocation {
     [[nodiscard]] std::string absolute(const std::string& path) const;
     // The project that contains `folder` (default: --project, else the current folder).
     [[nodiscard]] Project project(const std::optional<std::string>& folder = std::nullopt);
+
+    // The word at `index` in a snapshot's place. Throws CliError; `name` is what it is called there.
+    [[nodiscard]] SnapshotWord snapshotWord(std::size_t index, const char* name) const;
+    // The number that it stands for; said on standard error where it is no number itself. Throws CliError when no
+    // snapshot is meant.
+    [[nodiscard]] std::int64_t number(const Project& project, const SnapshotWord& word);
 
     [[nodiscard]] bool json() const { return args.has("--json"); }
     [[nodiscard]] const Look& look() const { return look_; }

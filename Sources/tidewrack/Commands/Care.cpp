@@ -16,8 +16,10 @@ namespace tidewrack::commands {
 namespace {
 
 int setPinned(Invocation& call, bool pinned) {
-    const std::int64_t seq = call.args.number(0, "snapshot");
-    call.engine().setPinned(call.project(), seq, pinned);
+    const SnapshotWord word = call.snapshotWord(0, "snapshot");
+    const Project project = call.project();
+    const std::int64_t seq = call.number(project, word);
+    call.engine().setPinned(project, seq, pinned);
     call.print((pinned ? "Pinned #" : "Unpinned #") + std::to_string(seq) + ".\n");
     return 0;
 }

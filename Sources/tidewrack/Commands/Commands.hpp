@@ -17,6 +17,8 @@ int projects(Invocation& call);
 int snap(Invocation& call);
 int log(Invocation& call);
 int diff(Invocation& call);
+
+// Contents.cpp
 int cat(Invocation& call);
 
 // Care.cpp

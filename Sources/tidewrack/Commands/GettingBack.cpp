@@ -66,14 +66,19 @@ void printRestored(Invocation& call, const RestoreResult& result) {
 } // namespace
 
 int restore(Invocation& call) {
-    const std::int64_t to = call.args.number(0, "snapshot");
+    const SnapshotWord to = call.snapshotWord(0, "snapshot");
     const auto paths = chosenPaths(call);
-    printRestored(call, call.engine().restore(call.project(), to, paths, !call.args.has("--keep-new")));
+    const Project project = call.project();
+    printRestored(call, call.engine().restore(project, call.number(project, to), paths, !call.args.has("--keep-new")));
     return 0;
 }
 
 int undo(Invocation& call) {
-    const std::int64_t turn = call.args.number(0, "snapshot");
+    const SnapshotWord word = call.snapshotWord(0, "snapshot");
+    if (word.kind != SnapshotWord::Kind::number)
+        throw CliError("undo takes the number of a snapshot, not " + *call.args.word(0) +
+                       ": it takes back what came between that one and the next. `tidewrack log` lists them.");
+    const std::int64_t turn = word.number;
     const auto paths = chosenPaths(call);
     const Project project = call.project();
     const auto snapshots = call.store().history(project).snapshots();

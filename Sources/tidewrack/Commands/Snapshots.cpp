@@ -5,13 +5,11 @@
 #include "Platform/Descriptor.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/PatchReport.hpp"
+#include "Reports/StatReport.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"
-#include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
-
-#include <fcntl.h>
 
 #include <algorithm>
 #include <future>
@@ -131,15 +129,6 @@ void printChanges(Invocation& call, const Changes& changes) {
         call.print(changesText(changes, call.look()));
 }
 
-// `place` is where the content would be kept; why it is not there is told by its name.
-std::string notKeptText(const Store& store, const Project& project, std::int64_t seq, const std::string& place,
-                        const std::string& shown) {
-    Entry entry;
-    entry.blob = std::string_view(place).substr(store.history(project).blobPath("").size());
-    return "the content of " + repairedUtf8(shown) + " wasn't kept in snapshot #" + std::to_string(seq) + ": " +
-           entry.notKeptReason().value_or("it is missing from the store");
-}
-
 } // namespace
 
 int snap(Invocation& call) {
@@ -174,12 +163,16 @@ int log(Invocation& call) {
 
 int diff(Invocation& call) {
     const Args& args = call.args;
-    const std::int64_t from = args.number(0, "snapshot");
+    const SnapshotWord fromWord = call.snapshotWord(0, "snapshot");
     const bool hasSecond = args.positional.size() > 1 && args.plainFrom > 1;
-    const auto to = hasSecond ? std::optional(args.number(1, "second snapshot")) : std::nullopt;
+    const auto toWord = hasSecond ? std::optional(call.snapshotWord(1, "second snapshot")) : std::nullopt;
     const Project project = call.project();
+    const std::int64_t from = call.number(project, fromWord);
+    const auto to = toWord ? std::optional(call.number(project, *toWord)) : std::nullopt;
     const auto paths = relativePaths(call, project, hasSecond ? 2 : 1);
-    if (!args.has("--patch") && paths.empty()) {
+    const bool patch = args.has("--patch");
+    const bool stat = args.has("--stat") && !patch && !call.json();
+    if (!patch && !stat && !args.has("--content") && paths.empty()) {
         printChanges(call, call.engine().diff(project, from, to));
         return 0;
     }
@@ -189,33 +182,15 @@ int diff(Invocation& call) {
         changes = changes.within(paths);
         warnOfUnknown(call, sides, paths);
     }
-    if (args.has("--patch"))
+    if (args.has("--content")) changes = withoutTouched(call.store(), project, sides, changes);
+    if (patch)
         writePatch(call.store(), project, sides, changes, call.look(),
                    [&](const std::string& section) { call.print(section); });
+    else if (stat)
+        call.print(statText(call.store(), project, sides, changes, call.look()));
     else
         printChanges(call, changes);
     return 0;
-}
-
-int cat(Invocation& call) {
-    const std::int64_t seq = call.args.number(0, "snapshot");
-    const auto path = call.args.word(1);
-    if (!path) throw CliError("missing path");
-    const Project project = call.project();
-    const std::string relative = Engine::relative(project, call.absolute(*path));
-    const auto content = call.engine().contentPath(project, seq, relative);
-    if (!content) throw CliError(repairedUtf8(*path) + " isn't in snapshot #" + std::to_string(seq));
-    const Descriptor file(::open(content->c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file && errno != ENOENT) throw TidewrackError::io("read", *content, errno);
-    if (!file) throw CliError(notKeptText(call.store(), project, seq, *content, *path));
-    std::string bytes(1 << 16, '\0');
-    while (true) {
-        const ssize_t count = ::read(file.get(), bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw TidewrackError::io("read", *content, errno);
-        if (count == 0) return 0;
-        call.around.out.write(std::string_view(bytes).substr(0, static_cast<std::size_t>(count)));
-    }
 }
 
 } // namespace tidewrack::commands

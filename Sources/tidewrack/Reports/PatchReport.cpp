@@ -16,6 +16,8 @@ std::optional<std::string> linkDestination(const std::string& path) {
     return destination;
 }
 
+} // namespace
+
 std::optional<PatchSide> sideOf(const Store& store, const Project& project, const Entry* entry) {
     if (entry == nullptr || entry->kind == EntryKind::dir) return std::nullopt;
     PatchSide side;
@@ -35,8 +37,6 @@ std::optional<PatchSide> sideOf(const Store& store, const Project& project, cons
     if (!side.content) side.notKeptReason = "it can't be read";
     return side;
 }
-
-} // namespace
 
 void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, const Changes& changes,
                 const Look& look, const std::function<void(const std::string&)>& write) {

@@ -10,6 +10,9 @@
 
 namespace tidewrack {
 
+// What a listing's entry is as a side of a patch; none for a folder, and where there is no entry.
+[[nodiscard]] std::optional<PatchSide> sideOf(const Store& store, const Project& project, const Entry* entry);
+
 // Hands the sections of the patch for `changes`, which are those between the sides or some of them, to `write`, one per
 // changed file or link, by path; nothing for no changes.
 void writePatch(const Store& store, const Project& project, const Engine::Sides& sides, const Changes& changes,

@@ -1,0 +1,121 @@
+// What a file held.
+
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
+#include "Reports/PatchReport.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
+#include "Support/Text.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tidewrack::commands {
+
+namespace {
+
+// `path` as it is written from the folder `from`; both absolute.
+std::string seenFrom(const std::string& path, std::string from) {
+    std::string up;
+    while (!isAtOrBelow(path, from)) {
+        from = parentOf(from);
+        up += "../";
+    }
+    const std::string rest = path.substr(std::min(path.size(), from == "/" ? 1 : from.size() + 1));
+    return rest.empty() ? (up.empty() ? "." : up.substr(0, up.size() - 1)) : up + rest;
+}
+
+// A file that may have been meant: the same path from the project's root, else the uppermost one of that name.
+std::optional<std::string> likely(const Manifest& manifest, const std::string& word) {
+    if (word.empty() || word.starts_with('/')) return std::nullopt;
+    if (const Entry* entry = manifest.find(word); entry != nullptr && entry->kind == EntryKind::file) return word;
+    const auto depth = [](std::string_view path) { return std::count(path.begin(), path.end(), '/'); };
+    std::optional<std::string> best;
+    for (const Manifest::Item& item : manifest.items())
+        if (item.entry.kind == EntryKind::file && lastComponent(item.path) == lastComponent(word) &&
+            (!best || depth(item.path) < depth(*best)))
+            best = std::string(item.path);
+    return best;
+}
+
+// Why nothing is known of a path that the listing lacks: a folder above it that is left out. None when there is none.
+std::optional<std::string> leftOut(const Project& project, const Manifest& manifest, std::string_view path) {
+    for (std::string_view above = parentOf(path); !above.empty(); above = parentOf(above)) {
+        const Entry* entry = manifest.find(above);
+        if (entry != nullptr && entry->isIgnoredFolder())
+            return std::string(above) + " is left out, since git ignores it";
+    }
+    for (std::string_view rest = path; !rest.empty(); rest = parentOf(rest)) {
+        const std::string name(lastComponent(rest));
+        if (std::find(project.excludes.begin(), project.excludes.end(), name) != project.excludes.end())
+            return name + " is never kept";
+    }
+    return std::nullopt;
+}
+
+struct Asked {
+    const Project& project;
+    std::int64_t seq;
+    const std::string& word; // as it was typed
+    std::string relative;
+
+    [[nodiscard]] std::string inSnapshot() const { return " in snapshot #" + std::to_string(seq); }
+};
+
+// Why there is no content to print.
+std::string noFileText(Invocation& call, const Asked& asked, const Manifest& manifest) {
+    const Entry* entry = manifest.find(asked.relative);
+    if (asked.relative.empty() || (entry != nullptr && entry->kind == EntryKind::dir))
+        return asked.word + " is a folder" + asked.inSnapshot();
+    if (entry != nullptr && entry->kind == EntryKind::link) {
+        const auto link = sideOf(call.store(), asked.project, entry);
+        return asked.word + " is a link" + (link && link->content ? " to " + *link->content : "") + asked.inSnapshot();
+    }
+    const std::string text = asked.word + " isn't in snapshot #" + std::to_string(asked.seq);
+    if (const auto reason = leftOut(asked.project, manifest, asked.relative)) return text + ": " + *reason;
+    if (asked.word.find_first_of("*?[") != std::string::npos) return text + "; patterns mean nothing here";
+    const auto meant = likely(manifest, asked.word);
+    if (!meant) return text;
+    const std::string& folder = call.around.currentFolder;
+    const bool within = isAtOrBelow(Store::canonical(folder), asked.project.root);
+    return text + "; did you mean " +
+           (within ? seenFrom(joined(asked.project.root, *meant), Store::canonical(folder)) : *meant) + "?";
+}
+
+// `place` is where the content would be kept; why it is not there is told by its name.
+std::string notKeptText(const History& history, const Asked& asked, const std::string& place) {
+    Entry entry;
+    entry.blob = std::string_view(place).substr(history.blobPath("").size());
+    return "the content of " + asked.word + " wasn't kept" + asked.inSnapshot() + ": " +
+           entry.notKeptReason().value_or("it is missing from the store");
+}
+
+} // namespace
+
+int cat(Invocation& call) {
+    const SnapshotWord snapshot = call.snapshotWord(0, "snapshot");
+    const auto path = call.args.word(1);
+    if (!path) throw CliError("missing path");
+    const Project project = call.project();
+    const History history = call.store().history(project);
+    const std::int64_t seq = call.number(project, snapshot);
+    const Asked asked{project, seq, *path, Engine::relative(project, call.absolute(*path))};
+    const auto content = call.engine().contentPath(project, seq, asked.relative);
+    if (!content) throw CliError(noFileText(call, asked, history.manifest(history.snapshot(seq))));
+    const Descriptor file(::open(content->c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file && errno != ENOENT) throw TidewrackError::io("read", *content, errno);
+    if (!file) throw CliError(notKeptText(history, asked, *content));
+    std::string bytes(1 << 16, '\0');
+    while (true) {
+        const ssize_t count = ::read(file.get(), bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw TidewrackError::io("read", *content, errno);
+        if (count == 0) return 0;
+        call.print(std::string_view(bytes).substr(0, static_cast<std::size_t>(count)));
+    }
+}
+
+} // namespace tidewrack::commands

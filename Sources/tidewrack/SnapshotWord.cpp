@@ -1,0 +1,136 @@
+#include "SnapshotWord.hpp"
+
+#include "Args.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <ctime>
+
+namespace tidewrack {
+
+namespace {
+
+using std::chrono::seconds;
+
+std::tm localTime(Date date) {
+    const std::time_t time = date.time_since_epoch().count();
+    std::tm parts{};
+    ::localtime_r(&time, &parts);
+    return parts;
+}
+
+// The date of a local clock's time. Fields that no calendar has, such as the 30th of February, give none.
+std::optional<Date> dateOf(std::tm parts) {
+    parts.tm_isdst = -1; // as the zone has it on that day
+    std::tm normal = parts;
+    const std::time_t time = std::mktime(&normal);
+    const bool same =
+        normal.tm_mday == parts.tm_mday && normal.tm_mon == parts.tm_mon && normal.tm_year == parts.tm_year;
+    return same ? std::optional(Date(seconds(time))) : std::nullopt;
+}
+
+// Takes `length` digits off the front of `text`.
+std::optional<int> takeDigits(std::string_view& text, std::size_t length) {
+    int number = 0;
+    if (text.size() < length) return std::nullopt;
+    for (const char c : text.substr(0, length)) {
+        if (c < '0' || c > '9') return std::nullopt;
+        number = number * 10 + (c - '0');
+    }
+    text.remove_prefix(length);
+    return number;
+}
+
+bool takeMark(std::string_view& text, char mark) {
+    if (!text.starts_with(mark)) return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+// "14:00" or "14:00:30", all of `text`.
+bool readClock(std::string_view text, std::tm& parts) {
+    const auto hour = takeDigits(text, 2);
+    if (!hour || *hour > 23 || !takeMark(text, ':')) return false;
+    const auto minute = takeDigits(text, 2);
+    if (!minute || *minute > 59) return false;
+    const auto second = takeMark(text, ':') ? takeDigits(text, 2) : std::optional(0);
+    if (!second || *second > 59 || !text.empty()) return false;
+    parts.tm_hour = *hour;
+    parts.tm_min = *minute;
+    parts.tm_sec = *second;
+    return true;
+}
+
+std::optional<Date> dayBefore(std::tm parts, Date otherwise) {
+    --parts.tm_mday;
+    parts.tm_isdst = -1;
+    const std::time_t time = std::mktime(&parts); // also from the first of a month
+    return time == -1 ? otherwise : Date(seconds(time));
+}
+
+std::optional<Date> clockTime(std::string_view word, Date now) {
+    std::tm parts = localTime(now);
+    if (!readClock(word, parts)) return std::nullopt;
+    const auto today = dateOf(parts);
+    return today && *today > now ? dayBefore(parts, *today) : today;
+}
+
+std::optional<Date> dayAndTime(std::string_view word) {
+    std::tm parts{};
+    const auto year = takeDigits(word, 4);
+    if (!year || !takeMark(word, '-')) return std::nullopt;
+    const auto month = takeDigits(word, 2);
+    if (!month || *month < 1 || *month > 12 || !takeMark(word, '-')) return std::nullopt;
+    const auto day = takeDigits(word, 2);
+    if (!day || !takeMark(word, 'T') || !readClock(word, parts)) return std::nullopt;
+    parts.tm_year = *year - 1900;
+    parts.tm_mon = *month - 1;
+    parts.tm_mday = *day;
+    return dateOf(parts);
+}
+
+std::optional<Date> ago(std::string_view word, Date now) {
+    constexpr std::int64_t most = 36500; // no history is older, whatever the unit
+    std::int64_t count = 0;
+    const char* end = word.data() + word.size();
+    const auto [stop, error] = std::from_chars(word.data(), end, count);
+    if (error != std::errc() || end - stop != 1 || count < 0 || word.starts_with('-')) return std::nullopt;
+    switch (*stop) {
+    case 's': return now - seconds(count);
+    case 'm': return now - std::chrono::minutes(std::min(count, most * 1440));
+    case 'h': return now - std::chrono::hours(std::min(count, most * 24));
+    case 'd': return now - std::chrono::hours(24 * std::min(count, most));
+    case 'w': return now - std::chrono::hours(168 * std::min(count, most));
+    default: return std::nullopt;
+    }
+}
+
+std::optional<Date> timeOf(std::string_view word, Date now) {
+    if (word == "yesterday") return dayBefore(localTime(now), now);
+    if (const auto date = ago(word, now)) return date;
+    if (const auto date = clockTime(word, now)) return date;
+    return dayAndTime(word);
+}
+
+} // namespace
+
+std::optional<SnapshotWord> snapshotWord(std::string_view word, Date now) {
+    using Kind = SnapshotWord::Kind;
+    if (const auto number = snapshotNumber(word)) return SnapshotWord{Kind::number, *number, {}};
+    if (word == "last") return SnapshotWord{Kind::newest, 0, {}};
+    if (word == "last-turn") return SnapshotWord{Kind::lastTurn, 0, {}};
+    if (const auto time = timeOf(word, now)) return SnapshotWord{Kind::time, 0, *time};
+    return std::nullopt;
+}
+
+std::string clockText(Date date, Date now) {
+    const std::tm parts = localTime(date);
+    const bool recent = date <= now && now - date < std::chrono::hours(6 * 24);
+    std::array<char, 64> text{};
+    const std::size_t length = std::strftime(text.data(), text.size(), recent ? "%a %H:%M" : "%Y-%m-%d %H:%M", &parts);
+    return {text.data(), length};
+}
+
+} // namespace tidewrack

@@ -1,0 +1,34 @@
+#pragma once
+// What a person may write where a snapshot's number stands.
+
+#include "Support/Dates.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewrack {
+
+struct SnapshotWord {
+    enum class Kind {
+        number,   // "12", "#12"
+        newest,   // "last"
+        lastTurn, // "last-turn": before the newest turn
+        time,     // the newest snapshot at or before it
+    };
+    Kind kind = Kind::number;
+    std::int64_t number = 0;
+    Date time{};
+
+    bool operator==(const SnapshotWord&) const = default;
+};
+
+// Reads such a word. Times are "45s", "30m", "2h", "3d" and "1w" (so long ago), "yesterday" (at this time of day),
+// "14:00" (the latest one that has been) and "2026-11-19T13:40", with seconds where wanted; clock times are local ones.
+[[nodiscard]] std::optional<SnapshotWord> snapshotWord(std::string_view word, Date now);
+
+// "Thu 13:40", or "2026-11-19 13:40" from six days on; local time.
+[[nodiscard]] std::string clockText(Date date, Date now);
+
+} // namespace tidewrack
