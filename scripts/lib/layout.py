@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Checks how the code is laid out: an include points only down the table of layers in docs/architecture.md, rooms
-include each other in no circle, and files and functions stay within their lengths.
+include each other in no circle, files and functions stay within their lengths, and the document's map is true.
     scripts/lib/layout.py --picture    also prints which room includes which"""
 
 import pathlib
@@ -13,11 +13,24 @@ FRONT = pathlib.Path("Sources/tidewrack")
 faults = []
 
 
-def layers():
-    """The rooms of the table, each with the number of its row: folders, and units such as `Store/Store`."""
+def table(heading):
+    """The rows below a heading of docs/architecture.md, each as the text of its columns."""
     text = pathlib.Path("docs/architecture.md").read_text(encoding="utf-8")
-    rows = re.findall(r"^\| (`.*?) \|", text.split("\n## Layers")[1].split("\n## ")[0], re.M)
-    return {room: number for number, row in enumerate(rows) for room in re.findall(r"`(\S+?)`", row)}
+    rows = re.findall(r"^\| (.*) \|$", text.split(f"\n## {heading}\n")[1].split("\n## ")[0], re.M)
+    return [row.split(" | ") for row in rows[1:]]
+
+
+def layers():
+    """The rooms, each with the number of its row: folders, and units such as `Store/Store`."""
+    return {room: row for row, columns in enumerate(table("Layers")) for room in re.findall(r"`(\S+?)`", columns[0])}
+
+
+def check_map():
+    """Every file that the map names is there: a path in the checkout, or a unit below Sources."""
+    for _, names in table("To change something"):
+        for name in re.findall(r"`(\S+?)/?`", names):
+            if not pathlib.Path(name).exists() and not any([*CORE.glob(name + "*"), *FRONT.glob(name + "*")]):
+                faults.append(f"docs/architecture.md: there is no {name}")
 
 
 def unit_of(path):
@@ -106,6 +119,7 @@ def check_function_lengths(path, lines):
 
 
 sources = [p for base in ("Sources", "Tests", "Benchmarks") for p in sorted(pathlib.Path(base).rglob("*.[ch]pp"))]
+check_map()
 check_includes([path for path in sources if path.parts[0] == "Sources"])
 for source in sources:
     text = source.read_text(encoding="utf-8").splitlines()
