@@ -179,6 +179,12 @@ bool isFile(int fd) {
 
 } // namespace
 
+// One that the program defines in the C library's place.
+#define CHANGING(name, parameters, ...)                                                                                \
+    int name parameters noexcept {                                                                                     \
+        return change(#name, __VA_ARGS__);                                                                             \
+    }
+
 extern "C" {
 
 int open64(const char* path, int flags, ...) {
@@ -234,9 +240,7 @@ int close(int fd) {
     if (fails) errno = error;
     return fails ? -1 : static_cast<int>(result);
 }
-int ftruncate64(int fd, off64_t size) noexcept {
-    return change("ftruncate", SYS_ftruncate, fd, size);
-}
+CHANGING(ftruncate64, (int fd, off64_t size), SYS_ftruncate, fd, size)
 int ioctl(int fd, unsigned long request, ...) noexcept {
     va_list rest;
     va_start(rest, request);
@@ -262,9 +266,7 @@ int syncfs(int fd) noexcept {
     return static_cast<int>(kernel(SYS_syncfs, fd));
 }
 
-int rename(const char* from, const char* to) noexcept {
-    return change("rename", SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0);
-}
+CHANGING(rename, (const char* from, const char* to), SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0)
 int renameat(int from, const char* name, int to, const char* other) noexcept {
     fault().moves("renameat", from, name);
     return change("renameat", SYS_renameat2, from, name, to, other, 0);
@@ -277,42 +279,20 @@ int linkat(int from, const char* name, int to, const char* other, int flags) noe
     fault().moves("linkat", to, other);
     return change("linkat", SYS_linkat, from, name, to, other, flags);
 }
-int symlinkat(const char* destination, int folder, const char* name) noexcept {
-    return change("symlinkat", SYS_symlinkat, destination, folder, name);
-}
-int unlink(const char* path) noexcept {
-    return change("unlink", SYS_unlinkat, AT_FDCWD, path, 0);
-}
-int unlinkat(int folder, const char* name, int flags) noexcept {
-    return change("unlinkat", SYS_unlinkat, folder, name, flags);
-}
-int rmdir(const char* path) noexcept {
-    return change("rmdir", SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR);
-}
-int mkdir(const char* path, mode_t mode) noexcept {
-    return change("mkdir", SYS_mkdirat, AT_FDCWD, path, mode);
-}
-int mkdirat(int folder, const char* name, mode_t mode) noexcept {
-    return change("mkdirat", SYS_mkdirat, folder, name, mode);
-}
-int fchmod(int fd, mode_t mode) noexcept {
-    return change("fchmod", SYS_fchmod, fd, mode);
-}
-int fchmodat(int folder, const char* name, mode_t mode, int) noexcept {
-    return change("fchmodat", SYS_fchmodat, folder, name, mode);
-}
-int fchown(int fd, uid_t user, gid_t group) noexcept {
-    return change("fchown", SYS_fchown, fd, user, group);
-}
-int fsetxattr(int fd, const char* name, const void* value, size_t size, int flags) noexcept {
-    return change("fsetxattr", SYS_fsetxattr, fd, name, value, size, flags);
-}
-int futimens(int fd, const timespec times[2]) noexcept {
-    return change("futimens", SYS_utimensat, fd, nullptr, times, 0);
-}
-int utimensat(int folder, const char* name, const timespec times[2], int flags) noexcept {
-    return change("utimensat", SYS_utimensat, folder, name, times, flags);
-}
+CHANGING(symlinkat, (const char* destination, int folder, const char* name), SYS_symlinkat, destination, folder, name)
+CHANGING(unlink, (const char* path), SYS_unlinkat, AT_FDCWD, path, 0)
+CHANGING(unlinkat, (int folder, const char* name, int flags), SYS_unlinkat, folder, name, flags)
+CHANGING(rmdir, (const char* path), SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR)
+CHANGING(mkdir, (const char* path, mode_t mode), SYS_mkdirat, AT_FDCWD, path, mode)
+CHANGING(mkdirat, (int folder, const char* name, mode_t mode), SYS_mkdirat, folder, name, mode)
+CHANGING(fchmod, (int fd, mode_t mode), SYS_fchmod, fd, mode)
+CHANGING(fchmodat, (int folder, const char* name, mode_t mode, int), SYS_fchmodat, folder, name, mode)
+CHANGING(fchown, (int fd, uid_t user, gid_t group), SYS_fchown, fd, user, group)
+CHANGING(fsetxattr, (int fd, const char* name, const void* value, size_t size, int flags), SYS_fsetxattr, fd, name,
+         value, size, flags)
+CHANGING(futimens, (int fd, const timespec times[2]), SYS_utimensat, fd, nullptr, times, 0)
+CHANGING(utimensat, (int folder, const char* name, const timespec times[2], int flags), SYS_utimensat, folder, name,
+         times, flags)
 
 // Everything is done, but not all of it may be on the disk.
 void _exit(int status) {
