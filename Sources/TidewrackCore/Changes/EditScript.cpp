@@ -1,6 +1,7 @@
 #include "Changes/EditScript.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
 
 namespace tidewrack {
@@ -187,6 +188,35 @@ EditScript shortestEditScript(std::span<const LineId> oldLines, std::span<const 
         b.matched[b.offsets[pair.newAt]] = 1;
     }
     return {unmatched(a), unmatched(b)};
+}
+
+std::vector<LineChange> changesOf(const EditScript& script) {
+    std::vector<LineChange> changes;
+    auto removed = script.removed.begin();
+    auto inserted = script.inserted.begin();
+    std::size_t oldAt = 0;
+    std::size_t newAt = 0;
+    while (removed != script.removed.end() || inserted != script.inserted.end()) {
+        // Both sides are the same up to whichever change comes first.
+        std::size_t same = std::numeric_limits<std::size_t>::max();
+        if (removed != script.removed.end()) same = *removed - oldAt;
+        if (inserted != script.inserted.end()) same = std::min(same, *inserted - newAt);
+        LineChange change = {oldAt + same, oldAt + same, newAt + same, newAt + same};
+        for (; removed != script.removed.end() && *removed == change.oldEnd; ++removed) ++change.oldEnd;
+        for (; inserted != script.inserted.end() && *inserted == change.newEnd; ++inserted) ++change.newEnd;
+        oldAt = change.oldEnd;
+        newAt = change.newEnd;
+        changes.push_back(change);
+    }
+    return changes;
+}
+
+std::vector<LineId> LineNumbering::idsOf(std::span<const std::string_view> lines) {
+    std::vector<LineId> ids;
+    ids.reserve(lines.size());
+    for (const std::string_view line : lines)
+        ids.push_back(ids_.try_emplace(line, static_cast<LineId>(ids_.size())).first->second);
+    return ids;
 }
 
 } // namespace tidewrack

@@ -11,8 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <limits>
-#include <unordered_map>
 #include <utility>
 
 namespace tidewrack {
@@ -24,58 +22,13 @@ constexpr std::size_t binaryProbe = 8000; // bytes
 using Kind = LineDiff::Line::Kind;
 using Lines = std::span<const std::string_view>;
 
-// A stretch where lines [oldBegin, oldEnd) became lines [newBegin, newEnd); one of the two may be empty.
-struct Change {
-    std::size_t oldBegin = 0;
-    std::size_t oldEnd = 0;
-    std::size_t newBegin = 0;
-    std::size_t newEnd = 0;
-};
-
-class LineNumbering {
-  public:
-    explicit LineNumbering(std::size_t expected) { ids_.reserve(expected); }
-
-    std::vector<LineId> idsOf(Lines lines) {
-        std::vector<LineId> ids;
-        ids.reserve(lines.size());
-        for (const std::string_view line : lines)
-            ids.push_back(ids_.try_emplace(line, static_cast<LineId>(ids_.size())).first->second);
-        return ids;
-    }
-
-  private:
-    std::unordered_map<std::string_view, LineId> ids_;
-};
-
-std::vector<Change> changesOf(const EditScript& script) {
-    std::vector<Change> changes;
-    auto removed = script.removed.begin();
-    auto inserted = script.inserted.begin();
-    std::size_t oldAt = 0;
-    std::size_t newAt = 0;
-    while (removed != script.removed.end() || inserted != script.inserted.end()) {
-        // Both sides are the same up to whichever change comes first.
-        std::size_t same = std::numeric_limits<std::size_t>::max();
-        if (removed != script.removed.end()) same = *removed - oldAt;
-        if (inserted != script.inserted.end()) same = std::min(same, *inserted - newAt);
-        Change change = {oldAt + same, oldAt + same, newAt + same, newAt + same};
-        for (; removed != script.removed.end() && *removed == change.oldEnd; ++removed) ++change.oldEnd;
-        for (; inserted != script.inserted.end() && *inserted == change.newEnd; ++inserted) ++change.newEnd;
-        oldAt = change.oldEnd;
-        newAt = change.newEnd;
-        changes.push_back(change);
-    }
-    return changes;
-}
-
 // Builds hunks from changes given in order.
 class HunkWriter {
   public:
     HunkWriter(Lines oldLines, Lines newLines, std::size_t context)
         : oldLines_(oldLines), newLines_(newLines), context_(context) {}
 
-    void add(const Change& change) {
+    void add(const LineChange& change) {
         const std::size_t gap = change.oldBegin - previous_.oldEnd;
         if (hunks_.empty() || (gap > context_ && gap - context_ > context_)) {
             if (!hunks_.empty()) addContext(previous_, context_);
@@ -100,7 +53,7 @@ class HunkWriter {
   private:
     void add(LineDiff::Line line) { hunks_.back().lines.push_back(std::move(line)); }
 
-    void addContext(const Change& after, std::size_t count) {
+    void addContext(const LineChange& after, std::size_t count) {
         for (std::size_t step = 0; step < count; ++step) {
             const std::size_t oldAt = after.oldEnd + step;
             add({Kind::context, std::string(oldLines_[oldAt]), oldAt + 1, after.newEnd + step + 1});
@@ -110,7 +63,7 @@ class HunkWriter {
     Lines oldLines_;
     Lines newLines_;
     std::size_t context_;
-    Change previous_;
+    LineChange previous_;
     std::vector<LineDiff::Hunk> hunks_;
 };
 
@@ -183,7 +136,7 @@ LineDiff::Result LineDiff::diffLines(Lines oldLines, Lines newLines, std::size_t
     const std::vector<LineId> newIds = numbering.idsOf(newLines);
     const EditScript script = shortestEditScript(oldIds, newIds);
     HunkWriter writer(oldLines, newLines, context);
-    for (const Change& change : changesOf(script)) writer.add(change);
+    for (const LineChange& change : changesOf(script)) writer.add(change);
     return {Result::Kind::text, writer.finish(), script.inserted.size(), script.removed.size()};
 }
 
@@ -193,6 +146,15 @@ std::vector<std::string_view> LineDiff::lines(std::string_view text) {
         const std::size_t end = std::min(text.find('\n'), text.size());
         result.push_back(text.substr(0, end));
         text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return result;
+}
+
+std::vector<std::string_view> LineDiff::wholeLines(std::string_view text) {
+    std::vector<std::string_view> result = lines(text);
+    for (std::string_view& line : result) {
+        const auto end = static_cast<std::size_t>(line.data() - text.data()) + line.size();
+        if (end < text.size()) line = {line.data(), line.size() + 1};
     }
     return result;
 }

@@ -71,6 +71,9 @@ struct LineDiff {
     // with its line. The views point into `text`.
     [[nodiscard]] static std::vector<std::string_view> lines(std::string_view text);
 
+    // The same with their line feeds, so that a last line without one differs from the same line with one.
+    [[nodiscard]] static std::vector<std::string_view> wholeLines(std::string_view text);
+
     // The text that `bytes` are, or none for binary: a zero among the first 8,000 bytes, or not UTF-8.
     [[nodiscard]] static std::optional<std::string_view> text(std::string_view bytes);
 };

@@ -129,16 +129,6 @@ Body bodyOf(const std::optional<PatchSide>& side) {
     return {text ? Body::Kind::text : Body::Kind::binary, std::move(content.bytes), ""};
 }
 
-// Lines with their line ends, so that a last line without one differs from the same line with one.
-std::vector<std::string_view> wholeLines(std::string_view text) {
-    std::vector<std::string_view> lines = LineDiff::lines(text);
-    for (std::string_view& line : lines) {
-        const auto end = static_cast<std::size_t>(line.data() - text.data()) + line.size();
-        if (end < text.size()) line = {line.data(), line.size() + 1};
-    }
-    return lines;
-}
-
 std::string oldName(const PatchFile& file) {
     return quoted("a/" + file.path);
 }
@@ -220,8 +210,8 @@ void writeHunk(PatchWriter& writer, const LineDiff::Hunk& hunk) {
 }
 
 void writeContents(PatchWriter& writer, const PatchFile& file, const Body& before, const Body& after) {
-    const LineDiff::Result result =
-        LineDiff::diffLines(wholeLines(before.bytes), wholeLines(after.bytes), LineDiff::usualContext);
+    const LineDiff::Result result = LineDiff::diffLines(LineDiff::wholeLines(before.bytes),
+                                                        LineDiff::wholeLines(after.bytes), LineDiff::usualContext);
     if (result.hunks.empty()) return;
     writeNames(writer, file);
     for (const LineDiff::Hunk& hunk : result.hunks) writeHunk(writer, hunk);
