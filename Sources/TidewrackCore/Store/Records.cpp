@@ -34,6 +34,9 @@ nlohmann::json toJson(const SnapshotMeta& meta) {
     put(object, "agent", meta.agent);
     put(object, "session", meta.session);
     put(object, "turn", meta.turn);
+    put(object, "reversal", meta.reversal);
+    for (const Stretch& stretch : meta.tookBack)
+        object["tookBack"].push_back({{"from", stretch.from}, {"to", stretch.to}});
     return object;
 }
 
@@ -66,6 +69,9 @@ SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source
     meta.deleted = fields.integer("deleted");
     meta.pinned = fields.boolean("pinned");
     meta.durationMs = fields.integer("durationMs");
+    meta.reversal = fields.optionalText("reversal");
+    for (const JsonFields& stretch : fields.optionalObjects("tookBack"))
+        meta.tookBack.push_back({stretch.integer("from"), stretch.integer("to")});
     return meta;
 }
 

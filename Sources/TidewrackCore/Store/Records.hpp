@@ -27,6 +27,14 @@ struct Project {
     bool operator==(const Project&) const = default;
 };
 
+// What happened from one snapshot to a later one.
+struct Stretch {
+    std::int64_t from = 0;
+    std::int64_t to = 0;
+
+    bool operator==(const Stretch&) const = default;
+};
+
 // One snapshot.
 struct SnapshotMeta {
     std::int64_t seq = 0;
@@ -43,6 +51,9 @@ struct SnapshotMeta {
     std::int64_t deleted = 0;
     bool pinned = false;
     std::int64_t durationMs = 0;
+    // The two snapshots around a restore only: "restore", "undo" or "redo"; and what it took back in full.
+    std::optional<std::string> reversal;
+    std::vector<Stretch> tookBack;
 
     bool operator==(const SnapshotMeta&) const = default;
 };

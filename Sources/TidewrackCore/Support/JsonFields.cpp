@@ -76,6 +76,11 @@ std::optional<std::vector<std::string>> JsonFields::optionalTexts(const char* ke
     return texts(key);
 }
 
+std::vector<JsonFields> JsonFields::optionalObjects(const char* key) const {
+    if (absent(key)) return {};
+    return objects(key);
+}
+
 const nlohmann::json& JsonFields::required(const char* key) const {
     const auto found = object_.find(key);
     if (found == object_.end()) fail(std::string("\"") + key + "\" is missing");

@@ -32,6 +32,7 @@ class JsonFields {
     [[nodiscard]] std::optional<std::string> optionalText(const char* key) const;
     [[nodiscard]] std::optional<std::int64_t> optionalInteger(const char* key) const;
     [[nodiscard]] std::optional<std::vector<std::string>> optionalTexts(const char* key) const;
+    [[nodiscard]] std::vector<JsonFields> optionalObjects(const char* key) const; // absent: none
 
   private:
     [[nodiscard]] const nlohmann::json& required(const char* key) const;

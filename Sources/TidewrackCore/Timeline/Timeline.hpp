@@ -1,0 +1,87 @@
+#pragma once
+// A project's records as the story of what happened: who changed the folder from which snapshot to which.
+// Pure: no disk, no clock. 1,000 records take far less than reading them.
+
+#include "Changes/Changes.hpp"
+#include "Store/Records.hpp"
+#include "Timeline/LoggedHook.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+struct TimelineRow {
+    enum class Type {
+        turn,    // what an agent did from a prompt to its end
+        outside, // what changed while no agent was at work
+        manual,  // a snapshot by hand
+        restore, // the folder, or parts of it, put back to a snapshot
+        undo,    // something taken back, or an undo taken back again
+    };
+    enum class End {
+        stop,        // the agent said that it was done, or nothing has to end
+        interrupted, // the agent said that it was cut off
+        running,     // no record came after its own
+        unknown,     // something else was recorded next: the end was not seen
+    };
+    struct Command {
+        std::int64_t seq = 0; // the snapshot taken before it
+        std::string command;
+        std::string verdict; // "allow" or "ask"; empty where the log does not tell any more
+        Date time{};
+        bool operator==(const Command&) const = default;
+    };
+    // Another turn at work between the same snapshots.
+    struct Company {
+        std::string agent;
+        std::string session;
+        std::string title;
+        Stretch during;
+        bool operator==(const Company&) const = default;
+    };
+
+    Type type = Type::turn;
+    std::int64_t first = 0; // the state before
+    std::int64_t last = 0;  // the state after; of a running turn the newest of its own
+    std::optional<std::string> agent;
+    std::optional<std::string> session;
+    std::optional<std::string> turn;
+    std::string title; // the prompt, or a label; empty where there was none
+    Date began{};
+    std::optional<Date> ended; // for End::stop and End::interrupted
+    End end = End::stop;
+    // Between which snapshots its changes were made, oldest first. Usually one, from `first` to `last`; a restore in
+    // between parts it, and so does the time between a turn's end and the end of a task that it left running. The last
+    // one of a running turn is open: it goes on behind `last`. None for a snapshot by hand.
+    std::vector<Stretch> stretches;
+    std::vector<std::int64_t> own;         // a turn's own snapshots
+    std::optional<Changes::Counts> counts; // files; none where only a comparison of listings tells
+    std::vector<Command> commands;
+    std::vector<Company> company;
+    std::vector<std::string> projects; // roots of the other projects that the turn worked in
+    std::vector<std::string> vault;    // ids of the vault entries made for its commands
+    bool undone = false;               // taken back since as a whole, and not redone
+
+    bool operator==(const TimelineRow&) const = default;
+    [[nodiscard]] bool isRunning() const { return end == End::running; }
+};
+
+struct Timeline {
+    std::vector<TimelineRow> rows; // newest first, by the snapshot that they end with
+
+    // `records` of one project, by ascending number, with the hooks that were logged since the first of them.
+    [[nodiscard]] static Timeline of(const std::string& root, const std::vector<SnapshotMeta>& records,
+                                     const std::vector<LoggedHook>& hooks = {});
+
+    // The newest turn that snapshot `seq` belongs to: which it began or ended with, or which was at work then. None
+    // when there is none.
+    [[nodiscard]] const TimelineRow* turnAt(std::int64_t seq) const;
+};
+
+// Whether a row of another project's timeline is the same turn.
+[[nodiscard]] bool isSameTurn(const TimelineRow& one, const TimelineRow& other);
+
+} // namespace tidewrack
