@@ -325,7 +325,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
 
 TEST_F(ShellGuardOnDisk, leavesEverydayCommandsAlone) {
     folder.makeFolder("tree/.git");
-    std::ifstream file(TIDEWRACK_TEST_DATA "/everyday-commands.txt"); // with "\\n" for a line feed
+    std::ifstream file(
+        tidewrack::testing::inCheckout("Tests/Data/everyday-commands.txt")); // with "\\n" for a line feed
     std::size_t count = 0;
     for (std::string line; std::getline(file, line); ++count) {
         for (std::size_t at = line.find("\\n"); at != std::string::npos; at = line.find("\\n", at + 1))

@@ -1,6 +1,6 @@
 #include "Output.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Text.hpp"
 
 namespace tidewrack {

@@ -1,7 +1,7 @@
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Files.hpp"
 
 #include <gtest/gtest.h>

@@ -7,7 +7,6 @@
 #include "Changes/Changes.hpp"
 #include "Engine/PathOutcome.hpp"
 #include "Platform/Deadline.hpp"
-#include "Engine/PathOutcome.hpp"
 #include "Store/Store.hpp"
 
 #include <cstdint>

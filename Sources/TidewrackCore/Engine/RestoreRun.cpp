@@ -3,7 +3,6 @@
 #include "Engine/SafeReplace.hpp"
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
-#include "Engine/SafeReplace.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"

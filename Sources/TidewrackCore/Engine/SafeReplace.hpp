@@ -3,7 +3,7 @@
 // so it is moved aside in one step and looked at once more there; what has changed after all goes back.
 
 #include "Engine/PathOutcome.hpp"
-#include "Platform/Platform.hpp"
+#include "Platform/Copies.hpp"
 
 namespace tidewrack {
 

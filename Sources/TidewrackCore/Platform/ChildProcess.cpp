@@ -1,6 +1,6 @@
 #include "Platform/ChildProcess.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 #include <fcntl.h>
 #include <poll.h>

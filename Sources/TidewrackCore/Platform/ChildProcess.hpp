@@ -2,8 +2,8 @@
 // A program that runs beside this one and is asked through pipes. ChildProcess.cpp holds what the systems share,
 // ChildProcessLinux.cpp and ChildProcessMacos.cpp how it is started.
 
+#include "Platform/Deadline.hpp"
 #include "Platform/Descriptor.hpp"
-#include "Support/Deadline.hpp"
 
 #include <sys/types.h>
 

@@ -1,7 +1,8 @@
 #include "Support/LineLog.hpp"
 
+#include "Platform/Attributes.hpp"
 #include "Platform/Descriptor.hpp"
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -82,8 +82,6 @@ int undo(Invocation& call) {
     const auto paths = chosenPaths(call);
     const Project project = call.project();
     const auto snapshots = call.store().history(project).snapshots();
-    const auto next =
-        std::find_if(snapshots.begin(), snapshots.end(), [&](const auto& meta) { return meta.seq > turn; });
     const RestoreResult result = call.engine().undo(project, turn, paths);
     const bool idle = result.nothingInScope;
     if (call.json() || !idle)

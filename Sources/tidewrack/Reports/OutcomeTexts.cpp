@@ -1,5 +1,7 @@
 #include "Reports/OutcomeTexts.hpp"
 
+#include "Platform/Process.hpp"
+
 namespace tidewrack {
 
 namespace {
