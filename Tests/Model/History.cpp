@@ -1,7 +1,6 @@
 #include "Model/History.hpp"
 
 #include "Engine/Tracking.hpp"
-#include "Reports/OutcomeTexts.hpp"
 #include "Platform/Attributes.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Files.hpp"
