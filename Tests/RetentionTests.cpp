@@ -61,6 +61,46 @@ TEST(RetentionPlan, agesAndBuckets) {
     for (const Case& each : cases) EXPECT_EQ(removed(each.ages), each.removed) << each.what;
 }
 
+// No prune of itself believes a clock that may be wrong.
+TEST(RetentionPlan, confirmsTheClock) {
+    struct Case {
+        const char* what;
+        std::vector<std::int64_t> created; // in days; the prune comes right after the last
+        bool confirmed;
+    };
+    constexpr std::int64_t future = 7000;
+    const Case cases[] = {
+        {"nothing", {}, true},
+        {"the first", {0}, true},
+        {"every day", {0, 1, 2, 3}, true},
+        {"after a year", {0, 365}, true},
+        {"400 days", {0, 400}, true},
+        {"401 days: a long rest, or a wrong clock", {0, 401}, false},
+        {"a single one in the future", {0, 1, future}, false},
+        {"a day there", {0, 1, future, future + 1}, false},
+        {"two days there", {0, 1, future, future + 1, future + 2}, true},
+        {"back from the future", {0, 1, future, 2}, false},
+        {"back for two days", {0, 1, future, 2, 3, 4}, true},
+        {"there and back and there", {0, 1, future, 2, 3, 4, future + 4}, false},
+        {"pinned long ago", {0, 900, 901, 902}, true},
+        {"set back by a day", {10, 9}, false},
+    };
+    for (const Case& each : cases) {
+        std::vector<SnapshotMeta> snapshots;
+        for (const std::int64_t at : each.created) {
+            snapshots.emplace_back();
+            snapshots.back().created = noon + std::chrono::seconds(at * day);
+        }
+        const Date last = snapshots.empty() ? noon : snapshots.back().created;
+        EXPECT_EQ(clockIsConfirmed(snapshots, last), each.confirmed) << each.what;
+        if (snapshots.empty()) continue;
+        EXPECT_FALSE(clockIsConfirmed(snapshots, last + std::chrono::seconds(401 * day)))
+            << each.what << ": ahead of all";
+        EXPECT_EQ(clockIsConfirmed(snapshots, last - std::chrono::seconds(60)), each.confirmed)
+            << each.what << ": put right by a minute";
+    }
+}
+
 // What prunes leave is checked by Model/ and, when they die, by Linux/FaultTests.cpp.
 
 // An automatic prune with nothing due reads no manifest, though contents of removed snapshots are still in use.

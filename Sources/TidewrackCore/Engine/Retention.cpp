@@ -220,8 +220,10 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
         Attributes attributes;
         const std::int64_t last =
             attributesAt(AT_FDCWD, marker.c_str(), attributes) == 0 ? attributes.mtime / 1'000'000'000 : INT64_MIN / 2;
-        if (now().time_since_epoch().count() - last <= secondsBetweenPrunes) return;
+        const std::int64_t since = now().time_since_epoch().count() - last;
+        if (since >= 0 && since <= secondsBetweenPrunes) return; // one of the future is another clock's
         writeFileAtomically(marker, "");
+        if (!clockIsConfirmed(store.history(project).snapshots(), now())) return;
         (void)pruneLocked(lock, project, now(), false, Sweep::freed);
     } catch (const std::exception& error) {
         result.warnings.push_back(std::string("prune failed: ") + error.what());

@@ -48,7 +48,23 @@ void planContents(const std::vector<SnapshotMeta>& snapshots, RetentionPlan& pla
     }
 }
 
+// Whether somebody seems to have set the clock between these moments. Records that a restore makes bear the time of its
+// beginning, and clocks are put right by seconds all the time, which harms nobody.
+bool isJump(Date earlier, Date later) {
+    const std::int64_t passed = (later - earlier).count();
+    return passed > 400 * day || passed < -hour;
+}
+
 } // namespace
+
+bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now) {
+    if (snapshots.empty()) return true;
+    const SnapshotMeta* since = nullptr; // the record that the clock jumped to last
+    for (std::size_t i = 1; i < snapshots.size(); ++i)
+        if (isJump(snapshots[i - 1].created, snapshots[i].created)) since = &snapshots[i];
+    const Date newest = snapshots.back().created;
+    return !isJump(newest, now) && (since == nullptr || (newest - since->created).count() >= 2 * day);
+}
 
 RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now) {
     RetentionPlan plan;

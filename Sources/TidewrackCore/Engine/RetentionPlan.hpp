@@ -25,4 +25,9 @@ struct RetentionPlan {
 // `snapshots` ascending by number.
 [[nodiscard]] RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now);
 
+// Whether `now` may be believed enough to remove snapshots by their age without being asked to: one wrong clock would
+// take the whole history for old. From a record on that lies more than 400 days after the one before it, or more than
+// an hour before it, records have to span two days first. `snapshots` ascending by number, the one just taken included.
+[[nodiscard]] bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now);
+
 } // namespace tidewrack
