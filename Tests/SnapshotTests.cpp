@@ -1,6 +1,8 @@
 #include "Platform/Attributes.hpp"
 #include "Support/TestFolders.hpp"
 
+#include "Engine/UnreadFolders.hpp"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -78,6 +80,60 @@ TEST_F(SnapshotTest, needsNoSecondThread) {
     EXPECT_EQ(world.ok({"cat", "1", "99/file"}), "99");
 }
 
+// What the walk could not see is as it was in the previous listing, and what it saw is not.
+TEST(UnreadFolders, stayAsTheyWere) {
+    const auto listing = [](const std::vector<std::string>& paths) {
+        ManifestBuilder builder;
+        for (const std::string& path : paths) {
+            Entry entry;
+            if (path.ends_with('/')) entry.kind = EntryKind::dir;
+            builder.add(path.substr(0, path.find_last_not_of('/') + 1), entry);
+        }
+        return builder.finish();
+    };
+    const Manifest previous =
+        listing({"f/", "f-g", "f/a/", "f/a/x", "f/a/y", "f/a-b", "f/b", "f/c/", "f/c/x", "f/c/x/y", "g/", "g/x"});
+    struct Case {
+        const char* what;
+        std::vector<std::string> walked;
+        std::vector<Walker::Unread> unread;
+        std::string listed;
+    };
+    const Case cases[] = {
+        {"read", {"f/", "g/"}, {}, "f g "},
+        {"not opened", {"f/", "g/"}, {{"f", EMFILE, {}}}, "f f/a f/a-b f/a/x f/a/y f/b f/c f/c/x f/c/x/y g "},
+        {"read in part",
+         {"f/", "f/a/", "f/a/y", "f/new"},
+         {{"f", EIO, {}}},
+         "f f/a f/a-b f/a/y f/b f/c f/c/x f/c/x/y f/new "},
+        {"entries unknown", {"f/", "f/a-b"}, {{"f", EIO, {"a", "gone"}}}, "f f/a f/a-b f/a/x f/a/y "},
+        {"an entry of the root", {"f-g"}, {{"", EIO, {"f"}}}, "f f-g f/a f/a-b f/a/x f/a/y f/b f/c f/c/x f/c/x/y "},
+        {"new", {"h/"}, {{"h", EIO, {}}}, "h "},
+        {"may not be read", {"f/"}, {{"f", EACCES, {}}}, "f "},
+    };
+    for (const Case& each : cases) {
+        const Manifest walked = listing(each.walked);
+        ManifestBuilder builder(previous);
+        PathIndex index(previous);
+        for (const auto& [path, entry] : walked.items()) builder.add(path, entry, index.find(path));
+        keepUnread(each.unread, previous, builder);
+        std::string listed;
+        for (const auto& [path, entry] : builder.finish().items()) listed += std::string(path) + " ";
+        EXPECT_EQ(listed, each.listed) << each.what;
+    }
+}
+
+TEST_F(SnapshotTest, warnsOfWhatMayNotBeRead) {
+    f.write("project/closed/inside", "a");
+    EXPECT_EQ(unprivileged(f,
+                           [&] {
+                               world.ok({"track"});
+                               if (::chmod(f.at("project/closed").c_str(), 0) != 0) return std::string("not closed");
+                               return world.run({"snap"}).err;
+                           }),
+              "warning: couldn't read closed: Permission denied; not saved\n");
+}
+
 TEST_F(SnapshotTest, anUnreadablePreviousSnapshotMeansAFullOne) {
     f.write("project/a", "a");
     world.ok({"track"});
@@ -119,11 +175,22 @@ TEST_F(SnapshotTest, prunesOnceAnHour) {
     EXPECT_EQ(seqs(), (std::vector<std::int64_t>{1, 2, 3})) << "a snapshot that is late leaves it to the next one";
     snap();
     EXPECT_EQ(seqs(), (std::vector<std::int64_t>{2, 3, 4}));
+    // One of the future counts as due, but to a snapshot of the future nothing is old.
+    const auto old = [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24 * 440); };
+    for (const std::int64_t seq : {2, 3}) rewriteRecord(world, seq, old);
+    ASSERT_EQ(setModificationTime(AT_FDCWD, path.c_str(), marker.mtime + 24 * 365 * anHour), 0);
+    rewriteRecord(world, 4, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(47); });
+    snap();
+    EXPECT_EQ(seqs(), (std::vector<std::int64_t>{2, 3, 4, 5})) << "the clock may have been set two days ago";
+    rewriteRecord(world, 4, [](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(49); });
+    ASSERT_EQ(setModificationTime(AT_FDCWD, path.c_str(), marker.mtime + 24 * 365 * anHour), 0);
+    snap();
+    EXPECT_EQ(seqs(), (std::vector<std::int64_t>{4, 5, 6}));
     // A prune that fails does not take the snapshot with it.
     ASSERT_EQ(::unlink(path.c_str()), 0);
     f.write(storeFile("snapshots/1.json"), "broken");
     const SnapshotResult result = snap();
     ASSERT_EQ(result.warnings.size(), 1U);
     EXPECT_EQ(result.warnings[0].find("prune failed: Corrupt store data: "), 0U);
-    EXPECT_EQ(result.meta.seq, 5);
+    EXPECT_EQ(result.meta.seq, 7);
 }

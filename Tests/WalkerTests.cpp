@@ -8,8 +8,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <numeric>
 #include <set>
@@ -141,6 +143,26 @@ TEST_F(WalkerTest, whereGitGivesNoAnswerTheEarlierListingDoes) {
     walker->walk(body, [](std::string_view folder) { return folder == "sub/build"; });
     EXPECT_EQ(ignored, std::vector<std::string>{"sub/build"});
     EXPECT_TRUE(walker->gitWasSilent());
+}
+
+TEST_F(WalkerTest, tellsWhatItCouldNotRead) {
+    f.write("sub/inside/a", "");
+    f.write("other", "");
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    Walker walker(f.path(), {});
+    walker.walk([&](const Walker::Item& item) { // the folder is opened after it was yielded
+        return item.path != "sub/inside" || ::setrlimit(RLIMIT_NOFILE, &none) == 0;
+    });
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(walker.unread(), (std::vector<Walker::Unread>{{"sub/inside", EMFILE, {}}}));
+    Walker again(f.path(), {});
+    again.walk([&](const Walker::Item& item) {
+        if (item.path == "sub") f.remove("sub");
+        return true;
+    });
+    EXPECT_TRUE(again.unread().empty()) << "what is gone by then is no fault";
 }
 
 TEST_F(WalkerTest, refusesARootThatIsNoFolder) {

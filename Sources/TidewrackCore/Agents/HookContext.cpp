@@ -69,8 +69,11 @@ SnapshotRequest HookContext::request(const char* kind, std::string label, const 
 }
 
 std::string HookContext::noteOn(const SnapshotResult& result, const Project& project) {
-    const std::string note = "#" + std::to_string(result.meta.seq) + " " + project.root;
-    return result.late == 0 ? note : note + ", " + std::to_string(result.late) + " skipped";
+    std::string note = "#" + std::to_string(result.meta.seq) + " " + project.root;
+    if (result.late > 0) note += ", " + std::to_string(result.late) + " skipped";
+    if (!result.unseen.empty()) note += ", " + result.unseen.front();
+    if (result.unseen.size() > 1) note += " (and " + std::to_string(result.unseen.size() - 1) + " more)";
+    return note;
 }
 
 std::string noteOn(const VaultEntry& entry) {

@@ -40,6 +40,7 @@ struct SnapshotResult {
     Changes changes; // since the previous snapshot
     std::vector<std::string> warnings;
     std::int64_t late = 0; // contents that were not kept because of the deadline
+    std::vector<std::string> unseen; // those of the warnings that tell what the walk could not see
 };
 
 struct PruneResult {

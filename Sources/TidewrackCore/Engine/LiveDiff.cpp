@@ -2,6 +2,7 @@
 // comparison to now a file is unchanged exactly when every attribute is the snapshot's.
 
 #include "Engine/Engine.hpp"
+#include "Engine/UnreadFolders.hpp"
 #include "Support/Paths.hpp"
 #include "Walk/Walker.hpp"
 
@@ -37,6 +38,7 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
         return true;
     };
     walker->walk(add, wasIgnored);
+    keepUnread(walker->unread(), result.older, builder);
     result.newer = builder.finish();
     return result;
 }

@@ -13,6 +13,7 @@
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
 #include "Platform/Volumes.hpp"
+#include "Engine/UnreadFolders.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -171,6 +172,8 @@ class SnapshotRun {
         if (progress_ && (builder_.size() & 1023) == 0) progress_("walked", builder_.size());
     }
 
+    void keepUnread(const std::vector<Walker::Unread>& unread) { tidewrack::keepUnread(unread, previous_, builder_); }
+
     // Keeps the contents; failures become "err" entries and warnings.
     void keepContents(const Project& project, ContentFolder& contents, const Deadline& deadline,
                       SnapshotResult& result) {
@@ -286,9 +289,9 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
             return true;
         },
         [&](std::string_view folder) { return previous.manifest.listsIgnored(folder); });
-    if (walker->gitWasSilent())
-        taken.result.warnings.emplace_back(
-            "git didn't say which folders it ignores; those of the previous snapshot still are");
+    run.keepUnread(walker->unread());
+    taken.result.unseen = warningsOf(*walker);
+    taken.result.warnings.insert(taken.result.warnings.end(), taken.result.unseen.begin(), taken.result.unseen.end());
     walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 

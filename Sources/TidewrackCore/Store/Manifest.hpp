@@ -148,6 +148,8 @@ class ManifestBuilder {
     };
     // `rank`: the path's place among the base's items, noRank when it is not there. Each rank once.
     Handle add(std::string_view path, const Entry& entry, std::uint32_t rank = noRank);
+    // Whether the base's item of this rank has been added.
+    [[nodiscard]] bool holds(std::uint32_t rank) const { return fates_[rank] != absent; }
     void setEntry(Handle handle, const Entry& entry);
     [[nodiscard]] const Manifest::Item& item(Handle handle) const;
     [[nodiscard]] std::size_t size() const { return count_; }
