@@ -1,6 +1,6 @@
 #include "Engine/UnreadFolders.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Attributes.hpp"
 
 #include <algorithm>
 #include <cerrno>
