@@ -1,26 +1,32 @@
 #include "Support/TestFolders.hpp"
 
 #include "Agents/HookEvent.hpp"
+#include "Agents/HookHandler.hpp"
+#include "Agents/HookLog.hpp"
 #include "Agents/Replies.hpp"
-#include "Support/Files.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Store/EditLog.hpp"
 #include "Support/Json.hpp"
+#include "Support/Text.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
 #include <map>
+#include <regex>
+#include <thread>
 
 using namespace tidewrack;
+using namespace tidewrack::testing;
 using nlohmann::json;
-using tidewrack::testing::inCheckout;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 namespace {
-
-std::string readData(const std::string& name) {
-    std::string text;
-    EXPECT_EQ(readFile(inCheckout("Tests/Data/events/" + name), text), 0) << name;
-    return text;
-}
 
 HookEvent parsed(Agent agent, const char* object) {
     return parseHookEvent(agent, *parseJson(object), "/w");
@@ -42,13 +48,13 @@ std::optional<std::string> optionalText(const json& value) {
 } // namespace
 
 TEST(Hook, readsTheEventsThatAgentsReallySend) {
-    const auto table = parseJson(readData("expected.json"));
+    const auto table = parseJson(testData("events/expected.json"));
     ASSERT_TRUE(table && table->size() > 40);
     for (const json& row : *table) {
         const auto file = row.at("file").get<std::string>();
         SCOPED_TRACE(file);
         const auto agent = agentNamed(row.at("agent").get<std::string>());
-        const auto object = parseJson(readData(file));
+        const auto object = parseJson(testData("events/" + file));
         ASSERT_TRUE(agent && object);
         HookEvent expected;
         expected.kind = kindNamed(row.at("kind").get<std::string>());
@@ -164,4 +170,63 @@ TEST(Replies, speakEachAgentsLanguage) {
         EXPECT_EQ(askReply(agent, Kind::shell, "m").standardError,
                   "m This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.");
     EXPECT_NE(askReply(Agent::cursor, Kind::edit, "m").standardOutput->find("\"deny\""), std::string::npos);
+}
+
+TEST(HookLog, isEmptiedOnceByParallelHooks) {
+    TemporaryFolder folder;
+    const HookLog log(Store(folder.at("store"), folder.path()));
+    // All of them find the log too long before one can empty it.
+    folder.write("store/hooks.log", std::string(2'000'001, 'x'));
+    const Descriptor lock(::open(folder.at("store/hooks.log").c_str(), O_RDONLY));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] { log.append("claude", "Stop", steady_clock::now(), "#1 /p"); });
+    std::this_thread::sleep_for(milliseconds(200));
+    ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
+    for (auto& thread : threads) thread.join();
+    const std::string text = folder.read("store/hooks.log");
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8);
+}
+
+TEST(EditLog, writesLinesAsDocumented) {
+    TemporaryFolder folder;
+    const NotedEdit edit{parseIsoDate("2026-03-14T09:30:05Z").value(), "claude", "efd68e01", "c8f2135e", "src/main.c"};
+    noteEdit(folder.path(), edit);
+    const std::string line = folder.read("edits.log");
+    EXPECT_NE(document("store-format.md").find("\n" + line), std::string::npos) << line;
+    EXPECT_EQ(notedEdits("{\"agent\":1}\n" + line + "{\"ag"), std::vector{edit}) << "what can't be read is left out";
+}
+
+TEST(HookLog, writesLinesAsDocumented) {
+    TemporaryFolder folder;
+    HookLog(Store(folder.at("store"), folder.path()))
+        .append("claude", "PreToolUse", steady_clock::now(), "allow rm -r build → #7 /home/ann/app");
+    const std::regex timed("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z (.*) [0-9]+ms ");
+    const std::string line = std::regex_replace(folder.read("store/hooks.log"), timed, "2026-03-14T09:30:05Z $1 12ms ");
+    EXPECT_NE(document("store-format.md").find("\n" + line), std::string::npos) << line;
+}
+
+TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
+    TemporaryFolder folder;
+    const HookLog log(Store(folder.at("store"), folder.path()));
+    folder.write("store/hooks.log", std::string(2'000'000, 'x'));
+    log.append("-", "track", steady_clock::now(), "a");
+    EXPECT_GT(folder.read("store/hooks.log").size(), 2'000'000U);
+    log.append("-", "track", steady_clock::now(), "b\nc\xff\x1b");
+    EXPECT_TRUE(
+        std::regex_match(folder.read("store/hooks.log"), std::regex(".*Z - track 0ms b c\xEF\xBF\xBD\\\\x1b\n")));
+    folder.remove("store/hooks.log");
+    ASSERT_EQ(::mkfifo(folder.at("store/hooks.log").c_str(), 0600), 0);
+    log.append("-", "track", steady_clock::now(), "nobody reads this pipe");
+}
+
+TEST(OneLine, joinsTrimsAndCuts) {
+    EXPECT_EQ(oneLine(std::nullopt, 80), "");
+    EXPECT_EQ(oneLine("\n \t\r\n", 80), "");
+    EXPECT_EQ(oneLine(" \n a\r\n\r\nb\u2028\u0085c\vd \t\n", 80), "a b c d");
+    EXPECT_EQ(oneLine("1234", 4), "1234");
+    EXPECT_EQ(oneLine("12345", 4), "123…");
+    EXPECT_EQ(oneLine("e\u0301e\u0301e\u0301", 2), "e\u0301…") << "an accent stays with its letter";
+    EXPECT_EQ(oneLine("\U0001F469\u200D\U0001F4BBab", 2), "\U0001F469\u200D\U0001F4BB…") << "a joined emoji is one";
 }

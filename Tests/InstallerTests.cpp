@@ -51,42 +51,13 @@ class Installer : public ::testing::Test {
 // That other tools' entries stay, and that taking out gives back what was, is checked by Fuzz/InstallerTarget.cpp.
 
 TEST_F(Installer, writesExactlyTheHooksOfEachAgent) {
-    const auto expect = [this](Agent agent, const char* golden) {
+    const json golden = json::parse(testData("installed-hooks.json"));
+    for (const Agent agent : allAgents) {
+        const json& wanted = golden.at(std::string(rawValue(agent)));
         installer().install(agent);
-        EXPECT_EQ(config(agent), json::parse(golden)) << rawValue(agent);
-        EXPECT_EQ(json::parse(installer().snippet(agent)), json::parse(golden)) << rawValue(agent);
-    };
-    expect(Agent::claude, R"({"hooks":{
-        "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude","timeout":30}]}],
-        "PreToolUse":[{"matcher":"Bash","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude",
-            "timeout":30}]},
-            {"matcher":"Write|Edit|MultiEdit|NotebookEdit|ExitWorktree","hooks":[{"type":"command",
-            "command":"/usr/local/bin/tidewrack hook claude","timeout":30}]},
-            {"matcher":"mcp__.*","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude",
-            "timeout":30}]}],
-        "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook claude","async":true}]}]}})");
-    expect(Agent::codex, R"({"hooks":{
-        "UserPromptSubmit":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}],
-        "PreToolUse":[{"matcher":"^Bash$","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex",
-            "timeout":30,"statusMessage":"Tidewrack: checking command"}]},
-            {"matcher":"^apply_patch$","hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex",
-            "timeout":30,"statusMessage":"Tidewrack: checking edit"}]}],
-        "Stop":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}],
-        "Interrupt":[{"hooks":[{"type":"command","command":"/usr/local/bin/tidewrack hook codex","timeout":30}]}]}})");
-    expect(Agent::cursor, R"({"version":1,"hooks":{
-        "beforeSubmitPrompt":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}],
-        "beforeShellExecution":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}],
-        "preToolUse":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30,"matcher":"Write|Edit|Delete"}],
-        "stop":[{"command":"/usr/local/bin/tidewrack hook cursor","timeout":30}]}})");
-    expect(Agent::gemini, R"({"hooks":{
-        "BeforeAgent":[{"hooks":[{"name":"tidewrack","type":"command",
-            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}],
-        "BeforeTool":[{"matcher":"run_shell_command","hooks":[{"name":"tidewrack","type":"command",
-            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]},
-            {"matcher":"write_file|replace|mcp_.*","hooks":[{"name":"tidewrack","type":"command",
-            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}],
-        "AfterAgent":[{"hooks":[{"name":"tidewrack","type":"command",
-            "command":"/usr/local/bin/tidewrack hook gemini","timeout":30000}]}]}})");
+        EXPECT_EQ(config(agent), wanted) << rawValue(agent);
+        EXPECT_EQ(json::parse(installer().snippet(agent)), wanted) << rawValue(agent);
+    }
 }
 
 TEST_F(Installer, keepsABackupAndEveryDigit) {

@@ -1,3 +1,5 @@
+#include "Support/TestFolders.hpp"
+
 #include "Timeline/Timeline.hpp"
 
 #include <gtest/gtest.h>
@@ -6,6 +8,7 @@
 #include <sstream>
 
 using namespace tidewrack;
+using tidewrack::testing::testData;
 
 namespace {
 
@@ -65,117 +68,33 @@ std::string rowsOf(const std::string& records) {
     return text;
 }
 
+struct Case {
+    std::string what;
+    std::string records;
+    std::string rows;
+};
+
+std::vector<Case> casesIn(const std::string& text) {
+    std::vector<Case> cases;
+    std::string before; // what stands before the first case
+    std::string* part = &before;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("# "))
+            part = &cases.emplace_back(Case{line.substr(2), "", ""}).records;
+        else if (line == "becomes")
+            part = &cases.back().rows;
+        else if (!line.empty())
+            *part += line + "\n";
+    }
+    return cases;
+}
+
 } // namespace
 
 TEST(Timeline, groupsRecordsIntoRows) {
-    struct Case {
-        const char* what;
-        const char* records;
-        const char* rows;
-    };
-    const Case cases[] = {
-        {"turns, and what a person did in between",
-         "1 manual - - - 9 \n"
-         "2 prompt claude s t1 1 set the port\n"
-         "3 tool claude s t1 1 Before: rm -rf src\n"
-         "4 stop claude s t1 2 End of turn\n"
-         "5 prompt claude s t2 0 write a plan\n"
-         "6 stop claude s t2 3 End of turn\n"
-         "7 manual - - - 1 mine\n",
-         "7-7 manual ~0\n"
-         "6-7 outside ~1\n"
-         "5-6 turn s 'write a plan' ~3\n"
-         "2-4 turn s 'set the port' ? 3:rm -rf src\n"
-         "1-2 outside ~1\n"
-         "1-1 manual ~0\n"},
-        {"an end not seen: the session's next prompt, another's, a snapshot by hand, nothing yet",
-         "1 prompt gemini s - 0 one\n"
-         "2 prompt gemini s - 1 two\n"
-         "3 prompt codex x c1 1 three\n"
-         "4 manual - - - 1\n"
-         "5 tool codex x c2 1 Before: rm a\n",
-         "5-5 turn x '' running ? 5:rm a\n"
-         "4-5 outside ~1\n"
-         "4-4 manual ~0\n"
-         "3-4 turn x 'three' unknown ~1\n"
-         "2-3 turn s 'two' unknown ~1\n"
-         "1-2 turn s 'one' unknown ~1\n"},
-        {"subagents and background tasks belong to their turn, a stop may come late",
-         "1 prompt claude s t1 0 build\n"
-         "2 stop claude s t1 1 End of turn\n"
-         "3 prompt claude s t2 1 <task-notification> <task-id>\n"
-         "4 tool claude s t2 1 Before: rm b\n"
-         "5 stop claude s t2 0 End of turn\n"
-         "6 prompt claude s t3 0 next\n"
-         "7 prompt claude s t4 1 after\n"
-         "8 stop claude s t3 1 End of turn\n"
-         "9 manual - - - 0\n"
-         "10 prompt claude s t5 0 Background task finished\n"
-         "11 stop claude s t4 2 End of turn\n",
-         "7-11 turn s 'after' ?\n"
-         "9-9 manual ~0\n"
-         "6-7 turn s 'next' ~1\n"
-         "1-5 turn s 'build' ? 4:rm b\n"},
-        {"a task that ends after something else: what lies in between is not the turn's",
-         "1 prompt claude s t1 0 build\n"
-         "2 stop claude s t1 1 End of turn\n"
-         "3 manual - - - 1\n"
-         "4 prompt claude s t2 1 Background task finished\n"
-         "5 stop claude s t2 1 End of turn\n",
-         "1-5 turn s 'build' ? 1..2 4..5\n"
-         "3-4 outside ~1\n"
-         "3-3 manual ~0\n"
-         "2-3 outside ~1\n"},
-        {"two sessions at once",
-         "1 prompt claude a - 0 one\n"
-         "2 prompt codex b c1 1 two\n"
-         "3 tool claude a - 1 Before: rm x\n"
-         "4 stop codex b c1 1 End of turn\n"
-         "5 stop claude a - 1 End of turn\n",
-         "1-5 turn a 'one' ? 3:rm x with b 2..4\n"
-         "2-4 turn b 'two' ? with a 2..4\n"},
-        {"a stop alone tells of nothing; an interrupted turn",
-         "1 manual - - - 0\n"
-         "2 stop claude s t1 1 End of turn\n"
-         "3 prompt codex x c1 0 go\n"
-         "4 stop codex x c1 1 Interrupted\n",
-         "3-4 turn x 'go' interrupted ~1\n"
-         "2-2 turn s '' ~0\n"
-         "1-2 outside ~1\n"
-         "1-1 manual ~0\n"},
-        {"what is taken back, and taken back again",
-         "1 prompt claude s t1 0 one\n"
-         "2 stop claude s t1 1 End of turn\n"
-         "3 prompt claude s t2 0 two\n"
-         "4 stop claude s t2 1 End of turn\n"
-         "5 restore - - - 0\n"
-         "6 restored - - - 1 undo 1 2\n"
-         "7 restore - - - 0\n"
-         "8 restored - - - 1 restore 3 7\n"
-         "9 restore - - - 0\n"
-         "10 restored - - - 1 redo 7 8\n",
-         "9-10 undo ~1\n"
-         "7-8 restore ~1 undone\n"
-         "5-6 undo ~1\n"
-         "3-4 turn s 'two' ~1\n"
-         "1-2 turn s 'one' ~1 undone\n"},
-        {"a restore within a turn is not the turn's work, and one that was never finished",
-         "1 prompt claude s t1 0 one\n"
-         "2 restore - - - 1\n"
-         "3 restored - - - 1 restore\n"
-         "4 stop claude s t1 1 End of turn\n"
-         "5 restore - - - 0\n",
-         "5-5 restore unknown ~0\n"
-         "1-4 turn s 'one' ? 1..2 3..4\n"
-         "2-3 restore ~1\n"},
-        {"what was pruned is not made up",
-         "4 tool claude s t1 2 Before: rm x\n"
-         "9 stop claude s t1 1 End of turn\n"
-         "12 manual - - - 1\n",
-         "12-12 manual ~0\n"
-         "9-12 outside ?\n"
-         "4-9 turn s '' ? 4:rm x\n"},
-    };
+    const auto cases = casesIn(testData("timeline.txt"));
+    EXPECT_EQ(cases.size(), 9U);
     for (const Case& each : cases) EXPECT_EQ(rowsOf(each.records), each.rows) << each.what;
 }
 

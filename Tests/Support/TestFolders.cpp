@@ -104,9 +104,9 @@ std::string builtProgram(const std::string& name) {
     return inCheckout(TIDEWRACK_PROGRAMS "/" + name);
 }
 
-std::string document(const std::string& name) {
+std::string checkoutText(const std::string& relative) {
     std::string text;
-    EXPECT_EQ(readFile(inCheckout("docs/" + name), text), 0) << name;
+    EXPECT_EQ(readFile(inCheckout(relative), text), 0) << relative;
     return text;
 }
 

@@ -46,8 +46,14 @@ class TemporaryFolder {
 // A program that this build made.
 [[nodiscard]] std::string builtProgram(const std::string& name);
 
-// The text of a file below docs/.
-std::string document(const std::string& name);
+// The text of such a file.
+std::string checkoutText(const std::string& relative);
+inline std::string document(const std::string& name) {
+    return checkoutText("docs/" + name);
+}
+inline std::string testData(const std::string& name) {
+    return checkoutText("Tests/Data/" + name);
+}
 
 // What one run of the program gave.
 struct Outcome {
