@@ -85,29 +85,11 @@ TEST(Hook, fallsBackWhereAFieldIsMissingOrMistyped) {
 }
 
 TEST(Hook, tellsKindAndCommandPerAgent) {
-    struct Row {
-        Agent agent;
-        const char* object;
-        Kind kind;
-        std::optional<std::string> command = std::nullopt;
-    };
-    const Row rows[] = {
-        {Agent::cursor, R"({"hook_event_name":"Stop"})", Kind::other},
-        {Agent::claude,
-         R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":["rm","-rf","x"]}})",
-         Kind::shell, "rm -rf x"},
-        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","tool_input":{"command":["rm",1]}})",
-         Kind::other},
-        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"bash","tool_input":{"command":"rm x"}})",
-         Kind::other},
-        {Agent::codex, R"({"hook_event_name":"PreToolUse","tool_input":{"command":"rm x"}})", Kind::other},
-        {Agent::claude, R"({"hook_event_name":"PreToolUse","tool_name":"Bash","command":"rm x"})", Kind::other},
-        {Agent::cursor, R"({"hook_event_name":"beforeShellExecution","command":""})", Kind::shell, ""},
-    };
-    for (const Row& row : rows) {
-        const HookEvent event = parsed(row.agent, row.object);
-        EXPECT_EQ(event.kind, row.kind) << row.object;
-        EXPECT_EQ(event.command, row.command) << row.object;
+    for (const json& row : json::parse(testData("kinds-and-commands.json"))) {
+        const HookEvent event =
+            parsed(agentNamed(row.at("agent").get<std::string>()).value(), row.at("object").dump().c_str());
+        EXPECT_EQ(event.kind, kindNamed(row.at("kind").get<std::string>())) << row;
+        EXPECT_EQ(event.command, optionalText(row.at("command"))) << row;
     }
 }
 
