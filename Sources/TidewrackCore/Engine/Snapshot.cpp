@@ -258,6 +258,14 @@ Previous loadPrevious(const History& history, std::optional<std::int64_t> newest
     }
 }
 
+void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
+    meta.kind = request.kind;
+    meta.label = request.label;
+    meta.agent = request.agent;
+    meta.session = request.session;
+    meta.turn = request.turn;
+}
+
 } // namespace
 
 std::int64_t Engine::nextSeq(const History& history, std::optional<std::int64_t> newest) const {
@@ -313,11 +321,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     trace.mark([] { return "diff + write manifest"; });
 
     const auto counts = changes.fileCounts();
-    meta.kind = request.kind;
-    meta.label = request.label;
-    meta.agent = request.agent;
-    meta.session = request.session;
-    meta.turn = request.turn;
+    copyRequest(request, meta);
     meta.files = taken.manifest.fileCount();
     meta.added = counts.added;
     meta.modified = counts.modified;
