@@ -23,7 +23,6 @@
 using namespace tidewrack;
 using namespace tidewrack::testing;
 using nlohmann::json;
-using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 namespace {
@@ -164,7 +163,7 @@ TEST(HookLog, isEmptiedOnceByParallelHooks) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i)
         threads.emplace_back([&] { log.append("claude", "Stop", steady_clock::now(), "#1 /p"); });
-    std::this_thread::sleep_for(milliseconds(200));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
     ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
     for (auto& thread : threads) thread.join();
     const std::string text = folder.read("store/hooks.log");

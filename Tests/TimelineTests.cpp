@@ -76,8 +76,7 @@ struct Case {
 
 std::vector<Case> casesIn(const std::string& text) {
     std::vector<Case> cases;
-    std::string before; // what stands before the first case
-    std::string* part = &before;
+    std::string preface, *part = &preface;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with("# "))

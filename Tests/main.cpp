@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
     const int status = RUN_ALL_TESTS();
     const testing::UnitTest& all = *testing::UnitTest::GetInstance();
     for (const auto& [reason, count] : skipped(all)) std::printf("%d skipped: %s\n", count, reason.c_str());
-    std::printf("[  PASSED  ] %d tests.\n", all.successful_test_count());
-    std::printf("%d passed, %d failed\n", all.successful_test_count(), all.failed_test_count());
+    const int passed = all.successful_test_count();
+    std::printf("[  PASSED  ] %d tests.\n%d passed, %d failed\n", passed, passed, all.failed_test_count());
     return status;
 }
