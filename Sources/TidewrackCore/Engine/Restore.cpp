@@ -35,7 +35,7 @@ bool inScope(const std::vector<std::string>& listed, std::string_view path) {
     return std::any_of(listed.begin(), listed.end(), [&](const std::string& each) { return isAtOrBelow(path, each); });
 }
 
-// Files and links of the target that a folder would have to make way for, and of which what was kept is gone or cut
+// Files and links of the target for which a folder would have to be removed, and of which what was kept is gone or cut
 // short.
 std::set<std::string, std::less<>> lostContents(const History& history, const Manifest& target,
                                                 const Manifest& current) {

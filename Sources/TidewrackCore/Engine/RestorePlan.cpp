@@ -12,7 +12,7 @@ namespace {
 using Action = PathOutcome::Action;
 using Reason = Obstacle::Reason;
 
-// Folders whose content history does not hold, or that would make way for nothing: nothing in them is removed.
+// Folders in which nothing is removed: history does not hold their content, or has nothing to put in their place.
 class ExcludedFolders {
   public:
     explicit ExcludedFolders(const RestoreInput& input) : folders_(input.nestedRoots) {

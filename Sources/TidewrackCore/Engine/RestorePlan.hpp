@@ -40,7 +40,7 @@ struct RestoreInput {
     std::set<std::string, std::less<>> nestedRoots;
     bool removeNew = true;
     bool readsEverything = false; // whoever restores reads folders whatever their mode, as root does
-    // Files and links of the target of which what was kept is gone or cut short: no folder makes way for them.
+    // Files and links of the target of which what was kept is gone or cut short: no folder is removed for them.
     std::set<std::string, std::less<>> lost{};
 };
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
-// Whether a thing that was moved aside is what was recorded. Moving it was a change of its status.
+// Whether a thing under its temporary name is what was recorded. The rename was a change of its status.
 bool isUnchangedAside(Place aside, const Entry& recorded) {
     Attributes attributes;
     if (attributesAt(aside.folder, aside.name, attributes) != 0) return false;
@@ -38,8 +38,8 @@ Obstacle because(int error) {
     return error == 0 ? Obstacle{} : Obstacle::system(error);
 }
 
-// The old file, which stands aside, changed after all. Should somebody have replaced the new one meanwhile, theirs is
-// the newest of the three.
+// The old file, under its temporary name, changed after all. Should somebody have replaced the new one meanwhile,
+// theirs is the newest of the three.
 int putBack(Place aside, Place place, const Entry& wanted) {
     if (const int error = exchange(aside, place)) {
         if (error == ENOENT && moveTo(aside, place) == 0) return 0;
@@ -94,7 +94,7 @@ Obstacle removeUnchanged(Place place, const Entry& recorded) {
     }
     const bool unchanged = isUnchangedAside(aside, recorded);
     if (!unchanged) {
-        // Put back it makes way for what somebody else has put into its place.
+        // A file that somebody else has put into its place stays there.
         const int error = link(aside, place);
         if (error != 0 && error != EEXIST) {
             const int failure = moveTo(aside, place);

@@ -1,6 +1,6 @@
 #pragma once
-// Replacing and removing a file or link without loss. A look at it cannot rule out that somebody writes right after,
-// so it is moved aside in one step and looked at once more there; what has changed after all goes back.
+// Replacing and removing a file or link without loss. Somebody may write right after a look at it. So it is renamed to
+// a temporary name in one step and looked at once more there; what has changed after all gets its name back.
 
 #include "Engine/PathOutcome.hpp"
 #include "Platform/Copies.hpp"

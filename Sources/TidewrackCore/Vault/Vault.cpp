@@ -253,7 +253,7 @@ std::vector<std::string> Vault::restore(const std::string& id) const {
     for (const VaultEntry::Item& item : entry->items) {
         const std::string place = Store::canonicalPlace(item.original);
         const auto holds = [&](const std::string& folder) { return isAtOrBelow(place, folder); };
-        // A folder was saved with all that is in it: moving that aside again would only leave a stray file behind.
+        // A folder was saved with all that is in it. Renaming that once more would only leave a stray file.
         if (std::any_of(folders.begin(), folders.end(), holds) && exists(place))
             messages.push_back("restored " + item.original);
         else if (restoreItem(*entry, item, began, messages) && item.kind == "dir")
@@ -277,7 +277,7 @@ bool Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, D
     const std::string& original = item.original;
     const std::string stored = entryFolder(entry.id) + "/" + item.stored;
     const std::string cannotRestore = "couldn't restore " + original + ": ";
-    if (!exists(stored)) { // nothing would take the place of what is moved aside
+    if (!exists(stored)) { // there is nothing to take the place of what would be renamed
         messages.push_back(cannotRestore + "its copy is missing");
         return false;
     }
