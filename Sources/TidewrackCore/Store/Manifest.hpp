@@ -104,7 +104,7 @@ class Manifest {
     [[nodiscard]] bool listsIgnored(std::string_view folder) const;
     [[nodiscard]] std::int64_t fileCount() const; // files and links
 
-    // The file's bytes: text, compressed. Throws TidewrackError io when the compression library is missing.
+    // The file's bytes: text, compressed. Throws TidewrackError io when that fails.
     [[nodiscard]] std::string encoded() const;
     // Throws TidewrackError corrupt "manifest kind", "manifest number", "manifest line end", or that it cannot be
     // decompressed.
