@@ -358,6 +358,7 @@ TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
 }
 
 TEST_F(HookHandlerTest, asksBeforeItsOwnHistoryOrHooksGo) {
+    world.ok({"track"});
     f.write("home/.claude/settings.json", R"({ /* by hand */ "command": "/opt/tidewrack hook claude" })");
     f.write("home/.codex/hooks.json", "{}"); // holds none
     f.write("home/dotfiles/gemini.json", R"({"command":"'/my apps/tidewrack' hook gemini"})");

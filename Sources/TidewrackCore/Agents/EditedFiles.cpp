@@ -26,7 +26,7 @@ std::vector<std::string> EditedFiles::notHeld(const std::vector<std::string>& pa
 }
 
 void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unheld) {
-    const auto project = context_.projectFor(path);
+    const auto project = context_.projectFor(std::string(parentOf(path))); // a link at the path is not followed
     if (!project) {
         if (exists(path)) unheld.push_back(path);
         return;

@@ -3,6 +3,7 @@
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Installer.hpp"
 #include "Engine/Tracking.hpp"
+#include "Support/Files.hpp"
 
 #include <utility>
 
@@ -52,7 +53,8 @@ bool holdsHooks(const std::string& path) {
 
 std::vector<shell::OwnPath> HookContext::ownPaths() const {
     using Role = shell::OwnPath::Role;
-    std::vector<shell::OwnPath> paths{{Store::canonical(handler.store.home), Role::history}};
+    std::vector<shell::OwnPath> paths;
+    if (exists(handler.store.home)) paths.push_back({Store::canonical(handler.store.home), Role::history});
     const HookInstaller installer{handler.home, {}};
     for (const Agent each : allAgents) {
         const std::string path = installer.configPath(each);

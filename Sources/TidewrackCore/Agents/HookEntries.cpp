@@ -1,5 +1,7 @@
 #include "Agents/HookEntries.hpp"
 
+#include "Support/Json.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -291,7 +293,8 @@ std::vector<std::string> HookEntries::addTo(json& config, Version version) const
 
 bool HookEntries::areWholeIn(const json& config, Version version) const {
     json added = config;
-    return addTo(added, version).empty() && added == config;
+    // As text, because numbers that were read are their own digits, and ours are numbers.
+    return addTo(added, version).empty() && prettyJson(added, Slashes::plain) == prettyJson(config, Slashes::plain);
 }
 
 void HookEntries::removeFrom(json& config) const {
