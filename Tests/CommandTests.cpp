@@ -4,6 +4,7 @@
 #include "Engine/Tracking.hpp"
 #include "Reports/TextReports.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -416,6 +417,24 @@ TEST_F(CommandTest, catGivesTheBytes) {
     f.remove("store/projects/" + world.project().id + "/blobs/1");
     EXPECT_EQ(fault({"cat", "1", "binary"}),
               "the content of binary wasn't kept in snapshot #1: it is missing from the store");
+}
+
+TEST(Pager, getsTheTextUntilItHasSeenEnough) {
+    const TemporaryFolder folder;
+    const Descriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    Sink sink(nowhere.get(), true);
+    sink.pageThrough("cat >'" + folder.at("seen") + "'");
+    sink.write("text\n");
+    sink.finish();
+    EXPECT_EQ(folder.read("seen"), "text\n");
+    Sink cut(nowhere.get(), true);
+    cut.pageThrough("true");
+    for (int i = 0; i < 100; ++i) cut.write(std::string(100'000, 'x'));
+    cut.finish();
+    EXPECT_EQ(cut.error(), EPIPE);
+    EXPECT_EQ(pagerOf({{"PAGER", "more -d"}, {"PATH", "/bin"}}), "more -d");
+    for (const char* none : {"", "cat"}) EXPECT_EQ(pagerOf({{"PAGER", none}, {"PATH", "/bin"}}), std::nullopt);
+    EXPECT_EQ(pagerOf({{"PATH", folder.path()}}), std::nullopt);
 }
 
 TEST(Reports, agesAndCounts) {

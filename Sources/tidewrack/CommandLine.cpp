@@ -70,7 +70,7 @@ int run(const std::vector<std::string>& words, Surroundings& around) {
     } catch (const std::exception& error) {
         around.err.line("tidewrack: " + around.err.shown(error.what()));
     }
-    around.out.flush();
+    around.out.finish();
     // A reader that has gone has seen all it wanted; any other failure to write is one.
     if (around.out.error() != 0 && around.out.error() != EPIPE) {
         around.err.line("tidewrack: can't write the output: " + errorText(around.out.error()));

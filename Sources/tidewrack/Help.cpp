@@ -21,6 +21,7 @@ Environment
                                 (default: ~/Library/Application Support/Tidewrack)
   TIDEWRACK_TRACE=1             print how long each phase takes
   NO_COLOR=1                    no colours on a terminal
+  PAGER                         what shows long output on a terminal (default: less)
 )";
 
 std::string_view title(Group group) {

@@ -1,6 +1,7 @@
 #include "Invocation.hpp"
 
 #include "Platform/Process.hpp"
+#include "Pager.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
@@ -78,6 +79,13 @@ std::int64_t Invocation::number(const Project& project, const SnapshotWord& word
     if (word.kind == SnapshotWord::Kind::lastTurn) throw CliError("no agent's turn is in this history");
     throw CliError("no snapshot is that old; the oldest is #" + std::to_string(snapshots.front().seq) + ", " +
                    clockText(snapshots.front().created, now()));
+}
+
+void Invocation::page() {
+    if (!look_.terminal || json() || args.has("--no-pager")) return;
+    const auto terminal = around.environment.find("TERM");
+    if (terminal != around.environment.end() && terminal->second == "dumb") return;
+    if (const auto pager = pagerOf(around.environment)) around.out.pageThrough(*pager);
 }
 
 void Invocation::print(std::string_view text) {

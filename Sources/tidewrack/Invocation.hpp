@@ -47,6 +47,8 @@ class Invocation {
     // Text that others chose, as standard output may show it.
     [[nodiscard]] std::string shown(std::string_view text) const { return look_.shown(text); }
 
+    // On a terminal, what is printed from here on goes through the user's pager, unless --no-pager is given.
+    void page();
     void print(std::string_view text);
     void printJson(const nlohmann::json& value);
     // One line on standard error for each.

@@ -30,8 +30,14 @@ void Sink::line(std::string_view text) {
 }
 
 void Sink::flush() {
-    if (fd_ >= 0 && error_ == 0 && !waiting_.empty()) error_ = writeAll(fd_, waiting_);
+    if (fd_ >= 0 && error_ == 0 && !waiting_.empty())
+        error_ = pager_ ? pager_->write(waiting_) : writeAll(fd_, waiting_);
     waiting_.clear();
+}
+
+void Sink::finish() {
+    flush();
+    if (pager_) pager_->finish();
 }
 
 } // namespace tidewrack

@@ -1,6 +1,9 @@
 #pragma once
 // The one way of output: where text goes, and what it may hold there.
 
+#include "Pager.hpp"
+
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +28,12 @@ class Sink {
     void write(std::string_view text);
     void line(std::string_view text); // with a line feed
     void flush();
+    // From here on everything goes through this program; not for a string.
+    void pageThrough(const std::string& command) {
+        if (fd_ >= 0) pager_.emplace(command, fd_);
+    }
+    // Flushes, and waits for the reader of the pages.
+    void finish();
     [[nodiscard]] int error() const { return error_; }
     [[nodiscard]] bool isTerminal() const { return terminal_; }
     [[nodiscard]] std::string shown(std::string_view text) const { return Look{terminal_}.shown(text); }
@@ -35,6 +44,7 @@ class Sink {
     bool terminal_ = false;
     int error_ = 0;
     std::string waiting_;
+    std::optional<Pager> pager_;
 };
 
 } // namespace tidewrack

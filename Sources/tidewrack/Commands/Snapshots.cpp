@@ -152,6 +152,7 @@ int log(Invocation& call) {
     const auto path = call.args.word(0);
     if (path && path->empty()) throw CliError("missing path");
     const Project project = call.project();
+    call.page();
     if (path)
         logOfPath(call, project, Engine::relative(project, call.absolute(*path)), most);
     else if (call.json())
@@ -171,6 +172,7 @@ int diff(Invocation& call) {
     const auto to = toWord ? std::optional(call.number(project, *toWord)) : std::nullopt;
     const auto paths = relativePaths(call, project, hasSecond ? 2 : 1);
     const bool patch = args.has("--patch");
+    call.page();
     const bool stat = args.has("--stat") && !patch && !call.json();
     if (!patch && !stat && !args.has("--content") && paths.empty()) {
         printChanges(call, call.engine().diff(project, from, to));
