@@ -159,6 +159,40 @@ TEST_F(CommandTest, pathsNarrowDown) {
     EXPECT_EQ(f.read("project/a") + f.read("project/sub/b") + f.read("project/sub/c"), "achangedc");
 }
 
+// A dry run tells what the act then does, and leaves no trace.
+TEST_F(CommandTest, dryRunsSayWhatTheActDoes) {
+    Project project = track(world.store(), world.projectPath(), false);
+    project.maxFileSize = 10;
+    f.write("project/changed", "old");
+    f.write("project/gone/file", "x");
+    f.write("project/large", "over the limit");
+    f.write("project/same", "same");
+    (void)Engine(world.store()).snapshot(project, {"manual", {}, {}, {}, {}});
+    f.write("project/changed", "new");
+    f.remove("project/gone");
+    f.remove("project/large");
+    f.write("project/added/file", "y");
+    const std::string before = f.listing();
+    const std::string lines = "- added/\n- added/file\n~ changed\n+ gone/\n+ gone/file\n";
+    const std::string large = "! large  it was larger than the size limit when that snapshot was taken\n";
+    const std::string sums = "Would restore 2 files, remove 1 file. Nothing was changed.\n";
+    EXPECT_EQ(world.ok({"restore", "1", "--dry-run"}), lines + large + sums);
+    EXPECT_EQ(world.ok({"undo", "1", "--dry-run"}), lines + large + sums);
+    EXPECT_EQ(world.ok({"restore", "1", "--dry-run", "--keep-new", "added", "changed"}),
+              "~ changed\nWould restore 1 file, remove 0 files. Nothing was changed.\n");
+    EXPECT_EQ(world.ok({"undo", "1", "--dry-run", "gone"}),
+              "+ gone/\n+ gone/file\nWould restore 1 file, remove 0 files. Nothing was changed.\n");
+    EXPECT_EQ(world.ok({"untrack", "--dry-run"}), "Would stop tracking " + world.projectPath() +
+                                                      " and delete its history of 1 snapshot. Nothing was changed.\n");
+    nlohmann::json plan = json({"restore", "1", "--dry-run", "--json"});
+    EXPECT_EQ(f.listing(), before);
+    const nlohmann::json act = json({"restore", "1", "--json"});
+    for (const char* key : {"restored", "removed", "folders", "warnings"}) EXPECT_EQ(plan[key], act[key]) << key;
+    EXPECT_EQ(plan["overwritten"], nlohmann::json{"changed"});
+    EXPECT_EQ(world.ok({"restore", "1", "--dry-run"}),
+              large + "Would restore 0 files, remove 0 files. Nothing was changed.\n");
+}
+
 // A turn saves at its prompt and before risky commands; the number with its words is not always the one to undo.
 TEST_F(CommandTest, undoOfNothingNamesTheNextStepOfTheTurn) {
     const auto snap = [&](const std::string& kind, const std::string& session) {

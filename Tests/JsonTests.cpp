@@ -127,6 +127,9 @@ TEST(Json, printsWhatIsDocumented) {
     const json projects = run("projects");
     EXPECT_EQ(projects[0]["snapshots"], 3);
     EXPECT_EQ(projects[0]["latest"], run("log")[0]);
+    for (const char* command : {"restore", "undo"})
+        document.check(std::string(command) + " --dry-run",
+                       json::parse(world.ok({command, "1", "--dry-run", "--json"})));
     const json restored = run("restore", {"1"});
     EXPECT_EQ(restored["restored"], json{"a"});
     EXPECT_EQ(restored["folders"], json{"new"});

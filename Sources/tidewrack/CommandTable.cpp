@@ -32,15 +32,15 @@ constexpr Option globals[] = {{"-C", "DIR", "act as if started in DIR", Fill::fo
                               {"--help", "", "explain the command", Fill::nothing, true}};
 
 constexpr Option trackOptions[] = {force, json};
-constexpr Option untrackOptions[] = {project};
+constexpr Option untrackOptions[] = {dryRun, project};
 constexpr Option jsonOptions[] = {json};
 constexpr Option snapOptions[] = {label, agent, session, turn, kind, project, json};
 constexpr Option logOptions[] = {atMost, noPager, project, json};
 constexpr Option diffOptions[] = {patch, stat, content, noPager, project, json};
 constexpr Option projectOptions[] = {project};
 constexpr Option pruneOptions[] = {dryRun, project, json};
-constexpr Option restoreOptions[] = {keepNew, project, json};
-constexpr Option undoOptions[] = {project, json};
+constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
+constexpr Option undoOptions[] = {dryRun, project, json};
 constexpr Option hooksOptions[] = {printHooks, home};
 constexpr Option hooksStatusOptions[] = {home, json};
 constexpr Option homeOptions[] = {home};

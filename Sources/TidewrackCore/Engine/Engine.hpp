@@ -58,6 +58,9 @@ struct RestoreResult {
     // Of an undo: the turn changed nothing; the snapshot up to which it undid, where the ones before were pruned.
     bool nothingInScope = false;
     std::optional<std::int64_t> prunedUpTo;
+
+    // Of a dry run: which of the restored files and links take the place of something.
+    std::set<std::string, std::less<>> overwritten;
 };
 
 // Where a long operation stands, for a progress line; may be called from several threads.
@@ -107,15 +110,19 @@ class Engine {
     void setPinned(const Project& project, std::int64_t seq, bool pinned) const;
 
     // --- Restore and undo ---
+    // A dry run makes the same plan from the folder as it is, and carries out nothing: no lock, no safety snapshot.
+    enum class Acting { forReal, dryRun };
     // `paths`: absolute or relative; none: the whole project.
     RestoreResult restore(const Project& project, std::int64_t to, const std::optional<std::vector<std::string>>& paths,
-                          bool removeNew) const;
+                          bool removeNew, Acting acting = Acting::forReal) const;
     // Takes back what changed between snapshot `turn` and the one that follows it; with `paths`, as above, there alone.
     RestoreResult undo(const Project& project, std::int64_t turn,
-                       const std::optional<std::vector<std::string>>& paths = std::nullopt) const;
+                       const std::optional<std::vector<std::string>>& paths = std::nullopt,
+                       Acting acting = Acting::forReal) const;
     RestoreResult undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
                        const std::optional<std::string>& label,
-                       const std::optional<std::vector<std::string>>& paths = std::nullopt) const;
+                       const std::optional<std::vector<std::string>>& paths = std::nullopt,
+                       Acting acting = Acting::forReal) const;
 
     // --- Differences ---
     // `to` absent: the folder as it is now.
@@ -135,13 +142,16 @@ class Engine {
     void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
     static std::vector<std::string> relativePaths(const Project& project,
                                                   const std::optional<std::vector<std::string>>& paths);
+    [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
+    [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
+                                    const Manifest& current, bool removeNew) const;
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
                         const TakenSnapshot& safety, bool removeNew) const;
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
                             const Manifest& after, Date started, std::int64_t durationMs) const;
-    enum class Unknown { question, livePath }; // what stands for a content that no snapshot holds
+    enum class Unknown { question, livePath, asKept }; // what stands for a content that no snapshot holds
     [[nodiscard]] Sides sidesNow(const Project& project, std::int64_t from, Unknown unknown) const;
     [[nodiscard]] Sides sidesThen(const Project& project, std::int64_t from, std::int64_t to) const;
 };

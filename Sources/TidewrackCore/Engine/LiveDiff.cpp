@@ -20,6 +20,7 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     PathIndex index(result.older);
     ManifestBuilder builder(result.older);
     std::string blob;
+    const std::int64_t largest = project.maxFileSize.value_or(Project::defaultMaxFileSize);
     const auto wasIgnored = [&](std::string_view folder) { return result.older.listsIgnored(folder); };
     const auto add = [&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
@@ -29,7 +30,9 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
             if (before != nullptr && before->sameAttributes(entry)) {
                 entry.blob = before->blob;
             } else {
-                blob = unknown == Unknown::question ? "?" : "live:" + joined(project.root, item.path);
+                blob = unknown == Unknown::livePath ? "live:" + joined(project.root, item.path) : "?";
+                if (unknown == Unknown::asKept && entry.kind == EntryKind::file && entry.size > largest)
+                    blob = "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
                 entry.blob = blob;
             }
         }

@@ -71,19 +71,45 @@ std::vector<std::string> Engine::relativePaths(const Project& project,
 }
 
 RestoreResult Engine::restore(const Project& project, std::int64_t to,
-                              const std::optional<std::vector<std::string>>& paths, bool removeNew) const {
+                              const std::optional<std::vector<std::string>>& paths, bool removeNew,
+                              Acting acting) const {
     const History history = store.history(project);
-    const ProjectLock lock(history.lockPath());
+    std::optional<ProjectLock> lock;
+    if (acting == Acting::forReal) lock.emplace(history.lockPath());
     checkRoot(project);
     const Manifest target = history.manifest(history.snapshot(to));
     std::vector<std::string> listed = relativePaths(project, paths);
     const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
-    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
+    const TakenSnapshot safety =
+        lock ? snapshotLocked(*lock, project, request, FolderChanges::recorded) : presentState(project);
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
-    RestoreResult result = apply(lock, project, target, scope, safety, removeNew);
+    RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew)
+                                 : aim(project, target, scope, safety.manifest, removeNew);
     addMissing(listed, target, safety.manifest, result);
     result.target = to;
+    return result;
+}
+
+// What the safety snapshot would list if it were taken now, as far as that shows without copying anything.
+TakenSnapshot Engine::presentState(const Project& project) const {
+    const auto newest = store.history(project).newestSeq();
+    if (!newest) throw TidewrackError::io("there is no snapshot yet");
+    return {{}, sidesNow(project, *newest, Unknown::asKept).newer, {}};
+}
+
+RestoreResult Engine::aim(const Project& project, const Manifest& target, const Scope& scope, const Manifest& current,
+                          bool removeNew) const {
+    const RestorePlan plan = planRestore({target, current, scope, nestedRoots(project, store.projects()), removeNew,
+                                          ::geteuid() == 0, lostContents(store.history(project), target, current)});
+    RestoreResult result;
+    result.outcomes = aimOf(plan, current);
+    for (const PathOutcome& outcome : result.outcomes) {
+        const Entry* present = current.find(outcome.path);
+        if (outcome.action == PathOutcome::Action::restored && outcome.kind != EntryKind::dir && present != nullptr &&
+            present->kind != EntryKind::dir)
+            result.overwritten.insert(outcome.path);
+    }
     return result;
 }
 
@@ -136,20 +162,21 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
 }
 
 RestoreResult Engine::undo(const Project& project, std::int64_t turn,
-                           const std::optional<std::vector<std::string>>& paths) const {
+                           const std::optional<std::vector<std::string>>& paths, Acting acting) const {
     const auto seqs = store.history(project).seqs();
     const auto next = std::upper_bound(seqs.begin(), seqs.end(), turn);
     const auto to = next == seqs.end() ? std::nullopt : std::optional(*next);
-    RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn), paths);
+    RestoreResult result = undo(project, turn, to, "Before undoing #" + std::to_string(turn), paths, acting);
     if (to && *to != turn + 1) result.prunedUpTo = to;
     return result;
 }
 
 RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
                            const std::optional<std::string>& label,
-                           const std::optional<std::vector<std::string>>& paths) const {
+                           const std::optional<std::vector<std::string>>& paths, Acting acting) const {
     const History history = store.history(project);
-    const ProjectLock lock(history.lockPath());
+    std::optional<ProjectLock> lock;
+    if (acting == Acting::forReal) lock.emplace(history.lockPath());
     checkRoot(project);
     const SnapshotMeta start = history.snapshot(from);
     const Manifest before = history.manifest(start);
@@ -157,14 +184,16 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     if (to) after = history.manifest(history.snapshot(*to));
     std::vector<std::string> listed = relativePaths(project, paths);
     const SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
-    const TakenSnapshot safety = snapshotLocked(lock, project, request, FolderChanges::recorded);
+    const TakenSnapshot safety =
+        lock ? snapshotLocked(*lock, project, request, FolderChanges::recorded) : presentState(project);
     const auto all = Changes::between(before, after ? *after : safety.manifest).all();
     after.reset();
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&before, &safety.manifest});
     std::set<std::string, std::less<>> changed(all.begin(), all.end());
     if (paths) std::erase_if(changed, [&](const std::string& path) { return !inScope(listed, path); });
-    RestoreResult result = apply(
-        lock, project, before, [&](std::string_view path) { return changed.contains(path); }, safety, true);
+    const Scope scope = [&](std::string_view path) { return changed.contains(path); };
+    RestoreResult result =
+        lock ? apply(*lock, project, before, scope, safety, true) : aim(project, before, scope, safety.manifest, true);
     result.nothingInScope = changed.empty();
     if (changed.empty()) addMissing(listed, before, safety.manifest, result);
     result.target = from;

@@ -56,11 +56,16 @@ void hint(Invocation& call, const std::vector<SnapshotMeta>& snapshots, std::int
                std::to_string(std::prev(here)->seq) + "\n");
 }
 
+Engine::Acting acting(const Invocation& call) {
+    return call.args.has("--dry-run") ? Engine::Acting::dryRun : Engine::Acting::forReal;
+}
+
 void printRestored(Invocation& call, const RestoreResult& result) {
+    const bool dry = call.args.has("--dry-run");
     if (call.json())
-        call.printJson(restoreJson(result));
+        call.printJson(dry ? planJson(result) : restoreJson(result));
     else
-        call.print(restoreText(result, call.look()));
+        call.print(dry ? planText(result, call.look()) : restoreText(result, call.look()));
 }
 
 } // namespace
@@ -69,7 +74,8 @@ int restore(Invocation& call) {
     const SnapshotWord to = call.snapshotWord(0, "snapshot");
     const auto paths = chosenPaths(call);
     const Project project = call.project();
-    printRestored(call, call.engine().restore(project, call.number(project, to), paths, !call.args.has("--keep-new")));
+    printRestored(call, call.engine().restore(project, call.number(project, to), paths, !call.args.has("--keep-new"),
+                                              acting(call)));
     return 0;
 }
 
@@ -82,7 +88,7 @@ int undo(Invocation& call) {
     const auto paths = chosenPaths(call);
     const Project project = call.project();
     const auto snapshots = call.store().history(project).snapshots();
-    const RestoreResult result = call.engine().undo(project, turn, paths);
+    const RestoreResult result = call.engine().undo(project, turn, paths, acting(call));
     const bool idle = result.nothingInScope;
     if (call.json() || !idle)
         printRestored(call, result);

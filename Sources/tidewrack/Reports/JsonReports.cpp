@@ -46,6 +46,15 @@ nlohmann::json restoreJson(const RestoreResult& result) {
             {"warnings", repairedList(warningTexts(result))}};
 }
 
+nlohmann::json planJson(const RestoreResult& result) {
+    nlohmann::json object = restoreJson(result);
+    object.erase("safety");
+    object["version"] = 1;
+    object["dryRun"] = true;
+    object["overwritten"] = repairedList(result.overwritten);
+    return object;
+}
+
 nlohmann::json pruneJson(const PruneResult& result, bool dryRun) {
     return {{"dryRun", dryRun}, {"removedSnapshots", result.removedSnapshots}, {"removedBlobs", result.removedBlobs}};
 }

@@ -23,6 +23,8 @@ std::string standingText(const std::string& what) {
     return what == "other" ? "a pipe, socket or device" : "a " + what;
 }
 
+} // namespace
+
 std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
     const std::string& parent = obstacle.parent;
     switch (obstacle.reason) {
@@ -47,6 +49,8 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
     }
     return "";
 }
+
+namespace {
 
 // None for what was done.
 std::string outcomeText(const PathOutcome& outcome, std::int64_t target) {

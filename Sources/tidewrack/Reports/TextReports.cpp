@@ -3,6 +3,10 @@
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Text.hpp"
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 namespace tidewrack {
 
 namespace {
@@ -12,6 +16,10 @@ constexpr std::string_view green = "\x1b[32m";
 constexpr std::string_view yellow = "\x1b[33m";
 constexpr std::string_view red = "\x1b[31m";
 constexpr std::string_view plain = "\x1b[m";
+
+std::string coloured(const std::string& row, std::string_view tint, const Look& look) {
+    return look.colour ? std::string(tint) + row + std::string(plain) : row;
+}
 
 std::string shownLabel(const std::string& label) {
     if (characterCount(label) <= longestLabel) return label;
@@ -58,12 +66,10 @@ std::string changesText(const Changes& changes, const Look& look) {
     std::string text;
     const auto add = [&](const std::vector<std::string>& paths, std::string_view mark, std::string_view tint) {
         for (const std::string& path : paths) {
-            if (look.colour) text += tint;
-            text += mark;
-            text += look.shown(path);
-            if (changes.folders.contains(path)) text += '/';
-            if (look.colour) text += plain;
-            text += '\n';
+            std::string row(mark);
+            row += look.shown(path);
+            if (changes.folders.contains(path)) row += '/';
+            text += coloured(row, tint, look) + '\n';
         }
     };
     add(changes.added, "+ ", green);
@@ -77,6 +83,28 @@ std::string restoreText(const RestoreResult& result, const Look& look) {
                              ", removed " + filesText(filesAmong(result.outcomes, PathOutcome::Action::removed)) +
                              ". Undo this with: tidewrack restore " + std::to_string(result.safety.seq) + "\n";
     return text + warningsText(result, look);
+}
+
+std::string planText(const RestoreResult& result, const Look& look) {
+    using Action = PathOutcome::Action;
+    std::vector<std::pair<std::string, std::string>> rows; // by path
+    for (const PathOutcome& outcome : result.outcomes) {
+        const std::string path = look.shown(outcome.path) + (outcome.kind == EntryKind::dir ? "/" : "");
+        const bool overwrites = result.overwritten.contains(outcome.path);
+        std::string row;
+        if (outcome.action == Action::restored)
+            row = coloured((overwrites ? "~ " : "+ ") + path, overwrites ? yellow : green, look);
+        else if (outcome.action == Action::removed)
+            row = coloured("- " + path, red, look);
+        else
+            row = "! " + look.shown(outcome.path) + "  " + look.shown(reasonText(outcome.obstacle, result.target));
+        rows.emplace_back(outcome.path, row + "\n");
+    }
+    std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::string text;
+    for (const auto& [path, row] : rows) text += row;
+    return text + "Would restore " + filesText(filesAmong(result.outcomes, Action::restored)) + ", remove " +
+           filesText(filesAmong(result.outcomes, Action::removed)) + ". Nothing was changed.\n";
 }
 
 std::string warningsText(const RestoreResult& result, const Look& look) {

@@ -23,7 +23,9 @@ namespace tidewrack {
 
 // The one-line summary and a "warning: " line for each path left alone.
 [[nodiscard]] std::string restoreText(const RestoreResult& result, const Look& look = {});
-// Those lines alone.
+// What a dry run found: one line for each path, with the sign of what would become of it, and the sums.
+[[nodiscard]] std::string planText(const RestoreResult& result, const Look& look);
+// The warnings alone.
 [[nodiscard]] std::string warningsText(const RestoreResult& result, const Look& look = {});
 
 // One line of the log, whatever the label holds; `after` is what changed after that snapshot, in words.
