@@ -10,10 +10,14 @@ function __tidewrack_offered
     set -l words (commandline -opc)
     set -l current (commandline -ct)
     set -l typed
-    for word in $words[2..] $current
+    for word in $words[2..]
         set -a typed (__tidewrack_plain $word)
     end
-    test -n "$current"; or set -a typed ''
+    if test -n "$current"
+        set -a typed (__tidewrack_plain $current)
+    else
+        set -a typed ''
+    end
     set -l program (__tidewrack_plain $words[1])
     $program _complete -- $typed 2>/dev/null | while read -l line
         switch $line
