@@ -284,6 +284,8 @@ TEST_F(HookHandlerTest, snapshotsEveryProjectThatACommandReaches) {
     f.write("home/data/f", "x");
     f.link("project/data", home + "/data");
     expectAllowed("rm -rf data", "#5 " + project);
+    expectAllowed("make -C " + home + "/data", "#6 " + project + "; vault ID: 1 saved, 0 skipped");
+    EXPECT_EQ(savedOutside(), Lines{home + "/data"}) << "a path that is only mentioned";
     for (const char* command : {"find data/ -delete", "chmod -R 000 data", "rsync -a --delete src/ data"}) {
         EXPECT_EQ(shell(command), HookOutput{});
         EXPECT_EQ(savedOutside(), Lines{home + "/data"}) << command;

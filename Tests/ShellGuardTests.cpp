@@ -33,7 +33,7 @@ std::string joined(const std::vector<std::string>& paths, std::string_view under
 }
 
 // A decision as text: targets (without "/nowhere/"), then "ask" or "deny", then the opaque folders behind "?" and the
-// suspected ones behind "~".
+// suspected ones behind "~", what is mentioned behind "@".
 std::string judged(std::string_view command, const Context& context = plainContext(),
                    std::string_view under = "/nowhere/") {
     const Decision decision = analyze(command, context);
@@ -43,6 +43,7 @@ std::string judged(std::string_view command, const Context& context = plainConte
     EXPECT_EQ(decision.opaque, !decision.opaqueDirs.empty()) << command;
     if (decision.opaque) text += " ?" + joined(decision.opaqueDirs, under);
     if (!decision.suspected.empty()) text += " ~" + joined(decision.suspected, under);
+    if (!decision.mentioned.empty()) text += " @" + joined(decision.mentioned, under);
     return text;
 }
 
@@ -89,10 +90,10 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"cp a b c; ln -s x y; install m n; ditto s t", "p/c p/n p/t p/y"},
         {"cp a b", "p/b"},
         {"rsync -a s d; rsync -a --delete-after s /e", "/e p/d"},
-        {"truncate -s 0 a; echo x | tee -a b", "p/0 p/a p/b"},
+        {"truncate -s 0 a; echo x | tee -a b", "p/a p/b"},
         {"dd if=a of=b/c", "p/b/c"},
         {"sed -i '' s/a/b/ f", "p/f p/s/a/b"},
-        {"sed --in-place x f; perl -pi -e y g; gsed -Ei z h", "p/f p/g p/h p/x p/y p/z"},
+        {"sed --in-place x f; perl -pi -e y g; gsed -Ei z h", "p/f p/g p/h p/x p/z"},
         {"sed -n x f; sed -e i f; perl x.pl; chmod 755 d; chown me d; find . -name x", ""},
         {"chmod -R 755 d", "p/-R p/755 p/d"},
         {"echo a > b >> c 2>d &> e >| g >/dev/null", "p/b p/c p/d p/e p/g"},
@@ -139,7 +140,8 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find a \\( -type f \\) -delete", "p/a"},
         {"find -L ~ -delete; find -H -D tree -O3 /usr -exec rm {} +", "home /usr deny"},
         // git's subcommands
-        {"git; git status; git add .; git commit -m x; git push; git checkout a; git switch a; git stash pop", ""},
+        {"git; git status; git add .; git commit -m x; git push; git checkout a; git switch a", ""},
+        {"git stash pop; (cd a; git frobnicate); git -C /b cherry-pick x; git worktree list", " ~/b p p/a"},
         {"git checkout -- a ../b", "b p/a"},
         {"git -C /a checkout HEAD --; git -C /b checkout -f x; git -C /c restore .; git -C /d switch --force x",
          "/a /b /c /d"},
@@ -338,15 +340,22 @@ TEST_F(ShellGuardOnDisk, leavesEverydayCommandsAlone) {
 
 TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
     context.projectRoots.push_back(root + "/home/p");
+    folder.write("home/data/f", "x");
     const Row rows[] = {
         {"pytest -q", " ~tree"},
-        {"cd ../out && unknown --flag", " ~out"},
+        {"cd ../out && unknown --flag", " ~out @out"},
         {"rm -f ~/*.bak", " ~home"},
         {"rm -rf ~/*.bak ../out/x*", " ~home out"},
         {"rm -rf ../out/* ../out/?", "out"},
         {"find ~ -name '*.o' -delete", " ~home home/p"},
         {"find ../out -name '*.o' -delete", "out"},
         {"find . -name '*.o' -exec rm {} +", "tree"},
+        {"python3 x.py ../home/data ~/Documents /usr/lib /none ../tree/a.txt", " ?tree @home/data tree/a.txt"},
+        {"cat ~/data/f | node x.js $HOME/data/f --out="
+         "../home/data/f",
+         " ?tree @home/data/f"},
+        {"cd ../out && make", " ?out @out"},
+        {"ls ~/data; cat ../home/data/f", ""},
         {"find . -type f -exec grep -l x {} + -o -exec rm {} \\;", "tree ask"},
         {"echo \"$(unknown)\" `unknown`", " ?tree"},
         {"sort -o a.txt b.txt", " ~tree"},
@@ -369,6 +378,14 @@ TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
         {"curl -s https://x | sh; bash x.sh", " ?tree"},
         {"su -c 'rm a.txt' bob; flock /tmp/l -c 'rm b.txt'; npx tsc", "tree/a.txt tree/b.txt ?tree"},
         {"uv run rm a.txt; poetry run mv b.txt c; bundle exec rspec", "tree/a.txt tree/b.txt tree/c ~tree"},
+        {"env -C ../out rm x; rm a.txt", "out/x tree/a.txt"},
+        {"a=(a.txt 'b c'); for f in \"${a[@]}\"; do rm \"$f\"; done", "tree/a.txt tree/b c"},
+        {"set -- a.txt x; rm $1; mapfile l < x; rm $l; printf -v v x; rm $v", "tree/a.txt ?tree"},
+        {"cd sub | true; cd sub & pushd -n sub; rm a.txt; cd sub; rm ~-/b.txt ~+/c.txt",
+         "tree/a.txt tree/b.txt tree/sub/c.txt"},
+        {"((a = b > c)); if ((i<3)); then ls; fi; ((cd sub; rm c.txt) ; (rm a.txt))", "tree/a.txt tree/sub/c.txt"},
+        {"git checkout -qf x; git reset --har; git restore -qf", "tree"},
+        {"rm -rf *; rm -rf ./?*", "tree/a.txt tree/b.txt tree/sub ask"},
         {"grm a.txt; gmv b.txt c; X=$(rm -rf ../out)", "out tree/a.txt tree/b.txt tree/c"},
         {"f() { rm \"$1\"; }; f a.txt", " ?tree"},
         {"sh -c \"sh -c 'sh -c \\\"rm a.txt\\\"'\"", "tree/a.txt"},
@@ -442,11 +459,13 @@ TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
 TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
     EXPECT_EQ(judgedHere("cp a.txt ../x.txt ../out"), "out/a.txt out/x.txt");
     EXPECT_EQ(judgedHere("cp a.txt ../out/"), "out/a.txt");
+    EXPECT_EQ(judgedHere("cp -t ../out a.txt b.txt; mv --target-directory=../out sub; install -m 644 a.txt ../new"),
+              "new out/a.txt out/b.txt out/sub tree/sub");
     EXPECT_EQ(judgedHere("mv *.txt ../out"), "out/a.txt out/b.txt tree/a.txt tree/b.txt");
     EXPECT_EQ(judgedHere("cp a.txt ../new"), "new");
     EXPECT_EQ(judgedHere("cp -r sub/. ../out"), "out/c.txt out/sub");
     EXPECT_EQ(judgedHere("rsync -a sub/ ../out"), "out/c.txt out/sub");
-    EXPECT_EQ(judgedHere("cp \"${HOME%/}/x\" ../out"), " ?out tree");
+    EXPECT_EQ(judgedHere("cp \"${HOME%/}/x\" ../out"), " ?out tree @out");
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../out"), "out out/sub");
     EXPECT_EQ(judgedHere("git checkout a.txt"), " ?tree");
     EXPECT_EQ(judgedHere("git checkout main"), "");

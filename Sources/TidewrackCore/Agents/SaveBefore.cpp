@@ -39,7 +39,8 @@ class Saving {
         const Deadline deadline = context_.share(4, 5); // leaves time for the vault
         for (const Project& project : projects_) snapshot(project, deadline, false);
         for (const Project& project : guessed_) snapshot(project, deadline, true);
-        if (!outside_.empty()) copyOutside();
+        if (!outside_.empty()) copyOutside(outside_);
+        if (!guessedOutside_.empty()) copyOutside(guessedOutside_);
         return std::move(saved_);
     }
 
@@ -74,9 +75,9 @@ class Saving {
         if (!saved_.notSnapshotted) saved_.notSnapshotted = std::move(reason);
     }
 
-    void copyOutside() {
+    void copyOutside(const std::vector<std::string>& paths) {
         try {
-            const VaultSaved saved = context_.handler.vault.save({.paths = outside_,
+            const VaultSaved saved = context_.handler.vault.save({.paths = paths,
                                                                   .command = command_,
                                                                   .agent = std::string(rawValue(context_.agent)),
                                                                   .cwd = context_.event.cwd,
@@ -95,6 +96,10 @@ class Saving {
         for (const std::string& target : decision_.targets) attempt([&] { sortOut(target); });
         for (const std::string& folder : decision_.opaqueDirs) attempt([&] { addHolder(folder); });
         for (const std::string& folder : decision_.suspected) attempt([&] { guess(folder); });
+        for (const std::string& path : decision_.mentioned)
+            attempt([&] {
+                if (!guess(path) && !isIn(decision_.targets, path)) guessedOutside_.push_back(path);
+            });
         std::sort(outside_.begin(), outside_.end());
         outside_.erase(std::unique(outside_.begin(), outside_.end()), outside_.end());
     }
@@ -126,10 +131,12 @@ class Saving {
     }
 
     // A guess is worth a snapshot only where something changed since the last one.
-    void guess(const std::string& folder) {
-        const auto holder = context_.projectFor(folder);
+    // False when there is no project.
+    bool guess(const std::string& path) {
+        const auto holder = context_.projectFor(path);
         const auto isHolder = [&](const Project& project) { return project.id == holder->id; };
         if (holder && std::none_of(projects_.begin(), projects_.end(), isHolder)) add(*holder, guessed_);
+        return holder.has_value();
     }
 
     // Adds the project that `path` lies in. False when there is none.
@@ -145,6 +152,7 @@ class Saving {
     std::vector<Project> projects_;
     std::vector<Project> guessed_; // in which something may change, by a guess
     std::vector<std::string> outside_;
+    std::vector<std::string> guessedOutside_;
     SavedBefore saved_;
 };
 

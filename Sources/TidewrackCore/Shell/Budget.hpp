@@ -13,6 +13,7 @@ struct Budget {
     static constexpr std::size_t nestedPerCommand = 256; //
     static constexpr std::size_t nestedBytes = std::size_t{256} << 10;
     static constexpr std::size_t arithmeticLength = 256;
+    static constexpr std::size_t arrayLength = 1'024;
     static constexpr std::size_t failedSearches = 2; // for the end of a here-document, each over the whole line
     static constexpr std::size_t hereDocumentsPerLine = 16;
     static constexpr std::size_t nameLength = 256;
@@ -43,6 +44,8 @@ struct Budget {
     static constexpr auto patternTime = std::chrono::milliseconds(250);
     static constexpr int pathsMadeReal = 64;
     static constexpr int foldersCompared = 512;
+    static constexpr std::size_t mentions = 64;
+    static constexpr std::size_t filesKeptOnSuspicion = 2'000;
 
     // The decision
     static constexpr std::size_t targets = 10'000;

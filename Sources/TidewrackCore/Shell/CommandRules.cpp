@@ -1,6 +1,7 @@
 #include "Shell/CommandRules.hpp"
 
 #include "Shell/GitRules.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Shell/Readers.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Support/Files.hpp"
@@ -24,8 +25,8 @@ constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     
                                       "do"sv, "{"sv,    "!"sv,    "function"sv, "coproc"sv};
 
 // Commands that change what the line knows, not the disk.
-constexpr std::array builtins = {"cd"sv,   "pushd"sv, "popd"sv,  "for"sv,       "select"sv,
-                                 "read"sv, "trap"sv,  "alias"sv, "readarray"sv, "mapfile"sv};
+constexpr std::array builtins = {"cd"sv,   "pushd"sv, "popd"sv,      "for"sv,    "select"sv, "read"sv,
+                                 "trap"sv, "alias"sv, "readarray"sv, "printf"sv, "set"sv,    "mapfile"sv};
 
 constexpr std::array findRuns = {"-exec"sv, "-execdir"sv, "-ok"sv, "-okdir"sv};
 
@@ -64,23 +65,6 @@ bool isRecursive(Words arguments) {
     return false;
 }
 
-template <typename Visit>
-void forEachOperand(Words arguments, Visit visit) {
-    bool onlyOperands = false;
-    for (const Word& word : arguments) {
-        if (onlyOperands || !isOption(word))
-            visit(word);
-        else if (word.text == "--")
-            onlyOperands = true;
-    }
-}
-
-std::vector<const Word*> operandsOf(Words arguments) {
-    std::vector<const Word*> operands;
-    forEachOperand(arguments, [&](const Word& word) { operands.push_back(&word); });
-    return operands;
-}
-
 bool editsInPlace(Words arguments) {
     return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
         return word.text.starts_with("--in-place") ||
@@ -98,6 +82,11 @@ class Examination {
     Examination(Words words, const std::string& cwd, Effects& effects)
         : name_(commandName(words.front())), arguments_(words.subspan(1)), cwd_(cwd), effects_(effects) {}
 
+    struct Operands {
+        std::vector<const Word*> words;
+        std::optional<Word> folder; // into which all of them go: -t FOLDER
+    };
+
     bool run(); // false when there is no rule for the command
 
     void runScript();
@@ -114,12 +103,15 @@ class Examination {
     void tidewrack();
 
   private:
-    void targetDestinations(const std::vector<const Word*>& operands);
+    [[nodiscard]] Operands operands() const;
+    void targetDestinations(const Operands& operands);
+    void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
     void targetTestedTree(const Word& root);
 
     std::string_view name_;
+    const struct Rule* rule_ = nullptr;
     Words arguments_;
     const std::string& cwd_;
     Effects& effects_;
@@ -128,6 +120,8 @@ class Examination {
 struct Rule {
     std::string_view name;
     void (Examination::*apply)();
+    std::string_view letters{}; // short options that take a word
+    std::string_view options{}; // long ones, each between blanks
 
     constexpr bool operator<(std::string_view other) const { return name < other; }
 };
@@ -144,7 +138,7 @@ constexpr Rule rules[] = {
     {"chgrp", &E::changeModes},
     {"chmod", &E::changeModes},
     {"chown", &E::changeModes},
-    {"cp", &E::copy},
+    {"cp", &E::copy, "St", " --suffix --target-directory "},
     {"dash", &E::runScript},
     {"dd", &E::copyBlocks},
     {"deno", &E::runScript},
@@ -154,35 +148,37 @@ constexpr Rule rules[] = {
     {"fish", &E::runScript},
     {"git", &E::git},
     {"go", &E::runScript},
-    {"gsed", &E::editInPlace},
-    {"install", &E::copy},
+    {"gsed", &E::editInPlace, "efl", " --expression --file --line-length "},
+    {"install", &E::copy, "SgmotB", " --suffix --target-directory --group --mode --owner "},
     {"ksh", &E::runScript},
-    {"ln", &E::copy},
+    {"ln", &E::copy, "St", " --suffix --target-directory "},
     {"make", &E::runScript},
-    {"mv", &E::move},
+    {"mv", &E::move, "St", " --suffix --target-directory "},
     {"node", &E::runScript},
     {"npm", &E::runScript},
     {"npx", &E::runScript},
     {"osascript", &E::runScript},
-    {"perl", &E::editInPlace},
+    {"perl", &E::editInPlace, "eEIMm", ""},
     {"perl6", &E::runScript},
     {"pnpm", &E::runScript},
     {"python", &E::runScript},
     {"python3", &E::runScript},
     {"rm", &E::remove},
     {"rmdir", &E::remove},
-    {"rsync", &E::copy},
+    {"rsync", &E::copy, "efBTM",
+     " --rsh --filter --exclude --include --exclude-from --include-from --files-from --backup-dir --temp-dir "
+     "--rsync-path --port --log-file --chmod --chown "},
     {"ruby", &E::runScript},
-    {"sed", &E::editInPlace},
+    {"sed", &E::editInPlace, "efl", " --expression --file --line-length "},
     {"sh", &E::runScript},
-    {"shred", &E::remove},
+    {"shred", &E::remove, "ns", " --iterations --size "},
     {"source", &E::runScript},
     {"srm", &E::remove},
     {"swift", &E::runScript},
     {"tee", &E::targetOperands},
     {"tidewrack", &E::tidewrack},
     {"trash", &E::remove},
-    {"truncate", &E::targetOperands},
+    {"truncate", &E::targetOperands, "rs", " --reference --size "},
     {"unlink", &E::remove},
     {"xargs", &E::xargs},
     {"yarn", &E::runScript},
@@ -196,21 +192,6 @@ const Rule* ruleFor(std::string_view name) {
     const Rule* rule = std::lower_bound(std::begin(rules), std::end(rules), name);
     return rule != std::end(rules) && rule->name == name ? rule : nullptr;
 }
-
-// Tells most names that are in no table from those that may be, by first letter and length.
-class NameFilter {
-  public:
-    constexpr void add(std::string_view name) {
-        lengths_[static_cast<unsigned char>(name[0])] |= std::uint32_t{1} << name.size();
-    }
-    [[nodiscard]] constexpr bool mayHold(std::string_view name) const {
-        if (name.empty() || name.size() >= 32) return false;
-        return ((lengths_[static_cast<unsigned char>(name[0])] >> name.size()) & 1U) != 0;
-    }
-
-  private:
-    std::array<std::uint32_t, 256> lengths_{};
-};
 
 constexpr NameFilter reservedFilter = [] {
     NameFilter filter;
@@ -257,18 +238,18 @@ bool findChanges(Words arguments) {
 }
 
 bool Examination::run() {
-    const Rule* rule = ruleFor(name_);
-    if (!rule) return false;
-    (this->*rule->apply)();
+    rule_ = ruleFor(name_);
+    if (rule_ == nullptr) return false;
+    (this->*rule_->apply)();
     const auto isUnknown = [](const Word& word) { return word.unknown; };
-    if (!onlyReads(*rule, arguments_) && std::any_of(arguments_.begin(), arguments_.end(), isUnknown))
+    if (std::any_of(arguments_.begin(), arguments_.end(), isUnknown) && !onlyReads(*rule_, arguments_))
         effects_.opaque(cwd_);
     return true;
 }
 
 // Its effect lies in a script.
 void Examination::runScript() {
-    if (!onlyReads(*ruleFor(name_), arguments_)) effects_.opaque(cwd_);
+    if (!onlyTellsOfItself(arguments_) && !hasReadingSubcommand(name_, arguments_)) effects_.opaque(cwd_);
 }
 
 void Examination::git() {
@@ -279,37 +260,75 @@ void Examination::tidewrack() {
     effects_.ownCommand(arguments_);
 }
 
+// The words that are neither options nor what options take.
+Examination::Operands Examination::operands() const {
+    Operands operands;
+    const auto takesWord = [&](std::string_view option) {
+        if (option.starts_with("--")) return rule_->options.find(" " + std::string(option) + " ") != std::string::npos;
+        return rule_->letters.find(option.back()) != std::string::npos;
+    };
+    for (std::size_t index = 0; index < arguments_.size(); ++index) {
+        const Word& word = arguments_[index];
+        const std::string_view text = word.text;
+        if (text == "--") {
+            for (const Word& operand : arguments_.subspan(index + 1)) operands.words.push_back(&operand);
+            break;
+        }
+        if (!isOption(word)) {
+            operands.words.push_back(&word);
+        } else if (text.size() > 1 && index + 1 < arguments_.size() && takesWord(text)) {
+            ++index;
+            if (text == "--target-directory" || (rule_->letters.find('t') != text.npos && text.back() == 't'))
+                operands.folder = arguments_[index];
+        } else if (text.starts_with("--target-directory=")) {
+            operands.folder = word;
+            operands.folder->text.erase(0, text.find('=') + 1);
+        }
+    }
+    return operands;
+}
+
 void Examination::remove() {
     const Extent extent = name_ == "rmdir" || isRecursive(arguments_) ? Extent::removed : Extent::item;
-    forEachOperand(arguments_,
-                   [&](const Word& operand) { effects_.targetWord(operand, cwd_, linksOf(operand), extent); });
+    for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_, linksOf(*operand), extent);
 }
 
 void Examination::move() {
-    const std::vector<const Word*> operands = operandsOf(arguments_);
-    for (std::size_t index = 0; index + 1 < operands.size(); ++index)
-        effects_.targetWord(*operands[index], cwd_, linksOf(*operands[index]), Extent::moved);
-    targetDestinations(operands);
+    const Operands all = operands();
+    const std::size_t sources = all.words.size() - (all.folder || all.words.empty() ? 0 : 1);
+    for (std::size_t index = 0; index < sources; ++index)
+        effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
+    targetDestinations(all);
 }
 
 void Examination::copy() {
-    const std::vector<const Word*> operands = operandsOf(arguments_);
-    targetDestinations(operands);
-    const auto deletes = [](const Word& word) { return word.text.starts_with("--delete"); };
-    if (name_ != "rsync" || operands.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
-    const auto folders = effects_.resolve(*operands.back(), cwd_);
+    const Operands all = operands();
+    targetDestinations(all);
+    const auto deletes = [](const Word& word) { return word.text.starts_with("--del"); };
+    if (name_ != "rsync" || all.words.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
+    const auto folders = effects_.resolve(*all.words.back(), cwd_);
     if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed, Extent::moved);
 }
 
-void Examination::targetDestinations(const std::vector<const Word*>& operands) {
-    if (operands.size() < 2) return;
-    const auto destinations = effects_.resolve(*operands.back(), cwd_);
+void Examination::targetDestinations(const Operands& all) {
+    const std::span<const Word* const> words = all.words;
+    if (all.folder) {
+        if (all.folder->unknown) return effects_.opaque(cwd_);
+        for (const std::string& folder : effects_.resolve(*all.folder, cwd_)) targetCopiesIn(folder, words);
+        return;
+    }
+    if (words.size() < 2) return;
+    const auto destinations = effects_.resolve(*words.back(), cwd_);
     if (destinations.empty()) return;
     const std::string& destination = destinations.front();
     if (destination == "/" || !isFolder(destination)) return effects_.target(destination, cwd_);
-    for (std::size_t index = 0; index + 1 < operands.size(); ++index) {
+    targetCopiesIn(destination, words.first(words.size() - 1));
+}
+
+void Examination::targetCopiesIn(const std::string& folder, std::span<const Word* const> sources) {
+    for (const Word* source : sources) {
         if (effects_.full()) return effects_.opaque(cwd_);
-        targetCopyOf(*operands[index], destination);
+        targetCopyOf(*source, folder);
     }
 }
 
@@ -335,7 +354,7 @@ void Examination::targetContents(const Word& source, const std::string& folder) 
 }
 
 void Examination::targetOperands() {
-    forEachOperand(arguments_, [&](const Word& operand) { effects_.targetWord(operand, cwd_); });
+    for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_);
 }
 
 void Examination::copyBlocks() {

@@ -53,8 +53,10 @@ struct Decision {
     std::vector<std::string> removed;    // those of them that go with all they hold; sorted, each once
     bool opaque = false;                 // part of the effect cannot be known without running the command
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
-    std::vector<std::string> suspected;  // folders where something may change, by a guess: the projects that they lie
-                                         // in are worth a look, and nothing else is; sorted, each once
+    std::vector<std::string> mentioned; // paths that may change, by a guess, and are small enough to be kept where they
+                                        // lie in no project; sorted, each once
+    std::vector<std::string> suspected; // folders where something may change, by a guess: the projects that they lie
+                                        // in are worth a look, and nothing else is; sorted, each once
 
     bool operator==(const Decision&) const = default;
 };

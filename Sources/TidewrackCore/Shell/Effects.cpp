@@ -96,6 +96,8 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
         target(std::move(path), cwd, links, extent);
     };
+    if (word.glob && extent == Extent::removed && lastComponent(word.text).find_first_not_of("*?") == std::string::npos)
+        askIfProjectRoot(std::string(parentOf(absolutePath(word.text, cwd))));
     if (word.glob)
         for (std::string& path : resolve(word, cwd)) add(std::move(path));
     else if (!word.text.empty())
@@ -109,6 +111,12 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
     if (++pathsMadeReal_ > Budget::pathsMadeReal) return;
     const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
     if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
+}
+
+// All that lies in a project goes with the root's names.
+void Effects::askIfProjectRoot(const std::string& folder) {
+    const auto& roots = context_.projectRoots;
+    if (std::find(roots.begin(), roots.end(), folder) != roots.end()) askIfProjectInside(folder);
 }
 
 void Effects::opaque(std::string_view folder) {

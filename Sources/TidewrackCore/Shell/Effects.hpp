@@ -66,6 +66,9 @@ class Effects {
     // Whether a protected folder stands at the path.
     [[nodiscard]] bool isProtected(const std::string& path, Links links);
 
+    // Whether something is only guessed at.
+    [[nodiscard]] bool isGuess() const { return decision_.opaque || !decision_.suspected.empty(); }
+
     // Judges all targets and hands out the decision, once.
     [[nodiscard]] Decision decide();
 
@@ -73,6 +76,7 @@ class Effects {
     [[nodiscard]] bool full() const;
 
   private:
+    void askIfProjectRoot(const std::string& folder);
     void denyCatastrophes();
 
     const Context& context_;

@@ -61,6 +61,8 @@ std::string bracedValue(std::string_view body, std::string_view home, Variables&
         if (!variables.assign(name, assigned)) variables.setUnfollowed(true);
         return assigned;
     }
+    if (length > 0 && (operation == "[@]" || operation == "[*]")) // bound one after the other
+        if (const auto value = variables.value(name)) return std::string(*value);
     // ${X:?text} is $X, or the shell stops before it runs the command.
     if (operation.empty() || operation.starts_with(":?")) return std::string(plainValue(name, home, variables));
     if (length > 0 && leavesNothing(operation) && plainValue(name, home, variables).empty()) return "";

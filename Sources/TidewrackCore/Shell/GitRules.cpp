@@ -23,6 +23,19 @@ constexpr std::array checkouts = {"checkout"sv, "restore"sv, "switch"sv};
 constexpr std::array sometimesChanging = {"reset"sv, "stash"sv, "clean"sv};
 constexpr std::array alwaysChanging = {"rm"sv, "mv"sv, "apply"sv, "merge"sv, "am"sv, "rebase"sv, "pull"sv, "revert"sv};
 
+// Subcommands that leave the work tree as it is, but for files that they are told to write.
+constexpr std::array leavingTree = {
+    "add"sv,       "annotate"sv,      "archive"sv,      "blame"sv,        "branch"sv,       "bundle"sv,
+    "cat-file"sv,  "check-attr"sv,    "check-ignore"sv, "cherry"sv,       "clone"sv,        "commit"sv,
+    "config"sv,    "count-objects"sv, "describe"sv,     "diff"sv,         "diff-files"sv,   "diff-index"sv,
+    "diff-tree"sv, "difftool"sv,      "fetch"sv,        "for-each-ref"sv, "format-patch"sv, "fsck"sv,
+    "gc"sv,        "grep"sv,          "hash-object"sv,  "help"sv,         "init"sv,         "log"sv,
+    "ls-files"sv,  "ls-remote"sv,     "ls-tree"sv,      "maintenance"sv,  "merge-base"sv,   "name-rev"sv,
+    "notes"sv,     "prune"sv,         "push"sv,         "range-diff"sv,   "reflog"sv,       "remote"sv,
+    "repack"sv,    "rev-list"sv,      "rev-parse"sv,    "shortlog"sv,     "show"sv,         "show-branch"sv,
+    "show-ref"sv,  "status"sv,        "symbolic-ref"sv, "tag"sv,          "update-index"sv, "update-ref"sv,
+    "var"sv,       "verify-commit"sv, "version"sv,      "whatchanged"sv,  "write-tree"sv};
+
 template <std::size_t size>
 bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
     return std::find(table.begin(), table.end(), text) != table.end();
@@ -36,6 +49,26 @@ bool hasAny(Words words, std::initializer_list<std::string_view> texts) {
     return std::any_of(words.begin(), words.end(), [&](const Word& word) {
         return std::find(texts.begin(), texts.end(), word.text) != texts.end();
     });
+}
+
+// Whether one of the words is this option, its long name perhaps cut short as git allows, or the letter in a cluster.
+bool hasOption(Words words, std::string_view option, std::size_t shortest, char letter = 0) {
+    return std::any_of(words.begin(), words.end(), [&](const Word& word) {
+        const std::string_view text = word.text;
+        if (text.starts_with("--")) return text.size() >= shortest && option.starts_with(text);
+        return letter != 0 && isOption(word) && text.find(letter, 1) != text.npos;
+    });
+}
+
+// What git does to the tree where no rule says it: an alias may do anything, and so may some subcommands.
+bool mayChangeTree(std::string_view subcommand, Words arguments) {
+    if (subcommand == "worktree" || subcommand == "bisect" || subcommand == "submodule" || subcommand == "stash") {
+        constexpr std::array reading = {"list"sv, "log"sv, "show"sv, "status"sv, "view"sv, "create"sv};
+        const bool reads = !arguments.empty() && isIn(reading, arguments.front().text);
+        return !reads && !(subcommand == "worktree" && hasAny(arguments, {"add", "lock", "unlock"}));
+    }
+    return !isIn(leavingTree, subcommand) && !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) &&
+           !subcommand.starts_with('-');
 }
 
 // Without "--" git itself decides whether an operand is a branch or a path. One that stands on the disk is
@@ -60,7 +93,7 @@ void examineCheckout(std::string_view subcommand, Words arguments, const std::st
             if (effects.full()) return effects.opaque(workTree);
             effects.target(absolutePath(path->text, workTree), workTree);
         }
-    } else if (hasAny(arguments, {"-f", "--force", "."})) {
+    } else if (hasAny(arguments, {"."}) || hasOption(arguments, "--force", 4, subcommand == "restore" ? '\0' : 'f')) {
         effects.trackedFiles(workTree);
     } else {
         examineUnmarkedPaths(subcommand, arguments, workTree, effects);
@@ -68,7 +101,9 @@ void examineCheckout(std::string_view subcommand, Words arguments, const std::st
 }
 
 bool changesWorkTree(std::string_view subcommand, Words arguments) {
-    if (subcommand == "reset") return hasAny(arguments, {"--hard", "--merge", "--keep"});
+    if (subcommand == "reset")
+        return hasOption(arguments, "--hard", 3) || hasOption(arguments, "--merge", 3) ||
+               hasOption(arguments, "--keep", 3);
     if (subcommand == "stash") return arguments.empty() || isIn(stashTriggers, arguments.front().text);
     if (subcommand == "clean")
         return std::any_of(arguments.begin(), arguments.end(),
@@ -110,7 +145,10 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     const std::string_view subcommand = arguments[index].text;
     const Words rest = arguments.subspan(index + 1);
     if (isIn(checkouts, subcommand)) return examineCheckout(subcommand, rest, workTree, effects);
-    if (!changesWorkTree(subcommand, rest)) return;
+    if (!changesWorkTree(subcommand, rest)) {
+        if (mayChangeTree(subcommand, rest)) effects.suspect(workTree);
+        return;
+    }
     const bool takesUntracked = subcommand == "clean" || hasAny(rest, {"-u", "--include-untracked", "-a", "--all"});
     if (takesUntracked)
         effects.target(workTree, workTree, Links::followed, Extent::moved);
@@ -122,7 +160,8 @@ bool gitOnlyReads(Words words) {
     const std::size_t index = subcommandAt(words);
     if (index >= words.size() || words[index].unknown) return false;
     const std::string_view subcommand = words[index].text;
-    return !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) && !isIn(alwaysChanging, subcommand);
+    return !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) && !isIn(alwaysChanging, subcommand) &&
+           !mayChangeTree(subcommand, words.subspan(index + 1));
 }
 
 } // namespace tidewrack::shell

@@ -2,6 +2,7 @@
 
 #include "Shell/Budget.hpp"
 #include "Shell/CommandRules.hpp"
+#include "Shell/DeepReading.hpp"
 #include "Shell/Effects.hpp"
 #include "Shell/Lexer.hpp"
 #include "Shell/NestedText.hpp"
@@ -44,12 +45,14 @@ class Guard {
   private:
     void take(Command& command);
     void takeNested(const Program& program);
+    void takeArray(std::vector<Word>& words, const Command& command);
     bool takeDefinition(const Command& command);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
     void takeUnknown();
+    [[nodiscard]] bool isInProject(std::string_view folder) const;
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
@@ -63,6 +66,7 @@ class Guard {
     WordValues values_;
     std::size_t nesting_ = 0; // how many substitutions and texts the command stands in
     std::size_t nestedBytes_ = 0;
+    std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::set<std::string, std::less<>> functions_;
     std::optional<std::string> written_; // by the command before into a pipe, where that can be told
 };
@@ -72,10 +76,25 @@ Decision Guard::run(std::string_view line) {
     Command command;
     while (lexer.next(command)) take(command);
     if (lexer.opaque() || effects_.isOpaque()) opaque();
-    return effects_.decide();
+    const bool guess = effects_.isGuess();
+    Decision decision = effects_.decide();
+    if (!guess || decision.verdict.kind == Verdict::Kind::deny) return decision;
+    decision.mentioned = mentionedPaths(line, context_);
+    for (const std::string& folder : decision.opaqueDirs)
+        if (!isInProject(folder) && isWorthKeeping(folder, context_)) decision.mentioned.push_back(folder);
+    auto& paths = decision.mentioned;
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    return decision;
+}
+
+bool Guard::isInProject(std::string_view folder) const {
+    const auto& roots = context_.projectRoots;
+    return std::any_of(roots.begin(), roots.end(), [&](const std::string& root) { return isAtOrBelow(folder, root); });
 }
 
 void Guard::take(Command& command) {
+    elsewhere_.reset();
     if (position_.leaveSubshells(command.sharedDepth)) values_.noteFolder(false);
     if (command.opaque) opaque();
     for (const Substitution& substitution : command.nested) takeNested(substitution.program);
@@ -95,6 +114,7 @@ void Guard::take(Command& command) {
     const bool declared = isDeclaration(*first);
     if (declared) ++first;
     words.erase(words.begin(), first);
+    if (command.isArray && !words.empty()) return takeArray(words, command);
     if (words.empty() || values_.assignAll(words, declared, command) || declared) return;
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "pushd"sv || last == "popd"sv;
@@ -132,11 +152,12 @@ void Guard::takeNested(const Program& program) {
 }
 
 void Guard::judge(WordValues::Readings readings) {
+    const std::string folder = elsewhere_.value_or(position_.folder());
     for (const auto* words : {&readings.apart, &readings.whole}) {
         if (words->empty()) continue;
         if (const auto nested = nestedText(*words))
             takeText(*nested);
-        else if (!functions_.contains(words->front().text) && !examine(*words, position_.folder(), effects_) &&
+        else if (!functions_.contains(words->front().text) && !examine(*words, folder, effects_) &&
                  (readings.apart.empty() || words == &readings.apart))
             takeUnknown();
     }
@@ -145,7 +166,18 @@ void Guard::judge(WordValues::Readings readings) {
 // Takes off wrappers; what they are told to run as a text is run.
 void Guard::peel(std::vector<Word>& words) {
     const Unwrapped around = unwrap(words);
+    if (around.folder && around.folder->unknown) opaque();
+    if (around.folder && !around.folder->text.empty())
+        elsewhere_ = absolutePath(around.folder->text, position_.folder());
     if (around.text) takeText({around.text->text, around.text->unknown, true});
+}
+
+// NAME=(a b): the name stands for one after the other.
+void Guard::takeArray(std::vector<Word>& words, const Command& command) {
+    const std::string name = words.front().text.substr(0, words.front().text.find_first_of("+="));
+    words.erase(words.begin());
+    values_.expandAll(words, command);
+    values_.bindLoop(name, std::move(words));
 }
 
 bool Guard::takeDefinition(const Command& command) {
@@ -175,6 +207,7 @@ void Guard::takeText(const NestedText& nested) {
 
 // What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.
 bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
+    if (!command.fromPipe && !command.toPipe && command.inputs.empty()) return false;
     const std::optional<std::string> piped = command.fromPipe ? std::move(written_) : std::nullopt;
     written_ = command.toPipe ? literalOutput(words) : std::nullopt;
     if (!readsCommands(words)) {
@@ -213,13 +246,28 @@ void Guard::takeUnknown() {
 bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument) {
     const std::string_view name = words.front().text;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
-        changeFolder(words, command.depth, hadArgument);
+        // In a pipe or in the background it is a shell of its own that goes there.
+        if (!command.toPipe && !command.inBackground) changeFolder(words, command.depth, hadArgument);
         return true;
     }
     if ((name == "for"sv || name == "select"sv) && words.size() > 1) {
         const bool listed = words.size() > 2 && words[2].text == "in";
         const auto firstValue = std::make_move_iterator(listed ? words.begin() + 3 : words.end());
         values_.bindLoop(words[1].text, std::vector<Word>(firstValue, std::make_move_iterator(words.end())));
+        return true;
+    }
+    if (name == "set"sv) {
+        for (std::size_t index = 2; index < words.size() && words[1].text == "--"; ++index)
+            if (!words[index].unknown) values_.setParameter(index - 1, words[index].text);
+        return true;
+    }
+    if (name == "mapfile"sv || name == "readarray"sv) {
+        const bool named = words.size() > 1 && !words.back().text.starts_with('-');
+        values_.bindLoop(named ? std::string_view(words.back().text) : "MAPFILE"sv, {});
+        return true;
+    }
+    if (name == "printf"sv && words.size() > 2 && words[1].text == "-v") {
+        values_.bindLoop(words[2].text, {});
         return true;
     }
     if (name == "read"sv) {
@@ -234,6 +282,7 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
 void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
     if (!position_.mayChange()) return opaque();
     const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
+    if (words.size() > 2 && words[0].text == "pushd" && words[1].text == "-n") return; // only for popd
     const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
     const std::string_view name = words.front().text;
     if (name == "popd"sv) {

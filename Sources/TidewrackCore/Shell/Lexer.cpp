@@ -132,6 +132,7 @@ bool Lexer::next(Command& command) {
     command.braced.clear();
     command.nested.clear();
     command.toPipe = command.inBackground = command.isPattern = command.isDefinition = false;
+    command.isArray = false;
     out_ = &command;
     for (;;) {
         if (!started_ && role_ == Role::argument) {
@@ -206,8 +207,29 @@ bool Lexer::takeCharacter() {
     }
 }
 
+// Whether NAME= stands before a parenthesis that closes in the same line.
+bool Lexer::beginsArray() const {
+    if (!started_ || word_.quoted || role_ != Role::argument || !word_.text.ends_with('=') || word_.text.size() < 2)
+        return false;
+    if (nameLength(word_.text) + 2 < word_.text.size()) return false;
+    const std::string_view rest = text_.substr(at_, std::min(end_ - at_, Budget::arrayLength));
+    const std::size_t close = rest.find_first_of(")\n(;|&<>");
+    return close != rest.npos && rest[close] == ')';
+}
+
 bool Lexer::takeOperator(char c) {
+    if (c == '(' && beginsArray()) {
+        flush();
+        out_->isArray = inArray_ = true;
+        return false;
+    }
     const bool complete = endCommand();
+    if (const std::size_t length = c == '(' ? arithmeticLength(at_ - 1) : 0; length > 0) {
+        at_ += length - 1;
+        append("((");
+        return complete;
+    }
+    if (c == ')' && std::exchange(inArray_, false)) return complete;
     if (c == '(') {
         out_->isDefinition = complete && standsAt(at_, ')');
         ++depth_;

@@ -56,7 +56,7 @@ class Lexer {
     bool takeCharacter();
     bool takeOperator(char c);
     void takeInWord(char c);
-    void takeParenthesis(char c);
+    [[nodiscard]] bool beginsArray() const;
     bool takeAmpersand();
     void takeOutputRedirect();
     void takeInputRedirect();
@@ -64,6 +64,7 @@ class Lexer {
     void takeBody(const HereDocuments::Body& body, bool literal);
     [[nodiscard]] bool mayNest() const;
     bool takeParenthesized(Substitution::Kind kind);
+    [[nodiscard]] std::size_t arithmeticLength(std::size_t at) const;
     bool takeArithmetic();
     bool takeBackquoted();
     void takeProgram(Lexer& inner, Program& program);
@@ -93,6 +94,7 @@ class Lexer {
     std::size_t wordEnd_ = 0;    // where a word would end that is being cut
     Role role_ = Role::argument; // of the next word
     bool fromPipe_ = false;
+    bool inArray_ = false;
     bool opaque_ = false;
     bool opaquePart_ = false;
 

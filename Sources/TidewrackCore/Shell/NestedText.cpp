@@ -1,5 +1,6 @@
 #include "Shell/NestedText.hpp"
 
+#include "Shell/NameFilter.hpp"
 #include "Shell/Quotes.hpp"
 #include "Shell/Wrappers.hpp"
 
@@ -16,6 +17,13 @@ using namespace std::string_view_literals;
 constexpr std::array shells = {"sh"sv, "bash"sv, "zsh"sv, "dash"sv, "ksh"sv, "ash"sv, "mksh"sv, "rbash"sv};
 // Options of shells whose value is a word of its own.
 constexpr std::array valueOptions = {"-o"sv, "+o"sv, "-O"sv, "+O"sv, "--rcfile"sv, "--init-file"sv};
+
+constexpr NameFilter textFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : shells) filter.add(name);
+    for (const std::string_view name : {"eval"sv, "trap"sv}) filter.add(name);
+    return filter;
+}();
 
 bool isShell(const std::vector<Word>& words) {
     return !words.empty() && std::find(shells.begin(), shells.end(), commandName(words.front())) != shells.end();
@@ -58,7 +66,7 @@ NestedText joinedText(std::span<const Word> words) {
 } // namespace
 
 std::optional<NestedText> nestedText(const std::vector<Word>& words) {
-    if (words.size() < 2) return std::nullopt;
+    if (words.size() < 2 || !textFilter.mayHold(commandName(words.front()))) return std::nullopt;
     const std::span<const Word> all(words);
     const std::string_view name = words.front().text;
     if (name == "eval") return joinedText(all.subspan(1));
@@ -77,7 +85,7 @@ std::optional<NestedText> nestedText(const std::vector<Word>& words) {
 }
 
 bool readsCommands(const std::vector<Word>& words) {
-    if (!isShell(words)) return false;
+    if (words.empty() || !textFilter.mayHold(commandName(words.front())) || !isShell(words)) return false;
     const ShellCall call = readShellCall(words);
     const auto reads = [](const Word& word) { return word.text == "-s" || word.text == "-"; };
     return !call.takesText && (call.operand == words.size() || std::any_of(words.begin() + 1, words.end(), reads));

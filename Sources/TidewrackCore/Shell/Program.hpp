@@ -73,6 +73,7 @@ struct Command {
     bool fromPipe = false;            // reads what the command before it writes
     bool toPipe = false;
     bool inBackground = false;
+    bool isArray = false;        // NAME= and what stood in the parentheses behind it
     bool isPattern = false;      // of a case: runs nothing
     bool isDefinition = false;   // the name of a function that is defined
     std::size_t depth = 0;       // how many parentheses it stands in ...

@@ -14,6 +14,14 @@ namespace {
 constexpr char firstMarkByte = '\xEE';
 constexpr unsigned secondMarkByte = 0x84;
 
+bool isOneOf(char c, std::string_view set) {
+    return set.find(c) != std::string_view::npos;
+}
+
+bool endsOperand(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
 } // namespace
 
 std::string substitutionMark(std::size_t number) {
@@ -73,20 +81,35 @@ bool Lexer::takeParenthesized(Substitution::Kind kind) {
     return true;
 }
 
-// Takes a "((1 + 2))" that runs nothing.
-bool Lexer::takeArithmetic() {
-    if (!standsAt(at_ + 1, '(') || !mayNest()) return false;
-    const std::string_view text = text_.substr(at_, std::min(end_ - at_, Budget::arithmeticLength));
+// The length of the "((1 + 2))" that begins at `at` and runs nothing; 0 when there is none, and where it might be
+// parentheses within each other.
+std::size_t Lexer::arithmeticLength(std::size_t at) const {
+    if (!standsAt(at, '(') || !standsAt(at + 1, '(')) return 0;
+    const std::string_view text = text_.substr(at, std::min(end_ - at, Budget::arithmeticLength));
     std::size_t open = 0;
-    std::size_t length = 0;
-    for (; length < text.size(); ++length) {
+    char before = '(';  // the last character that is no blank, and
+    bool blank = false; // whether one stood behind it
+    for (std::size_t length = 0; length < text.size(); ++length) {
         const char c = text[length];
-        if (c == '`' || c == '\n' || (c == '$' && text.substr(length + 1).starts_with('('))) return false;
+        if (isOneOf(c, "`\n;'\"") || (c == '$' && text.substr(length + 1).starts_with('('))) return 0;
+        if (c == ' ') {
+            blank = true;
+            continue;
+        }
+        if (blank && (endsOperand(before) || before == ')') && (endsOperand(c) || c == '('))
+            return 0; // a command's words
         if (c == '(') ++open;
-        if (c == ')' && --open == 0) break;
+        if (c == ')' && --open == 0) return text[length - 1] == ')' ? length + 1 : 0;
+        before = c;
+        blank = false;
     }
-    if (length >= text.size() || text[length - 1] != ')') return false;
-    at_ += length + 1;
+    return 0;
+}
+
+bool Lexer::takeArithmetic() {
+    const std::size_t length = mayNest() ? arithmeticLength(at_) : 0;
+    if (length == 0) return false;
+    at_ += length;
     addSubstitution({Substitution::Kind::number, {}});
     return true;
 }

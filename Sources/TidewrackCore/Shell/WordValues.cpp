@@ -224,8 +224,14 @@ void WordValues::expandAll(std::vector<Word>& words, const Command& command) {
     words.resize(kept);
 }
 
-// The user's own ~name is ~.
+// The user's own ~name is ~; ~- and ~+ are the folder before and this one.
 void WordValues::shortenOwnHome(Word& word) const {
+    const std::string_view text = word.text;
+    if (text.starts_with("~-") || text.starts_with("~+")) {
+        if (text.size() == 2 || text[2] == '/')
+            word.text.replace(0, 2, text[1] == '-' ? position_.previous() : position_.folder());
+        return;
+    }
     for (const std::string_view variable : {"USER"sv, "LOGNAME"sv}) {
         const auto user = context_.env.find(variable);
         if (user == context_.env.end() || user->second.empty()) continue;

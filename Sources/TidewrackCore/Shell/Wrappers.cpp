@@ -1,5 +1,6 @@
 #include "Shell/Wrappers.hpp"
 
+#include "Shell/NameFilter.hpp"
 #include "Shell/WordValues.hpp"
 #include "Support/Paths.hpp"
 
@@ -86,7 +87,20 @@ constexpr std::array gnuTools = {"chgrp"sv, "chmod"sv, "chown"sv, "cp"sv,       
                                  "ln"sv,    "make"sv,  "mv"sv,    "rm"sv,       "rmdir"sv,  "sed"sv,  "shred"sv,
                                  "tar"sv,   "tee"sv,   "touch"sv, "truncate"sv, "unlink"sv, "xargs"sv};
 
+constexpr NameFilter wrapperFilter = [] {
+    NameFilter filter;
+    for (const Wrapper& wrapper : wrappers) filter.add(wrapper.name);
+    return filter;
+}();
+
+constexpr NameFilter gnuFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : gnuTools) filter.add(name);
+    return filter;
+}();
+
 const Wrapper* wrapperFor(std::string_view name) {
+    if (!wrapperFilter.mayHold(name)) return nullptr;
     const auto found =
         std::lower_bound(std::begin(wrappers), std::end(wrappers), name,
                          [](const Wrapper& wrapper, std::string_view text) { return wrapper.name < text; });
@@ -174,7 +188,7 @@ bool tellsOfCommand(const std::vector<Word>& words, std::size_t index) {
 
 std::string_view commandName(const Word& word) {
     const std::string_view name = lastComponent(word.text);
-    const bool gnu = name.size() > 2 && name[0] == 'g' &&
+    const bool gnu = name.size() > 2 && name[0] == 'g' && gnuFilter.mayHold(name.substr(1)) &&
                      std::find(gnuTools.begin(), gnuTools.end(), name.substr(1)) != gnuTools.end();
     return gnu ? name.substr(1) : name;
 }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace tidewrack::shell {
+
+// Tells most names that are in no table from those that may be, by first letter and length.
+class NameFilter {
+  public:
+    constexpr void add(std::string_view name) {
+        lengths_[static_cast<unsigned char>(name[0])] |= std::uint32_t{1} << name.size();
+    }
+    [[nodiscard]] constexpr bool mayHold(std::string_view name) const {
+        if (name.empty() || name.size() >= 32) return false;
+        return ((lengths_[static_cast<unsigned char>(name[0])] >> name.size()) & 1U) != 0;
+    }
+
+  private:
+    std::array<std::uint32_t, 256> lengths_{};
+};
+
+} // namespace tidewrack::shell
