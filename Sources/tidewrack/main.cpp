@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 
 extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
@@ -16,11 +17,21 @@ void openMissingStreams() {
         if (::fcntl(fd, F_GETFD) < 0) (void)::open("/dev/null", O_RDWR);
 }
 
+// Writing past a limit on the size of files must fail, not end the process. Not by ignoring the signal: programs that
+// this one starts would ignore it too.
+void surviveFileSizeLimits() {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART;
+    (void)::sigaction(SIGXFSZ, &action, nullptr);
+}
+
 } // namespace
 
 int main(int count, char** words) {
     using namespace tidewrack;
     openMissingStreams();
+    surviveFileSizeLimits();
     Environment environment;
     for (char** entry = environ; *entry != nullptr; ++entry)
         if (const char* equals = std::strchr(*entry, '='))

@@ -4,6 +4,7 @@
 #include "Support/Files.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <memory>
@@ -45,6 +46,18 @@ TEST_F(ProcessTest, outputThatNobodyTakes) {
         EXPECT_EQ(full.err, "tidewrack: can't write the output: No space left on device\n") << words[0];
     }
     EXPECT_EQ(world.history().seqs().size(), exists("/dev/full") ? 3U : 2U);
+}
+
+TEST_F(ProcessTest, limitsOnTheSizeOfFilesAreErrors) {
+    f.write("project/large", std::string(1'000'000, 'x'));
+    f.write("project/small", "s");
+    f.write("limited", "#!/bin/sh\nulimit -f 16\nexec '" + world.program + "' \"$@\"\n");
+    ::chmod(f.at("limited").c_str(), 0755);
+    world.program = f.at("limited");
+    const Outcome outcome = program({"track"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err.find("warning: couldn't save large: File too large\n"), 0U) << outcome.err;
+    EXPECT_EQ(program({"cat", "1", "small"}).out, "s");
 }
 
 TEST_F(ProcessTest, changesToOneProjectWaitForEachOther) {
