@@ -1,7 +1,7 @@
 #include "Invocation.hpp"
 
-#include "Platform/Process.hpp"
 #include "Pager.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"

@@ -1,6 +1,6 @@
 #include "Pager.hpp"
 
-#include "Platform/Platform.hpp"
+#include "Platform/Process.hpp"
 
 #include <fcntl.h>
 #include <spawn.h>

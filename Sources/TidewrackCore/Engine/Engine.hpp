@@ -39,7 +39,7 @@ struct SnapshotResult {
     SnapshotMeta meta;
     Changes changes; // since the previous snapshot
     std::vector<std::string> warnings;
-    std::int64_t late = 0; // contents that were not kept because of the deadline
+    std::int64_t late = 0;           // contents that were not kept because of the deadline
     std::vector<std::string> unseen; // those of the warnings that tell what the walk could not see
 };
 

@@ -85,7 +85,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
     RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew)
-                                 : aim(project, target, scope, safety.manifest, removeNew);
+                                : aim(project, target, scope, safety.manifest, removeNew);
     addMissing(listed, target, safety.manifest, result);
     result.target = to;
     return result;

@@ -1,6 +1,7 @@
 #include "Engine/UnreadFolders.hpp"
 
 #include "Platform/Attributes.hpp"
+#include "Platform/Process.hpp"
 
 #include <algorithm>
 #include <cerrno>
