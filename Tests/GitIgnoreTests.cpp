@@ -204,7 +204,7 @@ TEST(SilentGit, leavesIgnoredFoldersAsTheyWere) {
     const auto began = std::chrono::steady_clock::now();
     const SnapshotResult result = engine.snapshot(world.project(), request);
     EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
-    EXPECT_EQ(result.warnings, std::vector<std::string>{"git didn't say which folders it ignores; those of the "
+    EXPECT_EQ(result.warnings, std::vector<std::string>{"git didn't say in time which folders it ignores; those of the "
                                                         "previous snapshot still are"});
     EXPECT_EQ(result.changes.added, (std::vector<std::string>{"sub", "sub/build", "sub/build/made"}));
     EXPECT_EQ(result.changes.modified.size() + result.changes.deleted.size(), 0U);

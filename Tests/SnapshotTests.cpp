@@ -118,7 +118,8 @@ TEST(UnreadFolders, stayAsTheyWere) {
         for (const auto& [path, entry] : walked.items()) builder.add(path, entry, index.find(path));
         keepUnread(each.unread, previous, builder);
         std::string listed;
-        for (const auto& [path, entry] : builder.finish().items()) listed += std::string(path) + " ";
+        const Manifest made = builder.finish();
+        for (const auto& [path, entry] : made.items()) listed += std::string(path) + " ";
         EXPECT_EQ(listed, each.listed) << each.what;
     }
 }

@@ -86,8 +86,9 @@ void keepUnread(const std::vector<Walker::Unread>& unread, const Manifest& previ
 
 std::vector<std::string> warningsOf(const Walker& walker) {
     std::vector<std::string> result;
-    if (walker.gitWasSilent())
-        result.emplace_back("git didn't say which folders it ignores; those of the previous snapshot still are");
+    if (walker.gitWasLate())
+        result.emplace_back(
+            "git didn't say in time which folders it ignores; those of the previous snapshot still are");
     for (const Walker::Unread& place : walker.unread()) result.push_back(warningOf(place));
     return result;
 }

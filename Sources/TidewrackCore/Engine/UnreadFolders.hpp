@@ -14,7 +14,7 @@ namespace tidewrack {
 // has not added it. What may not be read is passed over: whoever has no right to a folder has nothing of it kept.
 void keepUnread(const std::vector<Walker::Unread>& unread, const Manifest& previous, ManifestBuilder& builder);
 
-// One warning per folder, and one where git gave no answer.
+// One warning per folder, and one where git was too slow.
 [[nodiscard]] std::vector<std::string> warningsOf(const Walker& walker);
 
 } // namespace tidewrack

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <initializer_list>
@@ -127,7 +128,9 @@ std::optional<std::string> GitIgnore::readField(const Deadline& until) {
             buffer_.erase(0, end + 1);
             return field;
         }
-        if (git_->receive(buffer_, until) != 0) return std::nullopt;
+        const int error = git_->receive(buffer_, until);
+        late_ = error == ETIMEDOUT;
+        if (error != 0) return std::nullopt;
     }
 }
 

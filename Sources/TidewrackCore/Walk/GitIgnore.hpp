@@ -37,6 +37,9 @@ class GitIgnore {
     // One question, one answer: whether git ignores the folder at this path relative to the root. None: git gave none.
     [[nodiscard]] std::optional<bool> isIgnored(std::string_view path);
 
+    // Whether it kept the walk waiting for longer than it may.
+    [[nodiscard]] bool isLate() const { return late_; }
+
   private:
     enum class State { unasked, answering, gone };
 
@@ -47,6 +50,7 @@ class GitIgnore {
     const std::string root_;
     std::chrono::steady_clock::duration patience_; // what is left of it
     State state_ = State::unasked;
+    bool late_ = false;
     std::unique_ptr<ChildProcess> git_;
     std::string buffer_; // read from the child and not yet consumed
 };

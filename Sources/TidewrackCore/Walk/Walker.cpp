@@ -117,7 +117,6 @@ bool Walker::asksGit(std::string_view name) const {
 
 bool Walker::isIgnored() {
     if (const auto answer = options_.isIgnored(path_)) return *answer;
-    gitWasSilent_ = true;
     return wasIgnored_ && wasIgnored_(path_);
 }
 
@@ -138,8 +137,10 @@ std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& ski
     options.skipPaths = skipping;
     options.leftovers = leftovers;
     const auto patience = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
-    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, patience))
+    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, patience)) {
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
+        options.gitIsLate = [git] { return git->isLate(); };
+    }
     return std::make_unique<Walker>(project.root, std::move(options));
 }
 

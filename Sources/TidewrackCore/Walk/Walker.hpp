@@ -52,6 +52,7 @@ class Walker {
         NameSet excludesIfIgnored;
         // Git's answer for a relative folder path, if it gives one; may be empty.
         std::function<std::optional<bool>(std::string_view)> isIgnored;
+        std::function<bool()> gitIsLate;               // whether git gives none for being too slow; may be empty
         NameSet skipPaths;                             // relative folder paths left out, with everything below
         std::vector<std::string>* leftovers = nullptr; // receives the temporaries of interrupted restores
     };
@@ -68,8 +69,8 @@ class Walker {
     // nothing is ignored. Once.
     void walk(const Body& body, const WasIgnored& wasIgnored = {});
     [[nodiscard]] const std::vector<Unread>& unread() const { return unread_; }
-    // Whether git was asked and gave no answer.
-    [[nodiscard]] bool gitWasSilent() const { return gitWasSilent_; }
+    // Whether git would have kept the walk waiting. One that ends at once does not take the folder for a repository.
+    [[nodiscard]] bool gitWasLate() const { return options_.gitIsLate && options_.gitIsLate(); }
 
     // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
     [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
@@ -88,7 +89,6 @@ class Walker {
     const Descriptor root_;
     std::string path_; // of the item at hand
     WasIgnored wasIgnored_;
-    bool gitWasSilent_ = false;
     std::vector<Unread> unread_;
     FolderReader reader_;
 };
