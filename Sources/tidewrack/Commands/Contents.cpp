@@ -74,7 +74,7 @@ std::string noFileText(Invocation& call, const Asked& asked, const Manifest& man
         const auto link = sideOf(call.store(), asked.project, entry);
         return asked.word + " is a link" + (link && link->content ? " to " + *link->content : "") + asked.inSnapshot();
     }
-    const std::string text = asked.word + " isn't in snapshot #" + std::to_string(asked.seq);
+    std::string text = asked.word + " isn't in snapshot #" + std::to_string(asked.seq);
     if (const auto reason = leftOut(asked.project, manifest, asked.relative)) return text + ": " + *reason;
     if (asked.word.find_first_of("*?[") != std::string::npos) return text + "; patterns mean nothing here";
     const auto meant = likely(manifest, asked.word);

@@ -59,7 +59,7 @@ nlohmann::json recordsJson(const std::vector<SnapshotMeta>& snapshots) {
 
 // What changed after `meta`, as the next newer record has it.
 std::string changesAfter(const SnapshotMeta& meta, const SnapshotMeta& newer) {
-    const std::string counts = countsText({newer.added, newer.modified, newer.deleted});
+    std::string counts = countsText({newer.added, newer.modified, newer.deleted});
     if (newer.seq == meta.seq + 1) return counts;
     // The record knows only what changed since the snapshot before it, which is gone.
     const std::string first = "#" + std::to_string(meta.seq + 1);
