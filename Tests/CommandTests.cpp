@@ -78,7 +78,8 @@ TEST_F(CommandTest, helpAndVersion) {
 TEST_F(CommandTest, everythingInTheTableIsDocumented) {
     const std::string usage = world.ok({"help"});
     const std::string manual = document("man/tidewrack.1");
-    const std::string jsonDocument = document("json.md");
+    const std::string described = document("json.md");
+    const std::string jsonDocument = described.substr(0, described.find("\n## ")); // the table of commands
     for (const Command& command : commandTable()) {
         const std::string name(command.name);
         for (const Option& option : command.options) {
