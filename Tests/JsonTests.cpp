@@ -4,6 +4,7 @@
 
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
+#include "Reports/TurnReports.hpp"
 #include "Support/Dates.hpp"
 #include "Vault/Vault.hpp"
 
@@ -99,7 +100,7 @@ TEST(Json, printsWhatIsDocumented) {
     const TemporaryFolder& f = world.folder;
     JsonDocument document;
     const auto run = [&](const std::string& command, std::vector<std::string> words = {}) {
-        words.insert(words.begin(), command == "hooks status" ? "hooks" : command);
+        words.insert(words.begin(), command.substr(0, command.find(' ')));
         words.emplace_back("--json");
         const json value = json::parse(world.ok(words));
         document.check(command, value);
@@ -135,6 +136,22 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(restored["folders"], json{"new"});
     EXPECT_EQ(restored["safety"]["kind"], "restore");
     EXPECT_EQ(run("undo", {"5"})["safety"]["seq"], 6);
+    run("log");
+    world.ok({"snap", "--kind", "prompt", "--agent", "claude"});
+    EXPECT_EQ(run("show")["turn"]["agent"], "claude");
+    EXPECT_EQ(run("undo --last", {"3..5"})["projects"][0]["takesBack"][0]["from"], 3);
+    EXPECT_EQ(run("redo", {"--dry-run"})["projects"][0]["root"], world.projectPath());
+    EXPECT_EQ(run("timeline", {"-n", "1"})["rows"][0]["type"], "undo");
+    TimelineRow row;
+    row.agent = row.session = row.turn = "x";
+    row.ended = row.began;
+    row.commands.emplace_back();
+    row.company.emplace_back();
+    document.check("timeline", timelineJson({row}));
+    UndoResult left;
+    left.actions.push_back({{"path", UndoAction::Kind::leave, UndoAction::Reason::clash}, 7, "claude", "title"});
+    document.check("undo --last",
+                   {{"version", 1}, {"dryRun", true}, {"projects", {undoJson("/p", {"undo", {row}}, left)}}});
     EXPECT_EQ(run("prune", {"--dry-run"}),
               (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 

@@ -56,6 +56,8 @@ TEST(Merge, ofSmallTexts) {
         {textOf("abcd"), textOf("Xd"), textOf("aBcd"), "<clash>"},
         {textOf("abcd"), textOf("aXcd"), textOf("aXcD"), textOf("aXcD")}, // the same change, once
         {textOf("ab"), textOf("aXb"), textOf("aXb"), textOf("aXb")},
+        {textOf("ab"), textOf("AB"), textOf("Ab"), textOf("AB")}, // the same, and more
+        {textOf("ab"), textOf("AB"), textOf("Xb"), "<clash>"},
         {textOf("axxxb"), textOf("axxb"), textOf("Zaxxb"), textOf("Zaxxb")}, // whichever x is said to have gone
         {textOf("axxb"), textOf("axxxb"), textOf("Zaxxxb"), textOf("Zaxxxb")},
         {"", textOf("a"), "", textOf("a")},

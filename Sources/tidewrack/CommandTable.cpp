@@ -21,6 +21,16 @@ constexpr Option content{"--content", "", "compare bytes: leave out files that w
 constexpr Option noPager{"--no-pager", "", "print straight to the terminal, not through $PAGER"};
 constexpr Option keepNew{"--keep-new", "", "leave what was added since"};
 constexpr Option dryRun{"--dry-run", "", "only tell what would be done"};
+constexpr Option lastTurn{"--last", "", "the newest turn that changed something"};
+constexpr Option ofTurn{"--turn", "N", "the turn that snapshot N belongs to", Fill::snapshot};
+constexpr Option ofSession{"--session", "S", "all turns of a session; its beginning is enough"};
+constexpr Option sessionOf{"--session-of", "N", "all turns of the session that snapshot N belongs to", Fill::snapshot};
+constexpr Option overwriteLater{"--force", "", "put paths back whole that were changed since"};
+constexpr Option keepLater{"--keep-later", "", "leave paths alone that were changed since"};
+constexpr Option here{"--here", "", "in this project only, not in others that the turn worked in"};
+constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
+constexpr Option inSession{"--session", "S", "only turns of this session"};
+constexpr Option withCommands{"--commands", "", "with the commands that were run"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
 constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
@@ -40,7 +50,11 @@ constexpr Option diffOptions[] = {patch, stat, content, noPager, project, json};
 constexpr Option projectOptions[] = {project};
 constexpr Option pruneOptions[] = {dryRun, project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
-constexpr Option undoOptions[] = {dryRun, project, json};
+constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionOf, dryRun,
+                                  overwriteLater, keepLater, here,      project,   json};
+constexpr Option showOptions[] = {stat, noPager, project, json};
+constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
+constexpr Option timelineOptions[] = {atMost, byAgent, inSession, withCommands, noPager, project, json};
 constexpr Option hooksOptions[] = {printHooks, home};
 constexpr Option hooksStatusOptions[] = {home, json};
 constexpr Option homeOptions[] = {home};
@@ -104,6 +118,24 @@ constexpr Command table[] = {
                 "With a path, of a file or a folder, only the snapshots after which it changed are listed.",
      .example = "tidewrack log -n 5",
      .run = commands::log},
+    {.name = "timeline",
+     .group = Group::history,
+     .options = timelineOptions,
+     .summary = "what happened, newest first: agents' turns, changes by others, restores",
+     .details = "One row each: its snapshots, when it began, the agent, the prompt, and how many files were added (+), "
+                "modified (~) and deleted (-) in all. Any of a turn's numbers names it: tidewrack undo --turn N.",
+     .example = "tidewrack timeline --commands",
+     .run = commands::timeline},
+    {.name = "show",
+     .words = "[N]",
+     .group = Group::history,
+     .fills = aSnapshot,
+     .mostWords = 1,
+     .options = showOptions,
+     .summary = "what a turn did, line by line (default: the newest turn)",
+     .details = "Its row of the timeline, the commands that were run, and what changed from its beginning to its end.",
+     .example = "tidewrack show 12",
+     .run = commands::show},
     {.name = "diff",
      .words = "A [B] [path...]",
      .group = Group::history,
@@ -170,17 +202,29 @@ constexpr Command table[] = {
      .example = "tidewrack restore 12 src README.md",
      .run = commands::restore},
     {.name = "undo",
-     .words = "N [path...]",
+     .words = "[N|A..B] [path...]",
      .group = Group::gettingBack,
      .effect = Effect::changes,
      .fills = snapshotAndPaths,
      .mostWords = Command::anyNumber,
      .options = undoOptions,
-     .summary = "take back what changed between snapshot N and the next",
-     .details = "Later changes elsewhere stay. With paths, only these are taken back. Takes a safety snapshot first, "
-                "whose number it prints: the undo can be undone.",
-     .example = "tidewrack undo 12",
+     .summary = "take back a turn, a session, or what changed after snapshot N or from A to B",
+     .details =
+         "What was changed since stays: in text files line by line, as long as the lines don't clash. Where they do, or "
+         "a file is no text, was deleted or made anew since, the path is left alone and the exit status is 3. A turn "
+         "is taken back in every tracked project it worked in. `undo N` takes back what changed between snapshot N and "
+         "the next, whatever came later to those paths. Takes a safety snapshot first: `tidewrack redo` takes the undo "
+         "back.",
+     .example = "tidewrack undo --last --dry-run",
      .run = commands::undo},
+    {.name = "redo",
+     .group = Group::gettingBack,
+     .effect = Effect::changes,
+     .options = redoOptions,
+     .summary = "take back the newest undo or restore; again: the one before",
+     .details = "With the same care for what was changed since. Takes a safety snapshot first.",
+     .example = "tidewrack redo",
+     .run = commands::redo},
     {.name = "hooks status",
      .group = Group::agents,
      .options = hooksStatusOptions,

@@ -105,6 +105,20 @@ const LineChange* earlier(const LineChange* a, const LineChange* b) {
     return place(b) < place(a) ? b : a;
 }
 
+// What both sides made of the same lines: where they agree, or where all three have as many lines, line by line. None
+// where they clash.
+std::optional<Lines> agreed(std::span<const std::string_view> base, std::span<const std::string_view> one,
+                            std::span<const std::string_view> other) {
+    if (std::equal(one.begin(), one.end(), other.begin(), other.end())) return Lines(one.begin(), one.end());
+    if (one.size() != base.size() || other.size() != base.size()) return std::nullopt;
+    Lines lines;
+    for (std::size_t at = 0; at < base.size(); ++at) {
+        if (one[at] != other[at] && one[at] != base[at] && other[at] != base[at]) return std::nullopt;
+        lines.push_back(one[at] == base[at] ? other[at] : one[at]);
+    }
+    return lines;
+}
+
 std::optional<std::string> merged(const Lines& base, Side one, Side other) {
     Text text;
     std::size_t done = 0;
@@ -119,8 +133,10 @@ std::optional<std::string> merged(const Lines& base, Side one, Side other) {
         }
         const auto a = one.replacement(begin, end);
         const auto b = other.replacement(begin, end);
-        if (a && b && !std::equal(a->begin(), a->end(), b->begin(), b->end())) return std::nullopt;
-        if (!text.add(std::span(base).subspan(done, begin - done)) || !text.add(a ? *a : *b)) return std::nullopt;
+        std::optional<Lines> both;
+        if (a && b && !(both = agreed(std::span(base).subspan(begin, end - begin), *a, *b))) return std::nullopt;
+        if (!text.add(std::span(base).subspan(done, begin - done)) || !text.add(both ? *both : a ? *a : *b))
+            return std::nullopt;
         done = end;
     }
     if (!text.add(std::span(base).subspan(done))) return std::nullopt;

@@ -22,7 +22,8 @@ struct Merge {
     //
     // A change that both sides made is made once. Stretches that only touch are no clash: when one side changes a line
     // and the other the line below it, or adds lines between them, their order is certain. (Many merge programs take
-    // that for a clash.) Line ends belong to their lines: a carriage return or a missing final line feed is a change.
+    // that for a clash.) Where both sides and the base have as many lines they are compared line by line. Line ends
+    // belong to their lines: a carriage return or a missing final line feed is a change.
     [[nodiscard]] static Merge of(std::string_view base, std::string_view one, std::string_view other);
 };
 

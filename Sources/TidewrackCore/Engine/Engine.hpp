@@ -33,6 +33,7 @@ struct SnapshotRequest {
     const std::vector<Project>* registry = nullptr;
     // Where nothing changed since the newest snapshot no record is written; the result is that snapshot's.
     bool onlyChanges = false;
+    std::optional<std::string> reversal = std::nullopt; // of a safety snapshot: SnapshotMeta::reversal
 };
 
 struct SnapshotResult {
@@ -61,6 +62,13 @@ struct RestoreResult {
 
     // Of a dry run: which of the restored files and links take the place of something.
     std::set<std::string, std::less<>> overwritten;
+};
+
+// What a restore records of itself.
+struct Reversal {
+    std::string by = "restore";
+    std::vector<Stretch> tookBack;   // recorded only when no path was left alone
+    std::optional<std::int64_t> seq; // the number that keepTexts has taken for the record
 };
 
 // Where a long operation stands, for a progress line; may be called from several threads.
@@ -124,6 +132,16 @@ class Engine {
                        const std::optional<std::vector<std::string>>& paths = std::nullopt,
                        Acting acting = Acting::forReal) const;
 
+    // What every restore comes down to: what is in `scope` becomes as `target` lists it, where it is as `safety` has
+    // it.
+    using Scope = std::function<bool(std::string_view)>;
+    RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
+                        const TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const;
+    // Keeps texts that no snapshot has seen as contents of the record to come; returns how a target names them. Where
+    // there are any, `reversal.seq` becomes that record's number.
+    std::vector<std::string> keepTexts(const ProjectLock& lock, const Project& project,
+                                       const std::vector<std::string>& texts, Reversal& reversal) const;
+
     // --- Differences ---
     // `to` absent: the folder as it is now.
     [[nodiscard]] Changes diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
@@ -137,20 +155,16 @@ class Engine {
     [[nodiscard]] Sides sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
 
   private:
-    using Scope = std::function<bool(std::string_view)>;
-
     void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
     static std::vector<std::string> relativePaths(const Project& project,
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
                                     const Manifest& current, bool removeNew) const;
-    RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
-                        const TakenSnapshot& safety, bool removeNew) const;
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
-                            const Manifest& after, Date started, std::int64_t durationMs) const;
+                            const Manifest& after, SnapshotMeta meta) const;
     enum class Unknown { question, livePath, asKept }; // what stands for a content that no snapshot holds
     [[nodiscard]] Sides sidesNow(const Project& project, std::int64_t from, Unknown unknown) const;
     [[nodiscard]] Sides sidesThen(const Project& project, std::int64_t from, std::int64_t to) const;

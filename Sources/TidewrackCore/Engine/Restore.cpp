@@ -8,12 +8,15 @@
 #include "Platform/Flush.hpp"
 #include "Platform/Volumes.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Walk/Walker.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 
 namespace tidewrack {
@@ -79,12 +82,15 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     checkRoot(project);
     const Manifest target = history.manifest(history.snapshot(to));
     std::vector<std::string> listed = relativePaths(project, paths);
-    const SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
+    SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
+    request.reversal = "restore";
     const TakenSnapshot safety =
         lock ? snapshotLocked(*lock, project, request, FolderChanges::recorded) : presentState(project);
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
-    RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew)
+    Reversal reversal;
+    if (!paths && removeNew) reversal.tookBack.push_back({to, safety.result.meta.seq});
+    RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew, reversal)
                                 : aim(project, target, scope, safety.manifest, removeNew);
     addMissing(listed, target, safety.manifest, result);
     result.target = to;
@@ -114,9 +120,10 @@ RestoreResult Engine::aim(const Project& project, const Manifest& target, const 
 }
 
 RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
-                            const TakenSnapshot& safety, bool removeNew) const {
+                            const TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const {
     const auto start = std::chrono::steady_clock::now();
-    const Date started = now();
+    SnapshotMeta meta;
+    meta.created = now();
     const History history = store.history(project);
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!history.sharesVolume()) history.bringRecordsToDisk(lock);
@@ -124,30 +131,32 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0,
               lostContents(history, target, safety.manifest)});
     const Manifest after = run.manifestAfter();
-    const auto elapsed =
+    RestoreResult result = run.takeResult();
+    const bool whole = std::none_of(result.outcomes.begin(), result.outcomes.end(),
+                                    [](const PathOutcome& outcome) { return bool(outcome.obstacle); });
+    meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    meta.seq = reversal.seq ? *reversal.seq : nextSeq(history, history.newestSeq());
+    meta.reversal = reversal.by;
+    if (whole) meta.tookBack = reversal.tookBack;
     try {
-        recordAfterRestore(lock, project, safety, after, started, elapsed);
+        recordAfterRestore(lock, project, safety, after, std::move(meta));
     } catch (const TidewrackError& error) {
         throw TidewrackError::io(std::string(error.what()) +
                                  ". The files were restored all the same; undo this with: tidewrack restore " +
                                  std::to_string(safety.result.meta.seq));
     }
-    RestoreResult result = run.takeResult();
     result.safety = safety.result.meta;
     result.safetyWarnings = safety.result.warnings;
     return result;
 }
 
 void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,
-                                const Manifest& after, Date started, std::int64_t durationMs) const {
+                                const Manifest& after, SnapshotMeta meta) const {
     const SnapshotMeta& before = safety.result.meta;
     const Changes changes = Changes::between(safety.manifest, after);
     const auto counts = changes.fileCounts();
     const History history = store.history(project);
-    SnapshotMeta meta;
-    meta.seq = nextSeq(history, history.newestSeq());
-    meta.created = started;
     meta.kind = "restored";
     if (before.label) meta.label = afterLabel(*before.label);
     const bool share = changes.isEmpty() && sameFolders(safety.manifest, after);
@@ -156,9 +165,26 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
-    meta.durationMs = durationMs;
     if (!share) history.writeManifest(lock, meta.seq, after, PendingWrites());
     history.writeSnapshot(lock, meta);
+}
+
+std::vector<std::string> Engine::keepTexts(const ProjectLock&, const Project& project,
+                                           const std::vector<std::string>& texts, Reversal& reversal) const {
+    std::vector<std::string> blobs;
+    if (texts.empty()) return blobs;
+    const History history = store.history(project);
+    reversal.seq = nextSeq(history, history.newestSeq());
+    const std::string folder = std::to_string(*reversal.seq);
+    if (const int error = makeFolders(history.blobPath(folder), 0755))
+        throw TidewrackError::io("create", history.blobPath(folder), error);
+    for (const std::string& text : texts) {
+        blobs.push_back(folder + "/" + std::to_string(blobs.size()));
+        const std::string path = history.blobPath(blobs.back());
+        writeFileAtomically(path, text);
+        if (::chmod(path.c_str(), 0444) != 0) throw TidewrackError::io("write", path, errno);
+    }
+    return blobs;
 }
 
 RestoreResult Engine::undo(const Project& project, std::int64_t turn,
@@ -183,7 +209,8 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     std::optional<Manifest> after;
     if (to) after = history.manifest(history.snapshot(*to));
     std::vector<std::string> listed = relativePaths(project, paths);
-    const SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
+    SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
+    request.reversal = "undo";
     const TakenSnapshot safety =
         lock ? snapshotLocked(*lock, project, request, FolderChanges::recorded) : presentState(project);
     const auto all = Changes::between(before, after ? *after : safety.manifest).all();
@@ -192,8 +219,10 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     std::set<std::string, std::less<>> changed(all.begin(), all.end());
     if (paths) std::erase_if(changed, [&](const std::string& path) { return !inScope(listed, path); });
     const Scope scope = [&](std::string_view path) { return changed.contains(path); };
-    RestoreResult result =
-        lock ? apply(*lock, project, before, scope, safety, true) : aim(project, before, scope, safety.manifest, true);
+    Reversal reversal{"undo", {}, std::nullopt};
+    if (!paths) reversal.tookBack.push_back({from, to.value_or(safety.result.meta.seq)});
+    RestoreResult result = lock ? apply(*lock, project, before, scope, safety, true, reversal)
+                                : aim(project, before, scope, safety.manifest, true);
     result.nothingInScope = changed.empty();
     if (changed.empty()) addMissing(listed, before, safety.manifest, result);
     result.target = from;

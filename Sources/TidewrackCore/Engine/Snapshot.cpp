@@ -264,6 +264,7 @@ void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
     meta.agent = request.agent;
     meta.session = request.session;
     meta.turn = request.turn;
+    meta.reversal = request.reversal;
 }
 
 } // namespace

@@ -2,9 +2,12 @@
 // The functions behind the command table; what each does is said there. All return the exit status and throw what went
 // wrong.
 
+#include <cstddef>
+
 namespace tidewrack {
 
 class Invocation;
+struct Args;
 
 namespace commands {
 
@@ -14,6 +17,8 @@ int untrack(Invocation& call);
 int projects(Invocation& call);
 
 // Snapshots.cpp
+// "-n", 20 when it is not given.
+[[nodiscard]] std::size_t mostListed(const Args& args);
 int snap(Invocation& call);
 int log(Invocation& call);
 int diff(Invocation& call);
@@ -30,6 +35,11 @@ int benchWalk(Invocation& call);
 // GettingBack.cpp
 int restore(Invocation& call);
 int undo(Invocation& call);
+
+// Turns.cpp
+int timeline(Invocation& call);
+int show(Invocation& call);
+int redo(Invocation& call);
 
 // Hooks.cpp
 int hooksStatus(Invocation& call);

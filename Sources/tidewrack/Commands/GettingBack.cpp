@@ -1,6 +1,7 @@
 // Putting back what a snapshot holds.
 
 #include "Commands/Commands.hpp"
+#include "Commands/Turns.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
@@ -80,6 +81,10 @@ int restore(Invocation& call) {
 }
 
 int undo(Invocation& call) {
+    if (isUndoOfTurns(call.args)) return undoTurns(call);
+    for (const char* option : {"--force", "--keep-later", "--here"})
+        if (call.args.has(option))
+            throw CliError(std::string(option) + " goes with --last, --turn, --session, --session-of or A..B");
     const SnapshotWord word = call.snapshotWord(0, "snapshot");
     if (word.kind != SnapshotWord::Kind::number)
         throw CliError("undo takes the number of a snapshot, not " + *call.args.word(0) +
@@ -96,6 +101,7 @@ int undo(Invocation& call) {
         call.print("Nothing changed after #" + std::to_string(turn) + (paths ? " there" : "") +
                    ", so there's nothing to undo.\n" + warningsText(result, call.look()));
     if (!call.json() && !paths && (idle || result.prunedUpTo)) hint(call, snapshots, turn);
+    if (!call.json() && !idle && !call.args.has("--dry-run")) hintAtTurn(call, project, turn);
     return 0;
 }
 

@@ -18,15 +18,6 @@ namespace tidewrack::commands {
 
 namespace {
 
-// "-n", 20 when it is not given.
-std::size_t mostListed(const Args& args) {
-    const auto text = args.value("-n");
-    if (!text) return 20;
-    const auto number = parseSeq(*text);
-    if (!number) throw CliError("-n must be a whole number, 0 or more, got " + *text);
-    return static_cast<std::size_t>(*number);
-}
-
 using CountsSoFar = std::future<Changes::Counts>;
 
 CountsSoFar countsSoFar(const Engine& engine, const Project& project, std::int64_t seq) {
@@ -130,6 +121,14 @@ void printChanges(Invocation& call, const Changes& changes) {
 }
 
 } // namespace
+
+std::size_t mostListed(const Args& args) {
+    const auto text = args.value("-n");
+    if (!text) return 20;
+    const auto number = parseSeq(*text);
+    if (!number) throw CliError("-n must be a whole number, 0 or more, got " + *text);
+    return static_cast<std::size_t>(*number);
+}
 
 int snap(Invocation& call) {
     const Project project = call.project();

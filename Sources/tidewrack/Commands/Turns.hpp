@@ -1,0 +1,26 @@
+#pragma once
+// What `undo` does when it is given a turn, a session or a range instead of a snapshot.
+
+#include "CommandLine.hpp"
+#include "Store/Records.hpp"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+class Invocation;
+
+namespace commands {
+
+[[nodiscard]] bool isUndoOfTurns(const Args& args);
+int undoTurns(Invocation& call);
+// What a snapshot belongs to beside what changed up to the next one; nothing where that is all of a turn, or no turn.
+void hintAtTurn(Invocation& call, const Project& project, std::int64_t seq);
+// The words from `first` on as project-relative paths.
+[[nodiscard]] std::vector<std::string> pathsFrom(Invocation& call, const Project& project, std::size_t first);
+
+} // namespace commands
+
+} // namespace tidewrack

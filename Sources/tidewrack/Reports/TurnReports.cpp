@@ -1,0 +1,255 @@
+#include "Reports/TurnReports.hpp"
+
+#include "Reports/JsonReports.hpp"
+#include "Reports/TextReports.hpp"
+#include "Support/Text.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <ctime>
+
+namespace tidewrack {
+
+namespace {
+
+using nlohmann::json;
+using Type = TimelineRow::Type;
+using End = TimelineRow::End;
+using Kind = UndoAction::Kind;
+using Reason = UndoAction::Reason;
+
+constexpr std::size_t longestTitle = 60;
+
+std::string shortened(const std::string& text) {
+    const std::string repaired = repairedUtf8(text);
+    if (characterCount(repaired) <= longestTitle) return repaired;
+    return std::string(firstCharacters(repaired, longestTitle - 1)) + "…";
+}
+
+std::string quoted(const std::string& title) {
+    return title.empty() ? "" : "\"" + shortened(title) + "\"";
+}
+
+std::string numbers(std::int64_t first, std::int64_t last) {
+    const std::string text = "#" + std::to_string(first);
+    return first == last ? text : text + "–#" + std::to_string(last);
+}
+
+// "13:40" today, "Thu 13:40" within a week, else with the date. In the local time zone.
+std::string clockTime(Date date, Date now) {
+    const std::time_t time = date.time_since_epoch().count();
+    const std::time_t today = now.time_since_epoch().count();
+    std::tm then{};
+    std::tm local{};
+    if (::localtime_r(&time, &then) == nullptr || ::localtime_r(&today, &local) == nullptr) return isoText(date);
+    const bool sameDay = then.tm_year == local.tm_year && then.tm_yday == local.tm_yday;
+    const bool sameWeek = (now - date).count() < 6 * 86400 && date <= now;
+    std::array<char, 64> text{};
+    (void)std::strftime(text.data(), text.size(), sameDay ? "%H:%M" : sameWeek ? "%a %H:%M" : "%Y-%m-%d %H:%M", &then);
+    return text.data();
+}
+
+const char* name(Type type) {
+    switch (type) {
+    case Type::turn: return "turn";
+    case Type::outside: return "outside";
+    case Type::manual: return "manual";
+    case Type::restore: return "restore";
+    case Type::undo: return "undo";
+    }
+    return "";
+}
+
+const char* name(End end) {
+    switch (end) {
+    case End::stop: return "stop";
+    case End::interrupted: return "interrupted";
+    case End::running: return "running";
+    case End::unknown: return "unknown";
+    }
+    return "";
+}
+
+std::string whoText(const TimelineRow& row) {
+    switch (row.type) {
+    case Type::turn: return row.agent.value_or("agent");
+    case Type::outside: return "changes outside of turns";
+    case Type::manual: return "by hand";
+    case Type::restore: return "restore";
+    case Type::undo: return "undo";
+    }
+    return "";
+}
+
+std::string notes(const TimelineRow& row) {
+    std::string text;
+    const auto add = [&](const std::string& note) { text += (text.empty() ? "  (" : ", ") + note; };
+    if (row.undone) add("taken back");
+    switch (row.end) {
+    case End::stop: break;
+    case End::interrupted: add("interrupted"); break;
+    case End::running: add("running"); break;
+    case End::unknown: add("end not seen"); break;
+    }
+    for (const TimelineRow::Company& each : row.company) add(each.agent + " at work meanwhile");
+    for (const std::string& root : row.projects) add("also in " + repairedUtf8(root));
+    if (!row.vault.empty()) add("vault " + std::to_string(row.vault.size()));
+    return text.empty() ? text : text + ")";
+}
+
+std::string sign(const UndoAction& action) {
+    switch (action.kind) {
+    case Kind::putBack: return "+ ";
+    case Kind::remove: return "- ";
+    case Kind::overwrite:
+    case Kind::merge: return "~ ";
+    case Kind::leave: return "! ";
+    case Kind::keep: return "  ";
+    }
+    return "";
+}
+
+std::string laterText(const UndoneAction& each, const std::string& what) {
+    std::string text = what + (each.changedIn == 0 ? " since" : " in #" + std::to_string(each.changedIn));
+    if (each.agent) text += " (" + *each.agent + (each.title.empty() ? "" : ", " + quoted(each.title)) + ")";
+    return text;
+}
+
+std::string reasonText(const UndoneAction& each) {
+    switch (each.action.reason) {
+    case Reason::none: return each.action.kind == Kind::merge ? "merged" : "";
+    case Reason::clash: return laterText(each, "the same lines changed again");
+    case Reason::changed: return laterText(each, "changed again");
+    case Reason::tooLarge: return laterText(each, "changed again") + ", too large to merge";
+    case Reason::deleted: return laterText(each, "deleted");
+    case Reason::madeAnew: return laterText(each, "made anew");
+    case Reason::company: return each.action.detail;
+    case Reason::notKept: return "was not kept: " + each.action.detail;
+    }
+    return "";
+}
+
+const char* name(Kind kind) {
+    switch (kind) {
+    case Kind::putBack: return "put back";
+    case Kind::remove: return "remove";
+    case Kind::overwrite: return "overwrite";
+    case Kind::merge: return "merge";
+    case Kind::leave: return "leave";
+    case Kind::keep: return "keep";
+    }
+    return "";
+}
+
+json rowJson(const TimelineRow& row) {
+    const Changes::Counts counts = row.counts.value_or(Changes::Counts());
+    json commands = json::array();
+    for (const TimelineRow::Command& each : row.commands)
+        commands.push_back({{"seq", each.seq},
+                            {"command", repairedUtf8(each.command)},
+                            {"verdict", each.verdict},
+                            {"time", isoText(each.time)}});
+    json meanwhile = json::array();
+    for (const TimelineRow::Company& each : row.company)
+        meanwhile.push_back({{"agent", each.agent},
+                             {"session", each.session},
+                             {"title", repairedUtf8(each.title)},
+                             {"from", each.during.from},
+                             {"to", each.during.to}});
+    json projects = json::array();
+    for (const std::string& root : row.projects) projects.push_back(repairedUtf8(root));
+    json object{{"type", name(row.type)},
+                {"first", row.first},
+                {"last", row.last},
+                {"title", repairedUtf8(row.title)},
+                {"began", isoText(row.began)},
+                {"end", name(row.end)},
+                {"added", counts.added},
+                {"modified", counts.modified},
+                {"deleted", counts.deleted},
+                {"commands", commands},
+                {"meanwhile", meanwhile},
+                {"projects", projects},
+                {"vault", row.vault},
+                {"undone", row.undone}};
+    if (row.agent) object["agent"] = repairedUtf8(*row.agent);
+    if (row.session) object["session"] = repairedUtf8(*row.session);
+    if (row.turn) object["turn"] = repairedUtf8(*row.turn);
+    if (row.ended) object["ended"] = isoText(*row.ended);
+    return object;
+}
+
+} // namespace
+
+std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Date now) {
+    std::string text;
+    for (const TimelineRow& row : rows) {
+        text += numbers(row.first, row.last) + "  " + clockTime(row.began, now) + "  " + whoText(row);
+        if (!row.title.empty()) text += "  " + quoted(row.title);
+        if (row.type != Type::manual) text += "  " + countsText(row.counts.value_or(Changes::Counts()));
+        text += notes(row) + "\n";
+        if (!commands) continue;
+        for (const TimelineRow::Command& each : row.commands)
+            text += "    #" + std::to_string(each.seq) + "  " + repairedUtf8(each.command) +
+                    (each.verdict == "ask" ? "  (asked)" : "") + "\n";
+    }
+    return text;
+}
+
+json timelineJson(const std::vector<TimelineRow>& rows) {
+    json list = json::array();
+    for (const TimelineRow& row : rows) list.push_back(rowJson(row));
+    return {{"version", 1}, {"rows", list}};
+}
+
+std::string choiceText(const UndoChoice& choice) {
+    const TimelineRow& newest = choice.rows.front();
+    const TimelineRow& oldest = choice.rows.back();
+    const std::string range = numbers(oldest.first, std::max(newest.last, oldest.first));
+    if (choice.rows.size() > 1)
+        return std::to_string(choice.rows.size()) + " turns of " + newest.agent.value_or("an agent") + ", " + range;
+    switch (newest.type) {
+    case Type::turn: break;
+    case Type::outside:
+    case Type::manual:
+        return "what changed from #" + std::to_string(oldest.first) + " to #" + std::to_string(newest.last);
+    case Type::restore: return "the restore " + range;
+    case Type::undo: return "the undo " + range;
+    }
+    const std::string title = quoted(newest.title);
+    return "turn " + range + " of " + newest.agent.value_or("an agent") + (title.empty() ? "" : ", " + title);
+}
+
+std::string undoText(const UndoResult& result) {
+    std::string text;
+    for (const UndoneAction& each : result.actions) {
+        text += sign(each.action) + repairedUtf8(each.action.path) + (each.action.folder ? "/" : "");
+        const std::string reason = reasonText(each);
+        if (each.action.kind == Kind::keep)
+            text += "  kept: changed since";
+        else if (!reason.empty())
+            text += "  " + reason;
+        text += "\n";
+    }
+    return text;
+}
+
+json undoJson(const std::string& root, const UndoChoice& choice, const UndoResult& result) {
+    json actions = json::array();
+    for (const UndoneAction& each : result.actions) {
+        json object{{"path", repairedUtf8(each.action.path)}, {"action", name(each.action.kind)}};
+        if (each.action.isLeft()) object["reason"] = repairedUtf8(reasonText(each));
+        if (each.changedIn != 0) object["changedIn"] = each.changedIn;
+        actions.push_back(std::move(object));
+    }
+    json rows = json::array();
+    for (const TimelineRow& row : choice.rows) rows.push_back({{"from", row.first}, {"to", row.last}});
+    json warnings = json::array();
+    if (result.restored) warnings = restoreJson(*result.restored)["warnings"];
+    json object{{"root", repairedUtf8(root)}, {"takesBack", rows}, {"actions", actions}, {"warnings", warnings}};
+    if (result.restored) object["safety"] = result.restored->safety.seq;
+    return object;
+}
+
+} // namespace tidewrack
