@@ -201,6 +201,30 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     }
 }
 
+// A dry run looks at the folder, the act at the safety snapshot: what is not kept looks different there.
+TEST_F(Turns, filesTooLargeToBeKept) {
+    const std::string record = "store/projects/" + world.project().id + "/project.json";
+    json project = json::parse(f.read(record));
+    project["maxFileSize"] = 100;
+    f.write(record, project.dump());
+    prompt("s", "large");
+    f.write("project/config", std::string(200, 'x'));
+    f.write("project/large", std::string(200, 'y'));
+    f.write("project/README.md", std::string(200, 'z'));
+    stop("s");
+    f.write("project/README.md", std::string(300, 'z'));
+    const std::string list =
+        "turn #2–#3 of claude, \"large\":\n"
+        "! README.md  changed again since, too large to merge\n"
+        "~ config\n"
+        "- large\n"
+        "1 path is left alone; --force puts such paths back whole, --keep-later passes over them.\n";
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"}), "3\nWould take back " + list + "Nothing was changed.\n");
+    // What can't be kept can't be replaced without loss, and says so.
+    EXPECT_NE(back({"undo", "--last"}).find(list), std::string::npos);
+    EXPECT_TRUE(f.has("project/large"));
+}
+
 TEST_F(Turns, whatTwoSessionsDidAtOnceIsNobodys) {
     prompt("a", "one");
     f.write("project/config", "port = 1\ndebug = off\n"); // before the other one begins
@@ -235,6 +259,8 @@ TEST_F(Turns, otherProjectsOfTheTurn) {
                                         "In " +
                                             f.at("other") +
                                             ": Took back turn #2–#3 of claude:\n+ file\n"
-                                            "Take this back with: tidewrack redo\n");
+                                            "Take this back with: tidewrack redo\n"
+                                            "Take this back with: tidewrack redo --project " +
+                                            f.at("other") + "\n");
     EXPECT_EQ(f.read("other/file") + f.read("project/notes"), "1\none\n");
 }

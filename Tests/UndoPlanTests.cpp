@@ -111,6 +111,7 @@ TEST(UndoPlan, ofOneTurnWithLaterWork) {
         {"a=!", "a=2", "a=2", "! a not kept"},
         {"a=!", "a=2", "a=3", "! a not kept"},
         {"a=1", "a=!", "a=!", "~a=1"},
+        {"a=1", "a=!", "a=2", "! a too large"},
         {"", "a=!", "a=!", "-a"},
     };
     for (const Row& row : rows)

@@ -210,7 +210,8 @@ constexpr Command table[] = {
      .options = undoOptions,
      .summary = "take back a turn, a session, or what changed after snapshot N or from A to B",
      .details =
-         "What was changed since stays: in text files line by line, as long as the lines don't clash. Where they do, or "
+         "What was changed since stays: in text files line by line, as long as the lines don't clash. Where they do, "
+         "or "
          "a file is no text, was deleted or made anew since, the path is left alone and the exit status is 3. A turn "
          "is taken back in every tracked project it worked in. `undo N` takes back what changed between snapshot N and "
          "the next, whatever came later to those paths. Takes a safety snapshot first: `tidewrack redo` takes the undo "

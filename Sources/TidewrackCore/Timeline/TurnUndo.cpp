@@ -266,7 +266,13 @@ UndoContents TurnUndo::contents() const {
         return entry.blob.starts_with(live) ? std::string(entry.blob.substr(live.size()))
                                             : history_.blobPath(entry.blob);
     };
-    return {[place](const Entry& a, const Entry& b) {
+    // A file that is too large to be kept is the same while its size and time are; one in the folder may be such.
+    const auto unkept = [](const Entry& entry) {
+        return entry.notKept() ? std::string(entry.blob)
+                               : "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
+    };
+    return {[place, unkept](const Entry& a, const Entry& b) {
+                if (a.notKept() || b.notKept()) return unkept(a) == unkept(b);
                 return a.kind == EntryKind::link ? sameDestination(place(a), place(b)) : sameBytes(place(a), place(b));
             },
             [place](const Entry& entry) { return LineDiff::read(place(entry)); }};

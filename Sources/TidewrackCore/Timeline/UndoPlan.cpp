@@ -69,7 +69,7 @@ class PathPlanner {
         if (a == nullptr || b == nullptr) return a == b;
         if (!differs(*a, *b)) return true;
         if (a->kind != b->kind || a->mode != b->mode || a->size != b->size) return false;
-        return !a->notKept() && !b->notKept() && contents_.same(*a, *b);
+        return contents_.same(*a, *b);
     }
 
     [[nodiscard]] bool isAt(const State& state, const Entry* entry) const {
@@ -100,7 +100,9 @@ class PathPlanner {
         if (after == nullptr) return Reason::madeAnew;
         if (!isFile(before) || !isFile(after) || (!state.text && !isFile(state.entry))) return Reason::changed;
         if (!before->isKept()) return Reason::notKept;
-        if (!after->isKept() || (!state.text && !state.entry->isKept())) return Reason::changed;
+        for (const Entry* entry : {after, state.entry})
+            if (entry != nullptr && !entry->isKept())
+                return entry->blob.starts_with("big:") ? Reason::tooLarge : Reason::changed;
         const LineDiff::Content base = contents_.read(*after);
         const LineDiff::Content older = contents_.read(*before);
         const LineDiff::Content newer =

@@ -23,7 +23,7 @@ struct UndoStep {
 
 // How contents are looked at. Entries are those of the listings planned from.
 struct UndoContents {
-    std::function<bool(const Entry&, const Entry&)> same; // two of one kind and size whose blobs differ
+    std::function<bool(const Entry&, const Entry&)> same; // two of one kind, mode and size whose blobs differ
     std::function<LineDiff::Content(const Entry&)> read;  // of a kept file
 };
 

@@ -85,6 +85,7 @@ int undo(Invocation& call) {
     for (const char* option : {"--force", "--keep-later", "--here"})
         if (call.args.has(option))
             throw CliError(std::string(option) + " goes with --last, --turn, --session, --session-of or A..B");
+    if (call.args.positional.empty() && canAsk(call)) return undoAsking(call);
     const SnapshotWord word = call.snapshotWord(0, "snapshot");
     if (word.kind != SnapshotWord::Kind::number)
         throw CliError("undo takes the number of a snapshot, not " + *call.args.word(0) +

@@ -25,6 +25,9 @@ namespace {
 
 constexpr int leftAlone = 3; // the exit status when some of what was asked for was not done
 
+constexpr const char* nothingToUndo =
+    "There's nothing to undo: no turn changed anything here that wasn't taken back already.";
+
 std::int64_t numberOf(const std::string& text, const char* option) {
     const auto number = parseSeq(text.starts_with('#') ? text.substr(1) : text);
     if (!number) throw CliError(std::string(option) + " needs a snapshot number, got " + text);
@@ -48,16 +51,16 @@ struct Done {
     std::string failure{}; // of another project: why nothing was done there
 };
 
-std::string summary(const Done& done, bool dryRun) {
+std::string summary(const Done& done, bool dryRun, const Look& look) {
     if (!done.failure.empty()) return done.failure + "\n";
-    const std::string what = choiceText(done.choice);
+    const std::string what = choiceText(done.choice, look);
     if (done.result.actions.empty()) return "Nothing is left to take back of " + what + ".\n";
     const bool acts = std::any_of(done.result.actions.begin(), done.result.actions.end(),
                                   [](const auto& each) { return each.action.acts(); });
     std::string text = !acts    ? "Nothing of " + what + " is taken back:\n"
                        : dryRun ? "Would take back " + what + ":\n"
                                 : "Took back " + what + ":\n";
-    text += undoText(done.result);
+    text += undoText(done.result, look);
     std::size_t left = 0;
     for (const UndoneAction& each : done.result.actions) left += each.action.isLeft() ? 1U : 0U;
     if (left > 0)
@@ -66,31 +69,34 @@ std::string summary(const Done& done, bool dryRun) {
     return text;
 }
 
+// One line how to take it back.
+void takeBackHint(Invocation& call, const Done& done, bool elsewhere) {
+    if (!done.result.restored) return;
+    std::string words = "redo";
+    if (done.choice.by == "redo") words = "restore " + std::to_string(done.result.restored->safety.seq);
+    if (elsewhere) words += " --project " + repairedUtf8(done.project.root);
+    call.print("Take this back with: tidewrack " + words + "\n");
+}
+
 int report(Invocation& call, const std::vector<Done>& all, bool dryRun) {
     int status = 0;
     nlohmann::json list = nlohmann::json::array();
     std::string text;
-    bool acted = false;
     for (const Done& done : all) {
         if (!done.failure.empty() || !done.result.isComplete()) status = leftAlone;
         list.push_back(undoJson(done.project.root, done.choice, done.result));
         if (!done.failure.empty()) list.back()["warnings"].push_back(repairedUtf8(done.failure));
-        if (&done != &all.front()) text += "In " + repairedUtf8(done.project.root) + ": ";
-        text += summary(done, dryRun);
-        acted = acted || done.result.restored;
+        if (&done != &all.front()) text += "In " + call.shown(done.project.root) + ": ";
+        text += summary(done, dryRun, call.look());
     }
     if (call.json()) {
         call.printJson({{"version", 1}, {"dryRun", dryRun}, {"projects", list}});
     } else {
         call.print(text);
         for (const Done& done : all)
-            if (done.result.restored) call.print(warningsText(*done.result.restored));
+            if (done.result.restored) call.print(warningsText(*done.result.restored, call.look()));
         if (dryRun) call.print("Nothing was changed.\n");
-        if (acted && all.front().choice.by == "redo")
-            call.print("Take this back with: tidewrack restore " +
-                       std::to_string(all.front().result.restored->safety.seq) + "\n");
-        else if (acted)
-            call.print("Take this back with: tidewrack redo\n");
+        for (const Done& done : all) takeBackHint(call, done, &done != &all.front());
     }
     return status;
 }
@@ -121,6 +127,16 @@ void addOtherProjects(Invocation& call, const TurnUndo::Options& options, std::v
     }
 }
 
+// Carried out, or planned, in this project and where the same turn worked as well.
+std::vector<Done> done(Invocation& call, const TurnUndo& undo, Done first, const TurnUndo::Options& options,
+                       bool everywhere) {
+    first.result = undo.run(first.choice, options);
+    std::vector<Done> all;
+    all.push_back(std::move(first));
+    if (everywhere) addOtherProjects(call, options, all);
+    return all;
+}
+
 UndoChoice chosen(Invocation& call, const TurnUndo& undo) {
     if (const auto turn = call.args.value("--turn")) return undo.turn(numberOf(*turn, "--turn"));
     if (const auto session = call.args.value("--session")) return undo.session(*session);
@@ -149,7 +165,7 @@ void hintAtTurn(Invocation& call, const Project& project, std::int64_t seq) {
     const TurnUndo undo(call.engine(), project);
     const TimelineRow* row = undo.timeline().turnAt(seq);
     if (row == nullptr || row->last <= seq + 1) return;
-    call.print("#" + std::to_string(seq) + " belongs to " + choiceText({"undo", {*row}}) +
+    call.print("#" + std::to_string(seq) + " belongs to " + choiceText({"undo", {*row}}, call.look()) +
                ". To take back all of it, run: tidewrack undo --turn " + std::to_string(seq) + "\n");
 }
 
@@ -179,13 +195,35 @@ int undoTurns(Invocation& call) {
         choice = chosen(call, undo);
         options.paths = pathsFrom(call, project, 0);
     }
-    if (choice.rows.empty())
-        return nothing(call, "There's nothing to undo: no turn changed anything here that wasn't taken back already.",
-                       options.dryRun);
-    std::vector<Done> all;
-    all.push_back({project, choice, undo.run(choice, options)});
-    if (ways > 0 && options.paths.empty() && !call.args.has("--here")) addOtherProjects(call, options, all);
-    return report(call, all, options.dryRun);
+    if (choice.rows.empty()) return nothing(call, nothingToUndo, options.dryRun);
+    const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
+    return report(call, done(call, undo, {project, choice, {}}, options, everywhere), options.dryRun);
+}
+
+bool canAsk(Invocation& call) {
+    return !call.json() && call.around.out.isTerminal() && ::isatty(call.around.input) == 1;
+}
+
+int undoAsking(Invocation& call) {
+    const Project project = call.project();
+    const TurnUndo undo(call.engine(), project);
+    const UndoChoice choice = undo.last();
+    TurnUndo::Options options;
+    options.dryRun = true;
+    if (choice.rows.empty()) return nothing(call, nothingToUndo, true);
+    for (const Done& each : done(call, undo, {project, choice, {}}, options, true))
+        call.print((each.project.id == project.id ? "" : "In " + call.shown(each.project.root) + ": ") +
+                   summary(each, true, call.look()));
+    call.print("Do it? (yes/no) ");
+    call.around.out.flush();
+    std::string answer;
+    for (char letter = 0; ::read(call.around.input, &letter, 1) == 1 && letter != '\n';) answer += letter;
+    if (answer != "y" && answer != "yes") {
+        call.print("Nothing was changed.\n");
+        return 0;
+    }
+    options.dryRun = false;
+    return report(call, done(call, undo, {project, choice, {}}, options, true), false);
 }
 
 int redo(Invocation& call) {
@@ -236,6 +274,7 @@ int timeline(Invocation& call) {
     const auto most = mostListed(call.args);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
+    call.page();
     std::vector<TimelineRow> rows;
     for (const TimelineRow& row : undo.timeline().rows) {
         if (rows.size() == most) break;

@@ -1,7 +1,7 @@
 #pragma once
 // What `undo` does when it is given a turn, a session or a range instead of a snapshot.
 
-#include "CommandLine.hpp"
+#include "Args.hpp"
 #include "Store/Records.hpp"
 
 #include <cstdint>
@@ -16,6 +16,9 @@ namespace commands {
 
 [[nodiscard]] bool isUndoOfTurns(const Args& args);
 int undoTurns(Invocation& call);
+// `undo` without a word tells what `undo --last` would do, and asks, where somebody can answer.
+[[nodiscard]] bool canAsk(Invocation& call);
+int undoAsking(Invocation& call);
 // What a snapshot belongs to beside what changed up to the next one; nothing where that is all of a turn, or no turn.
 void hintAtTurn(Invocation& call, const Project& project, std::int64_t seq);
 // The words from `first` on as project-relative paths.

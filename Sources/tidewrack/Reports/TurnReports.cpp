@@ -2,12 +2,10 @@
 
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
+#include "SnapshotWord.hpp"
 #include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
-
-#include <array>
-#include <ctime>
 
 namespace tidewrack {
 
@@ -27,27 +25,13 @@ std::string shortened(const std::string& text) {
     return std::string(firstCharacters(repaired, longestTitle - 1)) + "…";
 }
 
-std::string quoted(const std::string& title) {
-    return title.empty() ? "" : "\"" + shortened(title) + "\"";
+std::string quoted(const std::string& title, const Look& look) {
+    return title.empty() ? "" : "\"" + look.shown(shortened(title)) + "\"";
 }
 
 std::string numbers(std::int64_t first, std::int64_t last) {
     const std::string text = "#" + std::to_string(first);
     return first == last ? text : text + "–#" + std::to_string(last);
-}
-
-// "13:40" today, "Thu 13:40" within a week, else with the date. In the local time zone.
-std::string clockTime(Date date, Date now) {
-    const std::time_t time = date.time_since_epoch().count();
-    const std::time_t today = now.time_since_epoch().count();
-    std::tm then{};
-    std::tm local{};
-    if (::localtime_r(&time, &then) == nullptr || ::localtime_r(&today, &local) == nullptr) return isoText(date);
-    const bool sameDay = then.tm_year == local.tm_year && then.tm_yday == local.tm_yday;
-    const bool sameWeek = (now - date).count() < 6 * 86400 && date <= now;
-    std::array<char, 64> text{};
-    (void)std::strftime(text.data(), text.size(), sameDay ? "%H:%M" : sameWeek ? "%a %H:%M" : "%Y-%m-%d %H:%M", &then);
-    return text.data();
 }
 
 const char* name(Type type) {
@@ -82,7 +66,7 @@ std::string whoText(const TimelineRow& row) {
     return "";
 }
 
-std::string notes(const TimelineRow& row) {
+std::string notes(const TimelineRow& row, const Look& look) {
     std::string text;
     const auto add = [&](const std::string& note) { text += (text.empty() ? "  (" : ", ") + note; };
     if (row.undone) add("taken back");
@@ -92,8 +76,8 @@ std::string notes(const TimelineRow& row) {
     case End::running: add("running"); break;
     case End::unknown: add("end not seen"); break;
     }
-    for (const TimelineRow::Company& each : row.company) add(each.agent + " at work meanwhile");
-    for (const std::string& root : row.projects) add("also in " + repairedUtf8(root));
+    for (const TimelineRow::Company& each : row.company) add(look.shown(each.agent) + " at work meanwhile");
+    for (const std::string& root : row.projects) add("also in " + look.shown(repairedUtf8(root)));
     if (!row.vault.empty()) add("vault " + std::to_string(row.vault.size()));
     return text.empty() ? text : text + ")";
 }
@@ -110,20 +94,20 @@ std::string sign(const UndoAction& action) {
     return "";
 }
 
-std::string laterText(const UndoneAction& each, const std::string& what) {
+std::string laterText(const UndoneAction& each, const std::string& what, const Look& look) {
     std::string text = what + (each.changedIn == 0 ? " since" : " in #" + std::to_string(each.changedIn));
-    if (each.agent) text += " (" + *each.agent + (each.title.empty() ? "" : ", " + quoted(each.title)) + ")";
+    if (each.agent) text += " (" + *each.agent + (each.title.empty() ? "" : ", " + quoted(each.title, look)) + ")";
     return text;
 }
 
-std::string reasonText(const UndoneAction& each) {
+std::string reasonText(const UndoneAction& each, const Look& look) {
     switch (each.action.reason) {
     case Reason::none: return each.action.kind == Kind::merge ? "merged" : "";
-    case Reason::clash: return laterText(each, "the same lines changed again");
-    case Reason::changed: return laterText(each, "changed again");
-    case Reason::tooLarge: return laterText(each, "changed again") + ", too large to merge";
-    case Reason::deleted: return laterText(each, "deleted");
-    case Reason::madeAnew: return laterText(each, "made anew");
+    case Reason::clash: return laterText(each, "the same lines changed again", look);
+    case Reason::changed: return laterText(each, "changed again", look);
+    case Reason::tooLarge: return laterText(each, "changed again", look) + ", too large to merge";
+    case Reason::deleted: return laterText(each, "deleted", look);
+    case Reason::madeAnew: return laterText(each, "made anew", look);
     case Reason::company: return each.action.detail;
     case Reason::notKept: return "was not kept: " + each.action.detail;
     }
@@ -182,16 +166,16 @@ json rowJson(const TimelineRow& row) {
 
 } // namespace
 
-std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Date now) {
+std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Date now, const Look& look) {
     std::string text;
     for (const TimelineRow& row : rows) {
-        text += numbers(row.first, row.last) + "  " + clockTime(row.began, now) + "  " + whoText(row);
-        if (!row.title.empty()) text += "  " + quoted(row.title);
+        text += numbers(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row);
+        if (!row.title.empty()) text += "  " + quoted(row.title, look);
         if (row.type != Type::manual) text += "  " + countsText(row.counts.value_or(Changes::Counts()));
-        text += notes(row) + "\n";
+        text += notes(row, look) + "\n";
         if (!commands) continue;
         for (const TimelineRow::Command& each : row.commands)
-            text += "    #" + std::to_string(each.seq) + "  " + repairedUtf8(each.command) +
+            text += "    #" + std::to_string(each.seq) + "  " + look.shown(repairedUtf8(each.command)) +
                     (each.verdict == "ask" ? "  (asked)" : "") + "\n";
     }
     return text;
@@ -203,7 +187,7 @@ json timelineJson(const std::vector<TimelineRow>& rows) {
     return {{"version", 1}, {"rows", list}};
 }
 
-std::string choiceText(const UndoChoice& choice) {
+std::string choiceText(const UndoChoice& choice, const Look& look) {
     const TimelineRow& newest = choice.rows.front();
     const TimelineRow& oldest = choice.rows.back();
     const std::string range = numbers(oldest.first, std::max(newest.last, oldest.first));
@@ -217,15 +201,15 @@ std::string choiceText(const UndoChoice& choice) {
     case Type::restore: return "the restore " + range;
     case Type::undo: return "the undo " + range;
     }
-    const std::string title = quoted(newest.title);
+    const std::string title = quoted(newest.title, look);
     return "turn " + range + " of " + newest.agent.value_or("an agent") + (title.empty() ? "" : ", " + title);
 }
 
-std::string undoText(const UndoResult& result) {
+std::string undoText(const UndoResult& result, const Look& look) {
     std::string text;
     for (const UndoneAction& each : result.actions) {
-        text += sign(each.action) + repairedUtf8(each.action.path) + (each.action.folder ? "/" : "");
-        const std::string reason = reasonText(each);
+        text += sign(each.action) + look.shown(repairedUtf8(each.action.path)) + (each.action.folder ? "/" : "");
+        const std::string reason = reasonText(each, look);
         if (each.action.kind == Kind::keep)
             text += "  kept: changed since";
         else if (!reason.empty())
@@ -239,7 +223,7 @@ json undoJson(const std::string& root, const UndoChoice& choice, const UndoResul
     json actions = json::array();
     for (const UndoneAction& each : result.actions) {
         json object{{"path", repairedUtf8(each.action.path)}, {"action", name(each.action.kind)}};
-        if (each.action.isLeft()) object["reason"] = repairedUtf8(reasonText(each));
+        if (each.action.isLeft()) object["reason"] = repairedUtf8(reasonText(each, {}));
         if (each.changedIn != 0) object["changedIn"] = each.changedIn;
         actions.push_back(std::move(object));
     }
