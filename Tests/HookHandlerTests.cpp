@@ -481,6 +481,7 @@ TEST_F(HookHandlerTest, namesWhatItCouldNotSaveInTime) {
     expectAllowed("rm -rf src ~/outside.txt", "skipped " + project + "; vault ID: 0 saved, 1 skipped");
     EXPECT_EQ(Vault(world.store()).entries().front().skipped, Lines{home + "/outside.txt"});
     f.write("home/repo/.git/HEAD", "x");
+    f.write("home/repo/f", "x");
     expectAllowed("rm ~/repo/f", "vault ID: 0 saved, 1 skipped"); // too late to count a repository
 
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
