@@ -84,7 +84,7 @@ TEST_F(VaultTest, putsBackWhatWasThere) {
     folder.remove("home");
     std::vector<std::string> messages;
     for (const std::string& name : names) messages.push_back("restored " + folder.at(name));
-    EXPECT_EQ(vault.restore(entry.id), messages);
+    EXPECT_EQ(vault.restore(entry.id).messages, messages);
     EXPECT_EQ(folder.listing("home"), before);
     for (const char* name : {"home/notes/deep", "home/dangling"})
         EXPECT_EQ(attributes(name).mtime, -1'500'000'000) << name;
@@ -98,7 +98,7 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
     const auto second = now().time_since_epoch().count();
     for (auto n = second; n < second + 3; ++n) folder.write("home/f.tidewrack-" + std::to_string(n), "precious");
 
-    const auto messages = vault.restore(entry.id);
+    const auto messages = vault.restore(entry.id).messages;
     ASSERT_EQ(messages.size(), 2U);
     const std::string told = "moved what was there aside to ";
     ASSERT_EQ(messages[0].substr(0, told.size()), told);
@@ -121,7 +121,7 @@ TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
     const VaultEntry entry = save(saved);
     folder.remove("home/site/index.html");
     folder.write("home/elsewhere/linked", "new");
-    std::vector<std::string> messages = vault.restore(entry.id);
+    std::vector<std::string> messages = vault.restore(entry.id).messages;
     const auto dropAside = [moved = std::string("moved what was there aside to ")](const std::string& message) {
         return message.starts_with(moved) && removeTree(message.substr(moved.size())) == 0;
     };
@@ -141,11 +141,50 @@ TEST_F(VaultTest, reportsWhatCannotBeRestoredAndGoesOn) {
     folder.write("home/a", "a file where the parent was");
     folder.write("home/b", "kept in its place");
     folder.remove(stored(entry, 1));
-    EXPECT_EQ(vault.restore(entry.id),
+    EXPECT_EQ(vault.restore(entry.id).messages,
               (std::vector<std::string>{"couldn't restore " + folder.at("home/a/f") + ": File exists",
                                         "couldn't restore " + folder.at("home/b") + ": its copy is missing",
                                         "restored " + folder.at("home/c")}));
     EXPECT_EQ(folder.read("home/b"), "kept in its place");
+}
+
+TEST_F(VaultTest, putsNothingBackThroughALinkThatWasNotThere) {
+    folder.write("home/real/f", "saved");
+    folder.write("home/other/f", "somebody's");
+    folder.link("home/link", "real");
+    const VaultEntry entry = save({"home/real/f", "home/link/f"});
+    const std::string real = Store::canonical(folder.at("home/real"));
+    const std::string other = Store::canonical(folder.at("home/other"));
+    folder.remove("home/real");
+    folder.remove("home/link");
+    for (const char* name : {"home/real", "home/link"}) folder.link(name, "other");
+    const VaultRestored result = vault.restore(entry.id);
+    const std::string now = ": its folder was " + real + " and is " + other + " now";
+    EXPECT_EQ(result.messages, (std::vector<std::string>{"couldn't restore " + folder.at("home/real/f") + now,
+                                                         "couldn't restore " + folder.at("home/link/f") + now}));
+    EXPECT_EQ(result.items, 0U);
+    EXPECT_EQ(folder.read("home/other/f"), "somebody's");
+    folder.remove("home/real");
+    EXPECT_EQ(vault.restore(entry.id).items, 1U);
+    EXPECT_EQ(folder.read("home/real/f"), "saved");
+}
+
+TEST_F(VaultTest, takesNoCopyFromOutsideItsEntry) {
+    folder.write("home/f", "x");
+    folder.write("outside/0", "not the vault's");
+    const VaultEntry entry = save({"home/f"});
+    const std::string record = "store/vault/" + entry.id + "/entry.json";
+    const std::string text = folder.read(record);
+    folder.link("store/vault/" + entry.id + "/link", folder.at("outside"));
+    for (const std::string& stored :
+         {folder.at("outside/0"), std::string("../../../outside/0"), std::string("items/../../x"),
+          std::string("link/0"), std::string("items/.."), std::string()}) {
+        const std::string escaped = std::regex_replace(stored, std::regex("/"), "\\/");
+        folder.write(record, std::regex_replace(text, std::regex(R"(items\\/0)"), escaped));
+        EXPECT_EQ(thrownBy([&] { return vault.restore(entry.id).items; }),
+                  "Corrupt store data: " + folder.at(record) + ": " + stored + " leads out of the entry");
+        EXPECT_EQ(folder.read("home/f"), "x");
+    }
 }
 
 TEST_F(VaultTest, looksEntriesUpByNameOnly) {
@@ -159,7 +198,7 @@ TEST_F(VaultTest, looksEntriesUpByNameOnly) {
          {std::string(), std::string("."), std::string(".."), std::string("../vault/") + entry.id,
           entry.id + "/items/inner", entry.id + "/", entry.id + std::string(1, '\0') + "x", std::string("nothing"),
           std::string("broken"), std::string(".dotfiles-last")}) {
-        EXPECT_EQ(thrownBy([&] { return vault.restore(id); }), std::string(("No vault entry " + id).c_str()));
+        EXPECT_EQ(thrownBy([&] { return vault.restore(id).items; }), std::string(("No vault entry " + id).c_str()));
     }
     EXPECT_EQ(vault.entries().size(), 1U);
 }
@@ -356,6 +395,10 @@ TEST(VaultCommand, listsAndRestores) {
     world.folder.remove("home/f");
     EXPECT_EQ(world.ok({"vault", "restore", entry.id}), "restored " + path + "\n");
     EXPECT_EQ(world.folder.read("home/f"), "x");
+    world.folder.remove("store/vault/" + entry.id + "/items");
+    const Outcome nothing = world.run({"vault", "restore", entry.id});
+    EXPECT_EQ(nothing.status, 1) << "nothing was restored";
+    EXPECT_EQ(nothing.out, "couldn't restore " + path + ": its copy is missing\n");
     EXPECT_EQ(world.run({"vault", "restore"}).err, "tidewrack: usage: tidewrack vault restore <id>\n");
     EXPECT_EQ(world.run({"vault", "restore", "../vault"}).err, "tidewrack: No vault entry ../vault\n");
 }

@@ -283,8 +283,9 @@ TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
     const std::string saved = vault.store.home + "/vault/" + around.id + "/items/0";
     EXPECT_TRUE(exists(saved + "/project/file"));
     EXPECT_FALSE(exists(saved + "/store"));
-    EXPECT_EQ(vault.restore(around.id), std::vector<std::string>{"couldn't move " + f.at("VOLUME") +
-                                                                 " aside: it contains Tidewrack's own history"});
+    EXPECT_EQ(
+        vault.restore(around.id).messages,
+        std::vector<std::string>{"couldn't move " + f.at("VOLUME") + " aside: it contains Tidewrack's own history"});
 }
 
 TEST(VolumeTests, aSecondChangeWithinOneSecondIsSeen) {

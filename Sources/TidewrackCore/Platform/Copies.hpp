@@ -88,6 +88,7 @@ struct CopyLimits {
 // over; one named as `from` is ENOTSUP. On an errno value other than 0 nothing of it is left at `to`, unless the limits
 // say so.
 [[nodiscard]] int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits);
+[[nodiscard]] int copyTree(Place from, Place to, const CopyLimits& limits);
 
 struct TreeSize {
     std::int64_t files = 0; // regular files
@@ -100,6 +101,7 @@ struct TreeSize {
 
 // Removes a file, a link or a folder with everything in it. Returns the first errno value; the rest is still removed.
 [[nodiscard]] int removeTree(const std::string& path);
+[[nodiscard]] int removeTree(Place place);
 
 // Takes away a file's or folder's access list where such a list can forbid its owner to remove the item or what is in
 // it: copies have the lists of what they were made from. Nothing happens where that fails.

@@ -163,11 +163,14 @@ class TreeMeasurer {
 } // namespace
 
 int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits) {
+    return copyTree(Place{AT_FDCWD, from.c_str()}, Place{AT_FDCWD, to.c_str()}, limits);
+}
+
+int copyTree(Place from, Place to, const CopyLimits& limits) {
     TreeCopier copier(limits);
     Place earlier;
     if (limits.earlier) earlier = {AT_FDCWD, limits.earlier->path.c_str()};
-    const int error =
-        copier.copy({AT_FDCWD, from.c_str()}, {AT_FDCWD, to.c_str()}, limits.earlier ? &earlier : nullptr);
+    const int error = copier.copy(from, to, limits.earlier ? &earlier : nullptr);
     if (error != 0 && copier.leftFolder() && !limits.leavesParts) (void)removeTree(to);
     return error;
 }

@@ -45,7 +45,11 @@ int removeTreeAt(int folder, const char* name) {
 } // namespace
 
 int removeTree(const std::string& path) {
-    return removeTreeAt(AT_FDCWD, path.c_str());
+    return removeTree(Place{AT_FDCWD, path.c_str()});
+}
+
+int removeTree(Place place) {
+    return removeTreeAt(place.folder, place.name);
 }
 
 } // namespace tidewrack

@@ -244,68 +244,107 @@ std::vector<VaultEntry> Vault::entries() const {
     return result;
 }
 
-std::vector<std::string> Vault::restore(const std::string& id) const {
+namespace {
+
+// Opens the folder that holds an item's copy, without leaving the folder of its entry.
+int openCopies(const Descriptor& entry, const VaultEntry::Item& item, Descriptor& out) {
+    const std::string_view name = lastComponent(item.stored);
+    if (name.empty() || name == "." || name == "..") return EINVAL;
+    return openFolderBelow(entry.get(), parentOf(item.stored), out);
+}
+
+// The folder that the item lay in, as it was resolved when it was saved.
+int openParent(const std::string& folder, Descriptor& out) {
+    if (const int error = makeFolders(folder, 0755)) return error;
+    Descriptor root;
+    if (const int error = openFolder("/", root)) return error;
+    return openFolderBelow(root.get(), std::string_view(folder).substr(1), out);
+}
+
+bool isThere(Place place) {
+    Attributes attributes;
+    return attributesAt(place.folder, place.name, attributes) == 0;
+}
+
+} // namespace
+
+VaultRestored Vault::restore(const std::string& id) const {
     const auto entry = find(id);
     if (!entry) throw TidewrackError::io("No vault entry " + id);
+    Descriptor copies;
+    if (const int error = openFolder(entryFolder(id), copies)) throw TidewrackError::io("open", entryFolder(id), error);
+    for (const VaultEntry::Item& item : entry->items) {
+        Descriptor folder;
+        const int error = openCopies(copies, item, folder);
+        if (error == EINVAL || error == ELOOP || error == ENOTDIR)
+            throw TidewrackError::corrupt(entryFolder(id) + "/entry.json: " + item.stored + " leads out of the entry");
+    }
     const Date began = now();
-    std::vector<std::string> messages;
+    VaultRestored result;
     std::vector<std::string> folders; // put back so far
     for (const VaultEntry::Item& item : entry->items) {
         const std::string place = Store::canonicalPlace(item.original);
         const auto holds = [&](const std::string& folder) { return isAtOrBelow(place, folder); };
         // A folder was saved with all that is in it. Renaming that once more would only leave a stray file.
         if (std::any_of(folders.begin(), folders.end(), holds) && exists(place))
-            messages.push_back("restored " + item.original);
-        else if (restoreItem(*entry, item, began, messages) && item.kind == "dir")
+            result.messages.push_back("restored " + item.original);
+        else if (!restoreItem(copies, item, began, result.messages))
+            continue;
+        else if (item.kind == "dir")
             folders.push_back(place);
+        ++result.items;
     }
-    return messages;
+    if (entry->items.empty()) result.messages.push_back("nothing to restore: the entry holds no copies");
+    return result;
 }
 
-namespace {
-
-// What was just copied into the folder is there after a power cut as well, where the volume can do that.
-void bringToDisk(const std::string& folder) {
-    Descriptor open;
-    if (openFolder(folder.empty() ? "/" : folder, open) == 0) (void)!flushVolume(open.get());
-}
-
-} // namespace
-
-bool Vault::restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
+bool Vault::restoreItem(const Descriptor& copies, const VaultEntry::Item& item, Date began,
                         std::vector<std::string>& messages) const {
     const std::string& original = item.original;
-    const std::string stored = entryFolder(entry.id) + "/" + item.stored;
-    const std::string cannotRestore = "couldn't restore " + original + ": ";
-    if (!exists(stored)) { // there is nothing to take the place of what would be renamed
-        messages.push_back(cannotRestore + "its copy is missing");
+    const std::string name(lastComponent(original));
+    const auto fail = [&](const std::string& reason) {
+        messages.push_back("couldn't restore " + original + ": " + reason);
         return false;
-    }
-    if (exists(original)) {
+    };
+    const std::string parent = Store::canonical(std::string(parentOf(original)));
+    if (!item.parent.empty() && parent != item.parent)
+        return fail("its folder was " + item.parent + " and is " + parent + " now");
+    Descriptor storedFolder;
+    const std::string storedName(lastComponent(item.stored));
+    const bool isOpen = openCopies(copies, item, storedFolder) == 0;
+    const Place stored{storedFolder.get(), storedName.c_str()};
+    if (!isOpen || !isThere(stored)) return fail("its copy is missing"); // nothing would replace what is moved aside
+    // From here on by the open folder: whatever becomes of the way to it, nothing leads elsewhere.
+    Descriptor folder;
+    if (const int error = openParent(parent, folder)) return fail(errorText(error));
+    const Place target{folder.get(), name.c_str()};
+    if (isThere(target)) {
         const std::string cannotMove = "couldn't move " + original + " aside: ";
         if (liesIn(Store::canonical(store.home), original)) {
             messages.push_back(cannotMove + "it contains Tidewrack's own history");
             return false;
         }
         std::int64_t number = seconds(began);
-        while (exists(original + ".tidewrack-" + std::to_string(number))) ++number; // a rename would replace it
-        const std::string aside = original + ".tidewrack-" + std::to_string(number);
-        if (::rename(original.c_str(), aside.c_str()) != 0) {
+        const auto aside = [&] { return name + ".tidewrack-" + std::to_string(number); };
+        while (isThere({folder.get(), aside().c_str()})) ++number; // a rename would replace it
+        if (::renameat(folder.get(), name.c_str(), folder.get(), aside().c_str()) != 0) {
             messages.push_back(cannotMove + errorText(errno));
             return false;
         }
-        messages.push_back("moved what was there aside to " + aside);
+        messages.push_back("moved what was there aside to " + original + ".tidewrack-" + std::to_string(number));
     }
-    const std::string parent(parentOf(original));
-    int error = parent.empty() ? 0 : makeFolders(parent, 0755);
     // Programs go on writing into their folders meanwhile: nothing of theirs is replaced, or removed because of it.
     std::vector<UncopiedItem> uncopied;
     CopyLimits limits;
     limits.unsaved = &uncopied;
     limits.leavesParts = true;
-    if (error == 0) error = copyTree(stored, original, limits);
-    if (error == 0) bringToDisk(parent);
-    messages.push_back(error == 0 ? "restored " + original : cannotRestore + errorText(error));
+    const int error = copyTree(stored, target, limits);
+    if (error == 0) {
+        (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
+        messages.push_back("restored " + original);
+    } else {
+        (void)fail(errorText(error));
+    }
     for (const UncopiedItem& inside : uncopied)
         messages.push_back("couldn't restore " + original + inside.path + ": " + errorText(inside.error));
     return error == 0;

@@ -4,6 +4,7 @@
 
 #include "Platform/Copies.hpp"
 #include "Platform/Deadline.hpp"
+#include "Platform/Descriptor.hpp"
 #include "Store/Store.hpp"
 #include "Vault/VaultEntry.hpp"
 
@@ -36,6 +37,11 @@ struct VaultSaved {
     std::vector<Path> unsaved;       // also parts of folders that were saved
 };
 
+struct VaultRestored {
+    std::vector<std::string> messages; // what was done and what failed, one sentence each
+    std::size_t items = 0;             // how many are back
+};
+
 class Vault {
   public:
     static constexpr int daysKept = 30;
@@ -59,9 +65,10 @@ class Vault {
     // All entries that can be read, newest first.
     [[nodiscard]] std::vector<VaultEntry> entries() const;
 
-    // Puts an entry's items back where they came from; what stands there is kept beside it under another name.
-    // Returns what was done and what failed, one sentence each. Throws TidewrackError io "No vault entry <id>".
-    std::vector<std::string> restore(const std::string& id) const;
+    // Puts an entry's items back where they came from; what stands there is kept beside it under another name. An item
+    // whose folder is another one by now, because a link stands on the way to it, stays as it is. Throws TidewrackError
+    // io "No vault entry <id>", and corrupt, with nothing changed, when a copy would have to come from elsewhere.
+    VaultRestored restore(const std::string& id) const;
 
     // Saves the user's configuration files when that was last begun more than an hour ago, and then removes entries
     // older than `daysKept`. None when it is not due.
@@ -85,7 +92,7 @@ class Vault {
     // `earlier`: of the hourly copy alone, else null.
     VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
-    bool restoreItem(const VaultEntry& entry, const VaultEntry::Item& item, Date began,
+    bool restoreItem(const Descriptor& copies, const VaultEntry::Item& item, Date began,
                      std::vector<std::string>& messages) const;
 };
 

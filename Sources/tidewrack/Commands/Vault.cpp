@@ -46,9 +46,9 @@ int vault(Invocation& call) {
 int vaultRestore(Invocation& call) {
     const auto id = call.args.word(0);
     if (!id) usageError();
-    for (const std::string& message : Vault(Store::fromEnvironment(call.around.environment)).restore(*id))
-        call.print(call.shown(message) + "\n");
-    return 0;
+    const VaultRestored result = Vault(Store::fromEnvironment(call.around.environment)).restore(*id);
+    for (const std::string& message : result.messages) call.print(call.shown(message) + "\n");
+    return result.items == 0 ? 1 : 0;
 }
 
 } // namespace tidewrack::commands
