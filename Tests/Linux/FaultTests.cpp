@@ -281,14 +281,14 @@ const std::vector<Operation>& operations() {
 // Runs the operation with a fault at its n-th call. False when it has fewer.
 class Attempt {
   public:
-    Attempt(const Operation& operation, std::size_t call, const std::string& kind)
+    Attempt(const Operation& operation, std::size_t call, const std::string& kind, const char* volume = nullptr)
         : operation_(operation), kind_(kind), trace_(operation.name + (", " + kind) + " at " + std::to_string(call)),
           scene_(kind == fullDisk ? std::size_t{1} << 20 : 0) {
         operation.prepare(scene_);
         before_ = scene_.contents();
         config_ = scene_.f.read(settings);
         if (kind == fullDisk) scene_.fill(call);
-        run(call, kind);
+        run(call, kind, volume);
         if (kind == fullDisk) scene_.f.remove("filler");
     }
 
@@ -354,6 +354,7 @@ class Attempt {
         const bool saved = scene_.f.read("report") == "end" ||
                            scene_.f.read("store/hooks.log").find(" 1 saved, 0 skipped") != std::string::npos;
         if (saved && operation_.input == removesNotes) scene_.f.remove("home/notes");
+        if (scene_.f.read("report") == "end" && operation_.input == removesFile) scene_.f.remove("project/file");
         const auto recoverable = scene_.recoverable();
         for (const std::string& content : before_)
             EXPECT_TRUE(operation_.losesHistory || recoverable.contains(content)) << content;
@@ -361,12 +362,13 @@ class Attempt {
         checkNextCommands();
     }
 
-    void run(std::size_t call, const std::string& kind) {
+    void run(std::size_t call, const std::string& kind, const char* volume) {
         World faulty;
         faulty.environment = scene_.world.environment;
         faulty.environment.insert({{"TIDEWRACK_FAULT_AT", kind == fullDisk ? "0" : std::to_string(call)},
                                    {"TIDEWRACK_FAULT_KIND", kind},
                                    {"TIDEWRACK_FAULT_REPORT", scene_.f.at("report")}});
+        if (volume != nullptr) faulty.environment["TIDEWRACK_FAULT_VOLUME"] = volume;
         faulty.current = scene_.world.current;
         faulty.program = builtProgram("tidewrack_faulty");
         std::vector<std::string> words = operation_.words;
@@ -496,6 +498,21 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
             });
     }
     EXPECT_GT(reached, 4U);
+}
+
+// The command that a hook has let go on flushes what it removes; where that takes no other names along, what was saved
+// before it must be on the disk by itself.
+TEST(FaultsOfOthers, whatIsFlushedLaterDoesNotOutliveWhatWasSaved) {
+    std::size_t reached = 0;
+    for (const Operation& operation : operations()) {
+        if (operation.input != removesFile && operation.input != removesNotes) continue;
+        for (const char* volume : {"btrfs", "unknown"}) {
+            Attempt attempt(operation, 1, "later flush", volume);
+            if (attempt.reached()) ++reached;
+            attempt.check();
+        }
+    }
+    EXPECT_EQ(reached, 4U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, Faults, ::testing::ValuesIn(operations()),

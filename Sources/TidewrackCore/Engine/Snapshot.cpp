@@ -334,6 +334,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     else
         history.writeSnapshot(lock, meta);
     contents.commit();
+    // The previous snapshot has all that an unchanged one has.
+    if (!share) history.bringNamesToDisk(lock);
     return taken;
 }
 

@@ -4,6 +4,11 @@
 // The volumes that histories lie on bring changes of folders, names and sizes to the disk in the order in which they
 // were made (by a journal or by whole transactions), but the contents of files whenever they like. So contents are
 // written out before the name that leads to them is given, and one flush orders all that was done before it.
+//
+// Other programs flush as well. With a journal that takes our earlier names along. A volume of type btrfs has a short
+// cut for a flushed file, which its next transaction catches up with: somebody's change would be there after a power
+// cut, and our names from before it not. There, where order is unknown, and against changes on other volumes names are
+// flushed before anybody goes on.
 
 #include <atomic>
 #include <condition_variable>
@@ -39,6 +44,22 @@ void writeOutCopy(int fd, PendingWrites& pending);
 // are on the disk; with `pending.everything` all that was done there at all. Returns an errno value; a volume that
 // knows no flushing is success.
 [[nodiscard]] int flush(int fd, const PendingWrites& pending);
+
+// The same as far as later changes of names need it: they come to the disk after all that, but it need not be there
+// yet.
+[[nodiscard]] int order(int fd, const PendingWrites& pending);
+
+// The names given in the open folder come to the disk before names that are given later. Returns an errno value as
+// flush.
+[[nodiscard]] int orderNames(int folder);
+
+// Whether a change that some program made and flushed on the volume of `fd` is on the disk only with the names that
+// were given before it.
+[[nodiscard]] bool keepsOrder(int fd);
+
+// The names given in the open folder are on the disk, and so are those that orderNames was asked for. Returns an errno
+// value as flush.
+[[nodiscard]] int flushNames(int folder);
 
 // All that was done at all on the volume of the open file or folder `fd` is on the disk. Returns an errno value as
 // flush.

@@ -13,6 +13,7 @@
 #include <linux/btrfs.h>
 #include <linux/magic.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -55,6 +56,14 @@ int commitTransaction(int fd) {
     return ::ioctl(fd, BTRFS_IOC_WAIT_SYNC, &transaction) == 0 ? 0 : errno;
 }
 
+// On a volume of type btrfs the size of what is longer than this may miss the transaction that is committed right after
+// its content was written; shorter contents are written into the transaction itself.
+bool isLate(int fd) {
+    constexpr off_t mostInTransaction = 2048;
+    struct stat status {};
+    return ::fstat(fd, &status) != 0 || status.st_size > mostInTransaction;
+}
+
 int orSuccessWhereUnknown(int error) {
     return error == EINVAL || error == ENOSYS || error == ENOTTY || error == EOPNOTSUPP ? 0 : error;
 }
@@ -62,7 +71,8 @@ int orSuccessWhereUnknown(int error) {
 } // namespace
 
 int writeOut(int fd) {
-    if (volumeOf(fd) != Volume::other && writeContent(fd) == 0) return 0;
+    const Volume volume = volumeOf(fd);
+    if (volume != Volume::other && !(volume == Volume::transaction && isLate(fd)) && writeContent(fd) == 0) return 0;
     return ::fdatasync(fd) == 0 ? 0 : orSuccessWhereUnknown(errno);
 }
 
@@ -76,13 +86,30 @@ void writeOutCopy(int fd, PendingWrites& pending) {
         pending.everything = true;
 }
 
-int flush(int fd, const PendingWrites& pending) {
+int order(int fd, const PendingWrites& pending) {
     if (pending.error != 0) return pending.error;
-    const Volume volume = volumeOf(fd);
-    if (pending.everything || volume == Volume::other) return flushVolume(fd);
-    int error = ::fsync(fd) == 0 ? 0 : errno;
-    if (error == 0 && volume == Volume::transaction) error = commitTransaction(fd);
-    return orSuccessWhereUnknown(error);
+    if (pending.everything || volumeOf(fd) == Volume::other) return flushVolume(fd);
+    return ::fsync(fd) == 0 ? 0 : orSuccessWhereUnknown(errno);
+}
+
+int flush(int fd, const PendingWrites& pending) {
+    const int error = order(fd, pending);
+    if (error != 0 || pending.everything || volumeOf(fd) != Volume::transaction) return error;
+    return orSuccessWhereUnknown(commitTransaction(fd));
+}
+
+int orderNames(int folder) {
+    if (volumeOf(folder) != Volume::other) return 0;
+    return ::fsync(folder) == 0 ? 0 : orSuccessWhereUnknown(errno);
+}
+
+bool keepsOrder(int fd) {
+    return volumeOf(fd) == Volume::journal;
+}
+
+int flushNames(int folder) {
+    if (volumeOf(folder) == Volume::transaction) return orSuccessWhereUnknown(commitTransaction(folder));
+    return ::fsync(folder) == 0 ? 0 : orSuccessWhereUnknown(errno);
 }
 
 int flushVolume(int fd) {

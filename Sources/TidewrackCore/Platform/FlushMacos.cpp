@@ -40,6 +40,22 @@ int flush(int fd, const PendingWrites& pending) {
     return pending.everything ? flushVolume(fd) : flushFile(fd);
 }
 
+int order(int fd, const PendingWrites& pending) {
+    return flush(fd, pending);
+}
+
+int orderNames(int) {
+    return 0;
+}
+
+bool keepsOrder(int) {
+    return true;
+}
+
+int flushNames(int folder) {
+    return flushFile(folder);
+}
+
 int flushVolume(int fd) {
     if (::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // of which nothing can be told
     return flushFile(fd);

@@ -131,6 +131,14 @@ void History::writeUnchangedSnapshot(const ProjectLock&, const SnapshotMeta& met
     writeFileSoon(metaPath(meta.seq), compactJson(toJson(meta)));
 }
 
+void History::bringNamesToDisk(const ProjectLock&) const {
+    const std::string folder = snapshotsFolder();
+    Descriptor open;
+    int error = openFolder(folder, open);
+    if (error == 0 && (!sharesVolume() || !keepsOrder(open.get()))) error = flushNames(open.get());
+    if (error != 0) throw TidewrackError::io("flush", folder, error);
+}
+
 void History::bringRecordsToDisk(const ProjectLock&) const {
     const std::string folder = snapshotsFolder();
     Descriptor open;

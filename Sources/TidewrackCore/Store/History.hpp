@@ -41,6 +41,9 @@ class History {
     void writeSnapshot(const ProjectLock& lock, const SnapshotMeta& meta) const;
     // For a new snapshot that holds nothing the one before does not: nothing waits for the disk.
     void writeUnchangedSnapshot(const ProjectLock& lock, const SnapshotMeta& meta) const;
+    // What was recorded so far, an unchanged snapshot apart, is there after a power cut if any change is that somebody
+    // makes in the project from now on.
+    void bringNamesToDisk(const ProjectLock& lock) const;
     // All records written so far are on the disk, with all that they need.
     void bringRecordsToDisk(const ProjectLock& lock) const;
     void writeManifest(const ProjectLock& lock, std::int64_t seq, const Manifest& manifest,

@@ -2,6 +2,7 @@
 
 #include "Platform/Descriptor.hpp"
 #include "Platform/FolderStream.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
@@ -144,7 +145,11 @@ void writeFileSoon(const std::string& path, std::string_view bytes) {
 }
 
 void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes) {
-    writeOwnFile(path, bytes, [&](int fd) { return flush(fd, pending); });
+    writeOwnFile(path, bytes, [&](int fd) { return order(fd, pending); });
+    Descriptor folder;
+    int error = openFolder(std::string(parentOf(path)), folder);
+    if (error == 0) error = orderNames(folder.get());
+    if (error != 0) throw TidewrackError::io("write", path, error);
 }
 
 void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like) {

@@ -33,7 +33,8 @@ void removeLeftovers(const std::string& folder);
 void writeFileAtomically(const std::string& path, std::string_view bytes);
 // The same without waiting for the disk: a power cut within the next moment may leave an empty file.
 void writeFileSoon(const std::string& path, std::string_view bytes);
-// The same, once all that was done on the volume before, `pending` included, is on the disk.
+// The same, so that its name and every later one come to the disk after all that was done on the volume before,
+// `pending` included.
 void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes);
 // The same for a file of the user's: it takes over mode and owner of the file `like`, as far as our rights go; null: a
 // new file of the user's usual mode.

@@ -209,10 +209,22 @@ VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& r
     Saver saver(*this, entryFolder(entry.id), request.deadline, pending);
     for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, earlier, entry);
     writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
+    bringNamesToDisk(entry);
     for (std::size_t i = 0; i < entry.skipped.size(); ++i)
         result.unsaved.push_back({entry.skipped[i], entry.reasons[i]});
     result.entry = std::move(entry);
     return result;
+}
+
+// The entry is there after a power cut if a later change of what was saved is.
+void Vault::bringNamesToDisk(const VaultEntry& entry) const {
+    const std::string path = entryFolder(entry.id);
+    const auto isHere = [&](const VaultEntry::Item& item) { return sameVolume(item.original, path); };
+    Descriptor open;
+    int error = openFolder(path, open);
+    if (error == 0 && !(keepsOrder(open.get()) && std::all_of(entry.items.begin(), entry.items.end(), isHere)))
+        error = flushNames(open.get());
+    if (error != 0) throw TidewrackError::io("flush", path, error);
 }
 
 VaultSaved Vault::save(const VaultRequest& request) const {

@@ -89,6 +89,7 @@ class Vault {
     [[nodiscard]] std::optional<VaultEntry> find(const std::string& id) const;
     void makeFolder() const;
     [[nodiscard]] std::string makeEntryFolder() const;
+    void bringNamesToDisk(const VaultEntry& entry) const;
     // `earlier`: of the hourly copy alone, else null.
     VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;

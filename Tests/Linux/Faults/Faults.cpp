@@ -4,26 +4,38 @@
 //   TIDEWRACK_FAULT_KIND    "death":     the process is killed there; of a write half is done
 //                           "power cut": as well, and every content that was not on the disk yet is lost; its file
 //                                        keeps size and times
+//                           "later flush": the power is cut after the process has ended, and after somebody has
+//                                        flushed a later change: new names are lost as well, but for flushed ones
 //                           "write":     somebody adds a line to the file that is about to step aside; only calls that
 //                                        move a file in or out of its place are counted
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
+//   TIDEWRACK_FAULT_VOLUME  "btrfs": the volume says that it is of that type, and a flushed file takes no other names
+//                           along; "unknown": the same of a type that nobody knows
 //   TIDEWRACK_FAULT_REPORT  a file that receives the name of the call
 // Defined in the program itself, these functions come before the C library's; each asks the kernel directly.
 
 #include <fcntl.h>
+#include <linux/btrfs.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -70,6 +82,47 @@ class Unwritten {
     std::map<Identity, int> files_;
 };
 
+// New names that are not on the disk yet, oldest first.
+class UnflushedNames {
+  public:
+    void gave(const std::string& path) {
+        const std::lock_guard lock(mutex_);
+        paths_.push_back(path);
+    }
+    void took(const std::string& path) {
+        const std::lock_guard lock(mutex_);
+        paths_.erase(std::remove(paths_.begin(), paths_.end(), path), paths_.end());
+    }
+    void flushedIn(const std::string& folder) {
+        const std::lock_guard lock(mutex_);
+        const auto isIn = [&](const std::string& path) { return path.substr(0, path.rfind('/')) == folder; };
+        paths_.erase(std::remove_if(paths_.begin(), paths_.end(), isIn), paths_.end());
+    }
+    void flushedAll() {
+        const std::lock_guard lock(mutex_);
+        paths_.clear();
+    }
+    void lose() {
+        const std::lock_guard lock(mutex_);
+        for (auto path = paths_.rbegin(); path != paths_.rend(); ++path)
+            if (kernel(SYS_unlinkat, AT_FDCWD, path->c_str(), 0) != 0)
+                kernel(SYS_unlinkat, AT_FDCWD, path->c_str(), AT_REMOVEDIR);
+    }
+
+    static std::string pathOf(int folder, const char* name) {
+        if (folder == AT_FDCWD || name[0] == '/') return name;
+        std::array<char, PATH_MAX> place{};
+        const std::string link = "/proc/self/fd/" + std::to_string(folder);
+        const long length = kernel(SYS_readlinkat, AT_FDCWD, link.c_str(), place.data(), place.size());
+        std::string path(place.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+        return name[0] == '\0' ? path : path + "/" + name;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::string> paths_;
+};
+
 class Fault {
   public:
     enum class Call { changes, reads, end, moves };
@@ -80,7 +133,8 @@ class Fault {
         if (at == nullptr || kind == nullptr) return;
         at_ = std::atol(at);
         error_ = std::atoi(kind);
-        losesContents_ = std::strcmp(kind, "power cut") == 0;
+        losesNames_ = std::strcmp(kind, "later flush") == 0;
+        losesContents_ = losesNames_ || std::strcmp(kind, "power cut") == 0;
         writes_ = std::strcmp(kind, "write") == 0;
     }
 
@@ -98,6 +152,7 @@ class Fault {
         half();
         if (writes_) return false;
         if (losesContents_) unwritten.lose();
+        if (losesNames_) names.lose();
         kernel(SYS_kill, kernel(SYS_getpid), SIGKILL);
         std::abort(); // not reached
     }
@@ -106,6 +161,7 @@ class Fault {
     }
 
     Unwritten unwritten;
+    UnflushedNames names;
 
     // Somebody writes at this moment into the file with this name, or makes it.
     void moves(const char* name, int folder, const char* place) {
@@ -123,6 +179,7 @@ class Fault {
   private:
     [[nodiscard]] bool counts(Call call) const {
         if (writes_ || call == Call::moves) return writes_ && call == Call::moves;
+        if (losesNames_) return call == Call::end;
         return call == Call::changes || (call == Call::reads) == (error_ != 0);
     }
 
@@ -139,6 +196,7 @@ class Fault {
     long count_ = 0;
     int error_ = 0;
     bool losesContents_ = false;
+    bool losesNames_ = false;
     bool writes_ = false;
 };
 
@@ -153,19 +211,54 @@ int change(const char* name, long number, Arguments... arguments) {
     return fault().strikes(name) ? -1 : static_cast<int>(kernel(number, arguments...));
 }
 
+// A call that gives a name, in which nothing must have stood before for it to be new.
+template <typename... Arguments>
+int give(const char* name, int folder, const char* place, long number, Arguments... arguments) {
+    struct stat status {};
+    const bool isNew = ::fstatat(folder, place, &status, AT_SYMLINK_NOFOLLOW) != 0;
+    const int result = change(name, number, arguments...);
+    if (result == 0 && isNew) fault().names.gave(UnflushedNames::pathOf(folder, place));
+    return result;
+}
+
+template <typename... Arguments>
+int take(const char* name, int folder, const char* place, long number, Arguments... arguments) {
+    const int result = change(name, number, arguments...);
+    if (result == 0) fault().names.took(UnflushedNames::pathOf(folder, place));
+    return result;
+}
+
+int moveTo(const char* name, int from, const char* place, int to, const char* other, unsigned flags) {
+    const int result = give(name, to, other, SYS_renameat2, from, place, to, other, flags);
+    if (result == 0 && (flags & RENAME_EXCHANGE) == 0) fault().names.took(UnflushedNames::pathOf(from, place));
+    return result;
+}
+
+// The type that the volume is to claim; 0: its own.
+unsigned claimedType() {
+    const char* volume = std::getenv("TIDEWRACK_FAULT_VOLUME");
+    if (volume == nullptr) return 0;
+    return std::strcmp(volume, "btrfs") == 0 ? BTRFS_SUPER_MAGIC : 1;
+}
+
 // A call that brings one file's content to the disk.
 int bringOut(const char* name, int fd, long number, long a = 0, long b = 0, long c = 0) {
     if (fault().strikes(name)) return -1;
     const long result = kernel(number, fd, a, b, c);
     if (result == 0) fault().unwritten.flushed(fd);
+    if (result == 0 && claimedType() != BTRFS_SUPER_MAGIC) fault().names.flushedIn(UnflushedNames::pathOf(fd, ""));
     return static_cast<int>(result);
 }
 
 int openAny(int folder, const char* path, int flags, mode_t mode) {
+    struct stat status {};
+    const bool isNew = (flags & O_CREAT) != 0 && ::fstatat(folder, path, &status, AT_SYMLINK_NOFOLLOW) != 0;
     const bool writes = (flags & (O_ACCMODE | O_CREAT | O_TRUNC)) != O_RDONLY;
     if (fault().strikes(writes ? "open for writing" : "open", writes ? Fault::Call::changes : Fault::Call::reads))
         return -1;
-    return static_cast<int>(kernel(SYS_openat, folder, path, flags, mode));
+    const int fd = static_cast<int>(kernel(SYS_openat, folder, path, flags, mode));
+    if (fd >= 0 && isNew) fault().names.gave(UnflushedNames::pathOf(folder, path));
+    return fd;
 }
 
 mode_t modeOf(int flags, va_list rest) {
@@ -183,6 +276,11 @@ bool isFile(int fd) {
 #define CHANGING(name, parameters, ...)                                                                                \
     int name parameters noexcept {                                                                                     \
         return change(#name, __VA_ARGS__);                                                                             \
+    }
+// The same of calls that give or take a name, for which `does` stands.
+#define NAMING(does, name, parameters, ...)                                                                            \
+    int name parameters noexcept {                                                                                     \
+        return does(#name, __VA_ARGS__);                                                                               \
     }
 
 extern "C" {
@@ -246,7 +344,16 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(rest, request);
     void* const argument = va_arg(rest, void*);
     va_end(rest);
-    return change("ioctl", SYS_ioctl, fd, request, argument);
+    if (claimedType() != BTRFS_SUPER_MAGIC || (request != BTRFS_IOC_START_SYNC && request != BTRFS_IOC_WAIT_SYNC))
+        return change("ioctl", SYS_ioctl, fd, request, argument);
+    if (fault().strikes("ioctl")) return -1;
+    if (request == BTRFS_IOC_WAIT_SYNC) fault().names.flushedAll();
+    return 0;
+}
+int fstatfs64(int fd, struct statfs64* volume) noexcept {
+    const int result = static_cast<int>(kernel(SYS_fstatfs, fd, volume));
+    if (claimedType() != 0) volume->f_type = claimedType();
+    return result;
 }
 
 int fsync(int fd) {
@@ -263,28 +370,30 @@ int sync_file_range(int fd, off64_t at, off64_t size, unsigned flags) {
 int syncfs(int fd) noexcept {
     if (fault().strikes("syncfs")) return -1;
     fault().unwritten.flushedAll();
+    fault().names.flushedAll();
     return static_cast<int>(kernel(SYS_syncfs, fd));
 }
 
-CHANGING(rename, (const char* from, const char* to), SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0)
+NAMING(moveTo, rename, (const char* from, const char* to), AT_FDCWD, from, AT_FDCWD, to, 0)
 int renameat(int from, const char* name, int to, const char* other) noexcept {
     fault().moves("renameat", from, name);
-    return change("renameat", SYS_renameat2, from, name, to, other, 0);
+    return moveTo("renameat", from, name, to, other, 0);
 }
 int renameat2(int from, const char* name, int to, const char* other, unsigned flags) noexcept {
     fault().moves("renameat2", to, other);
-    return change("renameat2", SYS_renameat2, from, name, to, other, flags);
+    return moveTo("renameat2", from, name, to, other, flags);
 }
 int linkat(int from, const char* name, int to, const char* other, int flags) noexcept {
     fault().moves("linkat", to, other);
-    return change("linkat", SYS_linkat, from, name, to, other, flags);
+    return give("linkat", to, other, SYS_linkat, from, name, to, other, flags);
 }
-CHANGING(symlinkat, (const char* destination, int folder, const char* name), SYS_symlinkat, destination, folder, name)
-CHANGING(unlink, (const char* path), SYS_unlinkat, AT_FDCWD, path, 0)
-CHANGING(unlinkat, (int folder, const char* name, int flags), SYS_unlinkat, folder, name, flags)
-CHANGING(rmdir, (const char* path), SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR)
-CHANGING(mkdir, (const char* path, mode_t mode), SYS_mkdirat, AT_FDCWD, path, mode)
-CHANGING(mkdirat, (int folder, const char* name, mode_t mode), SYS_mkdirat, folder, name, mode)
+NAMING(give, symlinkat, (const char* destination, int folder, const char* name), folder, name, SYS_symlinkat,
+       destination, folder, name)
+NAMING(take, unlink, (const char* path), AT_FDCWD, path, SYS_unlinkat, AT_FDCWD, path, 0)
+NAMING(take, unlinkat, (int folder, const char* name, int flags), folder, name, SYS_unlinkat, folder, name, flags)
+NAMING(take, rmdir, (const char* path), AT_FDCWD, path, SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR)
+NAMING(give, mkdir, (const char* path, mode_t mode), AT_FDCWD, path, SYS_mkdirat, AT_FDCWD, path, mode)
+NAMING(give, mkdirat, (int folder, const char* name, mode_t mode), folder, name, SYS_mkdirat, folder, name, mode)
 CHANGING(fchmod, (int fd, mode_t mode), SYS_fchmod, fd, mode)
 CHANGING(fchmodat, (int folder, const char* name, mode_t mode, int), SYS_fchmodat, folder, name, mode)
 CHANGING(fchown, (int fd, uid_t user, gid_t group), SYS_fchown, fd, user, group)
