@@ -303,8 +303,9 @@ TEST_F(CommandTest, trackSnapAndProjects) {
     f.makeFolder("project/folder");
     const Outcome tracked = world.run({"track", "--verbose"}); // an unknown flag is nobody's business
     EXPECT_EQ(timeless(tracked.out), "Started tracking " + world.projectPath() + "\n#1  1 files  N ms\n");
-    const auto storage = world.store().storageWarning(world.project());
-    EXPECT_EQ(tracked.err, storage ? "warning: " + *storage + "\n" : "");
+    std::string storage;
+    for (const std::string& line : world.store().storageWarnings(world.project())) storage += "warning: " + line + "\n";
+    EXPECT_EQ(tracked.err, storage);
     f.write("project/b", "b");
     EXPECT_EQ(timeless(world.ok({"snap"})), "#2  +1 ~0 -0 since the previous snapshot  2 files  N ms\n");
     EXPECT_EQ(world.ok({"diff", "2", "#1"}), "- b\n");

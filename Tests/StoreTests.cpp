@@ -94,6 +94,26 @@ TEST_F(StoreTest, findsTheNearestProject) {
     for (const char* path : {"project-too", ""}) EXPECT_EQ(store.projectContaining(f.at(path)), std::nullopt);
 }
 
+TEST_F(StoreTest, believesNoStoreThatOthersCanWriteTo) {
+    world.ok({"track"});
+    const std::string home = f.at("store");
+    EXPECT_EQ(::chmod(home.c_str(), 0777), 0);
+    for (const char* command : {"log", "vault", "snap"})
+        EXPECT_EQ(world.run({command}).err, "tidewrack: Everybody can write to Tidewrack's history " + home +
+                                                ". Run: chmod o-w '" + home + "'\n");
+    EXPECT_EQ(::chmod(home.c_str(), 0775), 0);
+    world.ok({"log"});
+    if (::geteuid() != 0) GTEST_SKIP() << "giving a folder away needs root";
+    const auto log = [&] { return world.run({"log"}).err; };
+    for (const char* open : {"", "store/projects"}) EXPECT_EQ(::chmod(f.at(open).c_str(), 0755), 0);
+    EXPECT_EQ(unprivileged(f, log, "project"), "") << "one of root's";
+    EXPECT_EQ(::chown(home.c_str(), 1234, 1234), 0);
+    EXPECT_EQ(unprivileged(f, log, "project"), "tidewrack: Tidewrack's history " + home +
+                                                   " belongs to another user. Choose another folder with "
+                                                   "TIDEWRACK_HOME.\n");
+    world.ok({"log"});
+}
+
 TEST_F(StoreTest, brokenRegistryEntries) {
     const Project project = track(store, f.at("project"), false);
     f.makeFolder("store/projects/half-made");

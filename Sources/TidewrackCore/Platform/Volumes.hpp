@@ -2,6 +2,7 @@
 // What volumes can do.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace tidewrack {
@@ -11,6 +12,9 @@ namespace tidewrack {
 
 // Whether the volume that holds the folder `path` can share blocks between files.
 [[nodiscard]] bool volumeClones(const std::string& path);
+
+// A sentence on which volumes can, where a user has the choice; else none.
+[[nodiscard]] std::optional<std::string> adviceOnClones();
 
 // Whether two existing items, links not followed, lie on one volume, so that blocks can be shared between them where
 // the volume does that at all.

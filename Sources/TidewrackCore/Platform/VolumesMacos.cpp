@@ -20,6 +20,10 @@ bool volumeClones(const std::string& path) {
     return volumeType(path) == "apfs";
 }
 
+std::optional<std::string> adviceOnClones() {
+    return std::nullopt; // the system's own volumes do it
+}
+
 bool sameVolume(const std::string& a, const std::string& b) {
     Attributes one;
     Attributes other;

@@ -12,6 +12,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -101,6 +104,7 @@ void Store::untrack(const Project& project) const {
 }
 
 std::vector<Project> Store::projects() const {
+    refuseForeign();
     std::vector<Project> result;
     auto names = listFolder(projectsFolder());
     std::sort(names.begin(), names.end());
@@ -127,16 +131,31 @@ std::optional<Project> Store::projectContaining(const std::string& path, const s
     return nearest == nullptr ? std::nullopt : std::optional(*nearest);
 }
 
-std::optional<std::string> Store::storageWarning(const Project& project) const {
+std::vector<std::string> Store::storageWarnings(const Project& project) const {
     (void)makeHome();
     const std::string type = volumeType(project.root);
-    if (type.empty()) return std::nullopt;
-    if (!volumeClones(project.root))
-        return project.root + " is on a " + type +
-               " volume, not APFS: history will use full copies and real disk space.";
-    if (history(project).sharesVolume()) return std::nullopt;
-    return project.root +
-           " is on a different volume than Tidewrack's history: kept files will be full copies, not free clones.";
+    if (type.empty()) return {};
+    if (!volumeClones(project.root)) {
+        std::vector<std::string> result = {project.root + " is on a " + type +
+                                           " volume, not APFS: history will use full copies and real disk space."};
+        if (const auto advice = adviceOnClones()) result.push_back(*advice);
+        return result;
+    }
+    if (history(project).sharesVolume()) return {};
+    return {project.root +
+            " is on a different volume than Tidewrack's history: kept files will be full copies, not free clones."};
+}
+
+void Store::refuseForeign() const {
+    struct stat status {};
+    if (::stat(home.c_str(), &status) != 0) return; // made by us, later
+    const bool isTrusted = status.st_uid == ::geteuid() || status.st_uid == 0 || ::geteuid() == 0;
+    if (!isTrusted)
+        throw TidewrackError::refused("Tidewrack's history " + home +
+                                      " belongs to another user. Choose another folder with TIDEWRACK_HOME.");
+    if ((status.st_mode & S_IWOTH) != 0)
+        throw TidewrackError::refused("Everybody can write to Tidewrack's history " + home + ". Run: chmod o-w '" +
+                                      home + "'");
 }
 
 int Store::makeHome() const {

@@ -42,7 +42,7 @@ class Store {
     // Removes a project's whole history, holding its lock.
     void untrack(const Project& project) const;
 
-    // All tracked projects, by id. Throws TidewrackError corrupt when a record does not decode.
+    // All tracked projects, by id. Throws TidewrackError corrupt when a record does not decode, and as refuseForeign().
     [[nodiscard]] std::vector<Project> projects() const;
     // The nearest tracked root at or above `path`.
     [[nodiscard]] std::optional<Project> projectContaining(const std::string& path) const;
@@ -54,7 +54,10 @@ class Store {
     }
 
     // A sentence when kept copies will cost real disk space.
-    [[nodiscard]] std::optional<std::string> storageWarning(const Project& project) const;
+    [[nodiscard]] std::vector<std::string> storageWarnings(const Project& project) const;
+    // Throws TidewrackError refused when others could have put into the store what is taken for history: it belongs to
+    // another user, root apart, or everybody can write to it. To be called before anything in it is believed.
+    void refuseForeign() const;
     // Creates the store's folder (mode 0700) with its parents. Returns an errno value.
     [[nodiscard]] int makeHome() const;
 

@@ -176,6 +176,7 @@ std::string Vault::newID() {
 }
 
 void Vault::makeFolder() const {
+    store.refuseForeign();
     if (const int error = store.makeHome()) throw TidewrackError::io("create", store.home, error);
     // It holds copies of private keys, whatever the mode of the store around it.
     if (const int error = makeFolders(folder(), 0700)) throw TidewrackError::io("create", folder(), error);
@@ -247,6 +248,7 @@ std::optional<VaultEntry> Vault::find(const std::string& id) const {
 }
 
 std::vector<VaultEntry> Vault::entries() const {
+    store.refuseForeign();
     std::vector<VaultEntry> result;
     for (const std::string& name : listFolder(folder()))
         if (auto entry = find(name)) result.push_back(std::move(*entry));
@@ -281,6 +283,7 @@ bool isThere(Place place) {
 } // namespace
 
 VaultRestored Vault::restore(const std::string& id) const {
+    store.refuseForeign();
     const auto entry = find(id);
     if (!entry) throw TidewrackError::io("No vault entry " + id);
     Descriptor copies;

@@ -24,7 +24,7 @@ int track(Invocation& call) {
                    std::to_string(first.meta.files) + " files  " + std::to_string(first.meta.durationMs) + " ms\n");
     }
     call.warn(first.warnings);
-    if (const auto warning = call.store().storageWarning(project)) call.warn({*warning});
+    call.warn(call.store().storageWarnings(project));
     return 0;
 }
 
