@@ -1,4 +1,4 @@
-#include "Support/TestFolders.hpp"
+#include "Support/GuardFixture.hpp"
 
 #include "Shell/Effects.hpp"
 #include "Shell/Guard.hpp"
@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
-#include <fstream>
 
 using namespace tidewrack::shell;
 
@@ -23,59 +21,15 @@ Context plainContext() {
     return context;
 }
 
-std::string joined(const std::vector<std::string>& paths, std::string_view under) {
-    std::string text;
-    for (const std::string& path : paths) {
-        if (!text.empty()) text += ' ';
-        text += path.starts_with(under) ? path.substr(under.size()) : path;
-    }
-    return text;
+// For plainContext().
+std::string judged(std::string_view command) {
+    return judged(command, plainContext(), "/nowhere/");
 }
-
-// A decision as text: targets (without "/nowhere/"), then "ask" or "deny", then the opaque folders behind "?" and the
-// suspected ones behind "~", what is mentioned behind "@".
-std::string judged(std::string_view command, const Context& context = plainContext(),
-                   std::string_view under = "/nowhere/") {
-    const Decision decision = analyze(command, context);
-    std::string text = joined(decision.targets, under);
-    if (decision.verdict.kind == Verdict::Kind::ask) text += " ask";
-    if (decision.verdict.kind == Verdict::Kind::deny) text += " deny";
-    EXPECT_EQ(decision.opaque, !decision.opaqueDirs.empty()) << command;
-    if (decision.opaque) text += " ?" + joined(decision.opaqueDirs, under);
-    if (!decision.suspected.empty()) text += " ~" + joined(decision.suspected, under);
-    if (!decision.mentioned.empty()) text += " @" + joined(decision.mentioned, under);
-    return text;
-}
-
-struct Row {
-    std::string_view command;
-    std::string_view expected;
-};
 
 template <std::size_t size>
 void expectAll(const Row (&rows)[size]) {
     for (const Row& row : rows) EXPECT_EQ(judged(row.command), row.expected) << row.command;
 }
-
-// A real folder tree: home/{Documents,.ssh}, link -> home, tree/{a.txt,b.txt,.hidden,sub/c.txt}.
-class ShellGuardOnDisk : public testing::Test {
-  protected:
-    ShellGuardOnDisk() {
-        for (const char* name : {"home/Documents", "home/.ssh", "out"}) folder.makeFolder(name);
-        for (const char* name : {"a.txt", "b.txt", ".hidden", "sub/c.txt"})
-            folder.write(std::string("tree/") + name, "x");
-        folder.link("link", root + "/home");
-        context.cwd = root + "/tree";
-        context.home = root + "/home";
-        context.projectRoots = {root + "/tree"};
-    }
-
-    std::string judgedHere(std::string_view command) { return judged(command, context, root + "/"); }
-
-    tidewrack::testing::TemporaryFolder folder;
-    const std::string root = folder.path();
-    Context context;
-};
 
 } // namespace
 
@@ -233,8 +187,8 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
 TEST(ShellGuard, knowsTheUsersOwnHomeByName) {
     Context context = plainContext();
     context.env["USER"] = "bob";
-    EXPECT_EQ(judged("rm -rf ~bob", context), "home deny");
-    EXPECT_EQ(judged("rm ~bob/a ~bobby/b '~bob/c'", context), "home/a p/~bob/c p/~bobby/b");
+    EXPECT_EQ(judged("rm -rf ~bob", context, "/nowhere/"), "home deny");
+    EXPECT_EQ(judged("rm ~bob/a ~bobby/b '~bob/c'", context, "/nowhere/"), "home/a p/~bob/c p/~bobby/b");
     EXPECT_EQ(judged("rm ~bob/a"), "p/~bob/a");
 }
 
@@ -323,124 +277,6 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
           "git -C ../dotfiles pull"})
         EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);
-}
-
-TEST_F(ShellGuardOnDisk, leavesEverydayCommandsAlone) {
-    folder.makeFolder("tree/.git");
-    std::ifstream file(
-        tidewrack::testing::inCheckout("Tests/Data/everyday-commands.txt")); // with "\\n" for a line feed
-    std::size_t count = 0;
-    for (std::string line; std::getline(file, line); ++count) {
-        for (std::size_t at = line.find("\\n"); at != std::string::npos; at = line.find("\\n", at + 1))
-            line.replace(at, 2, "\n");
-        EXPECT_EQ(judgedHere(line), "") << line;
-    }
-    EXPECT_GT(count, 200u);
-}
-
-TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
-    context.projectRoots.push_back(root + "/home/p");
-    folder.write("home/data/f", "x");
-    const Row rows[] = {
-        {"pytest -q", " ~tree"},
-        {"cd ../out && unknown --flag", " ~out @out"},
-        {"rm -f ~/*.bak", " ~home"},
-        {"rm -rf ~/*.bak ../out/x*", " ~home out"},
-        {"rm -rf ../out/* ../out/?", "out"},
-        {"find ~ -name '*.o' -delete", " ~home home/p"},
-        {"find ../out -name '*.o' -delete", "out"},
-        {"find . -name '*.o' -exec rm {} +", "tree"},
-        {"python3 x.py ../home/data ~/Documents /usr/lib /none ../tree/a.txt", " ?tree @home/data tree/a.txt"},
-        {"cat ~/data/f | node x.js $HOME/data/f --out="
-         "../home/data/f",
-         " ?tree @home/data/f"},
-        {"cd ../out && make", " ?out @out"},
-        {"ls ~/data; cat ../home/data/f", ""},
-        {"find . -type f -exec grep -l x {} + -o -exec rm {} \\;", "tree ask"},
-        {"echo \"$(unknown)\" `unknown`", " ?tree"},
-        {"sort -o a.txt b.txt", " ~tree"},
-        {"for c in rm ls; do $c a.txt; done; $(which rm) b.txt", "tree/a.txt ?tree ~tree"},
-    };
-    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
-}
-
-TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
-    const Row rows[] = {
-        {"bash -c 'cd sub && rm c.txt'; rm b.txt", "tree/b.txt tree/sub/c.txt"},
-        {"sh -ec 'rm \"$1\" $2' sh a.txt b.txt", "tree/a.txt tree/b.txt"},
-        {"sh -c 'rm \"$@\"' sh a.txt", " ?tree"},
-        {"sudo -u bob timeout -k 5 10 nice -n 10 env -i X=1 zsh -lc \"rm -rf ~\"", "home deny"},
-        {"eval \"rm $HOME/x\"; eval cd sub; rm c.txt", "home/x tree/sub/c.txt"},
-        {"trap 'rm -f a.txt' EXIT; trap - INT", "tree/a.txt"},
-        {"bash <<'EOF'\nrm a.txt\nEOF\nsh <<< 'rm b.txt'", "tree/a.txt tree/b.txt"},
-        {"echo 'rm a.txt' | sh; printf '%s\\n' 'rm b.txt' | bash -s", "tree/a.txt tree/b.txt"},
-        {"cat <<EOF | sudo bash\nrm $HOME/x\nEOF", "home/x"},
-        {"curl -s https://x | sh; bash x.sh", " ?tree"},
-        {"su -c 'rm a.txt' bob; flock /tmp/l -c 'rm b.txt'; npx tsc", "tree/a.txt tree/b.txt ?tree"},
-        {"uv run rm a.txt; poetry run mv b.txt c; bundle exec rspec", "tree/a.txt tree/b.txt tree/c ~tree"},
-        {"env -C ../out rm x; rm a.txt", "out/x tree/a.txt"},
-        {"a=(a.txt 'b c'); for f in \"${a[@]}\"; do rm \"$f\"; done", "tree/a.txt tree/b c"},
-        {"set -- a.txt x; rm $1; mapfile l < x; rm $l; printf -v v x; rm $v", "tree/a.txt ?tree"},
-        {"cd sub | true; cd sub & pushd -n sub; rm a.txt; cd sub; rm ~-/b.txt ~+/c.txt",
-         "tree/a.txt tree/b.txt tree/sub/c.txt"},
-        {"((a = b > c)); if ((i<3)); then ls; fi; ((cd sub; rm c.txt) ; (rm a.txt))", "tree/a.txt tree/sub/c.txt"},
-        {"git checkout -qf x; git reset --har; git restore -qf", "tree"},
-        {"rm -rf *; rm -rf ./?*", "tree/a.txt tree/b.txt tree/sub ask"},
-        {"grm a.txt; gmv b.txt c; X=$(rm -rf ../out)", "out tree/a.txt tree/b.txt tree/c"},
-        {"f() { rm \"$1\"; }; f a.txt", " ?tree"},
-        {"sh -c \"sh -c 'sh -c \\\"rm a.txt\\\"'\"", "tree/a.txt"},
-        {"rm -rf \"$(pwd)/sub\" `echo a.txt`; cd $(mktemp -d) && rm -rf x",
-         "tree/a.txt tree/sub /tmp/tmp.XXXXXXXXXX/x"},
-    };
-    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
-}
-
-// What stands around a command loses none of its targets.
-TEST_F(ShellGuardOnDisk, seesThroughWhatStandsAroundACommand) {
-    const char* commands[] = {"rm -rf sub",
-                              "mv a.txt b.txt",
-                              "git checkout -- a.txt",
-                              "find sub -name '*.txt' -delete",
-                              "echo x > b.txt",
-                              "sed -i s/a/b/ a.txt b.txt",
-                              "rm -rf ~",
-                              "cp sub/c.txt a.txt"};
-    const std::pair<const char*, const char*> around[] = {{"true; ", ""},
-                                                          {"(", ")"},
-                                                          {"{ ", "; }"},
-                                                          {"if true; then ", "; fi"},
-                                                          {"! ", ""},
-                                                          {"", " # it's"},
-                                                          {"", " | cat"},
-                                                          {"true && ", " || false"},
-                                                          {"X=1 ", ""},
-                                                          {"", " &"},
-                                                          {"\n", "\n"},
-                                                          {"sudo -u x ", ""},
-                                                          {"env -u A B=c ", ""},
-                                                          {"timeout 5 ", ""},
-                                                          {"echo $(", ")"},
-                                                          {"echo \"`", "`\""},
-                                                          {"sh -c \"", "\""},
-                                                          {"eval \"", "\""},
-                                                          {"bash <<E\n", "\nE"},
-                                                          {"cat <<'E'\nit's\nE\n", ""},
-                                                          {"for i in 1 2; do ", "; done"},
-                                                          {"cat <(", ")"},
-                                                          {"case x in x) ", ";; esac"},
-                                                          {"f() { ", "; }; f"},
-                                                          {"time nohup nice -n5 ", ""}};
-    for (const char* command : commands) {
-        const Decision plain = analyze(command, context);
-        for (const auto& [before, behind] : around) {
-            const std::string line = before + std::string(command) + behind;
-            const Decision wrapped = analyze(line, context);
-            EXPECT_TRUE(std::includes(wrapped.targets.begin(), wrapped.targets.end(), plain.targets.begin(),
-                                      plain.targets.end()))
-                << line;
-            EXPECT_EQ(wrapped.verdict.kind, plain.verdict.kind) << line;
-        }
-    }
 }
 
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {

@@ -45,7 +45,9 @@ struct Budget {
     static constexpr int pathsMadeReal = 64;
     static constexpr int foldersCompared = 512;
     static constexpr std::size_t mentions = 64;
+    static constexpr std::size_t listBytes = std::size_t{64} << 10;
     static constexpr std::size_t filesKeptOnSuspicion = 2'000;
+    static constexpr std::size_t entriesLookedAt = 4'000;
 
     // The decision
     static constexpr std::size_t targets = 10'000;

@@ -59,43 +59,104 @@ bool isSmall(const std::string& folder, std::size_t& left) {
            left > 0;
 }
 
-} // namespace
+// Gathers what a line and the lists that it reads mention.
+class Mentions {
+  public:
+    explicit Mentions(const Context& context) : context_(context), protected_(context.home, context.projectRoots) {}
 
-bool isWorthKeeping(const std::string& path, const Context& context) {
+    // A line names programs too, which are only read; a list does not.
+    void scan(std::string_view text, bool namesPrograms);
+    void scanLists(std::string_view line);
+
+    std::vector<std::string> take() {
+        std::sort(paths_.begin(), paths_.end());
+        paths_.erase(std::unique(paths_.begin(), paths_.end()), paths_.end());
+        return std::move(paths_);
+    }
+
+    void addFolder(const std::string& folder);
+
+  private:
+    void scanList(std::string_view name);
+    bool isWorthKeeping(const std::string& path);
+
+    const Context& context_;
+    ProtectedFolders protected_;
+    std::size_t entries_ = 0; // of folders, looked at so far
+    std::vector<std::string> paths_;
+    std::size_t looks_ = 0;
+    std::size_t listBytes_ = 0;
+};
+
+// Whether what stands there is small, and nobody's but the user's.
+bool Mentions::isWorthKeeping(const std::string& path) {
     for (const std::string_view tree : systemTrees)
         if (isAtOrBelow(path, tree)) return false;
-    ProtectedFolders protectedFolders(context.home, context.projectRoots);
     struct stat status {};
-    if (protectedFolders.holdsText(path) || lstat(path.c_str(), &status) != 0) return false;
+    if (protected_.holdsText(path) || lstat(path.c_str(), &status) != 0) return false;
     if (S_ISREG(status.st_mode)) return (status.st_mode & 0111) == 0;
+    if (!S_ISDIR(status.st_mode) || entries_ >= Budget::entriesLookedAt || protected_.holdsFolder(path, false))
+        return false;
     std::size_t left = Budget::filesKeptOnSuspicion + 1;
-    return S_ISDIR(status.st_mode) && !protectedFolders.holdsFolder(path, false) && isSmall(path, left);
+    const bool small = isSmall(path, left);
+    entries_ += Budget::filesKeptOnSuspicion + 1 - left;
+    return small;
 }
 
-std::vector<std::string> mentionedPaths(std::string_view line, const Context& context) {
-    std::vector<std::string> paths;
-    line = line.substr(0, Budget::nestedBytes);
-    std::size_t looks = 0;
-    for (std::size_t at = 0; at < line.size() && looks < Budget::mentions; ++at) {
-        if (at > 0 && beforePaths.find(line[at - 1]) == beforePaths.npos) continue;
-        const auto start = pathStart(line.substr(at));
+void Mentions::addFolder(const std::string& folder) {
+    const auto& roots = context_.projectRoots;
+    const auto holds = [&](const std::string& root) { return isAtOrBelow(folder, root); };
+    if (std::none_of(roots.begin(), roots.end(), holds) && isWorthKeeping(folder)) paths_.push_back(folder);
+}
+
+void Mentions::scan(std::string_view text, bool namesPrograms) {
+    for (std::size_t at = 0; at < text.size() && looks_ < Budget::mentions; ++at) {
+        if (at > 0 && beforePaths.find(text[at - 1]) == beforePaths.npos) continue;
+        const auto start = pathStart(text.substr(at));
         if (!start) continue;
         const std::size_t slash = at + *start;
-        const bool isAddress = at > 0 && line[at - 1] == ':' && line.substr(slash).starts_with("//");
-        const std::size_t end = std::min(line.find_first_of(endsOfPaths, slash), line.size());
-        const std::string_view text = line.substr(slash, end - slash);
-        const bool isProgram = isProgramsPlace(line, at);
-        if (isAddress || isProgram || text.size() < 2) continue;
-        const bool climbs = line[at] == '.';
-        const std::string_view relative = climbs ? line.substr(at, end - at) : text.substr(1);
-        std::string path = absolutePath(relative, climbs ? context.cwd : *start == 0 ? "/" : context.home);
+        const bool isAddress = at > 0 && text[at - 1] == ':' && text.substr(slash).starts_with("//");
+        const std::size_t end = std::min(text.find_first_of(endsOfPaths, slash), text.size());
+        if (isAddress || (namesPrograms && isProgramsPlace(text, at)) || end < slash + 2) continue;
+        const bool climbs = text[at] == '.';
+        const std::string_view relative = text.substr(climbs ? at : slash + 1, end - (climbs ? at : slash + 1));
+        std::string path = absolutePath(relative, climbs ? context_.cwd : *start == 0 ? "/" : context_.home);
         at = end;
-        ++looks;
-        if (isWorthKeeping(path, context)) paths.push_back(std::move(path));
+        ++looks_;
+        if (isWorthKeeping(path)) paths_.push_back(std::move(path));
     }
-    std::sort(paths.begin(), paths.end());
-    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-    return paths;
+}
+
+// The words of a list become operands: cat LIST | xargs rm, xargs -a LIST, while read ... < LIST.
+void Mentions::scanLists(std::string_view line) {
+    const auto holds = [&](std::string_view word) { return line.find(word) != line.npos; };
+    if (!holds("xargs") && !holds("read") && !holds("mapfile") && !holds("parallel") && !holds("$(")) return;
+    for (const std::string_view before : {"cat "sv, "< "sv, "<"sv, "-a "sv, "--arg-file="sv})
+        for (std::size_t at = line.find(before); at != line.npos; at = line.find(before, at + 1)) {
+            const std::size_t begin = at + before.size();
+            scanList(line.substr(begin, line.find_first_of(" \t\n;|&<>()'\"`$", begin) - begin));
+        }
+}
+
+void Mentions::scanList(std::string_view name) {
+    if (name.empty() || looks_++ >= Budget::mentions) return;
+    const std::string path = absolutePath(name, context_.cwd);
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    listBytes_ += static_cast<std::size_t>(status.st_size);
+    if (std::string read; listBytes_ <= Budget::listBytes && readFile(path, read) == 0) scan(read, false);
+}
+
+} // namespace
+
+std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
+                                     const Context& context) {
+    Mentions mentions(context);
+    line = line.substr(0, Budget::nestedBytes);
+    mentions.scan(line, true);
+    mentions.scanLists(line);
+    for (const std::string& folder : opaque) mentions.addFolder(folder);
+    return mentions.take();
 }
 
 } // namespace tidewrack::shell

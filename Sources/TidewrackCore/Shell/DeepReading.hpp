@@ -10,12 +10,11 @@
 
 namespace tidewrack::shell {
 
-// Paths that the line's text mentions and something stands at: absolute ones, those below the home folder and those
-// that climb out of the working folder. Left out are programs, protected folders, what the system owns, and folders
-// that hold more than 2,000 files.
-[[nodiscard]] std::vector<std::string> mentionedPaths(std::string_view line, const Context& context);
-
-// Whether a folder is small enough, and nobody's but the user's, to be kept on suspicion.
-[[nodiscard]] bool isWorthKeeping(const std::string& path, const Context& context);
+// Paths that may change, by a guess: the folders of `opaque` that lie in no project, and what the line's text, or a
+// list that it reads operands from, mentions and something stands at: absolute paths, those below the home folder and
+// those that climb out of the working folder. Left out are programs, protected folders, what the system owns, and
+// folders that hold more than 2,000 files. Sorted, each once.
+[[nodiscard]] std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
+                                                   const Context& context);
 
 } // namespace tidewrack::shell

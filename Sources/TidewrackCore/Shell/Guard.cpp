@@ -32,6 +32,11 @@ bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::cons
     return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
 }
 
+// Whether what a command writes may be told, to a shell behind it.
+bool mayFeedShell(const Word& name) {
+    return name.text == "echo" || name.text == "printf" || name.text == "cat";
+}
+
 // Follows one command line from command to command. Each goes one way: what stands around it is peeled off, its words
 // get their values, and what is left is judged.
 class Guard {
@@ -52,7 +57,6 @@ class Guard {
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
     void takeUnknown();
-    [[nodiscard]] bool isInProject(std::string_view folder) const;
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
@@ -78,19 +82,9 @@ Decision Guard::run(std::string_view line) {
     if (lexer.opaque() || effects_.isOpaque()) opaque();
     const bool guess = effects_.isGuess();
     Decision decision = effects_.decide();
-    if (!guess || decision.verdict.kind == Verdict::Kind::deny) return decision;
-    decision.mentioned = mentionedPaths(line, context_);
-    for (const std::string& folder : decision.opaqueDirs)
-        if (!isInProject(folder) && isWorthKeeping(folder, context_)) decision.mentioned.push_back(folder);
-    auto& paths = decision.mentioned;
-    std::sort(paths.begin(), paths.end());
-    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    if (guess && decision.verdict.kind != Verdict::Kind::deny)
+        decision.mentioned = pathsAtRisk(line, decision.opaqueDirs, context_);
     return decision;
-}
-
-bool Guard::isInProject(std::string_view folder) const {
-    const auto& roots = context_.projectRoots;
-    return std::any_of(roots.begin(), roots.end(), [&](const std::string& root) { return isAtOrBelow(folder, root); });
 }
 
 void Guard::take(Command& command) {
@@ -105,10 +99,9 @@ void Guard::take(Command& command) {
         values_.expandAll(command.redirects, command);
         for (const Word& target : command.redirects) effects_.targetWord(target, position_.folder());
     }
-    if (takeDefinition(command)) return;
-    if (isHarmless(first, words.end()) && !command.toPipe) {
-        if (first != words.end() && !isKnown(*first, {first + 1, words.end()}) && !functions_.contains(first->text))
-            takeUnknown();
+    if (first == words.end() || takeDefinition(command)) return;
+    if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
+        if (!isKnown(*first, {first + 1, words.end()}) && !functions_.contains(first->text)) takeUnknown();
         return;
     }
     const bool declared = isDeclaration(*first);

@@ -1,6 +1,7 @@
 #include "Shell/HereDocuments.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/Lexer.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -49,6 +50,38 @@ std::optional<HereDocuments::Body> HereDocuments::find(std::string_view text, st
 std::size_t HereDocuments::behindBodies(std::size_t at) {
     inLine_ = 0;
     return std::max(at, std::exchange(next_, 0));
+}
+
+void Lexer::takeHereDocument() {
+    const bool stripTabs = standsAt(at_, '-');
+    if (stripTabs) ++at_;
+    skipBlanks();
+    const std::size_t begin = at_;
+    const std::string delimiter = skipWord();
+    const bool literal = text_.substr(begin, at_ - begin).find_first_of("'\"\\") != std::string_view::npos;
+    const auto body =
+        delimiter.empty() ? std::nullopt : hereDocuments_.find(text_.substr(0, end_), at_, delimiter, stripTabs);
+    if (!body) return markOpaque();
+    takeBody(*body, literal);
+}
+
+// The text is the command's, not the line's: an apostrophe in its prose opens no quotes, and none of it is run here
+// but what it holds in "$( )" or backquotes.
+void Lexer::takeBody(const HereDocuments::Body& body, bool literal) {
+    const std::size_t resumeAt = std::exchange(at_, body.begin);
+    const std::size_t end = std::exchange(end_, body.end);
+    beginWord();
+    word_.quoted = started_ = true;
+    if (literal) {
+        append(text_.substr(at_, end_ - at_));
+    } else {
+        word_.expands = true;
+        takeQuotedText(false);
+    }
+    role_ = Role::inputText;
+    flush();
+    at_ = resumeAt;
+    end_ = end;
 }
 
 } // namespace tidewrack::shell

@@ -64,7 +64,7 @@ class Lexer {
     void takeBody(const HereDocuments::Body& body, bool literal);
     [[nodiscard]] bool mayNest() const;
     bool takeParenthesized(Substitution::Kind kind);
-    [[nodiscard]] std::size_t arithmeticLength(std::size_t at) const;
+    [[nodiscard]] std::size_t arithmeticLength(std::size_t at);
     bool takeArithmetic();
     bool takeBackquoted();
     void takeProgram(Lexer& inner, Program& program);
@@ -103,6 +103,7 @@ class Lexer {
     std::vector<std::size_t> cases_; // the depths of the open `case`s that stand in parentheses
 
     HereDocuments hereDocuments_;
+    std::size_t noArithmeticBefore_ = 0; // where it was looked for in vain
 
     std::size_t nesting_ = 0;
     std::size_t ownNested_ = 0;         // how many commands were cut within commands ...

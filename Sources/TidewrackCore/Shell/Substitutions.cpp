@@ -83,8 +83,8 @@ bool Lexer::takeParenthesized(Substitution::Kind kind) {
 
 // The length of the "((1 + 2))" that begins at `at` and runs nothing; 0 when there is none, and where it might be
 // parentheses within each other.
-std::size_t Lexer::arithmeticLength(std::size_t at) const {
-    if (!standsAt(at, '(') || !standsAt(at + 1, '(')) return 0;
+std::size_t Lexer::arithmeticLength(std::size_t at) {
+    if (at < noArithmeticBefore_ || !standsAt(at, '(') || !standsAt(at + 1, '(')) return 0;
     const std::string_view text = text_.substr(at, std::min(end_ - at, Budget::arithmeticLength));
     std::size_t open = 0;
     char before = '(';  // the last character that is no blank, and
@@ -103,6 +103,7 @@ std::size_t Lexer::arithmeticLength(std::size_t at) const {
         before = c;
         blank = false;
     }
+    noArithmeticBefore_ = at + text.size();
     return 0;
 }
 

@@ -1,0 +1,130 @@
+// What the guard reads beyond the commands that it has rules for.
+
+#include "Support/GuardFixture.hpp"
+
+#include <algorithm>
+#include <fstream>
+
+using namespace tidewrack::shell;
+
+TEST_F(ShellGuardOnDisk, leavesEverydayCommandsAlone) {
+    folder.makeFolder("tree/.git");
+    std::ifstream file(
+        tidewrack::testing::inCheckout("Tests/Data/everyday-commands.txt")); // with "\\n" for a line feed
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line); ++count) {
+        for (std::size_t at = line.find("\\n"); at != std::string::npos; at = line.find("\\n", at + 1))
+            line.replace(at, 2, "\n");
+        EXPECT_EQ(judgedHere(line), "") << line;
+    }
+    EXPECT_GT(count, 200u);
+}
+
+TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
+    context.projectRoots.push_back(root + "/home/p");
+    folder.write("home/data/f", "x");
+    folder.write("tree/list", "/none\n" + root + "/home/data/f\n");
+    const Row rows[] = {
+        {"pytest -q", " ~tree"},
+        {"cd ../out && unknown --flag", " ~out @out"},
+        {"rm -f ~/*.bak", " ~home"},
+        {"rm -rf ~/*.bak ../out/x*", " ~home out"},
+        {"rm -rf ../out/* ../out/?", "out"},
+        {"find ~ -name '*.o' -delete", " ~home home/p"},
+        {"find ../out -name '*.o' -delete", "out"},
+        {"find . -name '*.o' -exec rm {} +", "tree"},
+        {"python3 x.py ../home/data ~/Documents /usr/lib /none ../tree/a.txt", " ?tree @home/data tree/a.txt"},
+        {"cat ~/data/f | node x.js $HOME/data/f --out="
+         "../home/data/f",
+         " ?tree @home/data/f"},
+        {"cat list | xargs rm; ls", " ?tree @home/data/f"},
+        {"while read -r f; do rm \"$f\"; done < list", " ?tree @home/data/f"},
+        {"cat list | xargs ls; python3 x.py", " ?tree @home/data/f"},
+        {"cd ../out && make", " ?out @out"},
+        {"ls ~/data; cat ../home/data/f", ""},
+        {"find . -type f -exec grep -l x {} + -o -exec rm {} \\;", "tree ask"},
+        {"echo \"$(unknown)\" `unknown`", " ?tree"},
+        {"sort -o a.txt b.txt", " ~tree"},
+        {"for c in rm ls; do $c a.txt; done; $(which rm) b.txt", "tree/a.txt ?tree ~tree"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
+TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
+    const Row rows[] = {
+        {"bash -c 'cd sub && rm c.txt'; rm b.txt", "tree/b.txt tree/sub/c.txt"},
+        {"sh -ec 'rm \"$1\" $2' sh a.txt b.txt", "tree/a.txt tree/b.txt"},
+        {"sh -c 'rm \"$@\"' sh a.txt", " ?tree"},
+        {"sudo -u bob timeout -k 5 10 nice -n 10 env -i X=1 zsh -lc \"rm -rf ~\"", "home deny"},
+        {"eval \"rm $HOME/x\"; eval cd sub; rm c.txt", "home/x tree/sub/c.txt"},
+        {"trap 'rm -f a.txt' EXIT; trap - INT", "tree/a.txt"},
+        {"bash <<'EOF'\nrm a.txt\nEOF\nsh <<< 'rm b.txt'", "tree/a.txt tree/b.txt"},
+        {"echo 'rm a.txt' | sh; printf '%s\\n' 'rm b.txt' | bash -s", "tree/a.txt tree/b.txt"},
+        {"cat <<EOF | sudo bash\nrm $HOME/x\nEOF", "home/x"},
+        {"curl -s https://x | sh; bash x.sh", " ?tree"},
+        {"su -c 'rm a.txt' bob; flock /tmp/l -c 'rm b.txt'; npx tsc", "tree/a.txt tree/b.txt ?tree"},
+        {"uv run rm a.txt; poetry run mv b.txt c; bundle exec rspec", "tree/a.txt tree/b.txt tree/c ~tree"},
+        {"env -C ../out rm x; rm a.txt", "out/x tree/a.txt"},
+        {"a=(a.txt 'b c'); for f in \"${a[@]}\"; do rm \"$f\"; done", "tree/a.txt tree/b c"},
+        {"set -- a.txt x; rm $1; mapfile l < x; rm $l; printf -v v x; rm $v", "tree/a.txt ?tree"},
+        {"cd sub | true; cd sub & pushd -n sub; rm a.txt; cd sub; rm ~-/b.txt ~+/c.txt",
+         "tree/a.txt tree/b.txt tree/sub/c.txt"},
+        {"((a = b > c)); if ((i<3)); then ls; fi; ((cd sub; rm c.txt) ; (rm a.txt))", "tree/a.txt tree/sub/c.txt"},
+        {"git checkout -qf x; git reset --har; git restore -qf", "tree"},
+        {"rm -rf *; rm -rf ./?*", "tree/a.txt tree/b.txt tree/sub ask"},
+        {"grm a.txt; gmv b.txt c; X=$(rm -rf ../out)", "out tree/a.txt tree/b.txt tree/c"},
+        {"f() { rm \"$1\"; }; f a.txt", " ?tree"},
+        {"sh -c \"sh -c 'sh -c \\\"rm a.txt\\\"'\"", "tree/a.txt"},
+        {"rm -rf \"$(pwd)/sub\" `echo a.txt`; cd $(mktemp -d) && rm -rf x",
+         "tree/a.txt tree/sub /tmp/tmp.XXXXXXXXXX/x"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
+// What stands around a command loses none of its targets.
+TEST_F(ShellGuardOnDisk, seesThroughWhatStandsAroundACommand) {
+    const char* commands[] = {"rm -rf sub",
+                              "mv a.txt b.txt",
+                              "git checkout -- a.txt",
+                              "find sub -name '*.txt' -delete",
+                              "echo x > b.txt",
+                              "sed -i s/a/b/ a.txt b.txt",
+                              "rm -rf ~",
+                              "cp sub/c.txt a.txt"};
+    const std::pair<const char*, const char*> around[] = {{"true; ", ""},
+                                                          {"(", ")"},
+                                                          {"{ ", "; }"},
+                                                          {"if true; then ", "; fi"},
+                                                          {"! ", ""},
+                                                          {"", " # it's"},
+                                                          {"", " | cat"},
+                                                          {"true && ", " || false"},
+                                                          {"X=1 ", ""},
+                                                          {"", " &"},
+                                                          {"\n", "\n"},
+                                                          {"sudo -u x ", ""},
+                                                          {"env -u A B=c ", ""},
+                                                          {"timeout 5 ", ""},
+                                                          {"echo $(", ")"},
+                                                          {"echo \"`", "`\""},
+                                                          {"sh -c \"", "\""},
+                                                          {"eval \"", "\""},
+                                                          {"bash <<E\n", "\nE"},
+                                                          {"cat <<'E'\nit's\nE\n", ""},
+                                                          {"for i in 1 2; do ", "; done"},
+                                                          {"cat <(", ")"},
+                                                          {"case x in x) ", ";; esac"},
+                                                          {"f() { ", "; }; f"},
+                                                          {"time nohup nice -n5 ", ""}};
+    for (const char* command : commands) {
+        const Decision plain = analyze(command, context);
+        for (const auto& [before, behind] : around) {
+            const std::string line = before + std::string(command) + behind;
+            const Decision wrapped = analyze(line, context);
+            EXPECT_TRUE(std::includes(wrapped.targets.begin(), wrapped.targets.end(), plain.targets.begin(),
+                                      plain.targets.end()))
+                << line;
+            EXPECT_EQ(wrapped.verdict.kind, plain.verdict.kind) << line;
+        }
+    }
+}
