@@ -140,11 +140,12 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
         return text + world.ok({"cat", "13", "a.txt"});
     });
     const std::string warning = "warning: couldn't save a.txt: Permission denied\n";
+    const std::string unread = "warning: couldn't read src: Permission denied; not saved\n";
     EXPECT_EQ(report, "Restored 2 files, removed 0 files. Undo this with: tidewrack restore 3\n"
-                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 5\n"
-                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 7\n"
-                      "#8  0s ago  restored  \"After undoing #4\"  →  no changes yet\n"
-                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 9\n" +
+                      "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 5\n" +
+                          unread + "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 7\n" + unread +
+                          "#8  0s ago  restored  \"After undoing #4\"  →  no changes yet\n"
+                          "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 9\n" +
                           warning +
                           "warning: couldn't restore a.txt: it couldn't be saved first (it couldn't be read: "
                           "Permission denied)\n"
@@ -188,6 +189,7 @@ TEST_F(RestoreTest, worksInFoldersClosedToTheirOwner) {
                       "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 6\n"
                       "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 8\n"
                       "Restored 1 file, removed 0 files. Undo this with: tidewrack restore 10\n"
+                      "warning: couldn't read src/deep: Permission denied; not saved\n"
                       "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 13\n"
                       "warning: kept what is in src/: it couldn't be read when that snapshot was taken\n"
                       "int main;\n");

@@ -190,8 +190,8 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     EXPECT_EQ(back({"undo", "--session", "ab"}), "1\ntidewrack: 2 sessions begin with ab, among them abc and abd.\n");
     EXPECT_EQ(back({"undo", "--session-of", "3"}).front(), '0');
     EXPECT_EQ(f.read("project/notes"), "one\n");
-    EXPECT_NE(world.ok({"show", "3", "--stat"}).find("  claude  \"one\"  +0 ~1 -0  (taken back)\n~ notes\n"),
-              std::string::npos);
+    const std::string shown = world.ok({"show", "3", "--stat"});
+    EXPECT_NE(shown.find("  claude  \"one\"  +0 ~1 -0  (taken back)\n~ notes  +1 -0\n"), std::string::npos) << shown;
     for (const char* words : {"--turn=1", "--session=x", "4..3", "3..99"}) {
         const std::string word = words;
         const auto equals = word.find('=');

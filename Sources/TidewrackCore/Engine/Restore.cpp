@@ -54,6 +54,17 @@ std::set<std::string, std::less<>> lostContents(const History& history, const Ma
     return lost;
 }
 
+// Of the texts kept for a record those go that could not be written, so that no listing names them.
+void dropUnnamed(const History& history, std::int64_t seq, const Manifest& listing) {
+    const std::string folder = std::to_string(seq);
+    std::set<std::string_view> named;
+    for (const auto& item : listing.items())
+        if (item.entry.blob.starts_with(folder + "/")) named.insert(item.entry.blob);
+    for (const std::string& name : listFolder(history.blobPath(folder)))
+        if (!named.contains(folder + "/" + name)) (void)::unlink(history.blobPath(folder + "/" + name).c_str());
+    (void)::rmdir(history.blobPath(folder).c_str()); // stays while something is in it
+}
+
 // Paths asked for by name that neither listing has.
 void addMissing(const std::vector<std::string>& asked, const Manifest& target, const Manifest& current,
                 RestoreResult& result) {
@@ -139,6 +150,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     meta.seq = reversal.seq ? *reversal.seq : nextSeq(history, history.newestSeq());
     meta.reversal = reversal.by;
     if (whole) meta.tookBack = reversal.tookBack;
+    if (reversal.seq) dropUnnamed(history, meta.seq, after);
     try {
         recordAfterRestore(lock, project, safety, after, std::move(meta));
     } catch (const TidewrackError& error) {
