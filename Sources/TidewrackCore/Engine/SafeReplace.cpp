@@ -3,6 +3,7 @@
 #include "Support/Files.hpp"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>

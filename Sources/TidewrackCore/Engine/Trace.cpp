@@ -2,6 +2,8 @@
 
 #include "Platform/Process.hpp"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
