@@ -192,7 +192,7 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     EXPECT_EQ(f.read("project/notes"), "one\n");
     const std::string shown = world.ok({"show", "3", "--stat"});
     EXPECT_NE(shown.find("  claude  \"one\"  +0 ~1 -0  (taken back)\n~ notes  +1 -0\n"), std::string::npos) << shown;
-    for (const char* words : {"--turn=1", "--session=x", "4..3", "3..99"}) {
+    for (const char* words : {"--turn=1", "--turn=999", "--session=x", "--session=", "4..3", "3..99"}) {
         const std::string word = words;
         const auto equals = word.find('=');
         std::vector<std::string> all{"undo", word.substr(0, equals)};

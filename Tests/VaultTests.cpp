@@ -354,6 +354,8 @@ TEST_F(VaultTest, removesOldEntries) {
     EXPECT_FALSE(folder.has("store/vault/" + old.id));
     EXPECT_TRUE(folder.has("store/vault/" + recent.id));
     EXPECT_FALSE(folder.has("store/vault/20200101-000000-1"));
+    EXPECT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start + hours(24 * 7000)));
+    EXPECT_TRUE(folder.has("store/vault/" + recent.id)) << "one wrong clock takes nothing";
 }
 
 TEST(VaultRecord, keepsItsWrittenForm) {

@@ -57,13 +57,20 @@ bool isJump(Date earlier, Date later) {
 
 } // namespace
 
+bool clockIsConfirmed(std::span<const Date> records, Date now) {
+    if (records.empty()) return true;
+    const Date* since = nullptr; // the record that the clock jumped to last
+    for (std::size_t i = 1; i < records.size(); ++i)
+        if (isJump(records[i - 1], records[i])) since = &records[i];
+    const Date newest = records.back();
+    return !isJump(newest, now) && (since == nullptr || (newest - *since).count() >= 2 * day);
+}
+
 bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now) {
-    if (snapshots.empty()) return true;
-    const SnapshotMeta* since = nullptr; // the record that the clock jumped to last
-    for (std::size_t i = 1; i < snapshots.size(); ++i)
-        if (isJump(snapshots[i - 1].created, snapshots[i].created)) since = &snapshots[i];
-    const Date newest = snapshots.back().created;
-    return !isJump(newest, now) && (since == nullptr || (newest - since->created).count() >= 2 * day);
+    std::vector<Date> records;
+    records.reserve(snapshots.size());
+    for (const SnapshotMeta& meta : snapshots) records.push_back(meta.created);
+    return clockIsConfirmed(records, now);
 }
 
 RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now) {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <set>
+#include <span>
 #include <vector>
 
 namespace tidewrack {
@@ -27,7 +28,8 @@ struct RetentionPlan {
 
 // Whether `now` may be believed enough to remove snapshots by their age without being asked to: one wrong clock would
 // take the whole history for old. From a record on that lies more than 400 days after the one before it, or more than
-// an hour before it, records have to span two days first. `snapshots` ascending by number, the one just taken included.
+// an hour before it, records have to span two days first. In the order in which they were made, the latest included.
+[[nodiscard]] bool clockIsConfirmed(std::span<const Date> records, Date now);
 [[nodiscard]] bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now);
 
 } // namespace tidewrack

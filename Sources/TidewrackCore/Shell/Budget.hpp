@@ -47,6 +47,7 @@ struct Budget {
     static constexpr std::size_t mentions = 64;
     static constexpr std::size_t listBytes = std::size_t{64} << 10;
     static constexpr std::size_t filesKeptOnSuspicion = 2'000;
+    static constexpr std::int64_t bytesKeptOnSuspicion = std::int64_t{16} << 20;
     static constexpr std::size_t entriesLookedAt = 4'000;
 
     // The decision

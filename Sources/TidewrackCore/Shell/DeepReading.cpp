@@ -46,17 +46,25 @@ std::optional<std::size_t> pathStart(std::string_view text) {
     return std::nullopt;
 }
 
-// Whether a folder holds no more files than may be kept on suspicion.
-bool isSmall(const std::string& folder, std::size_t& left) {
+// What may still be kept on suspicion.
+struct Room {
+    std::size_t entries = 0;
+    std::int64_t bytes = 0;
+};
+
+// Whether what a folder holds fits, which is then taken off.
+bool isSmall(const std::string& folder, Room& left) {
     return visitNames(folder,
                       [&](const char* name) {
-                          if (left == 0 || --left == 0) return false;
+                          if (left.entries == 0 || --left.entries == 0) return false;
                           const std::string path = joined(folder, name);
                           struct stat status {};
-                          const bool isFolder = lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-                          return !isFolder || isSmall(path, left);
+                          if (lstat(path.c_str(), &status) != 0) return true;
+                          if (S_ISDIR(status.st_mode)) return isSmall(path, left);
+                          left.bytes -= status.st_size;
+                          return left.bytes >= 0;
                       }) == 0 &&
-           left > 0;
+           left.entries > 0 && left.bytes >= 0;
 }
 
 // Gathers what a line and the lists that it reads mention.
@@ -83,6 +91,7 @@ class Mentions {
     const Context& context_;
     ProtectedFolders protected_;
     std::size_t entries_ = 0; // of folders, looked at so far
+    std::int64_t bytesLeft_ = Budget::bytesKeptOnSuspicion;
     std::vector<std::string> paths_;
     std::size_t looks_ = 0;
     std::size_t listBytes_ = 0;
@@ -94,12 +103,17 @@ bool Mentions::isWorthKeeping(const std::string& path) {
         if (isAtOrBelow(path, tree)) return false;
     struct stat status {};
     if (protected_.holdsText(path) || lstat(path.c_str(), &status) != 0) return false;
-    if (S_ISREG(status.st_mode)) return (status.st_mode & 0111) == 0;
+    if (S_ISREG(status.st_mode)) {
+        if ((status.st_mode & 0111) != 0 || status.st_size > bytesLeft_) return false;
+        bytesLeft_ -= status.st_size;
+        return true;
+    }
     if (!S_ISDIR(status.st_mode) || entries_ >= Budget::entriesLookedAt || protected_.holdsFolder(path, false))
         return false;
-    std::size_t left = Budget::filesKeptOnSuspicion + 1;
+    Room left{Budget::filesKeptOnSuspicion + 1, bytesLeft_};
     const bool small = isSmall(path, left);
-    entries_ += Budget::filesKeptOnSuspicion + 1 - left;
+    entries_ += Budget::filesKeptOnSuspicion + 1 - left.entries;
+    if (small) bytesLeft_ = left.bytes;
     return small;
 }
 

@@ -55,7 +55,7 @@ std::string bracedValue(std::string_view body, std::string_view home, Variables&
     const std::string_view name = body.substr(0, length);
     const std::string_view operation = body.substr(length);
     if (length > 0 && operation.starts_with(":=")) {
-        const std::string value(plainValue(name, home, variables));
+        std::string value(plainValue(name, home, variables));
         if (!value.empty()) return value;
         std::string assigned = expandedFallback(operation.substr(2), home, variables);
         if (!variables.assign(name, assigned)) variables.setUnfollowed(true);

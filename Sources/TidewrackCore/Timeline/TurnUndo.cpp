@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <set>
 
@@ -166,6 +167,7 @@ UndoChoice TurnUndo::last() const {
 }
 
 UndoChoice TurnUndo::turn(std::int64_t seq) const {
+    (void)history_.snapshot(seq); // throws where there is none
     const TimelineRow* row = timeline_.turnAt(seq);
     if (row == nullptr)
         throw TidewrackError::refused("Snapshot #" + std::to_string(seq) +
@@ -174,6 +176,7 @@ UndoChoice TurnUndo::turn(std::int64_t seq) const {
 }
 
 UndoChoice TurnUndo::session(const std::string& name) const {
+    if (name.empty()) throw TidewrackError::refused("--session needs a value"); // a script's unset variable
     UndoChoice choice;
     std::set<std::string> names;
     bool exact = false;
@@ -275,7 +278,13 @@ UndoContents TurnUndo::contents() const {
                 if (a.notKept() || b.notKept()) return unkept(a) == unkept(b);
                 return a.kind == EntryKind::link ? sameDestination(place(a), place(b)) : sameBytes(place(a), place(b));
             },
-            [place](const Entry& entry) { return LineDiff::read(place(entry)); }};
+            [place](const Entry& entry) {
+                LineDiff::Content content = LineDiff::read(place(entry));
+                // A copy that was cut short would take its missing lines out of the file.
+                const bool whole = content.tooLarge || content.bytes.size() == static_cast<std::size_t>(entry.size);
+                if (!whole && !entry.blob.starts_with(live)) content.error = EIO;
+                return content;
+            }};
 }
 
 std::vector<UndoAction> TurnUndo::plan(const std::vector<UndoStep>& steps, const Manifest& now,

@@ -189,6 +189,7 @@ std::vector<UndoAction> planUndo(const std::vector<UndoStep>& steps, const Manif
         if (auto action = planner.plan(path)) actions.emplace(path, std::move(*action));
     keepUsedFolders(now, actions);
     std::vector<UndoAction> result;
+    result.reserve(actions.size());
     for (auto& [path, action] : actions) result.push_back(std::move(action));
     return result;
 }

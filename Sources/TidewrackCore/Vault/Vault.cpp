@@ -1,5 +1,6 @@
 #include "Vault/Vault.hpp"
 
+#include "Engine/RetentionPlan.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Descriptor.hpp"
 #include "Platform/Flush.hpp"
@@ -394,8 +395,17 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
     const EarlierCopies earlier = earlierDotfiles();
     VaultSaved saved =
         saveBeside(&earlier, {.paths = paths, .command = backupCommand, .cwd = home, .deadline = deadline});
-    prune(daysKept, now);
+    if (believes(now)) prune(daysKept, now);
     return std::move(saved.entry);
+}
+
+// One wrong clock would take every entry for old. Entries of the future were made by one that has been put right since.
+bool Vault::believes(Date now) const {
+    std::vector<Date> made;
+    for (const VaultEntry& entry : entries())
+        if (entry.created <= now) made.push_back(entry.created);
+    std::sort(made.begin(), made.end());
+    return clockIsConfirmed(made, now);
 }
 
 void Vault::prune(std::int64_t days, Date now) const {

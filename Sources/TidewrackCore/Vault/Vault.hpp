@@ -93,6 +93,7 @@ class Vault {
     // `earlier`: of the hourly copy alone, else null.
     VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
+    [[nodiscard]] bool believes(Date now) const;
     bool restoreItem(const Descriptor& copies, const VaultEntry::Item& item, Date began,
                      std::vector<std::string>& messages) const;
 };

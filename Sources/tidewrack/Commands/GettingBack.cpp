@@ -5,6 +5,7 @@
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
+#include "Support/Errors.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -40,7 +41,6 @@ std::optional<SnapshotMeta> nextStep(const std::vector<SnapshotMeta>& snapshots,
     return std::nullopt;
 }
 
-// `snapshots`: as they were before the undo.
 void hint(Invocation& call, const std::vector<SnapshotMeta>& snapshots, std::int64_t turn) {
     if (const auto step = nextStep(snapshots, turn)) {
         const std::string number = std::to_string(step->seq);
@@ -85,7 +85,7 @@ int undo(Invocation& call) {
     for (const char* option : {"--force", "--keep-later", "--here"})
         if (call.args.has(option))
             throw CliError(std::string(option) + " goes with --last, --turn, --session, --session-of or A..B");
-    if (call.args.positional.empty() && canAsk(call)) return undoAsking(call);
+    if (call.args.positional.empty() && !call.args.has("--dry-run") && canAsk(call)) return undoAsking(call);
     const SnapshotWord word = call.snapshotWord(0, "snapshot");
     if (word.kind != SnapshotWord::Kind::number)
         throw CliError("undo takes the number of a snapshot, not " + *call.args.word(0) +
@@ -93,7 +93,6 @@ int undo(Invocation& call) {
     const std::int64_t turn = word.number;
     const auto paths = chosenPaths(call);
     const Project project = call.project();
-    const auto snapshots = call.store().history(project).snapshots();
     const RestoreResult result = call.engine().undo(project, turn, paths, acting(call));
     const bool idle = result.nothingInScope;
     if (call.json() || !idle)
@@ -101,8 +100,12 @@ int undo(Invocation& call) {
     else
         call.print("Nothing changed after #" + std::to_string(turn) + (paths ? " there" : "") +
                    ", so there's nothing to undo.\n" + warningsText(result, call.look()));
-    if (!call.json() && !paths && (idle || result.prunedUpTo)) hint(call, snapshots, turn);
-    if (!call.json() && !idle && !call.args.has("--dry-run")) hintAtTurn(call, project, turn);
+    if (call.json()) return 0;
+    try {
+        if (!paths && (idle || result.prunedUpTo)) hint(call, call.store().history(project).snapshots(), turn);
+        if (!idle && !call.args.has("--dry-run")) hintAtTurn(call, project, turn);
+    } catch (const TidewrackError&) { // what was asked for is done; a damaged record costs a hint
+    }
     return 0;
 }
 
