@@ -38,7 +38,7 @@ bool asksForHelp(const Args& args) {
 std::string startingFolder(const Args& args, const Surroundings& around) {
     const auto given = args.value("-C");
     if (!given) return around.currentFolder;
-    const std::string folder = absolutePath(*given, around.currentFolder);
+    std::string folder = absolutePath(*given, around.currentFolder);
     if (given->empty() || !isFolder(folder)) throw CliError("-C needs a folder, got " + *given);
     return folder;
 }

@@ -20,7 +20,7 @@ using Reason = UndoAction::Reason;
 constexpr std::size_t longestTitle = 60;
 
 std::string shortened(const std::string& text) {
-    const std::string repaired = repairedUtf8(text);
+    std::string repaired = repairedUtf8(text);
     if (characterCount(repaired) <= longestTitle) return repaired;
     return std::string(firstCharacters(repaired, longestTitle - 1)) + "…";
 }
