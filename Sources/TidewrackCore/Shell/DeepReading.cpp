@@ -27,15 +27,18 @@ constexpr std::array systemTrees = {"/bin"sv,  "/boot"sv, "/dev"sv,  "/lib"sv, "
 constexpr std::array interpreters = {"python"sv, "python3"sv, "node"sv,      "ruby"sv, "perl"sv,   "bash"sv,
                                      "sh"sv,     "zsh"sv,     "deno"sv,      "bun"sv,  "php"sv,    "lua"sv,
                                      "source"sv, "."sv,       "osascript"sv, "tsx"sv,  "Rscript"sv};
+constexpr std::size_t longestInterpreter = 9;
+static_assert(std::all_of(interpreters.begin(), interpreters.end(),
+                          [](std::string_view name) { return name.size() <= longestInterpreter; }));
 
+// Whether what stands at `at` is the command itself, or the program that an interpreter before it is to run.
 bool isProgramsPlace(std::string_view line, std::size_t at) {
-    const std::size_t end = line.find_last_not_of(" \t", at == 0 ? 0 : at - 1);
-    if (at == 0 || end == line.npos) return true; // the command itself
-    if (line.find_first_of("|&;\n(", end) == end) return true;
-    const std::size_t begin = line.find_last_of(" \t\n;|&(", end);
-    const std::string_view word =
-        line.substr(begin == line.npos ? 0 : begin + 1, end - (begin == line.npos ? 0 : begin + 1) + 1);
-    return std::find(interpreters.begin(), interpreters.end(), lastComponent(word)) != interpreters.end();
+    std::string_view before = line.substr(0, at);
+    before = before.substr(0, before.find_last_not_of(" \t") + 1);
+    if (before.empty() || "|&;\n("sv.find(before.back()) != before.npos) return true;
+    before.remove_prefix(before.size() - std::min(before.size(), longestInterpreter + 1));
+    const std::string_view word = before.substr(before.find_last_of(" \t\n;|&(/") + 1);
+    return std::find(interpreters.begin(), interpreters.end(), word) != interpreters.end();
 }
 
 // The length of the "~/", "../", "$HOME/" or "/" that the text begins with, without the slash; none when it begins no
@@ -131,7 +134,7 @@ void Mentions::scan(std::string_view text, bool namesPrograms) {
         const std::size_t slash = at + *start;
         const bool isAddress = at > 0 && text[at - 1] == ':' && text.substr(slash).starts_with("//");
         const std::size_t end = std::min(text.find_first_of(endsOfPaths, slash), text.size());
-        if (isAddress || (namesPrograms && isProgramsPlace(text, at)) || end < slash + 2) continue;
+        if (isAddress || end < slash + 2 || (namesPrograms && isProgramsPlace(text, at))) continue;
         const bool climbs = text[at] == '.';
         const std::string_view relative = text.substr(climbs ? at : slash + 1, end - (climbs ? at : slash + 1));
         std::string path = absolutePath(relative, climbs ? context_.cwd : *start == 0 ? "/" : context_.home);
@@ -146,14 +149,16 @@ void Mentions::scanLists(std::string_view line) {
     const auto holds = [&](std::string_view word) { return line.find(word) != line.npos; };
     if (!holds("xargs") && !holds("read") && !holds("mapfile") && !holds("parallel") && !holds("$(")) return;
     for (const std::string_view before : {"cat "sv, "< "sv, "<"sv, "-a "sv, "--arg-file="sv})
-        for (std::size_t at = line.find(before); at != line.npos; at = line.find(before, at + 1)) {
+        for (std::size_t at = line.find(before); at != line.npos && looks_ < Budget::mentions;
+             at = line.find(before, at + 1)) {
             const std::size_t begin = at + before.size();
             scanList(line.substr(begin, line.find_first_of(" \t\n;|&<>()'\"`$", begin) - begin));
         }
 }
 
 void Mentions::scanList(std::string_view name) {
-    if (name.empty() || looks_++ >= Budget::mentions) return;
+    if (name.empty()) return;
+    ++looks_;
     const std::string path = absolutePath(name, context_.cwd);
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
