@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include <random>
 
 using namespace tidewrack;
@@ -88,9 +90,20 @@ TEST(Manifest, saysWhatIsWrong) {
             << bad;
 }
 
-TEST(Manifest, tellsOddReasonsOfContentsNotKept) {
-    for (const char* blob : {"err", "err99999999999999"})
-        EXPECT_TRUE((Entry{EntryKind::file, 0, 0, 0, 0, 0, blob}.notKeptReason())) << blob;
+TEST(Manifest, tellsWhyContentsWereNotKept) {
+    using Why = KeepFailure::Why;
+    const std::string unread = "it couldn't be read";
+    for (const auto& [blob, reason] : std::vector<std::pair<std::string, std::string>>{
+             {"err", unread},
+             {"err99999999999999", unread},
+             {KeepFailure::system(EACCES).blob(), unread + ": Permission denied"},
+             {KeepFailure{Why::changing}.blob(), "it kept changing while it was copied"},
+             {KeepFailure{Why::late}.blob(), "there was no time left to copy it"},
+             {"1/2", "kept"}}) {
+        const Entry entry{EntryKind::file, 0, 0, 0, 0, 0, blob};
+        EXPECT_EQ(entry.notKeptReason().value_or("kept"), reason) << blob;
+        EXPECT_EQ(entry.notKept(), reason != "kept") << blob;
+    }
 }
 
 TEST(Manifest, largeOnesAreCompressedInTwoHalves) {

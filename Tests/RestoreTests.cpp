@@ -1,4 +1,5 @@
 #include "Platform/Flush.hpp"
+#include "Platform/Process.hpp"
 #include "Support/TestFolders.hpp"
 
 #include "Engine/Engine.hpp"
@@ -7,7 +8,9 @@
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Errors.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -75,14 +78,59 @@ TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     EXPECT_EQ(f.read("project/huge/new"), "makes way for nothing");
 }
 
-TEST_F(RestoreTest, sweepsUpWhatAKilledRestoreLeft) {
-    const std::string ours = "project/src/.tidewrack-" + std::to_string(::getpid()) + "-0";
-    f.write(ours, "of an earlier process with our number");
-    f.write("project/.tidewrack-notes", "the user's own");
-    EXPECT_NE(world.ok({"snap"}).find("+1 ~0 -0"), std::string::npos); // the user's own file only
+TEST_F(RestoreTest, clearsUpWhatAKilledRestoreLeft) {
+    const std::string marks = "store/projects/" + world.project().id + "/restores";
+    const auto left = [&](const std::string& path, const char* text) { f.write("project/" + path, text); };
+    left(".tidewrack-12-3", "the user's own, with a name like ours");
+    left("a.txt", "second\n");
+    world.ok({"snap"});
+    // The second one was put together from several.
+    f.write(marks, ".tidewrack-12-ab- 2 1\n.tidewrack-12-ac- 2 3\n");
+    f.write("store/projects/" + world.project().id + "/blobs/3/0", "merged");
+    left(".tidewrack-12-ac-0-a.txt", "first\n");
+    left(".tidewrack-12-ac-1-a.txt", "merged");
+    left(".tidewrack-12-ab-0", "half a co");
+    left(".tidewrack-12-ab-1-a.txt", "second\n");
+    left("src/.tidewrack-12-ab-2-x", "x");
+    left("src/.tidewrack-12-ab-3-main.c", "somebody's words");
+    EXPECT_NE(world.ok({"snap"}).find("no changes"), std::string::npos);
+    EXPECT_EQ(world.ok({"diff", "2"}), "No changes.\n");
+    EXPECT_EQ(world.ok({"restore", "2"}),
+              "Restored 0 files, removed 2 files. Undo this with: tidewrack restore 5\n"
+              "warning: a restore that was cut short had left a version of src/x that no snapshot had; it is "
+              "src/x.tidewrack-1 in #5\n"
+              "warning: a restore that was cut short had left a version of src/main.c that no snapshot had; it is "
+              "src/main.c.tidewrack-1 in #5\n");
+    EXPECT_EQ(world.ok({"cat", "5", "src/main.c.tidewrack-1"}), "somebody's words");
+    EXPECT_EQ(f.listing("project").find("-12-ab-"), std::string::npos);
+    EXPECT_FALSE(f.has(marks));
+    world.ok({"restore", "1"});
+    EXPECT_EQ(f.listing("project"), before);
     world.ok({"restore", "2"});
-    EXPECT_FALSE(f.has(ours));
-    EXPECT_EQ(f.read("project/.tidewrack-notes"), "the user's own");
+    EXPECT_EQ(f.read("project/.tidewrack-12-3"), "the user's own, with a name like ours");
+}
+
+// A change through a shared mapping leaves the times alone, so that the safety snapshot can't see it.
+TEST_F(RestoreTest, keepsWhatChangedUnseen) {
+    f.write("project/a.txt", "second\n");
+    f.write("project/new", "new");
+    const Descriptor file(::open(f.at("project/a.txt").c_str(), O_RDWR | O_CLOEXEC));
+    auto* const mapped = static_cast<char*>(::mmap(nullptr, 7, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0));
+    ASSERT_NE(mapped, MAP_FAILED);
+    mapped[0] = 'M'; // not every volume tells the first such change either
+    world.ok({"snap"});
+    mapped[0] = 'S';
+    ::munmap(mapped, 7);
+    // The same from the other side: what is kept is not what is there.
+    const std::string kept = Engine(world.store()).contentPath(world.project(), 2, "new").value();
+    ::chmod(kept.c_str(), 0644);
+    ASSERT_EQ(writeAll(Descriptor(::open(kept.c_str(), O_WRONLY | O_CLOEXEC)).get(), "old"), 0);
+    world.ok({"restore", "1"});
+    EXPECT_EQ(f.listing("project"), before);
+    EXPECT_EQ(world.ok({"cat", "3", "a.txt"}) + world.ok({"cat", "3", "new"}), "Second\nnew");
+    world.ok({"prune"});
+    world.ok({"restore", "3"});
+    EXPECT_EQ(f.read("project/a.txt") + f.read("project/new"), "Second\nnew");
 }
 
 TEST_F(RestoreTest, refusesARootThatIsNoFolderAnyMore) {

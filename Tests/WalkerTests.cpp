@@ -175,18 +175,17 @@ TEST_F(WalkerTest, refusesARootThatIsNoFolder) {
     EXPECT_EQ(fault("gone"), "can't read " + f.at("gone") + ": No such file or directory");
 }
 
-TEST_F(WalkerTest, tellsLeftoversFromUserFiles) {
-    for (const char* name : {".tidewrack-12-3", "sub/.tidewrack-1-0", ".tidewrack-", ".tidewrack-12", ".tidewrack-12-",
-                             ".tidewrack-x-1", ".tidewrack-12-3x", ".tidewrack--1-2"})
+TEST_F(WalkerTest, tellsTemporariesFromUserFiles) {
+    for (const char* name :
+         {".tidewrack-12-ab-3", "sub/.tidewrack-12-ab-0-name", ".tidewrack-12-3", ".tidewrack-12-ac-3"})
         f.write(name, "");
-    f.makeFolder(".tidewrack-9-9");
+    f.makeFolder(".tidewrack-12-ab-9");
     Walker::Options options;
-    std::vector<std::string> leftovers;
-    options.leftovers = &leftovers;
-    EXPECT_EQ(walked(options, 0), ".tidewrack- .tidewrack--1-2 .tidewrack-12 .tidewrack-12- .tidewrack-12-3x "
-                                  ".tidewrack-9-9/ .tidewrack-x-1 sub/ ");
-    std::sort(leftovers.begin(), leftovers.end());
-    EXPECT_EQ(leftovers, (std::vector<std::string>{".tidewrack-12-3", "sub/.tidewrack-1-0"}));
+    std::vector<std::string> found;
+    options.temporaries = {{".tidewrack-12-ab-"}, &found};
+    EXPECT_EQ(walked(options, 0), ".tidewrack-12-3 .tidewrack-12-ab-9/ .tidewrack-12-ac-3 sub/ ");
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, (std::vector<std::string>{".tidewrack-12-ab-3", "sub/.tidewrack-12-ab-0-name"}));
 }
 
 // Deeper than any path that the system takes in one call.

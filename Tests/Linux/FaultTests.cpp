@@ -310,6 +310,13 @@ class Attempt {
                            [&](const std::string& content) { return content.find(text) != content.npos; });
     }
 
+    // Whether some snapshot has this text in a file.
+    [[nodiscard]] bool recovers(const std::string& text) const {
+        const auto contents = scene_.recoverable();
+        return std::any_of(contents.begin(), contents.end(),
+                           [&](const std::string& content) { return content.find(text) != content.npos; });
+    }
+
     // What is not complained about is done.
     void checkDoneUnlessToldOtherwise() const {
         const ::testing::ScopedTrace trace(__FILE__, __LINE__, trace_ + ": " + scene_.f.read("report"));
@@ -496,6 +503,22 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
                     << attempt.trace() << attempt.outcome().out;
                 EXPECT_TRUE(attempt.keeps("somebody's words")) << attempt.trace();
                 attempt.check();
+            });
+    }
+    EXPECT_GT(reached, 4U);
+}
+
+// The same, and then the restore dies.
+TEST(FaultsOfOthers, whatIsWrittenBeforeADeathIsInASnapshot) {
+    std::size_t reached = 0;
+    for (const Operation& operation : operations()) {
+        if (operation.words[0] != "restore" && operation.words[0] != "undo") continue;
+        reached += atEveryCall(
+            operation, [](std::size_t) { return "write, death"; },
+            [](Attempt& attempt) {
+                EXPECT_EQ(attempt.outcome().status, 128 + SIGKILL) << attempt.trace();
+                attempt.check();
+                EXPECT_TRUE(attempt.recovers("somebody's words")) << attempt.trace();
             });
     }
     EXPECT_GT(reached, 4U);

@@ -21,7 +21,8 @@ RandomEdits::RandomEdits(std::string root, std::string outside, std::size_t size
       names_{"a",   "a-b", "a.b", "b",         "b",          "build",    "build",  "node_modules",       ".DS_Store",
              "sub", ":c",  "-rf", "two words", "line\nfeed", "tab\t\\n", "\u00e9", std::string(250, 'n')},
       sizeLimit_(sizeLimit), chance_(seed) {
-    names_.insert(names_.end(), {ofAnyBytes("bad\xff"), "two words more"}); // begins like another one
+    names_.insert(names_.end(),
+                  {ofAnyBytes("bad\xff"), "two words more", ".tidewrack-12-3"}); // begins like another one
     if (!volumeIgnoresCase(root_)) names_.insert(names_.end(), {"e\u0301", "A"});
 }
 

@@ -5,7 +5,8 @@
 // Work on one path never stops the others: it ends in a warning line. Everything else throws TidewrackError.
 
 #include "Changes/Changes.hpp"
-#include "Engine/PathOutcome.hpp"
+#include "Engine/RestorePlan.hpp"
+#include "Engine/Temporaries.hpp"
 #include "Platform/Deadline.hpp"
 #include "Store/Store.hpp"
 
@@ -74,11 +75,17 @@ struct Reversal {
 // Where a long operation stands, for a progress line; may be called from several threads.
 using Progress = std::function<void(const char* what, std::size_t count)>;
 
+// What restores that were cut short left behind.
+struct Interrupted {
+    std::vector<PathOutcome> recovered;   // put where people find it, because no snapshot has it
+    std::vector<MarkedRestore> remaining; // those of which not everything could be cleared
+};
+
 // A snapshot with what the restore that asked for it goes on with.
 struct TakenSnapshot {
     SnapshotResult result;
     Manifest manifest;
-    std::vector<std::string> leftovers; // temporaries of interrupted restores, relative paths
+    Interrupted interrupted;
 };
 
 class Engine {
@@ -132,11 +139,18 @@ class Engine {
                        const std::optional<std::vector<std::string>>& paths = std::nullopt,
                        Acting acting = Acting::forReal) const;
 
+    // What every restore begins with: it clears up after those that were cut short, and takes the safety snapshot.
+    [[nodiscard]] TakenSnapshot safetySnapshot(const ProjectLock& lock, const Project& project,
+                                               const SnapshotRequest& request) const;
     // What every restore comes down to: what is in `scope` becomes as `target` lists it, where it is as `safety` has
-    // it.
+    // it. `safety` gains what it could not see, and its record with it.
     using Scope = std::function<bool(std::string_view)>;
-    RestoreResult apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
-                        const TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const;
+    struct Target {
+        std::optional<std::int64_t> seq; // none: put together from several
+        Manifest manifest;
+    };
+    RestoreResult apply(const ProjectLock& lock, const Project& project, const Target& target, const Scope& scope,
+                        TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const;
     // Keeps texts that no snapshot has seen as contents of the record to come; returns how a target names them. Where
     // there are any, `reversal.seq` becomes that record's number.
     std::vector<std::string> keepTexts(const ProjectLock& lock, const Project& project,
@@ -161,6 +175,9 @@ class Engine {
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
                                     const Manifest& current, bool removeNew) const;
+    Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
+    bool keepUnseen(const ProjectLock& lock, const Project& project, const RestorePlan& plan,
+                    TakenSnapshot& safety) const;
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,

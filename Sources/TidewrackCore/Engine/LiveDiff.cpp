@@ -2,6 +2,7 @@
 // comparison to now a file is unchanged exactly when every attribute is the snapshot's.
 
 #include "Engine/Engine.hpp"
+#include "Engine/Temporaries.hpp"
 #include "Engine/UnreadFolders.hpp"
 #include "Support/Paths.hpp"
 #include "Walk/Walker.hpp"
@@ -13,7 +14,8 @@ namespace tidewrack {
 Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknown unknown) const {
     const History history = store.history(project);
     const SnapshotMeta meta = history.snapshot(from);
-    const auto walker = projectWalker(project, nestedRoots(project, store.projects()));
+    const auto walker =
+        projectWalker(project, nestedRoots(project, store.projects()), {prefixesOf(markedRestores(history))});
     walker->expect(meta.files);
     Sides result;
     result.older = history.manifest(meta);

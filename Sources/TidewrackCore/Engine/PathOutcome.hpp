@@ -52,7 +52,8 @@ struct PathOutcome {
         kept,         // a folder on purpose
         keptContents, // what is in a folder
         skipped,
-        missing, // there is nothing to be done
+        recovered, // without an obstacle: what a restore that was cut short had left of it; `detail` is its new path
+        missing,   // there is nothing to be done
     };
 
     std::string path; // project-relative

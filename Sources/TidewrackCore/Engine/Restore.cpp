@@ -91,19 +91,18 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     std::optional<ProjectLock> lock;
     if (acting == Acting::forReal) lock.emplace(history.lockPath());
     checkRoot(project);
-    const Manifest target = history.manifest(history.snapshot(to));
+    const Target target{to, history.manifest(history.snapshot(to))};
     std::vector<std::string> listed = relativePaths(project, paths);
     SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
     request.reversal = "restore";
-    const TakenSnapshot safety =
-        lock ? snapshotLocked(*lock, project, request, FolderChanges::recorded) : presentState(project);
-    if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target, &safety.manifest});
+    TakenSnapshot safety = lock ? safetySnapshot(*lock, project, request) : presentState(project);
+    if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&target.manifest, &safety.manifest});
     const Scope scope = [&](std::string_view path) { return !paths || inScope(listed, path); };
     Reversal reversal;
     if (!paths && removeNew) reversal.tookBack.push_back({to, safety.result.meta.seq});
     RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew, reversal)
-                                : aim(project, target, scope, safety.manifest, removeNew);
-    addMissing(listed, target, safety.manifest, result);
+                                : aim(project, target.manifest, scope, safety.manifest, removeNew);
+    addMissing(listed, target.manifest, safety.manifest, result);
     result.target = to;
     return result;
 }
@@ -130,17 +129,33 @@ RestoreResult Engine::aim(const Project& project, const Manifest& target, const 
     return result;
 }
 
-RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, const Manifest& target, const Scope& scope,
-                            const TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const {
+RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, const Target& target, const Scope& scope,
+                            TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const {
     const auto start = std::chrono::steady_clock::now();
     SnapshotMeta meta;
     meta.created = now();
     const History history = store.history(project);
+    const RestoreInput input{target.manifest,
+                             safety.manifest,
+                             scope,
+                             nestedRoots(project, store.projects()),
+                             removeNew,
+                             ::geteuid() == 0,
+                             lostContents(history, target.manifest, safety.manifest)};
+    RestorePlan plan = planRestore(input);
+    if (keepUnseen(lock, project, plan, safety)) plan = planRestore(input);
+    Temporaries names;
+    std::vector<MarkedRestore> marked = safety.interrupted.remaining;
+    const bool needsMark = !plan.writes.empty() || !plan.removeFiles.empty();
+    if (needsMark) {
+        const std::int64_t goal = target.seq ? *target.seq : reversal.seq.value_or(0);
+        marked.push_back({names.prefix(), safety.result.meta.seq, goal});
+        markRestores(lock, history, marked);
+    }
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!history.sharesVolume()) history.bringRecordsToDisk(lock);
-    RestoreRun run(*this, project, target, safety);
-    run.work({target, safety.manifest, scope, nestedRoots(project, store.projects()), removeNew, ::geteuid() == 0,
-              lostContents(history, target, safety.manifest)});
+    RestoreRun run(*this, project, target.manifest, safety, names);
+    run.work(std::move(plan), input.nestedRoots);
     const Manifest after = run.manifestAfter();
     RestoreResult result = run.takeResult();
     const bool whole = std::none_of(result.outcomes.begin(), result.outcomes.end(),
@@ -158,6 +173,15 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                                  ". The files were restored all the same; undo this with: tidewrack restore " +
                                  std::to_string(safety.result.meta.seq));
     }
+    if (needsMark && !names.anyLeft()) {
+        marked.pop_back();
+        try {
+            markRestores(lock, history, marked);
+        } catch (const TidewrackError&) { // the next restore finds that nothing is left
+        }
+    }
+    const auto& recovered = safety.interrupted.recovered;
+    result.outcomes.insert(result.outcomes.begin(), recovered.begin(), recovered.end());
     result.safety = safety.result.meta;
     result.safetyWarnings = safety.result.warnings;
     return result;
@@ -217,26 +241,25 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     if (acting == Acting::forReal) lock.emplace(history.lockPath());
     checkRoot(project);
     const SnapshotMeta start = history.snapshot(from);
-    const Manifest before = history.manifest(start);
+    const Target before{from, history.manifest(start)};
     std::optional<Manifest> after;
     if (to) after = history.manifest(history.snapshot(*to));
     std::vector<std::string> listed = relativePaths(project, paths);
     SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
     request.reversal = "undo";
-    const TakenSnapshot safety =
-        lock ? snapshotLocked(*lock, project, request, FolderChanges::recorded) : presentState(project);
-    const auto all = Changes::between(before, after ? *after : safety.manifest).all();
+    TakenSnapshot safety = lock ? safetySnapshot(*lock, project, request) : presentState(project);
+    const auto all = Changes::between(before.manifest, after ? *after : safety.manifest).all();
     after.reset();
-    if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&before, &safety.manifest});
+    if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&before.manifest, &safety.manifest});
     std::set<std::string, std::less<>> changed(all.begin(), all.end());
     if (paths) std::erase_if(changed, [&](const std::string& path) { return !inScope(listed, path); });
     const Scope scope = [&](std::string_view path) { return changed.contains(path); };
     Reversal reversal{"undo", {}, std::nullopt};
     if (!paths) reversal.tookBack.push_back({from, to.value_or(safety.result.meta.seq)});
     RestoreResult result = lock ? apply(*lock, project, before, scope, safety, true, reversal)
-                                : aim(project, before, scope, safety.manifest, true);
+                                : aim(project, before.manifest, scope, safety.manifest, true);
     result.nothingInScope = changed.empty();
-    if (changed.empty()) addMissing(listed, before, safety.manifest, result);
+    if (changed.empty()) addMissing(listed, before.manifest, safety.manifest, result);
     result.target = from;
     return result;
 }

@@ -4,7 +4,6 @@
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
-#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Walk/Walker.hpp"
 
@@ -40,8 +39,8 @@ bool nothingThere(int error) {
 } // namespace
 
 RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manifest& target,
-                       const TakenSnapshot& safety)
-    : engine_(engine), target_(target), safety_(safety), files_(-1), parents_(files_) {
+                       const TakenSnapshot& safety, Temporaries& names)
+    : engine_(engine), target_(target), safety_(safety), names_(names), files_(-1), parents_(files_) {
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
     // A link there is the user's own, who has put the contents on another volume.
@@ -51,12 +50,9 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     pending_.copies = mostWrittenOutOneByOne; // bringToDisk() waits for all that is put back
 }
 
-void RestoreRun::work(const RestoreInput& input) {
-    RestorePlan plan = planRestore(input);
-    nestedRoots_ = input.nestedRoots;
+void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots) {
+    nestedRoots_ = nestedRoots;
     result_.outcomes = std::move(plan.left);
-    trace_.mark([] { return "plan"; });
-    removeLeftovers();
     open(plan.closedFolders);
     remove(plan);
     files_.forget();
@@ -65,12 +61,6 @@ void RestoreRun::work(const RestoreInput& input) {
     files_.forget();
     finishFolders(plan);
     bringToDisk();
-}
-
-// Temporaries of a restore that was killed are ours and nobody's work.
-void RestoreRun::removeLeftovers() {
-    for (const std::string& path : safety_.leftovers)
-        if (isLeftover(lastComponent(path))) (void)files_.removeFile(path);
 }
 
 void RestoreRun::open(const RestorePlan::Items& folders) {
@@ -139,7 +129,7 @@ void RestoreRun::removeFile(const Manifest::Item& item) {
     if (standing == Standing::safe) {
         Place place;
         const int error = files_.place(item.path, place);
-        obstacle = error != 0 ? Obstacle::system(error) : removeUnchanged(place, item.entry);
+        obstacle = error != 0 ? Obstacle::system(error) : removeUnchanged(names_, place, item.entry);
         if (!obstacle) {
             touched(attributes);
             return removed(item);
@@ -250,7 +240,7 @@ Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {
         Obstacle obstacle = putContent(*job.item, place, worker);
         return obstacle.error == EEXIST ? Obstacle{Reason::changedSince} : obstacle;
     }
-    const std::string temporary = temporaryName();
+    const std::string temporary = names_.forCopy();
     const Place made{place.folder, temporary.c_str()};
     Obstacle obstacle = putContent(*job.item, made, worker);
     // Copying may have taken a while, so the old one is looked at once more.
@@ -258,12 +248,12 @@ Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {
     Standing standing = Standing::unsafe;
     if (!obstacle) standing = examine(worker.project, job.item->path, obstacle, attributes);
     if (standing == Standing::unsafe) {
-        (void)::unlinkat(made.folder, made.name, 0);
+        if (::unlinkat(made.folder, made.name, 0) != 0 && errno != ENOENT) names_.leave();
         return obstacle;
     }
-    if (standing != Standing::safe) return putIntoGap(made, place);
+    if (standing != Standing::safe) return putIntoGap(names_, made, place);
     touched(attributes);
-    return replaceUnchanged(made, place, *safety_.manifest.find(job.item->path), job.item->entry);
+    return replaceUnchanged(names_, made, place, *safety_.manifest.find(job.item->path), job.item->entry);
 }
 
 // Folders get the mode and time they had, deepest first, once nothing is written into them any more and nothing below

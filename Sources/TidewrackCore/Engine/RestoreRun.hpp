@@ -5,6 +5,7 @@
 #include "Engine/Engine.hpp"
 #include "Engine/ParentCache.hpp"
 #include "Engine/RestorePlan.hpp"
+#include "Engine/Temporaries.hpp"
 #include "Engine/Trace.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Copies.hpp"
@@ -23,11 +24,13 @@ namespace tidewrack {
 class RestoreRun {
   public:
     // All arguments must outlive the run. Throws when the project's root or the kept contents cannot be opened.
-    RestoreRun(const Engine& engine, const Project& project, const Manifest& target, const TakenSnapshot& safety);
+    RestoreRun(const Engine& engine, const Project& project, const Manifest& target, const TakenSnapshot& safety,
+               Temporaries& names);
     RestoreRun(const RestoreRun&) = delete;
     RestoreRun& operator=(const RestoreRun&) = delete;
 
-    void work(const RestoreInput& input);
+    // `plan` is of the target and the safety snapshot.
+    void work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots);
     // The listing of the folder as the run left it, without walking it again.
     [[nodiscard]] Manifest manifestAfter();
     [[nodiscard]] RestoreResult takeResult();
@@ -46,7 +49,6 @@ class RestoreRun {
         std::optional<Entry> now; // as it is on the disk now; the blob is the target's view
     };
 
-    void removeLeftovers();
     void open(const RestorePlan::Items& folders);
     void remove(const RestorePlan& plan);
     void removeFile(const Manifest::Item& item);
@@ -77,6 +79,7 @@ class RestoreRun {
     const Engine& engine_;
     const Manifest& target_;
     const TakenSnapshot& safety_;
+    Temporaries& names_;
     Trace trace_;
     Descriptor root_;
     Descriptor blobs_;

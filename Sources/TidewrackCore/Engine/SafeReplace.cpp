@@ -1,7 +1,5 @@
 #include "Engine/SafeReplace.hpp"
 
-#include "Support/Files.hpp"
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -35,6 +33,11 @@ int removeAt(Place place) {
     return ::unlinkat(place.folder, place.name, 0) == 0 ? 0 : errno;
 }
 
+// A leftover for the next restore, should that fail.
+void discard(Temporaries& names, Place place) {
+    if (removeAt(place) != 0) names.leave();
+}
+
 Obstacle because(int error) {
     return error == 0 ? Obstacle{} : Obstacle::system(error);
 }
@@ -61,34 +64,42 @@ bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
     return there.kind == wanted.kind && there.size == wanted.size && inTime;
 }
 
-Obstacle replaceUnchanged(Place made, Place place, const Entry& recorded, const Entry& wanted) {
-    if (const int error = exchange(made, place)) {
-        if (error == ENOENT) return putIntoGap(made, place);
-        const int failure = moveTo(made, place); // a volume without exchanges
-        if (failure != 0) (void)removeAt(made);
+Obstacle replaceUnchanged(Temporaries& names, Place made, Place place, const Entry& recorded, const Entry& wanted) {
+    // From here on the name tells what may stand aside under it.
+    const std::string name = names.aside(place.name);
+    const Place aside{place.folder, name.c_str()};
+    if (const int error = moveTo(made, aside)) {
+        discard(names, made);
+        return because(error);
+    }
+    if (const int error = exchange(aside, place)) {
+        if (error == ENOENT) return putIntoGap(names, aside, place);
+        const int failure = moveTo(aside, place); // a volume without exchanges
+        if (failure != 0) discard(names, aside);
         return because(failure);
     }
-    if (!isUnchangedAside(made, recorded)) {
-        if (const int error = putBack(made, place, wanted)) return because(error);
-        (void)removeAt(made);
-        return {Obstacle::Reason::changedSince};
+    if (isUnchangedAside(aside, recorded)) {
+        discard(names, aside);
+        return {};
     }
-    (void)removeAt(made); // a leftover for the next restore, should that fail
-    return {};
+    if (const int error = putBack(aside, place, wanted)) {
+        names.leave();
+        return because(error);
+    }
+    discard(names, aside);
+    return {Obstacle::Reason::changedSince};
 }
 
-Obstacle putIntoGap(Place made, Place place) {
+Obstacle putIntoGap(Temporaries& names, Place made, Place place) {
     const int error = link(made, place);
-    if (error == 0) return because(removeAt(made));
-    const bool taken = error == EEXIST;
-    const int failure = taken ? 0 : moveTo(made, place); // a volume without links
-    if (taken || failure != 0) (void)removeAt(made);
-    return taken ? Obstacle{Obstacle::Reason::changedSince} : because(failure);
+    const int failure = error == 0 || error == EEXIST ? 0 : moveTo(made, place); // a volume without links
+    if (error == 0 || error == EEXIST || failure != 0) discard(names, made);
+    return error == EEXIST ? Obstacle{Obstacle::Reason::changedSince} : because(failure);
 }
 
-Obstacle removeUnchanged(Place place, const Entry& recorded) {
-    const std::string temporary = temporaryName();
-    const Place aside{place.folder, temporary.c_str()};
+Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded) {
+    const std::string name = names.aside(place.name);
+    const Place aside{place.folder, name.c_str()};
     if (const int error = moveTo(place, aside)) {
         if (error == ENOENT || error == ENOTDIR) return because(error);
         return because(removeAt(place)); // a full volume has no room for a new name
@@ -99,11 +110,13 @@ Obstacle removeUnchanged(Place place, const Entry& recorded) {
         const int error = link(aside, place);
         if (error != 0 && error != EEXIST) {
             const int failure = moveTo(aside, place);
-            return failure == 0 ? Obstacle{Obstacle::Reason::changedSince} : because(failure);
+            if (failure == 0) return {Obstacle::Reason::changedSince};
+            names.leave();
+            return because(failure);
         }
     }
     const int error = removeAt(aside);
-    if (error != 0 && unchanged) (void)moveTo(aside, place);
+    if (error != 0 && (!unchanged || moveTo(aside, place) != 0)) names.leave();
     if (error != 0) return because(error);
     return unchanged ? Obstacle{} : Obstacle{Obstacle::Reason::changedSince};
 }

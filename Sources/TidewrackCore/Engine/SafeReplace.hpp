@@ -3,18 +3,20 @@
 // a temporary name in one step and looked at once more there; what has changed after all gets its name back.
 
 #include "Engine/PathOutcome.hpp"
+#include "Engine/Temporaries.hpp"
 #include "Platform/Copies.hpp"
 
 namespace tidewrack {
 
 // Puts the finished new file `made` into the place of the old one, which is `recorded`; `wanted` describes the new one.
 // Nothing is left at `made` afterwards, but for somebody's file that could not be put back.
-[[nodiscard]] Obstacle replaceUnchanged(Place made, Place place, const Entry& recorded, const Entry& wanted);
+[[nodiscard]] Obstacle replaceUnchanged(Temporaries& names, Place made, Place place, const Entry& recorded,
+                                        const Entry& wanted);
 // Puts `made` where nothing stands. A new name never takes the place of what somebody puts there at the last moment, as
 // a rename would. Nothing is left at `made`.
-[[nodiscard]] Obstacle putIntoGap(Place made, Place place);
+[[nodiscard]] Obstacle putIntoGap(Temporaries& names, Place made, Place place);
 // Removes what is `recorded`. ENOENT when somebody was faster.
-[[nodiscard]] Obstacle removeUnchanged(Place place, const Entry& recorded);
+[[nodiscard]] Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded);
 
 // Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
 // change would bear a later one.

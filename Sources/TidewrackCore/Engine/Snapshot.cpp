@@ -2,8 +2,10 @@
 // any point leaves only leftovers, which the numbering steps over.
 
 #include "Engine/CloneAll.hpp"
+#include "Engine/ContentKeeper.hpp"
 #include "Engine/Engine.hpp"
 #include "Engine/Spelling.hpp"
+#include "Engine/Temporaries.hpp"
 #include "Engine/Trace.hpp"
 #include "Engine/UnreadFolders.hpp"
 #include "Platform/Attributes.hpp"
@@ -24,31 +26,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <thread>
 
 namespace tidewrack {
 
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
-constexpr int copyTries = 4;
-constexpr std::int64_t coarseTick = 2'000'000'000; // of volumes that keep whole seconds, or every second one
-
-struct KeepJob {
-    ManifestBuilder::Handle item;
-    std::string blob;
-    Entry entry; // as walked; as copied, once it was
-    bool tooLarge = false;
-    bool growing = false; // it got longer while it was copied
-};
-
-// Until a file whose latest change bears this time can't be changed again without a new one. A time in the future is
-// another clock's, and nothing to wait for.
-void waitUntilSettled(std::int64_t ctime) {
-    if (ctime > earliestStamp() + coarseTick) return;
-    const std::int64_t settled = ctime % 1'000'000'000 == 0 ? ctime + coarseTick : ctime + 1;
-    while (earliestStamp() < settled) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-}
 
 // The content folder of a snapshot being taken: removed again unless the snapshot was recorded.
 class ContentFolder {
@@ -73,78 +56,6 @@ class ContentFolder {
     std::string path_;
     Descriptor folder_;
     bool committed_ = false;
-};
-
-// Copies one content so that it is what its entry says: when the file changes meanwhile, again with fresh attributes.
-class Keeper {
-  public:
-    Keeper(int folder, std::int64_t maxFileSize) : folder_(folder), maxFileSize_(maxFileSize) {}
-
-    int keep(KeepJob& job, std::string_view path, CloneWorker& worker) const {
-        Place source;
-        if (const int error = worker.project.place(path, source)) return error;
-        const std::string name(lastComponent(job.blob));
-        const Place target{folder_, name.c_str()};
-        for (int attempt = 1;; ++attempt) {
-            bool consistent = false;
-            const int error = job.entry.kind == EntryKind::link ? keepLink(job, source, target, consistent)
-                                                                : keepFile(job, source, target, worker, consistent);
-            if (error != 0 || consistent || job.tooLarge) return error;
-            if (attempt == copyTries && cutToItsEntry(job, target)) return 0;
-            if (::unlinkat(folder_, name.c_str(), 0) != 0) return errno;
-            if (attempt == copyTries) return EBUSY;
-        }
-    }
-
-  private:
-    int keepFile(KeepJob& job, Place source, Place target, CloneWorker& worker, bool& consistent) const {
-        const Descriptor file(::openat(source.folder, source.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (!file) return errno;
-        struct stat status {};
-        if (::fstat(file.get(), &status) != 0) return errno;
-        const Attributes before = attributesOf(status);
-        if (before.kind != Attributes::Kind::file) return EBUSY;
-        job.entry = entryOf(before);
-        job.tooLarge = before.size > maxFileSize_;
-        if (job.tooLarge) return 0;
-        waitUntilSettled(before.ctime);
-        if (const int error = copyOpenFile(file.get(), status, target, {0444}, worker.memory)) return error;
-        Attributes after;
-        if (const int error = attributesOfOpen(file.get(), after)) return error;
-        consistent = entryOf(after).sameAttributes(job.entry);
-        job.growing = after.size > before.size;
-        return 0;
-    }
-
-    // A log that grows all the time is better kept as far as it went than not at all. Its attributes are of before the
-    // copy, so the next snapshot finds it changed.
-    static bool cutToItsEntry(const KeepJob& job, Place copy) {
-        Attributes made;
-        return job.growing && attributesAt(copy.folder, copy.name, made) == 0 &&
-               (made.size == job.entry.size || (made.size > job.entry.size && cut(copy, job.entry.size)));
-    }
-
-    static bool cut(Place copy, std::int64_t size) {
-        if (::fchmodat(copy.folder, copy.name, 0600, 0) != 0) return false;
-        const Descriptor file(::openat(copy.folder, copy.name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
-        return file && ::ftruncate(file.get(), size) == 0 && ::fchmod(file.get(), 0444) == 0;
-    }
-
-    static int keepLink(KeepJob& job, Place source, Place target, bool& consistent) {
-        Attributes before;
-        if (const int error = attributesAt(source.folder, source.name, before)) return error;
-        if (before.kind != Attributes::Kind::link) return EBUSY;
-        job.entry = entryOf(before);
-        waitUntilSettled(before.ctime);
-        if (const int error = copyLink(source, target)) return error;
-        Attributes after;
-        if (const int error = attributesAt(source.folder, source.name, after)) return error;
-        consistent = entryOf(after).sameAttributes(job.entry);
-        return 0;
-    }
-
-    int folder_;
-    std::int64_t maxFileSize_;
 };
 
 std::string tooLargeBlob(const Entry& entry) {
@@ -185,13 +96,20 @@ class SnapshotRun {
         const BackgroundFlush flushing(contents.get(), jobs_.size(), pending_);
         std::atomic<std::size_t> done = 0;
         const auto results = cloneAll(jobs_.size(), cloneThreads, root.get(), [&](std::size_t i, CloneWorker& worker) {
-            if (passed(deadline)) return ECANCELED;
+            if (passed(deadline)) {
+                jobs_[i].failure = {KeepFailure::Why::late};
+                return 0;
+            }
             if (progress_) progress_("kept", ++done);
             worker.memory.deadline = deadline;
             worker.memory.pending = &pending_;
-            return keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
+            keeper.keep(jobs_[i], builder_.item(jobs_[i].item).path, worker);
+            return 0;
         });
-        for (std::size_t i = 0; i < jobs_.size(); ++i) settle(jobs_[i], results[i], result);
+        for (std::size_t i = 0; i < jobs_.size(); ++i) {
+            if (results[i] != 0) jobs_[i].failure = KeepFailure::system(results[i]); // no memory for it
+            settle(jobs_[i], result);
+        }
     }
 
     [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
@@ -210,13 +128,13 @@ class SnapshotRun {
         return before.blob;
     }
 
-    void settle(KeepJob& job, int error, SnapshotResult& result) {
+    void settle(KeepJob& job, SnapshotResult& result) {
         std::string blob = job.blob;
-        if (error != 0) {
-            blob = "err" + std::to_string(error);
+        if (job.failure) {
+            blob = job.failure.blob();
             result.warnings.push_back("couldn't save " + std::string(builder_.item(job.item).path) + ": " +
-                                      errorText(error));
-            if (error == ECANCELED) ++result.late;
+                                      job.failure.text());
+            if (job.failure.why == KeepFailure::Why::late) ++result.late;
         } else if (job.tooLarge) {
             blob = tooLargeBlob(job.entry);
         } else if (job.growing) {
@@ -285,7 +203,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const History history = store.history(project);
     const auto newest = history.newestSeq();
     const auto nested = nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects());
-    auto walker = projectWalker(project, nested, &taken.leftovers, request.deadline);
+    auto walker = projectWalker(project, nested, {prefixesOf(markedRestores(history))}, request.deadline);
     const Previous previous = loadPrevious(history, newest, *walker, taken.result.warnings);
     trace.mark([] { return "load previous manifest"; });
 

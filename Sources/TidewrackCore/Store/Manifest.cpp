@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstring>
 
 namespace tidewrack {
@@ -21,12 +20,9 @@ bool byPath(const Manifest::Item& a, const Manifest::Item& b) {
 std::optional<std::string> Entry::notKeptReason() const {
     if (blob.starts_with("big:")) return "it was larger than the size limit";
     if (!blob.starts_with("err")) return std::nullopt;
-    int number = 0;
-    const auto digits = blob.substr(3);
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (error == std::errc() && end == digits.data() + digits.size())
-        return "it couldn't be read: " + errorText(number);
-    return "it couldn't be read";
+    const KeepFailure failure = KeepFailure::fromBlob(blob);
+    if (failure.why != KeepFailure::Why::system) return failure.text();
+    return failure.error == 0 ? "it couldn't be read" : "it couldn't be read: " + failure.text();
 }
 
 Entry entryOf(const Attributes& attributes) {

@@ -3,6 +3,7 @@
 // hold hundreds of thousands of paths. docs/store-format.md describes the file.
 
 #include "Platform/Attributes.hpp"
+#include "Store/KeepFailure.hpp"
 
 #include <cstdint>
 #include <deque>
@@ -21,7 +22,7 @@ enum class EntryKind : std::uint8_t { file, link, dir };
 // What a snapshot saw at one path. `blob` says where the content is kept:
 //   "<seq>/<n>"           kept by snapshot seq as its n-th content
 //   "big:<size>:<mtime>"  over the size limit, not kept
-//   "err<number>"         could not be kept; the error's number (older stores: a bare "err")
+//   "err<number>"         could not be kept; the error's number (older stores: a bare "err"), or a KeepFailure's word
 //   "ign"                 a folder left out because git ignores it
 //   ""                    a folder
 // `blob` is a view: its bytes belong to the manifest that holds the entry, or to whoever made the entry.

@@ -49,6 +49,9 @@ std::string temporaryName() {
     return std::string(temporaryPrefix) + std::to_string(::getpid()) + "-" + std::to_string(counter++);
 }
 
+namespace {
+
+// The number of the process that such a name tells, -1 for any other name.
 std::int64_t temporaryOwner(std::string_view name) {
     if (!name.starts_with(temporaryPrefix)) return -1;
     name.remove_prefix(temporaryPrefix.size());
@@ -65,6 +68,8 @@ bool isLeftover(std::string_view name) {
     const std::int64_t owner = temporaryOwner(name);
     return owner >= 0 && (owner == ::getpid() || !processIsAlive(owner));
 }
+
+} // namespace
 
 void removeLeftovers(const std::string& folder) {
     try {

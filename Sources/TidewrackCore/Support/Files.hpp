@@ -20,12 +20,9 @@ namespace tidewrack {
 // --- Temporaries ---
 // Whatever replaces something is written under a name of its own in the same folder first: ".tidewrack-<pid>-<n>".
 [[nodiscard]] std::string temporaryName();
-// The number of the process that such a name tells, -1 for any other name.
-[[nodiscard]] std::int64_t temporaryOwner(std::string_view name);
-// Whether a process that died left it. One that bears this process's number is of an earlier process that had it too,
-// as happens in containers; to be asked before this process writes one.
-[[nodiscard]] bool isLeftover(std::string_view name);
-// Removes the files in a folder that isLeftover() is true of, as far as that is possible.
+// Removes the files in a folder of ours that bear such a name and that a process which died left, as far as that is
+// possible. One that bears this process's number is of an earlier process that had it too, as happens in containers; so
+// this comes before the process writes one.
 void removeLeftovers(const std::string& folder);
 
 // Replaces a file, or makes one with mode 0644: a reader sees the old or the new one, never a part, and not even a

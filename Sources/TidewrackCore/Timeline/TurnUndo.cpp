@@ -322,7 +322,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     Engine::checkRoot(project_);
     SnapshotRequest request{"restore", label(choice), {}, {}, {}};
     request.reversal = choice.by;
-    const TakenSnapshot safety = engine_.snapshotLocked(lock, project_, request, Engine::FolderChanges::recorded);
+    TakenSnapshot safety = engine_.safetySnapshot(lock, project_, request);
     const auto steps = this->steps(choice, safety.manifest);
     auto actions = plan(steps, safety.manifest, options);
     bool whole = true;
@@ -337,7 +337,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     return result;
 }
 
-void TurnUndo::act(const ProjectLock& lock, const TakenSnapshot& safety, const UndoChoice& choice, bool whole,
+void TurnUndo::act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole,
                    std::vector<UndoAction>& actions, UndoResult& result) const {
     Reversal reversal{choice.by, {}, std::nullopt};
     if (whole)
@@ -361,8 +361,8 @@ void TurnUndo::act(const ProjectLock& lock, const TakenSnapshot& safety, const U
             target.add(action.path, *action.wanted);
     }
     result.restored = engine_.apply(
-        lock, project_, target.finish(), [&](std::string_view path) { return scope.contains(path); }, safety, true,
-        reversal);
+        lock, project_, {std::nullopt, target.finish()}, [&](std::string_view path) { return scope.contains(path); },
+        safety, true, reversal);
 }
 
 std::vector<UndoneAction> TurnUndo::withCauses(std::vector<UndoAction> actions, const UndoChoice& choice) const {

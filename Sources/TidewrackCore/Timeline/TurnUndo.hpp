@@ -70,7 +70,7 @@ class TurnUndo {
     [[nodiscard]] UndoContents contents() const;
     [[nodiscard]] std::vector<UndoAction> plan(const std::vector<UndoStep>& steps, const Manifest& now,
                                                const Options& options) const;
-    void act(const ProjectLock& lock, const TakenSnapshot& safety, const UndoChoice& choice, bool whole,
+    void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole,
              std::vector<UndoAction>& actions, UndoResult& result) const;
     [[nodiscard]] std::vector<UndoneAction> withCauses(std::vector<UndoAction> actions, const UndoChoice& choice) const;
     [[nodiscard]] std::string label(const UndoChoice& choice) const;

@@ -87,8 +87,8 @@ bool Walker::yieldChildren(const FolderListing& listing, const Body& body) {
 bool Walker::yieldFile(std::string_view name, const Attributes& attributes, const Body& body) {
     if (name.size() == ignoredFile.size() && attributes.kind == Attributes::Kind::file && name == ignoredFile)
         return true;
-    if (name.front() == '.' && temporaryOwner(name) >= 0) {
-        if (options_.leftovers != nullptr) options_.leftovers->push_back(path_);
+    if (!options_.temporaries.prefixes.empty() && isTemporary(name)) {
+        if (options_.temporaries.found != nullptr) options_.temporaries.found->push_back(path_);
         return true;
     }
     return body({path_, entryOf(attributes)});
@@ -105,6 +105,11 @@ bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, co
     if (!body(item)) return false;
     if (asks) reader_.put(path_);
     return true;
+}
+
+bool Walker::isTemporary(std::string_view name) const {
+    const auto& prefixes = options_.temporaries.prefixes;
+    return std::any_of(prefixes.begin(), prefixes.end(), [&](const auto& prefix) { return name.starts_with(prefix); });
 }
 
 bool Walker::leavesOut(std::string_view name, std::string_view path) const {
@@ -128,14 +133,14 @@ std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std
     return count;
 }
 
-std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
-                                      std::vector<std::string>* leftovers, const Deadline& deadline) {
+std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping, Walker::Temporaries temporaries,
+                                      const Deadline& deadline) {
     const auto& ifIgnored = project.excludesIfIgnored ? *project.excludesIfIgnored : defaultExcludesIfIgnored();
     Walker::Options options;
     options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
     options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
     options.skipPaths = skipping;
-    options.leftovers = leftovers;
+    options.temporaries = std::move(temporaries);
     const auto patience = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
     if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, patience)) {
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };

@@ -47,14 +47,20 @@ class Walker {
         bool operator==(const Unread&) const = default;
     };
 
+    // Files that restores make for a moment: they are in no listing.
+    struct Temporaries {
+        std::vector<std::string> prefixes{};       // of their names
+        std::vector<std::string>* found = nullptr; // receives their paths
+    };
+
     struct Options {
         NameSet excludes;
         NameSet excludesIfIgnored;
         // Git's answer for a relative folder path, if it gives one; may be empty.
         std::function<std::optional<bool>(std::string_view)> isIgnored;
-        std::function<bool()> gitIsLate;               // whether git gives none for being too slow; may be empty
-        NameSet skipPaths;                             // relative folder paths left out, with everything below
-        std::vector<std::string>* leftovers = nullptr; // receives the temporaries of interrupted restores
+        std::function<bool()> gitIsLate; // whether git gives none for being too slow; may be empty
+        NameSet skipPaths;               // relative folder paths left out, with everything below
+        Temporaries temporaries;
     };
 
     // Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
@@ -79,6 +85,7 @@ class Walker {
     bool yieldChildren(const FolderListing& listing, const Body& body);
     bool yieldFile(std::string_view name, const Attributes& attributes, const Body& body);
     bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
+    [[nodiscard]] bool isTemporary(std::string_view name) const;
     [[nodiscard]] bool leavesOut(std::string_view name, std::string_view path) const;
     [[nodiscard]] bool asksGit(std::string_view name) const;
     [[nodiscard]] bool isIgnored();
@@ -97,7 +104,7 @@ class Walker {
 // repository. Where the caller has a deadline git has half a second for its answers, else a few. `skipping` holds the
 // roots of nested projects.
 [[nodiscard]] std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
-                                                    std::vector<std::string>* leftovers = nullptr,
+                                                    Walker::Temporaries temporaries = {},
                                                     const Deadline& deadline = std::nullopt);
 
 } // namespace tidewrack

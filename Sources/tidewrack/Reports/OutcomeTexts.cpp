@@ -53,9 +53,9 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
 namespace {
 
 // None for what was done.
-std::string outcomeText(const PathOutcome& outcome, std::int64_t target) {
+std::string outcomeText(const PathOutcome& outcome, const RestoreResult& result) {
     const std::string& path = outcome.path;
-    const std::string reason = reasonText(outcome.obstacle, target);
+    const std::string reason = reasonText(outcome.obstacle, result.target);
     switch (outcome.action) {
     case Action::restored:
     case Action::removed: return "";
@@ -66,6 +66,9 @@ std::string outcomeText(const PathOutcome& outcome, std::int64_t target) {
     case Action::kept: return "kept " + path + "/: " + reason;
     case Action::keptContents: return "kept what is in " + path + "/: " + reason;
     case Action::skipped: return "skipped " + path + ": " + reason;
+    case Action::recovered:
+        return "a restore that was cut short had left a version of " + path + " that no snapshot had; it is " +
+               outcome.obstacle.detail + " in " + numberText(result.safety.seq);
     case Action::missing: return path + " " + reason;
     }
     return "";
@@ -81,7 +84,7 @@ std::vector<std::string> warningTexts(const RestoreResult& result) {
                         numberText(*result.prunedUpTo));
     texts.insert(texts.end(), result.safetyWarnings.begin(), result.safetyWarnings.end());
     for (const PathOutcome& outcome : result.outcomes)
-        if (std::string text = outcomeText(outcome, result.target); !text.empty()) texts.push_back(std::move(text));
+        if (std::string text = outcomeText(outcome, result); !text.empty()) texts.push_back(std::move(text));
     if (result.flushError != 0)
         texts.push_back("couldn't bring what was restored to the disk for good: " + errorText(result.flushError));
     return texts;

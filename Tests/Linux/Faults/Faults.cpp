@@ -8,6 +8,7 @@
 //                                        flushed a later change: new names are lost as well, but for flushed ones
 //                           "write":     somebody adds a line to the file that is about to step aside; only calls that
 //                                        move a file in or out of its place are counted
+//                           "write, death": as well, and the process is killed once the file has moved
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
 //   TIDEWRACK_FAULT_VOLUME  "btrfs": the volume says that it is of that type, and a flushed file takes no other names
 //                           along; "unknown": the same of a type that nobody knows
@@ -135,7 +136,8 @@ class Fault {
         error_ = std::atoi(kind);
         losesNames_ = std::strcmp(kind, "later flush") == 0;
         losesContents_ = losesNames_ || std::strcmp(kind, "power cut") == 0;
-        writes_ = std::strcmp(kind, "write") == 0;
+        diesAfterwards_ = std::strcmp(kind, "write, death") == 0;
+        writes_ = diesAfterwards_ || std::strcmp(kind, "write") == 0;
     }
 
     // Whether this call fails, with errno set; does not return where it ends the process. `half` is what a dying write
@@ -150,11 +152,13 @@ class Fault {
             return true;
         }
         half();
-        if (writes_) return false;
+        if (writes_) {
+            written_ = true;
+            return false;
+        }
         if (losesContents_) unwritten.lose();
         if (losesNames_) names.lose();
-        kernel(SYS_kill, kernel(SYS_getpid), SIGKILL);
-        std::abort(); // not reached
+        die();
     }
     bool strikes(const char* name, Call call = Call::changes) {
         return strikes(name, call, [] {});
@@ -167,7 +171,8 @@ class Fault {
     void moves(const char* name, int folder, const char* place) {
         struct stat status {};
         const bool there = ::fstatat(folder, place, &status, AT_SYMLINK_NOFOLLOW) == 0;
-        if (!writes_ || (there && !S_ISREG(status.st_mode))) return;
+        const bool ours = std::strncmp(place, ".tidewrack-", 11) == 0; // nobody writes into a copy that is being made
+        if (!writes_ || ours || (there && !S_ISREG(status.st_mode))) return;
         (void)strikes(name, Call::moves, [&] {
             constexpr const char* line = "somebody's words\n";
             const long fd = kernel(SYS_openat, folder, place, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -176,7 +181,19 @@ class Fault {
         });
     }
 
+    // It has.
+    int moved(int result) {
+        const std::lock_guard lock(mutex_);
+        if (written_ && diesAfterwards_) die();
+        return result;
+    }
+
   private:
+    [[noreturn]] static void die() {
+        kernel(SYS_kill, kernel(SYS_getpid), SIGKILL);
+        std::abort(); // not reached
+    }
+
     [[nodiscard]] bool counts(Call call) const {
         if (writes_ || call == Call::moves) return writes_ && call == Call::moves;
         if (losesNames_) return call == Call::end;
@@ -198,6 +215,8 @@ class Fault {
     bool losesContents_ = false;
     bool losesNames_ = false;
     bool writes_ = false;
+    bool diesAfterwards_ = false;
+    bool written_ = false;
 };
 
 Fault& fault() {
@@ -377,15 +396,15 @@ int syncfs(int fd) noexcept {
 NAMING(moveTo, rename, (const char* from, const char* to), AT_FDCWD, from, AT_FDCWD, to, 0)
 int renameat(int from, const char* name, int to, const char* other) noexcept {
     fault().moves("renameat", from, name);
-    return moveTo("renameat", from, name, to, other, 0);
+    return fault().moved(moveTo("renameat", from, name, to, other, 0));
 }
 int renameat2(int from, const char* name, int to, const char* other, unsigned flags) noexcept {
     fault().moves("renameat2", to, other);
-    return moveTo("renameat2", from, name, to, other, flags);
+    return fault().moved(moveTo("renameat2", from, name, to, other, flags));
 }
 int linkat(int from, const char* name, int to, const char* other, int flags) noexcept {
     fault().moves("linkat", to, other);
-    return give("linkat", to, other, SYS_linkat, from, name, to, other, flags);
+    return fault().moved(give("linkat", to, other, SYS_linkat, from, name, to, other, flags));
 }
 NAMING(give, symlinkat, (const char* destination, int folder, const char* name), folder, name, SYS_symlinkat,
        destination, folder, name)

@@ -1,0 +1,221 @@
+// What comes before a restore touches anything, so that nothing is lost which its safety snapshot alone would miss:
+// what restores that were cut short left, and contents that changed without their times.
+
+#include "Engine/CloneAll.hpp"
+#include "Engine/ContentKeeper.hpp"
+#include "Engine/Engine.hpp"
+#include "Engine/SameContent.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+#include "Walk/Walker.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::size_t threads = 4;
+
+// What one restore that was cut short left in a project.
+class Leftovers {
+  public:
+    Leftovers(const History& history, const MarkedRestore& restore, FolderBelow& project)
+        : history_(history), restore_(restore), project_(project) {}
+
+    // Removes a temporary, or gives it a name that people find, when no snapshot has what it holds: then the outcome
+    // says so. False when it is still there.
+    bool clear(const std::string& path, std::vector<PathOutcome>& recovered) {
+        Place place;
+        if (project_.place(path, place) != 0) return false;
+        const std::string_view name = MarkedRestore::original(lastComponent(path), restore_.prefix);
+        const std::string folder(parentOf(path));
+        const std::string original = folder.empty() ? std::string(name) : joined(folder, name);
+        if (name.empty() || isKept(original, place)) return ::unlinkat(place.folder, place.name, 0) == 0;
+        for (int number = 1;; ++number) {
+            const std::string found = std::string(name) + ".tidewrack-" + std::to_string(number);
+            int error = ::linkat(place.folder, place.name, place.folder, found.c_str(), 0) == 0 ? 0 : errno;
+            if (error == EEXIST) continue;
+            if (error != 0 && !isFree(place.folder, found)) return false;
+            if (error != 0) { // a volume without links
+                if (::renameat(place.folder, place.name, place.folder, found.c_str()) != 0) return false;
+            } else if (::unlinkat(place.folder, place.name, 0) != 0) {
+                return false;
+            }
+            recovered.push_back({original,
+                                 PathOutcome::Action::recovered,
+                                 EntryKind::file,
+                                 {Obstacle::Reason::none, 0, {}, folder.empty() ? found : joined(folder, found)}});
+            return true;
+        }
+    }
+
+  private:
+    static bool isFree(int folder, const std::string& name) {
+        Attributes attributes;
+        return attributesAt(folder, name.c_str(), attributes) == ENOENT;
+    }
+
+    // The safety snapshot has what stood aside, the one gone back to what was about to take its place. Where there is
+    // no such one any more, or several were put together, any may have it, or it is a text made for the record to come.
+    bool isKept(const std::string& original, Place place) {
+        if (hasIt(restore_.safety, original, place) || hasIt(restore_.target, original, place)) return true;
+        const auto seqs = history_.seqs();
+        if (std::binary_search(seqs.begin(), seqs.end(), restore_.target)) return false;
+        const std::string texts = std::to_string(restore_.target);
+        for (const std::string& name : listFolder(history_.blobPath(texts)))
+            if (sameContent(place, {AT_FDCWD, history_.blobPath(joined(texts, name)).c_str()})) return true;
+        return std::any_of(seqs.rbegin(), seqs.rend(), [&](std::int64_t seq) { return hasIt(seq, original, place); });
+    }
+
+    bool hasIt(std::int64_t seq, const std::string& original, Place place) {
+        try {
+            const Manifest listing = history_.manifest(history_.snapshot(seq));
+            const Entry* entry = listing.find(original);
+            if (entry == nullptr || !entry->isKept()) return false;
+            const std::string blob = history_.blobPath(entry->blob);
+            if (entry->kind == EntryKind::file) return sameContent(place, {AT_FDCWD, blob.c_str()});
+            const auto kept = linkText({AT_FDCWD, blob.c_str()});
+            return kept && kept == linkText(place);
+        } catch (const std::exception&) { // pruned since, or damaged: then it has nothing
+            return false;
+        }
+    }
+
+    static std::optional<std::string> linkText(Place place) {
+        std::string text(4096, '\0');
+        const ssize_t size = ::readlinkat(place.folder, place.name, text.data(), text.size());
+        if (size < 0) return std::nullopt;
+        text.resize(static_cast<std::size_t>(size));
+        return text;
+    }
+
+    const History& history_;
+    const MarkedRestore& restore_;
+    FolderBelow& project_;
+};
+
+// The files that a plan replaces or removes and whose content the safety snapshot took over from the one before.
+std::vector<const Manifest::Item*> takenOver(const RestorePlan& plan, const TakenSnapshot& safety) {
+    const std::string own = std::to_string(safety.result.meta.seq) + "/";
+    std::set<std::string_view> paths;
+    for (const auto* list : {&plan.removeFiles, &plan.writes})
+        for (const Manifest::Item* item : *list) paths.insert(item->path);
+    std::vector<const Manifest::Item*> files;
+    if (paths.empty()) return files;
+    for (const auto& item : safety.manifest.items())
+        if (item.entry.kind == EntryKind::file && item.entry.isKept() && !item.entry.blob.starts_with(own) &&
+            paths.contains(item.path))
+            files.push_back(&item);
+    return files;
+}
+
+// The number that a snapshot's next content gets.
+std::size_t nextContent(const Manifest& manifest, const std::string& own) {
+    std::int64_t next = 0;
+    for (const auto& item : manifest.items())
+        if (item.entry.blob.starts_with(own))
+            next = std::max(next, parseSeq(item.entry.blob.substr(own.size())).value_or(0) + 1);
+    return static_cast<std::size_t>(next);
+}
+
+} // namespace
+
+Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& project) const {
+    const History history = store.history(project);
+    Interrupted result{{}, markedRestores(history)};
+    if (result.remaining.empty()) return result;
+    std::vector<std::string> found;
+    projectWalker(project, nestedRoots(project, store.projects()), {prefixesOf(result.remaining), &found})
+        ->walk([](const Walker::Item&) { return true; });
+    std::sort(found.begin(), found.end());
+    Descriptor root;
+    if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
+    FolderBelow files(root.get());
+    bool all = true;
+    for (const MarkedRestore& restore : result.remaining) {
+        Leftovers leftovers(history, restore, files);
+        for (const std::string& path : found)
+            if (restore.owns(lastComponent(path))) all = leftovers.clear(path, result.recovered) && all;
+    }
+    if (all) {
+        result.remaining.clear();
+        markRestores(lock, history, {});
+    }
+    return result;
+}
+
+TakenSnapshot Engine::safetySnapshot(const ProjectLock& lock, const Project& project,
+                                     const SnapshotRequest& request) const {
+    Interrupted interrupted = clearInterrupted(lock, project);
+    TakenSnapshot taken = snapshotLocked(lock, project, request, FolderChanges::recorded);
+    taken.interrupted = std::move(interrupted);
+    return taken;
+}
+
+// A change through a shared mapping leaves size and times as they are, so a snapshot can't see it. What a restore is
+// about to replace or remove is therefore compared with what is kept; where it differs the content on the disk becomes
+// the safety snapshot's own. Returns whether its listing changed.
+bool Engine::keepUnseen(const ProjectLock& lock, const Project& project, const RestorePlan& plan,
+                        TakenSnapshot& safety) const {
+    const History history = store.history(project);
+    SnapshotMeta& meta = safety.result.meta;
+    auto files = takenOver(plan, safety);
+    if (files.empty()) return false;
+    Descriptor root;
+    if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
+    const std::string blobs = history.blobsFolder();
+    const Descriptor kept(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!kept) throw TidewrackError::io("read", blobs, errno);
+    const auto same = cloneAll(files.size(), threads, root.get(), [&](std::size_t i, CloneWorker& worker) {
+        const std::string blob(files[i]->entry.blob);
+        Place place;
+        return worker.project.place(files[i]->path, place) == 0 && sameContent(place, {kept.get(), blob.c_str()}) ? 1
+                                                                                                                  : 0;
+    });
+    std::vector<const Manifest::Item*> changed;
+    for (std::size_t i = 0; i < files.size(); ++i)
+        if (same[i] != 1) changed.push_back(files[i]);
+    if (changed.empty()) return false;
+
+    const std::string own = std::to_string(meta.seq);
+    const std::string path = history.blobPath(own);
+    if (::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) throw TidewrackError::io("create", path, errno);
+    Descriptor folder;
+    if (const int error = openFolder(path, folder)) throw TidewrackError::io("open", path, error);
+    const Keeper keeper(folder.get(), INT64_MAX); // what was kept once is kept again
+    std::size_t next = nextContent(safety.manifest, own + "/");
+    std::vector<KeepJob> jobs;
+    for (const Manifest::Item* item : changed) jobs.push_back({{}, own + "/" + std::to_string(next++), item->entry});
+    PendingWrites pending;
+    const auto errors = cloneAll(jobs.size(), threads, root.get(), [&](std::size_t i, CloneWorker& worker) {
+        worker.memory.pending = &pending;
+        keeper.keep(jobs[i], changed[i]->path, worker);
+        return 0;
+    });
+    ManifestBuilder builder;
+    for (const auto& item : safety.manifest.items()) builder.add(item.path, item.entry);
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        KeepFailure& failure = jobs[i].failure;
+        if (errors[i] != 0) failure = KeepFailure::system(errors[i]);      // no memory for it
+        if (failure.error == ENOENT || failure.error == ENOTDIR) continue; // gone meanwhile
+        const std::string blob = failure ? failure.blob() : jobs[i].blob;
+        jobs[i].entry.blob = blob;
+        builder.add(changed[i]->path, jobs[i].entry);
+    }
+    safety.manifest = builder.finish(); // of two entries for one path the later one stays
+    history.writeManifest(lock, meta.seq, safety.manifest, pending);
+    meta.manifestOf = meta.seq;
+    meta.modified += static_cast<std::int64_t>(jobs.size());
+    history.writeSnapshot(lock, meta);
+    history.bringNamesToDisk(lock);
+    return true;
+}
+
+} // namespace tidewrack

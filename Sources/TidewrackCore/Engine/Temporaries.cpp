@@ -1,0 +1,100 @@
+#include "Engine/Temporaries.hpp"
+
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Text.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <sstream>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::string_view beginning = ".tidewrack-";
+constexpr std::size_t longestName = 255;
+
+std::string pathOf(const History& history) {
+    return history.folder() + "/restores";
+}
+
+// As many whole characters of the name as leave room for `used` bytes.
+std::string_view shortened(std::string_view name, std::size_t used) {
+    std::size_t size = 0;
+    while (size < name.size()) {
+        const std::size_t next = characterLength(name.substr(size));
+        if (used + size + next > longestName) break;
+        size += next;
+    }
+    return name.substr(0, size);
+}
+
+} // namespace
+
+bool MarkedRestore::owns(std::string_view name) const {
+    return name.starts_with(prefix);
+}
+
+std::string_view MarkedRestore::original(std::string_view name, std::string_view prefix) {
+    name.remove_prefix(std::min(prefix.size(), name.size()));
+    const auto end = name.find_first_not_of("0123456789");
+    return end == std::string_view::npos || name[end] != '-' ? std::string_view() : name.substr(end + 1);
+}
+
+std::vector<MarkedRestore> markedRestores(const History& history) {
+    std::vector<MarkedRestore> restores;
+    std::string text;
+    if (readFile(pathOf(history), text) != 0) return restores;
+    std::istringstream lines(text);
+    MarkedRestore restore;
+    for (std::string line; std::getline(lines, line);) { // of one that a power cut took nothing is ours
+        std::istringstream words(line);
+        if (words >> restore.prefix >> restore.safety >> restore.target && restore.prefix.starts_with(beginning) &&
+            restore.prefix.size() > beginning.size())
+            restores.push_back(restore);
+    }
+    return restores;
+}
+
+std::vector<std::string> prefixesOf(const std::vector<MarkedRestore>& restores) {
+    std::vector<std::string> prefixes;
+    for (const MarkedRestore& restore : restores) prefixes.push_back(restore.prefix);
+    return prefixes;
+}
+
+void markRestores(const ProjectLock&, const History& history, const std::vector<MarkedRestore>& restores) {
+    const std::string path = pathOf(history);
+    if (restores.empty()) {
+        if (::unlink(path.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", path, errno);
+        return;
+    }
+    std::string text;
+    for (const MarkedRestore& restore : restores)
+        text += restore.prefix + " " + std::to_string(restore.safety) + " " + std::to_string(restore.target) + "\n";
+    // On the disk before the first of them is made: those whose mark a power cut took would be taken for the user's.
+    writeFileAtomically(path, text);
+}
+
+Temporaries::Temporaries() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto mark = static_cast<std::uint64_t>(std::chrono::nanoseconds(now).count());
+    char text[17] = {};
+    const auto end = std::to_chars(text, text + 16, mark, 16).ptr;
+    prefix_ = std::string(beginning) + std::to_string(::getpid()) + "-" + std::string(text, end) + "-";
+}
+
+std::string Temporaries::forCopy() {
+    return prefix_ + std::to_string(counter_++);
+}
+
+std::string Temporaries::aside(std::string_view name) {
+    const std::string own = forCopy() + "-";
+    return own + std::string(shortened(name, own.size()));
+}
+
+} // namespace tidewrack

@@ -1,0 +1,48 @@
+#include "Store/KeepFailure.hpp"
+
+#include "Platform/Process.hpp"
+
+#include <charconv>
+#include <system_error>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::string_view changingBlob = "errchanging";
+constexpr std::string_view lateBlob = "errlate";
+
+} // namespace
+
+std::string KeepFailure::blob() const {
+    switch (why) {
+    case Why::none: break;
+    case Why::system: return "err" + std::to_string(error);
+    case Why::changing: return std::string(changingBlob);
+    case Why::late: return std::string(lateBlob);
+    }
+    return {};
+}
+
+KeepFailure KeepFailure::fromBlob(std::string_view blob) {
+    if (!blob.starts_with("err")) return {};
+    if (blob == changingBlob) return {Why::changing};
+    if (blob == lateBlob) return {Why::late};
+    KeepFailure failure{Why::system};
+    const auto digits = blob.substr(3);
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), failure.error);
+    if (error != std::errc() || end != digits.data() + digits.size()) failure.error = 0;
+    return failure;
+}
+
+std::string KeepFailure::text() const {
+    switch (why) {
+    case Why::none: break;
+    case Why::system: return errorText(error);
+    case Why::changing: return "it kept changing while it was copied";
+    case Why::late: return "there was no time left to copy it";
+    }
+    return {};
+}
+
+} // namespace tidewrack
