@@ -281,6 +281,19 @@ TEST_F(RestoreTest, lostOrDamagedContentReplacesNothing) {
     EXPECT_EQ(f.read("project/src/main.c/new"), "makes way for nothing");
 }
 
+TEST_F(RestoreTest, givesFoldersToTheOwnerOfTheirParent) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can";
+    constexpr uid_t owner = 12345;
+    ASSERT_EQ(::chown(world.projectPath().c_str(), owner, owner), 0);
+    f.remove("project/src");
+    world.ok({"restore", "1"});
+    for (const char* path : {"project/src", "project/src/deep/er"}) {
+        struct stat status {};
+        ASSERT_EQ(::stat(f.at(path).c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, owner) << path;
+    }
+}
+
 // A preview aims at what acting then does.
 TEST_F(RestoreTest, doesWhatItsPlanAimsAt) {
     Project project = world.project();

@@ -4,6 +4,8 @@
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -53,7 +55,11 @@ int FolderBelow::removeFolder(std::string_view path) {
 int FolderBelow::makeFolder(std::string_view path, std::uint16_t mode) {
     Place at;
     if (const int error = place(path, at)) return error;
-    return ::mkdirat(at.folder, at.name, mode) == 0 ? 0 : errno;
+    if (::mkdirat(at.folder, at.name, mode) != 0) return errno;
+    struct stat parent {};
+    if (::geteuid() == 0 && ::fstat(at.folder, &parent) == 0) // else everything in it would lie in a folder of root's
+        (void)!::fchownat(at.folder, at.name, parent.st_uid, parent.st_gid, AT_SYMLINK_NOFOLLOW);
+    return 0;
 }
 
 int FolderBelow::setMode(std::string_view path, std::uint16_t mode) {

@@ -25,6 +25,7 @@ class FolderBelow {
     [[nodiscard]] int readLink(std::string_view path, std::string& out);
     [[nodiscard]] int removeFile(std::string_view path);
     [[nodiscard]] int removeFolder(std::string_view path);
+    // Made by root it belongs to the owner of its parent: history knows no owners.
     [[nodiscard]] int makeFolder(std::string_view path, std::uint16_t mode);
     [[nodiscard]] int setMode(std::string_view path, std::uint16_t mode); // of a file or folder
     [[nodiscard]] int setTime(std::string_view path, std::int64_t mtime);
