@@ -31,6 +31,7 @@ constexpr Option here{"--here", "", "in this project only, not in others that th
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
 constexpr Option inSession{"--session", "S", "only turns of this session"};
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
+constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
 constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
@@ -49,6 +50,7 @@ constexpr Option logOptions[] = {atMost, noPager, project, json};
 constexpr Option diffOptions[] = {patch, stat, content, noPager, project, json};
 constexpr Option projectOptions[] = {project};
 constexpr Option pruneOptions[] = {dryRun, project, json};
+constexpr Option checkOptions[] = {everyByte, project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
 constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionOf, dryRun,
                                   overwriteLater, keepLater, here,      project,   json};
@@ -189,6 +191,15 @@ constexpr Command table[] = {
                 "days; pinned ones stay for ever. Snapshots prune by themselves, at most once an hour.",
      .example = "tidewrack prune --dry-run",
      .run = commands::prune},
+    {.name = "check",
+     .group = Group::history,
+     .options = checkOptions,
+     .summary = "look whether all that was kept is there and whole",
+     .details = "Every record, listing and content of all projects, or of one with --project, and the vault: there, "
+                "readable, and of the size, mode and time it was kept with. Tells which snapshots a damage costs; the "
+                "exit status is 1 then. Changes nothing.",
+     .example = "tidewrack check --contents",
+     .run = commands::check},
     {.name = "restore",
      .words = "N [path...]",
      .group = Group::gettingBack,

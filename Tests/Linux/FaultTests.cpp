@@ -406,6 +406,7 @@ class Attempt {
         world.ok({"hooks", "install", "claude"});
         (void)::unlink((world.history().folder() + "/last-prune").c_str());
         EXPECT_EQ(world.run({"snap"}).err, ""); // prunes by itself
+        world.ok({"check"});
         scene_.expectTidy();
     }
 

@@ -212,6 +212,7 @@ TEST_P(VolumeTest, everythingAboutAFileComesBack) {
         EXPECT_EQ(factsOf(on->project()), facts);
         EXPECT_LT(allocated(on->file("holes")), static_cast<std::int64_t>(mebibyte));
         EXPECT_NE(on->world.ok({"snap"}).find("no changes since"), std::string::npos);
+        on->world.ok({"check"});
     }
     if (withAttributes) setAttribute(on->file("folder"), "user.note", "a folder's");
     const std::string factsOfCopy = factsOf(on->project());

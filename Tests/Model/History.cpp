@@ -1,5 +1,6 @@
 #include "Model/History.hpp"
 
+#include "Engine/Check.hpp"
 #include "Engine/Tracking.hpp"
 #include "Platform/Attributes.hpp"
 #include "Reports/OutcomeTexts.hpp"
@@ -494,6 +495,8 @@ void History::checkStore(bool nothingElse) {
             if (!node.isFolder() && !node.tooLarge()) needed.insert(contents_.at(node.version));
     }
     if (!nothingElse) return;
+    for (const Damage& damage : checkProject(engine_.store, project_.id, CheckDepth::bytes).damages)
+        require(false, "a check finds nothing wrong", damage.place + " " + damage.detail);
     require(keptContents() == needed, "a prune leaves the contents that are needed");
     const auto left = listFolder(history().folder() + "/manifests");
     require(left.size() == manifests.size(), "a prune leaves the manifests that are needed");

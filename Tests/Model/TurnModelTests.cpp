@@ -73,6 +73,8 @@ class TurnModel {
 
     [[nodiscard]] const std::map<std::string, int>& seen() const { return seen_; }
 
+    [[nodiscard]] const World& world() const { return world_; }
+
   private:
     struct Turn {
         std::int64_t first;
@@ -210,6 +212,7 @@ TEST(RandomHistoriesOfTurns, loseNoLineOfOthers) {
             for (int turn = 0; turn < 3; ++turn) model.live();
             model.undoOne();
         }
+        model.world().ok({"check"});
         for (const auto& [what, count] : model.seen()) seen[what] += count;
     }
     for (const char* what : {"merged", "left", "back"}) EXPECT_GT(seen[what], 5) << what;

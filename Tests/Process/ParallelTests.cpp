@@ -230,6 +230,7 @@ TEST_F(ParallelTest, hooksRestoresAndPrunesOfNineProjects) {
             programs.emplace_back(project, start(project, words[kind], eventOf(agents[hooks % 3].second, project)));
             expected[project] += std::array{1, 2, 0, 1}[kind];
             if (kind == 3) ++hooks;
+            if (i % 10 == 9) programs.emplace_back(project, start(project, {"check"}));
         }
         std::map<int, std::set<std::string>> numbers;
         for (const auto& [project, program] : programs) {
@@ -279,6 +280,7 @@ TEST_F(ParallelTest, snapshotsWhileSomebodyWrites) {
     expectLatestIsTheFolder();
     EXPECT_EQ(world.history().seqs(), numbersUpTo(10));
     expectWhole(-1);
+    at(-1).ok({"check"});
 }
 
 // What was written last is in the folder or in the snapshot that the restore took first.

@@ -1,7 +1,9 @@
 // What is kept of the history, and for how long.
 
 #include "Commands/Commands.hpp"
+#include "Engine/Check.hpp"
 #include "Invocation.hpp"
+#include "Reports/CareReports.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Walk/GitIgnore.hpp"
 #include "Walk/Walker.hpp"
@@ -43,6 +45,21 @@ int prune(Invocation& call) {
         call.print((dryRun ? "Would remove " : "Removed ") + std::to_string(result.removedSnapshots.size()) +
                    " snapshots, " + std::to_string(result.removedBlobs) + " stored files.\n");
     return 0;
+}
+
+int check(Invocation& call) {
+    const CheckDepth depth = call.args.has("--contents") ? CheckDepth::bytes : CheckDepth::attributes;
+    const bool everything = !call.args.value("--project");
+    CheckReport report;
+    for (const std::string& id : everything ? projectFolders(call.store()) : std::vector{call.project().id})
+        report.projects.push_back(checkProject(call.store(), id, depth, call.engine().progress));
+    report.withVault = everything;
+    if (everything) report.vault = checkVault(call.store(), depth);
+    if (call.json())
+        call.printJson(checkJson(report));
+    else
+        call.print(checkText(report, call.look()));
+    return report.isHealthy() ? 0 : 1;
 }
 
 int benchWalk(Invocation& call) {

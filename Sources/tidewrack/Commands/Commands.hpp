@@ -30,6 +30,7 @@ int cat(Invocation& call);
 int pin(Invocation& call);
 int unpin(Invocation& call);
 int prune(Invocation& call);
+int check(Invocation& call);
 int benchWalk(Invocation& call);
 
 // GettingBack.cpp

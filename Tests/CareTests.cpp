@@ -1,0 +1,202 @@
+// What is damaged in a store is told, whatever it is, and what it costs.
+
+#include "Support/TestFolders.hpp"
+
+#include "Support/Files.hpp"
+#include "Vault/Vault.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+
+namespace {
+
+// #1 has a file, a link and a file in a folder; #2 another version of the file; #3 is like #2. An entry of the vault.
+class CareTest : public ::testing::Test {
+  protected:
+    CareTest() {
+        f.write("project/a", "first version");
+        f.write("project/folder/b", "stays");
+        f.link("project/link", "a");
+        f.write("home/notes", "private");
+        world.ok({"track"});
+        f.write("project/a", "another version");
+        world.ok({"snap"});
+        world.ok({"snap"});
+        entry = Vault(world.store()).save({.paths = {f.at("home/notes")}}).entry.value_or(VaultEntry());
+    }
+
+    // A path in the store: @ stands for the project's folder, & for the entry's, and "blob N path" for a content.
+    [[nodiscard]] std::string at(std::string place) const {
+        if (place.starts_with("blob ")) {
+            const auto path = place.substr(7);
+            const Manifest listing = world.manifestOf(place[5] - '0');
+            place = "@/blobs/" + std::string(listing.find(path)->blob);
+        }
+        if (place.starts_with("@")) place.replace(0, 1, "projects/" + world.project().id);
+        if (place.starts_with("&")) place.replace(0, 1, "vault/" + entry.id);
+        return place;
+    }
+
+    // The lines of a check that tell of damages, with the status when that is another one than it should be.
+    [[nodiscard]] std::string damages(const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> words = {"check"};
+        words.insert(words.end(), more.begin(), more.end());
+        const Outcome outcome = world.run(words);
+        std::istringstream lines(outcome.out);
+        std::string found;
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with("  ")) found += line.substr(2) + "\n";
+        if (outcome.status != (found.empty() ? 0 : 1)) found += "status " + std::to_string(outcome.status);
+        return outcome.err + found;
+    }
+
+    World world;
+    const TemporaryFolder& f = world.folder;
+    VaultEntry entry;
+};
+
+void setText(const std::string& path, const std::string& text) {
+    ::unlink(path.c_str()); // what is kept may not be written to
+    writeFileSoon(path, text);
+}
+
+std::string textOf(const std::string& path) {
+    std::string text;
+    EXPECT_EQ(readFile(path, text), 0) << path;
+    return text;
+}
+
+void cut(const std::string& path) {
+    const std::string text = textOf(path);
+    setText(path, text.substr(0, text.size() / 2));
+}
+void empty(const std::string& path) {
+    setText(path, "");
+}
+void removeIt(const std::string& path) {
+    EXPECT_EQ(::rename(path.c_str(), (path + ".elsewhere").c_str()), 0);
+}
+void otherMode(const std::string& path) {
+    EXPECT_EQ(::chmod(path.c_str(), 0644), 0);
+}
+// Within the file, as an editor would have done it later.
+void change(const std::string& path) {
+    std::string text = textOf(path);
+    text[text.size() / 2] ^= 1;
+    setText(path, text);
+    EXPECT_EQ(::chmod(path.c_str(), 0444), 0);
+    const timespec later[2] = {{0, UTIME_OMIT}, {::time(nullptr) + 60, 0}};
+    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), later, 0), 0);
+}
+void makeFolder(const std::string& path) {
+    removeIt(path);
+    EXPECT_EQ(::mkdir(path.c_str(), 0755), 0);
+}
+void retarget(const std::string& path) {
+    ::unlink(path.c_str());
+    EXPECT_EQ(::symlink("b", path.c_str()), 0);
+    const timespec later[2] = {{0, UTIME_OMIT}, {::time(nullptr) + 60, 0}};
+    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), later, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+template <const char* From, const char* To>
+void say(const std::string& path) {
+    std::string text = textOf(path);
+    const std::string from(From);
+    ASSERT_NE(text.find(from), std::string::npos) << text;
+    setText(path, text.replace(text.find(from), from.size(), To));
+}
+constexpr char seqOne[] = R"("seq":1)", seqNine[] = R"("seq":9)", files[] = R"("files":3)", many[] = R"("files":4)";
+constexpr char own[] = R"("manifestOf":2)", none[] = R"("manifestOf":7)", root[] = "project\"}",
+               moved[] = "elsewhere\"}";
+constexpr char notes[] = R"("stored":"items)", up[] = R"("stored":"..)";
+
+// A listing that says something else.
+template <const char* Path, const char* Blob>
+void relist(const std::string& path) {
+    const Manifest listing = Manifest::decode(textOf(path));
+    ManifestBuilder builder;
+    for (const auto& item : listing.items()) {
+        Entry changed = item.entry;
+        if (item.path == "a" && *Blob != 0) changed.blob = Blob;
+        builder.add(item.path == "a" ? Path : item.path, changed);
+    }
+    setText(path, builder.finish().encoded());
+}
+constexpr char a[] = "a", above[] = "../a", same[] = "", later[] = "8/0", nowhere[] = "../../a";
+
+} // namespace
+
+TEST_F(CareTest, whatIsDamagedIsToldWithWhatItCosts) {
+    struct Row {
+        const char* place;
+        void (*damage)(const std::string& path);
+        const char* said; // behind the place; nothing: all is well
+    };
+    const Row rows[] = {
+        {"@/project.json", empty, " is damaged: it is not a JSON object; costs #1-#3"},
+        {"@/project.json", cut, " is damaged: it is not a JSON object; costs #1-#3"},
+        {"@/project.json", removeIt, " is missing; costs #1-#3"},
+        {"@/project.json", say<root, moved>, " is the record of ^/elsewhere; costs #1-#3"},
+        {"@/snapshots/1.json", empty, " is damaged: it is not a JSON object; costs #1"},
+        {"@/snapshots/1.json", cut, " is damaged: it is not a JSON object; costs #1"},
+        {"@/snapshots/1.json", removeIt, " is missing, while its listing and all contents are there; costs #1"},
+        {"@/snapshots/1.json", makeFolder, " can't be read: Is a directory; costs #1"},
+        {"@/snapshots/1.json", say<seqOne, seqNine>, " is the record of #9; costs #1"},
+        {"@/snapshots/2.json", say<own, none>, nullptr}, // below
+        {"@/snapshots/3.json", cut, " is damaged: it is not a JSON object; costs #3"},
+        {"@/snapshots/3.json", removeIt, nullptr}, // nothing is left to tell it by, and #2 is the same
+        {"@/manifests/1.mf", empty, " is damaged: a manifest that can't be decompressed; costs #1"},
+        {"@/manifests/2.mf", cut, " is damaged: a manifest that can't be decompressed; costs #2, #3"},
+        {"@/manifests/2.mf", removeIt, " is missing; costs #2, #3"},
+        {"@/manifests/1.mf", relist<above, same>, " names what can't be: ../a; costs ../a in #1"},
+        {"@/manifests/1.mf", relist<a, later>, " names what can't be: 8/0; costs a in #1"},
+        {"@/manifests/1.mf", relist<a, nowhere>, " names what can't be: ../../a; costs a in #1"},
+        {"@/manifests/2.mf", makeFolder, " can't be read: Is a directory; costs #2, #3"},
+        {"blob 1 a", empty, " has 0 bytes, and had 13; costs a in #1"},
+        {"blob 2 a", cut, " has 7 bytes, and had 15; costs a in #2, #3"},
+        {"blob 1 folder/b", change, " was changed: it is of %, and was of %; costs folder/b in #1-#3"},
+        {"blob 1 folder/b", removeIt, " is missing; costs folder/b in #1-#3"},
+        {"blob 1 folder/b", otherMode, " has mode 644, and had 444; costs folder/b in #1-#3"},
+        {"blob 1 folder/b", makeFolder, " is not the kind of thing that was kept; costs folder/b in #1-#3"},
+        {"blob 1 link", removeIt, " is missing; costs link in #1-#3"},
+        {"blob 1 link", retarget, " was changed: it is of %, and was of %; costs link in #1-#3"},
+        {"@/lock", removeIt, nullptr},
+        {"@/last-prune", removeIt, nullptr},
+        {"&/entry.json", empty, " is damaged: it is not a JSON object"},
+        {"&/entry.json", say<notes, up>, " names what can't be: ../0; costs ^/home/notes"},
+        {"&/items/0", removeIt, " is missing; costs ^/home/notes"},
+        {"&/items/0", makeFolder, " is not the kind of thing that was kept; costs ^/home/notes"},
+    };
+    EXPECT_EQ(damages(), "");
+    EXPECT_EQ(damages({"--contents"}), "");
+    const std::string before = f.at("before");
+    ASSERT_EQ(std::system(("cp -a '" + f.at("store") + "' '" + before + "'").c_str()), 0);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.place);
+        const std::string place = at(row.place);
+        row.damage(f.at("store/" + place));
+        std::string said = damages();
+        std::string expected = row.said == nullptr ? "" : place + row.said + "\n";
+        for (auto mark = expected.find('^'); mark != std::string::npos; mark = expected.find('^'))
+            expected.replace(mark, 1, f.path());
+        while (expected.find('%') != std::string::npos) { // a time
+            const auto mark = expected.find('%');
+            expected.replace(mark, 1, said.substr(std::min(mark, said.size()), 20));
+        }
+        if (std::string_view(row.place) == "@/snapshots/2.json") // its own listing lacks a record, and it a listing
+            expected = at("@/manifests/7.mf") + " is missing; costs #2\n";
+        EXPECT_EQ(said, expected);
+        f.remove("store");
+        ASSERT_EQ(std::system(("cp -a '" + before + "' '" + f.at("store") + "'").c_str()), 0);
+    }
+}
