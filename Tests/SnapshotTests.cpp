@@ -135,6 +135,20 @@ TEST_F(SnapshotTest, warnsOfWhatMayNotBeRead) {
               "warning: couldn't read closed: Permission denied; not saved\n");
 }
 
+TEST_F(SnapshotTest, countsWhatItCouldNotKeep) {
+    f.write("project/closed", "a");
+    EXPECT_EQ(unprivileged(f,
+                           [&] {
+                               world.ok({"track"});
+                               if (::chmod(f.at("project/closed").c_str(), 0) != 0) return std::string("not closed");
+                               const SnapshotResult result = snap();
+                               if (!result.firstUnsaved) return std::string("all kept");
+                               return std::to_string(result.unsaved) + " " + result.firstUnsaved->path + ": " +
+                                      result.firstUnsaved->reason.text();
+                           }),
+              "1 closed: Permission denied");
+}
+
 TEST_F(SnapshotTest, anUnreadablePreviousSnapshotMeansAFullOne) {
     f.write("project/a", "a");
     world.ok({"track"});

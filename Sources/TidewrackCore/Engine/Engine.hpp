@@ -41,7 +41,14 @@ struct SnapshotResult {
     SnapshotMeta meta;
     Changes changes; // since the previous snapshot
     std::vector<std::string> warnings;
-    std::int64_t late = 0;           // contents that were not kept because of the deadline
+    std::int64_t late = 0; // contents that were not kept because of the deadline
+    // Contents that could not be kept for another reason, such as a full disk. What was gone by then is not among them.
+    std::int64_t unsaved = 0;
+    struct Unsaved {
+        std::string path; // relative to the root
+        KeepFailure reason;
+    };
+    std::optional<Unsaved> firstUnsaved;
     std::vector<std::string> unseen; // those of the warnings that tell what the walk could not see
 };
 

@@ -128,13 +128,20 @@ class SnapshotRun {
         return before.blob;
     }
 
+    static void count(const std::string& path, const KeepFailure& failure, SnapshotResult& result) {
+        result.warnings.push_back("couldn't save " + path + ": " + failure.text());
+        if (failure.why == KeepFailure::Why::late) {
+            ++result.late;
+        } else if (failure.error != ENOENT && failure.error != ENOTDIR) {
+            if (++result.unsaved == 1) result.firstUnsaved = {path, failure};
+        }
+    }
+
     void settle(KeepJob& job, SnapshotResult& result) {
         std::string blob = job.blob;
         if (job.failure) {
             blob = job.failure.blob();
-            result.warnings.push_back("couldn't save " + std::string(builder_.item(job.item).path) + ": " +
-                                      job.failure.text());
-            if (job.failure.why == KeepFailure::Why::late) ++result.late;
+            count(std::string(builder_.item(job.item).path), job.failure, result);
         } else if (job.tooLarge) {
             blob = tooLargeBlob(job.entry);
         } else if (job.growing) {
