@@ -158,10 +158,14 @@ TEST_F(GitIgnoreTest, isWaitedForNoLongerThanItMay) {
         ASSERT_EQ(::mkfifo(f.at(place).c_str(), 0600), 0);
         const auto began = std::chrono::steady_clock::now();
         {
-            const auto ignore = GitIgnore::open(f.path(), 50ms);
+            GitIgnore::Patience left = 50ms;
+            const auto ignore = GitIgnore::open(f.path(), 1min, &left);
             EXPECT_EQ(ignore->isIgnored("build"), std::nullopt) << place;
             EXPECT_EQ(ignore->isIgnored("sub/build"), std::nullopt)
                 << place << ": what git would say is no longer asked";
+            const auto next = GitIgnore::open(f.path(), 1min, &left);
+            EXPECT_EQ(next->isIgnored("build"), std::nullopt) << place << ": nor by another walk that shares the time";
+            EXPECT_TRUE(next->isLate()) << place;
         }
         EXPECT_LT(std::chrono::steady_clock::now() - began, 5s) << place;
         EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD) << place << ": it is ended and reaped";
@@ -201,9 +205,12 @@ TEST(SilentGit, leavesIgnoredFoldersAsTheyWere) {
     const Engine engine(world.store());
     SnapshotRequest request{"tool", {}, {}, {}, {}};
     request.deadline = std::chrono::steady_clock::now() + 10s;
+    GitIgnore::Patience left = 100ms;
+    request.gitPatience = &left;
     const auto began = std::chrono::steady_clock::now();
     const SnapshotResult result = engine.snapshot(world.project(), request);
     EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
+    EXPECT_LE(left, 0ms);
     EXPECT_EQ(result.warnings, std::vector<std::string>{"git didn't say in time which folders it ignores; those of the "
                                                         "previous snapshot still are"});
     EXPECT_EQ(result.changes.added, (std::vector<std::string>{"sub", "sub/build", "sub/build/made"}));

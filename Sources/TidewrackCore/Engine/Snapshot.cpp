@@ -210,7 +210,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const History history = store.history(project);
     const auto newest = history.newestSeq();
     const auto nested = nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects());
-    auto walker = projectWalker(project, nested, {prefixesOf(markedRestores(history))}, request.deadline);
+    auto walker =
+        projectWalker(project, nested, {prefixesOf(markedRestores(history))}, request.deadline, request.gitPatience);
     const Previous previous = loadPrevious(history, newest, *walker, taken.result.warnings);
     trace.mark([] { return "load previous manifest"; });
 

@@ -69,9 +69,9 @@ bool GitIgnore::insideRepo(const std::string& path) {
     return false;
 }
 
-std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, Patience patience) {
+std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, Patience patience, Patience* shared) {
     if (!insideRepo(root) || gitProgram().empty()) return nullptr;
-    return std::make_unique<GitIgnore>(root, patience);
+    return std::make_unique<GitIgnore>(root, patience, shared);
 }
 
 // git ends when it is asked about a path inside a submodule, and would then answer nothing more. A submodule has a
@@ -92,6 +92,10 @@ std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
     // The system takes no longer path at once, so git could not look at it, nor need a pipe have room for it.
     if (path.size() >= PATH_MAX || path.find('\0') != std::string_view::npos) return false;
     if (isInSubmodule(path)) return false;
+    if (state_ == State::unasked && left_ <= Patience::zero()) { // others have used it up
+        state_ = State::gone;
+        late_ = true;
+    }
     if (state_ == State::unasked) {
         git_ = std::make_unique<ChildProcess>();
         state_ = git_->start(command(root_)) == 0 ? State::answering : State::gone;
@@ -100,7 +104,7 @@ std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
     const auto asked = steady_clock::now();
     // A colon at the beginning would be taken for one of git's own signs.
     auto answer = answerTo((path.starts_with(':') ? "./" : "") + std::string(path));
-    patience_ -= steady_clock::now() - asked;
+    left_ -= steady_clock::now() - asked;
     if (!answer) {
         state_ = State::gone;
         git_.reset();
@@ -109,7 +113,7 @@ std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
 }
 
 std::optional<bool> GitIgnore::answerTo(std::string_view question) {
-    const Deadline until = steady_clock::now() + patience_;
+    const Deadline until = steady_clock::now() + left_;
     if (git_->send(std::string(question) + '\0') != 0) return std::nullopt;
     std::array<std::string, 4> fields; // source, line number, pattern, path
     for (std::string& field : fields) {

@@ -20,17 +20,19 @@ namespace tidewrack {
 // without an answer.
 class GitIgnore {
   public:
-    using Patience = std::chrono::milliseconds;
-    static constexpr Patience patienceOfCommands{5000};
-    static constexpr Patience patienceOfHooks{500};
+    using Patience = std::chrono::steady_clock::duration;
+    static constexpr Patience patienceOfCommands = std::chrono::seconds(5);
+    static constexpr Patience patienceOfHooks = std::chrono::milliseconds(500);
 
-    // None unless `root` lies in a repository and git is installed. `patience`: what all answers together may take.
-    [[nodiscard]] static std::unique_ptr<GitIgnore> open(const std::string& root,
-                                                         Patience patience = patienceOfCommands);
+    // None unless `root` lies in a repository and git is installed. `patience`: what all answers together may take;
+    // where it is `shared` with other walks, what is left of that, and it must outlive this.
+    [[nodiscard]] static std::unique_ptr<GitIgnore>
+    open(const std::string& root, Patience patience = patienceOfCommands, Patience* shared = nullptr);
     // Whether a ".git" exists at the path or at any ancestor.
     [[nodiscard]] static bool insideRepo(const std::string& path);
 
-    GitIgnore(std::string root, Patience patience) : root_(std::move(root)), patience_(patience) {}
+    GitIgnore(std::string root, Patience patience, Patience* shared = nullptr)
+        : root_(std::move(root)), own_(patience), left_(shared == nullptr ? own_ : *shared) {}
     GitIgnore(const GitIgnore&) = delete;
     GitIgnore& operator=(const GitIgnore&) = delete;
 
@@ -48,7 +50,8 @@ class GitIgnore {
     [[nodiscard]] std::optional<std::string> readField(const Deadline& until);
 
     const std::string root_;
-    std::chrono::steady_clock::duration patience_; // what is left of it
+    Patience own_;
+    Patience& left_; // of the time that answers may take
     State state_ = State::unasked;
     bool late_ = false;
     std::unique_ptr<ChildProcess> git_;

@@ -134,15 +134,15 @@ std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std
 }
 
 std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping, Walker::Temporaries temporaries,
-                                      const Deadline& deadline) {
+                                      const Deadline& deadline, std::chrono::steady_clock::duration* patience) {
     const auto& ifIgnored = project.excludesIfIgnored ? *project.excludesIfIgnored : defaultExcludesIfIgnored();
     Walker::Options options;
     options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
     options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
     options.skipPaths = skipping;
     options.temporaries = std::move(temporaries);
-    const auto patience = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
-    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, patience)) {
+    const auto own = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
+    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, own, patience)) {
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
         options.gitIsLate = [git] { return git->isLate(); };
     }
