@@ -125,7 +125,25 @@ TEST_F(StoreTest, brokenRegistryEntries) {
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.err.find("tidewrack: Corrupt store data: " + f.at("store/projects/zzz/project.json: ")), 0U);
         EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1); // one line
+        const Registry registry = store.registry();
+        EXPECT_EQ(registry.projects, std::vector{project});
+        ASSERT_EQ(registry.unreadable.size(), 1U);
+        EXPECT_EQ(registry.unreadable[0].path, f.at("store/projects/zzz/project.json"));
+        EXPECT_EQ("tidewrack: " + registry.unreadable[0].reason + "\n", outcome.err);
     }
+    f.remove("store/projects/zzz");
+    // A record that can't be read for a moment is no project, and yet no other one takes its place.
+    const std::string record = f.at("store/projects/" + project.id + "/project.json");
+    const std::string text = f.read("store/projects/" + project.id + "/project.json");
+    f.remove("store/projects/" + project.id + "/project.json");
+    ASSERT_EQ(::symlink(record.c_str(), record.c_str()), 0);
+    const std::string reason = "can't read " + record + ": Too many levels of symbolic links";
+    EXPECT_EQ(store.registry().unreadable, (std::vector<Registry::Unreadable>{{record, reason}}));
+    EXPECT_EQ(thrownBy([&] { return track(store, f.at("project"), false); }),
+              "There is a history for " + project.root + " already, but " + reason + ".");
+    EXPECT_EQ(::unlink(record.c_str()), 0);
+    f.write("store/projects/" + project.id + "/project.json", text);
+    EXPECT_EQ(track(store, f.at("project"), false), project);
 }
 
 TEST_F(StoreTest, snapshotNumbers) {

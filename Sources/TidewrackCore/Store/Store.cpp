@@ -77,6 +77,31 @@ std::string Store::projectID(const std::string& root) {
     return slug.empty() ? hash : slug + "-" + hash;
 }
 
+namespace {
+
+// None where there is no record: the folder is half made, or half removed. Throws TidewrackError corrupt and io.
+std::optional<Project> readProject(const std::string& path) {
+    std::string text;
+    const int error = readFile(path, text);
+    if (error == ENOENT || error == ENOTDIR) return std::nullopt;
+    if (error != 0) throw TidewrackError::io("read", path, error);
+    return decodeProject(text, path);
+}
+
+// Written over, a record that can't be read for a moment would lose what the user has set.
+void refuseOther(const Project& project, const std::string& path) {
+    std::string why = "it is that of another folder";
+    try {
+        const auto known = readProject(path);
+        if (!known || known->root == project.root) return;
+    } catch (const TidewrackError& error) {
+        why = error.what();
+    }
+    throw TidewrackError::refused("There is a history for " + project.root + " already, but " + why + ".");
+}
+
+} // namespace
+
 void Store::add(const Project& project) const {
     const History history = this->history(project);
     const std::string& folder = history.folder();
@@ -86,6 +111,7 @@ void Store::add(const Project& project) const {
         throw TidewrackError::io("create", projectsFolder(), error);
     if (const int error = makeFolders(folder, 0755)) throw TidewrackError::io("create", folder, error);
     const ProjectLock lock(history.lockPath()); // which an untrack may hold that still has things to remove
+    refuseOther(project, history.recordPath());
     for (const std::string& part : {history.snapshotsFolder(), history.manifestsFolder(), history.blobsFolder()})
         if (const int error = makeFolders(part, 0755)) throw TidewrackError::io("create", part, error);
     writeFileAtomically(history.recordPath(), compactJson(toJson(project)));
@@ -106,15 +132,38 @@ void Store::untrack(const Project& project) const {
 std::vector<Project> Store::projects() const {
     refuseForeign();
     std::vector<Project> result;
-    auto names = listFolder(projectsFolder());
-    std::sort(names.begin(), names.end());
-    for (const std::string& name : names) {
-        const std::string path = History(projectsFolder() + "/" + name, {}).recordPath();
-        std::string text;
-        if (readFile(path, text) != 0) continue;
-        result.push_back(decodeProject(text, path));
+    for (const std::string& path : recordPaths()) {
+        try {
+            if (auto project = readProject(path)) result.push_back(std::move(*project));
+        } catch (const TidewrackError& error) {
+            if (error.kind() != TidewrackError::Kind::io) throw;
+        }
     }
     return result;
+}
+
+Registry Store::registry() const {
+    refuseForeign();
+    Registry result;
+    try {
+        for (const std::string& path : recordPaths()) {
+            try {
+                if (auto project = readProject(path)) result.projects.push_back(std::move(*project));
+            } catch (const TidewrackError& error) {
+                result.unreadable.push_back({path, error.what()});
+            }
+        }
+    } catch (const TidewrackError& error) {
+        result.unreadable.push_back({projectsFolder(), error.what()});
+    }
+    return result;
+}
+
+std::vector<std::string> Store::recordPaths() const {
+    auto names = listFolder(projectsFolder());
+    std::sort(names.begin(), names.end());
+    for (std::string& name : names) name = History(projectsFolder() + "/" + name, {}).recordPath();
+    return names;
 }
 
 std::optional<Project> Store::projectContaining(const std::string& path) const {

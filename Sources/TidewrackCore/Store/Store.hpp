@@ -18,6 +18,19 @@ using Environment = std::map<std::string, std::string, std::less<>>;
 // HOME when set and not empty, else the password database's home folder.
 [[nodiscard]] std::string homeFolder(const Environment& environment);
 
+// All tracked projects as far as their records can be read.
+struct Registry {
+    struct Unreadable {
+        std::string path; // of a record, or of the folder of all
+        std::string reason;
+
+        bool operator==(const Unreadable&) const = default;
+    };
+
+    std::vector<Project> projects; // by id
+    std::vector<Unreadable> unreadable;
+};
+
 class Store {
   public:
     // TIDEWRACK_HOME when set and not empty, else "Library/Application Support/Tidewrack" in the home folder.
@@ -37,13 +50,17 @@ class Store {
     // "<slug of the last component>-<8 hex digits of the root's SHA-256>"
     [[nodiscard]] static std::string projectID(const std::string& root);
 
-    // Enters a project into the registry, with an empty history. Throws TidewrackError io.
+    // Enters a project into the registry, with an empty history. Throws TidewrackError io. A record that is there under
+    // its id stays: throws refused when it is another project's or can't be read.
     void add(const Project& project) const;
     // Removes a project's whole history, holding its lock.
     void untrack(const Project& project) const;
 
-    // All tracked projects, by id. Throws TidewrackError corrupt when a record does not decode, and as refuseForeign().
+    // All tracked projects, by id, but for those whose records can't be read. Throws TidewrackError corrupt when one
+    // does not decode, and as refuseForeign().
     [[nodiscard]] std::vector<Project> projects() const;
+    // The same for callers that go on with the sound ones and tell of the others. Throws as refuseForeign() alone.
+    [[nodiscard]] Registry registry() const;
     // The nearest tracked root at or above `path`.
     [[nodiscard]] std::optional<Project> projectContaining(const std::string& path) const;
     [[nodiscard]] static std::optional<Project> projectContaining(const std::string& path,
@@ -63,6 +80,7 @@ class Store {
 
   private:
     [[nodiscard]] std::string projectsFolder() const { return home + "/projects"; }
+    [[nodiscard]] std::vector<std::string> recordPaths() const;
 };
 
 } // namespace tidewrack
