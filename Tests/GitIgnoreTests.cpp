@@ -216,4 +216,17 @@ TEST(SilentGit, leavesIgnoredFoldersAsTheyWere) {
     EXPECT_EQ(result.changes.added, (std::vector<std::string>{"sub", "sub/build", "sub/build/made"}));
     EXPECT_EQ(result.changes.modified.size() + result.changes.deleted.size(), 0U);
     EXPECT_TRUE(world.manifestOf(result.meta.seq).listsIgnored("build"));
+    // Where the previous listing is lost, the one before it tells.
+    const std::string manifests = world.history().manifestsFolder() + "/";
+    for (const bool known : {true, false}) {
+        left = 0ms;
+        const std::int64_t newest = *world.history().newestSeq();
+        for (std::int64_t seq = known ? newest : 1; seq <= newest; ++seq)
+            (void)::unlink((manifests + std::to_string(seq) + ".mf").c_str());
+        const SnapshotResult next = engine.snapshot(world.project(), request);
+        EXPECT_EQ(next.unseen.front(),
+                  known ? "git didn't say in time which folders it ignores; those of snapshot #1 still are"
+                        : "git didn't say in time which folders it ignores; none counts as ignored");
+        EXPECT_EQ(world.manifestOf(next.meta.seq).listsIgnored("build"), known);
+    }
 }

@@ -98,41 +98,57 @@ TEST(UnreadFolders, stayAsTheyWere) {
         std::vector<std::string> walked;
         std::vector<Walker::Unread> unread;
         std::string listed;
+        std::string kept{};
     };
     const Case cases[] = {
         {"read", {"f/", "g/"}, {}, "f g "},
-        {"not opened", {"f/", "g/"}, {{"f", EMFILE, {}}}, "f f/a f/a-b f/a/x f/a/y f/b f/c f/c/x f/c/x/y g "},
+        {"not opened", {"f/", "g/"}, {{"f", EMFILE, {}}}, "f f/a f/a-b f/a/x f/a/y f/b f/c f/c/x f/c/x/y g ", "all"},
         {"read in part",
          {"f/", "f/a/", "f/a/y", "f/new"},
          {{"f", EIO, {}}},
-         "f f/a f/a-b f/a/y f/b f/c f/c/x f/c/x/y f/new "},
-        {"entries unknown", {"f/", "f/a-b"}, {{"f", EIO, {"a", "gone"}}}, "f f/a f/a-b f/a/x f/a/y "},
-        {"an entry of the root", {"f-g"}, {{"", EIO, {"f"}}}, "f f-g f/a f/a-b f/a/x f/a/y f/b f/c f/c/x f/c/x/y "},
-        {"new", {"h/"}, {{"h", EIO, {}}}, "h "},
-        {"may not be read", {"f/"}, {{"f", EACCES, {}}}, "f "},
+         "f f/a f/a-b f/a/y f/b f/c f/c/x f/c/x/y f/new ",
+         "all"},
+        {"entries unknown", {"f/", "f/a-b"}, {{"f", EIO, {"a", "gone"}}}, "f f/a f/a-b f/a/x f/a/y ", "partly"},
+        {"an entry of the root",
+         {"f-g"},
+         {{"", EIO, {"f"}}},
+         "f f-g f/a f/a-b f/a/x f/a/y f/b f/c f/c/x f/c/x/y ",
+         "all"},
+        {"new", {"h/"}, {{"h", EIO, {}}, {"", EIO, {"i", "j"}}}, "h ", "nothing nothing"},
+        {"may not be read", {"f/"}, {{"f", EACCES, {}}}, "f ", "nothing"},
     };
     for (const Case& each : cases) {
-        const Manifest walked = listing(each.walked);
-        ManifestBuilder builder(previous);
-        PathIndex index(previous);
-        for (const auto& [path, entry] : walked.items()) builder.add(path, entry, index.find(path));
-        keepUnread(each.unread, previous, builder);
+        Manifest made = listing(each.walked);
+        std::string kept;
+        for (const Kept all : keepUnread(each.unread, previous, made))
+            kept += std::string(kept.empty() ? "" : " ") + (all == Kept::all       ? "all"
+                                                            : all == Kept::nothing ? "nothing"
+                                                                                   : "partly");
         std::string listed;
-        const Manifest made = builder.finish();
         for (const auto& [path, entry] : made.items()) listed += std::string(path) + " ";
         EXPECT_EQ(listed, each.listed) << each.what;
+        EXPECT_EQ(kept, each.kept) << each.what;
     }
 }
 
 TEST_F(SnapshotTest, warnsOfWhatMayNotBeRead) {
     f.write("project/closed/inside", "a");
+    using Lines = std::vector<std::string>;
+    const std::string leftOut = "warning: couldn't read closed: Permission denied; left out\n";
     EXPECT_EQ(unprivileged(f,
                            [&] {
                                world.ok({"track"});
                                if (::chmod(f.at("project/closed").c_str(), 0) != 0) return std::string("not closed");
-                               return world.run({"snap"}).err;
+                               std::string told;
+                               for (const Lines& words : std::initializer_list<Lines>{{"snap"},
+                                                                                      {"diff", "1"},
+                                                                                      {"diff", "1", "--stat"},
+                                                                                      {"log"},
+                                                                                      {"restore", "1", "--dry-run"}})
+                                   told += world.run(words).err;
+                               return told;
                            }),
-              "warning: couldn't read closed: Permission denied; not saved\n");
+              "warning: couldn't read closed: Permission denied; not saved\n" + leftOut + leftOut + leftOut + leftOut);
 }
 
 TEST_F(SnapshotTest, countsWhatItCouldNotKeep) {

@@ -167,14 +167,16 @@ class Engine {
                                        const std::vector<std::string>& texts, Reversal& reversal) const;
 
     // --- Differences ---
-    // `to` absent: the folder as it is now.
-    [[nodiscard]] Changes diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
+    // `to` absent: the folder as it is now. What of it could not be seen is as in the newest snapshot, with warnings.
+    [[nodiscard]] Changes diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
+                               std::vector<std::string>* warnings = nullptr) const;
     [[nodiscard]] std::vector<FileChange> fileChanges(const Project& project, std::int64_t from,
                                                       std::optional<std::int64_t> to) const;
     // Both sides' entries for callers that show contents; blobs of the second side may begin with "live:".
     struct Sides {
         Manifest older;
         Manifest newer;
+        std::vector<std::string> warnings;
     };
     [[nodiscard]] Sides sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
 
@@ -184,7 +186,7 @@ class Engine {
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
-                                    const Manifest& current, bool removeNew) const;
+                                    const TakenSnapshot& present, bool removeNew) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
     bool keepUnseen(const ProjectLock& lock, const Project& project, const RestorePlan& plan,
                     TakenSnapshot& safety) const;

@@ -23,7 +23,8 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     ManifestBuilder builder(result.older);
     std::string blob;
     const std::int64_t largest = project.maxFileSize.value_or(Project::defaultMaxFileSize);
-    const auto wasIgnored = [&](std::string_view folder) { return result.older.listsIgnored(folder); };
+    NewestListing newest(history, from, result.older);
+    const auto wasIgnored = [&](std::string_view folder) { return newest.get().listsIgnored(folder); };
     const auto add = [&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
         Entry entry = item.entry;
@@ -43,18 +44,20 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
         return true;
     };
     walker->walk(add, wasIgnored);
-    keepUnread(walker->unread(), result.older, builder);
     result.newer = builder.finish();
+    result.warnings = addUnseen(Unseen(*walker), newest, {"taken", "left out"}, result.newer);
     return result;
 }
 
 Engine::Sides Engine::sidesThen(const Project& project, std::int64_t from, std::int64_t to) const {
     const History history = store.history(project);
-    return {history.manifest(history.snapshot(from)), history.manifest(history.snapshot(to))};
+    return {history.manifest(history.snapshot(from)), history.manifest(history.snapshot(to)), {}};
 }
 
-Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const {
-    const Sides both = to ? sidesThen(project, from, *to) : sidesNow(project, from, Unknown::question);
+Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
+                     std::vector<std::string>* warnings) const {
+    Sides both = to ? sidesThen(project, from, *to) : sidesNow(project, from, Unknown::question);
+    if (warnings != nullptr) *warnings = std::move(both.warnings);
     return Changes::between(both.older, both.newer);
 }
 

@@ -101,7 +101,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     Reversal reversal;
     if (!paths && removeNew) reversal.tookBack.push_back({to, safety.result.meta.seq});
     RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew, reversal)
-                                : aim(project, target.manifest, scope, safety.manifest, removeNew);
+                                : aim(project, target.manifest, scope, safety, removeNew);
     addMissing(listed, target.manifest, safety.manifest, result);
     result.target = to;
     return result;
@@ -111,21 +111,27 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
 TakenSnapshot Engine::presentState(const Project& project) const {
     const auto newest = store.history(project).newestSeq();
     if (!newest) throw TidewrackError::io("there is no snapshot yet");
-    return {{}, sidesNow(project, *newest, Unknown::asKept).newer, {}};
+    Sides sides = sidesNow(project, *newest, Unknown::asKept);
+    TakenSnapshot present;
+    present.manifest = std::move(sides.newer);
+    present.result.warnings = std::move(sides.warnings);
+    return present;
 }
 
-RestoreResult Engine::aim(const Project& project, const Manifest& target, const Scope& scope, const Manifest& current,
-                          bool removeNew) const {
+RestoreResult Engine::aim(const Project& project, const Manifest& target, const Scope& scope,
+                          const TakenSnapshot& present, bool removeNew) const {
+    const Manifest& current = present.manifest;
     const RestorePlan plan = planRestore({target, current, scope, nestedRoots(project, store.projects()), removeNew,
                                           ::geteuid() == 0, lostContents(store.history(project), target, current)});
     RestoreResult result;
     result.outcomes = aimOf(plan, current);
     for (const PathOutcome& outcome : result.outcomes) {
-        const Entry* present = current.find(outcome.path);
-        if (outcome.action == PathOutcome::Action::restored && outcome.kind != EntryKind::dir && present != nullptr &&
-            present->kind != EntryKind::dir)
+        const Entry* standing = current.find(outcome.path);
+        if (outcome.action == PathOutcome::Action::restored && outcome.kind != EntryKind::dir && standing != nullptr &&
+            standing->kind != EntryKind::dir)
             result.overwritten.insert(outcome.path);
     }
+    result.safetyWarnings = present.result.warnings;
     return result;
 }
 
@@ -257,7 +263,7 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     Reversal reversal{"undo", {}, std::nullopt};
     if (!paths) reversal.tookBack.push_back({from, to.value_or(safety.result.meta.seq)});
     RestoreResult result = lock ? apply(*lock, project, before, scope, safety, true, reversal)
-                                : aim(project, before.manifest, scope, safety.manifest, true);
+                                : aim(project, before.manifest, scope, safety, true);
     result.nothingInScope = changed.empty();
     if (changed.empty()) addMissing(listed, before.manifest, safety.manifest, result);
     result.target = from;

@@ -83,8 +83,6 @@ class SnapshotRun {
         if (progress_ && (builder_.size() & 1023) == 0) progress_("walked", builder_.size());
     }
 
-    void keepUnread(const std::vector<Walker::Unread>& unread) { tidewrack::keepUnread(unread, previous_, builder_); }
-
     // Keeps the contents; failures become "err" entries and warnings.
     void keepContents(const Project& project, ContentFolder& contents, const Deadline& deadline,
                       SnapshotResult& result) {
@@ -192,6 +190,14 @@ void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
     meta.reversal = request.reversal;
 }
 
+void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
+    const auto counts = taken.result.changes.fileCounts();
+    meta.files = taken.manifest.fileCount();
+    meta.added = counts.added;
+    meta.modified = counts.modified;
+    meta.deleted = counts.deleted;
+}
+
 } // namespace
 
 std::int64_t Engine::nextSeq(const History& history, std::optional<std::int64_t> newest) const {
@@ -213,6 +219,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     auto walker =
         projectWalker(project, nested, {prefixesOf(markedRestores(history))}, request.deadline, request.gitPatience);
     const Previous previous = loadPrevious(history, newest, *walker, taken.result.warnings);
+    NewestListing earlier(history, previous.meta ? previous.meta->seq : 0, previous.manifest);
     trace.mark([] { return "load previous manifest"; });
 
     meta.seq = nextSeq(history, newest);
@@ -223,10 +230,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
             run.add(item);
             return true;
         },
-        [&](std::string_view folder) { return previous.manifest.listsIgnored(folder); });
-    run.keepUnread(walker->unread());
-    taken.result.unseen = warningsOf(*walker);
-    taken.result.warnings.insert(taken.result.warnings.end(), taken.result.unseen.begin(), taken.result.unseen.end());
+        [&](std::string_view folder) { return earlier.get().listsIgnored(folder); });
+    const Unseen unseen(*walker);
     walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
@@ -235,8 +240,10 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     trace.mark([&] { return "keep " + std::to_string(run.jobCount()) + " contents"; });
 
     taken.manifest = run.finish();
-    Changes& changes = taken.result.changes;
-    changes = Changes::between(previous.manifest, taken.manifest);
+    const UnseenWords words{"recorded", "not saved", previous.meta ? previous.meta->seq : 0};
+    taken.result.unseen = addUnseen(unseen, earlier, words, taken.manifest);
+    taken.result.warnings.insert(taken.result.warnings.end(), taken.result.unseen.begin(), taken.result.unseen.end());
+    const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
     if (share && request.onlyChanges) {
@@ -247,12 +254,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     if (!share) history.writeManifest(lock, meta.seq, taken.manifest, run.pending());
     trace.mark([] { return "diff + write manifest"; });
 
-    const auto counts = changes.fileCounts();
     copyRequest(request, meta);
-    meta.files = taken.manifest.fileCount();
-    meta.added = counts.added;
-    meta.modified = counts.modified;
-    meta.deleted = counts.deleted;
+    copyCounts(taken, meta);
     meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     if (share)

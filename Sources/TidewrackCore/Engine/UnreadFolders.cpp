@@ -22,75 +22,122 @@ std::string inFolder(const std::string& folder, const std::string& name) {
 
 class Keeping {
   public:
-    Keeping(const Manifest& previous, ManifestBuilder& builder) : items_(previous.items()), builder_(builder) {}
+    Keeping(const Manifest& earlier, const Manifest& walked) : earlier_(earlier), walked_(walked), builder_(walked) {
+        for (std::uint32_t rank = 0; rank < walked.items().size(); ++rank)
+            builder_.add(walked.items()[rank].path, walked.items()[rank].entry, rank);
+    }
 
     // What was directly in the folder and did not come out this time, with everything below it. What did come out was
     // read on its own account.
-    void keepMissingIn(const std::string& folder) {
+    Kept keepMissingIn(const std::string& folder) {
+        const Entry* before = earlier_.find(folder);
+        if (before == nullptr || before->kind != EntryKind::dir || before->isIgnoredFolder()) return Kept::nothing;
         std::set<std::string_view> missing;
         const std::string below = folder + "/";
-        forEachFrom(below, [&](std::uint32_t rank, std::string_view path) {
-            const std::string_view name = path.substr(below.size());
-            if (name.find('/') == std::string_view::npos && !builder_.holds(rank)) missing.insert(name);
+        forEachFrom(below, [&](const Manifest::Item& item) {
+            const std::string_view name = item.path.substr(below.size());
+            if (name.find('/') == std::string_view::npos && walked_.find(item.path) == nullptr) missing.insert(name);
         });
-        forEachFrom(below, [&](std::uint32_t rank, std::string_view path) {
-            const std::string_view rest = path.substr(below.size());
-            if (missing.contains(rest.substr(0, rest.find('/')))) keep(rank);
+        forEachFrom(below, [&](const Manifest::Item& item) {
+            const std::string_view rest = item.path.substr(below.size());
+            if (missing.contains(rest.substr(0, rest.find('/')))) keep(item);
         });
+        return Kept::all;
     }
 
-    void keepAtAndBelow(const std::string& place) {
-        forEachFrom(place, [&](std::uint32_t rank, std::string_view path) {
-            if (path.size() == place.size() || path[place.size()] == '/') keep(rank);
+    // Whether something is known of the place.
+    bool keepAtAndBelow(const std::string& place) {
+        forEachFrom(place, [&](const Manifest::Item& item) {
+            if (item.path.size() == place.size() || item.path[place.size()] == '/') keep(item);
         });
+        return earlier_.find(place) != nullptr;
     }
+
+    Kept keep(const Walker::Unread& place) {
+        if (mayNotBeRead(place)) return Kept::nothing;
+        if (place.entries.empty()) return keepMissingIn(place.folder);
+        const auto known = std::count_if(place.entries.begin(), place.entries.end(), [&](const std::string& name) {
+            return keepAtAndBelow(inFolder(place.folder, name));
+        });
+        if (known == 0) return Kept::nothing;
+        return static_cast<std::size_t>(known) == place.entries.size() ? Kept::all : Kept::partly;
+    }
+
+    [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
     // The items whose paths begin like this lie side by side.
-    void forEachFrom(std::string_view beginning, const std::function<void(std::uint32_t, std::string_view)>& visit) {
+    void forEachFrom(std::string_view beginning, const std::function<void(const Manifest::Item&)>& visit) {
         auto item =
-            std::lower_bound(items_.begin(), items_.end(), beginning,
+            std::lower_bound(earlier_.items().begin(), earlier_.items().end(), beginning,
                              [](const Manifest::Item& each, std::string_view path) { return each.path < path; });
-        for (; item != items_.end() && item->path.starts_with(beginning); ++item)
-            visit(static_cast<std::uint32_t>(item - items_.begin()), item->path);
+        for (; item != earlier_.items().end() && item->path.starts_with(beginning); ++item) visit(*item);
     }
 
-    void keep(std::uint32_t rank) {
-        if (!builder_.holds(rank)) builder_.add(items_[rank].path, items_[rank].entry, rank);
+    void keep(const Manifest::Item& item) {
+        if (walked_.find(item.path) == nullptr) builder_.add(item.path, item.entry);
     }
 
-    const std::vector<Manifest::Item>& items_;
-    ManifestBuilder& builder_;
+    const Manifest& earlier_;
+    const Manifest& walked_;
+    ManifestBuilder builder_;
 };
 
-std::string warningOf(const Walker::Unread& place) {
+std::string warningOf(const Walker::Unread& place, Kept kept, const UnseenWords& words, const std::string& source) {
     const std::string folder = place.folder.empty() ? "the project folder" : place.folder;
     const std::size_t count = place.entries.size();
     const std::string what = count == 0   ? folder
                              : count == 1 ? inFolder(place.folder, place.entries.front())
                                           : std::to_string(count) + " entries of " + folder;
-    return "couldn't read " + what + ": " + errorText(place.error) +
-           (mayNotBeRead(place) ? "; not saved" : "; recorded as in the previous snapshot");
+    std::string text = "couldn't read " + what + ": " + errorText(place.error) + "; ";
+    switch (kept) {
+    case Kept::nothing: return text + words.lost;
+    case Kept::partly: return text + words.kept + " as in " + source + ", as far as that knows them";
+    case Kept::all: return text + words.kept + " as in " + source;
+    }
+    return text;
 }
 
 } // namespace
 
-void keepUnread(const std::vector<Walker::Unread>& unread, const Manifest& previous, ManifestBuilder& builder) {
-    Keeping keeping(previous, builder);
-    for (const Walker::Unread& place : unread) {
-        if (mayNotBeRead(place)) continue;
-        if (place.entries.empty()) keeping.keepMissingIn(place.folder);
-        for (const std::string& name : place.entries) keeping.keepAtAndBelow(inFolder(place.folder, name));
-    }
+std::vector<Kept> keepUnread(const std::vector<Walker::Unread>& unread, const Manifest& earlier, Manifest& listing) {
+    std::vector<Kept> kept;
+    if (unread.empty()) return kept;
+    Keeping keeping(earlier, listing);
+    for (const Walker::Unread& place : unread) kept.push_back(keeping.keep(place));
+    listing = keeping.finish();
+    return kept;
 }
 
-std::vector<std::string> warningsOf(const Walker& walker) {
-    std::vector<std::string> result;
-    if (walker.gitWasLate())
-        result.emplace_back(
-            "git didn't say in time which folders it ignores; those of the previous snapshot still are");
-    for (const Walker::Unread& place : walker.unread()) result.push_back(warningOf(place));
-    return result;
+const Manifest& NewestListing::get() {
+    if (!looked_) {
+        looked_ = true;
+        const auto seqs = history_.seqs();
+        for (auto seq = seqs.rbegin(); seq != seqs.rend() && *seq > seq_; ++seq) {
+            try {
+                newer_ = history_.manifest(history_.snapshot(*seq));
+                seq_ = *seq;
+                break;
+            } catch (const std::exception&) { // the one before it may do
+            }
+        }
+    }
+    return newer_ ? *newer_ : known_;
+}
+
+std::vector<std::string> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenWords& words,
+                                   Manifest& listing) {
+    std::vector<std::string> warnings;
+    if (unseen.places.empty() && !unseen.gitWasLate) return warnings;
+    const auto kept = keepUnread(unseen.places, newest.get(), listing);
+    const std::int64_t seq = newest.seq();
+    const std::string source = seq == words.previous ? "the previous snapshot" : "snapshot #" + std::to_string(seq);
+    if (unseen.gitWasLate)
+        warnings.push_back("git didn't say in time which folders it ignores; " +
+                           (seq == 0 ? "none counts as ignored" : "those of " + source + " still are"));
+    for (std::size_t i = 0; i < kept.size(); ++i)
+        warnings.push_back(warningOf(unseen.places[i], kept[i], words, source));
+    return warnings;
 }
 
 } // namespace tidewrack

@@ -67,6 +67,7 @@ void printRestored(Invocation& call, const RestoreResult& result) {
         call.printJson(dry ? planJson(result) : restoreJson(result));
     else
         call.print(dry ? planText(result, call.look()) : restoreText(result, call.look()));
+    if (dry) call.warn(result.safetyWarnings);
 }
 
 } // namespace

@@ -18,17 +18,26 @@ namespace tidewrack::commands {
 
 namespace {
 
-using CountsSoFar = std::future<Changes::Counts>;
+struct SoFar {
+    Changes::Counts counts;
+    std::vector<std::string> warnings;
+};
+using CountsSoFar = std::future<SoFar>;
 
 CountsSoFar countsSoFar(const Engine& engine, const Project& project, std::int64_t seq) {
     return std::async(std::launch::async | std::launch::deferred, // deferred where no thread is to be had
-                      [&engine, &project, seq] { return engine.diff(project, seq, std::nullopt).fileCounts(); });
+                      [&engine, &project, seq] {
+                          SoFar result;
+                          result.counts = engine.diff(project, seq, std::nullopt, &result.warnings).fileCounts();
+                          return result;
+                      });
 }
 
 // The older snapshots are worth listing even when the newest cannot be compared with the folder.
 std::string changesSoFar(Invocation& call, CountsSoFar& soFar, std::int64_t seq) {
     try {
-        const auto counts = soFar.get();
+        const auto [counts, warnings] = soFar.get();
+        call.warn(warnings);
         return counts.sum() == 0 ? "no changes yet" : countsText(counts) + " so far";
     } catch (const TidewrackError& error) {
         call.warn({"can't tell what changed since #" + std::to_string(seq) + ": " + error.what()});
@@ -87,7 +96,9 @@ void logOfPath(Invocation& call, const Project& project, const std::string& path
         const bool same = newer != nullptr && newer->manifestOf == meta.manifestOf;
         newer = &meta;
         if (same) continue; // the same listing
-        const auto counts = call.engine().diff(project, meta.seq, to).within({path}).fileCounts();
+        std::vector<std::string> warnings;
+        const auto counts = call.engine().diff(project, meta.seq, to, &warnings).within({path}).fileCounts();
+        call.warn(warnings);
         if (counts.sum() == 0) continue;
         listed.push_back(meta);
         const std::string after = countsText(counts) + (to ? "" : " so far");
@@ -174,7 +185,9 @@ int diff(Invocation& call) {
     call.page();
     const bool stat = args.has("--stat") && !patch && !call.json();
     if (!patch && !stat && !args.has("--content") && paths.empty()) {
-        printChanges(call, call.engine().diff(project, from, to));
+        std::vector<std::string> warnings;
+        printChanges(call, call.engine().diff(project, from, to, &warnings));
+        call.warn(warnings);
         return 0;
     }
     const Engine::Sides sides = call.engine().sides(project, from, to);
@@ -191,6 +204,7 @@ int diff(Invocation& call) {
         call.print(statText(call.store(), project, sides, changes, call.look()));
     else
         printChanges(call, changes);
+    call.warn(sides.warnings);
     return 0;
 }
 

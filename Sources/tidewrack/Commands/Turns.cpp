@@ -267,6 +267,7 @@ int show(Invocation& call) {
     else
         writePatch(call.store(), project, sides, changes, call.look(),
                    [&call](const std::string& section) { call.print(section); });
+    call.warn(sides.warnings);
     return 0;
 }
 
