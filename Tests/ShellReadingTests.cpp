@@ -26,6 +26,9 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
     folder.write("tree/list", "/none\n" + root + "/home/data/f\n");
     const Row rows[] = {
         {"pytest -q", " ~tree"},
+        {"pytest -v; (cd sub; ./reset.sh -h); (cd ../out; ./x version)", " ~out tree tree/sub @out"},
+        {"node -v; npm help; python3 -V; g++ -v; ./x --version; pytest --help", ""},
+        {"python3 -v; bash -v", " ?tree"},
         {"cd ../out && unknown --flag", " ~out @out"},
         {"rm -f ~/*.bak", " ~home"},
         {"rm -rf ~/*.bak ../out/x*", " ~home out"},

@@ -249,7 +249,7 @@ bool Examination::run() {
 
 // Its effect lies in a script.
 void Examination::runScript() {
-    if (!onlyTellsOfItself(arguments_) && !hasReadingSubcommand(name_, arguments_)) effects_.opaque(cwd_);
+    if (!onlyTellsOfItself(name_, arguments_) && !hasReadingSubcommand(name_, arguments_)) effects_.opaque(cwd_);
 }
 
 void Examination::git() {
@@ -418,7 +418,8 @@ bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::editInPlace) return !editsInPlace(arguments);
     if (rule.apply == &E::changeModes) return !isRecursive(arguments);
     if (rule.apply == &E::find) return !findChanges(arguments);
-    if (rule.apply == &E::runScript) return onlyTellsOfItself(arguments) || hasReadingSubcommand(rule.name, arguments);
+    if (rule.apply == &E::runScript)
+        return onlyTellsOfItself(rule.name, arguments) || hasReadingSubcommand(rule.name, arguments);
     return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(arguments));
 }
 
@@ -465,7 +466,7 @@ bool isKnown(const Word& first, Words arguments) {
     std::string_view name = commandName(first);
     if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
     if (isReader(name)) return !isToldToWrite(name, arguments);
-    return onlyTellsOfItself(arguments) || hasReadingSubcommand(name, arguments) || first.text == "}" ||
+    return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || first.text == "}" ||
            first.text == "{";
 }
 

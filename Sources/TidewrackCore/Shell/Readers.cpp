@@ -1,5 +1,7 @@
 #include "Shell/Readers.hpp"
 
+#include "Shell/NameFilter.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -102,6 +104,13 @@ constexpr Reading readings[] = {
     {"yarn", " list why info outdated help "},
 };
 
+// Programs that tell their version when asked by -v, -V or "version", and their use by -h or "help".
+constexpr std::string_view tellingShortly =
+    " ansible aws bazel brew bun bundle cargo clang clang++ cmake composer conda deno docker dotnet eslint flutter g++ "
+    "gcc gem ghc git go gradle helm java javac jest kubectl ld lua make mvn mypy nginx ng node npm npx nvm pdm php pip "
+    "pip3 pnpm poetry prettier psql python python3 rails ruby rustc rustup sqlite3 swift terraform tmux tsc tsx uv vim "
+    "vite webpack yarn ";
+
 bool isCluster(std::string_view text) {
     return text.size() > 1 && text[0] == '-' && text[1] != '-';
 }
@@ -152,18 +161,18 @@ bool hasReadingSubcommand(std::string_view name, Words arguments) {
     // tar tzf, tar -tf
     if (name == "tar" && !first.starts_with("--")) return first.find('t') != first.npos;
     if (name == "docker" && first == "compose") return hasReadingSubcommand("compose", arguments.subspan(1));
-    const auto lists = [&](std::string_view words) {
-        const std::size_t at = first.empty() ? words.npos : words.find(first);
-        return at != words.npos && at > 0 && words[at - 1] == ' ' && words.substr(at + first.size()).starts_with(' ');
-    };
-    return std::any_of(std::begin(readings), std::end(readings),
-                       [&](const Reading& reading) { return reading.name == name && lists(reading.subcommands); });
+    return std::any_of(std::begin(readings), std::end(readings), [&](const Reading& reading) {
+        return reading.name == name && listsWord(reading.subcommands, first);
+    });
 }
 
-bool onlyTellsOfItself(Words arguments) {
-    constexpr std::array words = {"--version"sv, "--help"sv,   "-V"sv,      "-v"sv,
-                                  "-h"sv,        "-version"sv, "version"sv, "help"sv};
-    return arguments.size() == 1 && std::find(words.begin(), words.end(), arguments.front().text) != words.end();
+bool onlyTellsOfItself(std::string_view name, Words arguments) {
+    if (arguments.size() != 1) return false;
+    const std::string_view word = arguments.front().text;
+    if (word == "--version" || word == "--help" || word == "-version") return true;
+    // Elsewhere these may mean anything: ./reset.sh -v, pytest -v.
+    const bool isShort = word == "-v" || word == "-V" || word == "-h" || word == "version" || word == "help";
+    return isShort && listsWord(tellingShortly, name) && !(word == "-v" && name.starts_with("python"));
 }
 
 } // namespace tidewrack::shell

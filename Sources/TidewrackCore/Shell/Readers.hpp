@@ -17,7 +17,7 @@ namespace tidewrack::shell {
 // Whether the subcommand of a program such as npm only reads: npm ls, go env.
 [[nodiscard]] bool hasReadingSubcommand(std::string_view name, std::span<const Word> arguments);
 
-// Whether any program with these arguments only tells of itself: --version, --help.
-[[nodiscard]] bool onlyTellsOfItself(std::span<const Word> arguments);
+// Whether a program with these arguments only tells of itself: --version, --help; -v where it is known to mean that.
+[[nodiscard]] bool onlyTellsOfItself(std::string_view name, std::span<const Word> arguments);
 
 } // namespace tidewrack::shell
