@@ -256,8 +256,12 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
     folder.write("dotfiles/settings.json", "{}");
     folder.link("home/.agent/settings.json", root + "/dotfiles/settings.json");
     folder.link("local", root + "/home/.local");
-    context.protectedPaths = {{root + "/home/.local/store", OwnPath::Role::history},
-                              {root + "/dotfiles/settings.json", OwnPath::Role::hooks}};
+    int asked = 0;
+    context.protectedPaths = [&] {
+        ++asked;
+        return std::vector<OwnPath>{{root + "/home/.local/store", OwnPath::Role::history},
+                                    {root + "/dotfiles/settings.json", OwnPath::Role::hooks}};
+    };
     const auto asks = [&](std::string_view command) {
         const Verdict verdict = analyze(command, context).verdict;
         return verdict.kind == Verdict::Kind::ask && verdict.reason.find("Tidewrack's") != std::string::npos;
@@ -277,6 +281,11 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
           "git -C ../dotfiles pull"})
         EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);
+    // Telling the paths takes reading the agents' files.
+    asked = 0;
+    for (const char* command : {"ls -la; make; python3 x.py", "rm -rf ~", "rm a b c; mv x y"})
+        (void)analyze(command, context);
+    EXPECT_EQ(asked, 1);
 }
 
 TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {

@@ -86,13 +86,13 @@ class HookCall {
 
     HookOutput shell() {
         const std::string command = event_.command.value_or("");
-        return reply(command, judge(command));
+        return reply(command, shell::analyze(command, startJudging()));
     }
 
     // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
     // about to change is saved and answered like a command's targets.
     HookOutput edit() {
-        const shell::Context judged = startJudging(context_.ownPaths());
+        const shell::Context judged = startJudging();
         shell::Decision decision = shell::judgeFiles(event_.paths, judged);
         if (decision.verdict.kind != shell::Verdict::Kind::deny)
             decision.targets = EditedFiles(context_).notHeld(event_.paths);
@@ -102,7 +102,7 @@ class HookCall {
     }
 
     HookOutput discard() {
-        (void)startJudging({});
+        (void)startJudging();
         shell::Decision decision;
         decision.targets.push_back(event_.cwd);
         return reply("removing the work tree " + event_.cwd, decision);
@@ -128,23 +128,24 @@ class HookCall {
         return allowed();
     }
 
-    shell::Context startJudging(std::vector<shell::OwnPath> ownPaths) {
+    shell::Context startJudging() {
         context_.loadProjectsForJudging();
         (void)context_.projectFor(event_.cwd); // may start tracking it
         shell::Context judged{Store::canonical(event_.cwd), handler_.home, handler_.environment, {}};
-        judged.protectedPaths = std::move(ownPaths);
+        judged.protectedPaths = [this] { return ownPaths(); };
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
         context_.beginJudging();
         return judged;
     }
 
-    shell::Decision judge(const std::string& command) {
-        shell::Context judged = startJudging({});
-        shell::Decision decision = shell::analyze(command, judged);
-        if (decision.targets.empty()) return decision;
-        // Judged again, because telling which files hold our hooks takes reading them: harmless commands go without.
-        judged.protectedPaths = context_.ownPaths();
-        return shell::analyze(command, judged);
+    // Telling which files hold our hooks takes reading them. What else was judged holds when that fails.
+    [[nodiscard]] std::vector<shell::OwnPath> ownPaths() const {
+        try {
+            return context_.ownPaths();
+        } catch (const std::exception& error) {
+            context_.logError(error.what());
+            return {};
+        }
     }
 
     // Each failure is a line of its own in the log.

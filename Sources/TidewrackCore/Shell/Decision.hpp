@@ -1,6 +1,7 @@
 #pragma once
 // The words in which the guard is asked and answers.
 
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -24,8 +25,10 @@ struct Context {
     std::string cwd;  // the agent's working folder: canonical, absolute
     std::string home; // the user's home folder
     Environment env;
-    std::vector<std::string> projectRoots;    // of all tracked projects
-    std::vector<OwnPath> protectedPaths = {}; // commands that delete or overwrite these are asked about
+    std::vector<std::string> projectRoots; // of all tracked projects
+    // Commands that delete or overwrite these are asked about. Called once at most, and only when there is a target;
+    // empty: none.
+    std::function<std::vector<OwnPath>()> protectedPaths = {};
 };
 
 // How the question ends that is put before a tracked project goes. Whoever puts it has taken the snapshot, or says why

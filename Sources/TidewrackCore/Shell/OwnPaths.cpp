@@ -65,7 +65,7 @@ std::string questionOn(std::string_view target, const OwnPath& own) {
 } // namespace
 
 bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Extent extent) {
-    for (const OwnPath& own : paths_) {
+    for (const OwnPath& own : *paths_) {
         const bool holds = extent != Extent::item && isAtOrBelow(own.path, target);
         if (!holds && !isAtOrBelow(target, own.path)) continue;
         question_ = questionOn(shown, own);
@@ -75,7 +75,9 @@ bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Ext
 }
 
 void OwnPaths::look(const std::string& target, Extent extent, Links links) {
-    if (question_ || paths_.empty() || lookAtText(target, target, extent)) return;
+    if (question_ || !source_) return;
+    if (!paths_) paths_ = source_();
+    if (paths_->empty() || lookAtText(target, target, extent)) return;
     if (pathsMadeReal_ >= Budget::pathsMadeReal || target.find('\0') != std::string::npos) return;
     ++pathsMadeReal_;
     // What is written through a link is what it leads to, and a folder named with a slash behind it.

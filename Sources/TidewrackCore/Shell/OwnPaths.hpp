@@ -4,6 +4,7 @@
 #include "Shell/Decision.hpp"
 #include "Shell/Program.hpp"
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,8 +24,10 @@ enum class Links { itself, followed };
 
 class OwnPaths {
   public:
-    // `paths` must outlive this.
-    explicit OwnPaths(const std::vector<OwnPath>& paths) : paths_(paths) {}
+    using Source = std::function<std::vector<OwnPath>()>;
+
+    // `source` must outlive this. It is asked when there is something to look at; empty: there are no paths.
+    explicit OwnPaths(const Source& source) : source_(source) {}
 
     // Looks at a target of a command, also under the name that the disk gives it.
     void look(const std::string& target, Extent extent, Links links);
@@ -38,7 +41,8 @@ class OwnPaths {
   private:
     [[nodiscard]] bool lookAtText(const std::string& target, std::string_view shown, Extent extent);
 
-    const std::vector<OwnPath>& paths_;
+    const Source& source_;
+    std::optional<std::vector<OwnPath>> paths_;
     std::optional<std::string> question_;
     int pathsMadeReal_ = 0;
 };
