@@ -14,7 +14,7 @@ struct Budget {
     static constexpr std::size_t nestedBytes = std::size_t{256} << 10;
     static constexpr std::size_t arithmeticLength = 256;
     static constexpr std::size_t arrayLength = 1'024;
-    static constexpr std::size_t failedSearches = 2; // for the end of a here-document, each over the whole line
+    static constexpr std::size_t searchedBytes = std::size_t{2} << 20; // for the ends of here-documents
     static constexpr std::size_t hereDocumentsPerLine = 16;
     static constexpr std::size_t nameLength = 256;
 
@@ -43,6 +43,8 @@ struct Budget {
     static constexpr std::size_t starsPerName = 16; // some systems' fnmatch needs exponential time beyond
     static constexpr auto patternTime = std::chrono::milliseconds(250);
     static constexpr int pathsMadeReal = 64;
+    static constexpr std::size_t topLevels = 256;        // folders that may hold git's store
+    static constexpr std::size_t operandsLookedAt = 256; // whether they are paths
     static constexpr int foldersCompared = 512;
     static constexpr std::size_t mentions = 64;
     static constexpr std::size_t listBytes = std::size_t{64} << 10;

@@ -30,6 +30,8 @@ constexpr std::array builtins = {"cd"sv,   "pushd"sv, "popd"sv,      "for"sv,   
 
 constexpr std::array findRuns = {"-exec"sv, "-execdir"sv, "-ok"sv, "-okdir"sv};
 
+constexpr std::array findDeletes = {"-delete"sv};
+
 constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
                                   "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
 
@@ -219,6 +221,7 @@ bool commandOnlyReads(std::vector<Word> words) {
     if (words.empty()) return true;
     const std::string_view name = commandName(words.front());
     const Words arguments = Words(words).subspan(1);
+    if (name == "find") return !holdsAny(arguments, findRuns) && !holdsAny(arguments, findDeletes);
     if (const Rule* rule = ruleFor(name)) return onlyReads(*rule, arguments);
     return isReader(name) && !isToldToWrite(name, arguments);
 }
@@ -264,7 +267,7 @@ void Examination::tidewrack() {
 Examination::Operands Examination::operands() const {
     Operands operands;
     const auto takesWord = [&](std::string_view option) {
-        if (option.starts_with("--")) return rule_->options.find(" " + std::string(option) + " ") != std::string::npos;
+        if (option.starts_with("--")) return listsWord(rule_->options, option);
         return rule_->letters.find(option.back()) != std::string::npos;
     };
     for (std::size_t index = 0; index < arguments_.size(); ++index) {
@@ -306,6 +309,7 @@ void Examination::copy() {
     targetDestinations(all);
     const auto deletes = [](const Word& word) { return word.text.starts_with("--del"); };
     if (name_ != "rsync" || all.words.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
+    if (effects_.skips(*all.words.back())) return effects_.opaque(cwd_);
     const auto folders = effects_.resolve(*all.words.back(), cwd_);
     if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed, Extent::moved);
 }
@@ -318,6 +322,7 @@ void Examination::targetDestinations(const Operands& all) {
         return;
     }
     if (words.size() < 2) return;
+    if (effects_.skips(*words.back())) return effects_.opaque(cwd_);
     const auto destinations = effects_.resolve(*words.back(), cwd_);
     if (destinations.empty()) return;
     const std::string& destination = destinations.front();
@@ -400,6 +405,7 @@ void Examination::find() {
 
 // Only what passes the tests goes: a protected folder stays, and is too large to be kept.
 void Examination::targetTestedTree(const Word& root) {
+    if (effects_.skips(root)) return effects_.opaque(cwd_);
     for (std::string& path : effects_.resolve(root, cwd_)) {
         if (effects_.isProtected(path, linksOf(root)))
             effects_.suspectProjectsIn(path);

@@ -73,9 +73,14 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     return paths;
 }
 
+bool Effects::mayExist(std::string_view path, std::string_view folder) {
+    return ++operandsLookedAt_ > Budget::operandsLookedAt || exists(absolutePath(path, folder));
+}
+
 void Effects::target(std::string path, std::string_view cwd, Links links, Extent extent) {
-    own_.look(path, extent, links);
-    if (full() && !protected_.holdsText(path)) return opaque(cwd);
+    const bool refused = protected_.holdsText(path);
+    if (!refused) own_.look(path, extent, links); // a refusal is stronger than that question
+    if (full() && !refused) return opaque(cwd);
     targetBytes_ += path.size();
     if (links == Links::followed) decision_.followed.push_back(path);
     decision_.targets.push_back(std::move(path));
@@ -89,8 +94,7 @@ void Effects::trackedFiles(const std::string& workTree) {
 }
 
 void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Extent extent) {
-    // Past the limit only a word that may name a folder outside the working folder is worth a look.
-    if (full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos) return opaque(cwd);
+    if (skips(word)) return opaque(cwd);
     const auto add = [&](std::string path) {
         if (extent == Extent::removed) askIfProjectInside(path, links);
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);

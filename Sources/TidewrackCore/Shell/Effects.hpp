@@ -38,6 +38,15 @@ class Effects {
         return glob_.namesIn(folder);
     }
 
+    // Whether something stands at a path below the folder, which is no longer looked at once many were.
+    [[nodiscard]] bool mayExist(std::string_view path, std::string_view folder);
+
+    // True for a word that is no longer worth a look: there are too many targets, and it names nothing outside the
+    // folder where it stands.
+    [[nodiscard]] bool skips(const Word& word) const {
+        return full() && !word.text.starts_with('/') && word.text.find("..") == std::string::npos;
+    }
+
     // Adds an absolute path to the targets.
     void target(std::string path, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
 
@@ -87,6 +96,7 @@ class Effects {
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
+    std::size_t operandsLookedAt_ = 0;
 };
 
 } // namespace tidewrack::shell

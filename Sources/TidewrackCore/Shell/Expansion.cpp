@@ -125,13 +125,33 @@ void restoreDollars(std::string& text) {
 bool Variables::assign(std::string_view name, std::string value) {
     const auto found = assigned_.find(name);
     if (found != assigned_.end()) {
+        if (!subshells_.empty()) replaced_.push_back({std::string(name), std::move(found->second)});
         found->second = std::move(value);
         return true;
     }
     if (assigned_.size() >= Budget::variables) return false;
+    if (!subshells_.empty()) replaced_.push_back({std::string(name), std::nullopt});
     assigned_.emplace(name, std::move(value));
     lastName_.clear();
     lastValue_ = nullptr;
+    return true;
+}
+
+void Variables::endSubshell() {
+    for (; replaced_.size() > subshells_.back(); replaced_.pop_back()) {
+        auto& [name, value] = replaced_.back();
+        if (value)
+            assigned_[name] = std::move(*value);
+        else
+            assigned_.erase(name);
+    }
+    subshells_.pop_back();
+    lastName_.clear();
+}
+
+bool Variables::handOut(std::size_t size) {
+    if (handedOut_ + size > Budget::valueBytes) return false;
+    handedOut_ += size;
     return true;
 }
 
@@ -150,12 +170,9 @@ const std::string* Variables::find(std::string_view name) {
 std::optional<std::string_view> Variables::value(std::string_view name) {
     const std::string* found = find(name);
     if (!found) return std::nullopt;
-    if (handedOut_ + found->size() > Budget::valueBytes) {
-        unfollowed_ = true;
-        return std::nullopt;
-    }
-    handedOut_ += found->size();
-    return *found;
+    if (handOut(found->size())) return *found;
+    unfollowed_ = true;
+    return std::nullopt;
 }
 
 std::size_t nameLength(std::string_view text) {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <vector>
 
 namespace tidewrack::shell {
 
@@ -30,18 +30,26 @@ class Variables {
     [[nodiscard]] bool unfollowed() const { return unfollowed_; }
     void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }
 
-    [[nodiscard]] const Environment& assigned() const { return assigned_; }
-    void setAssigned(Environment assigned) {
-        assigned_ = std::move(assigned);
-        lastName_.clear();
-    }
+    // Counts text that is put into words; false when it is too much.
+    [[nodiscard]] bool handOut(std::size_t size);
+
+    // What is assigned in a subshell ends with it. They stand in each other.
+    void beginSubshell() { subshells_.push_back(replaced_.size()); }
+    void endSubshell();
 
   private:
+    struct Replaced {
+        std::string name;
+        std::optional<std::string> value; // before; none: it was not assigned
+    };
+
     [[nodiscard]] const std::string* find(std::string_view name);
 
     const Environment& inherited_;
     Environment assigned_;
-    std::string lastName_; // the last name looked up, and what was found
+    std::vector<Replaced> replaced_;     // by assignments in subshells
+    std::vector<std::size_t> subshells_; // how many were replaced when each began
+    std::string lastName_;               // the last name looked up, and what was found
     const std::string* lastValue_ = nullptr;
     std::size_t handedOut_ = 0;
     bool unfollowed_ = false;

@@ -1,7 +1,6 @@
 #include "Shell/GitRules.hpp"
 
 #include "Shell/Budget.hpp"
-#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -79,7 +78,8 @@ void examineUnmarkedPaths(std::string_view subcommand, Words arguments, const st
     for (const Word& word : arguments) {
         if (isOption(word) || word.text.empty()) continue;
         if (subcommand == "restore" && !indexOnly) mayLoseChanges = true;
-        if (subcommand == "checkout" && exists(absolutePath(word.text, workTree))) mayLoseChanges = true;
+        if (subcommand == "checkout" && effects.mayExist(word.text, workTree)) mayLoseChanges = true;
+        if (mayLoseChanges) break;
     }
     if (mayLoseChanges) effects.opaque(workTree);
 }
@@ -137,6 +137,7 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
                 for (const std::string& match : effects.resolve(folder, workTree)) examineGit(rest, match, effects);
                 return;
             }
+            if (workTree.size() > Budget::folderLength || effects.skips(folder)) return effects.opaque(cwd);
             workTree = absolutePath(folder.text, workTree);
         }
         index += hasValue ? 2U : 1U;

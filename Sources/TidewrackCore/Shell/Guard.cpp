@@ -132,16 +132,16 @@ void Guard::take(Command& command) {
 // Commands that run for what they print, in a shell of their own.
 void Guard::takeNested(const Program& program) {
     if (program.commands.empty()) return;
-    const Position position = position_;
-    Environment assigned = values_.assigned();
+    Position position = position_;
+    values_.beginSubshell();
     ++nesting_;
     for (const Command& command : program.commands) {
         Command copy = command;
         take(copy);
     }
     --nesting_;
-    position_ = position;
-    values_.setAssigned(std::move(assigned));
+    values_.endSubshell();
+    position_ = std::move(position);
 }
 
 void Guard::judge(WordValues::Readings readings) {
@@ -184,8 +184,11 @@ bool Guard::takeDefinition(const Command& command) {
 void Guard::takeText(const NestedText& nested) {
     nestedBytes_ += nested.text.size();
     if (nested.unknown || nesting_ >= Budget::nesting || nestedBytes_ > Budget::nestedBytes) return opaque();
-    const Position position = position_;
-    Environment assigned = values_.assigned();
+    std::optional<Position> before;
+    if (nested.ownShell) {
+        before = position_;
+        values_.beginSubshell();
+    }
     for (std::size_t number = 0; number < nested.parameters.size() && number < 10; ++number)
         if (!nested.parameters[number].unknown) values_.setParameter(number, nested.parameters[number].text);
     ++nesting_;
@@ -193,9 +196,9 @@ void Guard::takeText(const NestedText& nested) {
     for (Command command; lexer.next(command);) take(command);
     if (lexer.opaque()) opaque();
     --nesting_;
-    if (!nested.ownShell) return;
-    position_ = position;
-    values_.setAssigned(std::move(assigned));
+    if (!before) return;
+    values_.endSubshell();
+    position_ = std::move(*before);
 }
 
 // What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.

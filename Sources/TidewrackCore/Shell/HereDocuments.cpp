@@ -30,20 +30,22 @@ std::size_t lineEnd(std::string_view text, std::size_t at) {
 } // namespace
 
 std::optional<HereDocuments::Body> HereDocuments::find(std::string_view text, std::size_t at,
-                                                       std::string_view delimiter, bool stripTabs) {
-    if (++inLine_ > Budget::hereDocumentsPerLine || failedSearches_ >= Budget::failedSearches) return std::nullopt;
+                                                       std::string_view delimiter, bool stripTabs,
+                                                       std::size_t& searched) {
+    if (++inLine_ > Budget::hereDocumentsPerLine || searched > Budget::searchedBytes) return std::nullopt;
     const std::size_t first = next_ > 0 ? next_ : std::min(lineEnd(text, at) + 1, text.size());
+    searched += first - at;
     for (std::size_t begin = first; begin < text.size();) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());
         std::string_view line = text.substr(begin, end - begin);
         if (stripTabs) line.remove_prefix(std::min(line.find_first_not_of('\t'), line.size()));
+        searched += end - begin + 1;
         if (line == delimiter) {
             next_ = std::min(end + 1, text.size());
             return Body{first, begin};
         }
         begin = end + 1;
     }
-    ++failedSearches_;
     return std::nullopt;
 }
 
@@ -59,8 +61,9 @@ void Lexer::takeHereDocument() {
     const std::size_t begin = at_;
     const std::string delimiter = skipWord();
     const bool literal = text_.substr(begin, at_ - begin).find_first_of("'\"\\") != std::string_view::npos;
-    const auto body =
-        delimiter.empty() ? std::nullopt : hereDocuments_.find(text_.substr(0, end_), at_, delimiter, stripTabs);
+    const auto body = delimiter.empty() ? std::nullopt
+                                        : hereDocuments_.find(text_.substr(0, end_), at_, delimiter, stripTabs,
+                                                              spent_->searchedBytes);
     if (!body) return markOpaque();
     takeBody(*body, literal);
 }

@@ -16,9 +16,10 @@ class HereDocuments {
     };
 
     // The body of the document announced at `at` in the text; none when its end is not there. Several that are
-    // announced in one line follow each other.
+    // announced in one line follow each other. Adds to `searched` how many bytes were looked at, and finds nothing
+    // once they are too many.
     [[nodiscard]] std::optional<Body> find(std::string_view text, std::size_t at, std::string_view delimiter,
-                                           bool stripTabs);
+                                           bool stripTabs, std::size_t& searched);
 
     // Where to go on behind the line end at `at`, once all that was announced before has its body.
     [[nodiscard]] std::size_t behindBodies(std::size_t at);
@@ -26,7 +27,6 @@ class HereDocuments {
   private:
     std::size_t next_ = 0; // where the next body of this line begins; 0 when none has been announced in it
     std::size_t inLine_ = 0;
-    std::size_t failedSearches_ = 0;
 };
 
 } // namespace tidewrack::shell

@@ -106,8 +106,13 @@ class Lexer {
     std::size_t noArithmeticBefore_ = 0; // where it was looked for in vain
 
     std::size_t nesting_ = 0;
-    std::size_t ownNested_ = 0;         // how many commands were cut within commands ...
-    std::size_t* nested_ = &ownNested_; // ... counted in the outermost
+    // What the line has cost, counted in the outermost lexer.
+    struct Spent {
+        std::size_t nestedCommands = 0; // cut within commands
+        std::size_t searchedBytes = 0;  // for the ends of here-documents
+    };
+    Spent ownSpent_;
+    Spent* spent_ = &ownSpent_;
 };
 
 // All commands of a line. Never fails.

@@ -6,6 +6,14 @@
 
 namespace tidewrack::shell {
 
+// Whether a list of words, a blank before and behind each, holds this one.
+[[nodiscard]] constexpr bool listsWord(std::string_view words, std::string_view word) {
+    if (word.empty() || word.find(' ') != word.npos) return false;
+    for (std::size_t at = words.find(word); at != words.npos; at = words.find(word, at + 1))
+        if (words[at - 1] == ' ' && words[at + word.size()] == ' ') return true;
+    return false;
+}
+
 // Tells most names that are in no table from those that may be, by first letter and length.
 class NameFilter {
   public:

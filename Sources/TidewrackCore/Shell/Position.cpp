@@ -6,31 +6,45 @@
 
 namespace tidewrack::shell {
 
+void Position::Stack::push(Place place) {
+    last_ = std::make_shared<const Item>(Item{std::move(place), std::move(last_)});
+    ++size_;
+}
+
+void Position::Stack::pop() {
+    last_ = std::shared_ptr(last_->below);
+    --size_;
+}
+
 bool Position::enter(std::string folder, std::size_t depth) {
     if (folder.size() > Budget::folderLength) return false;
-    const bool saved = depth == 0 || (!saved_.empty() && saved_.back().depth >= depth);
-    if (!saved && saved_.size() < Budget::subshells) saved_.push_back({depth, folder_});
+    const bool saved = depth == 0 || (saved_.size() > 0 && saved_.top().depth >= depth);
+    if (!saved && saved_.size() < Budget::subshells) saved_.push({depth, folder_});
     previous_ = std::exchange(folder_, std::move(folder));
     return true;
 }
 
 bool Position::leaveSubshells(std::size_t sharedDepth) {
     bool left = false;
-    for (; !saved_.empty() && saved_.back().depth > sharedDepth; left = true) {
-        folder_ = std::move(saved_.back().folder);
-        saved_.pop_back();
+    for (; saved_.size() > 0 && saved_.top().depth > sharedDepth; left = true) {
+        folder_ = saved_.top().folder;
+        saved_.pop();
     }
     return left;
 }
 
 bool Position::swap(std::size_t depth) {
-    return !pushed_.empty() && enter(std::exchange(pushed_.back(), folder_), depth);
+    if (pushed_.size() == 0) return false;
+    std::string folder = pushed_.top().folder;
+    pushed_.pop();
+    push();
+    return enter(std::move(folder), depth);
 }
 
 bool Position::pop(std::size_t depth) {
-    if (pushed_.empty()) return false;
-    std::string folder = std::move(pushed_.back());
-    pushed_.pop_back();
+    if (pushed_.size() == 0) return false;
+    std::string folder = pushed_.top().folder;
+    pushed_.pop();
     return enter(std::move(folder), depth);
 }
 

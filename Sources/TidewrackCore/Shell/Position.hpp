@@ -2,11 +2,12 @@
 // Where a line is: its folder, those pushed, and those to go back to when parentheses close.
 
 #include <cstddef>
+#include <memory>
 #include <string>
-#include <vector>
 
 namespace tidewrack::shell {
 
+// Cheap to copy, to come back to behind a subshell.
 class Position {
   public:
     // `folder` is absolute.
@@ -22,7 +23,7 @@ class Position {
     bool leaveSubshells(std::size_t sharedDepth);
 
     // pushd without an argument swaps; popd goes back. False when nothing was pushed.
-    void push() { pushed_.push_back(folder_); }
+    void push() { pushed_.push({0, folder_}); }
     bool swap(std::size_t depth);
     bool pop(std::size_t depth);
 
@@ -30,15 +31,32 @@ class Position {
     bool mayChange();
 
   private:
-    struct Saved {
+    struct Place {
         std::size_t depth;
         std::string folder;
     };
 
+    // Copies share what they hold.
+    class Stack {
+      public:
+        [[nodiscard]] std::size_t size() const { return size_; }
+        [[nodiscard]] const Place& top() const { return last_->place; }
+        void push(Place place);
+        void pop();
+
+      private:
+        struct Item {
+            Place place;
+            std::shared_ptr<const Item> below;
+        };
+        std::shared_ptr<const Item> last_;
+        std::size_t size_ = 0;
+    };
+
     std::string folder_;
     std::string previous_;
-    std::vector<std::string> pushed_;
-    std::vector<Saved> saved_;
+    Stack pushed_;
+    Stack saved_;
     std::size_t changes_ = 0;
 };
 

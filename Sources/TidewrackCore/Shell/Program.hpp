@@ -91,5 +91,6 @@ inline bool Program::operator==(const Program& other) const {
 // The number of the substitution whose mark the text begins with; none where there is no mark.
 [[nodiscard]] std::optional<std::size_t> markedSubstitution(std::string_view text);
 inline constexpr std::size_t markLength = 3;
+inline constexpr char firstMarkByte = '\xEE';
 
 } // namespace tidewrack::shell

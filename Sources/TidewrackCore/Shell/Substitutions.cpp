@@ -11,7 +11,6 @@ namespace tidewrack::shell {
 namespace {
 
 // The marks of substitutions are the characters from U+E100 on.
-constexpr char firstMarkByte = '\xEE';
 constexpr unsigned secondMarkByte = 0x84;
 
 bool isOneOf(char c, std::string_view set) {
@@ -38,13 +37,13 @@ std::optional<std::size_t> markedSubstitution(std::string_view text) {
 
 Lexer::Lexer(std::string_view text, std::size_t at, const Lexer& outer)
     : text_(text), at_(at), end_(text.size()), depth_(1), lowestDepth_(1), nesting_(outer.nesting_ + 1),
-      nested_(outer.nested_) {}
+      spent_(outer.spent_) {}
 
 Lexer::Lexer(std::string_view text, const Lexer& outer)
-    : text_(text), end_(text.size()), nesting_(outer.nesting_ + 1), nested_(outer.nested_) {}
+    : text_(text), end_(text.size()), nesting_(outer.nesting_ + 1), spent_(outer.spent_) {}
 
 bool Lexer::mayNest() const {
-    return nesting_ < Budget::nesting && *nested_ < Budget::nestedCommands &&
+    return nesting_ < Budget::nesting && spent_->nestedCommands < Budget::nestedCommands &&
            out_->nested.size() < Budget::nestedPerCommand;
 }
 
@@ -65,7 +64,7 @@ void Lexer::addSubstitution(Substitution substitution) {
 void Lexer::takeProgram(Lexer& inner, Program& program) {
     for (Command command; inner.next(command); command = Command()) {
         program.commands.push_back(std::move(command));
-        if (++*nested_ >= Budget::nestedCommands) return markOpaque();
+        if (++spent_->nestedCommands >= Budget::nestedCommands) return markOpaque();
     }
     if (inner.opaque()) markOpaque();
 }

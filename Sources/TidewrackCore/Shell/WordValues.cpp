@@ -43,15 +43,6 @@ void setUnknown(Word& word) {
     word.unknown = true;
 }
 
-// The folder with git's store around `folder`; empty where there is none.
-std::string gitTopLevel(std::string folder) {
-    while (!exists(joined(folder, ".git"))) {
-        if (folder == "/") return {};
-        folder = std::string(parentOf(folder));
-    }
-    return folder;
-}
-
 bool areLiteral(std::span<const Word> words) {
     return std::none_of(words.begin(), words.end(), [](const Word& word) { return word.expands || word.glob; });
 }
@@ -189,6 +180,7 @@ void WordValues::expandBraceLists(Command& command) {
         if (!sources) {
             effects_.opaque(position_.folder());
             if (braceWords_ >= Budget::braceWords) break;
+            braceWords_ += Budget::braceWordsPerList; // as many may have been made
             continue;
         }
         takeUntil(braced.index);
@@ -257,21 +249,35 @@ void WordValues::expandOne(Word& word) {
 
 // Puts the output of the commands in a word in place of their marks; false when it cannot be known.
 bool WordValues::replaceMarks(std::string& text) {
-    for (std::size_t at = text.find(substitutionMark(0)[0]); at != std::string::npos;) {
+    std::string replaced;
+    std::size_t taken = 0;
+    for (std::size_t at = text.find(firstMarkByte); at != std::string::npos; at = text.find(firstMarkByte, at + 1)) {
         const auto number = markedSubstitution(std::string_view(text).substr(at));
-        if (!number || command_ == nullptr || *number >= command_->nested.size()) {
-            at = text.find(substitutionMark(0)[0], at + 1);
-            continue;
-        }
+        if (!number || command_ == nullptr || *number >= command_->nested.size()) continue;
         const auto output = outputOf(command_->nested[*number]);
-        if (!output || output->find('$') != std::string::npos) return false;
-        text.replace(at, markLength, *output);
-        at = text.find(substitutionMark(0)[0], at + output->size());
+        if (!output || output->find('$') != std::string::npos || !variables_.handOut(output->size())) return false;
+        replaced.append(text, taken, at - taken).append(*output);
+        taken = at + markLength;
     }
+    if (taken > 0) text = replaced.append(text, taken);
     return true;
 }
 
-std::optional<std::string> WordValues::outputOf(const Substitution& substitution) const {
+// The folder with git's store around the one where the line is; empty where there is none.
+const std::string& WordValues::gitTopLevel() {
+    if (position_.folder() == topLevelOf_) return topLevel_;
+    topLevelOf_ = topLevel_ = position_.folder();
+    while (!exists(joined(topLevel_, ".git"))) {
+        if (topLevel_ == "/" || ++topLevels_ > Budget::topLevels) {
+            topLevel_.clear();
+            break;
+        }
+        topLevel_ = std::string(parentOf(topLevel_));
+    }
+    return topLevel_;
+}
+
+std::optional<std::string> WordValues::outputOf(const Substitution& substitution) {
     if (substitution.kind != Substitution::Kind::output || substitution.program.commands.size() != 1)
         return std::nullopt;
     const Command& command = substitution.program.commands.front();
@@ -285,7 +291,7 @@ std::optional<std::string> WordValues::outputOf(const Substitution& substitution
     if (is({"mktemp"}) || is({"mktemp", "-d"})) return "/tmp/tmp.XXXXXXXXXX";
     const bool topLevel = is({"git", "rev-parse", "--show-toplevel"});
     if (topLevel || is({"git", "rev-parse", "--git-dir"}) || is({"git", "rev-parse", "--absolute-git-dir"})) {
-        const std::string folder = gitTopLevel(position_.folder());
+        const std::string& folder = gitTopLevel();
         if (folder.empty()) return std::nullopt;
         return topLevel ? folder : joined(folder, ".git");
     }

@@ -58,9 +58,9 @@ class WordValues {
     // The folder has changed.
     void noteFolder(bool entered);
 
-    // What the line assigned so far, to go back to behind a subshell.
-    [[nodiscard]] Environment assigned() const { return variables_.assigned(); }
-    void setAssigned(Environment assigned) { variables_.setAssigned(std::move(assigned)); }
+    // What is assigned in a subshell ends with it.
+    void beginSubshell() { variables_.beginSubshell(); }
+    void endSubshell() { variables_.endSubshell(); }
 
   private:
     struct Loop {
@@ -71,7 +71,8 @@ class WordValues {
     void assign(const Word& word, std::size_t equals);
     void expandOne(Word& word);
     bool replaceMarks(std::string& text);
-    [[nodiscard]] std::optional<std::string> outputOf(const Substitution& substitution) const;
+    [[nodiscard]] std::optional<std::string> outputOf(const Substitution& substitution);
+    [[nodiscard]] const std::string& gitTopLevel();
     void shortenOwnHome(Word& word) const;
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
@@ -89,6 +90,9 @@ class WordValues {
     const Command* command_ = nullptr; // whose words are read
     std::size_t alternatives_ = 0;
     std::size_t braceWords_ = 0;
+    std::size_t topLevels_ = 0; // looked for
+    std::string topLevelOf_;    // the last folder for which one was, and what was found
+    std::string topLevel_;
 };
 
 // The offset of the "=" when the word assigns to a variable, its name and "=" unquoted; 0 when it does not.

@@ -107,12 +107,6 @@ const Wrapper* wrapperFor(std::string_view name) {
     return found != std::end(wrappers) && found->name == name ? found : nullptr;
 }
 
-bool lists(std::string_view words, std::string_view word) {
-    for (std::size_t at = words.find(word); at != words.npos; at = words.find(word, at + 1))
-        if (words[at - 1] == ' ' && words[at + word.size()] == ' ') return true;
-    return false;
-}
-
 // Reads the words of one wrapper.
 class Unwrapping {
   public:
@@ -122,8 +116,7 @@ class Unwrapping {
     std::size_t length(std::size_t begin, const Wrapper& wrapper) {
         std::size_t index = begin + 1;
         if (!wrapper.subcommands.empty()) {
-            if (index >= words_.size() || words_[index].text.empty() || !lists(wrapper.subcommands, words_[index].text))
-                return 0;
+            if (index >= words_.size() || !listsWord(wrapper.subcommands, words_[index].text)) return 0;
             ++index;
         }
         std::size_t operands = wrapper.operands;
@@ -165,12 +158,12 @@ class Unwrapping {
             }
             name = shortName;
         }
-        if (!value && (letter != std::string::npos || lists(wrapper.options, name)) && index + 1 < words_.size()) {
+        if (!value && (letter != std::string::npos || listsWord(wrapper.options, name)) && index + 1 < words_.size()) {
             value = words_[index + 1];
             length = 2;
         }
-        if (value && !wrapper.text.empty() && lists(wrapper.text, name)) result_.text = value;
-        if (value && !wrapper.folder.empty() && lists(wrapper.folder, name)) result_.folder = value;
+        if (value && !wrapper.text.empty() && listsWord(wrapper.text, name)) result_.text = value;
+        if (value && !wrapper.folder.empty() && listsWord(wrapper.folder, name)) result_.folder = value;
         return length;
     }
 
