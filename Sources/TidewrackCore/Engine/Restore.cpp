@@ -209,6 +209,7 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.deleted = counts.deleted;
     if (!share) history.writeManifest(lock, meta.seq, after, PendingWrites());
     history.writeSnapshot(lock, meta);
+    history.bringNamesToDisk(lock);
 }
 
 std::vector<std::string> Engine::keepTexts(const ProjectLock&, const Project& project,

@@ -181,6 +181,13 @@ Previous loadPrevious(const History& history, std::optional<std::int64_t> newest
     }
 }
 
+// Whether a power cut could still take the record, should a flush of its name have failed or not been reached.
+bool isFresh(const SnapshotMeta& meta) {
+    constexpr auto settled = std::chrono::seconds(60); // twice what volumes take to bring changes to the disk
+    const auto age = now() - meta.created - std::chrono::milliseconds(meta.durationMs);
+    return age < settled;
+}
+
 void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
     meta.kind = request.kind;
     meta.label = request.label;
@@ -246,8 +253,11 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
+    // The previous snapshot has all that an unchanged one has, and is on the disk.
+    const bool relies = share && !isFresh(*previous.meta);
     if (share && request.onlyChanges) {
         meta = *previous.meta;
+        if (!relies) history.bringNamesToDisk(lock);
         return taken;
     }
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
@@ -263,8 +273,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     else
         history.writeSnapshot(lock, meta);
     contents.commit();
-    // The previous snapshot has all that an unchanged one has.
-    if (!share) history.bringNamesToDisk(lock);
+    if (!relies) history.bringNamesToDisk(lock);
     return taken;
 }
 
