@@ -174,7 +174,11 @@ TEST_F(Installer, keepsModeAndLinks) {
     ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
     for (const char* at : {"dotfiles", ".claude"})
         folder.write(std::string(at) + "/.tidewrack-" + std::to_string(dead) + "-0", "{");
+    const std::string own = ".claude/.tidewrack-" + std::to_string(dead) + "-1";
+    folder.write(own, "{\n  somebody's own");
     EXPECT_FALSE(installer().install(Agent::claude).changed);
+    EXPECT_EQ(folder.read(own), "{\n  somebody's own");
+    folder.remove(own);
     EXPECT_EQ(std::distance(fs::directory_iterator(home + "/dotfiles"), {}), 2);
     EXPECT_EQ(std::distance(fs::directory_iterator(home + "/.claude"), {}), 2); // the link and the backup
 

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -33,6 +34,26 @@ std::string followedLinks(std::string path) {
         path = std::move(next);
     }
     fail("follow", path, ELOOP);
+}
+
+// Whether the bytes are the beginning of the text, but for the program that it names, which may lie elsewhere by now.
+bool beginsLike(std::string_view bytes, std::string_view text) {
+    const auto [ended, differs] = std::mismatch(bytes.begin(), bytes.end(), text.begin(), text.end());
+    if (ended == bytes.end()) return true;
+    const auto at = static_cast<std::size_t>(differs - text.begin());
+    const auto line = text.substr(0, at).rfind('\n') + 1; // 0 on the first one
+    return text.substr(line, text.find('\n', at) - line).find("tidewrack") != std::string_view::npos;
+}
+
+bool isOurs(const std::string& path, const std::vector<std::string>& texts) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    if (status.st_uid != ::geteuid() || status.st_nlink != 1) return false;
+    std::string bytes;
+    if (readFile(path, bytes) != 0) return false;
+    // A power cut leaves nothing but zeros of what was not on the disk yet.
+    if (bytes.find_first_not_of('\0') == std::string::npos) return true;
+    return std::any_of(texts.begin(), texts.end(), [&](const std::string& text) { return beginsLike(bytes, text); });
 }
 
 struct OpenFile {
@@ -62,8 +83,16 @@ std::optional<std::string> readConfig(const std::string& path) {
     }
 }
 
-void removeLeftoversBeside(const std::string& path) {
-    for (const std::string& each : {path, followedLinks(path)}) removeLeftovers(std::string(parentOf(each)));
+void removeLeftoversBeside(const std::string& path, const std::vector<std::string>& texts) {
+    for (const std::string& each : {path, followedLinks(path)}) {
+        const std::string folder(parentOf(each));
+        try {
+            for (const std::string& name : listFolder(folder))
+                if (isLeftover(name) && isOurs(joined(folder, name), texts))
+                    (void)::unlink(joined(folder, name).c_str());
+        } catch (const TidewrackError&) { // they are for the next one to remove
+        }
+    }
 }
 
 std::optional<std::string> replaceConfig(const std::string& path, const std::optional<std::string>& before,

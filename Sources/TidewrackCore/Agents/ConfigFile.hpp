@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tidewrack {
 
@@ -11,8 +12,10 @@ namespace tidewrack {
 // it is there but cannot be read or is not a regular file.
 [[nodiscard]] std::optional<std::string> readConfig(const std::string& path);
 
-// Removes what a process that died while it replaced the file has left, at both ends of a symbolic link.
-void removeLeftoversBeside(const std::string& path);
+// Removes what a process that died while it replaced the file has left, at both ends of a symbolic link. The folders
+// are the agent's: a file there is ours by its name, its owner and its content, which begins as one of `texts` does, up
+// to where that names our program.
+void removeLeftoversBeside(const std::string& path, const std::vector<std::string>& texts);
 
 // Makes `bytes` the content of `path`, whose content was `before` (none: there was no file), and returns the path of
 // the backup of `before`, which is `path` + ".tidewrack-backup" and replaces an older one. A missing folder is

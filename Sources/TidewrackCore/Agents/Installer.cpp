@@ -144,11 +144,29 @@ std::optional<HookInstaller::Result> HookInstaller::repair(Agent agent) const {
     return install(agent);
 }
 
+namespace {
+
+// What an earlier edit of this configuration may have been writing.
+std::vector<std::string> possibleTexts(const HookEntries& entries, const std::optional<std::string>& bytes,
+                                       const std::optional<json>& config) {
+    std::vector<std::string> texts = {bytes.value_or("")};
+    if (!config) return texts;
+    json with = *config;
+    json without = *config;
+    (void)entries.addTo(with);
+    entries.removeFrom(without);
+    texts.push_back(encoded(with));
+    texts.push_back(encoded(without));
+    return texts;
+}
+
+} // namespace
+
 HookInstaller::Result HookInstaller::edit(Agent agent, Edit what) const {
     Result result{agent, configPath(agent)};
-    removeLeftoversBeside(result.path);
     const auto bytes = readConfig(result.path);
     auto config = decoded(bytes);
+    removeLeftoversBeside(result.path, possibleTexts(entries(agent), bytes, config));
     if (!config) {
         result.note = notPlainJson(result.path, agent);
         return result;

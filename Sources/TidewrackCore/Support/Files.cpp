@@ -64,12 +64,12 @@ std::int64_t temporaryOwner(std::string_view name) {
     return digits ? pid : -1;
 }
 
+} // namespace
+
 bool isLeftover(std::string_view name) {
     const std::int64_t owner = temporaryOwner(name);
     return owner >= 0 && (owner == ::getpid() || !processIsAlive(owner));
 }
-
-} // namespace
 
 void removeLeftovers(const std::string& folder) {
     try {

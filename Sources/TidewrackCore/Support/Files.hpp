@@ -20,9 +20,10 @@ namespace tidewrack {
 // --- Temporaries ---
 // Whatever replaces something is written under a name of its own in the same folder first: ".tidewrack-<pid>-<n>".
 [[nodiscard]] std::string temporaryName();
-// Removes the files in a folder of ours that bear such a name and that a process which died left, as far as that is
-// possible. One that bears this process's number is of an earlier process that had it too, as happens in containers; so
-// this comes before the process writes one.
+// Whether the name is such a one of a process that died. One that bears this process's number is of an earlier process
+// that had it too, as happens in containers; so this is asked before the process writes one.
+[[nodiscard]] bool isLeftover(std::string_view name);
+// Removes the files in a folder of ours that bear such a name, as far as that is possible.
 void removeLeftovers(const std::string& folder);
 
 // Replaces a file, or makes one with mode 0644: a reader sees the old or the new one, never a part, and not even a
