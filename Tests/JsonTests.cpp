@@ -2,6 +2,7 @@
 
 #include "Support/TestFolders.hpp"
 
+#include "Reports/CareReports.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
 #include "Reports/TurnReports.hpp"
@@ -157,6 +158,11 @@ TEST(Json, printsWhatIsDocumented) {
                    {{"version", 1}, {"dryRun", true}, {"projects", {undoJson("/p", {"undo", {row}}, left)}}});
     EXPECT_EQ(run("prune", {"--dry-run"}),
               (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
+
+    EXPECT_EQ(run("check")["healthy"], true);
+    CheckReport damaged;
+    damaged.projects.emplace_back().damages.emplace_back();
+    document.check("check", checkJson(damaged));
 
     f.write("home/f", "x");
     (void)Vault(world.store())
