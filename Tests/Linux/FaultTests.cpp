@@ -531,7 +531,7 @@ TEST(FaultsOfOthers, anUnchangedSnapshotFlushesAFreshOne) {
     const auto flushes = [](void (*prepare)(Scene&)) {
         const Operation unchanged{"unchanged", {"snap"}, prepare};
         for (std::size_t call = 1;; ++call) {
-            const Attempt attempt(unchanged, call, std::to_string(EIO), "btrfs");
+            const Attempt attempt(unchanged, call, "death", "btrfs");
             if (!attempt.reached()) return false;
             if (attempt.call() == "ioctl") return true;
         }
