@@ -421,7 +421,8 @@ TEST_F(CommandTest, timesStandForSnapshots) {
     world.ok({"snap", "--kind", "prompt"});
     f.write("project/a", "new");
     world.ok({"snap"});
-    for (const std::int64_t seq : {1, 2, 3})
+    world.ok({"snap", "--kind", "prompt", "--label", "Background task finished"}); // which nobody typed
+    for (const std::int64_t seq : {1, 2, 3, 4})
         rewriteRecord(world, seq,
                       [&](SnapshotMeta& meta) { meta.created = now() - std::chrono::hours(24) * (4 - seq); });
     EXPECT_EQ(world.ok({"cat", "60h", "a"}) + world.ok({"cat", "last", "a"}), "oldnew");
@@ -432,7 +433,7 @@ TEST_F(CommandTest, timesStandForSnapshots) {
     EXPECT_EQ(fault({"undo", "yesterday"}),
               "undo takes the number of a snapshot, not yesterday: it takes back what came "
               "between that one and the next. `tidewrack log` lists them.");
-    EXPECT_EQ(world.ok({"pin", "last"}), "Pinned #5.\n"); // the restore took two
+    EXPECT_EQ(world.ok({"pin", "last"}), "Pinned #6.\n"); // the restore took two
 }
 
 TEST_F(CommandTest, catGivesTheBytes) {

@@ -5,6 +5,7 @@
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
+#include "Timeline/Timeline.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -60,11 +61,17 @@ SnapshotWord Invocation::snapshotWord(std::size_t index, const char* name) const
 std::int64_t Invocation::number(const Project& project, const SnapshotWord& word) {
     if (word.kind == SnapshotWord::Kind::number) return word.number;
     const auto snapshots = store().history(project).snapshots();
+    std::int64_t lastTurn = 0;
+    if (word.kind == SnapshotWord::Kind::lastTurn) {
+        const Timeline timeline = Timeline::of(project.root, snapshots);
+        for (auto row = timeline.rows.rbegin(); row != timeline.rows.rend(); ++row) // the newest comes last
+            if (row->type == TimelineRow::Type::turn) lastTurn = row->first;
+    }
     const auto fits = [&](const SnapshotMeta& meta) {
         switch (word.kind) {
         case SnapshotWord::Kind::number: return meta.seq == word.number;
         case SnapshotWord::Kind::newest: return true;
-        case SnapshotWord::Kind::lastTurn: return meta.kind == "prompt";
+        case SnapshotWord::Kind::lastTurn: return meta.seq == lastTurn;
         case SnapshotWord::Kind::time: return meta.created <= word.time;
         }
         return false;
