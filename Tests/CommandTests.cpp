@@ -207,10 +207,9 @@ TEST_F(CommandTest, undoOfNothingNamesTheNextStepOfTheTurn) {
     snap("stop", "x");
     snap("prompt", "y");
     EXPECT_EQ(world.ok({"undo", "2"}),
-              "Nothing changed after #2, so there's nothing to undo.\nThe next step of the same "
-              "turn that changed something is #3, \"tool!\". To undo it, run: tidewrack undo 3\n");
-    EXPECT_EQ(world.ok({"undo", "4"}), "Nothing changed after #4, so there's nothing to undo.\n"
-                                       "To undo the changes made before #4, run: tidewrack undo 3\n");
+              "Nothing changed after #2, so there's nothing to undo.\n#2 belongs to turn #2–#4 of claude, "
+              "\"prompt!\". To take back all of it, run: tidewrack undo --turn 2\n");
+    EXPECT_EQ(world.ok({"undo", "1"}), "Nothing changed after #1, so there's nothing to undo.\n");
     f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
     EXPECT_NE(world.ok({"log"}).find("\"prompt!\"  →  +0 ~0 -1 (without #3, pruned)\n"), std::string::npos);
 }
@@ -432,7 +431,8 @@ TEST_F(CommandTest, timesStandForSnapshots) {
     EXPECT_TRUE(std::regex_match(world.run({"restore", "60h"}).err, std::regex("#1, [A-Z][a-z][a-z] [0-9:]{5}\n")));
     EXPECT_EQ(fault({"undo", "yesterday"}),
               "undo takes the number of a snapshot, not yesterday: it takes back what came "
-              "between that one and the next. `tidewrack log` lists them.");
+              "between that one and the next. `tidewrack undo --last` takes back the newest turn, `tidewrack timeline` "
+              "lists them.");
     EXPECT_EQ(world.ok({"pin", "last"}), "Pinned #6.\n"); // the restore took two
 }
 

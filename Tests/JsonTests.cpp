@@ -150,12 +150,16 @@ TEST(Json, printsWhatIsDocumented) {
     row.agent = row.session = row.turn = "x";
     row.ended = row.began;
     row.commands.emplace_back();
-    row.company.emplace_back();
+    row.company.emplace_back().during.to = 1;
+    row.tookBack.emplace_back();
     document.check("timeline", timelineJson({row}));
     UndoResult left;
-    left.actions.push_back({{"path", UndoAction::Kind::leave, UndoAction::Reason::clash}, 7, "claude", "title"});
-    document.check("undo --last",
-                   {{"version", 1}, {"dryRun", true}, {"projects", {undoJson("/p", {"undo", {row}}, left)}}});
+    left.actions.push_back({{"path", UndoAction::Kind::leave, UndoAction::Reason::clash}, 7, "claude", "title", {}});
+    document.check("undo --last", {{"version", 1},
+                                   {"dryRun", true},
+                                   {"projects", {undoJson("/p", {"undo", {row}}, left)}},
+                                   {"passedOver", spansJson({row})},
+                                   {"vault", {{{"id", "x"}, {"messages", {"y"}}}}}});
     EXPECT_EQ(run("prune", {"--dry-run"}),
               (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 

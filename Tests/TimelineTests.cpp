@@ -17,12 +17,14 @@ std::optional<std::string> optional(const std::string& word) {
 }
 
 // Words: number, kind, agent, session, turn, files modified since, label. "#7=undo:2-5" behind a restored snapshot
-// tells what it took back. Dates are a second apart.
+// tells what it took back. Dates are a second apart; "+2h " before a number makes all from there on so much later.
 std::vector<SnapshotMeta> recordsOf(const std::string& text) {
     std::vector<SnapshotMeta> records;
     std::istringstream lines(text);
+    std::chrono::hours later{0};
     for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
+        if (line.starts_with('+')) later += std::chrono::hours(line[1] - '0');
+        std::istringstream words(line.starts_with('+') ? line.substr(4) : line);
         std::string agent, session, turn, label;
         SnapshotMeta meta;
         words >> meta.seq >> meta.kind >> agent >> session >> turn >> meta.modified >> std::ws;
@@ -36,7 +38,7 @@ std::vector<SnapshotMeta> recordsOf(const std::string& text) {
             taken >> meta.reversal.emplace();
             for (Stretch stretch; taken >> stretch.from >> stretch.to;) meta.tookBack.push_back(stretch);
         }
-        meta.created = Date(std::chrono::seconds(1000 + meta.seq));
+        meta.created = Date(std::chrono::seconds(1000 + meta.seq)) + later;
         meta.manifestOf = meta.modified == 0 && !records.empty() ? records.back().manifestOf : meta.seq;
         records.push_back(meta);
     }
@@ -56,15 +58,17 @@ std::string shown(const TimelineRow& row) {
         for (const Stretch& each : row.stretches)
             text += " " + std::to_string(each.from) + ".." + std::to_string(each.to);
     for (const auto& each : row.commands) text += " " + std::to_string(each.seq) + ":" + each.command;
+    for (const Stretch& each : row.waits)
+        text += " waits " + std::to_string(each.from) + ".." + std::to_string(each.to);
     for (const auto& each : row.company)
-        text +=
-            " with " + each.session + " " + std::to_string(each.during.from) + ".." + std::to_string(each.during.to);
+        text += (each.seen ? " with " : " maybe ") + each.session + " " + std::to_string(each.during.from) + ".." +
+                (each.during.to == untilNow ? "" : std::to_string(each.during.to));
     return text + (row.undone ? " undone" : "") + "\n";
 }
 
-std::string rowsOf(const std::string& records) {
+std::string rowsOf(const std::string& records, const std::vector<NotedEdit>& edits = {}) {
     std::string text;
-    for (const TimelineRow& row : Timeline::of("/p", recordsOf(records)).rows) text += shown(row);
+    for (const TimelineRow& row : Timeline::of("/p", recordsOf(records), {}, edits).rows) text += shown(row);
     return text;
 }
 
@@ -93,7 +97,7 @@ std::vector<Case> casesIn(const std::string& text) {
 
 TEST(Timeline, groupsRecordsIntoRows) {
     const auto cases = casesIn(testData("timeline.txt"));
-    EXPECT_EQ(cases.size(), 9U);
+    EXPECT_EQ(cases.size(), 12U);
     for (const Case& each : cases) EXPECT_EQ(rowsOf(each.records), each.rows) << each.what;
 }
 
@@ -109,28 +113,59 @@ TEST(Timeline, findsTheTurnOfASnapshotAndItsLikeElsewhere) {
         return row == nullptr ? "none" : row->session.value_or("-");
     };
     EXPECT_EQ(sessionAt(4) + sessionAt(5) + sessionAt(3) + sessionAt(6), "baanone");
-    const TimelineRow one = *timeline.turnAt(5);
+    TimelineRow one = *timeline.turnAt(5); // from its prompt, second 1001, to its end, 1005
     TimelineRow other = one;
-    EXPECT_TRUE(isSameTurn(one, other));
-    other.began = *one.ended + std::chrono::seconds(1); // no identifiers: only the time tells
-    EXPECT_FALSE(isSameTurn(one, other));
-    other = one;
+    EXPECT_FALSE(isSameTurn(one, other)); // no identifiers: a prompt begins one turn
+    other.prompted = false;
+    const auto at = [&](int second) {
+        other.began = other.seen = Date(std::chrono::seconds(second));
+        return isSameTurn(one, other) && isSameTurn(other, one);
+    };
+    EXPECT_TRUE(at(1001) && at(1005));
+    EXPECT_FALSE(at(1000) || at(1006));
+    one.ended.reset();
+    EXPECT_TRUE(at(1006)); // cut off: it may have gone on, but for the session's next prompt
+    one.next = Date(std::chrono::seconds(1006));
+    EXPECT_FALSE(at(1006));
+    other.ended.reset(); // what was left open long ago is over with its last sign
+    EXPECT_FALSE(at(900));
+    one.prompted = false;
+    EXPECT_FALSE(at(900));
+    EXPECT_TRUE(at(1001));
+    one.turn = other.turn = "t";
+    EXPECT_TRUE(at(900));
     other.agent = "codex";
-    EXPECT_FALSE(isSameTurn(one, other));
+    EXPECT_FALSE(at(1001));
+}
+
+TEST(Timeline, takesATurnForLiveAsLongAsItGivesSigns) {
+    const std::string records = "1 prompt claude a t1 0 one\n"
+                                "+2h 2 prompt codex b c1 1 two\n"
+                                "3 stop codex b c1 1 End of turn\n";
+    EXPECT_EQ(rowsOf(records), "2-3 turn b 'two' ~1\n1-2 turn a 'one' unknown ~1\n");
+    const Date soonBefore = recordsOf(records)[1].created - std::chrono::minutes(5);
+    EXPECT_EQ(rowsOf(records, {{soonBefore, "claude", "a", "t1", "src/a"}}),
+              "2-3 turn b 'two' ~1 maybe a 2..3\n1-2 turn a 'one' unknown ~1\n");
 }
 
 TEST(Timeline, tellsVerdictsAndVaultEntriesByTheLog) {
     const auto hooks = loggedHooks("2026-03-14T09:30:05Z claude UserPromptSubmit 3ms #1 /p\n"
                                    "2026-03-14T09:30:05Z claude PreToolUse 12ms ask rm a → #2 /q; #2 /p, 3 skipped; "
                                    "vault 20260314-093005-1F3A9C: 1 saved, 0 skipped\n"
+                                   "2026-03-14T09:30:06Z claude PreToolUse 1ms allow make → #2 /p\n"
                                    "2026-03-14T09:30:06Z claude PreToolUse 1ms deny rm -rf /\n"
                                    "2026-03-14T09:30:06Z claude PreToolUse 1ms allow cut o");
-    ASSERT_EQ(hooks.size(), 2u);
-    EXPECT_EQ(hooks[1].verdict + " " + hooks[1].command, "deny rm -rf /");
-    const auto records = recordsOf("1 prompt claude s t 0 go\n2 tool claude s t 0 Before: rm a\n");
-    const TimelineRow row = Timeline::of("/p", records, hooks).rows.at(0);
-    EXPECT_EQ(row.commands.at(0).verdict, "ask");
+    ASSERT_EQ(hooks.size(), 3u);
+    EXPECT_EQ(hooks[2].verdict + " " + hooks[2].command, "deny rm -rf /");
+    auto records = recordsOf("1 prompt claude s t 0 go\n2 tool claude s t 0 Before: rm a\n");
+    TimelineRow row = Timeline::of("/p", records, hooks).rows.at(0);
+    ASSERT_EQ(row.commands.size(), 2u);
+    EXPECT_EQ(row.commands[0].verdict + " " + row.commands[0].command, "ask rm a");
+    EXPECT_EQ(row.commands[1].verdict + " " + row.commands[1].command, "allow make"); // nothing had changed
     EXPECT_EQ(row.vault, std::vector<std::string>{"20260314-093005-1F3A9C"});
+    for (SnapshotMeta& each : records) each.created = hooks[1].time + std::chrono::hours(1); // tracked anew since
+    row = Timeline::of("/p", records, hooks).rows.at(0);
+    EXPECT_EQ(row.commands.at(0).verdict + std::to_string(row.commands.size() + row.vault.size()), "1");
 }
 
 TEST(Timeline, groupsManyRecordsInNoTime) {
@@ -143,6 +178,6 @@ TEST(Timeline, groupsManyRecordsInNoTime) {
                 " claude s" + std::to_string(seq / 100) + " t" + std::to_string(seq / 5) + " 1 Before: rm x\n";
     const auto records = recordsOf(text);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_GT(Timeline::of("/p", records).rows.size(), 200u);
+    EXPECT_GT(Timeline::of("/p", records).rows.size(), 199u);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100)); // some 2 ms, unoptimised
 }

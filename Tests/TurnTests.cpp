@@ -3,10 +3,23 @@
 #include "Support/TestFolders.hpp"
 
 #include "Agents/HookHandler.hpp"
+#include "Platform/Descriptor.hpp"
 #include "Support/Files.hpp"
+#include "Vault/Vault.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <future>
+#include <regex>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -36,17 +49,20 @@ class Turns : public ::testing::Test {
     void prompt(const std::string& session, const std::string& text) const { snap("prompt", "claude", session, text); }
     void stop(const std::string& session) const { snap("stop", "claude", session, "End of turn"); }
 
-    // An agent's own event, with the session's folder, prompt or command in place of the recorded ones.
-    void event(Agent agent, const std::string& name, const std::string& turn, const std::string& text = "") const {
+    // An agent's own event, with the session's folder, prompt, file or command in place of the recorded ones.
+    void event(Agent agent, const std::string& name, const std::string& turn, const std::string& text = "",
+               const std::string& folder = "project") const {
         std::string recorded;
         const std::string path = inCheckout("Tests/Data/events/" + std::string(rawValue(agent)) + "/" + name + ".json");
         ASSERT_EQ(readFile(path, recorded), 0) << path;
         json object = json::parse(recorded);
-        object["cwd"] = world.projectPath();
+        object["cwd"] = f.at(folder);
         object["session_id"] = "session";
         for (const char* key : {"prompt_id", "turn_id"})
             if (object.contains(key)) object[key] = turn;
-        if (object.contains("tool_input"))
+        if (object.contains("tool_input") && object["tool_input"].contains("file_path"))
+            object["tool_input"]["file_path"] = world.projectPath() + "/" + text;
+        else if (object.contains("tool_input"))
             object["tool_input"]["command"] = text;
         else if (object.contains("prompt"))
             object["prompt"] = text;
@@ -109,7 +125,8 @@ TEST_F(Turns, oneTurnGoesAndTheLaterOneStays) {
                                  "+ src/\n"
                                  "+ src/deep/\n"
                                  "+ src/deep/er.c\n"
-                                 "+ src/main.c\n";
+                                 "+ src/main.c\n"
+                                 "2 files put back, 1 overwritten, 1 merged.\n";
         EXPECT_EQ(back({"undo", "--turn", number(2), "--dry-run"}),
                   "0\nWould take back " + list + "Nothing was changed.\n");
         EXPECT_EQ(f.listing("project"), after);
@@ -155,14 +172,15 @@ TEST_F(Turns, laterWorkSurvives) {
         "! new  changed again since\n"
         "! notes  made anew in #5 (claude, \"two\")\n"
         "! src/main.c  deleted since\n"
+        "1 file overwritten.\n"
         "4 paths are left alone; --force puts such paths back whole, --keep-later passes over them.\n";
     EXPECT_EQ(back({"undo", "--turn", "3", "--dry-run"}), "3\nWould take back " + list + "Nothing was changed.\n");
     EXPECT_EQ(back({"undo", "--turn", "3"}), "3\nTook back " + list + "Take this back with: tidewrack redo\n");
     EXPECT_EQ(f.read("project/README.md") + config(), "the original\nport = 2\ndebug = off\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "--keep-later", "config", "new"}),
               "0\nNothing of turn #2–#3 of claude, \"one\" is taken back:\n"
-              "  config  kept: changed since\n"
-              "  new  kept: changed since\n");
+              "  config  kept: changed again in #5 (claude, \"two\")\n"
+              "  new  kept: changed again in #6\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "--force", "src", "notes"}).front(), '0');
     EXPECT_EQ(f.read("project/notes") + f.read("project/src/main.c") + f.read("project/new"),
               "one\nint main;\nchanged\n");
@@ -183,15 +201,31 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     f.write("project/mine", "by hand\n");
     prompt("abd", "two"); // interrupted: no end is ever seen
     f.write("project/notes", "one\ntwo\nthree\n");
-    EXPECT_EQ(back({"undo", "--last"}), "0\nTook back turn #4 of claude, \"two\":\n~ notes\n"
-                                        "Take this back with: tidewrack redo\n");
+    EXPECT_TRUE(
+        std::regex_match(back({"undo", "--last"}),
+                         std::regex("0\nTook back turn #4 of claude, \"two\", whose end was not seen: all changes "
+                                    "from [A-Z][a-z]{2} [0-9:]{5} until now:\n~ notes\n1 file overwritten.\n"
+                                    "Take this back with: tidewrack redo\n")));
     EXPECT_EQ(f.read("project/notes"), "one\ntwo\n");
     EXPECT_EQ(back({"undo", "3..4"}).substr(0, 47), "0\nTook back what changed from #3 to #4:\n- mine\n");
     EXPECT_EQ(back({"undo", "--session", "ab"}), "1\ntidewrack: 2 sessions begin with ab, among them abc and abd.\n");
     EXPECT_EQ(back({"undo", "--session-of", "3"}).front(), '0');
     EXPECT_EQ(f.read("project/notes"), "one\n");
     const std::string shown = world.ok({"show", "3", "--stat"});
-    EXPECT_NE(shown.find("  claude  \"one\"  +0 ~1 -0  (taken back)\n~ notes  +1 -0\n"), std::string::npos) << shown;
+    EXPECT_TRUE(std::regex_search(shown, std::regex("  claude  \"one\"  [+]0 ~1 -0  [(]taken back[)]\n"
+                                                    "    session abc, from .* to .*\n~ notes  [+]1 -0\n")))
+        << shown;
+    EXPECT_NE(world.ok({"show", "last"}).find("\"two\""), std::string::npos);
+    // Neither paths nor words for the newest turn are ranges or numbers; what has changed nothing is no path of a turn.
+    EXPECT_EQ(back({"undo", "../x"}), "1\ntidewrack: snapshot must be a snapshot number, got ../x\n");
+    EXPECT_EQ(back({"undo", "--turn", "last"}),
+              "1\ntidewrack: --turn needs a snapshot number, got last. `tidewrack timeline` lists the turns; --last is "
+              "the newest.\n");
+    EXPECT_EQ(back({"undo", "--turn", "3", "scr"}), "1\ntidewrack: scr isn't in what #2–#3 changed.\n");
+    EXPECT_EQ(back({"undo", "--turn", "3", "notes"}),
+              "0\nNothing of turn #2–#3 of claude, \"one\" is left to take back at notes.\n");
+    EXPECT_EQ(back({"redo", "4"}).front(), '1');
+    EXPECT_EQ(back({"timeline", "--agent", "codex"}), "0\nNothing of that happened here.\n");
     for (const char* words : {"--turn=1", "--turn=999", "--session=x", "--session=", "4..3", "3..99"}) {
         const std::string word = words;
         const auto equals = word.find('=');
@@ -213,16 +247,109 @@ TEST_F(Turns, filesTooLargeToBeKept) {
     f.write("project/README.md", std::string(200, 'z'));
     stop("s");
     f.write("project/README.md", std::string(300, 'z'));
-    const std::string list =
-        "turn #2–#3 of claude, \"large\":\n"
-        "! README.md  changed again since, too large to merge\n"
-        "~ config\n"
-        "- large\n"
-        "1 path is left alone; --force puts such paths back whole, --keep-later passes over them.\n";
+    const std::string text = "3\nNothing of turn #2–#3 of claude, \"large\" is taken back:\n"
+                             "! README.md  changed again since, too large to merge\n"
+                             "! config  it couldn't be saved first (it was larger than the size limit)\n"
+                             "! large  it couldn't be saved first (it was larger than the size limit)\n"
+                             "1 path is left alone; --force puts such paths back whole, --keep-later passes over "
+                             "them.\n";
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"}), text + "Nothing was changed.\n");
+    EXPECT_EQ(back({"undo", "--last"}), text);
+    EXPECT_EQ(world.history().newestSeq(), 3); // not even a snapshot
+}
+
+// What the restore itself finds in its way is told like everything else.
+TEST_F(Turns, whatCannotBeDoneIsNoSuccess) {
+    prompt("s", "one");
+    f.remove("project/notes");
+    f.write("project/config", "port = 8080\ndebug = off\n");
+    f.write("project/README.md", "turn\n");
+    stop("s");
+    f.write("project/config", "port = 8080\ndebug = on\n");
+    const Manifest first = world.manifestOf(1);
+    const auto cut = [&](const std::string& path) {
+        const std::string blob = world.history().blobPath(first.find(path)->blob);
+        ASSERT_EQ(::chmod(blob.c_str(), 0644), 0);
+        std::ofstream(blob, std::ios::trunc) << "p";
+    };
+    cut("config");
+    cut("notes");
+    const std::string list = "turn #2–#3 of claude, \"one\":\n"
+                             "~ README.md\n"
+                             "! config  what was kept of it is damaged\n"
+                             "! notes  what was kept of it is damaged\n"
+                             "1 file overwritten.\n";
     EXPECT_EQ(back({"undo", "--last", "--dry-run"}), "3\nWould take back " + list + "Nothing was changed.\n");
-    // What can't be kept can't be replaced without loss, and says so.
-    EXPECT_NE(back({"undo", "--last"}).find(list), std::string::npos);
-    EXPECT_TRUE(f.has("project/large"));
+    EXPECT_EQ(back({"undo", "--last"}), "3\nTook back " + list + "Take this back with: tidewrack redo\n");
+    EXPECT_EQ(config(), "port = 8080\ndebug = on\n");
+    EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0') << "nothing is left that anybody could take back";
+}
+
+TEST_F(Turns, whatABuildLeavesBehindIsNoReasonToStayBehind) {
+    if (!git(f.at("project"), "init -q")) GTEST_SKIP() << "no git";
+    f.write("project/.gitignore", "dist\n");
+    world.ok({"snap"});
+    prompt("s", "one");
+    f.write("project/notes", "built\n");
+    stop("s");
+    prompt("s", "two");
+    f.write("project/dist/out", "built\n");
+    f.write("project/pkg/mod.py", "m\n");
+    f.write("project/pkg/node_modules/m/x", "m\n");
+    stop("s");
+    const std::string list = "turn #5–#6 of claude, \"two\":\n"
+                             "  dist/  kept: git ignores it, so its content isn't in history\n"
+                             "  pkg/  kept: history doesn't hold all that is in it (node_modules)\n"
+                             "- pkg/mod.py\n"
+                             "1 file removed.\n";
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"}), "0\nWould take back " + list + "Nothing was changed.\n");
+    EXPECT_EQ(back({"undo", "--last"}), "0\nTook back " + list + "Take this back with: tidewrack redo\n");
+    EXPECT_EQ(back({"undo", "--last"}).find("0\nTook back turn #3–#4 of"), 0U);
+    prompt("s", "three");
+    f.remove("project/dist");
+    f.write("project/notes", "three\n");
+    stop("s");
+    EXPECT_NE(back({"undo", "--last"}).find("! dist/  was not kept: git ignores it\n"), std::string::npos);
+}
+
+TEST_F(Turns, passesOverWhatIsTakenBackAlready) {
+    prompt("s", "one");
+    f.write("project/notes", "1\n");
+    stop("s");
+    prompt("s", "two");
+    f.write("project/config", "two\n");
+    stop("s");
+    world.ok({"undo", "4"}); // by its number, in pieces, by hand: it all comes to the same
+    f.write("project/config", "port = 80\ndebug = off\n");
+    prompt("s", "touched");
+    f.write("project/README.md", "the original\n");
+    stop("s");
+    const std::string text = back({"undo", "--last"});
+    EXPECT_NE(text.find("Passed over turn #8–#9 of claude, \"touched\": nothing is left of it"), std::string::npos);
+    EXPECT_NE(text.find("Took back turn #2–#3"), std::string::npos) << text;
+    world.ok({"undo", "1"}); // changes nothing
+    EXPECT_NE(back({"redo"}).find("Took back the undo #10–#11 of "), std::string::npos);
+    EXPECT_EQ(f.read("project/notes"), "1\n");
+}
+
+TEST_F(Turns, whatLiesBetweenPrunedSnapshotsIsNobodys) {
+    prompt("s", "long ago");
+    f.write("project/notes", "turn\n");
+    snap("tool", "claude", "s", "Before: rm x");
+    f.write("project/config", "whose\n");
+    prompt("s", "next");
+    stop("s");
+    for (const std::int64_t seq : {2, 3, 4, 5})
+        rewriteRecord(world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 3); });
+    f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
+    EXPECT_EQ(back({"undo", "--last"}),
+              "3\nNothing of turn #2–#4 of claude, \"long ago\" is taken back:\n"
+              "! config  snapshot #3 was pruned, so that it can't be told whose change this is\n"
+              "! notes  snapshot #3 was pruned, so that it can't be told whose change this is\n"
+              "2 paths are left alone; --force puts such paths back whole, --keep-later passes over them.\n");
+    EXPECT_EQ(back({"undo", "--last", "--keep-later"}).front(), '0');
+    EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0');
+    EXPECT_EQ(f.read("project/notes"), "one\n");
 }
 
 TEST_F(Turns, whatTwoSessionsDidAtOnceIsNobodys) {
@@ -235,12 +362,39 @@ TEST_F(Turns, whatTwoSessionsDidAtOnceIsNobodys) {
     EXPECT_EQ(back({"undo", "--turn", "2"}), "3\nTook back turn #2–#5 of claude, \"one\":\n"
                                              "~ config\n"
                                              "! notes  codex was at work here from #3 to #4\n"
+                                             "1 file overwritten.\n"
                                              "1 path is left alone; --force puts such paths back whole, --keep-later "
                                              "passes over them.\n"
                                              "Take this back with: tidewrack redo\n");
     EXPECT_EQ(f.read("project/notes") + config(), "whose\nport = 80\ndebug = off\n");
     EXPECT_EQ(back({"undo", "--turn", "2", "--force"}).front(), '0');
     EXPECT_EQ(f.read("project/notes"), "one\n");
+}
+
+// Real events: claude is still at work when codex comes and goes. What their file tools named is told apart.
+TEST_F(Turns, aSessionThatIsStillAtWork) {
+    event(Agent::claude, "UserPromptSubmit", "t1", "one");
+    f.write("project/config", "claude\n");
+    event(Agent::codex, "UserPromptSubmit", "c1", "two");
+    event(Agent::claude, "PreToolUse-Edit", "t1", "src/main.c");
+    f.write("project/src/main.c", "claude\n");
+    event(Agent::codex, "PreToolUse-apply_patch", "c1", "*** Begin Patch\n*** Delete File: README.md\n*** End Patch\n");
+    f.write("project/README.md", "codex\n");
+    f.write("project/notes", "whose\n");
+    for (const bool ended : {false, true}) {
+        if (ended) event(Agent::codex, "Stop", "c1");
+        const std::string text = back({"undo", "--last", "--dry-run"});
+        EXPECT_NE(text.find("~ README.md\n! notes  claude may have been at work here from #3 "), std::string::npos)
+            << text;
+        EXPECT_EQ(text.find("src/main.c"), std::string::npos) << text;
+        EXPECT_EQ(text.front(), '3');
+    }
+    event(Agent::claude, "Stop", "t1");
+    const std::string text = back({"undo", "--turn", "2"});
+    EXPECT_NE(text.find("~ config\n! notes  codex was at work here from #3 to #4\n~ src/main.c\n"), std::string::npos)
+        << text;
+    EXPECT_EQ(f.read("project/README.md") + f.read("project/src/main.c") + f.read("project/notes"),
+              "codex\nint main;\nwhose\n");
 }
 
 TEST_F(Turns, otherProjectsOfTheTurn) {
@@ -250,17 +404,89 @@ TEST_F(Turns, otherProjectsOfTheTurn) {
     snap("tool", "claude", "s", "Before: rm ../other/file", f.at("other"));
     f.remove("other/file");
     f.write("project/notes", "2\n");
+    f.write("home/outside", "1\n");
+    const auto saved =
+        Vault(world.store())
+            .save({.paths = {f.at("home/outside")}, .command = "rm it", .agent = "claude", .session = "s"});
+    f.remove("home/outside");
     stop("s");
     snap("stop", "claude", "s", "End of turn", f.at("other"));
     const json row = json::parse(world.ok({"timeline", "--json"}))["rows"][0];
     EXPECT_EQ(row["projects"], json{f.at("other")});
+    EXPECT_EQ(row["vault"], json{saved.entry->id});
     EXPECT_EQ(back({"undo", "--last", "--here", "--dry-run"}).find(f.at("other")), std::string::npos);
-    EXPECT_EQ(back({"undo", "--last"}), "0\nTook back turn #2–#3 of claude, \"both\":\n~ notes\n"
-                                        "In " +
-                                            f.at("other") +
-                                            ": Took back turn #2–#3 of claude:\n+ file\n"
-                                            "Take this back with: tidewrack redo\n"
-                                            "Take this back with: tidewrack redo --project " +
-                                            f.at("other") + "\n");
+    EXPECT_EQ(back({"undo", "--last"}),
+              "0\nTook back turn #2–#3 of claude, \"both\":\n~ notes\n"
+              "1 file overwritten.\nIn " +
+                  f.at("other") +
+                  ": Took back turn #2–#3 of claude:\n+ file\n1 file put back.\n"
+                  "Outside of projects stays as it is; what was saved there first: vault "
+                  "entry " +
+                  saved.entry->id + " (rm it). To put it back, run: tidewrack vault restore " + saved.entry->id +
+                  "\n"
+                  "Take this back with: tidewrack redo\n"
+                  "Take this back with: tidewrack redo --project " +
+                  f.at("other") + "\n");
     EXPECT_EQ(f.read("other/file") + f.read("project/notes"), "1\none\n");
+    world.ok({"redo"});
+    world.ok({"redo", "--project", f.at("other")});
+    f.remove("other");
+    const std::string text = back({"undo", "--last", "--vault"}); // a work tree that is gone keeps nobody back
+    EXPECT_NE(text.find("the folder is gone. To bring it back as it was before, run: mkdir -p "), std::string::npos);
+    EXPECT_EQ(text.front(), '0') << text;
+    EXPECT_EQ(f.read("home/outside"), "1\n");
+}
+
+TEST_F(Turns, aNewerTurnThatWorkedElsewhereAlone) {
+    f.write("other/file", "1\n");
+    world.ok({"track", f.at("other")});
+    prompt("s", "here");
+    f.write("project/notes", "2\n");
+    stop("s");
+    prompt("t", "elsewhere");
+    snap("tool", "claude", "t", "Before: rm ../other/file", f.at("other"));
+    f.remove("other/file");
+    stop("t");
+    snap("stop", "claude", "t", "End of turn", f.at("other"));
+    const std::string text = back({"undo", "--last"});
+    EXPECT_EQ(text.find("0\nNewer: turn #4–#5 of claude, \"elsewhere\", which changed nothing here, but in "), 0U)
+        << text;
+    EXPECT_NE(text.find("Took back turn #2–#3 of claude"), std::string::npos) << text;
+}
+
+// Nothing is done but what was shown when the answer was given.
+TEST_F(Turns, asksAgainWhenMoreWasChanged) {
+    const Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!terminal || ::grantpt(terminal.get()) != 0 || ::unlockpt(terminal.get()) != 0) GTEST_SKIP() << "no terminal";
+    const Descriptor inner(::open(::ptsname(terminal.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    termios plain{};
+    ASSERT_EQ(::tcgetattr(inner.get(), &plain), 0);
+    ::cfmakeraw(&plain);
+    ASSERT_EQ(::tcsetattr(inner.get(), TCSANOW, &plain), 0);
+    const auto untilQuestion = [&] {
+        std::string text;
+        pollfd waiting{terminal.get(), POLLIN, 0};
+        for (char letter = 0; !text.ends_with("(yes/no) ") && ::poll(&waiting, 1, 20'000) == 1; text += letter)
+            if (::read(terminal.get(), &letter, 1) != 1) break;
+        return text;
+    };
+    prompt("s", "one");
+    f.write("project/notes", "1\n");
+    auto status = std::async(std::launch::async, [&] {
+        Sink out(inner.get(), true);
+        std::string said;
+        Sink err(said);
+        Surroundings around{world.environment, world.current, "tidewrack", out, err, inner.get()};
+        return run({"undo"}, around);
+    });
+    EXPECT_NE(untilQuestion().find("~ notes\n1 file overwritten.\nDo it?"), std::string::npos);
+    f.write("project/config", "more\n");
+    EXPECT_EQ(::write(terminal.get(), "yes\n", 4), 4);
+    const std::string again = untilQuestion();
+    EXPECT_EQ(again.find("More was changed meanwhile.\n"), 0U) << again;
+    EXPECT_NE(again.find("~ config\n~ notes\n2 files overwritten.\n"), std::string::npos) << again;
+    EXPECT_EQ(f.read("project/notes"), "1\n");
+    EXPECT_EQ(::write(terminal.get(), "yes\n", 4), 4);
+    EXPECT_EQ(status.get(), 0);
+    EXPECT_EQ(f.read("project/notes"), "one\n");
 }

@@ -2,14 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <sstream>
 
 using namespace tidewrack;
 
 namespace {
 
-// "path=text" words; "path/" is a folder, "path=>x" a link, "path=!" a file that was not kept, "path=+text" one that
-// anybody may execute. "|" ends a line of a text, "'" at its end stands for a copy kept elsewhere.
+// "path=text" words; "path/" is a folder, "path//" one that git ignores, "path=>x" a link, "path=!" a file that was not
+// kept, "path=+text" one that anybody may execute. "|" ends a line of a text, "'" at its end stands for a copy kept
+// elsewhere.
 Manifest listing(const std::string& words) {
     ManifestBuilder builder;
     std::istringstream stream(words);
@@ -21,6 +23,10 @@ Manifest listing(const std::string& words) {
         if (equals == word.npos) {
             entry.kind = EntryKind::dir;
             word.pop_back();
+            if (word.ends_with('/')) {
+                word.pop_back();
+                blob = "ign";
+            }
         } else if (blob.starts_with('>')) {
             entry.kind = EntryKind::link;
         } else if (blob.starts_with('+')) {
@@ -44,25 +50,34 @@ std::string textOf(const Entry& entry) {
 }
 
 std::string planned(const std::vector<std::string>& words, const std::string& now, UndoOptions options = {},
-                    const std::string& company = "") {
-    const UndoContents contents{[](const Entry& a, const Entry& b) { return textOf(a) == textOf(b); },
-                                [](const Entry& entry) {
-                                    return LineDiff::Content{textOf(entry), false, 0};
-                                }};
+                    const UndoStep& noted = {}) {
+    // A text with "?" was damaged, and a folder "full" holds what no listing has.
+    const auto isWhole = [](const Entry& entry) { return entry.blob.find('?') == entry.blob.npos; };
+    const UndoContents contents{
+        [](const Entry& a, const Entry& b) { return textOf(a) == textOf(b); },
+        [&](const Entry& entry) {
+            return LineDiff::Content{textOf(entry), false, isWhole(entry) ? 0 : EIO};
+        },
+        isWhole,
+        [](const std::string& folder) -> std::string { return folder.ends_with("full") ? "node_modules" : ""; }};
     std::vector<UndoStep> steps;
-    for (std::size_t at = 0; at < words.size(); at += 2)
-        steps.push_back({listing(words[at]), listing(words[at + 1]), at == 0 ? company : ""});
+    for (std::size_t at = 0; at < words.size(); at += 2) {
+        steps.push_back(at == 0 ? noted : UndoStep{});
+        steps.back().before = listing(words[at]);
+        steps.back().after = listing(words[at + 1]);
+    }
     const Manifest listed = listing(now);
     static const char* const kinds[] = {"+", "-", "~", "merge ", "! ", "keep "};
-    static const char* const reasons[] = {"",         " clash",     " changed", " too large",
-                                          " deleted", " made anew", " company", " not kept"};
+    static const char* const reasons[] = {"",           " clash",    " changed",  " too large", " deleted",
+                                          " made anew", " doubt",    " not kept", " damaged",   " hidden",
+                                          " ignored",   " unlisted", " obstacle"};
     std::string text;
     for (const UndoAction& action : planUndo(steps, listed, options, contents)) {
         text += (text.empty() ? "" : ", ") + std::string(kinds[static_cast<int>(action.kind)]) + action.path;
         if (action.folder) text += "/";
         text += reasons[static_cast<int>(action.reason)];
-        if (action.wanted != nullptr && action.wanted->kind != EntryKind::dir)
-            text += "=" + std::string(action.wanted->blob);
+        if (action.wanted && action.wanted->kind != EntryKind::dir)
+            text += (action.wanted->mode == 0755 ? "=+" : "=") + std::string(action.wanted->blob);
         if (action.kind == UndoAction::Kind::merge) {
             std::string merged = action.merged;
             for (char& letter : merged)
@@ -113,14 +128,35 @@ TEST(UndoPlan, ofOneTurnWithLaterWork) {
         {"a=1", "a=!", "a=!", "~a=1"},
         {"a=1", "a=!", "a=2", "! a too large"},
         {"", "a=!", "a=!", "-a"},
+        {"a=1?", "", "", "! a damaged"},
+        {"a=1?|2|3|", "a=x|2|3|", "a=x|2|y|", "! a damaged"},
+        // One side changed the mode alone, of what is no text to be merged.
+        {"a=!", "a=1", "a=+1", "! a not kept"},
+        {"a=1|", "a=2", "a=+2", "~a=+1|"},
+        {"a=1?", "a=+1?", "a=+3", "~a=3"},
+        // Folders that git ignores, and names that no listing has.
+        {"", "t//", "t//", "keep t/ ignored"},
+        {"", "d/ d/t//", "d/ d/t//", "keep d/t/ ignored"},
+        {"t//", "", "", "! t/ not kept"},
+        {"t//", "", "t/ t/a=1", ""},
+        {"d/ d/a=1", "d//", "d//", ""}, // ignored from then on: nothing was deleted
+        {"d//", "d/ d/a=1", "d/ d/a=1", ""},
+        {"d/ d/a=1 d/b=1", "d/ d/a=2 d/b=2", "d//", "! d/ hidden"},
+        {"sub/ sub/a=1", "sub/ sub/a=2", "", "! sub/ hidden"},
+        {"", "full/ full/a=1", "full/ full/a=1", "keep full/ unlisted, -full/a"},
+        {"", "d/ d/full/ d/full/a=1", "d/ d/full/ d/full/a=1", "keep d/full/ unlisted, -d/full/a"},
+        // A folder in a file's place goes only with all that is in it.
+        {"a=1", "a/ a/b=2", "a/ a/b=2", "~a=1, -a/b"},
+        {"a=1", "a/ a/b=2", "a/ a/b=2 a/c=3", "! a/ changed, ! a/b changed"},
+        {"full=1", "full/ full/b=2", "full/ full/b=2", "! full/ unlisted, ! full/b changed"},
     };
     for (const Row& row : rows)
-        EXPECT_EQ(planned({row.before, row.after}, row.now), row.wanted)
+        EXPECT_EQ(planned({row.before, row.after}, row.now, {{}, nullptr, {"sub"}}), row.wanted)
             << row.before << " -> " << row.after << " -> " << row.now;
 }
 
 TEST(UndoPlan, ofSeveralStepsAndWithOptions) {
-    const auto later = [](UndoOptions::Later each) { return UndoOptions{each, nullptr}; };
+    const auto later = [](UndoOptions::Later each) { return UndoOptions{each, nullptr, {}}; };
     // Newest first: the newer step's change, then the older's; in between somebody added the third line.
     EXPECT_EQ(planned({"a=x|2|3|", "a=x|y|3|", "a=1|2|", "a=x|2|"}, "a=x|y|3|"), "merge a=1|2|3|");
     EXPECT_EQ(planned({"a=2", "a=3", "a=1", "a=2"}, "a=3"), "~a=1");
@@ -130,8 +166,15 @@ TEST(UndoPlan, ofSeveralStepsAndWithOptions) {
     EXPECT_EQ(planned({"", "a=2"}, "a=3", later(UndoOptions::Later::overwritten)), "-a");
     EXPECT_EQ(planned({"a=1|2|3| b=1", "a=x|2|3| b=2"}, "a=x|2|y| b=2", later(UndoOptions::Later::kept)),
               "keep a changed, ~b=1");
-    EXPECT_EQ(planned({"a=1 b=1", "a=2 b=2"}, "a=2 b=2", {{}, [](std::string_view path) { return path == "b"; }}),
+    EXPECT_EQ(planned({"a=1 b=1", "a=2 b=2"}, "a=2 b=2", {{}, [](std::string_view path) { return path == "b"; }, {}}),
               "~b=1");
-    EXPECT_EQ(planned({"a=1", "a=2"}, "a=2", {}, "codex"), "! a company");
-    EXPECT_EQ(planned({"a=1", "a=2"}, "a=2", later(UndoOptions::Later::overwritten), "codex"), "~a=1");
+    // Whose it was can't be told, but by the names that were noted.
+    const UndoStep doubtful{{}, {}, "codex", {{"a", "d/x", "e"}, {"a", "d/x", "e"}}, {{"b"}, {"b", "e/o"}}};
+    const std::string both = planned({"a=1 b=1 c=1", "a=2 b=2 c=2 d/ d/x=1"}, "a=2 b=2 c=2 d/ d/x=1", {}, doubtful);
+    EXPECT_EQ(both, "~a=1, ! c doubt, -d/, -d/x");
+    EXPECT_EQ(planned({"e/ e/m=1 e/o=1", ""}, "", {}, doubtful), "+e/, +e/m=1, ! e/o doubt"); // all of e was named
+    EXPECT_EQ(planned({"b=1 c=1", "b=2 c=2"}, "b=2 c=2", later(UndoOptions::Later::overwritten), doubtful), "~c=1");
+    EXPECT_EQ(planned({"c=1", "c=2"}, "c=2", later(UndoOptions::Later::kept), doubtful), "! c doubt");
+    // What others did in between is later work, of the lines before it.
+    EXPECT_EQ(planned({"b=x|2|3|", "b=x|2|y|", "b=1|2|3|", "b=x|2|3|"}, "b=x|2|y|", {}, doubtful), "merge b=1|2|y|");
 }

@@ -28,6 +28,7 @@ constexpr Option sessionOf{"--session-of", "N", "all turns of the session that s
 constexpr Option overwriteLater{"--force", "", "put paths back whole that were changed since"};
 constexpr Option keepLater{"--keep-later", "", "leave paths alone that were changed since"};
 constexpr Option here{"--here", "", "in this project only, not in others that the turn worked in"};
+constexpr Option withVault{"--vault", "", "also put back what was saved outside of projects for the turn"};
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
 constexpr Option inSession{"--session", "S", "only turns of this session"};
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
@@ -52,8 +53,8 @@ constexpr Option projectOptions[] = {project};
 constexpr Option pruneOptions[] = {dryRun, project, json};
 constexpr Option checkOptions[] = {everyByte, project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
-constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionOf, dryRun,
-                                  overwriteLater, keepLater, here,      project,   json};
+constexpr Option undoOptions[] = {lastTurn,  ofTurn, ofSession, sessionOf, dryRun, overwriteLater,
+                                  keepLater, here,   withVault, project,   json};
 constexpr Option showOptions[] = {stat, noPager, project, json};
 constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
 constexpr Option timelineOptions[] = {atMost, byAgent, inSession, withCommands, noPager, project, json};

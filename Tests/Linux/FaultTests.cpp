@@ -497,7 +497,7 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
             reached += atEveryCall(
                 operation, [&](std::size_t) { return kind; },
                 [dies](Attempt& attempt) {
-                    const std::string told = ": it changed after the safety snapshot\n";
+                    const std::string told = "it changed after the safety snapshot\n";
                     EXPECT_EQ(attempt.outcome().status == 128 + SIGKILL, dies) << attempt.trace();
                     EXPECT_TRUE(dies || attempt.outcome().out.find(told) != told.npos) << attempt.trace();
                     EXPECT_TRUE(dies || attempt.holds("somebody's words", &Scene::contents)) << attempt.trace();

@@ -161,6 +161,9 @@ class Engine {
     };
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Target& target, const Scope& scope,
                         TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const;
+    // What apply would do, from the listings alone.
+    [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
+                                    const TakenSnapshot& present, bool removeNew) const;
     // Keeps texts that no snapshot has seen as contents of the record to come; returns how a target names them. Where
     // there are any, `reversal.seq` becomes that record's number.
     std::vector<std::string> keepTexts(const ProjectLock& lock, const Project& project,
@@ -185,8 +188,6 @@ class Engine {
     static std::vector<std::string> relativePaths(const Project& project,
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
-    [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
-                                    const TakenSnapshot& present, bool removeNew) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
     bool keepUnseen(const ProjectLock& lock, const Project& project, const RestorePlan& plan,
                     TakenSnapshot& safety) const;

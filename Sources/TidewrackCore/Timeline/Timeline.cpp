@@ -1,8 +1,8 @@
 #include "Timeline/Timeline.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <map>
-#include <set>
 #include <utility>
 
 namespace tidewrack {
@@ -19,6 +19,12 @@ struct Draft {
     std::size_t end;  // of all its stretches, once they are known
 };
 
+// An agent that was cut off tells nobody. As long as this after its last sign of life it may be at work.
+constexpr std::chrono::hours longestSilence{1};
+
+// The log of the hooks is written when a hook ends, with whole seconds.
+constexpr std::chrono::minutes longestHook{1};
+
 bool isAgents(const SnapshotMeta& meta) {
     return meta.kind == "prompt" || meta.kind == "tool" || meta.kind == "stop";
 }
@@ -33,20 +39,27 @@ bool isFinishedTask(const SnapshotMeta& meta) {
 std::string sessionOf(const SnapshotMeta& meta) {
     return meta.agent.value_or("") + '\n' + meta.session.value_or("");
 }
+std::string sessionOf(const NotedEdit& edit) {
+    return edit.agent + '\n' + edit.session.value_or("");
+}
 
 class Grouping {
   public:
-    Grouping(const std::string& root, const std::vector<SnapshotMeta>& records, const std::vector<LoggedHook>& hooks)
-        : root_(root), records_(records), steps_(records.size()) {
+    Grouping(const std::string& root, const std::vector<SnapshotMeta>& records, const std::vector<LoggedHook>& hooks,
+             const std::vector<NotedEdit>& edits)
+        : records_(records), steps_(records.size()) {
         for (const LoggedHook& hook : hooks)
             for (const auto& [seq, project] : hook.snapshots)
-                if (project == root_) hooks_.emplace(seq, &hook);
+                if (project == root) hooks_.emplace(seq, &hook);
+        for (const NotedEdit& edit : edits) edits_[sessionOf(edit)].push_back(edit.time);
     }
 
     Timeline run() {
         for (at_ = 0; at_ < records_.size(); ++at_)
             if (isAgents(records_[at_])) addToTurn();
-        for (Draft& draft : drafts_) addTurn(draft);
+        for (Draft& draft : drafts_) // the end of a turn that did nothing here is none of this project's
+            if (std::any_of(draft.own.begin(), draft.own.end(), [&](auto own) { return record(own).kind != "stop"; }))
+                addTurn(draft);
         for (at_ = 0; at_ < records_.size(); ++at_) addOther();
         for (std::size_t step = 0; step + 1 < records_.size(); ++step) addOutside(step);
         findCompany();
@@ -58,10 +71,10 @@ class Grouping {
     }
 
   private:
-    // What lies between a record and the next one.
+    // What lies between a record and the next one, or between the newest one and now.
     struct Step {
-        bool reversal = false;
-        std::vector<std::size_t> turns; // at work, as places among the drafts
+        std::vector<std::size_t> turns;    // at work, as places among the rows
+        std::vector<std::size_t> possible; // whose end was not seen, and which may have been at work
     };
 
     // --- Which records make a turn ---
@@ -112,74 +125,111 @@ class Grouping {
         row.agent = begin.agent;
         row.session = begin.session;
         row.turn = begin.turn;
+        row.prompted = begin.kind == "prompt";
         row.began = begin.created;
-        if (begin.kind == "prompt") row.title = begin.label.value_or("");
+        row.seen = record(draft.own.back()).created;
+        if (draft.next < records_.size()) row.next = record(draft.next).created;
+        if (row.prompted) row.title = begin.label.value_or("");
         setEnd(draft, row);
         for (const std::size_t own : draft.own) {
             row.own.push_back(record(own).seq);
-            if (record(own).kind == "tool") row.commands.push_back(command(record(own)));
+            addCommands(record(own), row);
         }
-        for (const TimelineRow::Command& each : row.commands) addVault(each.seq, row);
-        for (const std::size_t step : stepsOf(draft)) {
-            steps_[step].turns.push_back(rows_.size());
-            const Stretch stretch{record(step).seq, record(step + 1).seq};
-            if (!row.stretches.empty() && row.stretches.back().to == stretch.from)
-                row.stretches.back().to = stretch.to;
-            else
-                row.stretches.push_back(stretch);
-        }
+        addSteps(draft, row);
         if (row.isRunning() && (row.stretches.empty() || row.stretches.back().to != row.last))
             row.stretches.push_back({row.last, row.last});
+        addPossibleSteps(draft, row);
         setCounts(row);
         rows_.push_back(std::move(row));
     }
 
     void setEnd(Draft& draft, TimelineRow& row) const {
         const SnapshotMeta& newest = record(draft.own.back());
-        draft.end = std::min(draft.own.back(), draft.next);
         if (newest.kind == "stop") {
+            draft.end = std::min(draft.own.back(), draft.next);
             row.end = newest.label == "Interrupted" ? End::interrupted : End::stop;
             row.ended = newest.created;
-        } else if (draft.own.back() + 1 == records_.size()) {
-            row.end = End::running;
         } else {
-            row.end = End::unknown;
-            ++draft.end;
+            draft.end = endNotSeen(draft);
+            row.end = draft.end == records_.size() ? End::running : End::unknown;
+            if (row.isRunning()) --draft.end;
         }
         row.last = record(draft.end).seq;
     }
 
+    // The next record that is not its own; the late end of the session's earlier turn is no sign that this one is over.
+    [[nodiscard]] std::size_t endNotSeen(const Draft& draft) const {
+        const std::string session = sessionOf(record(draft.own.front()));
+        std::size_t at = draft.own.back() + 1;
+        while (at < records_.size() && at != draft.next && isAgents(record(at)) && sessionOf(record(at)) == session)
+            ++at;
+        return at;
+    }
+
     // The steps from its beginning to its end, without restores, and without those between an end and a later record
     // of its own where something else was recorded in between.
-    [[nodiscard]] std::vector<std::size_t> stepsOf(const Draft& draft) const {
-        std::vector<std::size_t> steps;
+    void addSteps(const Draft& draft, TimelineRow& row) {
         std::size_t own = 0;
         for (std::size_t step = draft.own.front(); step < draft.end; ++step) {
             while (own + 1 < draft.own.size() && draft.own[own + 1] <= step) ++own;
-            const bool stopped = record(draft.own[own]).kind == "stop";
-            const bool gap = stopped && own + 1 < draft.own.size() && draft.own[own + 1] != draft.own[own] + 1;
-            if (!gap && !isReversal(step)) steps.push_back(step);
+            const bool waits = record(draft.own[own]).kind == "stop" && own + 1 < draft.own.size();
+            if ((waits && draft.own[own + 1] != draft.own[own] + 1) || isReversal(step)) continue;
+            steps_[step].turns.push_back(rows_.size());
+            const Stretch stretch{record(step).seq, record(step + 1).seq};
+            join(stretch, row.stretches);
+            if (waits) join(stretch, row.waits);
         }
-        return steps;
+        if (row.isRunning()) steps_[draft.end].turns.push_back(rows_.size());
+    }
+
+    static void join(const Stretch& stretch, std::vector<Stretch>& all) {
+        if (!all.empty() && all.back().to == stretch.from)
+            all.back().to = stretch.to;
+        else
+            all.push_back(stretch);
+    }
+
+    // Where no end was seen, the steps after the row's: the turn may go on while others record.
+    void addPossibleSteps(const Draft& draft, const TimelineRow& row) {
+        if (row.end != End::unknown) return;
+        const Date silent = lastSign(draft) + longestSilence;
+        for (std::size_t step = draft.end; step < std::min(draft.next, records_.size()); ++step)
+            if (!isReversal(step) && record(step).created <= silent) steps_[step].possible.push_back(rows_.size());
+    }
+
+    [[nodiscard]] Date lastSign(const Draft& draft) const {
+        Date sign = record(draft.own.back()).created;
+        const auto edits = edits_.find(sessionOf(record(draft.own.front())));
+        if (edits == edits_.end()) return sign;
+        for (const Date edit : edits->second)
+            if (draft.next == records_.size() || edit < record(draft.next).created) sign = std::max(sign, edit);
+        return sign;
     }
 
     [[nodiscard]] bool isReversal(std::size_t step) const {
         return record(step).kind == "restore" && step + 1 < records_.size() && record(step + 1).kind == "restored";
     }
 
-    [[nodiscard]] TimelineRow::Command command(const SnapshotMeta& meta) const {
+    // The command that a snapshot was taken for, which its label has at greater length than the log; and those for
+    // which the log names the snapshot because nothing had changed since. A project that is tracked anew counts from 1
+    // again, so that older lines mean other snapshots.
+    void addCommands(const SnapshotMeta& meta, TimelineRow& row) const {
         constexpr std::string_view before = "Before: ";
-        TimelineRow::Command command{meta.seq, meta.label.value_or(""), "", meta.created};
-        if (command.command.starts_with(before)) command.command.erase(0, before.size());
-        const auto hook = hooks_.find(meta.seq);
-        if (hook != hooks_.end()) command.verdict = hook->second->verdict;
-        return command;
-    }
-
-    void addVault(std::int64_t seq, TimelineRow& row) const {
-        const auto hook = hooks_.find(seq);
-        if (hook != hooks_.end())
-            row.vault.insert(row.vault.end(), hook->second->vault.begin(), hook->second->vault.end());
+        std::vector<const LoggedHook*> hooks;
+        for (auto [each, end] = hooks_.equal_range(meta.seq); each != end; ++each)
+            if (each->second->agent == row.agent && meta.created <= each->second->time + longestHook)
+                hooks.push_back(each->second);
+        if (meta.kind == "tool") {
+            TimelineRow::Command command{meta.seq, meta.label.value_or(""), "", meta.created};
+            if (command.command.starts_with(before)) command.command.erase(0, before.size());
+            if (!hooks.empty()) command.verdict = hooks.front()->verdict;
+            row.commands.push_back(std::move(command));
+        }
+        for (const LoggedHook* hook : hooks) {
+            row.vault.insert(row.vault.end(), hook->vault.begin(), hook->vault.end());
+            if (meta.kind != "tool" || hook != hooks.front())
+                row.commands.push_back({meta.seq, hook->command, hook->verdict, hook->time});
+        }
     }
 
     // Snapshots by hand, restores and undos.
@@ -199,7 +249,9 @@ class Grouping {
         row.session = meta.session;
         row.turn = meta.turn;
         row.title = last.label.value_or("");
-        row.began = meta.created;
+        row.tookBack = last.tookBack;
+        row.redo = last.reversal == "redo";
+        row.began = row.seen = meta.created;
         row.ended = last.created;
         if (meta.kind == "restore" && !pair) {
             row.end = End::unknown;
@@ -255,21 +307,29 @@ class Grouping {
     // --- What rows have to do with each other ---
 
     void findCompany() {
-        std::map<std::pair<std::size_t, std::size_t>, Stretch> meetings;
-        for (std::size_t step = 0; step + 1 < records_.size(); ++step) {
+        for (std::size_t step = 0; step < records_.size(); ++step) {
+            const std::int64_t to = step + 1 < records_.size() ? record(step + 1).seq : untilNow;
             for (const std::size_t one : steps_[step].turns) {
-                for (const std::size_t other : steps_[step].turns) {
-                    if (one == other) continue;
-                    auto& during = meetings.try_emplace({one, other}, Stretch{record(step).seq, 0}).first->second;
-                    during.to = record(step + 1).seq;
-                }
+                for (const std::size_t other : steps_[step].turns)
+                    if (one != other) meet(one, other, {record(step).seq, to}, true);
+                for (const std::size_t other : steps_[step].possible) meet(one, other, {record(step).seq, to}, false);
             }
         }
-        for (const auto& [pair, during] : meetings) {
-            const TimelineRow& other = rows_[pair.second];
-            rows_[pair.first].company.push_back(
-                {other.agent.value_or(""), other.session.value_or(""), other.title, during});
+    }
+
+    void meet(std::size_t one, std::size_t other, const Stretch& during, bool seen) {
+        const auto latest = meetings_.find({one, other});
+        auto& company = rows_[one].company;
+        if (latest != meetings_.end()) {
+            TimelineRow::Company& before = company[latest->second];
+            if (before.seen == seen && before.during.to == during.from) {
+                before.during.to = during.to;
+                return;
+            }
         }
+        meetings_[{one, other}] = company.size();
+        const TimelineRow& row = rows_[other];
+        company.push_back({row.agent.value_or(""), row.session.value_or(""), row.title, during, seen});
     }
 
     // Newest first: what was taken back by something that was taken back itself counts no more.
@@ -281,8 +341,9 @@ class Grouping {
         };
         for (std::size_t at = records_.size(); at-- > 0;) {
             const SnapshotMeta& meta = records_[at];
-            if (meta.tookBack.empty() || at == 0 || !isReversal(at - 1)) continue;
-            if (isTaken({record(at - 1).seq, meta.seq})) continue;
+            // The safety snapshot before it may have been pruned.
+            const std::int64_t before = at > 0 && isReversal(at - 1) ? record(at - 1).seq : meta.seq - 1;
+            if (meta.tookBack.empty() || isTaken({before, meta.seq})) continue;
             taken.insert(taken.end(), meta.tookBack.begin(), meta.tookBack.end());
         }
         if (taken.empty()) return;
@@ -291,21 +352,22 @@ class Grouping {
                          std::all_of(row.stretches.begin(), row.stretches.end(), isTaken);
     }
 
-    const std::string& root_;
     const std::vector<SnapshotMeta>& records_;
-    std::map<std::int64_t, const LoggedHook*> hooks_; // by the number of the snapshot taken before the command
+    std::multimap<std::int64_t, const LoggedHook*> hooks_; // by the number of the snapshot before the command
+    std::map<std::string, std::vector<Date>> edits_;       // by session
     std::vector<Draft> drafts_;
     std::map<std::string, std::vector<std::size_t>> sessions_;
     std::vector<Step> steps_;
     std::vector<TimelineRow> rows_;
+    std::map<std::pair<std::size_t, std::size_t>, std::size_t> meetings_; // the latest of two rows, in the first's list
     std::size_t at_ = 0;
 };
 
 } // namespace
 
 Timeline Timeline::of(const std::string& root, const std::vector<SnapshotMeta>& records,
-                      const std::vector<LoggedHook>& hooks) {
-    return Grouping(root, records, hooks).run();
+                      const std::vector<LoggedHook>& hooks, const std::vector<NotedEdit>& edits) {
+    return Grouping(root, records, hooks, edits).run();
 }
 
 const TimelineRow* Timeline::turnAt(std::int64_t seq) const {
@@ -323,7 +385,16 @@ bool isSameTurn(const TimelineRow& one, const TimelineRow& other) {
     if (one.type != Type::turn || other.type != Type::turn) return false;
     if (one.agent != other.agent || one.session != other.session || !one.session) return false;
     if (one.turn && other.turn) return one.turn == other.turn;
-    const auto endsBefore = [](const TimelineRow& a, const TimelineRow& b) { return a.ended && *a.ended < b.began; };
+    // Without identifiers the times tell: what began after the prompt, and before the turn's end or the next prompt.
+    const auto holds = [](const TimelineRow& prompt, const TimelineRow& work) {
+        if (work.began < prompt.began || (prompt.ended && *prompt.ended < work.began)) return false;
+        return !prompt.next || work.began < *prompt.next;
+    };
+    if (one.prompted || other.prompted)
+        return one.prompted != other.prompted && (one.prompted ? holds(one, other) : holds(other, one));
+    const auto endsBefore = [](const TimelineRow& a, const TimelineRow& b) {
+        return a.ended.value_or(a.seen) < b.began;
+    };
     return !endsBefore(one, other) && !endsBefore(other, one);
 }
 

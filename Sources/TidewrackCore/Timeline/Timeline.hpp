@@ -3,6 +3,7 @@
 // Pure: no disk, no clock. 1,000 records take far less than reading them.
 
 #include "Changes/Changes.hpp"
+#include "Store/EditLog.hpp"
 #include "Store/Records.hpp"
 #include "Timeline/LoggedHook.hpp"
 
@@ -12,6 +13,9 @@
 #include <vector>
 
 namespace tidewrack {
+
+// Where a stretch that is still going on ends.
+inline constexpr std::int64_t untilNow = 0;
 
 struct TimelineRow {
     enum class Type {
@@ -40,23 +44,30 @@ struct TimelineRow {
         std::string session;
         std::string title;
         Stretch during;
+        bool seen = true; // else its end was not, and it may have been at work
         bool operator==(const Company&) const = default;
     };
 
     Type type = Type::turn;
     std::int64_t first = 0; // the state before
-    std::int64_t last = 0;  // the state after; of a running turn the newest of its own
+    std::int64_t last = 0;  // the state after; of a running turn the newest one
     std::optional<std::string> agent;
     std::optional<std::string> session;
     std::optional<std::string> turn;
-    std::string title; // the prompt, or a label; empty where there was none
+    std::string title;     // the prompt, or a label; empty where there was none
+    bool prompted = false; // a turn that began with its prompt, which is recorded in one project alone
     Date began{};
+    Date seen{};               // when the newest of a turn's own snapshots was taken
     std::optional<Date> ended; // for End::stop and End::interrupted
+    std::optional<Date> next;  // when the session's next turn began here
     End end = End::stop;
     // Between which snapshots its changes were made, oldest first. Usually one, from `first` to `last`; a restore in
-    // between parts it, and so does the time between a turn's end and the end of a task that it left running. The last
-    // one of a running turn is open: it goes on behind `last`. None for a snapshot by hand.
+    // between parts it, and so does what was recorded between a turn's end and the end of a task that it left running.
+    // The last one of a running turn is open: it goes on behind `last`. None for a snapshot by hand.
     std::vector<Stretch> stretches;
+    // Those parts of them in which the turn had ended and only a task that it left running was at work: a person may
+    // have been as well.
+    std::vector<Stretch> waits;
     std::vector<std::int64_t> own;         // a turn's own snapshots
     std::optional<Changes::Counts> counts; // files; none where only a comparison of listings tells
     std::vector<Command> commands;
@@ -64,6 +75,8 @@ struct TimelineRow {
     std::vector<std::string> projects; // roots of the other projects that the turn worked in
     std::vector<std::string> vault;    // ids of the vault entries made for its commands
     bool undone = false;               // taken back since as a whole, and not redone
+    std::vector<Stretch> tookBack;     // what a restore or undo took back in full
+    bool redo = false;                 // an undo that takes back another one, or a restore
 
     bool operator==(const TimelineRow&) const = default;
     [[nodiscard]] bool isRunning() const { return end == End::running; }
@@ -72,9 +85,10 @@ struct TimelineRow {
 struct Timeline {
     std::vector<TimelineRow> rows; // newest first, by the snapshot that they end with
 
-    // `records` of one project, by ascending number, with the hooks that were logged since the first of them.
+    // `records` of one project, by ascending number, with what was logged of its hooks and of its files.
     [[nodiscard]] static Timeline of(const std::string& root, const std::vector<SnapshotMeta>& records,
-                                     const std::vector<LoggedHook>& hooks = {});
+                                     const std::vector<LoggedHook>& hooks = {},
+                                     const std::vector<NotedEdit>& edits = {});
 
     // The newest turn that snapshot `seq` belongs to: which it began or ended with, or which was at work then. None
     // when there is none.

@@ -3,9 +3,10 @@
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
-#include "Vault/Vault.hpp"
+#include "Timeline/Elsewhere.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -23,9 +24,6 @@ using Reason = UndoAction::Reason;
 
 constexpr std::string_view live = "live:"; // stands before the path of a file in the project itself
 
-// What is open: a running turn goes on up to now.
-constexpr std::int64_t untilNow = 0;
-
 bool sameBytes(const std::string& one, const std::string& other) {
     const Descriptor a(::open(one.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     const Descriptor b(::open(other.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
@@ -40,31 +38,17 @@ bool sameBytes(const std::string& one, const std::string& other) {
     }
 }
 
+// How a snapshot lists a file that is too large to be kept: it is the same while its size and time are.
+std::string unkeptBlob(const Entry& entry) {
+    return "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
+}
+
 bool sameDestination(const std::string& one, const std::string& other) {
     std::array<char, 4097> mine{};
     std::array<char, 4097> theirs{};
     const ssize_t count = ::readlink(one.c_str(), mine.data(), mine.size());
     return count > 0 && ::readlink(other.c_str(), theirs.data(), theirs.size()) == count &&
            std::equal(mine.begin(), mine.begin() + count, theirs.begin());
-}
-
-std::string companyText(const TimelineRow::Company& company) {
-    return (company.agent.empty() ? "another session" : company.agent) + " was at work here from #" +
-           std::to_string(company.during.from) + " to #" + std::to_string(company.during.to);
-}
-
-bool isLater(Reason reason) {
-    switch (reason) {
-    case Reason::clash:
-    case Reason::changed:
-    case Reason::tooLarge:
-    case Reason::deleted:
-    case Reason::madeAnew: return true;
-    case Reason::none:
-    case Reason::company:
-    case Reason::notKept: break;
-    }
-    return false;
 }
 
 Entry mergedEntry(const UndoAction& action, std::string_view blob) {
@@ -78,6 +62,60 @@ Entry mergedEntry(const UndoAction& action, std::string_view blob) {
     return entry;
 }
 
+// The listing that a restore goes by.
+struct Target {
+    Manifest listing;
+    std::set<std::string, std::less<>> scope;
+
+    [[nodiscard]] Engine::Scope inScope() const {
+        return [this](std::string_view path) { return scope.contains(path); };
+    }
+};
+
+// `merged`: where the merged texts are kept, in the actions' order.
+Target targetOf(const std::vector<UndoAction>& actions, const Manifest& now, const std::vector<std::string>& merged) {
+    Target target;
+    for (const UndoAction& action : actions)
+        if (action.acts()) target.scope.insert(action.path);
+    ManifestBuilder builder(now);
+    std::uint32_t rank = 0;
+    for (const auto& item : now.items()) {
+        if (!target.scope.contains(item.path)) builder.add(item.path, item.entry, rank);
+        ++rank;
+    }
+    auto blob = merged.begin();
+    for (const UndoAction& action : actions) {
+        if (action.kind == Kind::merge)
+            builder.add(action.path, mergedEntry(action, *blob++));
+        else if (action.acts() && action.wanted)
+            builder.add(action.path, *action.wanted);
+    }
+    target.listing = builder.finish();
+    return target;
+}
+
+// What a restore refuses, or refused, is left alone.
+void fold(const std::vector<PathOutcome>& outcomes, std::vector<UndoAction>& actions,
+          std::map<std::string, Obstacle, std::less<>>& obstacles) {
+    for (const PathOutcome& outcome : outcomes)
+        if (outcome.obstacle) obstacles.emplace(outcome.path, outcome.obstacle);
+    for (UndoAction& action : actions) {
+        if (!action.acts() || !obstacles.contains(action.path)) continue;
+        action.kind = Kind::leave;
+        action.reason = Reason::obstacle;
+    }
+    keepFoldersOfLeft(actions);
+}
+
+bool acts(const UndoAction& action) {
+    return action.acts();
+}
+
+std::vector<NotedEdit> readNotedEdits(const History& history) {
+    std::string log;
+    return readFile(editLogPath(history.folder()), log) == 0 ? notedEdits(log) : std::vector<NotedEdit>();
+}
+
 } // namespace
 
 bool UndoResult::isComplete() const {
@@ -87,66 +125,14 @@ bool UndoResult::isComplete() const {
            (!restored || std::none_of(restored->outcomes.begin(), restored->outcomes.end(), failed));
 }
 
-std::vector<LoggedHook> readLoggedHooks(const Store& store) {
-    std::string log;
-    return readFile(store.home + "/hooks.log", log) == 0 ? loggedHooks(log) : std::vector<LoggedHook>();
-}
-
-namespace {
-
-// The newest records of another project, back to the first one that is older than `since`.
-std::vector<SnapshotMeta> recordsSince(const History& history, Date since) {
-    std::vector<SnapshotMeta> records;
-    const auto seqs = history.seqs();
-    for (auto seq = seqs.rbegin(); seq != seqs.rend(); ++seq) {
-        records.push_back(history.snapshot(*seq));
-        if (records.back().created < since) break;
-    }
-    std::reverse(records.begin(), records.end());
-    return records;
-}
-
-void addVaultEntries(const Store& store, const Project& project, std::vector<TimelineRow>& rows) {
-    for (const VaultEntry& entry : Vault(store).entries()) {
-        if (!entry.agent || !isAtOrBelow(Store::canonical(entry.cwd), project.root)) continue;
-        TimelineRow* only = nullptr;
-        int found = 0;
-        for (TimelineRow& row : rows) {
-            const bool during =
-                row.began <= entry.created && (row.ended ? entry.created <= *row.ended : row.isRunning());
-            if (row.type != Type::turn || row.agent != entry.agent || !during) continue;
-            only = &row;
-            ++found;
-        }
-        if (found == 1 && std::find(only->vault.begin(), only->vault.end(), entry.id) == only->vault.end())
-            only->vault.push_back(entry.id);
-    }
-}
-
-} // namespace
-
-void addElsewhere(const Store& store, const Project& project, std::vector<TimelineRow>& rows) {
-    std::optional<Date> since;
-    for (const TimelineRow& row : rows)
-        if (row.type == Type::turn && (!since || row.began < *since)) since = row.began;
-    if (!since) return;
-    addVaultEntries(store, project, rows);
-    for (const Project& other : store.projects()) {
-        if (other.id == project.id) continue;
-        try {
-            const Timeline there = Timeline::of(other.root, recordsSince(store.history(other), *since));
-            for (TimelineRow& row : rows)
-                if (std::any_of(there.rows.begin(), there.rows.end(),
-                                [&](const auto& each) { return isSameTurn(row, each); }))
-                    row.projects.push_back(other.root);
-        } catch (const TidewrackError&) { // another project's damage is no reason to tell nothing of this one
-        }
-    }
+bool UndoResult::acts() const {
+    return std::any_of(actions.begin(), actions.end(), [](const UndoneAction& each) { return each.action.acts(); });
 }
 
 TurnUndo::TurnUndo(const Engine& engine, const Project& project)
     : engine_(engine), project_(project), history_(engine.store.history(project)), records_(history_.snapshots()),
-      timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store))) {}
+      edits_(readNotedEdits(history_)),
+      timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), edits_)) {}
 
 Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
     if (row.counts) return *row.counts;
@@ -160,10 +146,30 @@ Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
     return counts;
 }
 
-UndoChoice TurnUndo::last() const {
+UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<const TimelineRow*>& rows,
+                             const Options& options) const {
+    for (const TimelineRow* row : rows) {
+        choice.rows = {*row};
+        if (!isIdle(choice, options)) return choice;
+        if (counts(*row).sum() > 0) choice.passed.push_back(*row);
+    }
+    choice.rows.clear();
+    return choice;
+}
+
+UndoChoice TurnUndo::last(const Options& options) const {
+    std::vector<const TimelineRow*> turns;
     for (const TimelineRow& row : timeline_.rows)
-        if (row.type == Type::turn && !row.undone && counts(row).sum() > 0) return {"undo", {row}};
-    return {};
+        if (row.type == Type::turn && !row.undone && (!row.counts || row.counts->sum() > 0)) turns.push_back(&row);
+    return passing({"undo", {}}, turns, options);
+}
+
+const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {
+    for (const TimelineRow& each : timeline_.rows)
+        if (each.type == Type::turn && !each.undone &&
+            std::pair(each.last, each.first) < std::pair(row.last, row.first))
+            if (counts(each).sum() > 0) return &each;
+    return nullptr;
 }
 
 UndoChoice TurnUndo::turn(std::int64_t seq) const {
@@ -203,118 +209,133 @@ UndoChoice TurnUndo::range(std::int64_t from, std::int64_t to) const {
     return {"undo", {row}};
 }
 
-UndoChoice TurnUndo::redo() const {
+UndoChoice TurnUndo::redo(const Options& options) const {
+    std::vector<const TimelineRow*> rows;
     for (const TimelineRow& row : timeline_.rows) {
-        if ((row.type != Type::restore && row.type != Type::undo) || row.undone || row.stretches.empty()) continue;
-        const bool isRedo = std::any_of(records_.begin(), records_.end(), [&](const SnapshotMeta& meta) {
-            return meta.seq == row.last && meta.reversal == "redo";
-        });
-        if (!isRedo) return {"redo", {row}};
+        const bool goes = row.type == Type::restore || (row.type == Type::undo && !row.redo);
+        if (goes && !row.undone && !row.stretches.empty()) rows.push_back(&row);
     }
-    return {"redo", {}};
+    return passing({"redo", {}}, rows, options);
 }
 
-UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows) const {
+UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const {
     UndoChoice choice;
     for (const TimelineRow& row : timeline_.rows) {
-        const auto isSame = [&](const TimelineRow& other) { return isSameTurn(row, other); };
-        if (!row.undone && std::any_of(rows.begin(), rows.end(), isSame) && counts(row).sum() > 0)
-            choice.rows.push_back(row);
+        const auto same =
+            std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return isSameTurn(row, each); });
+        if (row.undone || same == rows.end()) continue;
+        const bool unseen = folder == Folder::gone && row.isRunning(); // nobody can look what it did last
+        if (!unseen && counts(row).sum() == 0) continue;
+        choice.rows.push_back(row);
+        // Its end was seen where it was asked for: what came here since may be anybody's.
+        if (row.isRunning() && !same->isRunning()) choice.rows.back().waits.push_back({row.last, untilNow});
     }
     return choice;
 }
 
-std::vector<Stretch> TurnUndo::stretches(const UndoChoice& choice) const {
-    std::vector<Stretch> all;
-    for (const TimelineRow& row : choice.rows) {
-        all.insert(all.end(), row.stretches.rbegin(), row.stretches.rend());
-        if (row.isRunning() && !row.stretches.empty()) all[all.size() - row.stretches.size()].to = untilNow;
-    }
-    return all;
-}
-
-std::vector<UndoStep> TurnUndo::steps(const UndoChoice& choice, const Manifest& now) const {
-    std::vector<UndoStep> steps;
-    const auto listing = [&](std::int64_t seq) {
-        return seq == untilNow ? now : history_.manifest(history_.snapshot(seq));
-    };
-    const auto add = [&](const Stretch& stretch, const std::string& company) {
-        steps.push_back({listing(stretch.from), listing(stretch.to), company});
-    };
-    for (const TimelineRow& row : choice.rows) {
-        for (Stretch stretch : stretches({choice.by, {row}})) {
-            auto company = row.company;
-            std::sort(company.begin(), company.end(), [](const auto& a, const auto& b) {
-                return std::pair(b.during.to, b.during.from) < std::pair(a.during.to, a.during.from);
-            });
-            // Newest first: what nobody else could have done, then what somebody could.
-            for (const TimelineRow::Company& each : company) {
-                const bool open = stretch.to == untilNow;
-                if (each.during.from >= (open ? INT64_MAX : stretch.to) || each.during.to <= stretch.from) continue;
-                if (open || each.during.to < stretch.to) add({each.during.to, stretch.to}, "");
-                const Stretch shared{std::max(each.during.from, stretch.from),
-                                     open ? each.during.to : std::min(each.during.to, stretch.to)};
-                add(shared, companyText(each));
-                stretch.to = shared.from;
-                if (stretch.to <= stretch.from) break;
-            }
-            if (stretch.to == untilNow || stretch.to > stretch.from || row.type == Type::outside) add(stretch, "");
+// With what is too large to be kept as the safety snapshot would list it.
+const Manifest& TurnUndo::present() const {
+    if (present_) return *present_;
+    // The newest snapshot is what most of the folder is compared with.
+    Engine::Sides sides = engine_.sides(project_, records_.back().seq, std::nullopt);
+    present_ = std::move(sides.newer);
+    unseen_ = std::move(sides.warnings);
+    const std::int64_t largest = project_.maxFileSize.value_or(Project::defaultMaxFileSize);
+    ManifestBuilder builder(*present_);
+    std::uint32_t rank = 0;
+    bool changed = false;
+    for (const auto& item : present_->items()) {
+        Entry entry = item.entry;
+        std::string blob;
+        if (entry.kind == EntryKind::file && entry.size > largest && entry.blob.starts_with(live)) {
+            blob = unkeptBlob(entry);
+            entry.blob = blob;
+            changed = true;
         }
+        builder.add(item.path, entry, rank++);
     }
-    return steps;
+    if (changed) present_ = builder.finish();
+    return *present_;
 }
 
-UndoContents TurnUndo::contents() const {
-    const auto place = [this](const Entry& entry) {
-        return entry.blob.starts_with(live) ? std::string(entry.blob.substr(live.size()))
-                                            : history_.blobPath(entry.blob);
+UndoContents TurnUndo::contents(const Manifest& now) const {
+    const auto isLive = [](const Entry& entry) { return entry.blob.starts_with(live); };
+    const auto place = [this, isLive](const Entry& entry) {
+        return isLive(entry) ? std::string(entry.blob.substr(live.size())) : history_.blobPath(entry.blob);
     };
-    // A file that is too large to be kept is the same while its size and time are; one in the folder may be such.
-    const auto unkept = [](const Entry& entry) {
-        return entry.notKept() ? std::string(entry.blob)
-                               : "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
+    const auto isWhole = [place, isLive](const Entry& entry) {
+        struct stat status {};
+        return isLive(entry) || (::stat(place(entry).c_str(), &status) == 0 && status.st_size == entry.size);
     };
-    return {[place, unkept](const Entry& a, const Entry& b) {
-                if (a.notKept() || b.notKept()) return unkept(a) == unkept(b);
-                return a.kind == EntryKind::link ? sameDestination(place(a), place(b)) : sameBytes(place(a), place(b));
-            },
-            [place](const Entry& entry) {
-                LineDiff::Content content = LineDiff::read(place(entry));
-                // A copy that was cut short would take its missing lines out of the file.
-                const bool whole = content.tooLarge || content.bytes.size() == static_cast<std::size_t>(entry.size);
-                if (!whole && !entry.blob.starts_with(live)) content.error = EIO;
-                return content;
-            }};
+    const auto same = [place](const Entry& a, const Entry& b) {
+        if (a.notKept() || b.notKept())
+            return (a.notKept() ? std::string(a.blob) : unkeptBlob(a)) ==
+                   (b.notKept() ? std::string(b.blob) : unkeptBlob(b));
+        return a.kind == EntryKind::link ? sameDestination(place(a), place(b)) : sameBytes(place(a), place(b));
+    };
+    const auto read = [place, isWhole](const Entry& entry) {
+        LineDiff::Content content = LineDiff::read(place(entry));
+        // A copy that was cut short would take its missing lines out of the file.
+        if (content.error == 0 && !isWhole(entry)) content.error = EIO;
+        return content;
+    };
+    const auto unlisted = [this, &now](const std::string& folder) {
+        std::string found;
+        (void)visitNames(joined(project_.root, folder), [&](const char* name) {
+            if (now.find(joined(folder, name)) != nullptr) return true;
+            found = name;
+            return false;
+        });
+        return found;
+    };
+    return {same, read, isWhole, unlisted};
 }
 
-std::vector<UndoAction> TurnUndo::plan(const std::vector<UndoStep>& steps, const Manifest& now,
-                                       const Options& options) const {
-    UndoOptions undo{options.later, nullptr};
+TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Options& options) const {
+    UndoOptions undo{options.later, nullptr, engine_.nestedRoots(project_, engine_.store.projects())};
     if (!options.paths.empty())
         undo.scope = [&](std::string_view path) {
             return std::any_of(options.paths.begin(), options.paths.end(),
                                [&](const std::string& each) { return isAtOrBelow(path, each); });
         };
-    return planUndo(steps, now, undo, contents());
+    if (steps.open) steps.steps[*steps.open].after = now;
+    return planUndo(steps.steps, now, undo, contents(now));
 }
 
-std::string TurnUndo::label(const UndoChoice& choice) const {
-    const TimelineRow& oldest = choice.rows.back();
-    const std::string numbers =
-        "#" + std::to_string(oldest.first) + "–#" + std::to_string(std::max(choice.rows.front().last, oldest.first));
-    return "Before " + std::string(choice.by == "redo" ? "redoing " : "undoing ") + numbers;
+// Nothing would be done, and nothing could be by force.
+bool TurnUndo::isIdle(const UndoChoice& choice, const Options& options) const {
+    UndoSteps steps = StepReader(history_, records_, edits_).read(choice.rows);
+    const Actions actions = plan(steps, present(), {options.later, {}, true});
+    return std::none_of(actions.begin(), actions.end(), [&](const UndoAction& action) {
+        return action.acts() || (action.isConflict() && options.later != UndoOptions::Later::kept);
+    });
 }
+
+namespace {
+
+std::string spanText(const UndoChoice& choice) {
+    const TimelineRow& oldest = choice.rows.back();
+    return "#" + std::to_string(oldest.first) + "–#" + std::to_string(std::max(choice.rows.front().last, oldest.first));
+}
+
+std::string label(const UndoChoice& choice) {
+    return (choice.by == "redo" ? "Before redoing " : "Before undoing ") + spanText(choice);
+}
+
+} // namespace
 
 UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const {
     UndoResult result;
     if (choice.rows.empty()) return result;
+    UndoSteps steps = StepReader(history_, records_, edits_).read(choice.rows);
     {
-        // The newest snapshot is what most of the folder is compared with.
-        const Manifest now = engine_.sides(project_, records_.back().seq, std::nullopt).newer;
-        auto actions = plan(steps(choice, now), now, options);
-        const bool acts = std::any_of(actions.begin(), actions.end(), [](const auto& each) { return each.acts(); });
-        if (options.dryRun || !acts) { // nothing to do takes no snapshot
-            result.actions = withCauses(std::move(actions), choice);
+        Obstacles obstacles;
+        Actions actions = plan(steps, present(), options);
+        checkPaths(choice, steps, options);
+        foresee(present(), actions, obstacles);
+        if (options.dryRun || std::none_of(actions.begin(), actions.end(), acts)) { // nothing to do takes no snapshot
+            result.actions = withCauses(std::move(actions), obstacles, choice, present());
+            result.warnings = unseen_;
             return result;
         }
     }
@@ -323,84 +344,130 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     SnapshotRequest request{"restore", label(choice), {}, {}, {}};
     request.reversal = choice.by;
     TakenSnapshot safety = engine_.safetySnapshot(lock, project_, request);
-    const auto steps = this->steps(choice, safety.manifest);
-    auto actions = plan(steps, safety.manifest, options);
+    Actions actions = plan(steps, safety.manifest, options);
     bool whole = true;
-    for (const UndoAction& action : actions) whole = whole && !action.isLeft();
-    if (whole && !options.paths.empty()) {
+    if (!options.paths.empty()) {
         Options all = options;
         all.paths.clear();
         whole = plan(steps, safety.manifest, all).size() == actions.size();
     }
-    act(lock, safety, choice, whole, actions, result);
-    result.actions = withCauses(std::move(actions), choice);
+    Obstacles obstacles;
+    foresee(safety.manifest, actions, obstacles);
+    act(lock, safety, choice, whole, actions, obstacles, result);
+    result.actions = withCauses(std::move(actions), obstacles, choice, safety.manifest);
     return result;
 }
 
+// A slip of the hand must not read as if all were done already.
+void TurnUndo::checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const {
+    if (options.paths.empty()) return;
+    std::set<std::string> changed;
+    for (const UndoStep& step : steps.steps)
+        for (std::string& path : Changes::between(step.before, step.after).all()) changed.insert(std::move(path));
+    for (const std::string& path : options.paths) {
+        const bool found = std::any_of(changed.begin(), changed.end(),
+                                       [&](const std::string& each) { return isAtOrBelow(each, path); });
+        if (!found) throw TidewrackError::refused(path + " isn't in what " + spanText(choice) + " changed.");
+    }
+}
+
+// The restore's own plan tells what it would refuse.
+void TurnUndo::foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const {
+    if (std::none_of(actions.begin(), actions.end(), acts)) return;
+    const std::vector<std::string> unwritten(actions.size(), "merged");
+    const Target target = targetOf(actions, now, unwritten);
+    TakenSnapshot present;
+    present.manifest = now;
+    const auto outcomes = engine_.aim(project_, target.listing, target.inScope(), present, true).outcomes;
+    std::set<std::string_view> met;
+    for (const PathOutcome& outcome : outcomes) met.insert(outcome.path);
+    for (const UndoAction& action : actions)
+        if (action.acts() && !met.contains(action.path))
+            obstacles.emplace(action.path, Obstacle{Obstacle::Reason::notInHistory});
+    fold(outcomes, actions, obstacles);
+}
+
 void TurnUndo::act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole,
-                   std::vector<UndoAction>& actions, UndoResult& result) const {
+                   Actions& actions, Obstacles& obstacles, UndoResult& result) const {
     Reversal reversal{choice.by, {}, std::nullopt};
-    if (whole)
-        for (Stretch stretch : stretches(choice))
-            reversal.tookBack.push_back({stretch.from, stretch.to == untilNow ? safety.result.meta.seq : stretch.to});
+    for (const UndoAction& action : actions) whole = whole && !action.isLeft();
+    for (const TimelineRow& row : choice.rows)
+        for (const Stretch& stretch : openStretches(row))
+            if (whole)
+                reversal.tookBack.push_back(
+                    {stretch.from, stretch.to == untilNow ? safety.result.meta.seq : stretch.to});
     std::vector<std::string> texts;
     for (const UndoAction& action : actions)
         if (action.kind == Kind::merge) texts.push_back(action.merged);
     const std::vector<std::string> blobs = engine_.keepTexts(lock, project_, texts, reversal);
-    auto blob = blobs.begin();
-    ManifestBuilder target;
-    std::set<std::string, std::less<>> scope;
-    for (const UndoAction& action : actions)
-        if (action.acts()) scope.insert(action.path);
-    for (const auto& item : safety.manifest.items())
-        if (!scope.contains(item.path)) target.add(item.path, item.entry);
-    for (const UndoAction& action : actions) {
-        if (action.kind == Kind::merge)
-            target.add(action.path, mergedEntry(action, *blob++));
-        else if (action.acts() && action.wanted != nullptr)
-            target.add(action.path, *action.wanted);
-    }
-    result.restored = engine_.apply(
-        lock, project_, {std::nullopt, target.finish()}, [&](std::string_view path) { return scope.contains(path); },
-        safety, true, reversal);
+    const Target target = targetOf(actions, safety.manifest, blobs);
+    result.restored =
+        engine_.apply(lock, project_, {std::nullopt, target.listing}, target.inScope(), safety, true, reversal);
+    fold(result.restored->outcomes, actions, obstacles);
+    std::erase_if(result.restored->outcomes, [&](const PathOutcome& outcome) { // it stands among the actions
+        return outcome.obstacle && target.scope.contains(outcome.path);
+    });
 }
 
-std::vector<UndoneAction> TurnUndo::withCauses(std::vector<UndoAction> actions, const UndoChoice& choice) const {
+std::vector<UndoneAction> TurnUndo::withCauses(Actions actions, const Obstacles& obstacles, const UndoChoice& choice,
+                                               const Manifest& now) const {
     std::vector<UndoneAction> result;
     std::set<std::size_t> wanted;
     for (UndoAction& action : actions) {
-        action.wanted = nullptr; // its listing goes
-        if (action.isLeft() && isLater(action.reason)) wanted.insert(result.size());
-        result.push_back({std::move(action), 0, std::nullopt, {}});
+        action.wanted.reset(); // its listing goes
+        if (!action.acts() && UndoAction::isLater(action.reason)) wanted.insert(result.size());
+        UndoneAction undone{std::move(action), 0, std::nullopt, {}, {}};
+        const auto obstacle = obstacles.find(undone.action.path);
+        if (undone.action.reason == Reason::obstacle && obstacle != obstacles.end()) undone.obstacle = obstacle->second;
+        result.push_back(std::move(undone));
     }
-    // From the newest record back to the end of what is taken back.
-    const std::int64_t oldest = choice.rows.front().isRunning() ? INT64_MAX : choice.rows.front().last;
-    std::optional<Manifest> newer;
+    const TimelineRow& newest = choice.rows.front();
+    if (!newest.isRunning()) findCauses(result, std::move(wanted), now, newest.last); // else there is nothing since
+    return result;
+}
+
+// From now back to the end of what is taken back.
+void TurnUndo::findCauses(std::vector<UndoneAction>& actions, std::set<std::size_t> wanted, const Manifest& now,
+                          std::int64_t oldest) const {
+    const UndoContents contents = this->contents(now);
+    const auto same = [&](const Entry* a, const Entry* b) {
+        if (a == nullptr || b == nullptr) return a == b;
+        if (!differs(*a, *b)) return true;
+        return a->kind == b->kind && a->mode == b->mode && a->size == b->size && contents.same(*a, *b);
+    };
+    // Takes those out that differ between the two.
+    const auto found = [&](const Manifest& older, const Manifest& newer, std::int64_t seq) {
+        for (auto each = wanted.begin(); each != wanted.end();) {
+            UndoneAction& action = actions[*each];
+            const bool here = !same(older.find(action.action.path), newer.find(action.action.path));
+            if (here) action.changedIn = seq;
+            each = here ? wanted.erase(each) : std::next(each);
+        }
+    };
+    if (wanted.empty()) return;
+    Manifest newer = history_.manifest(records_.back());
+    found(newer, now, 0);
     for (std::size_t at = records_.size(); !wanted.empty() && at-- > 1 && records_[at].seq > oldest;) {
         if (records_[at].manifestOf == records_[at - 1].manifestOf) continue;
-        if (!newer) newer = history_.manifest(records_[at]);
-        const Manifest older = history_.manifest(records_[at - 1]);
-        for (auto each = wanted.begin(); each != wanted.end();) {
-            UndoneAction& action = result[*each];
-            const Entry* before = older.find(action.action.path);
-            const Entry* after = newer->find(action.action.path);
-            const bool same = before == nullptr || after == nullptr ? before == after : !differs(*before, *after);
-            if (same) {
-                ++each;
-                continue;
-            }
-            action.changedIn = records_[at].seq;
-            for (const TimelineRow& row : timeline_.rows)
-                for (const Stretch& stretch : row.stretches)
-                    if (row.type == Type::turn && stretch.from < action.changedIn && action.changedIn <= stretch.to) {
-                        action.agent = row.agent;
-                        action.title = row.title;
-                    }
-            each = wanted.erase(each);
-        }
-        newer = older;
+        Manifest older = history_.manifest(records_[at - 1]);
+        found(older, newer, records_[at].seq);
+        newer = std::move(older);
     }
-    return result;
+    for (UndoneAction& action : actions)
+        if (action.changedIn != 0) nameTurn(action);
+}
+
+// The newest turn that was at work then.
+void TurnUndo::nameTurn(UndoneAction& action) const {
+    for (const TimelineRow& row : timeline_.rows) {
+        const auto holds = [&](const Stretch& each) {
+            return each.from < action.changedIn && action.changedIn <= each.to;
+        };
+        if (row.type != Type::turn || std::none_of(row.stretches.begin(), row.stretches.end(), holds)) continue;
+        action.agent = row.agent;
+        action.title = row.title;
+        return;
+    }
 }
 
 } // namespace tidewrack

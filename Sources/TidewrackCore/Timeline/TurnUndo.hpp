@@ -2,11 +2,15 @@
 // Taking back what was done: a turn, a session, what lies between two snapshots, or an undo. Later work survives.
 
 #include "Engine/Engine.hpp"
+#include "Store/EditLog.hpp"
+#include "Timeline/StepReader.hpp"
 #include "Timeline/Timeline.hpp"
 #include "Timeline/UndoPlan.hpp"
 
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +20,8 @@ namespace tidewrack {
 struct UndoChoice {
     std::string by = "undo";       // or "redo"
     std::vector<TimelineRow> rows; // newest first; empty: there is nothing
+    // What would have come before it, of which nothing is left that could be taken back; newest first.
+    std::vector<TimelineRow> passed = {};
 };
 
 struct UndoneAction {
@@ -25,14 +31,19 @@ struct UndoneAction {
     std::int64_t changedIn = 0;
     std::optional<std::string> agent;
     std::string title;
+    Obstacle obstacle; // for Reason::obstacle
 };
 
 struct UndoResult {
-    std::vector<UndoneAction> actions;     // sorted by path
-    std::optional<RestoreResult> restored; // what became of it; none for a dry run, and where there was nothing to do
+    // Sorted by path. What could not be done after all is among those left alone.
+    std::vector<UndoneAction> actions;
+    // None for a dry run, and where there was nothing to do. Its outcomes have no obstacle that an action has.
+    std::optional<RestoreResult> restored;
+    std::vector<std::string> warnings; // where nothing was done: what of the folder could not be seen
 
     // Everything that was asked for is done, or can be.
     [[nodiscard]] bool isComplete() const;
+    [[nodiscard]] bool acts() const;
 };
 
 class TurnUndo {
@@ -44,49 +55,61 @@ class TurnUndo {
     // Files that a row changed in all.
     [[nodiscard]] Changes::Counts counts(const TimelineRow& row) const;
 
-    // The turn with the newest end that changed something and was not taken back yet.
-    [[nodiscard]] UndoChoice last() const;
+    struct Options {
+        UndoOptions::Later later = UndoOptions::Later::merged;
+        std::vector<std::string> paths; // project-relative; empty: all
+        bool dryRun = false;            // only plan: nothing is written, and no lock taken
+    };
+
+    // The turn with the newest end that changed something and was not taken back yet. Those of which nothing is left,
+    // or nothing that anybody could take back, are passed over.
+    [[nodiscard]] UndoChoice last(const Options& options) const;
+    // The next turn before `row` that changed something and was not taken back yet.
+    [[nodiscard]] const TimelineRow* turnBefore(const TimelineRow& row) const;
     // The turn that snapshot `seq` belongs to. Throws refused when there is none.
     [[nodiscard]] UndoChoice turn(std::int64_t seq) const;
     // All turns of a session, which may be named by its beginning. Throws refused when none or several begin so.
     [[nodiscard]] UndoChoice session(const std::string& name) const;
     // What changed from one snapshot to another. Throws noSnapshot.
     [[nodiscard]] UndoChoice range(std::int64_t from, std::int64_t to) const;
-    // The newest restore or undo that was not taken back yet.
-    [[nodiscard]] UndoChoice redo() const;
-    // Turns of this project that are the same as some of `rows`, which are another project's.
-    [[nodiscard]] UndoChoice sameTurns(const std::vector<TimelineRow>& rows) const;
+    // The newest restore or undo that was not taken back yet, and of which something is left.
+    [[nodiscard]] UndoChoice redo(const Options& options) const;
+    // Turns of this project that are the same as some of `rows`, which are another project's. Where the folder is gone
+    // those that are known to have changed something.
+    enum class Folder { there, gone };
+    [[nodiscard]] UndoChoice sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const;
 
-    struct Options {
-        UndoOptions::Later later = UndoOptions::Later::merged;
-        std::vector<std::string> paths; // project-relative; empty: all
-        bool dryRun = false;            // only plan: nothing is written, and no lock taken
-    };
+    // Throws refused for a path that is in none of the changes.
     [[nodiscard]] UndoResult run(const UndoChoice& choice, const Options& options) const;
 
   private:
-    [[nodiscard]] std::vector<Stretch> stretches(const UndoChoice& choice) const;
-    [[nodiscard]] std::vector<UndoStep> steps(const UndoChoice& choice, const Manifest& now) const;
-    [[nodiscard]] UndoContents contents() const;
-    [[nodiscard]] std::vector<UndoAction> plan(const std::vector<UndoStep>& steps, const Manifest& now,
-                                               const Options& options) const;
-    void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole,
-             std::vector<UndoAction>& actions, UndoResult& result) const;
-    [[nodiscard]] std::vector<UndoneAction> withCauses(std::vector<UndoAction> actions, const UndoChoice& choice) const;
-    [[nodiscard]] std::string label(const UndoChoice& choice) const;
+    using Actions = std::vector<UndoAction>;
+    using Obstacles = std::map<std::string, Obstacle, std::less<>>; // by path
+
+    [[nodiscard]] const Manifest& present() const;
+    [[nodiscard]] UndoContents contents(const Manifest& now) const; // which must outlive them
+    [[nodiscard]] Actions plan(UndoSteps& steps, const Manifest& now, const Options& options) const;
+    [[nodiscard]] bool isIdle(const UndoChoice& choice, const Options& options) const;
+    [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<const TimelineRow*>& rows,
+                                     const Options& options) const;
+    void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
+    void foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
+    void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole, Actions& actions,
+             Obstacles& obstacles, UndoResult& result) const;
+    [[nodiscard]] std::vector<UndoneAction> withCauses(Actions actions, const Obstacles& obstacles,
+                                                       const UndoChoice& choice, const Manifest& now) const;
+    void findCauses(std::vector<UndoneAction>& actions, std::set<std::size_t> wanted, const Manifest& now,
+                    std::int64_t oldest) const;
+    void nameTurn(UndoneAction& action) const;
 
     const Engine& engine_;
     const Project& project_;
     History history_;
     std::vector<SnapshotMeta> records_;
+    std::vector<NotedEdit> edits_;
     Timeline timeline_;
+    mutable std::optional<Manifest> present_; // the folder as it was when it was first asked for
+    mutable std::vector<std::string> unseen_; // what of it could not be seen
 };
-
-// Adds to each turn the other projects that it worked in, and the vault entries that were made while it was the only
-// turn of its agent at work here. What cannot be read is passed over.
-void addElsewhere(const Store& store, const Project& project, std::vector<TimelineRow>& rows);
-
-// What the log of the hooks holds; empty where it cannot be read.
-[[nodiscard]] std::vector<LoggedHook> readLoggedHooks(const Store& store);
 
 } // namespace tidewrack

@@ -5,6 +5,7 @@
 #include "Support/Paths.hpp"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <optional>
 #include <set>
@@ -28,6 +29,29 @@ bool isFile(const Entry* entry) {
     return entry != nullptr && entry->kind == EntryKind::file;
 }
 
+bool isFolder(const Entry* entry) {
+    return entry != nullptr && entry->kind == EntryKind::dir;
+}
+
+bool isIgnored(const Entry* entry) {
+    return entry != nullptr && entry->isIgnoredFolder();
+}
+
+// Whether the path, a folder around it, or something in the folder that stands there is among them.
+bool holds(const UndoStep::Paths& named, const std::string& path, bool folder) {
+    for (std::string_view at = path; !at.empty(); at = parentOf(at))
+        if (named.contains(at)) return true;
+    const auto below = folder ? named.lower_bound(path + "/") : named.end();
+    return below != named.end() && isAtOrBelow(*below, path);
+}
+
+// The folder around the path that is listed as one that git ignores; empty: there is none.
+std::string_view ignoredAround(const Manifest& listing, std::string_view path) {
+    for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at))
+        if (listing.listsIgnored(at)) return at;
+    return {};
+}
+
 class PathPlanner {
   public:
     PathPlanner(const std::vector<UndoStep>& steps, const Manifest& now, const UndoOptions& options,
@@ -40,23 +64,29 @@ class PathPlanner {
         State state{now, std::nullopt, now != nullptr ? now->mode : std::uint16_t{0}};
         const Entry* oldest = nullptr; // what stood there before all of it
         bool touched = false;
+        bool ignored = false;
         UndoAction action;
         action.path = path;
         for (const UndoStep& step : steps_) {
             const Entry* before = step.before.find(path);
             const Entry* after = step.after.find(path);
-            if (same(before, after)) continue;
+            if (same(before, after) || isOnlyUnlisted(step, path)) continue;
+            const bool folder = isFolder(before) || isFolder(after);
+            if (!step.doubt.empty() && step.isOthers(path, folder)) continue;
             oldest = before;
             touched = true;
-            if (action.reason == Reason::none) takeBack(step, before, after, state, action);
+            ignored = ignored || isIgnored(before) || isIgnored(after);
+            if (action.reason == Reason::none && !ignored) takeBack(step, before, after, state, action);
         }
         if (!touched) return std::nullopt;
+        if (now == nullptr && findHidden(action)) return action;
+        if (ignored) return ofIgnored(std::move(action), oldest, now);
         if (action.reason != Reason::none) {
-            if (options_.later == Later::kept && action.reason != Reason::notKept) {
+            if (options_.later == Later::kept && UndoAction::isLater(action.reason)) {
                 action.kind = Kind::keep;
                 return action;
             }
-            if (options_.later != Later::overwritten) return action;
+            if (options_.later != Later::overwritten || action.reason == Reason::damaged) return action;
             state = {oldest, std::nullopt, 0};
             action.reason = Reason::none;
         }
@@ -68,8 +98,47 @@ class PathPlanner {
     [[nodiscard]] bool same(const Entry* a, const Entry* b) const {
         if (a == nullptr || b == nullptr) return a == b;
         if (!differs(*a, *b)) return true;
-        if (a->kind != b->kind || a->mode != b->mode || a->size != b->size) return false;
-        return contents_.same(*a, *b);
+        return a->kind == b->kind && a->mode == b->mode && sameContent(*a, *b);
+    }
+    [[nodiscard]] bool sameContent(const Entry& a, const Entry& b) const {
+        return a.blob == b.blob || (a.size == b.size && contents_.same(a, b));
+    }
+
+    // A folder that git ignores from then on, or no longer, looks as if all in it were deleted, or added.
+    static bool isOnlyUnlisted(const UndoStep& step, const std::string& path) {
+        return !ignoredAround(step.before, path).empty() || !ignoredAround(step.after, path).empty();
+    }
+
+    // What is not listed any more may be there all the same. One line for all of it.
+    [[nodiscard]] bool findHidden(UndoAction& action) const {
+        std::string_view at = ignoredAround(now_, action.path);
+        action.detail = "git ignores it now";
+        if (at.empty()) {
+            for (at = action.path; !at.empty() && !options_.nestedRoots.contains(at);) at = parentOf(at);
+            action.detail = "it is a project of its own now";
+        }
+        if (at.empty()) {
+            action.detail.clear();
+            return false;
+        }
+        action.path = std::string(at);
+        action.folder = true;
+        action.reason = Reason::hidden;
+        return true;
+    }
+
+    // History does not hold what is in such a folder: none is removed, and none can be put back.
+    static std::optional<UndoAction> ofIgnored(UndoAction action, const Entry* oldest, const Entry* now) {
+        if (isFolder(oldest) ? isFolder(now) : !isIgnored(now)) return std::nullopt;
+        action.folder = true;
+        if (oldest == nullptr) {
+            action.kind = Kind::keep;
+            action.reason = Reason::ignored;
+        } else {
+            action.reason = isFolder(oldest) ? Reason::notKept : Reason::changed;
+            action.detail = "git ignores it";
+        }
+        return action;
     }
 
     [[nodiscard]] bool isAt(const State& state, const Entry* entry) const {
@@ -80,25 +149,34 @@ class PathPlanner {
 
     void takeBack(const UndoStep& step, const Entry* before, const Entry* after, State& state, UndoAction& action) {
         if (isAt(state, before)) return;
-        if (!step.company.empty()) {
-            action.reason = Reason::company;
-            action.detail = step.company;
+        if (!step.doubt.empty() && !step.isOwn(action.path, isFolder(before) || isFolder(after))) {
+            action.reason = Reason::doubt;
+            action.detail = step.doubt;
         } else if (isAt(state, after)) {
             state = {before, std::nullopt, before != nullptr ? before->mode : std::uint16_t{0}};
-        } else if (options_.later == Later::kept) {
-            action.reason = Reason::changed;
         } else {
-            action.reason = merge(before, after, state);
+            action.reason = options_.later == Later::kept ? laterChange(after, state) : merge(before, after, state);
+            if (action.reason == Reason::none && options_.later == Later::kept) action.reason = Reason::changed;
             if (action.reason == Reason::notKept) action.detail = *before->notKeptReason();
         }
     }
 
-    // The lines of both, or why that can't be.
-    [[nodiscard]] Reason merge(const Entry* before, const Entry* after, State& state) const {
+    // That it is another thing now, or none: nothing for lines to tell.
+    static Reason laterChange(const Entry* after, const State& state) {
         const bool gone = state.entry == nullptr && !state.text;
         if (gone) return Reason::deleted;
-        if (after == nullptr) return Reason::madeAnew;
+        return after == nullptr ? Reason::madeAnew : Reason::none;
+    }
+
+    // The lines of both, or why that can't be.
+    [[nodiscard]] Reason merge(const Entry* before, const Entry* after, State& state) {
+        if (const Reason reason = laterChange(after, state); reason != Reason::none) return reason;
         if (!isFile(before) || !isFile(after) || (!state.text && !isFile(state.entry))) return Reason::changed;
+        const std::uint16_t mode = state.mode == after->mode ? before->mode : state.mode;
+        if (!state.text) { // where one side changed the mode alone, no lines have to be looked at
+            if (sameContent(*after, *state.entry)) return take(*before, mode, state);
+            if (sameContent(*before, *after)) return take(*state.entry, mode, state);
+        }
         if (!before->isKept()) return Reason::notKept;
         for (const Entry* entry : {after, state.entry})
             if (entry != nullptr && !entry->isKept())
@@ -109,7 +187,7 @@ class PathPlanner {
             state.text ? LineDiff::Content{*state.text, false, 0} : contents_.read(*state.entry);
         for (const LineDiff::Content* content : {&base, &older, &newer}) {
             if (content->tooLarge) return Reason::tooLarge;
-            if (content->error != 0) return Reason::changed;
+            if (content->error != 0) return content == &newer ? Reason::changed : Reason::damaged;
         }
         Merge merged = Merge::of(base.bytes, newer.bytes, older.bytes);
         switch (merged.kind) {
@@ -118,7 +196,14 @@ class PathPlanner {
         case Merge::Kind::tooLarge: return Reason::tooLarge;
         case Merge::Kind::clean: break;
         }
-        state = {nullptr, std::move(merged.text), state.mode == after->mode ? before->mode : state.mode};
+        state = {nullptr, std::move(merged.text), mode};
+        return Reason::none;
+    }
+
+    Reason take(const Entry& content, std::uint16_t mode, State& state) {
+        made_.push_back(content);
+        made_.back().mode = mode;
+        state = {&made_.back(), std::nullopt, mode};
         return Reason::none;
     }
 
@@ -130,27 +215,35 @@ class PathPlanner {
             action.mode = state.mode;
             return action;
         }
-        action.wanted = state.entry;
         const Entry* shown = state.entry != nullptr ? state.entry : now;
-        action.folder = shown->kind == EntryKind::dir;
+        action.folder = isFolder(shown);
         if (state.entry == nullptr)
             action.kind = Kind::remove;
-        else
+        else if (state.entry->notKept())
+            leave(action, Reason::notKept, *state.entry->notKeptReason());
+        else if (isFile(state.entry) && !contents_.isWhole(*state.entry))
+            leave(action, Reason::damaged, "");
+        else {
             action.kind = now == nullptr ? Kind::putBack : Kind::overwrite;
-        if (state.entry != nullptr && state.entry->notKept()) {
-            action.kind = Kind::leave;
-            action.reason = Reason::notKept;
-            action.detail = *state.entry->notKeptReason();
-            action.wanted = nullptr;
+            action.wanted = *state.entry;
         }
         return action;
+    }
+
+    static void leave(UndoAction& action, Reason reason, std::string detail) {
+        action.kind = Kind::leave;
+        action.reason = reason;
+        action.detail = std::move(detail);
     }
 
     const std::vector<UndoStep>& steps_;
     const Manifest& now_;
     const UndoOptions& options_;
     const UndoContents& contents_;
+    std::deque<Entry> made_; // contents with a mode of their own
 };
+
+using Actions = std::map<std::string, UndoAction, std::less<>>;
 
 std::set<std::string> changedPaths(const std::vector<UndoStep>& steps, const UndoOptions& options) {
     std::set<std::string> paths;
@@ -160,34 +253,107 @@ std::set<std::string> changedPaths(const std::vector<UndoStep>& steps, const Und
     return paths;
 }
 
-// A folder that was added goes only with all that is in it now.
-void keepUsedFolders(const Manifest& now, std::map<std::string, UndoAction, std::less<>>& actions) {
-    std::set<std::string_view> used;
+// Folders that hold something that stays.
+std::set<std::string, std::less<>> usedFolders(const Manifest& now, const Actions& actions) {
+    std::set<std::string, std::less<>> used;
     for (const auto& item : now.items()) {
-        if (item.entry.kind == EntryKind::dir && !item.entry.isIgnoredFolder()) continue;
         const auto action = actions.find(item.path);
-        if (action != actions.end() && action->second.kind == Kind::remove) continue;
-        for (std::string_view at = parentOf(item.path); !at.empty(); at = parentOf(at))
-            if (!used.insert(at).second) break;
+        const bool goes = action != actions.end() && action->second.kind == Kind::remove;
+        const bool stays = action == actions.end() || !action->second.acts(); // of a folder
+        if (goes || (item.entry.kind == EntryKind::dir && !item.entry.isIgnoredFolder() && !stays)) continue;
+        for (std::string_view at = parentOf(item.path); !at.empty(); at = parentOf(at)) used.emplace(at);
     }
-    // Empty folders made since.
-    for (const auto& item : now.items())
-        if (item.entry.kind == EntryKind::dir && !actions.contains(item.path))
-            for (std::string_view at = parentOf(item.path); !at.empty(); at = parentOf(at)) used.insert(at);
-    std::erase_if(actions, [&](const auto& each) {
-        return each.second.kind == Kind::remove && each.second.folder && used.contains(each.first);
-    });
+    return used;
+}
+
+// In place of a folder that stays nothing is put back; then what the work had in it stays as well.
+void leaveFolder(UndoAction& action, Reason reason, std::string detail, Actions& actions) {
+    action.kind = Kind::leave;
+    action.reason = reason;
+    action.detail = std::move(detail);
+    action.folder = true;
+    action.wanted.reset();
+    for (auto below = actions.upper_bound(action.path + "/");
+         below != actions.end() && isAtOrBelow(below->first, action.path); ++below) {
+        if (below->second.kind != Kind::remove) continue;
+        below->second.kind = Kind::leave;
+        below->second.reason = Reason::changed;
+    }
+}
+
+// A folder goes only with all that is in it now, what history passes over included.
+void keepUsedFolders(const Manifest& now, const UndoOptions& options, const UndoContents& contents, Actions& actions) {
+    auto used = usedFolders(now, actions);
+    std::vector<std::string> superfluous;
+    for (auto each = actions.rbegin(); each != actions.rend(); ++each) { // what is in a folder comes before it
+        auto& [path, action] = *each;
+        const bool replaced = action.kind == Kind::overwrite && isFolder(now.find(path)) && !action.folder;
+        if (!replaced && !(action.kind == Kind::remove && action.folder)) continue;
+        const bool isUsed = used.contains(path);
+        const std::string name = isUsed ? "" : contents.unlisted(path);
+        if (!isUsed && name.empty()) continue;
+        for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at)) used.emplace(at);
+        if (replaced) {
+            leaveFolder(action, isUsed ? Reason::changed : Reason::unlisted, name, actions);
+            if (options.later == Later::kept && isUsed) action.kind = Kind::keep;
+        } else if (isUsed) {
+            superfluous.push_back(path);
+        } else {
+            action.kind = Kind::keep;
+            action.reason = Reason::unlisted;
+            action.detail = name;
+        }
+    }
+    for (const std::string& path : superfluous) actions.erase(path);
 }
 
 } // namespace
 
+bool UndoStep::isOwn(const std::string& path, bool folder) const {
+    // A folder is put back for what is in it, and removed only with all of it.
+    return holds(own.then, path, folder) && (folder || !holds(others.ever, path, folder));
+}
+
+bool UndoStep::isOthers(const std::string& path, bool folder) const {
+    return holds(others.then, path, folder) && !holds(own.ever, path, folder);
+}
+
+bool UndoAction::isLater(Reason reason) {
+    switch (reason) {
+    case Reason::clash:
+    case Reason::changed:
+    case Reason::tooLarge:
+    case Reason::deleted:
+    case Reason::madeAnew: return true;
+    case Reason::none:
+    case Reason::doubt:
+    case Reason::notKept:
+    case Reason::damaged:
+    case Reason::hidden:
+    case Reason::ignored:
+    case Reason::unlisted:
+    case Reason::obstacle: break;
+    }
+    return false;
+}
+
+void keepFoldersOfLeft(std::vector<UndoAction>& actions) {
+    std::set<std::string_view> around;
+    for (const UndoAction& action : actions)
+        if (action.isLeft())
+            for (std::string_view at = parentOf(action.path); !at.empty(); at = parentOf(at)) around.insert(at);
+    std::erase_if(actions, [&](const UndoAction& action) {
+        return action.kind == Kind::remove && action.folder && around.contains(action.path);
+    });
+}
+
 std::vector<UndoAction> planUndo(const std::vector<UndoStep>& steps, const Manifest& now, const UndoOptions& options,
                                  const UndoContents& contents) {
     PathPlanner planner(steps, now, options, contents);
-    std::map<std::string, UndoAction, std::less<>> actions;
+    Actions actions;
     for (const std::string& path : changedPaths(steps, options))
-        if (auto action = planner.plan(path)) actions.emplace(path, std::move(*action));
-    keepUsedFolders(now, actions);
+        if (auto action = planner.plan(path)) actions.emplace(action->path, std::move(*action));
+    keepUsedFolders(now, options, contents, actions);
     std::vector<UndoAction> result;
     result.reserve(actions.size());
     for (auto& [path, action] : actions) result.push_back(std::move(action));

@@ -27,28 +27,7 @@ std::optional<std::vector<std::string>> chosenPaths(const Invocation& call) {
     return paths;
 }
 
-// A turn saves many times. The next snapshot of the same turn after which something changed, if there is one.
-std::optional<SnapshotMeta> nextStep(const std::vector<SnapshotMeta>& snapshots, std::int64_t turn) {
-    auto each = std::find_if(snapshots.begin(), snapshots.end(), [&](const auto& meta) { return meta.seq == turn; });
-    if (each == snapshots.end() || !each->session) return std::nullopt;
-    const SnapshotMeta& start = *each;
-    for (++each; each != snapshots.end() && each + 1 != snapshots.end(); ++each) {
-        if (each->session != start.session || each->agent != start.agent) continue;
-        if (each->kind == "prompt" || each->kind == "stop") return std::nullopt;
-        const SnapshotMeta& after = *(each + 1);
-        if (after.added + after.modified + after.deleted > 0) return *each;
-    }
-    return std::nullopt;
-}
-
 void hint(Invocation& call, const std::vector<SnapshotMeta>& snapshots, std::int64_t turn) {
-    if (const auto step = nextStep(snapshots, turn)) {
-        const std::string number = std::to_string(step->seq);
-        const std::string label = step->label ? ", \"" + call.shown(*step->label) + "\"" : "";
-        call.print("The next step of the same turn that changed something is #" + number + label +
-                   ". To undo it, run: tidewrack undo " + number + "\n");
-        return;
-    }
     // Whoever meant the changes that led to a snapshot needs the number before it.
     const auto here = std::lower_bound(snapshots.begin(), snapshots.end(), turn,
                                        [](const SnapshotMeta& meta, std::int64_t seq) { return meta.seq < seq; });
@@ -83,14 +62,15 @@ int restore(Invocation& call) {
 
 int undo(Invocation& call) {
     if (isUndoOfTurns(call.args)) return undoTurns(call);
-    for (const char* option : {"--force", "--keep-later", "--here"})
+    for (const char* option : {"--force", "--keep-later", "--here", "--vault"})
         if (call.args.has(option))
             throw CliError(std::string(option) + " goes with --last, --turn, --session, --session-of or A..B");
     if (call.args.positional.empty() && !call.args.has("--dry-run") && canAsk(call)) return undoAsking(call);
     const SnapshotWord word = call.snapshotWord(0, "snapshot");
     if (word.kind != SnapshotWord::Kind::number)
         throw CliError("undo takes the number of a snapshot, not " + *call.args.word(0) +
-                       ": it takes back what came between that one and the next. `tidewrack log` lists them.");
+                       ": it takes back what came between that one and the next. `tidewrack undo --last` takes back "
+                       "the newest turn, `tidewrack timeline` lists them.");
     const std::int64_t turn = word.number;
     const auto paths = chosenPaths(call);
     const Project project = call.project();
@@ -103,9 +83,9 @@ int undo(Invocation& call) {
                    ", so there's nothing to undo.\n" + warningsText(result, call.look()));
     if (call.json()) return 0;
     try {
-        if (!paths && (idle || result.prunedUpTo)) hint(call, call.store().history(project).snapshots(), turn);
-        if (!idle && !call.args.has("--dry-run")) hintAtTurn(call, project, turn);
-    } catch (const TidewrackError&) { // what was asked for is done; a damaged record costs a hint
+        if (!hintAtTurn(call, project, turn, idle) && !paths && (idle || result.prunedUpTo))
+            hint(call, call.store().history(project).snapshots(), turn);
+    } catch (const std::exception&) { // what was asked for is done; a damaged record costs a hint
     }
     return 0;
 }

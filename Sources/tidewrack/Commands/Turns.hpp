@@ -19,8 +19,9 @@ int undoTurns(Invocation& call);
 // `undo` without a word tells what `undo --last` would do, and asks, where somebody can answer.
 [[nodiscard]] bool canAsk(Invocation& call);
 int undoAsking(Invocation& call);
-// What a snapshot belongs to beside what changed up to the next one; nothing where that is all of a turn, or no turn.
-void hintAtTurn(Invocation& call, const Project& project, std::int64_t seq);
+// Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing
+// did (`idle`). Whether it named one.
+bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle);
 // The words from `first` on as project-relative paths.
 [[nodiscard]] std::vector<std::string> pathsFrom(Invocation& call, const Project& project, std::size_t first);
 

@@ -1,6 +1,7 @@
 #include "Reports/TurnReports.hpp"
 
 #include "Reports/JsonReports.hpp"
+#include "Reports/OutcomeTexts.hpp"
 #include "Reports/TextReports.hpp"
 #include "SnapshotWord.hpp"
 #include "Support/Text.hpp"
@@ -55,10 +56,15 @@ const char* name(End end) {
     return "";
 }
 
-std::string whoText(const TimelineRow& row) {
+std::string agentText(const TimelineRow& row, const Look& look) {
+    return row.agent ? look.shown(repairedUtf8(*row.agent)) : "an agent";
+}
+
+std::string whoText(const TimelineRow& row, const Look& look) {
     switch (row.type) {
-    case Type::turn: return row.agent.value_or("agent");
-    case Type::outside: return "changes outside of turns";
+    case Type::turn: return agentText(row, look);
+    // Turns of which no snapshot is left look the same.
+    case Type::outside: return row.last == row.first + 1 ? "changes outside of turns" : "changes, snapshots pruned";
     case Type::manual: return "by hand";
     case Type::restore: return "restore";
     case Type::undo: return "undo";
@@ -76,7 +82,13 @@ std::string notes(const TimelineRow& row, const Look& look) {
     case End::running: add("running"); break;
     case End::unknown: add("end not seen"); break;
     }
-    for (const TimelineRow::Company& each : row.company) add(look.shown(each.agent) + " at work meanwhile");
+    std::string before;
+    for (const TimelineRow::Company& each : row.company) {
+        const std::string who = each.agent.empty() ? "another session" : look.shown(repairedUtf8(each.agent));
+        const std::string note = (each.seen ? who : "maybe " + who) + " at work meanwhile";
+        if (note != before) add(note);
+        before = note;
+    }
     for (const std::string& root : row.projects) add("also in " + look.shown(repairedUtf8(root)));
     if (!row.vault.empty()) add("vault " + std::to_string(row.vault.size()));
     return text.empty() ? text : text + ")";
@@ -96,7 +108,9 @@ std::string sign(const UndoAction& action) {
 
 std::string laterText(const UndoneAction& each, const std::string& what, const Look& look) {
     std::string text = what + (each.changedIn == 0 ? " since" : " in #" + std::to_string(each.changedIn));
-    if (each.agent) text += " (" + *each.agent + (each.title.empty() ? "" : ", " + quoted(each.title, look)) + ")";
+    if (each.agent)
+        text += " (" + look.shown(repairedUtf8(*each.agent)) +
+                (each.title.empty() ? "" : ", " + quoted(each.title, look)) + ")";
     return text;
 }
 
@@ -108,8 +122,14 @@ std::string reasonText(const UndoneAction& each, const Look& look) {
     case Reason::tooLarge: return laterText(each, "changed again", look) + ", too large to merge";
     case Reason::deleted: return laterText(each, "deleted", look);
     case Reason::madeAnew: return laterText(each, "made anew", look);
-    case Reason::company: return each.action.detail;
+    case Reason::doubt: return look.shown(repairedUtf8(each.action.detail));
     case Reason::notKept: return "was not kept: " + each.action.detail;
+    case Reason::damaged: return "what was kept of it is damaged";
+    case Reason::hidden: return "is not in history any more: " + each.action.detail;
+    case Reason::ignored: return "git ignores it, so its content isn't in history";
+    case Reason::unlisted:
+        return "history doesn't hold all that is in it (" + look.shown(repairedUtf8(each.action.detail)) + ")";
+    case Reason::obstacle: return look.shown(repairedUtf8(reasonText(each.obstacle, 0)));
     }
     return "";
 }
@@ -139,8 +159,9 @@ json rowJson(const TimelineRow& row) {
         meanwhile.push_back({{"agent", each.agent},
                              {"session", each.session},
                              {"title", repairedUtf8(each.title)},
-                             {"from", each.during.from},
-                             {"to", each.during.to}});
+                             {"from", each.during.from}});
+    for (std::size_t at = 0; at < row.company.size(); ++at)
+        if (row.company[at].during.to != untilNow) meanwhile[at]["to"] = row.company[at].during.to;
     json projects = json::array();
     for (const std::string& root : row.projects) projects.push_back(repairedUtf8(root));
     json object{{"type", name(row.type)},
@@ -157,6 +178,11 @@ json rowJson(const TimelineRow& row) {
                 {"projects", projects},
                 {"vault", row.vault},
                 {"undone", row.undone}};
+    if (row.type == Type::restore || row.type == Type::undo) {
+        object["tookBack"] = json::array();
+        for (const Stretch& each : row.tookBack) object["tookBack"].push_back({{"from", each.from}, {"to", each.to}});
+        object["redo"] = row.redo;
+    }
     if (row.agent) object["agent"] = repairedUtf8(*row.agent);
     if (row.session) object["session"] = repairedUtf8(*row.session);
     if (row.turn) object["turn"] = repairedUtf8(*row.turn);
@@ -169,7 +195,7 @@ json rowJson(const TimelineRow& row) {
 std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Date now, const Look& look) {
     std::string text;
     for (const TimelineRow& row : rows) {
-        text += numbers(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row);
+        text += numbers(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row, look);
         if (!row.title.empty()) text += "  " + quoted(row.title, look);
         if (row.type != Type::manual) text += "  " + countsText(row.counts.value_or(Changes::Counts()));
         text += notes(row, look) + "\n";
@@ -187,22 +213,33 @@ json timelineJson(const std::vector<TimelineRow>& rows) {
     return {{"version", 1}, {"rows", list}};
 }
 
-std::string choiceText(const UndoChoice& choice, const Look& look) {
+std::string timesText(const TimelineRow& row, Date now, const Look& look) {
+    std::string text = "    ";
+    if (row.session) text += "session " + look.shown(repairedUtf8(*row.session)) + ", ";
+    text += "from " + clockText(row.began, now);
+    if (row.ended) return text + " to " + clockText(*row.ended, now) + "\n";
+    return text + (row.isRunning() ? " on\n" : ", its end was not seen\n");
+}
+
+std::string choiceText(const UndoChoice& choice, Date now, const Look& look) {
     const TimelineRow& newest = choice.rows.front();
     const TimelineRow& oldest = choice.rows.back();
     const std::string range = numbers(oldest.first, std::max(newest.last, oldest.first));
-    if (choice.rows.size() > 1)
-        return std::to_string(choice.rows.size()) + " turns of " + newest.agent.value_or("an agent") + ", " + range;
+    const std::string agent = agentText(newest, look);
+    const std::string of = " of " + clockText(newest.began, now);
+    if (choice.rows.size() > 1) return std::to_string(choice.rows.size()) + " turns of " + agent + ", " + range;
     switch (newest.type) {
     case Type::turn: break;
     case Type::outside:
     case Type::manual:
         return "what changed from #" + std::to_string(oldest.first) + " to #" + std::to_string(newest.last);
-    case Type::restore: return "the restore " + range;
-    case Type::undo: return "the undo " + range;
+    case Type::restore: return "the restore " + range + of;
+    case Type::undo: return "the undo " + range + of;
     }
     const std::string title = quoted(newest.title, look);
-    return "turn " + range + " of " + newest.agent.value_or("an agent") + (title.empty() ? "" : ", " + title);
+    const std::string turn = "turn " + range + " of " + agent + (title.empty() ? "" : ", " + title);
+    if (!newest.isRunning()) return turn;
+    return turn + ", whose end was not seen: all changes from " + clockText(newest.began, now) + " until now";
 }
 
 std::string undoText(const UndoResult& result, const Look& look) {
@@ -210,28 +247,37 @@ std::string undoText(const UndoResult& result, const Look& look) {
     for (const UndoneAction& each : result.actions) {
         text += sign(each.action) + look.shown(repairedUtf8(each.action.path)) + (each.action.folder ? "/" : "");
         const std::string reason = reasonText(each, look);
-        if (each.action.kind == Kind::keep)
-            text += "  kept: changed since";
-        else if (!reason.empty())
-            text += "  " + reason;
+        if (!reason.empty()) text += (each.action.kind == Kind::keep ? "  kept: " : "  ") + reason;
         text += "\n";
     }
     return text;
 }
 
+json spansJson(const std::vector<TimelineRow>& rows) {
+    json list = json::array();
+    for (const TimelineRow& row : rows) list.push_back({{"from", row.first}, {"to", row.last}});
+    return list;
+}
+
 json undoJson(const std::string& root, const UndoChoice& choice, const UndoResult& result) {
     json actions = json::array();
     for (const UndoneAction& each : result.actions) {
-        json object{{"path", repairedUtf8(each.action.path)}, {"action", name(each.action.kind)}};
-        if (each.action.isLeft()) object["reason"] = repairedUtf8(reasonText(each, {}));
+        json object{{"path", repairedUtf8(each.action.path)},
+                    {"action", name(each.action.kind)},
+                    {"folder", each.action.folder}};
+        if (!each.action.acts()) object["reason"] = repairedUtf8(reasonText(each, {}));
         if (each.changedIn != 0) object["changedIn"] = each.changedIn;
+        if (each.agent) object["agent"] = repairedUtf8(*each.agent);
+        if (!each.title.empty()) object["title"] = repairedUtf8(each.title);
         actions.push_back(std::move(object));
     }
-    json rows = json::array();
-    for (const TimelineRow& row : choice.rows) rows.push_back({{"from", row.first}, {"to", row.last}});
     json warnings = json::array();
+    for (const std::string& warning : result.warnings) warnings.push_back(repairedUtf8(warning));
     if (result.restored) warnings = restoreJson(*result.restored)["warnings"];
-    json object{{"root", repairedUtf8(root)}, {"takesBack", rows}, {"actions", actions}, {"warnings", warnings}};
+    json object{{"root", repairedUtf8(root)},
+                {"takesBack", spansJson(choice.rows)},
+                {"actions", actions},
+                {"warnings", warnings}};
     if (result.restored) object["safety"] = result.restored->safety.seq;
     return object;
 }

@@ -1,0 +1,152 @@
+#include "Timeline/StepReader.hpp"
+
+#include "Changes/Changes.hpp"
+#include "Support/Errors.hpp"
+
+#include <algorithm>
+#include <chrono>
+
+namespace tidewrack {
+
+namespace {
+
+// So long at least no snapshot is pruned: a number that is missing was never recorded.
+constexpr std::chrono::hours allKept{48};
+
+bool covers(const Stretch& all, const Stretch& part) {
+    return all.from <= part.from && (all.to == untilNow || (part.to != untilNow && part.to <= all.to));
+}
+
+std::string companyText(const TimelineRow::Company& company) {
+    std::string text = company.agent.empty() ? "another session" : company.agent;
+    text += (company.seen ? " was" : " may have been");
+    text += " at work here from #" + std::to_string(company.during.from);
+    return text + (company.during.to == untilNow ? " on" : " to #" + std::to_string(company.during.to));
+}
+
+std::string prunedText(const Stretch& stretch) {
+    const bool one = stretch.to == stretch.from + 2;
+    return "snapshot" + std::string(one ? "" : "s") + " #" + std::to_string(stretch.from + 1) +
+           (one ? " was" : "–#" + std::to_string(stretch.to - 1) + " were") +
+           " pruned, so that it can't be told whose change this is";
+}
+
+// What differs, and the folders that git ignores.
+Manifest reduced(const Manifest& listing, const std::vector<std::string>& paths) {
+    ManifestBuilder builder;
+    for (const std::string& path : paths)
+        if (const Entry* entry = listing.find(path)) builder.add(path, *entry);
+    for (const auto& item : listing.items())
+        if (item.entry.isIgnoredFolder()) builder.add(item.path, item.entry);
+    return builder.finish();
+}
+
+} // namespace
+
+std::vector<Stretch> openStretches(const TimelineRow& row) {
+    std::vector<Stretch> all(row.stretches.rbegin(), row.stretches.rend());
+    if (row.isRunning() && !all.empty()) all.front().to = untilNow;
+    return all;
+}
+
+UndoSteps StepReader::read(const std::vector<TimelineRow>& rows) {
+    UndoSteps steps;
+    for (const TimelineRow& row : rows)
+        for (const Part& part : partsOf(row)) add(row, part, steps);
+    return steps;
+}
+
+// Of a turn newest first what lies between two snapshots each, what is in no doubt in one piece.
+std::vector<StepReader::Part> StepReader::partsOf(const TimelineRow& row) const {
+    std::vector<Part> parts;
+    for (const Stretch& stretch : openStretches(row)) {
+        if (row.type != TimelineRow::Type::turn) {
+            parts.push_back({stretch});
+            continue;
+        }
+        bool joins = false;
+        std::int64_t to = stretch.to;
+        for (auto at = records_.rbegin(); at != records_.rend() && at->seq >= stretch.from; ++at) {
+            if (to != untilNow && at->seq >= to) continue;
+            Part part = partOf(row, {at->seq, to});
+            to = at->seq;
+            const bool clear = part.doubt.empty();
+            if (clear && joins)
+                parts.back().stretch.from = at->seq;
+            else
+                parts.push_back(std::move(part));
+            joins = clear;
+        }
+    }
+    return parts;
+}
+
+StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stretch) const {
+    Part part{stretch};
+    const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1;
+    if (gap && record(stretch.from).created + allKept < now()) {
+        part.doubt = prunedText(stretch);
+        return part;
+    }
+    for (const TimelineRow::Company& each : row.company)
+        if (covers(each.during, stretch)) part.doubt += (part.doubt.empty() ? "" : "; ") + companyText(each);
+    const auto isWait = [&](const Stretch& wait) { return covers(wait, stretch); };
+    if (part.doubt.empty() && std::any_of(row.waits.begin(), row.waits.end(), isWait))
+        part.doubt = "this came after the turn's end, while a task of it was still running";
+    part.byEdits = !part.doubt.empty();
+    return part;
+}
+
+void StepReader::add(const TimelineRow& row, const Part& part, UndoSteps& steps) {
+    UndoStep step;
+    step.doubt = part.doubt;
+    const SnapshotMeta& from = record(part.stretch.from);
+    if (part.stretch.to == untilNow) {
+        step.before = listing(from);
+        steps.open = steps.steps.size();
+    } else {
+        const SnapshotMeta& to = record(part.stretch.to);
+        if (from.manifestOf == to.manifestOf) return;
+        const Manifest after = listing(to);
+        const Manifest& before = listing(from);
+        const std::vector<std::string> paths = Changes::between(before, after).all();
+        if (paths.empty()) return;
+        step.before = reduced(before, paths);
+        step.after = reduced(after, paths);
+    }
+    if (part.byEdits) noteOwners(row, part.stretch, step);
+    steps.steps.push_back(std::move(step));
+}
+
+void StepReader::noteOwners(const TimelineRow& row, const Stretch& stretch, UndoStep& step) const {
+    const Date from = record(stretch.from).created;
+    std::optional<Date> to;
+    if (stretch.to != untilNow) {
+        const SnapshotMeta& meta = record(stretch.to);
+        to = meta.created + std::chrono::ceil<std::chrono::seconds>(std::chrono::milliseconds(meta.durationMs));
+    }
+    for (const NotedEdit& edit : edits_) {
+        if (edit.time < row.began || (to && *to < edit.time)) continue;
+        const bool own = edit.agent == row.agent && edit.session == row.session;
+        UndoStep::Named& named = own ? step.own : step.others;
+        named.ever.insert(edit.path);
+        if (edit.time >= from) named.then.insert(edit.path);
+    }
+}
+
+const SnapshotMeta& StepReader::record(std::int64_t seq) const {
+    const auto found = std::lower_bound(records_.begin(), records_.end(), seq,
+                                        [](const SnapshotMeta& meta, std::int64_t n) { return meta.seq < n; });
+    if (found == records_.end() || found->seq != seq) throw TidewrackError::noSnapshot(seq);
+    return *found;
+}
+
+const Manifest& StepReader::listing(const SnapshotMeta& meta) {
+    for (const auto& [number, manifest] : read_)
+        if (number == meta.manifestOf) return manifest;
+    if (read_.size() > 1) read_.erase(read_.begin());
+    read_.emplace_back(meta.manifestOf, history_.manifest(meta));
+    return read_.back().second;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,417 @@
+// Taking back what agents did.
+
+#include "Commands/Commands.hpp"
+#include "Commands/Turns.hpp"
+#include "Invocation.hpp"
+#include "Reports/JsonReports.hpp"
+#include "Reports/TextReports.hpp"
+#include "Reports/TurnReports.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Text.hpp"
+#include "Timeline/Elsewhere.hpp"
+#include "Timeline/TurnUndo.hpp"
+#include "Vault/Vault.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace tidewrack::commands {
+
+namespace {
+
+constexpr int leftAlone = 3; // the exit status when some of what was asked for was not done
+
+constexpr const char* nothingToUndo =
+    "There's nothing to undo: no turn changed anything here that wasn't taken back already.";
+
+std::int64_t numberOf(const std::string& text, const char* option) {
+    const auto number = parseSeq(text.starts_with('#') ? text.substr(1) : text);
+    if (!number)
+        throw CliError(std::string(option) + " needs a snapshot number, got " + text +
+                       ". `tidewrack timeline` lists the turns; --last is the newest.");
+    return *number;
+}
+
+// A word for a shell that takes it as it is.
+std::string shellWord(const std::string& text) {
+    constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,@%=:";
+    if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) return text;
+    std::string word = "'";
+    for (const char letter : text) word += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+    return word + "'";
+}
+
+TurnUndo::Options optionsFrom(Invocation& call) {
+    TurnUndo::Options options;
+    if (call.args.has("--force")) options.later = UndoOptions::Later::overwritten;
+    if (call.args.has("--keep-later")) options.later = UndoOptions::Later::kept;
+    if (call.args.has("--force") && call.args.has("--keep-later"))
+        throw CliError("--force and --keep-later contradict each other");
+    options.dryRun = call.args.has("--dry-run");
+    return options;
+}
+
+struct Done {
+    Project project;
+    UndoChoice choice;
+    UndoResult result;
+    std::string failure{}; // of another project: why nothing was done there
+    bool gone = false;     // its folder is: then there is nothing to take back
+};
+
+std::string totals(const UndoResult& result) {
+    using Kind = UndoAction::Kind;
+    struct Total {
+        Kind kind;
+        const char* words;
+    };
+    std::string text;
+    for (const Total& total : {Total{Kind::putBack, "put back"}, Total{Kind::remove, "removed"},
+                               Total{Kind::overwrite, "overwritten"}, Total{Kind::merge, "merged"}}) {
+        const auto count = std::count_if(result.actions.begin(), result.actions.end(), [&](const UndoneAction& each) {
+            return each.action.kind == total.kind && !each.action.folder;
+        });
+        if (count == 0) continue;
+        text += text.empty() ? filesText(static_cast<std::size_t>(count)) + " " : ", " + std::to_string(count) + " ";
+        text += total.words;
+    }
+    return text.empty() ? text : text + ".\n";
+}
+
+std::string pathsText(const std::vector<std::string>& paths, const Look& look) {
+    std::string text;
+    for (const std::string& path : paths) text += (text.empty() ? " at " : ", ") + look.shown(repairedUtf8(path));
+    return text;
+}
+
+std::string summary(const Done& done, const TurnUndo::Options& options, const Look& look) {
+    if (!done.failure.empty()) return look.shown(done.failure) + "\n";
+    const std::string what = choiceText(done.choice, now(), look);
+    if (done.result.actions.empty()) {
+        if (options.paths.empty()) return "Nothing is left to take back of " + what + ".\n";
+        return "Nothing of " + what + " is left to take back" + pathsText(options.paths, look) + ".\n";
+    }
+    std::string text = !done.result.acts() ? "Nothing of " + what + " is taken back:\n"
+                       : options.dryRun    ? "Would take back " + what + ":\n"
+                                           : "Took back " + what + ":\n";
+    text += undoText(done.result, look) + totals(done.result);
+    std::size_t conflicts = 0;
+    for (const UndoneAction& each : done.result.actions) conflicts += each.action.isConflict() ? 1U : 0U;
+    if (conflicts > 0)
+        text += std::to_string(conflicts) + (conflicts == 1 ? " path is" : " paths are") +
+                " left alone; --force puts such paths back whole, --keep-later passes over them.\n";
+    return text;
+}
+
+std::string passedText(const Done& done, const Look& look) {
+    std::string text;
+    for (const TimelineRow& row : done.choice.passed)
+        text += "Passed over " + choiceText({done.choice.by, {row}}, now(), look) +
+                ": nothing is left of it that could be taken back.\n";
+    return text;
+}
+
+// One line how to take it back.
+void takeBackHint(Invocation& call, const Done& done, bool elsewhere) {
+    if (!done.result.restored) return;
+    std::string words = "redo";
+    if (done.choice.by == "redo") words = "undo " + std::to_string(done.result.restored->safety.seq);
+    if (elsewhere) words += " --project " + call.shown(shellWord(repairedUtf8(done.project.root)));
+    call.print("Take this back with: tidewrack " + words + "\n");
+}
+
+// What was saved outside of projects before the turns' commands, put back where that was asked for.
+struct FromVault {
+    std::string id;
+    std::string command;
+    std::vector<std::string> messages;
+    bool failed = false;
+};
+
+std::vector<FromVault> fromVault(Invocation& call, const Done& done, const TurnUndo::Options& options) {
+    std::vector<FromVault> list;
+    std::vector<TimelineRow> rows = done.choice.rows;
+    if (done.choice.by != "undo") return list;
+    addElsewhere(call.store(), done.project, rows);
+    const Vault vault(call.store());
+    for (const VaultEntry& entry : vault.entries()) { // newest first, so that the oldest copy comes last
+        const auto names = [&](const TimelineRow& row) {
+            return std::find(row.vault.begin(), row.vault.end(), entry.id) != row.vault.end();
+        };
+        if (std::none_of(rows.begin(), rows.end(), names)) continue;
+        FromVault each{entry.id, entry.command, {}, false};
+        if (call.args.has("--vault") && !options.dryRun) {
+            try {
+                const VaultRestored restored = vault.restore(entry.id);
+                each.messages = restored.messages;
+                each.failed = restored.items < entry.items.size();
+            } catch (const TidewrackError& error) { // what is in the project is back all the same
+                each.messages.emplace_back(error.what());
+                each.failed = true;
+            }
+        }
+        list.push_back(std::move(each));
+    }
+    return list;
+}
+
+std::string vaultText(Invocation& call, const std::vector<FromVault>& list, bool dryRun) {
+    std::string text;
+    for (const FromVault& each : list) {
+        const std::string entry = "vault entry " + each.id + " (" + call.shown(repairedUtf8(each.command)) + ")";
+        for (const std::string& message : each.messages) text += call.shown(repairedUtf8(message)) + "\n";
+        if (call.args.has("--vault") && dryRun)
+            text += "Would put back " + entry + ".\n";
+        else if (!call.args.has("--vault"))
+            text += "Outside of projects stays as it is; what was saved there first: " + entry +
+                    ". To put it back, run: tidewrack vault restore " + each.id + "\n";
+    }
+    return text;
+}
+
+nlohmann::json vaultJson(const std::vector<FromVault>& list) {
+    nlohmann::json array = nlohmann::json::array();
+    for (const FromVault& each : list) {
+        nlohmann::json messages = nlohmann::json::array();
+        for (const std::string& message : each.messages) messages.push_back(repairedUtf8(message));
+        array.push_back({{"id", each.id}, {"messages", messages}});
+    }
+    return array;
+}
+
+int report(Invocation& call, const std::vector<Done>& all, const TurnUndo::Options& options) {
+    int status = 0;
+    nlohmann::json list = nlohmann::json::array();
+    std::string text = passedText(all.front(), call.look());
+    for (const Done& done : all) {
+        if ((!done.failure.empty() && !done.gone) || !done.result.isComplete()) status = leftAlone;
+        list.push_back(undoJson(done.project.root, done.choice, done.result));
+        if (!done.failure.empty()) list.back()["warnings"].push_back(repairedUtf8(done.failure));
+        if (&done != &all.front()) text += "In " + call.shown(done.project.root) + ": ";
+        text += summary(done, options, call.look());
+    }
+    const std::vector<FromVault> vault = fromVault(call, all.front(), options);
+    for (const FromVault& each : vault) status = each.failed ? leftAlone : status;
+    if (call.json()) {
+        call.printJson({{"version", 1},
+                        {"dryRun", options.dryRun},
+                        {"projects", list},
+                        {"passedOver", spansJson(all.front().choice.passed)},
+                        {"vault", vaultJson(vault)}});
+    } else {
+        call.print(text + vaultText(call, vault, options.dryRun));
+        for (const Done& done : all) {
+            if (done.result.restored) call.print(warningsText(*done.result.restored, call.look()));
+            call.warn(done.result.warnings);
+        }
+        if (options.dryRun) call.print("Nothing was changed.\n");
+        for (const Done& done : all) takeBackHint(call, done, &done != &all.front());
+    }
+    return status;
+}
+
+int nothing(Invocation& call, const UndoChoice& choice, const std::string& sentence, bool dryRun) {
+    if (call.json())
+        call.printJson({{"version", 1},
+                        {"dryRun", dryRun},
+                        {"projects", nlohmann::json::array()},
+                        {"passedOver", spansJson(choice.passed)},
+                        {"vault", nlohmann::json::array()}});
+    else
+        call.print(passedText({{}, choice, {}}, call.look()) + sentence + "\n");
+    return 0;
+}
+
+// A folder that is gone for good, such as a work tree that the turn itself removed, leaves nothing to take back.
+Done inGoneProject(const Project& other, const UndoChoice& choice) {
+    const std::string root = repairedUtf8(other.root);
+    return {other,
+            choice,
+            {},
+            "the folder is gone. To bring it back as it was before, run: mkdir -p " + shellWord(root) +
+                " && tidewrack restore " + std::to_string(choice.rows.back().first) + " --project " + shellWord(root),
+            true};
+}
+
+// The same turn in the other projects that it worked in.
+void addOtherProjects(Invocation& call, const TurnUndo::Options& options, std::vector<Done>& all) {
+    const std::vector<TimelineRow> rows = all.front().choice.rows;
+    for (const Project& other : call.store().projects()) {
+        if (other.id == all.front().project.id) continue;
+        try {
+            const auto latest = call.store().history(other).latest();
+            if (!latest || latest->created < rows.back().began) continue;
+            const TurnUndo undo(call.engine(), other);
+            const bool gone = !exists(other.root);
+            const UndoChoice choice = undo.sameTurns(rows, gone ? TurnUndo::Folder::gone : TurnUndo::Folder::there);
+            if (choice.rows.empty()) continue;
+            if (gone)
+                all.push_back(inGoneProject(other, choice));
+            else
+                all.push_back({other, choice, undo.run(choice, options)});
+        } catch (const TidewrackError& error) { // this project's turn can be taken back all the same
+            all.push_back({other, {"undo", rows}, {}, error.what()});
+        }
+    }
+}
+
+// Carried out, or planned, in this project and where the same turn worked as well.
+std::vector<Done> done(Invocation& call, const TurnUndo& undo, Done first, const TurnUndo::Options& options,
+                       bool everywhere) {
+    first.result = undo.run(first.choice, options);
+    std::vector<Done> all;
+    all.push_back(std::move(first));
+    if (everywhere) addOtherProjects(call, options, all);
+    return all;
+}
+
+// Whoever asks for the newest turn is told of one that is newer, and worked in other projects alone.
+std::string newerElsewhere(Invocation& call, const Project& project, const TurnUndo& undo, const UndoChoice& choice) {
+    const std::int64_t last = choice.rows.empty() ? 0 : choice.rows.front().last;
+    for (const TimelineRow& row : undo.timeline().rows) {
+        if (row.last <= last) break;
+        if (row.type != TimelineRow::Type::turn || row.undone || undo.counts(row).sum() > 0) continue;
+        std::vector<TimelineRow> rows{row};
+        addElsewhere(call.store(), project, rows);
+        if (rows.front().projects.empty()) continue;
+        const std::string root = repairedUtf8(rows.front().projects.front());
+        return "Newer: " + choiceText({"undo", {row}}, now(), call.look()) + ", which changed nothing here, but in " +
+               call.shown(root) + ". To take it back, run: tidewrack undo --last --project " +
+               call.shown(shellWord(root)) + "\n";
+    }
+    return "";
+}
+
+// The way on from a newest turn of which nothing can be taken back as it is.
+std::string turnBefore(const TurnUndo& undo, const Done& first) {
+    if (first.result.acts() || first.result.isComplete()) return "";
+    const TimelineRow* before = undo.turnBefore(first.choice.rows.front());
+    if (before == nullptr) return "";
+    return "The turn before it: tidewrack undo --turn " + std::to_string(before->first) + "\n";
+}
+
+UndoChoice chosen(Invocation& call, const TurnUndo& undo, const TurnUndo::Options& options) {
+    if (const auto turn = call.args.value("--turn")) return undo.turn(numberOf(*turn, "--turn"));
+    if (const auto session = call.args.value("--session")) return undo.session(*session);
+    if (const auto of = call.args.value("--session-of")) {
+        const UndoChoice turn = undo.turn(numberOf(*of, "--session-of"));
+        const auto& session = turn.rows.front().session;
+        if (!session) throw TidewrackError::refused("That turn has no session.");
+        return undo.session(*session);
+    }
+    return undo.last(options);
+}
+
+// Two numbers with dots in between; "../file" is a path.
+bool isRange(const std::string& word) {
+    const auto begins = [&](std::size_t at) {
+        return at < word.size() && (word[at] == '#' || (word[at] >= '0' && word[at] <= '9'));
+    };
+    const std::size_t dots = word.find("..");
+    return dots != std::string::npos && begins(0) && begins(dots + 2);
+}
+
+UndoChoice rangeOf(const TurnUndo& undo, const std::string& range) {
+    const std::size_t dots = range.find("..");
+    const std::int64_t from = numberOf(range.substr(0, dots), "A..B");
+    const std::int64_t to = numberOf(range.substr(dots + 2), "A..B");
+    if (to < from) throw CliError("A..B goes from the older snapshot to the newer one, got " + range);
+    return undo.range(from, to);
+}
+
+} // namespace
+
+bool isUndoOfTurns(const Args& args) {
+    for (const char* option : {"--turn", "--session", "--session-of"})
+        if (args.value(option)) return true;
+    return args.has("--last") || isRange(args.word(0).value_or(""));
+}
+
+int undoTurns(Invocation& call) {
+    int ways = call.args.has("--last") ? 1 : 0;
+    for (const char* option : {"--turn", "--session", "--session-of"}) ways += call.args.value(option) ? 1 : 0;
+    if (ways > 1) throw CliError("undo takes one of --last, --turn, --session and --session-of");
+    const Project project = call.project();
+    const TurnUndo undo(call.engine(), project);
+    TurnUndo::Options options = optionsFrom(call);
+    options.paths = pathsFrom(call, project, ways == 0 ? 1 : 0);
+    const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
+    const bool last = call.args.has("--last") && !call.json();
+    if (last) call.print(newerElsewhere(call, project, undo, choice));
+    if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
+    const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
+    const std::vector<Done> all = done(call, undo, {project, choice, {}}, options, everywhere);
+    const int status = report(call, all, options);
+    if (last) call.print(turnBefore(undo, all.front()));
+    return status;
+}
+
+bool canAsk(Invocation& call) {
+    return !call.json() && call.around.out.isTerminal() && ::isatty(call.around.input) == 1;
+}
+
+namespace {
+
+// The answer, down to the end of its line.
+bool saysYes(Invocation& call) {
+    call.print("Do it? (yes/no) ");
+    call.around.out.flush();
+    std::string answer;
+    for (char letter = 0; ::read(call.around.input, &letter, 1) == 1 && letter != '\n';) answer += letter;
+    return answer == "y" || answer == "yes";
+}
+
+} // namespace
+
+int undoAsking(Invocation& call) {
+    const Project project = call.project();
+    TurnUndo::Options options;
+    std::string shown;
+    for (;;) { // until what is answered for is what is there
+        const TurnUndo undo(call.engine(), project);
+        options.dryRun = true;
+        const UndoChoice choice = undo.last(options);
+        std::string text = newerElsewhere(call, project, undo, choice);
+        if (choice.rows.empty()) {
+            call.print(text);
+            return nothing(call, choice, nothingToUndo, true);
+        }
+        const std::vector<Done> planned = done(call, undo, {project, choice, {}}, options, true);
+        text += passedText(planned.front(), call.look());
+        for (const Done& each : planned)
+            text += (each.project.id == project.id ? "" : "In " + call.shown(each.project.root) + ": ") +
+                    summary(each, options, call.look());
+        if (text == shown) {
+            options.dryRun = false;
+            return report(call, done(call, undo, {project, choice, {}}, options, true), options);
+        }
+        call.print((shown.empty() ? "" : "More was changed meanwhile.\n") + text);
+        if (std::none_of(planned.begin(), planned.end(), [](const Done& each) { return each.result.acts(); })) {
+            call.print(turnBefore(undo, planned.front()));
+            return leftAlone;
+        }
+        if (!saysYes(call)) {
+            call.print("Nothing was changed.\n");
+            return 0;
+        }
+        shown = std::move(text);
+    }
+}
+
+int redo(Invocation& call) {
+    if (!call.args.positional.empty()) throw CliError("redo takes no words; it takes back the newest undo or restore");
+    const Project project = call.project();
+    const TurnUndo undo(call.engine(), project);
+    const TurnUndo::Options options = optionsFrom(call);
+    const UndoChoice choice = undo.redo(options);
+    if (choice.rows.empty())
+        return nothing(call, choice, "There's nothing to redo: no undo or restore here that wasn't redone already.",
+                       options.dryRun);
+    return report(call, {{project, choice, undo.run(choice, options)}}, options);
+}
+
+} // namespace tidewrack::commands
