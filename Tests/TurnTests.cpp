@@ -437,6 +437,28 @@ TEST_F(Turns, otherProjectsOfTheTurn) {
     EXPECT_EQ(f.read("home/outside"), "1\n");
 }
 
+// An agent whose turns have no names was cut off last week, while it worked in another project.
+TEST_F(Turns, anOldTurnElsewhereIsNotTakenForThisOne) {
+    f.write("other/file", "1\n");
+    world.ok({"track", f.at("other")});
+    event(Agent::gemini, "BeforeAgent", "", "one");
+    event(Agent::gemini, "BeforeTool-run_shell_command", "", "rm file", "other");
+    for (const char* folder : {"project", "other"}) {
+        world.current = f.at(folder);
+        for (const std::int64_t seq : {1, 2})
+            rewriteRecord(world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24); });
+        world.current = world.projectPath();
+    }
+    f.write("other/file", "mine\n");
+    event(Agent::gemini, "BeforeAgent", "", "two");
+    f.write("project/notes", "2\n");
+    event(Agent::gemini, "AfterAgent", "");
+    EXPECT_EQ(world.ok({"log", "--project", f.at("other")}).find("End of turn"), std::string::npos);
+    const std::string text = back({"undo", "--last"});
+    EXPECT_NE(text.find("~ notes\n1 file overwritten.\nTake this back"), std::string::npos) << text;
+    EXPECT_EQ(f.read("other/file"), "mine\n");
+}
+
 TEST_F(Turns, aNewerTurnThatWorkedElsewhereAlone) {
     f.write("other/file", "1\n");
     world.ok({"track", f.at("other")});

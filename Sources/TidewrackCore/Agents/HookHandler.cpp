@@ -168,10 +168,11 @@ class HookCall {
         backUpDotfiles();
         context_.loadProjects();
         const auto here = Store::projectContaining(event_.cwd, context_.projects());
+        const auto prompted = here ? promptTime(*here) : std::nullopt;
         if (here) endTurn(*here);
         if (!event_.session) return {};
         for (const Project& project : context_.projects())
-            if ((!here || project.id != here->id) && isInTurn(project)) endTurn(project);
+            if ((!here || project.id != here->id) && isInTurn(project, prompted)) endTurn(project);
         return {};
     }
 
@@ -184,11 +185,31 @@ class HookCall {
         }
     }
 
+    // When the session's newest prompt among the latest records was taken, for agents whose turns have no names.
+    [[nodiscard]] std::optional<Date> promptTime(const Project& project) const {
+        constexpr std::size_t mostRead = 8;
+        if (event_.turn) return std::nullopt;
+        try {
+            const History history = handler_.store.history(project);
+            const auto seqs = history.seqs();
+            for (std::size_t at = seqs.size(); at-- > 0 && seqs.size() - at <= mostRead;) {
+                const SnapshotMeta meta = history.snapshot(seqs[at]);
+                if (meta.kind == "prompt" && meta.session == event_.session) return meta.created;
+            }
+        } catch (const std::exception&) { // what cannot be told is as before
+        }
+        return std::nullopt;
+    }
+
     // Whether the turn that ends has begun or worked in the project.
-    [[nodiscard]] bool isInTurn(const Project& project) const {
+    [[nodiscard]] bool isInTurn(const Project& project, const std::optional<Date>& prompted) const {
         try {
             const auto latest = handler_.store.history(project).latest();
-            return latest && latest->session == event_.session && (latest->kind == "tool" || latest->kind == "prompt");
+            if (!latest || latest->session != event_.session) return false;
+            if (latest->kind != "tool" && latest->kind != "prompt") return false;
+            // An earlier turn of the session that was cut off is none of this one's.
+            return event_.turn && latest->turn ? latest->turn == event_.turn
+                                               : !prompted || *prompted <= latest->created;
         } catch (const std::exception&) { // another project's damage is no reason to lose this turn's snapshots
             return false;
         }
