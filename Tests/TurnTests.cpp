@@ -381,17 +381,20 @@ TEST_F(Turns, aSessionThatIsStillAtWork) {
     event(Agent::codex, "PreToolUse-apply_patch", "c1", "*** Begin Patch\n*** Delete File: README.md\n*** End Patch\n");
     f.write("project/README.md", "codex\n");
     f.write("project/notes", "whose\n");
+    event(Agent::codex, "PreToolUse-Bash", "c1", "rm -rf src/deep");
+    f.remove("project/src/deep");
     for (const bool ended : {false, true}) {
         if (ended) event(Agent::codex, "Stop", "c1");
         const std::string text = back({"undo", "--last", "--dry-run"});
         EXPECT_NE(text.find("~ README.md\n! notes  claude may have been at work here from #3 "), std::string::npos)
             << text;
+        EXPECT_NE(text.find("\n+ src/deep/\n+ src/deep/er.c\n1"), std::string::npos) << text;
         EXPECT_EQ(text.find("src/main.c"), std::string::npos) << text;
         EXPECT_EQ(text.front(), '3');
     }
     event(Agent::claude, "Stop", "t1");
     const std::string text = back({"undo", "--turn", "2"});
-    EXPECT_NE(text.find("~ config\n! notes  codex was at work here from #3 to #4\n~ src/main.c\n"), std::string::npos)
+    EXPECT_NE(text.find("~ config\n! notes  codex was at work here from #3 to #5\n~ src/main.c\n"), std::string::npos)
         << text;
     EXPECT_EQ(f.read("project/README.md") + f.read("project/src/main.c") + f.read("project/notes"),
               "codex\nint main;\nwhose\n");

@@ -2,6 +2,7 @@
 
 #include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
+#include "Store/EditLog.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -117,6 +118,8 @@ class Saving {
         const std::string place = Store::canonicalPlace(target);
         const std::string end = Store::canonical(target);
         const bool isLink = end != place;
+        note(place);
+        if (isLink) note(end);
         if (!addHolder(isLink ? std::string(parentOf(place)) : place)) outside_.push_back(target);
         // A link may be removed, or written through.
         const bool follows = !isLink || isFile(end) || isIn(decision_.followed, target);
@@ -128,6 +131,16 @@ class Saving {
             if (follows && context_.isUnjudged(project) && isIn(decision_.removed, target))
                 outside_.push_back(isLink ? end : target);
         }
+    }
+
+    // The command's target as the turn's, in its project's "edits.log", where file tools are noted as well.
+    void note(const std::string& path) {
+        if (context_.event.kind != HookEvent::Kind::shell) return;
+        const auto project = Store::projectContaining(std::string(parentOf(path)), context_.projects());
+        if (!project || path.size() <= project->root.size()) return;
+        noteEdit(context_.handler.store.history(*project).folder(),
+                 {now(), std::string(rawValue(context_.agent)), context_.event.session, context_.event.turn,
+                  path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
     }
 
     // A guess is worth a snapshot only where something changed since the last one.

@@ -1,5 +1,6 @@
 #pragma once
-// "edits.log" of one project: the files that agents' own tools named before they changed them. A snapshot tells what
+// "edits.log" of one project: the files that agents' own tools, and the targets that their commands, named before they
+// changed them. A snapshot tells what
 // changed between two moments, this tells whose change it was. docs/store-format.md has the form of its lines.
 
 #include "Support/Dates.hpp"
