@@ -252,6 +252,20 @@ void changeLines(Scene& scene) {
     }
 }
 
+// A turn that has not ended.
+void work(Scene& scene) {
+    scene.history();
+    scene.world.ok({"snap", "--kind", "prompt", "--agent", "claude", "--session", "s"});
+    scene.f.write("project/file", "what the turn made of it");
+    scene.f.remove("project/stays");
+    scene.f.write("project/unsaved/turn", "the turn's own");
+}
+
+void takeBack(Scene& scene) {
+    work(scene);
+    scene.world.ok({"undo", "--last"});
+}
+
 const std::string endsTurn = R"({"hook_event_name":"Stop","session_id":"s","cwd":"@/project"})";
 const std::string runs = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project","tool_name":"Bash",)";
 const std::string removesNotes = runs + R"("tool_input":{"command":"rm -rf @/home/notes"}})";
@@ -264,6 +278,8 @@ const std::vector<Operation>& operations() {
         {"restore", {"restore", "1"}},
         {"undo", {"undo", "2"}},
         {"undo of a range that merges", {"undo", "4..5"}, changeLines},
+        {"undo of a turn", {"undo", "--turn", "4"}, work},
+        {"redo", {"redo"}, takeBack},
         {"prune", {"prune"}, makeOldSnapshotsDue, "", false, {1, 2}},
         {"pin", {"pin", "2"}},
         {"untrack", {"untrack"}, history, "", true},
