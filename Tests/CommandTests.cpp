@@ -3,6 +3,7 @@
 #include "CommandTable.hpp"
 #include "Engine/Tracking.hpp"
 #include "Reports/TextReports.hpp"
+#include "Shell/Guard.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -102,6 +103,21 @@ TEST_F(CommandTest, everythingInTheTableIsDocumented) {
              {"restore", "--help"}, {"restore", "1", "-h"}, {"--help", "restore", "1"}})
         EXPECT_EQ(world.ok(words), restoring);
     EXPECT_EQ(fault({"help", "me"}), "unknown command me. Run `tidewrack help`.");
+}
+
+// The guard knows the words of this program too: none of its options may hide a command from it.
+TEST_F(CommandTest, theGuardReadsTheOptionsAsTheProgramDoes) {
+    shell::Context context;
+    context.cwd = f.path();
+    context.protectedPaths = {{f.at("store"), shell::OwnPath::Role::history}};
+    for (const Command& command : commandTable())
+        for (const Option& option : command.options) {
+            const bool shows = option.name == "--dry-run";
+            const std::string line =
+                "tidewrack " + std::string(option.name) + (option.takesValue() ? " value" : "") + " untrack";
+            const auto verdict = shell::analyze(line, context).verdict.kind;
+            EXPECT_EQ(verdict == shell::Verdict::Kind::ask, !shows) << line;
+        }
 }
 
 TEST_F(CommandTest, wordsThatACommandThatChangesSomethingDoesNotKnow) {

@@ -268,8 +268,9 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
     };
     for (const char* command :
          {"tidewrack untrack", "/opt/bin/tidewrack -C ../x --project p prune", "sudo tidewrack hooks uninstall claude",
-          "echo p | xargs -n1 tidewrack untrack", "cd .. && (tidewrack vault rm 1)", "rm -rf ~/.local",
-          "mv ~/.local/store /nowhere/x", "rm ../local/store/projects/1.json", "echo x > ~/.agent/settings.json",
+          "echo p | xargs -n1 tidewrack untrack", "tidewrack untrack -- --dry-run", "tidewrack -- untrack -h",
+          "cd .. && (tidewrack vault rm 1)", "rm -rf ~/.local", "mv ~/.local/store /nowhere/x",
+          "rm ../local/store/projects/1.json", "echo x > ~/.agent/settings.json",
           "sed -i s/a/b/ ../dotfiles/settings.json", "git -C ../dotfiles clean -fd", "rsync -a --delete x/ ~/.local/",
           "rm -rf . ~/.local/store", "find ~/.local/store -name '*.json' -delete"})
         EXPECT_TRUE(asks(command)) << command;

@@ -14,8 +14,8 @@ namespace {
 using namespace std::string_view_literals;
 
 // Options of the program whose value is a word of its own.
-constexpr std::array valueOptions = {"-C"sv,      "-n"sv,        "--agent"sv,   "--home"sv, "--kind"sv,
-                                     "--label"sv, "--project"sv, "--session"sv, "--turn"sv};
+constexpr std::array valueOptions = {"-C"sv,      "-n"sv,        "--agent"sv,   "--home"sv,       "--kind"sv,
+                                     "--label"sv, "--project"sv, "--session"sv, "--session-of"sv, "--turn"sv};
 
 // Options that make it only show or explain.
 constexpr std::array showing = {"-h"sv, "--help"sv, "--dry-run"sv};
@@ -90,12 +90,15 @@ void OwnPaths::look(const std::string& target, Extent extent, Links links) {
 void OwnPaths::lookAtCommand(std::span<const Word> arguments) {
     std::array<std::string_view, 2> words;
     std::size_t count = 0;
+    bool plain = false; // behind "--"
     for (std::size_t index = 0; index < arguments.size(); ++index) {
         const std::string_view text = arguments[index].text;
-        if (isIn(showing, text)) return;
-        if (isIn(valueOptions, text))
+        if (!plain && isIn(showing, text)) return;
+        if (!plain && isIn(valueOptions, text))
             ++index;
-        else if (!text.starts_with('-') && count < words.size())
+        else if (text == "--" && !plain)
+            plain = true;
+        else if ((plain || !text.starts_with('-')) && count < words.size())
             words[count++] = text;
     }
     for (const OwnCommand& command : ownCommands) {
