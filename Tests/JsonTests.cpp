@@ -160,6 +160,23 @@ TEST(Json, printsWhatIsDocumented) {
                                    {"projects", {undoJson("/p", {"undo", {row}}, left)}},
                                    {"passedOver", spansJson({row})},
                                    {"vault", {{{"id", "x"}, {"messages", {"y"}}}}}});
+    world.ok({"restore", "3", "--keep-new"});
+    f.remove("project/new");
+    f.write("project/moved", "n");
+    f.write("project/large", std::string(1001, 'x'));
+    world.ok({"snap", "--kind", "stop", "--agent", "claude"});
+    f.remove("project/large");
+    EXPECT_EQ(run("find", {"new"})["paths"][0]["path"], "new");
+    run("find", {"large"});
+    f.write("project/.gitignore", "build/\n");
+    f.write("project/build/x", "");
+    f.write("project/large", std::string(1001, 'x'));
+    ASSERT_TRUE(git(f.at("project"), "init -q"));
+    world.ok({"snap"});
+    const Outcome exported = world.run({"export", "last", f.at("exported"), "--json"});
+    EXPECT_EQ(exported.status, 3);
+    document.check("export", json::parse(exported.out));
+    EXPECT_EQ(json::parse(exported.out)["leftOut"], json{"build"});
     EXPECT_EQ(run("prune", {"--dry-run"}),
               (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 

@@ -33,6 +33,7 @@ constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent
 constexpr Option inSession{"--session", "S", "only turns of this session"};
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
 constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
+constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
 constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
@@ -58,6 +59,8 @@ constexpr Option undoOptions[] = {lastTurn,  ofTurn, ofSession, sessionOf, dryRu
 constexpr Option showOptions[] = {stat, noPager, project, json};
 constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
 constexpr Option timelineOptions[] = {atMost, byAgent, inSession, withCommands, noPager, project, json};
+constexpr Option findOptions[] = {deleted, noPager, project, json};
+constexpr Option exportOptions[] = {project, json};
 constexpr Option hooksOptions[] = {printHooks, home};
 constexpr Option hooksStatusOptions[] = {home, json};
 constexpr Option homeOptions[] = {home};
@@ -67,6 +70,7 @@ constexpr Fill aPath[] = {Fill::path};
 constexpr Fill aSnapshot[] = {Fill::snapshot};
 constexpr Fill twoSnapshotsAndPaths[] = {Fill::snapshot, Fill::snapshot, Fill::path};
 constexpr Fill snapshotAndPaths[] = {Fill::snapshot, Fill::path};
+constexpr Fill snapshotFolderAndPaths[] = {Fill::snapshot, Fill::folder, Fill::path};
 constexpr Fill anAgent[] = {Fill::agent};
 constexpr Fill agentOrAll[] = {Fill::agentOrAll};
 constexpr Fill aVaultEntry[] = {Fill::vaultEntry};
@@ -151,6 +155,18 @@ constexpr Command table[] = {
          "narrow it down; -- before them parts them from B.",
      .example = "tidewrack diff 12 --patch",
      .run = commands::diff},
+    {.name = "find",
+     .words = "TEXT|GLOB",
+     .group = Group::history,
+     .fills = aPath,
+     .mostWords = 1,
+     .options = findOptions,
+     .summary = "where a path was in any snapshot, and how to get it back",
+     .details = "TEXT is a part of the path; a pattern with *, ? or [ fits the whole name or, with a slash in it, the "
+                "whole path. Case counts only where it has capitals. Each path comes with the snapshots that have it, "
+                "when it went and in which turn, and the command that brings it back.",
+     .example = "tidewrack find main.c --deleted",
+     .run = commands::find},
     {.name = "cat",
      .words = "N path",
      .group = Group::history,
@@ -238,6 +254,19 @@ constexpr Command table[] = {
      .details = "With the same care for what was changed since. Takes a safety snapshot first.",
      .example = "tidewrack redo",
      .run = commands::redo},
+    {.name = "export",
+     .words = "N DIR|- [path...]",
+     .group = Group::gettingBack,
+     .effect = Effect::changes,
+     .fills = snapshotFolderAndPaths,
+     .mostWords = Command::anyNumber,
+     .options = exportOptions,
+     .summary = "write snapshot N, or some paths of it, into another folder",
+     .details = "DIR is a new or an empty folder outside of tracked projects; nothing is overwritten, and the project "
+                "stays as it is. - stands for a tar archive on standard output. What was not kept is named, and the "
+                "exit status is 3 then.",
+     .example = "tidewrack export 12 ~/before-the-clean-up",
+     .run = commands::exportSnapshot},
     {.name = "hooks status",
      .group = Group::agents,
      .options = hooksStatusOptions,

@@ -52,6 +52,16 @@ Project Invocation::project(const std::optional<std::string>& folder) {
     return *found;
 }
 
+std::vector<std::string> Invocation::relativePaths(const Project& project, std::size_t first) const {
+    std::vector<std::string> paths;
+    for (std::size_t i = first; i < args.positional.size(); ++i) {
+        // An unset variable of a script must not mean the whole folder.
+        if (args.positional[i].empty()) throw CliError("missing path");
+        paths.push_back(Engine::relative(project, absolute(args.positional[i])));
+    }
+    return paths;
+}
+
 SnapshotWord Invocation::snapshotWord(std::size_t index, const char* name) const {
     const auto text = args.word(index);
     if (const auto word = text ? tidewrack::snapshotWord(*text, now()) : std::nullopt) return *word;

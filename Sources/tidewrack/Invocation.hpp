@@ -36,6 +36,9 @@ class Invocation {
     // The project that contains `folder` (default: --project, else the current folder).
     [[nodiscard]] Project project(const std::optional<std::string>& folder = std::nullopt);
 
+    // The words from `first` on as paths relative to the project's root. Throws CliError for an empty one.
+    [[nodiscard]] std::vector<std::string> relativePaths(const Project& project, std::size_t first) const;
+
     // The word at `index` in a snapshot's place. Throws CliError; `name` is what it is called there.
     [[nodiscard]] SnapshotWord snapshotWord(std::size_t index, const char* name) const;
     // The number that it stands for; said on standard error where it is no number itself. Throws CliError when no

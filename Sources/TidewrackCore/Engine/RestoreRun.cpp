@@ -1,5 +1,6 @@
 #include "Engine/RestoreRun.hpp"
 
+#include "Engine/KeptContent.hpp"
 #include "Engine/SafeReplace.hpp"
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
@@ -217,20 +218,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
 }
 
 Obstacle RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const {
-    const Entry& entry = item.entry;
-    const std::string blob(entry.blob);
-    int error = 0;
-    if (entry.kind == EntryKind::link) {
-        error = copyLink({blobs_.get(), blob.c_str()}, to);
-        if (error == 0) error = setModificationTime(to.folder, to.name, entry.mtime);
-    } else {
-        const Descriptor content(::openat(blobs_.get(), blob.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-        struct stat status {};
-        if (!content || ::fstat(content.get(), &status) != 0) return Obstacle::system(errno);
-        if (status.st_size != entry.size) return {Reason::damaged};
-        error = copyOpenFile(content.get(), status, to, {entry.mode, entry.mtime}, worker.memory);
-    }
-    return error == 0 ? Obstacle{} : Obstacle::system(error);
+    return putKept(blobs_.get(), item.entry, to, worker.memory);
 }
 
 Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {

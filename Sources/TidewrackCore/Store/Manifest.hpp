@@ -79,6 +79,7 @@ struct TextBuffer {
 
     explicit TextBuffer(std::string_view text);
     TextBuffer(std::unique_ptr<char[]> buffer, std::size_t used) : bytes(std::move(buffer)), size(used) {}
+    [[nodiscard]] std::string_view text() const { return {bytes.get(), size}; }
 };
 
 class Manifest {

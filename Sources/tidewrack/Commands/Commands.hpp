@@ -23,6 +23,12 @@ int snap(Invocation& call);
 int log(Invocation& call);
 int diff(Invocation& call);
 
+// Find.cpp
+int find(Invocation& call);
+
+// Export.cpp
+int exportSnapshot(Invocation& call);
+
 // Contents.cpp
 int cat(Invocation& call);
 

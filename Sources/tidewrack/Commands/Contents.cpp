@@ -3,6 +3,7 @@
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/PatchReport.hpp"
+#include "Reports/PathWords.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
@@ -16,17 +17,6 @@
 namespace tidewrack::commands {
 
 namespace {
-
-// `path` as it is written from the folder `from`; both absolute.
-std::string seenFrom(const std::string& path, std::string from) {
-    std::string up;
-    while (!isAtOrBelow(path, from)) {
-        from = parentOf(from);
-        up += "../";
-    }
-    const std::string rest = path.substr(std::min(path.size(), from == "/" ? 1 : from.size() + 1));
-    return rest.empty() ? (up.empty() ? "." : up.substr(0, up.size() - 1)) : up + rest;
-}
 
 // A file that may have been meant: the same path from the project's root, else the uppermost one of that name.
 std::optional<std::string> likely(const Manifest& manifest, const std::string& word) {

@@ -1,0 +1,59 @@
+// Names in the whole history.
+
+#include "Commands/Commands.hpp"
+#include "Engine/PathSearch.hpp"
+#include "Invocation.hpp"
+#include "Reports/FindReports.hpp"
+#include "Reports/PathWords.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
+#include "Timeline/TurnUndo.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace tidewrack::commands {
+
+namespace {
+
+// As it can be typed in the current folder.
+std::string commandThatBringsBack(const Invocation& call, const Project& project, const FoundPath& found) {
+    const std::string path = joined(project.root, found.path);
+    const std::string folder = Store::canonical(call.around.currentFolder);
+    const bool within = !call.around.currentFolder.empty() && isAtOrBelow(folder, project.root);
+    std::string word = within ? seenFrom(path, folder) : path;
+    if (word.starts_with('-')) word = "./" + word;
+    return "tidewrack restore " + std::to_string(*found.keptIn) + " " + shellWord(word) +
+           (within ? "" : " --project " + shellWord(project.root));
+}
+
+} // namespace
+
+int find(Invocation& call) {
+    const auto text = call.args.word(0);
+    if (!text || text->empty()) throw CliError("missing text");
+    if (call.args.positional.size() > 1)
+        throw CliError("find takes one text or pattern; put quotes around it, as in: tidewrack find '*.c'");
+    const Project project = call.project();
+    FindReport report;
+    report.records = call.store().history(project).snapshots();
+    report.found = findPaths(call.engine(), project, report.records, NamePattern(*text));
+    auto& paths = report.found.paths;
+    const std::size_t all = paths.size();
+    if (call.args.has("--deleted")) std::erase_if(paths, [](const FoundPath& found) { return found.isThere; });
+    if (!call.json()) call.warn(report.found.warnings);
+    if (paths.empty())
+        throw TidewrackError::refused(all > 0 ? "Nothing that matches " + *text + " is gone: the folder has it."
+                                              : "No snapshot has a path that matches " + *text + ".");
+    report.timeline = Timeline::of(project.root, report.records, readLoggedHooks(call.store()));
+    report.command = [&](const FoundPath& found) { return commandThatBringsBack(call, project, found); };
+    call.page();
+    if (call.json())
+        call.printJson(findJson(report));
+    else
+        call.print(findText(report, now(), call.look()));
+    return 0;
+}
+
+} // namespace tidewrack::commands

@@ -1,0 +1,112 @@
+#include "Reports/FindReports.hpp"
+
+#include "Reports/TurnReports.hpp"
+#include "SnapshotWord.hpp"
+#include "Support/Text.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace tidewrack {
+
+namespace {
+
+using nlohmann::json;
+using Type = TimelineRow::Type;
+
+// During which row something happened that snapshot `seq` is the first to show; a turn rather than anything else.
+const TimelineRow* rowThatLedTo(const Timeline& timeline, std::int64_t seq) {
+    const TimelineRow* found = nullptr;
+    for (const TimelineRow& row : timeline.rows)
+        for (const Stretch& stretch : row.stretches)
+            if (stretch.from < seq && seq <= stretch.to && (found == nullptr || row.type == Type::turn)) found = &row;
+    return found;
+}
+
+const SnapshotMeta* recordOf(const FindReport& report, std::int64_t seq) {
+    const auto found = std::find_if(report.records.begin(), report.records.end(),
+                                    [&](const SnapshotMeta& meta) { return meta.seq == seq; });
+    return found == report.records.end() ? nullptr : &*found;
+}
+
+std::string spanText(const Stretch& span) {
+    const std::string first = "#" + std::to_string(span.from);
+    return span.from == span.to ? first : first + "–#" + std::to_string(span.to);
+}
+
+std::string goneText(const FindReport& report, const FoundPath& found, Date now, const Look& look) {
+    if (!found.goneIn) return "gone since then";
+    std::string text = "gone in #" + std::to_string(*found.goneIn);
+    if (const SnapshotMeta* meta = recordOf(report, *found.goneIn)) text += ", " + clockText(meta->created, now);
+    if (const TimelineRow* row = rowThatLedTo(report.timeline, *found.goneIn))
+        text += row->type == Type::outside || row->type == Type::manual
+                    ? " (outside of turns)"
+                    : " (" + choiceText({"undo", {*row}}, look) + ")";
+    return text;
+}
+
+const char* name(EntryKind kind) {
+    switch (kind) {
+    case EntryKind::file: return "file";
+    case EntryKind::link: return "link";
+    case EntryKind::dir: return "folder";
+    }
+    return "";
+}
+
+json spanJson(const Stretch& span) {
+    return {{"from", span.from}, {"to", span.to}};
+}
+
+} // namespace
+
+std::string findText(const FindReport& report, Date now, const Look& look) {
+    std::string text;
+    for (const FoundPath& found : report.found.paths) {
+        text += look.shown(found.path) + (found.kind == EntryKind::dir ? "/" : "") + "  ";
+        for (const Stretch& span : found.earlier) text += spanText(span) + ", ";
+        text += spanText(found.during) + "  " + (found.isThere ? "there now" : goneText(report, found, now, look));
+        if (found.inside > 0)
+            text += ", with " + std::to_string(found.inside) + (found.inside == 1 ? " path" : " paths") + " in it";
+        if (found.movedTo && !found.isThere) text += ", moved to " + look.shown(*found.movedTo);
+        text += "\n";
+        if (found.isThere) continue;
+        if (found.notKept)
+            text += "    " + std::string(found.keptIn ? "its last content" : "its content") +
+                    " was not kept: " + look.shown(*found.notKept) + "\n";
+        if (found.keptIn) text += "    " + look.shown(report.command(found)) + "\n";
+    }
+    return text;
+}
+
+json findJson(const FindReport& report) {
+    json list = json::array();
+    for (const FoundPath& found : report.found.paths) {
+        json earlier = json::array();
+        for (const Stretch& span : found.earlier) earlier.push_back(spanJson(span));
+        json object{{"path", repairedUtf8(found.path)},
+                    {"kind", name(found.kind)},
+                    {"from", found.during.from},
+                    {"to", found.during.to},
+                    {"earlier", earlier},
+                    {"there", found.isThere},
+                    {"inside", found.inside}};
+        if (found.goneIn) object["goneIn"] = *found.goneIn;
+        if (found.movedTo) object["movedTo"] = repairedUtf8(*found.movedTo);
+        if (found.keptIn) object["keptIn"] = *found.keptIn;
+        if (found.notKept) object["notKept"] = repairedUtf8(*found.notKept);
+        if (!found.isThere && found.keptIn) object["command"] = repairedUtf8(report.command(found));
+        if (const TimelineRow* row = found.goneIn ? rowThatLedTo(report.timeline, *found.goneIn) : nullptr;
+            row != nullptr && row->type == Type::turn) {
+            if (row->agent) object["agent"] = repairedUtf8(*row->agent);
+            object["title"] = repairedUtf8(row->title);
+        }
+        list.push_back(std::move(object));
+    }
+    json warnings = json::array();
+    for (const std::string& warning : report.found.warnings) warnings.push_back(repairedUtf8(warning));
+    return {{"version", 1}, {"paths", list}, {"warnings", warnings}};
+}
+
+} // namespace tidewrack

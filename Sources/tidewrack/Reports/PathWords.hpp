@@ -1,0 +1,15 @@
+#pragma once
+// Paths as words of a command line that a person can take over.
+
+#include <string>
+#include <string_view>
+
+namespace tidewrack {
+
+// `path` as it is written from the folder `from`; both absolute.
+[[nodiscard]] std::string seenFrom(const std::string& path, std::string from);
+
+// One word for a shell, in quotes where it needs them.
+[[nodiscard]] std::string shellWord(std::string_view text);
+
+} // namespace tidewrack

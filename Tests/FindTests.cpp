@@ -1,0 +1,148 @@
+// What people look for when they have lost something: where a path was, when it went, and how it comes back.
+
+#include "Support/TestFolders.hpp"
+
+#include "Engine/ListingSteps.hpp"
+#include "Engine/PathSearch.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <regex>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+using nlohmann::json;
+
+namespace {
+
+class Finding : public ::testing::Test {
+  protected:
+    Finding() {
+        f.write("project/src/main.c", "int main;\n");
+        f.write("project/src/deep/it's.c", "er\n");
+        f.write("project/Notes.txt", "one\n");
+        world.ok({"track"});
+        snap("prompt", "Clean up");
+        f.remove("project/src");
+        f.write("project/moved/notes", "one\n");
+        f.remove("project/Notes.txt");
+        f.write("project/empty", "");
+        snap("stop", "End of turn");
+    }
+    void snap(const std::string& kind, const std::string& label) const {
+        world.ok({"snap", "--kind", kind, "--agent", "claude", "--session", "s", "--label", label});
+    }
+    // With every clock time as T.
+    std::string found(const std::vector<std::string>& words) const {
+        std::vector<std::string> all{"find"};
+        all.insert(all.end(), words.begin(), words.end());
+        const Outcome outcome = world.run(all);
+        EXPECT_EQ(outcome.status, outcome.out.empty() ? 1 : 0);
+        return std::regex_replace(outcome.out, std::regex("[A-Z][a-z]+ [0-9:]{5}"), "T") + outcome.err;
+    }
+
+    World world;
+    const TemporaryFolder& f = world.folder;
+};
+
+} // namespace
+
+TEST_F(Finding, namesWhatIsGoneAndTheCommandThatBringsItBack) {
+    const std::string gone = "  gone in #3, T (turn #2–#3 of claude, \"Clean up\")";
+    const std::string main = "src/main.c  #1–#2" + gone + "\n    tidewrack restore 2 src/main.c\n";
+    const std::string folder = "src/  #1–#2" + gone + ", with 3 paths in it\n    tidewrack restore 2 src\n";
+    EXPECT_EQ(found({"main"}), main);
+    EXPECT_EQ(found({"m*.c"}), main);
+    EXPECT_EQ(found({"src"}), folder) << "what is in it goes without saying";
+    EXPECT_EQ(found({"src/"}), folder) << "as completions write it";
+    EXPECT_EQ(found({"src/*"}),
+              "src/deep/  #1–#2" + gone + ", with 1 path in it\n    tidewrack restore 2 src/deep\n" + main);
+    EXPECT_EQ(found({"notes"}), "Notes.txt  #1–#2" + gone +
+                                    ", moved to moved/notes\n"
+                                    "    tidewrack restore 2 Notes.txt\nmoved/notes  #3  there now\n");
+    EXPECT_EQ(found({"Notes", "--deleted"}).substr(0, 9), "Notes.txt");
+    EXPECT_EQ(found({"nope"}), "tidewrack: No snapshot has a path that matches nope.\n");
+    EXPECT_EQ(found({"EMPTY"}), "tidewrack: No snapshot has a path that matches EMPTY.\n");
+    EXPECT_EQ(found({"empt?", "--deleted"}), "tidewrack: Nothing that matches empt? is gone: the folder has it.\n");
+    EXPECT_EQ(found({"a", "b"}),
+              "tidewrack: find takes one text or pattern; put quotes around it, as in: tidewrack find '*.c'\n");
+    // The command can be typed where one stands.
+    f.remove("project/empty");
+    world.current = f.at("project/moved");
+    EXPECT_EQ(found({"it's"}),
+              "src/deep/it's.c  #1–#2" + gone + "\n    tidewrack restore 2 '../src/deep/it'\\''s.c'\n");
+    EXPECT_EQ(found({"empty"}), "empty  #3  gone since then\n    tidewrack restore 3 ../empty\n");
+    world.current = f.path();
+    EXPECT_NE(found({"main", "--project", "project"})
+                  .find("restore 2 " + f.at("project/src/main.c") + " --project " + f.at("project") + "\n"),
+              std::string::npos);
+    world.current = f.at("project");
+    world.ok({"restore", "2", "src/deep/it's.c"}); // as it was told
+    EXPECT_EQ(f.read("project/src/deep/it's.c"), "er\n");
+}
+
+TEST_F(Finding, knowsSeveralTimesAndWhatWasNotKept) {
+    json record = json::parse(f.read("store/projects/" + world.project().id + "/project.json"));
+    record["maxFileSize"] = 10;
+    f.write("store/projects/" + world.project().id + "/project.json", record.dump());
+    f.write("project/empty", "large and not kept");
+    world.ok({"snap"}); // 4
+    f.remove("project/empty");
+    f.write("project/moved/notes", "two\n"); // #5 modifies and deletes
+    world.ok({"snap"});
+    f.write("project/moved/notes", "six\n"); // only modifies
+    world.ok({"snap"});
+    f.write("project/empty", "again");
+    world.ok({"snap"}); // 7
+    f.write("project/huge", "large from the start");
+    world.ok({"snap"}); // 8
+    f.remove("project/empty");
+    f.remove("project/huge");
+    world.ok({"snap"}); // 9
+    const json paths = json::parse(world.ok({"find", "e*", "--json"}))["paths"];
+    EXPECT_EQ(paths[0]["path"], "empty");
+    EXPECT_EQ(paths[0]["earlier"], (json{{{"from", 3}, {"to", 4}}}));
+    EXPECT_EQ((json{paths[0]["from"], paths[0]["to"], paths[0]["goneIn"]}), (json{7, 8, 9}));
+    EXPECT_EQ(found({"huge"}), "huge  #8  gone in #9, T (outside of turns)\n"
+                               "    its content was not kept: it was larger than the size limit\n");
+    // A damaged listing costs what it alone tells.
+    f.write("store/projects/" + world.project().id + "/manifests/7.mf", "damaged");
+    EXPECT_NE(found({"empty"}).find("empty  #3–#4, #8  gone in #9"), std::string::npos) << found({"empty"});
+    EXPECT_NE(found({"empty"}).find("warning: can't tell what #7 holds: "), std::string::npos);
+    f.remove("store/projects/" + world.project().id + "/manifests/9.mf");
+    f.remove("store/projects/" + world.project().id + "/snapshots/9.json");
+    f.write("project/empty", "");
+    EXPECT_NE(found({"empty"}).find("empty  #3–#4, #8  there now"), std::string::npos);
+}
+
+// Texts are compared, and only lines that differ are decoded: the same as decoding all of both.
+TEST(ListingSteps, differencesAreThoseOfWholeListings) {
+    const auto listing = [](const std::string& names) {
+        ManifestBuilder builder;
+        for (const char c : names) {
+            Entry entry;
+            entry.mtime = c == 'X' ? 2 : 1;
+            builder.add(c == '\t' ? "a\tb\\" : std::string(c == 'X' ? "x" : std::string(1, c)) + "/long", entry);
+        }
+        return builder.finish();
+    };
+    const std::string all[] = {"", "a", "abc", "ac", "bcd\t", "x", "X", "abcdefx", "abcdefX", "aX", "\t", "ax\t"};
+    for (const std::string& one : all)
+        for (const std::string& other : all) {
+            const Manifest older = listing(one);
+            const Manifest newer = listing(other);
+            const auto difference = differenceOf(older.encodedText(), newer.encodedText());
+            const auto only = [](const Manifest& from, const Manifest& without) {
+                std::vector<Manifest::Item> items;
+                for (const auto& item : from.items())
+                    if (const Entry* entry = without.find(item.path); entry == nullptr || *entry != item.entry)
+                        items.push_back(item);
+                return items;
+            };
+            EXPECT_EQ(difference.older.items(), only(older, newer)) << one << " " << other;
+            EXPECT_EQ(difference.newer.items(), only(newer, older)) << one << " " << other;
+        }
+    EXPECT_THROW((void)differenceOf("f\tno manifest", ""), std::exception);
+    EXPECT_THROW((void)differenceOf("", "x"), std::exception);
+}
