@@ -116,6 +116,94 @@ TEST_F(Finding, knowsSeveralTimesAndWhatWasNotKept) {
     EXPECT_NE(found({"empty"}).find("empty  #3–#4, #8  there now"), std::string::npos);
 }
 
+// Numbers of snapshots, what changed after them, and patches; ages left out.
+TEST_F(Finding, logOfAPathFollowsItThroughItsNames) {
+    f.write("project/moved/notes", "two\n");
+    snap("prompt", "Go on"); // 4
+    world.ok({"snap"});
+    f.remove("project/moved/notes");
+    f.write("project/moved/plan", "two\n");
+    snap("stop", "End of turn"); // 6
+    f.write("project/empty", "no more");
+    world.ok({"snap"});
+    f.write("project/moved/plan", "three\n");
+    const auto rows = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), "log");
+        const Outcome outcome = world.run(words);
+        EXPECT_EQ(outcome.status, outcome.err.empty() ? 0 : 1);
+        return std::regex_replace(outcome.out + outcome.err, std::regex("  [0-9]+s ago  [^→]*→  "), " ");
+    };
+    const std::string header = "--- a/moved/notes\n+++ b/moved/notes\n@@ -1 +1 @@\n-one\n+two\n";
+    EXPECT_EQ(rows({"moved/plan"}), "#7 +0 ~1 -0 so far\n#5 renamed from moved/notes\n#3 +0 ~1 -0\n"
+                                    "#2 renamed from Notes.txt\n");
+    EXPECT_EQ(rows({"moved/plan", "-n1"}), "#7 +0 ~1 -0 so far\n");
+    EXPECT_EQ(rows({"moved/plan", "--patch", "-n", "4"})
+                  .find("#5 renamed from moved/notes\n#3 +0 ~1 -0\n"
+                        "diff --git a/moved/notes b/moved/notes\n" +
+                        header + "#2 renamed"),
+              rows({"moved/plan", "--patch"}).find("#5 "));
+    EXPECT_EQ(rows({"src/main.c"}), "#2 +0 ~0 -1\n");
+    EXPECT_EQ(rows({"src/deep"}), "#2 +0 ~0 -1\n");
+    EXPECT_EQ(json::parse(world.ok({"log", "moved/plan", "--json"}))[1]["renamedFrom"], "moved/notes");
+    f.write("project/later", "");
+    EXPECT_EQ(rows({"later"}), "#7 +1 ~0 -0 so far\n");
+    f.remove("project/later");
+    EXPECT_EQ(rows({"nope/it's"}), "tidewrack: No snapshot has nope/it's. To look for a part of its name, run: "
+                                   "tidewrack find 'it'\\''s'\n");
+    EXPECT_EQ(rows({"--patch"}), "tidewrack: --patch goes with a path, and not with --turns\n");
+    // By turns: the last one is not among them, as no turn goes on.
+    const auto turns = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"log", "--turns", "--json"});
+        std::string text;
+        const json timeline = json::parse(world.ok(words));
+        for (const json& row : timeline["rows"])
+            text += std::to_string(row["first"].get<int>()) + "-" + std::to_string(row["last"].get<int>()) + " +" +
+                    std::to_string(row["added"].get<int>()) + "~" + std::to_string(row["modified"].get<int>()) + "-" +
+                    std::to_string(row["deleted"].get<int>()) + " ";
+        return text;
+    };
+    EXPECT_EQ(turns({"moved"}), "4-6 +1~0-1 3-4 +0~1-0 2-3 +1~0-0 ");
+    EXPECT_EQ(turns({"--changed", "-n", "2"}), "6-7 +0~1-0 4-6 +1~0-1 ");
+    // A restore puts an old content back: that is a change, though the content is old.
+    world.ok({"restore", "6", "empty"});
+    EXPECT_EQ(rows({"empty"}), "#8 +0 ~1 -0\n#6 +0 ~1 -0\n#2 +1 ~0 -0\n");
+    world.ok({"snap"});
+    EXPECT_EQ(rows({"empty"}), "#8 +0 ~1 -0\n#6 +0 ~1 -0\n#2 +1 ~0 -0\n");
+    // What is pruned may have been anything: the record after it does not tell.
+    f.remove("store/projects/" + world.project().id + "/snapshots/9.json");
+    EXPECT_EQ(rows({"empty"}), "#8 +0 ~1 -0\n#6 +0 ~1 -0\n#2 +1 ~0 -0\n");
+}
+
+TEST_F(Finding, logRows) {
+    world.ok({"snap"}); // 4: nothing new
+    const auto rows = [&](const std::vector<std::string>& words) {
+        std::string text;
+        for (const json& row : json::parse(world.ok(words))) text += std::to_string(row["seq"].get<int>()) + " ";
+        return text;
+    };
+    EXPECT_EQ(rows({"log", "--json", "--changed"}), "2 ");
+    f.write("project/new", "");
+    EXPECT_EQ(rows({"log", "--json", "--changed", "-n", "1"}), "4 ");
+    const std::string text = world.ok({"log", "--time", "--changed"});
+    EXPECT_TRUE(std::regex_match(text, std::regex("#4  [A-Z][a-z]+ [0-9:]{5}  manual  →  \\+1 ~0 -0 so far\n#2  .*\n")))
+        << text;
+}
+
+TEST_F(Finding, diffOfTheNewestTurnAndOfPaths) {
+    EXPECT_EQ(world.ok({"diff", "--last"}).find("+ empty\n+ moved/\n+ moved/notes\n- Notes.txt\n- src/\n"), 0U);
+    EXPECT_EQ(world.ok({"diff", "--last", "moved", "--stat"}), "+ moved/notes  +1 -0\n1 file changed, +1 -0\n");
+    EXPECT_EQ(world.ok({"diff", "1", "empty"}), "+ empty\n") << "is there";
+    EXPECT_EQ(world.ok({"diff", "1", "Notes.txt"}), "- Notes.txt\n") << "was there";
+    f.write("project/3", "");
+    EXPECT_EQ(world.ok({"diff", "1", "3", "empty"}), "+ empty\n") << "a snapshot, though a file is called so";
+    EXPECT_EQ(world.ok({"diff", "1", "--", "3"}), "+ 3\n");
+    EXPECT_EQ(json::parse(world.ok({"diff", "1", "moved", "Notes.txt", "--stat", "--json"})),
+              (json{{"version", 1},
+                    {"files",
+                     {{{"path", "Notes.txt"}, {"status", "deleted"}, {"added", 0}, {"removed", 1}},
+                      {{"path", "moved/notes"}, {"status", "added"}, {"added", 1}, {"removed", 0}}}}}));
+}
+
 // Texts are compared, and only lines that differ are decoded: the same as decoding all of both.
 TEST(ListingSteps, differencesAreThoseOfWholeListings) {
     const auto listing = [](const std::string& names) {

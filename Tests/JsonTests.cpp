@@ -166,6 +166,14 @@ TEST(Json, printsWhatIsDocumented) {
     f.write("project/large", std::string(1001, 'x'));
     world.ok({"snap", "--kind", "stop", "--agent", "claude"});
     f.remove("project/large");
+    f.write("project/binary", std::string(1, '\0'));
+    document.check("diff --stat", json::parse(world.ok({"diff", "1", "--stat", "--json"})));
+    f.remove("project/binary");
+    f.write("project/renamed", "n");
+    f.remove("project/moved");
+    EXPECT_EQ(run("log", {"renamed"})[0]["renamedFrom"], "moved");
+    EXPECT_EQ(run("pin", {"1"})["pinned"], true);
+    EXPECT_EQ(run("unpin", {"1"})["pinned"], false);
     EXPECT_EQ(run("find", {"new"})["paths"][0]["path"], "new");
     run("find", {"large"});
     f.write("project/.gitignore", "build/\n");
@@ -198,6 +206,8 @@ TEST(Json, printsWhatIsDocumented) {
     f.write("home/.gemini/settings.json", config.dump());
     run("hooks status", {"status"});
 
+    EXPECT_EQ(run("untrack", {"--dry-run"})["dryRun"], true);
+    EXPECT_EQ(run("untrack")["root"], world.projectPath());
     for (const std::string& key : document.documented())
         EXPECT_TRUE(document.seen().contains(key)) << key << " is documented, and not printed";
 }

@@ -16,11 +16,15 @@ constexpr Option turn{"--turn", "T", "the turn in that session"};
 constexpr Option kind{"--kind", "K", "its kind (default: manual)"};
 constexpr Option atMost{"-n", "N", "at most so many (default 20)"};
 constexpr Option patch{"--patch", "", "line by line, as a patch"};
+constexpr Option clockTimes{"--time", "", "with times of day in place of ages"};
+constexpr Option byTurns{"--turns", "", "one row for each turn, as timeline has it"};
+constexpr Option changedOnly{"--changed", "", "without the rows after which nothing changed"};
 constexpr Option stat{"--stat", "", "only how many lines of each file changed"};
 constexpr Option content{"--content", "", "compare bytes: leave out files that were only touched"};
 constexpr Option noPager{"--no-pager", "", "print straight to the terminal, not through $PAGER"};
 constexpr Option keepNew{"--keep-new", "", "leave what was added since"};
 constexpr Option dryRun{"--dry-run", "", "only tell what would be done"};
+constexpr Option newestTurn{"--last", "", "what the newest turn changed"};
 constexpr Option lastTurn{"--last", "", "the newest turn that changed something"};
 constexpr Option ofTurn{"--turn", "N", "the turn that snapshot N belongs to", Fill::snapshot};
 constexpr Option ofSession{"--session", "S", "all turns of a session; its beginning is enough"};
@@ -45,12 +49,13 @@ constexpr Option globals[] = {{"-C", "DIR", "act as if started in DIR", Fill::fo
                               {"--help", "", "explain the command", Fill::nothing, true}};
 
 constexpr Option trackOptions[] = {force, json};
-constexpr Option untrackOptions[] = {dryRun, project};
+constexpr Option untrackOptions[] = {dryRun, project, json};
 constexpr Option jsonOptions[] = {json};
 constexpr Option snapOptions[] = {label, agent, session, turn, kind, project, json};
-constexpr Option logOptions[] = {atMost, noPager, project, json};
-constexpr Option diffOptions[] = {patch, stat, content, noPager, project, json};
+constexpr Option logOptions[] = {atMost, clockTimes, byTurns, changedOnly, patch, noPager, project, json};
+constexpr Option diffOptions[] = {newestTurn, patch, stat, content, noPager, project, json};
 constexpr Option projectOptions[] = {project};
+constexpr Option pinOptions[] = {project, json};
 constexpr Option pruneOptions[] = {dryRun, project, json};
 constexpr Option checkOptions[] = {everyByte, project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
@@ -120,9 +125,11 @@ constexpr Command table[] = {
      .mostWords = 1,
      .options = logOptions,
      .summary = "list the latest snapshots, newest first",
-     .details = "The right-hand side tells what changed after each one, that is, what undoing it takes back: added "
-                "(+), modified (~) and deleted (-) files. "
-                "With a path, of a file or a folder, only the snapshots after which it changed are listed.",
+     .details =
+         "The right-hand side tells what changed after each one, that is, what undoing it takes back: added "
+         "(+), modified (~) and deleted (-) files. "
+         "With a path, of a file or a folder, only the snapshots after which it changed are listed, with --patch what "
+         "changed each time. A file is followed to the names that it had before.",
      .example = "tidewrack log -n 5",
      .run = commands::log},
     {.name = "timeline",
@@ -144,7 +151,7 @@ constexpr Command table[] = {
      .example = "tidewrack show 12",
      .run = commands::show},
     {.name = "diff",
-     .words = "A [B] [path...]",
+     .words = "A|--last [B] [path...]",
      .group = Group::history,
      .fills = twoSnapshotsAndPaths,
      .mostWords = Command::anyNumber,
@@ -152,7 +159,7 @@ constexpr Command table[] = {
      .summary = "what changed from snapshot A to B, or to now",
      .details =
          "Added paths stand behind +, modified ones behind ~, deleted ones behind -. Paths, of files or folders, "
-         "narrow it down; -- before them parts them from B.",
+         "narrow it down; -- before them parts them from B, where one is called like a snapshot.",
      .example = "tidewrack diff 12 --patch",
      .run = commands::diff},
     {.name = "find",
@@ -183,7 +190,7 @@ constexpr Command table[] = {
      .effect = Effect::changes,
      .fills = aSnapshot,
      .mostWords = 1,
-     .options = projectOptions,
+     .options = pinOptions,
      .summary = "keep a snapshot for ever",
      .details = "Pruning passes over it until it is unpinned.",
      .example = "tidewrack pin 12",
@@ -194,7 +201,7 @@ constexpr Command table[] = {
      .effect = Effect::changes,
      .fills = aSnapshot,
      .mostWords = 1,
-     .options = projectOptions,
+     .options = pinOptions,
      .summary = "keep a snapshot no longer than others",
      .details = "It goes with a later prune, when it is old enough.",
      .example = "tidewrack unpin 12",

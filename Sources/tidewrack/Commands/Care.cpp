@@ -22,7 +22,10 @@ int setPinned(Invocation& call, bool pinned) {
     const Project project = call.project();
     const std::int64_t seq = call.number(project, word);
     call.engine().setPinned(project, seq, pinned);
-    call.print((pinned ? "Pinned #" : "Unpinned #") + std::to_string(seq) + ".\n");
+    if (call.json())
+        call.printJson({{"version", 1}, {"seq", seq}, {"pinned", pinned}});
+    else
+        call.print((pinned ? "Pinned #" : "Unpinned #") + std::to_string(seq) + ".\n");
     return 0;
 }
 

@@ -16,11 +16,13 @@ int track(Invocation& call);
 int untrack(Invocation& call);
 int projects(Invocation& call);
 
-// Snapshots.cpp
+// Log.cpp
 // "-n", 20 when it is not given.
 [[nodiscard]] std::size_t mostListed(const Args& args);
-int snap(Invocation& call);
 int log(Invocation& call);
+
+// Snapshots.cpp
+int snap(Invocation& call);
 int diff(Invocation& call);
 
 // Find.cpp

@@ -8,6 +8,7 @@
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
+#include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -36,13 +37,19 @@ int untrack(Invocation& call) {
     // a tracked folder that is gone can still be given up by its name.
     if (path && Store::canonical(call.absolute(*path)) != project.root && !isFolder(call.absolute(*path)))
         throw TidewrackError::io(call.absolute(*path) + " is not a folder.");
-    if (call.args.has("--dry-run")) {
-        const std::size_t count = call.store().history(project).seqs().size();
+    const bool dryRun = call.args.has("--dry-run");
+    const std::size_t count = dryRun || call.json() ? call.store().history(project).seqs().size() : 0;
+    if (!dryRun) call.store().untrack(project);
+    if (call.json()) {
+        call.printJson(
+            {{"version", 1}, {"dryRun", dryRun}, {"root", repairedUtf8(project.root)}, {"snapshots", count}});
+        return 0;
+    }
+    if (dryRun) {
         call.print("Would stop tracking " + call.shown(project.root) + " and delete its history of " +
                    std::to_string(count) + (count == 1 ? " snapshot" : " snapshots") + ". Nothing was changed.\n");
         return 0;
     }
-    call.store().untrack(project);
     call.print("Stopped tracking " + call.shown(project.root) + " and deleted its history.\n");
     return 0;
 }

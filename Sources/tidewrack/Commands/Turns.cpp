@@ -105,7 +105,7 @@ int show(Invocation& call) {
     for (const Shown& part : parts) {
         if (parts.size() > 1) call.print(stretchText(part.stretch) + "\n");
         if (call.args.has("--stat"))
-            call.print(statText(call.store(), project, part.sides, part.changes, call.look()));
+            call.print(statText(fileStats(call.store(), project, part.sides, part.changes), call.look()));
         else
             writePatch(call.store(), project, part.sides, part.changes, call.look(),
                        [&call](const std::string& section) { call.print(section); });

@@ -4,13 +4,15 @@
 #include "Platform/Descriptor.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/TextReports.hpp"
+#include "Support/Text.hpp"
+
+#include <nlohmann/json.hpp>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 namespace tidewrack {
 
@@ -54,33 +56,46 @@ bool isTouchedOnly(const Store& store, const Project& project, const Entry& olde
     return sameBytes(*before->content, *after->content);
 }
 
-struct Sums {
-    std::size_t files = 0;
-    std::size_t added = 0;
-    std::size_t removed = 0;
-};
-
 std::string lineCounts(std::size_t added, std::size_t removed) {
     return "+" + std::to_string(added) + " -" + std::to_string(removed);
 }
 
-// What the line of a file says behind its path.
-std::string measure(const std::optional<PatchSide>& before, const std::optional<PatchSide>& after, Sums& sums) {
+void measure(const std::optional<PatchSide>& before, const std::optional<PatchSide>& after, FileStat& stat) {
     for (const auto* side : {&before, &after}) {
-        if (*side && (*side)->kind == PatchSide::Kind::link) return "link";
-        if (*side && !(*side)->content) return "not kept: " + (*side)->notKeptReason;
+        if (*side && (*side)->kind == PatchSide::Kind::link)
+            stat.note = "link";
+        else if (*side && !(*side)->content)
+            stat.note = "not kept: " + (*side)->notKeptReason;
+        if (!stat.note.empty()) return;
     }
     const auto result =
         LineDiff::compare(before ? before->content : std::nullopt, after ? after->content : std::nullopt);
     switch (result.kind) {
-    case LineDiff::Result::Kind::binary: return "binary";
-    case LineDiff::Result::Kind::tooLarge: return "too large to compare";
+    case LineDiff::Result::Kind::binary: stat.note = "binary"; return;
+    case LineDiff::Result::Kind::tooLarge: stat.note = "too large to compare"; return;
     case LineDiff::Result::Kind::text:
     case LineDiff::Result::Kind::unchanged: break;
     }
-    sums.added += result.added;
-    sums.removed += result.removed;
-    return lineCounts(result.added, result.removed);
+    stat.added = result.added;
+    stat.removed = result.removed;
+}
+
+const char* mark(FileChange::Status status) {
+    switch (status) {
+    case FileChange::Status::added: return "+ ";
+    case FileChange::Status::modified: return "~ ";
+    case FileChange::Status::deleted: return "- ";
+    }
+    return "";
+}
+
+const char* name(FileChange::Status status) {
+    switch (status) {
+    case FileChange::Status::added: return "added";
+    case FileChange::Status::modified: return "modified";
+    case FileChange::Status::deleted: return "deleted";
+    }
+    return "";
 }
 
 } // namespace
@@ -95,20 +110,45 @@ Changes withoutTouched(const Store& store, const Project& project, const Engine:
     return result;
 }
 
-std::string statText(const Store& store, const Project& project, const Engine::Sides& sides, const Changes& changes,
-                     const Look& look) {
-    std::string text;
-    Sums sums;
+std::vector<FileStat> fileStats(const Store& store, const Project& project, const Engine::Sides& sides,
+                                const Changes& changes) {
+    std::vector<FileStat> stats;
     for (const std::string& path : changes.all()) {
         const auto before = sideOf(store, project, sides.older.find(path));
         const auto after = sideOf(store, project, sides.newer.find(path));
         if (!before && !after) continue; // a folder
-        ++sums.files;
-        const char* mark = !before ? "+ " : !after ? "- " : "~ ";
-        text += mark + look.shown(path) + "  " + measure(before, after, sums) + "\n";
+        using Status = FileChange::Status;
+        FileStat stat{path, !before ? Status::added : !after ? Status::deleted : Status::modified, 0, 0, ""};
+        measure(before, after, stat);
+        stats.push_back(std::move(stat));
     }
-    if (sums.files == 0) return "No changes.\n";
-    return text + filesText(sums.files) + " changed, " + lineCounts(sums.added, sums.removed) + "\n";
+    return stats;
+}
+
+std::string statText(const std::vector<FileStat>& stats, const Look& look) {
+    if (stats.empty()) return "No changes.\n";
+    std::string text;
+    std::size_t added = 0;
+    std::size_t removed = 0;
+    for (const FileStat& stat : stats) {
+        text += mark(stat.status) + look.shown(stat.path) + "  " +
+                (stat.note.empty() ? lineCounts(stat.added, stat.removed) : stat.note) + "\n";
+        added += stat.added;
+        removed += stat.removed;
+    }
+    return text + filesText(stats.size()) + " changed, " + lineCounts(added, removed) + "\n";
+}
+
+nlohmann::json statJson(const std::vector<FileStat>& stats) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const FileStat& stat : stats) {
+        list.push_back({{"path", repairedUtf8(stat.path)},
+                        {"status", name(stat.status)},
+                        {"added", stat.added},
+                        {"removed", stat.removed}});
+        if (!stat.note.empty()) list.back()["note"] = repairedUtf8(stat.note);
+    }
+    return {{"version", 1}, {"files", list}};
 }
 
 } // namespace tidewrack

@@ -4,7 +4,10 @@
 #include "Engine/Engine.hpp"
 #include "Output.hpp"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <string>
+#include <vector>
 
 namespace tidewrack {
 
@@ -13,8 +16,21 @@ namespace tidewrack {
 [[nodiscard]] Changes withoutTouched(const Store& store, const Project& project, const Engine::Sides& sides,
                                      const Changes& changes);
 
-// One line for each changed file, by path, with the lines added and removed, and their sums; "No changes." for none.
-[[nodiscard]] std::string statText(const Store& store, const Project& project, const Engine::Sides& sides,
-                                   const Changes& changes, const Look& look);
+struct FileStat {
+    std::string path;
+    FileChange::Status status = FileChange::Status::modified;
+    std::size_t added = 0; // lines
+    std::size_t removed = 0;
+    std::string note; // why lines were not counted; empty when they were
+
+    bool operator==(const FileStat&) const = default;
+};
+
+// How much changed in each file, by path.
+[[nodiscard]] std::vector<FileStat> fileStats(const Store& store, const Project& project, const Engine::Sides& sides,
+                                              const Changes& changes);
+// One line for each, and their sums; "No changes." for none.
+[[nodiscard]] std::string statText(const std::vector<FileStat>& stats, const Look& look);
+[[nodiscard]] nlohmann::json statJson(const std::vector<FileStat>& stats);
 
 } // namespace tidewrack

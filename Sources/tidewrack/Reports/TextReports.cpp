@@ -113,10 +113,10 @@ std::string warningsText(const RestoreResult& result, const Look& look) {
     return text;
 }
 
-std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now, const Look& look) {
+std::string logLine(const SnapshotMeta& meta, const std::string& when, const std::string& after, const Look& look) {
     std::string line = "#" + std::to_string(meta.seq);
     if (meta.pinned) line += " \U0001F4CC";
-    line += "  " + ago(meta.created, now) + "  ";
+    line += "  " + when + "  ";
     if (meta.agent) line += rowText(*meta.agent, look) + " ";
     line += rowText(meta.kind, look);
     if (meta.label) line += "  \"" + rowText(shownLabel(*meta.label), look) + "\"";

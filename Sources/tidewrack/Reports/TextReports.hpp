@@ -28,7 +28,9 @@ namespace tidewrack {
 // The warnings alone.
 [[nodiscard]] std::string warningsText(const RestoreResult& result, const Look& look = {});
 
-// One line of the log, whatever the label holds; `after` is what changed after that snapshot, in words.
-[[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& after, Date now, const Look& look);
+// One line of the log, whatever the label holds; `when` is its age or time, `after` what changed after that snapshot,
+// in words.
+[[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& when, const std::string& after,
+                                  const Look& look);
 
 } // namespace tidewrack
