@@ -253,12 +253,21 @@ TEST_F(CommandTest, completions) {
     world.ok({"track"});
     world.ok({"snap", "--label", "clean-up"});
     f.remove("project/lost folder");
+    f.write("other/went", "");
+    world.ok({"track", f.at("other")});
+    for (const std::string kind : {"prompt", "stop"}) {
+        world.ok({"snap", "--kind", kind, "--label", "Tidy\x1b[2J up", "--agent", "claude", "--session", "s-1",
+                  "--project", f.at("other")});
+        f.remove("other/went");
+    }
     const auto offered = [&](std::vector<std::string> words) {
         words.insert(words.begin(), {"_complete", "--"});
         return std::regex_replace(world.ok(words), std::regex("(\t[^\n]*)?\n"), "|");
     };
     for (const auto& [words, offers] : rowsOf("completions.txt")) EXPECT_EQ(offered(words), offers) << words[0];
     EXPECT_NE(world.ok({"_complete", "--", "undo", "2"}).find("s ago  clean-up\n"), std::string::npos);
+    const std::string turn = world.ok({"_complete", "--", "-C", f.at("other"), "undo", "--turn", ""});
+    EXPECT_TRUE(turn.starts_with("2\t") && turn.ends_with("s ago  claude  Tidy\\x1b[2J up\n")) << turn;
 }
 
 TEST_F(CommandTest, usageErrors) {

@@ -26,15 +26,15 @@ constexpr Option keepNew{"--keep-new", "", "leave what was added since"};
 constexpr Option dryRun{"--dry-run", "", "only tell what would be done"};
 constexpr Option newestTurn{"--last", "", "what the newest turn changed"};
 constexpr Option lastTurn{"--last", "", "the newest turn that changed something"};
-constexpr Option ofTurn{"--turn", "N", "the turn that snapshot N belongs to", Fill::snapshot};
-constexpr Option ofSession{"--session", "S", "all turns of a session; its beginning is enough"};
-constexpr Option sessionOf{"--session-of", "N", "all turns of the session that snapshot N belongs to", Fill::snapshot};
+constexpr Option ofTurn{"--turn", "N", "the turn that snapshot N belongs to", Fill::turn};
+constexpr Option ofSession{"--session", "S", "all turns of a session; its beginning is enough", Fill::session};
+constexpr Option sessionOf{"--session-of", "N", "all turns of the session that snapshot N belongs to", Fill::turn};
 constexpr Option overwriteLater{"--force", "", "put paths back whole that were changed since"};
 constexpr Option keepLater{"--keep-later", "", "leave paths alone that were changed since"};
 constexpr Option here{"--here", "", "in this project only, not in others that the turn worked in"};
 constexpr Option withVault{"--vault", "", "also put back what was saved outside of projects for the turn"};
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
-constexpr Option inSession{"--session", "S", "only turns of this session"};
+constexpr Option inSession{"--session", "S", "only turns of this session", Fill::session};
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
 constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
@@ -73,6 +73,7 @@ constexpr Option homeOptions[] = {home};
 constexpr Fill aFolder[] = {Fill::folder};
 constexpr Fill aPath[] = {Fill::path};
 constexpr Fill aSnapshot[] = {Fill::snapshot};
+constexpr Fill aTurn[] = {Fill::turn};
 constexpr Fill twoSnapshotsAndPaths[] = {Fill::snapshot, Fill::snapshot, Fill::path};
 constexpr Fill snapshotAndPaths[] = {Fill::snapshot, Fill::path};
 constexpr Fill snapshotFolderAndPaths[] = {Fill::snapshot, Fill::folder, Fill::path};
@@ -143,7 +144,7 @@ constexpr Command table[] = {
     {.name = "show",
      .words = "[N]",
      .group = Group::history,
-     .fills = aSnapshot,
+     .fills = aTurn,
      .mostWords = 1,
      .options = showOptions,
      .summary = "what a turn did, line by line (default: the newest turn)",

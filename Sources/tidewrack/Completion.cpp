@@ -10,9 +10,11 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
+#include "Timeline/Timeline.hpp"
 #include "Vault/Vault.hpp"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 namespace tidewrack {
@@ -24,14 +26,19 @@ constexpr std::size_t longestDescription = 60;
 
 // The words before the one that is being typed, taken apart.
 struct Typed {
-    std::vector<std::string> words;     // without options
-    const Option* waiting = nullptr;    // the option whose value is being typed
-    std::optional<std::string> project; // --project's value
-    std::optional<std::string> folder;  // -C's value
+    std::vector<std::string> words; // without options
+    std::set<std::string> flags;
+    std::map<std::string, std::string> values; // of options
+    const Option* waiting = nullptr;           // the option whose value is being typed
+    std::optional<std::string> project;        // --project's value
+    std::optional<std::string> folder;         // -C's value
     std::string current;
 };
 
-const Option* optionNamed(std::string_view name) {
+// As the command means it that the words before name.
+const Option* optionNamed(std::string_view name, const std::vector<std::string>& words = {}) {
+    if (const Command* command = commandOf(words))
+        if (const Option* option = command->option(name)) return option;
     for (const Option& option : globalOptions())
         if (option.name == name) return &option;
     for (const Command& command : commandTable())
@@ -48,11 +55,14 @@ Typed takenApart(const std::vector<std::string>& words) {
         } else if (takesValue(words[i])) {
             std::size_t value = i + 1;
             if (words[value] == "=" && value + 1 < words.size()) ++value; // some shells part "--option=value"
-            if (value + 1 == words.size()) typed.waiting = optionNamed(words[i]);
+            if (value + 1 == words.size()) typed.waiting = optionNamed(words[i], typed.words);
+            if (value + 1 < words.size()) typed.values[words[i]] = words[value];
             if (words[i] == "--project" && value + 1 < words.size()) typed.project = words[value];
             if (words[i] == "-C" && value + 1 < words.size()) typed.folder = words[value];
             i = value - (typed.waiting != nullptr ? 1 : 0);
-        } else if (!words[i].starts_with("--")) {
+        } else if (words[i].starts_with("--")) {
+            typed.flags.insert(words[i]);
+        } else {
             typed.words.push_back(words[i]);
         }
     }
@@ -76,10 +86,9 @@ class Offers {
 
   private:
     void offer(std::string_view word, std::string_view description) {
-        if (!word.starts_with(typed_.current)) return;
-        std::string text(firstCharacters(description, longestDescription));
-        std::replace_if(
-            text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+        const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+        if (!word.starts_with(typed_.current) || std::any_of(word.begin(), word.end(), isControl)) return;
+        const std::string text(firstCharacters(escapedControls(description), longestDescription));
         call_.print(std::string(word) + "\t" + text + "\n");
     }
 
@@ -98,8 +107,18 @@ class Offers {
         const Command* command = commandOf(typed_.words);
         if (typed_.words.size() == 1) commands(typed_.words[0] + " ");
         if (command == nullptr || command->fills.empty()) return;
-        const std::size_t index = typed_.words.size() - command->nameWords();
+        std::size_t index = typed_.words.size() - command->nameWords();
+        // A turn may be chosen by an option in place of the snapshot's number: then only paths follow.
+        if (command->fills.front() == Fill::snapshot && command->fills.back() == Fill::path && choosesTurn(*command))
+            index = command->fills.size() - 1;
         if (index < command->mostWords) fill(command->fills[std::min(index, command->fills.size() - 1)], index);
+    }
+
+    [[nodiscard]] bool choosesTurn(const Command& command) const {
+        for (const char* option : {"--last", "--turn", "--session", "--session-of"})
+            if (command.option(option) != nullptr && (typed_.flags.contains(option) || typed_.values.contains(option)))
+                return true;
+        return false;
     }
 
     // The next word of the commands that begin with `before`.
@@ -122,6 +141,8 @@ class Offers {
             return;
         case Fill::folder: call_.print(":folders\n"); return;
         case Fill::snapshot: snapshots(); return;
+        case Fill::turn: turns(); return;
+        case Fill::session: sessions(); return;
         case Fill::agentOrAll: offer("all", "every agent"); [[fallthrough]];
         case Fill::agent:
             for (const Agent agent : allAgents) offer(rawValue(agent), "");
@@ -139,6 +160,41 @@ class Offers {
             offer(std::to_string(meta.seq), ago(meta.created, now()) + "  " + meta.label.value_or(meta.kind));
     }
 
+    // Newest first.
+    std::vector<TimelineRow> turnRows() {
+        const Project project = call_.project(typed_.project);
+        auto rows = Timeline::of(project.root, call_.store().history(project).snapshots()).rows;
+        std::erase_if(rows, [](const TimelineRow& row) { return row.type != TimelineRow::Type::turn; });
+        if (rows.size() > mostOffered) rows.resize(mostOffered);
+        return rows;
+    }
+
+    static std::string describe(const TimelineRow& row) {
+        return ago(row.began, now()) + "  " + row.agent.value_or("") + "  " + row.title;
+    }
+
+    void turns() {
+        for (const TimelineRow& row : turnRows()) offer(std::to_string(row.first), describe(row));
+    }
+
+    void sessions() {
+        std::set<std::string> offered;
+        for (const TimelineRow& row : turnRows())
+            if (row.session && offered.insert(*row.session).second) offer(*row.session, describe(row));
+    }
+
+    // The snapshot that holds what the folder may have lost: the one that is named, or the one before the chosen turn.
+    std::optional<std::int64_t> stateBefore() {
+        const auto named = typed_.values.find("--turn");
+        const bool newest = typed_.flags.contains("--last");
+        if (named == typed_.values.end() && !newest)
+            return typed_.words.size() > 1 ? snapshotNumber(typed_.words[1]) : std::nullopt;
+        const std::int64_t number = newest ? 0 : snapshotNumber(named->second).value_or(-1);
+        for (const TimelineRow& row : turnRows())
+            if (newest || (row.first <= number && number <= row.last)) return row.first;
+        return std::nullopt;
+    }
+
     void vaultEntries() {
         for (const VaultEntry& entry : Vault(call_.store()).entries())
             offer(entry.id, ago(entry.created, now()) + "  " + entry.command);
@@ -146,7 +202,7 @@ class Offers {
 
     // The names that the snapshot holds and the folder no longer does: no shell can know them.
     void lostNames() {
-        const auto number = snapshotNumber(typed_.words.at(1));
+        const auto number = stateBefore();
         if (!number) return;
         const Project project = call_.project(typed_.project);
         const std::size_t slash = typed_.current.rfind('/');
