@@ -11,6 +11,7 @@ from collections import namedtuple
 
 import basics
 import growth
+import history as long_history
 import hooks
 import machine
 import pruning
@@ -21,10 +22,10 @@ from measure import Disk, Results
 INODE_REST = 330  # seconds
 
 # How much of everything; the small ones are for trying the scripts.
-Counts = namedtuple("Counts", "turns history real log projects hook_rounds sizes")
-FULL = Counts(turns=100, history=2000, real=40, log=1000, projects=200, hook_rounds=300,
+Counts = namedtuple("Counts", "turns history real log found projects hook_rounds sizes")
+FULL = Counts(turns=100, history=2000, real=40, log=1000, found=1000, projects=200, hook_rounds=300,
               sizes=[1_000, 3_000, 10_000, 30_000, 100_000, 300_000, 1_000_000])
-SMALL = Counts(turns=10, history=400, real=10, log=50, projects=10, hook_rounds=30, sizes=[1_000, 3_000, 10_000])
+SMALL = Counts(turns=10, history=400, real=10, log=50, found=30, projects=10, hook_rounds=30, sizes=[1_000, 3_000, 10_000])
 
 
 class Bench:
@@ -60,6 +61,7 @@ class Bench:
             "turn": lambda tree: basics.measure_turn(self, tree),
             "hooks": lambda tree: hooks.measure_hooks(self, tree),
             "log": lambda tree: pruning.measure_log(self, tree),
+            "history": lambda tree: long_history.measure_history(self, tree),
             "scale": lambda tree: scale.measure_scale(self, tree),
             "prune": lambda tree: pruning.measure_prune(self, tree),
             "growth": lambda tree: growth.measure_growth(self, tree),

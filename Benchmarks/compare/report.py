@@ -43,7 +43,7 @@ scripts/bench --rounds 3                                                        
 scripts/bench --report build/results/*.json                                            # writes this page
 ```
 
-`--only first,wide,turn,hooks,log,scale,prune,growth` takes any of these parts, `--small --tree FOLDER --rounds 1
+`--only first,wide,turn,hooks,log,history,scale,prune,growth` takes any of these parts, `--small --tree FOLDER --rounds 1
 --no-wait` tries the script in a minute. Each run leaves its figures in `build/results`.
 """
 
@@ -64,6 +64,10 @@ How long an agent waits for `tidewrack hook` before each shell command, as a who
     "log": ("Reading the history", """\
 `log` also tells what has changed since the newest snapshot, so it walks the tree once and compares, as a snapshot does.
 The walk alone is the limit's, which compares nothing."""),
+    "history": ("Finding and taking back", """\
+A history of real turns, in which one file came and went. `find` looks through the listings of all snapshots, `log` with a
+path through those that can tell of it. git looks through commits of the same turns, restic through fewer snapshots;
+`undo --last` plans by state, keeps later work, and takes its safety snapshot first."""),
     "scale": ("From a thousand entries to a million", """\
 Trees of empty files, a hundred in a folder."""),
     "prune": ("Pruning", """\
