@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 using namespace tidewrack;
@@ -83,7 +84,7 @@ void empty(const std::string& path) {
     setText(path, "");
 }
 void removeIt(const std::string& path) {
-    EXPECT_EQ(::rename(path.c_str(), (path + ".elsewhere").c_str()), 0);
+    EXPECT_GT(std::filesystem::remove_all(path), 0U);
 }
 void otherMode(const std::string& path) {
     EXPECT_EQ(::chmod(path.c_str(), 0644), 0);
@@ -199,4 +200,37 @@ TEST_F(CareTest, whatIsDamagedIsToldWithWhatItCosts) {
         f.remove("store");
         ASSERT_EQ(std::system(("cp -a '" + before + "' '" + f.at("store") + "'").c_str()), 0);
     }
+}
+
+// A snapshot's damaged record costs that snapshot alone, and no prune takes for unneeded what it may need.
+TEST_F(CareTest, aDamagedRecordStopsNothingButAPrune) {
+    for (const auto damage : {empty, say<seqOne, seqNine>, makeFolder}) {
+        const std::string record = f.at("store/" + at("@/snapshots/1.json"));
+        const std::string before = textOf(record);
+        damage(record);
+        const std::string log = world.ok({"log"});
+        EXPECT_NE(log.find("\n#1  unreadable  "), std::string::npos) << log;
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 3) << log;
+        EXPECT_EQ(world.ok({"log", "-n", "2"}).find("unreadable"), std::string::npos);
+        for (const std::vector<std::string>& words :
+             std::vector<std::vector<std::string>>{{"log", "--json"}, {"log", "a"}}) {
+            const Outcome outcome = world.run(words);
+            EXPECT_EQ(outcome.status, 0);
+            EXPECT_EQ(outcome.err.find("warning: #1 is left out: "), 0U) << outcome.err;
+        }
+        EXPECT_EQ(world.run({"cat", "last", "a"}).out, "another version");
+        const std::string store = f.listing("store/" + at("@"));
+        EXPECT_EQ(world.run({"prune"}).status, 1);
+        EXPECT_EQ(f.listing("store/" + at("@")), store);
+        f.remove("store/" + at("@/snapshots/1.json"));
+        setText(record, before);
+    }
+    say<own, none>(f.at("store/" + at("@/snapshots/2.json")));
+    EXPECT_EQ(world.run({"prune"}).err, "tidewrack: Corrupt store data: missing manifest for #7\n");
+    const std::string newest = f.at("store/" + at("@/snapshots/3.json"));
+    empty(newest);
+    EXPECT_EQ(world.run({"cat", "last", "a"}).err.find("warning: #3 is passed over: "), 0U);
+    EXPECT_EQ(world.ok({"log"}).find("#3  unreadable  "), 0U);
+    EXPECT_NE(world.run({"snap"}).err.find("previous snapshot #3 is unreadable"), std::string::npos);
+    EXPECT_NE(world.ok({"log"}).find("(without #3, unreadable)"), std::string::npos);
 }

@@ -153,7 +153,8 @@ class Offers {
     }
 
     void snapshots() {
-        auto all = call_.store().history(call_.project(typed_.project)).snapshots();
+        std::vector<UnreadRecord> unread;
+        auto all = call_.store().history(call_.project(typed_.project)).snapshots(unread);
         std::reverse(all.begin(), all.end());
         if (all.size() > mostOffered) all.resize(mostOffered);
         for (const SnapshotMeta& meta : all)

@@ -70,7 +70,8 @@ SnapshotWord Invocation::snapshotWord(std::size_t index, const char* name) const
 
 std::int64_t Invocation::number(const Project& project, const SnapshotWord& word) {
     if (word.kind == SnapshotWord::Kind::number) return word.number;
-    const auto snapshots = store().history(project).snapshots();
+    std::vector<UnreadRecord> unread;
+    const auto snapshots = store().history(project).snapshots(unread);
     std::int64_t lastTurn = 0;
     if (word.kind == SnapshotWord::Kind::lastTurn) {
         const Timeline timeline = Timeline::of(project.root, snapshots);
@@ -89,6 +90,8 @@ std::int64_t Invocation::number(const Project& project, const SnapshotWord& word
     const auto found = std::find_if(snapshots.rbegin(), snapshots.rend(), fits);
     if (found != snapshots.rend()) {
         progress_.wipe();
+        for (const UnreadRecord& record : unread)
+            if (record.seq > found->seq) warn({"#" + std::to_string(record.seq) + " is passed over: " + record.reason});
         around.err.line("#" + std::to_string(found->seq) + ", " + clockText(found->created, now()));
         return found->seq;
     }

@@ -111,11 +111,16 @@ class UnusedManifests {
   public:
     UnusedManifests(const History& history, const std::set<std::int64_t>& inUse) : folder_(history.manifestsFolder()) {
         constexpr std::string_view ending = ".mf";
+        std::set<std::int64_t> missing = inUse;
         for (const std::string& name : listFolder(folder_)) {
             if (!name.ends_with(ending)) continue;
             const auto seq = parseSeq(std::string_view(name).substr(0, name.size() - ending.size()));
-            if (seq && !inUse.contains(*seq)) manifests_.emplace(*seq, name);
+            if (!seq) continue;
+            if (missing.erase(*seq) == 0) manifests_.emplace(*seq, name);
         }
+        // A record that names what isn't there may be a damaged one, and another manifest the one that it needs.
+        if (!missing.empty())
+            throw TidewrackError::corrupt("missing manifest for #" + std::to_string(*missing.begin()));
     }
 
     [[nodiscard]] bool areAllAmong(const std::set<std::int64_t>& numbers) const {
@@ -192,7 +197,9 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     const History history = store.history(project);
     const auto snapshots = history.snapshots();
     const auto seqs = history.seqs();
-    if (seqs.size() != snapshots.size()) requireAllRead(seqs, snapshots);
+    if (!std::equal(seqs.begin(), seqs.end(), snapshots.begin(), snapshots.end(),
+                    [](std::int64_t seq, const SnapshotMeta& meta) { return seq == meta.seq; }))
+        requireAllRead(seqs, snapshots);
     const RetentionPlan plan = planRetention(snapshots, now);
     UnusedManifests unused(history, plan.manifestsInUse);
     UnclaimedContents unclaimed(history.blobsFolder());

@@ -3,6 +3,7 @@
 #include "Platform/Attributes.hpp"
 #include "Platform/Descriptor.hpp"
 #include "Platform/OpenFolder.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
@@ -60,14 +61,36 @@ std::optional<SnapshotMeta> History::latest() const {
 
 namespace {
 
-// The records among these files of the folder.
-std::vector<SnapshotMeta> readRecords(const std::string& folder, std::span<const std::string> names) {
-    std::vector<SnapshotMeta> result;
+struct Records {
+    std::vector<SnapshotMeta> read;
+    std::vector<UnreadRecord> unread;
+};
+
+// The records among these files of the folder. Unless they are collected, one that does not decode is thrown.
+Records readRecords(const std::string& folder, std::span<const std::string> names, bool collects) {
+    Records result;
     for (const std::string& name : names) {
+        if (!name.ends_with(".json")) continue;
+        const auto seq = recordNumber(name);
+        const auto leave = [&](const std::string& reason) {
+            if (seq) result.unread.push_back({*seq, reason});
+        };
         std::string text;
         const std::string path = folder + "/" + name;
-        if (!name.ends_with(".json") || readFile(path, text) != 0) continue;
-        result.push_back(decodeSnapshotMeta(text, path));
+        if (const int error = readFile(path, text)) {
+            if (error != ENOENT) leave("can't read " + path + ": " + errorText(error));
+            continue;
+        }
+        try {
+            SnapshotMeta meta = decodeSnapshotMeta(text, path);
+            if (collects && meta.seq != seq)
+                leave(TidewrackError::corrupt(path + " is the record of #" + std::to_string(meta.seq)).what());
+            else
+                result.read.push_back(std::move(meta));
+        } catch (const TidewrackError& error) {
+            if (!collects) throw;
+            leave(error.what());
+        }
     }
     return result;
 }
@@ -75,6 +98,14 @@ std::vector<SnapshotMeta> readRecords(const std::string& folder, std::span<const
 } // namespace
 
 std::vector<SnapshotMeta> History::snapshots() const {
+    return readAll(nullptr);
+}
+
+std::vector<SnapshotMeta> History::snapshots(std::vector<UnreadRecord>& unread) const {
+    return readAll(&unread);
+}
+
+std::vector<SnapshotMeta> History::readAll(std::vector<UnreadRecord>* unread) const {
     constexpr std::size_t namesForTwo = 256; // reading and decoding so many takes longer than starting a thread
     const std::string folder = snapshotsFolder();
     const auto names = listFolder(folder);
@@ -82,12 +113,17 @@ std::vector<SnapshotMeta> History::snapshots() const {
     const std::size_t half = all.size() < namesForTwo ? 0 : all.size() / 2;
     // Should no thread be had, its half is read at get().
     auto others = std::async(half == 0 ? std::launch::deferred : std::launch::async | std::launch::deferred,
-                             [&] { return readRecords(folder, all.subspan(0, half)); });
-    std::vector<SnapshotMeta> result = readRecords(folder, all.subspan(half));
-    std::vector<SnapshotMeta> rest = others.get();
-    std::move(rest.begin(), rest.end(), std::back_inserter(result));
-    std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.seq < b.seq; });
-    return result;
+                             [&] { return readRecords(folder, all.subspan(0, half), unread != nullptr); });
+    Records result = readRecords(folder, all.subspan(half), unread != nullptr);
+    Records rest = others.get();
+    std::move(rest.read.begin(), rest.read.end(), std::back_inserter(result.read));
+    const auto bySeq = [](const auto& a, const auto& b) { return a.seq < b.seq; };
+    std::sort(result.read.begin(), result.read.end(), bySeq);
+    if (unread == nullptr) return std::move(result.read);
+    *unread = std::move(result.unread);
+    std::move(rest.unread.begin(), rest.unread.end(), std::back_inserter(*unread));
+    std::sort(unread->begin(), unread->end(), bySeq);
+    return std::move(result.read);
 }
 
 SnapshotMeta History::snapshot(std::int64_t seq) const {

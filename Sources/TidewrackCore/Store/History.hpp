@@ -17,6 +17,14 @@
 
 namespace tidewrack {
 
+// A snapshot's record that is there and can't be read.
+struct UnreadRecord {
+    std::int64_t seq = 0;
+    std::string reason;
+
+    bool operator==(const UnreadRecord&) const = default;
+};
+
 class History {
   public:
     // `folder` is the history's own, `root` the project's.
@@ -25,7 +33,11 @@ class History {
     [[nodiscard]] std::vector<std::int64_t> seqs() const; // ascending
     [[nodiscard]] std::optional<std::int64_t> newestSeq() const;
     [[nodiscard]] std::optional<SnapshotMeta> latest() const;
-    [[nodiscard]] std::vector<SnapshotMeta> snapshots() const; // ascending
+    // Ascending. Throws TidewrackError corrupt when a record does not decode.
+    [[nodiscard]] std::vector<SnapshotMeta> snapshots() const;
+    // The same for whoever can do without those that can't be read: `unread` receives them, ascending. Not for who
+    // removes what no record names.
+    [[nodiscard]] std::vector<SnapshotMeta> snapshots(std::vector<UnreadRecord>& unread) const;
     // Throws TidewrackError noSnapshot or corrupt.
     [[nodiscard]] SnapshotMeta snapshot(std::int64_t seq) const;
     [[nodiscard]] Manifest manifest(const SnapshotMeta& meta) const;
@@ -63,6 +75,8 @@ class History {
     [[nodiscard]] std::string blobPath(std::string_view blob) const;
 
   private:
+    [[nodiscard]] std::vector<SnapshotMeta> readAll(std::vector<UnreadRecord>* unread) const;
+
     std::string folder_;
     std::string root_;
 };

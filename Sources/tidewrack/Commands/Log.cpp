@@ -58,13 +58,22 @@ After changesSoFar(Invocation& call, CountsSoFar& soFar, std::int64_t seq) {
 }
 
 // What changed after `meta`, as the next newer record has it.
-After changesAfter(const SnapshotMeta& meta, const SnapshotMeta& newer) {
+After changesAfter(const SnapshotMeta& meta, const SnapshotMeta& newer, const std::vector<UnreadRecord>& unread) {
     const Changes::Counts counts{newer.added, newer.modified, newer.deleted};
     if (newer.seq == meta.seq + 1) return {counts, countsText(counts)};
     // The record knows only what changed since the snapshot before it, which is gone.
     const std::string first = "#" + std::to_string(meta.seq + 1);
     const std::string last = newer.seq == meta.seq + 2 ? "" : "–#" + std::to_string(newer.seq - 1);
-    return {std::nullopt, countsText(counts) + " (without " + first + last + ", pruned)"};
+    const bool hasUnread = std::any_of(unread.begin(), unread.end(), [&](const UnreadRecord& record) {
+        return record.seq > meta.seq && record.seq < newer.seq;
+    });
+    return {std::nullopt,
+            countsText(counts) + " (without " + first + last + (hasUnread ? ", unreadable)" : ", pruned)")};
+}
+
+void warnOfUnread(Invocation& call, const std::vector<UnreadRecord>& unread) {
+    for (const UnreadRecord& record : unread)
+        call.warn({"#" + std::to_string(record.seq) + " is left out: " + record.reason});
 }
 
 std::string whenText(const Invocation& call, Date date) {
@@ -83,19 +92,27 @@ void logOfAll(Invocation& call, const Project& project, std::size_t most) {
     const bool compares = most > 0 && (changed || !call.json());
     const auto newest = compares ? history.newestSeq() : std::nullopt;
     auto soFar = newest ? countsSoFar(call.engine(), project, *newest) : CountsSoFar();
-    auto snapshots = history.snapshots();
+    std::vector<UnreadRecord> unread;
+    auto snapshots = history.snapshots(unread);
+    if (call.json()) warnOfUnread(call, unread);
     std::reverse(snapshots.begin(), snapshots.end());
     if (compares && !snapshots.empty() && snapshots.front().seq != newest) { // one came or went meanwhile
         soFar = {};                                                          // waits for the end of the other one
         soFar = countsSoFar(call.engine(), project, snapshots.front().seq);
     }
     nlohmann::json list = nlohmann::json::array();
+    auto lost = unread.rbegin();
+    const auto tellLost = [&](std::int64_t above) {
+        for (; !call.json() && lost != unread.rend() && lost->seq > above && most > 0; ++lost, --most)
+            call.print(logLine(*lost, call.look()) + "\n");
+    };
     const SnapshotMeta* newer = nullptr;
     for (const SnapshotMeta& meta : snapshots) {
+        tellLost(meta.seq);
         if (most == 0) break;
         After after;
         if (newer != nullptr)
-            after = changesAfter(meta, *newer);
+            after = changesAfter(meta, *newer, unread);
         else if (compares)
             after = changesSoFar(call, soFar, meta.seq);
         newer = &meta;
@@ -106,6 +123,7 @@ void logOfAll(Invocation& call, const Project& project, std::size_t most) {
         else
             call.print(row(call, meta, after.text));
     }
+    tellLost(-1);
     if (call.json()) call.printJson(list);
 }
 
@@ -118,7 +136,9 @@ void warnOrRefuse(Invocation& call, const PathTrail& trail, const std::string& p
 
 // The rows after which something at or below the path changed, with what changed there.
 void logOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
-    const auto records = call.store().history(project).snapshots();
+    std::vector<UnreadRecord> unread;
+    const auto records = call.store().history(project).snapshots(unread);
+    warnOfUnread(call, unread);
     nlohmann::json list = nlohmann::json::array();
     std::size_t listed = 0;
     const auto show = [&](const PathStep& step) {
@@ -168,7 +188,9 @@ void turnsOfAll(Invocation& call, const Project& project, std::size_t most) {
 // The rows of the timeline in which something at or below the path changed, with what changed there.
 void turnsOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
     const TurnUndo undo(call.engine(), project);
-    const auto records = call.store().history(project).snapshots();
+    std::vector<UnreadRecord> unread;
+    const auto records = call.store().history(project).snapshots(unread);
+    warnOfUnread(call, unread);
     std::vector<TimelineRow> rows = undo.timeline().rows;
     for (TimelineRow& row : rows) row.counts = Changes::Counts();
     const auto add = [&](const PathStep& step) {

@@ -123,4 +123,8 @@ std::string logLine(const SnapshotMeta& meta, const std::string& when, const std
     return line + "  →  " + after;
 }
 
+std::string logLine(const UnreadRecord& record, const Look& look) {
+    return "#" + std::to_string(record.seq) + "  unreadable  " + rowText(record.reason, look);
+}
+
 } // namespace tidewrack

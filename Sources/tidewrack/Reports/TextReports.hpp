@@ -32,5 +32,7 @@ namespace tidewrack {
 // in words.
 [[nodiscard]] std::string logLine(const SnapshotMeta& meta, const std::string& when, const std::string& after,
                                   const Look& look);
+// The line of a snapshot of which nothing can be told.
+[[nodiscard]] std::string logLine(const UnreadRecord& record, const Look& look);
 
 } // namespace tidewrack
