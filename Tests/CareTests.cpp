@@ -3,6 +3,7 @@
 #include "Support/TestFolders.hpp"
 
 #include "Support/Files.hpp"
+#include "Support/Text.hpp"
 #include "Vault/Vault.hpp"
 
 #include <fcntl.h>
@@ -233,4 +234,49 @@ TEST_F(CareTest, aDamagedRecordStopsNothingButAPrune) {
     EXPECT_EQ(world.ok({"log"}).find("#3  unreadable  "), 0U);
     EXPECT_NE(world.run({"snap"}).err.find("previous snapshot #3 is unreadable"), std::string::npos);
     EXPECT_NE(world.ok({"log"}).find("(without #3, unreadable)"), std::string::npos);
+}
+
+// What a prune is said to free it frees, and what is large is told with the turn that brought it.
+TEST_F(CareTest, usageTellsWhatTakesRoom) {
+    world.ok({"snap", "--kind", "prompt", "--agent", "claude", "--session", "s", "--label", "make it large"});
+    f.write("project/large", std::string(3'000'000, 'x'));
+    world.ok({"snap", "--kind", "stop", "--agent", "claude", "--session", "s"});
+    const auto usage = [&] { return nlohmann::json::parse(world.ok({"usage", "--json"})); };
+    const auto before = usage()["projects"][0];
+    const auto largest = before["largest"][0];
+    EXPECT_EQ(largest["path"], "large");
+    EXPECT_EQ(largest["size"], 3'000'000);
+    EXPECT_EQ(largest["turn"]["title"], "make it large");
+    EXPECT_EQ(largest["turn"]["agent"], "claude");
+    EXPECT_EQ(before["contents"], 5);
+    EXPECT_EQ(before["prune"]["snapshots"], 0);
+    EXPECT_EQ(usage()["vault"]["entries"], 1);
+    const std::string text = world.ok({"usage"});
+    EXPECT_NE(text.find("\n    3.0 MB  large  #5  claude \"make it large\"\n"), std::string::npos) << text;
+    world.ok({"restore", "4"});
+    for (std::int64_t seq = 1; seq <= 6; ++seq)
+        rewriteRecord(world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 40); });
+    const auto old = usage()["projects"][0];
+    EXPECT_EQ(old["prune"]["snapshots"], 6);
+    EXPECT_EQ(old["prune"]["contents"], 2);
+    world.ok({"prune"});
+    const auto after = usage()["projects"][0];
+    const auto sum = [](const nlohmann::json& of) {
+        return of["bytes"].get<std::int64_t>() + of["listingBytes"].get<std::int64_t>() +
+               of["recordBytes"].get<std::int64_t>();
+    };
+    const std::int64_t shared = old.value("sharedBytes", 0) - after.value("sharedBytes", 0);
+    EXPECT_NEAR(static_cast<double>(sum(old) - sum(after) - shared), old["prune"]["bytes"].get<double>(), 50'000);
+    EXPECT_EQ(after["contents"], 3);
+    for (const auto& [bytes, shown] : std::vector<std::pair<std::int64_t, std::string>>{{0, "0 bytes"},
+                                                                                        {1, "1 byte"},
+                                                                                        {999, "999 bytes"},
+                                                                                        {1000, "1.0 kB"},
+                                                                                        {9949, "9.9 kB"},
+                                                                                        {9950, "10 kB"},
+                                                                                        {999'499, "999 kB"},
+                                                                                        {999'500, "1.0 MB"},
+                                                                                        {300'000'000, "300 MB"},
+                                                                                        {INT64_MAX, "9.2 EB"}})
+        EXPECT_EQ(bytesText(bytes), shown);
 }

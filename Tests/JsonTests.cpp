@@ -192,6 +192,11 @@ TEST(Json, printsWhatIsDocumented) {
     CheckReport damaged;
     damaged.projects.emplace_back().damages.emplace_back();
     document.check("check", checkJson(damaged));
+    run("usage");
+    UsageReport usage;
+    usage.projects.emplace_back().usage.largest.push_back({"1/0", "p", 1, 1, {}});
+    usage.projects.front().turns["1/0"] = {};
+    document.check("usage", usageJson(usage));
 
     f.write("home/f", "x");
     (void)Vault(world.store())

@@ -58,6 +58,7 @@ constexpr Option projectOptions[] = {project};
 constexpr Option pinOptions[] = {project, json};
 constexpr Option pruneOptions[] = {dryRun, project, json};
 constexpr Option checkOptions[] = {everyByte, project, json};
+constexpr Option usageOptions[] = {project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
 constexpr Option undoOptions[] = {lastTurn,  ofTurn, ofSession, sessionOf, dryRun, overwriteLater,
                                   keepLater, here,   withVault, project,   json};
@@ -225,6 +226,15 @@ constexpr Command table[] = {
                 "exit status is 1 then. Changes nothing.",
      .example = "tidewrack check --contents",
      .run = commands::check},
+    {.name = "usage",
+     .group = Group::history,
+     .options = usageOptions,
+     .summary = "how much room the history takes, and what takes most",
+     .details = "Of all projects, or of one with --project, and of the vault: contents, and how much of them is shared "
+                "with other files where the volume tells; listings, records; the largest contents and the turns that "
+                "brought them; what a prune would free now.",
+     .example = "tidewrack usage",
+     .run = commands::usage},
     {.name = "restore",
      .words = "N [path...]",
      .group = Group::gettingBack,

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <linux/btrfs.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -176,6 +177,9 @@ TEST_P(VolumeTest, historySharesBlocksOrSaysThatItCannot) {
             EXPECT_FALSE(extentsOf(on->kept(name)) == extentsOf(on->file(name))) << name;
         }
     }
+    const auto usage = nlohmann::json::parse(on->world.ok({"usage", "--json"}))["projects"][0];
+    EXPECT_GE(usage["bytes"].get<std::int64_t>(), size);
+    EXPECT_EQ(usage["sharedBytes"].get<std::int64_t>(), kind.clones ? size : 0);
     // Moved and not removed, because some volumes give back the room of removed files only after a while.
     for (const char* name : {"one.bin", "two.bin", "deep"})
         EXPECT_EQ(::rename(on->file(name).c_str(), on->world.folder.at(std::string("volume/") + name).c_str()), 0);

@@ -58,6 +58,9 @@ struct SnapshotResult {
 struct PruneResult {
     std::vector<std::int64_t> removedSnapshots; // or those that would be removed, in a dry run
     std::int64_t removedBlobs = 0;              // kept contents deleted, or that would be
+    // Of a dry run: which contents and manifests would go.
+    std::vector<std::string> contents;
+    std::vector<std::int64_t> manifests;
 };
 
 struct RestoreResult {

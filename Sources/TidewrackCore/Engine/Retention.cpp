@@ -67,6 +67,13 @@ class UnclaimedContents {
     [[nodiscard]] std::int64_t count() const { return count_; }
     [[nodiscard]] std::int64_t oldest() const { return oldest_; }
 
+    [[nodiscard]] std::vector<std::string> names() const {
+        std::vector<std::string> result;
+        for (const auto& [seq, contents] : folders_)
+            for (const std::string& content : contents) result.push_back(std::to_string(seq) + "/" + content);
+        return result;
+    }
+
     void claim(const TextBuffer& manifest) {
         std::int64_t latest = -1; // neighbours' contents often lie in one folder
         auto folder = folders_.end();
@@ -126,6 +133,12 @@ class UnusedManifests {
     [[nodiscard]] bool areAllAmong(const std::set<std::int64_t>& numbers) const {
         return std::all_of(manifests_.begin(), manifests_.end(),
                            [&](const auto& each) { return numbers.contains(each.first); });
+    }
+
+    [[nodiscard]] std::vector<std::int64_t> numbers() const {
+        std::vector<std::int64_t> result;
+        for (const auto& [seq, name] : manifests_) result.push_back(seq);
+        return result;
     }
 
     void removeAllButOne() {
@@ -209,8 +222,12 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
         unclaimed.addAllBut(plan.manifestsInUse);
     }
     claimAll(history, plan.manifestsToRead, unclaimed);
-    PruneResult result{plan.remove, unclaimed.count()};
-    if (dryRun) return result;
+    PruneResult result{plan.remove, unclaimed.count(), {}, {}};
+    if (dryRun) {
+        result.contents = unclaimed.names();
+        result.manifests = unused.numbers();
+        return result;
+    }
     for (const std::int64_t seq : plan.remove) removeFileIfThere(history.metaPath(seq));
     unused.removeAllButOne();
     for (const std::string& folder : {history.folder(), history.snapshotsFolder(), history.manifestsFolder()})

@@ -2,6 +2,7 @@
 
 #include <utf8proc.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace tidewrack {
@@ -168,6 +169,21 @@ std::string hexText(std::string_view bytes) {
         hex += digits[byte % 16];
     }
     return hex;
+}
+
+std::string countText(std::int64_t count, const std::string& word) {
+    return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
+}
+
+std::string bytesText(std::int64_t bytes) {
+    if (bytes < 1000) return countText(bytes, "byte");
+    double value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    constexpr const char* units[] = {"", "kB", "MB", "GB", "TB", "PB", "EB"};
+    for (; value >= 999.5; ++unit) value /= 1000;
+    char text[32];
+    std::snprintf(text, sizeof text, value < 9.95 ? "%.1f %s" : "%.0f %s", value, units[unit]);
+    return text;
 }
 
 } // namespace tidewrack

@@ -3,6 +3,7 @@
 // Paths are byte strings; only text that is shown or put into JSON passes through here.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -39,6 +40,12 @@ enum class Tabs { escaped, kept };
 
 // Two hexadecimal digits for each byte, in lower case.
 [[nodiscard]] std::string hexText(std::string_view bytes);
+
+// "1 file", "2 files", of any word that takes an s.
+[[nodiscard]] std::string countText(std::int64_t count, const std::string& word);
+
+// "999 bytes", "1.0 kB", "300 MB"
+[[nodiscard]] std::string bytesText(std::int64_t bytes);
 
 // The form that texts share when they differ only in case or in how their characters are composed. Text that is not
 // UTF-8 comes back unchanged.

@@ -2,14 +2,18 @@
 
 #include "Commands/Commands.hpp"
 #include "Engine/Check.hpp"
+#include "Engine/Usage.hpp"
 #include "Invocation.hpp"
 #include "Reports/CareReports.hpp"
 #include "Reports/JsonReports.hpp"
+#include "Support/Errors.hpp"
+#include "Timeline/TurnUndo.hpp"
 #include "Walk/GitIgnore.hpp"
 #include "Walk/Walker.hpp"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -27,6 +31,22 @@ int setPinned(Invocation& call, bool pinned) {
     else
         call.print((pinned ? "Pinned #" : "Unpinned #") + std::to_string(seq) + ".\n");
     return 0;
+}
+
+// The turns that brought the largest contents, as far as the records tell.
+void addTurns(Invocation& call, const Project& project, UsageReport::Of& of) {
+    try {
+        const TurnUndo undo(call.engine(), project);
+        for (const LargeContent& content : of.usage.largest) {
+            const auto& rows = undo.timeline().rows;
+            const auto found = std::find_if(rows.begin(), rows.end(), [&](const TimelineRow& row) {
+                return row.type == TimelineRow::Type::turn && row.first < content.seq && content.seq <= row.last;
+            });
+            if (found == rows.end()) continue;
+            of.turns[content.blob] = {found->first, found->agent.value_or(""), found->title};
+        }
+    } catch (const TidewrackError&) { // the sizes are worth having
+    }
 }
 
 } // namespace
@@ -63,6 +83,21 @@ int check(Invocation& call) {
     else
         call.print(checkText(report, call.look()));
     return report.isHealthy() ? 0 : 1;
+}
+
+int usage(Invocation& call) {
+    const bool everything = !call.args.value("--project");
+    UsageReport report;
+    for (const Project& project : everything ? call.store().projects() : std::vector{call.project()}) {
+        report.projects.push_back({projectUsage(call.engine(), project, now()), {}});
+        addTurns(call, project, report.projects.back());
+    }
+    if (everything) report.vault = vaultUsage(call.store());
+    if (call.json())
+        call.printJson(usageJson(report));
+    else
+        call.print(usageText(report, call.look()));
+    return 0;
 }
 
 int benchWalk(Invocation& call) {

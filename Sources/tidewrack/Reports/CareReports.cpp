@@ -18,7 +18,13 @@ using Fault = Damage::Fault;
 
 constexpr std::size_t mostRows = 20; // of one project
 constexpr std::size_t mostPaths = 3; // of one row
+constexpr std::size_t longestTitle = 60;
 constexpr std::int64_t second = 1'000'000'000;
+
+std::string shortened(const std::string& title) {
+    if (characterCount(title) <= longestTitle) return title;
+    return std::string(firstCharacters(title, longestTitle - 1)) + "…";
+}
 
 const char* partName(Part part) {
     switch (part) {
@@ -126,10 +132,6 @@ bool CheckReport::isHealthy() const {
            std::all_of(projects.begin(), projects.end(), [](const auto& each) { return each.damages.empty(); });
 }
 
-std::string countText(std::int64_t count, const std::string& word) {
-    return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
-}
-
 std::string numbersText(const std::vector<std::int64_t>& numbers) {
     std::string text;
     for (std::size_t i = 0; i < numbers.size();) {
@@ -172,6 +174,97 @@ nlohmann::json checkJson(const CheckReport& report) {
         object["vault"] = {{"entries", report.vault.entries},
                            {"items", report.vault.items},
                            {"damages", damagesJson(report.vault.damages)}};
+    return object;
+}
+
+namespace {
+
+std::string sharedText(const Space& space) {
+    if (space.shared > 0) return ", " + bytesText(space.shared) + " of it shared with other files";
+    return space.sharedIsKnown ? "" : "; what other files share of it the volume doesn't tell";
+}
+
+std::string largestText(const UsageReport::Of& of, const Look& look) {
+    std::string text;
+    for (const LargeContent& content : of.usage.largest) {
+        text += text.empty() ? "  The largest:\n" : "";
+        text += "    " + bytesText(content.size) + "  " +
+                look.shown(content.path.empty() ? "blobs/" + content.blob : content.path) + "  #" +
+                std::to_string(content.seq);
+        if (const auto turn = of.turns.find(content.blob); turn != of.turns.end())
+            text += "  " + look.shown(turn->second.agent + " \"" + shortened(turn->second.title) + "\"");
+        text += "\n";
+    }
+    return text;
+}
+
+std::string projectText(const UsageReport::Of& of, const Look& look) {
+    const ProjectUsage& usage = of.usage;
+    std::string text = look.shown(usage.root) + ": " + bytesText(usage.taken()) + sharedText(usage.contentSpace) + "\n";
+    text += "  " + countText(usage.contents, "content") + " " + bytesText(usage.contentSpace.taken) + ", listings " +
+            bytesText(usage.listingBytes) + ", records of " + countText(usage.snapshots, "snapshot") + " " +
+            bytesText(usage.recordBytes) + "\n";
+    if (usage.freeable)
+        text += "  A prune would free " + bytesText(usage.freeable->bytes) + ": " +
+                countText(usage.freeable->snapshots, "snapshot") + ", " +
+                countText(usage.freeable->contents, "content") + "\n";
+    else
+        text += "  A prune would fail: " + look.shown(usage.whyNot) + "\n";
+    return text + largestText(of, look);
+}
+
+void addSpace(nlohmann::json& object, const Space& space) {
+    object["bytes"] = space.taken;
+    if (space.sharedIsKnown) object["sharedBytes"] = space.shared;
+}
+
+} // namespace
+
+std::string usageText(const UsageReport& report, const Look& look) {
+    std::string text;
+    std::int64_t sum = 0;
+    for (const UsageReport::Of& of : report.projects) {
+        text += projectText(of, look);
+        sum += of.usage.taken();
+    }
+    if (!report.vault) return text;
+    text += "The vault: " + bytesText(report.vault->space.taken) + sharedText(report.vault->space) + ", " +
+            std::to_string(report.vault->entries) + (report.vault->entries == 1 ? " entry\n" : " entries\n");
+    return text + "In all: " + bytesText(sum + report.vault->space.taken) + "\n";
+}
+
+nlohmann::json usageJson(const UsageReport& report) {
+    nlohmann::json projects = nlohmann::json::array();
+    for (const UsageReport::Of& of : report.projects) {
+        const ProjectUsage& usage = of.usage;
+        nlohmann::json object = {{"id", usage.id},
+                                 {"root", repairedUtf8(usage.root)},
+                                 {"snapshots", usage.snapshots},
+                                 {"contents", usage.contents},
+                                 {"listingBytes", usage.listingBytes},
+                                 {"recordBytes", usage.recordBytes},
+                                 {"largest", nlohmann::json::array()}};
+        addSpace(object, usage.contentSpace);
+        if (usage.freeable)
+            object["prune"] = {{"snapshots", usage.freeable->snapshots},
+                               {"contents", usage.freeable->contents},
+                               {"bytes", usage.freeable->bytes}};
+        for (const LargeContent& content : usage.largest) {
+            nlohmann::json item = {{"path", repairedUtf8(content.path)}, {"size", content.size}, {"seq", content.seq}};
+            addSpace(item, content.space);
+            if (const auto turn = of.turns.find(content.blob); turn != of.turns.end())
+                item["turn"] = {{"first", turn->second.first},
+                                {"agent", repairedUtf8(turn->second.agent)},
+                                {"title", repairedUtf8(turn->second.title)}};
+            object["largest"].push_back(item);
+        }
+        projects.push_back(object);
+    }
+    nlohmann::json object = {{"version", 1}, {"projects", projects}};
+    if (report.vault) {
+        object["vault"] = {{"entries", report.vault->entries}};
+        addSpace(object["vault"], report.vault->space);
+    }
     return object;
 }
 

@@ -1,0 +1,18 @@
+#pragma once
+// How much of a volume a file takes, and shares with others.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tidewrack {
+
+struct FileSpace {
+    std::int64_t taken = 0;             // bytes of the volume
+    std::optional<std::int64_t> shared; // of these also another file's; none where the volume doesn't tell
+};
+
+// Of a file or link itself. Returns an errno value.
+[[nodiscard]] int fileSpace(const std::string& path, FileSpace& out);
+
+} // namespace tidewrack
