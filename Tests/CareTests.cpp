@@ -1,5 +1,6 @@
 // What is damaged in a store is told, whatever it is, and what it costs.
 
+#include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
 #include "Support/Files.hpp"
@@ -279,4 +280,49 @@ TEST_F(CareTest, usageTellsWhatTakesRoom) {
                                                                                         {300'000'000, "300 MB"},
                                                                                         {INT64_MAX, "9.2 EB"}})
         EXPECT_EQ(bytesText(bytes), shown);
+}
+
+TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
+    Project project = world.project();
+    project.maxFileSize = 1000;
+    world.store().add(project);
+    f.write("project/large", std::string(2000, 'x'));
+    EXPECT_NE(world.ok({"snap"}).find(" ms\n1 file of 2.0 kB is listed but not kept.\n"), std::string::npos);
+    const std::string stop = R"({"hook_event_name":"Stop","session_id":"s","cwd":")" + world.projectPath() + "\"}";
+    EXPECT_EQ(Program(world, {"hook", "claude"}, Program::Output::collected, stop).wait().status, 0);
+    EXPECT_NE(f.read("store/hooks.log").find(world.projectPath() + "; 1 file of 2.0 kB is listed but not kept\n"),
+              std::string::npos);
+    const std::string record = f.at("store/" + at("@/snapshots/5.json"));
+    const std::string text = textOf(record);
+    const auto log = [this](const std::string& line) {
+        f.write("store/hooks.log", f.read("store/hooks.log") + isoText(now()) + " " + line + "\n");
+    };
+    struct Row {
+        const char* what;
+        std::function<void()> happens;
+        const char* word;
+        const char* said;
+    };
+    const Row rows[] = {
+        {"all is well", [] {}, "ok", "  1 file of 2.0 kB is listed but not kept: over the limit of size\n"},
+        {"the newest record", [&] { empty(record); }, "trouble", ". Run: tidewrack check\n"},
+        {"mended", [&] { setText(record, text); }, "ok", "\n  claude  agent not found; Stop "},
+        {"a failure", [&] { log("claude Stop 3ms error: no room"); }, "trouble", "\n  A hook failed: no room\n"},
+        {"a success", [&] { log("claude Stop 3ms #6 /x"); }, "ok", "  claude Stop  error: no room\n"},
+        {"no hooks", [&] { f.makeFolder("home/.claude"); }, "ok", ". Run: tidewrack hooks install\n"},
+        {"no project", [&] { world.current = f.at("home"); }, "untracked", ". Run: tidewrack track\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        row.happens();
+        const Outcome brief = world.run({"status", "--short"});
+        EXPECT_EQ(brief.out, std::string(row.word) + "\n");
+        EXPECT_EQ(brief.status, row.word == std::string("ok") ? 0 : 1);
+        const Outcome whole = world.run({"status"});
+        EXPECT_NE(whole.out.find(row.said), std::string::npos) << whole.out << whole.err;
+        const bool healthy = whole.out.find("All is well.\n") != std::string::npos;
+        EXPECT_EQ(healthy, row.word == std::string("ok") && row.what != std::string("no hooks"));
+        EXPECT_EQ(whole.status, healthy ? 0 : 1);
+        EXPECT_EQ(nlohmann::json::parse(world.run({"status", "--json"}).out)["healthy"], healthy);
+    }
 }

@@ -4,6 +4,7 @@
 
 #include "Reports/CareReports.hpp"
 #include "Reports/JsonReports.hpp"
+#include "Reports/StatusReport.hpp"
 #include "Reports/TextReports.hpp"
 #include "Reports/TurnReports.hpp"
 #include "Support/Dates.hpp"
@@ -188,6 +189,13 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(run("prune", {"--dry-run"}),
               (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 
+    run("status", {"--project", world.projectPath()});
+    StatusReport status;
+    status.notKept.failed = {{"p", "r"}};
+    status.agents = {{"a", "s", "h", LoggedEvent()}};
+    status.failures = {LoggedEvent()};
+    status.troubles = {{"w", "m"}};
+    document.check("status", statusJson(status));
     EXPECT_EQ(run("check")["healthy"], true);
     CheckReport damaged;
     damaged.projects.emplace_back().damages.emplace_back();

@@ -38,6 +38,7 @@ constexpr Option inSession{"--session", "S", "only turns of this session", Fill:
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
 constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
+constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
 constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
@@ -58,6 +59,7 @@ constexpr Option projectOptions[] = {project};
 constexpr Option pinOptions[] = {project, json};
 constexpr Option pruneOptions[] = {dryRun, project, json};
 constexpr Option checkOptions[] = {everyByte, project, json};
+constexpr Option statusOptions[] = {oneWord, project, json};
 constexpr Option usageOptions[] = {project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
 constexpr Option undoOptions[] = {lastTurn,  ofTurn, ofSession, sessionOf, dryRun, overwriteLater,
@@ -113,6 +115,14 @@ constexpr Command table[] = {
      .details = "Each with the number of its snapshots and the age of the latest.",
      .example = "tidewrack projects",
      .run = commands::projects},
+    {.name = "status",
+     .group = Group::projects,
+     .options = statusOptions,
+     .summary = "whether this folder's history works",
+     .details = "The newest snapshot and what it did not keep, the room that the history takes, the agents' hooks, "
+                "their last events and failures; whatever is wrong with what mends it, and then the exit status is 1.",
+     .example = "tidewrack status",
+     .run = commands::status},
     {.name = "snap",
      .group = Group::history,
      .options = snapOptions,

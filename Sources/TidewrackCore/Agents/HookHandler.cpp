@@ -217,7 +217,10 @@ class HookCall {
 
     void snapshot(const Project& project, const char* kind, std::string label) const {
         const SnapshotRequest request = context_.request(kind, std::move(label), context_.whole());
-        context_.log(event_.name, HookContext::noteOn(handler_.engine.snapshot(project, request), project));
+        const SnapshotResult result = handler_.engine.snapshot(project, request);
+        std::string note = HookContext::noteOn(result, project);
+        if (const std::string tooLarge = tooLargeText(result.notKept); !tooLarge.empty()) note += "; " + tooLarge;
+        context_.log(event_.name, note);
     }
 
     void backUpDotfiles() {

@@ -5,6 +5,7 @@
 // Work on one path never stops the others: it ends in a warning line. Everything else throws TidewrackError.
 
 #include "Changes/Changes.hpp"
+#include "Engine/NotKept.hpp"
 #include "Engine/RestorePlan.hpp"
 #include "Engine/Temporaries.hpp"
 #include "Platform/Deadline.hpp"
@@ -52,6 +53,7 @@ struct SnapshotResult {
         KeepFailure reason;
     };
     std::optional<Unsaved> firstUnsaved;
+    NotKept notKept;                 // what it lists without its content
     std::vector<std::string> unseen; // those of the warnings that tell what the walk could not see
 };
 

@@ -280,6 +280,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
 SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
     const ProjectLock lock(store.history(project).lockPath(), request.deadline);
     TakenSnapshot taken = snapshotLocked(lock, project, request);
+    taken.result.notKept = notKeptIn(taken.manifest);
     if (!passed(request.deadline)) pruneIfDue(lock, project, taken.result);
     return std::move(taken.result);
 }

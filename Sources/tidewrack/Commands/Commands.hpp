@@ -58,6 +58,9 @@ int hooksUninstall(Invocation& call);
 int hooksPrint(Invocation& call);
 int hooksOther(Invocation& call); // `hooks` with no word, or with one that it does not know
 
+// Status.cpp
+int status(Invocation& call);
+
 // Hook.cpp
 int hook(Invocation& call);
 

@@ -169,9 +169,10 @@ std::optional<std::string> calledProgram(std::string_view calledAs, std::string_
     }
 }
 
-namespace commands {
-
-namespace {
+HooksStatus hooksStatusOf(const HookInstaller& installer, Agent agent) {
+    StatusText status = statusText(installer, agent);
+    return {std::move(status.state), std::move(status.hint)};
+}
 
 HookInstaller installerFor(const Invocation& call) {
     const auto path = call.around.environment.find("PATH");
@@ -182,6 +183,10 @@ HookInstaller installerFor(const Invocation& call) {
     installer.binary = calledProgram(call.around.calledAs, searchPath, folder).value_or(executablePath());
     return installer;
 }
+
+namespace commands {
+
+namespace {
 
 int run(Invocation& call, const std::string& verb) {
     std::vector<std::string> words = call.args.positional;

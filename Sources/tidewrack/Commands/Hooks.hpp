@@ -21,6 +21,17 @@ void runHooks(const std::vector<std::string>& words, const HookInstaller& instal
 // found" or, where the file cannot be read, "unknown"), "path" and, where something is wrong, "hint".
 [[nodiscard]] std::string hooksStatusJson(const HookInstaller& installer);
 
+// One agent's row of `hooks status`.
+struct HooksStatus {
+    std::string state;
+    std::optional<std::string> hint;
+};
+[[nodiscard]] HooksStatus hooksStatusOf(const HookInstaller& installer, Agent agent);
+
+class Invocation;
+// For the home folder and the program that the call is about.
+[[nodiscard]] HookInstaller installerFor(const Invocation& call);
+
 // The absolute path of a program that was called as `calledAs` in `folder`: a bare name is looked up in the
 // colon-separated `searchPath` as a shell does. Links are not resolved. None when nothing is found.
 [[nodiscard]] std::optional<std::string> calledProgram(std::string_view calledAs, std::string_view searchPath,

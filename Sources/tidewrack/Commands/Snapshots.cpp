@@ -44,6 +44,8 @@ int snap(Invocation& call) {
         call.print("#" + std::to_string(meta.seq) + "  " + countsText({meta.added, meta.modified, meta.deleted}) +
                    " since the previous snapshot  " + std::to_string(meta.files) + " files  " +
                    std::to_string(meta.durationMs) + " ms\n");
+    if (const std::string tooLarge = tooLargeText(result.notKept); !call.json() && !tooLarge.empty())
+        call.print(tooLarge + ".\n");
     call.warn(result.warnings);
     return 0;
 }

@@ -1,0 +1,159 @@
+// Whether the history of this folder works.
+
+#include "Agents/LoggedEvents.hpp"
+#include "Commands/Commands.hpp"
+#include "Commands/Hooks.hpp"
+#include "Engine/Usage.hpp"
+#include "Invocation.hpp"
+#include "Platform/ChildProcess.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Process.hpp"
+#include "Platform/Volumes.hpp"
+#include "Reports/StatusReport.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+#include "Support/Text.hpp"
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace tidewrack::commands {
+
+namespace {
+
+constexpr std::size_t mostFailures = 3;
+constexpr auto failureMatters = std::chrono::hours(24);
+
+std::string folderOf(Invocation& call) {
+    if (call.args.value("--project") == "") throw CliError("--project needs a value");
+    return call.absolute(call.args.value("--project").value_or(call.around.currentFolder));
+}
+
+StatusReport::Git askGit() {
+    const std::string program = gitProgram();
+    if (program.empty()) return StatusReport::Git::missing;
+    ChildProcess git;
+    std::string answer;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    int error = git.start({program, {"--version"}, {}});
+    while (error == 0 && answer.find('\n') == std::string::npos) error = git.receive(answer, until);
+    return answer.starts_with("git version") ? StatusReport::Git::answers : StatusReport::Git::silent;
+}
+
+// Whether the latest that some agent's hook did was to fail.
+bool failing(const LoggedEvents& events) {
+    return std::any_of(events.latest.begin(), events.latest.end(), [](const auto& each) {
+        return each.second.isFailure() && now() - each.second.time < failureMatters;
+    });
+}
+
+void addSnapshots(const Engine& engine, StatusReport& report) {
+    const Project& project = *report.project;
+    const History history = engine.store.history(project);
+    const auto trouble = [&](const std::string& what) { report.troubles.push_back({what, "Run: tidewrack check"}); };
+    try {
+        Engine::checkRoot(project);
+    } catch (const TidewrackError& error) {
+        report.troubles.push_back({error.what(), "Run: tidewrack restore last, once it is a folder again"});
+    }
+    try {
+        report.snapshots = static_cast<std::int64_t>(history.seqs().size());
+        report.newest = history.latest();
+        if (report.newest) report.notKept = notKeptIn(history.manifest(*report.newest));
+    } catch (const TidewrackError& error) {
+        trouble(error.what());
+    }
+    if (report.snapshots == 0) report.troubles.push_back({"There is no snapshot yet", "Run: tidewrack snap"});
+    if (!report.notKept.failed.empty())
+        report.troubles.push_back({countText(static_cast<std::int64_t>(report.notKept.failed.size()), "path") +
+                                       " could not be kept by the newest snapshot",
+                                   "Try again: tidewrack snap"});
+    report.bytes = storedBytes(history);
+    report.sharesBlocks = history.sharesVolume() && volumeClones(project.root);
+    report.git = askGit();
+    if (report.git != StatusReport::Git::answers && exists(joined(project.root, ".git")))
+        report.troubles.push_back({"git doesn't tell which folders it ignores", "See whether `git --version` works"});
+}
+
+void addHooks(Invocation& call, StatusReport& report) {
+    std::string log;
+    (void)readFile(call.store().home + "/hooks.log", log);
+    LoggedEvents events = loggedEvents(log);
+    const std::size_t passed = events.failures.size() - std::min(events.failures.size(), mostFailures);
+    report.failures.assign(events.failures.begin() + static_cast<std::ptrdiff_t>(passed), events.failures.end());
+    if (failing(events)) report.troubles.push_back({"A hook failed: " + report.failures.back().message.substr(7), {}});
+    bool present = false;
+    bool installed = false;
+    const HookInstaller installer = installerFor(call);
+    for (const Agent agent : allAgents) {
+        StatusReport::AgentState state{std::string(rawValue(agent)), {}, {}, {}};
+        const auto status = hooksStatusOf(installer, agent);
+        state.state = status.state;
+        state.hint = status.hint;
+        present = present || state.state != "agent not found";
+        installed = installed || state.state == "installed";
+        if (state.hint) report.troubles.push_back({"The hooks of " + state.agent + ": " + *state.hint, {}});
+        if (const auto latest = events.latest.find(state.agent); latest != events.latest.end())
+            state.latest = latest->second;
+        report.agents.push_back(std::move(state));
+    }
+    if (present && !installed)
+        report.troubles.push_back({"No agent's hooks are installed", "Run: tidewrack hooks install"});
+}
+
+// The end of a file.
+std::string tailOf(const std::string& path) {
+    constexpr off_t most = 4096;
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file) return {};
+    const off_t size = ::lseek(file.get(), 0, SEEK_END);
+    std::string text(static_cast<std::size_t>(std::min(size, most)), '\0');
+    const ssize_t count = ::pread(file.get(), text.data(), text.size(), std::max<off_t>(size - most, 0));
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return text;
+}
+
+// For prompts: only what a glance tells.
+const char* shortStatus(Invocation& call) {
+    try {
+        const auto project = call.store().projectContaining(folderOf(call));
+        if (!project) return "untracked";
+        const History history = call.store().history(*project);
+        const auto newest = history.latest();
+        if (!newest || !exists(history.manifestPath(newest->manifestOf)) || !isFolder(project->root)) return "trouble";
+        const LoggedEvents events = loggedEvents(tailOf(call.store().home + "/hooks.log"));
+        return failing(events) ? "trouble" : "ok";
+    } catch (const TidewrackError&) {
+        return "trouble";
+    }
+}
+
+} // namespace
+
+int status(Invocation& call) {
+    if (call.args.has("--short")) {
+        const std::string word = shortStatus(call);
+        call.print(word + "\n");
+        return word == "ok" ? 0 : 1;
+    }
+    StatusReport report;
+    report.folder = folderOf(call);
+    report.project = call.store().projectContaining(report.folder);
+    if (report.project)
+        addSnapshots(call.engine(), report);
+    else
+        report.troubles.push_back({"This folder isn't tracked", "Run: tidewrack track"});
+    addHooks(call, report);
+    if (call.json())
+        call.printJson(statusJson(report));
+    else
+        call.print(statusText(report, now(), call.look()));
+    return report.troubles.empty() ? 0 : 1;
+}
+
+} // namespace tidewrack::commands
