@@ -3,6 +3,7 @@
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
+#include "Platform/Attributes.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
 #include "Vault/Vault.hpp"
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <sstream>
 
 using namespace tidewrack;
@@ -118,10 +120,20 @@ void say(const std::string& path) {
     ASSERT_NE(text.find(from), std::string::npos) << text;
     setText(path, text.replace(text.find(from), from.size(), To));
 }
+constexpr char seqTwo[] = R"("seq":2)";
 constexpr char seqOne[] = R"("seq":1)", seqNine[] = R"("seq":9)", files[] = R"("files":3)", many[] = R"("files":4)";
 constexpr char own[] = R"("manifestOf":2)", none[] = R"("manifestOf":7)", root[] = "project\"}",
                moved[] = "elsewhere\"}";
 constexpr char notes[] = R"("stored":"items)", up[] = R"("stored":"..)";
+
+// What all files in a folder hold.
+std::multiset<std::string> textsBelow(const std::string& folder) {
+    std::multiset<std::string> texts;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+        if (entry.is_regular_file() && !entry.is_symlink() && entry.file_size() > 0)
+            texts.insert(textOf(entry.path().string()));
+    return texts;
+}
 
 // A listing that says something else.
 template <const char* Path, const char* Blob>
@@ -325,4 +337,72 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
         EXPECT_EQ(whole.status, healthy ? 0 : 1);
         EXPECT_EQ(nlohmann::json::parse(world.run({"status", "--json"}).out)["healthy"], healthy);
     }
+}
+
+// Nothing is deleted, and everything works afterwards.
+TEST_F(CareTest, repairMendsWhatItCan) {
+    struct Row {
+        const char* place;
+        void (*damage)(const std::string& path);
+        const char* how;  // of the place itself
+        const char* left; // what a check then says of it
+        const char* log;  // the log's numbers
+    };
+    const Row rows[] = {
+        {"@/snapshots/1.json", empty, "recovered", "", "321"},
+        {"@/snapshots/1.json", removeIt, "recovered", "", "321"},
+        {"@/snapshots/1.json", makeFolder, "recovered", "", "321"},
+        {"@/snapshots/2.json", say<seqTwo, seqNine>, "recovered", "", "321"},
+        {"@/snapshots/3.json", cut, "moved aside", "", "21"},
+        {"@/manifests/1.mf", cut, "moved aside", "", "32"},
+        {"@/manifests/2.mf", empty, "moved aside", "", "1"},
+        {"blob 1 folder/b", removeIt, "rebuilt", "", "321"},
+        {"blob 1 folder/b", change, "rebuilt", "", "321"},
+        {"blob 1 folder/b", makeFolder, "rebuilt", "", "321"},
+        {"blob 1 folder/b", otherMode, "reset", "", "321"},
+        {"blob 1 link", removeIt, "rebuilt", "", "321"},
+        {"blob 1 a", empty, "moved aside", " is missing; costs a in #1\n", "321"},
+        {"@/project.json", cut, "rebuilt", "", "321"},
+        {"@/project.json", removeIt, "rebuilt", "", "321"},
+        {"@/project.json", say<root, moved>, "rebuilt", "", "321"},
+    };
+    const std::string before = f.at("before");
+    ASSERT_EQ(std::system(("cp -a '" + f.at("store") + "' '" + before + "'").c_str()), 0);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.place);
+        const std::string place = at(row.place);
+        const std::string project = world.project().id;
+        row.damage(f.at("store/" + place));
+        const auto had = textsBelow(f.at("store"));
+        const Outcome outcome = world.run({"check", "--repair"});
+        EXPECT_EQ(outcome.status, *row.left == 0 ? 0 : 1) << outcome.out << outcome.err;
+        EXPECT_NE(outcome.out.find("  " + place + ": " + row.how + "\n"), std::string::npos) << outcome.out;
+        const auto has = textsBelow(f.at("store"));
+        EXPECT_TRUE(std::includes(has.begin(), has.end(), had.begin(), had.end()));
+        EXPECT_EQ(damages(), *row.left == 0 ? "" : place + row.left);
+        std::string numbers;
+        std::istringstream log(world.ok({"log"}));
+        for (std::string line; std::getline(log, line);) numbers += line.substr(1, 1);
+        EXPECT_EQ(numbers, row.log);
+        EXPECT_EQ(world.ok({"prune"}), "Removed 0 snapshots, 0 stored files.\n");
+        if (*row.left == 0 && std::string_view(row.log).ends_with('1')) {
+            world.ok({"restore", "1"});
+            EXPECT_EQ(f.read("project/a"), "first version");
+            EXPECT_EQ(f.read("project/folder/b"), "stays");
+            world.ok({"redo"});
+        }
+        EXPECT_EQ(f.read("project/a"), "another version");
+        f.remove("store");
+        ASSERT_EQ(std::system(("cp -a '" + before + "' '" + f.at("store") + "'").c_str()), 0);
+    }
+    empty(f.at("store/" + at("&/entry.json")));
+    EXPECT_NE(world.ok({"check", "--repair"}).find("  " + at("&") + ": moved aside\n"), std::string::npos);
+    EXPECT_EQ(world.ok({"check", "--repair"}).find("Nothing was to be mended.\n"), 0U);
+    // A recovered one that is old may have been pinned.
+    rewriteRecord(world, 1, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 40); });
+    EXPECT_EQ(setModificationTime(AT_FDCWD, f.at("store/" + at("@/manifests/1.mf")).c_str(), 1), 0);
+    empty(f.at("store/" + at("@/snapshots/1.json")));
+    world.ok({"check", "--repair"});
+    EXPECT_EQ(world.ok({"prune"}), "Removed 0 snapshots, 0 stored files.\n");
+    EXPECT_TRUE(world.history().snapshot(1).pinned);
 }

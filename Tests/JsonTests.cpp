@@ -199,6 +199,7 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(run("check")["healthy"], true);
     CheckReport damaged;
     damaged.projects.emplace_back().damages.emplace_back();
+    damaged.repairs.emplace(1).front().mendings.emplace_back();
     document.check("check", checkJson(damaged));
     run("usage");
     UsageReport usage;

@@ -39,6 +39,7 @@ constexpr Option withCommands{"--commands", "", "with the commands that were run
 constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
 constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
+constexpr Option mend{"--repair", "", "mend what can be mended, and move aside what is damaged"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
 constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
@@ -58,7 +59,7 @@ constexpr Option diffOptions[] = {newestTurn, patch, stat, content, noPager, pro
 constexpr Option projectOptions[] = {project};
 constexpr Option pinOptions[] = {project, json};
 constexpr Option pruneOptions[] = {dryRun, project, json};
-constexpr Option checkOptions[] = {everyByte, project, json};
+constexpr Option checkOptions[] = {everyByte, mend, project, json};
 constexpr Option statusOptions[] = {oneWord, project, json};
 constexpr Option usageOptions[] = {project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
@@ -233,7 +234,9 @@ constexpr Command table[] = {
      .summary = "look whether all that was kept is there and whole",
      .details = "Every record, listing and content of all projects, or of one with --project, and the vault: there, "
                 "readable, and of the size, mode and time it was kept with. Tells which snapshots a damage costs; the "
-                "exit status is 1 then. Changes nothing.",
+                "exit status is 1 then. Changes nothing without --repair. That writes lost records anew from "
+                "their listings, and contents from unchanged files of the project; what it can't mend it moves aside, into "
+                "the folder `damaged` of the store, and deletes nothing.",
      .example = "tidewrack check --contents",
      .run = commands::check},
     {.name = "usage",

@@ -266,6 +266,16 @@ void takeBack(Scene& scene) {
     scene.world.ok({"undo", "--last"});
 }
 
+// A record, a content that the project has as well, and a listing, with what it alone names.
+void damageHistory(Scene& scene) {
+    scene.history();
+    const History history = scene.world.history();
+    scene.f.remove("project/unsaved");
+    const auto blob = std::string(scene.world.manifestOf(3).find("stays")->blob);
+    EXPECT_EQ(::unlink(history.blobPath(blob).c_str()), 0);
+    for (const std::string& path : {history.metaPath(2), history.manifestPath(3)}) writeFileSoon(path, "damaged");
+}
+
 const std::string endsTurn = R"({"hook_event_name":"Stop","session_id":"s","cwd":"@/project"})";
 const std::string runs = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project","tool_name":"Bash",)";
 const std::string removesNotes = runs + R"("tool_input":{"command":"rm -rf @/home/notes"}})";
@@ -282,6 +292,7 @@ const std::vector<Operation>& operations() {
         {"redo", {"redo"}, takeBack},
         {"prune", {"prune"}, makeOldSnapshotsDue, "", false, {1, 2}},
         {"pin", {"pin", "2"}},
+        {"check that repairs", {"check", "--repair"}, damageHistory, "", false, {3}},
         {"untrack", {"untrack"}, history, "", true},
         {"hook that takes a snapshot", {"hook", "claude"}, history, removesFile},
         {"hook that saves to the vault", {"hook", "claude"}, history, removesNotes},
@@ -374,6 +385,9 @@ class Attempt {
                            scene_.f.read("store/hooks.log").find(" 1 saved, 0 skipped") != std::string::npos;
         if (saved && operation_.input == removesNotes) scene_.f.remove("home/notes");
         if (scene_.f.read("report") == "end" && operation_.input == removesFile) scene_.f.remove("project/file");
+        if (operation_.words[0] == "check") { // what was damaged before is none of the fault's
+            EXPECT_EQ(scene_.world.run(operation_.words).status, 0);
+        }
         const auto recoverable = scene_.recoverable();
         for (const std::string& content : before_)
             EXPECT_TRUE(operation_.losesHistory || recoverable.contains(content)) << content;

@@ -148,8 +148,10 @@ class Contents {
 
 class ProjectCheck {
   public:
-    ProjectCheck(const Store& store, const std::string& id, CheckDepth depth, const Progress& progress)
-        : store_(store), history_(store.home + "/projects/" + id, {}), contents_(history_, depth), progress_(progress) {
+    ProjectCheck(const Store& store, const std::string& id, CheckDepth depth, const Progress& progress,
+                 const ProjectLock* held)
+        : store_(store), history_(store.home + "/projects/" + id, {}), contents_(history_, depth), progress_(progress),
+          held_(held) {
         result_.id = id;
     }
 
@@ -313,6 +315,7 @@ class ProjectCheck {
 
     // Whoever made or removes the listing holds the lock.
     bool isBeingWorkedOn(std::int64_t number) {
+        if (held_ != nullptr) return false;
         try {
             const ProjectLock lock(history_.lockPath(), std::chrono::steady_clock::now() + std::chrono::seconds(2));
         } catch (const TidewrackError&) {
@@ -357,6 +360,7 @@ class ProjectCheck {
     History history_;
     Contents contents_;
     const Progress& progress_;
+    const ProjectLock* held_;
     CheckedProject result_;
     std::map<std::int64_t, Metas> byListing_; // records that can be read, by the number of their listing
     Metas readable_;                          // ascending
@@ -451,8 +455,9 @@ std::vector<std::string> projectFolders(const Store& store) {
     return names;
 }
 
-CheckedProject checkProject(const Store& store, const std::string& id, CheckDepth depth, const Progress& progress) {
-    return ProjectCheck(store, id, depth, progress).run();
+CheckedProject checkProject(const Store& store, const std::string& id, CheckDepth depth, const Progress& progress,
+                            const ProjectLock* held) {
+    return ProjectCheck(store, id, depth, progress, held).run();
 }
 
 CheckedVault checkVault(const Store& store, CheckDepth depth) {

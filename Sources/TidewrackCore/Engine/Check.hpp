@@ -64,9 +64,10 @@ enum class CheckDepth { attributes, bytes };
 
 // The names of the folders in which projects have, or had, their history; ascending.
 [[nodiscard]] std::vector<std::string> projectFolders(const Store& store);
-// Throws TidewrackError only where the folders of the history can't be listed.
+// `held`: the project's lock, where the caller has it. Throws TidewrackError only where the folders of the history
+// can't be listed.
 [[nodiscard]] CheckedProject checkProject(const Store& store, const std::string& id, CheckDepth depth,
-                                          const Progress& progress = {});
+                                          const Progress& progress = {}, const ProjectLock* held = nullptr);
 [[nodiscard]] CheckedVault checkVault(const Store& store, CheckDepth depth);
 
 } // namespace tidewrack

@@ -29,9 +29,10 @@ std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots,
 }
 
 // A snapshot takes contents over from its direct predecessor only; one recorded after a restore takes them from any
-// earlier snapshot. Where the direct predecessor is gone nothing vouches for the contents.
+// earlier snapshot, and one whose record was recovered may have been such a one. Where the direct predecessor is gone
+// nothing vouches for the contents.
 bool isVouchedFor(const SnapshotMeta& meta, const SnapshotMeta* before) {
-    return before != nullptr && before->seq == meta.seq - 1 && meta.kind != "restored";
+    return before != nullptr && before->seq == meta.seq - 1 && meta.kind != "restored" && meta.kind != "recovered";
 }
 
 void planContents(const std::vector<SnapshotMeta>& snapshots, RetentionPlan& plan) {

@@ -2,11 +2,13 @@
 
 #include "Commands/Commands.hpp"
 #include "Engine/Check.hpp"
+#include "Engine/Repair.hpp"
 #include "Engine/Usage.hpp"
 #include "Invocation.hpp"
 #include "Reports/CareReports.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
 #include "Timeline/TurnUndo.hpp"
 #include "Walk/GitIgnore.hpp"
 #include "Walk/Walker.hpp"
@@ -49,6 +51,30 @@ void addTurns(Invocation& call, const Project& project, UsageReport::Of& of) {
     }
 }
 
+// Folders that may be a project's whose record is lost: this one and those around it.
+std::vector<std::string> foldersAround(Invocation& call) {
+    std::vector<std::string> folders = {Store::canonical(call.absolute(call.around.currentFolder))};
+    while (folders.back().size() > 1) folders.emplace_back(parentOf(folders.back()));
+    return folders;
+}
+
+// Mends what can be mended; the report then has what is left.
+void repair(Invocation& call, CheckDepth depth, CheckReport& report) {
+    report.repairs.emplace();
+    for (CheckedProject& project : report.projects) {
+        if (project.damages.empty()) continue;
+        try {
+            report.repairs->push_back(repairProject(call.engine(), project.id, foldersAround(call), depth));
+            project = report.repairs->back().after;
+        } catch (const TidewrackError& error) { // the others can be mended all the same
+            report.repairs->push_back({{}, {error.what()}, {}, {}});
+        }
+    }
+    if (report.vault.damages.empty()) return;
+    report.repairs->push_back(repairVault(call.store(), report.vault));
+    report.vault = checkVault(call.store(), depth);
+}
+
 } // namespace
 
 int pin(Invocation& call) {
@@ -78,6 +104,7 @@ int check(Invocation& call) {
         report.projects.push_back(checkProject(call.store(), id, depth, call.engine().progress));
     report.withVault = everything;
     if (everything) report.vault = checkVault(call.store(), depth);
+    if (call.args.has("--repair")) repair(call, depth, report);
     if (call.json())
         call.printJson(checkJson(report));
     else

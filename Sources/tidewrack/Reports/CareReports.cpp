@@ -110,6 +110,40 @@ std::string verdict(const std::vector<Damage>& damages) {
     return damages.empty() ? "all is well" : countText(static_cast<std::int64_t>(damages.size()), "damage");
 }
 
+const char* howName(Mending::How how) {
+    switch (how) {
+    case Mending::How::movedAside: return "moved aside";
+    case Mending::How::rebuilt: return "rebuilt";
+    case Mending::How::recovered: return "recovered";
+    case Mending::How::reset: return "reset";
+    }
+    return "";
+}
+
+std::string repairsText(const std::vector<RepairResult>& repairs, const Look& look) {
+    std::string text;
+    for (const RepairResult& repair : repairs) {
+        for (const Mending& mending : repair.mendings)
+            text += "  " + look.shown(mending.place) + ": " + howName(mending.how) + "\n";
+        for (const std::string& failure : repair.failures) text += "  " + look.shown(failure) + "\n";
+        if (!repair.aside.empty()) text += "  What was moved is in " + look.shown(repair.aside) + "\n";
+    }
+    return text.empty() ? "Nothing was to be mended.\n" : "Mended:\n" + text;
+}
+
+nlohmann::json repairsJson(const std::vector<RepairResult>& repairs) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const RepairResult& repair : repairs) {
+        nlohmann::json mendings = nlohmann::json::array();
+        for (const Mending& mending : repair.mendings)
+            mendings.push_back({{"place", repairedUtf8(mending.place)}, {"how", howName(mending.how)}});
+        nlohmann::json failures = nlohmann::json::array();
+        for (const std::string& failure : repair.failures) failures.push_back(repairedUtf8(failure));
+        list.push_back({{"mendings", mendings}, {"failures", failures}, {"aside", repairedUtf8(repair.aside)}});
+    }
+    return list;
+}
+
 nlohmann::json damagesJson(const std::vector<Damage>& damages) {
     nlohmann::json list = nlohmann::json::array();
     for (const Damage& damage : damages) {
@@ -146,7 +180,7 @@ std::string numbersText(const std::vector<std::int64_t>& numbers) {
 }
 
 std::string checkText(const CheckReport& report, const Look& look) {
-    std::string text;
+    std::string text = report.repairs ? repairsText(*report.repairs, look) : std::string();
     for (const CheckedProject& project : report.projects)
         text += look.shown(project.root.empty() ? "projects/" + project.id : project.root) + ": " +
                 countText(project.snapshots, "snapshot") + ", " + countText(project.listings, "listing") + ", " +
@@ -170,6 +204,7 @@ nlohmann::json checkJson(const CheckReport& report) {
                             {"bytes", project.bytes},
                             {"damages", damagesJson(project.damages)}});
     nlohmann::json object = {{"version", 1}, {"healthy", report.isHealthy()}, {"projects", projects}};
+    if (report.repairs) object["repairs"] = repairsJson(*report.repairs);
     if (report.withVault)
         object["vault"] = {{"entries", report.vault.entries},
                            {"items", report.vault.items},

@@ -2,6 +2,7 @@
 // What the commands that look after the history show.
 
 #include "Engine/Check.hpp"
+#include "Engine/Repair.hpp"
 #include "Engine/Usage.hpp"
 #include "Output.hpp"
 
@@ -17,7 +18,8 @@ namespace tidewrack {
 struct CheckReport {
     std::vector<CheckedProject> projects;
     CheckedVault vault;
-    bool withVault = false; // whether it was looked at
+    bool withVault = false;                           // whether it was looked at
+    std::optional<std::vector<RepairResult>> repairs; // what was mended before; none: nothing was to be
 
     [[nodiscard]] bool isHealthy() const;
 };

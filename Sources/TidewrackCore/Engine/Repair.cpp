@@ -1,0 +1,346 @@
+#include "Engine/Repair.hpp"
+
+#include "Engine/RetentionPlan.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Json.hpp"
+#include "Support/Paths.hpp"
+#include "Walk/Walker.hpp"
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <unordered_set>
+
+namespace tidewrack {
+
+namespace {
+
+using Part = Damage::Part;
+using Fault = Damage::Fault;
+using How = Mending::How;
+
+constexpr int mostRounds = 4; // mending a record may show what it hid
+
+void require(int error, const char* action, const std::string& path) {
+    if (error != 0) throw TidewrackError::io(action, path, error);
+}
+
+// The folder for what is moved aside: each thing keeps its path below the store's.
+class Aside {
+  public:
+    Aside(const Store& store, RepairResult& result) : home_(store.home), result_(result) {}
+
+    void move(const std::string& place) {
+        const std::string from = joined(home_, place);
+        if (::rename(from.c_str(), newPlace(place).c_str()) != 0) throw TidewrackError::io("move", from, errno);
+        result_.mendings.push_back({How::movedAside, place});
+    }
+
+    // Leaves it where it is as well, for what is then replaced.
+    void copy(const std::string& place) { require(copyTree(joined(home_, place), newPlace(place), {}), "copy", place); }
+
+  private:
+    std::string newPlace(const std::string& place) {
+        if (result_.aside.empty()) {
+            const std::string stem = home_ + "/damaged/" + isoText(now());
+            std::string folder = stem;
+            for (int n = 2; exists(folder); ++n) folder = stem + "-" + std::to_string(n);
+            require(makeFolders(folder, 0700), "create", folder);
+            result_.aside = folder;
+        }
+        std::string path = joined(result_.aside, place);
+        require(makeFolders(std::string(parentOf(path)), 0700), "create", path);
+        const std::string stem = path;
+        for (int n = 2; exists(path); ++n) path = stem + "-" + std::to_string(n);
+        return path;
+    }
+
+    const std::string& home_;
+    RepairResult& result_;
+};
+
+class Repair {
+  public:
+    Repair(const Engine& engine, std::string id, const std::vector<std::string>& roots, CheckDepth depth)
+        : engine_(engine), store_(engine.store), id_(std::move(id)), roots_(roots), depth_(depth),
+          history_(store_.home + "/projects/" + id_, {}), lock_(history_.lockPath()), aside_(store_, result_) {}
+
+    RepairResult run() {
+        for (int round = 0; round < mostRounds; ++round) {
+            result_.after = checkProject(store_, id_, depth_, engine_.progress, &lock_);
+            root_ = result_.after.root;
+            result_.failures.clear();
+            lost_.clear();
+            const std::size_t before = result_.mendings.size();
+            for (const Damage& damage : result_.after.damages) attempt([&] { mend(damage); });
+            if (result_.mendings.size() == before) break;
+        }
+        if (!lost_.empty()) attempt([this] { moveLost(); });
+        result_.after = checkProject(store_, id_, depth_, engine_.progress, &lock_);
+        return std::move(result_);
+    }
+
+  private:
+    // One thing that can't be mended does not keep the others.
+    template <typename Action>
+    void attempt(Action action) {
+        try {
+            action();
+        } catch (const TidewrackError& error) {
+            result_.failures.emplace_back(error.what());
+        }
+    }
+
+    void mend(const Damage& damage) {
+        switch (damage.part) {
+        case Part::project: return mendProject(damage);
+        case Part::record: return mendRecord(damage);
+        case Part::listing: return mendListing(damage);
+        case Part::content: return mendContent(damage);
+        case Part::vaultRecord:
+        case Part::vaultItem: return;
+        }
+    }
+
+    void done(How how, const std::string& place) { result_.mendings.push_back({how, place}); }
+
+    // The id holds a part of the root's checksum, so that of a folder it can be told whether it is the one.
+    void mendProject(const Damage& damage) {
+        requireLasting(damage);
+        const auto root = std::find_if(roots_.begin(), roots_.end(),
+                                       [&](const std::string& each) { return Store::projectID(each) == id_; });
+        if (root == roots_.end())
+            throw TidewrackError::refused("Run this in the folder that the history " + id_ + " is of, to mend " +
+                                          damage.place + ".");
+        Project project;
+        project.created = now();
+        project.excludes = defaultExcludes();
+        project.excludesIfIgnored = defaultExcludesIfIgnored();
+        std::sort(project.excludes.begin(), project.excludes.end());
+        std::sort(project.excludesIfIgnored->begin(), project.excludesIfIgnored->end());
+        std::string text;
+        if (damage.fault == Fault::misplaced && readFile(history_.recordPath(), text) == 0)
+            project = decodeProject(text, history_.recordPath());
+        project.id = id_;
+        project.root = *root;
+        replaceRecord(damage.place, compactJson(toJson(project)));
+        done(How::rebuilt, damage.place);
+    }
+
+    // At no instant is the record missing: who removes what no record names would take its contents.
+    void replaceRecord(const std::string& place, const std::string& text) {
+        const std::string path = joined(store_.home, place);
+        Attributes there;
+        if (attributesAt(AT_FDCWD, path.c_str(), there) == 0) {
+            if (there.kind == Attributes::Kind::file)
+                aside_.copy(place);
+            else
+                aside_.move(place);
+        }
+        writeFileAtomically(path, text);
+    }
+
+    void mendRecord(const Damage& damage) {
+        requireLasting(damage);
+        std::optional<SnapshotMeta> meta;
+        try {
+            if (!damage.snapshots.empty()) meta = recovered(damage.snapshots.front());
+        } catch (const TidewrackError& error) {
+            if (error.kind() != TidewrackError::Kind::corrupt) throw;
+        }
+        if (!meta) return lost_.push_back(damage);
+        replaceRecord(damage.place, compactJson(toJson(*meta)));
+        done(How::recovered, damage.place);
+    }
+
+    // What can't be read for a moment, or for want of rights, may be whole.
+    static void requireLasting(const Damage& damage) {
+        if (damage.fault == Fault::unreadable && damage.error != EISDIR && damage.error != ELOOP && damage.error != EIO)
+            throw TidewrackError::io("read", damage.place, damage.error);
+    }
+
+    // What the listing tells of its snapshot; throws corrupt where it doesn't. What a prune would take at once is
+    // pinned: it may have been before.
+    [[nodiscard]] SnapshotMeta recovered(std::int64_t seq) const {
+        Attributes file;
+        const std::string path = history_.manifestPath(seq);
+        const int error = attributesAt(AT_FDCWD, path.c_str(), file);
+        if (error == ENOENT) throw TidewrackError::corrupt("missing manifest for #" + std::to_string(seq));
+        require(error, "read", path);
+        SnapshotMeta meta;
+        meta.seq = meta.manifestOf = seq;
+        meta.created = Date(std::chrono::seconds(file.mtime / 1'000'000'000));
+        meta.kind = "recovered";
+        const Manifest listing = history_.manifest(meta);
+        meta.files = listing.fileCount();
+        std::vector<UnreadRecord> unread;
+        std::vector<SnapshotMeta> all = history_.snapshots(unread);
+        const auto next = std::upper_bound(all.begin(), all.end(), seq,
+                                           [](std::int64_t number, const auto& each) { return number < each.seq; });
+        try {
+            const Manifest before = next == all.begin() ? Manifest() : history_.manifest(*std::prev(next));
+            const auto counts = Changes::between(before, listing).fileCounts();
+            meta.added = counts.added;
+            meta.modified = counts.modified;
+            meta.deleted = counts.deleted;
+        } catch (const TidewrackError&) { // the one before is damaged too
+        }
+        all.insert(next, meta);
+        const auto removed = planRetention(all, now()).remove;
+        meta.pinned = std::find(removed.begin(), removed.end(), seq) != removed.end();
+        return meta;
+    }
+
+    // One that can be read stays, with what is wrong in it.
+    void mendListing(const Damage& damage) {
+        requireLasting(damage);
+        if (damage.fault == Fault::missing || damage.fault == Fault::malformed || damage.fault == Fault::unreadable)
+            lost_.push_back(damage);
+    }
+
+    void mendContent(const Damage& damage) {
+        requireLasting(damage);
+        const std::string path = joined(store_.home, damage.place);
+        if (damage.fault == Fault::otherMode) {
+            if (::chmod(path.c_str(), 0444) != 0) throw TidewrackError::io("write", path, errno);
+            done(How::reset, damage.place);
+            return;
+        }
+        for (const std::string& each : damage.paths)
+            if (rebuild(damage, each)) return done(How::rebuilt, damage.place);
+        // Of one that was changed somebody may still want what it is now.
+        if (damage.fault != Fault::missing && damage.fault != Fault::otherTime) aside_.move(damage.place);
+    }
+
+    // From the project's own file, where that is what the newest damaged snapshot lists.
+    bool rebuild(const Damage& damage, const std::string& path) {
+        if (root_.empty() || damage.snapshots.empty()) return false;
+        const Manifest listing = history_.manifest(history_.snapshot(damage.snapshots.back()));
+        const Entry* entry = listing.find(path);
+        Descriptor root;
+        Descriptor folder;
+        if (entry == nullptr || openFolder(root_, root) != 0 ||
+            openFolderBelow(root.get(), parentOf(path), folder) != 0)
+            return false;
+        const std::string name(lastComponent(path));
+        const Place source{folder.get(), name.c_str()};
+        const std::string target = history_.blobPath(entry->blob);
+        const std::string temporary = joined(parentOf(target), temporaryName());
+        if (!isUnchanged(source, *entry)) return false;
+        require(makeFolders(std::string(parentOf(target)), 0755), "create", target);
+        removeLeftovers(std::string(parentOf(target))); // of a repair that came to no end
+        int error = copyContent(source, *entry, temporary);
+        if (error == 0 && !isUnchanged(source, *entry)) error = EBUSY;
+        if (error != 0) {
+            (void)::unlink(temporary.c_str());
+            throw TidewrackError::io("rebuild", target, error);
+        }
+        if (exists(target)) aside_.move(damage.place);
+        if (::rename(temporary.c_str(), target.c_str()) != 0) throw TidewrackError::io("write", target, errno);
+        return true;
+    }
+
+    static bool isUnchanged(Place place, const Entry& entry) {
+        Attributes now;
+        return attributesAt(place.folder, place.name, now) == 0 && entryOf(now).sameAttributes(entry);
+    }
+
+    static int copyContent(Place source, const Entry& entry, const std::string& to) {
+        const Place target{AT_FDCWD, to.c_str()};
+        if (entry.kind == EntryKind::link) return copyLink(source, target);
+        const Descriptor file(::openat(source.folder, source.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat status {};
+        if (!file || ::fstat(file.get(), &status) != 0) return errno;
+        CopyMemory memory;
+        if (const int error = copyOpenFile(file.get(), status, target, {0444, entry.mtime}, memory)) return error;
+        const Descriptor copy(::open(to.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        return copy ? writeOut(copy.get()) : errno;
+    }
+
+    // Without its listing a record leads nowhere, and neither does a damaged record. Contents go first that nothing
+    // else names: no prune removes any as long as the damage is there.
+    void moveLost() {
+        const std::string folder = "projects/" + id_;
+        const auto named = namedContents();
+        for (const std::string& seq : listFolder(history_.blobsFolder()))
+            for (const std::string& name : listFolder(history_.blobPath(seq)))
+                if (!named.contains(joined(seq, name))) aside_.move(folder + "/blobs/" + joined(seq, name));
+        for (const Damage& damage : lost_)
+            if (damage.part == Part::listing && damage.fault != Fault::missing) aside_.move(damage.place);
+        for (const Damage& damage : lost_) {
+            if (damage.part == Part::record) aside_.move(damage.place);
+            if (damage.part == Part::listing)
+                for (const std::int64_t seq : damage.snapshots)
+                    aside_.move(folder + "/snapshots/" + std::to_string(seq) + ".json");
+        }
+    }
+
+    // By all listings that can be decoded, whether or not a record leads to them.
+    [[nodiscard]] std::unordered_set<std::string> namedContents() const {
+        std::unordered_set<std::string> named;
+        for (const std::string& name : listFolder(history_.manifestsFolder())) {
+            constexpr std::string_view ending = ".mf";
+            const auto number = name.ends_with(ending)
+                                    ? parseSeq(std::string_view(name).substr(0, name.size() - ending.size()))
+                                    : std::nullopt;
+            if (!number) continue;
+            try {
+                const TextBuffer text = history_.manifestText(*number);
+                Manifest::forEachBlob({text.bytes.get(), text.size},
+                                      [&](std::string_view blob) { named.insert(std::string(blob)); });
+            } catch (const TidewrackError& error) {
+                const bool isFolderThere = isFolder(history_.manifestPath(*number));
+                if (error.kind() != TidewrackError::Kind::corrupt && !isFolderThere) throw;
+            }
+        }
+        return named;
+    }
+
+    const Engine& engine_;
+    const Store& store_;
+    std::string id_;
+    const std::vector<std::string>& roots_;
+    CheckDepth depth_;
+    History history_;
+    ProjectLock lock_;
+    RepairResult result_;
+    Aside aside_;
+    std::string root_;
+    std::vector<Damage> lost_; // records and listings that nothing can bring back
+};
+
+} // namespace
+
+RepairResult repairProject(const Engine& engine, const std::string& id, const std::vector<std::string>& roots,
+                           CheckDepth depth) {
+    return Repair(engine, id, roots, depth).run();
+}
+
+RepairResult repairVault(const Store& store, const CheckedVault& checked) {
+    RepairResult result;
+    Aside aside(store, result);
+    std::set<std::string> folders;
+    for (const Damage& damage : checked.damages)
+        if (damage.part == Part::vaultRecord) folders.insert(std::string(parentOf(damage.place)));
+    for (const std::string& folder : folders) {
+        try {
+            aside.move(folder);
+        } catch (const TidewrackError& error) {
+            result.failures.emplace_back(error.what());
+        }
+    }
+    return result;
+}
+
+} // namespace tidewrack
