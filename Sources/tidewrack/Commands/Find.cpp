@@ -7,7 +7,7 @@
 #include "Reports/PathWords.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
-#include "Timeline/TurnUndo.hpp"
+#include "Timeline/Elsewhere.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -37,7 +37,10 @@ int find(Invocation& call) {
         throw CliError("find takes one text or pattern; put quotes around it, as in: tidewrack find '*.c'");
     const Project project = call.project();
     FindReport report;
-    report.records = call.store().history(project).snapshots();
+    std::vector<UnreadRecord> unread;
+    report.records = call.store().history(project).snapshots(unread);
+    for (const UnreadRecord& record : unread)
+        call.warn({"#" + std::to_string(record.seq) + " is left out: " + record.reason});
     report.found = findPaths(call.engine(), project, report.records, NamePattern(*text));
     auto& paths = report.found.paths;
     const std::size_t all = paths.size();

@@ -58,16 +58,6 @@ std::string stretchText(const Stretch& stretch) {
 
 } // namespace
 
-std::vector<std::string> pathsFrom(Invocation& call, const Project& project, std::size_t first) {
-    std::vector<std::string> paths;
-    for (std::size_t i = first; i < call.args.positional.size(); ++i) {
-        // An unset variable of a script must not mean the whole folder.
-        if (call.args.positional[i].empty()) throw CliError("missing path");
-        paths.push_back(Engine::relative(project, call.absolute(call.args.positional[i])));
-    }
-    return paths;
-}
-
 bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle) {
     const TurnUndo undo(call.engine(), project);
     const TimelineRow* row = undo.timeline().turnAt(seq);

@@ -22,8 +22,6 @@ int undoAsking(Invocation& call);
 // Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing
 // did (`idle`). Whether it named one.
 bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle);
-// The words from `first` on as project-relative paths.
-[[nodiscard]] std::vector<std::string> pathsFrom(Invocation& call, const Project& project, std::size_t first);
 
 } // namespace commands
 

@@ -338,7 +338,7 @@ int undoTurns(Invocation& call) {
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     TurnUndo::Options options = optionsFrom(call);
-    options.paths = pathsFrom(call, project, ways == 0 ? 1 : 0);
+    options.paths = call.relativePaths(project, ways == 0 ? 1 : 0);
     const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
     const bool last = call.args.has("--last") && !call.json();
     if (last) call.print(newerElsewhere(call, project, undo, choice));
