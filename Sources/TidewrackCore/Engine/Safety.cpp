@@ -192,6 +192,7 @@ bool Engine::keepUnseen(const ProjectLock& lock, const Project& project, const R
     const Keeper keeper(folder.get(), INT64_MAX); // what was kept once is kept again
     std::size_t next = nextContent(safety.manifest, own + "/");
     std::vector<KeepJob> jobs;
+    jobs.reserve(changed.size());
     for (const Manifest::Item* item : changed) jobs.push_back({{}, own + "/" + std::to_string(next++), item->entry});
     PendingWrites pending;
     const auto errors = cloneAll(jobs.size(), threads, root.get(), [&](std::size_t i, CloneWorker& worker) {

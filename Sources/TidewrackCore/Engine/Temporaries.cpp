@@ -63,6 +63,7 @@ std::vector<MarkedRestore> markedRestores(const History& history) {
 
 std::vector<std::string> prefixesOf(const std::vector<MarkedRestore>& restores) {
     std::vector<std::string> prefixes;
+    prefixes.reserve(restores.size());
     for (const MarkedRestore& restore : restores) prefixes.push_back(restore.prefix);
     return prefixes;
 }
