@@ -200,6 +200,15 @@ TEST(HookLog, isEmptiedPastItsLimitAndNeverInTheWay) {
     folder.remove("store/hooks.log");
     ASSERT_EQ(::mkfifo(folder.at("store/hooks.log").c_str(), 0600), 0);
     log.append("-", "track", steady_clock::now(), "nobody reads this pipe");
+    folder.remove("store/hooks.log");
+    folder.write("elsewhere", "");
+    folder.link("store/hooks.log", folder.at("elsewhere"));
+    log.append("-", "track", steady_clock::now(), "not through a link");
+    folder.remove("store/hooks.log");
+    ::chmod(folder.at("store").c_str(), 0777);
+    log.append("-", "track", steady_clock::now(), "not into everybody's folder");
+    EXPECT_FALSE(folder.has("store/hooks.log"));
+    EXPECT_EQ(folder.read("elsewhere"), "");
 }
 
 TEST(OneLine, joinsTrimsAndCuts) {

@@ -100,7 +100,8 @@ TEST_F(StoreTest, believesNoStoreThatOthersCanWriteTo) {
     EXPECT_EQ(::chmod(home.c_str(), 0777), 0);
     for (const char* command : {"log", "vault", "snap"})
         EXPECT_EQ(world.run({command}).err, "tidewrack: Everybody can write to Tidewrack's history " + home +
-                                                ". Run: chmod o-w '" + home + "'\n");
+                                                ". Run: chmod o-w '" + home +
+                                                "', or choose another folder with TIDEWRACK_HOME.\n");
     EXPECT_EQ(::chmod(home.c_str(), 0775), 0);
     world.ok({"log"});
     if (::geteuid() != 0) GTEST_SKIP() << "giving a folder away needs root";

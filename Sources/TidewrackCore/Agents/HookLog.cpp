@@ -8,10 +8,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 
 namespace tidewrack {
 
-void HookLog::append(std::string_view agent, std::string_view event, Instant start, std::string_view message) const {
+void HookLog::append(std::string_view agent, std::string_view event, Instant start, std::string_view message) const
+    try {
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     std::string line = isoText(now());
@@ -20,8 +22,10 @@ void HookLog::append(std::string_view agent, std::string_view event, Instant sta
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r' || c == '\0'; }, ' ');
     line = escapedControls(line); // whoever looks at the log does so in a terminal
+    store_.refuseForeign();
     const std::string path = store_.home + "/hooks.log";
     if (appendLine(path, line, longest) == ENOENT && store_.makeHome() == 0) (void)appendLine(path, line, longest);
+} catch (const std::exception&) { // no answer is worth less because of its line
 }
 
 } // namespace tidewrack

@@ -20,7 +20,8 @@ class HookLog {
     explicit HookLog(Store store) : store_(std::move(store)) {}
 
     // Appends "<now> <agent> <event> <milliseconds since start>ms <message>" as one write, creating the store's
-    // folder when it is missing. Line breaks in the message become spaces. Every failure is passed over.
+    // folder when it is missing. Line breaks in the message become spaces. Every failure is passed over; nothing is
+    // written into a store that is not ours.
     void append(std::string_view agent, std::string_view event, Instant start, std::string_view message) const;
 
   private:

@@ -204,7 +204,7 @@ void Store::refuseForeign() const {
                                       " belongs to another user. Choose another folder with TIDEWRACK_HOME.");
     if ((status.st_mode & S_IWOTH) != 0)
         throw TidewrackError::refused("Everybody can write to Tidewrack's history " + home + ". Run: chmod o-w '" +
-                                      home + "'");
+                                      home + "', or choose another folder with TIDEWRACK_HOME.");
 }
 
 int Store::makeHome() const {

@@ -29,7 +29,7 @@ void emptyWhenTooLong(int fd, std::int64_t longest) {
 } // namespace
 
 int appendLine(const std::string& path, std::string_view line, std::int64_t longest) {
-    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     const Descriptor file(::open(path.c_str(), flags, 0600));
     if (!file) return errno;
     emptyWhenTooLong(file.get(), longest);
