@@ -1,11 +1,21 @@
 #include "Timeline/LoggedHook.hpp"
 
+#include "Support/Text.hpp"
+
 #include <array>
 #include <charconv>
 
 namespace tidewrack {
 
 namespace {
+
+constexpr std::string_view arrow = " → ";
+constexpr std::string_view betweenNotes = "; ";
+
+void replaceAll(std::string& text, std::string_view what, std::string_view by) {
+    for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + by.size()))
+        text.replace(at, what.size(), by);
+}
 
 // The text up to the next space, which is taken off `rest` as well.
 std::string_view nextWord(std::string_view& rest) {
@@ -22,16 +32,21 @@ void readSnapshot(std::string_view note, LoggedHook& hook) {
     std::int64_t seq = 0;
     const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), seq);
     if (error != std::errc() || end != number.data() + number.size()) return;
-    if (root.ends_with(" skipped")) root = root.substr(0, root.rfind(", "));
+    constexpr std::string_view late = " skipped";
+    if (root.ends_with(late)) {
+        const std::string_view rest = root.substr(0, root.size() - late.size());
+        const std::size_t digits = rest.find_last_not_of("0123456789") + 1;
+        if (rest.substr(0, digits).ends_with(", ")) root = rest.substr(0, digits - 2);
+    }
     hook.snapshots.emplace_back(seq, root);
 }
 
 void readNotes(std::string_view notes, LoggedHook& hook) {
     constexpr std::string_view vault = "vault ";
     while (!notes.empty()) {
-        const std::size_t end = notes.find("; ");
+        const std::size_t end = notes.find(betweenNotes);
         const std::string_view note = notes.substr(0, end);
-        notes.remove_prefix(end == notes.npos ? notes.size() : end + 2);
+        notes.remove_prefix(end == notes.npos ? notes.size() : end + betweenNotes.size());
         if (note.starts_with('#')) readSnapshot(note, hook);
         if (note.starts_with(vault)) hook.vault.emplace_back(note.substr(vault.size(), note.find(':') - vault.size()));
     }
@@ -47,7 +62,6 @@ std::optional<LoggedHook> readLine(std::string_view line) {
     (void)nextWord(line); // how long it took
     hook.verdict = nextWord(line);
     if (hook.verdict != "allow" && hook.verdict != "ask" && hook.verdict != "deny") return std::nullopt;
-    constexpr std::string_view arrow = " → ";
     const std::size_t notes = line.rfind(arrow);
     hook.command = line.substr(0, notes);
     if (notes != line.npos) readNotes(line.substr(notes + arrow.size()), hook);
@@ -55,6 +69,18 @@ std::optional<LoggedHook> readLine(std::string_view line) {
 }
 
 } // namespace
+
+std::string loggedCommand(std::string_view command) {
+    std::string text = escapedControls(command);
+    replaceAll(text, arrow, "\\x20→ ");
+    return text;
+}
+
+std::string loggedText(std::string_view text) {
+    std::string logged = loggedCommand(text);
+    replaceAll(logged, betweenNotes, ";\\x20");
+    return logged;
+}
 
 std::vector<LoggedHook> loggedHooks(std::string_view log) {
     std::vector<LoggedHook> hooks;

@@ -11,12 +11,17 @@
 
 namespace tidewrack {
 
+// A command, and a text that may hold anything, such as a folder's path, in the form in which a line has it: nothing in
+// it looks like an end of it.
+[[nodiscard]] std::string loggedCommand(std::string_view command);
+[[nodiscard]] std::string loggedText(std::string_view text);
+
 struct LoggedHook {
     Date time{};
     std::string agent;
     std::string verdict;                                         // "allow", "ask" or "deny"
-    std::string command;                                         // its beginning
-    std::vector<std::pair<std::int64_t, std::string>> snapshots; // number and project root
+    std::string command;                                         // its beginning, as loggedCommand() has it
+    std::vector<std::pair<std::int64_t, std::string>> snapshots; // number and project root, as loggedText() has it
     std::vector<std::string> vault;                              // ids of entries
 
     bool operator==(const LoggedHook&) const = default;

@@ -48,9 +48,10 @@ class Grouping {
     Grouping(const std::string& root, const std::vector<SnapshotMeta>& records, const std::vector<LoggedHook>& hooks,
              const std::vector<NotedEdit>& edits)
         : records_(records), steps_(records.size()) {
+        const std::string logged = loggedText(root);
         for (const LoggedHook& hook : hooks)
             for (const auto& [seq, project] : hook.snapshots)
-                if (project == root) hooks_.emplace(seq, &hook);
+                if (project == logged) hooks_.emplace(seq, &hook);
         for (const NotedEdit& edit : edits) edits_[sessionOf(edit)].push_back(edit.time);
     }
 
