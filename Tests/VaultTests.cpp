@@ -18,6 +18,7 @@
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
+using nlohmann::json;
 using std::chrono::hours;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
@@ -84,7 +85,7 @@ TEST_F(VaultTest, putsBackWhatWasThere) {
     folder.remove("home");
     std::vector<std::string> messages;
     for (const std::string& name : names) messages.push_back("restored " + folder.at(name));
-    EXPECT_EQ(vault.restore(entry.id).messages, messages);
+    EXPECT_EQ(vault.restore(entry.id).messages(), messages);
     EXPECT_EQ(folder.listing("home"), before);
     for (const char* name : {"home/notes/deep", "home/dangling"})
         EXPECT_EQ(attributes(name).mtime, -1'500'000'000) << name;
@@ -98,7 +99,7 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
     const auto second = now().time_since_epoch().count();
     for (auto n = second; n < second + 3; ++n) folder.write("home/f.tidewrack-" + std::to_string(n), "precious");
 
-    const auto messages = vault.restore(entry.id).messages;
+    const auto messages = vault.restore(entry.id).messages();
     ASSERT_EQ(messages.size(), 2U);
     const std::string told = "moved what was there aside to ";
     ASSERT_EQ(messages[0].substr(0, told.size()), told);
@@ -121,7 +122,7 @@ TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
     const VaultEntry entry = save(saved);
     folder.remove("home/site/index.html");
     folder.write("home/elsewhere/linked", "new");
-    std::vector<std::string> messages = vault.restore(entry.id).messages;
+    std::vector<std::string> messages = vault.restore(entry.id).messages();
     const auto dropAside = [moved = std::string("moved what was there aside to ")](const std::string& message) {
         return message.starts_with(moved) && removeTree(message.substr(moved.size())) == 0;
     };
@@ -141,7 +142,7 @@ TEST_F(VaultTest, reportsWhatCannotBeRestoredAndGoesOn) {
     folder.write("home/a", "a file where the parent was");
     folder.write("home/b", "kept in its place");
     folder.remove(stored(entry, 1));
-    EXPECT_EQ(vault.restore(entry.id).messages,
+    EXPECT_EQ(vault.restore(entry.id).messages(),
               (std::vector<std::string>{"couldn't restore " + folder.at("home/a/f") + ": File exists",
                                         "couldn't restore " + folder.at("home/b") + ": its copy is missing",
                                         "restored " + folder.at("home/c")}));
@@ -159,14 +160,63 @@ TEST_F(VaultTest, putsNothingBackThroughALinkThatWasNotThere) {
     folder.remove("home/link");
     for (const char* name : {"home/real", "home/link"}) folder.link(name, "other");
     const VaultRestored result = vault.restore(entry.id);
-    const std::string now = ": its folder was " + real + " and is " + other + " now";
-    EXPECT_EQ(result.messages, (std::vector<std::string>{"couldn't restore " + folder.at("home/real/f") + now,
-                                                         "couldn't restore " + folder.at("home/link/f") + now}));
-    EXPECT_EQ(result.items, 0U);
+    const auto refused = [&](const char* path, const char* copy) {
+        return "couldn't restore " + folder.at(path) + ": its folder was " + real + " and is " + other +
+               " now; the copy is in " + folder.at("store/vault/" + entry.id + "/" + copy);
+    };
+    EXPECT_EQ(result.messages(),
+              (std::vector<std::string>{refused("home/real/f", "items/0"), refused("home/link/f", "items/1")}));
+    EXPECT_EQ(result.count(), 0U);
     EXPECT_EQ(folder.read("home/other/f"), "somebody's");
+    // Of an older record only the time can tell.
+    const std::string record = "store/vault/" + entry.id + "/entry.json";
+    folder.write(record, std::regex_replace(folder.read(record), std::regex("\"parent\":\"[^\"]*\","), ""));
+    age(entry, "2020-01-01T00:00:00Z");
+    EXPECT_EQ(vault.restore(entry.id).messages().at(0), "couldn't restore " + folder.at("home/real/f") + ": " +
+                                                            folder.at("home/real") +
+                                                            " is a link that was made since; the copy is in " +
+                                                            folder.at("store/vault/" + entry.id + "/items/0"));
     folder.remove("home/real");
-    EXPECT_EQ(vault.restore(entry.id).items, 1U);
+    EXPECT_EQ(vault.restore(entry.id).count(), 1U);
     EXPECT_EQ(folder.read("home/real/f"), "saved");
+}
+
+TEST_F(VaultTest, copiesForAGuessOnceAndWithinTheFreeRoom) {
+    folder.write("home/f", "x");
+    folder.write("home/d/in", "x");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // older than the second in which they are copied
+    VaultRequest request{.paths = {folder.at("home/f"), folder.at("home/d")}, .command = "unknown", .session = "s"};
+    request.isGuess = true;
+    const auto copied = [&] {
+        const VaultSaved saved = vault.save(request);
+        return saved.entry ? saved.entry->items.size() : 0;
+    };
+    EXPECT_EQ(copied(), 2U);
+    EXPECT_EQ(copied(), 0U);
+    EXPECT_EQ(vault.entries().size(), 1U);
+    folder.write("home/d/new", "x");
+    EXPECT_EQ(copied(), 1U) << "the folder alone";
+    request.session = "another";
+    EXPECT_EQ(copied(), 2U);
+    request.session = "third";
+    vault.bytesFree = volumeRoom(folder.path()).all;
+    EXPECT_EQ(copied(), volumeClones(folder.path()) ? 2U : 0U);
+}
+
+// As for a file that must not share its blocks on a volume whose other files do.
+TEST_F(VaultTest, asksForRoomWhereBlocksAreNotShared) {
+    folder.write("home/d/f", "12345678");
+    CopyLimits limits;
+    std::int64_t asked = 0;
+    limits.hasRoom = [&](std::int64_t bytes) {
+        asked += bytes;
+        return false;
+    };
+    const int error = copyTree(folder.at("home/d"), folder.at("home/copy"), limits);
+    const bool clones = volumeClones(folder.path());
+    EXPECT_EQ(error, clones ? 0 : ENOSPC);
+    EXPECT_EQ(asked, clones ? 0 : 8);
+    EXPECT_EQ(folder.has("home/copy"), clones);
 }
 
 TEST_F(VaultTest, takesNoCopyFromOutsideItsEntry) {
@@ -181,7 +231,7 @@ TEST_F(VaultTest, takesNoCopyFromOutsideItsEntry) {
           std::string("link/0"), std::string("items/.."), std::string()}) {
         const std::string escaped = std::regex_replace(stored, std::regex("/"), "\\/");
         folder.write(record, std::regex_replace(text, std::regex(R"(items\\/0)"), escaped));
-        EXPECT_EQ(thrownBy([&] { return vault.restore(entry.id).items; }),
+        EXPECT_EQ(thrownBy([&] { return vault.restore(entry.id).count(); }),
                   "Corrupt store data: " + folder.at(record) + ": " + stored + " leads out of the entry");
         EXPECT_EQ(folder.read("home/f"), "x");
     }
@@ -198,7 +248,7 @@ TEST_F(VaultTest, looksEntriesUpByNameOnly) {
          {std::string(), std::string("."), std::string(".."), std::string("../vault/") + entry.id,
           entry.id + "/items/inner", entry.id + "/", entry.id + std::string(1, '\0') + "x", std::string("nothing"),
           std::string("broken"), std::string(".dotfiles-last")}) {
-        EXPECT_EQ(thrownBy([&] { return vault.restore(id).items; }), std::string(("No vault entry " + id).c_str()));
+        EXPECT_EQ(thrownBy([&] { return vault.restore(id).count(); }), std::string(("No vault entry " + id).c_str()));
     }
     EXPECT_EQ(vault.entries().size(), 1U);
 }
@@ -281,6 +331,16 @@ TEST_F(VaultTest, savesTheRestOfAFolderWithAnUnreadableFile) {
     });
     ::chmod(folder.at("outside/private").c_str(), 0755);
     EXPECT_EQ(report, folder.at("outside/locked") + " " + folder.at("outside/private") + " saved");
+
+    // Its names can be read, and nothing can be told about them.
+    ::chmod(folder.at("outside").c_str(), 0444);
+    const std::string listed = unprivileged(folder, [&] {
+        TreeSize size;
+        (void)measureTree(folder.at("outside"), {}, 10, size);
+        return std::to_string(saveAny({"outside"}).unsaved.size()) + " " + std::to_string(size.files);
+    });
+    ::chmod(folder.at("outside").c_str(), 0755);
+    EXPECT_EQ(listed, "3 3");
 }
 
 // Copying this file takes longer than the time given for it; what was copied is removed again.
@@ -354,8 +414,10 @@ TEST_F(VaultTest, removesOldEntries) {
     EXPECT_FALSE(folder.has("store/vault/" + old.id));
     EXPECT_TRUE(folder.has("store/vault/" + recent.id));
     EXPECT_FALSE(folder.has("store/vault/20200101-000000-1"));
+    folder.write("store/vault/20260101-000000-2/items/0", "being copied");
     EXPECT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start + hours(24 * 7000)));
-    EXPECT_TRUE(folder.has("store/vault/" + recent.id)) << "one wrong clock takes nothing";
+    for (const std::string& kept : {recent.id, std::string("20260101-000000-2")})
+        EXPECT_TRUE(folder.has("store/vault/" + kept)) << "one wrong clock takes nothing";
 }
 
 TEST(VaultRecord, keepsItsWrittenForm) {
@@ -394,9 +456,20 @@ TEST(VaultCommand, listsAndRestores) {
     const std::string list = world.ok({"vault"});
     EXPECT_EQ(list.substr(0, entry.id.size()), entry.id);
     EXPECT_NE(list.find("s ago  1 saved, 1 too big\n    $ rm \\  f*\n    " + path + "\n"), list.npos) << list;
+    world.folder.write("home/f", "y");
+    const std::string home = world.folder.listing("home");
+    const std::string plan = world.ok({"vault", "restore", entry.id, "--dry-run"});
+    EXPECT_EQ(plan.find("would move what is there aside to " + path + ".tidewrack-"), 0U) << plan;
+    EXPECT_TRUE(plan.ends_with("\nwould restore " + path + "\n")) << plan;
+    EXPECT_EQ(world.folder.listing("home"), home);
+    const json told = json::parse(world.ok({"vault", "restore", entry.id, "--json"}));
+    const json& item = told.at("items").at(0);
+    EXPECT_EQ(world.folder.read(item.at("aside").get<std::string>().substr(world.folder.path().size() + 1)), "y");
+    EXPECT_EQ(told.at("dryRun").dump() + item.at("path").get<std::string>() + item.at("restored").dump(),
+              "false" + path + "true");
+    EXPECT_EQ(world.folder.read("home/f"), "x");
     world.folder.remove("home/f");
     EXPECT_EQ(world.ok({"vault", "restore", entry.id}), "restored " + path + "\n");
-    EXPECT_EQ(world.folder.read("home/f"), "x");
     world.folder.remove("store/vault/" + entry.id + "/items");
     const Outcome nothing = world.run({"vault", "restore", entry.id});
     EXPECT_EQ(nothing.status, 1) << "nothing was restored";

@@ -293,7 +293,7 @@ TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
     EXPECT_TRUE(exists(saved + "/project/file"));
     EXPECT_FALSE(exists(saved + "/store"));
     EXPECT_EQ(
-        vault.restore(around.id).messages,
+        vault.restore(around.id).messages(),
         std::vector<std::string>{"couldn't move " + f.at("VOLUME") + " aside: it contains Tidewrack's own history"});
 }
 

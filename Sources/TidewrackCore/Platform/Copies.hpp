@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ struct Place {
 // or EINVAL where the system or the volume cannot do it.
 [[nodiscard]] int exchange(Place a, Place b);
 
+// Whether a copy of so many bytes may take their room.
+using HasRoom = std::function<bool(std::int64_t bytes)>;
+
 // What a copier has learned about the two volumes it works between, so that a call that can never succeed there
 // is tried once only. One per thread and target folder.
 struct CopyMemory {
@@ -33,6 +37,7 @@ struct CopyMemory {
     std::vector<char> buffer;         // working space of plain copies
     Deadline deadline;                // copies of bytes stop with ECANCELED after it
     PendingWrites* pending = nullptr; // of copies that must be on the disk before they are relied on
+    HasRoom hasRoom;                  // asked where blocks cannot be shared; refused it is ENOSPC. Empty: always
 
     void copyingFrom(std::uint64_t device) {
         if (source == device) return;
@@ -74,6 +79,7 @@ struct CopyLimits {
     std::string skip;                 // an absolute path left out wherever it lies inside; empty: none
     Deadline deadline;                // after it the copy is given up with ECANCELED
     PendingWrites* pending = nullptr; // as in CopyMemory
+    HasRoom hasRoom = {};             // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
     // Receives what inside a folder could not be copied, by paths below it with a leading slash; the rest is copied.
@@ -90,13 +96,17 @@ struct CopyLimits {
 [[nodiscard]] int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits);
 [[nodiscard]] int copyTree(Place from, Place to, const CopyLimits& limits);
 
+// Whether the file, link or folder at `path` is, with all that is in it, what it was when the copy was begun.
+[[nodiscard]] bool isAsCopied(const std::string& path, const EarlierCopy& copy);
+
 struct TreeSize {
     std::int64_t files = 0; // regular files
     std::int64_t bytes = 0; // their content
 };
 
 // Adds up the folder `path` as copyTree with these limits would copy it, until more than `mostFiles` are found.
-// What cannot be read counts nothing. Returns ECANCELED past the deadline.
+// A folder that cannot be read counts nothing, an item that cannot be looked at as an empty file. Returns ECANCELED
+// past the deadline.
 [[nodiscard]] int measureTree(const std::string& path, const CopyLimits& limits, std::int64_t mostFiles, TreeSize& out);
 
 // Removes a file, a link or a folder with everything in it. Returns the first errno value; the rest is still removed.

@@ -108,6 +108,8 @@ int copyContent(int source, int target, const struct stat& status, CopyMemory& m
         if (volumeFailed(errno)) return errno;
         memory.cannotClone = neverBetweenTheseVolumes(errno);
     }
+    const std::int64_t room = std::min<std::int64_t>(status.st_size, std::int64_t{status.st_blocks} * 512);
+    if (memory.hasRoom && !memory.hasRoom(room)) return ENOSPC;
     const int error = copyAllBytes(source, target, status, memory);
     if (error == 0 && memory.pending != nullptr) writeOutCopy(target, *memory.pending);
     return error;

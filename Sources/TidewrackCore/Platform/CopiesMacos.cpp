@@ -11,6 +11,7 @@
 #include <sys/clonefile.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -108,6 +109,8 @@ int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, Cop
         if (!cannotShareBlocks(error)) return error;
         memory.cannotClone = true;
     }
+    const std::int64_t room = std::min<std::int64_t>(status.st_size, std::int64_t{status.st_blocks} * 512);
+    if (memory.hasRoom && !memory.hasRoom(room)) return ENOSPC;
     return copyPlain(source, status, to, as, memory);
 }
 

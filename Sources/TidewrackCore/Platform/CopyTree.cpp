@@ -36,6 +36,7 @@ class TreeCopier {
         : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0), unsaved_(limits.unsaved) {
         memory_.deadline = limits.deadline;
         memory_.pending = limits.pending;
+        memory_.hasRoom = limits.hasRoom;
     }
 
     // `earlier`: where the earlier copy of this item would be; may be null.
@@ -95,13 +96,13 @@ class TreeCopier {
     int copyItems(FolderStream& source, int target, const Descriptor& before) {
         while (const char* name = source.next()) {
             Attributes attributes;
-            if (attributesAt(source.fd(), name, attributes) != 0) continue; // gone meanwhile
-            if (skip_.covers(attributes)) continue;
+            int error = attributesAt(source.fd(), name, attributes);
+            if (error == 0 && skip_.covers(attributes)) continue;
             const Place earlier{before.get(), name};
             const std::size_t length = inside_.size();
             inside_ += std::string("/") + name;
-            const int error = copy({source.fd(), name}, {target, name}, before ? &earlier : nullptr);
-            if (error != 0 && error != ENOENT && !toleratedInside(error)) return error;
+            if (error == 0) error = copy({source.fd(), name}, {target, name}, before ? &earlier : nullptr);
+            if (error != 0 && error != ENOENT && !toleratedInside(error)) return error; // ENOENT: gone meanwhile
             inside_.resize(length);
         }
         return source.error() == 0 || toleratedInside(source.error()) ? 0 : source.error();
@@ -130,6 +131,22 @@ class TreeCopier {
     std::string inside_;      // of the item being copied: its path below the top, with a leading slash
 };
 
+// Whether an item, with all that is in it, is as it was when the copy was begun.
+bool isAsCopied(Place now, Place copy, std::int64_t began) {
+    Attributes present;
+    Attributes copied;
+    if (attributesAt(now.folder, now.name, present) != 0 || present.ctime >= began) return false;
+    if (attributesAt(copy.folder, copy.name, copied) != 0 || copied.kind != present.kind) return false;
+    if (present.kind != Attributes::Kind::folder)
+        return copied.size == present.size && copied.mtime == present.mtime && copied.mode == present.mode;
+    FolderStream items(now.folder, now.name);
+    const Descriptor copies(::openat(copy.folder, copy.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!copies) return false;
+    while (const char* name = items.next()) // a name that came or went would have changed the folder's own time
+        if (!isAsCopied({items.fd(), name}, {copies.get(), name}, began)) return false;
+    return items.error() == 0;
+}
+
 class TreeMeasurer {
   public:
     TreeMeasurer(const CopyLimits& limits, std::int64_t mostFiles, TreeSize& size)
@@ -141,8 +158,9 @@ class TreeMeasurer {
         if (stream.error() != 0) return 0; // the copy will tell
         while (const char* item = stream.next()) {
             Attributes attributes;
-            if (attributesAt(stream.fd(), item, attributes) != 0 || skip_.covers(attributes)) continue;
-            if (attributes.kind == Attributes::Kind::file) {
+            const int unseen = attributesAt(stream.fd(), item, attributes);
+            if (unseen == ENOENT || (unseen == 0 && skip_.covers(attributes))) continue;
+            if (unseen != 0 || attributes.kind == Attributes::Kind::file) {
                 ++size_.files;
                 size_.bytes += attributes.size;
             }
@@ -173,6 +191,10 @@ int copyTree(Place from, Place to, const CopyLimits& limits) {
     const int error = copier.copy(from, to, limits.earlier ? &earlier : nullptr);
     if (error != 0 && copier.leftFolder() && !limits.leavesParts) (void)removeTree(to);
     return error;
+}
+
+bool isAsCopied(const std::string& path, const EarlierCopy& copy) {
+    return isAsCopied({AT_FDCWD, path.c_str()}, {AT_FDCWD, copy.path.c_str()}, copy.began);
 }
 
 int measureTree(const std::string& path, const CopyLimits& limits, std::int64_t mostFiles, TreeSize& out) {

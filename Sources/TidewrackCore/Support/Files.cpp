@@ -1,5 +1,6 @@
 #include "Support/Files.hpp"
 
+#include "Platform/Attributes.hpp"
 #include "Platform/Descriptor.hpp"
 #include "Platform/FolderStream.hpp"
 #include "Platform/OpenFolder.hpp"
@@ -208,6 +209,17 @@ bool exists(const std::string& path) {
 bool isLink(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+bool liesIn(std::string_view path, const std::string& folder) {
+    Attributes wanted;
+    Attributes found;
+    if (attributesAt(AT_FDCWD, folder.c_str(), wanted) != 0) return false;
+    for (; !path.empty(); path = path == "/" ? std::string_view() : parentOf(path))
+        if (attributesAt(AT_FDCWD, std::string(path).c_str(), found) == 0 && found.ino == wanted.ino &&
+            found.device == wanted.device)
+            return true;
+    return false;
 }
 
 std::string realPath(const std::string& path) {

@@ -54,6 +54,9 @@ void forEachName(const std::string& path, const std::function<void(std::string_v
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
 [[nodiscard]] bool exists(const std::string& path);   // does not follow one
 [[nodiscard]] bool isLink(const std::string& path);
+// Whether the item at the canonical `path` is the one at `folder` or lies in it. What is on disk decides, because the
+// same folder may be reached under several names.
+[[nodiscard]] bool liesIn(std::string_view path, const std::string& folder);
 
 // An absolute path as the disk spells it: symbolic links resolved and, on volumes that take several spellings for one
 // name, the name that was given to it. Empty when nothing is there.

@@ -78,24 +78,11 @@ bool isThere(const std::string& path) {
     return error == 0 || reasonOf(error) != NotSaved::notThere;
 }
 
-// Whether the item at the canonical `path` is the one at `folder` or lies in it. What is on disk decides, because the
-// same folder may be reached under several names.
-bool liesIn(std::string_view path, const std::string& folder) {
-    Attributes wanted;
-    Attributes found;
-    if (attributesAt(AT_FDCWD, folder.c_str(), wanted) != 0) return false;
-    for (; !path.empty(); path = path == "/" ? std::string_view() : parentOf(path))
-        if (attributesAt(AT_FDCWD, std::string(path).c_str(), found) == 0 && found.ino == wanted.ino &&
-            found.device == wanted.device)
-            return true;
-    return false;
-}
-
 // Saves paths into one entry's folder.
 class Saver {
   public:
-    Saver(const Vault& vault, const std::string& entryFolder, const Deadline& deadline, PendingWrites& pending)
-        : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), deadline_(deadline),
+    Saver(const Vault& vault, const std::string& entryFolder, const VaultRequest& request, PendingWrites& pending)
+        : vault_(vault), entryFolder_(entryFolder), store_(Store::canonical(vault.store.home)), request_(request),
           pending_(pending), clones_(volumeClones(entryFolder)) {}
 
     // A path that was not saved, and what inside a folder could not be read, goes to the entry's `skipped`.
@@ -106,9 +93,15 @@ class Saver {
             return skip(path, reasonOf(error), entry);
         if (attributes.kind == Attributes::Kind::other) return skip(path, NotSaved::special, entry);
         if (liesIn(Store::canonicalPlace(path), store_)) return skip(path, NotSaved::inStore, entry);
-        if (passed(deadline_)) return skip(path, NotSaved::noTime, entry);
+        if (passed(request_.deadline)) return skip(path, NotSaved::noTime, entry);
         std::vector<UncopiedItem> uncopied;
-        CopyLimits limits{store_, deadline_, &pending_, std::nullopt, &uncopied};
+        CopyLimits limits{store_, request_.deadline, &pending_, {}, std::nullopt, &uncopied};
+        // Also on a volume that shares blocks there are files that cannot.
+        if (earlier == nullptr)
+            limits.hasRoom = [this, copied = std::int64_t{0}](std::int64_t bytes) mutable {
+                copied += bytes;
+                return copied <= bytesAlways() || hasRoom(bytes);
+            };
         if (earlier != nullptr && earlier->contains(path)) limits.earlier = earlier->at(path);
         if (const auto reason = beyondLimits(path, attributes, limits, earlier != nullptr))
             return skip(path, *reason, entry);
@@ -137,11 +130,12 @@ class Saver {
         if (isHourly)
             return isFolder && size.bytes > vault_.mostBytes ? std::optional(NotSaved::tooLarge) : std::nullopt;
         if (!isOwnVolume && size.bytes > vault_.mostBytes) return NotSaved::tooLarge;
-        return hasRoom(size.bytes) ? std::nullopt : std::optional(NotSaved::noRoom);
+        return size.bytes <= bytesAlways() || hasRoom(size.bytes) ? std::nullopt : std::optional(NotSaved::noRoom);
     }
 
+    [[nodiscard]] std::int64_t bytesAlways() const { return request_.isGuess ? 0 : vault_.bytesAlways; }
+
     [[nodiscard]] bool hasRoom(std::int64_t bytes) const {
-        if (bytes <= vault_.bytesAlways) return true;
         const VolumeRoom room = volumeRoom(entryFolder_);
         return room.free - bytes >= std::max(vault_.bytesFree, room.all / 10);
     }
@@ -149,10 +143,21 @@ class Saver {
     const Vault& vault_;
     std::string entryFolder_;
     std::string store_;
-    Deadline deadline_;
+    const VaultRequest& request_;
     PendingWrites& pending_;
     bool clones_;
 };
+
+// "20260314-093005"
+std::string localTime(Date date) {
+    const auto time = static_cast<std::time_t>(seconds(date));
+    std::tm local{};
+    ::localtime_r(&time, &local);
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d%02d%02d-%02d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                  local.tm_hour, local.tm_min, local.tm_sec);
+    return text;
+}
 
 // The paths with the large files at the end: copying one may take all the time there is.
 std::vector<std::string> largeFilesLast(std::vector<std::string> paths, std::int64_t mostBytes) {
@@ -167,13 +172,9 @@ std::vector<std::string> largeFilesLast(std::vector<std::string> paths, std::int
 } // namespace
 
 std::string Vault::newID() {
-    const std::time_t time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    ::localtime_r(&time, &local);
-    char text[64];
-    std::snprintf(text, sizeof text, "%04d%02d%02d-%02d%02d%02d-%X", local.tm_year + 1900, local.tm_mon + 1,
-                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, std::random_device{}());
-    return text;
+    char text[16];
+    std::snprintf(text, sizeof text, "-%X", std::random_device{}());
+    return localTime(now()) + text;
 }
 
 void Vault::makeFolder() const {
@@ -208,7 +209,7 @@ VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& r
     entry.cwd = request.cwd;
     entry.id = makeEntryFolder();
     PendingWrites pending;
-    Saver saver(*this, entryFolder(entry.id), request.deadline, pending);
+    Saver saver(*this, entryFolder(entry.id), request, pending);
     for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, earlier, entry);
     writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
     bringNamesToDisk(entry);
@@ -230,7 +231,31 @@ void Vault::bringNamesToDisk(const VaultEntry& entry) const {
 }
 
 VaultSaved Vault::save(const VaultRequest& request) const {
-    return saveBeside(nullptr, request);
+    if (!request.isGuess) return saveBeside(nullptr, request);
+    VaultRequest rest = request;
+    rest.paths = notCopiedYet(request);
+    return rest.paths.empty() ? VaultSaved() : saveBeside(nullptr, rest);
+}
+
+std::vector<std::string> Vault::notCopiedYet(const VaultRequest& request) const {
+    const Date present = now();
+    EarlierCopies copies;
+    // By the local time in its name, with room for a clock that was put back for the winter.
+    for (const VaultEntry& entry : entriesFrom(localTime(present - std::chrono::hours(2)))) {
+        if (entry.agent != request.agent || entry.session != request.session) continue;
+        if (present - entry.created > std::chrono::hours(1)) continue;
+        for (const VaultEntry::Item& item : entry.items) {
+            const auto isInside = [&](const std::string& skipped) { return isAtOrBelow(skipped, item.original); };
+            if (std::none_of(entry.skipped.begin(), entry.skipped.end(), isInside))
+                copies.emplace(item.original, EarlierCopy{entryFolder(entry.id) + "/" + item.stored,
+                                                          seconds(entry.created) * nanosPerSecond});
+        }
+    }
+    std::vector<std::string> paths;
+    for (const std::string& path : request.paths)
+        if (const auto copy = copies.find(path); copy == copies.end() || !isAsCopied(path, copy->second))
+            paths.push_back(path);
+    return paths;
 }
 
 std::optional<VaultEntry> Vault::find(const std::string& id) const {
@@ -249,121 +274,20 @@ std::optional<VaultEntry> Vault::find(const std::string& id) const {
 }
 
 std::vector<VaultEntry> Vault::entries() const {
+    return entriesFrom("");
+}
+
+std::vector<VaultEntry> Vault::entriesFrom(std::string_view firstID) const {
     store.refuseForeign();
     std::vector<VaultEntry> result;
-    for (const std::string& name : listFolder(folder()))
+    for (const std::string& name : listFolder(folder())) {
+        if (name < firstID) continue;
         if (auto entry = find(name)) result.push_back(std::move(*entry));
+    }
     std::sort(result.begin(), result.end(), [](const VaultEntry& a, const VaultEntry& b) {
         return a.created != b.created ? a.created > b.created : a.id > b.id;
     });
     return result;
-}
-
-namespace {
-
-// Opens the folder that holds an item's copy, without leaving the folder of its entry.
-int openCopies(const Descriptor& entry, const VaultEntry::Item& item, Descriptor& out) {
-    const std::string_view name = lastComponent(item.stored);
-    if (name.empty() || name == "." || name == "..") return EINVAL;
-    return openFolderBelow(entry.get(), parentOf(item.stored), out);
-}
-
-// The folder that the item lay in, as it was resolved when it was saved.
-int openParent(const std::string& folder, Descriptor& out) {
-    if (const int error = makeFolders(folder, 0755)) return error;
-    Descriptor root;
-    if (const int error = openFolder("/", root)) return error;
-    return openFolderBelow(root.get(), std::string_view(folder).substr(1), out);
-}
-
-bool isThere(Place place) {
-    Attributes attributes;
-    return attributesAt(place.folder, place.name, attributes) == 0;
-}
-
-} // namespace
-
-VaultRestored Vault::restore(const std::string& id) const {
-    store.refuseForeign();
-    const auto entry = find(id);
-    if (!entry) throw TidewrackError::io("No vault entry " + id);
-    Descriptor copies;
-    if (const int error = openFolder(entryFolder(id), copies)) throw TidewrackError::io("open", entryFolder(id), error);
-    for (const VaultEntry::Item& item : entry->items) {
-        Descriptor folder;
-        const int error = openCopies(copies, item, folder);
-        if (error == EINVAL || error == ELOOP || error == ENOTDIR)
-            throw TidewrackError::corrupt(entryFolder(id) + "/entry.json: " + item.stored + " leads out of the entry");
-    }
-    const Date began = now();
-    VaultRestored result;
-    std::vector<std::string> folders; // put back so far
-    for (const VaultEntry::Item& item : entry->items) {
-        const std::string place = Store::canonicalPlace(item.original);
-        const auto holds = [&](const std::string& folder) { return isAtOrBelow(place, folder); };
-        // A folder was saved with all that is in it. Renaming that once more would only leave a stray file.
-        if (std::any_of(folders.begin(), folders.end(), holds) && exists(place))
-            result.messages.push_back("restored " + item.original);
-        else if (!restoreItem(copies, item, began, result.messages))
-            continue;
-        else if (item.kind == "dir")
-            folders.push_back(place);
-        ++result.items;
-    }
-    if (entry->items.empty()) result.messages.push_back("nothing to restore: the entry holds no copies");
-    return result;
-}
-
-bool Vault::restoreItem(const Descriptor& copies, const VaultEntry::Item& item, Date began,
-                        std::vector<std::string>& messages) const {
-    const std::string& original = item.original;
-    const std::string name(lastComponent(original));
-    const auto fail = [&](const std::string& reason) {
-        messages.push_back("couldn't restore " + original + ": " + reason);
-        return false;
-    };
-    const std::string parent = Store::canonical(std::string(parentOf(original)));
-    if (!item.parent.empty() && parent != item.parent)
-        return fail("its folder was " + item.parent + " and is " + parent + " now");
-    Descriptor storedFolder;
-    const std::string storedName(lastComponent(item.stored));
-    const bool isOpen = openCopies(copies, item, storedFolder) == 0;
-    const Place stored{storedFolder.get(), storedName.c_str()};
-    if (!isOpen || !isThere(stored)) return fail("its copy is missing"); // nothing would replace what is moved aside
-    // From here on by the open folder: whatever becomes of the way to it, nothing leads elsewhere.
-    Descriptor folder;
-    if (const int error = openParent(parent, folder)) return fail(errorText(error));
-    const Place target{folder.get(), name.c_str()};
-    if (isThere(target)) {
-        const std::string cannotMove = "couldn't move " + original + " aside: ";
-        if (liesIn(Store::canonical(store.home), original)) {
-            messages.push_back(cannotMove + "it contains Tidewrack's own history");
-            return false;
-        }
-        std::int64_t number = seconds(began);
-        const auto aside = [&] { return name + ".tidewrack-" + std::to_string(number); };
-        while (isThere({folder.get(), aside().c_str()})) ++number; // a rename would replace it
-        if (::renameat(folder.get(), name.c_str(), folder.get(), aside().c_str()) != 0) {
-            messages.push_back(cannotMove + errorText(errno));
-            return false;
-        }
-        messages.push_back("moved what was there aside to " + original + ".tidewrack-" + std::to_string(number));
-    }
-    // Programs go on writing into their folders meanwhile: nothing of theirs is replaced, or removed because of it.
-    std::vector<UncopiedItem> uncopied;
-    CopyLimits limits;
-    limits.unsaved = &uncopied;
-    limits.leavesParts = true;
-    const int error = copyTree(stored, target, limits);
-    if (error == 0) {
-        (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
-        messages.push_back("restored " + original);
-    } else {
-        (void)fail(errorText(error));
-    }
-    for (const UncopiedItem& inside : uncopied)
-        messages.push_back("couldn't restore " + original + inside.path + ": " + errorText(inside.error));
-    return error == 0;
 }
 
 Vault::EarlierCopies Vault::earlierDotfiles() const {

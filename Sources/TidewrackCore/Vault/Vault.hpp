@@ -23,6 +23,9 @@ struct VaultRequest {
     std::optional<std::string> session = std::nullopt;
     std::optional<std::string> turn = std::nullopt;
     Deadline deadline = std::nullopt;
+    // Nobody knows whether the paths are in danger at all: a copy never takes the room that is to stay free, and none
+    // is made of what an entry of the same session from the last hour holds as it is.
+    bool isGuess = false;
 };
 
 struct VaultSaved {
@@ -37,9 +40,21 @@ struct VaultSaved {
     std::vector<Path> unsaved;       // also parts of folders that were saved
 };
 
+// What became of one item of an entry, or would in a dry run.
+struct RestoredItem {
+    std::string original;
+    std::string copy;                 // where the vault has it
+    std::optional<std::string> aside; // where that is now what stood in its place
+    std::string failure;              // why it is not back, one sentence; empty when it is
+    std::vector<std::string> missing; // what inside it could not be copied, one sentence each
+};
+
 struct VaultRestored {
-    std::vector<std::string> messages; // what was done and what failed, one sentence each
-    std::size_t items = 0;             // how many are back
+    std::vector<RestoredItem> items;
+    bool isDryRun = false;
+
+    [[nodiscard]] std::size_t count() const;                 // how many are back
+    [[nodiscard]] std::vector<std::string> messages() const; // what was done and what failed, one sentence each
 };
 
 class Vault {
@@ -68,7 +83,8 @@ class Vault {
     // Puts an entry's items back where they came from; what stands there is kept beside it under another name. An item
     // whose folder is another one by now, because a link stands on the way to it, stays as it is. Throws TidewrackError
     // io "No vault entry <id>", and corrupt, with nothing changed, when a copy would have to come from elsewhere.
-    VaultRestored restore(const std::string& id) const;
+    enum class Acting { forReal, dryRun };
+    VaultRestored restore(const std::string& id, Acting acting = Acting::forReal) const;
 
     // Saves the user's configuration files when that was last begun more than an hour ago, and then removes entries
     // older than `daysKept`. None when it is not due.
@@ -93,9 +109,11 @@ class Vault {
     // `earlier`: of the hourly copy alone, else null.
     VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
+    [[nodiscard]] std::vector<std::string> notCopiedYet(const VaultRequest& request) const;
     [[nodiscard]] bool believes(Date now) const;
-    bool restoreItem(const Descriptor& copies, const VaultEntry::Item& item, Date began,
-                     std::vector<std::string>& messages) const;
+    [[nodiscard]] std::vector<VaultEntry> entriesFrom(std::string_view firstID) const;
+    struct Restoring;
+    void restoreItem(const Restoring& restoring, const VaultEntry::Item& item, RestoredItem& result) const;
 };
 
 } // namespace tidewrack

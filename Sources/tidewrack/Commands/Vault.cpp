@@ -27,6 +27,20 @@ std::string listing(const VaultEntry& entry, Date now, const Look& look) {
     return text;
 }
 
+nlohmann::json asJson(const VaultRestored& result) {
+    nlohmann::json items = nlohmann::json::array();
+    for (const RestoredItem& item : result.items) {
+        nlohmann::json object = {{"path", item.original},
+                                 {"restored", item.failure.empty()},
+                                 {"copy", item.copy},
+                                 {"missing", item.missing}};
+        if (item.aside) object["aside"] = *item.aside;
+        if (!item.failure.empty()) object["error"] = item.failure;
+        items.push_back(std::move(object));
+    }
+    return {{"dryRun", result.isDryRun}, {"items", std::move(items)}};
+}
+
 } // namespace
 
 int vault(Invocation& call) {
@@ -46,9 +60,13 @@ int vault(Invocation& call) {
 int vaultRestore(Invocation& call) {
     const auto id = call.args.word(0);
     if (!id) usageError();
-    const VaultRestored result = Vault(Store::fromEnvironment(call.around.environment)).restore(*id);
-    for (const std::string& message : result.messages) call.print(call.shown(message) + "\n");
-    return result.items == 0 ? 1 : 0;
+    const auto acting = call.args.has("--dry-run") ? Vault::Acting::dryRun : Vault::Acting::forReal;
+    const VaultRestored result = Vault(Store::fromEnvironment(call.around.environment)).restore(*id, acting);
+    if (call.json())
+        call.printJson(asJson(result));
+    else
+        for (const std::string& message : result.messages()) call.print(call.shown(message) + "\n");
+    return result.count() == 0 ? 1 : 0;
 }
 
 } // namespace tidewrack::commands

@@ -1,0 +1,188 @@
+// Puts an entry's items back where they came from.
+
+#include "Vault/Vault.hpp"
+
+#include "Platform/Attributes.hpp"
+#include "Platform/Flush.hpp"
+#include "Platform/OpenFolder.hpp"
+#include "Platform/Process.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+namespace tidewrack {
+
+namespace {
+
+constexpr std::int64_t nanosPerSecond = 1'000'000'000;
+
+std::int64_t seconds(Date date) {
+    return date.time_since_epoch().count();
+}
+
+// Opens the folder that holds an item's copy, without leaving the folder of its entry.
+int openCopies(const Descriptor& entry, const VaultEntry::Item& item, Descriptor& out) {
+    const std::string_view name = lastComponent(item.stored);
+    if (name.empty() || name == "." || name == "..") return EINVAL;
+    return openFolderBelow(entry.get(), parentOf(item.stored), out);
+}
+
+// The folder that the item lay in, as it was resolved when it was saved.
+int openParent(const std::string& folder, Descriptor& out) {
+    if (const int error = makeFolders(folder, 0755)) return error;
+    Descriptor root;
+    if (const int error = openFolder("/", root)) return error;
+    return openFolderBelow(root.get(), std::string_view(folder).substr(1), out);
+}
+
+bool isThere(Place place) {
+    Attributes attributes;
+    return attributesAt(place.folder, place.name, attributes) == 0;
+}
+
+} // namespace
+
+// One restore of an entry.
+struct Vault::Restoring {
+    const std::string& entry; // its folder
+    const Descriptor& copies; // the same, open
+    Date saved;
+    Date began;
+    Acting acting;
+};
+
+VaultRestored Vault::restore(const std::string& id, Acting acting) const {
+    store.refuseForeign();
+    const auto entry = find(id);
+    if (!entry) throw TidewrackError::io("No vault entry " + id);
+    const std::string path = entryFolder(id);
+    Descriptor copies;
+    if (const int error = openFolder(path, copies)) throw TidewrackError::io("open", path, error);
+    for (const VaultEntry::Item& item : entry->items) {
+        Descriptor folder;
+        const int error = openCopies(copies, item, folder);
+        if (error == EINVAL || error == ELOOP || error == ENOTDIR)
+            throw TidewrackError::corrupt(path + "/entry.json: " + item.stored + " leads out of the entry");
+    }
+    const Restoring restoring{path, copies, entry->created, now(), acting};
+    VaultRestored result;
+    result.isDryRun = acting == Acting::dryRun;
+    std::vector<std::string> folders; // put back so far
+    for (const VaultEntry::Item& item : entry->items) {
+        RestoredItem& done = result.items.emplace_back();
+        done.original = item.original;
+        done.copy = path + "/" + item.stored;
+        const std::string place = Store::canonicalPlace(item.original);
+        const auto holds = [&](const std::string& folder) { return isAtOrBelow(place, folder); };
+        // A folder was saved with all that is in it. Renaming that once more would only leave a stray file.
+        const bool isBack = std::any_of(folders.begin(), folders.end(), holds) && (result.isDryRun || exists(place));
+        if (!isBack) restoreItem(restoring, item, done);
+        if (!isBack && done.failure.empty() && item.kind == "dir") folders.push_back(place);
+    }
+    return result;
+}
+
+namespace {
+
+// A link on the way to `path` that was made after `then`: a record that does not say where its folder was cannot tell
+// whether this leads there.
+std::optional<std::string> linkMadeSince(std::string path, Date then) {
+    for (; path.size() > 1; path = std::string(parentOf(path))) {
+        Attributes attributes;
+        if (attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.kind == Attributes::Kind::link &&
+            attributes.ctime / nanosPerSecond > seconds(then))
+            return path;
+    }
+    return std::nullopt;
+}
+
+// Why an item is not put back into the folder that its path leads to now; empty where it is.
+std::string otherFolder(const VaultEntry::Item& item, const std::string& now, Date saved) {
+    if (!item.parent.empty())
+        return now == item.parent ? std::string() : "its folder was " + item.parent + " and is " + now + " now";
+    const auto link = linkMadeSince(std::string(parentOf(item.original)), saved);
+    return link ? *link + " is a link that was made since" : std::string();
+}
+
+// A name beside `name` that nothing has, with the time when a restore began.
+std::string freeName(const Descriptor& folder, const std::string& name, Date began) {
+    std::int64_t number = seconds(began);
+    const auto aside = [&] { return name + ".tidewrack-" + std::to_string(number); };
+    while (isThere(Place{folder.get(), aside().c_str()})) ++number; // a rename would replace it
+    return aside();
+}
+
+} // namespace
+
+void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item, RestoredItem& result) const {
+    const std::string& original = item.original;
+    const std::string name(lastComponent(original));
+    const auto fail = [&](const std::string& reason) {
+        result.failure = "couldn't restore " + original + ": " + reason;
+    };
+    const std::string parent = Store::canonical(std::string(parentOf(original)));
+    if (const std::string other = otherFolder(item, parent, restoring.saved); !other.empty())
+        return fail(other + "; the copy is in " + result.copy);
+    Descriptor storedFolder;
+    const std::string storedName(lastComponent(item.stored));
+    const bool isOpen = openCopies(restoring.copies, item, storedFolder) == 0;
+    const Place stored{storedFolder.get(), storedName.c_str()};
+    if (!isOpen || !isThere(stored)) return fail("its copy is missing"); // nothing would replace what is moved aside
+    const bool isDryRun = restoring.acting == Acting::dryRun;
+    // From here on by the open folder: whatever becomes of the way to it, nothing leads elsewhere.
+    Descriptor folder;
+    if (isDryRun && !exists(parent)) return; // it would be made
+    if (const int error = isDryRun ? openFolder(parent, folder) : openParent(parent, folder))
+        return fail(errorText(error));
+    const Place target{folder.get(), name.c_str()};
+    if (isThere(target)) {
+        const auto cannotMove = [&](const std::string& reason) {
+            result.failure = "couldn't move " + original + " aside: " + reason;
+        };
+        if (liesIn(Store::canonical(store.home), original)) return cannotMove("it contains Tidewrack's own history");
+        const std::string aside = freeName(folder, name, restoring.began);
+        if (!isDryRun && ::renameat(folder.get(), name.c_str(), folder.get(), aside.c_str()) != 0)
+            return cannotMove(errorText(errno));
+        result.aside = joined(std::string(parentOf(original)), aside);
+    }
+    if (isDryRun) return;
+    // Programs go on writing into their folders meanwhile: nothing of theirs is replaced, or removed because of it.
+    std::vector<UncopiedItem> uncopied;
+    CopyLimits limits;
+    limits.unsaved = &uncopied;
+    limits.leavesParts = true;
+    if (const int error = copyTree(stored, target, limits))
+        fail(errorText(error));
+    else
+        (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
+    for (const UncopiedItem& inside : uncopied)
+        result.missing.push_back("couldn't restore " + original + inside.path + ": " + errorText(inside.error));
+}
+
+std::size_t VaultRestored::count() const {
+    const auto isBack = [](const RestoredItem& item) { return item.failure.empty(); };
+    return static_cast<std::size_t>(std::count_if(items.begin(), items.end(), isBack));
+}
+
+std::vector<std::string> VaultRestored::messages() const {
+    std::vector<std::string> result;
+    for (const RestoredItem& item : items) {
+        if (item.aside)
+            result.push_back((isDryRun ? "would move what is there aside to " : "moved what was there aside to ") +
+                             *item.aside);
+        result.push_back(item.failure.empty() ? (isDryRun ? "would restore " : "restored ") + item.original
+                                              : item.failure);
+        result.insert(result.end(), item.missing.begin(), item.missing.end());
+    }
+    if (items.empty()) result.emplace_back("nothing to restore: the entry holds no copies");
+    return result;
+}
+
+} // namespace tidewrack
