@@ -279,7 +279,7 @@ void damageHistory(Scene& scene) {
 const std::string endsTurn = R"({"hook_event_name":"Stop","session_id":"s","cwd":"@/project"})";
 const std::string runs = R"({"hook_event_name":"PreToolUse","session_id":"s","cwd":"@/project","tool_name":"Bash",)";
 const std::string removesNotes = runs + R"("tool_input":{"command":"rm -rf @/home/notes"}})";
-const std::string removesFile = runs + R"("tool_input":{"command":"rm file"}})";
+const std::string removesFile = runs + R"("tool_input":{"command":"rm file .git/x"}})"; // which is asked about
 
 const std::vector<Operation>& operations() {
     static const std::vector<Operation> all = {
@@ -341,6 +341,7 @@ class Attempt {
     void checkDoneUnlessToldOtherwise() const {
         const ::testing::ScopedTrace trace(__FILE__, __LINE__, trace_ + ": " + scene_.f.read("report"));
         EXPECT_TRUE(outcome_.status <= 1 || outcome_.status == 3) << outcome_.status;
+        EXPECT_TRUE(operation_.input != removesFile || outcome_.out.find("\"ask\"") != outcome_.out.npos);
         const std::string text = outcome_.out + outcome_.err;
         if (outcome_.status == 0 && text.find("warning: ") == text.npos) checkDone();
         // A folder that can't be read for a moment is recorded as it was; one that may not be read isn't.

@@ -18,9 +18,14 @@ constexpr std::size_t mostRecordsRead = 8;
 std::vector<std::string> EditedFiles::notHeld(const std::vector<std::string>& paths) {
     std::vector<std::string> unheld;
     for (const std::string& path : paths) {
-        const std::string place = Store::canonicalPlace(path);
-        sortOut(place, unheld);
-        if (const std::string file = Store::canonical(path); file != place) sortOut(file, unheld);
+        try {
+            const std::string place = Store::canonicalPlace(path);
+            sortOut(place, unheld);
+            if (const std::string file = Store::canonical(path); file != place) sortOut(file, unheld);
+        } catch (const std::exception& error) { // what cannot be told is saved
+            context_.logError(error.what());
+            unheld.push_back(path);
+        }
     }
     return unheld;
 }
@@ -33,9 +38,13 @@ void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unh
     }
     if (!holdsTurn(*project)) unheld.push_back(path);
     if (path.size() <= project->root.size()) return;
-    noteEdit(context_.handler.store.history(*project).folder(),
-             {now(), std::string(rawValue(context_.agent)), context_.event.session, context_.event.turn,
-              path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
+    try {
+        noteEdit(context_.handler.store.history(*project).folder(),
+                 {now(), std::string(rawValue(context_.agent)), context_.event.session, context_.event.turn,
+                  path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
+    } catch (const std::exception& error) { // the snapshots do not depend on it
+        context_.logError(error.what());
+    }
 }
 
 bool EditedFiles::holdsTurn(const Project& project) const {

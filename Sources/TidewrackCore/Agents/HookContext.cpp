@@ -4,17 +4,23 @@
 #include "Agents/Installer.hpp"
 #include "Engine/Tracking.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+#include "Timeline/LoggedHook.hpp"
 
 #include <utility>
 
 namespace tidewrack {
 
-void HookContext::loadProjectsForJudging() {
-    try {
-        loadProjects();
-    } catch (const std::exception& error) {
-        mayTrack_ = false;
-        logError(error.what());
+void HookContext::loadProjects() {
+    mayTrack_ = false;
+    Registry registry = handler.store.registry();
+    projects_ = std::move(registry.projects);
+    mayTrack_ = true;
+    unreadable_.clear();
+    for (const Registry::Unreadable& record : registry.unreadable) {
+        logError(record.reason);
+        unreadable_.emplace(lastComponent(parentOf(record.path)));
+        if (isFolder(record.path)) mayTrack_ = false; // nothing tells which projects there are
     }
 }
 
@@ -24,6 +30,7 @@ std::optional<Project> HookContext::projectFor(const std::string& folder) {
     if (!handler.autoTrack || !mayTrack_ || passed(share(2, 5))) return std::nullopt;
     const auto root = gitRoot(Store::canonical(folder));
     if (!root || isTooBroad(handler.store, *root) || untrackable_.contains(*root)) return std::nullopt;
+    if (unreadable_.contains(Store::projectID(*root))) return std::nullopt;
     const auto start = std::chrono::steady_clock::now();
     try {
         projects_.push_back(track(handler.store, *root, false));
@@ -67,20 +74,44 @@ std::vector<shell::OwnPath> HookContext::ownPaths() const {
 }
 
 SnapshotRequest HookContext::request(const char* kind, std::string label, const Deadline& deadline) const {
-    return {kind, std::move(label), std::string(rawValue(agent)), event.session, event.turn, deadline, &projects_};
+    SnapshotRequest request;
+    request.kind = kind;
+    request.label = std::move(label);
+    request.agent = rawValue(agent);
+    request.session = event.session;
+    request.turn = event.turn;
+    request.deadline = deadline;
+    request.registry = &projects_;
+    request.gitPatience = &gitPatience_;
+    return request;
 }
 
 std::string HookContext::noteOn(const SnapshotResult& result, const Project& project) {
-    std::string note = "#" + std::to_string(result.meta.seq) + " " + project.root;
+    std::string note = "#" + std::to_string(result.meta.seq) + " " + loggedText(project.root);
     if (result.late > 0) note += ", " + std::to_string(result.late) + " skipped";
-    if (!result.unseen.empty()) note += ", " + result.unseen.front();
-    if (result.unseen.size() > 1) note += " (and " + std::to_string(result.unseen.size() - 1) + " more)";
     return note;
+}
+
+Gaps HookContext::gapsIn(const SnapshotResult& result) {
+    Gaps gaps;
+    gaps.count = static_cast<std::size_t>(result.unsaved) + result.unseen.size();
+    if (result.firstUnsaved) {
+        gaps.path = result.firstUnsaved->path;
+        gaps.reason = result.firstUnsaved->reason.text();
+    } else if (!result.unseen.empty()) {
+        gaps.reason = result.unseen.front();
+    }
+    return gaps;
 }
 
 std::string noteOn(const VaultEntry& entry) {
     return "vault " + entry.id + ": " + std::to_string(entry.items.size()) + " saved, " +
            std::to_string(entry.skipped.size()) + " skipped";
+}
+
+std::string noteOn(const Gaps& gaps) {
+    return std::to_string(gaps.count) +
+           " not saved: " + loggedText(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason);
 }
 
 } // namespace tidewrack

@@ -6,6 +6,7 @@
 #include "Platform/Deadline.hpp"
 #include "Shell/Decision.hpp"
 
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <set>
@@ -14,6 +15,13 @@
 #include <vector>
 
 namespace tidewrack {
+
+// What a snapshot lacks although it was to hold it.
+struct Gaps {
+    std::size_t count = 0; // files, and folders that could not be looked into
+    std::string path;      // the first of them, relative; empty where the reason tells
+    std::string reason;    // of the first
+};
 
 class HookContext {
   public:
@@ -27,11 +35,9 @@ class HookContext {
 
     // --- Projects ---
 
-    // Reads the registry. Throws TidewrackError corrupt.
-    void loadProjects() { projects_ = handler.store.projects(); }
-    // The same for judging a command, which must go on: a registry that cannot be read is logged, and everything is
-    // then taken to lie outside projects, so that what the command touches goes into the vault.
-    void loadProjectsForJudging();
+    // Reads the registry as far as it can be read; what can't is logged. Throws as Store::refuseForeign(); nothing is
+    // then tracked by itself.
+    void loadProjects();
     [[nodiscard]] const std::vector<Project>& projects() const { return projects_; } // all tracked ones
     // The tracked project around `folder`; starts tracking the git repository around it when there is none.
     [[nodiscard]] std::optional<Project> projectFor(const std::string& folder);
@@ -45,8 +51,11 @@ class HookContext {
     // --- Snapshots, time and the log ---
 
     [[nodiscard]] SnapshotRequest request(const char* kind, std::string label, const Deadline& deadline) const;
-    // The note on a snapshot: its number, its project, and how many contents were left out for want of time.
+    // The note on a snapshot: its number, its project, and how many contents were left out for want of time. Notes are
+    // parted by "; " in a line, and that is nowhere in them.
     [[nodiscard]] static std::string noteOn(const SnapshotResult& result, const Project& project);
+    // What else the snapshot lacks, for a note of its own behind all others.
+    [[nodiscard]] static Gaps gapsIn(const SnapshotResult& result);
 
     [[nodiscard]] Deadline whole() const { return start_ + handler.budget; }
     [[nodiscard]] Deadline share(int part, int of) const { return start_ + handler.budget * part / of; }
@@ -59,12 +68,17 @@ class HookContext {
   private:
     const HookLog::Instant start_ = std::chrono::steady_clock::now();
     std::vector<Project> projects_;
-    bool mayTrack_ = true;
+    bool mayTrack_ = false;
+    std::set<std::string> unreadable_; // ids of projects whose records are
+    // What git may take, for all projects of this call together.
+    mutable std::chrono::steady_clock::duration gitPatience_ = std::chrono::milliseconds(500);
     std::set<std::string> unjudged_;    // roots of projects
     std::set<std::string> untrackable_; // repositories that could not be tracked in this call
 };
 
 // "vault <id>: <n> saved, <m> skipped"
 [[nodiscard]] std::string noteOn(const VaultEntry& entry);
+// "<n> not saved: <the first>: <its reason>"
+[[nodiscard]] std::string noteOn(const Gaps& gaps);
 
 } // namespace tidewrack

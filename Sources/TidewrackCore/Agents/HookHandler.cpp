@@ -1,12 +1,14 @@
 #include "Agents/HookHandler.hpp"
 
 #include "Agents/EditedFiles.hpp"
+#include "Agents/Question.hpp"
 #include "Agents/SaveBefore.hpp"
 #include "Shell/Guard.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
+#include "Timeline/LoggedHook.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -27,15 +29,6 @@ std::size_t lineBreakLength(std::string_view text) {
     if (text[0] >= '\n' && text[0] <= '\r') return 1;
     if (text.starts_with("\u0085")) return 2;
     return text.starts_with("\u2028") || text.starts_with("\u2029") ? 3 : 0;
-}
-
-// The question about a command as it stands after saving: what it promises must be true.
-std::string question(const shell::Verdict& verdict, const SavedBefore& saved) {
-    if (!saved.notSnapshotted || !verdict.reason.ends_with(shell::snapshotPromise)) return verdict.reason;
-    std::string text = verdict.reason.substr(0, verdict.reason.size() - shell::snapshotPromise.size());
-    text += " Tidewrack couldn't snapshot it first: " + *saved.notSnapshotted;
-    if (!text.ends_with('.')) text += '.';
-    return text + " Allow?";
 }
 
 // One event while it is being answered.
@@ -63,11 +56,19 @@ class HookCall {
             }
         } catch (const std::exception& error) {
             context_.logError(error.what());
+            return answerAfter(error.what());
         }
         return allowed();
     }
 
   private:
+    // What was judged holds, whatever fails afterwards.
+    [[nodiscard]] HookOutput answerAfter(const char* failure) const {
+        SavedBefore saved;
+        saved.notSnapshotted = failure;
+        return answerTo(verdict_, saved);
+    }
+
     HookOutput prompt() {
         context_.loadProjects();
         if (const auto project = context_.projectFor(event_.cwd))
@@ -89,49 +90,70 @@ class HookCall {
         return reply(command, shell::analyze(command, startJudging()));
     }
 
-    // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
-    // about to change is saved and answered like a command's targets.
     HookOutput edit() {
         const shell::Context judged = startJudging();
         shell::Decision decision = shell::judgeFiles(event_.paths, judged);
-        if (decision.verdict.kind != shell::Verdict::Kind::deny)
-            decision.targets = EditedFiles(context_).notHeld(event_.paths);
         const std::size_t more = event_.paths.size() - 1;
         return reply("editing " + event_.paths.front() + (more > 0 ? " and " + std::to_string(more) + " more" : ""),
-                     decision);
+                     std::move(decision));
     }
 
     HookOutput discard() {
         (void)startJudging();
         shell::Decision decision;
         decision.targets.push_back(event_.cwd);
-        return reply("removing the work tree " + event_.cwd, decision);
+        return reply("removing the work tree " + event_.cwd, std::move(decision));
     }
 
     // Saves what is at stake in `action`, a command or what stands for one, and puts the verdict into words.
-    HookOutput reply(const std::string& action, const shell::Decision& decision) {
-        const std::string logged = oneLine(action, commandLogLength);
-        switch (decision.verdict.kind) {
-        case shell::Verdict::Kind::deny:
-            context_.log(event_.name, "deny " + logged);
-            return denyReply(context_.agent, decision.verdict.reason);
-        case shell::Verdict::Kind::ask: {
-            const SavedBefore saved = save(action, decision);
-            context_.log(event_.name, "ask " + logged + " → " + listed(saved.notes));
-            return askReply(context_.agent, event_.kind, question(decision.verdict, saved));
+    HookOutput reply(const std::string& action, shell::Decision decision) {
+        verdict_ = decision.verdict;
+        if (verdict_.kind == shell::Verdict::Kind::deny) {
+            logAction("deny ", action, {});
+            return answerTo(verdict_, {});
         }
-        case shell::Verdict::Kind::allow:
-            if (decision.targets.empty() && !decision.opaque && decision.suspected.empty()) return allowed();
-            context_.log(event_.name, "allow " + logged + " → " + listed(save(action, decision).notes));
-            return allowed();
+        // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
+        // about to change is saved like a command's targets.
+        if (event_.kind == HookEvent::Kind::edit)
+            attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths); });
+        const bool asks = verdict_.kind == shell::Verdict::Kind::ask;
+        if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty()) return allowed();
+        const SavedBefore saved = save(action, decision);
+        if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
+        logAction(verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ", action, saved.notes);
+        return answerTo(verdict_, saved);
+    }
+
+    [[nodiscard]] HookOutput answerTo(const shell::Verdict& verdict, const SavedBefore& saved) const {
+        switch (verdict.kind) {
+        case shell::Verdict::Kind::deny: return denyReply(context_.agent, verdict.reason);
+        case shell::Verdict::Kind::ask: return askReply(context_.agent, event_.kind, question(verdict.reason, saved));
+        case shell::Verdict::Kind::allow: break;
         }
         return allowed();
     }
 
+    void logAction(const char* verdict, const std::string& action, const std::vector<std::string>& notes) const {
+        std::string line = verdict + loggedCommand(oneLine(action, commandLogLength));
+        for (const std::string& note : notes) line += (&note == &notes.front() ? " → " : "; ") + note;
+        context_.log(event_.name, line);
+    }
+
+    // A failure in here costs nothing but itself.
+    template <typename Action>
+    void attempt(Action action) const {
+        try {
+            action();
+        } catch (const std::exception& error) {
+            context_.logError(error.what());
+        }
+    }
+
     shell::Context startJudging() {
-        context_.loadProjectsForJudging();
-        (void)context_.projectFor(event_.cwd); // may start tracking it
-        shell::Context judged{Store::canonical(event_.cwd), handler_.home, handler_.environment, {}};
+        attempt([&] { context_.loadProjects(); });
+        attempt([&] { (void)context_.projectFor(event_.cwd); }); // may start tracking it
+        shell::Context judged{event_.cwd, handler_.home, handler_.environment, {}};
+        attempt([&] { judged.cwd = Store::canonical(event_.cwd); });
         judged.protectedPaths = [this] { return ownPaths(); };
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
         context_.beginJudging();
@@ -153,12 +175,6 @@ class HookCall {
         SavedBefore saved = saveBefore(context_, command, decision);
         for (const std::string& failure : saved.failures) context_.logError(failure);
         return saved;
-    }
-
-    static std::string listed(const std::vector<std::string>& notes) {
-        std::string text;
-        for (const std::string& note : notes) text += (text.empty() ? "" : "; ") + note;
-        return text;
     }
 
     HookOutput stop() {
@@ -218,9 +234,10 @@ class HookCall {
     void snapshot(const Project& project, const char* kind, std::string label) const {
         const SnapshotRequest request = context_.request(kind, std::move(label), context_.whole());
         const SnapshotResult result = handler_.engine.snapshot(project, request);
-        std::string note = HookContext::noteOn(result, project);
-        if (const std::string tooLarge = tooLargeText(result.notKept); !tooLarge.empty()) note += "; " + tooLarge;
-        context_.log(event_.name, note);
+        std::string line = HookContext::noteOn(result, project);
+        if (const Gaps gaps = HookContext::gapsIn(result); gaps.count > 0) line += "; " + noteOn(gaps);
+        if (const std::string tooLarge = tooLargeText(result.notKept); !tooLarge.empty()) line += "; " + tooLarge;
+        context_.log(event_.name, line);
     }
 
     void backUpDotfiles() {
@@ -241,6 +258,7 @@ class HookCall {
     HookContext context_;
     const HookHandler& handler_ = context_.handler;
     const HookEvent& event_ = context_.event;
+    shell::Verdict verdict_; // on the event, as soon as it is known
     TerminationDelayed* const delayed_;
 };
 

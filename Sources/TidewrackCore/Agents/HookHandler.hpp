@@ -25,7 +25,7 @@ class HookHandler {
 
     const Store store;
     const Engine engine;
-    const Vault vault;
+    Vault vault; // its limits may be set
     const HookLog log;
     const Environment environment;
     const std::string home;

@@ -1,20 +1,28 @@
 #include "Agents/SaveBefore.hpp"
 
+#include "Agents/Replaceable.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
 #include "Store/EditLog.hpp"
+#include "Store/KeepFailure.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Timeline/LoggedHook.hpp"
+#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 
 #include <algorithm>
+#include <chrono>
+#include <set>
 
 namespace tidewrack {
 
 namespace {
 
 constexpr std::size_t commandLabelLength = 200;
+constexpr auto timeForGuesses = std::chrono::milliseconds(1500); // most of them are about nothing
+constexpr const char* noTime = "there was no time left";
 
 bool isFile(const std::string& path) {
     Attributes attributes;
@@ -30,6 +38,26 @@ void add(const Project& project, std::vector<Project>& to) {
     if (std::none_of(to.begin(), to.end(), isSame)) to.push_back(project);
 }
 
+void sortAndDedupe(std::vector<std::string>& paths) {
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+}
+
+// Why the vault leaves out what stands there; empty where nothing of worth does.
+std::string reasonFor(NotSaved reason, const Vault& vault) {
+    switch (reason) {
+    case NotSaved::tooManyFiles: return "it has more than " + std::to_string(vault.mostFiles) + " files";
+    case NotSaved::tooLarge: return "it is too large for a copy on another volume";
+    case NotSaved::noRoom: return "there is not enough room for a copy";
+    case NotSaved::noTime: return noTime;
+    case NotSaved::unreadable: return "it can't be read";
+    case NotSaved::notThere:
+    case NotSaved::inStore:
+    case NotSaved::special: break;
+    }
+    return {};
+}
+
 class Saving {
   public:
     Saving(HookContext& context, const std::string& command, const shell::Decision& decision)
@@ -38,79 +66,155 @@ class Saving {
     SavedBefore run() {
         sortOut();
         const Deadline deadline = context_.share(4, 5); // leaves time for the vault
-        for (const Project& project : projects_) snapshot(project, deadline, false);
-        for (const Project& project : guessed_) snapshot(project, deadline, true);
-        if (!outside_.empty()) copyOutside(outside_);
-        if (!guessedOutside_.empty()) copyOutside(guessedOutside_);
+        for (const Project& project : projects_) snapshot(project, deadline, Certainty::known);
+        const Deadline guessing = untilGuessed();
+        for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
+        sortAndDedupe(outside_);
+        if (!outside_.empty()) copyOutside(outside_, context_.whole(), Certainty::known);
+        if (!guessedOutside_.empty()) copyOutside(guessedOutside_, untilGuessed(), Certainty::guessed);
+        saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
         return std::move(saved_);
     }
 
   private:
-    void snapshot(const Project& project, const Deadline& deadline, bool onlyChanges) {
+    enum class Certainty { known, guessed };
+
+    [[nodiscard]] Deadline untilGuessed() const {
+        return std::min(*context_.whole(), std::chrono::steady_clock::now() + timeForGuesses);
+    }
+
+    void snapshot(const Project& project, const Deadline& deadline, Certainty certainty) {
         try {
             if (passed(deadline)) return skip(project);
             const std::string label = "Before: " + oneLine(command_, commandLabelLength);
             SnapshotRequest request = context_.request("tool", label, deadline);
-            request.onlyChanges = onlyChanges;
-            const SnapshotResult result = context_.handler.engine.snapshot(project, request);
-            saved_.notes.push_back(HookContext::noteOn(result, project));
-            if (result.late > 0)
-                notSnapshotted("there was no time for " + std::to_string(result.late) + " of the files in it");
+            request.onlyChanges = certainty == Certainty::guessed;
+            const TakenSnapshot taken = context_.handler.engine.snapshotListed(project, request);
+            saved_.notes.push_back(HookContext::noteOn(taken.result, project));
+            noteGaps(taken.result, project);
+            saveUnkept(project, taken.manifest);
         } catch (const std::exception& error) {
             if (passed(deadline)) return skip(project); // its lock was held all the time
-            failed(error);
+            saved_.failures.emplace_back(error.what());
+            if (isTakenWhole(project)) notSnapshotted(error.what());
         }
     }
 
-    void skip(const Project& project) {
-        saved_.notes.push_back("skipped " + project.root);
-        notSnapshotted("there was no time left");
+    void noteGaps(const SnapshotResult& result, const Project& project) {
+        const Gaps gaps = HookContext::gapsIn(result);
+        if (gaps.count > 0) gapNotes_.push_back(noteOn(gaps));
+        if (!isTakenWhole(project)) return;
+        const auto late = static_cast<std::size_t>(result.late);
+        if (saved_.gaps.count == 0) saved_.gaps.reason = gaps.count > 0 ? gaps.reason : noTime;
+        saved_.gaps.count += gaps.count + late;
     }
 
-    void failed(const std::exception& error) {
-        saved_.failures.emplace_back(error.what());
-        notSnapshotted(error.what());
+    void skip(const Project& project) {
+        saved_.notes.push_back("skipped " + loggedText(project.root));
+        if (isTakenWhole(project)) return notSnapshotted(noTime);
+        for (const std::string& path : destroyed_)
+            if (isAtOrBelow(path, project.root) && exists(path) && !isLeftOut(path, project)) unsaved(path, noTime);
     }
+
+    // Whether no snapshot of the project has the path, by its name.
+    static bool isLeftOut(std::string_view path, const Project& project) {
+        const auto& ifIgnored = project.excludesIfIgnored.value_or(defaultExcludesIfIgnored());
+        for (; path.size() > project.root.size(); path = parentOf(path)) {
+            const std::string_view name = lastComponent(path);
+            for (const auto* names : {&project.excludes, &ifIgnored})
+                if (std::find(names->begin(), names->end(), name) != names->end()) return true;
+        }
+        return false;
+    }
+
+    [[nodiscard]] bool isTakenWhole(const Project& project) const { return whole_.contains(project.id); }
 
     void notSnapshotted(std::string reason) {
         if (!saved_.notSnapshotted) saved_.notSnapshotted = std::move(reason);
     }
 
-    void copyOutside(const std::vector<std::string>& paths) {
+    void unsaved(const std::string& path, const std::string& reason) {
+        const auto project = Store::projectContaining(path, context_.projects());
+        const std::string& lasting = project ? project->root : context_.handler.home;
+        if (reason.empty() || isReplaceable(path, context_.handler.environment, lasting)) return;
+        if (saved_.unsaved)
+            ++saved_.unsaved->more;
+        else
+            saved_.unsaved = Unsaved{path, reason};
+    }
+
+    // What the command destroys of a project although its snapshot lists it alone, because it was too large or could
+    // not be read, is left to the vault.
+    void saveUnkept(const Project& project, const Manifest& manifest) {
+        for (const std::string& gone : destroyed_) {
+            if (isAtOrBelow(project.root, gone)) return saveUnkept(project, manifest, "");
+            if (isAtOrBelow(gone, project.root))
+                saveUnkept(project, manifest, std::string_view(gone).substr(joined(project.root, "").size()));
+        }
+    }
+
+    void saveUnkept(const Project& project, const Manifest& manifest, std::string_view gone) {
+        const auto isBefore = [](const Manifest::Item& item, std::string_view path) { return item.path < path; };
+        const auto& items = manifest.items();
+        for (auto at = std::lower_bound(items.begin(), items.end(), gone, isBefore);
+             at != items.end() && at->path.starts_with(gone); ++at) {
+            if (!at->entry.notKept() || !isAtOrBelow(at->path, gone)) continue;
+            const std::string path = joined(project.root, at->path);
+            if (KeepFailure::fromBlob(at->entry.blob).why == KeepFailure::Why::late)
+                unsaved(path, noTime);
+            else
+                outside_.push_back(path);
+        }
+    }
+
+    void copyOutside(const std::vector<std::string>& paths, const Deadline& deadline, Certainty certainty) {
         try {
-            const VaultSaved saved = context_.handler.vault.save({.paths = paths,
-                                                                  .command = command_,
-                                                                  .agent = std::string(rawValue(context_.agent)),
-                                                                  .cwd = context_.event.cwd,
-                                                                  .session = context_.event.session,
-                                                                  .turn = context_.event.turn,
-                                                                  .deadline = context_.whole()});
+            const Vault& vault = context_.handler.vault;
+            const VaultSaved saved = vault.save({.paths = paths,
+                                                 .command = command_,
+                                                 .agent = std::string(rawValue(context_.agent)),
+                                                 .cwd = context_.event.cwd,
+                                                 .session = context_.event.session,
+                                                 .turn = context_.event.turn,
+                                                 .deadline = deadline,
+                                                 .isGuess = certainty == Certainty::guessed});
             if (saved.entry) saved_.notes.push_back(noteOn(*saved.entry));
+            if (certainty == Certainty::guessed) return;
+            for (const VaultSaved::Path& path : saved.unsaved)
+                if (isDestroyed(path.path)) unsaved(path.path, reasonFor(path.reason, vault));
         } catch (const std::exception& error) {
             saved_.failures.emplace_back(error.what());
         }
     }
 
+    // Whether it is known that the command takes what stands at the path: a file that it names and neither moves nor
+    // adds to, or what is in a folder that goes with all it holds.
+    [[nodiscard]] bool isDestroyed(const std::string& path) const {
+        const auto holds = [&](const std::string& gone) { return isAtOrBelow(path, gone); };
+        return std::any_of(destroyed_.begin(), destroyed_.end(), holds);
+    }
+
     // --- What the command may touch, by where it is kept safe ---
 
     void sortOut() {
-        for (const std::string& target : decision_.targets) attempt([&] { sortOut(target); });
+        for (const std::string& target : decision_.targets)
+            attempt([&] { sortOut(target); }, isIn(decision_.removed, target));
+        sortAndDedupe(destroyed_);
         for (const std::string& folder : decision_.opaqueDirs) attempt([&] { addHolder(folder); });
         for (const std::string& folder : decision_.suspected) attempt([&] { guess(folder); });
         for (const std::string& path : decision_.mentioned)
             attempt([&] {
                 if (!guess(path) && !isIn(decision_.targets, path)) guessedOutside_.push_back(path);
             });
-        std::sort(outside_.begin(), outside_.end());
-        outside_.erase(std::unique(outside_.begin(), outside_.end()), outside_.end());
     }
 
     template <typename Action>
-    void attempt(Action action) {
+    void attempt(Action action, bool mayHoldProjects = false) {
         try {
             action();
         } catch (const std::exception& error) {
-            failed(error);
+            saved_.failures.emplace_back(error.what());
+            if (mayHoldProjects) notSnapshotted(error.what());
         }
     }
 
@@ -120,6 +224,8 @@ class Saving {
         const bool isLink = end != place;
         note(place);
         if (isLink) note(end);
+        if (isIn(decision_.removed, target) || (!isIn(decision_.keptWhole, target) && isFile(end)))
+            destroyed_.insert(destroyed_.end(), {target, end});
         if (!addHolder(isLink ? std::string(parentOf(place)) : place)) outside_.push_back(target);
         // A link may be removed, or written through.
         const bool follows = !isLink || isFile(end) || isIn(decision_.followed, target);
@@ -127,6 +233,7 @@ class Saving {
         for (const Project& project : context_.projects()) {
             if (!isAtOrBelow(project.root, end) || !isFolder(project.root)) continue;
             add(project, projects_);
+            whole_.insert(project.id);
             // Nobody was asked about a project unknown when the guard judged, and its snapshot lacks git's store.
             if (follows && context_.isUnjudged(project) && isIn(decision_.removed, target))
                 outside_.push_back(isLink ? end : target);
@@ -163,9 +270,12 @@ class Saving {
     const std::string& command_;
     const shell::Decision& decision_;
     std::vector<Project> projects_;
+    std::set<std::string> whole_;  // ids of those of them that lie at or below a target
     std::vector<Project> guessed_; // in which something may change, by a guess
     std::vector<std::string> outside_;
     std::vector<std::string> guessedOutside_;
+    std::vector<std::string> destroyed_; // sorted, each once
+    std::vector<std::string> gapNotes_;
     SavedBefore saved_;
 };
 

@@ -3,18 +3,28 @@
 // else by copies in the vault.
 
 #include "Agents/HookContext.hpp"
-#include "Shell/Guard.hpp"
+#include "Shell/Decision.hpp"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace tidewrack {
 
+// What a command destroys although neither a snapshot nor the vault can hold it.
+struct Unsaved {
+    std::string path;
+    std::string reason;
+    std::size_t more = 0; // other paths
+};
+
 struct SavedBefore {
     std::vector<std::string> notes;            // for the log: what was saved, and what there was no time for
     std::vector<std::string> failures;         // what went wrong, one sentence each, for the log
-    std::optional<std::string> notSnapshotted; // why a project has no snapshot of all that it holds
+    std::optional<std::string> notSnapshotted; // why a project that the command takes whole has no snapshot
+    Gaps gaps;                                 // in the snapshots of such projects
+    std::optional<Unsaved> unsaved;
 };
 
 // Never throws: one failure does not stop the others, and no failure changes what is answered to the command.

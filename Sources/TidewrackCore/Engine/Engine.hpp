@@ -114,7 +114,10 @@ class Engine {
 
     // --- Snapshots ---
     // Also prunes when the latest automatic prune is more than an hour old and there is time left.
-    SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
+    SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const {
+        return snapshotListed(project, request).result;
+    }
+    TakenSnapshot snapshotListed(const Project& project, const SnapshotRequest& request) const; // with its listing
     enum class FolderChanges { ignored, recorded }; // whether folders alone (sameFolders) are worth a manifest
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
                                  FolderChanges folderChanges = FolderChanges::ignored) const;

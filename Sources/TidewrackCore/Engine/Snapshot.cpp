@@ -277,12 +277,12 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     return taken;
 }
 
-SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
+TakenSnapshot Engine::snapshotListed(const Project& project, const SnapshotRequest& request) const {
     const ProjectLock lock(store.history(project).lockPath(), request.deadline);
     TakenSnapshot taken = snapshotLocked(lock, project, request);
     taken.result.notKept = notKeptIn(taken.manifest);
     if (!passed(request.deadline)) pruneIfDue(lock, project, taken.result);
-    return std::move(taken.result);
+    return taken;
 }
 
 std::set<std::string, std::less<>> Engine::nestedRoots(const Project& project,

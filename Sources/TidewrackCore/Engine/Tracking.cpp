@@ -49,7 +49,9 @@ void refuseUnsuitable(const Store& store, const std::string& path, bool force) {
 Project track(const Store& store, const std::string& path, bool force) {
     const std::string p = Store::canonical(path);
     if (!isFolder(p)) throw TidewrackError::io(p + " is not a folder.");
-    for (Project& known : store.projects())
+    // Another project's damaged record is no reason to keep no history of this one.
+    Registry registry = store.registry();
+    for (Project& known : registry.projects)
         if (known.root == p) return std::move(known);
     refuseUnsuitable(store, p, force);
     Project project;

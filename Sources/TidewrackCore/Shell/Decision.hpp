@@ -54,6 +54,8 @@ struct Decision {
     std::vector<std::string> followed;   // those of them that, where they are links, are not meant themselves: what
                                          // they lead to is; sorted, each once
     std::vector<std::string> removed;    // those of them that go with all they hold; sorted, each once
+    std::vector<std::string> keptWhole;  // those of them whose content is there afterwards, because they are moved or
+                                         // added to; sorted, each once
     bool opaque = false;                 // part of the effect cannot be known without running the command
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
     std::vector<std::string> mentioned; // paths that may change, by a guess, and are small enough to be kept where they

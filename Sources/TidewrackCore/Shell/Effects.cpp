@@ -98,6 +98,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
     const auto add = [&](std::string path) {
         if (extent == Extent::removed) askIfProjectInside(path, links);
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
+        if ((extent == Extent::moved || word.appends) && !full()) decision_.keptWhole.push_back(path);
         target(std::move(path), cwd, links, extent);
     };
     if (word.glob && extent == Extent::removed && lastComponent(word.text).find_first_not_of("*?") == std::string::npos)
@@ -159,7 +160,7 @@ void Effects::denyCatastrophes() {
 
 Decision Effects::decide() {
     auto& targets = decision_.targets;
-    for (auto* paths : {&targets, &decision_.followed, &decision_.removed}) {
+    for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.keptWhole}) {
         const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);

@@ -71,7 +71,7 @@ void Lexer::markPlain() {
 
 void Lexer::beginWord() {
     word_.text.clear();
-    word_.quoted = word_.glob = word_.tilde = word_.expands = word_.splits = false;
+    word_.quoted = word_.glob = word_.tilde = word_.expands = word_.splits = word_.appends = false;
     word_.plain = 0;
     started_ = false;
     escaped_ = false;
@@ -84,6 +84,7 @@ void Lexer::flush() {
     if (braced_ && role_ == Role::argument)
         out_->braced.push_back({out_->words.size(), std::string(text_.substr(wordBegin_, wordEnd_ - wordBegin_))});
     markPlain();
+    word_.appends = appends_ && role_ == Role::output;
     if (role_ == Role::inputFile || role_ == Role::inputText) {
         out_->inputs.push_back({role_ == Role::inputFile ? Input::Kind::file : Input::Kind::text, std::move(word_)});
     } else {
@@ -288,8 +289,9 @@ bool Lexer::takeAmpersand() {
         return complete;
     }
     ++at_;
-    if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
     flush();
+    appends_ = standsAt(at_, '>');
+    if (appends_ || standsAt(at_, '|')) ++at_;
     role_ = Role::output;
     return false;
 }
@@ -302,6 +304,7 @@ void Lexer::takeOutputRedirect() {
     } else {
         flush();
     }
+    appends_ = false;
     if (standsAt(at_, '(') && takeParenthesized(Substitution::Kind::file)) return;
     if (standsAt(at_, '&')) {
         ++at_;
@@ -314,7 +317,8 @@ void Lexer::takeOutputRedirect() {
         role_ = Role::output;
         return;
     }
-    if (standsAt(at_, '>') || standsAt(at_, '|')) ++at_;
+    appends_ = standsAt(at_, '>');
+    if (appends_ || standsAt(at_, '|')) ++at_;
     role_ = Role::output;
 }
 

@@ -93,6 +93,7 @@ class Lexer {
     std::size_t wordBegin_ = 0;
     std::size_t wordEnd_ = 0;    // where a word would end that is being cut
     Role role_ = Role::argument; // of the next word
+    bool appends_ = false;       // of the next word, in the role of output
     bool fromPipe_ = false;
     bool inArray_ = false;
     bool opaque_ = false;

@@ -20,6 +20,7 @@ struct Word {
     bool glob = false;        // an unquoted "*", "?" or "[" occurred
     bool tilde = false;       // it began with an unquoted "~"
     bool expands : 1 = false; // it may hold something that expanding changes
+    bool appends : 1 = false; // of a redirection: what the file holds stays
     bool splits : 1 = false;  // its value came from variables outside quotes, and some shells take it apart
     bool unknown : 1 = false; // its value cannot be known; it is empty, and keeps the place of what will stand there
     std::uint32_t plain = 0;  // how many leading bytes of the text stood outside quotes and escapes
