@@ -119,23 +119,27 @@ TEST(Hook, readsTheFilesThatAToolNames) {
         {Agent::codex, "apply_patch", R"({"command":"*** Update File: \n"})", {}},
     };
     for (const Row& row : rows) {
-        const char* name = row.agent == Agent::gemini   ? "BeforeTool"
-                           : row.agent == Agent::cursor ? "preToolUse"
-                                                        : "PreToolUse";
-        const json object{{"hook_event_name", name}, {"tool_name", row.tool}, {"tool_input", json::parse(row.input)}};
+        const json object{{"hook_event_name", traitsOf(row.agent).tool},
+                          {"tool_name", row.tool},
+                          {"tool_input", json::parse(row.input)}};
         const HookEvent event = parseHookEvent(row.agent, object, "/w");
         EXPECT_EQ(event.paths, row.paths) << row.tool << row.input;
         EXPECT_EQ(event.kind, row.paths.empty() ? Kind::other : Kind::edit) << row.tool << row.input;
     }
 }
 
-TEST(Hook, geminiNamesTheCommandsOwnFolder) {
-    for (const auto& [dirPath, folder] :
-         {std::pair(R"("src/lib/")", "/p/q/src/lib"), {R"("../r")", "/p/r"}, {R"("/else")", "/else"}, {"5", "/p/q"}}) {
-        const std::string object = R"({"cwd":"/p/q","hook_event_name":"BeforeTool","tool_name":"run_shell_command",)"
-                                   R"("tool_input":{"command":"ls","dir_path":)";
-        EXPECT_EQ(parsed(Agent::gemini, (object + dirPath + "}}").c_str()).cwd, folder);
-    }
+TEST(Hook, readsTheCommandsOwnFolder) {
+    for (const Agent agent : {Agent::gemini, Agent::qwen, Agent::opencode})
+        for (const auto& [named, folder] :
+             {std::pair(json("src/lib/"), "/p/q/src/lib"), {"../r", "/p/r"}, {"/else", "/else"}, {5, "/p/q"}}) {
+            const AgentTraits& traits = traitsOf(agent);
+            const json input{{"command", "ls"}, {std::string(traits.shellFolder), named}};
+            const json object{{"cwd", "/p/q"},
+                              {"hook_event_name", traits.shell},
+                              {"tool_name", traits.shellTool},
+                              {"tool_input", input}};
+            EXPECT_EQ(parseHookEvent(agent, object, "/w").cwd, folder) << traits.name << named;
+        }
 }
 
 TEST(Replies, speakEachAgentsLanguage) {
@@ -147,7 +151,13 @@ TEST(Replies, speakEachAgentsLanguage) {
         R"({"hookSpecificOutput":{"hookEventName":"PreToolUse","permissionDecision":"ask","permissionDecisionReason":"m\n\""}})");
     EXPECT_EQ(askReply(Agent::cursor, Kind::shell, "m").standardOutput,
               R"({"agent_message":"m","permission":"ask","user_message":"m"})");
-    for (const Agent agent : {Agent::codex, Agent::gemini})
+    // Whose client takes any other exit status for a refusal, and loses the reason.
+    EXPECT_EQ(denyReply(Agent::copilot, "m"),
+              (HookOutput{R"({"permissionDecision":"deny","permissionDecisionReason":"m"})", std::nullopt, 0}));
+    for (const Kind kind : {Kind::shell, Kind::edit})
+        EXPECT_EQ(askReply(Agent::copilot, kind, "m").standardOutput,
+                  R"({"permissionDecision":"ask","permissionDecisionReason":"m"})");
+    for (const Agent agent : {Agent::codex, Agent::gemini, Agent::opencode})
         EXPECT_EQ(askReply(agent, Kind::shell, "m").standardError,
                   "m This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.");
     EXPECT_NE(askReply(Agent::cursor, Kind::edit, "m").standardOutput->find("\"deny\""), std::string::npos);

@@ -53,11 +53,49 @@ class Installer : public ::testing::Test {
 TEST_F(Installer, writesExactlyTheHooksOfEachAgent) {
     const json golden = json::parse(testData("installed-hooks.json"));
     for (const Agent agent : allAgents) {
+        if (agent == Agent::opencode) continue; // a program, see below
         const json& wanted = golden.at(std::string(rawValue(agent)));
         installer().install(agent);
         EXPECT_EQ(config(agent), wanted) << rawValue(agent);
         EXPECT_EQ(json::parse(installer().snippet(agent)), wanted) << rawValue(agent);
     }
+}
+
+// The text's own use is that of the real client, with which it was tried; here is what the installer does with it.
+TEST_F(Installer, writesAProgramOfItsOwnWhereThereAreNoEntries) {
+    folder.makeFolder(".config/opencode");
+    EXPECT_EQ(run({"status"}).substr(run({"status"}).find("opencode")), "opencode not installed\n");
+    const std::string last = home + "/tidewrack";
+    folder.write("tidewrack", "#!/bin/sh\n");
+    ::chmod(last.c_str(), 0755);
+    for (const std::string& binary : {std::string("/opt/tw renamed"), std::string("/old dir/tidewrack"), last}) {
+        EXPECT_TRUE(installer(binary).install(Agent::opencode).changed) << binary;
+        EXPECT_EQ(installer(binary).installedBinary(Agent::opencode), binary);
+        EXPECT_FALSE(installer(binary).install(Agent::opencode).changed);
+        if (binary.find("renamed") != binary.npos) installer(binary).uninstall(Agent::opencode);
+    }
+    const std::string text = this->text(path(Agent::opencode));
+    EXPECT_EQ(text, installer(last).snippet(Agent::opencode));
+    EXPECT_NE(text.find("spawnSync(\"" + last + "\", [\"hook\", \"opencode\"]"), std::string::npos) << text;
+    put(Agent::opencode, text + "more");
+    EXPECT_NE(run({"status"}, last).find("opencode installed, but not as this version installs them"),
+              std::string::npos);
+    EXPECT_TRUE(installer().uninstall(Agent::opencode).changed);
+    EXPECT_FALSE(fs::exists(path(Agent::opencode)));
+    put(Agent::opencode, "export const Mine = 1\n");
+    for (const auto& result : {installer().install(Agent::opencode), installer().uninstall(Agent::opencode)})
+        EXPECT_EQ(result.note, path(Agent::opencode) + " isn't Tidewrack's, so it was left as it is.");
+    EXPECT_EQ(this->text(path(Agent::opencode)), "export const Mine = 1\n");
+}
+
+// Copilot refuses every tool whose hook fails.
+TEST_F(Installer, leavesCopilotAtWorkWhereTheProgramIsGone) {
+    installer(home + "/gone/tidewrack").install(Agent::copilot);
+    const json hook = config(Agent::copilot)["hooks"]["PreToolUse"][0];
+    EXPECT_EQ(std::system(hook["command"].get<std::string>().c_str()), 0);
+    EXPECT_EQ(installer().installedBinary(Agent::copilot), home + "/gone/tidewrack");
+    EXPECT_NE(run({"status"}).find("copilot installed, but its hooks run " + home + "/gone/tidewrack"),
+              std::string::npos);
 }
 
 TEST_F(Installer, keepsABackupAndEveryDigit) {
@@ -224,6 +262,28 @@ TEST_F(Installer, hooksCommandReportsWhatItDid) {
                                       path(Agent::codex) + "\n  backup: " + backupOf(Agent::codex) +
                                       "\ncursor: already removed\ngemini: already removed\n");
     EXPECT_EQ(run({"print", "cursor"}), installer().snippet(Agent::cursor) + "\n");
+
+    // A dry run says it all, and writes nothing.
+    installer("/old/tidewrack").install(Agent::claude);
+    const std::string before = folder.listing();
+    std::ostringstream plan;
+    std::ostringstream told;
+    const HooksWay dry{HookInstaller::Acting::dryRun, false};
+    runHooks({"install", "claude"}, installer(), plan, {}, dry);
+    runHooks({"uninstall", "claude"}, installer(), told, {}, {HookInstaller::Acting::dryRun, true});
+    EXPECT_EQ(plan.str().find("Would install claude hooks in " + path(Agent::claude) +
+                              "\n  - PreToolUse (Bash): /old/tidewrack hook claude\n"),
+              0U)
+        << plan.str();
+    EXPECT_NE(plan.str().find("\n  + Stop: /usr/local/bin/tidewrack hook claude\n"), std::string::npos);
+    EXPECT_NE(plan.str().find("\n  backup: " + backupOf(Agent::claude) + "\n"), std::string::npos);
+    const json removed = json::parse(told.str());
+    EXPECT_EQ(removed["dryRun"], true);
+    EXPECT_EQ(removed["agents"][0]["removed"].size(), 5U);
+    EXPECT_EQ(removed["agents"][0]["removed"][0],
+              json({{"event", "PreToolUse"}, {"matcher", "Bash"}, {"command", "/old/tidewrack hook claude"}}));
+    EXPECT_EQ(removed["agents"][0]["added"], json::array());
+    EXPECT_EQ(folder.listing(), before);
 
     EXPECT_EQ(thrownBy([&] {
                   return run({"install", "Claude"});

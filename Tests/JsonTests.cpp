@@ -208,9 +208,16 @@ TEST(Json, printsWhatIsDocumented) {
     document.check("usage", usageJson(usage));
 
     f.write("home/f", "x");
-    (void)Vault(world.store())
-        .save({.paths = {f.at("home/f"), f.at("home/gone")}, .agent = "codex", .session = "s", .turn = "t"});
+    f.write("home/g", "x");
+    const std::string id = Vault(world.store())
+                               .save({.paths = {f.at("home/f"), f.at("home/gone"), f.at("home/g")},
+                                      .agent = "codex",
+                                      .session = "s",
+                                      .turn = "t"})
+                               .entry->id;
     run("vault");
+    f.remove("store/vault/" + id + "/items/1");
+    EXPECT_EQ(run("vault restore", {"restore", id})["items"][1]["restored"], false);
     VaultEntry odd;
     odd.items = {{"/odd\xff", "items/0", "file", "/odd\xff"}};
     document.check("vault", json::array({toJson(odd)}));
@@ -219,6 +226,8 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(config["hooks"].erase("BeforeTool"), 1U);
     f.write("home/.gemini/settings.json", config.dump());
     run("hooks status", {"status"});
+    for (const char* agent : {"codex", "gemini"}) run("hooks install", {"install", agent});
+    EXPECT_EQ(run("hooks uninstall", {"uninstall", "gemini"})["agents"][0]["removed"].size(), 4U);
 
     EXPECT_EQ(run("untrack", {"--dry-run"})["dryRun"], true);
     EXPECT_EQ(run("untrack")["root"], world.projectPath());

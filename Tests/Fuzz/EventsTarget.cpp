@@ -13,10 +13,11 @@ using fuzz::require;
 
 namespace {
 
-// Cursor reads JSON, the others the exit status and standard error.
+// Cursor and copilot read JSON, the others the exit status and standard error.
 void checkRefusal(Agent agent, const std::string& message) {
     const HookOutput output = denyReply(agent, message);
-    if (agent != Agent::cursor) {
+    const AgentTraits::Answer form = traitsOf(agent).refusal;
+    if (form == AgentTraits::Answer::exitStatus) {
         require(output.exitCode == 2 && output.standardError == message && !output.standardOutput, "a refusal refuses");
         return;
     }
@@ -24,7 +25,9 @@ void checkRefusal(Agent agent, const std::string& message) {
     require(text.find('\n') == text.npos, "a reply is one line");
     const auto reply = parseJson(text);
     if (!isUtf8(message)) return require(reply.has_value(), "a reply is JSON whatever it quotes");
-    require(reply && reply->at("permission") == "deny" && reply->at("user_message") == message,
+    const bool isDecision = form == AgentTraits::Answer::decision;
+    require(reply && reply->at(isDecision ? "permissionDecision" : "permission") == "deny" &&
+                reply->at(isDecision ? "permissionDecisionReason" : "user_message") == message,
             "a refusal refuses, in the words it was given");
 }
 

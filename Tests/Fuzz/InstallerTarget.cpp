@@ -46,7 +46,7 @@ json withoutEmptyParts(json config, Agent agent) {
             if (hooks->contains(event) && (*hooks)[event] == json::array()) hooks->erase(event);
         if (hooks->empty()) config.erase(hooks);
     }
-    if (agent == Agent::cursor) config.erase("version");
+    if (traitsOf(agent).config == AgentTraits::Config::hooks) config.erase("version");
     return config;
 }
 
@@ -125,6 +125,7 @@ class Configuration {
 FUZZ_TARGET(installer) {
     if (input.empty()) return;
     const Agent agent = allAgents[static_cast<unsigned char>(input[0]) % allAgents.size()];
+    if (traitsOf(agent).config == AgentTraits::Config::plugin) return; // nobody's but ours
     input.remove_prefix(1);
     Configuration file(agent, input);
     const auto before = parseJsonKeepingDigits(input);

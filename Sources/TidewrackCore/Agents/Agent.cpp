@@ -2,14 +2,88 @@
 
 namespace tidewrack {
 
-std::string_view rawValue(Agent agent) {
-    switch (agent) {
-    case Agent::claude: return "claude";
-    case Agent::codex: return "codex";
-    case Agent::cursor: return "cursor";
-    case Agent::gemini: return "gemini";
-    }
-    return {};
+namespace {
+
+using Config = AgentTraits::Config;
+using Answer = AgentTraits::Answer;
+using Question = AgentTraits::Question;
+
+// In the order of the enumeration.
+constexpr AgentTraits table[] = {
+    {.name = "claude",
+     .folder = "/.claude",
+     .configFile = "/settings.json",
+     .question = Question::hookOutput,
+     .prompt = "UserPromptSubmit",
+     .stop = "Stop",
+     .tool = "PreToolUse",
+     .shell = "PreToolUse",
+     .shellTool = "Bash"},
+    {.name = "codex",
+     .folder = "/.codex",
+     .configFile = "/hooks.json",
+     .prompt = "UserPromptSubmit",
+     .stop = "Stop",
+     .interrupt = "Interrupt",
+     .tool = "PreToolUse",
+     .shell = "PreToolUse",
+     .shellTool = "Bash"},
+    {.name = "cursor",
+     .folder = "/.cursor",
+     .configFile = "/hooks.json",
+     .config = Config::hooks,
+     .refusal = Answer::permission,
+     .question = Question::asAnswer,
+     .prompt = "beforeSubmitPrompt",
+     .stop = "stop",
+     .tool = "preToolUse",
+     .shell = "beforeShellExecution"},
+    {.name = "gemini",
+     .folder = "/.gemini",
+     .configFile = "/settings.json",
+     .prompt = "BeforeAgent",
+     .stop = "AfterAgent",
+     .tool = "BeforeTool",
+     .shell = "BeforeTool",
+     .shellTool = "run_shell_command",
+     .shellFolder = "dir_path"},
+    {.name = "copilot",
+     .folder = "/.copilot",
+     .configFile = "/hooks/tidewrack.json",
+     .config = Config::hooks,
+     .refusal = Answer::decision,
+     .question = Question::asAnswer,
+     .prompt = "UserPromptSubmit",
+     .stop = "Stop",
+     .tool = "PreToolUse",
+     .shell = "PreToolUse",
+     .shellTool = "Bash"},
+    {.name = "qwen",
+     .folder = "/.qwen",
+     .configFile = "/settings.json",
+     .question = Question::hookOutput,
+     .prompt = "UserPromptSubmit",
+     .stop = "Stop",
+     .tool = "PreToolUse",
+     .shell = "PreToolUse",
+     .shellTool = "run_shell_command",
+     .shellFolder = "directory"},
+    {.name = "opencode",
+     .folder = "/.config/opencode",
+     .configFile = "/plugins/tidewrack.js",
+     .config = Config::plugin,
+     .prompt = "chat.message",
+     .stop = "session.idle",
+     .tool = "tool.execute.before",
+     .shell = "tool.execute.before",
+     .shellTool = "bash",
+     .shellFolder = "workdir"},
+};
+
+} // namespace
+
+const AgentTraits& traitsOf(Agent agent) {
+    return table[static_cast<std::size_t>(agent)];
 }
 
 std::optional<Agent> agentNamed(std::string_view name) {

@@ -95,20 +95,38 @@ void removeLeftoversBeside(const std::string& path, const std::vector<std::strin
     }
 }
 
+namespace {
+
+void requireUnchanged(const std::string& path, const std::string& target, const std::optional<std::string>& before) {
+    if (readConfig(target) != before)
+        throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
+}
+
+} // namespace
+
+void removeConfig(const std::string& path, const std::string& before) {
+    const std::string target = followedLinks(path);
+    requireUnchanged(path, target, before);
+    if (::unlink(target.c_str()) != 0) fail("remove", target, errno);
+}
+
+std::string backupPath(const std::string& path) {
+    return path + ".tidewrack-backup";
+}
+
 std::optional<std::string> replaceConfig(const std::string& path, const std::optional<std::string>& before,
                                          std::string_view bytes) {
     const std::string target = followedLinks(path);
     const std::string folder(parentOf(target));
     if (const int error = makeFolders(folder, 0777)) fail("create", folder, error);
-    if (readConfig(target) != before)
-        throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
+    requireUnchanged(path, target, before);
     if (!before) {
         writeUserFile(target, bytes, nullptr);
         return std::nullopt;
     }
     struct stat status {};
     if (::stat(target.c_str(), &status) != 0) fail("read", path, errno);
-    const std::string backup = path + ".tidewrack-backup";
+    const std::string backup = backupPath(path);
     writeUserFile(backup, *before, &status);
     writeUserFile(target, bytes, &status);
     return backup;

@@ -17,12 +17,18 @@ namespace tidewrack {
 // to where that names our program.
 void removeLeftoversBeside(const std::string& path, const std::vector<std::string>& texts);
 
+// Where replaceConfig keeps the file as it was.
+[[nodiscard]] std::string backupPath(const std::string& path);
+
 // Makes `bytes` the content of `path`, whose content was `before` (none: there was no file), and returns the path of
-// the backup of `before`, which is `path` + ".tidewrack-backup" and replaces an older one. A missing folder is
+// the backup of `before`, which replaces an older one. A missing folder is
 // created. Atomic: a reader sees the old or the new content. A symbolic link stays and the file that it leads to is
 // replaced; mode and, where allowed, owner stay. Throws when anything fails, or when the file no longer holds
 // `before`; the old content is then still in place.
 std::optional<std::string> replaceConfig(const std::string& path, const std::optional<std::string>& before,
                                          std::string_view bytes);
+
+// Removes the file, whose content was `before`: at the end of a symbolic link, which stays. Throws as replaceConfig.
+void removeConfig(const std::string& path, const std::string& before);
 
 } // namespace tidewrack

@@ -21,9 +21,12 @@ struct FileTool {
 
 // Codex's apply_patch, which names its files inside a text, is apart.
 constexpr FileTool fileTools[] = {
-    {Agent::claude, "Write"},        {Agent::claude, "Edit"},       {Agent::claude, "MultiEdit"},
-    {Agent::claude, "NotebookEdit"}, {Agent::cursor, "Write"},      {Agent::cursor, "Edit"},
-    {Agent::cursor, "Delete"},       {Agent::gemini, "write_file"}, {Agent::gemini, "replace"},
+    {Agent::claude, "Write"},        {Agent::claude, "Edit"},        {Agent::claude, "MultiEdit"},
+    {Agent::claude, "NotebookEdit"}, {Agent::cursor, "Write"},       {Agent::cursor, "Edit"},
+    {Agent::cursor, "Delete"},       {Agent::gemini, "write_file"},  {Agent::gemini, "replace"},
+    {Agent::copilot, "Write"},       {Agent::copilot, "Edit"},       {Agent::qwen, "write_file"},
+    {Agent::qwen, "edit"},           {Agent::qwen, "notebook_edit"}, {Agent::opencode, "write"},
+    {Agent::opencode, "edit"},
 };
 
 // What tools call the files that they work on.

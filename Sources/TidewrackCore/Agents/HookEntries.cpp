@@ -99,7 +99,17 @@ constexpr EntryRow entryRows[] = {
     {Agent::gemini, "BeforeTool", "run_shell_command"},
     {Agent::gemini, "BeforeTool", "write_file|replace|mcp_.*", Version::current},
     {Agent::gemini, "AfterAgent", ""},
+    {Agent::copilot, "UserPromptSubmit", ""},
+    {Agent::copilot, "PreToolUse", "Bash|Write|Edit"},
+    {Agent::copilot, "Stop", ""},
+    {Agent::qwen, "UserPromptSubmit", ""},
+    {Agent::qwen, "PreToolUse", "^(run_shell_command|write_file|edit|notebook_edit)$"},
+    {Agent::qwen, "Stop", ""},
 };
+
+bool hasGroups(Agent agent) {
+    return traitsOf(agent).config == AgentTraits::Config::groups;
+}
 
 } // namespace
 
@@ -123,20 +133,20 @@ std::optional<std::string> programOf(std::string_view command) {
 }
 
 std::string HookEntries::command() const {
-    return shellQuote(binary_) + " hook " + std::string(rawValue(agent_));
+    const std::string program = shellQuote(binary_);
+    const std::string call = program + " hook " + std::string(rawValue(agent_));
+    // Copilot refuses every tool whose hook cannot be run: our program must not take the agent along when it goes.
+    return agent_ == Agent::copilot ? "[ ! -x " + program + " ] || " + call : call;
 }
 
 json HookEntries::hook(std::string_view event, std::string_view matcher) const {
-    json hook{{"command", command()}, {"timeout", 30}};
-    if (agent_ == Agent::cursor) {
-        if (!matcher.empty()) hook["matcher"] = matcher;
-        return hook;
-    }
+    json hook{{"command", command()}};
+    hook[agent_ == Agent::copilot ? "timeoutSec" : "timeout"] = 30;
+    if (!hasGroups(agent_) && !matcher.empty()) hook["matcher"] = matcher;
+    if (agent_ == Agent::cursor) return hook;
     hook["type"] = "command";
-    if (agent_ == Agent::gemini) {
-        hook["name"] = "tidewrack";
-        hook["timeout"] = 30000; // milliseconds; every other agent counts in seconds
-    }
+    if (agent_ == Agent::gemini || agent_ == Agent::qwen) hook["name"] = "tidewrack";
+    if (agent_ == Agent::gemini) hook["timeout"] = 30000; // milliseconds; every other agent counts in seconds
     if (agent_ == Agent::codex && event == "PreToolUse")
         hook["statusMessage"] = matcher == "^Bash$" ? "Tidewrack: checking command" : "Tidewrack: checking edit";
     if (agent_ == Agent::claude && event == "Stop") {
@@ -151,7 +161,7 @@ json HookEntries::block(Version version) const {
     for (const EntryRow& row : entryRows) {
         if (row.agent != agent_ || (version == Version::first && row.since != version)) continue;
         json entry = hook(row.event, row.matcher);
-        if (agent_ != Agent::cursor) {
+        if (hasGroups(agent_)) {
             entry = {{"hooks", json::array({std::move(entry)})}};
             if (!row.matcher.empty()) entry["matcher"] = row.matcher;
         }
@@ -177,22 +187,36 @@ bool HookEntries::areIn(const json& value) const {
     return hooks && areIn(*hooks);
 }
 
-void HookEntries::collect(const json& value, std::vector<std::string>& commands) const {
-    if (value.is_array())
-        for (const json& item : value) collect(item, commands);
-    else if (isOurs(value))
-        commands.push_back(value["command"].get<std::string>());
-    else if (const json* hooks = listIn(value, "hooks"))
-        collect(*hooks, commands);
+void HookEntries::collect(const json& value, OwnHook found, std::vector<OwnHook>& hooks) const {
+    if (value.is_array()) {
+        for (const json& item : value) collect(item, found, hooks);
+        return;
+    }
+    if (!value.is_object()) return;
+    if (const auto matcher = value.find("matcher"); matcher != value.end() && matcher->is_string())
+        found.matcher = matcher->get<std::string>();
+    if (isOurs(value)) {
+        found.command = value["command"].get<std::string>();
+        found.text = compactJson(value);
+        hooks.push_back(std::move(found));
+    } else if (const json* inner = listIn(value, "hooks")) {
+        collect(*inner, std::move(found), hooks);
+    }
+}
+
+std::vector<OwnHook> HookEntries::hooksIn(const json& config) const {
+    std::vector<OwnHook> hooks;
+    if (!config.is_object()) return hooks;
+    const auto events = config.find("hooks");
+    if (events == config.end() || !events->is_object()) return hooks;
+    for (const auto& [event, list] : events->items())
+        if (list.is_array()) collect(list, {event, "", "", ""}, hooks);
+    return hooks;
 }
 
 std::vector<std::string> HookEntries::commandsIn(const json& config) const {
     std::vector<std::string> commands;
-    if (!config.is_object()) return commands;
-    const auto hooks = config.find("hooks");
-    if (hooks == config.end() || !hooks->is_object()) return commands;
-    for (const json& event : *hooks)
-        if (event.is_array()) collect(event, commands);
+    for (OwnHook& hook : hooksIn(config)) commands.push_back(std::move(hook.command));
     return commands;
 }
 
@@ -287,7 +311,7 @@ std::vector<std::string> HookEntries::addTo(json& config, Version version) const
     }
     for (const auto& [event, list] : wanted.items()) merged.emplace(event, list);
     hooks = std::move(merged);
-    if (agent_ == Agent::cursor) config.emplace("version", 1);
+    if (!hasGroups(agent_)) config.emplace("version", 1);
     return inTheWay;
 }
 
@@ -306,7 +330,7 @@ void HookEntries::removeFrom(json& config) const {
         if (rest != list && rest.empty()) continue;
         kept[event] = std::move(rest);
     }
-    if (kept.empty() && agent_ != Agent::cursor)
+    if (kept.empty() && hasGroups(agent_))
         config.erase("hooks");
     else
         hooks = std::move(kept);

@@ -2,8 +2,8 @@
 // Our entries inside an agent's configuration: what they are, how they are told from other tools' entries, and how
 // they are put in and taken out. Works on decoded JSON alone and knows no disk.
 //
-// A configuration holds {"hooks": {EVENT: [ENTRY, ...]}}. An entry is a hook object with a "command" (cursor) or a
-// group {"matcher": ..., "hooks": [hook object, ...]} (the other agents).
+// A configuration holds {"hooks": {EVENT: [ENTRY, ...]}}. An entry is a hook object with a "command" (cursor, copilot)
+// or a group {"matcher": ..., "hooks": [hook object, ...]} (the other agents).
 
 #include "Agents/Agent.hpp"
 
@@ -23,12 +23,22 @@ namespace tidewrack {
 // when the command is not ours.
 [[nodiscard]] std::optional<std::string> programOf(std::string_view command);
 
+// One of our hooks in a configuration.
+struct OwnHook {
+    std::string event;
+    std::string matcher; // empty: it has none
+    std::string command;
+    std::string text; // all that is said of it, as JSON
+
+    bool operator==(const OwnHook&) const = default;
+};
+
 // The entries of one agent that run the program `binary` (an absolute path).
 class HookEntries {
   public:
     HookEntries(std::string binary, Agent agent) : binary_(std::move(binary)), agent_(agent) {}
 
-    // "<binary, quoted> hook <agent>".
+    // "<binary, quoted> hook <agent>"; for copilot only where the program is there.
     [[nodiscard]] std::string command() const;
 
     // What is installed: what the first version did, which knew of no file tools, or what this one does.
@@ -40,7 +50,9 @@ class HookEntries {
     // a "tidewrack" anywhere for any agent, so that entries of an older or moved binary are known, and `command()`.
     [[nodiscard]] bool areIn(const nlohmann::json& value) const;
 
-    // Every command line of ours in the event lists of `config`, event by event in the order of their names.
+    // Every hook of ours in the event lists of `config`, event by event in the order of their names.
+    [[nodiscard]] std::vector<OwnHook> hooksIn(const nlohmann::json& config) const;
+    // Their command lines.
     [[nodiscard]] std::vector<std::string> commandsIn(const nlohmann::json& config) const;
 
     // Puts `block()` into the object `config`. Our entries of an event are replaced where they stand, each by the one
@@ -53,7 +65,7 @@ class HookEntries {
     [[nodiscard]] bool areWholeIn(const nlohmann::json& config, Version version) const;
 
     // Takes our hooks out of the object `config`, and every group, event list and "hooks" object that this leaves
-    // empty (cursor's file keeps its "hooks", which is half of what it consists of).
+    // empty (cursor's and copilot's files keep their "hooks", which is half of what it consists of).
     void removeFrom(nlohmann::json& config) const;
 
   private:
@@ -66,7 +78,8 @@ class HookEntries {
     [[nodiscard]] std::optional<nlohmann::json> replacedIn(const nlohmann::json& group,
                                                            const nlohmann::json& wanted) const;
     [[nodiscard]] bool isOurs(const nlohmann::json& hook) const;
-    void collect(const nlohmann::json& value, std::vector<std::string>& commands) const;
+    // `found`: the event and the matcher that `value` stands under.
+    void collect(const nlohmann::json& value, OwnHook found, std::vector<OwnHook>& hooks) const;
 
     std::string binary_;
     Agent agent_;

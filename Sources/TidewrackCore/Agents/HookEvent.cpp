@@ -46,26 +46,7 @@ std::string workingFolder(const json& object, std::string_view fallbackCwd) {
     return std::string(fallbackCwd);
 }
 
-struct EventNames {
-    std::string_view prompt;
-    std::string_view stop;
-    std::string_view interrupt; // empty: there is none
-    std::string_view tool;
-    std::string_view shell;
-    std::string_view shellTool; // empty: the command stands at the top level of the event
-};
-
-EventNames eventNames(Agent agent) {
-    switch (agent) {
-    case Agent::claude: return {"UserPromptSubmit", "Stop", "", "PreToolUse", "PreToolUse", "Bash"};
-    case Agent::codex: return {"UserPromptSubmit", "Stop", "Interrupt", "PreToolUse", "PreToolUse", "Bash"};
-    case Agent::cursor: return {"beforeSubmitPrompt", "stop", "", "preToolUse", "beforeShellExecution", ""};
-    case Agent::gemini: return {"BeforeAgent", "AfterAgent", "", "BeforeTool", "BeforeTool", "run_shell_command"};
-    }
-    return {};
-}
-
-std::optional<std::string> eventCommand(const json& object, const EventNames& names) {
+std::optional<std::string> eventCommand(const json& object, const AgentTraits& names) {
     if (names.shellTool.empty()) return asText(member(object, "command"));
     if (asText(member(object, "tool_name")) != names.shellTool) return std::nullopt;
     return shellCommand(member(object, "tool_input"));
@@ -111,9 +92,11 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
     event.turn = firstPresent(object, {"prompt_id", "turn_id", "generation_id"});
     event.prompt = asText(member(object, "prompt"));
 
-    const EventNames names = eventNames(agent);
+    const AgentTraits& names = traitsOf(agent);
     if (event.name == names.prompt) {
-        event.kind = HookEvent::Kind::prompt;
+        // Qwen repeats the event, with nothing in it, after every tool of a turn.
+        const bool isRepeated = agent == Agent::qwen && event.prompt && event.prompt->empty();
+        event.kind = isRepeated ? HookEvent::Kind::other : HookEvent::Kind::prompt;
     } else if (event.name == names.stop) {
         event.kind = HookEvent::Kind::stop;
     } else if (!names.interrupt.empty() && event.name == names.interrupt) {
@@ -124,9 +107,9 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
         if (event.command) event.kind = HookEvent::Kind::shell;
     }
     if (event.kind == HookEvent::Kind::other && event.name == names.tool) readTool(agent, object, event);
-    // Gemini leaves "cwd" at the project and names the command's own folder in the tool's input.
-    if (agent == Agent::gemini && event.kind == HookEvent::Kind::shell) {
-        const auto folder = asText(member(*member(object, "tool_input"), "dir_path"));
+    // Some leave "cwd" at the project and name the command's own folder in the tool's input.
+    if (event.kind == HookEvent::Kind::shell && !names.shellFolder.empty()) {
+        const auto folder = asText(member(*member(object, "tool_input"), std::string(names.shellFolder).c_str()));
         if (folder && !folder->empty()) event.cwd = absolutePath(*folder, absolutePath(event.cwd, "/"));
     }
     return event;

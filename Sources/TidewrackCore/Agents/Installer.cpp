@@ -1,6 +1,7 @@
 #include "Agents/Installer.hpp"
 
 #include "Agents/ConfigFile.hpp"
+#include "Agents/Plugin.hpp"
 #include "Support/Json.hpp"
 
 #include <nlohmann/json.hpp>
@@ -8,20 +9,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace tidewrack {
 
 using nlohmann::json;
 
 namespace {
 
-std::string_view configFile(Agent agent) {
-    switch (agent) {
-    case Agent::claude: return "/.claude/settings.json";
-    case Agent::codex: return "/.codex/hooks.json";
-    case Agent::cursor: return "/.cursor/hooks.json";
-    case Agent::gemini: return "/.gemini/settings.json";
-    }
-    return {};
+bool isPlugin(Agent agent) {
+    return traitsOf(agent).config == AgentTraits::Config::plugin;
 }
 
 bool isBlank(std::string_view text) {
@@ -59,6 +56,13 @@ void append(std::optional<std::string>& note, const std::string& text) {
     note = note ? *note + ' ' + text : text;
 }
 
+// The hooks that are not among the others.
+std::vector<OwnHook> without(std::vector<OwnHook> hooks, const std::vector<OwnHook>& others) {
+    std::erase_if(hooks,
+                  [&](const OwnHook& hook) { return std::find(others.begin(), others.end(), hook) != others.end(); });
+    return hooks;
+}
+
 bool sameFile(const std::string& a, const std::string& b) {
     struct stat first {};
     struct stat second {};
@@ -79,33 +83,47 @@ std::optional<std::string> wrongProgram(const std::string& program, const std::s
 
 } // namespace
 
-std::string HookInstaller::configPath(Agent agent) const {
+std::string HookInstaller::agentFolder(Agent agent) const {
     std::string path = home;
     if (path.ends_with('/')) path.pop_back();
-    return path.append(configFile(agent));
+    return path.append(traitsOf(agent).folder);
+}
+
+std::string HookInstaller::configPath(Agent agent) const {
+    return agentFolder(agent).append(traitsOf(agent).configFile);
 }
 
 bool HookInstaller::agentPresent(Agent agent) const {
-    const std::string path = configPath(agent);
     struct stat status {};
-    return ::stat(path.substr(0, path.rfind('/')).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return ::stat(agentFolder(agent).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 std::string HookInstaller::snippet(Agent agent) const {
+    if (isPlugin(agent)) return opencodePlugin(binary, entries(agent).command());
     json config{{"hooks", entries(agent).block()}};
-    if (agent == Agent::cursor) config["version"] = 1;
+    if (traitsOf(agent).config == AgentTraits::Config::hooks) config["version"] = 1;
     return prettyJson(config, Slashes::plain);
 }
 
+// What is not plain JSON counts as empty.
+std::vector<std::string> HookInstaller::commandsIn(Agent agent, const std::optional<std::string>& bytes) const {
+    if (isPlugin(agent)) {
+        const std::string own = entries(agent).command();
+        if (!bytes) return {};
+        const std::string first = bytes->substr(0, bytes->find('\n'));
+        if (first.ends_with(" " + own)) return {own}; // of whatever name
+        return programOf(first) ? std::vector{first} : std::vector<std::string>();
+    }
+    const auto config = decoded(bytes);
+    return config ? entries(agent).commandsIn(*config) : std::vector<std::string>();
+}
+
 bool HookInstaller::isInstalled(Agent agent) const {
-    const auto config = decoded(readConfig(configPath(agent)));
-    return config && !entries(agent).commandsIn(*config).empty();
+    return !commandsIn(agent, readConfig(configPath(agent))).empty();
 }
 
 std::optional<std::string> HookInstaller::installedBinary(Agent agent) const {
-    const auto config = decoded(readConfig(configPath(agent)));
-    if (!config) return std::nullopt;
-    const auto commands = entries(agent).commandsIn(*config);
+    const auto commands = commandsIn(agent, readConfig(configPath(agent)));
     if (commands.empty()) return std::nullopt;
     // A command line that names no "tidewrack" is ours only when it is this program's own.
     return programOf(commands.front()).value_or(binary);
@@ -113,9 +131,10 @@ std::optional<std::string> HookInstaller::installedBinary(Agent agent) const {
 
 HookInstaller::Status HookInstaller::status(Agent agent) const {
     if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
-    const auto config = decoded(readConfig(configPath(agent)));
+    const auto bytes = readConfig(configPath(agent));
+    const auto config = isPlugin(agent) ? json::object() : decoded(bytes);
     if (!config) return {Status::State::notInstalled, notPlainJson(configPath(agent), agent)};
-    const auto commands = entries(agent).commandsIn(*config);
+    const auto commands = commandsIn(agent, bytes);
     if (commands.empty()) return {Status::State::notInstalled, std::nullopt};
 
     Status status{Status::State::installed, std::nullopt};
@@ -123,7 +142,13 @@ HookInstaller::Status HookInstaller::status(Agent agent) const {
         status.hint = wrongProgram(programOf(command).value_or(binary), binary);
         if (status.hint) return status;
     }
-    const HookEntries asInstalled(programOf(commands.front()).value_or(binary), agent);
+    const std::string program = programOf(commands.front()).value_or(binary);
+    const HookEntries asInstalled(program, agent);
+    if (isPlugin(agent)) {
+        if (bytes != opencodePlugin(program, asInstalled.command()))
+            status.hint = std::string("but not as this version installs them") + mend;
+        return status;
+    }
     if (asInstalled.areWholeIn(*config, HookEntries::Version::current)) return status;
     status.hint = asInstalled.areWholeIn(*config, HookEntries::Version::first)
                       ? "hooks are of an earlier version: run tidewrack hooks install"
@@ -131,12 +156,12 @@ HookInstaller::Status HookInstaller::status(Agent agent) const {
     return status;
 }
 
-HookInstaller::Result HookInstaller::install(Agent agent) const {
-    return edit(agent, Edit::add);
+HookInstaller::Result HookInstaller::install(Agent agent, Acting acting) const {
+    return edit(agent, Edit::add, acting);
 }
 
-HookInstaller::Result HookInstaller::uninstall(Agent agent) const {
-    return edit(agent, Edit::remove);
+HookInstaller::Result HookInstaller::uninstall(Agent agent, Acting acting) const {
+    return edit(agent, Edit::remove, acting);
 }
 
 std::optional<HookInstaller::Result> HookInstaller::repair(Agent agent) const {
@@ -162,16 +187,20 @@ std::vector<std::string> possibleTexts(const HookEntries& entries, const std::op
 
 } // namespace
 
-HookInstaller::Result HookInstaller::edit(Agent agent, Edit what) const {
-    Result result{agent, configPath(agent)};
+HookInstaller::Result HookInstaller::edit(Agent agent, Edit what, Acting acting) const {
+    Result result;
+    result.agent = agent;
+    result.path = configPath(agent);
     const auto bytes = readConfig(result.path);
+    if (isPlugin(agent)) return editPlugin(std::move(result), bytes, what, acting);
     auto config = decoded(bytes);
-    removeLeftoversBeside(result.path, possibleTexts(entries(agent), bytes, config));
+    if (acting == Acting::forReal) removeLeftoversBeside(result.path, possibleTexts(entries(agent), bytes, config));
     if (!config) {
         result.note = notPlainJson(result.path, agent);
         return result;
     }
     const std::string before = encoded(*config);
+    const std::vector<OwnHook> hooksBefore = entries(agent).hooksIn(*config);
     if (what == Edit::remove) {
         entries(agent).removeFrom(*config);
     } else if (const auto left = entries(agent).addTo(*config); !left.empty()) {
@@ -180,11 +209,38 @@ HookInstaller::Result HookInstaller::edit(Agent agent, Edit what) const {
     const std::string after = encoded(*config);
     if (after == before) return result;
 
-    result.backup = replaceConfig(result.path, bytes, after);
+    const std::vector<OwnHook> hooksAfter = entries(agent).hooksIn(*config);
+    result.added = without(hooksAfter, hooksBefore);
+    result.removed = without(hooksBefore, hooksAfter);
     result.changed = true;
+    if (acting == Acting::forReal)
+        result.backup = replaceConfig(result.path, bytes, after);
+    else if (bytes)
+        result.backup = backupPath(result.path);
     if (agent == Agent::codex && what == Edit::add)
         append(result.note,
                "Open Codex and run /hooks to trust Tidewrack's hooks; Codex skips new hooks until you do.");
+    return result;
+}
+
+HookInstaller::Result HookInstaller::editPlugin(Result result, const std::optional<std::string>& bytes, Edit what,
+                                                Acting acting) const {
+    if (acting == Acting::forReal) removeLeftoversBeside(result.path, {bytes.value_or(""), snippet(result.agent)});
+    const auto commands = commandsIn(result.agent, bytes);
+    if (bytes && !isBlank(*bytes) && commands.empty()) {
+        result.note = result.path + " isn't Tidewrack's, so it was left as it is.";
+        return result;
+    }
+    const std::string wanted = what == Edit::add ? snippet(result.agent) : std::string();
+    if (wanted == bytes.value_or("")) return result;
+    for (const std::string& command : commands) result.removed.push_back({"plugin", "", command, *bytes});
+    if (what == Edit::add) result.added.push_back({"plugin", "", entries(result.agent).command(), wanted});
+    result.changed = true;
+    if (acting == Acting::dryRun) return result;
+    if (what == Edit::remove)
+        removeConfig(result.path, *bytes);
+    else
+        result.backup = replaceConfig(result.path, bytes, wanted);
     return result;
 }
 

@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tidewrack {
 
@@ -19,10 +20,13 @@ struct HookInstaller {
     struct Result {
         Agent agent;
         std::string path;
-        bool changed = false;              // the file was written
+        bool changed = false;              // the file was written, or would be in a dry run
         std::optional<std::string> backup; // the copy of the file as it was before
         std::optional<std::string> note;   // what the user has to do or to know
+        std::vector<OwnHook> added;        // those that the file did not have so
+        std::vector<OwnHook> removed;      // those that it has no longer
     };
+    enum class Acting { forReal, dryRun };
 
     // What is there for one agent.
     struct Status {
@@ -33,7 +37,7 @@ struct HookInstaller {
 
     [[nodiscard]] std::string configPath(Agent agent) const;
 
-    // The folder of the agent's configuration file exists.
+    // The agent's folder in the home folder exists.
     [[nodiscard]] bool agentPresent(Agent agent) const;
 
     // The block to paste by hand, pretty-printed.
@@ -48,8 +52,10 @@ struct HookInstaller {
     [[nodiscard]] Status status(Agent agent) const;
 
     // Each of these throws when a file or folder cannot be read or written; the error names it.
-    Result install(Agent agent) const;   // creates the agent's folder when it is missing
-    Result uninstall(Agent agent) const; // a missing file has nothing to remove
+    // Creates the agent's folder when it is missing.
+    Result install(Agent agent, Acting acting = Acting::forReal) const;
+    // A missing file has nothing to remove.
+    Result uninstall(Agent agent, Acting acting = Acting::forReal) const;
     // Installs again where hooks are installed, so that they run `binary`; none where they are not.
     std::optional<Result> repair(Agent agent) const;
 
@@ -57,7 +63,11 @@ struct HookInstaller {
     enum class Edit { add, remove };
 
     [[nodiscard]] HookEntries entries(Agent agent) const { return {binary, agent}; }
-    Result edit(Agent agent, Edit what) const;
+    [[nodiscard]] std::string agentFolder(Agent agent) const;
+    // Our command lines in the text of an agent's file.
+    [[nodiscard]] std::vector<std::string> commandsIn(Agent agent, const std::optional<std::string>& bytes) const;
+    Result editPlugin(Result result, const std::optional<std::string>& bytes, Edit what, Acting acting) const;
+    Result edit(Agent agent, Edit what, Acting acting) const;
 };
 
 } // namespace tidewrack

@@ -13,8 +13,10 @@ using nlohmann::json;
 constexpr std::string_view cannotAsk =
     " This agent can't ask you from a hook, so Tidewrack refused; run it yourself if you meant it.";
 
-HookOutput cursorReply(const char* permission, std::string_view message) {
-    return jsonReply({{"permission", permission}, {"user_message", message}, {"agent_message", message}});
+HookOutput jsonAnswer(AgentTraits::Answer form, const char* verdict, std::string_view message) {
+    if (form == AgentTraits::Answer::decision)
+        return jsonReply({{"permissionDecision", verdict}, {"permissionDecisionReason", message}});
+    return jsonReply({{"permission", verdict}, {"user_message", message}, {"agent_message", message}});
 }
 
 } // namespace
@@ -43,7 +45,8 @@ HookOutput allowReply(Agent agent, HookEvent::Kind kind) {
 }
 
 HookOutput denyReply(Agent agent, std::string_view message) {
-    if (agent == Agent::cursor) return cursorReply("deny", message);
+    const AgentTraits::Answer form = traitsOf(agent).refusal;
+    if (form != AgentTraits::Answer::exitStatus) return jsonAnswer(form, "deny", message);
     HookOutput output;
     output.standardError = message;
     output.exitCode = 2;
@@ -51,16 +54,18 @@ HookOutput denyReply(Agent agent, std::string_view message) {
 }
 
 HookOutput askReply(Agent agent, HookEvent::Kind kind, std::string_view message) {
+    const AgentTraits& traits = traitsOf(agent);
     const auto refusal = [&] { return denyReply(agent, std::string(message).append(cannotAsk)); };
-    switch (agent) {
-    case Agent::claude:
+    switch (traits.question) {
+    case AgentTraits::Question::hookOutput:
         return jsonReply({{"hookSpecificOutput",
                            {{"hookEventName", "PreToolUse"},
                             {"permissionDecision", "ask"},
                             {"permissionDecisionReason", message}}}});
-    case Agent::cursor: return kind == HookEvent::Kind::edit ? refusal() : cursorReply("ask", message);
-    case Agent::codex:
-    case Agent::gemini: return refusal();
+    case AgentTraits::Question::asAnswer:
+        if (agent == Agent::cursor && kind == HookEvent::Kind::edit) return refusal();
+        return jsonAnswer(traits.refusal, "ask", message);
+    case AgentTraits::Question::none: return refusal();
     }
     return {};
 }

@@ -29,8 +29,8 @@ struct HookOutput {
 // Refuses the command. `message` tells the reason to the user and to the agent.
 [[nodiscard]] HookOutput denyReply(Agent agent, std::string_view message);
 
-// Puts the command, or the edit, to the user. Codex and gemini cannot ask from a hook, nor can cursor about its file
-// tools: for them this refuses, because letting it happen unasked is the one thing that cannot be taken back.
+// Puts the command, or the edit, to the user. Codex, gemini and opencode cannot ask from a hook, nor can cursor about
+// its file tools: for them this refuses, because letting it happen unasked is the one thing that cannot be taken back.
 [[nodiscard]] HookOutput askReply(Agent agent, HookEvent::Kind kind, std::string_view message);
 
 } // namespace tidewrack

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <exception>
 #include <ostream>
 #include <sstream>
@@ -30,44 +31,88 @@ Agent knownAgent(const std::string& name) {
     usageError("unknown agent " + name + "; use claude, codex, cursor, gemini or all");
 }
 
+// The others are told of only where they are on this machine.
+bool isAlwaysTold(Agent agent) {
+    return agent <= Agent::gemini;
+}
+
 std::vector<Agent> chosenAgents(const std::string& name, Change change, const HookInstaller& installer) {
     if (name != "all") return {knownAgent(name)};
     std::vector<Agent> chosen;
     for (const Agent agent : allAgents)
-        if (change == Change::uninstall || installer.agentPresent(agent)) chosen.push_back(agent);
+        if ((change == Change::uninstall && isAlwaysTold(agent)) || installer.agentPresent(agent))
+            chosen.push_back(agent);
     return chosen;
 }
 
-void report(const HookInstaller::Result& result, Change change, std::ostream& out, const Look& look) {
+std::string hookText(const OwnHook& hook) {
+    return hook.event + (hook.matcher.empty() ? "" : " (" + hook.matcher + ")") + ": " + hook.command;
+}
+
+void report(const HookInstaller::Result& result, Change change, HookInstaller::Acting acting, std::ostream& out,
+            const Look& look) {
     const bool installing = change == Change::install;
+    const bool isDryRun = acting == HookInstaller::Acting::dryRun;
     const auto name = rawValue(result.agent);
     if (!result.changed) {
         out << name << ": " << look.shown(result.note.value_or(installing ? "already installed" : "already removed"))
             << '\n';
         return;
     }
-    out << (installing ? "Installed " : "Removed ") << name << (installing ? " hooks in " : " hooks from ")
-        << look.shown(result.path) << '\n';
+    const char* verb =
+        installing ? (isDryRun ? "Would install " : "Installed ") : (isDryRun ? "Would remove " : "Removed ");
+    out << verb << name << (installing ? " hooks in " : " hooks from ") << look.shown(result.path) << '\n';
+    if (isDryRun) {
+        for (const OwnHook& hook : result.removed) out << "  - " << look.shown(hookText(hook)) << '\n';
+        for (const OwnHook& hook : result.added) out << "  + " << look.shown(hookText(hook)) << '\n';
+    }
     if (result.backup) out << "  backup: " << look.shown(*result.backup) << '\n';
     if (result.note) out << "  " << look.shown(*result.note) << '\n';
 }
 
-void changeAgents(const std::string& name, Change change, const HookInstaller& installer, std::ostream& out,
-                  const Look& look) {
-    const auto agents = chosenAgents(name, change, installer);
-    if (agents.empty()) {
-        out << "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n";
-        return;
+nlohmann::json asJson(const std::vector<OwnHook>& hooks) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const OwnHook& hook : hooks) {
+        nlohmann::json object = {{"event", hook.event}, {"command", hook.command}};
+        if (!hook.matcher.empty()) object["matcher"] = hook.matcher;
+        list.push_back(std::move(object));
     }
+    return list;
+}
+
+nlohmann::json asJson(const HookInstaller::Result& result) {
+    nlohmann::json object = {{"agent", rawValue(result.agent)},
+                             {"path", result.path},
+                             {"changed", result.changed},
+                             {"added", asJson(result.added)},
+                             {"removed", asJson(result.removed)}};
+    if (result.backup) object["backup"] = *result.backup;
+    if (result.note) object["note"] = *result.note;
+    return object;
+}
+
+void changeAgents(const std::string& name, Change change, const HookInstaller& installer, std::ostream& out,
+                  const Look& look, const HooksWay& way) {
+    const auto agents = chosenAgents(name, change, installer);
+    nlohmann::json list = nlohmann::json::array();
     std::exception_ptr failure; // the first; it does not keep the other agents from their turn
     for (const Agent agent : agents) {
         try {
-            report(change == Change::install ? installer.install(agent) : installer.uninstall(agent), change, out,
-                   look);
+            const auto result = change == Change::install ? installer.install(agent, way.acting)
+                                                          : installer.uninstall(agent, way.acting);
+            if (way.asJson)
+                list.push_back(asJson(result));
+            else
+                report(result, change, way.acting, out, look);
         } catch (const std::exception&) {
             if (!failure) failure = std::current_exception();
         }
     }
+    const bool isDryRun = way.acting == HookInstaller::Acting::dryRun;
+    if (way.asJson)
+        out << prettyJson({{"dryRun", isDryRun}, {"agents", std::move(list)}}, Slashes::escaped) << '\n';
+    else if (agents.empty())
+        out << "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n";
     if (failure) std::rethrow_exception(failure);
 }
 
@@ -98,9 +143,10 @@ StatusText statusText(const HookInstaller& installer, Agent agent) {
 void printStatus(const HookInstaller& installer, std::ostream& out, const Look& look) {
     std::exception_ptr failure;
     for (const Agent agent : allAgents) {
+        if (!isAlwaysTold(agent) && !installer.agentPresent(agent)) continue;
         const StatusText status = statusText(installer, agent);
         std::string line(rawValue(agent));
-        line.resize(8, ' ');
+        line.resize(std::max<std::size_t>(8, line.size() + 1), ' ');
         line += status.state;
         if (status.hint) line += ", " + look.shown(*status.hint);
         out << line << '\n';
@@ -123,15 +169,15 @@ std::string absoluteIn(const std::string& folder, std::string_view path) {
 } // namespace
 
 void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out,
-              const Look& look) {
+              const Look& look, const HooksWay& way) {
     const std::string verb = words.empty() ? "" : words[0];
     const std::string agent = words.size() > 1 ? words[1] : "";
     if (verb == "status")
         printStatus(installer, out, look);
     else if (verb == "install")
-        changeAgents(agent.empty() ? "all" : agent, Change::install, installer, out, look);
+        changeAgents(agent.empty() ? "all" : agent, Change::install, installer, out, look, way);
     else if (verb == "uninstall")
-        changeAgents(agent.empty() ? "all" : agent, Change::uninstall, installer, out, look);
+        changeAgents(agent.empty() ? "all" : agent, Change::uninstall, installer, out, look, way);
     else if (verb == "print" && agent.empty())
         usageError("which agent?");
     else if (verb == "print")
@@ -143,6 +189,7 @@ void runHooks(const std::vector<std::string>& words, const HookInstaller& instal
 std::string hooksStatusJson(const HookInstaller& installer) {
     nlohmann::json list = nlohmann::json::array();
     for (const Agent agent : allAgents) {
+        if (!isAlwaysTold(agent) && !installer.agentPresent(agent)) continue;
         const StatusText status = statusText(installer, agent);
         nlohmann::json object = {
             {"agent", rawValue(agent)}, {"state", status.state}, {"path", installer.configPath(agent)}};
@@ -192,8 +239,11 @@ int run(Invocation& call, const std::string& verb) {
     std::vector<std::string> words = call.args.positional;
     if (!verb.empty()) words.insert(words.begin(), verb);
     std::ostringstream text;
+    HooksWay way;
+    if (call.args.has("--dry-run")) way.acting = HookInstaller::Acting::dryRun;
+    way.asJson = call.json();
     try {
-        runHooks(words, installerFor(call), text, call.look());
+        runHooks(words, installerFor(call), text, call.look(), way);
     } catch (...) { // what was done all the same is told first
         call.print(text.str());
         throw;

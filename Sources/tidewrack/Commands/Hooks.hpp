@@ -12,10 +12,15 @@
 
 namespace tidewrack {
 
+struct HooksWay {
+    HookInstaller::Acting acting = HookInstaller::Acting::forReal;
+    bool asJson = false;
+};
+
 // Runs `tidewrack hooks WORDS...` and writes what it did to `out`. Throws for wrong words, and for the first file
 // that cannot be read or written; what was done for the other agents is in `out`.
 void runHooks(const std::vector<std::string>& words, const HookInstaller& installer, std::ostream& out,
-              const Look& look = {});
+              const Look& look = {}, const HooksWay& way = {});
 
 // `hooks status` for programs: a list of objects with "agent", "state" ("installed", "not installed", "agent not
 // found" or, where the file cannot be read, "unknown"), "path" and, where something is wrong, "hint".
