@@ -109,7 +109,9 @@ TEST_F(CommandTest, everythingInTheTableIsDocumented) {
 TEST_F(CommandTest, theGuardReadsTheOptionsAsTheProgramDoes) {
     shell::Context context;
     context.cwd = f.path();
-    context.protectedPaths = {{f.at("store"), shell::OwnPath::Role::history}};
+    context.protectedPaths = [this] {
+        return std::vector<shell::OwnPath>{{f.at("store"), shell::OwnPath::Role::history}};
+    };
     for (const Command& command : commandTable())
         for (const Option& option : command.options) {
             const bool shows = option.name == "--dry-run";

@@ -144,11 +144,12 @@ std::vector<FromVault> fromVault(Invocation& call, const Done& done, const TurnU
         };
         if (std::none_of(rows.begin(), rows.end(), names)) continue;
         FromVault each{entry.id, entry.command, {}, false};
-        if (call.args.has("--vault") && !options.dryRun) {
+        if (call.args.has("--vault")) {
             try {
-                const VaultRestored restored = vault.restore(entry.id);
-                each.messages = restored.messages;
-                each.failed = restored.items < entry.items.size();
+                const auto acting = options.dryRun ? Vault::Acting::dryRun : Vault::Acting::forReal;
+                const VaultRestored restored = vault.restore(entry.id, acting);
+                each.messages = restored.messages();
+                each.failed = restored.count() < entry.items.size();
             } catch (const TidewrackError& error) { // what is in the project is back all the same
                 each.messages.emplace_back(error.what());
                 each.failed = true;
@@ -159,14 +160,12 @@ std::vector<FromVault> fromVault(Invocation& call, const Done& done, const TurnU
     return list;
 }
 
-std::string vaultText(Invocation& call, const std::vector<FromVault>& list, bool dryRun) {
+std::string vaultText(Invocation& call, const std::vector<FromVault>& list) {
     std::string text;
     for (const FromVault& each : list) {
         const std::string entry = "vault entry " + each.id + " (" + call.shown(repairedUtf8(each.command)) + ")";
         for (const std::string& message : each.messages) text += call.shown(repairedUtf8(message)) + "\n";
-        if (call.args.has("--vault") && dryRun)
-            text += "Would put back " + entry + ".\n";
-        else if (!call.args.has("--vault"))
+        if (!call.args.has("--vault"))
             text += "Outside of projects stays as it is; what was saved there first: " + entry +
                     ". To put it back, run: tidewrack vault restore " + each.id + "\n";
     }
@@ -203,7 +202,7 @@ int report(Invocation& call, const std::vector<Done>& all, const TurnUndo::Optio
                         {"passedOver", spansJson(all.front().choice.passed)},
                         {"vault", vaultJson(vault)}});
     } else {
-        call.print(text + vaultText(call, vault, options.dryRun));
+        call.print(text + vaultText(call, vault));
         for (const Done& done : all) {
             if (done.result.restored) call.print(warningsText(*done.result.restored, call.look()));
             call.warn(done.result.warnings);

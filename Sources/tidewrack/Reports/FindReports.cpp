@@ -42,7 +42,7 @@ std::string goneText(const FindReport& report, const FoundPath& found, Date now,
     if (const TimelineRow* row = rowThatLedTo(report.timeline, *found.goneIn))
         text += row->type == Type::outside || row->type == Type::manual
                     ? " (outside of turns)"
-                    : " (" + choiceText({"undo", {*row}}, look) + ")";
+                    : " (" + choiceText({"undo", {*row}}, now, look) + ")";
     return text;
 }
 
