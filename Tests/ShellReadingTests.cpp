@@ -47,7 +47,7 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
         {"ls ~/data; cat ../home/data/f", ""},
         {"find . -type f -exec grep -l x {} + -o -exec rm {} \\;", "tree ask"},
         {"echo \"$(unknown)\" `unknown`", " ?tree"},
-        {"sort -o a.txt b.txt", " ~tree"},
+        {"sort -o a.txt b.txt; sort -o none b.txt", " @tree/a.txt"},
         {"for c in rm ls; do $c a.txt; done; $(which rm) b.txt", "tree/a.txt ?tree ~tree"},
     };
     for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;

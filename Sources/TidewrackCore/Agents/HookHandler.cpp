@@ -117,7 +117,9 @@ class HookCall {
         if (event_.kind == HookEvent::Kind::edit)
             attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths); });
         const bool asks = verdict_.kind == shell::Verdict::Kind::ask;
-        if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty()) return allowed();
+        if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty() &&
+            decision.mentioned.empty())
+            return allowed();
         const SavedBefore saved = save(action, decision);
         if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
         logAction(verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ", action, saved.notes);

@@ -28,6 +28,7 @@ struct Budget {
     // Values
     static constexpr std::size_t valueBytes = std::size_t{1} << 18;
     static constexpr std::size_t variables = 1'000;
+    static constexpr std::size_t parameters = 100;
     static constexpr std::size_t loops = 8;
     static constexpr std::size_t valuesPerLoop = 1'000;
     static constexpr std::size_t alternatives = 10'000; // values tried in commands
@@ -56,6 +57,9 @@ struct Budget {
     static constexpr std::size_t targets = 10'000;
     static constexpr std::size_t targetBytes = std::size_t{2} << 20;
     static constexpr std::size_t opaqueFolders = 1'000;
+    static constexpr std::size_t listedDepth = 16;
+    static constexpr std::size_t listings = 4;
+    static constexpr std::size_t links = 16;              // that the line makes
     static constexpr std::size_t wordsBehindPattern = 64; // of git -C PATTERN, followed into each match
 };
 

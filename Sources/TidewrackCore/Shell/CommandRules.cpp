@@ -4,6 +4,7 @@
 #include "Shell/NameFilter.hpp"
 #include "Shell/Readers.hpp"
 #include "Shell/Wrappers.hpp"
+#include "Shell/Writers.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -25,12 +26,13 @@ constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     
                                       "do"sv, "{"sv,    "!"sv,    "function"sv, "coproc"sv};
 
 // Commands that change what the line knows, not the disk.
-constexpr std::array builtins = {"cd"sv,   "pushd"sv, "popd"sv,      "for"sv,    "select"sv, "read"sv,
-                                 "trap"sv, "alias"sv, "readarray"sv, "printf"sv, "set"sv,    "mapfile"sv};
+constexpr std::array builtins = {"cd"sv,    "pushd"sv,     "popd"sv,   "for"sv, "select"sv,  "read"sv, "trap"sv,
+                                 "alias"sv, "readarray"sv, "printf"sv, "set"sv, "mapfile"sv, "shift"sv};
 
 constexpr std::array findRuns = {"-exec"sv, "-execdir"sv, "-ok"sv, "-okdir"sv};
 
 constexpr std::array findDeletes = {"-delete"sv};
+constexpr std::array findWrites = {"-fprint"sv, "-fprint0"sv, "-fprintf"sv, "-fls"sv};
 
 constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
                                   "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
@@ -111,6 +113,7 @@ class Examination {
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
     void targetTestedTree(const Word& root);
+    void listFound(std::span<const Word> roots);
 
     std::string_view name_;
     const struct Rule* rule_ = nullptr;
@@ -307,6 +310,11 @@ void Examination::move() {
 void Examination::copy() {
     const Operands all = operands();
     targetDestinations(all);
+    const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
+    if (linked && !all.words.back()->unknown && !effects_.full()) {
+        const std::string at = absolutePath(all.words.back()->text, cwd_);
+        effects_.link(at, absolutePath(all.words.front()->text, parentOf(at)));
+    }
     const auto deletes = [](const Word& word) { return word.text.starts_with("--del"); };
     if (name_ != "rsync" || all.words.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
     if (effects_.skips(*all.words.back())) return effects_.opaque(cwd_);
@@ -367,12 +375,45 @@ void Examination::copyBlocks() {
         if (!word.text.starts_with("of=")) continue;
         word.text.erase(0, 3);
         effects_.targetWord(word, cwd_);
+        // What looks like an assignment has its tilde expanded by some shells.
+        if (word.text.starts_with("~/")) effects_.target(effects_.homePath(word.text.substr(2)), cwd_);
     }
+}
+
+// Whether a perl program only reads its files line by line: perl -ne, perl --version.
+bool printsOnly(Words arguments) {
+    if (arguments.empty() || onlyTellsOfItself("perl", arguments)) return true;
+    const auto filters = [](const Word& word) {
+        return isShortCluster(word) && word.text.find_first_of("npc") != std::string::npos;
+    };
+    const auto acts = [](const Word& word) {
+        for (const std::string_view call : {"unlink"sv, "open"sv, "system"sv, "rename"sv, "rmdir"sv, "exec"sv, "`"sv})
+            if (word.text.find(call) != std::string::npos) return true;
+        return false;
+    };
+    return std::any_of(arguments.begin(), arguments.end(), filters) &&
+           std::none_of(arguments.begin(), arguments.end(), acts);
+}
+
+// Where the name of the file begins that a sed script writes: w FILE, s/a/b/w FILE.
+std::size_t writeCommandAt(std::string_view script) {
+    for (std::size_t at = script.find("w "); at != script.npos; at = script.find("w ", at + 1))
+        if (at == 0 || std::string_view("/;|,#{} \n$0123456789gpiI").find(script[at - 1]) != script.npos) return at + 2;
+    return script.npos;
 }
 
 // The script word becomes a target too: it names no file and does no harm.
 void Examination::editInPlace() {
-    if (editsInPlace(arguments_)) targetOperands();
+    if (editsInPlace(arguments_)) return targetOperands();
+    if (name_ == "perl" && !printsOnly(arguments_)) effects_.suspect(cwd_);
+    if (name_ == "perl") return;
+    for (const Word& word : arguments_) {
+        const std::size_t command = writeCommandAt(word.text);
+        if (command == std::string::npos) continue;
+        Word file = word;
+        file.text = word.text.substr(command, word.text.find('\n', command) - command);
+        effects_.write(file, cwd_);
+    }
 }
 
 // How many of find's arguments stand before its roots: -L, -H, -EX, -O3, -D word.
@@ -389,11 +430,14 @@ std::size_t wordsBeforeRoots(Words arguments) {
 }
 
 void Examination::find() {
-    if (!findChanges(arguments_)) return;
+    for (std::size_t index = 0; index + 1 < arguments_.size(); ++index)
+        if (isIn(findWrites, arguments_[index].text)) effects_.write(arguments_[index + 1], cwd_);
     const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
     const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd_;
+    listFound(roots);
+    if (!findChanges(arguments_)) return;
     const bool wholeTree = !holdsAny(arguments_, findTests);
     for (const Word& root : roots) {
         if (wholeTree)
@@ -401,6 +445,16 @@ void Examination::find() {
         else
             targetTestedTree(root);
     }
+}
+
+// What the tests on names let pass, whatever the others say.
+void Examination::listFound(std::span<const Word> roots) {
+    std::vector<std::string> names;
+    for (std::size_t index = 0; index + 1 < arguments_.size(); ++index)
+        if (arguments_[index].text == "-name") names.push_back(arguments_[index + 1].text);
+    for (const Word& root : roots)
+        if (!root.glob && !root.unknown && !effects_.full())
+            effects_.list({absolutePath(root.text, cwd_), names, true});
 }
 
 // Only what passes the tests goes: a protected folder stays, and is too large to be kept.
@@ -477,7 +531,8 @@ bool isKnown(const Word& first, Words arguments) {
 }
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
-    return Examination(words, cwd, effects).run() || isKnown(words.front(), Words(words).subspan(1));
+    return Examination(words, cwd, effects).run() || isKnown(words.front(), Words(words).subspan(1)) ||
+           examineWriter(words, cwd, effects);
 }
 
 } // namespace tidewrack::shell

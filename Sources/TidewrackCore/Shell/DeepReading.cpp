@@ -1,10 +1,11 @@
 #include "Shell/DeepReading.hpp"
 
 #include "Shell/Budget.hpp"
-#include "Shell/ProtectedFolders.hpp"
+#include "Shell/Expansion.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -35,6 +36,7 @@ static_assert(std::all_of(interpreters.begin(), interpreters.end(),
 bool isProgramsPlace(std::string_view line, std::size_t at) {
     std::string_view before = line.substr(0, at);
     before = before.substr(0, before.find_last_not_of(" \t") + 1);
+    if (before.ends_with("=(")) return false; // an array's first item
     if (before.empty() || "|&;\n("sv.find(before.back()) != before.npos) return true;
     before.remove_prefix(before.size() - std::min(before.size(), longestInterpreter + 1));
     const std::string_view word = before.substr(before.find_last_of(" \t\n;|&(/") + 1);
@@ -73,11 +75,13 @@ bool isSmall(const std::string& folder, Room& left) {
 // Gathers what a line and the lists that it reads mention.
 class Mentions {
   public:
-    explicit Mentions(const Context& context) : context_(context), protected_(context.home, context.projectRoots) {}
+    Mentions(const Context& context, ProtectedFolders& protectedFolders)
+        : context_(context), protected_(protectedFolders) {}
 
     // A line names programs too, which are only read; a list does not.
     void scan(std::string_view text, bool namesPrograms);
     void scanLists(std::string_view line);
+    void scanVariables(std::string_view text);
 
     std::vector<std::string> take() {
         std::sort(paths_.begin(), paths_.end());
@@ -86,13 +90,15 @@ class Mentions {
     }
 
     void addFolder(const std::string& folder);
+    // The files that a command lists, as far as they are small and not too many.
+    void addListed(const Listing& listing, const std::string& folder, std::size_t depth);
 
   private:
     void scanList(std::string_view name);
     bool isWorthKeeping(const std::string& path);
 
     const Context& context_;
-    ProtectedFolders protected_;
+    ProtectedFolders& protected_;
     std::size_t entries_ = 0; // of folders, looked at so far
     std::int64_t bytesLeft_ = Budget::bytesKeptOnSuspicion;
     std::vector<std::string> paths_;
@@ -126,6 +132,30 @@ void Mentions::addFolder(const std::string& folder) {
     if (std::none_of(roots.begin(), roots.end(), holds) && isWorthKeeping(folder)) paths_.push_back(folder);
 }
 
+void Mentions::addListed(const Listing& listing, const std::string& folder, std::size_t depth) {
+    const auto matches = [&](const char* name) {
+        return listing.names.empty() ||
+               std::any_of(listing.names.begin(), listing.names.end(), [&](const std::string& pattern) {
+                   const bool hard =
+                       std::count(pattern.begin(), pattern.end(), '*') > std::ptrdiff_t{Budget::starsPerName};
+                   return hard || fnmatch(pattern.c_str(), name, 0) == 0;
+               });
+    };
+    (void)visitNames(folder, [&](const char* name) {
+        if (++entries_ > Budget::entriesLookedAt || paths_.size() >= Budget::filesKeptOnSuspicion) return false;
+        const std::string path = joined(folder, name);
+        struct stat status {};
+        if (lstat(path.c_str(), &status) != 0) return true;
+        if (S_ISREG(status.st_mode) && matches(name) && status.st_size <= bytesLeft_) {
+            bytesLeft_ -= status.st_size;
+            paths_.push_back(path);
+        }
+        if (S_ISDIR(status.st_mode) && !listing.deep && matches(name)) addFolder(path);
+        if (S_ISDIR(status.st_mode) && listing.deep && depth < Budget::listedDepth) addListed(listing, path, depth + 1);
+        return true;
+    });
+}
+
 void Mentions::scan(std::string_view text, bool namesPrograms) {
     for (std::size_t at = 0; at < text.size() && looks_ < Budget::mentions; ++at) {
         if (at > 0 && beforePaths.find(text[at - 1]) == beforePaths.npos) continue;
@@ -144,9 +174,28 @@ void Mentions::scan(std::string_view text, bool namesPrograms) {
     }
 }
 
+// $NAME and ${NAME} of the environment, with what stands behind.
+void Mentions::scanVariables(std::string_view text) {
+    for (std::size_t at = text.find('$'); at != text.npos && looks_ < Budget::mentions; at = text.find('$', at + 1)) {
+        const bool braced = text.substr(at + 1).starts_with('{');
+        const std::string_view rest = text.substr(at + (braced ? 2 : 1), Budget::nameLength);
+        const std::string_view name = rest.substr(0, nameLength(rest));
+        const auto variable = name.empty() || name == "HOME" ? context_.env.end() : context_.env.find(name);
+        if (variable == context_.env.end() || !variable->second.starts_with('/')) continue;
+        const std::size_t behind = at + (braced ? 2 : 1) + name.size();
+        const std::size_t begin = braced && text.substr(behind).starts_with('}') ? behind + 1 : behind;
+        const std::size_t end = std::min(text.find_first_of(endsOfPaths, begin), text.size());
+        const std::string_view below = text.substr(begin, text.substr(begin).starts_with('/') ? end - begin : 0);
+        std::string path = absolutePath(variable->second + std::string(below), "/");
+        ++looks_;
+        if (isWorthKeeping(path)) paths_.push_back(std::move(path));
+    }
+}
+
 // The words of a list become operands: cat LIST | xargs rm, xargs -a LIST, while read ... < LIST.
 void Mentions::scanLists(std::string_view line) {
     const auto holds = [&](std::string_view word) { return line.find(word) != line.npos; };
+    if (!holds("<") && !holds("cat ") && !holds("-a")) return;
     if (!holds("xargs") && !holds("read") && !holds("mapfile") && !holds("parallel") && !holds("$(")) return;
     for (const std::string_view before : {"cat "sv, "< "sv, "<"sv, "-a "sv, "--arg-file="sv})
         for (std::size_t at = line.find(before); at != line.npos && looks_ < Budget::mentions;
@@ -169,12 +218,14 @@ void Mentions::scanList(std::string_view name) {
 } // namespace
 
 std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
-                                     const Context& context) {
-    Mentions mentions(context);
+                                     const Context& context, Effects& effects) {
+    Mentions mentions(context, effects.protectedFolders());
     line = line.substr(0, Budget::nestedBytes);
-    mentions.scan(line, true);
+    if (line.find('/') != line.npos) mentions.scan(line, true);
+    mentions.scanVariables(line);
     mentions.scanLists(line);
     for (const std::string& folder : opaque) mentions.addFolder(folder);
+    for (const Listing& listing : effects.listings()) mentions.addListed(listing, listing.folder, 0);
     return mentions.take();
 }
 

@@ -3,6 +3,7 @@
 // because of them.
 
 #include "Shell/Decision.hpp"
+#include "Shell/Effects.hpp"
 
 #include <string>
 #include <string_view>
@@ -13,8 +14,9 @@ namespace tidewrack::shell {
 // Paths that may change, by a guess: the folders of `opaque` that lie in no project, and what the line's text, or a
 // list that it reads operands from, mentions and something stands at: absolute paths, those below the home folder and
 // those that climb out of the working folder. Left out are programs, protected folders, what the system owns, and
-// folders that hold more than 2,000 files. Sorted, each once.
+// folders that hold more than 2,000 files. Of protected folders only the files that a command lists are at risk.
+// Sorted, each once.
 [[nodiscard]] std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
-                                                   const Context& context);
+                                                   const Context& context, Effects& effects);
 
 } // namespace tidewrack::shell

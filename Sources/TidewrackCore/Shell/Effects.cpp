@@ -4,6 +4,8 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -12,6 +14,7 @@ namespace tidewrack::shell {
 namespace {
 
 void sortAndDedupe(std::vector<std::string>& paths) {
+    if (paths.size() < 2) return;
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
 }
@@ -46,8 +49,12 @@ std::string_view folderAbovePattern(std::string_view pattern) {
 
 } // namespace
 
-Effects::Effects(const Context& context)
-    : context_(context), protected_(context.home, context.projectRoots), own_(context.protectedPaths) {}
+Effects::Effects(const Context& context) : context_(context), own_(context.protectedPaths) {}
+
+ProtectedFolders& Effects::protectedFolders() {
+    if (!protected_) protected_.emplace(context_.home, context_.projectRoots);
+    return *protected_;
+}
 
 bool Effects::full() const {
     return decision_.targets.size() >= Budget::targets || targetBytes_ >= Budget::targetBytes;
@@ -57,6 +64,7 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     std::vector<std::string> paths;
     if (word.text.empty()) return paths;
     std::string path = absolutePath(word.text, cwd);
+    if (word.glob && path.find("**") != std::string::npos) opaque(folderAbovePattern(path)); // may go deeper
     if (!word.glob) {
         paths.push_back(std::move(path));
         return paths;
@@ -78,16 +86,52 @@ bool Effects::mayExist(std::string_view path, std::string_view folder) {
 }
 
 void Effects::target(std::string path, std::string_view cwd, Links links, Extent extent) {
-    const bool refused = protected_.holdsText(path);
+    const bool refused = protectedFolders().holdsText(path);
     if (!refused) own_.look(path, extent, links); // a refusal is stronger than that question
     if (full() && !refused) return opaque(cwd);
+    if (!links_.empty()) followLinks(path);
     targetBytes_ += path.size();
     if (links == Links::followed) decision_.followed.push_back(path);
     decision_.targets.push_back(std::move(path));
 }
 
+void Effects::list(Listing listing) {
+    if (listings_.size() < Budget::listings && protectedFolders().holdsText(listing.folder))
+        listings_.push_back(std::move(listing));
+}
+
+std::string Effects::homePath(std::string_view relative) const {
+    return absolutePath(relative, absolutePath(context_.home, "/"));
+}
+
+void Effects::link(std::string at, std::string destination) {
+    if (links_.size() < Budget::links) links_.emplace_back(std::move(at), std::move(destination));
+}
+
+void Effects::followLinks(const std::string& path) {
+    for (const auto& [at, destination] : links_) {
+        if (!isAtOrBelow(path, at)) continue;
+        Word end;
+        end.text = destination + path.substr(at.size());
+        write(end, "/");
+    }
+}
+
+void Effects::write(const Word& word, const std::string& folder) {
+    if (word.unknown || skips(word)) return opaque(folder);
+    for (std::string& path : resolve(word, folder)) {
+        if (!mayExist(path, folder)) continue;
+        if (isProtected(path, Links::followed))
+            suspect(path);
+        else if (decision_.mentioned.size() < Budget::opaqueFolders)
+            decision_.mentioned.push_back(std::move(path));
+        else
+            opaque(folder);
+    }
+}
+
 void Effects::trackedFiles(const std::string& workTree) {
-    if (protected_.onlyHoldsHome(workTree) && !full())
+    if (protectedFolders().onlyHoldsHome(workTree) && !full())
         aroundHome_.push_back(workTree);
     else
         target(workTree, workTree, Links::followed);
@@ -114,6 +158,12 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
     askIfContainsProject(path, context_.projectRoots, decision_.verdict);
     if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
     if (++pathsMadeReal_ > Budget::pathsMadeReal) return;
+    // A file holds no project, and what is not there neither.
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) {
+        noFolders_.push_back(path);
+        return;
+    }
     const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
     if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
 }
@@ -144,44 +194,49 @@ void Effects::suspectProjectsIn(const std::string& folder) {
 }
 
 bool Effects::isProtected(const std::string& path, Links links) {
-    return protected_.holdsText(path) || protected_.holdsFolder(path, links == Links::followed);
+    return protectedFolders().holdsText(path) || protectedFolders().holdsFolder(path, links == Links::followed);
 }
 
 void Effects::denyCatastrophes() {
     for (const std::string& path : decision_.targets)
-        if (protected_.holdsText(path)) return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
+        if (protectedFolders().holdsText(path)) return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
     for (const std::string& path : decision_.targets) {
         const auto& followed = decision_.followed;
         const bool followLink = std::binary_search(followed.begin(), followed.end(), path);
-        if (protected_.holdsFolder(path, followLink))
+        if (std::find(noFolders_.begin(), noFolders_.end(), path) != noFolders_.end()) continue;
+        if (protectedFolders().holdsFolder(path, followLink))
             return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});
     }
 }
 
 Decision Effects::decide() {
+    sortAndDedupe(decision_.opaqueDirs);
+    sortAndDedupe(decision_.suspected);
+    if (!decision_.targets.empty() || !aroundHome_.empty()) judgeTargets();
+    // Stronger than any other question: what that says of snapshots would not hold.
+    if (own_.question() && decision_.verdict.kind != Verdict::Kind::deny)
+        decision_.verdict = {Verdict::Kind::ask, *own_.question()};
+    const auto inGitStore = std::find_if(decision_.targets.begin(), decision_.targets.end(), isInGitStore);
+    if (inGitStore != decision_.targets.end())
+        decision_.verdict.raiseTo(
+            {Verdict::Kind::ask, "This changes " + *inGitStore +
+                                     ". Tidewrack doesn't keep git's own history, so it can't undo "
+                                     "this. Allow?"});
+    return std::move(decision_);
+}
+
+void Effects::judgeTargets() {
     auto& targets = decision_.targets;
     for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.keptWhole}) {
         const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);
     }
-    sortAndDedupe(decision_.opaqueDirs);
-    sortAndDedupe(decision_.suspected);
     denyCatastrophes();
     for (auto* paths : {&targets, &decision_.followed}) {
         paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());
         sortAndDedupe(*paths);
     }
-    // Stronger than any other question: what that says of snapshots would not hold.
-    if (own_.question() && decision_.verdict.kind != Verdict::Kind::deny)
-        decision_.verdict = {Verdict::Kind::ask, *own_.question()};
-    const auto inGitStore = std::find_if(targets.begin(), targets.end(), isInGitStore);
-    if (inGitStore != targets.end())
-        decision_.verdict.raiseTo(
-            {Verdict::Kind::ask, "This changes " + *inGitStore +
-                                     ". Tidewrack doesn't keep git's own history, so it can't undo "
-                                     "this. Allow?"});
-    return std::move(decision_);
 }
 
 void Verdict::raiseTo(Verdict other) {

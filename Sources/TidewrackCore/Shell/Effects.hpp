@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tidewrack::shell {
@@ -21,6 +22,13 @@ namespace tidewrack::shell {
 
 // Turns an allow into an ask when a tracked project is at or below `path`.
 void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict);
+
+// What a command such as find or ls lists of a folder.
+struct Listing {
+    std::string folder;
+    std::vector<std::string> names; // patterns, one of which must match; empty: every name
+    bool deep = false;              // also what its folders hold
+};
 
 class Effects {
   public:
@@ -50,6 +58,20 @@ class Effects {
     // Adds an absolute path to the targets.
     void target(std::string path, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
 
+    // What the word names is overwritten or replaced, if it is there. That is saved; nobody is asked or refused
+    // anything for it.
+    void write(const Word& word, const std::string& folder);
+
+    // A path below the home folder.
+    [[nodiscard]] std::string homePath(std::string_view relative) const;
+
+    // A symbolic link that the line makes: what happens behind it happens elsewhere.
+    void link(std::string at, std::string destination);
+
+    // A command lists what may be meant by others of the line. Only well-known folders count: others are saved whole.
+    void list(Listing listing);
+    [[nodiscard]] const std::vector<Listing>& listings() const { return listings_; }
+
     // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
     // refuse.
     void trackedFiles(const std::string& workTree);
@@ -74,6 +96,7 @@ class Effects {
 
     // Whether a protected folder stands at the path.
     [[nodiscard]] bool isProtected(const std::string& path, Links links);
+    [[nodiscard]] ProtectedFolders& protectedFolders();
 
     // Whether something is only guessed at.
     [[nodiscard]] bool isGuess() const { return decision_.opaque || !decision_.suspected.empty(); }
@@ -86,13 +109,18 @@ class Effects {
 
   private:
     void askIfProjectRoot(const std::string& folder);
+    void followLinks(const std::string& path);
+    void judgeTargets();
     void denyCatastrophes();
 
     const Context& context_;
-    ProtectedFolders protected_;
+    std::optional<ProtectedFolders> protected_; // made when first asked
     OwnPaths own_;
     GlobMatcher glob_;
     Decision decision_;
+    std::vector<std::pair<std::string, std::string>> links_; // that the line makes, and where they lead
+    std::vector<Listing> listings_;
+    std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;

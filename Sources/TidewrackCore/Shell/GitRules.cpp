@@ -111,6 +111,18 @@ bool changesWorkTree(std::string_view subcommand, Words arguments) {
     return isIn(alwaysChanging, subcommand);
 }
 
+// --output FILE, as diff, log and archive take it.
+void examineOutput(Words arguments, const std::string& folder, Effects& effects) {
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        if (!arguments[index].text.starts_with("--output")) continue;
+        const std::size_t equals = arguments[index].text.find('=');
+        if (equals == std::string::npos && index + 1 == arguments.size()) return;
+        Word file = equals == std::string::npos ? arguments[index + 1] : arguments[index];
+        if (equals != std::string::npos) file.text.erase(0, equals + 1);
+        effects.write(file, folder);
+    }
+}
+
 // Where the subcommand stands, behind global options.
 std::size_t subcommandAt(Words words) {
     std::size_t index = 0;
@@ -145,6 +157,7 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     if (index >= arguments.size()) return;
     const std::string_view subcommand = arguments[index].text;
     const Words rest = arguments.subspan(index + 1);
+    examineOutput(rest, workTree, effects);
     if (isIn(checkouts, subcommand)) return examineCheckout(subcommand, rest, workTree, effects);
     if (!changesWorkTree(subcommand, rest)) {
         if (mayChangeTree(subcommand, rest)) effects.suspect(workTree);

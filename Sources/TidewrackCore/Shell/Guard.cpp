@@ -9,6 +9,8 @@
 #include "Shell/Position.hpp"
 #include "Shell/WordValues.hpp"
 #include "Shell/Wrappers.hpp"
+#include "Shell/Writers.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -50,6 +52,7 @@ class Guard {
   private:
     void take(Command& command);
     void takeNested(const Program& program);
+    void takeListing(std::vector<Word> words, const Command& command);
     void takeArray(std::vector<Word>& words, const Command& command);
     bool takeDefinition(const Command& command);
     void peel(std::vector<Word>& words);
@@ -60,6 +63,7 @@ class Guard {
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    [[nodiscard]] std::optional<std::string> inSearchPath(const Word& argument);
     void goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth);
     void enter(std::string folder, std::size_t depth);
     void opaque() { effects_.opaque(position_.folder()); }
@@ -70,6 +74,8 @@ class Guard {
     WordValues values_;
     std::size_t nesting_ = 0; // how many substitutions and texts the command stands in
     std::size_t nestedBytes_ = 0;
+    std::vector<Word> given_;              // assignments that hold for the command alone
+    std::size_t parameters_ = 0;           // how many were set by the line
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::set<std::string, std::less<>> functions_;
     std::optional<std::string> written_; // by the command before into a pipe, where that can be told
@@ -83,7 +89,11 @@ Decision Guard::run(std::string_view line) {
     const bool guess = effects_.isGuess();
     Decision decision = effects_.decide();
     if (guess && decision.verdict.kind != Verdict::Kind::deny)
-        decision.mentioned = pathsAtRisk(line, decision.opaqueDirs, context_);
+        for (std::string& path : pathsAtRisk(line, decision.opaqueDirs, context_, effects_))
+            decision.mentioned.push_back(std::move(path));
+    auto& mentioned = decision.mentioned;
+    std::sort(mentioned.begin(), mentioned.end());
+    mentioned.erase(std::unique(mentioned.begin(), mentioned.end()), mentioned.end());
     return decision;
 }
 
@@ -101,8 +111,9 @@ void Guard::take(Command& command) {
     }
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
-        if (!isKnown(*first, {first + 1, words.end()}) && !functions_.contains(first->text)) takeUnknown();
-        return;
+        if (first->text == "ls" && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
+        if (isKnown(*first, {first + 1, words.end()}) || functions_.contains(first->text)) return;
+        if (!isWriter(commandName(*first))) return takeUnknown();
     }
     const bool declared = isDeclaration(*first);
     if (declared) ++first;
@@ -127,6 +138,22 @@ void Guard::take(Command& command) {
         judge(std::move(run));
     };
     if (unexpanded.empty() || !values_.forEachRun(unexpanded, command, judgeRun)) judge(std::move(readings));
+}
+
+// What ls prints may become the operands of another command.
+void Guard::takeListing(std::vector<Word> words, const Command& command) {
+    values_.expandAll(words, command);
+    bool named = false;
+    for (const Word& word : words) {
+        if (word.text.starts_with('-') || word.unknown) continue;
+        named = true;
+        std::string path = absolutePath(word.text, position_.folder());
+        if (word.glob)
+            effects_.list({std::string(parentOf(path)), {std::string(lastComponent(path))}, false});
+        else
+            effects_.list({std::move(path), {}, false});
+    }
+    if (!named) effects_.list({position_.folder(), {}, false});
 }
 
 // Commands that run for what they print, in a shell of their own.
@@ -158,7 +185,8 @@ void Guard::judge(WordValues::Readings readings) {
 
 // Takes off wrappers; what they are told to run as a text is run.
 void Guard::peel(std::vector<Word>& words) {
-    const Unwrapped around = unwrap(words);
+    Unwrapped around = unwrap(words);
+    given_ = std::move(around.assignments);
     if (around.folder && around.folder->unknown) opaque();
     if (around.folder && !around.folder->text.empty())
         elsewhere_ = absolutePath(around.folder->text, position_.folder());
@@ -188,6 +216,7 @@ void Guard::takeText(const NestedText& nested) {
     if (nested.ownShell) {
         before = position_;
         values_.beginSubshell();
+        for (const Word& word : std::exchange(given_, {})) values_.give(word);
     }
     for (std::size_t number = 0; number < nested.parameters.size() && number < 10; ++number)
         if (!nested.parameters[number].unknown) values_.setParameter(number, nested.parameters[number].text);
@@ -253,8 +282,14 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
         return true;
     }
     if (name == "set"sv) {
+        if (words.size() > 1 && words[1].text == "--") parameters_ = words.size() - 2;
         for (std::size_t index = 2; index < words.size() && words[1].text == "--"; ++index)
             if (!words[index].unknown) values_.setParameter(index - 1, words[index].text);
+        return true;
+    }
+    if (name == "shift"sv) {
+        const std::size_t count = words.size() > 1 && words[1].text != "1" ? parameters_ : 1;
+        if (parameters_ > 0) values_.shiftParameters(parameters_, count);
         return true;
     }
     if (name == "mapfile"sv || name == "readarray"sv) {
@@ -295,8 +330,26 @@ void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool
     if (position_.swap(depth)) values_.noteFolder(true);
 }
 
+// Where a shell finds a relative folder by CDPATH.
+std::optional<std::string> Guard::inSearchPath(const Word& argument) {
+    for (const Word& word : given_)
+        if (word.text.starts_with("CDPATH=")) values_.give(word); // also for later: more than one reading saves more
+    const std::string path = values_.valueOf("CDPATH");
+    if (path.empty() || argument.text.empty() || argument.text[0] == '/' || argument.text[0] == '.' || argument.glob)
+        return std::nullopt;
+    for (std::size_t begin = 0; begin <= path.size();) {
+        const std::size_t end = std::min(path.find(':', begin), path.size());
+        std::string folder =
+            absolutePath(argument.text, absolutePath(path.substr(begin, end - begin), position_.folder()));
+        if (position_.mayChange() && isFolder(folder)) return folder;
+        begin = end + 1;
+    }
+    return std::nullopt;
+}
+
 void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth) {
     if (argument->text == "-") return enter(position_.previous(), depth);
+    if (const auto found = inSearchPath(*argument)) return enter(*found, depth);
     const auto folders = effects_.resolve(*argument, position_.folder());
     if (folders.size() > 1 || argument + 1 != words.end() || argument->unknown) opaque();
     // The others are where a loop comes to when it runs again.

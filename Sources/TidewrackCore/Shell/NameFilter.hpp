@@ -14,18 +14,22 @@ namespace tidewrack::shell {
     return false;
 }
 
-// Tells most names that are in no table from those that may be, by first letter and length.
+// Tells most names that are in no table from those that may be, by length, first and last letter.
 class NameFilter {
   public:
-    constexpr void add(std::string_view name) {
-        lengths_[static_cast<unsigned char>(name[0])] |= std::uint32_t{1} << name.size();
-    }
+    constexpr void add(std::string_view name) { lengths_[placeOf(name)] |= std::uint32_t{1} << name.size(); }
     [[nodiscard]] constexpr bool mayHold(std::string_view name) const {
         if (name.empty() || name.size() >= 32) return false;
-        return ((lengths_[static_cast<unsigned char>(name[0])] >> name.size()) & 1U) != 0;
+        return ((lengths_[placeOf(name)] >> name.size()) & 1U) != 0;
     }
 
   private:
+    [[nodiscard]] static constexpr std::size_t placeOf(std::string_view name) {
+        const std::size_t first = static_cast<unsigned char>(name.front());
+        const std::size_t last = static_cast<unsigned char>(name.back());
+        return (first ^ (last << 3U)) & 255U;
+    }
+
     std::array<std::uint32_t, 256> lengths_{};
 };
 

@@ -104,6 +104,20 @@ constexpr Reading readings[] = {
     {"yarn", " list why info outdated help "},
 };
 
+constexpr NameFilter writingFilter = [] {
+    NameFilter filter;
+    for (const Writing& writing : writings) filter.add(writing.name);
+    for (const std::string_view name : {"uniq"sv, "xxd"sv}) filter.add(name);
+    return filter;
+}();
+
+constexpr NameFilter readingFilter = [] {
+    NameFilter filter;
+    for (const Reading& reading : readings) filter.add(reading.name);
+    filter.add("docker");
+    return filter;
+}();
+
 // Programs that tell their version when asked by -v, -V or "version", and their use by -h or "help".
 constexpr std::string_view tellingShortly =
     " ansible aws bazel brew bun bundle cargo clang clang++ cmake composer conda deno docker dotnet eslint flutter g++ "
@@ -141,7 +155,7 @@ bool isReader(std::string_view name) {
 }
 
 bool isToldToWrite(std::string_view name, Words arguments) {
-    if (hasReadingSubcommand(name, arguments)) return false;
+    if (!writingFilter.mayHold(name) || hasReadingSubcommand(name, arguments)) return false;
     // uniq in out, xxd in out
     if ((name == "uniq" || name == "xxd") && operandCount(arguments) > 1) return true;
     for (const Writing& writing : writings) {
@@ -155,7 +169,7 @@ bool isToldToWrite(std::string_view name, Words arguments) {
 }
 
 bool hasReadingSubcommand(std::string_view name, Words arguments) {
-    if (arguments.empty()) return false;
+    if (arguments.empty() || !readingFilter.mayHold(name)) return false;
     const std::string& first = arguments.front().text;
     if (name == "npm" && first == "config") return arguments.size() > 1 && arguments[1].text == "get";
     // tar tzf, tar -tf

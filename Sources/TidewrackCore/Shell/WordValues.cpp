@@ -50,11 +50,36 @@ bool areLiteral(std::span<const Word> words) {
 } // namespace
 
 WordValues::WordValues(const Context& context, Effects& effects, const Position& position)
-    : context_(context), effects_(effects), position_(position), variables_(context.env) {
-    variables_.assign("PWD", position.folder());
+    : context_(context), effects_(effects), position_(position), variables_(context.env) {}
+
+// Most lines ask for no value at all.
+void WordValues::begin() {
+    if (!std::exchange(begun_, true)) variables_.assign("PWD", position_.folder());
+}
+
+void WordValues::beginSubshell() {
+    begin();
+    variables_.beginSubshell();
+}
+
+void WordValues::shiftParameters(std::size_t known, std::size_t count) {
+    for (std::size_t number = 1; number <= std::min(known, Budget::parameters); ++number)
+        setParameter(number, number + count <= known ? valueOf(std::to_string(number + count)) : std::string());
+}
+
+void WordValues::give(const Word& assignment) {
+    const std::size_t equals = assignment.text.find('=');
+    std::string value = assignment.text.substr(equals + 1);
+    if (value.starts_with("~/")) value.replace(0, 1, context_.home);
+    if (!variables_.assign(assignment.text.substr(0, equals), std::move(value))) effects_.opaque(position_.folder());
+}
+
+std::string WordValues::valueOf(std::string_view name) {
+    return std::string(variables_.value(name).value_or(""));
 }
 
 void WordValues::noteFolder(bool entered) {
+    begun_ = true;
     variables_.assign("PWD", position_.folder());
     if (entered) variables_.assign("OLDPWD", position_.previous());
 }
@@ -237,6 +262,7 @@ void WordValues::shortenOwnHome(Word& word) const {
 
 void WordValues::expandOne(Word& word) {
     if (!word.expands) return;
+    begin();
     if (!replaceMarks(word.text)) return setUnknown(word);
     if (word.tilde) shortenOwnHome(word);
     variables_.setUnfollowed(false);

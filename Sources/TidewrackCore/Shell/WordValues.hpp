@@ -55,11 +55,19 @@ class WordValues {
         variables_.assign(std::to_string(number), std::move(value));
     }
 
+    // Parameters of this number move to the place of earlier ones; the last become empty.
+    void shiftParameters(std::size_t known, std::size_t count);
+
+    // NAME=value, expanded already.
+    void give(const Word& assignment);
+    // Empty for a variable without value.
+    [[nodiscard]] std::string valueOf(std::string_view name);
+
     // The folder has changed.
     void noteFolder(bool entered);
 
     // What is assigned in a subshell ends with it.
-    void beginSubshell() { variables_.beginSubshell(); }
+    void beginSubshell();
     void endSubshell() { variables_.endSubshell(); }
 
   private:
@@ -68,6 +76,7 @@ class WordValues {
         std::vector<Word> values;
     };
 
+    void begin();
     void assign(const Word& word, std::size_t equals);
     void expandOne(Word& word);
     bool replaceMarks(std::string& text);
@@ -88,6 +97,7 @@ class WordValues {
     Variables variables_;
     std::vector<Loop> loops_;
     const Command* command_ = nullptr; // whose words are read
+    bool begun_ = false;               // PWD has its value
     std::size_t alternatives_ = 0;
     std::size_t braceWords_ = 0;
     std::size_t topLevels_ = 0; // looked for

@@ -199,6 +199,7 @@ Unwrapped unwrap(std::vector<Word>& words) {
             break;
         }
         if (words[index].unknown || assignmentAt(words[index]) > 0) {
+            if (!words[index].unknown) result.assignments.push_back(words[index]);
             ++index;
             continue;
         }

@@ -15,8 +15,9 @@ namespace tidewrack::shell {
 
 // What a command runs, once assignments, unknown words and wrappers in front of it are gone.
 struct Unwrapped {
-    std::optional<Word> text;   // to be run by a shell: su -c TEXT
-    std::optional<Word> folder; // to be run in: env -C FOLDER
+    std::optional<Word> text;        // to be run by a shell: su -c TEXT
+    std::optional<Word> folder;      // to be run in: env -C FOLDER
+    std::vector<Word> assignments{}; // that hold for it alone
 };
 
 // Takes them from the words, with the options and operands that are theirs.

@@ -1,0 +1,21 @@
+#pragma once
+// Programs that write the files that their arguments name: curl -o, sort -o, gzip, tar. Nobody is asked or refused
+// anything because of them; what they name is saved when it is there.
+
+#include "Shell/Effects.hpp"
+#include "Shell/Program.hpp"
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tidewrack::shell {
+
+// Whether something is known of what a program of this name writes.
+[[nodiscard]] bool isWriter(std::string_view name);
+
+// Adds what a command writes that runs in the folder `cwd`; false when its arguments are not understood. `words` is
+// not empty.
+[[nodiscard]] bool examineWriter(std::span<const Word> words, const std::string& cwd, Effects& effects);
+
+} // namespace tidewrack::shell
