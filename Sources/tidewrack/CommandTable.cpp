@@ -234,11 +234,12 @@ constexpr Command table[] = {
      .group = Group::history,
      .options = checkOptions,
      .summary = "look whether all that was kept is there and whole",
-     .details = "Every record, listing and content of all projects, or of one with --project, and the vault: there, "
-                "readable, and of the size, mode and time it was kept with. Tells which snapshots a damage costs; the "
-                "exit status is 1 then. Changes nothing without --repair. That writes lost records anew from "
-                "their listings, and contents from unchanged files of the project; what it can't mend it moves aside, into "
-                "the folder `damaged` of the store, and deletes nothing.",
+     .details =
+         "Every record, listing and content of all projects, or of one with --project, and the vault: there, "
+         "readable, and of the size, mode and time it was kept with. Tells which snapshots a damage costs; the "
+         "exit status is 1 then. Changes nothing without --repair. That writes lost records anew from "
+         "their listings, and contents from unchanged files of the project; what it can't mend it moves aside, into "
+         "the folder `damaged` of the store, and deletes nothing.",
      .example = "tidewrack check --contents",
      .run = commands::check},
     {.name = "usage",

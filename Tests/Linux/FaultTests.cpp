@@ -270,9 +270,7 @@ void takeBack(Scene& scene) {
 void damageHistory(Scene& scene) {
     scene.history();
     const History history = scene.world.history();
-    scene.f.remove("project/unsaved");
-    const auto blob = std::string(scene.world.manifestOf(3).find("stays")->blob);
-    EXPECT_EQ(::unlink(history.blobPath(blob).c_str()), 0);
+    EXPECT_EQ(::unlink(history.blobPath(scene.world.manifestOf(3).find("stays")->blob).c_str()), 0);
     for (const std::string& path : {history.metaPath(2), history.manifestPath(3)}) writeFileSoon(path, "damaged");
 }
 

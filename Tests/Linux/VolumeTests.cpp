@@ -9,9 +9,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <linux/btrfs.h>
 #include <linux/fs.h>
+#include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 
