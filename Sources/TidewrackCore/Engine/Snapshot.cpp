@@ -253,11 +253,11 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
-    // The previous snapshot has all that an unchanged one has, and is on the disk.
-    const bool relies = share && !isFresh(*previous.meta);
+    // The previous snapshot has all that an unchanged one has. One that was unchanged itself has done this already.
+    if (share && previous.meta->manifestOf == previous.meta->seq && isFresh(*previous.meta))
+        history.bringNamesToDisk(lock);
     if (share && request.onlyChanges) {
         meta = *previous.meta;
-        if (!relies) history.bringNamesToDisk(lock);
         return taken;
     }
     meta.manifestOf = share ? previous.meta->manifestOf : meta.seq;
@@ -273,7 +273,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     else
         history.writeSnapshot(lock, meta);
     contents.commit();
-    if (!relies) history.bringNamesToDisk(lock);
+    if (!share) history.bringNamesToDisk(lock);
     return taken;
 }
 
