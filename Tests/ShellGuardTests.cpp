@@ -81,6 +81,7 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find . | xargs -I {} sudo rm {}", " ?p"},
         {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
         {"find . | xargs grep rm; ls | xargs -d, sed -n p", ""},
+        {"find . | xargs -0 gzip; (cd a; ls | xargs -I{} nobody {})", " ~p p/a"},
         {"ls | xargs git -C x blame; ls | xargs chmod +x; ls | xargs find -name", ""},
         {"(cd a; ls | xargs git checkout --); (cd b; ls | xargs chmod -R u+w); (cd c; ls | xargs find -delete)",
          " ?p/a p/b p/c"},

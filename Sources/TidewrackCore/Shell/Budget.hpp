@@ -58,6 +58,7 @@ struct Budget {
     static constexpr std::size_t targetBytes = std::size_t{2} << 20;
     static constexpr std::size_t opaqueFolders = 1'000;
     static constexpr std::size_t listedDepth = 16;
+    static constexpr std::size_t listingsLookedAt = 64;
     static constexpr std::size_t listings = 4;
     static constexpr std::size_t links = 16;              // that the line makes
     static constexpr std::size_t wordsBehindPattern = 64; // of git -C PATTERN, followed into each match

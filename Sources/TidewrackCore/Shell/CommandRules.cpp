@@ -311,7 +311,7 @@ void Examination::copy() {
     const Operands all = operands();
     targetDestinations(all);
     const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
-    if (linked && !all.words.back()->unknown && !effects_.full()) {
+    if (linked && !all.words.back()->unknown && effects_.takesLinks()) {
         const std::string at = absolutePath(all.words.back()->text, cwd_);
         effects_.link(at, absolutePath(all.words.front()->text, parentOf(at)));
     }
@@ -453,7 +453,7 @@ void Examination::listFound(std::span<const Word> roots) {
     for (std::size_t index = 0; index + 1 < arguments_.size(); ++index)
         if (arguments_[index].text == "-name") names.push_back(arguments_[index + 1].text);
     for (const Word& root : roots)
-        if (!root.glob && !root.unknown && !effects_.full())
+        if (!root.glob && !root.unknown && effects_.takesListing())
             effects_.list({absolutePath(root.text, cwd_), names, true});
 }
 
@@ -495,6 +495,7 @@ void Examination::xargs() {
     const Rule* rule = ruleFor(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
     if (rule && !onlyReads(*rule, Words(command).subspan(1))) effects_.opaque(cwd_);
+    if (!rule && !isKnown(command.front(), Words(command).subspan(1))) effects_.suspect(cwd_);
 }
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.

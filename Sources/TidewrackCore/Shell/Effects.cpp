@@ -1,6 +1,5 @@
 #include "Shell/Effects.hpp"
 
-#include "Shell/Budget.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -105,7 +104,7 @@ std::string Effects::homePath(std::string_view relative) const {
 }
 
 void Effects::link(std::string at, std::string destination) {
-    if (links_.size() < Budget::links) links_.emplace_back(std::move(at), std::move(destination));
+    if (takesLinks()) links_.emplace_back(std::move(at), std::move(destination));
 }
 
 void Effects::followLinks(const std::string& path) {
@@ -118,7 +117,7 @@ void Effects::followLinks(const std::string& path) {
 }
 
 void Effects::write(const Word& word, const std::string& folder) {
-    if (word.unknown || skips(word)) return opaque(folder);
+    if (word.unknown || skips(word) || operandsLookedAt_ >= Budget::operandsLookedAt) return opaque(folder);
     for (std::string& path : resolve(word, folder)) {
         if (!mayExist(path, folder)) continue;
         if (isProtected(path, Links::followed))

@@ -1,6 +1,7 @@
 #pragma once
 // What the commands of one line may do, gathered while they are examined one after the other.
 
+#include "Shell/Budget.hpp"
 #include "Shell/Decision.hpp"
 #include "Shell/OwnPaths.hpp"
 #include "Shell/Program.hpp"
@@ -67,9 +68,12 @@ class Effects {
 
     // A symbolic link that the line makes: what happens behind it happens elsewhere.
     void link(std::string at, std::string destination);
+    [[nodiscard]] bool takesLinks() const { return links_.size() < Budget::links; }
 
     // A command lists what may be meant by others of the line. Only well-known folders count: others are saved whole.
     void list(Listing listing);
+    // Whether there is room for another look at one.
+    [[nodiscard]] bool takesListing() { return ++listingsLookedAt_ <= Budget::listingsLookedAt; }
     [[nodiscard]] const std::vector<Listing>& listings() const { return listings_; }
 
     // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
@@ -125,6 +129,7 @@ class Effects {
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
     std::size_t operandsLookedAt_ = 0;
+    std::size_t listingsLookedAt_ = 0;
 };
 
 } // namespace tidewrack::shell

@@ -145,7 +145,7 @@ void Guard::takeListing(std::vector<Word> words, const Command& command) {
     values_.expandAll(words, command);
     bool named = false;
     for (const Word& word : words) {
-        if (word.text.starts_with('-') || word.unknown) continue;
+        if (word.text.starts_with('-') || word.unknown || !effects_.takesListing()) continue;
         named = true;
         std::string path = absolutePath(word.text, position_.folder());
         if (word.glob)
