@@ -268,12 +268,14 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     copyCounts(taken, meta);
     meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    if (share)
-        history.writeUnchangedSnapshot(lock, meta);
-    else
+    // What follows a safety snapshot changes the project, and must not outlive its record.
+    const bool waits = !share || folderChanges == FolderChanges::recorded;
+    if (waits)
         history.writeSnapshot(lock, meta);
+    else
+        history.writeUnchangedSnapshot(lock, meta);
     contents.commit();
-    if (!share) history.bringNamesToDisk(lock);
+    if (waits) history.bringNamesToDisk(lock);
     return taken;
 }
 
