@@ -11,6 +11,7 @@ namespace tidewrack {
 // Whole seconds since the epoch, UTC.
 using Date = std::chrono::sys_seconds;
 
+// The current time, without its fraction of a second.
 [[nodiscard]] Date now();
 
 // "2025-01-02T03:04:05Z"

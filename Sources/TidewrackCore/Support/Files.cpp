@@ -32,7 +32,7 @@ int readFile(const std::string& path, std::string& out) {
     if (::fstat(file.get(), &status) != 0) return errno;
     if (S_ISDIR(status.st_mode)) return EISDIR;
     out.clear();
-    std::size_t room = static_cast<std::size_t>(status.st_size) + 1; // one more, so that the end needs no second look
+    std::size_t room = static_cast<std::size_t>(status.st_size) + 1; // one more: a short read then shows the end
     while (true) {
         const std::size_t have = out.size();
         out.resize(have + room);
@@ -77,14 +77,14 @@ void removeLeftovers(const std::string& folder) {
         for (const std::string& name : listFolder(folder))
             if (isLeftover(name)) (void)::unlink(joined(folder, name).c_str());
     } catch (const TidewrackError&) {
-        // They are for the next one to remove.
+        // The next process tries again.
     }
 }
 
 namespace {
 
-// A file that is written beside its place and appears there only with commit(); without it the destructor removes the
-// temporary. Its operations return errno values.
+// A file that is written under a temporary name and renamed to its path by commit(); without commit() the destructor
+// removes it. Its operations return errno values.
 class NewFile {
   public:
     explicit NewFile(const std::string& path) : path_(path), temporary_(joined(parentOf(path), temporaryName())) {}
@@ -94,7 +94,7 @@ class NewFile {
         if (exists_) ::unlink(temporary_.c_str());
     }
 
-    // Without a mode it has the one that new files of the user have.
+    // Without `mode` the file has the one that the user's new files have.
     [[nodiscard]] int write(std::string_view bytes, std::optional<mode_t> mode) {
         ::unlink(temporary_.c_str()); // left by a dead process of the same number
         constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
@@ -113,7 +113,7 @@ class NewFile {
         return ::fchmod(file_.get(), like.st_mode & 07777) == 0 ? 0 : errno;
     }
 
-    // Once `reachDisk` has seen to the open file's content.
+    // Renames the file to its path once `reachDisk` has succeeded with it.
     template <typename ReachDisk>
     [[nodiscard]] int commit(ReachDisk reachDisk) {
         if (const int error = reachDisk(file_.get())) return error;

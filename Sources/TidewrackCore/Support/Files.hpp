@@ -17,8 +17,8 @@ namespace tidewrack {
 // Reads a whole file into `out`. Returns an errno value.
 [[nodiscard]] int readFile(const std::string& path, std::string& out);
 
-// --- Temporaries ---
-// Whatever replaces something is written under a name of its own in the same folder first: ".tidewrack-<pid>-<n>".
+// --- Temporary files ---
+// A file that replaces another one is first written under a temporary name in the same folder: ".tidewrack-<pid>-<n>".
 [[nodiscard]] std::string temporaryName();
 // Whether the name is such a one of a process that died. One that bears this process's number is of an earlier process
 // that had it too, as happens in containers; so this is asked before the process writes one.
@@ -31,11 +31,11 @@ void removeLeftovers(const std::string& folder);
 void writeFileAtomically(const std::string& path, std::string_view bytes);
 // The same without waiting for the disk: a power cut within the next moment may leave an empty file.
 void writeFileSoon(const std::string& path, std::string_view bytes);
-// The same, so that its name and every later one come to the disk after all that was done on the volume before,
+// The same. The new name and every later one reach the disk after everything that was done on the volume before,
 // `pending` included.
 void writeFileAfter(const PendingWrites& pending, const std::string& path, std::string_view bytes);
-// The same for a file of the user's: it takes over mode and owner of the file `like`, as far as our rights go; null: a
-// new file of the user's usual mode.
+// The same for a file of the user. It gets mode and owner of `like`, as far as our rights go; without `like` (null),
+// the mode that the user's new files have.
 void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like);
 
 // Creates a folder with all missing parents. Returns an errno value; an existing folder is success. New folders
@@ -43,12 +43,11 @@ void writeUserFile(const std::string& path, std::string_view bytes, const struct
 [[nodiscard]] int makeFolders(const std::string& path, mode_t mode);
 
 // The names in a folder, without "." and "..", in the file system's order; none where there is no such folder. Throws
-// TidewrackError io "can't list <path>: ...": one that is there and cannot be listed must not be taken for an empty
-// one.
+// TidewrackError io "can't list <path>: ..." for a folder that cannot be listed, which must not pass for an empty one.
 [[nodiscard]] std::vector<std::string> listFolder(const std::string& path);
-// The same, handed out one by one.
+// The same names, one by one.
 void forEachName(const std::string& path, const std::function<void(std::string_view)>& visit);
-// The same until `visit` returns false. Returns an errno value: why the folder could not be read so far.
+// The same until `visit` returns false. Returns an errno value; 0 when the folder could be read that far.
 [[nodiscard]] int visitNames(const std::string& path, const std::function<bool(const char*)>& visit);
 
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
@@ -61,7 +60,7 @@ void forEachName(const std::string& path, const std::function<void(std::string_v
 // An absolute path as the disk spells it: symbolic links resolved and, on volumes that take several spellings for one
 // name, the name that was given to it. Empty when nothing is there.
 [[nodiscard]] std::string realPath(const std::string& path);
-// The same for the item itself: a symbolic link in last place is not followed, nor must anything be there.
+// The same for the item itself: a symbolic link as the last component is not followed, and only the parent need exist.
 [[nodiscard]] std::string realPlace(const std::string& path);
 
 } // namespace tidewrack

@@ -13,7 +13,7 @@
 
 namespace tidewrack {
 
-// Reads fields of one JSON object; every failure is TidewrackError corrupt naming the source and the field.
+// Reads fields of one JSON object. A failure throws TidewrackError corrupt, which names the source and the field.
 class JsonFields {
   public:
     // Throws when `text` is no JSON object. `source` names the record in errors.

@@ -18,8 +18,8 @@ bool isTooLong(int fd, std::int64_t longest) {
     return attributesOfOpen(fd, attributes) == 0 && attributes.size > longest;
 }
 
-// Two processes that both find the log too long must not both empty it: the second would take the first one's line with
-// it. So this happens, and is waited for, under a lock; plain appending needs none.
+// Two processes that both find the log too long must not both empty it: the second would delete the first one's line.
+// So emptying takes a lock; plain appending needs none.
 void emptyWhenTooLong(int fd, std::int64_t longest) {
     if (!isTooLong(fd, longest) || ::flock(fd, LOCK_EX) != 0) return;
     if (isTooLong(fd, longest)) (void)!::ftruncate(fd, 0);

@@ -23,7 +23,7 @@ CodePoint codePointAt(std::string_view text, std::size_t at) {
     return point;
 }
 
-// Two neighbouring bytes of plain ASCII always part two characters, but for CR LF.
+// Two neighbouring ASCII bytes are always two characters, except CR LF.
 bool plainAscii(std::string_view text, std::size_t at) {
     return at < text.size() && static_cast<unsigned char>(text[at]) < 0x80;
 }

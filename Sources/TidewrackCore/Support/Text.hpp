@@ -15,8 +15,8 @@ namespace tidewrack {
 // `bytes` with every invalid sequence replaced by U+FFFD; well-formed text comes back unchanged.
 [[nodiscard]] std::string repairedUtf8(std::string_view bytes);
 
-// The same with every character written out that a terminal would obey or that turns text around: control characters as
-// `\n`, `\t`, `\x1b` or `\u009b`, line separators and changes of direction as `\u202e`.
+// The same with escapes for characters that a terminal would obey or that change the direction of text: control
+// characters as `\n`, `\t`, `\x1b` or `\u009b`, line separators and changes of direction as `\u202e`.
 enum class Tabs { escaped, kept };
 [[nodiscard]] std::string escapedControls(std::string_view text, Tabs tabs = Tabs::escaped);
 
