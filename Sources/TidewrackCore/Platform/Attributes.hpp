@@ -29,7 +29,7 @@ struct Attributes {
 
 [[nodiscard]] Attributes attributesOf(const struct stat& status);
 
-// lstat relative to an open folder (or AT_FDCWD).
+// lstat of `name` in an open folder (or AT_FDCWD); fstat of an open file.
 [[nodiscard]] int attributesAt(int folder, const char* name, Attributes& out);
 [[nodiscard]] int attributesOfOpen(int fd, Attributes& out);
 
@@ -39,8 +39,8 @@ struct Attributes {
 // Sets the modification and access time (nanoseconds since the epoch) of a path without following a link.
 [[nodiscard]] int setModificationTime(int folder, const char* name, std::int64_t mtime);
 
-// A change of a file made from now on is stamped with this time at the earliest, in nanoseconds since the epoch, on
-// volumes whose clock is this machine's. Volumes cut it down to what they keep.
+// The earliest time, in nanoseconds since the epoch, that a change made from now on is stamped with, on volumes that
+// use this machine's clock. Volumes that keep coarser times cut it down.
 [[nodiscard]] std::int64_t earliestStamp();
 
 } // namespace tidewrack

@@ -22,7 +22,7 @@ Attributes attributesOf(const struct stat& status) {
     return result;
 }
 
-// What a volume's clock does is not told: some tick only every ten milliseconds.
+// Volumes do not say how fine their clock is; some tick only every ten milliseconds.
 std::int64_t earliestStamp() {
     constexpr std::int64_t slowestTick = 10'000'000;
     timespec now{};

@@ -17,7 +17,7 @@ BackgroundFlush::BackgroundFlush(int fd, std::size_t copies, PendingWrites& pend
     try {
         thread_ = std::thread([this, fd, &pending] { work(fd, pending); });
     } catch (const std::system_error&) {
-        // No thread is to be had: flush() does it all.
+        // No thread could be started: flush() does all the work.
     }
 }
 

@@ -23,7 +23,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds longestReaping{200};
 
-// The ends are closed in every other child, and are none of the three standard descriptors, which the child gets anew.
+// Both ends are closed in every other child. They lie above the three standard descriptors, which the child gets anew.
 int makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
     int ends[2];
     if (::pipe(ends) != 0) return errno;
@@ -77,8 +77,8 @@ int ChildProcess::receive(std::string& buffer, const Deadline& until) const {
     }
 }
 
-// A process that hangs inside the system (a network volume gone away) does not end before the system lets it: then it
-// is left to the system, so that nobody has to wait for it.
+// A process that hangs inside the system (on a lost network volume) ends only when the system lets it. It is then left
+// unreaped, so that this process need not wait for it.
 void ChildProcess::end() {
     input_.reset();
     output_.reset();

@@ -13,15 +13,15 @@
 
 namespace tidewrack {
 
-// What is run: nothing of this process's environment comes along of itself.
+// What is run. The child gets `environment` alone, nothing of this process's environment.
 struct ChildCommand {
     std::string program; // an absolute path
     std::vector<std::string> arguments;
     std::vector<std::string> environment; // "NAME=value"
 };
 
-// Owns the child: it is ended and reaped no later than with this object. Where the system allows it, it also ends when
-// this process dies in whatever way, and may neither start processes (of an ordinary user) nor write files.
+// Owns the child, which ends no later than this object. Where the system allows it, the child also ends when this
+// process dies in any way; it may write no files, and an ordinary user's child may start no processes.
 class ChildProcess {
   public:
     ChildProcess() = default;
@@ -29,14 +29,17 @@ class ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess() { end(); }
 
-    // Once, on a thread that outlives the child. Its input and output are pipes to this object, its errors go nowhere.
-    // Returns an errno value; a program that cannot be run may instead show as one that ends at once.
+    // To be called once, on a thread that outlives the child. The child's input and output are pipes to this object;
+    // its errors are dropped. Returns an errno value; a program that cannot be run may instead look like one that ends
+    // at once.
     [[nodiscard]] int start(const ChildCommand& command);
     // To be called only when the child has read what it was sent before, so that the pipe has room. Returns an errno
     // value.
     [[nodiscard]] int send(std::string_view bytes) const;
-    // Appends what the child has written. 0, ETIMEDOUT when nothing came until then, or EPIPE at the end of its output.
+    // Appends what the child has written to `buffer`. Returns 0, ETIMEDOUT when nothing came by then, or EPIPE at the
+    // end.
     [[nodiscard]] int receive(std::string& buffer, const Deadline& until) const;
+    // Kills the child and reaps it, unless it hangs inside the system.
     void end();
 
   private:
@@ -45,8 +48,8 @@ class ChildProcess {
     Descriptor output_;
 };
 
-// The part of start() that differs. All of it is ready before the child begins, which on some systems shares this
-// process's memory until it runs the program.
+// What spawn() needs. It is complete before the child begins, since on some systems the child shares this process's
+// memory until it runs the program.
 struct Spawning {
     const char* program;
     char* const* arguments; // the program's name first, null last

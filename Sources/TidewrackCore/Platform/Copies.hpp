@@ -21,8 +21,8 @@ struct Place {
     const char* name = nullptr;
 };
 
-// Exchanges what two names on one volume lead to, in one step. ENOENT when one of them leads nowhere; ENOSYS, ENOTSUP
-// or EINVAL where the system or the volume cannot do it.
+// Exchanges the items at two names on one volume, in one step. Returns an errno value: ENOENT when one of them does not
+// exist; ENOSYS, ENOTSUP or EINVAL where the system or the volume cannot do it.
 [[nodiscard]] int exchange(Place a, Place b);
 
 // Whether a copy of so many bytes may take their room.
@@ -54,8 +54,8 @@ struct CopyAs {
 
 // Copies the open regular file `source` to the new path `to` (which must not exist): a copy-on-write clone where the
 // volume allows it, else the bytes, keeping holes. The copy gets the mode and the time of `as`, the source's extended
-// attributes and, when running as root, its owner; where that is refused, the bits that lend the owner's rights are
-// left out. A half-written copy is removed. Returns an errno value.
+// attributes and, when running as root, its owner; where the owner is refused, the copy has no set-id bits. A
+// half-written copy is removed. Returns an errno value.
 [[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory);
 
 // Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
@@ -76,23 +76,22 @@ struct UncopiedItem {
 };
 
 struct CopyLimits {
-    std::string skip;                 // an absolute path left out wherever it lies inside; empty: none
+    std::string skip;                 // the absolute path of an item to leave out; empty: none
     Deadline deadline;                // after it the copy is given up with ECANCELED
     PendingWrites* pending = nullptr; // as in CopyMemory
     HasRoom hasRoom = {};             // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
     std::optional<EarlierCopy> earlier = std::nullopt;
-    // Receives what inside a folder could not be copied, by paths below it with a leading slash; the rest is copied.
-    // Null: the first failure ends the copy.
+    // Receives the items inside a folder that could not be copied, as paths below it with a leading slash; the rest is
+    // copied. Null: the first failure ends the copy.
     std::vector<UncopiedItem>* unsaved = nullptr;
-    // A copy that fails leaves what it made so far, and what others have put beside it.
+    // A failed copy leaves what it has made so far, with anything that others have added to it.
     bool leavesParts = false;
 };
 
-// Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links
-// and extended attributes, cloning where the volume allows it. Sockets, pipes and devices inside a folder are passed
-// over; one named as `from` is ENOTSUP. On an errno value other than 0 nothing of it is left at `to`, unless the limits
-// say so.
+// Copies a file, a link or a whole folder with everything in it to the new path `to`, keeping modes, times, links and
+// extended attributes, cloning where the volume allows it. Sockets, pipes and devices inside a folder are left out; one
+// named as `from` is ENOTSUP. A failed copy leaves nothing at `to`, unless the limits say so. Returns an errno value.
 [[nodiscard]] int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits);
 [[nodiscard]] int copyTree(Place from, Place to, const CopyLimits& limits);
 
@@ -113,8 +112,8 @@ struct TreeSize {
 [[nodiscard]] int removeTree(const std::string& path);
 [[nodiscard]] int removeTree(Place place);
 
-// Takes away a file's or folder's access list where such a list can forbid its owner to remove the item or what is in
-// it: copies have the lists of what they were made from. Nothing happens where that fails.
+// Removes the access list of a file or folder where such a list can forbid its owner to remove the item or what is in
+// it: copies have the lists of what they were made from. Failures are passed over.
 void dropAccessList(Place item);
 
 } // namespace tidewrack

@@ -25,9 +25,9 @@ namespace {
 constexpr std::size_t plainCopySize = std::size_t{128} << 10; // files up to this size: one read and one write
 constexpr std::size_t rangeCopySize = std::size_t{64} << 20;
 
-// Sharing blocks and copying inside the kernel fail for many reasons of one file or of one kind of volume (files in
-// use for swapping, files without copy-on-write, sandboxes), after which the bytes can still be copied. Not so where
-// the volume itself is at its end.
+// Sharing blocks and copying inside the kernel fail for many reasons of one file or of one kind of volume (files in use
+// for swapping, files without copy-on-write, sandboxes), after which the bytes can still be copied. A failure of the
+// volume itself is final.
 bool volumeFailed(int error) {
     return error == EIO || error == ENOSPC || error == EDQUOT || error == ENOMEM;
 }
@@ -70,7 +70,7 @@ int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& me
         if (count < 0 && errno == EINTR) continue;
         if (count < 0 && volumeFailed(errno)) return errno;
         if (count < 0) memory.cannotCopyRange = neverBetweenTheseVolumes(errno);
-        if (count <= 0) break; // some kernels call it the end where there is more to read
+        if (count <= 0) break; // some kernels report the end too early
         offset += count;
         length -= count;
     }
@@ -188,7 +188,7 @@ std::string procPath(Place place) {
     return "/proc/self/fd/" + std::to_string(place.folder) + "/" + place.name;
 }
 
-// Whether the copy has the owner that it should have. Only root can give files away.
+// Gives the copy its owner, which only root can do; false when that failed. The copies of other users stay theirs.
 bool giveOwner(int target, const struct stat& wanted) {
     if (::geteuid() != 0) return true;
     struct stat made {};
@@ -197,7 +197,7 @@ bool giveOwner(int target, const struct stat& wanted) {
     return ::fchown(target, wanted.st_uid, wanted.st_gid) == 0;
 }
 
-// The owner comes first: giving a file away takes its capabilities and its set-id bits.
+// The owner comes first, since a change of owner clears capabilities and set-id bits.
 int finishCopy(int source, int target, const struct stat& status, CopyAs as) {
     if (!giveOwner(target, status)) as.mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
     copyOpenAttributes(source, target);

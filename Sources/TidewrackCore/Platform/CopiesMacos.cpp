@@ -28,7 +28,7 @@ int quitAfterDeadline(int, int, copyfile_state_t, const char*, const char*, void
     return passed(*static_cast<const Deadline*>(deadline)) ? COPYFILE_QUIT : COPYFILE_CONTINUE;
 }
 
-// The clone of a locked file would be locked as well: its mode could not be set, nor could it ever be removed.
+// The clone of a locked file would be locked as well: its mode could not be set, and it could never be removed.
 bool isLocked(const struct stat& status) {
     return (status.st_flags & (UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND)) != 0;
 }
@@ -59,7 +59,7 @@ int copyContent(int source, int target, CopyMemory& memory) {
 }
 
 int finishCopy(int target, const struct stat& status, CopyAs as) {
-    // Without their owner these bits would lend the rights of whoever copies.
+    // Without their owner these bits would lend the rights of the user who copies.
     if (::geteuid() == 0 && ::fchown(target, status.st_uid, status.st_gid) != 0)
         as.mode &= static_cast<std::uint16_t>(~(S_ISUID | S_ISGID));
     if (::fchmod(target, as.mode) != 0) return errno;
@@ -134,7 +134,7 @@ int exchange(Place a, Place b) {
     return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
 }
 
-// The folders of a home, for one, come with "everyone deny delete".
+// The folders in a home, for example, come with "everyone deny delete".
 void dropAccessList(Place item) {
     const Descriptor file(::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     filesec_t change = ::filesec_init();

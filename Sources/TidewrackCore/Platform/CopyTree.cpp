@@ -14,7 +14,7 @@ namespace tidewrack {
 
 namespace {
 
-// What both ways through a tree leave out.
+// The items that copying and measuring leave out.
 class Skip {
   public:
     explicit Skip(const std::string& path)
@@ -56,12 +56,13 @@ class TreeCopier {
         return ENOTSUP;
     }
 
-    // Else a file that could not be copied is gone already, and what stands in its place is not ours.
+    // Whether the copy's folder was made. Without one a failed copy has removed its file already, and anything at its
+    // place belongs to others.
     [[nodiscard]] bool leftFolder() const { return madeFolder_; }
 
   private:
     // The change time covers everything that a copy keeps: content, mode, owner and extended attributes. The other
-    // fields are for clocks that were set back, and for a folder that another one was renamed over.
+    // fields are for clocks that were set back, and for a folder that was replaced by another one.
     [[nodiscard]] bool isUnchanged(const Attributes& now, Place earlier) const {
         if (now.kind == Attributes::Kind::folder || now.ctime >= earlierBegan_) return false;
         Attributes then;
@@ -108,7 +109,8 @@ class TreeCopier {
         return source.error() == 0 || toleratedInside(source.error()) ? 0 : source.error();
     }
 
-    // One unreadable file is no reason to lose the folder's other files; a full volume and a deadline end it all.
+    // One unreadable file is no reason to lose the folder's other files. A full volume and a passed deadline end the
+    // copy.
     bool toleratedInside(int error) {
         if (unsaved_ == nullptr || error == ECANCELED || error == ENOSPC || error == EDQUOT) return false;
         unsaved_->push_back({inside_, error});
@@ -127,7 +129,7 @@ class TreeCopier {
     Skip skip_;
     std::int64_t earlierBegan_;
     std::vector<UncopiedItem>* unsaved_;
-    bool madeFolder_ = false; // the first folder of the copy is there
+    bool madeFolder_ = false; // the first folder of the copy was made
     std::string inside_;      // of the item being copied: its path below the top, with a leading slash
 };
 
@@ -155,7 +157,7 @@ class TreeMeasurer {
     int measure(int folder, const char* name) {
         if (passed(deadline_)) return ECANCELED;
         FolderStream stream(folder, name);
-        if (stream.error() != 0) return 0; // the copy will tell
+        if (stream.error() != 0) return 0; // the copy reports it
         while (const char* item = stream.next()) {
             Attributes attributes;
             const int unseen = attributesAt(stream.fd(), item, attributes);

@@ -1,5 +1,5 @@
 // Linux: sync_file_range, fsync and the like, chosen by the type of the volume. Measured with 28 contents of 8 kB, each
-// way in its own new folder, medians; in brackets with 200 MB of somebody else's data waiting on the same volume:
+// way in its own new folder, medians; in brackets with 200 MB of other programs' data waiting on the same volume:
 //                                   ext4              xfs             btrfs (clones)
 //   no flush                          0.4 ms            0.5 ms          0.6 ms
 //   each written out, one fsync       1.7 (2.8) ms      1.6 (7.7) ms
@@ -28,7 +28,7 @@ constexpr std::uint32_t xfsMagic = 0x58465342;
 
 enum class Volume {
     journal,     // what one file's flush finds in the journal is flushed with it
-    transaction, // as well, but a file's own flush takes a short cut around the transaction
+    transaction, // changes reach the disk together, but one file's flush takes a short cut around that
     other,       // nothing is known about the order of changes
 };
 
@@ -43,20 +43,20 @@ Volume volumeOf(int fd) {
     }
 }
 
-// The content alone, without waiting for the journal.
+// Writes the content alone, without waiting for the journal.
 int writeContent(int fd) {
     constexpr unsigned all = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
     return ::sync_file_range(fd, 0, 0, all) == 0 ? 0 : errno;
 }
 
-// Contents that others have written meanwhile are not a part of it, unlike with syncfs.
+// Does not wait for contents that other programs have written, unlike syncfs.
 int commitTransaction(int fd) {
     __u64 transaction = 0;
     if (::ioctl(fd, BTRFS_IOC_START_SYNC, &transaction) != 0) return errno;
     return ::ioctl(fd, BTRFS_IOC_WAIT_SYNC, &transaction) == 0 ? 0 : errno;
 }
 
-// On a volume of type btrfs the size of what is longer than this may miss the transaction that is committed right after
+// On a volume of type btrfs, the size of a file longer than this may miss the transaction that is committed right after
 // its content was written; shorter contents are written into the transaction itself.
 bool isLate(int fd) {
     constexpr off_t mostInTransaction = 2048;

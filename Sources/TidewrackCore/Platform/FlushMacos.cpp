@@ -16,7 +16,7 @@ int orSuccessWhereUnknown(int error) {
     return error == EINVAL || error == ENOSYS || error == ENOTTY || error == ENOTSUP ? 0 : error;
 }
 
-// The file, and everything before it, in that order.
+// Flushes the file; everything before it reaches the disk first.
 int flushFile(int fd) {
     if (::fcntl(fd, F_BARRIERFSYNC) == 0 || ::fcntl(fd, F_FULLFSYNC) == 0) return 0;
     return writeOut(fd);
@@ -57,7 +57,7 @@ int flushNames(int folder) {
 }
 
 int flushVolume(int fd) {
-    if (::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // of which nothing can be told
+    if (::fsync_volume_np(fd, SYNC_VOLUME_WAIT) != 0) ::sync(); // sync reports no failure
     return flushFile(fd);
 }
 

@@ -13,7 +13,7 @@ namespace tidewrack {
 // among them.
 class FolderStream {
   public:
-    // Takes over an open folder; where `folder` holds none, errno says why.
+    // Takes over an open folder. An empty `folder` stands for a failed opening, whose errno is then still set.
     explicit FolderStream(Descriptor folder);
     // Opens the folder `name` in the open folder `parent`; a link is not followed.
     FolderStream(int parent, const char* name);
@@ -23,10 +23,10 @@ class FolderStream {
     FolderStream& operator=(const FolderStream&) = delete;
     ~FolderStream();
 
-    // Why the folder could not be opened, or not be read to its end, as an errno value; 0 when it was.
+    // The errno value of a failed opening or reading; 0 when there was none.
     [[nodiscard]] int error() const { return error_; }
     [[nodiscard]] int fd() const;
-    // The next name, valid until the one after it is asked for; null after the last one and after an error.
+    // The next name, valid until the next call; null after the last one and after an error.
     [[nodiscard]] const char* next();
 
   private:

@@ -10,7 +10,7 @@ namespace tidewrack {
 
 namespace {
 
-// Paths come from listings that may be damaged: none may lead up or away.
+// Paths come from listings that may be damaged, so none may be absolute or lead up.
 bool staysBelow(std::string_view path) {
     if (path.starts_with('/')) return false;
     while (!path.empty()) {

@@ -1,4 +1,4 @@
-// Linux: openat2 knows of folders that no link may lead to.
+// Linux: openat2, which can refuse symbolic links anywhere in a path.
 
 #include "Platform/OpenFolder.hpp"
 

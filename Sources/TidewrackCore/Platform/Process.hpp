@@ -15,7 +15,7 @@ namespace tidewrack {
 // Keeps a write into this pipe from raising SIGPIPE where the system has a switch for it; writeAll covers the rest.
 void disableSigpipe(int fd);
 
-// While it lives and is not released, being told to end (SIGTERM, SIGHUP) has to wait; it takes effect afterwards.
+// Holds SIGTERM and SIGHUP back until it is released or destroyed; one that came meanwhile takes effect then.
 class [[nodiscard]] TerminationDelayed {
   public:
     TerminationDelayed();
@@ -30,8 +30,8 @@ class [[nodiscard]] TerminationDelayed {
     bool released_ = false;
 };
 
-// While it lives, the process goes on working when it is told to end (SIGTERM) or its terminal goes away (SIGHUP).
-// Child processes started meanwhile inherit that.
+// Ignores SIGTERM (an order to end) and SIGHUP (the terminal went away) while it lives. Child processes started
+// meanwhile inherit that.
 class [[nodiscard]] TerminationIgnored {
   public:
     TerminationIgnored();
@@ -53,8 +53,8 @@ class [[nodiscard]] TerminationIgnored {
 [[nodiscard]] bool processIsAlive(std::int64_t pid);
 [[nodiscard]] std::string errorText(int error); // the system's text for an errno value
 
-// Says that memory just reserved is about to be filled from its beginning: the system may then provide it in large
-// pieces, each of which saves hundreds of page faults. Does nothing where the memory is small.
+// Tells the system that memory just reserved is about to be filled from its beginning. The system may then provide it
+// in large pieces, each of which saves hundreds of page faults. Does nothing where the memory is small.
 void willFill(void* memory, std::size_t size);
 
 } // namespace tidewrack

@@ -23,7 +23,7 @@ std::string gitProgram() {
     return ::access(path, X_OK) == 0 ? path : "";
 }
 
-// Refusals do not matter, least of all that of a kernel without large pages.
+// Failures do not matter; a kernel without large pages refuses.
 void willFill(void* memory, std::size_t size) {
     constexpr std::size_t piece = std::size_t{2} << 20; // the usual one
     // Moves `memory` to where a piece may begin and takes what it skips off `size`.

@@ -71,7 +71,7 @@ std::optional<std::string> adviceOnClones() {
 
 namespace {
 
-// Whether the item lies on a btrfs volume, whose identifier is then told.
+// Whether the item lies on a btrfs volume; `out` then holds the volume's identifier.
 bool btrfsIdentity(const std::string& path, btrfs_ioctl_fs_info_args& out) {
     if (volumeType(path) != "btrfs") return false;
     const Descriptor item(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -80,7 +80,7 @@ bool btrfsIdentity(const std::string& path, btrfs_ioctl_fs_info_args& out) {
 
 } // namespace
 
-// The subvolumes of a btrfs volume have a device number each.
+// Each subvolume of a btrfs volume has a device number of its own, so the volumes' identifiers are compared.
 bool sameVolume(const std::string& a, const std::string& b) {
     Attributes one;
     Attributes other;
@@ -92,7 +92,7 @@ bool sameVolume(const std::string& a, const std::string& b) {
 }
 
 bool volumeIgnoresCase(const std::string&) {
-    return false; // the volumes that projects lie on here take names byte for byte
+    return false; // the volumes that projects lie on here compare names byte for byte
 }
 
 } // namespace tidewrack
