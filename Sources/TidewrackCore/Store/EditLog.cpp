@@ -30,7 +30,7 @@ std::vector<NotedEdit> notedEdits(std::string_view log) {
             edits.push_back({fields.date("time"), fields.text("agent"), fields.optionalText("session"),
                              fields.optionalText("turn"), fields.text("path")});
         } catch (const TidewrackError&) {
-            // Another line's loss is no reason to lose this one.
+            // A damaged line costs none of the others.
         }
         log.remove_prefix(end + 1);
     }

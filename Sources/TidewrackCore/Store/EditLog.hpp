@@ -27,7 +27,7 @@ inline constexpr std::int64_t longestEditLog = 2'000'000; // bytes; a longer one
 
 [[nodiscard]] std::string editLogPath(const std::string& historyFolder);
 
-// Appends one line as one write; no lock is needed. Every failure is passed over: the snapshots do not depend on it.
+// Appends one line as one write; no lock is needed. Failures are passed over: the snapshots do not depend on the log.
 void noteEdit(const std::string& historyFolder, const NotedEdit& edit);
 
 // The edits in the log's text, oldest first; lines that cannot be read are left out.

@@ -111,7 +111,7 @@ std::vector<SnapshotMeta> History::readAll(std::vector<UnreadRecord>* unread) co
     const auto names = listFolder(folder);
     const std::span all(names);
     const std::size_t half = all.size() < namesForTwo ? 0 : all.size() / 2;
-    // Should no thread be had, its half is read at get().
+    // Without a thread this half is read at get().
     auto others = std::async(half == 0 ? std::launch::deferred : std::launch::async | std::launch::deferred,
                              [&] { return readRecords(folder, all.subspan(0, half), unread != nullptr); });
     Records result = readRecords(folder, all.subspan(half), unread != nullptr);
@@ -179,7 +179,7 @@ void History::bringRecordsToDisk(const ProjectLock&) const {
     const std::string folder = snapshotsFolder();
     Descriptor open;
     int error = openFolder(folder, open);
-    // The whole volume: nobody has waited yet for the content of an unchanged snapshot's record.
+    // The whole volume: the content of an unchanged snapshot's record has not been waited for yet.
     if (error == 0) error = flushVolume(open.get());
     if (error != 0) throw TidewrackError::io("flush", folder, error);
 }
@@ -190,7 +190,7 @@ void History::writeManifest(const ProjectLock&, std::int64_t seq, const Manifest
 }
 
 void History::markUnfinished(const ProjectLock&, std::int64_t seq) const {
-    // Where this fails the leftovers wait for a prune that looks at everything; no snapshot is refused for it.
+    // Failures are passed over: the leftovers then wait for a prune that looks at everything.
     const Descriptor file(
         ::open(manifestPath(seq).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
 }

@@ -2,7 +2,7 @@
 // One tracked project's history on the disk: its records, listings and kept contents. docs/store-format.md shows the
 // tree.
 //
-// Reading takes no lock; the writers are for whoever holds the project's ProjectLock.
+// Reading takes no lock; writing takes the project's ProjectLock.
 
 #include "Platform/Flush.hpp"
 #include "Store/Manifest.hpp"
@@ -27,7 +27,7 @@ struct UnreadRecord {
 
 class History {
   public:
-    // `folder` is the history's own, `root` the project's.
+    // `folder` is the history's folder, `root` the project's.
     History(std::string folder, std::string root) : folder_(std::move(folder)), root_(std::move(root)) {}
 
     [[nodiscard]] std::vector<std::int64_t> seqs() const; // ascending
@@ -41,27 +41,27 @@ class History {
     // Throws TidewrackError noSnapshot or corrupt.
     [[nodiscard]] SnapshotMeta snapshot(std::int64_t seq) const;
     [[nodiscard]] Manifest manifest(const SnapshotMeta& meta) const;
-    // The text of manifest `seq`, not looked into.
+    // The decompressed text of manifest `seq`, not parsed. Throws TidewrackError corrupt when it is missing or damaged.
     [[nodiscard]] TextBuffer manifestText(std::int64_t seq) const;
-    // The largest number of which a manifest or a content folder is left; 0 for none.
+    // The largest number that has a manifest or a content folder; 0 for none.
     [[nodiscard]] std::int64_t highestLeftover() const;
-    // Whether the project lies on the volume of its history, so that changes of both come to the disk in their order.
+    // Whether the project lies on its history's volume, so that changes of both reach the disk in their order.
     [[nodiscard]] bool sharesVolume() const;
 
-    // The manifest comes after the contents that it names, and only then the record: a manifest is on the disk with all
-    // that was done before, `contents` included, when the record is given its name.
+    // A snapshot is written in this order: contents, manifest, record. A manifest reaches the disk after everything
+    // done before it, `contents` included, and before its record's name.
     void writeSnapshot(const ProjectLock& lock, const SnapshotMeta& meta) const;
-    // For a new snapshot that holds nothing the one before does not: nothing waits for the disk.
+    // For a new snapshot with the same content as the one before: nothing waits for the disk.
     void writeUnchangedSnapshot(const ProjectLock& lock, const SnapshotMeta& meta) const;
-    // What was recorded so far, an unchanged snapshot apart, is there after a power cut if any change is that somebody
-    // makes in the project from now on.
+    // From now on no change in the project survives a power cut without all that was recorded before it, unchanged
+    // snapshots excepted.
     void bringNamesToDisk(const ProjectLock& lock) const;
-    // All records written so far are on the disk, with all that they need.
+    // Brings all records written so far to the disk, with all that they need.
     void bringRecordsToDisk(const ProjectLock& lock) const;
     void writeManifest(const ProjectLock& lock, std::int64_t seq, const Manifest& manifest,
                        const PendingWrites& contents) const;
-    // Makes sure that number `seq`, which a snapshot took that was never recorded, has a manifest, if only an empty
-    // one: a manifest that no record names tells the next prune that contents may be left that nothing names.
+    // Gives number `seq`, which a snapshot took that was never recorded, an empty manifest if it has none. A manifest
+    // without a record tells the next prune that contents may be left that nothing names.
     void markUnfinished(const ProjectLock& lock, std::int64_t seq) const;
 
     [[nodiscard]] const std::string& folder() const { return folder_; }

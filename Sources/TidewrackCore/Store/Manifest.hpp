@@ -25,7 +25,7 @@ enum class EntryKind : std::uint8_t { file, link, dir };
 //   "err<number>"         could not be kept; the error's number (older stores: a bare "err"), or a KeepFailure's word
 //   "ign"                 a folder left out because git ignores it
 //   ""                    a folder
-// `blob` is a view: its bytes belong to the manifest that holds the entry, or to whoever made the entry.
+// `blob` is a view: its bytes belong to the manifest that holds the entry, or to the caller that made the entry.
 struct Entry {
     EntryKind kind = EntryKind::file;
     std::uint16_t mode = 0;
@@ -37,7 +37,7 @@ struct Entry {
 
     bool operator==(const Entry&) const = default;
 
-    // Same kind, mode, size, times and inode number: the thing has not been touched in between.
+    // Same kind, mode, size, times and inode number: nothing has changed the item in between.
     [[nodiscard]] bool sameAttributes(const Entry& other) const {
         return kind == other.kind && mode == other.mode && size == other.size && mtime == other.mtime &&
                ctime == other.ctime && ino == other.ino;
@@ -45,7 +45,7 @@ struct Entry {
     // The content of a file or link was kept.
     [[nodiscard]] bool isKept() const { return kind != EntryKind::dir && !notKept(); }
     [[nodiscard]] bool notKept() const { return blob.starts_with("big:") || blob.starts_with("err"); }
-    // A folder left out because git ignores it is listed without what changes as its content does.
+    // A folder left out because git ignores it is listed without size and times, which change with its content.
     [[nodiscard]] bool isIgnoredFolder() const { return kind == EntryKind::dir && blob == "ign"; }
     void markIgnored() {
         size = mtime = ctime = 0;
@@ -58,7 +58,7 @@ struct Entry {
 // `attributes` as a manifest entry without a blob; anything but links and folders counts as a file.
 [[nodiscard]] Entry entryOf(const Attributes& attributes);
 
-// Text that outlives the views handed out: appended to, never moved.
+// Holds the bytes of texts. They are never moved, so the views stay valid as long as the arena lives.
 class TextArena {
   public:
     std::string_view add(std::string_view text);
@@ -72,7 +72,7 @@ class TextArena {
     std::size_t room_ = 0;
 };
 
-// Bytes of which the buffer may be larger than what is used: large listings are not copied for the sake of a fit.
+// Bytes in a buffer that may be larger than what is used: large listings are not copied only to fit.
 struct TextBuffer {
     std::unique_ptr<char[]> bytes;
     std::size_t size = 0;
@@ -93,8 +93,8 @@ class Manifest {
 
     Manifest() = default;
 
-    // Sorted by path in byte order, each path once. A listing that says the same as the one it was built upon shares
-    // its items, so that the address tells.
+    // Sorted by path in byte order, each path once. A listing equal to the one it was built upon shares its items, so
+    // that equal addresses mean equal listings.
     [[nodiscard]] const std::vector<Item>& items() const { return *items_; }
     [[nodiscard]] bool empty() const { return items_->empty(); }
     [[nodiscard]] std::size_t size() const { return items_->size(); }
@@ -106,7 +106,7 @@ class Manifest {
     [[nodiscard]] bool listsIgnored(std::string_view folder) const;
     [[nodiscard]] std::int64_t fileCount() const; // files and links
 
-    // The file's bytes: text, compressed. Throws TidewrackError io when that fails.
+    // The file's bytes: the compressed text. Throws TidewrackError io when the compression fails.
     [[nodiscard]] std::string encoded() const;
     // Throws TidewrackError corrupt "manifest kind", "manifest number", "manifest line end", or that it cannot be
     // decompressed.
@@ -116,10 +116,11 @@ class Manifest {
     [[nodiscard]] std::string encodedText() const;
     [[nodiscard]] static Manifest decodeText(TextBuffer text);
     [[nodiscard]] static TextBuffer decompressed(std::string_view bytes);
-    // Hands out every line's blob, folders' empty ones included, for who needs nothing else: less than half of decode's
-    // work. Throws TidewrackError corrupt "manifest kind", "manifest line end" or "manifest blob".
+    // Hands out every line's blob, folders' empty ones included, in less than half of decode's time. Throws
+    // TidewrackError corrupt "manifest kind", "manifest line end" or "manifest blob".
     static void forEachBlob(std::string_view text, const std::function<void(std::string_view)>& visit);
 
+    // A path as a line holds it, with escapes for backslash, tab and line feed; and the path again.
     [[nodiscard]] static std::string escape(std::string_view path);
     [[nodiscard]] static std::string unescape(std::string_view text);
 
@@ -139,7 +140,7 @@ class ManifestBuilder {
     static constexpr std::uint32_t noRank = UINT32_MAX;
 
     ManifestBuilder() = default;
-    // For a listing of which most stands in `base` already: those items need no sorting and share its texts. `base`
+    // For a listing that has most of its items from `base`: those items need no sorting and share its texts. `base`
     // must outlive the builder, but not what it builds.
     explicit ManifestBuilder(const Manifest& base);
 
@@ -175,7 +176,7 @@ class ManifestBuilder {
     std::size_t count_ = 0;
 };
 
-// Finds a walked item in a manifest. The look-up goes by folders, since a walk hands out all that lies in one together.
+// Finds a walked item in a manifest, folder by folder, since a walk returns all items of one folder together.
 class PathIndex {
   public:
     explicit PathIndex(const Manifest& manifest);

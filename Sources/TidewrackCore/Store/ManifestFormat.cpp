@@ -46,8 +46,8 @@ std::string compressedStream(std::string_view text) {
     return {out.get(), size};
 }
 
-// A stream is a row of blocks that stand for themselves, closed by an end marker. So two halves compressed side by
-// side make one stream when the first half's end marker is dropped.
+// A stream is a sequence of independent blocks and an end marker. So two halves compressed side by side make one stream
+// when the first half's end marker is dropped.
 std::string compressed(std::string_view text) {
     if (text.size() < parallelSize) return compressedStream(text);
     const std::size_t half = text.size() / 2;
@@ -58,8 +58,8 @@ std::string compressed(std::string_view text) {
     return first + second.get();
 }
 
-// The library answers 0 for a fault and for the empty text alike, so the streams of the empty text are told by their
-// bytes: an end marker alone, or one after a stored block without content.
+// The library answers 0 for a fault and for the empty text alike, so the streams of the empty text are recognised by
+// their bytes: an end marker alone, or one after a stored block without content.
 bool holdsEmptyText(std::string_view bytes) {
     using namespace std::string_view_literals;
     return bytes == "bvx$"sv || bytes == "bvx-\0\0\0\0bvx$"sv;
@@ -119,7 +119,7 @@ std::size_t countLines(std::string_view text) {
     return count;
 }
 
-// One blob of each line decides over what is deleted, so a text damaged in that place is not taken for another one.
+// Prune deletes the contents that no line's blob names, so a damaged blob must not pass for another one.
 bool isBlob(std::string_view blob) {
     if (blob.empty() || blob == "ign" || blob.starts_with("big:") || blob.starts_with("err")) return true;
     constexpr std::string_view digits = "0123456789";
@@ -207,8 +207,8 @@ Manifest Manifest::decodeText(TextBuffer buffer) {
     return builder.finish();
 }
 
-// The decompressed size stands nowhere, so the buffer doubles until the text leaves room in it. Memory that is only
-// reserved costs nothing.
+// The decompressed size is recorded nowhere, so the buffer doubles until the text leaves room in it. Memory that is
+// only reserved costs nothing.
 TextBuffer Manifest::decompressed(std::string_view bytes) {
     if (holdsEmptyText(bytes)) return TextBuffer({});
     const std::size_t mostRoom = bytes.size() * 4096 + 4096;

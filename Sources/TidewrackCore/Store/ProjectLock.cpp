@@ -14,7 +14,7 @@ namespace tidewrack {
 
 namespace {
 
-// A lock can be waited for without limit or asked for; with a deadline it is asked for again and again.
+// flock waits without limit or not at all, so with a deadline it is tried again and again.
 int lockOpenFile(int fd, const Deadline& deadline) {
     constexpr auto betweenTries = std::chrono::milliseconds(5);
     while (::flock(fd, deadline ? LOCK_EX | LOCK_NB : LOCK_EX) != 0) {
@@ -25,8 +25,8 @@ int lockOpenFile(int fd, const Deadline& deadline) {
     return 0;
 }
 
-// Whoever had the lock may have removed the project and the lock with it: what was waited for is then the lock of
-// nothing, and another process may hold the one of the project tracked anew.
+// The previous holder may have removed the project and its lock file. The lock that was waited for then protects
+// nothing, and another process may hold the lock of the project tracked anew.
 bool isInPlace(int fd) {
     struct stat status {};
     return ::fstat(fd, &status) != 0 || status.st_nlink > 0;

@@ -120,8 +120,8 @@ void Store::add(const Project& project) const {
 void Store::untrack(const Project& project) const {
     const History history = this->history(project);
     const ProjectLock lock(history.lockPath());
-    // The record goes first: a project half removed by a sudden death is then no project any more. Should it be
-    // tracked again, no snapshot may be left that names contents which are gone.
+    // The record goes first, so that a project half removed by a sudden death is no project any more. The snapshots go
+    // before the contents: a project tracked again must have none that names contents that are gone.
     const std::string record = history.recordPath();
     if (::unlink(record.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", record, errno);
     for (const std::string& part :
@@ -197,7 +197,7 @@ std::vector<std::string> Store::storageWarnings(const Project& project) const {
 
 void Store::refuseForeign() const {
     struct stat status {};
-    if (::stat(home.c_str(), &status) != 0) return; // made by us, later
+    if (::stat(home.c_str(), &status) != 0) return; // not made yet
     const bool isTrusted = status.st_uid == ::geteuid() || status.st_uid == 0 || ::geteuid() == 0;
     if (!isTrusted)
         throw TidewrackError::refused("Tidewrack's history " + home +
@@ -209,7 +209,7 @@ void Store::refuseForeign() const {
 
 int Store::makeHome() const {
     if (isFolder(home)) return 0;
-    // Parents get the usual mode; the store itself is its reader's alone.
+    // Parents get the usual mode; the store itself is for its owner alone.
     if (const int error = makeFolders(std::string(parentOf(home)), 0755)) return error;
     return makeFolders(home, 0700);
 }

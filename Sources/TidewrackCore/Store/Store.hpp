@@ -70,10 +70,11 @@ class Store {
         return {projectsFolder() + "/" + project.id, project.root};
     }
 
-    // A sentence when kept copies will cost real disk space.
+    // Sentences on a project whose kept copies cost real disk space; none where blocks are shared.
     [[nodiscard]] std::vector<std::string> storageWarnings(const Project& project) const;
-    // Throws TidewrackError refused when others could have put into the store what is taken for history: it belongs to
-    // another user, root apart, or everybody can write to it. To be called before anything in it is believed.
+    // Throws TidewrackError refused when others could have written what is taken for history: the store belongs to
+    // another user and neither that user nor this one is root, or everybody can write to it. To be called before
+    // anything in it is believed.
     void refuseForeign() const;
     // Creates the store's folder (mode 0700) with its parents. Returns an errno value.
     [[nodiscard]] int makeHome() const;
