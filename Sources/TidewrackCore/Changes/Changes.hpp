@@ -31,7 +31,7 @@ struct Changes {
     [[nodiscard]] bool isEmpty() const { return added.empty() && modified.empty() && deleted.empty(); }
     [[nodiscard]] std::vector<std::string> all() const; // the three lists in one, sorted
     [[nodiscard]] Counts fileCounts() const;            // without folders
-    // What of it lies at or below one of these paths.
+    // The changes at or below one of these paths.
     [[nodiscard]] Changes within(const std::vector<std::string>& paths) const;
 
     [[nodiscard]] static Changes between(const Manifest& older, const Manifest& newer);
@@ -40,8 +40,8 @@ struct Changes {
 // Whether two entries at one path count as different.
 [[nodiscard]] bool differs(const Entry& older, const Entry& newer);
 
-// Whether all folders that both have bear the same permission bits and are ignored by git in both or in neither,
-// which Changes passes over.
+// Whether the folders that both have are equal in permission bits, and in whether git ignores them. Changes passes over
+// these differences.
 [[nodiscard]] bool sameFolders(const Manifest& older, const Manifest& newer);
 
 // One file's change, with the paths of the two contents to compare.

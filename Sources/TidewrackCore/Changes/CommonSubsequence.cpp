@@ -205,8 +205,8 @@ class LengthTable {
     std::vector<Block> blocks_;
 };
 
-// A subsequence that is longest among those with at most `edits` lines in no pair. Never empty-handed: when
-// there is none within that limit, a common subsequence that breaks it.
+// A subsequence that is longest among those with at most `edits` lines in no pair. When there is none within that
+// limit, a common subsequence that exceeds it.
 std::vector<LineMatch> subsequenceWithin(std::size_t edits, std::span<const LineId> a, std::span<const LineId> b,
                                          LineId idCount) {
     const auto difference = static_cast<std::ptrdiff_t>(b.size()) - static_cast<std::ptrdiff_t>(a.size());
@@ -221,7 +221,7 @@ std::vector<LineMatch> subsequenceWithin(std::size_t edits, std::span<const Line
 
     constexpr std::size_t worthAThread = std::size_t{1} << 26;
     const bool large = a.size() * b.size() >= worthAThread;
-    // Should no thread be had, the work is done at get().
+    // Without a thread the work is done at get().
     const auto policy = large ? std::launch::async | std::launch::deferred : std::launch::deferred;
     std::future<void> lowerDone = std::async(policy, [&lower] { lower.compute(); });
     upper.compute();

@@ -8,7 +8,7 @@ namespace tidewrack {
 
 namespace {
 
-// What is left to compare on one side, and where it stood.
+// The lines left to compare on one side, and their offsets.
 struct Side {
     std::vector<LineId> ids;
     std::vector<std::uint32_t> offsets;
@@ -112,7 +112,7 @@ class GreedySearch {
     }
     Offset reached(Offset edits, Offset k) { return k < -edits || k > edits ? unreachable : at(edits, k); }
 
-    // Where diagonal k goes on after one more edit: an insertion from k + 1 or a removal from k - 1.
+    // Where diagonal k continues after one more edit: an insertion from k + 1 or a removal from k - 1.
     Offset start(Offset edits, Offset k) {
         if (edits == 0) return 0;
         const Offset inserted = reached(edits - 1, k + 1);
@@ -197,7 +197,7 @@ std::vector<LineChange> changesOf(const EditScript& script) {
     std::size_t oldAt = 0;
     std::size_t newAt = 0;
     while (removed != script.removed.end() || inserted != script.inserted.end()) {
-        // Both sides are the same up to whichever change comes first.
+        // Both sides are the same up to the change that comes first.
         std::size_t same = std::numeric_limits<std::size_t>::max();
         if (removed != script.removed.end()) same = *removed - oldAt;
         if (inserted != script.inserted.end()) same = std::min(same, *inserted - newAt);

@@ -63,7 +63,7 @@ class Side {
         return any;
     }
 
-    // What the base's lines [begin, end), which hold all changes taken since the last call, are on this side; none when
+    // This side's version of the base's lines [begin, end), which hold all changes taken since the last call; none when
     // there was no such change.
     std::optional<std::span<const std::string_view>> replacement(std::size_t begin, std::size_t end) {
         if (!taken_) return std::nullopt;
@@ -105,8 +105,8 @@ const LineChange* earlier(const LineChange* a, const LineChange* b) {
     return place(b) < place(a) ? b : a;
 }
 
-// What both sides made of the same lines: where they agree, or where all three have as many lines, line by line. None
-// where they clash.
+// What both sides made of the same lines: their common version, or where all three have as many lines, a merge line by
+// line. None where they clash.
 std::optional<Lines> agreed(std::span<const std::string_view> base, std::span<const std::string_view> one,
                             std::span<const std::string_view> other) {
     if (std::equal(one.begin(), one.end(), other.begin(), other.end())) return Lines(one.begin(), one.end());

@@ -6,7 +6,7 @@
 
 namespace tidewrack {
 
-// What stood at a path, before or after the change.
+// What was at a path, before or after the change.
 struct PatchSide {
     enum class Kind { file, link };
     Kind kind = Kind::file;

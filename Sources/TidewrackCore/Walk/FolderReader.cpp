@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t foldersBeforeHelp = 32;  // a thread costs as much as reading a few dozen folders
 constexpr std::size_t mostItemsReady = 65'536; // bounds the memory of what waits for the caller
-constexpr std::size_t mostUsedKept = 64;       // bounds that of what was as large as its largest folder
+constexpr std::size_t mostUsedKept = 64;       // bounds the memory of listings kept for reuse
 
 std::size_t itemsOf(const FolderListing& listing) {
     return listing.children.size() + 1;
@@ -37,7 +37,7 @@ void FolderReader::readAhead() {
     try {
         helper_ = std::thread([this] { help(); });
     } catch (const std::system_error&) {
-        // No thread is to be had here: the caller reads alone.
+        // No thread could be started: the caller reads alone.
     }
 }
 

@@ -27,8 +27,8 @@ struct FolderListing {
     std::string names;
     std::vector<Child> children;      // files, links and folders; the rest is passed over
     int error = 0;                    // why some or all are missing, as an errno value
-    std::vector<std::string> unknown; // names that are there and of which nothing more could be learned
-    int unknownError = 0;             // why, of the first
+    std::vector<std::string> unknown; // names of entries that could not be looked at
+    int unknownError = 0;             // an errno value, of the first
 
     [[nodiscard]] std::string_view name(const Child& child) const {
         return std::string_view(names).substr(child.nameOffset, child.nameLength);
@@ -39,7 +39,7 @@ struct FolderListing {
 // from readAhead() on, or once enough folders show that there is work for two.
 class FolderReader {
   public:
-    // Whether a folder, by its name and its path, is read without being put in; called on either thread.
+    // Whether a folder, given by its name and its path, is read without a put(); called on either thread.
     using Enters = std::function<bool(std::string_view name, std::string_view path)>;
 
     // Begins with `root`, which must stay open as long as the reader lives.
@@ -49,12 +49,12 @@ class FolderReader {
     ~FolderReader();
 
     // Starts the helper, so that it reads while the caller does something else. Does nothing where it runs already or
-    // no thread is to be had.
+    // no thread can be started.
     void readAhead();
-    // Adds a folder that is not entered of itself, after the one that holds it has come out.
+    // Adds a folder that Enters declined, after take() has returned the folder that holds it.
     void put(std::string path);
-    // The listing of a folder that has been read, valid until the next call, or null when all have come out. That of a
-    // folder that cannot be read has an error.
+    // The next folder's listing, valid until the next call; null after the last one. The listing of a folder that
+    // cannot be read has an error.
     [[nodiscard]] const FolderListing* take();
 
   private:

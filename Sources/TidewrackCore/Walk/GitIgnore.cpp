@@ -19,10 +19,10 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// Everything that a repository's settings can make git run or reach while it answers, settled here: what the command
-// line says counts more than any file, included ones too. Nothing but GIT_ALLOW_PROTOCOL overrides a repository's
+// Every setting by which a repository could make git run or reach something while it answers. The command line counts
+// more than any file, included ones too. Nothing but GIT_ALLOW_PROTOCOL overrides a repository's
 // `protocol.<name>.allow`, and nothing but GIT_NO_LAZY_FETCH keeps a missing object from being fetched. A git that does
-// not know the latter yet would have a second git do so, and finds none. Threads count as processes, of which the child
+// not know the latter yet would start a second git for that, and finds none. Threads count as processes, and the child
 // may start none.
 constexpr std::array settings = {"core.fsmonitor=false",    "core.hooksPath=/dev/null",
                                  "core.preloadIndex=false", "index.threads=1",
@@ -41,8 +41,8 @@ constexpr std::array ownVariables = {"PATH=/dev/null",
                                      "GIT_TRACE2_PERF=0",
                                      "LC_ALL=C"};
 
-// What stays of the environment leads to the user's own settings, and so to the user's global ignore file, or says who
-// called sudo, whose repositories git then trusts.
+// These variables lead to the user's own settings, and so to the user's global ignore file, or name the user who called
+// sudo, whose repositories git then trusts.
 constexpr std::array inherited = {"HOME", "XDG_CONFIG_HOME", "SUDO_UID"};
 
 ChildCommand command(const std::string& root) {
@@ -74,8 +74,8 @@ std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, Patience pat
     return std::make_unique<GitIgnore>(root, patience, shared);
 }
 
-// git ends when it is asked about a path inside a submodule, and would then answer nothing more. A submodule has a
-// ".git" file, as a linked work tree has, whose file leads to a folder directly in "worktrees".
+// git ends when it is asked about a path inside a submodule, so such paths are not asked about. A submodule has a
+// ".git" file. A linked work tree has one too, but that leads to a folder directly in "worktrees".
 bool GitIgnore::isInSubmodule(std::string_view asked) const {
     for (std::string_view folder = parentOf(asked); !folder.empty(); folder = parentOf(folder)) {
         const std::string path = root_ + "/" + std::string(folder) + "/.git";
@@ -89,7 +89,8 @@ bool GitIgnore::isInSubmodule(std::string_view asked) const {
 }
 
 std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
-    // The system takes no longer path at once, so git could not look at it, nor need a pipe have room for it.
+    // The system takes no longer path in one call, so git could not look at it either; and every shorter one fits into
+    // a pipe.
     if (path.size() >= PATH_MAX || path.find('\0') != std::string_view::npos) return false;
     if (isInSubmodule(path)) return false;
     if (state_ == State::unasked && left_ <= Patience::zero()) { // others have used it up
@@ -102,7 +103,7 @@ std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
     }
     if (state_ == State::gone) return std::nullopt;
     const auto asked = steady_clock::now();
-    // A colon at the beginning would be taken for one of git's own signs.
+    // git would take a leading colon for one of its own signs.
     auto answer = answerTo((path.starts_with(':') ? "./" : "") + std::string(path));
     left_ -= steady_clock::now() - asked;
     if (!answer) {

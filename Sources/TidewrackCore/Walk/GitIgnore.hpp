@@ -1,8 +1,8 @@
 #pragma once
 // Git's own ignore rules, asked of one long-lived `git check-ignore` child.
 //
-// A repository's settings are somebody else's words. The child is started so that nothing they say makes it run a
-// program, open a connection or write a file, and it reads no GIT_ variable of this process.
+// Anybody may have written a repository's settings. The child is started so that none of them makes it run a program,
+// open a connection or write a file, and it reads no GIT_ variable of this process.
 
 #include "Platform/ChildProcess.hpp"
 #include "Platform/Deadline.hpp"
@@ -15,9 +15,9 @@
 
 namespace tidewrack {
 
-// Owns the child for the length of one walk. The child is started at the first question, because most walks ask
-// none. Once it has failed, or kept the walk waiting longer than it may, it is gone and every further question is
-// without an answer.
+// Owns the child for the length of one walk. The child is started at the first question, because most walks ask none.
+// Once it has failed, or its answers have taken longer than they may, it is ended and every further question is without
+// an answer.
 class GitIgnore {
   public:
     using Patience = std::chrono::steady_clock::duration;
@@ -36,10 +36,10 @@ class GitIgnore {
     GitIgnore(const GitIgnore&) = delete;
     GitIgnore& operator=(const GitIgnore&) = delete;
 
-    // One question, one answer: whether git ignores the folder at this path relative to the root. None: git gave none.
+    // Whether git ignores the folder at this path relative to the root. None: git gave no answer.
     [[nodiscard]] std::optional<bool> isIgnored(std::string_view path);
 
-    // Whether it kept the walk waiting for longer than it may.
+    // Whether the answers took longer than they may.
     [[nodiscard]] bool isLate() const { return late_; }
 
   private:

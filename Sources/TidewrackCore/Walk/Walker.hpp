@@ -32,13 +32,13 @@ class Walker {
         std::string_view path; // relative to the root; valid during the call only
         Entry entry;
     };
-    // Returns whether the walk goes on.
+    // Returns whether to continue the walk.
     using Body = std::function<bool(const Item&)>;
     // Whether an earlier listing has the folder at this relative path as one that git ignores.
     using WasIgnored = std::function<bool(std::string_view)>;
 
-    // What the walk could not see: a folder that could not be opened or not be read to its end or, where it names some,
-    // entries in it of which nothing could be learned. What is gone by then is no fault.
+    // What the walk could not see: a folder that could not be opened or read to its end or, with `entries`, items in it
+    // that could not be looked at. Items that vanished meanwhile are not among them.
     struct Unread {
         std::string folder; // relative to the root
         int error = 0;      // an errno value
@@ -66,16 +66,16 @@ class Walker {
     // Throws TidewrackError io "can't read <root>: <reason>" or refused "<root> is no longer a folder (...)".
     Walker(const std::string& root, Options options);
 
-    // A caller that has something else to do before it walks says how many files it expects: where they are many, a
-    // second thread begins to read them at once.
+    // Tells how many files to expect, for a caller that has something else to do before it walks. A second thread
+    // begins to read at once where they are many.
     void expect(std::int64_t files);
-    // Throws "can't read <root>: <reason>" as well. Calls `body` on this thread for every item, a folder before its
-    // contents, siblings in no particular order; stops when it returns false. Sub-folders and items that cannot be read
-    // are passed over; unread() tells of them afterwards. Where git gives no answer `wasIgnored` does, and without it
-    // nothing is ignored. Once.
+    // Calls `body` on this thread for every item, a folder before its contents, siblings in no particular order; stops
+    // when it returns false. Sub-folders and items that cannot be read are left out, and unread() lists them. Where git
+    // gives no answer `wasIgnored` does, and without it nothing is ignored. Throws TidewrackError io "can't read
+    // <root>: <reason>". To be called once.
     void walk(const Body& body, const WasIgnored& wasIgnored = {});
     [[nodiscard]] const std::vector<Unread>& unread() const { return unread_; }
-    // Whether git would have kept the walk waiting. One that ends at once does not take the folder for a repository.
+    // Whether git was too slow to answer. One that ends at once was not: it does not take the folder for a repository.
     [[nodiscard]] bool gitWasLate() const { return options_.gitIsLate && options_.gitIsLate(); }
 
     // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
