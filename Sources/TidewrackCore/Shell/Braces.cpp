@@ -13,7 +13,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// The length of what stands at `at`: an escaped character or a quoted text as a whole, else one byte.
+// The length of the unit at `at`: an escaped character or a quoted text as a whole, else one byte.
 std::size_t unitLength(std::string_view text, std::size_t at) {
     const char c = text[at];
     if (c == '\\') return std::min<std::size_t>(2, text.size() - at);
@@ -31,7 +31,7 @@ struct Range {
     std::size_t width; // numbers are filled up with zeros to it
 };
 
-// What {body} counts through; none when it does not.
+// The range that {body} counts through; none when it is no range.
 std::optional<Range> rangeOf(std::string_view body) {
     const std::size_t dots = body.find("..");
     if (dots == std::string_view::npos) return std::nullopt;

@@ -8,16 +8,15 @@
 
 namespace tidewrack::shell {
 
-// False when a word holds no list for sure.
+// False when a word certainly holds no list.
 [[nodiscard]] inline bool holdsBraceList(std::string_view source) {
     return source.find('}') != std::string_view::npos &&
            (source.find(',') != std::string_view::npos || source.find("..") != std::string_view::npos);
 }
 
-// The words that one word stands for, all as they were written, quotes and escapes included: the word itself
-// when it holds no list. What is quoted, ${...}, and braces without a comma are no lists. None when there
-// would be more than 1,000 words or 256 KiB of them. A "#" that comes to stand first is escaped: it begins no
-// comment.
+// The words that one word stands for, all as they were written, quotes and escapes included: the word itself when it
+// holds no list. What is quoted, ${...}, and braces without a comma are no lists. None when there would be more than
+// 1,000 words or 256 KiB of them. A "#" at the beginning of a new word is escaped, so that it begins no comment.
 [[nodiscard]] std::optional<std::vector<std::string>> expandBraces(std::string_view source);
 
 } // namespace tidewrack::shell

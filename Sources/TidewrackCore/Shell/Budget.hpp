@@ -10,7 +10,7 @@ struct Budget {
     // Cutting the line
     static constexpr std::size_t nesting = 8;            // $( ), backquotes and texts run as commands, in each other
     static constexpr std::size_t nestedCommands = 4'096; // in all of them
-    static constexpr std::size_t nestedPerCommand = 256; //
+    static constexpr std::size_t nestedPerCommand = 256; // in the words of one
     static constexpr std::size_t nestedBytes = std::size_t{256} << 10;
     static constexpr std::size_t arithmeticLength = 256;
     static constexpr std::size_t arrayLength = 1'024;

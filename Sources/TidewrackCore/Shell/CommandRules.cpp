@@ -354,8 +354,8 @@ void Examination::targetCopyOf(const Word& source, const std::string& folder) {
     if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
 }
 
-// A source written as `src/.`, `src/` or (for ditto) `src` may be poured into the folder instead of put
-// there as one item: what it holds overwrites what has the same name.
+// The contents of a source written as `src/.`, `src/` or (for ditto) `src` may be copied into the folder, where they
+// overwrite what has the same name, instead of the source as one item.
 void Examination::targetContents(const Word& source, const std::string& folder) {
     const std::string& text = source.text;
     if (name_ != "ditto" && text != "." && !text.ends_with('/') && !text.ends_with("/.")) return;

@@ -1,5 +1,5 @@
 #pragma once
-// The words in which the guard is asked and answers.
+// What the guard is asked with, and what it answers.
 
 #include <functional>
 #include <map>
@@ -31,11 +31,11 @@ struct Context {
     std::function<std::vector<OwnPath>()> protectedPaths = {};
 };
 
-// How the question ends that is put before a tracked project goes. Whoever puts it has taken the snapshot, or says why
-// there is none.
+// The end of the question that is asked before a tracked project is removed. The caller has taken the snapshot, or says
+// why there is none.
 inline constexpr std::string_view snapshotPromise = " Tidewrack snapshotted it first; allow?";
 
-// What to tell the agent. A deny beats an ask beats an allow, and of two equals the first stands.
+// What to tell the agent. A deny is stronger than an ask, an ask than an allow; of two equals the first stays.
 struct Verdict {
     enum class Kind { ask, deny, allow };
 
@@ -60,8 +60,8 @@ struct Decision {
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
     std::vector<std::string> mentioned; // paths that may change, by a guess, and are small enough to be kept where they
                                         // lie in no project; sorted, each once
-    std::vector<std::string> suspected; // folders where something may change, by a guess: the projects that they lie
-                                        // in are worth a look, and nothing else is; sorted, each once
+    std::vector<std::string> suspected; // folders where something may change, by a guess: of the projects that they
+                                        // lie in a snapshot is taken, of nothing else; sorted, each once
 
     bool operator==(const Decision&) const = default;
 };

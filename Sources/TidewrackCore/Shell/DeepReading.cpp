@@ -57,7 +57,7 @@ struct Room {
     std::int64_t bytes = 0;
 };
 
-// Whether what a folder holds fits, which is then taken off.
+// Whether a folder's contents fit into `left`, from which they are subtracted.
 bool isSmall(const std::string& folder, Room& left) {
     return visitNames(folder,
                       [&](const char* name) {
@@ -106,7 +106,7 @@ class Mentions {
     std::size_t listBytes_ = 0;
 };
 
-// Whether what stands there is small, and nobody's but the user's.
+// Whether the path leads to something small that is no program, not protected and not in the system's trees.
 bool Mentions::isWorthKeeping(const std::string& path) {
     for (const std::string_view tree : systemTrees)
         if (isAtOrBelow(path, tree)) return false;

@@ -167,7 +167,7 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
     if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
 }
 
-// All that lies in a project goes with the root's names.
+// A project whose root's names are removed is lost as a whole.
 void Effects::askIfProjectRoot(const std::string& folder) {
     const auto& roots = context_.projectRoots;
     if (std::find(roots.begin(), roots.end(), folder) != roots.end()) askIfProjectInside(folder);

@@ -17,8 +17,8 @@
 
 namespace tidewrack::shell {
 
-// The text of the refusal when `path` is one of the folders whose loss nobody wants: the system's, the home
-// folder, or the home's well-known ones. What lies below them is not meant. Judged by the text alone.
+// The text of the refusal when `path` is a folder that must never be lost: the system's, the home folder, or one of the
+// home's well-known ones. What lies below them does not count. Judged by the text alone.
 [[nodiscard]] std::optional<std::string> catastrophic(std::string_view path, std::string_view home);
 
 // Turns an allow into an ask when a tracked project is at or below `path`.
@@ -98,7 +98,7 @@ class Effects {
     // The same for all projects in it.
     void suspectProjectsIn(const std::string& folder);
 
-    // Whether a protected folder stands at the path.
+    // Whether a protected folder is at the path.
     [[nodiscard]] bool isProtected(const std::string& path, Links links);
     [[nodiscard]] ProtectedFolders& protectedFolders();
 

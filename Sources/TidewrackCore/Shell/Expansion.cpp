@@ -44,7 +44,7 @@ std::string expandedFallback(std::string_view text, std::string_view home, Varia
     return std::string(home) + expandedText(text.substr(1), home, variables);
 }
 
-// The value of what stood between "${" and "}".
+// The value of the text between "${" and "}".
 std::string bracedValue(std::string_view body, std::string_view home, Variables& variables) {
     if (const std::size_t fallback = body.find(":-"); fallback != std::string_view::npos) {
         const auto value = variables.value(body.substr(0, fallback));

@@ -58,13 +58,13 @@ class Variables {
 // The length of the variable name that `text` begins with; 0 when it begins with none.
 [[nodiscard]] std::size_t nameLength(std::string_view text);
 
-// `word` with a leading tilde and every variable replaced, once, without splitting and without globbing.
-// "HOME" is always `home`. An unset variable leaves nothing, and so does ${X%.c} where X is empty or unset. Where it
-// is not, the value of such forms is not worked out: they leave nothing either and set `variables.unfollowed()`. So
-// does ${X:-fallback} where braces stand in the fallback; else its tilde and variables are replaced too.
+// `word` with a leading tilde and every variable replaced, once, without splitting and without globbing. "HOME" is
+// always `home`. An unset variable leaves nothing, as does ${X%.c} where X is empty or unset. Where X has a value such
+// forms are not worked out: they leave nothing and set `variables.unfollowed()`. ${X:-fallback} does the same where
+// braces stand in the fallback; else its tilde and variables are replaced too.
 [[nodiscard]] Word expand(Word word, std::string_view home, Variables& variables);
 
-// The same, done where the word stands.
+// The same, in place.
 void expandInPlace(Word& word, std::string_view home, Variables& variables);
 
 } // namespace tidewrack::shell

@@ -39,8 +39,8 @@ bool mayFeedShell(const Word& name) {
     return name.text == "echo" || name.text == "printf" || name.text == "cat";
 }
 
-// Follows one command line from command to command. Each goes one way: what stands around it is peeled off, its words
-// get their values, and what is left is judged.
+// Follows one command line from command to command. Each takes the same steps: wrappers are taken off, its words get
+// their values, and the rest is judged.
 class Guard {
   public:
     explicit Guard(const Context& context)
@@ -124,7 +124,7 @@ void Guard::take(Command& command) {
     const bool endsWithName = last == "cd"sv || last == "pushd"sv || last == "popd"sv;
     const std::vector<Word> unexpanded = values_.vary(words) ? words : std::vector<Word>();
     WordValues::Readings readings = values_.read(std::move(words), command);
-    if (!readings.whole.empty() && readings.whole.front().unknown) opaque(); // nobody knows what it runs
+    if (!readings.whole.empty() && readings.whole.front().unknown) opaque(); // what it runs is unknown
     peel(readings.apart);
     peel(readings.whole);
     if (takeInputs(readings.whole, command)) return;
@@ -259,7 +259,7 @@ std::optional<std::string> Guard::textOf(const Input& input, const Command& comm
     return std::move(words.front().text);
 }
 
-// A program that may do anything; in a substitution it always counted as something that only running shows.
+// A program that may do anything. Within a substitution its effect counts as one that only running shows.
 void Guard::takeUnknown() {
     if (nesting_ > 0)
         opaque();
@@ -271,7 +271,7 @@ void Guard::takeUnknown() {
 bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument) {
     const std::string_view name = words.front().text;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
-        // In a pipe or in the background it is a shell of its own that goes there.
+        // In a pipe or in the background a shell of its own changes the folder.
         if (!command.toPipe && !command.inBackground) changeFolder(words, command.depth, hadArgument);
         return true;
     }
@@ -324,7 +324,7 @@ void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool
         if (name == "pushd"sv) position_.push();
         return goTo(words, argument, depth);
     }
-    // Without an argument cd goes home; one that came to nothing leads nowhere that is known.
+    // Without an argument cd goes home; an argument that became empty leads to a folder that is not known.
     if (hadArgument) return opaque();
     if (name == "cd"sv) return enter(absolutePath(context_.home, "/"), depth);
     if (position_.swap(depth)) values_.noteFolder(true);
@@ -352,7 +352,7 @@ void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterat
     if (const auto found = inSearchPath(*argument)) return enter(*found, depth);
     const auto folders = effects_.resolve(*argument, position_.folder());
     if (folders.size() > 1 || argument + 1 != words.end() || argument->unknown) opaque();
-    // The others are where a loop comes to when it runs again.
+    // The others are the folders of a loop's further runs.
     for (const std::string& folder : folders)
         if (folder != folders.front()) effects_.opaque(folder);
     for (auto other = argument; ++other != words.end();) {

@@ -10,7 +10,7 @@ namespace tidewrack::shell {
 
 namespace {
 
-// Where the line ends that `at` stands in, quoted line ends left out.
+// The end of the line at `at`; quoted line ends do not count.
 std::size_t lineEnd(std::string_view text, std::size_t at) {
     char quote = 0;
     for (; at < text.size(); ++at) {

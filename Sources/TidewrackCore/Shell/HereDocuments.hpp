@@ -1,5 +1,5 @@
 #pragma once
-// The texts that stand in the lines below a command: where they begin and end.
+// Here-documents, the texts in the lines below a command: where they begin and end.
 
 #include <cstddef>
 #include <optional>
@@ -21,7 +21,7 @@ class HereDocuments {
     [[nodiscard]] std::optional<Body> find(std::string_view text, std::size_t at, std::string_view delimiter,
                                            bool stripTabs, std::size_t& searched);
 
-    // Where to go on behind the line end at `at`, once all that was announced before has its body.
+    // The place behind the line end at `at` and behind the bodies of all documents announced before it.
     [[nodiscard]] std::size_t behindBodies(std::size_t at);
 
   private:

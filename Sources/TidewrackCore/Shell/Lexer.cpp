@@ -64,7 +64,7 @@ void Lexer::append(std::string_view text) {
     started_ = true;
 }
 
-// What the word holds so far stood outside quotes and escapes, unless one of them came before.
+// Notes that the word so far is outside quotes and escapes, unless one of them came before.
 void Lexer::markPlain() {
     if (!word_.quoted && !escaped_) word_.plain = static_cast<std::uint32_t>(word_.text.size());
 }
@@ -109,8 +109,7 @@ bool Lexer::endCommand() {
     return true;
 }
 
-// The ")" behind a pattern of a `case` closes none of the parentheses that hold the `case`; which one it is, the
-// depth tells.
+// The ")" behind a pattern of a `case` closes none of the parentheses that hold the `case`. The depth tells such a ")".
 void Lexer::noteCase() {
     for (const Word& word : out_->words) {
         // Most commands begin with none of the words in question, and there may be very many.
@@ -149,12 +148,12 @@ bool Lexer::next(Command& command) {
     }
 }
 
-// Room for all that may follow, instead of moving a huge list each time it has doubled.
+// Reserves room for all words that may follow, instead of moving a huge list each time it has doubled.
 void Lexer::makeRoom(std::vector<Word>& list) const {
     if (list.size() == manyWords) list.reserve(manyWords + (end_ - at_) / 2 + 1);
 }
 
-// Where the bytes end that mean nothing but themselves.
+// The end of the bytes that mean nothing but themselves.
 std::size_t Lexer::plainRunEnd() const {
     std::size_t end = at_;
     while (end < end_ && !special[static_cast<unsigned char>(text_[end])]) ++end;
@@ -346,8 +345,8 @@ void Lexer::takeInputRedirect() {
     role_ = Role::inputFile;
 }
 
-// Where quotes begin or end a variable's name ends too, and at a backslash: in "$X"y it is not Xy. Braces keep
-// that once the quotes are gone.
+// A variable's name ends where quotes begin or end, and at a backslash: in "$X"y it is not Xy. Braces keep that end
+// once the quotes are gone.
 void Lexer::closeName() {
     if (!word_.expands || at_ >= end_ || !(continuesName(text_[at_]) || isOneOf(text_[at_], "'\"\\"))) return;
     std::string& text = word_.text;
@@ -437,7 +436,7 @@ void Lexer::takeBackslash() {
     const std::size_t length = characterAt(at_);
     const std::string_view character = text_.substr(at_, length);
     at_ += length;
-    // A line that goes on in the next one: taken for a word, the break would hide the command behind it.
+    // A continued line: as a part of the word the line break would hide the command behind it.
     if (character == "\n") return;
     markPlain();
     escaped_ = true;

@@ -80,7 +80,7 @@ void OwnPaths::look(const std::string& target, Extent extent, Links links) {
     if (paths_->empty() || lookAtText(target, target, extent)) return;
     if (pathsMadeReal_ >= Budget::pathsMadeReal || target.find('\0') != std::string::npos) return;
     ++pathsMadeReal_;
-    // What is written through a link is what it leads to, and a folder named with a slash behind it.
+    // A link that is written through, or named with a slash behind it, stands for what it leads to.
     const std::string real = extent == Extent::item || links == Links::followed ? realPath(target) : std::string();
     if (!real.empty() && real != target && lookAtText(real, target, extent)) return;
     const std::string place = realPlace(target);

@@ -1,5 +1,5 @@
 #pragma once
-// Guards what Tidewrack itself lives on: its store, and the agents' configuration that calls it.
+// Guards what Tidewrack itself needs: its store, and the agents' configuration that calls it.
 
 #include "Shell/Decision.hpp"
 #include "Shell/Program.hpp"
@@ -15,7 +15,7 @@ namespace tidewrack::shell {
 // How much of what stands at a target a command touches.
 enum class Extent {
     item,    // itself
-    moved,   // with all it holds, which comes to stand elsewhere
+    moved,   // with all it holds, to another place
     removed, // with all it holds
 };
 
@@ -35,7 +35,7 @@ class OwnPaths {
     // Looks at the words of a command of Tidewrack's own: some remove history or hooks.
     void lookAtCommand(std::span<const Word> arguments);
 
-    // What to ask because of the first thing that was found.
+    // The question because of the first thing that was found; none when nothing was.
     [[nodiscard]] const std::optional<std::string>& question() const { return question_; }
 
   private:

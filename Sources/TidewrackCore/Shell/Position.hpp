@@ -1,5 +1,5 @@
 #pragma once
-// Where a line is: its folder, those pushed, and those to go back to when parentheses close.
+// The folder that a line is in, those pushed, and those to go back to when parentheses close.
 
 #include <cstddef>
 #include <memory>
@@ -16,10 +16,10 @@ class Position {
     [[nodiscard]] const std::string& folder() const { return folder_; }
     [[nodiscard]] const std::string& previous() const { return previous_; }
 
-    // Goes to a folder, from within so many parentheses. False, and nowhere, when its name is too long.
+    // Changes to a folder within `depth` parentheses. False, and nothing changed, when its name is too long.
     bool enter(std::string folder, std::size_t depth);
-    // Goes back to where the parentheses began that have closed: only so many still hold the next command. True when
-    // that is elsewhere.
+    // Goes back to the folder in which the closed parentheses began; `sharedDepth` parentheses still hold the next
+    // command. True when that is another folder.
     bool leaveSubshells(std::size_t sharedDepth);
 
     // pushd without an argument swaps; popd goes back. False when nothing was pushed.

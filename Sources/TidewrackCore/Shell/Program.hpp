@@ -22,8 +22,8 @@ struct Word {
     bool expands : 1 = false; // it may hold something that expanding changes
     bool appends : 1 = false; // of a redirection: what the file holds stays
     bool splits : 1 = false;  // its value came from variables outside quotes, and some shells take it apart
-    bool unknown : 1 = false; // its value cannot be known; it is empty, and keeps the place of what will stand there
-    std::uint32_t plain = 0;  // how many leading bytes of the text stood outside quotes and escapes
+    bool unknown : 1 = false; // its value cannot be known; it is empty, and keeps its place among the words
+    std::uint32_t plain = 0;  // how many leading bytes of the text were outside quotes and escapes
 
     bool operator==(const Word&) const = default;
 };
@@ -74,7 +74,7 @@ struct Command {
     bool fromPipe = false;            // reads what the command before it writes
     bool toPipe = false;
     bool inBackground = false;
-    bool isArray = false;        // NAME= and what stood in the parentheses behind it
+    bool isArray = false;        // NAME= and the words in the parentheses behind it
     bool isPattern = false;      // of a case: runs nothing
     bool isDefinition = false;   // the name of a function that is defined
     std::size_t depth = 0;       // how many parentheses it stands in ...
@@ -87,7 +87,7 @@ inline bool Program::operator==(const Program& other) const {
     return commands == other.commands;
 }
 
-// What stands in a word's text for the substitution of this number.
+// The mark in a word's text for the substitution of this number.
 [[nodiscard]] std::string substitutionMark(std::size_t number);
 // The number of the substitution whose mark the text begins with; none where there is no mark.
 [[nodiscard]] std::optional<std::size_t> markedSubstitution(std::string_view text);

@@ -1,6 +1,6 @@
 #pragma once
-// The folders that no agent's command may take: the system's own, the home folder, those it lies in, and its
-// well-known ones.
+// The folders that no agent's command may delete or overwrite: the system's own, the home folder, those it lies in, and
+// its well-known ones.
 
 #include <string>
 #include <string_view>
@@ -21,9 +21,9 @@ class ProtectedFolders {
     // Whether it is protected only because the home folder lies in it.
     [[nodiscard]] bool onlyHoldsHome(std::string_view path) const;
 
-    // Whether a protected folder stands at `path` whatever its spelling: on a volume that ignores case, or
-    // reached through a link. A link at the path itself counts as what it leads to only with `followLink`.
-    // Reads the disk; looks at 512 paths at most.
+    // Whether a protected folder is at `path` whatever its spelling: on a volume that ignores case, or reached through
+    // a link. A link at the path itself counts as what it leads to only with `followLink`. Reads the disk; looks at 512
+    // paths at most.
     [[nodiscard]] bool holdsFolder(const std::string& path, bool followLink);
 
   private:

@@ -51,7 +51,7 @@ void Lexer::addSubstitution(Substitution substitution) {
     closeName();
     markPlain();
     if (substitution.kind == Substitution::Kind::file) {
-        append("/dev/fd/63"); // as the shell names it; a device that nobody saves
+        append("/dev/fd/63"); // as the shell names it; a device, which is never saved
     } else {
         word_.expands = true;
         append(substitutionMark(out_->nested.size()));
@@ -80,14 +80,14 @@ bool Lexer::takeParenthesized(Substitution::Kind kind) {
     return true;
 }
 
-// The length of the "((1 + 2))" that begins at `at` and runs nothing; 0 when there is none, and where it might be
+// The length of the "((1 + 2))" that begins at `at` and runs nothing; 0 when there is none, or when it might be
 // parentheses within each other.
 std::size_t Lexer::arithmeticLength(std::size_t at) {
     if (at < noArithmeticBefore_ || !standsAt(at, '(') || !standsAt(at + 1, '(')) return 0;
     const std::string_view text = text_.substr(at, std::min(end_ - at, Budget::arithmeticLength));
     std::size_t open = 0;
     char before = '(';  // the last character that is no blank, and
-    bool blank = false; // whether one stood behind it
+    bool blank = false; // whether a blank followed it
     for (std::size_t length = 0; length < text.size(); ++length) {
         const char c = text[length];
         if (isOneOf(c, "`\n;'\"") || (c == '$' && text.substr(length + 1).starts_with('('))) return 0;

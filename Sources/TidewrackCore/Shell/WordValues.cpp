@@ -131,8 +131,8 @@ void WordValues::visitRuns(const std::vector<Word>& words, std::span<Loop* const
     values = std::move(all);
 }
 
-// The words as a shell sees them that takes an unquoted variable's value apart at its blanks and then for
-// patterns; empty when that is no other reading. Not all shells do, so that both readings count.
+// The words as seen by a shell that splits an unquoted variable's value at its blanks and then matches patterns; empty
+// when that is the same. Both readings count, since not all shells split.
 std::vector<Word> WordValues::takenApart(const std::vector<Word>& words) {
     std::vector<Word> apart;
     if (std::none_of(words.begin(), words.end(), [](const Word& word) { return word.splits; })) return apart;
@@ -313,7 +313,7 @@ std::optional<std::string> WordValues::outputOf(const Substitution& substitution
                           [](const Word& word, std::string_view text) { return word.text == text; });
     };
     if (is({"pwd"}) || is({"pwd", "-P"}) || is({"pwd", "-L"})) return position_.folder();
-    // Nothing has this name, for the new file or folder gets another one.
+    // A name that nothing has: the new file or folder gets another one.
     if (is({"mktemp"}) || is({"mktemp", "-d"})) return "/tmp/tmp.XXXXXXXXXX";
     const bool topLevel = is({"git", "rev-parse", "--show-toplevel"});
     if (topLevel || is({"git", "rev-parse", "--git-dir"}) || is({"git", "rev-parse", "--absolute-git-dir"})) {

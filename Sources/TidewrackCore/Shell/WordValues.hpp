@@ -17,8 +17,8 @@ namespace tidewrack::shell {
 
 class WordValues {
   public:
-    // A word, and the same as shells see it that take an unquoted variable's value apart; empty when that is no other
-    // reading. Not all shells do, so that both count.
+    // The words as they are, and as seen by a shell that splits an unquoted variable's value; `apart` is empty when
+    // that is the same. Both count, since not all shells split.
     struct Readings {
         std::vector<Word> whole;
         std::vector<Word> apart;
@@ -37,9 +37,9 @@ class WordValues {
     // Whether the words mention a loop of several values, and there is time to try them all.
     [[nodiscard]] bool vary(const std::vector<Word>& words) { return !choicesIn(words).empty(); }
 
-    // Reads the words of a command as often as a loop runs it, each time with one value for every loop variable: side
-    // by side the values would take the places of each other's sources and destinations. False, and nothing done, when
-    // the words mention no loop of several values.
+    // Reads the words of a command as often as a loop runs it, each time with one value for every loop variable. All
+    // values at once would take the places of each other's sources and destinations. False, and nothing done, when the
+    // words mention no loop of several values.
     bool forEachRun(const std::vector<Word>& words, const Command& command,
                     const std::function<void(Readings&&)>& visit);
 
@@ -47,7 +47,7 @@ class WordValues {
     // also among options and plain names.
     bool assignAll(const std::vector<Word>& words, bool declared, const Command& command);
 
-    // The variable takes these values one after the other; none: values that only running would show.
+    // Gives the variable these values one after the other; none: values that only running would show.
     void bindLoop(std::string_view name, std::vector<Word> values);
 
     // $0, $1, ...

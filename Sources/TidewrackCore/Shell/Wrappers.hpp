@@ -20,7 +20,7 @@ struct Unwrapped {
     std::vector<Word> assignments{}; // that hold for it alone
 };
 
-// Takes them from the words, with the options and operands that are theirs.
+// Removes them from the front of `words`, with the options and operands that are theirs.
 Unwrapped unwrap(std::vector<Word>& words);
 
 // Whether a command of this name runs another one.
