@@ -219,7 +219,7 @@ VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& r
     return result;
 }
 
-// The entry is there after a power cut if a later change of what was saved is.
+// After a power cut no later change of what was saved is there without the entry.
 void Vault::bringNamesToDisk(const VaultEntry& entry) const {
     const std::string path = entryFolder(entry.id);
     const auto isHere = [&](const VaultEntry::Item& item) { return sameVolume(item.original, path); };
@@ -307,7 +307,7 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
     Attributes last;
     if (attributesAt(AT_FDCWD, marker.c_str(), last) == 0) {
         const std::int64_t age = seconds(now) - last.mtime / nanosPerSecond;
-        if (age >= 0 && age <= secondsBetweenBackups) return std::nullopt; // one in the future is of a wrong clock
+        if (age >= 0 && age <= secondsBetweenBackups) return std::nullopt; // one in the future is from a wrong clock
     }
     makeFolder();
     // First of all, so that a backup that fails is not tried again with every turn.
@@ -323,7 +323,7 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
     return std::move(saved.entry);
 }
 
-// One wrong clock would take every entry for old. Entries of the future were made by one that has been put right since.
+// A wrong clock would make every entry look old. Entries in the future come from a clock that has been set right since.
 bool Vault::believes(Date now) const {
     std::vector<Date> made;
     for (const VaultEntry& entry : entries())

@@ -36,7 +36,7 @@ struct VaultSaved {
         bool operator==(const Path&) const = default;
     };
 
-    std::optional<VaultEntry> entry; // none was made where nothing stands at any of the paths
+    std::optional<VaultEntry> entry; // none is made when nothing is at any of the paths
     std::vector<Path> unsaved;       // also parts of folders that were saved
 };
 
@@ -65,16 +65,16 @@ class Vault {
 
     Store store;
     // A folder with more regular files than `mostFiles` stays unsaved. Bytes count only where copies take room: more
-    // than `mostBytes` from another volume (or in a folder of the hourly copy) stay unsaved, and so does what has more
-    // than `bytesAlways` where after it less than `bytesFree`, or a tenth, of the history's volume would be free.
+    // than `mostBytes` from another volume (or in a folder of the hourly copy) stay unsaved. More than `bytesAlways`
+    // stay unsaved too where they would leave less than `bytesFree`, or a tenth, of the history's volume free.
     std::int64_t mostFiles = 100000;
     std::int64_t mostBytes = std::int64_t{1} << 30; // a single file with more is saved last
     std::int64_t bytesAlways = std::int64_t{64} << 20;
     std::int64_t bytesFree = std::int64_t{1} << 30;
 
-    // Saves paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in `skipped`; so
-    // does what lies in the store, and a folder that contains the store is saved without it. Throws TidewrackError io
-    // when the entry itself cannot be written.
+    // Saves paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in `skipped`, as
+    // does what lies in the store. A folder that contains the store is saved without it. Throws TidewrackError io when
+    // the entry itself cannot be written, and as Store::refuseForeign().
     VaultSaved save(const VaultRequest& request) const;
 
     // All entries that can be read, newest first.

@@ -16,7 +16,7 @@ namespace tidewrack {
 
 // Why a path was not saved.
 enum class NotSaved : std::uint8_t {
-    notThere,     // nothing stands at the path
+    notThere,     // nothing is at the path
     inStore,      // it is a part of Tidewrack's own history
     special,      // a socket, a pipe or a device: it holds nothing that a copy could keep
     tooManyFiles, // in the folder
@@ -49,7 +49,7 @@ struct VaultEntry {
     std::vector<std::string> skipped; // paths that were not saved
     std::vector<NotSaved> reasons;    // one for each of `skipped`; empty in a record without them
 
-    // How many of `skipped` were there.
+    // How many of `skipped` existed.
     [[nodiscard]] std::size_t leftOut() const;
 
     bool operator==(const VaultEntry&) const = default;
