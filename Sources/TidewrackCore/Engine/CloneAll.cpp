@@ -34,7 +34,7 @@ std::vector<int> cloneAll(std::size_t jobs, std::size_t threads, int root,
     try {
         for (; next < workers; ++next) pool.emplace_back(run, next);
     } catch (const std::system_error&) {
-        // No more threads are to be had here: this one does the rest.
+        // No more threads could be started: this one does the rest.
     }
     run(0);
     for (; next < workers; ++next) run(next);

@@ -27,11 +27,11 @@ struct SnapshotRequest {
     std::optional<std::string> agent;
     std::optional<std::string> session;
     std::optional<std::string> turn;
-    // After it neither the lock nor git is waited for any longer, and contents that are not kept yet stay unkept, as if
-    // they could not be read: the snapshot is recorded without them, and the next one tries again.
+    // After it the lock is not waited for any longer, and contents not kept by then count as unreadable: the snapshot
+    // is recorded without them, and the next one tries again. With a deadline git has half a second for its answers.
     Deadline deadline = std::nullopt;
-    // All tracked projects, where the caller has just read the registry and keeps them for the call; else it is read.
-    // One that is tracked inside this project since then is still listed as a part of it, as in every older snapshot.
+    // All tracked projects, when the caller has just read the registry and keeps them for the call; null: it is read. A
+    // project tracked inside this one since then is still listed as a part of it, as in every older snapshot.
     const std::vector<Project>* registry = nullptr;
     // Where nothing changed since the newest snapshot no record is written; the result is that snapshot's.
     bool onlyChanges = false;
@@ -72,7 +72,8 @@ struct RestoreResult {
     std::vector<PathOutcome> outcomes; // in the order of work; where a folder and a file changed places a path has two
     int flushError = 0;                // an errno value: why what was restored may not be on the disk yet
 
-    // Of an undo: the turn changed nothing; the snapshot up to which it undid, where the ones before were pruned.
+    // Of an undo: whether the turn changed nothing; the snapshot up to which it undid, where those in between were
+    // pruned.
     bool nothingInScope = false;
     std::optional<std::int64_t> prunedUpTo;
 
@@ -87,7 +88,7 @@ struct Reversal {
     std::optional<std::int64_t> seq; // the number that keepTexts has taken for the record
 };
 
-// Where a long operation stands, for a progress line; may be called from several threads.
+// How far a long operation has come, for a progress line; may be called from several threads.
 using Progress = std::function<void(const char* what, std::size_t count)>;
 
 // What restores that were cut short left behind.
@@ -128,30 +129,37 @@ class Engine {
     // folders, links and paths that the snapshot lacks. The file may be missing: then the content was not kept.
     [[nodiscard]] std::optional<std::string> contentPath(const Project& project, std::int64_t seq,
                                                          const std::string& path) const;
+    // Throws TidewrackError refused when the project's root is gone or no folder any more.
     static void checkRoot(const Project& project);
+    // A relative path without "./" before it and slashes behind it; empty for ".".
     [[nodiscard]] static std::string clean(std::string_view path);
     // A user's path as a project-relative one. Throws refused "<path> is outside <root>."
     [[nodiscard]] static std::string relative(const Project& project, const std::string& path);
 
     // --- Retention ---
+    // Removes the snapshots that planRetention names, and the contents that no remaining one names.
     PruneResult prune(const Project& project, Date now, bool dryRun) const;
     // Which contents are looked at: all, or those alone that the removed snapshots can have been the last to name. The
-    // latter is enough where every earlier prune and snapshot came to its end, and turns into the former where not.
+    // latter is enough where every earlier prune and snapshot came to its end, and becomes the former where one did
+    // not.
     enum class Sweep { everything, freed };
     PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, bool dryRun,
                             Sweep sweep = Sweep::everything) const;
+    // Pruning keeps a pinned snapshot. Throws TidewrackError noSnapshot.
     void setPinned(const Project& project, std::int64_t seq, bool pinned) const;
 
     // --- Restore and undo ---
     // A dry run makes the same plan from the folder as it is, and carries out nothing: no lock, no safety snapshot.
     enum class Acting { forReal, dryRun };
-    // `paths`: absolute or relative; none: the whole project.
+    // Puts the project, or these `paths` (absolute or relative), back to snapshot `to`; with `removeNew` what was added
+    // since is removed. Throws TidewrackError noSnapshot, refused or corrupt.
     RestoreResult restore(const Project& project, std::int64_t to, const std::optional<std::vector<std::string>>& paths,
                           bool removeNew, Acting acting = Acting::forReal) const;
     // Takes back what changed between snapshot `turn` and the one that follows it; with `paths`, as above, there alone.
     RestoreResult undo(const Project& project, std::int64_t turn,
                        const std::optional<std::vector<std::string>>& paths = std::nullopt,
                        Acting acting = Acting::forReal) const;
+    // The same for what changed between two snapshots; `to` absent: up to now. `label` is the safety snapshot's.
     RestoreResult undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
                        const std::optional<std::string>& label,
                        const std::optional<std::vector<std::string>>& paths = std::nullopt,

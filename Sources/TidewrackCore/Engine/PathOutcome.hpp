@@ -14,12 +14,12 @@ struct Obstacle {
     enum class Reason : std::uint8_t {
         none,
         systemError,       // `error`
-        notInHistory,      // the safety snapshot does not list what stands there
-        notSavedFirst,     // nor could it keep that; `detail` is the blob that stands for it
+        notInHistory,      // the safety snapshot does not list what is there
+        notSavedFirst,     // it is listed and could not be kept; `detail` is the blob in its place
         changedSince,      // after the safety snapshot
         folderInTheWay,    // one that can't be removed, because history does not hold all of it
         somethingInTheWay, // of a folder to be made; `detail` is "file", "symlink" or "other"
-        notKeptThen,       // by the snapshot gone back to; `detail` is the blob that stands for it
+        notKeptThen,       // by the snapshot gone back to; `detail` is the blob in its place
         damaged,           // what was kept is not as large as it was
         ignoredByGit,      // the content of the folder is not in history
         unreadThen,        // the folder, when the snapshot gone back to was taken
@@ -68,7 +68,7 @@ struct PathOutcome {
 [[nodiscard]] std::vector<std::string> pathsOf(const std::vector<PathOutcome>& outcomes, PathOutcome::Action action);
 // How many files and links have it.
 [[nodiscard]] std::size_t filesAmong(const std::vector<PathOutcome>& outcomes, PathOutcome::Action action);
-// Why what a listing has at a path can't be replaced or removed without loss, as far as the listing tells.
+// Why the recorded item can't be replaced or removed without loss, as far as the listing tells; none when it can.
 [[nodiscard]] Obstacle obstacleIn(const Entry& recorded);
 
 } // namespace tidewrack

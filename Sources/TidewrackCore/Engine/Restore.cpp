@@ -38,8 +38,7 @@ bool inScope(const std::vector<std::string>& listed, std::string_view path) {
     return std::any_of(listed.begin(), listed.end(), [&](const std::string& each) { return isAtOrBelow(path, each); });
 }
 
-// Files and links of the target for which a folder would have to be removed, and of which what was kept is gone or cut
-// short.
+// Files and links of the target that would replace a folder and whose kept content is gone or cut short.
 std::set<std::string, std::less<>> lostContents(const History& history, const Manifest& target,
                                                 const Manifest& current) {
     std::set<std::string, std::less<>> lost;
@@ -54,7 +53,7 @@ std::set<std::string, std::less<>> lostContents(const History& history, const Ma
     return lost;
 }
 
-// Of the texts kept for a record those go that could not be written, so that no listing names them.
+// Removes those of the texts kept for a record that could not be written, so that no listing names them.
 void dropUnnamed(const History& history, std::int64_t seq, const Manifest& listing) {
     const std::string folder = std::to_string(seq);
     std::set<std::string_view> named;

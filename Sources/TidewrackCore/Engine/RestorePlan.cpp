@@ -41,8 +41,8 @@ class ExcludedFolders {
             if (folders_.contains(at)) return true;
         return false;
     }
-    // The folder around the path that couldn't be looked into when the target was taken, or nothing. What is in there
-    // now may have been in there then.
+    // The folder around the path that could not be read when the target was taken, or nothing. What is in there now may
+    // have been in there then.
     [[nodiscard]] std::string_view unreadAround(std::string_view path) const {
         if (unread_.empty()) return {};
         std::string_view at = parentOf(path);
@@ -61,7 +61,7 @@ void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, Re
         if (!input.scope(item.path)) continue;
         const Entry* wanted = input.target.find(item.path);
         if (excluded.covers(item.path)) {
-            // Where it was listed then, what has come since is in there unseen.
+            // Where its contents were listed then, items added since are in there unseen.
             const bool mayHoldNew = wanted == nullptr || (wanted->kind == EntryKind::dir && !wanted->isIgnoredFolder());
             if (mayHoldNew && input.removeNew && item.entry.isIgnoredFolder())
                 plan.left.push_back({std::string(item.path), Action::kept, EntryKind::dir, {Reason::ignoredByGit}});

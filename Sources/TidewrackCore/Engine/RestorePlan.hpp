@@ -39,8 +39,8 @@ struct RestoreInput {
     std::function<bool(std::string_view)> scope;
     std::set<std::string, std::less<>> nestedRoots;
     bool removeNew = true;
-    bool readsEverything = false; // whoever restores reads folders whatever their mode, as root does
-    // Files and links of the target of which what was kept is gone or cut short: no folder is removed for them.
+    bool readsEverything = false; // the user reads folders whatever their mode, as root does
+    // Files and links of the target whose kept content is gone or cut short: no folder is removed for them.
     std::set<std::string, std::less<>> lost{};
 };
 

@@ -44,7 +44,7 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     : engine_(engine), target_(target), safety_(safety), names_(names), files_(-1), parents_(files_) {
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
-    // A link there is the user's own, who has put the contents on another volume.
+    // A link there is the user's, who has put the contents on another volume.
     const std::string blobs = engine.store.history(project).blobsFolder();
     blobs_ = Descriptor(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!blobs_) throw TidewrackError::io("read", blobs, errno);
@@ -73,7 +73,7 @@ void RestoreRun::open(const RestorePlan::Items& folders) {
 bool RestoreRun::untouched(const Entry& recorded, const Attributes& attributes) {
     Entry there = entryOf(attributes);
     if (there.sameAttributes(recorded)) return true;
-    // Taking away one name of a file changes the status time of its other names: that was us.
+    // Removing one name of a file changes the status time of its other names: that was us.
     const std::lock_guard lock(mutex_);
     if (!sharedInodes_.contains(attributes.ino)) return false;
     there.ctime = recorded.ctime;
@@ -110,12 +110,12 @@ void RestoreRun::remove(const RestorePlan& plan) {
     for (const Manifest::Item* item : plan.removeFiles) removeFile(*item);
     files_.forget();
     for (const Manifest::Item* item : plan.removeFolders) {
-        files_.forget(); // the open parent may be the next to go
+        files_.forget(); // the open parent may be the next to be removed
         const int error = files_.removeFolder(item->path);
         if (error == 0)
             removed(*item);
         else if (nothingThere(error))
-            states_[std::string(item->path)].gone = true; // somebody was faster
+            states_[std::string(item->path)].gone = true; // another program was faster
         else
             leave(item->path, Action::notRemoved, Obstacle::system(error));
     }
@@ -137,7 +137,7 @@ void RestoreRun::removeFile(const Manifest::Item& item) {
         }
     }
     if (standing == Standing::nothing || nothingThere(obstacle.error)) {
-        states_[std::string(item.path)].gone = true; // somebody was faster
+        states_[std::string(item.path)].gone = true; // another program was faster
         return;
     }
     const Action action = obstacle.reason == Reason::systemError ? Action::notRemoved : Action::notRestored;
@@ -146,7 +146,7 @@ void RestoreRun::removeFile(const Manifest::Item& item) {
 
 void RestoreRun::makeFolders(const RestorePlan& plan) {
     for (const Manifest::Item* item : plan.makeFolders) {
-        if (isLeft(item->path)) continue; // what stands there could not be removed
+        if (isLeft(item->path)) continue; // what is there could not be removed
         if (auto obstacle = parents_.prepare(item->path)) {
             leave(item->path, Action::skipped, std::move(obstacle));
             continue;
@@ -231,7 +231,7 @@ Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {
     const std::string temporary = names_.forCopy();
     const Place made{place.folder, temporary.c_str()};
     Obstacle obstacle = putContent(*job.item, made, worker);
-    // Copying may have taken a while, so the old one is looked at once more.
+    // Copying may have taken a while, so the old one is checked once more.
     Attributes attributes;
     Standing standing = Standing::unsafe;
     if (!obstacle) standing = examine(worker.project, job.item->path, obstacle, attributes);
@@ -265,7 +265,7 @@ void RestoreRun::finishFolder(std::string_view path, const Entry* wanted) {
     Attributes there;
     if (files_.attributes(path, there) != 0 || there.kind != Attributes::Kind::folder) return;
     const Entry* before = safety_.manifest.find(path);
-    // The same for one that git ignores: no snapshot could tell its mode back.
+    // The same for a folder that git ignores: no snapshot holds its mode.
     const bool asBefore = wanted == nullptr || (before != nullptr && before->isIgnoredFolder());
     const std::uint16_t mode = asBefore ? before->mode : wanted->mode;
     const std::int64_t mtime = asBefore ? there.mtime : wanted->mtime;
@@ -302,8 +302,8 @@ void RestoreRun::remember(std::string_view path, const Entry& entry) {
     if (!now) now = entry;
 }
 
-// The same for what was just written, which somebody may have changed before its attributes were read. Then those are
-// not of this content: with the ones of long ago the next snapshot finds the file changed, and looks into it.
+// The same for what was just written. When another program changed it before its attributes were read, those of the
+// target are listed: the next snapshot then finds the file changed, and looks into it.
 void RestoreRun::rememberWritten(const Manifest::Item& item, const Attributes& landed) {
     if (isAsWritten(landed, item.entry))
         remember(item, landed);
@@ -313,7 +313,7 @@ void RestoreRun::rememberWritten(const Manifest::Item& item, const Attributes& l
 
 Manifest RestoreRun::manifestAfter() {
     ManifestBuilder builder;
-    std::string_view gone; // the latest removed folder: everything listed below it went too
+    std::string_view gone; // the latest removed folder: everything listed below it was removed too
     std::set<std::string_view> ignored;
     auto state = states_.begin(); // both are sorted by path
     for (const auto& item : safety_.manifest.items()) {

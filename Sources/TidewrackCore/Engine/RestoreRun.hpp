@@ -38,9 +38,9 @@ class RestoreRun {
   private:
     struct WriteJob {
         const Manifest::Item* item;
-        bool replaces = false; // something safe to replace stands there
+        bool replaces = false; // something safe to replace is there
         Obstacle obstacle;
-        Attributes landed; // without an obstacle: as the file came to stand there
+        Attributes landed; // without an obstacle: of the file in its place
     };
     // What the run did at a path.
     struct State {
@@ -63,7 +63,7 @@ class RestoreRun {
     [[nodiscard]] Obstacle putContent(const Manifest::Item& item, Place to, CloneWorker& worker) const;
 
     enum class Standing { nothing, safe, unsafe, asWanted };
-    // What stands at a path, compared with the safety snapshot; `obstacle` is set when it is unsafe to replace.
+    // What is at a path, compared with the safety snapshot; `obstacle` is set when it is unsafe to replace.
     [[nodiscard]] Standing examine(FolderBelow& project, std::string_view path, Obstacle& obstacle,
                                    Attributes& attributes);
     [[nodiscard]] bool untouched(const Entry& recorded, const Attributes& attributes);
@@ -91,7 +91,7 @@ class RestoreRun {
     std::set<std::string, std::less<>> nestedRoots_;
     RestorePlan::Items opened_; // folders that were closed, and are open as long as there is something to do in them
     std::mutex mutex_;
-    std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has taken one away
+    std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has removed one
 };
 
 } // namespace tidewrack

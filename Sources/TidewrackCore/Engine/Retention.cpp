@@ -36,13 +36,13 @@ void removeFileIfThere(const std::string& path) {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", path, errno);
 }
 
-// Kept contents that perhaps no manifest names any more.
+// Kept contents that perhaps no manifest names any longer.
 class UnclaimedContents {
   public:
     explicit UnclaimedContents(std::string folder) : folder_(std::move(folder)) {}
 
-    // What the snapshots kept whose own manifest is gone: only that can be without a reference, because a manifest
-    // names everything that its snapshot kept.
+    // Adds the contents kept by snapshots whose own manifest is gone. Only those can be without a reference, because a
+    // manifest names everything that its snapshot kept.
     void addAllBut(const std::set<std::int64_t>& manifestsInUse) {
         for (const std::string& name : listFolder(folder_)) {
             const auto seq = parseSeq(name);
@@ -51,7 +51,7 @@ class UnclaimedContents {
         }
     }
 
-    // What snapshot `seq` kept.
+    // Adds the contents that snapshot `seq` kept.
     void add(std::int64_t seq) {
         try {
             const auto contents = listFolder(folderOf(seq));
@@ -87,7 +87,7 @@ class UnclaimedContents {
         });
     }
 
-    // One that cannot be listed or removed does not keep the others; the first is told at the end.
+    // A content that cannot be listed or removed does not stop the others; the first failure is thrown at the end.
     void remove() {
         for (const auto& [seq, contents] : folders_) {
             const std::string path = folderOf(seq);
@@ -159,7 +159,7 @@ class UnusedManifests {
 // at once, each in a thread of its own.
 void claimAll(const History& history, const std::vector<std::int64_t>& manifests, UnclaimedContents& unclaimed) {
     std::deque<std::future<TextBuffer>> decoding;
-    // Should no thread be had, the work is done at get().
+    // Without a thread the work is done at get().
     const auto decode = [&](std::int64_t seq) {
         return std::async(std::launch::async | std::launch::deferred,
                           [&history, seq] { return history.manifestText(seq); });
@@ -175,10 +175,10 @@ void claimAll(const History& history, const std::vector<std::int64_t>& manifests
     }
 }
 
-// No content goes while a power cut could bring back a record that needs it.
+// No content is removed while a power cut could bring back a record that needs it.
 void bringToDisk(const std::string& folder) {
-    // Flushing a file brings along what was done before its own latest change: hence a new one. Where there is no room
-    // for it the whole volume is flushed.
+    // A flush of a file brings along what was done before its own latest change, so a new file is made. Where there is
+    // no room for it the whole volume is flushed.
     const std::string temporary = joined(folder, temporaryName());
     Descriptor open(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     int error = 0;
@@ -245,7 +245,7 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
         const std::int64_t last =
             attributesAt(AT_FDCWD, marker.c_str(), attributes) == 0 ? attributes.mtime / 1'000'000'000 : INT64_MIN / 2;
         const std::int64_t since = now().time_since_epoch().count() - last;
-        if (since >= 0 && since <= secondsBetweenPrunes) return; // one of the future is another clock's
+        if (since >= 0 && since <= secondsBetweenPrunes) return; // one in the future is from a wrong clock
         writeFileAtomically(marker, "");
         if (!clockIsConfirmed(store.history(project).snapshots(), now())) return;
         (void)pruneLocked(lock, project, now(), false, Sweep::freed);

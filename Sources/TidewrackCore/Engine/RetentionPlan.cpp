@@ -49,8 +49,8 @@ void planContents(const std::vector<SnapshotMeta>& snapshots, RetentionPlan& pla
     }
 }
 
-// Whether somebody seems to have set the clock between these moments. Records that a restore makes bear the time of its
-// beginning, and clocks are put right by seconds all the time, which harms nobody.
+// Whether the clock seems to have been set between these moments. Small steps back do not count: a restore's records
+// have the time of its beginning, and clocks are put right by seconds all the time.
 bool isJump(Date earlier, Date later) {
     const std::int64_t passed = (later - earlier).count();
     return passed > 400 * day || passed < -hour;

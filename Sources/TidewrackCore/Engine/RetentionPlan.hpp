@@ -26,9 +26,10 @@ struct RetentionPlan {
 // `snapshots` ascending by number.
 [[nodiscard]] RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now);
 
-// Whether `now` may be believed enough to remove snapshots by their age without being asked to: one wrong clock would
-// take the whole history for old. From a record on that lies more than 400 days after the one before it, or more than
-// an hour before it, records have to span two days first. In the order in which they were made, the latest included.
+// Whether `now` is credible enough to remove snapshots by their age without being asked: a wrong clock would make the
+// whole history look old. After a jump of the clock (a record more than 400 days after the one before it, or more than
+// an hour before it) records have to span two days first. `records` in the order in which they were made, the latest
+// included.
 [[nodiscard]] bool clockIsConfirmed(std::span<const Date> records, Date now);
 [[nodiscard]] bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now);
 

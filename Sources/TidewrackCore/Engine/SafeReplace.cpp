@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
-// Whether a thing under its temporary name is what was recorded. The rename was a change of its status.
+// Whether the item under its temporary name is as recorded, but for the change time, which the rename set.
 bool isUnchangedAside(Place aside, const Entry& recorded) {
     Attributes attributes;
     if (attributesAt(aside.folder, aside.name, attributes) != 0) return false;
@@ -42,8 +42,8 @@ Obstacle because(int error) {
     return error == 0 ? Obstacle{} : Obstacle::system(error);
 }
 
-// The old file, under its temporary name, changed after all. Should somebody have replaced the new one meanwhile,
-// theirs is the newest of the three.
+// Puts the old file back, which has changed. When another program has replaced the new one meanwhile, its file is the
+// newest of the three and stays.
 int putBack(Place aside, Place place, const Entry& wanted) {
     if (const int error = exchange(aside, place)) {
         if (error == ENOENT && moveTo(aside, place) == 0) return 0;
@@ -106,7 +106,7 @@ Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded)
     }
     const bool unchanged = isUnchangedAside(aside, recorded);
     if (!unchanged) {
-        // A file that somebody else has put into its place stays there.
+        // A file that another program has put in its place stays there.
         const int error = link(aside, place);
         if (error != 0 && error != EEXIST) {
             const int failure = moveTo(aside, place);

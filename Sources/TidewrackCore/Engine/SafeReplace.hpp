@@ -1,6 +1,6 @@
 #pragma once
-// Replacing and removing a file or link without loss. Somebody may write right after a look at it. So it is renamed to
-// a temporary name in one step and looked at once more there; what has changed after all gets its name back.
+// Replacing and removing a file or link without loss. Another program may write to it right after a check. So it is
+// renamed to a temporary name in one step and checked once more there; what has changed gets its name back.
 
 #include "Engine/PathOutcome.hpp"
 #include "Engine/Temporaries.hpp"
@@ -19,7 +19,7 @@ namespace tidewrack {
 [[nodiscard]] Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded);
 
 // Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
-// change would bear a later one.
+// change would have a later one.
 [[nodiscard]] bool isAsWritten(const Attributes& attributes, const Entry& wanted);
 
 } // namespace tidewrack

@@ -49,7 +49,7 @@ class ContentFolder {
     [[nodiscard]] int get() const { return folder_.get(); }
     void commit() {
         committed_ = true;
-        if (folder_) (void)::rmdir(path_.c_str()); // goes only when nothing could be kept after all
+        if (folder_) (void)::rmdir(path_.c_str()); // succeeds only when nothing was kept
     }
 
   private:
@@ -116,8 +116,8 @@ class SnapshotRun {
     [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
-    // The content of an untouched file is already kept. What could not be kept is tried again, and so is what has
-    // come within the size limit.
+    // The content of an untouched file is already kept. What could not be kept is tried again, as is what lies within
+    // the size limit now.
     [[nodiscard]] std::string_view reusableBlob(std::uint32_t rank, const Entry& entry) const {
         if (rank == PathIndex::none) return {};
         const Entry& before = previous_.items()[rank].entry;
@@ -166,7 +166,7 @@ struct Previous {
     Manifest manifest;
 };
 
-// The walker is told how much it will meet, so that it can begin meanwhile.
+// The walker is told how many files to expect, so that it can begin meanwhile.
 Previous loadPrevious(const History& history, std::optional<std::int64_t> newest, Walker& walker,
                       std::vector<std::string>& warnings) {
     if (!newest) return {};

@@ -28,7 +28,7 @@ namespace {
 
 void refuseUnsuitable(const Store& store, const std::string& path, bool force) {
     const std::string own = Store::canonical(store.home);
-    // The root of all holds everything: it is too broad, and by force its walks pass over the history.
+    // The root folder is an exception: it is too broad, and tracked by force its walks leave the history out.
     if (isAtOrBelow(path, own) || (path != "/" && isAtOrBelow(own, path)))
         throw TidewrackError::refused(path + " contains Tidewrack's own history (" + own +
                                       "). Track a project folder instead.");
