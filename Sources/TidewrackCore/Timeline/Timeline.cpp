@@ -12,7 +12,7 @@ namespace {
 using Type = TimelineRow::Type;
 using End = TimelineRow::End;
 
-// A turn while its records are being collected, which are named by their places in the list.
+// A turn whose records are being collected. Records are named by their places in the list.
 struct Draft {
     std::vector<std::size_t> own;
     std::size_t next; // the record with which the session's next turn begins
@@ -305,7 +305,7 @@ class Grouping {
         return static_cast<std::size_t>(found - records_.begin());
     }
 
-    // --- What rows have to do with each other ---
+    // --- How rows relate to each other ---
 
     void findCompany() {
         for (std::size_t step = 0; step < records_.size(); ++step) {

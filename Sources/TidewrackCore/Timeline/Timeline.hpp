@@ -34,7 +34,7 @@ struct TimelineRow {
     struct Command {
         std::int64_t seq = 0; // the snapshot taken before it
         std::string command;
-        std::string verdict; // "allow" or "ask"; empty where the log does not tell any more
+        std::string verdict; // "allow" or "ask"; empty where the log no longer has it
         Date time{};
         bool operator==(const Command&) const = default;
     };

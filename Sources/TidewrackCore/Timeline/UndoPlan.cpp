@@ -18,7 +18,7 @@ using Kind = UndoAction::Kind;
 using Reason = UndoAction::Reason;
 using Later = UndoOptions::Later;
 
-// What stands at a path in thought: an entry, nothing, or a text that was merged.
+// A path's state while steps are taken back one by one: an entry, nothing, or a text that was merged.
 struct State {
     const Entry* entry = nullptr;
     std::optional<std::string> text;
@@ -62,7 +62,7 @@ class PathPlanner {
     std::optional<UndoAction> plan(const std::string& path) {
         const Entry* now = now_.find(path);
         State state{now, std::nullopt, now != nullptr ? now->mode : std::uint16_t{0}};
-        const Entry* oldest = nullptr; // what stood there before all of it
+        const Entry* oldest = nullptr; // what was there before all steps
         bool touched = false;
         bool ignored = false;
         UndoAction action;
