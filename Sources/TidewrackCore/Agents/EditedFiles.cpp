@@ -10,7 +10,7 @@ namespace tidewrack {
 
 namespace {
 
-// Sessions that work in the same project at once record in between.
+// Other sessions that work in the same project record in between.
 constexpr std::size_t mostRecordsRead = 8;
 
 } // namespace
@@ -59,7 +59,7 @@ bool EditedFiles::holdsTurn(const Project& project) const {
             return record.turn == event.turn && (record.kind == "prompt" || record.kind == "tool");
         }
     } catch (const std::exception&) {
-        // What cannot be told is saved.
+        // When in doubt the file is saved.
     }
     return false;
 }

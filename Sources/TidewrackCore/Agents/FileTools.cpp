@@ -33,8 +33,7 @@ constexpr FileTool fileTools[] = {
 constexpr const char* pathKeys[] = {"file_path", "notebook_path", "target_file", "filePath",
                                     "path",      "source",        "destination"};
 
-// What the tools of other people's servers say in their names when they change something. One that reads must not pass
-// for one that writes.
+// Words in the names of servers' tools that change something. A tool that reads must not pass for one that writes.
 constexpr std::string_view changingWords[] = {"write",   "edit",   "create", "move",   "delete", "remove", "rename",
                                               "replace", "append", "patch",  "insert", "update", "save",   "copy"};
 

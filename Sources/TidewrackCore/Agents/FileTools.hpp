@@ -11,9 +11,9 @@
 
 namespace tidewrack {
 
-// The files that a call of the tool is about to change: absolute, each once, in the order in which they stand there.
-// None for a tool that changes none, or that does not say which. `toolInput` may be null or no object; a relative path
-// is taken from `cwd`.
+// The files that a call of the tool is about to change: absolute, each once, in the order of the call. None for a tool
+// that changes none, or that does not say which. `toolInput` may be null or no object; a relative path is taken from
+// `cwd`.
 [[nodiscard]] std::vector<std::string> filesChangedBy(Agent agent, std::string_view tool,
                                                       const nlohmann::json* toolInput, std::string_view cwd);
 

@@ -26,7 +26,7 @@ void HookContext::loadProjects() {
 
 std::optional<Project> HookContext::projectFor(const std::string& folder) {
     if (auto project = Store::projectContaining(folder, projects_)) return project;
-    // Beginning to track takes a count of the whole repository and a full snapshot.
+    // Beginning to track counts the whole repository and takes a full snapshot.
     if (!handler.autoTrack || !mayTrack_ || passed(share(2, 5))) return std::nullopt;
     const auto root = gitRoot(Store::canonical(folder));
     if (!root || isTooBroad(handler.store, *root) || untrackable_.contains(*root)) return std::nullopt;
@@ -51,7 +51,7 @@ bool holdsHooks(const std::string& path) {
     try {
         const auto text = readConfig(path);
         return text && programOf(*text);
-    } catch (const std::exception&) { // what cannot be read calls nobody
+    } catch (const std::exception&) { // what cannot be read runs no hook
         return false;
     }
 }

@@ -16,7 +16,7 @@ bool isAsciiWord(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
 
-// Letters beyond ASCII count as part of a word too: what goes on after an agent's name is another name.
+// Letters beyond ASCII count as part of a word too: a longer word than an agent's name is another name.
 bool continuesWord(std::string_view text) {
     return !text.empty() && (isAsciiWord(text[0]) || text[0] == '_' || static_cast<unsigned char>(text[0]) >= 0x80);
 }
@@ -253,13 +253,13 @@ std::optional<json> HookEntries::replacedIn(const json& group, const json& wante
             result["hooks"].push_back(wantedHooks->front());
             placed = true;
         }
-        if (auto kept = othersOf(hook)) result["hooks"].push_back(std::move(*kept)); // also what ours stood within
+        if (auto kept = othersOf(hook)) result["hooks"].push_back(std::move(*kept)); // also what ours were within
     }
     return result;
 }
 
-// Which of the entries `wanted` takes the place of our `entry`: the one with its matcher, else one whose matcher none
-// of ours in the list has. None when all are placed.
+// Which of the entries `wanted` replaces our `entry`: the one with its matcher, else one whose matcher none of ours in
+// the list has. None when all are placed.
 std::optional<std::size_t> HookEntries::successorOf(const json& entry, const json& list, const json& wanted,
                                                     const std::vector<bool>& placed) const {
     for (std::size_t index = 0; index < wanted.size(); ++index)
@@ -317,7 +317,7 @@ std::vector<std::string> HookEntries::addTo(json& config, Version version) const
 
 bool HookEntries::areWholeIn(const json& config, Version version) const {
     json added = config;
-    // As text, because numbers that were read are their own digits, and ours are numbers.
+    // Compared as text, because numbers that were read are kept as their digits, and ours are numbers.
     return addTo(added, version).empty() && prettyJson(added, Slashes::plain) == prettyJson(config, Slashes::plain);
 }
 

@@ -41,7 +41,7 @@ class HookEntries {
     // "<binary, quoted> hook <agent>"; for copilot only where the program is there.
     [[nodiscard]] std::string command() const;
 
-    // What is installed: what the first version did, which knew of no file tools, or what this one does.
+    // Which entries: those of the first version, which knew of no file tools, or those of this one.
     enum class Version { first, current };
     // {EVENT: [ENTRY, ...]} as they are installed.
     [[nodiscard]] nlohmann::json block(Version version = Version::current) const;
@@ -55,7 +55,7 @@ class HookEntries {
     // Their command lines.
     [[nodiscard]] std::vector<std::string> commandsIn(const nlohmann::json& config) const;
 
-    // Puts `block()` into the object `config`. Our entries of an event are replaced where they stand, each by the one
+    // Puts `block()` into the object `config`. Our entries of an event are replaced at their places, each by the one
     // with its matcher; further ones are dropped, new ones go to the end; nothing else is moved or changed. Returns the
     // names of what was in the way and left alone: an event whose value is not a list, or "hooks" when that is not an
     // object.

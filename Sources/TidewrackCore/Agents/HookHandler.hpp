@@ -36,8 +36,8 @@ class HookHandler {
     // time is named as skipped.
     std::chrono::milliseconds budget{25000};
 
-    // `input` is all of standard input. Never throws. For the end of a turn the work is finished even when the
-    // process is told to end meanwhile. `delayed` (may be null) is released once that is known or not called for.
+    // `input` is all of standard input. Never throws. For the end of a turn the work is finished even when the process
+    // is told to end meanwhile. `delayed` (may be null) is released once that is ensured or not needed.
     [[nodiscard]] HookOutput handle(Agent agent, std::string_view input, const std::string& processFolder,
                                     TerminationDelayed* delayed = nullptr) const;
 };

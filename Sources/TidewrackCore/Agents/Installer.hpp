@@ -14,7 +14,7 @@ namespace tidewrack {
 struct HookInstaller {
     std::string home;   // the user's home folder
     std::string binary; // absolute path of this program as it was called; links are not resolved, so that hooks
-                        // of a linked installation go on working after an upgrade
+                        // of a linked installation keep working after an upgrade
 
     // What happened to one agent's file.
     struct Result {

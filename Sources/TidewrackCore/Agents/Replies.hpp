@@ -12,7 +12,7 @@
 
 namespace tidewrack {
 
-// What the hook process emits. The empty reply lets the agent go on as if no hook had run.
+// What the hook process emits. After the empty reply the agent continues as if no hook had run.
 struct HookOutput {
     std::optional<std::string> standardOutput; // without a final line feed
     std::optional<std::string> standardError;
@@ -24,6 +24,7 @@ struct HookOutput {
 // The object as compact JSON on standard output, exit status 0.
 [[nodiscard]] HookOutput jsonReply(const nlohmann::json& object);
 
+// Lets the event happen.
 [[nodiscard]] HookOutput allowReply(Agent agent, HookEvent::Kind kind);
 
 // Refuses the command. `message` tells the reason to the user and to the agent.
