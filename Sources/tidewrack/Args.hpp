@@ -18,8 +18,8 @@ struct CliError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The words after the program's name. An option that takes a value takes the next word, whatever it looks like, or what
-// stands behind its "="; other words that begin with "--" are flags; the rest, "-x" included, is positional. So is
+// The words after the program's name. An option that takes a value takes the next word, whatever it looks like, or the
+// text behind its "=". Other words that begin with "--" are flags. The rest, "-x" included, is positional, as is
 // everything behind "--".
 struct Args {
     explicit Args(const std::vector<std::string>& words);
@@ -29,7 +29,7 @@ struct Args {
     std::map<std::string, std::string, std::less<>> values;
     std::set<std::string, std::less<>> flags;
     std::vector<std::string> positional;
-    std::size_t plainFrom = none; // the positional words from here on stand behind "--"
+    std::size_t plainFrom = none; // the positional words from here on were behind "--"
 
     [[nodiscard]] bool has(std::string_view flag) const { return flags.contains(flag); }
     [[nodiscard]] std::optional<std::string> value(std::string_view option) const;

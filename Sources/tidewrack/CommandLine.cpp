@@ -16,7 +16,7 @@ namespace tidewrack {
 
 namespace {
 
-// What the words name, which are then taken off them.
+// The command that the words name; its name is removed from them.
 const Command& takeCommand(Args& args) {
     std::vector<std::string>& words = args.positional;
     if (words.empty()) words.emplace_back(args.has("--version") ? "version" : "help");
@@ -47,7 +47,7 @@ int dispatch(const std::vector<std::string>& words, Surroundings& around) {
     Args args(words);
     const Command& command = takeCommand(args);
     around.currentFolder = startingFolder(args, around);
-    // An agent's words are none of a person's: whatever they say, it gets its reply.
+    // The hook of an agent gives its reply whatever its words are.
     if (asksForHelp(args) && command.run != commands::hook) {
         around.out.write(command.run == commands::help ? usageText() : helpText(command));
         return 0;
@@ -71,7 +71,7 @@ int run(const std::vector<std::string>& words, Surroundings& around) {
         around.err.line("tidewrack: " + around.err.shown(error.what()));
     }
     around.out.finish();
-    // A reader that has gone has seen all it wanted; any other failure to write is one.
+    // A reader that has closed its end is no failure; any other failed write is one.
     if (around.out.error() != 0 && around.out.error() != EPIPE) {
         around.err.line("tidewrack: can't write the output: " + errorText(around.out.error()));
         status = 1;

@@ -1,6 +1,6 @@
 #pragma once
-// Every command in one place: its name, the words and options it takes, its help, and the function that runs it. What
-// is understood on the command line, the usage, the help and the completions are made from it.
+// Every command in one place: its name, the words and options it takes, its help, and the function that runs it. The
+// reading of the command line, the usage, the help and the completions are made from it.
 
 #include <cstddef>
 #include <span>
@@ -27,7 +27,7 @@ struct Option {
 
 enum class Group { projects, history, gettingBack, agents, others, hidden };
 
-// What a misunderstood word may cost: nothing, something that can be taken back, or something that nothing gives back.
+// What a misread word may cost: nothing, something that can be taken back, or something that nothing gives back.
 enum class Effect { harmless, changes, removesForGood };
 
 struct Command {

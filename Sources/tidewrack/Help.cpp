@@ -53,7 +53,7 @@ std::string synopsis(const Command& command) {
 // Words in lines of at most 80 columns; all but the first begin with `indent` spaces, and it stands at `column`.
 std::string wrapped(std::string_view text, std::size_t indent, std::size_t column) {
     std::string result;
-    bool fresh = true; // nothing stands in this line yet
+    bool fresh = true; // this line is empty so far
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         if (!fresh && column + 1 + word.size() > lineLength) {

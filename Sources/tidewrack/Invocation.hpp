@@ -41,7 +41,7 @@ class Invocation {
 
     // The word at `index` in a snapshot's place. Throws CliError; `name` is what it is called there.
     [[nodiscard]] SnapshotWord snapshotWord(std::size_t index, const char* name) const;
-    // The number that it stands for; said on standard error where it is no number itself. Throws CliError when no
+    // The number that it stands for; printed on standard error where the word is no number. Throws CliError when no
     // snapshot is meant.
     [[nodiscard]] std::int64_t number(const Project& project, const SnapshotWord& word);
 

@@ -28,7 +28,7 @@ class Sink {
     void write(std::string_view text);
     void line(std::string_view text); // with a line feed
     void flush();
-    // From here on everything goes through this program; not for a string.
+    // From here on everything goes through this program; ignored for a string.
     void pageThrough(const std::string& command) {
         if (fd_ >= 0) pager_.emplace(command, fd_);
     }

@@ -25,9 +25,9 @@ class Pager {
     Pager& operator=(const Pager&) = delete;
     ~Pager() { finish(); }
 
-    // Returns an errno value: EPIPE once the reader has seen enough.
+    // Returns an errno value: EPIPE once the pager has ended.
     [[nodiscard]] int write(std::string_view text);
-    // Waits until the reader has done with it.
+    // Waits until the pager has ended.
     void finish();
 
   private:

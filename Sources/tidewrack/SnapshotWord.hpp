@@ -1,5 +1,5 @@
 #pragma once
-// What a person may write where a snapshot's number stands.
+// What a user may write in place of a snapshot's number.
 
 #include "Support/Dates.hpp"
 

@@ -17,8 +17,8 @@ void openMissingStreams() {
         if (::fcntl(fd, F_GETFD) < 0) (void)::open("/dev/null", O_RDWR);
 }
 
-// Writing past a limit on the size of files must fail, not end the process. Not by ignoring the signal: programs that
-// this one starts would ignore it too.
+// Writing past a limit on the size of files must fail, not end the process. The signal has a handler, because programs
+// that this one starts would inherit that it is ignored.
 void surviveFileSizeLimits() {
     struct sigaction action {};
     action.sa_handler = [](int) {};

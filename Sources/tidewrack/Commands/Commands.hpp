@@ -1,5 +1,5 @@
 #pragma once
-// The functions behind the command table; what each does is said there. All return the exit status and throw what went
+// The functions behind the command table, which says what each does. All return the exit status and throw what went
 // wrong.
 
 #include <cstddef>

@@ -75,7 +75,7 @@ std::string noFileText(Invocation& call, const Asked& asked, const Manifest& man
            (within ? seenFrom(joined(asked.project.root, *meant), Store::canonical(folder)) : *meant) + "?";
 }
 
-// `place` is where the content would be kept; why it is not there is told by its name.
+// `place` is where the content would be kept; its name tells why it is not there.
 std::string notKeptText(const History& history, const Asked& asked, const std::string& place) {
     Entry entry;
     entry.blob = std::string_view(place).substr(history.blobPath("").size());

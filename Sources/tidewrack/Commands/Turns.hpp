@@ -14,9 +14,10 @@ class Invocation;
 
 namespace commands {
 
+// Whether `undo` was given a turn, a session or a range.
 [[nodiscard]] bool isUndoOfTurns(const Args& args);
 int undoTurns(Invocation& call);
-// `undo` without a word tells what `undo --last` would do, and asks, where somebody can answer.
+// `undo` without a word shows what `undo --last` would do and asks, where there is a terminal to ask on.
 [[nodiscard]] bool canAsk(Invocation& call);
 int undoAsking(Invocation& call);
 // Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing

@@ -31,7 +31,7 @@ std::optional<std::size_t> readPiece(int fd, std::vector<char>& buffer) {
     return filled;
 }
 
-// What can't be read is not the same.
+// Files that can't be read count as different.
 bool sameBytes(const std::string& one, const std::string& other) {
     const Descriptor a(::open(one.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     const Descriptor b(::open(other.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));

@@ -11,8 +11,8 @@
 
 namespace tidewrack {
 
-// The changes without the files and links of which both sides hold the same: touched ones, and such that were written
-// again. Only contents of one size are read.
+// The changes without the files and links that were touched or written again with the same content and mode. Only
+// contents of equal size are read.
 [[nodiscard]] Changes withoutTouched(const Store& store, const Project& project, const Engine::Sides& sides,
                                      const Changes& changes);
 
