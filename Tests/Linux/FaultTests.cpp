@@ -250,7 +250,7 @@ class Attempt {
         EXPECT_TRUE(nlohmann::json::accept(now)) << now;
     }
 
-    // The user goes on as if nothing had been.
+    // The user continues as if nothing had happened.
     void checkNextCommands() {
         const World& world = scene_.world;
         (void)::unlink(scene_.f.at("report").c_str());

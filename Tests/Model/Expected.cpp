@@ -8,8 +8,8 @@ bool closed(const Node& folder) {
     return (folder.mode & 0700) != 0700;
 }
 
-// Follows a restore in memory: files go, then folders, folders come, then files; a path that holds what history has
-// not kept stays as it is, with a warning.
+// Follows a restore in memory: files are removed, then folders; folders are made, then files. A path that holds what
+// history has not kept stays as it is, with a warning.
 class Expectation {
   public:
     explicit Expectation(const RestoreTask& task) : task_(task) { out_.after = task.before; }
@@ -42,7 +42,7 @@ class Expectation {
         return false;
     }
 
-    // Where the next snapshot would not look.
+    // Whether the next snapshot would not list the path.
     [[nodiscard]] bool hidden(const std::string& path, const Node& node) const {
         for (std::string at = parentPath(path); !at.empty(); at = parentPath(at)) {
             const Node* now = find(task_.before, at);

@@ -30,7 +30,7 @@ struct RestoreOutcome {
     Paths restored; // as reported, like `removed`: folders, too
     Paths removed;
     Paths warned;    // paths that one or more warnings must be about
-    Paths disturbed; // folders in which something came or went
+    Paths disturbed; // folders in which something was added or removed
     Paths finished;  // folders that got the target's mode and time
 };
 

@@ -224,7 +224,7 @@ Paths History::restore(std::int64_t to, bool whole, const std::vector<std::strin
     return applied(safety, {before, target, scope, nested_, removeNew}, result, unknown);
 }
 
-// The folder, the report and the snapshot recorded afterwards, once a restore or undo is through.
+// Checks the folder, the report and the snapshot recorded afterwards, once a restore or undo is done.
 Paths History::applied(const Taken& safety, const RestoreTask& task, const RestoreResult& result,
                        const Paths& unknown) {
     const RestoreOutcome outcome = expectedRestore(task);
@@ -309,8 +309,8 @@ void History::restoreSome() {
     restore(to, false, paths, !chance_.oneIn(4));
 }
 
-// The number of a safety snapshot brings back exactly what was, but for what has a warning: what was brought back may
-// lie in a folder that git ignores again, by rules that were brought back, too.
+// Restoring the safety snapshot brings back exactly what was there, except for paths with a warning: what was brought
+// back may lie in a folder that git ignores again, by rules that were brought back, too.
 void History::backToSafety() {
     const Safety safety = *safety_;
     const Paths warned = restore(safety.seq, true, {}, true);

@@ -35,7 +35,7 @@ class Chance {
 
 class RandomEdits {
   public:
-    // Files grow to about twice `sizeLimit`; links lead out to `outside`, too, but nothing is ever done through them.
+    // Files grow to about twice `sizeLimit`. Links lead out to `outside`, too, but nothing is ever done through them.
     RandomEdits(std::string root, std::string outside, std::size_t sizeLimit, std::uint64_t seed);
 
     // Changes the folder, which looks like `now`, in one way; says what it did.

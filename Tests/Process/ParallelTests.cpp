@@ -1,4 +1,4 @@
-// Many processes on one store, and somebody who writes while snapshots and restores are under way. Every file's content
+// Many processes on one store, and a user who writes while snapshots and restores are under way. Every file's content
 // tells which file and which version it is, so that a torn copy shows.
 
 #include "Platform/Descriptor.hpp"

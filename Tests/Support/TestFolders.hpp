@@ -1,6 +1,6 @@
 #pragma once
 // Hermetic surroundings: a folder of its own, a store and a home in it, and the front end run in this process.
-// Histories as tests need them: older than they are, read by somebody without special rights.
+// Histories as tests need them: older than they are, read by a user without special rights.
 
 #include "CommandLine.hpp"
 #include "Engine/Engine.hpp"

@@ -4,14 +4,14 @@
 //   TIDEWRACK_FAULT_KIND    "death":     the process is killed there; of a write half is done
 //                           "power cut": as well, and every content that was not on the disk yet is lost; its file
 //                                        keeps size and times
-//                           "later flush": the power is cut after the process has ended, and after somebody has
+//                           "later flush": the power is cut after the process has ended, and after another program has
 //                                        flushed a later change: new names are lost as well, but for flushed ones
-//                           "write":     somebody adds a line to the file that is about to step aside; only calls that
+//                           "write":     a line is added to the file that is about to be moved aside; only calls that
 //                                        move a file in or out of its place are counted
 //                           "write, death": as well, and the process is killed once the file has moved
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
 //   TIDEWRACK_FAULT_VOLUME  "btrfs": the volume says that it is of that type, and a flushed file takes no other names
-//                           along; "unknown": the same of a type that nobody knows
+//                           along; "unknown": the same of an unknown type
 //   TIDEWRACK_FAULT_REPORT  a file that receives the name of the call
 // Defined in the program itself, these functions come before the C library's; each asks the kernel directly.
 
@@ -167,7 +167,7 @@ class Fault {
     Unwritten unwritten;
     UnflushedNames names;
 
-    // Somebody writes at this moment into the file with this name, or makes it.
+    // Another program writes at this moment into the file with this name, or makes it.
     void moves(const char* name, int folder, const char* place) {
         struct stat status {};
         const bool there = ::fstatat(folder, place, &status, AT_SYMLINK_NOFOLLOW) == 0;
@@ -230,7 +230,7 @@ int change(const char* name, long number, Arguments... arguments) {
     return fault().strikes(name) ? -1 : static_cast<int>(kernel(number, arguments...));
 }
 
-// A call that gives a name, in which nothing must have stood before for it to be new.
+// A call that gives a name, which is new when nothing had it before.
 template <typename... Arguments>
 int give(const char* name, int folder, const char* place, long number, Arguments... arguments) {
     struct stat status {};
@@ -291,7 +291,7 @@ bool isFile(int fd) {
 
 } // namespace
 
-// One that the program defines in the C library's place.
+// Defines a call in the C library's place.
 #define CHANGING(name, parameters, ...)                                                                                \
     int name parameters noexcept {                                                                                     \
         return change(#name, __VA_ARGS__);                                                                             \
@@ -348,7 +348,7 @@ ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* target, size_t s
     fault().unwritten.wrote(to);
     return kernel(SYS_copy_file_range, from, at, to, target, size, flags);
 }
-// Only of a file that was written does it tell anything.
+// Only for a file that was written can it report a failure.
 int close(int fd) {
     const bool written = isFile(fd) && (kernel(SYS_fcntl, fd, F_GETFL) & O_ACCMODE) != O_RDONLY;
     const bool fails = written && fault().strikes("close");
