@@ -50,7 +50,7 @@ std::string synopsis(const Command& command) {
     return text;
 }
 
-// Words in lines of at most 80 columns; all but the first begin with `indent` spaces, and it stands at `column`.
+// Words in lines of at most 80 columns; all but the first begin with `indent` spaces, which starts at `column`.
 std::string wrapped(std::string_view text, std::size_t indent, std::size_t column) {
     std::string result;
     bool fresh = true; // this line is empty so far

@@ -46,7 +46,7 @@ std::optional<Project> HookContext::projectFor(const std::string& folder) {
 
 namespace {
 
-// The command line is looked for in the plain text: it may stand in a file that is no plain JSON, pasted by hand.
+// The command line is looked for in the plain text: it may be in a file that is no plain JSON, pasted by hand.
 bool holdsHooks(const std::string& path) {
     try {
         const auto text = readConfig(path);

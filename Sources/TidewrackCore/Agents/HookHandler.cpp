@@ -80,7 +80,7 @@ class HookCall {
 
     [[nodiscard]] std::string promptLabel() const { return oneLine(event_.prompt, promptLabelLength); }
 
-    // Claude tells the end of a command in the background as a prompt, which nobody typed: no turn begins with it.
+    // Claude reports the end of a command in the background as a prompt, which nobody typed: no turn begins with it.
     [[nodiscard]] bool isBackgroundTask() const {
         return context_.agent == Agent::claude && event_.prompt && event_.prompt->starts_with("<task-notification>");
     }

@@ -15,7 +15,7 @@ namespace {
 
 using Lines = std::vector<std::string_view>;
 
-// Among equal lines a script may name any as the one that came or went. Each such change slides down as far as it can,
+// Among equal lines a script may name any as the one added or removed. Each such change slides down as far as it can,
 // so that two sides that made the same change made it at the same place.
 void slideDown(std::vector<LineChange>& changes, std::span<const LineId> base, std::span<const LineId> side) {
     for (std::size_t at = changes.size(); at-- > 0;) {

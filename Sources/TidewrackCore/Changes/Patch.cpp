@@ -153,7 +153,7 @@ std::string contentNote(const PatchFile& file, const Body& before, const Body& a
     return "";
 }
 
-// An empty file comes and goes without any line; `patch` takes that only from git's name for "no bytes".
+// An empty file is added and deleted without any line; `patch` takes that only from git's name for "no bytes".
 constexpr std::string_view emptyAdded = "index 0000000..e69de29";
 constexpr std::string_view emptyDeleted = "index e69de29..0000000";
 

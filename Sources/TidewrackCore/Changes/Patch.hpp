@@ -34,7 +34,7 @@ enum class Controls { kept, escaped };
 // large to compare", a content that was not kept or cannot be read, and permissions other than those to execute.
 // A changed link, and a link that became a file or the reverse, is deleted and added.
 //
-// A final line feed that comes or goes is a change of the last line. A path with control characters, quotes or
+// Adding or removing a final line feed is a change of the last line. A path with control characters, quotes or
 // backslashes, or that is not UTF-8, is written as a C string. `Colours::on` adds terminal colours: headers bold,
 // hunk positions cyan, removed lines red, added lines green. `Controls::escaped` writes out what a terminal would obey,
 // tabs apart: such a patch is for looking at.

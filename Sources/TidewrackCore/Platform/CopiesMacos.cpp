@@ -37,7 +37,7 @@ int cloneOpenFile(int source, Place to, CopyAs as) {
     int error = ::fclonefileat(source, to.folder, to.name, CLONE_ACL) == 0 ? 0 : errno;
     if (error == EINVAL) // a system that does not know the flag
         error = ::fclonefileat(source, to.folder, to.name, 0) == 0 ? 0 : errno;
-    if (error != 0) return error; // nothing was made, or something else stands there
+    if (error != 0) return error; // nothing was made, or something else is there
     if (::fchmodat(to.folder, to.name, as.mode, AT_SYMLINK_NOFOLLOW) != 0)
         error = errno;
     else if (as.time)

@@ -25,7 +25,7 @@ constexpr std::size_t mostWrittenOutOneByOne = 1000;
 struct PendingWrites {
     std::atomic<std::size_t> copies = 0;  // contents that were copied byte for byte, not cloned
     std::atomic<bool> everything = false; // some of them wait for a flush of the whole volume
-    std::atomic<int> error = 0;           // of a BackgroundFlush: the system tells it only once
+    std::atomic<int> error = 0;           // of a BackgroundFlush: the system reports it only once
 };
 
 // Brings the content of the file just written through `fd` to the disk before any later change of a name on its volume.

@@ -9,8 +9,8 @@
 
 namespace tidewrack {
 
-// The names in a folder, without "." and "..", in no particular order. What comes or goes meanwhile may or may not be
-// among them.
+// The names in a folder, without "." and "..", in no particular order. What is added or removed meanwhile may or may
+// not be among them.
 class FolderStream {
   public:
     // Takes over an open folder. An empty `folder` stands for a failed opening, whose errno is then still set.

@@ -34,7 +34,7 @@ int FolderStream::fd() const {
 
 const char* FolderStream::next() {
     if (position_ == nullptr) return nullptr;
-    errno = 0; // readdir tells the end and an error by it alone
+    errno = 0; // readdir reports an error by it alone, else the end
     while (const dirent* entry = ::readdir(position_->stream))
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) return entry->d_name;
     if (errno != ENOENT) error_ = errno; // ENOENT: the folder was removed meanwhile

@@ -48,8 +48,8 @@ class [[nodiscard]] TerminationIgnored {
 [[nodiscard]] std::string gitProgram();
 
 [[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
-[[nodiscard]] std::string currentFolder();    // empty when it cannot be told
-[[nodiscard]] std::string executablePath();   // the running program; empty when it cannot be told
+[[nodiscard]] std::string currentFolder();    // empty when unknown
+[[nodiscard]] std::string executablePath();   // the running program; empty when unknown
 [[nodiscard]] bool processIsAlive(std::int64_t pid);
 [[nodiscard]] std::string errorText(int error); // the system's text for an errno value
 

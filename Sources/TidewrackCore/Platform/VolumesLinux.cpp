@@ -50,7 +50,7 @@ std::string volumeType(const std::string& path) {
     return text;
 }
 
-// btrfs and bcachefs always share blocks; xfs only when it was made with reflink, which a trial tells. The trial
+// btrfs and bcachefs always share blocks; xfs only when it was made with reflink, which a trial shows. The trial
 // file has no name, so nothing appears in the folder.
 bool volumeClones(const std::string& path) {
     const std::string type = volumeType(path);

@@ -416,7 +416,7 @@ void Examination::editInPlace() {
     }
 }
 
-// How many of find's arguments stand before its roots: -L, -H, -EX, -O3, -D word.
+// How many of find's arguments come before its roots: -L, -H, -EX, -O3, -D word.
 std::size_t wordsBeforeRoots(Words arguments) {
     std::size_t count = 0;
     for (; count < arguments.size() && isOption(arguments[count]); ++count) {

@@ -14,7 +14,7 @@ namespace tidewrack::shell {
 // Whether the word is "export", "local", ...: assignments follow it.
 [[nodiscard]] bool isDeclaration(const Word& word);
 
-// How many words stand before the command itself: "then", "do", "{", "function name", ...
+// How many words come before the command itself: "then", "do", "{", "function name", ...
 [[nodiscard]] std::size_t wordsBeforeCommand(const std::vector<Word>& words);
 
 // False when a command that begins with this word changes neither the disk nor what its line knows, so that its other

@@ -1,5 +1,5 @@
 #pragma once
-// What can be told of a line whose effect is not fully known. Guesses only save: nobody is asked or refused anything
+// What can be guessed of a line whose effect is not fully known. Guesses only save: nobody is asked or refused anything
 // because of them.
 
 #include "Shell/Decision.hpp"

@@ -70,7 +70,7 @@ bool mayChangeTree(std::string_view subcommand, Words arguments) {
            !subcommand.starts_with('-');
 }
 
-// Without "--" git itself decides whether an operand is a branch or a path. One that stands on the disk is
+// Without "--" git itself decides whether an operand is a branch or a path. One that is on the disk is
 // most likely a path, whose changes git then throws away: that much is unknowable here, not harmless.
 void examineUnmarkedPaths(std::string_view subcommand, Words arguments, const std::string& workTree, Effects& effects) {
     bool mayLoseChanges = subcommand == "switch" && hasAny(arguments, {"--discard-changes"});

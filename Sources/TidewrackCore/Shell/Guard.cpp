@@ -34,7 +34,7 @@ bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::cons
     return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
 }
 
-// Whether what a command writes may be told, to a shell behind it.
+// Whether a command's output may be known, for a shell that reads it.
 bool mayFeedShell(const Word& name) {
     return name.text == "echo" || name.text == "printf" || name.text == "cat";
 }
@@ -72,13 +72,13 @@ class Guard {
     Effects effects_;
     Position position_;
     WordValues values_;
-    std::size_t nesting_ = 0; // how many substitutions and texts the command stands in
+    std::size_t nesting_ = 0; // how many substitutions and texts the command is in
     std::size_t nestedBytes_ = 0;
     std::vector<Word> given_;              // assignments that hold for the command alone
     std::size_t parameters_ = 0;           // how many were set by the line
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::set<std::string, std::less<>> functions_;
-    std::optional<std::string> written_; // by the command before into a pipe, where that can be told
+    std::optional<std::string> written_; // by the command before into a pipe, where that is known
 };
 
 Decision Guard::run(std::string_view line) {
@@ -183,7 +183,7 @@ void Guard::judge(WordValues::Readings readings) {
     }
 }
 
-// Takes off wrappers; what they are told to run as a text is run.
+// Removes wrappers; a text that they run as commands is judged.
 void Guard::peel(std::vector<Word>& words) {
     Unwrapped around = unwrap(words);
     given_ = std::move(around.assignments);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t manyWords = 1'000;
 
-// Words that may stand before a `case` in its command.
+// Words that may come before a `case` in its command.
 constexpr std::array<std::string_view, 6> wordsBeforeCase = {"then", "else", "do", "{", "!", "time"};
 
 constexpr std::array<bool, 256> specialBytes() {

@@ -89,7 +89,7 @@ class Lexer {
     bool started_ = false;
     bool escaped_ = false;
     bool braced_ = false;
-    std::size_t lastDollar_ = std::string::npos; // where the word's last unprotected "$" stands
+    std::size_t lastDollar_ = std::string::npos; // where the word's last unprotected "$" is
     std::size_t wordBegin_ = 0;
     std::size_t wordEnd_ = 0;    // where a word would end that is being cut
     Role role_ = Role::argument; // of the next word
@@ -101,7 +101,7 @@ class Lexer {
 
     std::size_t depth_ = 0;
     std::size_t lowestDepth_ = 0;
-    std::vector<std::size_t> cases_; // the depths of the open `case`s that stand in parentheses
+    std::vector<std::size_t> cases_; // the depths of the open `case`s that are in parentheses
 
     HereDocuments hereDocuments_;
     std::size_t noArithmeticBefore_ = 0; // where it was looked for in vain

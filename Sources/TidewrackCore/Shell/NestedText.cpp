@@ -35,7 +35,7 @@ bool isOption(const Word& word) {
 
 struct ShellCall {
     bool takesText = false;
-    std::size_t operand = 0; // where the first one stands
+    std::size_t operand = 0; // the place of the first one
 };
 
 ShellCall readShellCall(const std::vector<Word>& words) {

@@ -24,7 +24,7 @@ struct NestedText {
 // Whether the words start a shell that reads its commands from its input.
 [[nodiscard]] bool readsCommands(const std::vector<Word>& words);
 
-// What a command such as echo or printf writes; none where that cannot be told.
+// What a command such as echo or printf writes; none where that is not known.
 [[nodiscard]] std::optional<std::string> literalOutput(const std::vector<Word>& words);
 
 } // namespace tidewrack::shell

@@ -12,7 +12,7 @@
 
 namespace tidewrack::shell {
 
-// How much of what stands at a target a command touches.
+// How much of the item at a target a command touches.
 enum class Extent {
     item,    // itself
     moved,   // with all it holds, to another place

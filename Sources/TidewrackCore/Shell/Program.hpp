@@ -69,7 +69,7 @@ struct Command {
     std::vector<Word> redirects; // the targets of output redirections
     std::vector<Input> inputs;
     std::vector<BracedWord> braced;
-    std::vector<Substitution> nested; // in its words; each stands in a word's text as its mark
+    std::vector<Substitution> nested; // in its words; each is in a word's text as its mark
     bool opaque = false;              // holds something that could not be cut
     bool fromPipe = false;            // reads what the command before it writes
     bool toPipe = false;
@@ -77,7 +77,7 @@ struct Command {
     bool isArray = false;        // NAME= and the words in the parentheses behind it
     bool isPattern = false;      // of a case: runs nothing
     bool isDefinition = false;   // the name of a function that is defined
-    std::size_t depth = 0;       // how many parentheses it stands in ...
+    std::size_t depth = 0;       // how many parentheses it is in ...
     std::size_t sharedDepth = 0; // ... and how many of those hold the command before it too
 
     bool operator==(const Command&) const = default;

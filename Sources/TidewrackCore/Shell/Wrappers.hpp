@@ -10,7 +10,7 @@
 
 namespace tidewrack::shell {
 
-// The name a command goes by: the last component of its path, and without the "g" that GNU's tools bear elsewhere.
+// The name a command goes by: the last component of its path, and without the "g" that GNU's tools have elsewhere.
 [[nodiscard]] std::string_view commandName(const Word& word);
 
 // What a command runs, once assignments, unknown words and wrappers in front of it are gone.

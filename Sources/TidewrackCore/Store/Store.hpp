@@ -45,7 +45,7 @@ class Store {
     // The one spelling of a path used for comparisons and records: absolute, without "." and "..", symbolic links
     // resolved, no trailing slash. Missing tails are kept as they are.
     [[nodiscard]] static std::string canonical(const std::string& path);
-    // The same for the place that a path names: when a link stands there, it is not followed.
+    // The same for the place that a path names: a link there is not followed.
     [[nodiscard]] static std::string canonicalPlace(const std::string& path);
     // "<slug of the last component>-<8 hex digits of the root's SHA-256>"
     [[nodiscard]] static std::string projectID(const std::string& root);

@@ -106,7 +106,7 @@ class NewFile {
     }
 
     // Only root may give a file away, and an owner only to a group of theirs, so owner and group are best effort.
-    // The mode comes last because a change of owner takes bits away.
+    // The mode comes last because a change of owner clears bits.
     [[nodiscard]] int takeOver(const struct stat& like) {
         if (::fchown(file_.get(), like.st_uid, like.st_gid) != 0)
             (void)!::fchown(file_.get(), static_cast<uid_t>(-1), like.st_gid);

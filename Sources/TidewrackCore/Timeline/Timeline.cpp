@@ -110,7 +110,7 @@ class Grouping {
         drafts_.push_back({{at_}, records_.size(), 0});
     }
 
-    // What an agent does about a finished task bears the identifier of the task's message.
+    // What an agent does about a finished task has the identifier of the task's message.
     [[nodiscard]] bool isTaskTurn(const Draft& draft, const SnapshotMeta& meta) const {
         return std::any_of(draft.own.begin(), draft.own.end(), [&](std::size_t own) {
             return isFinishedTask(record(own)) && record(own).turn == meta.turn && !hasStopped(draft);

@@ -22,7 +22,7 @@ using Type = TimelineRow::Type;
 using Kind = UndoAction::Kind;
 using Reason = UndoAction::Reason;
 
-constexpr std::string_view live = "live:"; // stands before the path of a file in the project itself
+constexpr std::string_view live = "live:"; // before the path of a file in the project itself
 
 bool sameBytes(const std::string& one, const std::string& other) {
     const Descriptor a(::open(one.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
