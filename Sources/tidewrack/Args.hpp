@@ -32,6 +32,7 @@ struct Args {
     std::size_t plainFrom = none; // the positional words from here on were behind "--"
 
     [[nodiscard]] bool has(std::string_view flag) const { return flags.contains(flag); }
+    // None where the option or the word was not given.
     [[nodiscard]] std::optional<std::string> value(std::string_view option) const;
     [[nodiscard]] std::optional<std::string> word(std::size_t index) const;
     // The positional word at `index` as a snapshot number; "#12" and "12" are the same. Throws CliError.

@@ -32,6 +32,7 @@ class Invocation {
     [[nodiscard]] const Engine& engine();
     [[nodiscard]] const Store& store() { return engine().store; }
 
+    // `path`, from the current folder unless it is absolute.
     [[nodiscard]] std::string absolute(const std::string& path) const;
     // The project that contains `folder` (default: --project, else the current folder).
     [[nodiscard]] Project project(const std::optional<std::string>& folder = std::nullopt);

@@ -10,6 +10,7 @@ namespace tidewrack {
 
 class EditedFiles {
   public:
+    // `context` must outlive this.
     explicit EditedFiles(HookContext& context) : context_(context) {}
 
     // Those of the files that no snapshot of this turn holds as they are, for the caller to save: in a project that the

@@ -50,6 +50,7 @@ class HookContext {
 
     // --- Snapshots, time and the log ---
 
+    // A request with the event's agent, session and turn, and with the loaded projects.
     [[nodiscard]] SnapshotRequest request(const char* kind, std::string label, const Deadline& deadline) const;
     // The note on a snapshot: its number, its project, and how many contents were left out for want of time. Notes are
     // parted by "; " in a line, and that is nowhere in them.
@@ -57,6 +58,7 @@ class HookContext {
     // What else the snapshot lacks, for a note of its own behind all others.
     [[nodiscard]] static Gaps gapsIn(const SnapshotResult& result);
 
+    // When the whole answer must be done, and when this share of its time is over.
     [[nodiscard]] Deadline whole() const { return start_ + handler.budget; }
     [[nodiscard]] Deadline share(int part, int of) const { return start_ + handler.budget * part / of; }
 

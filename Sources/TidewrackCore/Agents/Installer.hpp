@@ -49,6 +49,7 @@ struct HookInstaller {
     // The program that the first of our hooks in the file runs.
     [[nodiscard]] std::optional<std::string> installedBinary(Agent agent) const;
 
+    // Throws when the file cannot be read.
     [[nodiscard]] Status status(Agent agent) const;
 
     // Each of these throws when a file or folder cannot be read or written; the error names it.

@@ -34,6 +34,7 @@ struct Changes {
     // The changes at or below one of these paths.
     [[nodiscard]] Changes within(const std::vector<std::string>& paths) const;
 
+    // What changed from `older` to `newer`.
     [[nodiscard]] static Changes between(const Manifest& older, const Manifest& newer);
 };
 

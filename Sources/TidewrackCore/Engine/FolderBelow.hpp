@@ -21,6 +21,7 @@ class FolderBelow {
     // The open parent folder and the name within it. Valid until the next call.
     [[nodiscard]] int place(std::string_view path, Place& out);
 
+    // Work on the item at the path itself; a link there is not followed.
     [[nodiscard]] int attributes(std::string_view path, Attributes& out);
     [[nodiscard]] int readLink(std::string_view path, std::string& out);
     [[nodiscard]] int removeFile(std::string_view path);

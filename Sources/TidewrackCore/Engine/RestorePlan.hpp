@@ -44,6 +44,7 @@ struct RestoreInput {
     std::set<std::string, std::less<>> lost{};
 };
 
+// The plan points into both manifests, which must outlive it.
 [[nodiscard]] RestorePlan planRestore(const RestoreInput& input);
 // What becomes of every path when the plan is carried out and nothing changes until then.
 [[nodiscard]] std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current);

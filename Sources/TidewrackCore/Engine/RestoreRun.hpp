@@ -33,6 +33,7 @@ class RestoreRun {
     void work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots);
     // The listing of the folder as the run left it, without walking it again.
     [[nodiscard]] Manifest manifestAfter();
+    // What the run did. To be called once, at the end.
     [[nodiscard]] RestoreResult takeResult();
 
   private:

@@ -57,6 +57,7 @@ struct Spawning {
     int input;
     int output;
 };
+// Starts the child. Returns an errno value.
 [[nodiscard]] int spawn(const Spawning& spawning, pid_t& process);
 
 } // namespace tidewrack

@@ -21,6 +21,7 @@ struct OwnPath {
     bool operator==(const OwnPath&) const = default;
 };
 
+// What a command line is judged against.
 struct Context {
     std::string cwd;  // the agent's working folder: canonical, absolute
     std::string home; // the user's home folder

@@ -32,6 +32,7 @@ class WordValues {
 
     // Expands the words of a command. What an unset variable leaves behind outside quotes is no word at all.
     [[nodiscard]] Readings read(std::vector<Word> words, const Command& command);
+    // The same in place, as a shell that splits nothing.
     void expandAll(std::vector<Word>& words, const Command& command);
 
     // Whether the words mention a loop of several values, and there is time to try them all.

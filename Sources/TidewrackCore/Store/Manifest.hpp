@@ -179,6 +179,7 @@ class ManifestBuilder {
 // Finds a walked item in a manifest, folder by folder, since a walk returns all items of one folder together.
 class PathIndex {
   public:
+    // `manifest` must outlive this.
     explicit PathIndex(const Manifest& manifest);
     static constexpr std::uint32_t none = UINT32_MAX;
     // The place in manifest.items(), or `none`. Fast where the path before it had the same parent.
