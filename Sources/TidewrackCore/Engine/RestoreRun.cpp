@@ -199,7 +199,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     const BackgroundFlush flushing(root_.get(), jobs.size(), pending_);
     (void)cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         WriteJob& job = jobs[i];
-        job.obstacle = Obstacle::system(ENOMEM); // should the rest find no memory
+        job.obstacle = Obstacle::system(ENOMEM); // in case the rest finds no memory
         if (engine_.progress) engine_.progress("restored", ++done);
         worker.memory.pending = &pending_;
         job.obstacle = writeOne(job, worker);

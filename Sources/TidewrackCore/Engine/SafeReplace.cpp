@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
-// Whether the item under its temporary name is as recorded, but for the change time, which the rename set.
+// Whether the item under its temporary name is as recorded, except for the change time, which the rename set.
 bool isUnchangedAside(Place aside, const Entry& recorded) {
     Attributes attributes;
     if (attributesAt(aside.folder, aside.name, attributes) != 0) return false;

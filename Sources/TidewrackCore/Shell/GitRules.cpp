@@ -22,7 +22,7 @@ constexpr std::array checkouts = {"checkout"sv, "restore"sv, "switch"sv};
 constexpr std::array sometimesChanging = {"reset"sv, "stash"sv, "clean"sv};
 constexpr std::array alwaysChanging = {"rm"sv, "mv"sv, "apply"sv, "merge"sv, "am"sv, "rebase"sv, "pull"sv, "revert"sv};
 
-// Subcommands that leave the work tree as it is, but for files that they are told to write.
+// Subcommands that leave the work tree as it is, except for files that they are told to write.
 constexpr std::array leavingTree = {
     "add"sv,       "annotate"sv,      "archive"sv,      "blame"sv,        "branch"sv,       "bundle"sv,
     "cat-file"sv,  "check-attr"sv,    "check-ignore"sv, "cherry"sv,       "clone"sv,        "commit"sv,

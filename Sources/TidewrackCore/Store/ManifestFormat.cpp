@@ -51,7 +51,7 @@ std::string compressedStream(std::string_view text) {
 std::string compressed(std::string_view text) {
     if (text.size() < parallelSize) return compressedStream(text);
     const std::size_t half = text.size() / 2;
-    constexpr auto policy = std::launch::async | std::launch::deferred; // deferred where no thread is to be had
+    constexpr auto policy = std::launch::async | std::launch::deferred; // deferred where no thread can be started
     auto second = std::async(policy, [&] { return compressedStream(text.substr(half)); });
     std::string first = compressedStream(text.substr(0, half));
     first.resize(first.size() - endMarkerSize);

@@ -1,5 +1,5 @@
 #pragma once
-// What taking back a part of the history means for each path, when others have worked on since. Pure but for the
+// What taking back a part of the history means for each path, when others have worked on since. Pure except for the
 // contents, which the caller hands out.
 
 #include "Changes/LineDiff.hpp"
