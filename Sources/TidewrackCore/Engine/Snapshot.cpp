@@ -205,6 +205,15 @@ void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
     meta.deleted = counts.deleted;
 }
 
+// A snapshot in which nothing changed need not wait for the disk. One before a restore does: what the restore flushes
+// must not outlive its record.
+void writeRecord(const History& history, const ProjectLock& lock, const SnapshotMeta& meta, bool waits) {
+    if (waits)
+        history.writeSnapshot(lock, meta);
+    else
+        history.writeUnchangedSnapshot(lock, meta);
+}
+
 } // namespace
 
 std::int64_t Engine::nextSeq(const History& history, std::optional<std::int64_t> newest) const {
@@ -268,12 +277,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     copyCounts(taken, meta);
     meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    // What follows a safety snapshot changes the project, and must not outlive its record.
     const bool waits = !share || folderChanges == FolderChanges::recorded;
-    if (waits)
-        history.writeSnapshot(lock, meta);
-    else
-        history.writeUnchangedSnapshot(lock, meta);
+    writeRecord(history, lock, meta, waits);
     contents.commit();
     if (waits) history.bringNamesToDisk(lock);
     return taken;
