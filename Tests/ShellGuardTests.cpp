@@ -253,6 +253,18 @@ TEST(ShellGuard, refusesCatastrophes) {
     EXPECT_TRUE(catastrophic("/Desktop", "/"));
 }
 
+// What one command of a line moves or adds to is whole afterwards, unless another one takes it.
+TEST_F(ShellGuardOnDisk, tellsWhatIsWholeAfterwards) {
+    const auto isKept = [&](std::string_view command) {
+        const Decision decision = analyze(command, context);
+        return std::count(decision.keptWhole.begin(), decision.keptWhole.end(), context.cwd + "/f") > 0;
+    };
+    for (const char* command : {"echo x >> f", "tee -a f", "chmod -R 700 f", "mv f g"})
+        EXPECT_TRUE(isKept(command)) << command;
+    for (const char* command : {"tee f", "echo x >> f; rm f", "rm f; mv f g", "tee -a f; echo > f"})
+        EXPECT_FALSE(isKept(command)) << command;
+}
+
 TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
     for (const char* name : {"home/.local/store/projects", "home/.agent", "dotfiles"}) folder.makeFolder(name);
     folder.write("dotfiles/settings.json", "{}");
@@ -274,7 +286,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
           "cd .. && (tidewrack vault rm 1)", "rm -rf ~/.local", "mv ~/.local/store /nowhere/x",
           "rm ../local/store/projects/1.json", "echo x > ~/.agent/settings.json",
           "sed -i s/a/b/ ../dotfiles/settings.json", "git -C ../dotfiles clean -fd", "rsync -a --delete x/ ~/.local/",
-          "rm -rf . ~/.local/store", "find ~/.local/store -name '*.json' -delete"})
+          "rm -rf . ~/.local/store", "find ~/.local/store -name '*.json' -delete",
+          "curl -o ~/.agent/settings.json http://x/", "sort -o ../dotfiles/settings.json x"})
         EXPECT_TRUE(asks(command)) << command;
     for (const char* command :
          {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack vault restore 1",

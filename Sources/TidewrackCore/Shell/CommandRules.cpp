@@ -367,7 +367,15 @@ void Examination::targetContents(const Word& source, const std::string& folder) 
 }
 
 void Examination::targetOperands() {
-    for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_);
+    const bool adds =
+        name_ == "tee" && std::any_of(arguments_.begin(), arguments_.end(), [](const Word& word) {
+            return word.text == "--append" || (isShortCluster(word) && word.text.find('a') != std::string::npos);
+        });
+    for (const Word* operand : operands().words) {
+        Word file = *operand;
+        file.appends = file.appends || adds;
+        effects_.targetWord(file, cwd_);
+    }
 }
 
 void Examination::copyBlocks() {
@@ -501,7 +509,10 @@ void Examination::xargs() {
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
 void Examination::changeModes() {
     if (!isRecursive(arguments_)) return;
-    for (const Word& word : arguments_) effects_.targetWord(word, cwd_, Links::followed);
+    for (Word word : arguments_) {
+        word.appends = true; // the contents stay
+        effects_.targetWord(word, cwd_, Links::followed);
+    }
 }
 
 } // namespace

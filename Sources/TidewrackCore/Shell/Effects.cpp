@@ -116,11 +116,23 @@ void Effects::followLinks(const std::string& path) {
     }
 }
 
+// In a project a snapshot keeps what is written over; elsewhere the vault does, as far as a guess is worth its room.
+bool Effects::isKeptSomewhere(const std::string& path) {
+    const auto& roots = context_.projectRoots;
+    if (std::any_of(roots.begin(), roots.end(), [&](const std::string& root) { return isAtOrBelow(path, root); }))
+        return true;
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > bytesLeft_) return false;
+    bytesLeft_ -= status.st_size;
+    return true;
+}
+
 void Effects::write(const Word& word, const std::string& folder) {
     if (word.unknown || skips(word) || operandsLookedAt_ >= Budget::operandsLookedAt) return opaque(folder);
     for (std::string& path : resolve(word, folder)) {
         if (!mayExist(path, folder)) continue;
-        if (isProtected(path, Links::followed))
+        own_.look(path, Extent::item, Links::followed);
+        if (isProtected(path, Links::followed) || !isKeptSomewhere(path))
             suspect(path);
         else if (decision_.mentioned.size() < Budget::opaqueFolders)
             decision_.mentioned.push_back(std::move(path));
@@ -141,7 +153,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
     const auto add = [&](std::string path) {
         if (extent == Extent::removed) askIfProjectInside(path, links);
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
-        if ((extent == Extent::moved || word.appends) && !full()) decision_.keptWhole.push_back(path);
+        if (!full()) (extent == Extent::moved || word.appends ? decision_.keptWhole : destroyed_).push_back(path);
         target(std::move(path), cwd, links, extent);
     };
     if (word.glob && extent == Extent::removed && lastComponent(word.text).find_first_not_of("*?") == std::string::npos)
@@ -231,6 +243,13 @@ void Effects::judgeTargets() {
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);
     }
+    // What one command of the line leaves whole another one may take.
+    sortAndDedupe(destroyed_);
+    const auto isDestroyed = [&](const std::string& path) {
+        return std::binary_search(destroyed_.begin(), destroyed_.end(), path);
+    };
+    auto& keptWhole = decision_.keptWhole;
+    keptWhole.erase(std::remove_if(keptWhole.begin(), keptWhole.end(), isDestroyed), keptWhole.end());
     denyCatastrophes();
     for (auto* paths : {&targets, &decision_.followed}) {
         paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());

@@ -114,6 +114,7 @@ class Effects {
   private:
     void askIfProjectRoot(const std::string& folder);
     void followLinks(const std::string& path);
+    bool isKeptSomewhere(const std::string& path);
     void judgeTargets();
     void denyCatastrophes();
 
@@ -122,6 +123,8 @@ class Effects {
     OwnPaths own_;
     GlobMatcher glob_;
     Decision decision_;
+    std::int64_t bytesLeft_ = Budget::bytesKeptOnSuspicion;  // that may be written over outside of projects
+    std::vector<std::string> destroyed_;                     // targets that are neither moved nor added to
     std::vector<std::pair<std::string, std::string>> links_; // that the line makes, and where they lead
     std::vector<Listing> listings_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none

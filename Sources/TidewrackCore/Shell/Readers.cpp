@@ -57,14 +57,18 @@ constexpr auto firsts = [] {
 struct Writing {
     std::string_view name;
     std::string_view letters;
-    std::array<std::string_view, 3> options{};
+    std::array<std::string_view, 8> options{};
     std::string_view text{};
 };
 
 constexpr Writing writings[] = {
     {"awk", "", {}, ">"},
     {"awk", "i", {"--include"}, "system("},
-    {"curl", "oOJ", {"--output", "--remote-name", "--output-dir"}, {}},
+    {"curl",
+     "oOJcD",
+     {"--output", "--remote-name", "--output-dir", "--cookie-jar", "--dump-header", "--trace", "--trace-ascii",
+      "--stderr"},
+     {}},
     {"docker", "", {"run", "cp", "compose"}, {}},
     {"docker-compose", "", {"run", "up", "exec"}, {}},
     {"fd", "xX", {"--exec", "--exec-batch"}, {}},
