@@ -2,6 +2,7 @@
 
 #include "Support/HookFixture.hpp"
 
+#include "Agents/Replaceable.hpp"
 #include "Store/EditLog.hpp"
 #include "Timeline/Timeline.hpp"
 
@@ -197,6 +198,7 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
             << row.command << output.standardError.value_or("");
         EXPECT_EQ(savedOutside().size(), row.saved) << row.command;
     }
+    EXPECT_FALSE(isReplaceable("/run/media/ann/disk/photos", {}, home)); // where removable disks are
     // A file that can't be copied is only added to, or overwritten.
     HookHandler handler(world.store(), world.environment, home);
     handler.budget = milliseconds(0);

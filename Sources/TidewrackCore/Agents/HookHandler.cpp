@@ -122,7 +122,8 @@ class HookCall {
             return allowed();
         const SavedBefore saved = save(action, decision);
         if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
-        logAction(verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ", action, saved.notes);
+        const char* kind = verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ";
+        attempt([&] { logAction(kind, action, saved.notes); });
         return answerTo(verdict_, saved);
     }
 

@@ -16,7 +16,7 @@ using namespace std::string_view_literals;
 constexpr std::array temporaryFolders = {"/tmp"sv,         "/var/tmp"sv,
                                          "/private/tmp"sv, "/private/var/tmp"sv,
                                          "/var/folders"sv, "/private/var/folders"sv,
-                                         "/var/cache"sv,   "/run"sv,
+                                         "/var/cache"sv,   "/run/lock"sv,
                                          "/dev"sv,         "/proc"sv,
                                          "/sys"sv};
 

@@ -85,7 +85,7 @@ class Saving {
 
     void snapshot(const Project& project, const Deadline& deadline, Certainty certainty) {
         try {
-            if (passed(deadline)) return skip(project);
+            if (passed(deadline)) return skip(project, certainty);
             const std::string label = "Before: " + oneLine(command_, commandLabelLength);
             SnapshotRequest request = context_.request("tool", label, deadline);
             request.onlyChanges = certainty == Certainty::guessed;
@@ -94,7 +94,7 @@ class Saving {
             noteGaps(taken.result, project);
             saveUnkept(project, taken.manifest);
         } catch (const std::exception& error) {
-            if (passed(deadline)) return skip(project); // its lock was held all the time
+            if (passed(deadline)) return skip(project, certainty); // its lock was held all the time
             saved_.failures.emplace_back(error.what());
             if (isTakenWhole(project)) notSnapshotted(error.what());
         }
@@ -109,11 +109,14 @@ class Saving {
         saved_.gaps.count += gaps.count + late;
     }
 
-    void skip(const Project& project) {
+    void skip(const Project& project, Certainty certainty) {
         saved_.notes.push_back("skipped " + loggedText(project.root));
+        if (certainty == Certainty::guessed) return;
         if (isTakenWhole(project)) return notSnapshotted(noTime);
-        for (const std::string& path : destroyed_)
-            if (isAtOrBelow(path, project.root) && exists(path) && !isLeftOut(path, project)) unsaved(path, noTime);
+        for (const std::string& path : destroyed_) {
+            const auto holder = Store::projectContaining(path, context_.projects()); // not one around it
+            if (holder && holder->id == project.id && exists(path) && !isLeftOut(path, project)) unsaved(path, noTime);
+        }
     }
 
     // Whether no snapshot of the project has the path, by its name.
@@ -201,11 +204,11 @@ class Saving {
             attempt([&] { sortOut(target); }, isIn(decision_.removed, target));
         sortAndDedupe(destroyed_);
         for (const std::string& folder : decision_.opaqueDirs) attempt([&] { addHolder(folder); });
-        for (const std::string& folder : decision_.suspected) attempt([&] { guess(folder); });
-        for (const std::string& path : decision_.mentioned)
+        for (const std::string& folder : decision_.suspected)
             attempt([&] {
-                if (!guess(path) && !isIn(decision_.targets, path)) guessedOutside_.push_back(path);
+                if (const auto holder = context_.projectFor(folder)) guess(*holder);
             });
+        for (const std::string& path : decision_.mentioned) attempt([&] { sortOutMentioned(path); });
     }
 
     template <typename Action>
@@ -250,13 +253,18 @@ class Saving {
                   path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
     }
 
+    // That a path is mentioned is no reason to begin to track the repository that it lies in.
+    void sortOutMentioned(const std::string& path) {
+        if (const auto holder = Store::projectContaining(path, context_.projects()))
+            guess(*holder);
+        else if (!isIn(decision_.targets, path))
+            guessedOutside_.push_back(path);
+    }
+
     // A guess is worth a snapshot only where something changed since the last one.
-    // False when there is no project.
-    bool guess(const std::string& path) {
-        const auto holder = context_.projectFor(path);
-        const auto isHolder = [&](const Project& project) { return project.id == holder->id; };
-        if (holder && std::none_of(projects_.begin(), projects_.end(), isHolder)) add(*holder, guessed_);
-        return holder.has_value();
+    void guess(const Project& holder) {
+        const auto isHolder = [&](const Project& project) { return project.id == holder.id; };
+        if (std::none_of(projects_.begin(), projects_.end(), isHolder)) add(holder, guessed_);
     }
 
     // Adds the project that `path` lies in. False when there is none.
