@@ -232,6 +232,7 @@ constexpr Command table[] = {
      .run = commands::prune},
     {.name = "check",
      .group = Group::history,
+     .effect = Effect::changes,
      .options = checkOptions,
      .summary = "look whether all that was kept is there and whole",
      .details =
