@@ -237,7 +237,7 @@ std::string choiceText(const UndoChoice& choice, Date now, const Look& look) {
     case Type::undo: return "the undo " + range + of;
     }
     const std::string title = quoted(newest.title, look);
-    const std::string turn = "turn " + range + " of " + agent + (title.empty() ? "" : ", " + title);
+    std::string turn = "turn " + range + " of " + agent + (title.empty() ? "" : ", " + title);
     if (!newest.isRunning()) return turn;
     return turn + ", whose end was not seen: all changes from " + clockText(newest.began, now) + " until now";
 }
