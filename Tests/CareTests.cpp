@@ -121,7 +121,7 @@ void say(const std::string& path) {
     setText(path, text.replace(text.find(from), from.size(), To));
 }
 constexpr char seqTwo[] = R"("seq":2)";
-constexpr char seqOne[] = R"("seq":1)", seqNine[] = R"("seq":9)", files[] = R"("files":3)", many[] = R"("files":4)";
+constexpr char seqOne[] = R"("seq":1)", seqNine[] = R"("seq":9)";
 constexpr char own[] = R"("manifestOf":2)", none[] = R"("manifestOf":7)", root[] = "project\"}",
                moved[] = "elsewhere\"}";
 constexpr char notes[] = R"("stored":"items)", up[] = R"("stored":"..)";

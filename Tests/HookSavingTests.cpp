@@ -19,7 +19,7 @@ TEST_F(HookSaving, saysWhatASnapshotLacks) {
     for (const auto& [agent, text] : {std::pair(Agent::codex, "rm -rf ."), {Agent::gemini, "rm locked"}}) {
         const std::string input = event(agent, Kind::shell, project, text);
         const std::string said =
-            unprivileged(f, [&, agent = agent] { return raw(agent, input).standardError.value_or(""); });
+            unprivileged(f, [&, who = agent] { return raw(who, input).standardError.value_or(""); });
         const bool whole = agent == Agent::codex;
         const std::string unsaved = "Tidewrack can't save " + project + "/locked: it can't be read. Allow?";
         EXPECT_EQ(said.substr(0, said.find(" This agent")),
