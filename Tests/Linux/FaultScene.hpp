@@ -82,6 +82,17 @@ class Scene {
 
     [[nodiscard]] Vault vault() const { return Vault(world.store()); }
 
+    // Every file of one line that is not a temporary one has one of these contents, and all of it.
+    void expectNothingCutOff(const std::set<std::string>& contents) const {
+        std::istringstream lines(project());
+        for (std::string line; std::getline(lines, line);) {
+            const auto content = line.find(" = ");
+            EXPECT_TRUE(content == line.npos || line.find("/lines ") != line.npos ||
+                        contents.contains(line.substr(content + 3)))
+                << line;
+        }
+    }
+
     // But for those that are due to be pruned.
     void expectOlderSnapshotsComeBack(const std::set<std::int64_t>& due) const {
         const auto seqs = world.history().seqs();

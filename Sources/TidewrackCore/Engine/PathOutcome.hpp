@@ -16,7 +16,7 @@ struct Obstacle {
         systemError,       // `error`
         notInHistory,      // the safety snapshot does not list what is there
         notSavedFirst,     // it is listed and could not be kept; `detail` is the blob in its place
-        changedSince,      // after the safety snapshot
+        changedSince,      // after the safety snapshot; `detail`: the name beside it that this version has now, if any
         folderInTheWay,    // one that can't be removed, because history does not hold all of it
         somethingInTheWay, // of a folder to be made; `detail` is "file", "symlink" or "other"
         notKeptThen,       // by the snapshot gone back to; `detail` is the blob in its place

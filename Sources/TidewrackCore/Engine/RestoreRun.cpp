@@ -19,6 +19,7 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t cloneThreads = 4;
+constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
 using Action = PathOutcome::Action;
 using Reason = Obstacle::Reason;
@@ -35,6 +36,15 @@ const char* describe(const Attributes& attributes) {
 
 bool nothingThere(int error) {
     return error == ENOENT || error == ENOTDIR;
+}
+
+// Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
+// change would have a later one.
+bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
+    const Entry there = entryOf(attributes);
+    const bool inTime = there.mtime <= wanted.mtime &&
+                        (wanted.mtime < INT64_MIN + coarsestTime || there.mtime > wanted.mtime - coarsestTime);
+    return there.kind == wanted.kind && there.size == wanted.size && inTime;
 }
 
 } // namespace
@@ -224,24 +234,22 @@ Obstacle RestoreRun::putContent(const Manifest::Item& item, Place to, CloneWorke
 Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {
     Place place;
     if (const int error = worker.project.place(job.item->path, place)) return Obstacle::system(error);
-    if (!job.replaces) {
-        Obstacle obstacle = putContent(*job.item, place, worker);
-        return obstacle.error == EEXIST ? Obstacle{Reason::changedSince} : obstacle;
-    }
+    // Under its own name a half-written file would pass for the user's if this process dies, and others could write to
+    // it.
     const std::string temporary = names_.forCopy();
     const Place made{place.folder, temporary.c_str()};
     Obstacle obstacle = putContent(*job.item, made, worker);
     // Copying may have taken a while, so the old one is checked once more.
     Attributes attributes;
-    Standing standing = Standing::unsafe;
-    if (!obstacle) standing = examine(worker.project, job.item->path, obstacle, attributes);
-    if (standing == Standing::unsafe) {
+    Standing standing = job.replaces ? Standing::unsafe : Standing::nothing;
+    if (!obstacle && job.replaces) standing = examine(worker.project, job.item->path, obstacle, attributes);
+    if (obstacle || standing == Standing::unsafe) {
         if (::unlinkat(made.folder, made.name, 0) != 0 && errno != ENOENT) names_.leave();
         return obstacle;
     }
     if (standing != Standing::safe) return putIntoGap(names_, made, place);
     touched(attributes);
-    return replaceUnchanged(names_, made, place, *safety_.manifest.find(job.item->path), job.item->entry);
+    return replaceUnchanged(names_, made, place, *safety_.manifest.find(job.item->path));
 }
 
 // Folders get the mode and time they had, deepest first, once nothing is written into them any more and nothing below

@@ -10,23 +10,18 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
-
-// Whether the item under its temporary name is as recorded, except for the change time, which the rename set.
-bool isUnchangedAside(Place aside, const Entry& recorded) {
+// Whether the item under its temporary name is as it was before, except for the change time, which the rename set.
+bool isUnchangedAside(Place aside, const Entry& before) {
     Attributes attributes;
     if (attributesAt(aside.folder, aside.name, attributes) != 0) return false;
     Entry there = entryOf(attributes);
-    there.ctime = recorded.ctime;
-    return there.sameAttributes(recorded);
+    there.ctime = before.ctime;
+    return there.sameAttributes(before);
 }
 
+// To a name that nobody else uses.
 int moveTo(Place from, Place to) {
     return ::renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
-}
-
-int link(Place from, Place to) {
-    return ::linkat(from.folder, from.name, to.folder, to.name, 0) == 0 ? 0 : errno;
 }
 
 int removeAt(Place place) {
@@ -35,90 +30,142 @@ int removeAt(Place place) {
 
 // A leftover for the next restore, should that fail.
 void discard(Temporaries& names, Place place) {
-    if (removeAt(place) != 0) names.leave();
+    if (const int error = removeAt(place); error != 0 && error != ENOENT) names.leave();
 }
 
 Obstacle because(int error) {
     return error == 0 ? Obstacle{} : Obstacle::system(error);
 }
 
-// Puts the old file back, which has changed. When another program has replaced the new one meanwhile, its file is the
-// newest of the three and stays.
-int putBack(Place aside, Place place, const Entry& wanted) {
-    if (const int error = exchange(aside, place)) {
-        if (error == ENOENT && moveTo(aside, place) == 0) return 0;
-        return error;
-    }
+int giveName(Temporaries& names, Place from, Place to) {
+    bool bothNames = false;
+    const int error = giveName(from, to, bothNames);
+    if (bothNames) names.leave();
+    return error;
+}
+
+// Keeps a version that has changed since the safety snapshot: `aside` may be its only name.
+Obstacle keepAside(Temporaries& names, Place aside, Place place) {
+    bool bothNames = false;
+    std::string found = giveFreeName(aside, place.name, bothNames);
+    if (bothNames || found.empty()) names.leave();
+    return {Obstacle::Reason::changedSince, 0, {}, found.empty() ? aside.name : found};
+}
+
+// The same where its own name was free a moment ago, and is given back if it still is.
+Obstacle giveBack(Temporaries& names, Place aside, Place place) {
+    if (giveName(names, aside, place) == 0) return {Obstacle::Reason::changedSince};
+    return keepAside(names, aside, place);
+}
+
+// The same where the new file, which is `made`, has taken its name. When another program has replaced that file
+// meanwhile or has written to it, its file is the newest of the three and stays.
+Obstacle exchangeBack(Temporaries& names, Place aside, Place place, const Attributes& made) {
+    if (const int error = exchange(aside, place))
+        return error == ENOENT ? giveBack(names, aside, place) : keepAside(names, aside, place);
     Attributes taken;
-    if (attributesAt(aside.folder, aside.name, taken) == 0 && !isAsWritten(taken, wanted))
-        return exchange(aside, place);
-    return 0;
-}
-
-} // namespace
-
-bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
-    const Entry there = entryOf(attributes);
-    const bool inTime = there.mtime <= wanted.mtime &&
-                        (wanted.mtime < INT64_MIN + coarsestTime || there.mtime > wanted.mtime - coarsestTime);
-    return there.kind == wanted.kind && there.size == wanted.size && inTime;
-}
-
-Obstacle replaceUnchanged(Temporaries& names, Place made, Place place, const Entry& recorded, const Entry& wanted) {
-    // From here on the name tells what may stand aside under it.
-    const std::string name = names.aside(place.name);
-    const Place aside{place.folder, name.c_str()};
-    if (const int error = moveTo(made, aside)) {
-        discard(names, made);
-        return because(error);
-    }
-    if (const int error = exchange(aside, place)) {
-        if (error == ENOENT) return putIntoGap(names, aside, place);
-        const int failure = moveTo(aside, place); // a volume without exchanges
-        if (failure != 0) discard(names, aside);
-        return because(failure);
-    }
-    if (isUnchangedAside(aside, recorded)) {
-        discard(names, aside);
-        return {};
-    }
-    if (const int error = putBack(aside, place, wanted)) {
-        names.leave();
-        return because(error);
+    const bool isOurs = attributesAt(aside.folder, aside.name, taken) == 0 && taken.device == made.device &&
+                        isUnchangedAside(aside, entryOf(made));
+    if (!isOurs) {
+        (void)exchange(aside, place);
+        return keepAside(names, aside, place);
     }
     discard(names, aside);
     return {Obstacle::Reason::changedSince};
 }
 
+// For volumes that can't exchange two names: the name is free for a moment.
+Obstacle replaceInSteps(Temporaries& names, Place made, Place place, const Entry& recorded) {
+    const std::string name = names.aside(place.folder, place.name);
+    const Place aside{place.folder, name.c_str()};
+    if (const int error = moveTo(place, aside)) {
+        if (error == ENOENT) return putIntoGap(names, made, place);
+        discard(names, made);
+        return because(error);
+    }
+    if (!isUnchangedAside(aside, recorded)) {
+        discard(names, made);
+        return giveBack(names, aside, place);
+    }
+    Obstacle obstacle = putIntoGap(names, made, place);
+    if (obstacle.reason == Obstacle::Reason::systemError) {
+        const int failure = giveName(names, aside, place);
+        if (failure != 0 && failure != EEXIST) names.leave();
+        if (failure != EEXIST) return obstacle;
+    }
+    discard(names, aside);
+    return obstacle;
+}
+
+} // namespace
+
+int giveName(Place from, Place to, bool& bothNames) {
+    int error = renameUnlessTaken(from, to);
+    if (error == 0 || error == EEXIST || error == ENOENT) return error;
+    if (::linkat(from.folder, from.name, to.folder, to.name, 0) == 0) {
+        bothNames = removeAt(from) != 0;
+        return 0;
+    }
+    error = errno;
+    if (error == EEXIST || error == ENOENT) return error;
+    Attributes there; // the volume allows no more than a check at the last moment
+    const int missing = attributesAt(to.folder, to.name, there);
+    if (missing == 0) return EEXIST;
+    return missing == ENOENT ? moveTo(from, to) : error;
+}
+
+std::string numberedName(int folder, std::string_view name, int number) {
+    const std::string ending = ".tidewrack-" + std::to_string(number);
+    return shortened(folder, name, ending.size()) + ending;
+}
+
+std::string giveFreeName(Place aside, std::string_view name, bool& bothNames) {
+    constexpr int most = 10'000; // for volumes that call every name taken
+    for (int number = 1; number < most; ++number) {
+        const std::string found = numberedName(aside.folder, name, number);
+        const int error = giveName(aside, {aside.folder, found.c_str()}, bothNames);
+        if (error == 0) return found;
+        if (error != EEXIST) break;
+    }
+    return {};
+}
+
+Obstacle replaceUnchanged(Temporaries& names, Place made, Place place, const Entry& recorded) {
+    // From here on the temporary name says which file it may hold.
+    const std::string name = names.aside(place.folder, place.name);
+    const Place aside{place.folder, name.c_str()};
+    Attributes ours;
+    int error = attributesAt(made.folder, made.name, ours);
+    if (error == 0) error = moveTo(made, aside);
+    if (error != 0) {
+        discard(names, made);
+        return because(error);
+    }
+    error = exchange(aside, place);
+    if (error == ENOENT) return putIntoGap(names, aside, place);
+    if (error != 0) return replaceInSteps(names, aside, place, recorded);
+    if (!isUnchangedAside(aside, recorded)) return exchangeBack(names, aside, place, ours);
+    discard(names, aside);
+    return {};
+}
+
 Obstacle putIntoGap(Temporaries& names, Place made, Place place) {
-    const int error = link(made, place);
-    const int failure = error == 0 || error == EEXIST ? 0 : moveTo(made, place); // a volume without links
-    if (error == 0 || error == EEXIST || failure != 0) discard(names, made);
-    return error == EEXIST ? Obstacle{Obstacle::Reason::changedSince} : because(failure);
+    const int error = giveName(names, made, place);
+    if (error != 0) discard(names, made);
+    return error == EEXIST ? Obstacle{Obstacle::Reason::changedSince} : because(error);
 }
 
 Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded) {
-    const std::string name = names.aside(place.name);
+    const std::string name = names.aside(place.folder, place.name);
     const Place aside{place.folder, name.c_str()};
     if (const int error = moveTo(place, aside)) {
-        if (error == ENOENT || error == ENOTDIR) return because(error);
-        return because(removeAt(place)); // a full volume has no room for a new name
+        const bool isFull = error == ENOSPC || error == EDQUOT; // no room for a new name
+        return because(isFull ? removeAt(place) : error);
     }
-    const bool unchanged = isUnchangedAside(aside, recorded);
-    if (!unchanged) {
-        // A file that another program has put in its place stays there.
-        const int error = link(aside, place);
-        if (error != 0 && error != EEXIST) {
-            const int failure = moveTo(aside, place);
-            if (failure == 0) return {Obstacle::Reason::changedSince};
-            names.leave();
-            return because(failure);
-        }
-    }
+    if (!isUnchangedAside(aside, recorded)) return giveBack(names, aside, place);
     const int error = removeAt(aside);
-    if (error != 0 && (!unchanged || moveTo(aside, place) != 0)) names.leave();
-    if (error != 0) return because(error);
-    return unchanged ? Obstacle{} : Obstacle{Obstacle::Reason::changedSince};
+    if (error != 0 && giveName(names, aside, place) != 0) names.leave();
+    return because(error);
 }
 
 } // namespace tidewrack

@@ -17,21 +17,10 @@ namespace tidewrack {
 namespace {
 
 constexpr std::string_view beginning = ".tidewrack-";
-constexpr std::size_t longestName = 255;
+constexpr long longestName = 255; // of most volumes
 
 std::string pathOf(const History& history) {
     return history.folder() + "/restores";
-}
-
-// As many whole characters of the name as leave room for `used` bytes.
-std::string_view shortened(std::string_view name, std::size_t used) {
-    std::size_t size = 0;
-    while (size < name.size()) {
-        const std::size_t next = characterLength(name.substr(size));
-        if (used + size + next > longestName) break;
-        size += next;
-    }
-    return name.substr(0, size);
 }
 
 } // namespace
@@ -93,9 +82,21 @@ std::string Temporaries::forCopy() {
     return prefix_ + std::to_string(counter_++);
 }
 
-std::string Temporaries::aside(std::string_view name) {
+std::string Temporaries::aside(int folder, std::string_view name) {
     const std::string own = forCopy() + "-";
-    return own + std::string(shortened(name, own.size()));
+    return own + shortened(folder, name, own.size());
+}
+
+std::string shortened(int folder, std::string_view name, std::size_t used) {
+    const long told = ::fpathconf(folder, _PC_NAME_MAX);
+    const auto longest = static_cast<std::size_t>(told > 0 ? told : longestName);
+    std::size_t size = 0;
+    while (size < name.size()) {
+        const std::size_t next = characterLength(name.substr(size));
+        if (used + size + next > longest) break;
+        size += next;
+    }
+    return std::string(name.substr(0, size));
 }
 
 } // namespace tidewrack

@@ -41,8 +41,8 @@ class Temporaries {
     [[nodiscard]] const std::string& prefix() const { return prefix_; }
     // Of a copy that is being made: what is left of it is nobody's work.
     [[nodiscard]] std::string forCopy();
-    // Of what stands aside for `name`, or is about to take its place.
-    [[nodiscard]] std::string aside(std::string_view name);
+    // Of the file `name` in this folder while it is moved aside, or of one that is about to replace it.
+    [[nodiscard]] std::string aside(int folder, std::string_view name);
 
     // One could not be removed again.
     void leave() { anyLeft_ = true; }
@@ -53,5 +53,8 @@ class Temporaries {
     std::atomic<unsigned> counter_ = 0;
     std::atomic<bool> anyLeft_ = false;
 };
+
+// As many whole characters of the name as the folder's volume has room for beside `used` bytes.
+[[nodiscard]] std::string shortened(int folder, std::string_view name, std::size_t used);
 
 } // namespace tidewrack

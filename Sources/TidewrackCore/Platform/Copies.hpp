@@ -25,6 +25,8 @@ struct Place {
 // exist; ENOSYS, ENOTSUP or EINVAL where the system or the volume cannot do it.
 [[nodiscard]] int exchange(Place a, Place b);
 
+// Renames unless something is at `to`, which is EEXIST. EINVAL, ENOSYS or ENOTSUP as above.
+[[nodiscard]] int renameUnlessTaken(Place from, Place to);
 // Whether a copy of so many bytes may take their room.
 using HasRoom = std::function<bool(std::int64_t bytes)>;
 

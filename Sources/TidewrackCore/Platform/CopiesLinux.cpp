@@ -244,6 +244,10 @@ int exchange(Place a, Place b) {
     return ::renameat2(a.folder, a.name, b.folder, b.name, RENAME_EXCHANGE) == 0 ? 0 : errno;
 }
 
+int renameUnlessTaken(Place from, Place to) {
+    return ::renameat2(from.folder, from.name, to.folder, to.name, RENAME_NOREPLACE) == 0 ? 0 : errno;
+}
+
 void dropAccessList(Place) {} // no access list can do that here
 
 } // namespace tidewrack

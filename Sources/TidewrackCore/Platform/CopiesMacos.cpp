@@ -134,6 +134,10 @@ int exchange(Place a, Place b) {
     return ::renameatx_np(a.folder, a.name, b.folder, b.name, RENAME_SWAP) == 0 ? 0 : errno;
 }
 
+int renameUnlessTaken(Place from, Place to) {
+    return ::renameatx_np(from.folder, from.name, to.folder, to.name, RENAME_EXCL) == 0 ? 0 : errno;
+}
+
 // The folders in a home, for example, come with "everyone deny delete".
 void dropAccessList(Place item) {
     const Descriptor file(::openat(item.folder, item.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));

@@ -32,7 +32,9 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
     case Reason::systemError: return errorText(obstacle.error);
     case Reason::notInHistory: return "it isn't in history (ignored by git, or added just now)";
     case Reason::notSavedFirst: return "it couldn't be saved first (" + notKeptText(obstacle.detail) + ")";
-    case Reason::changedSince: return "it changed after the safety snapshot";
+    case Reason::changedSince:
+        return "it changed after the safety snapshot" +
+               (obstacle.detail.empty() ? "" : "; that version is " + obstacle.detail + " beside it");
     case Reason::folderInTheWay: return "a folder with content we don't keep is in the way";
     case Reason::somethingInTheWay: return "something else is there (" + standingText(obstacle.detail) + ")";
     case Reason::notKeptThen: return notKeptText(obstacle.detail) + " when that snapshot was taken";

@@ -8,10 +8,12 @@
 //                                        flushed a later change: new names are lost as well, but for flushed ones
 //                           "write":     a line is added to the file that is about to be moved aside; only calls that
 //                                        move a file in or out of its place are counted
-//                           "write, death": as well, and the process is killed once the file has moved
+//                           "write twice": as well, and once the file has moved a line is added under its name again
+//                           "write, death", "write twice, death": and then the process is killed
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
 //   TIDEWRACK_FAULT_VOLUME  "btrfs": the volume says that it is of that type, and a flushed file takes no other names
-//                           along; "unknown": the same of an unknown type
+//                           along; "unknown": the same of an unknown type; "plain": it can neither exchange two names
+//                           nor refuse to replace one; "timeless": it sets no times
 //   TIDEWRACK_FAULT_REPORT  a file that receives the name of the call
 // Defined in the program itself, these functions come before the C library's; each asks the kernel directly.
 
@@ -136,8 +138,9 @@ class Fault {
         error_ = std::atoi(kind);
         losesNames_ = std::strcmp(kind, "later flush") == 0;
         losesContents_ = losesNames_ || std::strcmp(kind, "power cut") == 0;
-        diesAfterwards_ = std::strcmp(kind, "write, death") == 0;
-        writes_ = diesAfterwards_ || std::strcmp(kind, "write") == 0;
+        diesAfterwards_ = std::strstr(kind, ", death") != nullptr;
+        writes_ = std::strncmp(kind, "write", 5) == 0;
+        writesTwice_ = std::strncmp(kind, "write twice", 11) == 0;
     }
 
     // Whether this call fails, with errno set; does not return where it ends the process. `half` is what a dying write
@@ -174,21 +177,30 @@ class Fault {
         const bool ours = std::strncmp(place, ".tidewrack-", 11) == 0; // nobody writes into a copy that is being made
         if (!writes_ || ours || (there && !S_ISREG(status.st_mode))) return;
         (void)strikes(name, Call::moves, [&] {
-            constexpr const char* line = "somebody's words\n";
-            const long fd = kernel(SYS_openat, folder, place, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-            kernel(SYS_write, fd, line, std::strlen(line));
-            kernel(SYS_close, fd);
+            writeInto(folder, place, "somebody's words\n");
+            writtenTo_ = {folder, place};
         });
     }
 
     // It has.
     int moved(int result) {
         const std::lock_guard lock(mutex_);
+        const int error = errno;
+        if (written_ && writesTwice_)
+            writeInto(writtenTo_.first, writtenTo_.second.c_str(), "somebody's second words\n");
+        writesTwice_ = writesTwice_ && !written_;
         if (written_ && diesAfterwards_) die();
+        errno = error;
         return result;
     }
 
   private:
+    static void writeInto(int folder, const char* place, const char* line) {
+        const long fd = kernel(SYS_openat, folder, place, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        kernel(SYS_write, fd, line, std::strlen(line));
+        kernel(SYS_close, fd);
+    }
+
     [[noreturn]] static void die() {
         kernel(SYS_kill, kernel(SYS_getpid), SIGKILL);
         std::abort(); // not reached
@@ -216,7 +228,9 @@ class Fault {
     bool losesNames_ = false;
     bool writes_ = false;
     bool diesAfterwards_ = false;
+    bool writesTwice_ = false;
     bool written_ = false;
+    std::pair<int, std::string> writtenTo_;
 };
 
 Fault& fault() {
@@ -253,11 +267,14 @@ int moveTo(const char* name, int from, const char* place, int to, const char* ot
     return result;
 }
 
+bool volumeIs(const char* name) {
+    const char* volume = std::getenv("TIDEWRACK_FAULT_VOLUME");
+    return volume != nullptr && std::strcmp(volume, name) == 0;
+}
+
 // The type that the volume is to claim; 0: its own.
 unsigned claimedType() {
-    const char* volume = std::getenv("TIDEWRACK_FAULT_VOLUME");
-    if (volume == nullptr) return 0;
-    return std::strcmp(volume, "btrfs") == 0 ? BTRFS_SUPER_MAGIC : 1;
+    return volumeIs("btrfs") ? BTRFS_SUPER_MAGIC : volumeIs("unknown") ? 1 : 0;
 }
 
 // A call that brings one file's content to the disk.
@@ -399,6 +416,10 @@ int renameat(int from, const char* name, int to, const char* other) noexcept {
     return fault().moved(moveTo("renameat", from, name, to, other, 0));
 }
 int renameat2(int from, const char* name, int to, const char* other, unsigned flags) noexcept {
+    if (volumeIs("plain")) {
+        errno = EINVAL;
+        return -1;
+    }
     fault().moves("renameat2", to, other);
     return fault().moved(moveTo("renameat2", from, name, to, other, flags));
 }
@@ -418,9 +439,12 @@ CHANGING(fchmodat, (int folder, const char* name, mode_t mode, int), SYS_fchmoda
 CHANGING(fchown, (int fd, uid_t user, gid_t group), SYS_fchown, fd, user, group)
 CHANGING(fsetxattr, (int fd, const char* name, const void* value, size_t size, int flags), SYS_fsetxattr, fd, name,
          value, size, flags)
-CHANGING(futimens, (int fd, const timespec times[2]), SYS_utimensat, fd, nullptr, times, 0)
-CHANGING(utimensat, (int folder, const char* name, const timespec times[2], int flags), SYS_utimensat, folder, name,
-         times, flags)
+int futimens(int fd, const timespec times[2]) noexcept {
+    return volumeIs("timeless") ? 0 : change("futimens", SYS_utimensat, fd, nullptr, times, 0);
+}
+int utimensat(int folder, const char* name, const timespec times[2], int flags) noexcept {
+    return volumeIs("timeless") ? 0 : change("utimensat", SYS_utimensat, folder, name, times, flags);
+}
 
 // Everything is done, but not all of it may be on the disk.
 void _exit(int status) {
