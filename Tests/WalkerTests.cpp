@@ -183,9 +183,11 @@ TEST_F(WalkerTest, tellsTemporariesFromUserFiles) {
     Walker::Options options;
     std::vector<std::string> found;
     options.temporaries = {{".tidewrack-12-ab-"}, &found};
-    EXPECT_EQ(walked(options, 0), ".tidewrack-12-3 .tidewrack-12-ab-9/ .tidewrack-12-ac-3 sub/ ");
+    EXPECT_EQ(walked(options, 0),
+              ".tidewrack-12-3 .tidewrack-12-ab-9/ .tidewrack-12-ac-3 sub/ sub/.tidewrack-12-ab-0-name ");
     std::sort(found.begin(), found.end());
-    EXPECT_EQ(found, (std::vector<std::string>{".tidewrack-12-ab-3", "sub/.tidewrack-12-ab-0-name"}));
+    EXPECT_EQ(found,
+              (std::vector<std::string>{".tidewrack-12-ab-3", ".tidewrack-12-ab-9", "sub/.tidewrack-12-ab-0-name"}));
 }
 
 // Deeper than any path that the system takes in one call.

@@ -170,6 +170,14 @@ class Attempt {
                            [&](const std::string& content) { return content.find(text) != content.npos; });
     }
 
+    // The same for a snapshot that is taken now.
+    [[nodiscard]] bool nextSnapshotHolds(const std::string& text) const {
+        scene_.world.ok({"snap"});
+        const auto contents = scene_.contentsOf(scene_.world.history().latest()->seq);
+        return std::any_of(contents.begin(), contents.end(),
+                           [&](const std::string& content) { return content.find(text) != content.npos; });
+    }
+
     // What is not complained about is done.
     void checkDoneUnlessToldOtherwise() const {
         const ::testing::ScopedTrace trace(__FILE__, __LINE__, trace_ + ": " + scene_.f.read("report"));
@@ -357,7 +365,8 @@ TEST_P(Faults, fullDiskAtEveryBlock) {
 }
 
 // Right before a file is moved aside another program writes to it, or makes it, and maybe writes under its name right
-// afterwards as well; then the restore may die. "plain" volumes can't exchange two names, "timeless" ones set no times.
+// afterwards as well; then the restore may die, and a person may delete all that it left. "plain" volumes can't
+// exchange two names, "timeless" ones set no times.
 TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
     for (const auto& [volume, kind] : std::vector<std::pair<const char*, std::string>>{
              {"", "write"},
@@ -377,8 +386,10 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
             EXPECT_EQ(attempt.outcome().status == 128 + SIGKILL, dies) << attempt.trace();
             const std::string told = "it changed after the safety snapshot";
             EXPECT_TRUE(dies || attempt.outcome().out.find(told) != told.npos) << attempt.trace();
-            for (const char* words : written)
+            for (const char* words : written) {
                 EXPECT_TRUE(dies || attempt.holds(words, &Scene::contents)) << attempt.trace() << words;
+                EXPECT_TRUE(attempt.nextSnapshotHolds(words)) << attempt.trace() << words;
+            }
             attempt.check();
             for (const char* words : written)
                 EXPECT_TRUE(attempt.holds(words, &Scene::recoverable)) << attempt.trace() << words;

@@ -93,7 +93,7 @@ using Progress = std::function<void(const char* what, std::size_t count)>;
 
 // What restores that were cut short left behind.
 struct Interrupted {
-    std::vector<PathOutcome> recovered;   // put where people find it, because no snapshot has it
+    std::vector<PathOutcome> outcomes;    // what got a name that people find, and what could not be cleared
     std::vector<MarkedRestore> remaining; // those of which not everything could be cleared
 };
 

@@ -45,21 +45,24 @@ struct PathOutcome {
     enum class Action : std::uint8_t {
         restored, // written or made
         removed,
-        notRestored, // all others come with an obstacle: what was to be done, and was not
+        notRestored, // up to `skipped` with an obstacle: what was to be done, and was not
         notRemoved,
         notCreated,
         notReplaced,
         kept,         // a folder on purpose
         keptContents, // what is in a folder
         skipped,
-        recovered, // without an obstacle: what a restore that was cut short had left of it; `detail` is its new path
-        missing,   // there is nothing to be done
+        recovered,        // what a restore that was cut short had left of it is at `found`, and in the safety snapshot
+        recoveredUnsaved, // the same where that snapshot could not keep it
+        leftover,         // a restore that was cut short left it, and it could not be cleared away
+        missing,          // there is nothing to be done
     };
 
     std::string path; // project-relative
     Action action = Action::restored;
     EntryKind kind = EntryKind::file; // of what was restored or removed
     Obstacle obstacle{};
+    std::string found{}; // project-relative: where something that was recovered is
 
     bool operator==(const PathOutcome&) const = default;
 };

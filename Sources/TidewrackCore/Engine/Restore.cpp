@@ -73,6 +73,17 @@ void addMissing(const std::vector<std::string>& asked, const Manifest& target, c
                 {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
 }
 
+// A file that was recovered just now, and that the snapshot gone back to lacks, is not counted as removed: nobody has
+// seen it yet.
+void addInterrupted(const std::vector<PathOutcome>& outcomes, RestoreResult& result) {
+    std::set<std::string_view> found;
+    for (const PathOutcome& outcome : outcomes) found.insert(outcome.found);
+    std::erase_if(result.outcomes, [&](const PathOutcome& outcome) {
+        return outcome.action == PathOutcome::Action::removed && found.contains(outcome.path);
+    });
+    result.outcomes.insert(result.outcomes.begin(), outcomes.begin(), outcomes.end());
+}
+
 } // namespace
 
 std::vector<std::string> Engine::relativePaths(const Project& project,
@@ -185,8 +196,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
         } catch (const TidewrackError&) { // the next restore finds that nothing is left
         }
     }
-    const auto& recovered = safety.interrupted.recovered;
-    result.outcomes.insert(result.outcomes.begin(), recovered.begin(), recovered.end());
+    addInterrupted(safety.interrupted.outcomes, result);
     result.safety = safety.result.meta;
     result.safetyWarnings = safety.result.warnings;
     return result;

@@ -4,6 +4,7 @@
 #include "Engine/CloneAll.hpp"
 #include "Engine/ContentKeeper.hpp"
 #include "Engine/Engine.hpp"
+#include "Engine/SafeReplace.hpp"
 #include "Engine/SameContent.hpp"
 #include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
@@ -33,33 +34,35 @@ class Leftovers {
     // says so. False when it is still there.
     bool clear(const std::string& path, std::vector<PathOutcome>& recovered) {
         Place place;
+        Attributes left;
         if (project_.place(path, place) != 0) return false;
-        const std::string_view name = MarkedRestore::original(lastComponent(path), restore_.prefix);
+        if (const int error = attributesAt(place.folder, place.name, left)) return error == ENOENT;
+        const std::string name(MarkedRestore::original(lastComponent(path), restore_.prefix));
         const std::string folder(parentOf(path));
-        const std::string original = folder.empty() ? std::string(name) : joined(folder, name);
-        if (name.empty() || isKept(original, place)) return ::unlinkat(place.folder, place.name, 0) == 0;
-        for (int number = 1;; ++number) {
-            const std::string found = std::string(name) + ".tidewrack-" + std::to_string(number);
-            int error = ::linkat(place.folder, place.name, place.folder, found.c_str(), 0) == 0 ? 0 : errno;
-            if (error == EEXIST) continue;
-            if (error != 0 && !isFree(place.folder, found)) return false;
-            if (error != 0) { // a volume without links
-                if (::renameat(place.folder, place.name, place.folder, found.c_str()) != 0) return false;
-            } else if (::unlinkat(place.folder, place.name, 0) != 0) {
-                return false;
-            }
-            recovered.push_back({original,
-                                 PathOutcome::Action::recovered,
-                                 EntryKind::file,
-                                 {Obstacle::Reason::none, 0, {}, folder.empty() ? found : joined(folder, found)}});
-            return true;
-        }
+        const std::string original = folder.empty() ? name : joined(folder, name);
+        const bool isFolder = left.kind == Attributes::Kind::folder;
+        bool bothNames = false;
+        if (isFolder && !name.empty() && giveName(place, {place.folder, name.c_str()}, bothNames) == 0) return true;
+        if (!isFolder && (name.empty() || isSecondName(place, left, name) || isKept(original, place)))
+            return ::unlinkat(place.folder, place.name, 0) == 0;
+        const std::string found = name.empty() ? std::string() : giveFreeName(place, name, bothNames);
+        if (found.empty()) return false;
+        recovered.push_back({original, PathOutcome::Action::recovered, isFolder ? EntryKind::dir : EntryKind::file});
+        recovered.back().found = folder.empty() ? found : joined(folder, found);
+        return !bothNames;
     }
 
   private:
-    static bool isFree(int folder, const std::string& name) {
-        Attributes attributes;
-        return attributesAt(folder, name.c_str(), attributes) == ENOENT;
+    // Whether the item has a name that people find: a process died between giving it that name and removing this one.
+    static bool isSecondName(Place place, const Attributes& left, const std::string& name) {
+        if (left.links < 2) return false;
+        std::string other = name;
+        Attributes there;
+        for (int number = 0; attributesAt(place.folder, other.c_str(), there) == 0 || number == 0; ++number) {
+            if (there.device == left.device && there.ino == left.ino) return true;
+            other = numberedName(place.folder, name, number + 1);
+        }
+        return false;
     }
 
     // The safety snapshot has what stood aside, the one gone back to what was about to take its place. Where there is
@@ -132,18 +135,23 @@ Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& pro
     Interrupted result{{}, markedRestores(history)};
     if (result.remaining.empty()) return result;
     std::vector<std::string> found;
-    projectWalker(project, nestedRoots(project, store.projects()), {prefixesOf(result.remaining), &found})
-        ->walk([](const Walker::Item&) { return true; });
-    std::sort(found.begin(), found.end());
+    const auto walker =
+        projectWalker(project, nestedRoots(project, store.projects()), {prefixesOf(result.remaining), &found});
+    walker->walk([](const Walker::Item&) { return true; });
+    const auto depth = [](const std::string& path) { return std::count(path.begin(), path.end(), '/'); };
+    std::sort(found.begin(), found.end(), [&](const std::string& a, const std::string& b) { // what is in a folder first
+        return std::pair(-depth(a), std::string_view(a)) < std::pair(-depth(b), std::string_view(b));
+    });
     Descriptor root;
     if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
     FolderBelow files(root.get());
-    bool all = true;
-    for (const MarkedRestore& restore : result.remaining) {
-        Leftovers leftovers(history, restore, files);
-        for (const std::string& path : found)
-            if (restore.owns(lastComponent(path))) all = leftovers.clear(path, result.recovered) && all;
-    }
+    bool all = walker->unread().empty();
+    for (const std::string& path : found)
+        for (const MarkedRestore& restore : result.remaining)
+            if (restore.owns(lastComponent(path)) && !Leftovers(history, restore, files).clear(path, result.outcomes)) {
+                result.outcomes.push_back({path, PathOutcome::Action::leftover});
+                all = false;
+            }
     if (all) {
         result.remaining.clear();
         markRestores(lock, history, {});
@@ -155,6 +163,11 @@ TakenSnapshot Engine::safetySnapshot(const ProjectLock& lock, const Project& pro
                                      const SnapshotRequest& request) const {
     Interrupted interrupted = clearInterrupted(lock, project);
     TakenSnapshot taken = snapshotLocked(lock, project, request, FolderChanges::recorded);
+    for (PathOutcome& outcome : interrupted.outcomes) {
+        const Entry* entry = taken.manifest.find(outcome.found);
+        if (outcome.action == PathOutcome::Action::recovered && (entry == nullptr || entry->notKept()))
+            outcome.action = PathOutcome::Action::recoveredUnsaved;
+    }
     taken.interrupted = std::move(interrupted);
     return taken;
 }

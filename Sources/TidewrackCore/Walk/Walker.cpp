@@ -87,15 +87,13 @@ bool Walker::yieldChildren(const FolderListing& listing, const Body& body) {
 bool Walker::yieldFile(std::string_view name, const Attributes& attributes, const Body& body) {
     if (name.size() == ignoredFile.size() && attributes.kind == Attributes::Kind::file && name == ignoredFile)
         return true;
-    if (!options_.temporaries.prefixes.empty() && isTemporary(name)) {
-        if (options_.temporaries.found != nullptr) options_.temporaries.found->push_back(path_);
-        return true;
-    }
+    if (isTemporary(name)) return true;
     return body({path_, entryOf(attributes)});
 }
 
 bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, const Body& body) {
     if (leavesOut(name, path_)) return true;
+    (void)isTemporary(name); // an exchange moves aside whatever has the name
     Item item{path_, entryOf(attributes)};
     const bool asks = asksGit(name);
     if (asks && isIgnored()) {
@@ -107,9 +105,15 @@ bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, co
     return true;
 }
 
-bool Walker::isTemporary(std::string_view name) const {
-    const auto& prefixes = options_.temporaries.prefixes;
-    return std::any_of(prefixes.begin(), prefixes.end(), [&](const auto& prefix) { return name.starts_with(prefix); });
+// Reports every temporary file of a restore. Returns whether it is an unfinished copy: a file that was moved aside may
+// be the only copy, and is listed.
+bool Walker::isTemporary(std::string_view name) {
+    const auto& [prefixes, found] = options_.temporaries;
+    const auto prefix =
+        std::find_if(prefixes.begin(), prefixes.end(), [&](const auto& each) { return name.starts_with(each); });
+    if (prefix == prefixes.end()) return false;
+    if (found != nullptr) found->push_back(path_);
+    return name.find_first_not_of("0123456789", prefix->size()) == std::string_view::npos;
 }
 
 bool Walker::leavesOut(std::string_view name, std::string_view path) const {

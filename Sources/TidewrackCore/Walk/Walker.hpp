@@ -47,10 +47,11 @@ class Walker {
         bool operator==(const Unread&) const = default;
     };
 
-    // Files that restores make for a moment: they are in no listing.
+    // Temporary files of restores. Unfinished copies, which have a number after the prefix and nothing more, are in no
+    // listing.
     struct Temporaries {
         std::vector<std::string> prefixes{};       // of their names
-        std::vector<std::string>* found = nullptr; // receives their paths
+        std::vector<std::string>* found = nullptr; // receives the paths of all
     };
 
     struct Options {
@@ -85,7 +86,7 @@ class Walker {
     bool yieldChildren(const FolderListing& listing, const Body& body);
     bool yieldFile(std::string_view name, const Attributes& attributes, const Body& body);
     bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
-    [[nodiscard]] bool isTemporary(std::string_view name) const;
+    [[nodiscard]] bool isTemporary(std::string_view name);
     [[nodiscard]] bool leavesOut(std::string_view name, std::string_view path) const;
     [[nodiscard]] bool asksGit(std::string_view name) const;
     [[nodiscard]] bool isIgnored();

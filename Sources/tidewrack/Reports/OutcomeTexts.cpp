@@ -54,6 +54,11 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
 
 namespace {
 
+std::string recoveredText(const PathOutcome& outcome) {
+    return "a restore that was cut short had left a version of " + outcome.path + " that no snapshot had; it is " +
+           outcome.found;
+}
+
 // None for what was done.
 std::string outcomeText(const PathOutcome& outcome, const RestoreResult& result) {
     const std::string& path = outcome.path;
@@ -68,9 +73,9 @@ std::string outcomeText(const PathOutcome& outcome, const RestoreResult& result)
     case Action::kept: return "kept " + path + "/: " + reason;
     case Action::keptContents: return "kept what is in " + path + "/: " + reason;
     case Action::skipped: return "skipped " + path + ": " + reason;
-    case Action::recovered:
-        return "a restore that was cut short had left a version of " + path + " that no snapshot had; it is " +
-               outcome.obstacle.detail + " in " + numberText(result.safety.seq);
+    case Action::recovered: return recoveredText(outcome) + " in " + numberText(result.safety.seq);
+    case Action::recoveredUnsaved: return recoveredText(outcome) + " now";
+    case Action::leftover: return "couldn't clear away " + path + ", which a restore that was cut short had left";
     case Action::missing: return path + " " + reason;
     }
     return "";
