@@ -300,13 +300,20 @@ TEST_F(RestoreTest, lostOrDamagedContentReplacesNothing) {
     EXPECT_EQ(f.read("project/src/main.c/new"), "makes way for nothing");
 }
 
-TEST_F(RestoreTest, givesFoldersToTheOwnerOfTheirParent) {
+TEST_F(RestoreTest, givesWhatRootMakesToTheOwnerOfWhatItJoins) {
     if (::geteuid() != 0) GTEST_SKIP() << "only root can";
     constexpr uid_t owner = 12345;
     ASSERT_EQ(::chown(world.projectPath().c_str(), owner, owner), 0);
     f.remove("project/src");
     world.ok({"restore", "1"});
-    for (const char* path : {"project/src", "project/src/deep/er"}) {
+    for (const char* lines : {"1\n2\n3\n", "one\n2\n3\n", "one\n2\nthree\n"}) {
+        f.write("project/lines", lines);
+        ASSERT_EQ(::chown(f.at("project/lines").c_str(), owner, owner), 0);
+        if (std::string(lines).find("three") == std::string::npos) world.ok({"snap"});
+    }
+    world.ok({"undo", "4..5"});
+    EXPECT_EQ(f.read("project/lines"), "1\n2\nthree\n");
+    for (const char* path : {"project/src", "project/src/deep/er", "project/lines"}) {
         struct stat status {};
         ASSERT_EQ(::stat(f.at(path).c_str(), &status), 0);
         EXPECT_EQ(status.st_uid, owner) << path;

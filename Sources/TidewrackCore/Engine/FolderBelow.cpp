@@ -57,8 +57,10 @@ int FolderBelow::makeFolder(std::string_view path, std::uint16_t mode) {
     if (const int error = place(path, at)) return error;
     if (::mkdirat(at.folder, at.name, mode) != 0) return errno;
     struct stat parent {};
-    if (::geteuid() == 0 && ::fstat(at.folder, &parent) == 0) // else everything in it would lie in a folder of root's
-        (void)!::fchownat(at.folder, at.name, parent.st_uid, parent.st_gid, AT_SYMLINK_NOFOLLOW);
+    if (::geteuid() != 0 || ::fstat(at.folder, &parent) != 0) return 0;
+    // Otherwise the user's files would be in a folder of root's. The name may lead to something else by now.
+    const Descriptor made(::openat(at.folder, at.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (made) (void)!::fchown(made.get(), parent.st_uid, parent.st_gid);
     return 0;
 }
 

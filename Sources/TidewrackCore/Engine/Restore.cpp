@@ -1,11 +1,13 @@
 // Putting a folder back. Before anything is touched a safety snapshot is taken; a path is replaced or removed only
 // while it is exactly what that snapshot recorded, so nothing is destroyed that cannot be brought back.
 
+#include "Engine/FolderBelow.hpp"
 #include "Engine/RestoreRun.hpp"
 #include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Flush.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Platform/Volumes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -71,6 +73,22 @@ void addMissing(const std::vector<std::string>& asked, const Manifest& target, c
         if (!isListed(target, path) && !isListed(current, path))
             result.outcomes.push_back(
                 {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
+}
+
+// Gives a text that root has merged to the owner of the file that it replaces, or else of the folder: a copy gets the
+// owner of what is kept.
+void giveOwners(const Project& project, const History& history, const RestorePlan& plan, std::int64_t texts) {
+    Descriptor root;
+    if (::geteuid() != 0 || openFolder(project.root, root) != 0) return;
+    FolderBelow files(root.get());
+    for (const Manifest::Item* item : plan.writes) {
+        if (!item->entry.blob.starts_with(std::to_string(texts) + "/")) continue;
+        Place place;
+        struct stat there {};
+        if (files.place(item->path, place) != 0) continue;
+        if (::fstatat(place.folder, place.name, &there, AT_SYMLINK_NOFOLLOW) == 0 || ::fstat(place.folder, &there) == 0)
+            (void)!::lchown(history.blobPath(item->entry.blob).c_str(), there.st_uid, there.st_gid);
+    }
 }
 
 // A file that was recovered just now, and that the snapshot gone back to lacks, is not counted as removed: nobody has
@@ -160,6 +178,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                              lostContents(history, target.manifest, safety.manifest)};
     RestorePlan plan = planRestore(input);
     if (keepUnseen(lock, project, plan, safety)) plan = planRestore(input);
+    if (reversal.seq) giveOwners(project, history, plan, *reversal.seq);
     Temporaries names;
     std::vector<MarkedRestore> marked = safety.interrupted.remaining;
     const bool needsMark = !plan.writes.empty() || !plan.removeFiles.empty();
