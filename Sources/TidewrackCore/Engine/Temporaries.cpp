@@ -1,5 +1,8 @@
 #include "Engine/Temporaries.hpp"
 
+#include "Platform/Descriptor.hpp"
+#include "Platform/Flush.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
@@ -68,6 +71,10 @@ void markRestores(const ProjectLock&, const History& history, const std::vector<
         text += restore.prefix + " " + std::to_string(restore.safety) + " " + std::to_string(restore.target) + "\n";
     // On the disk before the first of them is made: those whose mark a power cut took would be taken for the user's.
     writeFileAtomically(path, text);
+    Descriptor folder;
+    int error = openFolder(history.folder(), folder);
+    if (error == 0 && !keepsOrder(folder.get())) error = flushNames(folder.get());
+    if (error != 0) throw TidewrackError::io("flush", path, error);
 }
 
 Temporaries::Temporaries() {
