@@ -16,7 +16,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <utility>
 
 namespace tidewrack {
 
@@ -128,6 +130,71 @@ std::size_t nextContent(const Manifest& manifest, const std::string& own) {
     return static_cast<std::size_t>(next);
 }
 
+// The files whose content on the disk is not the kept one.
+std::vector<const Manifest::Item*> differing(const std::vector<const Manifest::Item*>& files, int root,
+                                             const History& history, const Progress& progress) {
+    const std::string blobs = history.blobsFolder();
+    const Descriptor kept(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!kept) throw TidewrackError::io("read", blobs, errno);
+    std::atomic<std::size_t> done = 0;
+    const auto same = cloneAll(files.size(), threads, root, [&](std::size_t i, CloneWorker& worker) {
+        if (progress) progress("compared", ++done);
+        const std::string blob(files[i]->entry.blob);
+        Place place;
+        return worker.project.place(files[i]->path, place) == 0 && sameContent(place, {kept.get(), blob.c_str()}) ? 1
+                                                                                                                  : 0;
+    });
+    std::vector<const Manifest::Item*> changed;
+    for (std::size_t i = 0; i < files.size(); ++i)
+        if (same[i] != 1) changed.push_back(files[i]);
+    return changed;
+}
+
+// Keeps their contents as the safety snapshot's own.
+std::vector<KeepJob> keepAnew(const std::vector<const Manifest::Item*>& changed, int root, const History& history,
+                              const TakenSnapshot& safety, PendingWrites& pending) {
+    const std::string own = std::to_string(safety.result.meta.seq);
+    const std::string path = history.blobPath(own);
+    if (::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) throw TidewrackError::io("create", path, errno);
+    Descriptor folder;
+    if (const int error = openFolder(path, folder)) throw TidewrackError::io("open", path, error);
+    const Keeper keeper(folder.get(), INT64_MAX); // what was kept once is kept again
+    std::size_t next = nextContent(safety.manifest, own + "/");
+    std::vector<KeepJob> jobs;
+    jobs.reserve(changed.size());
+    for (const Manifest::Item* item : changed) jobs.push_back({{}, own + "/" + std::to_string(next++), item->entry});
+    const auto errors = cloneAll(jobs.size(), threads, root, [&](std::size_t i, CloneWorker& worker) {
+        worker.memory.pending = &pending;
+        keeper.keep(jobs[i], changed[i]->path, worker);
+        return 0;
+    });
+    for (std::size_t i = 0; i < jobs.size(); ++i)
+        if (errors[i] != 0) jobs[i].failure = KeepFailure::system(errors[i]); // no memory for it
+    return jobs;
+}
+
+// The listing with the contents that were kept anew, and their number. A file that is gone by now stays as listed.
+std::pair<Manifest, std::int64_t> relisted(const Manifest& listing, const std::vector<const Manifest::Item*>& changed,
+                                           const std::vector<KeepJob>& jobs) {
+    ManifestBuilder builder(listing);
+    std::string blob;
+    std::int64_t count = 0;
+    std::size_t next = 0; // both are in the listing's order
+    std::uint32_t rank = 0;
+    for (const auto& item : listing.items()) {
+        const KeepJob* job = next < changed.size() && changed[next] == &item ? &jobs[next++] : nullptr;
+        if (job != nullptr && (job->failure.error == ENOENT || job->failure.error == ENOTDIR)) job = nullptr;
+        Entry entry = job != nullptr ? job->entry : item.entry;
+        if (job != nullptr) {
+            blob = job->failure ? job->failure.blob() : job->blob;
+            entry.blob = blob;
+            ++count;
+        }
+        builder.add(item.path, entry, rank++);
+    }
+    return {builder.finish(), count};
+}
+
 } // namespace
 
 Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& project) const {
@@ -179,54 +246,20 @@ bool Engine::keepUnseen(const ProjectLock& lock, const Project& project, const R
                         TakenSnapshot& safety) const {
     const History history = store.history(project);
     SnapshotMeta& meta = safety.result.meta;
-    auto files = takenOver(plan, safety);
+    const auto files = takenOver(plan, safety);
     if (files.empty()) return false;
     Descriptor root;
     if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
-    const std::string blobs = history.blobsFolder();
-    const Descriptor kept(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!kept) throw TidewrackError::io("read", blobs, errno);
-    const auto same = cloneAll(files.size(), threads, root.get(), [&](std::size_t i, CloneWorker& worker) {
-        const std::string blob(files[i]->entry.blob);
-        Place place;
-        return worker.project.place(files[i]->path, place) == 0 && sameContent(place, {kept.get(), blob.c_str()}) ? 1
-                                                                                                                  : 0;
-    });
-    std::vector<const Manifest::Item*> changed;
-    for (std::size_t i = 0; i < files.size(); ++i)
-        if (same[i] != 1) changed.push_back(files[i]);
+    const auto changed = differing(files, root.get(), history, progress);
     if (changed.empty()) return false;
-
-    const std::string own = std::to_string(meta.seq);
-    const std::string path = history.blobPath(own);
-    if (::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) throw TidewrackError::io("create", path, errno);
-    Descriptor folder;
-    if (const int error = openFolder(path, folder)) throw TidewrackError::io("open", path, error);
-    const Keeper keeper(folder.get(), INT64_MAX); // what was kept once is kept again
-    std::size_t next = nextContent(safety.manifest, own + "/");
-    std::vector<KeepJob> jobs;
-    jobs.reserve(changed.size());
-    for (const Manifest::Item* item : changed) jobs.push_back({{}, own + "/" + std::to_string(next++), item->entry});
     PendingWrites pending;
-    const auto errors = cloneAll(jobs.size(), threads, root.get(), [&](std::size_t i, CloneWorker& worker) {
-        worker.memory.pending = &pending;
-        keeper.keep(jobs[i], changed[i]->path, worker);
-        return 0;
-    });
-    ManifestBuilder builder;
-    for (const auto& item : safety.manifest.items()) builder.add(item.path, item.entry);
-    for (std::size_t i = 0; i < jobs.size(); ++i) {
-        KeepFailure& failure = jobs[i].failure;
-        if (errors[i] != 0) failure = KeepFailure::system(errors[i]);      // no memory for it
-        if (failure.error == ENOENT || failure.error == ENOTDIR) continue; // gone meanwhile
-        const std::string blob = failure ? failure.blob() : jobs[i].blob;
-        jobs[i].entry.blob = blob;
-        builder.add(changed[i]->path, jobs[i].entry);
-    }
-    safety.manifest = builder.finish(); // of two entries for one path the later one stays
+    const auto jobs = keepAnew(changed, root.get(), history, safety, pending);
+    auto [listing, count] = relisted(safety.manifest, changed, jobs);
+    if (count == 0) return false;
+    safety.manifest = std::move(listing);
     history.writeManifest(lock, meta.seq, safety.manifest, pending);
     meta.manifestOf = meta.seq;
-    meta.modified += static_cast<std::int64_t>(jobs.size());
+    meta.modified += count;
     history.writeSnapshot(lock, meta);
     history.bringNamesToDisk(lock);
     return true;
