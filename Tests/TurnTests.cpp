@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -83,6 +84,23 @@ class Turns : public ::testing::Test {
 };
 
 } // namespace
+
+// Through a shared mapping: nothing but the bytes tells it.
+TEST_F(Turns, aLaterChangeThatLeavesTheTimesAloneStays) {
+    prompt("s", "Set the port");
+    f.write("project/config", "port = 8080\ndebug = off\n");
+    const Descriptor file(::open(f.at("project/config").c_str(), O_RDWR | O_CLOEXEC));
+    auto* const mapped = static_cast<char*>(::mmap(nullptr, 24, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0));
+    ASSERT_NE(mapped, MAP_FAILED);
+    mapped[0] = 'p'; // volumes tell the first such change
+    stop("s");
+    mapped[20] = 'O';
+    ::munmap(mapped, 24);
+    EXPECT_NE(back({"undo", "--last"}).find("~ config  merged\n"), std::string::npos);
+    EXPECT_EQ(config(), "port = 80\ndebug = Off\n");
+    world.ok({"redo"});
+    EXPECT_EQ(config(), "port = 8080\ndebug = Off\n");
+}
 
 TEST_F(Turns, oneTurnGoesAndTheLaterOneStays) {
     struct Client {

@@ -102,6 +102,7 @@ struct TakenSnapshot {
     SnapshotResult result;
     Manifest manifest;
     Interrupted interrupted;
+    std::set<std::string, std::less<>> compared; // the paths that keepUnseen has compared
 };
 
 class Engine {
@@ -168,9 +169,14 @@ class Engine {
     // What every restore begins with: it clears up after those that were cut short, and takes the safety snapshot.
     [[nodiscard]] TakenSnapshot safetySnapshot(const ProjectLock& lock, const Project& project,
                                                const SnapshotRequest& request) const;
+    // A change through a shared mapping leaves size and times as they are, so a snapshot can't see it. The files that
+    // are about to be replaced or removed are therefore compared with what is kept; where they differ the content on
+    // the disk becomes the safety snapshot's own. Each file is compared once. Returns whether the listing of `safety`
+    // changed.
+    using Scope = std::function<bool(std::string_view)>;
+    bool keepUnseen(const ProjectLock& lock, const Project& project, const Scope& touched, TakenSnapshot& safety) const;
     // What every restore comes down to: what is in `scope` becomes as `target` lists it, where it is as `safety` has
     // it. `safety` gains what it could not see, and its record with it.
-    using Scope = std::function<bool(std::string_view)>;
     struct Target {
         std::optional<std::int64_t> seq; // none: put together from several
         Manifest manifest;
@@ -205,8 +211,6 @@ class Engine {
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
-    bool keepUnseen(const ProjectLock& lock, const Project& project, const RestorePlan& plan,
-                    TakenSnapshot& safety) const;
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,

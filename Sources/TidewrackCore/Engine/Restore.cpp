@@ -177,7 +177,11 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                              ::geteuid() == 0,
                              lostContents(history, target.manifest, safety.manifest)};
     RestorePlan plan = planRestore(input);
-    if (keepUnseen(lock, project, plan, safety)) plan = planRestore(input);
+    std::set<std::string, std::less<>> touched; // copies: what the plan points to may go with the listing
+    for (const auto* list : {&plan.removeFiles, &plan.writes})
+        for (const Manifest::Item* item : *list) touched.emplace(item->path);
+    const Scope isTouched = [&](std::string_view path) { return touched.contains(path); };
+    if (!touched.empty() && keepUnseen(lock, project, isTouched, safety)) plan = planRestore(input);
     if (reversal.seq) giveOwners(project, history, plan, *reversal.seq);
     Temporaries names;
     std::vector<MarkedRestore> marked = safety.interrupted.remaining;

@@ -106,17 +106,13 @@ class Leftovers {
     FolderBelow& project_;
 };
 
-// The files that a plan replaces or removes and whose content the safety snapshot took over from the one before.
-std::vector<const Manifest::Item*> takenOver(const RestorePlan& plan, const TakenSnapshot& safety) {
+// The files whose content the safety snapshot took over from the one before, and that were not compared yet.
+std::vector<const Manifest::Item*> takenOver(const Engine::Scope& touched, const TakenSnapshot& safety) {
     const std::string own = std::to_string(safety.result.meta.seq) + "/";
-    std::set<std::string_view> paths;
-    for (const auto* list : {&plan.removeFiles, &plan.writes})
-        for (const Manifest::Item* item : *list) paths.insert(item->path);
     std::vector<const Manifest::Item*> files;
-    if (paths.empty()) return files;
     for (const auto& item : safety.manifest.items())
         if (item.entry.kind == EntryKind::file && item.entry.isKept() && !item.entry.blob.starts_with(own) &&
-            paths.contains(item.path))
+            touched(item.path) && !safety.compared.contains(item.path))
             files.push_back(&item);
     return files;
 }
@@ -239,15 +235,13 @@ TakenSnapshot Engine::safetySnapshot(const ProjectLock& lock, const Project& pro
     return taken;
 }
 
-// A change through a shared mapping leaves size and times as they are, so a snapshot can't see it. What a restore is
-// about to replace or remove is therefore compared with what is kept; where it differs the content on the disk becomes
-// the safety snapshot's own. Returns whether its listing changed.
-bool Engine::keepUnseen(const ProjectLock& lock, const Project& project, const RestorePlan& plan,
+bool Engine::keepUnseen(const ProjectLock& lock, const Project& project, const Scope& touched,
                         TakenSnapshot& safety) const {
     const History history = store.history(project);
     SnapshotMeta& meta = safety.result.meta;
-    const auto files = takenOver(plan, safety);
+    const auto files = takenOver(touched, safety);
     if (files.empty()) return false;
+    for (const Manifest::Item* file : files) safety.compared.emplace(file->path);
     Descriptor root;
     if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
     const auto changed = differing(files, root.get(), history, progress);

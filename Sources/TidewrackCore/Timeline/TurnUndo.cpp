@@ -111,6 +111,13 @@ bool acts(const UndoAction& action) {
     return action.acts();
 }
 
+Engine::Scope actedOn(const std::vector<UndoAction>& actions) {
+    std::set<std::string, std::less<>> paths;
+    for (const UndoAction& action : actions)
+        if (action.acts()) paths.insert(action.path);
+    return [paths = std::move(paths)](std::string_view path) { return paths.contains(path); };
+}
+
 std::vector<NotedEdit> readNotedEdits(const History& history) {
     std::string log;
     return readFile(editLogPath(history.folder()), log) == 0 ? notedEdits(log) : std::vector<NotedEdit>();
@@ -345,6 +352,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     request.reversal = choice.by;
     TakenSnapshot safety = engine_.safetySnapshot(lock, project_, request);
     Actions actions = plan(steps, safety.manifest, options);
+    if (engine_.keepUnseen(lock, project_, actedOn(actions), safety)) actions = plan(steps, safety.manifest, options);
     bool whole = true;
     if (!options.paths.empty()) {
         Options all = options;
