@@ -86,19 +86,10 @@ class Leftovers {
             if (entry == nullptr || !entry->isKept()) return false;
             const std::string blob = history_.blobPath(entry->blob);
             if (entry->kind == EntryKind::file) return sameContent(place, {AT_FDCWD, blob.c_str()});
-            const auto kept = linkText({AT_FDCWD, blob.c_str()});
-            return kept && kept == linkText(place);
+            return sameLink(place, {AT_FDCWD, blob.c_str()});
         } catch (const std::exception&) { // pruned since, or damaged: then it has nothing
             return false;
         }
-    }
-
-    static std::optional<std::string> linkText(Place place) {
-        std::string text(4096, '\0');
-        const ssize_t size = ::readlinkat(place.folder, place.name, text.data(), text.size());
-        if (size < 0) return std::nullopt;
-        text.resize(static_cast<std::size_t>(size));
-        return text;
     }
 
     const History& history_;

@@ -4,7 +4,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -50,6 +52,22 @@ bool sameContent(Place a, Place b) {
         if (std::memcmp(blocks.get(), other, static_cast<std::size_t>(count)) != 0) return false;
         if (static_cast<std::size_t>(count) < blockSize) return true;
     }
+}
+
+bool sameContent(const std::string& a, const std::string& b) {
+    return sameContent({AT_FDCWD, a.c_str()}, {AT_FDCWD, b.c_str()});
+}
+
+bool sameLink(Place a, Place b) {
+    std::array<char, 4097> first{};
+    std::array<char, 4097> second{};
+    const ssize_t size = ::readlinkat(a.folder, a.name, first.data(), first.size());
+    return size > 0 && ::readlinkat(b.folder, b.name, second.data(), second.size()) == size &&
+           std::memcmp(first.data(), second.data(), static_cast<std::size_t>(size)) == 0;
+}
+
+bool sameLink(const std::string& a, const std::string& b) {
+    return sameLink({AT_FDCWD, a.c_str()}, {AT_FDCWD, b.c_str()});
 }
 
 } // namespace tidewrack

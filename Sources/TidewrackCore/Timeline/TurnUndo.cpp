@@ -1,15 +1,14 @@
 #include "Timeline/TurnUndo.hpp"
 
+#include "Engine/SameContent.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/Elsewhere.hpp"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <set>
@@ -24,31 +23,9 @@ using Reason = UndoAction::Reason;
 
 constexpr std::string_view live = "live:"; // before the path of a file in the project itself
 
-bool sameBytes(const std::string& one, const std::string& other) {
-    const Descriptor a(::open(one.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-    const Descriptor b(::open(other.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-    if (!a || !b) return false;
-    std::array<char, 65536> mine{};
-    std::array<char, 65536> theirs{};
-    for (off_t at = 0;; at += static_cast<off_t>(mine.size())) {
-        const ssize_t count = ::pread(a.get(), mine.data(), mine.size(), at);
-        if (count < 0 || ::pread(b.get(), theirs.data(), theirs.size(), at) != count) return false;
-        if (!std::equal(mine.begin(), mine.begin() + count, theirs.begin())) return false;
-        if (count < static_cast<ssize_t>(mine.size())) return true;
-    }
-}
-
 // How a snapshot lists a file that is too large to be kept: it is the same while its size and time are.
 std::string unkeptBlob(const Entry& entry) {
     return "big:" + std::to_string(entry.size) + ":" + std::to_string(entry.mtime);
-}
-
-bool sameDestination(const std::string& one, const std::string& other) {
-    std::array<char, 4097> mine{};
-    std::array<char, 4097> theirs{};
-    const ssize_t count = ::readlink(one.c_str(), mine.data(), mine.size());
-    return count > 0 && ::readlink(other.c_str(), theirs.data(), theirs.size()) == count &&
-           std::equal(mine.begin(), mine.begin() + count, theirs.begin());
 }
 
 Entry mergedEntry(const UndoAction& action, std::string_view blob) {
@@ -278,7 +255,7 @@ UndoContents TurnUndo::contents(const Manifest& now) const {
         if (a.notKept() || b.notKept())
             return (a.notKept() ? std::string(a.blob) : unkeptBlob(a)) ==
                    (b.notKept() ? std::string(b.blob) : unkeptBlob(b));
-        return a.kind == EntryKind::link ? sameDestination(place(a), place(b)) : sameBytes(place(a), place(b));
+        return a.kind == EntryKind::link ? sameLink(place(a), place(b)) : sameContent(place(a), place(b));
     };
     const auto read = [place, isWhole](const Entry& entry) {
         LineDiff::Content content = LineDiff::read(place(entry));

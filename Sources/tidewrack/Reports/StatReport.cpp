@@ -1,51 +1,18 @@
 #include "Reports/StatReport.hpp"
 
 #include "Changes/LineDiff.hpp"
-#include "Platform/Descriptor.hpp"
+#include "Engine/SameContent.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstring>
 
 namespace tidewrack {
 
 namespace {
-
-// Fills `buffer` as far as the file goes. None when it can't be read.
-std::optional<std::size_t> readPiece(int fd, std::vector<char>& buffer) {
-    std::size_t filled = 0;
-    while (filled < buffer.size()) {
-        const ssize_t count = ::read(fd, buffer.data() + filled, buffer.size() - filled);
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return std::nullopt;
-        if (count == 0) break;
-        filled += static_cast<std::size_t>(count);
-    }
-    return filled;
-}
-
-// Files that can't be read count as different.
-bool sameBytes(const std::string& one, const std::string& other) {
-    const Descriptor a(::open(one.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    const Descriptor b(::open(other.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!a || !b) return false;
-    std::vector<char> pieceOfA(1 << 16);
-    std::vector<char> pieceOfB(1 << 16);
-    while (true) {
-        const auto lengthOfA = readPiece(a.get(), pieceOfA);
-        const auto lengthOfB = readPiece(b.get(), pieceOfB);
-        if (!lengthOfA || lengthOfA != lengthOfB) return false;
-        if (std::memcmp(pieceOfA.data(), pieceOfB.data(), *lengthOfA) != 0) return false;
-        if (*lengthOfA < pieceOfA.size()) return true;
-    }
-}
 
 bool isTouchedOnly(const Store& store, const Project& project, const Entry& older, const Entry& newer) {
     if (older.kind != newer.kind || older.mode != newer.mode || older.size != newer.size) return false;
@@ -53,7 +20,7 @@ bool isTouchedOnly(const Store& store, const Project& project, const Entry& olde
     const auto after = sideOf(store, project, &newer);
     if (!before || !after || !before->content || !after->content) return false;
     if (older.kind == EntryKind::link) return before->content == after->content;
-    return sameBytes(*before->content, *after->content);
+    return sameContent(*before->content, *after->content);
 }
 
 std::string lineCounts(std::size_t added, std::size_t removed) {
