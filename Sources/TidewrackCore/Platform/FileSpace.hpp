@@ -14,5 +14,7 @@ struct FileSpace {
 
 // Of a file or link itself. Returns an errno value.
 [[nodiscard]] int fileSpace(const std::string& path, FileSpace& out);
+// The part of it that each system answers its own way: sets `shared` of a regular file whose `taken` is known.
+[[nodiscard]] int sharedSpace(const std::string& path, FileSpace& out);
 
 } // namespace tidewrack

@@ -7,7 +7,6 @@
 #include <linux/fiemap.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -44,13 +43,7 @@ std::optional<std::int64_t> sharedBytes(int file) {
 
 } // namespace
 
-int fileSpace(const std::string& path, FileSpace& out) {
-    constexpr std::int64_t blockSize = 512; // of st_blocks, whatever the volume's is
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return errno;
-    out.taken = static_cast<std::int64_t>(status.st_blocks) * blockSize;
-    out.shared = 0;
-    if (!S_ISREG(status.st_mode) || out.taken == 0) return 0;
+int sharedSpace(const std::string& path, FileSpace& out) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file) return errno;
     out.shared = sharedBytes(file.get());

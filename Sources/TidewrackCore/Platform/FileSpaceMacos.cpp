@@ -3,11 +3,9 @@
 #include "Platform/FileSpace.hpp"
 
 #include <sys/attr.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 namespace tidewrack {
 
@@ -20,13 +18,7 @@ struct __attribute__((packed, aligned(4))) PrivateSize {
 
 } // namespace
 
-int fileSpace(const std::string& path, FileSpace& out) {
-    constexpr std::int64_t blockSize = 512; // of st_blocks, whatever the volume's is
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return errno;
-    out.taken = static_cast<std::int64_t>(status.st_blocks) * blockSize;
-    out.shared = 0;
-    if (!S_ISREG(status.st_mode) || out.taken == 0) return 0;
+int sharedSpace(const std::string& path, FileSpace& out) {
     struct attrlist wanted {};
     wanted.bitmapcount = ATTR_BIT_MAP_COUNT;
     wanted.forkattr = ATTR_CMNEXT_PRIVATESIZE;
