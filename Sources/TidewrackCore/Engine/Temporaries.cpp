@@ -19,7 +19,6 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::string_view beginning = ".tidewrack-";
 constexpr long longestName = 255; // of most volumes
 
 std::string pathOf(const History& history) {
@@ -46,8 +45,8 @@ std::vector<MarkedRestore> markedRestores(const History& history) {
     MarkedRestore restore;
     for (std::string line; std::getline(lines, line);) { // of one that a power cut took nothing is ours
         std::istringstream words(line);
-        if (words >> restore.prefix >> restore.safety >> restore.target && restore.prefix.starts_with(beginning) &&
-            restore.prefix.size() > beginning.size())
+        if (words >> restore.prefix >> restore.safety >> restore.target && restore.prefix.starts_with(temporaryPrefix) &&
+            restore.prefix.size() > temporaryPrefix.size())
             restores.push_back(restore);
     }
     return restores;
@@ -82,7 +81,7 @@ Temporaries::Temporaries() {
     const auto mark = static_cast<std::uint64_t>(std::chrono::nanoseconds(now).count());
     char text[17] = {};
     const auto end = std::to_chars(text, text + 16, mark, 16).ptr;
-    prefix_ = std::string(beginning) + std::to_string(::getpid()) + "-" + std::string(text, end) + "-";
+    prefix_ = std::string(temporaryPrefix) + std::to_string(::getpid()) + "-" + std::string(text, end) + "-";
 }
 
 std::string Temporaries::forCopy() {

@@ -19,12 +19,6 @@
 
 namespace tidewrack {
 
-namespace {
-
-constexpr std::string_view temporaryPrefix = ".tidewrack-";
-
-} // namespace
-
 int readFile(const std::string& path, std::string& out) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file) return errno;

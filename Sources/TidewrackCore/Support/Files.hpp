@@ -18,6 +18,8 @@ namespace tidewrack {
 [[nodiscard]] int readFile(const std::string& path, std::string& out);
 
 // --- Temporary files ---
+// All of them begin so.
+constexpr std::string_view temporaryPrefix = ".tidewrack-";
 // A file that replaces another one is first written under a temporary name in the same folder: ".tidewrack-<pid>-<n>".
 [[nodiscard]] std::string temporaryName();
 // Whether the name is such a one of a process that died. One that bears this process's number is of an earlier process
