@@ -53,7 +53,7 @@ struct SnapshotResult {
         KeepFailure reason;
     };
     std::optional<Unsaved> firstUnsaved;
-    NotKept notKept;                 // what it lists without its content
+    NotKept notKept;                 // what it lists without its content; of Engine::snapshot() alone
     std::vector<std::string> unseen; // those of the warnings that tell what the walk could not see
 };
 
@@ -116,10 +116,9 @@ class Engine {
 
     // --- Snapshots ---
     // Also prunes when the latest automatic prune is more than an hour old and there is time left.
-    SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const {
-        return snapshotListed(project, request).result;
-    }
-    TakenSnapshot snapshotListed(const Project& project, const SnapshotRequest& request) const; // with its listing
+    SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
+    // The same with its listing; what that names without its content is not counted.
+    TakenSnapshot snapshotListed(const Project& project, const SnapshotRequest& request) const;
     enum class FolderChanges { ignored, recorded }; // whether folders alone (sameFolders) are worth a manifest
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
                                  FolderChanges folderChanges = FolderChanges::ignored) const;

@@ -284,10 +284,15 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     return taken;
 }
 
+SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
+    TakenSnapshot taken = snapshotListed(project, request);
+    taken.result.notKept = notKeptIn(taken.manifest);
+    return std::move(taken.result);
+}
+
 TakenSnapshot Engine::snapshotListed(const Project& project, const SnapshotRequest& request) const {
     const ProjectLock lock(store.history(project).lockPath(), request.deadline);
     TakenSnapshot taken = snapshotLocked(lock, project, request);
-    taken.result.notKept = notKeptIn(taken.manifest);
     if (!passed(request.deadline)) pruneIfDue(lock, project, taken.result);
     return taken;
 }
