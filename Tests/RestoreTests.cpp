@@ -169,6 +169,10 @@ TEST_F(RestoreTest, leavesAFolderThatGitIgnoresAsClosedAsItWas) {
     world.ok({"snap"});
     if (!git(f.at("project"), "init -q")) GTEST_SKIP() << "git is not installed";
     f.write("project/.gitignore", "build/\n");
+    // What a killed restore left there before is found all the same.
+    f.write("store/projects/" + world.project().id + "/restores", ".tidewrack-12-ab- 2 1\n");
+    f.write("project/build/.tidewrack-12-ab-0-x", "somebody's words");
+    EXPECT_NE(world.ok({"restore", "2", "a.txt"}).find("it is build/x.tidewrack-1 now\n"), std::string::npos);
     f.remove("project/build/x");
     ::chmod(f.at("project/build").c_str(), 0500);
     world.ok({"restore", "2", "build/x"});

@@ -32,6 +32,28 @@ class Leftovers {
     Leftovers(const History& history, const MarkedRestore& restore, FolderBelow& project)
         : history_(history), restore_(restore), project_(project) {}
 
+    [[nodiscard]] bool owns(const std::string& path) const { return restore_.owns(lastComponent(path)); }
+
+    // Finds out which of these paths hold what a snapshot has. Each listing is read once.
+    void lookUp(const std::vector<std::string>& paths) {
+        std::vector<std::string> open;
+        std::copy_if(paths.begin(), paths.end(), std::back_inserter(open), [&](const std::string& path) {
+            return owns(path) && !nameOf(path).empty(); // what is no copy that was being made
+        });
+        // The safety snapshot has what was moved aside, the one gone back to what was about to replace it.
+        lookIn({restore_.safety, restore_.target}, open);
+        const auto seqs = history_.seqs();
+        if (std::binary_search(seqs.begin(), seqs.end(), restore_.target)) return;
+        // There is no such one any more, or several were put together: any may have it, or it is a text made for the
+        // record to come.
+        const std::string texts = std::to_string(restore_.target);
+        for (const std::string& name : listFolder(history_.blobPath(texts)))
+            settle(open, [&](const std::string&, Place place) {
+                return sameContent(place, {AT_FDCWD, history_.blobPath(joined(texts, name)).c_str()});
+            });
+        lookIn({seqs.rbegin(), seqs.rend()}, open);
+    }
+
     // Removes a temporary, or gives it a name that people find, when no snapshot has what it holds: then the outcome
     // says so. False when it is still there.
     bool clear(const std::string& path, std::vector<PathOutcome>& recovered) {
@@ -39,18 +61,17 @@ class Leftovers {
         Attributes left;
         if (project_.place(path, place) != 0) return false;
         if (const int error = attributesAt(place.folder, place.name, left)) return error == ENOENT;
-        const std::string name(MarkedRestore::original(lastComponent(path), restore_.prefix));
-        const std::string folder(parentOf(path));
-        const std::string original = folder.empty() ? name : joined(folder, name);
+        const std::string name = nameOf(path);
         const bool isFolder = left.kind == Attributes::Kind::folder;
         bool bothNames = false;
         if (isFolder && !name.empty() && giveName(place, {place.folder, name.c_str()}, bothNames) == 0) return true;
-        if (!isFolder && (name.empty() || isSecondName(place, left, name) || isKept(original, place)))
+        if (!isFolder && (name.empty() || isSecondName(place, left, name) || kept_.contains(path)))
             return ::unlinkat(place.folder, place.name, 0) == 0;
         const std::string found = name.empty() ? std::string() : giveFreeName(place, name, bothNames);
         if (found.empty()) return false;
-        recovered.push_back({original, PathOutcome::Action::recovered, isFolder ? EntryKind::dir : EntryKind::file});
-        recovered.back().found = folder.empty() ? found : joined(folder, found);
+        recovered.push_back(
+            {beside(path, name), PathOutcome::Action::recovered, isFolder ? EntryKind::dir : EntryKind::file});
+        recovered.back().found = beside(path, found);
         return !bothNames;
     }
 
@@ -67,34 +88,55 @@ class Leftovers {
         return false;
     }
 
-    // The safety snapshot has what stood aside, the one gone back to what was about to take its place. Where there is
-    // no such one any more, or several were put together, any may have it, or it is a text made for the record to come.
-    bool isKept(const std::string& original, Place place) {
-        if (hasIt(restore_.safety, original, place) || hasIt(restore_.target, original, place)) return true;
-        const auto seqs = history_.seqs();
-        if (std::binary_search(seqs.begin(), seqs.end(), restore_.target)) return false;
-        const std::string texts = std::to_string(restore_.target);
-        for (const std::string& name : listFolder(history_.blobPath(texts)))
-            if (sameContent(place, {AT_FDCWD, history_.blobPath(joined(texts, name)).c_str()})) return true;
-        return std::any_of(seqs.rbegin(), seqs.rend(), [&](std::int64_t seq) { return hasIt(seq, original, place); });
+    // Empty for a copy that was being made.
+    [[nodiscard]] std::string nameOf(const std::string& path) const {
+        return std::string(MarkedRestore::original(lastComponent(path), restore_.prefix));
     }
 
-    bool hasIt(std::int64_t seq, const std::string& original, Place place) {
-        try {
-            const Manifest listing = history_.manifest(history_.snapshot(seq));
-            const Entry* entry = listing.find(original);
-            if (entry == nullptr || !entry->isKept()) return false;
-            const std::string blob = history_.blobPath(entry->blob);
-            if (entry->kind == EntryKind::file) return sameContent(place, {AT_FDCWD, blob.c_str()});
-            return sameLink(place, {AT_FDCWD, blob.c_str()});
-        } catch (const std::exception&) { // pruned since, or damaged: then it has nothing
-            return false;
+    static std::string beside(std::string_view path, const std::string& name) {
+        const std::string folder(parentOf(path));
+        return folder.empty() ? name : joined(folder, name);
+    }
+
+    // Takes those out of `open` that `isKept`.
+    template <typename IsKept>
+    void settle(std::vector<std::string>& open, IsKept isKept) {
+        std::erase_if(open, [&](const std::string& path) {
+            Place place;
+            if (project_.place(path, place) != 0 || !isKept(path, place)) return false;
+            kept_.insert(path);
+            return true;
+        });
+    }
+
+    void lookIn(const std::vector<std::int64_t>& seqs, std::vector<std::string>& open) {
+        for (const std::int64_t seq : seqs) {
+            if (open.empty()) return;
+            try {
+                const SnapshotMeta meta = history_.snapshot(seq);
+                if (!lookedIn_.insert(meta.manifestOf).second) continue;
+                const Manifest listing = history_.manifest(meta);
+                settle(open, [&](const std::string& path, Place place) {
+                    return hasIt(listing, beside(path, nameOf(path)), place);
+                });
+            } catch (const std::exception&) { // pruned since, or damaged: then it has nothing
+            }
         }
+    }
+
+    [[nodiscard]] bool hasIt(const Manifest& listing, const std::string& original, Place place) const {
+        const Entry* entry = listing.find(original);
+        if (entry == nullptr || !entry->isKept()) return false;
+        const std::string blob = history_.blobPath(entry->blob);
+        const Place kept{AT_FDCWD, blob.c_str()};
+        return entry->kind == EntryKind::file ? sameContent(place, kept) : sameLink(place, kept);
     }
 
     const History& history_;
     const MarkedRestore& restore_;
     FolderBelow& project_;
+    std::set<std::int64_t> lookedIn_;
+    std::set<std::string, std::less<>> kept_;
 };
 
 // The files whose content the safety snapshot took over from the one before, and that were not compared yet.
@@ -189,8 +231,10 @@ Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& pro
     Interrupted result{{}, markedRestores(history)};
     if (result.remaining.empty()) return result;
     std::vector<std::string> found;
+    Project everything = project;
+    everything.excludesIfIgnored.emplace(); // one may be in a folder that git has been told to ignore since
     const auto walker =
-        projectWalker(project, nestedRoots(project, store.projects()), {prefixesOf(result.remaining), &found});
+        projectWalker(everything, nestedRoots(project, store.projects()), {prefixesOf(result.remaining), &found});
     walker->walk([](const Walker::Item&) { return true; });
     const auto depth = [](const std::string& path) { return std::count(path.begin(), path.end(), '/'); };
     std::sort(found.begin(), found.end(), [&](const std::string& a, const std::string& b) { // what is in a folder first
@@ -199,10 +243,12 @@ Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& pro
     Descriptor root;
     if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
     FolderBelow files(root.get());
+    std::vector<Leftovers> leftovers;
+    for (const MarkedRestore& restore : result.remaining) leftovers.emplace_back(history, restore, files).lookUp(found);
     bool all = walker->unread().empty();
     for (const std::string& path : found)
-        for (const MarkedRestore& restore : result.remaining)
-            if (restore.owns(lastComponent(path)) && !Leftovers(history, restore, files).clear(path, result.outcomes)) {
+        for (Leftovers& each : leftovers)
+            if (each.owns(path) && !each.clear(path, result.outcomes)) {
                 result.outcomes.push_back({path, PathOutcome::Action::leftover});
                 all = false;
             }
