@@ -83,12 +83,17 @@ TEST_F(VaultTest, putsBackWhatWasThere) {
     EXPECT_EQ(attributes("store/vault").mode, 0700) << "it holds private keys";
 
     folder.remove("home");
+    const uid_t owner = ::geteuid() == 0 ? 12345 : ::geteuid(); // else the folders would be root's
+    ASSERT_EQ(::chown(folder.path().c_str(), owner, static_cast<gid_t>(-1)), 0);
     std::vector<std::string> messages;
     for (const std::string& name : names) messages.push_back("restored " + folder.at(name));
     EXPECT_EQ(vault.restore(entry.id).messages(), messages);
     EXPECT_EQ(folder.listing("home"), before);
     for (const char* name : {"home/notes/deep", "home/dangling"})
         EXPECT_EQ(attributes(name).mtime, -1'500'000'000) << name;
+    struct stat made {};
+    ASSERT_EQ(::stat(folder.at(ofAnyBytes("home/caf\xe9")).c_str(), &made), 0);
+    EXPECT_EQ(made.st_uid, owner);
 }
 
 TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
@@ -109,6 +114,13 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
     EXPECT_EQ(folder.read("home/f"), "old");
     for (auto n = second; n < second + 3; ++n)
         EXPECT_EQ(folder.read("home/f.tidewrack-" + std::to_string(n)), "precious");
+    // A name that leaves no room for another ending is shortened.
+    const std::string longest = "home/" + std::string(255, 'x');
+    folder.write(longest, "old");
+    const VaultEntry other = save({longest});
+    folder.write(longest, "new");
+    EXPECT_EQ(vault.restore(other.id).count(), 1U);
+    EXPECT_EQ(folder.read(longest), "old");
 }
 
 TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {

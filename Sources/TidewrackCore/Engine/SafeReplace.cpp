@@ -114,7 +114,7 @@ int giveName(Place from, Place to, bool& bothNames) {
     return missing == ENOENT ? moveTo(from, to) : error;
 }
 
-std::string numberedName(int folder, std::string_view name, int number) {
+std::string numberedName(int folder, std::string_view name, std::int64_t number) {
     const std::string ending = ".tidewrack-" + std::to_string(number);
     return shortened(folder, name, ending.size()) + ending;
 }

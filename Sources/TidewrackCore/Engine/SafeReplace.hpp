@@ -7,6 +7,7 @@
 #include "Engine/Temporaries.hpp"
 #include "Platform/Copies.hpp"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -25,7 +26,7 @@ namespace tidewrack {
 // can only add a second name and the first one could not be removed afterwards.
 [[nodiscard]] int giveName(Place from, Place to, bool& bothNames);
 // "<name>.tidewrack-<number>", with the name cut to what the folder's volume takes.
-[[nodiscard]] std::string numberedName(int folder, std::string_view name, int number);
+[[nodiscard]] std::string numberedName(int folder, std::string_view name, std::int64_t number);
 // Gives a file with a temporary name the first such name that is free in its folder, so that people find it. Returns
 // that name; empty on failure.
 [[nodiscard]] std::string giveFreeName(Place aside, std::string_view name, bool& bothNames);

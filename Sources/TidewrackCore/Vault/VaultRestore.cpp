@@ -2,6 +2,8 @@
 
 #include "Vault/Vault.hpp"
 
+#include "Engine/FolderBelow.hpp"
+#include "Engine/SafeReplace.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Flush.hpp"
 #include "Platform/OpenFolder.hpp"
@@ -34,11 +36,19 @@ int openCopies(const Descriptor& entry, const VaultEntry::Item& item, Descriptor
     return openFolderBelow(entry.get(), parentOf(item.stored), out);
 }
 
-// The folder that the item lay in, as it was resolved when it was saved.
+// The folder that the item lay in, as it was resolved when it was saved. What is missing of it is made, and belongs to
+// the owner of the folder around it also when root restores.
 int openParent(const std::string& folder, Descriptor& out) {
-    if (const int error = makeFolders(folder, 0755)) return error;
     Descriptor root;
     if (const int error = openFolder("/", root)) return error;
+    FolderBelow files(root.get());
+    for (std::size_t end = 1; end < folder.size();) {
+        end = std::min(folder.find('/', end + 1), folder.size());
+        const std::string part = folder.substr(0, end);
+        if (exists(part)) continue;
+        const int error = files.makeFolder(std::string_view(part).substr(1), 0755);
+        if (error != 0 && error != EEXIST) return error;
+    }
     return openFolderBelow(root.get(), std::string_view(folder).substr(1), out);
 }
 
@@ -111,12 +121,16 @@ std::string otherFolder(const VaultEntry::Item& item, const std::string& now, Da
     return link ? *link + " is a link that was made since" : std::string();
 }
 
-// A name beside `name` that nothing has, with the time when a restore began.
-std::string freeName(const Descriptor& folder, const std::string& name, Date began) {
-    std::int64_t number = seconds(began);
-    const auto aside = [&] { return name + ".tidewrack-" + std::to_string(number); };
-    while (isThere(Place{folder.get(), aside().c_str()})) ++number; // a rename would replace it
-    return aside();
+// Gives an item a free name beside its own, with the time when a restore began. Returns an errno value.
+int moveAside(Place item, Date began, Vault::Acting acting, std::string& aside) {
+    for (std::int64_t number = seconds(began);; ++number) {
+        aside = numberedName(item.folder, item.name, number);
+        const Place to{item.folder, aside.c_str()};
+        bool bothNames = false; // then nothing is put back, because its own name is not free
+        const int isTaken = isThere(to) ? EEXIST : 0;
+        const int error = acting == Vault::Acting::dryRun ? isTaken : giveName(item, to, bothNames);
+        if (error != EEXIST) return error;
+    }
 }
 
 } // namespace
@@ -147,9 +161,9 @@ void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item
             result.failure = "couldn't move " + original + " aside: " + reason;
         };
         if (liesIn(Store::canonical(store.home), original)) return cannotMove("it contains Tidewrack's own history");
-        const std::string aside = freeName(folder, name, restoring.began);
-        if (!isDryRun && ::renameat(folder.get(), name.c_str(), folder.get(), aside.c_str()) != 0)
-            return cannotMove(errorText(errno));
+        std::string aside;
+        if (const int error = moveAside(target, restoring.began, restoring.acting, aside))
+            return cannotMove(errorText(error));
         result.aside = joined(std::string(parentOf(original)), aside);
     }
     if (isDryRun) return;
