@@ -1,5 +1,6 @@
 #include "Shell/CommandRules.hpp"
 
+#include "Shell/FindRules.hpp"
 #include "Shell/GitRules.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Shell/Readers.hpp"
@@ -29,14 +30,6 @@ constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     
 constexpr std::array builtins = {"cd"sv,    "pushd"sv,     "popd"sv,   "for"sv, "select"sv,  "read"sv, "trap"sv,
                                  "alias"sv, "readarray"sv, "printf"sv, "set"sv, "mapfile"sv, "shift"sv};
 
-constexpr std::array findRuns = {"-exec"sv, "-execdir"sv, "-ok"sv, "-okdir"sv};
-
-constexpr std::array findDeletes = {"-delete"sv};
-constexpr std::array findWrites = {"-fprint"sv, "-fprint0"sv, "-fprintf"sv, "-fls"sv};
-
-constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
-                                  "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
-
 // Options of xargs whose value is a word of its own.
 constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
 constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
@@ -45,11 +38,6 @@ constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--ma
 template <std::size_t size>
 bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
     return std::find(table.begin(), table.end(), text) != table.end();
-}
-
-template <std::size_t size>
-bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
-    return std::any_of(words.begin(), words.end(), [&](const Word& word) { return isIn(table, word.text); });
 }
 
 bool isOption(const Word& word) {
@@ -74,11 +62,6 @@ bool editsInPlace(Words arguments) {
         return word.text.starts_with("--in-place") ||
                (isShortCluster(word) && word.text.find('i') != std::string::npos);
     });
-}
-
-// A trailing slash makes a command go through a link instead of taking the link itself.
-Links linksOf(const Word& word) {
-    return word.text.ends_with('/') || word.text.ends_with("/.") ? Links::followed : Links::itself;
 }
 
 class Examination {
@@ -112,8 +95,6 @@ class Examination {
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
-    void targetTestedTree(const Word& root);
-    void listFound(std::span<const Word> roots);
 
     std::string_view name_;
     const struct Rule* rule_ = nullptr;
@@ -218,31 +199,6 @@ constexpr NameFilter commandFilter = [] {
 
 bool onlyReads(const Rule& rule, Words arguments);
 
-// Whether a command changes nothing that could not be undone by hand, whatever operands follow.
-bool commandOnlyReads(std::vector<Word> words) {
-    if (unwrap(words).text) return false;
-    if (words.empty()) return true;
-    const std::string_view name = commandName(words.front());
-    const Words arguments = Words(words).subspan(1);
-    if (name == "find") return !holdsAny(arguments, findRuns) && !holdsAny(arguments, findDeletes);
-    if (const Rule* rule = ruleFor(name)) return onlyReads(*rule, arguments);
-    return isReader(name) && !isToldToWrite(name, arguments);
-}
-
-// Whether find removes what it finds, or runs a program on it that may.
-bool findChanges(Words arguments) {
-    const auto endsRun = [](const Word& word) { return word.text == ";" || word.text == "+"; };
-    for (auto word = arguments.begin(); word != arguments.end(); ++word) {
-        if (word->text == "-delete") return true;
-        if (!isIn(findRuns, word->text)) continue;
-        const auto end = std::find_if(word + 1, arguments.end(), endsRun);
-        if (!commandOnlyReads({word + 1, end})) return true;
-        if (end == arguments.end()) return false;
-        word = end;
-    }
-    return false;
-}
-
 bool Examination::run() {
     rule_ = ruleFor(name_);
     if (rule_ == nullptr) return false;
@@ -260,6 +216,10 @@ void Examination::runScript() {
 
 void Examination::git() {
     examineGit(arguments_, cwd_, effects_);
+}
+
+void Examination::find() {
+    examineFind(arguments_, cwd_, effects_);
 }
 
 void Examination::tidewrack() {
@@ -424,58 +384,6 @@ void Examination::editInPlace() {
     }
 }
 
-// How many of find's arguments come before its roots: -L, -H, -EX, -O3, -D word.
-std::size_t wordsBeforeRoots(Words arguments) {
-    std::size_t count = 0;
-    for (; count < arguments.size() && isOption(arguments[count]); ++count) {
-        const std::string_view text = arguments[count].text;
-        if (text == "-D")
-            ++count;
-        else if (text.find_first_not_of("HLPEXxds", 1) != std::string_view::npos && !text.starts_with("-O"))
-            break;
-    }
-    return std::min(count, arguments.size());
-}
-
-void Examination::find() {
-    for (std::size_t index = 0; index + 1 < arguments_.size(); ++index)
-        if (isIn(findWrites, arguments_[index].text)) effects_.write(arguments_[index + 1], cwd_);
-    const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
-    const Words operands = arguments_.subspan(wordsBeforeRoots(arguments_));
-    std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
-    if (roots.empty()) roots.emplace_back().text = cwd_;
-    listFound(roots);
-    if (!findChanges(arguments_)) return;
-    const bool wholeTree = !holdsAny(arguments_, findTests);
-    for (const Word& root : roots) {
-        if (wholeTree)
-            effects_.targetWord(root, cwd_, linksOf(root), Extent::removed);
-        else
-            targetTestedTree(root);
-    }
-}
-
-// What the tests on names let pass, whatever the others say.
-void Examination::listFound(std::span<const Word> roots) {
-    std::vector<std::string> names;
-    for (std::size_t index = 0; index + 1 < arguments_.size(); ++index)
-        if (arguments_[index].text == "-name") names.push_back(arguments_[index + 1].text);
-    for (const Word& root : roots)
-        if (!root.glob && !root.unknown && effects_.takesListing())
-            effects_.list({absolutePath(root.text, cwd_), names, true});
-}
-
-// Only what passes the tests goes: a protected folder stays, and is too large to be kept.
-void Examination::targetTestedTree(const Word& root) {
-    if (effects_.skips(root)) return effects_.opaque(cwd_);
-    for (std::string& path : effects_.resolve(root, cwd_)) {
-        if (effects_.isProtected(path, linksOf(root)))
-            effects_.suspectProjectsIn(path);
-        else
-            effects_.target(std::move(path), cwd_, linksOf(root));
-    }
-}
-
 // Whether the value of an option of xargs is the next word: -n 1, -0I {}, --max-args 1, but not -n1.
 bool takesNextWord(const Word& option) {
     if (!isShortCluster(option)) return isIn(xargsValueOptions, option.text);
@@ -540,6 +448,16 @@ bool isKnown(const Word& first, Words arguments) {
     if (isReader(name)) return !isToldToWrite(name, arguments);
     return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || first.text == "}" ||
            first.text == "{";
+}
+
+bool commandOnlyReads(std::vector<Word> words) {
+    if (unwrap(words).text) return false;
+    if (words.empty()) return true;
+    const std::string_view name = commandName(words.front());
+    const Words arguments = Words(words).subspan(1);
+    if (name == "find") return !findActs(arguments);
+    if (const Rule* rule = ruleFor(name)) return onlyReads(*rule, arguments);
+    return isReader(name) && !isToldToWrite(name, arguments);
 }
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {

@@ -24,6 +24,9 @@ namespace tidewrack::shell {
 // False when it is unknown what a command of this name does.
 [[nodiscard]] bool isKnown(const Word& first, std::span<const Word> arguments);
 
+// Whether a command changes nothing that could not be undone by hand, whatever operands follow.
+[[nodiscard]] bool commandOnlyReads(std::vector<Word> words);
+
 // Adds what a stripped, expanded command does in the folder `cwd`; false when that is unknown. `words` is not empty.
 [[nodiscard]] bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects);
 

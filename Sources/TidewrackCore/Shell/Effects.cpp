@@ -257,6 +257,10 @@ void Effects::judgeTargets() {
     }
 }
 
+Links linksOf(const Word& word) {
+    return word.text.ends_with('/') || word.text.ends_with("/.") ? Links::followed : Links::itself;
+}
+
 void Verdict::raiseTo(Verdict other) {
     const auto strength = [](Kind which) { return which == Kind::deny ? 2 : which == Kind::ask ? 1 : 0; };
     if (strength(other.kind) > strength(kind)) *this = std::move(other);

@@ -24,6 +24,9 @@ namespace tidewrack::shell {
 // Turns an allow into an ask when a tracked project is at or below `path`.
 void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict);
 
+// Whether a command takes a link that the word names, or goes through it, which a trailing slash makes it do.
+[[nodiscard]] Links linksOf(const Word& word);
+
 // What a command such as find or ls lists of a folder.
 struct Listing {
     std::string folder;
