@@ -249,6 +249,27 @@ TEST_F(CareTest, aDamagedRecordStopsNothingButAPrune) {
     EXPECT_NE(world.ok({"log"}).find("(without #3, unreadable)"), std::string::npos);
 }
 
+// It stops its own project's commands and those that read another folder anew, which may be around it; and none acts on
+// the project around it instead.
+TEST_F(CareTest, aProjectsDamagedRecordStopsNoOtherProject) {
+    f.write("project/inner/file", "x");
+    world.ok({"track", f.at("project/inner")});
+    world.current = f.at("project/inner");
+    empty(f.at("store/" + at("@/project.json")));
+    for (const char* command : {"log", "prune", "untrack"})
+        EXPECT_EQ(world.run({command}).err.find("tidewrack: Corrupt store data: "), 0U) << command;
+    world.current = f.at("project");
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"log"}, {"log", "a"}, {"diff", "1"}, {"cat", "1", "a"}, {"pin", "1"}, {"prune"}, {"timeline"}}) {
+        const Outcome outcome = world.run(words);
+        EXPECT_EQ(outcome.status, 0) << words[0] << outcome.err;
+        EXPECT_EQ(outcome.err, "") << words[0];
+    }
+    EXPECT_NE(world.run({"status"}).out.find(". Run: tidewrack check --repair\n"), std::string::npos);
+    EXPECT_EQ(world.run({"projects"}).err.find("warning: Corrupt store data: "), 0U);
+    EXPECT_EQ(world.run({"restore", "1"}).status, 1);
+}
+
 // What a prune is said to free it frees, and what is large is told with the turn that brought it.
 TEST_F(CareTest, usageTellsWhatTakesRoom) {
     world.ok({"snap", "--kind", "prompt", "--agent", "claude", "--session", "s", "--label", "make it large"});

@@ -122,7 +122,7 @@ TEST_F(StoreTest, brokenRegistryEntries) {
     EXPECT_EQ(store.projects(), std::vector{project});
     for (const char* text : {"", "{\"id\":\"x\"}", "\xff\xfe"}) {
         f.write("store/projects/zzz/project.json", text);
-        const Outcome outcome = world.run({"log"});
+        const Outcome outcome = world.run({"snap"});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.err.find("tidewrack: Corrupt store data: " + f.at("store/projects/zzz/project.json: ")), 0U);
         EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1); // one line

@@ -24,6 +24,16 @@ Look lookOf(const Surroundings& around) {
     return {terminal, terminal && variable("NO_COLOR").empty() && variable("TERM") != "dumb"};
 }
 
+// Throws where a record that can't be read is of a folder nearer than the root that was found: what was meant for that
+// project must not happen to the one around it.
+void refuseUnreadable(const Registry& registry, const std::string& path, const std::string& root) {
+    if (registry.unreadable.empty()) return;
+    for (std::string folder = Store::canonical(path); folder != root && !folder.empty();
+         folder = folder == "/" ? std::string() : std::string(parentOf(folder)))
+        for (const Registry::Unreadable& each : registry.unreadable)
+            if (lastComponent(parentOf(each.path)) == Store::projectID(folder)) throw TidewrackError::io(each.reason);
+}
+
 } // namespace
 
 Invocation::Invocation(const Command& called, Args words, Surroundings& surroundings)
@@ -47,7 +57,9 @@ std::string Invocation::absolute(const std::string& path) const {
 Project Invocation::project(const std::optional<std::string>& folder) {
     if (args.value("--project") == "") throw CliError("--project needs a value"); // a script's unset variable
     const std::string path = absolute(folder ? *folder : args.value("--project").value_or(around.currentFolder));
-    auto found = store().projectContaining(path);
+    const Registry registry = store().registry();
+    auto found = Store::projectContaining(path, registry.projects);
+    refuseUnreadable(registry, path, found ? found->root : std::string());
     if (!found) throw TidewrackError::notTracked(path);
     return *found;
 }

@@ -65,7 +65,7 @@ void addElsewhere(const Store& store, const Project& project, std::vector<Timeli
         if (row.type == Type::turn && (!since || row.began < *since)) since = row.began;
     if (!since) return;
     addVaultEntries(store, project, rows);
-    for (const Project& other : store.projects()) {
+    for (const Project& other : store.registry().projects) {
         if (other.id == project.id) continue;
         try {
             const Timeline there = Timeline::of(other.root, recordsSince(store.history(other), *since));

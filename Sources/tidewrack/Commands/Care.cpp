@@ -115,7 +115,7 @@ int check(Invocation& call) {
 int usage(Invocation& call) {
     const bool everything = !call.args.value("--project");
     UsageReport report;
-    for (const Project& project : everything ? call.store().projects() : std::vector{call.project()}) {
+    for (const Project& project : everything ? call.store().registry().projects : std::vector{call.project()}) {
         report.projects.push_back({projectUsage(call.engine(), project, now()), {}});
         addTurns(call, project, report.projects.back());
     }

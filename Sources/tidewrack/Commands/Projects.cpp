@@ -55,7 +55,7 @@ int untrack(Invocation& call) {
 }
 
 int projects(Invocation& call) {
-    const auto all = call.store().projects();
+    const auto [all, unreadable] = call.store().registry();
     nlohmann::json list = nlohmann::json::array();
     std::string text;
     for (const Project& project : all) {
@@ -80,6 +80,7 @@ int projects(Invocation& call) {
         call.print("Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
     else
         call.print(text);
+    for (const Registry::Unreadable& each : unreadable) call.warn({each.reason});
     return 0;
 }
 

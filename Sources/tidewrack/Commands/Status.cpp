@@ -29,9 +29,27 @@ namespace {
 constexpr std::size_t mostFailures = 3;
 constexpr auto failureMatters = std::chrono::hours(24);
 
-std::string folderOf(Invocation& call) {
-    if (call.args.value("--project") == "") throw CliError("--project needs a value");
-    return call.absolute(call.args.value("--project").value_or(call.around.currentFolder));
+std::optional<Project> projectOf(Invocation& call) {
+    try {
+        return call.project();
+    } catch (const TidewrackError& error) {
+        if (error.kind() != TidewrackError::Kind::notTracked) throw;
+        return std::nullopt;
+    }
+}
+
+// The project, or why there is none.
+void addProject(Invocation& call, StatusReport& report) {
+    report.folder = call.absolute(call.args.value("--project").value_or(call.around.currentFolder));
+    const std::size_t before = report.troubles.size();
+    for (const Registry::Unreadable& each : call.store().registry().unreadable)
+        report.troubles.push_back({each.reason, "Run: tidewrack check --repair"});
+    try {
+        report.project = projectOf(call);
+        if (!report.project) report.troubles.push_back({"This folder isn't tracked", "Run: tidewrack track"});
+    } catch (const TidewrackError& error) {
+        if (report.troubles.size() == before) report.troubles.push_back({error.what(), {}});
+    }
 }
 
 StatusReport::Git askGit() {
@@ -121,7 +139,7 @@ std::string tailOf(const std::string& path) {
 // For prompts: only what a glance tells.
 const char* shortStatus(Invocation& call) {
     try {
-        const auto project = call.store().projectContaining(folderOf(call));
+        const auto project = projectOf(call);
         if (!project) return "untracked";
         const History history = call.store().history(*project);
         const auto newest = history.latest();
@@ -142,12 +160,8 @@ int status(Invocation& call) {
         return word == "ok" ? 0 : 1;
     }
     StatusReport report;
-    report.folder = folderOf(call);
-    report.project = call.store().projectContaining(report.folder);
-    if (report.project)
-        addSnapshots(call.engine(), report);
-    else
-        report.troubles.push_back({"This folder isn't tracked", "Run: tidewrack track"});
+    addProject(call, report);
+    if (report.project) addSnapshots(call.engine(), report);
     addHooks(call, report);
     if (call.json())
         call.printJson(statusJson(report));
