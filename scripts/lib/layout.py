@@ -26,11 +26,15 @@ def layers():
 
 
 def check_map():
-    """Every file that the map names is there: a path in the checkout, or a unit below Sources."""
-    for _, names in table("To change something"):
-        for name in re.findall(r"`(\S+?)/?`", names):
-            if not pathlib.Path(name).exists() and not any([*CORE.glob(name + "*"), *FRONT.glob(name + "*")]):
-                faults.append(f"docs/architecture.md: there is no {name}")
+    """Every file that the map names is there: a path in the checkout, or a unit below Sources. Every unit is named, or
+    its folder is."""
+    named = {name for _, names in table("To change something") for name in re.findall(r"`(\S+?)/?`", names)}
+    for name in named:
+        if not pathlib.Path(name).exists() and not any([*CORE.glob(name + "*"), *FRONT.glob(name + "*")]):
+            faults.append(f"docs/architecture.md: there is no {name}")
+    units = {unit_of(path).removeprefix(FRONT.name + "/") for path in FRONT.parent.rglob("*.?pp")} - {"main"}
+    for unit in sorted(unit for unit in units if named.isdisjoint([unit, *map(str, pathlib.Path(unit).parents)])):
+        faults.append(f"docs/architecture.md: the map lacks {unit}")
 
 
 def unit_of(path):
