@@ -203,6 +203,16 @@ class Attempt {
         EXPECT_TRUE(isHook || text.empty() || text.starts_with(outcome_.status == 1 ? "tidewrack: " : "warning: "));
     }
 
+    // What a full disk keeps from being saved is asked about.
+    void checkSavedOrAsked() const {
+        if (operation_.input != removesNotes) return;
+        const auto entries = scene_.vault().entries();
+        const bool isSaved =
+            std::any_of(entries.begin(), entries.end(), [](const VaultEntry& entry) { return !entry.items.empty(); });
+        EXPECT_NE(isSaved, outcome_.out.find("not enough room for a copy") != std::string::npos)
+            << trace_ << outcome_.out << scene_.f.read("store/hooks.log");
+    }
+
     [[nodiscard]] std::string call() const { return scene_.f.read("report"); }
     [[nodiscard]] std::string newestKind() const { return scene_.world.history().latest()->kind; }
     [[nodiscard]] bool restores() const {
@@ -357,6 +367,7 @@ TEST_P(Faults, fullDiskAtEveryBlock) {
         Attempt attempt(GetParam(), blocks, fullDisk);
         if ((attempt.outcome().out + attempt.outcome().err).find("No space") != std::string::npos) ++failed;
         attempt.checkDoneUnlessToldOtherwise();
+        attempt.checkSavedOrAsked();
         attempt.check();
     }
     EXPECT_LT(failed, mostBlocks);

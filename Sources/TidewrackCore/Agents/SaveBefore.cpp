@@ -5,6 +5,7 @@
 #include "Platform/Deadline.hpp"
 #include "Store/EditLog.hpp"
 #include "Store/KeepFailure.hpp"
+#include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/LoggedHook.hpp"
@@ -23,6 +24,7 @@ namespace {
 constexpr std::size_t commandLabelLength = 200;
 constexpr auto timeForGuesses = std::chrono::milliseconds(1500); // most of them are about nothing
 constexpr const char* noTime = "there was no time left";
+constexpr const char* noRoom = "there is not enough room for a copy";
 
 bool isFile(const std::string& path) {
     Attributes attributes;
@@ -48,7 +50,7 @@ std::string reasonFor(NotSaved reason, const Vault& vault) {
     switch (reason) {
     case NotSaved::tooManyFiles: return "it has more than " + std::to_string(vault.mostFiles) + " files";
     case NotSaved::tooLarge: return "it is too large for a copy on another volume";
-    case NotSaved::noRoom: return "there is not enough room for a copy";
+    case NotSaved::noRoom: return noRoom;
     case NotSaved::noTime: return noTime;
     case NotSaved::unreadable: return "it can't be read";
     case NotSaved::notThere:
@@ -96,7 +98,10 @@ class Saving {
         } catch (const std::exception& error) {
             if (passed(deadline)) return skip(project, certainty); // its lock was held all the time
             saved_.failures.emplace_back(error.what());
-            if (isTakenWhole(project)) notSnapshotted(error.what());
+            if (isTakenWhole(project)) return notSnapshotted(error.what());
+            const auto* const known = dynamic_cast<const TidewrackError*>(&error);
+            if (known != nullptr && known->isForWantOfRoom() && certainty == Certainty::known)
+                unsavedIn(project, noRoom);
         }
     }
 
@@ -113,9 +118,14 @@ class Saving {
         saved_.notes.push_back("skipped " + loggedText(project.root));
         if (certainty == Certainty::guessed) return;
         if (isTakenWhole(project)) return notSnapshotted(noTime);
+        unsavedIn(project, noTime);
+    }
+
+    // What the command destroys of a project that got no snapshot.
+    void unsavedIn(const Project& project, const char* reason) {
         for (const std::string& path : destroyed_) {
             const auto holder = Store::projectContaining(path, context_.projects()); // not one around it
-            if (holder && holder->id == project.id && exists(path) && !isLeftOut(path, project)) unsaved(path, noTime);
+            if (holder && holder->id == project.id && exists(path) && !isLeftOut(path, project)) unsaved(path, reason);
         }
     }
 

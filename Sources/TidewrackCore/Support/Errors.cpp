@@ -5,7 +5,9 @@
 namespace tidewrack {
 
 TidewrackError TidewrackError::io(const std::string& action, const std::string& path, int error) {
-    return io("can't " + action + " " + path + ": " + errorText(error));
+    TidewrackError result = io("can't " + action + " " + path + ": " + errorText(error));
+    result.systemError_ = error;
+    return result;
 }
 
 } // namespace tidewrack

@@ -1,6 +1,7 @@
 #pragma once
 // The core's errors, described in the words that the user sees.
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
 
@@ -25,10 +26,13 @@ class TidewrackError : public std::runtime_error {
     static TidewrackError io(const std::string& action, const std::string& path, int error);
 
     [[nodiscard]] Kind kind() const { return kind_; }
+    // Whether it is for want of room on a volume, or within a user's share of it.
+    [[nodiscard]] bool isForWantOfRoom() const { return systemError_ == ENOSPC || systemError_ == EDQUOT; }
 
   private:
     TidewrackError(Kind kind, const std::string& description) : std::runtime_error(description), kind_(kind) {}
     Kind kind_;
+    int systemError_ = 0; // an errno value, where one is known
 };
 
 } // namespace tidewrack

@@ -189,8 +189,14 @@ std::string Vault::makeEntryFolder() const {
     while (true) {
         std::string id = newID();
         const std::string path = entryFolder(id);
-        if (::mkdir(path.c_str(), 0700) == 0 && ::mkdir((path + "/items").c_str(), 0700) == 0) return id;
-        if (errno != EEXIST) throw TidewrackError::io("create", path, errno);
+        int error = ::mkdir(path.c_str(), 0700) == 0 ? 0 : errno;
+        if (error == EEXIST) continue;
+        if (error == 0 && ::mkdir((path + "/items").c_str(), 0700) == 0) return id;
+        if (error == 0) {
+            error = errno;
+            (void)::rmdir(path.c_str());
+        }
+        throw TidewrackError::io("create", path, error);
     }
 }
 
@@ -200,6 +206,20 @@ VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& r
         for (const std::string& path : request.paths) result.unsaved.push_back({path, NotSaved::notThere});
         return result;
     }
+    try {
+        result.entry = writeEntry(earlier, request);
+    } catch (const TidewrackError& error) {
+        if (!error.isForWantOfRoom()) throw;
+        for (const std::string& path : request.paths)
+            result.unsaved.push_back({path, isThere(path) ? NotSaved::noRoom : NotSaved::notThere});
+        return result;
+    }
+    for (std::size_t i = 0; i < result.entry->skipped.size(); ++i)
+        result.unsaved.push_back({result.entry->skipped[i], result.entry->reasons[i]});
+    return result;
+}
+
+VaultEntry Vault::writeEntry(const EarlierCopies* earlier, const VaultRequest& request) const {
     VaultEntry entry;
     entry.created = now();
     entry.command = request.command;
@@ -211,12 +231,14 @@ VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& r
     PendingWrites pending;
     Saver saver(*this, entryFolder(entry.id), request, pending);
     for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, earlier, entry);
-    writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
+    try {
+        writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
+    } catch (const TidewrackError&) {
+        (void)removeTree(entryFolder(entry.id)); // nobody would find these copies
+        throw;
+    }
     bringNamesToDisk(entry);
-    for (std::size_t i = 0; i < entry.skipped.size(); ++i)
-        result.unsaved.push_back({entry.skipped[i], entry.reasons[i]});
-    result.entry = std::move(entry);
-    return result;
+    return entry;
 }
 
 // After a power cut no later change of what was saved is there without the entry.

@@ -73,8 +73,9 @@ class Vault {
     std::int64_t bytesFree = std::int64_t{1} << 30;
 
     // Saves paths as one new entry. A path that cannot be saved, or not before the deadline, ends up in `skipped`, as
-    // does what lies in the store. A folder that contains the store is saved without it. Throws TidewrackError io when
-    // the entry itself cannot be written, and as Store::refuseForeign().
+    // does what lies in the store. A folder that contains the store is saved without it. On a volume too full for the
+    // entry itself none is made, and no path is saved. Throws TidewrackError io when the entry cannot be written for
+    // another reason, and as Store::refuseForeign().
     VaultSaved save(const VaultRequest& request) const;
 
     // All entries that can be read, newest first.
@@ -106,6 +107,7 @@ class Vault {
     void makeFolder() const;
     [[nodiscard]] std::string makeEntryFolder() const;
     void bringNamesToDisk(const VaultEntry& entry) const;
+    [[nodiscard]] VaultEntry writeEntry(const EarlierCopies* earlier, const VaultRequest& request) const;
     // `earlier`: of the hourly copy alone, else null.
     VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
