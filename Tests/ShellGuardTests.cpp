@@ -245,9 +245,9 @@ TEST(ShellGuard, refusesCatastrophes) {
     for (const char* path : {"/hom", "/home/user", "/home/users/v"})
         EXPECT_FALSE(catastrophic(path, "/home/users/u")) << path;
     // A project that holds the home folder is snapshotted, and its loss asked about.
-    EXPECT_TRUE(ProtectedFolders("/w/p/.home", {"/w/p/q"}).holdsText("/w/p"));
-    EXPECT_FALSE(ProtectedFolders("/w/p/.home", {"/w/p"}).holdsText("/w/p"));
-    EXPECT_TRUE(ProtectedFolders("/w/p/.home", {"/w/p"}).holdsText("/w"));
+    EXPECT_TRUE(ProtectedFolders("/w/p/.home", std::vector<std::string>{"/w/p/q"}).holdsText("/w/p"));
+    EXPECT_FALSE(ProtectedFolders("/w/p/.home", std::vector<std::string>{"/w/p"}).holdsText("/w/p"));
+    EXPECT_TRUE(ProtectedFolders("/w/p/.home", std::vector<std::string>{"/w/p"}).holdsText("/w"));
     EXPECT_FALSE(catastrophic("", ""));
     EXPECT_FALSE(catastrophic("/Desktop", ""));
     EXPECT_TRUE(catastrophic("/Desktop", "/"));

@@ -2,6 +2,8 @@
 
 #include "Support/GuardFixture.hpp"
 
+#include "Shell/DeepReading.hpp"
+
 #include <algorithm>
 #include <fstream>
 
@@ -51,6 +53,13 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
         {"for c in rm ls; do $c a.txt; done; $(which rm) b.txt", "tree/a.txt ?tree ~tree"},
     };
     for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
+TEST(ShellReading, knowsWhatBelongsToTheSystem) {
+    for (const char* path : {"/usr", "/usr/lib/x", "/run", "/run/user/1", "/opt/homebrew/bin", "/System/x"})
+        EXPECT_TRUE(belongsToSystem(path)) << path;
+    for (const char* path : {"/", "/run/media/me/disk/x", "/opt/x", "/usrx", "/home/usr", "/Volumes/x", "/media/x"})
+        EXPECT_FALSE(belongsToSystem(path)) << path;
 }
 
 TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {

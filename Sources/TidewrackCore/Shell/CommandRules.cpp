@@ -35,11 +35,6 @@ constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
 constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
                                           "--arg-file"sv};
 
-template <std::size_t size>
-bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
-    return std::find(table.begin(), table.end(), text) != table.end();
-}
-
 bool isOption(const Word& word) {
     return word.text.starts_with('-');
 }
@@ -50,8 +45,9 @@ bool isShortCluster(const Word& word) {
 
 bool isRecursive(Words arguments) {
     for (const Word& word : arguments) {
-        if (word.text == "--") return false;
-        if (word.text == "--recursive" || (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos))
+        if (word.text == "--"sv) return false;
+        if (word.text == "--recursive"sv ||
+            (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos))
             return true;
     }
     return false;
@@ -108,8 +104,6 @@ struct Rule {
     void (Examination::*apply)();
     std::string_view letters{}; // short options that take a word
     std::string_view options{}; // long ones, each between blanks
-
-    constexpr bool operator<(std::string_view other) const { return name < other; }
 };
 
 using E = Examination;
@@ -171,13 +165,8 @@ constexpr Rule rules[] = {
     {"zsh", &E::runScript},
 };
 
-static_assert(std::is_sorted(std::begin(rules), std::end(rules),
-                             [](const Rule& a, const Rule& b) { return a.name < b.name; }));
-
-const Rule* ruleFor(std::string_view name) {
-    const Rule* rule = std::lower_bound(std::begin(rules), std::end(rules), name);
-    return rule != std::end(rules) && rule->name == name ? rule : nullptr;
-}
+static_assert(isSortedByName(rules));
+constexpr NameIndex<Rule> ruleIndex(rules);
 
 constexpr NameFilter reservedFilter = [] {
     NameFilter filter;
@@ -188,6 +177,12 @@ constexpr NameFilter reservedFilter = [] {
 bool isReserved(const Word& word) {
     return word.plain == word.text.size() && reservedFilter.mayHold(word.text) && isIn(reservedWords, word.text);
 }
+
+constexpr NameFilter builtinFilter = [] {
+    NameFilter filter;
+    for (const std::string_view name : builtins) filter.add(name);
+    return filter;
+}();
 
 constexpr NameFilter commandFilter = [] {
     NameFilter filter;
@@ -200,7 +195,7 @@ constexpr NameFilter commandFilter = [] {
 bool onlyReads(const Rule& rule, Words arguments);
 
 bool Examination::run() {
-    rule_ = ruleFor(name_);
+    rule_ = ruleIndex.find(name_);
     if (rule_ == nullptr) return false;
     (this->*rule_->apply)();
     const auto isUnknown = [](const Word& word) { return word.unknown; };
@@ -408,7 +403,7 @@ void Examination::xargs() {
     std::vector<Word> command(arguments_.begin() + static_cast<std::ptrdiff_t>(index), arguments_.end());
     (void)unwrap(command);
     if (command.empty()) return;
-    const Rule* rule = ruleFor(commandName(command.front()));
+    const Rule* rule = ruleIndex.find(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
     if (rule && !onlyReads(*rule, Words(command).subspan(1))) effects_.opaque(cwd_);
     if (!rule && !isKnown(command.front(), Words(command).subspan(1))) effects_.suspect(cwd_);
@@ -429,11 +424,15 @@ bool isDeclaration(const Word& word) {
     return !word.quoted && isIn(declarations, word.text);
 }
 
+bool isBuiltin(std::string_view name) {
+    return builtinFilter.mayHold(name) && isIn(builtins, name);
+}
+
 bool mayMatter(const Word& first) {
     if (first.expands || first.text.find('=') != std::string::npos) return true;
     const std::string_view name = commandName(first);
     if (isWrapper(name)) return true;
-    return commandFilter.mayHold(name) && (isIn(declarations, name) || isIn(builtins, name) || ruleFor(name));
+    return commandFilter.mayHold(name) && (isIn(declarations, name) || isBuiltin(name) || ruleIndex.find(name));
 }
 
 std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
@@ -446,8 +445,8 @@ bool isKnown(const Word& first, Words arguments) {
     std::string_view name = commandName(first);
     if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
     if (isReader(name)) return !isToldToWrite(name, arguments);
-    return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || first.text == "}" ||
-           first.text == "{";
+    return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || first.text == "}"sv ||
+           first.text == "{"sv;
 }
 
 bool commandOnlyReads(std::vector<Word> words) {
@@ -456,7 +455,7 @@ bool commandOnlyReads(std::vector<Word> words) {
     const std::string_view name = commandName(words.front());
     const Words arguments = Words(words).subspan(1);
     if (name == "find") return !findActs(arguments);
-    if (const Rule* rule = ruleFor(name)) return onlyReads(*rule, arguments);
+    if (const Rule* rule = ruleIndex.find(name)) return onlyReads(*rule, arguments);
     return isReader(name) && !isToldToWrite(name, arguments);
 }
 

@@ -21,6 +21,9 @@ namespace tidewrack::shell {
 // words need not be read.
 [[nodiscard]] bool mayMatter(const Word& first);
 
+// Whether a command of this name changes what the line knows, not the disk: cd, set, read.
+[[nodiscard]] bool isBuiltin(std::string_view name);
+
 // False when it is unknown what a command of this name does.
 [[nodiscard]] bool isKnown(const Word& first, std::span<const Word> arguments);
 

@@ -1,6 +1,9 @@
 #pragma once
 // What the guard is asked with, and what it answers.
 
+#include "Support/Paths.hpp"
+
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <string>
@@ -30,6 +33,12 @@ struct Context {
     // Commands that delete or overwrite these are asked about. Called once at most, and only when there is a target;
     // empty: none.
     std::function<std::vector<OwnPath>()> protectedPaths = {};
+
+    // Whether the path lies in a tracked project, or is its root.
+    [[nodiscard]] bool isInProject(std::string_view path) const {
+        return std::any_of(projectRoots.begin(), projectRoots.end(),
+                           [&](const std::string& root) { return isAtOrBelow(path, root); });
+    }
 };
 
 // The end of the question that is asked before a tracked project is removed. The caller has taken the snapshot, or says

@@ -2,6 +2,7 @@
 
 #include "Shell/Budget.hpp"
 #include "Shell/Expansion.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -20,9 +21,9 @@ using namespace std::string_view_literals;
 constexpr std::string_view beforePaths = " \t\n'\"=,(<>|&;[{`@:";
 constexpr std::string_view endsOfPaths = " \t\n'\"`;|&<>(),:*?[]{}$\\";
 
-// What lies below belongs to the system or to installed programs.
-constexpr std::array systemTrees = {"/bin"sv,  "/boot"sv, "/dev"sv,  "/lib"sv, "/lib64"sv,  "/nix"sv, "/opt/homebrew"sv,
-                                    "/proc"sv, "/run"sv,  "/sbin"sv, "/sys"sv, "/System"sv, "/usr"sv};
+// What lies in these folders of the root belongs to the system or to installed programs.
+constexpr std::array systemTrees = {"bin"sv,  "boot"sv, "dev"sv,  "lib"sv, "lib64"sv,  "nix"sv,
+                                    "proc"sv, "run"sv,  "sbin"sv, "sys"sv, "System"sv, "usr"sv};
 
 // The file behind one of these is a program, which is read.
 constexpr std::array interpreters = {"python"sv, "python3"sv, "node"sv,      "ruby"sv, "perl"sv,   "bash"sv,
@@ -75,8 +76,7 @@ bool isSmall(const std::string& folder, Room& left) {
 // Gathers what a line and the lists that it reads mention.
 class Mentions {
   public:
-    Mentions(const Context& context, ProtectedFolders& protectedFolders)
-        : context_(context), protected_(protectedFolders) {}
+    Mentions(const Context& context, Effects& effects) : context_(context), effects_(effects) {}
 
     // A line names programs too, which are only read; a list does not.
     void scan(std::string_view text, bool namesPrograms);
@@ -98,7 +98,7 @@ class Mentions {
     bool isWorthKeeping(const std::string& path);
 
     const Context& context_;
-    ProtectedFolders& protected_;
+    Effects& effects_;
     std::size_t entries_ = 0; // of folders, looked at so far
     std::int64_t bytesLeft_ = Budget::bytesKeptOnSuspicion;
     std::vector<std::string> paths_;
@@ -108,16 +108,16 @@ class Mentions {
 
 // Whether the path leads to something small that is no program, not protected and not in the system's trees.
 bool Mentions::isWorthKeeping(const std::string& path) {
-    for (const std::string_view tree : systemTrees)
-        if (isAtOrBelow(path, tree)) return false;
     struct stat status {};
-    if (protected_.holdsText(path) || lstat(path.c_str(), &status) != 0) return false;
+    if (belongsToSystem(path) || lstat(path.c_str(), &status) != 0) return false; // most guesses end here
+    ProtectedFolders& protectedFolders = effects_.protectedFolders();
+    if (protectedFolders.holdsText(path)) return false;
     if (S_ISREG(status.st_mode)) {
         if ((status.st_mode & 0111) != 0 || status.st_size > bytesLeft_) return false;
         bytesLeft_ -= status.st_size;
         return true;
     }
-    if (!S_ISDIR(status.st_mode) || entries_ >= Budget::entriesLookedAt || protected_.holdsFolder(path, false))
+    if (!S_ISDIR(status.st_mode) || entries_ >= Budget::entriesLookedAt || protectedFolders.holdsFolder(path, false))
         return false;
     Room left{Budget::filesKeptOnSuspicion + 1, bytesLeft_};
     const bool small = isSmall(path, left);
@@ -127,9 +127,7 @@ bool Mentions::isWorthKeeping(const std::string& path) {
 }
 
 void Mentions::addFolder(const std::string& folder) {
-    const auto& roots = context_.projectRoots;
-    const auto holds = [&](const std::string& root) { return isAtOrBelow(folder, root); };
-    if (std::none_of(roots.begin(), roots.end(), holds) && isWorthKeeping(folder)) paths_.push_back(folder);
+    if (!context_.isInProject(folder) && isWorthKeeping(folder)) paths_.push_back(folder);
 }
 
 void Mentions::addListed(const Listing& listing, const std::string& folder, std::size_t depth) {
@@ -217,9 +215,15 @@ void Mentions::scanList(std::string_view name) {
 
 } // namespace
 
+// Disks that somebody plugs in are mounted below /run/media.
+bool belongsToSystem(std::string_view path) {
+    const std::string_view first = path.substr(1, path.find('/', 1) - 1);
+    return (isIn(systemTrees, first) && !isAtOrBelow(path, "/run/media")) || isAtOrBelow(path, "/opt/homebrew");
+}
+
 std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
                                      const Context& context, Effects& effects) {
-    Mentions mentions(context, effects.protectedFolders());
+    Mentions mentions(context, effects);
     line = line.substr(0, Budget::nestedBytes);
     if (line.find('/') != line.npos) mentions.scan(line, true);
     mentions.scanVariables(line);

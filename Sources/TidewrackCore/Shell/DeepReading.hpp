@@ -19,4 +19,7 @@ namespace tidewrack::shell {
 [[nodiscard]] std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
                                                    const Context& context, Effects& effects);
 
+// Whether an absolute path lies where the system keeps its own or installed programs.
+[[nodiscard]] bool belongsToSystem(std::string_view path);
+
 } // namespace tidewrack::shell

@@ -86,7 +86,8 @@ bool Effects::mayExist(std::string_view path, std::string_view folder) {
 
 void Effects::target(std::string path, std::string_view cwd, Links links, Extent extent) {
     const bool refused = protectedFolders().holdsText(path);
-    if (!refused) own_.look(path, extent, links); // a refusal is stronger than that question
+    refused_ = refused_ || refused;
+    if (!refused_) own_.look(path, extent, links); // a refusal is stronger than that question
     if (full() && !refused) return opaque(cwd);
     if (!links_.empty()) followLinks(path);
     targetBytes_ += path.size();
@@ -118,9 +119,7 @@ void Effects::followLinks(const std::string& path) {
 
 // In a project a snapshot keeps what is written over; elsewhere the vault does, as far as a guess is worth its room.
 bool Effects::isKeptSomewhere(const std::string& path) {
-    const auto& roots = context_.projectRoots;
-    if (std::any_of(roots.begin(), roots.end(), [&](const std::string& root) { return isAtOrBelow(path, root); }))
-        return true;
+    if (context_.isInProject(path)) return true;
     struct stat status {};
     if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > bytesLeft_) return false;
     bytesLeft_ -= status.st_size;
@@ -165,7 +164,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
 }
 
 void Effects::askIfProjectInside(const std::string& path, Links links) {
-    if (decision_.verdict.kind != Verdict::Kind::allow || context_.projectRoots.empty()) return;
+    if (refused_ || decision_.verdict.kind != Verdict::Kind::allow || context_.projectRoots.empty()) return;
     askIfContainsProject(path, context_.projectRoots, decision_.verdict);
     if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
     if (++pathsMadeReal_ > Budget::pathsMadeReal) return;

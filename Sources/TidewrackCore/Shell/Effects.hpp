@@ -132,6 +132,7 @@ class Effects {
     std::vector<Listing> listings_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
+    bool refused_ = false;                // whatever else is found
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
     std::size_t operandsLookedAt_ = 0;

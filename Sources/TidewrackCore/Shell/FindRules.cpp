@@ -1,6 +1,7 @@
 #include "Shell/FindRules.hpp"
 
 #include "Shell/CommandRules.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -22,11 +23,6 @@ constexpr std::array findWrites = {"-fprint"sv, "-fprint0"sv, "-fprintf"sv, "-fl
 
 constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
                                   "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
-
-template <std::size_t size>
-bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
-    return std::find(table.begin(), table.end(), text) != table.end();
-}
 
 template <std::size_t size>
 bool holdsAny(Words words, const std::array<std::string_view, size>& table) {

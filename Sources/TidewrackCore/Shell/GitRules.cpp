@@ -1,6 +1,7 @@
 #include "Shell/GitRules.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -34,11 +35,6 @@ constexpr std::array leavingTree = {
     "repack"sv,    "rev-list"sv,      "rev-parse"sv,    "shortlog"sv,     "show"sv,         "show-branch"sv,
     "show-ref"sv,  "status"sv,        "symbolic-ref"sv, "tag"sv,          "update-index"sv, "update-ref"sv,
     "var"sv,       "verify-commit"sv, "version"sv,      "whatchanged"sv,  "write-tree"sv};
-
-template <std::size_t size>
-bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
-    return std::find(table.begin(), table.end(), text) != table.end();
-}
 
 bool isOption(const Word& word) {
     return word.text.starts_with('-');

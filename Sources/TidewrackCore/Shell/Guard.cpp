@@ -36,7 +36,7 @@ bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::cons
 
 // Whether a command's output may be known, for a shell that reads it.
 bool mayFeedShell(const Word& name) {
-    return name.text == "echo" || name.text == "printf" || name.text == "cat";
+    return name.text == "echo"sv || name.text == "printf"sv || name.text == "cat"sv;
 }
 
 // Follows one command line from command to command. Each takes the same steps: wrappers are taken off, its words get
@@ -111,7 +111,7 @@ void Guard::take(Command& command) {
     }
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
-        if (first->text == "ls" && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
+        if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
         if (isKnown(*first, {first + 1, words.end()}) || functions_.contains(first->text)) return;
         if (!isWriter(commandName(*first))) return takeUnknown();
     }
@@ -270,6 +270,7 @@ void Guard::takeUnknown() {
 // Commands that change what the line knows, not the disk.
 bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument) {
     const std::string_view name = words.front().text;
+    if (!isBuiltin(name)) return false;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
         // In a pipe or in the background a shell of its own changes the folder.
         if (!command.toPipe && !command.inBackground) changeFolder(words, command.depth, hadArgument);

@@ -1,10 +1,19 @@
 #pragma once
+// Look-ups in tables of names.
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string_view>
 
 namespace tidewrack::shell {
+
+template <std::size_t size>
+[[nodiscard]] constexpr bool isIn(const std::array<std::string_view, size>& table, std::string_view name) {
+    return std::find(table.begin(), table.end(), name) != table.end();
+}
 
 // Whether a list of words, a blank before and behind each, holds this one.
 [[nodiscard]] constexpr bool listsWord(std::string_view words, std::string_view word) {
@@ -32,5 +41,39 @@ class NameFilter {
 
     std::array<std::uint32_t, 256> lengths_{};
 };
+
+// Finds the entries of a table that is sorted by their names, and lives as long. Those of each first byte are looked
+// through one by one: there are few, and most differ in length.
+template <typename Entry>
+class NameIndex {
+  public:
+    template <std::size_t size>
+    constexpr explicit NameIndex(const Entry (&table)[size]) : table_(table) {
+        for (std::size_t byte = 0, at = 0; byte < places_.size(); ++byte) {
+            while (at < size && static_cast<unsigned char>(table[at].name.front()) < byte) ++at;
+            places_[byte] = static_cast<std::uint16_t>(at);
+        }
+    }
+
+    // Null when none has this name.
+    [[nodiscard]] constexpr const Entry* find(std::string_view name) const {
+        if (name.empty()) return nullptr;
+        const std::size_t first = static_cast<unsigned char>(name.front());
+        const Entry* const end = table_ + places_[first + 1];
+        const Entry* const found =
+            std::find_if(table_ + places_[first], end, [&](const Entry& entry) { return entry.name == name; });
+        return found == end ? nullptr : found;
+    }
+
+  private:
+    const Entry* table_;
+    std::array<std::uint16_t, 257> places_{};
+};
+
+template <typename Entry, std::size_t size>
+[[nodiscard]] constexpr bool isSortedByName(const Entry (&table)[size]) {
+    return std::is_sorted(std::begin(table), std::end(table),
+                          [](const Entry& one, const Entry& other) { return one.name < other.name; });
+}
 
 } // namespace tidewrack::shell

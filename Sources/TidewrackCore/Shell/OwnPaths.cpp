@@ -1,6 +1,7 @@
 #include "Shell/OwnPaths.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -40,11 +41,6 @@ constexpr OwnCommand ownCommands[] = {
     {"hooks", "uninstall", removesHooks}, {"vault", "prune", deletesCopies},  {"vault", "remove", deletesCopies},
     {"vault", "rm", deletesCopies},       {"vault", "delete", deletesCopies}, {"vault", "clear", deletesCopies},
 };
-
-template <std::size_t size>
-bool isIn(const std::array<std::string_view, size>& table, std::string_view text) {
-    return std::find(table.begin(), table.end(), text) != table.end();
-}
 
 std::string questionOn(std::string_view target, const OwnPath& own) {
     std::string text = "This changes ";

@@ -1,6 +1,7 @@
 #include "Shell/ProtectedFolders.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Support/Paths.hpp"
 
 #include <sys/stat.h>
@@ -25,31 +26,31 @@ constexpr std::array homeFolders = {
     "/Music"sv, "/.ssh"sv,    "/.gnupg"sv,    "/.config"sv,   "/.aws"sv,    "/Applications"sv,
 };
 
-template <std::size_t size>
-bool contains(const std::array<std::string_view, size>& folders, std::string_view path) {
-    return std::find(folders.begin(), folders.end(), path) != folders.end();
+constexpr std::size_t longestSystemFolder = 13;
+static_assert(std::all_of(systemFolders.begin(), systemFolders.end(),
+                          [](std::string_view folder) { return folder.size() <= longestSystemFolder; }));
+
+bool isSystemFolder(std::string_view path) {
+    return path.size() <= longestSystemFolder && isIn(systemFolders, path);
 }
 
 } // namespace
 
-ProtectedFolders::ProtectedFolders(std::string_view home, const std::vector<std::string>& projectRoots)
-    : hasHome_(!home.empty()), home_(absolutePath(home, "/")) {
-    if (home_ == "/") home_.clear();
-    const auto isTracked = [&](std::string_view folder) {
-        return std::any_of(projectRoots.begin(), projectRoots.end(),
-                           [&](const std::string& root) { return isAtOrBelow(folder, root); });
-    };
-    for (std::string_view above = parentOf(home_); above.size() > 1; above = parentOf(above))
-        if (!isTracked(above)) aboveHome_.emplace_back(above);
+ProtectedFolders::ProtectedFolders(std::string_view home, std::span<const std::string> projectRoots)
+    : hasHome_(!home.empty()), home_(absolutePath(home, "/")), projectRoots_(projectRoots) {
+    if (home_ == "/"sv) home_.clear();
 }
 
 bool ProtectedFolders::holdsText(std::string_view path) const {
-    if (contains(systemFolders, path) || onlyHoldsHome(path)) return true;
-    return hasHome_ && path.starts_with(home_) && contains(homeFolders, path.substr(home_.size()));
+    if (isSystemFolder(path) || onlyHoldsHome(path)) return true;
+    return hasHome_ && path.starts_with(home_) && isIn(homeFolders, path.substr(home_.size()));
 }
 
 bool ProtectedFolders::onlyHoldsHome(std::string_view path) const {
-    return !contains(systemFolders, path) && std::find(aboveHome_.begin(), aboveHome_.end(), path) != aboveHome_.end();
+    if (path.size() < 2 || path.size() >= home_.size() || !isAtOrBelow(home_, path) || isSystemFolder(path))
+        return false;
+    return std::none_of(projectRoots_.begin(), projectRoots_.end(),
+                        [&](const std::string& root) { return isAtOrBelow(path, root); });
 }
 
 bool ProtectedFolders::holdsFolder(const std::string& path, bool followLink) {
@@ -71,7 +72,8 @@ void ProtectedFolders::readIdentities() {
     for (const std::string_view folder : systemFolders) add(stat(std::string(folder).c_str(), &status));
     if (!hasHome_) return;
     if (!home_.empty()) add(stat(home_.c_str(), &status));
-    for (const std::string& folder : aboveHome_) add(stat(folder.c_str(), &status));
+    for (std::string_view above = parentOf(home_); above.size() > 1; above = parentOf(above))
+        if (onlyHoldsHome(above)) add(stat(std::string(above).c_str(), &status));
     // What a link such as ~/.config leads to may be anything, for instance a project of dotfiles.
     for (const std::string_view folder : homeFolders) add(lstat((home_ + std::string(folder)).c_str(), &status));
 }

@@ -2,6 +2,7 @@
 // The folders that no agent's command may delete or overwrite: the system's own, the home folder, those it lies in, and
 // its well-known ones.
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,7 +14,8 @@ namespace tidewrack::shell {
 class ProtectedFolders {
   public:
     // A project that holds the home folder is not protected by that: its commands are snapshotted, and asked about.
-    ProtectedFolders(std::string_view home, const std::vector<std::string>& projectRoots);
+    // `projectRoots` must outlive this.
+    ProtectedFolders(std::string_view home, std::span<const std::string> projectRoots);
 
     // Whether the text of an absolute path without trailing slash is that of a protected folder.
     [[nodiscard]] bool holdsText(std::string_view path) const;
@@ -37,7 +39,7 @@ class ProtectedFolders {
 
     bool hasHome_;
     std::string home_; // empty for a home that is the root
-    std::vector<std::string> aboveHome_;
+    std::span<const std::string> projectRoots_;
     std::vector<Identity> identities_;
     bool identitiesRead_ = false;
     int pathsLookedAt_ = 0;

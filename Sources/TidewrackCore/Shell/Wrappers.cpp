@@ -79,33 +79,19 @@ constexpr Wrapper wrappers[] = {
     {"yarn", " exec "},
 };
 
-static_assert(std::is_sorted(std::begin(wrappers), std::end(wrappers),
-                             [](const Wrapper& a, const Wrapper& b) { return a.name < b.name; }));
+static_assert(isSortedByName(wrappers));
+constexpr NameIndex<Wrapper> wrapperIndex(wrappers);
 
 // Tools that some systems install under names with a "g".
 constexpr std::array gnuTools = {"chgrp"sv, "chmod"sv, "chown"sv, "cp"sv,       "dd"sv,     "find"sv, "install"sv,
                                  "ln"sv,    "make"sv,  "mv"sv,    "rm"sv,       "rmdir"sv,  "sed"sv,  "shred"sv,
                                  "tar"sv,   "tee"sv,   "touch"sv, "truncate"sv, "unlink"sv, "xargs"sv};
 
-constexpr NameFilter wrapperFilter = [] {
-    NameFilter filter;
-    for (const Wrapper& wrapper : wrappers) filter.add(wrapper.name);
-    return filter;
-}();
-
 constexpr NameFilter gnuFilter = [] {
     NameFilter filter;
     for (const std::string_view name : gnuTools) filter.add(name);
     return filter;
 }();
-
-const Wrapper* wrapperFor(std::string_view name) {
-    if (!wrapperFilter.mayHold(name)) return nullptr;
-    const auto found =
-        std::lower_bound(std::begin(wrappers), std::end(wrappers), name,
-                         [](const Wrapper& wrapper, std::string_view text) { return wrapper.name < text; });
-    return found != std::end(wrappers) && found->name == name ? found : nullptr;
-}
 
 // Reads the words of one wrapper.
 class Unwrapping {
@@ -173,7 +159,7 @@ class Unwrapping {
 
 // `command -v name` says what the name means.
 bool tellsOfCommand(const std::vector<Word>& words, std::size_t index) {
-    return words[index].text == "command" && index + 1 < words.size() &&
+    return words[index].text == "command"sv && index + 1 < words.size() &&
            (words[index + 1].text == "-v" || words[index + 1].text == "-V");
 }
 
@@ -181,13 +167,13 @@ bool tellsOfCommand(const std::vector<Word>& words, std::size_t index) {
 
 std::string_view commandName(const Word& word) {
     const std::string_view name = lastComponent(word.text);
-    const bool gnu = name.size() > 2 && name[0] == 'g' && gnuFilter.mayHold(name.substr(1)) &&
-                     std::find(gnuTools.begin(), gnuTools.end(), name.substr(1)) != gnuTools.end();
+    const bool gnu =
+        name.size() > 2 && name[0] == 'g' && gnuFilter.mayHold(name.substr(1)) && isIn(gnuTools, name.substr(1));
     return gnu ? name.substr(1) : name;
 }
 
 bool isWrapper(std::string_view name) {
-    return wrapperFor(name) != nullptr;
+    return wrapperIndex.find(name) != nullptr;
 }
 
 Unwrapped unwrap(std::vector<Word>& words) {
@@ -203,7 +189,7 @@ Unwrapped unwrap(std::vector<Word>& words) {
             ++index;
             continue;
         }
-        const Wrapper* wrapper = wrapperFor(commandName(words[index]));
+        const Wrapper* wrapper = wrapperIndex.find(commandName(words[index]));
         const std::size_t length = wrapper != nullptr ? Unwrapping(words, result).length(index, *wrapper) : 0;
         if (length == 0) break;
         index += length;

@@ -50,7 +50,8 @@ std::string absolutePath(std::string_view path, std::string_view base) {
 
 bool isAtOrBelow(std::string_view path, std::string_view folder) {
     if (folder.empty() || folder == "/") return true;
-    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+    if (path.size() < folder.size() || (path.size() > folder.size() && path[folder.size()] != '/')) return false;
+    return path.starts_with(folder); // seldom needed: most paths have no slash at that place
 }
 
 std::string joined(std::string_view folder, std::string_view name) {
