@@ -155,7 +155,7 @@ TEST_F(VaultTest, reportsWhatCannotBeRestoredAndGoesOn) {
     folder.write("home/b", "kept in its place");
     folder.remove(stored(entry, 1));
     EXPECT_EQ(vault.restore(entry.id).messages(),
-              (std::vector<std::string>{"couldn't restore " + folder.at("home/a/f") + ": File exists",
+              (std::vector<std::string>{"couldn't restore " + folder.at("home/a/f") + ": Not a directory",
                                         "couldn't restore " + folder.at("home/b") + ": its copy is missing",
                                         "restored " + folder.at("home/c")}));
     EXPECT_EQ(folder.read("home/b"), "kept in its place");
