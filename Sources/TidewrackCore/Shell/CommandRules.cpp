@@ -194,6 +194,12 @@ constexpr NameFilter commandFilter = [] {
 
 bool onlyReads(const Rule& rule, Words arguments);
 
+// Whether a program without a rule leaves all files as they are.
+bool changesNothing(std::string_view name, Words arguments) {
+    if (isWriter(name)) return writesNothing(name, arguments);
+    return isReader(name) && !isToldToWrite(name, arguments);
+}
+
 bool Examination::run() {
     rule_ = ruleIndex.find(name_);
     if (rule_ == nullptr) return false;
@@ -406,7 +412,9 @@ void Examination::xargs() {
     const Rule* rule = ruleIndex.find(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
     if (rule && !onlyReads(*rule, Words(command).subspan(1))) effects_.opaque(cwd_);
-    if (!rule && !isKnown(command.front(), Words(command).subspan(1))) effects_.suspect(cwd_);
+    if (rule) return;
+    command.resize(command.size() + 2); // operands, which are not known
+    if (!isKnown(command.front(), Words(command).subspan(1))) effects_.suspect(cwd_);
 }
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
@@ -444,7 +452,7 @@ std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
 bool isKnown(const Word& first, Words arguments) {
     std::string_view name = commandName(first);
     if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
-    if (isReader(name)) return !isToldToWrite(name, arguments);
+    if (changesNothing(name, arguments)) return true;
     return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || first.text == "}"sv ||
            first.text == "{"sv;
 }
@@ -456,7 +464,7 @@ bool commandOnlyReads(std::vector<Word> words) {
     const Words arguments = Words(words).subspan(1);
     if (name == "find") return !findActs(arguments);
     if (const Rule* rule = ruleIndex.find(name)) return onlyReads(*rule, arguments);
-    return isReader(name) && !isToldToWrite(name, arguments);
+    return changesNothing(name, arguments);
 }
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {

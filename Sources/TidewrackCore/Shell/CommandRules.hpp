@@ -1,5 +1,7 @@
 #pragma once
-// What each known command destroys, by its name and its arguments.
+// What each known command destroys, by its name and its arguments. Programs stand in one of three tables, by what may
+// follow from it: the rules' here, because of which somebody may be asked or refused; the writers' (Writers.hpp), which
+// only saves what a program may write over; and the readers' (Readers.hpp), for which nothing is done at all.
 
 #include "Shell/Effects.hpp"
 #include "Shell/Program.hpp"

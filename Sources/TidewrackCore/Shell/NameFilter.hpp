@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <span>
 #include <string_view>
 
 namespace tidewrack::shell {
@@ -47,10 +48,9 @@ class NameFilter {
 template <typename Entry>
 class NameIndex {
   public:
-    template <std::size_t size>
-    constexpr explicit NameIndex(const Entry (&table)[size]) : table_(table) {
+    constexpr explicit NameIndex(std::span<const Entry> table) : table_(table.data()) {
         for (std::size_t byte = 0, at = 0; byte < places_.size(); ++byte) {
-            while (at < size && static_cast<unsigned char>(table[at].name.front()) < byte) ++at;
+            while (at < table.size() && static_cast<unsigned char>(table[at].name.front()) < byte) ++at;
             places_[byte] = static_cast<std::uint16_t>(at);
         }
     }
@@ -70,10 +70,10 @@ class NameIndex {
     std::array<std::uint16_t, 257> places_{};
 };
 
-template <typename Entry, std::size_t size>
-[[nodiscard]] constexpr bool isSortedByName(const Entry (&table)[size]) {
+template <typename Table>
+[[nodiscard]] constexpr bool isSortedByName(const Table& table) {
     return std::is_sorted(std::begin(table), std::end(table),
-                          [](const Entry& one, const Entry& other) { return one.name < other.name; });
+                          [](const auto& one, const auto& other) { return one.name < other.name; });
 }
 
 } // namespace tidewrack::shell

@@ -1,5 +1,6 @@
 #pragma once
-// Programs that change no file of the user's: they read, print, or talk to something else.
+// Programs that change no file of the user's: they read, print, or talk to something else. The table of writers
+// (Writers.hpp) goes first: what stands there is not listed here.
 
 #include "Shell/Program.hpp"
 

@@ -115,7 +115,7 @@ constexpr Writer writers[] = {
     {"uniq", Written::second, "fsw", " --skip-fields --skip-chars --check-chars "},
     {"unlzma", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"unxz", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
-    {"unzip", Written::folder, "dPx", {}, {}, {}, " -n ", " -d "},
+    {"unzip", Written::folder, "dPx", {}, {}, {}, " -n -l -v -t -Z -p ", " -d "},
     {"vi", Written::all, "cSstTuw", " --cmd ", {}, {}, " -R "},
     {"vim", Written::all, "cSstTuw", " --cmd ", {}, {}, " -R "},
     {"wget",
@@ -133,43 +133,43 @@ constexpr Writer writers[] = {
     {"zstd", Written::all, "oDT", {}, " -o ", " --rm ", {}},
 };
 
-static_assert(std::is_sorted(std::begin(writers), std::end(writers),
-                             [](const Writer& a, const Writer& b) { return a.name < b.name; }));
+static_assert(isSortedByName(writers));
+constexpr NameIndex<Writer> writerIndex(writers);
 
-constexpr NameFilter writerFilter = [] {
-    NameFilter filter;
-    for (const Writer& writer : writers) filter.add(writer.name);
-    return filter;
-}();
-
-const Writer* writerFor(std::string_view name) {
-    if (!writerFilter.mayHold(name)) return nullptr;
-    const auto found = std::lower_bound(std::begin(writers), std::end(writers), name,
-                                        [](const Writer& writer, std::string_view text) { return writer.name < text; });
-    return found != std::end(writers) && found->name == name ? found : nullptr;
+// Standard output, or a file that keeps nothing.
+bool isNowhere(const Word& word) {
+    return word.text == "-"sv || word.text == "/dev/null"sv;
 }
 
 // One command, its arguments sorted into what it writes and what not.
 class Writing {
-  public:
-    Writing(const Writer& writer, Words arguments, const std::string& cwd, Effects& effects)
-        : writer_(writer), arguments_(arguments), cwd_(cwd), folder_(cwd), effects_(effects) {}
+    using Operands = std::span<const Word* const>;
 
-    bool run();
+  public:
+    Writing(const Writer& writer, Words arguments, const std::string& cwd)
+        : writer_(writer), arguments_(arguments), cwd_(cwd), folder_(cwd) {
+        sortOut();
+    }
+
+    [[nodiscard]] bool isNothing() const;
+    bool run(Effects& effects) const; // false when the arguments are not understood
 
   private:
     void sortOut();
     std::size_t takeOption(std::size_t index);
     void takeValue(std::string_view option, Word value);
-    bool writeOperands();
-    bool writeArchive();
-    void write(const Word& word) { effects_.write(word, folder_); }
+    [[nodiscard]] bool takesOperands() const { return !disabled_ && (writer_.onlyWith.empty() || enabled_); }
+    [[nodiscard]] Operands writtenOperands() const;
+    bool writeOperands(Effects& effects) const;
+    bool writeArchive(Effects& effects) const;
+    void write(const Word& word, Effects& effects) const {
+        if (!isNowhere(word)) effects.write(word, folder_);
+    }
 
     const Writer& writer_;
     const Words arguments_;
     const std::string& cwd_;
     std::string folder_; // where it works
-    Effects& effects_;
     std::vector<const Word*> operands_;
     std::vector<Word> outputs_;
     std::vector<Word> archives_;
@@ -178,11 +178,19 @@ class Writing {
     bool disabled_ = false;
 };
 
-bool Writing::run() {
-    sortOut();
-    for (const Word& output : outputs_) effects_.write(output, folder_);
-    if (disabled_ || (!writer_.onlyWith.empty() && !enabled_)) return true;
-    return writer_.name == "tar" ? writeArchive() : writeOperands();
+bool Writing::isNothing() const {
+    if (!std::all_of(outputs_.begin(), outputs_.end(), isNowhere)) return false;
+    if (!takesOperands()) return true;
+    if (writer_.name == "tar") return modes_.find('t') != modes_.npos && modes_.find('x') == modes_.npos;
+    if (writer_.written == Written::folder || writer_.written == Written::anything) return false;
+    const Operands written = writtenOperands();
+    return std::all_of(written.begin(), written.end(), [](const Word* word) { return isNowhere(*word); });
+}
+
+bool Writing::run(Effects& effects) const {
+    for (const Word& output : outputs_) write(output, effects);
+    if (!takesOperands()) return true;
+    return writer_.name == "tar" ? writeArchive(effects) : writeOperands(effects);
 }
 
 void Writing::sortOut() {
@@ -221,6 +229,7 @@ std::size_t Writing::takeOption(std::size_t index) {
     }
     if (text.starts_with("--")) {
         if (text == "--extract" || text == "--get") modes_ += 'x';
+        if (text == "--list") modes_ += 't';
         if (text == "--remove-files") modes_ += 'R';
         return 0;
     }
@@ -254,56 +263,60 @@ void Writing::takeValue(std::string_view option, Word value) {
         archives_.push_back(std::move(value));
 }
 
-bool Writing::writeOperands() {
+Writing::Operands Writing::writtenOperands() const {
+    const Operands all(operands_);
     switch (writer_.written) {
-    case Written::none: return true;
+    case Written::none:
+    case Written::folder:
+    case Written::anything: return {};
     case Written::all:
-        for (const Word* operand : operands_) write(*operand);
-        return true;
-    case Written::first:
-        if (!operands_.empty()) write(*operands_.front());
-        return true;
-    case Written::second:
-        for (std::size_t index = 1; index < operands_.size(); ++index) write(*operands_[index]);
-        return true;
-    case Written::last:
-        if (operands_.size() > 1) write(*operands_.back());
-        return true;
-    case Written::urls:
-        for (const Word* operand : operands_) {
-            Word name = *operand;
-            name.text = lastComponent(operand->text);
-            write(name);
-        }
-        return true;
-    case Written::folder: effects_.suspect(folder_); return true;
-    case Written::anything: return !outputs_.empty();
+    case Written::urls: return all;
+    case Written::first: return all.first(std::min<std::size_t>(all.size(), 1));
+    case Written::second: return all.subspan(std::min<std::size_t>(all.size(), 1));
+    case Written::last: return all.size() > 1 ? all.last(1) : Operands();
     }
-    return false;
+    return {};
+}
+
+bool Writing::writeOperands(Effects& effects) const {
+    for (const Word* operand : writtenOperands()) {
+        Word word = *operand;
+        if (writer_.written == Written::urls) word.text = lastComponent(operand->text);
+        write(word, effects);
+    }
+    if (writer_.written == Written::folder) effects.suspect(folder_);
+    return writer_.written != Written::anything || !outputs_.empty();
 }
 
 // tar: what is unpacked may overwrite anything; what is packed may go.
-bool Writing::writeArchive() {
+bool Writing::writeArchive(Effects& effects) const {
     const auto has = [&](char letter) { return modes_.find(letter) != modes_.npos; };
     if (has('x')) {
-        effects_.suspect(folder_);
+        effects.suspect(folder_);
         return true;
     }
-    for (const Word& archive : archives_) effects_.write(archive, cwd_);
+    for (const Word& archive : archives_)
+        if (!has('t') && !isNowhere(archive)) effects.write(archive, cwd_);
     if (has('R'))
-        for (const Word* operand : operands_) write(*operand);
-    return has('c') || has('r') || has('u') || has('A');
+        for (const Word* operand : operands_) write(*operand, effects);
+    return has('c') || has('r') || has('u') || has('A') || has('t');
 }
 
 } // namespace
 
 bool isWriter(std::string_view name) {
-    return writerFor(name) != nullptr;
+    return writerIndex.find(name) != nullptr;
+}
+
+bool writesNothing(std::string_view name, Words arguments) {
+    static const std::string anywhere = "/";
+    const Writer* writer = writerIndex.find(name);
+    return writer != nullptr && Writing(*writer, arguments, anywhere).isNothing();
 }
 
 bool examineWriter(Words words, const std::string& cwd, Effects& effects) {
-    const Writer* writer = writerFor(commandName(words.front()));
-    return writer != nullptr && Writing(*writer, words.subspan(1), cwd, effects).run();
+    const Writer* writer = writerIndex.find(commandName(words.front()));
+    return writer != nullptr && Writing(*writer, words.subspan(1), cwd).run(effects);
 }
 
 } // namespace tidewrack::shell

@@ -14,6 +14,9 @@ namespace tidewrack::shell {
 // Whether something is known of what a program of this name writes.
 [[nodiscard]] bool isWriter(std::string_view name);
 
+// Whether a program of the table writes no file that its arguments name: tar -t, sort without -o.
+[[nodiscard]] bool writesNothing(std::string_view name, std::span<const Word> arguments);
+
 // Adds what a command writes that runs in the folder `cwd`; false when its arguments are not understood. `words` is
 // not empty.
 [[nodiscard]] bool examineWriter(std::span<const Word> words, const std::string& cwd, Effects& effects);
