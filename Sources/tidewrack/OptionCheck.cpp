@@ -1,5 +1,7 @@
 #include "OptionCheck.hpp"
 
+#include "Likeness.hpp"
+
 #include <algorithm>
 
 namespace tidewrack {
@@ -38,17 +40,29 @@ class Check {
     void checkFlag(const std::string& flag) {
         if (knows(flag)) return;
         const std::string name = flag.substr(0, flag.find('='));
-        if (knows(name) && !looksLikeDryRun(name)) throw CliError(name + " takes no value" + unchanged());
+        if (command_.effect != Effect::adds && knows(name) && !looksLikeDryRun(name))
+            throw CliError(name + " takes no value" + unchanged());
         unknown(flag);
     }
 
     void unknown(const std::string& option) {
         const std::string sentence = std::string(command_.name) + " has no option " + option;
-        const bool canDryRun = command_.option(dryRun) != nullptr;
-        if (looksLikeDryRun(option))
-            throw CliError(sentence + (canDryRun ? " (did you mean --dry-run?)" : "") + unchanged());
+        const std::string name = option.substr(0, option.find('='));
+        if (looksLikeDryRun(option) || isMistyped(name, dryRun))
+            throw CliError(sentence + (command_.option(dryRun) != nullptr ? didYouMean(dryRun) : "") + unchanged());
+        if (command_.effect == Effect::adds) return;
+        if (const std::string_view meant = meantBy(name); !meant.empty())
+            throw CliError(sentence + didYouMean(meant) + unchanged());
         if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
         warnings_.push_back(sentence + "; ignored");
+    }
+
+    // The option of the command that a mistyped one looks like; empty for none.
+    [[nodiscard]] std::string_view meantBy(std::string_view name) const {
+        for (const auto options : {command_.options, globalOptions()})
+            for (const Option& option : options)
+                if (name.starts_with("--") && isMistyped(name, option.name)) return option.name;
+        return {};
     }
 
     void checkWords() {
@@ -56,13 +70,14 @@ class Check {
             const std::string& word = args_.positional[i];
             const bool option = word.starts_with('-') && i < args_.plainFrom;
             if (option && looksLikeDryRun(word)) unknown(word);
-            if (i < command_.mostWords) continue;
+            if (i < command_.mostWords || command_.effect == Effect::adds) continue;
             const std::string sentence = std::string(command_.name) + " has no use for the word " + word;
             if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
             warnings_.push_back(sentence + "; ignored");
         }
     }
 
+    static std::string didYouMean(std::string_view option) { return " (did you mean " + std::string(option) + "?)"; }
     static std::string unchanged() { return "; nothing was changed"; }
 
     const Command& command_;

@@ -10,8 +10,9 @@
 namespace tidewrack {
 
 // One warning for each option and word that a command which changes something does not know. Throws CliError where
-// running could do what was not meant: for a mistyped dry run, a value for an option that takes none, and anything at
-// all where nothing would undo it. Commands that change nothing take any option.
+// running could do what was not meant: for a mistyped option, a value for an option that takes none, and anything at
+// all where nothing would undo it. Commands that only add to the history refuse a dry run alone, and those that change
+// nothing take any option.
 [[nodiscard]] std::vector<std::string> misunderstood(const Command& command, const Args& args);
 
 } // namespace tidewrack
