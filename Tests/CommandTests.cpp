@@ -439,6 +439,8 @@ TEST_F(CommandTest, diffCountsLinesAndComparesBytes) {
     EXPECT_EQ(world.ok({"diff", "1", "2"}), "+ folder/\n~ changed\n~ same\n~ zeros\n- gone\n");
     EXPECT_EQ(world.ok({"diff", "1", "2", "--content"}), "+ folder/\n~ changed\n~ zeros\n- gone\n");
     EXPECT_EQ(world.ok({"diff", "1", "2", "--stat", "folder"}), "No changes.\n");
+    EXPECT_EQ(world.ok({"diff", "1", "2", "--stat", "--patch", "gone"}),
+              "- gone  +0 -1\n1 file changed, +0 -1\n\n" + world.ok({"diff", "1", "2", "--patch", "gone"}));
 }
 
 TEST_F(CommandTest, timesStandForSnapshots) {

@@ -1,9 +1,9 @@
 // What a file held.
 
 #include "Commands/Commands.hpp"
+#include "Commands/UnknownPaths.hpp"
 #include "Invocation.hpp"
 #include "Reports/PatchReport.hpp"
-#include "Reports/PathWords.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
@@ -17,19 +17,6 @@
 namespace tidewrack::commands {
 
 namespace {
-
-// A file that may have been meant: the same path from the project's root, else the uppermost one of that name.
-std::optional<std::string> likely(const Manifest& manifest, const std::string& word) {
-    if (word.empty() || word.starts_with('/')) return std::nullopt;
-    if (const Entry* entry = manifest.find(word); entry != nullptr && entry->kind == EntryKind::file) return word;
-    const auto depth = [](std::string_view path) { return std::count(path.begin(), path.end(), '/'); };
-    std::optional<std::string> best;
-    for (const Manifest::Item& item : manifest.items())
-        if (item.entry.kind == EntryKind::file && lastComponent(item.path) == lastComponent(word) &&
-            (!best || depth(item.path) < depth(*best)))
-            best = std::string(item.path);
-    return best;
-}
 
 // Why nothing is known of a path that the listing lacks: a folder above it that is left out. None when there is none.
 std::optional<std::string> leftOut(const Project& project, const Manifest& manifest, std::string_view path) {
@@ -66,13 +53,19 @@ std::string noFileText(Invocation& call, const Asked& asked, const Manifest& man
     }
     std::string text = asked.word + " isn't in snapshot #" + std::to_string(asked.seq);
     if (const auto reason = leftOut(asked.project, manifest, asked.relative)) return text + ": " + *reason;
-    if (asked.word.find_first_of("*?[") != std::string::npos) return text + "; patterns mean nothing here";
-    const auto meant = likely(manifest, asked.word);
-    if (!meant) return text;
-    const std::string& folder = call.around.currentFolder;
-    const bool within = isAtOrBelow(Store::canonical(folder), asked.project.root);
-    return text + "; did you mean " +
-           (within ? seenFrom(joined(asked.project.root, *meant), Store::canonical(folder)) : *meant) + "?";
+    return text + adviceOn(call, asked.project, manifest, asked.word);
+}
+
+// The path that is meant, relative to the root. Whoever stands outside of the project, and gives a relative one, is
+// told of the same path from the root.
+std::string relativePath(Invocation& call, const Project& project, std::int64_t seq, const std::string& word) {
+    const std::string path = call.absolute(word);
+    if (word.starts_with('/') || isAtOrBelow(Store::canonicalPlace(path), project.root))
+        return Engine::relative(project, path);
+    const History history = call.store().history(project);
+    const std::string advice = adviceOn(call, project, history.manifest(history.snapshot(seq)), word);
+    if (advice.empty()) return Engine::relative(project, path); // throws
+    throw CliError(path + " is outside " + project.root + advice);
 }
 
 // `place` is where the content would be kept; its name tells why it is not there.
@@ -92,7 +85,7 @@ int cat(Invocation& call) {
     const Project project = call.project();
     const History history = call.store().history(project);
     const std::int64_t seq = call.number(project, snapshot);
-    const Asked asked{project, seq, *path, Engine::relative(project, call.absolute(*path))};
+    const Asked asked{project, seq, *path, relativePath(call, project, seq, *path)};
     const auto content = call.engine().contentPath(project, seq, asked.relative);
     if (!content) throw CliError(noFileText(call, asked, history.manifest(history.snapshot(seq))));
     const Descriptor file(::open(content->c_str(), O_RDONLY | O_CLOEXEC));

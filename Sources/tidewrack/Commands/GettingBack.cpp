@@ -2,10 +2,15 @@
 
 #include "Commands/Commands.hpp"
 #include "Commands/Turns.hpp"
+#include "Commands/UnknownPaths.hpp"
+#include "Engine/Spelling.hpp"
 #include "Invocation.hpp"
+#include "Platform/Volumes.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -49,14 +54,37 @@ void printRestored(Invocation& call, const RestoreResult& result) {
     if (dry) call.warn(result.safetyWarnings);
 }
 
+// Throws where a path is neither in the snapshot nor in the folder: then it was written wrong, and doing the rest would
+// leave the impression that all was done.
+void refuseUnknown(Invocation& call, const Project& project, std::int64_t seq, const std::vector<std::string>& paths) {
+    std::optional<Manifest> manifest;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const std::string relative = Engine::relative(project, paths[i]);
+        if (relative.empty() || exists(joined(project.root, relative))) continue;
+        if (!manifest) {
+            const History history = call.store().history(project);
+            manifest = history.manifest(history.snapshot(seq));
+        }
+        const auto names = volumeIgnoresCase(project.root) ? asListed({relative}, {&*manifest}) : std::vector{relative};
+        const auto isListed = [&](const std::string& name) {
+            return manifest->find(name) != nullptr || manifest->listsBelow(name);
+        };
+        if (std::any_of(names.begin(), names.end(), isListed)) continue;
+        const std::string& word = call.args.positional[i + 1];
+        throw CliError(word + " is neither in snapshot #" + std::to_string(seq) + " nor in the folder" +
+                       adviceOn(call, project, *manifest, word));
+    }
+}
+
 } // namespace
 
 int restore(Invocation& call) {
     const SnapshotWord to = call.snapshotWord(0, "snapshot");
     const auto paths = chosenPaths(call);
     const Project project = call.project();
-    printRestored(call, call.engine().restore(project, call.number(project, to), paths, !call.args.has("--keep-new"),
-                                              acting(call)));
+    const std::int64_t seq = call.number(project, to);
+    if (paths) refuseUnknown(call, project, seq, *paths);
+    printRestored(call, call.engine().restore(project, seq, paths, !call.args.has("--keep-new"), acting(call)));
     return 0;
 }
 

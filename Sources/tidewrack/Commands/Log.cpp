@@ -226,6 +226,7 @@ int log(Invocation& call) {
     const auto word = call.args.word(0);
     const bool turns = call.args.has("--turns");
     if (word && word->empty()) throw CliError("missing path");
+    if (call.args.has("--patch") && call.json()) throw CliError("a patch is no JSON: give --patch or --json");
     if (call.args.has("--patch") && (!word || turns)) throw CliError("--patch goes with a path, and not with --turns");
     const Project project = call.project();
     const std::string path = word ? Engine::relative(project, call.absolute(*word)) : "";

@@ -97,8 +97,9 @@ int diff(Invocation& call) {
     const Project project = call.project();
     const auto [from, to, paths] = last ? newestTurn(call, project) : compared(call, project, fromWord);
     const bool patch = args.has("--patch");
+    const bool stat = args.has("--stat");
+    if (patch && call.json()) throw CliError("a patch is no JSON: give --patch or --json");
     call.page();
-    const bool stat = args.has("--stat") && !patch;
     if (!patch && !stat && !args.has("--content") && paths.empty()) {
         std::vector<std::string> warnings;
         printChanges(call, call.engine().diff(project, from, to, &warnings));
@@ -112,15 +113,15 @@ int diff(Invocation& call) {
         warnOfUnknown(call, sides, paths);
     }
     if (args.has("--content")) changes = withoutTouched(call.store(), project, sides, changes);
+    if (stat && call.json())
+        call.printJson(statJson(fileStats(call.store(), project, sides, changes)));
+    else if (stat)
+        call.print(statText(fileStats(call.store(), project, sides, changes), call.look()) + (patch ? "\n" : ""));
+    else if (!patch)
+        printChanges(call, changes);
     if (patch)
         writePatch(call.store(), project, sides, changes, call.look(),
                    [&](const std::string& section) { call.print(section); });
-    else if (stat && call.json())
-        call.printJson(statJson(fileStats(call.store(), project, sides, changes)));
-    else if (stat)
-        call.print(statText(fileStats(call.store(), project, sides, changes), call.look()));
-    else
-        printChanges(call, changes);
     call.warn(sides.warnings);
     return 0;
 }

@@ -155,6 +155,7 @@ const char* shortStatus(Invocation& call) {
 
 int status(Invocation& call) {
     if (call.args.has("--short")) {
+        if (call.json()) throw CliError("one word is no JSON: give --short or --json");
         const std::string word = shortStatus(call);
         call.print(word + "\n");
         return word == "ok" ? 0 : 1;

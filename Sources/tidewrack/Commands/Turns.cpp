@@ -71,6 +71,7 @@ bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool
 }
 
 int show(Invocation& call) {
+    if (call.json() && call.args.has("--stat")) throw CliError("--stat goes with text; --json names the files");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     std::vector<TimelineRow> rows{shownTurn(call, project, undo)};
