@@ -78,6 +78,12 @@ TEST_F(Finding, namesWhatIsGoneAndTheCommandThatBringsItBack) {
                   .find("restore 2 " + f.at("project/src/main.c") + " --project " + f.at("project") + "\n"),
               std::string::npos);
     world.current = f.at("project");
+    f.write("project/n\n'1", "");
+    snap("manual", "");
+    f.remove("project/n\n'1");
+    EXPECT_NE(found({"n*1"}).find("\n    tidewrack restore 4 $'n\\012\\'1'\n"), std::string::npos) << found({"n*1"});
+    EXPECT_EQ(json::parse(world.ok({"find", "n*1", "--json"}))["paths"][0]["command"],
+              "tidewrack restore 4 $'n\\012\\'1'");
     world.ok({"restore", "2", "src/deep/it's.c"}); // as it was told
     EXPECT_EQ(f.read("project/src/deep/it's.c"), "er\n");
 }

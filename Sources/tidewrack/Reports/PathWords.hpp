@@ -9,7 +9,7 @@ namespace tidewrack {
 // `path` as it is written from the folder `from`; both absolute.
 [[nodiscard]] std::string seenFrom(const std::string& path, std::string from);
 
-// One word for a shell, in quotes where it needs them.
+// One word for a shell, in quotes where it needs them: text that a terminal shows as it is.
 [[nodiscard]] std::string shellWord(std::string_view text);
 
 } // namespace tidewrack
