@@ -4,6 +4,7 @@
 #include "Commands/Turns.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
+#include "Reports/PathWords.hpp"
 #include "Reports/TextReports.hpp"
 #include "Reports/TurnReports.hpp"
 #include "Support/Errors.hpp"
@@ -34,15 +35,6 @@ std::int64_t numberOf(const std::string& text, const char* option) {
         throw CliError(std::string(option) + " needs a snapshot number, got " + text +
                        ". `tidewrack timeline` lists the turns; --last is the newest.");
     return *number;
-}
-
-// A word for a shell that takes it as it is.
-std::string shellWord(const std::string& text) {
-    constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,@%=:";
-    if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) return text;
-    std::string word = "'";
-    for (const char letter : text) word += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
-    return word + "'";
 }
 
 TurnUndo::Options optionsFrom(Invocation& call) {
@@ -120,7 +112,7 @@ void takeBackHint(Invocation& call, const Done& done, bool elsewhere) {
     if (!done.result.restored) return;
     std::string words = "redo";
     if (done.choice.by == "redo") words = "undo " + std::to_string(done.result.restored->safety.seq);
-    if (elsewhere) words += " --project " + call.shown(shellWord(repairedUtf8(done.project.root)));
+    if (elsewhere) words += " --project " + shellWord(done.project.root);
     call.print("Take this back with: tidewrack " + words + "\n");
 }
 
@@ -227,12 +219,12 @@ int nothing(Invocation& call, const UndoChoice& choice, const std::string& sente
 
 // A folder that is gone for good, such as a work tree that the turn itself removed, leaves nothing to take back.
 Done inGoneProject(const Project& other, const UndoChoice& choice) {
-    const std::string root = repairedUtf8(other.root);
+    const std::string root = shellWord(other.root);
     return {other,
             choice,
             {},
-            "the folder is gone. To bring it back as it was before, run: mkdir -p " + shellWord(root) +
-                " && tidewrack restore " + std::to_string(choice.rows.back().first) + " --project " + shellWord(root),
+            "the folder is gone. To bring it back as it was before, run: mkdir -p " + root + " && tidewrack restore " +
+                std::to_string(choice.rows.back().first) + " --project " + root,
             true};
 }
 
@@ -277,10 +269,9 @@ std::string newerElsewhere(Invocation& call, const Project& project, const TurnU
         std::vector<TimelineRow> rows{row};
         addElsewhere(call.store(), project, rows);
         if (rows.front().projects.empty()) continue;
-        const std::string root = repairedUtf8(rows.front().projects.front());
+        const std::string& root = rows.front().projects.front();
         return "Newer: " + choiceText({"undo", {row}}, now(), call.look()) + ", which changed nothing here, but in " +
-               call.shown(root) + ". To take it back, run: tidewrack undo --last --project " +
-               call.shown(shellWord(root)) + "\n";
+               call.shown(root) + ". To take it back, run: tidewrack undo --last --project " + shellWord(root) + "\n";
     }
     return "";
 }
@@ -324,22 +315,33 @@ UndoChoice rangeOf(const TurnUndo& undo, const std::string& range) {
 
 } // namespace
 
+namespace {
+
+// `undo --dry-run` shows what `undo` without a word would ask about.
+bool isOfNewestTurn(const Args& args) {
+    return args.has("--last") || (args.positional.empty() && args.has("--dry-run"));
+}
+
+} // namespace
+
 bool isUndoOfTurns(const Args& args) {
     for (const char* option : {"--turn", "--session", "--session-of"})
         if (args.value(option)) return true;
-    return args.has("--last") || isRange(args.word(0).value_or(""));
+    return isOfNewestTurn(args) || isRange(args.word(0).value_or(""));
 }
 
 int undoTurns(Invocation& call) {
-    int ways = call.args.has("--last") ? 1 : 0;
+    int ways = 0;
     for (const char* option : {"--turn", "--session", "--session-of"}) ways += call.args.value(option) ? 1 : 0;
+    const bool newest = call.args.has("--last") || (ways == 0 && isOfNewestTurn(call.args));
+    if (newest) ++ways;
     if (ways > 1) throw CliError("undo takes one of --last, --turn, --session and --session-of");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     TurnUndo::Options options = optionsFrom(call);
     options.paths = call.relativePaths(project, ways == 0 ? 1 : 0);
     const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
-    const bool last = call.args.has("--last") && !call.json();
+    const bool last = newest && !call.json();
     if (last) call.print(newerElsewhere(call, project, undo, choice));
     if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
     const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
