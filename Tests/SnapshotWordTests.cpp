@@ -44,10 +44,15 @@ TEST(SnapshotWord, readsNumbersNamesAndTimes) {
         {"3d", "2026-11-17T12:00:30Z"},
         {"1w", "2026-11-13T12:00:30Z"},
         {"yesterday", "2026-11-19T12:00:30Z"},
-        {"13:00", "2026-11-20T12:00:00Z"},
-        {"13:01", "2026-11-19T12:01:00Z"}, // today's is yet to come
+        {"13:00", "2026-11-20T12:00:59Z"},     // all of the minute, which goes on
+        {"13:01", "2026-11-19T12:01:59Z"},     // today's is yet to come
+        {"Fri 13:00", "2026-11-20T12:00:59Z"}, // as it is shown
+        {"Fri 13:01", "2026-11-13T12:01:59Z"},
+        {"Thu 13:40", "2026-11-19T12:40:59Z"},
+        {"Sat 13:40:05", "2026-11-14T12:40:05Z"},
+        {"2026-11-12 13:40", "2026-11-12T12:40:59Z"},
         {"13:00:31", "2026-11-19T12:00:31Z"},
-        {"2026-11-19T13:40", "2026-11-19T12:40:00Z"},
+        {"2026-11-19T13:40", "2026-11-19T12:40:59Z"},
         {"2026-07-01T13:40:05", "2026-07-01T11:40:05Z"}, // summer time
     };
     for (const auto& row : times)
@@ -55,8 +60,9 @@ TEST(SnapshotWord, readsNumbersNamesAndTimes) {
     EXPECT_EQ(snapshotWord("#12", now), (SnapshotWord{Kind::number, 12, {}}));
     EXPECT_EQ(snapshotWord("last", now), (SnapshotWord{Kind::newest, 0, {}}));
     EXPECT_EQ(snapshotWord("last-turn", now), (SnapshotWord{Kind::lastTurn, 0, {}}));
-    for (const char* none : {"", "x", "1x", "h", "-2h", "24:00", "13:60", "1:00", "13:00x", "2026-02-30T13:40",
-                             "2026-13-01T13:40", "2026-11-19", "Yesterday", "99999999999999999999h", "1.5h"})
+    for (const char* none :
+         {"", "x", "1x", "h", "-2h", "24:00", "13:60", "1:00", "13:00x", "2026-02-30T13:40", "2026-13-01T13:40",
+          "2026-11-19", "Yesterday", "99999999999999999999h", "1.5h", "Thu", "Thu ", "Thu13:40", "thu 13:40"})
         EXPECT_EQ(snapshotWord(none, now), std::nullopt) << none;
     // The day before a night that lacks an hour began as many wall-clock hours ago, not as many real ones.
     EXPECT_EQ(snapshotWord("yesterday", *parseIsoDate("2026-03-29T10:00:00Z"))->time,

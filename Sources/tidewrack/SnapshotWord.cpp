@@ -49,13 +49,13 @@ bool takeMark(std::string_view& text, char mark) {
     return true;
 }
 
-// "14:00" or "14:00:30", all of `text`.
+// "14:00" or "14:00:30", all of `text`. A minute is shown for all that happened in it, so it means its last second.
 bool readClock(std::string_view text, std::tm& parts) {
     const auto hour = takeDigits(text, 2);
     if (!hour || *hour > 23 || !takeMark(text, ':')) return false;
     const auto minute = takeDigits(text, 2);
     if (!minute || *minute > 59) return false;
-    const auto second = takeMark(text, ':') ? takeDigits(text, 2) : std::optional(0);
+    const auto second = takeMark(text, ':') ? takeDigits(text, 2) : std::optional(59);
     if (!second || *second > 59 || !text.empty()) return false;
     parts.tm_hour = *hour;
     parts.tm_min = *minute;
@@ -70,11 +70,32 @@ std::optional<Date> dayBefore(std::tm parts, Date otherwise) {
     return time == -1 ? otherwise : Date(seconds(time));
 }
 
+// Whether a clock that shows `clock` has come to `date`: a minute has been when it has begun.
+bool hasBeen(Date date, std::string_view clock, Date now) {
+    return date - seconds(clock.size() == 5 ? 59 : 0) <= now;
+}
+
 std::optional<Date> clockTime(std::string_view word, Date now) {
     std::tm parts = localTime(now);
     if (!readClock(word, parts)) return std::nullopt;
     const auto today = dateOf(parts);
-    return today && *today > now ? dayBefore(parts, *today) : today;
+    return today && !hasBeen(*today, word, now) ? dayBefore(parts, *today) : today;
+}
+
+// "Thu 13:40", as this program writes it: the latest one that has been.
+std::optional<Date> weekdayAndTime(std::string_view word, Date now) {
+    constexpr std::array<std::string_view, 7> days = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    const auto day = std::find(days.begin(), days.end(), word.substr(0, 3));
+    std::tm parts = localTime(now);
+    const int back = (parts.tm_wday - static_cast<int>(day - days.begin()) + 7) % 7;
+    if (day == days.end() || word.substr(3, 1) != " " || !readClock(word.substr(4), parts)) return std::nullopt;
+    parts.tm_mday -= back;
+    parts.tm_isdst = -1;
+    const Date date{seconds(std::mktime(&parts))};
+    if (hasBeen(date, word.substr(4), now)) return date;
+    parts.tm_mday -= 7;
+    parts.tm_isdst = -1;
+    return Date(seconds(std::mktime(&parts)));
 }
 
 std::optional<Date> dayAndTime(std::string_view word) {
@@ -84,7 +105,7 @@ std::optional<Date> dayAndTime(std::string_view word) {
     const auto month = takeDigits(word, 2);
     if (!month || *month < 1 || *month > 12 || !takeMark(word, '-')) return std::nullopt;
     const auto day = takeDigits(word, 2);
-    if (!day || !takeMark(word, 'T') || !readClock(word, parts)) return std::nullopt;
+    if (!day || (!takeMark(word, 'T') && !takeMark(word, ' ')) || !readClock(word, parts)) return std::nullopt;
     parts.tm_year = *year - 1900;
     parts.tm_mon = *month - 1;
     parts.tm_mday = *day;
@@ -111,6 +132,7 @@ std::optional<Date> timeOf(std::string_view word, Date now) {
     if (word == "yesterday") return dayBefore(localTime(now), now);
     if (const auto date = ago(word, now)) return date;
     if (const auto date = clockTime(word, now)) return date;
+    if (const auto date = weekdayAndTime(word, now)) return date;
     return dayAndTime(word);
 }
 
