@@ -362,8 +362,8 @@ TEST_F(Turns, whatLiesBetweenPrunedSnapshotsIsNobodys) {
     f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
     EXPECT_EQ(back({"undo", "--last"}),
               "3\nNothing of turn #2–#4 of claude, \"long ago\" is taken back:\n"
-              "! config  snapshot #3 was pruned, so that it can't be told whose change this is\n"
-              "! notes  snapshot #3 was pruned, so that it can't be told whose change this is\n"
+              "! config  snapshot #3 is missing, so that it can't be told whose change this is\n"
+              "! notes  snapshot #3 is missing, so that it can't be told whose change this is\n"
               "2 paths are left alone; --force puts such paths back whole, --keep-later passes over them.\n");
     EXPECT_EQ(back({"undo", "--last", "--keep-later"}).front(), '0');
     EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0');

@@ -24,11 +24,11 @@ std::string companyText(const TimelineRow::Company& company) {
     return text + (company.during.to == untilNow ? " on" : " to #" + std::to_string(company.during.to));
 }
 
-std::string prunedText(const Stretch& stretch) {
+std::string missingText(const Stretch& stretch) {
     const bool one = stretch.to == stretch.from + 2;
     return "snapshot" + std::string(one ? "" : "s") + " #" + std::to_string(stretch.from + 1) +
-           (one ? " was" : "–#" + std::to_string(stretch.to - 1) + " were") +
-           " pruned, so that it can't be told whose change this is";
+           (one ? " is" : "–#" + std::to_string(stretch.to - 1) + " are") +
+           " missing, so that it can't be told whose change this is";
 }
 
 // What differs, and the folders that git ignores.
@@ -85,7 +85,7 @@ StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stret
     Part part{stretch};
     const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1;
     if (gap && record(stretch.from).created + allKept < now()) {
-        part.doubt = prunedText(stretch);
+        part.doubt = missingText(stretch);
         return part;
     }
     for (const TimelineRow::Company& each : row.company)

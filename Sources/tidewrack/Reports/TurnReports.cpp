@@ -63,8 +63,8 @@ std::string agentText(const TimelineRow& row, const Look& look) {
 std::string whoText(const TimelineRow& row, const Look& look) {
     switch (row.type) {
     case Type::turn: return agentText(row, look);
-    // Turns of which no snapshot is left look the same.
-    case Type::outside: return row.last == row.first + 1 ? "changes outside of turns" : "changes, snapshots pruned";
+    // Turns of which no snapshot is left, or none that can be read, look the same.
+    case Type::outside: return row.last == row.first + 1 ? "changes outside of turns" : "changes, snapshots missing";
     case Type::manual: return "by hand";
     case Type::restore: return "restore";
     case Type::undo: return "undo";
