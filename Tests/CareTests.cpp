@@ -339,7 +339,7 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
     const Row rows[] = {
         {"all is well", [] {}, "ok", "  1 file of 2.0 kB is listed but not kept: over the limit of size\n"},
         {"the newest record", [&] { empty(record); }, "trouble", ". Run: tidewrack check\n"},
-        {"mended", [&] { setText(record, text); }, "ok", "\n  claude  agent not found; Stop "},
+        {"mended", [&] { setText(record, text); }, "ok", "\n  claude    agent not found; Stop "},
         {"a failure", [&] { log("claude Stop 3ms error: no room"); }, "trouble", "\n  A hook failed: no room\n"},
         {"a success", [&] { log("claude Stop 3ms #6 /x"); }, "ok", "  claude Stop  error: no room\n"},
         {"no hooks", [&] { f.makeFolder("home/.claude"); }, "ok", ". Run: tidewrack hooks install\n"},

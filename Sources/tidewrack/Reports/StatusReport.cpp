@@ -51,10 +51,12 @@ std::string projectText(const StatusReport& report, Date now, const Look& look) 
 std::string statusText(const StatusReport& report, Date now, const Look& look) {
     std::string text = report.project ? projectText(report, now, look) : look.shown(report.folder) + ": not tracked\n";
     text += "Agents\n";
+    std::size_t widest = 0;
+    for (const StatusReport::AgentState& each : report.agents) widest = std::max(widest, each.agent.size());
     for (const StatusReport::AgentState& each : report.agents) {
         std::string line = "  " + each.agent;
-        line.resize(10, ' ');
-        line += each.state;
+        line.resize(2 + widest, ' ');
+        line += "  " + each.state;
         if (each.hint) line += ", " + look.shown(*each.hint);
         if (each.latest) line += "; " + look.shown(each.latest->event) + " " + ago(each.latest->time, now);
         text += line + "\n";
