@@ -156,6 +156,10 @@ TEST_F(StoreTest, snapshotNumbers) {
     for (const char* name : {"10.json", "9.json", "notes.json", "7.json.tmp", "x.json", "1x.json", ".json"})
         f.write(folder + "/snapshots/" + name, "");
     EXPECT_EQ(history.seqs(), (std::vector<std::int64_t>{9, 10}));
+    std::vector<UnreadRecord> unread;
+    EXPECT_EQ(history.snapshots(unread).size() + unread.size(), 2U);
+    for (const char* name : {"10.json", "9.json"}) f.remove(folder + "/snapshots/" + name);
+    EXPECT_EQ(history.snapshots().size(), 0U) << "the others are no records";
     for (const char* name : {"/manifests/12.mf", "/manifests/99.mf.tmp", "/blobs/11"}) f.makeFolder(folder + name);
     EXPECT_EQ(history.highestLeftover(), 12);
     f.makeFolder(folder + "/blobs/13");

@@ -70,11 +70,9 @@ struct Records {
 Records readRecords(const std::string& folder, std::span<const std::string> names, bool collects) {
     Records result;
     for (const std::string& name : names) {
-        if (!name.ends_with(".json")) continue;
         const auto seq = recordNumber(name);
-        const auto leave = [&](const std::string& reason) {
-            if (seq) result.unread.push_back({*seq, reason});
-        };
+        if (!seq) continue;
+        const auto leave = [&](const std::string& reason) { result.unread.push_back({*seq, reason}); };
         std::string text;
         const std::string path = folder + "/" + name;
         if (const int error = readFile(path, text)) {
