@@ -206,19 +206,21 @@ TEST_F(Installer, keepsModeAndLinks) {
     EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0640));
     EXPECT_EQ(std::distance(fs::directory_iterator(home + "/dotfiles"), {}), 2); // no temporary file stays
 
-    // What an install left that was killed goes with the next one, even with one that has nothing to do.
+    // What an install left that was killed goes with the next one, even with one that has nothing to do, or with a look.
     const pid_t dead = ::fork();
     if (dead == 0) ::_exit(0);
     ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
-    for (const char* at : {"dotfiles", ".claude"})
-        folder.write(std::string(at) + "/.tidewrack-" + std::to_string(dead) + "-0", "{");
-    const std::string own = ".claude/.tidewrack-" + std::to_string(dead) + "-1";
-    folder.write(own, "{\n  somebody's own");
-    EXPECT_FALSE(installer().install(Agent::claude).changed);
-    EXPECT_EQ(folder.read(own), "{\n  somebody's own");
-    folder.remove(own);
-    EXPECT_EQ(std::distance(fs::directory_iterator(home + "/dotfiles"), {}), 2);
-    EXPECT_EQ(std::distance(fs::directory_iterator(home + "/.claude"), {}), 2); // the link and the backup
+    for (const bool looks : {false, true}) {
+        for (const char* at : {"dotfiles", ".claude"})
+            folder.write(std::string(at) + "/.tidewrack-" + std::to_string(dead) + "-0", "{");
+        const std::string own = ".claude/.tidewrack-" + std::to_string(dead) + "-1";
+        folder.write(own, "{\n  somebody's own");
+        looks ? (void)installer().status(Agent::claude) : (void)installer().install(Agent::claude);
+        EXPECT_EQ(folder.read(own), "{\n  somebody's own");
+        folder.remove(own);
+        EXPECT_EQ(std::distance(fs::directory_iterator(home + "/dotfiles"), {}), 2);
+        EXPECT_EQ(std::distance(fs::directory_iterator(home + "/.claude"), {}), 2); // the link and the backup
+    }
 
     folder.link(relative(path(Agent::codex)), home + "/dotfiles/new/hooks.json");
     EXPECT_FALSE(installer().install(Agent::codex).backup.has_value());

@@ -70,6 +70,20 @@ bool sameFile(const std::string& a, const std::string& b) {
            first.st_ino == second.st_ino;
 }
 
+// What an earlier edit of this configuration may have been writing.
+std::vector<std::string> possibleTexts(const HookEntries& entries, const std::optional<std::string>& bytes,
+                                       const std::optional<json>& config) {
+    std::vector<std::string> texts = {bytes.value_or("")};
+    if (!config) return texts;
+    json with = *config;
+    json without = *config;
+    (void)entries.addTo(with);
+    entries.removeFrom(without);
+    texts.push_back(encoded(with));
+    texts.push_back(encoded(without));
+    return texts;
+}
+
 constexpr const char* mend = "; mend with `tidewrack hooks install`";
 
 // What is wrong with hooks that run `program` when `binary` is running; none when that is the same file.
@@ -133,6 +147,7 @@ HookInstaller::Status HookInstaller::status(Agent agent) const {
     if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
     const auto bytes = readConfig(configPath(agent));
     const auto config = isPlugin(agent) ? json::object() : decoded(bytes);
+    if (!isPlugin(agent)) removeLeftoversBeside(configPath(agent), possibleTexts(entries(agent), bytes, config));
     if (!config) return {Status::State::notInstalled, notPlainJson(configPath(agent), agent)};
     const auto commands = commandsIn(agent, bytes);
     if (commands.empty()) return {Status::State::notInstalled, std::nullopt};
@@ -168,24 +183,6 @@ std::optional<HookInstaller::Result> HookInstaller::repair(Agent agent) const {
     if (!isInstalled(agent)) return std::nullopt;
     return install(agent);
 }
-
-namespace {
-
-// What an earlier edit of this configuration may have been writing.
-std::vector<std::string> possibleTexts(const HookEntries& entries, const std::optional<std::string>& bytes,
-                                       const std::optional<json>& config) {
-    std::vector<std::string> texts = {bytes.value_or("")};
-    if (!config) return texts;
-    json with = *config;
-    json without = *config;
-    (void)entries.addTo(with);
-    entries.removeFrom(without);
-    texts.push_back(encoded(with));
-    texts.push_back(encoded(without));
-    return texts;
-}
-
-} // namespace
 
 HookInstaller::Result HookInstaller::edit(Agent agent, Edit what, Acting acting) const {
     Result result;
