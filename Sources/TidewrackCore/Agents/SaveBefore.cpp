@@ -69,11 +69,11 @@ class Saving {
         sortOut();
         const Deadline deadline = context_.share(4, 5); // leaves time for the vault
         for (const Project& project : projects_) snapshot(project, deadline, Certainty::known);
-        const Deadline guessing = untilGuessed();
-        for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         sortAndDedupe(outside_);
         if (!outside_.empty()) copyOutside(outside_, context_.whole(), Certainty::known);
-        if (!guessedOutside_.empty()) copyOutside(guessedOutside_, untilGuessed(), Certainty::guessed);
+        const Deadline guessing = untilGuessed(); // what is known comes first
+        for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
+        if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
         saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
         return std::move(saved_);
     }
