@@ -239,12 +239,12 @@ TEST(Json, repairsNamesThatAreNotText) {
     RestoreResult restore;
     for (const auto action : {PathOutcome::Action::restored, PathOutcome::Action::removed})
         restore.outcomes.push_back({"bad\xff", action, EntryKind::file});
-    restore.safetyWarnings = {"bad\xff"};
+    restore.safetyWarnings = {{Warning::Kind::notSaved, "bad\xff", KeepFailure::system(EIO)}};
     restore.target = 4;
     restore.prunedUpTo = 8;
     EXPECT_EQ(restoreJson(restore)["restored"], json{"bad\xef\xbf\xbd"});
     EXPECT_EQ(restoreText(restore), "Restored 1 file, removed 1 file. Undo this with: tidewrack restore 0\n"
                                     "warning: snapshots #5–#7 were pruned, so this undid everything from #4 to #8\n"
-                                    "warning: bad\xef\xbf\xbd\n");
+                                    "warning: couldn't save bad\xef\xbf\xbd: Input/output error\n");
     EXPECT_EQ(changesJson({{}, {}, {"bad\xff"}, {"bad\xff"}})["folders"], json{"bad\xef\xbf\xbd"});
 }

@@ -1,6 +1,7 @@
 #include "Platform/Attributes.hpp"
 #include "Support/TestFolders.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Engine/UnreadFolders.hpp"
 
 #include <fcntl.h>
@@ -44,8 +45,7 @@ TEST_F(SnapshotTest, keepsWhatIsWrittenToAllTheTime) {
         const std::string kept = world.ok({"cat", number, "log"});
         EXPECT_EQ(f.read("project/log").substr(0, kept.size()), kept);
     }
-    for (const std::string& warning : during.warnings)
-        EXPECT_EQ(warning, "saved log as far as it went: it was being written to");
+    for (const Warning& warning : during.warnings) EXPECT_EQ(warning, (Warning{Warning::Kind::savedInPart, "log"}));
 }
 
 // Without a limit of the project's own: 256 MiB, to the byte. Sparse files make them cheap.
@@ -160,7 +160,7 @@ TEST_F(SnapshotTest, countsWhatItCouldNotKeep) {
                                const SnapshotResult result = snap();
                                if (!result.firstUnsaved) return std::string("all kept");
                                return std::to_string(result.unsaved) + " " + result.firstUnsaved->path + ": " +
-                                      result.firstUnsaved->reason.text();
+                                      result.firstUnsaved->failure.text();
                            }),
               "1 closed: Permission denied");
 }
@@ -172,8 +172,9 @@ TEST_F(SnapshotTest, anUnreadablePreviousSnapshotMeansAFullOne) {
     snap();
     const auto expectFull = [&](std::int64_t seq, const std::string& why) {
         const SnapshotResult result = snap();
-        EXPECT_EQ(result.warnings, std::vector<std::string>{"previous snapshot #" + std::to_string(seq - 1) +
-                                                            " is unreadable (" + why + "); taking a full one"});
+        EXPECT_EQ(warningTexts(result.warnings),
+                  std::vector<std::string>{"previous snapshot #" + std::to_string(seq - 1) + " is unreadable (" + why +
+                                           "); taking a full one"});
         EXPECT_EQ(result.meta.added, 2);
         EXPECT_EQ(result.meta.manifestOf, seq);
         EXPECT_EQ(world.ok({"cat", std::to_string(seq), "a"}), "a");
@@ -222,6 +223,6 @@ TEST_F(SnapshotTest, prunesOnceAnHour) {
     f.write(storeFile("snapshots/1.json"), "broken");
     const SnapshotResult result = snap();
     ASSERT_EQ(result.warnings.size(), 1U);
-    EXPECT_EQ(result.warnings[0].find("prune failed: Corrupt store data: "), 0U);
+    EXPECT_EQ(warningText(result.warnings[0]).find("prune failed: Corrupt store data: "), 0U);
     EXPECT_EQ(result.meta.seq, 7);
 }

@@ -1,5 +1,6 @@
 #include "Invocation.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Pager.hpp"
 #include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
@@ -132,6 +133,10 @@ void Invocation::printJson(const nlohmann::json& value) {
 void Invocation::warn(const std::vector<std::string>& warnings) {
     progress_.wipe();
     for (const std::string& warning : warnings) around.err.line("warning: " + around.err.shown(warning));
+}
+
+void Invocation::warn(const std::vector<Warning>& warnings) {
+    warn(warningTexts(warnings));
 }
 
 } // namespace tidewrack

@@ -57,6 +57,7 @@ class Invocation {
     void printJson(const nlohmann::json& value);
     // One line on standard error for each.
     void warn(const std::vector<std::string>& warnings);
+    void warn(const std::vector<Warning>& warnings);
 
   private:
     Look look_;

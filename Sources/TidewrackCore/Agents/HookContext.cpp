@@ -2,6 +2,7 @@
 
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Installer.hpp"
+#include "Agents/SnapshotTexts.hpp"
 #include "Engine/Tracking.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -94,12 +95,14 @@ std::string HookContext::noteOn(const SnapshotResult& result, const Project& pro
 
 Gaps HookContext::gapsIn(const SnapshotResult& result) {
     Gaps gaps;
-    gaps.count = static_cast<std::size_t>(result.unsaved) + result.unseen.size();
+    gaps.count = static_cast<std::size_t>(result.unsaved);
     if (result.firstUnsaved) {
         gaps.path = result.firstUnsaved->path;
-        gaps.reason = result.firstUnsaved->reason.text();
-    } else if (!result.unseen.empty()) {
-        gaps.reason = result.unseen.front();
+        gaps.reason = result.firstUnsaved->failure.text();
+    }
+    for (const Warning& warning : result.warnings) {
+        const bool isUnseen = warning.kind == Warning::Kind::unread || warning.kind == Warning::Kind::gitLate;
+        if (isUnseen && gaps.count++ == 0) gaps.reason = warningText(warning);
     }
     return gaps;
 }

@@ -3,6 +3,7 @@
 #include "Agents/EditedFiles.hpp"
 #include "Agents/Question.hpp"
 #include "Agents/SaveBefore.hpp"
+#include "Agents/SnapshotTexts.hpp"
 #include "Shell/Guard.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"

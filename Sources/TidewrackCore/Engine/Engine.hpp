@@ -8,6 +8,7 @@
 #include "Engine/NotKept.hpp"
 #include "Engine/RestorePlan.hpp"
 #include "Engine/Temporaries.hpp"
+#include "Engine/Warning.hpp"
 #include "Platform/Deadline.hpp"
 #include "Store/Store.hpp"
 
@@ -44,17 +45,12 @@ struct SnapshotRequest {
 struct SnapshotResult {
     SnapshotMeta meta;
     Changes changes; // since the previous snapshot
-    std::vector<std::string> warnings;
+    std::vector<Warning> warnings;
     std::int64_t late = 0; // contents that were not kept because of the deadline
     // Contents that could not be kept for another reason, such as a full disk. What was gone by then is not among them.
     std::int64_t unsaved = 0;
-    struct Unsaved {
-        std::string path; // relative to the root
-        KeepFailure reason;
-    };
-    std::optional<Unsaved> firstUnsaved;
-    NotKept notKept;                 // what it lists without its content; of Engine::snapshot() alone
-    std::vector<std::string> unseen; // those of the warnings that tell what the walk could not see
+    std::optional<Warning> firstUnsaved;
+    NotKept notKept; // what it lists without its content; of Engine::snapshot() alone
 };
 
 struct PruneResult {
@@ -66,9 +62,9 @@ struct PruneResult {
 };
 
 struct RestoreResult {
-    SnapshotMeta safety;                     // taken before anything was changed
-    std::vector<std::string> safetyWarnings; // of that snapshot: what it could not keep is not replaced either
-    std::int64_t target = 0;                 // the snapshot gone back to
+    SnapshotMeta safety;                 // taken before anything was changed
+    std::vector<Warning> safetyWarnings; // of that snapshot: what it could not keep is not replaced either
+    std::int64_t target = 0;             // the snapshot gone back to
     std::vector<PathOutcome> outcomes; // in the order of work; where a folder and a file changed places a path has two
     int flushError = 0;                // an errno value: why what was restored may not be on the disk yet
 
@@ -168,10 +164,9 @@ class Engine {
     // What every restore begins with: it clears up after those that were cut short, and takes the safety snapshot.
     [[nodiscard]] TakenSnapshot safetySnapshot(const ProjectLock& lock, const Project& project,
                                                const SnapshotRequest& request) const;
-    // A change through a shared mapping leaves size and times as they are, so a snapshot can't see it. The files that
-    // are about to be replaced or removed are therefore compared with what is kept; where they differ the content on
-    // the disk becomes the safety snapshot's own. Each file is compared once. Returns whether the listing of `safety`
-    // changed.
+    // A change through a shared mapping leaves the times alone, so a snapshot can't see it. Files about to be replaced
+    // or removed are therefore compared, once each, with what is kept; where they differ the content on the disk
+    // becomes the safety snapshot's own. Returns whether the listing of `safety` changed.
     using Scope = std::function<bool(std::string_view)>;
     bool keepUnseen(const ProjectLock& lock, const Project& project, const Scope& touched, TakenSnapshot& safety) const;
     // What every restore comes down to: what is in `scope` becomes as `target` lists it, where it is as `safety` has
@@ -193,14 +188,14 @@ class Engine {
     // --- Differences ---
     // `to` absent: the folder as it is now. What of it could not be seen is as in the newest snapshot, with warnings.
     [[nodiscard]] Changes diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
-                               std::vector<std::string>* warnings = nullptr) const;
+                               std::vector<Warning>* warnings = nullptr) const;
     [[nodiscard]] std::vector<FileChange> fileChanges(const Project& project, std::int64_t from,
                                                       std::optional<std::int64_t> to) const;
     // Both sides' entries for callers that show contents; blobs of the second side may begin with "live:".
     struct Sides {
         Manifest older;
         Manifest newer;
-        std::vector<std::string> warnings;
+        std::vector<Warning> warnings;
     };
     [[nodiscard]] Sides sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
 

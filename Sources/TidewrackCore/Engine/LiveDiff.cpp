@@ -45,7 +45,7 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     };
     walker->walk(add, wasIgnored);
     result.newer = builder.finish();
-    result.warnings = addUnseen(Unseen(*walker), newest, {"taken", "left out"}, result.newer);
+    result.warnings = addUnseen(Unseen(*walker), newest, {}, result.newer);
     return result;
 }
 
@@ -55,7 +55,7 @@ Engine::Sides Engine::sidesThen(const Project& project, std::int64_t from, std::
 }
 
 Changes Engine::diff(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
-                     std::vector<std::string>* warnings) const {
+                     std::vector<Warning>* warnings) const {
     Sides both = to ? sidesThen(project, from, *to) : sidesNow(project, from, Unknown::question);
     if (warnings != nullptr) *warnings = std::move(both.warnings);
     return Changes::between(both.older, both.newer);

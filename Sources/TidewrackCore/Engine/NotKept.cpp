@@ -1,7 +1,5 @@
 #include "Engine/NotKept.hpp"
 
-#include "Support/Text.hpp"
-
 namespace tidewrack {
 
 NotKept notKeptIn(const Manifest& listing) {
@@ -17,13 +15,6 @@ NotKept notKeptIn(const Manifest& listing) {
         }
     }
     return result;
-}
-
-std::string tooLargeText(const NotKept& notKept) {
-    if (notKept.tooLarge == 0) return {};
-    const bool one = notKept.tooLarge == 1;
-    return countText(notKept.tooLarge, "file") + " of " + bytesText(notKept.tooLargeBytes) +
-           (one ? " is" : " in all are") + " listed but not kept";
 }
 
 } // namespace tidewrack

@@ -22,7 +22,4 @@ struct NotKept {
 
 [[nodiscard]] NotKept notKeptIn(const Manifest& listing);
 
-// "1 file of 300 MB is listed but not kept"; empty when no file is too large.
-[[nodiscard]] std::string tooLargeText(const NotKept& notKept);
-
 } // namespace tidewrack

@@ -250,7 +250,9 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
         if (!clockIsConfirmed(store.history(project).snapshots(), now())) return;
         (void)pruneLocked(lock, project, now(), false, Sweep::freed);
     } catch (const std::exception& error) {
-        result.warnings.push_back(std::string("prune failed: ") + error.what());
+        Warning& warning = result.warnings.emplace_back();
+        warning.kind = Warning::Kind::pruneFailed;
+        warning.detail = error.what();
     }
 }
 

@@ -127,11 +127,11 @@ class SnapshotRun {
     }
 
     static void count(const std::string& path, const KeepFailure& failure, SnapshotResult& result) {
-        result.warnings.push_back("couldn't save " + path + ": " + failure.text());
+        result.warnings.push_back({Warning::Kind::notSaved, path, failure});
         if (failure.why == KeepFailure::Why::late) {
             ++result.late;
         } else if (failure.error != ENOENT && failure.error != ENOTDIR) {
-            if (++result.unsaved == 1) result.firstUnsaved = {path, failure};
+            if (++result.unsaved == 1) result.firstUnsaved = result.warnings.back();
         }
     }
 
@@ -143,8 +143,7 @@ class SnapshotRun {
         } else if (job.tooLarge) {
             blob = tooLargeBlob(job.entry);
         } else if (job.growing) {
-            result.warnings.push_back("saved " + std::string(builder_.item(job.item).path) +
-                                      " as far as it went: it was being written to");
+            result.warnings.push_back({Warning::Kind::savedInPart, std::string(builder_.item(job.item).path)});
         }
         job.entry.blob = blob;
         builder_.setEntry(job.item, job.entry);
@@ -168,15 +167,17 @@ struct Previous {
 
 // The walker is told how many files to expect, so that it can begin meanwhile.
 Previous loadPrevious(const History& history, std::optional<std::int64_t> newest, Walker& walker,
-                      std::vector<std::string>& warnings) {
+                      std::vector<Warning>& warnings) {
     if (!newest) return {};
     try {
         const SnapshotMeta meta = history.snapshot(*newest);
         walker.expect(meta.files);
         return {meta, history.manifest(meta)};
     } catch (const std::exception& error) {
-        warnings.push_back("previous snapshot #" + std::to_string(*newest) + " is unreadable (" + error.what() +
-                           "); taking a full one");
+        Warning& warning = warnings.emplace_back();
+        warning.kind = Warning::Kind::previousUnreadable;
+        warning.source = *newest;
+        warning.detail = error.what();
         return {};
     }
 }
@@ -256,9 +257,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     trace.mark([&] { return "keep " + std::to_string(run.jobCount()) + " contents"; });
 
     taken.manifest = run.finish();
-    const UnseenWords words{"recorded", "not saved", previous.meta ? previous.meta->seq : 0};
-    taken.result.unseen = addUnseen(unseen, earlier, words, taken.manifest);
-    taken.result.warnings.insert(taken.result.warnings.end(), taken.result.unseen.begin(), taken.result.unseen.end());
+    for (Warning& warning : addUnseen(unseen, earlier, {true, previous.meta ? previous.meta->seq : 0}, taken.manifest))
+        taken.result.warnings.push_back(std::move(warning));
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));

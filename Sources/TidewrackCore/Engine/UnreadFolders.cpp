@@ -1,7 +1,6 @@
 #include "Engine/UnreadFolders.hpp"
 
 #include "Platform/Attributes.hpp"
-#include "Platform/Process.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -83,21 +82,6 @@ class Keeping {
     ManifestBuilder builder_;
 };
 
-std::string warningOf(const Walker::Unread& place, Kept kept, const UnseenWords& words, const std::string& source) {
-    const std::string folder = place.folder.empty() ? "the project folder" : place.folder;
-    const std::size_t count = place.entries.size();
-    const std::string what = count == 0   ? folder
-                             : count == 1 ? inFolder(place.folder, place.entries.front())
-                                          : std::to_string(count) + " entries of " + folder;
-    std::string text = "couldn't read " + what + ": " + errorText(place.error) + "; ";
-    switch (kept) {
-    case Kept::nothing: return text + words.lost;
-    case Kept::partly: return text + words.kept + " as in " + source + ", as far as that knows them";
-    case Kept::all: return text + words.kept + " as in " + source;
-    }
-    return text;
-}
-
 } // namespace
 
 std::vector<Kept> keepUnread(const std::vector<Walker::Unread>& unread, const Manifest& earlier, Manifest& listing) {
@@ -125,18 +109,27 @@ const Manifest& NewestListing::get() {
     return newer_ ? *newer_ : known_;
 }
 
-std::vector<std::string> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenWords& words,
-                                   Manifest& listing) {
-    std::vector<std::string> warnings;
+std::vector<Warning> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenBy& by, Manifest& listing) {
+    std::vector<Warning> warnings;
     if (unseen.places.empty() && !unseen.gitWasLate) return warnings;
     const auto kept = keepUnread(unseen.places, newest.get(), listing);
-    const std::int64_t seq = newest.seq();
-    const std::string source = seq == words.previous ? "the previous snapshot" : "snapshot #" + std::to_string(seq);
-    if (unseen.gitWasLate)
-        warnings.push_back("git didn't say in time which folders it ignores; " +
-                           (seq == 0 ? "none counts as ignored" : "those of " + source + " still are"));
-    for (std::size_t i = 0; i < kept.size(); ++i)
-        warnings.push_back(warningOf(unseen.places[i], kept[i], words, source));
+    Warning warning;
+    warning.source = newest.seq();
+    warning.isPrevious = by.isSnapshot && warning.source == by.previous;
+    warning.isOfSnapshot = by.isSnapshot;
+    if (unseen.gitWasLate) {
+        warning.kind = Warning::Kind::gitLate;
+        warnings.push_back(warning);
+    }
+    warning.kind = Warning::Kind::unread;
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        const Walker::Unread& place = unseen.places[i];
+        warning.path = place.folder;
+        warning.failure = KeepFailure::system(place.error);
+        warning.entries = place.entries;
+        warning.kept = kept[i];
+        warnings.push_back(warning);
+    }
     return warnings;
 }
 

@@ -2,6 +2,7 @@
 // What becomes of places that a walk could not read: the listing keeps what an earlier one knows of them, for a folder
 // that can't be opened for a moment must not be recorded as empty.
 
+#include "Engine/Warning.hpp"
 #include "Store/History.hpp"
 #include "Store/Manifest.hpp"
 #include "Walk/Walker.hpp"
@@ -12,9 +13,6 @@
 #include <vector>
 
 namespace tidewrack {
-
-// How much of an unread place the earlier listing knows, and the new one therefore keeps.
-enum class Kept : std::uint8_t { nothing, partly, all };
 
 // Adds to the listing what `earlier` has at and below the unread places, as far as the walk has not found it. What may
 // not be read is passed over: whoever has no right to a folder has nothing of it kept. Tells of each place.
@@ -47,15 +45,14 @@ struct Unseen {
     explicit Unseen(const Walker& walker) : places(walker.unread()), gitWasLate(walker.gitWasLate()) {}
 };
 
-// How the warnings say what became of it.
-struct UnseenWords {
-    const char* kept;          // "recorded", say, "as in ..."
-    const char* lost;          // such as "not saved"
-    std::int64_t previous = 0; // the snapshot that is called the previous one
+// Who walked: a snapshot, or a comparison with the folder as it is.
+struct UnseenBy {
+    bool isSnapshot = false;
+    std::int64_t previous = 0; // the snapshot before it, if any
 };
 
 // Completes the listing with what the newest one has instead. One warning for each place, and one where git was late.
-[[nodiscard]] std::vector<std::string> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenWords& words,
-                                                 Manifest& listing);
+[[nodiscard]] std::vector<Warning> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenBy& by,
+                                             Manifest& listing);
 
 } // namespace tidewrack

@@ -18,6 +18,7 @@ struct KeepFailure {
     Why why = Why::none;
     int error = 0; // an errno value
 
+    bool operator==(const KeepFailure&) const = default;
     explicit operator bool() const { return why != Why::none; }
     static KeepFailure system(int error) { return error == 0 ? KeepFailure{} : KeepFailure{Why::system, error}; }
 

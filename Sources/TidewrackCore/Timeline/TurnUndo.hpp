@@ -39,7 +39,7 @@ struct UndoResult {
     std::vector<UndoneAction> actions;
     // None for a dry run, and where there was nothing to do. Its outcomes have no obstacle that an action has.
     std::optional<RestoreResult> restored;
-    std::vector<std::string> warnings; // where nothing was done: what of the folder could not be seen
+    std::vector<Warning> warnings; // where nothing was done: what of the folder could not be seen
 
     // Everything that was asked for is done, or can be.
     [[nodiscard]] bool isComplete() const;
@@ -109,7 +109,7 @@ class TurnUndo {
     std::vector<NotedEdit> edits_;
     Timeline timeline_;
     mutable std::optional<Manifest> present_; // the folder as it was when it was first asked for
-    mutable std::vector<std::string> unseen_; // what of it could not be seen
+    mutable std::vector<Warning> unseen_;     // what of it could not be seen
 };
 
 } // namespace tidewrack

@@ -24,7 +24,7 @@ namespace {
 
 struct SoFar {
     Changes::Counts counts;
-    std::vector<std::string> warnings;
+    std::vector<Warning> warnings;
 };
 using CountsSoFar = std::future<SoFar>;
 

@@ -1,5 +1,6 @@
 // Taking snapshots and looking at what they hold.
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
@@ -101,7 +102,7 @@ int diff(Invocation& call) {
     if (patch && call.json()) throw CliError("a patch is no JSON: give --patch or --json");
     call.page();
     if (!patch && !stat && !args.has("--content") && paths.empty()) {
-        std::vector<std::string> warnings;
+        std::vector<Warning> warnings;
         printChanges(call, call.engine().diff(project, from, to, &warnings));
         call.warn(warnings);
         return 0;

@@ -1,5 +1,6 @@
 #include "Reports/JsonReports.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Text.hpp"
 
@@ -29,7 +30,7 @@ nlohmann::json changesJson(const Changes& changes) {
 
 nlohmann::json snapshotJson(const SnapshotResult& result) {
     nlohmann::json object = toJson(result.meta);
-    object["warnings"] = repairedList(result.warnings);
+    object["warnings"] = repairedList(warningTexts(result.warnings));
     return object;
 }
 

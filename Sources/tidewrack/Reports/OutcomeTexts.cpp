@@ -1,5 +1,6 @@
 #include "Reports/OutcomeTexts.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Platform/Process.hpp"
 
 namespace tidewrack {
@@ -89,7 +90,7 @@ std::vector<std::string> warningTexts(const RestoreResult& result) {
         texts.push_back("snapshots " + numberText(result.target + 1) + "–" + numberText(*result.prunedUpTo - 1) +
                         " were pruned, so this undid everything from " + numberText(result.target) + " to " +
                         numberText(*result.prunedUpTo));
-    texts.insert(texts.end(), result.safetyWarnings.begin(), result.safetyWarnings.end());
+    for (const Warning& warning : result.safetyWarnings) texts.push_back(warningText(warning));
     for (const PathOutcome& outcome : result.outcomes)
         if (std::string text = outcomeText(outcome, result); !text.empty()) texts.push_back(std::move(text));
     if (result.flushError != 0)

@@ -1,5 +1,6 @@
 #include "Reports/StatusReport.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Text.hpp"
 

@@ -1,5 +1,6 @@
 #include "Reports/TurnReports.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Reports/TextReports.hpp"
@@ -272,7 +273,7 @@ json undoJson(const std::string& root, const UndoChoice& choice, const UndoResul
         actions.push_back(std::move(object));
     }
     json warnings = json::array();
-    for (const std::string& warning : result.warnings) warnings.push_back(repairedUtf8(warning));
+    for (const Warning& warning : result.warnings) warnings.push_back(repairedUtf8(warningText(warning)));
     if (result.restored) warnings = restoreJson(*result.restored)["warnings"];
     json object{{"root", repairedUtf8(root)},
                 {"takesBack", spansJson(choice.rows)},
