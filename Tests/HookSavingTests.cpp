@@ -34,6 +34,18 @@ TEST_F(HookSaving, saysWhatASnapshotLacks) {
     ::chmod(f.at("project/locked").c_str(), 0600);
 }
 
+// A snapshot without git's answers lacks nothing.
+TEST_F(HookSaving, aSilentGitIsNotedAndCountsAsNoMissingFile) {
+    if (!git(project, "init -q")) GTEST_SKIP() << "git is not installed";
+    world.ok({"track"});
+    ASSERT_EQ(::mkfifo((project + "/.gitignore").c_str(), 0600), 0);
+    const std::string said = answer(Agent::claude, Kind::shell, project, "rm -rf .").standardOutput.value_or("");
+    EXPECT_NE(said.find(". Tidewrack snapshotted it first. Allow?"), said.npos) << said;
+    EXPECT_NE(log().back().find("; git didn't say in time which folders it ignores;\\x20those of the previous"),
+              std::string::npos)
+        << log().back();
+}
+
 TEST_F(HookSaving, asksBeforeItsOwnHistoryOrHooksGo) {
     world.ok({"track"});
     f.write("home/.claude/settings.json", R"({ /* by hand */ "command": "/opt/tidewrack hook claude" })");

@@ -100,21 +100,24 @@ Gaps HookContext::gapsIn(const SnapshotResult& result) {
         gaps.path = result.firstUnsaved->path;
         gaps.reason = result.firstUnsaved->failure.text();
     }
-    for (const Warning& warning : result.warnings) {
-        const bool isUnseen = warning.kind == Warning::Kind::unread || warning.kind == Warning::Kind::gitLate;
-        if (isUnseen && gaps.count++ == 0) gaps.reason = warningText(warning);
-    }
+    for (const Warning& warning : result.warnings)
+        if (warning.kind == Warning::Kind::unread && gaps.count++ == 0) gaps.reason = warningText(warning);
     return gaps;
+}
+
+std::vector<std::string> HookContext::notesOnGaps(const SnapshotResult& result) {
+    std::vector<std::string> notes;
+    if (const Gaps gaps = gapsIn(result); gaps.count > 0)
+        notes.push_back(std::to_string(gaps.count) +
+                        " not saved: " + loggedText(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason));
+    for (const Warning& warning : result.warnings)
+        if (warning.kind == Warning::Kind::gitLate) notes.push_back(loggedText(warningText(warning)));
+    return notes;
 }
 
 std::string noteOn(const VaultEntry& entry) {
     return "vault " + entry.id + ": " + std::to_string(entry.items.size()) + " saved, " +
            std::to_string(entry.skipped.size()) + " skipped";
-}
-
-std::string noteOn(const Gaps& gaps) {
-    return std::to_string(gaps.count) +
-           " not saved: " + loggedText(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason);
 }
 
 } // namespace tidewrack

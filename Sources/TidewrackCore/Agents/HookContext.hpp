@@ -55,8 +55,11 @@ class HookContext {
     // The note on a snapshot: its number, its project, and how many contents were left out for want of time. Notes are
     // parted by "; " in a line, and that is nowhere in them.
     [[nodiscard]] static std::string noteOn(const SnapshotResult& result, const Project& project);
-    // What else the snapshot lacks, for a note of its own behind all others.
+    // What else the snapshot lacks.
     [[nodiscard]] static Gaps gapsIn(const SnapshotResult& result);
+    // The notes on that, which come behind all others: "<n> not saved: <the first>: <its reason>", and that git did not
+    // say in time what it ignores. Nothing need be missing because of the latter.
+    [[nodiscard]] static std::vector<std::string> notesOnGaps(const SnapshotResult& result);
 
     // When the whole answer must be done, and when this share of its time is over.
     [[nodiscard]] Deadline whole() const { return start_ + handler.budget; }
@@ -80,7 +83,5 @@ class HookContext {
 
 // "vault <id>: <n> saved, <m> skipped"
 [[nodiscard]] std::string noteOn(const VaultEntry& entry);
-// "<n> not saved: <the first>: <its reason>"
-[[nodiscard]] std::string noteOn(const Gaps& gaps);
 
 } // namespace tidewrack

@@ -239,7 +239,7 @@ class HookCall {
         const SnapshotRequest request = context_.request(kind, std::move(label), context_.whole());
         const SnapshotResult result = handler_.engine.snapshot(project, request);
         std::string line = HookContext::noteOn(result, project);
-        if (const Gaps gaps = HookContext::gapsIn(result); gaps.count > 0) line += "; " + noteOn(gaps);
+        for (const std::string& note : HookContext::notesOnGaps(result)) line += "; " + note;
         if (const std::string tooLarge = tooLargeText(result.notKept); !tooLarge.empty()) line += "; " + tooLarge;
         context_.log(event_.name, line);
     }

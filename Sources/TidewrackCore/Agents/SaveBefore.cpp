@@ -107,7 +107,7 @@ class Saving {
 
     void noteGaps(const SnapshotResult& result, const Project& project) {
         const Gaps gaps = HookContext::gapsIn(result);
-        if (gaps.count > 0) gapNotes_.push_back(noteOn(gaps));
+        for (std::string& note : HookContext::notesOnGaps(result)) gapNotes_.push_back(std::move(note));
         if (!isTakenWhole(project)) return;
         const auto late = static_cast<std::size_t>(result.late);
         if (saved_.gaps.count == 0) saved_.gaps.reason = gaps.count > 0 ? gaps.reason : noTime;
