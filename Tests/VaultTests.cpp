@@ -4,6 +4,7 @@
 #include "Platform/Volumes.hpp"
 #include "Support/TestFolders.hpp"
 
+#include "Reports/VaultReports.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Vault/Vault.hpp"
@@ -87,7 +88,7 @@ TEST_F(VaultTest, putsBackWhatWasThere) {
     ASSERT_EQ(::chown(folder.path().c_str(), owner, static_cast<gid_t>(-1)), 0);
     std::vector<std::string> messages;
     for (const std::string& name : names) messages.push_back("restored " + folder.at(name));
-    EXPECT_EQ(vault.restore(entry.id).messages(), messages);
+    EXPECT_EQ(messagesOf(vault.restore(entry.id)), messages);
     EXPECT_EQ(folder.listing("home"), before);
     for (const char* name : {"home/notes/deep", "home/dangling"})
         EXPECT_EQ(attributes(name).mtime, -1'500'000'000) << name;
@@ -104,7 +105,7 @@ TEST_F(VaultTest, keepsWhatStandsInTheWayOfARestore) {
     const auto second = now().time_since_epoch().count();
     for (auto n = second; n < second + 3; ++n) folder.write("home/f.tidewrack-" + std::to_string(n), "precious");
 
-    const auto messages = vault.restore(entry.id).messages();
+    const auto messages = messagesOf(vault.restore(entry.id));
     ASSERT_EQ(messages.size(), 2U);
     const std::string told = "moved what was there aside to ";
     ASSERT_EQ(messages[0].substr(0, told.size()), told);
@@ -134,7 +135,7 @@ TEST_F(VaultTest, putsBackAFolderAndWhatIsInItOnce) {
     const VaultEntry entry = save(saved);
     folder.remove("home/site/index.html");
     folder.write("home/elsewhere/linked", "new");
-    std::vector<std::string> messages = vault.restore(entry.id).messages();
+    std::vector<std::string> messages = messagesOf(vault.restore(entry.id));
     const auto dropAside = [moved = std::string("moved what was there aside to ")](const std::string& message) {
         return message.starts_with(moved) && removeTree(message.substr(moved.size())) == 0;
     };
@@ -154,7 +155,7 @@ TEST_F(VaultTest, reportsWhatCannotBeRestoredAndGoesOn) {
     folder.write("home/a", "a file where the parent was");
     folder.write("home/b", "kept in its place");
     folder.remove(stored(entry, 1));
-    EXPECT_EQ(vault.restore(entry.id).messages(),
+    EXPECT_EQ(messagesOf(vault.restore(entry.id)),
               (std::vector<std::string>{"couldn't restore " + folder.at("home/a/f") + ": Not a directory",
                                         "couldn't restore " + folder.at("home/b") + ": its copy is missing",
                                         "restored " + folder.at("home/c")}));
@@ -176,7 +177,7 @@ TEST_F(VaultTest, putsNothingBackThroughALinkThatWasNotThere) {
         return "couldn't restore " + folder.at(path) + ": its folder was " + real + " and is " + other +
                " now; the copy is in " + folder.at("store/vault/" + entry.id + "/" + copy);
     };
-    EXPECT_EQ(result.messages(),
+    EXPECT_EQ(messagesOf(result),
               (std::vector<std::string>{refused("home/real/f", "items/0"), refused("home/link/f", "items/1")}));
     EXPECT_EQ(result.count(), 0U);
     EXPECT_EQ(folder.read("home/other/f"), "somebody's");
@@ -184,10 +185,10 @@ TEST_F(VaultTest, putsNothingBackThroughALinkThatWasNotThere) {
     const std::string record = "store/vault/" + entry.id + "/entry.json";
     folder.write(record, std::regex_replace(folder.read(record), std::regex("\"parent\":\"[^\"]*\","), ""));
     age(entry, "2020-01-01T00:00:00Z");
-    EXPECT_EQ(vault.restore(entry.id).messages().at(0), "couldn't restore " + folder.at("home/real/f") + ": " +
-                                                            folder.at("home/real") +
-                                                            " is a link that was made since; the copy is in " +
-                                                            folder.at("store/vault/" + entry.id + "/items/0"));
+    EXPECT_EQ(messagesOf(vault.restore(entry.id)).at(0), "couldn't restore " + folder.at("home/real/f") + ": " +
+                                                             folder.at("home/real") +
+                                                             " is a link that was made since; the copy is in " +
+                                                             folder.at("store/vault/" + entry.id + "/items/0"));
     folder.remove("home/real");
     EXPECT_EQ(vault.restore(entry.id).count(), 1U);
     EXPECT_EQ(folder.read("home/real/f"), "saved");

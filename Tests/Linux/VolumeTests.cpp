@@ -4,6 +4,7 @@
 #include "Platform/Process.hpp"
 #include "Support/TestFolders.hpp"
 
+#include "Reports/VaultReports.hpp"
 #include "Support/Files.hpp"
 #include "Vault/Vault.hpp"
 
@@ -293,7 +294,7 @@ TEST(VolumeTests, theVaultKnowsTheStoreUnderAnyName) {
     EXPECT_TRUE(exists(saved + "/project/file"));
     EXPECT_FALSE(exists(saved + "/store"));
     EXPECT_EQ(
-        vault.restore(around.id).messages(),
+        messagesOf(vault.restore(around.id)),
         std::vector<std::string>{"couldn't move " + f.at("VOLUME") + " aside: it contains Tidewrack's own history"});
 }
 

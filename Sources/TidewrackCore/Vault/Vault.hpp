@@ -8,6 +8,7 @@
 #include "Store/Store.hpp"
 #include "Vault/VaultEntry.hpp"
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -42,19 +43,36 @@ struct VaultSaved {
 
 // What became of one item of an entry, or would in a dry run.
 struct RestoredItem {
+    enum class Why : std::uint8_t {
+        none,
+        system,       // `error`
+        otherFolder,  // the one that held it was `then` and is `now`
+        newLink,      // `now`, on the way to it: nothing tells whether it leads where it was saved
+        copyMissing,  // from the vault
+        notMoved,     // what has its name could not be moved aside, for `error`
+        holdsHistory, // what has its name does, and is not moved aside
+    };
+    struct Failure {
+        Why why = Why::none;
+        int error = 0; // an errno value
+        std::string then{};
+        std::string now{};
+    };
+
     std::string original;
-    std::string copy;                 // where the vault has it
-    std::optional<std::string> aside; // where that is now what stood in its place
-    std::string failure;              // why it is not back, one sentence; empty when it is
-    std::vector<std::string> missing; // what inside it could not be copied, one sentence each
+    std::string copy;                  // where the vault has it
+    std::optional<std::string> aside;  // where what had its name is now
+    Failure failure;                   // why it is not back
+    std::vector<UncopiedItem> missing; // what inside it could not be copied
+
+    [[nodiscard]] bool isBack() const { return failure.why == Why::none; }
 };
 
 struct VaultRestored {
     std::vector<RestoredItem> items;
     bool isDryRun = false;
 
-    [[nodiscard]] std::size_t count() const;                 // how many are back
-    [[nodiscard]] std::vector<std::string> messages() const; // what was done and what failed, one sentence each
+    [[nodiscard]] std::size_t count() const; // how many are back
 };
 
 class Vault {

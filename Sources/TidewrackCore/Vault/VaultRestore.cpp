@@ -7,7 +7,6 @@
 #include "Platform/Attributes.hpp"
 #include "Platform/Flush.hpp"
 #include "Platform/OpenFolder.hpp"
-#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -22,6 +21,8 @@
 namespace tidewrack {
 
 namespace {
+
+using Why = RestoredItem::Why;
 
 constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 
@@ -94,7 +95,7 @@ VaultRestored Vault::restore(const std::string& id, Acting acting) const {
         // A folder was saved with all that is in it. Renaming that once more would only leave a stray file.
         const bool isBack = std::any_of(folders.begin(), folders.end(), holds) && (result.isDryRun || exists(place));
         if (!isBack) restoreItem(restoring, item, done);
-        if (!isBack && done.failure.empty() && item.kind == "dir") folders.push_back(place);
+        if (!isBack && done.isBack() && item.kind == "dir") folders.push_back(place);
     }
     return result;
 }
@@ -113,12 +114,11 @@ std::optional<std::string> linkMadeSince(std::string path, Date then) {
     return std::nullopt;
 }
 
-// Why an item is not put back into the folder that its path leads to now; empty where it is.
-std::string otherFolder(const VaultEntry::Item& item, const std::string& now, Date saved) {
-    if (!item.parent.empty())
-        return now == item.parent ? std::string() : "its folder was " + item.parent + " and is " + now + " now";
-    const auto link = linkMadeSince(std::string(parentOf(item.original)), saved);
-    return link ? *link + " is a link that was made since" : std::string();
+// Why an item is not put back into the folder that its path leads to now.
+RestoredItem::Failure otherFolder(const VaultEntry::Item& item, const std::string& now, Date saved) {
+    if (!item.parent.empty() && now != item.parent) return {Why::otherFolder, 0, item.parent, now};
+    const auto link = item.parent.empty() ? linkMadeSince(std::string(parentOf(item.original)), saved) : std::nullopt;
+    return link ? RestoredItem::Failure{Why::newLink, 0, {}, *link} : RestoredItem::Failure();
 }
 
 // Gives an item a free name beside its own, with the time when a restore began. Returns an errno value.
@@ -138,65 +138,43 @@ int moveAside(Place item, Date began, Vault::Acting acting, std::string& aside) 
 void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item, RestoredItem& result) const {
     const std::string& original = item.original;
     const std::string name(lastComponent(original));
-    const auto fail = [&](const std::string& reason) {
-        result.failure = "couldn't restore " + original + ": " + reason;
-    };
+    const auto fail = [&](Why why, int error) { result.failure = {why, error}; };
     const std::string parent = Store::canonical(std::string(parentOf(original)));
-    if (const std::string other = otherFolder(item, parent, restoring.saved); !other.empty())
-        return fail(other + "; the copy is in " + result.copy);
+    result.failure = otherFolder(item, parent, restoring.saved);
+    if (!result.isBack()) return;
     Descriptor storedFolder;
     const std::string storedName(lastComponent(item.stored));
     const bool isOpen = openCopies(restoring.copies, item, storedFolder) == 0;
     const Place stored{storedFolder.get(), storedName.c_str()};
-    if (!isOpen || !isThere(stored)) return fail("its copy is missing"); // nothing would replace what is moved aside
+    if (!isOpen || !isThere(stored)) return fail(Why::copyMissing, 0); // nothing would replace what is moved aside
     const bool isDryRun = restoring.acting == Acting::dryRun;
     // From here on by the open folder: whatever becomes of the way to it, nothing leads elsewhere.
     Descriptor folder;
     if (isDryRun && !exists(parent)) return; // it would be made
     if (const int error = isDryRun ? openFolder(parent, folder) : openParent(parent, folder))
-        return fail(errorText(error));
+        return fail(Why::system, error);
     const Place target{folder.get(), name.c_str()};
     if (isThere(target)) {
-        const auto cannotMove = [&](const std::string& reason) {
-            result.failure = "couldn't move " + original + " aside: " + reason;
-        };
-        if (liesIn(Store::canonical(store.home), original)) return cannotMove("it contains Tidewrack's own history");
+        if (liesIn(Store::canonical(store.home), original)) return fail(Why::holdsHistory, 0);
         std::string aside;
         if (const int error = moveAside(target, restoring.began, restoring.acting, aside))
-            return cannotMove(errorText(error));
+            return fail(Why::notMoved, error);
         result.aside = joined(std::string(parentOf(original)), aside);
     }
     if (isDryRun) return;
     // Programs go on writing into their folders meanwhile: nothing of theirs is replaced, or removed because of it.
-    std::vector<UncopiedItem> uncopied;
     CopyLimits limits;
-    limits.unsaved = &uncopied;
+    limits.unsaved = &result.missing;
     limits.leavesParts = true;
     if (const int error = copyTree(stored, target, limits))
-        fail(errorText(error));
+        fail(Why::system, error);
     else
         (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
-    for (const UncopiedItem& inside : uncopied)
-        result.missing.push_back("couldn't restore " + original + inside.path + ": " + errorText(inside.error));
 }
 
 std::size_t VaultRestored::count() const {
-    const auto isBack = [](const RestoredItem& item) { return item.failure.empty(); };
-    return static_cast<std::size_t>(std::count_if(items.begin(), items.end(), isBack));
-}
-
-std::vector<std::string> VaultRestored::messages() const {
-    std::vector<std::string> result;
-    for (const RestoredItem& item : items) {
-        if (item.aside)
-            result.push_back((isDryRun ? "would move what is there aside to " : "moved what was there aside to ") +
-                             *item.aside);
-        result.push_back(item.failure.empty() ? (isDryRun ? "would restore " : "restored ") + item.original
-                                              : item.failure);
-        result.insert(result.end(), item.missing.begin(), item.missing.end());
-    }
-    if (items.empty()) result.emplace_back("nothing to restore: the entry holds no copies");
-    return result;
+    return static_cast<std::size_t>(
+        std::count_if(items.begin(), items.end(), [](const RestoredItem& item) { return item.isBack(); }));
 }
 
 } // namespace tidewrack

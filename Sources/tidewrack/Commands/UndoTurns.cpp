@@ -7,6 +7,7 @@
 #include "Reports/PathWords.hpp"
 #include "Reports/TextReports.hpp"
 #include "Reports/TurnReports.hpp"
+#include "Reports/VaultReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
@@ -140,7 +141,7 @@ std::vector<FromVault> fromVault(Invocation& call, const Done& done, const TurnU
             try {
                 const auto acting = options.dryRun ? Vault::Acting::dryRun : Vault::Acting::forReal;
                 const VaultRestored restored = vault.restore(entry.id, acting);
-                each.messages = restored.messages();
+                each.messages = messagesOf(restored);
                 each.failed = restored.count() < entry.items.size();
             } catch (const TidewrackError& error) { // what is in the project is back all the same
                 each.messages.emplace_back(error.what());

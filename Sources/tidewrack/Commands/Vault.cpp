@@ -6,6 +6,7 @@
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/TextReports.hpp"
+#include "Reports/VaultReports.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -30,12 +31,10 @@ std::string listing(const VaultEntry& entry, Date now, const Look& look) {
 nlohmann::json asJson(const VaultRestored& result) {
     nlohmann::json items = nlohmann::json::array();
     for (const RestoredItem& item : result.items) {
-        nlohmann::json object = {{"path", item.original},
-                                 {"restored", item.failure.empty()},
-                                 {"copy", item.copy},
-                                 {"missing", item.missing}};
+        nlohmann::json object = {
+            {"path", item.original}, {"restored", item.isBack()}, {"copy", item.copy}, {"missing", missingTexts(item)}};
         if (item.aside) object["aside"] = *item.aside;
-        if (!item.failure.empty()) object["error"] = item.failure;
+        if (!item.isBack()) object["error"] = failureText(item);
         items.push_back(std::move(object));
     }
     return {{"dryRun", result.isDryRun}, {"items", std::move(items)}};
@@ -65,7 +64,7 @@ int vaultRestore(Invocation& call) {
     if (call.json())
         call.printJson(asJson(result));
     else
-        for (const std::string& message : result.messages()) call.print(call.shown(message) + "\n");
+        for (const std::string& message : messagesOf(result)) call.print(call.shown(message) + "\n");
     return result.count() == 0 ? 1 : 0;
 }
 

@@ -1,0 +1,47 @@
+#include "Reports/VaultReports.hpp"
+
+#include "Platform/Process.hpp"
+
+namespace tidewrack {
+
+std::string failureText(const RestoredItem& item) {
+    using Why = RestoredItem::Why;
+    const auto& [why, error, then, now] = item.failure;
+    const std::string notRestored = "couldn't restore " + item.original + ": ";
+    const std::string notMoved = "couldn't move " + item.original + " aside: ";
+    const std::string copy = "; the copy is in " + item.copy;
+    switch (why) {
+    case Why::none: break;
+    case Why::system: return notRestored + errorText(error);
+    case Why::otherFolder: return notRestored + "its folder was " + then + " and is " + now + " now" + copy;
+    case Why::newLink: return notRestored + now + " is a link that was made since" + copy;
+    case Why::copyMissing: return notRestored + "its copy is missing";
+    case Why::notMoved: return notMoved + errorText(error);
+    case Why::holdsHistory: return notMoved + "it contains Tidewrack's own history";
+    }
+    return {};
+}
+
+std::vector<std::string> missingTexts(const RestoredItem& item) {
+    std::vector<std::string> texts;
+    for (const UncopiedItem& inside : item.missing)
+        texts.push_back("couldn't restore " + item.original + inside.path + ": " + errorText(inside.error));
+    return texts;
+}
+
+std::vector<std::string> messagesOf(const VaultRestored& result) {
+    std::vector<std::string> texts;
+    for (const RestoredItem& item : result.items) {
+        if (item.aside)
+            texts.push_back(
+                (result.isDryRun ? "would move what is there aside to " : "moved what was there aside to ") +
+                *item.aside);
+        texts.push_back(item.isBack() ? (result.isDryRun ? "would restore " : "restored ") + item.original
+                                      : failureText(item));
+        for (std::string& missing : missingTexts(item)) texts.push_back(std::move(missing));
+    }
+    if (result.items.empty()) texts.emplace_back("nothing to restore: the entry holds no copies");
+    return texts;
+}
+
+} // namespace tidewrack

@@ -1,0 +1,18 @@
+#pragma once
+// What became of a vault entry that was put back, in words.
+
+#include "Vault/Vault.hpp"
+
+#include <string>
+#include <vector>
+
+namespace tidewrack {
+
+// What was done and what failed, one sentence without a full stop each.
+[[nodiscard]] std::vector<std::string> messagesOf(const VaultRestored& result);
+// Why an item is not back; empty when it is.
+[[nodiscard]] std::string failureText(const RestoredItem& item);
+// One for each part of a folder that could not be copied.
+[[nodiscard]] std::vector<std::string> missingTexts(const RestoredItem& item);
+
+} // namespace tidewrack
