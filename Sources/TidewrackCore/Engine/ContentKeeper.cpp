@@ -54,7 +54,7 @@ KeepFailure keepLink(KeepJob& job, Place source, Place target, bool& consistent)
 
 void Keeper::keep(KeepJob& job, std::string_view path, CloneWorker& worker) const {
     job.failure = tryToKeep(job, path, worker);
-    if (job.failure.error == ECANCELED) job.failure = {KeepFailure::Why::late}; // what copies end with then
+    if (job.failure.error == pastDeadline) job.failure = {KeepFailure::Why::late};
 }
 
 KeepFailure Keeper::tryToKeep(KeepJob& job, std::string_view path, CloneWorker& worker) const {

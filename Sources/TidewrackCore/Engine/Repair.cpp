@@ -241,7 +241,7 @@ class Repair {
         require(makeFolders(std::string(parentOf(target)), 0755), "create", target);
         removeLeftovers(std::string(parentOf(target))); // of a repair that came to no end
         int error = copyContent(source, *entry, temporary);
-        if (error == 0 && !isUnchanged(source, *entry)) error = EBUSY;
+        if (error == 0 && !isUnchanged(source, *entry)) error = keptChanging;
         if (error != 0) {
             (void)::unlink(temporary.c_str());
             throw TidewrackError::io("rebuild", target, error);

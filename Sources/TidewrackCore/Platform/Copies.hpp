@@ -1,9 +1,10 @@
 #pragma once
 // Copies of files, links and whole folders, and their removal.
-// Work on one path returns an errno value (0 is success); nothing here throws or prints.
+// Work on one path returns an errno value (0 is success) or an OwnError; nothing here throws or prints.
 
 #include "Platform/Deadline.hpp"
 #include "Platform/Flush.hpp"
+#include "Platform/OwnError.hpp"
 
 #include <sys/stat.h>
 
@@ -37,7 +38,7 @@ struct CopyMemory {
     bool cannotClone = false;
     bool cannotCopyRange = false;
     std::vector<char> buffer;         // working space of plain copies
-    Deadline deadline;                // copies of bytes stop with ECANCELED after it
+    Deadline deadline;                // copies of bytes stop with pastDeadline after it
     PendingWrites* pending = nullptr; // of copies that must be on the disk before they are relied on
     HasRoom hasRoom;                  // asked where blocks cannot be shared; refused it is ENOSPC. Empty: always
 
@@ -79,7 +80,7 @@ struct UncopiedItem {
 
 struct CopyLimits {
     std::string skip;                 // the absolute path of an item to leave out; empty: none
-    Deadline deadline;                // after it the copy is given up with ECANCELED
+    Deadline deadline;                // after it the copy is given up with pastDeadline
     PendingWrites* pending = nullptr; // as in CopyMemory
     HasRoom hasRoom = {};             // as in CopyMemory
     // What has not changed since then becomes a hard link to the earlier copy, which takes no new space on any volume.
@@ -106,7 +107,7 @@ struct TreeSize {
 };
 
 // Adds up the folder `path` as copyTree with these limits would copy it, until more than `mostFiles` are found.
-// A folder that cannot be read counts nothing, an item that cannot be looked at as an empty file. Returns ECANCELED
+// A folder that cannot be read counts nothing, an item that cannot be looked at as an empty file. Returns pastDeadline
 // past the deadline.
 [[nodiscard]] int measureTree(const std::string& path, const CopyLimits& limits, std::int64_t mostFiles, TreeSize& out);
 

@@ -41,7 +41,7 @@ int copyBytes(int source, int target, off_t offset, off_t length, CopyMemory& me
     std::vector<char>& buffer = memory.buffer;
     if (buffer.empty()) buffer.resize(plainCopySize);
     while (length > 0) {
-        if (passed(memory.deadline)) return ECANCELED;
+        if (passed(memory.deadline)) return pastDeadline;
         const auto wanted = std::min<std::size_t>(buffer.size(), static_cast<std::size_t>(length));
         const ssize_t count = ::pread(source, buffer.data(), wanted, offset);
         if (count < 0 && errno == EINTR) continue;
@@ -62,7 +62,7 @@ int copyBytes(int source, int target, off_t offset, off_t length, CopyMemory& me
 
 int copyRange(int source, int target, off_t offset, off_t length, CopyMemory& memory) {
     while (length > 0 && !memory.cannotCopyRange) {
-        if (passed(memory.deadline)) return ECANCELED;
+        if (passed(memory.deadline)) return pastDeadline;
         off_t from = offset;
         off_t to = offset;
         const auto wanted = std::min<std::size_t>(rangeCopySize, static_cast<std::size_t>(length));

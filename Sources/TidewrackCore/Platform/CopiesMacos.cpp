@@ -51,8 +51,9 @@ int copyContent(int source, int target, CopyMemory& memory) {
     copyfile_state_t state = ::copyfile_state_alloc();
     ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&quitAfterDeadline));
     ::copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &memory.deadline);
-    const int error = ::fcopyfile(source, target, state, COPYFILE_DATA | COPYFILE_DATA_SPARSE) == 0 ? 0 : errno;
+    int error = ::fcopyfile(source, target, state, COPYFILE_DATA | COPYFILE_DATA_SPARSE) == 0 ? 0 : errno;
     ::copyfile_state_free(state);
+    if (error == ECANCELED) error = pastDeadline;
     if (error == 0 && memory.pending != nullptr) writeOutCopy(target, *memory.pending);
     if (error == 0) copyOpenExtendedAttributes(source, target);
     return error;

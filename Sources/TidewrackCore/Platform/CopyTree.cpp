@@ -41,7 +41,7 @@ class TreeCopier {
 
     // `earlier`: where the earlier copy of this item would be; may be null.
     int copy(Place from, Place to, const Place* earlier) {
-        if (passed(memory_.deadline)) return ECANCELED;
+        if (passed(memory_.deadline)) return pastDeadline;
         Attributes attributes;
         if (const int error = attributesAt(from.folder, from.name, attributes)) return error;
         if (earlier != nullptr && isUnchanged(attributes, *earlier) &&
@@ -75,7 +75,7 @@ class TreeCopier {
         if (!source) return errno;
         struct stat status {};
         if (::fstat(source.get(), &status) != 0) return errno;
-        if (!S_ISREG(status.st_mode)) return EBUSY; // replaced meanwhile
+        if (!S_ISREG(status.st_mode)) return keptChanging; // it was a file a moment ago
         return copyOpenFile(source.get(), status, to, {static_cast<std::uint16_t>(status.st_mode & 07777)}, memory_);
     }
 
@@ -112,7 +112,7 @@ class TreeCopier {
     // One unreadable file is no reason to lose the folder's other files. A full volume and a passed deadline end the
     // copy.
     bool toleratedInside(int error) {
-        if (unsaved_ == nullptr || error == ECANCELED || error == ENOSPC || error == EDQUOT) return false;
+        if (unsaved_ == nullptr || error == pastDeadline || error == ENOSPC || error == EDQUOT) return false;
         unsaved_->push_back({inside_, error});
         return true;
     }
@@ -155,7 +155,7 @@ class TreeMeasurer {
         : skip_(limits.skip), deadline_(limits.deadline), mostFiles_(mostFiles), size_(size) {}
 
     int measure(int folder, const char* name) {
-        if (passed(deadline_)) return ECANCELED;
+        if (passed(deadline_)) return pastDeadline;
         FolderStream stream(folder, name);
         if (stream.error() != 0) return 0; // the copy reports it
         while (const char* item = stream.next()) {

@@ -1,5 +1,7 @@
 #include "Platform/Process.hpp"
 
+#include "Platform/OwnError.hpp"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -93,6 +95,11 @@ bool processIsAlive(std::int64_t pid) {
 }
 
 std::string errorText(int error) {
+    switch (error) {
+    case pastDeadline: return "there was no time left to copy it";
+    case keptChanging: return "it kept changing while it was copied";
+    default: break;
+    }
     return std::generic_category().message(error);
 }
 

@@ -51,7 +51,7 @@ class [[nodiscard]] TerminationIgnored {
 [[nodiscard]] std::string currentFolder();    // empty when unknown
 [[nodiscard]] std::string executablePath();   // the running program; empty when unknown
 [[nodiscard]] bool processIsAlive(std::int64_t pid);
-[[nodiscard]] std::string errorText(int error); // the system's text for an errno value
+[[nodiscard]] std::string errorText(int error); // the system's text for an errno value, or ours for an OwnError
 
 // Tells the system that memory just reserved is about to be filled from its beginning. The system may then provide it
 // in large pieces, each of which saves hundreds of page faults. Does nothing where the memory is small.

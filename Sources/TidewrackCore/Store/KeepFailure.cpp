@@ -1,5 +1,6 @@
 #include "Store/KeepFailure.hpp"
 
+#include "Platform/OwnError.hpp"
 #include "Platform/Process.hpp"
 
 #include <charconv>
@@ -39,8 +40,8 @@ std::string KeepFailure::text() const {
     switch (why) {
     case Why::none: break;
     case Why::system: return errorText(error);
-    case Why::changing: return "it kept changing while it was copied";
-    case Why::late: return "there was no time left to copy it";
+    case Why::changing: return errorText(keptChanging);
+    case Why::late: return errorText(pastDeadline);
     }
     return {};
 }

@@ -64,7 +64,7 @@ NotSaved reasonOf(int error) {
     switch (error) {
     case ENOENT:
     case ENOTDIR: return NotSaved::notThere;
-    case ECANCELED: return NotSaved::noTime;
+    case pastDeadline: return NotSaved::noTime;
     case ENOSPC:
     case EDQUOT: return NotSaved::noRoom;
     case ENOTSUP: return NotSaved::special;
