@@ -113,6 +113,12 @@ TEST_F(RestoreTest, clearsUpWhatAKilledRestoreLeft) {
     world.ok({"snap"}); // has all that somebody may lose next
     EXPECT_EQ(world.ok({"cat", "4", "src/.tidewrack-12-ab-3-main.c"}), "somebody's words");
     EXPECT_EQ(world.ok({"diff", "2"}).find("ab-0"), std::string::npos);
+    EXPECT_EQ(world.ok({"restore", "2", "--dry-run"}),
+              "- .tidewrack-12-ab-6-folder/inside\n"
+              "- new\n- other.tidewrack-1\n"
+              "! src/main.c  what a restore that was cut short left of it would become src/main.c.tidewrack-1\n"
+              "! src/x  what a restore that was cut short left of it would become src/x.tidewrack-1\n"
+              "Would restore 0 files, remove 3 files. Nothing was changed.\n");
     EXPECT_EQ(world.ok({"restore", "2"}),
               "Restored 0 files, removed 3 files. Undo this with: tidewrack restore 5\n"
               "warning: a restore that was cut short had left a version of src/x that no snapshot had; it is "

@@ -205,6 +205,7 @@ class Engine {
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
+    [[nodiscard]] Interrupted foreseeInterrupted(const Project& project) const; // the same, in a dry run
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,

@@ -143,6 +143,7 @@ TakenSnapshot Engine::presentState(const Project& project) const {
     TakenSnapshot present;
     present.manifest = std::move(sides.newer);
     present.result.warnings = std::move(sides.warnings);
+    present.interrupted = foreseeInterrupted(project);
     return present;
 }
 
@@ -153,6 +154,11 @@ RestoreResult Engine::aim(const Project& project, const Manifest& target, const 
                                           ::geteuid() == 0, lostContents(store.history(project), target, current)});
     RestoreResult result;
     result.outcomes = aimOf(plan, current);
+    std::erase_if(result.outcomes, [&](const PathOutcome& outcome) { // cleared up before
+        const auto owns = [&](const MarkedRestore& restore) { return restore.owns(lastComponent(outcome.path)); };
+        return std::any_of(present.interrupted.remaining.begin(), present.interrupted.remaining.end(), owns);
+    });
+    addInterrupted(present.interrupted.outcomes, result);
     for (const PathOutcome& outcome : result.outcomes) {
         const Entry* standing = current.find(outcome.path);
         if (outcome.action == PathOutcome::Action::restored && outcome.kind != EntryKind::dir && standing != nullptr &&

@@ -75,6 +75,24 @@ class Leftovers {
         return !bothNames;
     }
 
+    // What clear() is going to recover, if anything.
+    std::optional<PathOutcome> foresee(const std::string& path) {
+        Place place;
+        Attributes left;
+        const std::string name = nameOf(path);
+        if (name.empty() || kept_.contains(path) || project_.place(path, place) != 0) return std::nullopt;
+        if (attributesAt(place.folder, place.name, left) != 0 || left.kind == Attributes::Kind::folder ||
+            isSecondName(place, left, name))
+            return std::nullopt;
+        PathOutcome outcome{beside(path, name), PathOutcome::Action::toRecover};
+        int number = 1;
+        for (Attributes there;
+             attributesAt(place.folder, numberedName(place.folder, name, number).c_str(), there) == 0;)
+            ++number;
+        outcome.found = beside(path, numberedName(place.folder, name, number));
+        return outcome;
+    }
+
   private:
     // Whether the item has a name that people find: a process died between giving it that name and removing this one.
     static bool isSecondName(Place place, const Attributes& left, const std::string& name) {
@@ -226,15 +244,16 @@ std::pair<Manifest, std::int64_t> relisted(const Manifest& listing, const std::v
 
 } // namespace
 
-Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& project) const {
-    const History history = store.history(project);
-    Interrupted result{{}, markedRestores(history)};
-    if (result.remaining.empty()) return result;
+namespace {
+
+// The leftovers of all these restores. Returns whether every folder could be read.
+bool forEachLeftover(const Project& project, const std::set<std::string, std::less<>>& nested, const History& history,
+                     const std::vector<MarkedRestore>& restores,
+                     const std::function<void(Leftovers&, const std::string& path)>& visit) {
     std::vector<std::string> found;
     Project everything = project;
     everything.excludesIfIgnored.emplace(); // one may be in a folder that git has been told to ignore since
-    const auto walker =
-        projectWalker(everything, nestedRoots(project, store.projects()), {prefixesOf(result.remaining), &found});
+    const auto walker = projectWalker(everything, nested, {prefixesOf(restores), &found});
     walker->walk([](const Walker::Item&) { return true; });
     const auto depth = [](const std::string& path) { return std::count(path.begin(), path.end(), '/'); };
     std::sort(found.begin(), found.end(), [&](const std::string& a, const std::string& b) { // what is in a folder first
@@ -244,18 +263,41 @@ Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& pro
     if (const int error = openFolder(project.root, root)) throw TidewrackError::io("read", project.root, error);
     FolderBelow files(root.get());
     std::vector<Leftovers> leftovers;
-    for (const MarkedRestore& restore : result.remaining) leftovers.emplace_back(history, restore, files).lookUp(found);
-    bool all = walker->unread().empty();
+    for (const MarkedRestore& restore : restores) leftovers.emplace_back(history, restore, files).lookUp(found);
     for (const std::string& path : found)
         for (Leftovers& each : leftovers)
-            if (each.owns(path) && !each.clear(path, result.outcomes)) {
-                result.outcomes.push_back({path, PathOutcome::Action::leftover});
-                all = false;
-            }
-    if (all) {
+            if (each.owns(path)) visit(each, path);
+    return walker->unread().empty();
+}
+
+} // namespace
+
+Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& project) const {
+    const History history = store.history(project);
+    Interrupted result{{}, markedRestores(history)};
+    if (result.remaining.empty()) return result;
+    bool none = true;
+    const auto clear = [&](Leftovers& leftovers, const std::string& path) {
+        if (leftovers.clear(path, result.outcomes)) return;
+        result.outcomes.push_back({path, PathOutcome::Action::leftover});
+        none = false;
+    };
+    const auto nested = nestedRoots(project, store.projects());
+    if (forEachLeftover(project, nested, history, result.remaining, clear) && none) {
         result.remaining.clear();
         markRestores(lock, history, {});
     }
+    return result;
+}
+
+Interrupted Engine::foreseeInterrupted(const Project& project) const {
+    const History history = store.history(project);
+    Interrupted result{{}, markedRestores(history)};
+    if (result.remaining.empty()) return result;
+    const auto foresee = [&](Leftovers& leftovers, const std::string& path) {
+        if (auto outcome = leftovers.foresee(path)) result.outcomes.push_back(std::move(*outcome));
+    };
+    (void)forEachLeftover(project, nestedRoots(project, store.projects()), history, result.remaining, foresee);
     return result;
 }
 

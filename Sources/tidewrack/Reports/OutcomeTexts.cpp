@@ -76,6 +76,9 @@ std::string outcomeText(const PathOutcome& outcome, const RestoreResult& result)
     case Action::skipped: return "skipped " + path + ": " + reason;
     case Action::recovered: return recoveredText(outcome) + " in " + numberText(result.safety.seq);
     case Action::recoveredUnsaved: return recoveredText(outcome) + " now";
+    case Action::toRecover:
+        return "a restore that was cut short left a version of " + path + " that no snapshot has; it would become " +
+               outcome.found;
     case Action::leftover: return "couldn't clear away " + path + ", which a restore that was cut short had left";
     case Action::missing: return path + " " + reason;
     }

@@ -96,6 +96,9 @@ std::string planText(const RestoreResult& result, const Look& look) {
             row = coloured((overwrites ? "~ " : "+ ") + path, overwrites ? yellow : green, look);
         else if (outcome.action == Action::removed)
             row = coloured("- " + path, red, look);
+        else if (outcome.action == Action::toRecover)
+            row = "! " + path + "  what a restore that was cut short left of it would become " +
+                  look.shown(outcome.found);
         else
             row = "! " + look.shown(outcome.path) + "  " + look.shown(reasonText(outcome.obstacle, result.target));
         rows.emplace_back(outcome.path, row + "\n");
