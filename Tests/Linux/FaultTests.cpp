@@ -409,7 +409,7 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
         for (const Operation& operation : operations())
             if (operation.words[0] == "restore" || operation.words[0] == "undo")
                 reached += atEveryCall(
-                    operation, [&, kind = kind](std::size_t) { return kind; }, check, volume);
+                    operation, [&, how = kind](std::size_t) { return how; }, check, volume);
         EXPECT_GT(reached, 4U);
     }
 }
