@@ -189,6 +189,11 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
                              manyFiles},
         {"rm -rf ~/many ~/all/tracked/../../many/../many/.",
          deletes + home + "/many. Tidewrack can't save it" + manyFiles},
+        {"find ~/many -name 'a*' -delete", deletes + home + "/many. Tidewrack can't save it" + manyFiles},
+        {"find ~/many -name a -exec rm {} +", deletes + home + "/many. Tidewrack can't save it" + manyFiles},
+        {"rsync -a --delete ~/x/ ~/many/", deletes + home + "/many. Tidewrack can't save it" + manyFiles},
+        {"find ~/many -name a -exec wc {} +; rsync -an --delete ~/x/ ~/many/", ""},
+        {"find ~/x ~/.cache -name a -delete", deletes + home + "/x. Tidewrack can't save it" + manyFiles},
         {"rm -rf ~/x/node_modules ~/.cache " + f.at("temporary"), ""}, // nobody misses these
         {"mv ~/many ~/else", ""},                                      // it is all there afterwards
         {"chmod -R 700 ~/many", ""},
@@ -210,11 +215,20 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
             << row.command << output.standardError.value_or("");
         EXPECT_EQ(savedOutside().size(), row.saved) << row.command;
     }
+    EXPECT_TRUE(isReplaceable("/var/lib/apt/lists/x", {}, home));
     EXPECT_FALSE(isReplaceable("/run/media/ann/disk/photos", {}, home)); // where removable disks are
     // A file that can't be copied is only added to, or overwritten.
     HookHandler handler(world.store(), world.environment, home);
     handler.budget = milliseconds(0);
-    for (const auto& [command, asks] : {std::pair("echo x >> ~/outside.txt", false), {"echo x > ~/outside.txt", true}})
+    for (const auto& [command, asks] : {std::pair("echo x >> ~/outside.txt", false),
+                                        {"echo x > ~/outside.txt", true},
+                                        {"tee -a ~/outside.txt", false},
+                                        {"cp -n ~/x.txt ~/outside.txt", false},
+                                        {"cp ~/x.txt ~/outside.txt", true},
+                                        {"truncate -s +1K ~/outside.txt", false},
+                                        {"truncate -s 0 ~/outside.txt", true},
+                                        {"dd if=/dev/zero of=~/outside.txt conv=sync,notrunc", false},
+                                        {"dd if=/dev/zero of=~/outside.txt", true}})
         EXPECT_EQ(handler.handle(Agent::codex, event(Agent::codex, Kind::shell, "/", command), "/").exitCode == 2, asks)
             << command;
 }

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 
 using namespace tidewrack::shell;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -259,9 +261,17 @@ TEST_F(ShellGuardOnDisk, tellsWhatIsWholeAfterwards) {
         const Decision decision = analyze(command, context);
         return std::count(decision.keptWhole.begin(), decision.keptWhole.end(), context.cwd + "/f") > 0;
     };
-    for (const char* command : {"echo x >> f", "tee -a f", "chmod -R 700 f", "mv f g"})
+    folder.write("tree/f", "x");
+    folder.write("tree/old", "x");
+    std::filesystem::last_write_time(context.cwd + "/old", std::filesystem::file_time_type::clock::now() - 1h);
+    for (const char* command : {"echo x >> f", "tee -a f", "chmod -R 700 f", "mv f g", "truncate -s +1 f",
+                                "truncate --size=1 f", "truncate -s1KB f", "dd of=f conv=sync,notrunc"})
         EXPECT_TRUE(isKept(command)) << command;
-    for (const char* command : {"tee f", "echo x >> f; rm f", "rm f; mv f g", "tee -a f; echo > f"})
+    EXPECT_EQ(judgedHere("cp -n old f; cp -au old f; mv -n old f; cp -u old f sub"),
+              "tree/old tree/sub/f tree/sub/old");
+    EXPECT_EQ(judgedHere("cp -u f old"), "tree/old");
+    for (const char* command : {"tee f", "echo x >> f; rm f", "rm f; mv f g", "tee -a f; echo > f", "truncate -s 0 f",
+                                "truncate -s -1 f", "dd of=f conv=sync"})
         EXPECT_FALSE(isKept(command)) << command;
 }
 
@@ -280,21 +290,36 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
         const Verdict verdict = analyze(command, context).verdict;
         return verdict.kind == Verdict::Kind::ask && verdict.reason.find("Tidewrack's") != std::string::npos;
     };
-    for (const char* command :
-         {"tidewrack untrack", "/opt/bin/tidewrack -C ../x --project p prune", "sudo tidewrack hooks uninstall claude",
-          "echo p | xargs -n1 tidewrack untrack", "tidewrack untrack -- --dry-run", "tidewrack -- untrack -h",
-          "cd .. && (tidewrack vault rm 1)", "rm -rf ~/.local", "mv ~/.local/store /nowhere/x",
-          "rm ../local/store/projects/1.json", "echo x > ~/.agent/settings.json",
-          "sed -i s/a/b/ ../dotfiles/settings.json", "git -C ../dotfiles clean -fd", "rsync -a --delete x/ ~/.local/",
-          "rm -rf . ~/.local/store", "find ~/.local/store -name '*.json' -delete",
-          "curl -o ~/.agent/settings.json http://x/", "sort -o ../dotfiles/settings.json x"})
+    for (const char* command : {"tidewrack untrack",
+                                "/opt/bin/tidewrack -C ../x --project p prune",
+                                "sudo tidewrack hooks uninstall claude",
+                                "echo p | xargs -n1 tidewrack untrack",
+                                "tidewrack untrack -- --dry-run",
+                                "tidewrack -- untrack -h",
+                                "cd .. && (tidewrack vault rm 1)",
+                                "rm -rf ~/.local",
+                                "mv ~/.local/store /nowhere/x",
+                                "rm ../local/store/projects/1.json",
+                                "echo x > ~/.agent/settings.json",
+                                "sed -i s/a/b/ ../dotfiles/settings.json",
+                                "git -C ../dotfiles clean -fd",
+                                "rsync -a --delete x/ ~/.local/",
+                                "rm -rf . ~/.local/store",
+                                "find ~/.local/store -name '*.json' -delete",
+                                "find ~ -name '*.json' -delete",
+                                "find ~/.local -type f -mtime +3 -delete",
+                                "find .. -maxdepth 3 -iname 'SETTINGS*' -exec rm {} +",
+                                "find ../dotfiles -path '*/s*.json' -delete",
+                                "curl -o ~/.agent/settings.json http://x/",
+                                "sort -o ../dotfiles/settings.json x"})
         EXPECT_TRUE(asks(command)) << command;
     for (const char* command :
          {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack vault restore 1",
           "tidewrack prune --dry-run; tidewrack untrack --help; tidewrack hooks install; tidewrack --label prune snap",
           "cat ~/.local/store/projects/1.json; cp -r ~/.local/store /nowhere/copy", "rm -rf ../local",
           "rm ~/.agent/other.json; touch ~/.local/x; rm -rf ~/.local/storage", "echo tidewrack untrack",
-          "git -C ../dotfiles pull"})
+          "git -C ../dotfiles pull", "find ~ -name '*.o' -delete; find ~ -maxdepth 2 -name '*.json' -delete",
+          "find ~ -type d -empty -delete; find .. ! -name x -path '*/cache/*' -delete", "chmod -R u+w ~/.local"})
         EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);
     // Telling the paths takes reading the agents' files.

@@ -62,11 +62,11 @@ Parsed checkLexer(std::string_view command) {
 
 void checkDecision(std::string_view command, const Decision& decision) {
     require(isSortedSet(decision.targets) && isSortedSet(decision.opaqueDirs) && isSortedSet(decision.followed) &&
-                isSortedSet(decision.removed),
+                isSortedSet(decision.removed) && isSortedSet(decision.thinned),
             "lists are sorted and hold each path once");
-    for (const auto* part : {&decision.followed, &decision.removed})
+    for (const auto* part : {&decision.followed, &decision.removed, &decision.thinned})
         require(std::includes(decision.targets.begin(), decision.targets.end(), part->begin(), part->end()),
-                "what is followed or removed is a target");
+                "what is followed, removed or thinned is a target");
     require(decision.opaque == !decision.opaqueDirs.empty(), "an opaque line names the folders where it is opaque");
     bool refused = false;
     for (const std::string& target : decision.targets) {

@@ -16,9 +16,9 @@ using namespace std::string_view_literals;
 constexpr std::array temporaryFolders = {"/tmp"sv,         "/var/tmp"sv,
                                          "/private/tmp"sv, "/private/var/tmp"sv,
                                          "/var/folders"sv, "/private/var/folders"sv,
-                                         "/var/cache"sv,   "/run/lock"sv,
-                                         "/dev"sv,         "/proc"sv,
-                                         "/sys"sv};
+                                         "/var/cache"sv,   "/var/lib/apt/lists"sv,
+                                         "/run/lock"sv,    "/dev"sv,
+                                         "/proc"sv,        "/sys"sv};
 
 constexpr std::array cacheNames = {".cache"sv, "Caches"sv, "_cacache"sv};
 

@@ -239,7 +239,10 @@ class Saving {
         if (isLink) note(end);
         if (isIn(decision_.removed, target) || (!isIn(decision_.keptWhole, target) && isFile(end)))
             destroyed_.insert(destroyed_.end(), {target, end});
-        if (!addHolder(isLink ? std::string(parentOf(place)) : place)) outside_.push_back(target);
+        if (!addHolder(isLink ? std::string(parentOf(place)) : place)) {
+            outside_.push_back(target);
+            if (isIn(decision_.thinned, target)) destroyed_.insert(destroyed_.end(), {target, end});
+        }
         // A link may be removed, or written through.
         const bool follows = !isLink || isFile(end) || isIn(decision_.followed, target);
         if (isLink && !addHolder(end) && follows) outside_.push_back(end);

@@ -9,9 +9,13 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace tidewrack::shell {
@@ -60,6 +64,30 @@ bool editsInPlace(Words arguments) {
     });
 }
 
+// How many bytes a size as truncate takes it is, such as 10K or 2MB; none where it is written in another way.
+std::optional<std::int64_t> bytesOf(std::string_view size) {
+    std::int64_t count = 0;
+    const auto [end, error] = std::from_chars(size.data(), size.data() + size.size(), count);
+    if (error != std::errc() || count < 0) return std::nullopt;
+    const std::string_view unit = size.substr(static_cast<std::size_t>(end - size.data()));
+    const std::size_t power = unit.empty() ? 0 : "KMGT"sv.find(unit.front()) + 1;
+    const bool known = unit.size() < 2 || unit.substr(1) == "B"sv || unit.substr(1) == "iB"sv;
+    if (!known || power > 4) return std::nullopt;
+    for (std::size_t step = 0; step < power; ++step) {
+        if (count > INT64_MAX / 1024) return std::nullopt;
+        count *= unit.substr(1) == "B"sv ? 1000 : 1024;
+    }
+    return count;
+}
+
+// Whether a file is at least as large as before when truncate gives it this size: +1M, '>10K', or no less than it has.
+bool leavesSize(std::string_view size, const std::string& path) {
+    if (size.starts_with('+') || size.starts_with('>') || size.starts_with('%')) return true;
+    struct stat status {};
+    const auto bytes = bytesOf(size);
+    return bytes && stat(path.c_str(), &status) == 0 && status.st_size <= *bytes;
+}
+
 class Examination {
   public:
     Examination(Words words, const std::string& cwd, Effects& effects)
@@ -77,7 +105,9 @@ class Examination {
     void remove();
     void move();
     void copy();
-    void targetOperands();
+    void targetOperands(Extent extent = Extent::item);
+    void tee();
+    void truncate();
     void copyBlocks();
     void editInPlace();
     void find();
@@ -87,6 +117,9 @@ class Examination {
 
   private:
     [[nodiscard]] Operands operands() const;
+    [[nodiscard]] bool hasOption(char letter, std::string_view name) const;
+    [[nodiscard]] std::string valueOf(char letter, std::string_view name) const;
+    [[nodiscard]] bool keeps(const std::string& destination, const Word& source) const;
     void targetDestinations(const Operands& operands);
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
@@ -155,10 +188,10 @@ constexpr Rule rules[] = {
     {"source", &E::runScript},
     {"srm", &E::remove},
     {"swift", &E::runScript},
-    {"tee", &E::targetOperands},
+    {"tee", &E::tee},
     {"tidewrack", &E::tidewrack},
     {"trash", &E::remove},
-    {"truncate", &E::targetOperands, "rs", " --reference --size "},
+    {"truncate", &E::truncate, "rs", " --reference --size "},
     {"unlink", &E::remove},
     {"xargs", &E::xargs},
     {"yarn", &E::runScript},
@@ -255,6 +288,34 @@ Examination::Operands Examination::operands() const {
     return operands;
 }
 
+// Whether an option is there that takes no word, under its long name or as a letter, perhaps of a cluster.
+bool Examination::hasOption(char letter, std::string_view name) const {
+    return std::any_of(arguments_.begin(), arguments_.end(), [&](const Word& word) {
+        return word.text == name || (isShortCluster(word) && word.text.find(letter) != std::string::npos);
+    });
+}
+
+// The word that an option takes: -s WORD, -sWORD, --size WORD, --size=WORD; empty where it is not there.
+std::string Examination::valueOf(char letter, std::string_view name) const {
+    for (std::size_t index = 0; index < arguments_.size(); ++index) {
+        const std::string& text = arguments_[index].text;
+        const std::string shortName = {'-', letter};
+        if ((text == name || text == shortName) && index + 1 < arguments_.size()) return arguments_[index + 1].text;
+        if (text.starts_with(shortName)) return text.substr(2);
+        if (text.starts_with(name) && text.substr(name.size()).starts_with('=')) return text.substr(name.size() + 1);
+    }
+    return {};
+}
+
+// Whether a copy leaves what stands at the destination: a newer file is not replaced by cp -u.
+bool Examination::keeps(const std::string& destination, const Word& source) const {
+    if (!hasOption('u', "--update") || source.glob) return false;
+    struct stat from {};
+    struct stat to {};
+    return stat(absolutePath(source.text, cwd_).c_str(), &from) == 0 && stat(destination.c_str(), &to) == 0 &&
+           S_ISREG(from.st_mode) && S_ISREG(to.st_mode) && from.st_mtime < to.st_mtime;
+}
+
 void Examination::remove() {
     const Extent extent = name_ == "rmdir" || isRecursive(arguments_) ? Extent::removed : Extent::item;
     for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_, linksOf(*operand), extent);
@@ -265,12 +326,14 @@ void Examination::move() {
     const std::size_t sources = all.words.size() - (all.folder || all.words.empty() ? 0 : 1);
     for (std::size_t index = 0; index < sources; ++index)
         effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
-    targetDestinations(all);
+    if (!hasOption('n', "--no-clobber")) targetDestinations(all);
 }
 
 void Examination::copy() {
     const Operands all = operands();
-    targetDestinations(all);
+    const bool replaces = name_ != "cp" || !hasOption('n', "--no-clobber");
+    if (name_ == "rsync" && hasOption('n', "--dry-run")) return;
+    if (replaces) targetDestinations(all);
     const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
     if (linked && !all.words.back()->unknown && effects_.takesLinks()) {
         const std::string at = absolutePath(all.words.back()->text, cwd_);
@@ -280,7 +343,9 @@ void Examination::copy() {
     if (name_ != "rsync" || all.words.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
     if (effects_.skips(*all.words.back())) return effects_.opaque(cwd_);
     const auto folders = effects_.resolve(*all.words.back(), cwd_);
-    if (!folders.empty()) effects_.target(folders.front(), cwd_, Links::followed, Extent::moved);
+    if (folders.empty()) return;
+    effects_.lookAtOwn(folders.front(), Extent::moved, Links::followed);
+    effects_.thin(folders.front(), cwd_, Links::followed);
 }
 
 void Examination::targetDestinations(const Operands& all) {
@@ -295,7 +360,10 @@ void Examination::targetDestinations(const Operands& all) {
     const auto destinations = effects_.resolve(*words.back(), cwd_);
     if (destinations.empty()) return;
     const std::string& destination = destinations.front();
-    if (destination == "/" || !isFolder(destination)) return effects_.target(destination, cwd_);
+    if (destination == "/" || !isFolder(destination)) {
+        if (words.size() > 2 || !keeps(destination, *words.front())) effects_.target(destination, cwd_);
+        return;
+    }
     targetCopiesIn(destination, words.first(words.size() - 1));
 }
 
@@ -309,8 +377,8 @@ void Examination::targetCopiesIn(const std::string& folder, std::span<const Word
 void Examination::targetCopyOf(const Word& source, const std::string& folder) {
     if (source.unknown) return effects_.opaque(folder);
     for (const std::string& path : effects_.resolve(source, cwd_)) {
-        const std::string_view name = lastComponent(path);
-        effects_.target(absolutePath(name, folder), cwd_);
+        std::string copy = absolutePath(lastComponent(path), folder);
+        if (!keeps(copy, source)) effects_.target(std::move(copy), cwd_);
     }
     if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
 }
@@ -327,25 +395,36 @@ void Examination::targetContents(const Word& source, const std::string& folder) 
     }
 }
 
-void Examination::targetOperands() {
-    const bool adds =
-        name_ == "tee" && std::any_of(arguments_.begin(), arguments_.end(), [](const Word& word) {
-            return word.text == "--append" || (isShortCluster(word) && word.text.find('a') != std::string::npos);
-        });
+void Examination::targetOperands(Extent extent) {
+    for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_, Links::itself, extent);
+}
+
+void Examination::tee() {
+    targetOperands(hasOption('a', "--append") ? Extent::kept : Extent::item);
+}
+
+// A file that does not become smaller keeps what it holds.
+void Examination::truncate() {
+    const std::string size = valueOf('s', "--size");
     for (const Word* operand : operands().words) {
-        Word file = *operand;
-        file.appends = file.appends || adds;
-        effects_.targetWord(file, cwd_);
+        const bool grows = !operand->glob && leavesSize(size, absolutePath(operand->text, cwd_));
+        effects_.targetWord(*operand, cwd_, Links::itself, grows ? Extent::kept : Extent::item);
     }
 }
 
 void Examination::copyBlocks() {
+    const bool cuts = std::none_of(arguments_.begin(), arguments_.end(), [](const Word& word) {
+        return word.text.starts_with("conv=") && word.text.find("notrunc") != std::string::npos;
+    });
     for (Word word : arguments_) {
         if (!word.text.starts_with("of=")) continue;
         word.text.erase(0, 3);
-        effects_.targetWord(word, cwd_);
+        const Extent extent = cuts ? Extent::item : Extent::kept;
+        effects_.targetWord(word, cwd_, Links::itself, extent);
         // What looks like an assignment has its tilde expanded by some shells.
-        if (word.text.starts_with("~/")) effects_.target(effects_.homePath(word.text.substr(2)), cwd_);
+        if (!word.text.starts_with("~/")) continue;
+        word.text = effects_.homePath(word.text.substr(2));
+        effects_.targetWord(word, cwd_, Links::itself, extent);
     }
 }
 
@@ -419,10 +498,11 @@ void Examination::xargs() {
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
 void Examination::changeModes() {
-    if (!isRecursive(arguments_)) return;
-    for (Word word : arguments_) {
-        word.appends = true; // the contents stay
-        effects_.targetWord(word, cwd_, Links::followed);
+    for (const Word& word : arguments_) {
+        if (isRecursive(arguments_))
+            effects_.targetWord(word, cwd_, Links::followed, Extent::kept);
+        else if (!isOption(word))
+            effects_.write(word, cwd_);
     }
 }
 

@@ -64,6 +64,7 @@ struct Decision {
     std::vector<std::string> followed;   // those of them that, where they are links, are not meant themselves: what
                                          // they lead to is; sorted, each once
     std::vector<std::string> removed;    // those of them that go with all they hold; sorted, each once
+    std::vector<std::string> thinned;    // those of them that are folders of whose contents some go; sorted, each once
     std::vector<std::string> keptWhole;  // those of them whose content is there afterwards, because they are moved or
                                          // added to; sorted, each once
     bool opaque = false;                 // part of the effect cannot be known without running the command

@@ -134,9 +134,7 @@ void Mentions::addListed(const Listing& listing, const std::string& folder, std:
     const auto matches = [&](const char* name) {
         return listing.names.empty() ||
                std::any_of(listing.names.begin(), listing.names.end(), [&](const std::string& pattern) {
-                   const bool hard =
-                       std::count(pattern.begin(), pattern.end(), '*') > std::ptrdiff_t{Budget::starsPerName};
-                   return hard || fnmatch(pattern.c_str(), name, 0) == 0;
+                   return isHard(pattern) || fnmatch(pattern.c_str(), name, 0) == 0;
                });
     };
     (void)visitNames(folder, [&](const char* name) {

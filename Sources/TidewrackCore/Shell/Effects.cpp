@@ -95,6 +95,11 @@ void Effects::target(std::string path, std::string_view cwd, Links links, Extent
     decision_.targets.push_back(std::move(path));
 }
 
+void Effects::thin(const std::string& folder, std::string_view cwd, Links links) {
+    if (!full()) decision_.thinned.push_back(folder);
+    target(folder, cwd, links, Extent::item);
+}
+
 void Effects::list(Listing listing) {
     if (listings_.size() < Budget::listings && protectedFolders().holdsText(listing.folder))
         listings_.push_back(std::move(listing));
@@ -152,7 +157,8 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
     const auto add = [&](std::string path) {
         if (extent == Extent::removed) askIfProjectInside(path, links);
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
-        if (!full()) (extent == Extent::moved || word.appends ? decision_.keptWhole : destroyed_).push_back(path);
+        const bool stays = extent == Extent::moved || extent == Extent::kept;
+        if (!full()) (stays ? decision_.keptWhole : destroyed_).push_back(path);
         target(std::move(path), cwd, links, extent);
     };
     if (word.glob && extent == Extent::removed && lastComponent(word.text).find_first_not_of("*?") == std::string::npos)
@@ -237,7 +243,7 @@ Decision Effects::decide() {
 
 void Effects::judgeTargets() {
     auto& targets = decision_.targets;
-    for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.keptWhole}) {
+    for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.thinned, &decision_.keptWhole}) {
         const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);

@@ -8,6 +8,7 @@
 #include "Shell/ProtectedFolders.hpp"
 #include "Shell/WordPaths.hpp"
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -61,6 +62,17 @@ class Effects {
 
     // Adds an absolute path to the targets.
     void target(std::string path, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
+
+    // Adds a folder of whose contents a command takes some.
+    void thin(const std::string& folder, std::string_view cwd, Links links);
+
+    // Asks when that would take Tidewrack's own history or hooks.
+    void lookAtOwn(const std::string& target, Extent extent, Links links) { own_.look(target, extent, links); }
+
+    // A command takes those files in a folder of which `takes` is true; that folder may be protected.
+    void takeBelow(const std::string& folder, const std::function<bool(std::string_view)>& takes) {
+        own_.lookBelow(folder, takes);
+    }
 
     // What the word names is overwritten or replaced, if it is there. That is saved; nobody is asked or refused
     // anything for it.

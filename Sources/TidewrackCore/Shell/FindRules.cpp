@@ -1,11 +1,15 @@
 #include "Shell/FindRules.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Shell/CommandRules.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Support/Paths.hpp"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <string_view>
 #include <vector>
 
@@ -29,6 +33,8 @@ bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
     return std::any_of(words.begin(), words.end(), [&](const Word& word) { return isIn(table, word.text); });
 }
 
+constexpr std::array negations = {"!"sv, "-not"sv};
+
 bool isOption(const Word& word) {
     return word.text.starts_with('-');
 }
@@ -46,24 +52,67 @@ std::size_t wordsBeforeRoots(Words arguments) {
     return std::min(count, arguments.size());
 }
 
+// What must hold of a file so that find acts on it, as far as its path tells.
+struct Tests {
+    std::vector<std::string> names; // one of these patterns must match the name ...
+    std::vector<std::string> paths; // ... or one of these the path; both empty: all pass
+    std::vector<std::string> anyCase;
+    std::size_t depth = std::string::npos; // of the folders below a root, at most
+    bool onlyEmpty = false;
+
+    explicit Tests(Words arguments);
+    [[nodiscard]] bool pass(std::string_view path, std::size_t below) const;
+};
+
+Tests::Tests(Words arguments) {
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        const std::string_view test = arguments[index].text;
+        onlyEmpty = onlyEmpty || test == "-empty"sv;
+        if (index + 1 == arguments.size()) return;
+        const bool isNegated = index > 0 && isIn(negations, arguments[index - 1].text);
+        const std::string& pattern = arguments[index + 1].text;
+        if (test == "-maxdepth"sv) depth = std::min(depth, std::size_t(std::strtoul(pattern.c_str(), nullptr, 10)));
+        if (isNegated) continue;
+        if (test == "-name"sv) names.push_back(pattern);
+        if (test == "-path"sv || test == "-wholename"sv) paths.push_back(pattern);
+        if (test == "-iname"sv || test == "-ipath"sv) anyCase.push_back(pattern);
+    }
+}
+
+// `below`: how many folders below a root the path is.
+bool Tests::pass(std::string_view path, std::size_t below) const {
+    if (onlyEmpty || below > depth) return false;
+    const std::string whole(path);
+    const std::string name(lastComponent(path));
+    const auto matches = [](const std::vector<std::string>& patterns, const std::string& text, int flags) {
+        return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+            return isHard(pattern) || fnmatch(pattern.c_str(), text.c_str(), flags) == 0;
+        });
+    };
+    if (names.empty() && paths.empty() && anyCase.empty()) return true;
+    return matches(names, name, 0) || matches(paths, whole, 0) || matches(anyCase, name, FNM_CASEFOLD) ||
+           matches(anyCase, whole, FNM_CASEFOLD);
+}
+
 // What the tests on names let pass, whatever the others say.
-void listFound(Words roots, Words arguments, const std::string& cwd, Effects& effects) {
-    std::vector<std::string> names;
-    for (std::size_t index = 0; index + 1 < arguments.size(); ++index)
-        if (arguments[index].text == "-name") names.push_back(arguments[index + 1].text);
+void listFound(Words roots, const Tests& tests, const std::string& cwd, Effects& effects) {
     for (const Word& root : roots)
         if (!root.glob && !root.unknown && effects.takesListing())
-            effects.list({absolutePath(root.text, cwd), names, true});
+            effects.list({absolutePath(root.text, cwd), tests.names, true});
 }
 
 // Only what passes the tests goes: a protected folder stays, and is too large to be kept.
-void targetTestedTree(const Word& root, const std::string& cwd, Effects& effects) {
+void targetTestedTree(const Word& root, const Tests& tests, const std::string& cwd, Effects& effects) {
     if (effects.skips(root)) return effects.opaque(cwd);
-    for (std::string& path : effects.resolve(root, cwd)) {
+    for (const std::string& path : effects.resolve(root, cwd)) {
+        effects.takeBelow(path, [&](std::string_view file) {
+            const std::string_view below = file.substr(std::min(path.size(), file.size()));
+            return tests.pass(file, static_cast<std::size_t>(std::count(below.begin(), below.end(), '/')));
+        });
         if (effects.isProtected(path, linksOf(root)))
             effects.suspectProjectsIn(path);
         else
-            effects.target(std::move(path), cwd, linksOf(root));
+            effects.thin(path, cwd, linksOf(root));
     }
 }
 
@@ -76,14 +125,15 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     const Words operands = arguments.subspan(wordsBeforeRoots(arguments));
     std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
     if (roots.empty()) roots.emplace_back().text = cwd;
-    listFound(roots, arguments, cwd, effects);
+    const Tests tests(arguments);
+    listFound(roots, tests, cwd, effects);
     if (!findChanges(arguments)) return;
     const bool wholeTree = !holdsAny(arguments, findTests);
     for (const Word& root : roots) {
         if (wholeTree)
             effects.targetWord(root, cwd, linksOf(root), Extent::removed);
         else
-            targetTestedTree(root, cwd, effects);
+            targetTestedTree(root, tests, cwd, effects);
     }
 }
 

@@ -107,7 +107,9 @@ void Guard::take(Command& command) {
     auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
     if (!command.redirects.empty()) {
         values_.expandAll(command.redirects, command);
-        for (const Word& target : command.redirects) effects_.targetWord(target, position_.folder());
+        for (const Word& target : command.redirects)
+            effects_.targetWord(target, position_.folder(), Links::itself,
+                                target.appends ? Extent::kept : Extent::item);
     }
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {

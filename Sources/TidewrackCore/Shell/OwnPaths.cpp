@@ -42,6 +42,10 @@ constexpr OwnCommand ownCommands[] = {
     {"vault", "rm", deletesCopies},       {"vault", "delete", deletesCopies}, {"vault", "clear", deletesCopies},
 };
 
+// One of each kind of the files that the history consists of.
+constexpr std::array storedFiles = {"projects/a/project.json"sv, "projects/a/snapshots/1.json"sv,
+                                    "projects/a/manifests/1.mf"sv, "projects/a/blobs/1/1"sv};
+
 std::string questionOn(std::string_view target, const OwnPath& own) {
     std::string text = "This changes ";
     text.append(target);
@@ -62,7 +66,8 @@ std::string questionOn(std::string_view target, const OwnPath& own) {
 
 bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Extent extent) {
     for (const OwnPath& own : *paths_) {
-        const bool holds = extent != Extent::item && isAtOrBelow(own.path, target);
+        const bool goesWhole = extent == Extent::moved || extent == Extent::removed;
+        const bool holds = goesWhole && isAtOrBelow(own.path, target);
         if (!holds && !isAtOrBelow(target, own.path)) continue;
         question_ = questionOn(shown, own);
         return true;
@@ -81,6 +86,20 @@ void OwnPaths::look(const std::string& target, Extent extent, Links links) {
     if (!real.empty() && real != target && lookAtText(real, target, extent)) return;
     const std::string place = realPlace(target);
     if (!place.empty() && place != target) (void)lookAtText(place, target, extent);
+}
+
+void OwnPaths::lookBelow(const std::string& folder, const std::function<bool(std::string_view)>& takes) {
+    if (question_ || !source_) return;
+    if (!paths_) paths_ = source_();
+    const std::string real = paths_->empty() ? std::string() : realPath(folder);
+    for (const OwnPath& own : *paths_) {
+        if (question_ || !isAtOrBelow(own.path, real.empty() ? folder : real)) continue;
+        const bool isHistory = own.role == OwnPath::Role::history;
+        const bool goes = isHistory ? std::any_of(storedFiles.begin(), storedFiles.end(),
+                                                  [&](std::string_view name) { return takes(joined(own.path, name)); })
+                                    : takes(own.path);
+        if (goes) question_ = questionOn(own.path, own);
+    }
 }
 
 void OwnPaths::lookAtCommand(std::span<const Word> arguments) {

@@ -15,6 +15,7 @@ namespace tidewrack::shell {
 // How much of the item at a target a command touches.
 enum class Extent {
     item,    // itself
+    kept,    // itself, but what it holds stays: it is added to, or has other rights afterwards
     moved,   // with all it holds, to another place
     removed, // with all it holds
 };
@@ -31,6 +32,9 @@ class OwnPaths {
 
     // Looks at a target of a command, also under the name that the disk gives it.
     void look(const std::string& target, Extent extent, Links links);
+
+    // Looks at what a command takes of the files in a folder: those of which `takes` is true.
+    void lookBelow(const std::string& folder, const std::function<bool(std::string_view)>& takes);
 
     // Looks at the words of a command of Tidewrack's own: some remove history or hooks.
     void lookAtCommand(std::span<const Word> arguments);

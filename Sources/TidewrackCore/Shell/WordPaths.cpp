@@ -17,6 +17,10 @@ bool holdsGlob(std::string_view component) {
 
 } // namespace
 
+bool isHard(std::string_view pattern) {
+    return std::count(pattern.begin(), pattern.end(), '*') > std::ptrdiff_t{Budget::starsPerName};
+}
+
 bool GlobMatcher::start() {
     if (!deadline_) deadline_ = std::chrono::steady_clock::now() + Budget::patternTime;
     return ++patterns_ <= Budget::patterns && matches_ <= Budget::matches;
@@ -65,7 +69,7 @@ bool GlobMatcher::descend(std::string path, std::string_view rest, std::vector<s
             path += component;
             continue;
         }
-        if (std::count(component.begin(), component.end(), '*') > std::ptrdiff_t{Budget::starsPerName}) return false;
+        if (isHard(component)) return false;
         std::vector<std::string> names;
         if (!readNames(path + '/', component.c_str(), names)) return false;
         for (const std::string& name : names) {

@@ -10,6 +10,9 @@
 
 namespace tidewrack::shell {
 
+// Whether a pattern has so many stars that matching it may take exponential time.
+[[nodiscard]] bool isHard(std::string_view pattern);
+
 // Finds what patterns match. One matcher serves one command line and never takes long: it stops after
 // 10,000 matches, 256 patterns or a quarter of a second, all patterns together.
 class GlobMatcher {
