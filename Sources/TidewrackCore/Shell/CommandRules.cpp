@@ -3,6 +3,7 @@
 #include "Shell/FindRules.hpp"
 #include "Shell/GitRules.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/Options.hpp"
 #include "Shell/Readers.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Shell/Writers.hpp"
@@ -38,14 +39,6 @@ constexpr std::array builtins = {"cd"sv,    "pushd"sv,     "popd"sv,   "for"sv, 
 constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
 constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
                                           "--arg-file"sv};
-
-bool isOption(const Word& word) {
-    return word.text.starts_with('-');
-}
-
-bool isShortCluster(const Word& word) {
-    return isOption(word) && !word.text.starts_with("--");
-}
 
 bool isRecursive(Words arguments) {
     for (const Word& word : arguments) {
@@ -88,15 +81,19 @@ bool leavesSize(std::string_view size, const std::string& path) {
     return bytes && stat(path.c_str(), &status) == 0 && status.st_size <= *bytes;
 }
 
+class Examination;
+
+struct Rule {
+    std::string_view name;
+    void (Examination::*apply)();
+    std::string_view letters{}; // short options that take a word
+    std::string_view options{}; // long ones, each between blanks
+};
+
 class Examination {
   public:
     Examination(Words words, const std::string& cwd, Effects& effects)
         : name_(commandName(words.front())), arguments_(words.subspan(1)), cwd_(cwd), effects_(effects) {}
-
-    struct Operands {
-        std::vector<const Word*> words;
-        std::optional<Word> folder; // into which all of them go: -t FOLDER
-    };
 
     bool run(); // false when there is no rule for the command
 
@@ -116,9 +113,10 @@ class Examination {
     void tidewrack();
 
   private:
-    [[nodiscard]] Operands operands() const;
-    [[nodiscard]] bool hasOption(char letter, std::string_view name) const;
-    [[nodiscard]] std::string valueOf(char letter, std::string_view name) const;
+    [[nodiscard]] Operands operands() const { return operandsOf(arguments_, rule_->letters, rule_->options); }
+    [[nodiscard]] bool hasOption(char letter, std::string_view name) const {
+        return shell::hasOption(arguments_, letter, name);
+    }
     [[nodiscard]] bool keeps(const std::string& destination, const Word& source) const;
     void targetDestinations(const Operands& operands);
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
@@ -126,17 +124,10 @@ class Examination {
     void targetContents(const Word& source, const std::string& folder);
 
     std::string_view name_;
-    const struct Rule* rule_ = nullptr;
+    const Rule* rule_ = nullptr;
     Words arguments_;
     const std::string& cwd_;
     Effects& effects_;
-};
-
-struct Rule {
-    std::string_view name;
-    void (Examination::*apply)();
-    std::string_view letters{}; // short options that take a word
-    std::string_view options{}; // long ones, each between blanks
 };
 
 using E = Examination;
@@ -260,53 +251,6 @@ void Examination::tidewrack() {
     effects_.ownCommand(arguments_);
 }
 
-// The words that are neither options nor what options take.
-Examination::Operands Examination::operands() const {
-    Operands operands;
-    const auto takesWord = [&](std::string_view option) {
-        if (option.starts_with("--")) return listsWord(rule_->options, option);
-        return rule_->letters.find(option.back()) != std::string::npos;
-    };
-    for (std::size_t index = 0; index < arguments_.size(); ++index) {
-        const Word& word = arguments_[index];
-        const std::string_view text = word.text;
-        if (text == "--") {
-            for (const Word& operand : arguments_.subspan(index + 1)) operands.words.push_back(&operand);
-            break;
-        }
-        if (!isOption(word)) {
-            operands.words.push_back(&word);
-        } else if (text.size() > 1 && index + 1 < arguments_.size() && takesWord(text)) {
-            ++index;
-            if (text == "--target-directory" || (rule_->letters.find('t') != text.npos && text.back() == 't'))
-                operands.folder = arguments_[index];
-        } else if (text.starts_with("--target-directory=")) {
-            operands.folder = word;
-            operands.folder->text.erase(0, text.find('=') + 1);
-        }
-    }
-    return operands;
-}
-
-// Whether an option is there that takes no word, under its long name or as a letter, perhaps of a cluster.
-bool Examination::hasOption(char letter, std::string_view name) const {
-    return std::any_of(arguments_.begin(), arguments_.end(), [&](const Word& word) {
-        return word.text == name || (isShortCluster(word) && word.text.find(letter) != std::string::npos);
-    });
-}
-
-// The word that an option takes: -s WORD, -sWORD, --size WORD, --size=WORD; empty where it is not there.
-std::string Examination::valueOf(char letter, std::string_view name) const {
-    for (std::size_t index = 0; index < arguments_.size(); ++index) {
-        const std::string& text = arguments_[index].text;
-        const std::string shortName = {'-', letter};
-        if ((text == name || text == shortName) && index + 1 < arguments_.size()) return arguments_[index + 1].text;
-        if (text.starts_with(shortName)) return text.substr(2);
-        if (text.starts_with(name) && text.substr(name.size()).starts_with('=')) return text.substr(name.size() + 1);
-    }
-    return {};
-}
-
 // Whether a copy leaves what stands at the destination: a newer file is not replaced by cp -u.
 bool Examination::keeps(const std::string& destination, const Word& source) const {
     if (!hasOption('u', "--update") || source.glob) return false;
@@ -405,7 +349,7 @@ void Examination::tee() {
 
 // A file that does not become smaller keeps what it holds.
 void Examination::truncate() {
-    const std::string size = valueOf('s', "--size");
+    const std::string size = valueOf(arguments_, 's', "--size");
     for (const Word* operand : operands().words) {
         const bool grows = !operand->glob && leavesSize(size, absolutePath(operand->text, cwd_));
         effects_.targetWord(*operand, cwd_, Links::itself, grows ? Extent::kept : Extent::item);

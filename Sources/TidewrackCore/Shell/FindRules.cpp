@@ -3,6 +3,7 @@
 #include "Shell/Budget.hpp"
 #include "Shell/CommandRules.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/Options.hpp"
 #include "Support/Paths.hpp"
 
 #include <fnmatch.h>
@@ -34,10 +35,6 @@ bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
 }
 
 constexpr std::array negations = {"!"sv, "-not"sv};
-
-bool isOption(const Word& word) {
-    return word.text.starts_with('-');
-}
 
 // How many of find's arguments come before its roots: -L, -H, -EX, -O3, -D word.
 std::size_t wordsBeforeRoots(Words arguments) {

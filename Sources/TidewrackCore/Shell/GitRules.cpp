@@ -2,6 +2,7 @@
 
 #include "Shell/Budget.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/Options.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -35,10 +36,6 @@ constexpr std::array leavingTree = {
     "repack"sv,    "rev-list"sv,      "rev-parse"sv,    "shortlog"sv,     "show"sv,         "show-branch"sv,
     "show-ref"sv,  "status"sv,        "symbolic-ref"sv, "tag"sv,          "update-index"sv, "update-ref"sv,
     "var"sv,       "verify-commit"sv, "version"sv,      "whatchanged"sv,  "write-tree"sv};
-
-bool isOption(const Word& word) {
-    return word.text.starts_with('-');
-}
 
 bool hasAny(Words words, std::initializer_list<std::string_view> texts) {
     return std::any_of(words.begin(), words.end(), [&](const Word& word) {
