@@ -1,9 +1,7 @@
 #include "Timeline/LoggedHook.hpp"
 
+#include "Store/History.hpp"
 #include "Support/Text.hpp"
-
-#include <array>
-#include <charconv>
 
 namespace tidewrack {
 
@@ -29,16 +27,15 @@ std::string_view nextWord(std::string_view& rest) {
 void readSnapshot(std::string_view note, LoggedHook& hook) {
     std::string_view root = note;
     const std::string_view number = nextWord(root).substr(1);
-    std::int64_t seq = 0;
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), seq);
-    if (error != std::errc() || end != number.data() + number.size()) return;
+    const auto seq = parseSeq(number);
+    if (!seq) return;
     constexpr std::string_view late = " skipped";
     if (root.ends_with(late)) {
         const std::string_view rest = root.substr(0, root.size() - late.size());
         const std::size_t digits = rest.find_last_not_of("0123456789") + 1;
         if (rest.substr(0, digits).ends_with(", ")) root = rest.substr(0, digits - 2);
     }
-    hook.snapshots.emplace_back(seq, root);
+    hook.snapshots.emplace_back(*seq, root);
 }
 
 void readNotes(std::string_view notes, LoggedHook& hook) {
@@ -52,19 +49,16 @@ void readNotes(std::string_view notes, LoggedHook& hook) {
     }
 }
 
-std::optional<LoggedHook> readLine(std::string_view line) {
+std::optional<LoggedHook> readCommand(const LoggedLine& line) {
     LoggedHook hook;
-    const auto time = parseIsoDate(nextWord(line));
-    if (!time) return std::nullopt;
-    hook.time = *time;
-    hook.agent = nextWord(line);
-    (void)nextWord(line); // the event
-    (void)nextWord(line); // how long it took
-    hook.verdict = nextWord(line);
+    std::string_view rest = line.message;
+    hook.time = line.time;
+    hook.agent = line.agent;
+    hook.verdict = nextWord(rest);
     if (hook.verdict != "allow" && hook.verdict != "ask" && hook.verdict != "deny") return std::nullopt;
-    const std::size_t notes = line.rfind(arrow);
-    hook.command = line.substr(0, notes);
-    if (notes != line.npos) readNotes(line.substr(notes + arrow.size()), hook);
+    const std::size_t notes = rest.rfind(arrow);
+    hook.command = rest.substr(0, notes);
+    if (notes != rest.npos) readNotes(rest.substr(notes + arrow.size()), hook);
     return hook;
 }
 
@@ -82,14 +76,27 @@ std::string loggedText(std::string_view text) {
     return logged;
 }
 
+std::vector<LoggedLine> loggedLines(std::string_view log) {
+    std::vector<LoggedLine> lines;
+    for (std::size_t end = log.find('\n'); end != log.npos; end = log.find('\n')) {
+        std::string_view rest = log.substr(0, end);
+        log.remove_prefix(end + 1);
+        const auto time = parseIsoDate(nextWord(rest));
+        if (!time) continue;
+        LoggedLine& line = lines.emplace_back();
+        line.time = *time;
+        line.agent = nextWord(rest);
+        line.event = nextWord(rest);
+        (void)nextWord(rest); // how long it took
+        line.message = rest;
+    }
+    return lines;
+}
+
 std::vector<LoggedHook> loggedHooks(std::string_view log) {
     std::vector<LoggedHook> hooks;
-    while (!log.empty()) {
-        const std::size_t end = log.find('\n');
-        if (end == log.npos) break; // cut off
-        if (auto hook = readLine(log.substr(0, end))) hooks.push_back(std::move(*hook));
-        log.remove_prefix(end + 1);
-    }
+    for (const LoggedLine& line : loggedLines(log))
+        if (auto hook = readCommand(line)) hooks.push_back(std::move(*hook));
     return hooks;
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// What the log of the hooks tells of one command. docs/store-format.md has the form of its lines.
+// What the log of the hooks tells. docs/store-format.md has the form of its lines.
 
 #include "Support/Dates.hpp"
 
@@ -16,6 +16,17 @@ namespace tidewrack {
 [[nodiscard]] std::string loggedCommand(std::string_view command);
 [[nodiscard]] std::string loggedText(std::string_view text);
 
+struct LoggedLine {
+    Date time{};
+    std::string_view agent;
+    std::string_view event;
+    std::string_view message; // what comes behind the time that it took
+};
+
+// The lines of the log, oldest first; what cannot be read, or is cut off, is passed over. They refer to its text.
+[[nodiscard]] std::vector<LoggedLine> loggedLines(std::string_view log);
+
+// One command.
 struct LoggedHook {
     Date time{};
     std::string agent;
