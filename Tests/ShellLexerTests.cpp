@@ -123,7 +123,7 @@ TEST(ShellLexer, goesByWhatAPersonSeesButNeverHidesALineEnd) {
 }
 
 TEST(ShellExpansion, replacesTildesAndVariables) {
-    const Environment environment = {{"X", "/x"}, {"EMPTY", ""}, {"HOME", "/other"}, {"1", "one"}, {"gr\u00fc", "g"}};
+    const Environment environment = {{"X", "/x"}, {"EMPTY", ""}, {"HOME", "/other"}, {"gr\u00fc", "g"}};
     const Row rows[] = {
         {"~", "/h"},
         {"$HOME/a", "/h/a"},
@@ -140,7 +140,6 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"${NOPE:-$HOME/a}", "/h/a"},
         {"${NOPE:-~/a}", "/h/a"},
         {"${X:?needed}", "/x"},
-        {"$1$", "one$"},
         {"$-", "$-"},
         {"${X", "/x"},
         {"$gr\u00fc/x", "g/x"},
@@ -153,7 +152,7 @@ TEST(ShellExpansion, saysWhenAValueIsUnknown) {
     const Environment environment = {{"X", "a.c"}, {"EMPTY", ""}, {"BIG", std::string(150'000, 'x')}};
     Variables variables(environment);
     for (const char* unknown : {"${NOPE:-${X", "${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}",
-                                "${NOPE+x}", "${NOPE@Q}", "$@", "$2", "$#"}) {
+                                "${NOPE+x}", "${NOPE@Q}", "$@", "$2", "${2}", "$#"}) {
         EXPECT_EQ(expand(onlyWord(unknown), "/h", variables).text, "") << unknown;
         EXPECT_TRUE(variables.unfollowed()) << unknown;
         variables.setUnfollowed(false);
@@ -163,6 +162,11 @@ TEST(ShellExpansion, saysWhenAValueIsUnknown) {
         EXPECT_EQ(expand(onlyWord(nothing), "/h", variables).text, "") << nothing;
         EXPECT_FALSE(variables.unfollowed()) << nothing;
     }
+    variables.exchangeParameters(Parameters{"sh", "one", std::nullopt});
+    EXPECT_EQ(expand(onlyWord("x$1\"${1}\"${3}x"), "/h", variables).text, "xoneonex");
+    EXPECT_FALSE(variables.unfollowed());
+    EXPECT_EQ(expand(onlyWord("${2}"), "/h", variables).text, "");
+    EXPECT_TRUE(variables.unfollowed());
     EXPECT_EQ(expand(onlyWord("$BIG$BIG"), "/h", variables).text.size(), 150'000u);
     EXPECT_TRUE(variables.unfollowed());
 }

@@ -17,6 +17,10 @@ struct Budget {
     static constexpr std::size_t searchedBytes = std::size_t{2} << 20; // for the ends of here-documents
     static constexpr std::size_t hereDocumentsPerLine = 16;
     static constexpr std::size_t nameLength = 256;
+    static constexpr std::size_t functionLength = 1'000; // commands
+    static constexpr std::size_t calledCommands = 2'000; // in the bodies of functions, each time they are called
+    static constexpr std::size_t aliases = 100;
+    static constexpr std::size_t parallelOperands = 256;
 
     // Brace lists
     static constexpr std::size_t braceWordsPerList = 1'000;

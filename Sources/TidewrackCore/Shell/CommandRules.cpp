@@ -108,6 +108,7 @@ class Examination {
     void copyBlocks();
     void editInPlace();
     void find();
+    void fd();
     void xargs();
     void changeModes();
     void tidewrack();
@@ -148,6 +149,8 @@ constexpr Rule rules[] = {
     {"deno", &E::runScript},
     {"ditto", &E::copy},
     {"eval", &E::runScript},
+    {"fd", &E::fd},
+    {"fdfind", &E::fd},
     {"find", &E::find},
     {"fish", &E::runScript},
     {"git", &E::git},
@@ -162,6 +165,7 @@ constexpr Rule rules[] = {
     {"npm", &E::runScript},
     {"npx", &E::runScript},
     {"osascript", &E::runScript},
+    {"parallel", &E::runScript},
     {"perl", &E::editInPlace, "eEIMm", ""},
     {"perl6", &E::runScript},
     {"pnpm", &E::runScript},
@@ -245,6 +249,10 @@ void Examination::git() {
 
 void Examination::find() {
     examineFind(arguments_, cwd_, effects_);
+}
+
+void Examination::fd() {
+    examineFd(arguments_, cwd_, effects_);
 }
 
 void Examination::tidewrack() {
@@ -418,6 +426,7 @@ bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::editInPlace) return !editsInPlace(arguments);
     if (rule.apply == &E::changeModes) return !isRecursive(arguments);
     if (rule.apply == &E::find) return !findChanges(arguments);
+    if (rule.apply == &E::fd) return !fdChanges(arguments);
     if (rule.apply == &E::runScript)
         return onlyTellsOfItself(rule.name, arguments) || hasReadingSubcommand(rule.name, arguments);
     return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(arguments));

@@ -4,6 +4,7 @@
 #include "Support/Text.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace tidewrack::shell {
@@ -18,9 +19,12 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+// Empty for a variable without value, and where what a script or function is called with is not known.
 std::string_view plainValue(std::string_view name, std::string_view home, Variables& variables) {
     if (name == "HOME") return home;
-    return variables.value(name).value_or("");
+    const auto value = variables.value(name);
+    if (!value && !name.empty() && isDigit(name[0])) variables.setUnfollowed(true);
+    return value.value_or("");
 }
 
 // Whether an operation such as %.c, :1 or ^^ makes nothing of an empty value. Replacing does, unless its pattern may
@@ -86,8 +90,6 @@ std::size_t expandDollar(std::string_view text, std::string_view home, Variables
     const std::string_view name = text.substr(1, length);
     if (length == 0)
         out += '$';
-    else if (isDigit(name[0]) && !variables.value(name))
-        variables.setUnfollowed(true); // what a script or function is called with
     else
         out += plainValue(name, home, variables);
     return 1 + length;
@@ -167,10 +169,26 @@ const std::string* Variables::find(std::string_view name) {
     return lastValue_;
 }
 
+std::optional<Parameters> Variables::exchangeParameters(std::optional<Parameters> parameters) {
+    return std::exchange(parameters_, std::move(parameters));
+}
+
+std::optional<std::string_view> Variables::parameter(std::string_view number) const {
+    std::size_t place = 0;
+    (void)std::from_chars(number.data(), number.data() + number.size(), place);
+    if (!parameters_) return std::nullopt;
+    if (place >= parameters_->size()) return ""; // there are no more
+    const std::optional<std::string>& value = (*parameters_)[place];
+    return value ? std::optional<std::string_view>(*value) : std::nullopt;
+}
+
 std::optional<std::string_view> Variables::value(std::string_view name) {
-    const std::string* found = find(name);
-    if (!found) return std::nullopt;
-    if (handOut(found->size())) return *found;
+    std::optional<std::string_view> found;
+    if (!name.empty() && isDigit(name[0]))
+        found = parameter(name);
+    else if (const std::string* variable = find(name))
+        found = *variable;
+    if (!found || handOut(found->size())) return found;
     unfollowed_ = true;
     return std::nullopt;
 }

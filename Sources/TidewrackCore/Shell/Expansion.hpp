@@ -12,6 +12,9 @@
 
 namespace tidewrack::shell {
 
+// $0, $1, ... of a shell or function; none for one that only running would show.
+using Parameters = std::vector<std::optional<std::string>>;
+
 // The variables as they stand at one place of a command line: what the line assigned so far, over the
 // environment that it was given (which must outlive this). All look-ups together hand out at most 256 KiB and
 // 1,000 names can be assigned, so that a line of doubling assignments stays cheap; past that a name has no
@@ -30,6 +33,10 @@ class Variables {
     [[nodiscard]] bool unfollowed() const { return unfollowed_; }
     void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }
 
+    // Gives $0, $1, ... these values, none where nothing is known of them, and returns what they were.
+    std::optional<Parameters> exchangeParameters(std::optional<Parameters> parameters);
+    [[nodiscard]] const std::optional<Parameters>& parameters() const { return parameters_; }
+
     // Counts text that is put into words; false when it is too much.
     [[nodiscard]] bool handOut(std::size_t size);
 
@@ -45,8 +52,11 @@ class Variables {
 
     [[nodiscard]] const std::string* find(std::string_view name);
 
+    [[nodiscard]] std::optional<std::string_view> parameter(std::string_view number) const;
+
     const Environment& inherited_;
     Environment assigned_;
+    std::optional<Parameters> parameters_;
     std::vector<Replaced> replaced_;     // by assignments in subshells
     std::vector<std::size_t> subshells_; // how many were replaced when each began
     std::string lastName_;               // the last name looked up, and what was found

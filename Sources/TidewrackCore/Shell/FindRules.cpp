@@ -34,6 +34,11 @@ bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
     return std::any_of(words.begin(), words.end(), [&](const Word& word) { return isIn(table, word.text); });
 }
 
+constexpr std::array fdRuns = {"-x"sv, "-X"sv, "--exec"sv, "--exec-batch"sv};
+constexpr std::string_view fdLetters = "dEtecSoj";
+constexpr std::string_view fdOptions = " --max-depth --min-depth --exclude --type --extension --size --color --owner "
+                                       "--threads --changed-within --changed-before ";
+
 constexpr std::array negations = {"!"sv, "-not"sv};
 
 // How many of find's arguments come before its roots: -L, -H, -EX, -O3, -D word.
@@ -113,6 +118,12 @@ void targetTestedTree(const Word& root, const Tests& tests, const std::string& c
     }
 }
 
+// Where fd is told what to run: -x COMMAND.
+std::size_t fdCommandAt(Words arguments) {
+    const auto runs = [](const Word& word) { return isIn(fdRuns, word.text); };
+    return static_cast<std::size_t>(std::find_if(arguments.begin(), arguments.end(), runs) - arguments.begin());
+}
+
 } // namespace
 
 void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
@@ -132,6 +143,25 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
         else
             targetTestedTree(root, tests, cwd, effects);
     }
+}
+
+void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
+    const Operands all = operandsOf(arguments.first(fdCommandAt(arguments)), fdLetters, fdOptions);
+    std::vector<Word> roots; // behind the pattern
+    for (std::size_t index = 1; index < all.words.size(); ++index) roots.push_back(*all.words[index]);
+    if (roots.empty()) roots.emplace_back().text = cwd;
+    const Tests none{Words()};
+    listFound(roots, none, cwd, effects);
+    if (!fdChanges(arguments)) return;
+    for (const Word& root : roots) targetTestedTree(root, none, cwd, effects);
+}
+
+bool fdChanges(Words arguments) {
+    const std::size_t at = fdCommandAt(arguments);
+    if (at == arguments.size()) return false;
+    const Words command = arguments.subspan(at + 1);
+    const auto end = std::find_if(command.begin(), command.end(), [](const Word& word) { return word.text == ";"sv; });
+    return !commandOnlyReads({command.begin(), end});
 }
 
 bool findActs(Words arguments) {

@@ -4,6 +4,7 @@
 #include "Shell/CommandRules.hpp"
 #include "Shell/DeepReading.hpp"
 #include "Shell/Effects.hpp"
+#include "Shell/Functions.hpp"
 #include "Shell/Lexer.hpp"
 #include "Shell/NestedText.hpp"
 #include "Shell/Position.hpp"
@@ -14,9 +15,11 @@
 #include "Support/Paths.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
+#include <map>
 #include <optional>
-#include <set>
+#include <span>
 #include <utility>
 
 namespace tidewrack::shell {
@@ -24,6 +27,7 @@ namespace tidewrack::shell {
 namespace {
 
 using namespace std::string_view_literals;
+using Words = std::span<const Word>;
 
 bool mayAssign(const Word& word) {
     return word.expands && word.text.find("${") != std::string::npos && word.text.find('=') != std::string::npos;
@@ -32,6 +36,19 @@ bool mayAssign(const Word& word) {
 // Whether a command can be passed over: its name means nothing here, and no ${X:=value} hides in its words.
 bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::const_iterator end) {
     return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
+}
+
+// As parameters: the first word is $0.
+Parameters parametersFrom(Words words) {
+    Parameters parameters;
+    for (const Word& word : words.first(std::min(words.size(), Budget::parameters)))
+        parameters.push_back(word.unknown ? std::nullopt : std::optional(word.text));
+    return parameters;
+}
+
+bool isCount(std::string_view text, std::size_t& count) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    return error == std::errc() && end == text.data() + text.size();
 }
 
 // Whether a command's output may be known, for a shell that reads it.
@@ -51,10 +68,13 @@ class Guard {
 
   private:
     void take(Command& command);
+    void takeInside(Command& command, std::size_t depth);
     void takeNested(const Program& program);
     void takeListing(std::vector<Word> words, const Command& command);
     void takeArray(std::vector<Word>& words, const Command& command);
     bool takeDefinition(const Command& command);
+    void call(const std::vector<Word>& words);
+    bool takeAlias(const Command& command);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
@@ -75,9 +95,12 @@ class Guard {
     std::size_t nesting_ = 0; // how many substitutions and texts the command is in
     std::size_t nestedBytes_ = 0;
     std::vector<Word> given_;              // assignments that hold for the command alone
-    std::size_t parameters_ = 0;           // how many were set by the line
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
-    std::set<std::string, std::less<>> functions_;
+    std::map<std::string, std::string, std::less<>> aliases_;
+    Functions functions_;
+    std::size_t depth_ = 0;              // how many parentheses the command is in
+    std::size_t calls_ = 0;              // of functions, in each other
+    std::size_t calledCommands_ = 0;     // by all of them
     std::optional<std::string> written_; // by the command before into a pipe, where that is known
 };
 
@@ -97,8 +120,18 @@ Decision Guard::run(std::string_view line) {
     return decision;
 }
 
+// A command of a text or body, which counts parentheses from its own begin, within so many of the line.
+void Guard::takeInside(Command& command, std::size_t depth) {
+    command.depth += depth;
+    command.sharedDepth += depth;
+    take(command);
+}
+
 void Guard::take(Command& command) {
     elsewhere_.reset();
+    if (functions_.recordsAt(nesting_, calls_)) functions_.record(command);
+    if (!aliases_.empty() && takeAlias(command)) return;
+    depth_ = command.depth;
     if (position_.leaveSubshells(command.sharedDepth)) values_.noteFolder(false);
     if (command.opaque) opaque();
     for (const Substitution& substitution : command.nested) takeNested(substitution.program);
@@ -114,8 +147,10 @@ void Guard::take(Command& command) {
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
         if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
-        if (isKnown(*first, {first + 1, words.end()}) || functions_.contains(first->text)) return;
-        if (!isWriter(commandName(*first))) return takeUnknown();
+        if (!functions_.contains(first->text)) {
+            if (isKnown(*first, {first + 1, words.end()})) return;
+            if (!isWriter(commandName(*first))) return takeUnknown();
+        }
     }
     const bool declared = isDeclaration(*first);
     if (declared) ++first;
@@ -164,10 +199,9 @@ void Guard::takeNested(const Program& program) {
     Position position = position_;
     values_.beginSubshell();
     ++nesting_;
-    for (const Command& command : program.commands) {
-        Command copy = command;
-        take(copy);
-    }
+    const std::size_t depth = depth_;
+    for (Command command : program.commands) takeInside(command, depth);
+    depth_ = depth;
     --nesting_;
     values_.endSubshell();
     position_ = std::move(position);
@@ -179,8 +213,9 @@ void Guard::judge(WordValues::Readings readings) {
         if (words->empty()) continue;
         if (const auto nested = nestedText(*words))
             takeText(*nested);
-        else if (!functions_.contains(words->front().text) && !examine(*words, folder, effects_) &&
-                 (readings.apart.empty() || words == &readings.apart))
+        else if (functions_.contains(words->front().text))
+            call(*words);
+        else if (!examine(*words, folder, effects_) && (readings.apart.empty() || words == &readings.apart))
             takeUnknown();
     }
 }
@@ -205,9 +240,53 @@ void Guard::takeArray(std::vector<Word>& words, const Command& command) {
 
 bool Guard::takeDefinition(const Command& command) {
     if (command.isPattern) return true;
-    if (command.isDefinition && command.words.size() == 1) functions_.insert(command.words.front().text);
-    if (command.words.size() > 1 && command.words.front().text == "function") functions_.insert(command.words[1].text);
+    const bool isNamed = command.words.size() > 1 && command.words.front().text == "function"sv;
+    if (isNamed || (command.isDefinition && command.words.size() == 1))
+        functions_.begin(command.words[isNamed ? 1 : 0].text, command, nesting_, calls_);
     return command.isDefinition;
+}
+
+// A function runs with the words behind its name as its parameters.
+void Guard::call(const std::vector<Word>& words) {
+    const auto body = functions_.body(words.front().text);
+    if (!body) return; // what it does was judged where it is defined
+    calledCommands_ += body->size();
+    if (calls_ >= Budget::nesting || calledCommands_ > Budget::calledCommands) return opaque();
+    auto before = values_.exchangeParameters(parametersFrom(words));
+    const std::size_t depth = depth_;
+    ++calls_;
+    for (Command command : *body) takeInside(command, depth);
+    depth_ = depth;
+    --calls_;
+    values_.exchangeParameters(std::move(before));
+}
+
+// The text of an alias stands in place of its name.
+bool Guard::takeAlias(const Command& command) {
+    const std::size_t at = wordsBeforeCommand(command.words);
+    if (at >= command.words.size() || command.words[at].quoted || command.words[at].expands) return false;
+    const auto found = aliases_.find(command.words[at].text);
+    if (found == aliases_.end()) return false;
+    const auto alias = aliases_.extract(found); // which is not replaced in its own text
+    nestedBytes_ += alias.mapped().size();
+    std::vector<Command> commands = parse(alias.mapped()).program.commands;
+    if (commands.empty() || !commands.back().nested.empty() || nestedBytes_ > Budget::nestedBytes) {
+        opaque();
+    } else {
+        Command& last = commands.back();
+        Command whole = command;
+        const auto name = whole.words.erase(whole.words.begin() + static_cast<std::ptrdiff_t>(at));
+        whole.words.insert(name, last.words.begin(), last.words.end());
+        for (BracedWord& braced : whole.braced) braced.index += last.words.size() - 1;
+        last = std::move(whole);
+        for (Command& one : commands) {
+            one.depth = command.depth;
+            one.sharedDepth = command.sharedDepth;
+            take(one);
+        }
+    }
+    aliases_.insert_or_assign(alias.key(), alias.mapped());
+    return true;
 }
 
 // A text that is parsed as commands, where it runs.
@@ -220,15 +299,20 @@ void Guard::takeText(const NestedText& nested) {
         values_.beginSubshell();
         for (const Word& word : std::exchange(given_, {})) values_.give(word);
     }
-    for (std::size_t number = 0; number < nested.parameters.size() && number < 10; ++number)
-        if (!nested.parameters[number].unknown) values_.setParameter(number, nested.parameters[number].text);
+    std::optional<Parameters> parameters;
+    if (nested.ownShell)
+        parameters = values_.exchangeParameters(nested.parameters ? std::optional(parametersFrom(*nested.parameters))
+                                                                  : std::nullopt);
     ++nesting_;
     Lexer lexer(nested.text);
-    for (Command command; lexer.next(command);) take(command);
+    const std::size_t depth = depth_;
+    for (Command command; lexer.next(command);) takeInside(command, depth);
+    depth_ = depth;
     if (lexer.opaque()) opaque();
     --nesting_;
     if (!before) return;
     values_.endSubshell();
+    values_.exchangeParameters(std::move(parameters));
     position_ = std::move(*before);
 }
 
@@ -280,19 +364,29 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
     }
     if ((name == "for"sv || name == "select"sv) && words.size() > 1) {
         const bool listed = words.size() > 2 && words[2].text == "in";
-        const auto firstValue = std::make_move_iterator(listed ? words.begin() + 3 : words.end());
-        values_.bindLoop(words[1].text, std::vector<Word>(firstValue, std::make_move_iterator(words.end())));
+        std::vector<Word> values = values_.allParameters();
+        if (listed) values.assign(std::make_move_iterator(words.begin() + 3), std::make_move_iterator(words.end()));
+        values_.bindLoop(words[1].text, std::move(values));
         return true;
     }
     if (name == "set"sv) {
-        if (words.size() > 1 && words[1].text == "--") parameters_ = words.size() - 2;
-        for (std::size_t index = 2; index < words.size() && words[1].text == "--"; ++index)
-            if (!words[index].unknown) values_.setParameter(index - 1, words[index].text);
+        if (words.size() > 1 && words[1].text == "--")
+            values_.exchangeParameters(parametersFrom(Words(words).subspan(1)));
         return true;
     }
     if (name == "shift"sv) {
-        const std::size_t count = words.size() > 1 && words[1].text != "1" ? parameters_ : 1;
-        if (parameters_ > 0) values_.shiftParameters(parameters_, count);
+        std::size_t count = 1;
+        if (words.size() > 1 && !isCount(words[1].text, count))
+            values_.exchangeParameters(std::nullopt);
+        else
+            values_.shiftParameters(count);
+        return true;
+    }
+    if (name == "alias"sv) {
+        for (const Word& word : Words(words).subspan(1))
+            if (const std::size_t equals = word.text.find('='); equals != std::string::npos && !word.unknown)
+                if (aliases_.size() < Budget::aliases)
+                    aliases_[word.text.substr(0, equals)] = word.text.substr(equals + 1);
         return true;
     }
     if (name == "mapfile"sv || name == "readarray"sv) {

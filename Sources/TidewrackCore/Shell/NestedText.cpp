@@ -1,5 +1,6 @@
 #include "Shell/NestedText.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Shell/Quotes.hpp"
 #include "Shell/Wrappers.hpp"
@@ -18,10 +19,15 @@ constexpr std::array shells = {"sh"sv, "bash"sv, "zsh"sv, "dash"sv, "ksh"sv, "as
 // Options of shells whose value is a word of its own.
 constexpr std::array valueOptions = {"-o"sv, "+o"sv, "-O"sv, "+O"sv, "--rcfile"sv, "--init-file"sv};
 
+// The same for parallel.
+constexpr std::array parallelOptions = {"-j"sv,      "-P"sv,        "-N"sv,       "-n"sv,       "-I"sv,
+                                        "-a"sv,      "-C"sv,        "-d"sv,       "-S"sv,       "--jobs"sv,
+                                        "--delay"sv, "--timeout"sv, "--colsep"sv, "--joblog"sv, "--arg-file"sv};
+
 constexpr NameFilter textFilter = [] {
     NameFilter filter;
     for (const std::string_view name : shells) filter.add(name);
-    for (const std::string_view name : {"eval"sv, "trap"sv}) filter.add(name);
+    for (const std::string_view name : {"eval"sv, "trap"sv, "parallel"sv}) filter.add(name);
     return filter;
 }();
 
@@ -63,6 +69,54 @@ NestedText joinedText(std::span<const Word> words) {
     return nested;
 }
 
+// `text` with every {} replaced; behind it where there is none.
+std::string filledIn(std::string text, std::string_view operand) {
+    bool placed = false;
+    for (std::size_t at = text.find("{}"); at != text.npos; at = text.find("{}", at + operand.size())) {
+        text.replace(at, 2, operand);
+        placed = true;
+    }
+    if (!placed) text.append(text.empty() ? 0 : 1, ' ').append(operand);
+    return text;
+}
+
+std::string asWord(const Word& word) {
+    if (word.glob) return word.text;
+    std::string quoted = "'";
+    for (const char c : word.text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    return quoted + "'";
+}
+
+// parallel COMMAND ::: OPERAND...: a shell runs the command once for each operand; without ":::" it reads them.
+NestedText parallelText(std::span<const Word> arguments) {
+    std::size_t begin = 0;
+    while (begin < arguments.size() && isOption(arguments[begin]) && arguments[begin].text != ":::"sv)
+        begin +=
+            std::find(parallelOptions.begin(), parallelOptions.end(), arguments[begin].text) != parallelOptions.end()
+                ? 2U
+                : 1U;
+    arguments = arguments.subspan(std::min(begin, arguments.size()));
+    const auto list = std::find_if(arguments.begin(), arguments.end(),
+                                   [](const Word& word) { return word.text == ":::"sv || word.text == ":::+"sv; });
+    const NestedText command = joinedText({arguments.begin(), list});
+    NestedText nested;
+    nested.ownShell = true;
+    nested.unknown = command.unknown;
+    std::size_t count = 0;
+    for (auto word = list; word != arguments.end(); ++word) {
+        if (word->text.starts_with(":::")) continue;
+        nested.unknown = nested.unknown || word->unknown || ++count > Budget::parallelOperands;
+        nested.text += command.text.empty() ? word->text : filledIn(command.text, asWord(*word));
+        nested.text += '\n';
+    }
+    if (list != arguments.end()) return nested;
+    // What it reads is $1, which is not known.
+    nested.text = filledIn(command.text, "\"$1\"");
+    nested.parameters.emplace(2);
+    nested.parameters->back().unknown = true;
+    return nested;
+}
+
 } // namespace
 
 std::optional<NestedText> nestedText(const std::vector<Word>& words) {
@@ -75,12 +129,13 @@ std::optional<NestedText> nestedText(const std::vector<Word>& words) {
         if (at + 1 >= words.size() || words[at].text == "-" || words[at].text == "-p") return std::nullopt;
         return joinedText(all.subspan(at, 1));
     }
+    if (commandName(words.front()) == "parallel"sv) return parallelText(all.subspan(1));
     if (!isShell(words)) return std::nullopt;
     const ShellCall call = readShellCall(words);
     if (!call.takesText || call.operand >= words.size()) return std::nullopt;
     NestedText nested = joinedText(all.subspan(call.operand, 1));
     nested.ownShell = true;
-    nested.parameters.assign(words.begin() + static_cast<std::ptrdiff_t>(call.operand) + 1, words.end());
+    nested.parameters.emplace(words.begin() + static_cast<std::ptrdiff_t>(call.operand) + 1, words.end());
     return nested;
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// Commands that run a text as commands: sh -c TEXT, eval, trap.
+// Commands that run a text as commands: sh -c TEXT, eval, trap, parallel.
 
 #include "Shell/Program.hpp"
 
@@ -13,9 +13,9 @@ namespace tidewrack::shell {
 // A text that is run as commands.
 struct NestedText {
     std::string text;
-    bool unknown = false;           // only running would show it
-    bool ownShell = false;          // in a shell of its own: its folder and variables end with it
-    std::vector<Word> parameters{}; // $0, $1, ... of that shell
+    bool unknown = false;                          // only running would show it
+    bool ownShell = false;                         // in a shell of its own: its folder and variables end with it
+    std::optional<std::vector<Word>> parameters{}; // $0, $1, ... of that shell, where they are known
 };
 
 // The text that a command's words make it run; none where they do not.

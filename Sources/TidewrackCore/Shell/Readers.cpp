@@ -17,7 +17,7 @@ constexpr std::string_view names =
     "(( : [ [[ ack ag alias apropos apt apt-cache apt-get arp awk base64 basename bat bc bg bind break brew cal "
     "case cat cksum clear cloc cmp code colordiff column comm complete continue cut date defaults delta df "
     "diff dig dircolors dirname disown dmesg dnf docker docker-compose done dpkg dpkg-query du echo egrep else "
-    "esac exa exit expand expr eza factor false fd fdfind fg fgrep fi file fmt fold for free fuser fzf gawk "
+    "esac exa exit expand expr eza factor false fg fgrep fi file fmt fold for free fuser fzf gawk "
     "getconf getent getopts gh glab grep groups hash hdiutil head helm hexdump history host hostname htop "
     "id ifconfig in info iostat ip ipcs jobs join journalctl jq kill killall kubectl last launchctl ldd less let "
     "locale locate logger logname look ls lsblk lscpu lsd lsof lsusb man mapfile mawk md5 md5sum mdfind mdls "
@@ -59,8 +59,6 @@ constexpr Writing writings[] = {
     {"awk", "i", {"--include"}, "system("},
     {"docker", "", {"run", "cp", "compose"}, {}},
     {"docker-compose", "", {"run", "up", "exec"}, {}},
-    {"fd", "xX", {"--exec", "--exec-batch"}, {}},
-    {"fdfind", "xX", {"--exec", "--exec-batch"}, {}},
     {"gawk", "i", {"--include"}, ">"},
     {"gawk", "", {}, "system("},
     {"gh", "", {"clone", "checkout", "download"}, {}},

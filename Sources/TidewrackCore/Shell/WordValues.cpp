@@ -62,9 +62,63 @@ void WordValues::beginSubshell() {
     variables_.beginSubshell();
 }
 
-void WordValues::shiftParameters(std::size_t known, std::size_t count) {
-    for (std::size_t number = 1; number <= std::min(known, Budget::parameters); ++number)
-        setParameter(number, number + count <= known ? valueOf(std::to_string(number + count)) : std::string());
+void WordValues::shiftParameters(std::size_t count) {
+    auto parameters = exchangeParameters(std::nullopt);
+    if (!parameters || count >= parameters->size()) return;
+    const auto first = parameters->begin() + 1;
+    parameters->erase(first, first + static_cast<std::ptrdiff_t>(count));
+    exchangeParameters(std::move(parameters));
+}
+
+std::vector<Word> WordValues::allParameters() const {
+    std::vector<Word> words;
+    const auto& parameters = variables_.parameters();
+    if (!parameters) setUnknown(words.emplace_back());
+    for (std::size_t number = 1; parameters && number < parameters->size(); ++number) {
+        Word& word = words.emplace_back();
+        const auto& value = (*parameters)[number];
+        if (value)
+            word.text = *value;
+        else
+            setUnknown(word);
+    }
+    return words;
+}
+
+// The words that are "$@", "$*" or ${@:2} become those which the line's shell or function was called with. Where these
+// are not known, the words stay, and are not followed.
+void WordValues::expandParameters(std::vector<Word>& words) const {
+    const auto isList = [](const Word& word) {
+        return word.expands && (word.text.starts_with("$@") || word.text.starts_with("$*") ||
+                                word.text.starts_with("${@") || word.text.starts_with("${*"));
+    };
+    if (!variables_.parameters() || std::none_of(words.begin(), words.end(), isList)) return;
+    std::vector<Word> result;
+    for (Word& word : words) {
+        std::string_view rest = word.text;
+        std::size_t first = 1;
+        if (isList(word) && rest.starts_with("${")) {
+            rest = rest.substr(3);
+            if (rest.starts_with(':') && rest.size() > 2 && rest[1] > '0' && rest[1] <= '9') {
+                first = static_cast<std::size_t>(rest[1] - '0');
+                rest.remove_prefix(2);
+            }
+            rest = rest == "}" ? "" : "more";
+        } else if (isList(word)) {
+            rest.remove_prefix(2);
+        }
+        if (!isList(word) || !rest.empty()) {
+            result.push_back(std::move(word));
+            continue;
+        }
+        std::vector<Word> all = allParameters();
+        for (std::size_t number = first; number <= all.size(); ++number) {
+            Word& one = result.emplace_back(std::move(all[number - 1]));
+            one.quoted = word.quoted;
+            one.glob = !word.quoted && one.text.find_first_of("*?[") != std::string::npos;
+        }
+    }
+    words = std::move(result);
 }
 
 void WordValues::give(const Word& assignment) {
@@ -91,12 +145,17 @@ WordValues::Readings WordValues::read(std::vector<Word> words, const Command& co
     return readings;
 }
 
+WordValues::Loop* WordValues::loopOf(std::string_view name) {
+    const auto found = std::find_if(loops_.begin(), loops_.end(), [&](const Loop& loop) { return loop.name == name; });
+    return found == loops_.end() ? nullptr : &*found;
+}
+
 // The loop variables of several values that the words mention; none when it would take too long to try them all.
-std::vector<WordValues::Loop*> WordValues::choicesIn(const std::vector<Word>& words) {
-    std::vector<Loop*> choices;
-    for (Loop& loop : loops_) {
+std::vector<std::string> WordValues::choicesIn(const std::vector<Word>& words) {
+    std::vector<std::string> choices;
+    for (const Loop& loop : loops_) {
         const auto isIn = [&](const Word& word) { return word.expands && mentions(word.text, loop.name); };
-        if (loop.values.size() > 1 && std::any_of(words.begin(), words.end(), isIn)) choices.push_back(&loop);
+        if (loop.values.size() > 1 && std::any_of(words.begin(), words.end(), isIn)) choices.push_back(loop.name);
     }
     if (!choices.empty() && alternatives_ + costOf(words) > Budget::alternatives) {
         effects_.opaque(position_.folder());
@@ -107,28 +166,29 @@ std::vector<WordValues::Loop*> WordValues::choicesIn(const std::vector<Word>& wo
 
 bool WordValues::forEachRun(const std::vector<Word>& words, const Command& command,
                             const std::function<void(Readings&&)>& visit) {
-    const std::vector<Loop*> choices = choicesIn(words);
+    const std::vector<std::string> choices = choicesIn(words);
     if (choices.empty()) return false;
-    command_ = &command;
-    visitRuns(words, choices, visit);
+    visitRuns(words, command, choices, visit);
     return true;
 }
 
-void WordValues::visitRuns(const std::vector<Word>& words, std::span<Loop* const> loops,
+// A run may bind the loop's own variable anew.
+void WordValues::visitRuns(const std::vector<Word>& words, const Command& command, std::span<const std::string> loops,
                            const std::function<void(Readings&&)>& visit) {
-    if (loops.empty()) return visit(read(words, *command_));
-    std::vector<Word>& values = loops.front()->values;
-    std::vector<Word> all = std::exchange(values, {});
+    if (loops.empty()) return visit(read(words, command));
+    Loop* loop = loopOf(loops.front());
+    if (loop == nullptr) return visitRuns(words, command, loops.subspan(1), visit);
+    std::vector<Word> all = std::exchange(loop->values, {});
     for (const Word& value : all) {
         alternatives_ += costOf(words) + value.text.size() / 256;
         if (alternatives_ > Budget::alternatives) {
             effects_.opaque(position_.folder());
             break;
         }
-        values.assign(1, value);
-        visitRuns(words, loops.subspan(1), visit);
+        if (loop = loopOf(loops.front()); loop != nullptr) loop->values.assign(1, value);
+        visitRuns(words, command, loops.subspan(1), visit);
     }
-    values = std::move(all);
+    if (loop = loopOf(loops.front()); loop != nullptr) loop->values = std::move(all);
 }
 
 // The words as seen by a shell that splits an unquoted variable's value at its blanks and then matches patterns; empty
@@ -228,6 +288,7 @@ void WordValues::expandBraceLists(Command& command) {
 
 void WordValues::expandAll(std::vector<Word>& words, const Command& command) {
     command_ = &command;
+    expandParameters(words);
     const bool overLoops = !loops_.empty();
     if (overLoops) words = expandedOverLoops(std::move(words));
     std::size_t kept = 0;

@@ -51,13 +51,14 @@ class WordValues {
     // Gives the variable these values one after the other; none: values that only running would show.
     void bindLoop(std::string_view name, std::vector<Word> values);
 
-    // $0, $1, ...
-    void setParameter(std::size_t number, std::string value) {
-        variables_.assign(std::to_string(number), std::move(value));
+    // Gives $0, $1, ... these values, none where nothing is known of them, and returns what they were.
+    std::optional<Parameters> exchangeParameters(std::optional<Parameters> parameters) {
+        return variables_.exchangeParameters(std::move(parameters));
     }
-
-    // Parameters of this number move to the place of earlier ones; the last become empty.
-    void shiftParameters(std::size_t known, std::size_t count);
+    // shift COUNT
+    void shiftParameters(std::size_t count);
+    // What "$@" stands for; one unknown word where that is not known.
+    [[nodiscard]] std::vector<Word> allParameters() const;
 
     // NAME=value, expanded already.
     void give(const Word& assignment);
@@ -87,9 +88,11 @@ class WordValues {
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void forgetLoop(std::string_view name);
-    std::vector<Loop*> choicesIn(const std::vector<Word>& words);
-    void visitRuns(const std::vector<Word>& words, std::span<Loop* const> loops,
+    Loop* loopOf(std::string_view name);
+    std::vector<std::string> choicesIn(const std::vector<Word>& words);
+    void visitRuns(const std::vector<Word>& words, const Command& command, std::span<const std::string> loops,
                    const std::function<void(Readings&&)>& visit);
+    void expandParameters(std::vector<Word>& words) const;
     std::vector<Word> takenApart(const std::vector<Word>& words);
 
     const Context& context_;
