@@ -374,7 +374,7 @@ TEST_F(CareTest, repairMendsWhatItCan) {
         {"@/snapshots/1.json", removeIt, "recovered", "", "321"},
         {"@/snapshots/1.json", makeFolder, "recovered", "", "321"},
         {"@/snapshots/2.json", say<seqTwo, seqNine>, "recovered", "", "321"},
-        {"@/snapshots/3.json", cut, "moved aside", "", "21"},
+        {"@/snapshots/3.json", cut, "recovered", "", "321"}, // it had no listing of its own
         {"@/manifests/1.mf", cut, "moved aside", "", "32"},
         {"@/manifests/2.mf", empty, "moved aside", "", "1"},
         {"blob 1 folder/b", removeIt, "rebuilt", "", "321"},
@@ -426,4 +426,17 @@ TEST_F(CareTest, repairMendsWhatItCan) {
     world.ok({"check", "--repair"});
     EXPECT_EQ(world.ok({"prune"}), "Removed 0 snapshots, 0 stored files.\n");
     EXPECT_TRUE(world.history().snapshot(1).pinned);
+    // A listing that was its own snapshot's no more, but a pinned one's whose record is damaged.
+    rewriteRecord(world, 3, [](SnapshotMeta& meta) { meta.pinned = true; });
+    f.remove("store/" + at("@/snapshots/2.json"));
+    EXPECT_EQ(setModificationTime(AT_FDCWD, f.at("store/" + at("@/manifests/2.mf")).c_str(), 1), 0);
+    world.ok({"snap"});
+    f.write("project/a", "a third version");
+    world.ok({"snap"});
+    f.remove("store/" + at("@/snapshots/4.json"));
+    empty(f.at("store/" + at("@/snapshots/3.json")));
+    world.ok({"check", "--repair"});
+    world.ok({"prune"});
+    EXPECT_EQ(world.ok({"cat", "3", "a"}), "another version");
+    EXPECT_TRUE(world.history().snapshot(3).pinned);
 }

@@ -87,7 +87,9 @@ struct Content {
 // The contents of one history, each looked at when a listing first names it.
 class Contents {
   public:
-    Contents(const History& history, CheckDepth depth) : history_(history), depth_(depth) {}
+    // `read`: places below `home` of which every byte is read whatever the depth; may be null.
+    Contents(const History& history, CheckDepth depth, const std::string& home, const std::set<std::string>* read)
+        : history_(history), depth_(depth), home_(home.size() + 1), read_(read) {}
 
     // Compares what one listing says of a content. `written`: when the listing was.
     std::vector<Damage> compare(BlobName name, const Entry& entry, std::int64_t written, bool modesAreKept) {
@@ -125,7 +127,7 @@ class Contents {
         content.error = attributesAt(AT_FDCWD, path.c_str(), content.kept);
         if (content.error != 0 || content.kept.kind != Attributes::Kind::file) return;
         bytes_ += content.kept.size;
-        if (depth_ == CheckDepth::attributes) return;
+        if (depth_ == CheckDepth::attributes && (read_ == nullptr || !read_->contains(path.substr(home_)))) return;
         std::int64_t size = 0;
         content.error = readThrough(path, size);
         content.kept.size = size;
@@ -142,6 +144,8 @@ class Contents {
 
     const History& history_;
     CheckDepth depth_;
+    std::size_t home_; // how much of a path names the store
+    const std::set<std::string>* read_;
     std::unordered_map<std::int64_t, Content> contents_;
     std::int64_t bytes_ = 0;
 };
@@ -149,8 +153,9 @@ class Contents {
 class ProjectCheck {
   public:
     ProjectCheck(const Store& store, const std::string& id, CheckDepth depth, const Progress& progress,
-                 const ProjectLock* held)
-        : store_(store), history_(store.home + "/projects/" + id, {}), contents_(history_, depth), progress_(progress),
+                 const CheckUnderLock* held)
+        : store_(store), history_(store.home + "/projects/" + id, {}),
+          contents_(history_, depth, store.home, held == nullptr ? nullptr : &held->read), progress_(progress),
           held_(held) {
         result_.id = id;
     }
@@ -205,19 +210,21 @@ class ProjectCheck {
             const int error = readFile(path, text);
             if (error == ENOENT) continue; // removed just now
             const std::vector<std::int64_t> costs = seq ? std::vector{*seq} : std::vector<std::int64_t>();
+            const std::size_t before = result_.damages.size();
             if (error != 0) {
                 add({Part::record, Fault::unreadable, path, {}, error}).snapshots = costs;
-                continue;
+            } else {
+                try {
+                    const SnapshotMeta meta = decodeSnapshotMeta(text, path);
+                    if (seq != meta.seq)
+                        add({Part::record, Fault::misplaced, path, "#" + std::to_string(meta.seq)}).snapshots = costs;
+                    else
+                        byListing_[meta.manifestOf].push_back(meta);
+                } catch (const TidewrackError& problem) {
+                    add({Part::record, Fault::malformed, path, reasonOf(problem, path)}).snapshots = costs;
+                }
             }
-            try {
-                const SnapshotMeta meta = decodeSnapshotMeta(text, path);
-                if (seq != meta.seq)
-                    add({Part::record, Fault::misplaced, path, "#" + std::to_string(meta.seq)}).snapshots = costs;
-                else
-                    byListing_[meta.manifestOf].push_back(meta);
-            } catch (const TidewrackError& problem) {
-                add({Part::record, Fault::malformed, path, reasonOf(problem, path)}).snapshots = costs;
-            }
+            if (seq && result_.damages.size() > before) newestDamaged_ = std::max(newestDamaged_, *seq);
         }
         for (auto& [number, metas] : byListing_) {
             std::sort(metas.begin(), metas.end(), [](const auto& a, const auto& b) { return a.seq < b.seq; });
@@ -325,6 +332,7 @@ class ProjectCheck {
     }
 
     bool isDueForPruning(std::int64_t number) {
+        if (number < newestDamaged_) return false; // that snapshot may be one with this listing, and pinned
         Attributes file;
         if (attributesAt(AT_FDCWD, history_.manifestPath(number).c_str(), file) != 0) return true;
         SnapshotMeta lost;
@@ -360,10 +368,11 @@ class ProjectCheck {
     History history_;
     Contents contents_;
     const Progress& progress_;
-    const ProjectLock* held_;
+    const CheckUnderLock* held_;
     CheckedProject result_;
     std::map<std::int64_t, Metas> byListing_; // records that can be read, by the number of their listing
     Metas readable_;                          // ascending
+    std::int64_t newestDamaged_ = 0;          // the newest record that can't be read
     std::map<std::pair<std::string, Fault>, std::size_t> known_; // among result_.damages, by place
     std::size_t done_ = 0;
 };
@@ -450,13 +459,15 @@ class VaultCheck {
 std::vector<std::string> projectFolders(const Store& store) {
     store.refuseForeign();
     std::vector<std::string> names = listFolder(store.home + "/projects");
-    std::erase_if(names, [&](const std::string& name) { return !isFolder(store.home + "/projects/" + name); });
+    std::erase_if(names, [&](const std::string& name) {
+        return name.starts_with(temporaryPrefix) || !isFolder(store.home + "/projects/" + name);
+    });
     std::sort(names.begin(), names.end());
     return names;
 }
 
 CheckedProject checkProject(const Store& store, const std::string& id, CheckDepth depth, const Progress& progress,
-                            const ProjectLock* held) {
+                            const CheckUnderLock* held) {
     return ProjectCheck(store, id, depth, progress, held).run();
 }
 

@@ -8,6 +8,7 @@
 #include "Store/Store.hpp"
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -64,10 +65,15 @@ enum class CheckDepth { attributes, bytes };
 
 // The names of the folders in which projects have, or had, their history; ascending.
 [[nodiscard]] std::vector<std::string> projectFolders(const Store& store);
-// `held`: the project's lock, where the caller has it. Throws TidewrackError only where the folders of the history
-// can't be listed.
+// A check by whoever holds the project's lock, and knows which contents are worth reading.
+struct CheckUnderLock {
+    const ProjectLock& lock;
+    std::set<std::string> read; // places of contents, as in Damage
+};
+// `held`: of a check under the lock; every other one is `depth` alone. Throws TidewrackError only where the folders of
+// the history can't be listed.
 [[nodiscard]] CheckedProject checkProject(const Store& store, const std::string& id, CheckDepth depth,
-                                          const Progress& progress = {}, const ProjectLock* held = nullptr);
+                                          const Progress& progress = {}, const CheckUnderLock* held = nullptr);
 [[nodiscard]] CheckedVault checkVault(const Store& store, CheckDepth depth);
 
 } // namespace tidewrack

@@ -72,26 +72,34 @@ class Aside {
 
 class Repair {
   public:
-    Repair(const Engine& engine, std::string id, const std::vector<std::string>& roots, CheckDepth depth)
-        : engine_(engine), store_(engine.store), id_(std::move(id)), roots_(roots), depth_(depth),
-          history_(store_.home + "/projects/" + id_, {}), lock_(history_.lockPath()), aside_(store_, result_) {}
+    Repair(const Engine& engine, const CheckedProject& found, const std::vector<std::string>& roots)
+        : engine_(engine), store_(engine.store), id_(found.id), roots_(roots),
+          history_(store_.home + "/projects/" + id_, {}), lock_(history_.lockPath()), aside_(store_, result_) {
+        for (const Damage& damage : found.damages)
+            if (damage.part == Part::content) held_.read.insert(damage.place);
+    }
 
     RepairResult run() {
-        for (int round = 0; round < mostRounds; ++round) {
-            result_.after = checkProject(store_, id_, depth_, engine_.progress, &lock_);
+        bool known = false; // what a check would find
+        for (int round = 0; round < mostRounds && !known; ++round) {
+            result_.after = check();
             root_ = result_.after.root;
             result_.failures.clear();
             lost_.clear();
             const std::size_t before = result_.mendings.size();
             for (const Damage& damage : result_.after.damages) attempt([&] { mend(damage); });
-            if (result_.mendings.size() == before) break;
+            known = result_.mendings.size() == before;
         }
         if (!lost_.empty()) attempt([this] { moveLost(); });
-        result_.after = checkProject(store_, id_, depth_, engine_.progress, &lock_);
+        if (!known || !lost_.empty()) result_.after = check();
         return std::move(result_);
     }
 
   private:
+    [[nodiscard]] CheckedProject check() const {
+        return checkProject(store_, id_, CheckDepth::attributes, engine_.progress, &held_);
+    }
+
     // One thing that can't be mended does not keep the others.
     template <typename Action>
     void attempt(Action action) {
@@ -170,16 +178,15 @@ class Repair {
             throw TidewrackError::io("read", damage.place, damage.error);
     }
 
-    // What the listing tells of its snapshot; throws corrupt where it doesn't. What a prune would take at once is
-    // pinned: it may have been before.
+    // What the listing tells of its snapshot; throws corrupt where it doesn't. One without a listing of its own was
+    // like the one before it. What a prune would take at once is pinned: it may have been before.
     [[nodiscard]] SnapshotMeta recovered(std::int64_t seq) const {
-        Attributes file;
-        const std::string path = history_.manifestPath(seq);
-        const int error = attributesAt(AT_FDCWD, path.c_str(), file);
-        if (error == ENOENT) throw TidewrackError::corrupt("missing manifest for #" + std::to_string(seq));
-        require(error, "read", path);
         SnapshotMeta meta;
-        meta.seq = meta.manifestOf = seq;
+        meta.seq = seq;
+        meta.manifestOf = exists(history_.manifestPath(seq)) ? seq : listingBefore(seq);
+        Attributes file;
+        const std::string path = history_.manifestPath(meta.manifestOf);
+        require(attributesAt(AT_FDCWD, path.c_str(), file), "read", path);
         meta.created = Date(std::chrono::seconds(file.mtime / 1'000'000'000));
         meta.kind = "recovered";
         const Manifest listing = history_.manifest(meta);
@@ -198,8 +205,34 @@ class Repair {
         }
         all.insert(next, meta);
         const auto removed = planRetention(all, now()).remove;
-        meta.pinned = std::find(removed.begin(), removed.end(), seq) != removed.end();
+        meta.pinned = meta.manifestOf != seq || std::find(removed.begin(), removed.end(), seq) != removed.end();
         return meta;
+    }
+
+    // The nearest whole listing below the number. An empty one only takes the number of a snapshot that came to no end.
+    [[nodiscard]] std::int64_t listingBefore(std::int64_t seq) const {
+        std::vector<std::int64_t> numbers = listings();
+        std::sort(numbers.rbegin(), numbers.rend());
+        for (const std::int64_t number : numbers) {
+            if (number >= seq) continue;
+            try {
+                SnapshotMeta like;
+                like.manifestOf = number;
+                if (!history_.manifest(like).empty()) return number;
+            } catch (const TidewrackError&) { // an older one may be whole
+            }
+        }
+        throw TidewrackError::corrupt("missing manifest for #" + std::to_string(seq));
+    }
+
+    [[nodiscard]] std::vector<std::int64_t> listings() const {
+        constexpr std::string_view ending = ".mf";
+        std::vector<std::int64_t> numbers;
+        for (const std::string& name : listFolder(history_.manifestsFolder()))
+            if (const auto number = parseSeq(std::string_view(name).substr(0, name.find(ending)));
+                number && name.ends_with(ending))
+                numbers.push_back(*number);
+        return numbers;
     }
 
     // One that can be read stays, with what is wrong in it.
@@ -289,18 +322,13 @@ class Repair {
     // By all listings that can be decoded, whether or not a record leads to them.
     [[nodiscard]] std::unordered_set<std::string> namedContents() const {
         std::unordered_set<std::string> named;
-        for (const std::string& name : listFolder(history_.manifestsFolder())) {
-            constexpr std::string_view ending = ".mf";
-            const auto number = name.ends_with(ending)
-                                    ? parseSeq(std::string_view(name).substr(0, name.size() - ending.size()))
-                                    : std::nullopt;
-            if (!number) continue;
+        for (const std::int64_t number : listings()) {
             try {
-                const TextBuffer text = history_.manifestText(*number);
+                const TextBuffer text = history_.manifestText(number);
                 Manifest::forEachBlob({text.bytes.get(), text.size},
                                       [&](std::string_view blob) { named.insert(std::string(blob)); });
             } catch (const TidewrackError& error) {
-                const bool isFolderThere = isFolder(history_.manifestPath(*number));
+                const bool isFolderThere = isFolder(history_.manifestPath(number));
                 if (error.kind() != TidewrackError::Kind::corrupt && !isFolderThere) throw;
             }
         }
@@ -311,9 +339,9 @@ class Repair {
     const Store& store_;
     std::string id_;
     const std::vector<std::string>& roots_;
-    CheckDepth depth_;
     History history_;
     ProjectLock lock_;
+    CheckUnderLock held_{lock_, {}};
     RepairResult result_;
     Aside aside_;
     std::string root_;
@@ -322,9 +350,8 @@ class Repair {
 
 } // namespace
 
-RepairResult repairProject(const Engine& engine, const std::string& id, const std::vector<std::string>& roots,
-                           CheckDepth depth) {
-    return Repair(engine, id, roots, depth).run();
+RepairResult repairProject(const Engine& engine, const CheckedProject& found, const std::vector<std::string>& roots) {
+    return Repair(engine, found, roots).run();
 }
 
 RepairResult repairVault(const Store& store, const CheckedVault& checked) {

@@ -27,10 +27,10 @@ struct RepairResult {
     CheckedProject after;              // what a check finds now
 };
 
-// Holds the project's lock. `roots`: folders that may be a project's whose record is lost.
-// Throws TidewrackError only where the history can't be locked or listed.
-[[nodiscard]] RepairResult repairProject(const Engine& engine, const std::string& id,
-                                         const std::vector<std::string>& roots, CheckDepth depth);
+// Holds the project's lock. `roots`: folders that may be a project's whose record is lost. Of the contents only those
+// are read that were found damaged. Throws TidewrackError only where the history can't be locked or listed.
+[[nodiscard]] RepairResult repairProject(const Engine& engine, const CheckedProject& found,
+                                         const std::vector<std::string>& roots);
 // Entries of the vault whose record is damaged are moved aside.
 [[nodiscard]] RepairResult repairVault(const Store& store, const CheckedVault& checked);
 

@@ -64,7 +64,7 @@ void repair(Invocation& call, CheckDepth depth, CheckReport& report) {
     for (CheckedProject& project : report.projects) {
         if (project.damages.empty()) continue;
         try {
-            report.repairs->push_back(repairProject(call.engine(), project.id, foldersAround(call), depth));
+            report.repairs->push_back(repairProject(call.engine(), project, foldersAround(call)));
             project = report.repairs->back().after;
         } catch (const TidewrackError& error) { // the others can be mended all the same
             report.repairs->push_back({{}, {error.what()}, {}, {}});
