@@ -310,7 +310,7 @@ TEST_F(CommandTest, findsTheProject) {
     EXPECT_EQ(world.ok({"--project", "../project/deep", "diff", "1"}), "No changes.\n");
     EXPECT_EQ(world.ok({"diff", "--project", "/", "1", "--project", f.at("project")}), "No changes.\n");
     EXPECT_EQ(fault({"log", "--project", "gone"}), untracked(f.at("elsewhere/gone")));
-    EXPECT_EQ(world.ok({"untrack", "../project/deep"}),
+    EXPECT_EQ(world.ok({"untrack", "../project"}),
               "Stopped tracking " + f.at("project") + " and deleted its history.\n");
 }
 

@@ -51,9 +51,10 @@ TEST_F(StoreTest, projectIds) {
 
 TEST_F(StoreTest, tooBroadFolders) {
     f.makeFolder("home/Documents/app");
-    for (const std::string& path : {std::string("/"), std::string("/usr/bin/.."), f.at("home"), f.at("home/Desktop")})
+    for (const std::string& path : {std::string("/"), std::string("/usr/bin/.."), std::string("/home"),
+                                    std::string("/tmp"), f.at("home"), f.at("home/Desktop")})
         EXPECT_TRUE(isTooBroad(store, path)) << path;
-    for (const std::string& path : {f.at("home/Documents/app"), std::string("/usr/local"), std::string("/home")})
+    for (const std::string& path : {f.at("home/Documents/app"), std::string("/usr/local"), std::string("/home/ann")})
         EXPECT_FALSE(isTooBroad(store, path)) << path;
 }
 
@@ -176,6 +177,47 @@ TEST_F(StoreTest, untrackRemovesTheHistoryOnly) {
     EXPECT_EQ(thrownBy([&] { store.untrack(project); }), "can't open lock " + store.history(project).lockPath());
 }
 
+// What is left of a history is no project, and can be given up; a folder inside a project is not taken for it.
+TEST_F(StoreTest, untrackFinishesWhatWasCutShort) {
+    const std::string id = "store/projects/" + Store::projectID(f.at("project"));
+    f.write("project/sub/a", "a");
+    world.ok({"track"});
+    const std::string record = f.read(id + "/project.json");
+    f.write("store/projects/.tidewrack-999999999-0/project.json", record);
+    f.write("store/projects/.tidewrack-999999999-0/blobs/1/0", "a");
+    EXPECT_EQ(store.projects().size(), 1U);
+    EXPECT_EQ(world.run({"check"}).status, 0);
+    EXPECT_EQ(world.run({"untrack", "sub"}).err, "tidewrack: " + f.at("project/sub") +
+                                                     " is inside the tracked project " + f.at("project") +
+                                                     ". To delete the history of all of it, name that folder.\n");
+    f.remove(id + "/project.json");
+    EXPECT_EQ(world.ok({"untrack", "."}), "Stopped tracking " + f.at("project") + " and deleted its history.\n");
+    EXPECT_EQ(f.listing("store"), "store/projects 448 /\n");
+}
+
+TEST_F(StoreTest, tracksWithoutWaitingLongerThanItMay) {
+    f.write("home/repo/a", "a");
+    const std::string repo = f.at("home/repo");
+    f.makeFolder("store/projects/" + Store::projectID(repo));
+    const Deadline soon = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    {
+        const ProjectLock held(f.at("store/projects/" + Store::projectID(repo) + "/lock"));
+        EXPECT_NE(thrownBy([&] {
+                      return track(store, repo, false, {soon, {}});
+                  }).find("can't lock "),
+                  std::string::npos);
+    }
+    EXPECT_FALSE(wasRefusedLately(store, repo));
+    EXPECT_EQ(thrownBy([&] {
+                  return track(store, repo, false, {{}, soon});
+              }),
+              repo + " has more files than could be counted in time.");
+    EXPECT_TRUE(wasRefusedLately(store, repo));
+    ASSERT_EQ(::rename(repo.c_str(), f.at("home/old").c_str()), 0);
+    f.makeFolder("home/repo");
+    EXPECT_FALSE(wasRefusedLately(store, repo)) << "another folder";
+}
+
 TEST_F(StoreTest, whoWaitedForALockThatWasRemovedTakesTheNewOne) {
     const std::string path = f.at("lock");
     std::optional<ProjectLock> first(path);
@@ -184,7 +226,7 @@ TEST_F(StoreTest, whoWaitedForALockThatWasRemovedTakesTheNewOne) {
         EXPECT_TRUE(f.has("lock"));
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    f.remove("lock");
+    ASSERT_EQ(::rename(path.c_str(), f.at("moved").c_str()), 0);
     first.reset();
     waiting.join();
 }

@@ -12,6 +12,14 @@
 
 namespace tidewrack {
 
+namespace {
+
+// Beginning to track may not delay a verdict: the command may be one that has to be refused.
+constexpr auto lockPatience = std::chrono::milliseconds(200);
+constexpr auto countPatience = std::chrono::seconds(1);
+
+} // namespace
+
 void HookContext::loadProjects() {
     mayTrack_ = false;
     Registry registry = handler.store.registry();
@@ -31,10 +39,11 @@ std::optional<Project> HookContext::projectFor(const std::string& folder) {
     if (!handler.autoTrack || !mayTrack_ || passed(share(2, 5))) return std::nullopt;
     const auto root = gitRoot(Store::canonical(folder));
     if (!root || isTooBroad(handler.store, *root) || untrackable_.contains(*root)) return std::nullopt;
+    if (wasRefusedLately(handler.store, *root)) return std::nullopt;
     if (unreadable_.contains(Store::projectID(*root))) return std::nullopt;
     const auto start = std::chrono::steady_clock::now();
     try {
-        projects_.push_back(track(handler.store, *root, false));
+        projects_.push_back(track(handler.store, *root, false, {start + lockPatience, start + countPatience}));
     } catch (const std::exception& error) {
         handler.log.append("-", "track", start, "didn't auto-track " + *root + ": " + error.what());
         untrackable_.insert(*root);
@@ -105,13 +114,23 @@ Gaps HookContext::gapsIn(const SnapshotResult& result) {
     return gaps;
 }
 
+namespace {
+
+// A sentence as a note, which does not hold what parts notes.
+std::string asNote(std::string sentence) {
+    for (auto at = sentence.find("; "); at != sentence.npos; at = sentence.find("; ", at)) sentence[at] = ',';
+    return loggedText(sentence);
+}
+
+} // namespace
+
 std::vector<std::string> HookContext::notesOnGaps(const SnapshotResult& result) {
     std::vector<std::string> notes;
     if (const Gaps gaps = gapsIn(result); gaps.count > 0)
         notes.push_back(std::to_string(gaps.count) +
-                        " not saved: " + loggedText(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason));
+                        " not saved: " + asNote(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason));
     for (const Warning& warning : result.warnings)
-        if (warning.kind == Warning::Kind::gitLate) notes.push_back(loggedText(warningText(warning)));
+        if (warning.kind == Warning::Kind::gitLate) notes.push_back(asNote(warningText(warning)));
     return notes;
 }
 

@@ -44,6 +44,11 @@ class HookContext {
     // Whether the project began to be tracked after the last call of beginJudging().
     [[nodiscard]] bool isUnjudged(const Project& project) const { return unjudged_.contains(project.root); }
     void beginJudging() { unjudged_.clear(); }
+    [[nodiscard]] bool hasUnreadableRecords() const { return !unreadable_.empty(); }
+    // Whether the folder is the root of a project whose record can't be read.
+    [[nodiscard]] bool hasUnreadableRecord(const std::string& folder) const {
+        return !unreadable_.empty() && unreadable_.contains(Store::projectID(folder));
+    }
 
     // The store, and the agents' configuration files that hold our hooks, under each of their names. Reads the latter.
     [[nodiscard]] std::vector<shell::OwnPath> ownPaths() const;
@@ -64,6 +69,7 @@ class HookContext {
     // When the whole answer must be done, and when this share of its time is over.
     [[nodiscard]] Deadline whole() const { return start_ + handler.budget; }
     [[nodiscard]] Deadline share(int part, int of) const { return start_ + handler.budget * part / of; }
+    [[nodiscard]] Deadline after(std::chrono::milliseconds time) const { return start_ + time; }
 
     void log(std::string_view name, std::string_view message) const {
         handler.log.append(rawValue(agent), name, start_, message);

@@ -1,19 +1,25 @@
 #include "Engine/Tracking.hpp"
 
+#include "Platform/Attributes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 #include "Walk/Walker.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 
 namespace tidewrack {
 
 bool isTooBroad(const Store& store, const std::string& path) {
-    static constexpr std::string_view system[] = {"/",        "/Users",   "/System", "/Library", "/Applications",
-                                                  "/private", "/Volumes", "/opt",    "/usr"};
+    static constexpr std::string_view system[] = {
+        "/",     "/Users", "/System", "/Library", "/Applications", "/opt", "/private", "/Volumes", "/usr", "/home",
+        "/root", "/tmp",   "/var",    "/var/tmp", "/etc",          "/mnt", "/media",   "/srv",     "/run", "/dev"};
     const std::string p = Store::canonical(path);
     if (std::find(std::begin(system), std::end(system), p) != std::end(system)) return true;
     if (store.userHome.empty()) return false;
@@ -26,7 +32,40 @@ bool isTooBroad(const Store& store, const std::string& path) {
 
 namespace {
 
-void refuseUnsuitable(const Store& store, const std::string& path, bool force) {
+constexpr std::int64_t nanosPerSecond = 1'000'000'000;
+constexpr std::chrono::seconds refusedFor = std::chrono::hours(24);
+constexpr std::chrono::seconds refusedUncounted = std::chrono::minutes(10); // a disk may only have been slow
+
+// A file of which the time of change says until when the folder is refused; another folder in its place is not.
+std::string refusalPath(const Store& store, const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return {};
+    return store.home + "/refused/" + Store::projectID(path) + "-" + std::to_string(status.st_dev) + "-" +
+           std::to_string(status.st_ino);
+}
+
+void noteRefusal(const Store& store, const std::string& path, std::chrono::seconds lasting) {
+    const std::string place = refusalPath(store, path);
+    const std::int64_t until = (now() + lasting).time_since_epoch().count() * nanosPerSecond;
+    if (place.empty() || store.makeHome() != 0 || makeFolders(std::string(parentOf(place)), 0700) != 0) return;
+    try {
+        writeFileSoon(place, "");
+        (void)setModificationTime(AT_FDCWD, place.c_str(), until);
+    } catch (const TidewrackError&) { // the next one counts again
+    }
+}
+
+void refuseMany(const Store& store, const std::string& path, const TrackPatience& patience) {
+    const auto& names = defaultExcludes();
+    const auto count = Walker::count(path, NameSet(names.begin(), names.end()), maxTrackedEntries, patience.count);
+    if (count && *count <= maxTrackedEntries) return;
+    if (patience.count) noteRefusal(store, path, count ? refusedFor : refusedUncounted);
+    if (!count) throw TidewrackError::refused(path + " has more files than could be counted in time.");
+    throw TidewrackError::refused(path + " has more than " + std::to_string(maxTrackedEntries) +
+                                  " files. Use --force to track it anyway.");
+}
+
+void refuseUnsuitable(const Store& store, const std::string& path, bool force, const TrackPatience& patience) {
     const std::string own = Store::canonical(store.home);
     // The root folder is an exception: it is too broad, and tracked by force its walks leave the history out.
     if (isAtOrBelow(path, own) || (path != "/" && isAtOrBelow(own, path)))
@@ -38,22 +77,27 @@ void refuseUnsuitable(const Store& store, const std::string& path, bool force) {
     if (force) return;
     if (isTooBroad(store, path))
         throw TidewrackError::refused(path + " is too broad to track. Track a project folder instead.");
-    const auto& names = defaultExcludes();
-    if (Walker::count(path, NameSet(names.begin(), names.end()), maxTrackedEntries) > maxTrackedEntries)
-        throw TidewrackError::refused(path + " has more than " + std::to_string(maxTrackedEntries) +
-                                      " files. Use --force to track it anyway.");
+    refuseMany(store, path, patience);
 }
 
 } // namespace
 
-Project track(const Store& store, const std::string& path, bool force) {
+bool wasRefusedLately(const Store& store, const std::string& path) {
+    const std::string place = refusalPath(store, path);
+    Attributes noted;
+    if (place.empty() || attributesAt(AT_FDCWD, place.c_str(), noted) != 0) return false;
+    const auto left = noted.mtime / nanosPerSecond - now().time_since_epoch().count();
+    return left > 0 && left <= refusedFor.count(); // of a clock that was wrong nothing is believed
+}
+
+Project track(const Store& store, const std::string& path, bool force, const TrackPatience& patience) {
     const std::string p = Store::canonical(path);
     if (!isFolder(p)) throw TidewrackError::io(p + " is not a folder.");
     // Another project's damaged record is no reason to keep no history of this one.
     Registry registry = store.registry();
     for (Project& known : registry.projects)
         if (known.root == p) return std::move(known);
-    refuseUnsuitable(store, p, force);
+    refuseUnsuitable(store, p, force, patience);
     Project project;
     project.id = Store::projectID(p);
     project.root = p;
@@ -62,7 +106,7 @@ Project track(const Store& store, const std::string& path, bool force) {
     project.excludesIfIgnored = defaultExcludesIfIgnored();
     std::sort(project.excludes.begin(), project.excludes.end());
     std::sort(project.excludesIfIgnored->begin(), project.excludesIfIgnored->end());
-    store.add(project);
+    store.add(project, patience.lock);
     return project;
 }
 

@@ -25,11 +25,14 @@ int lockOpenFile(int fd, const Deadline& deadline) {
     return 0;
 }
 
-// The previous holder may have removed the project and its lock file. The lock that was waited for then protects
-// nothing, and another process may hold the lock of the project tracked anew.
-bool isInPlace(int fd) {
-    struct stat status {};
-    return ::fstat(fd, &status) != 0 || status.st_nlink > 0;
+// The previous holder may have removed the project and its lock file, or moved both away. The lock that was waited for
+// then protects nothing, and another process may hold the lock of the project tracked anew.
+bool isInPlace(int fd, const std::string& path) {
+    struct stat held {};
+    struct stat there {};
+    if (::fstat(fd, &held) != 0) return true;
+    if (::stat(path.c_str(), &there) != 0) return errno != ENOENT && errno != ENOTDIR;
+    return held.st_dev == there.st_dev && held.st_ino == there.st_ino;
 }
 
 } // namespace
@@ -41,7 +44,7 @@ ProjectLock::ProjectLock(const std::string& path, const Deadline& deadline) {
         const int error = lockOpenFile(fd_.get(), deadline);
         if (error == EWOULDBLOCK) throw TidewrackError::io("can't lock " + path + ": another process is working on it");
         if (error != 0) throw TidewrackError::io("can't lock " + path);
-    } while (!isInPlace(fd_.get()));
+    } while (!isInPlace(fd_.get(), path));
 }
 
 ProjectLock::~ProjectLock() {

@@ -102,15 +102,40 @@ void refuseOther(const Project& project, const std::string& path) {
 
 } // namespace
 
-void Store::add(const Project& project) const {
+namespace {
+
+// An untrack may take the folder away before the lock in it is reached.
+ProjectLock lockMade(const History& history, const Deadline& until) {
+    while (true) {
+        if (const int error = makeFolders(history.folder(), 0755))
+            throw TidewrackError::io("create", history.folder(), error);
+        try {
+            return ProjectLock(history.lockPath(), until);
+        } catch (const TidewrackError&) {
+            if (isFolder(history.folder()) || passed(until)) throw;
+        }
+    }
+}
+
+// The record goes first, so that what a sudden death leaves is no project, and the snapshots go before the contents
+// that they name.
+void removeHistory(const History& history) {
+    for (const std::string& part : {history.recordPath(), history.snapshotsFolder(), history.manifestsFolder(),
+                                    history.blobsFolder(), history.folder()})
+        if (const int error = removeTree(part); error != 0 && error != ENOENT)
+            throw TidewrackError::io("remove", part, error);
+}
+
+} // namespace
+
+void Store::add(const Project& project, const Deadline& lockedUntil) const {
     const History history = this->history(project);
-    const std::string& folder = history.folder();
     if (const int error = makeHome()) throw TidewrackError::io("create", home, error);
     // The store's folder may have been there before, open to others; what is kept in it is not.
     if (const int error = makeFolders(projectsFolder(), 0700))
         throw TidewrackError::io("create", projectsFolder(), error);
-    if (const int error = makeFolders(folder, 0755)) throw TidewrackError::io("create", folder, error);
-    const ProjectLock lock(history.lockPath()); // which an untrack may hold that still has things to remove
+    if (!lockedUntil) removeUntracked();
+    const ProjectLock lock = lockMade(history, lockedUntil);
     refuseOther(project, history.recordPath());
     for (const std::string& part : {history.snapshotsFolder(), history.manifestsFolder(), history.blobsFolder()})
         if (const int error = makeFolders(part, 0755)) throw TidewrackError::io("create", part, error);
@@ -120,13 +145,26 @@ void Store::add(const Project& project) const {
 void Store::untrack(const Project& project) const {
     const History history = this->history(project);
     const ProjectLock lock(history.lockPath());
-    // The record goes first, so that a project half removed by a sudden death is no project any more. The snapshots go
-    // before the contents: a project tracked again must have none that names contents that are gone.
-    const std::string record = history.recordPath();
-    if (::unlink(record.c_str()) != 0 && errno != ENOENT) throw TidewrackError::io("remove", record, errno);
-    for (const std::string& part :
-         {history.snapshotsFolder(), history.manifestsFolder(), history.blobsFolder(), history.folder()})
-        if (const int error = removeTree(part)) throw TidewrackError::io("remove", part, error);
+    removeUntracked();
+    // Under another name nobody finds it, and the folder may be tracked anew while it is removed.
+    const History moved(joined(projectsFolder(), temporaryName()), project.root);
+    if (::rename(history.folder().c_str(), moved.folder().c_str()) != 0)
+        throw TidewrackError::io("remove", history.folder(), errno);
+    removeHistory(moved);
+}
+
+void Store::removeUntracked() const {
+    for (const std::string& name : listFolder(projectsFolder())) {
+        try {
+            if (isLeftover(name)) removeHistory({joined(projectsFolder(), name), {}});
+        } catch (const TidewrackError&) { // the next one tries again
+        }
+    }
+}
+
+bool Store::hasRemains(const Project& project) const {
+    const History history = this->history(project);
+    return isFolder(history.folder()) && !exists(history.recordPath());
 }
 
 std::vector<Project> Store::projects() const {
@@ -161,6 +199,7 @@ Registry Store::registry() const {
 
 std::vector<std::string> Store::recordPaths() const {
     auto names = listFolder(projectsFolder());
+    std::erase_if(names, [](const std::string& name) { return name.starts_with(temporaryPrefix); }); // untracked ones
     std::sort(names.begin(), names.end());
     for (std::string& name : names) name = History(projectsFolder() + "/" + name, {}).recordPath();
     return names;

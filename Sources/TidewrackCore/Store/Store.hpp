@@ -51,10 +51,14 @@ class Store {
     [[nodiscard]] static std::string projectID(const std::string& root);
 
     // Enters a project into the registry, with an empty history. Throws TidewrackError io. A record that is there under
-    // its id stays: throws refused when it is another project's or can't be read.
-    void add(const Project& project) const;
-    // Removes a project's whole history, holding its lock.
+    // its id stays: throws refused when it is another project's or can't be read. A lock is not waited for any longer
+    // than until `lockedUntil`.
+    void add(const Project& project, const Deadline& lockedUntil = std::nullopt) const;
+    // Removes a project's whole history: in one step it is none any more, and what it kept is then removed. What an
+    // earlier untrack that was cut short has left is removed as well.
     void untrack(const Project& project) const;
+    // Whether the folder has a history without a record, which is no project's.
+    [[nodiscard]] bool hasRemains(const Project& project) const;
 
     // All tracked projects, by id, but for those whose records can't be read. Throws TidewrackError corrupt when one
     // does not decode, and as refuseForeign().
@@ -82,6 +86,7 @@ class Store {
   private:
     [[nodiscard]] std::string projectsFolder() const { return home + "/projects"; }
     [[nodiscard]] std::vector<std::string> recordPaths() const;
+    void removeUntracked() const;
 };
 
 } // namespace tidewrack

@@ -129,12 +129,18 @@ bool Walker::isIgnored() {
     return wasIgnored_ && wasIgnored_(path_);
 }
 
-std::int64_t Walker::count(const std::string& root, const NameSet& excludes, std::int64_t limit) {
+std::optional<std::int64_t> Walker::count(const std::string& root, const NameSet& excludes, std::int64_t limit,
+                                          const Deadline& deadline) {
+    constexpr std::int64_t betweenLooks = 256; // at the clock
     Options options;
     options.excludes = excludes;
     std::int64_t count = 0;
-    Walker(root, std::move(options)).walk([&](const Item&) { return ++count <= limit; });
-    return count;
+    bool late = false;
+    Walker(root, std::move(options)).walk([&](const Item&) {
+        late = count % betweenLooks == 0 && passed(deadline);
+        return !late && ++count <= limit;
+    });
+    return late ? std::nullopt : std::optional(count);
 }
 
 std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping, Walker::Temporaries temporaries,

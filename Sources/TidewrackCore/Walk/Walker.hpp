@@ -79,8 +79,10 @@ class Walker {
     // Whether git was too slow to answer. One that ends at once was not: it does not take the folder for a repository.
     [[nodiscard]] bool gitWasLate() const { return options_.gitIsLate && options_.gitIsLate(); }
 
-    // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1.
-    [[nodiscard]] static std::int64_t count(const std::string& root, const NameSet& excludes, std::int64_t limit);
+    // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1, and at the deadline,
+    // when there is no count.
+    [[nodiscard]] static std::optional<std::int64_t> count(const std::string& root, const NameSet& excludes,
+                                                           std::int64_t limit, const Deadline& deadline = std::nullopt);
 
   private:
     bool yieldChildren(const FolderListing& listing, const Body& body);

@@ -29,14 +29,30 @@ int track(Invocation& call) {
     return 0;
 }
 
+namespace {
+
+// The project that a word names by its root, or what an untrack that was cut short has left of it. A folder inside it,
+// or a typing error, must not cost the history of the folder around it; a tracked folder that is gone can still be
+// given up by its name.
+Project namedProject(Invocation& call, const std::string& word) {
+    if (word.empty()) throw CliError("missing path"); // a script's unset variable
+    const std::string path = call.absolute(word);
+    Project remains;
+    remains.root = Store::canonical(path);
+    remains.id = Store::projectID(remains.root);
+    if (call.store().hasRemains(remains)) return remains;
+    Project project = call.project(path);
+    if (remains.root == project.root) return project;
+    if (!isFolder(path)) throw TidewrackError::io(path + " is not a folder.");
+    throw TidewrackError::refused(path + " is inside the tracked project " + project.root +
+                                  ". To delete the history of all of it, name that folder.");
+}
+
+} // namespace
+
 int untrack(Invocation& call) {
     const auto path = call.args.word(0);
-    if (path && path->empty()) throw CliError("missing path"); // a script's unset variable
-    const Project project = call.project(path);
-    // A word that is no folder, such as -h or a typing error, must not cost the history of the folder around it;
-    // a tracked folder that is gone can still be given up by its name.
-    if (path && Store::canonical(call.absolute(*path)) != project.root && !isFolder(call.absolute(*path)))
-        throw TidewrackError::io(call.absolute(*path) + " is not a folder.");
+    const Project project = path ? namedProject(call, *path) : call.project();
     const bool dryRun = call.args.has("--dry-run");
     const std::size_t count = dryRun || call.json() ? call.store().history(project).seqs().size() : 0;
     if (!dryRun) call.store().untrack(project);
