@@ -82,7 +82,7 @@ std::vector<std::string> filesChangedBy(Agent agent, std::string_view tool, cons
     std::vector<std::string> named;
     bool relative = true; // a server's relative path may be one in a repository elsewhere
     if (agent == Agent::codex && tool == "apply_patch") {
-        named = filesInPatch(shellCommand(toolInput).value_or(""));
+        named = filesInPatch(shellCommand(toolInput, CommandWords::plain).value_or(""));
     } else if (isFileTool(agent, tool)) {
         named = namedPaths(*toolInput);
     } else if (isChangingServerTool(tool)) {

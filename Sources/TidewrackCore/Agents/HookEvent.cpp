@@ -1,11 +1,13 @@
 #include "Agents/HookEvent.hpp"
 
 #include "Agents/FileTools.hpp"
+#include "Agents/HookEntries.hpp"
 #include "Support/Paths.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <initializer_list>
 
 namespace tidewrack {
@@ -68,16 +70,27 @@ void readTool(Agent agent, const json& object, HookEvent& event) {
         event.kind = HookEvent::Kind::discard;
 }
 
+// Whether a shell would take the word of a list for several, or for a part of another. Patterns, variables and "~" stay
+// as they are, because nobody knows whether a shell gets to see them; and so do operators, which no list for a program
+// would hold.
+bool needsQuotes(std::string_view word) {
+    constexpr std::array<std::string_view, 8> operators = {"&&", "||", "|", ">", ">>", "<", "2>", "&>"};
+    if (std::find(operators.begin(), operators.end(), word) != operators.end()) return false;
+    return word.empty() || word.starts_with('#') || word.find_first_of(" \t\n\r'\"\\`;&|<>()") != word.npos;
+}
+
 } // namespace
 
-std::optional<std::string> shellCommand(const json* toolInput) {
+std::optional<std::string> shellCommand(const json* toolInput, CommandWords words) {
     if (!toolInput || !toolInput->is_object()) return std::nullopt;
     const json* command = member(*toolInput, "command");
     if (!command || !isTextArray(*command)) return asText(command);
+    const bool quotes = words == CommandWords::quoted && command->size() > 1; // one alone is a whole command line
     std::string joined;
     for (const json& word : *command) {
         if (&word != &command->front()) joined += ' ';
-        joined += word.get_ref<const std::string&>();
+        const auto& text = word.get_ref<const std::string&>();
+        joined += quotes && needsQuotes(text) ? shellQuote(text) : text;
     }
     return joined;
 }

@@ -39,8 +39,10 @@ struct HookEvent {
 // expected counts as absent, and an event without a folder gets `fallbackCwd`.
 [[nodiscard]] HookEvent parseHookEvent(Agent agent, const nlohmann::json& object, std::string_view fallbackCwd);
 
-// The command in a tool's input: its "command" as text, or as an array of texts joined with one space.
-// `toolInput` may be null or no object.
-[[nodiscard]] std::optional<std::string> shellCommand(const nlohmann::json* toolInput);
+// The command in a tool's input: its "command" as text, or as an array of texts joined with one space, each so quoted
+// that a shell would take it for one word. `toolInput` may be null or no object.
+enum class CommandWords { quoted, plain };
+[[nodiscard]] std::optional<std::string> shellCommand(const nlohmann::json* toolInput,
+                                                      CommandWords words = CommandWords::quoted);
 
 } // namespace tidewrack
