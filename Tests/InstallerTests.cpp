@@ -3,6 +3,7 @@
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Installer.hpp"
 #include "Commands/Hooks.hpp"
+#include "Support/Files.hpp"
 #include "Support/Json.hpp"
 
 #include <gtest/gtest.h>
@@ -239,6 +240,13 @@ TEST_F(Installer, namesTheFileThatCannotBeReadOrWritten) {
     put(Agent::gemini, "{\"new\":1}");
     EXPECT_NE(thrownBy([&] { replaceConfig(path(Agent::gemini), "{}", "{}"); }).find("meanwhile"), std::string::npos);
     EXPECT_EQ(text(path(Agent::gemini)), "{\"new\":1}");
+    // The same at the last moment.
+    for (const std::optional<std::string>& before : {std::optional<std::string>("{}"), std::optional<std::string>()})
+        EXPECT_FALSE(replaceUserFile(path(Agent::gemini), before, "{}", nullptr));
+    EXPECT_EQ(text(path(Agent::gemini)), "{\"new\":1}");
+    EXPECT_TRUE(replaceUserFile(path(Agent::gemini), "{\"new\":1}", "{}", nullptr));
+    EXPECT_EQ(text(path(Agent::gemini)), "{}");
+    EXPECT_EQ(listFolder(home + "/.gemini").size(), 1U);
 }
 
 TEST_F(Installer, repairPointsTheHooksAtThisProgram) {

@@ -83,7 +83,9 @@ std::optional<std::string> readConfig(const std::string& path) {
     }
 }
 
-void removeLeftoversBeside(const std::string& path, const std::vector<std::string>& texts) {
+void removeLeftoversBeside(const std::string& path, std::vector<std::string> texts) {
+    std::string old; // which a replacement that was cut short leaves under the temporary name
+    if (readFile(backupPath(path), old) == 0) texts.push_back(std::move(old));
     for (const std::string& each : {path, followedLinks(path)}) {
         const std::string folder(parentOf(each));
         try {
@@ -97,9 +99,12 @@ void removeLeftoversBeside(const std::string& path, const std::vector<std::strin
 
 namespace {
 
+[[noreturn]] void failChanged(const std::string& path) {
+    throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
+}
+
 void requireUnchanged(const std::string& path, const std::string& target, const std::optional<std::string>& before) {
-    if (readConfig(target) != before)
-        throw TidewrackError::io(path + " was changed by another program meanwhile; run the command again");
+    if (readConfig(target) != before) failChanged(path);
 }
 
 } // namespace
@@ -121,14 +126,14 @@ std::optional<std::string> replaceConfig(const std::string& path, const std::opt
     if (const int error = makeFolders(folder, 0777)) fail("create", folder, error);
     requireUnchanged(path, target, before);
     if (!before) {
-        writeUserFile(target, bytes, nullptr);
+        if (!replaceUserFile(target, before, bytes, nullptr)) failChanged(path);
         return std::nullopt;
     }
     struct stat status {};
     if (::stat(target.c_str(), &status) != 0) fail("read", path, errno);
     const std::string backup = backupPath(path);
     writeUserFile(backup, *before, &status);
-    writeUserFile(target, bytes, &status);
+    if (!replaceUserFile(target, before, bytes, &status)) failChanged(path);
     return backup;
 }
 

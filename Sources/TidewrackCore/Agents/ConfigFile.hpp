@@ -15,7 +15,7 @@ namespace tidewrack {
 // Removes what a process that died while it replaced the file has left, at both ends of a symbolic link. The folders
 // are the agent's: a file there is ours by its name, its owner and its content, which begins as one of `texts` does, up
 // to where that names our program.
-void removeLeftoversBeside(const std::string& path, const std::vector<std::string>& texts);
+void removeLeftoversBeside(const std::string& path, std::vector<std::string> texts);
 
 // Where replaceConfig keeps the file as it was.
 [[nodiscard]] std::string backupPath(const std::string& path);

@@ -1,6 +1,7 @@
 #include "Support/Files.hpp"
 
 #include "Platform/Attributes.hpp"
+#include "Platform/Copies.hpp"
 #include "Platform/Descriptor.hpp"
 #include "Platform/FolderStream.hpp"
 #include "Platform/OpenFolder.hpp"
@@ -116,7 +117,35 @@ class NewFile {
         return 0;
     }
 
+    // The same where `before` is there; EEXIST where something else is. In one step, as far as the volume can.
+    [[nodiscard]] int commitInPlaceOf(const std::optional<std::string>& before) {
+        if (const int error = writeOut(file_.get())) return error;
+        if (::close(file_.release()) != 0) return errno;
+        const Place ours{AT_FDCWD, temporary_.c_str()};
+        const Place theirs{AT_FDCWD, path_.c_str()};
+        int error = before ? exchange(ours, theirs) : renameUnlessTaken(ours, theirs);
+        if (error == ENOSYS || error == ENOTSUP || error == EINVAL) {
+            if (!holds(path_, before)) return EEXIST;
+            error = ::rename(temporary_.c_str(), path_.c_str()) == 0 ? 0 : errno;
+            exists_ = error != 0;
+            return error;
+        }
+        if (!before) exists_ = error != 0;
+        if (error != 0 || !before || holds(temporary_, before)) return error == ENOENT ? EEXIST : error;
+        if (const int backError = exchange(ours, theirs)) {
+            exists_ = false; // what another program wrote stays under the name that it has now
+            return backError;
+        }
+        return EEXIST;
+    }
+
   private:
+    static bool holds(const std::string& path, const std::optional<std::string>& bytes) {
+        std::string there;
+        const int error = readFile(path, there);
+        return bytes ? error == 0 && there == *bytes : error == ENOENT;
+    }
+
     std::string path_;
     std::string temporary_;
     Descriptor file_;
@@ -152,12 +181,29 @@ void writeFileAfter(const PendingWrites& pending, const std::string& path, std::
     if (error != 0) throw TidewrackError::io("write", path, error);
 }
 
-void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like) {
-    NewFile file(path);
+namespace {
+
+template <typename Commit>
+int writeLike(NewFile& file, std::string_view bytes, const struct stat* like, Commit commit) {
     int error = file.write(bytes, like == nullptr ? std::nullopt : std::optional<mode_t>(0600));
     if (error == 0 && like != nullptr) error = file.takeOver(*like);
-    if (error == 0) error = file.commit(writeOut);
+    return error == 0 ? commit() : error;
+}
+
+} // namespace
+
+void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like) {
+    NewFile file(path);
+    const int error = writeLike(file, bytes, like, [&] { return file.commit(writeOut); });
     if (error != 0) throw TidewrackError::io("write", path, error);
+}
+
+bool replaceUserFile(const std::string& path, const std::optional<std::string>& before, std::string_view bytes,
+                     const struct stat* like) {
+    NewFile file(path);
+    const int error = writeLike(file, bytes, like, [&] { return file.commitInPlaceOf(before); });
+    if (error != 0 && error != EEXIST) throw TidewrackError::io("write", path, error);
+    return error == 0;
 }
 
 int makeFolders(const std::string& path, mode_t mode) {

@@ -39,6 +39,10 @@ void writeFileAfter(const PendingWrites& pending, const std::string& path, std::
 // The same for a file of the user. It gets mode and owner of `like`, as far as our rights go; without `like` (null),
 // the mode that the user's new files have.
 void writeUserFile(const std::string& path, std::string_view bytes, const struct stat* like);
+// The same in the place of what was read there, `before`; none: of nothing. False where something else is there, which
+// stays, also when it came at the last moment.
+[[nodiscard]] bool replaceUserFile(const std::string& path, const std::optional<std::string>& before,
+                                   std::string_view bytes, const struct stat* like);
 
 // Creates a folder with all missing parents. Returns an errno value; an existing folder is success. New folders
 // get `mode`.
