@@ -206,6 +206,9 @@ TEST(Json, printsWhatIsDocumented) {
     usage.projects.emplace_back().usage.largest.push_back({"1/0", "p", 1, 1, {}});
     usage.projects.front().turns["1/0"] = {};
     document.check("usage", usageJson(usage));
+    SnapshotMeta task;
+    task.background = true;
+    document.check("log", json::array({toJson(task)}));
 
     f.write("home/f", "x");
     f.write("home/g", "x");

@@ -36,6 +36,7 @@ struct SnapshotRequest {
     const std::vector<Project>* registry = nullptr;
     // Where nothing changed since the newest snapshot no record is written; the result is that snapshot's.
     bool onlyChanges = false;
+    std::optional<bool> background = std::nullopt;      // of a prompt: SnapshotMeta::background
     std::optional<std::string> reversal = std::nullopt; // of a safety snapshot: SnapshotMeta::reversal
     // What git's answers may take, for callers that have several snapshots taken: they use it up together. Without it
     // each has its own, half a second where there is a deadline.

@@ -196,6 +196,7 @@ void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
     meta.session = request.session;
     meta.turn = request.turn;
     meta.reversal = request.reversal;
+    meta.background = request.background;
 }
 
 void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
@@ -204,6 +205,10 @@ void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
+    const auto isNotKept = [](const Manifest::Item& item) { return item.entry.notKept(); };
+    const auto& items = taken.manifest.items();
+    meta.notKept =
+        std::count_if(items.begin(), items.end(), isNotKept) + static_cast<std::int64_t>(taken.result.unseen.size());
 }
 
 // A snapshot in which nothing changed need not wait for the disk. One before a restore does: what the restore flushes

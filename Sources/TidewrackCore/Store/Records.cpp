@@ -35,6 +35,8 @@ nlohmann::json toJson(const SnapshotMeta& meta) {
     put(object, "session", meta.session);
     put(object, "turn", meta.turn);
     put(object, "reversal", meta.reversal);
+    if (meta.notKept > 0) object["notKept"] = meta.notKept;
+    if (meta.background) object["background"] = *meta.background;
     for (const Stretch& stretch : meta.tookBack)
         object["tookBack"].push_back({{"from", stretch.from}, {"to", stretch.to}});
     return object;
@@ -70,6 +72,8 @@ SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source
     meta.pinned = fields.boolean("pinned");
     meta.durationMs = fields.integer("durationMs");
     meta.reversal = fields.optionalText("reversal");
+    meta.notKept = fields.optionalInteger("notKept").value_or(0);
+    meta.background = fields.optionalBoolean("background");
     for (const JsonFields& stretch : fields.optionalObjects("tookBack"))
         meta.tookBack.push_back({stretch.integer("from"), stretch.integer("to")});
     return meta;

@@ -51,6 +51,11 @@ struct SnapshotMeta {
     std::int64_t deleted = 0;
     bool pinned = false;
     std::int64_t durationMs = 0;
+    // Of a snapshot: how many files and links it lists without their content, and what it could not look into.
+    std::int64_t notKept = 0;
+    // Of a prompt: whether an agent's task in the background sent it, so that no turn begins with it. Absent in older
+    // records.
+    std::optional<bool> background;
     // The two snapshots around a restore only: "restore", "undo" or "redo"; and what it took back in full.
     std::optional<std::string> reversal;
     std::vector<Stretch> tookBack;

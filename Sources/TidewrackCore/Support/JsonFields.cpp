@@ -71,6 +71,11 @@ std::optional<std::int64_t> JsonFields::optionalInteger(const char* key) const {
     return integer(key);
 }
 
+std::optional<bool> JsonFields::optionalBoolean(const char* key) const {
+    if (absent(key)) return std::nullopt;
+    return boolean(key);
+}
+
 std::optional<std::vector<std::string>> JsonFields::optionalTexts(const char* key) const {
     if (absent(key)) return std::nullopt;
     return texts(key);

@@ -31,6 +31,7 @@ class JsonFields {
     // Absent: the key is missing or null.
     [[nodiscard]] std::optional<std::string> optionalText(const char* key) const;
     [[nodiscard]] std::optional<std::int64_t> optionalInteger(const char* key) const;
+    [[nodiscard]] std::optional<bool> optionalBoolean(const char* key) const;
     [[nodiscard]] std::optional<std::vector<std::string>> optionalTexts(const char* key) const;
     [[nodiscard]] std::vector<JsonFields> optionalObjects(const char* key) const; // absent: none
 

@@ -30,9 +30,11 @@ bool isAgents(const SnapshotMeta& meta) {
 }
 
 // The end of a task that an agent left running reaches its hooks as a prompt, which nobody typed.
+// Records of earlier versions tell by their label alone.
 bool isFinishedTask(const SnapshotMeta& meta) {
+    if (meta.kind != "prompt") return false;
     const std::string label = meta.label.value_or("");
-    return meta.kind == "prompt" && (label.starts_with("<task-notification>") || label == "Background task finished");
+    return meta.background.value_or(label.starts_with("<task-notification>") || label == "Background task finished");
 }
 
 // Agents without a session's name have one session each.
