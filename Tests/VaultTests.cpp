@@ -423,11 +423,21 @@ TEST_F(VaultTest, removesOldEntries) {
     ::chmod(folder.at(stored(old)).c_str(), 0500);
     folder.write("store/vault/20200101-000000-1/items/0", "left by a process that died");
     ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("store/vault/20200101-000000-1").c_str(), 0), 0);
-    ASSERT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start)) << "it prunes afterwards";
+    ASSERT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start)) << "it prunes first";
     EXPECT_FALSE(folder.has("store/vault/" + old.id));
     EXPECT_TRUE(folder.has("store/vault/" + recent.id));
     EXPECT_FALSE(folder.has("store/vault/20200101-000000-1"));
-    folder.write("store/vault/20260101-000000-2/items/0", "being copied");
+    const auto leave = [&](const std::string& id, bool hourly) { // an hour and a second ago
+        folder.write("store/vault/" + id + "/items/0", "being copied");
+        if (hourly) folder.write("store/vault/" + id + "/hourly", "");
+        const auto time = std::chrono::nanoseconds((start - seconds(3601)).time_since_epoch()).count();
+        ASSERT_EQ(setModificationTime(AT_FDCWD, folder.at("store/vault/" + id).c_str(), time), 0);
+    };
+    leave("20260101-000000-2", false);
+    leave("20260101-000000-3", true);
+    folder.write("store/vault/" + recent.id + "/hourly", "");
+    vault.prune(Vault::daysKept, start);
+    EXPECT_FALSE(folder.has("store/vault/20260101-000000-3")) << "left by an hourly copy";
     EXPECT_TRUE(vault.backupDotfilesIfDue(folder.at("home"), start + hours(24 * 7000)));
     for (const std::string& kept : {recent.id, std::string("20260101-000000-2")})
         EXPECT_TRUE(folder.has("store/vault/" + kept)) << "one wrong clock takes nothing";

@@ -29,6 +29,7 @@ namespace {
 constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 constexpr std::int64_t secondsBetweenBackups = 3600;
 constexpr const char* backupCommand = "(hourly dotfile backup)";
+constexpr const char* hourlyMark = "hourly"; // a file in the entry's folder
 
 constexpr const char* dotfiles[] = {".ssh",
                                     ".gnupg",
@@ -228,6 +229,7 @@ VaultEntry Vault::writeEntry(const EarlierCopies* earlier, const VaultRequest& r
     entry.turn = request.turn;
     entry.cwd = request.cwd;
     entry.id = makeEntryFolder();
+    if (earlier != nullptr) writeFileSoon(entryFolder(entry.id) + "/" + hourlyMark, "");
     PendingWrites pending;
     Saver saver(*this, entryFolder(entry.id), request, pending);
     for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, earlier, entry);
@@ -336,12 +338,12 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
     writeFileAtomically(marker, "");
     if (const int error = setModificationTime(AT_FDCWD, marker.c_str(), seconds(now) * nanosPerSecond))
         throw TidewrackError::io("write", marker, error);
+    if (believes(now)) prune(daysKept, now); // first: the copy may be cut short, each time anew
     std::vector<std::string> paths;
     for (const char* name : dotfiles) paths.push_back(joined(home, name));
     const EarlierCopies earlier = earlierDotfiles();
     VaultSaved saved =
         saveBeside(&earlier, {.paths = paths, .command = backupCommand, .cwd = home, .deadline = deadline});
-    if (believes(now)) prune(daysKept, now);
     return std::move(saved.entry);
 }
 
@@ -362,11 +364,12 @@ void Vault::prune(std::int64_t days, Date now) const {
         Attributes attributes;
         if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0 || attributes.kind != Attributes::Kind::folder)
             continue;
-        // A process that died while saving left copies without a record.
+        // A process that died while saving left copies without a record; those of an hourly copy nobody will miss.
         const bool unrecorded = !exists(path + "/entry.json");
+        const std::int64_t made = attributes.mtime / nanosPerSecond;
+        const bool cutShort = exists(path + "/" + hourlyMark) && seconds(now) - made > secondsBetweenBackups;
         const auto entry = find(name);
-        if (!(entry ? isOld(seconds(entry->created)) : unrecorded && isOld(attributes.mtime / nanosPerSecond)))
-            continue;
+        if (!(entry ? isOld(seconds(entry->created)) : unrecorded && (isOld(made) || cutShort))) continue;
         (void)::unlink((path + "/entry.json").c_str()); // first: an entry that is listed has its copies
         (void)removeTree(path);
     }

@@ -105,8 +105,8 @@ class Vault {
     enum class Acting { forReal, dryRun };
     VaultRestored restore(const std::string& id, Acting acting = Acting::forReal) const;
 
-    // Saves the user's configuration files when that was last begun more than an hour ago, and then removes entries
-    // older than `daysKept`. None when it is not due.
+    // Saves the user's configuration files when that was last begun more than an hour ago. Before that it removes
+    // entries older than `daysKept`, and what is left of such copies that were cut short. None when it is not due.
     std::optional<VaultEntry> backupDotfilesIfDue(const std::string& home, Date now,
                                                   const Deadline& deadline = std::nullopt) const;
 
