@@ -1,9 +1,11 @@
 #include "Support/HookFixture.hpp"
 #include "Support/Program.hpp"
 
+#include "Agents/AnswerInTime.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Text.hpp"
+#include "Timeline/Timeline.hpp"
 
 #include <sys/stat.h>
 
@@ -195,7 +197,7 @@ TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
     backupDotfiles = true;
     f.write("home/.gitconfig", "x");
     EXPECT_EQ(answer(Agent::claude, Kind::stop, "/"), HookOutput{});
-    EXPECT_EQ(log(), (Lines{"claude dotfiles vault ID: 1 saved, 14 skipped", "claude Stop #5 " + f.at("other")}));
+    EXPECT_EQ(log(), (Lines{"claude Stop #5 " + f.at("other"), "claude dotfiles vault ID: 1 saved, 14 skipped"}));
 }
 
 TEST_F(HookHandlerTest, aDamagedRecordCostsTheOtherProjectsNothing) {
@@ -215,6 +217,11 @@ TEST_F(HookHandlerTest, aDamagedRecordCostsTheOtherProjectsNothing) {
     EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse deny rm -rf ~"});
     EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("\"ask\""), std::string::npos);
     EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse ask rm -rf . → #2 " + project});
+    EXPECT_EQ(shell("rm -rf ../lost"),
+              askReply(Agent::claude, Kind::shell,
+                       "This deletes " + f.at("lost") + ", which contains the tracked project " + f.at("lost") +
+                           ". Tidewrack couldn't snapshot it first: its record can't be read. Allow?"));
+    (void)log();
     EXPECT_EQ(shell("rm ../lost/f"), HookOutput{});
     EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse allow rm ../lost/f → vault ID: 1 saved, 0 skipped"});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
@@ -254,6 +261,13 @@ TEST_F(HookHandlerTest, asksAndEndsTheTurnAlthoughAProjectCannotBeSaved) {
 
 TEST_F(HookHandlerTest, tellsFinishedTasksFromPrompts) {
     world.ok({"track"});
+    (void)answer(Agent::claude, Kind::prompt, project, "first");
+    (void)shell("rm -rf src");
+    (void)answer(Agent::claude, Kind::prompt, project, "Background task finished"); // which somebody typed
+    (void)shell("rm -rf src");
+    EXPECT_EQ(Timeline::of(project, world.history().snapshots()).rows.size(), 3U); // and the one of `track`
+    f.remove("store");
+    world.ok({"track"});
     (void)answer(Agent::claude, Kind::prompt, project, "<task-notification>\n<task-id>b</task-id>");
     (void)answer(Agent::codex, Kind::prompt, project, "<task-notification>");
     EXPECT_EQ(snapshots(),
@@ -268,12 +282,67 @@ TEST_F(HookHandlerTest, answersInTimeWhenAProjectIsLocked) {
     EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("couldn't snapshot it first: there was no time left."),
               std::string::npos);
     EXPECT_EQ(log(), Lines{"claude PreToolUse ask rm -rf . → skipped " + project});
+    EXPECT_NE(shell("rm -rf *").standardOutput.value_or("").find("couldn't snapshot it first: there was no time left."),
+              std::string::npos);
+    (void)log();
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
     const Lines lines = log();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_NE(lines[0].find("error: can't lock "), std::string::npos);
     EXPECT_GE(steady_clock::now() - began, milliseconds(180));
     EXPECT_LT(steady_clock::now() - began, milliseconds(2000));
+}
+
+// Whatever keeps saving from its end, which comes later by itself.
+TEST_F(HookHandlerTest, answersBeforeTheAgentGoesOnWithoutAnAnswer) {
+    world.ok({"track"});
+    std::optional<ProjectLock> held(world.history().lockPath());
+    patience = milliseconds(100);
+    const std::string whole = "This deletes " + project + ", which contains the tracked project " + project +
+                              ". Tidewrack couldn't snapshot it first: there was no time left.";
+    const auto began = steady_clock::now();
+    for (const auto& [command, question] : std::vector<std::pair<std::string, std::string>>{
+             {"rm -rf .", whole + " Tidewrack can't save " + project + ": there was no time left. Allow?"},
+             {"rm -rf src", "This deletes or overwrites " + project +
+                                "/src. Tidewrack can't save it: there was no time left. Allow?"}})
+        EXPECT_EQ(shell(command), askReply(Agent::claude, Kind::shell, question));
+    EXPECT_EQ(shell("mkdir -p new"), HookOutput{});
+    EXPECT_LT(steady_clock::now() - began, milliseconds(3000));
+    held.reset();
+    patience = milliseconds(20000);
+    EXPECT_EQ(shell("rm -rf src"), HookOutput{});
+    EXPECT_EQ(shell("rm -rf .").standardOutput.value_or("").find("couldn't"), std::string::npos);
+    for (int i = 0; i < 200 && world.history().seqs().size() < 6; ++i) std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_GE(world.history().seqs().size(), 5U) << "the late ones have been taken as well";
+    const auto dies = []() -> HookOutput {
+        ::raise(SIGKILL);
+        return {};
+    };
+    EXPECT_EQ(answerInTime({}, dies,
+                           [](const char* why) {
+                               return HookOutput{why, {}, 2};
+                           }),
+              (HookOutput{"saving it failed", {}, 2}));
+    const HookOutput both{"{}", std::string("a\0b", 3), 2};
+    EXPECT_EQ(answerInTime(
+                  {}, [&] { return both; }, [](const char*) { return HookOutput{}; }),
+              both);
+}
+
+TEST_F(HookHandlerTest, beginsToTrackNothingThatDelaysAVerdict) {
+    f.makeFolder("project/.git");
+    f.makeFolder("store/projects/" + Store::projectID(project));
+    const ProjectLock held(f.at("store/projects/" + Store::projectID(project) + "/lock"));
+    const auto began = steady_clock::now();
+    EXPECT_EQ(shell("rm -rf ~").exitCode, 2);
+    EXPECT_LT(steady_clock::now() - began, milliseconds(3000));
+    EXPECT_EQ(log().at(0).find("- track didn't auto-track " + project + ": can't lock "), 0U);
+    if (::geteuid() != 0) GTEST_SKIP() << "giving a folder away needs root";
+    EXPECT_EQ(::chmod(f.path().c_str(), 0755), 0);
+    EXPECT_EQ(::chown(f.at("project/.git").c_str(), 1234, 1234), 0);
+    EXPECT_EQ(unprivileged(
+                  f, [&] { return gitRoot(project).value_or("nobody's"); }, "home"),
+              "nobody's");
 }
 
 TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {

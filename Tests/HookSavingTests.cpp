@@ -32,6 +32,13 @@ TEST_F(HookSaving, saysWhatASnapshotLacks) {
     EXPECT_EQ(lines.at(0), "codex PreToolUse ask rm -rf . → #2 " + project +
                                "; vault ID: 0 saved, 1 skipped; 1 not saved: locked: Permission denied");
     ::chmod(f.at("project/locked").c_str(), 0600);
+    f.makeFolder("project/unseen");
+    ::chmod(f.at("project/unseen").c_str(), 0);
+    const std::string prompt = event(Agent::codex, Kind::prompt, project, "x");
+    (void)unprivileged(f, [&] { return raw(Agent::codex, prompt).standardError.value_or(""); });
+    const std::string noted = log().at(0);
+    EXPECT_NE(noted.find("; 1 not saved: couldn't read unseen: Permission denied, not saved"), noted.npos) << noted;
+    ::chmod(f.at("project/unseen").c_str(), 0700);
 }
 
 // A snapshot without git's answers lacks nothing.
@@ -83,6 +90,9 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
     f.write("other/f", "1");
     world.ok({"track", f.at("other")});
     f.link("project/out", home + "/outside.txt");
+    f.write("project/node_modules/lib/x.js", "left out by its name");
+    f.write("project/large", "larger than the limit");
+    limitSizes(15);
     for (const Agent agent : allAgents) {
         const std::string name(rawValue(agent));
         SCOPED_TRACE(name);
@@ -110,13 +120,19 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
         }
         (void)log();
 
+        for (const char* unkept : {"/node_modules/lib/x.js", "/large"}) { // no snapshot holds them
+            EXPECT_EQ(edits(project + unkept), allowed);
+            EXPECT_EQ(savedOutside(), Lines{project + unkept});
+        }
+        (void)log();
+
         EXPECT_EQ(edits(f.at("store/hooks.log")).exitCode, canAsk(agent) ? 0 : 2);
         EXPECT_NE(edits(project + "/.git/config"), allowed);
         EXPECT_NE(log().at(0).find(" ask editing "), std::string::npos);
 
         const auto noted = notedEdits(f.read("store/projects/" + world.project().id + "/edits.log"));
-        ASSERT_GE(noted.size(), 3U);
-        const NotedEdit& main = noted.at(noted.size() - 3);
+        ASSERT_GE(noted.size(), 5U);
+        const NotedEdit& main = noted.at(noted.size() - 5);
         EXPECT_EQ(main.agent + " " + main.session.value_or("-") + " " + main.path, name + " session src/main.c");
     }
 }
@@ -140,23 +156,32 @@ TEST_F(HookSaving, savesAWorkTreeThatIsThrownAwayAndTellsAnInterruptedTurn) {
 TEST_F(HookSaving, namesWhatItCouldNotSaveInTime) {
     world.ok({"track"});
     f.write("project/src/new", "new");
+    f.write("project/new", "new");
     budget = milliseconds(0);
     const auto expectAsked = [this](const std::string& command, const std::string& path, const std::string& saved) {
-        const std::string asked =
-            "This deletes or overwrites " + path + ". Tidewrack can't save it: there was no time left. Allow?";
+        const std::string asked = "This deletes or overwrites " + path + ". Tidewrack can't save " +
+                                  (path.ends_with(" more") ? "them" : "it") + ": there was no time left. Allow?";
         EXPECT_EQ(shell(command), askReply(Agent::claude, Kind::shell, asked));
         EXPECT_EQ(log(), Lines{"claude PreToolUse ask " + command + " → " + saved});
     };
     expectAsked("rm -rf ~/outside.txt", home + "/outside.txt", "vault ID: 0 saved, 1 skipped");
     EXPECT_EQ(Vault(world.store()).entries().front().skipped, Lines{home + "/outside.txt"});
     expectAsked("rm -rf src", project + "/src", "skipped " + project);
-    expectAllowed("rm -rf node_modules build", "skipped " + project); // no snapshot has them
+    expectAllowed("rm -rf node_modules", "skipped " + project);            // no snapshot has it
+    expectAsked("rm -rf build", project + "/build", "skipped " + project); // which git doesn't ignore
+    expectAsked("rm -rf src new", project + "/new and 1 more", "skipped " + project);
+    if (git(f.path(), "init -q repo")) {
+        f.write("repo/.gitignore", "build\n");
+        f.write("repo/build/out", "built");
+        world.ok({"track", f.at("repo")});
+        expectAllowed("rm -rf ../repo/build", "skipped " + f.at("repo"));
+    }
     f.write("home/repo/.git/HEAD", "x");
     f.write("home/repo/f", "x");
     expectAsked("rm ~/repo/f", home + "/repo/f", "vault ID: 0 saved, 1 skipped"); // too late to count a repository
 
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
-    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 1 skipped"});
+    EXPECT_EQ(log(), Lines{"claude UserPromptSubmit #2 " + project + ", 2 skipped"});
     EXPECT_EQ(world.manifestOf(2).find("src/new")->notKept(), true);
     budget.reset();
     EXPECT_EQ(answer(Agent::claude, Kind::prompt, project, "x"), HookOutput{});
@@ -171,9 +196,7 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
     world.ok({"track", f.at("home/all/tracked")});
     world.ok({"track"});
     f.write("project/large", "larger than the limit");
-    json record = json::parse(f.read("store/projects/" + world.project().id + "/project.json"));
-    record["maxFileSize"] = 15;
-    f.write("store/projects/" + world.project().id + "/project.json", record.dump());
+    limitSizes(15);
     const std::string deletes = "This deletes or overwrites ";
     const std::string manyFiles = ": it has more than 1 files. Allow?";
     struct Row {

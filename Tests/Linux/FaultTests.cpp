@@ -199,8 +199,7 @@ class Attempt {
                 text.erase(volume, text.find('\n', volume) + 1 - volume); // what `track` says of any volume here
         const ::testing::ScopedTrace trace(__FILE__, __LINE__, trace_ + ": " + scene_.f.read("report") + ": " + text);
         EXPECT_LE(std::count(text.begin(), text.end(), '\n'), 1);
-        const bool isHook = operation_.words[0] == "hook";
-        EXPECT_TRUE(isHook || text.empty() || text.starts_with(outcome_.status == 1 ? "tidewrack: " : "warning: "));
+        EXPECT_TRUE(isHook() || text.empty() || text.starts_with(outcome_.status == 1 ? "tidewrack: " : "warning: "));
     }
 
     // What a full disk keeps from being saved is asked about.
@@ -214,6 +213,10 @@ class Attempt {
     }
 
     [[nodiscard]] std::string call() const { return scene_.f.read("report"); }
+    [[nodiscard]] bool isHook() const { return operation_.words[0] == "hook"; }
+    [[nodiscard]] bool newestSnapshotHolds(const std::string& content) const {
+        return scene_.contentsOf(scene_.world.history().seqs().back()).contains(content);
+    }
     [[nodiscard]] std::string newestKind() const { return scene_.world.history().latest()->kind; }
     [[nodiscard]] bool restores() const {
         return operation_.words[0] == "restore" || operation_.words[0] == "undo" || operation_.words[0] == "redo";
@@ -333,7 +336,12 @@ TEST_P(Faults, deathAtEveryCall) {
     const std::size_t calls = atEveryCall(
         GetParam(), [](std::size_t) { return "death"; },
         [](Attempt& attempt) {
-            EXPECT_EQ(attempt.outcome().status, 128 + SIGKILL) << attempt.trace();
+            // A hook answers although the process in which it saves died.
+            const Outcome& outcome = attempt.outcome();
+            EXPECT_TRUE(outcome.status == 128 + SIGKILL || attempt.isHook()) << attempt.trace();
+            EXPECT_TRUE(outcome.status != 0 || outcome.out.find("\"ask\"") != outcome.out.npos ||
+                        attempt.call() == "end")
+                << attempt.trace();
             attempt.check();
         });
     EXPECT_GT(calls, 4U);
@@ -429,6 +437,25 @@ TEST(FaultsOfOthers, whatIsFlushedLaterDoesNotOutliveWhatWasSaved) {
         }
     }
     EXPECT_EQ(reached, 10U);
+}
+
+// What a hook lets go on, on a disk with any room, is saved.
+TEST(FaultsOfOthers, aFullDiskIsNoReasonToAllowALoss) {
+    const TemporaryFolder trial;
+    if (::mount("none", trial.path().c_str(), "tmpfs", 0, nullptr) != 0) GTEST_SKIP() << "mounting is not allowed here";
+    EXPECT_EQ(::umount(trial.path().c_str()), 0);
+    const Operation loses{"loss",
+                          {"hook", "claude"},
+                          [](Scene& scene) { scene.history(); },
+                          runs + R"("tool_input":{"command":"rm -rf unsaved"}})"};
+    std::size_t asked = 0;
+    for (std::size_t blocks = 0; blocks < mostBlocks; ++blocks) {
+        const Attempt attempt(loses, blocks, fullDisk);
+        const bool asks = attempt.outcome().out.find("\"ask\"") != std::string::npos;
+        EXPECT_TRUE(asks || attempt.newestSnapshotHolds("unsaved new file")) << blocks << attempt.outcome().out;
+        if (asks) ++asked;
+    }
+    EXPECT_GT(asked, 0U);
 }
 
 // A snapshot that was killed may have left its names unflushed; one that finds nothing new relies on it.

@@ -80,6 +80,7 @@ class HookHandlerTest : public ::testing::Test {
         HookHandler handler(world.store(), world.environment, home);
         handler.backupDotfiles = backupDotfiles;
         if (budget) handler.budget = *budget;
+        handler.patience = patience;
         return handler.handle(agent, input, world.current);
     }
     HookOutput shell(const std::string& command) const { return answer(Agent::claude, Kind::shell, project, command); }
@@ -102,6 +103,13 @@ class HookHandlerTest : public ::testing::Test {
         for (const SnapshotMeta& meta : world.history().snapshots())
             lines.push_back(meta.kind + " " + meta.agent.value_or("-") + " " + meta.label.value_or("-"));
         return lines;
+    }
+
+    // Larger files of the project are listed only.
+    void limitSizes(std::int64_t most) const {
+        Project limited = world.project();
+        limited.maxFileSize = most;
+        world.store().add(limited);
     }
 
     // The paths that the vault holds copies of, sorted; it is emptied.
@@ -128,6 +136,7 @@ class HookHandlerTest : public ::testing::Test {
     std::string project;
     bool backupDotfiles = false;
     std::optional<milliseconds> budget;
+    std::optional<milliseconds> patience;
 };
 
 } // namespace tidewrack::testing

@@ -3,6 +3,7 @@
 
 #include "Agents/HookContext.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,12 +16,16 @@ class EditedFiles {
 
     // Those of the files that no snapshot of this turn holds as they are, for the caller to save: in a project that the
     // turn had not come to yet, or outside of all projects and there already. What lies in a project is noted in its
-    // "edits.log" as the turn's. A file behind a symbolic link counts as well as the link.
-    [[nodiscard]] std::vector<std::string> notHeld(const std::vector<std::string>& paths);
+    // "edits.log" as the turn's. A file behind a symbolic link counts as well as the link. `unkept` receives, sorted,
+    // those that the turn's snapshot lacks, and that another one would lack too: left out by name, too large,
+    // unreadable.
+    [[nodiscard]] std::vector<std::string> notHeld(const std::vector<std::string>& paths,
+                                                   std::vector<std::string>& unkept);
 
   private:
-    void sortOut(const std::string& path, std::vector<std::string>& unheld);
-    [[nodiscard]] bool holdsTurn(const Project& project) const;
+    void sortOut(const std::string& path, std::vector<std::string>& unheld, std::vector<std::string>& unkept);
+    [[nodiscard]] std::optional<SnapshotMeta> recordOfTurn(const Project& project) const;
+    [[nodiscard]] bool lacks(const SnapshotMeta& record, const Project& project, const std::string& path) const;
 
     HookContext& context_;
 };

@@ -1,9 +1,11 @@
 #include "Agents/HookHandler.hpp"
 
+#include "Agents/AnswerInTime.hpp"
 #include "Agents/EditedFiles.hpp"
 #include "Agents/Question.hpp"
 #include "Agents/SaveBefore.hpp"
 #include "Agents/SnapshotTexts.hpp"
+#include "Shell/Effects.hpp"
 #include "Shell/Guard.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
@@ -12,6 +14,9 @@
 #include "Timeline/LoggedHook.hpp"
 
 #include <nlohmann/json.hpp>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
@@ -73,7 +78,8 @@ class HookCall {
     HookOutput prompt() {
         context_.loadProjects();
         if (const auto project = context_.projectFor(event_.cwd))
-            snapshot(*project, "prompt", isBackgroundTask() ? "Background task finished" : promptLabel());
+            snapshot(*project, "prompt", isBackgroundTask() ? "Background task finished" : promptLabel(),
+                     isBackgroundTask());
         else
             context_.log(event_.name, "not tracked: " + event_.cwd);
         return allowed();
@@ -88,7 +94,18 @@ class HookCall {
 
     HookOutput shell() {
         const std::string command = event_.command.value_or("");
-        return reply(command, shell::analyze(command, startJudging()));
+        shell::Decision decision = shell::analyze(command, startJudging());
+        askAboutUnreadable(decision);
+        return reply(command, std::move(decision));
+    }
+
+    // The folder of a project whose record can't be read is none of the roots that the guard knows.
+    void askAboutUnreadable(shell::Decision& decision) const {
+        if (!context_.hasUnreadableRecords()) return;
+        for (const std::string& path : decision.removed) {
+            const std::string root = Store::canonical(path);
+            if (context_.hasUnreadableRecord(root)) shell::askIfContainsProject(root, {root}, decision.verdict);
+        }
     }
 
     HookOutput edit() {
@@ -115,23 +132,41 @@ class HookCall {
         }
         // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
         // about to change is saved like a command's targets.
+        std::vector<std::string> unkept;
         if (event_.kind == HookEvent::Kind::edit)
-            attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths); });
+            attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths, unkept); });
         const bool asks = verdict_.kind == shell::Verdict::Kind::ask;
         if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty() &&
-            decision.mentioned.empty())
+            decision.mentioned.empty() && unkept.empty())
             return allowed();
-        const SavedBefore saved = save(action, decision);
-        if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
-        const char* kind = verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ";
-        attempt([&] { logAction(kind, action, saved.notes); });
-        return answerTo(verdict_, saved);
+        const auto saving = [&] { return saveAndAnswer(action, decision, unkept); };
+        if (!handler_.patience) return saving();
+        return answerInTime(context_.after(*handler_.patience), saving, [&](const char* why) {
+            const SavedBefore nothing = nothingSaved(context_, decision, why);
+            if (nothing.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
+            return answerTo(verdict_, nothing);
+        });
+    }
+
+    HookOutput saveAndAnswer(const std::string& action, const shell::Decision& decision,
+                             const std::vector<std::string>& unkept) {
+        try {
+            const SavedBefore saved = saveBefore(context_, action, decision, unkept);
+            for (const std::string& failure : saved.failures) context_.logError(failure); // each a line of its own
+            if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
+            const char* kind = verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ";
+            attempt([&] { logAction(kind, action, saved.notes); });
+            return answerTo(verdict_, saved);
+        } catch (const std::exception& error) {
+            context_.logError(error.what());
+            return answerAfter(error.what());
+        }
     }
 
     [[nodiscard]] HookOutput answerTo(const shell::Verdict& verdict, const SavedBefore& saved) const {
         switch (verdict.kind) {
         case shell::Verdict::Kind::deny: return denyReply(context_.agent, verdict.reason);
-        case shell::Verdict::Kind::ask: return askReply(context_.agent, event_.kind, question(verdict.reason, saved));
+        case shell::Verdict::Kind::ask: return askReply(context_.agent, event_.kind, question(verdict, saved));
         case shell::Verdict::Kind::allow: break;
         }
         return allowed();
@@ -160,6 +195,9 @@ class HookCall {
         attempt([&] { judged.cwd = Store::canonical(event_.cwd); });
         judged.protectedPaths = [this] { return ownPaths(); };
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
+        if (context_.hasUnreadableRecords())
+            for (std::string folder = judged.cwd; folder.size() > 1; folder = parentOf(folder))
+                if (context_.hasUnreadableRecord(folder)) judged.projectRoots.push_back(folder);
         context_.beginJudging();
         return judged;
     }
@@ -174,26 +212,23 @@ class HookCall {
         }
     }
 
-    // Each failure is a line of its own in the log.
-    SavedBefore save(const std::string& command, const shell::Decision& decision) {
-        SavedBefore saved = saveBefore(context_, command, decision);
-        for (const std::string& failure : saved.failures) context_.logError(failure);
-        return saved;
-    }
-
     HookOutput stop() {
         // Some clients end this hook right after starting it; the turn's snapshot must still be taken.
         const TerminationIgnored finishing;
         mayBeEnded(); // which does nothing now
-        backUpDotfiles();
+        attempt([this] { endTurns(); });
+        backUpDotfiles(); // last: an agent that ends a late hook may end it here
+        return {};
+    }
+
+    void endTurns() {
         context_.loadProjects();
         const auto here = Store::projectContaining(event_.cwd, context_.projects());
         const auto prompted = here ? promptTime(*here) : std::nullopt;
         if (here) endTurn(*here);
-        if (!event_.session) return {};
+        if (!event_.session) return;
         for (const Project& project : context_.projects())
             if ((!here || project.id != here->id) && isInTurn(project, prompted)) endTurn(project);
-        return {};
     }
 
     // One project's failure costs the others nothing.
@@ -235,8 +270,10 @@ class HookCall {
         }
     }
 
-    void snapshot(const Project& project, const char* kind, std::string label) const {
-        const SnapshotRequest request = context_.request(kind, std::move(label), context_.whole());
+    void snapshot(const Project& project, const char* kind, std::string label,
+                  std::optional<bool> background = std::nullopt) const {
+        SnapshotRequest request = context_.request(kind, std::move(label), context_.whole());
+        request.background = background;
         const SnapshotResult result = handler_.engine.snapshot(project, request);
         std::string line = HookContext::noteOn(result, project);
         for (const std::string& note : HookContext::notesOnGaps(result)) line += "; " + note;
@@ -245,7 +282,7 @@ class HookCall {
     }
 
     void backUpDotfiles() {
-        if (!handler_.backupDotfiles) return;
+        if (!handler_.backupDotfiles || passed(context_.share(3, 5))) return; // the next turn's end has time for it
         try {
             const auto entry = handler_.vault.backupDotfilesIfDue(handler_.home, now(), context_.share(3, 5));
             if (entry) context_.log("dotfiles", noteOn(*entry));
@@ -277,9 +314,19 @@ HookOutput HookHandler::handle(Agent agent, std::string_view input, const std::s
     return HookCall(*this, agent, delayed).answer(input, processFolder);
 }
 
+namespace {
+
+// Anybody may leave a ".git" in a folder that all can write to; git believes none of another user either.
+bool isTrusted(const struct stat& status) {
+    return status.st_uid == ::geteuid() || status.st_uid == 0 || ::geteuid() == 0;
+}
+
+} // namespace
+
 std::optional<std::string> gitRoot(std::string path) {
     while (!path.empty()) {
-        if (exists(joined(path, ".git"))) return path;
+        struct stat status {};
+        if (::lstat(joined(path, ".git").c_str(), &status) == 0 && isTrusted(status)) return path;
         std::string parent(parentOf(path));
         if (parent == path) break;
         path = std::move(parent);

@@ -35,6 +35,9 @@ class HookHandler {
     // After 30 seconds agents run the command without waiting for the answer. What could not be saved within this
     // time is named as skipped.
     std::chrono::milliseconds budget{25000};
+    // When saving takes longer than this, since a slow disk keeps to no budget, the answer is given without waiting for
+    // its end. Saving is then done in a process of its own. None: it is waited for.
+    std::optional<std::chrono::milliseconds> patience;
 
     // `input` is all of standard input. Never throws. For the end of a turn the work is finished even when the process
     // is told to end meanwhile. `delayed` (may be null) is released once that is ensured or not needed.
@@ -42,7 +45,7 @@ class HookHandler {
                                     TerminationDelayed* delayed = nullptr) const;
 };
 
-// The nearest folder at or above `path` that holds ".git", a folder or a file.
+// The nearest folder at or above `path` that holds ".git", a folder or a file, of this user or root.
 [[nodiscard]] std::optional<std::string> gitRoot(std::string path);
 
 // `text` with every run of line breaks as one space, trimmed, and cut to `longest` user-perceived characters, the

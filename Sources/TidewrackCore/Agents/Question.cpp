@@ -23,16 +23,18 @@ std::string onSnapshot(const SavedBefore& saved) {
 
 } // namespace
 
-std::string question(const std::string& reason, const SavedBefore& saved) {
-    std::string text = reason;
-    const bool promises = text.ends_with(shell::snapshotPromise);
+std::string question(const shell::Verdict& verdict, const SavedBefore& saved) {
+    std::string text = verdict.reason;
+    const bool promises = !verdict.promised.empty();
     const bool holds = !saved.notSnapshotted && saved.gaps.count == 0;
     if (!saved.unsaved && (!promises || holds)) return text;
     text.resize(text.size() - (promises ? shell::snapshotPromise.size() : text.ends_with(allow) ? allow.size() : 0));
     if (promises) text += onSnapshot(saved);
     if (!saved.unsaved) return text.append(allow);
-    text += text.empty() ? "This deletes or overwrites " + saved.unsaved->path + ". Tidewrack can't save it"
-                         : " Tidewrack can't save " + saved.unsaved->path;
+    const std::size_t more = saved.unsaved->more;
+    const std::string lost = saved.unsaved->path + (more > 0 ? " and " + std::to_string(more) + " more" : "");
+    text += text.empty() ? "This deletes or overwrites " + lost + ". Tidewrack can't save " + (more > 0 ? "them" : "it")
+                         : " Tidewrack can't save " + lost;
     return text.append(": ").append(saved.unsaved->reason).append(".").append(allow);
 }
 

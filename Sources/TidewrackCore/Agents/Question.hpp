@@ -9,7 +9,7 @@
 namespace tidewrack {
 
 // The question as it stands after saving: what the guard's reason promises must be true, and what can't be saved is
-// said. `reason` is empty where that alone is the reason.
-[[nodiscard]] std::string question(const std::string& reason, const SavedBefore& saved);
+// said. The verdict has no reason where that alone is the reason.
+[[nodiscard]] std::string question(const shell::Verdict& verdict, const SavedBefore& saved);
 
 } // namespace tidewrack

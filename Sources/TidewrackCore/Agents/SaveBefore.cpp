@@ -1,19 +1,21 @@
 #include "Agents/SaveBefore.hpp"
 
+#include "Agents/KeptPaths.hpp"
 #include "Agents/Replaceable.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
+#include "Platform/Process.hpp"
 #include "Store/EditLog.hpp"
 #include "Store/KeepFailure.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/LoggedHook.hpp"
-#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <set>
 
@@ -23,7 +25,6 @@ namespace {
 
 constexpr std::size_t commandLabelLength = 200;
 constexpr auto timeForGuesses = std::chrono::milliseconds(1500); // most of them are about nothing
-constexpr const char* noTime = "there was no time left";
 constexpr const char* noRoom = "there is not enough room for a copy";
 
 bool isFile(const std::string& path) {
@@ -51,7 +52,7 @@ std::string reasonFor(NotSaved reason, const Vault& vault) {
     case NotSaved::tooManyFiles: return "it has more than " + std::to_string(vault.mostFiles) + " files";
     case NotSaved::tooLarge: return "it is too large for a copy on another volume";
     case NotSaved::noRoom: return noRoom;
-    case NotSaved::noTime: return noTime;
+    case NotSaved::noTime: return noTimeLeft;
     case NotSaved::unreadable: return "it can't be read";
     case NotSaved::notThere:
     case NotSaved::inStore:
@@ -60,10 +61,21 @@ std::string reasonFor(NotSaved reason, const Vault& vault) {
     return {};
 }
 
+void noteUnsaved(const HookContext& context, const std::string& path, const std::string& reason, SavedBefore& saved) {
+    const auto project = Store::projectContaining(path, context.projects());
+    const std::string& lasting = project ? project->root : context.handler.home;
+    if (reason.empty() || isReplaceable(path, context.handler.environment, lasting)) return;
+    if (saved.unsaved)
+        ++saved.unsaved->more;
+    else
+        saved.unsaved = Unsaved{path, reason};
+}
+
 class Saving {
   public:
-    Saving(HookContext& context, const std::string& command, const shell::Decision& decision)
-        : context_(context), command_(command), decision_(decision) {}
+    Saving(HookContext& context, const std::string& command, const shell::Decision& decision,
+           const std::vector<std::string>& unkept)
+        : context_(context), command_(command), decision_(decision), outside_(unkept), destroyed_(unkept) {}
 
     SavedBefore run() {
         sortOut();
@@ -75,6 +87,7 @@ class Saving {
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
         saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
+        explainPromise();
         return std::move(saved_);
     }
 
@@ -93,16 +106,26 @@ class Saving {
             request.onlyChanges = certainty == Certainty::guessed;
             const TakenSnapshot taken = context_.handler.engine.snapshotListed(project, request);
             saved_.notes.push_back(HookContext::noteOn(taken.result, project));
+            saved_.snapshotted.push_back(project.root);
             noteGaps(taken.result, project);
             saveUnkept(project, taken.manifest);
         } catch (const std::exception& error) {
             if (passed(deadline)) return skip(project, certainty); // its lock was held all the time
             saved_.failures.emplace_back(error.what());
+            if (certainty == Certainty::guessed) return;
             if (isTakenWhole(project)) return notSnapshotted(error.what());
             const auto* const known = dynamic_cast<const TidewrackError*>(&error);
-            if (known != nullptr && known->isForWantOfRoom() && certainty == Certainty::known)
-                unsavedIn(project, noRoom);
+            if (known != nullptr && known->isForWantOfRoom()) lose(project, noRoom);
+            if (known != nullptr && known->systemError() == EIO) lose(project, errorText(EIO));
         }
+    }
+
+    // The guard's reason may promise a snapshot of a project that was none to take one of.
+    void explainPromise() {
+        const std::string& root = decision_.verdict.promised;
+        const auto& has = saved_.snapshotted;
+        if (root.empty() || saved_.notSnapshotted || std::find(has.begin(), has.end(), root) != has.end()) return;
+        notSnapshotted(context_.hasUnreadableRecord(root) ? "its record can't be read" : "it can't be found");
     }
 
     void noteGaps(const SnapshotResult& result, const Project& project) {
@@ -110,51 +133,35 @@ class Saving {
         for (std::string& note : HookContext::notesOnGaps(result)) gapNotes_.push_back(std::move(note));
         if (!isTakenWhole(project)) return;
         const auto late = static_cast<std::size_t>(result.late);
-        if (saved_.gaps.count == 0) saved_.gaps.reason = gaps.count > 0 ? gaps.reason : noTime;
+        if (saved_.gaps.count == 0) saved_.gaps.reason = gaps.count > 0 ? gaps.reason : noTimeLeft;
         saved_.gaps.count += gaps.count + late;
     }
 
     void skip(const Project& project, Certainty certainty) {
         saved_.notes.push_back("skipped " + loggedText(project.root));
         if (certainty == Certainty::guessed) return;
-        if (isTakenWhole(project)) return notSnapshotted(noTime);
-        unsavedIn(project, noTime);
+        if (isTakenWhole(project)) return notSnapshotted(noTimeLeft);
+        lose(project, noTimeLeft);
     }
 
-    // What the command destroys of a project that got no snapshot.
-    void unsavedIn(const Project& project, const char* reason) {
+    // The project has no snapshot of what the command destroys.
+    void lose(const Project& project, const std::string& reason) {
+        KeptPaths kept(context_.handler.store.history(project), project);
         for (const std::string& path : destroyed_) {
             const auto holder = Store::projectContaining(path, context_.projects()); // not one around it
-            if (holder && holder->id == project.id && exists(path) && !isLeftOut(path, project)) unsaved(path, reason);
+            if (holder && holder->id == project.id && exists(path) && !kept.leavesOut(path)) unsaved(path, reason);
         }
     }
 
-    // Whether no snapshot of the project has the path, by its name.
-    static bool isLeftOut(std::string_view path, const Project& project) {
-        const auto& ifIgnored = project.excludesIfIgnored.value_or(defaultExcludesIfIgnored());
-        for (; path.size() > project.root.size(); path = parentOf(path)) {
-            const std::string_view name = lastComponent(path);
-            for (const auto* names : {&project.excludes, &ifIgnored})
-                if (std::find(names->begin(), names->end(), name) != names->end()) return true;
-        }
-        return false;
+    [[nodiscard]] bool isTakenWhole(const Project& project) const {
+        return whole_.contains(project.id) || project.root == decision_.verdict.promised;
     }
-
-    [[nodiscard]] bool isTakenWhole(const Project& project) const { return whole_.contains(project.id); }
 
     void notSnapshotted(std::string reason) {
         if (!saved_.notSnapshotted) saved_.notSnapshotted = std::move(reason);
     }
 
-    void unsaved(const std::string& path, const std::string& reason) {
-        const auto project = Store::projectContaining(path, context_.projects());
-        const std::string& lasting = project ? project->root : context_.handler.home;
-        if (reason.empty() || isReplaceable(path, context_.handler.environment, lasting)) return;
-        if (saved_.unsaved)
-            ++saved_.unsaved->more;
-        else
-            saved_.unsaved = Unsaved{path, reason};
-    }
+    void unsaved(const std::string& path, const std::string& reason) { noteUnsaved(context_, path, reason, saved_); }
 
     // What the command destroys of a project although its snapshot lists it alone, because it was too large or could
     // not be read, is left to the vault.
@@ -174,7 +181,7 @@ class Saving {
             if (!at->entry.notKept() || !isAtOrBelow(at->path, gone)) continue;
             const std::string path = joined(project.root, at->path);
             if (KeepFailure::fromBlob(at->entry.blob).why == KeepFailure::Why::late)
-                unsaved(path, noTime);
+                unsaved(path, noTimeLeft);
             else
                 outside_.push_back(path);
         }
@@ -302,8 +309,19 @@ class Saving {
 
 } // namespace
 
-SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision) {
-    return Saving(context, command, decision).run();
+SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision,
+                       const std::vector<std::string>& unkept) {
+    return Saving(context, command, decision, unkept).run();
+}
+
+SavedBefore nothingSaved(const HookContext& context, const shell::Decision& decision, const std::string& why) {
+    SavedBefore saved;
+    saved.notSnapshotted = why;
+    for (const std::string& target : decision.targets) {
+        const bool goes = isIn(decision.removed, target) || (!isIn(decision.keptWhole, target) && isFile(target));
+        if (goes && exists(target)) noteUnsaved(context, target, why, saved);
+    }
+    return saved;
 }
 
 } // namespace tidewrack

@@ -22,12 +22,21 @@ struct Unsaved {
 struct SavedBefore {
     std::vector<std::string> notes;            // for the log: what was saved, and what there was no time for
     std::vector<std::string> failures;         // what went wrong, one sentence each, for the log
+    std::vector<std::string> snapshotted;      // roots of the projects that have a snapshot
     std::optional<std::string> notSnapshotted; // why a project that the command takes whole has no snapshot
     Gaps gaps;                                 // in the snapshots of such projects
     std::optional<Unsaved> unsaved;
 };
 
-// Never throws: one failure does not stop the others, and no failure changes what is answered to the command.
-[[nodiscard]] SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision);
+// `unkept`: files of projects that no snapshot holds, which the command changes as well; sorted. Never throws: one
+// failure does not stop the others, and no failure changes what is answered to the command.
+[[nodiscard]] SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision,
+                                     const std::vector<std::string>& unkept = {});
+
+// What has to be asked where nothing is known to be saved, for the reason `why`. Looks at the targets alone.
+[[nodiscard]] SavedBefore nothingSaved(const HookContext& context, const shell::Decision& decision,
+                                       const std::string& why);
+
+inline constexpr const char* noTimeLeft = "there was no time left";
 
 } // namespace tidewrack

@@ -51,6 +51,8 @@ struct Verdict {
 
     Kind kind = Kind::allow;
     std::string reason; // empty for allow
+    // The root of the tracked project of which the reason, which ends with snapshotPromise, promises a snapshot.
+    std::string promised = {};
 
     // Takes `other` when that is the stronger one.
     void raiseTo(Verdict other);

@@ -289,7 +289,7 @@ void askIfContainsProject(std::string_view path, const std::vector<std::string>&
             .append(root)
             .append(".")
             .append(snapshotPromise);
-        verdict = {Verdict::Kind::ask, std::move(reason)};
+        verdict = {Verdict::Kind::ask, std::move(reason), root};
         return;
     }
 }

@@ -26,6 +26,7 @@ class TidewrackError : public std::runtime_error {
     static TidewrackError io(const std::string& action, const std::string& path, int error);
 
     [[nodiscard]] Kind kind() const { return kind_; }
+    [[nodiscard]] int systemError() const { return systemError_; } // 0 where none is known
     // Whether it is for want of room on a volume, or within a user's share of it.
     [[nodiscard]] bool isForWantOfRoom() const { return systemError_ == ENOSPC || systemError_ == EDQUOT; }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 namespace tidewrack::commands {
 
@@ -18,6 +19,9 @@ namespace {
 // Far more than an event with a long prompt takes. What is longer is read to its end, so that the agent can finish
 // writing, but not kept: cut short it is no JSON and gets the answer to unreadable input.
 constexpr std::size_t longestEvent = std::size_t{32} << 20;
+
+// Two seconds less than agents wait for an answer.
+constexpr auto patienceOfAgents = std::chrono::seconds(28);
 
 std::string readEvent(int input) {
     std::string event;
@@ -35,8 +39,9 @@ HookOutput answer(Agent agent, const Surroundings& around, TerminationDelayed& d
     Trace::silence();
     const std::string event = readEvent(around.input);
     try {
-        const HookHandler handler(Store::fromEnvironment(around.environment), around.environment,
-                                  homeFolder(around.environment));
+        HookHandler handler(Store::fromEnvironment(around.environment), around.environment,
+                            homeFolder(around.environment));
+        handler.patience = patienceOfAgents;
         return handler.handle(agent, event, around.currentFolder, &delayed);
     } catch (const std::exception&) { // no home folder: there is no store, and no log to tell it to
         return {};
