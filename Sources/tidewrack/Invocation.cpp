@@ -88,8 +88,7 @@ std::int64_t Invocation::number(const Project& project, const SnapshotWord& word
     std::int64_t lastTurn = 0;
     if (word.kind == SnapshotWord::Kind::lastTurn) {
         const Timeline timeline = Timeline::of(project.root, snapshots);
-        for (auto row = timeline.rows.rbegin(); row != timeline.rows.rend(); ++row) // the newest comes last
-            if (row->type == TimelineRow::Type::turn) lastTurn = row->first;
+        if (const TimelineRow* turn = timeline.newestTurn()) lastTurn = turn->first;
     }
     const auto fits = [&](const SnapshotMeta& meta) {
         switch (word.kind) {
@@ -137,6 +136,11 @@ void Invocation::warn(const std::vector<std::string>& warnings) {
 
 void Invocation::warn(const std::vector<Warning>& warnings) {
     warn(warningTexts(warnings));
+}
+
+void Invocation::warnOfUnread(const std::vector<UnreadRecord>& unread) {
+    for (const UnreadRecord& record : unread)
+        warn(std::vector<std::string>{"#" + std::to_string(record.seq) + " is left out: " + record.reason});
 }
 
 } // namespace tidewrack

@@ -58,6 +58,8 @@ class Invocation {
     // One line on standard error for each.
     void warn(const std::vector<std::string>& warnings);
     void warn(const std::vector<Warning>& warnings);
+    // The same of records that cost what they alone tell.
+    void warnOfUnread(const std::vector<UnreadRecord>& unread);
 
   private:
     Look look_;

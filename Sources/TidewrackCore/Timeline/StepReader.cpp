@@ -121,10 +121,7 @@ void StepReader::add(const TimelineRow& row, const Part& part, UndoSteps& steps)
 void StepReader::noteOwners(const TimelineRow& row, const Stretch& stretch, UndoStep& step) const {
     const Date from = record(stretch.from).created;
     std::optional<Date> to;
-    if (stretch.to != untilNow) {
-        const SnapshotMeta& meta = record(stretch.to);
-        to = meta.created + std::chrono::ceil<std::chrono::seconds>(std::chrono::milliseconds(meta.durationMs));
-    }
+    if (stretch.to != untilNow) to = endOf(record(stretch.to));
     for (const NotedEdit& edit : edits_) {
         if (edit.time < row.began || (to && *to < edit.time)) continue;
         const bool own = edit.agent == row.agent && edit.session == row.session;

@@ -384,6 +384,20 @@ const TimelineRow* Timeline::turnAt(std::int64_t seq) const {
     return during;
 }
 
+const TimelineRow* Timeline::newestTurn() const {
+    const auto found = std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row.type == Type::turn; });
+    return found == rows.end() ? nullptr : &*found;
+}
+
+std::string spanText(std::int64_t first, std::int64_t last) {
+    const std::string text = "#" + std::to_string(first);
+    return first == last ? text : text + "–#" + std::to_string(last);
+}
+
+Date endOf(const SnapshotMeta& meta) {
+    return meta.created + std::chrono::ceil<std::chrono::seconds>(std::chrono::milliseconds(meta.durationMs));
+}
+
 bool isSameTurn(const TimelineRow& one, const TimelineRow& other) {
     if (one.type != Type::turn || other.type != Type::turn) return false;
     if (one.agent != other.agent || one.session != other.session || !one.session) return false;

@@ -93,7 +93,15 @@ struct Timeline {
     // The newest turn that snapshot `seq` belongs to: which it began or ended with, or which was at work then. None
     // when there is none.
     [[nodiscard]] const TimelineRow* turnAt(std::int64_t seq) const;
+    // None when no agent was at work here.
+    [[nodiscard]] const TimelineRow* newestTurn() const;
 };
+
+// "#3–#5", or "#3" for one snapshot.
+[[nodiscard]] std::string spanText(std::int64_t first, std::int64_t last);
+
+// When a snapshot was complete.
+[[nodiscard]] Date endOf(const SnapshotMeta& meta);
 
 // Whether a row of another project's timeline is the same turn.
 [[nodiscard]] bool isSameTurn(const TimelineRow& one, const TimelineRow& other);

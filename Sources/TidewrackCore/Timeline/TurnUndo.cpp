@@ -297,13 +297,13 @@ bool TurnUndo::isIdle(const UndoChoice& choice, const Options& options) const {
 
 namespace {
 
-std::string spanText(const UndoChoice& choice) {
+std::string spanOf(const UndoChoice& choice) {
     const TimelineRow& oldest = choice.rows.back();
-    return "#" + std::to_string(oldest.first) + "–#" + std::to_string(std::max(choice.rows.front().last, oldest.first));
+    return spanText(oldest.first, std::max(choice.rows.front().last, oldest.first));
 }
 
 std::string label(const UndoChoice& choice) {
-    return (choice.by == "redo" ? "Before redoing " : "Before undoing ") + spanText(choice);
+    return (choice.by == "redo" ? "Before redoing " : "Before undoing ") + spanOf(choice);
 }
 
 } // namespace
@@ -352,7 +352,7 @@ void TurnUndo::checkPaths(const UndoChoice& choice, const UndoSteps& steps, cons
     for (const std::string& path : options.paths) {
         const bool found = std::any_of(changed.begin(), changed.end(),
                                        [&](const std::string& each) { return isAtOrBelow(each, path); });
-        if (!found) throw TidewrackError::refused(path + " isn't in what " + spanText(choice) + " changed.");
+        if (!found) throw TidewrackError::refused(path + " isn't in what " + spanOf(choice) + " changed.");
     }
 }
 

@@ -39,8 +39,7 @@ int find(Invocation& call) {
     FindReport report;
     std::vector<UnreadRecord> unread;
     report.records = call.store().history(project).snapshots(unread);
-    for (const UnreadRecord& record : unread)
-        call.warn({"#" + std::to_string(record.seq) + " is left out: " + record.reason});
+    call.warnOfUnread(unread);
     report.found = findPaths(call.engine(), project, report.records, NamePattern(*text));
     auto& paths = report.found.paths;
     const std::size_t all = paths.size();

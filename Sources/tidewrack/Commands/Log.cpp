@@ -71,11 +71,6 @@ After changesAfter(const SnapshotMeta& meta, const SnapshotMeta& newer, const st
             countsText(counts) + " (without " + first + last + (hasUnread ? ", unreadable)" : ", pruned)")};
 }
 
-void warnOfUnread(Invocation& call, const std::vector<UnreadRecord>& unread) {
-    for (const UnreadRecord& record : unread)
-        call.warn({"#" + std::to_string(record.seq) + " is left out: " + record.reason});
-}
-
 std::string whenText(const Invocation& call, Date date) {
     return call.args.has("--time") ? clockText(date, now()) : ago(date, now());
 }
@@ -94,7 +89,7 @@ void logOfAll(Invocation& call, const Project& project, std::size_t most) {
     auto soFar = newest ? countsSoFar(call.engine(), project, *newest) : CountsSoFar();
     std::vector<UnreadRecord> unread;
     auto snapshots = history.snapshots(unread);
-    if (call.json()) warnOfUnread(call, unread);
+    if (call.json()) call.warnOfUnread(unread);
     std::reverse(snapshots.begin(), snapshots.end());
     if (compares && !snapshots.empty() && snapshots.front().seq != newest) { // one came or went meanwhile
         soFar = {};                                                          // waits for the end of the other one
@@ -138,7 +133,7 @@ void warnOrRefuse(Invocation& call, const PathTrail& trail, const std::string& p
 void logOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
     std::vector<UnreadRecord> unread;
     const auto records = call.store().history(project).snapshots(unread);
-    warnOfUnread(call, unread);
+    call.warnOfUnread(unread);
     nlohmann::json list = nlohmann::json::array();
     std::size_t listed = 0;
     const auto show = [&](const PathStep& step) {
@@ -190,7 +185,7 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
     const TurnUndo undo(call.engine(), project);
     std::vector<UnreadRecord> unread;
     const auto records = call.store().history(project).snapshots(unread);
-    warnOfUnread(call, unread);
+    call.warnOfUnread(unread);
     std::vector<TimelineRow> rows = undo.timeline().rows;
     for (TimelineRow& row : rows) row.counts = Changes::Counts();
     const auto add = [&](const PathStep& step) {

@@ -33,9 +33,7 @@ TimelineRow shownTurn(Invocation& call, const Project& project, const TurnUndo& 
     const auto word = call.args.word(0);
     if (word && word != "last" && word != "last-turn")
         return undo.turn(call.number(project, call.snapshotWord(0, "snapshot"))).rows.front();
-    for (const TimelineRow& row : undo.timeline().rows)
-        if (row.type == TimelineRow::Type::turn) return row;
-    throw TidewrackError::refused("No agent's turn is on record here yet.");
+    return newestTurn(undo);
 }
 
 Changes joined(Changes all, const Changes& more) {
@@ -57,6 +55,12 @@ std::string stretchText(const Stretch& stretch) {
 }
 
 } // namespace
+
+const TimelineRow& newestTurn(const TurnUndo& undo) {
+    const TimelineRow* turn = undo.timeline().newestTurn();
+    if (turn == nullptr) throw TidewrackError::refused("No agent's turn is on record here yet.");
+    return *turn;
+}
 
 bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle) {
     const TurnUndo undo(call.engine(), project);

@@ -11,6 +11,8 @@
 namespace tidewrack {
 
 class Invocation;
+class TurnUndo;
+struct TimelineRow;
 
 namespace commands {
 
@@ -20,6 +22,8 @@ int undoTurns(Invocation& call);
 // `undo` without a word shows what `undo --last` would do and asks, where there is a terminal to ask on.
 [[nodiscard]] bool canAsk(Invocation& call);
 int undoAsking(Invocation& call);
+// Throws refused when no agent was at work in the project.
+[[nodiscard]] const TimelineRow& newestTurn(const TurnUndo& undo);
 // Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing
 // did (`idle`). Whether it named one.
 bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle);

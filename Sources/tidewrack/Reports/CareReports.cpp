@@ -1,6 +1,7 @@
 #include "Reports/CareReports.hpp"
 
 #include "Platform/Process.hpp"
+#include "Reports/TextReports.hpp"
 #include "Support/Dates.hpp"
 #include "Support/Text.hpp"
 
@@ -18,13 +19,7 @@ using Fault = Damage::Fault;
 
 constexpr std::size_t mostRows = 20; // of one project
 constexpr std::size_t mostPaths = 3; // of one row
-constexpr std::size_t longestTitle = 60;
 constexpr std::int64_t second = 1'000'000'000;
-
-std::string shortened(const std::string& title) {
-    if (characterCount(title) <= longestTitle) return title;
-    return std::string(firstCharacters(title, longestTitle - 1)) + "…";
-}
 
 const char* partName(Part part) {
     switch (part) {
@@ -227,7 +222,7 @@ std::string largestText(const UsageReport::Of& of, const Look& look) {
                 look.shown(content.path.empty() ? "blobs/" + content.blob : content.path) + "  #" +
                 std::to_string(content.seq);
         if (const auto turn = of.turns.find(content.blob); turn != of.turns.end())
-            text += "  " + look.shown(turn->second.agent + " \"" + shortened(turn->second.title) + "\"");
+            text += "  " + look.shown(turn->second.agent + " \"" + shortTitle(turn->second.title) + "\"");
         text += "\n";
     }
     return text;

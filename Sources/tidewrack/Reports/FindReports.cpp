@@ -30,11 +30,6 @@ const SnapshotMeta* recordOf(const FindReport& report, std::int64_t seq) {
     return found == report.records.end() ? nullptr : &*found;
 }
 
-std::string spanText(const Stretch& span) {
-    const std::string first = "#" + std::to_string(span.from);
-    return span.from == span.to ? first : first + "–#" + std::to_string(span.to);
-}
-
 std::string goneText(const FindReport& report, const FoundPath& found, Date now, const Look& look) {
     if (!found.goneIn) return "gone since then";
     std::string text = "gone in #" + std::to_string(*found.goneIn);
@@ -65,8 +60,9 @@ std::string findText(const FindReport& report, Date now, const Look& look) {
     std::string text;
     for (const FoundPath& found : report.found.paths) {
         text += look.shown(found.path) + (found.kind == EntryKind::dir ? "/" : "") + "  ";
-        for (const Stretch& span : found.earlier) text += spanText(span) + ", ";
-        text += spanText(found.during) + "  " + (found.isThere ? "there now" : goneText(report, found, now, look));
+        for (const Stretch& span : found.earlier) text += spanText(span.from, span.to) + ", ";
+        text += spanText(found.during.from, found.during.to) + "  " +
+                (found.isThere ? "there now" : goneText(report, found, now, look));
         if (found.inside > 0)
             text += ", with " + std::to_string(found.inside) + (found.inside == 1 ? " path" : " paths") + " in it";
         if (found.movedTo && !found.isThere) text += ", moved to " + look.shown(*found.movedTo);

@@ -12,6 +12,7 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t longestLabel = 60;
+constexpr std::size_t longestTitle = 60;
 constexpr std::string_view green = "\x1b[32m";
 constexpr std::string_view yellow = "\x1b[33m";
 constexpr std::string_view red = "\x1b[31m";
@@ -55,6 +56,12 @@ std::string countsText(const Changes::Counts& counts) {
     if (counts.sum() == 0) return "no changes";
     return "+" + std::to_string(counts.added) + " ~" + std::to_string(counts.modified) + " -" +
            std::to_string(counts.deleted);
+}
+
+std::string shortTitle(const std::string& title) {
+    std::string repaired = repairedUtf8(title);
+    if (characterCount(repaired) <= longestTitle) return repaired;
+    return std::string(firstCharacters(repaired, longestTitle - 1)) + "…";
 }
 
 std::string filesText(std::size_t count) {

@@ -15,6 +15,9 @@ namespace tidewrack {
 // "+3 ~0 -1", or "no changes" when all are 0.
 [[nodiscard]] std::string countsText(const Changes::Counts& counts);
 
+// A turn's prompt, or what else stands for a title, at most 60 characters long.
+[[nodiscard]] std::string shortTitle(const std::string& title);
+
 // "1 file", "2 files"
 [[nodiscard]] std::string filesText(std::size_t count);
 

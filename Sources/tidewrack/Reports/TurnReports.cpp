@@ -19,21 +19,8 @@ using End = TimelineRow::End;
 using Kind = UndoAction::Kind;
 using Reason = UndoAction::Reason;
 
-constexpr std::size_t longestTitle = 60;
-
-std::string shortened(const std::string& text) {
-    std::string repaired = repairedUtf8(text);
-    if (characterCount(repaired) <= longestTitle) return repaired;
-    return std::string(firstCharacters(repaired, longestTitle - 1)) + "…";
-}
-
 std::string quoted(const std::string& title, const Look& look) {
-    return title.empty() ? "" : "\"" + look.shown(shortened(title)) + "\"";
-}
-
-std::string numbers(std::int64_t first, std::int64_t last) {
-    const std::string text = "#" + std::to_string(first);
-    return first == last ? text : text + "–#" + std::to_string(last);
+    return title.empty() ? "" : "\"" + look.shown(shortTitle(title)) + "\"";
 }
 
 const char* name(Type type) {
@@ -196,7 +183,7 @@ json rowJson(const TimelineRow& row) {
 std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Date now, const Look& look) {
     std::string text;
     for (const TimelineRow& row : rows) {
-        text += numbers(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row, look);
+        text += spanText(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row, look);
         if (!row.title.empty()) text += "  " + quoted(row.title, look);
         if (row.type != Type::manual) text += "  " + countsText(row.counts.value_or(Changes::Counts()));
         text += notes(row, look) + "\n";
@@ -225,7 +212,7 @@ std::string timesText(const TimelineRow& row, Date now, const Look& look) {
 std::string choiceText(const UndoChoice& choice, Date now, const Look& look) {
     const TimelineRow& newest = choice.rows.front();
     const TimelineRow& oldest = choice.rows.back();
-    const std::string range = numbers(oldest.first, std::max(newest.last, oldest.first));
+    const std::string range = spanText(oldest.first, std::max(newest.last, oldest.first));
     const std::string agent = agentText(newest, look);
     const std::string of = " of " + clockText(newest.began, now);
     if (choice.rows.size() > 1) return std::to_string(choice.rows.size()) + " turns of " + agent + ", " + range;
