@@ -77,6 +77,17 @@ class Turns : public ::testing::Test {
         const Outcome outcome = world.run(words);
         return std::to_string(outcome.status) + "\n" + outcome.out + outcome.err;
     }
+    // The dry run changes nothing, and tells what is done then.
+    void expectTakenBack(std::vector<std::string> words, const std::string& status, const std::string& list) const {
+        const std::string before = f.listing("project");
+        const auto newest = world.history().newestSeq();
+        words.emplace_back("--dry-run");
+        EXPECT_EQ(back(words), status + "\nWould take back " + list + "Nothing was changed.\n");
+        EXPECT_EQ(f.listing("project"), before);
+        EXPECT_EQ(world.history().newestSeq(), newest);
+        words.pop_back();
+        EXPECT_EQ(back(words), status + "\nTook back " + list + "Take this back with: tidewrack redo\n");
+    }
     std::string config() const { return f.read("project/config"); }
 
     World world;
@@ -145,12 +156,7 @@ TEST_F(Turns, oneTurnGoesAndTheLaterOneStays) {
                                  "+ src/deep/er.c\n"
                                  "+ src/main.c\n"
                                  "2 files put back, 1 overwritten, 1 merged.\n";
-        EXPECT_EQ(back({"undo", "--turn", number(2), "--dry-run"}),
-                  "0\nWould take back " + list + "Nothing was changed.\n");
-        EXPECT_EQ(f.listing("project"), after);
-        EXPECT_EQ(world.store().history(world.project()).newestSeq(), first + 5);
-        EXPECT_EQ(back({"undo", "--turn", number(2)}),
-                  "0\nTook back " + list + "Take this back with: tidewrack redo\n");
+        expectTakenBack({"undo", "--turn", number(2)}, "0", list);
         EXPECT_EQ(config(), "port = 80\ndebug = on\n");
         EXPECT_EQ(f.read("project/README.md") + f.read("project/notes") + f.read("project/plan.md"),
                   "the original\none\ntwo\na plan\n");
@@ -183,22 +189,30 @@ TEST_F(Turns, laterWorkSurvives) {
     f.write("project/new", "changed\n");
     f.remove("project/src/main.c");
     const std::string before = f.listing("project");
-    const std::string list =
-        "turn #2–#3 of claude, \"one\":\n"
-        "~ README.md\n"
-        "! config  the same lines changed again in #5 (claude, \"two\")\n"
-        "! new  changed again since\n"
-        "! notes  made anew in #5 (claude, \"two\")\n"
-        "! src/main.c  deleted since\n"
-        "1 file overwritten.\n"
-        "4 paths are left alone; --force puts such paths back whole, --keep-later passes over them.\n";
-    EXPECT_EQ(back({"undo", "--turn", "3", "--dry-run"}), "3\nWould take back " + list + "Nothing was changed.\n");
-    EXPECT_EQ(back({"undo", "--turn", "3"}), "3\nTook back " + list + "Take this back with: tidewrack redo\n");
+    expectTakenBack({"undo", "--turn", "3"}, "3",
+                    "turn #2–#3 of claude, \"one\":\n"
+                    "~ README.md\n"
+                    "! config  the same lines changed again in #5 (claude, \"two\")\n"
+                    "! new  changed again since\n"
+                    "! notes  made anew in #5 (claude, \"two\")\n"
+                    "! src/main.c  deleted since\n"
+                    "1 file overwritten.\n"
+                    "4 paths are left alone; --force puts such paths back whole, --keep-later passes over them.\n");
     EXPECT_EQ(f.read("project/README.md") + config(), "the original\nport = 2\ndebug = off\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "--keep-later", "config", "new"}),
               "0\nNothing of turn #2–#3 of claude, \"one\" is taken back:\n"
               "  config  kept: changed again in #5 (claude, \"two\")\n"
               "  new  kept: changed again in #6\n");
+    // The newest turn stays the one that is meant, and a redo tells the same.
+    f.write("project/config", "port = 3\ndebug = off\n");
+    EXPECT_EQ(back({"undo", "--last", "--keep-later", "config"}),
+              "0\nNothing of turn #4–#5 of claude, \"two\" is taken back:\n  config  kept: changed again since\n");
+    f.write("project/config", "port = 2\ndebug = off\n");
+    f.write("project/README.md", "mine\n");
+    EXPECT_TRUE(std::regex_match(back({"redo", "--keep-later"}),
+                                 std::regex("0\nNothing of the undo #6–#7 of .* is taken back:\n"
+                                            "  README.md  kept: changed again since\n")));
+    f.write("project/README.md", "the original\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "--force", "src", "notes"}).front(), '0');
     EXPECT_EQ(f.read("project/notes") + f.read("project/src/main.c") + f.read("project/new"),
               "one\nint main;\nchanged\n");
@@ -269,11 +283,39 @@ TEST_F(Turns, filesTooLargeToBeKept) {
                              "! README.md  changed again since, too large to merge\n"
                              "! config  it couldn't be saved first (it was larger than the size limit)\n"
                              "! large  it couldn't be saved first (it was larger than the size limit)\n"
-                             "1 path is left alone; --force puts such paths back whole, --keep-later passes over "
-                             "them.\n";
+                             "3 paths are left alone; --force puts 1 back whole, --keep-later passes over 1.\n";
     EXPECT_EQ(back({"undo", "--last", "--dry-run"}), text + "Nothing was changed.\n");
     EXPECT_EQ(back({"undo", "--last"}), text);
     EXPECT_EQ(world.history().newestSeq(), 3); // not even a snapshot
+}
+
+// Nothing is put back below what is no folder any more, and what was moved from there is not lost.
+TEST_F(Turns, whatCannotGoBackStaysWhereItIs) {
+    prompt("s", "move");
+    f.remove("project/src");
+    f.write("project/lib/main.c", "int main;\n");
+    f.write("project/lib/deep/er.c", "er\n");
+    f.write("project/config", "moved\n");
+    stop("s");
+    f.write("project/src", "mine\n");
+    std::string list = "! lib/deep/er.c  it can't go back to src/deep/er.c\n"
+                       "! lib/main.c  it can't go back to src/main.c\n"
+                       "! src  made anew since\n"
+                       "! src/deep/  src is now a file, not a folder\n"
+                       "! src/deep/er.c  src is now a file, not a folder\n"
+                       "! src/main.c  src is now a file, not a folder\n";
+    const std::string six = "6 paths are left alone; --force puts such paths back whole, --keep-later passes over "
+                            "them.\n";
+    expectTakenBack({"undo", "--last"}, "3",
+                    "turn #2–#3 of claude, \"move\":\n~ config\n" + list + "1 file overwritten.\n" + six);
+    const auto newest = world.history().newestSeq();
+    list.replace(list.find("since"), 5, "in #4");
+    EXPECT_EQ(back({"undo", "--last"}), "3\nNothing of turn #2–#3 of claude, \"move\" is taken back:\n" + list + six);
+    EXPECT_EQ(world.history().newestSeq(), newest) << "nothing was done, so there is nothing to take back";
+    EXPECT_EQ(back({"undo", "--last", "--keep-later"}).front(), '0');
+    EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0');
+    EXPECT_EQ(f.read("project/src/main.c") + f.read("project/src/deep/er.c"), "int main;\ner\n");
+    EXPECT_FALSE(f.has("project/lib"));
 }
 
 // What the restore itself finds in its way is told like everything else.
@@ -292,13 +334,13 @@ TEST_F(Turns, whatCannotBeDoneIsNoSuccess) {
     };
     cut("config");
     cut("notes");
-    const std::string list = "turn #2–#3 of claude, \"one\":\n"
-                             "~ README.md\n"
-                             "! config  what was kept of it is damaged\n"
-                             "! notes  what was kept of it is damaged\n"
-                             "1 file overwritten.\n";
-    EXPECT_EQ(back({"undo", "--last", "--dry-run"}), "3\nWould take back " + list + "Nothing was changed.\n");
-    EXPECT_EQ(back({"undo", "--last"}), "3\nTook back " + list + "Take this back with: tidewrack redo\n");
+    expectTakenBack({"undo", "--last"}, "3",
+                    "turn #2–#3 of claude, \"one\":\n"
+                    "~ README.md\n"
+                    "! config  what was kept of it is damaged\n"
+                    "! notes  what was kept of it is damaged\n"
+                    "1 file overwritten.\n"
+                    "2 paths are left alone.\n");
     EXPECT_EQ(config(), "port = 8080\ndebug = on\n");
     EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0') << "nothing is left that anybody could take back";
 }
@@ -315,13 +357,12 @@ TEST_F(Turns, whatABuildLeavesBehindIsNoReasonToStayBehind) {
     f.write("project/pkg/mod.py", "m\n");
     f.write("project/pkg/node_modules/m/x", "m\n");
     stop("s");
-    const std::string list = "turn #5–#6 of claude, \"two\":\n"
-                             "  dist/  kept: git ignores it, so its content isn't in history\n"
-                             "  pkg/  kept: history doesn't hold all that is in it (node_modules)\n"
-                             "- pkg/mod.py\n"
-                             "1 file removed.\n";
-    EXPECT_EQ(back({"undo", "--last", "--dry-run"}), "0\nWould take back " + list + "Nothing was changed.\n");
-    EXPECT_EQ(back({"undo", "--last"}), "0\nTook back " + list + "Take this back with: tidewrack redo\n");
+    expectTakenBack({"undo", "--last"}, "0",
+                    "turn #5–#6 of claude, \"two\":\n"
+                    "  dist/  kept: git ignores it, so its content isn't in history\n"
+                    "  pkg/  kept: history doesn't hold all that is in it (node_modules)\n"
+                    "- pkg/mod.py\n"
+                    "1 file removed.\n");
     EXPECT_EQ(back({"undo", "--last"}).find("0\nTook back turn #3–#4 of"), 0U);
     prompt("s", "three");
     f.remove("project/dist");

@@ -70,7 +70,7 @@ std::string planned(const std::vector<std::string>& words, const std::string& no
     static const char* const kinds[] = {"+", "-", "~", "merge ", "! ", "keep "};
     static const char* const reasons[] = {"",           " clash",    " changed",  " too large", " deleted",
                                           " made anew", " doubt",    " not kept", " damaged",   " hidden",
-                                          " ignored",   " unlisted", " obstacle"};
+                                          " ignored",   " unlisted", " blocked",  " obstacle"};
     std::string text;
     for (const UndoAction& action : planUndo(steps, listed, options, contents)) {
         text += (text.empty() ? "" : ", ") + std::string(kinds[static_cast<int>(action.kind)]) + action.path;
@@ -149,6 +149,12 @@ TEST(UndoPlan, ofOneTurnWithLaterWork) {
         {"a=1", "a/ a/b=2", "a/ a/b=2", "~a=1, -a/b"},
         {"a=1", "a/ a/b=2", "a/ a/b=2 a/c=3", "! a/ changed, ! a/b changed"},
         {"full=1", "full/ full/b=2", "full/ full/b=2", "! full/ unlisted, ! full/b changed"},
+        // What was moved stays where it is unless it gets back.
+        {"d/ d/a=1", "n/ n/a=1", "d=9 n/ n/a=1", "! d made anew, ! d/a blocked, ! n/a blocked"},
+        {"d/ d/a=1", "n/ n/a=1", "d=9 n/ n/a=2", "! d made anew, ! d/a blocked, ! n/a changed"},
+        {"d/ d/a=1 d/b=1", "d/", "d=>9", "! d/a blocked, ! d/b blocked"},
+        {"a=1 b=1", "x/ x/a=1 x/b=1", "a=3 x/ x/a=1 x/b=1", "! a made anew, +b=1, ! x/a blocked, -x/b"},
+        {"a=1|", "a=2?", "a=3", "! a changed"}, // the copy to compare with was damaged
     };
     for (const Row& row : rows)
         EXPECT_EQ(planned({row.before, row.after}, row.now, {{}, nullptr, {"sub"}}), row.wanted)
@@ -164,6 +170,11 @@ TEST(UndoPlan, ofSeveralStepsAndWithOptions) {
     EXPECT_EQ(planned({"a=1", "a=2"}, "a=3", later(UndoOptions::Later::overwritten)), "~a=1");
     EXPECT_EQ(planned({"a=1", "a=2"}, "", later(UndoOptions::Later::overwritten)), "+a=1");
     EXPECT_EQ(planned({"", "a=2"}, "a=3", later(UndoOptions::Later::overwritten)), "-a");
+    EXPECT_EQ(planned({"a=1|", "a=2?"}, "a=3", later(UndoOptions::Later::overwritten)), "~a=1|");
+    EXPECT_EQ(planned({"d/ d/a=1", "n/ n/a=1"}, "d=9 n/ n/a=1", later(UndoOptions::Later::overwritten)),
+              "~d/, +d/a=1, -n/, -n/a");
+    EXPECT_EQ(planned({"d/ d/a=1", "n/ n/a=1"}, "d=9 n/ n/a=1", later(UndoOptions::Later::kept)),
+              "keep d made anew, keep d/a blocked, keep n/a blocked");
     EXPECT_EQ(planned({"a=1|2|3| b=1", "a=x|2|3| b=2"}, "a=x|2|y| b=2", later(UndoOptions::Later::kept)),
               "keep a changed, ~b=1");
     EXPECT_EQ(planned({"a=1 b=1", "a=2 b=2"}, "a=2 b=2", {{}, [](std::string_view path) { return path == "b"; }, {}}),
@@ -174,7 +185,7 @@ TEST(UndoPlan, ofSeveralStepsAndWithOptions) {
     EXPECT_EQ(both, "~a=1, ! c doubt, -d/, -d/x");
     EXPECT_EQ(planned({"e/ e/m=1 e/o=1", ""}, "", {}, doubtful), "+e/, +e/m=1, ! e/o doubt"); // all of e was named
     EXPECT_EQ(planned({"b=1 c=1", "b=2 c=2"}, "b=2 c=2", later(UndoOptions::Later::overwritten), doubtful), "~c=1");
-    EXPECT_EQ(planned({"c=1", "c=2"}, "c=2", later(UndoOptions::Later::kept), doubtful), "! c doubt");
+    EXPECT_EQ(planned({"c=1", "c=2"}, "c=2", later(UndoOptions::Later::kept), doubtful), "keep c doubt");
     // What others did in between is later work, of the lines before it.
     EXPECT_EQ(planned({"b=x|2|3|", "b=x|2|y|", "b=1|2|3|", "b=x|2|3|"}, "b=x|2|y|", {}, doubtful), "merge b=1|2|y|");
 }

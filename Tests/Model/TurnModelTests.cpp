@@ -84,7 +84,7 @@ class TurnModel {
         const bool again = chance_.oneIn(2);
         if (again && done.restored) {
             const TurnUndo back(engine_, project_);
-            ASSERT_TRUE(back.run(back.redo({}), {}).isComplete());
+            ASSERT_TRUE(back.run(back.redo(), {}).isComplete());
             ASSERT_EQ(read(), now_) << "a redo brings back what was";
             return;
         }

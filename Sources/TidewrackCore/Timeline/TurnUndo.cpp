@@ -130,21 +130,22 @@ Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
     return counts;
 }
 
-UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<const TimelineRow*>& rows,
-                             const Options& options) const {
-    for (const TimelineRow* row : rows) {
-        choice.rows = {*row};
-        if (!isIdle(choice, options)) return choice;
-        if (counts(*row).sum() > 0) choice.passed.push_back(*row);
+UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows, const Options&) const {
+    for (const TimelineRow& row : rows) {
+        choice.rows = {row};
+        if (!isIdle(choice)) return choice;
+        if (counts(row).sum() > 0) choice.passed.push_back(row);
     }
     choice.rows.clear();
     return choice;
 }
 
 UndoChoice TurnUndo::last(const Options& options) const {
-    std::vector<const TimelineRow*> turns;
-    for (const TimelineRow& row : timeline_.rows)
-        if (row.type == Type::turn && !row.undone && (!row.counts || row.counts->sum() > 0)) turns.push_back(&row);
+    std::vector<TimelineRow> turns = timeline_.rows;
+    std::erase_if(turns, [](const TimelineRow& row) {
+        const bool changed = !row.counts || row.counts->sum() > 0;
+        return row.type != Type::turn || row.undone || !changed;
+    });
     return passing({"undo", {}}, turns, options);
 }
 
@@ -193,13 +194,13 @@ UndoChoice TurnUndo::range(std::int64_t from, std::int64_t to) const {
     return {"undo", {row}};
 }
 
-UndoChoice TurnUndo::redo(const Options& options) const {
-    std::vector<const TimelineRow*> rows;
+UndoChoice TurnUndo::redo() const {
+    std::vector<TimelineRow> rows;
     for (const TimelineRow& row : timeline_.rows) {
         const bool goes = row.type == Type::restore || (row.type == Type::undo && !row.redo);
-        if (goes && !row.undone && !row.stretches.empty()) rows.push_back(&row);
+        if (goes && !row.undone && !row.stretches.empty()) rows.push_back(row);
     }
-    return passing({"redo", {}}, rows, options);
+    return passing({"redo", {}}, rows, {});
 }
 
 UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const {
@@ -286,12 +287,16 @@ TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Op
     return planUndo(steps.steps, now, undo, contents(now));
 }
 
+UndoSteps TurnUndo::stepsOf(const UndoChoice& choice) const {
+    return StepReader(history_, records_, edits_).read(choice.rows);
+}
+
 // Nothing would be done, and nothing could be by force.
-bool TurnUndo::isIdle(const UndoChoice& choice, const Options& options) const {
-    UndoSteps steps = StepReader(history_, records_, edits_).read(choice.rows);
-    const Actions actions = plan(steps, present(), {options.later, {}, true});
-    return std::none_of(actions.begin(), actions.end(), [&](const UndoAction& action) {
-        return action.acts() || (action.isConflict() && options.later != UndoOptions::Later::kept);
+bool TurnUndo::isIdle(const UndoChoice& choice) const {
+    UndoSteps steps = stepsOf(choice);
+    const Actions actions = plan(steps, present(), {});
+    return std::none_of(actions.begin(), actions.end(), [](const UndoAction& action) {
+        return action.acts() || action.forcible || action.isForOthers();
     });
 }
 
@@ -311,7 +316,7 @@ std::string label(const UndoChoice& choice) {
 UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const {
     UndoResult result;
     if (choice.rows.empty()) return result;
-    UndoSteps steps = StepReader(history_, records_, edits_).read(choice.rows);
+    UndoSteps steps = stepsOf(choice);
     {
         Obstacles obstacles;
         Actions actions = plan(steps, present(), options);
@@ -338,7 +343,8 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     }
     Obstacles obstacles;
     foresee(safety.manifest, actions, obstacles);
-    act(lock, safety, choice, whole, actions, obstacles, result);
+    if (std::any_of(actions.begin(), actions.end(), acts)) // else the folder was changed just now
+        act(lock, safety, choice, whole, actions, obstacles, result);
     result.actions = withCauses(std::move(actions), obstacles, choice, safety.manifest);
     return result;
 }

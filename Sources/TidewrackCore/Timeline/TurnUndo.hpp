@@ -62,7 +62,7 @@ class TurnUndo {
     };
 
     // The turn with the newest end that changed something and was not taken back yet. Those of which nothing is left,
-    // or nothing that anybody could take back, are passed over.
+    // or nothing that anybody could take back, are passed over; not those of which only later work keeps it.
     [[nodiscard]] UndoChoice last(const Options& options) const;
     // The next turn before `row` that changed something and was not taken back yet.
     [[nodiscard]] const TimelineRow* turnBefore(const TimelineRow& row) const;
@@ -73,7 +73,7 @@ class TurnUndo {
     // What changed from one snapshot to another. Throws noSnapshot.
     [[nodiscard]] UndoChoice range(std::int64_t from, std::int64_t to) const;
     // The newest restore or undo that was not taken back yet, and of which something is left.
-    [[nodiscard]] UndoChoice redo(const Options& options) const;
+    [[nodiscard]] UndoChoice redo() const;
     // Turns of this project that are the same as some of `rows`, which are another project's. Where the folder is gone
     // those that are known to have changed something.
     enum class Folder { there, gone };
@@ -89,9 +89,10 @@ class TurnUndo {
     [[nodiscard]] const Manifest& present() const;
     [[nodiscard]] UndoContents contents(const Manifest& now) const; // which must outlive them
     [[nodiscard]] Actions plan(UndoSteps& steps, const Manifest& now, const Options& options) const;
-    [[nodiscard]] bool isIdle(const UndoChoice& choice, const Options& options) const;
-    [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<const TimelineRow*>& rows,
+    [[nodiscard]] bool isIdle(const UndoChoice& choice) const;
+    [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
                                      const Options& options) const;
+    [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
     void foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
     void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole, Actions& actions,

@@ -81,25 +81,24 @@ class PathPlanner {
         if (!touched) return std::nullopt;
         if (now == nullptr && findHidden(action)) return action;
         if (ignored) return ofIgnored(std::move(action), oldest, now);
-        if (action.reason != Reason::none) {
-            if (options_.later == Later::kept && UndoAction::isLater(action.reason)) {
-                action.kind = Kind::keep;
-                return action;
-            }
-            if (options_.later != Later::overwritten || action.reason == Reason::damaged) return action;
-            state = {oldest, std::nullopt, 0};
-            action.reason = Reason::none;
-        }
-        return finished(std::move(action), state, now);
+        if (action.reason == Reason::none) return finished(std::move(action), state, now);
+        UndoAction whole;
+        whole.path = path;
+        auto forced = finished(std::move(whole), {oldest, std::nullopt, 0}, now);
+        if (options_.later == Later::overwritten) return forced;
+        action.forcible = !forced || forced->acts();
+        if (options_.later == Later::kept && action.isForOthers()) action.kind = Kind::keep;
+        return action;
     }
 
-  private:
     // Unlike `differs` by what the contents are, not by where they are kept.
     [[nodiscard]] bool same(const Entry* a, const Entry* b) const {
         if (a == nullptr || b == nullptr) return a == b;
         if (!differs(*a, *b)) return true;
         return a->kind == b->kind && a->mode == b->mode && sameContent(*a, *b);
     }
+
+  private:
     [[nodiscard]] bool sameContent(const Entry& a, const Entry& b) const {
         return a.blob == b.blob || (a.size == b.size && contents_.same(a, b));
     }
@@ -187,7 +186,7 @@ class PathPlanner {
             state.text ? LineDiff::Content{*state.text, false, 0} : contents_.read(*state.entry);
         for (const LineDiff::Content* content : {&base, &older, &newer}) {
             if (content->tooLarge) return Reason::tooLarge;
-            if (content->error != 0) return content == &newer ? Reason::changed : Reason::damaged;
+            if (content->error != 0) return content == &older ? Reason::damaged : Reason::changed;
         }
         Merge merged = Merge::of(base.bytes, newer.bytes, older.bytes);
         switch (merged.kind) {
@@ -251,6 +250,71 @@ std::set<std::string> changedPaths(const std::vector<UndoStep>& steps, const Und
         for (std::string& path : Changes::between(step.before, step.after).all())
             if (!options.scope || options.scope(path)) paths.insert(std::move(path));
     return paths;
+}
+
+// What is above the path, is no folder, and stays; empty: nothing is.
+std::string_view noFolderAround(std::string_view path, const Manifest& now, const Actions& actions) {
+    for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at)) {
+        const auto action = actions.find(at);
+        const Entry* standing = now.find(at);
+        if (isFolder(standing) || (action != actions.end() && action->second.acts())) return {};
+        if (standing != nullptr) return at;
+    }
+    return {};
+}
+
+void block(UndoAction& action, std::string detail, bool forcible, const UndoOptions& options) {
+    action.kind = options.later == Later::kept ? Kind::keep : Kind::leave;
+    action.reason = Reason::blocked;
+    action.detail = std::move(detail);
+    action.forcible = forcible;
+    action.wanted.reset();
+}
+
+// Nothing can be put back below what is no folder.
+void leaveBlocked(const Manifest& now, const UndoOptions& options, Actions& actions) {
+    for (auto& [path, action] : actions) {
+        if (action.kind != Kind::putBack) continue;
+        const std::string_view around = noFolderAround(path, now, actions);
+        if (around.empty()) continue;
+        const auto standing = actions.find(around);
+        const char* what = isFile(now.find(around)) ? "file" : "symlink";
+        block(action, std::string(around) + " is now a " + what + ", not a folder",
+              standing != actions.end() && standing->second.forcible, options);
+    }
+}
+
+// What was at the path before it was deleted, or moved away; null where it was not.
+const Entry* takenAway(const std::string& path, const std::vector<UndoStep>& steps) {
+    for (const UndoStep& step : steps)
+        if (const Entry* before = step.before.find(path); before != nullptr && step.after.find(path) == nullptr)
+            return before;
+    return nullptr;
+}
+
+// What was moved stays where it is unless it gets back to where it was: it may be the only one.
+void keepMoved(const std::vector<UndoStep>& steps, const Manifest& now, const UndoOptions& options,
+               const PathPlanner& planner, Actions& actions) {
+    std::multimap<std::int64_t, UndoAction*> removed; // by size
+    for (auto& [path, action] : actions)
+        if (const Entry* is = now.find(path); action.kind == Kind::remove && is != nullptr && !isFolder(is))
+            removed.emplace(is->size, &action);
+    for (auto& [path, action] : actions) {
+        if (removed.empty()) return;
+        const Entry* lost = action.isForOthers() ? takenAway(path, steps) : nullptr;
+        if (lost == nullptr || isFolder(lost)) continue;
+        auto [each, end] = removed.equal_range(lost->size);
+        auto half = removed.end();
+        for (; each != end; ++each) {
+            const std::string& name = each->second->path;
+            if ((half == removed.end() || lastComponent(name) == lastComponent(path)) &&
+                planner.same(lost, now.find(name)))
+                half = each;
+        }
+        if (half == removed.end()) continue;
+        block(*half->second, "it can't go back to " + path, action.forcible, options);
+        removed.erase(half);
+    }
 }
 
 // Folders that hold something that stays.
@@ -332,6 +396,7 @@ bool UndoAction::isLater(Reason reason) {
     case Reason::hidden:
     case Reason::ignored:
     case Reason::unlisted:
+    case Reason::blocked:
     case Reason::obstacle: break;
     }
     return false;
@@ -353,6 +418,8 @@ std::vector<UndoAction> planUndo(const std::vector<UndoStep>& steps, const Manif
     Actions actions;
     for (const std::string& path : changedPaths(steps, options))
         if (auto action = planner.plan(path)) actions.emplace(action->path, std::move(*action));
+    leaveBlocked(now, options, actions);
+    keepMoved(steps, now, options, planner, actions);
     keepUsedFolders(now, options, contents, actions);
     std::vector<UndoAction> result;
     result.reserve(actions.size());

@@ -76,6 +76,7 @@ struct UndoAction {
         hidden,   // it lies in a folder that history does not look into any more
         ignored,  // a folder that git ignores
         unlisted, // a folder with something in it that history passes over
+        blocked,  // a folder that it lay in is none any more, or it holds what can't be put back where it lay
         obstacle, // the restore of it was refused
     };
     std::string path;
@@ -85,12 +86,15 @@ struct UndoAction {
     std::optional<Entry> wanted; // for putBack and overwrite; its blob is one of the listings'
     std::string merged;          // for merge: the content
     std::uint16_t mode = 0;      // and the permission bits
-    std::string detail;          // for Reason::doubt, notKept, hidden and unlisted: in words
+    std::string detail;          // for Reason::doubt, notKept, hidden, unlisted and blocked: in words
+    bool forcible = false;       // left alone, and Later::overwritten would not leave it
 
     [[nodiscard]] bool isLeft() const { return kind == Kind::leave; }
     [[nodiscard]] bool acts() const { return kind != Kind::leave && kind != Kind::keep; }
-    // Left alone for the sake of others' work.
-    [[nodiscard]] bool isConflict() const { return isLeft() && (isLater(reason) || reason == Reason::doubt); }
+    // Left alone, or kept as was asked for, for the sake of others' work.
+    [[nodiscard]] bool isForOthers() const {
+        return !acts() && (isLater(reason) || reason == Reason::doubt || reason == Reason::blocked);
+    }
     // The reason is a change that came later.
     [[nodiscard]] static bool isLater(Reason reason);
 };

@@ -75,6 +75,27 @@ std::string totals(const UndoResult& result) {
     return text.empty() ? text : text + ".\n";
 }
 
+// What was left alone, and which option helps there.
+std::string leftText(const UndoResult& result, UndoOptions::Later later) {
+    std::size_t left = 0;
+    std::size_t forcible = 0;
+    std::size_t passable = 0;
+    for (const UndoneAction& each : result.actions) {
+        if (!each.action.isLeft()) continue;
+        ++left;
+        forcible += each.action.forcible ? 1U : 0U;
+        passable += each.action.isForOthers() ? 1U : 0U;
+    }
+    if (left == 0) return "";
+    std::string text = std::to_string(left) + (left == 1 ? " path is" : " paths are") + " left alone";
+    if (later != UndoOptions::Later::merged || forcible + passable == 0) return text + ".\n";
+    if (forcible == left && passable == left)
+        return text + "; --force puts such paths back whole, --keep-later passes over them.\n";
+    if (forcible > 0) text += "; --force puts " + std::to_string(forcible) + " back whole";
+    if (passable > 0) text += (forcible > 0 ? ", " : "; ") + ("--keep-later passes over " + std::to_string(passable));
+    return text + ".\n";
+}
+
 std::string pathsText(const std::vector<std::string>& paths, const Look& look) {
     std::string text;
     for (const std::string& path : paths) text += (text.empty() ? " at " : ", ") + look.shown(repairedUtf8(path));
@@ -91,13 +112,7 @@ std::string summary(const Done& done, const TurnUndo::Options& options, const Lo
     std::string text = !done.result.acts() ? "Nothing of " + what + " is taken back:\n"
                        : options.dryRun    ? "Would take back " + what + ":\n"
                                            : "Took back " + what + ":\n";
-    text += undoText(done.result, look) + totals(done.result);
-    std::size_t conflicts = 0;
-    for (const UndoneAction& each : done.result.actions) conflicts += each.action.isConflict() ? 1U : 0U;
-    if (conflicts > 0)
-        text += std::to_string(conflicts) + (conflicts == 1 ? " path is" : " paths are") +
-                " left alone; --force puts such paths back whole, --keep-later passes over them.\n";
-    return text;
+    return text + undoText(done.result, look) + totals(done.result) + leftText(done.result, options.later);
 }
 
 std::string passedText(const Done& done, const Look& look) {
@@ -409,7 +424,7 @@ int redo(Invocation& call) {
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     const TurnUndo::Options options = optionsFrom(call);
-    const UndoChoice choice = undo.redo(options);
+    const UndoChoice choice = undo.redo();
     if (choice.rows.empty())
         return nothing(call, choice, "There's nothing to redo: no undo or restore here that wasn't redone already.",
                        options.dryRun);

@@ -117,6 +117,7 @@ std::string reasonText(const UndoneAction& each, const Look& look) {
     case Reason::ignored: return "git ignores it, so its content isn't in history";
     case Reason::unlisted:
         return "history doesn't hold all that is in it (" + look.shown(repairedUtf8(each.action.detail)) + ")";
+    case Reason::blocked: return look.shown(repairedUtf8(each.action.detail));
     case Reason::obstacle: return look.shown(repairedUtf8(reasonText(each.obstacle, 0)));
     }
     return "";
