@@ -318,6 +318,29 @@ TEST_F(Turns, whatCannotGoBackStaysWhereItIs) {
     EXPECT_FALSE(f.has("project/lib"));
 }
 
+TEST_F(Turns, aDamagedRecordCostsWhatItAloneTells) {
+    for (const char* text : {"first", "second", "third"}) {
+        prompt("s", text);
+        f.write("project/notes", std::string(text) + "\n");
+        stop("s");
+    }
+    f.write("store/projects/" + world.project().id + "/snapshots/5.json", "damaged");
+    const std::string warning = "warning: #5 is left out: ";
+    EXPECT_NE(back({"undo", "--last"}).find("0\nTook back turn #6–#7 of claude, \"third\":\n~ notes\n"),
+              std::string::npos);
+    EXPECT_NE(back({"undo", "--last"})
+                  .find("! notes  what is on record of #5 can't be read, so that it can't be told "
+                        "whose change this is\n1 path is left alone; --force puts"),
+              std::string::npos);
+    EXPECT_NE(back({"undo", "--turn", "2"}).find("! notes  the same lines changed again"), std::string::npos);
+    EXPECT_EQ(back({"undo", "--turn", "5"}).front(), '1') << "which is the one that is asked for";
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"timeline"}, {"show"}, {"redo"}, {"diff", "--last"}, {"log", "--turns"}}) {
+        const std::string text = back(words);
+        EXPECT_TRUE(text.front() == '0' && text.find(warning) != text.npos) << text;
+    }
+}
+
 // What the restore itself finds in its way is told like everything else.
 TEST_F(Turns, whatCannotBeDoneIsNoSuccess) {
     prompt("s", "one");

@@ -24,7 +24,11 @@ std::vector<SnapshotMeta> recordsSince(const History& history, Date since) {
     std::vector<SnapshotMeta> records;
     const auto seqs = history.seqs();
     for (auto seq = seqs.rbegin(); seq != seqs.rend(); ++seq) {
-        records.push_back(history.snapshot(*seq));
+        try {
+            records.push_back(history.snapshot(*seq));
+        } catch (const TidewrackError&) { // it costs what it alone tells
+            continue;
+        }
         if (records.back().created < since) break;
     }
     std::reverse(records.begin(), records.end());

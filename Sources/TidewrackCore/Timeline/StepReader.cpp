@@ -31,6 +31,11 @@ std::string missingText(const Stretch& stretch) {
            " missing, so that it can't be told whose change this is";
 }
 
+std::string unreadText(std::int64_t seq) {
+    return "what is on record of #" + std::to_string(seq) +
+           " can't be read, so that it can't be told whose change this is";
+}
+
 // What differs, and the folders that git ignores.
 Manifest reduced(const Manifest& listing, const std::vector<std::string>& paths) {
     ManifestBuilder builder;
@@ -83,6 +88,13 @@ std::vector<StepReader::Part> StepReader::partsOf(const TimelineRow& row) const 
 
 StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stretch) const {
     Part part{stretch};
+    const auto isWithin = [&](const UnreadRecord& record) {
+        return stretch.from < record.seq && (stretch.to == untilNow || record.seq < stretch.to);
+    };
+    if (const auto unread = std::find_if(unread_.begin(), unread_.end(), isWithin); unread != unread_.end()) {
+        part.doubt = unreadText(unread->seq);
+        return part;
+    }
     const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1;
     if (gap && record(stretch.from).created + allKept < now()) {
         part.doubt = missingText(stretch);

@@ -25,9 +25,10 @@ struct UndoSteps {
 
 class StepReader {
   public:
-    // All of one project, and outliving the reader; `records` by ascending number.
-    StepReader(const History& history, const std::vector<SnapshotMeta>& records, const std::vector<NotedEdit>& edits)
-        : history_(history), records_(records), edits_(edits) {}
+    // All of one project, and outliving the reader; `records` by ascending number, without those that are `unread`.
+    StepReader(const History& history, const std::vector<SnapshotMeta>& records,
+               const std::vector<UnreadRecord>& unread, const std::vector<NotedEdit>& edits)
+        : history_(history), records_(records), unread_(unread), edits_(edits) {}
 
     // `rows` newest first. Steps without a difference are left out.
     [[nodiscard]] UndoSteps read(const std::vector<TimelineRow>& rows);
@@ -48,6 +49,7 @@ class StepReader {
 
     const History& history_;
     const std::vector<SnapshotMeta>& records_;
+    const std::vector<UnreadRecord>& unread_;
     const std::vector<NotedEdit>& edits_;
     std::vector<std::pair<std::int64_t, Manifest>> read_; // the two that were asked for last
 };

@@ -114,9 +114,11 @@ bool UndoResult::acts() const {
 }
 
 TurnUndo::TurnUndo(const Engine& engine, const Project& project)
-    : engine_(engine), project_(project), history_(engine.store.history(project)), records_(history_.snapshots()),
-      edits_(readNotedEdits(history_)),
-      timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), edits_)) {}
+    : engine_(engine), project_(project), history_(engine.store.history(project)),
+      records_(history_.snapshots(unread_)), edits_(readNotedEdits(history_)),
+      timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), edits_)) {
+    if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
+}
 
 Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
     if (row.counts) return *row.counts;
@@ -288,7 +290,7 @@ TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Op
 }
 
 UndoSteps TurnUndo::stepsOf(const UndoChoice& choice) const {
-    return StepReader(history_, records_, edits_).read(choice.rows);
+    return StepReader(history_, records_, unread_, edits_).read(choice.rows);
 }
 
 // Nothing would be done, and nothing could be by force.

@@ -48,10 +48,13 @@ struct UndoResult {
 
 class TurnUndo {
   public:
-    // Reads the project's timeline. Both must outlive it.
+    // Reads the project's timeline. Both must outlive it. A record that can't be read costs what it alone tells; throws
+    // corrupt when no other is left.
     TurnUndo(const Engine& engine, const Project& project);
 
     [[nodiscard]] const Timeline& timeline() const { return timeline_; }
+    [[nodiscard]] const std::vector<SnapshotMeta>& records() const { return records_; } // ascending
+    [[nodiscard]] const std::vector<UnreadRecord>& unread() const { return unread_; }
     // Files that a row changed in all.
     [[nodiscard]] Changes::Counts counts(const TimelineRow& row) const;
 
@@ -106,6 +109,7 @@ class TurnUndo {
     const Engine& engine_;
     const Project& project_;
     History history_;
+    std::vector<UnreadRecord> unread_;
     std::vector<SnapshotMeta> records_;
     std::vector<NotedEdit> edits_;
     Timeline timeline_;

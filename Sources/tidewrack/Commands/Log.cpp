@@ -169,6 +169,7 @@ void printTurns(Invocation& call, const Project& project, std::vector<TimelineRo
 
 void turnsOfAll(Invocation& call, const Project& project, std::size_t most) {
     const TurnUndo undo(call.engine(), project);
+    call.warnOfUnread(undo.unread());
     std::vector<TimelineRow> rows;
     for (const TimelineRow& row : undo.timeline().rows) {
         if (rows.size() >= most) break;
@@ -183,9 +184,7 @@ void turnsOfAll(Invocation& call, const Project& project, std::size_t most) {
 // The rows of the timeline in which something at or below the path changed, with what changed there.
 void turnsOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
     const TurnUndo undo(call.engine(), project);
-    std::vector<UnreadRecord> unread;
-    const auto records = call.store().history(project).snapshots(unread);
-    call.warnOfUnread(unread);
+    call.warnOfUnread(undo.unread());
     std::vector<TimelineRow> rows = undo.timeline().rows;
     for (TimelineRow& row : rows) row.counts = Changes::Counts();
     const auto add = [&](const PathStep& step) {
@@ -200,7 +199,7 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
             }
         return true;
     };
-    warnOrRefuse(call, followPath(call.engine(), project, records, path, add), path);
+    warnOrRefuse(call, followPath(call.engine(), project, undo.records(), path, add), path);
     std::erase_if(rows, [](const TimelineRow& row) { return row.counts->sum() == 0; });
     rows.resize(std::min(rows.size(), most));
     printTurns(call, project, std::move(rows));

@@ -78,6 +78,7 @@ int show(Invocation& call) {
     if (call.json() && call.args.has("--stat")) throw CliError("--stat goes with text; --json names the files");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
+    call.warnOfUnread(undo.unread());
     std::vector<TimelineRow> rows{shownTurn(call, project, undo)};
     const TimelineRow& row = rows.front();
     rows.front().counts = undo.counts(row);
@@ -113,6 +114,7 @@ int timeline(Invocation& call) {
     const auto most = mostListed(call.args);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
+    call.warnOfUnread(undo.unread());
     call.page();
     std::vector<TimelineRow> rows;
     for (const TimelineRow& row : undo.timeline().rows) {

@@ -354,6 +354,7 @@ int undoTurns(Invocation& call) {
     if (ways > 1) throw CliError("undo takes one of --last, --turn, --session and --session-of");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
+    call.warnOfUnread(undo.unread());
     TurnUndo::Options options = optionsFrom(call);
     options.paths = call.relativePaths(project, ways == 0 ? 1 : 0);
     const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
@@ -390,6 +391,7 @@ int undoAsking(Invocation& call) {
     std::string shown;
     for (;;) { // until what is answered for is what is there
         const TurnUndo undo(call.engine(), project);
+        if (shown.empty()) call.warnOfUnread(undo.unread());
         options.dryRun = true;
         const UndoChoice choice = undo.last(options);
         std::string text = newerElsewhere(call, project, undo, choice);
@@ -423,6 +425,7 @@ int redo(Invocation& call) {
     if (!call.args.positional.empty()) throw CliError("redo takes no words; it takes back the newest undo or restore");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
+    call.warnOfUnread(undo.unread());
     const TurnUndo::Options options = optionsFrom(call);
     const UndoChoice choice = undo.redo();
     if (choice.rows.empty())
