@@ -150,7 +150,7 @@ TEST(Json, printsWhatIsDocumented) {
     TimelineRow row;
     row.agent = row.session = row.turn = "x";
     row.ended = row.began;
-    row.commands.emplace_back();
+    row.commands.push_back({1, "c", "ask", {}, "/p", "x"});
     row.company.emplace_back().during.to = 1;
     row.tookBack.emplace_back();
     document.check("timeline", timelineJson({row}));

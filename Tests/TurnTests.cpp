@@ -17,10 +17,12 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <future>
 #include <regex>
+#include <thread>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -499,12 +501,19 @@ TEST_F(Turns, otherProjectsOfTheTurn) {
     const json row = json::parse(world.ok({"timeline", "--json"}))["rows"][0];
     EXPECT_EQ(row["projects"], json{f.at("other")});
     EXPECT_EQ(row["vault"], json{saved.entry->id});
+    std::vector<std::string> commands;
+    for (const json& each : row["commands"])
+        commands.push_back(each["command"].get<std::string>() + " " + each.value("project", "") +
+                           each.value("vault", ""));
+    std::sort(commands.begin(), commands.end());
+    EXPECT_EQ(commands, (std::vector{"rm ../other/file " + f.at("other"), "rm it " + saved.entry->id}));
+    EXPECT_EQ(json::parse(world.ok({"timeline", "--json", "--project", f.at("other")}))["rows"][0]["title"], "both");
     EXPECT_EQ(back({"undo", "--last", "--here", "--dry-run"}).find(f.at("other")), std::string::npos);
     EXPECT_EQ(back({"undo", "--last"}),
               "0\nTook back turn #2–#3 of claude, \"both\":\n~ notes\n"
               "1 file overwritten.\nIn " +
                   f.at("other") +
-                  ": Took back turn #2–#3 of claude:\n+ file\n1 file put back.\n"
+                  ": Took back turn #2–#3 of claude, \"both\":\n+ file\n1 file put back.\n"
                   "Outside of projects stays as it is; what was saved there first: vault "
                   "entry " +
                   saved.entry->id + " (rm it). To put it back, run: tidewrack vault restore " + saved.entry->id +
@@ -518,8 +527,41 @@ TEST_F(Turns, otherProjectsOfTheTurn) {
     f.remove("other");
     const std::string text = back({"undo", "--last", "--vault"}); // a work tree that is gone keeps nobody back
     EXPECT_NE(text.find("the folder is gone. To bring it back as it was before, run: mkdir -p "), std::string::npos);
+    EXPECT_NE(text.find("Take this back with: tidewrack redo (what came from the vault stays)\n"), std::string::npos);
     EXPECT_EQ(text.front(), '0') << text;
     EXPECT_EQ(f.read("home/outside"), "1\n");
+}
+
+// What an older entry of the turn saved is what was there before.
+TEST_F(Turns, aTurnThatWorkedOutsideOfProjectsAlone) {
+    prompt("s", "here");
+    f.write("project/notes", "2\n");
+    stop("s");
+    prompt("s", "outside");
+    const auto save = [&](const std::string& content) {
+        f.write("home/outside", content);
+        (void)Vault(world.store())
+            .save({.paths = {f.at("home/outside")}, .command = "rm it", .agent = "claude", .session = "s"});
+    };
+    save("first\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1001)); // the entries' times have whole seconds
+    save("second\n");
+    f.remove("home/outside");
+    stop("s");
+    const std::string turn = "turn #4–#5 of claude, \"outside\"";
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"})
+                  .find("0\nNewer: " + turn +
+                        ", which changed nothing here, but outside of projects. To put back what "
+                        "was saved there first, run: tidewrack undo --last --vault\nWould take back turn #2–#3 of"),
+              0U);
+    const std::string outside = f.at("home/outside");
+    EXPECT_EQ(back({"undo", "--last", "--vault", "--dry-run"}), "0\nNothing is left to take back in projects of " +
+                                                                    turn + ".\nwould restore " + outside +
+                                                                    "\nNothing was changed.\n");
+    EXPECT_EQ(back({"undo", "--last", "--vault"}),
+              "0\nNothing is left to take back in projects of " + turn + ".\nrestored " + outside + "\n");
+    EXPECT_EQ(f.read("home/outside"), "first\n");
+    EXPECT_EQ(back({"undo", "--last", "--vault"}).find("0\nTook back turn #2–#3 of claude"), 0U);
 }
 
 // An agent whose turns have no names was cut off last week, while it worked in another project.
@@ -556,9 +598,15 @@ TEST_F(Turns, aNewerTurnThatWorkedElsewhereAlone) {
     stop("t");
     snap("stop", "claude", "t", "End of turn", f.at("other"));
     const std::string text = back({"undo", "--last"});
-    EXPECT_EQ(text.find("0\nNewer: turn #4–#5 of claude, \"elsewhere\", which changed nothing here, but in "), 0U)
+    EXPECT_EQ(text.find("0\nNewer: turn #4–#5 of claude, \"elsewhere\", which changed nothing here, but in " +
+                        f.at("other") + ". To take it back, run: tidewrack undo --turn 2 --project " + f.at("other")),
+              0U)
         << text;
     EXPECT_NE(text.find("Took back turn #2–#3 of claude"), std::string::npos) << text;
+    world.ok({"redo"});
+    f.write("project/notes", "3\n");
+    EXPECT_EQ(back({"undo", "--turn", "2", "--project", f.at("other")}).front(), '0');
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"}).find("Newer"), std::string::npos);
 }
 
 // Nothing is done but what was shown when the answer was given.

@@ -6,6 +6,7 @@
 #include "Vault/Vault.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 
 namespace tidewrack {
@@ -17,7 +18,23 @@ std::vector<LoggedHook> readLoggedHooks(const Store& store) {
     return readFile(store.home + "/hooks.log", log) == 0 ? loggedHooks(log) : std::vector<LoggedHook>();
 }
 
+std::vector<NotedEdit> readNotedEdits(const History& history) {
+    std::string log;
+    return readFile(editLogPath(history.folder()), log) == 0 ? notedEdits(log) : std::vector<NotedEdit>();
+}
+
 namespace {
+
+std::vector<VaultEntry> readEntries(const Store& store) {
+    try {
+        return Vault(store).entries();
+    } catch (const TidewrackError&) {
+        return {};
+    }
+}
+
+// The log of the hooks has whole seconds, and is written when a hook ends.
+constexpr std::chrono::minutes longestHook{1};
 
 // The newest records of another project, back to the first one that is older than `since`.
 std::vector<SnapshotMeta> recordsSince(const History& history, Date since) {
@@ -46,40 +63,115 @@ bool mayBeOf(const VaultEntry& entry, const TimelineRow& row) {
     return row.began <= entry.created && before && (row.ended || row.isRunning() || entry.session);
 }
 
-void addVaultEntries(const Store& store, const Project& project, std::vector<TimelineRow>& rows) {
-    for (const VaultEntry& entry : Vault(store).entries()) {
+// One command may have a snapshot in several projects, and a vault entry as well.
+void addCommand(TimelineRow::Command command, TimelineRow& row) {
+    const auto isSame = [&](const TimelineRow::Command& each) {
+        const auto apart = each.time < command.time ? command.time - each.time : each.time - command.time;
+        return each.command == command.command && apart <= longestHook;
+    };
+    auto& all = row.commands;
+    if (std::any_of(all.begin(), all.end(), isSame)) return;
+    const auto isLater = [](Date time, const TimelineRow::Command& each) { return time < each.time; };
+    all.insert(std::upper_bound(all.begin(), all.end(), command.time, isLater), std::move(command));
+}
+
+void addCommandsFrom(const Project& other, const TimelineRow& there, TimelineRow& row) {
+    if (row.title.empty() && there.prompted) row.title = there.title;
+    if (std::find(row.projects.begin(), row.projects.end(), other.root) == row.projects.end())
+        row.projects.push_back(other.root);
+    for (TimelineRow::Command command : there.commands) {
+        command.project = other.root;
+        addCommand(std::move(command), row);
+    }
+}
+
+// Those that the vault alone tells of.
+void addVaultCommands(const std::vector<VaultEntry>& entries, const std::vector<LoggedHook>& hooks, TimelineRow& row) {
+    for (const std::string& id : row.vault) {
+        const auto isHere = [&](const auto& each) { return each.id == id; };
+        const auto entry = std::find_if(entries.begin(), entries.end(), isHere);
+        if (entry == entries.end()) continue;
+        const auto hook = std::find_if(hooks.begin(), hooks.end(), [&](const LoggedHook& each) {
+            return std::find(each.vault.begin(), each.vault.end(), id) != each.vault.end();
+        });
+        addCommand({0, entry->command, hook == hooks.end() ? "" : hook->verdict, entry->created, "", id}, row);
+    }
+}
+
+// None where several sessions may have made it.
+const TimelineRow* turnOf(const VaultEntry& entry, const Timeline& timeline) {
+    const TimelineRow* newest = nullptr;
+    for (const TimelineRow& row : timeline.rows) {
+        if (!mayBeOf(entry, row)) continue;
+        if (newest != nullptr && newest->session != row.session) return nullptr;
+        if (newest == nullptr || newest->began < row.began) newest = &row;
+    }
+    return newest;
+}
+
+void addVault(const std::vector<VaultEntry>& entries, const Project& project, const Timeline& timeline,
+              std::vector<TimelineRow>& rows) {
+    for (const VaultEntry& entry : entries) {
         if (!entry.agent || (!entry.session && !isAtOrBelow(Store::canonical(entry.cwd), project.root))) continue;
-        TimelineRow* only = nullptr;
-        int found = 0;
-        for (TimelineRow& row : rows) {
-            if (!mayBeOf(entry, row)) continue;
-            only = &row;
-            ++found;
-        }
-        if (found == 1 && std::find(only->vault.begin(), only->vault.end(), entry.id) == only->vault.end())
-            only->vault.push_back(entry.id);
+        const TimelineRow* turn = turnOf(entry, timeline);
+        if (turn == nullptr) continue;
+        for (TimelineRow& row : rows)
+            if (row.own == turn->own && std::find(row.vault.begin(), row.vault.end(), entry.id) == row.vault.end())
+                row.vault.push_back(entry.id);
     }
 }
 
 } // namespace
 
-void addElsewhere(const Store& store, const Project& project, std::vector<TimelineRow>& rows) {
+void addVaultEntries(const Store& store, const Project& project, const Timeline& timeline,
+                     std::vector<TimelineRow>& rows) {
+    addVault(readEntries(store), project, timeline, rows);
+}
+
+void addElsewhere(const Store& store, const Project& project, const Timeline& timeline,
+                  std::vector<TimelineRow>& rows) {
     std::optional<Date> since;
     for (const TimelineRow& row : rows)
         if (row.type == Type::turn && (!since || row.began < *since)) since = row.began;
     if (!since) return;
-    addVaultEntries(store, project, rows);
+    const std::vector<LoggedHook> hooks = readLoggedHooks(store);
     for (const Project& other : store.registry().projects) {
         if (other.id == project.id) continue;
         try {
-            const Timeline there = Timeline::of(other.root, recordsSince(store.history(other), *since));
+            const Timeline there = Timeline::of(other.root, recordsSince(store.history(other), *since), hooks);
             for (TimelineRow& row : rows)
-                if (std::any_of(there.rows.begin(), there.rows.end(),
-                                [&](const auto& each) { return isSameTurn(row, each); }))
-                    row.projects.push_back(other.root);
+                for (const TimelineRow& each : there.rows)
+                    if (isSameTurn(row, each)) addCommandsFrom(other, each, row);
         } catch (const TidewrackError&) { // another project's damage is no reason to tell nothing of this one
         }
     }
+    const std::vector<VaultEntry> entries = readEntries(store);
+    addVault(entries, project, timeline, rows);
+    for (TimelineRow& row : rows) addVaultCommands(entries, hooks, row);
+}
+
+std::vector<VaultEntry> entriesToPutBack(const Store& store, const std::vector<TimelineRow>& rows) {
+    const auto isNamed = [&](const VaultEntry& entry) {
+        return std::any_of(rows.begin(), rows.end(), [&](const TimelineRow& row) {
+            return std::find(row.vault.begin(), row.vault.end(), entry.id) != row.vault.end();
+        });
+    };
+    const Vault vault(store);
+    const std::vector<VaultEntry> all = readEntries(store);
+    std::vector<VaultEntry> entries;
+    std::vector<std::string> seen;
+    const auto isSeen = [&](const VaultEntry::Item& item) {
+        return std::any_of(seen.begin(), seen.end(),
+                           [&](const auto& path) { return isAtOrBelow(item.original, path); });
+    };
+    for (auto entry = all.rbegin(); entry != all.rend(); ++entry) { // the oldest has what was there before
+        if (!isNamed(*entry)) continue;
+        const auto& items = entry->items;
+        if (!std::all_of(items.begin(), items.end(), isSeen) && !vault.isBack(*entry)) entries.push_back(*entry);
+        for (const VaultEntry::Item& item : items) seen.push_back(item.original);
+    }
+    std::reverse(entries.begin(), entries.end());
+    return entries;
 }
 
 } // namespace tidewrack

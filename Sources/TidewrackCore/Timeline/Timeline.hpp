@@ -32,10 +32,12 @@ struct TimelineRow {
         unknown,     // something else was recorded next: the end was not seen
     };
     struct Command {
-        std::int64_t seq = 0; // the snapshot taken before it
+        std::int64_t seq = 0; // the snapshot taken before it; 0 where there is none
         std::string command;
         std::string verdict; // "allow" or "ask"; empty where the log no longer has it
         Date time{};
+        std::string project{}; // the root of the other project that the snapshot is of; empty: it is of this one
+        std::string vault{};   // the entry made before it, where there is no snapshot
         bool operator==(const Command&) const = default;
     };
     // Another turn at work between the same snapshots.

@@ -95,11 +95,6 @@ Engine::Scope actedOn(const std::vector<UndoAction>& actions) {
     return [paths = std::move(paths)](std::string_view path) { return paths.contains(path); };
 }
 
-std::vector<NotedEdit> readNotedEdits(const History& history) {
-    std::string log;
-    return readFile(editLogPath(history.folder()), log) == 0 ? notedEdits(log) : std::vector<NotedEdit>();
-}
-
 } // namespace
 
 bool UndoResult::isComplete() const {
@@ -132,10 +127,11 @@ Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
     return counts;
 }
 
-UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows, const Options&) const {
+UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows, const Options& options) const {
     for (const TimelineRow& row : rows) {
         choice.rows = {row};
         if (!isIdle(choice)) return choice;
+        if (options.vault && !entriesToPutBack(engine_.store, choice.rows).empty()) return choice;
         if (counts(row).sum() > 0) choice.passed.push_back(row);
     }
     choice.rows.clear();
@@ -144,8 +140,9 @@ UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& 
 
 UndoChoice TurnUndo::last(const Options& options) const {
     std::vector<TimelineRow> turns = timeline_.rows;
-    std::erase_if(turns, [](const TimelineRow& row) {
-        const bool changed = !row.counts || row.counts->sum() > 0;
+    if (options.vault) addVaultEntries(engine_.store, project_, timeline_, turns);
+    std::erase_if(turns, [&](const TimelineRow& row) {
+        const bool changed = !row.counts || row.counts->sum() > 0 || (options.vault && !row.vault.empty());
         return row.type != Type::turn || row.undone || !changed;
     });
     return passing({"undo", {}}, turns, options);
@@ -214,6 +211,7 @@ UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder fold
         const bool unseen = folder == Folder::gone && row.isRunning(); // nobody can look what it did last
         if (!unseen && counts(row).sum() == 0) continue;
         choice.rows.push_back(row);
+        if (row.title.empty()) choice.rows.back().title = same->title;
         // Its end was seen where it was asked for: what came here since may be anybody's.
         if (row.isRunning() && !same->isRunning()) choice.rows.back().waits.push_back({row.last, untilNow});
     }

@@ -62,6 +62,7 @@ class TurnUndo {
         UndoOptions::Later later = UndoOptions::Later::merged;
         std::vector<std::string> paths; // project-relative; empty: all
         bool dryRun = false;            // only plan: nothing is written, and no lock taken
+        bool vault = false;             // what was saved outside of projects is to come back as well
     };
 
     // The turn with the newest end that changed something and was not taken back yet. Those of which nothing is left,

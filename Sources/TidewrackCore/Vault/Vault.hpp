@@ -105,6 +105,9 @@ class Vault {
     enum class Acting { forReal, dryRun };
     VaultRestored restore(const std::string& id, Acting acting = Acting::forReal) const;
 
+    // Whether everything that the entry holds is where it came from, as far as sizes, times and modes tell.
+    [[nodiscard]] bool isBack(const VaultEntry& entry) const;
+
     // Saves the user's configuration files when that was last begun more than an hour ago. Before that it removes
     // entries older than `daysKept`, and what is left of such copies that were cut short. None when it is not due.
     std::optional<VaultEntry> backupDotfilesIfDue(const std::string& home, Date now,

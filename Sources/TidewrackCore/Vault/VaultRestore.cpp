@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 
 namespace tidewrack {
 
@@ -170,6 +171,14 @@ void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item
         fail(Why::system, error);
     else
         (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
+}
+
+bool Vault::isBack(const VaultEntry& entry) const {
+    constexpr auto whenever = std::numeric_limits<std::int64_t>::max();
+    return std::all_of(entry.items.begin(), entry.items.end(), [&](const VaultEntry::Item& item) {
+        const std::string copy = entryFolder(entry.id) + "/" + item.stored;
+        return isAsCopied(item.original, {copy, whenever}) && isAsCopied(copy, {item.original, whenever});
+    });
 }
 
 std::size_t VaultRestored::count() const {

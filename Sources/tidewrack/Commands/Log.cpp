@@ -159,8 +159,8 @@ void logOfPath(Invocation& call, const Project& project, const std::string& path
         call.print("Nothing changed there in this history.\n");
 }
 
-void printTurns(Invocation& call, const Project& project, std::vector<TimelineRow> rows) {
-    addElsewhere(call.store(), project, rows);
+void printTurns(Invocation& call, const Project& project, const Timeline& timeline, std::vector<TimelineRow> rows) {
+    addElsewhere(call.store(), project, timeline, rows);
     if (call.json())
         call.printJson(timelineJson(rows));
     else
@@ -178,7 +178,7 @@ void turnsOfAll(Invocation& call, const Project& project, std::size_t most) {
         rows.push_back(row);
         rows.back().counts = counts;
     }
-    printTurns(call, project, std::move(rows));
+    printTurns(call, project, undo.timeline(), std::move(rows));
 }
 
 // The rows of the timeline in which something at or below the path changed, with what changed there.
@@ -202,7 +202,7 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
     warnOrRefuse(call, followPath(call.engine(), project, undo.records(), path, add), path);
     std::erase_if(rows, [](const TimelineRow& row) { return row.counts->sum() == 0; });
     rows.resize(std::min(rows.size(), most));
-    printTurns(call, project, std::move(rows));
+    printTurns(call, project, undo.timeline(), std::move(rows));
 }
 
 } // namespace

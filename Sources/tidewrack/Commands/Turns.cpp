@@ -82,7 +82,7 @@ int show(Invocation& call) {
     std::vector<TimelineRow> rows{shownTurn(call, project, undo)};
     const TimelineRow& row = rows.front();
     rows.front().counts = undo.counts(row);
-    addElsewhere(call.store(), project, rows);
+    addElsewhere(call.store(), project, undo.timeline(), rows);
     std::vector<Shown> parts;
     for (const Stretch& stretch : openStretches(row)) {
         const auto to = stretch.to == untilNow ? std::nullopt : std::optional(stretch.to);
@@ -126,7 +126,7 @@ int timeline(Invocation& call) {
         rows.push_back(row);
         rows.back().counts = undo.counts(row);
     }
-    addElsewhere(call.store(), project, rows);
+    addElsewhere(call.store(), project, undo.timeline(), rows);
     if (call.json())
         call.printJson(timelineJson(rows));
     else if (rows.empty())

@@ -20,6 +20,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace tidewrack::commands {
 
@@ -45,6 +47,7 @@ TurnUndo::Options optionsFrom(Invocation& call) {
     if (call.args.has("--force") && call.args.has("--keep-later"))
         throw CliError("--force and --keep-later contradict each other");
     options.dryRun = call.args.has("--dry-run");
+    options.vault = call.args.has("--vault");
     return options;
 }
 
@@ -52,8 +55,9 @@ struct Done {
     Project project;
     UndoChoice choice;
     UndoResult result;
-    std::string failure{}; // of another project: why nothing was done there
-    bool gone = false;     // its folder is: then there is nothing to take back
+    std::string failure{};  // of another project: why nothing was done there
+    bool gone = false;      // its folder is: then there is nothing to take back
+    bool isOutside = false; // something comes back outside of projects
 };
 
 std::string totals(const UndoResult& result) {
@@ -106,8 +110,9 @@ std::string summary(const Done& done, const TurnUndo::Options& options, const Lo
     if (!done.failure.empty()) return look.shown(done.failure) + "\n";
     const std::string what = choiceText(done.choice, now(), look);
     if (done.result.actions.empty()) {
-        if (options.paths.empty()) return "Nothing is left to take back of " + what + ".\n";
-        return "Nothing of " + what + " is left to take back" + pathsText(options.paths, look) + ".\n";
+        const std::string of = (done.isOutside ? " in projects of " : " of ") + what;
+        if (options.paths.empty()) return "Nothing is left to take back" + of + ".\n";
+        return "Nothing" + of + " is left to take back" + pathsText(options.paths, look) + ".\n";
     }
     std::string text = !done.result.acts() ? "Nothing of " + what + " is taken back:\n"
                        : options.dryRun    ? "Would take back " + what + ":\n"
@@ -123,16 +128,8 @@ std::string passedText(const Done& done, const Look& look) {
     return text;
 }
 
-// One line how to take it back.
-void takeBackHint(Invocation& call, const Done& done, bool elsewhere) {
-    if (!done.result.restored) return;
-    std::string words = "redo";
-    if (done.choice.by == "redo") words = "undo " + std::to_string(done.result.restored->safety.seq);
-    if (elsewhere) words += " --project " + shellWord(done.project.root);
-    call.print("Take this back with: tidewrack " + words + "\n");
-}
-
-// What was saved outside of projects before the turns' commands, put back where that was asked for.
+// What was saved outside of projects before the turns' commands and is not there as it was, put back where that was
+// asked for.
 struct FromVault {
     std::string id;
     std::string command;
@@ -140,30 +137,41 @@ struct FromVault {
     bool failed = false;
 };
 
-std::vector<FromVault> fromVault(Invocation& call, const Done& done, const TurnUndo::Options& options) {
+// One line how to take it back.
+void takeBackHint(Invocation& call, const Done& done, bool elsewhere) {
+    if (!done.result.restored || !done.result.acts()) return;
+    std::string words = "redo";
+    if (done.choice.by == "redo") words = "undo " + std::to_string(done.result.restored->safety.seq);
+    if (elsewhere) words += " --project " + shellWord(done.project.root);
+    call.print("Take this back with: tidewrack " + words + (done.isOutside ? " (what came from the vault stays)" : "") +
+               "\n");
+}
+
+std::vector<FromVault> fromVault(Invocation& call, const Timeline& timeline, const Done& done,
+                                 const TurnUndo::Options& options) {
     std::vector<FromVault> list;
     std::vector<TimelineRow> rows = done.choice.rows;
     if (done.choice.by != "undo") return list;
-    addElsewhere(call.store(), done.project, rows);
+    addVaultEntries(call.store(), done.project, timeline, rows);
     const Vault vault(call.store());
-    for (const VaultEntry& entry : vault.entries()) { // newest first, so that the oldest copy comes last
-        const auto names = [&](const TimelineRow& row) {
-            return std::find(row.vault.begin(), row.vault.end(), entry.id) != row.vault.end();
-        };
-        if (std::none_of(rows.begin(), rows.end(), names)) continue;
-        FromVault each{entry.id, entry.command, {}, false};
-        if (call.args.has("--vault")) {
-            try {
-                const auto acting = options.dryRun ? Vault::Acting::dryRun : Vault::Acting::forReal;
-                const VaultRestored restored = vault.restore(entry.id, acting);
-                each.messages = messagesOf(restored);
-                each.failed = restored.count() < entry.items.size();
-            } catch (const TidewrackError& error) { // what is in the project is back all the same
-                each.messages.emplace_back(error.what());
-                each.failed = true;
-            }
+    for (const VaultEntry& entry : entriesToPutBack(call.store(), rows))
+        list.push_back({entry.id, entry.command, {}, false});
+    if (!options.vault) return list;
+    try {
+        (void)vault.entries();
+    } catch (const TidewrackError& error) { // then none of them is known
+        return {{"", "", {error.what()}, true}};
+    }
+    for (FromVault& each : list) {
+        try {
+            const auto acting = options.dryRun ? Vault::Acting::dryRun : Vault::Acting::forReal;
+            const VaultRestored restored = vault.restore(each.id, acting);
+            each.messages = messagesOf(restored);
+            each.failed = restored.count() < restored.items.size();
+        } catch (const TidewrackError& error) { // what is in the project is back all the same
+            each.messages.emplace_back(error.what());
+            each.failed = true;
         }
-        list.push_back(std::move(each));
     }
     return list;
 }
@@ -171,11 +179,11 @@ std::vector<FromVault> fromVault(Invocation& call, const Done& done, const TurnU
 std::string vaultText(Invocation& call, const std::vector<FromVault>& list) {
     std::string text;
     for (const FromVault& each : list) {
-        const std::string entry = "vault entry " + each.id + " (" + call.shown(repairedUtf8(each.command)) + ")";
         for (const std::string& message : each.messages) text += call.shown(repairedUtf8(message)) + "\n";
         if (!call.args.has("--vault"))
-            text += "Outside of projects stays as it is; what was saved there first: " + entry +
-                    ". To put it back, run: tidewrack vault restore " + each.id + "\n";
+            text += "Outside of projects stays as it is; what was saved there first: vault entry " + each.id + " (" +
+                    call.shown(repairedUtf8(each.command)) + "). To put it back, run: tidewrack vault restore " +
+                    each.id + "\n";
     }
     return text;
 }
@@ -190,8 +198,10 @@ nlohmann::json vaultJson(const std::vector<FromVault>& list) {
     return array;
 }
 
-int report(Invocation& call, const std::vector<Done>& all, const TurnUndo::Options& options) {
+int report(Invocation& call, const TurnUndo& undo, std::vector<Done> all, const TurnUndo::Options& options) {
     int status = 0;
+    const std::vector<FromVault> vault = fromVault(call, undo.timeline(), all.front(), options);
+    all.front().isOutside = options.vault && !vault.empty();
     nlohmann::json list = nlohmann::json::array();
     std::string text = passedText(all.front(), call.look());
     for (const Done& done : all) {
@@ -201,7 +211,6 @@ int report(Invocation& call, const std::vector<Done>& all, const TurnUndo::Optio
         if (&done != &all.front()) text += "In " + call.shown(done.project.root) + ": ";
         text += summary(done, options, call.look());
     }
-    const std::vector<FromVault> vault = fromVault(call, all.front(), options);
     for (const FromVault& each : vault) status = each.failed ? leftAlone : status;
     if (call.json()) {
         call.printJson({{"version", 1},
@@ -244,14 +253,23 @@ Done inGoneProject(const Project& other, const UndoChoice& choice) {
             true};
 }
 
-// The same turn in the other projects that it worked in.
-void addOtherProjects(Invocation& call, const TurnUndo::Options& options, std::vector<Done>& all) {
-    const std::vector<TimelineRow> rows = all.front().choice.rows;
+// Whether the turn can have worked in the project. What can't be read is no sign against it.
+bool mayHoldSince(const History& history, Date began) {
+    try {
+        const auto latest = history.latest();
+        return latest && began <= latest->created;
+    } catch (const TidewrackError&) {
+        return true;
+    }
+}
+
+// Carried out, or planned, where the same turn worked as well.
+std::vector<Done> inOtherProjects(Invocation& call, const Done& first, const TurnUndo::Options& options) {
+    std::vector<Done> all;
+    const std::vector<TimelineRow>& rows = first.choice.rows;
     for (const Project& other : call.store().projects()) {
-        if (other.id == all.front().project.id) continue;
+        if (other.id == first.project.id || !mayHoldSince(call.store().history(other), rows.back().began)) continue;
         try {
-            const auto latest = call.store().history(other).latest();
-            if (!latest || latest->created < rows.back().began) continue;
             const TurnUndo undo(call.engine(), other);
             const bool gone = !exists(other.root);
             const UndoChoice choice = undo.sameTurns(rows, gone ? TurnUndo::Folder::gone : TurnUndo::Folder::there);
@@ -264,30 +282,58 @@ void addOtherProjects(Invocation& call, const TurnUndo::Options& options, std::v
             all.push_back({other, {"undo", rows}, {}, error.what()});
         }
     }
-}
-
-// Carried out, or planned, in this project and where the same turn worked as well.
-std::vector<Done> done(Invocation& call, const TurnUndo& undo, Done first, const TurnUndo::Options& options,
-                       bool everywhere) {
-    first.result = undo.run(first.choice, options);
-    std::vector<Done> all;
-    all.push_back(std::move(first));
-    if (everywhere) addOtherProjects(call, options, all);
     return all;
 }
 
-// Whoever asks for the newest turn is told of one that is newer, and worked in other projects alone.
+// Carried out, or planned, in this project and where the same turn worked as well. This one comes last: whoever is cut
+// short finds the turn still there, and the same words finish it.
+std::vector<Done> done(Invocation& call, const TurnUndo& undo, Done first, const TurnUndo::Options& options,
+                       bool everywhere) {
+    std::vector<Done> all;
+    if (everywhere) all = inOtherProjects(call, first, options);
+    try {
+        first.result = undo.run(first.choice, options);
+    } catch (const TidewrackError& error) {
+        if (all.empty()) throw;
+        first.failure = error.what(); // what was done elsewhere is told
+    }
+    all.insert(all.begin(), std::move(first));
+    return all;
+}
+
+// The turn where it still stands: its number in the first other project where it was not taken back.
+std::optional<std::pair<Project, std::int64_t>> standingElsewhere(Invocation& call, const TimelineRow& row) {
+    for (const std::string& root : row.projects) {
+        const auto other = call.store().projectContaining(root);
+        if (!other || other->root != root || !exists(root)) continue;
+        try {
+            const UndoChoice choice = TurnUndo(call.engine(), *other).sameTurns({row}, TurnUndo::Folder::there);
+            if (!choice.rows.empty()) return std::pair(*other, choice.rows.front().first);
+        } catch (const TidewrackError&) { // no reason to tell nothing of the others
+        }
+    }
+    return std::nullopt;
+}
+
+// Whoever asks for the newest turn is told of one that is newer, and of which something is left elsewhere alone.
 std::string newerElsewhere(Invocation& call, const Project& project, const TurnUndo& undo, const UndoChoice& choice) {
     const std::int64_t last = choice.rows.empty() ? 0 : choice.rows.front().last;
     for (const TimelineRow& row : undo.timeline().rows) {
         if (row.last <= last) break;
-        if (row.type != TimelineRow::Type::turn || row.undone || undo.counts(row).sum() > 0) continue;
+        if (row.type != TimelineRow::Type::turn || (!row.undone && undo.counts(row).sum() > 0)) continue;
         std::vector<TimelineRow> rows{row};
-        addElsewhere(call.store(), project, rows);
-        if (rows.front().projects.empty()) continue;
-        const std::string& root = rows.front().projects.front();
-        return "Newer: " + choiceText({"undo", {row}}, now(), call.look()) + ", which changed nothing here, but in " +
-               call.shown(root) + ". To take it back, run: tidewrack undo --last --project " + shellWord(root) + "\n";
+        addElsewhere(call.store(), project, undo.timeline(), rows);
+        const std::string newer =
+            "Newer: " + choiceText({"undo", rows}, now(), call.look()) +
+            (row.undone ? ", which is taken back here, but not " : ", which changed nothing here, but ");
+        if (const auto there = standingElsewhere(call, rows.front())) {
+            const std::string root = repairedUtf8(there->first.root);
+            return newer + "in " + call.shown(root) + ". To take it back, run: tidewrack undo --turn " +
+                   std::to_string(there->second) + " --project " + shellWord(there->first.root) + "\n";
+        }
+        if (!row.undone && !entriesToPutBack(call.store(), rows).empty())
+            return newer + "outside of projects. To put back what was saved there first, run: tidewrack undo --last "
+                           "--vault\n";
     }
     return "";
 }
@@ -363,7 +409,7 @@ int undoTurns(Invocation& call) {
     if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
     const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
     const std::vector<Done> all = done(call, undo, {project, choice, {}}, options, everywhere);
-    const int status = report(call, all, options);
+    const int status = report(call, undo, all, options);
     if (last) call.print(turnBefore(undo, all.front()));
     return status;
 }
@@ -406,7 +452,7 @@ int undoAsking(Invocation& call) {
                     summary(each, options, call.look());
         if (text == shown) {
             options.dryRun = false;
-            return report(call, done(call, undo, {project, choice, {}}, options, true), options);
+            return report(call, undo, done(call, undo, {project, choice, {}}, options, true), options);
         }
         call.print((shown.empty() ? "" : "More was changed meanwhile.\n") + text);
         if (std::none_of(planned.begin(), planned.end(), [](const Done& each) { return each.result.acts(); })) {
@@ -431,7 +477,7 @@ int redo(Invocation& call) {
     if (choice.rows.empty())
         return nothing(call, choice, "There's nothing to redo: no undo or restore here that wasn't redone already.",
                        options.dryRun);
-    return report(call, {{project, choice, undo.run(choice, options)}}, options);
+    return report(call, undo, {{project, choice, undo.run(choice, options)}}, options);
 }
 
 } // namespace tidewrack::commands

@@ -135,14 +135,23 @@ const char* name(Kind kind) {
     return "";
 }
 
+std::string commandText(const TimelineRow::Command& command, Date now, const Look& look) {
+    std::string text = "    " + (command.seq != 0 ? "#" + std::to_string(command.seq) : "vault");
+    if (!command.project.empty()) text += " in " + look.shown(repairedUtf8(command.project));
+    text += "  " + clockText(command.time, now) + "  " + look.shown(repairedUtf8(command.command));
+    return text + (command.verdict == "ask" ? "  (asked)" : "") + "\n";
+}
+
 json rowJson(const TimelineRow& row) {
     const Changes::Counts counts = row.counts.value_or(Changes::Counts());
     json commands = json::array();
-    for (const TimelineRow::Command& each : row.commands)
-        commands.push_back({{"seq", each.seq},
-                            {"command", repairedUtf8(each.command)},
-                            {"verdict", each.verdict},
-                            {"time", isoText(each.time)}});
+    for (const TimelineRow::Command& each : row.commands) {
+        json command{{"command", repairedUtf8(each.command)}, {"verdict", each.verdict}, {"time", isoText(each.time)}};
+        if (each.seq != 0) command["seq"] = each.seq;
+        if (!each.project.empty()) command["project"] = repairedUtf8(each.project);
+        if (!each.vault.empty()) command["vault"] = each.vault;
+        commands.push_back(std::move(command));
+    }
     json meanwhile = json::array();
     for (const TimelineRow::Company& each : row.company)
         meanwhile.push_back({{"agent", each.agent},
@@ -189,9 +198,7 @@ std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Da
         if (row.type != Type::manual) text += "  " + countsText(row.counts.value_or(Changes::Counts()));
         text += notes(row, look) + "\n";
         if (!commands) continue;
-        for (const TimelineRow::Command& each : row.commands)
-            text += "    #" + std::to_string(each.seq) + "  " + look.shown(repairedUtf8(each.command)) +
-                    (each.verdict == "ask" ? "  (asked)" : "") + "\n";
+        for (const TimelineRow::Command& each : row.commands) text += commandText(each, now, look);
     }
     return text;
 }
