@@ -4,6 +4,7 @@
 
 #include "Engine/ListingSteps.hpp"
 #include "Engine/PathSearch.hpp"
+#include "Store/EditLog.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -86,6 +87,29 @@ TEST_F(Finding, namesWhatIsGoneAndTheCommandThatBringsItBack) {
               "tidewrack restore 4 $'n\\012\\'1'");
     world.ok({"restore", "2", "src/deep/it's.c"}); // as it was told
     EXPECT_EQ(f.read("project/src/deep/it's.c"), "er\n");
+}
+
+// Two agents were at work: what one of them named is its own, what neither named may be anybody's.
+TEST_F(Finding, tellsWhoseTurnItWas) {
+    f.write("project/mine", "1");
+    f.write("project/whose", "1");
+    snap("prompt", "Long"); // 4
+    world.ok({"snap", "--kind", "prompt", "--agent", "codex", "--session", "c", "--label", "Short"});
+    noteEdit(world.history().folder(), {now(), "claude", "s", std::nullopt, "mine"});
+    f.remove("project/mine");
+    f.remove("project/whose");
+    world.ok({"snap", "--kind", "stop", "--agent", "codex", "--session", "c"});
+    snap("stop", "End of turn");
+    const std::string claude = "turn #4–#7 of claude, \"Long\"";
+    EXPECT_EQ(found({"mine"}), "mine  #4–#5  gone in #6, T (" + claude + ")\n    tidewrack restore 5 mine\n");
+    EXPECT_EQ(found({"whose"}), "whose  #4–#5  gone in #6, T (" + claude +
+                                    ", or turn #5–#6 of codex, \"Short\")\n    tidewrack restore 5 whose\n");
+    EXPECT_FALSE(json::parse(world.ok({"find", "whose", "--json"}))["paths"][0].contains("title"));
+    const auto rows = [&](const char* path) {
+        return json::parse(world.ok({"log", path, "--turns", "--json"}))["rows"].size();
+    };
+    EXPECT_EQ(rows("mine"), 2U) << "where it came, and where it went";
+    EXPECT_EQ(rows("whose"), 3U);
 }
 
 TEST_F(Finding, knowsSeveralTimesAndWhatWasNotKept) {

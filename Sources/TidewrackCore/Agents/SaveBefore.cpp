@@ -86,6 +86,7 @@ class Saving {
         const Deadline guessing = untilGuessed(); // what is known comes first
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
+        for (const std::string& path : named_) note(path); // later than the snapshots, which they come after
         saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
         explainPromise();
         return std::move(saved_);
@@ -242,8 +243,8 @@ class Saving {
         const std::string place = Store::canonicalPlace(target);
         const std::string end = Store::canonical(target);
         const bool isLink = end != place;
-        note(place);
-        if (isLink) note(end);
+        named_.push_back(place);
+        if (isLink) named_.push_back(end);
         if (isIn(decision_.removed, target) || (!isIn(decision_.keptWhole, target) && isFile(end)))
             destroyed_.insert(destroyed_.end(), {target, end});
         if (!addHolder(isLink ? std::string(parentOf(place)) : place)) {
@@ -298,8 +299,9 @@ class Saving {
     const std::string& command_;
     const shell::Decision& decision_;
     std::vector<Project> projects_;
-    std::set<std::string> whole_;  // ids of those of them that lie at or below a target
-    std::vector<Project> guessed_; // in which something may change, by a guess
+    std::set<std::string> whole_;    // ids of those of them that lie at or below a target
+    std::vector<Project> guessed_;   // in which something may change, by a guess
+    std::vector<std::string> named_; // targets, to be noted as the turn's
     std::vector<std::string> outside_;
     std::vector<std::string> guessedOutside_;
     std::vector<std::string> destroyed_; // sorted, each once

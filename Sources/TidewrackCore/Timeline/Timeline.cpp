@@ -1,7 +1,10 @@
 #include "Timeline/Timeline.hpp"
 
+#include "Support/Paths.hpp"
+
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -387,6 +390,29 @@ const TimelineRow* Timeline::turnAt(std::int64_t seq) const {
 const TimelineRow* Timeline::newestTurn() const {
     const auto found = std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row.type == Type::turn; });
     return found == rows.end() ? nullptr : &*found;
+}
+
+std::vector<const TimelineRow*> Timeline::rowsThatLedTo(std::int64_t seq, std::string_view path,
+                                                        const std::vector<SnapshotMeta>& records,
+                                                        const std::vector<NotedEdit>& edits) const {
+    std::vector<const TimelineRow*> turns;
+    std::vector<const TimelineRow*> others;
+    for (const TimelineRow& row : rows)
+        for (const Stretch& stretch : row.stretches)
+            if (stretch.from < seq && seq <= stretch.to) (row.type == Type::turn ? turns : others).push_back(&row);
+    if (turns.size() < 2) return turns.empty() ? others : turns;
+    const auto at = std::lower_bound(records.begin(), records.end(), seq,
+                                     [](const SnapshotMeta& meta, std::int64_t n) { return meta.seq < n; });
+    if (at == records.begin() || at == records.end()) return turns;
+    const auto named = [&](const TimelineRow* row) {
+        return std::any_of(edits.begin(), edits.end(), [&](const NotedEdit& edit) {
+            return edit.agent == row->agent && edit.session == row->session && std::prev(at)->created <= edit.time &&
+                   edit.time <= endOf(*at) && (isAtOrBelow(path, edit.path) || isAtOrBelow(edit.path, path));
+        });
+    };
+    std::vector<const TimelineRow*> whose;
+    std::copy_if(turns.begin(), turns.end(), std::back_inserter(whose), named);
+    return whose.empty() ? turns : whose;
 }
 
 std::string spanText(std::int64_t first, std::int64_t last) {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tidewrack {
@@ -97,6 +98,12 @@ struct Timeline {
     [[nodiscard]] const TimelineRow* turnAt(std::int64_t seq) const;
     // None when no agent was at work here.
     [[nodiscard]] const TimelineRow* newestTurn() const;
+    // During which rows something changed at `path` that snapshot `seq` is the first to show: turns rather than
+    // anything else, and of several turns those that named it. `records` and `edits` are those that the timeline was
+    // made of.
+    [[nodiscard]] std::vector<const TimelineRow*> rowsThatLedTo(std::int64_t seq, std::string_view path,
+                                                                const std::vector<SnapshotMeta>& records,
+                                                                const std::vector<NotedEdit>& edits) const;
 };
 
 // "#3–#5", or "#3" for one snapshot.

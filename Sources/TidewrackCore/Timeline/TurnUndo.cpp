@@ -448,17 +448,12 @@ void TurnUndo::findCauses(std::vector<UndoneAction>& actions, std::set<std::size
         if (action.changedIn != 0) nameTurn(action);
 }
 
-// The newest turn that was at work then.
+// The turn that was at work then, where it can be told.
 void TurnUndo::nameTurn(UndoneAction& action) const {
-    for (const TimelineRow& row : timeline_.rows) {
-        const auto holds = [&](const Stretch& each) {
-            return each.from < action.changedIn && action.changedIn <= each.to;
-        };
-        if (row.type != Type::turn || std::none_of(row.stretches.begin(), row.stretches.end(), holds)) continue;
-        action.agent = row.agent;
-        action.title = row.title;
-        return;
-    }
+    const auto rows = timeline_.rowsThatLedTo(action.changedIn, action.action.path, records_, edits_);
+    if (rows.size() != 1 || rows.front()->type != Type::turn) return;
+    action.agent = rows.front()->agent;
+    action.title = rows.front()->title;
 }
 
 } // namespace tidewrack

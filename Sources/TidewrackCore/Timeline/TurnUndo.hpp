@@ -55,6 +55,7 @@ class TurnUndo {
     [[nodiscard]] const Timeline& timeline() const { return timeline_; }
     [[nodiscard]] const std::vector<SnapshotMeta>& records() const { return records_; } // ascending
     [[nodiscard]] const std::vector<UnreadRecord>& unread() const { return unread_; }
+    [[nodiscard]] const std::vector<NotedEdit>& edits() const { return edits_; }
     // Files that a row changed in all.
     [[nodiscard]] Changes::Counts counts(const TimelineRow& row) const;
 

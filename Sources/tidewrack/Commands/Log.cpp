@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <future>
+#include <set>
 
 namespace tidewrack::commands {
 
@@ -181,6 +182,18 @@ void turnsOfAll(Invocation& call, const Project& project, std::size_t most) {
     printTurns(call, project, undo.timeline(), std::move(rows));
 }
 
+// The rows in which a step changed something, as far as that can be told; none: all that were at work.
+std::set<const TimelineRow*> rowsOf(const TurnUndo& undo, const PathStep& step) {
+    constexpr std::size_t mostLookedAt = 100;
+    std::set<const TimelineRow*> rows;
+    const std::vector<std::string> paths = step.changes.all();
+    if (step.shownIn == 0 || paths.size() > mostLookedAt) return rows;
+    for (const std::string& path : paths)
+        for (const TimelineRow* row : undo.timeline().rowsThatLedTo(step.shownIn, path, undo.records(), undo.edits()))
+            rows.insert(row);
+    return rows;
+}
+
 // The rows of the timeline in which something at or below the path changed, with what changed there.
 void turnsOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
     const TurnUndo undo(call.engine(), project);
@@ -188,7 +201,10 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
     std::vector<TimelineRow> rows = undo.timeline().rows;
     for (TimelineRow& row : rows) row.counts = Changes::Counts();
     const auto add = [&](const PathStep& step) {
-        for (TimelineRow& row : rows)
+        const auto whose = rowsOf(undo, step);
+        for (TimelineRow& row : rows) {
+            const TimelineRow* told = &undo.timeline().rows[static_cast<std::size_t>(&row - rows.data())];
+            if (!whose.empty() && !whose.contains(told)) continue; // another turn was at work then
             for (const Stretch& stretch : row.stretches) {
                 const bool open = row.isRunning() && &stretch == &row.stretches.back();
                 if (step.shownIn == 0 ? !open : stretch.from >= step.shownIn || (!open && step.shownIn > stretch.to))
@@ -197,6 +213,7 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
                 row.counts = {row.counts->added + more.added, row.counts->modified + more.modified,
                               row.counts->deleted + more.deleted};
             }
+        }
         return true;
     };
     warnOrRefuse(call, followPath(call.engine(), project, undo.records(), path, add), path);

@@ -15,13 +15,10 @@ namespace {
 using nlohmann::json;
 using Type = TimelineRow::Type;
 
-// During which row something happened that snapshot `seq` is the first to show; a turn rather than anything else.
-const TimelineRow* rowThatLedTo(const Timeline& timeline, std::int64_t seq) {
-    const TimelineRow* found = nullptr;
-    for (const TimelineRow& row : timeline.rows)
-        for (const Stretch& stretch : row.stretches)
-            if (stretch.from < seq && seq <= stretch.to && (found == nullptr || row.type == Type::turn)) found = &row;
-    return found;
+// During which rows a path went.
+std::vector<const TimelineRow*> rowsOf(const FindReport& report, const FoundPath& found) {
+    if (!found.goneIn) return {};
+    return report.timeline.rowsThatLedTo(*found.goneIn, found.path, report.records, report.edits);
 }
 
 const SnapshotMeta* recordOf(const FindReport& report, std::int64_t seq) {
@@ -34,11 +31,12 @@ std::string goneText(const FindReport& report, const FoundPath& found, Date now,
     if (!found.goneIn) return "gone since then";
     std::string text = "gone in #" + std::to_string(*found.goneIn);
     if (const SnapshotMeta* meta = recordOf(report, *found.goneIn)) text += ", " + clockText(meta->created, now);
-    if (const TimelineRow* row = rowThatLedTo(report.timeline, *found.goneIn))
-        text += row->type == Type::outside || row->type == Type::manual
-                    ? " (outside of turns)"
-                    : " (" + choiceText({"undo", {*row}}, now, look) + ")";
-    return text;
+    std::string rows;
+    for (const TimelineRow* row : rowsOf(report, found))
+        rows += (rows.empty() ? "" : ", or ") + (row->type == Type::outside || row->type == Type::manual
+                                                     ? std::string("outside of turns")
+                                                     : choiceText({"undo", {*row}}, now, look));
+    return rows.empty() ? text : text + " (" + rows + ")";
 }
 
 const char* name(EntryKind kind) {
@@ -93,10 +91,9 @@ json findJson(const FindReport& report) {
         if (found.keptIn) object["keptIn"] = *found.keptIn;
         if (found.notKept) object["notKept"] = repairedUtf8(*found.notKept);
         if (!found.isThere && found.keptIn) object["command"] = repairedUtf8(report.command(found));
-        if (const TimelineRow* row = found.goneIn ? rowThatLedTo(report.timeline, *found.goneIn) : nullptr;
-            row != nullptr && row->type == Type::turn) {
-            if (row->agent) object["agent"] = repairedUtf8(*row->agent);
-            object["title"] = repairedUtf8(row->title);
+        if (const auto rows = rowsOf(report, found); rows.size() == 1 && rows.front()->type == Type::turn) {
+            if (rows.front()->agent) object["agent"] = repairedUtf8(*rows.front()->agent);
+            object["title"] = repairedUtf8(rows.front()->title);
         }
         list.push_back(std::move(object));
     }

@@ -17,6 +17,7 @@ struct FindReport {
     FoundPaths found;
     std::vector<SnapshotMeta> records; // ascending
     Timeline timeline;
+    std::vector<NotedEdit> edits;
     std::function<std::string(const FoundPath&)> command; // which gets a lost path back
 };
 
