@@ -222,6 +222,11 @@ TEST_F(Finding, logRows) {
 TEST_F(Finding, diffOfTheNewestTurnAndOfPaths) {
     EXPECT_EQ(world.ok({"diff", "--last"}).find("+ empty\n+ moved/\n+ moved/notes\n- Notes.txt\n- src/\n"), 0U);
     EXPECT_EQ(world.ok({"diff", "--last", "moved", "--stat"}), "+ moved/notes  +1 -0\n1 file changed, +1 -0\n");
+    snap("prompt", "Why?");
+    snap("stop", "End of turn"); // 5
+    const Outcome asked = world.run({"diff", "--last", "moved"});
+    EXPECT_EQ(asked.out, "+ moved/\n+ moved/notes\n");
+    EXPECT_EQ(asked.err, "The newest turn (#4–#5) changed nothing; this is turn #2–#3 of claude, \"Clean up\".\n");
     EXPECT_EQ(world.ok({"diff", "1", "empty"}), "+ empty\n") << "is there";
     EXPECT_EQ(world.ok({"diff", "1", "Notes.txt"}), "- Notes.txt\n") << "was there";
     f.write("project/3", "");

@@ -258,7 +258,11 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     EXPECT_EQ(back({"undo", "--turn", "3", "scr"}), "1\ntidewrack: scr isn't in what #2–#3 changed.\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "notes"}),
               "0\nNothing of turn #2–#3 of claude, \"one\" is left to take back at notes.\n");
-    EXPECT_EQ(back({"redo", "4"}).front(), '1');
+    EXPECT_EQ(back({"redo", "4"}), "1\ntidewrack: redo takes no words; it takes back the newest undo or restore\n");
+    EXPECT_EQ(back({"undo", "2", "--last"}),
+              "1\ntidewrack: undo takes either 2 or one of --last, --turn, --session and --session-of. A path of that "
+              "name goes behind --, as in: tidewrack undo --last -- 2\n");
+    EXPECT_EQ(back({"undo", "--turn", "3", "--", "2"}), "1\ntidewrack: 2 isn't in what #2–#3 changed.\n");
     EXPECT_EQ(back({"timeline", "--agent", "codex"}), "0\nNothing of that happened here.\n");
     for (const char* words : {"--turn=1", "--turn=999", "--session=x", "--session=", "4..3", "3..99"}) {
         const std::string word = words;

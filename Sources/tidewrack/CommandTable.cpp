@@ -286,6 +286,7 @@ constexpr Command table[] = {
     {.name = "redo",
      .group = Group::gettingBack,
      .effect = Effect::changes,
+     .mostWords = Command::anyNumber, // the command itself refuses them
      .options = redoOptions,
      .summary = "take back the newest undo or restore; again: the one before",
      .details = "With the same care for what was changed since. Takes a safety snapshot first.",

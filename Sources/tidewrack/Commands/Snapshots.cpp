@@ -2,16 +2,20 @@
 
 #include "Agents/SnapshotTexts.hpp"
 #include "Commands/Commands.hpp"
+#include "Commands/Turns.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/StatReport.hpp"
 #include "Reports/TextReports.hpp"
+#include "Reports/TurnReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Timeline/TurnUndo.hpp"
 
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
 
 namespace tidewrack::commands {
 
@@ -80,13 +84,20 @@ Compared compared(Invocation& call, const Project& project, const SnapshotWord& 
     return result;
 }
 
-Compared newestTurn(Invocation& call, const Project& project) {
+// The newest turn that changed something; a mere question after it is no reason to show nothing.
+Compared comparedByTurn(Invocation& call, const Project& project) {
     const TurnUndo undo(call.engine(), project);
-    for (const TimelineRow& row : undo.timeline().rows)
-        if (row.type == TimelineRow::Type::turn)
-            return {row.first, row.isRunning() ? std::nullopt : std::optional(row.last),
-                    call.relativePaths(project, 0)};
-    throw TidewrackError::refused("No agent's turn is on record here yet.");
+    call.warnOfUnread(undo.unread());
+    const TimelineRow& newest = newestTurn(undo);
+    const auto& rows = undo.timeline().rows;
+    const auto changed = std::find_if(rows.begin(), rows.end(), [&](const TimelineRow& row) {
+        return row.type == TimelineRow::Type::turn && undo.counts(row).sum() > 0;
+    });
+    const TimelineRow& row = changed == rows.end() ? newest : *changed;
+    if (row.first != newest.first || row.last != newest.last)
+        call.around.err.line("The newest turn (" + spanText(newest.first, newest.last) + ") changed nothing; this is " +
+                             choiceText({"undo", {row}}, now(), {call.around.err.isTerminal()}) + ".");
+    return {row.first, row.isRunning() ? std::nullopt : std::optional(row.last), call.relativePaths(project, 0)};
 }
 
 } // namespace
@@ -96,7 +107,7 @@ int diff(Invocation& call) {
     const bool last = args.has("--last");
     const SnapshotWord fromWord = last ? SnapshotWord() : call.snapshotWord(0, "snapshot");
     const Project project = call.project();
-    const auto [from, to, paths] = last ? newestTurn(call, project) : compared(call, project, fromWord);
+    const auto [from, to, paths] = last ? comparedByTurn(call, project) : compared(call, project, fromWord);
     const bool patch = args.has("--patch");
     const bool stat = args.has("--stat");
     if (patch && call.json()) throw CliError("a patch is no JSON: give --patch or --json");

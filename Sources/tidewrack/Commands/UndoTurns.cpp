@@ -392,12 +392,27 @@ bool isUndoOfTurns(const Args& args) {
     return isOfNewestTurn(args) || isRange(args.word(0).value_or(""));
 }
 
+namespace {
+
+// A number beside --last means another turn, hardly a path of that name.
+void refuseNumber(const Args& args, int ways) {
+    const std::string word = args.word(0).value_or("");
+    if (ways != 1 || args.plainFrom == 0 || (!snapshotNumber(word) && !isRange(word))) return;
+    throw CliError("undo takes either " + word +
+                   " or one of --last, --turn, --session and --session-of. A path of that "
+                   "name goes behind --, as in: tidewrack undo --last -- " +
+                   word);
+}
+
+} // namespace
+
 int undoTurns(Invocation& call) {
     int ways = 0;
     for (const char* option : {"--turn", "--session", "--session-of"}) ways += call.args.value(option) ? 1 : 0;
     const bool newest = call.args.has("--last") || (ways == 0 && isOfNewestTurn(call.args));
     if (newest) ++ways;
     if (ways > 1) throw CliError("undo takes one of --last, --turn, --session and --session-of");
+    refuseNumber(call.args, ways);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     call.warnOfUnread(undo.unread());

@@ -55,7 +55,7 @@ std::string whoText(const TimelineRow& row, const Look& look) {
     case Type::outside: return row.last == row.first + 1 ? "changes outside of turns" : "changes, snapshots missing";
     case Type::manual: return "by hand";
     case Type::restore: return "restore";
-    case Type::undo: return "undo";
+    case Type::undo: return row.redo ? "redo" : "undo";
     }
     return "";
 }
@@ -230,7 +230,7 @@ std::string choiceText(const UndoChoice& choice, Date now, const Look& look) {
     case Type::manual:
         return "what changed from #" + std::to_string(oldest.first) + " to #" + std::to_string(newest.last);
     case Type::restore: return "the restore " + range + of;
-    case Type::undo: return "the undo " + range + of;
+    case Type::undo: return (newest.redo ? "the redo " : "the undo ") + range + of;
     }
     const std::string title = quoted(newest.title, look);
     std::string turn = "turn " + range + " of " + agent + (title.empty() ? "" : ", " + title);
