@@ -1,11 +1,8 @@
 // Turns seen from outside: what agents did, told and taken back.
 
-#include "Support/TestFolders.hpp"
+#include "Support/TurnFixture.hpp"
 
-#include "Agents/HookHandler.hpp"
 #include "Platform/Descriptor.hpp"
-#include "Support/Files.hpp"
-#include "Vault/Vault.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -17,12 +14,10 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <future>
 #include <regex>
-#include <thread>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -30,71 +25,7 @@ using nlohmann::json;
 
 namespace {
 
-class Turns : public ::testing::Test {
-  protected:
-    Turns() {
-        f.write("project/config", "port = 80\ndebug = off\n");
-        f.write("project/README.md", "the original\n");
-        f.write("project/src/main.c", "int main;\n");
-        f.write("project/src/deep/er.c", "er\n");
-        f.write("project/notes", "one\n");
-        world.ok({"track"});
-    }
-
-    // A snapshot as a hook takes it; returns its number.
-    std::string snap(const std::string& kind, const std::string& agent, const std::string& session,
-                     const std::string& label = "", const std::string& folder = "") const {
-        std::vector<std::string> words{"snap",      "--kind", kind,      "--agent", agent,
-                                       "--session", session,  "--label", label,     "--json"};
-        if (!folder.empty()) words.insert(words.end(), {"--project", folder});
-        return std::to_string(json::parse(world.ok(words))["seq"].get<int>());
-    }
-    void prompt(const std::string& session, const std::string& text) const { snap("prompt", "claude", session, text); }
-    void stop(const std::string& session) const { snap("stop", "claude", session, "End of turn"); }
-
-    // An agent's own event, with the session's folder, prompt, file or command in place of the recorded ones.
-    void event(Agent agent, const std::string& name, const std::string& turn, const std::string& text = "",
-               const std::string& folder = "project") const {
-        std::string recorded;
-        const std::string path = inCheckout("Tests/Data/events/" + std::string(rawValue(agent)) + "/" + name + ".json");
-        ASSERT_EQ(readFile(path, recorded), 0) << path;
-        json object = json::parse(recorded);
-        object["cwd"] = f.at(folder);
-        object["session_id"] = "session";
-        for (const char* key : {"prompt_id", "turn_id"})
-            if (object.contains(key)) object[key] = turn;
-        if (object.contains("tool_input") && object["tool_input"].contains("file_path"))
-            object["tool_input"]["file_path"] = world.projectPath() + "/" + text;
-        else if (object.contains("tool_input"))
-            object["tool_input"]["command"] = text;
-        else if (object.contains("prompt"))
-            object["prompt"] = text;
-        HookHandler handler(world.store(), world.environment, f.at("home"));
-        handler.backupDotfiles = false;
-        EXPECT_EQ(handler.handle(agent, object.dump(), world.current).exitCode, 0);
-    }
-
-    // What `undo` or `redo` with these words prints, the exit status in front.
-    std::string back(const std::vector<std::string>& words) const {
-        const Outcome outcome = world.run(words);
-        return std::to_string(outcome.status) + "\n" + outcome.out + outcome.err;
-    }
-    // The dry run changes nothing, and tells what is done then.
-    void expectTakenBack(std::vector<std::string> words, const std::string& status, const std::string& list) const {
-        const std::string before = f.listing("project");
-        const auto newest = world.history().newestSeq();
-        words.emplace_back("--dry-run");
-        EXPECT_EQ(back(words), status + "\nWould take back " + list + "Nothing was changed.\n");
-        EXPECT_EQ(f.listing("project"), before);
-        EXPECT_EQ(world.history().newestSeq(), newest);
-        words.pop_back();
-        EXPECT_EQ(back(words), status + "\nTook back " + list + "Take this back with: tidewrack redo\n");
-    }
-    std::string config() const { return f.read("project/config"); }
-
-    World world;
-    const TemporaryFolder& f = world.folder;
-};
+class Turns : public TurnFixture {};
 
 } // namespace
 
@@ -486,131 +417,6 @@ TEST_F(Turns, aSessionThatIsStillAtWork) {
         << text;
     EXPECT_EQ(f.read("project/README.md") + f.read("project/src/main.c") + f.read("project/notes"),
               "codex\nint main;\nwhose\n");
-}
-
-TEST_F(Turns, otherProjectsOfTheTurn) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
-    prompt("s", "both");
-    snap("tool", "claude", "s", "Before: rm ../other/file", f.at("other"));
-    f.remove("other/file");
-    f.write("project/notes", "2\n");
-    f.write("home/outside", "1\n");
-    const auto saved =
-        Vault(world.store())
-            .save({.paths = {f.at("home/outside")}, .command = "rm it", .agent = "claude", .session = "s"});
-    f.remove("home/outside");
-    stop("s");
-    snap("stop", "claude", "s", "End of turn", f.at("other"));
-    const json row = json::parse(world.ok({"timeline", "--json"}))["rows"][0];
-    EXPECT_EQ(row["projects"], json{f.at("other")});
-    EXPECT_EQ(row["vault"], json{saved.entry->id});
-    std::vector<std::string> commands;
-    for (const json& each : row["commands"])
-        commands.push_back(each["command"].get<std::string>() + " " + each.value("project", "") +
-                           each.value("vault", ""));
-    std::sort(commands.begin(), commands.end());
-    EXPECT_EQ(commands, (std::vector{"rm ../other/file " + f.at("other"), "rm it " + saved.entry->id}));
-    EXPECT_EQ(json::parse(world.ok({"timeline", "--json", "--project", f.at("other")}))["rows"][0]["title"], "both");
-    EXPECT_EQ(back({"undo", "--last", "--here", "--dry-run"}).find(f.at("other")), std::string::npos);
-    EXPECT_EQ(back({"undo", "--last"}),
-              "0\nTook back turn #2–#3 of claude, \"both\":\n~ notes\n"
-              "1 file overwritten.\nIn " +
-                  f.at("other") +
-                  ": Took back turn #2–#3 of claude, \"both\":\n+ file\n1 file put back.\n"
-                  "Outside of projects stays as it is; what was saved there first: vault "
-                  "entry " +
-                  saved.entry->id + " (rm it). To put it back, run: tidewrack vault restore " + saved.entry->id +
-                  "\n"
-                  "Take this back with: tidewrack redo\n"
-                  "Take this back with: tidewrack redo --project " +
-                  f.at("other") + "\n");
-    EXPECT_EQ(f.read("other/file") + f.read("project/notes"), "1\none\n");
-    world.ok({"redo"});
-    world.ok({"redo", "--project", f.at("other")});
-    f.remove("other");
-    const std::string text = back({"undo", "--last", "--vault"}); // a work tree that is gone keeps nobody back
-    EXPECT_NE(text.find("the folder is gone. To bring it back as it was before, run: mkdir -p "), std::string::npos);
-    EXPECT_NE(text.find("Take this back with: tidewrack redo (what came from the vault stays)\n"), std::string::npos);
-    EXPECT_EQ(text.front(), '0') << text;
-    EXPECT_EQ(f.read("home/outside"), "1\n");
-}
-
-// What an older entry of the turn saved is what was there before.
-TEST_F(Turns, aTurnThatWorkedOutsideOfProjectsAlone) {
-    prompt("s", "here");
-    f.write("project/notes", "2\n");
-    stop("s");
-    prompt("s", "outside");
-    const auto save = [&](const std::string& content) {
-        f.write("home/outside", content);
-        (void)Vault(world.store())
-            .save({.paths = {f.at("home/outside")}, .command = "rm it", .agent = "claude", .session = "s"});
-    };
-    save("first\n");
-    std::this_thread::sleep_for(std::chrono::milliseconds(1001)); // the entries' times have whole seconds
-    save("second\n");
-    f.remove("home/outside");
-    stop("s");
-    const std::string turn = "turn #4–#5 of claude, \"outside\"";
-    EXPECT_EQ(back({"undo", "--last", "--dry-run"})
-                  .find("0\nNewer: " + turn +
-                        ", which changed nothing here, but outside of projects. To put back what "
-                        "was saved there first, run: tidewrack undo --last --vault\nWould take back turn #2–#3 of"),
-              0U);
-    const std::string outside = f.at("home/outside");
-    EXPECT_EQ(back({"undo", "--last", "--vault", "--dry-run"}), "0\nNothing is left to take back in projects of " +
-                                                                    turn + ".\nwould restore " + outside +
-                                                                    "\nNothing was changed.\n");
-    EXPECT_EQ(back({"undo", "--last", "--vault"}),
-              "0\nNothing is left to take back in projects of " + turn + ".\nrestored " + outside + "\n");
-    EXPECT_EQ(f.read("home/outside"), "first\n");
-    EXPECT_EQ(back({"undo", "--last", "--vault"}).find("0\nTook back turn #2–#3 of claude"), 0U);
-}
-
-// An agent whose turns have no names was cut off last week, while it worked in another project.
-TEST_F(Turns, anOldTurnElsewhereIsNotTakenForThisOne) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
-    event(Agent::gemini, "BeforeAgent", "", "one");
-    event(Agent::gemini, "BeforeTool-run_shell_command", "", "rm file", "other");
-    for (const char* folder : {"project", "other"}) {
-        world.current = f.at(folder);
-        for (const std::int64_t seq : {1, 2})
-            rewriteRecord(world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24); });
-        world.current = world.projectPath();
-    }
-    f.write("other/file", "mine\n");
-    event(Agent::gemini, "BeforeAgent", "", "two");
-    f.write("project/notes", "2\n");
-    event(Agent::gemini, "AfterAgent", "");
-    EXPECT_EQ(world.ok({"log", "--project", f.at("other")}).find("End of turn"), std::string::npos);
-    const std::string text = back({"undo", "--last"});
-    EXPECT_NE(text.find("~ notes\n1 file overwritten.\nTake this back"), std::string::npos) << text;
-    EXPECT_EQ(f.read("other/file"), "mine\n");
-}
-
-TEST_F(Turns, aNewerTurnThatWorkedElsewhereAlone) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
-    prompt("s", "here");
-    f.write("project/notes", "2\n");
-    stop("s");
-    prompt("t", "elsewhere");
-    snap("tool", "claude", "t", "Before: rm ../other/file", f.at("other"));
-    f.remove("other/file");
-    stop("t");
-    snap("stop", "claude", "t", "End of turn", f.at("other"));
-    const std::string text = back({"undo", "--last"});
-    EXPECT_EQ(text.find("0\nNewer: turn #4–#5 of claude, \"elsewhere\", which changed nothing here, but in " +
-                        f.at("other") + ". To take it back, run: tidewrack undo --turn 2 --project " + f.at("other")),
-              0U)
-        << text;
-    EXPECT_NE(text.find("Took back turn #2–#3 of claude"), std::string::npos) << text;
-    world.ok({"redo"});
-    f.write("project/notes", "3\n");
-    EXPECT_EQ(back({"undo", "--turn", "2", "--project", f.at("other")}).front(), '0');
-    EXPECT_EQ(back({"undo", "--last", "--dry-run"}).find("Newer"), std::string::npos);
 }
 
 // Nothing is done but what was shown when the answer was given.
