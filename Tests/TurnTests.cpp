@@ -402,10 +402,15 @@ TEST_F(Turns, aSessionThatIsStillAtWork) {
     f.write("project/notes", "whose\n");
     event(Agent::codex, "PreToolUse-Bash", "c1", "rm -rf src/deep");
     f.remove("project/src/deep");
+    event(Agent::codex, "PreToolUse-Bash", "c1", "mkdir -p made/by; touch made/by/codex; sed -i s/b/c/ .keep");
+    f.write("project/made/by/codex", "");
+    EXPECT_EQ(f.read("store/projects/" + world.project().id + "/edits.log").find("s\\/b"), std::string::npos);
     for (const bool ended : {false, true}) {
         if (ended) event(Agent::codex, "Stop", "c1");
         const std::string text = back({"undo", "--last", "--dry-run"});
-        EXPECT_NE(text.find("~ README.md\n! notes  claude may have been at work here from #3 "), std::string::npos)
+        EXPECT_NE(text.find("~ README.md\n- made/\n- made/by/\n- made/by/codex\n"
+                            "! notes  claude may have been at work here from #3 "),
+                  std::string::npos)
             << text;
         EXPECT_NE(text.find("\n+ src/deep/\n+ src/deep/er.c\n1"), std::string::npos) << text;
         EXPECT_EQ(text.find("src/main.c"), std::string::npos) << text;
@@ -413,7 +418,7 @@ TEST_F(Turns, aSessionThatIsStillAtWork) {
     }
     event(Agent::claude, "Stop", "t1");
     const std::string text = back({"undo", "--turn", "2"});
-    EXPECT_NE(text.find("~ config\n! notes  codex was at work here from #3 to #5\n~ src/main.c\n"), std::string::npos)
+    EXPECT_NE(text.find("~ config\n! notes  codex was at work here from #3 to #6\n~ src/main.c\n"), std::string::npos)
         << text;
     EXPECT_EQ(f.read("project/README.md") + f.read("project/src/main.c") + f.read("project/notes"),
               "codex\nint main;\nwhose\n");

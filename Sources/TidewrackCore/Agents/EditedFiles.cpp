@@ -1,7 +1,6 @@
 #include "Agents/EditedFiles.hpp"
 
 #include "Agents/KeptPaths.hpp"
-#include "Store/EditLog.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
@@ -43,14 +42,7 @@ void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unh
     if (record ? lacks(*record, *project, path)
                : KeptPaths(context_.handler.store.history(*project), *project).mayLeaveOut(path) && exists(path))
         unkept.push_back(path);
-    if (path.size() <= project->root.size()) return;
-    try {
-        noteEdit(context_.handler.store.history(*project).folder(),
-                 {now(), std::string(rawValue(context_.agent)), context_.event.session, context_.event.turn,
-                  path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
-    } catch (const std::exception& error) { // the snapshots do not depend on it
-        context_.logError(error.what());
-    }
+    context_.noteChange(path);
 }
 
 // The listing is read only where it may tell something else than that the file is held.

@@ -4,6 +4,7 @@
 #include "Agents/Installer.hpp"
 #include "Agents/SnapshotTexts.hpp"
 #include "Engine/Tracking.hpp"
+#include "Store/EditLog.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/LoggedHook.hpp"
@@ -100,6 +101,19 @@ std::string HookContext::noteOn(const SnapshotResult& result, const Project& pro
     std::string note = "#" + std::to_string(result.meta.seq) + " " + loggedText(project.root);
     if (result.late > 0) note += ", " + std::to_string(result.late) + " skipped";
     return note;
+}
+
+void HookContext::noteChange(const std::string& path) const {
+    const std::string folder(parentOf(path));
+    const auto project = Store::projectContaining(folder, projects_); // a link at the path is not followed
+    if (!project || path.size() <= project->root.size()) return;
+    try {
+        noteEdit(handler.store.history(*project).folder(),
+                 {now(), std::string(rawValue(agent)), event.session, event.turn,
+                  path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
+    } catch (const std::exception& error) { // the snapshots do not depend on it
+        logError(error.what());
+    }
 }
 
 Gaps HookContext::gapsIn(const SnapshotResult& result) {

@@ -60,6 +60,8 @@ class HookContext {
     // The note on a snapshot: its number, its project, and how many contents were left out for want of time. Notes are
     // parted by "; " in a line, and that is nowhere in them.
     [[nodiscard]] static std::string noteOn(const SnapshotResult& result, const Project& project);
+    // Notes a path, whose parts above are no links, as the turn's in the "edits.log" of its project.
+    void noteChange(const std::string& path) const;
     // What else the snapshot lacks.
     [[nodiscard]] static Gaps gapsIn(const SnapshotResult& result);
     // The notes on that, which come behind all others: "<n> not saved: <the first>: <its reason>", and that git did not

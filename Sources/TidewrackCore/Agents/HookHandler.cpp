@@ -137,8 +137,10 @@ class HookCall {
             attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths, unkept); });
         const bool asks = verdict_.kind == shell::Verdict::Kind::ask;
         if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty() &&
-            decision.mentioned.empty() && unkept.empty())
+            decision.mentioned.empty() && unkept.empty()) {
+            noteMade(decision);
             return allowed();
+        }
         const auto saving = [&] { return saveAndAnswer(action, decision, unkept); };
         if (!handler_.patience) return saving();
         return answerInTime(context_.after(*handler_.patience), saving, [&](const char* why) {
@@ -153,6 +155,7 @@ class HookCall {
         try {
             const SavedBefore saved = saveBefore(context_, action, decision, unkept);
             for (const std::string& failure : saved.failures) context_.logError(failure); // each a line of its own
+            noteMade(decision);
             if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
             const char* kind = verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ";
             attempt([&] { logAction(kind, action, saved.notes); });
@@ -161,6 +164,12 @@ class HookCall {
             context_.logError(error.what());
             return answerAfter(error.what());
         }
+    }
+
+    // What a command makes is the turn's like what it takes.
+    void noteMade(const shell::Decision& decision) const {
+        for (const std::string& path : decision.made)
+            attempt([&] { context_.noteChange(Store::canonicalPlace(path)); });
     }
 
     [[nodiscard]] HookOutput answerTo(const shell::Verdict& verdict, const SavedBefore& saved) const {

@@ -5,7 +5,6 @@
 #include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
 #include "Platform/Process.hpp"
-#include "Store/EditLog.hpp"
 #include "Store/KeepFailure.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -86,7 +85,9 @@ class Saving {
         const Deadline guessing = untilGuessed(); // what is known comes first
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
-        for (const std::string& path : named_) note(path); // later than the snapshots, which they come after
+        if (context_.event.kind == HookEvent::Kind::shell) // file tools have noted theirs
+            for (const std::string& path : named_)         // later than the snapshots, which they come after
+                if (exists(std::string(parentOf(path)))) context_.noteChange(path); // else it is sed's script
         saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
         explainPromise();
         return std::move(saved_);
@@ -262,16 +263,6 @@ class Saving {
             if (follows && context_.isUnjudged(project) && isIn(decision_.removed, target))
                 outside_.push_back(isLink ? end : target);
         }
-    }
-
-    // The command's target as the turn's, in its project's "edits.log", where file tools are noted as well.
-    void note(const std::string& path) {
-        if (context_.event.kind != HookEvent::Kind::shell) return;
-        const auto project = Store::projectContaining(std::string(parentOf(path)), context_.projects());
-        if (!project || path.size() <= project->root.size()) return;
-        noteEdit(context_.handler.store.history(*project).folder(),
-                 {now(), std::string(rawValue(context_.agent)), context_.event.session, context_.event.turn,
-                  path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
     }
 
     // That a path is mentioned is no reason to begin to track the repository that it lies in.

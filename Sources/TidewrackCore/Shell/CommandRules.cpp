@@ -111,6 +111,7 @@ class Examination {
     void fd();
     void xargs();
     void changeModes();
+    void make();
     void tidewrack();
 
   private:
@@ -160,6 +161,7 @@ constexpr Rule rules[] = {
     {"ksh", &E::runScript},
     {"ln", &E::copy, "St", " --suffix --target-directory "},
     {"make", &E::runScript},
+    {"mkdir", &E::make, "mZ", " --mode --context "},
     {"mv", &E::move, "St", " --suffix --target-directory "},
     {"node", &E::runScript},
     {"npm", &E::runScript},
@@ -185,6 +187,7 @@ constexpr Rule rules[] = {
     {"swift", &E::runScript},
     {"tee", &E::tee},
     {"tidewrack", &E::tidewrack},
+    {"touch", &E::make, "drt", " --date --reference --time "},
     {"trash", &E::remove},
     {"truncate", &E::truncate, "rs", " --reference --size "},
     {"unlink", &E::remove},
@@ -425,6 +428,7 @@ bool takesNextWord(const Word& option) {
 bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::editInPlace) return !editsInPlace(arguments);
     if (rule.apply == &E::changeModes) return !isRecursive(arguments);
+    if (rule.apply == &E::make) return true;
     if (rule.apply == &E::find) return !findChanges(arguments);
     if (rule.apply == &E::fd) return !fdChanges(arguments);
     if (rule.apply == &E::runScript)
@@ -457,6 +461,11 @@ void Examination::changeModes() {
         else if (!isOption(word))
             effects_.write(word, cwd_);
     }
+    if (!isRecursive(arguments_)) make();
+}
+
+void Examination::make() {
+    for (const Word* operand : operands().words) effects_.make(*operand, cwd_);
 }
 
 } // namespace

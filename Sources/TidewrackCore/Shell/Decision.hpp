@@ -73,6 +73,8 @@ struct Decision {
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
     std::vector<std::string> mentioned; // paths that may change, by a guess, and are small enough to be kept where they
                                         // lie in no project; sorted, each once
+    std::vector<std::string> made;      // paths that commands make, or of which they change the times or the rights:
+                                        // nothing of them has to be saved, but they tell whose they are
     std::vector<std::string> suspected; // folders where something may change, by a guess: of the projects that they
                                         // lie in a snapshot is taken, of nothing else; sorted, each once
 

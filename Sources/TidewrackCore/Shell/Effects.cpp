@@ -145,6 +145,11 @@ void Effects::write(const Word& word, const std::string& folder) {
     }
 }
 
+void Effects::make(const Word& word, std::string_view folder) {
+    if (!word.unknown && !word.glob && !word.text.empty() && decision_.made.size() < Budget::opaqueFolders)
+        decision_.made.push_back(absolutePath(word.text, folder));
+}
+
 void Effects::trackedFiles(const std::string& workTree) {
     if (protectedFolders().onlyHoldsHome(workTree) && !full())
         aroundHome_.push_back(workTree);

@@ -78,6 +78,9 @@ class Effects {
     // anything for it.
     void write(const Word& word, const std::string& folder);
 
+    // What the word names is made, or only its times or rights change: that tells whose it is.
+    void make(const Word& word, std::string_view folder);
+
     // A path below the home folder.
     [[nodiscard]] std::string homePath(std::string_view relative) const;
 
