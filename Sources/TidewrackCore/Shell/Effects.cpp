@@ -150,6 +150,19 @@ void Effects::make(const Word& word, std::string_view folder) {
         decision_.made.push_back(absolutePath(word.text, folder));
 }
 
+const std::string& Effects::gitTopLevel(const std::string& folder) {
+    if (folder == topLevelOf_) return topLevel_;
+    topLevelOf_ = topLevel_ = folder;
+    while (!exists(joined(topLevel_, ".git"))) {
+        if (topLevel_ == "/" || ++topLevels_ > Budget::topLevels) {
+            topLevel_.clear();
+            break;
+        }
+        topLevel_ = std::string(parentOf(topLevel_));
+    }
+    return topLevel_;
+}
+
 void Effects::trackedFiles(const std::string& workTree) {
     if (protectedFolders().onlyHoldsHome(workTree) && !full())
         aroundHome_.push_back(workTree);

@@ -94,6 +94,9 @@ class Effects {
     [[nodiscard]] bool takesListing() { return ++listingsLookedAt_ <= Budget::listingsLookedAt; }
     [[nodiscard]] const std::vector<Listing>& listings() const { return listings_; }
 
+    // The folder with git's store at or above this one; empty where there is none, and once many were looked for.
+    [[nodiscard]] const std::string& gitTopLevel(const std::string& folder);
+
     // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
     // refuse.
     void trackedFiles(const std::string& workTree);
@@ -151,6 +154,9 @@ class Effects {
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
     std::size_t operandsLookedAt_ = 0;
+    std::size_t topLevels_ = 0; // looked for
+    std::string topLevelOf_;    // the last folder for which one was, and what was found
+    std::string topLevel_;
     std::size_t listingsLookedAt_ = 0;
 };
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 namespace tidewrack::shell {
 
@@ -17,8 +18,6 @@ using Words = std::span<const Word>;
 
 // Global options whose value is a word of its own.
 constexpr std::array valueOptions = {"-c"sv, "--git-dir"sv, "--work-tree"sv, "--namespace"sv};
-
-constexpr std::array stashTriggers = {"push"sv, "save"sv, "-u"sv, "--include-untracked"sv, "--all"sv, "-a"sv};
 
 constexpr std::array checkouts = {"checkout"sv, "restore"sv, "switch"sv};
 constexpr std::array sometimesChanging = {"reset"sv, "stash"sv, "clean"sv};
@@ -43,13 +42,26 @@ bool hasAny(Words words, std::initializer_list<std::string_view> texts) {
     });
 }
 
-// Whether one of the words is this option, its long name perhaps cut short as git allows, or the letter in a cluster.
+// Whether one of the words before "--" is this option, its long name perhaps cut short as git allows, or the letter in
+// a cluster.
 bool hasOption(Words words, std::string_view option, std::size_t shortest, char letter = 0) {
-    return std::any_of(words.begin(), words.end(), [&](const Word& word) {
-        const std::string_view text = word.text;
+    const auto end = std::find_if(words.begin(), words.end(), [](const Word& word) { return word.text == "--"sv; });
+    return std::any_of(words.begin(), end, [&](const Word& word) {
+        const std::string_view text = std::string_view(word.text).substr(0, word.text.find('='));
         if (text.starts_with("--")) return text.size() >= shortest && option.starts_with(text);
         return letter != 0 && isOption(word) && text.find(letter, 1) != text.npos;
     });
+}
+
+// Whether git reads an operand as a pattern, or from the top of the work tree: '*.txt', :/, :(exclude)x.
+bool isPathspec(const Word& word) {
+    return word.text.starts_with(':') || (!word.glob && word.text.find_first_of("*?[") != std::string::npos);
+}
+
+// The work tree's topmost folder, of which a command changes more than what lies below the folder where it runs.
+std::string topOf(const std::string& folder, Effects& effects) {
+    const std::string& top = effects.gitTopLevel(folder);
+    return top.empty() ? folder : top;
 }
 
 // What git does to the tree where no rule says it: an alias may do anything, and so may some subcommands.
@@ -59,6 +71,8 @@ bool mayChangeTree(std::string_view subcommand, Words arguments) {
         const bool reads = !arguments.empty() && isIn(reading, arguments.front().text);
         return !reads && !(subcommand == "worktree" && hasAny(arguments, {"add", "lock", "unlock"}));
     }
+    // Without -f git's configuration says whether it removes anything.
+    if (subcommand == "clean") return !hasOption(arguments, "--dry-run", 3, 'n');
     return !isIn(leavingTree, subcommand) && !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) &&
            !subcommand.starts_with('-');
 }
@@ -81,27 +95,40 @@ void examineCheckout(std::string_view subcommand, Words arguments, const std::st
     const auto marker =
         std::find_if(arguments.begin(), arguments.end(), [](const Word& word) { return word.text == "--"; });
     if (marker != arguments.end()) {
-        if (marker + 1 == arguments.end()) return effects.trackedFiles(workTree);
+        if (marker + 1 == arguments.end() || std::any_of(marker + 1, arguments.end(), isPathspec))
+            return effects.trackedFiles(topOf(workTree, effects));
         for (auto path = marker + 1; path != arguments.end(); ++path) {
             if (effects.full()) return effects.opaque(workTree);
             effects.target(absolutePath(path->text, workTree), workTree);
         }
-    } else if (hasAny(arguments, {"."}) || hasOption(arguments, "--force", 4, subcommand == "restore" ? '\0' : 'f')) {
-        effects.trackedFiles(workTree);
+    } else if (hasAny(arguments, {"."}) || hasOption(arguments, "--pathspec-from-file", 5) ||
+               std::any_of(arguments.begin(), arguments.end(), isPathspec) ||
+               hasOption(arguments, "--force", 4, subcommand == "restore" ? '\0' : 'f')) {
+        effects.trackedFiles(topOf(workTree, effects));
     } else {
         examineUnmarkedPaths(subcommand, arguments, workTree, effects);
     }
+}
+
+bool isStashing(Words arguments) {
+    return arguments.empty() || isOption(arguments.front()) || arguments.front().text == "push"sv ||
+           arguments.front().text == "save"sv;
 }
 
 bool changesWorkTree(std::string_view subcommand, Words arguments) {
     if (subcommand == "reset")
         return hasOption(arguments, "--hard", 3) || hasOption(arguments, "--merge", 3) ||
                hasOption(arguments, "--keep", 3);
-    if (subcommand == "stash") return arguments.empty() || isIn(stashTriggers, arguments.front().text);
+    if (subcommand == "stash") return isStashing(arguments);
     if (subcommand == "clean")
-        return std::any_of(arguments.begin(), arguments.end(),
-                           [](const Word& word) { return isOption(word) && word.text.find('f') != std::string::npos; });
+        return !hasOption(arguments, "--dry-run", 3, 'n') &&
+               (hasOption(arguments, "--force", 3, 'f') || hasOption(arguments, "--interactive", 3, 'i'));
     return isIn(alwaysChanging, subcommand);
+}
+
+bool takesUntracked(std::string_view subcommand, Words arguments) {
+    return subcommand == "clean" || (subcommand == "stash" && (hasOption(arguments, "--include-untracked", 4, 'u') ||
+                                                               hasOption(arguments, "--all", 4, 'a')));
 }
 
 // --output FILE, as diff, log and archive take it.
@@ -130,6 +157,7 @@ std::size_t subcommandAt(Words words) {
 
 void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     std::string workTree = cwd;
+    std::optional<Word> otherTree;
     std::size_t index = 0;
     while (index < arguments.size() && (isOption(arguments[index]) || arguments[index].unknown)) {
         const std::string& option = arguments[index].text;
@@ -145,9 +173,16 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
             if (workTree.size() > Budget::folderLength || effects.skips(folder)) return effects.opaque(cwd);
             workTree = absolutePath(folder.text, workTree);
         }
+        if (option == "--work-tree"sv && hasValue) otherTree = arguments[index + 1];
+        if (option.starts_with("--work-tree=")) {
+            otherTree = arguments[index];
+            otherTree->text.erase(0, option.find('=') + 1);
+        }
         index += hasValue ? 2U : 1U;
     }
     if (index >= arguments.size()) return;
+    if (otherTree && (otherTree->unknown || otherTree->glob)) return effects.opaque(workTree);
+    if (otherTree) workTree = absolutePath(otherTree->text, workTree);
     const std::string_view subcommand = arguments[index].text;
     const Words rest = arguments.subspan(index + 1);
     examineOutput(rest, workTree, effects);
@@ -156,11 +191,12 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
         if (mayChangeTree(subcommand, rest)) effects.suspect(workTree);
         return;
     }
-    const bool takesUntracked = subcommand == "clean" || hasAny(rest, {"-u", "--include-untracked", "-a", "--all"});
-    if (takesUntracked)
+    if (subcommand == "clean")
         effects.target(workTree, workTree, Links::followed, Extent::moved);
+    else if (takesUntracked(subcommand, rest))
+        effects.target(topOf(workTree, effects), workTree, Links::followed, Extent::moved);
     else
-        effects.trackedFiles(workTree);
+        effects.trackedFiles(topOf(workTree, effects));
 }
 
 bool gitOnlyReads(Words words) {

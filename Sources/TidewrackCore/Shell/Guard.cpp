@@ -75,6 +75,7 @@ class Guard {
     bool takeDefinition(const Command& command);
     void call(const std::vector<Word>& words);
     bool takeAlias(const Command& command);
+    const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
@@ -209,13 +210,14 @@ void Guard::takeNested(const Program& program) {
 
 void Guard::judge(WordValues::Readings readings) {
     const std::string folder = elsewhere_.value_or(position_.folder());
-    for (const auto* words : {&readings.apart, &readings.whole}) {
+    for (auto* words : {&readings.apart, &readings.whole}) {
         if (words->empty()) continue;
         if (const auto nested = nestedText(*words))
             takeText(*nested);
         else if (functions_.contains(words->front().text))
             call(*words);
-        else if (!examine(*words, folder, effects_) && (readings.apart.empty() || words == &readings.apart))
+        else if (!examine(inGitsEnvironment(*words), folder, effects_) &&
+                 (readings.apart.empty() || words == &readings.apart))
             takeUnknown();
     }
 }
@@ -244,6 +246,19 @@ bool Guard::takeDefinition(const Command& command) {
     if (isNamed || (command.isDefinition && command.words.size() == 1))
         functions_.begin(command.words[isNamed ? 1 : 0].text, command, nesting_, calls_);
     return command.isDefinition;
+}
+
+// git works on the tree that GIT_WORK_TREE names.
+const std::vector<Word>& Guard::inGitsEnvironment(std::vector<Word>& words) {
+    if (commandName(words.front()) != "git"sv) return words;
+    for (const Word& word : given_)
+        if (word.text.starts_with("GIT_WORK_TREE=")) values_.give(word); // also for later: more is saved
+    std::string tree = values_.valueOf("GIT_WORK_TREE");
+    if (tree.empty()) return words;
+    Word option;
+    option.text = "--work-tree=" + std::move(tree);
+    words.insert(words.begin() + 1, std::move(option)); // before one on the line, which is stronger
+    return words;
 }
 
 // A function runs with the words behind its name as its parameters.
@@ -446,7 +461,12 @@ std::optional<std::string> Guard::inSearchPath(const Word& argument) {
 
 void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth) {
     if (argument->text == "-") return enter(position_.previous(), depth);
-    if (const auto found = inSearchPath(*argument)) return enter(*found, depth);
+    if (const auto found = inSearchPath(*argument)) {
+        // Some shells look in the folder itself first.
+        const std::string here = absolutePath(argument->text, position_.folder());
+        if (here != *found && isFolder(here)) effects_.opaque(here);
+        return enter(*found, depth);
+    }
     const auto folders = effects_.resolve(*argument, position_.folder());
     if (folders.size() > 1 || argument + 1 != words.end() || argument->unknown) opaque();
     // The others are the folders of a loop's further runs.

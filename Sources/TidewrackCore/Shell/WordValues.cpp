@@ -350,20 +350,6 @@ bool WordValues::replaceMarks(std::string& text) {
     return true;
 }
 
-// The folder with git's store around the one where the line is; empty where there is none.
-const std::string& WordValues::gitTopLevel() {
-    if (position_.folder() == topLevelOf_) return topLevel_;
-    topLevelOf_ = topLevel_ = position_.folder();
-    while (!exists(joined(topLevel_, ".git"))) {
-        if (topLevel_ == "/" || ++topLevels_ > Budget::topLevels) {
-            topLevel_.clear();
-            break;
-        }
-        topLevel_ = std::string(parentOf(topLevel_));
-    }
-    return topLevel_;
-}
-
 std::optional<std::string> WordValues::outputOf(const Substitution& substitution) {
     if (substitution.kind != Substitution::Kind::output || substitution.program.commands.size() != 1)
         return std::nullopt;
@@ -378,7 +364,7 @@ std::optional<std::string> WordValues::outputOf(const Substitution& substitution
     if (is({"mktemp"}) || is({"mktemp", "-d"})) return "/tmp/tmp.XXXXXXXXXX";
     const bool topLevel = is({"git", "rev-parse", "--show-toplevel"});
     if (topLevel || is({"git", "rev-parse", "--git-dir"}) || is({"git", "rev-parse", "--absolute-git-dir"})) {
-        const std::string& folder = gitTopLevel();
+        const std::string& folder = effects_.gitTopLevel(position_.folder());
         if (folder.empty()) return std::nullopt;
         return topLevel ? folder : joined(folder, ".git");
     }

@@ -83,7 +83,6 @@ class WordValues {
     void expandOne(Word& word);
     bool replaceMarks(std::string& text);
     [[nodiscard]] std::optional<std::string> outputOf(const Substitution& substitution);
-    [[nodiscard]] const std::string& gitTopLevel();
     void shortenOwnHome(Word& word) const;
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
@@ -104,9 +103,6 @@ class WordValues {
     bool begun_ = false;               // PWD has its value
     std::size_t alternatives_ = 0;
     std::size_t braceWords_ = 0;
-    std::size_t topLevels_ = 0; // looked for
-    std::string topLevelOf_;    // the last folder for which one was, and what was found
-    std::string topLevel_;
 };
 
 // The offset of the "=" when the word assigns to a variable, its name and "=" unquoted; 0 when it does not.
