@@ -3,6 +3,7 @@
 #include "Support/HookFixture.hpp"
 
 #include "Agents/Replaceable.hpp"
+#include "Platform/Volumes.hpp"
 #include "Store/EditLog.hpp"
 #include "Timeline/Timeline.hpp"
 
@@ -254,6 +255,18 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
                                         {"dd if=/dev/zero of=~/outside.txt", true}})
         EXPECT_EQ(handler.handle(Agent::codex, event(Agent::codex, Kind::shell, "/", command), "/").exitCode == 2, asks)
             << command;
+}
+
+// node_modules and the like are made anew, which takes time: where a copy takes no room, one is kept.
+TEST_F(HookSaving, keepsWhatSnapshotsLeaveOutWhereThatTakesNoRoom) {
+    world.ok({"track"});
+    f.write("project/node_modules/a/b.js", "b");
+    const std::string command = "rm -rf node_modules src";
+    EXPECT_EQ(shell(command), HookOutput{});
+    const bool clones = volumeClones(f.path());
+    EXPECT_EQ(savedOutside(), clones ? Lines{project + "/node_modules"} : Lines());
+    EXPECT_EQ(log(), Lines{"claude PreToolUse allow " + command + " → #2 " + project +
+                           (clones ? "; vault ID: 1 saved" : "; not kept: " + project + "/node_modules")});
 }
 
 // What a line of the log says is found again, whatever the names in it.

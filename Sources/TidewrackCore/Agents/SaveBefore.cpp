@@ -5,6 +5,7 @@
 #include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
 #include "Platform/Process.hpp"
+#include "Platform/Volumes.hpp"
 #include "Store/KeepFailure.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -170,9 +171,31 @@ class Saving {
     void saveUnkept(const Project& project, const Manifest& manifest) {
         for (const std::string& gone : destroyed_) {
             if (isAtOrBelow(project.root, gone)) return saveUnkept(project, manifest, "");
-            if (isAtOrBelow(gone, project.root))
-                saveUnkept(project, manifest, std::string_view(gone).substr(joined(project.root, "").size()));
+            if (!isAtOrBelow(gone, project.root)) continue;
+            const std::string_view relative = std::string_view(gone).substr(joined(project.root, "").size());
+            saveUnkept(project, manifest, relative);
+            if (!lists(manifest, relative) && exists(gone)) keepLeftOut(gone);
         }
+    }
+
+    // Whether the listing has an item at the path or below it.
+    static bool lists(const Manifest& manifest, std::string_view path) {
+        const auto isBefore = [](const Manifest::Item& item, std::string_view other) { return item.path < other; };
+        const auto& items = manifest.items();
+        const auto at = std::lower_bound(items.begin(), items.end(), path, isBefore);
+        if (at != items.end() && at->path == path) return true;
+        const auto below = std::lower_bound(at, items.end(), joined(path, ""), isBefore);
+        return below != items.end() && isAtOrBelow(below->path, path);
+    }
+
+    // Snapshots leave out what is made anew by a build or a download. A copy is worth no room, but where it takes none
+    // it spares the wait.
+    void keepLeftOut(const std::string& path) {
+        const std::string& store = context_.handler.store.home;
+        if (volumeClones(store) && sameVolume(path, store))
+            guessedOutside_.push_back(path);
+        else
+            saved_.notes.push_back("not kept: " + loggedText(path));
     }
 
     void saveUnkept(const Project& project, const Manifest& manifest, std::string_view gone) {
