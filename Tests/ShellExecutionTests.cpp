@@ -2,8 +2,12 @@
 
 #include "Support/GuardFixture.hpp"
 
+#include "Agents/HookHandler.hpp"
+
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,7 +17,9 @@
 
 using namespace tidewrack;
 using namespace tidewrack::shell;
+using nlohmann::json;
 using tidewrack::testing::TemporaryFolder;
+using tidewrack::testing::World;
 
 namespace {
 
@@ -53,7 +59,39 @@ class Scratch {
         return lost;
     }
 
+    // What the command destroys and nothing brings back: an agent's hook is told of it, it runs, and then all projects
+    // and what the vault holds are restored.
+    std::string notRestored(const std::string& command) {
+        world_.ok({"track"});
+        HookHandler handler(world_.store(), context_.env, context_.home);
+        const std::string event = json{
+            {"hook_event_name", "PreToolUse"},
+            {"cwd", context_.cwd},
+            {"session_id", "session"},
+            {"tool_name", "Bash"},
+            {"tool_input",
+             {{"command", command}}}}.dump();
+        if (handler.handle(Agent::claude, event, context_.cwd) != HookOutput{}) return {}; // asked about, or refused
+        run(command, "bash");
+        destroys_ = !changedFiles().empty();
+        for (const Project& project : world_.store().projects()) {
+            if (!isFolder(project.root)) continue;
+            world_.current = project.root;
+            world_.ok({"restore", "last"});
+        }
+        for (const VaultEntry& entry : Vault(world_.store()).entries()) world_.ok({"vault", "restore", entry.id});
+        return changedFiles();
+    }
+    [[nodiscard]] bool destroys() const { return destroys_; } // whether the command did, before that
+
   private:
+    [[nodiscard]] std::string changedFiles() const {
+        std::string changed;
+        for (const std::string& file : files_)
+            if (folder_.read(file) != contentOf(file)) changed += " " + file;
+        return changed;
+    }
+
     static std::string contentOf(const std::string& file) { return file + "\nof a line or two\n"; }
 
     void run(const std::string& command, const std::string& shell) {
@@ -81,9 +119,11 @@ class Scratch {
         return inProject && (any(decision.opaqueDirs) || any(decision.suspected));
     }
 
-    TemporaryFolder folder_;
+    World world_;
+    const TemporaryFolder& folder_ = world_.folder;
     Context context_;
     std::vector<std::string> files_;
+    bool destroys_ = false;
 };
 
 // Calls `visit` with each command of the table, its number and the folder that it works on: the project's or one of
@@ -116,4 +156,16 @@ TEST(ShellExecution, nothingIsDestroyedUnseen) {
             EXPECT_EQ(scratch.lost(command, shell), "") << shell << ": " << command;
         }
     });
+}
+
+TEST(ShellExecution, whatIsDestroyedComesBackByteForByte) {
+    int destroying = 0;
+    forEachCommand([&](const std::string& command, std::size_t number, const std::string& place) {
+        if (number % 3 != 0) return;
+        Scratch scratch;
+        if (command.find("git ") != command.npos) scratch.makeRepository(place);
+        EXPECT_EQ(scratch.notRestored(command), "") << command;
+        if (scratch.destroys()) ++destroying;
+    });
+    EXPECT_GT(destroying, 50);
 }
