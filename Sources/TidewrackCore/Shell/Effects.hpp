@@ -94,6 +94,8 @@ class Effects {
     [[nodiscard]] bool takesListing() { return ++listingsLookedAt_ <= Budget::listingsLookedAt; }
     [[nodiscard]] const std::vector<Listing>& listings() const { return listings_; }
 
+    [[nodiscard]] bool isInProject(std::string_view path) const { return context_.isInProject(path); }
+
     // The folder with git's store at or above this one; empty where there is none, and once many were looked for.
     [[nodiscard]] const std::string& gitTopLevel(const std::string& folder);
 

@@ -58,8 +58,10 @@ bool isPathspec(const Word& word) {
     return word.text.starts_with(':') || (!word.glob && word.text.find_first_of("*?[") != std::string::npos);
 }
 
-// The work tree's topmost folder, of which a command changes more than what lies below the folder where it runs.
+// The work tree's topmost folder, of which a command changes more than what lies below the folder where it runs. A
+// project is saved whole whatever is named of it.
 std::string topOf(const std::string& folder, Effects& effects) {
+    if (effects.isInProject(folder)) return folder;
     const std::string& top = effects.gitTopLevel(folder);
     return top.empty() ? folder : top;
 }
