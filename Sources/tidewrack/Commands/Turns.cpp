@@ -78,8 +78,8 @@ int show(Invocation& call) {
     if (call.json() && call.args.has("--stat")) throw CliError("--stat goes with text; --json names the files");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
-    call.warnOfUnread(undo.unread());
     std::vector<TimelineRow> rows{shownTurn(call, project, undo)};
+    call.warnOfUnread(undo.unread());
     const TimelineRow& row = rows.front();
     rows.front().counts = undo.counts(row);
     addElsewhere(call.store(), project, undo.timeline(), rows);

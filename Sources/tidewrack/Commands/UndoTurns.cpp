@@ -263,6 +263,17 @@ bool mayHoldSince(const History& history, Date began) {
     }
 }
 
+// A record that can't be read may have told that the turn worked there.
+void warnOfUnreadSince(Invocation& call, const Project& other, const TurnUndo& undo, Date began) {
+    std::int64_t before = 0;
+    for (const SnapshotMeta& meta : undo.records())
+        if (meta.created < began) before = meta.seq;
+    for (const UnreadRecord& record : undo.unread())
+        if (record.seq > before)
+            call.warn(std::vector<std::string>{"in " + other.root + " #" + std::to_string(record.seq) +
+                                               " is left out: " + record.reason});
+}
+
 // Carried out, or planned, where the same turn worked as well.
 std::vector<Done> inOtherProjects(Invocation& call, const Done& first, const TurnUndo::Options& options) {
     std::vector<Done> all;
@@ -273,7 +284,10 @@ std::vector<Done> inOtherProjects(Invocation& call, const Done& first, const Tur
             const TurnUndo undo(call.engine(), other);
             const bool gone = !exists(other.root);
             const UndoChoice choice = undo.sameTurns(rows, gone ? TurnUndo::Folder::gone : TurnUndo::Folder::there);
-            if (choice.rows.empty()) continue;
+            if (choice.rows.empty()) {
+                warnOfUnreadSince(call, other, undo, rows.back().began);
+                continue;
+            }
             if (gone)
                 all.push_back(inGoneProject(other, choice));
             else
@@ -415,10 +429,10 @@ int undoTurns(Invocation& call) {
     refuseNumber(call.args, ways);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
-    call.warnOfUnread(undo.unread());
     TurnUndo::Options options = optionsFrom(call);
     options.paths = call.relativePaths(project, ways == 0 ? 1 : 0);
     const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
+    call.warnOfUnread(undo.unread()); // where one of them was asked for, that was refused
     const bool last = newest && !call.json();
     if (last) call.print(newerElsewhere(call, project, undo, choice));
     if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
