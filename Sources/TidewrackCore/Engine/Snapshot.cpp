@@ -206,9 +206,11 @@ void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
     const auto isNotKept = [](const Manifest::Item& item) { return item.entry.notKept(); };
+    const auto isUnseen = [](const Warning& warning) { return warning.kind == Warning::Kind::unread; };
     const auto& items = taken.manifest.items();
-    meta.notKept =
-        std::count_if(items.begin(), items.end(), isNotKept) + static_cast<std::int64_t>(taken.result.unseen.size());
+    const auto& warnings = taken.result.warnings;
+    meta.notKept = std::count_if(items.begin(), items.end(), isNotKept) +
+                   std::count_if(warnings.begin(), warnings.end(), isUnseen);
 }
 
 // A snapshot in which nothing changed need not wait for the disk. One before a restore does: what the restore flushes
