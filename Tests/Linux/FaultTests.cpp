@@ -185,6 +185,9 @@ class Attempt {
         EXPECT_TRUE(operation_.input != removesFile || outcome_.out.find("\"ask\"") != outcome_.out.npos);
         const std::string text = outcome_.out + outcome_.err;
         if (outcome_.status == 0 && text.find("warning: ") == text.npos) checkDone();
+        if (restores() && scene_.f.listing("project").find("/.tidewrack-") != std::string::npos) {
+            EXPECT_NE(text.find("temporary file"), text.npos) << text;
+        }
         // A folder that can't be read for a moment is recorded as it was; one that may not be read isn't.
         if (outcome_.status != 0 || operation_.words[0] != "snap" || kind_ == std::to_string(EACCES)) return;
         EXPECT_TRUE(scene_.contentsOf(scene_.world.history().seqs().back()).contains("the same in a folder")) << text;

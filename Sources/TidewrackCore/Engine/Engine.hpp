@@ -68,6 +68,7 @@ struct RestoreResult {
     std::int64_t target = 0;             // the snapshot gone back to
     std::vector<PathOutcome> outcomes; // in the order of work; where a folder and a file changed places a path has two
     int flushError = 0;                // an errno value: why what was restored may not be on the disk yet
+    bool leavesTemporaries = false;    // of its own, for the next restore to clear up
 
     // Of an undo: whether the turn changed nothing; the snapshot up to which it undid, where those in between were
     // pruned.

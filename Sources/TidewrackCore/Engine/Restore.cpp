@@ -225,6 +225,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
         } catch (const TidewrackError&) { // the next restore finds that nothing is left
         }
     }
+    result.leavesTemporaries = names.anyLeft();
     addInterrupted(safety.interrupted.outcomes, result);
     result.safety = safety.result.meta;
     result.safetyWarnings = safety.result.warnings;

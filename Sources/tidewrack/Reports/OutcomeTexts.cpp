@@ -96,6 +96,8 @@ std::vector<std::string> warningTexts(const RestoreResult& result) {
     for (const Warning& warning : result.safetyWarnings) texts.push_back(warningText(warning));
     for (const PathOutcome& outcome : result.outcomes)
         if (std::string text = outcomeText(outcome, result); !text.empty()) texts.push_back(std::move(text));
+    if (result.leavesTemporaries)
+        texts.emplace_back("couldn't remove every temporary file; the next restore or undo clears them up");
     if (result.flushError != 0)
         texts.push_back("couldn't bring what was restored to the disk for good: " + errorText(result.flushError));
     return texts;
