@@ -207,7 +207,8 @@ TEST_F(Installer, keepsModeAndLinks) {
     EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFREG | 0640));
     EXPECT_EQ(std::distance(fs::directory_iterator(home + "/dotfiles"), {}), 2); // no temporary file stays
 
-    // What an install left that was killed goes with the next one, even with one that has nothing to do, or with a look.
+    // What an install left that was killed goes with the next one, even with one that has nothing to do, or with a
+    // look.
     const pid_t dead = ::fork();
     if (dead == 0) ::_exit(0);
     ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
