@@ -185,6 +185,8 @@ UndoChoice TurnUndo::session(const std::string& name) const {
 }
 
 UndoChoice TurnUndo::range(std::int64_t from, std::int64_t to) const {
+    for (const UnreadRecord& record : unread_) // it may be readable by now, but the rest was worked out without it
+        if (record.seq == from || record.seq == to) throw TidewrackError::refused(record.reason);
     TimelineRow row;
     row.type = Type::outside;
     row.first = history_.snapshot(from).seq;
