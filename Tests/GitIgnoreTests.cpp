@@ -12,7 +12,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <string_view>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -166,7 +168,7 @@ TEST_F(GitIgnoreTest, isWaitedForNoLongerThanItMay) {
                 << place << ": what git would say is no longer asked";
             const auto next = GitIgnore::open(f.path(), 1min, &left);
             EXPECT_EQ(next->isIgnored("build"), std::nullopt) << place << ": nor by another walk that shares the time";
-            EXPECT_TRUE(next->isLate()) << place;
+            EXPECT_EQ(next->outcome(), GitOutcome::late) << place;
         }
         EXPECT_LT(std::chrono::steady_clock::now() - began, 5s) << place;
         EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD) << place << ": it is ended and reaped";
@@ -174,6 +176,39 @@ TEST_F(GitIgnoreTest, isWaitedForNoLongerThanItMay) {
         if (before != "<missing>") f.write(place, before);
     }
     EXPECT_EQ(GitIgnore::open(f.path())->isIgnored("build"), true);
+}
+
+// It ends at once in both cases, but only a repository has rules that are then not known.
+TEST_F(GitIgnoreTest, tellsAGitThatFailsFromAFolderWithoutARepository) {
+    struct Row {
+        const char* what;
+        std::function<void()> happens;
+        GitOutcome outcome;
+    };
+    const std::string config = f.read(".git/config");
+    const auto breakHead = [&] {
+        f.write(".git/config", config);
+        f.write(".git/HEAD", "x");
+    };
+    const auto leadNowhere = [&] {
+        f.remove(".git");
+        f.write(".git", "gitdir: nowhere\n");
+    };
+    const Row rows[] = {
+        {"it works", [] {}, GitOutcome::answered},
+        {"broken settings", [&] { f.write(".git/config", config + "[core\n"); }, GitOutcome::failed},
+        {"a broken repository", breakHead, GitOutcome::failed},
+        {"a folder that is none", [&] { f.remove(".git/HEAD"); }, GitOutcome::answered},
+        {"a repository that is gone", leadNowhere, GitOutcome::failed},
+    };
+    for (const Row& row : rows) {
+        row.happens();
+        const auto ignore = GitIgnore::open(f.path());
+        EXPECT_EQ(ignore->outcome(), GitOutcome::answered) << row.what << ": nothing is asked yet";
+        const bool answers = ignore->isIgnored("build").has_value();
+        EXPECT_EQ(answers, std::string_view(row.what) == "it works") << row.what;
+        EXPECT_EQ(ignore->outcome(), row.outcome) << row.what;
+    }
 }
 
 // git gives up when it is asked about a path in a submodule, or takes a colon for one of its signs.
@@ -230,5 +265,30 @@ TEST(SilentGit, leavesIgnoredFoldersAsTheyWere) {
                   known ? "git didn't say in time which folders it ignores; those of snapshot #1 still are"
                         : "git didn't say in time which folders it ignores; none counts as ignored");
         EXPECT_EQ(world.manifestOf(next.meta.seq).listsIgnored("build"), known);
+    }
+}
+
+TEST(SilentGit, isToldOfWhereItFails) {
+    World world;
+    if (!git(world.projectPath(), "init -q")) GTEST_SKIP() << "git is not installed";
+    world.folder.write("project/.git/info/exclude", "build\n");
+    world.folder.write("project/build/made", "");
+    const std::string config = world.folder.read("project/.git/config");
+    struct Row {
+        const char* command;
+        const char* settings; // more of them
+        std::string warning;
+        bool ignored;
+    };
+    const Row rows[] = {{"track", "[core\n", "none counts as ignored\n", false},
+                        {"snap", "", "", true},
+                        {"snap", "[core\n", "those of the previous snapshot still are\n", true}};
+    for (const Row& row : rows) {
+        world.folder.write("project/.git/config", config + row.settings);
+        const std::string said = world.run({row.command}).err;
+        const std::string failed = "warning: git couldn't say which folders it ignores (see what `git status` says); ";
+        EXPECT_EQ(said.find(failed) != said.npos, !row.warning.empty()) << said;
+        EXPECT_NE(said.find(row.warning), said.npos) << said;
+        EXPECT_EQ(world.manifestOf(*world.history().newestSeq()).listsIgnored("build"), row.ignored) << said;
     }
 }

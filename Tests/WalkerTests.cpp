@@ -142,7 +142,7 @@ TEST_F(WalkerTest, whereGitGivesNoAnswerTheEarlierListingDoes) {
     };
     walker->walk(body, [](std::string_view folder) { return folder == "sub/build"; });
     EXPECT_EQ(ignored, std::vector<std::string>{"sub/build"});
-    EXPECT_FALSE(walker->gitWasLate()) << "it ends at once";
+    EXPECT_EQ(walker->gitOutcome(), GitOutcome::failed) << "it ends at once";
 }
 
 TEST_F(WalkerTest, tellsWhatItCouldNotRead) {

@@ -144,7 +144,8 @@ std::vector<std::string> HookContext::notesOnGaps(const SnapshotResult& result) 
         notes.push_back(std::to_string(gaps.count) +
                         " not saved: " + asNote(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason));
     for (const Warning& warning : result.warnings)
-        if (warning.kind == Warning::Kind::gitLate) notes.push_back(asNote(warningText(warning)));
+        if (warning.kind == Warning::Kind::gitLate || warning.kind == Warning::Kind::gitFailed)
+            notes.push_back(asNote(warningText(warning)));
     return notes;
 }
 

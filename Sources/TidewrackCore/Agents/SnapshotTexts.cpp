@@ -32,6 +32,10 @@ std::string unreadText(const Warning& warning) {
     return text;
 }
 
+std::string stillIgnoredText(const Warning& warning) {
+    return warning.source == 0 ? "none counts as ignored" : "those of " + sourceText(warning) + " still are";
+}
+
 } // namespace
 
 std::string warningText(const Warning& warning) {
@@ -41,9 +45,9 @@ std::string warningText(const Warning& warning) {
     case Kind::previousUnreadable:
         return "previous snapshot #" + std::to_string(warning.source) + " is unreadable (" + warning.detail +
                "); taking a full one";
-    case Kind::gitLate:
-        return "git didn't say in time which folders it ignores; " +
-               (warning.source == 0 ? "none counts as ignored" : "those of " + sourceText(warning) + " still are");
+    case Kind::gitLate: return "git didn't say in time which folders it ignores; " + stillIgnoredText(warning);
+    case Kind::gitFailed:
+        return "git couldn't say which folders it ignores (see what `git status` says); " + stillIgnoredText(warning);
     case Kind::unread: return unreadText(warning);
     case Kind::pruneFailed: return "prune failed: " + warning.detail;
     }

@@ -111,14 +111,14 @@ const Manifest& NewestListing::get() {
 
 std::vector<Warning> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenBy& by, Manifest& listing) {
     std::vector<Warning> warnings;
-    if (unseen.places.empty() && !unseen.gitWasLate) return warnings;
+    if (unseen.places.empty() && unseen.git == GitOutcome::answered) return warnings;
     const auto kept = keepUnread(unseen.places, newest.get(), listing);
     Warning warning;
     warning.source = newest.seq();
     warning.isPrevious = by.isSnapshot && warning.source == by.previous;
     warning.isOfSnapshot = by.isSnapshot;
-    if (unseen.gitWasLate) {
-        warning.kind = Warning::Kind::gitLate;
+    if (unseen.git != GitOutcome::answered) {
+        warning.kind = unseen.git == GitOutcome::late ? Warning::Kind::gitLate : Warning::Kind::gitFailed;
         warnings.push_back(warning);
     }
     warning.kind = Warning::Kind::unread;

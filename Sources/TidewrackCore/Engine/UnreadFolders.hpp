@@ -40,9 +40,9 @@ class NewestListing {
 // What a walk could not see.
 struct Unseen {
     std::vector<Walker::Unread> places;
-    bool gitWasLate;
+    GitOutcome git;
 
-    explicit Unseen(const Walker& walker) : places(walker.unread()), gitWasLate(walker.gitWasLate()) {}
+    explicit Unseen(const Walker& walker) : places(walker.unread()), git(walker.gitOutcome()) {}
 };
 
 // Who walked: a snapshot, or a comparison with the folder as it is.
@@ -51,7 +51,8 @@ struct UnseenBy {
     std::int64_t previous = 0; // the snapshot before it, if any
 };
 
-// Completes the listing with what the newest one has instead. One warning for each place, and one where git was late.
+// Completes the listing with what the newest one has instead. One warning for each place, and one where git gave
+// no answer.
 [[nodiscard]] std::vector<Warning> addUnseen(const Unseen& unseen, NewestListing& newest, const UnseenBy& by,
                                              Manifest& listing);
 

@@ -18,6 +18,7 @@ struct Warning {
         savedInPart,        // the file at `path` was being written to
         previousUnreadable, // the listing of snapshot `source`, as `detail` says: everything was kept anew
         gitLate,            // git did not say in time what it ignores; the listing of snapshot `source` does
+        gitFailed,          // git could not say it at all; the same
         unread,             // the folder at `path`, or these `entries` of it, for `failure`; `kept` as in `source`
         pruneFailed,        // as `detail` says
     };

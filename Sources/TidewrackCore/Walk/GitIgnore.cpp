@@ -55,18 +55,33 @@ ChildCommand command(const std::string& root) {
     return result;
 }
 
-} // namespace
-
-bool GitIgnore::insideRepo(const std::string& path) {
-    std::string folder = path;
+// Whether the path or any ancestor has a ".git" that `matches`.
+template <class Matches>
+bool atOrAbove(std::string folder, const Matches& matches) {
     while (!folder.empty()) {
-        if (::access((folder + "/.git").c_str(), F_OK) == 0) return true;
+        if (matches(folder + "/.git")) return true;
         if (folder == "/") return false;
         const auto slash = folder.rfind('/');
         if (slash == std::string::npos) return false;
         folder.resize(slash == 0 ? 1 : slash);
     }
     return false;
+}
+
+bool isThere(const std::string& path) {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+// A folder that is only named like one lacks the file that every repository has. What may not be looked into counts as
+// one, and so does a file, which leads to one elsewhere.
+bool isRepository(const std::string& git) {
+    return isThere(git) && (isThere(git + "/HEAD") || errno != ENOENT);
+}
+
+} // namespace
+
+bool GitIgnore::insideRepo(const std::string& path) {
+    return atOrAbove(path, isThere);
 }
 
 std::unique_ptr<GitIgnore> GitIgnore::open(const std::string& root, Patience patience, Patience* shared) {
@@ -93,24 +108,30 @@ std::optional<bool> GitIgnore::isIgnored(std::string_view path) {
     // a pipe.
     if (path.size() >= PATH_MAX || path.find('\0') != std::string_view::npos) return false;
     if (isInSubmodule(path)) return false;
-    if (state_ == State::unasked && left_ <= Patience::zero()) { // others have used it up
-        state_ = State::gone;
-        late_ = true;
-    }
-    if (state_ == State::unasked) {
-        git_ = std::make_unique<ChildProcess>();
-        state_ = git_->start(command(root_)) == 0 ? State::answering : State::gone;
-    }
+    if (state_ == State::unasked) start();
     if (state_ == State::gone) return std::nullopt;
     const auto asked = steady_clock::now();
     // git would take a leading colon for one of its own signs.
     auto answer = answerTo((path.starts_with(':') ? "./" : "") + std::string(path));
     left_ -= steady_clock::now() - asked;
-    if (!answer) {
-        state_ = State::gone;
-        git_.reset();
-    }
+    if (!answer) giveUp();
     return answer;
+}
+
+void GitIgnore::start() {
+    git_ = std::make_unique<ChildProcess>();
+    state_ = State::answering;
+    const bool usedUp = left_ <= Patience::zero(); // by others
+    if (usedUp || git_->start(command(root_)) != 0) giveUp();
+}
+
+void GitIgnore::giveUp() {
+    state_ = State::gone;
+    git_.reset();
+    if (left_ <= Patience::zero())
+        outcome_ = GitOutcome::late;
+    else if (atOrAbove(root_, isRepository))
+        outcome_ = GitOutcome::failed;
 }
 
 std::optional<bool> GitIgnore::answerTo(std::string_view question) {
@@ -133,9 +154,7 @@ std::optional<std::string> GitIgnore::readField(const Deadline& until) {
             buffer_.erase(0, end + 1);
             return field;
         }
-        const int error = git_->receive(buffer_, until);
-        late_ = error == ETIMEDOUT;
-        if (error != 0) return std::nullopt;
+        if (git_->receive(buffer_, until) != 0) return std::nullopt;
     }
 }
 

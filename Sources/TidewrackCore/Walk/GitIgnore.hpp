@@ -15,6 +15,10 @@
 
 namespace tidewrack {
 
+// How git did with what one walk asked it. Where it does not find the repository that a ".git" seems to tell of, it has
+// answered: there is nothing to ignore.
+enum class GitOutcome { answered, late, failed };
+
 // Owns the child for the length of one walk. The child is started at the first question, because most walks ask none.
 // Once it has failed, or its answers have taken longer than they may, it is ended and every further question is without
 // an answer.
@@ -39,12 +43,14 @@ class GitIgnore {
     // Whether git ignores the folder at this path relative to the root. None: git gave no answer.
     [[nodiscard]] std::optional<bool> isIgnored(std::string_view path);
 
-    // Whether the answers took longer than they may.
-    [[nodiscard]] bool isLate() const { return late_; }
+    // `answered` as long as nothing is asked.
+    [[nodiscard]] GitOutcome outcome() const { return outcome_; }
 
   private:
     enum class State { unasked, answering, gone };
 
+    void start();
+    void giveUp();
     [[nodiscard]] bool isInSubmodule(std::string_view asked) const;
     [[nodiscard]] std::optional<bool> answerTo(std::string_view question);
     [[nodiscard]] std::optional<std::string> readField(const Deadline& until);
@@ -53,7 +59,7 @@ class GitIgnore {
     Patience own_;
     Patience& left_; // of the time that answers may take
     State state_ = State::unasked;
-    bool late_ = false;
+    GitOutcome outcome_ = GitOutcome::answered;
     std::unique_ptr<ChildProcess> git_;
     std::string buffer_; // read from the child and not yet consumed
 };

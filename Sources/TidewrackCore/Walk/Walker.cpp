@@ -3,7 +3,6 @@
 #include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
-#include "Walk/GitIgnore.hpp"
 
 #include <fcntl.h>
 
@@ -154,7 +153,7 @@ std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& ski
     const auto own = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
     if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, own, patience)) {
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
-        options.gitIsLate = [git] { return git->isLate(); };
+        options.gitOutcome = [git] { return git->outcome(); };
     }
     return std::make_unique<Walker>(project.root, std::move(options));
 }

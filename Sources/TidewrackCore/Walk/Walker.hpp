@@ -8,6 +8,7 @@
 #include "Store/Manifest.hpp"
 #include "Store/Records.hpp"
 #include "Walk/FolderReader.hpp"
+#include "Walk/GitIgnore.hpp"
 
 #include <functional>
 #include <memory>
@@ -59,8 +60,8 @@ class Walker {
         NameSet excludesIfIgnored;
         // Git's answer for a relative folder path, if it gives one; may be empty.
         std::function<std::optional<bool>(std::string_view)> isIgnored;
-        std::function<bool()> gitIsLate; // whether git gives none for being too slow; may be empty
-        NameSet skipPaths;               // relative folder paths left out, with everything below
+        std::function<GitOutcome()> gitOutcome; // how git does with that; may be empty
+        NameSet skipPaths;                      // relative folder paths left out, with everything below
         Temporaries temporaries;
     };
 
@@ -76,8 +77,9 @@ class Walker {
     // <root>: <reason>". To be called once.
     void walk(const Body& body, const WasIgnored& wasIgnored = {});
     [[nodiscard]] const std::vector<Unread>& unread() const { return unread_; }
-    // Whether git was too slow to answer. One that ends at once was not: it does not take the folder for a repository.
-    [[nodiscard]] bool gitWasLate() const { return options_.gitIsLate && options_.gitIsLate(); }
+    [[nodiscard]] GitOutcome gitOutcome() const {
+        return options_.gitOutcome ? options_.gitOutcome() : GitOutcome::answered;
+    }
 
     // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1, and at the deadline,
     // when there is no count.

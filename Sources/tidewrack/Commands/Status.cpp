@@ -14,6 +14,8 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
+#include "Walk/GitIgnore.hpp"
+#include "Walk/Walker.hpp"
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -52,9 +54,14 @@ void addProject(Invocation& call, StatusReport& report) {
     }
 }
 
-StatusReport::Git askGit() {
+// In a repository git is asked what a snapshot asks it: one that knows its own version may still refuse the repository.
+StatusReport::Git askGit(const std::string& root) {
     const std::string program = gitProgram();
     if (program.empty()) return StatusReport::Git::missing;
+    if (const auto ignore = GitIgnore::open(root)) {
+        (void)ignore->isIgnored(defaultExcludesIfIgnored().front());
+        return ignore->outcome() == GitOutcome::answered ? StatusReport::Git::answers : StatusReport::Git::silent;
+    }
     ChildProcess git;
     std::string answer;
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
@@ -93,9 +100,9 @@ void addSnapshots(const Engine& engine, StatusReport& report) {
                                    "Try again: tidewrack snap"});
     report.bytes = storedBytes(history);
     report.sharesBlocks = history.sharesVolume() && volumeClones(project.root);
-    report.git = askGit();
-    if (report.git != StatusReport::Git::answers && exists(joined(project.root, ".git")))
-        report.troubles.push_back({"git doesn't tell which folders it ignores", "See whether `git --version` works"});
+    report.git = askGit(project.root);
+    if (report.git != StatusReport::Git::answers && GitIgnore::insideRepo(project.root))
+        report.troubles.push_back({"git doesn't tell which folders it ignores", "See what `git status` says"});
 }
 
 void addHooks(Invocation& call, StatusReport& report) {
