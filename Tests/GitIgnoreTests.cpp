@@ -292,3 +292,23 @@ TEST(SilentGit, isToldOfWhereItFails) {
         EXPECT_EQ(world.manifestOf(*world.history().newestSeq()).listsIgnored("build"), row.ignored) << said;
     }
 }
+
+// Each would wait five seconds by itself.
+TEST(SilentGit, isWaitedForOnceHoweverOftenACommandWalks) {
+    World world;
+    if (!git(world.projectPath(), "init -q")) GTEST_SKIP() << "git is not installed";
+    world.folder.makeFolder("project/build");
+    world.ok({"track"});
+    ASSERT_EQ(::mkfifo((world.projectPath() + "/.gitignore").c_str(), 0600), 0);
+    const Engine engine(world.store());
+    engine.gitPatience = 100ms;
+    const auto began = std::chrono::steady_clock::now();
+    std::vector<Warning> warnings = engine.snapshot(world.project(), {"manual", {}, {}, {}, {}}).warnings;
+    (void)engine.diff(world.project(), 1, std::nullopt, &warnings);
+    const auto ofRestore = engine.restore(world.project(), 1, std::nullopt, false).safetyWarnings;
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 4s);
+    for (const auto& each : {warnings, ofRestore}) {
+        ASSERT_EQ(each.size(), 1U);
+        EXPECT_EQ(each.front().kind, Warning::Kind::gitLate);
+    }
+}

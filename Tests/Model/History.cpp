@@ -86,6 +86,7 @@ History::History(std::uint64_t seed)
     if (git(f.at("project"), "init -q")) (void)git(f.at("project"), "config core.excludesFile /dev/null");
     project_ = track(engine_.store, world_.projectPath(), false);
     project_.maxFileSize = sizeLimit;
+    engine_.gitPatience = std::chrono::hours(1); // it does the work of many commands
 }
 
 void History::run(std::uint64_t steps) {

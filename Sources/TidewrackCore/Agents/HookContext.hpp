@@ -5,6 +5,7 @@
 #include "Agents/HookHandler.hpp"
 #include "Platform/Deadline.hpp"
 #include "Shell/Decision.hpp"
+#include "Walk/GitIgnore.hpp"
 
 #include <chrono>
 #include <exception>
@@ -84,7 +85,7 @@ class HookContext {
     bool mayTrack_ = false;
     std::set<std::string> unreadable_; // ids of projects whose records are
     // What git may take, for all projects of this call together.
-    mutable std::chrono::steady_clock::duration gitPatience_ = std::chrono::milliseconds(500);
+    mutable GitIgnore::Patience gitPatience_ = GitIgnore::patienceOfHooks;
     std::set<std::string> unjudged_;    // roots of projects
     std::set<std::string> untrackable_; // repositories that could not be tracked in this call
 };

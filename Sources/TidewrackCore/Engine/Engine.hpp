@@ -11,6 +11,7 @@
 #include "Engine/Warning.hpp"
 #include "Platform/Deadline.hpp"
 #include "Store/Store.hpp"
+#include "Walk/GitIgnore.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -29,7 +30,7 @@ struct SnapshotRequest {
     std::optional<std::string> session;
     std::optional<std::string> turn;
     // After it the lock is not waited for any longer, and contents not kept by then count as unreadable: the snapshot
-    // is recorded without them, and the next one tries again. With a deadline git has half a second for its answers.
+    // is recorded without them, and the next one tries again.
     Deadline deadline = std::nullopt;
     // All tracked projects, when the caller has just read the registry and keeps them for the call; null: it is read. A
     // project tracked inside this one since then is still listed as a part of it, as in every older snapshot.
@@ -38,9 +39,7 @@ struct SnapshotRequest {
     bool onlyChanges = false;
     std::optional<bool> background = std::nullopt;      // of a prompt: SnapshotMeta::background
     std::optional<std::string> reversal = std::nullopt; // of a safety snapshot: SnapshotMeta::reversal
-    // What git's answers may take, for callers that have several snapshots taken: they use it up together. Without it
-    // each has its own, half a second where there is a deadline.
-    std::chrono::steady_clock::duration* gitPatience = nullptr;
+    GitIgnore::Patience* gitPatience = nullptr; // for callers that have less of it; null: the engine's
 };
 
 struct SnapshotResult {
@@ -111,6 +110,7 @@ class Engine {
 
     const Store store;
     Progress progress; // may be empty
+    mutable GitIgnore::Patience gitPatience = GitIgnore::patienceOfCommands; // left for all walks, one after the other
 
     // --- Snapshots ---
     // Also prunes when the latest automatic prune is more than an hour old and there is time left.

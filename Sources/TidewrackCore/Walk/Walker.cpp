@@ -143,15 +143,14 @@ std::optional<std::int64_t> Walker::count(const std::string& root, const NameSet
 }
 
 std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping, Walker::Temporaries temporaries,
-                                      const Deadline& deadline, std::chrono::steady_clock::duration* patience) {
+                                      GitIgnore::Patience* patience) {
     const auto& ifIgnored = project.excludesIfIgnored ? *project.excludesIfIgnored : defaultExcludesIfIgnored();
     Walker::Options options;
     options.excludes = NameSet(project.excludes.begin(), project.excludes.end());
     options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
     options.skipPaths = skipping;
     options.temporaries = std::move(temporaries);
-    const auto own = deadline ? GitIgnore::patienceOfHooks : GitIgnore::patienceOfCommands;
-    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, own, patience)) {
+    if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, GitIgnore::patienceOfCommands, patience)) {
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
         options.gitOutcome = [git] { return git->outcome(); };
     }

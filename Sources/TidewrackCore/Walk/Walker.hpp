@@ -106,11 +106,10 @@ class Walker {
 };
 
 // The walker that the engine uses for a tracked project: its own exclusions, with git asked where there is a
-// repository. Where the caller has a deadline git has half a second for its answers, else a few; with `patience` what
-// is left of that. `skipping` holds the roots of nested projects.
+// repository. Its answers may take a few seconds; with `patience` what is left of that. `skipping` holds the roots of
+// nested projects.
 [[nodiscard]] std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& skipping,
                                                     Walker::Temporaries temporaries = {},
-                                                    const Deadline& deadline = std::nullopt,
-                                                    std::chrono::steady_clock::duration* patience = nullptr);
+                                                    GitIgnore::Patience* patience = nullptr);
 
 } // namespace tidewrack
