@@ -39,7 +39,7 @@ struct SnapshotRequest {
     bool onlyChanges = false;
     std::optional<bool> background = std::nullopt;      // of a prompt: SnapshotMeta::background
     std::optional<std::string> reversal = std::nullopt; // of a safety snapshot: SnapshotMeta::reversal
-    GitIgnore::Patience* gitPatience = nullptr; // for callers that have less of it; null: the engine's
+    GitIgnore::Patience* gitPatience = nullptr;         // for callers that have less of it; null: the engine's
 };
 
 struct SnapshotResult {
@@ -109,7 +109,7 @@ class Engine {
     Engine& operator=(const Engine&) = delete;
 
     const Store store;
-    Progress progress; // may be empty
+    Progress progress;                                                       // may be empty
     mutable GitIgnore::Patience gitPatience = GitIgnore::patienceOfCommands; // left for all walks, one after the other
 
     // --- Snapshots ---
