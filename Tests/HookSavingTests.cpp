@@ -131,7 +131,7 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
         EXPECT_NE(edits(project + "/.git/config"), allowed);
         EXPECT_NE(log().at(0).find(" ask editing "), std::string::npos);
 
-        const auto noted = notedEdits(f.read("store/projects/" + world.project().id + "/edits.log"));
+        const auto noted = notedEdits(f.read("store/projects/" + world.project().id + "/edits.log")).edits;
         ASSERT_GE(noted.size(), 5U);
         const NotedEdit& main = noted.at(noted.size() - 5);
         EXPECT_EQ(main.agent + " " + main.session.value_or("-") + " " + main.path, name + " session src/main.c");

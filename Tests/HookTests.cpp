@@ -186,7 +186,12 @@ TEST(EditLog, writesLinesAsDocumented) {
     noteEdit(folder.path(), edit);
     const std::string line = folder.read("edits.log");
     EXPECT_NE(document("store-format.md").find("\n" + line), std::string::npos) << line;
-    EXPECT_EQ(notedEdits("{\"agent\":1}\n" + line + "{\"ag"), std::vector{edit}) << "what can't be read is left out";
+    EXPECT_EQ(notedEdits(line), (EditNotes{{edit}, {}}));
+    EXPECT_EQ(notedEdits("{\"agent\":1}\n\n" + line), (EditNotes{{edit}, edit.time})) << "what can't be read is lost";
+    EXPECT_EQ(notedEdits(line + "{\"ag"), (EditNotes{{edit}, Date::max()}));
+    folder.write("edits.log", line.substr(0, 20)); // as a full volume leaves it
+    noteEdit(folder.path(), edit);
+    EXPECT_EQ(folder.read("edits.log"), line.substr(0, 20) + "\n" + line);
 }
 
 TEST(HookLog, writesLinesAsDocumented) {

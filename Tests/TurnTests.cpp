@@ -3,6 +3,7 @@
 #include "Support/TurnFixture.hpp"
 
 #include "Platform/Descriptor.hpp"
+#include "Store/EditLog.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <future>
@@ -422,6 +424,42 @@ TEST_F(Turns, aSessionThatIsStillAtWork) {
         << text;
     EXPECT_EQ(f.read("project/README.md") + f.read("project/src/main.c") + f.read("project/notes"),
               "codex\nint main;\nwhose\n");
+}
+
+// The name that the other one's tool gave is lost with its note; what is left would say that the change is one's own.
+TEST_F(Turns, whatLostNotesMayHaveNamedIsNobodys) {
+    const std::string folder = world.history().folder();
+    prompt("a", "one");
+    snap("prompt", "codex", "b", "two");
+    const Date during = now();
+    f.write("project/config", "claude\n");
+    f.write("project/notes", "whose\n");
+    snap("stop", "codex", "b", "End of turn");
+    stop("a");
+    struct Row {
+        int rotations;
+        bool cut; // the other one's note
+        const char* undone;
+    };
+    const char* const told = "~ config\n! notes  codex was at work";
+    const char* const untold = "! config  codex was at work here from #3 to #4\n! notes  codex was at work";
+    for (const Row& row : {Row{0, false, told}, {1, false, told}, {2, false, untold}, {0, true, untold}}) {
+        for (const char* name : {"/edits.log", "/edits.log.1"}) (void)std::remove((folder + name).c_str());
+        const auto note = [&](Date time, const std::string& agent, const std::string& session,
+                              const std::string& path) {
+            noteEdit(folder, {time, agent, session, std::nullopt, path});
+        };
+        note(during - std::chrono::hours(1), "gemini", "c", "old");
+        if (row.cut)
+            std::ofstream(folder + "/edits.log", std::ios::app) << "{\"agent\":\"codex\",\"pa";
+        else
+            note(during, "codex", "b", "notes");
+        for (int i = 0; i < row.rotations; ++i)
+            note(during + std::chrono::hours(1), "gemini", "c", std::string(longestEditLog, 'x'));
+        for (const char* path : {"config", "notes"}) note(during, "claude", "a", path);
+        const std::string text = back({"undo", "--turn", "2", "--dry-run"});
+        EXPECT_NE(text.find(row.undone), text.npos) << row.rotations << row.cut << text;
+    }
 }
 
 // Nothing is done but what was shown when the answer was given.

@@ -1,11 +1,15 @@
 #include "Store/EditLog.hpp"
 
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/JsonFields.hpp"
 #include "Support/LineLog.hpp"
 
 #include <nlohmann/json.hpp>
+
+#include <cerrno>
+#include <utility>
 
 namespace tidewrack {
 
@@ -17,24 +21,59 @@ void noteEdit(const std::string& historyFolder, const NotedEdit& edit) {
     nlohmann::json object = {{"time", isoText(edit.time)}, {"agent", edit.agent}, {"path", edit.path}};
     if (edit.session) object["session"] = *edit.session;
     if (edit.turn) object["turn"] = *edit.turn;
-    (void)appendLine(editLogPath(historyFolder), compactJson(object), longestEditLog);
+    (void)appendLine(editLogPath(historyFolder), compactJson(object), longestEditLog, FullLog::rotated);
 }
 
-std::vector<NotedEdit> notedEdits(std::string_view log) {
-    std::vector<NotedEdit> edits;
+namespace {
+
+// None where the line is damaged.
+std::optional<NotedEdit> readNote(std::string_view line) {
+    try {
+        const JsonFields fields(line, "edits.log");
+        return NotedEdit{fields.date("time"), fields.text("agent"), fields.optionalText("session"),
+                         fields.optionalText("turn"), fields.text("path")};
+    } catch (const TidewrackError&) {
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+EditNotes notedEdits(std::string_view log) {
+    EditNotes notes;
+    bool lost = false; // a note since the last one that could be read
     while (!log.empty()) {
         const std::size_t end = log.find('\n');
-        if (end == log.npos) break; // being written just now
-        try {
-            const JsonFields fields(log.substr(0, end), "edits.log");
-            edits.push_back({fields.date("time"), fields.text("agent"), fields.optionalText("session"),
-                             fields.optionalText("turn"), fields.text("path")});
-        } catch (const TidewrackError&) {
-            // A damaged line costs none of the others.
+        auto note = end == log.npos ? std::nullopt : readNote(log.substr(0, end));
+        // Two that began a new line behind one that was cut short leave an empty one.
+        lost = lost || (!note && end != 0);
+        if (note && lost) notes.lackingUntil = note->time;
+        if (note) {
+            lost = false;
+            notes.edits.push_back(std::move(*note));
         }
-        log.remove_prefix(end + 1);
+        log.remove_prefix(end == log.npos ? log.size() : end + 1);
     }
-    return edits;
+    if (lost) notes.lackingUntil = Date::max();
+    return notes;
+}
+
+EditNotes readNotedEdits(const std::string& historyFolder) {
+    const std::string path = editLogPath(historyFolder);
+    std::string log;
+    std::string older;
+    // The newer one first: a log that is moved aside in between is read twice rather than not at all.
+    const int failure = readFile(path, log);
+    const int olderFailure = readFile(rotatedLogPath(path), older);
+    const bool rotated = olderFailure != ENOENT;
+    if (rotated && !older.empty() && !older.ends_with('\n')) older += '\n';
+    EditNotes notes = notedEdits(older.starts_with(log) ? older : older + log);
+    const bool unread = (failure != 0 && failure != ENOENT) || (rotated && olderFailure != 0);
+    if (unread || (rotated && notes.edits.empty()))
+        notes.lackingUntil = Date::max();
+    else if (rotated && !notes.lackingUntil) // what was moved aside before is gone
+        notes.lackingUntil = notes.edits.front().time;
+    return notes;
 }
 
 } // namespace tidewrack

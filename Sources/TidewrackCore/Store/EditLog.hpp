@@ -23,14 +23,26 @@ struct NotedEdit {
     bool operator==(const NotedEdit&) const = default;
 };
 
-inline constexpr std::int64_t longestEditLog = 2'000'000; // bytes; a longer one is emptied before the next line
+// What the log tells.
+struct EditNotes {
+    std::vector<NotedEdit> edits; // oldest first
+    // Notes of what came until then are lost: who named a path before can't be told. None: all are there.
+    std::optional<Date> lackingUntil;
+
+    bool operator==(const EditNotes&) const = default;
+};
+
+inline constexpr std::int64_t longestEditLog = 2'000'000; // bytes; a longer one is moved aside before the next line
 
 [[nodiscard]] std::string editLogPath(const std::string& historyFolder);
 
 // Appends one line as one write; no lock is needed. Failures are passed over: the snapshots do not depend on the log.
 void noteEdit(const std::string& historyFolder, const NotedEdit& edit);
 
-// The edits in the log's text, oldest first; lines that cannot be read are left out.
-[[nodiscard]] std::vector<NotedEdit> notedEdits(std::string_view log);
+// The edits in the log's text. A line that cannot be read, or without its end, is a note that is lost.
+[[nodiscard]] EditNotes notedEdits(std::string_view log);
+
+// What the log and the one that was moved aside for it hold. What cannot be read is lost.
+[[nodiscard]] EditNotes readNotedEdits(const std::string& historyFolder);
 
 } // namespace tidewrack

@@ -18,11 +18,6 @@ std::vector<LoggedHook> readLoggedHooks(const Store& store) {
     return readFile(store.home + "/hooks.log", log) == 0 ? loggedHooks(log) : std::vector<LoggedHook>();
 }
 
-std::vector<NotedEdit> readNotedEdits(const History& history) {
-    std::string log;
-    return readFile(editLogPath(history.folder()), log) == 0 ? notedEdits(log) : std::vector<NotedEdit>();
-}
-
 namespace {
 
 std::vector<VaultEntry> readEntries(const Store& store) {

@@ -23,9 +23,6 @@ void addElsewhere(const Store& store, const Project& project, const Timeline& ti
 // which everything is as it was saved, nor those that saved anew what an older one had saved.
 [[nodiscard]] std::vector<VaultEntry> entriesToPutBack(const Store& store, const std::vector<TimelineRow>& rows);
 
-// What "edits.log" of a project holds; empty where it cannot be read.
-[[nodiscard]] std::vector<NotedEdit> readNotedEdits(const History& history);
-
 // What the log of the hooks holds; empty where it cannot be read.
 [[nodiscard]] std::vector<LoggedHook> readLoggedHooks(const Store& store);
 

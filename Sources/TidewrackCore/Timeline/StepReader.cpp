@@ -105,7 +105,9 @@ StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stret
     const auto isWait = [&](const Stretch& wait) { return covers(wait, stretch); };
     if (part.doubt.empty() && std::any_of(row.waits.begin(), row.waits.end(), isWait))
         part.doubt = "this came after the turn's end, while a task of it was still running";
-    part.byEdits = !part.doubt.empty();
+    // A name that is lost may have been another's, which would make this look like this turn's own.
+    const bool lacks = notes_.lackingUntil && row.began <= *notes_.lackingUntil;
+    part.byEdits = !part.doubt.empty() && !lacks;
     return part;
 }
 
@@ -134,7 +136,7 @@ void StepReader::noteOwners(const TimelineRow& row, const Stretch& stretch, Undo
     const Date from = record(stretch.from).created;
     std::optional<Date> to;
     if (stretch.to != untilNow) to = endOf(record(stretch.to));
-    for (const NotedEdit& edit : edits_) {
+    for (const NotedEdit& edit : notes_.edits) {
         if (edit.time < row.began || (to && *to < edit.time)) continue;
         const bool own = edit.agent == row.agent && edit.session == row.session;
         UndoStep::Named& named = own ? step.own : step.others;

@@ -27,8 +27,8 @@ class StepReader {
   public:
     // All of one project, and outliving the reader; `records` by ascending number, without those that are `unread`.
     StepReader(const History& history, const std::vector<SnapshotMeta>& records,
-               const std::vector<UnreadRecord>& unread, const std::vector<NotedEdit>& edits)
-        : history_(history), records_(records), unread_(unread), edits_(edits) {}
+               const std::vector<UnreadRecord>& unread, const EditNotes& notes)
+        : history_(history), records_(records), unread_(unread), notes_(notes) {}
 
     // `rows` newest first. Steps without a difference are left out.
     [[nodiscard]] UndoSteps read(const std::vector<TimelineRow>& rows);
@@ -50,7 +50,7 @@ class StepReader {
     const History& history_;
     const std::vector<SnapshotMeta>& records_;
     const std::vector<UnreadRecord>& unread_;
-    const std::vector<NotedEdit>& edits_;
+    const EditNotes& notes_;
     std::vector<std::pair<std::int64_t, Manifest>> read_; // the two that were asked for last
 };
 

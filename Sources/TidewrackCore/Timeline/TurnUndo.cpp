@@ -110,8 +110,8 @@ bool UndoResult::acts() const {
 
 TurnUndo::TurnUndo(const Engine& engine, const Project& project)
     : engine_(engine), project_(project), history_(engine.store.history(project)),
-      records_(history_.snapshots(unread_)), edits_(readNotedEdits(history_)),
-      timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), edits_)) {
+      records_(history_.snapshots(unread_)), notes_(readNotedEdits(history_.folder())),
+      timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), notes_.edits)) {
     if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
 }
 
@@ -290,7 +290,7 @@ TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Op
 }
 
 UndoSteps TurnUndo::stepsOf(const UndoChoice& choice) const {
-    return StepReader(history_, records_, unread_, edits_).read(choice.rows);
+    return StepReader(history_, records_, unread_, notes_).read(choice.rows);
 }
 
 // Nothing would be done, and nothing could be by force.
@@ -452,7 +452,7 @@ void TurnUndo::findCauses(std::vector<UndoneAction>& actions, std::set<std::size
 
 // The turn that was at work then, where it can be told.
 void TurnUndo::nameTurn(UndoneAction& action) const {
-    const auto rows = timeline_.rowsThatLedTo(action.changedIn, action.action.path, records_, edits_);
+    const auto rows = timeline_.rowsThatLedTo(action.changedIn, action.action.path, records_, notes_.edits);
     if (rows.size() != 1 || rows.front()->type != Type::turn) return;
     action.agent = rows.front()->agent;
     action.title = rows.front()->title;

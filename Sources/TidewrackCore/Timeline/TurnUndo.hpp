@@ -55,7 +55,7 @@ class TurnUndo {
     [[nodiscard]] const Timeline& timeline() const { return timeline_; }
     [[nodiscard]] const std::vector<SnapshotMeta>& records() const { return records_; } // ascending
     [[nodiscard]] const std::vector<UnreadRecord>& unread() const { return unread_; }
-    [[nodiscard]] const std::vector<NotedEdit>& edits() const { return edits_; }
+    [[nodiscard]] const std::vector<NotedEdit>& edits() const { return notes_.edits; }
     // Files that a row changed in all.
     [[nodiscard]] Changes::Counts counts(const TimelineRow& row) const;
 
@@ -113,7 +113,7 @@ class TurnUndo {
     History history_;
     std::vector<UnreadRecord> unread_;
     std::vector<SnapshotMeta> records_;
-    std::vector<NotedEdit> edits_;
+    EditNotes notes_;
     Timeline timeline_;
     mutable std::optional<Manifest> present_; // the folder as it was when it was first asked for
     mutable std::vector<Warning> unseen_;     // what of it could not be seen

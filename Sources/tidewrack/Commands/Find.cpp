@@ -48,7 +48,7 @@ int find(Invocation& call) {
     if (paths.empty())
         throw TidewrackError::refused(all > 0 ? "Nothing that matches " + *text + " is gone: the folder has it."
                                               : "No snapshot has a path that matches " + *text + ".");
-    report.edits = readNotedEdits(call.store().history(project));
+    report.edits = readNotedEdits(call.store().history(project).folder()).edits;
     report.timeline = Timeline::of(project.root, report.records, readLoggedHooks(call.store()), report.edits);
     report.command = [&](const FoundPath& found) { return commandThatBringsBack(call, project, found); };
     call.page();
