@@ -124,6 +124,7 @@ TEST_F(CommandTest, theGuardReadsTheOptionsAsTheProgramDoes) {
 
 TEST_F(CommandTest, wordsThatACommandThatChangesSomethingDoesNotKnow) {
     f.write("project/a", "old");
+    f.write("project/-kept", "");
     f.write("other/a", "old");
     world.ok({"track"});
     world.ok({"track", f.at("other")});
@@ -139,6 +140,9 @@ TEST_F(CommandTest, wordsThatACommandThatChangesSomethingDoesNotKnow) {
             EXPECT_EQ(world.history().seqs(), snapshots) << "a refusal takes no safety snapshot";
         }
     }
+    f.remove("project/-kept");
+    world.ok({"restore", "1", "-kept"});
+    EXPECT_TRUE(f.has("project/-kept")) << "what a snapshot has is a path";
     f.write("project/a", "new");
     f.write("other/a", "new");
     world.ok({"--project=" + f.at("other"), "restore", "1"});

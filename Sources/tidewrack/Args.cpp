@@ -51,6 +51,11 @@ void Args::drop(std::size_t count) {
     if (plainFrom != none) plainFrom -= std::min(count, plainFrom);
 }
 
+void Args::remove(std::size_t index) {
+    positional.erase(positional.begin() + static_cast<std::ptrdiff_t>(index));
+    if (plainFrom != none && index < plainFrom) --plainFrom;
+}
+
 void Args::takeJoinedNumber(std::string_view option) {
     for (std::size_t i = 0; i < std::min(plainFrom, positional.size());) {
         const std::string& word = positional[i];
@@ -59,8 +64,7 @@ void Args::takeJoinedNumber(std::string_view option) {
             continue;
         }
         values[std::string(option)] = word.substr(option.size());
-        positional.erase(positional.begin() + static_cast<std::ptrdiff_t>(i));
-        if (plainFrom != none) --plainFrom;
+        remove(i);
     }
 }
 

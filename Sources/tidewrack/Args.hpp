@@ -39,6 +39,8 @@ struct Args {
     [[nodiscard]] std::int64_t number(std::size_t index, const char* name) const;
     // Takes words off the front.
     void drop(std::size_t count);
+    // Takes out the positional word at `index`.
+    void remove(std::size_t index);
     // The word `short option` + digits, as in "-n5", becomes that option's value; the last one counts.
     void takeJoinedNumber(std::string_view option);
 };

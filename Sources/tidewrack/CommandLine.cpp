@@ -2,6 +2,7 @@
 
 #include "Args.hpp"
 #include "Commands/Commands.hpp"
+#include "Engine/PathSearch.hpp"
 #include "Help.hpp"
 #include "Invocation.hpp"
 #include "OptionCheck.hpp"
@@ -43,6 +44,31 @@ std::string startingFolder(const Args& args, const Surroundings& around) {
     return folder;
 }
 
+// Whether the command takes a path, and the folder or any snapshot has this one.
+bool mayBePath(const Command& command, const Args& args, Surroundings& around, const std::string& word) {
+    const auto takes = [&](Fill fill) {
+        return std::find(command.fills.begin(), command.fills.end(), fill) != command.fills.end();
+    };
+    if (!takes(Fill::path) && !takes(Fill::folder)) return false;
+    try {
+        if (exists(absolutePath(word, around.currentFolder))) return true;
+        if (!takes(Fill::path)) return false;
+        Invocation call(command, args, around);
+        const Project project = call.project();
+        const std::string path = Engine::relative(project, call.absolute(word));
+        if (path.find_first_of("*?[") != path.npos) return true; // the search would take it for a pattern
+        std::vector<UnreadRecord> unread;
+        const auto records = call.store().history(project).snapshots(unread);
+        const FoundPaths found = findPaths(call.engine(), project, records, NamePattern(path));
+        // A listing that can't be read may have it.
+        return !unread.empty() || !found.warnings.empty() ||
+               std::any_of(found.paths.begin(), found.paths.end(),
+                           [&](const FoundPath& each) { return isAtOrBelow(each.path, path); });
+    } catch (const std::exception&) { // the command itself tells what is amiss
+        return true;
+    }
+}
+
 int dispatch(const std::vector<std::string>& words, Surroundings& around) {
     Args args(words);
     const Command& command = takeCommand(args);
@@ -53,7 +79,8 @@ int dispatch(const std::vector<std::string>& words, Surroundings& around) {
         return 0;
     }
     if (command.option("-n") != nullptr) args.takeJoinedNumber("-n");
-    for (const std::string& warning : misunderstood(command, args))
+    const auto isPath = [&](const std::string& word) { return mayBePath(command, args, around, word); };
+    for (const std::string& warning : misunderstood(command, args, isPath))
         around.err.line("warning: " + around.err.shown(warning));
     Invocation call(command, std::move(args), around);
     return command.run(call);

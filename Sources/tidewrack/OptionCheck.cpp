@@ -22,7 +22,8 @@ bool looksLikeDryRun(std::string_view option) {
 
 class Check {
   public:
-    Check(const Command& command, const Args& args) : command_(command), args_(args) {}
+    Check(const Command& command, Args& args, const MayBePath& mayBePath)
+        : command_(command), args_(args), mayBePath_(mayBePath) {}
 
     std::vector<std::string> warnings() {
         for (const std::string& flag : args_.flags) checkFlag(flag);
@@ -59,18 +60,33 @@ class Check {
 
     // The option of the command that a mistyped one looks like; empty for none.
     [[nodiscard]] std::string_view meantBy(std::string_view name) const {
+        const bool dashLost = name.size() > 2 && !name.starts_with("--"); // "-keep-new"
         for (const auto options : {command_.options, globalOptions()})
             for (const Option& option : options)
-                if (name.starts_with("--") && isMistyped(name, option.name)) return option.name;
+                if ((name.starts_with("--") || (dashLost && option.name.starts_with("--"))) &&
+                    isMistyped(name, option.name))
+                    return option.name;
         return {};
     }
 
+    // "-" stands for standard output, and what has a digit is a number.
+    [[nodiscard]] bool isUnknownOption(const std::string& word) const {
+        return command_.effect != Effect::adds && word.size() > 1 && (word[1] < '0' || word[1] > '9') &&
+               !mayBePath_(word);
+    }
+
     void checkWords() {
-        for (std::size_t i = 0; i < args_.positional.size(); ++i) {
-            const std::string& word = args_.positional[i];
+        for (std::size_t i = 0; i < args_.positional.size();) {
+            const std::string word = args_.positional[i];
             const bool option = word.starts_with('-') && i < args_.plainFrom;
             if (option && looksLikeDryRun(word)) unknown(word);
-            if (i < command_.mostWords || command_.effect == Effect::adds) continue;
+            if (option && isUnknownOption(word)) {
+                unknown(word);
+                args_.remove(i);
+                continue;
+            }
+            ++i;
+            if (i <= command_.mostWords || command_.effect == Effect::adds) continue;
             const std::string sentence = std::string(command_.name) + " has no use for the word " + word;
             if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
             warnings_.push_back(sentence + "; ignored");
@@ -81,14 +97,16 @@ class Check {
     static std::string unchanged() { return "; nothing was changed"; }
 
     const Command& command_;
-    const Args& args_;
+    Args& args_;
+    const MayBePath& mayBePath_;
     std::vector<std::string> warnings_;
 };
 
 } // namespace
 
-std::vector<std::string> misunderstood(const Command& command, const Args& args) {
-    return command.effect == Effect::harmless ? std::vector<std::string>() : Check(command, args).warnings();
+std::vector<std::string> misunderstood(const Command& command, Args& args, const MayBePath& mayBePath) {
+    if (command.effect == Effect::harmless) return {};
+    return Check(command, args, mayBePath).warnings();
 }
 
 } // namespace tidewrack
