@@ -230,7 +230,8 @@ TEST_F(CommandTest, undoOfNothingNamesTheNextStepOfTheTurn) {
     snap("prompt", "y");
     EXPECT_EQ(world.ok({"undo", "2"}),
               "Nothing changed after #2, so there's nothing to undo.\n#2 belongs to turn #2–#4 of claude, "
-              "\"prompt!\". To take back all of it, run: tidewrack undo --turn 2\n");
+              "\"prompt!\". To take back all of it, run: tidewrack undo --turn 2\n"
+              "The next step of it that changed something is #3: tidewrack undo 3\n");
     EXPECT_EQ(world.ok({"undo", "1"}), "Nothing changed after #1, so there's nothing to undo.\n");
     f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
     EXPECT_NE(world.ok({"log"}).find("\"prompt!\"  →  +0 ~0 -1 (without #3, pruned)\n"), std::string::npos);

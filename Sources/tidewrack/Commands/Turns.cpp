@@ -54,6 +54,25 @@ std::string stretchText(const Stretch& stretch) {
     return "From #" + std::to_string(stretch.from) + to;
 }
 
+// The first snapshot of a turn behind `seq` after which something changed; none where nothing did.
+std::optional<std::int64_t> nextStep(Invocation& call, const Project& project, const TurnUndo& undo,
+                                     const TimelineRow& row, std::int64_t seq) {
+    const auto stretches = openStretches(row);
+    const auto& records = undo.records();
+    for (auto at = records.begin(); at != records.end(); ++at) {
+        const auto holds = [&](const Stretch& stretch) {
+            return stretch.from <= at->seq && (stretch.to == untilNow || at->seq < stretch.to);
+        };
+        if (at->seq <= seq || std::none_of(stretches.begin(), stretches.end(), holds)) continue;
+        const auto next = std::next(at);
+        if (next != records.end() && next->manifestOf == at->manifestOf) continue;
+        const auto to = next == records.end() ? std::nullopt : std::optional(next->seq);
+        const Engine::Sides sides = call.engine().sides(project, at->seq, to);
+        if (!Changes::between(sides.older, sides.newer).all().empty()) return at->seq;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 const TimelineRow& newestTurn(const TurnUndo& undo) {
@@ -71,6 +90,11 @@ bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool
     if (!during || all) return false;
     call.print("#" + std::to_string(seq) + " belongs to " + choiceText({"undo", {*row}}, now(), call.look()) +
                ". To take back all of it, run: tidewrack undo --turn " + std::to_string(seq) + "\n");
+    if (!idle || call.args.positional.size() > 1) return true; // with paths that another step need not have changed
+    if (const auto next = nextStep(call, project, undo, *row, seq)) {
+        const std::string number = std::to_string(*next);
+        call.print("The next step of it that changed something is #" + number + ": tidewrack undo " + number + "\n");
+    }
     return true;
 }
 

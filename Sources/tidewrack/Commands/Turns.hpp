@@ -25,7 +25,7 @@ int undoAsking(Invocation& call);
 // Throws refused when no agent was at work in the project.
 [[nodiscard]] const TimelineRow& newestTurn(const TurnUndo& undo);
 // Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing
-// did (`idle`). Whether it named one.
+// did (`idle`); then also its next step that changed something. Whether it named one.
 bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle);
 
 } // namespace commands
