@@ -112,11 +112,19 @@ TEST_F(CommandTest, theGuardReadsTheOptionsAsTheProgramDoes) {
     context.protectedPaths = [this] {
         return std::vector<shell::OwnPath>{{f.at("store"), shell::OwnPath::Role::history}};
     };
-    for (const Command& command : commandTable())
-        for (const Option& option : command.options) {
-            const bool shows = option.name == "--dry-run";
+    std::vector<Option> options(globalOptions().begin(), globalOptions().end());
+    options.push_back({"", "", ""});
+    std::vector<std::string> asked{"hooks uninstall"};
+    for (const Command& command : commandTable()) {
+        options.insert(options.end(), command.options.begin(), command.options.end());
+        if (command.effect == Effect::removesForGood) asked.emplace_back(command.name);
+    }
+    EXPECT_GT(asked.size(), 1U);
+    for (const Option& option : options)
+        for (const std::string& command : asked) {
+            const bool shows = option.name == "--dry-run" || option.name == "--help";
             const std::string line =
-                "tidewrack " + std::string(option.name) + (option.takesValue() ? " value" : "") + " untrack";
+                "tidewrack " + std::string(option.name) + (option.takesValue() ? " value " : " ") + command;
             const auto verdict = shell::analyze(line, context).verdict.kind;
             EXPECT_EQ(verdict == shell::Verdict::Kind::ask, !shows) << line;
         }

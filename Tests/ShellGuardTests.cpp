@@ -296,7 +296,7 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "echo p | xargs -n1 tidewrack untrack",
                                 "tidewrack untrack -- --dry-run",
                                 "tidewrack -- untrack -h",
-                                "cd .. && (tidewrack vault rm 1)",
+                                "cd .. && (tidewrack prune)",
                                 "rm -rf ~/.local",
                                 "mv ~/.local/store /nowhere/x",
                                 "rm ../local/store/projects/1.json",

@@ -31,15 +31,13 @@ constexpr auto deletesHistory =
     "This would delete Tidewrack's own history of the project, and nothing could undo that. Allow?"sv;
 constexpr auto deletesSnapshots =
     "This would delete snapshots from Tidewrack's own history, and nothing could undo that. Allow?"sv;
-constexpr auto deletesCopies =
-    "This would delete copies from Tidewrack's own vault, and nothing could undo that. Allow?"sv;
 constexpr auto removesHooks =
     "This would remove Tidewrack's hooks: what an agent does would no longer be saved before. Allow?"sv;
 
 constexpr OwnCommand ownCommands[] = {
-    {"untrack", "", deletesHistory},      {"prune", "", deletesSnapshots},    {"forget", "", deletesSnapshots},
-    {"hooks", "uninstall", removesHooks}, {"vault", "prune", deletesCopies},  {"vault", "remove", deletesCopies},
-    {"vault", "rm", deletesCopies},       {"vault", "delete", deletesCopies}, {"vault", "clear", deletesCopies},
+    {"untrack", "", deletesHistory},
+    {"prune", "", deletesSnapshots},
+    {"hooks", "uninstall", removesHooks},
 };
 
 // One of each kind of the files that the history consists of.
