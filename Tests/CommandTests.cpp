@@ -102,6 +102,10 @@ TEST_F(CommandTest, everythingInTheTableIsDocumented) {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {"restore", "--help"}, {"restore", "1", "-h"}, {"--help", "restore", "1"}})
         EXPECT_EQ(world.ok(words), restoring);
+    EXPECT_NE(world.ok({"help", "hooks"}).find("\n  hooks install [agent|all]"), std::string::npos);
+    EXPECT_NE(world.ok({"help", "hooks"}).find("\nExample\n  "), std::string::npos);
+    EXPECT_EQ(world.ok({"hook", "-h"}), world.ok({"help", "hook"}));
+    for (const char* word : {"-h", "--help"}) EXPECT_EQ(world.ok({"help", word}), world.ok({"help", "help"}));
     EXPECT_EQ(fault({"help", "me"}), "unknown command me. Run `tidewrack help`.");
 }
 

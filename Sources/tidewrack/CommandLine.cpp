@@ -1,5 +1,6 @@
 #include "CommandLine.hpp"
 
+#include "Agents/Agent.hpp"
 #include "Args.hpp"
 #include "Commands/Commands.hpp"
 #include "Engine/PathSearch.hpp"
@@ -71,11 +72,13 @@ bool mayBePath(const Command& command, const Args& args, Surroundings& around, c
 
 int dispatch(const std::vector<std::string>& words, Surroundings& around) {
     Args args(words);
+    const bool usage = args.positional.empty() || args.positional.front() == "-h"; // no command is named
     const Command& command = takeCommand(args);
     around.currentFolder = startingFolder(args, around);
-    // The hook of an agent gives its reply whatever its words are.
-    if (asksForHelp(args) && command.run != commands::hook) {
-        around.out.write(command.run == commands::help ? usageText() : helpText(command));
+    // The hook of an agent gives its reply whatever its other words are.
+    const bool answers = command.run == commands::hook && agentNamed(args.word(0).value_or(""));
+    if (asksForHelp(args) && !answers) {
+        around.out.write(usage && command.run == commands::help ? usageText() : helpText(command));
         return 0;
     }
     if (command.option("-n") != nullptr) args.takeJoinedNumber("-n");

@@ -388,6 +388,7 @@ constexpr Command table[] = {
      .mostWords = Command::anyNumber,
      .options = hooksOptions,
      .summary = "install hooks into the agents, or see where they are",
+     .example = "tidewrack hooks install",
      .run = commands::hooksOther},
     {.name = "_bench-walk", .mostWords = 1, .options = projectOptions, .run = commands::benchWalk},
     {.name = "_complete", .mostWords = Command::anyNumber, .run = commands::complete},

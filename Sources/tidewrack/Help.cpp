@@ -129,6 +129,11 @@ std::string helpText(const Command& command) {
         summary[0] = static_cast<char>(summary[0] - 'a' + 'A');
     text += wrapped(summary + ".", 0, 0) + "\n";
     if (!command.details.empty()) text += wrapped(command.details, 0, 0) + "\n";
+    const std::string family = std::string(command.name) + " ";
+    std::string below;
+    for (const Command& other : commandTable())
+        if (other.name.starts_with(family)) below += row(synopsis(other), std::string(other.summary));
+    if (!below.empty()) text += "\nCommands\n" + below;
     if (!command.options.empty()) text += "\nOptions\n";
     for (const Option& option : command.options) text += row(spelled(option), std::string(option.help));
     if (!command.example.empty()) text.append("\nExample\n  ").append(command.example).append("\n");
