@@ -135,6 +135,24 @@ TEST_F(RestoreTest, clearsUpWhatAKilledRestoreLeft) {
     EXPECT_EQ(f.read("project/.tidewrack-12-3"), "the user's own, with a name like ours");
 }
 
+TEST_F(RestoreTest, givesAFileItsNameBackThatAKilledRestoreHadMovedAside) {
+    const std::string marks = "store/projects/" + world.project().id + "/restores";
+    f.write("project/a.txt", "second\n");
+    world.ok({"snap"});
+    f.remove("project/a.txt");
+    f.write(marks, ".tidewrack-12-ab- 2 1\n");
+    f.write("project/.tidewrack-12-ab-0-a.txt", "first\n");  // was about to replace it
+    f.write("project/.tidewrack-12-ab-1-a.txt", "second\n"); // was there
+    const std::string row = "! a.txt  a restore that was cut short moved it aside; it would be put back\n";
+    EXPECT_EQ(world.ok({"restore", "2", "link", "--dry-run"}).substr(0, row.size()), row);
+    EXPECT_NE(world.ok({"restore", "2", "link"})
+                  .find("warning: a restore that was cut short had moved a.txt aside; it is back\n"),
+              std::string::npos);
+    EXPECT_EQ(f.read("project/a.txt"), "second\n");
+    EXPECT_EQ(f.listing("project").find("-12-ab-"), std::string::npos);
+    EXPECT_FALSE(f.has(marks));
+}
+
 // A change through a shared mapping leaves the times alone, so that the safety snapshot can't see it.
 TEST_F(RestoreTest, keepsWhatChangedUnseen) {
     f.write("project/a.txt", "second\n");

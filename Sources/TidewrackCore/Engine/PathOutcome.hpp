@@ -56,6 +56,8 @@ struct PathOutcome {
         recovered,        // what a restore that was cut short had left of it is at `found`, and in the safety snapshot
         recoveredUnsaved, // the same where that snapshot could not keep it
         toRecover,        // the same in a dry run: `found` is where it is going to be
+        givenBack,        // a restore that was cut short had moved it aside: it has its name again
+        toGiveBack,       // the same in a dry run
         leftover,         // a restore that was cut short left it, and it could not be cleared away
         missing,          // there is nothing to be done
     };

@@ -99,7 +99,15 @@ void addInterrupted(const std::vector<PathOutcome>& outcomes, RestoreResult& res
     std::erase_if(result.outcomes, [&](const PathOutcome& outcome) {
         return outcome.action == PathOutcome::Action::removed && found.contains(outcome.path);
     });
-    result.outcomes.insert(result.outcomes.begin(), outcomes.begin(), outcomes.end());
+    std::set<std::string, std::less<>> acted;
+    for (const PathOutcome& outcome : result.outcomes) acted.insert(outcome.path);
+    std::vector<PathOutcome> told;
+    std::copy_if(outcomes.begin(), outcomes.end(), std::back_inserter(told), [&](const PathOutcome& outcome) {
+        const bool isBack =
+            outcome.action == PathOutcome::Action::givenBack || outcome.action == PathOutcome::Action::toGiveBack;
+        return !isBack || !acted.contains(outcome.path); // else it was not there for long
+    });
+    result.outcomes.insert(result.outcomes.begin(), told.begin(), told.end());
 }
 
 } // namespace

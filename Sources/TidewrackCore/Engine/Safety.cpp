@@ -41,7 +41,9 @@ class Leftovers {
             return owns(path) && !nameOf(path).empty(); // what is no copy that was being made
         });
         // The safety snapshot has what was moved aside, the one gone back to what was about to replace it.
-        lookIn({restore_.safety, restore_.target}, open);
+        lookIn({restore_.safety}, open);
+        before_ = kept_;
+        lookIn({restore_.target}, open);
         const auto seqs = history_.seqs();
         if (std::binary_search(seqs.begin(), seqs.end(), restore_.target)) return;
         // There is no such one any more, or several were put together: any may have it, or it is a text made for the
@@ -54,9 +56,12 @@ class Leftovers {
         lookIn({seqs.rbegin(), seqs.rend()}, open);
     }
 
-    // Removes a temporary, or gives it a name that people find, when no snapshot has what it holds: then the outcome
-    // says so. False when it is still there.
-    bool clear(const std::string& path, std::vector<PathOutcome>& recovered) {
+    // It holds what was there before that restore.
+    [[nodiscard]] bool isFromBefore(const std::string& path) const { return before_.contains(path); }
+
+    // Gives what a snapshot has its name back where that is free, and removes it else. What no snapshot has gets a name
+    // that people find. The outcomes say so. False when the temporary is still there.
+    bool clear(const std::string& path, std::vector<PathOutcome>& outcomes) {
         Place place;
         Attributes left;
         if (project_.place(path, place) != 0) return false;
@@ -65,25 +70,36 @@ class Leftovers {
         const bool isFolder = left.kind == Attributes::Kind::folder;
         bool bothNames = false;
         if (isFolder && !name.empty() && giveName(place, {place.folder, name.c_str()}, bothNames) == 0) return true;
-        if (!isFolder && (name.empty() || isSecondName(place, left, name) || kept_.contains(path)))
-            return ::unlinkat(place.folder, place.name, 0) == 0;
+        bool isCopy = !isFolder && (name.empty() || isSecondName(place, left, name));
+        if (!isFolder && !isCopy && kept_.contains(path)) {
+            const int error = giveName(place, {place.folder, name.c_str()}, bothNames);
+            if (error == 0) outcomes.push_back({beside(path, name), PathOutcome::Action::givenBack});
+            if (error != EEXIST) return error == 0 && !bothNames;
+            isCopy = true;
+        }
+        if (isCopy) return ::unlinkat(place.folder, place.name, 0) == 0;
         const std::string found = name.empty() ? std::string() : giveFreeName(place, name, bothNames);
         if (found.empty()) return false;
-        recovered.push_back(
+        outcomes.push_back(
             {beside(path, name), PathOutcome::Action::recovered, isFolder ? EntryKind::dir : EntryKind::file});
-        recovered.back().found = beside(path, found);
+        outcomes.back().found = beside(path, found);
         return !bothNames;
     }
 
-    // What clear() is going to recover, if anything.
+    // What clear() is going to recover or give back, if anything.
     std::optional<PathOutcome> foresee(const std::string& path) {
         Place place;
         Attributes left;
         const std::string name = nameOf(path);
-        if (name.empty() || kept_.contains(path) || project_.place(path, place) != 0) return std::nullopt;
+        if (name.empty() || project_.place(path, place) != 0) return std::nullopt;
         if (attributesAt(place.folder, place.name, left) != 0 || left.kind == Attributes::Kind::folder ||
             isSecondName(place, left, name))
             return std::nullopt;
+        if (kept_.contains(path)) {
+            const bool isFree = attributesAt(place.folder, name.c_str(), left) == ENOENT;
+            return isFree ? std::optional(PathOutcome{beside(path, name), PathOutcome::Action::toGiveBack})
+                          : std::nullopt;
+        }
         PathOutcome outcome{beside(path, name), PathOutcome::Action::toRecover};
         int number = 1;
         for (Attributes there;
@@ -155,6 +171,7 @@ class Leftovers {
     FolderBelow& project_;
     std::set<std::int64_t> lookedIn_;
     std::set<std::string, std::less<>> kept_;
+    std::set<std::string, std::less<>> before_; // those of them that the safety snapshot has
 };
 
 // The files whose content the safety snapshot took over from the one before, and that were not compared yet.
@@ -264,6 +281,11 @@ bool forEachLeftover(const Project& project, const std::set<std::string, std::le
     FolderBelow files(root.get());
     std::vector<Leftovers> leftovers;
     for (const MarkedRestore& restore : restores) leftovers.emplace_back(history, restore, files).lookUp(found);
+    // The name of a file is for what was there before, rather than for what was about to replace that.
+    std::stable_partition(found.begin(), found.end(), [&](const std::string& path) {
+        return std::any_of(leftovers.begin(), leftovers.end(),
+                           [&](const Leftovers& each) { return each.isFromBefore(path); });
+    });
     for (const std::string& path : found)
         for (Leftovers& each : leftovers)
             if (each.owns(path)) visit(each, path);
@@ -295,7 +317,12 @@ Interrupted Engine::foreseeInterrupted(const Project& project) const {
     Interrupted result{{}, markedRestores(history)};
     if (result.remaining.empty()) return result;
     const auto foresee = [&](Leftovers& leftovers, const std::string& path) {
-        if (auto outcome = leftovers.foresee(path)) result.outcomes.push_back(std::move(*outcome));
+        auto outcome = leftovers.foresee(path);
+        const auto isTold = [&](const PathOutcome& other) {
+            return other.action == PathOutcome::Action::toGiveBack && other == *outcome;
+        };
+        if (outcome && std::none_of(result.outcomes.begin(), result.outcomes.end(), isTold))
+            result.outcomes.push_back(std::move(*outcome));
     };
     (void)forEachLeftover(project, nestedRoots(project, store.projects()), history, result.remaining, foresee);
     return result;

@@ -80,6 +80,8 @@ std::string outcomeText(const PathOutcome& outcome, const RestoreResult& result)
     case Action::toRecover:
         return "a restore that was cut short left a version of " + path + " that no snapshot has; it would become " +
                outcome.found;
+    case Action::givenBack: return "a restore that was cut short had moved " + path + " aside; it is back";
+    case Action::toGiveBack: return "a restore that was cut short moved " + path + " aside; it would be put back";
     case Action::leftover: return "couldn't clear away " + path + ", which a restore that was cut short had left";
     case Action::missing: return path + " " + reason;
     }

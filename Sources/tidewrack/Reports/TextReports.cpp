@@ -106,6 +106,8 @@ std::string planText(const RestoreResult& result, const Look& look) {
         else if (outcome.action == Action::toRecover)
             row = "! " + path + "  what a restore that was cut short left of it would become " +
                   look.shown(outcome.found);
+        else if (outcome.action == Action::toGiveBack)
+            row = "! " + path + "  a restore that was cut short moved it aside; it would be put back";
         else
             row = "! " + look.shown(outcome.path) + "  " + look.shown(reasonText(outcome.obstacle, result.target));
         rows.emplace_back(outcome.path, row + "\n");
