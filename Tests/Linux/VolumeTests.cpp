@@ -263,6 +263,27 @@ TEST(VolumeTests, filesThatCannotShareDoNotKeepOthersFromSharing) {
 }
 
 // A btrfs subvolume has a device number of its own, yet shares blocks with the rest of its volume.
+TEST(VolumeTests, aMergedTextKeepsTheAttributesOfItsFile) {
+    const World world;
+    const auto& f = world.folder;
+    if (!holdsUserAttributes(f.path())) GTEST_SKIP() << "no attributes here";
+    world.ok({"track"});
+    for (const char* lines : {"1\n2\n3\n", "one\n2\n3\n"}) {
+        f.write("project/lines", lines);
+        world.ok({"snap"});
+    }
+    f.write("project/lines", "one\n2\nthree\n");
+    const std::string list = accessList(6, 4);
+    setAttribute(f.at("project/lines"), "user.note", "kept");
+    setAttribute(f.at("project/lines"), "system.posix_acl_access", list);
+    const std::string report = unprivileged(f, [&] {
+        world.ok({"undo", "2..3"});
+        return attribute(f.at("project/lines"), "user.note");
+    });
+    EXPECT_EQ(report + f.read("project/lines"), "kept1\n2\nthree\n");
+    EXPECT_EQ(attribute(f.at("project/lines"), "system.posix_acl_access"), list);
+}
+
 TEST(VolumeTests, subvolumesShareBlocks) {
     VolumeFixture on(btrfsVolume);
     if (!on.volume.missing().empty()) GTEST_SKIP() << on.volume.missing();

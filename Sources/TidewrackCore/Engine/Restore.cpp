@@ -75,19 +75,27 @@ void addMissing(const std::vector<std::string>& asked, const Manifest& target, c
                 {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
 }
 
-// Gives a text that root has merged to the owner of the file that it replaces, or else of the folder: a copy gets the
-// owner of what is kept.
-void giveOwners(const Project& project, const History& history, const RestorePlan& plan, std::int64_t texts) {
+// A copy gets the extended attributes and the owner of what is kept. So a merged text gets those of the file that it
+// replaces; where there is none, it gets the folder's owner.
+void giveAttributes(const Project& project, const History& history, const RestorePlan& plan, std::int64_t texts) {
     Descriptor root;
-    if (::geteuid() != 0 || openFolder(project.root, root) != 0) return;
+    if (openFolder(project.root, root) != 0) return;
     FolderBelow files(root.get());
     for (const Manifest::Item* item : plan.writes) {
         if (!item->entry.blob.starts_with(std::to_string(texts) + "/")) continue;
         Place place;
         struct stat there {};
         if (files.place(item->path, place) != 0) continue;
-        if (::fstatat(place.folder, place.name, &there, AT_SYMLINK_NOFOLLOW) == 0 || ::fstat(place.folder, &there) == 0)
-            (void)!::lchown(history.blobPath(item->entry.blob).c_str(), there.st_uid, there.st_gid);
+        const Descriptor kept(::open(history.blobPath(item->entry.blob).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        const Descriptor old(::openat(place.folder, place.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (!kept) continue;
+        if (old && ::fstat(old.get(), &there) == 0 && S_ISREG(there.st_mode) && ::fchmod(kept.get(), 0644) == 0) {
+            copyOpenExtendedAttributes(old.get(), kept.get());
+            (void)::fchmod(kept.get(), 0444);
+        }
+        if (::geteuid() == 0 && (::fstatat(place.folder, place.name, &there, AT_SYMLINK_NOFOLLOW) == 0 ||
+                                 ::fstat(place.folder, &there) == 0))
+            (void)!::fchown(kept.get(), there.st_uid, there.st_gid);
     }
 }
 
@@ -196,7 +204,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
         for (const Manifest::Item* item : *list) touched.emplace(item->path);
     const Scope isTouched = [&](std::string_view path) { return touched.contains(path); };
     if (!touched.empty() && keepUnseen(lock, project, isTouched, safety)) plan = planRestore(input);
-    if (reversal.seq) giveOwners(project, history, plan, *reversal.seq);
+    if (reversal.seq) giveAttributes(project, history, plan, *reversal.seq);
     Temporaries names;
     std::vector<MarkedRestore> marked = safety.interrupted.remaining;
     const bool needsMark = !plan.writes.empty() || !plan.removeFiles.empty();
