@@ -153,6 +153,28 @@ TEST_F(RestoreTest, givesAFileItsNameBackThatAKilledRestoreHadMovedAside) {
     EXPECT_FALSE(f.has(marks));
 }
 
+// A snapshot that is taken before the next restore lists what the killed one had moved aside.
+TEST_F(RestoreTest, bringsNothingBackUnderANameOfItsOwn) {
+    const auto left = [&](const std::string& path, const char* text) { f.write("project/" + path, text); };
+    left("a.txt.tidewrack-1", "taken");
+    left(".tidewrack-12-ab-0-a.txt", "first\n");
+    left(".tidewrack-12-ab-1-a.txt", "somebody's words");
+    left(".tidewrack-12-ab-c", "the user's own, with a name like ours");
+    const std::string all = f.listing("project");
+    world.ok({"snap"});
+    world.ok({"restore", "2"});
+    EXPECT_EQ(f.listing("project"), all) << "what is there may be the user's after all";
+    for (const char* name : {"a.txt", ".tidewrack-12-ab-0-a.txt", ".tidewrack-12-ab-1-a.txt", ".tidewrack-12-ab-c"})
+        f.remove(std::string("project/") + name);
+    EXPECT_EQ(world.ok({"restore", "2", "--dry-run"}), "+ .tidewrack-12-ab-c\n+ a.txt\n+ a.txt.tidewrack-2\n"
+                                                       "Would restore 3 files, remove 0 files. Nothing was changed.\n");
+    world.ok({"restore", "2"});
+    EXPECT_EQ(f.read("project/a.txt") + f.read("project/a.txt.tidewrack-2"), "first\nsomebody's words");
+    EXPECT_EQ(f.listing("project").find("-12-ab-0"), std::string::npos);
+    EXPECT_EQ(f.listing("project").find("-12-ab-1"), std::string::npos);
+    EXPECT_TRUE(f.has("project/.tidewrack-12-ab-c"));
+}
+
 // A change through a shared mapping leaves the times alone, so that the safety snapshot can't see it.
 TEST_F(RestoreTest, keepsWhatChangedUnseen) {
     f.write("project/a.txt", "second\n");

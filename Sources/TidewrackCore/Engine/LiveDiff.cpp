@@ -15,7 +15,7 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     const History history = store.history(project);
     const SnapshotMeta meta = history.snapshot(from);
     const auto walker = projectWalker(project, nestedRoots(project, store.registry().projects),
-                                      {prefixesOf(markedRestores(history))}, &gitPatience);
+                                      {knownPrefixes(history)}, &gitPatience);
     walker->expect(meta.files);
     Sides result;
     result.older = history.manifest(meta);

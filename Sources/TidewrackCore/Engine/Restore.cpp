@@ -3,6 +3,7 @@
 
 #include "Engine/FolderBelow.hpp"
 #include "Engine/RestoreRun.hpp"
+#include "Engine/SameContent.hpp"
 #include "Engine/Spelling.hpp"
 #include "Engine/Trace.hpp"
 #include "Platform/Attributes.hpp"
@@ -73,6 +74,56 @@ void addMissing(const std::vector<std::string>& asked, const Manifest& target, c
         if (!isListed(target, path) && !isListed(current, path))
             result.outcomes.push_back(
                 {path, PathOutcome::Action::missing, EntryKind::file, {Obstacle::Reason::notInSnapshot}});
+}
+
+// The target with names of the user's alone. A snapshot that was taken between the death of a restore and the next one
+// lists what the first had moved aside, under our name. That comes back under a name beside its own, or not at all
+// where the snapshot has the same content under its own name.
+struct UsersTarget {
+    std::optional<Manifest> listing;                         // none: the target is that
+    std::map<std::string, std::string, std::less<>> renamed; // the target's own paths, by the new ones
+};
+
+UsersTarget usersTarget(const History& history, const Manifest& target, const Manifest& current) {
+    UsersTarget result;
+    const auto isOurs = [&](const Manifest::Item& item) {
+        return item.entry.kind != EntryKind::dir && !originalOfAny(lastComponent(item.path)).empty() &&
+               current.find(item.path) == nullptr;
+    };
+    if (std::none_of(target.items().begin(), target.items().end(), isOurs)) return result;
+    ManifestBuilder builder(target);
+    std::uint32_t rank = 0;
+    for (const auto& item : target.items()) {
+        const std::uint32_t own = rank++;
+        if (!isOurs(item)) {
+            builder.add(item.path, item.entry, own);
+            continue;
+        }
+        const std::string name(originalOfAny(lastComponent(item.path)));
+        const std::string folder(parentOf(item.path));
+        const std::string original = folder.empty() ? name : joined(folder, name);
+        const Entry* there = target.find(original);
+        if (there != nullptr && there->kind == item.entry.kind && there->isKept() && item.entry.isKept()) {
+            const std::string one = history.blobPath(there->blob);
+            const std::string other = history.blobPath(item.entry.blob);
+            if (there->kind == EntryKind::file ? sameContent(one, other) : sameLink(one, other)) continue;
+        }
+        std::string path;
+        for (int number = 1; path.empty() || target.find(path) != nullptr || current.find(path) != nullptr ||
+                             result.renamed.contains(path);)
+            path = original + ".tidewrack-" + std::to_string(number++);
+        builder.add(path, item.entry);
+        result.renamed.emplace(path, item.path);
+    }
+    result.listing = builder.finish();
+    return result;
+}
+
+Engine::Scope scopeOf(const UsersTarget& users, const Engine::Scope& scope) {
+    return [&users, &scope](std::string_view path) {
+        const auto renamed = users.renamed.find(path);
+        return scope(renamed == users.renamed.end() ? path : std::string_view(renamed->second));
+    };
 }
 
 // A copy gets the extended attributes and the owner of what is kept. So a merged text gets those of the file that it
@@ -166,8 +217,12 @@ TakenSnapshot Engine::presentState(const Project& project) const {
 RestoreResult Engine::aim(const Project& project, const Manifest& target, const Scope& scope,
                           const TakenSnapshot& present, bool removeNew) const {
     const Manifest& current = present.manifest;
-    const RestorePlan plan = planRestore({target, current, scope, nestedRoots(project, store.projects()), removeNew,
-                                          ::geteuid() == 0, lostContents(store.history(project), target, current)});
+    const History history = store.history(project);
+    const UsersTarget users = usersTarget(history, target, current);
+    const Manifest& wanted = users.listing ? *users.listing : target;
+    const RestorePlan plan =
+        planRestore({wanted, current, scopeOf(users, scope), nestedRoots(project, store.projects()), removeNew,
+                     ::geteuid() == 0, lostContents(history, wanted, current)});
     RestoreResult result;
     result.outcomes = aimOf(plan, current);
     std::erase_if(result.outcomes, [&](const PathOutcome& outcome) { // cleared up before
@@ -191,13 +246,15 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     SnapshotMeta meta;
     meta.created = now();
     const History history = store.history(project);
-    const RestoreInput input{target.manifest,
+    const UsersTarget users = usersTarget(history, target.manifest, safety.manifest);
+    const Manifest& wanted = users.listing ? *users.listing : target.manifest;
+    const RestoreInput input{wanted,
                              safety.manifest,
-                             scope,
+                             scopeOf(users, scope),
                              nestedRoots(project, store.projects()),
                              removeNew,
                              ::geteuid() == 0,
-                             lostContents(history, target.manifest, safety.manifest)};
+                             lostContents(history, wanted, safety.manifest)};
     RestorePlan plan = planRestore(input);
     std::set<std::string, std::less<>> touched; // copies: what the plan points to may go with the listing
     for (const auto* list : {&plan.removeFiles, &plan.writes})
@@ -215,7 +272,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     }
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!history.sharesVolume()) history.bringRecordsToDisk(lock);
-    RestoreRun run(*this, project, target.manifest, safety, names);
+    RestoreRun run(*this, project, wanted, safety, names);
     run.work(std::move(plan), input.nestedRoots);
     const Manifest after = run.manifestAfter();
     RestoreResult result = run.takeResult();

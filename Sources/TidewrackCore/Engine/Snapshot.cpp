@@ -240,7 +240,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     const History history = store.history(project);
     const auto newest = history.newestSeq();
     const auto nested = nestedRoots(project, request.registry != nullptr ? *request.registry : store.projects());
-    auto walker = projectWalker(project, nested, {prefixesOf(markedRestores(history))},
+    auto walker = projectWalker(project, nested, {knownPrefixes(history)},
                                 request.gitPatience != nullptr ? request.gitPatience : &gitPatience);
     const Previous previous = loadPrevious(history, newest, *walker, taken.result.warnings);
     NewestListing earlier(history, previous.meta ? previous.meta->seq : 0, previous.manifest);

@@ -37,19 +37,41 @@ std::string_view MarkedRestore::original(std::string_view name, std::string_view
     return end == std::string_view::npos || name[end] != '-' ? std::string_view() : name.substr(end + 1);
 }
 
+std::string_view originalOfAny(std::string_view name) {
+    if (!name.starts_with(temporaryPrefix)) return {};
+    name.remove_prefix(temporaryPrefix.size());
+    for (const char* digits : {"0123456789", "0123456789abcdef", "0123456789"}) { // process, mark, number
+        const auto end = name.find_first_not_of(digits);
+        if (end == 0 || end == std::string_view::npos || name[end] != '-') return {};
+        name.remove_prefix(end + 1);
+    }
+    return name;
+}
+
 std::vector<MarkedRestore> markedRestores(const History& history) {
     std::vector<MarkedRestore> restores;
     std::string text;
-    if (readFile(pathOf(history), text) != 0) return restores;
+    const int error = readFile(pathOf(history), text);
+    if (error == ENOENT) return restores;
+    // Else what they left would be taken for the user's.
+    if (error != 0) throw TidewrackError::io("read", pathOf(history), error);
     std::istringstream lines(text);
     MarkedRestore restore;
     for (std::string line; std::getline(lines, line);) { // of one that a power cut took nothing is ours
         std::istringstream words(line);
-        if (words >> restore.prefix >> restore.safety >> restore.target && restore.prefix.starts_with(temporaryPrefix) &&
-            restore.prefix.size() > temporaryPrefix.size())
+        if (words >> restore.prefix >> restore.safety >> restore.target &&
+            restore.prefix.starts_with(temporaryPrefix) && restore.prefix.size() > temporaryPrefix.size())
             restores.push_back(restore);
     }
     return restores;
+}
+
+std::vector<std::string> knownPrefixes(const History& history) {
+    try {
+        return prefixesOf(markedRestores(history));
+    } catch (const TidewrackError&) {
+        return {};
+    }
 }
 
 std::vector<std::string> prefixesOf(const std::vector<MarkedRestore>& restores) {
@@ -94,8 +116,10 @@ std::string Temporaries::aside(int folder, std::string_view name) {
 }
 
 std::string shortened(int folder, std::string_view name, std::size_t used) {
+    constexpr std::size_t shortLimit = 143; // of any volume
+    if (used + name.size() <= shortLimit) return std::string(name);
     const long told = ::fpathconf(folder, _PC_NAME_MAX);
-    const auto longest = static_cast<std::size_t>(told > 0 ? told : longestName);
+    const auto longest = static_cast<std::size_t>(told > 0 ? std::min(told, longestName) : longestName);
     std::size_t size = 0;
     while (size < name.size()) {
         const std::size_t next = characterLength(name.substr(size));

@@ -28,8 +28,13 @@ struct MarkedRestore {
     [[nodiscard]] static std::string_view original(std::string_view name, std::string_view prefix);
 };
 
-// Those that run, or were cut short.
+// The name that a temporary of any restore stood aside for; none for other names.
+[[nodiscard]] std::string_view originalOfAny(std::string_view name);
+
+// Those that run, or were cut short. Throws TidewrackError io.
 [[nodiscard]] std::vector<MarkedRestore> markedRestores(const History& history);
+// Their prefixes, for a snapshot: one that lists a temporary as well is worth more than none.
+[[nodiscard]] std::vector<std::string> knownPrefixes(const History& history);
 [[nodiscard]] std::vector<std::string> prefixesOf(const std::vector<MarkedRestore>& restores);
 // Replaces what is written down. Throws TidewrackError io.
 void markRestores(const ProjectLock& lock, const History& history, const std::vector<MarkedRestore>& restores);
