@@ -73,10 +73,12 @@ NotSaved reasonOf(int error) {
     }
 }
 
-bool isThere(const std::string& path) {
+// Why nothing at the path can be lost, if so.
+std::optional<NotSaved> nothingIn(const std::string& path) {
     Attributes attributes;
     const int error = attributesAt(AT_FDCWD, path.c_str(), attributes);
-    return error == 0 || reasonOf(error) != NotSaved::notThere;
+    if (error == 0) return attributes.kind == Attributes::Kind::other ? std::optional(NotSaved::special) : std::nullopt;
+    return reasonOf(error) == NotSaved::notThere ? std::optional(NotSaved::notThere) : std::nullopt;
 }
 
 // Saves paths into one entry's folder.
@@ -203,16 +205,16 @@ std::string Vault::makeEntryFolder() const {
 
 VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const {
     VaultSaved result;
-    if (std::none_of(request.paths.begin(), request.paths.end(), isThere)) {
-        for (const std::string& path : request.paths) result.unsaved.push_back({path, NotSaved::notThere});
-        return result;
-    }
+    for (const std::string& path : request.paths)
+        if (const auto reason = nothingIn(path)) result.unsaved.push_back({path, *reason});
+    if (result.unsaved.size() == request.paths.size()) return result;
+    result.unsaved.clear();
     try {
         result.entry = writeEntry(earlier, request);
     } catch (const TidewrackError& error) {
         if (!error.isForWantOfRoom()) throw;
         for (const std::string& path : request.paths)
-            result.unsaved.push_back({path, isThere(path) ? NotSaved::noRoom : NotSaved::notThere});
+            result.unsaved.push_back({path, nothingIn(path).value_or(NotSaved::noRoom)});
         return result;
     }
     for (std::size_t i = 0; i < result.entry->skipped.size(); ++i)
@@ -365,7 +367,8 @@ void Vault::prune(std::int64_t days, Date now) const {
         if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0 || attributes.kind != Attributes::Kind::folder)
             continue;
         // A process that died while saving left copies without a record; those of an hourly copy nobody will miss.
-        const bool unrecorded = !exists(path + "/entry.json");
+        Attributes record;
+        const bool unrecorded = attributesAt(AT_FDCWD, (path + "/entry.json").c_str(), record) == ENOENT;
         const std::int64_t made = attributes.mtime / nanosPerSecond;
         const bool cutShort = exists(path + "/" + hourlyMark) && seconds(now) - made > secondsBetweenBackups;
         const auto entry = find(name);

@@ -37,7 +37,7 @@ struct VaultSaved {
         bool operator==(const Path&) const = default;
     };
 
-    std::optional<VaultEntry> entry; // none is made when nothing is at any of the paths
+    std::optional<VaultEntry> entry; // none is made when nothing that can be saved is at any of the paths
     std::vector<Path> unsaved;       // also parts of folders that were saved
 };
 
@@ -63,6 +63,7 @@ struct RestoredItem {
     std::string copy;                  // where the vault has it
     std::optional<std::string> aside;  // where what had its name is now
     Failure failure;                   // why it is not back
+    bool wasThere = false;             // as it was saved: nothing was to be done
     std::vector<UncopiedItem> missing; // what inside it could not be copied
 
     [[nodiscard]] bool isBack() const { return failure.why == Why::none; }
@@ -73,6 +74,7 @@ struct VaultRestored {
     bool isDryRun = false;
 
     [[nodiscard]] std::size_t count() const; // how many are back
+    [[nodiscard]] bool isWhole() const;      // everything is
 };
 
 class Vault {
@@ -99,9 +101,10 @@ class Vault {
     // All entries that can be read, newest first.
     [[nodiscard]] std::vector<VaultEntry> entries() const;
 
-    // Puts an entry's items back where they came from; what stands there is kept beside it under another name. An item
-    // whose folder is another one by now, because a link stands on the way to it, stays as it is. Throws TidewrackError
-    // io "No vault entry <id>", and corrupt, with nothing changed, when a copy would have to come from elsewhere.
+    // Puts an entry's items back where they came from; what stands there is kept beside it under another name, unless
+    // it is the same. Nothing is moved before the copy is made. An item whose folder is another one by now, because a
+    // link stands on the way to it, stays as it is. Throws TidewrackError io "No vault entry <id>", and corrupt, with
+    // nothing changed, when a copy would have to come from elsewhere.
     enum class Acting { forReal, dryRun };
     VaultRestored restore(const std::string& id, Acting acting = Acting::forReal) const;
 

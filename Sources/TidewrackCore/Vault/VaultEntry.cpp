@@ -66,9 +66,20 @@ const char* rawValue(NotSaved reason) {
     return "";
 }
 
+std::optional<NotSaved> VaultEntry::reason(std::size_t index) const {
+    return index < reasons.size() ? std::optional(reasons[index]) : std::nullopt;
+}
+
+bool VaultEntry::isLeftOut(std::size_t index) const {
+    const auto why = reason(index);
+    return why != NotSaved::notThere && why != NotSaved::special;
+}
+
 std::size_t VaultEntry::leftOut() const {
-    const auto missing = std::count(reasons.begin(), reasons.end(), NotSaved::notThere);
-    return skipped.size() - std::min(skipped.size(), static_cast<std::size_t>(missing));
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < skipped.size(); ++i)
+        if (isLeftOut(i)) ++count;
+    return count;
 }
 
 nlohmann::json toJson(const VaultEntry& entry) {

@@ -49,8 +49,11 @@ struct VaultEntry {
     std::vector<std::string> skipped; // paths that were not saved
     std::vector<NotSaved> reasons;    // one for each of `skipped`; empty in a record without them
 
-    // How many of `skipped` existed.
-    [[nodiscard]] std::size_t leftOut() const;
+    // Of one of `skipped`; none in a record without reasons.
+    [[nodiscard]] std::optional<NotSaved> reason(std::size_t index) const;
+    // Whether something was there that could have been saved.
+    [[nodiscard]] bool isLeftOut(std::size_t index) const;
+    [[nodiscard]] std::size_t leftOut() const; // how many of `skipped`
 
     bool operator==(const VaultEntry&) const = default;
 };

@@ -54,6 +54,12 @@ int openParent(const std::string& folder, Descriptor& out) {
     return openFolderBelow(root.get(), std::string_view(folder).substr(1), out);
 }
 
+// As far as sizes, times and modes tell.
+bool isSame(const std::string& path, const std::string& copy) {
+    constexpr auto whenever = std::numeric_limits<std::int64_t>::max();
+    return isAsCopied(path, {copy, whenever}) && isAsCopied(copy, {path, whenever});
+}
+
 bool isThere(Place place) {
     Attributes attributes;
     return attributesAt(place.folder, place.name, attributes) == 0;
@@ -134,6 +140,24 @@ int moveAside(Place item, Date began, Vault::Acting acting, std::string& aside) 
     }
 }
 
+// Puts the finished copy `made` in its place, and what is there aside. `aside` is empty where nothing was there. Where
+// that fails everything has the name that it had, as far as the volume allows it.
+RestoredItem::Failure putInPlace(Place made, Place target, Date began, std::string& aside) {
+    constexpr int most = 100; // other programs may go on making it
+    bool bothNames = false;
+    int error = EEXIST;
+    for (int tries = 0; error == EEXIST && tries < most; ++tries) {
+        std::string moved;
+        const int failure = isThere(target) ? moveAside(target, began, Vault::Acting::forReal, moved) : 0;
+        if (failure != 0 && failure != ENOENT) return {Why::notMoved, failure};
+        if (failure == 0 && !moved.empty()) aside = moved;
+        error = giveName(made, target, bothNames);
+    }
+    if (error == 0) return {};
+    if (!aside.empty() && giveName({target.folder, aside.c_str()}, target, bothNames) == 0) aside.clear();
+    return {Why::system, error};
+}
+
 } // namespace
 
 void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item, RestoredItem& result) const {
@@ -156,34 +180,46 @@ void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item
         return fail(Why::system, error);
     const Place target{folder.get(), name.c_str()};
     if (isThere(target)) {
+        result.wasThere = isSame(original, result.copy);
+        if (result.wasThere) return;
         if (liesIn(Store::canonical(store.home), original)) return fail(Why::holdsHistory, 0);
-        std::string aside;
-        if (const int error = moveAside(target, restoring.began, restoring.acting, aside))
-            return fail(Why::notMoved, error);
-        result.aside = joined(std::string(parentOf(original)), aside);
     }
-    if (isDryRun) return;
-    // Programs go on writing into their folders meanwhile: nothing of theirs is replaced, or removed because of it.
-    CopyLimits limits;
-    limits.unsaved = &result.missing;
-    limits.leavesParts = true;
-    if (const int error = copyTree(stored, target, limits))
-        fail(Why::system, error);
-    else
-        (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
+    std::string aside;
+    if (isDryRun) {
+        const int error = isThere(target) ? moveAside(target, restoring.began, Acting::dryRun, aside) : 0;
+        if (error != 0) fail(Why::notMoved, error);
+    } else {
+        // Nothing is moved before the copy is whole: the disk may be full.
+        std::string temporary = temporaryName();
+        while (isThere({folder.get(), temporary.c_str()})) temporary = temporaryName();
+        const Place made{folder.get(), temporary.c_str()};
+        CopyLimits limits;
+        limits.unsaved = &result.missing;
+        if (const int error = copyTree(stored, made, limits)) return fail(Why::system, error);
+        result.failure = putInPlace(made, target, restoring.began, aside);
+        if (result.isBack())
+            (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
+        else
+            (void)removeTree(made);
+    }
+    if (!aside.empty()) result.aside = joined(std::string(parentOf(original)), aside);
 }
 
 bool Vault::isBack(const VaultEntry& entry) const {
-    constexpr auto whenever = std::numeric_limits<std::int64_t>::max();
     return std::all_of(entry.items.begin(), entry.items.end(), [&](const VaultEntry::Item& item) {
-        const std::string copy = entryFolder(entry.id) + "/" + item.stored;
-        return isAsCopied(item.original, {copy, whenever}) && isAsCopied(copy, {item.original, whenever});
+        return isSame(item.original, entryFolder(entry.id) + "/" + item.stored);
     });
 }
 
 std::size_t VaultRestored::count() const {
     return static_cast<std::size_t>(
         std::count_if(items.begin(), items.end(), [](const RestoredItem& item) { return item.isBack(); }));
+}
+
+bool VaultRestored::isWhole() const {
+    return !items.empty() && std::all_of(items.begin(), items.end(), [](const RestoredItem& item) {
+        return item.isBack() && item.missing.empty();
+    });
 }
 
 } // namespace tidewrack

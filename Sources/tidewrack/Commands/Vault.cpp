@@ -22,9 +22,15 @@ constexpr std::size_t commandLength = 200;
 
 std::string listing(const VaultEntry& entry, Date now, const Look& look) {
     std::string text = entry.id + "  " + ago(entry.created, now) + "  " + std::to_string(entry.items.size()) + " saved";
-    if (const std::size_t leftOut = entry.leftOut(); leftOut > 0) text += ", " + std::to_string(leftOut) + " too big";
+    if (const std::size_t leftOut = entry.leftOut(); leftOut > 0) text += ", " + std::to_string(leftOut) + " not saved";
     text += "\n    $ " + look.shown(oneLine(entry.command, commandLength)) + "\n";
     for (const VaultEntry::Item& item : entry.items) text += "    " + look.shown(item.original) + "\n";
+    for (std::size_t i = 0; i < entry.skipped.size(); ++i) {
+        if (!entry.isLeftOut(i)) continue;
+        const auto reason = entry.reason(i);
+        text +=
+            "    not saved: " + look.shown(entry.skipped[i]) + (reason ? " (" + reasonText(*reason) + ")" : "") + "\n";
+    }
     return text;
 }
 
@@ -65,7 +71,7 @@ int vaultRestore(Invocation& call) {
         call.printJson(asJson(result));
     else
         for (const std::string& message : messagesOf(result)) call.print(call.shown(message) + "\n");
-    return result.count() == 0 ? 1 : 0;
+    return result.isWhole() ? 0 : 1;
 }
 
 } // namespace tidewrack::commands

@@ -4,6 +4,20 @@
 
 namespace tidewrack {
 
+std::string reasonText(NotSaved reason) {
+    switch (reason) {
+    case NotSaved::notThere: return "nothing was there";
+    case NotSaved::inStore: return "Tidewrack's own history";
+    case NotSaved::special: return "a socket, pipe or device";
+    case NotSaved::tooManyFiles: return "too many files";
+    case NotSaved::tooLarge: return "too large";
+    case NotSaved::noRoom: return "not enough room";
+    case NotSaved::noTime: return "not enough time";
+    case NotSaved::unreadable: return "couldn't be read";
+    }
+    return {};
+}
+
 std::string failureText(const RestoredItem& item) {
     using Why = RestoredItem::Why;
     const auto& [why, error, then, now] = item.failure;
@@ -36,8 +50,11 @@ std::vector<std::string> messagesOf(const VaultRestored& result) {
             texts.push_back(
                 (result.isDryRun ? "would move what is there aside to " : "moved what was there aside to ") +
                 *item.aside);
-        texts.push_back(item.isBack() ? (result.isDryRun ? "would restore " : "restored ") + item.original
-                                      : failureText(item));
+        if (item.wasThere)
+            texts.push_back(item.original + " is there as it was saved");
+        else
+            texts.push_back(item.isBack() ? (result.isDryRun ? "would restore " : "restored ") + item.original
+                                          : failureText(item));
         for (std::string& missing : missingTexts(item)) texts.push_back(std::move(missing));
     }
     if (result.items.empty()) texts.emplace_back("nothing to restore: the entry holds no copies");

@@ -8,6 +8,9 @@
 
 namespace tidewrack {
 
+// Why a path is not in an entry, in words.
+[[nodiscard]] std::string reasonText(NotSaved reason);
+
 // What was done and what failed, one sentence without a full stop each.
 [[nodiscard]] std::vector<std::string> messagesOf(const VaultRestored& result);
 // Why an item is not back; empty when it is.
