@@ -3,8 +3,10 @@
 #include "Support/Program.hpp"
 #include "Support/TestFolders.hpp"
 
+#include "Engine/Repair.hpp"
 #include "Platform/Attributes.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 #include "Vault/Vault.hpp"
 
@@ -15,7 +17,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -417,7 +421,18 @@ TEST_F(CareTest, repairMendsWhatItCan) {
         f.remove("store");
         ASSERT_EQ(std::system(("cp -a '" + before + "' '" + f.at("store") + "'").c_str()), 0);
     }
-    empty(f.at("store/" + at("&/entry.json")));
+    // An entry under another's name gets its own, and one that can't be read for a moment stays.
+    const std::string record = f.at("store/" + at("&/entry.json"));
+    const std::string written = f.read("store/" + at("&/entry.json"));
+    const std::string id(lastComponent(at("&")));
+    writeFileSoon(record, std::regex_replace(written, std::regex(id), "another"));
+    EXPECT_NE(world.ok({"check", "--repair"}).find("  " + at("&/entry.json") + ": rebuilt\n"), std::string::npos);
+    EXPECT_EQ(f.read("store/" + at("&/entry.json")), written);
+    CheckedVault passing;
+    passing.damages.push_back({Damage::Part::vaultRecord, Damage::Fault::unreadable, at("&/entry.json"), {}, EMFILE});
+    EXPECT_EQ(repairVault(world.store(), passing).failures.size(), 1U);
+    EXPECT_EQ(f.read("store/" + at("&/entry.json")), written);
+    empty(record);
     EXPECT_NE(world.ok({"check", "--repair"}).find("  " + at("&") + ": moved aside\n"), std::string::npos);
     EXPECT_EQ(world.ok({"check", "--repair"}).find("Nothing was to be mended.\n"), 0U);
     // A recovered one that is old may have been pinned.

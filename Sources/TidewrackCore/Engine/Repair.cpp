@@ -10,6 +10,7 @@
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
+#include "Vault/VaultEntry.hpp"
 #include "Walk/Walker.hpp"
 
 #include <fcntl.h>
@@ -19,7 +20,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <set>
+#include <map>
 #include <unordered_set>
 
 namespace tidewrack {
@@ -34,6 +35,12 @@ constexpr int mostRounds = 4; // mending a record may show what it hid
 
 void require(int error, const char* action, const std::string& path) {
     if (error != 0) throw TidewrackError::io(action, path, error);
+}
+
+// What can't be read for a moment, or for want of rights, may be whole.
+void requireLasting(const Damage& damage) {
+    if (damage.fault == Fault::unreadable && damage.error != EISDIR && damage.error != ELOOP && damage.error != EIO)
+        throw TidewrackError::io("read", damage.place, damage.error);
 }
 
 // The folder for what is moved aside: each thing keeps its path below the store's.
@@ -170,12 +177,6 @@ class Repair {
         if (!meta) return lost_.push_back(damage);
         replaceRecord(damage.place, compactJson(toJson(*meta)));
         done(How::recovered, damage.place);
-    }
-
-    // What can't be read for a moment, or for want of rights, may be whole.
-    static void requireLasting(const Damage& damage) {
-        if (damage.fault == Fault::unreadable && damage.error != EISDIR && damage.error != ELOOP && damage.error != EIO)
-            throw TidewrackError::io("read", damage.place, damage.error);
     }
 
     // What the listing tells of its snapshot; throws corrupt where it doesn't. One without a listing of its own was
@@ -357,12 +358,27 @@ RepairResult repairProject(const Engine& engine, const CheckedProject& found, co
 RepairResult repairVault(const Store& store, const CheckedVault& checked) {
     RepairResult result;
     Aside aside(store, result);
-    std::set<std::string> folders;
+    std::map<std::string, std::vector<const Damage*>> damaged; // by the entry's folder
     for (const Damage& damage : checked.damages)
-        if (damage.part == Part::vaultRecord) folders.insert(std::string(parentOf(damage.place)));
-    for (const std::string& folder : folders) {
+        if (damage.part == Part::vaultRecord) damaged[std::string(parentOf(damage.place))].push_back(&damage);
+    for (const auto& [folder, damages] : damaged) {
         try {
-            aside.move(folder);
+            for (const Damage* damage : damages) requireLasting(*damage);
+            const bool isOtherID = std::all_of(damages.begin(), damages.end(),
+                                               [](const Damage* damage) { return damage->fault == Fault::misplaced; });
+            if (!isOtherID) {
+                aside.move(folder);
+                continue;
+            }
+            const std::string& place = damages.front()->place;
+            const std::string path = joined(store.home, place);
+            std::string text;
+            require(readFile(path, text), "read", path);
+            VaultEntry entry = decodeVaultEntry(text, path);
+            entry.id = lastComponent(folder);
+            aside.copy(place);
+            writeFileAtomically(path, compactJson(toJson(entry)));
+            result.mendings.push_back({How::rebuilt, place});
         } catch (const TidewrackError& error) {
             result.failures.emplace_back(error.what());
         }

@@ -31,7 +31,7 @@ struct RepairResult {
 // are read that were found damaged. Throws TidewrackError only where the history can't be locked or listed.
 [[nodiscard]] RepairResult repairProject(const Engine& engine, const CheckedProject& found,
                                          const std::vector<std::string>& roots);
-// Entries of the vault whose record is damaged are moved aside.
+// Entries of the vault whose record is damaged are moved aside; one that is only under another's name gets its own.
 [[nodiscard]] RepairResult repairVault(const Store& store, const CheckedVault& checked);
 
 } // namespace tidewrack
