@@ -55,6 +55,9 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"chmod -R 755 d", "p/-R p/755 p/d"},
         {"echo a > b >> c 2>d &> e >| g >/dev/null", "p/b p/c p/d p/e p/g"},
         {"> f; X=1 >g", "p/f p/g"},
+        {"rm /dev/null /dev/shm/a", "/dev/shm/a"},
+        {"F=$(x); echo > $F; while read -r f; do cat a > \"$f\"; done; cd b; echo > \"${1%.c}.o\"", " ?p p/b"},
+        {"trap 'rm $T' EXIT; T=f; (trap 'rm $T' INT; T=g); sh -c 'trap \"rm \\$T\" 0; T=h'; T=i", "p/f p/g p/h p/i"},
         {"/bin/rm a; \\rm b; \"rm\" c", "p/a p/b p/c"},
         // Wrappers, assignments and keywords
         {"X=1 sudo -E env -i Y='2 3' nohup time rm a", "p/a"},
@@ -84,7 +87,8 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
         {"find . | xargs grep rm; ls | xargs -d, sed -n p", ""},
         {"find . | xargs -0 gzip; (cd a; ls | xargs -I{} nobody {})", " ~p p/a"},
-        {"ls | xargs git -C x blame; ls | xargs chmod +x; ls | xargs find -name", ""},
+        {"ls | xargs git -C x blame; ls | xargs find -name", ""},
+        {"ls | xargs chmod +x; (cd a; find b -type f -exec chmod 600 {} +)", " ~p p/a/b"},
         {"(cd a; ls | xargs git checkout --); (cd b; ls | xargs chmod -R u+w); (cd c; ls | xargs find -delete)",
          " ?p/a p/b p/c"},
         {"(cd a; ls | xargs -0I {} rm {}); (cd b; ls | xargs -rn 1 sed -i x)", " ?p/a p/b"},
@@ -95,6 +99,15 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"find -delete", "p ask"},
         {"find ../q -exec rm {} \\;", "q ask"},
         {"find ../q -mtime +3 -execdir rm {} +", "q"},
+        {"find ~ / ../q -exec sh -c 'ls -ld \"$1\" {}; x=$(cat \"$1\") && echo \"$x\" >/dev/null' _ {} \\;", ""},
+        {"find . -exec unheard {} +; find .. -exec prettier -w {} \\;; find a -exec bash x {} +",
+         " ~/nowhere p p/a q/one q/two"},
+        {"find . -exec sed -i s/a/b/ {} +; find b -exec sh -c 'sort $0 > {}.new' {} \\;", "p p/b p/{}.new"},
+        {"find a -exec sh -c 'for f; do rm -f \"$f\"; done' _ {} +", "p/a ?p"},
+        {"find ../q -exec sh -c 'rm -rf \"$1\"' _ {} \\;", "q ask ?p"},
+        {"find a -exec sh -c 'rm -rf ~/Documents' \\;; find b -exec rm -rf ~/Music {} +",
+         "home/Documents home/Music p/a p/b deny ?p"},
+        {"find a -exec cp {} b \\;; find c -name x -exec mv -t ../d {} +", "p/b p/c ?d p ~p/a"},
         {"find a \\( -type f \\) -delete", "p/a"},
         {"find -L ~ -delete; find -H -D tree -O3 /usr -exec rm {} +", "home /usr deny"},
         // git's subcommands
@@ -232,9 +245,10 @@ TEST(ShellGuard, refusesCatastrophes) {
         {"for d in Desktop Music; do sudo rm -rf ~/\"$d\"; done", "home/Desktop home/Music deny"},
         {"rm -rf .git /tmp", "p/.git /tmp deny"},
         {"rm -rf ~/..; rm -rf ../../now", "/now /nowhere deny"},
-        {"git -C ~/.. pull; cd ~/..; git stash; git checkout .", "/nowhere"},
-        {"git -C ~/.. pull; git -C ~/.. clean -fd", "/nowhere deny"},
-        {"cd /Users; git reset --hard", "/Users deny"},
+        {"git init; git -C ~/.. pull; cd ~/..; git stash; git checkout .", "/nowhere"},
+        {"git --work-tree=$HOME/.. --git-dir=x clean -fd", "/nowhere deny"},
+        {"git init; git -C ~/.. clean -fd", "/nowhere deny"},
+        {"cd /Users; git reset --hard; git -C ~/.. clean -fd; git -C ~ checkout .", ""}, // where git finds nothing
     });
     EXPECT_EQ(catastrophic("/Users/x/", "/Users/x"),
               "Tidewrack blocked this: it would delete or overwrite /Users/x. If you really mean it, run it yourself.");
@@ -339,7 +353,15 @@ TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
     EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out tree deny");
     EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "tree/sub");
     EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "tree/sub/c.txt");
-    EXPECT_EQ(judgedHere("for d in ../*/; do git -C \"$d\" clean -fd; done"), "home link out tree deny");
+    for (const char* git : {"pull", "stash -u", "checkout .", "clean -fd"}) {
+        EXPECT_EQ(judgedHere("for d in ../*/; do git -C \"$d\" " + std::string(git) + "; done"), "out tree") << git;
+        EXPECT_EQ(judgedHere("for d in ~/*/; do (cd \"$d\" && git " + std::string(git) + "); done"), "") << git;
+    }
+}
+
+TEST_F(ShellGuardOnDisk, handsPatternsOn) {
+    EXPECT_EQ(judgedHere("sh -c 'for f in \"$@\"; do : > \"$f\"; done' sh *.txt"), "tree/a.txt tree/b.txt");
+    EXPECT_EQ(judgedHere("f() { rm \"$2\" x; }; f *.txt; f *.none"), "tree/b.txt tree/x ?tree ~tree");
 }
 
 TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
@@ -354,6 +376,7 @@ TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
     EXPECT_EQ(judgedHere("cp \"${HOME%/}/x\" ../out"), " ?out tree @out");
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../out"), "out out/sub");
     EXPECT_EQ(judgedHere("git checkout a.txt"), " ?tree");
+    EXPECT_EQ(judgedHere("git checkout HEAD *.txt"), " ?tree");
     EXPECT_EQ(judgedHere("git checkout main"), "");
 }
 
@@ -363,7 +386,11 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("rm -rf ../link/Documents"), "link/Documents deny");
     EXPECT_EQ(judgedHere("rm -rf ../link/Documents/x"), "link/Documents/x");
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../link"), "link link/sub deny");
+    EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "");
+    EXPECT_EQ(judgedHere("GIT_DIR=x git -C ../link clean -fdx"), "link deny");
+    folder.makeFolder("home/.git");
     EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "link deny");
+    EXPECT_EQ(judgedHere("git -C ~/Documents clean -fdx"), "home/Documents deny");
 
     folder.link("wlink", root + "/tree");
     folder.link("out/up", root);

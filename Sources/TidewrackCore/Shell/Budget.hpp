@@ -20,6 +20,7 @@ struct Budget {
     static constexpr std::size_t functionLength = 1'000; // commands
     static constexpr std::size_t calledCommands = 2'000; // in the bodies of functions, each time they are called
     static constexpr std::size_t aliases = 100;
+    static constexpr std::size_t traps = 16;
     static constexpr std::size_t parallelOperands = 256;
 
     // Brace lists

@@ -1,8 +1,11 @@
 #include "Shell/CommandRules.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Shell/FindRules.hpp"
 #include "Shell/GitRules.hpp"
+#include "Shell/Lexer.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/NestedText.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Readers.hpp"
 #include "Shell/Wrappers.hpp"
@@ -429,8 +432,8 @@ bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::editInPlace) return !editsInPlace(arguments);
     if (rule.apply == &E::changeModes) return !isRecursive(arguments);
     if (rule.apply == &E::make) return true;
-    if (rule.apply == &E::find) return !findChanges(arguments);
-    if (rule.apply == &E::fd) return !fdChanges(arguments);
+    if (rule.apply == &E::find) return findAct(arguments) == Act::nothing;
+    if (rule.apply == &E::fd) return fdAct(arguments) == Act::nothing;
     if (rule.apply == &E::runScript)
         return onlyTellsOfItself(rule.name, arguments) || hasReadingSubcommand(rule.name, arguments);
     return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(arguments));
@@ -447,7 +450,10 @@ void Examination::xargs() {
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
-    if (rule && !onlyReads(*rule, Words(command).subspan(1))) effects_.opaque(cwd_);
+    if (rule && !onlyReads(*rule, Words(command).subspan(1)))
+        effects_.opaque(cwd_);
+    else if (rule && rule->apply == &E::changeModes)
+        effects_.suspect(cwd_);
     if (rule) return;
     command.resize(command.size() + 2); // operands, which are not known
     if (!isKnown(command.front(), Words(command).subspan(1))) effects_.suspect(cwd_);
@@ -499,14 +505,76 @@ bool isKnown(const Word& first, Words arguments) {
            first.text == "{"sv;
 }
 
-bool commandOnlyReads(std::vector<Word> words) {
-    if (unwrap(words).text) return false;
-    if (words.empty()) return true;
+namespace {
+
+// By the rules alone.
+Act actOf(const Rule& rule, Words arguments, std::size_t nesting) {
+    if (rule.apply == &E::changeModes) return Act::guessed;
+    if (rule.apply == &E::find) return findAct(arguments, nesting);
+    if (rule.apply == &E::fd) return fdAct(arguments, nesting);
+    if (onlyReads(rule, arguments)) return Act::nothing;
+    if (rule.apply == &E::remove || rule.apply == &E::move) return Act::removed;
+    const bool writes = rule.apply == &E::editInPlace || rule.apply == &E::truncate || rule.apply == &E::tee ||
+                        rule.apply == &E::copyBlocks;
+    return writes ? Act::destroyed : Act::guessed;
+}
+
+bool isFound(const Word& word) {
+    return word.text.find("{}") != std::string::npos;
+}
+
+Act actOfProgram(const Program& program, std::size_t nesting);
+
+// A text in which each operand has its turn: only what is named by it alone goes as a whole.
+Act actOfCommand(const Command& command, std::size_t nesting) {
+    Act act = command.opaque ? Act::destroyed : Act::nothing;
+    for (const Substitution& substitution : command.nested)
+        act = std::max(act, actOfProgram(substitution.program, nesting));
+    for (const Word& target : command.redirects)
+        if (target.text != "/dev/null"sv)
+            act = std::max(act, target.expands || isFound(target) ? Act::destroyed : Act::guessed);
+    const auto first = command.words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(command.words));
+    if (first == command.words.end() || command.isPattern || isBuiltin(first->text)) return act;
+    const auto isWhole = [](const Word& word) {
+        return word.text == "{}"sv ||
+               (word.text.starts_with('$') && word.text.find_first_of("/%#") == std::string::npos);
+    };
+    const Act own = actOn({first, command.words.end()}, nesting);
+    const bool whole = own != Act::removed || std::any_of(first + 1, command.words.end(), isWhole);
+    return std::max(act, whole ? own : Act::destroyed);
+}
+
+Act actOfProgram(const Program& program, std::size_t nesting) {
+    Act act = Act::nothing;
+    for (const Command& command : program.commands) act = std::max(act, actOfCommand(command, nesting));
+    return act;
+}
+
+Act actOfText(const NestedText& nested, std::size_t nesting) {
+    if (nested.unknown || nesting >= Budget::nesting || nested.text.size() > Budget::nestedBytes) return Act::destroyed;
+    const Parsed parsed = parse(nested.text);
+    return std::max(parsed.opaque ? Act::destroyed : Act::nothing, actOfProgram(parsed.program, nesting + 1));
+}
+
+} // namespace
+
+Act actOn(std::vector<Word> words, std::size_t nesting) {
+    if (nesting >= Budget::nesting) return Act::destroyed;
+    if (const Unwrapped around = unwrap(words); around.text)
+        return actOfText({around.text->text, around.text->unknown, true}, nesting);
+    if (words.empty()) return Act::nothing;
+    if (const auto nested = nestedText(words)) return actOfText(*nested, nesting);
     const std::string_view name = commandName(words.front());
     const Words arguments = Words(words).subspan(1);
-    if (name == "find") return !findActs(arguments);
-    if (const Rule* rule = ruleIndex.find(name)) return onlyReads(*rule, arguments);
-    return changesNothing(name, arguments);
+    if (words.front().expands) return Act::guessed;
+    if (const Rule* rule = ruleIndex.find(name)) return actOf(*rule, arguments, nesting + 1);
+    if (changesNothing(name, arguments) || isKnown(words.front(), arguments)) return Act::nothing;
+    return isWriter(name) ? Act::mayWrite : Act::guessed;
+}
+
+bool hasOperandsOfItsOwn(std::string_view name) {
+    const Rule* rule = ruleIndex.find(name);
+    return rule != nullptr && (rule->apply == &E::copy || rule->apply == &E::move || rule->apply == &E::remove);
 }
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {

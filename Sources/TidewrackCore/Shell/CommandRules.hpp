@@ -29,8 +29,18 @@ namespace tidewrack::shell {
 // False when it is unknown what a command of this name does.
 [[nodiscard]] bool isKnown(const Word& first, std::span<const Word> arguments);
 
-// Whether a command changes nothing that could not be undone by hand, whatever operands follow.
-[[nodiscard]] bool commandOnlyReads(std::vector<Word> words);
+// What a command does to the operands that it is given one after the other, by find or fd.
+enum class Act {
+    nothing,
+    guessed,   // nobody knows, or their attributes change
+    mayWrite,  // it is a program that may write over them
+    destroyed, // their content goes
+    removed,   // they go themselves, with all that they hold
+};
+[[nodiscard]] Act actOn(std::vector<Word> words, std::size_t nesting = 0);
+
+// Whether the command is one whose other operands may go as well: mv {} FOLDER.
+[[nodiscard]] bool hasOperandsOfItsOwn(std::string_view name);
 
 // Adds what a stripped, expanded command does in the folder `cwd`; false when that is unknown. `words` is not empty.
 [[nodiscard]] bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects);

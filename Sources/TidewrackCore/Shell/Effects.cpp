@@ -163,6 +163,14 @@ const std::string& Effects::gitTopLevel(const std::string& folder) {
     return topLevel_;
 }
 
+bool Effects::isProtectedWithoutGit(const std::string& folder) {
+    if (makesGitStore_ || !isProtected(folder, Links::followed)) return false;
+    const std::string real = realPath(folder);
+    std::string_view above = real.empty() ? std::string_view(folder) : std::string_view(real);
+    while (above.size() > 1 && !exists(joined(above, ".git"))) above = parentOf(above);
+    return above.size() <= 1 && !exists("/.git");
+}
+
 void Effects::trackedFiles(const std::string& workTree) {
     if (protectedFolders().onlyHoldsHome(workTree) && !full())
         aroundHome_.push_back(workTree);
@@ -262,7 +270,9 @@ Decision Effects::decide() {
 void Effects::judgeTargets() {
     auto& targets = decision_.targets;
     for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.thinned, &decision_.keptWhole}) {
-        const auto isDevice = [](const std::string& path) { return path.starts_with("/dev/"); };
+        const auto isDevice = [](const std::string& path) {
+            return path.starts_with("/dev/") && !isAtOrBelow(path, "/dev/shm"); // which is a disk in memory
+        };
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);
     }

@@ -99,6 +99,11 @@ class Effects {
     // The folder with git's store at or above this one; empty where there is none, and once many were looked for.
     [[nodiscard]] const std::string& gitTopLevel(const std::string& folder);
 
+    // Whether git would find no work tree in this protected folder, and so fail in it.
+    [[nodiscard]] bool isProtectedWithoutGit(const std::string& folder);
+    // The line makes one somewhere.
+    void noteNewGitStore() { makesGitStore_ = true; }
+
     // Adds a git work tree of which only what git tracks may change: that the home folder lies in it is no reason to
     // refuse.
     void trackedFiles(const std::string& workTree);
@@ -152,7 +157,8 @@ class Effects {
     std::vector<Listing> listings_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
-    bool refused_ = false;                // whatever else is found
+    bool makesGitStore_ = false;
+    bool refused_ = false; // whatever else is found
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
     std::size_t operandsLookedAt_ = 0;

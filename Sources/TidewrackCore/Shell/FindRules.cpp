@@ -103,18 +103,25 @@ void listFound(Words roots, const Tests& tests, const std::string& cwd, Effects&
             effects.list({absolutePath(root.text, cwd), tests.names, true});
 }
 
-// Only what passes the tests goes: a protected folder stays, and is too large to be kept.
-void targetTestedTree(const Word& root, const Tests& tests, const std::string& cwd, Effects& effects) {
-    if (effects.skips(root)) return effects.opaque(cwd);
+// Only what passes the tests goes: a protected folder stays, and is too large to be kept. What is only guessed is saved
+// as guesses are.
+void takeTree(const Word& root, const Tests& tests, Act act, const std::string& cwd, Effects& effects) {
+    if (act == Act::nothing) return;
+    if (root.unknown || effects.skips(root)) return effects.opaque(cwd);
     for (const std::string& path : effects.resolve(root, cwd)) {
-        effects.takeBelow(path, [&](std::string_view file) {
-            const std::string_view below = file.substr(std::min(path.size(), file.size()));
-            return tests.pass(file, static_cast<std::size_t>(std::count(below.begin(), below.end(), '/')));
-        });
+        if (act != Act::guessed)
+            effects.takeBelow(path, [&](std::string_view file) {
+                const std::string_view below = file.substr(std::min(path.size(), file.size()));
+                return tests.pass(file, static_cast<std::size_t>(std::count(below.begin(), below.end(), '/')));
+            });
         if (effects.isProtected(path, linksOf(root)))
             effects.suspectProjectsIn(path);
-        else
+        else if (act == Act::destroyed || act == Act::removed)
             effects.thin(path, cwd, linksOf(root));
+        else if (effects.isInProject(path))
+            effects.suspect(path);
+        else
+            effects.opaque(path); // of which a copy is kept where it is small
     }
 }
 
@@ -135,13 +142,13 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     if (roots.empty()) roots.emplace_back().text = cwd;
     const Tests tests(arguments);
     listFound(roots, tests, cwd, effects);
-    if (!findChanges(arguments)) return;
-    const bool wholeTree = !holdsAny(arguments, findTests);
+    const Act act = findAct(arguments);
+    const bool wholeTree = act == Act::removed && !holdsAny(arguments, findTests);
     for (const Word& root : roots) {
         if (wholeTree)
             effects.targetWord(root, cwd, linksOf(root), Extent::removed);
         else
-            targetTestedTree(root, tests, cwd, effects);
+            takeTree(root, tests, act, cwd, effects);
     }
 }
 
@@ -152,33 +159,36 @@ void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
     if (roots.empty()) roots.emplace_back().text = cwd;
     const Tests none{Words()};
     listFound(roots, none, cwd, effects);
-    if (!fdChanges(arguments)) return;
-    for (const Word& root : roots) targetTestedTree(root, none, cwd, effects);
+    const Act act = fdAct(arguments);
+    for (const Word& root : roots) takeTree(root, none, act, cwd, effects);
 }
 
-bool fdChanges(Words arguments) {
+Act fdAct(Words arguments, std::size_t nesting) {
     const std::size_t at = fdCommandAt(arguments);
-    if (at == arguments.size()) return false;
+    if (at == arguments.size()) return Act::nothing;
     const Words command = arguments.subspan(at + 1);
     const auto end = std::find_if(command.begin(), command.end(), [](const Word& word) { return word.text == ";"sv; });
-    return !commandOnlyReads({command.begin(), end});
+    return actOn({command.begin(), end}, nesting);
 }
 
-bool findActs(Words arguments) {
-    return holdsAny(arguments, findRuns) || holdsAny(arguments, findDeletes);
-}
-
-bool findChanges(Words arguments) {
+std::vector<std::vector<Word>> commandsOfFind(Words arguments) {
+    std::vector<std::vector<Word>> commands;
     const auto endsRun = [](const Word& word) { return word.text == ";" || word.text == "+"; };
     for (auto word = arguments.begin(); word != arguments.end(); ++word) {
-        if (word->text == "-delete") return true;
         if (!isIn(findRuns, word->text)) continue;
         const auto end = std::find_if(word + 1, arguments.end(), endsRun);
-        if (!commandOnlyReads({word + 1, end})) return true;
-        if (end == arguments.end()) return false;
+        commands.emplace_back(word + 1, end);
+        if (end == arguments.end()) break;
         word = end;
     }
-    return false;
+    return commands;
+}
+
+Act findAct(Words arguments, std::size_t nesting) {
+    Act act = holdsAny(arguments, findDeletes) ? Act::removed : Act::nothing;
+    for (std::vector<Word>& command : commandsOfFind(arguments))
+        act = std::max(act, actOn(std::move(command), nesting));
+    return act;
 }
 
 } // namespace tidewrack::shell

@@ -1,11 +1,13 @@
 #pragma once
 // What find and fd do with the trees that it searches.
 
+#include "Shell/CommandRules.hpp"
 #include "Shell/Effects.hpp"
 #include "Shell/Program.hpp"
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace tidewrack::shell {
 
@@ -15,13 +17,13 @@ void examineFind(std::span<const Word> arguments, const std::string& cwd, Effect
 // The same for fd.
 void examineFd(std::span<const Word> arguments, const std::string& cwd, Effects& effects);
 
-// Whether fd runs a program on what it finds that may change it.
-[[nodiscard]] bool fdChanges(std::span<const Word> arguments);
+// What fd does to what it finds.
+[[nodiscard]] Act fdAct(std::span<const Word> arguments, std::size_t nesting = 0);
 
-// Whether find removes what it finds, or runs a program on it, whatever that does.
-[[nodiscard]] bool findActs(std::span<const Word> arguments);
+// The same for find.
+[[nodiscard]] Act findAct(std::span<const Word> arguments, std::size_t nesting = 0);
 
-// Whether find removes what it finds, or runs a program on it that may.
-[[nodiscard]] bool findChanges(std::span<const Word> arguments);
+// The commands that find runs.
+[[nodiscard]] std::vector<std::vector<Word>> commandsOfFind(std::span<const Word> arguments);
 
 } // namespace tidewrack::shell

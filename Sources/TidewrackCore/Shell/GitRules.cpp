@@ -87,7 +87,7 @@ void examineUnmarkedPaths(std::string_view subcommand, Words arguments, const st
     for (const Word& word : arguments) {
         if (isOption(word) || word.text.empty()) continue;
         if (subcommand == "restore" && !indexOnly) mayLoseChanges = true;
-        if (subcommand == "checkout" && effects.mayExist(word.text, workTree)) mayLoseChanges = true;
+        if (subcommand == "checkout" && (word.glob || effects.mayExist(word.text, workTree))) mayLoseChanges = true;
         if (mayLoseChanges) break;
     }
     if (mayLoseChanges) effects.opaque(workTree);
@@ -160,6 +160,8 @@ std::size_t subcommandAt(Words words) {
 void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     std::string workTree = cwd;
     std::optional<Word> otherTree;
+    bool namesStore = false;
+    bool forced = false; // by a setting: git clean needs no -f
     std::size_t index = 0;
     while (index < arguments.size() && (isOption(arguments[index]) || arguments[index].unknown)) {
         const std::string& option = arguments[index].text;
@@ -169,12 +171,15 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
             const Words rest = arguments.subspan(index + 2);
             if (folder.glob && rest.size() > Budget::wordsBehindPattern) return effects.opaque(workTree);
             if (folder.glob) {
-                for (const std::string& match : effects.resolve(folder, workTree)) examineGit(rest, match, effects);
+                for (const std::string& match : effects.resolve(folder, workTree))
+                    if (!effects.isProtected(match, Links::followed)) examineGit(rest, match, effects);
                 return;
             }
             if (workTree.size() > Budget::folderLength || effects.skips(folder)) return effects.opaque(cwd);
             workTree = absolutePath(folder.text, workTree);
         }
+        forced = forced || (option == "-c"sv && hasValue && arguments[index + 1].text == "clean.requireForce=false"sv);
+        namesStore = namesStore || option.starts_with("--git-dir");
         if (option == "--work-tree"sv && hasValue) otherTree = arguments[index + 1];
         if (option.starts_with("--work-tree=")) {
             otherTree = arguments[index];
@@ -188,8 +193,12 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     const std::string_view subcommand = arguments[index].text;
     const Words rest = arguments.subspan(index + 1);
     examineOutput(rest, workTree, effects);
+    const bool cleans = subcommand == "clean" && forced && mayChangeTree(subcommand, rest);
+    const bool changes = cleans || isIn(checkouts, subcommand) || changesWorkTree(subcommand, rest);
+    if (changes && !otherTree && !namesStore && effects.isProtectedWithoutGit(workTree)) return;
     if (isIn(checkouts, subcommand)) return examineCheckout(subcommand, rest, workTree, effects);
-    if (!changesWorkTree(subcommand, rest)) {
+    if (subcommand == "init" || subcommand == "clone") effects.noteNewGitStore();
+    if (!changes) {
         if (mayChangeTree(subcommand, rest)) effects.suspect(workTree);
         return;
     }

@@ -4,6 +4,7 @@
 #include "Shell/CommandRules.hpp"
 #include "Shell/DeepReading.hpp"
 #include "Shell/Effects.hpp"
+#include "Shell/FindRules.hpp"
 #include "Shell/Functions.hpp"
 #include "Shell/Lexer.hpp"
 #include "Shell/NestedText.hpp"
@@ -38,17 +39,13 @@ bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::cons
     return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
 }
 
-// As parameters: the first word is $0.
-Parameters parametersFrom(Words words) {
-    Parameters parameters;
-    for (const Word& word : words.first(std::min(words.size(), Budget::parameters)))
-        parameters.push_back(word.unknown ? std::nullopt : std::optional(word.text));
-    return parameters;
-}
-
 bool isCount(std::string_view text, std::size_t& count) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
     return error == std::errc() && end == text.data() + text.size();
+}
+
+bool isOperand(const Word& word) {
+    return !word.unknown && !word.text.starts_with('-');
 }
 
 // Whether a command's output may be known, for a shell that reads it.
@@ -78,12 +75,15 @@ class Guard {
     const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
+    void takeTraps();
+    void takeFind(const std::vector<Word>& words, const std::string& folder);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
     void takeUnknown();
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    [[nodiscard]] Parameters parametersFrom(Words words);
     [[nodiscard]] std::optional<std::string> inSearchPath(const Word& argument);
     void goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth);
     void enter(std::string folder, std::size_t depth);
@@ -99,6 +99,7 @@ class Guard {
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::map<std::string, std::string, std::less<>> aliases_;
     Functions functions_;
+    std::vector<NestedText> traps_;      // of the shell that reads the commands
     std::size_t depth_ = 0;              // how many parentheses the command is in
     std::size_t calls_ = 0;              // of functions, in each other
     std::size_t calledCommands_ = 0;     // by all of them
@@ -109,6 +110,7 @@ Decision Guard::run(std::string_view line) {
     Lexer lexer(line);
     Command command;
     while (lexer.next(command)) take(command);
+    takeTraps();
     if (lexer.opaque() || effects_.isOpaque()) opaque();
     const bool guess = effects_.isGuess();
     Decision decision = effects_.decide();
@@ -141,9 +143,11 @@ void Guard::take(Command& command) {
     auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
     if (!command.redirects.empty()) {
         values_.expandAll(command.redirects, command);
-        for (const Word& target : command.redirects)
+        for (const Word& target : command.redirects) {
+            if (target.unknown) opaque();
             effects_.targetWord(target, position_.folder(), Links::itself,
                                 target.appends ? Extent::kept : Extent::item);
+        }
     }
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
@@ -212,13 +216,34 @@ void Guard::judge(WordValues::Readings readings) {
     const std::string folder = elsewhere_.value_or(position_.folder());
     for (auto* words : {&readings.apart, &readings.whole}) {
         if (words->empty()) continue;
-        if (const auto nested = nestedText(*words))
+        if (const auto nested = nestedText(*words)) {
             takeText(*nested);
-        else if (functions_.contains(words->front().text))
+            if (words->front().text == "trap"sv && traps_.size() < Budget::traps) traps_.push_back(*nested);
+        } else if (functions_.contains(words->front().text))
             call(*words);
+        else if (commandName(words->front()) == "find"sv)
+            takeFind(*words, folder);
         else if (!examine(inGitsEnvironment(*words), folder, effects_) &&
                  (readings.apart.empty() || words == &readings.apart))
             takeUnknown();
+    }
+}
+
+// What find runs may take more than what it finds, which is not known one by one.
+void Guard::takeFind(const std::vector<Word>& words, const std::string& folder) {
+    (void)examine(words, folder, effects_);
+    for (std::vector<Word>& command : commandsOfFind(Words(words).subspan(1))) {
+        (void)unwrap(command);
+        if (command.empty()) continue;
+        const auto nested = nestedText(command);
+        if (!nested && !hasOperandsOfItsOwn(commandName(command.front()))) continue;
+        const auto isFound = [](const Word& word) { return word.text.find("{}") != std::string::npos; };
+        for (Word& word : command)
+            if (isFound(word) && !(nested && word.text == nested->text)) word = Word{.unknown = true};
+        if (nested)
+            takeText(*nestedText(command));
+        else if (!command.back().unknown || std::count_if(command.begin(), command.end(), isOperand) > 1)
+            (void)examine(command, folder, effects_);
     }
 }
 
@@ -252,12 +277,15 @@ bool Guard::takeDefinition(const Command& command) {
 const std::vector<Word>& Guard::inGitsEnvironment(std::vector<Word>& words) {
     if (commandName(words.front()) != "git"sv) return words;
     for (const Word& word : given_)
-        if (word.text.starts_with("GIT_WORK_TREE=")) values_.give(word); // also for later: more is saved
-    std::string tree = values_.valueOf("GIT_WORK_TREE");
-    if (tree.empty()) return words;
-    Word option;
-    option.text = "--work-tree=" + std::move(tree);
-    words.insert(words.begin() + 1, std::move(option)); // before one on the line, which is stronger
+        if (word.text.starts_with("GIT_WORK_TREE=") || word.text.starts_with("GIT_DIR="))
+            values_.give(word); // also for later: more is saved
+    for (const std::string_view name : {"GIT_WORK_TREE"sv, "GIT_DIR"sv}) {
+        std::string value = values_.valueOf(name);
+        if (value.empty()) continue;
+        Word option;
+        option.text = (name == "GIT_DIR"sv ? "--git-dir=" : "--work-tree=") + std::move(value);
+        words.insert(words.begin() + 1, std::move(option)); // before one on the line, which is stronger
+    }
     return words;
 }
 
@@ -309,8 +337,10 @@ void Guard::takeText(const NestedText& nested) {
     nestedBytes_ += nested.text.size();
     if (nested.unknown || nesting_ >= Budget::nesting || nestedBytes_ > Budget::nestedBytes) return opaque();
     std::optional<Position> before;
+    std::vector<NestedText> traps;
     if (nested.ownShell) {
         before = position_;
+        traps.swap(traps_);
         values_.beginSubshell();
         for (const Word& word : std::exchange(given_, {})) values_.give(word);
     }
@@ -322,13 +352,41 @@ void Guard::takeText(const NestedText& nested) {
     Lexer lexer(nested.text);
     const std::size_t depth = depth_;
     for (Command command; lexer.next(command);) takeInside(command, depth);
+    if (nested.ownShell) takeTraps();
     depth_ = depth;
     if (lexer.opaque()) opaque();
     --nesting_;
     if (!before) return;
+    traps_ = std::move(traps);
     values_.endSubshell();
     values_.exchangeParameters(std::move(parameters));
     position_ = std::move(*before);
+}
+
+// Traps run when their shell ends, with the values of then; one that runs sooner has been judged where it is set.
+void Guard::takeTraps() {
+    for (const NestedText& trap : std::exchange(traps_, {})) takeText(trap);
+    traps_.clear(); // what a trap sets in its turn
+}
+
+// As parameters: the first word is $0. A pattern becomes what it matches.
+Parameters Guard::parametersFrom(Words words) {
+    Parameters parameters;
+    for (const Word& word : words.first(std::min(words.size(), Budget::parameters))) {
+        if (!word.glob) {
+            parameters.push_back(word.unknown ? std::nullopt : std::optional(word.text));
+            continue;
+        }
+        const std::string whole = absolutePath(word.text, position_.folder());
+        std::vector<std::string> paths = effects_.resolve(word, position_.folder());
+        if (paths.empty()) parameters.emplace_back();
+        for (std::string& path : paths) {
+            if (parameters.size() >= Budget::parameters) break;
+            const bool isMatch = !isAtOrBelow(whole, path); // else the folder that stands for all
+            parameters.push_back(isMatch ? std::optional(std::move(path)) : std::nullopt);
+        }
+    }
+    return parameters;
 }
 
 // What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.
