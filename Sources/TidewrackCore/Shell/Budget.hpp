@@ -42,6 +42,7 @@ struct Budget {
     static constexpr std::size_t folderLength = 4'096;
     static constexpr std::size_t folderChanges = 1'000;
     static constexpr std::size_t subshells = 64;
+    static constexpr std::size_t doubtfulFolders = 8;
 
     // Looks at the disk
     static constexpr std::size_t matches = 10'000;

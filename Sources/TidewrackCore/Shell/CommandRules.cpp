@@ -127,6 +127,7 @@ class Examination {
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
+    void lookAtRemoved(const Rule& rule, Words command) const;
 
     std::string_view name_;
     const Rule* rule_ = nullptr;
@@ -246,7 +247,12 @@ bool Examination::run() {
 
 // Its effect lies in a script.
 void Examination::runScript() {
-    if (!onlyTellsOfItself(name_, arguments_) && !hasReadingSubcommand(name_, arguments_)) effects_.opaque(cwd_);
+    const bool fetches = name_ == "npx"sv || name_ == "bunx"sv;
+    if (fetches && !arguments_.empty() && arguments_.front().text == "tidewrack"sv)
+        return effects_.ownCommand(arguments_.subspan(1));
+    if (!onlyTellsOfItself(name_, arguments_) && !hasReadingSubcommand(name_, arguments_) &&
+        !onlyChecks(name_, arguments_))
+        effects_.opaque(cwd_);
 }
 
 void Examination::git() {
@@ -291,6 +297,10 @@ void Examination::copy() {
     const Operands all = operands();
     const bool replaces = name_ != "cp" || !hasOption('n', "--no-clobber");
     if (name_ == "rsync" && hasOption('n', "--dry-run")) return;
+    const auto takesSources = [](const Word& word) { return word.text == "--remove-source-files"sv; };
+    if (name_ == "rsync" && std::any_of(arguments_.begin(), arguments_.end(), takesSources))
+        for (std::size_t index = 0; index + 1 < all.words.size(); ++index)
+            effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
     if (replaces) targetDestinations(all);
     const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
     if (linked && !all.words.back()->unknown && effects_.takesLinks()) {
@@ -388,9 +398,10 @@ void Examination::copyBlocks() {
 
 // Whether a perl program only reads its files line by line: perl -ne, perl --version.
 bool printsOnly(Words arguments) {
-    if (arguments.empty() || onlyTellsOfItself("perl", arguments)) return true;
+    if (onlyTellsOfItself("perl", arguments)) return true;
     const auto filters = [](const Word& word) {
-        return isShortCluster(word) && word.text.find_first_of("npc") != std::string::npos;
+        const bool loads = word.text.starts_with("-M") || word.text.starts_with("-m") || word.text.starts_with("-I");
+        return isShortCluster(word) && !loads && word.text.find_first_of("npc") != std::string::npos;
     };
     const auto acts = [](const Word& word) {
         for (const std::string_view call : {"unlink"sv, "open"sv, "system"sv, "rename"sv, "rmdir"sv, "exec"sv, "`"sv})
@@ -435,8 +446,21 @@ bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::find) return findAct(arguments) == Act::nothing;
     if (rule.apply == &E::fd) return fdAct(arguments) == Act::nothing;
     if (rule.apply == &E::runScript)
-        return onlyTellsOfItself(rule.name, arguments) || hasReadingSubcommand(rule.name, arguments);
+        return onlyTellsOfItself(rule.name, arguments) || hasReadingSubcommand(rule.name, arguments) ||
+               onlyChecks(rule.name, arguments);
     return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(arguments));
+}
+
+// What xargs removes lies in the folder where it runs, or in the one that its words begin with: ~/x/{}.
+void Examination::lookAtRemoved(const Rule& rule, Words command) const {
+    const Words arguments = command.subspan(1);
+    effects_.lookAtOwn(cwd_, Extent::item, Links::followed);
+    for (const Word* operand : operandsOf(arguments, rule.letters, rule.options).words) {
+        const std::size_t slash = operand->text.rfind('/', operand->text.find("{}"));
+        if (operand->unknown || operand->text.find("{}") == std::string::npos || slash == std::string::npos) continue;
+        effects_.lookAtOwn(absolutePath(operand->text.substr(0, slash + 1), cwd_),
+                           isRecursive(arguments) ? Extent::removed : Extent::item, Links::followed);
+    }
 }
 
 // What the command works on is not known.
@@ -449,7 +473,11 @@ void Examination::xargs() {
     (void)unwrap(command);
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
-    if (rule && rule->apply == &E::tidewrack) effects_.ownCommand(Words(command).subspan(1));
+    if (rule && rule->apply == &E::tidewrack) {
+        if (command.size() == 1) command.emplace_back().text = "untrack"; // the worst of what it may read
+        effects_.ownCommand(Words(command).subspan(1));
+    }
+    if (rule && rule->apply == &E::remove) lookAtRemoved(*rule, command);
     if (rule && !onlyReads(*rule, Words(command).subspan(1)))
         effects_.opaque(cwd_);
     else if (rule && rule->apply == &E::changeModes)
@@ -501,8 +529,8 @@ bool isKnown(const Word& first, Words arguments) {
     std::string_view name = commandName(first);
     if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
     if (changesNothing(name, arguments)) return true;
-    return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || first.text == "}"sv ||
-           first.text == "{"sv;
+    return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || onlyChecks(name, arguments) ||
+           first.text == "}"sv || first.text == "{"sv;
 }
 
 namespace {

@@ -75,6 +75,7 @@ class Guard {
     const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
+    void noteBranch(const std::vector<Word>& words);
     void takeTraps();
     void takeFind(const std::vector<Word>& words, const std::string& folder);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
@@ -82,6 +83,8 @@ class Guard {
     void takeUnknown();
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
+    void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);
+    void takeDoubts(const Command& command, const std::vector<Word>& words);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     [[nodiscard]] Parameters parametersFrom(Words words);
     [[nodiscard]] std::optional<std::string> inSearchPath(const Word& argument);
@@ -99,7 +102,14 @@ class Guard {
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::map<std::string, std::string, std::less<>> aliases_;
     Functions functions_;
-    std::vector<NestedText> traps_;      // of the shell that reads the commands
+    std::vector<NestedText> traps_; // of the shell that reads the commands
+    struct Doubt {
+        std::size_t depth;
+        std::string folder;
+    };
+    std::vector<Doubt> doubts_;          // folders in which the line may be instead
+    std::size_t settledDoubts_ = 0;      // those that were noted before the && list of now
+    std::size_t branches_ = 0;           // of if and case, that are open
     std::size_t depth_ = 0;              // how many parentheses the command is in
     std::size_t calls_ = 0;              // of functions, in each other
     std::size_t calledCommands_ = 0;     // by all of them
@@ -149,6 +159,11 @@ void Guard::take(Command& command) {
                                 target.appends ? Extent::kept : Extent::item);
         }
     }
+    if (!doubts_.empty()) std::erase_if(doubts_, [&](const Doubt& doubt) { return doubt.depth > command.sharedDepth; });
+    settledDoubts_ = std::min(settledDoubts_, doubts_.size());
+    if (!command.afterAnd) settledDoubts_ = doubts_.size();
+    noteBranch(words);
+    if (!command.redirects.empty()) takeDoubts(command, {});
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
         if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
@@ -170,6 +185,7 @@ void Guard::take(Command& command) {
     peel(readings.apart);
     peel(readings.whole);
     if (takeInputs(readings.whole, command)) return;
+    if (settledDoubts_ > 0) takeDoubts(command, readings.whole);
     const std::vector<Word>& apart = readings.apart;
     const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
     if (loop && apart.size() > 3) readings.whole.insert(readings.whole.end(), apart.begin() + 3, apart.end());
@@ -180,6 +196,13 @@ void Guard::take(Command& command) {
         judge(std::move(run));
     };
     if (unexpanded.empty() || !values_.forEachRun(unexpanded, command, judgeRun)) judge(std::move(readings));
+}
+
+void Guard::noteBranch(const std::vector<Word>& words) {
+    if (words.empty() || words.front().quoted) return;
+    const std::string_view text = words.front().text;
+    if (text == "if"sv || text == "case"sv) ++branches_;
+    if ((text == "fi"sv || text == "esac"sv) && branches_ > 0) --branches_;
 }
 
 // What ls prints may become the operands of another command.
@@ -202,6 +225,7 @@ void Guard::takeListing(std::vector<Word> words, const Command& command) {
 void Guard::takeNested(const Program& program) {
     if (program.commands.empty()) return;
     Position position = position_;
+    const std::size_t doubts = doubts_.size();
     values_.beginSubshell();
     ++nesting_;
     const std::size_t depth = depth_;
@@ -209,6 +233,7 @@ void Guard::takeNested(const Program& program) {
     depth_ = depth;
     --nesting_;
     values_.endSubshell();
+    if (doubts < doubts_.size()) doubts_.erase(doubts_.begin() + static_cast<std::ptrdiff_t>(doubts), doubts_.end());
     position_ = std::move(position);
 }
 
@@ -338,6 +363,7 @@ void Guard::takeText(const NestedText& nested) {
     if (nested.unknown || nesting_ >= Budget::nesting || nestedBytes_ > Budget::nestedBytes) return opaque();
     std::optional<Position> before;
     std::vector<NestedText> traps;
+    const std::size_t doubts = doubts_.size();
     if (nested.ownShell) {
         before = position_;
         traps.swap(traps_);
@@ -358,6 +384,7 @@ void Guard::takeText(const NestedText& nested) {
     --nesting_;
     if (!before) return;
     traps_ = std::move(traps);
+    if (doubts < doubts_.size()) doubts_.erase(doubts_.begin() + static_cast<std::ptrdiff_t>(doubts), doubts_.end());
     values_.endSubshell();
     values_.exchangeParameters(std::move(parameters));
     position_ = std::move(*before);
@@ -432,7 +459,15 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
     if (!isBuiltin(name)) return false;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
         // In a pipe or in the background a shell of its own changes the folder.
-        if (!command.toPipe && !command.inBackground) changeFolder(words, command.depth, hadArgument);
+        if (command.toPipe || command.inBackground) return true;
+        if (command.afterAnd || command.afterOr || branches_ > 0)
+            noteDoubt(words, command.afterOr, command.depth);
+        else if (words.back().text.starts_with('/'))
+            doubts_.clear();
+        else if (words.size() > 1 && words.back().text != "-"sv)
+            for (Doubt& doubt : doubts_) doubt.folder = absolutePath(words.back().text, doubt.folder);
+        settledDoubts_ = std::min(settledDoubts_, doubts_.size());
+        changeFolder(words, command.depth, hadArgument);
         return true;
     }
     if ((name == "for"sv || name == "select"sv) && words.size() > 1) {
@@ -478,6 +513,26 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
         return true;
     }
     return false;
+}
+
+// Whether this cd runs, or the one before it failed, only running shows.
+void Guard::noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth) {
+    if (doubts_.size() >= Budget::doubtfulFolders) return opaque();
+    doubts_.push_back({depth, position_.folder()});
+    if (!instead) return;
+    doubts_.push_back({depth, position_.previous()});
+    if (words.size() > 1 && !words.back().unknown)
+        doubts_.push_back({depth, absolutePath(words.back().text, position_.previous())});
+}
+
+// A command that changes something may run in one of those folders.
+void Guard::takeDoubts(const Command& command, const std::vector<Word>& words) {
+    if (settledDoubts_ == 0 || (command.redirects.empty() && words.empty())) return;
+    const Act act = words.empty() ? Act::nothing : actOn(words);
+    const bool changes = act > Act::guessed || (!words.empty() && hasOperandsOfItsOwn(commandName(words.front())));
+    const auto isFile = [](const Word& word) { return !word.text.starts_with('/'); };
+    if (!changes && std::none_of(command.redirects.begin(), command.redirects.end(), isFile)) return;
+    for (std::size_t index = 0; index < settledDoubts_; ++index) effects_.opaque(doubts_[index].folder);
 }
 
 void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {

@@ -104,6 +104,8 @@ bool Lexer::endCommand() {
     if (depth_ > 0) noteCase();
     out_->opaque = std::exchange(opaquePart_, false);
     out_->fromPipe = std::exchange(fromPipe_, false);
+    out_->afterAnd = std::exchange(afterAnd_, false);
+    out_->afterOr = std::exchange(afterOr_, false);
     out_->depth = depth_;
     out_->sharedDepth = std::exchange(lowestDepth_, depth_);
     return true;
@@ -242,6 +244,7 @@ bool Lexer::takeOperator(char c) {
     if (c == '\n') at_ = std::min(hereDocuments_.behindBodies(at_), end_);
     if (c == '|') {
         fromPipe_ = !standsAt(at_, '|');
+        afterOr_ = !fromPipe_;
         if (!fromPipe_ || standsAt(at_, '&')) ++at_;
         out_->toPipe = complete && fromPipe_;
     }
@@ -284,6 +287,7 @@ bool Lexer::takeAmpersand() {
         const bool complete = endCommand();
         const bool conjunction = standsAt(at_, '&');
         if (conjunction) ++at_;
+        afterAnd_ = conjunction;
         out_->inBackground = complete && !conjunction;
         return complete;
     }

@@ -95,6 +95,8 @@ class Lexer {
     Role role_ = Role::argument; // of the next word
     bool appends_ = false;       // of the next word, in the role of output
     bool fromPipe_ = false;
+    bool afterAnd_ = false;
+    bool afterOr_ = false;
     bool inArray_ = false;
     bool opaque_ = false;
     bool opaquePart_ = false;

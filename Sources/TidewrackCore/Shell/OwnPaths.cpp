@@ -34,10 +34,13 @@ constexpr auto deletesSnapshots =
 constexpr auto removesHooks =
     "This would remove Tidewrack's hooks: what an agent does would no longer be saved before. Allow?"sv;
 
+constexpr auto unpins = "This would unpin a snapshot, which Tidewrack's own history may then delete. Allow?"sv;
+
 constexpr OwnCommand ownCommands[] = {
     {"untrack", "", deletesHistory},
     {"prune", "", deletesSnapshots},
     {"hooks", "uninstall", removesHooks},
+    {"unpin", "", unpins},
 };
 
 // One of each kind of the files that the history consists of.

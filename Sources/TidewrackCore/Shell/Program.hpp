@@ -73,6 +73,8 @@ struct Command {
     bool opaque = false;              // holds something that could not be cut
     bool fromPipe = false;            // reads what the command before it writes
     bool toPipe = false;
+    bool afterAnd = false; // stands behind &&
+    bool afterOr = false;  // ... or behind ||
     bool inBackground = false;
     bool isArray = false;        // NAME= and the words in the parentheses behind it
     bool isPattern = false;      // of a case: runs nothing

@@ -18,16 +18,16 @@ constexpr std::string_view names =
     "case cat cksum clear cloc cmp code colordiff column comm complete continue cut date defaults delta df "
     "diff dig dircolors dirname disown dmesg dnf docker docker-compose done dpkg dpkg-query du echo egrep else "
     "esac exa exit expand expr eza factor false fg fgrep fi file fmt fold for free fuser fzf gawk "
-    "getconf getent getopts gh glab grep groups hash hdiutil head helm hexdump history host hostname htop "
+    "getconf getent getfacl getopts gh glab grep groups hash hdiutil head helm hexdump history host hostname htop "
     "id ifconfig in info iostat ip ipcs jobs join journalctl jq kill killall kubectl last launchctl ldd less let "
     "locale locate logger logname look ls lsblk lscpu lsd lsof lsusb man mapfile mawk md5 md5sum mdfind mdls "
     "mkdir mktemp more mount mysql nc netstat nl nm nproc nslookup objdump od open otool pacman paste pbcopy "
     "pbpaste pgrep ping pkg-config pkgutil pkill pmset podman popd pr printenv printf ps psql pstree pushd pwd "
     "read readarray readelf readlink realpath redis-cli return rev rg say select seq set sha1sum sha256sum "
-    "sha512sum shasum shift shopt sleep ss ssh stat strings stty sum sw_vers sysctl systemctl tac tail "
+    "sha512sum shasum shellcheck shift shopt sleep ss ssh stat strings stty sum sw_vers sysctl systemctl tac tail "
     "telnet test times tokei top touch tput tr traceroute trap tree true tsort tty type ulimit umask unalias "
     "uname unexpand unset uptime users vm_stat vmstat w wait wc whatis whereis which who whoami "
-    "xcode-select xdg-open yes yum zcat zfgrep zgrep zless zmore ";
+    "xcode-select xdg-open yamllint yes yum zcat zfgrep zgrep zless zmore ";
 
 struct Reader {
     std::string_view name;
@@ -89,6 +89,27 @@ constexpr Reading readings[] = {
     {"yarn", " list why info outdated help "},
 };
 
+// Programs that only look with one of these words, and without one that begins like these.
+struct Checking {
+    std::string_view name;
+    std::string_view needs; // each between blanks
+    std::string_view writes{};
+};
+
+constexpr Checking checkings[] = {
+    {"bash", " -n "},
+    {"black", " --check --diff "},
+    {"isort", " --check --check-only "},
+    {"node", " --check "},
+    {"php", " -l "},
+    {"ruby", " -c "},
+    {"ruff", " check ", "--fix"},
+    {"sh", " -n "},
+    {"terraform", " plan ", "-out"},
+    {"tsc", " --noEmit "},
+    {"zsh", " -n "},
+};
+
 constexpr NameFilter writingFilter = [] {
     NameFilter filter;
     for (const Writing& writing : writings) filter.add(writing.name);
@@ -148,6 +169,17 @@ bool hasReadingSubcommand(std::string_view name, Words arguments) {
     return std::any_of(std::begin(readings), std::end(readings), [&](const Reading& reading) {
         return reading.name == name && listsWord(reading.subcommands, first);
     });
+}
+
+bool onlyChecks(std::string_view name, Words arguments) {
+    const auto* const found = std::find_if(std::begin(checkings), std::end(checkings),
+                                           [&](const Checking& checking) { return checking.name == name; });
+    if (found == std::end(checkings)) return false;
+    // Further programs and texts follow only behind the option: bash x.sh -n runs the script.
+    const bool first = !arguments.empty() && listsWord(found->needs, arguments.front().text);
+    return first && (found->writes.empty() || std::none_of(arguments.begin(), arguments.end(), [&](const Word& word) {
+                         return word.unknown || word.text.find(found->writes) != std::string::npos || word.text == "-o";
+                     }));
 }
 
 bool onlyTellsOfItself(std::string_view name, Words arguments) {

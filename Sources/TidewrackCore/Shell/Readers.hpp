@@ -18,6 +18,9 @@ namespace tidewrack::shell {
 // Whether the subcommand of a program such as npm only reads: npm ls, go env.
 [[nodiscard]] bool hasReadingSubcommand(std::string_view name, std::span<const Word> arguments);
 
+// Whether the program is told first of all that it is only to check its operands: bash -n, black --check.
+[[nodiscard]] bool onlyChecks(std::string_view name, std::span<const Word> arguments);
+
 // Whether a program with these arguments only tells of itself: --version, --help; -v where it is known to mean that.
 [[nodiscard]] bool onlyTellsOfItself(std::string_view name, std::span<const Word> arguments);
 

@@ -64,7 +64,7 @@ constexpr Writer writers[] = {
      {},
      " --output-dir "},
     {"ed", Written::all, "p", {}, {}, {}, {}},
-    {"ex", Written::all, "cSsTu", {}, {}, {}, " -R "},
+    {"ex", Written::all, "cSTu", {}, {}, {}, " -R "},
     {"ffmpeg", Written::last, {}, {}, {}, " -y ", {}},
     {"g++", Written::anything, "oDIULlxTu", {}, " -o "},
     {"gcc", Written::anything, "oDIULlxTu", {}, " -o "},
@@ -129,7 +129,7 @@ constexpr Writer writers[] = {
     {"xxd", Written::second, "clgso", {}, {}, {}, {}},
     {"xz", Written::all, "TCFM", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"yq", Written::all, "e", {}, {}, " -i --inplace --in-place ", {}},
-    {"zip", Written::first, "bnPtxi", {}, {}, {}, " -sf "},
+    {"zip", Written::first, "bnPtxi", {}, {}, {}, " -sf "}, // and the rest with -m
     {"zstd", Written::all, "oDT", {}, " -o ", " --rm ", {}},
 };
 
@@ -227,7 +227,9 @@ std::size_t Writing::takeOption(std::size_t index) {
         if (hasNext) takeValue(name, arguments_[index + 1]);
         return hasNext ? 1 : 0;
     }
+    if (text == "-es" && writer_.name != "ed") return 0; // of vim: quietly, as ex
     if (text.starts_with("--")) {
+        if (text == "--move") modes_ += 'm';
         if (text == "--extract" || text == "--get") modes_ += 'x';
         if (text == "--list") modes_ += 't';
         if (text == "--remove-files") modes_ += 'R';
@@ -271,7 +273,9 @@ Writing::Operands Writing::writtenOperands() const {
     case Written::anything: return {};
     case Written::all:
     case Written::urls: return all;
-    case Written::first: return all.first(std::min<std::size_t>(all.size(), 1));
+    case Written::first:
+        if (writer_.name == "zip" && modes_.find('m') != modes_.npos) return all;
+        return all.first(std::min<std::size_t>(all.size(), 1));
     case Written::second: return all.subspan(std::min<std::size_t>(all.size(), 1));
     case Written::last: return all.size() > 1 ? all.last(1) : Operands();
     }
