@@ -14,8 +14,8 @@ namespace tidewrack {
 Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknown unknown) const {
     const History history = store.history(project);
     const SnapshotMeta meta = history.snapshot(from);
-    const auto walker = projectWalker(project, nestedRoots(project, store.registry().projects),
-                                      {knownPrefixes(history)}, &gitPatience);
+    const auto walker =
+        projectWalker(project, nestedRoots(project, store.registry().projects), {knownPrefixes(history)}, &gitPatience);
     walker->expect(meta.files);
     Sides result;
     result.older = history.manifest(meta);

@@ -169,6 +169,14 @@ void addInterrupted(const std::vector<PathOutcome>& outcomes, RestoreResult& res
     result.outcomes.insert(result.outcomes.begin(), told.begin(), told.end());
 }
 
+// Copies of the paths, because what the plan points to may go with the listing.
+std::set<std::string, std::less<>> touchedBy(const RestorePlan& plan) {
+    std::set<std::string, std::less<>> touched;
+    for (const auto* list : {&plan.removeFiles, &plan.writes})
+        for (const Manifest::Item* item : *list) touched.emplace(item->path);
+    return touched;
+}
+
 } // namespace
 
 std::vector<std::string> Engine::relativePaths(const Project& project,
@@ -256,9 +264,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                              ::geteuid() == 0,
                              lostContents(history, wanted, safety.manifest)};
     RestorePlan plan = planRestore(input);
-    std::set<std::string, std::less<>> touched; // copies: what the plan points to may go with the listing
-    for (const auto* list : {&plan.removeFiles, &plan.writes})
-        for (const Manifest::Item* item : *list) touched.emplace(item->path);
+    const auto touched = touchedBy(plan);
     const Scope isTouched = [&](std::string_view path) { return touched.contains(path); };
     if (!touched.empty() && keepUnseen(lock, project, isTouched, safety)) plan = planRestore(input);
     if (reversal.seq) giveAttributes(project, history, plan, *reversal.seq);

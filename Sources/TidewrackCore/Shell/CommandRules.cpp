@@ -6,6 +6,7 @@
 #include "Shell/Lexer.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Shell/NestedText.hpp"
+#include "Shell/OptionEffects.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Readers.hpp"
 #include "Shell/Wrappers.hpp"
@@ -13,12 +14,8 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cstdint>
 #include <optional>
 #include <span>
 
@@ -42,47 +39,6 @@ constexpr std::array builtins = {"cd"sv,    "pushd"sv,     "popd"sv,   "for"sv, 
 constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
 constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
                                           "--arg-file"sv};
-
-bool isRecursive(Words arguments) {
-    for (const Word& word : arguments) {
-        if (word.text == "--"sv) return false;
-        if (word.text == "--recursive"sv ||
-            (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos))
-            return true;
-    }
-    return false;
-}
-
-bool editsInPlace(Words arguments) {
-    return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
-        return word.text.starts_with("--in-place") ||
-               (isShortCluster(word) && word.text.find('i') != std::string::npos);
-    });
-}
-
-// How many bytes a size as truncate takes it is, such as 10K or 2MB; none where it is written in another way.
-std::optional<std::int64_t> bytesOf(std::string_view size) {
-    std::int64_t count = 0;
-    const auto [end, error] = std::from_chars(size.data(), size.data() + size.size(), count);
-    if (error != std::errc() || count < 0) return std::nullopt;
-    const std::string_view unit = size.substr(static_cast<std::size_t>(end - size.data()));
-    const std::size_t power = unit.empty() ? 0 : "KMGT"sv.find(unit.front()) + 1;
-    const bool known = unit.size() < 2 || unit.substr(1) == "B"sv || unit.substr(1) == "iB"sv;
-    if (!known || power > 4) return std::nullopt;
-    for (std::size_t step = 0; step < power; ++step) {
-        if (count > INT64_MAX / 1024) return std::nullopt;
-        count *= unit.substr(1) == "B"sv ? 1000 : 1024;
-    }
-    return count;
-}
-
-// Whether a file is at least as large as before when truncate gives it this size: +1M, '>10K', or no less than it has.
-bool leavesSize(std::string_view size, const std::string& path) {
-    if (size.starts_with('+') || size.starts_with('>') || size.starts_with('%')) return true;
-    struct stat status {};
-    const auto bytes = bytesOf(size);
-    return bytes && stat(path.c_str(), &status) == 0 && status.st_size <= *bytes;
-}
 
 class Examination;
 
@@ -394,29 +350,6 @@ void Examination::copyBlocks() {
         word.text = effects_.homePath(word.text.substr(2));
         effects_.targetWord(word, cwd_, Links::itself, extent);
     }
-}
-
-// Whether a perl program only reads its files line by line: perl -ne, perl --version.
-bool printsOnly(Words arguments) {
-    if (onlyTellsOfItself("perl", arguments)) return true;
-    const auto filters = [](const Word& word) {
-        const bool loads = word.text.starts_with("-M") || word.text.starts_with("-m") || word.text.starts_with("-I");
-        return isShortCluster(word) && !loads && word.text.find_first_of("npc") != std::string::npos;
-    };
-    const auto acts = [](const Word& word) {
-        for (const std::string_view call : {"unlink"sv, "open"sv, "system"sv, "rename"sv, "rmdir"sv, "exec"sv, "`"sv})
-            if (word.text.find(call) != std::string::npos) return true;
-        return false;
-    };
-    return std::any_of(arguments.begin(), arguments.end(), filters) &&
-           std::none_of(arguments.begin(), arguments.end(), acts);
-}
-
-// Where the name of the file begins that a sed script writes: w FILE, s/a/b/w FILE.
-std::size_t writeCommandAt(std::string_view script) {
-    for (std::size_t at = script.find("w "); at != script.npos; at = script.find("w ", at + 1))
-        if (at == 0 || std::string_view("/;|,#{} \n$0123456789gpiI").find(script[at - 1]) != script.npos) return at + 2;
-    return script.npos;
 }
 
 // The script word becomes a target too: it names no file and does no harm.

@@ -5,7 +5,7 @@
 #include "Shell/DeepReading.hpp"
 #include "Shell/Effects.hpp"
 #include "Shell/FindRules.hpp"
-#include "Shell/Functions.hpp"
+#include "Shell/GuardRun.hpp"
 #include "Shell/Lexer.hpp"
 #include "Shell/NestedText.hpp"
 #include "Shell/Position.hpp"
@@ -53,68 +53,7 @@ bool mayFeedShell(const Word& name) {
     return name.text == "echo"sv || name.text == "printf"sv || name.text == "cat"sv;
 }
 
-// Follows one command line from command to command. Each takes the same steps: wrappers are taken off, its words get
-// their values, and the rest is judged.
-class Guard {
-  public:
-    explicit Guard(const Context& context)
-        : context_(context), effects_(context), position_(absolutePath(context.cwd, "/")),
-          values_(context, effects_, position_) {}
-
-    Decision run(std::string_view line);
-
-  private:
-    void take(Command& command);
-    void takeInside(Command& command, std::size_t depth);
-    void takeNested(const Program& program);
-    void takeListing(std::vector<Word> words, const Command& command);
-    void takeArray(std::vector<Word>& words, const Command& command);
-    bool takeDefinition(const Command& command);
-    void call(const std::vector<Word>& words);
-    bool takeAlias(const Command& command);
-    const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
-    void peel(std::vector<Word>& words);
-    void takeText(const NestedText& nested);
-    void noteBranch(const std::vector<Word>& words);
-    void takeTraps();
-    void takeFind(const std::vector<Word>& words, const std::string& folder);
-    [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
-    bool takeInputs(const std::vector<Word>& words, Command& command);
-    void takeUnknown();
-    void judge(WordValues::Readings readings);
-    bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
-    void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);
-    void takeDoubts(const Command& command, const std::vector<Word>& words);
-    void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
-    [[nodiscard]] Parameters parametersFrom(Words words);
-    [[nodiscard]] std::optional<std::string> inSearchPath(const Word& argument);
-    void goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth);
-    void enter(std::string folder, std::size_t depth);
-    void opaque() { effects_.opaque(position_.folder()); }
-
-    const Context& context_;
-    Effects effects_;
-    Position position_;
-    WordValues values_;
-    std::size_t nesting_ = 0; // how many substitutions and texts the command is in
-    std::size_t nestedBytes_ = 0;
-    std::vector<Word> given_;              // assignments that hold for the command alone
-    std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
-    std::map<std::string, std::string, std::less<>> aliases_;
-    Functions functions_;
-    std::vector<NestedText> traps_; // of the shell that reads the commands
-    struct Doubt {
-        std::size_t depth;
-        std::string folder;
-    };
-    std::vector<Doubt> doubts_;          // folders in which the line may be instead
-    std::size_t settledDoubts_ = 0;      // those that were noted before the && list of now
-    std::size_t branches_ = 0;           // of if and case, that are open
-    std::size_t depth_ = 0;              // how many parentheses the command is in
-    std::size_t calls_ = 0;              // of functions, in each other
-    std::size_t calledCommands_ = 0;     // by all of them
-    std::optional<std::string> written_; // by the command before into a pipe, where that is known
-};
+} // namespace
 
 Decision Guard::run(std::string_view line) {
     Lexer lexer(line);
@@ -514,90 +453,6 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
     }
     return false;
 }
-
-// Whether this cd runs, or the one before it failed, only running shows.
-void Guard::noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth) {
-    if (doubts_.size() >= Budget::doubtfulFolders) return opaque();
-    doubts_.push_back({depth, position_.folder()});
-    if (!instead) return;
-    doubts_.push_back({depth, position_.previous()});
-    if (words.size() > 1 && !words.back().unknown)
-        doubts_.push_back({depth, absolutePath(words.back().text, position_.previous())});
-}
-
-// A command that changes something may run in one of those folders.
-void Guard::takeDoubts(const Command& command, const std::vector<Word>& words) {
-    if (settledDoubts_ == 0 || (command.redirects.empty() && words.empty())) return;
-    const Act act = words.empty() ? Act::nothing : actOn(words);
-    const bool changes = act > Act::guessed || (!words.empty() && hasOperandsOfItsOwn(commandName(words.front())));
-    const auto isFile = [](const Word& word) { return !word.text.starts_with('/'); };
-    if (!changes && std::none_of(command.redirects.begin(), command.redirects.end(), isFile)) return;
-    for (std::size_t index = 0; index < settledDoubts_; ++index) effects_.opaque(doubts_[index].folder);
-}
-
-void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
-    if (!position_.mayChange()) return opaque();
-    const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
-    if (words.size() > 2 && words[0].text == "pushd" && words[1].text == "-n") return; // only for popd
-    const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
-    const std::string_view name = words.front().text;
-    if (name == "popd"sv) {
-        if (position_.pop(depth)) values_.noteFolder(true);
-        return;
-    }
-    if (argument != words.end()) {
-        if (name == "pushd"sv) position_.push();
-        return goTo(words, argument, depth);
-    }
-    // Without an argument cd goes home; an argument that became empty leads to a folder that is not known.
-    if (hadArgument) return opaque();
-    if (name == "cd"sv) return enter(absolutePath(context_.home, "/"), depth);
-    if (position_.swap(depth)) values_.noteFolder(true);
-}
-
-// Where a shell finds a relative folder by CDPATH.
-std::optional<std::string> Guard::inSearchPath(const Word& argument) {
-    for (const Word& word : given_)
-        if (word.text.starts_with("CDPATH=")) values_.give(word); // also for later: more than one reading saves more
-    const std::string path = values_.valueOf("CDPATH");
-    if (path.empty() || argument.text.empty() || argument.text[0] == '/' || argument.text[0] == '.' || argument.glob)
-        return std::nullopt;
-    for (std::size_t begin = 0; begin <= path.size();) {
-        const std::size_t end = std::min(path.find(':', begin), path.size());
-        std::string folder =
-            absolutePath(argument.text, absolutePath(path.substr(begin, end - begin), position_.folder()));
-        if (position_.mayChange() && isFolder(folder)) return folder;
-        begin = end + 1;
-    }
-    return std::nullopt;
-}
-
-void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth) {
-    if (argument->text == "-") return enter(position_.previous(), depth);
-    if (const auto found = inSearchPath(*argument)) {
-        // Some shells look in the folder itself first.
-        const std::string here = absolutePath(argument->text, position_.folder());
-        if (here != *found && isFolder(here)) effects_.opaque(here);
-        return enter(*found, depth);
-    }
-    const auto folders = effects_.resolve(*argument, position_.folder());
-    if (folders.size() > 1 || argument + 1 != words.end() || argument->unknown) opaque();
-    // The others are the folders of a loop's further runs.
-    for (const std::string& folder : folders)
-        if (folder != folders.front()) effects_.opaque(folder);
-    for (auto other = argument; ++other != words.end();) {
-        if (!position_.mayChange()) break;
-        for (const std::string& folder : effects_.resolve(*other, position_.folder())) effects_.opaque(folder);
-    }
-    if (!folders.empty()) enter(folders.front(), depth);
-}
-
-void Guard::enter(std::string folder, std::size_t depth) {
-    if (!position_.enter(std::move(folder), depth)) return opaque();
-    values_.noteFolder(true);
-}
-
-} // namespace
 
 Decision analyze(std::string_view command, const Context& context) {
     return Guard(context).run(command);

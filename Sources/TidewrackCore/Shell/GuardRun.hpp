@@ -1,0 +1,83 @@
+#pragma once
+// The reading of one command line by the guard, for its own source files.
+
+#include "Shell/Effects.hpp"
+#include "Shell/Functions.hpp"
+#include "Shell/NestedText.hpp"
+#include "Shell/Position.hpp"
+#include "Shell/WordValues.hpp"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+// Follows one command line from command to command. Each takes the same steps: wrappers are taken off, its words get
+// their values, and the rest is judged.
+class Guard {
+  public:
+    explicit Guard(const Context& context)
+        : context_(context), effects_(context), position_(absolutePath(context.cwd, "/")),
+          values_(context, effects_, position_) {}
+
+    Decision run(std::string_view line);
+
+  private:
+    void take(Command& command);
+    void takeInside(Command& command, std::size_t depth);
+    void takeNested(const Program& program);
+    void takeListing(std::vector<Word> words, const Command& command);
+    void takeArray(std::vector<Word>& words, const Command& command);
+    bool takeDefinition(const Command& command);
+    void call(const std::vector<Word>& words);
+    bool takeAlias(const Command& command);
+    const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
+    void peel(std::vector<Word>& words);
+    void takeText(const NestedText& nested);
+    void noteBranch(const std::vector<Word>& words);
+    void takeTraps();
+    void takeFind(const std::vector<Word>& words, const std::string& folder);
+    [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
+    bool takeInputs(const std::vector<Word>& words, Command& command);
+    void takeUnknown();
+    void judge(WordValues::Readings readings);
+    bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
+    void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);
+    void takeDoubts(const Command& command, const std::vector<Word>& words);
+    void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
+    [[nodiscard]] Parameters parametersFrom(std::span<const Word> words);
+    [[nodiscard]] std::optional<std::string> inSearchPath(const Word& argument);
+    void goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth);
+    void enter(std::string folder, std::size_t depth);
+    void opaque() { effects_.opaque(position_.folder()); }
+
+    const Context& context_;
+    Effects effects_;
+    Position position_;
+    WordValues values_;
+    std::size_t nesting_ = 0; // how many substitutions and texts the command is in
+    std::size_t nestedBytes_ = 0;
+    std::vector<Word> given_;              // assignments that hold for the command alone
+    std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
+    std::map<std::string, std::string, std::less<>> aliases_;
+    Functions functions_;
+    std::vector<NestedText> traps_; // of the shell that reads the commands
+    struct Doubt {
+        std::size_t depth;
+        std::string folder;
+    };
+    std::vector<Doubt> doubts_;          // folders in which the line may be instead
+    std::size_t settledDoubts_ = 0;      // those that were noted before the && list of now
+    std::size_t branches_ = 0;           // of if and case, that are open
+    std::size_t depth_ = 0;              // how many parentheses the command is in
+    std::size_t calls_ = 0;              // of functions, in each other
+    std::size_t calledCommands_ = 0;     // by all of them
+    std::optional<std::string> written_; // by the command before into a pipe, where that is known
+};
+
+} // namespace tidewrack::shell

@@ -1,0 +1,26 @@
+#pragma once
+// What the options and the text of a command say about whether it changes its files.
+
+#include "Shell/Lexer.hpp"
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tidewrack::shell {
+
+[[nodiscard]] bool isRecursive(std::span<const Word> arguments);
+
+[[nodiscard]] bool editsInPlace(std::span<const Word> arguments);
+
+// Whether a file is at least as large as before when truncate gives it this size: +1M, '>10K', or no less than it has.
+[[nodiscard]] bool leavesSize(std::string_view size, const std::string& path);
+
+// Whether a perl program only reads its files line by line: perl -ne, perl --version.
+[[nodiscard]] bool printsOnly(std::span<const Word> arguments);
+
+// Where the name of the file begins that a sed script writes: w FILE, s/a/b/w FILE; npos where it writes none.
+[[nodiscard]] std::size_t writeCommandAt(std::string_view script);
+
+} // namespace tidewrack::shell
