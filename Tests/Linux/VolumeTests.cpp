@@ -188,7 +188,8 @@ TEST_P(VolumeTest, historySharesBlocksOrSaysThatItCannot) {
     expectGrowth("restore");
     if (kind.clones)
         for (const char* name : names) expectShared(on->file(name), on->kept(name));
-    (void)vault.restore(entry.id); // moves the project aside
+    on->write("one.bin", "changed"); // else it is there as it was saved
+    (void)vault.restore(entry.id);   // moves the project aside
     expectGrowth("restore from the vault");
     if (kind.clones)
         for (const char* name : names) expectShared(on->file(name), saved + name);

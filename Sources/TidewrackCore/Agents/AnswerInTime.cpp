@@ -35,7 +35,7 @@ std::optional<HookOutput> decoded(const std::string& message) {
     const auto zero = message.find('\0', 2);
     if (message.size() < 4 || zero == message.npos || !message.ends_with('\n')) return std::nullopt;
     HookOutput output;
-    output.exitCode = message[0];
+    output.exitCode = static_cast<unsigned char>(message[0]);
     if ((message[1] & 1) != 0) output.standardOutput = message.substr(2, zero - 2);
     if ((message[1] & 2) != 0) output.standardError = message.substr(zero + 1, message.size() - zero - 2);
     return output;

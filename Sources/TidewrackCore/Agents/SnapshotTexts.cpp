@@ -22,7 +22,7 @@ std::string unreadText(const Warning& warning) {
     const std::string what = count == 0   ? folder
                              : count == 1 ? (warning.path.empty() ? entry : folder + "/" + entry)
                                           : std::to_string(count) + " entries of " + folder;
-    const std::string text = "couldn't read " + what + ": " + warning.failure.text() + "; ";
+    std::string text = "couldn't read " + what + ": " + warning.failure.text() + "; ";
     const char* kept = warning.isOfSnapshot ? "recorded" : "taken";
     switch (warning.kept) {
     case Kept::nothing: return text + (warning.isOfSnapshot ? "not saved" : "left out");

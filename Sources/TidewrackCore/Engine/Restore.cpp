@@ -142,7 +142,8 @@ void giveAttributes(const Project& project, const History& history, const Restor
         if (!kept) continue;
         if (old && ::fstat(old.get(), &there) == 0 && S_ISREG(there.st_mode) && ::fchmod(kept.get(), 0644) == 0) {
             copyOpenExtendedAttributes(old.get(), kept.get());
-            (void)::fchmod(kept.get(), 0444);
+            if (::fchmod(kept.get(), 0444) != 0)
+                throw TidewrackError::io("write", history.blobPath(item->entry.blob), errno);
         }
         if (::geteuid() == 0 && (::fstatat(place.folder, place.name, &there, AT_SYMLINK_NOFOLLOW) == 0 ||
                                  ::fstat(place.folder, &there) == 0))
