@@ -122,7 +122,7 @@ std::string numberedName(int folder, std::string_view name, std::int64_t number)
 std::string giveFreeName(Place aside, std::string_view name, bool& bothNames) {
     constexpr int most = 10'000; // for volumes that call every name taken
     for (int number = 1; number < most; ++number) {
-        const std::string found = numberedName(aside.folder, name, number);
+        std::string found = numberedName(aside.folder, name, number);
         const int error = giveName(aside, {aside.folder, found.c_str()}, bothNames);
         if (error == 0) return found;
         if (error != EEXIST) break;
