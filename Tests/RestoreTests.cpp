@@ -65,8 +65,8 @@ TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     f.write("project/huge", "more than ten bytes");
     f.write("project/a.txt", "also more than ten bytes");
     EXPECT_EQ(warningTexts(engine.restore(project, 1, std::nullopt, true)),
-              (Lines{"couldn't restore a.txt: it couldn't be saved first (it was larger than the size limit)",
-                     "couldn't restore huge: it couldn't be saved first (it was larger than the size limit)"}));
+              (Lines{"couldn't restore huge: it couldn't be saved first (it was larger than the size limit)",
+                     "couldn't restore a.txt: it couldn't be saved first (it was larger than the size limit)"}));
     EXPECT_EQ(f.read("project/huge") + f.read("project/a.txt"), "more than ten bytesalso more than ten bytes");
     engine.snapshot(project, {"manual", {}, {}, {}, {}});
     f.remove("project/huge");
