@@ -174,18 +174,8 @@ class Saving {
             if (!isAtOrBelow(gone, project.root)) continue;
             const std::string_view relative = std::string_view(gone).substr(joined(project.root, "").size());
             saveUnkept(project, manifest, relative);
-            if (!lists(manifest, relative) && exists(gone)) keepLeftOut(gone);
+            if (!manifest.lists(relative) && exists(gone)) keepLeftOut(gone);
         }
-    }
-
-    // Whether the listing has an item at the path or below it.
-    static bool lists(const Manifest& manifest, std::string_view path) {
-        const auto isBefore = [](const Manifest::Item& item, std::string_view other) { return item.path < other; };
-        const auto& items = manifest.items();
-        const auto at = std::lower_bound(items.begin(), items.end(), path, isBefore);
-        if (at != items.end() && at->path == path) return true;
-        const auto below = std::lower_bound(at, items.end(), joined(path, ""), isBefore);
-        return below != items.end() && isAtOrBelow(below->path, path);
     }
 
     // Snapshots leave out what is made anew by a build or a download. A copy is worth no room, but where it takes none

@@ -36,7 +36,7 @@ Selection select(const History& history, std::int64_t seq, const std::vector<std
                  ExportResult& result) {
     Selection selection{history.manifest(history.snapshot(seq)), {}};
     for (const std::string& path : paths)
-        if (!path.empty() && selection.manifest.find(path) == nullptr && !selection.manifest.listsBelow(path))
+        if (!path.empty() && !selection.manifest.lists(path))
             throw TidewrackError::refused(path + " isn't in snapshot #" + std::to_string(seq) + ".");
     for (const Manifest::Item& item : selection.manifest.items()) {
         const bool asked = paths.empty() || std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {

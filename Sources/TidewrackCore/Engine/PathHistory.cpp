@@ -114,7 +114,7 @@ class Trail {
     bool step(std::size_t before, std::int64_t shownIn, Engine::Sides sides) {
         const Manifest::Item* added = nullptr;
         for (const Manifest* side : {&sides.older, &sides.newer})
-            result_.known = result_.known || path_.empty() || side->find(path_) != nullptr || side->listsBelow(path_);
+            result_.known = result_.known || path_.empty() || side->lists(path_);
         PathStep step{before, shownIn, {}, Changes::between(sides.older, sides.newer).within({path_}), path_, {}};
         if (step.changes.fileCounts().sum() == 0) return true;
         step.sides = std::move(sides);

@@ -100,6 +100,8 @@ class Manifest {
     [[nodiscard]] std::size_t size() const { return items_->size(); }
     // The entry at `path`, by binary search; nullptr when there is none.
     [[nodiscard]] const Entry* find(std::string_view path) const;
+    // Whether anything is listed at the path or below it.
+    [[nodiscard]] bool lists(std::string_view path) const { return find(path) != nullptr || listsBelow(path); }
     // Whether anything is listed whose path begins with `folder` + "/".
     [[nodiscard]] bool listsBelow(std::string_view folder) const;
     // Whether the folder is listed as one that git ignores.

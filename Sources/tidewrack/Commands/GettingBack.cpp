@@ -66,9 +66,7 @@ void refuseUnknown(Invocation& call, const Project& project, std::int64_t seq, c
             manifest = history.manifest(history.snapshot(seq));
         }
         const auto names = volumeIgnoresCase(project.root) ? asListed({relative}, {&*manifest}) : std::vector{relative};
-        const auto isListed = [&](const std::string& name) {
-            return manifest->find(name) != nullptr || manifest->listsBelow(name);
-        };
+        const auto isListed = [&](const std::string& name) { return manifest->lists(name); };
         if (std::any_of(names.begin(), names.end(), isListed)) continue;
         const std::string& word = call.args.positional[i + 1];
         throw CliError(word + " is neither in snapshot #" + std::to_string(seq) + " nor in the folder" +

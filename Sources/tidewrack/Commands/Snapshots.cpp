@@ -23,8 +23,7 @@ namespace {
 
 void warnOfUnknown(Invocation& call, const Engine::Sides& sides, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
-        const auto knows = [&](const Manifest& side) { return side.find(path) != nullptr || side.listsBelow(path); };
-        if (!path.empty() && !knows(sides.older) && !knows(sides.newer)) call.warn({path + " is on neither side"});
+        if (!path.empty() && !sides.older.lists(path) && !sides.newer.lists(path)) call.warn({path + " is on neither side"});
     }
 }
 
@@ -71,7 +70,7 @@ bool isPath(Invocation& call, const Project& project, std::int64_t from, const s
     const History history = call.store().history(project);
     const Manifest manifest = history.manifest(history.snapshot(from));
     const std::string path = Engine::relative(project, call.absolute(word));
-    return manifest.find(path) != nullptr || manifest.listsBelow(path);
+    return manifest.lists(path);
 }
 
 Compared compared(Invocation& call, const Project& project, const SnapshotWord& fromWord) {
