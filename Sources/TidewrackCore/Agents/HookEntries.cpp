@@ -1,6 +1,7 @@
 #include "Agents/HookEntries.hpp"
 
 #include "Support/Json.hpp"
+#include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -116,14 +117,7 @@ bool hasGroups(Agent agent) {
 std::string shellQuote(std::string_view text) {
     const auto plain = [](char c) { return isAsciiWord(c) || std::string_view("/._-+").find(c) != std::string::npos; };
     if (std::all_of(text.begin(), text.end(), plain)) return std::string(text);
-    std::string quoted = "'";
-    for (const char c : text) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + '\'';
+    return singleQuoted(text);
 }
 
 std::optional<std::string> programOf(std::string_view command) {

@@ -4,6 +4,7 @@
 #include "Shell/NameFilter.hpp"
 #include "Shell/Quotes.hpp"
 #include "Shell/Wrappers.hpp"
+#include "Support/Text.hpp"
 
 #include <algorithm>
 #include <array>
@@ -81,20 +82,14 @@ std::string filledIn(std::string text, std::string_view operand) {
 }
 
 std::string asWord(const Word& word) {
-    if (word.glob) return word.text;
-    std::string quoted = "'";
-    for (const char c : word.text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    return quoted + "'";
+    return word.glob ? word.text : singleQuoted(word.text);
 }
 
 // parallel COMMAND ::: OPERAND...: a shell runs the command once for each operand; without ":::" it reads them.
 NestedText parallelText(std::span<const Word> arguments) {
     std::size_t begin = 0;
     while (begin < arguments.size() && isOption(arguments[begin]) && arguments[begin].text != ":::"sv)
-        begin +=
-            std::find(parallelOptions.begin(), parallelOptions.end(), arguments[begin].text) != parallelOptions.end()
-                ? 2U
-                : 1U;
+        begin += isIn(parallelOptions, arguments[begin].text) ? 2U : 1U;
     arguments = arguments.subspan(std::min(begin, arguments.size()));
     const auto list = std::find_if(arguments.begin(), arguments.end(),
                                    [](const Word& word) { return word.text == ":::"sv || word.text == ":::+"sv; });

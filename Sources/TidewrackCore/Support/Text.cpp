@@ -99,6 +99,17 @@ std::string escapedControls(std::string_view text, Tabs tabs) {
     return result;
 }
 
+std::string singleQuoted(std::string_view text) {
+    std::string quoted = "'";
+    for (const char c : text) {
+        if (c == '\'')
+            quoted += "'\\''";
+        else
+            quoted += c;
+    }
+    return quoted + '\'';
+}
+
 std::size_t characterLength(std::string_view text) {
     if (text.empty()) return 0;
     if (plainAscii(text, 0) && (text.size() == 1 || plainAscii(text, 1)))

@@ -20,6 +20,9 @@ namespace tidewrack {
 enum class Tabs { escaped, kept };
 [[nodiscard]] std::string escapedControls(std::string_view text, Tabs tabs = Tabs::escaped);
 
+// The text as one word for a shell, in single quotes.
+[[nodiscard]] std::string singleQuoted(std::string_view text);
+
 // The length in bytes (1 or more) of the user-perceived character (extended grapheme cluster, UAX #29)
 // that `text` begins with; 0 when `text` is empty. Bytes that are not UTF-8 count one character each.
 // A CR LF pair is one character.

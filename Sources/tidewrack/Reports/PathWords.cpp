@@ -46,9 +46,7 @@ std::string shellWord(std::string_view text) {
     };
     if (!text.empty() && std::all_of(text.begin(), text.end(), isPlain)) return std::string(text);
     if (escapedControls(text) != text) return ansiQuoted(text);
-    std::string word = "'";
-    for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return word + "'";
+    return singleQuoted(text);
 }
 
 } // namespace tidewrack
