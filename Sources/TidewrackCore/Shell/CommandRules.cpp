@@ -390,7 +390,7 @@ void Examination::lookAtRemoved(const Rule& rule, Words command) const {
     effects_.lookAtOwn(cwd_, Extent::item, Links::followed);
     for (const Word* operand : operandsOf(arguments, rule.letters, rule.options).words) {
         const std::size_t slash = operand->text.rfind('/', operand->text.find("{}"));
-        if (operand->unknown || operand->text.find("{}") == std::string::npos || slash == std::string::npos) continue;
+        if (operand->unknown || !isFound(*operand) || slash == std::string::npos) continue;
         effects_.lookAtOwn(absolutePath(operand->text.substr(0, slash + 1), cwd_),
                            isRecursive(arguments) ? Extent::removed : Extent::item, Links::followed);
     }
@@ -478,10 +478,6 @@ Act actOf(const Rule& rule, Words arguments, std::size_t nesting) {
     const bool writes = rule.apply == &E::editInPlace || rule.apply == &E::truncate || rule.apply == &E::tee ||
                         rule.apply == &E::copyBlocks;
     return writes ? Act::destroyed : Act::guessed;
-}
-
-bool isFound(const Word& word) {
-    return word.text.find("{}") != std::string::npos;
 }
 
 Act actOfProgram(const Program& program, std::size_t nesting);

@@ -133,6 +133,10 @@ std::size_t fdCommandAt(Words arguments) {
 
 } // namespace
 
+bool isFound(const Word& word) {
+    return word.text.find("{}") != std::string::npos;
+}
+
 void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     for (std::size_t index = 0; index + 1 < arguments.size(); ++index)
         if (isIn(findWrites, arguments[index].text)) effects.write(arguments[index + 1], cwd);

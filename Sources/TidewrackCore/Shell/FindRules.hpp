@@ -11,6 +11,9 @@
 
 namespace tidewrack::shell {
 
+// Whether the word stands for what was found, or holds that: {}.
+[[nodiscard]] bool isFound(const Word& word);
+
 // Adds what find does with these arguments in the folder `cwd`.
 void examineFind(std::span<const Word> arguments, const std::string& cwd, Effects& effects);
 

@@ -201,7 +201,6 @@ void Guard::takeFind(const std::vector<Word>& words, const std::string& folder) 
         if (command.empty()) continue;
         const auto nested = nestedText(command);
         if (!nested && !hasOperandsOfItsOwn(commandName(command.front()))) continue;
-        const auto isFound = [](const Word& word) { return word.text.find("{}") != std::string::npos; };
         for (Word& word : command)
             if (isFound(word) && !(nested && word.text == nested->text)) word = Word{.unknown = true};
         if (nested)
