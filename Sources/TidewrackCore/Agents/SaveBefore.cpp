@@ -61,6 +61,11 @@ std::string reasonFor(NotSaved reason, const Vault& vault) {
     return {};
 }
 
+// Whether the command takes the target, or the content of the file at `end`, to which it leads.
+bool goes(const shell::Decision& decision, const std::string& target, const std::string& end) {
+    return isIn(decision.removed, target) || (!isIn(decision.keptWhole, target) && isFile(end));
+}
+
 void noteUnsaved(const HookContext& context, const std::string& path, const std::string& reason, SavedBefore& saved) {
     const auto project = Store::projectContaining(path, context.projects());
     const std::string& lasting = project ? project->root : context.handler.home;
@@ -259,8 +264,7 @@ class Saving {
         const bool isLink = end != place;
         named_.push_back(place);
         if (isLink) named_.push_back(end);
-        if (isIn(decision_.removed, target) || (!isIn(decision_.keptWhole, target) && isFile(end)))
-            destroyed_.insert(destroyed_.end(), {target, end});
+        if (goes(decision_, target, end)) destroyed_.insert(destroyed_.end(), {target, end});
         if (!addHolder(isLink ? std::string(parentOf(place)) : place)) {
             outside_.push_back(target);
             if (isIn(decision_.thinned, target)) destroyed_.insert(destroyed_.end(), {target, end});
@@ -324,8 +328,7 @@ SavedBefore nothingSaved(const HookContext& context, const shell::Decision& deci
     SavedBefore saved;
     saved.notSnapshotted = why;
     for (const std::string& target : decision.targets) {
-        const bool goes = isIn(decision.removed, target) || (!isIn(decision.keptWhole, target) && isFile(target));
-        if (goes && exists(target)) noteUnsaved(context, target, why, saved);
+        if (goes(decision, target, target) && exists(target)) noteUnsaved(context, target, why, saved);
     }
     return saved;
 }
