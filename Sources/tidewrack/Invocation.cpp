@@ -138,9 +138,10 @@ void Invocation::warn(const std::vector<Warning>& warnings) {
     warn(warningTexts(warnings));
 }
 
-void Invocation::warnOfUnread(const std::vector<UnreadRecord>& unread) {
+void Invocation::warnOfUnread(const std::vector<UnreadRecord>& unread, const std::string& root) {
+    const std::string where = root.empty() ? "#" : "in " + root + " #";
     for (const UnreadRecord& record : unread)
-        warn(std::vector<std::string>{"#" + std::to_string(record.seq) + " is left out: " + record.reason});
+        warn(std::vector<std::string>{where + std::to_string(record.seq) + " is left out: " + record.reason});
 }
 
 } // namespace tidewrack

@@ -59,7 +59,7 @@ class Invocation {
     void warn(const std::vector<std::string>& warnings);
     void warn(const std::vector<Warning>& warnings);
     // The same of records that cost what they alone tell.
-    void warnOfUnread(const std::vector<UnreadRecord>& unread);
+    void warnOfUnread(const std::vector<UnreadRecord>& unread, const std::string& root = {}); // of another project
 
   private:
     Look look_;

@@ -269,9 +269,7 @@ void warnOfUnreadSince(Invocation& call, const Project& other, const TurnUndo& u
     for (const SnapshotMeta& meta : undo.records())
         if (meta.created < began) before = meta.seq;
     for (const UnreadRecord& record : undo.unread())
-        if (record.seq > before)
-            call.warn(std::vector<std::string>{"in " + other.root + " #" + std::to_string(record.seq) +
-                                               " is left out: " + record.reason});
+        if (record.seq > before) call.warnOfUnread({record}, other.root);
 }
 
 // Carried out, or planned, where the same turn worked as well.
