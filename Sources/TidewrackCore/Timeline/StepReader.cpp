@@ -146,8 +146,7 @@ void StepReader::noteOwners(const TimelineRow& row, const Stretch& stretch, Undo
 }
 
 const SnapshotMeta& StepReader::record(std::int64_t seq) const {
-    const auto found = std::lower_bound(records_.begin(), records_.end(), seq,
-                                        [](const SnapshotMeta& meta, std::int64_t n) { return meta.seq < n; });
+    const auto found = firstFrom(records_, seq);
     if (found == records_.end() || found->seq != seq) throw TidewrackError::noSnapshot(seq);
     return *found;
 }

@@ -305,9 +305,7 @@ class Grouping {
     }
 
     [[nodiscard]] std::size_t placeOf(std::int64_t seq) const {
-        const auto found = std::lower_bound(records_.begin(), records_.end(), seq,
-                                            [](const SnapshotMeta& meta, std::int64_t n) { return meta.seq < n; });
-        return static_cast<std::size_t>(found - records_.begin());
+        return static_cast<std::size_t>(firstFrom(records_, seq) - records_.begin());
     }
 
     // --- How rows relate to each other ---
@@ -401,8 +399,7 @@ std::vector<const TimelineRow*> Timeline::rowsThatLedTo(std::int64_t seq, std::s
         for (const Stretch& stretch : row.stretches)
             if (stretch.from < seq && seq <= stretch.to) (row.type == Type::turn ? turns : others).push_back(&row);
     if (turns.size() < 2) return turns.empty() ? others : turns;
-    const auto at = std::lower_bound(records.begin(), records.end(), seq,
-                                     [](const SnapshotMeta& meta, std::int64_t n) { return meta.seq < n; });
+    const auto at = firstFrom(records, seq);
     if (at == records.begin() || at == records.end()) return turns;
     const auto named = [&](const TimelineRow* row) {
         return std::any_of(edits.begin(), edits.end(), [&](const NotedEdit& edit) {
@@ -418,6 +415,11 @@ std::vector<const TimelineRow*> Timeline::rowsThatLedTo(std::int64_t seq, std::s
 std::string spanText(std::int64_t first, std::int64_t last) {
     const std::string text = "#" + std::to_string(first);
     return first == last ? text : text + "–#" + std::to_string(last);
+}
+
+std::vector<SnapshotMeta>::const_iterator firstFrom(const std::vector<SnapshotMeta>& records, std::int64_t seq) {
+    return std::lower_bound(records.begin(), records.end(), seq,
+                            [](const SnapshotMeta& meta, std::int64_t n) { return meta.seq < n; });
 }
 
 Date endOf(const SnapshotMeta& meta) {

@@ -109,6 +109,10 @@ struct Timeline {
 // "#3–#5", or "#3" for one snapshot.
 [[nodiscard]] std::string spanText(std::int64_t first, std::int64_t last);
 
+// The first of these records, which ascend, with at least this number.
+[[nodiscard]] std::vector<SnapshotMeta>::const_iterator firstFrom(const std::vector<SnapshotMeta>& records,
+                                                                  std::int64_t seq);
+
 // When a snapshot was complete.
 [[nodiscard]] Date endOf(const SnapshotMeta& meta);
 
