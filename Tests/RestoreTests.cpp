@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <new>
+#include <string_view>
 #include <tuple>
 
 using namespace tidewrack;
@@ -65,8 +67,8 @@ TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     f.write("project/huge", "more than ten bytes");
     f.write("project/a.txt", "also more than ten bytes");
     EXPECT_EQ(warningTexts(engine.restore(project, 1, std::nullopt, true)),
-              (Lines{"couldn't restore huge: it couldn't be saved first (it was larger than the size limit)",
-                     "couldn't restore a.txt: it couldn't be saved first (it was larger than the size limit)"}));
+              (Lines{"couldn't restore a.txt: it couldn't be saved first (it was larger than the size limit)",
+                     "couldn't restore huge: it couldn't be saved first (it was larger than the size limit)"}));
     EXPECT_EQ(f.read("project/huge") + f.read("project/a.txt"), "more than ten bytesalso more than ten bytes");
     engine.snapshot(project, {"manual", {}, {}, {}, {}});
     f.remove("project/huge");
@@ -133,6 +135,18 @@ TEST_F(RestoreTest, clearsUpWhatAKilledRestoreLeft) {
     EXPECT_EQ(f.listing("project"), before);
     world.ok({"restore", "2"});
     EXPECT_EQ(f.read("project/.tidewrack-12-3"), "the user's own, with a name like ours");
+}
+
+// A copy may have been cut short anywhere, so the next restore looks for what is left of it.
+TEST_F(RestoreTest, remembersThatItRanOutOfMemory) {
+    Engine engine(world.store());
+    engine.progress = [](const char* what, std::size_t) {
+        if (std::string_view(what) == "restored") throw std::bad_alloc();
+    };
+    f.remove("project/a.txt");
+    const RestoreResult result = engine.restore(world.project(), 1, std::nullopt, true);
+    EXPECT_EQ(warningTexts(result).front(), "couldn't restore a.txt: Cannot allocate memory");
+    EXPECT_TRUE(result.leavesTemporaries);
 }
 
 TEST_F(RestoreTest, givesAFileItsNameBackThatAKilledRestoreHadMovedAside) {

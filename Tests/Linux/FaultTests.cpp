@@ -170,6 +170,9 @@ class Attempt {
                            [&](const std::string& content) { return content.find(text) != content.npos; });
     }
 
+    // The same of the files that people see.
+    [[nodiscard]] bool shows(const std::string& text) const { return scene_.project().find(text) != std::string::npos; }
+
     // The same for a snapshot that is taken now.
     [[nodiscard]] bool nextSnapshotHolds(const std::string& text) const {
         scene_.world.ok({"snap"});
@@ -422,6 +425,24 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
                 reached += atEveryCall(
                     operation, [&, how = kind](std::size_t) { return how; }, check, volume);
         EXPECT_GT(reached, 4U);
+    }
+}
+
+// Whatever goes wrong while a rename is taken back, people find the file under one of its names.
+TEST(FaultsOfOthers, aRenameTakenBackLeavesOneOfTheNames) {
+    const Operation back{"a rename taken back", {"restore", "4"}, [](Scene& scene) {
+                             scene.history();
+                             scene.f.write("project/from", "has one name");
+                             scene.world.ok({"snap"});
+                             EXPECT_EQ(::rename(scene.f.at("project/from").c_str(), scene.f.at("project/to").c_str()),
+                                       0);
+                         }};
+    for (const std::string& kind :
+         {std::string("death"), std::string("power cut"), std::to_string(ENOSPC), std::to_string(EIO)}) {
+        const std::size_t calls = atEveryCall(
+            back, [&](std::size_t) { return kind; },
+            [](Attempt& attempt) { EXPECT_TRUE(attempt.shows("has one name")) << attempt.trace() << attempt.call(); });
+        EXPECT_GT(calls, 4U);
     }
 }
 

@@ -1,5 +1,8 @@
 #include "Model/Expected.hpp"
 
+#include <algorithm>
+#include <iterator>
+
 namespace tidewrack::testing {
 
 namespace {
@@ -8,16 +11,23 @@ bool closed(const Node& folder) {
     return (folder.mode & 0700) != 0700;
 }
 
-// Follows a restore in memory: files are removed, then folders; folders are made, then files. A path that holds what
-// history has not kept stays as it is, with a warning.
+// Follows a restore in memory: what stands in the way is removed; folders are made, then files; then the rest is
+// removed. A path that holds what history has not kept stays as it is, with a warning, and so does one that has the
+// content of a file that could not be written.
 class Expectation {
   public:
     explicit Expectation(const RestoreTask& task) : task_(task) { out_.after = task.before; }
 
     RestoreOutcome work() {
-        removals();
+        const Paths goes = removals();
+        const Paths obstructing = obstructingAmong(goes);
+        remove(obstructing);
         folders();
         writes();
+        Paths rest;
+        std::set_difference(goes.begin(), goes.end(), obstructing.begin(), obstructing.end(),
+                            std::inserter(rest, rest.end()));
+        remove(withoutLastCopies(rest));
         finish();
         out_.warned.merge(kept_);
         return std::move(out_);
@@ -65,8 +75,20 @@ class Expectation {
         out_.disturbed.insert(parentPath(path));
     }
 
-    void removals() {
-        std::vector<std::string> folders;
+    [[nodiscard]] bool isMade(const std::string& path, const Node& wanted) const {
+        const Node* now = listedBefore(path);
+        return wanted.isFolder() && !wanted.ignored && task_.scope(path) && !covered(path) &&
+               (now == nullptr || !now->isFolder());
+    }
+
+    [[nodiscard]] bool isToWrite(const std::string& path, const Node& wanted) const {
+        const Node* now = listedBefore(path);
+        return !wanted.isFolder() && task_.scope(path) && (now == nullptr || isOther(*now, wanted));
+    }
+
+    // What is to go.
+    Paths removals() {
+        Paths goes;
         for (const auto& [path, node] : task_.before) {
             if (!node.listed || !task_.scope(path)) continue;
             const Node* wanted = find(task_.target, path);
@@ -76,8 +98,51 @@ class Expectation {
                 continue;
             }
             const bool otherKind = wanted != nullptr && wanted->isFolder() != node.isFolder();
-            if (wanted == nullptr ? !task_.removeNew : !otherKind) continue;
-            planned_.insert(path);
+            if (wanted == nullptr ? task_.removeNew : otherKind) goes.insert(path);
+        }
+        planned_ = goes;
+        return goes;
+    }
+
+    // At or below a file to be written, or where a folder is needed.
+    [[nodiscard]] Paths obstructingAmong(const Paths& goes) const {
+        Paths obstructing;
+        Paths files;
+        Paths folders;
+        for (const auto& [path, wanted] : task_.target) {
+            const bool isFile = isToWrite(path, wanted) && !wanted.tooLarge();
+            if (isFile) files.insert(path);
+            if (isFile || isMade(path, wanted))
+                for (std::string at = path; !at.empty(); at = parentPath(at)) folders.insert(at);
+        }
+        for (const std::string& path : goes) {
+            bool isBelow = false;
+            for (std::string at = path; !at.empty(); at = parentPath(at)) isBelow = isBelow || files.contains(at);
+            if (isBelow || folders.contains(path)) obstructing.insert(path);
+        }
+        return obstructing;
+    }
+
+    [[nodiscard]] Paths withoutLastCopies(Paths goes) {
+        Paths last;
+        for (const std::string& path : goes) {
+            const Node& node = task_.before.at(path);
+            if (node.isFolder() || node.tooLarge() || node.size == 0) continue;
+            for (const auto& [other, wanted] : task_.target)
+                if (isToWrite(other, wanted) && !wanted.tooLarge() && out_.warned.contains(other) &&
+                    wanted.kind == node.kind && wanted.text == node.text)
+                    last.insert(path);
+        }
+        for (const std::string& path : last)
+            for (std::string at = path; !at.empty(); at = parentPath(at)) goes.erase(at);
+        out_.warned.merge(last);
+        return goes;
+    }
+
+    void remove(const Paths& goes) {
+        std::vector<std::string> folders;
+        for (const std::string& path : goes) {
+            const Node& node = task_.before.at(path);
             if (node.isFolder())
                 folders.push_back(path);
             else if (node.tooLarge())
@@ -129,8 +194,7 @@ class Expectation {
 
     void writes() {
         for (const auto& [path, wanted] : task_.target) {
-            const Node* now = listedBefore(path);
-            if (wanted.isFolder() || !task_.scope(path) || (now != nullptr && !isOther(*now, wanted))) continue;
+            if (!isToWrite(path, wanted)) continue;
             if (!wanted.tooLarge()) planned_.insert(path);
             if (wanted.tooLarge() || out_.warned.contains(path) || !parentsStand(path)) {
                 out_.warned.insert(path);

@@ -27,6 +27,7 @@ struct Obstacle {
         parentUnreachable, // `parent`, `error`
         parentIsLink,      // `parent`; `detail` is where it leads
         parentIsFile,      // `parent`
+        contentNotBack,    // that of what is there could not be restored as `detail`, and would have no name at all
         notInSnapshot,     // the path was asked for by name, and the snapshot gone back to lacks it
     };
 

@@ -2,8 +2,10 @@
 
 #include "Changes/Changes.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Text.hpp"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace tidewrack {
 
@@ -134,6 +136,36 @@ RestorePlan planRestore(const RestoreInput& input) {
     }
     planClosedFolders(input, plan);
     return plan;
+}
+
+Removals takeObstructing(RestorePlan& plan, bool ignoresCase) {
+    Removals taken;
+    if (plan.removeFiles.empty() && plan.removeFolders.empty()) return taken;
+    const auto name = [&](std::string_view path) { return ignoresCase ? caseFolded(path) : std::string(path); };
+    std::unordered_set<std::string> needed;  // what is made, and the folders around it
+    std::unordered_set<std::string> cleared; // nothing may be there
+    for (const auto* list : {&plan.makeFolders, &plan.writes})
+        for (const Manifest::Item* item : *list)
+            for (std::string at = name(item->path); !at.empty() && needed.insert(at).second;)
+                at = std::string(parentOf(at));
+    for (const Manifest::Item* item : plan.writes) cleared.insert(name(item->path));
+    const auto isInCleared = [&](std::string at) {
+        while (!at.empty() && !cleared.contains(at)) at = std::string(parentOf(at));
+        return !at.empty();
+    };
+    for (const Manifest::Item* item : plan.removeFolders) // one that has to go goes with all that is in it
+        if (std::string at = name(item->path); needed.contains(at)) cleared.insert(std::move(at));
+    const auto take = [&](RestorePlan::Items& from, RestorePlan::Items& to) {
+        std::erase_if(from, [&](const Manifest::Item* item) {
+            std::string at = name(item->path);
+            if (!needed.contains(at) && !isInCleared(std::move(at))) return false;
+            to.push_back(item);
+            return true;
+        });
+    };
+    take(plan.removeFiles, taken.files);
+    take(plan.removeFolders, taken.folders);
+    return taken;
 }
 
 std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current) {

@@ -44,6 +44,15 @@ struct RestoreInput {
     std::set<std::string, std::less<>> lost{};
 };
 
+struct Removals {
+    RestorePlan::Items files;
+    RestorePlan::Items folders; // contents before their folder
+};
+
+// Takes out of the plan's removals those without which something can't be made or written: what is at its path or below
+// it, and a file where it needs a folder. `ignoresCase`: the volume takes several spellings for one name.
+[[nodiscard]] Removals takeObstructing(RestorePlan& plan, bool ignoresCase);
+
 // The plan points into both manifests, which must outlive it.
 [[nodiscard]] RestorePlan planRestore(const RestoreInput& input);
 // What becomes of every path when the plan is carried out and nothing changes until then.

@@ -2,8 +2,10 @@
 
 #include "Engine/KeptContent.hpp"
 #include "Engine/SafeReplace.hpp"
+#include "Engine/SameContent.hpp"
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
+#include "Platform/Volumes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
 #include "Walk/Walker.hpp"
@@ -51,7 +53,8 @@ bool isAsWritten(const Attributes& attributes, const Entry& wanted) {
 
 RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manifest& target,
                        const TakenSnapshot& safety, Temporaries& names)
-    : engine_(engine), target_(target), safety_(safety), names_(names), files_(-1), parents_(files_) {
+    : engine_(engine), ignoresCase_(volumeIgnoresCase(project.root)), target_(target), safety_(safety), names_(names),
+      files_(-1), parents_(files_) {
     if (const int error = openFolder(project.root, root_)) throw TidewrackError::io("read", project.root, error);
     files_ = FolderBelow(root_.get());
     // A link there is the user's, who has put the contents on another volume.
@@ -65,11 +68,14 @@ void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>
     nestedRoots_ = nestedRoots;
     result_.outcomes = std::move(plan.left);
     open(plan.closedFolders);
-    remove(plan);
+    // Of a renamed file one name is there at any time: the old one is made before the new one is removed.
+    const Removals first = takeObstructing(plan, ignoresCase_);
+    remove(first.files, first.folders);
     files_.forget();
-    makeFolders(plan);
+    makeFolders(plan.makeFolders);
     write(plan.writes);
     files_.forget();
+    removeRest(plan);
     finishFolders(plan);
     bringToDisk();
 }
@@ -116,10 +122,10 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
     return obstacle ? Standing::unsafe : Standing::safe;
 }
 
-void RestoreRun::remove(const RestorePlan& plan) {
-    for (const Manifest::Item* item : plan.removeFiles) removeFile(*item);
+void RestoreRun::remove(const RestorePlan::Items& files, const RestorePlan::Items& folders) {
+    for (const Manifest::Item* item : files) removeFile(*item);
     files_.forget();
-    for (const Manifest::Item* item : plan.removeFolders) {
+    for (const Manifest::Item* item : folders) {
         files_.forget(); // the open parent may be the next to be removed
         const int error = files_.removeFolder(item->path);
         if (error == 0)
@@ -154,8 +160,103 @@ void RestoreRun::removeFile(const Manifest::Item& item) {
     leave(item.path, action, std::move(obstacle));
 }
 
-void RestoreRun::makeFolders(const RestorePlan& plan) {
-    for (const Manifest::Item* item : plan.makeFolders) {
+// What holds the content of a write that failed stays until another removal has made room for that write. After a power
+// cut, too, nothing is gone whose content is not back.
+void RestoreRun::removeRest(RestorePlan& plan) {
+    if (plan.removeFiles.empty() && plan.removeFolders.empty()) return;
+    if (!plan.removeFiles.empty()) bringToDisk();
+    const Removals kept = takeLastCopies(plan);
+    remove(plan.removeFiles, plan.removeFolders);
+    files_.forget();
+    if (!plan.removeFiles.empty()) retryForWantOfRoom(plan);
+    RestorePlan::Items left;
+    std::copy_if(plan.writes.begin(), plan.writes.end(), std::back_inserter(left),
+                 [&](const Manifest::Item* item) { return isLeft(item->path); });
+    Removals rest;
+    for (const Manifest::Item* item : kept.files) {
+        if (const Manifest::Item* other = leftWithContentOf(*item, left))
+            leave(item->path, Action::notRemoved, {Reason::contentNotBack, 0, {}, std::string(other->path)});
+        else
+            rest.files.push_back(item);
+    }
+    const auto holdsLeft = [&](const Manifest::Item* folder) {
+        return std::any_of(kept.files.begin(), kept.files.end(), [&](const Manifest::Item* item) {
+            return isLeft(item->path) && isAtOrBelow(item->path, folder->path);
+        });
+    };
+    std::copy_if(kept.folders.begin(), kept.folders.end(), std::back_inserter(rest.folders),
+                 [&](const Manifest::Item* folder) { return !holdsLeft(folder); });
+    remove(rest.files, rest.folders);
+    files_.forget();
+}
+
+// Takes the files and links out of the plan's removals that hold what could not be written, and the folders around
+// them.
+Removals RestoreRun::takeLastCopies(RestorePlan& plan) const {
+    Removals kept;
+    RestorePlan::Items left;
+    std::copy_if(plan.writes.begin(), plan.writes.end(), std::back_inserter(left),
+                 [&](const Manifest::Item* item) { return isLeft(item->path); });
+    if (left.empty()) return kept;
+    std::set<std::string_view> around;
+    std::erase_if(plan.removeFiles, [&](const Manifest::Item* item) {
+        if (leftWithContentOf(*item, left) == nullptr) return false;
+        kept.files.push_back(item);
+        for (std::string_view at = parentOf(item->path); !at.empty(); at = parentOf(at)) around.insert(at);
+        return true;
+    });
+    std::erase_if(plan.removeFolders, [&](const Manifest::Item* item) {
+        if (!around.contains(item->path)) return false;
+        kept.folders.push_back(item);
+        return true;
+    });
+    return kept;
+}
+
+const Manifest::Item* RestoreRun::leftWithContentOf(const Manifest::Item& item, const RestorePlan::Items& left) const {
+    const auto isSame = [&](const Manifest::Item* other) {
+        const Entry& a = item.entry;
+        const Entry& b = other->entry;
+        if (a.kind != b.kind || a.size != b.size || a.size == 0 || !a.isKept()) return false;
+        if (a.blob == b.blob) return true;
+        const std::string first(a.blob);
+        const std::string second(b.blob);
+        const Place one{blobs_.get(), first.c_str()};
+        const Place two{blobs_.get(), second.c_str()};
+        return a.kind == EntryKind::file ? sameContent(one, two) : sameLink(one, two);
+    };
+    const auto found = std::find_if(left.begin(), left.end(), isSame);
+    return found == left.end() ? nullptr : *found;
+}
+
+// Once more what the full disk had no room for before something was removed.
+void RestoreRun::retryForWantOfRoom(const RestorePlan& plan) {
+    std::set<std::string_view> refused;
+    for (const PathOutcome& outcome : result_.outcomes)
+        if (outcome.obstacle.error == ENOSPC || outcome.obstacle.error == EDQUOT) refused.insert(outcome.path);
+    if (refused.empty()) return;
+    const auto again = [&](const RestorePlan::Items& items) {
+        RestorePlan::Items found;
+        for (const Manifest::Item* item : items)
+            if (refused.contains(item->path) && isLeft(item->path)) found.push_back(item);
+        return found;
+    };
+    const RestorePlan::Items folders = again(plan.makeFolders);
+    const RestorePlan::Items writes = again(plan.writes);
+    std::set<std::string_view> retried;
+    for (const auto* list : {&folders, &writes})
+        for (const Manifest::Item* item : *list) {
+            retried.insert(item->path);
+            states_[std::string(item->path)].left = false;
+        }
+    std::erase_if(result_.outcomes, [&](const PathOutcome& outcome) { return retried.contains(outcome.path); });
+    makeFolders(folders);
+    write(writes);
+    files_.forget();
+}
+
+void RestoreRun::makeFolders(const RestorePlan::Items& items) {
+    for (const Manifest::Item* item : items) {
         if (isLeft(item->path)) continue; // what is there could not be removed
         if (auto obstacle = parents_.prepare(item->path)) {
             leave(item->path, Action::skipped, std::move(obstacle));
@@ -179,7 +280,7 @@ void RestoreRun::makeFolders(const RestorePlan& plan) {
             remember(*item, there); // the safety snapshot could not see it
         }
     }
-    trace_.mark([&] { return "create " + std::to_string(plan.makeFolders.size()) + " folders"; });
+    trace_.mark([&] { return "create " + std::to_string(items.size()) + " folders"; });
 }
 
 std::vector<RestoreRun::WriteJob> RestoreRun::examineWrites(const RestorePlan::Items& items) {
@@ -207,7 +308,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
     std::vector<WriteJob> jobs = examineWrites(items);
     std::atomic<std::size_t> done = 0;
     const BackgroundFlush flushing(root_.get(), jobs.size(), pending_);
-    (void)cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
+    const auto errors = cloneAll(jobs.size(), cloneThreads, root_.get(), [&](std::size_t i, CloneWorker& worker) {
         WriteJob& job = jobs[i];
         job.obstacle = Obstacle::system(ENOMEM); // in case the rest finds no memory
         if (engine_.progress) engine_.progress("restored", ++done);
@@ -216,6 +317,7 @@ void RestoreRun::write(const RestorePlan::Items& items) {
         if (!job.obstacle) (void)!worker.project.attributes(job.item->path, job.landed);
         return 0;
     });
+    if (std::any_of(errors.begin(), errors.end(), [](int error) { return error != 0; })) names_.leave();
     for (WriteJob& job : jobs) {
         if (job.obstacle) {
             leave(job.item->path, Action::notRestored, std::move(job.obstacle));
@@ -294,7 +396,8 @@ void RestoreRun::bringToDisk() {
     if (std::none_of(states_.begin(), states_.end(), [](const auto& each) { return each.second.now.has_value(); }))
         return;
     pending_.everything = true; // names all over the project, which flushing its root alone does not bring along
-    result_.flushError = flush(root_.get(), pending_);
+    const int error = flush(root_.get(), pending_);
+    if (error != 0) result_.flushError = error;
     trace_.mark([] { return "flush"; });
 }
 

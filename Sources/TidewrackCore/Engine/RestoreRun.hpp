@@ -51,10 +51,15 @@ class RestoreRun {
     };
 
     void open(const RestorePlan::Items& folders);
-    void remove(const RestorePlan& plan);
+    void remove(const RestorePlan::Items& files, const RestorePlan::Items& folders);
     void removeFile(const Manifest::Item& item);
-    void makeFolders(const RestorePlan& plan);
+    void makeFolders(const RestorePlan::Items& items);
     void write(const RestorePlan::Items& items);
+    void removeRest(RestorePlan& plan);
+    [[nodiscard]] Removals takeLastCopies(RestorePlan& plan) const;
+    [[nodiscard]] const Manifest::Item* leftWithContentOf(const Manifest::Item& item,
+                                                          const RestorePlan::Items& left) const;
+    void retryForWantOfRoom(const RestorePlan& plan);
     void finishFolders(const RestorePlan& plan);
     void finishFolder(std::string_view path, const Entry* wanted);
     void bringToDisk();
@@ -78,6 +83,7 @@ class RestoreRun {
     void rememberWritten(const Manifest::Item& item, const Attributes& landed);
 
     const Engine& engine_;
+    bool ignoresCase_;
     const Manifest& target_;
     const TakenSnapshot& safety_;
     Temporaries& names_;

@@ -48,6 +48,7 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
         return parent + " is now a symlink to " + obstacle.detail + ". Restore " + parent +
                " itself to bring the folder back.";
     case Reason::parentIsFile: return parent + " is now a file, not a folder";
+    case Reason::contentNotBack: return "its content couldn't be restored as " + obstacle.detail;
     case Reason::notInSnapshot: return "isn't in snapshot " + numberText(target);
     }
     return "";
