@@ -122,7 +122,8 @@ class Scene {
         const Store store = world.store();
         for (const Project& project : store.projects()) {
             std::set<std::string> needed;
-            for (const auto& [owner, blob] : keptContents()) needed.insert(blob);
+            for (const auto& [owner, blob] : keptContents())
+                if (owner.id == project.id) needed.insert(blob);
             std::set<std::string> kept;
             for (const std::string& folder : namesIn(store.history(project).blobsFolder()))
                 for (const std::string& name : namesIn(store.history(project).blobPath(folder)))

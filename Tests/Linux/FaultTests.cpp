@@ -95,6 +95,18 @@ void work(Scene& scene) {
     scene.f.write("project/unsaved/turn", "the turn's own");
 }
 
+// The same in another project too.
+void workInTwo(Scene& scene) {
+    const std::string other = scene.f.at("home/other");
+    scene.f.write("home/other/file", "the other project's");
+    scene.world.ok({"track", other});
+    work(scene);
+    scene.world.ok({"snap", "--kind", "tool", "--agent", "claude", "--session", "s", "--project", other});
+    scene.f.write("home/other/file", "what the turn made of the other project's");
+    for (const std::string& root : {scene.world.projectPath(), other})
+        scene.world.ok({"snap", "--kind", "stop", "--agent", "claude", "--session", "s", "--project", root});
+}
+
 void takeBack(Scene& scene) {
     work(scene);
     scene.world.ok({"undo", "--last"});
@@ -121,6 +133,7 @@ const std::vector<Operation>& operations() {
         {"undo", {"undo", "2"}},
         {"undo of a range that merges", {"undo", "4..5"}, changeLines},
         {"undo of a turn", {"undo", "--turn", "4"}, work},
+        {"undo of a turn over two projects", {"undo", "--last"}, workInTwo},
         {"redo", {"redo"}, takeBack},
         {"prune", {"prune"}, makeOldSnapshotsDue, "", false, {1, 2}},
         {"pin", {"pin", "2"}},
@@ -291,6 +304,7 @@ class Attempt {
         const Outcome snap = world.run({"snap"});
         EXPECT_EQ(snap.status, 0) << snap.err;
         EXPECT_EQ(snap.err, "");
+        if (operation_.prepare == workInTwo) finishBoth();
         if (!operation_.losesHistory) scene_.expectOlderSnapshotsComeBack(operation_.due);
         world.ok({"restore", std::to_string(world.history().seqs().front())});
         world.ok({"hooks", "install", "claude"});
@@ -298,6 +312,21 @@ class Attempt {
         EXPECT_EQ(world.run({"snap"}).err, ""); // prunes by itself
         world.ok({"check"});
         scene_.expectTidy();
+    }
+
+    // Whatever was done before it was cut short: the same words do the rest, or tell what they leave alone.
+    void finishBoth() {
+        const Outcome again = scene_.world.run(operation_.words);
+        EXPECT_TRUE(again.status == 0 || again.status == 3) << again.err;
+        const bool told = again.status == 3 || again.out.find("taken back here, but not in ") != again.out.npos;
+        EXPECT_TRUE(told || scene_.f.read("project/file") == "unsaved work in the file") << again.out;
+        EXPECT_TRUE(told || scene_.f.read("home/other/file") == "the other project's") << again.out;
+        const std::string other = scene_.f.at("home/other");
+        scene_.world.ok({"restore", "1", "--project", other}); // tidies up
+        const auto project = scene_.world.store().projectContaining(other);
+        ASSERT_TRUE(project);
+        (void)::unlink((scene_.world.store().history(*project).folder() + "/last-prune").c_str());
+        scene_.world.ok({"snap", "--project", other});
     }
 
     const Operation& operation_;
@@ -421,7 +450,8 @@ TEST(FaultsOfOthers, whatIsWrittenAtTheLastMomentStays) {
         };
         std::size_t reached = 0;
         for (const Operation& operation : operations())
-            if (operation.words[0] == "restore" || operation.words[0] == "undo")
+            if (operation.words[0] == "restore" ||
+                (operation.words[0] == "undo" && operation.prepare != workInTwo)) // which looks at one project alone
                 reached += atEveryCall(
                     operation, [&, how = kind](std::size_t) { return how; }, check, volume);
         EXPECT_GT(reached, 4U);
@@ -460,7 +490,7 @@ TEST(FaultsOfOthers, whatIsFlushedLaterDoesNotOutliveWhatWasSaved) {
             attempt.check();
         }
     }
-    EXPECT_EQ(reached, 10U);
+    EXPECT_EQ(reached, 12U);
 }
 
 // What a hook lets go on, on a disk with any room, is saved.
