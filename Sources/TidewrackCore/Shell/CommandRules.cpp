@@ -1,6 +1,7 @@
 #include "Shell/CommandRules.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/CopyRules.hpp"
 #include "Shell/FindRules.hpp"
 #include "Shell/GitRules.hpp"
 #include "Shell/Lexer.hpp"
@@ -78,11 +79,6 @@ class Examination {
     [[nodiscard]] bool hasOption(char letter, std::string_view name) const {
         return shell::hasOption(arguments_, letter, name);
     }
-    [[nodiscard]] bool keeps(const std::string& destination, const Word& source) const;
-    void targetDestinations(const Operands& operands);
-    void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
-    void targetCopyOf(const Word& source, const std::string& folder);
-    void targetContents(const Word& source, const std::string& folder);
     void lookAtRemoved(const Rule& rule, Words command) const;
 
     std::string_view name_;
@@ -227,96 +223,17 @@ void Examination::tidewrack() {
     effects_.ownCommand(arguments_);
 }
 
-// Whether a copy leaves what stands at the destination: a newer file is not replaced by cp -u.
-bool Examination::keeps(const std::string& destination, const Word& source) const {
-    if (!hasOption('u', "--update") || source.glob) return false;
-    struct stat from {};
-    struct stat to {};
-    return stat(absolutePath(source.text, cwd_).c_str(), &from) == 0 && stat(destination.c_str(), &to) == 0 &&
-           S_ISREG(from.st_mode) && S_ISREG(to.st_mode) && from.st_mtime < to.st_mtime;
-}
-
 void Examination::remove() {
     const Extent extent = name_ == "rmdir" || isRecursive(arguments_) ? Extent::removed : Extent::item;
     for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_, linksOf(*operand), extent);
 }
 
 void Examination::move() {
-    const Operands all = operands();
-    const std::size_t sources = all.words.size() - (all.folder || all.words.empty() ? 0 : 1);
-    for (std::size_t index = 0; index < sources; ++index)
-        effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
-    if (!hasOption('n', "--no-clobber")) targetDestinations(all);
+    examineMove(operands(), arguments_, cwd_, effects_);
 }
 
 void Examination::copy() {
-    const Operands all = operands();
-    const bool replaces = name_ != "cp" || !hasOption('n', "--no-clobber");
-    if (name_ == "rsync" && hasOption('n', "--dry-run")) return;
-    const auto takesSources = [](const Word& word) { return word.text == "--remove-source-files"sv; };
-    if (name_ == "rsync" && std::any_of(arguments_.begin(), arguments_.end(), takesSources))
-        for (std::size_t index = 0; index + 1 < all.words.size(); ++index)
-            effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
-    if (replaces) targetDestinations(all);
-    const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
-    if (linked && !all.words.back()->unknown && effects_.takesLinks()) {
-        const std::string at = absolutePath(all.words.back()->text, cwd_);
-        effects_.link(at, absolutePath(all.words.front()->text, parentOf(at)));
-    }
-    const auto deletes = [](const Word& word) { return word.text.starts_with("--del"); };
-    if (name_ != "rsync" || all.words.size() < 2 || std::none_of(arguments_.begin(), arguments_.end(), deletes)) return;
-    if (effects_.skips(*all.words.back())) return effects_.opaque(cwd_);
-    const auto folders = effects_.resolve(*all.words.back(), cwd_);
-    if (folders.empty()) return;
-    effects_.lookAtOwn(folders.front(), Extent::moved, Links::followed);
-    effects_.thin(folders.front(), cwd_, Links::followed);
-}
-
-void Examination::targetDestinations(const Operands& all) {
-    const std::span<const Word* const> words = all.words;
-    if (all.folder) {
-        if (all.folder->unknown) return effects_.opaque(cwd_);
-        for (const std::string& folder : effects_.resolve(*all.folder, cwd_)) targetCopiesIn(folder, words);
-        return;
-    }
-    if (words.size() < 2) return;
-    if (effects_.skips(*words.back())) return effects_.opaque(cwd_);
-    const auto destinations = effects_.resolve(*words.back(), cwd_);
-    if (destinations.empty()) return;
-    const std::string& destination = destinations.front();
-    if (destination == "/" || !isFolder(destination)) {
-        if (words.size() > 2 || !keeps(destination, *words.front())) effects_.target(destination, cwd_);
-        return;
-    }
-    targetCopiesIn(destination, words.first(words.size() - 1));
-}
-
-void Examination::targetCopiesIn(const std::string& folder, std::span<const Word* const> sources) {
-    for (const Word* source : sources) {
-        if (effects_.full()) return effects_.opaque(cwd_);
-        targetCopyOf(*source, folder);
-    }
-}
-
-void Examination::targetCopyOf(const Word& source, const std::string& folder) {
-    if (source.unknown) return effects_.opaque(folder);
-    for (const std::string& path : effects_.resolve(source, cwd_)) {
-        std::string copy = absolutePath(lastComponent(path), folder);
-        if (!keeps(copy, source)) effects_.target(std::move(copy), cwd_);
-    }
-    if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
-}
-
-// The contents of a source written as `src/.`, `src/` or (for ditto) `src` may be copied into the folder, where they
-// overwrite what has the same name, instead of the source as one item.
-void Examination::targetContents(const Word& source, const std::string& folder) {
-    const std::string& text = source.text;
-    if (name_ != "ditto" && text != "." && !text.ends_with('/') && !text.ends_with("/.")) return;
-    for (const std::string& path : effects_.resolve(source, cwd_)) {
-        const auto names = effects_.namesIn(path);
-        if (!names) return effects_.target(folder, cwd_);
-        for (const std::string& name : *names) effects_.target(absolutePath(name, folder), cwd_);
-    }
+    examineCopy(name_, operands(), arguments_, cwd_, effects_);
 }
 
 void Examination::targetOperands(Extent extent) {
