@@ -156,16 +156,23 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"for d in a b; do cd $d; git reset --hard; cd ..; done", "p/a ?p p/b"},
         {"for f in *.x; do rm -f \"q/$f\"; done", " ~p/q"},
         {"ls | while read -r f; do rm -rf \"$f\"/*; done", " ?p"},
-        {"b=${DIR%/}; rm -rf \"$b\"/*", " ?p"},
+        {"b=${!DIR}; rm -rf \"$b\"/*", " ?p"},
+        {"b=${DIR%/}; rm -rf \"$b\"/*; c=${b##*/}; rm /x/$c.${c^^}", "d /x/d.D"},
+        {"f=/x/a.c; rm \"$(dirname \"$f\")/$(basename $f .c).o\"; cd $(dirname $f) && rm \"$(basename -- $f)\" b",
+         "/x/a.o /x/b ?/x"},
+        {"for f in a/x b/y; do rm \"$(dirname $f)/z\"; done; d=$(cd ../q && pwd); rm $d/x", "p/a/z p/b/z q/x"},
+        {"a=(a b); a+=(c); rm \"${a[@]/#//x/}\"; s=/y; s+=/z; rm $s; t+=(d); rm $t", "p/d /x/a /x/b /x/c /y/z"},
+        {"mkdir -p /x/y && cd $_ && rm z; (test -f a && rm \"$_\"); ls $(u) && rm $_", "/x/y/a /x/y/z ?p /x/y"},
+        {"declare -n r=o; o=/x; rm $r/y; rm -rf /x/${!o} /z/$(u)/y", " ?p /x /z"},
         {"rm -rf ~/${NOPE#v}", "home deny"},
         {"rm -rf \"$HOME/${NOPE%/}\"; V=${NOPE%x}; rm -rf a/$V", "home p/a deny"},
         {"for f in $NOPE; do rm -rf ~/${f%.c}; done; rm a${NOPE%x}", "p/a ?p"},
         // Unknown words keep their places
-        {"mv ~/Documents \"${DIR%/}\"; read -r d; mv ~/.ssh \"$d\"", "home/.ssh home/Documents deny ?p"},
-        {"rsync -a --delete \"${DIR%/}/\" ~/Music; ln -sf \"${DIR%/}/a\" ~/.a", "home/.a home/Music deny ?p"},
+        {"mv ~/Documents \"${!DIR}\"; read -r d; mv ~/.ssh \"$d\"", "home/.ssh home/Documents deny ?p"},
+        {"rsync -a --delete \"${!DIR}/\" ~/Music; ln -sf \"${!DIR}/a\" ~/.a", "home/.a home/Music deny ?p"},
         {"read -r d; find \"$d\" -type f -delete; git -C \"$d\" stash list", " ?p"},
-        {"for f in \"${DIR%/}\" a; do rm -rf \"$f\"; done; ${DIR:+sudo} rm -rf ~", "home p/a deny ?p"},
-        {"git ${DIR:+-P} -C \"${DIR%/}\" reset --hard", "p ?p"},
+        {"for f in \"${!DIR}\" a; do rm -rf \"$f\"; done; ${DIR:+sudo} rm -rf ~", "home p/a deny ?p"},
+        {"git ${DIR:+-P} -C \"${!DIR}\" reset --hard", "p ?p"},
         {"rm -rf $PWD/a; cd b; rm -rf $PWD/c", "p/a p/b/c"},
         // Brace lists
         {"rm -rf ~/{x,Documents}", "home/Documents home/x deny"},
@@ -382,7 +389,7 @@ TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
     EXPECT_EQ(judgedHere("cp a.txt ../new"), "new");
     EXPECT_EQ(judgedHere("cp -r sub/. ../out"), "out/c.txt out/sub");
     EXPECT_EQ(judgedHere("rsync -a sub/ ../out"), "out/c.txt out/sub");
-    EXPECT_EQ(judgedHere("cp \"${HOME%/}/x\" ../out"), " ?out tree @out");
+    EXPECT_EQ(judgedHere("cp \"${!HOME}/x\" ../out"), " ?out tree @out");
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../out"), "out out/sub");
     EXPECT_EQ(judgedHere("git checkout a.txt"), " ?tree");
     EXPECT_EQ(judgedHere("git checkout HEAD *.txt"), " ?tree");

@@ -123,7 +123,8 @@ TEST(ShellLexer, goesByWhatAPersonSeesButNeverHidesALineEnd) {
 }
 
 TEST(ShellExpansion, replacesTildesAndVariables) {
-    const Environment environment = {{"X", "/x"}, {"EMPTY", ""}, {"HOME", "/other"}, {"gr\u00fc", "g"}};
+    const Environment environment = {{"X", "/x"},       {"EMPTY", ""}, {"HOME", "/other"}, {"gr\u00fc", "g"},
+                                     {"F", "/a/b.c.d"}, {"E", ".d"},   {"U", "AB"}};
     const Row rows[] = {
         {"~", "/h"},
         {"$HOME/a", "/h/a"},
@@ -144,15 +145,20 @@ TEST(ShellExpansion, replacesTildesAndVariables) {
         {"${X", "/x"},
         {"$gr\u00fc/x", "g/x"},
         {"'$a$b'$X'$'", "$a$b/x$"},
+        {"${F%/*},${F%%/*},${F#*/},${F##*/}", "/a,,a/b.c.d,b.c.d"},
+        {"${F%.d},${F%%.*},${F%nope},${F%\"$E\"},${X%/}", "/a/b.c,/a/b,/a/b.c.d,/a/b.c,/x"},
+        {"${F/.c/-},${F//./-},${F/#/x},${F/%.d/.e},${F/b*/}", "/a/b-.d,/a/b-c-d,x/a/b.c.d,/a/b.c.e,/a/"},
+        {"${F:3},${F:1:1},${F:9},${F^^},${U,,},${U,}", "b.c.d,a,,/A/B.C.D,ab,aB"},
     };
     for (const Row& row : rows) EXPECT_EQ(expandedText(row.command, environment), row.expected) << row.command;
 }
 
 TEST(ShellExpansion, saysWhenAValueIsUnknown) {
-    const Environment environment = {{"X", "a.c"}, {"EMPTY", ""}, {"BIG", std::string(150'000, 'x')}};
+    const Environment environment = {
+        {"X", "a.c"}, {"EMPTY", ""}, {"BIG", std::string(150'000, 'x')}, {"LONG", std::string(5'000, 'a')}};
     Variables variables(environment);
-    for (const char* unknown : {"${NOPE:-${X", "${X%.c}", "${HOME%/}", "${#NOPE}", "${NOPE/#/x}", "${NOPE//*/x}",
-                                "${NOPE+x}", "${NOPE@Q}", "$@", "$2", "${2}", "$#"}) {
+    for (const char* unknown : {"${NOPE:-${X", "${!X}", "${X/}", "${X%*a*b*c*}", "${LONG%%*a?}", "${#NOPE}",
+                                "${NOPE/#/x}", "${NOPE//*/x}", "${NOPE+x}", "${NOPE@Q}", "$@", "$2", "${2}", "$#"}) {
         EXPECT_EQ(expand(onlyWord(unknown), "/h", variables).text, "") << unknown;
         EXPECT_TRUE(variables.unfollowed()) << unknown;
         variables.setUnfollowed(false);

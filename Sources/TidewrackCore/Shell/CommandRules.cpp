@@ -79,6 +79,7 @@ class Examination {
     [[nodiscard]] bool hasOption(char letter, std::string_view name) const {
         return shell::hasOption(arguments_, letter, name);
     }
+    void takeUnknownWords();
     void lookAtRemoved(const Rule& rule, Words command) const;
 
     std::string_view name_;
@@ -193,8 +194,14 @@ bool Examination::run() {
     (this->*rule_->apply)();
     const auto isUnknown = [](const Word& word) { return word.unknown; };
     if (std::any_of(arguments_.begin(), arguments_.end(), isUnknown) && !onlyReads(*rule_, arguments_))
-        effects_.opaque(cwd_);
+        takeUnknownWords();
     return true;
+}
+
+void Examination::takeUnknownWords() {
+    effects_.opaqueWords(cwd_);
+    if (rule_->apply == &E::remove || rule_->apply == &E::tee || rule_->apply == &E::truncate)
+        effects_.lookAtUnknownWords();
 }
 
 // Its effect lies in a script.

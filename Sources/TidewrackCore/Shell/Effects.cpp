@@ -223,6 +223,16 @@ void Effects::opaque(std::string_view folder) {
         folders.emplace_back(folder);
 }
 
+void Effects::opaqueWords(std::string_view folder) {
+    opaque(folder);
+    for (const std::string& known : unknownIn_)
+        if (!protectedFolders().holdsText(known)) opaque(known);
+}
+
+void Effects::lookAtUnknownWords() {
+    for (const std::string& known : unknownIn_) own_.look(known, Extent::item, Links::followed);
+}
+
 void Effects::suspect(std::string_view folder) {
     auto& folders = decision_.suspected;
     if ((folders.empty() || folders.back() != folder) && folders.size() < Budget::opaqueFolders)

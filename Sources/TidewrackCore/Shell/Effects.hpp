@@ -54,6 +54,9 @@ class Effects {
     // Whether something stands at a path below the folder, which is no longer looked at once many were.
     [[nodiscard]] bool mayExist(std::string_view path, std::string_view folder);
 
+    // Whether there is room for one more of those looks.
+    [[nodiscard]] bool takesLook() { return ++operandsLookedAt_ <= Budget::operandsLookedAt; }
+
     // True for a word that is no longer worth a look: there are too many targets, and it names nothing outside the
     // folder where it stands.
     [[nodiscard]] bool skips(const Word& word) const {
@@ -121,6 +124,16 @@ class Effects {
     void opaque(std::string_view folder);
     [[nodiscard]] bool isOpaque() const { return decision_.opaque; }
 
+    // A word of the command that is read now is not known, but lies in this folder.
+    void noteUnknownIn(std::string folder) {
+        if (unknownIn_.size() < Budget::unknownWords) unknownIn_.push_back(std::move(folder));
+    }
+    void beginCommand() { unknownIn_.clear(); }
+    // The command changes what its unknown words stand for, in `folder` or where they lie.
+    void opaqueWords(std::string_view folder);
+    // ... and all of them go or are written: asks when they lie in what is Tidewrack's own.
+    void lookAtUnknownWords();
+
     // Something may change in `folder`, by a guess. Nobody is asked or refused anything for that.
     void suspect(std::string_view folder);
     // The same for all projects in it.
@@ -155,6 +168,7 @@ class Effects {
     std::vector<std::string> destroyed_;                     // targets that are neither moved nor added to
     std::vector<std::pair<std::string, std::string>> links_; // that the line makes, and where they lead
     std::vector<Listing> listings_;
+    std::vector<std::string> unknownIn_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
     bool makesGitStore_ = false;

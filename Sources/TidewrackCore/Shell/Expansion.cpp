@@ -1,6 +1,7 @@
 #include "Shell/Expansion.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/ValueChanges.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
@@ -65,11 +66,18 @@ std::string bracedValue(std::string_view body, std::string_view home, Variables&
         if (!variables.assign(name, assigned)) variables.setUnfollowed(true);
         return assigned;
     }
-    if (length > 0 && (operation == "[@]" || operation == "[*]")) // bound one after the other
+    std::string_view change = operation;
+    const bool all = change.starts_with("[@]") || change.starts_with("[*]"); // bound one after the other
+    if (all) change.remove_prefix(3);
+    if (length > 0 && all && change.empty())
         if (const auto value = variables.value(name)) return std::string(*value);
     // ${X:?text} is $X, or the shell stops before it runs the command.
     if (operation.empty() || operation.starts_with(":?")) return std::string(plainValue(name, home, variables));
-    if (length > 0 && leavesNothing(operation) && plainValue(name, home, variables).empty()) return "";
+    const std::string value(length > 0 ? plainValue(name, home, variables) : "");
+    if (length > 0 && leavesNothing(operation) && value.empty()) return "";
+    const auto expand = [&](std::string_view text) { return expandedText(text, home, variables); };
+    if (!value.empty())
+        if (auto changed = changedValue(change, value, expand, variables.steps())) return std::move(*changed);
     variables.setUnfollowed(true);
     return "";
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Tilde and variable expansion of one word.
 
+#include "Shell/Budget.hpp"
 #include "Shell/Decision.hpp"
 #include "Shell/Program.hpp"
 
@@ -40,6 +41,9 @@ class Variables {
     // Counts text that is put into words; false when it is too much.
     [[nodiscard]] bool handOut(std::size_t size);
 
+    // That patterns in ${X%pattern} and its kin may still take.
+    [[nodiscard]] std::size_t& steps() { return steps_; }
+
     // What is assigned in a subshell ends with it. They stand in each other.
     void beginSubshell() { subshells_.push_back(replaced_.size()); }
     void endSubshell();
@@ -62,6 +66,7 @@ class Variables {
     std::string lastName_;               // the last name looked up, and what was found
     const std::string* lastValue_ = nullptr;
     std::size_t handedOut_ = 0;
+    std::size_t steps_ = Budget::patternSteps;
     bool unfollowed_ = false;
 };
 
@@ -69,9 +74,9 @@ class Variables {
 [[nodiscard]] std::size_t nameLength(std::string_view text);
 
 // `word` with a leading tilde and every variable replaced, once, without splitting and without globbing. "HOME" is
-// always `home`. An unset variable leaves nothing, as does ${X%.c} where X is empty or unset. Where X has a value such
-// forms are not worked out: they leave nothing and set `variables.unfollowed()`. ${X:-fallback} does the same where
-// braces stand in the fallback; else its tilde and variables are replaced too.
+// always `home`. An unset variable leaves nothing, as does ${X%.c} where X is empty or unset. What is not worked out,
+// such as ${!X}, leaves nothing and sets `variables.unfollowed()`. ${X:-fallback} does the same where braces stand in
+// the fallback; else its tilde and variables are replaced too.
 [[nodiscard]] Word expand(Word word, std::string_view home, Variables& variables);
 
 // The same, in place.

@@ -8,6 +8,7 @@
 #include "Shell/GuardRun.hpp"
 #include "Shell/Lexer.hpp"
 #include "Shell/NestedText.hpp"
+#include "Shell/Options.hpp"
 #include "Shell/Position.hpp"
 #include "Shell/WordValues.hpp"
 #include "Shell/Wrappers.hpp"
@@ -56,6 +57,7 @@ bool mayFeedShell(const Word& name) {
 } // namespace
 
 Decision Guard::run(std::string_view line) {
+    followsLast_ = line.find("$_") != line.npos || line.find("${_") != line.npos;
     Lexer lexer(line);
     Command command;
     while (lexer.next(command)) take(command);
@@ -80,7 +82,16 @@ void Guard::takeInside(Command& command, std::size_t depth) {
 }
 
 void Guard::take(Command& command) {
+    std::optional<std::vector<Word>> last;
+    if (followsLast_ && !command.words.empty()) last.emplace(1, command.words.back());
+    if (last) values_.expandAll(*last, command);
+    takeCommand(command);
+    if (last) values_.bindLoop("_", std::move(*last));
+}
+
+void Guard::takeCommand(Command& command) {
     elsewhere_.reset();
+    effects_.beginCommand();
     if (functions_.recordsAt(nesting_, calls_)) functions_.record(command);
     if (!aliases_.empty() && takeAlias(command)) return;
     depth_ = command.depth;
@@ -90,14 +101,7 @@ void Guard::take(Command& command) {
     if (!command.braced.empty()) values_.expandBraceLists(command);
     std::vector<Word>& words = command.words;
     auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
-    if (!command.redirects.empty()) {
-        values_.expandAll(command.redirects, command);
-        for (const Word& target : command.redirects) {
-            if (target.unknown) opaque();
-            effects_.targetWord(target, position_.folder(), Links::itself,
-                                target.appends ? Extent::kept : Extent::item);
-        }
-    }
+    if (!command.redirects.empty()) takeRedirects(command);
     if (!doubts_.empty()) std::erase_if(doubts_, [&](const Doubt& doubt) { return doubt.depth > command.sharedDepth; });
     settledDoubts_ = std::min(settledDoubts_, doubts_.size());
     if (!command.afterAnd) settledDoubts_ = doubts_.size();
@@ -112,13 +116,15 @@ void Guard::take(Command& command) {
         }
     }
     const bool declared = isDeclaration(*first);
+    const bool refers = declared && first->text != "export"sv && hasOption({first + 1, words.end()}, 'n', "-n");
     if (declared) ++first;
     words.erase(words.begin(), first);
     if (command.isArray && !words.empty()) return takeArray(words, command);
+    if (refers) return takeReferences(words);
     if (words.empty() || values_.assignAll(words, declared, command) || declared) return;
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "pushd"sv || last == "popd"sv;
-    const std::vector<Word> unexpanded = values_.vary(words) ? words : std::vector<Word>();
+    const std::vector<Word> unexpanded = values_.vary(words, command) ? words : std::vector<Word>();
     WordValues::Readings readings = values_.read(std::move(words), command);
     if (!readings.whole.empty() && readings.whole.front().unknown) opaque(); // what it runs is unknown
     peel(readings.apart);
@@ -135,6 +141,17 @@ void Guard::take(Command& command) {
         judge(std::move(run));
     };
     if (unexpanded.empty() || !values_.forEachRun(unexpanded, command, judgeRun)) judge(std::move(readings));
+}
+
+void Guard::takeRedirects(Command& command) {
+    values_.expandAll(command.redirects, command);
+    for (const Word& target : command.redirects) {
+        if (target.unknown) {
+            effects_.opaqueWords(position_.folder());
+            effects_.lookAtUnknownWords();
+        }
+        effects_.targetWord(target, position_.folder(), Links::itself, target.appends ? Extent::kept : Extent::item);
+    }
 }
 
 void Guard::noteBranch(const std::vector<Word>& words) {
@@ -222,10 +239,22 @@ void Guard::peel(std::vector<Word>& words) {
 
 // NAME=(a b): the name stands for one after the other.
 void Guard::takeArray(std::vector<Word>& words, const Command& command) {
-    const std::string name = words.front().text.substr(0, words.front().text.find_first_of("+="));
+    const std::size_t end = words.front().text.find_first_of("+=");
+    const std::string name = words.front().text.substr(0, end);
+    const bool adds = words.front().text[end] == '+';
     words.erase(words.begin());
     values_.expandAll(words, command);
-    values_.bindLoop(name, std::move(words));
+    if (adds)
+        values_.extendLoop(name, std::move(words));
+    else
+        values_.bindLoop(name, std::move(words));
+}
+
+// declare -n NAME=OTHER: what the name stands for changes with the other one.
+void Guard::takeReferences(const std::vector<Word>& words) {
+    for (const Word& word : words)
+        if (const std::size_t equals = assignmentAt(word); equals > 0)
+            values_.bindLoop(word.text.substr(0, equals), {});
 }
 
 bool Guard::takeDefinition(const Command& command) {

@@ -29,6 +29,8 @@ class Guard {
 
   private:
     void take(Command& command);
+    void takeCommand(Command& command);
+    void takeReferences(const std::vector<Word>& words);
     void takeInside(Command& command, std::size_t depth);
     void takeNested(const Program& program);
     void takeListing(std::vector<Word> words, const Command& command);
@@ -39,6 +41,7 @@ class Guard {
     const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
+    void takeRedirects(Command& command);
     void noteBranch(const std::vector<Word>& words);
     void takeTraps();
     void takeFind(const std::vector<Word>& words, const std::string& folder);
@@ -60,7 +63,8 @@ class Guard {
     Effects effects_;
     Position position_;
     WordValues values_;
-    std::size_t nesting_ = 0; // how many substitutions and texts the command is in
+    bool followsLast_ = false; // the line mentions $_, the last word of the command before
+    std::size_t nesting_ = 0;  // how many substitutions and texts the command is in
     std::size_t nestedBytes_ = 0;
     std::vector<Word> given_;              // assignments that hold for the command alone
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command

@@ -3,7 +3,7 @@
 #include "Shell/Braces.hpp"
 #include "Shell/Budget.hpp"
 #include "Shell/Lexer.hpp"
-#include "Support/Files.hpp"
+#include "Shell/Outputs.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -18,11 +18,27 @@ using namespace std::string_view_literals;
 constexpr std::string_view blanks = " \t\n";
 constexpr std::string_view blanksAndGlobs = " \t\n*?[";
 
-bool mentions(std::string_view text, std::string_view name) {
+// Where the text mentions the variable; npos where it does not.
+std::size_t mentionAt(std::string_view text, std::string_view name) {
     for (std::size_t at = text.find('$'); at != std::string_view::npos; at = text.find('$', at + 1)) {
         std::string_view behind = text.substr(at + 1);
         if (behind.starts_with('{')) behind.remove_prefix(1);
-        if (behind.starts_with(name) && nameLength(behind) == name.size()) return true;
+        if (behind.starts_with(name) && nameLength(behind) == name.size()) return at;
+    }
+    return text.npos;
+}
+
+// Also in the words of the commands within.
+bool mentions(const Word& word, const Command& command, std::string_view name) {
+    if (mentionAt(word.text, name) != word.text.npos) return true;
+    for (std::size_t at = word.text.find(firstMarkByte); at != std::string::npos;
+         at = word.text.find(firstMarkByte, at + 1)) {
+        const auto number = markedSubstitution(std::string_view(word.text).substr(at));
+        if (!number || *number >= command.nested.size()) continue;
+        for (const Command& inner : command.nested[*number].program.commands)
+            if (std::any_of(inner.words.begin(), inner.words.end(),
+                            [&](const Word& one) { return mentions(one, inner, name); }))
+                return true;
     }
     return false;
 }
@@ -41,10 +57,6 @@ void setUnknown(Word& word) {
     word.plain = 0;
     word.glob = word.splits = false;
     word.unknown = true;
-}
-
-bool areLiteral(std::span<const Word> words) {
-    return std::none_of(words.begin(), words.end(), [](const Word& word) { return word.expands || word.glob; });
 }
 
 } // namespace
@@ -151,10 +163,10 @@ WordValues::Loop* WordValues::loopOf(std::string_view name) {
 }
 
 // The loop variables of several values that the words mention; none when it would take too long to try them all.
-std::vector<std::string> WordValues::choicesIn(const std::vector<Word>& words) {
+std::vector<std::string> WordValues::choicesIn(const std::vector<Word>& words, const Command& command) {
     std::vector<std::string> choices;
     for (const Loop& loop : loops_) {
-        const auto isIn = [&](const Word& word) { return word.expands && mentions(word.text, loop.name); };
+        const auto isIn = [&](const Word& word) { return word.expands && mentions(word, command, loop.name); };
         if (loop.values.size() > 1 && std::any_of(words.begin(), words.end(), isIn)) choices.push_back(loop.name);
     }
     if (!choices.empty() && alternatives_ + costOf(words) > Budget::alternatives) {
@@ -166,7 +178,7 @@ std::vector<std::string> WordValues::choicesIn(const std::vector<Word>& words) {
 
 bool WordValues::forEachRun(const std::vector<Word>& words, const Command& command,
                             const std::function<void(Readings&&)>& visit) {
-    const std::vector<std::string> choices = choicesIn(words);
+    const std::vector<std::string> choices = choicesIn(words, command);
     if (choices.empty()) return false;
     visitRuns(words, command, choices, visit);
     return true;
@@ -223,7 +235,8 @@ bool WordValues::assignAll(const std::vector<Word>& words, bool declared, const 
     command_ = &command;
     const auto at = [](const Word& word) {
         const std::size_t equals = assignmentAt(word);
-        return nameLength(word.text) == equals ? equals : 0;
+        const std::size_t length = nameLength(word.text);
+        return length == equals || (length + 1 == equals && word.text[length] == '+') ? equals : 0;
     };
     const bool all = std::all_of(words.begin(), words.end(), [&](const Word& word) { return at(word) > 0; });
     if (!all && !declared) return false;
@@ -233,10 +246,12 @@ bool WordValues::assignAll(const std::vector<Word>& words, bool declared, const 
 }
 
 void WordValues::assign(const Word& word, std::size_t equals) {
-    const std::string name = word.text.substr(0, equals);
+    const bool adds = word.text[equals - 1] == '+';
+    const std::string name = word.text.substr(0, adds ? equals - 1 : equals);
     Word value = word;
     value.text.erase(0, equals + 1);
-    value.tilde = value.text.starts_with('~') && equals + 1 < word.plain;
+    value.tilde = value.text.starts_with('~') && equals + 1 < word.plain && !adds;
+    if (adds) value.text.insert(0, "${" + name + "}");
     value.plain = 0;
     value.expands = true;
     if (!loops_.empty()) {
@@ -324,14 +339,38 @@ void WordValues::shortenOwnHome(Word& word) const {
 void WordValues::expandOne(Word& word) {
     if (!word.expands) return;
     begin();
-    if (!replaceMarks(word.text)) return setUnknown(word);
+    if (!replaceMarks(word.text)) {
+        noteKnownFolder(word, word.text.find(firstMarkByte));
+        return setUnknown(word);
+    }
+    const std::size_t dollar = word.text.find('$');
+    const bool isBelow = dollar != std::string::npos && word.text.find('/') < dollar;
+    const std::string before = isBelow ? word.text.substr(0, dollar) : std::string();
+    const bool tilde = word.tilde;
     if (word.tilde) shortenOwnHome(word);
     variables_.setUnfollowed(false);
-    const bool bare = !word.quoted && word.plain == word.text.size() && word.text.find('$') != std::string::npos;
+    const bool bare = !word.quoted && word.plain == word.text.size() && dollar != std::string::npos;
     expandInPlace(word, context_.home, variables_);
     if (word.glob && word.text.find_first_of("*?[") == std::string::npos) word.glob = false; // it was the ? of ${X:?}
     word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
-    if (variables_.unfollowed()) setUnknown(word);
+    if (!variables_.unfollowed()) return;
+    if (isBelow) {
+        word.text = before;
+        word.tilde = tilde;
+        noteKnownFolder(word, before.size());
+    }
+    setUnknown(word);
+}
+
+// What an unknown word stands for lies in the folder that its text names before the byte `end`.
+void WordValues::noteKnownFolder(Word word, std::size_t end) {
+    const std::size_t slash = word.text.rfind('/', end);
+    if (slash == std::string::npos || slash >= end) return;
+    word.text.resize(slash + 1);
+    word.expands = true;
+    variables_.setUnfollowed(false);
+    expandInPlace(word, context_.home, variables_);
+    if (!variables_.unfollowed()) effects_.noteUnknownIn(absolutePath(word.text, position_.folder()));
 }
 
 // Puts the output of the commands in a word in place of their marks; false when it cannot be known.
@@ -350,27 +389,35 @@ bool WordValues::replaceMarks(std::string& text) {
     return true;
 }
 
+// Of commands that print the same whenever they run.
 std::optional<std::string> WordValues::outputOf(const Substitution& substitution) {
-    if (substitution.kind != Substitution::Kind::output || substitution.program.commands.size() != 1)
+    const std::vector<Command>& commands = substitution.program.commands;
+    if (substitution.kind != Substitution::Kind::output || commands.empty() || commands.size() > 2) return std::nullopt;
+    const auto words = knownWords(commands.front());
+    if (!words) return std::nullopt;
+    if (commands.size() == 1) return printedBy(*words, position_.folder(), effects_);
+    // cd FOLDER && pwd
+    const auto next = knownWords(commands[1]);
+    const bool tells = next && next->front() == "pwd" && words->front() == "cd" && words->size() == 2;
+    if (!tells || commands[1].afterOr || (*words)[1].empty() || (*words)[1][0] == '-') return std::nullopt;
+    return absolutePath((*words)[1], position_.folder());
+}
+
+// The words of a command within a word; none where some are not known.
+std::optional<std::vector<std::string>> WordValues::knownWords(const Command& command) {
+    const auto keepsOutput = [](const Word& target) { return target.text == "/dev/null"; };
+    if (command.words.empty() || !command.inputs.empty() || command.toPipe || command.fromPipe ||
+        !std::all_of(command.redirects.begin(), command.redirects.end(), keepsOutput))
         return std::nullopt;
-    const Command& command = substitution.program.commands.front();
-    if (!command.redirects.empty() || command.words.empty() || !areLiteral(command.words)) return std::nullopt;
-    const auto is = [&](std::initializer_list<std::string_view> texts) {
-        return std::equal(command.words.begin(), command.words.end(), texts.begin(), texts.end(),
-                          [](const Word& word, std::string_view text) { return word.text == text; });
-    };
-    if (is({"pwd"}) || is({"pwd", "-P"}) || is({"pwd", "-L"})) return position_.folder();
-    // A name that nothing has: the new file or folder gets another one.
-    if (is({"mktemp"}) || is({"mktemp", "-d"})) return "/tmp/tmp.XXXXXXXXXX";
-    const bool topLevel = is({"git", "rev-parse", "--show-toplevel"});
-    if (topLevel || is({"git", "rev-parse", "--git-dir"}) || is({"git", "rev-parse", "--absolute-git-dir"})) {
-        const std::string& folder = effects_.gitTopLevel(position_.folder());
-        if (folder.empty()) return std::nullopt;
-        return topLevel ? folder : joined(folder, ".git");
+    const Command* outer = std::exchange(command_, &command);
+    std::vector<std::string> known;
+    for (Word word : command.words) {
+        if (!word.glob) expandOne(word);
+        if (word.glob || word.unknown) break;
+        known.push_back(std::move(word.text));
     }
-    if (command.words.size() == 2 && is({"echo", command.words[1].text}) && !command.words[1].text.starts_with('-'))
-        return command.words[1].text;
-    return std::nullopt;
+    command_ = outer;
+    return known.size() == command.words.size() ? std::optional(std::move(known)) : std::nullopt;
 }
 
 std::vector<Word> WordValues::expandedOverLoops(std::vector<Word> words) {
@@ -387,7 +434,7 @@ std::vector<Word> WordValues::expandedOverLoops(std::vector<Word> words) {
 
 // Adds the word once for every value of every loop variable that it mentions.
 void WordValues::expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out) {
-    while (loop < loops_.size() && !mentions(word.text, loops_[loop].name)) ++loop;
+    while (loop < loops_.size() && !mentions(word, *command_, loops_[loop].name)) ++loop;
     if (loop == loops_.size()) {
         word.glob |= glob;
         expandOne(word);
@@ -395,6 +442,7 @@ void WordValues::expandOver(Word word, std::size_t loop, bool glob, std::vector<
         return;
     }
     if (loops_[loop].values.empty()) {
+        noteKnownFolder(word, mentionAt(word.text, loops_[loop].name));
         setUnknown(word);
         out.push_back(std::move(word));
         return;
@@ -417,6 +465,18 @@ void WordValues::bindLoop(std::string_view name, std::vector<Word> values) {
     if (loops_.size() >= Budget::loops || values.size() > Budget::valuesPerLoop)
         return effects_.opaque(position_.folder());
     loops_.push_back({std::string(name), std::move(values)});
+}
+
+void WordValues::extendLoop(std::string_view name, std::vector<Word> values) {
+    std::vector<Word> all;
+    if (const Loop* loop = loopOf(name)) {
+        all = loop->values;
+        if (all.empty()) return; // what it holds is not known
+    } else if (const auto value = variables_.value(name)) {
+        all.emplace_back().text = *value;
+    }
+    all.insert(all.end(), std::make_move_iterator(values.begin()), std::make_move_iterator(values.end()));
+    bindLoop(name, std::move(all));
 }
 
 void WordValues::forgetLoop(std::string_view name) {

@@ -36,7 +36,9 @@ class WordValues {
     void expandAll(std::vector<Word>& words, const Command& command);
 
     // Whether the words mention a loop of several values, and there is time to try them all.
-    [[nodiscard]] bool vary(const std::vector<Word>& words) { return !choicesIn(words).empty(); }
+    [[nodiscard]] bool vary(const std::vector<Word>& words, const Command& command) {
+        return !choicesIn(words, command).empty();
+    }
 
     // Reads the words of a command as often as a loop runs it, each time with one value for every loop variable. All
     // values at once would take the places of each other's sources and destinations. False, and nothing done, when the
@@ -50,6 +52,8 @@ class WordValues {
 
     // Gives the variable these values one after the other; none: values that only running would show.
     void bindLoop(std::string_view name, std::vector<Word> values);
+    // Adds to the values that it has: NAME+=(a b).
+    void extendLoop(std::string_view name, std::vector<Word> values);
 
     // Gives $0, $1, ... these values, none where nothing is known of them, and returns what they were.
     std::optional<Parameters> exchangeParameters(std::optional<Parameters> parameters) {
@@ -83,12 +87,14 @@ class WordValues {
     void expandOne(Word& word);
     bool replaceMarks(std::string& text);
     [[nodiscard]] std::optional<std::string> outputOf(const Substitution& substitution);
+    [[nodiscard]] std::optional<std::vector<std::string>> knownWords(const Command& command);
+    void noteKnownFolder(Word word, std::size_t end);
     void shortenOwnHome(Word& word) const;
     std::vector<Word> expandedOverLoops(std::vector<Word> words);
     void expandOver(Word word, std::size_t loop, bool glob, std::vector<Word>& out);
     void forgetLoop(std::string_view name);
     Loop* loopOf(std::string_view name);
-    std::vector<std::string> choicesIn(const std::vector<Word>& words);
+    std::vector<std::string> choicesIn(const std::vector<Word>& words, const Command& command);
     void visitRuns(const std::vector<Word>& words, const Command& command, std::span<const std::string> loops,
                    const std::function<void(Readings&&)>& visit);
     void expandParameters(std::vector<Word>& words) const;
