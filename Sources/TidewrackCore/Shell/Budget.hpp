@@ -45,6 +45,8 @@ struct Budget {
     static constexpr std::size_t folderChanges = 1'000;
     static constexpr std::size_t subshells = 64;
     static constexpr std::size_t doubtfulFolders = 8;
+    static constexpr std::size_t foldersOfRuns = 32; // that the runs of a loop change to
+    static constexpr std::size_t otherRuns = 2'000;  // commands judged again, each in one of those
 
     // Looks at the disk
     static constexpr std::size_t matches = 10'000;

@@ -150,6 +150,10 @@ void Effects::make(const Word& word, std::string_view folder) {
         decision_.made.push_back(absolutePath(word.text, folder));
 }
 
+bool Effects::isMade(const std::string& path) const {
+    return std::find(decision_.made.begin(), decision_.made.end(), path) != decision_.made.end();
+}
+
 const std::string& Effects::gitTopLevel(const std::string& folder) {
     if (folder == topLevelOf_) return topLevel_;
     topLevelOf_ = topLevel_ = folder;

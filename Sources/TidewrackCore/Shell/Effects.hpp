@@ -83,6 +83,7 @@ class Effects {
 
     // What the word names is made, or only its times or rights change: that tells whose it is.
     void make(const Word& word, std::string_view folder);
+    [[nodiscard]] bool isMade(const std::string& path) const;
 
     // A path below the home folder.
     [[nodiscard]] std::string homePath(std::string_view relative) const;

@@ -150,7 +150,12 @@ void Guard::takeRedirects(Command& command) {
             effects_.opaqueWords(position_.folder());
             effects_.lookAtUnknownWords();
         }
-        effects_.targetWord(target, position_.folder(), Links::itself, target.appends ? Extent::kept : Extent::item);
+        const Extent extent = target.appends ? Extent::kept : Extent::item;
+        effects_.targetWord(target, position_.folder(), Links::itself, extent);
+        for (const std::string& folder : position_.others()) {
+            if (++otherRuns_ > Budget::otherRuns) return effects_.opaque(folder);
+            effects_.targetWord(target, folder, Links::itself, extent);
+        }
     }
 }
 
@@ -207,6 +212,19 @@ void Guard::judge(WordValues::Readings readings) {
         else if (!examine(inGitsEnvironment(*words), folder, effects_) &&
                  (readings.apart.empty() || words == &readings.apart))
             takeUnknown();
+        if (!elsewhere_ && !position_.others().empty()) judgeElsewhere(*words);
+    }
+}
+
+// What a command does in the other runs of a loop, which are in other folders.
+void Guard::judgeElsewhere(std::vector<Word>& words) {
+    for (const std::string& folder : position_.others()) {
+        if (nestedText(words) || functions_.contains(words.front().text) || ++otherRuns_ > Budget::otherRuns)
+            effects_.opaque(folder);
+        else if (commandName(words.front()) == "find"sv)
+            takeFind(words, folder);
+        else if (!examine(words, folder, effects_))
+            effects_.suspect(folder);
     }
 }
 
@@ -433,7 +451,8 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
             doubts_.clear();
         else if (words.size() > 1 && words.back().text != "-"sv)
             for (Doubt& doubt : doubts_) doubt.folder = absolutePath(words.back().text, doubt.folder);
-        settledDoubts_ = std::min(settledDoubts_, doubts_.size());
+        // Behind a || cd b && the command runs in either.
+        settledDoubts_ = command.afterOr ? doubts_.size() : std::min(settledDoubts_, doubts_.size());
         changeFolder(words, command.depth, hadArgument);
         return true;
     }

@@ -7,11 +7,22 @@
 #include "Support/Paths.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace tidewrack::shell {
 
 using namespace std::string_view_literals;
+
+namespace {
+
+// +1, -0
+bool isPlaceOnStack(const Word& word) {
+    const std::string& text = word.text;
+    return text.size() > 1 && (text[0] == '+' || text[0] == '-') && text[1] >= '0' && text[1] <= '9';
+}
+
+} // namespace
 
 // Whether this cd runs, or the one before it failed, only running shows.
 void Guard::noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth) {
@@ -36,9 +47,13 @@ void Guard::takeDoubts(const Command& command, const std::vector<Word>& words) {
 void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
     if (!position_.mayChange()) return opaque();
     const auto isOption = [](const Word& word) { return word.text.size() > 1 && word.text.starts_with('-'); };
-    if (words.size() > 2 && words[0].text == "pushd" && words[1].text == "-n") return; // only for popd
+    if (words.size() > 2 && words[0].text == "pushd" && words[1].text == "-n") { // only for popd
+        noteDoubt({}, false, depth);                                             // of which some shells know nothing
+        return position_.push(absolutePath(words[2].text, position_.folder()));
+    }
     const auto argument = std::find_if_not(words.begin() + 1, words.end(), isOption);
     const std::string_view name = words.front().text;
+    if (words.size() > 1 && (name == "cd"sv ? words[1].unknown : isPlaceOnStack(words[1]))) takeStack();
     if (name == "popd"sv) {
         if (position_.pop(depth)) values_.noteFolder(true);
         return;
@@ -51,6 +66,12 @@ void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool
     if (hadArgument) return opaque();
     if (name == "cd"sv) return enter(absolutePath(context_.home, "/"), depth);
     if (position_.swap(depth)) values_.noteFolder(true);
+}
+
+// Which of the folders that were pushed is meant is not followed: pushd +1, cd ~2.
+void Guard::takeStack() {
+    opaque();
+    for (const std::string& folder : position_.pushed()) effects_.opaque(folder);
 }
 
 // Where a shell finds a relative folder by CDPATH.
@@ -78,20 +99,35 @@ void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterat
         if (here != *found && isFolder(here)) effects_.opaque(here);
         return enter(*found, depth);
     }
-    const auto folders = effects_.resolve(*argument, position_.folder());
-    if (folders.size() > 1 || argument + 1 != words.end() || argument->unknown) opaque();
-    // The others are the folders of a loop's further runs.
-    for (const std::string& folder : folders)
-        if (folder != folders.front()) effects_.opaque(folder);
-    for (auto other = argument; ++other != words.end();) {
-        if (!position_.mayChange()) break;
-        for (const std::string& folder : effects_.resolve(*other, position_.folder())) effects_.opaque(folder);
-    }
-    if (!folders.empty()) enter(folders.front(), depth);
+    if (argument->unknown) opaque();
+    std::vector<std::string> others = foldersOfOtherRuns(words, argument);
+    auto folders = effects_.resolve(*argument, position_.folder());
+    if (folders.size() > 1)
+        others.insert(others.end(), std::make_move_iterator(folders.begin() + 1),
+                      std::make_move_iterator(folders.end()));
+    if (folders.empty()) return;
+    const bool mayFail = !others.empty() || !(isFolder(folders.front()) || effects_.isMade(folders.front()));
+    if (mayFail && isFolder(position_.folder())) noteDoubt({}, false, depth);
+    std::erase(others, folders.front());
+    for (; others.size() > Budget::foldersOfRuns; others.pop_back()) effects_.opaque(others.back());
+    enter(std::move(folders.front()), depth, std::move(others));
 }
 
-void Guard::enter(std::string folder, std::size_t depth) {
-    if (!position_.enter(std::move(folder), depth)) return opaque();
+// Where a loop's further runs change to: by other values of the word, or from where they are.
+std::vector<std::string> Guard::foldersOfOtherRuns(const std::vector<Word>& words,
+                                                   std::vector<Word>::const_iterator argument) {
+    std::vector<std::string> folders;
+    for (const std::string& other : position_.others())
+        if (!argument->glob && !argument->unknown) folders.push_back(absolutePath(argument->text, other));
+    for (auto other = argument; ++other != words.end();) {
+        if (!position_.mayChange()) break;
+        for (std::string& folder : effects_.resolve(*other, position_.folder())) folders.push_back(std::move(folder));
+    }
+    return folders;
+}
+
+void Guard::enter(std::string folder, std::size_t depth, std::vector<std::string> others) {
+    if (!position_.enter(std::move(folder), depth, std::move(others))) return opaque();
     values_.noteFolder(true);
 }
 

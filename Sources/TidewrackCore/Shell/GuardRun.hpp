@@ -56,7 +56,11 @@ class Guard {
     [[nodiscard]] Parameters parametersFrom(std::span<const Word> words);
     [[nodiscard]] std::optional<std::string> inSearchPath(const Word& argument);
     void goTo(const std::vector<Word>& words, std::vector<Word>::const_iterator argument, std::size_t depth);
-    void enter(std::string folder, std::size_t depth);
+    void enter(std::string folder, std::size_t depth, std::vector<std::string> others = {});
+    void takeStack();
+    [[nodiscard]] std::vector<std::string> foldersOfOtherRuns(const std::vector<Word>& words,
+                                                              std::vector<Word>::const_iterator argument);
+    void judgeElsewhere(std::vector<Word>& words);
     void opaque() { effects_.opaque(position_.folder()); }
 
     const Context& context_;
@@ -79,6 +83,7 @@ class Guard {
     std::size_t settledDoubts_ = 0;      // those that were noted before the && list of now
     std::size_t branches_ = 0;           // of if and case, that are open
     std::size_t depth_ = 0;              // how many parentheses the command is in
+    std::size_t otherRuns_ = 0;          // of loops, in which commands were judged
     std::size_t calls_ = 0;              // of functions, in each other
     std::size_t calledCommands_ = 0;     // by all of them
     std::optional<std::string> written_; // by the command before into a pipe, where that is known

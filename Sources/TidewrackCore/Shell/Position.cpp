@@ -16,11 +16,20 @@ void Position::Stack::pop() {
     --size_;
 }
 
-bool Position::enter(std::string folder, std::size_t depth) {
+std::vector<std::string> Position::Stack::folders() const {
+    std::vector<std::string> folders;
+    for (const Item* item = last_.get(); item != nullptr && folders.size() < Budget::doubtfulFolders;
+         item = item->below.get())
+        folders.push_back(item->place.folder);
+    return folders;
+}
+
+bool Position::enter(std::string folder, std::size_t depth, std::vector<std::string> others) {
     if (folder.size() > Budget::folderLength) return false;
     const bool saved = depth == 0 || (saved_.size() > 0 && saved_.top().depth >= depth);
-    if (!saved && saved_.size() < Budget::subshells) saved_.push({depth, folder_});
+    if (!saved && saved_.size() < Budget::subshells) saved_.push({depth, folder_, others_});
     previous_ = std::exchange(folder_, std::move(folder));
+    others_ = std::move(others);
     return true;
 }
 
@@ -28,6 +37,7 @@ bool Position::leaveSubshells(std::size_t sharedDepth) {
     bool left = false;
     for (; saved_.size() > 0 && saved_.top().depth > sharedDepth; left = true) {
         folder_ = saved_.top().folder;
+        others_ = saved_.top().others;
         saved_.pop();
     }
     return left;

@@ -339,7 +339,8 @@ void WordValues::shortenOwnHome(Word& word) const {
 void WordValues::expandOne(Word& word) {
     if (!word.expands) return;
     begin();
-    if (!replaceMarks(word.text)) {
+    const bool marked = word.text.find(firstMarkByte) != std::string::npos;
+    if (marked && !replaceMarks(word.text)) {
         noteKnownFolder(word, word.text.find(firstMarkByte));
         return setUnknown(word);
     }
@@ -347,9 +348,12 @@ void WordValues::expandOne(Word& word) {
     const bool isBelow = dollar != std::string::npos && word.text.find('/') < dollar;
     const std::string before = isBelow ? word.text.substr(0, dollar) : std::string();
     const bool tilde = word.tilde;
+    if (word.tilde && word.text.size() > 1 && word.text[1] >= '0' && word.text[1] <= '9')
+        return setUnknown(word); // a folder that was pushed
     if (word.tilde) shortenOwnHome(word);
     variables_.setUnfollowed(false);
-    const bool bare = !word.quoted && word.plain == word.text.size() && dollar != std::string::npos;
+    const bool whole = word.plain == word.text.size() && dollar != std::string::npos;
+    const bool bare = !word.quoted && (whole || marked);
     expandInPlace(word, context_.home, variables_);
     if (word.glob && word.text.find_first_of("*?[") == std::string::npos) word.glob = false; // it was the ? of ${X:?}
     word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
