@@ -29,7 +29,8 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
     const Row rows[] = {
         {"pytest -q", " ~tree"},
         {"pytest -v; (cd sub; ./reset.sh -h); (cd ../out; ./x version)", " ~out tree tree/sub @out"},
-        {"node -v; npm help; python3 -V; g++ -v; ./x --version; pytest --help", ""},
+        {"node -v; npm help; python3 -V; g++ -v; ./gradlew --version; ~/bin/x --help", ""},
+        {"./x --help", " ~tree"},
         {"python3 -v; bash -v", " ?tree"},
         {"cd ../out && unknown --flag", " ~out @out"},
         {"rm -f ~/*.bak", " ~home"},
@@ -110,6 +111,50 @@ TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
         {"sh -c \"sh -c 'sh -c \\\"rm a.txt\\\"'\"", "tree/a.txt"},
         {"rm -rf \"$(pwd)/sub\" `echo a.txt`; cd $(mktemp -d) && rm -rf x",
          "tree/a.txt tree/sub /tmp/tmp.XXXXXXXXXX/x"},
+    };
+    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
+TEST_F(ShellGuardOnDisk, readsWhatProgramsAreGivenToFollow) {
+    const Row rows[] = {
+        {"awk 'NR>1 && $1 > 3 {print $2}' a.txt; awk '{print (1 > 2) | \"sort -n\"}'; awk '/>/{print \">\"}' a.txt",
+         ""},
+        {"awk 'BEGIN{\"date\" | getline d; system(\"ls\")}'; cat a.txt | awk -F, -v 'a=>' '$1 > a {print $2 > "
+         "\"/dev/stderr\"}'",
+         ""},
+        {"awk '{print $1, $2 >> \"b.txt\"}' a.txt; gawk -oa.txt 'BEGIN{}'; awk '{print > \"none\"}'",
+         " @tree/a.txt tree/b.txt"},
+        {"awk '{print > $2}' a.txt", " ~tree"},
+        {"awk 'BEGIN{\"rm x\" | getline}'", " ~tree"},
+        {"awk '{print | \"sh\"}' a.txt", " ~tree"},
+        {"awk -f x.awk a.txt", " ~tree"},
+        {"sed -n '/w /p;s/e w/x/;y/ew/ab/' a.txt; sed -e '1,/x/{p;q}' -e '$!N;a w b.txt' a.txt; sed -nE 's/(a)/w/gp'",
+         ""},
+        {"sed 's,a,b,gw b.txt' a.txt; sed -n '/x/w a.txt' b.txt; sed -es/a/i/ sub/c.txt", " @tree/a.txt tree/b.txt"},
+        {"sed '1e rm x' a.txt", " ~tree"},
+        {"sed 's|a|rm x|e' a.txt", " ~tree"},
+        {"ls | xargs sed -f x.sed", " ?tree"},
+        {"ed -s a.txt <<< $'1d\n/x/s/a/b/\nw b.txt\nq'", " @tree/a.txt tree/b.txt"},
+        {"vim -es -c 'g/x/d' -c 'w! b.txt' -c 'q!' none; ex -s +'%s/a/b/' +x a.txt", " @tree/a.txt tree/b.txt"},
+        {"ed <<< '!rm x'", " ~tree"},
+        {"cat x | vim -e -s a.txt", " ~tree @tree/a.txt"},
+        {"sqlite3 :memory: 'select 1' '.once b.txt'; sqlite3 :memory: <<< '.output a.txt'; sqlite3 -readonly b.txt "
+         ".tables",
+         " @tree/a.txt tree/b.txt"},
+        {"sqlite3 :memory: \"select writefile('a','b')\"", " ~tree"},
+        {"sqlite3 none < x.sql", " ~tree"},
+        {"strace -o b.txt ls; script -qc ls a.txt; cc -MMD -MF b.txt -dD -oa.txt x.c", " @tree/a.txt tree/b.txt"},
+        {"perl -Mstrict -ne 'print if /x/' a.txt; tar -I zstd -tf x; psql -c 'select 1'; curl -s x | tar t", ""},
+        {"perl -Mstrict -e unlink; (cd sub; tar cf /dev/null -I 'sh x' .); (cd ../out; psql -o x)",
+         " ~out tree tree/sub @out"},
+        {"python3 -c 'print(1 + 1)'; python3 -c \"import json; print(json.load(open('a.b'))['key'])\"; node -p "
+         "'JSON.stringify({})'",
+         ""},
+        {"python3 -c \"open('a', 'w')\"", " ?tree"},
+        {"python3 -c 'import os; os.remove(x)'", " ?tree"},
+        {"python3 -m json.tool a b c", " ?tree"},
+        {"mypy src; npx tsc --noEmit; npx eslint src; cargo fmt --check; aws s3 ls; kubectl get pods; nvm use 20", ""},
+        {"npx eslint --fix src", " ?tree"},
     };
     for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
 }

@@ -2,6 +2,7 @@
 
 #include "Shell/Budget.hpp"
 #include "Shell/CopyRules.hpp"
+#include "Shell/DeepReading.hpp"
 #include "Shell/FindRules.hpp"
 #include "Shell/GitRules.hpp"
 #include "Shell/Lexer.hpp"
@@ -10,6 +11,7 @@
 #include "Shell/OptionEffects.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Readers.hpp"
+#include "Shell/Scripts.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Shell/Writers.hpp"
 #include "Support/Files.hpp"
@@ -281,11 +283,11 @@ void Examination::editInPlace() {
     if (editsInPlace(arguments_)) return targetOperands();
     if (name_ == "perl" && !printsOnly(arguments_)) effects_.suspect(cwd_);
     if (name_ == "perl") return;
-    for (const Word& word : arguments_) {
-        const std::size_t command = writeCommandAt(word.text);
-        if (command == std::string::npos) continue;
-        Word file = word;
-        file.text = word.text.substr(command, word.text.find('\n', command) - command);
+    const ScriptEffects script = sedEffects(arguments_);
+    if (script.unknown) effects_.suspect(cwd_);
+    for (const std::string& name : script.files) {
+        Word file;
+        file.text = name;
         effects_.write(file, cwd_);
     }
 }
@@ -297,7 +299,8 @@ bool takesNextWord(const Word& option) {
 }
 
 bool onlyReads(const Rule& rule, Words arguments) {
-    if (rule.apply == &E::editInPlace) return !editsInPlace(arguments);
+    if (rule.apply == &E::editInPlace)
+        return !editsInPlace(arguments) && (rule.name == "perl" || sedEffects(arguments).none());
     if (rule.apply == &E::changeModes) return !isRecursive(arguments);
     if (rule.apply == &E::make) return true;
     if (rule.apply == &E::find) return findAct(arguments) == Act::nothing;
@@ -382,12 +385,22 @@ std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
     return std::min(count, words.size());
 }
 
+namespace {
+
+// Found by its name, in a folder of the system's or in another one for programs.
+bool isInstalled(std::string_view program) {
+    if (program.find('/') == program.npos) return true;
+    return program.starts_with('/') && (belongsToSystem(program) || lastComponent(parentOf(program)) == "bin"sv);
+}
+
+} // namespace
+
 bool isKnown(const Word& first, Words arguments) {
     std::string_view name = commandName(first);
     if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
     if (changesNothing(name, arguments)) return true;
-    return onlyTellsOfItself(name, arguments) || hasReadingSubcommand(name, arguments) || onlyChecks(name, arguments) ||
-           first.text == "}"sv || first.text == "{"sv;
+    return onlyTellsOfItself(name, arguments, isInstalled(first.text)) || hasReadingSubcommand(name, arguments) ||
+           onlyChecks(name, arguments) || first.text == "}"sv || first.text == "{"sv;
 }
 
 namespace {
@@ -451,6 +464,10 @@ Act actOn(std::vector<Word> words, std::size_t nesting) {
     if (const Rule* rule = ruleIndex.find(name)) return actOf(*rule, arguments, nesting + 1);
     if (changesNothing(name, arguments) || isKnown(words.front(), arguments)) return Act::nothing;
     return isWriter(name) ? Act::mayWrite : Act::guessed;
+}
+
+Act actOnText(std::string_view text) {
+    return actOfText({std::string(text)}, 0);
 }
 
 bool hasOperandsOfItsOwn(std::string_view name) {

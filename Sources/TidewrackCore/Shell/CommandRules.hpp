@@ -39,6 +39,9 @@ enum class Act {
 };
 [[nodiscard]] Act actOn(std::vector<Word> words, std::size_t nesting = 0);
 
+// What the commands of a text do at most.
+[[nodiscard]] Act actOnText(std::string_view text);
+
 // Whether the command is one whose other operands may go as well: mv {} FOLDER.
 [[nodiscard]] bool hasOperandsOfItsOwn(std::string_view name);
 

@@ -44,6 +44,13 @@ bool isProgramsPlace(std::string_view line, std::size_t at) {
     return std::find(interpreters.begin(), interpreters.end(), word) != interpreters.end();
 }
 
+// Whether a path may begin here, behind a blank, a quote, or an option of one letter: -o/abs.
+bool mayBegin(std::string_view text, std::size_t at) {
+    if (at == 0 || beforePaths.find(text[at - 1]) != beforePaths.npos) return true;
+    const bool letter = (text[at - 1] | 0x20) >= 'a' && (text[at - 1] | 0x20) <= 'z';
+    return letter && at > 2 && text[at - 2] == '-' && " \t\n'\""sv.find(text[at - 3]) != beforePaths.npos;
+}
+
 // The length of the "~/", "../", "$HOME/" or "/" that the text begins with, without the slash; none when it begins no
 // path.
 std::optional<std::size_t> pathStart(std::string_view text) {
@@ -154,7 +161,7 @@ void Mentions::addListed(const Listing& listing, const std::string& folder, std:
 
 void Mentions::scan(std::string_view text, bool namesPrograms) {
     for (std::size_t at = 0; at < text.size() && looks_ < Budget::mentions; ++at) {
-        if (at > 0 && beforePaths.find(text[at - 1]) == beforePaths.npos) continue;
+        if (!mayBegin(text, at)) continue;
         const auto start = pathStart(text.substr(at));
         if (!start) continue;
         const std::size_t slash = at + *start;

@@ -111,7 +111,8 @@ void Guard::takeCommand(Command& command) {
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
         if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
         if (!functions_.contains(first->text)) {
-            if (isKnown(*first, {first + 1, words.end()})) return;
+            const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(*first));
+            if (!reads && isKnown(*first, {first + 1, words.end()})) return;
             if (!isWriter(commandName(*first))) return takeUnknown();
         }
     }
@@ -249,6 +250,8 @@ void Guard::takeFind(const std::vector<Word>& words, const std::string& folder) 
 void Guard::peel(std::vector<Word>& words) {
     Unwrapped around = unwrap(words);
     given_ = std::move(around.assignments);
+    for (const Word& output : around.outputs)
+        if (output.text != "/dev/null"sv) effects_.write(output, position_.folder());
     if (around.folder && around.folder->unknown) opaque();
     if (around.folder && !around.folder->text.empty())
         elsewhere_ = absolutePath(around.folder->text, position_.folder());
@@ -406,6 +409,8 @@ bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
     if (!command.fromPipe && !command.toPipe && command.inputs.empty()) return false;
     const std::optional<std::string> piped = command.fromPipe ? std::move(written_) : std::nullopt;
     written_ = command.toPipe ? literalOutput(words) : std::nullopt;
+    if (!words.empty() && (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(words.front())))
+        takeScript(commandName(words.front()), command, piped);
     if (!readsCommands(words)) {
         // cat <<EOF | sh
         if (command.toPipe && words.size() == 1 && words.front().text == "cat" && command.inputs.size() == 1 &&
@@ -421,6 +426,14 @@ bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
     const auto text = textOf(command.inputs.front(), command);
     takeText({text.value_or(""), !text, true});
     return true;
+}
+
+// What ed or sqlite3 reads: commands, or data of which nobody knows what is made of it.
+void Guard::takeScript(std::string_view name, const Command& command, const std::optional<std::string>& piped) {
+    std::optional<std::string> text = piped;
+    if (!text && command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text)
+        text = textOf(command.inputs.front(), command);
+    if (!examineInput(name, text, position_.folder(), effects_)) takeUnknown();
 }
 
 std::optional<std::string> Guard::textOf(const Input& input, const Command& command) {

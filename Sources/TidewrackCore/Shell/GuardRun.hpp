@@ -47,6 +47,7 @@ class Guard {
     void takeFind(const std::vector<Word>& words, const std::string& folder);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
+    void takeScript(std::string_view name, const Command& command, const std::optional<std::string>& piped);
     void takeUnknown();
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);

@@ -47,8 +47,9 @@ bool isRecursive(Words arguments) {
 
 bool editsInPlace(Words arguments) {
     return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
-        return word.text.starts_with("--in-place") ||
-               (isShortCluster(word) && word.text.find('i') != std::string::npos);
+        // Behind -e, -f, -M and -I stands what they take.
+        const std::size_t letter = isShortCluster(word) ? word.text.find_first_of("iefMmIF") : std::string::npos;
+        return word.text.starts_with("--in-place") || (letter != std::string::npos && word.text[letter] == 'i');
     });
 }
 
@@ -72,12 +73,6 @@ bool printsOnly(Words arguments) {
     };
     return std::any_of(arguments.begin(), arguments.end(), filters) &&
            std::none_of(arguments.begin(), arguments.end(), acts);
-}
-
-std::size_t writeCommandAt(std::string_view script) {
-    for (std::size_t at = script.find("w "); at != script.npos; at = script.find("w ", at + 1))
-        if (at == 0 || std::string_view("/;|,#{} \n$0123456789gpiI").find(script[at - 1]) != script.npos) return at + 2;
-    return script.npos;
 }
 
 } // namespace tidewrack::shell

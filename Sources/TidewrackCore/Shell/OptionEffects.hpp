@@ -20,7 +20,4 @@ namespace tidewrack::shell {
 // Whether a perl program only reads its files line by line: perl -ne, perl --version.
 [[nodiscard]] bool printsOnly(std::span<const Word> arguments);
 
-// Where the name of the file begins that a sed script writes: w FILE, s/a/b/w FILE; npos where it writes none.
-[[nodiscard]] std::size_t writeCommandAt(std::string_view script);
-
 } // namespace tidewrack::shell

@@ -1,6 +1,7 @@
 #include "Shell/Readers.hpp"
 
 #include "Shell/NameFilter.hpp"
+#include "Shell/Scripts.hpp"
 
 #include <algorithm>
 #include <array>
@@ -14,14 +15,14 @@ using Words = std::span<const Word>;
 
 // Sorted, for the search; a blank behind each.
 constexpr std::string_view names =
-    "(( : [ [[ ack ag alias apropos apt apt-cache apt-get arp awk base64 basename bat bc bg bind break brew cal "
+    "(( : [ [[ ack ag alias apropos apt apt-cache apt-get arp base64 basename bat bc bg bind break brew cal "
     "case cat cksum clear cloc cmp code colordiff column comm complete continue cut date defaults delta df "
     "diff dig dircolors dirname disown dmesg dnf docker docker-compose done dpkg dpkg-query du echo egrep else "
-    "esac exa exit expand expr eza factor false fg fgrep fi file fmt fold for free fuser fzf gawk "
+    "esac exa exit expand expr eza factor false fg fgrep fi file fmt fold for free fuser fzf "
     "getconf getent getfacl getopts gh glab grep groups hash hdiutil head helm hexdump history host hostname htop "
     "id ifconfig in info iostat ip ipcs jobs join journalctl jq kill killall kubectl last launchctl ldd less let "
-    "locale locate logger logname look ls lsblk lscpu lsd lsof lsusb man mapfile mawk md5 md5sum mdfind mdls "
-    "mkdir mktemp more mount mysql nc netstat nl nm nproc nslookup objdump od open otool pacman paste pbcopy "
+    "locale locate logger logname look ls lsblk lscpu lsd lsof lsusb man mapfile md5 md5sum mdfind mdls "
+    "mkdir mktemp more mount mypy mysql nc netstat nl nm nproc nslookup objdump od open otool pacman paste pbcopy "
     "pbpaste pgrep ping pkg-config pkgutil pkill pmset podman popd pr printenv printf ps psql pstree pushd pwd "
     "read readarray readelf readlink realpath redis-cli return rev rg say select seq set sha1sum sha256sum "
     "sha512sum shasum shellcheck shift shopt sleep ss ssh stat strings stty sum sw_vers sysctl systemctl tac tail "
@@ -55,17 +56,15 @@ struct Writing {
 };
 
 constexpr Writing writings[] = {
-    {"awk", "", {}, ">"},
-    {"awk", "i", {"--include"}, "system("},
     {"docker", "", {"run", "cp", "compose"}, {}},
     {"docker-compose", "", {"run", "up", "exec"}, {}},
-    {"gawk", "i", {"--include"}, ">"},
-    {"gawk", "", {}, "system("},
     {"gh", "", {"clone", "checkout", "download"}, {}},
+    {"helm", "", {"--output-dir", "create", "pull"}, {}},
     {"kubectl", "", {"cp"}, {}},
-    {"mawk", "", {}, ">"},
-    {"mawk", "", {}, "system("},
+    {"mysql", "", {"--tee"}, {}},
     {"podman", "", {"run", "cp", "compose"}, {}},
+    {"psql", "oL", {"--output", "--log-file"}, {}},
+    {"redis-cli", "", {"--rdb"}, {}},
     {"tree", "o", {}, {}},
 };
 
@@ -76,10 +75,12 @@ struct Reading {
 };
 
 constexpr Reading readings[] = {
+    {"aws", " help "},
     {"cargo", " --list tree search info help version "},
     {"compose", " ps logs config ls top images port version "},
     {"go", " env list doc version vet help "},
     {"npm", " ls list ll view info show outdated search root bin prefix whoami ping why explain help "},
+    {"nvm", " use ls list current which version "},
     {"pip", " list show freeze check --version help index "},
     {"pip3", " list show freeze check --version help index "},
     {"pnpm", " ls list why outdated view root bin help "},
@@ -92,13 +93,16 @@ constexpr Reading readings[] = {
 // Programs that only look with one of these words, and without one that begins like these.
 struct Checking {
     std::string_view name;
-    std::string_view needs; // each between blanks
+    std::string_view needs; // one of these is the first word, each between blanks; empty: any
     std::string_view writes{};
+    std::string_view also{}; // this must be there too
 };
 
 constexpr Checking checkings[] = {
     {"bash", " -n "},
     {"black", " --check --diff "},
+    {"cargo", " fmt ", {}, "--check"},
+    {"eslint", {}, "--fix"},
     {"isort", " --check --check-only "},
     {"node", " --check "},
     {"php", " -l "},
@@ -126,7 +130,8 @@ constexpr NameFilter readingFilter = [] {
 // Programs that tell their version when asked by -v, -V or "version", and their use by -h or "help".
 constexpr std::string_view tellingShortly =
     " ansible aws bazel brew bun bundle cargo clang clang++ cmake composer conda deno docker dotnet eslint flutter g++ "
-    "gcc gem ghc git go gradle helm java javac jest kubectl ld lua make mvn mypy nginx ng node npm npx nvm pdm php pip "
+    "gcc gem ghc git go gradle gradlew helm java javac jest kubectl ld lua make mvn mvnw mypy nginx ng node npm npx "
+    "nvm pdm php pip "
     "pip3 pnpm poetry prettier psql python python3 rails ruby rustc rustup sqlite3 swift terraform tmux tsc tsx uv vim "
     "vite webpack yarn ";
 
@@ -165,27 +170,47 @@ bool hasReadingSubcommand(std::string_view name, Words arguments) {
     if (arguments.empty() || !readingFilter.mayHold(name)) return false;
     const std::string& first = arguments.front().text;
     if (name == "npm" && first == "config") return arguments.size() > 1 && arguments[1].text == "get";
+    if (name == "aws" && arguments.size() > 1) {
+        const std::string& verb = arguments[1].text; // get-object writes a file
+        return verb == "ls" || verb.starts_with("list-") || verb.starts_with("describe-") ||
+               verb == "get-caller-identity";
+    }
     if (name == "docker" && first == "compose") return hasReadingSubcommand("compose", arguments.subspan(1));
     return std::any_of(std::begin(readings), std::end(readings), [&](const Reading& reading) {
         return reading.name == name && listsWord(reading.subcommands, first);
     });
 }
 
+bool runsOnlyPrinting(std::string_view name, Words arguments) {
+    const bool isPython = name == "python" || name == "python3";
+    if (arguments.size() < 2 || (!isPython && name != "node")) return false;
+    const std::string& option = arguments[0].text;
+    const std::string& code = arguments[1].text;
+    if (isPython && option == "-m") return code == "json.tool" && arguments.size() < 4;
+    if (isPython) return option == "-c" && pythonOnlyPrints(code);
+    return (option == "-e" || option == "-p" || option == "-pe") && javaScriptOnlyPrints(code);
+}
+
 bool onlyChecks(std::string_view name, Words arguments) {
+    if (runsOnlyPrinting(name, arguments)) return true;
+    if (name == "npx" && arguments.size() > 1) return onlyChecks(arguments.front().text, arguments.subspan(1));
     const auto* const found = std::find_if(std::begin(checkings), std::end(checkings),
                                            [&](const Checking& checking) { return checking.name == name; });
     if (found == std::end(checkings)) return false;
     // Further programs and texts follow only behind the option: bash x.sh -n runs the script.
-    const bool first = !arguments.empty() && listsWord(found->needs, arguments.front().text);
+    const bool first = !arguments.empty() && (found->needs.empty() || listsWord(found->needs, arguments.front().text));
+    const auto isAlso = [&](const Word& word) { return word.text == found->also; };
+    if (!found->also.empty() && std::none_of(arguments.begin(), arguments.end(), isAlso)) return false;
     return first && (found->writes.empty() || std::none_of(arguments.begin(), arguments.end(), [&](const Word& word) {
                          return word.unknown || word.text.find(found->writes) != std::string::npos || word.text == "-o";
                      }));
 }
 
-bool onlyTellsOfItself(std::string_view name, Words arguments) {
+bool onlyTellsOfItself(std::string_view name, Words arguments, bool isInstalled) {
     if (arguments.size() != 1) return false;
     const std::string_view word = arguments.front().text;
-    if (word == "--version" || word == "--help" || word == "-version") return true;
+    const bool isLong = word == "--version" || word == "--help" || word == "-version";
+    if (isLong && (isInstalled || listsWord(tellingShortly, name))) return true;
     // Elsewhere these may mean anything: ./reset.sh -v, pytest -v.
     const bool isShort = word == "-v" || word == "-V" || word == "-h" || word == "version" || word == "help";
     return isShort && listsWord(tellingShortly, name) && !(word == "-v" && name.starts_with("python"));

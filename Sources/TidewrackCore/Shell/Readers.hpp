@@ -22,6 +22,7 @@ namespace tidewrack::shell {
 [[nodiscard]] bool onlyChecks(std::string_view name, std::span<const Word> arguments);
 
 // Whether a program with these arguments only tells of itself: --version, --help; -v where it is known to mean that.
-[[nodiscard]] bool onlyTellsOfItself(std::string_view name, std::span<const Word> arguments);
+// A script of the project's own may mean anything by them: only what is installed, or known by its name, is believed.
+[[nodiscard]] bool onlyTellsOfItself(std::string_view name, std::span<const Word> arguments, bool isInstalled = true);
 
 } // namespace tidewrack::shell

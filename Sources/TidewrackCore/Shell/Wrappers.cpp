@@ -21,6 +21,7 @@ struct Wrapper {
     std::size_t operands = 0;       // of its own, before the command
     std::string_view text{};        // options whose word is a command line, each between blanks
     std::string_view folder{};      // options whose word is the folder to run in
+    std::string_view outputs{};     // options whose word is a file that it writes; "FILE" for its operand
 };
 
 // Sorted by name, for the search.
@@ -54,11 +55,11 @@ constexpr Wrapper wrappers[] = {
     {"poetry", " run "},
     {"prlimit"},
     {"rye", " run "},
-    {"script", {}, "cEIOmotT", " --command ", 1, " -c --command "},
+    {"script", {}, "cEIOmotT", " --command ", 1, " -c --command ", {}, " FILE -I -O --log-in --log-out "},
     {"setpriv", {}, {}, " --reuid --regid --groups "},
     {"setsid"},
     {"stdbuf", {}, "ioe", " --input --output --error "},
-    {"strace", {}, "aeEIoOpPsSuUX"},
+    {"strace", {}, "aeEIoOpPsSuUX", " --output ", 0, {}, {}, " -o --output "},
     {"su", {}, "cgGs", " --command --group --supp-group --shell ", 1, " -c --command "},
     {"sudo",
      {},
@@ -68,7 +69,7 @@ constexpr Wrapper wrappers[] = {
      {},
      " -D --chdir "},
     {"taskset", {}, {}, {}, 1},
-    {"time", {}, "fo", " --format --output "},
+    {"time", {}, "fo", " --format --output ", 0, {}, {}, " -o --output "},
     {"timeout", {}, "ks", " --kill-after --signal ", 1},
     {"toybox"},
     {"unbuffer"},
@@ -115,6 +116,7 @@ class Unwrapping {
                 index += takeOption(index, wrapper);
             } else if (operands > 0) {
                 --operands;
+                if (wrapper.outputs.starts_with(" FILE ")) result_.outputs.push_back(words_[index]);
                 ++index;
             } else {
                 break;
@@ -149,6 +151,7 @@ class Unwrapping {
             length = 2;
         }
         if (value && !wrapper.text.empty() && listsWord(wrapper.text, name)) result_.text = value;
+        if (value && !wrapper.outputs.empty() && listsWord(wrapper.outputs, name)) result_.outputs.push_back(*value);
         if (value && !wrapper.folder.empty() && listsWord(wrapper.folder, name)) result_.folder = value;
         return length;
     }

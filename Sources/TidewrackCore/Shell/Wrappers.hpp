@@ -17,6 +17,7 @@ namespace tidewrack::shell {
 struct Unwrapped {
     std::optional<Word> text;        // to be run by a shell: su -c TEXT
     std::optional<Word> folder;      // to be run in: env -C FOLDER
+    std::vector<Word> outputs{};     // files that a wrapper writes: strace -o FILE
     std::vector<Word> assignments{}; // that hold for it alone
 };
 

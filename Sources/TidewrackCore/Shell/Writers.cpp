@@ -1,11 +1,13 @@
 #include "Shell/Writers.hpp"
 
 #include "Shell/NameFilter.hpp"
+#include "Shell/Scripts.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <vector>
 
 namespace tidewrack::shell {
@@ -31,24 +33,26 @@ enum class Written {
 struct Writer {
     std::string_view name;
     Written written = Written::none;
-    std::string_view letters{};  // short options that take a word
-    std::string_view options{};  // long ones
-    std::string_view outputs{};  // those of them whose word is a file or folder that is written
-    std::string_view onlyWith{}; // operands are written only with one of these
-    std::string_view notWith{};  // ... and with none of these
-    std::string_view folder{};   // options whose word is the folder to work in
+    std::string_view letters{};            // short options that take a word
+    std::string_view options{};            // long ones
+    std::string_view outputs{};            // those of them whose word is a file or folder that is written
+    std::string_view onlyWith{};           // operands are written only with one of these
+    std::string_view notWith{};            // ... and with none of these
+    std::string_view folder{};             // options whose word is the folder to work in
+    std::optional<Language> language = {}; // of the texts that it follows
 };
 
 // Sorted by name, for the search.
 constexpr Writer writers[] = {
     {"ar", Written::second, {}, {}, {}, {}, " t p tv pv "},
-    {"as", Written::anything, "oI", {}, " -o "},
+    {"as", Written::anything, "oI", {}, " -o -MD "},
+    {"awk", Written::none, "FvfiEle", {}, {}, {}, {}, {}, Language::awk},
     {"bunzip2", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test "},
     {"bzip2", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test "},
-    {"c++", Written::anything, "oDIULlxTu", {}, " -o "},
-    {"cc", Written::anything, "oDIULlxTu", {}, " -o "},
-    {"clang", Written::anything, "oDIULlxTu", {}, " -o "},
-    {"clang++", Written::anything, "oDIULlxTu", {}, " -o "},
+    {"c++", Written::anything, "oDIULlxTu", {}, " -o -MF "},
+    {"cc", Written::anything, "oDIULlxTu", {}, " -o -MF "},
+    {"clang", Written::anything, "oDIULlxTu", {}, " -o -MF "},
+    {"clang++", Written::anything, "oDIULlxTu", {}, " -o -MF "},
     {"clang-format", Written::all, {}, {}, {}, " -i ", {}},
     {"compress", Written::all, "b", {}, {}, {}, " -c "},
     {"convert", Written::last},
@@ -58,25 +62,28 @@ constexpr Writer writers[] = {
      "AbcCdDeEFhHKmoPQrtTuUwxXyYz",
      " --output --cookie-jar --dump-header --trace --trace-ascii --stderr --header --data --data-raw --data-binary "
      "--request --user --url --form --user-agent --referer --max-time --connect-timeout --retry --cookie --proxy "
-     "--write-out --output-dir --upload-file ",
-     " -o -c -D --output --cookie-jar --dump-header --trace --trace-ascii --stderr ",
-     " -O -J --remote-name ",
+     "--write-out --output-dir --upload-file --config --libcurl --etag-save --hsts --alt-svc ",
+     " -o -c -D --output --cookie-jar --dump-header --trace --trace-ascii --stderr --libcurl --etag-save --hsts "
+     "--alt-svc ",
+     " -O -J --remote-name --remote-name-all ",
      {},
      " --output-dir "},
-    {"ed", Written::all, "p", {}, {}, {}, {}},
-    {"ex", Written::all, "cSTu", {}, {}, {}, " -R "},
+    {"ed", Written::all, "p", {}, {}, {}, {}, {}, Language::editor},
+    {"ex", Written::all, "cSTu", " --cmd ", {}, {}, " -R ", {}, Language::editor},
     {"ffmpeg", Written::last, {}, {}, {}, " -y ", {}},
-    {"g++", Written::anything, "oDIULlxTu", {}, " -o "},
-    {"gcc", Written::anything, "oDIULlxTu", {}, " -o "},
+    {"g++", Written::anything, "oDIULlxTu", {}, " -o -MF "},
+    {"gawk", Written::none, "FvfiEle", {}, {}, {}, {}, {}, Language::awk},
+    {"gcc", Written::anything, "oDIULlxTu", {}, " -o -MF "},
     {"gofmt", Written::all, "r", {}, {}, " -w ", {}},
     {"gunzip", Written::all, "S", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"gzip", Written::all, "S", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"iconv", Written::none, "fto", " --from-code --to-code --output ", " -o --output "},
-    {"ld", Written::anything, "oLlTu", {}, " -o "},
+    {"ld", Written::anything, "oLlTu", {}, " -o -Map --Map --dependency-file "},
     {"lzma", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"magick", Written::last},
+    {"mawk", Written::none, "FvfiEle", {}, {}, {}, {}, {}, Language::awk},
     {"mogrify", Written::all},
-    {"nvim", Written::all, "cSstTuw", " --cmd ", {}, {}, " -R "},
+    {"nvim", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
     {"objcopy", Written::last, "OIFBjRNKLGW"},
     {"openssl", Written::none, {}, {}, " -out -keyout -CAserial -writerand "},
     {"pandoc", Written::none, "fto", " --output --from --to ", " -o --output "},
@@ -100,14 +107,23 @@ constexpr Writer writers[] = {
      " -o --output "},
     {"split", Written::anything},
     {"sponge", Written::all},
-    {"sqlite3", Written::first, {}, " -cmd -init -separator -nullvalue ", {}, {}, " -readonly --readonly "},
+    {"sqlite3",
+     Written::first,
+     {},
+     " -cmd -init -separator -nullvalue --cmd --init ",
+     {},
+     {},
+     " -readonly --readonly ",
+     {},
+     Language::database},
     {"ssh-keygen", Written::none, "bCfFIKmNOPQRrstVwYz", {}, " -f ", {}, {}},
     {"strip", Written::all, "oRKNFIO", " --output-file --remove-section --keep-symbol ", " -o --output-file "},
     {"tar",
      Written::folder,
      "bfCgKNTVXIHL",
-     " --file --directory --exclude --files-from --exclude-from --transform ",
-     {},
+     " --file --directory --exclude --files-from --exclude-from --transform --to-command --checkpoint-action "
+     "--use-compress-program --index-file --info-script --new-volume-script ",
+     " --index-file ",
      {},
      {},
      " -C --directory "},
@@ -116,8 +132,9 @@ constexpr Writer writers[] = {
     {"unlzma", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"unxz", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"unzip", Written::folder, "dPx", {}, {}, {}, " -n -l -v -t -Z -p ", " -d "},
-    {"vi", Written::all, "cSstTuw", " --cmd ", {}, {}, " -R "},
-    {"vim", Written::all, "cSstTuw", " --cmd ", {}, {}, " -R "},
+    {"vi", Written::all, "cStTuw", " --cmd ", {}, {}, " -R "},
+    {"vi", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
+    {"vim", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
     {"wget",
      Written::none,
      "oaOPeiBtTwQURU",
@@ -136,9 +153,19 @@ constexpr Writer writers[] = {
 static_assert(isSortedByName(writers));
 constexpr NameIndex<Writer> writerIndex(writers);
 
+// Whether the word of an option is a program, or a file of commands that are not known.
+bool runsProgram(const Writer& writer, std::string_view option, std::string_view value) {
+    if (writer.language) return option == "-S" || option == "-init" || option == "--init";
+    if (writer.name == "curl") return option == "-K" || option == "--config";
+    if (writer.name != "tar") return false;
+    if (option == "-I" || option == "--use-compress-program") return value.find(' ') != value.npos;
+    return option == "-F" || option == "--info-script" || option == "--new-volume-script" || option == "--to-command" ||
+           (option == "--checkpoint-action" && value.starts_with("exec"));
+}
+
 // Standard output, or a file that keeps nothing.
 bool isNowhere(const Word& word) {
-    return word.text == "-"sv || word.text == "/dev/null"sv;
+    return word.text == "-"sv || word.text == "/dev/null"sv || word.text == ":memory:"sv;
 }
 
 // One command, its arguments sorted into what it writes and what not.
@@ -149,6 +176,7 @@ class Writing {
     Writing(const Writer& writer, Words arguments, const std::string& cwd)
         : writer_(writer), arguments_(arguments), cwd_(cwd), folder_(cwd) {
         sortOut();
+        if (writer.language) readScripts();
     }
 
     [[nodiscard]] bool isNothing() const;
@@ -157,6 +185,8 @@ class Writing {
   private:
     void sortOut();
     std::size_t takeOption(std::size_t index);
+    std::size_t takeAwkOption(std::size_t index);
+    void readScripts();
     void takeValue(std::string_view option, Word value);
     [[nodiscard]] bool takesOperands() const { return !disabled_ && (writer_.onlyWith.empty() || enabled_); }
     [[nodiscard]] Operands writtenOperands() const;
@@ -173,13 +203,16 @@ class Writing {
     std::vector<const Word*> operands_;
     std::vector<Word> outputs_;
     std::vector<Word> archives_;
-    std::string modes_; // of tar: the letters of its options
+    ScriptEffects scripts_; // what the texts do that it follows
+    std::string modes_;     // of tar: the letters of its options
+    bool hasScript_ = false;
+    bool runs_ = false; // another program
     bool enabled_ = false;
     bool disabled_ = false;
 };
 
 bool Writing::isNothing() const {
-    if (!std::all_of(outputs_.begin(), outputs_.end(), isNowhere)) return false;
+    if (!std::all_of(outputs_.begin(), outputs_.end(), isNowhere) || !scripts_.none() || runs_) return false;
     if (!takesOperands()) return true;
     if (writer_.name == "tar") return modes_.find('t') != modes_.npos && modes_.find('x') == modes_.npos;
     if (writer_.written == Written::folder || writer_.written == Written::anything) return false;
@@ -189,6 +222,12 @@ bool Writing::isNothing() const {
 
 bool Writing::run(Effects& effects) const {
     for (const Word& output : outputs_) write(output, effects);
+    for (const std::string& file : scripts_.files) {
+        Word word;
+        word.text = file;
+        write(word, effects);
+    }
+    if (scripts_.unknown || runs_) effects.suspect(cwd_);
     if (!takesOperands()) return true;
     return writer_.name == "tar" ? writeArchive(effects) : writeOperands(effects);
 }
@@ -201,17 +240,58 @@ void Writing::sortOut() {
             for (const Word& word : arguments_.subspan(index + 1)) operands_.push_back(&word);
             return;
         }
-        if (text.size() > 1 && (text[0] == '-' || isFirst))
-            index += takeOption(index);
+        if ((text.size() > 1 && text[0] == '-') || isFirst)
+            index += writer_.language == Language::awk ? takeAwkOption(index) : takeOption(index);
         else
             operands_.push_back(&arguments_[index]);
     }
 }
 
+// awk takes the first operand for its program, editors what is behind a "+", sqlite3 all but the first one.
+void Writing::readScripts() {
+    const auto isScript = [&](const Word* word) {
+        if (writer_.language == Language::awk) return !hasScript_ && word == operands_.front();
+        return writer_.language == Language::database ? word != operands_.front() : word->text.starts_with('+');
+    };
+    for (const Word* word : operands_) {
+        if (!isScript(word)) continue;
+        const std::string_view text = word->text;
+        readScript(*writer_.language, text.substr(text.starts_with('+') ? 1 : 0), scripts_);
+    }
+}
+
+// Files are written only by -o, -d and -p, to which their names are joined; -i, -f, -E and -l read further programs.
+std::size_t Writing::takeAwkOption(std::size_t index) {
+    const std::string_view text = arguments_[index].text;
+    const char letter = text[1];
+    if (text.starts_with("--")) {
+        for (const std::string_view name : {"--pretty-print"sv, "--dump-variables"sv, "--profile"sv, "--debug"sv})
+            runs_ = runs_ || text.starts_with(name);
+        for (const std::string_view name : {"--file"sv, "--include"sv, "--exec"sv, "--load"sv, "--source"sv})
+            hasScript_ = runs_ = runs_ || text.starts_with(name);
+        return text.starts_with("--assign") || text.starts_with("--field") ? text.find('=') == text.npos : 0;
+    }
+    if (letter == 'o' || letter == 'd' || letter == 'p') {
+        Word file = arguments_[index];
+        file.text.erase(0, 2);
+        if (file.text.empty()) runs_ = true;
+        if (!file.text.empty()) outputs_.push_back(std::move(file));
+        return 0;
+    }
+    if (writer_.letters.find(letter) == writer_.letters.npos) return 0;
+    const bool joined = text.size() > 2;
+    const std::size_t taken = !joined && index + 1 < arguments_.size() ? 1 : 0;
+    if (letter == 'e') readScript(Language::awk, joined ? text.substr(2) : arguments_[index + taken].text, scripts_);
+    if (letter != 'F' && letter != 'v') hasScript_ = true;
+    if (letter != 'F' && letter != 'v' && letter != 'e') runs_ = true;
+    return taken;
+}
+
 // How many words behind an option are its own.
 std::size_t Writing::takeOption(std::size_t index) {
     const std::string_view text = arguments_[index].text;
-    const std::size_t equals = text.starts_with("--") ? text.find('=') : text.npos;
+    std::size_t equals = text.find('=');
+    if (!text.starts_with("--") && !listsWord(writer_.outputs, text.substr(0, equals))) equals = text.npos;
     const std::string_view name = text.substr(0, equals);
     enabled_ = enabled_ || listsWord(writer_.onlyWith, name);
     disabled_ = disabled_ || listsWord(writer_.notWith, name);
@@ -241,6 +321,7 @@ std::size_t Writing::takeOption(std::size_t index) {
         modes_ += text[at];
         enabled_ = enabled_ || listsWord(writer_.onlyWith, option);
         disabled_ = disabled_ || listsWord(writer_.notWith, option);
+        if (writer_.written == Written::anything && at > 1) break; // whose options are no clusters
         if (writer_.letters.find(text[at]) == text.npos) continue;
         const bool joined = at + 1 < text.size() && text[0] == '-';
         Word value = joined    ? arguments_[index]
@@ -263,6 +344,10 @@ void Writing::takeValue(std::string_view option, Word value) {
         outputs_.push_back(std::move(value));
     else if (writer_.name == "tar" && (option == "-f" || option == "--file"))
         archives_.push_back(std::move(value));
+    else if (option == "-c" || option == "--cmd" || option == "-cmd") {
+        if (writer_.language) readScript(*writer_.language, value.text, scripts_);
+    } else if (runsProgram(writer_, option, value.text))
+        runs_ = true;
 }
 
 Writing::Operands Writing::writtenOperands() const {
@@ -283,8 +368,12 @@ Writing::Operands Writing::writtenOperands() const {
 }
 
 bool Writing::writeOperands(Effects& effects) const {
+    if (writer_.name == "ar" && !operands_.empty() && operands_.front()->text.find('x') != std::string::npos)
+        effects.suspect(folder_);
     for (const Word* operand : writtenOperands()) {
         Word word = *operand;
+        // What the new name is, only the program knows; something else may have it.
+        if (writer_.name.ends_with("rename")) effects.opaque(parentOf(absolutePath(word.text, folder_)));
         if (writer_.written == Written::urls) word.text = lastComponent(operand->text);
         write(word, effects);
     }
@@ -316,6 +405,25 @@ bool writesNothing(std::string_view name, Words arguments) {
     static const std::string anywhere = "/";
     const Writer* writer = writerIndex.find(name);
     return writer != nullptr && Writing(*writer, arguments, anywhere).isNothing();
+}
+
+bool readsScript(std::string_view name) {
+    const Writer* writer = writerIndex.find(name);
+    return writer != nullptr && writer->language && writer->language != Language::awk;
+}
+
+bool examineInput(std::string_view name, const std::optional<std::string>& text, const std::string& cwd,
+                  Effects& effects) {
+    const Writer* writer = writerIndex.find(name);
+    if (!readsScript(name) || !text) return false;
+    ScriptEffects scripts;
+    readScript(*writer->language, *text, scripts);
+    for (const std::string& file : scripts.files) {
+        Word word;
+        word.text = file;
+        effects.write(word, cwd);
+    }
+    return !scripts.unknown;
 }
 
 bool examineWriter(Words words, const std::string& cwd, Effects& effects) {
