@@ -86,17 +86,21 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {". ./env; eval x; npm test", " ?p"},
         {"echo `x`; cd sub", " ?p p/sub"},
         {"echo $(x) > f", "p/f ?p"},
-        {"find . | xargs -0 -n 1 rm", " ?p"},
-        {"find . | xargs -I {} sudo rm {}", " ?p"},
-        {"find . | xargs sh -c 'rm \"$@\"'", " ?p"},
+        {"find . | xargs -0 -n 1 rm", "p ask ?p"},
+        {"find . | xargs -I {} sudo rm {}", "p ask ?p"},
+        {"find . | xargs sh -c 'rm \"$@\"'", "p ask ?p"},
         {"find . | xargs grep rm; ls | xargs -d, sed -n p", ""},
         {"find . | xargs -0 gzip; (cd a; ls | xargs -I{} nobody {})", " ~p p/a"},
         {"ls | xargs git -C x blame; ls | xargs find -name", ""},
         {"ls | xargs chmod +x; (cd a; find b -type f -exec chmod 600 {} +)", " ~p p/a/b"},
         {"(cd a; ls | xargs git checkout --); (cd b; ls | xargs chmod -R u+w); (cd c; ls | xargs find -delete)",
-         " ?p/a p/b p/c"},
-        {"(cd a; ls | xargs -0I {} rm {}); (cd b; ls | xargs -rn 1 sed -i x)", " ?p/a p/b"},
-        {"(cd a; ls | xargs --max-args 1 rm); (cd b; ls | xargs --delimiter '\\n' -P2 truncate)", " ?p/a p/b"},
+         "p/c ?p/a p/b p/c"},
+        {"(cd a; ls | xargs -0I {} rm {}); (cd b; ls | xargs -rn 1 sed -i x)", "p/a p/b ?p/a p/b"},
+        {"(cd a; ls | xargs --max-args 1 rm); (cd b; ls | xargs --delimiter '\\n' -P2 truncate)", "p/a p/b ?p/a p/b"},
+        {"ls -A | xargs rm -rf; ls ../q/one | xargs rm -rf", "p ask ?p"},
+        {"ls | grep x | xargs rm -rf; (cd a; ls | xargs rm -rf)", "p/a ?p p/a"},
+        {"find ../q -maxdepth 1 | xargs -d '\\n' rm -rf", "q ask ?p"},
+        {"find ../q -name '*.o' | xargs rm; ls ~/x | xargs -I{} rm ~/x/{}; fd -e c . /y | xargs rm", "home/x q /y ?p"},
         {"perl6 x; fish -c y", " ?p"},
         // find's actions and tests
         {"find a b -name x -delete", "p/a p/b"},
@@ -234,10 +238,13 @@ TEST(ShellGuard, asksBeforeAProjectGoes) {
         {"rmdir ../q", "q ask"},
         {"rm -rf ../q/one/src", "q/one/src"},
         {"rm -rf ../q/on", "q/on"},
-        {"mv ../q ../r", "q r"},
+        {"mv ../q ../r", "q r ask"},
     });
     EXPECT_EQ(analyze("rm -rf ../q .", plainContext()).verdict.reason,
               "This deletes /nowhere/q, which contains the tracked project /nowhere/q/one. Tidewrack snapshotted it "
+              "first; allow?");
+    EXPECT_EQ(analyze("mv ../q/one ../r", plainContext()).verdict.reason,
+              "This moves /nowhere/q/one, which contains the tracked project /nowhere/q/one. Tidewrack snapshotted it "
               "first; allow?");
     Verdict verdict{Verdict::Kind::ask, "first"};
     verdict.raiseTo({Verdict::Kind::ask, "second"});
@@ -328,6 +335,15 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "tidewrack unpin 3",
                                 "ls ~/.local | xargs -I{} rm -rf ~/.local/{}",
                                 "cd ~/.local/store; ls | xargs rm -rf",
+                                "S=~/.local/store; rm -rf $S/$(ls $S)",
+                                "find ~/.local/store | xargs rm",
+                                "find ~/.local -mindepth 1 -maxdepth 1 | xargs -d '\\n' rm -rf",
+                                "fd . ~/.local -X rm",
+                                "$(which tidewrack) untrack",
+                                "\"$(command -v tidewrack)\" prune",
+                                "chmod 777 ~/.local/store",
+                                "chmod -R 700 ~/.local/store; ls",
+                                "chown x ~/.local/store",
                                 "tidewrack untrack -- --dry-run",
                                 "tidewrack -- untrack -h",
                                 "cd .. && (tidewrack prune)",
@@ -353,6 +369,7 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
           "cat ~/.local/store/projects/1.json; cp -r ~/.local/store /nowhere/copy", "rm -rf ../local",
           "rm ~/.agent/other.json; touch ~/.local/x; rm -rf ~/.local/storage", "echo tidewrack untrack",
           "git -C ../dotfiles pull", "find ~ -name '*.o' -delete; find ~ -maxdepth 2 -name '*.json' -delete",
+          "find ~ -name '*.o' | xargs rm; fd -e o . ~ -x rm; cd ~; ls *.o | xargs rm -rf",
           "find ~ -type d -empty -delete; find .. ! -name x -path '*/cache/*' -delete", "chmod -R u+w ~/.local"})
         EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);

@@ -58,9 +58,11 @@ struct Budget {
     static constexpr std::size_t operandsLookedAt = 256; // whether they are paths
     static constexpr int foldersCompared = 512;
     static constexpr std::size_t mentions = 64;
+    static constexpr std::size_t itemsOfList = 256; // that the line itself holds
     static constexpr std::size_t listBytes = std::size_t{64} << 10;
     static constexpr std::size_t filesKeptOnSuspicion = 2'000;
     static constexpr std::int64_t bytesKeptOnSuspicion = std::int64_t{16} << 20;
+    static constexpr std::int64_t bytesWrittenOver = std::int64_t{64} << 20; // by programs that are told a file
     static constexpr std::size_t entriesLookedAt = 4'000;
 
     // The decision

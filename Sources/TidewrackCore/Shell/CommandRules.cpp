@@ -6,6 +6,7 @@
 #include "Shell/FindRules.hpp"
 #include "Shell/GitRules.hpp"
 #include "Shell/Lexer.hpp"
+#include "Shell/ListRules.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Shell/NestedText.hpp"
 #include "Shell/OptionEffects.hpp"
@@ -37,11 +38,6 @@ constexpr std::array reservedWords = {"if"sv, "then"sv, "elif"sv, "else"sv,     
 // Commands that change what the line knows, not the disk.
 constexpr std::array builtins = {"cd"sv,    "pushd"sv,     "popd"sv,   "for"sv, "select"sv,  "read"sv, "trap"sv,
                                  "alias"sv, "readarray"sv, "printf"sv, "set"sv, "mapfile"sv, "shift"sv};
-
-// Options of xargs whose value is a word of its own.
-constexpr std::string_view xargsValueLetters = "InPLdEsaJRS";
-constexpr std::array xargsValueOptions = {"--max-args"sv, "--max-procs"sv, "--max-chars"sv, "--delimiter"sv,
-                                          "--arg-file"sv};
 
 class Examination;
 
@@ -292,12 +288,6 @@ void Examination::editInPlace() {
     }
 }
 
-// Whether the value of an option of xargs is the next word: -n 1, -0I {}, --max-args 1, but not -n1.
-bool takesNextWord(const Word& option) {
-    if (!isShortCluster(option)) return isIn(xargsValueOptions, option.text);
-    return option.text.find_first_of(xargsValueLetters, 1) == option.text.size() - 1;
-}
-
 bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::editInPlace)
         return !editsInPlace(arguments) && (rule.name == "perl" || sedEffects(arguments).none());
@@ -318,19 +308,18 @@ void Examination::lookAtRemoved(const Rule& rule, Words command) const {
     for (const Word* operand : operandsOf(arguments, rule.letters, rule.options).words) {
         const std::size_t slash = operand->text.rfind('/', operand->text.find("{}"));
         if (operand->unknown || !isFound(*operand) || slash == std::string::npos) continue;
-        effects_.lookAtOwn(absolutePath(operand->text.substr(0, slash + 1), cwd_),
-                           isRecursive(arguments) ? Extent::removed : Extent::item, Links::followed);
+        const std::string folder = absolutePath(operand->text.substr(0, slash + 1), cwd_);
+        effects_.lookAtOwn(folder, isRecursive(arguments) ? Extent::removed : Extent::item, Links::followed);
+        if (operand->text.ends_with("/{}") && !effects_.isProtected(folder, Links::followed))
+            effects_.thin(folder, cwd_, Links::followed);
     }
 }
 
 // What the command works on is not known.
 void Examination::xargs() {
-    std::size_t index = 0;
-    while (index < arguments_.size() && isOption(arguments_[index]))
-        index += takesNextWord(arguments_[index]) ? 2U : 1U;
-    if (index >= arguments_.size()) return;
-    std::vector<Word> command(arguments_.begin() + static_cast<std::ptrdiff_t>(index), arguments_.end());
-    (void)unwrap(command);
+    std::vector<Word> command = commandOfXargs(arguments_);
+    // What it reads may be the command itself: xargs env.
+    if (command.empty() && !arguments_.empty() && !isOption(arguments_.back())) effects_.suspect(cwd_);
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) {

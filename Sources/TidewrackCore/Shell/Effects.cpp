@@ -145,6 +145,13 @@ void Effects::write(const Word& word, const std::string& folder) {
     }
 }
 
+void Effects::risk(const std::string& path, const std::string& cwd) {
+    if (isFolder(path)) return opaque(path);
+    Word word;
+    word.text = path;
+    write(word, cwd);
+}
+
 void Effects::make(const Word& word, std::string_view folder) {
     if (!word.unknown && !word.glob && !word.text.empty() && decision_.made.size() < Budget::opaqueFolders)
         decision_.made.push_back(absolutePath(word.text, folder));
@@ -186,6 +193,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
     if (skips(word)) return opaque(cwd);
     const auto add = [&](std::string path) {
         if (extent == Extent::removed) askIfProjectInside(path, links);
+        if (extent == Extent::moved) askIfProjectInside(path, links, "moves");
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
         const bool stays = extent == Extent::moved || extent == Extent::kept;
         if (!full()) (stays ? decision_.keptWhole : destroyed_).push_back(path);
@@ -199,9 +207,9 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         add(absolutePath(word.text, cwd));
 }
 
-void Effects::askIfProjectInside(const std::string& path, Links links) {
+void Effects::askIfProjectInside(const std::string& path, Links links, std::string_view verb) {
     if (refused_ || decision_.verdict.kind != Verdict::Kind::allow || context_.projectRoots.empty()) return;
-    askIfContainsProject(path, context_.projectRoots, decision_.verdict);
+    askIfContainsProject(path, context_.projectRoots, decision_.verdict, verb);
     if (decision_.verdict.kind != Verdict::Kind::allow || path.find('\0') != std::string::npos) return;
     if (++pathsMadeReal_ > Budget::pathsMadeReal) return;
     // A file holds no project, and what is not there neither.
@@ -211,7 +219,7 @@ void Effects::askIfProjectInside(const std::string& path, Links links) {
         return;
     }
     const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
-    if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict);
+    if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict, verb);
 }
 
 // A project whose root's names are removed is lost as a whole.
@@ -319,14 +327,17 @@ std::optional<std::string> catastrophic(std::string_view path, std::string_view 
     return refusal(plain);
 }
 
-void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict) {
+void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict,
+                          std::string_view verb) {
     if (verdict.kind != Verdict::Kind::allow || path.empty()) return;
     const std::string_view folder = withoutTrailingSlash(path);
     for (const std::string& root : projectRoots) {
         const bool below = root.starts_with(folder) && (root.size() == folder.size() || root[folder.size()] == '/');
         if (folder != "/" && !below) continue;
-        std::string reason = "This deletes ";
-        reason.append(folder)
+        std::string reason = "This ";
+        reason.append(verb)
+            .append(" ")
+            .append(folder)
             .append(", which contains the tracked project ")
             .append(root)
             .append(".")

@@ -23,7 +23,8 @@ namespace tidewrack::shell {
 [[nodiscard]] std::optional<std::string> catastrophic(std::string_view path, std::string_view home);
 
 // Turns an allow into an ask when a tracked project is at or below `path`.
-void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict);
+void askIfContainsProject(std::string_view path, const std::vector<std::string>& projectRoots, Verdict& verdict,
+                          std::string_view verb = "deletes");
 
 // Whether a command takes a link that the word names, or goes through it, which a trailing slash makes it do.
 [[nodiscard]] Links linksOf(const Word& word);
@@ -81,6 +82,9 @@ class Effects {
     // anything for it.
     void write(const Word& word, const std::string& folder);
 
+    // What is at an absolute path may go, by a list that says so: saved like that, a folder as far as it is small.
+    void risk(const std::string& path, const std::string& cwd);
+
     // What the word names is made, or only its times or rights change: that tells whose it is.
     void make(const Word& word, std::string_view folder);
     [[nodiscard]] bool isMade(const std::string& path) const;
@@ -116,7 +120,7 @@ class Effects {
     void targetWord(const Word& word, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
 
     // Asks when a tracked project is at or below the path, also where the path is spelled through a link.
-    void askIfProjectInside(const std::string& path, Links links = Links::itself);
+    void askIfProjectInside(const std::string& path, Links links = Links::itself, std::string_view verb = "deletes");
 
     // A command of Tidewrack's own, whose arguments these are.
     void ownCommand(std::span<const Word> arguments) { own_.lookAtCommand(arguments); }
@@ -165,7 +169,7 @@ class Effects {
     OwnPaths own_;
     GlobMatcher glob_;
     Decision decision_;
-    std::int64_t bytesLeft_ = Budget::bytesKeptOnSuspicion;  // that may be written over outside of projects
+    std::int64_t bytesLeft_ = Budget::bytesWrittenOver;      // that may be written over outside of projects
     std::vector<std::string> destroyed_;                     // targets that are neither moved nor added to
     std::vector<std::pair<std::string, std::string>> links_; // that the line makes, and where they lead
     std::vector<Listing> listings_;

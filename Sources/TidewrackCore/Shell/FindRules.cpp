@@ -3,7 +3,9 @@
 #include "Shell/Budget.hpp"
 #include "Shell/CommandRules.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/OptionEffects.hpp"
 #include "Shell/Options.hpp"
+#include "Shell/Wrappers.hpp"
 #include "Support/Paths.hpp"
 
 #include <fnmatch.h>
@@ -105,14 +107,19 @@ void listFound(Words roots, const Tests& tests, const std::string& cwd, Effects&
 
 // Only what passes the tests goes: a protected folder stays, and is too large to be kept. What is only guessed is saved
 // as guesses are.
-void takeTree(const Word& root, const Tests& tests, Act act, const std::string& cwd, Effects& effects) {
+void takeTree(const Word& root, const Tests& tests, Act act, bool recursive, const std::string& cwd, Effects& effects) {
     if (act == Act::nothing) return;
     if (root.unknown || effects.skips(root)) return effects.opaque(cwd);
     for (const std::string& path : effects.resolve(root, cwd)) {
         if (act != Act::guessed)
             effects.takeBelow(path, [&](std::string_view file) {
-                const std::string_view below = file.substr(std::min(path.size(), file.size()));
-                return tests.pass(file, static_cast<std::size_t>(std::count(below.begin(), below.end(), '/')));
+                // A folder that goes takes with it what it holds.
+                std::size_t depth = 0;
+                for (std::size_t at = path.size(); at < file.size(); ++depth) {
+                    at = std::min(file.find('/', at + 1), file.size());
+                    if ((recursive || at == file.size()) && tests.pass(file.substr(0, at), depth + 1)) return true;
+                }
+                return false;
             });
         if (effects.isProtected(path, linksOf(root)))
             effects.suspectProjectsIn(path);
@@ -131,6 +138,41 @@ std::size_t fdCommandAt(Words arguments) {
     return static_cast<std::size_t>(std::find_if(arguments.begin(), arguments.end(), runs) - arguments.begin());
 }
 
+std::vector<Word> rootsOfFind(Words arguments, const std::string& cwd) {
+    const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
+    const Words operands = arguments.subspan(wordsBeforeRoots(arguments));
+    std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
+    if (roots.empty()) roots.emplace_back().text = cwd;
+    return roots;
+}
+
+// Behind the pattern.
+std::vector<Word> rootsOfFd(Words arguments, const std::string& cwd) {
+    const Operands all = operandsOf(arguments.first(fdCommandAt(arguments)), fdLetters, fdOptions);
+    std::vector<Word> roots;
+    for (std::size_t index = 1; index < all.words.size(); ++index) roots.push_back(*all.words[index]);
+    if (roots.empty()) roots.emplace_back().text = cwd;
+    return roots;
+}
+
+// What fd's pattern and its options leave out is not worked out: that it takes a certain file is not known then.
+Tests testsOfFd(Words arguments) {
+    Tests tests{Words()};
+    const Words own = arguments.first(fdCommandAt(arguments));
+    const Operands all = operandsOf(own, fdLetters, fdOptions);
+    const bool any = all.words.empty() || all.words.front()->text.empty() || all.words.front()->text == "."sv;
+    tests.onlyEmpty = !any || std::any_of(own.begin(), own.end(), [](const Word& word) {
+        return isShortCluster(word) ? word.text.find_first_of("eEdSo") != std::string::npos : isOption(word);
+    });
+    return tests;
+}
+
+bool removesRecursively(Words arguments) {
+    for (const std::vector<Word>& command : commandsOfFind(arguments))
+        if (isRecursive(command)) return true;
+    return false;
+}
+
 } // namespace
 
 bool isFound(const Word& word) {
@@ -140,10 +182,7 @@ bool isFound(const Word& word) {
 void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     for (std::size_t index = 0; index + 1 < arguments.size(); ++index)
         if (isIn(findWrites, arguments[index].text)) effects.write(arguments[index + 1], cwd);
-    const auto endsRoots = [](const Word& word) { return isOption(word) || word.text == "(" || word.text == "!"; };
-    const Words operands = arguments.subspan(wordsBeforeRoots(arguments));
-    std::vector<Word> roots(operands.begin(), std::find_if(operands.begin(), operands.end(), endsRoots));
-    if (roots.empty()) roots.emplace_back().text = cwd;
+    const std::vector<Word> roots = rootsOfFind(arguments, cwd);
     const Tests tests(arguments);
     listFound(roots, tests, cwd, effects);
     const Act act = findAct(arguments);
@@ -152,19 +191,28 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
         if (wholeTree)
             effects.targetWord(root, cwd, linksOf(root), Extent::removed);
         else
-            takeTree(root, tests, act, cwd, effects);
+            takeTree(root, tests, act, removesRecursively(arguments), cwd, effects);
     }
 }
 
 void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
-    const Operands all = operandsOf(arguments.first(fdCommandAt(arguments)), fdLetters, fdOptions);
-    std::vector<Word> roots; // behind the pattern
-    for (std::size_t index = 1; index < all.words.size(); ++index) roots.push_back(*all.words[index]);
-    if (roots.empty()) roots.emplace_back().text = cwd;
-    const Tests none{Words()};
-    listFound(roots, none, cwd, effects);
+    const std::vector<Word> roots = rootsOfFd(arguments, cwd);
+    const Tests tests = testsOfFd(arguments);
+    listFound(roots, tests, cwd, effects);
     const Act act = fdAct(arguments);
-    for (const Word& root : roots) takeTree(root, none, act, cwd, effects);
+    for (const Word& root : roots) takeTree(root, tests, act, false, cwd, effects);
+}
+
+void examineFound(Words lister, Act act, bool recursive, const std::string& cwd, Effects& effects) {
+    const Words arguments = lister.subspan(1);
+    const bool isFind = commandName(lister.front()) == "find"sv;
+    const Tests tests = isFind ? Tests(arguments) : testsOfFd(arguments);
+    const bool all = isFind && act == Act::removed && !holdsAny(arguments, findTests);
+    for (const Word& root : isFind ? rootsOfFind(arguments, cwd) : rootsOfFd(arguments, cwd)) {
+        if (all && !root.unknown)
+            for (const std::string& path : effects.resolve(root, cwd)) effects.askIfProjectInside(path);
+        takeTree(root, tests, act, recursive, cwd, effects);
+    }
 }
 
 Act fdAct(Words arguments, std::size_t nesting) {

@@ -20,6 +20,10 @@ void examineFind(std::span<const Word> arguments, const std::string& cwd, Effect
 // The same for fd.
 void examineFd(std::span<const Word> arguments, const std::string& cwd, Effects& effects);
 
+// Adds what a command does that is given what find or fd prints, `lister` being its words: `act` to each of it, with
+// all that it holds where it is `recursive`.
+void examineFound(std::span<const Word> lister, Act act, bool recursive, const std::string& cwd, Effects& effects);
+
 // What fd does to what it finds.
 [[nodiscard]] Act fdAct(std::span<const Word> arguments, std::size_t nesting = 0);
 

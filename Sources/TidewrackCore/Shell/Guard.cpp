@@ -7,6 +7,7 @@
 #include "Shell/FindRules.hpp"
 #include "Shell/GuardRun.hpp"
 #include "Shell/Lexer.hpp"
+#include "Shell/ListRules.hpp"
 #include "Shell/NestedText.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Position.hpp"
@@ -51,7 +52,8 @@ bool isOperand(const Word& word) {
 
 // Whether a command's output may be known, for a shell that reads it.
 bool mayFeedShell(const Word& name) {
-    return name.text == "echo"sv || name.text == "printf"sv || name.text == "cat"sv;
+    return name.text == "echo"sv || name.text == "printf"sv || name.text == "cat"sv || name.text == "dirname"sv ||
+           name.text == "realpath"sv;
 }
 
 } // namespace
@@ -92,12 +94,15 @@ void Guard::take(Command& command) {
 void Guard::takeCommand(Command& command) {
     elsewhere_.reset();
     effects_.beginCommand();
+    std::vector<Word> lister = std::exchange(lister_, {});
+    if (!command.fromPipe) lister.clear();
     if (functions_.recordsAt(nesting_, calls_)) functions_.record(command);
     if (!aliases_.empty() && takeAlias(command)) return;
     depth_ = command.depth;
     if (position_.leaveSubshells(command.sharedDepth)) values_.noteFolder(false);
     if (command.opaque) opaque();
     for (const Substitution& substitution : command.nested) takeNested(substitution.program);
+    listed_ = std::move(lister);
     if (!command.braced.empty()) values_.expandBraceLists(command);
     std::vector<Word>& words = command.words;
     auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
@@ -109,7 +114,7 @@ void Guard::takeCommand(Command& command) {
     if (!command.redirects.empty()) takeDoubts(command, {});
     if (first == words.end() || takeDefinition(command)) return;
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
-        if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first + 1, words.end()}, command);
+        if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first, words.end()}, command);
         if (!functions_.contains(first->text)) {
             const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(*first));
             if (!reads && isKnown(*first, {first + 1, words.end()})) return;
@@ -130,6 +135,7 @@ void Guard::takeCommand(Command& command) {
     if (!readings.whole.empty() && readings.whole.front().unknown) opaque(); // what it runs is unknown
     peel(readings.apart);
     peel(readings.whole);
+    if (command.toPipe && !readings.whole.empty() && listsFiles(readings.whole.front())) lister_ = readings.whole;
     if (takeInputs(readings.whole, command)) return;
     if (settledDoubts_ > 0) takeDoubts(command, readings.whole);
     const std::vector<Word>& apart = readings.apart;
@@ -167,22 +173,6 @@ void Guard::noteBranch(const std::vector<Word>& words) {
     if ((text == "fi"sv || text == "esac"sv) && branches_ > 0) --branches_;
 }
 
-// What ls prints may become the operands of another command.
-void Guard::takeListing(std::vector<Word> words, const Command& command) {
-    values_.expandAll(words, command);
-    bool named = false;
-    for (const Word& word : words) {
-        if (word.text.starts_with('-') || word.unknown || !effects_.takesListing()) continue;
-        named = true;
-        std::string path = absolutePath(word.text, position_.folder());
-        if (word.glob)
-            effects_.list({std::string(parentOf(path)), {std::string(lastComponent(path))}, false});
-        else
-            effects_.list({std::move(path), {}, false});
-    }
-    if (!named) effects_.list({position_.folder(), {}, false});
-}
-
 // Commands that run for what they print, in a shell of their own.
 void Guard::takeNested(const Program& program) {
     if (program.commands.empty()) return;
@@ -203,6 +193,8 @@ void Guard::judge(WordValues::Readings readings) {
     const std::string folder = elsewhere_.value_or(position_.folder());
     for (auto* words : {&readings.apart, &readings.whole}) {
         if (words->empty()) continue;
+        if (!listed_.empty() && commandName(words->front()) == "xargs"sv)
+            examineListed(listed_, Words(*words).subspan(1), folder, effects_);
         if (const auto nested = nestedText(*words)) {
             takeText(*nested);
             if (words->front().text == "trap"sv && traps_.size() < Budget::traps) traps_.push_back(*nested);
@@ -402,45 +394,6 @@ Parameters Guard::parametersFrom(Words words) {
         }
     }
     return parameters;
-}
-
-// What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.
-bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
-    if (!command.fromPipe && !command.toPipe && command.inputs.empty()) return false;
-    const std::optional<std::string> piped = command.fromPipe ? std::move(written_) : std::nullopt;
-    written_ = command.toPipe ? literalOutput(words) : std::nullopt;
-    if (!words.empty() && (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(words.front())))
-        takeScript(commandName(words.front()), command, piped);
-    if (!readsCommands(words)) {
-        // cat <<EOF | sh
-        if (command.toPipe && words.size() == 1 && words.front().text == "cat" && command.inputs.size() == 1 &&
-            command.inputs.front().kind == Input::Kind::text)
-            written_ = textOf(command.inputs.front(), command);
-        return false;
-    }
-    if (piped) {
-        takeText({*piped, false, true});
-        return true;
-    }
-    if (command.inputs.size() != 1 || command.inputs.front().kind != Input::Kind::text) return false;
-    const auto text = textOf(command.inputs.front(), command);
-    takeText({text.value_or(""), !text, true});
-    return true;
-}
-
-// What ed or sqlite3 reads: commands, or data of which nobody knows what is made of it.
-void Guard::takeScript(std::string_view name, const Command& command, const std::optional<std::string>& piped) {
-    std::optional<std::string> text = piped;
-    if (!text && command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text)
-        text = textOf(command.inputs.front(), command);
-    if (!examineInput(name, text, position_.folder(), effects_)) takeUnknown();
-}
-
-std::optional<std::string> Guard::textOf(const Input& input, const Command& command) {
-    std::vector<Word> words = {input.word};
-    values_.expandAll(words, command);
-    if (words.size() != 1 || words.front().unknown) return std::nullopt;
-    return std::move(words.front().text);
 }
 
 // A program that may do anything. Within a substitution its effect counts as one that only running shows.

@@ -45,6 +45,7 @@ class Guard {
     void noteBranch(const std::vector<Word>& words);
     void takeTraps();
     void takeFind(const std::vector<Word>& words, const std::string& folder);
+    [[nodiscard]] std::optional<std::string> outputOf(const std::vector<Word>& words);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
     void takeScript(std::string_view name, const Command& command, const std::optional<std::string>& piped);
@@ -87,6 +88,8 @@ class Guard {
     std::size_t otherRuns_ = 0;          // of loops, in which commands were judged
     std::size_t calls_ = 0;              // of functions, in each other
     std::size_t calledCommands_ = 0;     // by all of them
+    std::vector<Word> lister_;           // the last command, where it prints the names of files into a pipe
+    std::vector<Word> listed_;           // the same of the one before the command that is judged
     std::optional<std::string> written_; // by the command before into a pipe, where that is known
 };
 

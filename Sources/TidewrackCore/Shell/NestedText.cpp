@@ -151,7 +151,7 @@ std::optional<std::string> literalOutput(const std::vector<Word>& words) {
         if (!formats && index == 1 && (text == "-n" || text == "-e" || text == "-ne" || text == "-en")) continue;
         if (formats && text.find('%') != std::string::npos) {
             // A format that only lists its operands.
-            if (text.find_first_not_of("%s\\n ") != std::string::npos) return std::nullopt;
+            if (text.find_first_not_of("%s\\n0 ") != std::string::npos) return std::nullopt;
             continue;
         }
         for (std::size_t at = 0; at < text.size();)
