@@ -40,6 +40,7 @@ constexpr Option everyByte{"--contents", "", "read every byte of what was kept"}
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
 constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
 constexpr Option mend{"--repair", "", "mend what can be mended, and move aside what is damaged"};
+constexpr Option write{"--write", "", "also offer restore and undo"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
 constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
@@ -74,6 +75,7 @@ constexpr Option hooksOptions[] = {printHooks, home};
 constexpr Option hooksStatusOptions[] = {home, json};
 constexpr Option homeOptions[] = {home};
 constexpr Option hooksChangeOptions[] = {dryRun, home, json};
+constexpr Option mcpOptions[] = {write, project};
 constexpr Option vaultRestoreOptions[] = {dryRun, json};
 
 constexpr Fill aFolder[] = {Fill::folder};
@@ -353,6 +355,17 @@ constexpr Command table[] = {
      .details = "A failure inside is logged, and the agent's command allowed.",
      .example = "tidewrack hook claude <event.json",
      .run = commands::hook},
+    {.name = "mcp",
+     .group = Group::agents,
+     .effect = Effect::changes,
+     .options = mcpOptions,
+     .summary = "offer the history to an agent, as tools of the Model Context Protocol",
+     .details =
+         "Answers on standard output what a client asks on standard input, until that ends: timeline, show, diff, "
+         "find, cat, versions and status of one project. With --write also restore and undo, which tell first "
+         "what they would do and take a safety snapshot. docs/mcp.md tells how clients are set up.",
+     .example = "tidewrack mcp --project ~/project",
+     .run = commands::mcp},
     {.name = "vault",
      .group = Group::agents,
      .options = jsonOptions,

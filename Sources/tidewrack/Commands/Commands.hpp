@@ -64,6 +64,9 @@ int status(Invocation& call);
 // Hook.cpp
 int hook(Invocation& call);
 
+// Mcp.cpp
+int mcp(Invocation& call);
+
 // Vault.cpp
 int vault(Invocation& call);
 int vaultRestore(Invocation& call);
