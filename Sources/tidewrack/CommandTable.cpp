@@ -89,6 +89,7 @@ constexpr Fill anAgent[] = {Fill::agent};
 constexpr Fill agentOrAll[] = {Fill::agentOrAll};
 constexpr Fill aVaultEntry[] = {Fill::vaultEntry};
 constexpr Fill aCommand[] = {Fill::command};
+constexpr Fill aShell[] = {Fill::shell};
 
 constexpr Command table[] = {
     {.name = "track",
@@ -384,6 +385,18 @@ constexpr Command table[] = {
      .details = "What stands in its place now is moved aside.",
      .example = "tidewrack vault restore 20260314-093005-1F3A9C",
      .run = commands::vaultRestore},
+    {.name = "completion",
+     .words = "bash|zsh|fish",
+     .group = Group::others,
+     .fills = aShell,
+     .mostWords = 1,
+     .summary = "print the completions for a shell",
+     .details =
+         "Packages bring them along. Without one: source <(tidewrack completion bash) in ~/.bashrc; for zsh write "
+         "them into a file _tidewrack in a folder of $fpath, for fish into "
+         "~/.config/fish/completions/tidewrack.fish.",
+     .example = "tidewrack completion fish >~/.config/fish/completions/tidewrack.fish",
+     .run = commands::completion},
     {.name = "version",
      .group = Group::others,
      .summary = "print the version",

@@ -13,7 +13,7 @@ namespace tidewrack {
 class Invocation;
 
 // What stands in the place of a word or of an option's value; completions offer it.
-enum class Fill { nothing, path, folder, snapshot, turn, session, agent, agentOrAll, vaultEntry, command };
+enum class Fill { nothing, path, folder, snapshot, turn, session, agent, agentOrAll, vaultEntry, shell, command };
 
 struct Option {
     std::string_view name;

@@ -5,6 +5,7 @@
 
 #include "Agents/Agent.hpp"
 #include "Commands/Commands.hpp"
+#include "CompletionScripts.hpp"
 #include "Invocation.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Files.hpp"
@@ -148,6 +149,9 @@ class Offers {
             for (const Agent agent : allAgents) offer(rawValue(agent), "");
             return;
         case Fill::vaultEntry: vaultEntries(); return;
+        case Fill::shell:
+            for (const CompletionScript& script : completionScripts()) offer(script.shell, "");
+            return;
         case Fill::command: commands(""); return;
         }
     }
@@ -242,6 +246,17 @@ int complete(Invocation& call) {
     } catch (const std::exception&) {
     }
     return 0;
+}
+
+int completion(Invocation& call) {
+    const std::string shell = call.args.word(0).value_or("");
+    for (const CompletionScript& script : completionScripts()) {
+        if (script.shell != shell) continue;
+        call.print(script.text);
+        return 0;
+    }
+    throw CliError(shell.empty() ? "which shell? usage: tidewrack completion bash|zsh|fish"
+                                 : "there are no completions for " + shell + "; use bash, zsh or fish");
 }
 
 } // namespace commands

@@ -77,6 +77,7 @@ int version(Invocation& call);
 
 // Completion.cpp
 int complete(Invocation& call);
+int completion(Invocation& call);
 
 } // namespace commands
 
