@@ -232,6 +232,7 @@ TEST(Json, printsWhatIsDocumented) {
     json config = json::parse(f.read("home/.gemini/settings.json"));
     EXPECT_EQ(config["hooks"].erase("BeforeTool"), 1U);
     f.write("home/.gemini/settings.json", config.dump());
+    f.makeFolder("home/.gemini/extensions/tidewrack"); // as the plugin lies there
     run("hooks status", {"status"});
     for (const char* agent : {"codex", "gemini"}) run("hooks install", {"install", agent});
     EXPECT_EQ(run("hooks uninstall", {"uninstall", "gemini"})["agents"][0]["removed"].size(), 4U);

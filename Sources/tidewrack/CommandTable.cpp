@@ -40,6 +40,7 @@ constexpr Option everyByte{"--contents", "", "read every byte of what was kept"}
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
 constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
 constexpr Option mend{"--repair", "", "mend what can be mended, and move aside what is damaged"};
+constexpr Option asPlugin{"--plugin", "", "leave the event to the hooks that the user has installed, where they run"};
 constexpr Option write{"--write", "", "also offer restore and undo"};
 constexpr Option printHooks{"--print", "", "the same as the word print"};
 
@@ -75,6 +76,7 @@ constexpr Option hooksOptions[] = {printHooks, home};
 constexpr Option hooksStatusOptions[] = {home, json};
 constexpr Option homeOptions[] = {home};
 constexpr Option hooksChangeOptions[] = {dryRun, home, json};
+constexpr Option hookOptions[] = {asPlugin};
 constexpr Option mcpOptions[] = {write, project};
 constexpr Option vaultRestoreOptions[] = {dryRun, json};
 
@@ -352,6 +354,7 @@ constexpr Command table[] = {
      .group = Group::agents,
      .fills = anAgent,
      .mostWords = 1,
+     .options = hookOptions,
      .summary = "answer one hook event on standard input (called by the agents)",
      .details = "A failure inside is logged, and the agent's command allowed.",
      .example = "tidewrack hook claude <event.json",

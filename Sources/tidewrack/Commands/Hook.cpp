@@ -1,7 +1,9 @@
 // Answers one event of an agent, read from standard input.
 
 #include "Agents/HookHandler.hpp"
+#include "Agents/InstalledPlugin.hpp"
 #include "Commands/Commands.hpp"
+#include "Commands/Hooks.hpp"
 #include "Engine/Trace.hpp"
 #include "Invocation.hpp"
 #include "Platform/Process.hpp"
@@ -54,6 +56,10 @@ int hook(Invocation& call) {
     TerminationDelayed delayed; // some clients end the hook of a turn's end before it has read what it is about
     const auto agent = agentNamed(call.args.word(0).value_or(""));
     if (!agent) throw CliError("usage: tidewrack hook claude|codex|cursor|gemini");
+    if (call.args.has("--plugin") && ownHooksRun(installerFor(call), *agent)) {
+        (void)readEvent(call.around.input); // the agent can finish writing
+        return 0;
+    }
     const HookOutput reply = answer(*agent, call.around, delayed);
     if (reply.standardOutput) call.around.out.line(*reply.standardOutput);
     if (reply.standardError) call.around.err.line(*reply.standardError);

@@ -1,5 +1,6 @@
 #include "Commands/Hooks.hpp"
 
+#include "Agents/InstalledPlugin.hpp"
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Platform/Process.hpp"
@@ -104,6 +105,8 @@ void changeAgents(const std::string& name, Change change, const HookInstaller& i
                 list.push_back(asJson(result));
             else
                 report(result, change, way.acting, out, look);
+            if (!way.asJson && change == Change::install && hasPlugin(installer, agent))
+                out << "  The plugin that is there as well leaves everything to these hooks.\n";
         } catch (const std::exception&) {
             if (!failure) failure = std::current_exception();
         }
@@ -129,14 +132,18 @@ struct StatusText {
     std::string state;
     std::optional<std::string> hint;
     std::exception_ptr failure; // why the state is unknown
+    bool isPlugin = false;      // it brings its hooks, beside those of the user or alone
 };
 
 StatusText statusText(const HookInstaller& installer, Agent agent) {
     try {
         auto status = installer.status(agent);
-        return {stateText(status.state), std::move(status.hint), nullptr};
+        const bool plugin = hasPlugin(installer, agent);
+        const bool alone = plugin && status.state == HookInstaller::Status::State::notInstalled && !status.hint;
+        return {stateText(alone ? HookInstaller::Status::State::installed : status.state), std::move(status.hint),
+                nullptr, plugin};
     } catch (const std::exception& error) {
-        return {"unknown", error.what(), std::current_exception()};
+        return {"unknown", error.what(), std::current_exception(), false};
     }
 }
 
@@ -148,6 +155,9 @@ void printStatus(const HookInstaller& installer, std::ostream& out, const Look& 
         std::string line(rawValue(agent));
         line.resize(std::max<std::size_t>(8, line.size() + 1), ' ');
         line += status.state;
+        if (status.isPlugin)
+            line +=
+                installer.isInstalled(agent) ? "; the plugin as well, which leaves everything to them" : " as a plugin";
         if (status.hint) line += ", " + look.shown(*status.hint);
         out << line << '\n';
         if (!failure) failure = status.failure;
@@ -194,6 +204,7 @@ std::string hooksStatusJson(const HookInstaller& installer) {
         nlohmann::json object = {
             {"agent", rawValue(agent)}, {"state", status.state}, {"path", installer.configPath(agent)}};
         if (status.hint) object["hint"] = *status.hint;
+        if (status.isPlugin) object["plugin"] = true;
         list.push_back(object);
     }
     return prettyJson(list, Slashes::escaped) + "\n";
