@@ -169,6 +169,9 @@ TEST(Json, printsWhatIsDocumented) {
     f.remove("project/large");
     f.write("project/binary", std::string(1, '\0'));
     document.check("diff --stat", json::parse(world.ok({"diff", "1", "--stat", "--json"})));
+    document.check("diff --lines", json::parse(world.ok({"diff", "1", "--lines", "--json"})));
+    document.check("diff --lines", json::parse(world.ok({"diff", "1", "2", "--lines", "--json"})));
+    document.check("show", json::parse(world.ok({"show", "--lines", "--json"})));
     f.remove("project/binary");
     f.write("project/renamed", "n");
     f.remove("project/moved");

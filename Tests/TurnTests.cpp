@@ -498,3 +498,48 @@ TEST_F(Turns, asksAgainWhenMoreWasChanged) {
     EXPECT_EQ(status.get(), 0);
     EXPECT_EQ(f.read("project/notes"), "one\n");
 }
+
+// One part of a file goes, what was changed since stays, and each refusal changes nothing.
+TEST_F(Turns, aHunkIsTakenBackByItself) {
+    const auto text = [](const std::string& first, const std::string& middle, const std::string& last) {
+        return first + "\n2\n3\n4\n5\n6\n7\n8\n9\n" + middle + "\n11\n12\n13\n14\n15\n16\n17\n18\n19\n" + last;
+    };
+    f.write("project/list", text("1", "10", "20"));
+    prompt("s", "Change three places");
+    f.write("project/list", text("one\nand a half", "ten", "twenty\n"));
+    f.write("project/new", "new\n");
+    stop("s");
+    const auto seq = json::parse(world.ok({"timeline", "--json"}))["rows"][0]["first"].get<int>();
+    const std::string turn = std::to_string(seq);
+    const json files = json::parse(world.ok({"show", turn, "list", "--json", "--lines"}))["files"];
+    ASSERT_EQ(files.size(), 1U);
+    EXPECT_EQ(files[0]["hunks"][1]["lines"],
+              json::parse(R"([" 7\n", " 8\n", " 9\n", "-10\n", "+ten\n", " 11\n", " 12\n", " 13\n"])"));
+    EXPECT_EQ(files[0]["hunks"][2], json::parse(R"({"oldBegin":17,"newBegin":18,"lines":
+        [" 17\n", " 18\n", " 19\n", "-20", "+twenty\n"]})"));
+    EXPECT_EQ(json::parse(world.ok({"diff", turn, "list", "--json", "--lines"}))["files"][0]["hunks"],
+              files[0]["hunks"]);
+    struct Refusal {
+        std::vector<std::string> words;
+        const char* reason;
+    };
+    const Refusal refusals[] = {
+        {{"--hunk", "4", "list"}, "list has no hunk 4"},    {{"--hunk", "0", "list"}, "--hunk needs numbers"},
+        {{"--hunk", "1,", "list"}, "--hunk needs numbers"}, {{"--hunk", "1"}, "goes with one path"},
+        {{"--hunk", "1", "new"}, "was added or deleted"},   {{"--hunk", "1", "--force", "list"}, "without --force"}};
+    for (const Refusal& each : refusals) {
+        std::vector<std::string> words{"undo", "--turn", turn};
+        words.insert(words.end(), each.words.begin(), each.words.end());
+        EXPECT_NE(back(words).find(each.reason), std::string::npos) << back(words);
+    }
+    EXPECT_NE(back({"undo", turn, "--hunk", "1", "list"}).find("--hunk goes with --last"), std::string::npos);
+    EXPECT_EQ(f.read("project/list"), text("one\nand a half", "ten", "twenty\n"));
+
+    f.write("project/list", "later\n" + text("one\nand a half", "ten", "twenty\n"));
+    EXPECT_NE(back({"undo", "--turn", turn, "--hunk=1,3", "list"}).find("~ list  merged"), std::string::npos);
+    EXPECT_EQ(f.read("project/list"), "later\n" + text("1", "ten", "20"));
+    EXPECT_NE(back({"undo", "--turn", turn, "--hunk=3", "list"}).find("left to take back"), std::string::npos);
+    EXPECT_FALSE(json::parse(world.ok({"timeline", "--json"}))["rows"][2]["undone"].get<bool>());
+    world.ok({"redo"});
+    EXPECT_EQ(f.read("project/list"), "later\n" + text("one\nand a half", "ten", "twenty\n"));
+}

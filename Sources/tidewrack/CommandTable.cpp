@@ -32,6 +32,9 @@ constexpr Option sessionOf{"--session-of", "N", "all turns of the session that s
 constexpr Option overwriteLater{"--force", "", "put paths back whole that were changed since"};
 constexpr Option keepLater{"--keep-later", "", "leave paths alone that were changed since"};
 constexpr Option here{"--here", "", "in this project only, not in others that the turn worked in"};
+constexpr Option someHunks{"--hunk", "LIST",
+                           "of the one path named only these hunks, as 1,3, counted as show and diff list them"};
+constexpr Option changedLines{"--lines", "", "with --json: the changed lines of each file, in hunks"};
 constexpr Option withVault{"--vault", "", "also put back what was saved outside of projects for the turn"};
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
 constexpr Option inSession{"--session", "S", "only turns of this session", Fill::session};
@@ -57,7 +60,7 @@ constexpr Option untrackOptions[] = {dryRun, project, json};
 constexpr Option jsonOptions[] = {json};
 constexpr Option snapOptions[] = {label, agent, session, turn, kind, project, json};
 constexpr Option logOptions[] = {atMost, clockTimes, byTurns, changedOnly, patch, noPager, project, json};
-constexpr Option diffOptions[] = {newestTurn, patch, stat, content, noPager, project, json};
+constexpr Option diffOptions[] = {newestTurn, patch, stat, content, changedLines, noPager, project, json};
 constexpr Option projectOptions[] = {project};
 constexpr Option pinOptions[] = {project, json};
 constexpr Option pruneOptions[] = {dryRun, project, json};
@@ -65,9 +68,9 @@ constexpr Option checkOptions[] = {everyByte, mend, project, json};
 constexpr Option statusOptions[] = {oneWord, project, json};
 constexpr Option usageOptions[] = {project, json};
 constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
-constexpr Option undoOptions[] = {lastTurn,  ofTurn, ofSession, sessionOf, dryRun, overwriteLater,
-                                  keepLater, here,   withVault, project,   json};
-constexpr Option showOptions[] = {stat, noPager, project, json};
+constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionOf, someHunks, dryRun,
+                                  overwriteLater, keepLater, here,      withVault, project,   json};
+constexpr Option showOptions[] = {stat, changedLines, noPager, project, json};
 constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
 constexpr Option timelineOptions[] = {atMost, byAgent, inSession, withCommands, noPager, project, json};
 constexpr Option findOptions[] = {deleted, noPager, project, json};
@@ -83,9 +86,9 @@ constexpr Option vaultRestoreOptions[] = {dryRun, json};
 constexpr Fill aFolder[] = {Fill::folder};
 constexpr Fill aPath[] = {Fill::path};
 constexpr Fill aSnapshot[] = {Fill::snapshot};
-constexpr Fill aTurn[] = {Fill::turn};
 constexpr Fill twoSnapshotsAndPaths[] = {Fill::snapshot, Fill::snapshot, Fill::path};
 constexpr Fill snapshotAndPaths[] = {Fill::snapshot, Fill::path};
+constexpr Fill turnAndPaths[] = {Fill::turn, Fill::path};
 constexpr Fill snapshotFolderAndPaths[] = {Fill::snapshot, Fill::folder, Fill::path};
 constexpr Fill anAgent[] = {Fill::agent};
 constexpr Fill agentOrAll[] = {Fill::agentOrAll};
@@ -163,13 +166,14 @@ constexpr Command table[] = {
      .example = "tidewrack timeline --commands",
      .run = commands::timeline},
     {.name = "show",
-     .words = "[N]",
+     .words = "[N] [path...]",
      .group = Group::history,
-     .fills = aTurn,
-     .mostWords = 1,
+     .fills = turnAndPaths,
+     .mostWords = Command::anyNumber,
      .options = showOptions,
      .summary = "what a turn did, line by line (default: the newest turn)",
-     .details = "Its row of the timeline, the commands that were run, and what changed from its beginning to its end.",
+     .details = "Its row of the timeline, the commands that were run, and what changed from its beginning to its end, "
+                "or what of that changed at some paths.",
      .example = "tidewrack show 12",
      .run = commands::show},
     {.name = "diff",

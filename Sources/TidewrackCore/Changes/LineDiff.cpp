@@ -140,6 +140,29 @@ LineDiff::Result LineDiff::diffLines(Lines oldLines, Lines newLines, std::size_t
     return {Result::Kind::text, writer.finish(), script.inserted.size(), script.removed.size()};
 }
 
+std::optional<std::string> LineDiff::withoutHunks(std::string_view oldText, std::string_view newText,
+                                                  const std::set<std::size_t>& numbers) {
+    const std::vector<std::string_view> newLines = wholeLines(newText);
+    const Result result = diffLines(wholeLines(oldText), newLines, usualContext);
+    if (numbers.contains(0) || (!numbers.empty() && *numbers.rbegin() > result.hunks.size())) return std::nullopt;
+    std::string text;
+    std::size_t done = 0; // of the new lines
+    const auto copyUpTo = [&](std::size_t end) {
+        for (; done < end; ++done) text += newLines[done];
+    };
+    for (const std::size_t number : numbers) {
+        for (const Line& line : result.hunks[number - 1].lines) {
+            switch (line.kind) {
+            case Line::Kind::context: copyUpTo(*line.newNumber); break;
+            case Line::Kind::removed: text += line.text; break;
+            case Line::Kind::added: done = *line.newNumber; break;
+            }
+        }
+    }
+    copyUpTo(newLines.size());
+    return text;
+}
+
 std::vector<std::string_view> LineDiff::lines(std::string_view text) {
     std::vector<std::string_view> result;
     while (!text.empty()) {

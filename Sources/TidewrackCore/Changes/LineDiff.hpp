@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -66,6 +67,11 @@ struct LineDiff {
     // The same for lines that the caller has split, whole or without their ends. Always Kind::text.
     [[nodiscard]] static Result diffLines(std::span<const std::string_view> oldLines,
                                           std::span<const std::string_view> newLines, std::size_t context);
+
+    // `newText` with some of the hunks taken back that lead to it from `oldText`; they are counted from 1, as a patch
+    // has them. None where one of them is not there.
+    [[nodiscard]] static std::optional<std::string> withoutHunks(std::string_view oldText, std::string_view newText,
+                                                                 const std::set<std::size_t>& numbers);
 
     // Splits at line feeds, which belong to no line; a final one makes no extra line. A carriage return stays
     // with its line. The views point into `text`.

@@ -279,7 +279,7 @@ UndoContents TurnUndo::contents(const Manifest& now) const {
 }
 
 TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Options& options) const {
-    UndoOptions undo{options.later, nullptr, engine_.nestedRoots(project_, engine_.store.projects())};
+    UndoOptions undo{options.later, nullptr, engine_.nestedRoots(project_, engine_.store.projects()), options.hunks};
     if (!options.paths.empty())
         undo.scope = [&](std::string_view path) {
             return std::any_of(options.paths.begin(), options.paths.end(),
@@ -323,6 +323,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
         Obstacles obstacles;
         Actions actions = plan(steps, present(), options);
         checkPaths(choice, steps, options);
+        checkHunks(steps, options);
         foresee(present(), actions, obstacles);
         if (options.dryRun || std::none_of(actions.begin(), actions.end(), acts)) { // nothing to do takes no snapshot
             result.actions = withCauses(std::move(actions), obstacles, choice, present());
@@ -341,7 +342,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     if (!options.paths.empty()) {
         Options all = options;
         all.paths.clear();
-        whole = plan(steps, safety.manifest, all).size() == actions.size();
+        whole = options.hunks.empty() && plan(steps, safety.manifest, all).size() == actions.size();
     }
     Obstacles obstacles;
     foresee(safety.manifest, actions, obstacles);
@@ -362,6 +363,37 @@ void TurnUndo::checkPaths(const UndoChoice& choice, const UndoSteps& steps, cons
                                        [&](const std::string& each) { return isAtOrBelow(each, path); });
         if (!found) throw TidewrackError::refused(path + " isn't in what " + spanOf(choice) + " changed.");
     }
+}
+
+// Hunks have numbers only where one step alone changed the text.
+void TurnUndo::checkHunks(const UndoSteps& steps, const Options& options) const {
+    if (options.hunks.empty()) return;
+    const std::string& path = options.paths.front();
+    const UndoStep* only = nullptr;
+    for (const UndoStep& step : steps.steps) {
+        const Changes changes = Changes::between(step.before, step.after).within({path});
+        if (changes.all().empty()) continue;
+        if (only != nullptr || changes.modified != std::vector{path})
+            throw TidewrackError::refused(
+                only != nullptr ? path + " was changed in several pieces; it can be taken back as a whole."
+                                : path + " was added or deleted; it can be taken back as a whole.");
+        only = &step;
+    }
+    if (only == nullptr) return;
+    const Entry& before = *only->before.find(path);
+    const Entry& after = *only->after.find(path);
+    const UndoContents contents = this->contents(present());
+    const auto textOf = [&](const Entry& entry) -> std::optional<std::string> {
+        if (entry.kind != EntryKind::file || !entry.isKept()) return std::nullopt;
+        const LineDiff::Content content = contents.read(entry);
+        if (content.tooLarge || content.error != 0 || !LineDiff::text(content.bytes)) return std::nullopt;
+        return content.bytes;
+    };
+    const auto older = textOf(before);
+    const auto newer = textOf(after);
+    if (!older || !newer) throw TidewrackError::refused(path + " has no hunks: it is no text, too large or not kept.");
+    if (!LineDiff::withoutHunks(*older, *newer, options.hunks))
+        throw TidewrackError::refused(path + " has no hunk " + std::to_string(*options.hunks.rbegin()) + " there.");
 }
 
 // The restore's own plan tells what it would refuse.

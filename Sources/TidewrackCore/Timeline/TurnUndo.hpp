@@ -63,6 +63,7 @@ class TurnUndo {
         UndoOptions::Later later = UndoOptions::Later::merged;
         std::vector<std::string> paths; // project-relative; empty: all
         bool dryRun = false;            // only plan: nothing is written, and no lock taken
+        std::set<std::size_t> hunks{};  // of the one path, as a patch counts them; empty: all of it
         bool vault = false;             // what was saved outside of projects is to come back as well
     };
 
@@ -84,7 +85,7 @@ class TurnUndo {
     enum class Folder { there, gone };
     [[nodiscard]] UndoChoice sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const;
 
-    // Throws refused for a path that is in none of the changes.
+    // Throws refused for a path that is in none of the changes, and for hunks that are not there.
     [[nodiscard]] UndoResult run(const UndoChoice& choice, const Options& options) const;
 
   private:
@@ -99,6 +100,7 @@ class TurnUndo {
                                      const Options& options) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
+    void checkHunks(const UndoSteps& steps, const Options& options) const;
     void foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
     void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole, Actions& actions,
              Obstacles& obstacles, UndoResult& result) const;

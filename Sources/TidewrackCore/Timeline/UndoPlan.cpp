@@ -86,7 +86,7 @@ class PathPlanner {
         whole.path = path;
         auto forced = finished(std::move(whole), {oldest, std::nullopt, 0}, now);
         if (options_.later == Later::overwritten) return forced;
-        action.forcible = !forced || forced->acts();
+        action.forcible = options_.hunks.empty() && (!forced || forced->acts());
         if (options_.later == Later::kept && action.isForOthers()) action.kind = Kind::keep;
         return action;
     }
@@ -151,7 +151,7 @@ class PathPlanner {
         if (!step.doubt.empty() && !step.isOwn(action.path, isFolder(before) || isFolder(after))) {
             action.reason = Reason::doubt;
             action.detail = step.doubt;
-        } else if (isAt(state, after)) {
+        } else if (options_.hunks.empty() && isAt(state, after)) {
             state = {before, std::nullopt, before != nullptr ? before->mode : std::uint16_t{0}};
         } else {
             action.reason = options_.later == Later::kept ? laterChange(after, state) : merge(before, after, state);
@@ -171,8 +171,9 @@ class PathPlanner {
     [[nodiscard]] Reason merge(const Entry* before, const Entry* after, State& state) {
         if (const Reason reason = laterChange(after, state); reason != Reason::none) return reason;
         if (!isFile(before) || !isFile(after) || (!state.text && !isFile(state.entry))) return Reason::changed;
-        const std::uint16_t mode = state.mode == after->mode ? before->mode : state.mode;
-        if (!state.text) { // where one side changed the mode alone, no lines have to be looked at
+        const bool whole = options_.hunks.empty();
+        const std::uint16_t mode = whole && state.mode == after->mode ? before->mode : state.mode;
+        if (whole && !state.text) { // where one side changed the mode alone, no lines have to be looked at
             if (sameContent(*after, *state.entry)) return take(*before, mode, state);
             if (sameContent(*before, *after)) return take(*state.entry, mode, state);
         }
@@ -188,7 +189,9 @@ class PathPlanner {
             if (content->tooLarge) return Reason::tooLarge;
             if (content->error != 0) return content == &older ? Reason::damaged : Reason::changed;
         }
-        Merge merged = Merge::of(base.bytes, newer.bytes, older.bytes);
+        Merge merged = Merge::of(
+            base.bytes, newer.bytes,
+            whole ? older.bytes : LineDiff::withoutHunks(older.bytes, base.bytes, options_.hunks).value_or(base.bytes));
         switch (merged.kind) {
         case Merge::Kind::clash: return Reason::clash;
         case Merge::Kind::binary: return Reason::changed;

@@ -52,6 +52,8 @@ struct UndoOptions {
     Later later = Later::merged;
     std::function<bool(std::string_view)> scope;      // empty: everything
     std::set<std::string, std::less<>> nestedRoots{}; // other projects inside this one, relative
+    // Of the one file in scope, which one step alone changed, only these hunks; empty: all of it.
+    std::set<std::size_t> hunks{};
 };
 
 struct UndoAction {

@@ -88,8 +88,8 @@ int restore(Invocation& call) {
 
 int undo(Invocation& call) {
     if (isUndoOfTurns(call.args)) return undoTurns(call);
-    for (const char* option : {"--force", "--keep-later", "--here", "--vault"})
-        if (call.args.has(option))
+    for (const char* option : {"--force", "--keep-later", "--here", "--vault", "--hunk"})
+        if (call.args.has(option) || call.args.value(option))
             throw CliError(std::string(option) + " goes with --last, --turn, --session, --session-of or A..B");
     if (call.args.positional.empty() && !call.args.has("--dry-run") && canAsk(call)) return undoAsking(call);
     const SnapshotWord word = call.snapshotWord(0, "snapshot");

@@ -5,6 +5,7 @@
 #include "Commands/Turns.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
+#include "Reports/LinesReport.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/StatReport.hpp"
 #include "Reports/TextReports.hpp"
@@ -23,7 +24,8 @@ namespace {
 
 void warnOfUnknown(Invocation& call, const Engine::Sides& sides, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
-        if (!path.empty() && !sides.older.lists(path) && !sides.newer.lists(path)) call.warn({path + " is on neither side"});
+        if (!path.empty() && !sides.older.lists(path) && !sides.newer.lists(path))
+            call.warn({path + " is on neither side"});
     }
 }
 
@@ -109,9 +111,11 @@ int diff(Invocation& call) {
     const auto [from, to, paths] = last ? comparedByTurn(call, project) : compared(call, project, fromWord);
     const bool patch = args.has("--patch");
     const bool stat = args.has("--stat");
+    const bool lines = args.has("--lines");
+    if (lines && (!call.json() || stat)) throw CliError("--lines goes with --json, and without --stat");
     if (patch && call.json()) throw CliError("a patch is no JSON: give --patch or --json");
     call.page();
-    if (!patch && !stat && !args.has("--content") && paths.empty()) {
+    if (!patch && !stat && !lines && !args.has("--content") && paths.empty()) {
         std::vector<Warning> warnings;
         printChanges(call, call.engine().diff(project, from, to, &warnings));
         call.warn(warnings);
@@ -124,7 +128,9 @@ int diff(Invocation& call) {
         warnOfUnknown(call, sides, paths);
     }
     if (args.has("--content")) changes = withoutTouched(call.store(), project, sides, changes);
-    if (stat && call.json())
+    if (lines)
+        call.printJson({{"version", 1}, {"files", linesJson(call.store(), project, sides, changes, from, to)}});
+    else if (stat && call.json())
         call.printJson(statJson(fileStats(call.store(), project, sides, changes)));
     else if (stat)
         call.print(statText(fileStats(call.store(), project, sides, changes), call.look()) + (patch ? "\n" : ""));

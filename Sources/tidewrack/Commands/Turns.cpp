@@ -5,6 +5,7 @@
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
+#include "Reports/LinesReport.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/StatReport.hpp"
 #include "Reports/TurnReports.hpp"
@@ -99,6 +100,8 @@ bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool
 }
 
 int show(Invocation& call) {
+    const bool lines = call.args.has("--lines");
+    if (lines && !call.json()) throw CliError("--lines goes with --json; without it show prints a patch");
     if (call.json() && call.args.has("--stat")) throw CliError("--stat goes with text; --json names the files");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
@@ -107,17 +110,29 @@ int show(Invocation& call) {
     const TimelineRow& row = rows.front();
     rows.front().counts = undo.counts(row);
     addElsewhere(call.store(), project, undo.timeline(), rows);
+    const std::vector<std::string> paths = call.relativePaths(project, 1);
     std::vector<Shown> parts;
     for (const Stretch& stretch : openStretches(row)) {
         const auto to = stretch.to == untilNow ? std::nullopt : std::optional(stretch.to);
         Engine::Sides sides = call.engine().sides(project, stretch.from, to);
         Changes changes = Changes::between(sides.older, sides.newer);
+        if (!paths.empty()) changes = changes.within(paths);
         parts.insert(parts.begin(), {stretch, std::move(sides), std::move(changes)});
     }
     if (call.json()) {
         Changes all;
-        for (const Shown& part : parts) all = joined(std::move(all), part.changes);
-        call.printJson({{"version", 1}, {"turn", timelineJson(rows)["rows"][0]}, {"changes", changesJson(all)}});
+        nlohmann::json files = nlohmann::json::array();
+        for (const Shown& part : parts) {
+            all = joined(std::move(all), part.changes);
+            const auto [from, to] = part.stretch;
+            if (lines)
+                for (nlohmann::json& file : linesJson(call.store(), project, part.sides, part.changes, from,
+                                                      to == untilNow ? std::nullopt : std::optional(to)))
+                    files.push_back(std::move(file));
+        }
+        nlohmann::json document{{"version", 1}, {"turn", timelineJson(rows)["rows"][0]}, {"changes", changesJson(all)}};
+        if (lines) document["files"] = std::move(files);
+        call.printJson(document);
         return 0;
     }
     call.page();

@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace tidewrack::commands {
@@ -49,6 +50,19 @@ TurnUndo::Options optionsFrom(Invocation& call) {
     options.dryRun = call.args.has("--dry-run");
     options.vault = call.args.has("--vault");
     return options;
+}
+
+// "1,3"
+std::set<std::size_t> hunksOf(const std::string& list) {
+    std::set<std::size_t> numbers;
+    for (std::size_t at = 0; at <= list.size();) {
+        const std::size_t end = std::min(list.find(',', at), list.size());
+        const auto number = parseSeq(std::string_view(list).substr(at, end - at));
+        if (!number || *number < 1) throw CliError("--hunk needs numbers, as in --hunk 1,3, got " + list);
+        numbers.insert(static_cast<std::size_t>(*number));
+        at = end + 1;
+    }
+    return numbers;
 }
 
 struct Done {
@@ -429,6 +443,12 @@ int undoTurns(Invocation& call) {
     const TurnUndo undo(call.engine(), project);
     TurnUndo::Options options = optionsFrom(call);
     options.paths = call.relativePaths(project, ways == 0 ? 1 : 0);
+    if (const auto hunks = call.args.value("--hunk")) {
+        if (options.paths.size() != 1) throw CliError("--hunk goes with one path, whose hunks it counts");
+        if (options.later != UndoOptions::Later::merged)
+            throw CliError("--hunk merges: it goes without --force and --keep-later");
+        options.hunks = hunksOf(*hunks);
+    }
     const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
     call.warnOfUnread(undo.unread()); // where one of them was asked for, that was refused
     const bool last = newest && !call.json();
