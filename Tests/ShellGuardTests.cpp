@@ -386,6 +386,12 @@ TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
     EXPECT_EQ(judgedHere("rm ?.txt [!a]*"), "tree/a.txt tree/b.txt tree/sub");
     EXPECT_EQ(judgedHere("rm .h*"), "tree/.hidden");
     EXPECT_EQ(judgedHere("rm */*.txt"), "tree/sub/c.txt");
+    EXPECT_EQ(judgedHere("shopt -s extglob; rm -rf !(a.txt|x).txt; rm sub/@(c|d).txt"),
+              "tree/a.txt tree/b.txt tree/sub/c.txt");
+    EXPECT_EQ(judgedHere("rm -rf !(a.txt); if !(rm x); then case y in +(z)) rm w;; esac; fi"),
+              "tree/a.txt tree/b.txt tree/sub tree/w tree/x");
+    EXPECT_EQ(judgedHere("shopt -s dotglob; rm *"), "tree/.hidden tree/a.txt tree/b.txt tree/sub");
+    EXPECT_EQ(judgedHere("shopt -s nocaseglob; rm A*"), "tree/a.txt");
     EXPECT_EQ(judgedHere("rm sub/*.o"), " ~tree/sub");
     EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out tree deny");
     EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "tree/sub");
@@ -404,6 +410,8 @@ TEST_F(ShellGuardOnDisk, handsPatternsOn) {
 TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
     EXPECT_EQ(judgedHere("cp a.txt ../x.txt ../out"), "out/a.txt out/x.txt");
     EXPECT_EQ(judgedHere("cp a.txt ../out/"), "out/a.txt");
+    EXPECT_EQ(judgedHere("mkdir ../new; echo > ../new/a; cp ../new/* ../out; cp ../new/. sub"),
+              "new/a out/a out/new tree/sub/a tree/sub/new");
     EXPECT_EQ(judgedHere("cp -t ../out a.txt b.txt; mv --target-directory=../out sub; install -m 644 a.txt ../new"),
               "new out/a.txt out/b.txt out/sub tree/sub");
     EXPECT_EQ(judgedHere("mv *.txt ../out"), "out/a.txt out/b.txt tree/a.txt tree/b.txt");
@@ -429,6 +437,7 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "link deny");
     EXPECT_EQ(judgedHere("git -C ~/Documents clean -fdx"), "home/Documents deny");
 
+    EXPECT_EQ(judgedHere("ln -s ../out/x l; rm l/../f; cd ../link; rm -f ../out/y"), "out/f out/y tree/f tree/l");
     folder.link("wlink", root + "/tree");
     folder.link("out/up", root);
     EXPECT_EQ(judgedHere("rm -rf ../wlink"), "wlink");

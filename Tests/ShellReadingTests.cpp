@@ -51,6 +51,7 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
         {"printf '%s\\0' ../home/data/f 'b c' | xargs -0 rm; xargs -n1 <<< 'a.txt ../out' rm",
          " ?out tree @home/data/f out tree/a.txt"},
         {"ls ~/data/* | xargs -n1 rm; ls -d ../out | xargs wc", " ?tree @home/data home/data/f out"},
+        {"docker cp web:/etc/. ~/data", " ~tree @home/data"},
         {"ls ~/data; cat ../home/data/f", ""},
         {"find . -type f -exec grep -l x {} + -o -exec rm {} \\;", "tree ask"},
         {"echo \"$(unknown)\" `unknown`", " ?tree"},

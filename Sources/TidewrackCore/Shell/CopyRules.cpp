@@ -3,6 +3,7 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -106,6 +107,11 @@ void Copying::targetCopiesIn(const std::string& folder, std::span<const Word* co
 
 void Copying::targetCopyOf(const Word& source, const std::string& folder) {
     if (source.unknown) return effects_.opaque(folder);
+    const std::string from = absolutePath(source.text, cwd_);
+    if (source.glob)
+        for (const std::string& name : effects_.namesMadeIn(parentOf(from)))
+            if (fnmatch(std::string(lastComponent(from)).c_str(), name.c_str(), FNM_NOESCAPE) == 0)
+                effects_.target(absolutePath(name, folder), cwd_);
     for (const std::string& path : effects_.resolve(source, cwd_)) {
         std::string copy = absolutePath(lastComponent(path), folder);
         if (!keeps(copy, source)) effects_.target(std::move(copy), cwd_);
@@ -119,6 +125,7 @@ void Copying::targetContents(const Word& source, const std::string& folder) {
     const std::string& text = source.text;
     if (name_ != "ditto" && text != "." && !text.ends_with('/') && !text.ends_with("/.")) return;
     for (const std::string& path : effects_.resolve(source, cwd_)) {
+        for (const std::string& name : effects_.namesMadeIn(path)) effects_.target(absolutePath(name, folder), cwd_);
         const auto names = effects_.namesIn(path);
         if (!names) return effects_.target(folder, cwd_);
         for (const std::string& name : *names) effects_.target(absolutePath(name, folder), cwd_);

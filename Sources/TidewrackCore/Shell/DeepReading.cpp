@@ -40,7 +40,9 @@ bool isProgramsPlace(std::string_view line, std::size_t at) {
     if (before.ends_with("=(")) return false; // an array's first item
     if (before.empty() || "|&;\n("sv.find(before.back()) != before.npos) return true;
     before.remove_prefix(before.size() - std::min(before.size(), longestInterpreter + 1));
-    const std::string_view word = before.substr(before.find_last_of(" \t\n;|&(/") + 1);
+    const std::size_t separator = before.find_last_of(" \t\n;|&(/");
+    const std::string_view word = before.substr(separator + 1);
+    if (word == "." && separator != before.npos && before[separator] == '/') return false; // x/.
     return std::find(interpreters.begin(), interpreters.end(), word) != interpreters.end();
 }
 
@@ -161,6 +163,7 @@ void Mentions::addListed(const Listing& listing, const std::string& folder, std:
 
 void Mentions::scan(std::string_view text, bool namesPrograms) {
     for (std::size_t at = 0; at < text.size() && looks_ < Budget::mentions; ++at) {
+        if (text[at] != '/' && text[at] != '.' && text[at] != '~' && text[at] != '$') continue;
         if (!mayBegin(text, at)) continue;
         const auto start = pathStart(text.substr(at));
         if (!start) continue;

@@ -203,8 +203,41 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         askIfProjectRoot(std::string(parentOf(absolutePath(word.text, cwd))));
     if (word.glob)
         for (std::string& path : resolve(word, cwd)) add(std::move(path));
-    else if (!word.text.empty())
-        add(absolutePath(word.text, cwd));
+    else if (!word.text.empty()) {
+        std::string path = absolutePath(word.text, cwd);
+        if (word.text.find("..") != std::string::npos)
+            if (std::string other = kernelPath(word.text, cwd); other != path) add(std::move(other));
+        add(std::move(path));
+    }
+}
+
+// Behind a link, on the disk or made by the line, ".." is where the link leads to.
+std::string Effects::kernelPath(std::string_view text, std::string_view cwd) {
+    std::string path = text.starts_with('/') ? "/" : std::string(cwd);
+    while (!text.empty()) {
+        const std::string_view name = text.substr(0, text.find('/'));
+        text.remove_prefix(std::min(name.size() + 1, text.size()));
+        if (name == "..") {
+            const auto made =
+                std::find_if(links_.begin(), links_.end(), [&](const auto& link) { return link.first == path; });
+            struct stat status {};
+            if (made != links_.end())
+                path = made->second;
+            else if (takesLook() && lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode))
+                if (std::string real = realPath(path); !real.empty()) path = std::move(real);
+        }
+        path = absolutePath(name, path);
+    }
+    return path;
+}
+
+std::vector<std::string> Effects::namesMadeIn(std::string_view folder) const {
+    std::vector<std::string> names;
+    const auto& targets = decision_.targets;
+    for (std::size_t index = targets.size() - std::min(targets.size(), Budget::namesMade); index < targets.size();
+         ++index)
+        if (parentOf(targets[index]) == folder) names.emplace_back(lastComponent(targets[index]));
+    return names;
 }
 
 void Effects::askIfProjectInside(const std::string& path, Links links, std::string_view verb) {

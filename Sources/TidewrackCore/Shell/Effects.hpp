@@ -47,6 +47,13 @@ class Effects {
     // pattern's parent folder when nothing matches or too much would.
     [[nodiscard]] std::vector<std::string> resolve(const Word& word, std::string_view cwd);
 
+    // How patterns are matched from now on.
+    void matchHidden() { glob_.matchHidden(); }
+    void ignoreCase() { glob_.ignoreCase(); }
+
+    // The names that the line itself has made in a folder, as far as they were the last ones.
+    [[nodiscard]] std::vector<std::string> namesMadeIn(std::string_view folder) const;
+
     // The names in a folder, for commands that copy its contents; none when they are too many.
     [[nodiscard]] std::optional<std::vector<std::string>> namesIn(const std::string& folder) {
         return glob_.namesIn(folder);
@@ -160,6 +167,7 @@ class Effects {
   private:
     void askIfProjectRoot(const std::string& folder);
     void followLinks(const std::string& path);
+    [[nodiscard]] std::string kernelPath(std::string_view text, std::string_view cwd);
     bool isKeptSomewhere(const std::string& path);
     void judgeTargets();
     void denyCatastrophes();

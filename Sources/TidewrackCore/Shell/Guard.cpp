@@ -60,6 +60,7 @@ bool mayFeedShell(const Word& name) {
 
 Decision Guard::run(std::string_view line) {
     followsLast_ = line.find("$_") != line.npos || line.find("${_") != line.npos;
+    if (line.find("glob") != line.npos || line.find("GLOBIGNORE") != line.npos) takeGlobOptions(line);
     Lexer lexer(line);
     Command command;
     while (lexer.next(command)) take(command);
@@ -74,6 +75,14 @@ Decision Guard::run(std::string_view line) {
     std::sort(mentioned.begin(), mentioned.end());
     mentioned.erase(std::unique(mentioned.begin(), mentioned.end()), mentioned.end());
     return decision;
+}
+
+// What bash and zsh call it that patterns match hidden names, or without regard to case.
+void Guard::takeGlobOptions(std::string_view line) {
+    for (const std::string_view option : {"dotglob"sv, "globdots"sv, "glob_dots"sv, "GLOBIGNORE="sv})
+        if (line.find(option) != line.npos) effects_.matchHidden();
+    for (const std::string_view option : {"nocaseglob"sv, "nocase_glob"sv, "no_case_glob"sv})
+        if (line.find(option) != line.npos) effects_.ignoreCase();
 }
 
 // A command of a text or body, which counts parentheses from its own begin, within so many of the line.

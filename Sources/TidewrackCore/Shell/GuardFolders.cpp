@@ -41,7 +41,22 @@ void Guard::takeDoubts(const Command& command, const std::vector<Word>& words) {
     const bool changes = act > Act::guessed || (!words.empty() && hasOperandsOfItsOwn(commandName(words.front())));
     const auto isFile = [](const Word& word) { return !word.text.starts_with('/'); };
     if (!changes && std::none_of(command.redirects.begin(), command.redirects.end(), isFile)) return;
-    for (std::size_t index = 0; index < settledDoubts_; ++index) effects_.opaque(doubts_[index].folder);
+    for (std::size_t index = 0; index < settledDoubts_; ++index)
+        if (isDoubtful(doubts_[index])) effects_.opaque(doubts_[index].folder);
+}
+
+// A cd fails where there is no such folder, and then matters where there is one to stay in.
+bool Guard::isDoubtful(const Doubt& doubt) const {
+    const std::string& needed = doubt.failsWithout;
+    return needed.empty() || (!isFolder(needed) && !effects_.isMade(needed) && isFolder(doubt.folder));
+}
+
+void Guard::noteFailure(const std::string& folder, std::size_t depth) {
+    Doubt doubt{depth, position_.folder(), folder};
+    if (doubts_.size() < Budget::doubtfulFolders)
+        doubts_.push_back(std::move(doubt));
+    else if (position_.mayChange() && isDoubtful(doubt))
+        opaque();
 }
 
 void Guard::changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument) {
@@ -106,8 +121,10 @@ void Guard::goTo(const std::vector<Word>& words, std::vector<Word>::const_iterat
         others.insert(others.end(), std::make_move_iterator(folders.begin() + 1),
                       std::make_move_iterator(folders.end()));
     if (folders.empty()) return;
-    const bool mayFail = !others.empty() || !(isFolder(folders.front()) || effects_.isMade(folders.front()));
-    if (mayFail && isFolder(position_.folder())) noteDoubt({}, false, depth);
+    if (others.empty())
+        noteFailure(folders.front(), depth);
+    else if (isFolder(position_.folder()))
+        noteDoubt({}, false, depth); // a later run may fail to leave
     std::erase(others, folders.front());
     for (; others.size() > Budget::foldersOfRuns; others.pop_back()) effects_.opaque(others.back());
     enter(std::move(folders.front()), depth, std::move(others));

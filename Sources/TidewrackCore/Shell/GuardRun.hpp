@@ -28,9 +28,16 @@ class Guard {
     Decision run(std::string_view line);
 
   private:
+    struct Doubt {
+        std::size_t depth;
+        std::string folder;
+        std::string failsWithout = {}; // nothing is doubtful when this is a folder, which is looked at late
+    };
+
     void take(Command& command);
     void takeCommand(Command& command);
     void takeReferences(const std::vector<Word>& words);
+    void takeGlobOptions(std::string_view line);
     void takeInside(Command& command, std::size_t depth);
     void takeNested(const Program& program);
     void takeListing(std::vector<Word> words, const Command& command);
@@ -53,6 +60,8 @@ class Guard {
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);
+    void noteFailure(const std::string& folder, std::size_t depth);
+    [[nodiscard]] bool isDoubtful(const Doubt& doubt) const;
     void takeDoubts(const Command& command, const std::vector<Word>& words);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     [[nodiscard]] Parameters parametersFrom(std::span<const Word> words);
@@ -76,11 +85,7 @@ class Guard {
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::map<std::string, std::string, std::less<>> aliases_;
     Functions functions_;
-    std::vector<NestedText> traps_; // of the shell that reads the commands
-    struct Doubt {
-        std::size_t depth;
-        std::string folder;
-    };
+    std::vector<NestedText> traps_;      // of the shell that reads the commands
     std::vector<Doubt> doubts_;          // folders in which the line may be instead
     std::size_t settledDoubts_ = 0;      // those that were noted before the && list of now
     std::size_t branches_ = 0;           // of if and case, that are open

@@ -43,6 +43,11 @@ bool isOneOf(char c, std::string_view set) {
     return set.find(c) != std::string_view::npos;
 }
 
+bool isReservedBefore(const Word& word) {
+    constexpr std::array<std::string_view, 9> words = {"if", "while", "until", "then", "else", "elif", "do", "{", "!"};
+    return std::find(words.begin(), words.end(), word.text) != words.end();
+}
+
 } // namespace
 
 Lexer::Lexer(std::string_view command) : text_(command), end_(command.size()) {}
@@ -219,7 +224,36 @@ bool Lexer::beginsArray() const {
     return close != rest.npos && rest[close] == ')';
 }
 
+// The end of a pattern such as !(a|b) whose parenthesis stands before `at_`, in a word that is no command's first; 0
+// where there is none.
+std::size_t Lexer::extendedPatternEnd() const {
+    if (!started_ || word_.text.empty() || !isOneOf(word_.text.back(), "!?*+@") || out_->words.empty()) return 0;
+    if (word_.text == "!" && std::all_of(out_->words.begin(), out_->words.end(), isReservedBefore)) return 0;
+    const std::string_view rest = text_.substr(at_, std::min(end_ - at_, Budget::arrayLength));
+    std::size_t open = 1;
+    for (std::size_t at = 0; at < rest.size() && !isOneOf(rest[at], "\n;&<>'\"`$"); ++at) {
+        if (rest[at] == '(') ++open;
+        if (rest[at] == ')' && --open == 0) return at_ + at + 1;
+    }
+    return 0;
+}
+
+// Many names may match it; where it stands for a whole one, at least a letter does.
+void Lexer::takeExtendedPattern(std::size_t end) {
+    word_.text.pop_back();
+    const bool whole = word_.text.empty() || word_.text.back() == '/';
+    append(whole ? "*[!*]" : "*");
+    word_.glob = true;
+    escaped_ = true; // what stands there is not what was written
+    at_ = end;
+}
+
 bool Lexer::takeOperator(char c) {
+    if (c == '(')
+        if (const std::size_t end = extendedPatternEnd(); end > 0) {
+            takeExtendedPattern(end);
+            return false;
+        }
     if (c == '(' && beginsArray()) {
         flush();
         out_->isArray = inArray_ = true;

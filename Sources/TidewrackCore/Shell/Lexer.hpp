@@ -57,6 +57,8 @@ class Lexer {
     bool takeOperator(char c);
     void takeInWord(char c);
     [[nodiscard]] bool beginsArray() const;
+    [[nodiscard]] std::size_t extendedPatternEnd() const;
+    void takeExtendedPattern(std::size_t end);
     bool takeAmpersand();
     void takeOutputRedirect();
     void takeInputRedirect();

@@ -3,8 +3,6 @@
 #include "Shell/Budget.hpp"
 #include "Support/Files.hpp"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 
 namespace tidewrack::shell {
@@ -46,12 +44,34 @@ std::optional<std::vector<std::string>> GlobMatcher::namesIn(const std::string& 
     return names;
 }
 
+namespace {
+
+// What names begin and end with that a pattern matches; most names of a large folder need no further look.
+class NameEnds {
+  public:
+    explicit NameEnds(std::string_view pattern) {
+        const std::size_t first = std::min(pattern.find_first_of("*?["), pattern.size());
+        const std::size_t last = pattern.find_last_of("*?]");
+        begin_ = pattern.substr(0, first);
+        if (last != pattern.npos) end_ = pattern.substr(last + 1);
+    }
+
+    [[nodiscard]] bool fit(std::string_view name) const { return name.starts_with(begin_) && name.ends_with(end_); }
+
+  private:
+    std::string_view begin_;
+    std::string_view end_;
+};
+
+} // namespace
+
 // Adds the names that match `pattern` (null: all); false when time ran out.
 bool GlobMatcher::readNames(const std::string& folder, const char* pattern, std::vector<std::string>& names) {
     bool inTime = true;
+    const NameEnds ends(pattern && (flags_ & FNM_CASEFOLD) == 0 ? pattern : "*");
     // A folder that cannot be read holds no names, as for a shell.
     (void)visitNames(folder, [&](const char* name) {
-        if (!pattern || fnmatch(pattern, name, FNM_PERIOD | FNM_NOESCAPE) == 0) names.emplace_back(name);
+        if (!pattern || (ends.fit(name) && fnmatch(pattern, name, flags_) == 0)) names.emplace_back(name);
         return inTime = !outOfTime();
     });
     return inTime;

@@ -1,6 +1,8 @@
 #pragma once
 // Patterns matched against the disk, as a shell does.
 
+#include <fnmatch.h>
+
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -21,6 +23,10 @@ class GlobMatcher {
     // that the list would be incomplete. Hidden names match only a pattern that begins with a dot there.
     [[nodiscard]] std::optional<std::vector<std::string>> match(const std::string& pattern);
 
+    // From now on patterns match hidden names too, or without regard to case.
+    void matchHidden() { flags_ &= ~FNM_PERIOD; }
+    void ignoreCase() { flags_ |= FNM_CASEFOLD; }
+
     // The names in a folder, hidden ones too; none when a limit ended the reading. Counts as a pattern.
     [[nodiscard]] std::optional<std::vector<std::string>> namesIn(const std::string& folder);
 
@@ -31,6 +37,7 @@ class GlobMatcher {
     bool add(std::string path, std::vector<std::string>& matches);
     bool descend(std::string path, std::string_view rest, std::vector<std::string>& matches);
 
+    int flags_ = FNM_PERIOD | FNM_NOESCAPE;
     std::size_t patterns_ = 0;
     std::size_t matches_ = 0;
     std::size_t steps_ = 0;
