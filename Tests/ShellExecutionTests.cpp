@@ -94,11 +94,12 @@ class Scratch {
 
     static std::string contentOf(const std::string& file) { return file + "\nof a line or two\n"; }
 
+    // Without `_`: to a shell that does not set it, it would be the program that was started last.
     void run(const std::string& command, const std::string& shell) {
         std::string quoted;
         for (const char c : command) quoted += c == '\'' ? "'\\''" : std::string(1, c);
         const std::string line = "cd '" + context_.cwd + "' && HOME='" + context_.home + "' OUT='" + folder_.at("out") +
-                                 "' TAR_OPTIONS= " + shell + " -c '" + quoted + "' </dev/null >/dev/null 2>&1";
+                                 "' TAR_OPTIONS= env -u _ " + shell + " -c '" + quoted + "' </dev/null >/dev/null 2>&1";
         (void)!std::system(line.c_str()); // whatever the command says of itself
     }
 
