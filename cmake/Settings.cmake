@@ -3,6 +3,7 @@ option(TIDEWRACK_WERROR "Treat warnings as errors" OFF)
 option(TIDEWRACK_TESTS "Build the tests" OFF)
 option(TIDEWRACK_BENCHMARKS "Build the benchmarks" OFF)
 option(TIDEWRACK_FUZZ "Build the fuzz targets; needs clang" OFF)
+set(TIDEWRACK_FUZZ_ENGINE "" CACHE STRING "What drives the fuzz targets, where that is not clang's libFuzzer")
 set(TIDEWRACK_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 
 set(CMAKE_CXX_STANDARD 20)

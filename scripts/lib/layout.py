@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Checks how the code is laid out: an include points only down the table of layers in docs/architecture.md, rooms
-include each other in no circle, files and functions stay within their lengths, and the document's map is true.
+include each other in no circle, files and functions stay within their lengths, the document's map is true, and so are the
+names of tests in the documents.
     scripts/lib/layout.py --picture    also prints which room includes which"""
 
 import pathlib
@@ -122,8 +123,20 @@ def check_function_lengths(path, lines):
             begun[len(lines[first]) - len(lines[first].lstrip())] = number
 
 
+def check_named_tests():
+    """A document that names a test as what shows a promise names one that there is."""
+    tests = {".".join(found) for path in pathlib.Path("Tests").rglob("*.cpp")
+             for found in re.findall(r"^TEST\w*\((\w+), (\w+)\)", path.read_text(encoding="utf-8"), re.M)}
+    suites = {test.split(".")[0] for test in tests}
+    for document in sorted(pathlib.Path("docs").glob("*.md")):
+        for name in re.findall(r"`([A-Z]\w+\.[a-z]\w+)`", document.read_text(encoding="utf-8")):
+            if name.split(".")[0] in suites and name not in tests:
+                faults.append(f"{document}: there is no test {name}")
+
+
 sources = [p for base in ("Sources", "Tests", "Benchmarks") for p in sorted(pathlib.Path(base).rglob("*.[ch]pp"))]
 check_map()
+check_named_tests()
 check_includes([path for path in sources if path.parts[0] == "Sources"])
 for source in sources:
     text = source.read_text(encoding="utf-8").splitlines()
