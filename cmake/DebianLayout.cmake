@@ -14,3 +14,9 @@ file(WRITE "${share}/lintian/overrides/tidewrack"
 "# A position-independent program that is linked statically looks like a library without dependencies.
 tidewrack: shared-library-lacks-prerequisites [usr/bin/tidewrack]
 ")
+
+# The times of the files are those of the commit, where the caller tells them.
+if(DEFINED ENV{SOURCE_DATE_EPOCH})
+  execute_process(COMMAND find "${CPACK_TEMPORARY_DIRECTORY}" -exec touch -h -d "@$ENV{SOURCE_DATE_EPOCH}" {} +
+    COMMAND_ERROR_IS_FATAL ANY)
+endif()
