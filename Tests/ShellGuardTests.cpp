@@ -364,7 +364,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "sort -o ../dotfiles/settings.json x"})
         EXPECT_TRUE(asks(command)) << command;
     for (const char* command :
-         {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack mcp --write; tidewrack vault restore 1",
+         {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack mcp --write; tidewrack "
+          "vault restore 1",
           "tidewrack prune --dry-run; tidewrack untrack --help; tidewrack hooks install; tidewrack --label prune snap",
           "cat ~/.local/store/projects/1.json; cp -r ~/.local/store /nowhere/copy", "rm -rf ../local",
           "rm ~/.agent/other.json; touch ~/.local/x; rm -rf ~/.local/storage", "echo tidewrack untrack",
