@@ -326,6 +326,7 @@ void Examination::xargs() {
         if (command.size() == 1) command.emplace_back().text = "untrack"; // the worst of what it may read
         effects_.ownCommand(Words(command).subspan(1));
     }
+    if (rule && rule->apply == &E::git) examineGitStore(Words(command).subspan(1), cwd_, effects_);
     if (rule && rule->apply == &E::remove) lookAtRemoved(*rule, command);
     if (rule && !onlyReads(*rule, Words(command).subspan(1)))
         effects_.opaque(cwd_);

@@ -1,6 +1,7 @@
 #pragma once
 // What the guard is asked with, and what it answers.
 
+#include "Shell/FoundFiles.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
@@ -60,6 +61,30 @@ struct Verdict {
     bool operator==(const Verdict&) const = default;
 };
 
+// What a git command takes of the files in a folder. Only git can tell which they are.
+struct GitTakes {
+    enum class Which { untracked, changed };
+
+    std::string folder; // in which git runs
+    Which which = Which::changed;
+    bool wholeTree = false;         // of the work tree, not only of the folder
+    std::vector<std::string> words; // of "git clean" that say which untracked files
+    bool canTell = true;            // git can be asked which they are
+    bool certain = true;            // false: it may take fewer
+    bool stays = false;             // git's own store holds it afterwards
+
+    bool operator==(const GitTakes&) const = default;
+};
+
+// A git command that changes git's own store.
+struct GitStoreUse {
+    std::string folder;        // in which git runs
+    std::string named;         // the store that it is told, absolute; empty: the one around the folder
+    bool losesObjects = false; // it removes what nothing refers to
+
+    bool operator==(const GitStoreUse&) const = default;
+};
+
 struct Decision {
     Verdict verdict;
     std::vector<std::string> targets;    // absolute paths that may be deleted or overwritten: sorted, each once
@@ -67,6 +92,9 @@ struct Decision {
                                          // they lead to is; sorted, each once
     std::vector<std::string> removed;    // those of them that go with all they hold; sorted, each once
     std::vector<std::string> thinned;    // those of them that are folders of whose contents some go; sorted, each once
+    std::vector<FoundFiles> found;       // what tests on names let commands take of folders that are targets
+    std::vector<GitTakes> gitTakes;      // what git takes of such folders
+    std::vector<GitStoreUse> gitStores;  // whose state is worth a copy; nothing else is saved for these
     std::vector<std::string> keptWhole;  // those of them whose content is there afterwards, because they are moved or
                                          // added to; sorted, each once
     bool opaque = false;                 // part of the effect cannot be known without running the command

@@ -95,8 +95,13 @@ void Effects::target(std::string path, std::string_view cwd, Links links, Extent
     decision_.targets.push_back(std::move(path));
 }
 
-void Effects::thin(const std::string& folder, std::string_view cwd, Links links) {
-    if (!full()) decision_.thinned.push_back(folder);
+void Effects::thin(const std::string& folder, std::string_view cwd, Links links, FoundFiles taken, bool removes) {
+    if (!full()) {
+        decision_.thinned.push_back(folder);
+        taken.folder = folder;
+        taken.certain = taken.certain && removes;
+        decision_.found.push_back(std::move(taken));
+    }
     target(folder, cwd, links, Extent::item);
 }
 
@@ -159,6 +164,16 @@ void Effects::make(const Word& word, std::string_view folder) {
 
 bool Effects::isMade(const std::string& path) const {
     return std::find(decision_.made.begin(), decision_.made.end(), path) != decision_.made.end();
+}
+
+void Effects::takeFromTree(GitTakes takes) {
+    if (decision_.gitTakes.size() < Budget::gitCommands) decision_.gitTakes.push_back(std::move(takes));
+}
+
+void Effects::useGitStore(GitStoreUse use) {
+    auto& uses = decision_.gitStores;
+    const bool isKnown = std::find(uses.begin(), uses.end(), use) != uses.end();
+    if (!isKnown && uses.size() < Budget::gitCommands) uses.push_back(std::move(use));
 }
 
 const std::string& Effects::gitTopLevel(const std::string& folder) {

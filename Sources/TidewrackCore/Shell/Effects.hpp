@@ -74,8 +74,10 @@ class Effects {
     // Adds an absolute path to the targets.
     void target(std::string path, std::string_view cwd, Links links = Links::itself, Extent extent = Extent::item);
 
-    // Adds a folder of whose contents a command takes some.
-    void thin(const std::string& folder, std::string_view cwd, Links links);
+    // Adds a folder of whose contents a command takes some: `taken`, whatever its folder is. `removes`: what passes
+    // goes.
+    void thin(const std::string& folder, std::string_view cwd, Links links, FoundFiles taken = {},
+              bool removes = false);
 
     // Asks when that would take Tidewrack's own history or hooks.
     void lookAtOwn(const std::string& target, Extent extent, Links links) { own_.look(target, extent, links); }
@@ -110,6 +112,11 @@ class Effects {
     [[nodiscard]] const std::vector<Listing>& listings() const { return listings_; }
 
     [[nodiscard]] bool isInProject(std::string_view path) const { return context_.isInProject(path); }
+
+    // git takes some of the files of a work tree, which is a target.
+    void takeFromTree(GitTakes takes);
+    // git changes its own store.
+    void useGitStore(GitStoreUse use);
 
     // The folder with git's store at or above this one; empty where there is none, and once many were looked for.
     [[nodiscard]] const std::string& gitTopLevel(const std::string& folder);

@@ -2,13 +2,12 @@
 
 #include "Shell/Budget.hpp"
 #include "Shell/CommandRules.hpp"
+#include "Shell/FoundFiles.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Shell/OptionEffects.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Support/Paths.hpp"
-
-#include <fnmatch.h>
 
 #include <algorithm>
 #include <array>
@@ -56,50 +55,48 @@ std::size_t wordsBeforeRoots(Words arguments) {
     return std::min(count, arguments.size());
 }
 
-// What must hold of a file so that find acts on it, as far as its path tells.
-struct Tests {
-    std::vector<std::string> names; // one of these patterns must match the name ...
-    std::vector<std::string> paths; // ... or one of these the path; both empty: all pass
-    std::vector<std::string> anyCase;
-    std::size_t depth = std::string::npos; // of the folders below a root, at most
-    bool onlyEmpty = false;
-
-    explicit Tests(Words arguments);
-    [[nodiscard]] bool pass(std::string_view path, std::size_t below) const;
-};
-
-Tests::Tests(Words arguments) {
-    for (std::size_t index = 0; index < arguments.size(); ++index) {
-        const std::string_view test = arguments[index].text;
-        onlyEmpty = onlyEmpty || test == "-empty"sv;
-        if (index + 1 == arguments.size()) return;
-        const bool isNegated = index > 0 && isIn(negations, arguments[index - 1].text);
-        const std::string& pattern = arguments[index + 1].text;
-        if (test == "-maxdepth"sv) depth = std::min(depth, std::size_t(std::strtoul(pattern.c_str(), nullptr, 10)));
-        if (isNegated) continue;
-        if (test == "-name"sv) names.push_back(pattern);
-        if (test == "-path"sv || test == "-wholename"sv) paths.push_back(pattern);
-        if (test == "-iname"sv || test == "-ipath"sv) anyCase.push_back(pattern);
+// Whether one test on names alone, and on being a file, says what find acts on.
+bool nameDecides(Words arguments) {
+    constexpr std::array harmless = {"-delete"sv, "-print"sv, "-print0"sv, "-depth"sv, "-xdev"sv, "-mount"sv};
+    std::size_t tests = 0;
+    for (std::size_t index = wordsBeforeRoots(arguments); index < arguments.size(); ++index) {
+        const std::string_view text = arguments[index].text;
+        if (arguments[index].unknown || arguments[index].glob || text == "("sv || text == "!"sv) return false;
+        if (isIn(findRuns, text)) {
+            while (index < arguments.size() && arguments[index].text != ";" && arguments[index].text != "+") ++index;
+        } else if (text == "-name"sv || text == "-iname"sv || text == "-maxdepth"sv || text == "-type"sv) {
+            if (++index == arguments.size()) return false;
+            if (text == "-type"sv && arguments[index].text != "f"sv) return false;
+            if (text.ends_with("name") && ++tests > 1) return false;
+        } else if (isOption(arguments[index]) && !isIn(harmless, text)) {
+            return false;
+        }
     }
+    return true;
 }
 
-// `below`: how many folders below a root the path is.
-bool Tests::pass(std::string_view path, std::size_t below) const {
-    if (onlyEmpty || below > depth) return false;
-    const std::string whole(path);
-    const std::string name(lastComponent(path));
-    const auto matches = [](const std::vector<std::string>& patterns, const std::string& text, int flags) {
-        return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
-            return isHard(pattern) || fnmatch(pattern.c_str(), text.c_str(), flags) == 0;
-        });
-    };
-    if (names.empty() && paths.empty() && anyCase.empty()) return true;
-    return matches(names, name, 0) || matches(paths, whole, 0) || matches(anyCase, name, FNM_CASEFOLD) ||
-           matches(anyCase, whole, FNM_CASEFOLD);
+// What must hold of a file so that find acts on it, as far as its path tells.
+FoundFiles testsOf(Words arguments) {
+    FoundFiles tests;
+    tests.certain = nameDecides(arguments);
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        const std::string_view test = arguments[index].text;
+        tests.onlyEmpty = tests.onlyEmpty || test == "-empty"sv;
+        if (index + 1 == arguments.size()) break;
+        const bool isNegated = index > 0 && isIn(negations, arguments[index - 1].text);
+        const std::string& pattern = arguments[index + 1].text;
+        if (test == "-maxdepth"sv)
+            tests.depth = std::min(tests.depth, std::size_t(std::strtoul(pattern.c_str(), nullptr, 10)));
+        if (isNegated) continue;
+        if (test == "-name"sv) tests.names.push_back(pattern);
+        if (test == "-path"sv || test == "-wholename"sv) tests.paths.push_back(pattern);
+        if (test == "-iname"sv || test == "-ipath"sv) tests.anyCase.push_back(pattern);
+    }
+    return tests;
 }
 
 // What the tests on names let pass, whatever the others say.
-void listFound(Words roots, const Tests& tests, const std::string& cwd, Effects& effects) {
+void listFound(Words roots, const FoundFiles& tests, const std::string& cwd, Effects& effects) {
     for (const Word& root : roots)
         if (!root.glob && !root.unknown && effects.takesListing())
             effects.list({absolutePath(root.text, cwd), tests.names, true});
@@ -107,7 +104,8 @@ void listFound(Words roots, const Tests& tests, const std::string& cwd, Effects&
 
 // Only what passes the tests goes: a protected folder stays, and is too large to be kept. What is only guessed is saved
 // as guesses are.
-void takeTree(const Word& root, const Tests& tests, Act act, bool recursive, const std::string& cwd, Effects& effects) {
+void takeTree(const Word& root, const FoundFiles& tests, Act act, bool recursive, const std::string& cwd,
+              Effects& effects) {
     if (act == Act::nothing) return;
     if (root.unknown || effects.skips(root)) return effects.opaque(cwd);
     for (const std::string& path : effects.resolve(root, cwd)) {
@@ -124,7 +122,7 @@ void takeTree(const Word& root, const Tests& tests, Act act, bool recursive, con
         if (effects.isProtected(path, linksOf(root)))
             effects.suspectProjectsIn(path);
         else if (act == Act::destroyed || act == Act::removed)
-            effects.thin(path, cwd, linksOf(root));
+            effects.thin(path, cwd, linksOf(root), tests, act == Act::removed);
         else if (effects.isInProject(path))
             effects.suspect(path);
         else
@@ -156,8 +154,8 @@ std::vector<Word> rootsOfFd(Words arguments, const std::string& cwd) {
 }
 
 // What fd's pattern and its options leave out is not worked out: that it takes a certain file is not known then.
-Tests testsOfFd(Words arguments) {
-    Tests tests{Words()};
+FoundFiles testsOfFd(Words arguments) {
+    FoundFiles tests;
     const Words own = arguments.first(fdCommandAt(arguments));
     const Operands all = operandsOf(own, fdLetters, fdOptions);
     const bool any = all.words.empty() || all.words.front()->text.empty() || all.words.front()->text == "."sv;
@@ -183,7 +181,7 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     for (std::size_t index = 0; index + 1 < arguments.size(); ++index)
         if (isIn(findWrites, arguments[index].text)) effects.write(arguments[index + 1], cwd);
     const std::vector<Word> roots = rootsOfFind(arguments, cwd);
-    const Tests tests(arguments);
+    const FoundFiles tests = testsOf(arguments);
     listFound(roots, tests, cwd, effects);
     const Act act = findAct(arguments);
     const bool wholeTree = act == Act::removed && !holdsAny(arguments, findTests);
@@ -197,7 +195,7 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
 
 void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
     const std::vector<Word> roots = rootsOfFd(arguments, cwd);
-    const Tests tests = testsOfFd(arguments);
+    const FoundFiles tests = testsOfFd(arguments);
     listFound(roots, tests, cwd, effects);
     const Act act = fdAct(arguments);
     for (const Word& root : roots) takeTree(root, tests, act, false, cwd, effects);
@@ -206,7 +204,7 @@ void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
 void examineFound(Words lister, Act act, bool recursive, const std::string& cwd, Effects& effects) {
     const Words arguments = lister.subspan(1);
     const bool isFind = commandName(lister.front()) == "find"sv;
-    const Tests tests = isFind ? Tests(arguments) : testsOfFd(arguments);
+    const FoundFiles tests = isFind ? testsOf(arguments) : testsOfFd(arguments);
     const bool all = isFind && act == Act::removed && !holdsAny(arguments, findTests);
     for (const Word& root : isFind ? rootsOfFind(arguments, cwd) : rootsOfFd(arguments, cwd)) {
         if (all && !root.unknown)

@@ -1,0 +1,28 @@
+#pragma once
+// The files below a folder that a command such as find takes, as far as their paths tell.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewrack::shell {
+
+struct FoundFiles {
+    std::string folder;
+    std::vector<std::string> names; // one of these patterns must match the name ...
+    std::vector<std::string> paths; // ... or one of these the path; both empty: all pass
+    std::vector<std::string> anyCase;
+    std::size_t depth = std::string::npos; // of the folders below the folder, at most
+    bool onlyEmpty = false;
+    bool certain = false; // nothing but this decides: what passes goes
+
+    // `below`: how many folders below the folder the path is.
+    [[nodiscard]] bool pass(std::string_view path, std::size_t below) const;
+    // The same, for a path below the folder. What can't be told passes.
+    [[nodiscard]] bool mayTake(std::string_view path) const;
+
+    bool operator==(const FoundFiles&) const = default;
+};
+
+} // namespace tidewrack::shell
