@@ -4,6 +4,7 @@
 
 #include "Agents/SnapshotTexts.hpp"
 #include "Walk/GitIgnore.hpp"
+#include "Walk/GitQuestion.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -35,7 +36,9 @@ class GitIgnoreTest : public ::testing::Test {
     void makePartialClone() const {
         f.write("sub/.gitignore", "build\n");
         f.makeFolder("sub/build");
-        ASSERT_TRUE(git(f.path(), "add sub/.gitignore"));
+        f.write("changed", "passes through a program");
+        f.write(".gitattributes", "* filter=origin diff=origin merge=origin\n");
+        ASSERT_TRUE(git(f.path(), "add sub/.gitignore changed"));
         ASSERT_TRUE(git(f.path(), "update-index --skip-worktree sub/.gitignore"));
         ASSERT_TRUE(git(f.path(), "-c core.fsmonitor=: update-index --fsmonitor"));
         ASSERT_TRUE(git(f.path(), "config core.repositoryFormatVersion 1"));
@@ -64,6 +67,9 @@ class GitIgnoreTest : public ::testing::Test {
         f.write(".git/config", before + settings);
         const auto ignore = GitIgnore::open(f.path());
         for (const char* path : {"build", "sub/build"}) (void)ignore->isIgnored(path);
+        GitPatience patience = GitIgnore::patienceOfCommands;
+        (void)cleanedByGit(f.path(), {"-d", "-x"}, patience);
+        (void)changedForGit(f.path(), {f.at("changed")}, patience);
         f.write(".git/config", before);
         const std::string left = marks.listing();
         EXPECT_EQ(left, "") << what;

@@ -141,11 +141,14 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
 TEST_F(HookSaving, savesAWorkTreeThatIsThrownAwayAndTellsAnInterruptedTurn) {
     world.ok({"track"});
     f.write("project/.claude/worktrees/side/a", "x");
+    f.write("project/.claude/worktrees/side/large", "larger than the limit");
+    limitSizes(15);
     const std::string side = project + "/.claude/worktrees/side";
     json leave = json::parse(event(Agent::claude, Kind::shell, side));
     leave["tool_name"] = "ExitWorktree";
     leave["tool_input"] = {{"action", "remove"}};
     EXPECT_EQ(raw(Agent::claude, leave.dump()), HookOutput{});
+    EXPECT_EQ(savedOutside(), Lines{side + "/large"});
     json interrupt = json::parse(event(Agent::codex, Kind::stop, project));
     interrupt["hook_event_name"] = "Interrupt";
     EXPECT_EQ(raw(Agent::codex, interrupt.dump()), HookOutput{});

@@ -58,6 +58,8 @@ class HookContext {
 
     // A request with the event's agent, session and turn, and with the loaded projects.
     [[nodiscard]] SnapshotRequest request(const char* kind, std::string label, const Deadline& deadline) const;
+    // What git may still take of this answer's time.
+    [[nodiscard]] GitIgnore::Patience& gitPatience() const { return gitPatience_; }
     // The note on a snapshot: its number, its project, and how many contents were left out for want of time. Notes are
     // parted by "; " in a line, and that is nowhere in them.
     [[nodiscard]] static std::string noteOn(const SnapshotResult& result, const Project& project);

@@ -120,6 +120,7 @@ class HookCall {
         (void)startJudging();
         shell::Decision decision;
         decision.targets.push_back(event_.cwd);
+        decision.removed = decision.targets;
         return reply("removing the work tree " + event_.cwd, std::move(decision));
     }
 

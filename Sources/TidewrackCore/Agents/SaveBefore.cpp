@@ -2,6 +2,7 @@
 
 #include "Agents/KeptPaths.hpp"
 #include "Agents/Replaceable.hpp"
+#include "Agents/TakenParts.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
 #include "Platform/Process.hpp"
@@ -17,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <map>
 #include <set>
 
 namespace tidewrack {
@@ -117,6 +119,7 @@ class Saving {
             saved_.snapshotted.push_back(project.root);
             noteGaps(taken.result, project);
             saveUnkept(project, taken.manifest);
+            if (taken.result.meta.notKept > 0) saveParts(project, taken.manifest);
         } catch (const std::exception& error) {
             if (passed(deadline)) return skip(project, certainty); // its lock was held all the time
             saved_.failures.emplace_back(error.what());
@@ -197,14 +200,33 @@ class Saving {
         const auto isBefore = [](const Manifest::Item& item, std::string_view path) { return item.path < path; };
         const auto& items = manifest.items();
         for (auto at = std::lower_bound(items.begin(), items.end(), gone, isBefore);
-             at != items.end() && at->path.starts_with(gone); ++at) {
-            if (!at->entry.notKept() || !isAtOrBelow(at->path, gone)) continue;
-            const std::string path = joined(project.root, at->path);
-            if (KeepFailure::fromBlob(at->entry.blob).why == KeepFailure::Why::late)
-                unsaved(path, noTimeLeft);
-            else
-                outside_.push_back(path);
+             at != items.end() && at->path.starts_with(gone); ++at)
+            if (at->entry.notKept() && isAtOrBelow(at->path, gone)) saveUnkept(project, *at);
+    }
+
+    void saveUnkept(const Project& project, const Manifest::Item& item) {
+        std::string path = joined(project.root, item.path);
+        if (KeepFailure::fromBlob(item.entry.blob).why == KeepFailure::Why::late)
+            unsaved(path, noTimeLeft);
+        else
+            outside_.push_back(std::move(path));
+    }
+
+    // The same where the command takes a part of a folder.
+    void saveParts(const Project& project, const Manifest& manifest) {
+        if (decision_.found.empty() && decision_.gitTakes.empty()) return;
+        std::map<std::string, const Manifest::Item*> unkept;
+        std::vector<std::string> paths;
+        for (const Manifest::Item& item : manifest.items())
+            if (item.entry.notKept()) unkept.emplace(paths.emplace_back(joined(project.root, item.path)), &item);
+        TakenParts parts = takenParts(paths, decision_, context_.gitPatience());
+        for (std::string& path : parts.known) {
+            if (isDestroyed(path)) continue; // and so is saved already
+            saveUnkept(project, *unkept.at(path));
+            destroyed_.push_back(std::move(path));
         }
+        for (std::string& path : parts.guessed)
+            if (!isDestroyed(path)) guessedOutside_.push_back(std::move(path));
     }
 
     void copyOutside(const std::vector<std::string>& paths, const Deadline& deadline, Certainty certainty) {

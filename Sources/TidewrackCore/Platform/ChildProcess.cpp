@@ -77,6 +77,17 @@ int ChildProcess::receive(std::string& buffer, const Deadline& until) const {
     }
 }
 
+bool ChildProcess::succeeds(const Deadline& until) {
+    input_.reset();
+    int status = 0;
+    pid_t ended = 0;
+    while (process_ >= 0 && (ended = ::waitpid(process_, &status, WNOHANG)) == 0 && !passed(until))
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+    if (ended <= 0) return false;
+    process_ = -1;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 // A process that hangs inside the system (on a lost network volume) ends only when the system lets it. It is then left
 // unreaped, so that this process need not wait for it.
 void ChildProcess::end() {

@@ -39,6 +39,8 @@ class ChildProcess {
     // Appends what the child has written to `buffer`. Returns 0, ETIMEDOUT when nothing came by then, or EPIPE at the
     // end.
     [[nodiscard]] int receive(std::string& buffer, const Deadline& until) const;
+    // Waits for the child's own end and returns whether its exit status is 0; false when it does not end by then.
+    [[nodiscard]] bool succeeds(const Deadline& until);
     // Kills the child and reaps it, unless it hangs inside the system.
     void end();
 

@@ -4,56 +4,19 @@
 #include "Platform/Process.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Walk/GitQuestion.hpp"
 
 #include <fcntl.h>
 
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
-#include <initializer_list>
 
 namespace tidewrack {
 
 namespace {
 
 using std::chrono::steady_clock;
-
-// Every setting by which a repository could make git run or reach something while it answers. The command line counts
-// more than any file, included ones too. Nothing but GIT_ALLOW_PROTOCOL overrides a repository's
-// `protocol.<name>.allow`, and nothing but GIT_NO_LAZY_FETCH keeps a missing object from being fetched. A git that does
-// not know the latter yet would start a second git for that, and finds none. Threads count as processes, and the child
-// may start none.
-constexpr std::array settings = {"core.fsmonitor=false",    "core.hooksPath=/dev/null",
-                                 "core.preloadIndex=false", "index.threads=1",
-                                 "protocol.allow=never",    "core.sshCommand=false",
-                                 "core.askPass=false",      "core.gitProxy=false",
-                                 "credential.helper=",      "gc.auto=0",
-                                 "maintenance.auto=false"};
-constexpr std::array ownVariables = {"PATH=/dev/null",
-                                     "GIT_EXEC_PATH=/dev/null",
-                                     "GIT_ALLOW_PROTOCOL=none",
-                                     "GIT_NO_LAZY_FETCH=1",
-                                     "GIT_TERMINAL_PROMPT=0",
-                                     "GIT_OPTIONAL_LOCKS=0",
-                                     "GIT_TRACE2=0",
-                                     "GIT_TRACE2_EVENT=0",
-                                     "GIT_TRACE2_PERF=0",
-                                     "LC_ALL=C"};
-
-// These variables lead to the user's own settings, and so to the user's global ignore file, or name the user who called
-// sudo, whose repositories git then trusts.
-constexpr std::array inherited = {"HOME", "XDG_CONFIG_HOME", "SUDO_UID"};
-
-ChildCommand command(const std::string& root) {
-    ChildCommand result{gitProgram(), {"--no-pager"}, {ownVariables.begin(), ownVariables.end()}};
-    for (const char* setting : settings) result.arguments.insert(result.arguments.end(), {"-c", setting});
-    result.arguments.insert(result.arguments.end(),
-                            {"-C", root, "check-ignore", "--stdin", "-z", "--verbose", "--non-matching"});
-    for (const char* name : inherited)
-        if (const char* value = std::getenv(name)) result.environment.push_back(std::string(name) + "=" + value);
-    return result;
-}
 
 // Whether the path or any ancestor has a ".git" that `matches`.
 template <class Matches>
@@ -122,7 +85,8 @@ void GitIgnore::start() {
     git_ = std::make_unique<ChildProcess>();
     state_ = State::answering;
     const bool usedUp = left_ <= Patience::zero(); // by others
-    if (usedUp || git_->start(command(root_)) != 0) giveUp();
+    if (usedUp || git_->start(gitCommand(root_, {"check-ignore", "--stdin", "-z", "--verbose", "--non-matching"})) != 0)
+        giveUp();
 }
 
 void GitIgnore::giveUp() {
