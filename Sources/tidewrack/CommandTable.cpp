@@ -389,7 +389,9 @@ constexpr Command table[] = {
      .mostWords = 1,
      .options = vaultRestoreOptions,
      .summary = "put a vault entry back",
-     .details = "What stands in its place now is moved aside.",
+     .details =
+         "What stands in its place now is moved aside. git's own state of a repository goes into a new folder beside "
+         "git's own, which stays as it is.",
      .example = "tidewrack vault restore 20260314-093005-1F3A9C",
      .run = commands::vaultRestore},
     {.name = "completion",

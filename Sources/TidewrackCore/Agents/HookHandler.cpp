@@ -121,6 +121,7 @@ class HookCall {
         shell::Decision decision;
         decision.targets.push_back(event_.cwd);
         decision.removed = decision.targets;
+        decision.gitStores.push_back({event_.cwd, {}});
         return reply("removing the work tree " + event_.cwd, std::move(decision));
     }
 
@@ -138,7 +139,7 @@ class HookCall {
             attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths, unkept); });
         const bool asks = verdict_.kind == shell::Verdict::Kind::ask;
         if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty() &&
-            decision.mentioned.empty() && unkept.empty()) {
+            decision.mentioned.empty() && unkept.empty() && decision.gitStores.empty()) {
             noteMade(decision);
             return allowed();
         }
@@ -159,12 +160,19 @@ class HookCall {
             noteMade(decision);
             if (saved.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
             const char* kind = verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ";
-            attempt([&] { logAction(kind, action, saved.notes); });
+            if (!isAboutGitAlone(decision) || !saved.notes.empty())
+                attempt([&] { logAction(kind, action, saved.notes); });
             return answerTo(verdict_, saved);
         } catch (const std::exception& error) {
             context_.logError(error.what());
             return answerAfter(error.what());
         }
+    }
+
+    // Whether the command does no more than change git's own store, which is copied where that has changed.
+    static bool isAboutGitAlone(const shell::Decision& decision) {
+        return decision.verdict.kind == shell::Verdict::Kind::allow && decision.targets.empty() && !decision.opaque &&
+               decision.suspected.empty() && decision.mentioned.empty() && !decision.gitStores.empty();
     }
 
     // What a command makes is the turn's like what it takes.

@@ -91,6 +91,7 @@ class Saving {
         sortAndDedupe(outside_);
         if (!outside_.empty()) copyOutside(outside_, context_.whole(), Certainty::known);
         const Deadline guessing = untilGuessed(); // what is known comes first
+        saveGitStates(guessing);
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
         if (context_.event.kind == HookEvent::Kind::shell) // file tools have noted theirs
@@ -229,17 +230,41 @@ class Saving {
             if (!isDestroyed(path)) guessedOutside_.push_back(std::move(path));
     }
 
+    // git's own state is worth a copy before git changes it, and never a question.
+    void saveGitStates(const Deadline& deadline) {
+        std::set<std::string> seen;
+        for (const shell::GitStoreUse& use : decision_.gitStores)
+            attempt([&] {
+                const auto git = gitStoreFor(use.folder, use.named);
+                if (!git || !seen.insert(git->folder).second) return;
+                const auto losesObjects = [&](const shell::GitStoreUse& other) {
+                    return other.losesObjects && other.folder == use.folder && other.named == use.named;
+                };
+                const bool objects = std::any_of(decision_.gitStores.begin(), decision_.gitStores.end(), losesObjects);
+                VaultRequest request = vaultRequest(deadline, Certainty::guessed);
+                const auto entry = context_.handler.vault.saveGitState(
+                    *git, objects ? Vault::Objects::saved : Vault::Objects::left, std::move(request));
+                if (entry) saved_.notes.push_back("git state of " + loggedText(git->root) + ": " + entry->id);
+            });
+    }
+
+    [[nodiscard]] VaultRequest vaultRequest(const Deadline& deadline, Certainty certainty) const {
+        return {.paths = {},
+                .command = command_,
+                .agent = std::string(rawValue(context_.agent)),
+                .cwd = context_.event.cwd,
+                .session = context_.event.session,
+                .turn = context_.event.turn,
+                .deadline = deadline,
+                .isGuess = certainty == Certainty::guessed};
+    }
+
     void copyOutside(const std::vector<std::string>& paths, const Deadline& deadline, Certainty certainty) {
         try {
             const Vault& vault = context_.handler.vault;
-            const VaultSaved saved = vault.save({.paths = paths,
-                                                 .command = command_,
-                                                 .agent = std::string(rawValue(context_.agent)),
-                                                 .cwd = context_.event.cwd,
-                                                 .session = context_.event.session,
-                                                 .turn = context_.event.turn,
-                                                 .deadline = deadline,
-                                                 .isGuess = certainty == Certainty::guessed});
+            VaultRequest request = vaultRequest(deadline, certainty);
+            request.paths = paths;
+            const VaultSaved saved = vault.save(request);
             if (saved.entry) saved_.notes.push_back(noteOn(*saved.entry));
             if (certainty == Certainty::guessed) return;
             for (const VaultSaved::Path& path : saved.unsaved)

@@ -20,9 +20,12 @@ std::vector<LoggedHook> readLoggedHooks(const Store& store) {
 
 namespace {
 
+// Those of git's own state put nothing back where it was.
 std::vector<VaultEntry> readEntries(const Store& store) {
     try {
-        return Vault(store).entries();
+        std::vector<VaultEntry> entries = Vault(store).entries();
+        std::erase_if(entries, [](const VaultEntry& entry) { return !entry.gitState.empty(); });
+        return entries;
     } catch (const TidewrackError&) {
         return {};
     }

@@ -28,6 +28,8 @@ namespace {
 
 constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 constexpr std::int64_t secondsBetweenBackups = 3600;
+constexpr std::int64_t mostGitBytes = std::int64_t{16} << 20; // of git's state, where blocks can't be shared
+constexpr std::int64_t mostGitFiles = 20'000;
 constexpr const char* backupCommand = "(hourly dotfile backup)";
 constexpr const char* hourlyMark = "hourly"; // a file in the entry's folder
 
@@ -89,8 +91,8 @@ class Saver {
           pending_(pending), clones_(volumeClones(entryFolder)) {}
 
     // A path that was not saved, and what inside a folder could not be read, goes to the entry's `skipped`.
-    // `earlier`: the copies that the hourly copy can build on; null for a command's.
-    void save(const std::string& path, const Vault::EarlierCopies* earlier, VaultEntry& entry) {
+    // `earlier`: the copies that the new one can build on.
+    void save(const std::string& path, bool isHourly, const Vault::EarlierCopies& earlier, VaultEntry& entry) {
         Attributes attributes;
         if (const int error = attributesAt(AT_FDCWD, path.c_str(), attributes))
             return skip(path, reasonOf(error), entry);
@@ -100,14 +102,13 @@ class Saver {
         std::vector<UncopiedItem> uncopied;
         CopyLimits limits{store_, request_.deadline, &pending_, {}, std::nullopt, &uncopied};
         // Also on a volume that shares blocks there are files that cannot.
-        if (earlier == nullptr)
+        if (!isHourly)
             limits.hasRoom = [this, copied = std::int64_t{0}](std::int64_t bytes) mutable {
                 copied += bytes;
                 return copied <= bytesAlways() || hasRoom(bytes);
             };
-        if (earlier != nullptr && earlier->contains(path)) limits.earlier = earlier->at(path);
-        if (const auto reason = beyondLimits(path, attributes, limits, earlier != nullptr))
-            return skip(path, *reason, entry);
+        if (const auto before = earlier.find(path); before != earlier.end()) limits.earlier = before->second;
+        if (const auto reason = beyondLimits(path, attributes, limits, isHourly)) return skip(path, *reason, entry);
         VaultEntry::Item item{path, "items/" + std::to_string(entry.items.size()), kindName(attributes.kind),
                               Store::canonical(std::string(parentOf(path)))};
         if (const int error = copyTree(path, entryFolder_ + "/" + item.stored, limits))
@@ -123,13 +124,17 @@ class Saver {
     }
 
     [[nodiscard]] std::optional<NotSaved> beyondLimits(const std::string& path, const Attributes& attributes,
-                                                       const CopyLimits& limits, bool isHourly) const {
+                                                       const CopyLimits& limits, bool isHourly) {
         const bool isFolder = attributes.kind == Attributes::Kind::folder;
+        const bool isGitState = !request_.gitState.empty();
         TreeSize size{1, attributes.size};
-        if (isFolder && measureTree(path, limits, vault_.mostFiles, size) != 0) return NotSaved::noTime;
-        if (size.files > vault_.mostFiles) return NotSaved::tooManyFiles;
+        const std::int64_t mostFiles = isGitState ? std::min(mostGitFiles, vault_.mostFiles) : vault_.mostFiles;
+        if (isFolder && measureTree(path, limits, mostFiles, size) != 0) return NotSaved::noTime;
+        if (size.files > mostFiles) return NotSaved::tooManyFiles;
         const bool isOwnVolume = sameVolume(path, entryFolder_);
         if (clones_ && isOwnVolume) return std::nullopt;
+        if (isGitState && gitBytes_ + size.bytes > mostGitBytes) return NotSaved::tooLarge;
+        gitBytes_ += size.bytes;
         if (isHourly)
             return isFolder && size.bytes > vault_.mostBytes ? std::optional(NotSaved::tooLarge) : std::nullopt;
         if (!isOwnVolume && size.bytes > vault_.mostBytes) return NotSaved::tooLarge;
@@ -149,6 +154,7 @@ class Saver {
     const VaultRequest& request_;
     PendingWrites& pending_;
     bool clones_;
+    std::int64_t gitBytes_ = 0;
 };
 
 // "20260314-093005"
@@ -203,14 +209,14 @@ std::string Vault::makeEntryFolder() const {
     }
 }
 
-VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const {
+VaultSaved Vault::saveAs(Purpose purpose, const EarlierCopies& earlier, const VaultRequest& request) const {
     VaultSaved result;
     for (const std::string& path : request.paths)
         if (const auto reason = nothingIn(path)) result.unsaved.push_back({path, *reason});
     if (result.unsaved.size() == request.paths.size()) return result;
     result.unsaved.clear();
     try {
-        result.entry = writeEntry(earlier, request);
+        result.entry = writeEntry(purpose, earlier, request);
     } catch (const TidewrackError& error) {
         if (!error.isForWantOfRoom()) throw;
         for (const std::string& path : request.paths)
@@ -222,7 +228,8 @@ VaultSaved Vault::saveBeside(const EarlierCopies* earlier, const VaultRequest& r
     return result;
 }
 
-VaultEntry Vault::writeEntry(const EarlierCopies* earlier, const VaultRequest& request) const {
+VaultEntry Vault::writeEntry(Purpose purpose, const EarlierCopies& earlier, const VaultRequest& request) const {
+    const bool isHourly = purpose == Purpose::hourly;
     VaultEntry entry;
     entry.created = now();
     entry.command = request.command;
@@ -230,11 +237,12 @@ VaultEntry Vault::writeEntry(const EarlierCopies* earlier, const VaultRequest& r
     entry.session = request.session;
     entry.turn = request.turn;
     entry.cwd = request.cwd;
+    entry.gitState = request.gitState;
     entry.id = makeEntryFolder();
-    if (earlier != nullptr) writeFileSoon(entryFolder(entry.id) + "/" + hourlyMark, "");
+    if (isHourly) writeFileSoon(entryFolder(entry.id) + "/" + hourlyMark, "");
     PendingWrites pending;
     Saver saver(*this, entryFolder(entry.id), request, pending);
-    for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, earlier, entry);
+    for (const std::string& path : largeFilesLast(request.paths, mostBytes)) saver.save(path, isHourly, earlier, entry);
     try {
         writeFileAfter(pending, entryFolder(entry.id) + "/entry.json", compactJson(toJson(entry)));
     } catch (const TidewrackError&) {
@@ -257,10 +265,10 @@ void Vault::bringNamesToDisk(const VaultEntry& entry) const {
 }
 
 VaultSaved Vault::save(const VaultRequest& request) const {
-    if (!request.isGuess) return saveBeside(nullptr, request);
+    if (!request.isGuess) return saveAs(Purpose::command, {}, request);
     VaultRequest rest = request;
     rest.paths = notCopiedYet(request);
-    return rest.paths.empty() ? VaultSaved() : saveBeside(nullptr, rest);
+    return rest.paths.empty() ? VaultSaved() : saveAs(Purpose::command, {}, rest);
 }
 
 std::vector<std::string> Vault::notCopiedYet(const VaultRequest& request) const {
@@ -345,7 +353,7 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
     for (const char* name : dotfiles) paths.push_back(joined(home, name));
     const EarlierCopies earlier = earlierDotfiles();
     VaultSaved saved =
-        saveBeside(&earlier, {.paths = paths, .command = backupCommand, .cwd = home, .deadline = deadline});
+        saveAs(Purpose::hourly, earlier, {.paths = paths, .command = backupCommand, .cwd = home, .deadline = deadline});
     return std::move(saved.entry);
 }
 

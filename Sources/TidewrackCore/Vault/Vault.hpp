@@ -6,6 +6,7 @@
 #include "Platform/Deadline.hpp"
 #include "Platform/Descriptor.hpp"
 #include "Store/Store.hpp"
+#include "Vault/GitStore.hpp"
 #include "Vault/VaultEntry.hpp"
 
 #include <cstdint>
@@ -27,6 +28,7 @@ struct VaultRequest {
     // Nobody knows whether the paths are in danger at all: a copy never takes the room that is to stay free, and none
     // is made of what an entry of the same session from the last hour holds as it is.
     bool isGuess = false;
+    std::string gitState = {}; // as in the entry: of that, copies of 16 MiB at most where blocks can't be shared
 };
 
 struct VaultSaved {
@@ -72,6 +74,12 @@ struct RestoredItem {
 struct VaultRestored {
     std::vector<RestoredItem> items;
     bool isDryRun = false;
+    // Of git's own state, which is put beside the live one.
+    struct GitState {
+        std::string root;   // of the repository
+        std::string folder; // a new one, which git takes for a store
+    };
+    std::optional<GitState> gitState = std::nullopt;
 
     [[nodiscard]] std::size_t count() const; // how many are back
     [[nodiscard]] bool isWhole() const;      // everything is
@@ -98,13 +106,21 @@ class Vault {
     // another reason, and as Store::refuseForeign().
     VaultSaved save(const VaultRequest& request) const;
 
+    // Saves git's own state of a repository, as a guess is saved: HEAD, refs, ref logs, index and settings; where
+    // blocks can be shared, also its objects when they are at stake. None where an entry has it as it is. Throws as
+    // save(). `request` needs no paths.
+    enum class Objects { left, saved };
+    [[nodiscard]] std::optional<VaultEntry> saveGitState(const GitStore& git, Objects objects,
+                                                         VaultRequest request) const;
+
     // All entries that can be read, newest first.
     [[nodiscard]] std::vector<VaultEntry> entries() const;
 
     // Puts an entry's items back where they came from; what stands there is kept beside it under another name, unless
     // it is the same. Nothing is moved before the copy is made. An item whose folder is another one by now, because a
-    // link stands on the way to it, stays as it is. Throws TidewrackError io "No vault entry <id>", and corrupt, with
-    // nothing changed, when a copy would have to come from elsewhere.
+    // link stands on the way to it, stays as it is. git's own state is put into a new folder beside the live one.
+    // Throws TidewrackError io "No vault entry <id>", and corrupt, with nothing changed, when a copy would have to come
+    // from elsewhere.
     enum class Acting { forReal, dryRun };
     VaultRestored restore(const std::string& id, Acting acting = Acting::forReal) const;
 
@@ -131,13 +147,18 @@ class Vault {
     void makeFolder() const;
     [[nodiscard]] std::string makeEntryFolder() const;
     void bringNamesToDisk(const VaultEntry& entry) const;
-    [[nodiscard]] VaultEntry writeEntry(const EarlierCopies* earlier, const VaultRequest& request) const;
-    // `earlier`: of the hourly copy alone, else null.
-    VaultSaved saveBeside(const EarlierCopies* earlier, const VaultRequest& request) const;
+    enum class Purpose { command, hourly };
+    [[nodiscard]] VaultEntry writeEntry(Purpose purpose, const EarlierCopies& earlier,
+                                        const VaultRequest& request) const;
+    // `earlier`: the copies that a new one can build on.
+    VaultSaved saveAs(Purpose purpose, const EarlierCopies& earlier, const VaultRequest& request) const;
     [[nodiscard]] EarlierCopies earlierDotfiles() const;
     [[nodiscard]] std::vector<std::string> notCopiedYet(const VaultRequest& request) const;
     [[nodiscard]] bool believes(Date now) const;
     [[nodiscard]] std::vector<VaultEntry> entriesFrom(std::string_view firstID) const;
+    [[nodiscard]] std::vector<VaultEntry> gitStates(const std::string& root) const; // those among the newest entries
+    [[nodiscard]] bool holds(const VaultEntry& entry, const std::vector<std::string>& paths) const;
+    [[nodiscard]] VaultRestored restoreGitState(const VaultEntry& entry, Acting acting) const;
     struct Restoring;
     void restoreItem(const Restoring& restoring, const VaultEntry::Item& item, RestoredItem& result) const;
 };

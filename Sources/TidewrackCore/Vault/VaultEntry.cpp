@@ -95,6 +95,7 @@ nlohmann::json toJson(const VaultEntry& entry) {
     if (entry.agent) object["agent"] = *entry.agent;
     if (entry.session) object["session"] = *entry.session;
     if (entry.turn) object["turn"] = *entry.turn;
+    if (!entry.gitState.empty()) putPath(object, "gitState", entry.gitState);
     for (const NotSaved reason : entry.reasons) object["reasons"].push_back(rawValue(reason));
     return object;
 }
@@ -109,6 +110,7 @@ VaultEntry decodeVaultEntry(std::string_view text, const std::string& source) {
     entry.session = fields.optionalText("session");
     entry.turn = fields.optionalText("turn");
     entry.cwd = fields.text("cwd");
+    entry.gitState = path(fields, "gitState", fields.optionalText("gitState").value_or(""));
     for (const JsonFields& item : fields.objects("items")) entry.items.push_back(decodeItem(item));
     entry.skipped = fields.texts("skipped");
     for (const std::string& name : fields.optionalTexts("reasons").value_or(std::vector<std::string>()))

@@ -44,7 +44,8 @@ struct VaultEntry {
     std::optional<std::string> agent; // absent: no agent asked for it
     std::optional<std::string> session;
     std::optional<std::string> turn;
-    std::string cwd; // the folder the command was to run in
+    std::string cwd;      // the folder the command was to run in
+    std::string gitState; // the repository of which git's own state is all that this holds; empty: other things
     std::vector<Item> items;
     std::vector<std::string> skipped; // paths that were not saved
     std::vector<NotSaved> reasons;    // one for each of `skipped`; empty in a record without them

@@ -89,6 +89,7 @@ VaultRestored Vault::restore(const std::string& id, Acting acting) const {
         if (error == EINVAL || error == ELOOP || error == ENOTDIR)
             throw TidewrackError::corrupt(path + "/entry.json: " + item.stored + " leads out of the entry");
     }
+    if (!entry->gitState.empty()) return restoreGitState(*entry, acting);
     const Restoring restoring{path, copies, entry->created, now(), acting};
     VaultRestored result;
     result.isDryRun = acting == Acting::dryRun;

@@ -21,10 +21,13 @@ constexpr std::size_t commandLength = 200;
 }
 
 std::string listing(const VaultEntry& entry, Date now, const Look& look) {
-    std::string text = entry.id + "  " + ago(entry.created, now) + "  " + std::to_string(entry.items.size()) + " saved";
+    const bool isGitState = !entry.gitState.empty();
+    std::string text = entry.id + "  " + ago(entry.created, now) + "  ";
+    text += isGitState ? "git state of " + look.shown(entry.gitState) : std::to_string(entry.items.size()) + " saved";
     if (const std::size_t leftOut = entry.leftOut(); leftOut > 0) text += ", " + std::to_string(leftOut) + " not saved";
     text += "\n    $ " + look.shown(oneLine(entry.command, commandLength)) + "\n";
-    for (const VaultEntry::Item& item : entry.items) text += "    " + look.shown(item.original) + "\n";
+    if (!isGitState)
+        for (const VaultEntry::Item& item : entry.items) text += "    " + look.shown(item.original) + "\n";
     for (std::size_t i = 0; i < entry.skipped.size(); ++i) {
         if (!entry.isLeftOut(i)) continue;
         const auto reason = entry.reason(i);
@@ -43,7 +46,10 @@ nlohmann::json asJson(const VaultRestored& result) {
         if (!item.isBack()) object["error"] = failureText(item);
         items.push_back(std::move(object));
     }
-    return {{"dryRun", result.isDryRun}, {"items", std::move(items)}};
+    nlohmann::json object = {{"dryRun", result.isDryRun}, {"items", std::move(items)}};
+    if (result.gitState) object["folder"] = result.gitState->folder;
+    if (result.gitState) object["commands"] = gitStateCommands(result);
+    return object;
 }
 
 } // namespace

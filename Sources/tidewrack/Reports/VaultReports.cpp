@@ -1,6 +1,7 @@
 #include "Reports/VaultReports.hpp"
 
 #include "Platform/Process.hpp"
+#include "Support/Text.hpp"
 
 namespace tidewrack {
 
@@ -43,7 +44,38 @@ std::vector<std::string> missingTexts(const RestoredItem& item) {
     return texts;
 }
 
+namespace {
+
+std::vector<std::string> messagesOfGitState(const VaultRestored& result) {
+    const auto& [root, folder] = *result.gitState;
+    std::vector<std::string> texts;
+    for (const RestoredItem& item : result.items) {
+        if (!item.isBack()) texts.push_back(failureText(item));
+        for (std::string& missing : missingTexts(item)) texts.push_back(std::move(missing));
+    }
+    if (result.count() == 0) return texts;
+    texts.push_back((result.isDryRun ? "would put" : "put") + (" git's state of " + root) + " into " + folder +
+                    "; git's own folder stays as it is");
+    if (result.isDryRun) return texts;
+    const std::vector<std::string> commands = gitStateCommands(result);
+    texts.push_back("where every branch was, newest first: " + commands.at(0));
+    texts.push_back("one of its branches under a new name: " + commands.at(1));
+    texts.push_back("when you need it no more: " + commands.at(2));
+    return texts;
+}
+
+} // namespace
+
+std::vector<std::string> gitStateCommands(const VaultRestored& result) {
+    if (!result.gitState || result.isDryRun || result.count() == 0) return {};
+    const std::string folder = singleQuoted(result.gitState->folder);
+    return {"git --git-dir=" + folder + " reflog show --all",
+            "git -C " + singleQuoted(result.gitState->root) + " fetch " + folder + " BRANCH:NEW-NAME",
+            "rm -r " + folder};
+}
+
 std::vector<std::string> messagesOf(const VaultRestored& result) {
+    if (result.gitState) return messagesOfGitState(result);
     std::vector<std::string> texts;
     for (const RestoredItem& item : result.items) {
         if (item.aside)

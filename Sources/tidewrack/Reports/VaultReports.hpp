@@ -13,6 +13,8 @@ namespace tidewrack {
 
 // What was done and what failed, one sentence without a full stop each.
 [[nodiscard]] std::vector<std::string> messagesOf(const VaultRestored& result);
+// How to use git's own state that was put beside the live one: a look at the ref logs, a branch of it, its removal.
+[[nodiscard]] std::vector<std::string> gitStateCommands(const VaultRestored& result);
 // Why an item is not back; empty when it is.
 [[nodiscard]] std::string failureText(const RestoredItem& item);
 // One for each part of a folder that could not be copied.
