@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -91,13 +92,16 @@ std::string unquoted(std::string_view text) {
         constexpr std::string_view letters = "abfnrtv";
         constexpr std::string_view meanings = "\a\b\f\n\r\t\v";
         int byte = 0;
-        if (const std::size_t which = letters.find(text[at]); which != letters.npos)
+        const char* const digits = text.data() + at;
+        const char* const end = digits + std::min<std::size_t>(3, text.size() - at);
+        if (const std::size_t which = letters.find(text[at]); which != letters.npos) {
             path += meanings[which];
-        else if (std::from_chars(text.data() + at, text.data() + std::min(at + 3, text.size()), byte, 8).ptr ==
-                 text.data() + at + 3)
-            path += static_cast<char>(byte), at += 2;
-        else
+        } else if (std::from_chars(digits, end, byte, 8).ptr == digits + 3) {
+            path += static_cast<char>(byte);
+            at += 2;
+        } else {
             path += text[at];
+        }
     }
     return path;
 }
