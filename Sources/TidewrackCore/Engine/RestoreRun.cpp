@@ -233,7 +233,7 @@ const Manifest::Item* RestoreRun::leftWithContentOf(const Manifest::Item& item, 
 void RestoreRun::retryForWantOfRoom(const RestorePlan& plan) {
     std::set<std::string_view> refused;
     for (const PathOutcome& outcome : result_.outcomes)
-        if (outcome.obstacle.error == ENOSPC || outcome.obstacle.error == EDQUOT) refused.insert(outcome.path);
+        if (isOutOfRoom(outcome.obstacle.error)) refused.insert(outcome.path);
     if (refused.empty()) return;
     const auto again = [&](const RestorePlan::Items& items) {
         RestorePlan::Items found;

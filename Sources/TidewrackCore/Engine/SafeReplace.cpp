@@ -159,8 +159,7 @@ Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded)
     const std::string name = names.aside(place.folder, place.name);
     const Place aside{place.folder, name.c_str()};
     if (const int error = moveTo(place, aside)) {
-        const bool isFull = error == ENOSPC || error == EDQUOT; // no room for a new name
-        return because(isFull ? removeAt(place) : error);
+        return because(isOutOfRoom(error) ? removeAt(place) : error); // not even for a new name
     }
     if (!isUnchangedAside(aside, recorded)) return giveBack(names, aside, place);
     const int error = removeAt(aside);

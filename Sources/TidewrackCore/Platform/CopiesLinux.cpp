@@ -29,7 +29,7 @@ constexpr std::size_t rangeCopySize = std::size_t{64} << 20;
 // for swapping, files without copy-on-write, sandboxes), after which the bytes can still be copied. A failure of the
 // volume itself is final.
 bool volumeFailed(int error) {
-    return error == EIO || error == ENOSPC || error == EDQUOT || error == ENOMEM;
+    return error == EIO || error == ENOMEM || isOutOfRoom(error);
 }
 
 bool neverBetweenTheseVolumes(int error) {

@@ -112,7 +112,7 @@ class TreeCopier {
     // One unreadable file is no reason to lose the folder's other files. A full volume and a passed deadline end the
     // copy.
     bool toleratedInside(int error) {
-        if (unsaved_ == nullptr || error == pastDeadline || error == ENOSPC || error == EDQUOT) return false;
+        if (unsaved_ == nullptr || error == pastDeadline || isOutOfRoom(error)) return false;
         unsaved_->push_back({inside_, error});
         return true;
     }

@@ -1,6 +1,8 @@
 #pragma once
 // The core's errors, described in the words that the user sees.
 
+#include "Platform/OwnError.hpp"
+
 #include <cerrno>
 #include <stdexcept>
 #include <string>
@@ -27,8 +29,7 @@ class TidewrackError : public std::runtime_error {
 
     [[nodiscard]] Kind kind() const { return kind_; }
     [[nodiscard]] int systemError() const { return systemError_; } // 0 where none is known
-    // Whether it is for want of room on a volume, or within a user's share of it.
-    [[nodiscard]] bool isForWantOfRoom() const { return systemError_ == ENOSPC || systemError_ == EDQUOT; }
+    [[nodiscard]] bool isForWantOfRoom() const { return isOutOfRoom(systemError_); }
 
   private:
     TidewrackError(Kind kind, const std::string& description) : std::runtime_error(description), kind_(kind) {}

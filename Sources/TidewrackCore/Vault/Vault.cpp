@@ -64,12 +64,11 @@ const char* kindName(Attributes::Kind kind) {
 }
 
 NotSaved reasonOf(int error) {
+    if (isOutOfRoom(error)) return NotSaved::noRoom;
     switch (error) {
     case ENOENT:
     case ENOTDIR: return NotSaved::notThere;
     case pastDeadline: return NotSaved::noTime;
-    case ENOSPC:
-    case EDQUOT: return NotSaved::noRoom;
     case ENOTSUP: return NotSaved::special;
     default: return NotSaved::unreadable;
     }
