@@ -108,9 +108,8 @@ void HookContext::noteChange(const std::string& path) const {
     const auto project = Store::projectContaining(folder, projects_); // a link at the path is not followed
     if (!project || path.size() <= project->root.size()) return;
     try {
-        noteEdit(handler.store.history(*project).folder(),
-                 {now(), std::string(rawValue(agent)), event.session, event.turn,
-                  path.substr(project->root.size() + (project->root == "/" ? 0 : 1))});
+        noteEdit(handler.store.history(*project).folder(), {now(), std::string(rawValue(agent)), event.session,
+                                                            event.turn, std::string(pathBelow(path, project->root))});
     } catch (const std::exception& error) { // the snapshots do not depend on it
         logError(error.what());
     }

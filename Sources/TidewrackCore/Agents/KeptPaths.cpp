@@ -38,7 +38,7 @@ bool KeptPaths::holds(std::string_view path) {
 }
 
 std::string_view KeptPaths::relative(std::string_view path) const {
-    return path.substr(std::min(path.size(), joined(project_.root, "").size()));
+    return pathBelow(path, project_.root);
 }
 
 bool KeptPaths::reads() {

@@ -181,7 +181,7 @@ class Saving {
         for (const std::string& gone : destroyed_) {
             if (isAtOrBelow(project.root, gone)) return saveUnkept(project, manifest, "");
             if (!isAtOrBelow(gone, project.root)) continue;
-            const std::string_view relative = std::string_view(gone).substr(joined(project.root, "").size());
+            const std::string_view relative = pathBelow(gone, project.root);
             saveUnkept(project, manifest, relative);
             if (!manifest.lists(relative) && exists(gone)) keepLeftOut(gone);
         }

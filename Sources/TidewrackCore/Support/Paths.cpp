@@ -54,6 +54,11 @@ bool isAtOrBelow(std::string_view path, std::string_view folder) {
     return path.starts_with(folder); // seldom needed: most paths have no slash at that place
 }
 
+std::string_view pathBelow(std::string_view path, std::string_view folder) {
+    const std::size_t slash = folder == "/" || folder.empty() ? 0 : 1;
+    return path.substr(std::min(path.size(), folder.size() + slash));
+}
+
 std::string joined(std::string_view folder, std::string_view name) {
     std::string result(folder);
     if (!result.ends_with('/')) result += '/';

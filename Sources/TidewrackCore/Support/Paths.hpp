@@ -17,6 +17,8 @@ namespace tidewrack {
 [[nodiscard]] std::string absolutePath(std::string_view path, std::string_view base);
 // True when `path` is `folder` or lies in it; both canonical or both relative.
 [[nodiscard]] bool isAtOrBelow(std::string_view path, std::string_view folder);
+// What follows `folder` and its slash in a path below it; empty for the folder itself.
+[[nodiscard]] std::string_view pathBelow(std::string_view path, std::string_view folder);
 // `folder` + "/" + `name`, without doubling the slash of "/".
 [[nodiscard]] std::string joined(std::string_view folder, std::string_view name);
 
