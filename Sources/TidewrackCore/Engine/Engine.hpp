@@ -50,7 +50,7 @@ struct SnapshotResult {
     // Contents that could not be kept for another reason, such as a full disk. What was gone by then is not among them.
     std::int64_t unsaved = 0;
     std::optional<Warning> firstUnsaved;
-    NotKept notKept; // what it lists without its content; of Engine::snapshot() alone
+    NotKept notKept; // what it lists without its content
 };
 
 struct PruneResult {
@@ -115,7 +115,7 @@ class Engine {
     // --- Snapshots ---
     // Also prunes when the latest automatic prune is more than an hour old and there is time left.
     SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
-    // The same with its listing; what that names without its content is not counted.
+    // The same with its listing.
     TakenSnapshot snapshotListed(const Project& project, const SnapshotRequest& request) const;
     enum class FolderChanges { ignored, recorded }; // whether folders alone (sameFolders) are worth a manifest
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,

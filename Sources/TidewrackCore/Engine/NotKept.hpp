@@ -18,6 +18,8 @@ struct NotKept {
     std::int64_t tooLargeBytes = 0; // in these
     std::vector<Failed> failed;     // what could not be kept
     std::int64_t ignoredFolders = 0;
+
+    [[nodiscard]] std::int64_t count() const { return tooLarge + static_cast<std::int64_t>(failed.size()); }
 };
 
 [[nodiscard]] NotKept notKeptIn(const Manifest& listing);

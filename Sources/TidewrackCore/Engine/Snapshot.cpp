@@ -205,12 +205,9 @@ void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
-    const auto isNotKept = [](const Manifest::Item& item) { return item.entry.notKept(); };
     const auto isUnseen = [](const Warning& warning) { return warning.kind == Warning::Kind::unread; };
-    const auto& items = taken.manifest.items();
     const auto& warnings = taken.result.warnings;
-    meta.notKept = std::count_if(items.begin(), items.end(), isNotKept) +
-                   std::count_if(warnings.begin(), warnings.end(), isUnseen);
+    meta.notKept = taken.result.notKept.count() + std::count_if(warnings.begin(), warnings.end(), isUnseen);
 }
 
 // A snapshot in which nothing changed need not wait for the disk. One before a restore does: what the restore flushes
@@ -266,6 +263,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     taken.manifest = run.finish();
     for (Warning& warning : addUnseen(unseen, earlier, {true, previous.meta ? previous.meta->seq : 0}, taken.manifest))
         taken.result.warnings.push_back(std::move(warning));
+    taken.result.notKept = notKeptIn(taken.manifest);
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     const bool share = previous.meta && changes.isEmpty() &&
                        (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
@@ -292,9 +290,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
 }
 
 SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& request) const {
-    TakenSnapshot taken = snapshotListed(project, request);
-    taken.result.notKept = notKeptIn(taken.manifest);
-    return std::move(taken.result);
+    return snapshotListed(project, request).result;
 }
 
 TakenSnapshot Engine::snapshotListed(const Project& project, const SnapshotRequest& request) const {
