@@ -50,6 +50,9 @@ std::string warningText(const Warning& warning) {
         return "git couldn't say which folders it ignores (see what `git status` says); " + stillIgnoredText(warning);
     case Kind::unread: return unreadText(warning);
     case Kind::pruneFailed: return "prune failed: " + warning.detail;
+    case Kind::listingUnread: return "can't tell what #" + std::to_string(warning.source) + " holds: " + warning.detail;
+    case Kind::notCompared:
+        return "can't tell what changed since #" + std::to_string(warning.source) + ": " + warning.detail;
     }
     return {};
 }

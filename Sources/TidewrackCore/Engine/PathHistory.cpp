@@ -67,8 +67,8 @@ class Trail {
         try {
             return history_.manifestText(records_[index].manifestOf);
         } catch (const TidewrackError& error) {
-            result_.warnings.push_back("can't tell what #" + std::to_string(records_[index].seq) +
-                                       " holds: " + error.what());
+            result_.warnings.push_back(
+                {.kind = Warning::Kind::listingUnread, .source = records_[index].seq, .detail = error.what()});
             return std::nullopt;
         }
     }
@@ -106,7 +106,7 @@ class Trail {
         try {
             return step(newest, 0, engine_.sides(project_, seq, std::nullopt));
         } catch (const TidewrackError& error) {
-            result_.warnings.push_back("can't tell what changed since #" + std::to_string(seq) + ": " + error.what());
+            result_.warnings.push_back({.kind = Warning::Kind::notCompared, .source = seq, .detail = error.what()});
             return true;
         }
     }

@@ -2,6 +2,7 @@
 // What became of one path, snapshot by snapshot.
 
 #include "Engine/Engine.hpp"
+#include "Engine/Warning.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -22,8 +23,8 @@ struct PathStep {
 };
 
 struct PathTrail {
-    bool known = false;                // some snapshot that was looked at has the path, or the folder
-    std::vector<std::string> warnings; // listings that cannot be read
+    bool known = false;            // some snapshot that was looked at has the path, or the folder
+    std::vector<Warning> warnings; // listings that cannot be read
 };
 
 // Hands out the steps of a project-relative path, newest first, until `visit` returns false; a file's under its earlier

@@ -189,7 +189,8 @@ FoundPaths findPaths(const Engine& engine, const Project& project, const std::ve
             older = std::move(newer);
             known = i + 1 < read.size() ? (read[i + 1] - 1)->seq : records.back().seq;
         } catch (const TidewrackError& error) {
-            result.warnings.push_back("can't tell what #" + std::to_string(read[i]->seq) + " holds: " + error.what());
+            result.warnings.push_back(
+                {.kind = Warning::Kind::listingUnread, .source = read[i]->seq, .detail = error.what()});
         }
     }
     std::vector<FoundPath> all = search.finish(known);

@@ -2,6 +2,7 @@
 // Names in a whole history: where a path was, when it went, and which snapshot gives it back.
 
 #include "Engine/Engine.hpp"
+#include "Engine/Warning.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -44,7 +45,7 @@ struct FoundPaths {
     // What is gone, the last to go first, and then what is there; else by path. What lies in a found folder and came
     // and went with it is only counted, unless its own name matches.
     std::vector<FoundPath> paths;
-    std::vector<std::string> warnings; // listings that cannot be read; the others tell what they can
+    std::vector<Warning> warnings; // listings that cannot be read; the others tell what they can
 };
 
 // `records`: all of the history's, ascending.

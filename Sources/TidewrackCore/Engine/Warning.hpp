@@ -21,6 +21,8 @@ struct Warning {
         gitFailed,          // git could not say it at all; the same
         unread,             // the folder at `path`, or these `entries` of it, for `failure`; `kept` as in `source`
         pruneFailed,        // as `detail` says
+        listingUnread,      // that of snapshot `source`, as `detail` says: what it holds can't be told
+        notCompared,        // the folder with snapshot `source`, as `detail` says
     };
 
     Kind kind = Kind::notSaved;

@@ -1,5 +1,6 @@
 #include "Reports/FindReports.hpp"
 
+#include "Agents/SnapshotTexts.hpp"
 #include "Reports/TurnReports.hpp"
 #include "SnapshotWord.hpp"
 #include "Support/Text.hpp"
@@ -98,7 +99,7 @@ json findJson(const FindReport& report) {
         list.push_back(std::move(object));
     }
     json warnings = json::array();
-    for (const std::string& warning : report.found.warnings) warnings.push_back(repairedUtf8(warning));
+    for (const Warning& warning : report.found.warnings) warnings.push_back(repairedUtf8(warningText(warning)));
     return {{"version", 1}, {"paths", list}, {"warnings", warnings}};
 }
 
