@@ -18,10 +18,8 @@ std::vector<LoggedHook> readLoggedHooks(const Store& store) {
     return readFile(store.home + "/hooks.log", log) == 0 ? loggedHooks(log) : std::vector<LoggedHook>();
 }
 
-namespace {
-
 // Those of git's own state put nothing back where it was.
-std::vector<VaultEntry> readEntries(const Store& store) {
+std::vector<VaultEntry> readVaultEntries(const Store& store) {
     try {
         std::vector<VaultEntry> entries = Vault(store).entries();
         std::erase_if(entries, [](const VaultEntry& entry) { return !entry.gitState.empty(); });
@@ -30,6 +28,8 @@ std::vector<VaultEntry> readEntries(const Store& store) {
         return {};
     }
 }
+
+namespace {
 
 // The log of the hooks has whole seconds, and is written when a hook ends.
 constexpr std::chrono::minutes longestHook{1};
@@ -107,8 +107,10 @@ const TimelineRow* turnOf(const VaultEntry& entry, const Timeline& timeline) {
     return newest;
 }
 
-void addVault(const std::vector<VaultEntry>& entries, const Project& project, const Timeline& timeline,
-              std::vector<TimelineRow>& rows) {
+} // namespace
+
+void addVaultEntries(const std::vector<VaultEntry>& entries, const Project& project, const Timeline& timeline,
+                     std::vector<TimelineRow>& rows) {
     for (const VaultEntry& entry : entries) {
         if (!entry.agent || (!entry.session && !isAtOrBelow(Store::canonical(entry.cwd), project.root))) continue;
         const TimelineRow* turn = turnOf(entry, timeline);
@@ -117,13 +119,6 @@ void addVault(const std::vector<VaultEntry>& entries, const Project& project, co
             if (row.own == turn->own && std::find(row.vault.begin(), row.vault.end(), entry.id) == row.vault.end())
                 row.vault.push_back(entry.id);
     }
-}
-
-} // namespace
-
-void addVaultEntries(const Store& store, const Project& project, const Timeline& timeline,
-                     std::vector<TimelineRow>& rows) {
-    addVault(readEntries(store), project, timeline, rows);
 }
 
 void addElsewhere(const Store& store, const Project& project, const Timeline& timeline,
@@ -143,19 +138,19 @@ void addElsewhere(const Store& store, const Project& project, const Timeline& ti
         } catch (const TidewrackError&) { // another project's damage is no reason to tell nothing of this one
         }
     }
-    const std::vector<VaultEntry> entries = readEntries(store);
-    addVault(entries, project, timeline, rows);
+    const std::vector<VaultEntry> entries = readVaultEntries(store);
+    addVaultEntries(entries, project, timeline, rows);
     for (TimelineRow& row : rows) addVaultCommands(entries, hooks, row);
 }
 
-std::vector<VaultEntry> entriesToPutBack(const Store& store, const std::vector<TimelineRow>& rows) {
+std::vector<VaultEntry> entriesToPutBack(const Store& store, const std::vector<VaultEntry>& all,
+                                         const std::vector<TimelineRow>& rows) {
     const auto isNamed = [&](const VaultEntry& entry) {
         return std::any_of(rows.begin(), rows.end(), [&](const TimelineRow& row) {
             return std::find(row.vault.begin(), row.vault.end(), entry.id) != row.vault.end();
         });
     };
     const Vault vault(store);
-    const std::vector<VaultEntry> all = readEntries(store);
     std::vector<VaultEntry> entries;
     std::vector<std::string> seen;
     const auto isSeen = [&](const VaultEntry::Item& item) {

@@ -127,11 +127,12 @@ Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
     return counts;
 }
 
-UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows, const Options& options) const {
+UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
+                             const std::vector<VaultEntry>& vault) const {
     for (const TimelineRow& row : rows) {
         choice.rows = {row};
         if (!isIdle(choice)) return choice;
-        if (options.vault && !entriesToPutBack(engine_.store, choice.rows).empty()) return choice;
+        if (!entriesToPutBack(engine_.store, vault, choice.rows).empty()) return choice;
         if (counts(row).sum() > 0) choice.passed.push_back(row);
     }
     choice.rows.clear();
@@ -140,12 +141,14 @@ UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& 
 
 UndoChoice TurnUndo::last(const Options& options) const {
     std::vector<TimelineRow> turns = timeline_.rows;
-    if (options.vault) addVaultEntries(engine_.store, project_, timeline_, turns);
+    std::vector<VaultEntry> vault;
+    if (options.vault) vault = readVaultEntries(engine_.store);
+    addVaultEntries(vault, project_, timeline_, turns);
     std::erase_if(turns, [&](const TimelineRow& row) {
         const bool changed = !row.counts || row.counts->sum() > 0 || (options.vault && !row.vault.empty());
         return row.type != Type::turn || row.undone || !changed;
     });
-    return passing({"undo", {}}, turns, options);
+    return passing({"undo", {}}, turns, vault);
 }
 
 const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {

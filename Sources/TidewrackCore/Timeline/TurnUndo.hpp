@@ -6,6 +6,7 @@
 #include "Timeline/StepReader.hpp"
 #include "Timeline/Timeline.hpp"
 #include "Timeline/UndoPlan.hpp"
+#include "Vault/VaultEntry.hpp"
 
 #include <cstdint>
 #include <map>
@@ -97,7 +98,7 @@ class TurnUndo {
     [[nodiscard]] Actions plan(UndoSteps& steps, const Manifest& now, const Options& options) const;
     [[nodiscard]] bool isIdle(const UndoChoice& choice) const;
     [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
-                                     const Options& options) const;
+                                     const std::vector<VaultEntry>& vault) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
     void checkHunks(const UndoSteps& steps, const Options& options) const;

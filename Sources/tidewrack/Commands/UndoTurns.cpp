@@ -166,16 +166,18 @@ std::vector<FromVault> fromVault(Invocation& call, const Timeline& timeline, con
     std::vector<FromVault> list;
     std::vector<TimelineRow> rows = done.choice.rows;
     if (done.choice.by != "undo") return list;
-    addVaultEntries(call.store(), done.project, timeline, rows);
     const Vault vault(call.store());
-    for (const VaultEntry& entry : entriesToPutBack(call.store(), rows))
+    std::vector<VaultEntry> entries;
+    try {
+        entries = vault.entries();
+    } catch (const TidewrackError& error) { // then none of them is known
+        if (options.vault) list.push_back({"", "", {error.what()}, true});
+        return list;
+    }
+    addVaultEntries(entries, done.project, timeline, rows);
+    for (const VaultEntry& entry : entriesToPutBack(call.store(), entries, rows))
         list.push_back({entry.id, entry.command, {}, false});
     if (!options.vault) return list;
-    try {
-        (void)vault.entries();
-    } catch (const TidewrackError& error) { // then none of them is known
-        return {{"", "", {error.what()}, true}};
-    }
     for (FromVault& each : list) {
         try {
             const auto acting = options.dryRun ? Vault::Acting::dryRun : Vault::Acting::forReal;
@@ -357,7 +359,7 @@ std::string newerElsewhere(Invocation& call, const Project& project, const TurnU
             return newer + "in " + call.shown(root) + ". To take it back, run: tidewrack undo --turn " +
                    std::to_string(there->second) + " --project " + shellWord(there->first.root) + "\n";
         }
-        if (!row.undone && !entriesToPutBack(call.store(), rows).empty())
+        if (!row.undone && !entriesToPutBack(call.store(), readVaultEntries(call.store()), rows).empty())
             return newer + "outside of projects. To put back what was saved there first, run: tidewrack undo --last "
                            "--vault\n";
     }
