@@ -202,10 +202,10 @@ TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
 
 TEST_F(HookHandlerTest, aDamagedRecordCostsTheOtherProjectsNothing) {
     world.ok({"track"});
-    f.write("lost/.git/HEAD", "x");
-    f.write("lost/f", "x");
-    world.ok({"track", f.at("lost")});
-    const std::string record = "store/projects/" + Store::projectID(f.at("lost")) + "/project.json";
+    f.write("wide/lost/.git/HEAD", "x");
+    f.write("wide/lost/f", "x");
+    world.ok({"track", f.at("wide/lost")});
+    const std::string record = "store/projects/" + Store::projectID(f.at("wide/lost")) + "/project.json";
     f.write(record, "{}");
     const auto behindTheError = [&] {
         Lines lines = log();
@@ -217,13 +217,15 @@ TEST_F(HookHandlerTest, aDamagedRecordCostsTheOtherProjectsNothing) {
     EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse deny rm -rf ~"});
     EXPECT_NE(shell("rm -rf .").standardOutput.value_or("").find("\"ask\""), std::string::npos);
     EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse ask rm -rf . → #2 " + project});
-    EXPECT_EQ(shell("rm -rf ../lost"),
-              askReply(Agent::claude, Kind::shell,
-                       "This deletes " + f.at("lost") + ", which contains the tracked project " + f.at("lost") +
-                           ". Tidewrack couldn't snapshot it first: its record can't be read. Allow?"));
+    for (const char* folder : {"wide/lost", "wide"}) // or one around it
+        EXPECT_EQ(shell(std::string("rm -rf ../") + folder),
+                  askReply(Agent::claude, Kind::shell,
+                           "This deletes " + f.at(folder) + ", which contains the tracked project " +
+                               f.at("wide/lost") +
+                               ". Tidewrack couldn't snapshot it first: its record can't be read. Allow?"));
     (void)log();
-    EXPECT_EQ(shell("rm ../lost/f"), HookOutput{});
-    EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse allow rm ../lost/f → vault ID: 1 saved, 0 skipped"});
+    EXPECT_EQ(shell("rm ../wide/lost/f"), HookOutput{});
+    EXPECT_EQ(behindTheError(), Lines{"claude PreToolUse allow rm ../wide/lost/f → vault ID: 1 saved, 0 skipped"});
     EXPECT_EQ(answer(Agent::cursor, Kind::prompt, project, "x"), (HookOutput{"{\"continue\":true}", {}, 0}));
     EXPECT_EQ(behindTheError(), Lines{"cursor beforeSubmitPrompt #3 " + project});
     EXPECT_EQ(answer(Agent::claude, Kind::stop, project), HookOutput{});

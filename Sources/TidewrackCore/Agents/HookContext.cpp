@@ -4,10 +4,13 @@
 #include "Agents/Installer.hpp"
 #include "Agents/SnapshotTexts.hpp"
 #include "Engine/Tracking.hpp"
+#include "Platform/Attributes.hpp"
 #include "Store/EditLog.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/LoggedHook.hpp"
+
+#include <fcntl.h>
 
 #include <utility>
 
@@ -53,6 +56,26 @@ std::optional<Project> HookContext::projectFor(const std::string& folder) {
     unjudged_.insert(*root);
     handler.log.append("-", "track", start, "auto-tracked " + *root);
     return projects_.back();
+}
+
+// Nothing but its name tells which folder such a record is of.
+std::vector<std::string> HookContext::unreadableIn(const std::string& folder, const Deadline& deadline) const {
+    constexpr std::size_t mostFolders = 10'000;
+    std::vector<std::string> found;
+    std::vector<std::string> folders{folder};
+    for (std::size_t at = 0; at < folders.size() && !passed(deadline); ++at) {
+        if (hasUnreadableRecord(folders[at])) found.push_back(folders[at]);
+        if (found.size() == unreadable_.size()) break;
+        const std::string parent = folders[at]; // the list moves when it grows
+        (void)visitNames(parent, [&](const char* name) {
+            std::string path = joined(parent, name);
+            Attributes attributes;
+            if (attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.kind == Attributes::Kind::folder)
+                folders.push_back(std::move(path));
+            return folders.size() < mostFolders;
+        });
+    }
+    return found;
 }
 
 namespace {

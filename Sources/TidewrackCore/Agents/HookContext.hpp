@@ -51,6 +51,9 @@ class HookContext {
         return !unreadable_.empty() && unreadable_.contains(Store::projectID(folder));
     }
 
+    // The roots of such projects at or below the folder, as far as they are found before the deadline.
+    [[nodiscard]] std::vector<std::string> unreadableIn(const std::string& folder, const Deadline& deadline) const;
+
     // The store, and the agents' configuration files that hold our hooks, under each of their names. Reads the latter.
     [[nodiscard]] std::vector<shell::OwnPath> ownPaths() const;
 

@@ -103,8 +103,9 @@ class HookCall {
     void askAboutUnreadable(shell::Decision& decision) const {
         if (!context_.hasUnreadableRecords()) return;
         for (const std::string& path : decision.removed) {
-            const std::string root = Store::canonical(path);
-            if (context_.hasUnreadableRecord(root)) shell::askIfContainsProject(root, {root}, decision.verdict);
+            const std::string folder = Store::canonical(path);
+            const auto roots = context_.unreadableIn(folder, context_.share(1, 5));
+            if (!roots.empty()) shell::askIfContainsProject(folder, roots, decision.verdict);
         }
     }
 
