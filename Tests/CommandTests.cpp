@@ -246,6 +246,8 @@ TEST_F(CommandTest, undoOfNothingNamesTheNextStepOfTheTurn) {
               "The next step of it that changed something is #3: tidewrack undo 3\n");
     EXPECT_EQ(world.ok({"undo", "1"}), "Nothing changed after #1, so there's nothing to undo.\n");
     f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
+    EXPECT_NE(world.ok({"log"}).find("\"prompt!\"  →  +0 ~0 -1 (without #3)\n"), std::string::npos);
+    rewriteRecord(world, 2, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(48); });
     EXPECT_NE(world.ok({"log"}).find("\"prompt!\"  →  +0 ~0 -1 (without #3, pruned)\n"), std::string::npos);
 }
 

@@ -17,7 +17,7 @@ std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots,
     for (const SnapshotMeta& meta : snapshots) {
         const std::int64_t created = meta.created.time_since_epoch().count();
         const std::int64_t age = now.time_since_epoch().count() - created;
-        if (meta.pinned || age < 2 * day)
+        if (meta.pinned || std::chrono::seconds(age) < keepsAll)
             keep.insert(meta.seq);
         else if (age < 7 * day)
             buckets["h" + std::to_string(created / hour)] = meta.seq;

@@ -4,12 +4,16 @@
 
 #include "Store/Records.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <set>
 #include <span>
 #include <vector>
 
 namespace tidewrack {
+
+// No snapshot is removed that is younger.
+inline constexpr std::chrono::hours keepsAll{48};
 
 struct RetentionPlan {
     std::vector<std::int64_t> remove;      // snapshot numbers, ascending

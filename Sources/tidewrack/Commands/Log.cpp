@@ -2,6 +2,7 @@
 
 #include "Commands/Commands.hpp"
 #include "Engine/PathHistory.hpp"
+#include "Engine/RetentionPlan.hpp"
 #include "Invocation.hpp"
 #include "Reports/PatchReport.hpp"
 #include "Reports/PathWords.hpp"
@@ -61,15 +62,17 @@ After changesSoFar(Invocation& call, CountsSoFar& soFar, std::int64_t seq) {
 // What changed after `meta`, as the next newer record has it.
 After changesAfter(const SnapshotMeta& meta, const SnapshotMeta& newer, const std::vector<UnreadRecord>& unread) {
     const Changes::Counts counts{newer.added, newer.modified, newer.deleted};
+    const bool hasUnread = std::any_of(unread.begin(), unread.end(), [&](const UnreadRecord& record) {
+        return record.seq > meta.seq && record.seq < newer.seq;
+    });
     if (newer.seq == meta.seq + 1) return {counts, countsText(counts)};
     // The record knows only what changed since the snapshot before it, which is gone.
     const std::string first = "#" + std::to_string(meta.seq + 1);
     const std::string last = newer.seq == meta.seq + 2 ? "" : "–#" + std::to_string(newer.seq - 1);
-    const bool hasUnread = std::any_of(unread.begin(), unread.end(), [&](const UnreadRecord& record) {
-        return record.seq > meta.seq && record.seq < newer.seq;
-    });
-    return {std::nullopt,
-            countsText(counts) + " (without " + first + last + (hasUnread ? ", unreadable)" : ", pruned)")};
+    // A snapshot that was killed leaves a number without a record as well, and what is so new is not pruned yet.
+    const bool maybePruned = now() - meta.created >= keepsAll;
+    const char* why = hasUnread ? ", unreadable)" : maybePruned ? ", pruned)" : ")";
+    return {std::nullopt, countsText(counts) + " (without " + first + last + why};
 }
 
 std::string whenText(const Invocation& call, Date date) {
