@@ -7,6 +7,7 @@
 #include "Engine/Spelling.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -157,6 +158,7 @@ TEST_F(RestoreTest, givesAFileItsNameBackThatAKilledRestoreHadMovedAside) {
     f.write(marks, ".tidewrack-12-ab- 2 1\n");
     f.write("project/.tidewrack-12-ab-0-a.txt", "first\n");  // was about to replace it
     f.write("project/.tidewrack-12-ab-1-a.txt", "second\n"); // was there
+    f.write("project/.tidewrack-12-ab-2-a.txt", "");         // lost its content in a power cut
     const std::string row = "! a.txt  a restore that was cut short moved it aside; it would be put back\n";
     EXPECT_EQ(world.ok({"restore", "2", "link", "--dry-run"}).substr(0, row.size()), row);
     EXPECT_NE(world.ok({"restore", "2", "link"})
@@ -164,7 +166,60 @@ TEST_F(RestoreTest, givesAFileItsNameBackThatAKilledRestoreHadMovedAside) {
               std::string::npos);
     EXPECT_EQ(f.read("project/a.txt"), "second\n");
     EXPECT_EQ(f.listing("project").find("-12-ab-"), std::string::npos);
+    EXPECT_FALSE(f.has("project/a.txt.tidewrack-1"));
     EXPECT_FALSE(f.has(marks));
+    // A temporary name has no room for all of a long one, and several may begin alike.
+    const std::string start(240, 'n');
+    const std::string end = std::string(15, '2');
+    for (const char letter : {'1', '2', '3'})
+        f.write("project/" + start + std::string(15, letter), std::string("long ") + letter);
+    world.ok({"snap"});
+    f.write(marks, ".tidewrack-12-ac- 5 5\n");
+    f.remove("project/" + start + end);
+    const std::string cut = start.substr(0, 255 - std::string(".tidewrack-12-ac-0-").size());
+    f.write("project/.tidewrack-12-ac-0-" + cut, "long 2");
+    f.write("project/.tidewrack-12-ac-1-" + cut, "somebody's words");
+    EXPECT_NE(world.ok({"restore", "5", "link", "--dry-run"}).find("! " + start + end + "  a restore"),
+              std::string::npos);
+    const std::string found = cut + ".tidewrack-1";
+    EXPECT_NE(world.ok({"restore", "5", "link"}).find("it is " + found + " in #"), std::string::npos);
+    EXPECT_EQ(f.read("project/" + start + end) + f.read("project/" + found), "long 2somebody's words");
+}
+
+TEST_F(RestoreTest, leavesNothingInAFolderWhoseHistoryGoes) {
+    f.write("store/projects/" + world.project().id + "/restores", ".tidewrack-12-ab- 1 1\n");
+    f.remove("project/a.txt");
+    f.write("project/.tidewrack-12-ab-0-a.txt", "first\n");
+    f.write("project/.tidewrack-12-ab-1", "half a co");
+    f.write("project/src/.tidewrack-12-ab-2-x", "somebody's words");
+    EXPECT_NE(world.run({"untrack", "--dry-run"}).err.find("a version of src/x that no snapshot has"),
+              std::string::npos);
+    EXPECT_EQ(world.run({"untrack"}).err,
+              "warning: a restore that was cut short had moved a.txt aside; it is back\n"
+              "warning: a restore that was cut short had left a version of src/x that no snapshot had; it is "
+              "src/x.tidewrack-1 now\n");
+    EXPECT_EQ(f.listing("project").find("-12-ab-"), std::string::npos);
+    EXPECT_EQ(f.read("project/a.txt") + f.read("project/src/x.tidewrack-1"), "first\nsomebody's words");
+}
+
+// A folder that can't be read is no reason to look for ever for what is left, unless a restore can have worked in it.
+TEST_F(RestoreTest, forgetsAKilledRestoreWhereNothingOfItCanBe) {
+    const std::string marks = "store/projects/" + world.project().id + "/restores";
+    const std::string stays = unprivileged(f, [&] {
+        f.makeFolder("project/closed");
+        std::string result;
+        for (const char* file : {"", "project/closed/file"}) {
+            if (*file != '\0') f.write(file, "kept");
+            world.ok({"snap"});
+            f.write(marks, ".tidewrack-12-ab- 1 1\n");
+            EXPECT_EQ(::chmod(f.at("project/closed").c_str(), 0), 0);
+            (void)world.run({"restore", "1", "a.txt"});
+            result += f.has(marks) ? "stays " : "goes ";
+            EXPECT_EQ(::chmod(f.at("project/closed").c_str(), 0700), 0);
+        }
+        return result;
+    });
+    EXPECT_EQ(stays, "goes stays ");
 }
 
 // A snapshot that is taken before the next restore lists what the killed one had moved aside.

@@ -207,6 +207,32 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
 }
 
 // A dry run looks at the folder, the act at the safety snapshot: what is not kept looks different there.
+TEST_F(Turns, aDryRunTellsWhatAKilledRestoreLeft) {
+    prompt("s", "work");
+    f.write("project/config", "the turn's\n");
+    stop("s");
+    f.write("store/projects/" + world.project().id + "/restores", ".tidewrack-12-ab- 3 1\n");
+    for (const char* name : {"config", "notes"}) {
+        f.write(std::string("project/.tidewrack-12-ab-0-") + name, f.read(std::string("project/") + name));
+        f.remove(std::string("project/") + name);
+    }
+    f.write("project/.tidewrack-12-ab-1-README.md", "somebody's words");
+    const std::string done = "~ config\n";
+    const std::string recovered = "! README.md  what a restore that was cut short left of it would become "
+                                  "README.md.tidewrack-1\n";
+    const std::string back = "! notes  a restore that was cut short moved it aside; it would be put back\n";
+    const std::string planned = this->back({"undo", "--last", "--dry-run"});
+    EXPECT_NE(planned.find(":\n" + done + back + recovered + "1 file overwritten.\n"), std::string::npos) << planned;
+    EXPECT_EQ(
+        nlohmann::json::parse(world.ok({"undo", "--last", "--dry-run", "--json"}))["projects"][0]["warnings"].size(),
+        2U);
+    const std::string acted = this->back({"undo", "--last"});
+    EXPECT_NE(acted.find(":\n" + done + "1 file overwritten.\n"), std::string::npos) << acted;
+    EXPECT_EQ(std::count(acted.begin(), acted.end(), '!'), 0) << acted;
+    EXPECT_NE(acted.find("had moved notes aside"), std::string::npos) << acted;
+    EXPECT_NE(acted.find("it is README.md.tidewrack-1 in #"), std::string::npos) << acted;
+}
+
 TEST_F(Turns, filesTooLargeToBeKept) {
     const std::string record = "store/projects/" + world.project().id + "/project.json";
     json project = json::parse(f.read(record));

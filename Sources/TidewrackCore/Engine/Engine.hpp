@@ -88,12 +88,6 @@ struct Reversal {
 // How far a long operation has come, for a progress line; may be called from several threads.
 using Progress = std::function<void(const char* what, std::size_t count)>;
 
-// What restores that were cut short left behind.
-struct Interrupted {
-    std::vector<PathOutcome> outcomes;    // what got a name that people find, and what could not be cleared
-    std::vector<MarkedRestore> remaining; // those of which not everything could be cleared
-};
-
 // A snapshot with what the restore that asked for it goes on with.
 struct TakenSnapshot {
     SnapshotResult result;
@@ -163,6 +157,10 @@ class Engine {
                        const std::optional<std::vector<std::string>>& paths = std::nullopt,
                        Acting acting = Acting::forReal) const;
 
+    // Clears up after restores that were cut short, as the next one would, where there will be none: the history goes.
+    std::vector<PathOutcome> clearUp(const Project& project, Acting acting) const;
+    // The same as it is going to be, for a dry run: all that `remaining` names can be cleared.
+    [[nodiscard]] Interrupted foreseeInterrupted(const Project& project) const;
     // What every restore begins with: it clears up after those that were cut short, and takes the safety snapshot.
     [[nodiscard]] TakenSnapshot safetySnapshot(const ProjectLock& lock, const Project& project,
                                                const SnapshotRequest& request) const;
@@ -207,7 +205,6 @@ class Engine {
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
-    [[nodiscard]] Interrupted foreseeInterrupted(const Project& project) const; // the same, in a dry run
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;
     friend class RestoreRun;
     void recordAfterRestore(const ProjectLock& lock, const Project& project, const TakenSnapshot& safety,

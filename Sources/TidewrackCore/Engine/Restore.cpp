@@ -102,12 +102,16 @@ UsersTarget usersTarget(const History& history, const Manifest& target, const Ma
         const std::string name(originalOfAny(lastComponent(item.path)));
         const std::string folder(parentOf(item.path));
         const std::string original = folder.empty() ? name : joined(folder, name);
-        const Entry* there = target.find(original);
-        if (there != nullptr && there->kind == item.entry.kind && there->isKept() && item.entry.isKept()) {
+        const auto originals = originalsIn(target, item.path, name);
+        const auto isSame = [&](const std::string& each) {
+            const Entry* there = target.find(each);
+            if (there == nullptr || there->kind != item.entry.kind || !there->isKept() || !item.entry.isKept())
+                return false;
             const std::string one = history.blobPath(there->blob);
             const std::string other = history.blobPath(item.entry.blob);
-            if (there->kind == EntryKind::file ? sameContent(one, other) : sameLink(one, other)) continue;
-        }
+            return there->kind == EntryKind::file ? sameContent(one, other) : sameLink(one, other);
+        };
+        if (std::any_of(originals.begin(), originals.end(), isSame)) continue;
         std::string path;
         for (int number = 1; path.empty() || target.find(path) != nullptr || current.find(path) != nullptr ||
                              result.renamed.contains(path);)

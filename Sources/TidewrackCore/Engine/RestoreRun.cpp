@@ -61,7 +61,6 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     const std::string blobs = engine.store.history(project).blobsFolder();
     blobs_ = Descriptor(::open(blobs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!blobs_) throw TidewrackError::io("read", blobs, errno);
-    pending_.copies = mostWrittenOutOneByOne; // bringToDisk() waits for all that is put back
 }
 
 void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots) {
@@ -398,6 +397,7 @@ void RestoreRun::bringToDisk() {
     pending_.everything = true; // names all over the project, which flushing its root alone does not bring along
     const int error = flush(root_.get(), pending_);
     if (error != 0) result_.flushError = error;
+    pending_.everything = false;
     trace_.mark([] { return "flush"; });
 }
 

@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <map>
 #include <utility>
 
 namespace tidewrack {
@@ -44,6 +45,13 @@ class Leftovers {
         lookIn({restore_.safety}, open);
         before_ = kept_;
         lookIn({restore_.target}, open);
+        lookFurther(open);
+        for (const auto& [path, names] : possible_)
+            if (names.size() == 1 && !kept_.contains(path)) names_[path] = *names.begin();
+    }
+
+  private:
+    void lookFurther(std::vector<std::string>& open) {
         const auto seqs = history_.seqs();
         if (std::binary_search(seqs.begin(), seqs.end(), restore_.target)) return;
         // There is no such one any more, or several were put together: any may have it, or it is a text made for the
@@ -56,6 +64,7 @@ class Leftovers {
         lookIn({seqs.rbegin(), seqs.rend()}, open);
     }
 
+  public:
     // It holds what was there before that restore.
     [[nodiscard]] bool isFromBefore(const std::string& path) const { return before_.contains(path); }
 
@@ -70,7 +79,7 @@ class Leftovers {
         const bool isFolder = left.kind == Attributes::Kind::folder;
         bool bothNames = false;
         if (isFolder && !name.empty() && giveName(place, {place.folder, name.c_str()}, bothNames) == 0) return true;
-        bool isCopy = !isFolder && (name.empty() || isSecondName(place, left, name));
+        bool isCopy = !isFolder && (name.empty() || isEmptied(path, left) || isSecondName(place, left, name));
         if (!isFolder && !isCopy && kept_.contains(path)) {
             const int error = giveName(place, {place.folder, name.c_str()}, bothNames);
             if (error == 0) outcomes.push_back({beside(path, name), PathOutcome::Action::givenBack});
@@ -93,12 +102,13 @@ class Leftovers {
         const std::string name = nameOf(path);
         if (name.empty() || project_.place(path, place) != 0) return std::nullopt;
         if (attributesAt(place.folder, place.name, left) != 0 || left.kind == Attributes::Kind::folder ||
-            isSecondName(place, left, name))
+            isEmptied(path, left) || isSecondName(place, left, name))
             return std::nullopt;
         if (kept_.contains(path)) {
-            const bool isFree = attributesAt(place.folder, name.c_str(), left) == ENOENT;
-            return isFree ? std::optional(PathOutcome{beside(path, name), PathOutcome::Action::toGiveBack})
-                          : std::nullopt;
+            if (attributesAt(place.folder, name.c_str(), left) != ENOENT) return std::nullopt;
+            PathOutcome outcome{beside(path, name), PathOutcome::Action::toGiveBack};
+            outcome.found = path;
+            return outcome;
         }
         PathOutcome outcome{beside(path, name), PathOutcome::Action::toRecover};
         int number = 1;
@@ -122,8 +132,15 @@ class Leftovers {
         return false;
     }
 
+    // A power cut can leave a file without the content that it was given, and nobody misses that.
+    [[nodiscard]] bool isEmptied(const std::string& path, const Attributes& left) const {
+        return left.kind == Attributes::Kind::file && left.size == 0 && hadContent_.contains(path) &&
+               !kept_.contains(path);
+    }
+
     // Empty for a copy that was being made.
     [[nodiscard]] std::string nameOf(const std::string& path) const {
+        if (const auto found = names_.find(path); found != names_.end()) return found->second;
         return std::string(MarkedRestore::original(lastComponent(path), restore_.prefix));
     }
 
@@ -150,20 +167,26 @@ class Leftovers {
                 const SnapshotMeta meta = history_.snapshot(seq);
                 if (!lookedIn_.insert(meta.manifestOf).second) continue;
                 const Manifest listing = history_.manifest(meta);
-                settle(open, [&](const std::string& path, Place place) {
-                    return hasIt(listing, beside(path, nameOf(path)), place);
-                });
+                settle(open, [&](const std::string& path, Place place) { return hasIt(listing, path, place); });
             } catch (const std::exception&) { // pruned since, or damaged: then it has nothing
             }
         }
     }
 
-    [[nodiscard]] bool hasIt(const Manifest& listing, const std::string& original, Place place) const {
-        const Entry* entry = listing.find(original);
-        if (entry == nullptr || !entry->isKept()) return false;
-        const std::string blob = history_.blobPath(entry->blob);
-        const Place kept{AT_FDCWD, blob.c_str()};
-        return entry->kind == EntryKind::file ? sameContent(place, kept) : sameLink(place, kept);
+    bool hasIt(const Manifest& listing, const std::string& path, Place place) {
+        for (const std::string& original : originalsIn(listing, path, nameOf(path))) {
+            const Entry* entry = listing.find(original);
+            if (entry == nullptr || !entry->isKept()) continue;
+            const std::string name(lastComponent(original));
+            const std::string blob = history_.blobPath(entry->blob);
+            const Place kept{AT_FDCWD, blob.c_str()};
+            possible_[path].insert(name);
+            if (entry->kind == EntryKind::file && entry->size > 0) hadContent_.insert(path);
+            if (!(entry->kind == EntryKind::file ? sameContent(place, kept) : sameLink(place, kept))) continue;
+            names_[path] = name;
+            return true;
+        }
+        return false;
     }
 
     const History& history_;
@@ -171,7 +194,10 @@ class Leftovers {
     FolderBelow& project_;
     std::set<std::int64_t> lookedIn_;
     std::set<std::string, std::less<>> kept_;
-    std::set<std::string, std::less<>> before_; // those of them that the safety snapshot has
+    std::set<std::string, std::less<>> before_;             // those of them that the safety snapshot has
+    std::set<std::string> hadContent_;                      // files that are not empty in a listing
+    std::map<std::string, std::set<std::string>> possible_; // names that they may have had
+    std::map<std::string, std::string> names_;              // those that they had, as far as content tells
 };
 
 // The files whose content the safety snapshot took over from the one before, and that were not compared yet.
@@ -263,10 +289,10 @@ std::pair<Manifest, std::int64_t> relisted(const Manifest& listing, const std::v
 
 namespace {
 
-// The leftovers of all these restores. Returns whether every folder could be read.
-bool forEachLeftover(const Project& project, const std::set<std::string, std::less<>>& nested, const History& history,
-                     const std::vector<MarkedRestore>& restores,
-                     const std::function<void(Leftovers&, const std::string& path)>& visit) {
+// The leftovers of all these restores. Returns the folders that could not be read.
+std::vector<Walker::Unread> forEachLeftover(const Project& project, const std::set<std::string, std::less<>>& nested,
+                                            const History& history, const std::vector<MarkedRestore>& restores,
+                                            const std::function<void(Leftovers&, const std::string& path)>& visit) {
     std::vector<std::string> found;
     Project everything = project;
     everything.excludesIfIgnored.emplace(); // one may be in a folder that git has been told to ignore since
@@ -289,7 +315,24 @@ bool forEachLeftover(const Project& project, const std::set<std::string, std::le
     for (const std::string& path : found)
         for (Leftovers& each : leftovers)
             if (each.owns(path)) visit(each, path);
-    return walker->unread().empty();
+    return walker->unread();
+}
+
+// Whether restores can have left something in these folders: then a snapshot has something in there.
+bool mayHaveWorkedIn(const std::vector<Walker::Unread>& folders, const History& history) {
+    if (folders.empty()) return false;
+    std::set<std::int64_t> seen;
+    try {
+        for (const SnapshotMeta& meta : history.snapshots()) {
+            if (!seen.insert(meta.manifestOf).second) continue;
+            const Manifest listing = history.manifest(meta);
+            for (const Walker::Unread& each : folders)
+                if (!each.entries.empty() || listing.listsBelow(each.folder)) return true;
+        }
+        return false;
+    } catch (const TidewrackError&) {
+        return true;
+    }
 }
 
 } // namespace
@@ -305,7 +348,7 @@ Interrupted Engine::clearInterrupted(const ProjectLock& lock, const Project& pro
         none = false;
     };
     const auto nested = nestedRoots(project, store.projects());
-    if (forEachLeftover(project, nested, history, result.remaining, clear) && none) {
+    if (!mayHaveWorkedIn(forEachLeftover(project, nested, history, result.remaining, clear), history) && none) {
         result.remaining.clear();
         markRestores(lock, history, {});
     }
@@ -319,13 +362,24 @@ Interrupted Engine::foreseeInterrupted(const Project& project) const {
     const auto foresee = [&](Leftovers& leftovers, const std::string& path) {
         auto outcome = leftovers.foresee(path);
         const auto isTold = [&](const PathOutcome& other) {
-            return other.action == PathOutcome::Action::toGiveBack && other == *outcome;
+            return other.action == PathOutcome::Action::toGiveBack && other.action == outcome->action &&
+                   other.path == outcome->path;
         };
         if (outcome && std::none_of(result.outcomes.begin(), result.outcomes.end(), isTold))
             result.outcomes.push_back(std::move(*outcome));
     };
     (void)forEachLeftover(project, nestedRoots(project, store.projects()), history, result.remaining, foresee);
     return result;
+}
+
+std::vector<PathOutcome> Engine::clearUp(const Project& project, Acting acting) const {
+    if (!isFolder(project.root)) return {}; // nothing is left in it
+    if (acting == Acting::dryRun) return foreseeInterrupted(project).outcomes;
+    const ProjectLock lock(store.history(project).lockPath());
+    std::vector<PathOutcome> outcomes = clearInterrupted(lock, project).outcomes;
+    for (PathOutcome& outcome : outcomes)
+        if (outcome.action == PathOutcome::Action::recovered) outcome.action = PathOutcome::Action::recoveredUnsaved;
+    return outcomes;
 }
 
 TakenSnapshot Engine::safetySnapshot(const ProjectLock& lock, const Project& project,

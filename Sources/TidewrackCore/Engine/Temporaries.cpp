@@ -5,6 +5,7 @@
 #include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 
 #include <unistd.h>
@@ -13,13 +14,16 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <map>
 #include <sstream>
 
 namespace tidewrack {
 
 namespace {
 
-constexpr long longestName = 255; // of most volumes
+constexpr long longestName = 255;        // of most volumes
+constexpr std::size_t shortLimit = 143;  // of any volume
+constexpr std::size_t longCharacter = 4; // bytes at most
 
 std::string pathOf(const History& history) {
     return history.folder() + "/restores";
@@ -46,6 +50,24 @@ std::string_view originalOfAny(std::string_view name) {
         name.remove_prefix(end + 1);
     }
     return name;
+}
+
+Manifest withCleared(const Manifest& listing, const Interrupted& foreseen) {
+    std::map<std::string_view, std::string_view> names; // by the paths that they have now
+    for (const PathOutcome& outcome : foreseen.outcomes)
+        if (outcome.action == PathOutcome::Action::toGiveBack) names.emplace(outcome.found, outcome.path);
+    ManifestBuilder builder(listing);
+    std::uint32_t rank = 0;
+    for (const auto& item : listing.items()) {
+        const std::uint32_t own = rank++;
+        const auto owns = [&](const MarkedRestore& restore) { return restore.owns(lastComponent(item.path)); };
+        const auto name = names.find(item.path);
+        if (name != names.end())
+            builder.add(name->second, item.entry);
+        else if (std::none_of(foreseen.remaining.begin(), foreseen.remaining.end(), owns))
+            builder.add(item.path, item.entry, own);
+    }
+    return builder.finish();
 }
 
 std::vector<MarkedRestore> markedRestores(const History& history) {
@@ -115,8 +137,21 @@ std::string Temporaries::aside(int folder, std::string_view name) {
     return own + shortened(folder, name, own.size());
 }
 
+std::vector<std::string> originalsIn(const Manifest& listing, std::string_view path, std::string_view name) {
+    const std::string folder(parentOf(path));
+    std::vector<std::string> paths{folder.empty() ? std::string(name) : joined(folder, name)};
+    if (lastComponent(path).size() + longCharacter <= shortLimit) return paths; // there was room for all of it
+    const std::string start = paths.front();
+    const auto& items = listing.items();
+    auto item = std::lower_bound(items.begin(), items.end(), start,
+                                 [](const Manifest::Item& each, const std::string& at) { return each.path < at; });
+    for (; item != items.end() && item->path.starts_with(start); ++item)
+        if (item->path.size() > start.size() && item->path.find('/', start.size()) == std::string_view::npos)
+            paths.emplace_back(item->path);
+    return paths;
+}
+
 std::string shortened(int folder, std::string_view name, std::size_t used) {
-    constexpr std::size_t shortLimit = 143; // of any volume
     if (used + name.size() <= shortLimit) return std::string(name);
     const long told = ::fpathconf(folder, _PC_NAME_MAX);
     const auto longest = static_cast<std::size_t>(told > 0 ? std::min(told, longestName) : longestName);

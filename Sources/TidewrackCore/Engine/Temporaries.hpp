@@ -31,6 +31,15 @@ struct MarkedRestore {
 // The name that a temporary of any restore stood aside for; none for other names.
 [[nodiscard]] std::string_view originalOfAny(std::string_view name);
 
+// What restores that were cut short left behind.
+struct Interrupted {
+    std::vector<PathOutcome> outcomes;    // what got a name that people find, and what could not be cleared
+    std::vector<MarkedRestore> remaining; // those of which not everything could be cleared
+};
+
+// The listing of a folder as it will be once all that is foreseen is done and everything else that was left is gone.
+[[nodiscard]] Manifest withCleared(const Manifest& listing, const Interrupted& foreseen);
+
 // Those that run, or were cut short. Throws TidewrackError io.
 [[nodiscard]] std::vector<MarkedRestore> markedRestores(const History& history);
 // Their prefixes, for a snapshot: one that lists a temporary as well is worth more than none.
@@ -58,6 +67,11 @@ class Temporaries {
     std::atomic<unsigned> counter_ = 0;
     std::atomic<bool> anyLeft_ = false;
 };
+
+// The paths beside the temporary file at `path` that it may have stood aside for, going by its `name` of them: that
+// itself and, where the volume had no room for all of it, what the listing has of files that begin with it.
+[[nodiscard]] std::vector<std::string> originalsIn(const Manifest& listing, std::string_view path,
+                                                   std::string_view name);
 
 // As many whole characters of the name as the folder's volume has room for beside `used` bytes.
 [[nodiscard]] std::string shortened(int folder, std::string_view name, std::size_t used);

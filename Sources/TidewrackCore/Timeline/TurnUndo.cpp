@@ -230,6 +230,8 @@ const Manifest& TurnUndo::present() const {
     Engine::Sides sides = engine_.sides(project_, records_.back().seq, std::nullopt);
     present_ = std::move(sides.newer);
     unseen_ = std::move(sides.warnings);
+    interrupted_ = engine_.foreseeInterrupted(project_);
+    if (!interrupted_.remaining.empty()) present_ = withCleared(*present_, interrupted_);
     const std::int64_t largest = project_.maxFileSize.value_or(Project::defaultMaxFileSize);
     ManifestBuilder builder(*present_);
     std::uint32_t rank = 0;
@@ -331,6 +333,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
         if (options.dryRun || std::none_of(actions.begin(), actions.end(), acts)) { // nothing to do takes no snapshot
             result.actions = withCauses(std::move(actions), obstacles, choice, present());
             result.warnings = unseen_;
+            if (result.acts()) result.interrupted = interruptedBeside(result.actions);
             return result;
         }
     }
@@ -353,6 +356,18 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
         act(lock, safety, choice, whole, actions, obstacles, result);
     result.actions = withCauses(std::move(actions), obstacles, choice, safety.manifest);
     return result;
+}
+
+// What comes back is not there for long where it is taken back at once.
+std::vector<PathOutcome> TurnUndo::interruptedBeside(const std::vector<UndoneAction>& actions) const {
+    std::set<std::string_view> acted;
+    for (const UndoneAction& each : actions)
+        if (each.action.acts()) acted.insert(each.action.path);
+    std::vector<PathOutcome> outcomes = interrupted_.outcomes;
+    std::erase_if(outcomes, [&](const PathOutcome& outcome) {
+        return outcome.action == PathOutcome::Action::toGiveBack && acted.contains(outcome.path);
+    });
+    return outcomes;
 }
 
 // A slip of the hand must not read as if all were done already.

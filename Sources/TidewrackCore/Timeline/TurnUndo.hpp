@@ -41,6 +41,8 @@ struct UndoResult {
     // None for a dry run, and where there was nothing to do. Its outcomes have no obstacle that an action has.
     std::optional<RestoreResult> restored;
     std::vector<Warning> warnings; // where nothing was done: what of the folder could not be seen
+    std::vector<PathOutcome>
+        interrupted; // of a dry run: what restores that were cut short have left and it would clear up
 
     // Everything that was asked for is done, or can be.
     [[nodiscard]] bool isComplete() const;
@@ -100,6 +102,7 @@ class TurnUndo {
     [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
                                      const std::vector<VaultEntry>& vault) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
+    [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
     void checkHunks(const UndoSteps& steps, const Options& options) const;
     void foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
@@ -120,6 +123,7 @@ class TurnUndo {
     Timeline timeline_;
     mutable std::optional<Manifest> present_; // the folder as it was when it was first asked for
     mutable std::vector<Warning> unseen_;     // what of it could not be seen
+    mutable Interrupted interrupted_;         // what restores left in it, of which present_ is clear
 };
 
 } // namespace tidewrack

@@ -5,6 +5,7 @@
 #include "Invocation.hpp"
 #include "Platform/Process.hpp"
 #include "Reports/JsonReports.hpp"
+#include "Reports/OutcomeTexts.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -50,11 +51,28 @@ Project namedProject(Invocation& call, const std::string& word) {
 
 } // namespace
 
+namespace {
+
+// Without the history nobody would know what a restore that was cut short has left.
+void clearUp(Invocation& call, const Project& project, Engine::Acting acting) {
+    if (call.store().hasRemains(project)) return;
+    try {
+        RestoreResult left;
+        left.outcomes = call.engine().clearUp(project, acting);
+        call.warn(warningTexts(left));
+    } catch (const TidewrackError& error) { // a damaged history can be given up all the same
+        call.warn({std::string("can't tell what a restore that was cut short may have left: ") + error.what()});
+    }
+}
+
+} // namespace
+
 int untrack(Invocation& call) {
     const auto path = call.args.word(0);
     const Project project = path ? namedProject(call, *path) : call.project();
     const bool dryRun = call.args.has("--dry-run");
     const std::size_t count = dryRun || call.json() ? call.store().history(project).seqs().size() : 0;
+    clearUp(call, project, dryRun ? Engine::Acting::dryRun : Engine::Acting::forReal);
     if (!dryRun) call.store().untrack(project);
     if (call.json()) {
         call.printJson(

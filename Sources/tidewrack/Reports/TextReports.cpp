@@ -92,6 +92,13 @@ std::string restoreText(const RestoreResult& result, const Look& look) {
     return text + warningsText(result, look);
 }
 
+std::string interruptedRow(const PathOutcome& outcome, const Look& look) {
+    const std::string path = "! " + look.shown(outcome.path);
+    if (outcome.action == PathOutcome::Action::toGiveBack)
+        return path + "  a restore that was cut short moved it aside; it would be put back";
+    return path + "  what a restore that was cut short left of it would become " + look.shown(outcome.found);
+}
+
 std::string planText(const RestoreResult& result, const Look& look) {
     using Action = PathOutcome::Action;
     std::vector<std::pair<std::string, std::string>> rows; // by path
@@ -103,11 +110,8 @@ std::string planText(const RestoreResult& result, const Look& look) {
             row = coloured((overwrites ? "~ " : "+ ") + path, overwrites ? yellow : green, look);
         else if (outcome.action == Action::removed)
             row = coloured("- " + path, red, look);
-        else if (outcome.action == Action::toRecover)
-            row = "! " + path + "  what a restore that was cut short left of it would become " +
-                  look.shown(outcome.found);
-        else if (outcome.action == Action::toGiveBack)
-            row = "! " + path + "  a restore that was cut short moved it aside; it would be put back";
+        else if (outcome.action == Action::toRecover || outcome.action == Action::toGiveBack)
+            row = interruptedRow(outcome, look);
         else
             row = "! " + look.shown(outcome.path) + "  " + look.shown(reasonText(outcome.obstacle, result.target));
         rows.emplace_back(outcome.path, row + "\n");

@@ -28,6 +28,8 @@ namespace tidewrack {
 [[nodiscard]] std::string restoreText(const RestoreResult& result, const Look& look = {});
 // What a dry run found: one line for each path, with the sign of what would become of it, and the sums.
 [[nodiscard]] std::string planText(const RestoreResult& result, const Look& look);
+// The line of a dry run for what a restore that was cut short has left.
+[[nodiscard]] std::string interruptedRow(const PathOutcome& outcome, const Look& look);
 // The warnings alone.
 [[nodiscard]] std::string warningsText(const RestoreResult& result, const Look& look = {});
 

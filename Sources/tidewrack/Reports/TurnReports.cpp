@@ -246,6 +246,7 @@ std::string undoText(const UndoResult& result, const Look& look) {
         if (!reason.empty()) text += (each.action.kind == Kind::keep ? "  kept: " : "  ") + reason;
         text += "\n";
     }
+    for (const PathOutcome& each : result.interrupted) text += interruptedRow(each, look) + "\n";
     return text;
 }
 
@@ -269,6 +270,9 @@ json undoJson(const std::string& root, const UndoChoice& choice, const UndoResul
     }
     json warnings = json::array();
     for (const Warning& warning : result.warnings) warnings.push_back(repairedUtf8(warningText(warning)));
+    RestoreResult dryRun;
+    dryRun.outcomes = result.interrupted;
+    for (const std::string& text : warningTexts(dryRun)) warnings.push_back(repairedUtf8(text));
     if (result.restored) warnings = restoreJson(*result.restored)["warnings"];
     json object{{"root", repairedUtf8(root)},
                 {"takesBack", spansJson(choice.rows)},
