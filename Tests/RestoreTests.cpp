@@ -202,6 +202,24 @@ TEST_F(RestoreTest, leavesNothingInAFolderWhoseHistoryGoes) {
     EXPECT_EQ(f.read("project/a.txt") + f.read("project/src/x.tidewrack-1"), "first\nsomebody's words");
 }
 
+// A vault restore has no project around it. What is another's, or not known from a note, stays.
+TEST_F(RestoreTest, clearsUpAfterAVaultRestoreThatWasKilled) {
+    for (const auto& [number, name] : {std::pair("0", "f"), std::pair("1", "g")}) {
+        const std::string copy = std::string(".tidewrack-12-ab-") + number;
+        f.write("home/" + copy + "/half", "a copy");
+        f.write(std::string("home/aside") + number, "the user's");
+        f.write(std::string("store/vault/restore.tidewrack-999999999-") + number,
+                f.at("home") + "\n" + copy + "\n" + name + "\naside" + number + "\n");
+    }
+    f.write("home/g", "old");
+    f.write("store/vault/restore.tidewrack-999999999-2", ""); // a power cut took the rest
+    EXPECT_EQ(world.run({"restore", "1"}).err,
+              "warning: a vault restore that was cut short had moved " + f.at("home/f") + " aside; it is back\n");
+    EXPECT_EQ(listFolder(f.at("home")).size(), 3U) << f.listing("home");
+    EXPECT_EQ(f.read("home/f") + f.read("home/g") + f.read("home/aside1"), "the user'soldthe user's");
+    EXPECT_EQ(f.listing("store/vault").find("restore."), std::string::npos);
+}
+
 // A folder that can't be read is no reason to look for ever for what is left, unless a restore can have worked in it.
 TEST_F(RestoreTest, forgetsAKilledRestoreWhereNothingOfItCanBe) {
     const std::string marks = "store/projects/" + world.project().id + "/restores";

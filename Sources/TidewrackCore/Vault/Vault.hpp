@@ -80,6 +80,7 @@ struct VaultRestored {
         std::string folder; // a new one, which git takes for a store
     };
     std::optional<GitState> gitState = std::nullopt;
+    std::vector<std::string> givenBack = {}; // what an earlier restore that was killed had moved aside
 
     [[nodiscard]] std::size_t count() const; // how many are back
     [[nodiscard]] bool isWhole() const;      // everything is
@@ -123,6 +124,9 @@ class Vault {
     // from elsewhere.
     enum class Acting { forReal, dryRun };
     VaultRestored restore(const std::string& id, Acting acting = Acting::forReal) const;
+
+    // Clears up after restores that were killed, as restore() does first. Returns what got its name back.
+    [[nodiscard]] std::vector<std::string> clearCutShort() const;
 
     // Whether everything that the entry holds is where it came from, as far as sizes, times and modes tell.
     [[nodiscard]] bool isBack(const VaultEntry& entry) const;

@@ -4,12 +4,14 @@
 
 #include "Engine/FolderBelow.hpp"
 #include "Engine/SafeReplace.hpp"
+#include "Engine/Temporaries.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Flush.hpp"
 #include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Vault/RestoreMark.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <limits>
 
 namespace tidewrack {
@@ -90,9 +93,10 @@ VaultRestored Vault::restore(const std::string& id, Acting acting) const {
             throw TidewrackError::corrupt(path + "/entry.json: " + item.stored + " leads out of the entry");
     }
     if (!entry->gitState.empty()) return restoreGitState(*entry, acting);
-    const Restoring restoring{path, copies, entry->created, now(), acting};
     VaultRestored result;
     result.isDryRun = acting == Acting::dryRun;
+    if (!result.isDryRun) result.givenBack = clearCutShort();
+    const Restoring restoring{path, copies, entry->created, now(), acting};
     std::vector<std::string> folders; // put back so far
     for (const VaultEntry::Item& item : entry->items) {
         RestoredItem& done = result.items.emplace_back();
@@ -129,27 +133,31 @@ RestoredItem::Failure otherFolder(const VaultEntry::Item& item, const std::strin
     return link ? RestoredItem::Failure{Why::newLink, 0, {}, *link} : RestoredItem::Failure();
 }
 
-// Gives an item a free name beside its own, with the time when a restore began. Returns an errno value.
-int moveAside(Place item, Date began, Vault::Acting acting, std::string& aside) {
+// Gives an item a free name beside its own, with the time when a restore began; `note` comes first, and the dry run has
+// none. Returns an errno value.
+using Note = std::function<void(const std::string& aside)>;
+int moveAside(Place item, Date began, const Note& note, std::string& aside) {
     for (std::int64_t number = seconds(began);; ++number) {
         aside = numberedName(item.folder, item.name, number);
         const Place to{item.folder, aside.c_str()};
         bool bothNames = false; // then nothing is put back, because its own name is not free
-        const int isTaken = isThere(to) ? EEXIST : 0;
-        const int error = acting == Vault::Acting::dryRun ? isTaken : giveName(item, to, bothNames);
+        if (isThere(to)) continue;
+        if (!note) return 0;
+        note(aside);
+        const int error = giveName(item, to, bothNames);
         if (error != EEXIST) return error;
     }
 }
 
 // Puts the finished copy `made` in its place, and what is there aside. `aside` is empty where nothing was there. Where
 // that fails everything has the name that it had, as far as the volume allows it.
-RestoredItem::Failure putInPlace(Place made, Place target, Date began, std::string& aside) {
+RestoredItem::Failure putInPlace(Place made, Place target, Date began, const Note& note, std::string& aside) {
     constexpr int most = 100; // other programs may go on making it
     bool bothNames = false;
     int error = EEXIST;
     for (int tries = 0; error == EEXIST && tries < most; ++tries) {
         std::string moved;
-        const int failure = isThere(target) ? moveAside(target, began, Vault::Acting::forReal, moved) : 0;
+        const int failure = isThere(target) ? moveAside(target, began, note, moved) : 0;
         if (failure != 0 && failure != ENOENT) return {Why::notMoved, failure};
         if (failure == 0 && !moved.empty()) aside = moved;
         error = giveName(made, target, bothNames);
@@ -187,23 +195,33 @@ void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item
     }
     std::string aside;
     if (isDryRun) {
-        const int error = isThere(target) ? moveAside(target, restoring.began, Acting::dryRun, aside) : 0;
+        const int error = isThere(target) ? moveAside(target, restoring.began, {}, aside) : 0;
         if (error != 0) fail(Why::notMoved, error);
     } else {
         // Nothing is moved before the copy is whole: the disk may be full.
-        std::string temporary = temporaryName();
-        while (isThere({folder.get(), temporary.c_str()})) temporary = temporaryName();
+        RestoreMark mark(this->folder());
+        const std::string temporary = Temporaries().forCopy();
         const Place made{folder.get(), temporary.c_str()};
+        const Note note = [&](const std::string& moved) { mark.write(parent, temporary, name, moved); };
+        note({});
         CopyLimits limits;
         limits.unsaved = &result.missing;
-        if (const int error = copyTree(stored, made, limits)) return fail(Why::system, error);
-        result.failure = putInPlace(made, target, restoring.began, aside);
+        if (const int error = copyTree(stored, made, limits)) {
+            if (isThere(made)) mark.leave();
+            return fail(Why::system, error);
+        }
+        result.failure = putInPlace(made, target, restoring.began, note, aside);
         if (result.isBack())
             (void)flushVolume(folder.get()); // there after a power cut as well, where the volume can do that
         else
             (void)removeTree(made);
+        if (isThere(made)) mark.leave();
     }
     if (!aside.empty()) result.aside = joined(std::string(parentOf(original)), aside);
+}
+
+std::vector<std::string> Vault::clearCutShort() const {
+    return tidewrack::clearCutShort(folder());
 }
 
 bool Vault::isBack(const VaultEntry& entry) const {

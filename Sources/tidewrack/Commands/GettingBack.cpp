@@ -8,9 +8,11 @@
 #include "Platform/Volumes.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
+#include "Reports/VaultReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Vault/Vault.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -43,6 +45,12 @@ void hint(Invocation& call, const std::vector<SnapshotMeta>& snapshots, std::int
 
 Engine::Acting acting(const Invocation& call) {
     return call.args.has("--dry-run") ? Engine::Acting::dryRun : Engine::Acting::forReal;
+}
+
+// What a vault restore that was killed has left in the folder would be taken for the user's.
+void clearAfterVault(Invocation& call) {
+    if (call.args.has("--dry-run")) return;
+    for (const std::string& path : Vault(call.store()).clearCutShort()) call.warn({givenBackText(path)});
 }
 
 void printRestored(Invocation& call, const RestoreResult& result) {
@@ -82,6 +90,7 @@ int restore(Invocation& call) {
     const Project project = call.project();
     const std::int64_t seq = call.number(project, to);
     if (paths) refuseUnknown(call, project, seq, *paths);
+    clearAfterVault(call);
     printRestored(call, call.engine().restore(project, seq, paths, !call.args.has("--keep-new"), acting(call)));
     return 0;
 }
@@ -100,6 +109,7 @@ int undo(Invocation& call) {
     const std::int64_t turn = word.number;
     const auto paths = chosenPaths(call);
     const Project project = call.project();
+    clearAfterVault(call);
     const RestoreResult result = call.engine().undo(project, turn, paths, acting(call));
     const bool idle = result.nothingInScope;
     if (call.json() || !idle)

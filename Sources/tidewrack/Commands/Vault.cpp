@@ -73,10 +73,12 @@ int vaultRestore(Invocation& call) {
     if (!id) usageError();
     const auto acting = call.args.has("--dry-run") ? Vault::Acting::dryRun : Vault::Acting::forReal;
     const VaultRestored result = Vault(Store::fromEnvironment(call.around.environment)).restore(*id, acting);
-    if (call.json())
+    if (call.json()) {
         call.printJson(asJson(result));
-    else
-        for (const std::string& message : messagesOf(result)) call.print(call.shown(message) + "\n");
+        for (const std::string& path : result.givenBack) call.warn({givenBackText(path)});
+        return result.isWhole() ? 0 : 1;
+    }
+    for (const std::string& message : messagesOf(result)) call.print(call.shown(message) + "\n");
     return result.isWhole() ? 0 : 1;
 }
 

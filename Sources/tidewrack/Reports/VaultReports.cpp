@@ -74,9 +74,14 @@ std::vector<std::string> gitStateCommands(const VaultRestored& result) {
             "rm -r " + folder};
 }
 
+std::string givenBackText(const std::string& path) {
+    return "a vault restore that was cut short had moved " + path + " aside; it is back";
+}
+
 std::vector<std::string> messagesOf(const VaultRestored& result) {
     if (result.gitState) return messagesOfGitState(result);
     std::vector<std::string> texts;
+    for (const std::string& path : result.givenBack) texts.push_back(givenBackText(path));
     for (const RestoredItem& item : result.items) {
         if (item.aside)
             texts.push_back(

@@ -11,6 +11,8 @@ namespace tidewrack {
 // Why a path is not in an entry, in words.
 [[nodiscard]] std::string reasonText(NotSaved reason);
 
+// Of a path that has its name back.
+[[nodiscard]] std::string givenBackText(const std::string& path);
 // What was done and what failed, one sentence without a full stop each.
 [[nodiscard]] std::vector<std::string> messagesOf(const VaultRestored& result);
 // How to use git's own state that was put beside the live one: a look at the ref logs, a branch of it, its removal.
