@@ -19,18 +19,29 @@ bool isUnchangedAside(Place aside, const Entry& before) {
     return there.sameAttributes(before);
 }
 
-// To a name that nobody else uses.
+// To a name that nobody else uses: what is there came from the call itself, where the volume repeated it.
 int moveTo(Place from, Place to) {
-    return ::renameat(from.folder, from.name, to.folder, to.name) == 0 ? 0 : errno;
+    if (::renameat(from.folder, from.name, to.folder, to.name) == 0) return 0;
+    const int error = errno;
+    Attributes there;
+    return error == ENOENT && attributesAt(to.folder, to.name, there) == 0 ? 0 : error;
 }
 
 int removeAt(Place place) {
-    return ::unlinkat(place.folder, place.name, 0) == 0 ? 0 : errno;
+    return ::unlinkat(place.folder, place.name, 0) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+// Whether both are names of one file.
+bool isSameFile(Place a, Place b) {
+    Attributes one;
+    Attributes other;
+    return attributesAt(a.folder, a.name, one) == 0 && attributesAt(b.folder, b.name, other) == 0 &&
+           one.ino == other.ino && one.device == other.device;
 }
 
 // A leftover for the next restore, should that fail.
 void discard(Temporaries& names, Place place) {
-    if (const int error = removeAt(place); error != 0 && error != ENOENT) names.leave();
+    if (removeAt(place) != 0) names.leave();
 }
 
 Obstacle because(int error) {
@@ -102,11 +113,11 @@ Obstacle replaceInSteps(Temporaries& names, Place made, Place place, const Entry
 int giveName(Place from, Place to, bool& bothNames) {
     int error = renameUnlessTaken(from, to);
     if (error == 0 || error == EEXIST || error == ENOENT) return error;
-    if (::linkat(from.folder, from.name, to.folder, to.name, 0) == 0) {
+    error = ::linkat(from.folder, from.name, to.folder, to.name, 0) == 0 ? 0 : errno;
+    if (error == 0 || (error == EEXIST && isSameFile(from, to))) {
         bothNames = removeAt(from) != 0;
         return 0;
     }
-    error = errno;
     if (error == EEXIST || error == ENOENT) return error;
     Attributes there; // the volume allows no more than a check at the last moment
     const int missing = attributesAt(to.folder, to.name, there);

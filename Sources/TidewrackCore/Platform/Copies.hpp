@@ -1,6 +1,9 @@
 #pragma once
 // Copies of files, links and whole folders, and their removal.
 // Work on one path returns an errno value (0 is success) or an OwnError; nothing here throws or prints.
+//
+// Where the answer to a change of a name is lost on the way from a network volume, the system may repeat the change,
+// and then says that the old name is missing or the new one taken. What is as it was wanted is success.
 
 #include "Platform/Deadline.hpp"
 #include "Platform/Flush.hpp"
@@ -60,6 +63,9 @@ struct CopyAs {
 // attributes and, when running as root, its owner; where the owner is refused, the copy has no set-id bits. A
 // half-written copy is removed. Returns an errno value.
 [[nodiscard]] int copyOpenFile(int source, const struct stat& status, Place to, CopyAs as, CopyMemory& memory);
+
+// Makes a symbolic link. One that is there and leads to the same place is success.
+[[nodiscard]] int makeLink(const std::string& destination, Place to);
 
 // Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
 [[nodiscard]] int copyLink(Place from, Place to);

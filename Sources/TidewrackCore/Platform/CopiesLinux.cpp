@@ -226,7 +226,7 @@ int copyLink(Place from, Place to) {
     const ssize_t length = ::readlinkat(from.folder, from.name, destination.data(), destination.size());
     if (length < 0) return errno;
     destination.resize(static_cast<std::size_t>(length));
-    if (::symlinkat(destination.c_str(), to.folder, to.name) != 0) return errno;
+    if (const int error = makeLink(destination, to)) return error;
     if (::geteuid() == 0) (void)!::fchownat(to.folder, to.name, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
     copyLinkAttributes(procPath(from), procPath(to));
     const timespec times[2] = {status.st_atim, status.st_mtim};

@@ -92,7 +92,7 @@ int copyLinkByHand(Place from, const struct stat& status, Place to) {
     const ssize_t length = ::readlinkat(from.folder, from.name, destination.data(), destination.size());
     if (length < 0) return errno;
     destination.resize(static_cast<std::size_t>(length));
-    if (::symlinkat(destination.c_str(), to.folder, to.name) != 0) return errno;
+    if (const int error = makeLink(destination, to)) return error;
     const std::string source = pathOf(from);
     const std::string target = pathOf(to);
     if (!source.empty() && !target.empty())

@@ -182,6 +182,16 @@ class TreeMeasurer {
 
 } // namespace
 
+int makeLink(const std::string& destination, Place to) {
+    if (::symlinkat(destination.c_str(), to.folder, to.name) == 0) return 0;
+    const int error = errno;
+    std::string there(destination.size() + 1, '\0');
+    const ssize_t length = error == EEXIST ? ::readlinkat(to.folder, to.name, there.data(), there.size()) : -1;
+    if (length < 0) return error;
+    there.resize(static_cast<std::size_t>(length));
+    return there == destination ? 0 : error;
+}
+
 int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits) {
     return copyTree(Place{AT_FDCWD, from.c_str()}, Place{AT_FDCWD, to.c_str()}, limits);
 }

@@ -112,7 +112,15 @@ class NewFile {
     template <typename ReachDisk>
     [[nodiscard]] int commit(ReachDisk reachDisk) {
         if (const int error = reachDisk(file_.get())) return error;
-        if (::close(file_.release()) != 0 || ::rename(temporary_.c_str(), path_.c_str()) != 0) return errno;
+        struct stat ours {};
+        if (::fstat(file_.get(), &ours) != 0 || ::close(file_.release()) != 0) return errno;
+        if (::rename(temporary_.c_str(), path_.c_str()) != 0) {
+            const int error = errno; // a network volume may have repeated the call: then it is done
+            struct stat there {};
+            const bool isDone = error == ENOENT && ::lstat(path_.c_str(), &there) == 0 && there.st_ino == ours.st_ino &&
+                                there.st_dev == ours.st_dev;
+            if (!isDone) return error;
+        }
         exists_ = false;
         return 0;
     }

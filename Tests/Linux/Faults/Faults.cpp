@@ -10,10 +10,13 @@
 //                                        move a file in or out of its place are counted
 //                           "write twice": as well, and once the file has moved a line is added under its name again
 //                           "write, death", "write twice, death": and then the process is killed
+//                           "twice":     a change of a name is made twice, as a network volume does whose answer was
+//                                        lost, and the second answer counts. An exchange is not
 //                           an error's number: that call fails with it, once. Opening and reading are counted too
 //   TIDEWRACK_FAULT_VOLUME  "btrfs": the volume says that it is of that type, and a flushed file takes no other names
-//                           along; "unknown": the same of an unknown type; "plain": it can neither exchange two names
-//                           nor refuse to replace one; "timeless": it sets no times
+//                           along; "unknown": the same of an unknown type; "ext4": it says that it is of that type;
+//                           "plain": it can neither exchange two names nor refuse to replace one; "timeless": it sets
+//                           no times
 //   TIDEWRACK_FAULT_REPORT  a file that receives the name of the call
 // Defined in the program itself, these functions come before the C library's; each asks the kernel directly.
 
@@ -128,7 +131,7 @@ class UnflushedNames {
 
 class Fault {
   public:
-    enum class Call { changes, reads, end, moves };
+    enum class Call { changes, names, reads, end, moves };
 
     Fault() {
         const char* at = std::getenv("TIDEWRACK_FAULT_AT");
@@ -141,7 +144,11 @@ class Fault {
         diesAfterwards_ = std::strstr(kind, ", death") != nullptr;
         writes_ = std::strncmp(kind, "write", 5) == 0;
         writesTwice_ = std::strncmp(kind, "write twice", 11) == 0;
+        repeats_ = std::strcmp(kind, "twice") == 0;
     }
+
+    // Whether a call that a fault has struck is made twice.
+    [[nodiscard]] bool repeats() const { return repeats_; }
 
     // Whether this call fails, with errno set; does not return where it ends the process. `half` is what a dying write
     // still does.
@@ -150,10 +157,8 @@ class Fault {
         const std::lock_guard lock(mutex_);
         if (at_ == 0 || !counts(call) || ++count_ != at_) return false;
         report(name);
-        if (error_ != 0) {
-            errno = error_;
-            return true;
-        }
+        if (error_ != 0) errno = error_;
+        if (error_ != 0 || repeats_) return true;
         half();
         if (writes_) {
             written_ = true;
@@ -209,7 +214,8 @@ class Fault {
     [[nodiscard]] bool counts(Call call) const {
         if (writes_ || call == Call::moves) return writes_ && call == Call::moves;
         if (losesNames_) return call == Call::end;
-        return call == Call::changes || (call == Call::reads) == (error_ != 0);
+        if (repeats_) return call == Call::names;
+        return call == Call::changes || call == Call::names || (call == Call::reads) == (error_ != 0);
     }
 
     static void report(const char* name) {
@@ -229,6 +235,7 @@ class Fault {
     bool writes_ = false;
     bool diesAfterwards_ = false;
     bool writesTwice_ = false;
+    bool repeats_ = false;
     bool written_ = false;
     std::pair<int, std::string> writtenTo_;
 };
@@ -244,19 +251,29 @@ int change(const char* name, long number, Arguments... arguments) {
     return fault().strikes(name) ? -1 : static_cast<int>(kernel(number, arguments...));
 }
 
+// A call that changes a name.
+template <typename... Arguments>
+int changeName(const char* name, long number, Arguments... arguments) {
+    if (fault().strikes(name, Fault::Call::names)) {
+        if (!fault().repeats()) return -1;
+        kernel(number, arguments...);
+    }
+    return static_cast<int>(kernel(number, arguments...));
+}
+
 // A call that gives a name, which is new when nothing had it before.
 template <typename... Arguments>
 int give(const char* name, int folder, const char* place, long number, Arguments... arguments) {
     struct stat status {};
     const bool isNew = ::fstatat(folder, place, &status, AT_SYMLINK_NOFOLLOW) != 0;
-    const int result = change(name, number, arguments...);
+    const int result = changeName(name, number, arguments...);
     if (result == 0 && isNew) fault().names.gave(UnflushedNames::pathOf(folder, place));
     return result;
 }
 
 template <typename... Arguments>
 int take(const char* name, int folder, const char* place, long number, Arguments... arguments) {
-    const int result = change(name, number, arguments...);
+    const int result = changeName(name, number, arguments...);
     if (result == 0) fault().names.took(UnflushedNames::pathOf(folder, place));
     return result;
 }
@@ -274,6 +291,7 @@ bool volumeIs(const char* name) {
 
 // The type that the volume is to claim; 0: its own.
 unsigned claimedType() {
+    if (volumeIs("ext4")) return EXT4_SUPER_MAGIC;
     return volumeIs("btrfs") ? BTRFS_SUPER_MAGIC : volumeIs("unknown") ? 1 : 0;
 }
 
