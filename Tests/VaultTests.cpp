@@ -486,7 +486,7 @@ TEST(VaultRecord, keepsItsWrittenForm) {
     const std::string text =
         R"({"agent":"claude","command":"rm -r ~\/a","created":"2026-03-14T09:30:05Z","cwd":"\/w",)"
         R"("id":"20260314-093005-1F3A9C","items":[{"kind":"dir","original":"\/home\/ann\/a",)"
-        R"("parent":"\/home\/ann","stored":"items\/0"}],"reasons":["tooLarge"],"session":"s","skipped":["\/home\/ann\/b"],"turn":"t"})";
+        R"("parent":"\/home\/ann","stored":"items\/0"}],"nanos":123456789,"reasons":["tooLarge"],"session":"s","skipped":["\/home\/ann\/b"],"turn":"t"})";
     EXPECT_NE(document("store-format.md").find("\n" + text + "\n"), std::string::npos) << "the documented example";
     VaultEntry entry = decodeVaultEntry(text, "here");
     EXPECT_EQ(entry.items, (std::vector<VaultEntry::Item>{{"/home/ann/a", "items/0", "dir", "/home/ann"}}));

@@ -85,10 +85,9 @@ void addCommandsFrom(const Project& other, const TimelineRow& there, TimelineRow
 
 // Those that the vault alone tells of.
 void addVaultCommands(const std::vector<VaultEntry>& entries, const std::vector<LoggedHook>& hooks, TimelineRow& row) {
-    for (const std::string& id : row.vault) {
-        const auto isHere = [&](const auto& each) { return each.id == id; };
-        const auto entry = std::find_if(entries.begin(), entries.end(), isHere);
-        if (entry == entries.end()) continue;
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) { // the oldest of a second first
+        const std::string& id = entry->id;
+        if (std::find(row.vault.begin(), row.vault.end(), id) == row.vault.end()) continue;
         const auto hook = std::find_if(hooks.begin(), hooks.end(), [&](const LoggedHook& each) {
             return std::find(each.vault.begin(), each.vault.end(), id) != each.vault.end();
         });

@@ -230,7 +230,9 @@ VaultSaved Vault::saveAs(Purpose purpose, const EarlierCopies& earlier, const Va
 VaultEntry Vault::writeEntry(Purpose purpose, const EarlierCopies& earlier, const VaultRequest& request) const {
     const bool isHourly = purpose == Purpose::hourly;
     VaultEntry entry;
-    entry.created = now();
+    const auto time = std::chrono::system_clock::now();
+    entry.created = std::chrono::floor<std::chrono::seconds>(time);
+    entry.nanos = std::chrono::duration_cast<std::chrono::nanoseconds>(time - entry.created).count();
     entry.command = request.command;
     entry.agent = request.agent;
     entry.session = request.session;
@@ -317,9 +319,7 @@ std::vector<VaultEntry> Vault::entriesFrom(std::string_view firstID) const {
         if (name < firstID) continue;
         if (auto entry = find(name)) result.push_back(std::move(*entry));
     }
-    std::sort(result.begin(), result.end(), [](const VaultEntry& a, const VaultEntry& b) {
-        return a.created != b.created ? a.created > b.created : a.id > b.id;
-    });
+    std::sort(result.begin(), result.end(), [](const VaultEntry& a, const VaultEntry& b) { return b.isOlderThan(a); });
     return result;
 }
 

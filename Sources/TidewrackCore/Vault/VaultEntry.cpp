@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <tuple>
 #include <utility>
 
 namespace tidewrack {
@@ -82,6 +83,10 @@ std::size_t VaultEntry::leftOut() const {
     return count;
 }
 
+bool VaultEntry::isOlderThan(const VaultEntry& other) const {
+    return std::tie(created, nanos, id) < std::tie(other.created, other.nanos, other.id);
+}
+
 nlohmann::json toJson(const VaultEntry& entry) {
     nlohmann::json items = nlohmann::json::array();
     for (const VaultEntry::Item& item : entry.items) {
@@ -92,6 +97,7 @@ nlohmann::json toJson(const VaultEntry& entry) {
     }
     nlohmann::json object = {{"id", entry.id},   {"created", isoText(entry.created)}, {"command", entry.command},
                              {"cwd", entry.cwd}, {"items", std::move(items)},         {"skipped", entry.skipped}};
+    if (entry.nanos != 0) object["nanos"] = entry.nanos;
     if (entry.agent) object["agent"] = *entry.agent;
     if (entry.session) object["session"] = *entry.session;
     if (entry.turn) object["turn"] = *entry.turn;
@@ -105,6 +111,7 @@ VaultEntry decodeVaultEntry(std::string_view text, const std::string& source) {
     VaultEntry entry;
     entry.id = fields.text("id");
     entry.created = fields.date("created");
+    entry.nanos = fields.optionalInteger("nanos").value_or(0);
     entry.command = fields.text("command");
     entry.agent = fields.optionalText("agent");
     entry.session = fields.optionalText("session");

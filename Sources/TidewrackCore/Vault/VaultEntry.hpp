@@ -40,6 +40,7 @@ struct VaultEntry {
 
     std::string id; // its folder's name in the vault
     Date created{};
+    std::int64_t nanos = 0;           // behind `created`: puts the entries of one second in order; 0 in older records
     std::string command;              // the agent's shell command, or what else asked for the copies
     std::optional<std::string> agent; // absent: no agent asked for it
     std::optional<std::string> session;
@@ -57,6 +58,7 @@ struct VaultEntry {
     [[nodiscard]] std::size_t leftOut() const; // how many of `skipped`
 
     bool operator==(const VaultEntry&) const = default;
+    [[nodiscard]] bool isOlderThan(const VaultEntry& other) const;
 };
 
 [[nodiscard]] nlohmann::json toJson(const VaultEntry& entry);
