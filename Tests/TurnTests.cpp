@@ -233,6 +233,40 @@ TEST_F(Turns, aDryRunTellsWhatAKilledRestoreLeft) {
     EXPECT_NE(acted.find("it is README.md.tidewrack-1 in #"), std::string::npos) << acted;
 }
 
+TEST_F(Turns, aFoldersPermissionsGoBackToo) {
+    const std::string folder = f.at("project/priv");
+    const auto mode = [&] {
+        struct stat status {};
+        return ::stat(folder.c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
+    };
+    f.write("project/priv/key", "k\n");
+    ASSERT_EQ(::chmod(folder.c_str(), 0700), 0);
+    prompt("s", "open up");
+    f.write("project/config", "port = 1\n");
+    ASSERT_EQ(::chmod(folder.c_str(), 0777), 0);
+    stop("s");
+    EXPECT_EQ(world.ok({"restore", "2", "--dry-run"}),
+              "~ config\n~ priv/\nWould restore 1 file, remove 0 files. Nothing was changed.\n");
+    expectTakenBack({"undo", "--last"}, "0",
+                    "turn #2–#3 of claude, \"open up\":\n~ config\n~ priv/\n1 file overwritten.\n");
+    EXPECT_EQ(mode(), 0700U);
+    prompt("s", "the folder alone");
+    ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+    stop("s");
+    const std::string turn = "turn #6–#7 of claude, \"the folder alone\"";
+    expectTakenBack({"undo", "--turn", "6"}, "0", turn + ":\n~ priv/\n");
+    EXPECT_EQ(mode(), 0700U);
+    EXPECT_EQ(json::parse(world.ok({"restore", "7", "--json"}))["restored"], json{"priv"});
+    EXPECT_EQ(mode(), 0755U);
+    ASSERT_EQ(::chmod(folder.c_str(), 0711), 0);
+    EXPECT_EQ(
+        back({"undo", "--turn", "6"}).find("3\nNothing of " + turn + " is taken back:\n! priv/  changed again since\n"),
+        0U);
+    EXPECT_EQ(mode(), 0711U);
+    f.remove("project/priv");
+    EXPECT_EQ(back({"undo", "--turn", "6"}), "0\nNothing is left to take back of " + turn + ".\n");
+}
+
 TEST_F(Turns, filesTooLargeToBeKept) {
     const std::string record = "store/projects/" + world.project().id + "/project.json";
     json project = json::parse(f.read(record));

@@ -234,6 +234,9 @@ class Expectation {
                 path = out_.finished.erase(path);
                 continue;
             }
+            const Node* before = listedBefore(*path);
+            if (before != nullptr && before->isFolder() && !before->ignored && before->mode != wanted.mode)
+                out_.restored.insert(*path);
             there->second.mode = wanted.mode;
             there->second.mtime = wanted.mtime;
             ++path;

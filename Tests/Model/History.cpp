@@ -128,7 +128,7 @@ std::int64_t History::anySeq() {
 }
 
 // What a snapshot of this folder should list, and which contents it should take over from the one before.
-History::Taken History::take(const Tree& disk, bool folderModes) {
+History::Taken History::take(const Tree& disk) {
     const Known* latest = snapshots_.empty() ? nullptr : &snapshots_.rbegin()->second;
     const Tree previous = latest == nullptr ? Tree() : latest->tree;
     Taken taken;
@@ -143,23 +143,22 @@ History::Taken History::take(const Tree& disk, bool folderModes) {
         else
             item.version = before != nullptr && before->sameAttributes(item) ? before->version : number(++versions_);
     }
-    finish(taken, previous, latest, folderModes);
+    finish(taken, previous, latest);
     return taken;
 }
 
 // The folder before a restore or undo, and the safety snapshot that it takes.
 History::Taken History::takeSafety(Tree& before) {
     before = look();
-    Taken safety = take(before, true);
+    Taken safety = take(before);
     for (const auto& [path, node] : safety.walked) before[path].version = node.version;
     return safety;
 }
 
 // Without changes a snapshot shares the listing of the one before.
-void History::finish(Taken& taken, const Tree& previous, const Known* shared, bool folderModes) {
+void History::finish(Taken& taken, const Tree& previous, const Known* shared) {
     taken.changes = changesBetween(previous, taken.walked);
-    const bool shares =
-        shared != nullptr && taken.changes.isEmpty() && (!folderModes || sameFolders(previous, taken.walked));
+    const bool shares = shared != nullptr && taken.changes.isEmpty() && sameFolders(previous, taken.walked);
     SnapshotMeta& meta = taken.known.meta;
     meta.seq = snapshots_.empty() ? 1 : snapshots_.rbegin()->first + 1;
     meta.manifestOf = shares ? shared->meta.manifestOf : meta.seq;
@@ -185,7 +184,7 @@ void History::snap() {
     log_.back() += " snap";
     safety_.reset();
     const Tree disk = look();
-    const Taken taken = take(disk, false);
+    const Taken taken = take(disk);
     const std::string label = "step " + number(static_cast<std::int64_t>(log_.size()));
     const SnapshotResult result = engine_.snapshot(project_, {"manual", label, {}, {}, {}});
     require(result.warnings.empty(), "an undisturbed snapshot warns of nothing");
@@ -259,7 +258,7 @@ Paths History::applied(const Taken& safety, const RestoreTask& task, const Resto
         node.ignored = wanted.ignored;
         if (node.isFolder()) node.mtime = node.ignored ? 0 : wanted.mtime;
     }
-    finish(taken, safety.walked, &snapshots_.at(result.safety.seq), true);
+    finish(taken, safety.walked, &snapshots_.at(result.safety.seq));
     const std::string label = "After" + result.safety.label.value_or("").substr(6);
     record(history().latest().value(), taken, "restored", label);
     checkNow(taken.known.meta.seq);

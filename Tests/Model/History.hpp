@@ -45,9 +45,9 @@ class History {
     [[nodiscard]] tidewrack::History history() const { return engine_.store.history(project_); }
     [[nodiscard]] Tree look() const { return readTree(world_.projectPath(), nested_); }
     [[nodiscard]] std::int64_t anySeq();
-    [[nodiscard]] Taken take(const Tree& disk, bool folderModes);
+    [[nodiscard]] Taken take(const Tree& disk);
     [[nodiscard]] Taken takeSafety(Tree& before);
-    void finish(Taken& taken, const Tree& previous, const Known* shared, bool folderModes);
+    void finish(Taken& taken, const Tree& previous, const Known* shared);
     Paths applied(const Taken& safety, const RestoreTask& task, const RestoreResult& result, const Paths& unknown);
     void record(const SnapshotMeta& meta, const Taken& taken, const std::string& kind, const std::string& label);
     void pruned(const std::set<std::int64_t>& stay);

@@ -74,6 +74,24 @@ Changes Changes::between(const Manifest& older, const Manifest& newer) {
     return changes;
 }
 
+bool isFolderModeChange(const Entry& older, const Entry& newer) {
+    return older.kind == EntryKind::dir && newer.kind == EntryKind::dir && older.mode != newer.mode &&
+           !older.isIgnoredFolder() && !newer.isIgnoredFolder();
+}
+
+std::vector<std::string> changesWithFolderModes(const Manifest& older, const Manifest& newer) {
+    std::vector<std::string> paths = Changes::between(older, newer).all();
+    if (&older.items() == &newer.items()) return paths;
+    const std::size_t changes = paths.size();
+    for (const auto& item : newer.items()) {
+        if (item.entry.kind != EntryKind::dir) continue;
+        const Entry* before = older.find(item.path);
+        if (before != nullptr && isFolderModeChange(*before, item.entry)) paths.emplace_back(item.path);
+    }
+    std::inplace_merge(paths.begin(), paths.begin() + static_cast<std::ptrdiff_t>(changes), paths.end());
+    return paths;
+}
+
 bool sameFolders(const Manifest& older, const Manifest& newer) {
     if (&older.items() == &newer.items()) return true;
     for (const auto& item : newer.items()) {

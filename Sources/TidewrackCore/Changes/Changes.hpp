@@ -45,6 +45,13 @@ struct Changes {
 // these differences.
 [[nodiscard]] bool sameFolders(const Manifest& older, const Manifest& newer);
 
+// Everything that an undo of turns takes back, sorted: the changes, and the folders that both have with other
+// permission bits. Those of a folder that git ignores are not on record.
+[[nodiscard]] std::vector<std::string> changesWithFolderModes(const Manifest& older, const Manifest& newer);
+
+// Whether these are one folder with other permission bits.
+[[nodiscard]] bool isFolderModeChange(const Entry& older, const Entry& newer);
+
 // One file's change, with the paths of the two contents to compare.
 struct FileChange {
     enum class Status { added, modified, deleted };

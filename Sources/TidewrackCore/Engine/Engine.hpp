@@ -74,7 +74,7 @@ struct RestoreResult {
     bool nothingInScope = false;
     std::optional<std::int64_t> prunedUpTo;
 
-    // Of a dry run: which of the restored files and links take the place of something.
+    // Of a dry run: which of the restored paths take the place of something; folders get other permission bits.
     std::set<std::string, std::less<>> overwritten;
 };
 
@@ -111,9 +111,9 @@ class Engine {
     SnapshotResult snapshot(const Project& project, const SnapshotRequest& request) const;
     // The same with its listing.
     TakenSnapshot snapshotListed(const Project& project, const SnapshotRequest& request) const;
-    enum class FolderChanges { ignored, recorded }; // whether folders alone (sameFolders) are worth a manifest
+    enum class Unchanged { soon, waits }; // whether a record without a change waits for the disk
     TakenSnapshot snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
-                                 FolderChanges folderChanges = FolderChanges::ignored) const;
+                                 Unchanged unchanged = Unchanged::soon) const;
     // What a walk of the project passes over, relative to its root: the roots of other tracked projects inside it.
     [[nodiscard]] std::set<std::string, std::less<>> nestedRoots(const Project& project,
                                                                  const std::vector<Project>& registry) const;

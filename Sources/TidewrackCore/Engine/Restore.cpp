@@ -245,8 +245,8 @@ RestoreResult Engine::aim(const Project& project, const Manifest& target, const 
     addInterrupted(present.interrupted.outcomes, result);
     for (const PathOutcome& outcome : result.outcomes) {
         const Entry* standing = current.find(outcome.path);
-        if (outcome.action == PathOutcome::Action::restored && outcome.kind != EntryKind::dir && standing != nullptr &&
-            standing->kind != EntryKind::dir)
+        if (outcome.action == PathOutcome::Action::restored && standing != nullptr &&
+            (outcome.kind == EntryKind::dir) == (standing->kind == EntryKind::dir))
             result.overwritten.insert(outcome.path);
     }
     result.safetyWarnings = present.result.warnings;

@@ -183,6 +183,11 @@ std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current)
     add(plan.removeFiles, Action::removed);
     add(plan.removeFolders, Action::removed);
     add(plan.makeFolders, Action::restored);
+    for (const auto* list : {&plan.keepFolders, &plan.lockedFolders})
+        for (const Manifest::Item* item : *list)
+            if (const Entry* present = current.find(item->path);
+                present != nullptr && isFolderModeChange(*present, item->entry))
+                outcomes.push_back({std::string(item->path), Action::restored, EntryKind::dir, {}, {}});
     add(plan.writes, Action::restored);
     return outcomes;
 }

@@ -387,6 +387,8 @@ void RestoreRun::finishFolder(std::string_view path, const Entry* wanted) {
         leave(path, Action::notRestored, Obstacle::system(error));
     } else if (!asBefore && files_.attributes(path, there) == 0) {
         states_[std::string(path)].now = entryOf(there);
+        if (before != nullptr && isFolderModeChange(*before, *wanted))
+            result_.outcomes.push_back({std::string(path), Action::restored, EntryKind::dir, {}, {}});
     }
 }
 

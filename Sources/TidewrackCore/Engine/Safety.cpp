@@ -385,7 +385,7 @@ std::vector<PathOutcome> Engine::clearUp(const Project& project, Acting acting) 
 TakenSnapshot Engine::safetySnapshot(const ProjectLock& lock, const Project& project,
                                      const SnapshotRequest& request) const {
     Interrupted interrupted = clearInterrupted(lock, project);
-    TakenSnapshot taken = snapshotLocked(lock, project, request, FolderChanges::recorded);
+    TakenSnapshot taken = snapshotLocked(lock, project, request, Unchanged::waits);
     for (PathOutcome& outcome : interrupted.outcomes) {
         const Entry* entry = taken.manifest.find(outcome.found);
         if (outcome.action == PathOutcome::Action::recovered && (entry == nullptr || entry->notKept()))

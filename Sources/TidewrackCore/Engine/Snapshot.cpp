@@ -228,7 +228,7 @@ std::int64_t Engine::nextSeq(const History& history, std::optional<std::int64_t>
 }
 
 TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& project, const SnapshotRequest& request,
-                                     FolderChanges folderChanges) const {
+                                     Unchanged unchanged) const {
     const auto start = std::chrono::steady_clock::now();
     Trace trace;
     TakenSnapshot taken;
@@ -265,8 +265,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
         taken.result.warnings.push_back(std::move(warning));
     taken.result.notKept = notKeptIn(taken.manifest);
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
-    const bool share = previous.meta && changes.isEmpty() &&
-                       (folderChanges == FolderChanges::ignored || sameFolders(previous.manifest, taken.manifest));
+    // What a turn did to a folder alone is on record as well, so that it can be taken back.
+    const bool share = previous.meta && changes.isEmpty() && sameFolders(previous.manifest, taken.manifest);
     // The previous snapshot has all that an unchanged one has. One that was unchanged itself has done this already.
     if (share && previous.meta->manifestOf == previous.meta->seq && isFresh(*previous.meta))
         history.bringNamesToDisk(lock);
@@ -282,7 +282,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     copyCounts(taken, meta);
     meta.durationMs =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-    const bool waits = !share || folderChanges == FolderChanges::recorded;
+    const bool waits = !share || unchanged == Unchanged::waits;
     writeRecord(history, lock, meta, waits);
     contents.commit();
     if (waits) history.bringNamesToDisk(lock);

@@ -123,7 +123,7 @@ void StepReader::add(const TimelineRow& row, const Part& part, UndoSteps& steps)
         if (from.manifestOf == to.manifestOf) return;
         const Manifest after = listing(to);
         const Manifest& before = listing(from);
-        const std::vector<std::string> paths = Changes::between(before, after).all();
+        const std::vector<std::string> paths = changesWithFolderModes(before, after);
         if (paths.empty()) return;
         step.before = reduced(before, paths);
         step.after = reduced(after, paths);

@@ -375,7 +375,7 @@ void TurnUndo::checkPaths(const UndoChoice& choice, const UndoSteps& steps, cons
     if (options.paths.empty()) return;
     std::set<std::string> changed;
     for (const UndoStep& step : steps.steps)
-        for (std::string& path : Changes::between(step.before, step.after).all()) changed.insert(std::move(path));
+        for (std::string& path : changesWithFolderModes(step.before, step.after)) changed.insert(std::move(path));
     for (const std::string& path : options.paths) {
         const bool found = std::any_of(changed.begin(), changed.end(),
                                        [&](const std::string& each) { return isAtOrBelow(each, path); });
@@ -475,7 +475,7 @@ void TurnUndo::findCauses(std::vector<UndoneAction>& actions, std::set<std::size
     const UndoContents contents = this->contents(now);
     const auto same = [&](const Entry* a, const Entry* b) {
         if (a == nullptr || b == nullptr) return a == b;
-        if (!differs(*a, *b)) return true;
+        if (!differs(*a, *b)) return !isFolderModeChange(*a, *b);
         return a->kind == b->kind && a->mode == b->mode && a->size == b->size && contents.same(*a, *b);
     };
     // Takes those out that differ between the two.

@@ -33,6 +33,10 @@ bool isFolder(const Entry* entry) {
     return entry != nullptr && entry->kind == EntryKind::dir;
 }
 
+bool isModeChange(const Entry* before, const Entry* after) {
+    return before != nullptr && after != nullptr && isFolderModeChange(*before, *after);
+}
+
 bool isIgnored(const Entry* entry) {
     return entry != nullptr && entry->isIgnoredFolder();
 }
@@ -70,13 +74,18 @@ class PathPlanner {
         for (const UndoStep& step : steps_) {
             const Entry* before = step.before.find(path);
             const Entry* after = step.after.find(path);
-            if (same(before, after) || isOnlyUnlisted(step, path)) continue;
+            const bool mode = isModeChange(before, after) && isFolder(state.entry) && !isIgnored(state.entry);
+            if ((same(before, after) && !mode) || isOnlyUnlisted(step, path)) continue;
             const bool folder = isFolder(before) || isFolder(after);
             if (!step.doubt.empty() && step.isOthers(path, folder)) continue;
             oldest = before;
             touched = true;
             ignored = ignored || isIgnored(before) || isIgnored(after);
-            if (action.reason == Reason::none && !ignored) takeBack(step, before, after, state, action);
+            if (action.reason != Reason::none || ignored) continue;
+            if (mode)
+                takeBackMode(step, *before, *after, state, action);
+            else
+                takeBack(step, before, after, state, action);
         }
         if (!touched) return std::nullopt;
         if (now == nullptr && findHidden(action)) return action;
@@ -160,6 +169,21 @@ class PathPlanner {
         }
     }
 
+    // Of a folder that stays.
+    static void takeBackMode(const UndoStep& step, const Entry& before, const Entry& after, State& state,
+                             UndoAction& action) {
+        if (state.entry->mode == before.mode) return;
+        action.folder = true;
+        if (!step.doubt.empty() && !step.isOwn(action.path, true)) {
+            action.reason = Reason::doubt;
+            action.detail = step.doubt;
+        } else if (state.entry->mode == after.mode) {
+            state = {&before, std::nullopt, before.mode};
+        } else {
+            action.reason = Reason::changed;
+        }
+    }
+
     // That it is another thing now, or none: nothing for lines to tell.
     static Reason laterChange(const Entry* after, const State& state) {
         const bool gone = state.entry == nullptr && !state.text;
@@ -210,7 +234,7 @@ class PathPlanner {
     }
 
     [[nodiscard]] std::optional<UndoAction> finished(UndoAction action, State state, const Entry* now) const {
-        if (isAt(state, now)) return std::nullopt;
+        if (isAt(state, now) && !isModeChange(now, state.entry)) return std::nullopt;
         if (state.text) {
             action.kind = Kind::merge;
             action.merged = std::move(*state.text);
@@ -250,7 +274,7 @@ using Actions = std::map<std::string, UndoAction, std::less<>>;
 std::set<std::string> changedPaths(const std::vector<UndoStep>& steps, const UndoOptions& options) {
     std::set<std::string> paths;
     for (const UndoStep& step : steps)
-        for (std::string& path : Changes::between(step.before, step.after).all())
+        for (std::string& path : changesWithFolderModes(step.before, step.after))
             if (!options.scope || options.scope(path)) paths.insert(std::move(path));
     return paths;
 }
@@ -326,7 +350,8 @@ std::set<std::string, std::less<>> usedFolders(const Manifest& now, const Action
     for (const auto& item : now.items()) {
         const auto action = actions.find(item.path);
         const bool goes = action != actions.end() && action->second.kind == Kind::remove;
-        const bool stays = action == actions.end() || !action->second.acts(); // of a folder
+        const bool stays =
+            action == actions.end() || !action->second.acts() || action->second.kind == Kind::overwrite; // of a folder
         if (goes || (item.entry.kind == EntryKind::dir && !item.entry.isIgnoredFolder() && !stays)) continue;
         for (std::string_view at = parentOf(item.path); !at.empty(); at = parentOf(at)) used.emplace(at);
     }
