@@ -182,7 +182,8 @@ TEST(HookLog, isEmptiedOnceByParallelHooks) {
 
 TEST(EditLog, writesLinesAsDocumented) {
     TemporaryFolder folder;
-    const NotedEdit edit{parseIsoDate("2026-03-14T09:30:05Z").value(), "claude", "efd68e01", "c8f2135e", "src/main.c"};
+    const NotedEdit edit{
+        parseIsoDate("2026-03-14T09:30:05Z").value(), "claude", "efd68e01", "c8f2135e", "src/main.c", 6};
     noteEdit(folder.path(), edit);
     const std::string line = folder.read("edits.log");
     EXPECT_NE(document("store-format.md").find("\n" + line), std::string::npos) << line;

@@ -486,6 +486,21 @@ TEST_F(Turns, aSessionThatIsStillAtWork) {
               "codex\nint main;\nwhose\n");
 }
 
+// Within one second the times do not tell which snapshot an edit came after.
+TEST_F(Turns, anEditIsItsSessionsUpToTheNextSnapshotAlone) {
+    f.write("project/notes", "1\n2\n3\n");
+    event(Agent::claude, "UserPromptSubmit", "t1", "the first line");
+    snap("prompt", "codex", "b", "the third line");
+    event(Agent::claude, "PreToolUse-Edit", "t1", "notes");
+    f.write("project/notes", "one\n2\n3\n");
+    snap("tool", "codex", "b", "Before: make");
+    f.write("project/notes", "one\n2\nthree\n");
+    snap("stop", "codex", "b", "End of turn");
+    event(Agent::claude, "Stop", "t1");
+    EXPECT_EQ(back({"undo", "--session", "session"}).substr(0, 1), "3");
+    EXPECT_EQ(f.read("project/notes"), "one\n2\nthree\n") << "whose the last line was can't be told";
+}
+
 // The name that the other one's tool gave is lost with its note; what is left would say that the change is one's own.
 TEST_F(Turns, whatLostNotesMayHaveNamedIsNobodys) {
     const std::string folder = world.history().folder();

@@ -38,11 +38,13 @@ void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unh
         return;
     }
     const auto record = recordOfTurn(*project);
-    if (!record) unheld.push_back(path);
+    if (record)
+        context_.noteChange(path);
+    else
+        unheld.push_back(path); // noted behind the snapshot that is taken for it
     if (record ? lacks(*record, *project, path)
                : KeptPaths(context_.handler.store.history(*project), *project).mayLeaveOut(path) && exists(path))
         unkept.push_back(path);
-    context_.noteChange(path);
 }
 
 // The listing is read only where it may tell something else than that the file is held.

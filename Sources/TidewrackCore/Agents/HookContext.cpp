@@ -131,8 +131,9 @@ void HookContext::noteChange(const std::string& path) const {
     const auto project = Store::projectContaining(folder, projects_); // a link at the path is not followed
     if (!project || path.size() <= project->root.size()) return;
     try {
-        noteEdit(handler.store.history(*project).folder(), {now(), std::string(rawValue(agent)), event.session,
-                                                            event.turn, std::string(pathBelow(path, project->root))});
+        const History history = handler.store.history(*project);
+        noteEdit(history.folder(), {now(), std::string(rawValue(agent)), event.session, event.turn,
+                                    std::string(pathBelow(path, project->root)), history.newestSeq().value_or(0)});
     } catch (const std::exception& error) { // the snapshots do not depend on it
         logError(error.what());
     }

@@ -94,9 +94,9 @@ class Saving {
         saveGitStates(guessing);
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
-        if (context_.event.kind == HookEvent::Kind::shell) // file tools have noted theirs
-            for (const std::string& path : named_)         // later than the snapshots, which they come after
-                if (exists(std::string(parentOf(path)))) context_.noteChange(path); // else it is sed's script
+        const bool isEdit = context_.event.kind == HookEvent::Kind::edit; // may make the folder as well
+        for (const std::string& path : named_) // later than the snapshots, which they come after
+            if (isEdit || exists(std::string(parentOf(path)))) context_.noteChange(path); // else it is sed's script
         saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
         explainPromise();
         return std::move(saved_);

@@ -21,6 +21,7 @@ void noteEdit(const std::string& historyFolder, const NotedEdit& edit) {
     nlohmann::json object = {{"time", isoText(edit.time)}, {"agent", edit.agent}, {"path", edit.path}};
     if (edit.session) object["session"] = *edit.session;
     if (edit.turn) object["turn"] = *edit.turn;
+    if (edit.after) object["after"] = *edit.after;
     (void)appendLine(editLogPath(historyFolder), compactJson(object), longestEditLog, FullLog::rotated);
 }
 
@@ -30,8 +31,8 @@ namespace {
 std::optional<NotedEdit> readNote(std::string_view line) {
     try {
         const JsonFields fields(line, "edits.log");
-        return NotedEdit{fields.date("time"), fields.text("agent"), fields.optionalText("session"),
-                         fields.optionalText("turn"), fields.text("path")};
+        return NotedEdit{fields.date("time"),         fields.text("agent"), fields.optionalText("session"),
+                         fields.optionalText("turn"), fields.text("path"),  fields.optionalInteger("after")};
     } catch (const TidewrackError&) {
         return std::nullopt;
     }

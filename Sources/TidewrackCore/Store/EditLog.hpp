@@ -19,6 +19,9 @@ struct NotedEdit {
     std::optional<std::string> session;
     std::optional<std::string> turn;
     std::string path; // relative to the project's root
+    // The newest snapshot's number then: which side of a later one it is on, when all are of one second. None in older
+    // lines.
+    std::optional<std::int64_t> after = std::nullopt;
 
     bool operator==(const NotedEdit&) const = default;
 };

@@ -133,15 +133,14 @@ void StepReader::add(const TimelineRow& row, const Part& part, UndoSteps& steps)
 }
 
 void StepReader::noteOwners(const TimelineRow& row, const Stretch& stretch, UndoStep& step) const {
-    const Date from = record(stretch.from).created;
-    std::optional<Date> to;
-    if (stretch.to != untilNow) to = endOf(record(stretch.to));
+    const SnapshotMeta& from = record(stretch.from);
+    const SnapshotMeta* to = stretch.to == untilNow ? nullptr : &record(stretch.to);
     for (const NotedEdit& edit : notes_.edits) {
-        if (edit.time < row.began || (to && *to < edit.time)) continue;
+        if (edit.time < row.began || (to != nullptr && !isBefore(edit, *to))) continue;
         const bool own = edit.agent == row.agent && edit.session == row.session;
         UndoStep::Named& named = own ? step.own : step.others;
         named.ever.insert(edit.path);
-        if (edit.time >= from) named.then.insert(edit.path);
+        if (isBehind(edit, from)) named.then.insert(edit.path);
     }
 }
 

@@ -403,8 +403,8 @@ std::vector<const TimelineRow*> Timeline::rowsThatLedTo(std::int64_t seq, std::s
     if (at == records.begin() || at == records.end()) return turns;
     const auto named = [&](const TimelineRow* row) {
         return std::any_of(edits.begin(), edits.end(), [&](const NotedEdit& edit) {
-            return edit.agent == row->agent && edit.session == row->session && std::prev(at)->created <= edit.time &&
-                   edit.time <= endOf(*at) && (isAtOrBelow(path, edit.path) || isAtOrBelow(edit.path, path));
+            return edit.agent == row->agent && edit.session == row->session && isBehind(edit, *std::prev(at)) &&
+                   isBefore(edit, *at) && (isAtOrBelow(path, edit.path) || isAtOrBelow(edit.path, path));
         });
     };
     std::vector<const TimelineRow*> whose;
@@ -424,6 +424,14 @@ std::vector<SnapshotMeta>::const_iterator firstFrom(const std::vector<SnapshotMe
 
 Date endOf(const SnapshotMeta& meta) {
     return meta.created + std::chrono::ceil<std::chrono::seconds>(std::chrono::milliseconds(meta.durationMs));
+}
+
+bool isBehind(const NotedEdit& edit, const SnapshotMeta& meta) {
+    return edit.after ? meta.seq <= *edit.after : meta.created <= edit.time;
+}
+
+bool isBefore(const NotedEdit& edit, const SnapshotMeta& meta) {
+    return edit.after ? *edit.after < meta.seq : edit.time <= endOf(meta);
 }
 
 bool isSameTurn(const TimelineRow& one, const TimelineRow& other) {

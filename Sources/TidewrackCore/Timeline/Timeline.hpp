@@ -116,6 +116,11 @@ struct Timeline {
 // When a snapshot was complete.
 [[nodiscard]] Date endOf(const SnapshotMeta& meta);
 
+// Whether an edit was noted behind a snapshot, and whether before it. The number noted with it tells; in older notes
+// the time, whose second counts as both.
+[[nodiscard]] bool isBehind(const NotedEdit& edit, const SnapshotMeta& meta);
+[[nodiscard]] bool isBefore(const NotedEdit& edit, const SnapshotMeta& meta);
+
 // Whether a row of another project's timeline is the same turn.
 [[nodiscard]] bool isSameTurn(const TimelineRow& one, const TimelineRow& other);
 
