@@ -465,7 +465,11 @@ std::vector<UndoneAction> TurnUndo::withCauses(Actions actions, const Obstacles&
         result.push_back(std::move(undone));
     }
     const TimelineRow& newest = choice.rows.front();
-    if (!newest.isRunning()) findCauses(result, std::move(wanted), now, newest.last); // else there is nothing since
+    if (newest.isRunning()) return result; // there is nothing since
+    try {
+        findCauses(result, std::move(wanted), now, newest.last);
+    } catch (const TidewrackError&) { // what was done is done; a damaged listing costs the cause
+    }
     return result;
 }
 
