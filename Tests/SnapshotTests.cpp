@@ -182,12 +182,13 @@ TEST_F(SnapshotTest, anUnreadablePreviousSnapshotMeansAFullOne) {
     f.remove(storeFile("manifests/2.mf"));
     expectFull(3, "Corrupt store data: missing manifest for #2");
     f.write(storeFile("manifests/3.mf"), "nonsense");
-    expectFull(4, "Corrupt store data: a manifest that can't be decompressed");
+    const std::string damaged = "Corrupt store data: a manifest that can't be decompressed in " +
+                                f.at(storeFile("manifests/3.mf")) + ", the listing of #3";
+    expectFull(4, damaged);
     f.write(storeFile("snapshots/4.json"), "{}");
     expectFull(5, "Corrupt store data: " + f.at(storeFile("snapshots/4.json")) + ": \"seq\" is missing");
     world.ok({"restore", "1", "a"});
-    EXPECT_EQ(world.run({"restore", "3"}).err,
-              "tidewrack: Corrupt store data: a manifest that can't be decompressed\n");
+    EXPECT_EQ(world.run({"restore", "3"}).err, "tidewrack: " + damaged + "\n");
 }
 
 TEST_F(SnapshotTest, prunesOnceAnHour) {

@@ -3,7 +3,6 @@
 #include "Support/TurnFixture.hpp"
 
 #include "Platform/Descriptor.hpp"
-#include "Store/EditLog.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -317,29 +316,6 @@ TEST_F(Turns, whatCannotGoBackStaysWhereItIs) {
     EXPECT_FALSE(f.has("project/lib"));
 }
 
-TEST_F(Turns, aDamagedRecordCostsWhatItAloneTells) {
-    for (const char* text : {"first", "second", "third"}) {
-        prompt("s", text);
-        f.write("project/notes", std::string(text) + "\n");
-        stop("s");
-    }
-    f.write("store/projects/" + world.project().id + "/snapshots/5.json", "damaged");
-    const std::string warning = "warning: #5 is left out: ";
-    EXPECT_NE(back({"undo", "--last"}).find("0\nTook back turn #6–#7 of claude, \"third\":\n~ notes\n"),
-              std::string::npos);
-    EXPECT_NE(back({"undo", "--last"})
-                  .find("! notes  what is on record of #5 can't be read, so that it can't be told "
-                        "whose change this is\n1 path is left alone; --force puts"),
-              std::string::npos);
-    EXPECT_NE(back({"undo", "--turn", "2"}).find("! notes  the same lines changed again"), std::string::npos);
-    EXPECT_EQ(back({"undo", "--turn", "5"}).front(), '1') << "which is the one that is asked for";
-    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
-             {"timeline"}, {"show"}, {"redo"}, {"diff", "--last"}, {"log", "--turns"}}) {
-        const std::string text = back(words);
-        EXPECT_TRUE(text.front() == '0' && text.find(warning) != text.npos) << text;
-    }
-}
-
 // What the restore itself finds in its way is told like everything else.
 TEST_F(Turns, whatCannotBeDoneIsNoSuccess) {
     prompt("s", "one");
@@ -499,42 +475,6 @@ TEST_F(Turns, anEditIsItsSessionsUpToTheNextSnapshotAlone) {
     event(Agent::claude, "Stop", "t1");
     EXPECT_EQ(back({"undo", "--session", "session"}).substr(0, 1), "3");
     EXPECT_EQ(f.read("project/notes"), "one\n2\nthree\n") << "whose the last line was can't be told";
-}
-
-// The name that the other one's tool gave is lost with its note; what is left would say that the change is one's own.
-TEST_F(Turns, whatLostNotesMayHaveNamedIsNobodys) {
-    const std::string folder = world.history().folder();
-    prompt("a", "one");
-    snap("prompt", "codex", "b", "two");
-    const Date during = now();
-    f.write("project/config", "claude\n");
-    f.write("project/notes", "whose\n");
-    snap("stop", "codex", "b", "End of turn");
-    stop("a");
-    struct Row {
-        int rotations;
-        bool cut; // the other one's note
-        const char* undone;
-    };
-    const char* const told = "~ config\n! notes  codex was at work";
-    const char* const untold = "! config  codex was at work here from #3 to #4\n! notes  codex was at work";
-    for (const Row& row : {Row{0, false, told}, {1, false, told}, {2, false, untold}, {0, true, untold}}) {
-        for (const char* name : {"/edits.log", "/edits.log.1"}) (void)std::remove((folder + name).c_str());
-        const auto note = [&](Date time, const std::string& agent, const std::string& session,
-                              const std::string& path) {
-            noteEdit(folder, {time, agent, session, std::nullopt, path});
-        };
-        note(during - std::chrono::hours(1), "gemini", "c", "old");
-        if (row.cut)
-            std::ofstream(folder + "/edits.log", std::ios::app) << "{\"agent\":\"codex\",\"pa";
-        else
-            note(during, "codex", "b", "notes");
-        for (int i = 0; i < row.rotations; ++i)
-            note(during + std::chrono::hours(1), "gemini", "c", std::string(longestEditLog, 'x'));
-        for (const char* path : {"config", "notes"}) note(during, "claude", "a", path);
-        const std::string text = back({"undo", "--turn", "2", "--dry-run"});
-        EXPECT_NE(text.find(row.undone), text.npos) << row.rotations << row.cut << text;
-    }
 }
 
 // Nothing is done but what was shown when the answer was given.

@@ -134,7 +134,12 @@ SnapshotMeta History::snapshot(std::int64_t seq) const {
 }
 
 Manifest History::manifest(const SnapshotMeta& meta) const {
-    return Manifest::decodeText(manifestText(meta.manifestOf));
+    TextBuffer text = manifestText(meta.manifestOf);
+    try {
+        return Manifest::decodeText(std::move(text));
+    } catch (const TidewrackError& error) {
+        throw error.in(placeOf(meta.manifestOf));
+    }
 }
 
 TextBuffer History::manifestText(std::int64_t seq) const {
@@ -143,7 +148,15 @@ TextBuffer History::manifestText(std::int64_t seq) const {
     const int error = readFile(path, bytes);
     if (error == ENOENT) throw TidewrackError::corrupt("missing manifest for #" + std::to_string(seq));
     if (error != 0) throw TidewrackError::io("read", path, error);
-    return Manifest::decompressed(bytes);
+    try {
+        return Manifest::decompressed(bytes);
+    } catch (const TidewrackError& error) {
+        throw error.in(placeOf(seq));
+    }
+}
+
+std::string History::placeOf(std::int64_t seq) const {
+    return manifestPath(seq) + ", the listing of #" + std::to_string(seq);
 }
 
 std::int64_t History::highestLeftover() const {

@@ -75,6 +75,7 @@ class History {
     [[nodiscard]] std::string blobPath(std::string_view blob) const;
 
   private:
+    [[nodiscard]] std::string placeOf(std::int64_t seq) const; // of a listing, for an error
     [[nodiscard]] std::vector<SnapshotMeta> readAll(std::vector<UnreadRecord>* unread) const;
 
     std::string folder_;

@@ -27,6 +27,13 @@ class TidewrackError : public std::runtime_error {
     // "can't <action> <path>: <system text>"
     static TidewrackError io(const std::string& action, const std::string& path, int error);
 
+    // The same with where it was met behind its words.
+    [[nodiscard]] TidewrackError in(const std::string& place) const {
+        TidewrackError error(kind_, what() + (" in " + place));
+        error.systemError_ = systemError_;
+        return error;
+    }
+
     [[nodiscard]] Kind kind() const { return kind_; }
     [[nodiscard]] int systemError() const { return systemError_; } // 0 where none is known
     [[nodiscard]] bool isForWantOfRoom() const { return isOutOfRoom(systemError_); }

@@ -115,8 +115,8 @@ TurnUndo::TurnUndo(const Engine& engine, const Project& project)
     if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
 }
 
-Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
-    if (row.counts) return *row.counts;
+void TurnUndo::count(TimelineRow& row) const {
+    if (row.counts) return;
     Changes::Counts counts;
     for (const Stretch& stretch : row.stretches) {
         const bool open = row.isRunning() && &stretch == &row.stretches.back();
@@ -124,16 +124,30 @@ Changes::Counts TurnUndo::counts(const TimelineRow& row) const {
             engine_.diff(project_, stretch.from, open ? std::nullopt : std::optional(stretch.to)).fileCounts();
         counts = {counts.added + more.added, counts.modified + more.modified, counts.deleted + more.deleted};
     }
-    return counts;
+    row.counts = counts;
+}
+
+bool TurnUndo::hasChanges(const TimelineRow& row) const {
+    TimelineRow counted = row;
+    try {
+        count(counted);
+    } catch (const TidewrackError&) {
+        return true;
+    }
+    return counted.counts->sum() > 0;
 }
 
 UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
                              const std::vector<VaultEntry>& vault) const {
     for (const TimelineRow& row : rows) {
         choice.rows = {row};
-        if (!isIdle(choice)) return choice;
+        try {
+            if (!isIdle(choice)) return choice;
+        } catch (const TidewrackError&) { // whoever takes it back is told
+            return choice;
+        }
         if (!entriesToPutBack(engine_.store, vault, choice.rows).empty()) return choice;
-        if (counts(row).sum() > 0) choice.passed.push_back(row);
+        if (hasChanges(row)) choice.passed.push_back(row);
     }
     choice.rows.clear();
     return choice;
@@ -152,10 +166,14 @@ UndoChoice TurnUndo::last(const Options& options) const {
 }
 
 const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {
-    for (const TimelineRow& each : timeline_.rows)
-        if (each.type == Type::turn && !each.undone &&
-            std::pair(each.last, each.first) < std::pair(row.last, row.first))
-            if (counts(each).sum() > 0) return &each;
+    for (const TimelineRow& each : timeline_.rows) {
+        const bool before = std::pair(each.last, each.first) < std::pair(row.last, row.first);
+        if (each.type != Type::turn || each.undone || !before || !hasChanges(each)) continue;
+        try {
+            if (!isIdle({"undo", {each}})) return &each;
+        } catch (const TidewrackError&) { // nobody can take that back either
+        }
+    }
     return nullptr;
 }
 
@@ -214,7 +232,7 @@ UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder fold
             std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return isSameTurn(row, each); });
         if (row.undone || same == rows.end()) continue;
         const bool unseen = folder == Folder::gone && row.isRunning(); // nobody can look what it did last
-        if (!unseen && counts(row).sum() == 0) continue;
+        if (!unseen && !hasChanges(row)) continue;
         choice.rows.push_back(row);
         if (row.title.empty()) choice.rows.back().title = same->title;
         // Its end was seen where it was asked for: what came here since may be anybody's.
@@ -223,11 +241,22 @@ UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder fold
     return choice;
 }
 
+// Compared with the newest snapshot that can be read, which most of the folder is like.
+Engine::Sides TurnUndo::sidesNow() const {
+    for (auto record = records_.rbegin(); std::next(record) != records_.rend(); ++record) {
+        try {
+            return engine_.sides(project_, record->seq, std::nullopt);
+        } catch (const TidewrackError& error) {
+            if (error.kind() != TidewrackError::Kind::corrupt) throw;
+        }
+    }
+    return engine_.sides(project_, records_.front().seq, std::nullopt);
+}
+
 // With what is too large to be kept as the safety snapshot would list it.
 const Manifest& TurnUndo::present() const {
     if (present_) return *present_;
-    // The newest snapshot is what most of the folder is compared with.
-    Engine::Sides sides = engine_.sides(project_, records_.back().seq, std::nullopt);
+    Engine::Sides sides = sidesNow();
     present_ = std::move(sides.newer);
     unseen_ = std::move(sides.warnings);
     interrupted_ = engine_.foreseeInterrupted(project_);

@@ -59,8 +59,10 @@ class TurnUndo {
     [[nodiscard]] const std::vector<SnapshotMeta>& records() const { return records_; } // ascending
     [[nodiscard]] const std::vector<UnreadRecord>& unread() const { return unread_; }
     [[nodiscard]] const std::vector<NotedEdit>& edits() const { return notes_.edits; }
-    // Files that a row changed in all.
-    [[nodiscard]] Changes::Counts counts(const TimelineRow& row) const;
+    // Works out what the row's records do not tell: its counts. Throws where a listing can't be read.
+    void count(TimelineRow& row) const;
+    // Whether it changed anything. What can't be read may have.
+    [[nodiscard]] bool hasChanges(const TimelineRow& row) const;
 
     struct Options {
         UndoOptions::Later later = UndoOptions::Later::merged;
@@ -71,9 +73,10 @@ class TurnUndo {
     };
 
     // The turn with the newest end that changed something and was not taken back yet. Those of which nothing is left,
-    // or nothing that anybody could take back, are passed over; not those of which only later work keeps it.
+    // or nothing that anybody could take back, are passed over; not those of which only later work keeps it, nor those
+    // that can't be read: run() tells why.
     [[nodiscard]] UndoChoice last(const Options& options) const;
-    // The next turn before `row` that changed something and was not taken back yet.
+    // The next turn before `row` of which something is left that could be taken back.
     [[nodiscard]] const TimelineRow* turnBefore(const TimelineRow& row) const;
     // The turn that snapshot `seq` belongs to. Throws refused when there is none.
     [[nodiscard]] UndoChoice turn(std::int64_t seq) const;
@@ -95,6 +98,7 @@ class TurnUndo {
     using Actions = std::vector<UndoAction>;
     using Obstacles = std::map<std::string, Obstacle, std::less<>>; // by path
 
+    [[nodiscard]] Engine::Sides sidesNow() const;
     [[nodiscard]] const Manifest& present() const;
     [[nodiscard]] UndoContents contents(const Manifest& now) const; // which must outlive them
     [[nodiscard]] Actions plan(UndoSteps& steps, const Manifest& now, const Options& options) const;

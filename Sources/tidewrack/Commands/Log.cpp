@@ -1,6 +1,7 @@
 // The snapshots in a row, and what became of one path.
 
 #include "Commands/Commands.hpp"
+#include "Commands/Turns.hpp"
 #include "Engine/PathHistory.hpp"
 #include "Engine/RetentionPlan.hpp"
 #include "Invocation.hpp"
@@ -177,11 +178,9 @@ void turnsOfAll(Invocation& call, const Project& project, std::size_t most) {
     std::vector<TimelineRow> rows;
     for (const TimelineRow& row : undo.timeline().rows) {
         if (rows.size() >= most) break;
-        const auto counts = undo.counts(row);
-        if (call.args.has("--changed") && counts.sum() == 0) continue;
-        rows.push_back(row);
-        rows.back().counts = counts;
+        if (!call.args.has("--changed") || undo.hasChanges(row)) rows.push_back(row);
     }
+    countAll(call, undo, rows);
     printTurns(call, project, undo.timeline(), std::move(rows));
 }
 

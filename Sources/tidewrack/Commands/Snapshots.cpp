@@ -92,7 +92,7 @@ Compared comparedByTurn(Invocation& call, const Project& project) {
     const TimelineRow& newest = newestTurn(undo);
     const auto& rows = undo.timeline().rows;
     const auto changed = std::find_if(rows.begin(), rows.end(), [&](const TimelineRow& row) {
-        return row.type == TimelineRow::Type::turn && undo.counts(row).sum() > 0;
+        return row.type == TimelineRow::Type::turn && undo.hasChanges(row);
     });
     const TimelineRow& row = changed == rows.end() ? newest : *changed;
     if (row.first != newest.first || row.last != newest.last)

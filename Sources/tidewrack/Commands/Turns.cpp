@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 
 namespace tidewrack::commands {
 
@@ -82,6 +83,17 @@ const TimelineRow& newestTurn(const TurnUndo& undo) {
     return *turn;
 }
 
+void countAll(Invocation& call, const TurnUndo& undo, std::vector<TimelineRow>& rows) {
+    std::set<std::string> told; // one listing may be the end of a row and the beginning of the next
+    for (TimelineRow& row : rows) {
+        try {
+            undo.count(row);
+        } catch (const TidewrackError& error) {
+            if (told.insert(error.what()).second) call.warn(std::vector<std::string>{error.what()});
+        }
+    }
+}
+
 bool hintAtTurn(Invocation& call, const Project& project, std::int64_t seq, bool idle) {
     const TurnUndo undo(call.engine(), project);
     const TimelineRow* row = undo.timeline().turnAt(seq);
@@ -107,17 +119,21 @@ int show(Invocation& call) {
     const TurnUndo undo(call.engine(), project);
     std::vector<TimelineRow> rows{shownTurn(call, project, undo)};
     call.warnOfUnread(undo.unread());
-    const TimelineRow& row = rows.front();
-    rows.front().counts = undo.counts(row);
+    const TimelineRow row = rows.front();
+    countAll(call, undo, rows);
     addElsewhere(call.store(), project, undo.timeline(), rows);
     const std::vector<std::string> paths = call.relativePaths(project, 1);
     std::vector<Shown> parts;
     for (const Stretch& stretch : openStretches(row)) {
         const auto to = stretch.to == untilNow ? std::nullopt : std::optional(stretch.to);
-        Engine::Sides sides = call.engine().sides(project, stretch.from, to);
-        Changes changes = Changes::between(sides.older, sides.newer);
-        if (!paths.empty()) changes = changes.within(paths);
-        parts.insert(parts.begin(), {stretch, std::move(sides), std::move(changes)});
+        try {
+            Engine::Sides sides = call.engine().sides(project, stretch.from, to);
+            Changes changes = Changes::between(sides.older, sides.newer);
+            if (!paths.empty()) changes = changes.within(paths);
+            parts.insert(parts.begin(), {stretch, std::move(sides), std::move(changes)});
+        } catch (const TidewrackError& error) {                                         // the rest can be shown
+            if (rows.front().counts) call.warn(std::vector<std::string>{error.what()}); // else that is told already
+        }
     }
     if (call.json()) {
         Changes all;
@@ -163,8 +179,8 @@ int timeline(Invocation& call) {
         if (agent && row.agent != *agent) continue;
         if (session && !row.session.value_or("").starts_with(*session)) continue;
         rows.push_back(row);
-        rows.back().counts = undo.counts(row);
     }
+    countAll(call, undo, rows);
     addElsewhere(call.store(), project, undo.timeline(), rows);
     if (call.json())
         call.printJson(timelineJson(rows));

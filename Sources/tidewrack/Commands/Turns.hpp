@@ -22,6 +22,8 @@ int undoTurns(Invocation& call);
 // `undo` without a word shows what `undo --last` would do and asks, where there is a terminal to ask on.
 [[nodiscard]] bool canAsk(Invocation& call);
 int undoAsking(Invocation& call);
+// Works out the rows' counts. Where a listing can't be read a warning tells so, and the row stays without.
+void countAll(Invocation& call, const TurnUndo& undo, std::vector<TimelineRow>& rows);
 // Throws refused when no agent was at work in the project.
 [[nodiscard]] const TimelineRow& newestTurn(const TurnUndo& undo);
 // Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing

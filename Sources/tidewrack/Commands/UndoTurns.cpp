@@ -348,7 +348,7 @@ std::string newerElsewhere(Invocation& call, const Project& project, const TurnU
     const std::int64_t last = choice.rows.empty() ? 0 : choice.rows.front().last;
     for (const TimelineRow& row : undo.timeline().rows) {
         if (row.last <= last) break;
-        if (row.type != TimelineRow::Type::turn || (!row.undone && undo.counts(row).sum() > 0)) continue;
+        if (row.type != TimelineRow::Type::turn || (!row.undone && undo.hasChanges(row))) continue;
         std::vector<TimelineRow> rows{row};
         addElsewhere(call.store(), project, undo.timeline(), rows);
         const std::string newer =
@@ -366,12 +366,28 @@ std::string newerElsewhere(Invocation& call, const Project& project, const TurnU
     return "";
 }
 
+std::string turnHint(const TimelineRow& row) {
+    return "The turn before it: tidewrack undo --turn " + std::to_string(row.first);
+}
+
 // The way on from a newest turn of which nothing can be taken back as it is.
 std::string turnBefore(const TurnUndo& undo, const Done& first) {
     if (first.result.acts() || first.result.isComplete()) return "";
     const TimelineRow* before = undo.turnBefore(first.choice.rows.front());
-    if (before == nullptr) return "";
-    return "The turn before it: tidewrack undo --turn " + std::to_string(before->first) + "\n";
+    return before == nullptr ? "" : turnHint(*before) + "\n";
+}
+
+// `done`, for the newest turn. Where it can't be read the error tells the way on.
+std::vector<Done> newestDone(Invocation& call, const TurnUndo& undo, Done first, const TurnUndo::Options& options,
+                             bool everywhere) {
+    const TimelineRow row = first.choice.rows.front();
+    try {
+        return done(call, undo, std::move(first), options, everywhere);
+    } catch (const TidewrackError& error) {
+        if (error.kind() != TidewrackError::Kind::corrupt) throw;
+        const TimelineRow* before = undo.turnBefore(row);
+        throw CliError(error.what() + (before == nullptr ? "" : ". " + turnHint(*before)));
+    }
 }
 
 UndoChoice chosen(Invocation& call, const TurnUndo& undo, const TurnUndo::Options& options) {
@@ -457,7 +473,8 @@ int undoTurns(Invocation& call) {
     if (last) call.print(newerElsewhere(call, project, undo, choice));
     if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
     const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
-    const std::vector<Done> all = done(call, undo, {project, choice, {}}, options, everywhere);
+    const auto doing = newest ? newestDone : done;
+    const std::vector<Done> all = doing(call, undo, {project, choice, {}}, options, everywhere);
     const int status = report(call, undo, all, options);
     if (last) call.print(turnBefore(undo, all.front()));
     return status;
@@ -494,7 +511,7 @@ int undoAsking(Invocation& call) {
             call.print(text);
             return nothing(call, choice, nothingToUndo, true);
         }
-        const std::vector<Done> planned = done(call, undo, {project, choice, {}}, options, true);
+        const std::vector<Done> planned = newestDone(call, undo, {project, choice, {}}, options, true);
         text += passedText(planned.front(), call.look());
         for (const Done& each : planned)
             text += (each.project.id == project.id ? "" : "In " + call.shown(each.project.root) + ": ") +

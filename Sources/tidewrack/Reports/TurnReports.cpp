@@ -143,7 +143,6 @@ std::string commandText(const TimelineRow::Command& command, Date now, const Loo
 }
 
 json rowJson(const TimelineRow& row) {
-    const Changes::Counts counts = row.counts.value_or(Changes::Counts());
     json commands = json::array();
     for (const TimelineRow::Command& each : row.commands) {
         json command{{"command", repairedUtf8(each.command)}, {"verdict", each.verdict}, {"time", isoText(each.time)}};
@@ -168,9 +167,6 @@ json rowJson(const TimelineRow& row) {
                 {"title", repairedUtf8(row.title)},
                 {"began", isoText(row.began)},
                 {"end", name(row.end)},
-                {"added", counts.added},
-                {"modified", counts.modified},
-                {"deleted", counts.deleted},
                 {"commands", commands},
                 {"meanwhile", meanwhile},
                 {"projects", projects},
@@ -180,6 +176,11 @@ json rowJson(const TimelineRow& row) {
         object["tookBack"] = json::array();
         for (const Stretch& each : row.tookBack) object["tookBack"].push_back({{"from", each.from}, {"to", each.to}});
         object["redo"] = row.redo;
+    }
+    if (row.counts) {
+        object["added"] = row.counts->added;
+        object["modified"] = row.counts->modified;
+        object["deleted"] = row.counts->deleted;
     }
     if (row.agent) object["agent"] = repairedUtf8(*row.agent);
     if (row.session) object["session"] = repairedUtf8(*row.session);
@@ -195,7 +196,7 @@ std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Da
     for (const TimelineRow& row : rows) {
         text += spanText(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row, look);
         if (!row.title.empty()) text += "  " + quoted(row.title, look);
-        if (row.type != Type::manual) text += "  " + countsText(row.counts.value_or(Changes::Counts()));
+        if (row.type != Type::manual && row.counts) text += "  " + countsText(*row.counts);
         text += notes(row, look) + "\n";
         if (!commands) continue;
         for (const TimelineRow::Command& each : row.commands) text += commandText(each, now, look);
