@@ -266,6 +266,19 @@ TEST_F(Turns, aFoldersPermissionsGoBackToo) {
     EXPECT_EQ(back({"undo", "--turn", "6"}), "0\nNothing is left to take back of " + turn + ".\n");
 }
 
+TEST_F(Turns, aTurnThatChangedFoldersAloneIsOne) {
+    f.makeFolder("project/empty");
+    prompt("s", "tidy up");
+    f.remove("project/empty");
+    f.makeFolder("project/new");
+    EXPECT_NE(world.ok({"timeline"}).find("\"tidy up\"  folders alone  (running)\n"), std::string::npos);
+    stop("s");
+    EXPECT_NE(world.ok({"timeline"}).find("\"tidy up\"  folders alone\n"), std::string::npos);
+    EXPECT_NE(world.ok({"diff", "--last"}).find("- empty/\n"), std::string::npos);
+    expectTakenBack({"undo", "--last"}, "0", "turn #2–#3 of claude, \"tidy up\":\n+ empty/\n- new/\n");
+    EXPECT_TRUE(f.has("project/empty"));
+}
+
 TEST_F(Turns, filesTooLargeToBeKept) {
     const std::string record = "store/projects/" + world.project().id + "/project.json";
     json project = json::parse(f.read(record));

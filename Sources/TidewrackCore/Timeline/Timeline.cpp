@@ -301,7 +301,9 @@ class Grouping {
                 ++changed;
             }
         }
-        if (changed <= 1) row.counts = counts;
+        if (changed > 1) return;
+        row.counts = counts;
+        row.foldersAlone = changed == 1 && counts.sum() == 0;
     }
 
     [[nodiscard]] std::size_t placeOf(std::int64_t seq) const {

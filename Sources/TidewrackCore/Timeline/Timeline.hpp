@@ -73,6 +73,7 @@ struct TimelineRow {
     std::vector<Stretch> waits;
     std::vector<std::int64_t> own;         // a turn's own snapshots
     std::optional<Changes::Counts> counts; // files; none where only a comparison of listings tells
+    bool foldersAlone = false;             // no file changed, but folders came, went or got other permissions
     std::vector<Command> commands;
     std::vector<Company> company;
     std::vector<std::string> projects; // roots of the other projects that the turn worked in

@@ -118,13 +118,16 @@ TurnUndo::TurnUndo(const Engine& engine, const Project& project)
 void TurnUndo::count(TimelineRow& row) const {
     if (row.counts) return;
     Changes::Counts counts;
-    for (const Stretch& stretch : row.stretches) {
-        const bool open = row.isRunning() && &stretch == &row.stretches.back();
-        const auto more =
-            engine_.diff(project_, stretch.from, open ? std::nullopt : std::optional(stretch.to)).fileCounts();
+    bool any = false;
+    for (const Stretch& stretch : openStretches(row)) {
+        const auto sides =
+            engine_.sides(project_, stretch.from, stretch.to == untilNow ? std::nullopt : std::optional(stretch.to));
+        const auto more = Changes::between(sides.older, sides.newer).fileCounts();
         counts = {counts.added + more.added, counts.modified + more.modified, counts.deleted + more.deleted};
+        any = any || more.sum() > 0 || !changesWithFolderModes(sides.older, sides.newer).empty();
     }
     row.counts = counts;
+    row.foldersAlone = any && counts.sum() == 0;
 }
 
 bool TurnUndo::hasChanges(const TimelineRow& row) const {
@@ -134,7 +137,7 @@ bool TurnUndo::hasChanges(const TimelineRow& row) const {
     } catch (const TidewrackError&) {
         return true;
     }
-    return counted.counts->sum() > 0;
+    return counted.foldersAlone || counted.counts->sum() > 0;
 }
 
 UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
@@ -159,7 +162,8 @@ UndoChoice TurnUndo::last(const Options& options) const {
     if (options.vault) vault = readVaultEntries(engine_.store);
     addVaultEntries(vault, project_, timeline_, turns);
     std::erase_if(turns, [&](const TimelineRow& row) {
-        const bool changed = !row.counts || row.counts->sum() > 0 || (options.vault && !row.vault.empty());
+        const bool changed =
+            !row.counts || row.counts->sum() > 0 || row.foldersAlone || (options.vault && !row.vault.empty());
         return row.type != Type::turn || row.undone || !changed;
     });
     return passing({"undo", {}}, turns, vault);

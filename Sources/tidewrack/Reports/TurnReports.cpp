@@ -196,7 +196,8 @@ std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Da
     for (const TimelineRow& row : rows) {
         text += spanText(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row, look);
         if (!row.title.empty()) text += "  " + quoted(row.title, look);
-        if (row.type != Type::manual && row.counts) text += "  " + countsText(*row.counts);
+        if (row.type != Type::manual && row.counts)
+            text += "  " + (row.foldersAlone ? "folders alone" : countsText(*row.counts));
         text += notes(row, look) + "\n";
         if (!commands) continue;
         for (const TimelineRow::Command& each : row.commands) text += commandText(each, now, look);
