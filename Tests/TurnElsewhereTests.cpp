@@ -99,6 +99,34 @@ TEST_F(TurnsElsewhere, aTurnThatWorkedOutsideOfProjectsAlone) {
     EXPECT_EQ(back({"undo", "--last", "--vault"}).find("0\nTook back turn #2–#3 of claude"), 0U);
 }
 
+// Only the vault has what is too large for history.
+TEST_F(TurnsElsewhere, aTurnIsNotDoneWithWhileTheVaultHasMore) {
+    const std::string record = "store/projects/" + world.project().id + "/project.json";
+    json project = json::parse(f.read(record));
+    project["maxFileSize"] = 100;
+    f.write(record, project.dump());
+    f.write("project/large", std::string(200, 'a'));
+    prompt("s", "large");
+    const auto saved =
+        Vault(world.store())
+            .save({.paths = {f.at("project/large")}, .command = "rm large", .agent = "claude", .session = "s"});
+    f.remove("project/large");
+    f.write("project/notes", "2\n");
+    stop("s");
+    for (int i = 0; i < 2; ++i) {
+        const std::string text = back({"undo", "--last"});
+        EXPECT_EQ(text.front(), '3') << text;
+        EXPECT_NE(text.find("! large  was not kept: "), text.npos) << text;
+        EXPECT_NE(text.find("tidewrack vault restore " + saved.entry->id), text.npos) << text;
+    }
+    const std::string refused = back({"undo", "--last", "notes", "--vault"});
+    EXPECT_EQ(refused.find("1\ntidewrack: nothing that the vault has of it lies at or below notes"), 0U) << refused;
+    EXPECT_FALSE(f.has("project/large"));
+    EXPECT_NE(back({"undo", "--last", "large", "--vault"}).find("restored " + f.at("project/large")),
+              std::string::npos);
+    EXPECT_NE(back({"undo", "--last"}).find("There's nothing to undo"), std::string::npos);
+}
+
 // An agent whose turns have no names was cut off last week, while it worked in another project.
 TEST_F(TurnsElsewhere, anOldTurnElsewhereIsNotTakenForThisOne) {
     f.write("other/file", "1\n");

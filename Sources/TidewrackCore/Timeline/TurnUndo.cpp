@@ -141,15 +141,23 @@ bool TurnUndo::hasChanges(const TimelineRow& row) const {
 }
 
 UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
-                             const std::vector<VaultEntry>& vault) const {
+                             std::optional<std::vector<VaultEntry>> vault) const {
+    const bool vaultCounts = vault.has_value();
     for (const TimelineRow& row : rows) {
         choice.rows = {row};
+        Left left = Left::something;
         try {
-            if (!isIdle(choice)) return choice;
+            left = whatIsLeft(choice);
         } catch (const TidewrackError&) { // whoever takes it back is told
-            return choice;
         }
-        if (!entriesToPutBack(engine_.store, vault, choice.rows).empty()) return choice;
+        if (left == Left::something) return choice;
+        // What history does not hold the vault may have.
+        if (choice.by == "undo" && (vaultCounts || left == Left::unkept)) {
+            if (!vault) vault = readVaultEntries(engine_.store);
+            std::vector<TimelineRow> turns{row};
+            addVaultEntries(*vault, project_, timeline_, turns);
+            if (!entriesToPutBack(engine_.store, *vault, turns).empty()) return choice;
+        }
         if (hasChanges(row)) choice.passed.push_back(row);
     }
     choice.rows.clear();
@@ -158,15 +166,17 @@ UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& 
 
 UndoChoice TurnUndo::last(const Options& options) const {
     std::vector<TimelineRow> turns = timeline_.rows;
-    std::vector<VaultEntry> vault;
-    if (options.vault) vault = readVaultEntries(engine_.store);
-    addVaultEntries(vault, project_, timeline_, turns);
+    std::optional<std::vector<VaultEntry>> vault;
+    if (options.vault) {
+        vault = readVaultEntries(engine_.store);
+        addVaultEntries(*vault, project_, timeline_, turns);
+    }
     std::erase_if(turns, [&](const TimelineRow& row) {
         const bool changed =
             !row.counts || row.counts->sum() > 0 || row.foldersAlone || (options.vault && !row.vault.empty());
         return row.type != Type::turn || row.undone || !changed;
     });
-    return passing({"undo", {}}, turns, vault);
+    return passing({"undo", {}}, turns, std::move(vault));
 }
 
 const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {
@@ -174,7 +184,7 @@ const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {
         const bool before = std::pair(each.last, each.first) < std::pair(row.last, row.first);
         if (each.type != Type::turn || each.undone || !before || !hasChanges(each)) continue;
         try {
-            if (!isIdle({"undo", {each}})) return &each;
+            if (whatIsLeft({"undo", {each}}) == Left::something) return &each;
         } catch (const TidewrackError&) { // nobody can take that back either
         }
     }
@@ -226,7 +236,7 @@ UndoChoice TurnUndo::redo() const {
         const bool goes = row.type == Type::restore || (row.type == Type::undo && !row.redo);
         if (goes && !row.undone && !row.stretches.empty()) rows.push_back(row);
     }
-    return passing({"redo", {}}, rows, {});
+    return passing({"redo", {}}, rows, std::nullopt);
 }
 
 UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const {
@@ -331,13 +341,15 @@ UndoSteps TurnUndo::stepsOf(const UndoChoice& choice) const {
     return StepReader(history_, records_, unread_, notes_).read(choice.rows);
 }
 
-// Nothing would be done, and nothing could be by force.
-bool TurnUndo::isIdle(const UndoChoice& choice) const {
+TurnUndo::Left TurnUndo::whatIsLeft(const UndoChoice& choice) const {
     UndoSteps steps = stepsOf(choice);
     const Actions actions = plan(steps, present(), {});
-    return std::none_of(actions.begin(), actions.end(), [](const UndoAction& action) {
+    const auto counts = [](const UndoAction& action) {
         return action.acts() || action.forcible || action.isForOthers();
-    });
+    };
+    if (std::any_of(actions.begin(), actions.end(), counts)) return Left::something;
+    const auto isLeft = [](const UndoAction& action) { return action.isLeft(); };
+    return std::any_of(actions.begin(), actions.end(), isLeft) ? Left::unkept : Left::nothing;
 }
 
 namespace {

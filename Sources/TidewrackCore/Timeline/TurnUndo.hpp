@@ -102,9 +102,15 @@ class TurnUndo {
     [[nodiscard]] const Manifest& present() const;
     [[nodiscard]] UndoContents contents(const Manifest& now) const; // which must outlive them
     [[nodiscard]] Actions plan(UndoSteps& steps, const Manifest& now, const Options& options) const;
-    [[nodiscard]] bool isIdle(const UndoChoice& choice) const;
+    enum class Left {
+        nothing,
+        unkept,    // nobody could put it back, but perhaps the vault
+        something, // that would be done, or could be by force
+    };
+    [[nodiscard]] Left whatIsLeft(const UndoChoice& choice) const;
+    // With the vault's entries, what those alone have of a row is something left as well.
     [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
-                                     const std::vector<VaultEntry>& vault) const;
+                                     std::optional<std::vector<VaultEntry>> vault) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
     [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;

@@ -10,6 +10,7 @@
 #include "Reports/VaultReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 #include "Timeline/Elsewhere.hpp"
 #include "Timeline/TurnUndo.hpp"
@@ -114,9 +115,9 @@ std::string leftText(const UndoResult& result, UndoOptions::Later later) {
     return text + ".\n";
 }
 
-std::string pathsText(const std::vector<std::string>& paths, const Look& look) {
+std::string pathsText(const std::vector<std::string>& paths, const Look& look, const char* at = " at ") {
     std::string text;
-    for (const std::string& path : paths) text += (text.empty() ? " at " : ", ") + look.shown(repairedUtf8(path));
+    for (const std::string& path : paths) text += (text.empty() ? at : ", ") + look.shown(repairedUtf8(path));
     return text;
 }
 
@@ -161,10 +162,28 @@ void takeBackHint(Invocation& call, const Done& done, bool elsewhere) {
                "\n");
 }
 
+// Those that `undo` names or puts back: with paths the ones that hold nothing else.
+std::vector<VaultEntry> entriesOf(Invocation& call, const std::vector<VaultEntry>& all, const Project& project,
+                                  const Timeline& timeline, const UndoChoice& choice,
+                                  const TurnUndo::Options& options) {
+    std::vector<TimelineRow> rows = choice.rows;
+    addVaultEntries(all, project, timeline, rows);
+    std::vector<VaultEntry> entries = entriesToPutBack(call.store(), all, rows);
+    if (options.paths.empty()) return entries;
+    const auto isAskedFor = [&](const VaultEntry::Item& item) {
+        return std::any_of(options.paths.begin(), options.paths.end(), [&](const std::string& path) {
+            return isAtOrBelow(Store::canonicalPlace(item.original), joined(project.root, path));
+        });
+    };
+    std::erase_if(entries, [&](const VaultEntry& entry) {
+        return !std::all_of(entry.items.begin(), entry.items.end(), isAskedFor);
+    });
+    return entries;
+}
+
 std::vector<FromVault> fromVault(Invocation& call, const Timeline& timeline, const Done& done,
                                  const TurnUndo::Options& options) {
     std::vector<FromVault> list;
-    std::vector<TimelineRow> rows = done.choice.rows;
     if (done.choice.by != "undo") return list;
     const Vault vault(call.store());
     std::vector<VaultEntry> entries;
@@ -174,8 +193,7 @@ std::vector<FromVault> fromVault(Invocation& call, const Timeline& timeline, con
         if (options.vault) list.push_back({"", "", {error.what()}, true});
         return list;
     }
-    addVaultEntries(entries, done.project, timeline, rows);
-    for (const VaultEntry& entry : entriesToPutBack(call.store(), entries, rows))
+    for (const VaultEntry& entry : entriesOf(call, entries, done.project, timeline, done.choice, options))
         list.push_back({entry.id, entry.command, {}, false});
     if (!options.vault) return list;
     for (FromVault& each : list) {
@@ -473,6 +491,10 @@ int undoTurns(Invocation& call) {
     if (last) call.print(newerElsewhere(call, project, undo, choice));
     if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
     const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
+    if (options.vault && !options.paths.empty() &&
+        entriesOf(call, readVaultEntries(call.store()), project, undo.timeline(), choice, options).empty())
+        throw CliError("nothing that the vault has of it lies" +
+                       pathsText(options.paths, call.look(), " at or below ") + "; tidewrack vault lists what it has");
     const auto doing = newest ? newestDone : done;
     const std::vector<Done> all = doing(call, undo, {project, choice, {}}, options, everywhere);
     const int status = report(call, undo, all, options);
