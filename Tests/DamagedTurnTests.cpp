@@ -77,6 +77,24 @@ TEST_F(DamagedTurns, aDamagedListingCostsWhatItAloneTells) {
     EXPECT_EQ(back({"undo", "--turn", "2", "--dry-run"}).substr(0, 1), "3");
 }
 
+TEST_F(DamagedTurns, theEndOfATurnStandsForAllOfIt) {
+    event(Agent::claude, "UserPromptSubmit", "t1", "all pruned");
+    f.write("project/notes", "2\n");
+    event(Agent::claude, "Stop", "t1");
+    f.remove("store/projects/" + world.project().id + "/snapshots/2.json");
+    EXPECT_NE(world.ok({"timeline"}).find("claude  \"all pruned\"  +0 ~1 -0  (only its end is left)\n"),
+              std::string::npos);
+    EXPECT_NE(world.ok({"show", "2"}).find("-one\n+2\n"), std::string::npos);
+    EXPECT_EQ(back({"undo", "--turn", "9"}), "1\ntidewrack: No snapshot #9.\n");
+    for (const std::vector<std::string>& words :
+         std::vector<std::vector<std::string>>{{"--last"}, {"--session", "session"}, {"--turn", "2"}}) {
+        std::vector<std::string> all{"undo", "--dry-run"};
+        all.insert(all.end(), words.begin(), words.end());
+        EXPECT_EQ(back(all).find("0\nWould take back turn #1–#3 of claude, \"all pruned\":\n~ notes\n"), 0U)
+            << words.front();
+    }
+}
+
 // The name that the other one's tool gave is lost with its note; what is left would say that the change is one's own.
 TEST_F(DamagedTurns, whatLostNotesMayHaveNamedIsNobodys) {
     const std::string folder = world.history().folder();

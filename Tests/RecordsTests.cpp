@@ -18,10 +18,10 @@ const std::string projectText = R"({"created":"2025-01-02T03:04:05Z","excludes":
                                 R"("excludesIfIgnored":["build"],"id":"app-0123abcd","maxFileSize":1000,)"
                                 R"("root":"\/Users\/ann\/app"})";
 const std::string snapshotText =
-    R"({"added":1,"agent":"claude","background":true,"created":"2025-01-02T03:04:05Z","deleted":3,)"
-    R"("durationMs":12,"files":4,"kind":"prompt","label":"fix \"a\/b\" ü","manifestOf":6,)"
+    R"({"added":1,"agent":"claude","background":true,"began":5,"created":"2025-01-02T03:04:05Z","deleted":3,)"
+    R"("durationMs":12,"files":4,"interrupted":false,"kind":"prompt","label":"fix \"a\/b\" ü","manifestOf":6,)"
     R"("modified":2,"notKept":8,"pinned":true,"reversal":"undo","seq":7,"session":"s",)"
-    R"("tookBack":[{"from":3,"to":5}],"turn":"t"})";
+    R"("title":"fix","tookBack":[{"from":3,"to":5}],"turn":"t"})";
 
 } // namespace
 
@@ -48,8 +48,9 @@ TEST(Records, keysThatAreMissingOrOfAnotherType) {
         const auto whole = nlohmann::json::parse(text);
         for (const auto& [key, value] : whole.items()) {
             const bool optional =
-                std::set<std::string>{"excludesIfIgnored", "maxFileSize", "label",      "agent",  "session", "turn",
-                                      "reversal",          "tookBack",    "background", "notKept"}
+                std::set<std::string>{
+                    "excludesIfIgnored", "maxFileSize", "label",   "agent", "session",     "turn", "reversal",
+                    "tookBack",          "background",  "notKept", "began", "interrupted", "title"}
                     .contains(key);
             auto other = whole;
             other.erase(key);

@@ -97,8 +97,19 @@ std::vector<Case> casesIn(const std::string& text) {
 
 TEST(Timeline, groupsRecordsIntoRows) {
     const auto cases = casesIn(testData("timeline.txt"));
-    EXPECT_EQ(cases.size(), 12U);
+    EXPECT_EQ(cases.size(), 13U);
     for (const Case& each : cases) EXPECT_EQ(rowsOf(each.records), each.rows) << each.what;
+}
+
+TEST(Timeline, anEndTellsOfTheTurnWhenTheRestIsPruned) {
+    auto records = recordsOf("1 manual - - - 9\n3 manual - - - 1\n6 stop claude s t1 3 End of turn\n");
+    const auto newest = [&](const TurnEnd& end) {
+        records.back().end = end;
+        return shown(Timeline::of("/p", records).rows.front());
+    };
+    EXPECT_EQ(newest({true, 5, "the title"}), "3-6 turn s 'the title' interrupted ?\n");
+    EXPECT_EQ(newest({false, 2, "the title"}), "1-6 turn s 'the title' ?\n") << "somebody recorded in between";
+    EXPECT_EQ(newest({false, {}, {}}), "3-6 outside ?\n") << "the turn did nothing here";
 }
 
 TEST(Timeline, findsTheTurnOfASnapshotAndItsLikeElsewhere) {

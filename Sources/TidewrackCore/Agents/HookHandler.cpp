@@ -253,10 +253,29 @@ class HookCall {
     // One project's failure costs the others nothing.
     void endTurn(const Project& project) {
         try {
-            snapshot(project, "stop", event_.interrupted ? "Interrupted" : "End of turn");
+            snapshot(project, "stop", event_.interrupted ? "Interrupted" : "End of turn", std::nullopt, endIn(project));
         } catch (const std::exception& error) {
             context_.logError(error.what());
         }
+    }
+
+    // The turn that ends, as its records here tell.
+    [[nodiscard]] TurnEnd endIn(const Project& project) const {
+        constexpr std::size_t mostRead = 64;
+        TurnEnd end{event_.interrupted, std::nullopt, std::nullopt};
+        try {
+            const History history = handler_.store.history(project);
+            const auto seqs = history.seqs();
+            for (std::size_t at = seqs.size(); at-- > 0 && seqs.size() - at <= mostRead && !end.title;) {
+                const SnapshotMeta meta = history.snapshot(seqs[at]);
+                if (meta.agent != rawValue(context_.agent) || meta.session != event_.session) continue;
+                if (meta.kind == "stop" || (event_.turn && meta.turn && meta.turn != event_.turn)) break;
+                end.began = meta.seq;
+                if (meta.kind == "prompt" && meta.background != true) end.title = meta.label.value_or("");
+            }
+        } catch (const std::exception&) { // its snapshot matters more
+        }
+        return end;
     }
 
     // When the session's newest prompt among the latest records was taken, for agents whose turns have no names.
@@ -290,9 +309,10 @@ class HookCall {
     }
 
     void snapshot(const Project& project, const char* kind, std::string label,
-                  std::optional<bool> background = std::nullopt) const {
+                  std::optional<bool> background = std::nullopt, std::optional<TurnEnd> end = std::nullopt) const {
         SnapshotRequest request = context_.request(kind, std::move(label), context_.whole());
         request.background = background;
+        request.end = std::move(end);
         const SnapshotResult result = handler_.engine.snapshot(project, request);
         std::string line = HookContext::noteOn(result, project);
         for (const std::string& note : HookContext::notesOnGaps(result)) line += "; " + note;

@@ -35,9 +35,9 @@ struct SnapshotRequest {
     // All tracked projects, when the caller has just read the registry and keeps them for the call; null: it is read. A
     // project tracked inside this one since then is still listed as a part of it, as in every older snapshot.
     const std::vector<Project>* registry = nullptr;
-    // Where nothing changed since the newest snapshot no record is written; the result is that snapshot's.
-    bool onlyChanges = false;
-    std::optional<bool> background = std::nullopt;      // of a prompt: SnapshotMeta::background
+    bool onlyChanges = false; // where nothing changed no record is written; the result is the newest snapshot's
+    std::optional<bool> background = std::nullopt;      // of a prompt, as in SnapshotMeta
+    std::optional<TurnEnd> end = std::nullopt;          // of a stop, likewise
     std::optional<std::string> reversal = std::nullopt; // of a safety snapshot: SnapshotMeta::reversal
     GitIgnore::Patience* gitPatience = nullptr;         // for callers that have less of it; null: the engine's
 };
@@ -74,7 +74,7 @@ struct RestoreResult {
     bool nothingInScope = false;
     std::optional<std::int64_t> prunedUpTo;
 
-    // Of a dry run: which of the restored paths take the place of something; folders get other permission bits.
+    // Of a dry run: which of the restored paths are there now.
     std::set<std::string, std::less<>> overwritten;
 };
 

@@ -197,6 +197,7 @@ void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
     meta.turn = request.turn;
     meta.reversal = request.reversal;
     meta.background = request.background;
+    meta.end = request.end;
 }
 
 void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {

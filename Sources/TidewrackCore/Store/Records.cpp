@@ -37,6 +37,11 @@ nlohmann::json toJson(const SnapshotMeta& meta) {
     put(object, "reversal", meta.reversal);
     if (meta.notKept > 0) object["notKept"] = meta.notKept;
     if (meta.background) object["background"] = *meta.background;
+    if (meta.end) {
+        object["interrupted"] = meta.end->interrupted;
+        if (meta.end->began) object["began"] = *meta.end->began;
+        put(object, "title", meta.end->title);
+    }
     for (const Stretch& stretch : meta.tookBack)
         object["tookBack"].push_back({{"from", stretch.from}, {"to", stretch.to}});
     return object;
@@ -74,6 +79,8 @@ SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source
     meta.reversal = fields.optionalText("reversal");
     meta.notKept = fields.optionalInteger("notKept").value_or(0);
     meta.background = fields.optionalBoolean("background");
+    if (const auto interrupted = fields.optionalBoolean("interrupted"))
+        meta.end = TurnEnd{*interrupted, fields.optionalInteger("began"), fields.optionalText("title")};
     for (const JsonFields& stretch : fields.optionalObjects("tookBack"))
         meta.tookBack.push_back({stretch.integer("from"), stretch.integer("to")});
     return meta;

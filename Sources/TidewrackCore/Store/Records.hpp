@@ -35,6 +35,15 @@ struct Stretch {
     bool operator==(const Stretch&) const = default;
 };
 
+// What the snapshot at a turn's end tells of the turn, which may outlive all others of it.
+struct TurnEnd {
+    bool interrupted = false;          // the agent was cut off
+    std::optional<std::int64_t> began; // the first of the turn's snapshots here
+    std::optional<std::string> title;  // the prompt, where that is one of them
+
+    bool operator==(const TurnEnd&) const = default;
+};
+
 // One snapshot.
 struct SnapshotMeta {
     std::int64_t seq = 0;
@@ -56,6 +65,7 @@ struct SnapshotMeta {
     // Of a prompt: whether an agent's task in the background sent it, so that no turn begins with it. Absent in older
     // records.
     std::optional<bool> background;
+    std::optional<TurnEnd> end; // of a stop; absent in older records
     // The two snapshots around a restore only: "restore", "undo" or "redo"; and what it took back in full.
     std::optional<std::string> reversal;
     std::vector<Stretch> tookBack;

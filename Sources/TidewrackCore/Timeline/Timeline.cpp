@@ -64,7 +64,8 @@ class Grouping {
         for (at_ = 0; at_ < records_.size(); ++at_)
             if (isAgents(records_[at_])) addToTurn();
         for (Draft& draft : drafts_) // the end of a turn that did nothing here is none of this project's
-            if (std::any_of(draft.own.begin(), draft.own.end(), [&](auto own) { return record(own).kind != "stop"; }))
+            if (std::any_of(draft.own.begin(), draft.own.end(), [&](auto own) { return record(own).kind != "stop"; }) ||
+                isThinned(draft))
                 addTurn(draft);
         for (at_ = 0; at_ < records_.size(); ++at_) addOther();
         for (std::size_t step = 0; step + 1 < records_.size(); ++step) addOutside(step);
@@ -124,10 +125,30 @@ class Grouping {
 
     // --- Rows ---
 
+    // Whether the end of the turn is all that is left of it. Older records do not tell when it began: where a number is
+    // missing before it, something was pruned.
+    [[nodiscard]] bool isThinned(const Draft& draft) const {
+        const std::size_t at = draft.own.front();
+        const SnapshotMeta& stop = record(at);
+        if (stop.kind != "stop") return false;
+        if (!stop.end) return at > 0 && record(at - 1).seq + 1 < stop.seq;
+        if (!stop.end->began || *stop.end->began >= stop.seq) return false;
+        return record(placeOf(*stop.end->began)).seq != *stop.end->began;
+    }
+
+    // The record with the state before the turn, as near as there is one.
+    [[nodiscard]] std::size_t beginOf(const Draft& draft) const {
+        const std::size_t at = draft.own.front();
+        if (!isThinned(draft)) return at;
+        const std::size_t first = record(at).end ? placeOf(*record(at).end->began) : at;
+        return first > 0 ? first - 1 : first;
+    }
+
     void addTurn(Draft& draft) {
         const SnapshotMeta& begin = record(draft.own.front());
         TimelineRow row;
-        row.first = row.last = begin.seq;
+        row.first = record(beginOf(draft)).seq;
+        row.thinned = isThinned(draft);
         row.agent = begin.agent;
         row.session = begin.session;
         row.turn = begin.turn;
@@ -135,7 +156,10 @@ class Grouping {
         row.began = begin.created;
         row.seen = record(draft.own.back()).created;
         if (draft.next < records_.size()) row.next = record(draft.next).created;
-        if (row.prompted) row.title = begin.label.value_or("");
+        if (row.prompted)
+            row.title = begin.label.value_or("");
+        else if (const auto& end = record(draft.own.back()).end)
+            row.title = end->title.value_or("");
         setEnd(draft, row);
         for (const std::size_t own : draft.own) {
             row.own.push_back(record(own).seq);
@@ -153,7 +177,8 @@ class Grouping {
         const SnapshotMeta& newest = record(draft.own.back());
         if (newest.kind == "stop") {
             draft.end = std::min(draft.own.back(), draft.next);
-            row.end = newest.label == "Interrupted" ? End::interrupted : End::stop;
+            const bool interrupted = newest.end ? newest.end->interrupted : newest.label == "Interrupted";
+            row.end = interrupted ? End::interrupted : End::stop;
             row.ended = newest.created;
         } else {
             draft.end = endNotSeen(draft);
@@ -176,9 +201,10 @@ class Grouping {
     // of its own where something else was recorded in between.
     void addSteps(const Draft& draft, TimelineRow& row) {
         std::size_t own = 0;
-        for (std::size_t step = draft.own.front(); step < draft.end; ++step) {
+        for (std::size_t step = beginOf(draft); step < draft.end; ++step) {
             while (own + 1 < draft.own.size() && draft.own[own + 1] <= step) ++own;
-            const bool waits = record(draft.own[own]).kind == "stop" && own + 1 < draft.own.size();
+            const bool waits =
+                draft.own[own] <= step && record(draft.own[own]).kind == "stop" && own + 1 < draft.own.size();
             if ((waits && draft.own[own + 1] != draft.own[own] + 1) || isReversal(step)) continue;
             steps_[step].turns.push_back(rows_.size());
             const Stretch stretch{record(step).seq, record(step + 1).seq};

@@ -192,8 +192,12 @@ const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {
 }
 
 UndoChoice TurnUndo::turn(std::int64_t seq) const {
-    (void)history_.snapshot(seq); // throws where there is none
     const TimelineRow* row = timeline_.turnAt(seq);
+    try {
+        (void)history_.snapshot(seq);
+    } catch (const TidewrackError& error) { // one that was pruned may be named as well
+        if (error.kind() != TidewrackError::Kind::noSnapshot || row == nullptr || row->last < seq) throw;
+    }
     if (row == nullptr)
         throw TidewrackError::refused("Snapshot #" + std::to_string(seq) +
                                       " belongs to no turn. `tidewrack timeline` lists the turns.");
