@@ -177,7 +177,8 @@ TEST_F(CommandTest, pathsNarrowDown) {
     EXPECT_EQ(world.ok({"diff", "1", "2", "sub"}), "No changes.\n");
     EXPECT_EQ(world.ok({"diff", "2", "3", "a", "sub/b"}), "~ sub/b\n");
     EXPECT_EQ(world.ok({"diff", "2", "3", "sub", "--patch"}).find("diff --git a/sub/b b/sub/b\n"), 0U);
-    EXPECT_EQ(world.run({"diff", "1", "--", "nope"}).err, "warning: nope is on neither side\n");
+    const Outcome unknown = world.run({"diff", "1", "--", "nope", "sub"});
+    EXPECT_EQ(std::to_string(unknown.status) + unknown.out + unknown.err, "1tidewrack: nope is on neither side\n");
     EXPECT_EQ(json({"diff", "1", "--json", "--", "sub"})["added"], nlohmann::json{"sub/c"});
     const auto rows = [&](const std::vector<std::string>& words) {
         return std::regex_replace(world.ok(words), std::regex(" +[0-9]+s ago +manual +→ +"), ": ");

@@ -62,24 +62,38 @@ void printRestored(Invocation& call, const RestoreResult& result) {
     if (dry) call.warn(result.safetyWarnings);
 }
 
-// Throws where a path is neither in the snapshot nor in the folder: then it was written wrong, and doing the rest would
-// leave the impression that all was done.
-void refuseUnknown(Invocation& call, const Project& project, std::int64_t seq, const std::vector<std::string>& paths) {
-    std::optional<Manifest> manifest;
+// Throws where a path is in none of the snapshots, nor in the folder: then it was written wrong, and doing the rest
+// would leave the impression that all was done.
+void refuseUnknown(Invocation& call, const Project& project, const std::vector<std::int64_t>& seqs,
+                   const std::vector<std::string>& paths) {
+    std::vector<Manifest> manifests;
     for (std::size_t i = 0; i < paths.size(); ++i) {
         const std::string relative = Engine::relative(project, paths[i]);
         if (relative.empty() || exists(joined(project.root, relative))) continue;
-        if (!manifest) {
-            const History history = call.store().history(project);
-            manifest = history.manifest(history.snapshot(seq));
-        }
-        const auto names = volumeIgnoresCase(project.root) ? asListed({relative}, {&*manifest}) : std::vector{relative};
-        const auto isListed = [&](const std::string& name) { return manifest->lists(name); };
-        if (std::any_of(names.begin(), names.end(), isListed)) continue;
+        const History history = call.store().history(project);
+        while (manifests.size() < seqs.size())
+            manifests.push_back(history.manifest(history.snapshot(seqs[manifests.size()])));
+        const auto lists = [&](const Manifest& manifest) {
+            const auto names =
+                volumeIgnoresCase(project.root) ? asListed({relative}, {&manifest}) : std::vector{relative};
+            return std::any_of(names.begin(), names.end(),
+                               [&](const std::string& name) { return manifest.lists(name); });
+        };
+        if (std::any_of(manifests.begin(), manifests.end(), lists)) continue;
         const std::string& word = call.args.positional[i + 1];
-        throw CliError(word + " is neither in snapshot #" + std::to_string(seq) + " nor in the folder" +
-                       adviceOn(call, project, *manifest, word));
+        std::string where = (seqs.size() == 1 ? "snapshot #" : "snapshots #") + std::to_string(seqs.front());
+        if (seqs.size() > 1) where += " and #" + std::to_string(seqs.back());
+        throw CliError(word + " is neither in " + where + " nor in the folder" +
+                       adviceOn(call, project, manifests.front(), word));
     }
+}
+
+// The snapshots that `undo N` compares, where the second one is not the folder as it is.
+std::vector<std::int64_t> sidesOf(const History& history, std::int64_t turn) {
+    std::vector<std::int64_t> sides{turn};
+    const auto seqs = history.seqs();
+    if (const auto next = std::upper_bound(seqs.begin(), seqs.end(), turn); next != seqs.end()) sides.push_back(*next);
+    return sides;
 }
 
 } // namespace
@@ -89,7 +103,7 @@ int restore(Invocation& call) {
     const auto paths = chosenPaths(call);
     const Project project = call.project();
     const std::int64_t seq = call.number(project, to);
-    if (paths) refuseUnknown(call, project, seq, *paths);
+    if (paths) refuseUnknown(call, project, {seq}, *paths);
     clearAfterVault(call);
     printRestored(call, call.engine().restore(project, seq, paths, !call.args.has("--keep-new"), acting(call)));
     return 0;
@@ -109,6 +123,7 @@ int undo(Invocation& call) {
     const std::int64_t turn = word.number;
     const auto paths = chosenPaths(call);
     const Project project = call.project();
+    if (paths) refuseUnknown(call, project, sidesOf(call.store().history(project), turn), *paths);
     clearAfterVault(call);
     const RestoreResult result = call.engine().undo(project, turn, paths, acting(call));
     const bool idle = result.nothingInScope;

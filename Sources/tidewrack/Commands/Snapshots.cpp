@@ -3,6 +3,7 @@
 #include "Agents/SnapshotTexts.hpp"
 #include "Commands/Commands.hpp"
 #include "Commands/Turns.hpp"
+#include "Commands/UnknownPaths.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/LinesReport.hpp"
@@ -22,11 +23,12 @@ namespace tidewrack::commands {
 
 namespace {
 
-void warnOfUnknown(Invocation& call, const Engine::Sides& sides, const std::vector<std::string>& paths) {
-    for (const std::string& path : paths) {
+// A path that was written wrong must not read as if nothing changed there.
+void refuseUnknown(Invocation& call, const Project& project, const Engine::Sides& sides,
+                   const std::vector<std::string>& paths) {
+    for (const std::string& path : paths)
         if (!path.empty() && !sides.older.lists(path) && !sides.newer.lists(path))
-            call.warn({path + " is on neither side"});
-    }
+            throw CliError(path + " is on neither side" + adviceOn(call, project, sides.older, path));
 }
 
 void printChanges(Invocation& call, const Changes& changes) {
@@ -125,7 +127,7 @@ int diff(Invocation& call) {
     Changes changes = Changes::between(sides.older, sides.newer);
     if (!paths.empty()) {
         changes = changes.within(paths);
-        warnOfUnknown(call, sides, paths);
+        refuseUnknown(call, project, sides, paths);
     }
     if (args.has("--content")) changes = withoutTouched(call.store(), project, sides, changes);
     if (lines)
