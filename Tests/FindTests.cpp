@@ -147,6 +147,33 @@ TEST_F(Finding, knowsSeveralTimesAndWhatWasNotKept) {
 }
 
 // Numbers of snapshots, what changed after them, and patches; ages left out.
+TEST_F(Finding, anEmptyFolderAndTheVersionThatWasKept) {
+    f.makeFolder("project/hollow"); // with a file that changed, or alone
+    f.write("project/empty", "1");
+    snap("manual", "");
+    f.write("project/empty", "2");
+    f.remove("project/hollow");
+    snap("manual", "");
+    f.makeFolder("project/alone");
+    snap("manual", "");
+    f.remove("project/alone");
+    snap("manual", "");
+    EXPECT_NE(found({"hollow"}).find("hollow/  #4  gone in #5"), std::string::npos) << found({"hollow"});
+    EXPECT_NE(found({"alone"}).find("alone/  #6  gone in #7"), std::string::npos) << found({"alone"});
+    EXPECT_NE(world.ok({"log", "hollow"}).find("folders alone"), std::string::npos);
+    const std::string record = "store/projects/" + world.project().id + "/project.json";
+    json project = json::parse(f.read(record));
+    project["maxFileSize"] = 100;
+    f.write(record, project.dump());
+    f.write("project/img", "small");
+    snap("manual", "");
+    f.write("project/img", std::string(200, 'x'));
+    snap("manual", "");
+    f.remove("project/img");
+    snap("manual", "");
+    EXPECT_NE(found({"img"}).find("tidewrack restore 8 img\n"), std::string::npos) << found({"img"});
+}
+
 TEST_F(Finding, logOfAPathFollowsItThroughItsNames) {
     f.write("project/moved/notes", "two\n");
     snap("prompt", "Go on"); // 4

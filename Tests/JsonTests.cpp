@@ -211,6 +211,7 @@ TEST(Json, printsWhatIsDocumented) {
     document.check("usage", usageJson(usage));
     SnapshotMeta task;
     task.background = true;
+    task.folders = 1;
     task.end = TurnEnd{false, 1, "title"};
     document.check("log", json::array({toJson(task)}));
 

@@ -96,7 +96,8 @@ class Trail {
             if (meta.seq != before.seq + 1) break; // what is pruned may have been anything
             // A snapshot names a content only where it found the file as the one before did; a restore where it put it.
             const bool sameContent = kept && keeper <= before.seq && meta.kind != "restored";
-            if (!sameContent && !(absent && meta.deleted == 0)) break;
+            const bool noneGone = meta.deleted == 0 && meta.folders == 0 && meta.added + meta.modified > 0;
+            if (!sameContent && !(absent && noneGone)) break;
         }
         return at;
     }
@@ -116,7 +117,7 @@ class Trail {
         for (const Manifest* side : {&sides.older, &sides.newer})
             result_.known = result_.known || path_.empty() || side->lists(path_);
         PathStep step{before, shownIn, {}, Changes::between(sides.older, sides.newer).within({path_}), path_, {}};
-        if (step.changes.fileCounts().sum() == 0) return true;
+        if (step.changes.isEmpty()) return true;
         step.sides = std::move(sides);
         if (std::binary_search(step.changes.added.begin(), step.changes.added.end(), path_))
             for (const Manifest::Item& item : step.sides.newer.items())

@@ -156,10 +156,13 @@ std::vector<FoundPath> folded(std::vector<FoundPath> all, const NamePattern& pat
     return rows;
 }
 
-// Without additions and removals of files the names are those of the snapshot before. Its record counts from there only
-// while no snapshot in between has been pruned.
+// Whether the names, and what of them is kept, are those of the snapshot before, as far as the record tells. It counts
+// from there only while no snapshot in between has been pruned, and in an older record without the folders. A listing
+// of its own in which no file changed has other folders.
 bool sameNames(const SnapshotMeta& before, const SnapshotMeta& meta) {
-    return meta.manifestOf == before.manifestOf || (meta.seq == before.seq + 1 && meta.added == 0 && meta.deleted == 0);
+    if (meta.manifestOf == before.manifestOf) return true;
+    return meta.seq == before.seq + 1 && meta.added == 0 && meta.deleted == 0 && meta.folders == 0 &&
+           meta.modified > 0 && meta.notKept == before.notKept;
 }
 
 } // namespace

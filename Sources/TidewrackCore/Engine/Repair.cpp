@@ -198,10 +198,12 @@ class Repair {
                                            [](std::int64_t number, const auto& each) { return number < each.seq; });
         try {
             const Manifest before = next == all.begin() ? Manifest() : history_.manifest(*std::prev(next));
-            const auto counts = Changes::between(before, listing).fileCounts();
+            const Changes changes = Changes::between(before, listing);
+            const auto counts = changes.fileCounts();
             meta.added = counts.added;
             meta.modified = counts.modified;
             meta.deleted = counts.deleted;
+            meta.folders = static_cast<std::int64_t>(changes.folders.size());
         } catch (const TidewrackError&) { // the one before is damaged too
         }
         all.insert(next, meta);

@@ -330,6 +330,7 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
+    meta.folders = static_cast<std::int64_t>(changes.folders.size());
     if (!share) history.writeManifest(lock, meta.seq, after, PendingWrites());
     history.writeSnapshot(lock, meta);
     history.bringNamesToDisk(lock);

@@ -206,6 +206,7 @@ void copyCounts(const TakenSnapshot& taken, SnapshotMeta& meta) {
     meta.added = counts.added;
     meta.modified = counts.modified;
     meta.deleted = counts.deleted;
+    meta.folders = static_cast<std::int64_t>(taken.result.changes.folders.size());
     const auto isUnseen = [](const Warning& warning) { return warning.kind == Warning::Kind::unread; };
     const auto& warnings = taken.result.warnings;
     meta.notKept = taken.result.notKept.count() + std::count_if(warnings.begin(), warnings.end(), isUnseen);

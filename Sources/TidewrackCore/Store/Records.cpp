@@ -35,6 +35,7 @@ nlohmann::json toJson(const SnapshotMeta& meta) {
     put(object, "session", meta.session);
     put(object, "turn", meta.turn);
     put(object, "reversal", meta.reversal);
+    if (meta.folders > 0) object["folders"] = meta.folders;
     if (meta.notKept > 0) object["notKept"] = meta.notKept;
     if (meta.background) object["background"] = *meta.background;
     if (meta.end) {
@@ -77,6 +78,7 @@ SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source
     meta.pinned = fields.boolean("pinned");
     meta.durationMs = fields.integer("durationMs");
     meta.reversal = fields.optionalText("reversal");
+    meta.folders = fields.optionalInteger("folders").value_or(0);
     meta.notKept = fields.optionalInteger("notKept").value_or(0);
     meta.background = fields.optionalBoolean("background");
     if (const auto interrupted = fields.optionalBoolean("interrupted"))

@@ -60,6 +60,7 @@ struct SnapshotMeta {
     std::int64_t deleted = 0;
     bool pinned = false;
     std::int64_t durationMs = 0;
+    std::int64_t folders = 0; // how many folders were added or deleted; not told by older records
     // Of a snapshot: how many files and links it lists without their content, and what it could not look into.
     std::int64_t notKept = 0;
     // Of a prompt: whether an agent's task in the background sent it, so that no turn begins with it. Absent in older

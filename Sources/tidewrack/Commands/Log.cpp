@@ -134,6 +134,11 @@ void warnOrRefuse(Invocation& call, const PathTrail& trail, const std::string& p
                                   shellWord(lastComponent(path)));
 }
 
+std::string changesText(const Changes& changes) {
+    const auto counts = changes.fileCounts();
+    return counts.sum() == 0 ? "folders alone" : countsText(counts);
+}
+
 // The rows after which something at or below the path changed, with what changed there.
 void logOfPath(Invocation& call, const Project& project, const std::string& path, std::size_t most) {
     std::vector<UnreadRecord> unread;
@@ -147,8 +152,8 @@ void logOfPath(Invocation& call, const Project& project, const std::string& path
             list.push_back(toJson(meta));
             if (step.renamedFrom) list.back()["renamedFrom"] = repairedUtf8(*step.renamedFrom);
         } else {
-            const std::string after = step.renamedFrom ? "renamed from " + call.shown(*step.renamedFrom)
-                                                       : countsText(step.changes.fileCounts());
+            const std::string after =
+                step.renamedFrom ? "renamed from " + call.shown(*step.renamedFrom) : changesText(step.changes);
             call.print(row(call, meta, after + (step.shownIn == 0 ? " so far" : "")));
             if (call.args.has("--patch") && !step.renamedFrom)
                 writePatch(call.store(), project, step.sides, step.changes, call.look(),
@@ -201,7 +206,10 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
     const TurnUndo undo(call.engine(), project);
     call.warnOfUnread(undo.unread());
     std::vector<TimelineRow> rows = undo.timeline().rows;
-    for (TimelineRow& row : rows) row.counts = Changes::Counts();
+    for (TimelineRow& row : rows) {
+        row.counts = Changes::Counts();
+        row.foldersAlone = false;
+    }
     const auto add = [&](const PathStep& step) {
         const auto whose = rowsOf(undo, step);
         for (TimelineRow& row : rows) {
@@ -212,6 +220,7 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
                 if (step.shownIn == 0 ? !open : stretch.from >= step.shownIn || (!open && step.shownIn > stretch.to))
                     continue;
                 const auto more = step.changes.fileCounts();
+                row.foldersAlone = true; // where no file is counted
                 row.counts = {row.counts->added + more.added, row.counts->modified + more.modified,
                               row.counts->deleted + more.deleted};
             }
@@ -219,7 +228,8 @@ void turnsOfPath(Invocation& call, const Project& project, const std::string& pa
         return true;
     };
     warnOrRefuse(call, followPath(call.engine(), project, undo.records(), path, add), path);
-    std::erase_if(rows, [](const TimelineRow& row) { return row.counts->sum() == 0; });
+    for (TimelineRow& row : rows) row.foldersAlone = row.foldersAlone && row.counts->sum() == 0;
+    std::erase_if(rows, [](const TimelineRow& row) { return row.counts->sum() == 0 && !row.foldersAlone; });
     rows.resize(std::min(rows.size(), most));
     printTurns(call, project, undo.timeline(), std::move(rows));
 }
