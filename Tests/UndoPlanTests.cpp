@@ -177,6 +177,8 @@ TEST(UndoPlan, ofSeveralStepsAndWithOptions) {
               "keep d made anew, keep d/a blocked, keep n/a blocked");
     EXPECT_EQ(planned({"a=1|2|3| b=1", "a=x|2|3| b=2"}, "a=x|2|y| b=2", later(UndoOptions::Later::kept)),
               "keep a changed, ~b=1");
+    EXPECT_EQ(planned({"y=1", "y/ y/a=1"}, "y/ y/a=1 y/b=2", later(UndoOptions::Later::kept)),
+              "keep y/ changed, keep y/a changed");
     EXPECT_EQ(planned({"a=1 b=1", "a=2 b=2"}, "a=2 b=2", {{}, [](std::string_view path) { return path == "b"; }, {}}),
               "~b=1");
     // Whose it was can't be told, but by the names that were noted.

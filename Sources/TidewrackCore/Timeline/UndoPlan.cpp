@@ -359,8 +359,8 @@ std::set<std::string, std::less<>> usedFolders(const Manifest& now, const Action
 }
 
 // In place of a folder that stays nothing is put back; then what the work had in it stays as well.
-void leaveFolder(UndoAction& action, Reason reason, std::string detail, Actions& actions) {
-    action.kind = Kind::leave;
+void leaveFolder(UndoAction& action, Kind kind, Reason reason, std::string detail, Actions& actions) {
+    action.kind = kind;
     action.reason = reason;
     action.detail = std::move(detail);
     action.folder = true;
@@ -368,7 +368,7 @@ void leaveFolder(UndoAction& action, Reason reason, std::string detail, Actions&
     for (auto below = actions.upper_bound(action.path + "/");
          below != actions.end() && isAtOrBelow(below->first, action.path); ++below) {
         if (below->second.kind != Kind::remove) continue;
-        below->second.kind = Kind::leave;
+        below->second.kind = kind;
         below->second.reason = Reason::changed;
     }
 }
@@ -386,8 +386,8 @@ void keepUsedFolders(const Manifest& now, const UndoOptions& options, const Undo
         if (!isUsed && name.empty()) continue;
         for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at)) used.emplace(at);
         if (replaced) {
-            leaveFolder(action, isUsed ? Reason::changed : Reason::unlisted, name, actions);
-            if (options.later == Later::kept && isUsed) action.kind = Kind::keep;
+            const Kind kind = options.later == Later::kept && isUsed ? Kind::keep : Kind::leave;
+            leaveFolder(action, kind, isUsed ? Reason::changed : Reason::unlisted, name, actions);
         } else if (isUsed) {
             superfluous.push_back(path);
         } else {
