@@ -249,6 +249,8 @@ int log(Invocation& call) {
     const auto word = call.args.word(0);
     const bool turns = call.args.has("--turns");
     if (word && word->empty()) throw CliError("missing path");
+    if (call.args.positional.size() > 1)
+        throw CliError("log takes one path, got " + call.args.positional[1] + " as well");
     if (call.args.has("--patch") && call.json()) throw CliError("a patch is no JSON: give --patch or --json");
     if (call.args.has("--patch") && (!word || turns)) throw CliError("--patch goes with a path, and not with --turns");
     const Project project = call.project();

@@ -167,6 +167,8 @@ int show(Invocation& call) {
 
 int timeline(Invocation& call) {
     const auto most = mostListed(call.args);
+    for (const char* option : {"--agent", "--session"}) // a script's unset variable must not mean all
+        if (call.args.value(option) == "") throw CliError(std::string(option) + " needs a value");
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     call.warnOfUnread(undo.unread());
