@@ -522,7 +522,7 @@ TEST_F(Turns, asksAgainWhenMoreWasChanged) {
     EXPECT_EQ(again.find("More was changed meanwhile.\n"), 0U) << again;
     EXPECT_NE(again.find("~ config\n~ notes\n2 files overwritten.\n"), std::string::npos) << again;
     EXPECT_EQ(f.read("project/notes"), "1\n");
-    EXPECT_EQ(::write(terminal.get(), "yes\n", 4), 4);
+    EXPECT_EQ(::write(terminal.get(), "Yes\n", 4), 4);
     EXPECT_EQ(status.get(), 0);
     EXPECT_EQ(f.read("project/notes"), "one\n");
 }
