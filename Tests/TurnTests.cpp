@@ -266,6 +266,15 @@ TEST_F(Turns, aFoldersPermissionsGoBackToo) {
     EXPECT_EQ(back({"undo", "--turn", "6"}), "0\nNothing is left to take back of " + turn + ".\n");
 }
 
+TEST_F(Turns, aFileThatATurnChangedTwiceCountsOnce) {
+    prompt("s", "one");
+    f.write("project/notes", "1\n");
+    world.ok({"undo", "--last"});
+    f.write("project/notes", "2\n");
+    stop("s");
+    EXPECT_NE(world.ok({"timeline"}).find("claude  \"one\"  +0 ~1 -0"), std::string::npos) << world.ok({"timeline"});
+}
+
 TEST_F(Turns, aTurnThatChangedFoldersAloneIsOne) {
     f.makeFolder("project/empty");
     prompt("s", "tidy up");
@@ -279,6 +288,7 @@ TEST_F(Turns, aTurnThatChangedFoldersAloneIsOne) {
     EXPECT_TRUE(f.has("project/empty"));
 }
 
+// A dry run looks at the folder, the act at the safety snapshot: what is not kept looks different there.
 TEST_F(Turns, filesTooLargeToBeKept) {
     const std::string record = "store/projects/" + world.project().id + "/project.json";
     json project = json::parse(f.read(record));

@@ -115,19 +115,46 @@ TurnUndo::TurnUndo(const Engine& engine, const Project& project)
     if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
 }
 
+namespace {
+
+// Whether a path was there before all that was looked at, and whether it is after it.
+struct Existence {
+    bool before = false;
+    bool after = false;
+};
+
+void follow(const Changes& changes, std::map<std::string, Existence>& files) {
+    const auto add = [&](const std::vector<std::string>& paths, bool before, bool after) {
+        for (const std::string& path : paths)
+            if (!changes.folders.contains(path))
+                files.emplace(path, Existence{before, after}).first->second.after = after;
+    };
+    add(changes.added, false, true);
+    add(changes.modified, true, true);
+    add(changes.deleted, true, false);
+}
+
+} // namespace
+
+// A file counts once, also where something else was recorded in between.
 void TurnUndo::count(TimelineRow& row) const {
     if (row.counts) return;
-    Changes::Counts counts;
+    std::map<std::string, Existence> files;
     bool any = false;
-    for (const Stretch& stretch : openStretches(row)) {
-        const auto sides =
-            engine_.sides(project_, stretch.from, stretch.to == untilNow ? std::nullopt : std::optional(stretch.to));
-        const auto more = Changes::between(sides.older, sides.newer).fileCounts();
-        counts = {counts.added + more.added, counts.modified + more.modified, counts.deleted + more.deleted};
-        any = any || more.sum() > 0 || !changesWithFolderModes(sides.older, sides.newer).empty();
+    const std::vector<Stretch> newestFirst = openStretches(row);
+    for (auto stretch = newestFirst.rbegin(); stretch != newestFirst.rend(); ++stretch) {
+        const auto to = stretch->to == untilNow ? std::nullopt : std::optional(stretch->to);
+        const Engine::Sides sides = engine_.sides(project_, stretch->from, to);
+        follow(Changes::between(sides.older, sides.newer), files);
+        any = any || !changesWithFolderModes(sides.older, sides.newer).empty();
     }
-    row.counts = counts;
-    row.foldersAlone = any && counts.sum() == 0;
+    row.counts.emplace();
+    for (const auto& [path, file] : files) {
+        if (file.before && file.after) ++row.counts->modified;
+        if (!file.before && file.after) ++row.counts->added;
+        if (file.before && !file.after) ++row.counts->deleted;
+    }
+    row.foldersAlone = any && files.empty();
 }
 
 bool TurnUndo::hasChanges(const TimelineRow& row) const {
