@@ -339,6 +339,24 @@ TEST_F(Turns, whatCannotGoBackStaysWhereItIs) {
     EXPECT_FALSE(f.has("project/lib"));
 }
 
+TEST_F(Turns, aDryRunKnowsWhatTheFoldersRefuse) {
+    if (::geteuid() != 0) GTEST_SKIP() << "all folders are the user's own";
+    ASSERT_EQ(::chmod(f.path().c_str(), 0755), 0);
+    prompt("s", "one");
+    f.write("project/notes", "1\n");
+    stop("s");
+    const std::string text = unprivileged(
+        f,
+        [&] {
+            return back({"undo", "--last", "--dry-run"}) + back({"undo", "--last"});
+        },
+        "store");
+    const std::string refused =
+        "3\nNothing of turn #2–#3 of claude, \"one\" is taken back:\n! notes  Permission denied\n"
+        "1 path is left alone.\n";
+    EXPECT_EQ(text, refused + "Nothing was changed.\n" + refused);
+}
+
 // What the restore itself finds in its way is told like everything else.
 TEST_F(Turns, whatCannotBeDoneIsNoSuccess) {
     prompt("s", "one");

@@ -17,6 +17,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -155,6 +156,38 @@ void giveAttributes(const Project& project, const History& history, const Restor
     }
 }
 
+// Whether the folder around the path lets nobody work in it. A folder that is closed to its owner is opened first, and
+// one that is not there is made.
+int closedAround(FolderBelow& files, std::string_view path, const std::set<std::string_view>& opened) {
+    Place place;
+    if (files.place(path, place) != 0 || ::faccessat(place.folder, ".", W_OK | X_OK, AT_EACCESS) == 0) return 0;
+    const int error = errno;
+    struct stat folder {};
+    const bool opens =
+        opened.contains(parentOf(path)) && ::fstat(place.folder, &folder) == 0 && folder.st_uid == ::geteuid();
+    return opens ? 0 : error;
+}
+
+// What the plan has, and the folders refuse.
+void foreseeRefusals(const Project& project, const RestorePlan& plan, RestoreResult& result) {
+    using Action = PathOutcome::Action;
+    Descriptor root;
+    if (openFolder(project.root, root) != 0) return;
+    FolderBelow files(root.get());
+    std::set<std::string_view> opened;
+    for (const Manifest::Item* item : plan.closedFolders) opened.insert(item->path);
+    for (PathOutcome& outcome : result.outcomes) {
+        const bool removes = outcome.action == Action::removed;
+        const bool stays = outcome.kind == EntryKind::dir && result.overwritten.contains(outcome.path);
+        if (!removes && (outcome.action != Action::restored || stays)) continue;
+        const int error = closedAround(files, outcome.path, opened);
+        if (error == 0) continue;
+        outcome.action = removes ? Action::notRemoved : Action::notRestored;
+        outcome.obstacle = Obstacle::system(error);
+        result.overwritten.erase(outcome.path);
+    }
+}
+
 // A file that was recovered just now, and that the snapshot gone back to lacks, is not counted as removed: nobody has
 // seen it yet.
 void addInterrupted(const std::vector<PathOutcome>& outcomes, RestoreResult& result) {
@@ -249,6 +282,7 @@ RestoreResult Engine::aim(const Project& project, const Manifest& target, const 
             (outcome.kind == EntryKind::dir) == (standing->kind == EntryKind::dir))
             result.overwritten.insert(outcome.path);
     }
+    foreseeRefusals(project, plan, result);
     result.safetyWarnings = present.result.warnings;
     return result;
 }
