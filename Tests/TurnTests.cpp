@@ -205,7 +205,6 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     }
 }
 
-// A dry run looks at the folder, the act at the safety snapshot: what is not kept looks different there.
 TEST_F(Turns, aDryRunTellsWhatAKilledRestoreLeft) {
     prompt("s", "work");
     f.write("project/config", "the turn's\n");
