@@ -33,7 +33,7 @@ endif()
 
 # What keeps a fault in reading hostile input from becoming more than an end of the process.
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
-  # No path of the building machine gets into the program: builds of one commit are equal wherever they are made.
+  # No path of the building machine gets into the program.
   target_compile_options(tidewrack_settings INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
   target_compile_options(tidewrack_settings INTERFACE
     -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
