@@ -128,6 +128,8 @@ TEST_F(ShellGuardOnDisk, readsWhatProgramsAreGivenToFollow) {
          ""},
         {"awk '{print $1, $2 >> \"b.txt\"}' a.txt; gawk -oa.txt 'BEGIN{}'; awk '{print > \"none\"}'",
          " @tree/a.txt tree/b.txt"},
+        {"git archive -o a.txt HEAD; git bundle create -q b.txt HEAD; git archive HEAD | tar t",
+         " @tree/a.txt tree/b.txt"},
         {"awk '{print > $2}' a.txt", " ~tree"},
         {"awk 'BEGIN{\"rm x\" | getline}'", " ~tree"},
         {"awk '{print | \"sh\"}' a.txt", " ~tree"},

@@ -78,6 +78,7 @@ class Examination {
         return shell::hasOption(arguments_, letter, name);
     }
     void takeUnknownWords();
+    void writeTold(Words arguments);
     void lookAtRemoved(const Rule& rule, Words command) const;
 
     std::string_view name_;
@@ -214,6 +215,24 @@ void Examination::runScript() {
 
 void Examination::git() {
     examineGit(arguments_, cwd_, effects_);
+    const auto is = [](std::string_view text) { return [text](const Word& word) { return word.text == text; }; };
+    const auto archive = std::find_if(arguments_.begin(), arguments_.end(), is("archive"));
+    const auto bundle = std::find_if(arguments_.begin(), arguments_.end(), is("bundle"));
+    if (archive != arguments_.end()) writeTold({archive, arguments_.end()});
+    if (bundle == arguments_.end() || bundle + 1 == arguments_.end() || (bundle + 1)->text != "create"sv) return;
+    const auto file = std::find_if_not(bundle + 2, arguments_.end(), isOption);
+    if (file != arguments_.end()) effects_.write(*file, cwd_);
+}
+
+// -o FILE, -oFILE
+void Examination::writeTold(Words arguments) {
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        Word file = arguments[index];
+        if (!file.text.starts_with("-o")) continue;
+        file.text.erase(0, 2);
+        if (file.text.empty() && index + 1 < arguments.size()) file = arguments[index + 1];
+        effects_.write(file, cwd_);
+    }
 }
 
 void Examination::find() {

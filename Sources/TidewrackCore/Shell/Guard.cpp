@@ -46,6 +46,9 @@ bool isCount(std::string_view text, std::size_t& count) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
+// No shorter line sets an option of patterns and uses it.
+constexpr std::size_t globOptionLength = 16;
+
 bool isOperand(const Word& word) {
     return !word.unknown && !word.text.starts_with('-');
 }
@@ -59,8 +62,9 @@ bool mayFeedShell(const Word& name) {
 } // namespace
 
 Decision Guard::run(std::string_view line) {
-    followsLast_ = line.find("$_") != line.npos || line.find("${_") != line.npos;
-    if (line.find("glob") != line.npos || line.find("GLOBIGNORE") != line.npos) takeGlobOptions(line);
+    if (line.find('_') != line.npos) followsLast_ = line.find("$_") != line.npos || line.find("${_") != line.npos;
+    if (line.size() > globOptionLength && (line.find("glob") != line.npos || line.find("GLOBIGNORE") != line.npos))
+        takeGlobOptions(line);
     Lexer lexer(line);
     Command command;
     while (lexer.next(command)) take(command);

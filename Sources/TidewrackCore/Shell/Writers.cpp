@@ -303,7 +303,8 @@ std::size_t Writing::takeOption(std::size_t index) {
         return 0;
     }
     // -out, --output: whole words
-    if (listsWord(writer_.options, name) || listsWord(writer_.outputs, name)) {
+    const bool isLetter = text.size() == 2 && writer_.letters.find(text[1]) != text.npos; // which is looked up below
+    if (!isLetter && (listsWord(writer_.options, name) || listsWord(writer_.outputs, name))) {
         if (hasNext) takeValue(name, arguments_[index + 1]);
         return hasNext ? 1 : 0;
     }
