@@ -46,9 +46,10 @@ void Guard::takeDoubts(const Command& command, const std::vector<Word>& words) {
 }
 
 // A cd fails where there is no such folder, and then matters where there is one to stay in.
-bool Guard::isDoubtful(const Doubt& doubt) const {
+bool Guard::isDoubtful(const Doubt& doubt) {
     const std::string& needed = doubt.failsWithout;
-    return needed.empty() || (!isFolder(needed) && !effects_.isMade(needed) && isFolder(doubt.folder));
+    return needed.empty() || !effects_.takesLook() ||
+           (!isFolder(needed) && !effects_.isMade(needed) && isFolder(doubt.folder));
 }
 
 void Guard::noteFailure(const std::string& folder, std::size_t depth) {

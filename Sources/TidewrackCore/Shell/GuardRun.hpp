@@ -61,7 +61,7 @@ class Guard {
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);
     void noteFailure(const std::string& folder, std::size_t depth);
-    [[nodiscard]] bool isDoubtful(const Doubt& doubt) const;
+    [[nodiscard]] bool isDoubtful(const Doubt& doubt);
     void takeDoubts(const Command& command, const std::vector<Word>& words);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     [[nodiscard]] Parameters parametersFrom(std::span<const Word> words);
