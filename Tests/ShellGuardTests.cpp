@@ -170,6 +170,7 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
          "/x/a.o /x/b ?/x"},
         {"for f in a/x b/y; do rm \"$(dirname $f)/z\"; done; d=$(cd ../q && pwd); rm $d/x", "p/a/z p/b/z q/x"},
         {"a=(a b); a+=(c); rm \"${a[@]/#//x/}\"; s=/y; s+=/z; rm $s; t+=(d); rm $t", "p/d /x/a /x/b /x/c /y/z"},
+        {"a=(/x/b /x/c); rm \"${a[@]:0:1}\" ${a[*]:1}", " ?p"},
         {"mkdir -p /x/y && cd $_ && rm z; (test -f a && rm \"$_\"); ls $(u) && rm $_", "/x/y/a /x/y/z ?p /x/y"},
         {"declare -n r=o; o=/x; rm $r/y; rm -rf /x/${!o} /z/$(u)/y", " ?p /x /z"},
         {"rm -rf ~/${NOPE#v}", "home deny"},

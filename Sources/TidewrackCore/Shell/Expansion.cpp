@@ -76,7 +76,8 @@ std::string bracedValue(std::string_view body, std::string_view home, Variables&
     const std::string value(length > 0 ? plainValue(name, home, variables) : "");
     if (length > 0 && leavesNothing(operation) && value.empty()) return "";
     const auto expand = [&](std::string_view text) { return expandedText(text, home, variables); };
-    if (!value.empty())
+    const bool slices = all && change.starts_with(':'); // some of the values, not a part of each
+    if (!value.empty() && !slices)
         if (auto changed = changedValue(change, value, expand, variables.steps())) return std::move(*changed);
     variables.setUnfollowed(true);
     return "";

@@ -429,9 +429,7 @@ bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool h
         else if (words.back().text.starts_with('/'))
             doubts_.clear();
         else if (words.size() > 1 && words.back().text != "-"sv)
-            for (Doubt& doubt : doubts_)
-                if (doubt.folder.size() < Budget::folderLength)
-                    doubt.folder = absolutePath(words.back().text, doubt.folder);
+            moveDoubts(words.back().text);
         // Behind a || cd b && the command runs in either.
         settledDoubts_ = command.afterOr ? doubts_.size() : std::min(settledDoubts_, doubts_.size());
         changeFolder(words, command.depth, hadArgument);

@@ -34,6 +34,11 @@ void Guard::noteDoubt(const std::vector<Word>& words, bool instead, std::size_t 
         doubts_.push_back({depth, absolutePath(words.back().text, position_.previous())});
 }
 
+void Guard::moveDoubts(std::string_view relative) {
+    for (Doubt& doubt : doubts_)
+        if (doubt.folder.size() < Budget::folderLength) doubt.folder = absolutePath(relative, doubt.folder);
+}
+
 // A command that changes something may run in one of those folders.
 void Guard::takeDoubts(const Command& command, const std::vector<Word>& words) {
     if (settledDoubts_ == 0 || (command.redirects.empty() && words.empty())) return;

@@ -62,6 +62,7 @@ class Guard {
     void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);
     void noteFailure(const std::string& folder, std::size_t depth);
     [[nodiscard]] bool isDoubtful(const Doubt& doubt);
+    void moveDoubts(std::string_view relative);
     void takeDoubts(const Command& command, const std::vector<Word>& words);
     void changeFolder(const std::vector<Word>& words, std::size_t depth, bool hadArgument);
     [[nodiscard]] Parameters parametersFrom(std::span<const Word> words);
