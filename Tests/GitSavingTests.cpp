@@ -99,6 +99,7 @@ TEST_F(GitSaving, savesWhatGitTakesOfWhatNoSnapshotHolds) {
         {"find . -type f -name 't*' -exec rm {} +", "tracked.bin"},
         {"find . -maxdepth 1 -iname '*.BIN' -delete", "ignored.bin same.bin tracked.bin"},
         {"find . -name '*.txt' -delete", ""},
+        {"find . -name sub -exec rm -rf {} +", fresh, false}, // with its folder, perhaps
         {"find . -name 'ig*' -mtime +1 -delete", "ignored.bin", false},
         {"git clean -n; git status; git log", ""},
     };
@@ -199,6 +200,9 @@ TEST_F(GitSaving, copiesGitsStateBeforeItChangesAndOnlyThen) {
         {"git commit -m x", f.at("false"), {}},
     };
     for (const Row& row : rows) EXPECT_EQ(statesAfter(row.command, row.folder), row.expected) << row.command;
+    EXPECT_EQ(shell("git worktree remove ../side"), HookOutput{});
+    EXPECT_EQ(states().front().items.back().original, project + "/.git/worktrees");
+    f.remove("store/vault");
     const auto store = gitStoreFor(f.at("side"));
     ASSERT_TRUE(store);
     EXPECT_EQ(store->folder + " " + store->common, project + "/.git/worktrees/side " + project + "/.git");
@@ -226,7 +230,10 @@ TEST_F(GitSaving, copiesGitsStateBeforeItChangesAndOnlyThen) {
     EXPECT_EQ(states().front().skipped, clones ? Lines{} : Lines{project + "/.git/logs"});
     f.write("project/.git/index", std::string(std::size_t{2} << 20, 'x'));
     EXPECT_EQ(added("git add ."), clones ? 1U : 0U) << "a large index once an hour";
-    EXPECT_EQ(added("git gc"), clones ? 1U : 0U) << "objects where that takes no room";
+    EXPECT_EQ(added("git gc"), 1U) << "all work trees";
+    const auto isObjects = [](const auto& item) { return item.original.ends_with("/objects"); };
+    const auto kept = states().front().items;
+    EXPECT_EQ(std::any_of(kept.begin(), kept.end(), isObjects), clones) << "objects where that takes no room";
     f.remove("store/vault");
     f.write("store/vault", ""); // it can't be written
     EXPECT_EQ(shell("git commit -m x"), HookOutput{}) << "nobody is asked";

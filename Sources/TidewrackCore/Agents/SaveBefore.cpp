@@ -20,6 +20,7 @@
 #include <chrono>
 #include <map>
 #include <set>
+#include <utility>
 
 namespace tidewrack {
 
@@ -232,19 +233,24 @@ class Saving {
 
     // git's own state is worth a copy before git changes it, and never a question.
     void saveGitStates(const Deadline& deadline) {
-        std::set<std::string> seen;
+        using WorkTrees = GitStore::WorkTrees;
+        using Objects = Vault::Objects;
+        std::map<std::string, std::pair<GitStore, shell::GitStoreUse>> stores;
         for (const shell::GitStoreUse& use : decision_.gitStores)
             attempt([&] {
                 const auto git = gitStoreFor(use.folder, use.named);
-                if (!git || !seen.insert(git->folder).second) return;
-                const auto losesObjects = [&](const shell::GitStoreUse& other) {
-                    return other.losesObjects && other.folder == use.folder && other.named == use.named;
-                };
-                const bool objects = std::any_of(decision_.gitStores.begin(), decision_.gitStores.end(), losesObjects);
-                VaultRequest request = vaultRequest(deadline, Certainty::guessed);
+                if (!git) return;
+                auto& all = stores.try_emplace(git->folder, *git, use).first->second.second;
+                all.losesObjects = all.losesObjects || use.losesObjects;
+                all.reachesOthers = all.reachesOthers || use.reachesOthers;
+            });
+        for (const auto& each : stores)
+            attempt([&] {
+                const auto& [git, use] = each.second;
                 const auto entry = context_.handler.vault.saveGitState(
-                    *git, objects ? Vault::Objects::saved : Vault::Objects::left, std::move(request));
-                if (entry) saved_.notes.push_back("git state of " + loggedText(git->root) + ": " + entry->id);
+                    git, use.reachesOthers ? WorkTrees::all : WorkTrees::own,
+                    use.losesObjects ? Objects::saved : Objects::left, vaultRequest(deadline, Certainty::guessed));
+                if (entry) saved_.notes.push_back("git state of " + loggedText(git.root) + ": " + entry->id);
             });
     }
 

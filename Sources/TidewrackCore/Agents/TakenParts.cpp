@@ -24,8 +24,18 @@ Paths below(const Paths& paths, const std::string& folder) {
 
 void addFound(const Paths& unkept, FoundFiles found, TakenParts& parts) {
     found.folder = Store::canonical(found.folder);
-    for (const std::string& path : below(unkept, found.folder))
-        if (found.mayTake(path)) (found.certain ? parts.known : parts.guessed).push_back(path);
+    for (const std::string& path : below(unkept, found.folder)) {
+        if (found.mayTake(path)) {
+            (found.certain ? parts.known : parts.guessed).push_back(path);
+            continue;
+        }
+        // A folder that passes may go with all it holds.
+        for (std::string_view folder = parentOf(path); folder.size() > found.folder.size(); folder = parentOf(folder)) {
+            if (!found.mayTake(folder)) continue;
+            parts.guessed.push_back(path);
+            break;
+        }
+    }
 }
 
 // Those of the paths that git would take; none where it does not say.

@@ -78,9 +78,10 @@ struct GitTakes {
 
 // A git command that changes git's own store.
 struct GitStoreUse {
-    std::string folder;        // in which git runs
-    std::string named;         // the store that it is told, absolute; empty: the one around the folder
-    bool losesObjects = false; // it removes what nothing refers to
+    std::string folder;         // in which git runs
+    std::string named;          // the store that it is told, absolute; empty: the one around the folder
+    bool losesObjects = false;  // it removes what nothing refers to
+    bool reachesOthers = false; // it changes also what belongs to other work trees of the repository
 
     bool operator==(const GitStoreUse&) const = default;
 };

@@ -330,7 +330,8 @@ void noteGitStore(Words arguments, const GitCall& call, Effects& effects) {
     const Word& subcommand = arguments[call.subcommand];
     const Words rest = arguments.subspan(call.subcommand + 1);
     if (leavesStore(subcommand.text, rest) || (call.namesStore && call.store.empty())) return;
-    effects.useGitStore({call.folder, call.store, losesObjects(subcommand.text, rest)});
+    const bool loses = losesObjects(subcommand.text, rest);
+    effects.useGitStore({call.folder, call.store, loses, loses || subcommand.text == "worktree"});
 }
 
 void examineCheckout(std::string_view subcommand, Words arguments, const GitCall& call, Effects& effects) {

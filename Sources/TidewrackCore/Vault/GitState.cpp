@@ -94,20 +94,27 @@ bool isWorthItsRoom(const std::string& path, const std::vector<VaultEntry>& stat
 
 } // namespace
 
-// Whether the entry has these paths as they are. What was too large for it is no reason for another one.
+// Whether the entry has these paths as they are. What it could not hold is a reason for another one only where there
+// was no time for it.
 bool Vault::holds(const VaultEntry& entry, const std::vector<std::string>& paths) const {
     const auto isHeld = [&](const std::string& path) {
         const VaultEntry::Item* item = itemFor(entry, path);
-        if (item == nullptr) return std::find(entry.skipped.begin(), entry.skipped.end(), path) != entry.skipped.end();
-        return isAsCopied(path, {entryFolder(entry.id) + "/" + item->stored, seconds(entry.created) * nanosPerSecond});
+        if (item != nullptr)
+            return isAsCopied(path,
+                              {entryFolder(entry.id) + "/" + item->stored, seconds(entry.created) * nanosPerSecond});
+        const auto& skipped = entry.skipped;
+        const auto found = std::find(skipped.begin(), skipped.end(), path);
+        return found != skipped.end() &&
+               entry.reason(static_cast<std::size_t>(found - skipped.begin())) != NotSaved::noTime;
     };
     const auto isThere = [](const VaultEntry::Item& item) { return exists(item.original); };
     return std::all_of(paths.begin(), paths.end(), isHeld) &&
            std::all_of(entry.items.begin(), entry.items.end(), isThere);
 }
 
-std::optional<VaultEntry> Vault::saveGitState(const GitStore& git, Objects objects, VaultRequest request) const {
-    request.paths = git.statePaths();
+std::optional<VaultEntry> Vault::saveGitState(const GitStore& git, GitStore::WorkTrees workTrees, Objects objects,
+                                              VaultRequest request) const {
+    request.paths = git.statePaths(workTrees);
     request.isGuess = true;
     request.gitState = git.root;
     const std::vector<VaultEntry> states = gitStates(git.root);

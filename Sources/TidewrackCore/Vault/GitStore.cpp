@@ -48,14 +48,16 @@ std::optional<GitStore> openedStore(const std::string& path, const std::string& 
 
 } // namespace
 
-std::vector<std::string> GitStore::statePaths() const {
+std::vector<std::string> GitStore::statePaths(WorkTrees which) const {
     std::vector<std::string> paths;
     const auto add = [&](const std::string& in, const char* name) {
         std::string path = joined(in, name);
         if (exists(path)) paths.push_back(std::move(path));
     };
     for (const char* name : {"HEAD", "config", "packed-refs", "refs", "reftable", "logs", "index"}) add(common, name);
-    if (folder != common)
+    if (which == WorkTrees::all)
+        add(common, "worktrees");
+    else if (folder != common)
         for (const char* name : {"HEAD", "config.worktree", "refs", "reftable", "logs", "index"}) add(folder, name);
     return paths;
 }

@@ -14,8 +14,9 @@ struct GitStore {
     std::string common; // the store with branches, settings and objects
 
     // What tells which commits have names, had names and are staged, the smallest first: HEAD, settings, refs, ref
-    // logs, index. Those of them that are there.
-    [[nodiscard]] std::vector<std::string> statePaths() const;
+    // logs, index; of all linked work trees, or of none but this one. Those of them that are there.
+    enum class WorkTrees { own, all };
+    [[nodiscard]] std::vector<std::string> statePaths(WorkTrees which) const;
 };
 
 // The store that git would use in the folder, or the one at the absolute path `named`. A ".git" file is followed to the

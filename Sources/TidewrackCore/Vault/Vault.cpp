@@ -250,7 +250,7 @@ VaultEntry Vault::writeEntry(Purpose purpose, const EarlierCopies& earlier, cons
         (void)removeTree(entryFolder(entry.id)); // nobody would find these copies
         throw;
     }
-    bringNamesToDisk(entry);
+    if (entry.gitState.empty()) bringNamesToDisk(entry); // that is a guess, made before many commands
     return entry;
 }
 

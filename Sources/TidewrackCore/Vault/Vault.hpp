@@ -111,8 +111,8 @@ class Vault {
     // blocks can be shared, also its objects when they are at stake. None where an entry has it as it is. Throws as
     // save(). `request` needs no paths.
     enum class Objects { left, saved };
-    [[nodiscard]] std::optional<VaultEntry> saveGitState(const GitStore& git, Objects objects,
-                                                         VaultRequest request) const;
+    [[nodiscard]] std::optional<VaultEntry> saveGitState(const GitStore& git, GitStore::WorkTrees workTrees,
+                                                         Objects objects, VaultRequest request) const;
 
     // All entries that can be read, newest first.
     [[nodiscard]] std::vector<VaultEntry> entries() const;
