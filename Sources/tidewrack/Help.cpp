@@ -20,6 +20,7 @@ Environment
   TIDEWRACK_HOME                where the history is kept
                                 (default: ~/Library/Application Support/Tidewrack)
   TIDEWRACK_TRACE=1             print how long each phase takes
+  TIDEWRACK_SHELL=off           what shell-init set up does nothing
   NO_COLOR=1                    no colours on a terminal
   PAGER                         what shows long output on a terminal (default: less)
 )";

@@ -62,7 +62,7 @@ std::optional<SnapshotMeta> EditedFiles::recordOfTurn(const Project& project) co
         const std::size_t count = std::min(seqs.size(), mostRecordsRead);
         for (std::size_t index = seqs.size(); index-- > seqs.size() - count;) {
             SnapshotMeta record = history.snapshot(seqs[index]);
-            if (record.session != event.session || record.agent != rawValue(context_.agent)) continue;
+            if (record.session != event.session || record.agent != context_.caller()) continue;
             if (record.turn != event.turn || (record.kind != "prompt" && record.kind != "tool")) break;
             return record;
         }

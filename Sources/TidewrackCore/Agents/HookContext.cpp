@@ -111,7 +111,7 @@ SnapshotRequest HookContext::request(const char* kind, std::string label, const 
     SnapshotRequest request;
     request.kind = kind;
     request.label = std::move(label);
-    request.agent = rawValue(agent);
+    if (agent) request.agent = rawValue(*agent);
     request.session = event.session;
     request.turn = event.turn;
     request.deadline = deadline;
@@ -127,12 +127,13 @@ std::string HookContext::noteOn(const SnapshotResult& result, const Project& pro
 }
 
 void HookContext::noteChange(const std::string& path) const {
+    if (!agent) return; // a person has no turns
     const std::string folder(parentOf(path));
     const auto project = Store::projectContaining(folder, projects_); // a link at the path is not followed
     if (!project || path.size() <= project->root.size()) return;
     try {
         const History history = handler.store.history(*project);
-        noteEdit(history.folder(), {now(), std::string(rawValue(agent)), event.session, event.turn,
+        noteEdit(history.folder(), {now(), std::string(rawValue(*agent)), event.session, event.turn,
                                     std::string(pathBelow(path, project->root)), history.newestSeq().value_or(0)});
     } catch (const std::exception& error) { // the snapshots do not depend on it
         logError(error.what());

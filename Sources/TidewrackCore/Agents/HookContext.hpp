@@ -26,13 +26,17 @@ struct Gaps {
 
 class HookContext {
   public:
-    HookContext(const HookHandler& owner, Agent caller) : handler(owner), agent(caller) {}
+    // Without an agent the call is about a person's own command.
+    HookContext(const HookHandler& owner, std::optional<Agent> caller) : handler(owner), agent(caller) {}
     HookContext(const HookContext&) = delete;
     HookContext& operator=(const HookContext&) = delete;
 
     const HookHandler& handler;
-    const Agent agent;
+    const std::optional<Agent> agent;
     HookEvent event;
+
+    // Who is named in the log and in what is saved.
+    [[nodiscard]] std::string_view caller() const { return agent ? rawValue(*agent) : "shell"; }
 
     // --- Projects ---
 
@@ -80,7 +84,7 @@ class HookContext {
     [[nodiscard]] Deadline after(std::chrono::milliseconds time) const { return start_ + time; }
 
     void log(std::string_view name, std::string_view message) const {
-        handler.log.append(rawValue(agent), name, start_, message);
+        handler.log.append(caller(), name, start_, message);
     }
     void logError(std::string_view message) const { log(event.name, std::string("error: ").append(message)); }
 

@@ -40,7 +40,7 @@ std::size_t lineBreakLength(std::string_view text) {
 // One event while it is being answered.
 class HookCall {
   public:
-    HookCall(const HookHandler& handler, Agent agent, TerminationDelayed* delayed)
+    HookCall(const HookHandler& handler, std::optional<Agent> agent, TerminationDelayed* delayed)
         : context_(handler, agent), delayed_(delayed) {}
 
     HookOutput answer(std::string_view input, const std::string& processFolder) {
@@ -50,7 +50,7 @@ class HookCall {
                 context_.log("?", "unreadable input (" + std::to_string(input.size()) + " bytes)");
                 return {};
             }
-            context_.event = parseHookEvent(context_.agent, *object, processFolder);
+            context_.event = parseHookEvent(agent(), *object, processFolder);
             if (event_.kind != HookEvent::Kind::stop) mayBeEnded();
             switch (event_.kind) {
             case HookEvent::Kind::prompt: return prompt();
@@ -67,12 +67,34 @@ class HookCall {
         return allowed();
     }
 
+    // The verdict on a person's own command, with the words for the one who is asked or refused.
+    shell::Verdict judge(const std::string& command, const std::string& folder) {
+        context_.event.kind = HookEvent::Kind::shell;
+        context_.event.name = "command";
+        context_.event.cwd = folder;
+        try {
+            shell::Decision decision = shell::analyze(command, startJudging());
+            askAboutUnreadable(decision);
+            std::vector<std::string> unkept;
+            return weigh(command, decision, unkept) ? save(command, decision, unkept) : verdict_;
+        } catch (const std::exception& error) {
+            context_.logError(error.what());
+            return worded(verdict_, notSaved(error.what()));
+        }
+    }
+
   private:
+    // Only an agent gets replies.
+    [[nodiscard]] Agent agent() const { return context_.agent.value_or(Agent::claude); }
+
     // What was judged holds, whatever fails afterwards.
     [[nodiscard]] HookOutput answerAfter(const char* failure) const {
+        return answerTo(worded(verdict_, notSaved(failure)));
+    }
+    static SavedBefore notSaved(const char* failure) {
         SavedBefore saved;
         saved.notSnapshotted = failure;
-        return answerTo(verdict_, saved);
+        return saved;
     }
 
     HookOutput prompt() {
@@ -89,7 +111,7 @@ class HookCall {
 
     // Claude reports the end of a command in the background as a prompt, which nobody typed: no turn begins with it.
     [[nodiscard]] bool isBackgroundTask() const {
-        return context_.agent == Agent::claude && event_.prompt && event_.prompt->starts_with("<task-notification>");
+        return agent() == Agent::claude && event_.prompt && event_.prompt->starts_with("<task-notification>");
     }
 
     HookOutput shell() {
@@ -126,35 +148,43 @@ class HookCall {
         return reply("removing the work tree " + event_.cwd, std::move(decision));
     }
 
-    // Saves what is at stake in `action`, a command or what stands for one, and puts the verdict into words.
     HookOutput reply(const std::string& action, shell::Decision decision) {
-        verdict_ = decision.verdict;
-        if (verdict_.kind == shell::Verdict::Kind::deny) {
-            logAction("deny ", action, {});
-            return answerTo(verdict_, {});
-        }
-        // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
-        // about to change is saved like a command's targets.
         std::vector<std::string> unkept;
-        if (event_.kind == HookEvent::Kind::edit)
-            attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths, unkept); });
-        const bool asks = verdict_.kind == shell::Verdict::Kind::ask;
-        if (!asks && decision.targets.empty() && !decision.opaque && decision.suspected.empty() &&
-            decision.mentioned.empty() && unkept.empty() && decision.gitStores.empty()) {
-            noteMade(decision);
-            return allowed();
-        }
-        const auto saving = [&] { return saveAndAnswer(action, decision, unkept); };
+        if (!weigh(action, decision, unkept)) return answerTo(verdict_);
+        const auto saving = [&] { return answerTo(save(action, decision, unkept)); };
         if (!handler_.patience) return saving();
         return answerInTime(context_.after(*handler_.patience), saving, [&](const char* why) {
             const SavedBefore nothing = nothingSaved(context_, decision, why);
             if (nothing.unsaved) verdict_.kind = shell::Verdict::Kind::ask;
-            return answerTo(verdict_, nothing);
+            return answerTo(worded(verdict_, nothing));
         });
     }
 
-    HookOutput saveAndAnswer(const std::string& action, const shell::Decision& decision,
-                             const std::vector<std::string>& unkept) {
+    // Settles the verdict on `action`, a command or what stands for one, as far as that shows without saving. Whether
+    // anything is to be saved, or said of it.
+    bool weigh(const std::string& action, shell::Decision& decision, std::vector<std::string>& unkept) {
+        verdict_ = decision.verdict;
+        if (verdict_.kind == shell::Verdict::Kind::deny) {
+            logAction("deny ", action, {});
+            return false;
+        }
+        // Files that this turn's snapshot of their project holds already are noted as the turn's. What else the tool is
+        // about to change is saved like a command's targets.
+        if (event_.kind == HookEvent::Kind::edit)
+            attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths, unkept); });
+        if (verdict_.kind == shell::Verdict::Kind::ask || needsSaving(decision) || !unkept.empty()) return true;
+        noteMade(decision);
+        return false;
+    }
+
+    static bool needsSaving(const shell::Decision& decision) {
+        return !decision.targets.empty() || decision.opaque || !decision.suspected.empty() ||
+               !decision.mentioned.empty() || !decision.gitStores.empty();
+    }
+
+    // Saves what is at stake, and puts the verdict into words.
+    shell::Verdict save(const std::string& action, const shell::Decision& decision,
+                        const std::vector<std::string>& unkept) {
         try {
             const SavedBefore saved = saveBefore(context_, action, decision, unkept);
             for (const std::string& failure : saved.failures) context_.logError(failure); // each a line of its own
@@ -163,10 +193,10 @@ class HookCall {
             const char* kind = verdict_.kind == shell::Verdict::Kind::ask ? "ask " : "allow ";
             if (!isAboutGitAlone(decision) || !saved.notes.empty())
                 attempt([&] { logAction(kind, action, saved.notes); });
-            return answerTo(verdict_, saved);
+            return worded(verdict_, saved);
         } catch (const std::exception& error) {
             context_.logError(error.what());
-            return answerAfter(error.what());
+            return worded(verdict_, notSaved(error.what()));
         }
     }
 
@@ -182,10 +212,15 @@ class HookCall {
             attempt([&] { context_.noteChange(Store::canonicalPlace(path)); });
     }
 
-    [[nodiscard]] HookOutput answerTo(const shell::Verdict& verdict, const SavedBefore& saved) const {
+    static shell::Verdict worded(shell::Verdict verdict, const SavedBefore& saved) {
+        if (verdict.kind == shell::Verdict::Kind::ask) verdict.reason = question(verdict, saved);
+        return verdict;
+    }
+
+    [[nodiscard]] HookOutput answerTo(const shell::Verdict& verdict) const {
         switch (verdict.kind) {
-        case shell::Verdict::Kind::deny: return denyReply(context_.agent, verdict.reason);
-        case shell::Verdict::Kind::ask: return askReply(context_.agent, event_.kind, question(verdict, saved));
+        case shell::Verdict::Kind::deny: return denyReply(agent(), verdict.reason);
+        case shell::Verdict::Kind::ask: return askReply(agent(), event_.kind, verdict.reason);
         case shell::Verdict::Kind::allow: break;
         }
         return allowed();
@@ -268,7 +303,7 @@ class HookCall {
             const auto seqs = history.seqs();
             for (std::size_t at = seqs.size(); at-- > 0 && seqs.size() - at <= mostRead && !end.title;) {
                 const SnapshotMeta meta = history.snapshot(seqs[at]);
-                if (meta.agent != rawValue(context_.agent) || meta.session != event_.session) continue;
+                if (meta.agent != context_.caller() || meta.session != event_.session) continue;
                 if (meta.kind == "stop" || (event_.turn && meta.turn && meta.turn != event_.turn)) break;
                 end.began = meta.seq;
                 if (meta.kind == "prompt" && meta.background != true) end.title = meta.label.value_or("");
@@ -333,7 +368,7 @@ class HookCall {
         if (delayed_ != nullptr) delayed_->release();
     }
 
-    [[nodiscard]] HookOutput allowed() const { return allowReply(context_.agent, event_.kind); }
+    [[nodiscard]] HookOutput allowed() const { return allowReply(agent(), event_.kind); }
 
     HookContext context_;
     const HookHandler& handler_ = context_.handler;
@@ -351,6 +386,10 @@ HookHandler::HookHandler(const Store& owner, Environment variables, std::string 
 HookOutput HookHandler::handle(Agent agent, std::string_view input, const std::string& processFolder,
                                TerminationDelayed* delayed) const {
     return HookCall(*this, agent, delayed).answer(input, processFolder);
+}
+
+shell::Verdict HookHandler::beforeCommand(const std::string& command, const std::string& folder) const {
+    return HookCall(*this, std::nullopt, nullptr).judge(command, folder);
 }
 
 namespace {

@@ -7,6 +7,7 @@
 #include "Agents/Replies.hpp"
 #include "Engine/Engine.hpp"
 #include "Platform/Process.hpp"
+#include "Shell/Decision.hpp"
 #include "Vault/Vault.hpp"
 
 #include <chrono>
@@ -43,6 +44,10 @@ class HookHandler {
     // is told to end meanwhile. `delayed` (may be null) is released once that is ensured or not needed.
     [[nodiscard]] HookOutput handle(Agent agent, std::string_view input, const std::string& processFolder,
                                     TerminationDelayed* delayed = nullptr) const;
+
+    // The same for a command that a person typed in `folder`: what it may destroy is saved, and the verdict comes with
+    // the words to ask or to refuse with. Never throws.
+    [[nodiscard]] shell::Verdict beforeCommand(const std::string& command, const std::string& folder) const;
 };
 
 // The nearest folder at or above `path` that holds ".git", a folder or a file, of this user or root.

@@ -89,7 +89,7 @@ class Saving {
         sortOut();
         const Deadline deadline = context_.share(4, 5); // leaves time for the vault
         for (const Project& project : projects_) snapshot(project, deadline, Certainty::known);
-        sortAndDedupe(outside_);
+        sortAndDedupe(outside_); // with what the snapshots could not keep
         if (!outside_.empty()) copyOutside(outside_, context_.whole(), Certainty::known);
         const Deadline guessing = untilGuessed(); // what is known comes first
         saveGitStates(guessing);
@@ -103,6 +103,12 @@ class Saving {
         return std::move(saved_);
     }
 
+    SavePlan plan() {
+        sortOut();
+        sortAndDedupe(outside_);
+        return {std::move(projects_), std::move(guessed_), std::move(outside_), std::move(guessedOutside_)};
+    }
+
   private:
     enum class Certainty { known, guessed };
 
@@ -114,7 +120,7 @@ class Saving {
         try {
             if (passed(deadline)) return skip(project, certainty);
             const std::string label = "Before: " + oneLine(command_, commandLabelLength);
-            SnapshotRequest request = context_.request("tool", label, deadline);
+            SnapshotRequest request = context_.request(context_.agent ? "tool" : "manual", label, deadline);
             request.onlyChanges = certainty == Certainty::guessed;
             const TakenSnapshot taken = context_.handler.engine.snapshotListed(project, request);
             saved_.notes.push_back(HookContext::noteOn(taken.result, project));
@@ -257,7 +263,7 @@ class Saving {
     [[nodiscard]] VaultRequest vaultRequest(const Deadline& deadline, Certainty certainty) const {
         return {.paths = {},
                 .command = command_,
-                .agent = std::string(rawValue(context_.agent)),
+                .agent = std::string(context_.caller()),
                 .cwd = context_.event.cwd,
                 .session = context_.event.session,
                 .turn = context_.event.turn,
@@ -371,6 +377,10 @@ class Saving {
 };
 
 } // namespace
+
+SavePlan planSaving(HookContext& context, const shell::Decision& decision) {
+    return Saving(context, "", decision, {}).plan();
+}
 
 SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision,
                        const std::vector<std::string>& unkept) {

@@ -28,6 +28,15 @@ struct SavedBefore {
     std::optional<Unsaved> unsaved;
 };
 
+// What is saved where, as far as that shows without saving anything.
+struct SavePlan {
+    std::vector<Project> projects;           // by a snapshot each
+    std::vector<Project> guessed;            // the same, where something changed since the newest one
+    std::vector<std::string> outside;        // by a copy each in the vault
+    std::vector<std::string> guessedOutside; // the same, where there is room
+};
+[[nodiscard]] SavePlan planSaving(HookContext& context, const shell::Decision& decision);
+
 // `unkept`: files of projects that no snapshot holds, which the command changes as well; sorted. Never throws: one
 // failure does not stop the others, and no failure changes what is answered to the command.
 [[nodiscard]] SavedBefore saveBefore(HookContext& context, const std::string& command, const shell::Decision& decision,

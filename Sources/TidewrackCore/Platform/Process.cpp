@@ -2,10 +2,14 @@
 
 #include "Platform/OwnError.hpp"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <system_error>
 
@@ -101,6 +105,85 @@ std::string errorText(int error) {
     default: break;
     }
     return std::generic_category().message(error);
+}
+
+namespace {
+
+volatile std::sig_atomic_t foreground = 0; // the program that signals are passed on to
+
+// What the keyboard sends reaches the program by itself, because it belongs to the same terminal.
+void passOn(int signal, siginfo_t* from, void* /*unused*/) {
+    const int before = errno;
+    if (foreground > 0 && from != nullptr && from->si_pid > 0) ::kill(foreground, signal);
+    errno = before;
+}
+
+// While it lives signals that would end this process are passed on instead. Ignored ones stay ignored.
+class SignalsPassedOn {
+  public:
+    SignalsPassedOn() {
+        sigemptyset(&all_);
+        for (const int signal : signals) sigaddset(&all_, signal);
+        hold();
+        struct sigaction pass {};
+        pass.sa_sigaction = passOn;
+        pass.sa_flags = SA_SIGINFO | SA_RESTART;
+        for (std::size_t at = 0; at < signals.size(); ++at) {
+            ::sigaction(signals[at], nullptr, &before_[at]);
+            if (before_[at].sa_handler != SIG_IGN) ::sigaction(signals[at], &pass, nullptr);
+        }
+    }
+    SignalsPassedOn(const SignalsPassedOn&) = delete;
+    SignalsPassedOn& operator=(const SignalsPassedOn&) = delete;
+    ~SignalsPassedOn() {
+        hold();
+        foreground = 0;
+        asBefore();
+    }
+
+    // In the parent: to whom. Those that have come meanwhile are passed on now.
+    void to(pid_t program) const {
+        foreground = program;
+        release();
+    }
+    // In the child.
+    void asBefore() const {
+        for (std::size_t at = 0; at < signals.size(); ++at) ::sigaction(signals[at], &before_[at], nullptr);
+        release();
+    }
+
+  private:
+    static constexpr std::array signals{SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2};
+
+    void hold() { ::sigprocmask(SIG_BLOCK, &all_, &mask_); }
+    void release() const { ::sigprocmask(SIG_SETMASK, &mask_, nullptr); }
+
+    sigset_t all_{};
+    sigset_t mask_{};
+    std::array<struct sigaction, signals.size()> before_{};
+};
+
+} // namespace
+
+int runInForeground(const std::vector<std::string>& words, const std::string& folder) {
+    constexpr int notStarted = 127;
+    std::vector<const char*> list;
+    list.reserve(words.size() + 1);
+    for (const std::string& word : words) list.push_back(word.c_str());
+    list.push_back(nullptr);
+    const SignalsPassedOn passing;
+    const pid_t child = ::fork();
+    if (child < 0) return notStarted;
+    if (child == 0) {
+        passing.asBefore();
+        if (::chdir(folder.c_str()) == 0) ::execvp(list[0], const_cast<char* const*>(list.data()));
+        ::_exit(errno == EACCES ? 126 : notStarted);
+    }
+    passing.to(child);
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0)
+        if (errno != EINTR) return notStarted;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 } // namespace tidewrack

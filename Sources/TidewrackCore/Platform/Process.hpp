@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tidewrack {
 
@@ -43,6 +44,11 @@ class [[nodiscard]] TerminationIgnored {
     struct sigaction onTerminate_ {};
     struct sigaction onHangUp_ {};
 };
+
+// Runs a program, looked up in PATH, with this process's streams and environment in `folder`, and waits for its end.
+// What ends programs, from the keyboard or from another process, ends it alone. Returns its exit status: 128 + the
+// signal that ended it, 127 where there is no such program, 126 where it may not be run.
+[[nodiscard]] int runInForeground(const std::vector<std::string>& words, const std::string& folder);
 
 // The system's git program; empty when there is none, or only a stand-in that would offer to install it.
 [[nodiscard]] std::string gitProgram();

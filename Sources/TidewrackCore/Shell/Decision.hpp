@@ -25,6 +25,9 @@ struct OwnPath {
     bool operator==(const OwnPath&) const = default;
 };
 
+struct Command;
+struct Decision;
+
 // What a command line is judged against.
 struct Context {
     std::string cwd;  // the agent's working folder: canonical, absolute
@@ -34,6 +37,8 @@ struct Context {
     // Commands that delete or overwrite these are asked about. Called once at most, and only when there is a target;
     // empty: none.
     std::function<std::vector<OwnPath>()> protectedPaths = {};
+    // Told of each command of the line, and of what was found up to then: not sorted, and not judged yet. May be empty.
+    std::function<void(const Command&, const Decision&)> watch = {};
 
     // Whether the path lies in a tracked project, or is its root.
     [[nodiscard]] bool isInProject(std::string_view path) const {

@@ -165,6 +165,8 @@ class Effects {
     // Whether something is only guessed at.
     [[nodiscard]] bool isGuess() const { return decision_.opaque || !decision_.suspected.empty(); }
 
+    // What was found up to now.
+    [[nodiscard]] const Decision& soFar() const { return decision_; }
     // Judges all targets and hands out the decision, once.
     [[nodiscard]] Decision decide();
 

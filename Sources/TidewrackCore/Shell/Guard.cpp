@@ -67,7 +67,11 @@ Decision Guard::run(std::string_view line) {
         takeGlobOptions(line);
     Lexer lexer(line);
     Command command;
-    while (lexer.next(command)) take(command);
+    while (lexer.next(command)) {
+        const Command asWritten = context_.watch ? command : Command();
+        take(command);
+        if (context_.watch) context_.watch(asWritten, effects_.soFar());
+    }
     takeTraps();
     if (lexer.opaque() || effects_.isOpaque()) opaque();
     const bool guess = effects_.isGuess();

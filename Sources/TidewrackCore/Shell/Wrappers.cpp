@@ -69,6 +69,7 @@ constexpr Wrapper wrappers[] = {
      {},
      " -D --chdir "},
     {"taskset", {}, {}, {}, 1},
+    {"tidewrack", " run ", "C", " --project ", 0, {}, " -C "},
     {"time", {}, "fo", " --format --output ", 0, {}, {}, " -o --output "},
     {"timeout", {}, "ks", " --kill-after --signal ", 1},
     {"toybox"},
@@ -103,7 +104,13 @@ class Unwrapping {
     std::size_t length(std::size_t begin, const Wrapper& wrapper) {
         std::size_t index = begin + 1;
         if (!wrapper.subcommands.empty()) {
-            if (index >= words_.size() || !listsWord(wrapper.subcommands, words_[index].text)) return 0;
+            const Unwrapped before = result_;
+            while (index < words_.size() && words_[index].text.size() > 1 && words_[index].text[0] == '-')
+                index += takeOption(index, wrapper);
+            if (index >= words_.size() || !listsWord(wrapper.subcommands, words_[index].text)) {
+                result_ = before;
+                return 0;
+            }
             ++index;
         }
         std::size_t operands = wrapper.operands;

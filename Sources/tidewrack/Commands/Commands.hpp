@@ -67,6 +67,17 @@ int hook(Invocation& call);
 // Mcp.cpp
 int mcp(Invocation& call);
 
+// Guard.cpp
+int guardExplain(Invocation& call);
+int guardOther(Invocation& call);
+int beforeCommand(Invocation& call);
+
+// ShellInit.cpp
+int shellInit(Invocation& call);
+
+// Run.cpp
+int runCommand(Invocation& call);
+
 // Vault.cpp
 int vault(Invocation& call);
 int vaultRestore(Invocation& call);

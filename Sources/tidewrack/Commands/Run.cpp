@@ -1,0 +1,74 @@
+// A command between two snapshots, for agents and people without hooks.
+
+#include "Commands/Commands.hpp"
+#include "Invocation.hpp"
+#include "Platform/Process.hpp"
+#include "Reports/PathWords.hpp"
+#include "Reports/TextReports.hpp"
+#include "Support/Errors.hpp"
+
+#include <algorithm>
+
+namespace tidewrack::commands {
+
+namespace {
+
+constexpr std::size_t mostShown = 20;
+
+std::string typed(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : " ") + shellWord(word);
+    return text;
+}
+
+// What names the project again where it is not the one around the folder.
+std::string where(const Invocation& call) {
+    const auto named = call.args.value("--project");
+    return named ? " --project " + shellWord(call.absolute(*named)) : "";
+}
+
+// The first changed paths, and how many more there are.
+void tellChanges(Invocation& call, const Changes& changes, std::int64_t before) {
+    Sink& err = call.around.err;
+    std::string text = changesText(changes, {err.isTerminal(), false});
+    std::size_t end = 0;
+    for (std::size_t line = 0; line < mostShown && end < text.size(); ++line) end = text.find('\n', end) + 1;
+    const auto more = std::count(text.begin() + static_cast<std::ptrdiff_t>(end), text.end(), '\n');
+    text.resize(end);
+    err.write(text);
+    if (more > 0)
+        err.line("and " + std::to_string(more) + " more: tidewrack diff " + std::to_string(before) + " " +
+                 std::to_string(before + 1) + where(call));
+    err.line("Undo this with: tidewrack undo " + std::to_string(before) + where(call));
+}
+
+} // namespace
+
+int runCommand(Invocation& call) {
+    if (call.args.plainFrom != 0 || call.args.positional.empty())
+        throw CliError("usage: tidewrack run -- COMMAND [word...]");
+    const std::vector<std::string>& words = call.args.positional;
+    const Project project = call.project();
+    SnapshotRequest request{"manual", "Before: " + typed(words), {}, {}, {}};
+    const SnapshotResult before = call.engine().snapshot(project, request);
+    call.warn(before.warnings);
+    call.around.out.flush();
+    call.around.err.flush();
+    const int status = runInForeground(words, call.around.currentFolder);
+    try {
+        request.label = "After: " + typed(words);
+        request.onlyChanges = true;
+        const SnapshotResult after = call.engine().snapshot(project, request);
+        call.warn(after.warnings);
+        if (after.meta.seq == before.meta.seq)
+            call.around.err.line("Nothing changed in " + call.around.err.shown(project.root) + ".");
+        else
+            tellChanges(call, after.changes, before.meta.seq);
+    } catch (const TidewrackError& error) { // the command has run, and its status counts
+        call.warn({error.what(), "undo it with: tidewrack undo " + std::to_string(before.meta.seq) + where(call)});
+    }
+    if (status == 127 || status == 126) call.warn({"couldn't run " + words.front()});
+    return status;
+}
+
+} // namespace tidewrack::commands
