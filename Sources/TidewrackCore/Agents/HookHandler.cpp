@@ -2,6 +2,7 @@
 
 #include "Agents/AnswerInTime.hpp"
 #include "Agents/EditedFiles.hpp"
+#include "Agents/GuardRules.hpp"
 #include "Agents/Question.hpp"
 #include "Agents/SaveBefore.hpp"
 #include "Agents/SnapshotTexts.hpp"
@@ -20,6 +21,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <span>
 #include <vector>
 
 namespace tidewrack {
@@ -164,6 +166,12 @@ class HookCall {
     // anything is to be saved, or said of it.
     bool weigh(const std::string& action, shell::Decision& decision, std::vector<std::string>& unkept) {
         verdict_ = decision.verdict;
+        if (verdict_.kind != shell::Verdict::Kind::deny && (isAsking() || ownRules_ || needsSaving(decision))) {
+            attempt([&] { ownRules().strengthen(decision, context_.projects()); });
+            verdict_ = decision.verdict;
+            if (ownRules_)
+                for (const std::string& fault : ownRules_->faults()) context_.logError(fault);
+        }
         if (verdict_.kind == shell::Verdict::Kind::deny) {
             logAction("deny ", action, {});
             return false;
@@ -172,10 +180,13 @@ class HookCall {
         // about to change is saved like a command's targets.
         if (event_.kind == HookEvent::Kind::edit)
             attempt([&] { decision.targets = EditedFiles(context_).notHeld(event_.paths, unkept); });
-        if (verdict_.kind == shell::Verdict::Kind::ask || needsSaving(decision) || !unkept.empty()) return true;
+        if (ownRules_) ownRules_->leaveOutUncopied(decision, context_.projects());
+        if (isAsking() || needsSaving(decision) || !unkept.empty()) return true;
         noteMade(decision);
         return false;
     }
+
+    [[nodiscard]] bool isAsking() const { return verdict_.kind == shell::Verdict::Kind::ask; }
 
     static bool needsSaving(const shell::Decision& decision) {
         return !decision.targets.empty() || decision.opaque || !decision.suspected.empty() ||
@@ -210,6 +221,14 @@ class HookCall {
     void noteMade(const shell::Decision& decision) const {
         for (const std::string& path : decision.made)
             attempt([&] { context_.noteChange(Store::canonicalPlace(path)); });
+    }
+
+    // Read when a line needs them: most don't.
+    GuardRules& ownRules() {
+        if (ownRules_) return *ownRules_;
+        ownRules_.emplace(handler_.store, handler_.home);
+        if (const auto here = Store::projectContaining(event_.cwd, context_.projects())) ownRules_->add(*here);
+        return *ownRules_;
     }
 
     static shell::Verdict worded(shell::Verdict verdict, const SavedBefore& saved) {
@@ -248,6 +267,13 @@ class HookCall {
         shell::Context judged{event_.cwd, handler_.home, handler_.environment, {}};
         attempt([&] { judged.cwd = Store::canonical(event_.cwd); });
         judged.protectedPaths = [this] { return ownPaths(); };
+        // What fails in these must not end the judging.
+        judged.isReader = [this](std::string_view program) {
+            bool reads = false;
+            attempt([&] { reads = ownRules().isReader(program); });
+            return reads;
+        };
+        judged.command = [this](std::span<const shell::Word> words) { attempt([&] { ownRules().note(words); }); };
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
         if (context_.hasUnreadableRecords())
             for (std::string folder = judged.cwd; folder.size() > 1; folder = parentOf(folder))
@@ -397,6 +423,7 @@ namespace {
 // Anybody may leave a ".git" in a folder that all can write to; git believes none of another user either.
 bool isTrusted(const struct stat& status) {
     return status.st_uid == ::geteuid() || status.st_uid == 0 || ::geteuid() == 0;
+    std::optional<GuardRules> ownRules_;
 }
 
 } // namespace

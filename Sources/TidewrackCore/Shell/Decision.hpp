@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,7 @@ struct OwnPath {
 
 struct Command;
 struct Decision;
+struct Word;
 
 // What a command line is judged against.
 struct Context {
@@ -37,6 +39,11 @@ struct Context {
     // Commands that delete or overwrite these are asked about. Called once at most, and only when there is a target;
     // empty: none.
     std::function<std::vector<OwnPath>()> protectedPaths = {};
+    // Whether the user says that a program only reads. Asked about programs that nothing else is known of; empty: none.
+    std::function<bool(std::string_view)> isReader = {};
+    // Told of each command as it is going to run, also behind wrappers and in texts, unless it only looks. May be
+    // empty.
+    std::function<void(std::span<const Word>)> command = {};
     // Told of each command of the line, and of what was found up to then: not sorted, and not judged yet. May be empty.
     std::function<void(const Command&, const Decision&)> watch = {};
 

@@ -11,6 +11,7 @@
 #include "Shell/NestedText.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Position.hpp"
+#include "Shell/Readers.hpp"
 #include "Shell/WordValues.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Shell/Writers.hpp"
@@ -133,9 +134,10 @@ void Guard::takeCommand(Command& command) {
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
         if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first, words.end()}, command);
         if (!functions_.contains(first->text)) {
+            tell({first, words.end()});
             const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(*first));
             if (!reads && isKnown(*first, {first + 1, words.end()})) return;
-            if (!isWriter(commandName(*first))) return takeUnknown();
+            if (!isWriter(commandName(*first))) return takeUnknown(*first);
         }
     }
     const bool declared = isDeclaration(*first);
@@ -210,6 +212,7 @@ void Guard::judge(WordValues::Readings readings) {
     const std::string folder = elsewhere_.value_or(position_.folder());
     for (auto* words : {&readings.apart, &readings.whole}) {
         if (words->empty()) continue;
+        tell(*words);
         if (!listed_.empty() && commandName(words->front()) == "xargs"sv)
             examineListed(listed_, Words(*words).subspan(1), folder, effects_);
         if (const auto nested = nestedText(*words)) {
@@ -221,7 +224,7 @@ void Guard::judge(WordValues::Readings readings) {
             takeFind(*words, folder);
         else if (!examine(inGitsEnvironment(*words), folder, effects_) &&
                  (readings.apart.empty() || words == &readings.apart))
-            takeUnknown();
+            takeUnknown(words->front());
         if (!elsewhere_ && !position_.others().empty()) judgeElsewhere(*words);
     }
 }
@@ -233,7 +236,7 @@ void Guard::judgeElsewhere(std::vector<Word>& words) {
             effects_.opaque(folder);
         else if (commandName(words.front()) == "find"sv)
             takeFind(words, folder);
-        else if (!examine(words, folder, effects_))
+        else if (!examine(words, folder, effects_) && !readsByRule(words.front()))
             effects_.suspect(folder);
     }
 }
@@ -413,8 +416,18 @@ Parameters Guard::parametersFrom(Words words) {
     return parameters;
 }
 
+void Guard::tell(Words words) const {
+    if (context_.command && !onlyLooks(words)) context_.command(words);
+}
+
+// Whether the user says that a program only reads of which nothing else is known.
+bool Guard::readsByRule(const Word& name) const {
+    return context_.isReader && !name.unknown && context_.isReader(commandName(name));
+}
+
 // A program that may do anything. Within a substitution its effect counts as one that only running shows.
-void Guard::takeUnknown() {
+void Guard::takeUnknown(const Word& name) {
+    if (readsByRule(name)) return;
     if (nesting_ > 0)
         opaque();
     else

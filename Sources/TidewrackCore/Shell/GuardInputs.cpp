@@ -44,7 +44,7 @@ bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
         if (text) examineItems(*text, Words(words).subspan(1), position_.folder(), effects_);
     }
     if (!words.empty() && (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(words.front())))
-        takeScript(commandName(words.front()), command, piped);
+        takeScript(words.front(), command, piped);
     if (!readsCommands(words)) {
         // cat <<EOF | sh
         if (command.toPipe && words.size() == 1 && words.front().text == "cat" && command.inputs.size() == 1 &&
@@ -75,11 +75,11 @@ std::optional<std::string> Guard::outputOf(const std::vector<Word>& words) {
 }
 
 // What ed or sqlite3 reads: commands, or data of which nobody knows what is made of it.
-void Guard::takeScript(std::string_view name, const Command& command, const std::optional<std::string>& piped) {
+void Guard::takeScript(const Word& program, const Command& command, const std::optional<std::string>& piped) {
     std::optional<std::string> text = piped;
     if (!text && command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text)
         text = textOf(command.inputs.front(), command);
-    if (!examineInput(name, text, position_.folder(), effects_)) takeUnknown();
+    if (!examineInput(commandName(program), text, position_.folder(), effects_)) takeUnknown(program);
 }
 
 std::optional<std::string> Guard::textOf(const Input& input, const Command& command) {

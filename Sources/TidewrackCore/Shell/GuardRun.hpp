@@ -55,8 +55,10 @@ class Guard {
     [[nodiscard]] std::optional<std::string> outputOf(const std::vector<Word>& words);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
-    void takeScript(std::string_view name, const Command& command, const std::optional<std::string>& piped);
-    void takeUnknown();
+    void takeScript(const Word& program, const Command& command, const std::optional<std::string>& piped);
+    void tell(std::span<const Word> words) const;
+    [[nodiscard]] bool readsByRule(const Word& name) const;
+    void takeUnknown(const Word& name);
     void judge(WordValues::Readings readings);
     bool takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument);
     void noteDoubt(const std::vector<Word>& words, bool instead, std::size_t depth);

@@ -2,6 +2,7 @@
 
 #include "Shell/NameFilter.hpp"
 #include "Shell/Scripts.hpp"
+#include "Shell/Wrappers.hpp"
 
 #include <algorithm>
 #include <array>
@@ -135,6 +136,14 @@ constexpr std::string_view tellingShortly =
     "pip3 pnpm poetry prettier psql python python3 rails ruby rustc rustup sqlite3 swift terraform tmux tsc tsx uv vim "
     "vite webpack yarn ";
 
+// Readers that change something else than files: a server, a service, another process.
+constexpr std::string_view actingElsewhere =
+    " brew code defaults disown dnf docker docker-compose gh glab hdiutil helm kill killall kubectl launchctl mount "
+    "mysql "
+    "nc open pkill podman psql redis-cli ssh sysctl systemctl telnet xdg-open ";
+
+constexpr std::string_view lookingOfGit = " blame diff log ls-files rev-parse show status ";
+
 bool isCluster(std::string_view text) {
     return text.size() > 1 && text[0] == '-' && text[1] != '-';
 }
@@ -214,6 +223,12 @@ bool onlyTellsOfItself(std::string_view name, Words arguments, bool isInstalled)
     // Elsewhere these may mean anything: ./reset.sh -v, pytest -v.
     const bool isShort = word == "-v" || word == "-V" || word == "-h" || word == "version" || word == "help";
     return isShort && listsWord(tellingShortly, name) && !(word == "-v" && name.starts_with("python"));
+}
+
+bool onlyLooks(Words words) {
+    const std::string_view name = commandName(words.front());
+    if (name == "git"sv) return words.size() > 1 && listsWord(lookingOfGit, words[1].text);
+    return isReader(name) && !listsWord(actingElsewhere, name);
 }
 
 } // namespace tidewrack::shell

@@ -25,4 +25,7 @@ namespace tidewrack::shell {
 // A script of the project's own may mean anything by them: only what is installed, or known by its name, is believed.
 [[nodiscard]] bool onlyTellsOfItself(std::string_view name, std::span<const Word> arguments, bool isInstalled = true);
 
+// Whether the command only looks at files or at the system. Readers that act elsewhere do not: kubectl, ssh, git push.
+[[nodiscard]] bool onlyLooks(std::span<const Word> words);
+
 } // namespace tidewrack::shell

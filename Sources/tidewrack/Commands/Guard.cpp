@@ -1,6 +1,7 @@
 // What the guard thinks of a command, for a person who wonders, and for a person's own shell.
 
 #include "Shell/Guard.hpp"
+#include "Agents/GuardRules.hpp"
 #include "Agents/SaveBefore.hpp"
 #include "Commands/Commands.hpp"
 #include "Commands/Hooks.hpp"
@@ -10,13 +11,14 @@
 #include "Reports/GuardReport.hpp"
 #include "Reports/PathWords.hpp"
 #include "Shell/Lexer.hpp"
-#include "Support/Paths.hpp"
 #include "Support/Files.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <span>
 
 namespace tidewrack::commands {
 
@@ -78,13 +80,22 @@ GuardReport explained(const HookHandler& handler, const std::string& line, const
     for (const Project& project : context.projects()) judged.projectRoots.push_back(project.root);
     Reasons reasons(report.because);
     judged.watch = [&](const shell::Command& command, const shell::Decision& soFar) { reasons.take(command, soFar); };
+    GuardRules rules(handler.store, handler.home);
+    if (const auto here = Store::projectContaining(folder, context.projects())) rules.add(*here);
+    judged.isReader = [&](std::string_view name) { return rules.isReader(name); };
+    judged.command = [&](std::span<const shell::Word> words) { rules.note(words); };
     report.decision = shell::analyze(line, judged);
+    rules.strengthen(report.decision, context.projects());
+    rules.leaveOutUncopied(report.decision, context.projects());
+    report.faults = rules.faults();
     if (report.decision.verdict.kind == shell::Verdict::Kind::deny) return report;
     const SavePlan plan = planSaving(context, report.decision);
     addRoots(plan.projects, report.snapshots);
     addRoots(plan.guessed, report.ifChanged);
     report.vault = plan.outside;
     report.vaultGuess = plan.guessedOutside;
+    for (auto* paths : {&report.vault, &report.vaultGuess})
+        std::erase_if(*paths, [](const std::string& path) { return !exists(path); });
     sortOutRepositories(handler, report);
     return report;
 }
@@ -94,8 +105,6 @@ GuardReport explained(const HookHandler& handler, const std::string& line, const
 int guardExplain(Invocation& call) {
     const auto line = call.args.word(0);
     if (!line) throw CliError("missing command; put quotes around it, as in: tidewrack guard explain 'rm -rf build'");
-    for (auto* paths : {&report.vault, &report.vaultGuess})
-        std::erase_if(*paths, [](const std::string& path) { return !exists(path); });
     if (call.args.positional.size() > 1)
         throw CliError("guard explain takes one command line; put quotes around it, as in: tidewrack guard explain "
                        "'rm -rf build'");
@@ -106,7 +115,12 @@ int guardExplain(Invocation& call) {
         call.printJson(guardJson(report));
     else
         call.print(guardText(report, call.look()));
+    call.warn(report.faults);
     return 0;
+}
+
+int guardOther(Invocation& /*call*/) {
+    throw CliError("usage: tidewrack guard explain COMMAND");
 }
 
 // Called by a person's shell with the line that was typed. Whatever fails, the line runs.
@@ -121,10 +135,6 @@ int beforeCommand(Invocation& call) {
                             homeFolder(call.around.environment));
         handler.autoTrack = false; // a person's own folders are for that person to track
         const shell::Verdict verdict = handler.beforeCommand(*line, call.around.currentFolder);
-int guardOther(Invocation& /*call*/) {
-    throw CliError("usage: tidewrack guard explain COMMAND");
-}
-
         switch (verdict.kind) {
         case shell::Verdict::Kind::allow: return 0;
         case shell::Verdict::Kind::deny:

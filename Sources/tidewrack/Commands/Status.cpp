@@ -1,5 +1,6 @@
 // Whether the history of this folder works.
 
+#include "Agents/GuardRules.hpp"
 #include "Agents/LoggedEvents.hpp"
 #include "Commands/Commands.hpp"
 #include "Commands/Hooks.hpp"
@@ -131,6 +132,14 @@ void addHooks(Invocation& call, StatusReport& report) {
         report.troubles.push_back({"No agent's hooks are installed", "Run: tidewrack hooks install"});
 }
 
+// A fault in the user's own rules for the guard.
+void addRules(Invocation& call, StatusReport& report) {
+    GuardRules rules(call.store(), homeFolder(call.around.environment));
+    if (report.project) rules.add(*report.project);
+    for (const std::string& fault : rules.faults())
+        report.troubles.push_back({fault, "Its form: tidewrack help guard"});
+}
+
 // The end of a file.
 std::string tailOf(const std::string& path) {
     constexpr off_t most = 4096;
@@ -171,6 +180,7 @@ int status(Invocation& call) {
     addProject(call, report);
     if (report.project) addSnapshots(call.engine(), report);
     addHooks(call, report);
+    addRules(call, report);
     if (call.json())
         call.printJson(statusJson(report));
     else

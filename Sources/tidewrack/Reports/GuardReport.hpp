@@ -20,6 +20,7 @@ struct GuardReport {
     bool isCut = true; // all of the line could be taken apart
     shell::Decision decision;
     std::map<std::string, std::string> because; // paths and folders of the decision: the first command that named them
+    std::vector<std::string> faults;            // of the user's own rules
 
     // What is saved first.
     std::vector<std::string> snapshots;  // of these projects
