@@ -200,6 +200,29 @@ TEST_F(HookHandlerTest, closesTheTurnInEveryProjectOfTheSession) {
     EXPECT_EQ(log(), (Lines{"claude Stop #5 " + f.at("other"), "claude dotfiles vault ID: 1 saved, 14 skipped"}));
 }
 
+// An agent that is interrupted, or left in the middle of a turn, tells no other end.
+TEST_F(HookHandlerTest, theEndOfASessionEndsItsOpenTurns) {
+    world.ok({"track"});
+    f.write("other/f", "1");
+    world.ok({"track", f.at("other")});
+    for (const Agent agent : allAgents) {
+        if (traitsOf(agent).sessionEnd.empty()) continue;
+        SCOPED_TRACE(rawValue(agent));
+        json end = json::parse(event(agent, Kind::stop, project));
+        end["hook_event_name"] = traitsOf(agent).sessionEnd;
+        (void)answer(agent, Kind::prompt, project, "p");
+        f.write("project/src/main.c", std::string(rawValue(agent)));
+        (void)answer(agent, Kind::shell, project, "rm ../other/f");
+        (void)log();
+        EXPECT_EQ(raw(agent, end.dump()), HookOutput{});
+        EXPECT_EQ(log().size(), 2U) << "in both projects";
+        EXPECT_EQ(snapshots().back(), "stop " + std::string(rawValue(agent)) + " End of session");
+        EXPECT_EQ(json::parse(world.ok({"timeline", "-n", "1", "--json"}))["rows"][0]["end"], "stop");
+        EXPECT_EQ(raw(agent, end.dump()), HookOutput{});
+        EXPECT_TRUE(log().empty()) << "what has ended";
+    }
+}
+
 TEST_F(HookHandlerTest, aDamagedRecordCostsTheOtherProjectsNothing) {
     world.ok({"track"});
     f.write("wide/lost/.git/HEAD", "x");

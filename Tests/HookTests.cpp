@@ -35,8 +35,8 @@ using Kind = HookEvent::Kind;
 
 Kind kindNamed(const std::string& name) {
     static const std::map<std::string, Kind> kinds = {
-        {"prompt", Kind::prompt}, {"shell", Kind::shell},     {"stop", Kind::stop},  {"interrupt", Kind::stop},
-        {"edit", Kind::edit},     {"discard", Kind::discard}, {"other", Kind::other}};
+        {"prompt", Kind::prompt}, {"shell", Kind::shell}, {"stop", Kind::stop},       {"interrupt", Kind::stop},
+        {"end", Kind::stop},      {"edit", Kind::edit},   {"discard", Kind::discard}, {"other", Kind::other}};
     return kinds.at(name);
 }
 
@@ -58,6 +58,7 @@ TEST(Hook, readsTheEventsThatAgentsReallySend) {
         HookEvent expected;
         expected.kind = kindNamed(row.at("kind").get<std::string>());
         expected.interrupted = row.at("kind") == "interrupt";
+        expected.endsSession = row.at("kind") == "end";
         expected.paths = row.value("paths", std::vector<std::string>());
         expected.name = row.at("name").get<std::string>();
         expected.cwd = row.at("cwd").get<std::string>();
@@ -110,6 +111,8 @@ TEST(Hook, readsTheFilesThatAToolNames) {
         {Agent::claude, "mcp__github__create_file", R"({"path":"src/a"})", {}}, // a path elsewhere
         {Agent::gemini, "mcp_files_write_file", R"({"path":"/a","content":"x"})", {"/a"}},
         {Agent::gemini, "read_file", R"({"file_path":"/a"})", {}},
+        {Agent::copilot, "write-read_file", R"({"path":"/a"})", {}},
+        {Agent::copilot, "my-files-move-file", R"({"source":"/a","destination":"/b"})", {"/a", "/b"}},
         {Agent::cursor, "Delete", R"({"path":"/a"})", {"/a"}},
         {Agent::cursor, "Read", R"({"path":"/a"})", {}},
         {Agent::codex,
@@ -117,6 +120,9 @@ TEST(Hook, readsTheFilesThatAToolNames) {
          R"({"command":["apply_patch","*** Begin Patch\r\n*** Add File: a b \r\n+*** Delete File: no\n*** Move to: /c"]})",
          {"/w/a b", "/c"}},
         {Agent::codex, "apply_patch", R"({"command":"*** Update File: \n"})", {}},
+        {Agent::droid, "Create", R"({"file_path":"a"})", {"/w/a"}},
+        {Agent::droid, "Edit", R"({"file_path":"/a"})", {"/a"}},
+        {Agent::droid, "Read", R"({"file_path":"/a"})", {}},
     };
     for (const Row& row : rows) {
         const json object{{"hook_event_name", traitsOf(row.agent).tool},

@@ -89,6 +89,29 @@ TEST_F(Installer, writesAProgramOfItsOwnWhereThereAreNoEntries) {
     EXPECT_EQ(this->text(path(Agent::opencode)), "export const Mine = 1\n");
 }
 
+// Droid passes over "hooks" in its settings where it has a file of hooks, which holds the events alone.
+TEST_F(Installer, writesWhereDroidLooks) {
+    folder.makeFolder(".factory");
+    EXPECT_TRUE(installer().install(Agent::droid).changed);
+    EXPECT_TRUE(fs::exists(home + "/.factory/settings.json"));
+    const json events = config(Agent::droid)["hooks"];
+    installer().uninstall(Agent::droid);
+    EXPECT_EQ(config(Agent::droid), json::object());
+
+    folder.write(".factory/hooks.json", R"({"Stop": [{"hooks": [{"command": "mine"}]}]})");
+    EXPECT_EQ(json::parse(installer().snippet(Agent::droid)), events);
+    EXPECT_TRUE(installer().install(Agent::droid).changed);
+    json wanted = events;
+    wanted["Stop"].insert(wanted["Stop"].begin(), json::parse(R"({"hooks": [{"command": "mine"}]})"));
+    EXPECT_EQ(json::parse(folder.read(".factory/hooks.json")), wanted);
+    EXPECT_EQ(config(Agent::droid), wanted);
+    EXPECT_EQ(folder.read(".factory/settings.json"), "{}\n");
+    EXPECT_NE(run({"status"}).find("droid   installed"), std::string::npos);
+    installer().uninstall(Agent::droid);
+    EXPECT_EQ(folder.read(".factory/hooks.json").find("tidewrack"), std::string::npos);
+    EXPECT_NE(folder.read(".factory/hooks.json").find("mine"), std::string::npos);
+}
+
 // Copilot refuses every tool whose hook fails.
 TEST_F(Installer, leavesCopilotAtWorkWhereTheProgramIsGone) {
     installer(home + "/gone/tidewrack").install(Agent::copilot);
@@ -347,13 +370,16 @@ TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {
     put(Agent::claude, partial.dump());
     put(Agent::gemini, "{}");
     run({"install"}, binary);
-    // As the first version left it: two of its entries in the order of that time, and none for file tools.
+    // As earlier versions left it: none that end a session, and still before none for file tools.
     json earlier = config(Agent::gemini);
-    earlier["hooks"]["BeforeTool"].erase(1);
-    put(Agent::gemini, earlier.dump());
-    EXPECT_NE(run({"status"}, binary)
-                  .find("gemini  installed, hooks are of an earlier version: run tidewrack hooks install\n"),
-              std::string::npos);
+    for (const bool first : {false, true}) {
+        earlier["hooks"].erase("SessionEnd");
+        if (first) earlier["hooks"]["BeforeTool"].erase(1);
+        put(Agent::gemini, earlier.dump());
+        EXPECT_NE(run({"status"}, binary)
+                      .find("gemini  installed, hooks are of an earlier version: run tidewrack hooks install\n"),
+                  std::string::npos);
+    }
     run({"install"}, binary);
     put(Agent::codex, "{ /* mine */ }");
     put(Agent::claude, partial.dump());

@@ -54,6 +54,7 @@ inline std::string editEvent(Agent agent, const std::string& folder, const std::
     case Agent::qwen: object["tool_name"] = "write_file"; break;
     case Agent::copilot: object["tool_name"] = "Edit"; break;
     case Agent::opencode: object["tool_name"] = "write"; break;
+    case Agent::droid: object["tool_name"] = "Create"; break;
     }
     object["hook_event_name"] = traitsOf(agent).tool;
     object["tool_input"] = {{"file_path", path}};

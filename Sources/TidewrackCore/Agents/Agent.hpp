@@ -8,10 +8,10 @@
 
 namespace tidewrack {
 
-enum class Agent : std::uint8_t { claude, codex, cursor, gemini, copilot, qwen, opencode };
+enum class Agent : std::uint8_t { claude, codex, cursor, gemini, copilot, qwen, opencode, droid };
 
-inline constexpr std::array allAgents{Agent::claude,  Agent::codex, Agent::cursor,  Agent::gemini,
-                                      Agent::copilot, Agent::qwen,  Agent::opencode};
+inline constexpr std::array allAgents{Agent::claude,  Agent::codex, Agent::cursor,   Agent::gemini,
+                                      Agent::copilot, Agent::qwen,  Agent::opencode, Agent::droid};
 
 struct AgentTraits {
     enum class Config : std::uint8_t {
@@ -29,6 +29,8 @@ struct AgentTraits {
     std::string_view name;       // on the command line, in the log and in records
     std::string_view folder;     // below the home folder; where it is, the agent is on this machine
     std::string_view configFile; // below that folder
+    // Where it is there, it holds the events alone, and `configFile` is passed over. Empty: there is none.
+    std::string_view eventsFile;
     Config config = Config::groups;
     Answer refusal = Answer::exitStatus;
     Question question = Question::none;
@@ -36,10 +38,12 @@ struct AgentTraits {
     // Events, by the agent's own names.
     std::string_view prompt;
     std::string_view stop;
-    std::string_view interrupt; // empty: there is none
+    std::string_view interrupt;  // empty: there is none
+    std::string_view sessionEnd; // the same
     std::string_view tool;
     std::string_view shell;
     std::string_view shellTool;   // empty: the command stands at the top level of the event
+    std::string_view shellAlias;  // another name of the same tool
     std::string_view shellFolder; // the key in the tool's input of the folder that a command starts in; empty: none
 };
 

@@ -26,7 +26,8 @@ constexpr FileTool fileTools[] = {
     {Agent::cursor, "Delete"},       {Agent::gemini, "write_file"},  {Agent::gemini, "replace"},
     {Agent::copilot, "Write"},       {Agent::copilot, "Edit"},       {Agent::qwen, "write_file"},
     {Agent::qwen, "edit"},           {Agent::qwen, "notebook_edit"}, {Agent::opencode, "write"},
-    {Agent::opencode, "edit"},
+    {Agent::opencode, "edit"},       {Agent::droid, "Create"},       {Agent::droid, "Write"},
+    {Agent::droid, "Edit"},          {Agent::droid, "MultiEdit"},
 };
 
 // What tools call the files that they work on.
@@ -42,11 +43,13 @@ bool isFileTool(Agent agent, std::string_view tool) {
                        [&](const FileTool& known) { return known.agent == agent && known.name == tool; });
 }
 
-// A tool of a server of the Model Context Protocol: "mcp__server__write_file", in gemini "mcp_server_write_file".
-bool isChangingServerTool(std::string_view tool) {
-    if (!tool.starts_with("mcp_")) return false;
-    const auto doubled = tool.rfind("__");
-    const std::string name = lowercased(doubled == tool.npos ? tool : tool.substr(doubled));
+// A tool of a server of the Model Context Protocol: "mcp__server__write_file", in gemini "mcp_server_write_file", in
+// copilot "server-write_file".
+bool isChangingServerTool(Agent agent, std::string_view tool) {
+    const bool isCopilot = agent == Agent::copilot;
+    const auto begin = isCopilot ? tool.find('-') : tool.rfind("__");
+    if (isCopilot ? begin == tool.npos : !tool.starts_with("mcp_")) return false;
+    const std::string name = lowercased(begin == tool.npos ? tool : tool.substr(begin));
     return std::any_of(std::begin(changingWords), std::end(changingWords),
                        [&](std::string_view word) { return name.find(word) != name.npos; });
 }
@@ -85,7 +88,7 @@ std::vector<std::string> filesChangedBy(Agent agent, std::string_view tool, cons
         named = filesInPatch(shellCommand(toolInput, CommandWords::plain).value_or(""));
     } else if (isFileTool(agent, tool)) {
         named = namedPaths(*toolInput);
-    } else if (isChangingServerTool(tool)) {
+    } else if (isChangingServerTool(agent, tool)) {
         named = namedPaths(*toolInput);
         relative = false;
     }

@@ -84,28 +84,38 @@ struct EntryRow { // NOLINT(clang-analyzer-optin.performance.Padding): in the or
 constexpr EntryRow entryRows[] = {
     {Agent::claude, "UserPromptSubmit", ""},
     {Agent::claude, "PreToolUse", "Bash"},
-    {Agent::claude, "PreToolUse", "Write|Edit|MultiEdit|NotebookEdit|ExitWorktree", Version::current},
-    {Agent::claude, "PreToolUse", "mcp__.*", Version::current},
+    {Agent::claude, "PreToolUse", "Write|Edit|MultiEdit|NotebookEdit|ExitWorktree", Version::fileTools},
+    {Agent::claude, "PreToolUse", "mcp__.*", Version::fileTools},
     {Agent::claude, "Stop", ""},
+    {Agent::claude, "SessionEnd", "", Version::current},
     {Agent::codex, "UserPromptSubmit", ""},
     {Agent::codex, "PreToolUse", "^Bash$"},
-    {Agent::codex, "PreToolUse", "^apply_patch$", Version::current},
+    {Agent::codex, "PreToolUse", "^apply_patch$", Version::fileTools},
     {Agent::codex, "Stop", ""},
-    {Agent::codex, "Interrupt", "", Version::current},
+    {Agent::codex, "Interrupt", "", Version::fileTools},
+    {Agent::codex, "SessionEnd", "", Version::current},
     {Agent::cursor, "beforeSubmitPrompt", ""},
     {Agent::cursor, "beforeShellExecution", ""},
-    {Agent::cursor, "preToolUse", "Write|Edit|Delete", Version::current},
+    {Agent::cursor, "preToolUse", "Write|Edit|Delete", Version::fileTools},
     {Agent::cursor, "stop", ""},
     {Agent::gemini, "BeforeAgent", ""},
     {Agent::gemini, "BeforeTool", "run_shell_command"},
-    {Agent::gemini, "BeforeTool", "write_file|replace|mcp_.*", Version::current},
+    {Agent::gemini, "BeforeTool", "write_file|replace|mcp_.*", Version::fileTools},
     {Agent::gemini, "AfterAgent", ""},
+    {Agent::gemini, "SessionEnd", "", Version::current},
     {Agent::copilot, "UserPromptSubmit", ""},
     {Agent::copilot, "PreToolUse", "Bash|Write|Edit"},
+    {Agent::copilot, "PreToolUse", ".*-.*", Version::current}, // of servers
     {Agent::copilot, "Stop", ""},
+    {Agent::copilot, "SessionEnd", "", Version::current},
     {Agent::qwen, "UserPromptSubmit", ""},
     {Agent::qwen, "PreToolUse", "^(run_shell_command|write_file|edit|notebook_edit)$"},
+    {Agent::qwen, "PreToolUse", "^mcp__", Version::current},
     {Agent::qwen, "Stop", ""},
+    {Agent::qwen, "SessionEnd", "", Version::current},
+    {Agent::droid, "UserPromptSubmit", ""},
+    {Agent::droid, "PreToolUse", "Execute|Bash|Create|Write|Edit|MultiEdit"},
+    {Agent::droid, "Stop", ""},
 };
 
 bool hasGroups(Agent agent) {
@@ -153,7 +163,7 @@ json HookEntries::hook(std::string_view event, std::string_view matcher) const {
 json HookEntries::block(Version version) const {
     json block = json::object();
     for (const EntryRow& row : entryRows) {
-        if (row.agent != agent_ || (version == Version::first && row.since != version)) continue;
+        if (row.agent != agent_ || version < row.since) continue;
         json entry = hook(row.event, row.matcher);
         if (hasGroups(agent_)) {
             entry = {{"hooks", json::array({std::move(entry)})}};

@@ -41,8 +41,9 @@ class HookEntries {
     // "<binary, quoted> hook <agent>"; for copilot only where the program is there.
     [[nodiscard]] std::string command() const;
 
-    // Which entries: those of the first version, which knew of no file tools, or those of this one.
-    enum class Version { first, current };
+    // Which entries: those of the first version, which knew of no file tools, those of the next, which knew of no end
+    // of a session, or those of this one.
+    enum class Version { first, fileTools, current };
     // {EVENT: [ENTRY, ...]} as they are installed.
     [[nodiscard]] nlohmann::json block(Version version = Version::current) const;
 

@@ -50,7 +50,9 @@ std::string workingFolder(const json& object, std::string_view fallbackCwd) {
 
 std::optional<std::string> eventCommand(const json& object, const AgentTraits& names) {
     if (names.shellTool.empty()) return asText(member(object, "command"));
-    if (asText(member(object, "tool_name")) != names.shellTool) return std::nullopt;
+    const auto tool = asText(member(object, "tool_name"));
+    if (!tool || (tool != names.shellTool && (names.shellAlias.empty() || tool != names.shellAlias)))
+        return std::nullopt;
     return shellCommand(member(object, "tool_input"));
 }
 
@@ -99,7 +101,7 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
     HookEvent event;
     event.cwd = fallbackCwd;
     if (!object.is_object()) return event;
-    event.name = asText(member(object, "hook_event_name")).value_or("");
+    event.name = firstPresent(object, {"hook_event_name", "hookEventName"}).value_or("");
     event.cwd = workingFolder(object, fallbackCwd);
     event.session = firstPresent(object, {"session_id", "conversation_id", "sessionId"});
     event.turn = firstPresent(object, {"prompt_id", "turn_id", "generation_id"});
@@ -115,6 +117,9 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
     } else if (!names.interrupt.empty() && event.name == names.interrupt) {
         event.kind = HookEvent::Kind::stop;
         event.interrupted = true;
+    } else if (!names.sessionEnd.empty() && event.name == names.sessionEnd) {
+        event.kind = HookEvent::Kind::stop;
+        event.endsSession = true;
     } else if (event.name == names.shell) {
         event.command = eventCommand(object, names);
         if (event.command) event.kind = HookEvent::Kind::shell;

@@ -16,7 +16,7 @@ struct HookEvent {
     enum class Kind {
         prompt,  // the user submitted a prompt; a turn begins
         shell,   // the agent is about to run a shell command
-        stop,    // the agent finished its turn, or was interrupted
+        stop,    // the agent finished its turn, was interrupted, or is left
         edit,    // the agent is about to write, move or delete files with a tool of its own
         discard, // the agent is about to throw away the work tree that it works in
         other,   // nothing of concern
@@ -29,6 +29,7 @@ struct HookEvent {
     std::optional<std::string> command; // only for `shell`
     std::vector<std::string> paths;     // only for `edit`: the files, absolute, in the event's order
     bool interrupted = false;           // only for `stop`
+    bool endsSession = false;           // only for `stop`: the turn may have ended before
     std::optional<std::string> session;
     std::optional<std::string> turn;
 

@@ -305,16 +305,41 @@ class HookCall {
         context_.loadProjects();
         const auto here = Store::projectContaining(event_.cwd, context_.projects());
         const auto prompted = here ? promptTime(*here) : std::nullopt;
+        if (event_.endsSession) return endSession();
         if (here) endTurn(*here);
         if (!event_.session) return;
         for (const Project& project : context_.projects())
             if ((!here || project.id != here->id) && isInTurn(project, prompted)) endTurn(project);
     }
 
+    // Of a turn that was cut off no agent tells the end; a turn that has ended stays as it is.
+    void endSession() {
+        for (const Project& project : context_.projects())
+            if (hasOpenTurn(project)) endTurn(project);
+    }
+
+    [[nodiscard]] bool hasOpenTurn(const Project& project) const {
+        constexpr std::size_t mostRead = 8;
+        try {
+            const History history = handler_.store.history(project);
+            const auto seqs = history.seqs();
+            for (std::size_t at = seqs.size(); event_.session && at-- > 0 && seqs.size() - at <= mostRead;) {
+                const SnapshotMeta meta = history.snapshot(seqs[at]);
+                if (meta.session == event_.session && meta.agent == context_.caller()) return meta.kind != "stop";
+            }
+        } catch (const std::exception&) { // what cannot be told is as before
+        }
+        return false;
+    }
+
     // One project's failure costs the others nothing.
     void endTurn(const Project& project) {
         try {
-            snapshot(project, "stop", event_.interrupted ? "Interrupted" : "End of turn", std::nullopt, endIn(project));
+            snapshot(project, "stop",
+                     event_.interrupted   ? "Interrupted"
+                     : event_.endsSession ? "End of session"
+                                          : "End of turn",
+                     std::nullopt, endIn(project));
         } catch (const std::exception& error) {
             context_.logError(error.what());
         }
@@ -399,6 +424,7 @@ class HookCall {
     HookContext context_;
     const HookHandler& handler_ = context_.handler;
     const HookEvent& event_ = context_.event;
+    std::optional<GuardRules> ownRules_;
     shell::Verdict verdict_; // on the event, as soon as it is known
     TerminationDelayed* const delayed_;
 };
@@ -423,7 +449,6 @@ namespace {
 // Anybody may leave a ".git" in a folder that all can write to; git believes none of another user either.
 bool isTrusted(const struct stat& status) {
     return status.st_uid == ::geteuid() || status.st_uid == 0 || ::geteuid() == 0;
-    std::optional<GuardRules> ownRules_;
 }
 
 } // namespace

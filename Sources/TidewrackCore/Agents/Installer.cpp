@@ -2,6 +2,7 @@
 
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Plugin.hpp"
+#include "Support/Files.hpp"
 #include "Support/Json.hpp"
 
 #include <nlohmann/json.hpp>
@@ -39,6 +40,16 @@ std::string encoded(const json& config) {
     return prettyJson(config, Slashes::plain) + '\n';
 }
 
+// A file that holds the events alone is worked on as if they stood under "hooks".
+std::optional<json> decoded(const std::optional<std::string>& bytes, bool eventsAlone) {
+    auto config = decoded(bytes);
+    if (!config || !eventsAlone) return config;
+    return json{{"hooks", std::move(*config)}};
+}
+std::string encoded(const json& config, bool eventsAlone) {
+    return encoded(eventsAlone ? config.value("hooks", json::object()) : config);
+}
+
 std::string notPlainJson(const std::string& path, Agent agent) {
     return path + " isn't plain JSON (comments?). Add the hooks by hand: run `tidewrack hooks --print " +
            std::string(rawValue(agent)) + "`.";
@@ -72,15 +83,15 @@ bool sameFile(const std::string& a, const std::string& b) {
 
 // What an earlier edit of this configuration may have been writing.
 std::vector<std::string> possibleTexts(const HookEntries& entries, const std::optional<std::string>& bytes,
-                                       const std::optional<json>& config) {
+                                       const std::optional<json>& config, bool eventsAlone) {
     std::vector<std::string> texts = {bytes.value_or("")};
     if (!config) return texts;
     json with = *config;
     json without = *config;
     (void)entries.addTo(with);
     entries.removeFrom(without);
-    texts.push_back(encoded(with));
-    texts.push_back(encoded(without));
+    texts.push_back(encoded(with, eventsAlone));
+    texts.push_back(encoded(without, eventsAlone));
     return texts;
 }
 
@@ -104,7 +115,13 @@ std::string HookInstaller::agentFolder(Agent agent) const {
 }
 
 std::string HookInstaller::configPath(Agent agent) const {
-    return agentFolder(agent).append(traitsOf(agent).configFile);
+    const AgentTraits& traits = traitsOf(agent);
+    return agentFolder(agent).append(holdsEventsAlone(agent) ? traits.eventsFile : traits.configFile);
+}
+
+bool HookInstaller::holdsEventsAlone(Agent agent) const {
+    const std::string_view file = traitsOf(agent).eventsFile;
+    return !file.empty() && exists(agentFolder(agent).append(file));
 }
 
 bool HookInstaller::agentPresent(Agent agent) const {
@@ -115,6 +132,7 @@ bool HookInstaller::agentPresent(Agent agent) const {
 std::string HookInstaller::snippet(Agent agent) const {
     if (isPlugin(agent)) return opencodePlugin(binary, entries(agent).command());
     json config{{"hooks", entries(agent).block()}};
+    if (holdsEventsAlone(agent)) config = config["hooks"];
     if (traitsOf(agent).config == AgentTraits::Config::hooks) config["version"] = 1;
     return prettyJson(config, Slashes::plain);
 }
@@ -128,7 +146,7 @@ std::vector<std::string> HookInstaller::commandsIn(Agent agent, const std::optio
         if (first.ends_with(" " + own)) return {own}; // of whatever name
         return programOf(first) ? std::vector{first} : std::vector<std::string>();
     }
-    const auto config = decoded(bytes);
+    const auto config = decoded(bytes, holdsEventsAlone(agent));
     return config ? entries(agent).commandsIn(*config) : std::vector<std::string>();
 }
 
@@ -146,8 +164,9 @@ std::optional<std::string> HookInstaller::installedBinary(Agent agent) const {
 HookInstaller::Status HookInstaller::status(Agent agent) const {
     if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
     const auto bytes = readConfig(configPath(agent));
-    const auto config = isPlugin(agent) ? json::object() : decoded(bytes);
-    if (!isPlugin(agent)) removeLeftoversBeside(configPath(agent), possibleTexts(entries(agent), bytes, config));
+    const auto config = isPlugin(agent) ? json::object() : decoded(bytes, holdsEventsAlone(agent));
+    if (!isPlugin(agent))
+        removeLeftoversBeside(configPath(agent), possibleTexts(entries(agent), bytes, config, holdsEventsAlone(agent)));
     if (!config) return {Status::State::notInstalled, notPlainJson(configPath(agent), agent)};
     const auto commands = commandsIn(agent, bytes);
     if (commands.empty()) return {Status::State::notInstalled, std::nullopt};
@@ -165,9 +184,10 @@ HookInstaller::Status HookInstaller::status(Agent agent) const {
         return status;
     }
     if (asInstalled.areWholeIn(*config, HookEntries::Version::current)) return status;
-    status.hint = asInstalled.areWholeIn(*config, HookEntries::Version::first)
-                      ? "hooks are of an earlier version: run tidewrack hooks install"
-                      : std::string("but not as this version installs them") + mend;
+    const bool isOlder = asInstalled.areWholeIn(*config, HookEntries::Version::first) ||
+                         asInstalled.areWholeIn(*config, HookEntries::Version::fileTools);
+    status.hint = isOlder ? "hooks are of an earlier version: run tidewrack hooks install"
+                          : std::string("but not as this version installs them") + mend;
     return status;
 }
 
@@ -190,20 +210,22 @@ HookInstaller::Result HookInstaller::edit(Agent agent, Edit what, Acting acting)
     result.path = configPath(agent);
     const auto bytes = readConfig(result.path);
     if (isPlugin(agent)) return editPlugin(std::move(result), bytes, what, acting);
-    auto config = decoded(bytes);
-    if (acting == Acting::forReal) removeLeftoversBeside(result.path, possibleTexts(entries(agent), bytes, config));
+    const bool eventsAlone = holdsEventsAlone(agent);
+    auto config = decoded(bytes, eventsAlone);
+    if (acting == Acting::forReal)
+        removeLeftoversBeside(result.path, possibleTexts(entries(agent), bytes, config, eventsAlone));
     if (!config) {
         result.note = notPlainJson(result.path, agent);
         return result;
     }
-    const std::string before = encoded(*config);
+    const std::string before = encoded(*config, eventsAlone);
     const std::vector<OwnHook> hooksBefore = entries(agent).hooksIn(*config);
     if (what == Edit::remove) {
         entries(agent).removeFrom(*config);
     } else if (const auto left = entries(agent).addTo(*config); !left.empty()) {
         result.note = leftAlone(result.path, left);
     }
-    const std::string after = encoded(*config);
+    const std::string after = encoded(*config, eventsAlone);
     if (after == before) return result;
 
     const std::vector<OwnHook> hooksAfter = entries(agent).hooksIn(*config);

@@ -65,6 +65,7 @@ struct HookInstaller {
 
     [[nodiscard]] HookEntries entries(Agent agent) const { return {binary, agent}; }
     [[nodiscard]] std::string agentFolder(Agent agent) const;
+    [[nodiscard]] bool holdsEventsAlone(Agent agent) const; // its file, without "hooks" around them
     // Our command lines in the text of an agent's file.
     [[nodiscard]] std::vector<std::string> commandsIn(Agent agent, const std::optional<std::string>& bytes) const;
     Result editPlugin(Result result, const std::optional<std::string>& bytes, Edit what, Acting acting) const;
