@@ -187,6 +187,9 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
     EXPECT_EQ(back({"undo", "--turn", "last"}),
               "1\ntidewrack: --turn needs a snapshot number, got last. `tidewrack timeline` lists the turns; --last is "
               "the newest.\n");
+    EXPECT_EQ(back({"undo", "--last", "nodes"}),
+              "1\ntidewrack: nodes is neither in any snapshot nor in the folder; did you mean notes?\n");
+    EXPECT_EQ(back({"undo", "2", "nodes"}).front(), '1');
     EXPECT_EQ(back({"undo", "--turn", "3", "scr"}), "1\ntidewrack: scr isn't in what #2–#3 changed.\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "notes"}),
               "0\nNothing of turn #2–#3 of claude, \"one\" is left to take back at notes.\n");

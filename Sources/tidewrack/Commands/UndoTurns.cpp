@@ -2,6 +2,8 @@
 
 #include "Commands/Commands.hpp"
 #include "Commands/Turns.hpp"
+#include "Commands/UndoElsewhere.hpp"
+#include "Commands/UnknownPaths.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/PathWords.hpp"
@@ -388,7 +390,10 @@ int undoTurns(Invocation& call) {
     call.warnOfUnread(undo.unread()); // where one of them was asked for, that was refused
     const bool last = newest && !call.json();
     if (last) call.print(newerElsewhere(call, project, undo, choice));
-    if (choice.rows.empty()) return nothing(call, choice, nothingToUndo, options.dryRun);
+    if (choice.rows.empty()) {
+        if (undo.unread().empty()) refuseNeverThere(call, project, undo.records(), options.paths, 0);
+        return nothing(call, choice, nothingToUndo, options.dryRun);
+    }
     const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
     if (options.vault && !options.paths.empty() &&
         entriesOf(call, readVaultEntries(call.store()), project, undo.timeline(), choice, options).empty())

@@ -1,8 +1,11 @@
 #include "Commands/UnknownPaths.hpp"
 
+#include "Engine/PathSearch.hpp"
 #include "Invocation.hpp"
 #include "Likeness.hpp"
+#include "Platform/Volumes.hpp"
 #include "Reports/PathWords.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 
@@ -50,6 +53,42 @@ std::string adviceOn(const Invocation& call, const Project& project, const Manif
     const std::string folder = Store::canonical(call.around.currentFolder);
     const bool within = !call.around.currentFolder.empty() && isAtOrBelow(folder, project.root);
     return "; did you mean " + shellWord(within ? seenFrom(path, folder) : path) + "?";
+}
+
+namespace {
+
+// As a pattern that fits this path alone.
+std::string literally(const std::string& path) {
+    if (path.find_first_of("*?[") == path.npos) return path; // no pattern
+    std::string pattern;
+    for (const char letter : path) {
+        if (std::string_view("*?[\\").find(letter) != std::string_view::npos) pattern += '\\';
+        pattern += letter;
+    }
+    return pattern;
+}
+
+bool isInHistory(Invocation& call, const Project& project, const std::vector<SnapshotMeta>& records,
+                 const std::string& path) {
+    const FoundPaths found = findPaths(call.engine(), project, records, NamePattern(literally(path)));
+    // A listing that can't be read may have it.
+    return !found.warnings.empty() || std::any_of(found.paths.begin(), found.paths.end(), [&](const FoundPath& each) {
+        return isAtOrBelow(each.path, path) ||
+               (volumeIgnoresCase(project.root) && isAtOrBelow(caseFolded(each.path), caseFolded(path)));
+    });
+}
+
+} // namespace
+
+void refuseNeverThere(Invocation& call, const Project& project, const std::vector<SnapshotMeta>& records,
+                      const std::vector<std::string>& paths, std::size_t first) {
+    for (std::size_t index = 0; index < paths.size(); ++index) {
+        const std::string& path = paths[index];
+        if (path.empty() || exists(joined(project.root, path)) || isInHistory(call, project, records, path)) continue;
+        const std::string& word = call.args.positional[first + index];
+        const Manifest newest = records.empty() ? Manifest() : call.store().history(project).manifest(records.back());
+        throw CliError(word + " is neither in any snapshot nor in the folder" + adviceOn(call, project, newest, word));
+    }
 }
 
 } // namespace tidewrack::commands
