@@ -175,7 +175,8 @@ class Offers {
     }
 
     static std::string describe(const TimelineRow& row) {
-        return ago(row.began, now()) + "  " + row.agent.value_or("") + "  " + row.title;
+        const std::string title = row.title.empty() ? titleText(row.title, {}) : row.title;
+        return ago(row.began, now()) + "  " + row.agent.value_or("") + "  " + title;
     }
 
     void turns() {

@@ -222,7 +222,7 @@ std::string largestText(const UsageReport::Of& of, const Look& look) {
                 look.shown(content.path.empty() ? "blobs/" + content.blob : content.path) + "  #" +
                 std::to_string(content.seq);
         if (const auto turn = of.turns.find(content.blob); turn != of.turns.end())
-            text += "  " + look.shown(turn->second.agent + " \"" + shortTitle(turn->second.title) + "\"");
+            text += "  " + look.shown(turn->second.agent) + " " + titleText(turn->second.title, look);
         text += "\n";
     }
     return text;

@@ -64,6 +64,10 @@ std::string shortTitle(const std::string& title) {
     return std::string(firstCharacters(repaired, longestTitle - 1)) + "…";
 }
 
+std::string titleText(const std::string& title, const Look& look) {
+    return title.empty() ? "(no prompt)" : "\"" + look.shown(shortTitle(title)) + "\"";
+}
+
 std::string filesText(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }

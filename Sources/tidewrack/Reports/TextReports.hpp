@@ -17,6 +17,8 @@ namespace tidewrack {
 
 // A turn's prompt, or what else stands for a title, at most 60 characters long.
 [[nodiscard]] std::string shortTitle(const std::string& title);
+// The same in quotes; "(no prompt)" where a turn began with an empty one, or its beginning was not seen.
+[[nodiscard]] std::string titleText(const std::string& title, const Look& look);
 
 // "1 file", "2 files"
 [[nodiscard]] std::string filesText(std::size_t count);

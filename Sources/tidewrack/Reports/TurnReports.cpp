@@ -19,10 +19,6 @@ using End = TimelineRow::End;
 using Kind = UndoAction::Kind;
 using Reason = UndoAction::Reason;
 
-std::string quoted(const std::string& title, const Look& look) {
-    return title.empty() ? "" : "\"" + look.shown(shortTitle(title)) + "\"";
-}
-
 const char* name(Type type) {
     switch (type) {
     case Type::turn: return "turn";
@@ -99,7 +95,7 @@ std::string laterText(const UndoneAction& each, const std::string& what, const L
     std::string text = what + (each.changedIn == 0 ? " since" : " in #" + std::to_string(each.changedIn));
     if (each.agent)
         text += " (" + look.shown(repairedUtf8(*each.agent)) +
-                (each.title.empty() ? "" : ", " + quoted(each.title, look)) + ")";
+                (each.title.empty() ? "" : ", " + titleText(each.title, look)) + ")";
     return text;
 }
 
@@ -196,7 +192,7 @@ std::string timelineText(const std::vector<TimelineRow>& rows, bool commands, Da
     std::string text;
     for (const TimelineRow& row : rows) {
         text += spanText(row.first, row.last) + "  " + clockText(row.began, now) + "  " + whoText(row, look);
-        if (!row.title.empty()) text += "  " + quoted(row.title, look);
+        if (row.type == Type::turn || !row.title.empty()) text += "  " + titleText(row.title, look);
         if (row.type != Type::manual && row.counts)
             text += "  " + (row.foldersAlone ? "folders alone" : countsText(*row.counts));
         text += notes(row, look) + "\n";
@@ -235,8 +231,7 @@ std::string choiceText(const UndoChoice& choice, Date now, const Look& look) {
     case Type::restore: return "the restore " + range + of;
     case Type::undo: return (newest.redo ? "the redo " : "the undo ") + range + of;
     }
-    const std::string title = quoted(newest.title, look);
-    std::string turn = "turn " + range + " of " + agent + (title.empty() ? "" : ", " + title);
+    std::string turn = "turn " + range + " of " + agent + ", " + titleText(newest.title, look);
     if (!newest.isRunning()) return turn;
     return turn + ", whose end was not seen: all changes from " + clockText(newest.began, now) + " until now";
 }
