@@ -191,14 +191,28 @@ class Offers {
 
     // The snapshot that holds what the folder may have lost: the one that is named, or the one before the chosen turn.
     std::optional<std::int64_t> stateBefore() {
-        const auto named = typed_.values.find("--turn");
-        const bool newest = typed_.flags.contains("--last");
-        if (named == typed_.values.end() && !newest)
-            return typed_.words.size() > 1 ? snapshotNumber(typed_.words[1]) : std::nullopt;
-        const std::int64_t number = newest ? 0 : snapshotNumber(named->second).value_or(-1);
-        for (const TimelineRow& row : turnRows())
-            if (newest || (row.first <= number && number <= row.last)) return row.first;
-        return std::nullopt;
+        const auto rows = choosesTurn(*commandOf(typed_.words)) ? turnRows() : std::vector<TimelineRow>();
+        if (typed_.flags.contains("--last")) return rows.empty() ? std::nullopt : std::optional(rows.front().first);
+        const TimelineRow* turn = nullptr;
+        for (const char* option : {"--turn", "--session-of"})
+            for (const TimelineRow& row : rows)
+                if (const auto number = numberAfter(option); number && row.first <= *number && *number <= row.last)
+                    turn = &row;
+        if (turn != nullptr && typed_.values.contains("--turn")) return turn->first;
+        const auto session = turn != nullptr ? turn->session : valueOf("--session");
+        for (auto row = rows.rbegin(); row != rows.rend() && session; ++row)
+            if (row->session.value_or("").starts_with(*session)) return row->first;
+        if (!rows.empty() || typed_.words.size() < 2) return std::nullopt;
+        return snapshotNumber(typed_.words[1].substr(0, typed_.words[1].find(".."))); // A of A..B
+    }
+
+    [[nodiscard]] std::optional<std::string> valueOf(const char* option) const {
+        const auto found = typed_.values.find(option);
+        return found == typed_.values.end() ? std::nullopt : std::optional(found->second);
+    }
+    [[nodiscard]] std::optional<std::int64_t> numberAfter(const char* option) const {
+        const auto value = valueOf(option);
+        return value ? snapshotNumber(*value) : std::nullopt;
     }
 
     void vaultEntries() {
