@@ -312,8 +312,8 @@ TEST_F(Installer, hooksCommandReportsWhatItDid) {
     EXPECT_NE(plan.str().find("\n  + Stop: /usr/local/bin/tidewrack hook claude\n"), std::string::npos);
     EXPECT_NE(plan.str().find("\n  backup: " + backupOf(Agent::claude) + "\n"), std::string::npos);
     const json removed = json::parse(told.str());
-    EXPECT_EQ(removed["dryRun"], true);
-    EXPECT_EQ(removed["agents"][0]["removed"].size(), 5U);
+    EXPECT_EQ(removed["version"].dump() + removed["dryRun"].dump(), "1true");
+    EXPECT_EQ(removed["agents"][0]["removed"].size(), 6U);
     EXPECT_EQ(removed["agents"][0]["removed"][0],
               json({{"event", "PreToolUse"}, {"matcher", "Bash"}, {"command", "/old/tidewrack hook claude"}}));
     EXPECT_EQ(removed["agents"][0]["added"], json::array());

@@ -530,8 +530,9 @@ TEST(VaultCommand, listsAndRestores) {
     const json told = json::parse(world.ok({"vault", "restore", entry.id, "--json"}));
     const json& item = told.at("items").at(0);
     EXPECT_EQ(world.folder.read(item.at("aside").get<std::string>().substr(world.folder.path().size() + 1)), "y");
-    EXPECT_EQ(told.at("dryRun").dump() + item.at("path").get<std::string>() + item.at("restored").dump(),
-              "false" + path + "true");
+    EXPECT_EQ(json::parse(world.ok({"vault", "restore", entry.id, "--json"}))["items"][0]["asSaved"], true);
+    EXPECT_EQ(told["version"].dump() + told["dryRun"].dump() + item["restored"].dump(), "1falsetrue");
+    EXPECT_EQ(item["path"].get<std::string>() + item["asSaved"].dump(), path + "false");
     EXPECT_EQ(world.folder.read("home/f"), "x");
     world.folder.remove("home/f");
     EXPECT_EQ(world.ok({"vault", "restore", entry.id}), "restored " + path + "\n");

@@ -113,7 +113,8 @@ void changeAgents(const std::string& name, Change change, const HookInstaller& i
     }
     const bool isDryRun = way.acting == HookInstaller::Acting::dryRun;
     if (way.asJson)
-        out << prettyJson({{"dryRun", isDryRun}, {"agents", std::move(list)}}, Slashes::escaped) << '\n';
+        out << prettyJson({{"version", 1}, {"dryRun", isDryRun}, {"agents", std::move(list)}}, Slashes::escaped)
+            << '\n';
     else if (agents.empty())
         out << "No supported agents found (looked for ~/.claude, ~/.codex, ~/.cursor, ~/.gemini).\n";
     if (failure) std::rethrow_exception(failure);

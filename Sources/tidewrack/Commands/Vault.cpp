@@ -40,13 +40,16 @@ std::string listing(const VaultEntry& entry, Date now, const Look& look) {
 nlohmann::json asJson(const VaultRestored& result) {
     nlohmann::json items = nlohmann::json::array();
     for (const RestoredItem& item : result.items) {
-        nlohmann::json object = {
-            {"path", item.original}, {"restored", item.isBack()}, {"copy", item.copy}, {"missing", missingTexts(item)}};
+        nlohmann::json object = {{"path", item.original},
+                                 {"restored", item.isBack()},
+                                 {"asSaved", item.wasThere},
+                                 {"copy", item.copy},
+                                 {"missing", missingTexts(item)}};
         if (item.aside) object["aside"] = *item.aside;
         if (!item.isBack()) object["error"] = failureText(item);
         items.push_back(std::move(object));
     }
-    nlohmann::json object = {{"dryRun", result.isDryRun}, {"items", std::move(items)}};
+    nlohmann::json object = {{"version", 1}, {"dryRun", result.isDryRun}, {"items", std::move(items)}};
     if (result.gitState) object["folder"] = result.gitState->folder;
     if (result.gitState) object["commands"] = gitStateCommands(result);
     return object;
