@@ -152,7 +152,8 @@ TEST_F(GitSaving, keepsGitsOwnStateAndPutsItBesideTheLiveOne) {
     EXPECT_FALSE(exists(folder));
     TimelineRow turn;
     turn.vault = {entry.id};
-    EXPECT_TRUE(entriesToPutBack(world.store(), readVaultEntries(world.store()), {turn}).empty()) << "no undo touches it";
+    EXPECT_TRUE(entriesToPutBack(world.store(), readVaultEntries(world.store()), {turn}).empty())
+        << "no undo touches it";
 }
 
 TEST_F(GitSaving, copiesGitsStateBeforeItChangesAndOnlyThen) {
