@@ -52,7 +52,8 @@ bool hasPlugin(const HookInstaller& installer, Agent agent) {
     case Agent::cursor:
     case Agent::copilot:
     case Agent::qwen:
-    case Agent::opencode: return false; // there is none
+    case Agent::opencode:
+    case Agent::droid: return false; // there is none
     }
     return false;
 }
