@@ -1,0 +1,104 @@
+// Whose a change is where several sessions work, or snapshots are missing.
+
+#include "Support/TurnFixture.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+using nlohmann::json;
+
+namespace {
+
+class TurnsSideBySide : public TurnFixture {};
+
+} // namespace
+
+TEST_F(TurnsSideBySide, whatLiesBetweenPrunedSnapshotsIsNobodys) {
+    prompt("s", "long ago");
+    f.write("project/notes", "turn\n");
+    snap("tool", "claude", "s", "Before: rm x");
+    f.write("project/config", "whose\n");
+    prompt("s", "next");
+    stop("s");
+    for (const std::int64_t seq : {2, 3, 4, 5})
+        rewriteRecord(world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 3); });
+    f.remove("store/projects/" + world.project().id + "/snapshots/3.json");
+    EXPECT_EQ(back({"undo", "--last"}),
+              "3\nNothing of turn #2–#4 of claude, \"long ago\" is taken back:\n"
+              "! config  snapshot #3 is missing, so that it can't be told whose change this is\n"
+              "! notes  snapshot #3 is missing, so that it can't be told whose change this is\n"
+              "2 paths are left alone; --force puts such paths back whole, --keep-later passes over them.\n");
+    EXPECT_EQ(back({"undo", "--last", "--keep-later"}).front(), '0');
+    EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0');
+    EXPECT_EQ(f.read("project/notes"), "one\n");
+}
+
+TEST_F(TurnsSideBySide, whatTwoSessionsDidAtOnceIsNobodys) {
+    prompt("a", "one");
+    f.write("project/config", "port = 1\ndebug = off\n"); // before the other one begins
+    snap("prompt", "codex", "b", "two");
+    f.write("project/notes", "whose\n");
+    snap("stop", "codex", "b", "End of turn");
+    stop("a");
+    EXPECT_EQ(back({"undo", "--turn", "2"}), "3\nTook back turn #2–#5 of claude, \"one\":\n"
+                                             "~ config\n"
+                                             "! notes  codex was at work here from #3 to #4\n"
+                                             "1 file overwritten.\n"
+                                             "1 path is left alone; --force puts such paths back whole, --keep-later "
+                                             "passes over them.\n"
+                                             "Take this back with: tidewrack redo\n");
+    EXPECT_EQ(f.read("project/notes") + config(), "whose\nport = 80\ndebug = off\n");
+    EXPECT_EQ(back({"undo", "--turn", "2", "--force"}).front(), '0');
+    EXPECT_EQ(f.read("project/notes"), "one\n");
+}
+
+// Real events: claude is still at work when codex comes and goes. What their file tools named is told apart.
+TEST_F(TurnsSideBySide, aSessionThatIsStillAtWork) {
+    event(Agent::claude, "UserPromptSubmit", "t1", "one");
+    f.write("project/config", "claude\n");
+    event(Agent::codex, "UserPromptSubmit", "c1", "two");
+    event(Agent::claude, "PreToolUse-Edit", "t1", "src/main.c");
+    f.write("project/src/main.c", "claude\n");
+    event(Agent::codex, "PreToolUse-apply_patch", "c1", "*** Begin Patch\n*** Delete File: README.md\n*** End Patch\n");
+    f.write("project/README.md", "codex\n");
+    f.write("project/notes", "whose\n");
+    event(Agent::codex, "PreToolUse-Bash", "c1", "rm -rf src/deep");
+    f.remove("project/src/deep");
+    event(Agent::codex, "PreToolUse-Bash", "c1", "mkdir -p made/by; touch made/by/codex; sed -i s/b/c/ .keep");
+    f.write("project/made/by/codex", "");
+    EXPECT_EQ(f.read("store/projects/" + world.project().id + "/edits.log").find("s\\/b"), std::string::npos);
+    for (const bool ended : {false, true}) {
+        if (ended) event(Agent::codex, "Stop", "c1");
+        const std::string text = back({"undo", "--last", "--dry-run"});
+        EXPECT_NE(text.find("~ README.md\n- made/\n- made/by/\n- made/by/codex\n"
+                            "! notes  claude may have been at work here from #3 "),
+                  std::string::npos)
+            << text;
+        EXPECT_NE(text.find("\n+ src/deep/\n+ src/deep/er.c\n1"), std::string::npos) << text;
+        EXPECT_EQ(text.find("src/main.c"), std::string::npos) << text;
+        EXPECT_EQ(text.front(), '3');
+    }
+    event(Agent::claude, "Stop", "t1");
+    const std::string text = back({"undo", "--turn", "2"});
+    EXPECT_NE(text.find("~ config\n! notes  codex was at work here from #3 to #6\n~ src/main.c\n"), std::string::npos)
+        << text;
+    EXPECT_EQ(f.read("project/README.md") + f.read("project/src/main.c") + f.read("project/notes"),
+              "codex\nint main;\nwhose\n");
+}
+
+// Within one second the times do not tell which snapshot an edit came after.
+TEST_F(TurnsSideBySide, anEditIsItsSessionsUpToTheNextSnapshotAlone) {
+    f.write("project/notes", "1\n2\n3\n");
+    event(Agent::claude, "UserPromptSubmit", "t1", "the first line");
+    snap("prompt", "codex", "b", "the third line");
+    event(Agent::claude, "PreToolUse-Edit", "t1", "notes");
+    f.write("project/notes", "one\n2\n3\n");
+    snap("tool", "codex", "b", "Before: make");
+    f.write("project/notes", "one\n2\nthree\n");
+    snap("stop", "codex", "b", "End of turn");
+    event(Agent::claude, "Stop", "t1");
+    EXPECT_EQ(back({"undo", "--session", "session"}).substr(0, 1), "3");
+    EXPECT_EQ(f.read("project/notes"), "one\n2\nthree\n") << "whose the last line was can't be told";
+}
