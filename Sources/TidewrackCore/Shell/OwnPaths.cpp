@@ -15,8 +15,9 @@ namespace {
 using namespace std::string_view_literals;
 
 // Options of the program whose value is a word of its own.
-constexpr std::array valueOptions = {"-C"sv,      "-n"sv,        "--agent"sv,   "--home"sv,       "--kind"sv,
-                                     "--label"sv, "--project"sv, "--session"sv, "--session-of"sv, "--turn"sv};
+constexpr std::array valueOptions = {"-C"sv,        "-n"sv,           "--agent"sv, "--home"sv,
+                                     "--hunk"sv,    "--kind"sv,       "--label"sv, "--project"sv,
+                                     "--session"sv, "--session-of"sv, "--turn"sv};
 
 // Options that make it only show or explain.
 constexpr std::array showing = {"-h"sv, "--help"sv, "--dry-run"sv};
