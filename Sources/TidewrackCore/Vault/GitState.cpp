@@ -78,6 +78,7 @@ std::vector<VaultEntry> Vault::gitStates(const std::string& root) const {
     std::vector<VaultEntry> states;
     for (const std::string& name : names)
         if (auto entry = find(name); entry && entry->gitState == root) states.push_back(std::move(*entry));
+    std::sort(states.begin(), states.end(), [](const auto& one, const auto& other) { return other.isOlderThan(one); });
     return states;
 }
 
