@@ -230,8 +230,15 @@ TEST(Json, printsWhatIsDocumented) {
     const json half = json::parse(world.run({"vault", "restore", id, "--json"}).out);
     EXPECT_EQ(half["items"][1]["restored"], false);
     document.check("vault restore", half);
+    f.write("home/repo/.git/HEAD", "ref: refs/heads/main\n");
+    for (const char* folder : {"refs", "objects"}) f.makeFolder(std::string("home/repo/.git/") + folder);
+    const auto state =
+        Vault(world.store())
+            .saveGitState(gitStoreFor(f.at("home/repo")).value(), GitStore::WorkTrees::own, Vault::Objects::left, {});
+    run("vault restore", {"restore", state.value().id});
     VaultEntry odd;
     odd.items = {{"/odd\xff", "items/0", "file", "/odd\xff"}};
+    odd.gitState = "/odd\xff";
     document.check("vault", json::array({toJson(odd)}));
     world.ok({"hooks", "install", "gemini"});
     json config = json::parse(f.read("home/.gemini/settings.json"));
