@@ -247,7 +247,9 @@ TEST(Json, printsWhatIsDocumented) {
     f.makeFolder("home/.gemini/extensions/tidewrack"); // as the plugin lies there
     run("hooks status", {"status"});
     for (const char* agent : {"codex", "gemini"}) run("hooks install", {"install", agent});
-    EXPECT_EQ(run("hooks uninstall", {"uninstall", "gemini"})["agents"][0]["removed"].size(), 4U);
+    EXPECT_EQ(run("hooks uninstall", {"uninstall", "gemini"})["agents"][0]["removed"].size(), 5U);
+
+    run("guard explain", {"explain", "echo $(date) > f | cat; rm -rf " + world.projectPath() + "; make"});
 
     EXPECT_EQ(run("untrack", {"--dry-run"})["dryRun"], true);
     EXPECT_EQ(run("untrack")["root"], world.projectPath());
