@@ -107,7 +107,7 @@ TEST_F(GuardCommand, runsBetweenTwoSnapshots) {
     const Outcome changed = world.run({"run", "--", "sh", "-c", "rm build/x; echo new >a; exit 3"});
     EXPECT_EQ(changed.status, 3);
     EXPECT_EQ(changed.out, "");
-    EXPECT_EQ(changed.err, "+ a\n- build/x\nUndo this with: tidewrack undo 2\n");
+    EXPECT_EQ(changed.err, "+ a\n- build/x\nUndo this with: tidewrack undo 2..3\n");
     world.ok({"undo", "2"});
     EXPECT_EQ(f.read("project/build/x") + f.read("project/a"), "x<missing>");
     const auto count = world.history().seqs().size();

@@ -28,7 +28,7 @@ std::string where(const Invocation& call) {
 }
 
 // The first changed paths, and how many more there are.
-void tellChanges(Invocation& call, const Changes& changes, std::int64_t before) {
+void tellChanges(Invocation& call, const Changes& changes, std::int64_t before, std::int64_t after) {
     Sink& err = call.around.err;
     std::string text = changesText(changes, {err.isTerminal(), false});
     std::size_t end = 0;
@@ -38,8 +38,8 @@ void tellChanges(Invocation& call, const Changes& changes, std::int64_t before) 
     err.write(text);
     if (more > 0)
         err.line("and " + std::to_string(more) + " more: tidewrack diff " + std::to_string(before) + " " +
-                 std::to_string(before + 1) + where(call));
-    err.line("Undo this with: tidewrack undo " + std::to_string(before) + where(call));
+                 std::to_string(after) + where(call));
+    err.line("Undo this with: tidewrack undo " + std::to_string(before) + ".." + std::to_string(after) + where(call));
 }
 
 } // namespace
@@ -60,10 +60,14 @@ int runCommand(Invocation& call) {
         request.onlyChanges = true;
         const SnapshotResult after = call.engine().snapshot(project, request);
         call.warn(after.warnings);
-        if (after.meta.seq == before.meta.seq)
+        // Agents' hooks may have taken snapshots in between.
+        const std::int64_t first = before.meta.seq;
+        const std::int64_t last = after.meta.seq;
+        const Changes changes = last == first ? Changes() : call.engine().diff(project, first, last);
+        if (changes.isEmpty())
             call.around.err.line("Nothing changed in " + call.around.err.shown(project.root) + ".");
         else
-            tellChanges(call, after.changes, before.meta.seq);
+            tellChanges(call, changes, first, last);
     } catch (const TidewrackError& error) { // the command has run, and its status counts
         call.warn({error.what(), "undo it with: tidewrack undo " + std::to_string(before.meta.seq) + where(call)});
     }
