@@ -22,7 +22,7 @@ constexpr std::string_view bashScript = R"(if [[ $- == *i* && ${BASH_VERSINFO[0]
         fi
     }
     for __tidewrack_map in emacs vi-insert vi-command; do
-        bind -m "$__tidewrack_map" -x '"\C-x\C-]": __tidewrack_enter'
+        bind -m "$__tidewrack_map" -x '"\C-x\C-]": __tidewrack_enter "$_"'
         bind -m "$__tidewrack_map" '"\C-x\C-^": accept-line'
         bind -m "$__tidewrack_map" '"\C-m": "\C-x\C-]\C-x\C-^"'
         bind -m "$__tidewrack_map" '"\C-j": "\C-x\C-]\C-x\C-^"'
