@@ -3,16 +3,15 @@
 #include "Commands/Commands.hpp"
 #include "Commands/Turns.hpp"
 #include "Commands/UnknownPaths.hpp"
+#include "Commands/Vault.hpp"
 #include "Engine/Spelling.hpp"
 #include "Invocation.hpp"
 #include "Platform/Volumes.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/TextReports.hpp"
-#include "Reports/VaultReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
-#include "Vault/Vault.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -45,12 +44,6 @@ void hint(Invocation& call, const std::vector<SnapshotMeta>& snapshots, std::int
 
 Engine::Acting acting(const Invocation& call) {
     return call.args.has("--dry-run") ? Engine::Acting::dryRun : Engine::Acting::forReal;
-}
-
-// What a vault restore that was killed has left in the folder would be taken for the user's.
-void clearAfterVault(Invocation& call) {
-    if (call.args.has("--dry-run")) return;
-    for (const std::string& path : Vault(call.store()).clearCutShort()) call.warn({givenBackText(path)});
 }
 
 void printRestored(Invocation& call, const RestoreResult& result) {

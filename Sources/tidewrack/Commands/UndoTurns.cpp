@@ -4,6 +4,7 @@
 #include "Commands/Turns.hpp"
 #include "Commands/UndoElsewhere.hpp"
 #include "Commands/UnknownPaths.hpp"
+#include "Commands/Vault.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/PathWords.hpp"
@@ -377,6 +378,7 @@ int undoTurns(Invocation& call) {
     if (ways > 1) throw CliError("undo takes one of --last, --turn, --session and --session-of");
     refuseNumber(call.args, ways);
     const Project project = call.project();
+    clearAfterVault(call);
     const TurnUndo undo(call.engine(), project);
     TurnUndo::Options options = optionsFrom(call);
     options.paths = call.relativePaths(project, ways == 0 ? 1 : 0);
@@ -463,6 +465,7 @@ int undoAsking(Invocation& call) {
 int redo(Invocation& call) {
     if (!call.args.positional.empty()) throw CliError("redo takes no words; it takes back the newest undo or restore");
     const Project project = call.project();
+    clearAfterVault(call);
     const TurnUndo undo(call.engine(), project);
     call.warnOfUnread(undo.unread());
     const TurnUndo::Options options = optionsFrom(call);

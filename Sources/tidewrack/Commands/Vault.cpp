@@ -1,12 +1,13 @@
 // Lists what the vault holds and puts an entry back.
 
-#include "Vault/Vault.hpp"
+#include "Commands/Vault.hpp"
 
 #include "Agents/HookHandler.hpp"
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/TextReports.hpp"
 #include "Reports/VaultReports.hpp"
+#include "Vault/Vault.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -83,6 +84,11 @@ int vaultRestore(Invocation& call) {
     }
     for (const std::string& message : messagesOf(result)) call.print(call.shown(message) + "\n");
     return result.isWhole() ? 0 : 1;
+}
+
+void clearAfterVault(Invocation& call) {
+    if (call.args.has("--dry-run")) return;
+    for (const std::string& path : Vault(call.store()).clearCutShort()) call.warn({givenBackText(path)});
 }
 
 } // namespace tidewrack::commands
