@@ -174,9 +174,15 @@ void GuardRules::protect(const std::string& target, bool goesWhole, Verdict& ver
 
 void GuardRules::leaveOutUncopied(shell::Decision& decision, const std::vector<Project>& projects) const {
     if (uncopied_.empty()) return;
+    // A project at stake has its snapshot all the same.
+    const auto meetsProject = [&](std::string_view path) {
+        return std::any_of(projects.begin(), projects.end(), [&](const Project& project) {
+            return isAtOrBelow(path, project.root) || isAtOrBelow(project.root, path);
+        });
+    };
     const auto isUncopied = [&](const std::string& path) {
         const std::string place = Store::canonical(path);
-        return !Store::projectContaining(path, projects) &&
+        return !meetsProject(path) && !meetsProject(place) &&
                std::any_of(uncopied_.begin(), uncopied_.end(),
                            [&](const std::string& folder) { return isAtOrBelow(place, folder); });
     };
