@@ -82,7 +82,7 @@ TEST_F(DamagedTurns, theEndOfATurnStandsForAllOfIt) {
     f.write("project/notes", "2\n");
     event(Agent::claude, "Stop", "t1");
     f.remove("store/projects/" + world.project().id + "/snapshots/2.json");
-    EXPECT_NE(world.ok({"timeline"}).find("claude  \"all pruned\"  +0 ~1 -0  (only its end is left)\n"),
+    EXPECT_NE(world.ok({"timeline"}).find("claude  \"all pruned\"  +0 ~1 -0  (its beginning is pruned)\n"),
               std::string::npos);
     EXPECT_NE(world.ok({"show", "2"}).find("-one\n+2\n"), std::string::npos);
     EXPECT_EQ(back({"undo", "--turn", "9"}), "1\ntidewrack: No snapshot #9.\n");
@@ -93,6 +93,28 @@ TEST_F(DamagedTurns, theEndOfATurnStandsForAllOfIt) {
         EXPECT_EQ(back(all).find("0\nWould take back turn #1–#3 of claude, \"all pruned\":\n~ notes\n"), 0U)
             << words.front();
     }
+}
+
+// What is left of it in the middle does not hide its beginning. What was lost before that may have been others' work.
+TEST_F(DamagedTurns, aLostBeginningIsTakenBackTooOrInDoubt) {
+    const std::string records = "store/projects/" + world.project().id + "/snapshots/";
+    event(Agent::claude, "UserPromptSubmit", "t1", "do it all");
+    f.write("project/notes", "2\n");
+    snap("tool", "claude", "session", "Before: rm config");
+    f.write("project/config", "2\n");
+    event(Agent::claude, "Stop", "t1");
+    f.remove(records + "2.json");
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"})
+                  .find("0\nWould take back turn #1–#4 of claude, \"do it all\":\n~ config\n~ notes\n"),
+              0U);
+    f.remove(records + "3.json");
+    world.ok({"snap"});
+    f.write("project/notes", "somebody's\n");
+    event(Agent::claude, "UserPromptSubmit", "t2", "more");
+    f.write("project/config", "3\n");
+    event(Agent::claude, "Stop", "t2");
+    for (const char* seq : {"4", "5", "6"}) f.remove(records + seq + ".json");
+    EXPECT_EQ(back({"undo", "--last", "--dry-run"}).substr(0, 1), "3") << "#4 and #5 were not the turn's";
 }
 
 // The name that the other one's tool gave is lost with its note; what is left would say that the change is one's own.

@@ -96,7 +96,8 @@ StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stret
         return part;
     }
     const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1;
-    if (gap && record(stretch.from).created + allKept < now()) {
+    const bool isBegin = row.beginLost && stretch.from == row.first;
+    if (gap && (isBegin || record(stretch.from).created + allKept < now())) {
         part.doubt = missingText(stretch);
         return part;
     }

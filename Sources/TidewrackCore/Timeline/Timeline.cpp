@@ -125,22 +125,27 @@ class Grouping {
 
     // --- Rows ---
 
-    // Whether the end of the turn is all that is left of it. Older records do not tell when it began: where a number is
-    // missing before it, something was pruned.
+    // The turn's first snapshot as its end tells, where that one is pruned.
+    [[nodiscard]] std::optional<std::int64_t> lostBegin(const Draft& draft) const {
+        const auto& end = record(draft.own.back()).end;
+        if (!end || !end->began || *end->began >= record(draft.own.front()).seq) return std::nullopt;
+        return record(placeOf(*end->began)).seq == *end->began ? std::nullopt : end->began;
+    }
+
+    // Whether the turn's beginning is pruned. Older records do not tell when a turn began: where a number is missing
+    // before an end that is all there is of it, something was pruned.
     [[nodiscard]] bool isThinned(const Draft& draft) const {
         const std::size_t at = draft.own.front();
-        const SnapshotMeta& stop = record(at);
-        if (stop.kind != "stop") return false;
-        if (!stop.end) return at > 0 && record(at - 1).seq + 1 < stop.seq;
-        if (!stop.end->began || *stop.end->began >= stop.seq) return false;
-        return record(placeOf(*stop.end->began)).seq != *stop.end->began;
+        const SnapshotMeta& first = record(at);
+        if (first.kind == "stop" && !first.end) return at > 0 && record(at - 1).seq + 1 < first.seq;
+        return lostBegin(draft).has_value();
     }
 
     // The record with the state before the turn, as near as there is one.
     [[nodiscard]] std::size_t beginOf(const Draft& draft) const {
-        const std::size_t at = draft.own.front();
-        if (!isThinned(draft)) return at;
-        const std::size_t first = record(at).end ? placeOf(*record(at).end->began) : at;
+        if (!isThinned(draft)) return draft.own.front();
+        const auto began = lostBegin(draft);
+        const std::size_t first = began ? placeOf(*began) : draft.own.front();
         return first > 0 ? first - 1 : first;
     }
 
@@ -149,6 +154,7 @@ class Grouping {
         TimelineRow row;
         row.first = record(beginOf(draft)).seq;
         row.thinned = isThinned(draft);
+        row.beginLost = row.thinned && lostBegin(draft) != row.first + 1;
         row.agent = begin.agent;
         row.session = begin.session;
         row.turn = begin.turn;
