@@ -69,7 +69,9 @@ class JsonDocument {
     void check(const json& value, const std::string& type, const std::string& where) {
         if (type.starts_with("list of ")) {
             ASSERT_TRUE(value.is_array()) << where;
-            for (const json& each : value) check(each, type.substr(8, type.size() - 9), where);
+            const std::string of = type.substr(8);
+            const std::string each = of.starts_with("lists of ") ? "list" + of.substr(5) : of.substr(0, of.size() - 1);
+            for (const json& item : value) check(item, each, where);
         } else if (type == "text" || type == "date") {
             ASSERT_TRUE(value.is_string()) << where;
             EXPECT_TRUE(type == "text" || parseIsoDate(value.get<std::string>())) << where;

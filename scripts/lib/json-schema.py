@@ -26,11 +26,10 @@ def singular(name, values):
 
 
 def schema_of(kind, values):
-    if kind in SIMPLE:
-        return SIMPLE[kind]
-    if kind.startswith("list of "):
-        return {"type": "array", "items": schema_of(singular(kind[len("list of "):], values), values)}
-    return {"$ref": "#/$defs/" + singular(kind, values).replace(" ", "-")}
+    if of := re.match("lists? of ", kind):
+        return {"type": "array", "items": schema_of(kind[of.end():], values)}
+    name = singular(kind, values)
+    return SIMPLE.get(name) or {"$ref": "#/$defs/" + name.replace(" ", "-")}
 
 
 head, *sections = DOCUMENT.read_text(encoding="utf-8").split("\n## ")
