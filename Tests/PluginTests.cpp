@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -77,11 +78,19 @@ TEST_F(Plugins, leaveEverythingToTheHooksOfTheUserWhereTheyRun) {
             f.write("home/.codex/config.toml", "[hooks.state.\"" + installer().configPath(agent) +
                                                    ":user_prompt_submit:0:0\"]\ntrusted_hash = \"x\"\n");
         }
-        EXPECT_EQ(taken(), agent == Agent::codex ? 2U : 1U);
+        const std::size_t whole = agent == Agent::codex ? 2 : 1;
+        EXPECT_EQ(taken(), whole);
+        // Hooks of an earlier version do not cover all that the plugin's do.
+        const std::string path = installer().configPath(agent);
+        json config = json::parse(std::ifstream(path));
+        const std::string prompt(traitsOf(agent).prompt);
+        config["hooks"] = json{{prompt, config["hooks"][prompt]}};
+        std::ofstream(path) << config;
+        EXPECT_EQ(taken(), whole + 1);
         // A program that is gone answers nothing.
         installer().uninstall(agent);
         HookInstaller{home, f.at("gone/tidewrack")}.install(agent);
-        EXPECT_EQ(taken(), agent == Agent::codex ? 3U : 2U);
+        EXPECT_EQ(taken(), whole + 2);
         installer().uninstall(agent);
     }
     EXPECT_TRUE(prompts(Agent::claude, "/usr/bin:/bin")) << "without the program nothing is in the agent's way";

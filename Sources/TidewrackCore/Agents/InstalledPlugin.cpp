@@ -63,7 +63,8 @@ bool ownHooksRun(const HookInstaller& installer, Agent agent) {
         const auto program = installer.installedBinary(agent);
         if (!program) return false;
         if (program->starts_with('/') && ::access(program->c_str(), X_OK) != 0) return false;
-        return agent != Agent::codex || codexTrusts(installer);
+        // Those of an earlier version would leave some events to nobody.
+        return installer.areWhole(agent, *program) && (agent != Agent::codex || codexTrusts(installer));
     } catch (const std::exception&) { // a file that can't be read runs nothing, as far as we know
         return false;
     }

@@ -161,6 +161,12 @@ std::optional<std::string> HookInstaller::installedBinary(Agent agent) const {
     return programOf(commands.front()).value_or(binary);
 }
 
+bool HookInstaller::areWhole(Agent agent, const std::string& program) const {
+    if (isPlugin(agent)) return false;
+    const auto config = decoded(readConfig(configPath(agent)), holdsEventsAlone(agent));
+    return config && HookEntries(program, agent).areWholeIn(*config, HookEntries::Version::current);
+}
+
 HookInstaller::Status HookInstaller::status(Agent agent) const {
     if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
     const auto bytes = readConfig(configPath(agent));

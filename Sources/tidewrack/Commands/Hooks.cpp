@@ -157,8 +157,9 @@ void printStatus(const HookInstaller& installer, std::ostream& out, const Look& 
         line.resize(std::max<std::size_t>(8, line.size() + 1), ' ');
         line += status.state;
         if (status.isPlugin)
-            line +=
-                installer.isInstalled(agent) ? "; the plugin as well, which leaves everything to them" : " as a plugin";
+            line += !installer.isInstalled(agent) ? " as a plugin"
+                    : status.hint                 ? "; the plugin as well"
+                                                  : "; the plugin as well, which leaves everything to them";
         if (status.hint) line += ", " + look.shown(*status.hint);
         out << line << '\n';
         if (!failure) failure = status.failure;
