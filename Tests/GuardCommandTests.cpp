@@ -114,7 +114,12 @@ TEST_F(GuardCommand, runsBetweenTwoSnapshots) {
     EXPECT_EQ(world.run({"run", "--", "true"}).err, "Nothing changed in " + project + ".\n");
     EXPECT_EQ(world.history().seqs().size(), count + 1);
     EXPECT_EQ(world.run({"run", "--", "sh", "-c", "kill -TERM $$"}).status, 128 + 15);
-    EXPECT_EQ(world.run({"run", "--", "no-such-program"}).status, 127);
+    const Outcome missing = world.run({"run", "--", "no-such-program"});
+    EXPECT_EQ(missing.status, 127);
+    EXPECT_NE(missing.err.find("couldn't run no-such-program"), std::string::npos) << missing.err;
+    const Outcome its = world.run({"run", "--", "sh", "-c", "exit 127"}); // the program's own status
+    EXPECT_EQ(its.status, 127);
+    EXPECT_EQ(its.err.find("couldn't run"), std::string::npos) << its.err;
     // What is sent to this process reaches the command.
     EXPECT_EQ(world.run({"run", "--", "sh", "-c", "trap 'exit 7' TERM; kill -TERM $PPID; sleep 2 & wait"}).status, 7);
     f.write("untracked/f", "");

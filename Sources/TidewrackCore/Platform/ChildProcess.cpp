@@ -2,7 +2,6 @@
 
 #include "Platform/Process.hpp"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 
@@ -22,18 +21,6 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds longestReaping{200};
-
-// Both ends are closed in every other child. They lie above the three standard descriptors, which the child gets anew.
-int makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
-    int ends[2];
-    if (::pipe(ends) != 0) return errno;
-    const Descriptor first(ends[0]);
-    const Descriptor second(ends[1]);
-    readEnd = Descriptor(::fcntl(first.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!readEnd) return errno;
-    writeEnd = Descriptor(::fcntl(second.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    return writeEnd ? 0 : errno;
-}
 
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
     std::vector<char*> result;

@@ -2,6 +2,7 @@
 
 #include "Platform/OwnError.hpp"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,6 +49,17 @@ class SigpipeBlocked {
 };
 
 } // namespace
+
+int makePipe(Descriptor& readEnd, Descriptor& writeEnd) {
+    int ends[2];
+    if (::pipe(ends) != 0) return errno;
+    const Descriptor first(ends[0]);
+    const Descriptor second(ends[1]);
+    readEnd = Descriptor(::fcntl(first.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!readEnd) return errno;
+    writeEnd = Descriptor(::fcntl(second.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    return writeEnd ? 0 : errno;
+}
 
 int writeAll(int fd, std::string_view bytes) {
     const SigpipeBlocked guard;
@@ -165,21 +177,34 @@ class SignalsPassedOn {
 
 } // namespace
 
-int runInForeground(const std::vector<std::string>& words, const std::string& folder) {
+int runInForeground(const std::vector<std::string>& words, const std::string& folder, int& notRun) {
     constexpr int notStarted = 127;
+    notRun = 0;
+    // The program's start closes it; a child that can't start the program writes why.
+    Descriptor why;
+    Descriptor toTell;
+    if ((notRun = makePipe(why, toTell)) != 0) return notStarted;
     std::vector<const char*> list;
     list.reserve(words.size() + 1);
     for (const std::string& word : words) list.push_back(word.c_str());
     list.push_back(nullptr);
     const SignalsPassedOn passing;
     const pid_t child = ::fork();
-    if (child < 0) return notStarted;
+    if (child < 0) {
+        notRun = errno;
+        return notStarted;
+    }
     if (child == 0) {
         passing.asBefore();
         if (::chdir(folder.c_str()) == 0) ::execvp(list[0], const_cast<char* const*>(list.data()));
-        ::_exit(errno == EACCES ? 126 : notStarted);
+        const int error = errno;
+        (void)writeAll(toTell.get(), {reinterpret_cast<const char*>(&error), sizeof error});
+        ::_exit(error == EACCES ? 126 : notStarted);
     }
     passing.to(child);
+    toTell.reset();
+    while (::read(why.get(), &notRun, sizeof notRun) < 0 && errno == EINTR) {
+    }
     int status = 0;
     while (::waitpid(child, &status, 0) < 0)
         if (errno != EINTR) return notStarted;

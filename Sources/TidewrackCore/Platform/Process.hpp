@@ -1,6 +1,8 @@
 #pragma once
 // This process, its user, its signals and its memory.
 
+#include "Platform/Descriptor.hpp"
+
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,9 @@ namespace tidewrack {
 
 // Writes all bytes; EPIPE is returned, never raised as a signal, and the signal's disposition stays as it was.
 [[nodiscard]] int writeAll(int fd, std::string_view bytes);
+
+// Programs that are started get neither end. They lie above the three standard descriptors. Returns an errno value.
+[[nodiscard]] int makePipe(Descriptor& readEnd, Descriptor& writeEnd);
 
 // Keeps a write into this pipe from raising SIGPIPE where the system has a switch for it; writeAll covers the rest.
 void disableSigpipe(int fd);
@@ -47,8 +52,9 @@ class [[nodiscard]] TerminationIgnored {
 
 // Runs a program, looked up in PATH, with this process's streams and environment in `folder`, and waits for its end.
 // What ends programs, from the keyboard or from another process, ends it alone. Returns its exit status: 128 + the
-// signal that ended it, 127 where there is no such program, 126 where it may not be run.
-[[nodiscard]] int runInForeground(const std::vector<std::string>& words, const std::string& folder);
+// signal that ended it; 127 where there is no such program and 126 where it may not be run, with the errno value in
+// `notRun`, which is 0 where it ran.
+[[nodiscard]] int runInForeground(const std::vector<std::string>& words, const std::string& folder, int& notRun);
 
 // The system's git program; empty when there is none, or only a stand-in that would offer to install it.
 [[nodiscard]] std::string gitProgram();

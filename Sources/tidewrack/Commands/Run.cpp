@@ -54,7 +54,8 @@ int runCommand(Invocation& call) {
     call.warn(before.warnings);
     call.around.out.flush();
     call.around.err.flush();
-    const int status = runInForeground(words, call.around.currentFolder);
+    int notRun = 0;
+    const int status = runInForeground(words, call.around.currentFolder, notRun);
     try {
         request.label = "After: " + typed(words);
         request.onlyChanges = true;
@@ -71,7 +72,7 @@ int runCommand(Invocation& call) {
     } catch (const TidewrackError& error) { // the command has run, and its status counts
         call.warn({error.what(), "undo it with: tidewrack undo " + std::to_string(before.meta.seq) + where(call)});
     }
-    if (status == 127 || status == 126) call.warn({"couldn't run " + words.front()});
+    if (notRun != 0) call.warn({"couldn't run " + words.front() + ": " + errorText(notRun)});
     return status;
 }
 
