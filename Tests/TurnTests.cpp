@@ -182,6 +182,7 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
                                                     "    session abc, from .* to .*\n~ notes  [+]1 -0\n")))
         << shown;
     EXPECT_NE(world.ok({"show", "last"}).find("\"two\""), std::string::npos);
+    EXPECT_EQ(world.run({"show", "3", "nosuchfile"}).status, 1);
     // Neither paths nor words for the newest turn are ranges or numbers; what has changed nothing is no path of a turn.
     EXPECT_EQ(back({"undo", "../x"}), "1\ntidewrack: snapshot must be a snapshot number, got ../x\n");
     EXPECT_EQ(back({"undo", "--turn", "last"}),

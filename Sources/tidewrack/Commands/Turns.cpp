@@ -56,6 +56,18 @@ std::string stretchText(const Stretch& stretch) {
     return "From #" + std::to_string(stretch.from) + to;
 }
 
+// A path that was written wrong must not read as if the turn left it alone. Nothing is known of it where a part could
+// not be read.
+void refuseUnknown(const std::vector<Shown>& parts, const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        const auto lists = [&](const Shown& part) {
+            return part.sides.older.lists(path) || part.sides.newer.lists(path);
+        };
+        if (!path.empty() && std::none_of(parts.begin(), parts.end(), lists))
+            throw CliError(path + " is on neither side of this turn");
+    }
+}
+
 // The first snapshot of a turn behind `seq` after which something changed; none where nothing did.
 std::optional<std::int64_t> nextStep(Invocation& call, const Project& project, const TurnUndo& undo,
                                      const TimelineRow& row, std::int64_t seq) {
@@ -124,6 +136,7 @@ int show(Invocation& call) {
     addElsewhere(call.store(), project, undo.timeline(), rows);
     const std::vector<std::string> paths = call.relativePaths(project, 1);
     std::vector<Shown> parts;
+    bool allRead = true;
     for (const Stretch& stretch : openStretches(row)) {
         const auto to = stretch.to == untilNow ? std::nullopt : std::optional(stretch.to);
         try {
@@ -131,10 +144,12 @@ int show(Invocation& call) {
             Changes changes = Changes::between(sides.older, sides.newer);
             if (!paths.empty()) changes = changes.within(paths);
             parts.insert(parts.begin(), {stretch, std::move(sides), std::move(changes)});
-        } catch (const TidewrackError& error) {                                         // the rest can be shown
+        } catch (const TidewrackError& error) { // the rest can be shown
+            allRead = false;
             if (rows.front().counts) call.warn(std::vector<std::string>{error.what()}); // else that is told already
         }
     }
+    if (allRead && !parts.empty()) refuseUnknown(parts, paths);
     if (call.json()) {
         Changes all;
         nlohmann::json files = nlohmann::json::array();
