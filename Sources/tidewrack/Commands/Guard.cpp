@@ -14,6 +14,7 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
+#include "Vault/GitStore.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -66,6 +67,19 @@ void sortOutRepositories(const HookHandler& handler, GuardReport& report) {
     });
 }
 
+// As before a command, one that can't be read is passed over.
+void addGitStates(GuardReport& report) {
+    for (const shell::GitStoreUse& use : report.decision.gitStores) {
+        try {
+            if (const auto git = gitStoreFor(use.folder, use.named)) report.gitStates.push_back(git->root);
+        } catch (const std::exception&) {
+            continue;
+        }
+    }
+    std::sort(report.gitStates.begin(), report.gitStates.end());
+    report.gitStates.erase(std::unique(report.gitStates.begin(), report.gitStates.end()), report.gitStates.end());
+}
+
 GuardReport explained(const HookHandler& handler, const std::string& line, const std::string& folder) {
     GuardReport report;
     report.line = line;
@@ -97,6 +111,7 @@ GuardReport explained(const HookHandler& handler, const std::string& line, const
     for (auto* paths : {&report.vault, &report.vaultGuess})
         std::erase_if(*paths, [](const std::string& path) { return !exists(path); });
     sortOutRepositories(handler, report);
+    addGitStates(report);
     return report;
 }
 

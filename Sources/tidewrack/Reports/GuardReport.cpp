@@ -112,6 +112,7 @@ std::string savedText(const GuardReport& report, const Look& look) {
     add("a snapshot of ", report.ifChanged, ", if something changed since the newest one");
     add("a copy in the vault of ", report.vault, "");
     add("a copy in the vault of ", report.vaultGuess, ", if there is room");
+    add("a copy in the vault of git's state of ", report.gitStates, ", if there is room");
     return "Saved first\n" + (text.empty() ? "  nothing\n" : text);
 }
 
@@ -172,7 +173,8 @@ json guardJson(const GuardReport& report) {
               {"beginning", listOf(report.beginning)},
               {"ifChanged", listOf(report.ifChanged)},
               {"vault", listOf(report.vault)},
-              {"vaultIfRoom", listOf(report.vaultGuess)}}}};
+              {"vaultIfRoom", listOf(report.vaultGuess)},
+              {"gitStates", listOf(report.gitStates)}}}};
 }
 
 } // namespace tidewrack

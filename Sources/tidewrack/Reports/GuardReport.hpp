@@ -28,6 +28,7 @@ struct GuardReport {
     std::vector<std::string> beginning;  // of these git repositories, which begin to be tracked
     std::vector<std::string> vault;      // copies of these paths
     std::vector<std::string> vaultGuess; // the same, as far as there is room and time
+    std::vector<std::string> gitStates;  // copies of git's own state of these repositories, likewise
 };
 
 // A command as it can be read: its words, with $(...) for what other commands give.
