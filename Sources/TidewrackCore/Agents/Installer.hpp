@@ -49,8 +49,8 @@ struct HookInstaller {
     // The program that the first of our hooks in the file runs.
     [[nodiscard]] std::optional<std::string> installedBinary(Agent agent) const;
 
-    // The file holds all the hooks that this version installs, of that program; false for an agent with a plugin of ours
-    // in place of such hooks. Throws when the file cannot be read.
+    // The file holds all the hooks that this version installs, of that program; false for an agent with a plugin of
+    // ours in place of such hooks. Throws when the file cannot be read.
     [[nodiscard]] bool areWhole(Agent agent, const std::string& program) const;
 
     // Throws when the file cannot be read.

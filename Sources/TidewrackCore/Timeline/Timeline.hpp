@@ -57,10 +57,10 @@ struct TimelineRow {
     std::optional<std::string> agent;
     std::optional<std::string> session;
     std::optional<std::string> turn;
-    std::string title;     // the prompt, or a label; empty where there was none
+    std::string title;      // the prompt, or a label; empty where there was none
     bool thinned = false;   // a turn whose first snapshots are pruned
     bool beginLost = false; // what lay before those as well, so that others may have worked since `first`
-    bool prompted = false; // a turn that began with its prompt, which is recorded in one project alone
+    bool prompted = false;  // a turn that began with its prompt, which is recorded in one project alone
     Date began{};
     Date seen{};               // when the newest of a turn's own snapshots was taken
     std::optional<Date> ended; // for End::stop and End::interrupted
