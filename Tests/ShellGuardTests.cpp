@@ -340,6 +340,13 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "find ~/.local/store | xargs rm",
                                 "find ~/.local -mindepth 1 -maxdepth 1 | xargs -d '\\n' rm -rf",
                                 "fd . ~/.local -X rm",
+                                "fd -H store ~ -X rm -rf",
+                                "fd -H '^\\.local$' ~ -x rm -rf",
+                                "fd -H project.json ~ -X rm -f",
+                                "fd -HI -e json . ~ -x rm",
+                                "fd -td STORE -iH ~ -x rm -rf",
+                                "fd -H '(settings|x)' .. -x rm",
+                                "rsync -a --remove-source-files ~/.local/ x/",
                                 "$(which tidewrack) untrack",
                                 "\"$(command -v tidewrack)\" prune",
                                 "chmod 777 ~/.local/store",
@@ -371,7 +378,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
           "cat ~/.local/store/projects/1.json; cp -r ~/.local/store /nowhere/copy", "rm -rf ../local",
           "rm ~/.agent/other.json; touch ~/.local/x; rm -rf ~/.local/storage", "echo tidewrack untrack",
           "git -C ../dotfiles pull", "find ~ -name '*.o' -delete; find ~ -maxdepth 2 -name '*.json' -delete",
-          "find ~ -name '*.o' | xargs rm; fd -e o . ~ -x rm; cd ~; ls *.o | xargs rm -rf",
+          "find ~ -name '*.o' | xargs rm; fd -e o . ~ -x rm; fd -H node_modules ~ -x rm -rf; fd -td -d1 "
+          "STORE ~ -x rm -rf; fd -H '^cache' ~ -x rm -r; fd -H -e o . .. -X rm; cd ~; ls *.o | xargs rm -rf",
           "find ~ -type d -empty -delete; find .. ! -name x -path '*/cache/*' -delete", "chmod -R u+w ~/.local"})
         EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);

@@ -27,6 +27,7 @@ class Copying {
 
   private:
     [[nodiscard]] bool keeps(const std::string& destination, const Word& source) const;
+    void takeFilesOf(const Word& source);
     void targetDestinations(const Operands& all);
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
@@ -62,8 +63,7 @@ void Copying::copy() {
     if (name_ == "rsync" && hasOption(arguments_, 'n', "--dry-run")) return;
     const auto takesSources = [](const Word& word) { return word.text == "--remove-source-files"sv; };
     if (name_ == "rsync" && std::any_of(arguments_.begin(), arguments_.end(), takesSources))
-        for (std::size_t index = 0; index + 1 < all.words.size(); ++index)
-            effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
+        for (std::size_t index = 0; index + 1 < all.words.size(); ++index) takeFilesOf(*all.words[index]);
     if (replaces) targetDestinations(all);
     const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
     if (linked && !all.words.back()->unknown && effects_.takesLinks()) {
@@ -77,6 +77,14 @@ void Copying::copy() {
     if (folders.empty()) return;
     effects_.lookAtOwn(folders.front(), Extent::moved, Links::followed);
     effects_.thin(folders.front(), cwd_, Links::followed);
+}
+
+// rsync moves the files and leaves the folders where they are: no project's root goes.
+void Copying::takeFilesOf(const Word& source) {
+    if (!source.unknown && !effects_.skips(source))
+        for (const std::string& path : effects_.resolve(source, cwd_))
+            effects_.lookAtOwn(path, Extent::moved, Links::followed);
+    effects_.targetWord(source, cwd_, linksOf(source), Extent::kept);
 }
 
 void Copying::targetDestinations(const Operands& all) {

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -37,8 +39,10 @@ bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
 
 constexpr std::array fdRuns = {"-x"sv, "-X"sv, "--exec"sv, "--exec-batch"sv};
 constexpr std::string_view fdLetters = "dEtecSoj";
-constexpr std::string_view fdOptions = " --max-depth --min-depth --exclude --type --extension --size --color --owner "
-                                       "--threads --changed-within --changed-before ";
+constexpr std::string_view fdOptions =
+    " --max-depth --min-depth --exact-depth --exclude --type --extension --size --color "
+    "--owner --threads --changed-within --changed-before --max-results --and "
+    "--ignore-file --path-separator --batch-size ";
 
 constexpr std::array negations = {"!"sv, "-not"sv};
 
@@ -90,7 +94,8 @@ FoundFiles testsOf(Words arguments) {
         if (isNegated) continue;
         if (test == "-name"sv) tests.names.push_back(pattern);
         if (test == "-path"sv || test == "-wholename"sv) tests.paths.push_back(pattern);
-        if (test == "-iname"sv || test == "-ipath"sv) tests.anyCase.push_back(pattern);
+        if (test == "-iname"sv) tests.anyCaseNames.push_back(pattern);
+        if (test == "-ipath"sv || test == "-iwholename"sv) tests.anyCasePaths.push_back(pattern);
     }
     return tests;
 }
@@ -144,24 +149,118 @@ std::vector<Word> rootsOfFind(Words arguments, const std::string& cwd) {
     return roots;
 }
 
+// What stands before fd's command.
+struct FdWords {
+    std::vector<const Word*> operands;
+    std::string flags; // the letters of its options
+    std::vector<std::string> extensions;
+    std::string depth;
+
+    explicit FdWords(Words arguments);
+
+  private:
+    std::size_t takeOption(Words arguments, std::size_t index);
+};
+
+FdWords::FdWords(Words arguments) {
+    const Words own = arguments.first(fdCommandAt(arguments));
+    for (std::size_t index = 0; index < own.size(); ++index) {
+        if (own[index].text == "--"sv) {
+            for (const Word& word : own.subspan(index + 1)) operands.push_back(&word);
+            return;
+        }
+        if (isOption(own[index]))
+            index += takeOption(own, index);
+        else
+            operands.push_back(&own[index]);
+    }
+}
+
+// How many words behind the option are its own.
+std::size_t FdWords::takeOption(Words arguments, std::size_t index) {
+    const std::string& text = arguments[index].text;
+    std::string option = text.substr(0, text.find('='));
+    std::optional<std::string> value;
+    bool takes = listsWord(fdOptions, option);
+    if (option.size() < text.size()) value = text.substr(option.size() + 1);
+    if (isShortCluster(arguments[index])) {
+        const std::size_t at = text.find_first_of(fdLetters, 1);
+        takes = at != std::string::npos;
+        flags += text.substr(1, at == std::string::npos ? at : at - 1);
+        option = takes ? std::string{'-', text[at]} : std::string();
+        value = takes && at + 1 < text.size() ? std::optional(text.substr(at + 1)) : std::nullopt;
+    }
+    const bool isNext = takes && !value && index + 1 < arguments.size();
+    if (isNext) value = arguments[index + 1].text;
+    if (option == "--glob"sv) flags += 'g';
+    if (option == "--full-path"sv) flags += 'p';
+    if (option == "--fixed-strings"sv) flags += 'F';
+    if (option == "--ignore-case"sv) flags += 'i';
+    if (value && (option == "-e"sv || option == "--extension"sv)) extensions.push_back(*value);
+    if (value && (option == "-d"sv || option == "--max-depth"sv)) depth = *value;
+    return isNext ? 1 : 0;
+}
+
 // Behind the pattern.
 std::vector<Word> rootsOfFd(Words arguments, const std::string& cwd) {
-    const Operands all = operandsOf(arguments.first(fdCommandAt(arguments)), fdLetters, fdOptions);
+    const FdWords all(arguments);
     std::vector<Word> roots;
-    for (std::size_t index = 1; index < all.words.size(); ++index) roots.push_back(*all.words[index]);
+    for (std::size_t index = 1; index < all.operands.size(); ++index) roots.push_back(*all.operands[index]);
     if (roots.empty()) roots.emplace_back().text = cwd;
     return roots;
 }
 
-// What fd's pattern and its options leave out is not worked out: that it takes a certain file is not known then.
+// A shell's pattern for all names that hold what the regular expression matches; none where it is not that simple.
+std::optional<std::string> patternFor(std::string_view expression) {
+    constexpr std::string_view signs = "*+?()[]{}|^$";
+    std::string pattern = expression.starts_with('^') ? "" : "*";
+    if (expression.starts_with('^')) expression.remove_prefix(1);
+    const bool isEnd = expression.ends_with('$') && !expression.ends_with("\\$");
+    if (isEnd) expression.remove_suffix(1);
+    for (std::size_t at = 0; at < expression.size(); ++at) {
+        const char c = expression[at];
+        const bool isEscape = c == '\\' && at + 1 < expression.size();
+        if (isEscape && (signs.find(expression[at + 1]) != signs.npos || expression[at + 1] == '.'))
+            pattern.append({c, expression[++at]});
+        else if (c == '\\' || signs.find(c) != signs.npos)
+            return std::nullopt;
+        else if (c == '.' && expression.substr(at + 1).starts_with('*'))
+            pattern += expression[++at];
+        else
+            pattern += c == '.' ? '?' : c;
+    }
+    return isEnd ? pattern : pattern + '*';
+}
+
+std::string escaped(std::string_view text) {
+    std::string pattern;
+    for (const char c : text) pattern.append({'\\', c});
+    return pattern;
+}
+
+// What fd's pattern, extensions and depth let pass. What else leaves files out is not read: the rest passes.
 FoundFiles testsOfFd(Words arguments) {
     FoundFiles tests;
-    const Words own = arguments.first(fdCommandAt(arguments));
-    const Operands all = operandsOf(own, fdLetters, fdOptions);
-    const bool any = all.words.empty() || all.words.front()->text.empty() || all.words.front()->text == "."sv;
-    tests.onlyEmpty = !any || std::any_of(own.begin(), own.end(), [](const Word& word) {
-        return isShortCluster(word) ? word.text.find_first_of("eEdSo") != std::string::npos : isOption(word);
-    });
+    const FdWords all(arguments);
+    const auto has = [&](char letter) { return all.flags.find(letter) != std::string::npos; };
+    for (std::string_view extension : all.extensions) {
+        if (extension.starts_with('.')) extension.remove_prefix(1);
+        tests.endings.push_back("*." + escaped(extension));
+    }
+    if (!all.depth.empty()) tests.depth = std::size_t(std::strtoul(all.depth.c_str(), nullptr, 10));
+    if (all.operands.empty() || all.operands.front()->unknown || has('p')) return tests;
+    const std::string& text = all.operands.front()->text;
+    // A brace in a pattern means something else to fd.
+    std::optional<std::string> pattern;
+    if (has('F'))
+        pattern = '*' + escaped(text) + '*';
+    else if (!has('g'))
+        pattern = patternFor(text);
+    else if (text.find_first_of("{\\") == std::string::npos)
+        pattern = text;
+    if (!pattern || text.empty()) return tests;
+    const bool isCapital = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+    (isCapital && !has('i') ? tests.names : tests.anyCaseNames).push_back(*pattern);
     return tests;
 }
 
@@ -196,9 +295,10 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
 void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
     const std::vector<Word> roots = rootsOfFd(arguments, cwd);
     const FoundFiles tests = testsOfFd(arguments);
-    listFound(roots, tests, cwd, effects);
+    listFound(roots, FoundFiles(), cwd, effects);
     const Act act = fdAct(arguments);
-    for (const Word& root : roots) takeTree(root, tests, act, false, cwd, effects);
+    const bool recursive = isRecursive(arguments.subspan(fdCommandAt(arguments)));
+    for (const Word& root : roots) takeTree(root, tests, act, recursive, cwd, effects);
 }
 
 void examineFound(Words lister, Act act, bool recursive, const std::string& cwd, Effects& effects) {

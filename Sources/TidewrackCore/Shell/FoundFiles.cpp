@@ -18,14 +18,15 @@ bool FoundFiles::pass(std::string_view path, std::size_t below) const {
             return isHard(pattern) || fnmatch(pattern.c_str(), text.c_str(), flags) == 0;
         });
     };
-    if (names.empty() && paths.empty() && anyCase.empty()) return true;
-    return matches(names, name, 0) || matches(paths, whole, 0) || matches(anyCase, name, FNM_CASEFOLD) ||
-           matches(anyCase, whole, FNM_CASEFOLD);
+    if (!endings.empty() && !matches(endings, name, FNM_CASEFOLD)) return false;
+    if (names.empty() && paths.empty() && anyCaseNames.empty() && anyCasePaths.empty()) return true;
+    return matches(names, name, 0) || matches(paths, whole, 0) || matches(anyCaseNames, name, FNM_CASEFOLD) ||
+           matches(anyCasePaths, whole, FNM_CASEFOLD);
 }
 
 // find matches whole paths as they are written on the line.
 bool FoundFiles::mayTake(std::string_view path) const {
-    if (!paths.empty()) return true;
+    if (!paths.empty() || !anyCasePaths.empty()) return true;
     const std::string_view below = path.substr(std::min(folder.size(), path.size()));
     return pass(path, static_cast<std::size_t>(std::count(below.begin(), below.end(), '/')));
 }

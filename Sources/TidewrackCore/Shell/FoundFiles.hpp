@@ -10,9 +10,11 @@ namespace tidewrack::shell {
 
 struct FoundFiles {
     std::string folder;
-    std::vector<std::string> names; // one of these patterns must match the name ...
-    std::vector<std::string> paths; // ... or one of these the path; both empty: all pass
-    std::vector<std::string> anyCase;
+    std::vector<std::string> names;        // one of these patterns must match the name ...
+    std::vector<std::string> paths;        // ... or one of these the path; all lists empty: all pass
+    std::vector<std::string> anyCaseNames; // the same, whatever the case of their letters
+    std::vector<std::string> anyCasePaths;
+    std::vector<std::string> endings;      // where there are any, one must end the name too, in any case
     std::size_t depth = std::string::npos; // of the folders below the folder, at most
     bool onlyEmpty = false;
     bool certain = false; // nothing but this decides: what passes goes

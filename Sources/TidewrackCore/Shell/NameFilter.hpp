@@ -70,10 +70,11 @@ class NameIndex {
     std::array<std::uint16_t, 257> places_{};
 };
 
+// Whether the names of a table ascend, none of them twice.
 template <typename Table>
 [[nodiscard]] constexpr bool isSortedByName(const Table& table) {
-    return std::is_sorted(std::begin(table), std::end(table),
-                          [](const auto& one, const auto& other) { return one.name < other.name; });
+    const auto isWrong = [](const auto& one, const auto& next) { return one.name >= next.name; };
+    return std::adjacent_find(std::begin(table), std::end(table), isWrong) == std::end(table);
 }
 
 } // namespace tidewrack::shell

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 namespace tidewrack::shell {
 
@@ -23,7 +24,7 @@ constexpr std::string_view names =
     "getconf getent getfacl getopts gh glab grep groups hash hdiutil head helm hexdump history host hostname htop "
     "id ifconfig in info iostat ip ipcs jobs join journalctl jq kill killall kubectl last launchctl ldd less let "
     "locale locate logger logname look ls lsblk lscpu lsd lsof lsusb man mapfile md5 md5sum mdfind mdls "
-    "mkdir mktemp more mount mypy mysql nc netstat nl nm nproc nslookup objdump od open otool pacman paste pbcopy "
+    "mkdir mktemp more mount mysql nc netstat nl nm nproc nslookup objdump od open otool pacman paste pbcopy "
     "pbpaste pgrep ping pkg-config pkgutil pkill pmset podman popd pr printenv printf ps psql pstree pushd pwd "
     "read readarray readelf readlink realpath redis-cli return rev rg say select seq set sha1sum sha256sum "
     "sha512sum shasum shellcheck shift shopt sleep ss ssh stat strings stty sum sw_vers sysctl systemctl tac tail "
@@ -91,28 +92,32 @@ constexpr Reading readings[] = {
     {"yarn", " list why info outdated help "},
 };
 
-// Programs that only look with one of these words, and without one that begins like these.
+// Programs that only look with one of these words, and without one that begins like those.
 struct Checking {
     std::string_view name;
-    std::string_view needs; // one of these is the first word, each between blanks; empty: any
-    std::string_view writes{};
-    std::string_view also{}; // this must be there too
+    std::string_view needs;    // one of these is the first word, each between blanks; empty: any
+    std::string_view writes{}; // beginnings in small letters, whatever the case of the words
+    std::string_view also{};   // this must be there too
 };
 
 constexpr Checking checkings[] = {
-    {"bash", " -n "},
+    {"bash", " -n ", " +n "},
     {"black", " --check --diff "},
-    {"cargo", " fmt ", {}, "--check"},
-    {"eslint", {}, "--fix"},
+    {"cargo", " fmt ", " --emit ", "--check"},
+    {"eslint", {}, " --fix -o --output-file --cache-location --cache-file --init --inspect-config "},
     {"isort", " --check --check-only "},
-    {"node", " --check "},
+    {"mypy",
+     {},
+     " --any --cob --html --linec --linep --txt --xml --xslt --junit --install-types --cache-dir --sqlite-cache "},
+    {"node", " --check ", " -r --require --import --experimental-loader --loader "},
     {"php", " -l "},
-    {"ruby", " -c "},
-    {"ruff", " check ", "--fix"},
-    {"sh", " -n "},
-    {"terraform", " plan ", "-out"},
-    {"tsc", " --noEmit "},
-    {"zsh", " -n "},
+    {"ruby", " -c ", " -r "},
+    {"ruff", " check ", " --fix -o --output-file --add-noqa --cache-dir "},
+    {"sh", " -n ", " +n "},
+    {"terraform", " plan ", " -out --out -generate-config-out --generate-config-out "},
+    {"tsc", " --noEmit ",
+     " false --tsbuildinfofile -tsbuildinfofile --generate -generate --init -init --build -build -b @ "},
+    {"zsh", " -n ", " +n "},
 };
 
 constexpr NameFilter writingFilter = [] {
@@ -143,6 +148,15 @@ constexpr std::string_view actingElsewhere =
     "nc open pkill podman psql redis-cli ssh sysctl systemctl telnet xdg-open ";
 
 constexpr std::string_view lookingOfGit = " blame diff log ls-files rev-parse show status ";
+
+// Whether the word begins like one of the list, whatever its case.
+bool beginsLikeOne(std::string_view list, std::string_view word) {
+    std::string lower(word);
+    for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+    for (std::size_t at = 1; at < list.size(); at = list.find(' ', at) + 1)
+        if (lower.starts_with(list.substr(at, list.find(' ', at) - at))) return true;
+    return false;
+}
 
 bool isCluster(std::string_view text) {
     return text.size() > 1 && text[0] == '-' && text[1] != '-';
@@ -197,7 +211,7 @@ bool runsOnlyPrinting(std::string_view name, Words arguments) {
     const std::string& code = arguments[1].text;
     if (isPython && option == "-m") return code == "json.tool" && arguments.size() < 4;
     if (isPython) return option == "-c" && pythonOnlyPrints(code);
-    return (option == "-e" || option == "-p" || option == "-pe") && javaScriptOnlyPrints(code);
+    return arguments.size() == 2 && (option == "-e" || option == "-p" || option == "-pe") && javaScriptOnlyPrints(code);
 }
 
 bool onlyChecks(std::string_view name, Words arguments) {
@@ -210,9 +224,8 @@ bool onlyChecks(std::string_view name, Words arguments) {
     const bool first = !arguments.empty() && (found->needs.empty() || listsWord(found->needs, arguments.front().text));
     const auto isAlso = [&](const Word& word) { return word.text == found->also; };
     if (!found->also.empty() && std::none_of(arguments.begin(), arguments.end(), isAlso)) return false;
-    return first && (found->writes.empty() || std::none_of(arguments.begin(), arguments.end(), [&](const Word& word) {
-                         return word.unknown || word.text.find(found->writes) != std::string::npos || word.text == "-o";
-                     }));
+    const auto mayWrite = [&](const Word& word) { return word.unknown || beginsLikeOne(found->writes, word.text); };
+    return first && (found->writes.empty() || std::none_of(arguments.begin(), arguments.end(), mayWrite));
 }
 
 bool onlyTellsOfItself(std::string_view name, Words arguments, bool isInstalled) {

@@ -26,10 +26,38 @@ std::string_view lineAt(std::string_view text, std::size_t at) {
     return text.substr(at, text.find('\n', at) - at);
 }
 
-// The place behind the text that `end` closes, in which backslashes escape.
+// The place behind the text that `end` closes, in which backslashes escape; none where nothing closes it.
 std::size_t behind(std::string_view text, std::size_t at, char end) {
     while (at < text.size() && text[at] != end) at += text[at] == '\\' ? 2U : 1U;
-    return std::min(at + 1, text.size());
+    return at < text.size() ? at + 1 : none;
+}
+
+// Where the brackets that begin at `at` end in a regular expression; none where they don't.
+std::size_t endOfBrackets(std::string_view text, std::size_t at) {
+    ++at;
+    if (text.substr(at).starts_with('^')) ++at;
+    if (text.substr(at).starts_with(']')) ++at; // which stands for itself there
+    for (; at < text.size() && text[at] != ']'; ++at) {
+        const char next = at + 1 < text.size() ? text[at + 1] : ' ';
+        if (text[at] != '[' || ":.="sv.find(next) == none) continue;
+        const char close[] = {next, ']'};
+        at = text.find(std::string_view(close, 2), at + 2);
+        if (at == none) return none;
+        ++at;
+    }
+    return at < text.size() ? at : none;
+}
+
+// Like behind(), for a regular expression, whose brackets may hold its end.
+std::size_t behindExpression(std::string_view text, std::size_t at, char end) {
+    for (; at < text.size() && text[at] != end; ++at) {
+        if (text[at] == '\\')
+            ++at;
+        else if (text[at] == '[')
+            at = endOfBrackets(text, at);
+        if (at == none) return none;
+    }
+    return at < text.size() ? at + 1 : none;
 }
 
 void addFile(std::string_view name, ScriptEffects& effects) {
@@ -51,13 +79,24 @@ class SedScript {
     }
 
   private:
+    // What does not end is not understood: whatever looks like a file that is written may be one.
+    void goTo(std::size_t at) {
+        if (at == none) {
+            effects_.unknown = true;
+            std::size_t name = text_.find("w ", at_);
+            for (int count = 0; name != none && count < 8; ++count, name = text_.find("w ", name + 1))
+                addFile(lineAt(text_, name + 1), effects_);
+        }
+        at_ = std::min(at, text_.size());
+    }
+
     void skipAddress() {
         while (at_ < text_.size()) {
             const char c = text_[at_];
             if (c == '/')
-                at_ = behind(text_, at_ + 1, '/');
+                goTo(behindExpression(text_, at_ + 1, '/'));
             else if (c == '\\' && at_ + 1 < text_.size())
-                at_ = behind(text_, at_ + 2, text_[at_ + 1]);
+                goTo(behindExpression(text_, at_ + 2, text_[at_ + 1]));
             else if (isDigit(c) || " \t\n;{},$!~+IM"sv.find(c) != none)
                 ++at_;
             else
@@ -70,7 +109,7 @@ class SedScript {
     void takeCommand(char command) {
         switch (command) {
         case 's': return takeReplacement();
-        case 'y': return skipParts();
+        case 'y': return skipParts(behind);
         case 'w':
         case 'W': addFile(lineAt(text_, at_), effects_); return skipLine();
         case 'e': effects_.unknown = true; return;
@@ -88,14 +127,16 @@ class SedScript {
         }
     }
 
-    void skipParts() {
+    template <typename Skip>
+    void skipParts(Skip behindFirst) {
         if (at_ >= text_.size()) return;
         const char end = text_[at_];
-        at_ = behind(text_, behind(text_, at_ + 1, end), end);
+        const std::size_t second = behindFirst(text_, at_ + 1, end);
+        goTo(second == none ? none : behind(text_, second, end));
     }
 
     void takeReplacement() {
-        skipParts();
+        skipParts(behindExpression);
         for (; at_ < text_.size(); ++at_) {
             const char flag = text_[at_];
             if (flag == 'e') effects_.unknown = true;
@@ -121,16 +162,13 @@ class AwkProgram {
         for (; at_ < text_.size(); ++at_) {
             const char c = text_[at_];
             if (c == ' ' || c == '\t') continue;
-            if (isLetter(c))
-                takeName();
-            else
-                takeOther(c);
-            before_ = c;
+            before_ = isLetter(c) ? takeName() : takeOther(c);
         }
     }
 
   private:
-    void takeName() {
+    // What counts as the character before what follows: behind some names only an operand can stand.
+    char takeName() {
         std::size_t end = at_;
         while (end < text_.size() && (isLetter(text_[end]) || isDigit(text_[end]))) ++end;
         const std::string_view name = text_.substr(at_, end - at_);
@@ -140,16 +178,29 @@ class AwkProgram {
         }
         at_ = end - 1;
         if (name == "system" && end < text_.size()) takeText(text_.find_first_not_of(" (", end));
+        return listsWord(" return print printf in case getline do else exit ", name) ? '(' : name.front();
     }
 
-    void takeOther(char c) {
+    // A text or expression that does not end is not understood.
+    void goBehind(std::size_t end) {
+        effects_.unknown = effects_.unknown || end == none;
+        at_ = std::min(end, text_.size()) - 1;
+    }
+
+    char takeOther(char c) {
+        takeSign(c);
+        return c;
+    }
+
+    void takeSign(char c) {
         switch (c) {
         case '"':
             last_ = at_;
-            at_ = behind(text_, at_ + 1, '"') - 1;
+            goBehind(behind(text_, at_ + 1, '"'));
             return;
         case '/':
-            if (before_ == 0 || "(,=!~&|{};\n"sv.find(before_) != none) at_ = behind(text_, at_ + 1, '/') - 1;
+            if (before_ == 0 || "(,=!~&|{};?:<>*%^[\n"sv.find(before_) != none)
+                goBehind(behindExpression(text_, at_ + 1, '/'));
             return;
         case '#': at_ = std::min(text_.find('\n', at_), text_.size()) - 1; return;
         case '(': ++depth_; return;
@@ -176,6 +227,7 @@ class AwkProgram {
     [[nodiscard]] std::string_view textAt(std::size_t at) const {
         if (at >= text_.size() || text_[at] != '"') return {};
         const std::size_t end = behind(text_, at + 1, '"');
+        if (end == none) return {};
         const std::size_t next = text_.find_first_not_of(" \t", end);
         if (next != none && ";\n})|"sv.find(text_[next]) == none) return {};
         return text_.substr(at + 1, end - at - 2);
@@ -209,29 +261,48 @@ class AwkProgram {
     int depth_ = 0; // of parentheses behind the print
 };
 
-// Commands of ed, ex and vim. Text that ed appends is taken for commands too, which only saves more.
-void readEditorLine(std::string_view line, ScriptEffects& effects) {
+std::string_view restFrom(std::string_view line, std::size_t at) {
+    return line.substr(std::min(at, line.size()));
+}
+
+// Takes the first command of a line for ed, ex or vim, and returns what is to be read behind it.
+std::string_view takeEditorCommand(std::string_view line, ScriptEffects& effects) {
     constexpr auto harmless = " q qa qall q! qa! quit quit! x xa wq wqa wq! w wa w! up s d m t j p n a i c u k l set "
                               "syntax syn retab sort noh "
-                              "normal redo undo e edit bd bn argdo bufdo "sv;
-    line.remove_prefix(std::min(line.find_first_not_of(" \t:0123456789,.$%;'+-"), line.size()));
-    if (line.empty() || line[0] == '.') return;
-    if (line[0] == '/' || line[0] == '?') return readEditorLine(line.substr(behind(line, 1, line[0])), effects);
+                              "redo undo bd bn "sv;
+    line.remove_prefix(std::min(line.find_first_not_of(" \t:0123456789,.$%;'+-|"), line.size()));
+    if (line.empty() || line[0] == '.') return {};
+    if (line[0] == '/' || line[0] == '?') return restFrom(line, behind(line, 1, line[0]));
     if (line[0] == 'g' || line[0] == 'v') {
         const std::size_t begin = line.find_first_not_of("gv!");
         if (begin == none || isLetter(line[begin])) effects.unknown = true;
-        return begin == none ? void() : readEditorLine(line.substr(behind(line, begin + 1, line[begin])), effects);
+        return begin == none ? ""sv : restFrom(line, behind(line, begin + 1, line[begin]));
     }
-    const std::size_t end = std::min(line.find_first_of(" \t"), line.size());
+    const bool replaces = line.size() > 1 && line[0] == 's' && !isLetter(line[1]) && line[1] != ' ';
+    std::size_t parts = replaces ? behind(line, 2, line[1]) : 0;
+    if (replaces && parts != none) parts = behind(line, parts, line[1]);
+    const std::size_t end = std::min(line.find_first_of(" \t|"), line.size());
     const std::string_view name = line.substr(0, end);
+    if (name == "argdo" || name == "bufdo") return line.substr(end);
+    const std::size_t next = parts == none ? none : behind(line, parts, '|');
+    const std::string_view after = restFrom(line, next);
+    if (next != none) line = line.substr(0, next - 1);
     const std::string_view rest = line.substr(std::min(line.find_first_not_of(" \t", end), line.size()));
     const bool writes =
         name == "w" || name == "w!" || name == "W" || name.starts_with("wri") || name.starts_with("sav");
+    const bool edits = name == "e" || name == "e!" || name == "edit" || name == "edit!";
     if (rest.starts_with('!') || line[0] == '!') effects.unknown = true;
-    if (writes && !rest.starts_with('!'))
+    if (edits && rest.starts_with('+')) effects.unknown = true; // it runs a command
+    if ((writes || edits) && !rest.starts_with('!'))
         addFile(rest, effects);
-    else if (!listsWord(harmless, name) && !(name.size() > 1 && line[0] == 's' && !isLetter(line[1])))
+    else if (!replaces && !listsWord(harmless, name))
         effects.unknown = effects.unknown || name.size() > 1;
+    return after;
+}
+
+// Text that ed appends is taken for commands too, which only saves more.
+void readEditorLine(std::string_view line, ScriptEffects& effects) {
+    while (!line.empty()) line = takeEditorCommand(line, effects);
 }
 
 void readDatabaseLine(std::string_view line, ScriptEffects& effects) {
@@ -249,23 +320,31 @@ void readDatabaseLine(std::string_view line, ScriptEffects& effects) {
     if (std::any_of(writing.begin(), writing.end(), begins)) addFile(line.substr(line.rfind(' ')), effects);
 }
 
-// Whether code names nothing but what the list holds, and opens no file to write.
-bool namesOnly(std::string_view code, std::string_view names) {
+// Whether code names nothing but what the list holds, opens no file to write, and imports none but these modules.
+bool namesOnly(std::string_view code, std::string_view names, std::string_view modules = {}) {
+    bool imports = false;
     for (std::size_t at = 0; at < code.size();) {
         const char c = code[at];
         if (c == '\'' || c == '"' || c == '`') {
             const std::size_t end = behind(code, at + 1, c);
+            if (end == none) return false;
             const std::string_view text = code.substr(at + 1, end - at - 2);
             const bool isMode = text.size() < 4 && text.find_first_not_of("rwaxbt+") == none;
-            if ((isMode && text.find_first_of("wax+") != none) || text.find('{') != none) return false;
+            if ((isMode && text.find_first_of("wax+") != none) || text.find_first_of("{\\") != none) return false;
             at = end;
         } else if (isLetter(c)) {
             std::size_t end = at;
             while (end < code.size() && (isLetter(code[end]) || isDigit(code[end]))) ++end;
-            if (!listsWord(names, code.substr(at, end - at))) return false;
+            const std::string_view name = code.substr(at, end - at);
+            if (!listsWord(names, name)) return false;
+            const bool isModule = name != "import" && name != "from" && name != "as";
+            if (imports && isModule && !listsWord(modules, name)) return false;
+            // What stands behind "from json import" is no module.
+            if (!isModule && name != "as") imports = name == "from" || !imports;
             at = end;
         } else {
             if (static_cast<unsigned char>(c) >= 0x80) return false;
+            if (c == ';' || c == '\n') imports = false;
             ++at;
         }
     }
@@ -282,7 +361,12 @@ ScriptEffects sedEffects(std::span<const Word> arguments) {
         const std::string_view text = arguments[index].text;
         const bool isOption = text.size() > 1 && text[0] == '-';
         const bool isLong = isOption && text[1] == '-';
-        const std::size_t letter = isOption && !isLong ? text.find_first_of("ef", 1) : none;
+        std::size_t letter = isOption && !isLong ? text.find_first_of("efil", 1) : none;
+        // Behind -i stands the ending of a copy; behind -l a number may.
+        const bool takesNumber = text == "--line-length" || (letter != none && text[letter] == 'l');
+        if (takesNumber && (isLong || letter + 1 == text.size()) && index + 1 < arguments.size())
+            index += arguments[index + 1].text.find_first_not_of("0123456789") == none ? 1U : 0U;
+        if (letter != none && (text[letter] == 'i' || text[letter] == 'l')) letter = none;
         if (!isOption && first == nullptr) first = &arguments[index];
         if ((letter != none && text[letter] == 'f') || text.starts_with("--file")) effects.unknown = true;
         if (letter == none && !text.starts_with("--expression")) continue;
@@ -313,7 +397,8 @@ bool pythonOnlyPrints(std::string_view code) {
                      "sorted range list dict set tuple round abs repr enumerate zip for in if else and or not is "
                      "None True False version version_info executable path prefix load loads dumps indent open "
                      "read readlines splitlines strip split join keys values items get format upper lower "
-                     "stdin argv pi sqrt now today ");
+                     "stdin argv pi sqrt now today ",
+                     " json sys math re platform datetime time ");
 }
 
 bool javaScriptOnlyPrints(std::string_view code) {

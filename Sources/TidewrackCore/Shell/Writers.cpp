@@ -132,7 +132,6 @@ constexpr Writer writers[] = {
     {"unlzma", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"unxz", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
     {"unzip", Written::folder, "dPx", {}, {}, {}, " -n -l -v -t -Z -p ", " -d "},
-    {"vi", Written::all, "cStTuw", " --cmd ", {}, {}, " -R "},
     {"vi", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
     {"vim", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
     {"wget",
