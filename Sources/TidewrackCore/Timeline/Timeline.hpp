@@ -57,10 +57,13 @@ struct TimelineRow {
     std::optional<std::string> agent;
     std::optional<std::string> session;
     std::optional<std::string> turn;
-    std::string title;      // the prompt, or a label; empty where there was none
-    bool thinned = false;   // a turn whose first snapshots are pruned
-    bool beginLost = false; // what lay before those as well, so that others may have worked since `first`
-    bool prompted = false;  // a turn that began with its prompt, which is recorded in one project alone
+    std::string title;         // the prompt, or a label; empty where there was none
+    bool thinned = false;      // a turn whose first snapshots are pruned
+    bool beginLost = false;    // what lay before those as well, so that others may have worked since `first`
+    bool prompted = false;     // a turn that began with its prompt, which is recorded in one project alone
+    bool undone = false;       // taken back since as a whole, and not redone
+    bool redo = false;         // an undo that takes back another one, or a restore
+    bool foldersAlone = false; // no file changed, but folders came, went or got other permissions
     Date began{};
     Date seen{};               // when the newest of a turn's own snapshots was taken
     std::optional<Date> ended; // for End::stop and End::interrupted
@@ -75,14 +78,11 @@ struct TimelineRow {
     std::vector<Stretch> waits;
     std::vector<std::int64_t> own;         // a turn's own snapshots
     std::optional<Changes::Counts> counts; // files; none where only a comparison of listings tells
-    bool foldersAlone = false;             // no file changed, but folders came, went or got other permissions
     std::vector<Command> commands;
     std::vector<Company> company;
     std::vector<std::string> projects; // roots of the other projects that the turn worked in
     std::vector<std::string> vault;    // ids of the vault entries made for its commands
-    bool undone = false;               // taken back since as a whole, and not redone
     std::vector<Stretch> tookBack;     // what a restore or undo took back in full
-    bool redo = false;                 // an undo that takes back another one, or a restore
 
     bool operator==(const TimelineRow&) const = default;
     [[nodiscard]] bool isRunning() const { return end == End::running; }
