@@ -150,8 +150,8 @@ TextBuffer History::manifestText(std::int64_t seq) const {
     if (error != 0) throw TidewrackError::io("read", path, error);
     try {
         return Manifest::decompressed(bytes);
-    } catch (const TidewrackError& error) {
-        throw error.in(placeOf(seq));
+    } catch (const TidewrackError& damage) {
+        throw damage.in(placeOf(seq));
     }
 }
 

@@ -205,7 +205,9 @@ bool isSnapshot(const json& value) {
 bool fits(const json& value, const json& schema) {
     if (schema.contains("$ref")) {
         if (schema["$ref"] == "#/$defs/snapshot") return isSnapshot(value);
-        const auto isPath = [](const json& path) { return path.is_string() && path != ""; };
+        const auto isPath = [](const json& path) {
+            return path.is_string() && !path.get_ref<const std::string&>().empty();
+        };
         return value.is_array() && !value.empty() && std::all_of(value.begin(), value.end(), isPath);
     }
     const std::string type = schema["type"];
