@@ -114,9 +114,9 @@ TEST_F(GuardCommand, runsBetweenTwoSnapshots) {
     EXPECT_EQ(world.run({"run", "--", "true"}).err, "Nothing changed in " + project + ".\n");
     EXPECT_EQ(world.history().seqs().size(), count + 1);
     EXPECT_EQ(world.run({"run", "--", "sh", "-c", "kill -TERM $$"}).status, 128 + 15);
-    const Outcome missing = world.run({"run", "--", "no-such-program"});
+    const Outcome missing = world.run({"run", "--", "/no-such-program"});
     EXPECT_EQ(missing.status, 127);
-    EXPECT_NE(missing.err.find("couldn't run no-such-program"), std::string::npos) << missing.err;
+    EXPECT_NE(missing.err.find("couldn't run /no-such-program"), std::string::npos) << missing.err;
     const Outcome its = world.run({"run", "--", "sh", "-c", "exit 127"}); // the program's own status
     EXPECT_EQ(its.status, 127);
     EXPECT_EQ(its.err.find("couldn't run"), std::string::npos) << its.err;
