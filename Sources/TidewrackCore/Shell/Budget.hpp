@@ -41,7 +41,7 @@ struct Budget {
     static constexpr std::size_t alternatives = 10'000; // values tried in commands
 
     // Folders
-    static constexpr std::size_t folderLength = 4'096;
+    static constexpr std::size_t folderLength = 1'024;
     static constexpr std::size_t folderChanges = 1'000;
     static constexpr std::size_t subshells = 64;
     static constexpr std::size_t doubtfulFolders = 8;
