@@ -284,11 +284,12 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     listFound(roots, tests, cwd, effects);
     const Act act = findAct(arguments);
     const bool wholeTree = act == Act::removed && !holdsAny(arguments, findTests);
+    const bool recursive = removesRecursively(arguments);
     for (const Word& root : roots) {
         if (wholeTree)
             effects.targetWord(root, cwd, linksOf(root), Extent::removed);
         else
-            takeTree(root, tests, act, removesRecursively(arguments), cwd, effects);
+            takeTree(root, tests, act, recursive, cwd, effects);
     }
 }
 
