@@ -1,19 +1,13 @@
 #include "Agents/EditedFiles.hpp"
 
 #include "Agents/KeptPaths.hpp"
+#include "Agents/TurnRecords.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
 #include <algorithm>
 
 namespace tidewrack {
-
-namespace {
-
-// Other sessions that work in the same project record in between.
-constexpr std::size_t mostRecordsRead = 8;
-
-} // namespace
 
 std::vector<std::string> EditedFiles::notHeld(const std::vector<std::string>& paths, std::vector<std::string>& unkept) {
     std::vector<std::string> unheld;
@@ -37,7 +31,7 @@ void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unh
         if (exists(path)) unheld.push_back(path);
         return;
     }
-    const auto record = recordOfTurn(*project);
+    const auto record = recordOfTurn(context_, *project);
     if (record)
         context_.noteChange(path);
     else
@@ -51,25 +45,6 @@ void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unh
 bool EditedFiles::lacks(const SnapshotMeta& record, const Project& project, const std::string& path) const {
     KeptPaths kept(context_.handler.store.history(project), project, record);
     return (record.notKept > 0 || kept.mayLeaveOut(path)) && exists(path) && !kept.holds(path);
-}
-
-// The snapshot from which the turn's edits can be taken back.
-std::optional<SnapshotMeta> EditedFiles::recordOfTurn(const Project& project) const {
-    const HookEvent& event = context_.event;
-    try {
-        const History history = context_.handler.store.history(project);
-        const std::vector<std::int64_t> seqs = history.seqs();
-        const std::size_t count = std::min(seqs.size(), mostRecordsRead);
-        for (std::size_t index = seqs.size(); index-- > seqs.size() - count;) {
-            SnapshotMeta record = history.snapshot(seqs[index]);
-            if (record.session != event.session || record.agent != context_.caller()) continue;
-            if (record.turn != event.turn || (record.kind != "prompt" && record.kind != "tool")) break;
-            return record;
-        }
-    } catch (const std::exception&) {
-        // When in doubt the file is saved.
-    }
-    return std::nullopt;
 }
 
 } // namespace tidewrack

@@ -24,7 +24,6 @@ class EditedFiles {
 
   private:
     void sortOut(const std::string& path, std::vector<std::string>& unheld, std::vector<std::string>& unkept);
-    [[nodiscard]] std::optional<SnapshotMeta> recordOfTurn(const Project& project) const;
     [[nodiscard]] bool lacks(const SnapshotMeta& record, const Project& project, const std::string& path) const;
 
     HookContext& context_;

@@ -6,6 +6,7 @@
 #include "Agents/Question.hpp"
 #include "Agents/SaveBefore.hpp"
 #include "Agents/SnapshotTexts.hpp"
+#include "Agents/TurnRecords.hpp"
 #include "Shell/Effects.hpp"
 #include "Shell/Guard.hpp"
 #include "Support/Files.hpp"
@@ -188,9 +189,13 @@ class HookCall {
 
     [[nodiscard]] bool isAsking() const { return verdict_.kind == shell::Verdict::Kind::ask; }
 
-    static bool needsSaving(const shell::Decision& decision) {
+    static bool touchesFiles(const shell::Decision& decision) {
         return !decision.targets.empty() || decision.opaque || !decision.suspected.empty() ||
-               !decision.mentioned.empty() || !decision.gitStores.empty();
+               !decision.mentioned.empty();
+    }
+
+    static bool needsSaving(const shell::Decision& decision) {
+        return touchesFiles(decision) || !decision.gitStores.empty();
     }
 
     // Saves what is at stake, and puts the verdict into words.
@@ -213,8 +218,8 @@ class HookCall {
 
     // Whether the command does no more than change git's own store, which is copied where that has changed.
     static bool isAboutGitAlone(const shell::Decision& decision) {
-        return decision.verdict.kind == shell::Verdict::Kind::allow && decision.targets.empty() && !decision.opaque &&
-               decision.suspected.empty() && decision.mentioned.empty() && !decision.gitStores.empty();
+        return decision.verdict.kind == shell::Verdict::Kind::allow && !touchesFiles(decision) &&
+               !decision.gitStores.empty();
     }
 
     // What a command makes is the turn's like what it takes.
@@ -304,32 +309,18 @@ class HookCall {
     void endTurns() {
         context_.loadProjects();
         const auto here = Store::projectContaining(event_.cwd, context_.projects());
-        const auto prompted = here ? promptTime(*here) : std::nullopt;
+        const auto prompted = here ? promptTime(context_, *here) : std::nullopt;
         if (event_.endsSession) return endSession();
         if (here) endTurn(*here);
         if (!event_.session) return;
         for (const Project& project : context_.projects())
-            if ((!here || project.id != here->id) && isInTurn(project, prompted)) endTurn(project);
+            if ((!here || project.id != here->id) && isInTurn(context_, project, prompted)) endTurn(project);
     }
 
     // Of a turn that was cut off no agent tells the end; a turn that has ended stays as it is.
     void endSession() {
         for (const Project& project : context_.projects())
-            if (hasOpenTurn(project)) endTurn(project);
-    }
-
-    [[nodiscard]] bool hasOpenTurn(const Project& project) const {
-        constexpr std::size_t mostRead = 8;
-        try {
-            const History history = handler_.store.history(project);
-            const auto seqs = history.seqs();
-            for (std::size_t at = seqs.size(); event_.session && at-- > 0 && seqs.size() - at <= mostRead;) {
-                const SnapshotMeta meta = history.snapshot(seqs[at]);
-                if (meta.session == event_.session && meta.agent == context_.caller()) return meta.kind != "stop";
-            }
-        } catch (const std::exception&) { // what cannot be told is as before
-        }
-        return false;
+            if (hasOpenTurn(context_, project)) endTurn(project);
     }
 
     // One project's failure costs the others nothing.
@@ -339,58 +330,9 @@ class HookCall {
                      event_.interrupted   ? "Interrupted"
                      : event_.endsSession ? "End of session"
                                           : "End of turn",
-                     std::nullopt, endIn(project));
+                     std::nullopt, endOfTurn(context_, project));
         } catch (const std::exception& error) {
             context_.logError(error.what());
-        }
-    }
-
-    // The turn that ends, as its records here tell.
-    [[nodiscard]] TurnEnd endIn(const Project& project) const {
-        constexpr std::size_t mostRead = 64;
-        TurnEnd end{event_.interrupted, std::nullopt, std::nullopt};
-        try {
-            const History history = handler_.store.history(project);
-            const auto seqs = history.seqs();
-            for (std::size_t at = seqs.size(); at-- > 0 && seqs.size() - at <= mostRead && !end.title;) {
-                const SnapshotMeta meta = history.snapshot(seqs[at]);
-                if (meta.agent != context_.caller() || meta.session != event_.session) continue;
-                if (meta.kind == "stop" || (event_.turn && meta.turn && meta.turn != event_.turn)) break;
-                end.began = meta.seq;
-                if (meta.kind == "prompt" && meta.background != true) end.title = meta.label.value_or("");
-            }
-        } catch (const std::exception&) { // its snapshot matters more
-        }
-        return end;
-    }
-
-    // When the session's newest prompt among the latest records was taken, for agents whose turns have no names.
-    [[nodiscard]] std::optional<Date> promptTime(const Project& project) const {
-        constexpr std::size_t mostRead = 8;
-        if (event_.turn) return std::nullopt;
-        try {
-            const History history = handler_.store.history(project);
-            const auto seqs = history.seqs();
-            for (std::size_t at = seqs.size(); at-- > 0 && seqs.size() - at <= mostRead;) {
-                const SnapshotMeta meta = history.snapshot(seqs[at]);
-                if (meta.kind == "prompt" && meta.session == event_.session) return meta.created;
-            }
-        } catch (const std::exception&) { // what cannot be told is as before
-        }
-        return std::nullopt;
-    }
-
-    // Whether the turn that ends has begun or worked in the project.
-    [[nodiscard]] bool isInTurn(const Project& project, const std::optional<Date>& prompted) const {
-        try {
-            const auto latest = handler_.store.history(project).latest();
-            if (!latest || latest->session != event_.session) return false;
-            if (latest->kind != "tool" && latest->kind != "prompt") return false;
-            // An earlier turn of the session that was cut off is none of this one's.
-            return event_.turn && latest->turn ? latest->turn == event_.turn
-                                               : !prompted || *prompted <= latest->created;
-        } catch (const std::exception&) { // another project's damage is no reason to lose this turn's snapshots
-            return false;
         }
     }
 

@@ -11,6 +11,7 @@
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 #include "Timeline/LoggedHook.hpp"
 
 #include <fcntl.h>
@@ -42,11 +43,6 @@ bool isIn(const std::vector<std::string>& sorted, const std::string& path) {
 void add(const Project& project, std::vector<Project>& to) {
     const auto isSame = [&](const Project& other) { return other.id == project.id; };
     if (std::none_of(to.begin(), to.end(), isSame)) to.push_back(project);
-}
-
-void sortAndDedupe(std::vector<std::string>& paths) {
-    std::sort(paths.begin(), paths.end());
-    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
 }
 
 // Why the vault leaves out what stands there; empty where nothing of worth does.

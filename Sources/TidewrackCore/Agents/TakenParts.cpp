@@ -2,6 +2,7 @@
 
 #include "Agents/HookHandler.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 
 #include <algorithm>
 #include <optional>
@@ -73,10 +74,8 @@ TakenParts takenParts(const Paths& unkept, const shell::Decision& decision, GitP
     TakenParts parts;
     for (const FoundFiles& found : decision.found) addFound(unkept, found, parts);
     for (const GitTakes& takes : decision.gitTakes) addTaken(unkept, takes, patience, parts);
-    for (Paths* paths : {&parts.known, &parts.guessed}) {
-        std::sort(paths->begin(), paths->end());
-        paths->erase(std::unique(paths->begin(), paths->end()), paths->end());
-    }
+    sortAndDedupe(parts.known);
+    sortAndDedupe(parts.guessed);
     return parts;
 }
 

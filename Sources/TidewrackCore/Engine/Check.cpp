@@ -6,6 +6,7 @@
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 #include "Vault/VaultEntry.hpp"
 
 #include <fcntl.h>
@@ -354,9 +355,7 @@ class ProjectCheck {
         std::erase_if(result_.damages, [&](Damage& damage) {
             const bool hadSome = !damage.snapshots.empty();
             std::erase_if(damage.snapshots, [&](std::int64_t seq) { return gone.contains(seq); });
-            std::sort(damage.snapshots.begin(), damage.snapshots.end());
-            damage.snapshots.erase(std::unique(damage.snapshots.begin(), damage.snapshots.end()),
-                                   damage.snapshots.end());
+            sortAndDedupe(damage.snapshots);
             damage.place.erase(0, store_.home.size() + 1);
             return hadSome && damage.snapshots.empty();
         });

@@ -5,6 +5,7 @@
 #include "Shell/NameFilter.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 
 #include <fnmatch.h>
 #include <sys/stat.h>
@@ -93,8 +94,7 @@ class Mentions {
     void scanVariables(std::string_view text);
 
     std::vector<std::string> take() {
-        std::sort(paths_.begin(), paths_.end());
-        paths_.erase(std::unique(paths_.begin(), paths_.end()), paths_.end());
+        sortAndDedupe(paths_);
         return std::move(paths_);
     }
 

@@ -2,6 +2,7 @@
 
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 
 #include <sys/stat.h>
 
@@ -11,12 +12,6 @@
 namespace tidewrack::shell {
 
 namespace {
-
-void sortAndDedupe(std::vector<std::string>& paths) {
-    if (paths.size() < 2) return;
-    std::sort(paths.begin(), paths.end());
-    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-}
 
 std::string_view withoutTrailingSlash(std::string_view path) {
     if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);

@@ -17,6 +17,7 @@
 #include "Shell/Writers.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -80,9 +81,7 @@ Decision Guard::run(std::string_view line) {
     if (guess && decision.verdict.kind != Verdict::Kind::deny)
         for (std::string& path : pathsAtRisk(line, decision.opaqueDirs, context_, effects_))
             decision.mentioned.push_back(std::move(path));
-    auto& mentioned = decision.mentioned;
-    std::sort(mentioned.begin(), mentioned.end());
-    mentioned.erase(std::unique(mentioned.begin(), mentioned.end()), mentioned.end());
+    sortAndDedupe(decision.mentioned);
     return decision;
 }
 

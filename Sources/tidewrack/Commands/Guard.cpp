@@ -13,6 +13,7 @@
 #include "Shell/Lexer.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Sorted.hpp"
 #include "Support/Text.hpp"
 #include "Vault/GitStore.hpp"
 
@@ -76,8 +77,7 @@ void addGitStates(GuardReport& report) {
             continue;
         }
     }
-    std::sort(report.gitStates.begin(), report.gitStates.end());
-    report.gitStates.erase(std::unique(report.gitStates.begin(), report.gitStates.end()), report.gitStates.end());
+    sortAndDedupe(report.gitStates);
 }
 
 GuardReport explained(const HookHandler& handler, const std::string& line, const std::string& folder) {

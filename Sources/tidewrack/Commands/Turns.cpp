@@ -10,6 +10,7 @@
 #include "Reports/StatReport.hpp"
 #include "Reports/TurnReports.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Sorted.hpp"
 #include "Timeline/Elsewhere.hpp"
 #include "Timeline/TurnUndo.hpp"
 
@@ -41,8 +42,7 @@ TimelineRow shownTurn(Invocation& call, const Project& project, const TurnUndo& 
 Changes joined(Changes all, const Changes& more) {
     const auto join = [](std::vector<std::string>& into, const std::vector<std::string>& from) {
         into.insert(into.end(), from.begin(), from.end());
-        std::sort(into.begin(), into.end());
-        into.erase(std::unique(into.begin(), into.end()), into.end());
+        sortAndDedupe(into);
     };
     join(all.added, more.added);
     join(all.modified, more.modified);
