@@ -15,7 +15,7 @@ namespace {
 using std::chrono::seconds;
 
 std::tm localTime(Date date) {
-    const std::time_t time = date.time_since_epoch().count();
+    const std::time_t time = secondsOf(date);
     std::tm parts{};
     ::localtime_r(&time, &parts);
     return parts;

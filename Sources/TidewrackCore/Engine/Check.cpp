@@ -27,8 +27,7 @@ namespace {
 using Part = Damage::Part;
 using Fault = Damage::Fault;
 
-constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t hour = 3600 * second;
+constexpr std::int64_t hour = 3600 * nanosPerSecond;
 
 // Why it doesn't decode, without the path, which is told beside it.
 std::string reasonOf(const TidewrackError& problem, const std::string& path) {
@@ -138,8 +137,8 @@ class Contents {
     // before its listing was written, and one that is listed again after a restore may have lost its fraction of a
     // second.
     static bool timeFits(std::int64_t kept, std::int64_t listed, std::int64_t written) {
-        const bool coarse = kept % second == 0 || listed % second == 0;
-        if (kept == listed || (coarse && std::abs(kept - listed) < 2 * second)) return true;
+        const bool coarse = kept % nanosPerSecond == 0 || listed % nanosPerSecond == 0;
+        if (kept == listed || (coarse && std::abs(kept - listed) < 2 * nanosPerSecond)) return true;
         return (kept <= written && kept > written - hour) || (kept <= listed && kept > listed - hour);
     }
 
@@ -338,7 +337,7 @@ class ProjectCheck {
         if (attributesAt(AT_FDCWD, history_.manifestPath(number).c_str(), file) != 0) return true;
         SnapshotMeta lost;
         lost.seq = lost.manifestOf = number;
-        lost.created = Date(std::chrono::seconds(file.mtime / second));
+        lost.created = Date(std::chrono::seconds(file.mtime / nanosPerSecond));
         Metas all = readable_;
         all.insert(
             std::upper_bound(all.begin(), all.end(), lost, [](const auto& a, const auto& b) { return a.seq < b.seq; }),

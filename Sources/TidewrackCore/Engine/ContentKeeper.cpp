@@ -19,7 +19,7 @@ constexpr std::int64_t coarseTick = 2'000'000'000; // of volumes that keep whole
 // another clock's, and nothing to wait for.
 void waitUntilSettled(std::int64_t ctime) {
     if (ctime > earliestStamp() + coarseTick) return;
-    const std::int64_t settled = ctime % 1'000'000'000 == 0 ? ctime + coarseTick : ctime + 1;
+    const std::int64_t settled = ctime % nanosPerSecond == 0 ? ctime + coarseTick : ctime + 1;
     while (earliestStamp() < settled) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 

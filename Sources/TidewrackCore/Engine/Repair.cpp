@@ -188,7 +188,7 @@ class Repair {
         Attributes file;
         const std::string path = history_.manifestPath(meta.manifestOf);
         require(attributesAt(AT_FDCWD, path.c_str(), file), "read", path);
-        meta.created = Date(std::chrono::seconds(file.mtime / 1'000'000'000));
+        meta.created = Date(std::chrono::seconds(file.mtime / nanosPerSecond));
         meta.kind = "recovered";
         const Manifest listing = history_.manifest(meta);
         meta.files = listing.fileCount();

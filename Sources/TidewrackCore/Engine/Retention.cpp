@@ -243,8 +243,8 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
     try {
         Attributes attributes;
         const std::int64_t last =
-            attributesAt(AT_FDCWD, marker.c_str(), attributes) == 0 ? attributes.mtime / 1'000'000'000 : INT64_MIN / 2;
-        const std::int64_t since = now().time_since_epoch().count() - last;
+            attributesAt(AT_FDCWD, marker.c_str(), attributes) == 0 ? attributes.mtime / nanosPerSecond : INT64_MIN / 2;
+        const std::int64_t since = secondsOf(now()) - last;
         if (since >= 0 && since <= secondsBetweenPrunes) return; // one in the future is from a wrong clock
         writeFileAtomically(marker, "");
         if (!clockIsConfirmed(store.history(project).snapshots(), now())) return;

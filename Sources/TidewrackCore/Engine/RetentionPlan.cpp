@@ -15,8 +15,8 @@ std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots,
     std::set<std::int64_t> keep;
     std::map<std::string, std::int64_t> buckets; // the newest snapshot of each
     for (const SnapshotMeta& meta : snapshots) {
-        const std::int64_t created = meta.created.time_since_epoch().count();
-        const std::int64_t age = now.time_since_epoch().count() - created;
+        const std::int64_t created = secondsOf(meta.created);
+        const std::int64_t age = secondsOf(now) - created;
         if (meta.pinned || std::chrono::seconds(age) < keepsAll)
             keep.insert(meta.seq);
         else if (age < 7 * day)

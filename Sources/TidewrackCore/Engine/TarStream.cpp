@@ -3,6 +3,8 @@
 
 #include "Engine/TarStream.hpp"
 
+#include "Platform/Attributes.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -50,13 +52,14 @@ std::string record(std::string_view key, std::string_view value) {
 }
 
 std::string secondsText(std::int64_t nanoseconds) {
+    constexpr auto perSecond = static_cast<std::uint64_t>(nanosPerSecond);
     const bool negative = nanoseconds < 0;
     const auto count = static_cast<std::uint64_t>(nanoseconds);
     const std::uint64_t size = negative ? std::uint64_t{0} - count : count;
     char text[40];
     (void)std::snprintf(text, sizeof text, "%s%llu.%09llu", negative ? "-" : "",
-                        static_cast<unsigned long long>(size / 1'000'000'000),
-                        static_cast<unsigned long long>(size % 1'000'000'000));
+                        static_cast<unsigned long long>(size / perSecond),
+                        static_cast<unsigned long long>(size % perSecond));
     return text;
 }
 
@@ -76,7 +79,7 @@ std::string recordsFor(const TarEntry& entry, const std::string& name) {
     };
     if (name.size() > nameField.size) records += record("path", name);
     if (entry.destination.size() > linkField.size) records += record("linkpath", entry.destination);
-    if (entry.mtime % 1'000'000'000 != 0 || entry.mtime < 0) records += record("mtime", secondsText(entry.mtime));
+    if (entry.mtime % nanosPerSecond != 0 || entry.mtime < 0) records += record("mtime", secondsText(entry.mtime));
     number("size", static_cast<std::uint64_t>(entry.size), sizeField);
     number("uid", entry.user, userField);
     number("gid", entry.group, groupField);
@@ -90,7 +93,7 @@ Header headerOf(const TarEntry& entry, std::string_view name, char type) {
     putNumber(header, userField, entry.user);
     putNumber(header, groupField, entry.group);
     putNumber(header, sizeField, static_cast<std::uint64_t>(entry.size));
-    putNumber(header, timeField, static_cast<std::uint64_t>(std::max<std::int64_t>(entry.mtime, 0) / 1'000'000'000));
+    putNumber(header, timeField, static_cast<std::uint64_t>(std::max<std::int64_t>(entry.mtime, 0) / nanosPerSecond));
     putText(header, linkField, entry.destination);
     header[typeAt] = type;
     putText(header, {magicAt, 8}, std::string_view("ustar\00000", 8));

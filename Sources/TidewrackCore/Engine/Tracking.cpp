@@ -32,7 +32,6 @@ bool isTooBroad(const Store& store, const std::string& path) {
 
 namespace {
 
-constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 constexpr std::chrono::seconds refusedFor = std::chrono::hours(24);
 constexpr std::chrono::seconds refusedUncounted = std::chrono::minutes(10); // a disk may only have been slow
 
@@ -46,7 +45,7 @@ std::string refusalPath(const Store& store, const std::string& path) {
 
 void noteRefusal(const Store& store, const std::string& path, std::chrono::seconds lasting) {
     const std::string place = refusalPath(store, path);
-    const std::int64_t until = (now() + lasting).time_since_epoch().count() * nanosPerSecond;
+    const std::int64_t until = secondsOf(now() + lasting) * nanosPerSecond;
     if (place.empty() || store.makeHome() != 0 || makeFolders(std::string(parentOf(place)), 0700) != 0) return;
     try {
         writeFileSoon(place, "");
@@ -86,7 +85,7 @@ bool wasRefusedLately(const Store& store, const std::string& path) {
     const std::string place = refusalPath(store, path);
     Attributes noted;
     if (place.empty() || attributesAt(AT_FDCWD, place.c_str(), noted) != 0) return false;
-    const auto left = noted.mtime / nanosPerSecond - now().time_since_epoch().count();
+    const auto left = noted.mtime / nanosPerSecond - secondsOf(now());
     return left > 0 && left <= refusedFor.count(); // of a clock that was wrong nothing is believed
 }
 

@@ -6,12 +6,6 @@
 
 namespace tidewrack {
 
-namespace {
-
-constexpr std::int64_t nanosPerSecond = 1'000'000'000;
-
-} // namespace
-
 std::int64_t nanosecondsOf(const timespec& time) {
     std::int64_t result = 0;
     if (!__builtin_mul_overflow(std::int64_t{time.tv_sec}, nanosPerSecond, &result) &&

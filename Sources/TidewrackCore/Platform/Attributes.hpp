@@ -8,6 +8,8 @@
 
 namespace tidewrack {
 
+inline constexpr std::int64_t nanosPerSecond = 1'000'000'000;
+
 // Nanoseconds since the epoch; a time that 64 bits cannot count (before 1677, after 2262) becomes the nearest one.
 [[nodiscard]] std::int64_t nanosecondsOf(const timespec& time);
 

@@ -2,6 +2,7 @@
 // Points in time and their ISO 8601 text.
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,10 @@ namespace tidewrack {
 
 // Whole seconds since the epoch, UTC.
 using Date = std::chrono::sys_seconds;
+
+[[nodiscard]] constexpr std::int64_t secondsOf(Date date) {
+    return date.time_since_epoch().count();
+}
 
 // The current time, without its fraction of a second.
 [[nodiscard]] Date now();

@@ -21,14 +21,9 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 constexpr std::size_t mostEntriesRead = 32; // the newest ones
 constexpr std::int64_t largeIndex = std::int64_t{1} << 20;
 constexpr std::chrono::hours betweenLargeIndexes{1};
-
-std::int64_t seconds(Date date) {
-    return date.time_since_epoch().count();
-}
 
 const VaultEntry::Item* itemFor(const VaultEntry& entry, const std::string& path) {
     const auto isHere = [&](const VaultEntry::Item& item) { return item.original == path; };
@@ -43,7 +38,7 @@ std::string storeOf(const VaultEntry& entry) {
 
 // A free name beside the store.
 std::string nameBeside(const std::string& store, Date now) {
-    for (std::int64_t number = seconds(now);; ++number) {
+    for (std::int64_t number = secondsOf(now);; ++number) {
         std::string name = store + ".tidewrack-restored-" + std::to_string(number);
         if (!exists(name)) return name;
     }
@@ -100,9 +95,7 @@ bool isWorthItsRoom(const std::string& path, const std::vector<VaultEntry>& stat
 bool Vault::holds(const VaultEntry& entry, const std::vector<std::string>& paths) const {
     const auto isHeld = [&](const std::string& path) {
         const VaultEntry::Item* item = itemFor(entry, path);
-        if (item != nullptr)
-            return isAsCopied(path,
-                              {entryFolder(entry.id) + "/" + item->stored, seconds(entry.created) * nanosPerSecond});
+        if (item != nullptr) return isAsCopied(path, copyOf(entry, *item));
         const auto& skipped = entry.skipped;
         const auto found = std::find(skipped.begin(), skipped.end(), path);
         return found != skipped.end() &&
@@ -125,9 +118,7 @@ std::optional<VaultEntry> Vault::saveGitState(const GitStore& git, GitStore::Wor
     if (!states.empty() && holds(states.front(), request.paths)) return std::nullopt;
     EarlierCopies earlier;
     for (const VaultEntry& state : states) // newest first, and the first copy of a path stays
-        for (const VaultEntry::Item& item : state.items)
-            earlier.emplace(item.original, EarlierCopy{entryFolder(state.id) + "/" + item.stored,
-                                                       seconds(state.created) * nanosPerSecond});
+        for (const VaultEntry::Item& item : state.items) earlier.emplace(item.original, copyOf(state, item));
     return saveAs(Purpose::command, earlier, request).entry;
 }
 

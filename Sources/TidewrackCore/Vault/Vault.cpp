@@ -26,7 +26,6 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::int64_t nanosPerSecond = 1'000'000'000;
 constexpr std::int64_t secondsBetweenBackups = 3600;
 constexpr std::int64_t mostGitBytes = std::int64_t{16} << 20; // of git's state, where blocks can't be shared
 constexpr std::int64_t mostGitFiles = 20'000;
@@ -48,10 +47,6 @@ constexpr const char* dotfiles[] = {".ssh",
                                     ".claude/settings.json",
                                     ".codex/config.toml",
                                     ".cursor/hooks.json"};
-
-std::int64_t seconds(Date date) {
-    return date.time_since_epoch().count();
-}
 
 const char* kindName(Attributes::Kind kind) {
     switch (kind) {
@@ -158,7 +153,7 @@ class Saver {
 
 // "20260314-093005"
 std::string localTime(Date date) {
-    const auto time = static_cast<std::time_t>(seconds(date));
+    const auto time = static_cast<std::time_t>(secondsOf(date));
     std::tm local{};
     ::localtime_r(&time, &local);
     char text[64];
@@ -282,8 +277,7 @@ std::vector<std::string> Vault::notCopiedYet(const VaultRequest& request) const 
         for (const VaultEntry::Item& item : entry.items) {
             const auto isInside = [&](const std::string& skipped) { return isAtOrBelow(skipped, item.original); };
             if (std::none_of(entry.skipped.begin(), entry.skipped.end(), isInside))
-                copies.emplace(item.original, EarlierCopy{entryFolder(entry.id) + "/" + item.stored,
-                                                          seconds(entry.created) * nanosPerSecond});
+                copies.emplace(item.original, copyOf(entry, item));
         }
     }
     std::vector<std::string> paths;
@@ -323,13 +317,15 @@ std::vector<VaultEntry> Vault::entriesFrom(std::string_view firstID) const {
     return result;
 }
 
+EarlierCopy Vault::copyOf(const VaultEntry& entry, const VaultEntry::Item& item) const {
+    return {entryFolder(entry.id) + "/" + item.stored, secondsOf(entry.created) * nanosPerSecond};
+}
+
 Vault::EarlierCopies Vault::earlierDotfiles() const {
     EarlierCopies result;
     for (const VaultEntry& entry : entries()) { // newest first, and the first copy of a path stays
         if (entry.command != backupCommand || entry.agent) continue;
-        for (const VaultEntry::Item& item : entry.items)
-            result.emplace(item.original, EarlierCopy{entryFolder(entry.id) + "/" + item.stored,
-                                                      seconds(entry.created) * nanosPerSecond});
+        for (const VaultEntry::Item& item : entry.items) result.emplace(item.original, copyOf(entry, item));
     }
     return result;
 }
@@ -339,13 +335,13 @@ std::optional<VaultEntry> Vault::backupDotfilesIfDue(const std::string& home, Da
     const std::string marker = folder() + "/.dotfiles-last";
     Attributes last;
     if (attributesAt(AT_FDCWD, marker.c_str(), last) == 0) {
-        const std::int64_t age = seconds(now) - last.mtime / nanosPerSecond;
+        const std::int64_t age = secondsOf(now) - last.mtime / nanosPerSecond;
         if (age >= 0 && age <= secondsBetweenBackups) return std::nullopt; // one in the future is from a wrong clock
     }
     makeFolder();
     // First of all, so that a backup that fails is not tried again with every turn.
     writeFileAtomically(marker, "");
-    if (const int error = setModificationTime(AT_FDCWD, marker.c_str(), seconds(now) * nanosPerSecond))
+    if (const int error = setModificationTime(AT_FDCWD, marker.c_str(), secondsOf(now) * nanosPerSecond))
         throw TidewrackError::io("write", marker, error);
     if (believes(now)) prune(daysKept, now); // first: the copy may be cut short, each time anew
     std::vector<std::string> paths;
@@ -367,7 +363,7 @@ bool Vault::believes(Date now) const {
 
 void Vault::prune(std::int64_t days, Date now) const {
     removeLeftovers(folder());
-    const auto isOld = [&](std::int64_t created) { return seconds(now) - created > days * 86400; };
+    const auto isOld = [&](std::int64_t created) { return secondsOf(now) - created > days * 86400; };
     for (const std::string& name : listFolder(folder())) {
         const std::string path = entryFolder(name);
         Attributes attributes;
@@ -377,9 +373,9 @@ void Vault::prune(std::int64_t days, Date now) const {
         Attributes record;
         const bool unrecorded = attributesAt(AT_FDCWD, (path + "/entry.json").c_str(), record) == ENOENT;
         const std::int64_t made = attributes.mtime / nanosPerSecond;
-        const bool cutShort = exists(path + "/" + hourlyMark) && seconds(now) - made > secondsBetweenBackups;
+        const bool cutShort = exists(path + "/" + hourlyMark) && secondsOf(now) - made > secondsBetweenBackups;
         const auto entry = find(name);
-        if (!(entry ? isOld(seconds(entry->created)) : unrecorded && (isOld(made) || cutShort))) continue;
+        if (!(entry ? isOld(secondsOf(entry->created)) : unrecorded && (isOld(made) || cutShort))) continue;
         (void)::unlink((path + "/entry.json").c_str()); // first: an entry that is listed has its copies
         (void)removeTree(path);
     }

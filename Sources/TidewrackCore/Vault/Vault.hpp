@@ -147,6 +147,7 @@ class Vault {
   private:
     [[nodiscard]] std::string folder() const { return store.home + "/vault"; }
     [[nodiscard]] std::string entryFolder(const std::string& id) const { return folder() + "/" + id; }
+    [[nodiscard]] EarlierCopy copyOf(const VaultEntry& entry, const VaultEntry::Item& item) const;
     [[nodiscard]] std::optional<VaultEntry> find(const std::string& id) const;
     void makeFolder() const;
     [[nodiscard]] std::string makeEntryFolder() const;

@@ -28,12 +28,6 @@ namespace {
 
 using Why = RestoredItem::Why;
 
-constexpr std::int64_t nanosPerSecond = 1'000'000'000;
-
-std::int64_t seconds(Date date) {
-    return date.time_since_epoch().count();
-}
-
 // Opens the folder that holds an item's copy, without leaving the folder of its entry.
 int openCopies(const Descriptor& entry, const VaultEntry::Item& item, Descriptor& out) {
     const std::string_view name = lastComponent(item.stored);
@@ -120,7 +114,7 @@ std::optional<std::string> linkMadeSince(std::string path, Date then) {
     for (; path.size() > 1; path = std::string(parentOf(path))) {
         Attributes attributes;
         if (attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.kind == Attributes::Kind::link &&
-            attributes.ctime / nanosPerSecond > seconds(then))
+            attributes.ctime / nanosPerSecond > secondsOf(then))
             return path;
     }
     return std::nullopt;
@@ -137,7 +131,7 @@ RestoredItem::Failure otherFolder(const VaultEntry::Item& item, const std::strin
 // none. Returns an errno value.
 using Note = std::function<void(const std::string& aside)>;
 int moveAside(Place item, Date began, const Note& note, std::string& aside) {
-    for (std::int64_t number = seconds(began);; ++number) {
+    for (std::int64_t number = secondsOf(began);; ++number) {
         aside = numberedName(item.folder, item.name, number);
         const Place to{item.folder, aside.c_str()};
         bool bothNames = false; // then nothing is put back, because its own name is not free

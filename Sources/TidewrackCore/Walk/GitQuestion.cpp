@@ -162,8 +162,8 @@ std::optional<std::set<std::string>> changedForGit(const std::string& folder, co
         Attributes now;
         const bool isThere = attributesAt(AT_FDCWD, path.c_str(), now) == 0;
         // A git that keeps no parts of seconds has 0 for them.
-        constexpr std::int64_t perSecond = 1'000'000'000;
-        const bool sameTime = now.mtime / perSecond == *seconds && (*nanos == 0 || now.mtime % perSecond == *nanos);
+        const bool sameTime =
+            now.mtime / nanosPerSecond == *seconds && (*nanos == 0 || now.mtime % nanosPerSecond == *nanos);
         constexpr std::int64_t sizeMask = 0xffffffff; // of what the index keeps of a size
         if (isThere && !(sameTime && (now.size & sizeMask) == *size)) changed.insert(std::move(path));
     }

@@ -19,7 +19,6 @@ using Fault = Damage::Fault;
 
 constexpr std::size_t mostRows = 20; // of one project
 constexpr std::size_t mostPaths = 3; // of one row
-constexpr std::int64_t second = 1'000'000'000;
 
 const char* partName(Part part) {
     switch (part) {
@@ -57,7 +56,7 @@ std::string octal(std::int64_t mode) {
 }
 
 std::string timeText(std::int64_t time) {
-    return isoText(Date(std::chrono::seconds(time / second)));
+    return isoText(Date(std::chrono::seconds(time / nanosPerSecond)));
 }
 
 std::string faultText(const Damage& damage) {
