@@ -6,6 +6,7 @@
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Text.hpp"
 #include "Timeline/Timeline.hpp"
 
 #include <nlohmann/json.hpp>
@@ -142,6 +143,11 @@ void Invocation::warnOfUnread(const std::vector<UnreadRecord>& unread, const std
     const std::string where = root.empty() ? "#" : "in " + root + " #";
     for (const UnreadRecord& record : unread)
         warn(std::vector<std::string>{where + std::to_string(record.seq) + " is left out: " + record.reason});
+}
+
+bool isYes(const std::string& answer) {
+    const std::string word = lowercased(answer);
+    return word == "y" || word == "yes";
 }
 
 } // namespace tidewrack

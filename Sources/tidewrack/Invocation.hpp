@@ -67,4 +67,7 @@ class Invocation {
     std::optional<Engine> engine_;
 };
 
+// Whether a person's answer to a question is a yes: "y" or "yes" in any case.
+[[nodiscard]] bool isYes(const std::string& answer);
+
 } // namespace tidewrack

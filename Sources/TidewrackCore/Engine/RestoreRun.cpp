@@ -168,9 +168,7 @@ void RestoreRun::removeRest(RestorePlan& plan) {
     remove(plan.removeFiles, plan.removeFolders);
     files_.forget();
     if (!plan.removeFiles.empty()) retryForWantOfRoom(plan);
-    RestorePlan::Items left;
-    std::copy_if(plan.writes.begin(), plan.writes.end(), std::back_inserter(left),
-                 [&](const Manifest::Item* item) { return isLeft(item->path); });
+    const RestorePlan::Items left = leftOf(plan.writes);
     Removals rest;
     for (const Manifest::Item* item : kept.files) {
         if (const Manifest::Item* other = leftWithContentOf(*item, left))
@@ -189,13 +187,18 @@ void RestoreRun::removeRest(RestorePlan& plan) {
     files_.forget();
 }
 
+RestorePlan::Items RestoreRun::leftOf(const RestorePlan::Items& items) const {
+    RestorePlan::Items left;
+    std::copy_if(items.begin(), items.end(), std::back_inserter(left),
+                 [&](const Manifest::Item* item) { return isLeft(item->path); });
+    return left;
+}
+
 // Takes the files and links out of the plan's removals that hold what could not be written, and the folders around
 // them.
 Removals RestoreRun::takeLastCopies(RestorePlan& plan) const {
     Removals kept;
-    RestorePlan::Items left;
-    std::copy_if(plan.writes.begin(), plan.writes.end(), std::back_inserter(left),
-                 [&](const Manifest::Item* item) { return isLeft(item->path); });
+    const RestorePlan::Items left = leftOf(plan.writes);
     if (left.empty()) return kept;
     std::set<std::string_view> around;
     std::erase_if(plan.removeFiles, [&](const Manifest::Item* item) {

@@ -75,6 +75,7 @@ class RestoreRun {
     [[nodiscard]] bool untouched(const Entry& recorded, const Attributes& attributes);
     void touched(const Attributes& attributes);
     [[nodiscard]] bool isLeft(std::string_view path) const;
+    [[nodiscard]] RestorePlan::Items leftOf(const RestorePlan::Items& items) const;
     void leave(std::string_view path, PathOutcome::Action action, Obstacle obstacle);
     void removed(const Manifest::Item& item);
     void restored(const Manifest::Item& item);

@@ -158,9 +158,8 @@ int beforeCommand(Invocation& call) {
             return refused;
         case shell::Verdict::Kind::ask: break;
         }
-        const std::string answer =
-            lowercased(askOnTerminal("\n" + escapedControls(verdict.reason) + " (yes/no) ").value_or(""));
-        return answer == "y" || answer == "yes" ? 0 : refused;
+        const auto answer = askOnTerminal("\n" + escapedControls(verdict.reason) + " (yes/no) ");
+        return isYes(answer.value_or("")) ? 0 : refused;
     } catch (const std::exception&) {
         return 0;
     }

@@ -420,8 +420,7 @@ bool saysYes(Invocation& call) {
     call.around.out.flush();
     std::string answer;
     for (char letter = 0; ::read(call.around.input, &letter, 1) == 1 && letter != '\n';) answer += letter;
-    answer = lowercased(answer);
-    return answer == "y" || answer == "yes";
+    return isYes(answer);
 }
 
 } // namespace
