@@ -138,6 +138,23 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
     }
 }
 
+TEST_F(HookSaving, judgesAFolderThatAToolTakesAsOneThatACommandTakes) {
+    world.ok({"track"});
+    f.write("other/f", "1");
+    world.ok({"track", f.at("other")});
+    const auto toolReply = [&](const char* tool, const json& input) {
+        json object = json::parse(event(Agent::claude, Kind::shell, project));
+        object["tool_name"] = tool;
+        object["tool_input"] = input;
+        return raw(Agent::claude, object.dump()).standardOutput.value_or("");
+    };
+    const auto asks = [&](const std::string& reply) { return reply.find("\"ask\"") != std::string::npos; };
+    EXPECT_TRUE(asks(toolReply("mcp__fs__delete_directory", {{"path", f.at("other")}})));
+    EXPECT_TRUE(asks(toolReply("mcp__fs__move_file", {{"source", f.at("other")}, {"destination", home + "/x"}})));
+    EXPECT_FALSE(asks(toolReply("mcp__fs__create_directory", {{"path", f.at("other")}})));
+    EXPECT_FALSE(asks(toolReply("mcp__fs__move_file", {{"source", home + "/x"}, {"destination", f.at("other")}})));
+}
+
 TEST_F(HookSaving, savesAWorkTreeThatIsThrownAwayAndTellsAnInterruptedTurn) {
     world.ok({"track"});
     f.write("project/.claude/worktrees/side/a", "x");

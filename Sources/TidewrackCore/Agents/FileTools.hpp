@@ -2,6 +2,7 @@
 // The agents' own tools that write, move or delete files: which they are, and what files a call of one names.
 
 #include "Agents/Agent.hpp"
+#include "Shell/Decision.hpp"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -11,11 +12,15 @@
 
 namespace tidewrack {
 
-// The files that a call of the tool is about to change: absolute, each once, in the order of the call. None for a tool
-// that changes none, or that does not say which. `toolInput` may be null or no object; a relative path is taken from
-// `cwd`.
-[[nodiscard]] std::vector<std::string> filesChangedBy(Agent agent, std::string_view tool,
-                                                      const nlohmann::json* toolInput, std::string_view cwd);
+struct ChangedFiles {
+    std::vector<std::string> paths; // absolute, each once, in the order of the call
+    shell::FileAct act = shell::FileAct::writes;
+};
+
+// What a call of the tool is about to change. No paths for a tool that changes none, or that does not say which.
+// `toolInput` may be null or no object; a relative path is taken from `cwd`.
+[[nodiscard]] ChangedFiles filesChangedBy(Agent agent, std::string_view tool, const nlohmann::json* toolInput,
+                                          std::string_view cwd);
 
 // The files that a patch in codex's form adds, changes, moves or deletes, as it spells them.
 [[nodiscard]] std::vector<std::string> filesInPatch(std::string_view patch);

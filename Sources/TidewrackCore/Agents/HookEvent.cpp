@@ -65,7 +65,9 @@ bool throwsWorkTreeAway(Agent agent, std::string_view tool, const json* toolInpu
 void readTool(Agent agent, const json& object, HookEvent& event) {
     const std::string tool = asText(member(object, "tool_name")).value_or("");
     const json* input = member(object, "tool_input");
-    event.paths = filesChangedBy(agent, tool, input, event.cwd);
+    ChangedFiles changed = filesChangedBy(agent, tool, input, event.cwd);
+    event.paths = std::move(changed.paths);
+    event.fileAct = changed.act;
     if (!event.paths.empty())
         event.kind = HookEvent::Kind::edit;
     else if (throwsWorkTreeAway(agent, tool, input))

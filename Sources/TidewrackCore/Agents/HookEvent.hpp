@@ -2,6 +2,7 @@
 // What one hook event of a coding agent means. Pure: no file, no clock, no store.
 
 #include "Agents/Agent.hpp"
+#include "Shell/Decision.hpp"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -26,10 +27,11 @@ struct HookEvent {
     std::string name; // the agent's own event name; empty when absent
     std::string cwd;  // the folder the agent works in; for a shell event the one its command starts in
     std::optional<std::string> prompt;
-    std::optional<std::string> command; // only for `shell`
-    std::vector<std::string> paths;     // only for `edit`: the files, absolute, in the event's order
-    bool interrupted = false;           // only for `stop`
-    bool endsSession = false;           // only for `stop`: the turn may have ended before
+    std::optional<std::string> command;              // only for `shell`
+    std::vector<std::string> paths;                  // only for `edit`: the files, absolute, in the event's order
+    shell::FileAct fileAct = shell::FileAct::writes; // only for `edit`
+    bool interrupted = false;                        // only for `stop`
+    bool endsSession = false;                        // only for `stop`: the turn may have ended before
     std::optional<std::string> session;
     std::optional<std::string> turn;
 

@@ -136,7 +136,7 @@ class HookCall {
 
     HookOutput edit() {
         const shell::Context judged = startJudging();
-        shell::Decision decision = shell::judgeFiles(event_.paths, judged);
+        shell::Decision decision = shell::judgeFiles(event_.paths, event_.fileAct, judged);
         const std::size_t more = event_.paths.size() - 1;
         return reply("editing " + event_.paths.front() + (more > 0 ? " and " + std::to_string(more) + " more" : ""),
                      std::move(decision));

@@ -58,6 +58,9 @@ struct Context {
 // why there is none.
 inline constexpr std::string_view snapshotPromise = " Tidewrack snapshotted it first; allow?";
 
+// What a tool of an agent does with the paths that it names.
+enum class FileAct : std::uint8_t { writes, moves, removes };
+
 // What to tell the agent. A deny is stronger than an ask, an ask than an allow; of two equals the first stays.
 struct Verdict {
     enum class Kind { ask, deny, allow };

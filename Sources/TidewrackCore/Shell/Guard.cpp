@@ -500,9 +500,16 @@ Decision analyze(std::string_view command, const Context& context) {
     return Guard(context).run(command);
 }
 
-Decision judgeFiles(const std::vector<std::string>& paths, const Context& context) {
+Decision judgeFiles(const std::vector<std::string>& paths, FileAct act, const Context& context) {
     Effects effects(context);
-    for (const std::string& path : paths) effects.target(path, context.cwd);
+    for (const std::string& path : paths) {
+        const bool goes = act == FileAct::removes || (act == FileAct::moves && &path == &paths.front());
+        if (goes && isFolder(path))
+            effects.targetWord(Word{path}, context.cwd, Links::itself,
+                               act == FileAct::removes ? Extent::removed : Extent::moved);
+        else
+            effects.target(path, context.cwd);
+    }
     return effects.decide();
 }
 

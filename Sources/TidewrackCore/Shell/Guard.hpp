@@ -15,7 +15,8 @@ namespace tidewrack::shell {
 // not listed one by one, the rest makes the decision opaque.
 [[nodiscard]] Decision analyze(std::string_view command, const Context& context);
 
-// Judges by the same rules the files that a tool of the agent is about to write, move or delete.
-[[nodiscard]] Decision judgeFiles(const std::vector<std::string>& paths, const Context& context);
+// Judges by the same rules the paths that a tool of the agent is about to write, move or delete. What `moves` takes
+// away is the first of them. A folder that goes is judged as one that a command takes.
+[[nodiscard]] Decision judgeFiles(const std::vector<std::string>& paths, FileAct act, const Context& context);
 
 } // namespace tidewrack::shell
