@@ -14,7 +14,7 @@ constexpr std::size_t helpColumn = 32;
 constexpr std::size_t lineLength = 80;
 
 constexpr std::string_view ending = R"(
-Agents: claude, codex, cursor, gemini, copilot, qwen, opencode
+Agents: claude, codex, cursor, gemini, copilot, qwen, opencode, droid
 
 Environment
   TIDEWRACK_HOME                where the history is kept
