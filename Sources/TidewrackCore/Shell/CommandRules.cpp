@@ -386,6 +386,12 @@ bool mayMatter(const Word& first) {
     const std::string_view name = commandName(first);
     if (isWrapper(name)) return true;
     return commandFilter.mayHold(name) && (isIn(declarations, name) || isBuiltin(name) || ruleIndex.find(name));
+// Whether its words say that it only looks, whatever else the program does.
+bool onlyLooksOf(const Word& first, std::string_view name, Words arguments) {
+    return onlyTellsOfItself(name, arguments, isInstalled(first.text)) || hasReadingSubcommand(name, arguments) ||
+           onlyChecks(name, arguments) || first.text == "}"sv || first.text == "{"sv;
+}
+
 }
 
 std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
@@ -407,9 +413,7 @@ bool isInstalled(std::string_view program) {
 bool isKnown(const Word& first, Words arguments) {
     std::string_view name = commandName(first);
     if (name.ends_with('\r')) name.remove_suffix(1); // of a line end
-    if (changesNothing(name, arguments)) return true;
-    return onlyTellsOfItself(name, arguments, isInstalled(first.text)) || hasReadingSubcommand(name, arguments) ||
-           onlyChecks(name, arguments) || first.text == "}"sv || first.text == "{"sv;
+    return changesNothing(name, arguments) || onlyLooksOf(first, name, arguments);
 }
 
 namespace {
@@ -485,8 +489,11 @@ bool hasOperandsOfItsOwn(std::string_view name) {
 }
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
-    return Examination(words, cwd, effects).run() || isKnown(words.front(), Words(words).subspan(1)) ||
-           examineWriter(words, cwd, effects);
+    if (Examination(words, cwd, effects).run()) return true;
+    const std::string_view name = commandName(words.front());
+    const Words arguments = Words(words).subspan(1);
+    if (!isWriter(name)) return isKnown(words.front(), arguments);
+    return onlyLooksOf(words.front(), name, arguments) || examineWriter(words, cwd, effects);
 }
 
 } // namespace tidewrack::shell

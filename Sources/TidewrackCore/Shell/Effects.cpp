@@ -206,7 +206,8 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         if (extent == Extent::moved) askIfProjectInside(path, links, "moves");
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
         const bool stays = extent == Extent::moved || extent == Extent::kept;
-        if (!full()) (stays ? decision_.keptWhole : destroyed_).push_back(path);
+        if (!full() && stays) decision_.keptWhole.push_back(path);
+        if (!full() && !stays) destroyed_.push_back(decision_.targets.size());
         target(std::move(path), cwd, links, extent);
     };
     if (word.glob && extent == Extent::removed && lastComponent(word.text).find_first_not_of("*?") == std::string::npos)
@@ -341,13 +342,15 @@ void Effects::judgeTargets() {
         paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
         sortAndDedupe(*paths);
     }
-    // What one command of the line leaves whole another one may take.
-    sortAndDedupe(destroyed_);
-    const auto isDestroyed = [&](const std::string& path) {
-        return std::binary_search(destroyed_.begin(), destroyed_.end(), path);
-    };
     auto& keptWhole = decision_.keptWhole;
-    keptWhole.erase(std::remove_if(keptWhole.begin(), keptWhole.end(), isDestroyed), keptWhole.end());
+    // What one command of the line leaves whole another one may take.
+    std::vector<std::string> destroyed;
+    if (!keptWhole.empty())
+        for (const std::size_t place : destroyed_) destroyed.push_back(targets[place]);
+    sortAndDedupe(destroyed);
+    std::erase_if(keptWhole, [&](const std::string& path) {
+        return std::binary_search(destroyed.begin(), destroyed.end(), path);
+    });
     denyCatastrophes();
     for (auto* paths : {&targets, &decision_.followed}) {
         paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());

@@ -187,7 +187,7 @@ class Effects {
     GlobMatcher glob_;
     Decision decision_;
     std::int64_t bytesLeft_ = Budget::bytesWrittenOver;      // that may be written over outside of projects
-    std::vector<std::string> destroyed_;                     // targets that are neither moved nor added to
+    std::vector<std::size_t> destroyed_;                     // places of targets that are neither moved nor added to
     std::vector<std::pair<std::string, std::string>> links_; // that the line makes, and where they lead
     std::vector<Listing> listings_;
     std::vector<std::string> unknownIn_;

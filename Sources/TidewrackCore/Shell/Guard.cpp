@@ -70,9 +70,10 @@ Decision Guard::run(std::string_view line) {
     Lexer lexer(line);
     Command command;
     while (lexer.next(command)) {
-        const Command asWritten = context_.watch ? command : Command();
+        std::optional<Command> asWritten;
+        if (context_.watch) asWritten = command;
         take(command);
-        if (context_.watch) context_.watch(asWritten, effects_.soFar());
+        if (asWritten) context_.watch(*asWritten, effects_.soFar());
     }
     takeTraps();
     if (lexer.opaque() || effects_.isOpaque()) opaque();
@@ -313,6 +314,8 @@ const std::vector<Word>& Guard::inGitsEnvironment(std::vector<Word>& words) {
     return words;
 }
 
+    given_.clear();
+    if (words.empty()) return;
 // A function runs with the words behind its name as its parameters.
 void Guard::call(const std::vector<Word>& words) {
     const auto body = functions_.body(words.front().text);

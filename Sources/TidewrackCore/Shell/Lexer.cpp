@@ -13,6 +13,7 @@ namespace tidewrack::shell {
 
 namespace {
 
+constexpr std::size_t usualWords = 8; // few commands have more
 constexpr std::size_t manyWords = 1'000;
 
 // Words that may come before a `case` in its command.
@@ -141,6 +142,7 @@ bool Lexer::next(Command& command) {
     command.toPipe = command.inBackground = command.isPattern = command.isDefinition = false;
     command.isArray = false;
     out_ = &command;
+    if (command.words.capacity() == 0) command.words.reserve(usualWords);
     for (;;) {
         if (!started_ && role_ == Role::argument) {
             while (takePlainWord()) {

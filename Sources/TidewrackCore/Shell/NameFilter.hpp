@@ -13,7 +13,10 @@ namespace tidewrack::shell {
 
 template <std::size_t size>
 [[nodiscard]] constexpr bool isIn(const std::array<std::string_view, size>& table, std::string_view name) {
-    return std::find(table.begin(), table.end(), name) != table.end();
+    // Most differ in length or in the first letter.
+    for (const std::string_view each : table)
+        if (each.size() == name.size() && (each.empty() || (each[0] == name[0] && each == name))) return true;
+    return false;
 }
 
 // Whether a list of words, a blank before and behind each, holds this one.
@@ -49,6 +52,7 @@ template <typename Entry>
 class NameIndex {
   public:
     constexpr explicit NameIndex(std::span<const Entry> table) : table_(table.data()) {
+        for (const Entry& entry : table) filter_.add(entry.name);
         for (std::size_t byte = 0, at = 0; byte < places_.size(); ++byte) {
             while (at < table.size() && static_cast<unsigned char>(table[at].name.front()) < byte) ++at;
             places_[byte] = static_cast<std::uint16_t>(at);
@@ -57,7 +61,7 @@ class NameIndex {
 
     // Null when none has this name.
     [[nodiscard]] constexpr const Entry* find(std::string_view name) const {
-        if (name.empty()) return nullptr;
+        if (!filter_.mayHold(name)) return nullptr;
         const std::size_t first = static_cast<unsigned char>(name.front());
         const Entry* const end = table_ + places_[first + 1];
         const Entry* const found =
@@ -67,6 +71,7 @@ class NameIndex {
 
   private:
     const Entry* table_;
+    NameFilter filter_;
     std::array<std::uint16_t, 257> places_{};
 };
 

@@ -428,7 +428,9 @@ bool examineInput(std::string_view name, const std::optional<std::string>& text,
 
 bool examineWriter(Words words, const std::string& cwd, Effects& effects) {
     const Writer* writer = writerIndex.find(commandName(words.front()));
-    return writer != nullptr && Writing(*writer, words.subspan(1), cwd).run(effects);
+    if (writer == nullptr) return false;
+    const Writing writing(*writer, words.subspan(1), cwd);
+    return writing.isNothing() || writing.run(effects);
 }
 
 } // namespace tidewrack::shell

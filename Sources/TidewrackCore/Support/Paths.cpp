@@ -6,7 +6,24 @@ namespace tidewrack {
 
 namespace {
 
+// Whether no component is empty, or begins with a dot.
+bool isPlain(std::string_view path) {
+    char before = '/';
+    for (const char c : path) {
+        if (before == '/' && (c == '/' || c == '.')) return false;
+        before = c;
+    }
+    return before != '/';
+}
+
 void appendComponents(std::string& path, std::string_view more) {
+    // Most need no more than one slash in front.
+    if (more.starts_with('/')) more.remove_prefix(1);
+    if (isPlain(more)) {
+        path += '/';
+        path += more;
+        return;
+    }
     while (!more.empty()) {
         const std::size_t slash = std::min(more.find('/'), more.size());
         const std::string_view component = more.substr(0, slash);
