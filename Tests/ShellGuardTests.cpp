@@ -240,6 +240,9 @@ TEST(ShellGuard, asksBeforeAProjectGoes) {
         {"rm -rf ../q/one/src", "q/one/src"},
         {"rm -rf ../q/on", "q/on"},
         {"mv ../q ../r", "q r ask"},
+        {"rm -rf ../q/one/*/*", "q/one/* ask"},
+        {"rsync -a --delete x/ ../q/one", "q/one ask"},
+        {"rsync -a --delete x ../q/one; rsync -a --delete --exclude=.git x/ ../q/one", "q/one"},
     });
     EXPECT_EQ(analyze("rm -rf ../q .", plainContext()).verdict.reason,
               "This deletes /nowhere/q, which contains the tracked project /nowhere/q/one. Tidewrack snapshotted it "
@@ -403,7 +406,7 @@ TEST_F(ShellGuardOnDisk, matchesPatternsAsAShellDoes) {
     EXPECT_EQ(judgedHere("shopt -s dotglob; rm *"), "tree/.hidden tree/a.txt tree/b.txt tree/sub");
     EXPECT_EQ(judgedHere("shopt -s nocaseglob; rm A*"), "tree/a.txt");
     EXPECT_EQ(judgedHere("rm sub/*.o"), " ~tree/sub");
-    EXPECT_EQ(judgedHere("rm -rf ../*"), "home link out tree deny");
+    EXPECT_EQ(judgedHere("rm -rf ../*"), root + " home link out tree deny");
     EXPECT_EQ(judgedHere("rm -rf \"$PWD\"/s*"), "tree/sub");
     EXPECT_EQ(judgedHere("for d in *; do rm $d/c.txt; done"), "tree/sub/c.txt");
     for (const char* git : {"pull", "stash -u", "checkout .", "clean -fd"}) {
@@ -443,6 +446,13 @@ TEST_F(ShellGuardOnDisk, recognisesAProtectedFolderUnderAnotherSpelling) {
     EXPECT_EQ(judgedHere("rsync -a --delete sub ../link"), "link link/sub deny");
     EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "");
     EXPECT_EQ(judgedHere("GIT_DIR=x git -C ../link clean -fdx"), "link deny");
+    // Without its contents a folder is as good as gone.
+    folder.write("home/Documents/a", "x");
+    EXPECT_EQ(judgedHere("rm -rf ~/Documents/*"), "home/Documents home/Documents/a deny");
+    EXPECT_EQ(judgedHere("cd ../link/Documents && rm -rf *"), "link/Documents link/Documents/a deny");
+    EXPECT_EQ(judgedHere("rm -rf ~/*/*"), "home home/Documents/a deny");
+    EXPECT_EQ(judgedHere("rm -rf ~/Documents/a* ~/Documents/?"), "home/Documents/a");
+    EXPECT_EQ(judgedHere("rm ~/Documents/*; rm -rf /tmp/none/*"), "/tmp/none home/Documents/a");
     folder.makeFolder("home/.git");
     EXPECT_EQ(judgedHere("git -C ../link clean -fdx"), "link deny");
     EXPECT_EQ(judgedHere("git -C ~/Documents clean -fdx"), "home/Documents deny");

@@ -27,6 +27,7 @@ class Copying {
 
   private:
     [[nodiscard]] bool keeps(const std::string& destination, const Word& source) const;
+    [[nodiscard]] bool replacesContents() const;
     void takeFilesOf(const Word& source);
     void targetDestinations(const Operands& all);
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
@@ -76,7 +77,20 @@ void Copying::copy() {
     const auto folders = effects_.resolve(*all.words.back(), cwd_);
     if (folders.empty()) return;
     effects_.lookAtOwn(folders.front(), Extent::moved, Links::followed);
+    if (replacesContents()) effects_.askIfProjectInside(folders.front(), Links::followed);
     effects_.thin(folders.front(), cwd_, Links::followed);
+}
+
+// Whether rsync makes the destination hold what the source does, git's store included, and not one item more.
+bool Copying::replacesContents() const {
+    const auto isContents = [](const Word* word) {
+        return word->unknown || word->text == "."sv || word->text.ends_with('/') || word->text.ends_with("/.");
+    };
+    const auto sparesGit = [](const Word& word) {
+        return word.text.find(".git") != std::string::npos || word.text == "-C"sv || word.text == "--cvs-exclude"sv;
+    };
+    return std::any_of(operands_.words.begin(), operands_.words.end() - 1, isContents) &&
+           std::none_of(arguments_.begin(), arguments_.end(), sparesGit);
 }
 
 // rsync moves the files and leaves the folders where they are: no project's root goes.

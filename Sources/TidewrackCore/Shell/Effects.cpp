@@ -13,6 +13,8 @@ namespace tidewrack::shell {
 
 namespace {
 
+using namespace std::string_view_literals;
+
 std::string_view withoutTrailingSlash(std::string_view path) {
     if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
     return path;
@@ -210,8 +212,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         if (!full() && !stays) destroyed_.push_back(decision_.targets.size());
         target(std::move(path), cwd, links, extent);
     };
-    if (word.glob && extent == Extent::removed && lastComponent(word.text).find_first_not_of("*?") == std::string::npos)
-        askIfProjectRoot(std::string(parentOf(absolutePath(word.text, cwd))));
+    if (word.glob && extent == Extent::removed) takeEmptied(absolutePath(word.text, cwd), cwd);
     if (word.glob)
         for (std::string& path : resolve(word, cwd)) add(std::move(path));
     else if (!word.text.empty()) {
@@ -264,6 +265,19 @@ void Effects::askIfProjectInside(const std::string& path, Links links, std::stri
     }
     const std::string real = links == Links::followed ? realPath(path) : realPlace(path);
     if (!real.empty() && real != path) askIfContainsProject(real, context_.projectRoots, decision_.verdict, verb);
+}
+
+// FOLDER/*, FOLDER/*/*: with all its names the folder is as good as gone. Only what lies in /tmp is made to go.
+void Effects::takeEmptied(std::string folder, std::string_view cwd) {
+    const auto endsInWildcards = [&] { return lastComponent(folder).find_first_not_of("*?") == std::string::npos; };
+    if (folder.find('*') == folder.npos || !endsInWildcards()) return;
+    while (folder.size() > 1 && endsInWildcards()) folder.resize(parentOf(folder).size());
+    askIfProjectRoot(folder);
+    if (folder.find_first_of("*?[") != folder.npos || !isProtected(folder, Links::followed)) return;
+    const std::string real = realPath(folder);
+    for (const std::string_view shared : {"/tmp"sv, "/private/tmp"sv})
+        if (folder == shared || real == shared) return;
+    target(std::move(folder), cwd, Links::followed, Extent::removed);
 }
 
 // A project whose root's names are removed is lost as a whole.

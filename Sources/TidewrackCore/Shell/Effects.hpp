@@ -174,6 +174,7 @@ class Effects {
     [[nodiscard]] bool full() const;
 
   private:
+    void takeEmptied(std::string folder, std::string_view cwd);
     void askIfProjectRoot(const std::string& folder);
     void followLinks(const std::string& path);
     [[nodiscard]] std::string kernelPath(std::string_view text, std::string_view cwd);
