@@ -361,6 +361,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "rm -rf ~/.local",
                                 "mv ~/.local/store /nowhere/x",
                                 "rm ../local/store/projects/1.json",
+                                "chmod 000 ~/.agent/settings.json",
+                                "chmod g+r,u-rw ../dotfiles/settings.json",
                                 "echo x > ~/.agent/settings.json",
                                 "sed -i s/a/b/ ../dotfiles/settings.json",
                                 "git -C ../dotfiles clean -fd",
@@ -383,6 +385,7 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
           "git -C ../dotfiles pull", "find ~ -name '*.o' -delete; find ~ -maxdepth 2 -name '*.json' -delete",
           "find ~ -name '*.o' | xargs rm; fd -e o . ~ -x rm; fd -H node_modules ~ -x rm -rf; fd -td -d1 "
           "STORE ~ -x rm -rf; fd -H '^cache' ~ -x rm -r; fd -H -e o . .. -X rm; cd ~; ls *.o | xargs rm -rf",
+          "chmod 600 ~/.agent/settings.json; chmod u+rw,go= ../dotfiles/settings.json",
           "find ~ -type d -empty -delete; find .. ! -name x -path '*/cache/*' -delete", "chmod -R u+w ~/.local"})
         EXPECT_EQ(judgedHere(command).find("ask"), std::string::npos) << command;
     EXPECT_EQ(analyze("rm -rf ~/.local/store ~", context).verdict.kind, Verdict::Kind::deny);

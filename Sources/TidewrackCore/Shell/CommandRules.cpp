@@ -339,6 +339,9 @@ void Examination::xargs() {
     std::vector<Word> command = commandOfXargs(arguments_);
     // What it reads may be the command itself: xargs env.
     if (command.empty() && !arguments_.empty() && !isOption(arguments_.back())) effects_.suspect(cwd_);
+    const auto mode = std::find_if_not(arguments_.begin(), arguments_.end(), isOption);
+    const bool stays = name_ == "chmod"sv && mode != arguments_.end() && keepsReadable(mode->text);
+    const Extent extent = stays ? Extent::rights : Extent::item;
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) {
@@ -362,7 +365,7 @@ void Examination::changeModes() {
         if (isRecursive(arguments_))
             effects_.targetWord(word, cwd_, Links::followed, Extent::kept);
         else if (!isOption(word))
-            effects_.write(word, cwd_);
+            effects_.write(word, cwd_, extent);
     }
     if (!isRecursive(arguments_)) make();
 }

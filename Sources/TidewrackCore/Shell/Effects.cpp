@@ -133,11 +133,11 @@ bool Effects::isKeptSomewhere(const std::string& path) {
     return true;
 }
 
-void Effects::write(const Word& word, const std::string& folder) {
+void Effects::write(const Word& word, const std::string& folder, Extent extent) {
     if (word.unknown || skips(word) || operandsLookedAt_ >= Budget::operandsLookedAt) return opaque(folder);
     for (std::string& path : resolve(word, folder)) {
         if (!mayExist(path, folder)) continue;
-        own_.look(path, Extent::item, Links::followed);
+        own_.look(path, extent, Links::followed);
         if (isProtected(path, Links::followed) || !isKeptSomewhere(path))
             suspect(path);
         else if (decision_.mentioned.size() < Budget::opaqueFolders)

@@ -89,7 +89,7 @@ class Effects {
 
     // What the word names is overwritten or replaced, if it is there. That is saved; nobody is asked or refused
     // anything for it.
-    void write(const Word& word, const std::string& folder);
+    void write(const Word& word, const std::string& folder, Extent extent = Extent::item);
 
     // What is at an absolute path may go, by a list that says so: saved like that, a folder as far as it is small.
     void risk(const std::string& path, const std::string& cwd);

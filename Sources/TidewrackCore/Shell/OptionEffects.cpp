@@ -60,6 +60,24 @@ bool leavesSize(std::string_view size, const std::string& path) {
     return bytes && stat(path.c_str(), &status) == 0 && status.st_size <= *bytes;
 }
 
+bool keepsReadable(std::string_view mode) {
+    if (mode.empty()) return false;
+    if (mode.find_first_not_of("01234567") == mode.npos)
+        return mode.size() > 2 && mode.size() < 6 && mode[mode.size() - 3] >= '4';
+    while (!mode.empty()) {
+        const std::string_view clause = mode.substr(0, mode.find(','));
+        mode.remove_prefix(std::min(clause.size() + 1, mode.size()));
+        const std::size_t sign = clause.find_first_of("+-=");
+        if (sign == clause.npos || clause.substr(0, sign).find_first_not_of("ugoa") != clause.npos) return false;
+        const std::string_view rights = clause.substr(sign + 1);
+        if (rights.find_first_not_of("rwxXst") != rights.npos) return false;
+        const bool isOwners = sign == 0 || clause.substr(0, sign).find_first_of("ua") != clause.npos;
+        const bool reads = rights.find('r') != rights.npos;
+        if (isOwners && ((clause[sign] == '-' && reads) || (clause[sign] == '=' && !reads))) return false;
+    }
+    return true;
+}
+
 bool printsOnly(Words arguments) {
     if (onlyTellsOfItself("perl", arguments)) return true;
     const auto filters = [](const Word& word) {

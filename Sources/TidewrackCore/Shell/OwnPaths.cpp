@@ -69,6 +69,7 @@ std::string questionOn(std::string_view target, const OwnPath& own) {
 bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Extent extent) {
     for (const OwnPath& own : *paths_) {
         const bool goesWhole = extent == Extent::moved || extent == Extent::removed;
+        if (extent == Extent::rights && own.role == OwnPath::Role::hooks) continue;
         const bool holds = goesWhole && isAtOrBelow(own.path, target);
         if (!holds && !isAtOrBelow(target, own.path)) continue;
         question_ = questionOn(shown, own);

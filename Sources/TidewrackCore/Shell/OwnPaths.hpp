@@ -14,6 +14,7 @@ namespace tidewrack::shell {
 
 // How much of the item at a target a command touches.
 enum class Extent {
+    rights,  // itself, but its owner may still read what it holds
     item,    // itself
     kept,    // itself, but what it holds stays: it is added to, or has other rights afterwards
     moved,   // with all it holds, to another place
