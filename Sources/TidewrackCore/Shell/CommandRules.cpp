@@ -78,7 +78,6 @@ class Examination {
         return shell::hasOption(arguments_, letter, name);
     }
     void takeUnknownWords();
-    void writeTold(Words arguments);
     void lookAtRemoved(const Rule& rule, Words command) const;
 
     std::string_view name_;
@@ -215,24 +214,6 @@ void Examination::runScript() {
 
 void Examination::git() {
     examineGit(arguments_, cwd_, effects_);
-    const auto is = [](std::string_view text) { return [text](const Word& word) { return word.text == text; }; };
-    const auto archive = std::find_if(arguments_.begin(), arguments_.end(), is("archive"));
-    const auto bundle = std::find_if(arguments_.begin(), arguments_.end(), is("bundle"));
-    if (archive != arguments_.end()) writeTold({archive, arguments_.end()});
-    if (bundle == arguments_.end() || bundle + 1 == arguments_.end() || (bundle + 1)->text != "create"sv) return;
-    const auto file = std::find_if_not(bundle + 2, arguments_.end(), isOption);
-    if (file != arguments_.end()) effects_.write(*file, cwd_);
-}
-
-// -o FILE, -oFILE
-void Examination::writeTold(Words arguments) {
-    for (std::size_t index = 0; index < arguments.size(); ++index) {
-        Word file = arguments[index];
-        if (!file.text.starts_with("-o")) continue;
-        file.text.erase(0, 2);
-        if (file.text.empty() && index + 1 < arguments.size()) file = arguments[index + 1];
-        effects_.write(file, cwd_);
-    }
 }
 
 void Examination::find() {
@@ -339,9 +320,6 @@ void Examination::xargs() {
     std::vector<Word> command = commandOfXargs(arguments_);
     // What it reads may be the command itself: xargs env.
     if (command.empty() && !arguments_.empty() && !isOption(arguments_.back())) effects_.suspect(cwd_);
-    const auto mode = std::find_if_not(arguments_.begin(), arguments_.end(), isOption);
-    const bool stays = name_ == "chmod"sv && mode != arguments_.end() && keepsReadable(mode->text);
-    const Extent extent = stays ? Extent::rights : Extent::item;
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
     if (rule && rule->apply == &E::tidewrack) {
@@ -361,6 +339,9 @@ void Examination::xargs() {
 
 // Every word counts, because a mode such as "-w" looks like an option; what names no file does no harm.
 void Examination::changeModes() {
+    const auto mode = std::find_if_not(arguments_.begin(), arguments_.end(), isOption);
+    const bool stays = name_ == "chmod"sv && mode != arguments_.end() && keepsReadable(mode->text);
+    const Extent extent = stays ? Extent::rights : Extent::item;
     for (const Word& word : arguments_) {
         if (isRecursive(arguments_))
             effects_.targetWord(word, cwd_, Links::followed, Extent::kept);
@@ -389,12 +370,6 @@ bool mayMatter(const Word& first) {
     const std::string_view name = commandName(first);
     if (isWrapper(name)) return true;
     return commandFilter.mayHold(name) && (isIn(declarations, name) || isBuiltin(name) || ruleIndex.find(name));
-// Whether its words say that it only looks, whatever else the program does.
-bool onlyLooksOf(const Word& first, std::string_view name, Words arguments) {
-    return onlyTellsOfItself(name, arguments, isInstalled(first.text)) || hasReadingSubcommand(name, arguments) ||
-           onlyChecks(name, arguments) || first.text == "}"sv || first.text == "{"sv;
-}
-
 }
 
 std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
@@ -409,6 +384,12 @@ namespace {
 bool isInstalled(std::string_view program) {
     if (program.find('/') == program.npos) return true;
     return program.starts_with('/') && (belongsToSystem(program) || lastComponent(parentOf(program)) == "bin"sv);
+}
+
+// Whether its words say that it only looks, whatever else the program does.
+bool onlyLooksOf(const Word& first, std::string_view name, Words arguments) {
+    return onlyTellsOfItself(name, arguments, isInstalled(first.text)) || hasReadingSubcommand(name, arguments) ||
+           onlyChecks(name, arguments) || first.text == "}"sv || first.text == "{"sv;
 }
 
 } // namespace

@@ -195,6 +195,17 @@ void examineOutput(Words arguments, const std::string& folder, Effects& effects)
     }
 }
 
+// -o FILE, -oFILE
+void writeTold(Words arguments, const std::string& folder, Effects& effects) {
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        Word file = arguments[index];
+        if (!file.text.starts_with("-o")) continue;
+        file.text.erase(0, 2);
+        if (file.text.empty() && index + 1 < arguments.size()) file = arguments[index + 1];
+        effects.write(file, folder);
+    }
+}
+
 // Where the subcommand stands, behind global options.
 std::size_t subcommandAt(Words words) {
     std::size_t index = 0;
@@ -423,7 +434,12 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     const std::string_view subcommand = arguments[call->subcommand].text;
     const Words rest = arguments.subspan(call->subcommand + 1);
     noteGitStore(arguments, *call, effects);
-    examineOutput(rest, workTree, effects);
+    examineOutput(rest, call->folder, effects);
+    if (subcommand == "archive") writeTold(rest, call->folder, effects);
+    if (subcommand == "bundle" && !rest.empty() && rest.front().text == "create"sv) {
+        const auto file = std::find_if_not(rest.begin() + 1, rest.end(), isOption);
+        if (file != rest.end()) effects.write(*file, call->folder);
+    }
     const bool cleans = subcommand == "clean" && call->forced && mayChangeTree(subcommand, rest);
     const bool changes = cleans || isIn(checkouts, subcommand) || changesWorkTree(subcommand, rest);
     if (changes && call->isPlain() && effects.isProtectedWithoutGit(workTree)) return;
@@ -431,6 +447,10 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
     if (subcommand == "init" || subcommand == "clone") effects.noteNewGitStore();
     if (subcommand == "worktree" && !rest.empty() && rest.front().text == "remove"sv)
         removeWorkTrees(rest.subspan(1), workTree, effects);
+    if (subcommand == "submodule" && !rest.empty() && rest.front().text == "deinit"sv) {
+        if (hasAny(rest, {"--all"})) effects.opaque(workTree);
+        removeWorkTrees(rest.subspan(1), workTree, effects);
+    }
     if (!changes) {
         if (mayChangeTree(subcommand, rest)) effects.suspect(workTree);
         return;
