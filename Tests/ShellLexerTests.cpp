@@ -109,7 +109,10 @@ TEST(ShellLexer, cutsCommandsWordsAndRedirects) {
         {"cat <<EOF | a\n$(b)\nEOF\nc", "cat<<{b}\n;a;c"},
         {"cat <<\\EOF \"x\ny\"\n$(b)\nEOF\nc", "cat|x\ny<<$(b)\n;c"},
         {"a \"$(cat <<'EOF'\n)\\\"\nEOF\n)\" b", "a|{cat<<)\\\"\n}|b"},
-        {"cat <<EOF\nno end", "?cat;no|end"},
+        {"cat <<EOF\nno end", "cat<<no end"},
+        {"(cat <<EOF\nno end", "?cat;no|end"},
+        {"a $(cat <<EOF\nno end", "?a|{cat;no|end}"},
+        {"cat <<2\nno end", "?cat;no|end"},
     };
     for (const Row& row : rows) EXPECT_EQ(shape(row.command), row.expected) << row.command;
 }

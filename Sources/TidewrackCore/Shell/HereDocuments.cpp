@@ -1,6 +1,7 @@
 #include "Shell/HereDocuments.hpp"
 
 #include "Shell/Budget.hpp"
+#include "Shell/Expansion.hpp"
 #include "Shell/Lexer.hpp"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ std::size_t lineEnd(std::string_view text, std::size_t at) {
 } // namespace
 
 std::optional<HereDocuments::Body> HereDocuments::find(std::string_view text, std::size_t at,
-                                                       std::string_view delimiter, bool stripTabs,
+                                                       std::string_view delimiter, bool stripTabs, bool mayEndText,
                                                        std::size_t& searched) {
     if (++inLine_ > Budget::hereDocumentsPerLine || searched > Budget::searchedBytes) return std::nullopt;
     const std::size_t first = next_ > 0 ? next_ : std::min(lineEnd(text, at) + 1, text.size());
@@ -46,7 +47,8 @@ std::optional<HereDocuments::Body> HereDocuments::find(std::string_view text, st
         }
         begin = end + 1;
     }
-    return std::nullopt;
+    if (mayEndText) next_ = text.size();
+    return mayEndText ? std::optional(Body{first, text.size()}) : std::nullopt;
 }
 
 std::size_t HereDocuments::behindBodies(std::size_t at) {
@@ -60,10 +62,13 @@ void Lexer::takeHereDocument() {
     skipBlanks();
     const std::size_t begin = at_;
     const std::string delimiter = skipWord();
+    if (delimiter.empty()) return markOpaque();
     const bool literal = text_.substr(begin, at_ - begin).find_first_of("'\"\\") != std::string_view::npos;
-    const auto body = delimiter.empty() ? std::nullopt
-                                        : hereDocuments_.find(text_.substr(0, end_), at_, delimiter, stripTabs,
-                                                              spent_->searchedBytes);
+    // Where nothing else can be meant, such as 1<<2, shells take all that follows when the end isn't there.
+    const bool isPlain = nesting_ == 0 && depth_ == 0 && (delimiter.front() | 0x20) >= 'a' &&
+                         (delimiter.front() | 0x20) <= 'z' && nameLength(delimiter) == delimiter.size();
+    const auto body =
+        hereDocuments_.find(text_.substr(0, end_), at_, delimiter, stripTabs, isPlain, spent_->searchedBytes);
     if (!body) return markOpaque();
     takeBody(*body, literal);
 }

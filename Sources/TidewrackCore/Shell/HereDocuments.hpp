@@ -15,11 +15,11 @@ class HereDocuments {
         std::size_t end;
     };
 
-    // The body of the document announced at `at` in the text; none when its end is not there. Several that are
-    // announced in one line follow each other. Adds to `searched` how many bytes were looked at, and finds nothing
-    // once they are too many.
+    // The body of the document announced at `at` in the text; none when its end is not there, unless the end of the
+    // text ends it too. Several that are announced in one line follow each other. Adds to `searched` how many bytes
+    // were looked at, and finds nothing once they are too many.
     [[nodiscard]] std::optional<Body> find(std::string_view text, std::size_t at, std::string_view delimiter,
-                                           bool stripTabs, std::size_t& searched);
+                                           bool stripTabs, bool mayEndText, std::size_t& searched);
 
     // The place behind the line end at `at` and behind the bodies of all documents announced before it.
     [[nodiscard]] std::size_t behindBodies(std::size_t at);
