@@ -71,6 +71,17 @@ TEST(ShellReading, knowsWhatBelongsToTheSystem) {
 TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
     const Row rows[] = {
         {"bash -c 'cd sub && rm c.txt'; rm b.txt", "tree/b.txt tree/sub/c.txt"},
+        {"env -C ../out sh -c 'rm x'; sudo -D sub eval 'rm c.txt'; rm b.txt", "out/x tree/b.txt tree/sub/c.txt"},
+        {"find sub -exec env -C ../out sh -c 'rm x' \\; -exec env -C ../out rm y \\;", "out/x out/y tree/sub"},
+        {"xargs sh -c 'rm ../out/x; rm \"$1\"' _ a.txt < none", "out/x ?tree"},
+        {"fd -x sh -c 'rm ../out/x'; fd --base-directory ../out --search-path=in -x rm y", "out/in out/x out/y tree"},
+        {"git -c core.editor='rm x' -C ../out -c Pager.log='rm y;:' commit", "out/x out/y"},
+        {"GIT_EDITOR='rm x;:' git commit; export GIT_PAGER='rm y z'; git log; EDITOR=nano git commit",
+         "tree/x tree/y tree/z"},
+        {"git -c alias.x='!rm y' x z; git -c alias.x='clean -fd' x; git -c alias.x='!rm w' log",
+         "tree tree/y tree/z ~tree"},
+        {"git -c credential.helper='!rm x' fetch; git -c credential.helper=store -c core.pager=cat fetch", "tree/x"},
+        {"git submodule deinit -f sub", "tree/sub ~tree"},
         {"sh -ec 'rm \"$1\" $2' sh a.txt b.txt", "tree/a.txt tree/b.txt"},
         {"sh -c 'rm \"$@\"' sh a.txt; sh -c 'rm -rf \"${1}\"/x'", "tree/a.txt /x"},
         {"rm -rf \"${1}\"/x; echo 'rm \"$1\"' | sh -s a.txt", " ?tree"},

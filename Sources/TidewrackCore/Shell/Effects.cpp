@@ -349,13 +349,6 @@ Decision Effects::decide() {
 
 void Effects::judgeTargets() {
     auto& targets = decision_.targets;
-    for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.thinned, &decision_.keptWhole}) {
-        const auto isDevice = [](const std::string& path) {
-            return path.starts_with("/dev/") && !isAtOrBelow(path, "/dev/shm"); // which is a disk in memory
-        };
-        paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
-        sortAndDedupe(*paths);
-    }
     auto& keptWhole = decision_.keptWhole;
     // What one command of the line leaves whole another one may take.
     std::vector<std::string> destroyed;
@@ -365,6 +358,13 @@ void Effects::judgeTargets() {
     std::erase_if(keptWhole, [&](const std::string& path) {
         return std::binary_search(destroyed.begin(), destroyed.end(), path);
     });
+    for (auto* paths : {&targets, &decision_.followed, &decision_.removed, &decision_.thinned, &decision_.keptWhole}) {
+        const auto isDevice = [](const std::string& path) {
+            return path.starts_with("/dev/") && !isAtOrBelow(path, "/dev/shm"); // which is a disk in memory
+        };
+        paths->erase(std::remove_if(paths->begin(), paths->end(), isDevice), paths->end());
+        sortAndDedupe(*paths);
+    }
     denyCatastrophes();
     for (auto* paths : {&targets, &decision_.followed}) {
         paths->insert(paths->end(), aroundHome_.begin(), aroundHome_.end());

@@ -178,6 +178,14 @@ const std::string* Variables::find(std::string_view name) {
     return lastValue_;
 }
 
+bool Variables::holdsAnyLike(std::string_view begin) const {
+    const auto isIn = [&](const Environment& all) {
+        const auto first = all.lower_bound(begin);
+        return first != all.end() && first->first.starts_with(begin);
+    };
+    return isIn(assigned_) || isIn(inherited_);
+}
+
 std::optional<Parameters> Variables::exchangeParameters(std::optional<Parameters> parameters) {
     return std::exchange(parameters_, std::move(parameters));
 }

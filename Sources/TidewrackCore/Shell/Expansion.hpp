@@ -30,6 +30,16 @@ class Variables {
     // Valid until the next assignment.
     [[nodiscard]] std::optional<std::string_view> value(std::string_view name);
 
+    // The value that was assigned; null where none was.
+    [[nodiscard]] const std::string* assigned(std::string_view name) const {
+        const auto found = assigned_.find(name);
+        return found == assigned_.end() ? nullptr : &found->second;
+    }
+    [[nodiscard]] bool hasAssigned() const { return !assigned_.empty(); }
+
+    // Whether one has a name that begins like that.
+    [[nodiscard]] bool holdsAnyLike(std::string_view begin) const;
+
     // True once something was expanded whose value cannot be known, until it is cleared.
     [[nodiscard]] bool unfollowed() const { return unfollowed_; }
     void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }

@@ -42,7 +42,8 @@ constexpr std::string_view fdLetters = "dEtecSoj";
 constexpr std::string_view fdOptions =
     " --max-depth --min-depth --exact-depth --exclude --type --extension --size --color "
     "--owner --threads --changed-within --changed-before --max-results --and "
-    "--ignore-file --path-separator --batch-size ";
+    "--ignore-file --path-separator --batch-size --base-directory --search-path --format --newer --older "
+    "--change-newer-than --change-older-than ";
 
 constexpr std::array negations = {"!"sv, "-not"sv};
 
@@ -154,7 +155,9 @@ struct FdWords {
     std::vector<const Word*> operands;
     std::string flags; // the letters of its options
     std::vector<std::string> extensions;
+    std::vector<Word> roots; // --search-path
     std::string depth;
+    std::optional<Word> folder; // --base-directory
 
     explicit FdWords(Words arguments);
 
@@ -198,13 +201,21 @@ std::size_t FdWords::takeOption(Words arguments, std::size_t index) {
     if (option == "--ignore-case"sv) flags += 'i';
     if (value && (option == "-e"sv || option == "--extension"sv)) extensions.push_back(*value);
     if (value && (option == "-d"sv || option == "--max-depth"sv)) depth = *value;
+    if (value && (option == "--search-path"sv || option == "--base-directory"sv)) {
+        Word word = arguments[isNext ? index + 1 : index];
+        word.text = *value;
+        if (option == "--search-path"sv)
+            roots.push_back(std::move(word));
+        else
+            folder = std::move(word);
+    }
     return isNext ? 1 : 0;
 }
 
 // Behind the pattern.
 std::vector<Word> rootsOfFd(Words arguments, const std::string& cwd) {
     const FdWords all(arguments);
-    std::vector<Word> roots;
+    std::vector<Word> roots = all.roots;
     for (std::size_t index = 1; index < all.operands.size(); ++index) roots.push_back(*all.operands[index]);
     if (roots.empty()) roots.emplace_back().text = cwd;
     return roots;
@@ -293,7 +304,8 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     }
 }
 
-void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
+void examineFd(Words arguments, const std::string& where, Effects& effects) {
+    const std::string cwd = folderOfFd(arguments, where);
     const std::vector<Word> roots = rootsOfFd(arguments, cwd);
     const FoundFiles tests = testsOfFd(arguments);
     listFound(roots, FoundFiles(), cwd, effects);
@@ -302,11 +314,12 @@ void examineFd(Words arguments, const std::string& cwd, Effects& effects) {
     for (const Word& root : roots) takeTree(root, tests, act, recursive, cwd, effects);
 }
 
-void examineFound(Words lister, Act act, bool recursive, const std::string& cwd, Effects& effects) {
+void examineFound(Words lister, Act act, bool recursive, const std::string& where, Effects& effects) {
     const Words arguments = lister.subspan(1);
     const bool isFind = commandName(lister.front()) == "find"sv;
     const FoundFiles tests = isFind ? testsOf(arguments) : testsOfFd(arguments);
     const bool all = isFind && act == Act::removed && !holdsAny(arguments, findTests);
+    const std::string cwd = isFind ? where : folderOfFd(arguments, where);
     for (const Word& root : isFind ? rootsOfFind(arguments, cwd) : rootsOfFd(arguments, cwd)) {
         if (all && !root.unknown)
             for (const std::string& path : effects.resolve(root, cwd)) effects.askIfProjectInside(path);
@@ -314,12 +327,22 @@ void examineFound(Words lister, Act act, bool recursive, const std::string& cwd,
     }
 }
 
-Act fdAct(Words arguments, std::size_t nesting) {
+std::string folderOfFd(Words arguments, const std::string& cwd) {
+    const std::optional<Word> folder = FdWords(arguments).folder;
+    return folder && !folder->unknown ? absolutePath(folder->text, cwd) : cwd;
+}
+
+std::vector<std::vector<Word>> commandsOfFd(Words arguments) {
     const std::size_t at = fdCommandAt(arguments);
-    if (at == arguments.size()) return Act::nothing;
+    if (at == arguments.size()) return {};
     const Words command = arguments.subspan(at + 1);
     const auto end = std::find_if(command.begin(), command.end(), [](const Word& word) { return word.text == ";"sv; });
-    return actOn({command.begin(), end}, nesting);
+    return {{command.begin(), end}};
+}
+
+Act fdAct(Words arguments, std::size_t nesting) {
+    const auto commands = commandsOfFd(arguments);
+    return commands.empty() ? Act::nothing : actOn(commands.front(), nesting);
 }
 
 std::vector<std::vector<Word>> commandsOfFind(Words arguments) {

@@ -33,4 +33,8 @@ void examineFound(std::span<const Word> lister, Act act, bool recursive, const s
 // The commands that find runs.
 [[nodiscard]] std::vector<std::vector<Word>> commandsOfFind(std::span<const Word> arguments);
 
+// The one that fd runs, and the folder in which it works.
+[[nodiscard]] std::vector<std::vector<Word>> commandsOfFd(std::span<const Word> arguments);
+[[nodiscard]] std::string folderOfFd(std::span<const Word> arguments, const std::string& cwd);
+
 } // namespace tidewrack::shell

@@ -51,6 +51,15 @@ bool isCount(std::string_view text, std::size_t& count) {
 // No shorter line sets an option of patterns and uses it.
 constexpr std::size_t globOptionLength = 16;
 
+// Whether the word is NAME=VALUE of this name.
+bool assigns(const Word& word, std::string_view name) {
+    return word.text.starts_with(name) && word.text.size() > name.size() && word.text[name.size()] == '=';
+}
+
+bool runsWhatItFinds(std::string_view name) {
+    return name == "find"sv || name == "fd"sv || name == "fdfind"sv;
+}
+
 bool isOperand(const Word& word) {
     return !word.unknown && !word.text.starts_with('-');
 }
@@ -216,17 +225,26 @@ void Guard::judge(WordValues::Readings readings) {
         if (!listed_.empty() && commandName(words->front()) == "xargs"sv)
             examineListed(listed_, Words(*words).subspan(1), folder, effects_);
         if (const auto nested = nestedText(*words)) {
-            takeText(*nested);
+            takeTextIn(*nested, folder);
             if (words->front().text == "trap"sv && traps_.size() < Budget::traps) traps_.push_back(*nested);
         } else if (functions_.contains(words->front().text))
             call(*words);
-        else if (commandName(words->front()) == "find"sv)
+        else if (const std::string_view name = commandName(words->front()); runsWhatItFinds(name))
             takeFind(*words, folder);
-        else if (!examine(inGitsEnvironment(*words), folder, effects_) &&
-                 (readings.apart.empty() || words == &readings.apart))
+        else if (name == "xargs"sv)
+            takeXargs(*words, folder);
+        else if (name == "git"sv)
+            takeGit(*words, folder);
+        else if (!examine(*words, folder, effects_) && (readings.apart.empty() || words == &readings.apart))
             takeUnknown(words->front());
         if (!elsewhere_ && !position_.others().empty()) judgeElsewhere(*words);
     }
+}
+
+void Guard::takeGit(std::vector<Word>& words, const std::string& folder) {
+    const bool isGiven = !given_.empty() || values_.hasAssigned();
+    if (isGiven || (words.size() > 2 && words[1].text.starts_with('-'))) takeTextsOfGit(words, folder);
+    (void)examine(inGitsEnvironment(words), folder, effects_);
 }
 
 // What a command does in the other runs of a loop, which are in other folders.
@@ -234,7 +252,7 @@ void Guard::judgeElsewhere(std::vector<Word>& words) {
     for (const std::string& folder : position_.others()) {
         if (nestedText(words) || functions_.contains(words.front().text) || ++otherRuns_ > Budget::otherRuns)
             effects_.opaque(folder);
-        else if (commandName(words.front()) == "find"sv)
+        else if (runsWhatItFinds(commandName(words.front())))
             takeFind(words, folder);
         else if (!examine(words, folder, effects_) && !readsByRule(words.front()))
             effects_.suspect(folder);
@@ -244,22 +262,60 @@ void Guard::judgeElsewhere(std::vector<Word>& words) {
 // What find runs may take more than what it finds, which is not known one by one.
 void Guard::takeFind(const std::vector<Word>& words, const std::string& folder) {
     (void)examine(words, folder, effects_);
-    for (std::vector<Word>& command : commandsOfFind(Words(words).subspan(1))) {
-        (void)unwrap(command);
-        if (command.empty()) continue;
-        const auto nested = nestedText(command);
-        if (!nested && !hasOperandsOfItsOwn(commandName(command.front()))) continue;
-        for (Word& word : command)
-            if (isFound(word) && !(nested && word.text == nested->text)) word = Word{.unknown = true};
-        if (nested)
-            takeText(*nestedText(command));
-        else if (!command.back().unknown || std::count_if(command.begin(), command.end(), isOperand) > 1)
-            (void)examine(command, folder, effects_);
+    const Words arguments = Words(words).subspan(1);
+    const bool isFind = commandName(words.front()) == "find"sv;
+    const std::string where = isFind ? folder : folderOfFd(arguments, folder);
+    for (std::vector<Word>& command : isFind ? commandsOfFind(arguments) : commandsOfFd(arguments))
+        takeRunWith(std::move(command), where);
+}
+
+// A command that is run for operands which are not known, beside what it does to those.
+void Guard::takeRunWith(std::vector<Word> command, const std::string& folder) {
+    const Unwrapped around = unwrap(command);
+    const bool moves = around.folder && !around.folder->unknown && !isFound(*around.folder);
+    const std::string where = moves ? absolutePath(around.folder->text, folder) : folder;
+    if (around.text) takeTextIn({around.text->text, around.text->unknown, true}, where);
+    if (command.empty()) return;
+    auto nested = nestedText(command);
+    if (!nested && !hasOperandsOfItsOwn(commandName(command.front()))) return;
+    for (Word& word : command)
+        if (isFound(word) && !(nested && word.text == nested->text)) word = Word{.unknown = true};
+    if (nested)
+        takeTextIn(*nestedText(command), where);
+    else if (moves || !command.back().unknown || std::count_if(command.begin(), command.end(), isOperand) > 1)
+        (void)examine(command, where, effects_);
+}
+
+// A text that it hands to a shell is run with parameters that are not known.
+void Guard::takeXargs(const std::vector<Word>& words, const std::string& folder) {
+    (void)examine(words, folder, effects_);
+    std::vector<Word> command = commandOfXargs(Words(words).subspan(1));
+    (void)unwrap(command);
+    auto nested = nestedText(command);
+    if (!nested) return;
+    nested->parameters.reset();
+    takeTextIn(*nested, folder);
+}
+
+// What the line gives to git to run: an editor, a pager, an alias.
+void Guard::takeTextsOfGit(const std::vector<Word>& words, const std::string& folder) {
+    RunByGit run = textsRunByGit(words, folder);
+    for (const std::string_view name : variablesRunByGit) {
+        const auto isGiven = [&](const Word& word) { return assigns(word, name); };
+        const auto given = std::find_if(given_.begin(), given_.end(), isGiven);
+        const std::string* assigned = values_.assigned(name);
+        if (given != given_.end())
+            run.add(given->text.substr(name.size() + 1));
+        else if (assigned != nullptr)
+            run.add(*assigned);
     }
+    for (const NestedText& text : run.texts) takeTextIn(text, run.folder);
 }
 
 // Removes wrappers; a text that they run as commands is judged.
 void Guard::peel(std::vector<Word>& words) {
+    given_.clear();
+    if (words.empty()) return;
     Unwrapped around = unwrap(words);
     given_ = std::move(around.assignments);
     for (const Word& output : around.outputs)
@@ -267,7 +323,8 @@ void Guard::peel(std::vector<Word>& words) {
     if (around.folder && around.folder->unknown) opaque();
     if (around.folder && !around.folder->text.empty())
         elsewhere_ = absolutePath(around.folder->text, position_.folder());
-    if (around.text) takeText({around.text->text, around.text->unknown, true});
+    if (around.text)
+        takeTextIn({around.text->text, around.text->unknown, true}, elsewhere_.value_or(position_.folder()));
 }
 
 // NAME=(a b): the name stands for one after the other.
@@ -300,7 +357,7 @@ bool Guard::takeDefinition(const Command& command) {
 
 // git works on the tree that GIT_WORK_TREE names.
 const std::vector<Word>& Guard::inGitsEnvironment(std::vector<Word>& words) {
-    if (commandName(words.front()) != "git"sv) return words;
+    if (given_.empty() && !values_.holdsAnyLike("GIT_")) return words;
     for (const Word& word : given_)
         if (word.text.starts_with("GIT_WORK_TREE=") || word.text.starts_with("GIT_DIR="))
             values_.give(word); // also for later: more is saved
@@ -314,8 +371,6 @@ const std::vector<Word>& Guard::inGitsEnvironment(std::vector<Word>& words) {
     return words;
 }
 
-    given_.clear();
-    if (words.empty()) return;
 // A function runs with the words behind its name as its parameters.
 void Guard::call(const std::vector<Word>& words) {
     const auto body = functions_.body(words.front().text);
@@ -390,6 +445,17 @@ void Guard::takeText(const NestedText& nested) {
     values_.endSubshell();
     values_.exchangeParameters(std::move(parameters));
     position_ = std::move(*before);
+}
+
+// The same in another folder.
+void Guard::takeTextIn(const NestedText& nested, const std::string& folder) {
+    if (folder == position_.folder()) return takeText(nested);
+    const Position before = position_;
+    values_.beginSubshell();
+    if (position_.enter(folder, depth_)) values_.noteFolder(true);
+    takeText(nested);
+    values_.endSubshell();
+    position_ = before;
 }
 
 // Traps run when their shell ends, with the values of then; one that runs sooner has been judged where it is set.

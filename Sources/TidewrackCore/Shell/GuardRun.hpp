@@ -48,6 +48,11 @@ class Guard {
     const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
+    void takeTextIn(const NestedText& nested, const std::string& folder);
+    void takeXargs(const std::vector<Word>& words, const std::string& folder);
+    void takeGit(std::vector<Word>& words, const std::string& folder);
+    void takeTextsOfGit(const std::vector<Word>& words, const std::string& folder);
+    void takeRunWith(std::vector<Word> command, const std::string& folder);
     void takeRedirects(Command& command);
     void noteBranch(const std::vector<Word>& words);
     void takeTraps();

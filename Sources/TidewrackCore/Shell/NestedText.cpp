@@ -4,11 +4,14 @@
 #include "Shell/NameFilter.hpp"
 #include "Shell/Quotes.hpp"
 #include "Shell/Wrappers.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <span>
+#include <utility>
 
 namespace tidewrack::shell {
 
@@ -112,6 +115,42 @@ NestedText parallelText(std::span<const Word> arguments) {
     return nested;
 }
 
+// Settings of git whose values are commands, in small letters; of those with a part of the user's own the first and the
+// last part.
+constexpr std::array commandSettings = {"core.editor"sv,     "sequence.editor"sv, "core.pager"sv,    "diff.external"sv,
+                                        "core.sshcommand"sv, "core.askpass"sv,    "core.fsmonitor"sv};
+constexpr std::pair<std::string_view, std::string_view> namedSettings[] = {
+    {"pager.", ""},          {"filter.", ".clean"}, {"filter.", ".smudge"},
+    {"filter.", ".process"}, {"diff.", ".command"}, {"diff.", ".textconv"},
+    {"merge.", ".driver"},   {"difftool.", ".cmd"}, {"mergetool.", ".cmd"},
+};
+
+bool isCommandSetting(std::string_view key) {
+    return isIn(commandSettings, key) ||
+           std::any_of(std::begin(namedSettings), std::end(namedSettings),
+                       [&](const auto& parts) { return key.starts_with(parts.first) && key.ends_with(parts.second); });
+}
+
+// NAME=VALUE behind -c. An alias is run where it is the subcommand, with the words behind that.
+void addSetting(std::string_view setting, std::span<const Word> behind, RunByGit& run) {
+    const std::size_t equals = std::min(setting.find('='), setting.size());
+    std::string key(setting.substr(0, equals));
+    for (char& c : key) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+    const std::string_view value = setting.substr(std::min(equals + 1, setting.size()));
+    const bool runsShell = value.starts_with('!');
+    if (isCommandSetting(key)) return run.add(std::string(value));
+    if (key.starts_with("credential.") && key.ends_with("helper") && runsShell)
+        return run.add(std::string(value.substr(1)));
+    if (!key.starts_with("alias.")) return;
+    const auto isName = [&](const Word& word) { return word.text == std::string_view(key).substr(6); };
+    const auto name = std::find_if(behind.begin(), behind.end(), isName);
+    if (name == behind.end()) return;
+    std::string text = runsShell ? std::string(value.substr(1)) : "git " + std::string(value);
+    for (auto word = name + 1; word != behind.end(); ++word)
+        text.append(1, ' ').append(word->unknown ? "\"$1\"" : asWord(*word));
+    run.add(std::move(text) + ' ');
+}
+
 } // namespace
 
 std::optional<NestedText> nestedText(const std::vector<Word>& words) {
@@ -132,6 +171,26 @@ std::optional<NestedText> nestedText(const std::vector<Word>& words) {
     nested.ownShell = true;
     nested.parameters.emplace(words.begin() + static_cast<std::ptrdiff_t>(call.operand) + 1, words.end());
     return nested;
+}
+
+void RunByGit::add(std::string text) {
+    if (text.find_first_of(" \t\n;&|<>$`") == text.npos) return;
+    NestedText& nested = texts.emplace_back();
+    nested.text = std::move(text);
+    nested.ownShell = true;
+}
+
+RunByGit textsRunByGit(const std::vector<Word>& words, const std::string& folder) {
+    RunByGit run{{}, folder};
+    for (std::size_t index = 1; index + 1 < words.size() && isOption(words[index]); ++index) {
+        const std::string& option = words[index].text;
+        const Word& value = words[index + 1];
+        if (option == "-C"sv && !value.unknown && !value.glob && run.folder.size() <= Budget::folderLength)
+            run.folder = absolutePath(value.text, run.folder);
+        if (option == "-c"sv && !value.unknown) addSetting(value.text, std::span(words).subspan(index + 2), run);
+        if (option == "-C"sv || option == "-c"sv || option == "--git-dir"sv || option == "--work-tree"sv) ++index;
+    }
+    return run;
 }
 
 bool readsCommands(const std::vector<Word>& words) {

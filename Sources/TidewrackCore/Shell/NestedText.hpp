@@ -3,6 +3,7 @@
 
 #include "Shell/Program.hpp"
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,21 @@ struct NestedText {
 
 // The text that a command's words make it run; none where they do not.
 [[nodiscard]] std::optional<NestedText> nestedText(const std::vector<Word>& words);
+
+// Texts that git runs because its options or variables say so, and the folder in which it does.
+struct RunByGit {
+    std::vector<NestedText> texts;
+    std::string folder;
+
+    // A name alone is a program that works on git's own files.
+    void add(std::string text);
+};
+[[nodiscard]] RunByGit textsRunByGit(const std::vector<Word>& words, const std::string& folder);
+inline constexpr std::array variablesRunByGit = {
+    std::string_view("GIT_EDITOR"),      std::string_view("GIT_SEQUENCE_EDITOR"),
+    std::string_view("GIT_PAGER"),       std::string_view("GIT_EXTERNAL_DIFF"),
+    std::string_view("GIT_SSH_COMMAND"), std::string_view("EDITOR"),
+    std::string_view("VISUAL"),          std::string_view("PAGER")};
 
 // Whether the words start a shell that reads its commands from its input.
 [[nodiscard]] bool readsCommands(const std::vector<Word>& words);

@@ -66,6 +66,11 @@ class WordValues {
 
     // NAME=value, expanded already.
     void give(const Word& assignment);
+    // Whether a variable's name begins like that.
+    [[nodiscard]] bool holdsAnyLike(std::string_view begin) const { return variables_.holdsAnyLike(begin); }
+    // What the line gives the variable, where it does; valid until the next assignment.
+    [[nodiscard]] const std::string* assigned(std::string_view name) const { return variables_.assigned(name); }
+    [[nodiscard]] bool hasAssigned() const { return variables_.hasAssigned(); }
     // Empty for a variable without value.
     [[nodiscard]] std::string valueOf(std::string_view name);
 
