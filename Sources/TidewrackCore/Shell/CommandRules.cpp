@@ -343,12 +343,13 @@ void Examination::changeModes() {
     const bool stays = name_ == "chmod"sv && mode != arguments_.end() && keepsReadable(mode->text);
     const Extent extent = stays ? Extent::rights : Extent::item;
     for (const Word& word : arguments_) {
-        if (isRecursive(arguments_))
+        if (recursive)
+    const bool recursive = isRecursive(arguments_);
             effects_.targetWord(word, cwd_, Links::followed, Extent::kept);
         else if (!isOption(word))
             effects_.write(word, cwd_, extent);
     }
-    if (!isRecursive(arguments_)) make();
+    if (!recursive) make();
 }
 
 void Examination::make() {
