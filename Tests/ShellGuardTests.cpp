@@ -235,6 +235,10 @@ TEST(ShellGuard, asksBeforeAProjectGoes) {
         {"rm -r ../q/one", "q/one ask"},
         {"rm -f --recursive ../q/", "q ask"},
         {"rm ../q", "q"},
+        {"rm --rec ../q", "q ask"},
+        {"find ../q -delete -name '*.o'; find ../q -name x -prune -o -delete", "q ask"},
+        {"find ../q -print -name x | xargs rm", "q ask ?p"},
+        {"find ../q -name x -delete -o -type f -size 0 -exec rm {} +; find ../q -name x | xargs rm", "q ?p"},
         {"rm -f -- ../q -r", "p/-r q"},
         {"rmdir ../q", "q ask"},
         {"rm -rf ../q/one/src", "q/one/src"},
@@ -269,6 +273,17 @@ TEST(ShellGuard, refusesCatastrophes) {
         {"cp a /", "/ deny"},
         {"chmod -R 777 /var", "p/-R p/777 /var deny"},
         {"for d in Desktop Music; do sudo rm -rf ~/\"$d\"; done", "home/Desktop home/Music deny"},
+        {"f() { rm() { :; }; }; (rm() { :; }); rm -rf ~/Desktop", "home/Desktop deny"},
+        {"rm() { :; }; sudo rm -rf ~/Desktop", "home/Desktop deny"},
+        {"alias rm=echo; rm -rf ~/Desktop", "home/Desktop deny"},
+        {"alias rm=echo; rm a", "p/a"},
+        {"find ~ -delete -name x", "home deny"},
+        {"find ~ -name x -o -name y -exec rm {} + -o -exec rm -rf {} +", "home deny"},
+        {"su - x -c 'rm -rf ~/Desktop'", "home/Desktop deny"},
+        {"fakeroot -- systemd-run -p x --user rm -rf ~/Desktop", "home/Desktop deny"},
+        {"fish -c 'rm -rf ~/Desktop'", "home/Desktop deny ?p"},
+        {"rm$IFS-f${IFS}../q", "q"},
+        {"ln -s ~ l; rm -rf l/Desktop", "home/Desktop p/l p/l/Desktop deny"},
         {"rm -rf .git /tmp", "p/.git /tmp deny"},
         {"rm -rf ~/..; rm -rf ../../now", "/now /nowhere deny"},
         {"git init; git -C ~/.. pull; cd ~/..; git stash; git checkout .", "/nowhere"},
@@ -305,8 +320,12 @@ TEST_F(ShellGuardOnDisk, tellsWhatIsWholeAfterwards) {
     folder.write("tree/old", "x");
     std::filesystem::last_write_time(context.cwd + "/old", std::filesystem::file_time_type::clock::now() - 1h);
     for (const char* command : {"echo x >> f", "tee -a f", "chmod -R 700 f", "mv f g", "truncate -s +1 f",
-                                "truncate --size=1 f", "truncate -s1KB f", "dd of=f conv=sync,notrunc"})
+                                "truncate --size=1 f", "truncate -s1KB f", "dd of=f conv=sync,notrunc oflag=append"})
         EXPECT_TRUE(isKept(command)) << command;
+    for (const char* command :
+         {"dd of=f conv=notrunc", "tee f -- -a", "truncate -s +1 -s 0 f", "truncate -s +0 -r x f"})
+        EXPECT_FALSE(isKept(command)) << command;
+    EXPECT_EQ(judgedHere("touch old; cp -u old f; cp -S.n a.txt b.txt"), "tree/b.txt tree/f");
     EXPECT_EQ(judgedHere("cp -n old f; cp -au old f; mv -n old f; cp -u old f sub"),
               "tree/old tree/sub/f tree/sub/old");
     EXPECT_EQ(judgedHere("cp -u f old"), "tree/old");
@@ -362,6 +381,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "mv ~/.local/store /nowhere/x",
                                 "rm ../local/store/projects/1.json",
                                 "chmod 000 ~/.agent/settings.json",
+                                "ls ~/.local | xargs -I% rm -rf ~/.local/%",
+                                "find ~/.local -exec truncate -s0 {} + -name x",
                                 "chmod g+r,u-rw ../dotfiles/settings.json",
                                 "echo x > ~/.agent/settings.json",
                                 "sed -i s/a/b/ ../dotfiles/settings.json",
@@ -430,6 +451,9 @@ TEST_F(ShellGuardOnDisk, copiesLandInsideAnExistingFolder) {
               "new/a out/a out/new tree/sub/a tree/sub/new");
     EXPECT_EQ(judgedHere("cp -t ../out a.txt b.txt; mv --target-directory=../out sub; install -m 644 a.txt ../new"),
               "new out/a.txt out/b.txt out/sub tree/sub");
+    EXPECT_EQ(judgedHere("cp -t../out a.txt; mv --target=../out b.txt; cp -tnew sub"),
+              "out/a.txt out/b.txt tree/b.txt tree/new/sub");
+    EXPECT_EQ(judgedHere("rsync -a '-fmerge n' sub/ ../out"), "out/c.txt out/sub");
     EXPECT_EQ(judgedHere("mv *.txt ../out"), "out/a.txt out/b.txt tree/a.txt tree/b.txt");
     EXPECT_EQ(judgedHere("cp a.txt ../new"), "new");
     EXPECT_EQ(judgedHere("cp -r sub/. ../out"), "out/c.txt out/sub");

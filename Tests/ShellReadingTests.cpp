@@ -81,6 +81,8 @@ TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
         {"git -c alias.x='!rm y' x z; git -c alias.x='clean -fd' x; git -c alias.x='!rm w' log",
          "tree tree/y tree/z ~tree"},
         {"git -c credential.helper='!rm x' fetch; git -c credential.helper=store -c core.pager=cat fetch", "tree/x"},
+        {"git -C ../out clean -fdxe.env; sed --in-pl s/a/b/ a.txt", "out tree/a.txt tree/s/a/b"},
+        {"git restore --staged a.txt; (cd ../out; git restore --staged --work a.txt)", " ?out @out"},
         {"git submodule deinit -f sub", "tree/sub ~tree"},
         {"sh -ec 'rm \"$1\" $2' sh a.txt b.txt", "tree/a.txt tree/b.txt"},
         {"sh -c 'rm \"$@\"' sh a.txt; sh -c 'rm -rf \"${1}\"/x'", "tree/a.txt /x"},
@@ -153,7 +155,7 @@ TEST_F(ShellGuardOnDisk, readsWhatProgramsAreGivenToFollow) {
         {"sed 's,a,b,gw b.txt' a.txt; sed -n '/x/w a.txt' b.txt; sed -es/a/i/ sub/c.txt", " @tree/a.txt tree/b.txt"},
         {"sed '/[/]/w b.txt' a.txt; sed 's/[^]/]/x/w a.txt' none; sed -l 5 's/[[:alpha:]/]/x/w sub/c.txt'; sed "
          "-i.before 's/x/y/' x",
-         "tree/x @tree/a.txt tree/b.txt tree/sub/c.txt"},
+         "tree/s/x/y tree/x @tree/a.txt tree/b.txt tree/sub/c.txt"},
         {"sed 's/[/x/w b.txt' a.txt", " ~tree @tree/b.txt"},
         {"awk 'function f() { return /\"/ } { print /x\"/ > \"b.txt\" }'; awk '/[/]/ { print > \"a.txt\" }'",
          " @tree/a.txt tree/b.txt"},

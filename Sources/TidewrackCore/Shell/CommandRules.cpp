@@ -74,9 +74,6 @@ class Examination {
 
   private:
     [[nodiscard]] Operands operands() const { return operandsOf(arguments_, rule_->letters, rule_->options); }
-    [[nodiscard]] bool hasOption(char letter, std::string_view name) const {
-        return shell::hasOption(arguments_, letter, name);
-    }
     void takeUnknownWords();
     void lookAtRemoved(const Rule& rule, Words command) const;
 
@@ -246,12 +243,13 @@ void Examination::targetOperands(Extent extent) {
 }
 
 void Examination::tee() {
-    targetOperands(hasOption('a', "--append") ? Extent::kept : Extent::item);
+    targetOperands(operands().has('a', "--append") ? Extent::kept : Extent::item);
 }
 
 // A file that does not become smaller keeps what it holds.
 void Examination::truncate() {
-    const std::string size = valueOf(arguments_, 's', "--size");
+    const bool asAnother = !valueOf(arguments_, 'r', "--reference").empty();
+    const std::string size = asAnother ? "" : valueOf(arguments_, 's', "--size");
     for (const Word* operand : operands().words) {
         const bool grows = !operand->glob && leavesSize(size, absolutePath(operand->text, cwd_));
         effects_.targetWord(*operand, cwd_, Links::itself, grows ? Extent::kept : Extent::item);
@@ -259,13 +257,16 @@ void Examination::truncate() {
 }
 
 void Examination::copyBlocks() {
-    const bool cuts = std::none_of(arguments_.begin(), arguments_.end(), [](const Word& word) {
-        return word.text.starts_with("conv=") && word.text.find("notrunc") != std::string::npos;
-    });
+    const auto tells = [&](std::string_view operand, std::string_view flag) {
+        return std::any_of(arguments_.begin(), arguments_.end(), [&](const Word& word) {
+            return word.text.starts_with(operand) && word.text.find(flag) != std::string::npos;
+        });
+    };
+    const bool adds = tells("conv=", "notrunc") && tells("oflag=", "append");
     for (Word word : arguments_) {
         if (!word.text.starts_with("of=")) continue;
         word.text.erase(0, 3);
-        const Extent extent = cuts ? Extent::item : Extent::kept;
+        const Extent extent = adds ? Extent::kept : Extent::item;
         effects_.targetWord(word, cwd_, Links::itself, extent);
         // What looks like an assignment has its tilde expanded by some shells.
         if (!word.text.starts_with("~/")) continue;
@@ -343,8 +344,8 @@ void Examination::changeModes() {
     const bool stays = name_ == "chmod"sv && mode != arguments_.end() && keepsReadable(mode->text);
     const Extent extent = stays ? Extent::rights : Extent::item;
     for (const Word& word : arguments_) {
-        if (recursive)
     const bool recursive = isRecursive(arguments_);
+        if (recursive)
             effects_.targetWord(word, cwd_, Links::followed, Extent::kept);
         else if (!isOption(word))
             effects_.write(word, cwd_, extent);

@@ -43,7 +43,8 @@ class Copying {
 
 // Whether a copy leaves what stands at the destination: a newer file is not replaced by cp -u.
 bool Copying::keeps(const std::string& destination, const Word& source) const {
-    if (!hasOption(arguments_, 'u', "--update") || source.glob) return false;
+    if (!operands_.has('u', "--update") || source.glob || effects_.isMade(absolutePath(source.text, cwd_)))
+        return false;
     struct stat from {};
     struct stat to {};
     return stat(absolutePath(source.text, cwd_).c_str(), &from) == 0 && stat(destination.c_str(), &to) == 0 &&
@@ -55,13 +56,13 @@ void Copying::move() {
     const std::size_t sources = all.words.size() - (all.folder || all.words.empty() ? 0 : 1);
     for (std::size_t index = 0; index < sources; ++index)
         effects_.targetWord(*all.words[index], cwd_, linksOf(*all.words[index]), Extent::moved);
-    if (!hasOption(arguments_, 'n', "--no-clobber")) targetDestinations(all);
+    if (!all.has('n', "--no-clobber")) targetDestinations(all);
 }
 
 void Copying::copy() {
     const Operands& all = operands_;
-    const bool replaces = name_ != "cp" || !hasOption(arguments_, 'n', "--no-clobber");
-    if (name_ == "rsync" && hasOption(arguments_, 'n', "--dry-run")) return;
+    const bool replaces = name_ != "cp" || !all.has('n', "--no-clobber");
+    if (name_ == "rsync" && all.has('n', "--dry-run")) return;
     const auto takesSources = [](const Word& word) { return word.text == "--remove-source-files"sv; };
     if (name_ == "rsync" && std::any_of(arguments_.begin(), arguments_.end(), takesSources))
         for (std::size_t index = 0; index + 1 < all.words.size(); ++index) takeFilesOf(*all.words[index]);

@@ -86,7 +86,7 @@ void Effects::target(std::string path, std::string_view cwd, Links links, Extent
     refused_ = refused_ || refused;
     if (!refused_) own_.look(path, extent, links); // a refusal is stronger than that question
     if (full() && !refused) return opaque(cwd);
-    if (!links_.empty()) followLinks(path);
+    if (!links_.empty()) followLinks(path, links);
     targetBytes_ += path.size();
     if (links == Links::followed) decision_.followed.push_back(path);
     decision_.targets.push_back(std::move(path));
@@ -115,12 +115,14 @@ void Effects::link(std::string at, std::string destination) {
     if (takesLinks()) links_.emplace_back(std::move(at), std::move(destination));
 }
 
-void Effects::followLinks(const std::string& path) {
+void Effects::followLinks(const std::string& path, Links links) {
     for (const auto& [at, destination] : links_) {
         if (!isAtOrBelow(path, at)) continue;
         Word end;
         end.text = destination + path.substr(at.size());
         write(end, "/");
+        if (links == Links::followed || path.size() > at.size())
+            if (protectedFolders().holdsText(end.text)) decision_.targets.push_back(end.text);
     }
 }
 

@@ -176,7 +176,7 @@ class Effects {
   private:
     void takeEmptied(std::string folder, std::string_view cwd);
     void askIfProjectRoot(const std::string& folder);
-    void followLinks(const std::string& path);
+    void followLinks(const std::string& path, Links links);
     [[nodiscard]] std::string kernelPath(std::string_view text, std::string_view cwd);
     bool isKeptSomewhere(const std::string& path);
     void judgeTargets();

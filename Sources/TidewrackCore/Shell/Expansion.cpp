@@ -24,6 +24,7 @@ bool isDigit(char c) {
 std::string_view plainValue(std::string_view name, std::string_view home, Variables& variables) {
     if (name == "HOME") return home;
     const auto value = variables.value(name);
+    if (!value && name == "IFS") return " \t\n";
     if (!value && !name.empty() && isDigit(name[0])) variables.setUnfollowed(true);
     return value.value_or("");
 }

@@ -80,19 +80,43 @@ bool nameDecides(Words arguments) {
     return true;
 }
 
+// Whether a test stands before everything that find does to files, in the same part of the expression: not behind it,
+// as in `-delete -name x`, and not before an "or". `prints`: what is printed is acted on.
+bool testsLimit(Words arguments, bool prints) {
+    bool isLimited = false;
+    bool acts = false;
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        const std::string_view text = arguments[index].text;
+        if (text == "-o"sv || text == "-or"sv || text == ","sv) isLimited = false;
+        isLimited = isLimited || isIn(findTests, text);
+        bool isAction = isIn(findDeletes, text) || (prints && text.starts_with("-print"));
+        if (isIn(findRuns, text)) {
+            const auto endsRun = [](const Word& word) { return word.text == ";"sv || word.text == "+"sv; };
+            const auto end =
+                std::find_if(arguments.begin() + static_cast<std::ptrdiff_t>(index), arguments.end(), endsRun);
+            const auto begin = arguments.begin() + static_cast<std::ptrdiff_t>(index) + 1;
+            isAction = !prints && begin < end && actOn({begin, end}) != Act::nothing;
+            index = static_cast<std::size_t>(end - arguments.begin());
+        }
+        acts = acts || isAction;
+        if (isAction && !isLimited) return false;
+    }
+    return acts || holdsAny(arguments, findTests);
+}
+
 // What must hold of a file so that find acts on it, as far as its path tells.
-FoundFiles testsOf(Words arguments) {
+FoundFiles testsOf(Words arguments, bool areLimiting) {
     FoundFiles tests;
     tests.certain = nameDecides(arguments);
     for (std::size_t index = 0; index < arguments.size(); ++index) {
         const std::string_view test = arguments[index].text;
-        tests.onlyEmpty = tests.onlyEmpty || test == "-empty"sv;
+        tests.onlyEmpty = tests.onlyEmpty || (areLimiting && test == "-empty"sv);
         if (index + 1 == arguments.size()) break;
         const bool isNegated = index > 0 && isIn(negations, arguments[index - 1].text);
         const std::string& pattern = arguments[index + 1].text;
         if (test == "-maxdepth"sv)
             tests.depth = std::min(tests.depth, std::size_t(std::strtoul(pattern.c_str(), nullptr, 10)));
-        if (isNegated) continue;
+        if (isNegated || !areLimiting) continue;
         if (test == "-name"sv) tests.names.push_back(pattern);
         if (test == "-path"sv || test == "-wholename"sv) tests.paths.push_back(pattern);
         if (test == "-iname"sv) tests.anyCaseNames.push_back(pattern);
@@ -291,10 +315,11 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     for (std::size_t index = 0; index + 1 < arguments.size(); ++index)
         if (isIn(findWrites, arguments[index].text)) effects.write(arguments[index + 1], cwd);
     const std::vector<Word> roots = rootsOfFind(arguments, cwd);
-    const FoundFiles tests = testsOf(arguments);
+    const bool areLimiting = testsLimit(arguments, false);
+    const FoundFiles tests = testsOf(arguments, areLimiting);
     listFound(roots, tests, cwd, effects);
     const Act act = findAct(arguments);
-    const bool wholeTree = act == Act::removed && !holdsAny(arguments, findTests);
+    const bool wholeTree = act == Act::removed && !areLimiting;
     const bool recursive = removesRecursively(arguments);
     for (const Word& root : roots) {
         if (wholeTree)
@@ -317,8 +342,9 @@ void examineFd(Words arguments, const std::string& where, Effects& effects) {
 void examineFound(Words lister, Act act, bool recursive, const std::string& where, Effects& effects) {
     const Words arguments = lister.subspan(1);
     const bool isFind = commandName(lister.front()) == "find"sv;
-    const FoundFiles tests = isFind ? testsOf(arguments) : testsOfFd(arguments);
-    const bool all = isFind && act == Act::removed && !holdsAny(arguments, findTests);
+    const bool areLimiting = isFind && testsLimit(arguments, true);
+    const FoundFiles tests = isFind ? testsOf(arguments, areLimiting) : testsOfFd(arguments);
+    const bool all = isFind && act == Act::removed && !areLimiting;
     const std::string cwd = isFind ? where : folderOfFd(arguments, where);
     for (const Word& root : isFind ? rootsOfFind(arguments, cwd) : rootsOfFd(arguments, cwd)) {
         if (all && !root.unknown)

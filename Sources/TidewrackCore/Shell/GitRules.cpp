@@ -20,7 +20,7 @@ using namespace std::string_view_literals;
 using Words = std::span<const Word>;
 
 // Global options whose value is a word of its own.
-constexpr std::array valueOptions = {"-c"sv, "--git-dir"sv, "--work-tree"sv, "--namespace"sv};
+constexpr std::array valueOptions = {"-c"sv, "--git-dir"sv, "--work-tree"sv, "--namespace"sv, "--config-env"sv};
 
 constexpr std::array checkouts = {"checkout"sv, "restore"sv, "switch"sv};
 constexpr std::array sometimesChanging = {"reset"sv, "stash"sv, "clean"sv};
@@ -95,6 +95,23 @@ bool hasOption(Words words, std::string_view option, std::size_t shortest, char 
     });
 }
 
+// The letters of the options of "git clean": behind -e stands a pattern.
+std::string cleanFlags(Words arguments) {
+    std::string flags;
+    for (std::size_t index = 0; index < arguments.size() && arguments[index].text != "--"; ++index) {
+        if (!isShortCluster(arguments[index])) continue;
+        const std::string_view text = arguments[index].text;
+        const std::size_t pattern = std::min(text.find('e'), text.size());
+        flags += text.substr(1, pattern - 1);
+        if (pattern + 1 == text.size()) ++index;
+    }
+    return flags;
+}
+
+bool isDryClean(Words arguments) {
+    return hasOption(arguments, "--dry-run", 3) || cleanFlags(arguments).find('n') != std::string::npos;
+}
+
 // Whether git reads an operand as a pattern, or from the top of the work tree: '*.txt', :/, :(exclude)x.
 bool isPathspec(const Word& word) {
     return word.text.starts_with(':') || (!word.glob && word.text.find_first_of("*?[") != std::string::npos);
@@ -140,7 +157,7 @@ struct GitCall {
 void examineUnmarkedPaths(std::string_view subcommand, Words arguments, const GitCall& call, Effects& effects) {
     const std::string& workTree = call.workTree;
     const bool discards = subcommand == "switch" && hasAny(arguments, {"--discard-changes"});
-    const bool indexOnly = hasAny(arguments, {"--staged", "-S"}) && !hasAny(arguments, {"--worktree", "-W"});
+    const bool indexOnly = hasAny(arguments, {"--staged", "-S"}) && !hasOption(arguments, "--worktree", 3, 'W');
     const bool hasOptions = std::any_of(arguments.begin(), arguments.end(), isOption);
     if (discards) effects.takeFromTree({workTree, GitTakes::Which::changed, true, {}, call.isPlain()});
     bool mayLoseChanges = discards;
@@ -173,7 +190,7 @@ bool changesWorkTree(std::string_view subcommand, Words arguments) {
                hasOption(arguments, "--keep", 3);
     if (subcommand == "stash") return isStashing(arguments);
     if (subcommand == "clean")
-        return !hasOption(arguments, "--dry-run", 3, 'n') &&
+        return !isDryClean(arguments) &&
                (hasOption(arguments, "--force", 3, 'f') || hasOption(arguments, "--interactive", 3, 'i'));
     return isIn(alwaysChanging, subcommand);
 }
@@ -347,7 +364,7 @@ void noteGitStore(Words arguments, const GitCall& call, Effects& effects) {
 
 void examineCheckout(std::string_view subcommand, Words arguments, const GitCall& call, Effects& effects) {
     const std::string& workTree = call.workTree;
-    const bool indexOnly = hasAny(arguments, {"--staged", "-S"}) && !hasAny(arguments, {"--worktree", "-W"});
+    const bool indexOnly = hasAny(arguments, {"--staged", "-S"}) && !hasOption(arguments, "--worktree", 3, 'W');
     const auto takeTree = [&](bool whole, bool all) {
         effects.takeFromTree({workTree, GitTakes::Which::changed, whole, {}, call.isPlain(), all && !indexOnly});
         effects.trackedFiles(topOf(workTree, effects));

@@ -227,18 +227,26 @@ void Guard::judge(WordValues::Readings readings) {
         if (const auto nested = nestedText(*words)) {
             takeTextIn(*nested, folder);
             if (words->front().text == "trap"sv && traps_.size() < Budget::traps) traps_.push_back(*nested);
-        } else if (functions_.contains(words->front().text))
-            call(*words);
-        else if (const std::string_view name = commandName(words->front()); runsWhatItFinds(name))
-            takeFind(*words, folder);
-        else if (name == "xargs"sv)
-            takeXargs(*words, folder);
-        else if (name == "git"sv)
-            takeGit(*words, folder);
-        else if (!examine(*words, folder, effects_) && (readings.apart.empty() || words == &readings.apart))
+            if (words->front().text == "fish"sv) (void)examine(*words, folder, effects_); // whose syntax is another
+        } else if (!takeCall(*words) && !takeProgram(*words, folder) &&
+                   (readings.apart.empty() || words == &readings.apart))
             takeUnknown(words->front());
         if (!elsewhere_ && !position_.others().empty()) judgeElsewhere(*words);
     }
+}
+
+// False when it is not known what the program does.
+bool Guard::takeProgram(std::vector<Word>& words, const std::string& folder) {
+    const std::string_view name = commandName(words.front());
+    if (runsWhatItFinds(name))
+        takeFind(words, folder);
+    else if (name == "xargs"sv)
+        takeXargs(words, folder);
+    else if (name == "git"sv)
+        takeGit(words, folder);
+    else
+        return examine(words, folder, effects_);
+    return true;
 }
 
 void Guard::takeGit(std::vector<Word>& words, const std::string& folder) {
@@ -371,6 +379,14 @@ const std::vector<Word>& Guard::inGitsEnvironment(std::vector<Word>& words) {
     return words;
 }
 
+// Calls a function of this name. False where the program of that name may be meant: behind a wrapper, or where the
+// function is defined elsewhere.
+bool Guard::takeCall(const std::vector<Word>& words) {
+    if (!functions_.contains(words.front().text)) return false;
+    call(words);
+    return !mayMatter(words.front());
+}
+
 // A function runs with the words behind its name as its parameters.
 void Guard::call(const std::vector<Word>& words) {
     const auto body = functions_.body(words.front().text);
@@ -386,7 +402,8 @@ void Guard::call(const std::vector<Word>& words) {
     values_.exchangeParameters(std::move(before));
 }
 
-// The text of an alias stands in place of its name.
+// The text of an alias stands in place of its name. False where a program may be meant: most shells replace none in
+// scripts.
 bool Guard::takeAlias(const Command& command) {
     const std::size_t at = wordsBeforeCommand(command.words);
     if (at >= command.words.size() || command.words[at].quoted || command.words[at].expands) return false;
@@ -411,7 +428,7 @@ bool Guard::takeAlias(const Command& command) {
         }
     }
     aliases_.insert_or_assign(alias.key(), alias.mapped());
-    return true;
+    return !mayMatter(command.words[at]);
 }
 
 // A text that is parsed as commands, where it runs.

@@ -43,6 +43,7 @@ class Guard {
     void takeListing(std::vector<Word> words, const Command& command);
     void takeArray(std::vector<Word>& words, const Command& command);
     bool takeDefinition(const Command& command);
+    bool takeCall(const std::vector<Word>& words);
     void call(const std::vector<Word>& words);
     bool takeAlias(const Command& command);
     const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
@@ -50,6 +51,7 @@ class Guard {
     void takeText(const NestedText& nested);
     void takeTextIn(const NestedText& nested, const std::string& folder);
     void takeXargs(const std::vector<Word>& words, const std::string& folder);
+    bool takeProgram(std::vector<Word>& words, const std::string& folder);
     void takeGit(std::vector<Word>& words, const std::string& folder);
     void takeTextsOfGit(const std::vector<Word>& words, const std::string& folder);
     void takeRunWith(std::vector<Word> command, const std::string& folder);

@@ -30,6 +30,22 @@ bool takesNextWord(const Word& option) {
     return option.text.find_first_of(valueLetters, 1) == option.text.size() - 1;
 }
 
+// What stands for an item in the words behind: -I SIGN, -ISIGN, --replace=SIGN.
+std::string_view replacedSign(Words options) {
+    std::string_view sign;
+    for (std::size_t index = 0; index < options.size(); ++index) {
+        const std::string_view text = options[index].text;
+        if (text.starts_with("--replace=")) sign = text.substr(10);
+        const std::size_t at = isShortCluster(options[index]) ? text.find_first_of(valueLetters, 1) : text.npos;
+        if (at == text.npos) continue;
+        const bool isJoined = at + 1 < text.size();
+        if (text[at] == 'I' && isJoined) sign = text.substr(at + 1);
+        if (text[at] == 'I' && !isJoined && index + 1 < options.size()) sign = options[index + 1].text;
+        if (!isJoined) ++index;
+    }
+    return sign;
+}
+
 // What ls prints are the files that its operands name, and the names in the folders, which lie elsewhere where the
 // folder is an operand.
 void examineListedByLs(Words arguments, Act act, bool recursive, const std::string& cwd, Effects& effects) {
@@ -58,6 +74,12 @@ std::vector<Word> commandOfXargs(Words arguments) {
     index = std::min(index, arguments.size());
     std::vector<Word> command(arguments.begin() + static_cast<std::ptrdiff_t>(index), arguments.end());
     (void)unwrap(command);
+    const std::string_view sign = replacedSign(arguments.first(index));
+    if (!sign.empty() && sign != "{}"sv)
+        for (Word& word : command)
+            for (std::size_t at = word.text.find(sign);
+                 at != std::string::npos && command.size() <= Budget::itemsOfList; at = word.text.find(sign, at + 2))
+                word.text.replace(at, sign.size(), "{}");
     return command;
 }
 

@@ -19,7 +19,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::array shells = {"sh"sv, "bash"sv, "zsh"sv, "dash"sv, "ksh"sv, "ash"sv, "mksh"sv, "rbash"sv};
+constexpr std::array shells = {"sh"sv, "bash"sv, "zsh"sv, "dash"sv, "ksh"sv, "ash"sv, "mksh"sv, "rbash"sv, "fish"sv};
 // Options of shells whose value is a word of its own.
 constexpr std::array valueOptions = {"-o"sv, "+o"sv, "-O"sv, "+O"sv, "--rcfile"sv, "--init-file"sv};
 

@@ -38,9 +38,8 @@ std::optional<std::int64_t> bytesOf(std::string_view size) {
 bool isRecursive(Words arguments) {
     for (const Word& word : arguments) {
         if (word.text == "--"sv) return false;
-        if (word.text == "--recursive"sv ||
-            (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos))
-            return true;
+        const bool isLong = word.text.size() > 2 && "--recursive"sv.starts_with(word.text); // perhaps cut short
+        if (isLong || (isShortCluster(word) && word.text.find_first_of("rR") != std::string::npos)) return true;
     }
     return false;
 }
@@ -49,7 +48,9 @@ bool editsInPlace(Words arguments) {
     return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
         // Behind -e, -f, -M and -I stands what they take.
         const std::size_t letter = isShortCluster(word) ? word.text.find_first_of("iefMmIF") : std::string::npos;
-        return word.text.starts_with("--in-place") || (letter != std::string::npos && word.text[letter] == 'i');
+        const std::string_view name = std::string_view(word.text).substr(0, word.text.find('='));
+        return (name.size() > 2 && "--in-place"sv.starts_with(name)) ||
+               (letter != std::string::npos && word.text[letter] == 'i');
     });
 }
 

@@ -19,6 +19,11 @@ namespace tidewrack::shell {
 struct Operands {
     std::vector<const Word*> words; // that are neither options nor what options take
     std::optional<Word> folder;     // into which all of them go: -t FOLDER
+    std::string flags;              // the letters of the options that take no word
+    std::vector<std::string_view> longOptions;
+
+    // Whether an option is there that takes no word, by its letter or its long name.
+    [[nodiscard]] bool has(char letter, std::string_view name) const;
 };
 
 // `letters` are the short options that take a word, `options` the long ones, each between blanks.
@@ -27,7 +32,8 @@ struct Operands {
 // Whether an option is there that takes no word, under its long name or as a letter, perhaps of a cluster.
 [[nodiscard]] bool hasOption(std::span<const Word> arguments, char letter, std::string_view name);
 
-// The word that an option takes: -s WORD, -sWORD, --size WORD, --size=WORD; empty where it is not there.
+// The word that an option takes: -s WORD, -sWORD, --size WORD, --size=WORD; the last one's. Empty where it is not
+// there.
 [[nodiscard]] std::string valueOf(std::span<const Word> arguments, char letter, std::string_view name);
 
 } // namespace tidewrack::shell
