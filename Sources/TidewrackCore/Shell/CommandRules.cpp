@@ -329,6 +329,7 @@ void Examination::xargs() {
     }
     if (rule && rule->apply == &E::git) examineGitStore(Words(command).subspan(1), cwd_, effects_);
     if (rule && rule->apply == &E::remove) lookAtRemoved(*rule, command);
+    if (rule && nestedText(command) && actOn(command) == Act::nothing) return;
     if (rule && !onlyReads(*rule, Words(command).subspan(1)))
         effects_.opaque(cwd_);
     else if (rule && rule->apply == &E::changeModes)
@@ -343,8 +344,8 @@ void Examination::changeModes() {
     const auto mode = std::find_if_not(arguments_.begin(), arguments_.end(), isOption);
     const bool stays = name_ == "chmod"sv && mode != arguments_.end() && keepsReadable(mode->text);
     const Extent extent = stays ? Extent::rights : Extent::item;
-    for (const Word& word : arguments_) {
     const bool recursive = isRecursive(arguments_);
+    for (const Word& word : arguments_) {
         if (recursive)
             effects_.targetWord(word, cwd_, Links::followed, Extent::kept);
         else if (!isOption(word))

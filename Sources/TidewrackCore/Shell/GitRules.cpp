@@ -28,16 +28,16 @@ constexpr std::array alwaysChanging = {"rm"sv, "mv"sv, "apply"sv, "merge"sv, "am
 
 // Subcommands that leave the work tree as it is, except for files that they are told to write.
 constexpr std::array leavingTree = {
-    "add"sv,       "annotate"sv,      "archive"sv,      "blame"sv,        "branch"sv,       "bundle"sv,
-    "cat-file"sv,  "check-attr"sv,    "check-ignore"sv, "cherry"sv,       "clone"sv,        "commit"sv,
-    "config"sv,    "count-objects"sv, "describe"sv,     "diff"sv,         "diff-files"sv,   "diff-index"sv,
-    "diff-tree"sv, "difftool"sv,      "fetch"sv,        "for-each-ref"sv, "format-patch"sv, "fsck"sv,
-    "gc"sv,        "grep"sv,          "hash-object"sv,  "help"sv,         "init"sv,         "log"sv,
-    "ls-files"sv,  "ls-remote"sv,     "ls-tree"sv,      "maintenance"sv,  "merge-base"sv,   "name-rev"sv,
-    "notes"sv,     "prune"sv,         "push"sv,         "range-diff"sv,   "reflog"sv,       "remote"sv,
-    "repack"sv,    "rev-list"sv,      "rev-parse"sv,    "shortlog"sv,     "show"sv,         "show-branch"sv,
-    "show-ref"sv,  "status"sv,        "symbolic-ref"sv, "tag"sv,          "update-index"sv, "update-ref"sv,
-    "var"sv,       "verify-commit"sv, "version"sv,      "whatchanged"sv,  "write-tree"sv};
+    "add"sv,         "annotate"sv,      "archive"sv,       "blame"sv,        "branch"sv,       "bundle"sv,
+    "cat-file"sv,    "check-attr"sv,    "check-ignore"sv,  "cherry"sv,       "clone"sv,        "commit"sv,
+    "config"sv,      "count-objects"sv, "describe"sv,      "diff"sv,         "diff-files"sv,   "diff-index"sv,
+    "diff-tree"sv,   "difftool"sv,      "fetch"sv,         "for-each-ref"sv, "format-patch"sv, "fsck"sv,
+    "gc"sv,          "grep"sv,          "hash-object"sv,   "help"sv,         "init"sv,         "log"sv,
+    "ls-files"sv,    "ls-remote"sv,     "ls-tree"sv,       "maintenance"sv,  "merge-base"sv,   "name-rev"sv,
+    "notes"sv,       "prune"sv,         "push"sv,          "range-diff"sv,   "reflog"sv,       "remote"sv,
+    "repack"sv,      "request-pull"sv,  "rev-list"sv,      "rev-parse"sv,    "shortlog"sv,     "show"sv,
+    "show-branch"sv, "show-ref"sv,      "status"sv,        "symbolic-ref"sv, "tag"sv,          "update-index"sv,
+    "update-ref"sv,  "var"sv,           "verify-commit"sv, "version"sv,      "whatchanged"sv,  "write-tree"sv};
 
 // Those that leave git's own store as it is, but for objects that are added.
 constexpr std::array leavingStore = {"annotate"sv,     "archive"sv,
@@ -125,15 +125,24 @@ std::string topOf(const std::string& folder, Effects& effects) {
     return top.empty() ? folder : top;
 }
 
+// git apply --check, --stat
+bool onlyTellsOfPatch(std::string_view subcommand, Words arguments) {
+    return subcommand == "apply" && hasAny(arguments, {"--check", "--stat", "--numstat", "--summary"}) &&
+           !hasOption(arguments, "--apply", 3);
+}
+
 // What git does to the tree where no rule says it: an alias may do anything, and so may some subcommands.
 bool mayChangeTree(std::string_view subcommand, Words arguments) {
-    if (subcommand == "worktree" || subcommand == "bisect" || subcommand == "submodule" || subcommand == "stash") {
-        constexpr std::array reading = {"list"sv, "log"sv, "show"sv, "status"sv, "view"sv, "create"sv};
+    if (subcommand == "worktree" || subcommand == "bisect" || subcommand == "submodule" || subcommand == "stash" ||
+        subcommand == "sparse-checkout" || subcommand == "lfs") {
+        constexpr std::array reading = {"list"sv, "log"sv,    "show"sv,     "status"sv,
+                                        "view"sv, "create"sv, "ls-files"sv, "env"sv};
         const bool reads = !arguments.empty() && isIn(reading, arguments.front().text);
         return !reads && !(subcommand == "worktree" && hasAny(arguments, {"add", "lock", "unlock"}));
     }
     // Without -f git's configuration says whether it removes anything.
-    if (subcommand == "clean") return !hasOption(arguments, "--dry-run", 3, 'n');
+    if (subcommand == "clean") return !isDryClean(arguments);
+    if (onlyTellsOfPatch(subcommand, arguments)) return false;
     return !isIn(leavingTree, subcommand) && !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) &&
            !subcommand.starts_with('-');
 }
@@ -192,7 +201,7 @@ bool changesWorkTree(std::string_view subcommand, Words arguments) {
     if (subcommand == "clean")
         return !isDryClean(arguments) &&
                (hasOption(arguments, "--force", 3, 'f') || hasOption(arguments, "--interactive", 3, 'i'));
-    return isIn(alwaysChanging, subcommand);
+    return isIn(alwaysChanging, subcommand) && !onlyTellsOfPatch(subcommand, arguments);
 }
 
 bool takesUntracked(std::string_view subcommand, Words arguments) {
