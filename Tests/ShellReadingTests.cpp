@@ -78,6 +78,7 @@ TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
         {"git -c core.editor='rm x' -C ../out -c Pager.log='rm y;:' commit", "out/x out/y"},
         {"GIT_EDITOR='rm x;:' git commit; export GIT_PAGER='rm y z'; git log; EDITOR=nano git commit",
          "tree/x tree/y tree/z"},
+        {"GIT_WORK_TREE=../out GIT_EDITOR='rm x;:' git clean -fd", "out tree/x"},
         {"git -c alias.x='!rm y' x z; git -c alias.x='clean -fd' x; git -c alias.x='!rm w' log",
          "tree tree/y tree/z ~tree"},
         {"git -c credential.helper='!rm x' fetch; git -c credential.helper=store -c core.pager=cat fetch", "tree/x"},

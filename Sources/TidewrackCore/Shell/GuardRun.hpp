@@ -46,7 +46,7 @@ class Guard {
     bool takeCall(const std::vector<Word>& words);
     void call(const std::vector<Word>& words);
     bool takeAlias(const Command& command);
-    const std::vector<Word>& inGitsEnvironment(std::vector<Word>& words);
+    void placeGitsEnvironment(std::vector<Word>& words);
     void peel(std::vector<Word>& words);
     void takeText(const NestedText& nested);
     void takeTextIn(const NestedText& nested, const std::string& folder);
