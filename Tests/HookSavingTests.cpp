@@ -271,7 +271,7 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
                                         {"cp ~/x.txt ~/outside.txt", true},
                                         {"truncate -s +1K ~/outside.txt", false},
                                         {"truncate -s 0 ~/outside.txt", true},
-                                        {"dd if=/dev/zero of=~/outside.txt conv=sync,notrunc", false},
+                                        {"dd if=/dev/zero of=~/outside.txt oflag=append conv=notrunc", false},
                                         {"dd if=/dev/zero of=~/outside.txt", true}})
         EXPECT_EQ(handler.handle(Agent::codex, event(Agent::codex, Kind::shell, "/", command), "/").exitCode == 2, asks)
             << command;

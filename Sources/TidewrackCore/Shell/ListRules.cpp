@@ -4,6 +4,7 @@
 #include "Shell/CommandRules.hpp"
 #include "Shell/FindRules.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/NestedText.hpp"
 #include "Shell/OptionEffects.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Wrappers.hpp"
@@ -75,11 +76,9 @@ std::vector<Word> commandOfXargs(Words arguments) {
     std::vector<Word> command(arguments.begin() + static_cast<std::ptrdiff_t>(index), arguments.end());
     (void)unwrap(command);
     const std::string_view sign = replacedSign(arguments.first(index));
-    if (!sign.empty() && sign != "{}"sv)
+    if (!sign.empty() && sign != "{}"sv && command.size() <= Budget::itemsOfList)
         for (Word& word : command)
-            for (std::size_t at = word.text.find(sign);
-                 at != std::string::npos && command.size() <= Budget::itemsOfList; at = word.text.find(sign, at + 2))
-                word.text.replace(at, sign.size(), "{}");
+            if (word.text.find(sign) != std::string::npos) word.text = withItem(word.text, sign, "{}");
     return command;
 }
 

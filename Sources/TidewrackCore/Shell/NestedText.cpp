@@ -74,14 +74,10 @@ NestedText joinedText(std::span<const Word> words) {
 }
 
 // `text` with every {} replaced; behind it where there is none.
-std::string filledIn(std::string text, std::string_view operand) {
-    bool placed = false;
-    for (std::size_t at = text.find("{}"); at != text.npos; at = text.find("{}", at + operand.size())) {
-        text.replace(at, 2, operand);
-        placed = true;
-    }
-    if (!placed) text.append(text.empty() ? 0 : 1, ' ').append(operand);
-    return text;
+std::string filledIn(std::string_view text, std::string_view operand) {
+    if (text.find("{}") != text.npos) return withItem(text, "{}", operand);
+    std::string filled(text);
+    return filled.append(text.empty() ? 0 : 1, ' ').append(operand);
 }
 
 std::string asWord(const Word& word) {
@@ -106,6 +102,9 @@ NestedText parallelText(std::span<const Word> arguments) {
         nested.unknown = nested.unknown || word->unknown || ++count > Budget::parallelOperands;
         nested.text += command.text.empty() ? word->text : filledIn(command.text, asWord(*word));
         nested.text += '\n';
+        if (nested.text.size() <= Budget::nestedBytes) continue;
+        nested.unknown = true;
+        break;
     }
     if (list != arguments.end()) return nested;
     // What it reads is $1, which is not known.
@@ -144,7 +143,7 @@ void addSetting(std::string_view setting, std::span<const Word> behind, RunByGit
     if (!key.starts_with("alias.")) return;
     const auto isName = [&](const Word& word) { return word.text == std::string_view(key).substr(6); };
     const auto name = std::find_if(behind.begin(), behind.end(), isName);
-    if (name == behind.end()) return;
+    if (name == behind.end() || run.texts.size() >= Budget::traps) return;
     std::string text = runsShell ? std::string(value.substr(1)) : "git " + std::string(value);
     for (auto word = name + 1; word != behind.end(); ++word)
         text.append(1, ' ').append(word->unknown ? "\"$1\"" : asWord(*word));
@@ -173,8 +172,20 @@ std::optional<NestedText> nestedText(const std::vector<Word>& words) {
     return nested;
 }
 
+std::string withItem(std::string_view text, std::string_view sign, std::string_view item) {
+    std::string filled;
+    while (filled.size() <= Budget::nestedBytes) {
+        const std::size_t at = std::min(text.find(sign), text.size());
+        filled += text.substr(0, at);
+        if (at == text.size()) break;
+        filled += item;
+        text.remove_prefix(at + sign.size());
+    }
+    return filled;
+}
+
 void RunByGit::add(std::string text) {
-    if (text.find_first_of(" \t\n;&|<>$`") == text.npos) return;
+    if (texts.size() >= Budget::traps || text.find_first_of(" \t\n;&|<>$`") == text.npos) return;
     NestedText& nested = texts.emplace_back();
     nested.text = std::move(text);
     nested.ownShell = true;

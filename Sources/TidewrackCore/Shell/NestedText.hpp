@@ -22,6 +22,9 @@ struct NestedText {
 // The text that a command's words make it run; none where they do not.
 [[nodiscard]] std::optional<NestedText> nestedText(const std::vector<Word>& words);
 
+// `text` with the item in place of every `sign`, as far as it is not too long to be read as commands.
+[[nodiscard]] std::string withItem(std::string_view text, std::string_view sign, std::string_view item);
+
 // Texts that git runs because its options or variables say so, and the folder in which it does.
 struct RunByGit {
     std::vector<NestedText> texts;
