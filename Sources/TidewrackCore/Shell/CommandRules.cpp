@@ -291,7 +291,7 @@ void Examination::editInPlace() {
 
 bool onlyReads(const Rule& rule, Words arguments) {
     if (rule.apply == &E::editInPlace)
-        return !editsInPlace(arguments) && (rule.name == "perl" || sedEffects(arguments).none());
+        return !editsInPlace(arguments) && (rule.name == "perl" ? printsOnly(arguments) : sedEffects(arguments).none());
     if (rule.apply == &E::changeModes) return !isRecursive(arguments);
     if (rule.apply == &E::make) return true;
     if (rule.apply == &E::find) return findAct(arguments) == Act::nothing;

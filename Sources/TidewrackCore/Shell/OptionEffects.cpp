@@ -1,5 +1,7 @@
 #include "Shell/OptionEffects.hpp"
 
+#include "Shell/Expansion.hpp"
+#include "Shell/NameFilter.hpp"
 #include "Shell/Options.hpp"
 #include "Shell/Readers.hpp"
 
@@ -31,6 +33,41 @@ std::optional<std::int64_t> bytesOf(std::string_view size) {
         count *= unit.substr(1) == "B"sv ? 1000 : 1024;
     }
     return count;
+}
+
+// What perl does to files, and what runs or loads further code: each between blanks.
+constexpr std::string_view actsOfPerl =
+    " chmod chown dbmopen do ee eeg eval exec gee link open qx readpipe rename require rmdir symlink syscall sysopen "
+    "system truncate unlink use utime ";
+
+// Modules that neither change files nor run anything.
+constexpr std::string_view harmlessModules =
+    " constant feature integer open strict utf8 warnings Data::Dumper Digest::MD5 Digest::SHA Encode JSON::PP "
+    "List::Util MIME::Base64 Scalar::Util Text::Wrap Time::HiRes Time::Local ";
+
+// NAME, NAME=what it exports
+bool isHarmlessModule(std::string_view text) {
+    return listsWord(harmlessModules, text.substr(0, text.find_first_of("=; \t(")));
+}
+
+// Whether a perl program may do more than read and print: by the names in it, wherever they stand.
+bool perlMayAct(std::string_view code) {
+    for (const std::string_view sign : {"`"sv, "$^I"sv, "@ARGV"sv, "$ARGV["sv, "${^"sv})
+        if (code.find(sign) != code.npos) return true;
+    for (std::size_t at = 0; at < code.size();) {
+        const std::size_t length = nameLength(code.substr(at));
+        const std::string_view name = code.substr(at, length);
+        std::string_view rest = code.substr(at + length);
+        rest.remove_prefix(std::min(rest.find_first_not_of(" \t\n"), rest.size()));
+        const bool isVariable = at > 0 && "$%@"sv.find(code[at - 1]) != code.npos;
+        const bool isBlock = name == "eval"sv && rest.starts_with('{');
+        const bool isText = name == "do"sv && (rest.empty() || "\"'$(q"sv.find(rest[0]) == rest.npos); // or a block
+        const bool isLoaded = name == "use"sv && nameLength(rest) > 0 && !isHarmlessModule(rest);
+        const bool isHarmless = isVariable || isBlock || isText || (name == "use"sv && !isLoaded);
+        if (length > 0 && !isHarmless && listsWord(actsOfPerl, name)) return true;
+        at += std::max<std::size_t>(length, 1);
+    }
+    return false;
 }
 
 } // namespace
@@ -81,17 +118,29 @@ bool keepsReadable(std::string_view mode) {
 
 bool printsOnly(Words arguments) {
     if (onlyTellsOfItself("perl", arguments)) return true;
-    const auto filters = [](const Word& word) {
-        const bool loads = word.text.starts_with("-M") || word.text.starts_with("-m") || word.text.starts_with("-I");
-        return isShortCluster(word) && !loads && word.text.find_first_of("npc") != std::string::npos;
-    };
-    const auto acts = [](const Word& word) {
-        for (const std::string_view call : {"unlink"sv, "open"sv, "system"sv, "rename"sv, "rmdir"sv, "exec"sv, "`"sv})
-            if (word.text.find(call) != std::string::npos) return true;
-        return false;
-    };
-    return std::any_of(arguments.begin(), arguments.end(), filters) &&
-           std::none_of(arguments.begin(), arguments.end(), acts);
+    bool filters = false;
+    bool checks = false;
+    bool hasCode = false;
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        if (!isShortCluster(arguments[index])) continue;
+        const std::string_view text = arguments[index].text;
+        const std::size_t at = std::min(text.find_first_of("eEMmIFdD", 1), text.size());
+        const std::string_view flags = text.substr(0, at);
+        filters = filters || flags.find_first_of("np") != text.npos;
+        checks = checks || flags.find('c') != text.npos;
+        if (at == text.size()) continue;
+        const std::string_view value = text.substr(at + 1);
+        if (text[at] == 'M' || text[at] == 'm') {
+            if (!isHarmlessModule(value)) return false;
+        } else if (text[at] == 'e' || text[at] == 'E') {
+            hasCode = true;
+            if (value.empty() && ++index == arguments.size()) return false;
+            if (arguments[index].unknown || perlMayAct(value.empty() ? arguments[index].text : value)) return false;
+        } else if (text[at] != 'F') {
+            return false;
+        }
+    }
+    return hasCode ? filters || checks : checks;
 }
 
 } // namespace tidewrack::shell
