@@ -371,6 +371,15 @@ void noteGitStore(Words arguments, const GitCall& call, Effects& effects) {
     effects.useGitStore({call.folder, call.store, loses, loses || subcommand.text == "worktree"});
 }
 
+// Also in a cluster, but not in a branch's name that is joined to an option: -bmine.
+bool hasFlag(Words words, std::string_view option, char letter) {
+    if (hasOption(words, option, 5)) return true;
+    return std::any_of(words.begin(), words.end(), [&](const Word& word) {
+        const std::string_view text = word.text;
+        return isShortCluster(word) && text.substr(0, text.find_first_of("bBcC", 1)).find(letter, 1) != text.npos;
+    });
+}
+
 void examineCheckout(std::string_view subcommand, Words arguments, const GitCall& call, Effects& effects) {
     const std::string& workTree = call.workTree;
     const bool indexOnly = hasAny(arguments, {"--staged", "-S"}) && !hasOption(arguments, "--worktree", 3, 'W');
@@ -381,6 +390,9 @@ void examineCheckout(std::string_view subcommand, Words arguments, const GitCall
     const auto marker =
         std::find_if(arguments.begin(), arguments.end(), [](const Word& word) { return word.text == "--"; });
     const bool isForced = hasOption(arguments, "--force", 4, subcommand == "restore" ? '\0' : 'f');
+    // Some of the changes go, or are mixed with those of a branch.
+    const bool mayMix = !indexOnly && (hasFlag(arguments, "--patch", 'p') || hasFlag(arguments, "--merge", 'm') ||
+                                       hasOption(arguments, "--conflict", 5));
     if (marker != arguments.end()) {
         if (marker + 1 == arguments.end()) return takeTree(true, isForced);
         if (std::any_of(marker + 1, arguments.end(), isPathspec)) return takeTree(true, false);
@@ -394,7 +406,7 @@ void examineCheckout(std::string_view subcommand, Words arguments, const GitCall
     } else if (hasAny(arguments, {"."})) {
         takeTree(false, true);
     } else if (hasOption(arguments, "--pathspec-from-file", 5) ||
-               std::any_of(arguments.begin(), arguments.end(), isPathspec) || isForced) {
+               std::any_of(arguments.begin(), arguments.end(), isPathspec) || isForced || mayMix) {
         takeTree(true, isForced);
     } else {
         examineUnmarkedPaths(subcommand, arguments, call, effects);
