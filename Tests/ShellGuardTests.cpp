@@ -117,6 +117,11 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
          "home/Documents home/Music p/a p/b deny ?p"},
         {"find a -exec cp {} b \\;; find c -name x -exec mv -t ../d {} +", "p/b p/c ?d p ~p/a"},
         {"find a \\( -type f \\) -delete", "p/a"},
+        {"find . -xtype l -delete; find . -newermt 2020-01-01 -type f -delete; find . -user me | xargs rm", "p ?p"},
+        {"find . -maxdepth 1 -type f -exec mv {} a/ \\;", "p p/a ?p"},
+        {"find . -type f,d -delete", "p ask"},
+        {"find . -mindepth 1 -exec mv {} ../x \\;", "p x ask ?p"},
+        {"find ~ -user me -delete; find / -newermt 1970-01-01 -delete; find ~ -xtype l -delete", "/ home deny ~home"},
         {"find -L ~ -delete; find -H -D tree -O3 /usr -exec rm {} +", "home /usr deny"},
         // git's subcommands
         {"git; git status; git add .; git commit -m x; git push; git checkout a; git switch a", ""},

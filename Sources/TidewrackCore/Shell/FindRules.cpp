@@ -29,12 +29,56 @@ constexpr std::array findRuns = {"-exec"sv, "-execdir"sv, "-ok"sv, "-okdir"sv};
 constexpr std::array findDeletes = {"-delete"sv};
 constexpr std::array findWrites = {"-fprint"sv, "-fprint0"sv, "-fprintf"sv, "-fls"sv};
 
-constexpr std::array findTests = {"-name"sv,  "-iname"sv, "-path"sv, "-ipath"sv, "-regex"sv, "-iregex"sv,
-                                  "-newer"sv, "-mtime"sv, "-mmin"sv, "-size"sv,  "-empty"sv};
+constexpr std::array findTests = {
+    "-name"sv,      "-iname"sv,      "-path"sv,    "-ipath"sv,   "-regex"sv,   "-iregex"sv,  "-newer"sv,
+    "-mtime"sv,     "-mmin"sv,       "-size"sv,    "-empty"sv,   "-ctime"sv,   "-cmin"sv,    "-atime"sv,
+    "-amin"sv,      "-anewer"sv,     "-cnewer"sv,  "-lname"sv,   "-ilname"sv,  "-inum"sv,    "-samefile"sv,
+    "-wholename"sv, "-iwholename"sv, "-newermt"sv, "-newerct"sv, "-newerat"sv, "-newerBt"sv, "-newermm"sv,
+    "-newercm"sv,   "-perm"sv,       "-user"sv,    "-group"sv,   "-uid"sv,     "-gid"sv,     "-nouser"sv,
+    "-nogroup"sv,   "-executable"sv, "-links"sv};
+
+// Those of them that may well hold for everything in a folder.
+constexpr std::array broadTests = {"-perm"sv,    "-user"sv,    "-group"sv,   "-uid"sv,        "-gid"sv,
+                                   "-links"sv,   "-nouser"sv,  "-nogroup"sv, "-executable"sv, "-newermt"sv,
+                                   "-newerct"sv, "-newerat"sv, "-newerBt"sv};
 
 template <std::size_t size>
 bool holdsAny(Words words, const std::array<std::string_view, size>& table) {
     return std::any_of(words.begin(), words.end(), [&](const Word& word) { return isIn(table, word.text); });
+}
+
+// Whether the word is a test on the kind of file that leaves out files and folders: -type l, -xtype l.
+bool takesOnlyLinks(Words arguments, std::size_t index) {
+    if (index + 1 >= arguments.size()) return false;
+    const std::string_view text = arguments[index].text;
+    const Word& kinds = arguments[index + 1];
+    return (text == "-type"sv || text == "-xtype"sv) && !kinds.unknown &&
+           kinds.text.find_first_of("fd") == std::string::npos;
+}
+
+bool takesOnlyLinks(Words arguments) {
+    for (std::size_t index = 0; index < arguments.size(); ++index)
+        if (takesOnlyLinks(arguments, index)) return true;
+    return false;
+}
+
+// Whether it is not certain that a folder keeps most of what it holds.
+bool hasOnlyBroadTests(Words arguments) {
+    const auto isNarrow = [](const Word& word) { return isIn(findTests, word.text) && !isIn(broadTests, word.text); };
+    return !takesOnlyLinks(arguments) && std::none_of(arguments.begin(), arguments.end(), isNarrow);
+}
+
+// Whether find takes files to another place and leaves the folders where they are.
+bool movesFiles(Words arguments) {
+    const auto isType = [](const Word& type, const Word& value) {
+        return type.text == "-type"sv && value.text == "f"sv;
+    };
+    const bool takesFiles = std::adjacent_find(arguments.begin(), arguments.end(), isType) != arguments.end();
+    if (!takesFiles || holdsAny(arguments, findDeletes)) return false;
+    const auto commands = commandsOfFind(arguments);
+    return std::all_of(commands.begin(), commands.end(), [](const std::vector<Word>& command) {
+        return !command.empty() && (commandName(command.front()) == "mv"sv || actOn(command) != Act::removed);
+    });
 }
 
 constexpr std::array fdRuns = {"-x"sv, "-X"sv, "--exec"sv, "--exec-batch"sv};
@@ -88,7 +132,7 @@ bool testsLimit(Words arguments, bool prints) {
     for (std::size_t index = 0; index < arguments.size(); ++index) {
         const std::string_view text = arguments[index].text;
         if (text == "-o"sv || text == "-or"sv || text == ","sv) isLimited = false;
-        isLimited = isLimited || isIn(findTests, text);
+        isLimited = isLimited || isIn(findTests, text) || takesOnlyLinks(arguments, index);
         bool isAction = isIn(findDeletes, text) || (prints && text.starts_with("-print"));
         if (isIn(findRuns, text)) {
             const auto endsRun = [](const Word& word) { return word.text == ";"sv || word.text == "+"sv; };
@@ -101,7 +145,7 @@ bool testsLimit(Words arguments, bool prints) {
         acts = acts || isAction;
         if (isAction && !isLimited) return false;
     }
-    return acts || holdsAny(arguments, findTests);
+    return acts || holdsAny(arguments, findTests) || takesOnlyLinks(arguments);
 }
 
 // What must hold of a file so that find acts on it, as far as its path tells.
@@ -319,10 +363,17 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     const FoundFiles tests = testsOf(arguments, areLimiting);
     listFound(roots, tests, cwd, effects);
     const Act act = findAct(arguments);
-    const bool wholeTree = act == Act::removed && !areLimiting;
+    const bool removes = act == Act::removed;
+    const bool wholeTree = removes && !areLimiting && !movesFiles(arguments);
+    const bool isBroad = removes && hasOnlyBroadTests(arguments);
+    const auto isProtected = [&](const Word& root) {
+        const auto paths = root.unknown ? std::vector<std::string>() : effects.resolve(root, cwd);
+        return std::any_of(paths.begin(), paths.end(),
+                           [&](const std::string& path) { return effects.isProtected(path, linksOf(root)); });
+    };
     const bool recursive = removesRecursively(arguments);
     for (const Word& root : roots) {
-        if (wholeTree)
+        if (wholeTree || (isBroad && isProtected(root)))
             effects.targetWord(root, cwd, linksOf(root), Extent::removed);
         else
             takeTree(root, tests, act, recursive, cwd, effects);
