@@ -139,7 +139,12 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"git -C /s merge x; git -C /t rebase y; git -C /u apply z; git -C /v am; git -C /w revert q; git -C /x mv a b",
          "/s /t /u /v /w /x"},
         {"echo x > .git/config", "p/.git/config ask"},
-        {"rm -rf .git", "p/.git ask"},
+        {"rm -rf .git; git clone x t && rm -rf t/.git; cp -r t/.git /x; rm .git/index.lock",
+         "p/.git p/.git/index.lock p/t/.git /x"},
+        {"echo x >> .git/info/exclude; echo x >> ../q/.git/a", "p/.git/info/exclude q/.git/a"},
+        {"echo x >> .git/a; mv b .git/a", "p/.git/a p/b ask"},
+        {"mv ../x t; rm -rf t/.git", "p/t p/t/.git x ask"},
+        {"make; rm -rf t/.git", "p/t/.git ask ?p"},
         {"rm -rf .GIT; echo x > ../q/.Git/HEAD", "p/.GIT q/.Git/HEAD ask"},
         {"rm .gitignore .gitx/.git-y a.git/.g", "p/.gitignore p/.gitx/.git-y p/a.git/.g"},
     });

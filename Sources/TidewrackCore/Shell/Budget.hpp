@@ -72,8 +72,9 @@ struct Budget {
     static constexpr std::size_t listedDepth = 16;
     static constexpr std::size_t listingsLookedAt = 64;
     static constexpr std::size_t listings = 4;
-    static constexpr std::size_t namesMade = 64;          // by the line, that are looked through
-    static constexpr std::size_t gitCommands = 64;        // whose stores are copied, and which git is asked about
+    static constexpr std::size_t namesMade = 64;   // by the line, that are looked through
+    static constexpr std::size_t gitCommands = 64; // whose stores are copied, and which git is asked about
+    static constexpr std::size_t appendedInGit = 16;
     static constexpr std::size_t links = 16;              // that the line makes
     static constexpr std::size_t wordsBehindPattern = 64; // of git -C PATTERN, followed into each match
 };

@@ -212,6 +212,8 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         const bool stays = extent == Extent::moved || extent == Extent::kept;
         if (!full() && stays) decision_.keptWhole.push_back(path);
         if (!full() && !stays) destroyed_.push_back(decision_.targets.size());
+        if (word.appends && onlyAppended_.size() < Budget::appendedInGit && isInGitStore(path))
+            onlyAppended_.push_back(path);
         target(std::move(path), cwd, links, extent);
     };
     if (word.glob && extent == Extent::removed) takeEmptied(absolutePath(word.text, cwd), cwd);
@@ -333,20 +335,46 @@ void Effects::denyCatastrophes() {
     }
 }
 
+// Nothing goes with a lock, with what is only added to, and where there is no store: behind nothing that the line may
+// have put there, and where the line is sure to be where it seems to be.
+bool Effects::mayLoseGitsHistory(const std::string& path) {
+    if (!isInGitStore(path)) return false;
+    if (std::binary_search(onlyAppended_.begin(), onlyAppended_.end(), path)) return false;
+    if (path.ends_with(".lock") && takesLook() && !isFolder(path)) return false;
+    const bool isStore = !isInGitStore(parentOf(path));
+    if (!isStore || decision_.opaque || !links_.empty() || mayExist(path, "/")) return true;
+    const auto& targets = decision_.targets;
+    for (std::string_view above = parentOf(path); above.size() > 1; above = parentOf(above))
+        if (std::binary_search(targets.begin(), targets.end(), above)) return true;
+    return false;
+}
+
 Decision Effects::decide() {
+    keepOnlyAppended();
     sortAndDedupe(decision_.opaqueDirs);
     sortAndDedupe(decision_.suspected);
     if (!decision_.targets.empty() || !aroundHome_.empty()) judgeTargets();
     // Stronger than any other question: what that says of snapshots would not hold.
     if (own_.question() && decision_.verdict.kind != Verdict::Kind::deny)
         decision_.verdict = {Verdict::Kind::ask, *own_.question()};
-    const auto inGitStore = std::find_if(decision_.targets.begin(), decision_.targets.end(), isInGitStore);
+    const auto inGitStore = std::find_if(decision_.targets.begin(), decision_.targets.end(),
+                                         [&](const std::string& path) { return mayLoseGitsHistory(path); });
     if (inGitStore != decision_.targets.end())
         decision_.verdict.raiseTo(
             {Verdict::Kind::ask, "This changes " + *inGitStore +
                                      ". Tidewrack doesn't keep git's own history, so it can't undo "
                                      "this. Allow?"});
     return std::move(decision_);
+}
+
+// Drops what other commands of the line change in another way.
+void Effects::keepOnlyAppended() {
+    const auto all = std::exchange(onlyAppended_, {});
+    const auto& targets = decision_.targets;
+    for (const std::string& path : all)
+        if (std::count(targets.begin(), targets.end(), path) == std::count(all.begin(), all.end(), path))
+            onlyAppended_.push_back(path);
+    sortAndDedupe(onlyAppended_);
 }
 
 void Effects::judgeTargets() {

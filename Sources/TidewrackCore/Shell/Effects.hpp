@@ -179,6 +179,8 @@ class Effects {
     void followLinks(const std::string& path, Links links);
     [[nodiscard]] std::string kernelPath(std::string_view text, std::string_view cwd);
     bool isKeptSomewhere(const std::string& path);
+    [[nodiscard]] bool mayLoseGitsHistory(const std::string& path);
+    void keepOnlyAppended();
     void judgeTargets();
     void denyCatastrophes();
 
@@ -190,6 +192,7 @@ class Effects {
     std::int64_t bytesLeft_ = Budget::bytesWrittenOver;      // that may be written over outside of projects
     std::vector<std::size_t> destroyed_;                     // places of targets that are neither moved nor added to
     std::vector<std::pair<std::string, std::string>> links_; // that the line makes, and where they lead
+    std::vector<std::string> onlyAppended_;                  // targets in git's store, by redirections
     std::vector<Listing> listings_;
     std::vector<std::string> unknownIn_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
