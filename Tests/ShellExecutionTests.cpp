@@ -33,6 +33,8 @@ class Scratch {
         for (const std::string& file : files_) folder_.write(file, contentOf(file));
         folder_.write("project/list", "a.txt\nsub/d.txt\n");
         folder_.write("project/outside", folder_.at("out/a.txt") + "\n");
+        folder_.write("project/values", "WHERE=" + folder_.at("out") + "\n");
+        folder_.write("project/enter", "cd ../out\n");
         context_.cwd = folder_.at("project");
         context_.home = folder_.at("home");
         context_.env = {{"HOME", context_.home}, {"OUT", folder_.at("out")}};

@@ -26,6 +26,8 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
     context.projectRoots.push_back(root + "/home/p");
     folder.write("home/data/f", "x");
     folder.write("tree/list", "/none\n" + root + "/home/data/f\n");
+    folder.write("tree/env",
+                 "# of the tests\nB=sub\nif x; then C=~/Documents; fi\nE=../out\nclean() { rm -rf ~; }\nD=$E/d\n");
     const Row rows[] = {
         {"pytest -q", " ~tree"},
         {"pytest -v; (cd sub; ./reset.sh -h); (cd ../out; ./x version)", " ~out tree tree/sub @out"},
@@ -57,6 +59,18 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
         {"echo \"$(unknown)\" `unknown`", " ?tree"},
         {"sort -o a.txt b.txt; sort -o none b.txt", " @tree/a.txt"},
         {"for c in rm ls; do $c a.txt; done; $(which rm) b.txt", "tree/a.txt tree/b.txt"},
+        // Values that files give, and those that tests demand
+        {". ./env; rm -rf $B/*; cd $D; rm x", "out/d/x tree/sub/c.txt ?out/d tree"},
+        {". ./env; rm -rf \"$C\"/* \"$E\"/x; rm -rf ~/$NOPE", "home out/x deny ?tree"},
+        {"rm -rf ~/$B; export B=\"$(x)\"; rm -rf ~/$B/x", "home deny ?tree"},
+        {". ./none; rm -rf ~/$B", "home deny ?tree"},
+        {"echo > none; . ./none; rm -rf ~/$B", "tree/none ?tree"},
+        {"export $(grep -v '^#' env | xargs); rm $B/x; rm -rf ~/$NOPE", "tree/sub/x ?tree"},
+        {"eval \"$(x)\"; rm -rf ~/$NOPE", " ?tree"},
+        {"rm -rf ~/${NOPE:?}; [ -n \"$NO\" ] && rm -rf ~/$NO", " ?tree"},
+        {"[ -n \"$NO\" ] && ls; rm -rf ~/$NO", "home deny"},
+        {"if [ -n \"$NO\" ]; then rm -rf ~/$NO; fi", " ?tree"},
+        {"if ! [ \"$N\" ]; then rm -rf ~/$N; fi", "home deny"},
     };
     for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
 }

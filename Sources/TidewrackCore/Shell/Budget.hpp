@@ -37,6 +37,7 @@ struct Budget {
     static constexpr std::size_t patternSteps = 4'000'000; // of ${X%pattern} and its kin
     static constexpr std::size_t unknownWords = 16;        // of a command, whose folder is known
     static constexpr std::size_t loops = 8;
+    static constexpr std::size_t filesOfValues = 8; // that are sourced
     static constexpr std::size_t valuesPerLoop = 1'000;
     static constexpr std::size_t alternatives = 10'000; // values tried in commands
 

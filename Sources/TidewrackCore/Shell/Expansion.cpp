@@ -25,7 +25,8 @@ std::string_view plainValue(std::string_view name, std::string_view home, Variab
     if (name == "HOME") return home;
     const auto value = variables.value(name);
     if (!value && name == "IFS") return " \t\n";
-    if (!value && !name.empty() && isDigit(name[0])) variables.setUnfollowed(true);
+    if (!value && !name.empty() && (isDigit(name[0]) || variables.mayHaveValue(name))) variables.setUnfollowed(true);
+    if (value.value_or("").empty() && variables.isFilled(name)) variables.setUnfollowed(true);
     return value.value_or("");
 }
 
@@ -54,6 +55,7 @@ std::string expandedFallback(std::string_view text, std::string_view home, Varia
 std::string bracedValue(std::string_view body, std::string_view home, Variables& variables) {
     if (const std::size_t fallback = body.find(":-"); fallback != std::string_view::npos) {
         const auto value = variables.value(body.substr(0, fallback));
+        if (variables.isUnknown(body.substr(0, fallback))) variables.setUnfollowed(true);
         if (value && !value->empty()) return std::string(*value);
         return expandedFallback(body.substr(fallback + 2), home, variables);
     }
@@ -72,8 +74,13 @@ std::string bracedValue(std::string_view body, std::string_view home, Variables&
     if (all) change.remove_prefix(3);
     if (length > 0 && all && change.empty())
         if (const auto value = variables.value(name)) return std::string(*value);
+    if (operation.empty()) return std::string(plainValue(name, home, variables));
     // ${X:?text} is $X, or the shell stops before it runs the command.
-    if (operation.empty() || operation.starts_with(":?")) return std::string(plainValue(name, home, variables));
+    if (operation.starts_with(":?")) {
+        const std::string_view value = plainValue(name, home, variables);
+        if (value.empty()) variables.setUnfollowed(true);
+        return std::string(value);
+    }
     const std::string value(length > 0 ? plainValue(name, home, variables) : "");
     if (length > 0 && leavesNothing(operation) && value.empty()) return "";
     const auto expand = [&](std::string_view text) { return expandedText(text, home, variables); };
@@ -134,7 +141,15 @@ void restoreDollars(std::string& text) {
 
 } // namespace
 
+void Variables::noteUnknown(std::string_view name) {
+    if (unknown_.size() >= Budget::variables) return noteOthersUnknown();
+    unknown_.emplace(name);
+    lastName_.clear();
+}
+
 bool Variables::assign(std::string_view name, std::string value) {
+    if (!unknown_.empty())
+        if (const auto known = unknown_.find(name); known != unknown_.end()) unknown_.erase(known);
     const auto found = assigned_.find(name);
     if (found != assigned_.end()) {
         if (!subshells_.empty()) replaced_.push_back({std::string(name), std::move(found->second)});
@@ -150,13 +165,14 @@ bool Variables::assign(std::string_view name, std::string value) {
 }
 
 void Variables::endSubshell() {
-    for (; replaced_.size() > subshells_.back(); replaced_.pop_back()) {
+    for (; replaced_.size() > subshells_.back().replaced; replaced_.pop_back()) {
         auto& [name, value] = replaced_.back();
         if (value)
             assigned_[name] = std::move(*value);
         else
             assigned_.erase(name);
     }
+    othersUnknown_ = subshells_.back().othersUnknown;
     subshells_.pop_back();
     lastName_.clear();
 }
@@ -176,6 +192,7 @@ const std::string* Variables::find(std::string_view name) {
         lastValue_ = &assigned->second;
     else
         lastValue_ = inherited != inherited_.end() ? &inherited->second : nullptr;
+    if (isUnknown(name)) lastValue_ = nullptr;
     return lastValue_;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,6 +41,17 @@ class Variables {
     // Whether one has a name that begins like that.
     [[nodiscard]] bool holdsAnyLike(std::string_view begin) const;
 
+    // The name has a value that only running would show, until one is assigned.
+    void noteUnknown(std::string_view name);
+    // The same for all names that have none.
+    void noteOthersUnknown() { othersUnknown_ = true; }
+    [[nodiscard]] bool isUnknown(std::string_view name) const { return !unknown_.empty() && unknown_.contains(name); }
+    [[nodiscard]] bool mayHaveValue(std::string_view name) const { return othersUnknown_ || isUnknown(name); }
+
+    // A test says that the name's value is not empty, as long as commands depend on it.
+    void noteFilled(std::string_view name) { filled_ = name; }
+    [[nodiscard]] bool isFilled(std::string_view name) const { return !name.empty() && name == filled_; }
+
     // True once something was expanded whose value cannot be known, until it is cleared.
     [[nodiscard]] bool unfollowed() const { return unfollowed_; }
     void setUnfollowed(bool unfollowed) { unfollowed_ = unfollowed; }
@@ -55,13 +67,18 @@ class Variables {
     [[nodiscard]] std::size_t& steps() { return steps_; }
 
     // What is assigned in a subshell ends with it. They stand in each other.
-    void beginSubshell() { subshells_.push_back(replaced_.size()); }
+    void beginSubshell() { subshells_.push_back({replaced_.size(), othersUnknown_}); }
     void endSubshell();
 
   private:
     struct Replaced {
         std::string name;
         std::optional<std::string> value; // before; none: it was not assigned
+    };
+
+    struct Subshell {
+        std::size_t replaced; // how many were when it began
+        bool othersUnknown;   // then
     };
 
     [[nodiscard]] const std::string* find(std::string_view name);
@@ -71,9 +88,12 @@ class Variables {
     const Environment& inherited_;
     Environment assigned_;
     std::optional<Parameters> parameters_;
-    std::vector<Replaced> replaced_;     // by assignments in subshells
-    std::vector<std::size_t> subshells_; // how many were replaced when each began
-    std::string lastName_;               // the last name looked up, and what was found
+    std::vector<Replaced> replaced_; // by assignments in subshells
+    std::vector<Subshell> subshells_;
+    std::set<std::string, std::less<>> unknown_;
+    bool othersUnknown_ = false;
+    std::string filled_;
+    std::string lastName_; // the last name looked up, and what was found
     const std::string* lastValue_ = nullptr;
     std::size_t handedOut_ = 0;
     std::size_t steps_ = Budget::patternSteps;

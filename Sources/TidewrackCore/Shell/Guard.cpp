@@ -126,6 +126,7 @@ void Guard::takeCommand(Command& command) {
     noteBranch(words);
     if (!command.redirects.empty()) takeDoubts(command, {});
     if (first == words.end() || takeDefinition(command)) return;
+    noteTest({first, words.end()}, command);
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
         if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first, words.end()}, command);
         if (!functions_.contains(first->text)) {
@@ -141,6 +142,7 @@ void Guard::takeCommand(Command& command) {
     words.erase(words.begin(), first);
     if (command.isArray && !words.empty()) return takeArray(words, command);
     if (refers) return takeReferences(words);
+    if (declared) takeNames(words, command);
     if (words.empty() || values_.assignAll(words, declared, command) || declared) return;
     const std::string_view last = words.back().text;
     const bool endsWithName = last == "cd"sv || last == "pushd"sv || last == "popd"sv;
@@ -156,6 +158,7 @@ void Guard::takeCommand(Command& command) {
     const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
     if (loop && apart.size() > 3) readings.whole.insert(readings.whole.end(), apart.begin() + 3, apart.end());
     if (!readings.whole.empty() && takeBuiltin(readings.whole, command, !endsWithName)) return;
+    if (!readings.whole.empty()) takeSourced(readings.whole);
     const auto judgeRun = [&](WordValues::Readings&& run) {
         peel(run.apart);
         peel(run.whole);
@@ -319,6 +322,7 @@ bool Guard::takeAlias(const Command& command) {
 // A text that is parsed as commands, where it runs.
 void Guard::takeText(const NestedText& nested) {
     nestedBytes_ += nested.text.size();
+    if (nested.unknown && !nested.ownShell) values_.noteOthersUnknown();
     if (nested.unknown || nesting_ >= Budget::nesting || nestedBytes_ > Budget::nestedBytes) return opaque();
     std::optional<Position> before;
     std::vector<NestedText> traps;

@@ -1,19 +1,65 @@
 #include "Shell/GuardRun.hpp"
 
+#include "Shell/Budget.hpp"
+#include "Shell/CommandRules.hpp"
+#include "Shell/Lexer.hpp"
 #include "Shell/ListRules.hpp"
 #include "Shell/NestedText.hpp"
 #include "Shell/Outputs.hpp"
 #include "Shell/Wrappers.hpp"
 #include "Shell/Writers.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <functional>
+#include <set>
 #include <span>
+#include <string>
 #include <utility>
 
 namespace tidewrack::shell {
 
 using namespace std::string_view_literals;
 using Words = std::span<const Word>;
+
+namespace {
+
+// Tells which commands of a text belong to the bodies of functions.
+class FunctionBodies {
+  public:
+    // Whether the next command does, or begins one.
+    bool hold(const Command& command) {
+        const std::vector<Word>& words = command.words;
+        if (isIn_ && isBegun_ && braces_ == 0 && command.sharedDepth <= depth_) isIn_ = false;
+        const bool isNamed = words.size() > 1 && words.front().text == "function"sv;
+        if (isNamed || (command.isDefinition && !words.empty())) {
+            names_.insert(words[isNamed ? 1 : 0].text);
+            if (!isIn_) depth_ = command.depth;
+            isBegun_ = isBegun_ && isIn_;
+            isIn_ = true;
+        }
+        if (!isIn_) return false;
+        isBegun_ = isBegun_ || !command.isDefinition;
+        const auto end = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
+        for (auto word = words.begin(); word != end; ++word) braces_ += word->text == "{"sv ? 1U : 0U;
+        if (!words.empty() && words.front().text == "}"sv && braces_ > 0) --braces_;
+        return true;
+    }
+
+    [[nodiscard]] bool contains(std::string_view name) const { return names_.find(name) != names_.end(); }
+
+  private:
+    std::set<std::string, std::less<>> names_;
+    bool isIn_ = false;
+    bool isBegun_ = false;
+    std::size_t depth_ = 0; // how many parentheses the definition is in
+    std::size_t braces_ = 0;
+};
+
+} // namespace
 
 // What ls prints may become the operands of another command.
 void Guard::takeListing(std::vector<Word> words, const Command& command) {
@@ -80,6 +126,96 @@ void Guard::takeScript(const Word& program, const Command& command, const std::o
     if (!text && command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text)
         text = textOf(command.inputs.front(), command);
     if (!examineInput(commandName(program), text, position_.folder(), effects_)) takeUnknown(program);
+}
+
+// [ -n "$NAME" ] && COMMAND, if test "$NAME"; then COMMAND: there the name has a value.
+void Guard::noteTest(Words words, const Command& command) {
+    if (!command.afterAnd && command.words.front().text != "then"sv) values_.noteFilled({});
+    const std::string_view name = words.front().text;
+    if ((name != "["sv && name != "[["sv && name != "test"sv) || words.size() < 2) return;
+    const std::size_t before = wordsBeforeCommand(command.words);
+    if (before > 0 && command.words[before - 1].text == "!"sv) return;
+    words = words.subspan(1);
+    if (words.back().text == "]"sv || words.back().text == "]]"sv) words = words.first(words.size() - 1);
+    if (words.size() == 2 && words.front().text == "-n"sv) words = words.subspan(1);
+    if (words.size() != 1 || !words.front().text.starts_with('$')) return;
+    std::string_view text = std::string_view(words.front().text).substr(1);
+    if (text.starts_with('{')) text.remove_prefix(1);
+    const std::string_view rest = text.substr(nameLength(text));
+    if (rest.empty() || rest == "}"sv || rest == ":-}"sv) values_.noteFilled(text.substr(0, nameLength(text)));
+}
+
+// What a file gives names is in force from now on. What else it does is as little known as what a script does.
+void Guard::takeSourced(const std::vector<Word>& words) {
+    if ((words.front().text != "."sv && words.front().text != "source"sv) || words.size() < 2) return;
+    const std::string path = absolutePath(words[1].text, position_.folder());
+    const std::vector<std::string> made = effects_.namesMadeIn(parentOf(path));
+    const bool isThere = words[1].unknown || effects_.mayExist(path, "/") || effects_.isGuess() ||
+                         std::find(made.begin(), made.end(), lastComponent(path)) != made.end();
+    if (isThere && (words[1].unknown || !takeValuesFrom(path))) values_.noteOthersUnknown();
+}
+
+// export $(grep -v '^#' .env | xargs): names that a command prints, most likely those of the files that it reads.
+void Guard::takeNames(const std::vector<Word>& words, const Command& command) {
+    bool isUnknown = false;
+    for (const Word& word : words) {
+        if (!word.expands || word.text.starts_with('~') || assignmentAt(word) > 0) continue;
+        const std::size_t length = nameLength(word.text);
+        if (length > 0 && word.text.substr(length).starts_with('=')) {
+            values_.noteUnknown(word.text.substr(0, length)); // within quotes
+            continue;
+        }
+        isUnknown = true;
+        const auto number = markedSubstitution(word.text);
+        if (!number || *number >= command.nested.size()) continue;
+        for (const Command& inner : command.nested[*number].program.commands)
+            for (const Word& file : inner.words)
+                if (!file.expands && !file.text.starts_with('-'))
+                    (void)takeValuesFrom(absolutePath(file.text, position_.folder()));
+    }
+    if (isUnknown) values_.noteOthersUnknown();
+}
+
+bool Guard::takeValuesFrom(const std::string& path) {
+    struct stat status {};
+    if (!effects_.takesLook() || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    nestedBytes_ += static_cast<std::size_t>(status.st_size);
+    std::string text;
+    if (++filesRead_ > Budget::filesOfValues || nesting_ >= Budget::nesting || nestedBytes_ > Budget::nestedBytes ||
+        status.st_size > static_cast<off_t>(Budget::listBytes) || readFile(path, text) != 0)
+        return false;
+    takeValues(text);
+    return true;
+}
+
+// Only assignments and changes of the folder are followed, those in functions not at all.
+void Guard::takeValues(std::string_view text) {
+    ++nesting_;
+    Lexer lexer(text);
+    FunctionBodies bodies;
+    const std::size_t depth = depth_;
+    const std::size_t branches = branches_;
+    for (Command command; lexer.next(command);) {
+        const std::vector<Word>& words = command.words;
+        const auto first = words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words));
+        if (bodies.hold(command) || first == words.end()) continue;
+        const bool assigns = assignmentAt(*first) > 0 || isDeclaration(*first) || command.isArray;
+        const bool isLoad = first->text == "."sv || first->text == "source"sv;
+        const bool changesValues = isBuiltin(first->text) && first->text != "trap"sv && first->text != "alias"sv;
+        if (first->text == "eval"sv || bodies.contains(first->text)) values_.noteOthersUnknown();
+        const bool isCertain = branches_ == branches && !command.afterAnd && !command.afterOr;
+        if (isLoad || (assigns ? isCertain : changesValues)) {
+            takeInside(command, depth);
+            continue;
+        }
+        for (auto word = first; assigns && word != words.end(); ++word)
+            if (assignmentAt(*word) > 0) values_.noteUnknown(word->text.substr(0, nameLength(word->text)));
+        noteBranch(words);
+    }
+    if (lexer.opaque()) values_.noteOthersUnknown();
+    branches_ = branches;
+    depth_ = depth;
+    --nesting_;
 }
 
 std::optional<std::string> Guard::textOf(const Input& input, const Command& command) {

@@ -58,6 +58,11 @@ class Guard {
     void takeRedirects(Command& command);
     void noteBranch(const std::vector<Word>& words);
     void takeTraps();
+    void takeSourced(const std::vector<Word>& words);
+    void takeNames(const std::vector<Word>& words, const Command& command);
+    [[nodiscard]] bool takeValuesFrom(const std::string& path);
+    void takeValues(std::string_view text);
+    void noteTest(std::span<const Word> words, const Command& command);
     void takeFind(const std::vector<Word>& words, const std::string& folder);
     [[nodiscard]] std::optional<std::string> outputOf(const std::vector<Word>& words);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
@@ -101,6 +106,7 @@ class Guard {
     std::size_t branches_ = 0;           // of if and case, that are open
     std::size_t depth_ = 0;              // how many parentheses the command is in
     std::size_t otherRuns_ = 0;          // of loops, in which commands were judged
+    std::size_t filesRead_ = 0;          // for the values that they give
     std::size_t calls_ = 0;              // of functions, in each other
     std::size_t calledCommands_ = 0;     // by all of them
     std::vector<Word> lister_;           // the last command, where it prints the names of files into a pipe

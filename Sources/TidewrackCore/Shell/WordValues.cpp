@@ -465,6 +465,7 @@ void WordValues::expandOver(Word word, std::size_t loop, bool glob, std::vector<
 
 void WordValues::bindLoop(std::string_view name, std::vector<Word> values) {
     forgetLoop(name);
+    if (values.empty()) return variables_.noteUnknown(name);
     variables_.assign(name, "");
     if (loops_.size() >= Budget::loops || values.size() > Budget::valuesPerLoop)
         return effects_.opaque(position_.folder());
@@ -475,7 +476,8 @@ void WordValues::extendLoop(std::string_view name, std::vector<Word> values) {
     std::vector<Word> all;
     if (const Loop* loop = loopOf(name)) {
         all = loop->values;
-        if (all.empty()) return; // what it holds is not known
+    } else if (variables_.isUnknown(name)) {
+        return;
     } else if (const auto value = variables_.value(name)) {
         all.emplace_back().text = *value;
     }

@@ -74,6 +74,12 @@ class WordValues {
     // Empty for a variable without value.
     [[nodiscard]] std::string valueOf(std::string_view name);
 
+    // Whatever has no value may be given one: by a file that is not read, or by a text that is not known.
+    void noteOthersUnknown() { variables_.noteOthersUnknown(); }
+    void noteUnknown(std::string_view name) { bindLoop(name, {}); }
+    // See Variables::noteFilled().
+    void noteFilled(std::string_view name) { variables_.noteFilled(name); }
+
     // The folder has changed.
     void noteFolder(bool entered);
 
