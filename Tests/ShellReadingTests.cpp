@@ -75,6 +75,36 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
     for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
 }
 
+// A search that is not kept out of .git may take what git keeps there.
+TEST_F(ShellGuardOnDisk, seesWhatReachesGitsOwnStores) {
+    for (const char* name : {"tree/.git/HEAD", "tree/.git/refs/heads/topic.txt", "out/p/.git/HEAD"})
+        folder.write(name, "x");
+    context.projectRoots.push_back(root + "/out/p");
+    const Row rows[] = {
+        {"grep -rl refs . | xargs sed -i 's/refs/x/g'", "tree"},
+        {"sed -i s/x/y/ $(grep -rl x .. --exclude=y)", "out/p tree"},
+        {"grep -rl x src | xargs sed -i s/x/y/; grep -rl --exclude-dir=.git x . | xargs rm; grep -r x . | wc", ""},
+        {"grep -rl --include='*.py' x . | xargs sed -i s/x/y/; grep -l x a.txt | xargs rm", ""},
+        {"find . -type f -exec sed -i s/x/y/ {} +", "tree"},
+        {"find .. -type f | xargs rm -f", "out/p tree"},
+        {"find . -name '*.txt' -delete", "tree"},
+        {"find . -name '*.o' -delete; find sub -type f -exec rm {} +; fd . -x rm; find . -maxdepth 1 -type f -exec rm "
+         "{} +",
+         ""},
+        {"find . -type f ! -path './.git/*' -exec sed -i s/x/y/ {} +; find . -name .git -prune -o -type f -exec rm {} "
+         "+",
+         ""},
+        {"find . -type f -not -name .gitignore -exec rm {} +", "tree"},
+        {"fd -H . -x rm", "tree"},
+    };
+    for (const Row& row : rows) {
+        std::vector<std::string> reached;
+        for (const GitStoreUse& use : analyze(row.command, context).gitStores) reached.push_back(use.folder);
+        std::sort(reached.begin(), reached.end());
+        EXPECT_EQ(joinedPaths(reached, root + "/"), row.expected) << row.command;
+    }
+}
+
 TEST(ShellReading, knowsWhatBelongsToTheSystem) {
     for (const char* path : {"/usr", "/usr/lib/x", "/run", "/run/user/1", "/opt/homebrew/bin", "/System/x"})
         EXPECT_TRUE(belongsToSystem(path)) << path;

@@ -21,5 +21,8 @@ namespace tidewrack::shell {
 
 // Whether an absolute path lies where the system keeps its own or installed programs.
 [[nodiscard]] bool belongsToSystem(std::string_view path);
+// Notes the git stores that a grep of the line goes through, where what it lists is changed in ways that are not known.
+void noteGitStoresListed(std::string_view line, Effects& effects);
+
 
 } // namespace tidewrack::shell

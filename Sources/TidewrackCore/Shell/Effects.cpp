@@ -175,6 +175,26 @@ void Effects::useGitStore(GitStoreUse use) {
     if (!isKnown && uses.size() < Budget::gitCommands) uses.push_back(std::move(use));
 }
 
+void Effects::reachGitStores(const std::string& folder, const FoundFiles& taken) {
+    FoundFiles tests = taken;
+    tests.folder = folder;
+    const auto reach = [&](const std::string& root) {
+        const std::string store = joined(root, ".git");
+        if (tests.sparesGit || !takesLook() || !isFolder(store)) return;
+        const auto takes = [&](std::string_view name) { return tests.mayTake(joined(store, name)); };
+        bool isTaken = tests.mayTake(store) || takes("HEAD") || takes("config") || takes("index") ||
+                       takes("packed-refs") || takes("logs/HEAD") || takes("refs/heads/main");
+        (void)visitNames(joined(store, "refs/heads"), [&](const char* name) {
+            isTaken = isTaken || takes(std::string("refs/heads/") + name);
+            return !isTaken && takesLook();
+        });
+        if (isTaken) useGitStore({root, {}, true, true});
+    };
+    reach(folder);
+    for (const std::string& root : context_.projectRoots)
+        if (root != folder && isAtOrBelow(root, folder)) reach(root);
+}
+
 const std::string& Effects::gitTopLevel(const std::string& folder) {
     if (folder == topLevelOf_) return topLevel_;
     topLevelOf_ = topLevel_ = folder;

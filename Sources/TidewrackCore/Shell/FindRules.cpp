@@ -148,6 +148,23 @@ bool testsLimit(Words arguments, bool prints) {
     return acts || holdsAny(arguments, findTests) || takesOnlyLinks(arguments);
 }
 
+// Whether a test keeps what lies in .git from being found: ! -path './.git/*', -name .git -prune, -maxdepth 1.
+bool keepsOutOfGit(Words arguments, const FoundFiles& tests) {
+    constexpr std::array prunes = {"-prune"sv};
+    const bool isPruned = holdsAny(arguments, prunes);
+    for (std::size_t index = 1; index < arguments.size(); ++index) {
+        const std::string_view test = arguments[index - 1].text;
+        const std::string_view value = arguments[index].text;
+        if (test == "-type"sv && value == "f"sv && tests.depth < 2) return true;
+        const std::size_t at = value.find(".git");
+        if (!test.starts_with('-') || at == value.npos) continue;
+        const bool isStore = at + 4 == value.size() || value[at + 4] == '/' || value[at + 4] == '*';
+        const bool isNegated = index > 1 && isIn(negations, arguments[index - 2].text);
+        if (isStore && (isNegated || isPruned)) return true;
+    }
+    return false;
+}
+
 // What must hold of a file so that find acts on it, as far as its path tells.
 FoundFiles testsOf(Words arguments, bool areLimiting) {
     FoundFiles tests;
@@ -166,6 +183,7 @@ FoundFiles testsOf(Words arguments, bool areLimiting) {
         if (test == "-iname"sv) tests.anyCaseNames.push_back(pattern);
         if (test == "-ipath"sv || test == "-iwholename"sv) tests.anyCasePaths.push_back(pattern);
     }
+    tests.sparesGit = keepsOutOfGit(arguments, tests);
     return tests;
 }
 
@@ -183,6 +201,7 @@ void takeTree(const Word& root, const FoundFiles& tests, Act act, bool recursive
     if (act == Act::nothing) return;
     if (root.unknown || effects.skips(root)) return effects.opaque(cwd);
     for (const std::string& path : effects.resolve(root, cwd)) {
+        if (act != Act::guessed) effects.reachGitStores(path, tests);
         if (act != Act::guessed)
             effects.takeBelow(path, [&](std::string_view file) {
                 // A folder that goes takes with it what it holds.
@@ -327,6 +346,11 @@ FoundFiles testsOfFd(Words arguments) {
         tests.endings.push_back("*." + escaped(extension));
     }
     if (!all.depth.empty()) tests.depth = std::size_t(std::strtoul(all.depth.c_str(), nullptr, 10));
+    const auto findsHidden = [](const Word& word) {
+        return word.text == "--hidden"sv || word.text == "--unrestricted"sv ||
+               (isShortCluster(word) && word.text.find_first_of("Hu") != std::string::npos);
+    };
+    tests.sparesGit = std::none_of(arguments.begin(), arguments.end(), findsHidden);
     if (all.operands.empty() || all.operands.front()->unknown || has('p')) return tests;
     const std::string& text = all.operands.front()->text;
     // A brace in a pattern means something else to fd.

@@ -72,6 +72,7 @@ Decision Guard::run(std::string_view line) {
     }
     takeTraps();
     if (lexer.opaque() || effects_.isOpaque()) opaque();
+    if (effects_.isOpaque()) noteGitStoresListed(line, effects_);
     const bool guess = effects_.isGuess();
     Decision decision = effects_.decide();
     if (guess && decision.verdict.kind != Verdict::Kind::deny)
