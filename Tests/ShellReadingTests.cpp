@@ -106,9 +106,11 @@ TEST_F(ShellGuardOnDisk, seesWhatReachesGitsOwnStores) {
 }
 
 TEST(ShellReading, knowsWhatBelongsToTheSystem) {
-    for (const char* path : {"/usr", "/usr/lib/x", "/run", "/run/user/1", "/opt/homebrew/bin", "/System/x"})
+    for (const char* path :
+         {"/usr", "/usr/lib/x", "/run", "/run/lock/x", "/dev/shmx", "/opt/homebrew/bin", "/System/x"})
         EXPECT_TRUE(belongsToSystem(path)) << path;
-    for (const char* path : {"/", "/run/media/me/disk/x", "/opt/x", "/usrx", "/home/usr", "/Volumes/x", "/media/x"})
+    for (const char* path : {"/", "/run/media/me/disk/x", "/run/user/1/x", "/dev/shm/x", "/opt/x", "/usrx", "/home/usr",
+                             "/Volumes/x", "/media/x"})
         EXPECT_FALSE(belongsToSystem(path)) << path;
 }
 

@@ -265,10 +265,12 @@ void Mentions::scanList(std::string_view name) {
 
 } // namespace
 
-// Disks that somebody plugs in are mounted below /run/media.
+// Disks that somebody plugs in are mounted below /run/media, and users keep files of their own below the other two.
 bool belongsToSystem(std::string_view path) {
     const std::string_view first = path.substr(1, path.find('/', 1) - 1);
-    return (isIn(systemTrees, first) && !isAtOrBelow(path, "/run/media")) || isAtOrBelow(path, "/opt/homebrew");
+    if (!isIn(systemTrees, first)) return isAtOrBelow(path, "/opt/homebrew");
+    constexpr std::array users = {"/run/media"sv, "/run/user"sv, "/dev/shm"sv};
+    return std::none_of(users.begin(), users.end(), [&](std::string_view tree) { return isAtOrBelow(path, tree); });
 }
 
 void noteGitStoresListed(std::string_view line, Effects& effects) {
