@@ -105,6 +105,29 @@ TEST_F(ShellGuardOnDisk, seesWhatReachesGitsOwnStores) {
     }
 }
 
+// A script takes what lies beside it; where no copy is made of a whole folder, what the line names of it is saved.
+TEST_F(ShellGuardOnDisk, savesBesideScriptsAndWhatWordsNameAtHome) {
+    for (const char* name : {"other/run", "other/manage.py", "other/node_modules/.bin/tool", "notes/clean.sh",
+                             "bin/tool", ".agent/x.py", "Documents/a.txt", "Documents/gen.py", "Documents/sub/x"})
+        folder.write(std::string("home/") + name, "x");
+    context.projectRoots.push_back(root + "/home/other");
+    const Row rows[] = {
+        {"../home/other/run", " ~tree @home/other"},
+        {"sh $HOME/other/run", " ?tree @home/other"},
+        {"python3 ../home/other/manage.py flush", " ?tree @home/other"},
+        {"source ~/notes/clean.sh", " ?tree @home/notes"},
+        {"~/bin/tool x; ~/other/node_modules/.bin/tool; python3 ~/.agent/x.py ../tree/sub/none; /usr/bin/nobody",
+         " ?tree ~tree"},
+        {"cd ~ && make -C other clean", " ?home @home/other"},
+        {"cd ~ && ./other/run; npm --prefix=other run clean", " ?home ~home @home/other"},
+        {"cd ~/Documents && python3 gen.py a.txt", " ?home/Documents @home/Documents/a.txt"},
+        {"cd ~/Documents && ./gen a.txt sub", " ~home/Documents @home/Documents/a.txt home/Documents/sub"},
+        {"tar czf b.tgz -C ~/Documents sub --remove-files", " ~home/Documents/sub @home/Documents/sub"},
+        {"cd ~/Documents && ls a.txt; cat sub/x", ""},
+    };
+    for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
+}
+
 TEST(ShellReading, knowsWhatBelongsToTheSystem) {
     for (const char* path :
          {"/usr", "/usr/lib/x", "/run", "/run/lock/x", "/dev/shmx", "/opt/homebrew/bin", "/System/x"})

@@ -125,6 +125,11 @@ std::vector<const Command*> withNested(const Program& program) {
     return all;
 }
 
+bool isFile(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 // Gathers what a line and the lists that it reads mention.
 class Mentions {
   public:
@@ -134,6 +139,8 @@ class Mentions {
     void scan(std::string_view text, bool namesPrograms);
     void scanLists(std::string_view line);
     void scanVariables(std::string_view text);
+    // The words that name something in a folder of which no copy is made as a whole.
+    void scanWordsBelow(const std::string& folder, std::string_view line);
 
     std::vector<std::string> take() {
         sortAndDedupe(paths_);
@@ -147,6 +154,8 @@ class Mentions {
   private:
     void scanList(std::string_view name);
     bool isWorthKeeping(const std::string& path);
+    void mention(std::string path);
+    void mentionFolderOf(const std::string& script);
 
     const Context& context_;
     Effects& effects_;
@@ -175,6 +184,29 @@ bool Mentions::isWorthKeeping(const std::string& path) {
     entries_ += Budget::filesKeptOnSuspicion + 1 - left.entries;
     if (small) bytesLeft_ = left.bytes;
     return small;
+}
+
+// Of a project a snapshot is taken, whatever its size.
+void Mentions::mention(std::string path) {
+    const bool isThere = context_.isInProject(path) ? exists(path) : isWorthKeeping(path);
+    if (isThere) paths_.push_back(std::move(path));
+}
+
+// A script may change what lies beside it, as one in the working folder may. An installed program does not.
+void Mentions::mentionFolderOf(const std::string& script) {
+    constexpr std::array installed = {"/node_modules/"sv, "/venv/"sv, "/."sv};
+    const auto isPart = [&](std::string_view part) { return script.find(part) != script.npos; };
+    if (!isFile(script) || belongsToSystem(script) || std::any_of(installed.begin(), installed.end(), isPart)) return;
+    const std::string folder(parentOf(script));
+    if (context_.isInProject(script)) {
+        const auto holdsBoth = [&](const std::string& root) {
+            return isAtOrBelow(script, root) && isAtOrBelow(context_.cwd, root);
+        };
+        const auto& roots = context_.projectRoots;
+        if (std::none_of(roots.begin(), roots.end(), holdsBoth)) paths_.push_back(folder);
+    } else if (lastComponent(folder) != "bin"sv && lastComponent(folder) != "sbin"sv) {
+        addFolder(folder);
+    }
 }
 
 void Mentions::addFolder(const std::string& folder) {
@@ -212,13 +244,36 @@ void Mentions::scan(std::string_view text, bool namesPrograms) {
         const std::size_t slash = at + *start;
         const bool isAddress = at > 0 && text[at - 1] == ':' && text.substr(slash).starts_with("//");
         const std::size_t end = std::min(text.find_first_of(endsOfPaths, slash), text.size());
-        if (isAddress || end < slash + 2 || (namesPrograms && isProgramsPlace(text, at))) continue;
+        if (isAddress || end < slash + 2) continue;
+        const bool isProgram = namesPrograms && isProgramsPlace(text, at);
         const bool climbs = text[at] == '.';
         const std::string_view relative = text.substr(climbs ? at : slash + 1, end - (climbs ? at : slash + 1));
         std::string path = absolutePath(relative, climbs ? context_.cwd : *start == 0 ? "/" : context_.home);
         at = end;
         ++looks_;
-        if (isWorthKeeping(path)) paths_.push_back(std::move(path));
+        if (isProgram)
+            mentionFolderOf(path);
+        else
+            mention(std::move(path));
+    }
+}
+
+void Mentions::scanWordsBelow(const std::string& folder, std::string_view line) {
+    for (std::size_t at = 0; at < line.size() && looks_ < Budget::mentions; ++at) {
+        if (at > 0 && beforePaths.find(line[at - 1]) == beforePaths.npos) continue;
+        const std::size_t end = std::min(line.find_first_of(endsOfPaths, at), line.size());
+        std::string_view word = line.substr(at, end - at);
+        word = word.substr(0, word.find('='));
+        const bool isScript = isProgramsPlace(line, at);
+        if (word.starts_with("./")) word.remove_prefix(2);
+        if (word.empty() || word == "." || word.starts_with("..") || "/~-"sv.find(word.front()) != word.npos) continue;
+        ++looks_;
+        std::string path = absolutePath(word, folder);
+        if (!isScript)
+            mention(std::move(path));
+        else if (word.find('/') != word.npos)
+            mentionFolderOf(path);
+        at += word.size();
     }
 }
 
@@ -236,7 +291,7 @@ void Mentions::scanVariables(std::string_view text) {
         const std::string_view below = text.substr(begin, text.substr(begin).starts_with('/') ? end - begin : 0);
         std::string path = absolutePath(variable->second + std::string(below), "/");
         ++looks_;
-        if (isWorthKeeping(path)) paths_.push_back(std::move(path));
+        mention(std::move(path));
     }
 }
 
@@ -263,6 +318,28 @@ void Mentions::scanList(std::string_view name) {
     if (std::string read; listBytes_ <= Budget::listBytes && readFile(path, read) == 0) scan(read, false);
 }
 
+// The home folder and its well-known ones, as far as something may change in them: where a command runs, and what an
+// option such as -C names.
+std::vector<std::string> protectedAtHome(std::string_view line, const Decision& decision, const Context& context,
+                                         Effects& effects) {
+    std::vector<std::string> folders = decision.opaqueDirs;
+    folders.insert(folders.end(), decision.suspected.begin(), decision.suspected.end());
+    std::size_t at = line.find(" -C ");
+    for (std::size_t count = 0; at != line.npos && count < Budget::doubtfulFolders; ++count) {
+        const std::string_view word = line.substr(at + 4, line.find_first_of(" \t\n;|&)'\"", at + 4) - at - 4);
+        const auto start = pathStart(word);
+        if (start && *start > 0 && !word.starts_with('.'))
+            folders.push_back(absolutePath(word.substr(*start + 1), context.home));
+        at = line.find(" -C ", at + 1);
+    }
+    sortAndDedupe(folders);
+    std::erase_if(folders, [&](const std::string& folder) {
+        return !isAtOrBelow(folder, context.home) || context.isInProject(folder) ||
+               !effects.isProtected(folder, Links::followed);
+    });
+    return folders;
+}
+
 } // namespace
 
 // Disks that somebody plugs in are mounted below /run/media, and users keep files of their own below the other two.
@@ -285,14 +362,16 @@ void noteGitStoresListed(std::string_view line, Effects& effects) {
     }
 }
 
-std::vector<std::string> pathsAtRisk(std::string_view line, const std::vector<std::string>& opaque,
-                                     const Context& context, Effects& effects) {
+std::vector<std::string> pathsAtRisk(std::string_view line, const Decision& decision, const Context& context,
+                                     Effects& effects) {
     Mentions mentions(context, effects);
     line = line.substr(0, Budget::nestedBytes);
     if (line.find('/') != line.npos) mentions.scan(line, true);
     mentions.scanVariables(line);
     mentions.scanLists(line);
-    for (const std::string& folder : opaque) mentions.addFolder(folder);
+    for (const std::string& folder : decision.opaqueDirs) mentions.addFolder(folder);
+    for (const std::string& folder : protectedAtHome(line, decision, context, effects))
+        mentions.scanWordsBelow(folder, line);
     for (const Listing& listing : effects.listings()) mentions.addListed(listing, listing.folder, 0);
     return mentions.take();
 }

@@ -76,7 +76,7 @@ Decision Guard::run(std::string_view line) {
     const bool guess = effects_.isGuess();
     Decision decision = effects_.decide();
     if (guess && decision.verdict.kind != Verdict::Kind::deny)
-        for (std::string& path : pathsAtRisk(line, decision.opaqueDirs, context_, effects_))
+        for (std::string& path : pathsAtRisk(line, decision, context_, effects_))
             decision.mentioned.push_back(std::move(path));
     sortAndDedupe(decision.mentioned);
     return decision;
