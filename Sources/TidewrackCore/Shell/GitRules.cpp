@@ -125,24 +125,25 @@ std::string topOf(const std::string& folder, Effects& effects) {
     return top.empty() ? folder : top;
 }
 
-// git apply --check, --stat
-bool onlyTellsOfPatch(std::string_view subcommand, Words arguments) {
-    return subcommand == "apply" && hasAny(arguments, {"--check", "--stat", "--numstat", "--summary"}) &&
-           !hasOption(arguments, "--apply", 3);
+// Whether an option says that the index alone changes, or nothing.
+bool sparesTree(std::string_view subcommand, Words arguments) {
+    if (subcommand == "rm") return hasOption(arguments, "--cached", 4);
+    return subcommand == "apply" && !hasOption(arguments, "--apply", 3) &&
+           hasAny(arguments, {"--cached", "--check", "--stat", "--numstat", "--summary"});
 }
 
 // What git does to the tree where no rule says it: an alias may do anything, and so may some subcommands.
 bool mayChangeTree(std::string_view subcommand, Words arguments) {
+    if (sparesTree(subcommand, arguments)) return false;
     if (subcommand == "worktree" || subcommand == "bisect" || subcommand == "submodule" || subcommand == "stash" ||
         subcommand == "sparse-checkout" || subcommand == "lfs") {
-        constexpr std::array reading = {"list"sv, "log"sv,    "show"sv,     "status"sv,
-                                        "view"sv, "create"sv, "ls-files"sv, "env"sv};
+        constexpr std::array reading = {"list"sv,   "log"sv,      "show"sv, "status"sv, "view"sv,
+                                        "create"sv, "ls-files"sv, "env"sv,  "locks"sv};
         const bool reads = !arguments.empty() && isIn(reading, arguments.front().text);
         return !reads && !(subcommand == "worktree" && hasAny(arguments, {"add", "lock", "unlock"}));
     }
     // Without -f git's configuration says whether it removes anything.
     if (subcommand == "clean") return !isDryClean(arguments);
-    if (onlyTellsOfPatch(subcommand, arguments)) return false;
     return !isIn(leavingTree, subcommand) && !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) &&
            !subcommand.starts_with('-');
 }
@@ -201,7 +202,7 @@ bool changesWorkTree(std::string_view subcommand, Words arguments) {
     if (subcommand == "clean")
         return !isDryClean(arguments) &&
                (hasOption(arguments, "--force", 3, 'f') || hasOption(arguments, "--interactive", 3, 'i'));
-    return isIn(alwaysChanging, subcommand) && !onlyTellsOfPatch(subcommand, arguments);
+    return isIn(alwaysChanging, subcommand) && !sparesTree(subcommand, arguments);
 }
 
 bool takesUntracked(std::string_view subcommand, Words arguments) {

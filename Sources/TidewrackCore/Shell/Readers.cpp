@@ -89,6 +89,7 @@ constexpr Reading readings[] = {
     {"pip3", " list show freeze check --version help index "},
     {"pnpm", " ls list why outdated view root bin help "},
     {"poetry", " show about help "},
+    {"rustc", " --explain "},
     {"rustup", " show which help "},
     {"terraform", " show version output validate "},
     {"uv", " version help tree "},
@@ -108,6 +109,7 @@ constexpr Checking checkings[] = {
     {"black", " --check --diff "},
     {"cargo", " fmt ", " --emit ", "--check"},
     {"crontab", " -l "},
+    {"deno", " fmt ", {}, "--check"},
     {"eslint", {}, " --fix -o --output-file --cache-location --cache-file --init --inspect-config "},
     {"isort", " --check --check-only "},
     {"mypy",
@@ -162,6 +164,14 @@ bool beginsLikeOne(std::string_view list, std::string_view word) {
     return false;
 }
 
+// Of "aws s3": what it changes lies on the server. A copy goes there where that is what its last word names.
+bool changesOnlyBuckets(Words words) {
+    constexpr std::string_view bucket = "s3://";
+    const std::string& verb = words.front().text;
+    if (verb == "rm" || verb == "mb" || verb == "rb" || verb == "presign") return true;
+    return verb == "cp" && words.size() == 3 && words.back().text.starts_with(bucket);
+}
+
 bool isCluster(std::string_view text) {
     return text.size() > 1 && text[0] == '-' && text[1] != '-';
 }
@@ -200,7 +210,7 @@ bool hasReadingSubcommand(std::string_view name, Words arguments) {
     if (name == "aws" && arguments.size() > 1) {
         const std::string& verb = arguments[1].text; // get-object writes a file
         return verb == "ls" || verb.starts_with("list-") || verb.starts_with("describe-") ||
-               verb == "get-caller-identity";
+               verb == "get-caller-identity" || (first == "s3" && changesOnlyBuckets(arguments.subspan(1)));
     }
     if (name == "docker" && first == "compose") return hasReadingSubcommand("compose", arguments.subspan(1));
     return std::any_of(std::begin(readings), std::end(readings), [&](const Reading& reading) {

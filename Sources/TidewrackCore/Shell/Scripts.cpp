@@ -320,7 +320,27 @@ void readDatabaseLine(std::string_view line, ScriptEffects& effects) {
     if (std::any_of(writing.begin(), writing.end(), begins)) addFile(line.substr(line.rfind(' ')), effects);
 }
 
-// Whether code names nothing but what the list holds, opens no file to write, and imports none but these modules.
+// Whether the code gives a value to the name that stands at this place, which is no part of something else there.
+bool isOwnName(std::string_view code, std::size_t at, std::string_view name) {
+    if (at > 0 && code[at - 1] == '.') return false;
+    for (std::size_t place = code.find(name); place != none; place = code.find(name, place + 1)) {
+        const char before = place > 0 ? code[place - 1] : ' ';
+        const std::size_t next = code.find_first_not_of(' ', place + name.size());
+        if (isLetter(before) || isDigit(before) || before == '.' || next == none) continue;
+        if (code[next] == '=' && code.substr(next + 1, 1) != "=") return true;
+    }
+    return false;
+}
+
+// Whether a JSON file is loaded here, which runs nothing.
+bool isLoadedJson(std::string_view code, std::size_t at) {
+    if (!code.substr(at).starts_with("require('") && !code.substr(at).starts_with("require(\"")) return false;
+    const std::size_t end = behind(code, at + 9, code[at + 8]);
+    return end != none && code.substr(0, end - 1).ends_with(".json") && code.substr(end).starts_with(')');
+}
+
+// Whether code names nothing but what the list holds and values of its own, opens no file to write, and imports none
+// but these modules.
 bool namesOnly(std::string_view code, std::string_view names, std::string_view modules = {}) {
     bool imports = false;
     for (std::size_t at = 0; at < code.size();) {
@@ -336,7 +356,8 @@ bool namesOnly(std::string_view code, std::string_view names, std::string_view m
             std::size_t end = at;
             while (end < code.size() && (isLetter(code[end]) || isDigit(code[end]))) ++end;
             const std::string_view name = code.substr(at, end - at);
-            if (!listsWord(names, name)) return false;
+            const bool isNamed = listsWord(names, name) || (!imports && isOwnName(code, at, name));
+            if (!isNamed && !isLoadedJson(code, at)) return false;
             const bool isModule = name != "import" && name != "from" && name != "as";
             if (imports && isModule && !listsWord(modules, name)) return false;
             // What stands behind "from json import" is no module.
@@ -404,7 +425,7 @@ bool pythonOnlyPrints(std::string_view code) {
 bool javaScriptOnlyPrints(std::string_view code) {
     return namesOnly(code, " console log JSON stringify parse process version versions env platform arch argv cwd Math "
                            "max min round floor sqrt PI Date now new toISOString node v8 null true false undefined "
-                           "typeof Number String Object keys length join split map filter ");
+                           "typeof Number String Object keys length join split map filter const let var ");
 }
 
 } // namespace tidewrack::shell
