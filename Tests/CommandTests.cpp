@@ -290,6 +290,9 @@ TEST_F(CommandTest, completions) {
     EXPECT_NE(world.ok({"_complete", "--", "undo", "2"}).find("s ago  clean-up\n"), std::string::npos);
     const std::string turn = world.ok({"_complete", "--", "-C", f.at("other"), "undo", "--turn", ""});
     EXPECT_TRUE(turn.starts_with("2\t") && turn.ends_with("s ago  claude  Tidy\\x1b[2J up\n")) << turn;
+    f.write("store/projects/" + Store::projectID(f.at("other")) + "/snapshots/1.json", "damaged");
+    for (const auto& [option, offer] : {std::pair("--turn", "2|"), std::pair("--session", "s-1|")})
+        EXPECT_EQ(offered({"-C", f.at("other"), "undo", option, ""}), offer);
 }
 
 TEST_F(CommandTest, usageErrors) {

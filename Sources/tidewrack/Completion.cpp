@@ -165,10 +165,11 @@ class Offers {
             offer(std::to_string(meta.seq), ago(meta.created, now()) + "  " + meta.label.value_or(meta.kind));
     }
 
-    // Newest first.
+    // Newest first, as far as their records can be read.
     std::vector<TimelineRow> turnRows() {
         const Project project = call_.project(typed_.project);
-        auto rows = Timeline::of(project.root, call_.store().history(project).snapshots()).rows;
+        std::vector<UnreadRecord> unread;
+        auto rows = Timeline::of(project.root, call_.store().history(project).snapshots(unread)).rows;
         std::erase_if(rows, [](const TimelineRow& row) { return row.type != TimelineRow::Type::turn; });
         if (rows.size() > mostOffered) rows.resize(mostOffered);
         return rows;
