@@ -8,6 +8,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
+#include <optional>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -103,6 +106,27 @@ TEST(RetentionPlan, confirmsTheClock) {
 
 // What prunes leave is checked by Model/ and, when they die, by Linux/FaultTests.cpp.
 
+// A long snapshot is no reason to wait, and what it has kept so far is no leftover.
+TEST(Retention, dryRunsWaitForNobody) {
+    World world;
+    world.folder.write("project/a", "a");
+    world.ok({"track"});
+    const std::string kept = "store/projects/" + world.project().id + "/blobs/2/0";
+    for (const bool held : {true, false}) {
+        world.folder.write(kept, "of a snapshot that is being taken, or died");
+        std::optional<ProjectLock> lock;
+        if (held) lock.emplace(world.history().lockPath());
+        for (const auto& [words, told] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+                 {{"prune", "--dry-run"}, held ? " 0 stored files" : " 1 stored files"}, {{"usage"}, "prune"}}) {
+            auto outcome = std::async(std::launch::async, [&, all = words] { return world.run(all); });
+            const bool ends = outcome.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+            EXPECT_TRUE(ends) << words[0];
+            if (!ends) lock.reset();
+            EXPECT_NE(outcome.get().out.find(told), std::string::npos) << words[0];
+        }
+    }
+}
+
 // An automatic prune with nothing due reads no manifest, though contents of removed snapshots are still in use.
 TEST(Retention, nothingDueReadsNoManifest) {
     World world;
@@ -116,8 +140,8 @@ TEST(Retention, nothingDueReadsNoManifest) {
     const Project project = world.project();
     world.folder.write("store/projects/" + project.id + "/manifests/2.mf", "damaged");
     const ProjectLock lock(engine.store.history(project).lockPath());
-    EXPECT_EQ(engine.pruneLocked(lock, project, now(), false, Engine::Sweep::freed).removedBlobs, 0);
-    EXPECT_THROW((void)engine.pruneLocked(lock, project, now(), false), TidewrackError);
+    EXPECT_EQ(engine.pruneLocked(lock, project, now(), Engine::Sweep::freed).removedBlobs, 0);
+    EXPECT_THROW((void)engine.pruneLocked(lock, project, now()), TidewrackError);
 }
 
 TEST(Retention, sweepsUpWhatADeadSnapshotLeftAsFarAsItCan) {

@@ -129,13 +129,14 @@ class Engine {
     [[nodiscard]] static std::string relative(const Project& project, const std::string& path);
 
     // --- Retention ---
-    // Removes the snapshots that planRetention names, and the contents that no remaining one names.
+    // Removes the snapshots that planRetention names, and the contents that no remaining one names. A dry run only
+    // reads, and waits for nobody.
     PruneResult prune(const Project& project, Date now, bool dryRun) const;
     // Which contents are looked at: all, or those alone that the removed snapshots can have been the last to name. The
     // latter is enough where every earlier prune and snapshot came to its end, and becomes the former where one did
     // not.
     enum class Sweep { everything, freed };
-    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, bool dryRun,
+    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now,
                             Sweep sweep = Sweep::everything) const;
     // Pruning keeps a pinned snapshot. Throws TidewrackError noSnapshot.
     void setPinned(const Project& project, std::int64_t seq, bool pinned) const;

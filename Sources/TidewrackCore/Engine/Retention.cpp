@@ -63,6 +63,12 @@ class UnclaimedContents {
         }
     }
 
+    // Leaves alone what snapshots above `newest` kept.
+    void forgetAbove(std::int64_t newest) {
+        for (auto each = folders_.upper_bound(newest); each != folders_.end(); each = folders_.erase(each))
+            count_ -= static_cast<std::int64_t>(each->second.size());
+    }
+
     [[nodiscard]] bool empty() const { return count_ == 0; }
     [[nodiscard]] std::int64_t count() const { return count_; }
     [[nodiscard]] std::int64_t oldest() const { return oldest_; }
@@ -141,6 +147,8 @@ class UnusedManifests {
         return result;
     }
 
+    void forgetAbove(std::int64_t newest) { manifests_.erase(manifests_.upper_bound(newest), manifests_.end()); }
+
     void removeAllButOne() {
         for (; manifests_.size() > 1; manifests_.erase(manifests_.begin()))
             removeFileIfThere(folder_ + "/" + manifests_.begin()->second);
@@ -199,42 +207,80 @@ void requireAllRead(const std::vector<std::int64_t>& seqs, const std::vector<Sna
     }
 }
 
-} // namespace
+// What a prune is going to remove.
+struct PrunePlan {
+    std::vector<std::int64_t> snapshots;
+    UnusedManifests manifests;
+    UnclaimedContents contents;
+    std::int64_t newest = 0; // of the snapshots that it goes by
 
-PruneResult Engine::prune(const Project& project, Date now, bool dryRun) const {
-    const ProjectLock lock(store.history(project).lockPath());
-    return pruneLocked(lock, project, now, dryRun);
-}
+    [[nodiscard]] PruneResult result() const { return {snapshots, contents.count(), {}, {}}; }
+};
 
-PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, bool dryRun, Sweep sweep) const {
-    const History history = store.history(project);
+PrunePlan planPrune(const History& history, Date now, Engine::Sweep sweep) {
     const auto snapshots = history.snapshots();
     const auto seqs = history.seqs();
     if (!std::equal(seqs.begin(), seqs.end(), snapshots.begin(), snapshots.end(),
                     [](std::int64_t seq, const SnapshotMeta& meta) { return seq == meta.seq; }))
         requireAllRead(seqs, snapshots);
-    const RetentionPlan plan = planRetention(snapshots, now);
-    UnusedManifests unused(history, plan.manifestsInUse);
-    UnclaimedContents unclaimed(history.blobsFolder());
-    if (sweep == Sweep::freed && plan.freesOwnContentsOnly && unused.areAllAmong(plan.manifestsFreed)) {
-        for (const std::int64_t seq : plan.manifestsFreed) unclaimed.add(seq);
+    const RetentionPlan retention = planRetention(snapshots, now);
+    PrunePlan plan{retention.remove, UnusedManifests(history, retention.manifestsInUse),
+                   UnclaimedContents(history.blobsFolder()), seqs.empty() ? 0 : seqs.back()};
+    if (sweep == Engine::Sweep::freed && retention.freesOwnContentsOnly &&
+        plan.manifests.areAllAmong(retention.manifestsFreed)) {
+        for (const std::int64_t seq : retention.manifestsFreed) plan.contents.add(seq);
     } else {
-        unclaimed.addAllBut(plan.manifestsInUse);
+        plan.contents.addAllBut(retention.manifestsInUse);
     }
-    claimAll(history, plan.manifestsToRead, unclaimed);
-    PruneResult result{plan.remove, unclaimed.count(), {}, {}};
-    if (dryRun) {
-        result.contents = unclaimed.names();
-        result.manifests = unused.numbers();
-        return result;
+    claimAll(history, retention.manifestsToRead, plan.contents);
+    return plan;
+}
+
+// A plan that was made without the lock, while other commands may have been at work. What a snapshot has kept that is
+// being taken looks like what a dead one has left.
+PrunePlan planPruneUnlocked(const History& history, Date now) {
+    constexpr int mostTries = 4;
+    for (int tries = 1;; ++tries) {
+        const auto before = history.seqs();
+        const auto isLast = [&] { return tries == mostTries || history.seqs() == before; };
+        try {
+            PrunePlan plan = planPrune(history, now, Engine::Sweep::everything);
+            const bool isAtRest = ProjectLock::isFree(history.lockPath());
+            if (!isLast()) continue;
+            if (!isAtRest || tries == mostTries) {
+                plan.contents.forgetAbove(plan.newest);
+                plan.manifests.forgetAbove(plan.newest);
+            }
+            return plan;
+        } catch (const TidewrackError&) { // another prune may have taken away what was to be read
+            if (isLast()) throw;
+        }
     }
-    for (const std::int64_t seq : plan.remove) removeFileIfThere(history.metaPath(seq));
-    unused.removeAllButOne();
+}
+
+} // namespace
+
+PruneResult Engine::prune(const Project& project, Date now, bool dryRun) const {
+    const History history = store.history(project);
+    if (!dryRun) return pruneLocked(ProjectLock(history.lockPath()), project, now);
+    const PrunePlan plan = planPruneUnlocked(history, now);
+    PruneResult result = plan.result();
+    result.contents = plan.contents.names();
+    result.manifests = plan.manifests.numbers();
+    return result;
+}
+
+PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, Sweep sweep) const {
+    const History history = store.history(project);
+    PrunePlan plan = planPrune(history, now, sweep);
+    PruneResult result = plan.result();
+    for (const std::int64_t seq : plan.snapshots) removeFileIfThere(history.metaPath(seq));
+    plan.manifests.removeAllButOne();
     for (const std::string& folder : {history.folder(), history.snapshotsFolder(), history.manifestsFolder()})
         removeLeftovers(folder);
-    if (!unclaimed.empty()) bringToDisk(history.folder());
-    unclaimed.remove();
-    unused.removeTheLast();
+    if (!plan.contents.empty()) bringToDisk(history.folder());
+    plan.contents.remove();
+    plan.manifests.removeTheLast();
     return result;
 }
 
@@ -248,7 +294,7 @@ void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, Snapsho
         if (since >= 0 && since <= secondsBetweenPrunes) return; // one in the future is from a wrong clock
         writeFileAtomically(marker, "");
         if (!clockIsConfirmed(store.history(project).snapshots(), now())) return;
-        (void)pruneLocked(lock, project, now(), false, Sweep::freed);
+        (void)pruneLocked(lock, project, now(), Sweep::freed);
     } catch (const std::exception& error) {
         Warning& warning = result.warnings.emplace_back();
         warning.kind = Warning::Kind::pruneFailed;

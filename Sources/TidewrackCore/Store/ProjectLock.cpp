@@ -51,4 +51,9 @@ ProjectLock::~ProjectLock() {
     ::flock(fd_.get(), LOCK_UN);
 }
 
+bool ProjectLock::isFree(const std::string& path) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file ? ::flock(file.get(), LOCK_SH | LOCK_NB) == 0 : errno == ENOENT;
+}
+
 } // namespace tidewrack

@@ -20,6 +20,9 @@ class [[nodiscard]] ProjectLock {
     ProjectLock& operator=(const ProjectLock&) = delete;
     ~ProjectLock();
 
+    // Whether nobody holds it at this moment.
+    [[nodiscard]] static bool isFree(const std::string& path);
+
   private:
     Descriptor fd_;
 };
