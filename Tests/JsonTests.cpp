@@ -123,9 +123,11 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(run("track")["project"]["root"], world.projectPath());
     f.write("project/new/file", "n");
     f.remove("project/a");
-    EXPECT_EQ(
-        run("diff", {"1"}),
-        (json{{"added", {"new", "new/file"}}, {"modified", json::array()}, {"deleted", {"a"}}, {"folders", {"new"}}}));
+    EXPECT_EQ(run("diff", {"1"}), (json{{"version", 1},
+                                        {"added", {"new", "new/file"}},
+                                        {"modified", json::array()},
+                                        {"deleted", {"a"}},
+                                        {"folders", {"new"}}}));
     f.write("project/large", std::string(1001, 'x'));
     const json taken = run("snap", {"--label", "label", "--agent", "claude", "--session", "session", "--turn", "turn"});
     for (const char* key : {"label", "session", "turn"}) EXPECT_EQ(taken[key], key);
@@ -192,7 +194,7 @@ TEST(Json, printsWhatIsDocumented) {
     document.check("export", json::parse(exported.out));
     EXPECT_EQ(json::parse(exported.out)["leftOut"], json{"build"});
     EXPECT_EQ(run("prune", {"--dry-run"}),
-              (json{{"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
+              (json{{"version", 1}, {"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 
     run("status", {"--project", world.projectPath()});
     StatusReport status;

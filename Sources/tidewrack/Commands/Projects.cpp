@@ -20,7 +20,7 @@ int track(Invocation& call) {
     const Project project = tidewrack::track(call.store(), path, call.args.has("--force"));
     const SnapshotResult first = call.engine().snapshot(project, {"manual", {}, {}, {}, {}});
     if (call.json()) {
-        call.printJson({{"project", toJson(project)}, {"snapshot", snapshotJson(first)}});
+        call.printJson({{"version", 1}, {"project", toJson(project)}, {"snapshot", snapshotJson(first)}});
     } else {
         call.print("Started tracking " + call.shown(project.root) + "\n#" + std::to_string(first.meta.seq) + "  " +
                    std::to_string(first.meta.files) + " files  " + std::to_string(first.meta.durationMs) + " ms\n");

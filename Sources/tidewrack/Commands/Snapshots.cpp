@@ -32,10 +32,10 @@ void refuseUnknown(Invocation& call, const Project& project, const Engine::Sides
 }
 
 void printChanges(Invocation& call, const Changes& changes) {
-    if (call.json())
-        call.printJson(changesJson(changes));
-    else
-        call.print(changesText(changes, call.look()));
+    if (!call.json()) return call.print(changesText(changes, call.look()));
+    nlohmann::json document = changesJson(changes);
+    document["version"] = 1;
+    call.printJson(document);
 }
 
 } // namespace
@@ -46,12 +46,15 @@ int snap(Invocation& call) {
                                   call.args.value("--agent"), call.args.value("--session"), call.args.value("--turn")};
     const SnapshotResult result = call.engine().snapshot(project, request);
     const SnapshotMeta& meta = result.meta;
-    if (call.json())
-        call.printJson(snapshotJson(result));
-    else
+    if (call.json()) {
+        nlohmann::json document = snapshotJson(result);
+        document["version"] = 1;
+        call.printJson(document);
+    } else {
         call.print("#" + std::to_string(meta.seq) + "  " + countsText({meta.added, meta.modified, meta.deleted}) +
                    " since the previous snapshot  " + std::to_string(meta.files) + " files  " +
                    std::to_string(meta.durationMs) + " ms\n");
+    }
     if (const std::string tooLarge = tooLargeText(result.notKept); !call.json() && !tooLarge.empty())
         call.print(tooLarge + ".\n");
     call.warn(result.warnings);

@@ -40,7 +40,8 @@ nlohmann::json restoreJson(const RestoreResult& result) {
     for (const PathOutcome& outcome : result.outcomes)
         if (outcome.kind == EntryKind::dir && (outcome.action == Action::restored || outcome.action == Action::removed))
             folders.insert(outcome.path);
-    return {{"safety", toJson(result.safety)},
+    return {{"version", 1},
+            {"safety", toJson(result.safety)},
             {"restored", repairedList(pathsOf(result.outcomes, Action::restored))},
             {"removed", repairedList(pathsOf(result.outcomes, Action::removed))},
             {"folders", repairedList(folders)},
@@ -50,14 +51,16 @@ nlohmann::json restoreJson(const RestoreResult& result) {
 nlohmann::json planJson(const RestoreResult& result) {
     nlohmann::json object = restoreJson(result);
     object.erase("safety");
-    object["version"] = 1;
     object["dryRun"] = true;
     object["overwritten"] = repairedList(result.overwritten);
     return object;
 }
 
 nlohmann::json pruneJson(const PruneResult& result, bool dryRun) {
-    return {{"dryRun", dryRun}, {"removedSnapshots", result.removedSnapshots}, {"removedBlobs", result.removedBlobs}};
+    return {{"version", 1},
+            {"dryRun", dryRun},
+            {"removedSnapshots", result.removedSnapshots},
+            {"removedBlobs", result.removedBlobs}};
 }
 
 nlohmann::json projectJson(const Project& project, std::size_t snapshots, const std::optional<SnapshotMeta>& latest) {
