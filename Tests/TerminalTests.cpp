@@ -22,6 +22,12 @@ TEST(Terminal, undoAloneAsksFirst) {
     world.ok({"snap", "--kind", "prompt", "--agent", "claude", "--session", "s", "--label", "Change it"});
     world.folder.write("project/a", "new");
     world.ok({"snap", "--kind", "stop", "--agent", "claude", "--session", "s"});
+    // What a vault restore has left that was killed is cleared up after a yes, too.
+    world.folder.write("home/aside", "the user's");
+    world.folder.write("store/vault/restore.tidewrack-999999999-0",
+                       world.folder.at("home") + "\n.tidewrack-12-ab-0\nf\naside\n");
+    const std::string back =
+        "warning: a vault restore that was cut short had moved " + world.folder.at("home/f") + " aside; it is back\n";
     const std::string plan = "turn #2–#3 of claude, \"Change it\":\n~ a\n1 file overwritten.\n";
     const struct {
         std::vector<std::string> words;
@@ -34,7 +40,7 @@ TEST(Terminal, undoAloneAsksFirst) {
         {{"undo"}, "yes please\n", "Would take back " + plan + "Do it? (yes/no) Nothing was changed.\n", false},
         {{"undo"}, "\x04", "Would take back " + plan + "Do it? (yes/no) Nothing was changed.\n", false}, // the end
         {{"undo", "--dry-run"}, "", "Would take back " + plan + "Nothing was changed.\n", false},
-        {{"undo"}, "y\n", "Would take back " + plan + "Do it? (yes/no) Took back " + plan, true},
+        {{"undo"}, "y\n", "Would take back " + plan + "Do it? (yes/no) " + back + "Took back " + plan, true},
     };
     for (const auto& row : rows) {
         const Descriptor terminal(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
@@ -52,6 +58,7 @@ TEST(Terminal, undoAloneAsksFirst) {
         EXPECT_EQ(said.substr(0, row.said.size()), row.said);
         EXPECT_EQ(world.history().seqs() == snapshots, !row.acts);
         EXPECT_EQ(world.folder.read("project/a"), row.acts ? "old" : "new");
+        EXPECT_EQ(world.folder.has("home/f"), row.acts);
     }
     EXPECT_EQ(world.run({"undo"}).err, "tidewrack: missing snapshot\n") << "where nobody can be asked";
 }

@@ -457,6 +457,7 @@ int undoAsking(Invocation& call) {
             call.print("Nothing was changed.\n");
             return 0;
         }
+        clearAfterVault(call); // where that changes the plan it is asked about again
         shown = std::move(text);
     }
 }
