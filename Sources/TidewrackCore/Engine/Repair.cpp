@@ -50,7 +50,7 @@ class Aside {
 
     void move(const std::string& place) {
         const std::string from = joined(home_, place);
-        if (::rename(from.c_str(), newPlace(place).c_str()) != 0) throw TidewrackError::io("move", from, errno);
+        if (const int error = moveFile(from, newPlace(place))) throw TidewrackError::io("move", from, error);
         result_.mendings.push_back({How::movedAside, place});
     }
 
@@ -283,7 +283,8 @@ class Repair {
             throw TidewrackError::io("rebuild", target, error);
         }
         if (exists(target)) aside_.move(damage.place);
-        if (::rename(temporary.c_str(), target.c_str()) != 0) throw TidewrackError::io("write", target, errno);
+        error = moveFile(temporary, target);
+        if (error != 0) throw TidewrackError::io("write", target, error);
         return true;
     }
 

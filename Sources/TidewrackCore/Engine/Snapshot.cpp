@@ -43,8 +43,11 @@ class ContentFolder {
         if (folder_ && !committed_) (void)removeTree(path_);
     }
     void make() {
-        if (::mkdir(path_.c_str(), 0755) != 0) throw TidewrackError::io("create", path_, errno);
-        if (const int error = openFolder(path_, folder_)) throw TidewrackError::io("open", path_, error);
+        // An empty one was made by the call itself, where the volume repeated it: the number is new.
+        const int error = ::mkdir(path_.c_str(), 0755) == 0 ? 0 : errno;
+        if (error != 0 && (error != EEXIST || !listFolder(path_).empty()))
+            throw TidewrackError::io("create", path_, error);
+        if (const int failure = openFolder(path_, folder_)) throw TidewrackError::io("open", path_, failure);
     }
     [[nodiscard]] int get() const { return folder_.get(); }
     void commit() {

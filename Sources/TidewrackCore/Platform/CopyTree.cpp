@@ -30,6 +30,14 @@ class Skip {
     bool active_;
 };
 
+// One that is there and empty may come from the call itself, where the volume repeated it; it is made anew.
+int makeNewFolder(Place to) {
+    if (::mkdirat(to.folder, to.name, 0700) == 0) return 0;
+    const int error = errno;
+    if (error != EEXIST || ::unlinkat(to.folder, to.name, AT_REMOVEDIR) != 0) return error;
+    return ::mkdirat(to.folder, to.name, 0700) == 0 ? 0 : errno;
+}
+
 class TreeCopier {
   public:
     explicit TreeCopier(const CopyLimits& limits)
@@ -82,7 +90,7 @@ class TreeCopier {
     int copyFolder(Place from, Place to, const Place* earlier, const Attributes& attributes) {
         FolderStream source(from.folder, from.name);
         if (source.error() != 0) return source.error();
-        if (::mkdirat(to.folder, to.name, 0700) != 0) return errno;
+        if (const int error = makeNewFolder(to)) return error;
         madeFolder_ = true;
         const Descriptor target(::openat(to.folder, to.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!target) return errno;

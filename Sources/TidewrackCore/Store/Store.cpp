@@ -148,8 +148,8 @@ void Store::untrack(const Project& project) const {
     removeUntracked();
     // Under another name nobody finds it, and the folder may be tracked anew while it is removed.
     const History moved(joined(projectsFolder(), temporaryName()), project.root);
-    if (::rename(history.folder().c_str(), moved.folder().c_str()) != 0)
-        throw TidewrackError::io("remove", history.folder(), errno);
+    if (const int error = moveFile(history.folder(), moved.folder()))
+        throw TidewrackError::io("remove", history.folder(), error);
     removeHistory(moved);
 }
 

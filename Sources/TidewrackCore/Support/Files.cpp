@@ -76,6 +76,17 @@ void removeLeftovers(const std::string& folder) {
     }
 }
 
+int moveFile(const std::string& from, const std::string& to) {
+    Attributes moving;
+    Attributes there;
+    const bool isKnown = attributesAt(AT_FDCWD, from.c_str(), moving) == 0;
+    if (::rename(from.c_str(), to.c_str()) == 0) return 0;
+    const int error = errno;
+    const bool isDone = error == ENOENT && isKnown && attributesAt(AT_FDCWD, to.c_str(), there) == 0 &&
+                        there.ino == moving.ino && there.device == moving.device;
+    return isDone ? 0 : error;
+}
+
 namespace {
 
 // A file that is written under a temporary name and renamed to its path by commit(); without commit() the destructor
@@ -112,17 +123,10 @@ class NewFile {
     template <typename ReachDisk>
     [[nodiscard]] int commit(ReachDisk reachDisk) {
         if (const int error = reachDisk(file_.get())) return error;
-        struct stat ours {};
-        if (::fstat(file_.get(), &ours) != 0 || ::close(file_.release()) != 0) return errno;
-        if (::rename(temporary_.c_str(), path_.c_str()) != 0) {
-            const int error = errno; // a network volume may have repeated the call: then it is done
-            struct stat there {};
-            const bool isDone = error == ENOENT && ::lstat(path_.c_str(), &there) == 0 && there.st_ino == ours.st_ino &&
-                                there.st_dev == ours.st_dev;
-            if (!isDone) return error;
-        }
-        exists_ = false;
-        return 0;
+        if (::close(file_.release()) != 0) return errno;
+        const int error = moveFile(temporary_, path_);
+        exists_ = error != 0;
+        return error;
     }
 
     // The same where `before` is there; EEXIST where something else is. In one step, as far as the volume can.
@@ -134,7 +138,7 @@ class NewFile {
         int error = before ? exchange(ours, theirs) : renameUnlessTaken(ours, theirs);
         if (error == ENOSYS || error == ENOTSUP || error == EINVAL) {
             if (!holds(path_, before)) return EEXIST;
-            error = ::rename(temporary_.c_str(), path_.c_str()) == 0 ? 0 : errno;
+            error = moveFile(temporary_, path_);
             exists_ = error != 0;
             return error;
         }

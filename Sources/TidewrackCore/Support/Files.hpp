@@ -25,6 +25,9 @@ constexpr std::string_view temporaryPrefix = ".tidewrack-";
 // Whether the name is such a one of a process that died. One that bears this process's number is of an earlier process
 // that had it too, as happens in containers; so this is asked before the process writes one.
 [[nodiscard]] bool isLeftover(std::string_view name);
+// Renames a file or folder over what may be there. Returns an errno value; where a network volume has repeated the
+// call, because its answer was lost, that it is done already is success.
+[[nodiscard]] int moveFile(const std::string& from, const std::string& to);
 // Removes the files in a folder of ours that bear such a name, as far as that is possible.
 void removeLeftovers(const std::string& folder);
 

@@ -194,11 +194,9 @@ std::string Vault::makeEntryFolder() const {
         const std::string path = entryFolder(id);
         int error = ::mkdir(path.c_str(), 0700) == 0 ? 0 : errno;
         if (error == EEXIST) continue;
-        if (error == 0 && ::mkdir((path + "/items").c_str(), 0700) == 0) return id;
-        if (error == 0) {
-            error = errno;
-            (void)::rmdir(path.c_str());
-        }
+        if (error == 0) error = makeFolders(path + "/items", 0700);
+        if (error == 0) return id;
+        (void)::rmdir(path.c_str());
         throw TidewrackError::io("create", path, error);
     }
 }
