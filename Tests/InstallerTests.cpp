@@ -114,9 +114,15 @@ TEST_F(Installer, writesWhereDroidLooks) {
 
 // Copilot refuses every tool whose hook fails.
 TEST_F(Installer, leavesCopilotAtWorkWhereTheProgramIsGone) {
-    installer(home + "/gone/tidewrack").install(Agent::copilot);
-    const json hook = config(Agent::copilot)["hooks"]["PreToolUse"][0];
-    EXPECT_EQ(std::system(hook["command"].get<std::string>().c_str()), 0);
+    folder.write("of another machine/tidewrack", std::string("\x7f"
+                                                             "ELF?",
+                                                             5));
+    ASSERT_EQ(::chmod(folder.at("of another machine/tidewrack").c_str(), 0700), 0);
+    for (const char* program : {"/of another machine/tidewrack", "/gone/tidewrack"}) {
+        installer(home + program).install(Agent::copilot);
+        const json hook = config(Agent::copilot)["hooks"]["PreToolUse"][0];
+        EXPECT_EQ(std::system(hook["command"].get<std::string>().c_str()), 0) << program;
+    }
     EXPECT_EQ(installer().installedBinary(Agent::copilot), home + "/gone/tidewrack");
     EXPECT_NE(run({"status"}).find("copilot installed, but its hooks run " + home + "/gone/tidewrack"),
               std::string::npos);

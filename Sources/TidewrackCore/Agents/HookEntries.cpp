@@ -139,8 +139,9 @@ std::optional<std::string> programOf(std::string_view command) {
 std::string HookEntries::command() const {
     const std::string program = shellQuote(binary_);
     const std::string call = program + " hook " + std::string(rawValue(agent_));
-    // Copilot refuses every tool whose hook cannot be run: our program must not take the agent along when it goes.
-    return agent_ == Agent::copilot ? "[ ! -x " + program + " ] || " + call : call;
+    // Copilot refuses every tool whose hook fails, and reads our own refusals from standard output: our program must
+    // not take the agent along when it is gone, or can't be run.
+    return agent_ == Agent::copilot ? "[ ! -x " + program + " ] || " + call + " || :" : call;
 }
 
 json HookEntries::hook(std::string_view event, std::string_view matcher) const {
