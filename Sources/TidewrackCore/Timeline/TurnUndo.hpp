@@ -112,6 +112,7 @@ class TurnUndo {
     [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
                                      std::optional<std::vector<VaultEntry>> vault) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
+    [[nodiscard]] std::optional<std::uint16_t> rootModeBefore(const UndoChoice& choice) const;
     [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
     void checkHunks(const UndoSteps& steps, const Options& options) const;
