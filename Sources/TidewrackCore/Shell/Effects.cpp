@@ -343,6 +343,12 @@ bool Effects::isProtected(const std::string& path, Links links) {
     return protectedFolders().holdsText(path) || protectedFolders().holdsFolder(path, links == Links::followed);
 }
 
+void Effects::takeProtected(const std::string& folder, const std::function<bool(std::string_view)>& takes) {
+    for (std::string& path : protectedFolders().inHome())
+        if (path.size() > folder.size() && isAtOrBelow(path, folder) && takes(path))
+            target(std::move(path), folder, Links::itself, Extent::removed);
+}
+
 void Effects::denyCatastrophes() {
     for (const std::string& path : decision_.targets)
         if (protectedFolders().holdsText(path)) return decision_.verdict.raiseTo({Verdict::Kind::deny, refusal(path)});

@@ -87,6 +87,9 @@ class Effects {
         own_.lookBelow(folder, takes);
     }
 
+    // The same for protected folders below it, which go with what they hold.
+    void takeProtected(const std::string& folder, const std::function<bool(std::string_view)>& takes);
+
     // What the word names is overwritten or replaced, if it is there. That is saved; nobody is asked or refused
     // anything for it.
     void write(const Word& word, const std::string& folder, Extent extent = Extent::item);

@@ -169,6 +169,8 @@ bool keepsOutOfGit(Words arguments, const FoundFiles& tests) {
 FoundFiles testsOf(Words arguments, bool areLimiting) {
     FoundFiles tests;
     tests.certain = nameDecides(arguments);
+    const auto isFile = [](const Word& test, const Word& kind) { return test.text == "-type"sv && kind.text == "f"sv; };
+    tests.takesFolders = std::adjacent_find(arguments.begin(), arguments.end(), isFile) == arguments.end();
     for (std::size_t index = 0; index < arguments.size(); ++index) {
         const std::string_view test = arguments[index].text;
         tests.onlyEmpty = tests.onlyEmpty || (areLimiting && test == "-empty"sv);
@@ -184,6 +186,7 @@ FoundFiles testsOf(Words arguments, bool areLimiting) {
         if (test == "-ipath"sv || test == "-iwholename"sv) tests.anyCasePaths.push_back(pattern);
     }
     tests.sparesGit = keepsOutOfGit(arguments, tests);
+    tests.takesFolders = tests.takesFolders && !(tests.names.empty() && tests.anyCaseNames.empty());
     return tests;
 }
 
@@ -201,17 +204,18 @@ void takeTree(const Word& root, const FoundFiles& tests, Act act, bool recursive
     if (act == Act::nothing) return;
     if (root.unknown || effects.skips(root)) return effects.opaque(cwd);
     for (const std::string& path : effects.resolve(root, cwd)) {
+        // A folder that goes takes with it what it holds.
+        const auto takes = [&](std::string_view file) {
+            std::size_t depth = 0;
+            for (std::size_t at = path.size(); at < file.size(); ++depth) {
+                at = std::min(file.find('/', at + 1), file.size());
+                if ((recursive || at == file.size()) && tests.pass(file.substr(0, at), depth + 1)) return true;
+            }
+            return false;
+        };
         if (act != Act::guessed) effects.reachGitStores(path, tests);
-        if (act != Act::guessed)
-            effects.takeBelow(path, [&](std::string_view file) {
-                // A folder that goes takes with it what it holds.
-                std::size_t depth = 0;
-                for (std::size_t at = path.size(); at < file.size(); ++depth) {
-                    at = std::min(file.find('/', at + 1), file.size());
-                    if ((recursive || at == file.size()) && tests.pass(file.substr(0, at), depth + 1)) return true;
-                }
-                return false;
-            });
+        if (act != Act::guessed) effects.takeBelow(path, takes);
+        if (act == Act::removed && recursive && tests.takesFolders) effects.takeProtected(path, takes);
         if (effects.isProtected(path, linksOf(root)))
             effects.suspectProjectsIn(path);
         else if (act == Act::destroyed || act == Act::removed)

@@ -17,8 +17,9 @@ struct FoundFiles {
     std::vector<std::string> endings;      // where there are any, one must end the name too, in any case
     std::size_t depth = std::string::npos; // of the folders below the folder, at most
     bool onlyEmpty = false;
-    bool certain = false;   // nothing but this decides: what passes goes
-    bool sparesGit = false; // git's own stores are left out, whatever passes
+    bool takesFolders = false; // of these names, too, with all that they hold
+    bool certain = false;      // nothing but this decides: what passes goes
+    bool sparesGit = false;    // git's own stores are left out, whatever passes
 
     // `below`: how many folders below the folder the path is.
     [[nodiscard]] bool pass(std::string_view path, std::size_t below) const;

@@ -53,6 +53,13 @@ bool ProtectedFolders::onlyHoldsHome(std::string_view path) const {
                         [&](const std::string& root) { return isAtOrBelow(path, root); });
 }
 
+std::vector<std::string> ProtectedFolders::inHome() const {
+    std::vector<std::string> folders;
+    if (!hasHome_) return folders;
+    for (const std::string_view folder : homeFolders) folders.push_back(home_ + std::string(folder));
+    return folders;
+}
+
 bool ProtectedFolders::holdsFolder(const std::string& path, bool followLink) {
     if (++pathsLookedAt_ > Budget::foldersCompared || path.find('\0') != std::string::npos) return false;
     struct stat status {};

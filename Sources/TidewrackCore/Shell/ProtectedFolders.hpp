@@ -23,6 +23,9 @@ class ProtectedFolders {
     // Whether it is protected only because the home folder lies in it.
     [[nodiscard]] bool onlyHoldsHome(std::string_view path) const;
 
+    // The home folder and its well-known ones.
+    [[nodiscard]] std::vector<std::string> inHome() const;
+
     // Whether a protected folder is at `path` whatever its spelling: on a volume that ignores case, or reached through
     // a link. A link at the path itself counts as what it leads to only with `followLink`. Reads the disk; looks at 512
     // paths at most.
