@@ -159,7 +159,6 @@ void Guard::takeCommand(Command& command) {
     const bool loop = !apart.empty() && (apart.front().text == "for"sv || apart.front().text == "select"sv);
     if (loop && apart.size() > 3) readings.whole.insert(readings.whole.end(), apart.begin() + 3, apart.end());
     if (!readings.whole.empty() && takeBuiltin(readings.whole, command, !endsWithName)) return;
-    if (!readings.whole.empty()) takeSourced(readings.whole);
     const auto judgeRun = [&](WordValues::Readings&& run) {
         peel(run.apart);
         peel(run.whole);
@@ -412,6 +411,7 @@ void Guard::takeUnknown(const Word& name) {
 // Commands that change what the line knows, not the disk.
 bool Guard::takeBuiltin(std::vector<Word>& words, const Command& command, bool hadArgument) {
     const std::string_view name = words.front().text;
+    takeSourced(words);
     if (!isBuiltin(name)) return false;
     if (name == "cd"sv || name == "pushd"sv || name == "popd"sv) {
         // In a pipe or in the background a shell of its own changes the folder.

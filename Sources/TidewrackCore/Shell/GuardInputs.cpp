@@ -148,9 +148,11 @@ void Guard::noteTest(Words words, const Command& command) {
 // What a file gives names is in force from now on. What else it does is as little known as what a script does.
 void Guard::takeSourced(const std::vector<Word>& words) {
     if ((words.front().text != "."sv && words.front().text != "source"sv) || words.size() < 2) return;
+    const bool isGuess = effects_.isGuess();
+    opaque(); // before the file leads elsewhere
     const std::string path = absolutePath(words[1].text, position_.folder());
     const std::vector<std::string> made = effects_.namesMadeIn(parentOf(path));
-    const bool isThere = words[1].unknown || effects_.mayExist(path, "/") || effects_.isGuess() ||
+    const bool isThere = words[1].unknown || effects_.mayExist(path, "/") || isGuess ||
                          std::find(made.begin(), made.end(), lastComponent(path)) != made.end();
     if (isThere && (words[1].unknown || !takeValuesFrom(path))) values_.noteOthersUnknown();
 }
