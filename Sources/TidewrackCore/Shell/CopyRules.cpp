@@ -33,6 +33,9 @@ class Copying {
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
+    void targetAsPath(const Word& source, const std::string& folder);
+    void takeAll(const std::string& folder);
+    [[nodiscard]] bool isUnseen(const std::string& path) const;
 
     std::string_view name_;
     const Operands& operands_;
@@ -118,7 +121,12 @@ void Copying::targetDestinations(const Operands& all) {
         if (words.size() > 2 || !keeps(destination, *words.front())) effects_.target(destination, cwd_);
         return;
     }
-    targetCopiesIn(destination, words.first(words.size() - 1));
+    if (name_ == "rsync" || !all.has('T', "--no-target-directory"))
+        return targetCopiesIn(destination, words.first(words.size() - 1));
+    if (name_ != "cp") return effects_.target(destination, cwd_);
+    Word source = *words.front(); // whose contents go into the folder
+    source.text += '/';
+    targetContents(source, destination);
 }
 
 void Copying::targetCopiesIn(const std::string& folder, std::span<const Word* const> sources) {
@@ -130,9 +138,14 @@ void Copying::targetCopiesIn(const std::string& folder, std::span<const Word* co
 
 void Copying::targetCopyOf(const Word& source, const std::string& folder) {
     if (source.unknown) return effects_.opaque(folder);
+    const bool keepsPath = name_ == "rsync" ? operands_.has('R', "--relative") : operands_.has(0, "--parents");
+    if (keepsPath) return targetAsPath(source, folder);
     const std::string from = absolutePath(source.text, cwd_);
+    const std::string parent(parentOf(from));
+    if (source.glob && parent.find_first_of("*?[") == parent.npos && effects_.takesLook() && isUnseen(parent))
+        takeAll(folder);
     if (source.glob)
-        for (const std::string& name : effects_.namesMadeIn(parentOf(from)))
+        for (const std::string& name : effects_.namesMadeIn(parent))
             if (fnmatch(std::string(lastComponent(from)).c_str(), name.c_str(), FNM_NOESCAPE) == 0)
                 effects_.target(absolutePath(name, folder), cwd_);
     for (const std::string& path : effects_.resolve(source, cwd_)) {
@@ -142,12 +155,37 @@ void Copying::targetCopyOf(const Word& source, const std::string& folder) {
     if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
 }
 
+// cp --parents, rsync -R: all of the source's path is made in the folder, or what stands behind `/./`.
+void Copying::targetAsPath(const Word& source, const std::string& folder) {
+    const std::string_view text = source.text;
+    const std::size_t dot = text.find("/./");
+    std::string above = text.starts_with('/') ? "/" : cwd_;
+    if (dot != text.npos) above = absolutePath(text.substr(0, dot + 1), cwd_);
+    for (const std::string& path : effects_.resolve(source, cwd_)) {
+        const bool isBelow = isAtOrBelow(path, above) && path.size() > above.size();
+        const std::string_view behind = std::string_view(path).substr(isBelow ? above.size() : 0);
+        effects_.target(absolutePath(behind.substr(behind.starts_with('/') ? 1 : 0), folder), cwd_);
+    }
+}
+
+// Whether something is to be copied that is not there yet, but for what the line is known to make.
+bool Copying::isUnseen(const std::string& path) const {
+    return !exists(path) && (effects_.isGuess() || effects_.namesMadeIn(path).empty());
+}
+
+// Whatever is in the folder may be written over.
+void Copying::takeAll(const std::string& folder) {
+    effects_.opaque(folder);
+    if (exists(joined(folder, ".git"))) effects_.useGitStore({folder, {}, false, false});
+}
+
 // The contents of a source written as `src/.`, `src/` or (for ditto) `src` may be copied into the folder, where they
 // overwrite what has the same name, instead of the source as one item.
 void Copying::targetContents(const Word& source, const std::string& folder) {
     const std::string& text = source.text;
     if (name_ != "ditto" && text != "." && !text.ends_with('/') && !text.ends_with("/.")) return;
     for (const std::string& path : effects_.resolve(source, cwd_)) {
+        if (effects_.takesLook() && isUnseen(path)) takeAll(folder);
         for (const std::string& name : effects_.namesMadeIn(path)) effects_.target(absolutePath(name, folder), cwd_);
         const auto names = effects_.namesIn(path);
         if (!names) return effects_.target(folder, cwd_);
