@@ -60,6 +60,7 @@ struct Budget {
     static constexpr int foldersCompared = 512;
     static constexpr std::size_t mentions = 64;
     static constexpr std::size_t itemsOfList = 256; // that the line itself holds
+    static constexpr std::size_t placesOfItems = 4;
     static constexpr std::size_t listBytes = std::size_t{64} << 10;
     static constexpr std::size_t filesKeptOnSuspicion = 2'000;
     static constexpr std::int64_t bytesKeptOnSuspicion = std::int64_t{16} << 20;

@@ -224,6 +224,7 @@ void takeTree(const Word& root, const FoundFiles& tests, Act act, bool recursive
             effects.suspect(path);
         else
             effects.opaque(path); // of which a copy is kept where it is small
+        if (act == Act::guessed && !effects.isInProject(path)) effects.suspectProjectsIn(path);
     }
 }
 

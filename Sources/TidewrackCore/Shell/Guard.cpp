@@ -129,7 +129,8 @@ void Guard::takeCommand(Command& command) {
     if (first == words.end() || takeDefinition(command)) return;
     noteTest({first, words.end()}, command);
     if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
-        if (first->text == "ls"sv && (command.toPipe || nesting_ > 0)) takeListing({first, words.end()}, command);
+        if ((command.toPipe || nesting_ > 0) && (first->text == "ls"sv || listsMatches({first, words.end()})))
+            takeListing({first, words.end()}, command);
         if (!functions_.contains(first->text)) {
             tell({first, words.end()});
             const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(*first));

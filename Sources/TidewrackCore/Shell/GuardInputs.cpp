@@ -66,6 +66,7 @@ void Guard::takeListing(std::vector<Word> words, const Command& command) {
     values_.expandAll(words, command);
     if (command.toPipe) lister_ = words;
     bool named = false;
+    const bool deep = words.front().text != "ls"sv;
     for (const Word& word : Words(words).subspan(1)) {
         if (word.text.starts_with('-') || word.unknown || !effects_.takesListing()) continue;
         named = true;
@@ -73,9 +74,9 @@ void Guard::takeListing(std::vector<Word> words, const Command& command) {
         if (word.glob)
             effects_.list({std::string(parentOf(path)), {std::string(lastComponent(path))}, false});
         else
-            effects_.list({std::move(path), {}, false});
+            effects_.list({std::move(path), {}, deep});
     }
-    if (!named) effects_.list({position_.folder(), {}, false});
+    if (!named || deep) effects_.list({position_.folder(), {}, deep});
 }
 
 // What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.

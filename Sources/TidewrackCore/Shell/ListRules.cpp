@@ -31,12 +31,13 @@ bool takesNextWord(const Word& option) {
     return option.text.find_first_of(valueLetters, 1) == option.text.size() - 1;
 }
 
-// What stands for an item in the words behind: -I SIGN, -ISIGN, --replace=SIGN.
+// What stands for an item in the words behind: -I SIGN, -ISIGN, -iSIGN, --replace=SIGN.
 std::string_view replacedSign(Words options) {
     std::string_view sign;
     for (std::size_t index = 0; index < options.size(); ++index) {
         const std::string_view text = options[index].text;
         if (text.starts_with("--replace=")) sign = text.substr(10);
+        if (text.starts_with("-i") && text.size() > 2) sign = text.substr(2);
         const std::size_t at = isShortCluster(options[index]) ? text.find_first_of(valueLetters, 1) : text.npos;
         if (at == text.npos) continue;
         const bool isJoined = at + 1 < text.size();
@@ -67,6 +68,39 @@ void examineListedByLs(Words arguments, Act act, bool recursive, const std::stri
         effects.thin(cwd, cwd, Links::followed);
 }
 
+// What grep -l prints are some of the files that its operands name, or hold. The pattern is taken for one of them.
+void examineMatches(Words arguments, const std::string& cwd, Effects& effects) {
+    for (const Word& word : arguments) {
+        if (isOption(word) || word.unknown || word.text.empty() || effects.skips(word)) continue;
+        for (const std::string& path : effects.resolve(word, cwd)) {
+            if (!isFolder(path))
+                effects.risk(path, cwd);
+            else if (effects.isProtected(path, Links::followed))
+                effects.suspectProjectsIn(path);
+            else
+                effects.thin(path, cwd, Links::followed);
+        }
+    }
+}
+
+// What a command that may do anything is given one after the other: git runs in each of the folders, others may.
+void examineFoldersListed(Words arguments, const std::vector<Word>& command, const std::string& cwd, Effects& effects) {
+    const bool isGit = commandName(command.front()) == "git"sv && command.size() <= Budget::wordsBehindPattern;
+    if (!hasOption(arguments, 'd', "--directory")) return;
+    for (const Word& word : arguments) {
+        if (isOption(word) || word.unknown || word.text.empty() || effects.skips(word)) continue;
+        for (const std::string& path : effects.resolve(word, cwd)) {
+            if (!effects.takesLook()) return;
+            if (!isFolder(path)) continue;
+            effects.suspectProjectsIn(path);
+            if (!isGit || effects.isProtected(path, Links::followed)) continue;
+            std::vector<Word> run = command;
+            for (Word& one : run) one.text = withItem(one.text, "{}", path);
+            (void)examine(run, cwd, effects);
+        }
+    }
+}
+
 } // namespace
 
 std::vector<Word> commandOfXargs(Words arguments) {
@@ -82,6 +116,15 @@ std::vector<Word> commandOfXargs(Words arguments) {
     return command;
 }
 
+bool listsMatches(Words words) {
+    const std::string_view name = commandName(words.front());
+    if (name != "grep"sv && name != "egrep"sv && name != "fgrep"sv && name != "rg"sv && name != "ag"sv) return false;
+    return std::any_of(words.begin() + 1, words.end(), [](const Word& word) {
+        return word.text.starts_with("--files") ||
+               (isShortCluster(word) && word.text.find_first_of("lL") != std::string::npos);
+    });
+}
+
 bool listsFiles(const Word& first) {
     const std::string_view name = commandName(first);
     return name == "ls"sv || name == "find"sv || name == "fd"sv || name == "fdfind"sv;
@@ -90,14 +133,19 @@ bool listsFiles(const Word& first) {
 void examineListed(Words lister, Words arguments, const std::string& cwd, Effects& effects) {
     const std::vector<Word> command = commandOfXargs(arguments);
     if (command.empty()) return;
+    const Act act = actOn(command);
+    if (act == Act::guessed && commandName(lister.front()) == "ls"sv)
+        examineFoldersListed(lister.subspan(1), command, cwd, effects);
+    else if (act == Act::guessed && !listsMatches(lister))
+        examineFound(lister, act, false, cwd, effects);
+    if (act != Act::destroyed && act != Act::removed) return;
     // Only what is named by itself goes: not ../x/{}.
     const auto isPart = [](const Word& word) { return isFound(word) && word.text != "{}"sv; };
     if (std::any_of(command.begin(), command.end(), isPart)) return;
-    const Act act = actOn(command);
-    if (act != Act::destroyed && act != Act::removed) return;
     const bool recursive = isRecursive(Words(command).subspan(1));
     if (commandName(lister.front()) == "ls"sv)
         return examineListedByLs(lister.subspan(1), act, recursive, cwd, effects);
+    if (listsMatches(lister)) return examineMatches(lister.subspan(1), cwd, effects);
     examineFound(lister, act, recursive, cwd, effects);
 }
 
@@ -108,13 +156,20 @@ void examineItems(std::string_view text, Words arguments, const std::string& cwd
         return isShortCluster(word) && word.text.find_first_of("0dI") != std::string::npos;
     });
     const std::string_view separators = byLine ? "\n"sv : " \t\n"sv;
+    std::vector<std::string_view> places; // where the items stand: {} and what is around it
+    for (const Word& word : command)
+        if (isFound(word) && places.size() < Budget::placesOfItems) places.push_back(word.text);
+    if (places.empty()) places.emplace_back("{}");
     for (std::size_t begin = 0, count = 0; begin < text.size() && count < Budget::itemsOfList;) {
         const std::size_t end = std::min(text.find_first_of(separators, begin), text.size());
-        const std::string_view item = text.substr(begin, end - begin);
+        std::string_view item = text.substr(begin, end - begin);
         begin = end + 1;
+        item = item.substr(0, item.find_last_not_of(' ') + 1); // what echo prints has one at its end
         if (item.empty()) continue;
         ++count;
-        effects.risk(absolutePath(item, cwd), cwd);
+        for (const std::string_view place : places)
+            effects.risk(absolutePath(place.size() > Budget::nameLength ? item : withItem(place, "{}", item), cwd),
+                         cwd);
     }
 }
 

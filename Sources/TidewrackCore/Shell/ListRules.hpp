@@ -17,6 +17,9 @@ namespace tidewrack::shell {
 // Whether what this command prints are names of files: ls, find, fd.
 [[nodiscard]] bool listsFiles(const Word& first);
 
+// Whether it prints the names of files in which it has found something: grep -l. There is at least one word.
+[[nodiscard]] bool listsMatches(std::span<const Word> words);
+
 // Adds what xargs does, called with `arguments`, to what the command `lister` prints, both in the folder `cwd`.
 // Nobody is refused anything because of it; a question is asked where a project's root or what is Tidewrack's own goes.
 void examineListed(std::span<const Word> lister, std::span<const Word> arguments, const std::string& cwd,
