@@ -47,8 +47,8 @@ constexpr Writer writers[] = {
     {"ar", Written::second, {}, {}, {}, {}, " t p tv pv "},
     {"as", Written::anything, "oI", {}, " -o -MD "},
     {"awk", Written::none, "FvfiEle", {}, {}, {}, {}, {}, Language::awk},
-    {"bunzip2", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test "},
-    {"bzip2", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test "},
+    {"bunzip2", Written::all, {}, {}, {}, {}, " -c --stdout -t --test "},
+    {"bzip2", Written::all, {}, {}, {}, {}, " -c --stdout -t --test "},
     {"c++", Written::anything, "oDIULlxTu", {}, " -o -MF "},
     {"cc", Written::anything, "oDIULlxTu", {}, " -o -MF "},
     {"clang", Written::anything, "oDIULlxTu", {}, " -o -MF "},
@@ -75,11 +75,11 @@ constexpr Writer writers[] = {
     {"gawk", Written::none, "FvfiEle", {}, {}, {}, {}, {}, Language::awk},
     {"gcc", Written::anything, "oDIULlxTu", {}, " -o -MF "},
     {"gofmt", Written::all, "r", {}, {}, " -w ", {}},
-    {"gunzip", Written::all, "S", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
-    {"gzip", Written::all, "S", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
+    {"gunzip", Written::all, "S", {}, {}, {}, " -c --stdout -t --test -l --list "},
+    {"gzip", Written::all, "S", {}, {}, {}, " -c --stdout -t --test -l --list "},
     {"iconv", Written::none, "fto", " --from-code --to-code --output ", " -o --output "},
     {"ld", Written::anything, "oLlTu", {}, " -o -Map --Map --dependency-file "},
-    {"lzma", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
+    {"lzma", Written::all, {}, {}, {}, {}, " -c --stdout -t --test -l --list "},
     {"magick", Written::last},
     {"mawk", Written::none, "FvfiEle", {}, {}, {}, {}, {}, Language::awk},
     {"mogrify", Written::all},
@@ -95,7 +95,7 @@ constexpr Writer writers[] = {
      {},
      " --dry-run ",
      " -d --directory "},
-    {"pigz", Written::all, "Sp", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
+    {"pigz", Written::all, "Sp", {}, {}, {}, " -c --stdout -t --test -l --list "},
     {"prename", Written::all, "e", {}, {}, {}, " -n --no-act "},
     {"prettier", Written::all, {}, {}, {}, " -w --write ", {}},
     {"rename", Written::all, "e", {}, {}, {}, " -n --no-act "},
@@ -105,7 +105,7 @@ constexpr Writer writers[] = {
     {"shuf", Written::none, "ino", " --input-range --head-count --output --random-source ", " -o --output "},
     {"sort", Written::none, "kotST", " --key --output --field-separator --buffer-size --temporary-directory ",
      " -o --output "},
-    {"split", Written::anything},
+    {"split", Written::anything, "abClnt"},
     {"sponge", Written::all},
     {"sqlite3",
      Written::first,
@@ -129,8 +129,8 @@ constexpr Writer writers[] = {
      " -C --directory "},
     {"uncompress", Written::all, {}, {}, {}, {}, " -c "},
     {"uniq", Written::second, "fsw", " --skip-fields --skip-chars --check-chars "},
-    {"unlzma", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
-    {"unxz", Written::all, {}, {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
+    {"unlzma", Written::all, {}, {}, {}, {}, " -c --stdout -t --test -l --list "},
+    {"unxz", Written::all, {}, {}, {}, {}, " -c --stdout -t --test -l --list "},
     {"unzip", Written::folder, "dPx", {}, {}, {}, " -n -l -v -t -Z -p ", " -d "},
     {"vi", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
     {"vim", Written::all, "cStTuw", " --cmd ", {}, {}, " -R ", {}, Language::editor},
@@ -143,10 +143,22 @@ constexpr Writer writers[] = {
      {},
      " -P --directory-prefix "},
     {"xxd", Written::second, "clgso", {}, {}, {}, {}},
-    {"xz", Written::all, "TCFM", {}, {}, {}, " -c --stdout -k --keep -t --test -l --list "},
+    {"xz", Written::all, "TCFM", {}, {}, {}, " -c --stdout -t --test -l --list "},
     {"yq", Written::all, "e", {}, {}, " -i --inplace --in-place ", {}},
     {"zip", Written::first, "bnPtxi", {}, {}, {}, " -sf "}, // and the rest with -m
-    {"zstd", Written::all, "oDT", {}, " -o ", " --rm ", {}},
+    {"zstd", Written::all, "oDT", {}, " -o ", {}, " -c --stdout -t --test -l --list "},
+};
+
+// What compressors make of a name, and leave of it.
+struct Packing {
+    std::string_view name;
+    std::string_view ending;
+};
+
+constexpr Packing packings[] = {
+    {"bunzip2", ".bz2"}, {"bzip2", ".bz2"}, {"compress", ".Z"}, {"gunzip", ".gz"},
+    {"gzip", ".gz"},     {"lzma", ".lzma"}, {"pigz", ".gz"},    {"uncompress", ".Z"},
+    {"unlzma", ".lzma"}, {"unxz", ".xz"},   {"xz", ".xz"},      {"zstd", ".zst"},
 };
 
 static_assert(isSortedByName(writers));
@@ -175,6 +187,10 @@ class Writing {
     Writing(const Writer& writer, Words arguments, const std::string& cwd)
         : writer_(writer), arguments_(arguments), cwd_(cwd), folder_(cwd) {
         sortOut();
+        const auto* const packing = std::find_if(std::begin(packings), std::end(packings),
+                                                 [&](const Packing& one) { return one.name == writer_.name; });
+        if (packing != std::end(packings)) packing_ = packing;
+        if (writer_.name == "split" && operands_.size() > 1) prefix_ = operands_[1]->text;
         if (writer.language) readScripts();
     }
 
@@ -187,6 +203,8 @@ class Writing {
     std::size_t takeAwkOption(std::size_t index);
     void readScripts();
     void takeValue(std::string_view option, Word value);
+    [[nodiscard]] bool keepsOperands() const;
+    void writePacked(Effects& effects) const;
     [[nodiscard]] bool takesOperands() const { return !disabled_ && (writer_.onlyWith.empty() || enabled_); }
     [[nodiscard]] Operands writtenOperands() const;
     bool writeOperands(Effects& effects) const;
@@ -204,6 +222,8 @@ class Writing {
     std::vector<Word> archives_;
     ScriptEffects scripts_; // what the texts do that it follows
     std::string modes_;     // of tar: the letters of its options
+    const Packing* packing_ = nullptr;
+    std::optional<std::string> prefix_; // of the files that split and csplit make
     bool hasScript_ = false;
     bool runs_ = false; // another program
     bool enabled_ = false;
@@ -214,6 +234,7 @@ bool Writing::isNothing() const {
     if (!std::all_of(outputs_.begin(), outputs_.end(), isNowhere) || !scripts_.none() || runs_) return false;
     if (!takesOperands()) return true;
     if (writer_.name == "tar") return modes_.find('t') != modes_.npos && modes_.find('x') == modes_.npos;
+    if (packing_ != nullptr) return operands_.empty();
     if (writer_.written == Written::folder || writer_.written == Written::anything) return false;
     const Operands written = writtenOperands();
     return std::all_of(written.begin(), written.end(), [](const Word* word) { return isNowhere(*word); });
@@ -312,7 +333,8 @@ std::size_t Writing::takeOption(std::size_t index) {
         if (text == "--move") modes_ += 'm';
         if (text == "--extract" || text == "--get") modes_ += 'x';
         if (text == "--list") modes_ += 't';
-        if (text == "--remove-files") modes_ += 'R';
+        if (text == "--remove-files" || text == "--rm") modes_ += 'R';
+        if (text == "--keep") modes_ += 'k';
         return 0;
     }
     std::size_t taken = 0;
@@ -338,6 +360,7 @@ std::size_t Writing::takeOption(std::size_t index) {
 }
 
 void Writing::takeValue(std::string_view option, Word value) {
+    if (writer_.name == "csplit" && (option == "-f" || option == "--prefix")) prefix_ = value.text;
     if (listsWord(writer_.folder, option) && !value.unknown)
         folder_ = absolutePath(value.text, folder_);
     else if (listsWord(writer_.outputs, option))
@@ -367,7 +390,29 @@ Writing::Operands Writing::writtenOperands() const {
     return {};
 }
 
+// Whether a compressor leaves the files that it is given.
+bool Writing::keepsOperands() const {
+    if (packing_ == nullptr) return false;
+    return writer_.name == "zstd" ? modes_.find('R') == modes_.npos : modes_.find('k') != modes_.npos;
+}
+
+// a.txt.gz of a.txt, and a.txt of a.txt.gz.
+void Writing::writePacked(Effects& effects) const {
+    if (packing_ == nullptr) return;
+    for (const Word* operand : operands_) {
+        Word word = *operand;
+        if (word.text.ends_with(packing_->ending))
+            word.text.resize(word.text.size() - packing_->ending.size());
+        else
+            word.text += packing_->ending;
+        write(word, effects);
+    }
+}
+
 bool Writing::writeOperands(Effects& effects) const {
+    writePacked(effects);
+    if (keepsOperands()) return true;
+    if (writer_.written == Written::anything && prefix_) effects.opaque(parentOf(absolutePath(*prefix_, folder_)));
     if (writer_.name == "ar" && !operands_.empty() && operands_.front()->text.find('x') != std::string::npos)
         effects.suspect(folder_);
     for (const Word* operand : writtenOperands()) {
