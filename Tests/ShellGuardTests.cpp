@@ -211,6 +211,7 @@ TEST(ShellGuard, followsVariablesListsAndFolders) {
         {"L=\"x /usr\"; rm -rf $L", "p/x p/x /usr /usr deny"},
         {"L='a b'; cp x $L; mv $L c", "p/a p/a b p/b p/c"},
         {"C='sudo rm -rf'; $C a", "p/a"},
+        {"IFS=:; L=~/a:~/b:c; rm $L", "home/a home/a:/nowhere/home/b:c home/b p/c"},
         {"L='a b'; for f in $L c; do rm $f; done", "p/a p/a b p/b p/c"},
         {"L='q/*.x'; rm $L", "p/q/*.x ~p/q"},
         {"L='a b'; M=$L; cd $L && rm \"$M\"", "p/a b/a b"},

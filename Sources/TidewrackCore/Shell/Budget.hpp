@@ -33,6 +33,7 @@ struct Budget {
     // Values
     static constexpr std::size_t valueBytes = std::size_t{1} << 18;
     static constexpr std::size_t variables = 1'000;
+    static constexpr std::size_t tildesInValue = 64; // behind colons
     static constexpr std::size_t parameters = 100;
     static constexpr std::size_t patternSteps = 4'000'000; // of ${X%pattern} and its kin
     static constexpr std::size_t unknownWords = 16;        // of a command, whose folder is known

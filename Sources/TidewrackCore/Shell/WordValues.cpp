@@ -207,6 +207,7 @@ void WordValues::visitRuns(const std::vector<Word>& words, const Command& comman
 // when that is the same. Both readings count, since not all shells split.
 std::vector<Word> WordValues::takenApart(const std::vector<Word>& words) {
     std::vector<Word> apart;
+    const std::string_view between = separators_.empty() ? blanks : std::string_view(separators_);
     if (std::none_of(words.begin(), words.end(), [](const Word& word) { return word.splits; })) return apart;
     for (const Word& word : words) {
         if (!word.splits) {
@@ -214,8 +215,8 @@ std::vector<Word> WordValues::takenApart(const std::vector<Word>& words) {
             continue;
         }
         const std::string_view text = word.text;
-        for (std::size_t begin = text.find_first_not_of(blanks); begin != std::string_view::npos;) {
-            const std::size_t end = std::min(text.find_first_of(blanks, begin), text.size());
+        for (std::size_t begin = text.find_first_not_of(between); begin != std::string_view::npos;) {
+            const std::size_t end = std::min(text.find_first_of(between, begin), text.size());
             if (++alternatives_ > Budget::alternatives) {
                 effects_.opaque(position_.folder());
                 return {};
@@ -223,7 +224,7 @@ std::vector<Word> WordValues::takenApart(const std::vector<Word>& words) {
             Word& part = apart.emplace_back();
             part.text = text.substr(begin, end - begin);
             part.glob = part.text.find_first_of("*?[") != std::string::npos;
-            begin = text.find_first_not_of(blanks, end);
+            begin = text.find_first_not_of(between, end);
         }
     }
     return apart;
@@ -252,6 +253,11 @@ void WordValues::assign(const Word& word, std::size_t equals) {
     value.text.erase(0, equals + 1);
     value.tilde = value.text.starts_with('~') && equals + 1 < word.plain && !adds;
     if (adds) value.text.insert(0, "${" + name + "}");
+    if (name == "IFS"sv) separators_.clear();
+    std::size_t tildes = 0; // a:~/b
+    for (std::size_t at = word.quoted ? word.text.npos : value.text.find(":~/");
+         at != std::string::npos && ++tildes < Budget::tildesInValue; at = value.text.find(":~/", at))
+        value.text.replace(at + 1, 1, context_.home);
     value.plain = 0;
     value.expands = true;
     if (!loops_.empty()) {
@@ -264,6 +270,7 @@ void WordValues::assign(const Word& word, std::size_t equals) {
         expandOne(value);
         if (value.unknown) return bindLoop(name, {});
     }
+    if (name == "IFS"sv && !value.text.empty()) separators_ = value.text + std::string(blanks);
     if (!variables_.assign(name, std::move(value.text))) effects_.opaque(position_.folder());
 }
 
@@ -356,7 +363,8 @@ void WordValues::expandOne(Word& word) {
     const bool bare = !word.quoted && (whole || marked);
     expandInPlace(word, context_.home, variables_);
     if (word.glob && word.text.find_first_of("*?[") == std::string::npos) word.glob = false; // it was the ? of ${X:?}
-    word.splits = bare && word.text.find_first_of(word.glob ? blanks : blanksAndGlobs) != std::string::npos;
+    const auto holds = [&](std::string_view signs) { return word.text.find_first_of(signs) != std::string::npos; };
+    word.splits = bare && (holds(word.glob ? blanks : blanksAndGlobs) || holds(separators_));
     if (!variables_.unfollowed()) return;
     if (isBelow) {
         word.text = before;

@@ -118,6 +118,7 @@ class WordValues {
     std::vector<Loop> loops_;
     const Command* command_ = nullptr; // whose words are read
     bool begun_ = false;               // PWD has its value
+    std::string separators_;           // where the line gives IFS: those, and blanks
     std::size_t alternatives_ = 0;
     std::size_t braceWords_ = 0;
 };
