@@ -25,6 +25,7 @@ TEST_F(ShellGuardOnDisk, leavesEverydayCommandsAlone) {
 TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
     context.projectRoots.push_back(root + "/home/p");
     folder.write("home/data/f", "x");
+    folder.write("tree/into", "cd ../out\n");
     folder.write("tree/list", "/none\n" + root + "/home/data/f\n");
     folder.write("tree/env",
                  "# of the tests\nB=sub\nif x; then C=~/Documents; fi\nE=../out\nclean() { rm -rf ~; }\nD=$E/d\n");
@@ -64,6 +65,7 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
         {". ./env; rm -rf \"$C\"/* \"$E\"/x; rm -rf ~/$NOPE", "home out/x deny ?tree"},
         {"rm -rf ~/$B; export B=\"$(x)\"; rm -rf ~/$B/x", "home deny ?tree"},
         {". ./none; rm -rf ~/$B", "home deny ?tree"},
+        {". ./into; rm x", "out/x ?out tree @out"},
         {"echo > none; . ./none; rm -rf ~/$B", "tree/none ?tree"},
         {"export $(grep -v '^#' env | xargs); rm $B/x; rm -rf ~/$NOPE", "tree/sub/x ?tree"},
         {"eval \"$(x)\"; rm -rf ~/$NOPE", " ?tree"},
