@@ -24,7 +24,7 @@ TEST_F(HookHandlerTest, rulesOfOnesOwnStrengthenAndTheUsersAlsoWeaken) {
     const std::string thesis = home + "/thesis";
     const std::string rules = R"({"version": 1, "protect": [{"path": ")" + thesis + R"(", "answer": "deny"},
         {"path": "src"}], "ask": ["git stash  drop", "terraform", "git push",
-        "kubectl delete --all"], "readers": ["mylint"], "noCopies": ["~/cache"]})";
+        "kubectl delete --all", "git branch --delete"], "readers": ["mylint"], "noCopies": ["~/cache"]})";
     const struct {
         const char* command;
         std::string without, byUser, byProject;
@@ -44,6 +44,20 @@ TEST_F(HookHandlerTest, rulesOfOnesOwnStrengthenAndTheUsersAlsoWeaken) {
         {"true >guard.json", "allow", "allow",
          "ask This deletes or overwrites " + project + "/guard.json, and guard.json protects " + project +
              "/guard.json. Allow?"},
+        {"mv ~/thesis ~/t2", "allow",
+         "deny This deletes or overwrites " + thesis + ", and guard.json protects " + thesis + ".", ""},
+        {"mv src s2", "allow", "allow",
+         "ask This deletes or overwrites " + project + "/src, and guard.json protects " + project + "/src. Allow?"},
+        {"gzip ~/thesis/part", "allow",
+         "deny This deletes or overwrites " + thesis + "/part, and guard.json protects " + thesis + ".", ""},
+        {"git checkout HEAD guard.json", "allow", "allow",
+         "ask This deletes or overwrites " + project + "/guard.json, and guard.json protects " + project +
+             "/guard.json. Allow?"},
+        {"python3 x.py ~/thesis/part; chmod -R u+w .", "allow", "allow", "allow"},
+        {"chmod +x ~/thesis/part", "allow", "allow", "allow"},
+        {"git branch -D x", "allow", "ask guard.json asks about `git branch --delete`. Allow?", ""},
+        {"git branch -qd x; git branch -m y", "allow", "ask guard.json asks about `git branch --delete`. Allow?", ""},
+        {"git branch -m --delete-me x; kubectl delete -d x", "allow", "allow", "allow"},
         {"ls ~/thesis", "allow", "allow", "allow"},
         {"rm build/out", "allow", "allow", "allow"},
     };

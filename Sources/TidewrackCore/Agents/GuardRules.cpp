@@ -40,6 +40,30 @@ std::string joinedWords(const std::vector<std::string>& words) {
     return text;
 }
 
+// Options that programs spell in two ways.
+struct Spelling {
+    std::string_view program;
+    std::string_view name;
+    std::string_view letters;
+};
+constexpr Spelling spellings[] = {
+    {"git", "--force", "f"}, {"git", "--delete", "dD"}, {"rm", "--force", "f"}, {"rm", "--recursive", "rR"}};
+
+// Whether the word is the option of a rule, in either spelling, alone or among other letters: -f, -uf, --force.
+bool isOption(std::string_view program, const std::string& word, std::string_view wanted) {
+    if (word == wanted) return true;
+    const bool isLetter = wanted.size() == 2 && wanted[1] != '-';
+    std::string_view letters;
+    for (const Spelling& each : spellings) {
+        if (each.program != program) continue;
+        if (isLetter && each.letters.find(wanted[1]) != each.letters.npos) letters = each.letters;
+        if (isLetter && each.letters.find(wanted[1]) != each.letters.npos && word == each.name) return true;
+        if (wanted == each.name) letters = each.letters;
+    }
+    const bool isCluster = word.size() > 1 && word.size() < 6 && word[0] == '-' && word[1] != '-';
+    return isCluster && word.find_first_of(letters, 1) != word.npos;
+}
+
 // Options, and words behind them that may be their values, may stand between the words of a rule: git -C x push. An
 // option of the rule may stand anywhere.
 bool isMeant(Words words, const std::vector<std::string>& rule) {
@@ -49,13 +73,14 @@ bool isMeant(Words words, const std::vector<std::string>& rule) {
         const std::string& wanted = rule[index];
         const auto isIt = [&](const shell::Word& word) { return word.text == wanted; };
         if (wanted.starts_with('-')) {
-            if (std::none_of(words.begin() + 1, words.end(), isIt)) return false;
+            const auto says = [&](const shell::Word& word) { return isOption(rule.front(), word.text, wanted); };
+            if (std::none_of(words.begin() + 1, words.end(), says)) return false;
             continue;
         }
         for (bool mayBeValue = false; at < words.size() && !isIt(words[at]); ++at) {
-            const bool isOption = words[at].text.starts_with('-');
-            if (!isOption && !mayBeValue) return false;
-            mayBeValue = isOption && words[at].text.find('=') == std::string::npos;
+            const bool begins = words[at].text.starts_with('-');
+            if (!begins && !mayBeValue) return false;
+            mayBeValue = begins && words[at].text.find('=') == std::string::npos;
         }
         if (at == words.size()) return false;
         ++at;
@@ -150,16 +175,23 @@ void GuardRules::note(Words words) {
 void GuardRules::strengthen(shell::Decision& decision, const std::vector<Project>& projects) {
     for (const std::string& target : decision.targets)
         if (const auto holder = Store::projectContaining(target, projects)) add(*holder);
-    if (!protected_.empty())
-        for (const std::string& target : decision.targets)
-            protect(target, std::binary_search(decision.removed.begin(), decision.removed.end(), target),
-                    decision.verdict);
+    if (!protected_.empty()) protectAll(decision);
     if (noted_) decision.verdict.raiseTo({Verdict::Kind::ask, "guard.json asks about `" + *noted_ + "`. Allow?"});
     if (!doubtful_.empty() && !decision.targets.empty())
         decision.verdict.raiseTo({Verdict::Kind::ask, "This deletes or overwrites " + decision.targets.front() +
                                                           ", and " + doubtful_ +
                                                           ", which may protect it, has a fault: see `tidewrack "
                                                           "status`. Allow?"});
+}
+
+// What lies in a folder that is removed or moved goes with it.
+void GuardRules::protectAll(shell::Decision& decision) const {
+    for (const std::string& target : decision.targets)
+        protect(target, std::binary_search(decision.removed.begin(), decision.removed.end(), target), decision.verdict);
+    for (const std::string& path : decision.moved) protect(path, true, decision.verdict);
+    for (const std::string& path : decision.written) protect(path, false, decision.verdict);
+    for (const shell::GitTakes& takes : decision.gitTakes)
+        if (takes.certain && !takes.wholeTree) protect(takes.folder, false, decision.verdict);
 }
 
 void GuardRules::protect(const std::string& target, bool goesWhole, Verdict& verdict) const {

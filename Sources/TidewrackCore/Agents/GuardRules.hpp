@@ -55,6 +55,7 @@ class GuardRules {
     [[nodiscard]] std::vector<std::string> textsIn(const nlohmann::json& rules, const char* key,
                                                    const std::string& path);
     void takeStrengthening(const nlohmann::json& rules, const std::string& path, const std::string& folder);
+    void protectAll(shell::Decision& decision) const;
     void protect(const std::string& target, bool goesWhole, shell::Verdict& verdict) const;
     [[nodiscard]] std::string placed(const std::string& spelled, const std::string& folder) const;
 

@@ -113,10 +113,13 @@ struct Decision {
     std::vector<GitStoreUse> gitStores;  // whose state is worth a copy; nothing else is saved for these
     std::vector<std::string> keptWhole;  // those of them whose content is there afterwards, because they are moved or
                                          // added to; sorted, each once
+    std::vector<std::string> moved;      // those of them that a command takes elsewhere with all they hold
     bool opaque = false;                 // part of the effect cannot be known without running the command
     std::vector<std::string> opaqueDirs; // the folders in which such parts run: sorted, each once
     std::vector<std::string> mentioned; // paths that may change, by a guess, and are small enough to be kept where they
                                         // lie in no project; sorted, each once
+    std::vector<std::string> written;   // those of them, and of what is too large for that, that a program is told to
+                                        // write over or replace: no guess
     std::vector<std::string> made;      // paths that commands make, or of which they change the times or the rights:
                                         // nothing of them has to be saved, but they tell whose they are
     std::vector<std::string> suspected; // folders where something may change, by a guess: of the projects that they

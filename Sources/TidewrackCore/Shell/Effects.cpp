@@ -135,11 +135,13 @@ bool Effects::isKeptSomewhere(const std::string& path) {
     return true;
 }
 
-void Effects::write(const Word& word, const std::string& folder, Extent extent) {
+void Effects::write(const Word& word, const std::string& folder, Extent extent, Certainty certainty) {
     if (word.unknown || skips(word) || operandsLookedAt_ >= Budget::operandsLookedAt) return opaque(folder);
     for (std::string& path : resolve(word, folder)) {
         if (!mayExist(path, folder)) continue;
         own_.look(path, extent, Links::followed);
+        const bool isTold = certainty == Certainty::told && extent != Extent::rights;
+        if (isTold && decision_.written.size() < Budget::opaqueFolders) decision_.written.push_back(path);
         if (isProtected(path, Links::followed) || !isKeptSomewhere(path))
             suspect(path);
         else if (decision_.mentioned.size() < Budget::opaqueFolders)
@@ -153,7 +155,7 @@ void Effects::risk(const std::string& path, const std::string& cwd) {
     if (isFolder(path)) return opaque(path);
     Word word;
     word.text = path;
-    write(word, cwd);
+    write(word, cwd, Extent::item, Certainty::guessed);
 }
 
 void Effects::make(const Word& word, std::string_view folder) {
@@ -229,6 +231,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         if (extent == Extent::removed) askIfProjectInside(path, links);
         if (extent == Extent::moved) askIfProjectInside(path, links, "moves");
         if (extent == Extent::removed && !full()) decision_.removed.push_back(path);
+        if (extent == Extent::moved && !full()) decision_.moved.push_back(path);
         const bool stays = extent == Extent::moved || extent == Extent::kept;
         if (!full() && stays) decision_.keptWhole.push_back(path);
         if (!full() && !stays) destroyed_.push_back(decision_.targets.size());

@@ -92,7 +92,9 @@ class Effects {
 
     // What the word names is overwritten or replaced, if it is there. That is saved; nobody is asked or refused
     // anything for it.
-    void write(const Word& word, const std::string& folder, Extent extent = Extent::item);
+    void write(const Word& word, const std::string& folder, Extent extent = Extent::item) {
+        write(word, folder, extent, Certainty::told);
+    }
 
     // What is at an absolute path may go, by a list that says so: saved like that, a folder as far as it is small.
     void risk(const std::string& path, const std::string& cwd);
@@ -186,6 +188,8 @@ class Effects {
     bool isKeptSomewhere(const std::string& path);
     [[nodiscard]] bool mayLoseGitsHistory(const std::string& path);
     void keepOnlyAppended();
+    enum class Certainty { told, guessed };
+    void write(const Word& word, const std::string& folder, Extent extent, Certainty certainty);
     void judgeTargets();
     void denyCatastrophes();
 
