@@ -83,7 +83,8 @@ TEST_F(GuardCommand, savesBeforeAPersonsOwnCommand) {
     const Outcome refused = world.run({"_before", "--", "rm -rf ~"});
     EXPECT_EQ(refused.status, 10);
     EXPECT_NE(refused.err.find("TIDEWRACK_SHELL=off"), std::string::npos);
-    EXPECT_EQ(world.run({"_before", "--", "TIDEWRACK_SHELL=off rm -rf ~"}).status, 0);
+    for (const char* line : {"TIDEWRACK_SHELL=off rm -rf ~", "  TIDEWRACK_SHELL=off rm -rf ~"})
+        EXPECT_EQ(world.run({"_before", "--", line}).status, 0) << line;
     world.environment["TIDEWRACK_SHELL"] = "off";
     EXPECT_EQ(world.run({"_before", "--", "rm -rf ~"}).status, 0);
     f.write("repository/.git/HEAD", "ref: refs/heads/main\n");
@@ -128,4 +129,13 @@ TEST_F(GuardCommand, runsBetweenTwoSnapshots) {
               "1tidewrack: " + f.at("untracked") + " isn't tracked. Run `tidewrack track` in the project folder.\n");
     EXPECT_TRUE(f.has("project/build/x"));
     EXPECT_EQ(world.run({"run", "true"}).err, "tidewrack: usage: tidewrack run -- COMMAND [word...]\n");
+    const std::string ignored = "warning: run has no option --json; ignored\n";
+    EXPECT_EQ(world.run({"run", "--json", "--", "true"}).err, ignored + "Nothing changed in " + project + ".\n");
+    const std::string before = std::to_string(world.history().seqs().back() + 1);
+    const Outcome gone = world.run({"run", "--", "rm", "-rf", project});
+    const std::string advice = "mkdir -p " + project + " && tidewrack --project " + project + " restore " + before;
+    EXPECT_NE(gone.err.find("undo it with: " + advice + "\n"), std::string::npos) << gone.err;
+    f.makeFolder("project");
+    world.ok({"--project", project, "restore", before});
+    EXPECT_TRUE(f.has("project/build/x"));
 }

@@ -142,7 +142,8 @@ int guardOther(Invocation& /*call*/) {
 int beforeCommand(Invocation& call) {
     const auto line = call.args.word(0);
     const auto chosen = call.around.environment.find("TIDEWRACK_SHELL");
-    if (!line || line->starts_with("TIDEWRACK_SHELL=off ") ||
+    const std::size_t begin = line ? line->find_first_not_of(" \t") : std::string::npos;
+    if (begin == std::string::npos || line->substr(begin).starts_with("TIDEWRACK_SHELL=off ") ||
         (chosen != call.around.environment.end() && chosen->second == "off"))
         return 0;
     try {

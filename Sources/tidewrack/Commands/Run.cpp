@@ -6,6 +6,7 @@
 #include "Reports/PathWords.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 
 #include <algorithm>
 
@@ -25,6 +26,14 @@ std::string typed(const std::vector<std::string>& words) {
 std::string where(const Invocation& call) {
     const auto named = call.args.value("--project");
     return named ? " --project " + shellWord(call.absolute(*named)) : "";
+}
+
+// What takes back a command after which nothing could be recorded. Nothing goes back to a project whose root is gone.
+std::string wayBack(const Invocation& call, const Project& project, std::int64_t before) {
+    const std::string number = std::to_string(before);
+    if (isFolder(project.root)) return "undo it with: tidewrack undo " + number + where(call);
+    const std::string root = shellWord(project.root);
+    return "undo it with: mkdir -p " + root + " && tidewrack --project " + root + " restore " + number;
 }
 
 // The first changed paths, and how many more there are.
@@ -47,6 +56,7 @@ void tellChanges(Invocation& call, const Changes& changes, std::int64_t before, 
 int runCommand(Invocation& call) {
     if (call.args.plainFrom != 0 || call.args.positional.empty())
         throw CliError("usage: tidewrack run -- COMMAND [word...]");
+    if (call.json()) call.warn({"run has no option --json; ignored"});
     const std::vector<std::string>& words = call.args.positional;
     const Project project = call.project();
     SnapshotRequest request{"manual", "Before: " + typed(words), {}, {}, {}};
@@ -70,7 +80,7 @@ int runCommand(Invocation& call) {
         else
             tellChanges(call, changes, first, last);
     } catch (const TidewrackError& error) { // the command has run, and its status counts
-        call.warn({error.what(), "undo it with: tidewrack undo " + std::to_string(before.meta.seq) + where(call)});
+        call.warn({error.what(), wayBack(call, project, before.meta.seq)});
     }
     if (notRun != 0) call.warn({"couldn't run " + words.front() + ": " + errorText(notRun)});
     return status;
