@@ -258,6 +258,8 @@ TEST_F(ShellGuardOnDisk, readsWhatProgramsAreGivenToFollow) {
         {"python3 -c \"import json; d=json.load(open('package.json')); print(d['name'])\"", ""},
         {"node -e \"const p = require('./package.json'); console.log(p.version, require('./a.json'))\"", ""},
         {"crontab -l; deno fmt --check; rustc --explain E0382; aws s3 rm s3://b/k; aws s3 cp a s3://b/k", ""},
+        {"rsync -av sub/ host:/x/; rsync --delete a.txt me@host:x; rsync a.txt rsync://host/x", ""},
+        {"rsync --remove-source-files a.txt host:x; rsync b.txt ./h:x", "tree/a.txt tree/h:x"},
         {"git rm -r --cached a.txt; git apply --check x.patch; git apply --stat x.patch; git lfs ls-files", ""},
         {"python3 -c \"system = 1; sys.system('rm x')\"", " ?tree"},
         {"python3 -c \"import os; os = 1\"", " ?tree"},

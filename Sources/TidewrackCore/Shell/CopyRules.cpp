@@ -62,6 +62,12 @@ void Copying::move() {
     if (!all.has('n', "--no-clobber")) targetDestinations(all);
 }
 
+// HOST:PATH, as rsync reads it whatever the disk holds.
+bool isOnOtherMachine(const Word& word) {
+    const std::size_t colon = word.text.find(':');
+    return !word.unknown && colon != 0 && colon < word.text.find('/');
+}
+
 void Copying::copy() {
     const Operands& all = operands_;
     const bool replaces = name_ != "cp" || !all.has('n', "--no-clobber");
@@ -69,6 +75,7 @@ void Copying::copy() {
     const auto takesSources = [](const Word& word) { return word.text == "--remove-source-files"sv; };
     if (name_ == "rsync" && std::any_of(arguments_.begin(), arguments_.end(), takesSources))
         for (std::size_t index = 0; index + 1 < all.words.size(); ++index) takeFilesOf(*all.words[index]);
+    if (name_ == "rsync" && !all.words.empty() && isOnOtherMachine(*all.words.back())) return;
     if (replaces) targetDestinations(all);
     const bool linked = name_ == "ln" && all.words.size() == 2 && !all.words.front()->unknown;
     if (linked && !all.words.back()->unknown && effects_.takesLinks()) {
