@@ -196,7 +196,7 @@ void Mentions::mention(std::string path) {
 void Mentions::mentionFolderOf(const std::string& script) {
     constexpr std::array installed = {"/node_modules/"sv, "/venv/"sv, "/."sv};
     const auto isPart = [&](std::string_view part) { return script.find(part) != script.npos; };
-    if (!isFile(script) || belongsToSystem(script) || std::any_of(installed.begin(), installed.end(), isPart)) return;
+    if (belongsToSystem(script) || !isFile(script) || std::any_of(installed.begin(), installed.end(), isPart)) return;
     const std::string folder(parentOf(script));
     if (context_.isInProject(script)) {
         const auto holdsBoth = [&](const std::string& root) {
