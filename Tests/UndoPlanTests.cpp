@@ -51,7 +51,9 @@ std::string textOf(const Entry& entry) {
 
 std::string planned(const std::vector<std::string>& words, const std::string& now, UndoOptions options = {},
                     const UndoStep& noted = {}) {
-    // A text with "?" was damaged, and a folder "full" holds what no listing has.
+    // A text with "?" was damaged, and a folder "full" holds what no listing has. What is below an ignored folder in
+    // `now` is on the disk alone.
+    const Manifest listed = listing(now);
     const auto isWhole = [](const Entry& entry) { return entry.blob.find('?') == entry.blob.npos; };
     const UndoContents contents{
         [](const Entry& a, const Entry& b) { return textOf(a) == textOf(b); },
@@ -59,14 +61,17 @@ std::string planned(const std::vector<std::string>& words, const std::string& no
             return LineDiff::Content{textOf(entry), false, isWhole(entry) ? 0 : EIO};
         },
         isWhole,
-        [](const std::string& folder) -> std::string { return folder.ends_with("full") ? "node_modules" : ""; }};
+        [](const std::string& folder) -> std::string { return folder.ends_with("full") ? "node_modules" : ""; },
+        [&](const std::string& path) {
+            const Entry* there = listed.find(path);
+            return there == nullptr ? std::nullopt : std::optional(*there);
+        }};
     std::vector<UndoStep> steps;
     for (std::size_t at = 0; at < words.size(); at += 2) {
         steps.push_back(at == 0 ? noted : UndoStep{});
         steps.back().before = listing(words[at]);
         steps.back().after = listing(words[at + 1]);
     }
-    const Manifest listed = listing(now);
     static const char* const kinds[] = {"+", "-", "~", "merge ", "! ", "keep "};
     static const char* const reasons[] = {"",           " clash",    " changed",  " too large", " deleted",
                                           " made anew", " doubt",    " not kept", " damaged",   " hidden",
@@ -139,16 +144,21 @@ TEST(UndoPlan, ofOneTurnWithLaterWork) {
         {"", "d/ d/t//", "d/ d/t//", "keep d/t/ ignored"},
         {"t//", "", "", "! t/ not kept"},
         {"t//", "", "t/ t/a=1", ""},
-        {"d/ d/a=1", "d//", "d//", ""}, // ignored from then on: nothing was deleted
+        {"d/ d/a=1", "d//", "d// d/a=1'", ""}, // ignored from then on: nothing was deleted
+        {"d/ d/a=1 d/b=1 d/e/ d/e/f=1", "d//", "d// d/b=2", "! d/ hidden, +d/a=1, +d/e/f=1"},
+        {"d/ d/a=1", "d//", "d/ d/a=2", "! d/a doubt"},
         {"d//", "d/ d/a=1", "d/ d/a=1", ""},
-        {"d/ d/a=1 d/b=1", "d/ d/a=2 d/b=2", "d//", "! d/ hidden"},
+        {"d/ d/a=1 d/b=1", "d/ d/a=2", "d// d/a=2", "! d/ hidden, +d/b=1"},
+        {"", "d/ d/a=1", "d// d/a=1", "! d/ hidden"},
+        {"a=1", "a/ a/b=2", "a//", "! a/ hidden"},
+        {"a=1", "a//", "", "! a deleted"},
         {"sub/ sub/a=1", "sub/ sub/a=2", "", "! sub/ hidden"},
         {"", "full/ full/a=1", "full/ full/a=1", "keep full/ unlisted, -full/a"},
         {"", "d/ d/full/ d/full/a=1", "d/ d/full/ d/full/a=1", "keep d/full/ unlisted, -d/full/a"},
         // A folder in a file's place goes only with all that is in it.
         {"a=1", "a/ a/b=2", "a/ a/b=2", "~a=1, -a/b"},
-        {"a=1", "a/ a/b=2", "a/ a/b=2 a/c=3", "! a/ changed, ! a/b changed"},
-        {"full=1", "full/ full/b=2", "full/ full/b=2", "! full/ unlisted, ! full/b changed"},
+        {"a=1", "a/ a/b=2", "a/ a/b=2 a/c=3", "! a/ changed, ! a/b blocked"},
+        {"full=1", "full/ full/b=2", "full/ full/b=2", "! full/ unlisted, ! full/b blocked"},
         // What was moved stays where it is unless it gets back.
         {"d/ d/a=1", "n/ n/a=1", "d=9 n/ n/a=1", "! d made anew, ! d/a blocked, ! n/a blocked"},
         {"d/ d/a=1", "n/ n/a=1", "d=9 n/ n/a=2", "! d made anew, ! d/a blocked, ! n/a changed"},
@@ -178,7 +188,11 @@ TEST(UndoPlan, ofSeveralStepsAndWithOptions) {
     EXPECT_EQ(planned({"a=1|2|3| b=1", "a=x|2|3| b=2"}, "a=x|2|y| b=2", later(UndoOptions::Later::kept)),
               "keep a changed, ~b=1");
     EXPECT_EQ(planned({"y=1", "y/ y/a=1"}, "y/ y/a=1 y/b=2", later(UndoOptions::Later::kept)),
-              "keep y/ changed, keep y/a changed");
+              "keep y/ changed, keep y/a blocked");
+    EXPECT_EQ(planned({"y=1", "y/ y/a=1"}, "y/ y/a=1 y/b=2", later(UndoOptions::Later::overwritten)),
+              "! y/ blocked, ! y/a blocked");
+    // What comes back as a file holds nothing.
+    EXPECT_EQ(planned({"d=2", "", "d/ d/a=1", "d/"}, ""), "+d=2, ! d/a blocked");
     EXPECT_EQ(planned({"a=1 b=1", "a=2 b=2"}, "a=2 b=2", {{}, [](std::string_view path) { return path == "b"; }, {}}),
               "~b=1");
     // Whose it was can't be told, but by the names that were noted.

@@ -36,13 +36,15 @@ std::string unreadText(std::int64_t seq) {
            " can't be read, so that it can't be told whose change this is";
 }
 
-// What differs, and the folders that git ignores.
-Manifest reduced(const Manifest& listing, const std::vector<std::string>& paths) {
+// What differs, and what both have of the folders that git ignores in one of them.
+Manifest reduced(const Manifest& listing, const Manifest& other, const std::vector<std::string>& paths) {
     ManifestBuilder builder;
     for (const std::string& path : paths)
         if (const Entry* entry = listing.find(path)) builder.add(path, *entry);
-    for (const auto& item : listing.items())
-        if (item.entry.isIgnoredFolder()) builder.add(item.path, item.entry);
+    for (const Manifest* each : {&listing, &other})
+        for (const auto& item : each->items())
+            if (const Entry* entry = item.entry.isIgnoredFolder() ? listing.find(item.path) : nullptr)
+                builder.add(item.path, *entry);
     return builder.finish();
 }
 
@@ -126,8 +128,8 @@ void StepReader::add(const TimelineRow& row, const Part& part, UndoSteps& steps)
         const Manifest& before = listing(from);
         const std::vector<std::string> paths = changesWithFolderModes(before, after);
         if (paths.empty()) return;
-        step.before = reduced(before, paths);
-        step.after = reduced(after, paths);
+        step.before = reduced(before, after, paths);
+        step.after = reduced(after, before, paths);
     }
     if (part.byEdits) noteOwners(row, part.stretch, step);
     steps.steps.push_back(std::move(step));

@@ -1,6 +1,10 @@
 #include "Timeline/TurnUndo.hpp"
 
+#include "Engine/FolderBelow.hpp"
 #include "Engine/SameContent.hpp"
+#include "Platform/Attributes.hpp"
+#include "Platform/Descriptor.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -11,6 +15,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <deque>
+#include <memory>
 #include <set>
 
 namespace tidewrack {
@@ -192,7 +198,24 @@ UndoContents TurnUndo::contents(const Manifest& now) const {
         });
         return found;
     };
-    return {same, read, isWhole, unlisted};
+    // Folders are opened one by one: none of them may lead elsewhere.
+    struct Disk {
+        Descriptor root;
+        FolderBelow files{-1};
+        std::deque<std::string> blobs{};
+    };
+    const auto disk = std::make_shared<Disk>();
+    if (openFolder(project_.root, disk->root) == 0) disk->files = FolderBelow(disk->root.get());
+    const auto unseen = [this, disk](const std::string& path) -> std::optional<Entry> {
+        Attributes attributes;
+        const int error = disk->files.attributes(path, attributes);
+        if (error == ENOENT || error == ENOTDIR) return std::nullopt;
+        Entry entry = error == 0 ? entryOf(attributes) : Entry();
+        if (entry.kind != EntryKind::dir)
+            entry.blob = disk->blobs.emplace_back(error == 0 ? std::string(live) + joined(project_.root, path) : "err");
+        return entry;
+    };
+    return {same, read, isWhole, unlisted, unseen};
 }
 
 TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Options& options) const {

@@ -49,6 +49,8 @@ bool holds(const UndoStep::Paths& named, const std::string& path, bool folder) {
     return below != named.end() && isAtOrBelow(*below, path);
 }
 
+constexpr const char* ignoredNow = "git ignores it now";
+
 // The folder around the path that is listed as one that git ignores; empty: there is none.
 std::string_view ignoredAround(const Manifest& listing, std::string_view path) {
     for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at))
@@ -64,7 +66,8 @@ class PathPlanner {
 
     // None where everything is as it should be.
     std::optional<UndoAction> plan(const std::string& path) {
-        const Entry* now = now_.find(path);
+        const bool isUnseen = !ignoredAround(now_, path).empty();
+        const Entry* now = isUnseen ? unseen(path) : now_.find(path);
         State state{now, std::nullopt, now != nullptr ? now->mode : std::uint16_t{0}};
         const Entry* oldest = nullptr; // what was there before all steps
         bool touched = false;
@@ -75,29 +78,27 @@ class PathPlanner {
             const Entry* before = step.before.find(path);
             const Entry* after = step.after.find(path);
             const bool mode = isModeChange(before, after) && isFolder(state.entry) && !isIgnored(state.entry);
-            if ((same(before, after) && !mode) || isOnlyUnlisted(step, path)) continue;
+            if (!ignoredAround(step.before, path).empty()) continue; // it looks as if all in there were added
+            const bool unlisted = !ignoredAround(step.after, path).empty();
+            if (unlisted ? before == nullptr : same(before, after) && !mode) continue;
             const bool folder = isFolder(before) || isFolder(after);
             if (!step.doubt.empty() && step.isOthers(path, folder)) continue;
             oldest = before;
             touched = true;
-            ignored = ignored || isIgnored(before) || isIgnored(after);
+            ignored = ignored || isIgnored(before) || isIgnored(now);
             if (action.reason != Reason::none || ignored) continue;
-            if (mode)
+            if (unlisted)
+                takeBackUnlisted(step, *before, state, action);
+            else if (mode)
                 takeBackMode(step, *before, *after, state, action);
             else
                 takeBack(step, before, after, state, action);
         }
         if (!touched) return std::nullopt;
-        if (now == nullptr && findHidden(action)) return action;
-        if (ignored) return ofIgnored(std::move(action), oldest, now);
-        if (action.reason == Reason::none) return finished(std::move(action), state, now);
-        UndoAction whole;
-        whole.path = path;
-        auto forced = finished(std::move(whole), {oldest, std::nullopt, 0}, now);
-        if (options_.later == Later::overwritten) return forced;
-        action.forcible = options_.hunks.empty() && (!forced || forced->acts());
-        if (options_.later == Later::kept && action.isForOthers()) action.kind = Kind::keep;
-        return action;
+        if (!isUnseen && now == nullptr && findNested(action)) return action;
+        if (ignored && (!isUnseen || now == nullptr)) return ofIgnored(std::move(action), oldest, now);
+        auto planned = withLater(std::move(action), state, oldest, now);
+        return isUnseen ? amongUnseen(std::move(planned), now) : planned;
     }
 
     // Unlike `differs` by what the contents are, not by where they are kept.
@@ -112,26 +113,49 @@ class PathPlanner {
         return a.blob == b.blob || (a.size == b.size && contents_.same(a, b));
     }
 
-    // A folder that git ignores from then on, or no longer, looks as if all in it were deleted, or added.
-    static bool isOnlyUnlisted(const UndoStep& step, const std::string& path) {
-        return !ignoredAround(step.before, path).empty() || !ignoredAround(step.after, path).empty();
+    // What to do, unless later work keeps it.
+    std::optional<UndoAction> withLater(UndoAction action, State state, const Entry* oldest, const Entry* now) const {
+        if (action.reason == Reason::none) return finished(std::move(action), std::move(state), now);
+        UndoAction whole;
+        whole.path = action.path;
+        auto forced = finished(std::move(whole), {oldest, std::nullopt, 0}, now);
+        if (options_.later == Later::overwritten) return forced;
+        action.forcible = options_.hunks.empty() && (!forced || forced->acts());
+        if (options_.later == Later::kept && action.isForOthers()) action.kind = Kind::keep;
+        return action;
     }
 
-    // What is not listed any more may be there all the same. One line for all of it.
-    [[nodiscard]] bool findHidden(UndoAction& action) const {
-        std::string_view at = ignoredAround(now_, action.path);
-        action.detail = "git ignores it now";
-        if (at.empty()) {
-            for (at = action.path; !at.empty() && !options_.nestedRoots.contains(at);) at = parentOf(at);
-            action.detail = "it is a project of its own now";
-        }
-        if (at.empty()) {
-            action.detail.clear();
-            return false;
-        }
+    // What stands there in a folder that no listing looks into.
+    const Entry* unseen(const std::string& path) {
+        const auto found = contents_.unseen(path);
+        if (!found) return nullptr;
+        made_.push_back(*found);
+        return &made_.back();
+    }
+
+    // Into such a folder comes back what is gone from it. What is there no snapshot could hold, so that stays: one line
+    // for all of it. A folder in it is made with what comes back into it.
+    [[nodiscard]] std::optional<UndoAction> amongUnseen(std::optional<UndoAction> action, const Entry* now) const {
+        if (!action || (now == nullptr && !(action->acts() && action->folder))) return action;
+        if (now == nullptr) return std::nullopt;
+        UndoAction hidden;
+        hidden.path = std::string(ignoredAround(now_, action->path));
+        hidden.folder = true;
+        hidden.reason = Reason::hidden;
+        hidden.detail = ignoredNow;
+        return hidden;
+    }
+
+    // What is not listed any more, because it is a project of its own, may be there all the same. One line for all of
+    // it.
+    [[nodiscard]] bool findNested(UndoAction& action) const {
+        std::string_view at = action.path;
+        while (!at.empty() && !options_.nestedRoots.contains(at)) at = parentOf(at);
+        if (at.empty()) return false;
         action.path = std::string(at);
         action.folder = true;
         action.reason = Reason::hidden;
+        action.detail = "it is a project of its own now";
         return true;
     }
 
@@ -143,8 +167,8 @@ class PathPlanner {
             action.kind = Kind::keep;
             action.reason = Reason::ignored;
         } else {
-            action.reason = isFolder(oldest) ? Reason::notKept : Reason::changed;
-            action.detail = "git ignores it";
+            action.reason = isFolder(oldest) ? Reason::notKept : Reason::hidden;
+            action.detail = isFolder(oldest) ? "git ignores it" : ignoredNow;
         }
         return action;
     }
@@ -167,6 +191,14 @@ class PathPlanner {
             if (action.reason == Reason::none && options_.later == Later::kept) action.reason = Reason::changed;
             if (action.reason == Reason::notKept) action.detail = *before->notKeptReason();
         }
+    }
+
+    // Of what was listed before, and then lay in a folder that git ignores: what became of it then is not on record.
+    void takeBackUnlisted(const UndoStep& step, const Entry& before, State& state, UndoAction& action) {
+        if (isAt(state, &before)) return;
+        if (state.entry == nullptr && !state.text) return takeBack(step, &before, nullptr, state, action);
+        action.reason = Reason::doubt;
+        action.detail = "git ignored it then, so that it can't be told whose change this is";
     }
 
     // Of a folder that stays.
@@ -279,12 +311,14 @@ std::set<std::string> changedPaths(const std::vector<UndoStep>& steps, const Und
     return paths;
 }
 
-// What is above the path, is no folder, and stays; empty: nothing is.
+// What is above the path, and stays or becomes something else than a folder; empty: nothing is.
 std::string_view noFolderAround(std::string_view path, const Manifest& now, const Actions& actions) {
     for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at)) {
         const auto action = actions.find(at);
         const Entry* standing = now.find(at);
-        if (isFolder(standing) || (action != actions.end() && action->second.acts())) return {};
+        if (action != actions.end() && action->second.acts())
+            return action->second.folder || action->second.kind == Kind::remove ? std::string_view() : at;
+        if (isFolder(standing)) return {};
         if (standing != nullptr) return at;
     }
     return {};
@@ -305,8 +339,10 @@ void leaveBlocked(const Manifest& now, const UndoOptions& options, Actions& acti
         const std::string_view around = noFolderAround(path, now, actions);
         if (around.empty()) continue;
         const auto standing = actions.find(around);
-        const char* what = isFile(now.find(around)) ? "file" : "symlink";
-        block(action, std::string(around) + " is now a " + what + ", not a folder",
+        const bool comes = standing != actions.end() && standing->second.acts();
+        const Entry* entry = comes && standing->second.wanted ? &*standing->second.wanted : now.find(around);
+        const char* what = isFile(entry) ? "file" : "symlink";
+        block(action, std::string(around) + (comes ? " comes back as a " : " is now a ") + what + ", not a folder",
               standing != actions.end() && standing->second.forcible, options);
     }
 }
@@ -344,22 +380,24 @@ void keepMoved(const std::vector<UndoStep>& steps, const Manifest& now, const Un
     }
 }
 
-// Folders that hold something that stays.
-std::set<std::string, std::less<>> usedFolders(const Manifest& now, const Actions& actions) {
-    std::set<std::string, std::less<>> used;
+// Folders that hold something that stays, with the first such thing.
+std::map<std::string, std::string, std::less<>> usedFolders(const Manifest& now, const Actions& actions) {
+    std::map<std::string, std::string, std::less<>> used;
     for (const auto& item : now.items()) {
         const auto action = actions.find(item.path);
         const bool goes = action != actions.end() && action->second.kind == Kind::remove;
         const bool stays =
             action == actions.end() || !action->second.acts() || action->second.kind == Kind::overwrite; // of a folder
         if (goes || (item.entry.kind == EntryKind::dir && !item.entry.isIgnoredFolder() && !stays)) continue;
-        for (std::string_view at = parentOf(item.path); !at.empty(); at = parentOf(at)) used.emplace(at);
+        for (std::string_view at = parentOf(item.path); !at.empty(); at = parentOf(at)) used.emplace(at, item.path);
     }
     return used;
 }
 
-// In place of a folder that stays nothing is put back; then what the work had in it stays as well.
-void leaveFolder(UndoAction& action, Kind kind, Reason reason, std::string detail, Actions& actions) {
+// In place of a folder that stays, for what is `inside`, nothing is put back; then what the work had in it stays as
+// well.
+void leaveFolder(UndoAction& action, Kind kind, Reason reason, std::string detail, const std::string& inside,
+                 Actions& actions) {
     action.kind = kind;
     action.reason = reason;
     action.detail = std::move(detail);
@@ -369,7 +407,8 @@ void leaveFolder(UndoAction& action, Kind kind, Reason reason, std::string detai
          below != actions.end() && isAtOrBelow(below->first, action.path); ++below) {
         if (below->second.kind != Kind::remove) continue;
         below->second.kind = kind;
-        below->second.reason = Reason::changed;
+        below->second.reason = Reason::blocked;
+        below->second.detail = "stays, since " + inside + " is in the folder";
     }
 }
 
@@ -381,13 +420,20 @@ void keepUsedFolders(const Manifest& now, const UndoOptions& options, const Undo
         auto& [path, action] = *each;
         const bool replaced = action.kind == Kind::overwrite && isFolder(now.find(path)) && !action.folder;
         if (!replaced && !(action.kind == Kind::remove && action.folder)) continue;
-        const bool isUsed = used.contains(path);
+        const auto use = used.find(path);
+        const bool isUsed = use != used.end();
+        const std::string inside = isUsed ? use->second : "";
         const std::string name = isUsed ? "" : contents.unlisted(path);
         if (!isUsed && name.empty()) continue;
-        for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at)) used.emplace(at);
+        for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at)) used.emplace(at, path);
         if (replaced) {
             const Kind kind = options.later == Later::kept && isUsed ? Kind::keep : Kind::leave;
-            leaveFolder(action, kind, isUsed ? Reason::changed : Reason::unlisted, name, actions);
+            if (!isUsed)
+                leaveFolder(action, kind, Reason::unlisted, name, joined(path, name), actions);
+            else if (options.later == Later::overwritten) // which was asked for, so "changed" would tell nothing
+                leaveFolder(action, kind, Reason::blocked, "stays, since " + inside + " is in it", inside, actions);
+            else
+                leaveFolder(action, kind, Reason::changed, "", inside, actions);
         } else if (isUsed) {
             superfluous.push_back(path);
         } else {
@@ -444,8 +490,15 @@ std::vector<UndoAction> planUndo(const std::vector<UndoStep>& steps, const Manif
                                  const UndoContents& contents) {
     PathPlanner planner(steps, now, options, contents);
     Actions actions;
-    for (const std::string& path : changedPaths(steps, options))
-        if (auto action = planner.plan(path)) actions.emplace(action->path, std::move(*action));
+    for (const std::string& path : changedPaths(steps, options)) {
+        auto action = planner.plan(path);
+        if (!action) continue;
+        std::string at = action->path;
+        if (action->reason == Reason::hidden) // what is in a folder says more than the folder
+            actions.insert_or_assign(std::move(at), std::move(*action));
+        else
+            actions.emplace(std::move(at), std::move(*action));
+    }
     leaveBlocked(now, options, actions);
     keepMoved(steps, now, options, planner, actions);
     keepUsedFolders(now, options, contents, actions);

@@ -24,7 +24,7 @@ struct UndoStep {
     // Why it can't be told whose changes these are, in words; empty where it can.
     std::string doubt;
     // What this work and what other people named in that time before they changed it, and what they had named since
-    // this work began. With a folder all that is in it is named.
+    // this work began. With a folder all that is in it is named, unless folderAlone stands behind it.
     struct Named {
         Paths then;
         Paths ever;
@@ -44,6 +44,8 @@ struct UndoContents {
     std::function<bool(const Entry&)> isWhole;            // whether what was kept is there and as large as it was
     // A name in a folder of the project that no listing has because history passes over it; empty: none.
     std::function<std::string(const std::string&)> unlisted;
+    // What stands on the disk at a path that no listing has because git ignores a folder around it; none: nothing does.
+    std::function<std::optional<Entry>(const std::string&)> unseen;
 };
 
 struct UndoOptions {
