@@ -370,6 +370,33 @@ TEST_F(HookHandlerTest, beginsToTrackNothingThatDelaysAVerdict) {
               "nobody's");
 }
 
+// Nothing is saved, but what may be lost is asked about.
+TEST_F(HookHandlerTest, asksForTheProjectsOfAStoreThatIsNotBelieved) {
+    world.ok({"track"});
+    ASSERT_EQ(::chmod(f.path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(f.at("store").c_str(), 0777), 0);
+    const auto said = [&] { return shell("rm -rf " + project).standardOutput.value_or(""); };
+    EXPECT_NE(said().find(". Tidewrack couldn't snapshot it first: everybody can write to Tidewrack's history "),
+              std::string::npos)
+        << said();
+    ASSERT_EQ(::chmod(f.at("store").c_str(), 0700), 0);
+    EXPECT_EQ(world.history().newestSeq(), 1);
+    ASSERT_EQ(::chmod(f.at("store/projects").c_str(), 0), 0);
+    const std::string removal = event(Agent::claude, Kind::shell, project, "rm -rf " + project);
+    const std::string text = unprivileged(
+        f,
+        [&] {
+            return raw(Agent::claude, removal).standardOutput.value_or("") + world.run({"log"}).err +
+                   world.run({"projects"}).out;
+        },
+        "store");
+    EXPECT_NE(text.find("which may hold a tracked project. Tidewrack couldn't snapshot it first: "), std::string::npos)
+        << text;
+    EXPECT_EQ(text.find("isn't tracked"), std::string::npos) << text;
+    EXPECT_EQ(text.find("Nothing tracked"), std::string::npos) << text;
+    ::chmod(f.at("store/projects").c_str(), 0700);
+}
+
 TEST_F(HookHandlerTest, allowsWhenTheStoreCannotBeWritten) {
     world.ok({"track"});
     world.environment["TIDEWRACK_HOME"] = f.at("project/src/main.c/store");

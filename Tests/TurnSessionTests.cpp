@@ -88,6 +88,24 @@ TEST_F(TurnsSideBySide, aSessionThatIsStillAtWork) {
               "codex\nint main;\nwhose\n");
 }
 
+// A command that names a folder need not be alone in it.
+TEST_F(TurnsSideBySide, ofAFolderACommandOwnsWhatItTakes) {
+    f.write("project/src/x.o", "o\n");
+    world.ok({"snap"});
+    event(Agent::claude, "UserPromptSubmit", "t1", "clean");
+    event(Agent::codex, "UserPromptSubmit", "c1", "generate");
+    event(Agent::codex, "PreToolUse-Bash", "c1", "python3 gen.py");
+    event(Agent::claude, "PreToolUse-Bash", "t1", "find src -name '*.o' -delete");
+    f.remove("project/src/x.o");
+    for (const char* command : {"touch src", "chmod -R u+w src", "git checkout -- src", "rsync -a --delete lib/ src/"})
+        event(Agent::claude, "PreToolUse-Bash", "t1", command);
+    f.write("project/src/main.c", "codex\n");
+    event(Agent::claude, "Stop", "t1");
+    const std::string text = back({"undo", "--turn", "3", "--dry-run"});
+    EXPECT_NE(text.find(":\n! src/main.c  codex "), std::string::npos) << text;
+    EXPECT_NE(text.find("\n+ src/x.o\n1 file put back.\n"), std::string::npos) << text;
+}
+
 // Within one second the times do not tell which snapshot an edit came after.
 TEST_F(TurnsSideBySide, anEditIsItsSessionsUpToTheNextSnapshotAlone) {
     f.write("project/notes", "1\n2\n3\n");

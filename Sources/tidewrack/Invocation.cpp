@@ -4,6 +4,7 @@
 #include "Pager.hpp"
 #include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
@@ -62,6 +63,8 @@ Project Invocation::project(const std::optional<std::string>& folder) {
     const Registry registry = store().registry();
     auto found = Store::projectContaining(path, registry.projects);
     refuseUnreadable(registry, path, found ? found->root : std::string());
+    for (const Registry::Unreadable& each : registry.unreadable)
+        if (!found && isFolder(each.path)) throw TidewrackError::io(each.reason); // that of all records
     if (!found) throw TidewrackError::notTracked(path);
     return *found;
 }

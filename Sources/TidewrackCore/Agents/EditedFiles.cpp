@@ -33,7 +33,7 @@ void EditedFiles::sortOut(const std::string& path, std::vector<std::string>& unh
     }
     const auto record = recordOfTurn(context_, *project);
     if (record)
-        context_.noteChange(path);
+        context_.noteChange(path, HookContext::Extent::alone);
     else
         unheld.push_back(path); // noted behind the snapshot that is taken for it
     if (record ? lacks(*record, *project, path)

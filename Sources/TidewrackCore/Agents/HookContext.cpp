@@ -6,6 +6,7 @@
 #include "Engine/Tracking.hpp"
 #include "Platform/Attributes.hpp"
 #include "Store/EditLog.hpp"
+#include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/LoggedHook.hpp"
@@ -26,14 +27,28 @@ constexpr auto countPatience = std::chrono::seconds(1);
 
 void HookContext::loadProjects() {
     mayTrack_ = false;
-    Registry registry = handler.store.registry();
+    Registry registry;
+    try {
+        registry = handler.store.registry();
+    } catch (const TidewrackError& error) { // then nothing is believed or saved; what may be lost is asked about
+        if (error.kind() != TidewrackError::Kind::refused) throw;
+        for (const Project& project : handler.store.registryAsItIs().projects) distrusted_.push_back(project.root);
+        noSaving_ = error.what();
+        if (noSaving_.starts_with('E')) noSaving_.front() = 'e';
+        throw;
+    }
     projects_ = std::move(registry.projects);
     mayTrack_ = true;
     unreadable_.clear();
     for (const Registry::Unreadable& record : registry.unreadable) {
         logError(record.reason);
-        unreadable_.emplace(lastComponent(parentOf(record.path)));
-        if (isFolder(record.path)) mayTrack_ = false; // nothing tells which projects there are
+        if (!isFolder(record.path)) {
+            unreadable_.emplace(lastComponent(parentOf(record.path)));
+            continue;
+        }
+        mayTrack_ = false; // nothing tells which projects there are
+        knowsProjects_ = false;
+        noSaving_ = record.reason;
     }
 }
 
@@ -126,15 +141,19 @@ std::string HookContext::noteOn(const SnapshotResult& result, const Project& pro
     return note;
 }
 
-void HookContext::noteChange(const std::string& path) const {
+void HookContext::noteChange(const std::string& path, Extent extent) const {
     if (!agent) return; // a person has no turns
     const std::string folder(parentOf(path));
     const auto project = Store::projectContaining(folder, projects_); // a link at the path is not followed
     if (!project || path.size() <= project->root.size()) return;
+    Attributes attributes;
+    const bool alone = extent == Extent::alone && attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 &&
+                       attributes.kind == Attributes::Kind::folder;
+    const std::string named = std::string(pathBelow(path, project->root)) + (alone ? folderAlone : "");
     try {
         const History history = handler.store.history(*project);
-        noteEdit(history.folder(), {now(), std::string(rawValue(*agent)), event.session, event.turn,
-                                    std::string(pathBelow(path, project->root)), history.newestSeq().value_or(0)});
+        noteEdit(history.folder(), {now(), std::string(rawValue(*agent)), event.session, event.turn, named,
+                                    history.newestSeq().value_or(0)});
     } catch (const std::exception& error) { // the snapshots do not depend on it
         logError(error.what());
     }

@@ -55,6 +55,13 @@ class HookContext {
         return !unreadable_.empty() && unreadable_.contains(Store::projectID(folder));
     }
 
+    // Whether it can be told which folders are tracked.
+    [[nodiscard]] bool knowsProjects() const { return knowsProjects_; }
+    // The roots that a store names which others may have written. They are worth a question, and nothing else.
+    [[nodiscard]] const std::vector<std::string>& distrusted() const { return distrusted_; }
+    // Why nothing is saved of any project; empty: it is.
+    [[nodiscard]] const std::string& noSaving() const { return noSaving_; }
+
     // The roots of such projects at or below the folder, as far as they are found before the deadline.
     [[nodiscard]] std::vector<std::string> unreadableIn(const std::string& folder, const Deadline& deadline) const;
 
@@ -70,8 +77,10 @@ class HookContext {
     // The note on a snapshot: its number, its project, and how many contents were left out for want of time. Notes are
     // parted by "; " in a line, and that is nowhere in them.
     [[nodiscard]] static std::string noteOn(const SnapshotResult& result, const Project& project);
-    // Notes a path, whose parts above are no links, as the turn's in the "edits.log" of its project.
-    void noteChange(const std::string& path) const;
+    // Notes a path, whose parts above are no links, as the turn's in the "edits.log" of its project. What is in a
+    // folder that is there may be others' work, unless the folder goes with all of it.
+    enum class Extent { all, alone };
+    void noteChange(const std::string& path, Extent extent) const;
     // What else the snapshot lacks.
     [[nodiscard]] static Gaps gapsIn(const SnapshotResult& result);
     // The notes on that, which come behind all others: "<n> not saved: <the first>: <its reason>", and that git did not
@@ -92,6 +101,9 @@ class HookContext {
     const HookLog::Instant start_ = std::chrono::steady_clock::now();
     std::vector<Project> projects_;
     bool mayTrack_ = false;
+    bool knowsProjects_ = true;
+    std::vector<std::string> distrusted_;
+    std::string noSaving_;
     std::set<std::string> unreadable_; // ids of projects whose records are
     // What git may take, for all projects of this call together.
     mutable GitIgnore::Patience gitPatience_ = GitIgnore::patienceOfHooks;

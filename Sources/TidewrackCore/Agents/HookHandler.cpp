@@ -4,6 +4,7 @@
 #include "Agents/EditedFiles.hpp"
 #include "Agents/GuardRules.hpp"
 #include "Agents/Question.hpp"
+#include "Agents/Replaceable.hpp"
 #include "Agents/SaveBefore.hpp"
 #include "Agents/SnapshotTexts.hpp"
 #include "Agents/TurnRecords.hpp"
@@ -126,9 +127,14 @@ class HookCall {
 
     // The folder of a project whose record can't be read is none of the roots that the guard knows.
     void askAboutUnreadable(shell::Decision& decision) const {
-        if (!context_.hasUnreadableRecords()) return;
+        if (!context_.hasUnreadableRecords() && context_.knowsProjects()) return;
         for (const std::string& path : decision.removed) {
             const std::string folder = Store::canonical(path);
+            if (!context_.knowsProjects() && isFolder(folder) && !isReplaceable(folder, handler_.environment, folder))
+                decision.verdict.raiseTo({shell::Verdict::Kind::ask,
+                                          "This deletes " + folder + ", which may hold a tracked project." +
+                                              std::string(shell::snapshotPromise),
+                                          folder});
             const auto roots = context_.unreadableIn(folder, context_.share(1, 5));
             if (!roots.empty()) shell::askIfContainsProject(folder, roots, decision.verdict);
         }
@@ -225,7 +231,7 @@ class HookCall {
     // What a command makes is the turn's like what it takes.
     void noteMade(const shell::Decision& decision) const {
         for (const std::string& path : decision.made)
-            attempt([&] { context_.noteChange(Store::canonicalPlace(path)); });
+            attempt([&] { context_.noteChange(Store::canonicalPlace(path), HookContext::Extent::alone); });
     }
 
     // Read when a line needs them: most don't.
@@ -280,6 +286,7 @@ class HookCall {
         };
         judged.command = [this](std::span<const shell::Word> words) { attempt([&] { ownRules().note(words); }); };
         for (const Project& project : context_.projects()) judged.projectRoots.push_back(project.root);
+        for (const std::string& root : context_.distrusted()) judged.projectRoots.push_back(root);
         if (context_.hasUnreadableRecords())
             for (std::string folder = judged.cwd; folder.size() > 1; folder = parentOf(folder))
                 if (context_.hasUnreadableRecord(folder)) judged.projectRoots.push_back(folder);

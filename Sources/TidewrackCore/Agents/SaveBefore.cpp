@@ -29,6 +29,7 @@ namespace {
 
 constexpr std::size_t commandLabelLength = 200;
 constexpr auto timeForGuesses = std::chrono::milliseconds(1500); // most of them are about nothing
+constexpr std::size_t mostFound = 100;                           // by one test; of more it can't be told whose they are
 constexpr const char* noRoom = "there is not enough room for a copy";
 
 bool isFile(const std::string& path) {
@@ -92,8 +93,9 @@ class Saving {
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
         if (!guessedOutside_.empty()) copyOutside(guessedOutside_, guessing, Certainty::guessed);
         const bool isEdit = context_.event.kind == HookEvent::Kind::edit; // may make the folder as well
-        for (const std::string& path : named_) // later than the snapshots, which they come after
-            if (isEdit || exists(std::string(parentOf(path)))) context_.noteChange(path); // else it is sed's script
+        for (const auto& [path, extent] : named_) // later than the snapshots, which they come after
+            if (isEdit || exists(std::string(parentOf(path)))) context_.noteChange(path, extent); // else sed's script
+        for (const std::string& path : foundNames_) context_.noteChange(path, Extent::all);
         saved_.notes.insert(saved_.notes.end(), gapNotes_.begin(), gapNotes_.end());
         explainPromise();
         return std::move(saved_);
@@ -106,6 +108,7 @@ class Saving {
     }
 
   private:
+    using Extent = HookContext::Extent;
     enum class Certainty { known, guessed };
 
     [[nodiscard]] Deadline untilGuessed() const {
@@ -122,6 +125,7 @@ class Saving {
             saved_.notes.push_back(HookContext::noteOn(taken.result, project));
             saved_.snapshotted.push_back(project.root);
             noteGaps(taken.result, project);
+            nameFound(project, taken.manifest);
             saveUnkept(project, taken.manifest);
             if (taken.result.meta.notKept > 0) saveParts(project, taken.manifest);
         } catch (const std::exception& error) {
@@ -135,11 +139,28 @@ class Saving {
         }
     }
 
+    // What a test on names takes of a folder is the turn's, and not all that is in there.
+    void nameFound(const Project& project, const Manifest& manifest) {
+        for (shell::FoundFiles found : decision_.found) {
+            if (!found.certain) continue;
+            found.folder = Store::canonical(found.folder);
+            std::vector<std::string> names;
+            for (const Manifest::Item& item : manifest.items()) {
+                if (item.entry.kind == EntryKind::dir) continue;
+                std::string path = joined(project.root, item.path);
+                if (isAtOrBelow(path, found.folder) && found.mayTake(path)) names.push_back(std::move(path));
+                if (names.size() > mostFound) break;
+            }
+            if (names.size() <= mostFound) foundNames_.insert(foundNames_.end(), names.begin(), names.end());
+        }
+    }
+
     // The guard's reason may promise a snapshot of a project that was none to take one of.
     void explainPromise() {
         const std::string& root = decision_.verdict.promised;
         const auto& has = saved_.snapshotted;
         if (root.empty() || saved_.notSnapshotted || std::find(has.begin(), has.end(), root) != has.end()) return;
+        if (!context_.noSaving().empty()) return notSnapshotted(context_.noSaving());
         notSnapshotted(context_.hasUnreadableRecord(root) ? "its record can't be read" : "it can't be found");
     }
 
@@ -317,8 +338,9 @@ class Saving {
         const std::string place = Store::canonicalPlace(target);
         const std::string end = Store::canonical(target);
         const bool isLink = end != place;
-        named_.push_back(place);
-        if (isLink) named_.push_back(end);
+        const auto extent = isIn(decision_.removed, target) ? Extent::all : Extent::alone;
+        named_.emplace_back(place, extent);
+        if (isLink) named_.emplace_back(end, extent);
         if (goes(decision_, target, end)) destroyed_.insert(destroyed_.end(), {target, end});
         if (!addHolder(isLink ? std::string(parentOf(place)) : place)) {
             outside_.push_back(target);
@@ -362,9 +384,10 @@ class Saving {
     const std::string& command_;
     const shell::Decision& decision_;
     std::vector<Project> projects_;
-    std::set<std::string> whole_;    // ids of those of them that lie at or below a target
-    std::vector<Project> guessed_;   // in which something may change, by a guess
-    std::vector<std::string> named_; // targets, to be noted as the turn's
+    std::set<std::string> whole_;                       // ids of those of them that lie at or below a target
+    std::vector<Project> guessed_;                      // in which something may change, by a guess
+    std::vector<std::pair<std::string, Extent>> named_; // targets, to be noted as the turn's
+    std::vector<std::string> foundNames_;               // what tests on names take of them
     std::vector<std::string> outside_;
     std::vector<std::string> guessedOutside_;
     std::vector<std::string> destroyed_; // sorted, each once

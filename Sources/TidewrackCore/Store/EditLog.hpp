@@ -35,6 +35,9 @@ struct EditNotes {
     bool operator==(const EditNotes&) const = default;
 };
 
+// Behind the path of a folder of which not all that is in it is meant, but the folder itself.
+inline constexpr const char* folderAlone = "/.";
+
 inline constexpr std::int64_t longestEditLog = 2'000'000; // bytes; a longer one is moved aside before the next line
 
 [[nodiscard]] std::string editLogPath(const std::string& historyFolder);

@@ -182,6 +182,10 @@ std::vector<Project> Store::projects() const {
 
 Registry Store::registry() const {
     refuseForeign();
+    return registryAsItIs();
+}
+
+Registry Store::registryAsItIs() const {
     Registry result;
     try {
         for (const std::string& path : recordPaths()) {

@@ -65,6 +65,8 @@ class Store {
     [[nodiscard]] std::vector<Project> projects() const;
     // The same for callers that go on with the sound ones and tell of the others. Throws as refuseForeign() alone.
     [[nodiscard]] Registry registry() const;
+    // The same whoever may have written it: for judging what is worth a question, and nothing else.
+    [[nodiscard]] Registry registryAsItIs() const;
     // The nearest tracked root at or above `path`.
     [[nodiscard]] std::optional<Project> projectContaining(const std::string& path) const;
     [[nodiscard]] static std::optional<Project> projectContaining(const std::string& path,

@@ -110,7 +110,7 @@ int projects(Invocation& call) {
     }
     if (call.json())
         call.printJson(list);
-    else if (all.empty())
+    else if (all.empty() && unreadable.empty())
         call.print("Nothing tracked yet. Run `tidewrack track` in a project folder.\n");
     else
         call.print(text);
