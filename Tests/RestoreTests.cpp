@@ -336,6 +336,7 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
         // What can't be read couldn't be saved, so it isn't replaced.
         f.write("project/a.txt", "changed");
         ::chmod(f.at("project/a.txt").c_str(), 0);
+        text += world.ok({"restore", "4", "--dry-run"});
         text += world.ok({"restore", "4"});
         text += world.ok({"undo", "10"});
         ::chmod(f.at("project/a.txt").c_str(), 0644);
@@ -349,6 +350,8 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
                       "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 5\n" +
                           unread + "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 7\n" + unread +
                           "#8  0s ago  restored  \"After undoing #4\"  →  no changes yet\n"
+                          "! a.txt  it couldn't be saved first (it couldn't be read: Permission denied)\n"
+                          "Would restore 0 files, remove 0 files. Nothing was changed.\n"
                           "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 9\n" +
                           warning +
                           "warning: couldn't restore a.txt: it couldn't be saved first (it couldn't be read: "
@@ -474,7 +477,8 @@ TEST_F(RestoreTest, doesWhatItsPlanAimsAt) {
     const SnapshotMeta now = engine.snapshot(project, {"manual", {}, {}, {}, {}}).meta;
     const Manifest current = world.history().manifest(now);
     const Manifest target = world.manifestOf(1);
-    auto aim = aimOf(planRestore({target, current, [](std::string_view) { return true; }, {}, true, false}), current);
+    auto aim =
+        aimOf(planRestore({target, current, [](std::string_view) { return true; }, {}, true, false}), current, {});
     auto done = engine.restore(project, 1, std::nullopt, true).outcomes;
     const auto order = [](const PathOutcome& a, const PathOutcome& b) {
         return std::tie(a.path, a.action) < std::tie(b.path, b.action);
@@ -483,6 +487,32 @@ TEST_F(RestoreTest, doesWhatItsPlanAimsAt) {
     std::sort(done.begin(), done.end(), order);
     EXPECT_EQ(aim, done);
     EXPECT_EQ(aim.size(), 8U);
+}
+
+TEST_F(RestoreTest, aDryRunPromisesNothingThatTheActRefuses) {
+    f.write("project/gen/a", "made");
+    world.ok({"snap"});
+    f.write("project/gen/mine", "later");
+    f.remove("project/src/deep");
+    f.write("project/src/deep", "a file");
+    struct Row {
+        std::vector<std::string> words;
+        const char* planned;
+        const char* done;
+    };
+    const Row rows[] = {
+        {{"undo", "1"}, "! gen  Directory not empty\n- gen/a\nWould", "couldn't remove gen: Directory not empty\n"},
+        {{"restore", "1", "src/deep/er/x"},
+         "! src/deep/er/x  src/deep is now a file, not a folder\nWould restore 0 files",
+         "skipped src/deep/er/x: src/deep is now a file, not a folder\n"}};
+    for (const Row& row : rows) {
+        std::vector<std::string> dry = row.words;
+        dry.emplace_back("--dry-run");
+        const std::string plan = world.ok(dry);
+        EXPECT_NE(plan.find(row.planned), std::string::npos) << plan;
+        const std::string text = world.ok(row.words);
+        EXPECT_NE(text.find(row.done), std::string::npos) << text;
+    }
 }
 
 TEST(Spelling, isTheOneOfTheListings) {

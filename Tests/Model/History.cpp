@@ -337,8 +337,13 @@ void History::undo() {
     const Tree target = snapshots_.at(from).tree;
     const auto next = snapshots_.upper_bound(from);
     const std::int64_t to = next == snapshots_.end() ? 0 : next->first;
-    const Changes changes = changesBetween(target, to == 0 ? safety.walked : next->second.tree);
+    const Tree& until = to == 0 ? safety.walked : next->second.tree;
+    const Changes changes = changesBetween(target, until);
     Paths turn;
+    const auto isShown = [](const Node& node) { return node.listed && node.isFolder() && !node.ignored; };
+    for (const auto& [path, then] : target)
+        if (const Node* later = find(until, path); later != nullptr && isShown(then) && isShown(*later))
+            if (then.mode != later->mode) turn.insert(path);
     for (const auto* list : {&changes.added, &changes.modified, &changes.deleted})
         turn.insert(list->begin(), list->end());
     const RestoreResult result = engine_.undo(project_, from);

@@ -18,6 +18,7 @@ struct Obstacle {
         notSavedFirst,     // it is listed and could not be kept; `detail` is the blob in its place
         changedSince,      // after the safety snapshot; `detail`: the name beside it that this version has now, if any
         folderInTheWay,    // one that can't be removed, because history does not hold all of it
+        folderHoldsMore,   // one in the way holds something that was not to be removed
         somethingInTheWay, // of a folder to be made; `detail` is "file", "symlink" or "other"
         notKeptThen,       // by the snapshot gone back to; `detail` is the blob in its place
         damaged,           // what was kept is not as large as it was

@@ -168,8 +168,19 @@ int closedAround(FolderBelow& files, std::string_view path, const std::set<std::
     return opens ? 0 : error;
 }
 
+// Whether the file changed since the last snapshot, and can't be read to be saved first.
+int unreadableFile(FolderBelow& files, const PathOutcome& outcome, const Manifest& current) {
+    const Entry* there = current.find(outcome.path);
+    if (there == nullptr || there->kind != EntryKind::file) return 0;
+    if (there->blob != "?" && !there->blob.starts_with("live:")) return 0; // it is kept
+    Place place;
+    if (files.place(outcome.path, place) != 0) return 0;
+    // What is not there yet comes back before, from what a restore left.
+    return ::faccessat(place.folder, place.name, R_OK, AT_EACCESS) != 0 && errno == EACCES ? EACCES : 0;
+}
+
 // What the plan has, and the folders refuse.
-void foreseeRefusals(const Project& project, const RestorePlan& plan, RestoreResult& result) {
+void foreseeRefusals(const Project& project, const RestorePlan& plan, const Manifest& current, RestoreResult& result) {
     using Action = PathOutcome::Action;
     Descriptor root;
     if (openFolder(project.root, root) != 0) return;
@@ -177,13 +188,20 @@ void foreseeRefusals(const Project& project, const RestorePlan& plan, RestoreRes
     std::set<std::string_view> opened{""}; // the project's own folder is opened, too
     for (const Manifest::Item* item : plan.closedFolders) opened.insert(item->path);
     for (PathOutcome& outcome : result.outcomes) {
+        if (outcome.obstacle.reason == Obstacle::Reason::parentIsLink)
+            (void)files.readLink(outcome.obstacle.parent, outcome.obstacle.detail);
         const bool removes = outcome.action == Action::removed;
         const bool stays = outcome.kind == EntryKind::dir && result.overwritten.contains(outcome.path);
         if (!removes && (outcome.action != Action::restored || stays)) continue;
-        const int error = closedAround(files, outcome.path, opened);
-        if (error == 0) continue;
-        outcome.action = removes ? Action::notRemoved : Action::notRestored;
-        outcome.obstacle = Obstacle::system(error);
+        if (const int error = closedAround(files, outcome.path, opened)) {
+            outcome.action = removes ? Action::notRemoved : Action::notRestored;
+            outcome.obstacle = Obstacle::system(error);
+        } else if (const int failure = unreadableFile(files, outcome, current)) {
+            outcome.action = Action::notRestored;
+            outcome.obstacle = {Obstacle::Reason::notSavedFirst, 0, {}, KeepFailure::system(failure).blob()};
+        } else {
+            continue;
+        }
         result.overwritten.erase(outcome.path);
     }
 }
@@ -271,12 +289,22 @@ RestoreResult Engine::aim(const Project& project, const Target& target, const Sc
     const RestorePlan plan =
         planRestore({wanted, current, scopeOf(users, scope), nestedRoots(project, store.projects()), removeNew,
                      ::geteuid() == 0, lostContents(history, wanted, current)});
-    RestoreResult result;
-    result.outcomes = aimOf(plan, current);
-    std::erase_if(result.outcomes, [&](const PathOutcome& outcome) { // cleared up before
-        const auto owns = [&](const MarkedRestore& restore) { return restore.owns(lastComponent(outcome.path)); };
+    const auto isCleared = [&](std::string_view name) {
+        const auto owns = [&](const MarkedRestore& restore) { return restore.owns(name); };
         return std::any_of(present.interrupted.remaining.begin(), present.interrupted.remaining.end(), owns);
-    });
+    };
+    const auto holdsMore = [&](std::string_view folder) {
+        bool more = false;
+        (void)visitNames(joined(project.root, folder), [&](const char* name) {
+            more = current.find(joined(folder, name)) == nullptr && !isCleared(name);
+            return !more;
+        });
+        return more;
+    };
+    RestoreResult result;
+    result.outcomes = aimOf(plan, current, holdsMore);
+    std::erase_if(result.outcomes, // cleared up before
+                  [&](const PathOutcome& outcome) { return isCleared(lastComponent(outcome.path)); });
     addInterrupted(present.interrupted.outcomes, result);
     for (const PathOutcome& outcome : result.outcomes) {
         const Entry* standing = current.find(outcome.path);
@@ -288,7 +316,7 @@ RestoreResult Engine::aim(const Project& project, const Target& target, const Sc
         result.outcomes.push_back({".", PathOutcome::Action::restored, EntryKind::dir, {}, {}});
         result.overwritten.emplace(".");
     }
-    foreseeRefusals(project, plan, result);
+    foreseeRefusals(project, plan, current, result);
     result.safetyWarnings = present.result.warnings;
     return result;
 }
@@ -422,7 +450,7 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
     request.reversal = "undo";
     TakenSnapshot safety = lock ? safetySnapshot(*lock, project, request) : presentState(project);
-    const auto all = Changes::between(before.manifest, after ? *after : safety.manifest).all();
+    const auto all = changesWithFolderModes(before.manifest, after ? *after : safety.manifest);
     after.reset();
     const auto rootAfter = (end ? *end : safety.result.meta).rootMode;
     if (!paths && rootAfter && rootAfter != start.rootMode) before.rootMode = start.rootMode;

@@ -5,6 +5,8 @@
 #include "Support/Text.hpp"
 
 #include <algorithm>
+#include <cerrno>
+#include <optional>
 #include <unordered_set>
 
 namespace tidewrack {
@@ -168,27 +170,100 @@ Removals takeObstructing(RestorePlan& plan, bool ignoresCase) {
     return taken;
 }
 
-std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current) {
-    std::vector<PathOutcome> outcomes = plan.left;
-    const auto add = [&](const RestorePlan::Items& items, Action action) {
-        for (const Manifest::Item* item : items) {
-            const Entry* present = item->entry.kind == EntryKind::dir ? nullptr : current.find(item->path);
-            Obstacle obstacle;
-            // A folder there is removed before, where it is not one that stays.
-            if (present != nullptr && present->kind != EntryKind::dir) obstacle = obstacleIn(*present);
-            const Action done = obstacle ? Action::notRestored : action;
-            outcomes.push_back({std::string(item->path), done, item->entry.kind, std::move(obstacle)});
+namespace {
+
+// What is left in the way of a plan that is carried out.
+class Standing {
+  public:
+    Standing(const RestorePlan& plan, const Manifest& current, const FolderTest& holdsMore) : current_(current) {
+        for (const Manifest::Item* item : plan.removeFiles)
+            if (!obstacleIn(item->entry)) gone_.insert(item->path);
+        for (const Manifest::Item* item : plan.removeFolders) gone_.insert(item->path);
+        if (plan.removeFolders.empty()) return;
+        for (const auto& item : current.items())
+            if (!gone_.contains(item.path)) keepAround(item.path);
+        for (const Manifest::Item* item : plan.removeFolders) // contents before their folder
+            if (!kept_.contains(item->path) && holdsMore && holdsMore(item->path)) {
+                kept_.insert(item->path);
+                keepAround(item->path);
+            }
+    }
+
+    // A folder that is to be removed, and holds something that stays.
+    [[nodiscard]] bool isKept(std::string_view folder) const { return kept_.contains(folder); }
+    // What is at the path once the removals are done.
+    [[nodiscard]] const Entry* at(std::string_view path) const {
+        return gone_.contains(path) && !kept_.contains(path) ? nullptr : current_.find(path);
+    }
+    // What is no folder above the path.
+    [[nodiscard]] Obstacle above(std::string_view path) const {
+        for (auto slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/', slash + 1)) {
+            const Entry* there = at(path.substr(0, slash));
+            if (there == nullptr || there->kind == EntryKind::dir) continue;
+            const Reason reason = there->kind == EntryKind::link ? Reason::parentIsLink : Reason::parentIsFile;
+            return {reason, 0, std::string(path.substr(0, slash))};
         }
+        return {};
+    }
+
+  private:
+    void keepAround(std::string_view path) {
+        for (std::string_view folder = parentOf(path); !folder.empty(); folder = parentOf(folder))
+            if (gone_.contains(folder)) kept_.insert(folder);
+    }
+
+    const Manifest& current_;
+    std::unordered_set<std::string_view> gone_; // what is to be removed, and can be as far as its entry tells
+    std::unordered_set<std::string_view> kept_;
+};
+
+PathOutcome removalOf(const Manifest::Item& item, const Standing& standing) {
+    PathOutcome outcome{std::string(item.path), Action::removed, item.entry.kind};
+    if (item.entry.kind != EntryKind::dir) {
+        outcome.obstacle = obstacleIn(item.entry);
+        if (outcome.obstacle) outcome.action = Action::notRestored;
+    } else if (standing.isKept(item.path)) {
+        outcome = {std::string(item.path), Action::notRemoved, EntryKind::file, Obstacle::system(ENOTEMPTY)};
+    }
+    return outcome;
+}
+
+// None where it was told already what is in the way.
+std::optional<PathOutcome> makingOf(const Manifest::Item& item, const Standing& standing) {
+    const std::string path(item.path);
+    const Entry* there = standing.at(item.path);
+    const bool isFolder = item.entry.kind == EntryKind::dir;
+    if (isFolder && there != nullptr && obstacleIn(*there)) return std::nullopt;
+    if (auto obstacle = standing.above(item.path)) return PathOutcome{path, Action::skipped, {}, std::move(obstacle)};
+    if (isFolder && there != nullptr)
+        return PathOutcome{path,
+                           Action::notCreated,
+                           {},
+                           {Reason::somethingInTheWay, 0, {}, there->kind == EntryKind::link ? "symlink" : "file"}};
+    if (standing.isKept(item.path)) return PathOutcome{path, Action::notRestored, {}, {Reason::folderHoldsMore}};
+    if (there != nullptr)
+        if (auto obstacle = obstacleIn(*there)) return PathOutcome{path, Action::notRestored, {}, std::move(obstacle)};
+    return PathOutcome{path, Action::restored, item.entry.kind};
+}
+
+} // namespace
+
+std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current, const FolderTest& holdsMore) {
+    std::vector<PathOutcome> outcomes = plan.left;
+    const Standing standing(plan, current, holdsMore);
+    for (const auto* list : {&plan.removeFiles, &plan.removeFolders})
+        for (const Manifest::Item* item : *list) outcomes.push_back(removalOf(*item, standing));
+    const auto addMade = [&](const RestorePlan::Items& items) {
+        for (const Manifest::Item* item : items)
+            if (auto outcome = makingOf(*item, standing)) outcomes.push_back(std::move(*outcome));
     };
-    add(plan.removeFiles, Action::removed);
-    add(plan.removeFolders, Action::removed);
-    add(plan.makeFolders, Action::restored);
+    addMade(plan.makeFolders);
     for (const auto* list : {&plan.keepFolders, &plan.lockedFolders})
         for (const Manifest::Item* item : *list)
             if (const Entry* present = current.find(item->path);
                 present != nullptr && isFolderModeChange(*present, item->entry))
                 outcomes.push_back({std::string(item->path), Action::restored, EntryKind::dir, {}, {}});
-    add(plan.writes, Action::restored);
+    addMade(plan.writes);
     return outcomes;
 }
 

@@ -55,7 +55,10 @@ struct Removals {
 
 // The plan points into both manifests, which must outlive it.
 [[nodiscard]] RestorePlan planRestore(const RestoreInput& input);
-// What becomes of every path when the plan is carried out and nothing changes until then.
-[[nodiscard]] std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current);
+// What becomes of every path when the plan is carried out and nothing changes until then. `holdsMore`: whether the disk
+// has something in a folder that the current listing lacks; empty: it never has.
+using FolderTest = std::function<bool(std::string_view)>;
+[[nodiscard]] std::vector<PathOutcome> aimOf(const RestorePlan& plan, const Manifest& current,
+                                             const FolderTest& holdsMore);
 
 } // namespace tidewrack

@@ -137,6 +137,8 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
         const Entry* wanted = target_.find(path);
         if (wanted != nullptr && wanted->sameAttributes(entryOf(attributes))) return Standing::asWanted;
         obstacle = {Reason::notInHistory};
+    } else if (recorded->kind == EntryKind::dir && isLeft(path)) {
+        obstacle = {Reason::folderHoldsMore};
     } else if (obstacle = obstacleIn(*recorded); !obstacle && !untouched(*recorded, attributes)) {
         obstacle = {Reason::changedSince};
     }

@@ -37,6 +37,7 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
         return "it changed after the safety snapshot" +
                (obstacle.detail.empty() ? "" : "; that version is " + obstacle.detail + " beside it");
     case Reason::folderInTheWay: return "a folder with content we don't keep is in the way";
+    case Reason::folderHoldsMore: return "a folder with something else in it is in the way";
     case Reason::somethingInTheWay: return "something else is there (" + standingText(obstacle.detail) + ")";
     case Reason::notKeptThen: return notKeptText(obstacle.detail) + " when that snapshot was taken";
     case Reason::damaged: return "what was kept of it is damaged";
