@@ -331,6 +331,8 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
               std::string::npos);
     const std::string record = f.at("store/" + at("@/snapshots/5.json"));
     const std::string text = textOf(record);
+    const std::string older = f.at("store/" + at("@/snapshots/3.json"));
+    const std::string olderText = textOf(older);
     const auto log = [this](const std::string& line) {
         f.write("store/hooks.log", f.read("store/hooks.log") + isoText(now()) + " " + line + "\n");
     };
@@ -344,6 +346,8 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
         {"all is well", [] {}, "ok", "  1 file of 2.0 kB is listed but not kept: over the limit of size\n"},
         {"the newest record", [&] { empty(record); }, "trouble", ". Run: tidewrack check\n"},
         {"mended", [&] { setText(record, text); }, "ok", "\n  claude    agent not found; Stop "},
+        {"an older record", [&] { empty(older); }, "ok", ". Run: tidewrack check\n"},
+        {"mended too", [&] { setText(older, olderText); }, "ok", "All is well"},
         {"a failure", [&] { log("claude Stop 3ms error: no room"); }, "trouble", "\n  A hook failed: no room\n"},
         {"a success", [&] { log("claude Stop 3ms #6 /x"); }, "ok", "  claude Stop  error: no room\n"},
         {"a git that fails", [&] { f.write("project/.git", "x"); }, "ok", ". See what `git status` says\n"},

@@ -68,6 +68,43 @@ TEST_F(TurnsElsewhere, otherProjectsOfTheTurn) {
     EXPECT_EQ(f.read("home/outside"), "1\n");
 }
 
+// Though nothing of it is left where it is looked for.
+TEST_F(TurnsElsewhere, aTurnThatStandsInAnotherProjectIsNotPassedOver) {
+    f.write("other/file", "1\n");
+    world.ok({"track", f.at("other")});
+    prompt("s", "older");
+    f.write("project/notes", "2\n");
+    stop("s");
+    prompt("t", "both");
+    f.write("project/config", "the turn's\n");
+    snap("tool", "claude", "t", "Before: rm ../other/file", f.at("other"));
+    f.remove("other/file");
+    stop("t");
+    snap("stop", "claude", "t", "End of turn", f.at("other"));
+    f.write("project/config", "port = 80\ndebug = off\n");
+    EXPECT_NE(back({"undo", "--last", "--here", "--dry-run"}).find("Would take back turn #2–#3"), std::string::npos);
+    EXPECT_NE(back({"undo", "--last"}).find("\nIn " + f.at("other") + ": Took back turn #2–#3 of claude, \"both\""),
+              std::string::npos);
+    EXPECT_EQ(f.read("other/file") + f.read("project/notes"), "1\n2\n");
+}
+
+// The way back is told by whatever is tried.
+TEST_F(TurnsElsewhere, aProjectWhoseFolderIsGone) {
+    prompt("s", "rm");
+    f.write("project/notes", "2\n");
+    world.current = f.at("home");
+    const std::string root = world.projectPath();
+    f.remove("project");
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {"undo", "--last"}, {"redo"}, {"restore", "2"}, {"undo", "2"}, {"find", "notes"}, {"status"}}) {
+        std::vector<std::string> all = words;
+        all.insert(all.end(), {"--project", root});
+        const std::string text = back(all);
+        EXPECT_NE(text.find("mkdir -p " + root + " && tidewrack restore "), std::string::npos) << text;
+        EXPECT_EQ(text.find(".."), std::string::npos) << text;
+    }
+}
+
 // What an older entry of the turn saved is what was there before.
 TEST_F(TurnsElsewhere, aTurnThatWorkedOutsideOfProjectsAlone) {
     prompt("s", "here");

@@ -200,7 +200,8 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
               "name goes behind --, as in: tidewrack undo --last -- 2\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "--", "2"}), "1\ntidewrack: 2 isn't in what #2–#3 changed.\n");
     EXPECT_EQ(back({"timeline", "--agent", "codex"}), "0\nNothing of that happened here.\n");
-    for (const char* words : {"--turn=1", "--turn=999", "--session=x", "--session=", "4..3", "3..99"}) {
+    for (const char* words :
+         {"3..4=--here", "3..4=--vault", "--turn=1", "--turn=999", "--session=x", "--session=", "4..3", "3..99"}) {
         const std::string word = words;
         const auto equals = word.find('=');
         std::vector<std::string> all{"undo", word.substr(0, equals)};
@@ -284,6 +285,39 @@ TEST_F(Turns, aFoldersPermissionsGoBackToo) {
     EXPECT_EQ(mode(), 0711U);
     f.remove("project/priv");
     EXPECT_EQ(back({"undo", "--turn", "6"}), "0\nNothing is left to take back of " + turn + ".\n");
+}
+
+TEST_F(Turns, whatARedoDidToAFolderIsTakenBackToo) {
+    const std::string folder = f.at("project/src");
+    ASSERT_EQ(::chmod(folder.c_str(), 0700), 0);
+    prompt("s", "open up");
+    ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+    stop("s");
+    world.ok({"undo", "--last"});
+    EXPECT_NE(world.ok({"redo"}).find("tidewrack undo 6\n"), std::string::npos);
+    EXPECT_EQ(world.ok({"undo", "6", "--dry-run"}).find("~ src/\n"), 0U);
+    world.ok({"undo", "6"});
+    struct stat status {};
+    ASSERT_EQ(::stat(folder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0700U);
+}
+
+// A folder that git ignores since the turn looks as if all in it were gone.
+TEST_F(Turns, whatIsGoneFromAFolderThatGitIgnoresNowComesBack) {
+    if (!git(f.at("project"), "init -q")) GTEST_SKIP() << "no git";
+    for (const char* name : {"made", "same", "other"}) f.write(std::string("project/build/") + name, "by hand\n");
+    world.ok({"snap"});
+    prompt("s", "ignore");
+    f.write("project/.gitignore", "build/\n");
+    f.remove("project/build/made");
+    f.write("project/build/other", "built\n");
+    f.write("project/build/new", "built\n");
+    stop("s");
+    expectTakenBack({"undo", "--last"}, "3",
+                    "turn #3–#4 of claude, \"ignore\":\n- .gitignore\n"
+                    "! build/  is not in history any more: git ignores it now\n+ build/made\n"
+                    "1 file put back, 1 removed.\n1 path is left alone.\n");
+    EXPECT_EQ(f.read("project/build/made") + f.read("project/build/other"), "by hand\nbuilt\n");
 }
 
 TEST_F(Turns, aFileThatATurnChangedTwiceCountsOnce) {
@@ -401,7 +435,7 @@ TEST_F(Turns, whatCannotBeDoneIsNoSuccess) {
                     "1 file overwritten.\n"
                     "2 paths are left alone.\n");
     EXPECT_EQ(config(), "port = 8080\ndebug = on\n");
-    EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '0') << "nothing is left that anybody could take back";
+    EXPECT_EQ(back({"undo", "--last", "--force"}).front(), '3') << "nobody can take the rest back, and it still stands";
 }
 
 TEST_F(Turns, whatABuildLeavesBehindIsNoReasonToStayBehind) {

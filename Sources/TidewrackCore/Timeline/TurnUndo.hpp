@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -70,11 +71,12 @@ class TurnUndo {
         bool dryRun = false;            // only plan: nothing is written, and no lock taken
         std::set<std::size_t> hunks{};  // of the one path, as a patch counts them; empty: all of it
         bool vault = false;             // what was saved outside of projects is to come back as well
+        bool here = false;              // other projects stay as they are
     };
 
-    // The turn with the newest end that changed something and was not taken back yet. Those of which nothing is left,
-    // or nothing that anybody could take back, are passed over; not those of which only later work keeps it, nor those
-    // that can't be read: run() tells why.
+    // The turn with the newest end that changed something and was not taken back yet. Those of which nothing is left
+    // in any project are passed over; not those of which nobody could take back what is left, nor those that can't be
+    // read: run() tells why.
     [[nodiscard]] UndoChoice last(const Options& options) const;
     // The next turn before `row` of which something is left that could be taken back.
     [[nodiscard]] const TimelineRow* turnBefore(const TimelineRow& row) const;
@@ -104,13 +106,16 @@ class TurnUndo {
     [[nodiscard]] Actions plan(UndoSteps& steps, const Manifest& now, const Options& options) const;
     enum class Left {
         nothing,
-        unkept,    // nobody could put it back, but perhaps the vault
+        unkept,    // nobody could put it back
         something, // that would be done, or could be by force
     };
     [[nodiscard]] Left whatIsLeft(const UndoChoice& choice) const;
     // With the vault's entries, what those alone have of a row is something left as well.
     [[nodiscard]] UndoChoice passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
-                                     std::optional<std::vector<VaultEntry>> vault) const;
+                                     const std::optional<std::vector<VaultEntry>>& vault, bool here) const;
+    using OtherProjects = std::map<std::string, std::unique_ptr<TurnUndo>>; // by id, as far as they were read
+    [[nodiscard]] bool isLeftElsewhere(const TimelineRow& row, const std::vector<Project>& projects,
+                                       OtherProjects& others) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
     [[nodiscard]] std::optional<std::uint16_t> rootModeBefore(const UndoChoice& choice) const;
     [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;

@@ -3,6 +3,7 @@
 #include "Timeline/TurnUndo.hpp"
 
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Timeline/Elsewhere.hpp"
 
 #include <algorithm>
@@ -65,9 +66,27 @@ bool TurnUndo::hasChanges(const TimelineRow& row) const {
     return counted.foldersAlone || counted.counts->sum() > 0;
 }
 
+bool TurnUndo::isLeftElsewhere(const TimelineRow& row, const std::vector<Project>& projects,
+                               OtherProjects& others) const {
+    for (const Project& other : projects) {
+        if (other.id == project_.id || !exists(other.root)) continue;
+        try {
+            const auto latest = engine_.store.history(other).latest();
+            if (!latest || latest->created < row.began) continue;
+            auto& undo = others[other.id];
+            if (!undo) undo = std::make_unique<TurnUndo>(engine_, other);
+            const UndoChoice choice = undo->sameTurns({row}, Folder::there);
+            if (!choice.rows.empty() && undo->whatIsLeft(choice) != Left::nothing) return true;
+        } catch (const TidewrackError&) { // another project's damage is no reason to stay with this turn
+        }
+    }
+    return false;
+}
+
 UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& rows,
-                             std::optional<std::vector<VaultEntry>> vault) const {
-    const bool vaultCounts = vault.has_value();
+                             const std::optional<std::vector<VaultEntry>>& vault, bool here) const {
+    const std::vector<Project> projects = here ? std::vector<Project>() : engine_.store.registry().projects;
+    OtherProjects others;
     for (const TimelineRow& row : rows) {
         choice.rows = {row};
         Left left = Left::something;
@@ -75,15 +94,16 @@ UndoChoice TurnUndo::passing(UndoChoice choice, const std::vector<TimelineRow>& 
             left = whatIsLeft(choice);
         } catch (const TidewrackError&) { // whoever takes it back is told
         }
-        if (left == Left::something) return choice;
-        // What history does not hold the vault may have.
-        if (choice.by == "undo" && (vaultCounts || left == Left::unkept)) {
-            if (!vault) vault = readVaultEntries(engine_.store);
+        // A redo has no other way to the one before it.
+        if (left == Left::something || (left == Left::unkept && choice.by == "undo")) return choice;
+        if (vault) {
             std::vector<TimelineRow> turns{row};
             addVaultEntries(*vault, project_, timeline_, turns);
             if (!entriesToPutBack(engine_.store, *vault, turns).empty()) return choice;
         }
-        if (hasChanges(row)) choice.passed.push_back(row);
+        if (!hasChanges(row)) continue;
+        if (isLeftElsewhere(row, projects, others)) return choice;
+        choice.passed.push_back(row);
     }
     choice.rows.clear();
     return choice;
@@ -101,7 +121,7 @@ UndoChoice TurnUndo::last(const Options& options) const {
             !row.counts || row.counts->sum() > 0 || row.foldersAlone || (options.vault && !row.vault.empty());
         return row.type != Type::turn || row.undone || !changed;
     });
-    return passing({"undo", {}}, turns, std::move(vault));
+    return passing({"undo", {}}, turns, vault, options.here);
 }
 
 const TimelineRow* TurnUndo::turnBefore(const TimelineRow& row) const {
@@ -165,7 +185,7 @@ UndoChoice TurnUndo::redo() const {
         const bool goes = row.type == Type::restore || (row.type == Type::undo && !row.redo);
         if (goes && !row.undone && !row.stretches.empty()) rows.push_back(row);
     }
-    return passing({"redo", {}}, rows, std::nullopt);
+    return passing({"redo", {}}, rows, std::nullopt, true);
 }
 
 UndoChoice TurnUndo::sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const {

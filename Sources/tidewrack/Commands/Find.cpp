@@ -6,6 +6,7 @@
 #include "Reports/FindReports.hpp"
 #include "Reports/PathWords.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/Elsewhere.hpp"
 
@@ -24,7 +25,8 @@ std::string commandThatBringsBack(const Invocation& call, const Project& project
     const bool within = !call.around.currentFolder.empty() && isAtOrBelow(folder, project.root);
     std::string word = within ? seenFrom(path, folder) : path;
     if (word.starts_with('-')) word = "./" + word;
-    return "tidewrack restore " + std::to_string(*found.keptIn) + " " + shellWord(word) +
+    const std::string made = exists(project.root) ? "" : "mkdir -p " + shellWord(project.root) + " && ";
+    return made + "tidewrack restore " + std::to_string(*found.keptIn) + " " + shellWord(word) +
            (within ? "" : " --project " + shellWord(project.root));
 }
 

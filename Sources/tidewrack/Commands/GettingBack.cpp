@@ -2,6 +2,7 @@
 
 #include "Commands/Commands.hpp"
 #include "Commands/Turns.hpp"
+#include "Commands/UndoElsewhere.hpp"
 #include "Commands/UnknownPaths.hpp"
 #include "Commands/Vault.hpp"
 #include "Engine/Spelling.hpp"
@@ -96,6 +97,7 @@ int restore(Invocation& call) {
     const auto paths = chosenPaths(call);
     const Project project = call.project();
     const std::int64_t seq = call.number(project, to);
+    refuseGone(project, std::to_string(seq));
     if (paths) refuseUnknown(call, project, {seq}, *paths);
     clearAfterVault(call);
     printRestored(call, call.engine().restore(project, seq, paths, !call.args.has("--keep-new"), acting(call)));
@@ -116,6 +118,7 @@ int undo(Invocation& call) {
     const std::int64_t turn = word.number;
     const auto paths = chosenPaths(call);
     const Project project = call.project();
+    refuseGone(project, std::to_string(turn));
     if (paths) refuseUnknown(call, project, sidesOf(call.store().history(project), turn), *paths);
     clearAfterVault(call);
     const RestoreResult result = call.engine().undo(project, turn, paths, acting(call));

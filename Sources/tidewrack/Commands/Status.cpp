@@ -4,6 +4,7 @@
 #include "Agents/LoggedEvents.hpp"
 #include "Commands/Commands.hpp"
 #include "Commands/Hooks.hpp"
+#include "Commands/UndoElsewhere.hpp"
 #include "Engine/Usage.hpp"
 #include "Invocation.hpp"
 #include "Platform/ChildProcess.hpp"
@@ -23,6 +24,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 
 namespace tidewrack::commands {
@@ -78,6 +80,24 @@ bool failing(const LoggedEvents& events) {
     });
 }
 
+// What the newest snapshot does not tell: of older records, and whether there can be a next one.
+void addDamage(const History& history, StatusReport& report) {
+    try {
+        std::vector<UnreadRecord> unread;
+        (void)history.snapshots(unread);
+        for (const UnreadRecord& record : unread)
+            if (record.seq != history.newestSeq()) // that is told already
+                report.troubles.push_back({record.reason, "Run: tidewrack check"});
+    } catch (const TidewrackError& error) {
+        report.troubles.push_back({error.what(), "Run: tidewrack check"});
+    }
+    for (const std::string& path : {history.lockPath(), history.snapshotsFolder()}) {
+        if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 || errno == ENOENT) continue;
+        report.troubles.push_back({"No snapshot can be taken: can't write " + path + ": " + errorText(errno), {}});
+        break;
+    }
+}
+
 void addSnapshots(const Engine& engine, StatusReport& report) {
     const Project& project = *report.project;
     const History history = engine.store.history(project);
@@ -85,7 +105,10 @@ void addSnapshots(const Engine& engine, StatusReport& report) {
     try {
         Engine::checkRoot(project);
     } catch (const TidewrackError& error) {
-        report.troubles.push_back({error.what(), "Run: tidewrack restore last, once it is a folder again"});
+        std::string what = error.what();
+        if (what.ends_with('.')) what.pop_back();
+        report.troubles.push_back({what, exists(project.root) ? "Run: tidewrack restore last, once it is a folder again"
+                                                              : "Run: " + bringingBack(project, "last")});
     }
     try {
         report.snapshots = static_cast<std::int64_t>(history.seqs().size());
@@ -94,6 +117,7 @@ void addSnapshots(const Engine& engine, StatusReport& report) {
     } catch (const TidewrackError& error) {
         trouble(error.what());
     }
+    addDamage(history, report);
     if (report.snapshots == 0) report.troubles.push_back({"There is no snapshot yet", "Run: tidewrack snap"});
     if (!report.notKept.failed.empty())
         report.troubles.push_back({countText(static_cast<std::int64_t>(report.notKept.failed.size()), "path") +

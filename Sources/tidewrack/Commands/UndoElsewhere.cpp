@@ -17,12 +17,11 @@ namespace {
 
 // A folder that is gone for good, such as a work tree that the turn itself removed, leaves nothing to take back.
 Done inGoneProject(const Project& other, const UndoChoice& choice) {
-    const std::string root = shellWord(other.root);
+    const std::string before = std::to_string(choice.rows.back().first);
     return {other,
             choice,
             {},
-            "the folder is gone. To bring it back as it was before, run: mkdir -p " + root + " && tidewrack restore " +
-                std::to_string(choice.rows.back().first) + " --project " + root,
+            "the folder is gone. To bring it back as it was before, run: " + bringingBack(other, before),
             true};
 }
 
@@ -60,6 +59,17 @@ std::optional<std::pair<Project, std::int64_t>> standingElsewhere(Invocation& ca
 }
 
 } // namespace
+
+std::string bringingBack(const Project& project, const std::string& snapshot) {
+    const std::string root = shellWord(project.root);
+    return "mkdir -p " + root + " && tidewrack restore " + snapshot + " --project " + root;
+}
+
+void refuseGone(const Project& project, const std::string& snapshot) {
+    if (exists(project.root)) return;
+    throw TidewrackError::refused(
+        project.root + " no longer exists. To bring it back as it was, run: " + bringingBack(project, snapshot));
+}
 
 std::vector<Done> inOtherProjects(Invocation& call, const Done& first, const TurnUndo::Options& options) {
     std::vector<Done> all;

@@ -22,6 +22,11 @@ struct Done {
     bool isOutside = false; // something comes back outside of projects
 };
 
+// How to get back a project whose folder is gone, as it was at `snapshot`.
+[[nodiscard]] std::string bringingBack(const Project& project, const std::string& snapshot);
+// Throws with that where the project's folder is.
+void refuseGone(const Project& project, const std::string& snapshot);
+
 // Carried out, or planned, where the same turn worked as well.
 [[nodiscard]] std::vector<Done> inOtherProjects(Invocation& call, const Done& first, const TurnUndo::Options& options);
 

@@ -376,6 +376,9 @@ int undoTurns(Invocation& call) {
     const bool newest = call.args.has("--last") || (ways == 0 && isOfNewestTurn(call.args));
     if (newest) ++ways;
     if (ways > 1) throw CliError("undo takes one of --last, --turn, --session and --session-of");
+    for (const char* option : {"--here", "--vault"}) // of two snapshots nothing tells what else was done
+        if (ways == 0 && call.args.has(option))
+            throw CliError(std::string(option) + " goes with --last, --turn, --session or --session-of");
     refuseNumber(call.args, ways);
     const Project project = call.project();
     clearAfterVault(call);
@@ -388,6 +391,7 @@ int undoTurns(Invocation& call) {
             throw CliError("--hunk merges: it goes without --force and --keep-later");
         options.hunks = hunksOf(*hunks);
     }
+    options.here = call.args.has("--here") || !options.paths.empty();
     const UndoChoice choice = ways == 0 ? rangeOf(undo, *call.args.word(0)) : chosen(call, undo, options);
     call.warnOfUnread(undo.unread()); // where one of them was asked for, that was refused
     const bool last = newest && !call.json();
@@ -396,7 +400,8 @@ int undoTurns(Invocation& call) {
         if (undo.unread().empty()) refuseNeverThere(call, project, undo.records(), options.paths, 0);
         return nothing(call, choice, nothingToUndo, options.dryRun);
     }
-    const bool everywhere = ways > 0 && options.paths.empty() && !call.args.has("--here");
+    refuseGone(project, std::to_string(choice.rows.back().first));
+    const bool everywhere = ways > 0 && !options.here;
     if (options.vault && !options.paths.empty() &&
         entriesOf(call, readVaultEntries(call.store()), project, undo.timeline(), choice, options).empty())
         throw CliError("nothing that the vault has of it lies" +
@@ -439,6 +444,7 @@ int undoAsking(Invocation& call) {
             call.print(text);
             return nothing(call, choice, nothingToUndo, true);
         }
+        refuseGone(project, std::to_string(choice.rows.back().first));
         const std::vector<Done> planned = newestDone(call, undo, {project, choice, {}}, options, true);
         text += passedText(planned.front(), call.look());
         for (const Done& each : planned)
@@ -468,6 +474,7 @@ int redo(Invocation& call) {
     clearAfterVault(call);
     const TurnUndo undo(call.engine(), project);
     call.warnOfUnread(undo.unread());
+    refuseGone(project, "last");
     const TurnUndo::Options options = optionsFrom(call);
     const UndoChoice choice = undo.redo();
     if (choice.rows.empty())
