@@ -296,3 +296,19 @@ TEST(ListingSteps, differencesAreThoseOfWholeListings) {
     EXPECT_THROW((void)differenceOf("f\tno manifest", ""), std::exception);
     EXPECT_THROW((void)differenceOf("", "x"), std::exception);
 }
+
+// As many files as before are not kept, and others.
+TEST_F(Finding, whichOfTwoFilesWasTooLarge) {
+    Project project = world.project();
+    project.maxFileSize = 100;
+    world.store().add(project);
+    for (const bool first : {true, false}) {
+        f.write("project/one", std::string(first ? 200 : 10, 'x'));
+        f.write("project/two", std::string(first ? 10 : 200, 'x'));
+        snap("tool", "Before: make");
+    }
+    f.remove("project/two");
+    f.write("project/empty", "not");
+    snap("tool", "Before: make");
+    EXPECT_NE(found({"two"}).find("its last content was not kept"), std::string::npos) << found({"two"});
+}

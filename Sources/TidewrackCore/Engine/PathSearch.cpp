@@ -162,7 +162,7 @@ std::vector<FoundPath> folded(std::vector<FoundPath> all, const NamePattern& pat
 bool sameNames(const SnapshotMeta& before, const SnapshotMeta& meta) {
     if (meta.manifestOf == before.manifestOf) return true;
     return meta.seq == before.seq + 1 && meta.added == 0 && meta.deleted == 0 && meta.folders == 0 &&
-           meta.modified > 0 && meta.notKept == before.notKept;
+           meta.modified > 0 && meta.notKept == 0 && before.notKept == 0;
 }
 
 } // namespace

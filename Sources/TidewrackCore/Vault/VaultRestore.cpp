@@ -143,6 +143,12 @@ int moveAside(Place item, Date began, const Note& note, std::string& aside) {
     }
 }
 
+// Whether nothing can be put into the folder, or, where it is to be made, into the nearest one that is there.
+int closedAt(std::string folder) {
+    while (folder.size() > 1 && !exists(folder)) folder = parentOf(folder);
+    return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
+
 // Puts the finished copy `made` in its place, and what is there aside. `aside` is empty where nothing was there. Where
 // that fails everything has the name that it had, as far as the volume allows it.
 RestoredItem::Failure putInPlace(Place made, Place target, Date began, const Note& note, std::string& aside) {
@@ -178,7 +184,10 @@ void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item
     const bool isDryRun = restoring.acting == Acting::dryRun;
     // From here on by the open folder: whatever becomes of the way to it, nothing leads elsewhere.
     Descriptor folder;
-    if (isDryRun && !exists(parent)) return; // it would be made
+    if (isDryRun && !exists(parent)) { // it would be made
+        if (const int error = closedAt(parent)) fail(Why::system, error);
+        return;
+    }
     if (const int error = isDryRun ? openFolder(parent, folder) : openParent(parent, folder))
         return fail(Why::system, error);
     const Place target{folder.get(), name.c_str()};
@@ -190,7 +199,8 @@ void Vault::restoreItem(const Restoring& restoring, const VaultEntry::Item& item
     std::string aside;
     if (isDryRun) {
         const int error = isThere(target) ? moveAside(target, restoring.began, {}, aside) : 0;
-        if (error != 0) fail(Why::notMoved, error);
+        if (error != 0) return fail(Why::notMoved, error);
+        if (const int closed = closedAt(parent)) return fail(Why::system, closed);
     } else {
         // Nothing is moved before the copy is whole: the disk may be full.
         RestoreMark mark(this->folder());
