@@ -20,7 +20,7 @@ const std::string projectText = R"({"created":"2025-01-02T03:04:05Z","excludes":
 const std::string snapshotText =
     R"({"added":1,"agent":"claude","background":true,"began":5,"created":"2025-01-02T03:04:05Z","deleted":3,)"
     R"("durationMs":12,"files":4,"folders":2,"interrupted":false,"kind":"prompt","label":"fix \"a\/b\" ü","manifestOf":6,)"
-    R"("modified":2,"notKept":8,"pinned":true,"reversal":"undo","rootMode":493,"seq":7,"session":"s",)"
+    R"("modified":2,"notKept":8,"pinned":true,"reversal":"undo","seq":7,"session":"s",)"
     R"("title":"fix","tookBack":[{"from":3,"to":5}],"turn":"t"})";
 
 } // namespace
@@ -50,8 +50,7 @@ TEST(Records, keysThatAreMissingOrOfAnotherType) {
             const bool optional =
                 std::set<std::string>{
                     "excludesIfIgnored", "maxFileSize", "label",   "agent", "session",     "turn",  "reversal",
-                    "tookBack",          "background",  "notKept", "began", "interrupted", "title", "folders",
-                    "rootMode"}
+                    "tookBack",          "background",  "notKept", "began", "interrupted", "title", "folders"}
                     .contains(key);
             auto other = whole;
             other.erase(key);

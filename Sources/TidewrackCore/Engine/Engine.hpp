@@ -121,7 +121,6 @@ class Engine {
     // folders, links and paths that the snapshot lacks. The file may be missing: then the content was not kept.
     [[nodiscard]] std::optional<std::string> contentPath(const Project& project, std::int64_t seq,
                                                          const std::string& path) const;
-    [[nodiscard]] static std::optional<std::uint16_t> rootMode(const Project& project); // none: it can't be read
     // Throws TidewrackError refused when the project's root is gone or no folder any more.
     static void checkRoot(const Project& project);
     // A relative path without "./" before it and slashes behind it; empty for ".".
@@ -176,12 +175,11 @@ class Engine {
     struct Target {
         std::optional<std::int64_t> seq; // none: put together from several
         Manifest manifest;
-        std::optional<std::uint16_t> rootMode = std::nullopt; // that the project's folder gets; none: it stays
     };
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Target& target, const Scope& scope,
                         TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const;
     // What apply would do, from the listings alone.
-    [[nodiscard]] RestoreResult aim(const Project& project, const Target& target, const Scope& scope,
+    [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
                                     const TakenSnapshot& present, bool removeNew) const;
     // Keeps texts that no snapshot has seen as contents of the record to come; returns how a target names them. Where
     // there are any, `reversal.seq` becomes that record's number.

@@ -185,7 +185,7 @@ void foreseeRefusals(const Project& project, const RestorePlan& plan, const Mani
     Descriptor root;
     if (openFolder(project.root, root) != 0) return;
     FolderBelow files(root.get());
-    std::set<std::string_view> opened{""}; // the project's own folder is opened, too
+    std::set<std::string_view> opened;
     for (const Manifest::Item* item : plan.closedFolders) opened.insert(item->path);
     for (PathOutcome& outcome : result.outcomes) {
         if (outcome.obstacle.reason == Obstacle::Reason::parentIsLink)
@@ -250,8 +250,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     std::optional<ProjectLock> lock;
     if (acting == Acting::forReal) lock.emplace(history.lockPath());
     checkRoot(project);
-    const SnapshotMeta goal = history.snapshot(to);
-    const Target target{to, history.manifest(goal), paths ? std::nullopt : goal.rootMode};
+    const Target target{to, history.manifest(history.snapshot(to))};
     std::vector<std::string> listed = relativePaths(project, paths);
     SnapshotRequest request{"restore", "Before restoring #" + std::to_string(to), {}, {}, {}};
     request.reversal = "restore";
@@ -261,7 +260,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     Reversal reversal;
     if (!paths && removeNew) reversal.tookBack.push_back({to, safety.result.meta.seq});
     RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew, reversal)
-                                : aim(project, target, scope, safety, removeNew);
+                                : aim(project, target.manifest, scope, safety, removeNew);
     addMissing(listed, target.manifest, safety.manifest, result);
     result.target = to;
     return result;
@@ -274,18 +273,17 @@ TakenSnapshot Engine::presentState(const Project& project) const {
     Sides sides = sidesNow(project, *newest, Unknown::asKept);
     TakenSnapshot present;
     present.manifest = std::move(sides.newer);
-    present.result.meta.rootMode = rootMode(project);
     present.result.warnings = std::move(sides.warnings);
     present.interrupted = foreseeInterrupted(project);
     return present;
 }
 
-RestoreResult Engine::aim(const Project& project, const Target& target, const Scope& scope,
+RestoreResult Engine::aim(const Project& project, const Manifest& target, const Scope& scope,
                           const TakenSnapshot& present, bool removeNew) const {
     const Manifest& current = present.manifest;
     const History history = store.history(project);
-    const UsersTarget users = usersTarget(history, target.manifest, current);
-    const Manifest& wanted = users.listing ? *users.listing : target.manifest;
+    const UsersTarget users = usersTarget(history, target, current);
+    const Manifest& wanted = users.listing ? *users.listing : target;
     const RestorePlan plan =
         planRestore({wanted, current, scopeOf(users, scope), nestedRoots(project, store.projects()), removeNew,
                      ::geteuid() == 0, lostContents(history, wanted, current)});
@@ -311,10 +309,6 @@ RestoreResult Engine::aim(const Project& project, const Target& target, const Sc
         if (outcome.action == PathOutcome::Action::restored && standing != nullptr &&
             (outcome.kind == EntryKind::dir) == (standing->kind == EntryKind::dir))
             result.overwritten.insert(outcome.path);
-    }
-    if (target.rootMode && target.rootMode != present.result.meta.rootMode) {
-        result.outcomes.push_back({".", PathOutcome::Action::restored, EntryKind::dir, {}, {}});
-        result.overwritten.emplace(".");
     }
     foreseeRefusals(project, plan, current, result);
     result.safetyWarnings = present.result.warnings;
@@ -352,8 +346,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     // Else a power cut could leave what is put back now, and not the record of what it took the place of.
     if (!history.sharesVolume()) history.bringRecordsToDisk(lock);
     RestoreRun run(*this, project, wanted, safety, names);
-    run.work(std::move(plan), input.nestedRoots, target.rootMode);
-    meta.rootMode = rootMode(project);
+    run.work(std::move(plan), input.nestedRoots);
     const Manifest after = run.manifestAfter();
     RestoreResult result = run.takeResult();
     const bool whole = std::none_of(result.outcomes.begin(), result.outcomes.end(),
@@ -441,28 +434,24 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     if (acting == Acting::forReal) lock.emplace(history.lockPath());
     checkRoot(project);
     const SnapshotMeta start = history.snapshot(from);
-    Target before{from, history.manifest(start)};
+    const Target before{from, history.manifest(start)};
     std::optional<Manifest> after;
-    std::optional<SnapshotMeta> end;
-    if (to) end = history.snapshot(*to);
-    if (end) after = history.manifest(*end);
+    if (to) after = history.manifest(history.snapshot(*to));
     std::vector<std::string> listed = relativePaths(project, paths);
     SnapshotRequest request{"restore", label.value_or("Before undoing #" + std::to_string(from)), {}, {}, {}};
     request.reversal = "undo";
     TakenSnapshot safety = lock ? safetySnapshot(*lock, project, request) : presentState(project);
     const auto all = changesWithFolderModes(before.manifest, after ? *after : safety.manifest);
     after.reset();
-    const auto rootAfter = (end ? *end : safety.result.meta).rootMode;
-    if (!paths && rootAfter && rootAfter != start.rootMode) before.rootMode = start.rootMode;
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&before.manifest, &safety.manifest});
     std::set<std::string, std::less<>> changed(all.begin(), all.end());
     if (paths) std::erase_if(changed, [&](const std::string& path) { return !inScope(listed, path); });
     const Scope scope = [&](std::string_view path) { return changed.contains(path); };
     Reversal reversal{"undo", {}, std::nullopt};
     if (!paths) reversal.tookBack.push_back({from, to.value_or(safety.result.meta.seq)});
-    RestoreResult result =
-        lock ? apply(*lock, project, before, scope, safety, true, reversal) : aim(project, before, scope, safety, true);
-    result.nothingInScope = changed.empty() && !before.rootMode;
+    RestoreResult result = lock ? apply(*lock, project, before, scope, safety, true, reversal)
+                                : aim(project, before.manifest, scope, safety, true);
+    result.nothingInScope = changed.empty();
     if (changed.empty()) addMissing(listed, before.manifest, safety.manifest, result);
     result.target = from;
     return result;

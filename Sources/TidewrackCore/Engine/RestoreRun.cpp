@@ -63,11 +63,9 @@ RestoreRun::RestoreRun(const Engine& engine, const Project& project, const Manif
     if (!blobs_) throw TidewrackError::io("read", blobs, errno);
 }
 
-void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots,
-                      std::optional<std::uint16_t> rootMode) {
+void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots) {
     nestedRoots_ = nestedRoots;
     result_.outcomes = std::move(plan.left);
-    openRoot();
     open(plan.closedFolders);
     // Of a renamed file one name is there at any time: the old one is made before the new one is removed.
     const Removals first = takeObstructing(plan, ignoresCase_);
@@ -78,27 +76,7 @@ void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>
     files_.forget();
     removeRest(plan);
     finishFolders(plan);
-    finishRoot(rootMode);
     bringToDisk();
-}
-
-// An agent may have taken the project's own folder its rights, with all that is in it.
-void RestoreRun::openRoot() {
-    Attributes there;
-    if (attributesOfOpen(root_.get(), there) != 0) return;
-    rootMode_ = there.mode;
-    if ((there.mode & ownerAll) != ownerAll) (void)!::fchmod(root_.get(), there.mode | ownerAll);
-}
-
-// Without `wanted` it gets back the mode that it had.
-void RestoreRun::finishRoot(std::optional<std::uint16_t> wanted) {
-    Attributes there;
-    const std::uint16_t mode = wanted.value_or(rootMode_);
-    if (attributesOfOpen(root_.get(), there) != 0 || (there.mode == mode && rootMode_ == mode)) return;
-    if (there.mode != mode && ::fchmod(root_.get(), mode) != 0)
-        leave(".", Action::notRestored, Obstacle::system(errno));
-    else if (mode != rootMode_)
-        result_.outcomes.push_back({".", Action::restored, EntryKind::dir, {}, {}});
 }
 
 void RestoreRun::open(const RestorePlan::Items& folders) {

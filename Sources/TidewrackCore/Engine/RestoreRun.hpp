@@ -29,9 +29,8 @@ class RestoreRun {
     RestoreRun(const RestoreRun&) = delete;
     RestoreRun& operator=(const RestoreRun&) = delete;
 
-    // `plan` is of the target and the safety snapshot; `rootMode` is what the project's folder gets, if anything.
-    void work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots,
-              std::optional<std::uint16_t> rootMode);
+    // `plan` is of the target and the safety snapshot.
+    void work(RestorePlan plan, const std::set<std::string, std::less<>>& nestedRoots);
     // The listing of the folder as the run left it, without walking it again.
     [[nodiscard]] Manifest manifestAfter();
     // What the run did. To be called once, at the end.
@@ -52,8 +51,6 @@ class RestoreRun {
     };
 
     void open(const RestorePlan::Items& folders);
-    void openRoot();
-    void finishRoot(std::optional<std::uint16_t> wanted);
     void remove(const RestorePlan::Items& files, const RestorePlan::Items& folders);
     void removeFile(const Manifest::Item& item);
     void makeFolders(const RestorePlan::Items& items);
@@ -93,7 +90,6 @@ class RestoreRun {
     Temporaries& names_;
     Trace trace_;
     Descriptor root_;
-    std::uint16_t rootMode_ = 0; // that the run has found
     Descriptor blobs_;
     FolderBelow files_;
     ParentCache parents_;

@@ -275,8 +275,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     // The previous snapshot has all that an unchanged one has. One that was unchanged itself has done this already.
     if (share && previous.meta->manifestOf == previous.meta->seq && isFresh(*previous.meta))
         history.bringNamesToDisk(lock);
-    meta.rootMode = rootMode(project);
-    if (share && request.onlyChanges && (!previous.meta->rootMode || previous.meta->rootMode == meta.rootMode)) {
+    if (share && request.onlyChanges) {
         meta = *previous.meta;
         return taken;
     }
@@ -331,12 +330,6 @@ std::optional<std::string> Engine::contentPath(const Project& project, std::int6
     if (attributesAt(AT_FDCWD, place.c_str(), kept) == 0 && kept.size != entry->size)
         throw TidewrackError::corrupt("what was kept of " + wanted + " is damaged");
     return place;
-}
-
-std::optional<std::uint16_t> Engine::rootMode(const Project& project) {
-    Attributes attributes;
-    const bool isThere = attributesAt(AT_FDCWD, project.root.c_str(), attributes) == 0;
-    return isThere ? std::optional(attributes.mode) : std::nullopt;
 }
 
 void Engine::checkRoot(const Project& project) {

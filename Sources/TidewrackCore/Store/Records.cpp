@@ -38,7 +38,6 @@ nlohmann::json toJson(const SnapshotMeta& meta) {
     if (meta.folders > 0) object["folders"] = meta.folders;
     if (meta.notKept > 0) object["notKept"] = meta.notKept;
     if (meta.background) object["background"] = *meta.background;
-    if (meta.rootMode) object["rootMode"] = *meta.rootMode;
     if (meta.end) {
         object["interrupted"] = meta.end->interrupted;
         if (meta.end->began) object["began"] = *meta.end->began;
@@ -82,7 +81,6 @@ SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source
     meta.folders = fields.optionalInteger("folders").value_or(0);
     meta.notKept = fields.optionalInteger("notKept").value_or(0);
     meta.background = fields.optionalBoolean("background");
-    if (const auto mode = fields.optionalInteger("rootMode")) meta.rootMode = static_cast<std::uint16_t>(*mode & 07777);
     if (const auto interrupted = fields.optionalBoolean("interrupted"))
         meta.end = TurnEnd{*interrupted, fields.optionalInteger("began"), fields.optionalText("title")};
     for (const JsonFields& stretch : fields.optionalObjects("tookBack"))

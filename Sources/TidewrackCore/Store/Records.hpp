@@ -66,8 +66,7 @@ struct SnapshotMeta {
     // Of a prompt: whether an agent's task in the background sent it, so that no turn begins with it. Absent in older
     // records.
     std::optional<bool> background;
-    std::optional<TurnEnd> end;            // of a stop; absent in older records
-    std::optional<std::uint16_t> rootMode; // of the project's own folder, which no listing has; absent in older records
+    std::optional<TurnEnd> end; // of a stop; absent in older records
     // The two snapshots around a restore only: "restore", "undo" or "redo"; and what it took back in full.
     std::optional<std::string> reversal;
     std::vector<Stretch> tookBack;

@@ -16,9 +16,8 @@
 namespace tidewrack {
 
 struct UndoSteps {
-    std::vector<UndoStep> steps;             // newest first
-    std::optional<std::size_t> open;         // the one that goes on until now: `after` is for the caller to fill in
-    std::optional<std::uint16_t> rootMode{}; // that the project's own folder had before; none: it stays as it is
+    std::vector<UndoStep> steps;     // newest first
+    std::optional<std::size_t> open; // the one that goes on until now: `after` is for the caller to fill in
 };
 
 // A row's stretches, newest first; that of a running turn goes on until now.

@@ -324,12 +324,9 @@ class Grouping {
         if (row.isRunning()) return;
         Changes::Counts counts;
         int changed = 0;
-        bool rootChanged = false; // in no listing
         for (const Stretch& stretch : row.stretches) {
             for (auto at = placeOf(stretch.from); record(at).seq < stretch.to; ++at) {
                 const SnapshotMeta& meta = record(at + 1);
-                const auto rootBefore = record(at).rootMode;
-                rootChanged = rootChanged || (meta.rootMode && rootBefore && meta.rootMode != rootBefore);
                 if (meta.manifestOf == record(at).manifestOf) continue;
                 if (meta.seq != record(at).seq + 1) return; // some in between were pruned
                 counts = {meta.added, meta.modified, meta.deleted};
@@ -338,7 +335,7 @@ class Grouping {
         }
         if (changed > 1) return;
         row.counts = counts;
-        row.foldersAlone = (changed == 1 || rootChanged) && counts.sum() == 0;
+        row.foldersAlone = changed == 1 && counts.sum() == 0;
     }
 
     [[nodiscard]] std::size_t placeOf(std::int64_t seq) const {

@@ -55,15 +55,6 @@ struct Target {
     }
 };
 
-// How the rights of the project's own folder stand among the actions.
-constexpr std::string_view root = ".";
-
-std::optional<std::uint16_t> rootModeIn(const std::vector<UndoAction>& actions) {
-    for (const UndoAction& action : actions)
-        if (action.path == root && action.acts()) return action.mode;
-    return std::nullopt;
-}
-
 // `merged`: where the merged texts are kept, in the actions' order.
 Target targetOf(const std::vector<UndoAction>& actions, const Manifest& now, const std::vector<std::string>& merged) {
     Target target;
@@ -226,38 +217,11 @@ TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Op
                                [&](const std::string& each) { return isAtOrBelow(path, each); });
         };
     if (steps.open) steps.steps[*steps.open].after = now;
-    Actions actions = planUndo(steps.steps, now, undo, contents(now));
-    if (steps.rootMode && options.paths.empty()) {
-        UndoAction action{std::string(root), Kind::overwrite};
-        action.folder = true;
-        action.mode = *steps.rootMode;
-        const auto isBefore = [](const UndoAction& each, std::string_view path) { return each.path < path; };
-        actions.insert(std::lower_bound(actions.begin(), actions.end(), root, isBefore), std::move(action));
-    }
-    return actions;
+    return planUndo(steps.steps, now, undo, contents(now));
 }
 
 UndoSteps TurnUndo::stepsOf(const UndoChoice& choice) const {
-    UndoSteps steps = StepReader(history_, records_, unread_, notes_).read(choice.rows);
-    steps.rootMode = rootModeBefore(choice);
-    return steps;
-}
-
-// No listing has the project's own folder. Where its mode was changed again since, it stays.
-std::optional<std::uint16_t> TurnUndo::rootModeBefore(const UndoChoice& choice) const {
-    const auto present = Engine::rootMode(project_);
-    const auto modeAt = [&](std::int64_t seq) {
-        const auto found =
-            std::find_if(records_.begin(), records_.end(), [&](const SnapshotMeta& meta) { return meta.seq == seq; });
-        return seq == untilNow ? present : found == records_.end() ? std::nullopt : found->rootMode;
-    };
-    auto mode = present;
-    for (const TimelineRow& row : choice.rows)
-        for (const Stretch& stretch : openStretches(row)) {
-            const auto before = modeAt(stretch.from);
-            if (before && mode == modeAt(stretch.to)) mode = before;
-        }
-    return mode == present ? std::nullopt : mode;
+    return StepReader(history_, records_, unread_, notes_).read(choice.rows);
 }
 
 TurnUndo::Left TurnUndo::whatIsLeft(const UndoChoice& choice) const {
@@ -385,10 +349,7 @@ void TurnUndo::foresee(const Manifest& now, Actions& actions, Obstacles& obstacl
     const Target target = targetOf(actions, now, unwritten);
     TakenSnapshot present;
     present.manifest = now;
-    present.result.meta.rootMode = Engine::rootMode(project_);
-    const auto outcomes =
-        engine_.aim(project_, {std::nullopt, target.listing, rootModeIn(actions)}, target.inScope(), present, true)
-            .outcomes;
+    const auto outcomes = engine_.aim(project_, target.listing, target.inScope(), present, true).outcomes;
     std::set<std::string_view> met;
     for (const PathOutcome& outcome : outcomes) met.insert(outcome.path);
     for (const UndoAction& action : actions)
@@ -411,8 +372,8 @@ void TurnUndo::act(const ProjectLock& lock, TakenSnapshot& safety, const UndoCho
         if (action.kind == Kind::merge) texts.push_back(action.merged);
     const std::vector<std::string> blobs = engine_.keepTexts(lock, project_, texts, reversal);
     const Target target = targetOf(actions, safety.manifest, blobs);
-    result.restored = engine_.apply(lock, project_, {std::nullopt, target.listing, rootModeIn(actions)},
-                                    target.inScope(), safety, true, reversal);
+    result.restored =
+        engine_.apply(lock, project_, {std::nullopt, target.listing}, target.inScope(), safety, true, reversal);
     fold(result.restored->outcomes, actions, obstacles);
     std::erase_if(result.restored->outcomes, [&](const PathOutcome& outcome) { // it stands among the actions
         return outcome.obstacle && target.scope.contains(outcome.path);

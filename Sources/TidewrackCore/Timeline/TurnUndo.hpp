@@ -117,7 +117,6 @@ class TurnUndo {
     [[nodiscard]] bool isLeftElsewhere(const TimelineRow& row, const std::vector<Project>& projects,
                                        OtherProjects& others) const;
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
-    [[nodiscard]] std::optional<std::uint16_t> rootModeBefore(const UndoChoice& choice) const;
     [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
     void checkHunks(const UndoSteps& steps, const Options& options) const;
