@@ -1,5 +1,6 @@
 #include "Shell/Writers.hpp"
 
+#include "Shell/Budget.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Shell/Scripts.hpp"
 #include "Shell/Wrappers.hpp"
@@ -361,7 +362,7 @@ std::size_t Writing::takeOption(std::size_t index) {
 
 void Writing::takeValue(std::string_view option, Word value) {
     if (writer_.name == "csplit" && (option == "-f" || option == "--prefix")) prefix_ = value.text;
-    if (listsWord(writer_.folder, option) && !value.unknown)
+    if (listsWord(writer_.folder, option) && !value.unknown && folder_.size() <= Budget::folderLength)
         folder_ = absolutePath(value.text, folder_);
     else if (listsWord(writer_.outputs, option))
         outputs_.push_back(std::move(value));
