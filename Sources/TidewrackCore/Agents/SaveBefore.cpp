@@ -144,8 +144,11 @@ class Saving {
         for (shell::FoundFiles found : decision_.found) {
             if (!found.certain) continue;
             found.folder = Store::canonical(found.folder);
+            const bool isAround = isAtOrBelow(project.root, found.folder);
+            if (!isAround && !isAtOrBelow(found.folder, project.root)) continue;
             std::vector<std::string> names;
-            for (const Manifest::Item& item : manifest.items()) {
+            for (const Manifest::Item& item :
+                 manifest.beginningWith(isAround ? "" : pathBelow(found.folder, project.root))) {
                 if (item.entry.kind == EntryKind::dir) continue;
                 std::string path = joined(project.root, item.path);
                 if (isAtOrBelow(path, found.folder) && found.mayTake(path)) names.push_back(std::move(path));
@@ -222,11 +225,8 @@ class Saving {
     }
 
     void saveUnkept(const Project& project, const Manifest& manifest, std::string_view gone) {
-        const auto isBefore = [](const Manifest::Item& item, std::string_view path) { return item.path < path; };
-        const auto& items = manifest.items();
-        for (auto at = std::lower_bound(items.begin(), items.end(), gone, isBefore);
-             at != items.end() && at->path.starts_with(gone); ++at)
-            if (at->entry.notKept() && isAtOrBelow(at->path, gone)) saveUnkept(project, *at);
+        for (const Manifest::Item& item : manifest.beginningWith(gone))
+            if (item.entry.notKept() && isAtOrBelow(item.path, gone)) saveUnkept(project, item);
     }
 
     void saveUnkept(const Project& project, const Manifest::Item& item) {

@@ -142,12 +142,9 @@ std::vector<std::string> originalsIn(const Manifest& listing, std::string_view p
     std::vector<std::string> paths{folder.empty() ? std::string(name) : joined(folder, name)};
     if (lastComponent(path).size() + longCharacter <= shortLimit) return paths; // there was room for all of it
     const std::string start = paths.front();
-    const auto& items = listing.items();
-    auto item = std::lower_bound(items.begin(), items.end(), start,
-                                 [](const Manifest::Item& each, const std::string& at) { return each.path < at; });
-    for (; item != items.end() && item->path.starts_with(start); ++item)
-        if (item->path.size() > start.size() && item->path.find('/', start.size()) == std::string_view::npos)
-            paths.emplace_back(item->path);
+    for (const Manifest::Item& item : listing.beginningWith(start))
+        if (item.path.size() > start.size() && item.path.find('/', start.size()) == std::string_view::npos)
+            paths.emplace_back(item.path);
     return paths;
 }
 

@@ -2,9 +2,7 @@
 
 #include "Platform/Attributes.hpp"
 
-#include <algorithm>
 #include <cerrno>
-#include <functional>
 #include <set>
 
 namespace tidewrack {
@@ -33,22 +31,22 @@ class Keeping {
         if (before == nullptr || before->kind != EntryKind::dir || before->isIgnoredFolder()) return Kept::nothing;
         std::set<std::string_view> missing;
         const std::string below = folder + "/";
-        forEachFrom(below, [&](const Manifest::Item& item) {
+        const auto earlier = earlier_.beginningWith(below);
+        for (const Manifest::Item& item : earlier) {
             const std::string_view name = item.path.substr(below.size());
             if (name.find('/') == std::string_view::npos && walked_.find(item.path) == nullptr) missing.insert(name);
-        });
-        forEachFrom(below, [&](const Manifest::Item& item) {
+        }
+        for (const Manifest::Item& item : earlier) {
             const std::string_view rest = item.path.substr(below.size());
             if (missing.contains(rest.substr(0, rest.find('/')))) keep(item);
-        });
+        }
         return Kept::all;
     }
 
     // Whether something is known of the place.
     bool keepAtAndBelow(const std::string& place) {
-        forEachFrom(place, [&](const Manifest::Item& item) {
+        for (const Manifest::Item& item : earlier_.beginningWith(place))
             if (item.path.size() == place.size() || item.path[place.size()] == '/') keep(item);
-        });
         return earlier_.find(place) != nullptr;
     }
 
@@ -65,14 +63,6 @@ class Keeping {
     [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
-    // The items whose paths begin like this lie side by side.
-    void forEachFrom(std::string_view beginning, const std::function<void(const Manifest::Item&)>& visit) {
-        auto item =
-            std::lower_bound(earlier_.items().begin(), earlier_.items().end(), beginning,
-                             [](const Manifest::Item& each, std::string_view path) { return each.path < path; });
-        for (; item != earlier_.items().end() && item->path.starts_with(beginning); ++item) visit(*item);
-    }
-
     void keep(const Manifest::Item& item) {
         if (walked_.find(item.path) == nullptr) builder_.add(item.path, item.entry);
     }

@@ -66,11 +66,16 @@ const Entry* Manifest::find(std::string_view path) const {
     return found != items().end() && found->path == path ? &found->entry : nullptr;
 }
 
+std::span<const Manifest::Item> Manifest::beginningWith(std::string_view beginning) const {
+    const auto first = std::lower_bound(items().begin(), items().end(), beginning,
+                                        [](const Item& item, std::string_view wanted) { return item.path < wanted; });
+    const auto last =
+        std::partition_point(first, items().end(), [&](const Item& item) { return item.path.starts_with(beginning); });
+    return {first, last};
+}
+
 bool Manifest::listsBelow(std::string_view folder) const {
-    const std::string first = std::string(folder) + "/";
-    const auto found = std::lower_bound(items().begin(), items().end(), first,
-                                        [](const Item& item, const std::string& wanted) { return item.path < wanted; });
-    return found != items().end() && found->path.starts_with(first);
+    return !beginningWith(std::string(folder) + "/").empty();
 }
 
 bool Manifest::listsIgnored(std::string_view folder) const {

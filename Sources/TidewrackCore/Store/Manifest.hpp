@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -100,6 +101,8 @@ class Manifest {
     [[nodiscard]] std::size_t size() const { return items_->size(); }
     // The entry at `path`, by binary search; nullptr when there is none.
     [[nodiscard]] const Entry* find(std::string_view path) const;
+    // The items whose paths begin like this, which lie side by side; found by binary search.
+    [[nodiscard]] std::span<const Item> beginningWith(std::string_view beginning) const;
     // Whether anything is listed at the path or below it.
     [[nodiscard]] bool lists(std::string_view path) const { return find(path) != nullptr || listsBelow(path); }
     // Whether anything is listed whose path begins with `folder` + "/".
