@@ -304,9 +304,12 @@ std::size_t FdWords::takeOption(Words arguments, std::size_t index) {
     return isNext ? 1 : 0;
 }
 
+std::string folderOf(const FdWords& all, const std::string& cwd) {
+    return all.folder && !all.folder->unknown ? absolutePath(all.folder->text, cwd) : cwd;
+}
+
 // Behind the pattern.
-std::vector<Word> rootsOfFd(Words arguments, const std::string& cwd) {
-    const FdWords all(arguments);
+std::vector<Word> rootsOfFd(const FdWords& all, const std::string& cwd) {
     std::vector<Word> roots = all.roots;
     for (std::size_t index = 1; index < all.operands.size(); ++index) roots.push_back(*all.operands[index]);
     if (roots.empty()) roots.emplace_back().text = cwd;
@@ -342,9 +345,8 @@ std::string escaped(std::string_view text) {
 }
 
 // What fd's pattern, extensions and depth let pass. What else leaves files out is not read: the rest passes.
-FoundFiles testsOfFd(Words arguments) {
+FoundFiles testsOfFd(const FdWords& all, Words arguments) {
     FoundFiles tests;
-    const FdWords all(arguments);
     const auto has = [&](char letter) { return all.flags.find(letter) != std::string::npos; };
     for (std::string_view extension : all.extensions) {
         if (extension.starts_with('.')) extension.remove_prefix(1);
@@ -410,9 +412,10 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
 }
 
 void examineFd(Words arguments, const std::string& where, Effects& effects) {
-    const std::string cwd = folderOfFd(arguments, where);
-    const std::vector<Word> roots = rootsOfFd(arguments, cwd);
-    const FoundFiles tests = testsOfFd(arguments);
+    const FdWords all(arguments);
+    const std::string cwd = folderOf(all, where);
+    const std::vector<Word> roots = rootsOfFd(all, cwd);
+    const FoundFiles tests = testsOfFd(all, arguments);
     listFound(roots, FoundFiles(), cwd, effects);
     const Act act = fdAct(arguments);
     const bool recursive = isRecursive(arguments.subspan(fdCommandAt(arguments)));
@@ -421,21 +424,24 @@ void examineFd(Words arguments, const std::string& where, Effects& effects) {
 
 void examineFound(Words lister, Act act, bool recursive, const std::string& where, Effects& effects) {
     const Words arguments = lister.subspan(1);
-    const bool isFind = commandName(lister.front()) == "find"sv;
-    const bool areLimiting = isFind && testsLimit(arguments, true);
-    const FoundFiles tests = isFind ? testsOf(arguments, areLimiting) : testsOfFd(arguments);
-    const bool all = isFind && act == Act::removed && !areLimiting;
-    const std::string cwd = isFind ? where : folderOfFd(arguments, where);
-    for (const Word& root : isFind ? rootsOfFind(arguments, cwd) : rootsOfFd(arguments, cwd)) {
-        if (all && !root.unknown)
-            for (const std::string& path : effects.resolve(root, cwd)) effects.askIfProjectInside(path);
-        takeTree(root, tests, act, recursive, cwd, effects);
+    if (commandName(lister.front()) != "find"sv) {
+        const FdWords all(arguments);
+        const std::string cwd = folderOf(all, where);
+        const FoundFiles tests = testsOfFd(all, arguments);
+        for (const Word& root : rootsOfFd(all, cwd)) takeTree(root, tests, act, recursive, cwd, effects);
+        return;
+    }
+    const bool areLimiting = testsLimit(arguments, true);
+    const FoundFiles tests = testsOf(arguments, areLimiting);
+    for (const Word& root : rootsOfFind(arguments, where)) {
+        if (act == Act::removed && !areLimiting && !root.unknown)
+            for (const std::string& path : effects.resolve(root, where)) effects.askIfProjectInside(path);
+        takeTree(root, tests, act, recursive, where, effects);
     }
 }
 
 std::string folderOfFd(Words arguments, const std::string& cwd) {
-    const std::optional<Word> folder = FdWords(arguments).folder;
-    return folder && !folder->unknown ? absolutePath(folder->text, cwd) : cwd;
+    return folderOf(FdWords(arguments), cwd);
 }
 
 std::vector<std::vector<Word>> commandsOfFd(Words arguments) {

@@ -48,19 +48,23 @@ std::string_view replacedSign(Words options) {
     return sign;
 }
 
+// Calls `visit` with each path that an operand stands for.
+template <typename Visit>
+void visitOperands(Words arguments, const std::string& cwd, Effects& effects, Visit visit) {
+    for (const Word& word : arguments) {
+        if (isOption(word) || word.unknown || word.text.empty() || effects.skips(word)) continue;
+        for (const std::string& path : effects.resolve(word, cwd)) visit(path);
+    }
+}
+
 // What ls prints are the files that its operands name, and the names in the folders, which lie elsewhere where the
 // folder is an operand.
 void examineListedByLs(Words arguments, Act act, bool recursive, const std::string& cwd, Effects& effects) {
     const bool itself = hasOption(arguments, 'd', "--directory");
-    bool named = false;
-    for (const Word& word : arguments) {
-        if (isOption(word)) continue;
-        named = true;
-        if (word.unknown || word.text.empty() || effects.skips(word)) continue;
-        for (const std::string& path : effects.resolve(word, cwd))
-            if (itself || !isFolder(path)) effects.risk(path, cwd);
-    }
-    if (named || itself) return;
+    visitOperands(arguments, cwd, effects, [&](const std::string& path) {
+        if (itself || !isFolder(path)) effects.risk(path, cwd);
+    });
+    if (itself || !std::all_of(arguments.begin(), arguments.end(), isOption)) return;
     if (recursive && act == Act::removed) effects.askIfProjectInside(cwd);
     if (effects.isProtected(cwd, Links::followed))
         effects.suspectProjectsIn(cwd);
@@ -70,35 +74,28 @@ void examineListedByLs(Words arguments, Act act, bool recursive, const std::stri
 
 // What grep -l prints are some of the files that its operands name, or hold. The pattern is taken for one of them.
 void examineMatches(Words arguments, const std::string& cwd, Effects& effects) {
-    for (const Word& word : arguments) {
-        if (isOption(word) || word.unknown || word.text.empty() || effects.skips(word)) continue;
-        for (const std::string& path : effects.resolve(word, cwd)) {
-            if (!isFolder(path))
-                effects.risk(path, cwd);
-            else if (effects.isProtected(path, Links::followed))
-                effects.suspectProjectsIn(path);
-            else
-                effects.thin(path, cwd, Links::followed);
-        }
-    }
+    visitOperands(arguments, cwd, effects, [&](const std::string& path) {
+        if (!isFolder(path))
+            effects.risk(path, cwd);
+        else if (effects.isProtected(path, Links::followed))
+            effects.suspectProjectsIn(path);
+        else
+            effects.thin(path, cwd, Links::followed);
+    });
 }
 
 // What a command that may do anything is given one after the other: git runs in each of the folders, others may.
 void examineFoldersListed(Words arguments, const std::vector<Word>& command, const std::string& cwd, Effects& effects) {
     const bool isGit = commandName(command.front()) == "git"sv && command.size() <= Budget::wordsBehindPattern;
     if (!hasOption(arguments, 'd', "--directory")) return;
-    for (const Word& word : arguments) {
-        if (isOption(word) || word.unknown || word.text.empty() || effects.skips(word)) continue;
-        for (const std::string& path : effects.resolve(word, cwd)) {
-            if (!effects.takesLook()) return;
-            if (!isFolder(path)) continue;
-            effects.suspectProjectsIn(path);
-            if (!isGit || effects.isProtected(path, Links::followed)) continue;
-            std::vector<Word> run = command;
-            for (Word& one : run) one.text = withItem(one.text, "{}", path);
-            (void)examine(run, cwd, effects);
-        }
-    }
+    visitOperands(arguments, cwd, effects, [&](const std::string& path) {
+        if (!effects.takesLook() || !isFolder(path)) return;
+        effects.suspectProjectsIn(path);
+        if (!isGit || effects.isProtected(path, Links::followed)) return;
+        std::vector<Word> run = command;
+        for (Word& one : run) one.text = withItem(one.text, "{}", path);
+        (void)examine(run, cwd, effects);
+    });
 }
 
 } // namespace
