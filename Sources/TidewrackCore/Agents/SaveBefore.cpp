@@ -3,7 +3,6 @@
 #include "Agents/KeptPaths.hpp"
 #include "Agents/Replaceable.hpp"
 #include "Agents/TakenParts.hpp"
-#include "Platform/Attributes.hpp"
 #include "Platform/Deadline.hpp"
 #include "Platform/Process.hpp"
 #include "Platform/Volumes.hpp"
@@ -13,8 +12,6 @@
 #include "Support/Paths.hpp"
 #include "Support/Sorted.hpp"
 #include "Timeline/LoggedHook.hpp"
-
-#include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,11 +28,6 @@ constexpr std::size_t commandLabelLength = 200;
 constexpr auto timeForGuesses = std::chrono::milliseconds(1500); // most of them are about nothing
 constexpr std::size_t mostFound = 100;                           // by one test; of more it can't be told whose they are
 constexpr const char* noRoom = "there is not enough room for a copy";
-
-bool isFile(const std::string& path) {
-    Attributes attributes;
-    return attributesAt(AT_FDCWD, path.c_str(), attributes) == 0 && attributes.kind == Attributes::Kind::file;
-}
 
 bool isIn(const std::vector<std::string>& sorted, const std::string& path) {
     return std::binary_search(sorted.begin(), sorted.end(), path);

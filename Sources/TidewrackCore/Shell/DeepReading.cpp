@@ -125,11 +125,6 @@ std::vector<const Command*> withNested(const Program& program) {
     return all;
 }
 
-bool isFile(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 // Gathers what a line and the lists that it reads mention.
 class Mentions {
   public:

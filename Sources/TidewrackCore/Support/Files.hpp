@@ -61,6 +61,7 @@ void forEachName(const std::string& path, const std::function<void(std::string_v
 
 [[nodiscard]] bool isFolder(const std::string& path); // follows a symbolic link
 [[nodiscard]] bool exists(const std::string& path);   // does not follow one
+[[nodiscard]] bool isFile(const std::string& path);   // neither
 [[nodiscard]] bool isLink(const std::string& path);
 // Whether the item at the canonical `path` is the one at `folder` or lies in it. What is on disk decides, because the
 // same folder may be reached under several names.
