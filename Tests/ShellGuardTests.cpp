@@ -370,6 +370,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "echo untrack | xargs tidewrack",
                                 "npx tidewrack untrack",
                                 "tidewrack unpin 3",
+                                "tidewrack --port 8000 browse --read-only",
+                                "/usr/bin/tidewrack-browse . --no-open",
                                 "ls ~/.local | xargs -I{} rm -rf ~/.local/{}",
                                 "cd ~/.local/store; ls | xargs rm -rf",
                                 "S=~/.local/store; rm -rf $S/$(ls $S)",
@@ -414,7 +416,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
     for (const char* command :
          {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack mcp --write; tidewrack "
           "vault restore 1",
-          "tidewrack prune --dry-run; tidewrack untrack --help; tidewrack hooks install; tidewrack --label prune snap",
+          "tidewrack prune --dry-run; tidewrack untrack --help; tidewrack hooks install; tidewrack --label prune snap; "
+          "tidewrack browse --help",
           "cat ~/.local/store/projects/1.json; cp -r ~/.local/store /nowhere/copy", "rm -rf ../local",
           "rm ~/.agent/other.json; touch ~/.local/x; rm -rf ~/.local/storage", "echo tidewrack untrack",
           "git -C ../dotfiles pull", "find ~ -name '*.o' -delete; find ~ -maxdepth 2 -name '*.json' -delete",

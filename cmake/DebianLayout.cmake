@@ -13,6 +13,7 @@ file(MAKE_DIRECTORY "${share}/lintian/overrides")
 file(WRITE "${share}/lintian/overrides/tidewrack"
 "# A position-independent program that is linked statically looks like a library without dependencies.
 tidewrack: shared-library-lacks-prerequisites [usr/bin/tidewrack]
+tidewrack: shared-library-lacks-prerequisites [usr/bin/tidewrack-browse]
 ")
 
 # The times of the files are those of the commit, where the caller tells them.

@@ -4,6 +4,9 @@ set(TIDEWRACK_MAINTAINER "The Tidewrack authors" CACHE STRING "Who answers for t
 set(TIDEWRACK_NOTICES "" CACHE PATH "Folder with the licences of the libraries that are linked in, installed along")
 
 install(TARGETS tidewrack RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+if(TIDEWRACK_BROWSE) # beside the first, which starts it
+  install(TARGETS tidewrack-browse RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" OPTIONAL)
+endif()
 install(FILES docs/man/tidewrack.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 install(FILES docs/man/tidewrack-store.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5")
 install(FILES completions/tidewrack.bash
@@ -32,6 +35,7 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${TIDEWRACK_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_SECTION vcs)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS git)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS xdg-utils)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "Tidewrack keeps a local, automatic history of project folders, so that
 anything an AI coding agent did to them can be undone, untracked files,

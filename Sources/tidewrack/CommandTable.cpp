@@ -39,6 +39,13 @@ constexpr Option withVault{"--vault", "", "also put back what was saved outside 
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
 constexpr Option inSession{"--session", "S", "only turns of this session", Fill::session};
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
+constexpr Option asPage{"--html", "FILE", "write it as a page that a browser shows, with what each turn changed",
+                        Fill::path};
+constexpr Option withContents{"--contents", "", "with --html: put the changed lines in, without asking"};
+constexpr Option withoutContents{"--no-contents", "", "with --html: leave the changed lines out"};
+constexpr Option onPort{"--port", "N", "listen on that port (default: any free one)"};
+constexpr Option noOpen{"--no-open", "", "only print the address"};
+constexpr Option readOnly{"--read-only", "", "a page that changes nothing"};
 constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
 constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
@@ -72,7 +79,9 @@ constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionO
                                   overwriteLater, keepLater, here,      withVault, project,   json};
 constexpr Option showOptions[] = {stat, changedLines, noPager, project, json};
 constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
-constexpr Option timelineOptions[] = {atMost, byAgent, inSession, withCommands, noPager, project, json};
+constexpr Option timelineOptions[] = {atMost,       byAgent,         inSession, withCommands, asPage,
+                                      withContents, withoutContents, noPager,   project,      json};
+constexpr Option browseOptions[] = {onPort, noOpen, readOnly, project};
 constexpr Option findOptions[] = {deleted, noPager, project, json};
 constexpr Option exportOptions[] = {project, json};
 constexpr Option hooksOptions[] = {printHooks, home};
@@ -165,6 +174,15 @@ constexpr Command table[] = {
                 "modified (~) and deleted (-) in all. Any of a turn's numbers names it: tidewrack undo --turn N.",
      .example = "tidewrack timeline --commands",
      .run = commands::timeline},
+    {.name = "browse",
+     .group = Group::history,
+     .options = browseOptions,
+     .summary = "look through the history in a browser",
+     .details = "A page with the timeline, what each turn changed, the versions of a file, search, the vault and "
+                "status. It takes back turns, files and single hunks after a preview. This machine alone can reach it, "
+                "at an address that is made anew each time; it ends with Ctrl-C or after an hour without a visitor.",
+     .example = "tidewrack browse",
+     .run = commands::browse},
     {.name = "show",
      .words = "[N] [path...]",
      .group = Group::history,

@@ -15,6 +15,8 @@ LIBRARIES = [
     ("nlohmann-json", "nlohmann-json3-dev", "MIT"),
     ("utf8proc", "libutf8proc-dev", "MIT"),
     ("libmd", "libmd-dev", "BSD-3-Clause AND BSD-2-Clause AND ISC"),
+    ("cpp-httplib", "libcpp-httplib-dev", "MIT"),
+    ("highlight.js", "libjs-highlight.js", "BSD-3-Clause"),
     ("glibc", "libc6-dev", "LGPL-2.1-or-later"),
     ("gcc-runtime", "libgcc-s1", "GPL-3.0-or-later WITH GCC-exception-3.1"),
 ]

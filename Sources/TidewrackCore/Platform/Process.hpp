@@ -59,6 +59,9 @@ class [[nodiscard]] TerminationIgnored {
 // The system's git program; empty when there is none, or only a stand-in that would offer to install it.
 [[nodiscard]] std::string gitProgram();
 
+// The system's program that shows a file in the user's browser.
+[[nodiscard]] const char* openingProgram();
+
 [[nodiscard]] std::string homeFolderOfUser(); // from the list of users; empty when unknown
 [[nodiscard]] std::string currentFolder();    // empty when unknown
 [[nodiscard]] std::string executablePath();   // the running program; empty when unknown

@@ -23,6 +23,10 @@ std::string gitProgram() {
     return ::access(path, X_OK) == 0 ? path : "";
 }
 
+const char* openingProgram() {
+    return "xdg-open";
+}
+
 // Failures do not matter; a kernel without large pages refuses.
 void willFill(void* memory, std::size_t size) {
     constexpr std::size_t piece = std::size_t{2} << 20; // the usual one

@@ -32,6 +32,10 @@ std::string gitProgram() {
     return {};
 }
 
+const char* openingProgram() {
+    return "/usr/bin/open";
+}
+
 void willFill(void*, std::size_t) {} // there is no such advice here
 
 std::string homeFolderOfUser() {

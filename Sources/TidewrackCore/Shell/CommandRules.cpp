@@ -139,6 +139,7 @@ constexpr Rule rules[] = {
     {"swift", &E::runScript},
     {"tee", &E::tee},
     {"tidewrack", &E::tidewrack},
+    {"tidewrack-browse", &E::tidewrack}, // what `tidewrack browse` becomes
     {"touch", &E::make, "drt", " --date --reference --time "},
     {"trash", &E::remove},
     {"truncate", &E::truncate, "rs", " --reference --size "},
@@ -222,7 +223,10 @@ void Examination::fd() {
 }
 
 void Examination::tidewrack() {
-    effects_.ownCommand(arguments_);
+    if (name_ == "tidewrack"sv) return effects_.ownCommand(arguments_);
+    std::vector<Word> words(1);
+    words.front().text = "browse";
+    effects_.ownCommand(words);
 }
 
 void Examination::remove() {

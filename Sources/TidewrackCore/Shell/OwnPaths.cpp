@@ -15,8 +15,8 @@ namespace {
 using namespace std::string_view_literals;
 
 // Options of the program whose value is a word of its own.
-constexpr std::array valueOptions = {"-C"sv,        "-n"sv,           "--agent"sv, "--home"sv,
-                                     "--hunk"sv,    "--kind"sv,       "--label"sv, "--project"sv,
+constexpr std::array valueOptions = {"-C"sv,        "-n"sv,           "--agent"sv, "--home"sv, "--html"sv,
+                                     "--hunk"sv,    "--kind"sv,       "--label"sv, "--port"sv, "--project"sv,
                                      "--session"sv, "--session-of"sv, "--turn"sv};
 
 // Options that make it only show or explain.
@@ -37,10 +37,12 @@ constexpr auto removesHooks =
 
 constexpr auto unpins = "This would unpin a snapshot, which Tidewrack's own history may then delete. Allow?"sv;
 
+constexpr auto opensPage =
+    "This would open a page in which Tidewrack's history of the project can be read and taken back. Allow?"sv;
+
 constexpr OwnCommand ownCommands[] = {
-    {"untrack", "", deletesHistory},
-    {"prune", "", deletesSnapshots},
-    {"hooks", "uninstall", removesHooks},
+    {"browse", "", opensPage},       {"untrack", "", deletesHistory},
+    {"prune", "", deletesSnapshots}, {"hooks", "uninstall", removesHooks},
     {"unpin", "", unpins},
 };
 

@@ -3,6 +3,7 @@
 // wrong.
 
 #include <cstddef>
+#include <string>
 
 namespace tidewrack {
 
@@ -50,6 +51,11 @@ int undo(Invocation& call);
 int timeline(Invocation& call);
 int show(Invocation& call);
 int redo(Invocation& call);
+
+// Browse.cpp
+// Both become the program that makes the page, and return only by a throw.
+int browse(Invocation& call);
+int timelineAsPage(Invocation& call, const std::string& file);
 
 // Hooks.cpp
 int hooksStatus(Invocation& call);

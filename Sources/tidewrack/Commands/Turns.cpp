@@ -181,6 +181,7 @@ int show(Invocation& call) {
 }
 
 int timeline(Invocation& call) {
+    if (const auto file = call.args.value("--html")) return timelineAsPage(call, *file);
     const auto most = mostListed(call.args);
     for (const char* option : {"--agent", "--session"}) // a script's unset variable must not mean all
         if (call.args.value(option) == "") throw CliError(std::string(option) + " needs a value");

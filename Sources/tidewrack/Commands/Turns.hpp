@@ -21,6 +21,8 @@ namespace commands {
 int undoTurns(Invocation& call);
 // `undo` without a word shows what `undo --last` would do and asks, where there is a terminal to ask on.
 [[nodiscard]] bool canAsk(Invocation& call);
+// The answer, down to the end of its line.
+[[nodiscard]] bool saysYes(Invocation& call, const char* question);
 int undoAsking(Invocation& call);
 // Works out the rows' counts. Where a listing can't be read a warning tells so, and the row stays without.
 void countAll(Invocation& call, const TurnUndo& undo, std::vector<TimelineRow>& rows);

@@ -417,18 +417,13 @@ bool canAsk(Invocation& call) {
     return !call.json() && call.around.out.isTerminal() && ::isatty(call.around.input) == 1;
 }
 
-namespace {
-
-// The answer, down to the end of its line.
-bool saysYes(Invocation& call) {
-    call.print("Do it? (yes/no) ");
+bool saysYes(Invocation& call, const char* question) {
+    call.print(question);
     call.around.out.flush();
     std::string answer;
     for (char letter = 0; ::read(call.around.input, &letter, 1) == 1 && letter != '\n';) answer += letter;
     return isYes(answer);
 }
-
-} // namespace
 
 int undoAsking(Invocation& call) {
     const Project project = call.project();
@@ -459,7 +454,7 @@ int undoAsking(Invocation& call) {
             call.print(turnBefore(undo, planned.front()));
             return leftAlone;
         }
-        if (!saysYes(call)) {
+        if (!saysYes(call, "Do it? (yes/no) ")) {
             call.print("Nothing was changed.\n");
             return 0;
         }

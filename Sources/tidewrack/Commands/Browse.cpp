@@ -1,0 +1,83 @@
+// The page of the history, which a program beside this one makes.
+
+#include "Commands/Commands.hpp"
+#include "Commands/Turns.hpp"
+#include "Invocation.hpp"
+#include "Platform/Process.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+#include "Support/Paths.hpp"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+
+namespace tidewrack::commands {
+
+namespace {
+
+// This process becomes the other program, with the environment of the call.
+[[noreturn]] void become(const Invocation& call, const std::vector<std::string>& words) {
+    const std::string program = tidewrack::joined(std::string(parentOf(executablePath())), "tidewrack-browse");
+    std::vector<std::string> texts{program};
+    texts.insert(texts.end(), words.begin(), words.end());
+    std::vector<std::string> environment;
+    for (const auto& [name, value] : call.around.environment) environment.push_back(name + "=" + value);
+    const auto pointers = [](std::vector<std::string>& list) {
+        std::vector<char*> all;
+        all.reserve(list.size() + 1);
+        for (std::string& each : list) all.push_back(each.data());
+        all.push_back(nullptr);
+        return all;
+    };
+    call.around.out.flush();
+    call.around.err.flush();
+    (void)::execve(program.c_str(), pointers(texts).data(), pointers(environment).data());
+    if (errno == ENOENT)
+        throw TidewrackError::io("The page is a program of its own, which is missing: " + program +
+                                 ". Packages install it; a build makes it where the HTTP library is there.");
+    throw TidewrackError::io("start", program, errno);
+}
+
+void checkPort(const std::string& text) {
+    unsigned port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size() || port == 0 || port > 65535)
+        throw CliError("--port needs a number from 1 to 65535, got " + text);
+}
+
+} // namespace
+
+int browse(Invocation& call) {
+    std::vector<std::string> words{call.project().root};
+    if (const auto port = call.args.value("--port")) {
+        checkPort(*port);
+        words.push_back("--port=" + *port);
+    }
+    for (const char* flag : {"--no-open", "--read-only"})
+        if (call.args.has(flag)) words.emplace_back(flag);
+    become(call, words);
+}
+
+int timelineAsPage(Invocation& call, const std::string& file) {
+    if (file.empty()) throw CliError("--html needs the name of a file");
+    const std::string path = call.absolute(file);
+    if (exists(path)) throw CliError(file + " is there already");
+    const Project project = call.project();
+    const std::size_t most = mostListed(call.args);
+    bool contents = call.args.has("--contents");
+    if (!contents && !call.args.has("--no-contents")) {
+        if (!canAsk(call))
+            throw CliError("Whoever gets the file can read the changed lines in it: say --contents, or --no-contents "
+                           "to leave them out");
+        call.print("The file will hold the changed lines of up to " + std::to_string(most) +
+                   " turns, of files that others may not be meant to read too. ");
+        contents = saysYes(call, "Put them in? (yes/no) ");
+    }
+    std::vector<std::string> words{project.root, "--html=" + path, "-n", std::to_string(most)};
+    if (!contents) words.emplace_back("--no-contents");
+    become(call, words);
+}
+
+} // namespace tidewrack::commands

@@ -1,0 +1,126 @@
+// Small parts that the views are made of, and the list that draws only the rows in sight.
+
+/** @typedef {string|Node|null|undefined|false} Part */
+
+/**
+ * An element; texts are never read as markup.
+ * @param {string} tag @param {Record<string, any>} [attributes] @param {...(Part|Part[])} parts
+ * @returns {HTMLElement}
+ */
+export function make(tag, attributes = {}, ...parts) {
+    const element = document.createElement(tag);
+    for (const [name, value] of Object.entries(attributes)) {
+        if (name.startsWith('on')) element.addEventListener(name.slice(2), value);
+        else if (value === true) element.setAttribute(name, '');
+        else if (value !== false && value !== undefined && value !== null) element.setAttribute(name, String(value));
+    }
+    for (const part of parts.flat()) if (part) element.append(part);
+    return element;
+}
+
+/** @param {string} id @returns {any} */
+export const byId = id => document.getElementById(id);
+
+/** Control characters and those that turn the direction of writing are written out. @param {string} text */
+export function plain(text) {
+    return text.replace(/[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u200e\u200f\u202a-\u202e\u2066-\u2069]/g,
+        letter => '\\u' + letter.charCodeAt(0).toString(16).padStart(4, '0'));
+}
+
+/** @param {string} date @returns {string} */
+export function clock(date) {
+    const then = new Date(date);
+    const time = then.toLocaleTimeString([], {hour: '2-digit', minute: '2-digit'});
+    const now = new Date();
+    if (then.toDateString() === now.toDateString()) return time;
+    const year = then.getFullYear() === now.getFullYear() ? undefined : 'numeric';
+    return then.toLocaleDateString([], {year, month: 'short', day: 'numeric'}) + ' ' + time;
+}
+
+/** @param {string} command @returns {Part} */
+export function commandLine(command) {
+    if (!command) return null;
+    const copy = make('button', {type: 'button', class: 'quiet', 'aria-label': 'Copy the command', onclick: async () => {
+        const copied = await guarded(() => navigator.clipboard.writeText(command).then(() => true));
+        if (!copied) return;
+        copy.textContent = 'Copied';
+        setTimeout(() => { copy.textContent = 'Copy'; }, 1500);
+    }}, 'Copy');
+    return make('p', {class: 'command', title: 'The command that does the same'}, make('code', {}, plain(command)), copy);
+}
+
+/** @param {string} text @param {boolean} [bad] */
+export function tell(text, bad = false) {
+    const place = byId('message');
+    place.textContent = plain(text);
+    place.className = text ? (bad ? 'bad' : 'good') : '';
+}
+
+/** Shows what goes wrong in `work` instead of losing it. @template T @param {() => Promise<T>} work @returns {Promise<T|undefined>} */
+export async function guarded(work) {
+    try {
+        return await work();
+    } catch (error) {
+        tell(error instanceof Error ? error.message : String(error), true);
+        return undefined;
+    }
+}
+
+const rowHeight = 58; // as page.css has it
+
+/** A list of any length: only the rows in sight are there. @template T */
+export class LongList {
+    /**
+     * @param {HTMLElement} place with the role of a listbox
+     * @param {(item: T) => Part[]} draw @param {(item: T) => void} chosen
+     */
+    constructor(place, draw, chosen) {
+        this.place = place;
+        this.draw = draw;
+        this.chosen = chosen;
+        /** @type {T[]} */
+        this.items = [];
+        this.at = -1;
+        this.space = make('div', {class: 'space', role: 'presentation'});
+        place.replaceChildren(this.space);
+        place.addEventListener('scroll', () => requestAnimationFrame(() => this.paint()));
+        new ResizeObserver(() => this.paint()).observe(place);
+    }
+
+    /** @param {T[]} items @param {(item: T) => boolean} [isChosen] */
+    show(items, isChosen = () => false) {
+        this.items = items;
+        this.at = items.findIndex(isChosen);
+        this.space.style.height = items.length * rowHeight + 'px';
+        this.paint();
+    }
+
+    /** @param {number} index */
+    choose(index) {
+        if (!this.items.length) return;
+        this.at = Math.max(0, Math.min(index, this.items.length - 1));
+        const top = this.at * rowHeight;
+        if (top < this.place.scrollTop) this.place.scrollTop = top;
+        const bottom = top + rowHeight - this.place.clientHeight;
+        if (bottom > this.place.scrollTop) this.place.scrollTop = bottom;
+        this.paint();
+        this.chosen(this.items[this.at]);
+    }
+
+    paint() {
+        const first = Math.max(0, Math.floor(this.place.scrollTop / rowHeight) - 4);
+        const last = Math.min(this.items.length, first + Math.ceil(this.place.clientHeight / rowHeight) + 9);
+        const rows = [];
+        for (let index = first; index < last; ++index) {
+            const row = make('div', {role: 'option', id: 'row-' + index, class: 'row', 'aria-selected': index === this.at,
+                'aria-setsize': this.items.length, 'aria-posinset': index + 1,
+                onclick: () => this.choose(index)}, this.draw(this.items[index]));
+            row.style.top = index * rowHeight + 'px';
+            row.setAttribute('aria-selected', String(index === this.at));
+            rows.push(row);
+        }
+        this.space.replaceChildren(...rows);
+        if (this.at >= first && this.at < last) this.place.setAttribute('aria-activedescendant', 'row-' + this.at);
+        else this.place.removeAttribute('aria-activedescendant');
+    }
+}

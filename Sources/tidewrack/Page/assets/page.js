@@ -1,0 +1,153 @@
+// The page as a whole: the timeline with its filters, the keys, the views.
+
+import {isStatic, read} from './api.js';
+import {act, whenDone} from './act.js';
+import {byId, clock, guarded, LongList, make, plain, tell} from './list.js';
+import {counts, page, showRow, titleOf, undoOf} from './turn.js';
+import {showStatus, showVault, showVersions, startSearch} from './views.js';
+
+const atFirst = 100; // rows that come before all others
+const all = 1000000;
+
+/** @type {any[]} */
+let rows = [];
+/** @type {Set<number>|null} snapshots after which the path of the filter changed */
+let ofPath = null;
+/** @type {any} */
+let chosen = null;
+
+const list = new LongList(byId('list'), row => [
+    make('span', {class: 'title' + (row.undone ? ' undone' : '')}, plain(titleOf(row)).slice(0, 300)),
+    make('span', {class: 'meta'}, (row.agent || row.type === 'turn') && make('span', {class: 'agent'}, plain(row.agent || 'agent')),
+        make('time', {datetime: row.began}, clock(row.began)), counts(row), '#' + row.first),
+], row => {
+    chosen = row;
+    void showRow(row, showVersions);
+});
+
+/** @param {any} a @param {any} b */
+const isSame = (a, b) => a && b && a.first === b.first && a.type === b.type;
+
+function filtered() {
+    const words = byId('filter-text').value.toLowerCase();
+    const agent = byId('filter-agent').value;
+    const session = byId('filter-session').value;
+    return rows.filter(row => (!agent || row.agent === agent) && (!session || row.session === session) &&
+        (!words || (titleOf(row) + '\n' + row.commands.map((/** @type {any} */ each) => each.command).join('\n')).toLowerCase().includes(words)) &&
+        (!ofPath || Array.from(ofPath).some(seq => row.first <= seq && (seq < row.last || row.end === 'running'))));
+}
+
+function showRows() {
+    const shown = filtered();
+    byId('count').textContent = shown.length === rows.length ? rows.length + ' rows' : shown.length + ' of ' + rows.length;
+    list.show(shown, row => isSame(row, chosen));
+}
+
+/** @param {string} id @param {string} every @param {string} name of the key */
+function fillSelect(id, every, name) {
+    const select = byId(id);
+    const was = select.value;
+    const values = Array.from(new Set(rows.map(row => row[name]).filter(Boolean)));
+    select.replaceChildren(make('option', {value: ''}, every), ...values.map(value => make('option', {value}, plain(value))));
+    select.value = values.includes(was) ? was : '';
+}
+
+/** @param {any[]} fresh */
+function take(fresh) {
+    rows = fresh;
+    fillSelect('filter-agent', 'All agents', 'agent');
+    fillSelect('filter-session', 'All sessions', 'session');
+    showRows();
+}
+
+async function load() {
+    const first = await guarded(() => read('timeline', {n: atFirst}));
+    if (!first) return;
+    if (!rows.length || first.body.rows.length < atFirst) take(first.body.rows);
+    if (!chosen && rows.length) list.choose(0);
+    if (first.body.rows.length === atFirst && !isStatic) {
+        const rest = await guarded(() => read('timeline', {n: all}));
+        if (rest) take(rest.body.rows);
+    }
+    if (isStatic) return;
+    const log = await guarded(() => read('log'));
+    if (log) page.pinned = new Set(log.body.filter((/** @type {any} */ each) => each.pinned).map((/** @type {any} */ each) => each.seq));
+}
+
+/** @param {string} name */
+function show(name) {
+    for (const view of document.querySelectorAll('.view')) /** @type {HTMLElement} */ (view).hidden = view.id !== name;
+    for (const each of byId('views').querySelectorAll('[data-view]'))
+        each.setAttribute('aria-pressed', String(each.dataset.view === name));
+    if (name === 'vault') void showVault();
+    if (name === 'status') void showStatus();
+    if (name === 'history') list.paint();
+    if (name === 'search') byId('search').querySelector('input').focus();
+}
+
+/** @param {KeyboardEvent} event */
+function key(event) {
+    const target = /** @type {HTMLElement} */ (event.target);
+    if (event.ctrlKey || event.metaKey || event.altKey || byId('dialog').open || byId('history').hidden) return;
+    if (/^(INPUT|SELECT|TEXTAREA)$/.test(target.tagName)) return;
+    const onList = target === byId('list') || target === document.body;
+    if (event.key === 'j' || (event.key === 'ArrowDown' && onList)) list.choose(list.at + 1);
+    else if (event.key === 'k' || (event.key === 'ArrowUp' && onList)) list.choose(list.at - 1);
+    else if (event.key === 'Enter' && onList) byId('turn').focus();
+    else if (event.key === 'u' && chosen && !page.readOnly) void act(undoOf(chosen), 'Undo: ' + titleOf(chosen));
+    else return;
+    event.preventDefault();
+}
+
+async function filterByPath() {
+    const path = byId('filter-path').value.trim();
+    const log = path ? await guarded(() => read('log', {path})) : null;
+    ofPath = log ? new Set(log.body.map((/** @type {any} */ each) => each.seq)) : null;
+    showRows();
+}
+
+function label() {
+    const dialog = byId('dialog');
+    const text = /** @type {HTMLInputElement} */ (make('input', {'aria-label': 'Label', required: true}));
+    dialog.replaceChildren(make('h2', {id: 'dialog-title'}, 'Take a snapshot with a label'),
+        make('form', {onsubmit: (/** @type {Event} */ event) => {
+            event.preventDefault();
+            dialog.close();
+            void act({act: 'label', label: text.value}, 'Snapshot: ' + text.value);
+        }}, text, make('button', {type: 'submit', class: 'main'}, 'Next…'),
+        make('button', {type: 'button', onclick: () => dialog.close()}, 'Cancel')));
+    dialog.showModal();
+}
+
+async function start() {
+    const config = await guarded(() => read('config'));
+    if (!config) return;
+    page.readOnly = config.body.readOnly;
+    byId('root').textContent = plain(config.body.root);
+    document.title = plain(config.body.root) + ' – Tidewrack';
+    document.body.classList.toggle('readonly', page.readOnly);
+    for (const id of ['label', 'redo']) byId(id).hidden = page.readOnly;
+    byId('refresh').hidden = isStatic;
+    byId('filter-path').hidden = isStatic;
+    for (const each of byId('views').querySelectorAll('[data-view=vault], [data-view=status]')) each.hidden = isStatic;
+    startSearch(() => rows, row => {
+        show('history');
+        list.choose(list.items.findIndex(each => isSame(each, row)));
+    });
+    byId('views').addEventListener('click', (/** @type {any} */ event) => event.target.dataset.view && show(event.target.dataset.view));
+    byId('label').addEventListener('click', label);
+    byId('redo').addEventListener('click', () => act({act: 'redo'}, 'Take back the latest undo'));
+    byId('refresh').addEventListener('click', load);
+    byId('filters').addEventListener('submit', (/** @type {Event} */ event) => event.preventDefault());
+    for (const id of ['filter-text', 'filter-agent', 'filter-session']) byId(id).addEventListener('input', showRows);
+    byId('filter-path').addEventListener('change', filterByPath);
+    document.addEventListener('keydown', key);
+    whenDone(() => {
+        void load().then(() => chosen && showRow(rows.find(row => isSame(row, chosen)) || chosen, showVersions));
+        if (!byId('vault').hidden) void showVault();
+    });
+    await load();
+    if (isStatic) tell('Kept in one file: nothing here reaches the history itself.');
+}
+
+void start();

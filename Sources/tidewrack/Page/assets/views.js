@@ -1,0 +1,143 @@
+// The views beside the timeline: search, a file's versions, the vault, status.
+
+import {isStatic, read} from './api.js';
+import {act} from './act.js';
+import {fileDiff} from './diff.js';
+import {byId, clock, commandLine, guarded, make, plain, tell} from './list.js';
+import {button, download, page, pictures, pictureSides, spanOf, titleOf} from './turn.js';
+
+/** A file's versions along a slider. @param {string} path */
+export async function showVersions(path) {
+    const answer = await guarded(() => read('log', {path}));
+    if (!answer) return;
+    const versions = answer.body.slice().reverse(); // oldest first; what changed after each
+    const place = byId('turn');
+    const body = make('div', {});
+    const name = make('output', {id: 'version'});
+    const slider = /** @type {HTMLInputElement} */ (make('input', {type: 'range', min: 0, max: Math.max(0, versions.length - 1),
+        value: Math.max(0, versions.length - 1), 'aria-label': 'Version', 'aria-describedby': 'version'}));
+    let asked = 0;
+    const draw = async () => {
+        const at = Number(slider.value);
+        const mine = ++asked;
+        const version = versions[at];
+        const next = versions[at + 1];
+        if (!version) return body.replaceChildren('No snapshot is on record after which it changed.');
+        const seq = version.seq;
+        // A snapshot's name may be the old one of a file that was moved since.
+        const its = version.renamedFrom || path;
+        name.textContent = (at + 1) + ' of ' + versions.length + ': #' + seq + ', ' + clock(version.created);
+        const span = /** @type {Record<string, string|number>} */ ({from: seq, path: its});
+        if (next) span.to = next.seq;
+        const lines = await guarded(() => read('lines', span));
+        if (!lines || mine !== asked) return undefined;
+        const file = lines.body.files[0];
+        return body.replaceChildren(make('div', {class: 'tools'},
+            button('Download this version', () => download(seq, its), 'quiet'),
+            page.readOnly ? '' : button('Restore this version…', () =>
+                act({act: 'restore', seq, paths: [its]}, 'Restore ' + its + ' as it was at #' + seq), 'quiet')),
+        make('p', {}, 'What changed after this version' + (next ? ', up to #' + next.seq : ', until now') + ':'),
+        file && pictures.test(its) ? pictureSides(file) : '',
+        file ? fileDiff(file, page.sideBySide, null) : make('p', {class: 'empty'}, 'Nothing changed.'),
+        commandLine(lines.command) || '');
+    };
+    slider.addEventListener('input', draw);
+    place.replaceChildren(make('h2', {}, 'Versions of ' + plain(path)), commandLine(answer.command) || '',
+        make('div', {class: 'slider'}, slider, name), body);
+    byId('views').querySelector('[data-view=history]').click();
+    slider.focus();
+    await draw();
+}
+
+/** @param {any} found */
+function foundRow(found) {
+    const spans = (found.from === found.to ? '#' + found.from : '#' + found.from + '–#' + found.to);
+    return make('tr', {}, make('td', {class: 'path'}, plain(found.path) + (found.kind === 'folder' ? '/' : '')),
+        make('td', {}, found.there ? 'there now' : 'gone' + (found.title ? ' in: ' + plain(found.title) : '')), make('td', {}, spans),
+        make('td', {}, found.kind !== 'folder' && button('Versions', () => showVersions(found.path), 'quiet'),
+            !page.readOnly && !found.there && found.keptIn && button('Restore…', () =>
+                act({act: 'restore', seq: found.keptIn, paths: [found.path]}, 'Restore ' + found.path), 'quiet')));
+}
+
+/** @param {() => any[]} rows of the timeline @param {(row: any) => void} open */
+export function startSearch(rows, open) {
+    const place = byId('search');
+    const text = /** @type {HTMLInputElement} */ (make('input', {type: 'search', 'aria-label': 'What to search for', placeholder: 'A part of a path, a pattern, or changed text'}));
+    const results = make('div', {id: 'results', 'aria-live': 'polite'});
+    let running = 0;
+    const byName = async () => {
+        ++running;
+        const answer = text.value && await guarded(() => read('find', {text: text.value}));
+        if (!answer) return;
+        results.replaceChildren(commandLine(answer.command) || '', answer.body.paths.length
+            ? make('table', {class: 'wide'}, make('thead', {}, make('tr', {}, ...['Path', 'Where it is', 'Snapshots', 'Acts'].map(each => make('th', {scope: 'col'}, each)))),
+                make('tbody', {}, answer.body.paths.slice(0, 500).map(foundRow)))
+            : make('p', {class: 'empty'}, 'No snapshot has such a path.'));
+    };
+    // From the newest turn back, one after the other: what was found so far is there to be read.
+    const byLines = async () => {
+        const mine = ++running;
+        const wanted = text.value.toLowerCase();
+        if (!wanted) return;
+        const progress = make('p', {});
+        results.replaceChildren(progress);
+        let done = 0;
+        let hits = 0;
+        for (const row of rows()) {
+            if (mine !== running || hits >= 200) return;
+            progress.textContent = 'Read ' + done++ + ' of ' + rows().length + ' rows, ' + hits + ' lines found…';
+            if (row.added + row.modified + row.deleted === 0) continue;
+            const answer = await read('lines', spanOf(row)).catch(() => null);
+            if (mine !== running || !answer) continue;
+            for (const file of answer.body.files) {
+                const lines = file.hunks.flatMap((/** @type {any} */ hunk) => hunk.lines).filter((/** @type {string} */ line) =>
+                    line[0] !== ' ' && line.toLowerCase().includes(wanted));
+                if (!lines.length) continue;
+                hits += lines.length;
+                results.append(make('section', {class: 'hit'}, make('h3', {}, button(plain(titleOf(row)), () => open(row), 'link'), ' ', make('span', {class: 'path'}, plain(file.path))),
+                    make('pre', {}, ...lines.slice(0, 5).map((/** @type {string} */ line) => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')))));
+            }
+        }
+        progress.textContent = hits + ' changed lines found in ' + rows().length + ' rows.';
+    };
+    const form = make('form', {role: 'search', onsubmit: (/** @type {Event} */ event) => {
+        event.preventDefault();
+        void (isStatic ? byLines() : byName());
+    }}, text, !isStatic && make('button', {type: 'submit', class: 'main', id: 'by-name'}, 'Search names'),
+    make('button', {type: 'button', id: 'by-lines', onclick: byLines}, 'Search changed lines'));
+    place.replaceChildren(make('h2', {}, 'Search'), form, results);
+}
+
+export async function showVault() {
+    const answer = await guarded(() => read('vault'));
+    if (!answer) return;
+    const entries = answer.body.map((/** @type {any} */ entry) => make('section', {class: 'file'},
+        make('h3', {}, make('code', {}, plain(entry.command))),
+        make('p', {class: 'facts'}, clock(entry.created), make('span', {}, plain(entry.agent || '')), make('span', {}, 'in ' + plain(entry.cwd))),
+        make('ul', {}, entry.items.map((/** @type {any} */ item) => make('li', {class: 'path'}, plain(item.original))),
+            entry.skipped.map((/** @type {string} */ path) => make('li', {class: 'path warning'}, plain(path) + ' was not saved'))),
+        page.readOnly ? null : button('Put back…', () => act({act: 'putback', id: entry.id}, 'Put back what was saved before: ' + entry.command))));
+    byId('vault').replaceChildren(make('h2', {}, 'Saved outside of projects'), commandLine(answer.command) || '',
+        entries.length ? make('div', {}, entries) : make('p', {class: 'empty'}, 'The vault is empty.'));
+}
+
+export async function showStatus() {
+    const answer = await guarded(() => read('status'));
+    if (!answer) return;
+    const status = answer.body;
+    /** @param {string} name @param {string} value */
+    const fact = (name, value) => [make('dt', {}, name), make('dd', {}, plain(value))];
+    byId('status').replaceChildren(make('h2', {}, status.healthy ? 'All is well' : 'Something is wrong'), commandLine(answer.command) || '',
+        ...status.troubles.map((/** @type {any} */ each) => make('p', {class: 'warning'}, plain(each.what + ' ' + each.mend))),
+        make('dl', {}, fact('Folder', status.root || 'not tracked'), fact('Snapshots', String(status.snapshots)),
+            fact('Newest', status.newest ? '#' + status.newest.seq + ', ' + clock(status.newest.created) : 'none'),
+            fact('Room', (status.bytes / 1048576).toFixed(1) + ' MiB' + (status.sharesBlocks ? ', shared with the project where unchanged' : '')),
+            fact('Too large to be kept', status.tooLarge + ' files'), fact('git', status.git)),
+        make('h3', {}, 'Agents'), make('table', {class: 'wide'}, make('thead', {}, make('tr', {}, ...['Agent', 'Hooks', 'Latest'].map(each => make('th', {scope: 'col'}, each)))),
+            make('tbody', {}, status.agents.map((/** @type {any} */ each) => make('tr', {}, make('td', {}, plain(each.agent)),
+                make('td', {}, plain(each.state + (each.hint ? ': ' + each.hint : ''))),
+                make('td', {}, each.latest ? clock(each.latest.time) + ' ' + plain(each.latest.event) : ''))))),
+        make('h3', {}, 'Latest failures of hooks'), status.failures.length ? make('ul', {}, status.failures.map((/** @type {any} */ each) =>
+            make('li', {}, clock(each.time) + ' ' + plain(each.agent + ' ' + each.event + ': ' + each.message)))) : make('p', {}, 'None.'));
+    tell('');
+}

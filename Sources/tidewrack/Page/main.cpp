@@ -1,0 +1,156 @@
+// The page of one project's history: what `tidewrack browse` and `tidewrack timeline --html` start. A program of its
+// own, so that hooks, of which each is a start of `tidewrack`, load nothing of it.
+//   tidewrack-browse ROOT [--port N] [--no-open] [--read-only] [--idle SECONDS]
+//   tidewrack-browse ROOT --html FILE [-n N] [--no-contents]
+
+#include "Args.hpp"
+#include "CommandLine.hpp"
+#include "Help.hpp"
+#include "Page/Server.hpp"
+#include "Page/StaticPage.hpp"
+#include "Platform/Process.hpp"
+#include "Support/Errors.hpp"
+#include "Support/Files.hpp"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <random>
+
+extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
+
+namespace {
+
+using namespace tidewrack;
+
+Environment environmentOfProcess() {
+    Environment environment;
+    for (char** entry = environ; *entry != nullptr; ++entry)
+        if (const char* equals = std::strchr(*entry, '='))
+            environment.emplace(std::string(*entry, static_cast<std::size_t>(equals - *entry)), equals + 1);
+    return environment;
+}
+
+// The commands run in this process, each as if it had been started in the project's folder.
+page::Runner commandRunner(const std::string& root) {
+    return [root, environment = environmentOfProcess()](const std::vector<std::string>& words) {
+        page::Ran ran;
+        Sink out(ran.out);
+        Sink err(ran.err);
+        Surroundings around{environment, root, "tidewrack", out, err, -1};
+        ran.status = run(words, around);
+        return ran;
+    };
+}
+
+std::string newToken() {
+    std::random_device source;
+    constexpr const char* digits = "0123456789abcdef";
+    std::string token;
+    for (int i = 0; i < 40; ++i) token += digits[source() & 15U];
+    return token;
+}
+
+// Others on this machine may read the words that a program was started with: the browser gets the address with the
+// token from a file that nobody else may read, which goes when the page ends.
+class Doorway {
+  public:
+    explicit Doorway(const std::string& address) {
+        const char* folder = std::getenv("TMPDIR");
+        path_ = std::string(folder != nullptr && *folder != '\0' ? folder : "/tmp") + "/tidewrack-browse-XXXXXX.html";
+        const Descriptor file(::mkstemps(path_.data(), 5));
+        if (!file) {
+            path_.clear();
+            return;
+        }
+        (void)writeAll(file.get(),
+                       "<!doctype html><meta charset=\"utf-8\"><meta name=\"referrer\" content=\"no-referrer\">"
+                       "<meta http-equiv=\"refresh\" content=\"0;url=" +
+                           address + "\"><title>Tidewrack</title>\n");
+    }
+    Doorway(const Doorway&) = delete;
+    Doorway& operator=(const Doorway&) = delete;
+    ~Doorway() {
+        if (!path_.empty()) (void)::unlink(path_.c_str());
+    }
+
+    void open() const {
+        if (path_.empty()) return;
+        posix_spawn_file_actions_t files;
+        posix_spawnattr_t attributes;
+        (void)::posix_spawn_file_actions_init(&files);
+        (void)::posix_spawnattr_init(&attributes);
+        for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            (void)::posix_spawn_file_actions_addopen(&files, fd, "/dev/null", O_RDWR, 0);
+        sigset_t usual;
+        (void)sigemptyset(&usual);
+        (void)sigaddset(&usual, SIGPIPE);
+        (void)::posix_spawnattr_setsigdefault(&attributes, &usual);
+        (void)::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+        std::string program = openingProgram();
+        std::string path = path_;
+        char* words[] = {program.data(), path.data(), nullptr};
+        pid_t child = 0; // not waited for: it ends when it likes. Without such a program the printed address is left
+        (void)::posix_spawnp(&child, program.c_str(), &files, &attributes, words, environ);
+        (void)::posix_spawnattr_destroy(&attributes);
+        (void)::posix_spawn_file_actions_destroy(&files);
+    }
+
+  private:
+    std::string path_;
+};
+
+int serve(const std::string& root, const Args& args) {
+    const std::string token = newToken();
+    page::Site site({root, token, version(), args.has("--read-only")}, commandRunner(root));
+    std::optional<Doorway> doorway;
+    const int port = std::atoi(args.value("--port").value_or("0").c_str());
+    const std::chrono::seconds idle(std::atoi(args.value("--idle").value_or("3600").c_str()));
+    page::serve(site, port, idle, [&](int taken) {
+        const std::string address = "http://127.0.0.1:" + std::to_string(taken) + "/#" + token;
+        Sink out(STDOUT_FILENO, false);
+        out.line("The history is at " + address +
+                 " until you press Ctrl-C, or for an hour "
+                 "in which nobody looks at it.");
+        out.flush();
+        if (args.has("--no-open")) return;
+        doorway.emplace(address);
+        doorway->open();
+    });
+    return 0;
+}
+
+int writePage(const std::string& root, const std::string& file, const Args& args) {
+    page::StaticSettings settings{root, version(), 20, !args.has("--no-contents")};
+    if (const auto most = args.value("-n")) settings.rows = static_cast<std::size_t>(std::atoll(most->c_str()));
+    const std::string page = page::staticPage(settings, commandRunner(root));
+    const Descriptor to(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!to) throw TidewrackError::io("write", file, errno);
+    if (const int error = writeAll(to.get(), page); error != 0) {
+        (void)::unlink(file.c_str());
+        throw TidewrackError::io("write", file, error);
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int count, char** words) {
+    Sink err(STDERR_FILENO, ::isatty(STDERR_FILENO) == 1);
+    try {
+        const Args args(std::vector<std::string>(words + 1, words + count));
+        const auto root = args.word(0);
+        if (!root) throw CliError("this is started by `tidewrack browse`");
+        const auto html = args.value("--html");
+        return html ? writePage(*root, *html, args) : serve(*root, args);
+    } catch (const std::exception& error) {
+        err.line("tidewrack: " + err.shown(error.what()));
+        err.flush();
+        return 1;
+    }
+}

@@ -1,0 +1,425 @@
+// A real history in a real browser: what a person clicks, and what a hostile project or a foreign page tries.
+// Started by Tests/Page/browse.
+import assert from 'node:assert/strict';
+import {spawn, spawnSync} from 'node:child_process';
+import fs from 'node:fs';
+import http from 'node:http';
+import net from 'node:net';
+import {createRequire} from 'node:module';
+import os from 'node:os';
+import path from 'node:path';
+import {makeDemo} from './demo.mjs';
+
+const [programs, executablePath, tools] = process.argv.slice(2);
+const {chromium} = createRequire(tools + '/')('playwright-core');
+const scratch = fs.realpathSync(fs.mkdtempSync(path.join(os.tmpdir(), 'tidewrack-page-')));
+const program = path.join(programs, 'tidewrack');
+
+// A project with a store of its own, and what is done in it.
+function placeOf(name) {
+    const folder = path.join(scratch, name), store = path.join(scratch, 'store of ' + name);
+    const env = {PATH: process.env.PATH, HOME: path.join(scratch, 'home'), TIDEWRACK_HOME: store, TMPDIR: scratch};
+    const at = each => path.join(folder, each);
+    const tidewrack = (words, input = '') => {
+        const ran = spawnSync(program, words, {cwd: folder, env, input, encoding: 'utf8'});
+        assert.ok(ran.status === 0 || ran.status === 3, words.join(' ') + ': ' + ran.stderr);
+        return ran.stdout;
+    };
+    const write = (each, text) => {
+        fs.mkdirSync(path.dirname(at(each)), {recursive: true});
+        fs.writeFileSync(at(each), text);
+    };
+    let session = '';
+    const turn = (agent, its, prompt, work) => {
+        session = its;
+        tidewrack(['snap', '--kind=prompt', '--agent=' + agent, '--session=' + its, '--label=' + prompt]);
+        work();
+        tidewrack(['snap', '--kind=stop', '--agent=' + agent, '--session=' + its]);
+    };
+    const hook = command => tidewrack(['hook', 'claude'], JSON.stringify({hook_event_name: 'PreToolUse', session_id: session, cwd: folder,
+        tool_name: 'Bash', tool_input: {command}}));
+    fs.mkdirSync(env.HOME, {recursive: true});
+    fs.mkdirSync(folder);
+    return {folder, store, env, at, write, turn, hook, tidewrack, remove: each => fs.rmSync(at(each), {recursive: true}),
+        readText: each => fs.readFileSync(at(each), 'utf8')};
+}
+const place = placeOf('project');
+const {write, readText, tidewrack, turn, hook} = place;
+
+// A picture of one colour: a BMP needs no compression.
+const picture = (red, green, blue) => {
+    const size = 24, bytes = Buffer.alloc(54 + size * size * 3);
+    bytes.write('BM');
+    bytes.writeUInt32LE(bytes.length, 2), bytes.writeUInt32LE(54, 10), bytes.writeUInt32LE(40, 14);
+    bytes.writeInt32LE(size, 18), bytes.writeInt32LE(size, 22), bytes.writeUInt16LE(1, 26), bytes.writeUInt16LE(24, 28);
+    for (let at = 54; at < bytes.length; at += 3) bytes.set([blue, green, red], at);
+    return bytes;
+};
+const code = (first, last) => `#include <stdio.h>\n\n// ${first}\nint main(void) {\n` +
+    Array.from({length: 30}, (_, line) => `    printf("%d\\n", ${line});\n`).join('') + `    return ${last};\n}\n`;
+const hostileName = '<img src=x onerror="window.hit=1">.txt';
+const hostileText = '</script><script>window.hit=1</script>\n<img src=x onerror=window.hit=1>\n\u001b[31mred\u202etxt.exe\n' + 'x'.repeat(300000) + '\n';
+
+function makeHistory() {
+    write('main.c', code('first', 0));
+    write('notes.md', '# Notes\n\nold\n');
+    write('gone.txt', 'to be deleted\n');
+    write('logo.bmp', picture(200, 30, 30));
+    tidewrack(['track']);
+    turn('claude', 'one', 'Return another status', () => {
+        write('main.c', code('second', 7));
+        write('notes.md', '# Notes\n\nnew\n');
+        write('extra.txt', 'one more\n');
+        hook('rm -rf gone.txt');
+        place.remove('gone.txt');
+        write('logo.bmp', picture(30, 30, 200));
+    });
+    turn('codex', 'two', '<b onclick=alert(1)>Hostile</b> \u202e prompt', () => {
+        write(hostileName, hostileText);
+        write('bytes.bin', Buffer.from([0, 1, 2, 255, 254]));
+        write('many.txt', Array.from({length: 5000}, (_, line) => 'line ' + line + '\n').join(''));
+    });
+    place.remove('bytes.bin');
+    tidewrack(['snap', '--label=by hand']);
+}
+
+function start(words, {folder, env} = place) {
+    const server = spawn(program, ['browse', '--no-open', ...words], {cwd: folder, env});
+    server.stderr.pipe(process.stderr);
+    return new Promise((done, failed) => {
+        server.on('exit', status => failed(new Error('it ended with ' + status)));
+        server.stdout.on('data', text => {
+            const found = /http:\/\/127\.0\.0\.1:(\d+)\/#([0-9a-f]{40})/.exec(String(text));
+            if (found) done({server, address: found[0], port: Number(found[1]), token: found[2]});
+        });
+    });
+}
+
+const status = (port, headers, method = 'GET', where = '/api/config', body = '') => new Promise(done => {
+    const asked = http.request({port, host: '127.0.0.1', path: where, method, headers}, answer => {
+        answer.resume();
+        answer.on('end', () => done(answer.statusCode));
+    });
+    asked.on('error', () => done(0)); // it is gone
+    asked.end(body);
+});
+
+// A body that goes on for as long as the connection does.
+const untold = (port, token) => new Promise((done, failed) => {
+    const line = net.connect(port, '127.0.0.1', () => line.write(`POST /api/plan HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\n` +
+        `X-Tidewrack-Token: ${token}\r\nContent-Type: application/json\r\n\r\n{`));
+    line.on('error', failed);
+    line.once('data', text => done(Number(String(text).split(' ')[1])) || line.destroy());
+});
+
+async function foreigners({port, token}) {
+    const right = {'X-Tidewrack-Token': token};
+    assert.equal(await status(port, right), 200);
+    assert.equal(await status(port, {}), 403);
+    assert.equal(await status(port, {'X-Tidewrack-Token': 'f'.repeat(40)}), 403);
+    assert.equal(await status(port, {...right, Host: 'evil.example:' + port}), 403);
+    assert.equal(await status(port, {...right, Origin: 'https://evil.example'}), 403);
+    assert.equal(await status(port, {...right, 'Sec-Fetch-Site': 'cross-site'}), 403);
+    assert.equal(await status(port, {...right, 'Transfer-Encoding': 'chunked'}, 'POST', '/api/plan'), 411);
+    assert.equal(await status(port, right, 'PUT', '/api/plan'), 405);
+    assert.equal(await untold(port, token), 411);
+    assert.equal(await status(port, right, 'POST', '/api/plan', 'x'.repeat(2 << 20)), 413);
+    assert.equal(await status(port, right, 'GET', '/api/' + 'x'.repeat(8000)), 404);
+    assert.equal(await status(port, right, 'GET', '/..%2f..%2fetc/passwd'), 404);
+}
+
+// As long as somebody looks it is there; who may not look does not keep it.
+async function idles() {
+    const server = spawn(program + '-browse', [place.folder, '--no-open', '--idle=2'], {cwd: place.folder, env: place.env});
+    const ended = new Promise(done => server.on('exit', done));
+    const [, port, token] = await new Promise(done => server.stdout.once('data', text => done(/:(\d+)\/#(\w+)/.exec(String(text)))));
+    for (let asked = 0; asked < 12; ++asked) {
+        assert.equal(await status(port, {'X-Tidewrack-Token': token}), 200);
+        await new Promise(done => setTimeout(done, 250));
+    }
+    const pest = setInterval(() => status(port, {'X-Tidewrack-Token': 'wrong'}), 100);
+    assert.equal(await ended, 0);
+    clearInterval(pest);
+}
+
+const picturesOf = async (view, name) => view.screenshot({path: path.join(tools, name + '.png')});
+
+async function openPage(browser, address, options = {}) {
+    const context = await browser.newContext({viewport: {width: 1280, height: 860}, ...options});
+    const view = await context.newPage();
+    const strange = [];
+    view.on('request', request => {
+        if (!/^(http:\/\/127\.0\.0\.1:\d+\/|blob:|file:)/.test(request.url())) strange.push(request.url());
+    });
+    view.on('pageerror', error => strange.push(String(error)));
+    view.on('dialog', dialog => strange.push(dialog.message()) && dialog.dismiss());
+    await view.goto(address);
+    view.clean = async () => {
+        assert.deepEqual(strange, []);
+        assert.equal(await view.evaluate(() => window.hit), undefined);
+    };
+    return view;
+}
+
+const choose = async (view, title) => {
+    await view.locator('.row', {hasText: title}).click();
+    await view.locator('#turn h2', {hasText: title}).waitFor();
+};
+const doIt = async view => {
+    await view.locator('#do').click();
+    await view.locator('#message.good, #message.bad').waitFor();
+};
+const file = (view, name) => view.locator('section.file', {has: view.locator('.path', {hasText: name})}).first();
+
+async function looks(view, name) {
+    await choose(view, 'Return another status');
+    await file(view, 'main.c').locator('.hunk').first().waitFor();
+    assert.match(await view.locator('.commands').innerText(), /rm -rf gone\.txt/);
+    assert.match(await view.locator('#turn .command').first().innerText(), /tidewrack show \d+/);
+    await file(view, 'main.c').locator('.hljs-keyword').first().waitFor(); // the language's colours
+    await file(view, 'logo.bmp').scrollIntoViewIfNeeded();
+    await file(view, 'logo.bmp').locator('img').nth(1).waitFor();
+    await view.locator('#turn').evaluate(place => { place.scrollTop = 0; });
+    await picturesOf(view, name);
+    await view.getByRole('button', {name: 'Side by side'}).click();
+    await view.locator('.diff.beside').first().waitFor();
+    await view.locator('.diff.beside .hunk').first().scrollIntoViewIfNeeded();
+    await picturesOf(view, name + '-side-by-side');
+    await view.getByRole('button', {name: 'Side by side'}).click();
+    await view.locator('.diff:not(.beside)').first().waitFor();
+}
+
+async function hostile(view) {
+    await choose(view, 'Hostile');
+    assert.equal(await view.locator('#turn h2').first().innerText(), '<b onclick=alert(1)>Hostile</b> \\u202e prompt');
+    const lines = file(view, hostileName).locator('.diff');
+    await lines.locator('.hunk').first().waitFor();
+    assert.match(await lines.innerText(), /<\/script><script>window\.hit=1<\/script>/);
+    assert.match(await lines.innerText(), /\\u001b\[31mred\\u202etxt\.exe/);
+    assert.ok((await lines.innerText()).length < 10000); // the huge line is cut
+    await file(view, 'bytes.bin').scrollIntoViewIfNeeded();
+    await file(view, 'bytes.bin').getByText('binary').waitFor();
+    // Of many lines those in sight are there, and the rest comes while one scrolls.
+    const many = file(view, 'many.txt');
+    await many.scrollIntoViewIfNeeded();
+    await many.locator('tr').first().waitFor();
+    assert.ok(await many.locator('tr').count() < 2000);
+    await picturesOf(view, 'hostile');
+    await view.clean();
+}
+
+async function undoes(view) {
+    await choose(view, 'Return another status');
+    // One hunk: the other one stays, and so does what was written since.
+    write('main.c', readText('main.c') + '// later\n');
+    await file(view, 'main.c').getByRole('button', {name: 'Undo hunk…'}).first().click();
+    await view.locator('#do').waitFor();
+    assert.match(await view.locator('#dialog').innerText(), /undo --turn \d+ --hunk 1 -- main\.c[\s\S]*merge\s+main\.c/);
+    await picturesOf(view, 'undo-preview');
+    await doIt(view);
+    assert.equal(readText('main.c'), code('first', 7) + '// later\n');
+    // What was looked at is what is done: not when the file changes in between.
+    await file(view, 'notes.md').getByRole('button', {name: 'Undo file…'}).click();
+    await view.locator('#do').waitFor();
+    write('notes.md', '# Notes\n\nnew\nand more\n');
+    await view.locator('#do').click();
+    await view.locator('#message.bad', {hasText: 'nothing was done'}).waitFor();
+    assert.equal(readText('notes.md'), '# Notes\n\nnew\nand more\n');
+    write('notes.md', '# Notes\n\nnew\n');
+    await file(view, 'notes.md').getByRole('button', {name: 'Undo file…'}).click();
+    await doIt(view);
+    assert.equal(readText('notes.md'), '# Notes\n\nold\n');
+    // The rest of the turn, by keys.
+    await view.locator('#list').focus();
+    await view.keyboard.press('u');
+    await view.locator('#do').waitFor();
+    assert.match(await view.locator('#dialog').innerText(), /put back\s+gone\.txt/);
+    await view.locator('#do').focus();
+    await view.keyboard.press('Enter');
+    await view.locator('#message.good', {hasText: 'done'}).waitFor();
+    assert.equal(readText('gone.txt'), 'to be deleted\n');
+    assert.ok(!fs.existsSync(place.at('extra.txt')));
+    assert.equal(readText('main.c'), code('first', 0) + '// later\n');
+    await view.locator('.row', {hasText: /undo/i}).first().waitFor();
+    await view.clean();
+}
+
+async function keeps(view) {
+    await choose(view, 'Return another status');
+    await view.getByRole('button', {name: /^Pin #/}).click();
+    await view.locator('#do').waitFor();
+    assert.match(await view.locator('#dialog').innerText(), /tidewrack pin 2/);
+    await doIt(view);
+    await view.locator('#turn .badge', {hasText: 'pinned'}).waitFor();
+    assert.equal(JSON.parse(tidewrack(['log', '--json'])).find(each => each.seq === 2).pinned, true);
+    await view.getByRole('button', {name: 'Snapshot…'}).click();
+    await view.getByLabel('Label', {exact: true}).fill('as <b>good</b> as it was');
+    await view.keyboard.press('Enter');
+    await doIt(view);
+    await view.locator('.row', {hasText: 'as <b>good</b> as it was'}).waitFor();
+    await view.getByRole('button', {name: 'Redo…'}).click();
+    await view.locator('#do').waitFor();
+    assert.match(await view.locator('#dialog').innerText(), /tidewrack redo[\s\S]*remove\s+gone\.txt/);
+    await view.keyboard.press('Escape');
+}
+
+async function finds(view) {
+    await view.getByRole('button', {name: 'Search', exact: true}).click();
+    await view.getByLabel('What to search for').fill('bytes');
+    await view.keyboard.press('Enter');
+    await view.locator('#results td', {hasText: 'bytes.bin'}).first().waitFor();
+    await picturesOf(view, 'search');
+    await view.getByRole('button', {name: 'Restore…'}).click();
+    await doIt(view);
+    assert.deepEqual(fs.readFileSync(place.at('bytes.bin')), Buffer.from([0, 1, 2, 255, 254]));
+    await view.getByLabel('What to search for').fill('RETURN 7');
+    await view.locator('#by-lines').click();
+    await view.locator('.hit', {hasText: 'main.c'}).first().waitFor();
+    // A file's versions along the slider.
+    await view.getByLabel('What to search for').fill('notes.md');
+    await view.locator('#by-name').click();
+    await view.getByRole('button', {name: 'Versions'}).click();
+    await view.locator('#version').waitFor();
+    const slider = view.getByLabel('Version', {exact: true});
+    await slider.fill('0');
+    await view.locator('#turn .diff', {hasText: 'new'}).waitFor();
+    await picturesOf(view, 'versions');
+    const [saved] = await Promise.all([view.waitForEvent('download'), view.getByRole('button', {name: 'Download this version'}).click()]);
+    assert.equal(fs.readFileSync(await saved.path(), 'utf8'), '# Notes\n\nold\n');
+    for (const [name, text] of [['Vault', /outside of projects/], ['Status', /Folder/]]) {
+        await view.getByRole('button', {name, exact: true}).click();
+        await view.locator('#' + name.toLowerCase() + ' h2').waitFor();
+        assert.match(await view.locator('#' + name.toLowerCase()).innerText(), text);
+        await picturesOf(view, name.toLowerCase());
+    }
+    await view.getByRole('button', {name: 'History', exact: true}).click();
+}
+
+async function moves(view) {
+    await view.locator('#filter-agent').selectOption('codex');
+    assert.equal(await view.locator('.row').count(), 1);
+    await view.locator('#filter-agent').selectOption('');
+    await view.locator('#filter-path').fill('extra.txt');
+    await view.keyboard.press('Enter');
+    await view.waitForFunction(() => /^\d of /.test(document.getElementById('count').textContent));
+    await view.locator('#filter-path').fill('');
+    await view.keyboard.press('Enter');
+    await view.locator('#list').focus();
+    await view.locator('.row').first().click();
+    await view.keyboard.press('j');
+    await view.keyboard.press('j');
+    await view.keyboard.press('k');
+    assert.equal(await view.locator('.row[aria-selected=true]').getAttribute('id'), 'row-1');
+    await view.keyboard.press('Enter');
+    assert.equal(await view.evaluate(() => document.activeElement.id), 'turn');
+}
+
+// Nothing that keeps somebody from reading or using the page.
+async function accessibility(view) {
+    const source = fs.readFileSync(path.join(tools, 'node_modules', 'axe-core', 'axe.min.js'), 'utf8');
+    const check = async name => {
+        await view.evaluate(source);
+        const found = await view.evaluate(async () => (await window.axe.run()).violations.map(each =>
+            [each.impact, each.id, ...each.nodes.map(node => node.html.slice(0, 120) + ': ' + node.failureSummary)]));
+        assert.deepEqual(found.filter(([impact]) => impact === 'serious' || impact === 'critical'), [], name);
+    };
+    await choose(view, 'Return another status');
+    await file(view, 'main.c').locator('.hljs-keyword').first().waitFor();
+    await check('a turn');
+    await view.locator('#list').focus();
+    await view.keyboard.press('u');
+    await view.locator('#do').waitFor();
+    await check('a preview');
+    await view.keyboard.press('Escape');
+    await file(view, 'main.c').getByRole('button', {name: 'Versions'}).click();
+    await view.locator('#turn .hunk').first().waitFor();
+    await check('versions');
+    for (const name of ['Search', 'Vault', 'Status']) {
+        await view.getByRole('button', {name, exact: true}).click();
+        await view.locator('#' + name.toLowerCase() + ' h2').waitFor();
+        if (name === 'Search') {
+            await view.getByLabel('What to search for').fill('c');
+            await view.keyboard.press('Enter');
+            await view.locator('#results td').first().waitFor();
+        }
+        await check(name);
+    }
+}
+
+async function showDemo(browser) {
+    const demo = placeOf('bookshop');
+    makeDemo(demo);
+    const running = await start([], demo);
+    try {
+        const view = await openPage(browser, running.address);
+        await choose(view, 'Totals have too many digits');
+        await file(view, 'src/prices.py').locator('.hljs-keyword').first().waitFor();
+        await picturesOf(view, 'demo');
+        await choose(view, 'The logo in our new colour');
+        await file(view, 'logo.svg').locator('img').nth(1).waitFor();
+        await picturesOf(view, 'demo-pictures');
+        await file(view, 'logo.svg').getByRole('button', {name: 'Versions'}).click();
+        await view.getByLabel('Version', {exact: true}).fill('0');
+        await view.locator('#turn .slider ~ div img').first().waitFor();
+        await view.clean();
+    } finally {
+        running.server.removeAllListeners('exit').kill();
+    }
+}
+
+async function main() {
+    makeHistory();
+    const browser = await chromium.launch({executablePath, args: ['--no-sandbox']});
+    let running;
+    try {
+        running = await start([]);
+        await foreigners(running);
+        const bare = await openPage(browser, running.address.split('#')[0]);
+        await bare.locator('#message.bad', {hasText: 'token is wrong'}).waitFor();
+        const view = await openPage(browser, running.address);
+        assert.ok(!view.url().includes(running.token));
+        await looks(view, 'page');
+        await hostile(view);
+        await moves(view);
+        await undoes(view);
+        await keeps(view);
+        await finds(view);
+        const dark = await openPage(browser, running.address, {colorScheme: 'dark'});
+        await looks(dark, 'dark');
+        const narrow = await openPage(browser, running.address, {viewport: {width: 400, height: 900}});
+        await choose(narrow, 'Return another status');
+        await file(narrow, 'main.c').locator('.hunk').first().waitFor();
+        assert.ok(await narrow.evaluate(() => document.documentElement.scrollWidth <= window.innerWidth));
+        await picturesOf(narrow, 'narrow');
+        for (const colorScheme of ['light', 'dark']) await accessibility(await openPage(browser, running.address, {colorScheme}));
+        const ended = new Promise(done => running.server.removeAllListeners('exit').on('exit', done));
+        running.server.kill('SIGINT');
+        assert.equal(await ended, 0);
+        await view.locator('#refresh').click();
+        await view.locator('#message.bad', {hasText: 'The server has ended'}).waitFor();
+
+        await idles();
+        running = await start(['--read-only']);
+        const reader = await openPage(browser, running.address);
+        await choose(reader, 'Return another status');
+        await file(reader, 'main.c').locator('.hunk').first().waitFor();
+        assert.equal(await reader.getByRole('button', {name: /Undo|Redo|Pin|Restore|Snapshot/}).count(), 0);
+
+        tidewrack(['timeline', '--html', path.join(scratch, 'kept.html'), '--contents']);
+        const kept = await openPage(browser, 'file://' + path.join(scratch, 'kept.html'));
+        await choose(kept, 'Hostile');
+        await file(kept, hostileName).locator('.hunk').first().waitFor();
+        await choose(kept, 'Return another status');
+        await file(kept, 'main.c').locator('.hljs-keyword').first().waitFor();
+        await picturesOf(kept, 'kept-file');
+        await kept.clean();
+        await showDemo(browser);
+        console.log('browse: all is well; screenshots are in ' + path.relative(process.cwd(), tools));
+    } finally {
+        if (running) running.server.removeAllListeners('exit').kill();
+        await browser.close();
+        fs.rmSync(scratch, {recursive: true, force: true});
+    }
+}
+
+await main();

@@ -1,0 +1,215 @@
+// What the page's server answers, and to whom.
+
+#include "Support/TurnFixture.hpp"
+
+#include "Page/Site.hpp"
+#include "Page/StaticPage.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace tidewrack;
+using namespace tidewrack::testing;
+using namespace tidewrack::page;
+using nlohmann::json;
+
+namespace {
+
+constexpr const char* token = "0123456789abcdef";
+constexpr const char* here = "127.0.0.1:7000";
+
+class Page : public TurnFixture {
+  protected:
+    Page() {
+        prompt("s", "Set the port");
+        f.write("project/config", "port = 8080\ndebug = off\n");
+        f.write("project/<img src=x onerror=alert(1)>", "</script><script>alert(1)</script>\n");
+        stop("s");
+        turn = json::parse(world.ok({"timeline", "--json"}))["rows"][0]["first"].get<int>();
+        site.setPort(7000);
+    }
+
+    Runner runner() const {
+        return [this](const std::vector<std::string>& words) {
+            commands.push_back(words);
+            const Outcome outcome = world.run(words);
+            return Ran{outcome.status, outcome.out, outcome.err};
+        };
+    }
+    static Request request(const std::string& method, const std::string& path, const Values& query = {},
+                           const std::string& body = "") {
+        return {method,
+                path,
+                query,
+                {{"host", here}, {"x-tidewrack-token", token}, {"content-type", "application/json"}},
+                body};
+    }
+    Answer get(const std::string& name, const Values& query = {}) {
+        return site.answer(request("GET", "/api/" + name, query));
+    }
+    Answer post(const std::string& name, const json& body) {
+        return site.answer(request("POST", "/api/" + name, {}, body.dump()));
+    }
+    json planned(const json& wish) { return json::parse(post("plan", wish).body); }
+
+    mutable std::vector<std::vector<std::string>> commands;
+    int turn = 0;
+    Site site{{world.projectPath(), token, "1.0.0", false}, runner()};
+};
+
+} // namespace
+
+TEST_F(Page, answersItsOwnPageAlone) {
+    struct Row {
+        Values headers; // in place of the right ones
+        const char *method, *path;
+        int status;
+    };
+    const Row rows[] = {
+        {{}, "GET", "/api/config", 200},
+        {{{"origin", "http://127.0.0.1:7000"}, {"sec-fetch-site", "same-origin"}}, "GET", "/api/config", 200},
+        {{{"host", "localhost:7000"}, {"origin", "http://localhost:7000"}}, "GET", "/api/config", 200},
+        {{{"x-tidewrack-token", ""}}, "GET", "/api/config", 403},
+        {{{"x-tidewrack-token", "0123456789abcde"}}, "GET", "/api/config", 403},
+        {{{"x-tidewrack-token", "0123456789abcdef0"}}, "GET", "/api/timeline", 403},
+        {{{"host", "evil.example:7000"}}, "GET", "/api/config", 403},
+        {{{"host", "127.0.0.1:7001"}}, "GET", "/api/config", 403},
+        {{{"host", ""}}, "GET", "/api/config", 403},
+        {{{"host", "evil.example"}, {"x-tidewrack-token", ""}}, "GET", "/", 403},
+        {{{"origin", "http://evil.example"}}, "GET", "/api/config", 403},
+        {{{"origin", "null"}}, "POST", "/api/plan", 403},
+        {{{"origin", "http://localhost:7000"}}, "GET", "/api/config", 403}, // not the host's
+        {{{"sec-fetch-site", "cross-site"}}, "GET", "/api/config", 403},
+        {{{"sec-fetch-site", "cross-site"}}, "GET", "/page.js", 403},
+        {{{"x-tidewrack-token", ""}}, "GET", "/", 200}, // nothing of the project is in it
+        {{{"x-tidewrack-token", ""}}, "GET", "/page.js", 200},
+        {{}, "GET", "/../etc/passwd", 404},
+        {{}, "GET", "/api/../config", 404},
+        {{}, "POST", "/index.html", 405},
+        {{}, "POST", "/api/timeline", 405},
+        {{}, "GET", "/api/plan", 405},
+        {{}, "GET", "/api/act", 405},
+        {{{"content-type", "text/plain"}}, "POST", "/api/plan", 415}, // what a foreign form may send unasked
+        {{}, "GET", "/api/nothing", 404},
+        {{}, "GET", "/api/timeline", 400},
+    };
+    for (const Row& row : rows) {
+        Request asked = request(row.method, row.path);
+        for (const auto& [name, value] : row.headers) asked.headers[name] = value;
+        EXPECT_EQ(site.answer(asked).status, row.status) << row.method << " " << row.path << " " << row.headers.size();
+    }
+    EXPECT_TRUE(commands.empty());
+    EXPECT_NE(securityHeaders().at("Content-Security-Policy").find("default-src 'none'; script-src 'self';"),
+              std::string::npos);
+}
+
+// The very text that the command prints, and nothing outside of the history.
+TEST_F(Page, printsWhatTheCommandsPrint) {
+    const std::string first = std::to_string(turn);
+    const std::string last = std::to_string(turn + 1);
+    struct Row {
+        const char* name;
+        Values query;
+        std::vector<std::string> words;
+        std::string command;
+    };
+    const Row rows[] = {
+        {"timeline", {{"n", "5"}}, {"timeline", "-n", "5", "--json"}, "tidewrack timeline -n 5"},
+        {"show", {{"turn", first}}, {"show", first, "--json"}, "tidewrack show " + first},
+        {"changes",
+         {{"from", first}, {"to", last}},
+         {"diff", first, last, "--json"},
+         "tidewrack diff " + first + " " + last},
+        {"lines",
+         {{"turn", first}, {"path", "config"}},
+         {"show", first, "config", "--json", "--lines"},
+         "tidewrack show " + first + " -- config"},
+        {"lines",
+         {{"from", "1"}, {"path", "config"}},
+         {"diff", "1", "config", "--json", "--lines"},
+         "tidewrack diff --patch 1 -- config"},
+        {"content", {{"seq", "1"}, {"path", "config"}}, {"cat", "1", "config"}, "tidewrack cat 1 -- config"},
+        {"log", {{"path", "config"}}, {"log", "config", "--json", "-n", "99"}, "tidewrack log -n 1000000 -- config"},
+        {"find", {{"text", "config"}}, {"find", "--json", "--", "config"}, "tidewrack find -- config"},
+        {"vault", {}, {"vault", "--json"}, "tidewrack vault"},
+        {"status", {}, {"status", "--json"}, "tidewrack status"},
+    };
+    for (const Row& row : rows) {
+        const Answer answer = get(row.name, row.query);
+        EXPECT_EQ(answer.status, 200) << row.name << answer.body;
+        EXPECT_EQ(answer.command, row.command);
+        const std::string printed = world.run(row.words).out;
+        EXPECT_EQ(answer.body, printed) << row.name;
+    }
+    f.write("secret", "outside\n");
+    for (const char* path : {"../secret", "/etc/passwd", "src/../../secret", "--help", "nowhere"})
+        EXPECT_EQ(get("content", {{"seq", "1"}, {"path", path}}).status, 422) << path;
+    for (const char* number : {"", "-1", "1x", "1 --force", "latest"})
+        EXPECT_EQ(get("show", {{"turn", number}}).status, 400) << number;
+}
+
+TEST_F(Page, actsOnlyAsItWasLookedAt) {
+    const json undo{{"act", "undo"}, {"turn", turn}, {"paths", {"config"}}};
+    EXPECT_EQ(post("act", {{"plan", 1}}).status, 409); // never looked at
+    json plan = planned(undo);
+    EXPECT_EQ(plan["command"], "tidewrack undo --turn " + std::to_string(turn) + " -- config");
+    EXPECT_EQ(plan["result"]["projects"][0]["actions"][0]["action"], "overwrite");
+    EXPECT_EQ(config(), "port = 8080\ndebug = off\n");
+
+    f.write("project/config", "port = 8080\ndebug = on\n"); // it would be merged now
+    const Answer refused = post("act", {{"plan", plan["plan"]}});
+    EXPECT_EQ(refused.status, 409) << refused.body;
+    EXPECT_EQ(config(), "port = 8080\ndebug = on\n");
+    EXPECT_EQ(post("act", {{"plan", plan["plan"]}}).status, 409); // it is not kept for a better time
+
+    plan = planned({{"act", "undo"}, {"turn", turn}, {"paths", {"config"}}, {"hunks", {1}}});
+    const Answer done = post("act", {{"plan", plan["plan"]}});
+    EXPECT_EQ(done.status, 200) << done.body;
+    EXPECT_EQ(config(), "port = 80\ndebug = on\n");
+    EXPECT_EQ(json::parse(done.body)["dryRun"], false);
+    EXPECT_EQ(post("act", {{"plan", plan["plan"]}}).status, 409); // once
+
+    plan = planned({{"act", "pin"}, {"seq", turn}});
+    EXPECT_EQ(json::parse(post("act", {{"plan", plan["plan"]}}).body)["pinned"], true);
+    plan = planned({{"act", "label"}, {"label", "--now"}});
+    EXPECT_EQ(json::parse(post("act", {{"plan", plan["plan"]}}).body)["label"], "--now");
+
+    const json senseless[] = {"undo",
+                              json::object(),
+                              {{"act", "untrack"}},
+                              {{"act", "undo"}},
+                              {{"act", "restore"}, {"seq", 1}},
+                              {{"act", "undo"}, {"turn", "3 --force"}},
+                              {{"act", "undo"}, {"turn", 3}, {"paths", {7}}},
+                              {{"act", "undo"}, {"turn", 3}, {"paths", json::array()}},
+                              {{"act", "pin"}, {"seq", -1}},
+                              {{"act", "undo"}, {"turn", 3}, {"hunks", {"1 --force"}}},
+                              {{"act", "label"}, {"label", ""}}};
+    for (const json& wish : senseless) EXPECT_EQ(post("plan", wish).status, 400) << wish;
+    EXPECT_EQ(site.answer(request("POST", "/api/plan", {}, "{")).status, 400);
+    // What looks like an option is a path.
+    EXPECT_EQ(post("plan", {{"act", "undo"}, {"turn", turn}, {"paths", {"--force"}}}).status, 422);
+
+    Site readOnly{{world.projectPath(), token, "1.0.0", true}, runner()};
+    readOnly.setPort(7000);
+    commands.clear();
+    EXPECT_EQ(readOnly.answer(request("POST", "/api/plan", {}, undo.dump())).status, 403);
+    EXPECT_EQ(readOnly.answer(request("POST", "/api/act", {}, R"({"plan":1})")).status, 403);
+    EXPECT_TRUE(commands.empty());
+}
+
+// One file that loads nothing, in which no content can end the script around it.
+TEST_F(Page, isKeptInOneFile) {
+    const std::string whole = staticPage({world.projectPath(), "1.0.0", 20, true}, runner());
+    const std::string bare = staticPage({world.projectPath(), "1.0.0", 20, false}, runner());
+    EXPECT_NE(whole.find("port = 8080"), std::string::npos);
+    EXPECT_EQ(bare.find("port = 8080"), std::string::npos);
+    for (const std::string& page : {whole, bare}) {
+        EXPECT_NE(page.find("Set the port"), std::string::npos);
+        EXPECT_EQ(page.find("<script>alert"), std::string::npos);
+        EXPECT_EQ(page.find("<img src=x"), std::string::npos);
+        EXPECT_EQ(page.find("src=\""), std::string::npos);
+        EXPECT_EQ(page.find("rel=\"stylesheet\""), std::string::npos);
+        EXPECT_NE(page.find("default-src 'none'"), std::string::npos);
+    }
+}
