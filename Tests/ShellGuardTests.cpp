@@ -371,6 +371,7 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "npx tidewrack untrack",
                                 "tidewrack unpin 3",
                                 "tidewrack --port 8000 browse --read-only",
+                                "tidewrack browse --no-open --dry-run",
                                 "/usr/bin/tidewrack-browse . --no-open",
                                 "ls ~/.local | xargs -I{} rm -rf ~/.local/{}",
                                 "cd ~/.local/store; ls | xargs rm -rf",

@@ -176,6 +176,7 @@ constexpr Command table[] = {
      .run = commands::timeline},
     {.name = "browse",
      .group = Group::history,
+     .effect = Effect::opens,
      .options = browseOptions,
      .summary = "look through the history in a browser",
      .details = "A page with the timeline, what each turn changed, the versions of a file, search, the vault and "

@@ -27,9 +27,9 @@ struct Option {
 
 enum class Group { projects, history, gettingBack, agents, others, hidden };
 
-// What a misread word may cost: nothing, a snapshot more, something that can be taken back, or something that nothing
-// gives back.
-enum class Effect { harmless, adds, changes, removesForGood };
+// What a misread word may cost: nothing, a snapshot more, something that can be taken back, a page that is open to who
+// has its address, or something that nothing gives back.
+enum class Effect { harmless, adds, changes, opens, removesForGood };
 
 struct Command {
     static constexpr std::size_t anyNumber = static_cast<std::size_t>(-1);

@@ -38,6 +38,10 @@ class Check {
         return command_.option(option) != nullptr || isGlobalOption(option);
     }
 
+    [[nodiscard]] bool refusesUnknown() const {
+        return command_.effect == Effect::opens || command_.effect == Effect::removesForGood;
+    }
+
     void checkFlag(const std::string& flag) {
         if (knows(flag)) return;
         const std::string name = flag.substr(0, flag.find('='));
@@ -54,7 +58,7 @@ class Check {
         if (command_.effect == Effect::adds) return;
         if (const std::string_view meant = meantBy(name); !meant.empty())
             throw CliError(sentence + didYouMean(meant) + unchanged());
-        if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
+        if (refusesUnknown()) throw CliError(sentence + unchanged());
         warnings_.push_back(sentence + "; ignored");
     }
 
@@ -88,7 +92,7 @@ class Check {
             ++i;
             if (i <= command_.mostWords || command_.effect == Effect::adds) continue;
             const std::string sentence = std::string(command_.name) + " has no use for the word " + word;
-            if (command_.effect == Effect::removesForGood) throw CliError(sentence + unchanged());
+            if (refusesUnknown()) throw CliError(sentence + unchanged());
             warnings_.push_back(sentence + "; ignored");
         }
     }

@@ -19,13 +19,14 @@ constexpr std::array valueOptions = {"-C"sv,        "-n"sv,           "--agent"s
                                      "--hunk"sv,    "--kind"sv,       "--label"sv, "--port"sv, "--project"sv,
                                      "--session"sv, "--session-of"sv, "--turn"sv};
 
-// Options that make it only show or explain.
-constexpr std::array showing = {"-h"sv, "--help"sv, "--dry-run"sv};
+// Options that make it only explain.
+constexpr std::array explaining = {"-h"sv, "--help"sv};
 
 struct OwnCommand {
     std::string_view name;
     std::string_view part; // the word behind it; empty where it has none
     std::string_view question;
+    bool dryRunShows = true; // with --dry-run it only shows what it would do, or refuses
 };
 
 constexpr auto deletesHistory =
@@ -41,9 +42,8 @@ constexpr auto opensPage =
     "This would open a page in which Tidewrack's history of the project can be read and taken back. Allow?"sv;
 
 constexpr OwnCommand ownCommands[] = {
-    {"browse", "", opensPage},       {"untrack", "", deletesHistory},
-    {"prune", "", deletesSnapshots}, {"hooks", "uninstall", removesHooks},
-    {"unpin", "", unpins},
+    {"browse", "", opensPage, false},     {"untrack", "", deletesHistory}, {"prune", "", deletesSnapshots},
+    {"hooks", "uninstall", removesHooks}, {"unpin", "", unpins},
 };
 
 // One of each kind of the files that the history consists of.
@@ -111,9 +111,11 @@ void OwnPaths::lookAtCommand(std::span<const Word> arguments) {
     std::array<std::string_view, 2> words;
     std::size_t count = 0;
     bool plain = false; // behind "--"
+    bool dryRun = false;
     for (std::size_t index = 0; index < arguments.size(); ++index) {
         const std::string_view text = arguments[index].text;
-        if (!plain && isIn(showing, text)) return;
+        if (!plain && isIn(explaining, text)) return;
+        dryRun = dryRun || (!plain && text == "--dry-run");
         if (!plain && isIn(valueOptions, text))
             ++index;
         else if (text == "--" && !plain)
@@ -123,6 +125,7 @@ void OwnPaths::lookAtCommand(std::span<const Word> arguments) {
     }
     for (const OwnCommand& command : ownCommands) {
         if (question_ || command.name != words[0] || (!command.part.empty() && command.part != words[1])) continue;
+        if (dryRun && command.dryRunShows) continue;
         question_ = command.question;
     }
 }
