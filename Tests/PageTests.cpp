@@ -200,12 +200,22 @@ TEST_F(Page, actsOnlyAsItWasLookedAt) {
 
 // One file that loads nothing, in which no content can end the script around it.
 TEST_F(Page, isKeptInOneFile) {
+    const std::string parent = f.at(""); // what lies above the project is nobody's business
+    event(Agent::claude, "UserPromptSubmit", "t", "Set the port again");
+    f.write("project/secret", "x\n");
+    event(Agent::claude, "PreToolUse-Bash", "t", "rm -rf secret");
     const std::string whole = staticPage({world.projectPath(), "1.0.0", 20, true}, runner());
     const std::string bare = staticPage({world.projectPath(), "1.0.0", 20, false}, runner());
     EXPECT_NE(whole.find("port = 8080"), std::string::npos);
     EXPECT_EQ(bare.find("port = 8080"), std::string::npos);
+    EXPECT_NE(whole.find("Set the port"), std::string::npos);
+    EXPECT_NE(whole.find("rm -rf secret"), std::string::npos);
+    for (const char* text : {"Set the port", "rm -rf secret", parent.c_str()})
+        EXPECT_EQ(bare.find(text), std::string::npos) << text;
+    const StaticSettings others{world.projectPath(), "1.0.0", 20, true, "nobody"};
+    EXPECT_EQ(staticPage(others, runner()).find("Set the port"), std::string::npos);
     for (const std::string& page : {whole, bare}) {
-        EXPECT_NE(page.find("Set the port"), std::string::npos);
+        EXPECT_EQ(page.find("unsafe-inline"), std::string::npos);
         EXPECT_EQ(page.find("<script>alert"), std::string::npos);
         EXPECT_EQ(page.find("<img src=x"), std::string::npos);
         EXPECT_EQ(page.find("src=\""), std::string::npos);

@@ -42,7 +42,7 @@ constexpr Option withCommands{"--commands", "", "with the commands that were run
 constexpr Option asPage{"--html", "FILE", "write it as a page that a browser shows, with what each turn changed",
                         Fill::path};
 constexpr Option withContents{"--contents", "", "with --html: put the changed lines in, without asking"};
-constexpr Option withoutContents{"--no-contents", "", "with --html: leave the changed lines out"};
+constexpr Option withoutContents{"--no-contents", "", "with --html: leave changed lines, prompts and commands out"};
 constexpr Option onPort{"--port", "N", "listen on that port (default: any free one)"};
 constexpr Option noOpen{"--no-open", "", "only print the address"};
 constexpr Option readOnly{"--read-only", "", "a page that changes nothing"};

@@ -374,8 +374,8 @@ async function main() {
     try {
         running = await start([]);
         await foreigners(running);
-        const bare = await openPage(browser, running.address.split('#')[0]);
-        await bare.locator('#message.bad', {hasText: 'token is wrong'}).waitFor();
+        const nobody = await openPage(browser, running.address.split('#')[0]);
+        await nobody.locator('#message.bad', {hasText: 'token is wrong'}).waitFor();
         const view = await openPage(browser, running.address);
         assert.ok(!view.url().includes(running.token));
         await looks(view, 'page');
@@ -413,6 +413,12 @@ async function main() {
         await file(kept, 'main.c').locator('.hljs-keyword').first().waitFor();
         await picturesOf(kept, 'kept-file');
         await kept.clean();
+        tidewrack(['timeline', '--html', path.join(scratch, 'bare.html'), '--no-contents', '--agent=claude']);
+        const bare = await openPage(browser, 'file://' + path.join(scratch, 'bare.html'));
+        await choose(bare, 'A turn, #');
+        await bare.locator('.commands', {hasText: 'left out'}).waitFor();
+        assert.equal(await bare.locator('.row').count(), 1);
+        await bare.clean();
         await showDemo(browser);
         console.log('browse: all is well; screenshots are in ' + path.relative(process.cwd(), tools));
     } finally {

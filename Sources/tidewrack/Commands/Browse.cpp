@@ -64,19 +64,25 @@ int timelineAsPage(Invocation& call, const std::string& file) {
     if (file.empty()) throw CliError("--html needs the name of a file");
     const std::string path = call.absolute(file);
     if (exists(path)) throw CliError(file + " is there already");
+    if (call.json()) throw CliError("--html writes a page: leave --json out");
     const Project project = call.project();
     const std::size_t most = mostListed(call.args);
     bool contents = call.args.has("--contents");
-    if (!contents && !call.args.has("--no-contents")) {
+    const bool noContents = call.args.has("--no-contents");
+    if (contents && noContents) throw CliError("--contents or --no-contents: which of them?");
+    if (!contents && !noContents) {
         if (!canAsk(call))
-            throw CliError("Whoever gets the file can read the changed lines in it: say --contents, or --no-contents "
-                           "to leave them out");
-        call.print("The file will hold the changed lines of up to " + std::to_string(most) +
-                   " turns, of files that others may not be meant to read too. ");
+            throw CliError("Whoever gets the file can read the changed lines, prompts and commands in it: say "
+                           "--contents, or --no-contents to leave them out");
+        call.print("The file will hold the changed lines, prompts and commands of up to " + std::to_string(most) +
+                   " turns, of files that others may not be meant to read too. Without them it holds the names of "
+                   "files, times, agents and sessions. ");
         contents = saysYes(call, "Put them in? (yes/no) ");
     }
     std::vector<std::string> words{project.root, "--html=" + path, "-n", std::to_string(most)};
     if (!contents) words.emplace_back("--no-contents");
+    for (const char* option : {"--agent", "--session"})
+        if (const auto value = call.args.value(option)) words.push_back(std::string(option) + "=" + *value);
     become(call, words);
 }
 

@@ -181,10 +181,12 @@ int show(Invocation& call) {
 }
 
 int timeline(Invocation& call) {
-    if (const auto file = call.args.value("--html")) return timelineAsPage(call, *file);
-    const auto most = mostListed(call.args);
     for (const char* option : {"--agent", "--session"}) // a script's unset variable must not mean all
         if (call.args.value(option) == "") throw CliError(std::string(option) + " needs a value");
+    if (const auto file = call.args.value("--html")) return timelineAsPage(call, *file);
+    for (const char* option : {"--contents", "--no-contents"})
+        if (call.args.has(option)) throw CliError(std::string(option) + " goes with --html");
+    const auto most = mostListed(call.args);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
     call.warnOfUnread(undo.unread());

@@ -43,6 +43,13 @@ Words joined(Words words, const Words& more) {
     return words;
 }
 
+Words timelineWords(const Values& values) {
+    Words words{"timeline", "-n", numberAt(values, "n")};
+    for (const char* name : {"agent", "session"})
+        if (values.contains(name)) words.push_back("--" + std::string(name) + "=" + given(values, name));
+    return words;
+}
+
 CommandWords linesOf(const Values& values) {
     const Words path = values.contains("path") ? Words{"--", given(values, "path")} : Words{};
     if (values.contains("turn")) return {joined({"show", "--lines", numberAt(values, "turn")}, path)};
@@ -126,7 +133,7 @@ std::vector<std::string> CommandWords::forProject(const std::string& root) const
 }
 
 std::optional<CommandWords> reading(std::string_view name, const Values& values) {
-    if (name == "timeline") return CommandWords{{"timeline", "-n", numberAt(values, "n")}};
+    if (name == "timeline") return CommandWords{timelineWords(values)};
     if (name == "show") return CommandWords{{"show", numberAt(values, "turn")}};
     if (name == "changes") return CommandWords{joined({"diff"}, ends(values))};
     if (name == "lines") return linesOf(values);

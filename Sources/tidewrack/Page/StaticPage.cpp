@@ -1,14 +1,18 @@
 #include "Page/StaticPage.hpp"
 
 #include "Page/Assets.hpp"
+#include "Platform/Libraries.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Json.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Text.hpp"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 namespace tidewrack::page {
 
@@ -18,11 +22,6 @@ using nlohmann::json;
 
 constexpr std::size_t largestDocument = 4U << 20U; // one turn's lines; more would only keep the page from opening
 
-// Loads nothing, and talks to nobody.
-constexpr const char* policy =
-    "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'; "
-    "script-src 'unsafe-inline'; base-uri 'none'; form-action 'none'\">\n";
-
 void replaceAll(std::string& text, std::string_view old, std::string_view fresh) {
     for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += fresh.size())
         text.replace(at, old.size(), fresh);
@@ -31,6 +30,21 @@ void replaceAll(std::string& text, std::string_view old, std::string_view fresh)
 std::string_view asset(std::string_view path) {
     const Asset* found = assetAt(path);
     return found == nullptr ? std::string_view() : found->bytes;
+}
+
+std::string lastPart(const json& path) {
+    return std::string(lastComponent(path.get_ref<const std::string&>()));
+}
+
+// Of one row: what somebody wrote, and where the projects lie.
+void removeTexts(json& row) {
+    row["title"] = "";
+    for (json& command : row["commands"]) {
+        command["command"] = "";
+        if (command.contains("project")) command["project"] = lastPart(command["project"]);
+    }
+    for (json& other : row["meanwhile"]) other["title"] = "";
+    for (json& project : row["projects"]) project = lastPart(project);
 }
 
 // What the page would ask a server for, by the names that page.js makes of its questions.
@@ -44,6 +58,11 @@ class Documents {
         auto document = parseJson(ran.out);
         if (!document || ran.out.size() > largestDocument) return std::nullopt;
         std::string key = name;
+        if (!settings_.contents) {
+            if (document->contains("turn")) removeTexts((*document)["turn"]);
+            if (document->contains("rows"))
+                for (json& row : (*document)["rows"]) removeTexts(row);
+        }
         char sign = '?';
         for (const auto& [each, value] : values) {
             key.append(1, sign).append(each).append("=").append(value);
@@ -53,12 +72,13 @@ class Documents {
         return document;
     }
     void addConfig() {
-        all_["config"] = {{"command", ""},
-                          {"body",
-                           {{"root", repairedUtf8(settings_.root)},
-                            {"readOnly", true},
-                            {"version", settings_.version},
-                            {"contents", settings_.contents}}}};
+        all_["config"] = {
+            {"command", ""},
+            {"body",
+             {{"root", repairedUtf8(settings_.contents ? settings_.root : std::string(lastComponent(settings_.root)))},
+              {"readOnly", true},
+              {"version", settings_.version},
+              {"contents", settings_.contents}}}};
     }
     // As a script may hold it: no end of a script can be in it.
     [[nodiscard]] std::string text() const {
@@ -73,20 +93,56 @@ class Documents {
     json all_ = json::object();
 };
 
-// In a text or a pattern of a script both read the same.
-std::string script(std::string_view bytes) {
-    std::string text(bytes);
-    replaceAll(text, "</script", "<\\/script");
-    replaceAll(text, "<!--", "<\\!--");
-    return "<script>\n" + text + "</script>\n";
+std::string base64(std::span<const std::uint8_t> bytes) {
+    constexpr const char* letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        const std::size_t there = std::min<std::size_t>(bytes.size() - at, 3);
+        std::uint32_t bits = 0;
+        for (std::size_t each = 0; each < 3; ++each) bits = bits << 8U | (each < there ? bytes[at + each] : 0U);
+        for (std::size_t each = 0; each < 4; ++each)
+            text += each <= there ? letters[bits >> (18 - 6 * each) & 63U] : '=';
+    }
+    return text;
 }
+
+// A part that stands in the file, and is told to the browser by its digest: nothing else may run.
+class Inline {
+  public:
+    // In a text or a pattern of a script "<\/" reads as "</".
+    std::string script(std::string_view bytes) {
+        std::string text = "\n" + std::string(bytes);
+        replaceAll(text, "</script", "<\\/script");
+        replaceAll(text, "<!--", "<\\!--");
+        allow(scripts_, text);
+        return "<script>" + text + "</script>\n";
+    }
+    std::string style(std::string_view bytes) {
+        allow(styles_, bytes);
+        return "<style>" + std::string(bytes) + "</style>";
+    }
+    // Loads nothing, and talks to nobody.
+    [[nodiscard]] std::string policy() const {
+        return "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src" + styles_ +
+               "; script-src" + scripts_ + "; base-uri 'none'; form-action 'none'\">\n";
+    }
+
+  private:
+    static void allow(std::string& list, std::string_view text) { list += " 'sha256-" + base64(sha256(text)) + "'"; }
+
+    std::string scripts_;
+    std::string styles_;
+};
 
 } // namespace
 
 std::string staticPage(const StaticSettings& settings, const Runner& runner) {
     Documents documents(settings, runner);
     documents.addConfig();
-    const auto timeline = documents.add("timeline", {{"n", std::to_string(settings.rows)}});
+    Values asked{{"n", std::to_string(settings.rows)}};
+    if (!settings.agent.empty()) asked["agent"] = settings.agent;
+    if (!settings.session.empty()) asked["session"] = settings.session;
+    const auto timeline = documents.add("timeline", asked);
     if (!timeline) throw TidewrackError::refused("The timeline can't be read.");
     for (const json& row : (*timeline)["rows"]) {
         const std::string first = std::to_string(row["first"].get<std::int64_t>());
@@ -96,12 +152,13 @@ std::string staticPage(const StaticSettings& settings, const Runner& runner) {
         (void)documents.add(isTurn ? "show" : "changes", span);
         if (settings.contents) (void)documents.add("lines", span);
     }
-    std::string page(asset("/index.html"));
-    replaceAll(page, "<link rel=\"stylesheet\" href=\"page.css\">",
-               std::string(policy) + "<style>\n" + std::string(asset("/page.css")) + "</style>");
+    Inline parts;
+    const std::string style = parts.style(asset("/page.css"));
     std::string scripts = "<script type=\"application/json\" id=\"documents\">" + documents.text() + "</script>\n";
-    if (settings.contents) scripts += script(asset("/highlight.js"));
-    scripts += script(asset("/page.js"));
+    if (settings.contents) scripts += parts.script(asset("/highlight.js"));
+    scripts += parts.script(asset("/page.js"));
+    std::string page(asset("/index.html"));
+    replaceAll(page, "<link rel=\"stylesheet\" href=\"page.css\">", parts.policy() + style);
     replaceAll(page, "<script src=\"page.js\" defer></script>", "");
     replaceAll(page, "</body>", scripts + "</body>");
     return page;

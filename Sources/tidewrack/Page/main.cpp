@@ -128,13 +128,14 @@ int serve(const std::string& root, const Args& args) {
 int writePage(const std::string& root, const std::string& file, const Args& args) {
     page::StaticSettings settings{root, version(), 20, !args.has("--no-contents")};
     if (const auto most = args.value("-n")) settings.rows = static_cast<std::size_t>(std::atoll(most->c_str()));
+    settings.agent = args.value("--agent").value_or("");
+    settings.session = args.value("--session").value_or("");
     const std::string page = page::staticPage(settings, commandRunner(root));
-    const Descriptor to(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!to) throw TidewrackError::io("write", file, errno);
-    if (const int error = writeAll(to.get(), page); error != 0) {
-        (void)::unlink(file.c_str());
-        throw TidewrackError::io("write", file, error);
-    }
+    struct stat like {}; // only its owner reads it until they give it away
+    like.st_mode = S_IFREG | 0600;
+    like.st_uid = ::geteuid();
+    like.st_gid = ::getegid();
+    if (!replaceUserFile(file, std::nullopt, page, &like)) throw TidewrackError::refused(file + " is there already.");
     return 0;
 }
 

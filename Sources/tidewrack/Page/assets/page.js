@@ -123,6 +123,7 @@ async function start() {
     const config = await guarded(() => read('config'));
     if (!config) return;
     page.readOnly = config.body.readOnly;
+    page.bare = config.body.contents === false;
     byId('root').textContent = plain(config.body.root);
     document.title = plain(config.body.root) + ' – Tidewrack';
     document.body.classList.toggle('readonly', page.readOnly);

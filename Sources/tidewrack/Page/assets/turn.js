@@ -5,7 +5,8 @@ import {fileDiff, whenNear} from './diff.js';
 import {act} from './act.js';
 import {byId, clock, commandLine, guarded, make, plain} from './list.js';
 
-export const page = {readOnly: true, sideBySide: false, pinned: new Set()};
+/** `bare`: a file in which prompts, labels and commands were left out. */
+export const page = {readOnly: true, bare: false, sideBySide: false, pinned: new Set()};
 
 export const pictures = /\.(png|jpe?g|gif|webp|avif|bmp|ico|svg)$/i;
 const svg = /\.svg$/i;
@@ -19,7 +20,7 @@ export function titleOf(row) {
     /** @type {Record<string, string>} */
     const names = {turn: 'A turn without a prompt', outside: 'Changes outside of turns', manual: 'A snapshot by hand',
         restore: 'A restore', undo: row.redo ? 'A redo' : 'An undo'};
-    return names[row.type] || row.type;
+    return (page.bare && row.type === 'turn' ? 'A turn' : names[row.type] || row.type) + (page.bare ? ', #' + row.first : '');
 }
 
 /** @param {any} row @returns {HTMLElement} */
@@ -124,7 +125,7 @@ function fileSection(row, path, status, showVersions, known) {
 function commandTable(commands) {
     if (!commands.length) return null;
     const rows = commands.map(each => make('tr', {}, make('td', {class: 'verdict ' + each.verdict}, each.verdict || '–'),
-        make('td', {}, make('code', {}, plain(each.command))), make('td', {class: 'time'}, clock(each.time))));
+        make('td', {}, page.bare ? 'left out' : make('code', {}, plain(each.command))), make('td', {class: 'time'}, clock(each.time))));
     return make('details', {open: true}, make('summary', {}, 'Commands before which something was saved (' + commands.length + ')'),
         make('table', {class: 'commands'}, make('thead', {}, make('tr', {}, make('th', {scope: 'col'}, 'Verdict'),
             make('th', {scope: 'col'}, 'Command'), make('th', {scope: 'col'}, 'Time'))), make('tbody', {}, rows)));
