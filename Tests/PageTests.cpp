@@ -4,6 +4,8 @@
 
 #include "Page/Site.hpp"
 #include "Page/StaticPage.hpp"
+#include "Platform/Libraries.hpp"
+#include "Support/Text.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -49,6 +51,18 @@ class Page : public TurnFixture {
     }
     Answer post(const std::string& name, const json& body) {
         return site.answer(request("POST", "/api/" + name, {}, body.dump()));
+    }
+    // The hunk as the page shows it now.
+    json hunk(std::size_t number) {
+        const json shown = json::parse(get("lines", {{"turn", std::to_string(turn)}, {"path", "config"}}).body);
+        const json& its = shown["files"][0]["hunks"][number - 1];
+        std::string text;
+        for (const json& line : its["lines"]) text += line.get<std::string>();
+        const auto digest = sha256(text);
+        return {{"number", number},
+                {"oldBegin", its["oldBegin"]},
+                {"newBegin", its["newBegin"]},
+                {"digest", hexText({reinterpret_cast<const char*>(digest.data()), digest.size()})}};
     }
     json planned(const json& wish) { return json::parse(post("plan", wish).body); }
 
@@ -162,7 +176,8 @@ TEST_F(Page, actsOnlyAsItWasLookedAt) {
     EXPECT_EQ(config(), "port = 8080\ndebug = on\n");
     EXPECT_EQ(post("act", {{"plan", plan["plan"]}}).status, 409); // it is not kept for a better time
 
-    plan = planned({{"act", "undo"}, {"turn", turn}, {"paths", {"config"}}, {"hunks", {1}}});
+    plan = planned({{"act", "undo"}, {"turn", turn}, {"paths", {"config"}}, {"hunks", {hunk(1)}}});
+    EXPECT_EQ(plan["hunks"][0]["lines"][0], "-port = 80\n");
     const Answer done = post("act", {{"plan", plan["plan"]}});
     EXPECT_EQ(done.status, 200) << done.body;
     EXPECT_EQ(config(), "port = 80\ndebug = on\n");
@@ -183,7 +198,9 @@ TEST_F(Page, actsOnlyAsItWasLookedAt) {
                               {{"act", "undo"}, {"turn", 3}, {"paths", {7}}},
                               {{"act", "undo"}, {"turn", 3}, {"paths", json::array()}},
                               {{"act", "pin"}, {"seq", -1}},
-                              {{"act", "undo"}, {"turn", 3}, {"hunks", {"1 --force"}}},
+                              {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", {1}}},
+                              {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", "1"}},
+                              {{"act", "undo"}, {"turn", 3}, {"hunks", {hunk(1)}}},
                               {{"act", "label"}, {"label", ""}}};
     for (const json& wish : senseless) EXPECT_EQ(post("plan", wish).status, 400) << wish;
     EXPECT_EQ(site.answer(request("POST", "/api/plan", {}, "{")).status, 400);
@@ -196,6 +213,38 @@ TEST_F(Page, actsOnlyAsItWasLookedAt) {
     EXPECT_EQ(readOnly.answer(request("POST", "/api/plan", {}, undo.dump())).status, 403);
     EXPECT_EQ(readOnly.answer(request("POST", "/api/act", {}, R"({"plan":1})")).status, 403);
     EXPECT_TRUE(commands.empty());
+}
+
+// Between being drawn, previewed and done a running turn may grow, and a file may change with the plan as it was.
+TEST_F(Page, refusesWhatIsNotWhatWasChosen) {
+    const std::string middle = "b\nc\nd\ne\nf\ng\nh\ni\n";
+    prompt("t", "Two ends");
+    f.write("project/config", "port = 8080\n" + middle + "end\n");
+    snap("tool", "claude", "t");
+    stop("t");
+    prompt("u", "Runs on");
+    turn = json::parse(world.ok({"timeline", "--json"}))["rows"][0]["first"].get<int>();
+    f.write("project/config", "port = 8080\n" + middle + "END\n");
+    snap("tool", "claude", "u");
+    const auto wish = [&](const json& chosen) {
+        return json{{"act", "undo"}, {"turn", turn}, {"paths", {"config"}}, {"hunks", {chosen}}};
+    };
+    const json last = hunk(1);
+    const json plan = planned(wish(last));
+    f.write("project/config", "port = 1\n" + middle + "END\n");
+    snap("tool", "claude", "u");
+    EXPECT_EQ(post("act", {{"plan", plan["plan"]}}).status, 409);
+    EXPECT_EQ(post("plan", wish(last)).status, 409); // number 1 is the port's now
+    EXPECT_EQ(config(), "port = 1\n" + middle + "END\n");
+    const json right = planned(wish(hunk(2)));
+    EXPECT_EQ(post("act", {{"plan", right["plan"]}}).status, 200);
+    EXPECT_EQ(config(), "port = 1\n" + middle + "end\n");
+
+    const json restore = planned({{"act", "restore"}, {"seq", 1}, {"paths", {"config"}}});
+    EXPECT_EQ(restore["result"]["overwritten"], json({"config"}));
+    f.write("project/config", "port = 2\n" + middle + "end\n");
+    EXPECT_EQ(post("act", {{"plan", restore["plan"]}}).status, 409);
+    EXPECT_EQ(config(), "port = 2\n" + middle + "end\n");
 }
 
 // One file that loads nothing, in which no content can end the script around it.

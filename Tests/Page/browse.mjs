@@ -214,7 +214,7 @@ async function undoes(view) {
     write('main.c', readText('main.c') + '// later\n');
     await file(view, 'main.c').getByRole('button', {name: 'Undo hunk…'}).first().click();
     await view.locator('#do').waitFor();
-    assert.match(await view.locator('#dialog').innerText(), /undo --turn \d+ --hunk 1 -- main\.c[\s\S]*merge\s+main\.c/);
+    assert.match(await view.locator('#dialog').innerText(), /undo --turn \d+ --hunk 1 -- main\.c[\s\S]*merge\s+main\.c[\s\S]*\/\/ second/);
     await picturesOf(view, 'undo-preview');
     await doIt(view);
     assert.equal(readText('main.c'), code('first', 7) + '// later\n');
@@ -229,6 +229,22 @@ async function undoes(view) {
     await file(view, 'notes.md').getByRole('button', {name: 'Undo file…'}).click();
     await doIt(view);
     assert.equal(readText('notes.md'), '# Notes\n\nold\n');
+    // What is left alone is told with the reason, and nothing that was not done can be taken back.
+    write('extra.txt', 'another since\n');
+    await file(view, 'extra.txt').getByRole('button', {name: 'Undo file…'}).click();
+    await view.locator('#do').waitFor();
+    assert.ok(await view.locator('#do').isDisabled());
+    await view.keyboard.press('Escape');
+    await view.route('**/api/act', route => route.fulfill({json: {version: 1, dryRun: false, passedOver: [], vault: [], projects: [{root: '/', takesBack: [],
+        warnings: ['a warning'], actions: [{path: 'main.c', action: 'leave', folder: false, reason: 'the disk is full'}]}]}}));
+    await file(view, 'main.c').getByRole('button', {name: 'Undo file…'}).click();
+    await view.locator('#do').click();
+    await view.locator('#close').waitFor();
+    assert.match(await view.locator('#dialog').innerText(), /the disk is full[\s\S]*a warning/);
+    assert.match(await view.locator('#message.bad').innerText(), /^Nothing was done, 1 left alone\.$/);
+    await view.locator('#close').click();
+    await view.unroute('**/api/act');
+    write('extra.txt', 'one more\n');
     // The rest of the turn, by keys.
     await view.locator('#list').focus();
     await view.keyboard.press('u');

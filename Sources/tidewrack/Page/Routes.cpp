@@ -62,10 +62,14 @@ const json& member(const json& wish, const char* name) {
     return *found;
 }
 
-std::string numberIn(const json& wish, const char* name) {
+std::uint64_t valueIn(const json& wish, const char* name) {
     const json& value = member(wish, name);
     if (!value.is_number_unsigned()) throw BadRequest(std::string(name) + " is no number");
-    return std::to_string(value.get<std::uint64_t>());
+    return value.get<std::uint64_t>();
+}
+
+std::string numberIn(const json& wish, const char* name) {
+    return std::to_string(valueIn(wish, name));
 }
 
 std::string textIn(const json& wish, const char* name) {
@@ -88,25 +92,47 @@ Words pathsIn(const json& wish) {
     return words;
 }
 
-std::string hunksIn(const json& wish) {
-    std::string text;
-    for (const json& each : member(wish, "hunks")) {
-        if (!each.is_number_unsigned()) throw BadRequest("a hunk is no number");
-        text += (text.empty() ? "" : ",") + std::to_string(each.get<std::uint64_t>());
+std::vector<ChosenHunk> hunksIn(const json& wish) {
+    std::vector<ChosenHunk> hunks;
+    if (!wish.contains("hunks")) return hunks;
+    if (!wish["hunks"].is_array() || wish["hunks"].empty()) throw BadRequest("hunks is no list of hunks");
+    for (const json& each : wish["hunks"]) {
+        if (!each.is_object()) throw BadRequest("a hunk is told by its number, its place and its lines");
+        hunks.push_back(
+            {valueIn(each, "number"), valueIn(each, "oldBegin"), valueIn(each, "newBegin"), textIn(each, "digest")});
     }
-    if (text.empty()) throw BadRequest("hunks is no list of numbers");
-    return text;
+    return hunks;
+}
+
+Act actBy(Words words, bool hasDryRun = true) {
+    Act act;
+    act.command.words = std::move(words);
+    act.hasDryRun = hasDryRun;
+    return act;
 }
 
 // A turn where one is named, else what lies between two snapshots.
-Words undoWords(const json& wish) {
+Act undoOf(const json& wish) {
+    const bool isTurn = wish.contains("turn");
     Words words{"undo"};
-    if (wish.contains("turn"))
+    if (isTurn)
         words.insert(words.end(), {"--turn", numberIn(wish, "turn")});
     else
         words.push_back(numberIn(wish, "from") + ".." + numberIn(wish, "to"));
-    if (wish.contains("hunks")) words.insert(words.end(), {"--hunk", hunksIn(wish)});
-    return joined(std::move(words), pathsIn(wish));
+    const Words paths = pathsIn(wish);
+    Act act;
+    act.hunks = hunksIn(wish);
+    if (!act.hunks.empty()) {
+        if (paths.size() != 2) throw BadRequest("hunks are of one path");
+        std::string numbers;
+        for (const ChosenHunk& hunk : act.hunks) numbers += (numbers.empty() ? "" : ",") + std::to_string(hunk.number);
+        words.insert(words.end(), {"--hunk", numbers});
+        act.hunkLines.words = isTurn ? Words{"show", "--lines", numberIn(wish, "turn")}
+                                     : Words{"diff", "--lines", numberIn(wish, "from"), numberIn(wish, "to")};
+        act.hunkLines.words = joined(std::move(act.hunkLines.words), paths);
+    }
+    act.command.words = joined(std::move(words), paths);
+    return act;
 }
 
 } // namespace
@@ -150,16 +176,16 @@ std::optional<CommandWords> reading(std::string_view name, const Values& values)
 Act actOf(const json& wish) {
     if (!wish.is_object()) throw BadRequest("no act");
     const std::string name = textIn(wish, "act");
-    if (name == "undo") return {{undoWords(wish)}};
-    if (name == "redo") return {{{"redo"}}};
+    if (name == "undo") return undoOf(wish);
+    if (name == "redo") return actBy({"redo"});
     if (name == "restore") {
         const Words paths = pathsIn(wish); // never the whole folder by an omission
         if (paths.empty()) throw BadRequest("paths is missing");
-        return {{joined({"restore", numberIn(wish, "seq")}, paths)}};
+        return actBy(joined({"restore", numberIn(wish, "seq")}, paths));
     }
-    if (name == "putback") return {{{"vault", "restore", "--", textIn(wish, "id")}}};
-    if (name == "pin" || name == "unpin") return {{{name, numberIn(wish, "seq")}}, false};
-    if (name == "label") return {{{"snap", "--label=" + textIn(wish, "label")}}, false};
+    if (name == "putback") return actBy({"vault", "restore", "--", textIn(wish, "id")});
+    if (name == "pin" || name == "unpin") return actBy({name, numberIn(wish, "seq")}, false);
+    if (name == "label") return actBy({"snap", "--label=" + textIn(wish, "label")}, false);
     throw BadRequest("unknown act " + name);
 }
 

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -33,13 +34,24 @@ struct CommandWords {
 // What is read; none for an unknown name. Throws BadRequest.
 [[nodiscard]] std::optional<CommandWords> reading(std::string_view name, const Values& values);
 
+// A hunk as the page showed it: its number alone may stand for another one by now.
+struct ChosenHunk {
+    std::uint64_t number = 0; // from 1
+    std::uint64_t oldBegin = 0;
+    std::uint64_t newBegin = 0;
+    std::string digest; // SHA-256 of its lines, in hexadecimal digits
+};
+
 // What changes something.
 struct Act {
     CommandWords command;
     bool hasDryRun = true; // the command itself tells what it would do
+    std::vector<ChosenHunk> hunks;
+    CommandWords hunkLines; // what prints the hunks of their file
 };
 
-// `wish`: {"act": NAME, ...}. Throws BadRequest.
+// `wish`: {"act": NAME, ...}; of an undo of hunks {"hunks": [{"number", "oldBegin", "newBegin", "digest"}]}. Throws
+// BadRequest.
 [[nodiscard]] Act actOf(const nlohmann::json& wish);
 
 } // namespace tidewrack::page

@@ -13,6 +13,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t mostPlans = 200;
+constexpr std::size_t longestWarnings = 2000;
 constexpr std::string_view interface = "/api/";
 
 constexpr const char* jsonType = "application/json; charset=utf-8";
@@ -34,12 +35,16 @@ bool isSame(std::string_view given, std::string_view right) {
     return differences == 0;
 }
 
+// Cut before they are made whole letters: they go into a header.
+std::string warningsOf(const Ran& ran) {
+    return repairedUtf8(std::string_view(ran.err).substr(0, longestWarnings));
+}
+
 // What a command printed, or why it printed nothing. Some tell by their status that all is not well, and print it.
 Answer answerOf(const Ran& ran, const CommandWords& command) {
     const bool failed = command.isJson ? ran.out.empty() : ran.status != 0;
     if (failed) return {422, "text/plain; charset=utf-8", repairedUtf8(ran.err), command.shown(), ""};
-    return {200, command.isJson ? jsonType : "application/octet-stream", ran.out, command.shown(),
-            repairedUtf8(ran.err)};
+    return {200, command.isJson ? jsonType : "application/octet-stream", ran.out, command.shown(), warningsOf(ran)};
 }
 
 } // namespace
@@ -78,6 +83,8 @@ Answer Site::answer(const Request& request) {
             return ofInterface(request);
         } catch (const BadRequest& bad) {
             return refusal(400, repairedUtf8(bad.what()));
+        } catch (const OtherHunk& other) {
+            return refusal(409, other.what());
         } catch (const std::exception& error) {
             return refusal(500, repairedUtf8(error.what()));
         }
@@ -116,13 +123,13 @@ Answer Site::plan(const Request& request) {
     if (!wish) throw BadRequest("no JSON");
     const Act act = actOf(*wish);
     const std::lock_guard guard(mutex_);
-    const Ran dry = desk_.foresee(act);
-    const auto foreseen = parseJson(dry.out);
-    if (!foreseen) return answerOf(dry, act.command);
+    const Foreseen foreseen = desk_.foresee(act);
+    if (foreseen.told.is_discarded()) return answerOf(foreseen.dry, act.command);
     if (plans_.size() >= mostPlans) plans_.erase(plans_.begin());
-    plans_[++newest_] = {act, dry.out};
-    return {200, jsonType, compactJson({{"plan", newest_}, {"command", act.command.shown()}, {"result", *foreseen}}),
-            act.command.shown(), repairedUtf8(dry.err)};
+    plans_[++newest_] = {act, foreseen.identity};
+    const json document{
+        {"plan", newest_}, {"command", act.command.shown()}, {"result", foreseen.told}, {"hunks", foreseen.hunks}};
+    return {200, jsonType, compactJson(document), act.command.shown(), warningsOf(foreseen.dry)};
 }
 
 Answer Site::carryOut(const Request& request) {
@@ -134,7 +141,7 @@ Answer Site::carryOut(const Request& request) {
     if (found == plans_.end()) return refusal(409, "That plan is not known: look at it again first.");
     const Plan chosen = found->second;
     plans_.erase(found); // once
-    const auto ran = desk_.carryOut(chosen.act, chosen.foreseen);
+    const auto ran = desk_.carryOut(chosen.act, chosen.identity);
     if (!ran) return refusal(409, "More was changed meanwhile; nothing was done. Look at it again.");
     return answerOf(*ran, chosen.act.command);
 }

@@ -54,7 +54,7 @@ class Site {
   private:
     struct Plan {
         Act act;
-        std::string foreseen; // what the dry run printed
+        std::string identity; // of what was foreseen
     };
 
     [[nodiscard]] bool isForUs(const Request& request) const;

@@ -4,7 +4,7 @@ import {isStatic} from './api.js';
 import {make, plain} from './list.js';
 
 /** @typedef {{oldBegin: number, newBegin: number, lines: string[]}} Hunk */
-/** @typedef {{path: string, status: string, from: number, to?: number, added: number, removed: number, note?: string, hunks: Hunk[]}} ChangedFile */
+/** @typedef {{path: string, note?: string, hunks: Hunk[], numbers?: number[]}} ChangedFile `numbers`: of its hunks, where they are not all */
 /** @typedef {{sign: string, text: string, old: number|null, fresh: number|null}} Line */
 
 const longest = 2000; // characters of a line that are drawn
@@ -111,7 +111,7 @@ export function whenNear(element, call) {
 
 /**
  * @param {ChangedFile} file @param {boolean} sideBySide
- * @param {((hunk: number) => void)|null} undoHunk what the button of a hunk does, by its number
+ * @param {((number: number, hunk: Hunk) => void)|null} undoHunk what the button of a hunk does
  */
 export function fileDiff(file, sideBySide, undoHunk) {
     const place = make('div', {class: 'diff' + (sideBySide ? ' beside' : ''), tabindex: 0, role: 'group', 'aria-label': 'Lines of ' + plain(file.path)});
@@ -122,7 +122,7 @@ export function fileDiff(file, sideBySide, undoHunk) {
     file.hunks.forEach((hunk, index) => {
         const lines = linesOf(hunk);
         for (let at = 0; at < lines.length; at += atOnce)
-            pieces.push({number: at ? 0 : index + 1, hunk, lines: lines.slice(at, at + atOnce)});
+            pieces.push({number: at ? 0 : file.numbers ? file.numbers[index] : index + 1, hunk, lines: lines.slice(at, at + atOnce)});
     });
     /** @param {any} hljs */
     const next = hljs => {
@@ -132,7 +132,7 @@ export function fileDiff(file, sideBySide, undoHunk) {
             drawn += lines.length;
             if (number) place.append(make('div', {class: 'hunk'},
                 make('span', {}, 'Hunk ' + number + ', line ' + (hunk.newBegin || hunk.oldBegin)),
-                undoHunk && make('button', {type: 'button', class: 'quiet', onclick: () => undoHunk(number)}, 'Undo hunk…')));
+                undoHunk && make('button', {type: 'button', class: 'quiet', onclick: () => undoHunk(number, hunk)}, 'Undo hunk…')));
             place.append(make('table', {role: 'presentation'},
                 make('tbody', {}, (sideBySide ? beside : unified)(lines, hljs, language))));
         }
