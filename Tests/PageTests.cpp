@@ -38,6 +38,9 @@ class Page : public TurnFixture {
             return Ran{outcome.status, outcome.out, outcome.err};
         };
     }
+    static Values fromAFile(const char* dest) {
+        return {{"sec-fetch-site", "cross-site"}, {"sec-fetch-mode", "navigate"}, {"sec-fetch-dest", dest}};
+    }
     static Request request(const std::string& method, const std::string& path, const Values& query = {},
                            const std::string& body = "") {
         return {method,
@@ -95,6 +98,12 @@ TEST_F(Page, answersItsOwnPageAlone) {
         {{{"origin", "http://localhost:7000"}}, "GET", "/api/config", 403}, // not the host's
         {{{"sec-fetch-site", "cross-site"}}, "GET", "/api/config", 403},
         {{{"sec-fetch-site", "cross-site"}}, "GET", "/page.js", 403},
+        {{{"sec-fetch-site", "cross-site"}}, "GET", "/", 403},
+        {fromAFile("document"), "GET", "/", 200}, // how the browser is led to the page
+        {fromAFile("iframe"), "GET", "/", 403},
+        {fromAFile("document"), "POST", "/", 403},
+        {fromAFile("document"), "GET", "/page.js", 403},
+        {fromAFile("document"), "GET", "/api/config", 403},
         {{{"x-tidewrack-token", ""}}, "GET", "/", 200}, // nothing of the project is in it
         {{{"x-tidewrack-token", ""}}, "GET", "/page.js", 200},
         {{}, "GET", "/../etc/passwd", 404},
@@ -271,4 +280,25 @@ TEST_F(Page, isKeptInOneFile) {
         EXPECT_EQ(page.find("rel=\"stylesheet\""), std::string::npos);
         EXPECT_NE(page.find("default-src 'none'"), std::string::npos);
     }
+}
+
+TEST_F(Page, endsNoActHalfwayAndBeginsNoneAfterwards) {
+    bool acted = false;
+    Site busy{{world.projectPath(), token, "1.0.0", false}, [&](const std::vector<std::string>& words) {
+                  acted = acted || words[0] == "pin";
+                  EXPECT_EQ(busy.isActing(), words[0] == "pin") << words[0];
+                  return Ran{0, "{}", std::string(1999, 'a') + "\u00e9"};
+              }};
+    busy.setPort(7000);
+    const std::string pin = R"({"act":"pin","seq":1})";
+    EXPECT_EQ(busy.answer(request("POST", "/api/plan", {}, pin)).status, 200);
+    EXPECT_EQ(busy.answer(request("POST", "/api/act", {}, R"({"plan":1})")).status, 200);
+    EXPECT_TRUE(acted && !busy.isActing());
+    EXPECT_EQ(busy.answer(request("POST", "/api/plan", {}, pin)).status, 200);
+    busy.end();
+    EXPECT_EQ(busy.answer(request("POST", "/api/act", {}, R"({"plan":2})")).status, 503);
+    // Only who has the token keeps the page, and warnings are whole letters.
+    const Answer status = busy.answer(request("GET", "/api/status"));
+    EXPECT_TRUE(status.isForUs && isUtf8(status.warnings)) << status.warnings.size();
+    EXPECT_FALSE(busy.answer(request("GET", "/")).isForUs);
 }

@@ -83,8 +83,9 @@ function makeHistory() {
     tidewrack(['snap', '--label=by hand']);
 }
 
-function start(words, {folder, env} = place) {
-    const server = spawn(program, ['browse', '--no-open', ...words], {cwd: folder, env});
+function start(words, {folder, env} = place, asGiven = false, before = '') {
+    const all = ['browse', ...(asGiven ? words : ['--no-open', ...words])];
+    const server = spawn('/bin/sh', ['-c', before + 'exec "$0" "$@"', program, ...all], {cwd: folder, env});
     server.stderr.pipe(process.stderr);
     return new Promise((done, failed) => {
         server.on('exit', status => failed(new Error('it ended with ' + status)));
@@ -128,6 +129,100 @@ async function foreigners({port, token}) {
     assert.equal(await status(port, right, 'GET', '/..%2f..%2fetc/passwd'), 404);
 }
 
+const rest = milliseconds => new Promise(done => setTimeout(done, milliseconds));
+const endOf = ({server}) => new Promise(done => server.removeAllListeners('exit').on('exit', done));
+
+// Nobody without the token holds the page up, fills its memory or keeps it from ending.
+async function pests() {
+    const running = await start(['--read-only']);
+    const {port, token, server} = running;
+    const slow = Array.from({length: 40}, () => {
+        const line = net.connect(port, '127.0.0.1', () => line.write('GET / HTTP/1.1\r\nHost: x'));
+        const drip = setInterval(() => line.write('x'), 500);
+        return line.on('error', () => {}).on('close', () => clearInterval(drip));
+    });
+    await rest(300);
+    const began = Date.now();
+    assert.equal(await status(port, {'X-Tidewrack-Token': token}), 200);
+    assert.ok(Date.now() - began < 12000, 'it answers after ' + (Date.now() - began));
+    const sent = await new Promise(done => {
+        let bytes = 0;
+        const line = net.connect(port, '127.0.0.1', () => line.write('GET / HTTP/1.1\r\n'));
+        const more = () => {
+            while (bytes < 64 << 20 && !line.destroyed && line.write('X-More: ' + 'x'.repeat(4000) + '\r\n')) bytes += 4010;
+            if (bytes >= 64 << 20) line.destroy();
+            bytes += 4010;
+        };
+        line.on('connect', more).on('drain', more).on('error', () => {}).on('close', () => done(bytes));
+    });
+    assert.ok(sent < 32 << 20, 'it took ' + sent);
+    const more = Array.from({length: 20}, () => net.connect(port, '127.0.0.1').on('error', () => {}).on('connect', function() { this.write('GET /'); }));
+    await rest(200);
+    const ended = endOf(running);
+    server.kill('SIGINT');
+    assert.equal(await Promise.race([ended, rest(3000).then(() => 'it is still there')]), 0);
+    for (const line of [...slow, ...more]) line.destroy();
+}
+
+// What the system's program for opening files does with the address, and what becomes of both.
+async function opens(browser) {
+    const bin = path.join(scratch, 'bin'), told = path.join(scratch, 'opened');
+    fs.mkdirSync(bin);
+    fs.writeFileSync(path.join(bin, 'xdg-open'), `#!/bin/sh
+{ echo "$1"; echo $$; cut -d' ' -f6 /proc/$$/stat; for fd in /proc/$$/fd/*; do readlink "$fd"; done; } >'${told}.new'
+mv '${told}.new' '${told}'
+exec sleep 60
+`, {mode: 0o755});
+    const env = {...place.env, PATH: bin + ':' + process.env.PATH};
+    const running = await start([], {folder: place.folder, env}, true);
+    for (let asked = 0; asked < 100 && !fs.existsSync(told); ++asked) await rest(50);
+    const [doorway, pid, session, ...files] = fs.readFileSync(told, 'utf8').trim().split('\n');
+    try {
+        assert.equal(fs.statSync(doorway).mode & 0o77, 0);
+        assert.equal(session, pid); // Ctrl-C in the page's terminal is not for the browser
+        const ours = fs.readdirSync('/proc/self/fd').map(each => {
+            try {
+                return fs.readlinkSync('/proc/self/fd/' + each); // what this test was given itself
+            } catch {
+                return ''; // the listing's own
+            }
+        });
+        assert.deepEqual(files.filter(each => /pipe|socket/.test(each) && !ours.includes(each)), []);
+        const view = await openPage(browser, 'file://' + doorway);
+        await view.locator('.row').first().waitFor();
+        await view.clean();
+        for (let asked = 0; asked < 40 && fs.existsSync(doorway); ++asked) await rest(50);
+        assert.ok(!fs.existsSync(doorway), 'the address lies around');
+        const ended = endOf(running);
+        running.server.kill('SIGHUP');
+        assert.equal(await ended, 0);
+        process.kill(Number(pid), 0); // it is still there
+    } finally {
+        process.kill(Number(pid));
+    }
+}
+
+// A limit on the size of files lets a write fail, and ends nothing.
+async function limits() {
+    const file = path.join(scratch, 'limited.html');
+    const kept = spawnSync('/bin/sh', ['-c', 'ulimit -f 8; exec "$0" timeline --html "$1" --contents', program, file], {cwd: place.folder, env: place.env});
+    assert.equal(kept.status, 1, kept.stderr + ' ' + kept.signal);
+    assert.deepEqual(fs.readdirSync(scratch).filter(each => each.startsWith('limited') || each.startsWith('.tidewrack-')), []);
+    const running = await start(['--no-open'], place, true, 'ulimit -f 8; ');
+    const post = (name, body) => fetch(`http://127.0.0.1:${running.port}/api/${name}`, {method: 'POST', body: JSON.stringify(body),
+        headers: {'X-Tidewrack-Token': running.token, 'Content-Type': 'application/json'}});
+    const many = JSON.parse(tidewrack(['find', '--json', '--', 'many.txt'])).paths[0];
+    place.remove('many.txt');
+    const {plan} = await (await post('plan', {act: 'restore', seq: many.to, paths: ['many.txt']})).json();
+    const done = await post('act', {plan});
+    assert.match(await done.text(), /too large/i);
+    assert.equal(await status(running.port, {'X-Tidewrack-Token': running.token}), 200);
+    const ended = endOf(running);
+    running.server.kill();
+    assert.equal(await ended, 0);
+    tidewrack(['restore', String(many.to), 'many.txt']);
+}
+
 // As long as somebody looks it is there; who may not look does not keep it.
 async function idles() {
     const server = spawn(program + '-browse', [place.folder, '--no-open', '--idle=2'], {cwd: place.folder, env: place.env});
@@ -137,7 +232,10 @@ async function idles() {
         assert.equal(await status(port, {'X-Tidewrack-Token': token}), 200);
         await new Promise(done => setTimeout(done, 250));
     }
-    const pest = setInterval(() => status(port, {'X-Tidewrack-Token': 'wrong'}), 100);
+    const pest = setInterval(() => {
+        void status(port, {'X-Tidewrack-Token': 'wrong'});
+        void status(port, {}, 'GET', '/');
+    }, 100);
     assert.equal(await ended, 0);
     clearInterval(pest);
 }
@@ -415,6 +513,9 @@ async function main() {
         await view.locator('#message.bad', {hasText: 'The server has ended'}).waitFor();
 
         await idles();
+        await opens(browser);
+        await pests();
+        await limits();
         running = await start(['--read-only']);
         const reader = await openPage(browser, running.address);
         await choose(reader, 'Return another status');

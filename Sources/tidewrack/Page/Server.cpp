@@ -1,37 +1,56 @@
 #include "Page/Server.hpp"
 
+#include "Page/Connection.hpp"
+#include "Platform/Process.hpp"
 #include "Support/Errors.hpp"
 
-#include <httplib.h>
-
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <optional>
 #include <thread>
 
 namespace tidewrack::page {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = Connection::Clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 constexpr const char* loopback = "127.0.0.1";
 constexpr std::size_t mostThreads = 16; // a browser keeps six connections
 constexpr std::size_t longestBody = 1U << 20U;
+constexpr std::size_t mostRequests = 1000; // of one connection
+constexpr seconds betweenRequests(1);
+constexpr seconds doorwayTime(30);
+constexpr seconds lastAnswerTime(2);
 
-int signalPipe[2] = {-1, -1};
+// What wakes the thread that waits for the end: a byte of this pipe.
+constexpr char bySignal = 's';
+constexpr char byVisitor = 'v';
+int wakeEnd = -1;
+
+void wake(char why) {
+    const int error = errno;
+    (void)!::write(wakeEnd, &why, 1);
+    errno = error;
+}
 
 extern "C" void noteSignal(int) {
-    const char byte = 0;
-    (void)!::write(signalPipe[1], &byte, 1);
+    wake(bySignal);
 }
 
 void catchSignals() {
-    if (::pipe(signalPipe) != 0) throw TidewrackError::io("make a pipe", "", errno);
     struct sigaction action {};
     action.sa_handler = noteSignal;
+    action.sa_flags = SA_RESTART;
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) (void)::sigaction(number, &action, nullptr);
 }
 
@@ -65,24 +84,8 @@ Request requestOf(const httplib::Request& from) {
 void send(const Answer& answer, httplib::Response& to) {
     to.status = answer.status;
     if (!answer.command.empty()) to.set_header("X-Tidewrack-Command", encoded(answer.command));
-    if (!answer.warnings.empty()) to.set_header("X-Tidewrack-Warnings", encoded(answer.warnings.substr(0, 2000)));
+    if (!answer.warnings.empty()) to.set_header("X-Tidewrack-Warnings", encoded(answer.warnings));
     to.set_content(answer.body, answer.type);
-}
-
-void configure(httplib::Server& server) {
-    server.new_task_queue = [] { return new httplib::ThreadPool(mostThreads); }; // which the library deletes
-    server.set_payload_max_length(longestBody);
-    server.set_keep_alive_max_count(1000);
-    server.set_keep_alive_timeout(1); // seconds: the end waits for connections that are still open
-    server.set_tcp_nodelay(true);
-    // Its own way lets others listen on the same port.
-    server.set_socket_options([](socket_t socket) {
-        const int yes = 1;
-        (void)::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    });
-    httplib::Headers headers;
-    for (const auto& [name, value] : securityHeaders()) headers.emplace(name, value);
-    server.set_default_headers(std::move(headers));
 }
 
 // The library holds a body to the limit by the length that the request tells, and reads those of all methods.
@@ -96,43 +99,136 @@ httplib::Server::HandlerResponse refuseUnread(const httplib::Request& request, h
     return httplib::Server::HandlerResponse::Handled;
 }
 
-// Until a signal comes, or the last question is `idle` old.
-void waitForEnd(const std::atomic<Clock::rep>& lastAsked, std::chrono::seconds idle) {
-    for (;;) {
-        const auto quiet = Clock::now() - Clock::time_point(Clock::duration(lastAsked.load()));
-        if (quiet >= idle) return;
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(idle - quiet).count() + 1;
-        pollfd wait{signalPipe[0], POLLIN, 0};
-        if (::poll(&wait, 1, static_cast<int>(left)) > 0) return;
+// The library's server, with connections that are held to their limits.
+class PageServer : public httplib::Server {
+  public:
+    PageServer(Site& site, const Serving& serving) : site_(site), serving_(serving) {
+        if (const int error = makePipe(woken_, waker_); error != 0) throw TidewrackError::io("make a pipe", "", error);
+        wakeEnd = waker_.get();
+        configure();
     }
+
+    // Returns when it is told to end, or was idle for too long.
+    void waitForEnd();
+    // What changes something has an end, and its answer a moment.
+    void finishActs();
+
+  private:
+    void configure();
+    bool process_and_close_socket(socket_t socket) override;
+    void handle(const httplib::Request& request, httplib::Response& response);
+    // The reason to wake by then; none: the time has come.
+    [[nodiscard]] std::optional<char> wokenBy(Clock::time_point until) const;
+    [[nodiscard]] Clock::time_point idleUntil() const {
+        return Clock::time_point(Clock::duration(lastAsked_.load())) + serving_.idle;
+    }
+
+    Site& site_;
+    const Serving& serving_;
+    Descriptor woken_;
+    Descriptor waker_;
+    std::atomic<Clock::rep> lastAsked_ = Clock::now().time_since_epoch().count();
+    std::atomic<bool> wasFound_ = false;
+    std::atomic<int> acts_ = 0; // asked for, and their answers not sent yet
+    static thread_local bool isAct;
+};
+
+thread_local bool PageServer::isAct = false;
+
+void PageServer::configure() {
+    new_task_queue = [] { return new httplib::ThreadPool(mostThreads); }; // which the library deletes
+    set_payload_max_length(longestBody);
+    set_keep_alive_max_count(mostRequests); // both only tell the browser
+    set_keep_alive_timeout(betweenRequests.count());
+    set_tcp_nodelay(true);
+    // Its own way lets others listen on the same port.
+    set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        (void)::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
+    httplib::Headers headers;
+    for (const auto& [name, value] : securityHeaders()) headers.emplace(name, value);
+    set_default_headers(std::move(headers));
+    set_pre_routing_handler(refuseUnread);
+    const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
+        handle(request, response);
+    };
+    Get(".*", answer);
+    Post(".*", answer);
+}
+
+bool PageServer::process_and_close_socket(socket_t socket) {
+    (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
+    bool isOpen = true;
+    for (std::size_t left = mostRequests; isOpen && left > 0 && svr_sock_ != INVALID_SOCKET; --left) {
+        if (!isReady(socket, POLLIN, Clock::now() + betweenRequests)) break;
+        Connection connection(socket);
+        bool wantsEnd = false;
+        isOpen = process_request(connection, left == 1, wantsEnd, nullptr) && !wantsEnd && !connection.isBroken();
+        if (isAct) --acts_;
+        isAct = false;
+    }
+    (void)::shutdown(socket, SHUT_RDWR);
+    (void)::close(socket);
+    return isOpen;
+}
+
+void PageServer::handle(const httplib::Request& request, httplib::Response& response) {
+    isAct = request.path == "/api/act";
+    if (isAct) ++acts_;
+    const Answer answer = site_.answer(requestOf(request));
+    send(answer, response);
+    if (!answer.isForUs) return;
+    lastAsked_ = Clock::now().time_since_epoch().count();
+    if (!wasFound_.exchange(true)) wake(byVisitor);
+}
+
+std::optional<char> PageServer::wokenBy(Clock::time_point until) const {
+    char why = 0;
+    if (isReady(woken_.get(), POLLIN, until) && ::read(woken_.get(), &why, 1) == 1) return why;
+    return std::nullopt;
+}
+
+void PageServer::waitForEnd() {
+    const auto closing = Clock::now() + doorwayTime;
+    for (bool doorIsOpen = true; Clock::now() < idleUntil();) {
+        const auto why = wokenBy(doorIsOpen ? std::min(closing, idleUntil()) : idleUntil());
+        if (why == bySignal) return;
+        if (!doorIsOpen || (why != byVisitor && Clock::now() < closing)) continue;
+        serving_.found();
+        doorIsOpen = false;
+    }
+}
+
+void PageServer::finishActs() {
+    while (site_.isActing()) (void)wokenBy(Clock::now() + milliseconds(20)); // no signal ends it halfway
+    const auto until = Clock::now() + lastAnswerTime;
+    while (acts_ > 0 && Clock::now() < until)
+        if (wokenBy(Clock::now() + milliseconds(20)) == bySignal) return;
 }
 
 } // namespace
 
-void serve(Site& site, int port, std::chrono::seconds idle, const std::function<void(int)>& ready) {
+void serve(Site& site, const Serving& serving) {
+    PageServer server(site, serving);
     catchSignals();
-    httplib::Server server;
-    configure(server);
-    std::atomic<Clock::rep> lastAsked = Clock::now().time_since_epoch().count();
-    const auto handle = [&](const httplib::Request& request, httplib::Response& response) {
-        send(site.answer(requestOf(request)), response);
-        if (response.status < 400) lastAsked = Clock::now().time_since_epoch().count();
-    };
-    server.set_pre_routing_handler(refuseUnread);
-    server.Get(".*", handle);
-    server.Post(".*", handle);
+    int port = serving.port;
     if (port == 0)
         port = server.bind_to_any_port(loopback);
     else if (!server.bind_to_port(loopback, port))
         port = -1;
     if (port < 0) throw TidewrackError::io("Can't listen on that port; leave --port out to take any free one.");
     site.setPort(port);
-    std::thread listener([&] { server.listen_after_bind(); });
-    while (!server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ready(port);
-    waitForEnd(lastAsked, idle);
+    // Not waited for: a connection may be held open by somebody.
+    std::thread([&server] { server.listen_after_bind(); }).detach();
+    while (!server.is_running()) std::this_thread::sleep_for(milliseconds(1));
+    serving.ready(port);
+    server.waitForEnd();
+    site.end();
     server.stop();
-    listener.join();
+    server.finishActs();
+    serving.ended();
+    ::_exit(0);
 }
 
 } // namespace tidewrack::page

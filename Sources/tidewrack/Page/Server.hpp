@@ -8,8 +8,17 @@
 
 namespace tidewrack::page {
 
-// Answers until it is told to end (Ctrl-C, SIGTERM) or nobody has asked for anything for `idle`. `port` 0: any free
-// one. `ready` is called with the port once answers are given. Throws TidewrackError where the port can't be had.
-void serve(Site& site, int port, std::chrono::seconds idle, const std::function<void(int)>& ready);
+struct Serving {
+    int port = 0; // 0: any free one
+    std::chrono::seconds idle;
+    std::function<void(int port)> ready; // once answers are given
+    std::function<void()> found;         // the first with the right token is here, or has let half a minute pass
+    std::function<void()> ended;         // the last that is done
+};
+
+// Answers until it is told to end (Ctrl-C, SIGTERM, SIGHUP) or nobody with the right token has asked for anything for
+// `idle`; then leaves the process with status 0. What changes something is seen through before; nobody else is waited
+// for. Throws TidewrackError where the port can't be had.
+[[noreturn]] void serve(Site& site, const Serving& serving);
 
 } // namespace tidewrack::page

@@ -47,6 +47,18 @@ Answer answerOf(const Ran& ran, const CommandWords& command) {
     return {200, command.isJson ? jsonType : "application/octet-stream", ran.out, command.shown(), warningsOf(ran)};
 }
 
+// While it lives, something is being changed.
+class Acting {
+  public:
+    explicit Acting(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+    Acting(const Acting&) = delete;
+    Acting& operator=(const Acting&) = delete;
+    ~Acting() { flag_ = false; }
+
+  private:
+    std::atomic<bool>& flag_;
+};
+
 } // namespace
 
 const std::map<std::string, std::string>& securityHeaders() {
@@ -71,7 +83,10 @@ bool Site::isForUs(const Request& request) const {
     const std::string origin = header(request, "origin");
     if (!origin.empty() && origin != "http://" + host) return false;
     const std::string from = header(request, "sec-fetch-site");
-    return from.empty() || from == "same-origin" || from == "none";
+    if (from.empty() || from == "same-origin" || from == "none") return true;
+    // A file leads the browser here when the page is opened. There is nothing of the project in what it gets.
+    return request.method == "GET" && request.path == "/" && header(request, "sec-fetch-mode") == "navigate" &&
+           header(request, "sec-fetch-dest") == "document";
 }
 
 Answer Site::answer(const Request& request) {
@@ -80,7 +95,9 @@ Answer Site::answer(const Request& request) {
         if (!isSame(header(request, "x-tidewrack-token"), settings_.token))
             return refusal(403, "The token is wrong: open the address that tidewrack browse printed.");
         try {
-            return ofInterface(request);
+            Answer answer = ofInterface(request);
+            answer.isForUs = true;
+            return answer;
         } catch (const BadRequest& bad) {
             return refusal(400, repairedUtf8(bad.what()));
         } catch (const OtherHunk& other) {
@@ -141,6 +158,8 @@ Answer Site::carryOut(const Request& request) {
     if (found == plans_.end()) return refusal(409, "That plan is not known: look at it again first.");
     const Plan chosen = found->second;
     plans_.erase(found); // once
+    const Acting acting(isActing_);
+    if (hasEnded_) return refusal(503, "The page has ended; nothing was done.");
     const auto ran = desk_.carryOut(chosen.act, chosen.identity);
     if (!ran) return refusal(409, "More was changed meanwhile; nothing was done. Look at it again.");
     return answerOf(*ran, chosen.act.command);

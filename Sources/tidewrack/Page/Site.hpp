@@ -27,6 +27,7 @@ struct Answer {
     std::string body;
     std::string command;  // the command line that prints the same; empty: none
     std::string warnings; // what that wrote on standard error
+    bool isForUs = false; // it was asked for with the right token
 };
 
 // Every answer carries these: nothing may be loaded but what this server has, or be shown in another page.
@@ -51,6 +52,10 @@ class Site {
     // May be called from several threads. Never throws for what was asked.
     [[nodiscard]] Answer answer(const Request& request);
 
+    // Nothing more is changed from now on; what has begun goes on.
+    void end() { hasEnded_ = true; }
+    [[nodiscard]] bool isActing() const { return isActing_; }
+
   private:
     struct Plan {
         Act act;
@@ -66,6 +71,8 @@ class Site {
     const Settings settings_;
     const Desk desk_;
     std::atomic<int> port_ = 0;
+    std::atomic<bool> hasEnded_ = false;
+    std::atomic<bool> isActing_ = false;
     std::mutex mutex_; // plans are made and carried out one after the other
     std::map<std::uint64_t, Plan> plans_;
     std::uint64_t newest_ = 0;

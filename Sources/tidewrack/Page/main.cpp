@@ -1,7 +1,7 @@
 // The page of one project's history: what `tidewrack browse` and `tidewrack timeline --html` start. A program of its
 // own, so that hooks, of which each is a start of `tidewrack`, load nothing of it.
-//   tidewrack-browse ROOT [--port N] [--no-open] [--read-only] [--idle SECONDS]
-//   tidewrack-browse ROOT --html FILE [-n N] [--no-contents]
+//   tidewrack-browse ROOT [--port N] [--no-open] [--read-only] [--idle=SECONDS]
+//   tidewrack-browse ROOT --html FILE [-n N] [--no-contents] [--agent A] [--session S]
 
 #include "Args.hpp"
 #include "CommandLine.hpp"
@@ -9,6 +9,7 @@
 #include "Page/Server.hpp"
 #include "Page/StaticPage.hpp"
 #include "Platform/Process.hpp"
+#include "ProcessStart.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 
@@ -16,10 +17,9 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <iterator>
 #include <random>
 
 extern char** environ; // NOLINT(readability-redundant-declaration): not every system declares it
@@ -27,14 +27,6 @@ extern char** environ; // NOLINT(readability-redundant-declaration): not every s
 namespace {
 
 using namespace tidewrack;
-
-Environment environmentOfProcess() {
-    Environment environment;
-    for (char** entry = environ; *entry != nullptr; ++entry)
-        if (const char* equals = std::strchr(*entry, '='))
-            environment.emplace(std::string(*entry, static_cast<std::size_t>(equals - *entry)), equals + 1);
-    return environment;
-}
 
 // The commands run in this process, each as if it had been started in the project's folder.
 page::Runner commandRunner(const std::string& root) {
@@ -56,8 +48,15 @@ std::string newToken() {
     return token;
 }
 
+// What ends the page from its terminal does not end the browser that it opened.
+#ifdef POSIX_SPAWN_SETSID
+constexpr short ownSession = POSIX_SPAWN_SETSID;
+#else
+constexpr short ownSession = POSIX_SPAWN_SETPGROUP;
+#endif
+
 // Others on this machine may read the words that a program was started with: the browser gets the address with the
-// token from a file that nobody else may read, which goes when the page ends.
+// token from a file that nobody else may read, which goes once the browser is here.
 class Doorway {
   public:
     explicit Doorway(const std::string& address) {
@@ -75,8 +74,11 @@ class Doorway {
     }
     Doorway(const Doorway&) = delete;
     Doorway& operator=(const Doorway&) = delete;
-    ~Doorway() {
+    ~Doorway() { remove(); }
+
+    void remove() {
         if (!path_.empty()) (void)::unlink(path_.c_str());
+        path_.clear();
     }
 
     void open() const {
@@ -91,7 +93,7 @@ class Doorway {
         (void)sigemptyset(&usual);
         (void)sigaddset(&usual, SIGPIPE);
         (void)::posix_spawnattr_setsigdefault(&attributes, &usual);
-        (void)::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+        (void)::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | ownSession);
         std::string program = openingProgram();
         std::string path = path_;
         char* words[] = {program.data(), path.data(), nullptr};
@@ -105,13 +107,32 @@ class Doorway {
     std::string path_;
 };
 
-int serve(const std::string& root, const Args& args) {
+// Only tests say it; so no command has the option.
+constexpr std::string_view idleOption = "--idle=";
+
+std::chrono::seconds idleTime(const Args& args) {
+    for (const std::string& flag : args.flags)
+        if (flag.starts_with(idleOption)) return std::chrono::seconds(std::atoi(flag.c_str() + idleOption.size()));
+    return std::chrono::hours(1);
+}
+
+// An unknown word might have been meant to keep the page from being opened.
+void checkOptions(const Args& args) {
+    static constexpr std::string_view known[] = {"--no-open", "--read-only", "--no-contents"};
+    for (const std::string& flag : args.flags)
+        if (!flag.starts_with(idleOption) && std::find(std::begin(known), std::end(known), flag) == std::end(known))
+            throw CliError("there is no option " + flag);
+    if (args.positional.size() > 1) throw CliError("there is no use for the word " + args.positional[1]);
+}
+
+[[noreturn]] void serve(const std::string& root, const Args& args) {
     const std::string token = newToken();
     page::Site site({root, token, version(), args.has("--read-only")}, commandRunner(root));
     std::optional<Doorway> doorway;
-    const int port = std::atoi(args.value("--port").value_or("0").c_str());
-    const std::chrono::seconds idle(std::atoi(args.value("--idle").value_or("3600").c_str()));
-    page::serve(site, port, idle, [&](int taken) {
+    page::Serving serving;
+    serving.port = std::atoi(args.value("--port").value_or("0").c_str());
+    serving.idle = idleTime(args);
+    serving.ready = [&](int taken) {
         const std::string address = "http://127.0.0.1:" + std::to_string(taken) + "/#" + token;
         Sink out(STDOUT_FILENO, false);
         out.line("The history is at " + address +
@@ -121,8 +142,9 @@ int serve(const std::string& root, const Args& args) {
         if (args.has("--no-open")) return;
         doorway.emplace(address);
         doorway->open();
-    });
-    return 0;
+    };
+    serving.found = serving.ended = [&] { doorway.reset(); };
+    page::serve(site, serving);
 }
 
 int writePage(const std::string& root, const std::string& file, const Args& args) {
@@ -142,13 +164,16 @@ int writePage(const std::string& root, const std::string& file, const Args& args
 } // namespace
 
 int main(int count, char** words) {
+    prepareProcess();
     Sink err(STDERR_FILENO, ::isatty(STDERR_FILENO) == 1);
     try {
         const Args args(std::vector<std::string>(words + 1, words + count));
         const auto root = args.word(0);
         if (!root) throw CliError("this is started by `tidewrack browse`");
+        checkOptions(args);
         const auto html = args.value("--html");
-        return html ? writePage(*root, *html, args) : serve(*root, args);
+        if (!html) serve(*root, args);
+        return writePage(*root, *html, args);
     } catch (const std::exception& error) {
         err.line("tidewrack: " + err.shown(error.what()));
         err.flush();
