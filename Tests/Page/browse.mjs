@@ -77,6 +77,7 @@ function makeHistory() {
     turn('codex', 'two', '<b onclick=alert(1)>Hostile</b> \u202e prompt', () => {
         write(hostileName, hostileText);
         write('bytes.bin', Buffer.from([0, 1, 2, 255, 254]));
+        fs.writeFileSync(Buffer.concat([Buffer.from(place.folder + '/'), Buffer.from('bad\xff.txt', 'latin1')]), 'its name is no text\n');
         write('many.txt', Array.from({length: 5000}, (_, line) => 'line ' + line + '\n').join(''));
     });
     place.remove('bytes.bin');
@@ -297,6 +298,9 @@ async function hostile(view) {
     assert.ok((await lines.innerText()).length < 10000); // the huge line is cut
     await file(view, 'bytes.bin').scrollIntoViewIfNeeded();
     await file(view, 'bytes.bin').getByText('binary').waitFor();
+    const nameless = file(view, 'bad\ufffd.txt');
+    await nameless.getByText('Its name is not text').waitFor();
+    assert.equal(await nameless.getByRole('button').count(), 0);
     // Of many lines those in sight are there, and the rest comes while one scrolls.
     const many = file(view, 'many.txt');
     await many.scrollIntoViewIfNeeded();
@@ -389,6 +393,10 @@ async function finds(view) {
     await view.getByLabel('What to search for').fill('RETURN 7');
     await view.locator('#by-lines').click();
     await view.locator('.hit', {hasText: 'main.c'}).first().waitFor();
+    await view.route('**/api/lines*', route => route.abort());
+    await view.locator('#by-lines').click();
+    await view.locator('#results .warning', {hasText: 'could not be read'}).waitFor();
+    await view.unroute('**/api/lines*');
     // A file's versions along the slider.
     await view.getByLabel('What to search for').fill('notes.md');
     await view.locator('#by-name').click();

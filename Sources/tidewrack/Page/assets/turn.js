@@ -118,13 +118,14 @@ function fileSection(row, path, status, showVersions, known) {
     const section = make('section', {class: 'file', 'aria-label': plain(path)},
         make('h3', {}, make('span', {class: 'mark ' + status, title: status}, marks[status]),
             make('span', {class: 'unseen'}, status + ' '), make('span', {class: 'path'}, plain(path)), ' ', sizes),
-        make('div', {class: 'tools'},
+        isName(path) ? make('div', {class: 'tools'},
             !isStatic && button('Versions', () => showVersions(path), 'quiet'),
             !isStatic && status !== 'added' && button('Download as it was', () => download(row.first, path), 'quiet'),
             !page.readOnly && button('Undo file…', () =>
                 act({act: 'undo', ...spanOf(row), paths: [path]}, 'Undo ' + path), 'quiet'),
             !page.readOnly && status !== 'added' && button('Restore whole…', () =>
-                act({act: 'restore', seq: row.first, paths: [path]}, 'Restore ' + path + ' as it was at #' + row.first), 'quiet')),
+                act({act: 'restore', seq: row.first, paths: [path]}, 'Restore ' + path + ' as it was at #' + row.first), 'quiet'))
+            : make('p', {class: 'empty'}, 'Its name is not text: the command line takes it, or all of the turn is taken back.'),
         body);
     whenNear(section, () => fillFile(row, path, body, sizes, known));
     return section;

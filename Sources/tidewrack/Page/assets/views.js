@@ -4,7 +4,7 @@ import {isStatic, read} from './api.js';
 import {act} from './act.js';
 import {fileDiff} from './diff.js';
 import {byId, clock, commandLine, guarded, make, plain, tell} from './list.js';
-import {button, download, page, pictures, pictureSides, spanOf, titleOf} from './turn.js';
+import {button, download, isName, page, pictures, pictureSides, spanOf, titleOf} from './turn.js';
 
 /** A file's versions along a slider. @param {string} path */
 export async function showVersions(path) {
@@ -54,10 +54,13 @@ function foundRow(found) {
     const spans = (found.from === found.to ? '#' + found.from : '#' + found.from + '–#' + found.to);
     return make('tr', {}, make('td', {class: 'path'}, plain(found.path) + (found.kind === 'folder' ? '/' : '')),
         make('td', {}, found.there ? 'there now' : 'gone' + (found.title ? ' in: ' + plain(found.title) : '')), make('td', {}, spans),
-        make('td', {}, found.kind !== 'folder' && button('Versions', () => showVersions(found.path), 'quiet'),
-            !page.readOnly && !found.there && found.keptIn && button('Restore…', () =>
+        make('td', {}, isName(found.path) && found.kind !== 'folder' && button('Versions', () => showVersions(found.path), 'quiet'),
+            isName(found.path) && !page.readOnly && !found.there && found.keptIn && button('Restore…', () =>
                 act({act: 'restore', seq: found.keptIn, paths: [found.path]}, 'Restore ' + found.path), 'quiet')));
 }
+
+const mostPaths = 500;
+const mostHits = 200;
 
 /** @param {() => any[]} rows of the timeline @param {(row: any) => void} open */
 export function startSearch(rows, open) {
@@ -71,8 +74,10 @@ export function startSearch(rows, open) {
         if (!answer) return;
         results.replaceChildren(commandLine(answer.command) || '', answer.body.paths.length
             ? make('table', {class: 'wide'}, make('thead', {}, make('tr', {}, ...['Path', 'Where it is', 'Snapshots', 'Acts'].map(each => make('th', {scope: 'col'}, each)))),
-                make('tbody', {}, answer.body.paths.slice(0, 500).map(foundRow)))
-            : make('p', {class: 'empty'}, 'No snapshot has such a path.'));
+                make('tbody', {}, answer.body.paths.slice(0, mostPaths).map(foundRow)))
+            : make('p', {class: 'empty'}, 'No snapshot has such a path.'), answer.body.paths.length > mostPaths
+            ? make('p', {class: 'warning'}, 'These are the first ' + mostPaths + ' of ' + answer.body.paths.length + ' paths; the command above prints all of them.') : '',
+        answer.warnings ? make('p', {class: 'warning'}, plain(answer.warnings)) : '');
     };
     // From the newest turn back, one after the other: what was found so far is there to be read.
     const byLines = async () => {
@@ -83,22 +88,30 @@ export function startSearch(rows, open) {
         results.replaceChildren(progress);
         let done = 0;
         let hits = 0;
-        for (const row of rows()) {
-            if (mine !== running || hits >= 200) return;
-            progress.textContent = 'Read ' + done++ + ' of ' + rows().length + ' rows, ' + hits + ' lines found…';
+        let unread = 0;
+        const all = rows().slice();
+        for (const row of all) {
+            if (hits >= mostHits) break;
+            progress.textContent = 'Read ' + done++ + ' of ' + all.length + ' rows, ' + hits + ' lines found…';
             if (row.added + row.modified + row.deleted === 0) continue;
             const answer = await read('lines', spanOf(row)).catch(() => null);
-            if (mine !== running || !answer) continue;
+            if (mine !== running) return;
+            if (!answer || answer.warnings) ++unread;
+            if (!answer) continue;
             for (const file of answer.body.files) {
                 const lines = file.hunks.flatMap((/** @type {any} */ hunk) => hunk.lines).filter((/** @type {string} */ line) =>
                     line[0] !== ' ' && line.toLowerCase().includes(wanted));
                 if (!lines.length) continue;
                 hits += lines.length;
                 results.append(make('section', {class: 'hit'}, make('h3', {}, button(plain(titleOf(row)), () => open(row), 'link'), ' ', make('span', {class: 'path'}, plain(file.path))),
-                    make('pre', {}, ...lines.slice(0, 5).map((/** @type {string} */ line) => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')))));
+                    make('pre', {}, ...lines.slice(0, 5).map((/** @type {string} */ line) => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')),
+                    lines.length > 5 && lines.length - 5 + ' more lines of it')));
             }
         }
-        progress.textContent = hits + ' changed lines found in ' + rows().length + ' rows.';
+        progress.textContent = hits + ' changed lines found in ' + done + ' of ' + all.length + ' rows.' +
+            (done < all.length ? ' It ends at ' + mostHits + ' lines; older rows were not read.' : '') +
+            (unread ? ' ' + unread + (unread === 1 ? ' row' : ' rows') + ' could not be read in full.' : '');
+        progress.className = unread ? 'warning' : '';
     };
     const form = make('form', {role: 'search', onsubmit: (/** @type {Event} */ event) => {
         event.preventDefault();
