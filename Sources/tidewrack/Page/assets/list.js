@@ -84,6 +84,10 @@ export class LongList {
         this.space = make('div', {class: 'space', role: 'presentation'});
         place.replaceChildren(this.space);
         place.addEventListener('scroll', () => requestAnimationFrame(() => this.paint()));
+        place.addEventListener('click', event => {
+            const row = /** @type {HTMLElement} */ (event.target).closest('.row');
+            if (row) this.choose(Number(row.id.slice('row-'.length)));
+        });
         new ResizeObserver(() => this.paint()).observe(place);
     }
 
@@ -110,16 +114,20 @@ export class LongList {
     paint() {
         const first = Math.max(0, Math.floor(this.place.scrollTop / rowHeight) - 4);
         const last = Math.min(this.items.length, first + Math.ceil(this.place.clientHeight / rowHeight) + 9);
+        /** @type {Element[]} */
+        const there = Array.from(this.space.children);
+        /** @type {Element[]} */
         const rows = [];
         for (let index = first; index < last; ++index) {
-            const row = make('div', {role: 'option', id: 'row-' + index, class: 'row', 'aria-selected': index === this.at,
-                'aria-setsize': this.items.length, 'aria-posinset': index + 1,
-                onclick: () => this.choose(index)}, this.draw(this.items[index]));
+            const row = make('div', {role: 'option', id: 'row-' + index, class: 'row',
+                'aria-setsize': this.items.length, 'aria-posinset': index + 1}, this.draw(this.items[index]));
             row.style.top = index * rowHeight + 'px';
             row.setAttribute('aria-selected', String(index === this.at));
-            rows.push(row);
+            rows.push(there.find(each => each.isEqualNode(row)) || row);
         }
-        this.space.replaceChildren(...rows);
+        // What is as it was stays: a row that is replaced between press and release is never clicked.
+        for (const old of there) if (!rows.includes(old)) old.remove();
+        rows.forEach((row, at) => this.space.children[at] === row || this.space.insertBefore(row, this.space.children[at] || null));
         if (this.at >= first && this.at < last) this.place.setAttribute('aria-activedescendant', 'row-' + this.at);
         else this.place.removeAttribute('aria-activedescendant');
     }
