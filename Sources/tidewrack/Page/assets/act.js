@@ -24,7 +24,7 @@ function foreseen(result) {
     if (result === null) return {rows, notes, acts: true};
     for (const project of result.projects || []) {
         for (const each of project.actions)
-            add(each.action, (result.projects.length > 1 ? project.root + '/' : '') + each.path, each.reason || '');
+            add(each.action, (result.projects.length > 1 ? project.root + '/' : '') + each.path, each.reason || (each.action === 'merge' ? 'what was changed since stays' : ''));
         notes.push(...project.warnings);
     }
     for (const path of result.restored || []) add(result.overwritten && result.overwritten.includes(path) ? 'overwrite' : 'put back', path);
@@ -61,7 +61,7 @@ function report(answer, title, name) {
     const counted = body.projects || body.restored || body.items;
     const bad = failed || Boolean(counted && !done && left) || Boolean(answer.warnings);
     const text = !counted ? 'Done.' : (done ? done + (done === 1 ? ' path' : ' paths') + ' done' : 'Nothing was done') + (left ? ', ' + left + ' left alone' : '') + '.';
-    tell(text + (counted && done && (name === 'undo' || name === 'restore') ? ' To take this back: tidewrack redo' : ''), bad);
+    tell(text + (counted && done && (name === 'undo' || name === 'restore') ? ' To take this back: Redo…, or tidewrack redo' : ''), bad);
     if (!rows.length && !notes.length) return;
     const dialog = byId('dialog');
     const close = make('button', {type: 'button', class: 'main', id: 'close', onclick: () => dialog.close()}, 'Close');

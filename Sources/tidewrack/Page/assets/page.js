@@ -79,6 +79,7 @@ function show(name) {
     for (const view of document.querySelectorAll('.view')) /** @type {HTMLElement} */ (view).hidden = view.id !== name;
     for (const each of byId('views').querySelectorAll('[data-view]'))
         each.setAttribute('aria-pressed', String(each.dataset.view === name));
+    tell(''); // of the view that one leaves
     if (name === 'vault') void showVault();
     if (name === 'status') void showStatus();
     if (name === 'history') list.paint();

@@ -30,8 +30,8 @@ row.added > 0 && make('span', {class: 'plus'}, '+' + row.added + ' '), row.modif
 row.deleted > 0 && make('span', {class: 'minus'}, '−' + row.deleted),
 !(row.added || row.modified || row.deleted) && 'no changes');
 
-/** @param {string} text @param {() => void} onclick @param {string} [style] @returns {HTMLElement} */
-export const button = (text, onclick, style = '') => make('button', {type: 'button', class: style, onclick}, text);
+/** @param {string} text @param {() => void} onclick @param {string} [style] @param {string} [title] @returns {HTMLElement} */
+export const button = (text, onclick, style = '', title) => make('button', {type: 'button', class: style, title, onclick}, text);
 
 /** @param {number} seq @param {string} path @returns {Promise<HTMLElement>} */
 async function picture(seq, path) {
@@ -122,9 +122,9 @@ function fileSection(row, path, status, showVersions, known) {
             !isStatic && button('Versions', () => showVersions(path), 'quiet'),
             !isStatic && status !== 'added' && button('Download as it was', () => download(row.first, path), 'quiet'),
             !page.readOnly && button('Undo file…', () =>
-                act({act: 'undo', ...spanOf(row), paths: [path]}, 'Undo ' + path), 'quiet'),
-            !page.readOnly && status !== 'added' && button('Restore whole…', () =>
-                act({act: 'restore', seq: row.first, paths: [path]}, 'Restore ' + path + ' as it was at #' + row.first), 'quiet'))
+                act({act: 'undo', ...spanOf(row), paths: [path]}, 'Undo ' + path), 'quiet', 'What was changed in it since stays'),
+            !page.readOnly && status !== 'added' && button('Restore as it was…', () =>
+                act({act: 'restore', seq: row.first, paths: [path]}, 'Restore ' + path + ' as it was at #' + row.first), 'quiet', 'What was changed in it since goes too'))
             : make('p', {class: 'empty'}, 'Its name is not text: the command line takes it, or all of the turn is taken back.'),
         body);
     whenNear(section, () => fillFile(row, path, body, sizes, known));

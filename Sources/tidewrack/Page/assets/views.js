@@ -3,7 +3,7 @@
 import {isStatic, read} from './api.js';
 import {act} from './act.js';
 import {fileDiff} from './diff.js';
-import {byId, clock, commandLine, guarded, make, plain, tell} from './list.js';
+import {byId, clock, commandLine, guarded, make, plain} from './list.js';
 import {button, download, isName, page, pictures, pictureSides, spanOf, titleOf} from './turn.js';
 
 /** A file's versions along a slider. @param {string} path */
@@ -152,5 +152,4 @@ export async function showStatus() {
                 make('td', {}, each.latest ? clock(each.latest.time) + ' ' + plain(each.latest.event) : ''))))),
         make('h3', {}, 'Latest failures of hooks'), status.failures.length ? make('ul', {}, status.failures.map((/** @type {any} */ each) =>
             make('li', {}, clock(each.time) + ' ' + plain(each.agent + ' ' + each.event + ': ' + each.message)))) : make('p', {}, 'None.'));
-    tell('');
 }
