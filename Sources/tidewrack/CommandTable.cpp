@@ -39,6 +39,7 @@ constexpr Option withVault{"--vault", "", "also put back what was saved outside 
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
 constexpr Option inSession{"--session", "S", "only turns of this session", Fill::session};
 constexpr Option withCommands{"--commands", "", "with the commands that were run"};
+constexpr Option picking{"-i", "", "pick from it in the terminal: read, preview and take back"};
 constexpr Option asPage{"--html", "FILE", "write it as a page that a browser shows, with what each turn changed",
                         Fill::path};
 constexpr Option withContents{"--contents", "", "with --html: put the changed lines in, without asking"};
@@ -79,7 +80,7 @@ constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionO
                                   overwriteLater, keepLater, here,      withVault, project,   json};
 constexpr Option showOptions[] = {stat, changedLines, noPager, project, json};
 constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
-constexpr Option timelineOptions[] = {atMost,       byAgent,         inSession, withCommands, asPage,
+constexpr Option timelineOptions[] = {atMost,       byAgent,         inSession, withCommands, picking, asPage,
                                       withContents, withoutContents, noPager,   project,      json};
 constexpr Option browseOptions[] = {onPort, noOpen, readOnly, project};
 constexpr Option findOptions[] = {deleted, noPager, project, json};

@@ -35,7 +35,7 @@ def package(name, version, licence, **more):
 
 version, seconds, files = sys.argv[1], int(sys.argv[2]), sorted(sys.argv[3:])
 packages = [package("tidewrack", version, "MIT", primaryPackagePurpose="APPLICATION"),
-            package("lzfse", "1.0", "BSD-3-Clause")]
+            package("lzfse", "1.0", "BSD-3-Clause"), package("ftxui", "6.1.9", "MIT")]
 packages += [package(name, version_of(debian), licence) for name, debian, licence in LIBRARIES]
 entries, relations = [], [("SPDXRef-DOCUMENT", "DESCRIBES", "SPDXRef-tidewrack")]
 relations += [("SPDXRef-tidewrack", "STATIC_LINK", each["SPDXID"]) for each in packages[1:]]

@@ -17,6 +17,8 @@ namespace tidewrack::commands {
 
 namespace {
 
+constexpr std::size_t mostPicked = 10000; // rows of the picker, which draws those in sight
+
 // This process becomes the other program, with the environment of the call.
 [[noreturn]] void become(const Invocation& call, const std::vector<std::string>& words) {
     const std::string program = tidewrack::joined(std::string(parentOf(executablePath())), "tidewrack-browse");
@@ -47,6 +49,11 @@ void checkPort(const std::string& text) {
         throw CliError("--port needs a number from 1 to 65535, got " + text);
 }
 
+void addFilters(const Invocation& call, std::vector<std::string>& words) {
+    for (const char* option : {"--agent", "--session"})
+        if (const auto value = call.args.value(option)) words.push_back(std::string(option) + "=" + *value);
+}
+
 } // namespace
 
 int browse(Invocation& call) {
@@ -57,6 +64,14 @@ int browse(Invocation& call) {
     }
     for (const char* flag : {"--no-open", "--read-only"})
         if (call.args.has(flag)) words.emplace_back(flag);
+    become(call, words);
+}
+
+int pickFromTimeline(Invocation& call) {
+    if (!canAsk(call)) throw CliError("timeline -i needs a terminal");
+    const std::size_t most = call.args.value("-n") ? mostListed(call.args) : mostPicked;
+    std::vector<std::string> words{call.project().root, "--pick", "-n", std::to_string(most)};
+    addFilters(call, words);
     become(call, words);
 }
 
@@ -81,8 +96,7 @@ int timelineAsPage(Invocation& call, const std::string& file) {
     }
     std::vector<std::string> words{project.root, "--html=" + path, "-n", std::to_string(most)};
     if (!contents) words.emplace_back("--no-contents");
-    for (const char* option : {"--agent", "--session"})
-        if (const auto value = call.args.value(option)) words.push_back(std::string(option) + "=" + *value);
+    addFilters(call, words);
     become(call, words);
 }
 

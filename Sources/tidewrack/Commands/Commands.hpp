@@ -56,6 +56,7 @@ int redo(Invocation& call);
 // Both become the program that makes the page, and return only by a throw.
 int browse(Invocation& call);
 int timelineAsPage(Invocation& call, const std::string& file);
+int pickFromTimeline(Invocation& call);
 
 // Hooks.cpp
 int hooksStatus(Invocation& call);

@@ -186,6 +186,7 @@ int timeline(Invocation& call) {
     if (const auto file = call.args.value("--html")) return timelineAsPage(call, *file);
     for (const char* option : {"--contents", "--no-contents"})
         if (call.args.has(option)) throw CliError(std::string(option) + " goes with --html");
+    if (call.args.word(0) == "-i") return pickFromTimeline(call);
     const auto most = mostListed(call.args);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);

@@ -15,11 +15,9 @@ namespace {
 using nlohmann::json;
 
 bool isChosen(const json& hunk, const ChosenHunk& chosen) {
-    if (hunk["oldBegin"] != chosen.oldBegin || hunk["newBegin"] != chosen.newBegin) return false;
-    std::string text;
-    for (const json& line : hunk["lines"]) text += line.get_ref<const std::string&>();
-    const auto digest = sha256(text);
-    return hexText({reinterpret_cast<const char*>(digest.data()), digest.size()}) == chosen.digest;
+    const json name = nameOfHunk(chosen.number, hunk);
+    return name["oldBegin"] == chosen.oldBegin && name["newBegin"] == chosen.newBegin &&
+           name["digest"] == chosen.digest;
 }
 
 json chosenHunks(const Desk& desk, const Act& act) {
@@ -38,6 +36,16 @@ json chosenHunks(const Desk& desk, const Act& act) {
 }
 
 } // namespace
+
+json nameOfHunk(std::size_t number, const json& hunk) {
+    std::string text;
+    for (const json& line : hunk["lines"]) text += line.get_ref<const std::string&>();
+    const auto digest = sha256(text);
+    return {{"number", number},
+            {"oldBegin", hunk["oldBegin"]},
+            {"newBegin", hunk["newBegin"]},
+            {"digest", hexText({reinterpret_cast<const char*>(digest.data()), digest.size()})}};
+}
 
 Foreseen Desk::foresee(const Act& act) const {
     Ran dryRun;

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -32,6 +33,10 @@ struct Foreseen {
     nlohmann::json hunks; // those that were chosen, as `diff --lines` prints them
     std::string identity; // the same as long as the act would do the same to the same files
 };
+
+// What a wish calls a hunk, of `show --lines` or `diff --lines`: by what it is, as its number may soon be another
+// one's.
+[[nodiscard]] nlohmann::json nameOfHunk(std::size_t number, const nlohmann::json& hunk);
 
 // The commands, for one project.
 struct Desk {

@@ -2,10 +2,12 @@
 // own, so that hooks, of which each is a start of `tidewrack`, load nothing of it.
 //   tidewrack-browse ROOT [--port N] [--no-open] [--read-only] [--idle=SECONDS]
 //   tidewrack-browse ROOT --html FILE [-n N] [--no-contents] [--agent A] [--session S]
+//   tidewrack-browse ROOT --pick -n N [--agent A] [--session S]
 
 #include "Args.hpp"
 #include "CommandLine.hpp"
 #include "Help.hpp"
+#include "Page/PickerView.hpp"
 #include "Page/Server.hpp"
 #include "Page/StaticPage.hpp"
 #include "Platform/Process.hpp"
@@ -118,7 +120,7 @@ std::chrono::seconds idleTime(const Args& args) {
 
 // An unknown word might have been meant to keep the page from being opened.
 void checkOptions(const Args& args) {
-    static constexpr std::string_view known[] = {"--no-open", "--read-only", "--no-contents"};
+    static constexpr std::string_view known[] = {"--no-open", "--read-only", "--no-contents", "--pick"};
     for (const std::string& flag : args.flags)
         if (!flag.starts_with(idleOption) && std::find(std::begin(known), std::end(known), flag) == std::end(known))
             throw CliError("there is no option " + flag);
@@ -161,6 +163,21 @@ int writePage(const std::string& root, const std::string& file, const Args& args
     return 0;
 }
 
+int pick(const std::string& root, const Args& args) {
+#ifdef TIDEWRACK_PICKER
+    page::Values asked{{"n", args.value("-n").value_or("20")}};
+    for (const std::string name : {"agent", "session"})
+        if (const auto value = args.value("--" + name)) asked[name] = *value;
+    page::Picker picker({root, commandRunner(root)}, asked);
+    page::showPicker(picker);
+    return 0;
+#else
+    (void)root;
+    (void)args;
+    throw CliError("this was built without the picker, for want of FTXUI");
+#endif
+}
+
 } // namespace
 
 int main(int count, char** words) {
@@ -171,6 +188,7 @@ int main(int count, char** words) {
         const auto root = args.word(0);
         if (!root) throw CliError("this is started by `tidewrack browse`");
         checkOptions(args);
+        if (args.has("--pick")) return pick(*root, args);
         const auto html = args.value("--html");
         if (!html) serve(*root, args);
         return writePage(*root, *html, args);
