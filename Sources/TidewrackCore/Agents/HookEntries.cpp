@@ -152,6 +152,8 @@ json HookEntries::hook(std::string_view event, std::string_view matcher) const {
     hook["type"] = "command";
     if (agent_ == Agent::gemini || agent_ == Agent::qwen) hook["name"] = "tidewrack";
     if (agent_ == Agent::gemini) hook["timeout"] = 30000; // milliseconds; every other agent counts in seconds
+    // Codex gives these no more, and warns at every start where an entry asks for it.
+    if (agent_ == Agent::codex && (event == "Interrupt" || event == "SessionEnd")) hook["timeout"] = 3;
     if (agent_ == Agent::codex && event == "PreToolUse")
         hook["statusMessage"] = matcher == "^Bash$" ? "Tidewrack: checking command" : "Tidewrack: checking edit";
     if (agent_ == Agent::claude && event == "Stop") {
