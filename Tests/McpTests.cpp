@@ -101,6 +101,8 @@ TEST_F(Mcp, answersEveryLineOfAClient) {
     ASSERT_EQ(long_.size(), 2U);
     EXPECT_EQ(long_[0]["error"]["code"], -32700);
     EXPECT_EQ(long_[1]["result"], json::object());
+    const std::string told = call("find", {{"text", std::string(2'000'000, 'x')}})["content"][0]["text"];
+    EXPECT_TRUE(told.size() < 1'100'000 && told.ends_with(" in all]\n")) << told.size();
 }
 
 // A client waits for each answer before it asks again.

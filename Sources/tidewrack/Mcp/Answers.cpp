@@ -32,7 +32,12 @@ std::string errorIn(std::string text) {
 }
 
 json textBlock(std::string_view text) {
-    return {{"type", "text"}, {"text", repairedUtf8(text)}};
+    std::string shown = repairedUtf8(text.substr(0, mostText));
+    if (text.size() > mostText) {
+        if (const auto end = shown.rfind('\n'); end != shown.npos) shown.resize(end);
+        shown += "\n[the beginning; there are " + bytesText(static_cast<std::int64_t>(text.size())) + " in all]\n";
+    }
+    return {{"type", "text"}, {"text", std::move(shown)}};
 }
 
 json failure(const std::string& text) {

@@ -30,6 +30,7 @@ struct Ran {
 // What a command wrote on standard error, without the program's name before an error.
 [[nodiscard]] std::string errorIn(std::string text);
 
+// A part of an answer; of a long text its beginning, up to a line's end where there is one.
 [[nodiscard]] nlohmann::json textBlock(std::string_view text);
 
 // The call failed: `text` tells the model why.

@@ -91,10 +91,16 @@ bool isId(const json& id) {
     return id.is_string() || id.is_number_integer();
 }
 
-bool isCancelling(const json& message, const json& id) {
-    if (message.value("method", json()) != "notifications/cancelled") return false;
+// The request that a message lets go; null where it is no such message.
+json cancelledBy(const json& message) {
+    if (!message.is_object() || message.contains("id")) return nullptr;
+    if (message.value("method", json()) != "notifications/cancelled") return nullptr;
     const auto params = message.find("params");
-    return params != message.end() && params->is_object() && params->value("requestId", json()) == id;
+    return params != message.end() && params->is_object() ? params->value("requestId", json()) : nullptr;
+}
+
+json idOf(const std::optional<json>& message) {
+    return message && message->is_object() ? message->value("id", json()) : nullptr;
 }
 
 } // namespace
@@ -134,19 +140,25 @@ void Server::take(std::string_view bytes) {
         if (end == bytes.npos) return;
         bytes.remove_prefix(end + 1);
         if (lineIsTooLong_ || line_.find_first_not_of(" \t\r") != line_.npos)
-            waiting_.push_back(lineIsTooLong_ ? std::nullopt : parseJson(line_));
+            add(lineIsTooLong_ ? std::nullopt : parseJson(line_));
         line_.clear();
         lineIsTooLong_ = false;
     }
 }
 
-// Whether the client has let the request go; what it has written so far is looked through.
-bool Server::isCancelled(const json& id) {
+// What is let go before its turn comes is never begun.
+void Server::add(Message message) {
+    const json gone = message ? cancelledBy(*message) : json();
+    if (gone.is_null()) return waiting_.push_back(std::move(message));
+    std::erase_if(waiting_, [&](const Message& other) { return idOf(other) == gone; });
+    currentIsCancelled_ = currentIsCancelled_ || gone == current_;
+}
+
+// Whether the client has let the request at hand go; what it has written so far is looked through.
+bool Server::isCancelled() {
     while (waiting_.size() < mostWaiting && read(false)) {
     }
-    return std::any_of(waiting_.begin(), waiting_.end(), [&](const Message& message) {
-        return message && message->is_object() && isCancelling(*message, id);
-    });
+    return currentIsCancelled_;
 }
 
 void Server::handle(const Message& message) {
@@ -158,7 +170,10 @@ void Server::handle(const Message& message) {
     const json id = asks && isId((*message)["id"]) ? (*message)["id"] : json();
     if (!isMessage || !message->value("method", json()).is_string() || (asks && id.is_null()))
         return reply(errorAnswer(id, invalidRequest, "This is no request"));
-    if (!asks || isCancelled(id)) return;
+    if (!asks) return;
+    current_ = id;
+    currentIsCancelled_ = false;
+    if (isCancelled()) return;
     json answer;
     try {
         answer = {{"jsonrpc", "2.0"}, {"id", id}, {"result", resultOf(*message)}};
@@ -167,7 +182,7 @@ void Server::handle(const Message& message) {
     } catch (const std::exception& error) { // one call that fails is no reason to leave the client alone
         answer = errorAnswer(id, internalError, error.what());
     }
-    if (!isCancelled(id)) reply(answer);
+    if (!isCancelled()) reply(answer);
 }
 
 void Server::reply(const json& answer) {

@@ -30,7 +30,8 @@ class Server {
 
     bool read(bool wait); // false at the end of the input
     void take(std::string_view bytes);
-    [[nodiscard]] bool isCancelled(const nlohmann::json& id);
+    void add(Message message);
+    [[nodiscard]] bool isCancelled();
     void handle(const Message& message);
     void reply(const nlohmann::json& answer);
 
@@ -44,6 +45,8 @@ class Server {
     bool lineIsTooLong_ = false;
     bool ended_ = false;
     std::deque<Message> waiting_;
+    nlohmann::json current_; // the request that is worked on
+    bool currentIsCancelled_ = false;
 };
 
 } // namespace tidewrack::mcp

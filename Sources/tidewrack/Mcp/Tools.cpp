@@ -191,7 +191,7 @@ constexpr Tool table[] = {
 // What several schemas share.
 json definitions() {
     return json::parse(R"({
-        "snapshot": {"type": ["integer", "string"], "description":
+        "snapshot": {"anyOf": [{"type": "integer"}, {"type": "string"}], "description":
             "a snapshot's number, `last`, `last-turn`, or a time such as 2h, yesterday, 14:00 or 2026-11-19T13:40"},
         "paths": {"type": "array", "minItems": 1, "items": {"type": "string", "minLength": 1},
             "description": "files or folders, relative to the project's root"}})");
@@ -202,32 +202,28 @@ bool isSnapshot(const json& value) {
     return value.is_number_integer() && value >= 0;
 }
 
+// A command's words and names of files have no NUL.
+bool isWord(const json& value, std::size_t leastLength) {
+    if (!value.is_string()) return false;
+    const auto& text = value.get_ref<const std::string&>();
+    return text.size() >= leastLength && text.find('\0') == std::string::npos;
+}
+
 bool fits(const json& value, const json& schema) {
     if (schema.contains("$ref")) {
         if (schema["$ref"] == "#/$defs/snapshot") return isSnapshot(value);
-        const auto isPath = [](const json& path) {
-            return path.is_string() && !path.get_ref<const std::string&>().empty();
-        };
+        const auto isPath = [](const json& path) { return isWord(path, 1); };
         return value.is_array() && !value.empty() && std::all_of(value.begin(), value.end(), isPath);
     }
     const std::string type = schema["type"];
     if (type == "boolean") return value.is_boolean();
     if (type == "integer") return value.is_number_integer() && value >= schema.value("minimum", 0);
-    return value.is_string() && value.get_ref<const std::string&>().size() >= schema.value("minLength", 0U);
+    return isWord(value, schema.value("minLength", 0U));
 }
 
 // A text with a NUL is none, as `diff` has it.
 bool isText(const std::string& bytes) {
     return isUtf8(bytes) && bytes.find('\0') == std::string::npos;
-}
-
-// The beginning, up to a line's end where there is one.
-std::string beginning(std::string text) {
-    if (text.size() <= mostText) return text;
-    const std::size_t all = text.size();
-    const std::size_t end = text.rfind('\n', mostText);
-    text.resize(end == std::string::npos ? mostText : end + 1);
-    return text + "[the beginning; there are " + bytesText(static_cast<std::int64_t>(all)) + " in all]\n";
 }
 
 // `cat` prints bytes.
@@ -237,7 +233,7 @@ json contents(const Words& words, const Surroundings& around) {
     if (!isText(ran.out))
         return failure(words.back() + " is no text: " + bytesText(static_cast<std::int64_t>(ran.out.size())) +
                        ". `restore` and `tidewrack export` write it as it was.");
-    return {{"content", json::array({textBlock(beginning(ran.out))})}, {"isError", false}};
+    return {{"content", json::array({textBlock(ran.out)})}, {"isError", false}};
 }
 
 } // namespace
@@ -292,7 +288,7 @@ json call(const Tool& tool, const json& arguments, const Surroundings& around) {
         if (!arguments.value("patch", false)) return result;
         const Ran patch = runInside(tool.name == "show" ? words : withOption(words, "--patch"), inside);
         if (patch.status != 0) return failure(errorIn(patch.err));
-        result["content"].push_back(textBlock(beginning(patch.out)));
+        result["content"].push_back(textBlock(patch.out));
         return result;
     } catch (const TidewrackError& error) {
         return failure(error.what());
