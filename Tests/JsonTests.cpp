@@ -151,6 +151,7 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(run("undo --last", {"3..5"})["projects"][0]["takesBack"][0]["from"], 3);
     EXPECT_EQ(run("redo", {"--dry-run"})["projects"][0]["root"], world.projectPath());
     EXPECT_EQ(run("timeline", {"-n", "1"})["rows"][0]["type"], "undo");
+    run("log --turns", {"--turns"});
     TimelineRow row;
     row.agent = row.session = row.turn = "x";
     row.ended = row.began;
