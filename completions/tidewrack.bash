@@ -45,7 +45,10 @@ _tidewrack() {
                 ids+=("$id")
                 fits+=("$id  ($text)")
                 ;;
-            *) COMPREPLY+=("$id") ;;
+            *)
+                [[ $word == [\'\"]* ]] || printf -v id %q "$id" # a name is one word, whatever is in it
+                COMPREPLY+=("$id")
+                ;;
         esac
     done < <("$program" _complete -- "${typed[@]}" 2>/dev/null)
     if ((${#ids[@]} == 1)); then
@@ -53,6 +56,10 @@ _tidewrack() {
     elif ((${#ids[@]} > 1)); then
         COMPREPLY+=("${fits[@]}")
         compopt -o nosort 2>/dev/null
+    elif [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == */ && $word != [\'\"]* ]]; then
+        compopt -o nospace # what is in the folder may follow
+    elif [[ $word == \"*\"* || $word == \'*\'* ]]; then
+        COMPREPLY=() # bash replaces only what stands behind the closed quotes
     fi
 }
 

@@ -14,7 +14,9 @@ function __tidewrack_offered
         set -a typed (__tidewrack_plain $word)
     end
     if test -n "$current"
-        set -a typed (__tidewrack_plain $current)
+        # The last word's quotes are still open.
+        set -l unquoted (string unescape -- $current; or string replace -r '^[\'"]' '' -- $current)
+        set -a typed (__tidewrack_plain $unquoted)
     else
         set -a typed ''
     end
@@ -22,7 +24,7 @@ function __tidewrack_offered
     $program _complete -- $typed 2>/dev/null | while read -l line
         switch $line
             case :paths
-                __fish_complete_path $current
+                complete -C "'' $current"
             case :folders
                 __fish_complete_directories $current
             case '*'
