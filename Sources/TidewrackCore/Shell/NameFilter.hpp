@@ -27,6 +27,33 @@ template <std::size_t size>
     return false;
 }
 
+// Such a list in a table. Most words that it does not hold differ from all of its own in length or in the last letter.
+class WordList {
+  public:
+    constexpr WordList() = default;
+    constexpr WordList(const char* words) : words_(words) {
+        for (std::size_t begin = 1; begin < words_.size();) {
+            const std::size_t end = words_.find(' ', begin);
+            lengths_ |= bit(end - begin);
+            lastLetters_ |= bit(static_cast<unsigned char>(words_[end - 1]));
+            begin = end + 1;
+        }
+    }
+
+    [[nodiscard]] constexpr bool empty() const { return words_.empty(); }
+    [[nodiscard]] constexpr bool holds(std::string_view word) const {
+        return !word.empty() && (lengths_ & bit(word.size())) != 0 &&
+               (lastLetters_ & bit(static_cast<unsigned char>(word.back()))) != 0 && listsWord(words_, word);
+    }
+
+  private:
+    [[nodiscard]] static constexpr std::uint64_t bit(std::size_t number) { return std::uint64_t{1} << (number & 63U); }
+
+    std::string_view words_;
+    std::uint64_t lengths_ = 0;
+    std::uint64_t lastLetters_ = 0;
+};
+
 // Tells most names that are in no table from those that may be, by length, first and last letter.
 class NameFilter {
   public:

@@ -73,7 +73,7 @@ constexpr Writing writings[] = {
 // Subcommands that only read, of programs whose others write.
 struct Reading {
     std::string_view name;
-    std::string_view subcommands; // each between blanks
+    WordList subcommands; // each between blanks
 };
 
 constexpr Reading readings[] = {
@@ -99,7 +99,7 @@ constexpr Reading readings[] = {
 // Programs that only look with one of these words, and without one that begins like those.
 struct Checking {
     std::string_view name;
-    std::string_view needs;    // one of these is the first word, each between blanks; empty: any
+    WordList needs;            // one of these is the first word, each between blanks; empty: any
     std::string_view writes{}; // beginnings in small letters, whatever the case of the words
     std::string_view also{};   // this must be there too
 };
@@ -140,7 +140,7 @@ constexpr NameFilter readingFilter = [] {
 }();
 
 // Programs that tell their version when asked by -v, -V or "version", and their use by -h or "help".
-constexpr std::string_view tellingShortly =
+constexpr WordList tellingShortly =
     " ansible aws bazel brew bun bundle cargo clang clang++ cmake composer conda deno docker dotnet eslint flutter g++ "
     "gcc gem ghc git go gradle gradlew helm java javac jest kubectl ld lua make mvn mvnw mypy nginx ng node npm npx "
     "nvm pdm php pip "
@@ -148,12 +148,12 @@ constexpr std::string_view tellingShortly =
     "vite webpack yarn ";
 
 // Readers that change something else than files: a server, a service, another process.
-constexpr std::string_view actingElsewhere =
+constexpr WordList actingElsewhere =
     " brew code defaults disown dnf docker docker-compose gh glab hdiutil helm kill killall kubectl launchctl mount "
     "mysql "
     "nc open pkill podman psql redis-cli ssh sysctl systemctl telnet xdg-open ";
 
-constexpr std::string_view lookingOfGit = " blame diff log ls-files rev-parse show status ";
+constexpr WordList lookingOfGit = " blame diff log ls-files rev-parse show status ";
 
 // Whether the word begins like one of the list, whatever its case.
 bool beginsLikeOne(std::string_view list, std::string_view word) {
@@ -214,7 +214,7 @@ bool hasReadingSubcommand(std::string_view name, Words arguments) {
     }
     if (name == "docker" && first == "compose") return hasReadingSubcommand("compose", arguments.subspan(1));
     return std::any_of(std::begin(readings), std::end(readings), [&](const Reading& reading) {
-        return reading.name == name && listsWord(reading.subcommands, first);
+        return reading.name == name && reading.subcommands.holds(first);
     });
 }
 
@@ -235,7 +235,7 @@ bool onlyChecks(std::string_view name, Words arguments) {
                                            [&](const Checking& checking) { return checking.name == name; });
     if (found == std::end(checkings)) return false;
     // Further programs and texts follow only behind the option: bash x.sh -n runs the script.
-    const bool first = !arguments.empty() && (found->needs.empty() || listsWord(found->needs, arguments.front().text));
+    const bool first = !arguments.empty() && (found->needs.empty() || found->needs.holds(arguments.front().text));
     const auto isAlso = [&](const Word& word) { return word.text == found->also; };
     if (!found->also.empty() && std::none_of(arguments.begin(), arguments.end(), isAlso)) return false;
     const auto mayWrite = [&](const Word& word) { return word.unknown || beginsLikeOne(found->writes, word.text); };
@@ -246,16 +246,16 @@ bool onlyTellsOfItself(std::string_view name, Words arguments, bool isInstalled)
     if (arguments.size() != 1) return false;
     const std::string_view word = arguments.front().text;
     const bool isLong = word == "--version" || word == "--help" || word == "-version";
-    if (isLong && (isInstalled || listsWord(tellingShortly, name))) return true;
+    if (isLong && (isInstalled || tellingShortly.holds(name))) return true;
     // Elsewhere these may mean anything: ./reset.sh -v, pytest -v.
     const bool isShort = word == "-v" || word == "-V" || word == "-h" || word == "version" || word == "help";
-    return isShort && listsWord(tellingShortly, name) && !(word == "-v" && name.starts_with("python"));
+    return isShort && tellingShortly.holds(name) && !(word == "-v" && name.starts_with("python"));
 }
 
 bool onlyLooks(Words words) {
     const std::string_view name = commandName(words.front());
-    if (name == "git"sv) return words.size() > 1 && listsWord(lookingOfGit, words[1].text);
-    return isReader(name) && !listsWord(actingElsewhere, name);
+    if (name == "git"sv) return words.size() > 1 && lookingOfGit.holds(words[1].text);
+    return isReader(name) && !actingElsewhere.holds(name);
 }
 
 } // namespace tidewrack::shell

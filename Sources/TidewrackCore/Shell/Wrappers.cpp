@@ -15,13 +15,13 @@ using namespace std::string_view_literals;
 
 struct Wrapper {
     std::string_view name;
-    std::string_view subcommands{}; // one of these must follow, each between blanks; empty: none
-    std::string_view letters{};     // short options that take a word
-    std::string_view options{};     // long ones, each between blanks
-    std::size_t operands = 0;       // of its own, before the command
-    std::string_view text{};        // options whose word is a command line, each between blanks
-    std::string_view folder{};      // options whose word is the folder to run in
-    std::string_view outputs{};     // options whose word is a file that it writes; "FILE" for its operand
+    WordList subcommands{};     // one of these must follow, each between blanks; empty: none
+    std::string_view letters{}; // short options that take a word
+    WordList options{};         // long ones, each between blanks
+    std::size_t operands = 0;   // of its own, before the command
+    WordList text{};            // options whose word is a command line, each between blanks
+    WordList folder{};          // options whose word is the folder to run in
+    WordList outputs{};         // options whose word is a file that it writes; "FILE" for its operand
 };
 
 // Sorted by name, for the search.
@@ -140,7 +140,7 @@ class Unwrapping {
             const Unwrapped before = result_;
             while (index < words_.size() && words_[index].text.size() > 1 && words_[index].text[0] == '-')
                 index += takeOption(index, wrapper);
-            if (index >= words_.size() || !listsWord(wrapper.subcommands, words_[index].text)) {
+            if (index >= words_.size() || !wrapper.subcommands.holds(words_[index].text)) {
                 result_ = before;
                 return 0;
             }
@@ -158,7 +158,7 @@ class Unwrapping {
                 ++index;
             } else if (operands > 0) {
                 --operands;
-                if (wrapper.outputs.starts_with(" FILE ")) result_.outputs.push_back(words_[index]);
+                if (wrapper.outputs.holds("FILE")) result_.outputs.push_back(words_[index]);
                 ++index;
             } else {
                 break;
@@ -188,13 +188,13 @@ class Unwrapping {
             }
             name = shortName;
         }
-        if (!value && (letter != std::string::npos || listsWord(wrapper.options, name)) && index + 1 < words_.size()) {
+        if (!value && (letter != std::string::npos || wrapper.options.holds(name)) && index + 1 < words_.size()) {
             value = words_[index + 1];
             length = 2;
         }
-        if (value && !wrapper.text.empty() && listsWord(wrapper.text, name)) result_.text = value;
-        if (value && !wrapper.outputs.empty() && listsWord(wrapper.outputs, name)) result_.outputs.push_back(*value);
-        if (value && !wrapper.folder.empty() && listsWord(wrapper.folder, name)) result_.folder = value;
+        if (value && wrapper.text.holds(name)) result_.text = value;
+        if (value && wrapper.outputs.holds(name)) result_.outputs.push_back(*value);
+        if (value && wrapper.folder.holds(name)) result_.folder = value;
         return length;
     }
 

@@ -35,11 +35,11 @@ struct Writer {
     std::string_view name;
     Written written = Written::none;
     std::string_view letters{};            // short options that take a word
-    std::string_view options{};            // long ones
-    std::string_view outputs{};            // those of them whose word is a file or folder that is written
-    std::string_view onlyWith{};           // operands are written only with one of these
-    std::string_view notWith{};            // ... and with none of these
-    std::string_view folder{};             // options whose word is the folder to work in
+    WordList options{};                    // long ones
+    WordList outputs{};                    // those of them whose word is a file or folder that is written
+    WordList onlyWith{};                   // operands are written only with one of these
+    WordList notWith{};                    // ... and with none of these
+    WordList folder{};                     // options whose word is the folder to work in
     std::optional<Language> language = {}; // of the texts that it follows
 };
 
@@ -312,10 +312,10 @@ std::size_t Writing::takeAwkOption(std::size_t index) {
 std::size_t Writing::takeOption(std::size_t index) {
     const std::string_view text = arguments_[index].text;
     std::size_t equals = text.find('=');
-    if (!text.starts_with("--") && !listsWord(writer_.outputs, text.substr(0, equals))) equals = text.npos;
+    if (!text.starts_with("--") && !writer_.outputs.holds(text.substr(0, equals))) equals = text.npos;
     const std::string_view name = text.substr(0, equals);
-    enabled_ = enabled_ || listsWord(writer_.onlyWith, name);
-    disabled_ = disabled_ || listsWord(writer_.notWith, name);
+    enabled_ = enabled_ || writer_.onlyWith.holds(name);
+    disabled_ = disabled_ || writer_.notWith.holds(name);
     const bool hasNext = index + 1 < arguments_.size();
     if (equals != text.npos) {
         Word value = arguments_[index];
@@ -325,7 +325,7 @@ std::size_t Writing::takeOption(std::size_t index) {
     }
     // -out, --output: whole words
     const bool isLetter = text.size() == 2 && writer_.letters.find(text[1]) != text.npos; // which is looked up below
-    if (!isLetter && (listsWord(writer_.options, name) || listsWord(writer_.outputs, name))) {
+    if (!isLetter && (writer_.options.holds(name) || writer_.outputs.holds(name))) {
         if (hasNext) takeValue(name, arguments_[index + 1]);
         return hasNext ? 1 : 0;
     }
@@ -342,8 +342,8 @@ std::size_t Writing::takeOption(std::size_t index) {
     for (std::size_t at = text[0] == '-' ? 1 : 0; at < text.size(); ++at) {
         const std::string option = {'-', text[at]};
         modes_ += text[at];
-        enabled_ = enabled_ || listsWord(writer_.onlyWith, option);
-        disabled_ = disabled_ || listsWord(writer_.notWith, option);
+        enabled_ = enabled_ || writer_.onlyWith.holds(option);
+        disabled_ = disabled_ || writer_.notWith.holds(option);
         if (writer_.written == Written::anything && at > 1) break; // whose options are no clusters
         if (writer_.letters.find(text[at]) == text.npos) continue;
         const bool joined = at + 1 < text.size() && text[0] == '-';
@@ -362,9 +362,9 @@ std::size_t Writing::takeOption(std::size_t index) {
 
 void Writing::takeValue(std::string_view option, Word value) {
     if (writer_.name == "csplit" && (option == "-f" || option == "--prefix")) prefix_ = value.text;
-    if (listsWord(writer_.folder, option) && !value.unknown && folder_.size() <= Budget::folderLength)
+    if (writer_.folder.holds(option) && !value.unknown && folder_.size() <= Budget::folderLength)
         folder_ = absolutePath(value.text, folder_);
-    else if (listsWord(writer_.outputs, option))
+    else if (writer_.outputs.holds(option))
         outputs_.push_back(std::move(value));
     else if (writer_.name == "tar" && (option == "-f" || option == "--file"))
         archives_.push_back(std::move(value));
