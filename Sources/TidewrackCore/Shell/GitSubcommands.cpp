@@ -21,46 +21,93 @@ constexpr std::array checkouts = {"checkout"sv, "restore"sv, "switch"sv};
 constexpr std::array sometimesChanging = {"reset"sv, "stash"sv, "clean"sv};
 constexpr std::array alwaysChanging = {"rm"sv, "mv"sv, "apply"sv, "merge"sv, "am"sv, "rebase"sv, "pull"sv, "revert"sv};
 
-// Subcommands that leave the work tree as it is, except for files that they are told to write.
-constexpr std::array leavingTree = {
-    "add"sv,         "annotate"sv,      "archive"sv,       "blame"sv,        "branch"sv,       "bundle"sv,
-    "cat-file"sv,    "check-attr"sv,    "check-ignore"sv,  "cherry"sv,       "clone"sv,        "commit"sv,
-    "config"sv,      "count-objects"sv, "describe"sv,      "diff"sv,         "diff-files"sv,   "diff-index"sv,
-    "diff-tree"sv,   "difftool"sv,      "fetch"sv,         "for-each-ref"sv, "format-patch"sv, "fsck"sv,
-    "gc"sv,          "grep"sv,          "hash-object"sv,   "help"sv,         "init"sv,         "log"sv,
-    "ls-files"sv,    "ls-remote"sv,     "ls-tree"sv,       "maintenance"sv,  "merge-base"sv,   "name-rev"sv,
-    "notes"sv,       "prune"sv,         "push"sv,          "range-diff"sv,   "reflog"sv,       "remote"sv,
-    "repack"sv,      "request-pull"sv,  "rev-list"sv,      "rev-parse"sv,    "shortlog"sv,     "show"sv,
-    "show-branch"sv, "show-ref"sv,      "status"sv,        "symbolic-ref"sv, "tag"sv,          "update-index"sv,
-    "update-ref"sv,  "var"sv,           "verify-commit"sv, "version"sv,      "whatchanged"sv,  "write-tree"sv};
+// What a subcommand leaves as it is: the work tree, except for files that it is told to write; git's own store, but for
+// objects that are added.
+enum class Leaves { tree, store, both };
 
-// Those that leave git's own store as it is, but for objects that are added.
-constexpr std::array leavingStore = {"annotate"sv,     "archive"sv,
-                                     "blame"sv,        "bundle"sv,
-                                     "cat-file"sv,     "check-attr"sv,
-                                     "check-ignore"sv, "check-mailmap"sv,
-                                     "request-pull"sv, "verify-pack"sv,
-                                     "cherry"sv,       "clean"sv,
-                                     "clone"sv,        "check-ref-format"sv,
-                                     "column"sv,       "count-objects"sv,
-                                     "describe"sv,     "diff"sv,
-                                     "diff-files"sv,   "diff-index"sv,
-                                     "diff-tree"sv,    "difftool"sv,
-                                     "fast-export"sv,  "for-each-ref"sv,
-                                     "format-patch"sv, "fsck"sv,
-                                     "grep"sv,         "hash-object"sv,
-                                     "help"sv,         "init"sv,
-                                     "log"sv,          "ls-files"sv,
-                                     "ls-remote"sv,    "ls-tree"sv,
-                                     "merge-base"sv,   "merge-tree"sv,
-                                     "name-rev"sv,     "patch-id"sv,
-                                     "range-diff"sv,   "rev-list"sv,
-                                     "rev-parse"sv,    "shortlog"sv,
-                                     "show"sv,         "show-branch"sv,
-                                     "show-ref"sv,     "status"sv,
-                                     "var"sv,          "verify-commit"sv,
-                                     "verify-tag"sv,   "version"sv,
-                                     "whatchanged"sv,  "write-tree"sv};
+struct Subcommand {
+    std::string_view name;
+    Leaves leaves;
+};
+
+// Sorted by name, for the search.
+constexpr Subcommand subcommands[] = {{"add", Leaves::tree},
+                                      {"annotate", Leaves::both},
+                                      {"archive", Leaves::both},
+                                      {"blame", Leaves::both},
+                                      {"branch", Leaves::tree},
+                                      {"bundle", Leaves::both},
+                                      {"cat-file", Leaves::both},
+                                      {"check-attr", Leaves::both},
+                                      {"check-ignore", Leaves::both},
+                                      {"check-mailmap", Leaves::store},
+                                      {"check-ref-format", Leaves::store},
+                                      {"cherry", Leaves::both},
+                                      {"clean", Leaves::store},
+                                      {"clone", Leaves::both},
+                                      {"column", Leaves::store},
+                                      {"commit", Leaves::tree},
+                                      {"config", Leaves::tree},
+                                      {"count-objects", Leaves::both},
+                                      {"describe", Leaves::both},
+                                      {"diff", Leaves::both},
+                                      {"diff-files", Leaves::both},
+                                      {"diff-index", Leaves::both},
+                                      {"diff-tree", Leaves::both},
+                                      {"difftool", Leaves::both},
+                                      {"fast-export", Leaves::store},
+                                      {"fetch", Leaves::tree},
+                                      {"for-each-ref", Leaves::both},
+                                      {"format-patch", Leaves::both},
+                                      {"fsck", Leaves::both},
+                                      {"gc", Leaves::tree},
+                                      {"grep", Leaves::both},
+                                      {"hash-object", Leaves::both},
+                                      {"help", Leaves::both},
+                                      {"init", Leaves::both},
+                                      {"log", Leaves::both},
+                                      {"ls-files", Leaves::both},
+                                      {"ls-remote", Leaves::both},
+                                      {"ls-tree", Leaves::both},
+                                      {"maintenance", Leaves::tree},
+                                      {"merge-base", Leaves::both},
+                                      {"merge-tree", Leaves::store},
+                                      {"name-rev", Leaves::both},
+                                      {"notes", Leaves::tree},
+                                      {"patch-id", Leaves::store},
+                                      {"prune", Leaves::tree},
+                                      {"push", Leaves::tree},
+                                      {"range-diff", Leaves::both},
+                                      {"reflog", Leaves::tree},
+                                      {"remote", Leaves::tree},
+                                      {"repack", Leaves::tree},
+                                      {"request-pull", Leaves::both},
+                                      {"rev-list", Leaves::both},
+                                      {"rev-parse", Leaves::both},
+                                      {"shortlog", Leaves::both},
+                                      {"show", Leaves::both},
+                                      {"show-branch", Leaves::both},
+                                      {"show-ref", Leaves::both},
+                                      {"status", Leaves::both},
+                                      {"symbolic-ref", Leaves::tree},
+                                      {"tag", Leaves::tree},
+                                      {"update-index", Leaves::tree},
+                                      {"update-ref", Leaves::tree},
+                                      {"var", Leaves::both},
+                                      {"verify-commit", Leaves::both},
+                                      {"verify-pack", Leaves::store},
+                                      {"verify-tag", Leaves::store},
+                                      {"version", Leaves::both},
+                                      {"whatchanged", Leaves::both},
+                                      {"write-tree", Leaves::both}};
+
+static_assert(isSortedByName(subcommands));
+constexpr NameIndex<Subcommand> subcommandIndex(subcommands);
+
+bool leaves(std::string_view subcommand, Leaves which) {
+    const Subcommand* found = subcommandIndex.find(subcommand);
+    return found != nullptr && (found->leaves == which || found->leaves == Leaves::both);
+}
 
 // Subcommands with verbs of their own, and those that leave the store as it is; "-": also without a verb.
 struct Verbs {
@@ -154,7 +201,7 @@ bool mayChangeTree(std::string_view subcommand, Words arguments) {
     }
     // Without -f git's configuration says whether it removes anything.
     if (subcommand == "clean") return !isDryClean(arguments);
-    return !isIn(leavingTree, subcommand) && !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) &&
+    return !leaves(subcommand, Leaves::tree) && !isIn(checkouts, subcommand) && !isIn(sometimesChanging, subcommand) &&
            !subcommand.starts_with('-');
 }
 
@@ -175,7 +222,7 @@ bool takesUntracked(std::string_view subcommand, Words arguments) {
 }
 
 bool leavesStore(std::string_view subcommand, Words arguments) {
-    if (isIn(leavingStore, subcommand) || hasAny(arguments, {"--help", "--dry-run"})) return true;
+    if (leaves(subcommand, Leaves::store) || hasAny(arguments, {"--help", "--dry-run"})) return true;
     const std::string_view first = arguments.empty() ? "-"sv : std::string_view(arguments.front().text);
     for (const Verbs& each : verbs)
         if (each.subcommand == subcommand) return listsWord(each.reading, first);
