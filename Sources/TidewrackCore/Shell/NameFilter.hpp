@@ -27,31 +27,35 @@ template <std::size_t size>
     return false;
 }
 
-// Such a list in a table. Most words that it does not hold differ from all of its own in length or in the last letter.
+// Such a list in a table. Most words that it does not hold are told by their length together with the last letter, or
+// with the one in the middle.
 class WordList {
   public:
     constexpr WordList() = default;
     constexpr WordList(const char* words) : words_(words) {
         for (std::size_t begin = 1; begin < words_.size();) {
             const std::size_t end = words_.find(' ', begin);
-            lengths_ |= bit(end - begin);
-            lastLetters_ |= bit(static_cast<unsigned char>(words_[end - 1]));
+            const std::string_view word = words_.substr(begin, end - begin);
+            ends_ |= bit(word, word.size() - 1);
+            middles_ |= bit(word, word.size() / 2);
             begin = end + 1;
         }
     }
 
     [[nodiscard]] constexpr bool empty() const { return words_.empty(); }
     [[nodiscard]] constexpr bool holds(std::string_view word) const {
-        return !word.empty() && (lengths_ & bit(word.size())) != 0 &&
-               (lastLetters_ & bit(static_cast<unsigned char>(word.back()))) != 0 && listsWord(words_, word);
+        return !word.empty() && (ends_ & bit(word, word.size() - 1)) != 0 &&
+               (middles_ & bit(word, word.size() / 2)) != 0 && listsWord(words_, word);
     }
 
   private:
-    [[nodiscard]] static constexpr std::uint64_t bit(std::size_t number) { return std::uint64_t{1} << (number & 63U); }
+    [[nodiscard]] static constexpr std::uint64_t bit(std::string_view word, std::size_t place) {
+        return std::uint64_t{1} << ((word.size() * 11 + static_cast<unsigned char>(word[place])) & 63U);
+    }
 
     std::string_view words_;
-    std::uint64_t lengths_ = 0;
-    std::uint64_t lastLetters_ = 0;
+    std::uint64_t ends_ = 0;
+    std::uint64_t middles_ = 0;
 };
 
 // Tells most names that are in no table from those that may be, by length, first and last letter.
