@@ -17,6 +17,7 @@ class Functions {
     using Body = std::vector<Command>; // with depths as if it stood outside of all parentheses
 
     [[nodiscard]] bool contains(std::string_view name) const { return bodies_.find(name) != bodies_.end(); }
+    [[nodiscard]] bool none() const { return bodies_.empty(); }
     // Null when there is no such function, when its body has not ended yet, and when that was too long.
     [[nodiscard]] std::shared_ptr<const Body> body(std::string_view name) const;
 

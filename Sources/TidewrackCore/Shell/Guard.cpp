@@ -50,10 +50,11 @@ bool isCount(std::string_view text, std::size_t& count) {
 // No shorter line sets an option of patterns and uses it.
 constexpr std::size_t globOptionLength = 16;
 
-// Whether a command's output may be known, for a shell that reads it.
-bool mayFeedShell(const Word& name) {
-    return name.text == "echo"sv || name.text == "printf"sv || name.text == "cat"sv || name.text == "dirname"sv ||
-           name.text == "realpath"sv;
+// Whether the output of a harmless command may be known, for a shell that reads it.
+bool mayFeedShell(const Word& name, const Command& command) {
+    if (!command.toPipe) return false;
+    if (name.text == "cat"sv) return !command.inputs.empty();
+    return name.text == "echo"sv || name.text == "dirname"sv || name.text == "realpath"sv;
 }
 
 } // namespace
@@ -109,7 +110,11 @@ void Guard::takeCommand(Command& command) {
     elsewhere_.reset();
     effects_.beginCommand();
     std::vector<Word> lister = std::exchange(lister_, {});
-    if (!command.fromPipe) lister.clear();
+    if (!command.fromPipe) {
+        lister.clear();
+        feeder_.reset();
+        written_.reset();
+    }
     if (functions_.recordsAt(nesting_, calls_)) functions_.record(command);
     if (!aliases_.empty() && takeAlias(command)) return;
     depth_ = command.depth;
@@ -128,13 +133,16 @@ void Guard::takeCommand(Command& command) {
     if (!command.redirects.empty()) takeDoubts(command, {});
     if (first == words.end() || takeDefinition(command)) return;
     noteTest({first, words.end()}, command);
-    if (isHarmless(first, words.end()) && !(command.toPipe && mayFeedShell(*first))) {
+    if (isHarmless(first, words.end()) || looksByGit({first, words.end()})) {
         if ((command.toPipe || nesting_ > 0) && (first->text == "ls"sv || listsMatches({first, words.end()})))
             takeListing({first, words.end()}, command);
         if (!functions_.contains(first->text)) {
             tell({first, words.end()});
             const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(*first));
-            if (!reads && isKnown(*first, {first + 1, words.end()})) return;
+            if (!reads && (isKnown(*first, {first + 1, words.end()}) || first->text == "git"sv)) {
+                if (mayFeedShell(*first, command)) holdFeeder(command);
+                return;
+            }
             if (!isWriter(commandName(*first))) return takeUnknown(*first);
         }
     }
@@ -191,15 +199,31 @@ void Guard::noteBranch(const std::vector<Word>& words) {
     if ((text == "fi"sv || text == "esac"sv) && branches_ > 0) --branches_;
 }
 
+// Whether a command within another one only looks, and lists nothing that may be meant by others.
+bool Guard::onlyLooksWithin(const Command& command) const {
+    const std::vector<Word>& words = command.words;
+    if (words.empty() || command.opaque || command.isDefinition || command.isPattern || !command.redirects.empty() ||
+        !command.inputs.empty() || !command.braced.empty() || !command.nested.empty())
+        return false;
+    if (!functions_.none() || !aliases_.empty() || wordsBeforeCommand(words) > 0) return false;
+    if (!isHarmless(words.begin(), words.end()) || words.front().text == "ls"sv || listsMatches(words)) return false;
+    return !(command.fromPipe && readsScript(commandName(words.front()))) &&
+           isKnown(words.front(), Words(words).subspan(1));
+}
+
 // Commands that run for what they print, in a shell of their own.
 void Guard::takeNested(const Program& program) {
-    if (program.commands.empty()) return;
+    const std::vector<Command>& commands = program.commands;
+    if (std::all_of(commands.begin(), commands.end(), [&](const Command& one) { return onlyLooksWithin(one); })) {
+        for (const Command& one : commands) tell(one.words);
+        return;
+    }
     Position position = position_;
     const std::size_t doubts = doubts_.size();
     values_.beginSubshell();
     ++nesting_;
     const std::size_t depth = depth_;
-    for (Command command : program.commands) takeInside(command, depth);
+    for (Command command : commands) takeInside(command, depth);
     depth_ = depth;
     --nesting_;
     values_.endSubshell();
@@ -289,6 +313,13 @@ void Guard::call(const std::vector<Word>& words) {
     depth_ = depth;
     --calls_;
     values_.exchangeParameters(std::move(before));
+}
+
+// Whether git only looks, and the line has given nothing to it that it might run.
+bool Guard::looksByGit(Words words) const {
+    return words.front().text == "git"sv && !values_.hasAssigned() && onlyLooks(words) &&
+           std::none_of(words.begin(), words.end(), mayAssign) &&
+           std::none_of(words.begin(), words.end(), [](const Word& word) { return word.text.starts_with("--output"); });
 }
 
 // The text of an alias stands in place of its name. False where a program may be meant: most shells replace none in

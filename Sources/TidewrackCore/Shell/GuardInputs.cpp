@@ -79,54 +79,60 @@ void Guard::takeListing(std::vector<Word> words, const Command& command) {
     if (!named || deep) effects_.list({position_.folder(), {}, deep});
 }
 
+// What a harmless command writes is looked at where a shell reads it.
+void Guard::holdFeeder(Command& command) {
+    feeder_.emplace();
+    feeder_->words.swap(command.words);
+    feeder_->inputs.swap(command.inputs);
+    feeder_->nested.swap(command.nested);
+}
+
+std::optional<std::string> Guard::writtenBefore() {
+    if (!feeder_) return std::exchange(written_, std::nullopt);
+    const Command feeder = *std::exchange(feeder_, std::nullopt);
+    std::vector<Word> words = feeder.words;
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(wordsBeforeCommand(words)));
+    values_.expandAll(words, feeder);
+    return outputOf(words, feeder);
+}
+
 // What a command writes into a pipe, and what a shell is given to read. True when nothing else is to be judged.
 bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
     if (!command.fromPipe && !command.toPipe && command.inputs.empty()) return false;
-    const std::optional<std::string> piped = command.fromPipe ? std::move(written_) : std::nullopt;
-    written_ = command.toPipe ? outputOf(words) : std::nullopt;
-    if (!words.empty() && commandName(words.front()) == "xargs"sv) {
-        std::optional<std::string> text = piped;
+    const std::string_view name = words.empty() ? ""sv : commandName(words.front());
+    const bool readsItems = name == "xargs"sv;
+    const bool runsText = readsCommands(words);
+    const bool followsText = readsScript(name) && (command.fromPipe || !command.inputs.empty()); // ed, sqlite3
+    std::optional<std::string> text;
+    if (readsItems || runsText || followsText) {
+        if (command.fromPipe) text = writtenBefore();
         if (!text && command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text)
             text = textOf(command.inputs.front(), command);
-        if (text) examineItems(*text, Words(words).subspan(1), position_.folder(), effects_);
     }
-    if (!words.empty() && (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(words.front())))
-        takeScript(words.front(), command, piped);
-    if (!readsCommands(words)) {
-        // cat <<EOF | sh
-        if (command.toPipe && words.size() == 1 && words.front().text == "cat" && command.inputs.size() == 1 &&
-            command.inputs.front().kind == Input::Kind::text)
-            written_ = textOf(command.inputs.front(), command);
-        return false;
-    }
-    if (piped) {
-        takeText({*piped, false, true});
-        return true;
-    }
-    if (command.inputs.size() != 1 || command.inputs.front().kind != Input::Kind::text) return false;
-    const auto text = textOf(command.inputs.front(), command);
+    feeder_.reset();
+    written_ = command.toPipe ? outputOf(words, command) : std::nullopt;
+    if (readsItems && text) examineItems(*text, Words(words).subspan(1), position_.folder(), effects_);
+    if (followsText && !examineInput(name, text, position_.folder(), effects_)) takeUnknown(words.front());
+    if (!runsText) return false;
+    const bool isGiven = command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text;
+    if (!text && !isGiven) return false;
     takeText({text.value_or(""), !text, true});
     return true;
 }
 
 // What a command prints, as far as that is known without running it.
-std::optional<std::string> Guard::outputOf(const std::vector<Word>& words) {
+std::optional<std::string> Guard::outputOf(const std::vector<Word>& words, const Command& command) {
     auto text = literalOutput(words);
     if (text || words.empty()) return text;
+    const bool readsText = command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text;
+    if (readsText && words.size() == 1 && words.front().text == "cat"sv) // cat <<EOF | sh
+        return textOf(command.inputs.front(), command);
     std::vector<std::string> texts;
     for (const Word& word : words) {
         if (word.unknown || word.glob) return std::nullopt;
         texts.push_back(word.text);
     }
     return printedBy(texts, position_.folder(), effects_);
-}
-
-// What ed or sqlite3 reads: commands, or data of which nobody knows what is made of it.
-void Guard::takeScript(const Word& program, const Command& command, const std::optional<std::string>& piped) {
-    std::optional<std::string> text = piped;
-    if (!text && command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text)
-        text = textOf(command.inputs.front(), command);
-    if (!examineInput(commandName(program), text, position_.folder(), effects_)) takeUnknown(program);
 }
 
 // [ -n "$NAME" ] && COMMAND, if test "$NAME"; then COMMAND: there the name has a value.

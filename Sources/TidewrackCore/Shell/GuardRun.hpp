@@ -39,6 +39,8 @@ class Guard {
     void takeReferences(const std::vector<Word>& words);
     void takeGlobOptions(std::string_view line);
     void takeInside(Command& command, std::size_t depth);
+    [[nodiscard]] bool onlyLooksWithin(const Command& command) const;
+    [[nodiscard]] bool looksByGit(std::span<const Word> words) const;
     void takeNested(const Program& program);
     void takeListing(std::vector<Word> words, const Command& command);
     void takeArray(std::vector<Word>& words, const Command& command);
@@ -64,10 +66,11 @@ class Guard {
     void takeValues(std::string_view text);
     void noteTest(std::span<const Word> words, const Command& command);
     void takeFind(const std::vector<Word>& words, const std::string& folder);
-    [[nodiscard]] std::optional<std::string> outputOf(const std::vector<Word>& words);
+    [[nodiscard]] std::optional<std::string> outputOf(const std::vector<Word>& words, const Command& command);
     [[nodiscard]] std::optional<std::string> textOf(const Input& input, const Command& command);
     bool takeInputs(const std::vector<Word>& words, Command& command);
-    void takeScript(const Word& program, const Command& command, const std::optional<std::string>& piped);
+    void holdFeeder(Command& command);
+    [[nodiscard]] std::optional<std::string> writtenBefore();
     void tell(std::span<const Word> words) const;
     [[nodiscard]] bool readsByRule(const Word& name) const;
     void takeUnknown(const Word& name);
@@ -112,6 +115,7 @@ class Guard {
     std::vector<Word> lister_;           // the last command, where it prints the names of files into a pipe
     std::vector<Word> listed_;           // the same of the one before the command that is judged
     std::optional<std::string> written_; // by the command before into a pipe, where that is known
+    std::optional<Command> feeder_;      // instead of that, the command itself: most are read by no shell
 };
 
 } // namespace tidewrack::shell
