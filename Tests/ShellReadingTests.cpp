@@ -50,6 +50,11 @@ TEST_F(ShellGuardOnDisk, savesWhatAGuessMayTouchOnlyInProjects) {
         {"while read -r f; do rm \"$f\"; done < list", " ?tree @home/data/f"},
         {"cat list | xargs ls; python3 x.py", " ?tree @home/data/f"},
         {"cd ../out && make", " ?out @out"},
+        {"for f in $(x); do rm ../out/$f; done", " ?out tree @out"},
+        {"ln -s ../out l; find -L . -name '*.o' -delete", "out tree tree/l"},
+        {"ln -s ../out l; find -L . -name '*.o' -print; find l -follow -type f | xargs rm",
+         "out tree/l ?tree ~out @out"},
+        {"setopt extendedglob; rm ../out/^*.log; rm sub/x#; cat ^a", "out tree/sub ~tree"},
         {"(cd none; cd sub && rm -f x); mkdir made; cd made; rm y", "tree/made/y tree/none/sub/x ?tree/made tree/sub"},
         {"printf '%s\\0' ../home/data/f 'b c' | xargs -0 rm; xargs -n1 <<< 'a.txt ../out' rm",
          " ?out tree @home/data/f out tree/a.txt"},
@@ -126,6 +131,12 @@ TEST_F(ShellGuardOnDisk, savesBesideScriptsAndWhatWordsNameAtHome) {
         {"cd ~/Documents && ./gen a.txt sub", " ~home/Documents @home/Documents/a.txt home/Documents/sub"},
         {"tar czf b.tgz -C ~/Documents sub --remove-files", " ~home/Documents/sub @home/Documents/sub"},
         {"cd ~/Documents && ls a.txt; cat sub/x", ""},
+        {"cd ~/Documents; git ls-files | grep -v y | xargs rm",
+         " ?home/Documents @home/Documents/a.txt home/Documents/gen.py home/Documents/sub/x"},
+        {"for f in $(jq .x f); do mv ~/Documents/$f .; done",
+         " ?tree @home/Documents/a.txt home/Documents/gen.py home/Documents/sub/x"},
+        {"setopt extendedglob; rm ~/Documents/^*.txt",
+         " ~tree @home/Documents/a.txt home/Documents/gen.py home/Documents/sub/x"},
     };
     for (const Row& row : rows) EXPECT_EQ(judgedHere(row.command), row.expected) << row.command;
 }
@@ -150,6 +161,8 @@ TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
         {"GIT_EDITOR='rm x;:' git commit; export GIT_PAGER='rm y z'; git log; EDITOR=nano git commit",
          "tree/x tree/y tree/z"},
         {"GIT_WORK_TREE=../out GIT_EDITOR='rm x;:' git clean -fd", "out tree/x"},
+        {"git config core.editor 'rm x;:' && git -C ../out commit; git config set alias.y '!rm z'; git y",
+         "out/x tree/x tree/z ~tree @out"},
         {"git -c alias.x='!rm y' x z; git -c alias.x='clean -fd' x; git -c alias.x='!rm w' log",
          "tree tree/y tree/z ~tree"},
         {"git -c credential.helper='!rm x' fetch; git -c credential.helper=store -c core.pager=cat fetch", "tree/x"},

@@ -196,8 +196,9 @@ bool Examination::run() {
 
 void Examination::takeUnknownWords() {
     effects_.opaqueWords(cwd_);
-    if (rule_->apply == &E::remove || rule_->apply == &E::tee || rule_->apply == &E::truncate)
-        effects_.lookAtUnknownWords();
+    if (rule_->apply == &E::remove || rule_->apply == &E::move || rule_->apply == &E::tee ||
+        rule_->apply == &E::truncate || rule_->apply == &E::editInPlace)
+        effects_.loseUnknownWords(cwd_);
 }
 
 // Its effect lies in a script.

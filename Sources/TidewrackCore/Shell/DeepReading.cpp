@@ -215,6 +215,7 @@ void Mentions::addListed(const Listing& listing, const std::string& folder, std:
                    return isHard(pattern) || fnmatch(pattern.c_str(), name, 0) == 0;
                });
     };
+    std::vector<std::string> below; // which is looked through last: what lies higher is the more likely to be meant
     (void)visitNames(folder, [&](const char* name) {
         if (++entries_ > Budget::entriesLookedAt || paths_.size() >= Budget::filesKeptOnSuspicion) return false;
         const std::string path = joined(folder, name);
@@ -225,9 +226,10 @@ void Mentions::addListed(const Listing& listing, const std::string& folder, std:
             paths_.push_back(path);
         }
         if (S_ISDIR(status.st_mode) && !listing.deep && matches(name)) addFolder(path);
-        if (S_ISDIR(status.st_mode) && listing.deep && depth < Budget::listedDepth) addListed(listing, path, depth + 1);
+        if (S_ISDIR(status.st_mode) && listing.deep && depth < Budget::listedDepth) below.push_back(path);
         return true;
     });
+    for (const std::string& path : below) addListed(listing, path, depth + 1);
 }
 
 void Mentions::scan(std::string_view text, bool namesPrograms) {

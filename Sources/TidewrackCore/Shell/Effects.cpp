@@ -15,6 +15,9 @@ namespace {
 
 using namespace std::string_view_literals;
 
+// What zsh's patterns may hold besides.
+constexpr std::string_view extendedSigns = "^#~";
+
 std::string_view withoutTrailingSlash(std::string_view path) {
     if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
     return path;
@@ -61,8 +64,16 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     if (word.text.empty()) return paths;
     std::string path = absolutePath(word.text, cwd);
     if (word.glob && path.find("**") != std::string::npos) opaque(folderAbovePattern(path)); // may go deeper
-    if (!word.glob) {
+    if (!isPattern(word)) {
         paths.push_back(std::move(path));
+        return paths;
+    }
+    if (extended_ && word.text.find_first_of(extendedSigns) != std::string::npos) {
+        path = parentOf(path.substr(0, path.find_first_of("*?[^#~")));
+        if (!isProtected(path, Links::followed))
+            paths.push_back(std::move(path));
+        else
+            loseUnknownWords(path);
         return paths;
     }
     auto matches = glob_.match(path);
@@ -75,6 +86,10 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     else
         suspect(parentOf(path)); // what matches may be made by the line itself
     return paths;
+}
+
+bool Effects::isPattern(const Word& word) const {
+    return word.glob || (extended_ && word.text.find_first_of(extendedSigns) < word.plain);
 }
 
 bool Effects::mayExist(std::string_view path, std::string_view folder) {
@@ -103,7 +118,8 @@ void Effects::thin(const std::string& folder, std::string_view cwd, Links links,
 }
 
 void Effects::list(Listing listing) {
-    if (listings_.size() < Budget::listings && protectedFolders().holdsText(listing.folder))
+    const bool isKnown = std::find(listings_.begin(), listings_.end(), listing) != listings_.end();
+    if (!isKnown && listings_.size() < Budget::listings && protectedFolders().holdsText(listing.folder))
         listings_.push_back(std::move(listing));
 }
 
@@ -240,7 +256,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
         target(std::move(path), cwd, links, extent);
     };
     if (word.glob && extent == Extent::removed) takeEmptied(absolutePath(word.text, cwd), cwd);
-    if (word.glob)
+    if (isPattern(word))
         for (std::string& path : resolve(word, cwd)) add(std::move(path));
     else if (!word.text.empty()) {
         std::string path = absolutePath(word.text, cwd);
@@ -326,8 +342,15 @@ void Effects::opaqueWords(std::string_view folder) {
         if (!protectedFolders().holdsText(known)) opaque(known);
 }
 
-void Effects::lookAtUnknownWords() {
-    for (const std::string& known : unknownIn_) own_.look(known, Extent::item, Links::followed);
+void Effects::loseUnknownWords(const std::string& folder) {
+    const auto listIn = [&](const std::string& known) {
+        if (known != homePath("")) list({known, {}, true}); // the home folder holds too much for a guess
+    };
+    listIn(folder);
+    for (const std::string& known : unknownIn_) {
+        own_.look(known, Extent::item, Links::followed);
+        listIn(known);
+    }
 }
 
 void Effects::suspect(std::string_view folder) {
@@ -394,6 +417,26 @@ Decision Effects::decide() {
                                      ". Tidewrack doesn't keep git's own history, so it can't undo "
                                      "this. Allow?"});
     return std::move(decision_);
+}
+
+std::vector<std::string> Effects::linkedFrom(const std::string& folder) {
+    std::vector<std::string> linked;
+    const auto add = [&](const std::string& destination) {
+        const bool isNew = std::find(linked.begin(), linked.end(), destination) == linked.end();
+        if (isNew && !destination.empty() && !isAtOrBelow(destination, folder) && isFolder(destination) &&
+            linked.size() < Budget::links)
+            linked.push_back(destination);
+    };
+    for (const auto& [at, destination] : links_)
+        if (isAtOrBelow(at, folder)) add(destination);
+    (void)visitNames(folder, [&](const char* name) {
+        const std::string path = joined(folder, name);
+        struct stat status {};
+        if (!takesLook()) return false;
+        if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) add(realPath(path));
+        return true;
+    });
+    return linked;
 }
 
 // Drops what other commands of the line change in another way.

@@ -34,6 +34,8 @@ struct Listing {
     std::string folder;
     std::vector<std::string> names; // patterns, one of which must match; empty: every name
     bool deep = false;              // also what its folders hold
+
+    bool operator==(const Listing&) const = default;
 };
 
 class Effects {
@@ -50,6 +52,7 @@ class Effects {
     // How patterns are matched from now on.
     void matchHidden() { glob_.matchHidden(); }
     void ignoreCase() { glob_.ignoreCase(); }
+    void matchExtended() { extended_ = true; }
 
     // The names that the line itself has made in a folder, as far as they were the last ones.
     [[nodiscard]] std::vector<std::string> namesMadeIn(std::string_view folder) const;
@@ -109,6 +112,8 @@ class Effects {
     // A symbolic link that the line makes: what happens behind it happens elsewhere.
     void link(std::string at, std::string destination);
     [[nodiscard]] bool takesLinks() const { return links_.size() < Budget::links; }
+    // Where the links in a folder lead that the line has made or that are there, of folders those outside of it.
+    [[nodiscard]] std::vector<std::string> linkedFrom(const std::string& folder);
 
     // A command lists what may be meant by others of the line. Only well-known folders count: others are saved whole.
     void list(Listing listing);
@@ -157,8 +162,9 @@ class Effects {
     void beginCommand() { unknownIn_.clear(); }
     // The command changes what its unknown words stand for, in `folder` or where they lie.
     void opaqueWords(std::string_view folder);
-    // ... and all of them go or are written: asks when they lie in what is Tidewrack's own.
-    void lookAtUnknownWords();
+    // ... and all of them go or are written: asks when they lie in what is Tidewrack's own. Of a well-known folder,
+    // which is never copied as a whole, any file may be meant.
+    void loseUnknownWords(const std::string& folder);
 
     // Something may change in `folder`, by a guess. Nobody is asked or refused anything for that.
     void suspect(std::string_view folder);
@@ -181,6 +187,7 @@ class Effects {
     [[nodiscard]] bool full() const;
 
   private:
+    [[nodiscard]] bool isPattern(const Word& word) const;
     void takeEmptied(std::string folder, std::string_view cwd);
     void askIfProjectRoot(const std::string& folder);
     void followLinks(const std::string& path, Links links);
@@ -206,6 +213,7 @@ class Effects {
     std::vector<std::string> unknownIn_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
+    bool extended_ = false; // ^x, x#, *~x are patterns
     bool makesGitStore_ = false;
     bool refused_ = false; // whatever else is found
     std::size_t targetBytes_ = 0;

@@ -242,6 +242,29 @@ std::vector<Word> rootsOfFind(Words arguments, const std::string& cwd) {
     return roots;
 }
 
+// -L, -follow: what links lead to is found as well.
+bool followsLinks(Words arguments) {
+    const Words before = arguments.first(wordsBeforeRoots(arguments));
+    const auto follows = [](const Word& word) { return word.text.find('L') != std::string::npos; };
+    return std::any_of(before.begin(), before.end(), follows) ||
+           std::any_of(arguments.begin(), arguments.end(), [](const Word& word) { return word.text == "-follow"sv; });
+}
+
+// The roots with those that find comes to through links, where it takes something.
+std::vector<Word> reachedRoots(Words arguments, Act act, const std::string& cwd, Effects& effects) {
+    std::vector<Word> roots = rootsOfFind(arguments, cwd);
+    if (act == Act::nothing || !followsLinks(arguments)) return roots;
+    std::vector<std::string> linked;
+    for (Word& root : roots) {
+        if (!root.unknown && !root.glob)
+            for (std::string& path : effects.linkedFrom(absolutePath(root.text, cwd)))
+                linked.push_back(std::move(path));
+        if (!root.unknown && !root.text.ends_with('/')) root.text += '/'; // itself, too
+    }
+    for (std::string& path : linked) roots.emplace_back().text = std::move(path);
+    return roots;
+}
+
 // What stands before fd's command.
 struct FdWords {
     std::vector<const Word*> operands;
@@ -389,11 +412,11 @@ bool isFound(const Word& word) {
 void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     for (std::size_t index = 0; index + 1 < arguments.size(); ++index)
         if (isIn(findWrites, arguments[index].text)) effects.write(arguments[index + 1], cwd);
-    const std::vector<Word> roots = rootsOfFind(arguments, cwd);
+    const Act act = findAct(arguments);
+    const std::vector<Word> roots = reachedRoots(arguments, act, cwd, effects);
     const bool areLimiting = testsLimit(arguments, false);
     const FoundFiles tests = testsOf(arguments, areLimiting);
     listFound(roots, tests, cwd, effects);
-    const Act act = findAct(arguments);
     const bool removes = act == Act::removed;
     const bool wholeTree = removes && !areLimiting && !movesFiles(arguments);
     const bool isBroad = removes && hasOnlyBroadTests(arguments);
@@ -433,7 +456,7 @@ void examineFound(Words lister, Act act, bool recursive, const std::string& wher
     }
     const bool areLimiting = testsLimit(arguments, true);
     const FoundFiles tests = testsOf(arguments, areLimiting);
-    for (const Word& root : rootsOfFind(arguments, where)) {
+    for (const Word& root : reachedRoots(arguments, act, where, effects)) {
         if (act == Act::removed && !areLimiting && !root.unknown)
             for (const std::string& path : effects.resolve(root, where)) effects.askIfProjectInside(path);
         takeTree(root, tests, act, recursive, where, effects);

@@ -61,7 +61,7 @@ bool mayFeedShell(const Word& name, const Command& command) {
 
 Decision Guard::run(std::string_view line) {
     if (line.find('_') != line.npos) followsLast_ = line.find("$_") != line.npos || line.find("${_") != line.npos;
-    if (line.size() > globOptionLength && (line.find("glob") != line.npos || line.find("GLOBIGNORE") != line.npos))
+    if (line.size() > globOptionLength && (line.find("glob") != line.npos || line.find("GLOB") != line.npos))
         takeGlobOptions(line);
     Lexer lexer(line);
     Command command;
@@ -89,6 +89,8 @@ void Guard::takeGlobOptions(std::string_view line) {
         if (line.find(option) != line.npos) effects_.matchHidden();
     for (const std::string_view option : {"nocaseglob"sv, "nocase_glob"sv, "no_case_glob"sv})
         if (line.find(option) != line.npos) effects_.ignoreCase();
+    for (const std::string_view option : {"extendedglob"sv, "extended_glob"sv, "EXTENDED_GLOB"sv})
+        if (line.find(option) != line.npos) effects_.matchExtended();
 }
 
 // A command of a text or body, which counts parentheses from its own begin, within so many of the line.
@@ -181,7 +183,7 @@ void Guard::takeRedirects(Command& command) {
     for (const Word& target : command.redirects) {
         if (target.unknown) {
             effects_.opaqueWords(position_.folder());
-            effects_.lookAtUnknownWords();
+            effects_.loseUnknownWords(position_.folder());
         }
         const Extent extent = target.appends ? Extent::kept : Extent::item;
         effects_.targetWord(target, position_.folder(), Links::itself, extent);
@@ -317,7 +319,7 @@ void Guard::call(const std::vector<Word>& words) {
 
 // Whether git only looks, and the line has given nothing to it that it might run.
 bool Guard::looksByGit(Words words) const {
-    return words.front().text == "git"sv && !values_.hasAssigned() && onlyLooks(words) &&
+    return words.front().text == "git"sv && !values_.hasAssigned() && gitSettings_.empty() && onlyLooks(words) &&
            std::none_of(words.begin(), words.end(), mayAssign) &&
            std::none_of(words.begin(), words.end(), [](const Word& word) { return word.text.starts_with("--output"); });
 }

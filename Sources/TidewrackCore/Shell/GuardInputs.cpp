@@ -112,6 +112,8 @@ bool Guard::takeInputs(const std::vector<Word>& words, Command& command) {
     feeder_.reset();
     written_ = command.toPipe ? outputOf(words, command) : std::nullopt;
     if (readsItems && text) examineItems(*text, Words(words).subspan(1), position_.folder(), effects_);
+    if (readsItems && !text && listed_.empty())
+        examineUnknownList(Words(words).subspan(1), position_.folder(), effects_);
     if (followsText && !examineInput(name, text, position_.folder(), effects_)) takeUnknown(words.front());
     if (!runsText) return false;
     const bool isGiven = command.inputs.size() == 1 && command.inputs.front().kind == Input::Kind::text;

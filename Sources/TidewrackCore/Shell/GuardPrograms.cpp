@@ -54,10 +54,24 @@ bool Guard::takeProgram(std::vector<Word>& words, const std::string& folder) {
 }
 
 void Guard::takeGit(std::vector<Word>& words, const std::string& folder) {
-    const bool isGiven = !given_.empty() || values_.hasAssigned();
+    const bool isGiven = !given_.empty() || values_.hasAssigned() || !gitSettings_.empty();
     placeGitsEnvironment(words);
+    if (!takeSettingOfGit(words)) words.insert(words.begin() + 1, gitSettings_.begin(), gitSettings_.end());
     if (isGiven || (words.size() > 2 && words[1].text.starts_with('-'))) takeTextsOfGit(words, folder);
     (void)examine(words, folder, effects_);
+}
+
+// git config [set] NAME VALUE: later commands of the line run what it says, as if behind -c. False for other commands.
+bool Guard::takeSettingOfGit(const std::vector<Word>& words) {
+    auto word = std::find(words.begin() + 1, words.end(), Word{.text = "config", .plain = 6});
+    if (word == words.end()) return false;
+    const auto isValue = [](const Word& one) { return isOperand(one) && one.text != "set"sv; };
+    const auto name = std::find_if(word + 1, words.end(), isValue);
+    const auto value = name == words.end() ? name : std::find_if(name + 1, words.end(), isOperand);
+    if (value == words.end() || gitSettings_.size() >= 2 * Budget::traps) return true;
+    gitSettings_.push_back(Word{.text = "-c"});
+    gitSettings_.push_back(Word{.text = name->text + "=" + value->text});
+    return true;
 }
 
 // git works on the tree that GIT_WORK_TREE names.

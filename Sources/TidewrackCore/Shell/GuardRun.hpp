@@ -56,6 +56,7 @@ class Guard {
     bool takeProgram(std::vector<Word>& words, const std::string& folder);
     void takeGit(std::vector<Word>& words, const std::string& folder);
     void takeTextsOfGit(const std::vector<Word>& words, const std::string& folder);
+    bool takeSettingOfGit(const std::vector<Word>& words);
     void takeRunWith(std::vector<Word> command, const std::string& folder);
     void takeRedirects(Command& command);
     void noteBranch(const std::vector<Word>& words);
@@ -103,6 +104,7 @@ class Guard {
     std::optional<std::string> elsewhere_; // the folder in which a wrapper runs the command
     std::map<std::string, std::string, std::less<>> aliases_;
     Functions functions_;
+    std::vector<Word> gitSettings_;      // NAME=VALUE of those that the line has given git, each behind -c
     std::vector<NestedText> traps_;      // of the shell that reads the commands
     std::vector<Doubt> doubts_;          // folders in which the line may be instead
     std::size_t settledDoubts_ = 0;      // those that were noted before the && list of now

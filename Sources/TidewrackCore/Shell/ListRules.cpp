@@ -146,6 +146,11 @@ void examineListed(Words lister, Words arguments, const std::string& cwd, Effect
     examineFound(lister, act, recursive, cwd, effects);
 }
 
+void examineUnknownList(Words arguments, const std::string& cwd, Effects& effects) {
+    const std::vector<Word> command = commandOfXargs(arguments);
+    if (!command.empty() && actOn(command) > Act::guessed) effects.loseUnknownWords(cwd);
+}
+
 void examineItems(std::string_view text, Words arguments, const std::string& cwd, Effects& effects) {
     const std::vector<Word> command = commandOfXargs(arguments);
     if (command.empty() || actOn(command) <= Act::guessed) return;

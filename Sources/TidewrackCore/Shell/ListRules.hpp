@@ -25,6 +25,9 @@ namespace tidewrack::shell {
 void examineListed(std::span<const Word> lister, std::span<const Word> arguments, const std::string& cwd,
                    Effects& effects);
 
+// The same for a list that is not known: it may name any file in the folder.
+void examineUnknownList(std::span<const Word> arguments, const std::string& cwd, Effects& effects);
+
 // The same for a text whose words it reads. It is only saved.
 void examineItems(std::string_view text, std::span<const Word> arguments, const std::string& cwd, Effects& effects);
 

@@ -463,6 +463,7 @@ void WordValues::expandOver(Word word, std::size_t loop, bool glob, std::vector<
         alternatives_ += 1 + (word.text.size() + value.text.size()) / 256;
         if (alternatives_ > Budget::alternatives) return effects_.opaque(position_.folder());
         if (value.unknown) {
+            noteKnownFolder(word, mentionAt(word.text, loops_[loop].name));
             setUnknown(out.emplace_back(word));
             continue;
         }
