@@ -408,6 +408,7 @@ async function finds(view) {
     await picturesOf(view, 'versions');
     const [saved] = await Promise.all([view.waitForEvent('download'), view.getByRole('button', {name: 'Download this version'}).click()]);
     assert.equal(fs.readFileSync(await saved.path(), 'utf8'), '# Notes\n\nold\n');
+    await view.locator('#message.good', {hasText: 'tidewrack cat 2 -- notes.md'}).waitFor();
     for (const [name, text] of [['Vault', /outside of projects/], ['Status', /Folder/]]) {
         await view.getByRole('button', {name, exact: true}).click();
         await view.locator('#' + name.toLowerCase() + ' h2').waitFor();

@@ -56,11 +56,14 @@ async function ask(name, options) {
     return answer;
 }
 
+/** @param {Response} answer */
+const commandOf = answer => decodeURIComponent(answer.headers.get('X-Tidewrack-Command') || '');
+
 /** @param {Response} answer @returns {Promise<Document>} */
 async function documentOf(answer) {
     return {
         body: await answer.json(),
-        command: decodeURIComponent(answer.headers.get('X-Tidewrack-Command') || ''),
+        command: commandOf(answer),
         warnings: decodeURIComponent(answer.headers.get('X-Tidewrack-Warnings') || ''),
     };
 }
@@ -77,10 +80,11 @@ export async function read(name, values = {}) {
     return documentOf(await ask(addressOf(name, values), {}));
 }
 
-/** The bytes of a file in a snapshot. @param {number} seq @param {string} path @returns {Promise<Blob>} */
+/** The bytes of a file in a snapshot. @param {number} seq @param {string} path @returns {Promise<{blob: Blob, command: string}>} */
 export async function content(seq, path) {
     if (isStatic) throw new Refused('Contents are not in the file.');
-    return (await ask(addressOf('content', {seq, path}), {})).blob();
+    const answer = await ask(addressOf('content', {seq, path}), {});
+    return {blob: await answer.blob(), command: commandOf(answer)};
 }
 
 /** @param {string} name @param {object} body @returns {Promise<Document>} */

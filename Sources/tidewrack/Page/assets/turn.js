@@ -3,7 +3,7 @@
 import {content, isStatic, read} from './api.js';
 import {fileDiff, whenNear} from './diff.js';
 import {act} from './act.js';
-import {byId, clock, commandLine, guarded, make, plain} from './list.js';
+import {byId, clock, commandLine, guarded, make, plain, tell} from './list.js';
 
 /** `bare`: a file in which prompts, labels and commands were left out. */
 export const page = {readOnly: true, bare: false, sideBySide: false, pinned: new Set()};
@@ -35,7 +35,7 @@ export const button = (text, onclick, style = '', title) => make('button', {type
 
 /** @param {number} seq @param {string} path @returns {Promise<HTMLElement>} */
 async function picture(seq, path) {
-    let blob = await content(seq, path);
+    let {blob} = await content(seq, path);
     if (svg.test(path)) blob = blob.slice(0, blob.size, 'image/svg+xml'); // an image runs no script
     const address = URL.createObjectURL(blob);
     const image = make('img', {src: address, alt: path + ' in snapshot ' + seq});
@@ -46,10 +46,12 @@ async function picture(seq, path) {
 /** @param {number} seq @param {string} path */
 export async function download(seq, path) {
     await guarded(async () => {
-        const address = URL.createObjectURL(await content(seq, path));
+        const {blob, command} = await content(seq, path);
+        const address = URL.createObjectURL(blob);
         const name = path.slice(path.lastIndexOf('/') + 1);
         make('a', {href: address, download: name}).click();
         setTimeout(() => URL.revokeObjectURL(address), 1000);
+        tell('Downloaded. The same: ' + command);
     });
 }
 
