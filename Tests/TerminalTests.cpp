@@ -64,6 +64,7 @@ TEST(Terminal, undoAloneAsksFirst) {
         EXPECT_EQ(world.history().seqs() == snapshots, !row.acts);
         EXPECT_EQ(world.folder.read("project/a"), row.acts ? "old" : "new");
         EXPECT_EQ(world.folder.has("home/f"), row.acts);
+        EXPECT_EQ(run({"timeline", "-i"}, around), 1) << "a dumb one";
     }
     EXPECT_EQ(world.run({"undo"}).err, "tidewrack: missing snapshot\n") << "where nobody can be asked";
 }

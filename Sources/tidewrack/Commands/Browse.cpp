@@ -69,6 +69,9 @@ int browse(Invocation& call) {
 
 int pickFromTimeline(Invocation& call) {
     if (!canAsk(call)) throw CliError("timeline -i needs a terminal");
+    const auto terminal = call.around.environment.find("TERM");
+    if (terminal == call.around.environment.end() || terminal->second == "dumb")
+        throw CliError("timeline -i needs a terminal whose cursor can be moved");
     const std::size_t most = call.args.value("-n") ? mostListed(call.args) : mostPicked;
     std::vector<std::string> words{call.project().root, "--pick", "-n", std::to_string(most)};
     addFilters(call, words);
