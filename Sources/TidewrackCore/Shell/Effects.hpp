@@ -29,15 +29,6 @@ void askIfContainsProject(std::string_view path, const std::vector<std::string>&
 // Whether a command takes a link that the word names, or goes through it, which a trailing slash makes it do.
 [[nodiscard]] Links linksOf(const Word& word);
 
-// What a command such as find or ls lists of a folder.
-struct Listing {
-    std::string folder;
-    std::vector<std::string> names; // patterns, one of which must match; empty: every name
-    bool deep = false;              // also what its folders hold
-
-    bool operator==(const Listing&) const = default;
-};
-
 class Effects {
   public:
     // `context` must outlive this.
@@ -213,7 +204,7 @@ class Effects {
     std::vector<std::string> unknownIn_;
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
-    bool extended_ = false; // ^x, x#, *~x are patterns
+    bool extended_ = false;               // ^x, x#, *~x are patterns
     bool makesGitStore_ = false;
     bool refused_ = false; // whatever else is found
     std::size_t targetBytes_ = 0;

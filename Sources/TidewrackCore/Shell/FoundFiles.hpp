@@ -29,4 +29,13 @@ struct FoundFiles {
     bool operator==(const FoundFiles&) const = default;
 };
 
+// What a command such as find or ls lists of a folder.
+struct Listing {
+    std::string folder;
+    std::vector<std::string> names; // patterns, one of which must match; empty: every name
+    bool deep = false;              // also what its folders hold
+
+    bool operator==(const Listing&) const = default;
+};
+
 } // namespace tidewrack::shell

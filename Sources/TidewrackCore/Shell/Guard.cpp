@@ -38,8 +38,8 @@ bool mayAssign(const Word& word) {
 }
 
 // Whether a command can be passed over: its name means nothing here, and no ${X:=value} hides in its words.
-bool isHarmless(std::vector<Word>::const_iterator first, std::vector<Word>::const_iterator end) {
-    return first == end || (!mayMatter(*first) && std::none_of(first, end, mayAssign));
+bool isHarmless(Words words) {
+    return !mayMatter(words.front()) && std::none_of(words.begin(), words.end(), mayAssign);
 }
 
 bool isCount(std::string_view text, std::size_t& count) {
@@ -135,19 +135,7 @@ void Guard::takeCommand(Command& command) {
     if (!command.redirects.empty()) takeDoubts(command, {});
     if (first == words.end() || takeDefinition(command)) return;
     noteTest({first, words.end()}, command);
-    if (isHarmless(first, words.end()) || looksByGit({first, words.end()})) {
-        if ((command.toPipe || nesting_ > 0) && (first->text == "ls"sv || listsMatches({first, words.end()})))
-            takeListing({first, words.end()}, command);
-        if (!functions_.contains(first->text)) {
-            tell({first, words.end()});
-            const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(*first));
-            if (!reads && (isKnown(*first, {first + 1, words.end()}) || first->text == "git"sv)) {
-                if (mayFeedShell(*first, command)) holdFeeder(command);
-                return;
-            }
-            if (!isWriter(commandName(*first))) return takeUnknown(*first);
-        }
-    }
+    if (takeHarmless({first, words.end()}, command)) return;
     const bool declared = isDeclaration(*first);
     const bool refers = declared && first->text != "export"sv && hasOption({first + 1, words.end()}, 'n', "-n");
     if (declared) ++first;
@@ -176,6 +164,25 @@ void Guard::takeCommand(Command& command) {
         judge(std::move(run));
     };
     if (unexpanded.empty() || !values_.forEachRun(unexpanded, command, judgeRun)) judge(std::move(readings));
+}
+
+// True when nothing else of the command is to be judged.
+bool Guard::takeHarmless(Words words, Command& command) {
+    const Word& first = words.front();
+    const bool looks = looksByGit(words);
+    if (!looks && !isHarmless(words)) return false;
+    if ((command.toPipe || nesting_ > 0) && (first.text == "ls"sv || listsMatches(words)))
+        takeListing({words.begin(), words.end()}, command);
+    if (functions_.contains(first.text)) return false;
+    tell(words);
+    const bool reads = (command.fromPipe || !command.inputs.empty()) && readsScript(commandName(first));
+    if (!reads && (looks || isKnown(first, words.subspan(1)))) {
+        if (mayFeedShell(first, command)) holdFeeder(command);
+        return true;
+    }
+    if (isWriter(commandName(first))) return false;
+    takeUnknown(first);
+    return true;
 }
 
 void Guard::takeRedirects(Command& command) {
@@ -208,7 +215,7 @@ bool Guard::onlyLooksWithin(const Command& command) const {
         !command.inputs.empty() || !command.braced.empty() || !command.nested.empty())
         return false;
     if (!functions_.none() || !aliases_.empty() || wordsBeforeCommand(words) > 0) return false;
-    if (!isHarmless(words.begin(), words.end()) || words.front().text == "ls"sv || listsMatches(words)) return false;
+    if (!isHarmless(words) || words.front().text == "ls"sv || listsMatches(words)) return false;
     return !(command.fromPipe && readsScript(commandName(words.front()))) &&
            isKnown(words.front(), Words(words).subspan(1));
 }

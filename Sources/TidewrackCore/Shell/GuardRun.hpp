@@ -39,6 +39,7 @@ class Guard {
     void takeReferences(const std::vector<Word>& words);
     void takeGlobOptions(std::string_view line);
     void takeInside(Command& command, std::size_t depth);
+    bool takeHarmless(std::span<const Word> words, Command& command);
     [[nodiscard]] bool onlyLooksWithin(const Command& command) const;
     [[nodiscard]] bool looksByGit(std::span<const Word> words) const;
     void takeNested(const Program& program);
