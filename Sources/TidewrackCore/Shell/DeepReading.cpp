@@ -3,6 +3,7 @@
 #include "Shell/Budget.hpp"
 #include "Shell/Expansion.hpp"
 #include "Shell/Lexer.hpp"
+#include "Shell/ListRules.hpp"
 #include "Shell/NameFilter.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -82,36 +83,6 @@ bool isSmall(const std::string& folder, Room& left) {
                           return left.bytes >= 0;
                       }) == 0 &&
            left.entries > 0 && left.bytes >= 0;
-}
-
-// The folders that a grep lists files of; none where it names files alone, or leaves git's stores out.
-std::vector<std::string> rootsOfGrep(const std::vector<Word>& words) {
-    constexpr std::array greps = {"grep"sv, "egrep"sv, "fgrep"sv, "zgrep"sv};
-    if (words.size() < 2 || !isIn(greps, std::string_view(words.front().text))) return {};
-    bool isRecursive = false;
-    bool isListing = false;
-    bool hasPattern = false;
-    std::vector<std::string> operands;
-    for (std::size_t index = 1; index < words.size(); ++index) {
-        const std::string_view text = words[index].text;
-        if (text.size() < 2 || text[0] != '-') {
-            operands.emplace_back(text);
-            continue;
-        }
-        if (text.find(".git") != text.npos || text.starts_with("--include")) return {};
-        const bool isLong = text[1] == '-';
-        const auto has = [&](std::string_view letters) {
-            return !isLong && text.find_first_of(letters, 1) != text.npos;
-        };
-        isRecursive = isRecursive || has("rR") || text == "--recursive"sv || text == "--dereference-recursive"sv;
-        isListing = isListing || has("lL") || text.starts_with("--files-with");
-        hasPattern = hasPattern || has("ef") || text.starts_with("--regexp") || text.starts_with("--file=");
-        if (!isLong && "efmABCdD"sv.find(text.back()) != text.npos) ++index; // its value
-    }
-    if (!isRecursive || !isListing) return {};
-    if (!hasPattern && !operands.empty()) operands.erase(operands.begin());
-    if (operands.empty()) operands.emplace_back(".");
-    return operands;
 }
 
 // The commands of a line, and those within their words.
@@ -353,9 +324,11 @@ void noteGitStoresListed(std::string_view line, Effects& effects) {
     const std::vector<std::string> folders = effects.soFar().opaqueDirs;
     const Program program = parse(line).program;
     for (const Command* command : withNested(program)) {
-        const std::vector<std::string> roots = rootsOfGrep(command->words);
-        for (const std::string& root : roots)
-            for (const std::string& folder : folders) effects.reachGitStores(absolutePath(root, folder), FoundFiles());
+        const auto grep = command->words.empty() ? std::nullopt : listingGrep(command->words);
+        if (!grep || !grep->recursive || grep->sparesGit) continue;
+        for (const Word& root : grep->roots)
+            for (const std::string& folder : folders)
+                effects.reachGitStores(absolutePath(root.text, folder), FoundFiles());
     }
 }
 

@@ -65,18 +65,19 @@ class FunctionBodies {
 void Guard::takeListing(std::vector<Word> words, const Command& command) {
     values_.expandAll(words, command);
     if (command.toPipe) lister_ = words;
-    bool named = false;
-    const bool deep = words.front().text != "ls"sv;
-    for (const Word& word : Words(words).subspan(1)) {
-        if (word.text.starts_with('-') || word.unknown || !effects_.takesListing()) continue;
-        named = true;
+    const auto grep = words.empty() ? std::nullopt : listingGrep(words);
+    std::vector<Word> operands = grep ? grep->roots : std::vector<Word>(words.begin() + 1, words.end());
+    std::erase_if(operands, [](const Word& word) { return word.text.starts_with('-'); });
+    const bool deep = grep.has_value();
+    for (const Word& word : operands) {
+        if (word.unknown || !effects_.takesListing()) continue;
         std::string path = absolutePath(word.text, position_.folder());
         if (word.glob)
             effects_.list({std::string(parentOf(path)), {std::string(lastComponent(path))}, false});
         else
             effects_.list({std::move(path), {}, deep});
     }
-    if (!named || deep) effects_.list({position_.folder(), {}, deep});
+    if (operands.empty()) effects_.list({position_.folder(), {}, deep});
 }
 
 // What a harmless command writes is looked at where a shell reads it.

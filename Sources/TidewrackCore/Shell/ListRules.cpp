@@ -48,13 +48,19 @@ std::string_view replacedSign(Words options) {
     return sign;
 }
 
-// Calls `visit` with each path that an operand stands for.
+// Calls `visit` with each path that a word stands for.
 template <typename Visit>
-void visitOperands(Words arguments, const std::string& cwd, Effects& effects, Visit visit) {
-    for (const Word& word : arguments) {
-        if (isOption(word) || word.unknown || word.text.empty() || effects.skips(word)) continue;
+void visitPaths(Words words, const std::string& cwd, Effects& effects, Visit visit) {
+    for (const Word& word : words) {
+        if (word.unknown || word.text.empty() || effects.skips(word)) continue;
         for (const std::string& path : effects.resolve(word, cwd)) visit(path);
     }
+}
+
+template <typename Visit>
+void visitOperands(Words arguments, const std::string& cwd, Effects& effects, Visit visit) {
+    for (const Word& word : arguments)
+        if (!isOption(word)) visitPaths(Words(&word, 1), cwd, effects, visit);
 }
 
 // What ls prints are the files that its operands name, and the names in the folders, which lie elsewhere where the
@@ -72,9 +78,9 @@ void examineListedByLs(Words arguments, Act act, bool recursive, const std::stri
         effects.thin(cwd, cwd, Links::followed);
 }
 
-// What grep -l prints are some of the files that its operands name, or hold. The pattern is taken for one of them.
-void examineMatches(Words arguments, const std::string& cwd, Effects& effects) {
-    visitOperands(arguments, cwd, effects, [&](const std::string& path) {
+// What grep -l prints are some of the files that its operands name, or hold.
+void examineMatches(const ListingGrep& grep, const std::string& cwd, Effects& effects) {
+    visitPaths(grep.roots, cwd, effects, [&](const std::string& path) {
         if (!isFolder(path))
             effects.risk(path, cwd);
         else if (effects.isProtected(path, Links::followed))
@@ -113,13 +119,36 @@ std::vector<Word> commandOfXargs(Words arguments) {
     return command;
 }
 
-bool listsMatches(Words words) {
+std::optional<ListingGrep> listingGrep(Words words) {
+    constexpr std::array greps = {"grep"sv, "egrep"sv, "fgrep"sv, "zgrep"sv};
+    constexpr std::array searchers = {"rg"sv, "ag"sv};
     const std::string_view name = commandName(words.front());
-    if (name != "grep"sv && name != "egrep"sv && name != "fgrep"sv && name != "rg"sv && name != "ag"sv) return false;
-    return std::any_of(words.begin() + 1, words.end(), [](const Word& word) {
-        return word.text.starts_with("--files") ||
-               (isShortCluster(word) && word.text.find_first_of("lL") != std::string::npos);
-    });
+    const bool searches = isIn(searchers, name);
+    if (!searches && !isIn(greps, name)) return std::nullopt;
+    ListingGrep grep{{}, searches, searches};
+    bool lists = false;
+    bool hasPattern = false;
+    for (std::size_t index = 1; index < words.size(); ++index) {
+        const std::string_view text = words[index].text;
+        if (text.size() < 2 || text[0] != '-') {
+            grep.roots.push_back(words[index]);
+            continue;
+        }
+        grep.sparesGit = grep.sparesGit || text.find(".git") != text.npos || text.starts_with("--include");
+        const bool isLong = text[1] == '-';
+        const std::size_t at = isLong ? text.npos : text.find_first_of(searches ? "efmABCgtTjEMrd" : "efmABCdD", 1);
+        const std::string_view flags = isLong ? ""sv : text.substr(1, at == text.npos ? at : at - 1);
+        grep.recursive = grep.recursive || flags.find_first_of("rR") != flags.npos || text == "--recursive"sv ||
+                         text == "--dereference-recursive"sv;
+        lists = lists || flags.find_first_of("lL") != flags.npos || text.starts_with("--files");
+        hasPattern = hasPattern || text.starts_with("--regexp") || text.starts_with("--file=") || text == "--files"sv ||
+                     (at != text.npos && (text[at] == 'e' || text[at] == 'f'));
+        if (at + 1 == text.size()) ++index; // its value
+    }
+    if (!lists) return std::nullopt;
+    if (!hasPattern && !grep.roots.empty()) grep.roots.erase(grep.roots.begin());
+    if (grep.roots.empty() && grep.recursive) grep.roots.emplace_back().text += '.';
+    return grep;
 }
 
 bool listsFiles(const Word& first) {
@@ -142,7 +171,7 @@ void examineListed(Words lister, Words arguments, const std::string& cwd, Effect
     const bool recursive = isRecursive(Words(command).subspan(1));
     if (commandName(lister.front()) == "ls"sv)
         return examineListedByLs(lister.subspan(1), act, recursive, cwd, effects);
-    if (listsMatches(lister)) return examineMatches(lister.subspan(1), cwd, effects);
+    if (const auto grep = listingGrep(lister)) return examineMatches(*grep, cwd, effects);
     examineFound(lister, act, recursive, cwd, effects);
 }
 

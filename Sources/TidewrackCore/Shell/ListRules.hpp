@@ -4,6 +4,7 @@
 #include "Shell/Effects.hpp"
 #include "Shell/Program.hpp"
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,8 +18,18 @@ namespace tidewrack::shell {
 // Whether what this command prints are names of files: ls, find, fd.
 [[nodiscard]] bool listsFiles(const Word& first);
 
-// Whether it prints the names of files in which it has found something: grep -l. There is at least one word.
-[[nodiscard]] bool listsMatches(std::span<const Word> words);
+// A command that prints the names of files in which it has found something: grep -l.
+struct ListingGrep {
+    std::vector<Word> roots; // files and folders in which it searches
+    bool recursive = false;
+    bool sparesGit = false; // git's own stores are left out
+};
+
+// None where it prints no names. There is at least one word.
+[[nodiscard]] std::optional<ListingGrep> listingGrep(std::span<const Word> words);
+[[nodiscard]] inline bool listsMatches(std::span<const Word> words) {
+    return listingGrep(words).has_value();
+}
 
 // Adds what xargs does, called with `arguments`, to what the command `lister` prints, both in the folder `cwd`.
 // Nobody is refused anything because of it; a question is asked where a project's root or what is Tidewrack's own goes.
