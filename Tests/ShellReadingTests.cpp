@@ -182,7 +182,7 @@ TEST_F(ShellGuardOnDisk, readsTextsThatAreRunAsCommands) {
         {"echo ls | head; grep -v x b.txt | sh", " ?tree"},
         {"git --version; git log $(rm x) | cat; GIT_PAGER='rm y;:'; git log; git diff --output=a.txt",
          "tree/x tree/y @tree/a.txt"},
-        {"su -c 'rm a.txt' bob; flock /tmp/l -c 'rm b.txt'; npx tsc", "tree/a.txt tree/b.txt ?tree"},
+        {"su -c 'rm a.txt' bob; flock /nowhere/l -c 'rm b.txt'; npx tsc", "tree/a.txt tree/b.txt ?tree"},
         {"uv run rm a.txt; poetry run mv b.txt c; bundle exec rspec", "tree/a.txt tree/b.txt tree/c ~tree"},
         {"env -C ../out rm x; rm a.txt", "out/x tree/a.txt"},
         {"tidewrack run -- rm a.txt; tidewrack run -C ../out -- rm -rf x; tidewrack log", "out/x tree/a.txt"},

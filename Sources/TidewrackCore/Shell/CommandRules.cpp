@@ -89,7 +89,9 @@ using E = Examination;
 // Sorted by name, for the search.
 constexpr Rule rules[] = {
     {".", &E::runScript},
+    {"at", &E::runScript},
     {"bash", &E::runScript},
+    {"batch", &E::runScript},
     {"bun", &E::runScript},
     {"bunx", &E::runScript},
     {"cargo", &E::runScript},
@@ -328,7 +330,7 @@ void Examination::xargs() {
     if (command.empty() && !arguments_.empty() && !isOption(arguments_.back())) effects_.suspect(cwd_);
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
-    if (rule && rule->apply == &E::tidewrack) {
+    if (isOurs(commandName(command.front()))) {
         if (command.size() == 1) command.emplace_back().text = "untrack"; // the worst of what it may read
         effects_.ownCommand(Words(command).subspan(1));
     }
@@ -478,6 +480,11 @@ Act actOnText(std::string_view text) {
 bool hasOperandsOfItsOwn(std::string_view name) {
     const Rule* rule = ruleIndex.find(name);
     return rule != nullptr && (rule->apply == &E::copy || rule->apply == &E::move || rule->apply == &E::remove);
+}
+
+bool isOurs(std::string_view name) {
+    const Rule* rule = ruleIndex.find(name);
+    return rule != nullptr && rule->apply == &E::tidewrack;
 }
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {

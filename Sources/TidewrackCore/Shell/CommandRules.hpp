@@ -45,6 +45,9 @@ enum class Act {
 // Whether the command is one whose other operands may go as well: mv {} FOLDER.
 [[nodiscard]] bool hasOperandsOfItsOwn(std::string_view name);
 
+// Whether the command is this program.
+[[nodiscard]] bool isOurs(std::string_view name);
+
 // Adds what a stripped, expanded command does in the folder `cwd`; false when that is unknown. `words` is not empty.
 [[nodiscard]] bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects);
 

@@ -119,7 +119,8 @@ void Guard::takeRunWith(std::vector<Word> command, const std::string& folder) {
     if (around.text) takeTextIn({around.text->text, around.text->unknown, true}, where);
     if (command.empty()) return;
     auto nested = nestedText(command);
-    if (!nested && !hasOperandsOfItsOwn(commandName(command.front()))) return;
+    const std::string_view name = commandName(command.front());
+    if (!nested && !hasOperandsOfItsOwn(name) && !isOurs(name)) return;
     for (Word& word : command)
         if (isFound(word) && !(nested && word.text == nested->text)) word = Word{.unknown = true};
     if (nested)

@@ -28,10 +28,13 @@ constexpr std::array parallelOptions = {"-j"sv,      "-P"sv,        "-N"sv,     
                                         "-a"sv,      "-C"sv,        "-d"sv,       "-S"sv,       "--jobs"sv,
                                         "--delay"sv, "--timeout"sv, "--colsep"sv, "--joblog"sv, "--arg-file"sv};
 
+// Options of at that list or remove jobs, or take one from a file.
+constexpr std::array withoutInput = {"-l"sv, "-r"sv, "-d"sv, "-c"sv, "-f"sv};
+
 constexpr NameFilter textFilter = [] {
     NameFilter filter;
     for (const std::string_view name : shells) filter.add(name);
-    for (const std::string_view name : {"eval"sv, "trap"sv, "parallel"sv}) filter.add(name);
+    for (const std::string_view name : {"eval"sv, "trap"sv, "parallel"sv, "at"sv, "batch"sv}) filter.add(name);
     return filter;
 }();
 
@@ -205,7 +208,12 @@ RunByGit textsRunByGit(const std::vector<Word>& words, const std::string& folder
 }
 
 bool readsCommands(const std::vector<Word>& words) {
-    if (words.empty() || !textFilter.mayHold(commandName(words.front())) || !isShell(words)) return false;
+    if (words.empty() || !textFilter.mayHold(commandName(words.front()))) return false;
+    if (const std::string_view name = commandName(words.front()); name == "at"sv || name == "batch"sv) {
+        const auto needsNone = [](const Word& word) { return isIn(withoutInput, word.text); };
+        return std::none_of(words.begin() + 1, words.end(), needsNone);
+    }
+    if (!isShell(words)) return false;
     const ShellCall call = readShellCall(words);
     const auto reads = [](const Word& word) { return word.text == "-s" || word.text == "-"; };
     return !call.takesText && (call.operand == words.size() || std::any_of(words.begin() + 1, words.end(), reads));

@@ -22,6 +22,7 @@ struct Wrapper {
     WordList text{};            // options whose word is a command line, each between blanks
     WordList folder{};          // options whose word is the folder to run in
     WordList outputs{};         // options whose word is a file that it writes; "FILE" for its operand
+    bool takesLine = false;     // a single word behind its own may be a command line
 };
 
 // Sorted by name, for the search.
@@ -71,6 +72,7 @@ constexpr Wrapper wrappers[] = {
     {"runuser", {}, "cgGsu", " --command --group --supp-group --shell --user ", 0, " -c --command "},
     {"rustup", " run ", {}, {}, 1},
     {"rye", " run "},
+    {"screen", {}, "cehpsStTrx"},
     {"script", {}, "cEIOmotT", " --command ", 1, " -c --command ", {}, " FILE -I -O --log-in --log-out "},
     {"setpriv", {}, {}, " --reuid --regid --groups "},
     {"setsid"},
@@ -102,13 +104,23 @@ constexpr Wrapper wrappers[] = {
      " -C "},
     {"time", {}, "fo", " --format --output ", 0, {}, {}, " -o --output "},
     {"timeout", {}, "ks", " --kill-after --signal ", 1},
+    {"tmux",
+     " new new-session neww new-window splitw split-window respawnp respawn-pane respawnw respawn-window run run-shell "
+     "popup display-popup send send-keys ",
+     "LSceFnstxyl",
+     {},
+     0,
+     {},
+     " -c ",
+     {},
+     true},
     {"torsocks", {}, "u"},
     {"toybox"},
     {"unbuffer"},
     {"unshare", {}, "SGRw", " --setuid --setgid --root --wd --propagation --map-user --map-group "},
     {"uv", " run ", "p", " --with --python --package --project --directory --extra --group "},
     {"volta", " run ", {}, " --node --npm --yarn --pnpm "},
-    {"watch", {}, "n", " --interval "},
+    {"watch", {}, "n", " --interval ", 0, {}, {}, {}, true},
     {"xcrun", {}, {}, " --sdk --toolchain -sdk -toolchain "},
     {"xvfb-run", {}, "ens", " --server-num --server-args "},
     {"yarn", " exec "},
@@ -163,6 +175,10 @@ class Unwrapping {
             } else {
                 break;
             }
+        }
+        if (wrapper.takesLine && index < words_.size() && words_[index].text.find(' ') != std::string::npos) {
+            result_.text = words_[index];
+            index = words_.size(); // keys that tmux sends behind it
         }
         return std::min(index, words_.size()) - begin;
     }
