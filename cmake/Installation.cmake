@@ -14,8 +14,9 @@ install(FILES completions/tidewrack.bash
 install(FILES completions/_tidewrack DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES completions/tidewrack.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 install(DIRECTORY packaging/plugins DESTINATION "${CMAKE_INSTALL_DATADIR}/tidewrack")
-install(FILES README.md CHANGELOG.md LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/hooks.md docs/json.md docs/mcp.md docs/store-format.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES docs/compatibility.md docs/guard.md docs/hooks.md docs/json.md docs/json.schema.json docs/mcp.md
+  docs/store-format.md docs/threats.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 if(TIDEWRACK_NOTICES)
   install(DIRECTORY "${TIDEWRACK_NOTICES}/" DESTINATION "${CMAKE_INSTALL_DOCDIR}/libraries")
 endif()
