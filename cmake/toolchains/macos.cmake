@@ -11,6 +11,8 @@ set(CMAKE_INSTALL_NAME_TOOL "${cross}/bin/no-install-name-tool")
 set(CMAKE_OSX_SYSROOT "")
 set(CMAKE_OSX_DEPLOYMENT_TARGET "")
 set(CMAKE_SKIP_RPATH ON)
+# Without the names of object files, which are paths of this machine. Stripping later would break the signature.
+set(CMAKE_EXE_LINKER_FLAGS_RELEASE_INIT "-s")
 
 set(CMAKE_FIND_ROOT_PATH "${cross}/macos-${CMAKE_SYSTEM_PROCESSOR}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
