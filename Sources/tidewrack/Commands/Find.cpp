@@ -25,7 +25,7 @@ std::string commandThatBringsBack(const Invocation& call, const Project& project
     const bool within = !call.around.currentFolder.empty() && isAtOrBelow(folder, project.root);
     std::string word = within ? seenFrom(path, folder) : path;
     if (word.starts_with('-')) word = "./" + word;
-    const std::string made = exists(project.root) ? "" : "mkdir -p " + shellWord(project.root) + " && ";
+    const std::string made = exists(project.root) ? "" : makingFolder(project.root);
     return made + "tidewrack restore " + std::to_string(*found.keptIn) + " " + shellWord(word) +
            (within ? "" : " --project " + shellWord(project.root));
 }

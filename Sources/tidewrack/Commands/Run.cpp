@@ -32,8 +32,8 @@ std::string where(const Invocation& call) {
 std::string wayBack(const Invocation& call, const Project& project, std::int64_t before) {
     const std::string number = std::to_string(before);
     if (isFolder(project.root)) return "undo it with: tidewrack undo " + number + where(call);
-    const std::string root = shellWord(project.root);
-    return "undo it with: mkdir -p " + root + " && tidewrack --project " + root + " restore " + number;
+    return "undo it with: " + makingFolder(project.root) + "tidewrack --project " + shellWord(project.root) +
+           " restore " + number;
 }
 
 // The first changed paths, and how many more there are.

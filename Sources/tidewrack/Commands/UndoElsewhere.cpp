@@ -61,8 +61,7 @@ std::optional<std::pair<Project, std::int64_t>> standingElsewhere(Invocation& ca
 } // namespace
 
 std::string bringingBack(const Project& project, const std::string& snapshot) {
-    const std::string root = shellWord(project.root);
-    return "mkdir -p " + root + " && tidewrack restore " + snapshot + " --project " + root;
+    return makingFolder(project.root) + "tidewrack restore " + snapshot + " --project " + shellWord(project.root);
 }
 
 void refuseGone(const Project& project, const std::string& snapshot) {

@@ -49,4 +49,8 @@ std::string shellWord(std::string_view text) {
     return singleQuoted(text);
 }
 
+std::string makingFolder(std::string_view path) {
+    return "mkdir -p " + shellWord(path) + " && ";
+}
+
 } // namespace tidewrack

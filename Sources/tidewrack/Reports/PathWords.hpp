@@ -11,5 +11,7 @@ namespace tidewrack {
 
 // One word for a shell, in quotes where it needs them: text that a terminal shows as it is.
 [[nodiscard]] std::string shellWord(std::string_view text);
+// What a command for a shell begins with that needs a folder which is gone.
+[[nodiscard]] std::string makingFolder(std::string_view path);
 
 } // namespace tidewrack
