@@ -16,16 +16,25 @@ using nlohmann::json;
 
 namespace {
 
-class TurnsElsewhere : public TurnFixture {};
+class TurnsElsewhere : public TurnFixture {
+  protected:
+    void trackOther() const {
+        f.write("other/file", "1\n");
+        world.ok({"track", f.at("other")});
+    }
+    // A command of the session's turn there.
+    void removeOther(const std::string& session) const {
+        snap("tool", "claude", session, "Before: rm ../other/file", f.at("other"));
+        f.remove("other/file");
+    }
+};
 
 } // namespace
 
 TEST_F(TurnsElsewhere, otherProjectsOfTheTurn) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
+    trackOther();
     prompt("s", "both");
-    snap("tool", "claude", "s", "Before: rm ../other/file", f.at("other"));
-    f.remove("other/file");
+    removeOther("s");
     f.write("project/notes", "2\n");
     f.write("home/outside", "1\n");
     const auto saved =
@@ -70,15 +79,13 @@ TEST_F(TurnsElsewhere, otherProjectsOfTheTurn) {
 
 // Though nothing of it is left where it is looked for.
 TEST_F(TurnsElsewhere, aTurnThatStandsInAnotherProjectIsNotPassedOver) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
+    trackOther();
     prompt("s", "older");
     f.write("project/notes", "2\n");
     stop("s");
     prompt("t", "both");
     f.write("project/config", "the turn's\n");
-    snap("tool", "claude", "t", "Before: rm ../other/file", f.at("other"));
-    f.remove("other/file");
+    removeOther("t");
     stop("t");
     snap("stop", "claude", "t", "End of turn", f.at("other"));
     f.write("project/config", "port = 80\ndebug = off\n");
@@ -166,8 +173,7 @@ TEST_F(TurnsElsewhere, aTurnIsNotDoneWithWhileTheVaultHasMore) {
 
 // An agent whose turns have no names was cut off last week, while it worked in another project.
 TEST_F(TurnsElsewhere, anOldTurnElsewhereIsNotTakenForThisOne) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
+    trackOther();
     event(Agent::gemini, "BeforeAgent", "", "one");
     event(Agent::gemini, "BeforeTool-run_shell_command", "", "rm file", "other");
     for (const char* folder : {"project", "other"}) {
@@ -187,14 +193,12 @@ TEST_F(TurnsElsewhere, anOldTurnElsewhereIsNotTakenForThisOne) {
 }
 
 TEST_F(TurnsElsewhere, aNewerTurnThatWorkedElsewhereAlone) {
-    f.write("other/file", "1\n");
-    world.ok({"track", f.at("other")});
+    trackOther();
     prompt("s", "here");
     f.write("project/notes", "2\n");
     stop("s");
     prompt("t", "elsewhere");
-    snap("tool", "claude", "t", "Before: rm ../other/file", f.at("other"));
-    f.remove("other/file");
+    removeOther("t");
     stop("t");
     snap("stop", "claude", "t", "End of turn", f.at("other"));
     const std::string text = back({"undo", "--last"});
