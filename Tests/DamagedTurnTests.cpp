@@ -81,7 +81,11 @@ TEST_F(DamagedTurns, theEndOfATurnStandsForAllOfIt) {
     event(Agent::claude, "UserPromptSubmit", "t1", "all pruned");
     f.write("project/notes", "2\n");
     event(Agent::claude, "Stop", "t1");
-    f.remove("store/projects/" + world.project().id + "/snapshots/2.json");
+    const std::string record = "store/projects/" + world.project().id + "/snapshots/2.json";
+    f.write(record, "damaged");
+    EXPECT_NE(back({"timeline"}).find("claude  \"all pruned\"  +0 ~1 -0  (its beginning can't be read)\n"),
+              std::string::npos);
+    f.remove(record);
     EXPECT_NE(world.ok({"timeline"}).find("claude  \"all pruned\"  +0 ~1 -0  (its beginning is pruned)\n"),
               std::string::npos);
     EXPECT_NE(world.ok({"show", "2"}).find("-one\n+2\n"), std::string::npos);

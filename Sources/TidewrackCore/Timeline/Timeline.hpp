@@ -60,6 +60,7 @@ struct TimelineRow {
     std::string title;         // the prompt, or a label; empty where there was none
     bool thinned = false;      // a turn whose first snapshots are pruned
     bool beginLost = false;    // what lay before those as well, so that others may have worked since `first`
+    bool beginUnread = false;  // they are there, and can't be read
     bool prompted = false;     // a turn that began with its prompt, which is recorded in one project alone
     bool undone = false;       // taken back since as a whole, and not redone
     bool redo = false;         // an undo that takes back another one, or a restore

@@ -119,6 +119,10 @@ TurnUndo::TurnUndo(const Engine& engine, const Project& project)
       records_(history_.snapshots(unread_)), notes_(readNotedEdits(history_.folder())),
       timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), notes_.edits)) {
     if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
+    for (TimelineRow& row : timeline_.rows)
+        row.beginUnread = row.thinned && std::any_of(unread_.begin(), unread_.end(), [&](const UnreadRecord& each) {
+                              return row.first < each.seq && each.seq < row.own.front();
+                          });
 }
 
 // Compared with the newest snapshot that can be read, which most of the folder is like.

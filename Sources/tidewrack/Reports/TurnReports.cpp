@@ -66,7 +66,7 @@ std::string notes(const TimelineRow& row, const Look& look) {
     case End::running: add("running"); break;
     case End::unknown: add("end not seen"); break;
     }
-    if (row.thinned) add("its beginning is pruned");
+    if (row.thinned) add(row.beginUnread ? "its beginning can't be read" : "its beginning is pruned");
     std::string before;
     for (const TimelineRow::Company& each : row.company) {
         const std::string who = each.agent.empty() ? "another session" : look.shown(repairedUtf8(each.agent));
