@@ -217,7 +217,7 @@ TEST(Json, printsWhatIsDocumented) {
     SnapshotMeta task;
     task.background = true;
     task.folders = 1;
-    task.end = TurnEnd{false, 1, "title"};
+    task.end = TurnEnd{false, 1, "title", true};
     document.check("log", json::array({toJson(task)}));
 
     f.write("home/f", "x");

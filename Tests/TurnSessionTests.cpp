@@ -35,6 +35,33 @@ TEST_F(TurnsSideBySide, whatLiesBetweenPrunedSnapshotsIsNobodys) {
     EXPECT_EQ(f.read("project/notes"), "one\n");
 }
 
+// The turn's end tells that nobody else was at work.
+TEST_F(TurnsSideBySide, whatLiesBetweenPrunedSnapshotsOfOneAloneIsItsOwn) {
+    struct Row {
+        const char* name;
+        bool before; // another agent has begun a turn, and not ended it
+        bool during; // it has begun one in between
+        bool alone;
+    };
+    for (const Row& row :
+         {Row{"alone", false, false, true}, {"before", true, false, false}, {"during", false, true, false}}) {
+        SCOPED_TRACE(row.name);
+        const auto first = static_cast<std::int64_t>(*world.history().newestSeq()) + 1 + row.before;
+        if (row.before) event(Agent::codex, "UserPromptSubmit", "t2", "other");
+        event(Agent::claude, "UserPromptSubmit", row.name, "long ago");
+        f.write("project/notes", row.name);
+        if (row.during) event(Agent::codex, "UserPromptSubmit", "t3", "other");
+        event(Agent::claude, "PreToolUse-Bash", row.name, "rm " + f.at("project/src/main.c"));
+        f.write("project/config", row.name);
+        event(Agent::claude, "Stop", row.name);
+        for (std::int64_t seq = first; seq <= first + 2 + row.during; ++seq)
+            rewriteRecord(world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 3); });
+        f.remove("store/projects/" + world.project().id + "/snapshots/" + std::to_string(first + 1) + ".json");
+        EXPECT_EQ(back({"undo", "--turn", std::to_string(first), "--dry-run"}).front(), row.alone ? '0' : '3');
+        if (row.before) event(Agent::codex, "Stop", "t2");
+    }
+}
+
 TEST_F(TurnsSideBySide, whatTwoSessionsDidAtOnceIsNobodys) {
     prompt("a", "one");
     f.write("project/config", "port = 1\ndebug = off\n"); // before the other one begins

@@ -3,8 +3,13 @@
 #include "Agents/HookContext.hpp"
 #include "Agents/HookHandler.hpp"
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <set>
+#include <string>
+#include <utility>
 
 namespace tidewrack {
 
@@ -14,15 +19,21 @@ namespace {
 constexpr std::size_t fewRecords = 8;
 constexpr std::size_t recordsOfATurn = 64;
 
-// Calls `isEnough` with the newest records, newest first, until it says so or `most` were read.
+// An agent that is not heard of for so long was cut off.
+constexpr std::chrono::hours longestAtWork{24};
+
+// Calls `isEnough` with the newest records, newest first, until it says so or `most` were read. Returns whether all of
+// these could be.
 template <typename IsEnough>
-void readNewest(const HookContext& context, const Project& project, std::size_t most, IsEnough isEnough) {
+bool readNewest(const HookContext& context, const Project& project, std::size_t most, IsEnough isEnough) {
     try {
         const History history = context.handler.store.history(project);
         const auto seqs = history.seqs();
         for (std::size_t at = seqs.size(); at-- > 0 && seqs.size() - at <= most;)
-            if (isEnough(history.snapshot(seqs[at]))) return;
+            if (isEnough(history.snapshot(seqs[at]))) break;
+        return true;
     } catch (const std::exception&) { // a snapshot, or an answer, matters more than what the records tell
+        return false;
     }
 }
 
@@ -74,16 +85,44 @@ bool isInTurn(const HookContext& context, const Project& project, const std::opt
     return isIn;
 }
 
+namespace {
+
+// Whether another session had not ended its turn before snapshot `began`, and may be at work since.
+bool mayHaveCompany(const HookContext& context, const Project& project, std::int64_t began) {
+    using Session = std::pair<std::optional<std::string>, std::optional<std::string>>;
+    std::set<Session> seen;
+    std::optional<Date> newest;
+    bool any = false;
+    const bool isRead = readNewest(context, project, recordsOfATurn, [&](const SnapshotMeta& record) {
+        if (!newest) newest = record.created;
+        if (record.created + longestAtWork < *newest) return true;
+        const bool isNext = record.seq < began && seen.emplace(record.agent, record.session).second;
+        if (isNext && !isOfSession(record, context)) any = any || record.kind == "prompt" || record.kind == "tool";
+        return any;
+    });
+    return any || !isRead;
+}
+
+} // namespace
+
 TurnEnd endOfTurn(const HookContext& context, const Project& project) {
     const HookEvent& event = context.event;
-    TurnEnd end{event.interrupted, std::nullopt, std::nullopt};
+    TurnEnd end{event.interrupted, std::nullopt, std::nullopt, false};
+    std::optional<std::int64_t> newest;
+    bool others = false;
     readNewest(context, project, recordsOfATurn, [&](const SnapshotMeta& record) {
-        if (!isOfSession(record, context)) return false;
-        if (record.kind == "stop" || (event.turn && record.turn && record.turn != event.turn)) return true;
+        if (!newest) newest = record.seq;
+        const bool own = isOfSession(record, context);
+        if (own && (record.kind == "stop" || (event.turn && record.turn && record.turn != event.turn))) return true;
+        others = others || !own;
+        if (!own) return false;
         end.began = record.seq;
+        end.alone = !others;
         if (record.kind == "prompt" && record.background != true) end.title = record.label.value_or("");
         return end.title.has_value();
     });
+    // Where nothing was recorded in between there is nothing that could be missing.
+    end.alone = end.alone && *end.began < *newest && !mayHaveCompany(context, project, *end.began);
     return end;
 }
 

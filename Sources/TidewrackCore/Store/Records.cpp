@@ -42,6 +42,7 @@ nlohmann::json toJson(const SnapshotMeta& meta) {
         object["interrupted"] = meta.end->interrupted;
         if (meta.end->began) object["began"] = *meta.end->began;
         put(object, "title", meta.end->title);
+        if (meta.end->alone) object["alone"] = true;
     }
     for (const Stretch& stretch : meta.tookBack)
         object["tookBack"].push_back({{"from", stretch.from}, {"to", stretch.to}});
@@ -82,7 +83,8 @@ SnapshotMeta decodeSnapshotMeta(std::string_view text, const std::string& source
     meta.notKept = fields.optionalInteger("notKept").value_or(0);
     meta.background = fields.optionalBoolean("background");
     if (const auto interrupted = fields.optionalBoolean("interrupted"))
-        meta.end = TurnEnd{*interrupted, fields.optionalInteger("began"), fields.optionalText("title")};
+        meta.end = TurnEnd{*interrupted, fields.optionalInteger("began"), fields.optionalText("title"),
+                           fields.optionalBoolean("alone").value_or(false)};
     for (const JsonFields& stretch : fields.optionalObjects("tookBack"))
         meta.tookBack.push_back({stretch.integer("from"), stretch.integer("to")});
     return meta;

@@ -40,6 +40,7 @@ struct TurnEnd {
     bool interrupted = false;          // the agent was cut off
     std::optional<std::int64_t> began; // the first of the turn's snapshots here
     std::optional<std::string> title;  // the prompt, where that is one of them
+    bool alone = false;                // no other session was at work since then; not told by older records
 
     bool operator==(const TurnEnd&) const = default;
 };

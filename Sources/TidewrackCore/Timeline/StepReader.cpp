@@ -97,7 +97,9 @@ StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stret
         part.doubt = unreadText(unread->seq);
         return part;
     }
-    const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1;
+    const auto isKnown = [&](const Stretch& alone) { return covers(alone, stretch); };
+    const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1 &&
+                     std::none_of(row.alone.begin(), row.alone.end(), isKnown);
     const bool isBegin = row.beginLost && stretch.from == row.first;
     if (gap && (isBegin || record(stretch.from).created + allKept < now())) {
         part.doubt = missingText(stretch);

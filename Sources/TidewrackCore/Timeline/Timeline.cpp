@@ -169,6 +169,8 @@ class Grouping {
         setEnd(draft, row);
         for (const std::size_t own : draft.own) {
             row.own.push_back(record(own).seq);
+            const auto& end = record(own).end;
+            if (end && end->alone && end->began) row.alone.push_back({*end->began, record(own).seq});
             addCommands(record(own), row);
         }
         addSteps(draft, row);

@@ -77,7 +77,10 @@ struct TimelineRow {
     // Those parts of them in which the turn had ended and only a task that it left running was at work: a person may
     // have been as well.
     std::vector<Stretch> waits;
-    std::vector<std::int64_t> own;         // a turn's own snapshots
+    std::vector<std::int64_t> own; // a turn's own snapshots
+    // Those stretches of a turn in which no other session was at work, as their ends tell: what is missing there is the
+    // turn's own.
+    std::vector<Stretch> alone;
     std::optional<Changes::Counts> counts; // files; none where only a comparison of listings tells
     std::vector<Command> commands;
     std::vector<Company> company;
