@@ -148,7 +148,9 @@ TEST_F(SnapshotTest, warnsOfWhatMayNotBeRead) {
                                    told += world.run(words).err;
                                return told;
                            }),
-              "warning: couldn't read closed: Permission denied; not saved\n" + leftOut + leftOut + leftOut + leftOut);
+              "warning: couldn't read closed: Permission denied; not saved\n" + leftOut + leftOut + leftOut + leftOut +
+                  "warning: what is in closed can't be seen before it is opened; what was changed in it stays as it "
+                  "is\n");
 }
 
 TEST_F(SnapshotTest, countsWhatItCouldNotKeep) {

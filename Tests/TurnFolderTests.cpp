@@ -7,6 +7,8 @@
 
 #include <sys/stat.h>
 
+#include <regex>
+
 using namespace tidewrack;
 using namespace tidewrack::testing;
 using nlohmann::json;
@@ -95,4 +97,41 @@ TEST_F(TurnFolders, aTurnThatChangedFoldersAloneIsOne) {
     EXPECT_NE(world.ok({"diff", "--last"}).find("- empty/\n"), std::string::npos);
     expectTakenBack({"undo", "--last"}, "0", "turn #2–#3 of claude, \"tidy up\":\n+ empty/\n- new/\n");
     EXPECT_TRUE(f.has("project/empty"));
+}
+
+// What the undo put into the folder goes again, and what it found there stays. What a turn finds in one that it opens
+// nobody can tell from what it put there.
+TEST_F(TurnFolders, whatLayInAClosedFolderStays) {
+    const std::string folder = f.at("project/g");
+    f.write("project/g/h/file", "f\n");
+    f.write("project/g/stays", "s\n");
+    world.ok({"snap"});
+    ASSERT_EQ(::chmod(f.path().c_str(), 0755), 0);
+    const std::string text = unprivileged(f, [&] {
+        prompt("s", "close");
+        f.remove("project/g/h");
+        (void)::chmod(folder.c_str(), 0);
+        stop("s");
+        (void)back({"undo", "--last"});
+        std::string told = back({"redo", "--dry-run"});
+        told += back({"redo"});
+        (void)::chmod(folder.c_str(), 0); // the next one opens it
+        world.ok({"snap"});
+        prompt("s", "open");
+        (void)::chmod(folder.c_str(), 0755);
+        f.write("project/g/new", "n\n");
+        stop("s");
+        f.write("project/g/mine", "m\n");
+        told += back({"undo", "--last"});
+        told += back({"undo", "--last", "--keep-later"});
+        return told + f.read("project/g/stays") + f.read("project/g/new") + f.read("project/g/mine");
+    });
+    const std::string redone = "~ g/\n- g/h/\n- g/h/file\n1 file removed.\n";
+    const std::string unknown = " g/  it couldn't be read before, so that it can't be told what in it is new\n";
+    for (const std::string& said :
+         {"Would take back the undo #5–#6 of T:\n" + redone, "Took back the undo #5–#6 of T:\n" + redone, "!" + unknown,
+          "  g/  kept: " + unknown.substr(5)})
+        EXPECT_NE(std::regex_replace(text, std::regex("of [A-Z][a-z][a-z] [0-9:]{5}"), "of T").find(said), text.npos)
+            << said << text;
+    EXPECT_TRUE(text.ends_with("s\nn\nm\n")) << "nothing of it was removed";
 }

@@ -299,19 +299,40 @@ TEST_F(Turns, whatCannotGoBackStaysWhereItIs) {
 TEST_F(Turns, aDryRunKnowsWhatTheFoldersRefuse) {
     if (::geteuid() != 0) GTEST_SKIP() << "all folders are the user's own";
     ASSERT_EQ(::chmod(f.path().c_str(), 0755), 0);
+    f.write("project/mine/key", "k\n");
+    world.ok({"snap"});
     prompt("s", "one");
     f.write("project/notes", "1\n");
+    f.remove("project/src/main.c");
+    f.remove("project/src/deep/er.c");
+    ASSERT_EQ(::chmod(f.at("project/src").c_str(), 0700), 0);
     stop("s");
-    const std::string text = unprivileged(
+    std::string text = unprivileged(
         f,
         [&] {
-            return back({"undo", "--last", "--dry-run"}) + back({"undo", "--last"});
+            std::string told = back({"undo", "--last", "--dry-run"});
+            return told += back({"undo", "--last"});
         },
         "store");
     const std::string refused =
-        "3\nNothing of turn #2–#3 of claude, \"one\" is taken back:\n! notes  Permission denied\n"
-        "1 path is left alone.\n";
-    EXPECT_EQ(text, refused + "Nothing was changed.\n" + refused);
+        "3\nNothing of turn #3–#4 of claude, \"one\" is taken back:\n! notes  Permission denied\n"
+        "! src/  Operation not permitted\n! src/deep/er.c  src/deep: Permission denied\n"
+        "! src/main.c  Permission denied\n4 paths are left alone.\n";
+    const std::string unread = "warning: couldn't read src: Permission denied; left out\n";
+    EXPECT_EQ(text, refused + "Nothing was changed.\n" + unread + refused + unread);
+    const std::string key = f.at("project/mine/key");
+    text = unprivileged(
+        f,
+        [&] {
+            (void)std::system(("echo changed >" + key + "; chmod 0 " + f.at("project/mine")).c_str());
+            return back({"restore", "2", "mine", "--dry-run"});
+        },
+        "project/mine");
+    EXPECT_NE(
+        text.find("warning: what is in mine can't be seen before it is opened; what was changed in it stays as it "
+                  "is\n"),
+        text.npos)
+        << text;
 }
 
 // What the restore itself finds in its way is told like everything else.

@@ -49,6 +49,9 @@ std::string warningText(const Warning& warning) {
     case Kind::gitFailed:
         return "git couldn't say which folders it ignores (see what `git status` says); " + stillIgnoredText(warning);
     case Kind::unread: return unreadText(warning);
+    case Kind::unseenYet:
+        return "what is in " + warning.path +
+               " can't be seen before it is opened; what was changed in it stays as it is";
     case Kind::pruneFailed: return "prune failed: " + warning.detail;
     case Kind::listingUnread: return "can't tell what #" + std::to_string(warning.source) + " holds: " + warning.detail;
     case Kind::notCompared:

@@ -173,13 +173,14 @@ class Engine {
     // What every restore comes down to: what is in `scope` becomes as `target` lists it, where it is as `safety` has
     // it. `safety` gains what it could not see, and its record with it.
     struct Target {
-        std::optional<std::int64_t> seq; // none: put together from several
+        // None: put together path by path, so that all that it lacks is known to be superfluous.
+        std::optional<std::int64_t> seq;
         Manifest manifest;
     };
     RestoreResult apply(const ProjectLock& lock, const Project& project, const Target& target, const Scope& scope,
                         TakenSnapshot& safety, bool removeNew, const Reversal& reversal) const;
     // What apply would do, from the listings alone.
-    [[nodiscard]] RestoreResult aim(const Project& project, const Manifest& target, const Scope& scope,
+    [[nodiscard]] RestoreResult aim(const Project& project, const Target& target, const Scope& scope,
                                     const TakenSnapshot& present, bool removeNew) const;
     // Keeps texts that no snapshot has seen as contents of the record to come; returns how a target names them. Where
     // there are any, `reversal.seq` becomes that record's number.

@@ -131,6 +131,11 @@ Engine::Scope scopeOf(const UsersTarget& users, const Engine::Scope& scope) {
     };
 }
 
+// Whether the target lists all that there was, or leaves out on purpose what it lacks.
+bool knowsEverything(const Engine::Target& target) {
+    return !target.seq || ::geteuid() == 0;
+}
+
 // A copy gets the extended attributes and the owner of what is kept. So a merged text gets those of the file that it
 // replaces; where there is none, it gets the folder's owner.
 void giveAttributes(const Project& project, const History& history, const RestorePlan& plan, std::int64_t texts) {
@@ -156,16 +161,38 @@ void giveAttributes(const Project& project, const History& history, const Restor
     }
 }
 
-// Whether the folder around the path lets nobody work in it. A folder that is closed to its owner is opened first, and
-// one that is not there is made.
-int closedAround(FolderBelow& files, std::string_view path, const std::set<std::string_view>& opened) {
+// What the folders around the path refuse. One that is closed to its owner is opened first, and one that is not there
+// is made.
+Obstacle closedAround(FolderBelow& files, std::string_view path, const std::set<std::string_view>& opened) {
+    const auto opens = [&](std::string_view folder, const struct stat& status) {
+        return opened.contains(folder) && status.st_uid == ::geteuid();
+    };
     Place place;
-    if (files.place(path, place) != 0 || ::faccessat(place.folder, ".", W_OK | X_OK, AT_EACCESS) == 0) return 0;
-    const int error = errno;
     struct stat folder {};
-    const bool opens =
-        opened.contains(parentOf(path)) && ::fstat(place.folder, &folder) == 0 && folder.st_uid == ::geteuid();
-    return opens ? 0 : error;
+    if (const int error = files.place(path, place); error == EACCES) { // the first of them that can't be entered
+        std::string_view closed = parentOf(path);
+        while (!closed.empty() && files.place(closed, place) == EACCES) closed = parentOf(closed);
+        if (files.place(closed, place) != 0 || ::fstatat(place.folder, place.name, &folder, AT_SYMLINK_NOFOLLOW) != 0 ||
+            opens(closed, folder))
+            return {};
+        if (closed == parentOf(path)) return Obstacle::system(error);
+        const std::size_t next = path.find('/', closed.size() + 1);
+        return {Obstacle::Reason::parentUnreachable, error, std::string(path.substr(0, next))};
+    } else if (error != 0 || ::faccessat(place.folder, ".", W_OK | X_OK, AT_EACCESS) == 0) {
+        return {};
+    }
+    const int error = errno;
+    return ::fstat(place.folder, &folder) == 0 && opens(parentOf(path), folder) ? Obstacle() : Obstacle::system(error);
+}
+
+// Whether a folder that stays is somebody else's, so that it keeps its permissions.
+Obstacle modeRefused(FolderBelow& files, std::string_view path) {
+    Place place;
+    struct stat folder {};
+    const bool isOthers = ::geteuid() != 0 && files.place(path, place) == 0 &&
+                          ::fstatat(place.folder, place.name, &folder, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          folder.st_uid != ::geteuid();
+    return isOthers ? Obstacle::system(EPERM) : Obstacle();
 }
 
 // Whether the file changed since the last snapshot, and can't be read to be saved first.
@@ -192,10 +219,10 @@ void foreseeRefusals(const Project& project, const RestorePlan& plan, const Mani
             (void)files.readLink(outcome.obstacle.parent, outcome.obstacle.detail);
         const bool removes = outcome.action == Action::removed;
         const bool stays = outcome.kind == EntryKind::dir && result.overwritten.contains(outcome.path);
-        if (!removes && (outcome.action != Action::restored || stays)) continue;
-        if (const int error = closedAround(files, outcome.path, opened)) {
+        if (!removes && outcome.action != Action::restored) continue;
+        if (auto refused = stays ? modeRefused(files, outcome.path) : closedAround(files, outcome.path, opened)) {
             outcome.action = removes ? Action::notRemoved : Action::notRestored;
-            outcome.obstacle = Obstacle::system(error);
+            outcome.obstacle = std::move(refused);
         } else if (const int failure = unreadableFile(files, outcome, current)) {
             outcome.action = Action::notRestored;
             outcome.obstacle = {Obstacle::Reason::notSavedFirst, 0, {}, KeepFailure::system(failure).blob()};
@@ -204,6 +231,10 @@ void foreseeRefusals(const Project& project, const RestorePlan& plan, const Mani
         }
         result.overwritten.erase(outcome.path);
     }
+    if (::geteuid() == 0) return;
+    for (const Manifest::Item* item : plan.closedFolders)
+        if (isUnreadable(item->entry) && !modeRefused(files, item->path))
+            result.safetyWarnings.push_back({.kind = Warning::Kind::unseenYet, .path = std::string(item->path)});
 }
 
 // A file that was recovered just now, and that the snapshot gone back to lacks, is not counted as removed: nobody has
@@ -260,7 +291,7 @@ RestoreResult Engine::restore(const Project& project, std::int64_t to,
     Reversal reversal;
     if (!paths && removeNew) reversal.tookBack.push_back({to, safety.result.meta.seq});
     RestoreResult result = lock ? apply(*lock, project, target, scope, safety, removeNew, reversal)
-                                : aim(project, target.manifest, scope, safety, removeNew);
+                                : aim(project, target, scope, safety, removeNew);
     addMissing(listed, target.manifest, safety.manifest, result);
     result.target = to;
     return result;
@@ -278,26 +309,26 @@ TakenSnapshot Engine::presentState(const Project& project) const {
     return present;
 }
 
-RestoreResult Engine::aim(const Project& project, const Manifest& target, const Scope& scope,
+RestoreResult Engine::aim(const Project& project, const Target& target, const Scope& scope,
                           const TakenSnapshot& present, bool removeNew) const {
     const Manifest& current = present.manifest;
     const History history = store.history(project);
-    const UsersTarget users = usersTarget(history, target, current);
-    const Manifest& wanted = users.listing ? *users.listing : target;
+    const UsersTarget users = usersTarget(history, target.manifest, current);
+    const Manifest& wanted = users.listing ? *users.listing : target.manifest;
     const RestorePlan plan =
         planRestore({wanted, current, scopeOf(users, scope), nestedRoots(project, store.projects()), removeNew,
-                     ::geteuid() == 0, lostContents(history, wanted, current)});
+                     knowsEverything(target), lostContents(history, wanted, current)});
     const auto isCleared = [&](std::string_view name) {
         const auto owns = [&](const MarkedRestore& restore) { return restore.owns(name); };
         return std::any_of(present.interrupted.remaining.begin(), present.interrupted.remaining.end(), owns);
     };
     const auto holdsMore = [&](std::string_view folder) {
         bool more = false;
-        (void)visitNames(joined(project.root, folder), [&](const char* name) {
+        const int error = visitNames(joined(project.root, folder), [&](const char* name) {
             more = current.find(joined(folder, name)) == nullptr && !isCleared(name);
             return !more;
         });
-        return more;
+        return more || error == EACCES; // nobody closes an empty folder
     };
     RestoreResult result;
     result.outcomes = aimOf(plan, current, holdsMore);
@@ -310,8 +341,8 @@ RestoreResult Engine::aim(const Project& project, const Manifest& target, const 
             (outcome.kind == EntryKind::dir) == (standing->kind == EntryKind::dir))
             result.overwritten.insert(outcome.path);
     }
-    foreseeRefusals(project, plan, current, result);
     result.safetyWarnings = present.result.warnings;
+    foreseeRefusals(project, plan, current, result);
     return result;
 }
 
@@ -328,7 +359,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
                              scopeOf(users, scope),
                              nestedRoots(project, store.projects()),
                              removeNew,
-                             ::geteuid() == 0,
+                             knowsEverything(target),
                              lostContents(history, wanted, safety.manifest)};
     RestorePlan plan = planRestore(input);
     const auto touched = touchedBy(plan);
@@ -449,8 +480,8 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     const Scope scope = [&](std::string_view path) { return changed.contains(path); };
     Reversal reversal{"undo", {}, std::nullopt};
     if (!paths) reversal.tookBack.push_back({from, to.value_or(safety.result.meta.seq)});
-    RestoreResult result = lock ? apply(*lock, project, before, scope, safety, true, reversal)
-                                : aim(project, before.manifest, scope, safety, true);
+    RestoreResult result =
+        lock ? apply(*lock, project, before, scope, safety, true, reversal) : aim(project, before, scope, safety, true);
     result.nothingInScope = changed.empty();
     if (changed.empty()) addMissing(listed, before.manifest, safety.manifest, result);
     result.target = from;

@@ -30,12 +30,9 @@ class ExcludedFolders {
                 (wanted->notKept() || input.lost.contains(item.path)))
                 folders_.emplace(item.path);
         }
-        if (input.readsEverything) return;
-        constexpr std::uint16_t readable = 0500;
+        if (input.knowsEverything) return;
         for (const auto& item : input.target.items())
-            if (item.entry.kind == EntryKind::dir && (item.entry.mode & readable) != readable &&
-                !input.target.listsBelow(item.path))
-                unread_.emplace(item.path);
+            if (isUnreadable(item.entry) && !input.target.listsBelow(item.path)) unread_.emplace(item.path);
     }
 
     // The path is one of them or lies in one.

@@ -18,6 +18,11 @@ inline constexpr std::uint16_t ownerAll = 0700;
 [[nodiscard]] inline bool isClosed(const Entry& folder) {
     return (folder.mode & ownerAll) != ownerAll;
 }
+// Whether it is a folder in which nobody but root can look.
+[[nodiscard]] inline bool isUnreadable(const Entry& entry) {
+    constexpr std::uint16_t readable = 0500;
+    return entry.kind == EntryKind::dir && (entry.mode & readable) != readable;
+}
 
 struct RestorePlan {
     using Items = std::vector<const Manifest::Item*>; // into the manifests planned from
@@ -39,7 +44,7 @@ struct RestoreInput {
     std::function<bool(std::string_view)> scope;
     std::set<std::string, std::less<>> nestedRoots;
     bool removeNew = true;
-    bool readsEverything = false; // the user reads folders whatever their mode, as root does
+    bool knowsEverything = false; // folders of the target that can't be read held no more than it lists
     // Files and links of the target whose kept content is gone or cut short: no folder is removed for them.
     std::set<std::string, std::less<>> lost{};
 };

@@ -20,6 +20,7 @@ struct Warning {
         gitLate,            // git did not say in time what it ignores; the listing of snapshot `source` does
         gitFailed,          // git could not say it at all; the same
         unread,             // the folder at `path`, or these `entries` of it, for `failure`; `kept` as in `source`
+        unseenYet,          // of a dry run: what is in the folder at `path`, before that is opened
         pruneFailed,        // as `detail` says
         listingUnread,      // that of snapshot `source`, as `detail` says: what it holds can't be told
         notCompared,        // the folder with snapshot `source`, as `detail` says

@@ -2,6 +2,7 @@
 
 #include "Changes/Changes.hpp"
 #include "Changes/Merge.hpp"
+#include "Engine/RestorePlan.hpp"
 #include "Support/Paths.hpp"
 
 namespace tidewrack {
@@ -31,6 +32,13 @@ std::string_view ignoredAround(const Manifest& listing, std::string_view path) {
 
 } // namespace
 
+std::string_view unreadAround(const Manifest& listing, std::string_view path) {
+    for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at))
+        if (const Entry* folder = listing.find(at))
+            return isUnreadable(*folder) && !listing.listsBelow(at) ? at : std::string_view();
+    return {};
+}
+
 std::optional<UndoAction> PathPlanner::plan(const std::string& path) {
     const bool isUnseen = !ignoredAround(now_, path).empty();
     const Entry* now = isUnseen ? unseen(path) : now_.find(path);
@@ -47,6 +55,11 @@ std::optional<UndoAction> PathPlanner::plan(const std::string& path) {
         if (!ignoredAround(step.before, path).empty()) continue; // it looks as if all in there were added
         const bool unlisted = !ignoredAround(step.after, path).empty();
         if (unlisted ? before == nullptr : same(before, after) && !mode) continue;
+        if (before == nullptr && !options_.readsEverything) {
+            const std::string_view closed = unreadAround(step.before, path);
+            if (!closed.empty() && !step.found && state.entry != nullptr) return ofUnread(closed);
+            if (!closed.empty() && step.found && step.found->contains(path)) continue;
+        }
         const bool folder = isFolder(before) || isFolder(after);
         if (!step.doubt.empty() && step.isOthers(path, folder)) continue;
         oldest = before;
@@ -87,6 +100,17 @@ std::optional<UndoAction> PathPlanner::withLater(UndoAction action, State state,
     if (options_.later == Later::overwritten) return forced;
     action.forcible = options_.hunks.empty() && (!forced || forced->acts());
     if (options_.later == Later::kept && action.isForOthers()) action.kind = Kind::keep;
+    return action;
+}
+
+// One line for all that is in it. It stays open, so that people can look.
+std::optional<UndoAction> PathPlanner::ofUnread(std::string_view folder) const {
+    UndoAction action;
+    action.path = std::string(folder);
+    action.kind = options_.later == Later::kept ? Kind::keep : Kind::leave;
+    action.folder = true;
+    action.reason = Reason::doubt;
+    action.detail = "it couldn't be read before, so that it can't be told what in it is new";
     return action;
 }
 

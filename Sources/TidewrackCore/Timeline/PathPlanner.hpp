@@ -7,6 +7,7 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tidewrack {
@@ -33,6 +34,7 @@ class PathPlanner {
 
     [[nodiscard]] bool sameContent(const Entry& a, const Entry& b) const;
     std::optional<UndoAction> withLater(UndoAction action, State state, const Entry* oldest, const Entry* now) const;
+    [[nodiscard]] std::optional<UndoAction> ofUnread(std::string_view folder) const;
     const Entry* unseen(const std::string& path);
     [[nodiscard]] std::optional<UndoAction> amongUnseen(std::optional<UndoAction> action, const Entry* now) const;
     [[nodiscard]] bool findNested(UndoAction& action) const;
@@ -61,5 +63,8 @@ class PathPlanner {
 [[nodiscard]] inline bool isFolder(const Entry* entry) {
     return entry != nullptr && entry->kind == EntryKind::dir;
 }
+// The folder around the path that could not be read when the listing was taken; empty: there is none. What a later
+// listing has in there may have been in there.
+[[nodiscard]] std::string_view unreadAround(const Manifest& listing, std::string_view path);
 
 } // namespace tidewrack

@@ -2,9 +2,14 @@
 
 #include "Changes/Changes.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Paths.hpp"
+#include "Timeline/PathPlanner.hpp"
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
+#include <iterator>
+#include <map>
 
 namespace tidewrack {
 
@@ -127,14 +132,51 @@ void StepReader::add(const TimelineRow& row, const Part& part, UndoSteps& steps)
         const SnapshotMeta& to = record(part.stretch.to);
         if (from.manifestOf == to.manifestOf) return;
         const Manifest after = listing(to);
-        const Manifest& before = listing(from);
+        const Manifest before = listing(from);
         const std::vector<std::string> paths = changesWithFolderModes(before, after);
         if (paths.empty()) return;
+        if (row.type == TimelineRow::Type::restore || row.type == TimelineRow::Type::undo)
+            step.found = foundUnread(part.stretch.from, before, after, paths);
         step.before = reduced(before, after, paths);
         step.after = reduced(after, before, paths);
     }
     if (part.byEdits) noteOwners(row, part.stretch, step);
     steps.steps.push_back(std::move(step));
+}
+
+// What a restore's listing has in folders that it opened is what it put there, and what was there already: that is as
+// in the newest listing before that looks into the folder.
+std::optional<UndoStep::Paths> StepReader::foundUnread(std::int64_t from, const Manifest& before, const Manifest& after,
+                                                       const std::vector<std::string>& paths) {
+    std::map<std::string_view, std::string_view> unknown; // paths, with the folder that could not be read
+    for (const std::string& path : paths)
+        if (const auto folder = unreadAround(before, path); !folder.empty()) unknown.emplace(path, folder);
+    UndoStep::Paths found;
+    std::vector<std::string_view> alike; // folders that may have been made anew
+    for (auto at = firstFrom(records_, from); !unknown.empty() && at != records_.begin(); --at) {
+        const auto& older = *std::prev(at);
+        if (older.seq + 1 != at->seq) return std::nullopt; // one that looked into it is pruned, maybe
+        if (older.manifestOf == at->manifestOf) continue;
+        const Manifest& listed = listing(older);
+        std::erase_if(unknown, [&](const auto& each) {
+            if (!listed.listsBelow(each.second)) return false;
+            const Entry* was = listed.find(each.first);
+            const Entry* is = after.find(each.first);
+            if (was == nullptr || is == nullptr) return true;
+            if (was->sameAttributes(*is))
+                found.emplace(each.first);
+            else if (isFolder(was) && isFolder(is) && was->ino == is->ino)
+                alike.push_back(each.first);
+            return true;
+        });
+    }
+    if (!unknown.empty()) return std::nullopt;
+    std::sort(alike.begin(), alike.end(), std::greater<>()); // what is in a folder comes before it
+    for (const std::string_view folder : alike)
+        if (const auto below = found.upper_bound(std::string(folder) + "/");
+            below != found.end() && isAtOrBelow(*below, folder))
+            found.emplace(folder);
+    return found;
 }
 
 void StepReader::noteOwners(const TimelineRow& row, const Stretch& stretch, UndoStep& step) const {

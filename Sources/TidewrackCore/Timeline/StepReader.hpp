@@ -43,6 +43,9 @@ class StepReader {
     [[nodiscard]] std::vector<Part> partsOf(const TimelineRow& row) const;
     [[nodiscard]] Part partOf(const TimelineRow& row, const Stretch& stretch) const;
     void add(const TimelineRow& row, const Part& part, UndoSteps& steps);
+    [[nodiscard]] std::optional<UndoStep::Paths> foundUnread(std::int64_t from, const Manifest& before,
+                                                             const Manifest& after,
+                                                             const std::vector<std::string>& paths);
     void noteOwners(const TimelineRow& row, const Stretch& stretch, UndoStep& step) const;
     [[nodiscard]] const SnapshotMeta& record(std::int64_t seq) const;
     [[nodiscard]] const Manifest& listing(const SnapshotMeta& meta);

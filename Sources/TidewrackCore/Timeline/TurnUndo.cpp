@@ -11,6 +11,7 @@
 #include "Timeline/Elsewhere.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -118,11 +119,11 @@ TurnUndo::TurnUndo(const Engine& engine, const Project& project)
     : engine_(engine), project_(project), history_(engine.store.history(project)),
       records_(history_.snapshots(unread_)), notes_(readNotedEdits(history_.folder())),
       timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), notes_.edits)) {
-    if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
     for (TimelineRow& row : timeline_.rows)
         row.beginUnread = row.thinned && std::any_of(unread_.begin(), unread_.end(), [&](const UnreadRecord& each) {
                               return row.first < each.seq && each.seq < row.own.front();
                           });
+    if (records_.empty() && !unread_.empty()) (void)history_.snapshot(unread_.back().seq); // throws
 }
 
 // Compared with the newest snapshot that can be read, which most of the folder is like.
@@ -214,7 +215,8 @@ UndoContents TurnUndo::contents(const Manifest& now) const {
 }
 
 TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Options& options) const {
-    UndoOptions undo{options.later, nullptr, engine_.nestedRoots(project_, engine_.store.projects()), options.hunks};
+    UndoOptions undo{options.later, nullptr, engine_.nestedRoots(project_, engine_.store.projects()), options.hunks,
+                     ::geteuid() == 0};
     if (!options.paths.empty())
         undo.scope = [&](std::string_view path) {
             return std::any_of(options.paths.begin(), options.paths.end(),
@@ -261,11 +263,13 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
         Actions actions = plan(steps, present(), options);
         checkPaths(choice, steps, options);
         checkHunks(steps, options);
-        foresee(present(), actions, obstacles);
+        const std::vector<Warning> unseenYet = foresee(present(), actions, obstacles);
         if (options.dryRun || std::none_of(actions.begin(), actions.end(), acts)) { // nothing to do takes no snapshot
             result.actions = withCauses(std::move(actions), obstacles, choice, present());
             result.warnings = unseen_;
-            if (result.acts()) result.interrupted = interruptedBeside(result.actions);
+            if (!result.acts()) return result;
+            result.warnings.insert(result.warnings.end(), unseenYet.begin(), unseenYet.end());
+            result.interrupted = interruptedBeside(result.actions);
             return result;
         }
     }
@@ -283,7 +287,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
         whole = options.hunks.empty() && plan(steps, safety.manifest, all).size() == actions.size();
     }
     Obstacles obstacles;
-    foresee(safety.manifest, actions, obstacles);
+    (void)foresee(safety.manifest, actions, obstacles);
     if (std::any_of(actions.begin(), actions.end(), acts)) // else the folder was changed just now
         act(lock, safety, choice, whole, actions, obstacles, result);
     result.actions = withCauses(std::move(actions), obstacles, choice, safety.manifest);
@@ -346,20 +350,21 @@ void TurnUndo::checkHunks(const UndoSteps& steps, const Options& options) const 
         throw TidewrackError::refused(path + " has no hunk " + std::to_string(*options.hunks.rbegin()) + " there.");
 }
 
-// The restore's own plan tells what it would refuse.
-void TurnUndo::foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const {
-    if (std::none_of(actions.begin(), actions.end(), acts)) return;
+// The restore's own plan tells what it would refuse, and what it can't know yet.
+std::vector<Warning> TurnUndo::foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const {
+    if (std::none_of(actions.begin(), actions.end(), acts)) return {};
     const std::vector<std::string> unwritten(actions.size(), "merged");
     const Target target = targetOf(actions, now, unwritten);
     TakenSnapshot present;
     present.manifest = now;
-    const auto outcomes = engine_.aim(project_, target.listing, target.inScope(), present, true).outcomes;
+    RestoreResult aim = engine_.aim(project_, {std::nullopt, target.listing}, target.inScope(), present, true);
     std::set<std::string_view> met;
-    for (const PathOutcome& outcome : outcomes) met.insert(outcome.path);
+    for (const PathOutcome& outcome : aim.outcomes) met.insert(outcome.path);
     for (const UndoAction& action : actions)
         if (action.acts() && !met.contains(action.path))
             obstacles.emplace(action.path, Obstacle{Obstacle::Reason::notInHistory});
-    fold(outcomes, actions, obstacles);
+    fold(aim.outcomes, actions, obstacles);
+    return std::move(aim.safetyWarnings);
 }
 
 void TurnUndo::act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole,

@@ -120,7 +120,7 @@ class TurnUndo {
     [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
     void checkHunks(const UndoSteps& steps, const Options& options) const;
-    void foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
+    std::vector<Warning> foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
     void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole, Actions& actions,
              Obstacles& obstacles, UndoResult& result) const;
     [[nodiscard]] std::vector<UndoneAction> withCauses(Actions actions, const Obstacles& obstacles,

@@ -218,7 +218,7 @@ std::vector<UndoAction> planUndo(const std::vector<UndoStep>& steps, const Manif
         auto action = planner.plan(path);
         if (!action) continue;
         std::string at = action->path;
-        if (action->reason == Reason::hidden) // what is in a folder says more than the folder
+        if (at != path) // what is in a folder says more than the folder
             actions.insert_or_assign(std::move(at), std::move(*action));
         else
             actions.emplace(std::move(at), std::move(*action));

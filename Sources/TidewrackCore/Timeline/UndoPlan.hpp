@@ -31,6 +31,9 @@ struct UndoStep {
     };
     Named own;
     Named others;
+    // Of a restore or undo: what was in folders before that could not be read then, and is listed since it opened them.
+    // None: that is not known.
+    std::optional<Paths> found;
 
     // Named in that time by one alone, and never by the other.
     [[nodiscard]] bool isOwn(const std::string& path, bool folder) const;
@@ -56,6 +59,7 @@ struct UndoOptions {
     std::set<std::string, std::less<>> nestedRoots{}; // other projects inside this one, relative
     // Of the one file in scope, which one step alone changed, only these hunks; empty: all of it.
     std::set<std::size_t> hunks{};
+    bool readsEverything = false; // the user reads folders whatever their mode, as root does
 };
 
 struct UndoAction {
