@@ -22,8 +22,10 @@ bool covers(const Stretch& all, const Stretch& part) {
     return all.from <= part.from && (all.to == untilNow || (part.to != untilNow && part.to <= all.to));
 }
 
-std::string companyText(const TimelineRow::Company& company) {
-    std::string text = company.agent.empty() ? "another session" : company.agent;
+std::string companyText(const TimelineRow::Company& company, const TimelineRow& row) {
+    std::string text = company.agent.empty()        ? "another session"
+                       : company.agent == row.agent ? "another session of " + company.agent
+                                                    : company.agent;
     text += (company.seen ? " was" : " may have been");
     text += " at work here from #" + std::to_string(company.during.from);
     return text + (company.during.to == untilNow ? " on" : " to #" + std::to_string(company.during.to));
@@ -111,7 +113,7 @@ StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stret
         return part;
     }
     for (const TimelineRow::Company& each : row.company)
-        if (covers(each.during, stretch)) part.doubt += (part.doubt.empty() ? "" : "; ") + companyText(each);
+        if (covers(each.during, stretch)) part.doubt += (part.doubt.empty() ? "" : "; ") + companyText(each, row);
     const auto isWait = [&](const Stretch& wait) { return covers(wait, stretch); };
     if (part.doubt.empty() && std::any_of(row.waits.begin(), row.waits.end(), isWait))
         part.doubt = "this came after the turn's end, while a task of it was still running";

@@ -69,7 +69,10 @@ std::string notes(const TimelineRow& row, const Look& look) {
     if (row.thinned) add(row.beginUnread ? "its beginning can't be read" : "its beginning is pruned");
     std::string before;
     for (const TimelineRow::Company& each : row.company) {
-        const std::string who = each.agent.empty() ? "another session" : look.shown(repairedUtf8(each.agent));
+        const std::string agent = look.shown(repairedUtf8(each.agent));
+        const std::string who = each.agent.empty()        ? "another session"
+                                : each.agent == row.agent ? "another session of " + agent
+                                                          : agent;
         const std::string note = (each.seen ? who : "maybe " + who) + " at work meanwhile";
         if (note != before) add(note);
         before = note;
