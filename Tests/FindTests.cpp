@@ -172,6 +172,13 @@ TEST_F(Finding, anEmptyFolderAndTheVersionThatWasKept) {
     f.remove("project/img");
     snap("manual", "");
     EXPECT_NE(found({"img"}).find("tidewrack restore 8 img\n"), std::string::npos) << found({"img"});
+    for (int time = 0; time < 2; ++time) { // what came and went with its folder both times is no row of its own
+        f.write("project/twice/file", "1");
+        snap("manual", "");
+        f.remove("project/twice");
+        snap("manual", "");
+    }
+    EXPECT_EQ(found({"twice"}).find("twice/file"), std::string::npos) << found({"twice"});
 }
 
 TEST_F(Finding, logOfAPathFollowsItThroughItsNames) {

@@ -119,7 +119,7 @@ void lookIntoFolder(const Project& project, std::vector<FoundPath>& all) {
 
 bool cameAndWentWith(const FoundPath& one, const FoundPath& folder) {
     return folder.kind == EntryKind::dir && one.during == folder.during && one.goneIn == folder.goneIn &&
-           one.isThere == folder.isThere && one.earlier.empty();
+           one.isThere == folder.isThere && (one.earlier.empty() || one.earlier == folder.earlier);
 }
 
 // Where the folder went, as what lies in it tells; none when that went elsewhere.
