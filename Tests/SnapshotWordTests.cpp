@@ -43,7 +43,13 @@ TEST(SnapshotWord, readsNumbersNamesAndTimes) {
         {"2h", "2026-11-20T10:00:30Z"},
         {"3d", "2026-11-17T12:00:30Z"},
         {"1w", "2026-11-13T12:00:30Z"},
+        {"1 minute", "2026-11-20T11:59:30Z"},
+        {"10 minutes ago", "2026-11-20T11:50:30Z"},
+        {"2h ago", "2026-11-20T10:00:30Z"},
+        {"3 days ago", "2026-11-17T12:00:30Z"},
         {"yesterday", "2026-11-19T12:00:30Z"},
+        {"yesterday 14:00", "2026-11-19T13:00:59Z"},
+        {"today 09:05:30", "2026-11-20T08:05:30Z"},
         {"13:00", "2026-11-20T12:00:59Z"},     // all of the minute, which goes on
         {"13:01", "2026-11-19T12:01:59Z"},     // today's is yet to come
         {"Fri 13:00", "2026-11-20T12:00:59Z"}, // as it is shown
@@ -60,9 +66,31 @@ TEST(SnapshotWord, readsNumbersNamesAndTimes) {
     EXPECT_EQ(snapshotWord("#12", now), (SnapshotWord{Kind::number, 12, {}}));
     EXPECT_EQ(snapshotWord("last", now), (SnapshotWord{Kind::newest, 0, {}}));
     EXPECT_EQ(snapshotWord("last-turn", now), (SnapshotWord{Kind::lastTurn, 0, {}}));
-    for (const char* none :
-         {"", "x", "1x", "h", "-2h", "24:00", "13:60", "1:00", "13:00x", "2026-02-30T13:40", "2026-13-01T13:40",
-          "2026-11-19", "Yesterday", "99999999999999999999h", "1.5h", "Thu", "Thu ", "Thu13:40", "thu 13:40"})
+    for (const char* none : {"",
+                             "x",
+                             "1x",
+                             "h",
+                             "-2h",
+                             "24:00",
+                             "13:60",
+                             "1:00",
+                             "13:00x",
+                             "2026-02-30T13:40",
+                             "2026-13-01T13:40",
+                             "2026-11-19",
+                             "Yesterday",
+                             "99999999999999999999h",
+                             "1.5h",
+                             "10 minutes later",
+                             "10  minutes",
+                             "minutes ago",
+                             "3 moons ago",
+                             "tomorrow 14:00",
+                             "yesterday at noon",
+                             "Thu",
+                             "Thu ",
+                             "Thu13:40",
+                             "thu 13:40"})
         EXPECT_EQ(snapshotWord(none, now), std::nullopt) << none;
     // The day before a night that lacks an hour began as many wall-clock hours ago, not as many real ones.
     EXPECT_EQ(snapshotWord("yesterday", *parseIsoDate("2026-03-29T10:00:00Z"))->time,

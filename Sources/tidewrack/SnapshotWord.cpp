@@ -7,6 +7,7 @@
 #include <charconv>
 #include <chrono>
 #include <ctime>
+#include <utility>
 
 namespace tidewrack {
 
@@ -112,20 +113,44 @@ std::optional<Date> dayAndTime(std::string_view word) {
     return dateOf(parts);
 }
 
+// "today 14:00" and "yesterday 14:00".
+std::optional<Date> dayAndClock(std::string_view word, Date now) {
+    std::tm parts = localTime(now);
+    const std::size_t blank = word.find(' ');
+    const std::string_view day = word.substr(0, blank);
+    if (blank == std::string_view::npos || !readClock(word.substr(blank + 1), parts)) return std::nullopt;
+    if (day == "yesterday") return dayBefore(parts, now);
+    return day == "today" ? dateOf(parts) : std::nullopt;
+}
+
+std::optional<seconds> unitOf(std::string_view name) {
+    constexpr std::array<std::pair<std::string_view, seconds>, 5> units = {{{"second", seconds(1)},
+                                                                            {"minute", std::chrono::minutes(1)},
+                                                                            {"hour", std::chrono::hours(1)},
+                                                                            {"day", std::chrono::hours(24)},
+                                                                            {"week", std::chrono::hours(168)}}};
+    for (const auto& [whole, length] : units)
+        if (name == whole.substr(0, 1) || name == whole ||
+            (name.ends_with('s') && name.substr(0, name.size() - 1) == whole))
+            return length;
+    if (name == "sec" || name == "secs") return units[0].second;
+    if (name == "min" || name == "mins") return units[1].second;
+    return std::nullopt;
+}
+
+// "2h", "2 hours", "2 hours ago".
 std::optional<Date> ago(std::string_view word, Date now) {
-    constexpr std::int64_t most = 36500; // no history is older, whatever the unit
+    constexpr std::chrono::hours most(24 * 36500); // no history is older
+    if (word.ends_with(" ago")) word.remove_suffix(4);
     std::int64_t count = 0;
     const char* end = word.data() + word.size();
     const auto [stop, error] = std::from_chars(word.data(), end, count);
-    if (error != std::errc() || end - stop != 1 || count < 0 || word.starts_with('-')) return std::nullopt;
-    switch (*stop) {
-    case 's': return now - seconds(count);
-    case 'm': return now - std::chrono::minutes(std::min(count, most * 1440));
-    case 'h': return now - std::chrono::hours(std::min(count, most * 24));
-    case 'd': return now - std::chrono::hours(24 * std::min(count, most));
-    case 'w': return now - std::chrono::hours(168 * std::min(count, most));
-    default: return std::nullopt;
-    }
+    if (error != std::errc() || count < 0 || word.starts_with('-')) return std::nullopt;
+    word.remove_prefix(static_cast<std::size_t>(stop - word.data()));
+    if (word.starts_with(' ')) word.remove_prefix(1);
+    const auto unit = unitOf(word);
+    if (!unit) return std::nullopt;
+    return now - std::min(count, most / *unit) * *unit;
 }
 
 std::optional<Date> timeOf(std::string_view word, Date now) {
@@ -133,6 +158,7 @@ std::optional<Date> timeOf(std::string_view word, Date now) {
     if (const auto date = ago(word, now)) return date;
     if (const auto date = clockTime(word, now)) return date;
     if (const auto date = weekdayAndTime(word, now)) return date;
+    if (const auto date = dayAndClock(word, now)) return date;
     return dayAndTime(word);
 }
 

@@ -24,9 +24,10 @@ struct SnapshotWord {
     bool operator==(const SnapshotWord&) const = default;
 };
 
-// Reads such a word. Times are "45s", "30m", "2h", "3d" and "1w" (so long ago), "yesterday" (at this time of day),
-// "14:00" and "Thu 14:00" (the latest one that has been) and "2026-11-19T13:40", or a space for the T. Clock times are
-// local ones, with seconds where wanted; without them the end of the minute is meant.
+// Reads such a word. Times are "45s", "30m", "2h", "3d" and "1w", or "10 minutes ago" (so long ago), "yesterday" (at
+// this time of day), "yesterday 14:00", "14:00" and "Thu 14:00" (the latest one that has been) and "2026-11-19T13:40",
+// or a space for the T. Clock times are local ones, with seconds where wanted; without them the end of the minute is
+// meant.
 [[nodiscard]] std::optional<SnapshotWord> snapshotWord(std::string_view word, Date now);
 
 // "Thu 13:40", or "2026-11-19 13:40" from six days on; local time.
