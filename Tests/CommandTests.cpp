@@ -492,6 +492,7 @@ TEST_F(CommandTest, catGivesTheBytes) {
     std::string bytes;
     for (int i = 0; i < 200'000; ++i) bytes += static_cast<char>(i * 7);
     f.write("project/binary", bytes);
+    f.write("project/abinary", "");
     f.link("project/link", "binary");
     f.write("project/build/x", "");
     f.write("project/.gitignore", "build\n");

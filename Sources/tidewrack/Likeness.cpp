@@ -6,10 +6,10 @@
 
 namespace tidewrack {
 
-bool isMistyped(std::string_view typed, std::string_view meant) {
+std::optional<int> mistypedLetters(std::string_view typed, std::string_view meant) {
     constexpr std::size_t most = 2;
     const std::size_t longer = std::max(typed.size(), meant.size());
-    if (typed == meant || longer - std::min(typed.size(), meant.size()) > most) return false;
+    if (typed == meant || longer - std::min(typed.size(), meant.size()) > most) return std::nullopt;
     // The distance of two texts by restricted transpositions: each row is about one more letter of `typed`.
     std::vector<std::size_t> beforeLast;
     std::vector<std::size_t> last(meant.size() + 1);
@@ -25,7 +25,7 @@ bool isMistyped(std::string_view typed, std::string_view meant) {
         beforeLast = std::move(last);
         last = std::move(next);
     }
-    return last.back() <= most;
+    return last.back() <= most ? std::optional(static_cast<int>(last.back())) : std::nullopt;
 }
 
 } // namespace tidewrack

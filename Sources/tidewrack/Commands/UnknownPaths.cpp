@@ -28,7 +28,8 @@ std::optional<std::string> likely(const Manifest& manifest, std::string_view wor
         constexpr std::size_t shortest = 4; // of shorter names most look alike
         if (name == written) return 0;
         if (name.size() == written.size() && caseFolded(name) == folded) return 1;
-        return written.size() >= shortest && isMistyped(written, name) ? std::optional(2) : std::nullopt;
+        const auto letters = written.size() >= shortest ? mistypedLetters(written, name) : std::nullopt;
+        return letters ? std::optional(*letters + 1) : std::nullopt;
     };
     const auto depth = [](std::string_view path) { return std::count(path.begin(), path.end(), '/'); };
     std::optional<std::string> best;
