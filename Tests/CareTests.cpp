@@ -333,6 +333,8 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
     const std::string text = textOf(record);
     const std::string older = f.at("store/" + at("@/snapshots/3.json"));
     const std::string olderText = textOf(older);
+    const std::string listing = f.at("store/" + at("@/manifests/2.mf"));
+    const std::string whole = textOf(listing);
     const auto log = [this](const std::string& line) {
         f.write("store/hooks.log", f.read("store/hooks.log") + isoText(now()) + " " + line + "\n");
     };
@@ -348,6 +350,9 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
         {"mended", [&] { setText(record, text); }, "ok", "\n  claude    agent not found; Stop "},
         {"an older record", [&] { empty(older); }, "ok", ". Run: tidewrack check\n"},
         {"mended too", [&] { setText(older, olderText); }, "ok", "All is well"},
+        {"an older listing", [&] { setText(listing, whole.substr(0, whole.size() / 2)); }, "ok",
+         ". Run: tidewrack check\n"},
+        {"mended as well", [&] { setText(listing, whole); }, "ok", "All is well"},
         {"a failure", [&] { log("claude Stop 3ms error: no room"); }, "trouble", "\n  A hook failed: no room\n"},
         {"a success", [&] { log("claude Stop 3ms #6 /x"); }, "ok", "  claude Stop  error: no room\n"},
         {"a git that fails", [&] { f.write("project/.git", "x"); }, "ok", ". See what `git status` says\n"},
@@ -360,11 +365,11 @@ TEST_F(CareTest, statusTellsWhatIsWrongAndWhatMendsIt) {
         const Outcome brief = world.run({"status", "--short"});
         EXPECT_EQ(brief.out, std::string(row.word) + "\n");
         EXPECT_EQ(brief.status, row.word == std::string("ok") ? 0 : 1);
-        const Outcome whole = world.run({"status"});
-        EXPECT_NE(whole.out.find(row.said), std::string::npos) << whole.out << whole.err;
-        const bool healthy = whole.out.find("All is well.\n") != std::string::npos;
+        const Outcome said = world.run({"status"});
+        EXPECT_NE(said.out.find(row.said), std::string::npos) << said.out << said.err;
+        const bool healthy = said.out.find("All is well.\n") != std::string::npos;
         EXPECT_EQ(healthy, row.word == std::string("ok") && row.said[0] != '.');
-        EXPECT_EQ(whole.status, healthy ? 0 : 1);
+        EXPECT_EQ(said.status, healthy ? 0 : 1);
         EXPECT_EQ(nlohmann::json::parse(world.run({"status", "--json"}).out)["healthy"], healthy);
     }
 }

@@ -155,6 +155,17 @@ TextBuffer History::manifestText(std::int64_t seq) const {
     }
 }
 
+std::string History::manifestFault(std::int64_t seq) const {
+    const Descriptor file(::open(manifestPath(seq).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file && errno == ENOENT) return TidewrackError::corrupt("missing manifest for #" + std::to_string(seq)).what();
+    std::string end(Manifest::endMarker.size(), '\0');
+    const off_t size = file ? ::lseek(file.get(), 0, SEEK_END) : -1;
+    const auto length = static_cast<off_t>(end.size());
+    if (size < 0 || (size >= length && ::pread(file.get(), end.data(), end.size(), size - length) != length))
+        return "can't read " + manifestPath(seq) + ": " + errorText(errno);
+    return end == Manifest::endMarker ? "" : TidewrackError::corrupt(placeOf(seq) + ", is cut short").what();
+}
+
 std::string History::placeOf(std::int64_t seq) const {
     return manifestPath(seq) + ", the listing of #" + std::to_string(seq);
 }

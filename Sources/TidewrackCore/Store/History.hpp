@@ -43,6 +43,8 @@ class History {
     [[nodiscard]] Manifest manifest(const SnapshotMeta& meta) const;
     // The decompressed text of manifest `seq`, not parsed. Throws TidewrackError corrupt when it is missing or damaged.
     [[nodiscard]] TextBuffer manifestText(std::int64_t seq) const;
+    // Why manifest `seq` can't be read, as far as its size and end tell without decompressing it; empty: nothing.
+    [[nodiscard]] std::string manifestFault(std::int64_t seq) const;
     // The largest number that has a manifest or a content folder; 0 for none.
     [[nodiscard]] std::int64_t highestLeftover() const;
     // Whether the project lies on its history's volume, so that changes of both reach the disk in their order.

@@ -111,6 +111,8 @@ class Manifest {
     [[nodiscard]] bool listsIgnored(std::string_view folder) const;
     [[nodiscard]] std::int64_t fileCount() const; // files and links
 
+    // What the file ends with.
+    static constexpr std::string_view endMarker = "bvx$";
     // The file's bytes: the compressed text. Throws TidewrackError io when the compression fails.
     [[nodiscard]] std::string encoded() const;
     // Throws TidewrackError corrupt "manifest kind", "manifest number", "manifest line end", or that it cannot be

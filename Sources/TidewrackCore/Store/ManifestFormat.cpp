@@ -17,7 +17,6 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t parallelSize = std::size_t{1} << 20;
-constexpr std::size_t endMarkerSize = 4; // "bvx$"
 
 char kindCode(EntryKind kind) {
     switch (kind) {
@@ -54,7 +53,7 @@ std::string compressed(std::string_view text) {
     constexpr auto policy = std::launch::async | std::launch::deferred; // deferred where no thread can be started
     auto second = std::async(policy, [&] { return compressedStream(text.substr(half)); });
     std::string first = compressedStream(text.substr(0, half));
-    first.resize(first.size() - endMarkerSize);
+    first.resize(first.size() - Manifest::endMarker.size());
     return first + second.get();
 }
 

@@ -26,6 +26,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <set>
 
 namespace tidewrack::commands {
 
@@ -84,7 +85,12 @@ bool failing(const LoggedEvents& events) {
 void addDamage(const History& history, StatusReport& report) {
     try {
         std::vector<UnreadRecord> unread;
-        (void)history.snapshots(unread);
+        std::set<std::int64_t> listings;
+        for (const SnapshotMeta& meta : history.snapshots(unread)) listings.insert(meta.manifestOf);
+        if (report.newest) listings.erase(report.newest->manifestOf); // that was read
+        for (const std::int64_t seq : listings)
+            if (const std::string fault = history.manifestFault(seq); !fault.empty())
+                report.troubles.push_back({fault, "Run: tidewrack check"});
         for (const UnreadRecord& record : unread)
             if (record.seq != history.newestSeq()) // that is told already
                 report.troubles.push_back({record.reason, "Run: tidewrack check"});
@@ -183,7 +189,7 @@ const char* shortStatus(Invocation& call) {
         if (!project) return "untracked";
         const History history = call.store().history(*project);
         const auto newest = history.latest();
-        if (!newest || !exists(history.manifestPath(newest->manifestOf)) || !isFolder(project->root)) return "trouble";
+        if (!newest || !history.manifestFault(newest->manifestOf).empty() || !isFolder(project->root)) return "trouble";
         const LoggedEvents events = loggedEvents(tailOf(call.store().home + "/hooks.log"));
         return failing(events) ? "trouble" : "ok";
     } catch (const TidewrackError&) {
