@@ -30,6 +30,7 @@ class Copying {
     [[nodiscard]] bool replacesContents() const;
     void takeFilesOf(const Word& source);
     void targetDestinations(const Operands& all);
+    void targetDestination(const std::string& destination, const Operands& all);
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
@@ -121,9 +122,12 @@ void Copying::targetDestinations(const Operands& all) {
     }
     if (words.size() < 2) return;
     if (effects_.skips(*words.back())) return effects_.opaque(cwd_);
-    const auto destinations = effects_.resolve(*words.back(), cwd_);
-    if (destinations.empty()) return;
-    const std::string& destination = destinations.front();
+    // All that a pattern matches: it may be a loop's, of which each value has its turn.
+    for (const std::string& destination : effects_.resolve(*words.back(), cwd_)) targetDestination(destination, all);
+}
+
+void Copying::targetDestination(const std::string& destination, const Operands& all) {
+    const std::span<const Word* const> words = all.words;
     if (destination == "/" || !isFolder(destination)) {
         if (words.size() > 2 || !keeps(destination, *words.front())) effects_.target(destination, cwd_);
         return;

@@ -21,7 +21,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::string_view beforePaths = " \t\n'\"=,(<>|&;[{`@:";
+constexpr std::string_view beforePaths = " \t\n'\"=,(<>|&;[{`@:#"; // sed s#^#../out/#
 constexpr std::string_view endsOfPaths = " \t\n'\"`;|&<>(),:*?[]{}$\\";
 
 // What lies in these folders of the root belongs to the system or to installed programs.
@@ -122,6 +122,7 @@ class Mentions {
     bool isWorthKeeping(const std::string& path);
     void mention(std::string path);
     void mentionFolderOf(const std::string& script);
+    void takeProtected(const std::string& folder, std::string_view behind);
 
     const Context& context_;
     Effects& effects_;
@@ -204,6 +205,7 @@ void Mentions::addListed(const Listing& listing, const std::string& folder, std:
 }
 
 void Mentions::scan(std::string_view text, bool namesPrograms) {
+    const std::string root = "/";
     for (std::size_t at = 0; at < text.size() && looks_ < Budget::mentions; ++at) {
         if (text[at] != '/' && text[at] != '.' && text[at] != '~' && text[at] != '$') continue;
         if (!mayBegin(text, at)) continue;
@@ -216,14 +218,27 @@ void Mentions::scan(std::string_view text, bool namesPrograms) {
         const bool isProgram = namesPrograms && isProgramsPlace(text, at);
         const bool climbs = text[at] == '.';
         const std::string_view relative = text.substr(climbs ? at : slash + 1, end - (climbs ? at : slash + 1));
-        std::string path = absolutePath(relative, climbs ? context_.cwd : *start == 0 ? "/" : context_.home);
+        const std::string& base = climbs ? context_.cwd : *start == 0 ? root : context_.home;
+        std::string path = absolutePath(relative, base);
+        const std::size_t sign = relative.find_first_of("%#"); // of a format or an expression: ../out/%s
+        if (sign != relative.npos && !exists(path)) path = absolutePath(relative.substr(0, sign), base);
         at = end;
+        if (effects_.losesUnknown() && path != context_.home) takeProtected(path, text.substr(end));
         ++looks_;
         if (isProgram)
             mentionFolderOf(path);
         else
             mention(std::move(path));
     }
+}
+
+// Names that are not known go, and these may be of files in a well-known folder: du -a ~/Documents | cut -f2 | xargs
+// rm.
+void Mentions::takeProtected(const std::string& folder, std::string_view behind) {
+    if (!effects_.protectedFolders().holdsText(folder)) return;
+    const std::string_view pattern = behind.substr(0, behind.find_first_of(" \t\n'\"`;|&<>()/$"));
+    const bool matches = pattern.find_first_of("*?[") != pattern.npos;
+    effects_.list({folder, matches ? std::vector{std::string(pattern)} : std::vector<std::string>(), !matches});
 }
 
 void Mentions::scanWordsBelow(const std::string& folder, std::string_view line) {

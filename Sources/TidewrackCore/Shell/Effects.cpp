@@ -68,6 +68,7 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
         paths.push_back(std::move(path));
         return paths;
     }
+    path = throughLinks(std::move(path));
     if (extended_ && word.text.find_first_of(extendedSigns) != std::string::npos) {
         path = parentOf(path.substr(0, path.find_first_of("*?[^#~")));
         if (!isProtected(path, Links::followed))
@@ -129,6 +130,13 @@ std::string Effects::homePath(std::string_view relative) const {
 
 void Effects::link(std::string at, std::string destination) {
     if (takesLinks()) links_.emplace_back(std::move(at), std::move(destination));
+}
+
+// A pattern matches nothing behind a link that is not there yet.
+std::string Effects::throughLinks(std::string path) const {
+    for (const auto& [at, destination] : links_)
+        if (path.size() > at.size() && isAtOrBelow(path, at)) path = destination + path.substr(at.size());
+    return path;
 }
 
 void Effects::followLinks(const std::string& path, Links links) {
@@ -255,7 +263,7 @@ void Effects::targetWord(const Word& word, std::string_view cwd, Links links, Ex
             onlyAppended_.push_back(path);
         target(std::move(path), cwd, links, extent);
     };
-    if (word.glob && extent == Extent::removed) takeEmptied(absolutePath(word.text, cwd), cwd);
+    if (word.glob && extent == Extent::removed) takeEmptied(throughLinks(absolutePath(word.text, cwd)), cwd);
     if (isPattern(word))
         for (std::string& path : resolve(word, cwd)) add(std::move(path));
     else if (!word.text.empty()) {
@@ -343,6 +351,7 @@ void Effects::opaqueWords(std::string_view folder) {
 }
 
 void Effects::loseUnknownWords(const std::string& folder) {
+    losesUnknown_ = true;
     const auto listIn = [&](const std::string& known) {
         if (known != homePath("")) list({known, {}, true}); // the home folder holds too much for a guess
     };

@@ -103,7 +103,7 @@ class Effects {
     // A symbolic link that the line makes: what happens behind it happens elsewhere.
     void link(std::string at, std::string destination);
     [[nodiscard]] bool takesLinks() const { return links_.size() < Budget::links; }
-    // Where the links in a folder lead that the line has made or that are there, of folders those outside of it.
+    // The folders outside of a folder that links in it lead to, made by the line or there before.
     [[nodiscard]] std::vector<std::string> linkedFrom(const std::string& folder);
 
     // A command lists what may be meant by others of the line. Only well-known folders count: others are saved whole.
@@ -153,9 +153,9 @@ class Effects {
     void beginCommand() { unknownIn_.clear(); }
     // The command changes what its unknown words stand for, in `folder` or where they lie.
     void opaqueWords(std::string_view folder);
-    // ... and all of them go or are written: asks when they lie in what is Tidewrack's own. Of a well-known folder,
-    // which is never copied as a whole, any file may be meant.
+    // ... and all go or are written: asks when they lie in Tidewrack's own, and lists files of well-known folders.
     void loseUnknownWords(const std::string& folder);
+    [[nodiscard]] bool losesUnknown() const { return losesUnknown_; }
 
     // Something may change in `folder`, by a guess. Nobody is asked or refused anything for that.
     void suspect(std::string_view folder);
@@ -165,7 +165,6 @@ class Effects {
     // Whether a protected folder is at the path.
     [[nodiscard]] bool isProtected(const std::string& path, Links links);
     [[nodiscard]] ProtectedFolders& protectedFolders();
-
     // Whether something is only guessed at.
     [[nodiscard]] bool isGuess() const { return decision_.opaque || !decision_.suspected.empty(); }
 
@@ -182,6 +181,7 @@ class Effects {
     void takeEmptied(std::string folder, std::string_view cwd);
     void askIfProjectRoot(const std::string& folder);
     void followLinks(const std::string& path, Links links);
+    [[nodiscard]] std::string throughLinks(std::string path) const;
     [[nodiscard]] std::string kernelPath(std::string_view text, std::string_view cwd);
     bool isKeptSomewhere(const std::string& path);
     [[nodiscard]] bool mayLoseGitsHistory(const std::string& path);
@@ -205,6 +205,7 @@ class Effects {
     std::vector<std::string> noFolders_;  // targets that were looked at, and are none
     std::vector<std::string> aroundHome_; // targets that are not refused for the home folder in them
     bool extended_ = false;               // ^x, x#, *~x are patterns
+    bool losesUnknown_ = false;
     bool makesGitStore_ = false;
     bool refused_ = false; // whatever else is found
     std::size_t targetBytes_ = 0;

@@ -191,10 +191,10 @@ FoundFiles testsOf(Words arguments, bool areLimiting) {
 }
 
 // What the tests on names let pass, whatever the others say.
-void listFound(Words roots, const FoundFiles& tests, const std::string& cwd, Effects& effects) {
+void listFound(Words roots, const FoundFiles& tests, bool namesDecide, const std::string& cwd, Effects& effects) {
     for (const Word& root : roots)
         if (!root.glob && !root.unknown && effects.takesListing())
-            effects.list({absolutePath(root.text, cwd), tests.names, true});
+            effects.list({absolutePath(root.text, cwd), namesDecide ? tests.names : std::vector<std::string>(), true});
 }
 
 // Only what passes the tests goes: a protected folder stays, and is too large to be kept. What is only guessed is saved
@@ -416,7 +416,8 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
     const std::vector<Word> roots = reachedRoots(arguments, act, cwd, effects);
     const bool areLimiting = testsLimit(arguments, false);
     const FoundFiles tests = testsOf(arguments, areLimiting);
-    listFound(roots, tests, cwd, effects);
+    constexpr std::array others = {"-prune"sv, "-o"sv, "-or"sv, ","sv};
+    listFound(roots, tests, !holdsAny(arguments, others), cwd, effects);
     const bool removes = act == Act::removed;
     const bool wholeTree = removes && !areLimiting && !movesFiles(arguments);
     const bool isBroad = removes && hasOnlyBroadTests(arguments);
@@ -439,7 +440,7 @@ void examineFd(Words arguments, const std::string& where, Effects& effects) {
     const std::string cwd = folderOf(all, where);
     const std::vector<Word> roots = rootsOfFd(all, cwd);
     const FoundFiles tests = testsOfFd(all, arguments);
-    listFound(roots, FoundFiles(), cwd, effects);
+    listFound(roots, FoundFiles(), false, cwd, effects);
     const Act act = fdAct(arguments);
     const bool recursive = isRecursive(arguments.subspan(fdCommandAt(arguments)));
     for (const Word& root : roots) takeTree(root, tests, act, recursive, cwd, effects);

@@ -275,6 +275,9 @@ void Guard::peel(std::vector<Word>& words) {
 
 // NAME=(a b): the name stands for one after the other.
 void Guard::takeArray(std::vector<Word>& words, const Command& command) {
+    const auto isOption = [](const Word& word) { return word.text.starts_with('-') || word.text.starts_with('+'); };
+    words.erase(words.begin(), std::find_if_not(words.begin(), words.end(), isOption)); // declare -a NAME=(a b)
+    if (words.empty() || words.front().text.find('=') == std::string::npos) return opaque();
     const std::size_t end = words.front().text.find_first_of("+=");
     const std::string name = words.front().text.substr(0, end);
     const bool adds = words.front().text[end] == '+';
