@@ -100,7 +100,8 @@ TEST(ShellGuard, findsWhatEachCommandDestroys) {
         {"ls -A | xargs rm -rf; ls ../q/one | xargs rm -rf", "p ask ?p"},
         {"ls | grep x | xargs rm -rf; (cd a; ls | xargs rm -rf)", "p/a ?p p/a"},
         {"find ../q -maxdepth 1 | xargs -d '\\n' rm -rf", "q ask ?p"},
-        {"find ../q -name '*.o' | xargs rm; ls ~/x | xargs -I{} rm ~/x/{}; fd -e c . /y | xargs rm", "home/x q /y ?p"},
+        {"find ../q -name '*.o' | xargs rm; ls ~/x | xargs -I{} rm ~/x/{}; fd -e c . /y | xargs rm",
+         "home/x q /y ?home/x p"},
         {"perl6 x; fish -c y", " ?p"},
         // find's actions and tests
         {"find a b -name x -delete", "p/a p/b"},

@@ -76,6 +76,7 @@ class Examination {
     [[nodiscard]] Operands operands() const { return operandsOf(arguments_, rule_->letters, rule_->options); }
     void takeUnknownWords();
     void lookAtRemoved(const Rule& rule, Words command) const;
+    void loseItems(Words command) const;
 
     std::string_view name_;
     const Rule* rule_ = nullptr;
@@ -198,7 +199,8 @@ bool Examination::run() {
 
 void Examination::takeUnknownWords() {
     effects_.opaqueWords(cwd_);
-    if (rule_->apply == &E::remove || rule_->apply == &E::move || rule_->apply == &E::tee ||
+    const bool copiesThere = rule_->apply == &E::copy && arguments_.back().unknown;
+    if (copiesThere || rule_->apply == &E::remove || rule_->apply == &E::move || rule_->apply == &E::tee ||
         rule_->apply == &E::truncate || rule_->apply == &E::editInPlace)
         effects_.loseUnknownWords(cwd_);
 }
@@ -323,6 +325,19 @@ void Examination::lookAtRemoved(const Rule& rule, Words command) const {
     }
 }
 
+// Items lie where the words with them say: ../x/{}.
+void Examination::loseItems(Words command) const {
+    bool lies = false;
+    for (const Word& word : command.subspan(1)) {
+        const std::size_t slash = word.text.rfind('/', word.text.find("{}"));
+        if (word.unknown || !isFound(word) || slash == std::string::npos) continue;
+        effects_.noteUnknownIn(absolutePath(word.text.substr(0, slash + 1), cwd_));
+        lies = true;
+    }
+    effects_.opaqueWords(cwd_);
+    if (lies) effects_.loseUnknownWords(cwd_);
+}
+
 // What the command works on is not known.
 void Examination::xargs() {
     std::vector<Word> command = commandOfXargs(arguments_);
@@ -338,7 +353,7 @@ void Examination::xargs() {
     if (rule && rule->apply == &E::remove) lookAtRemoved(*rule, command);
     if (rule && nestedText(command) && actOn(command) == Act::nothing) return;
     if (rule && !onlyReads(*rule, Words(command).subspan(1)))
-        effects_.opaque(cwd_);
+        loseItems(command);
     else if (rule && rule->apply == &E::changeModes)
         effects_.suspect(cwd_);
     if (rule) return;

@@ -148,7 +148,10 @@ void Copying::targetCopiesIn(const std::string& folder, std::span<const Word* co
 }
 
 void Copying::targetCopyOf(const Word& source, const std::string& folder) {
-    if (source.unknown) return effects_.opaque(folder);
+    if (source.unknown) {
+        effects_.loseUnknownWords(folder);
+        return effects_.opaque(folder);
+    }
     const bool keepsPath = name_ == "rsync" ? operands_.has('R', "--relative") : operands_.has(0, "--parents");
     if (keepsPath) return targetAsPath(source, folder);
     const std::string from = absolutePath(source.text, cwd_);

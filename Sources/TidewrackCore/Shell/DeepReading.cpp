@@ -104,6 +104,7 @@ class Mentions {
     // A line names programs too, which are only read; a list does not.
     void scan(std::string_view text, bool namesPrograms);
     void scanLists(std::string_view line);
+    void scanFiles(std::string_view line);
     void scanVariables(std::string_view text);
     // The words that name something in a folder of which no copy is made as a whole.
     void scanWordsBelow(const std::string& folder, std::string_view line);
@@ -282,13 +283,24 @@ void Mentions::scanVariables(std::string_view text) {
 void Mentions::scanLists(std::string_view line) {
     const auto holds = [&](std::string_view word) { return line.find(word) != line.npos; };
     if (!holds("<") && !holds("cat ") && !holds("-a")) return;
-    if (!holds("xargs") && !holds("read") && !holds("mapfile") && !holds("parallel") && !holds("$(")) return;
+    if (!holds("xargs") && !holds("read") && !holds("mapfile") && !holds("parallel") && !holds("$(") && !holds("`"))
+        return;
     for (const std::string_view before : {"cat "sv, "< "sv, "<"sv, "-a "sv, "--arg-file="sv})
         for (std::size_t at = line.find(before); at != line.npos && looks_ < Budget::mentions;
              at = line.find(before, at + 1)) {
             const std::size_t begin = at + before.size();
             scanList(line.substr(begin, line.find_first_of(" \t\n;|&<>()'\"`$", begin) - begin));
         }
+}
+
+// Names that are not known go: any small file of the line may hold them.
+void Mentions::scanFiles(std::string_view line) {
+    for (std::size_t at = 0; at < line.size() && looks_ < Budget::mentions;) {
+        const std::size_t end = std::min(line.find_first_of(" \t\n;|&<>()'\"`$", at), line.size());
+        const std::string_view word = line.substr(at, end - at);
+        at = end + 1;
+        if (!word.starts_with('-')) scanList(word);
+    }
 }
 
 void Mentions::scanList(std::string_view name) {
@@ -354,6 +366,7 @@ std::vector<std::string> pathsAtRisk(std::string_view line, const Decision& deci
     if (line.find('/') != line.npos) mentions.scan(line, true);
     mentions.scanVariables(line);
     mentions.scanLists(line);
+    if (effects.losesUnknown()) mentions.scanFiles(line);
     for (const std::string& folder : decision.opaqueDirs) mentions.addFolder(folder);
     for (const std::string& folder : protectedAtHome(line, decision, context, effects))
         mentions.scanWordsBelow(folder, line);

@@ -63,7 +63,10 @@ std::vector<std::string> Effects::resolve(const Word& word, std::string_view cwd
     std::vector<std::string> paths;
     if (word.text.empty()) return paths;
     std::string path = absolutePath(word.text, cwd);
-    if (word.glob && path.find("**") != std::string::npos) opaque(folderAbovePattern(path)); // may go deeper
+    if (word.glob && path.find("**") != std::string::npos) { // may go deeper
+        opaque(folderAbovePattern(path));
+        list({std::string(folderAbovePattern(path)), {std::string(lastComponent(path))}, true});
+    }
     if (!isPattern(word)) {
         paths.push_back(std::move(path));
         return paths;

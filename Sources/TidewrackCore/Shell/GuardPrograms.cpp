@@ -135,8 +135,13 @@ void Guard::takeXargs(const std::vector<Word>& words, const std::string& folder)
     std::vector<Word> command = commandOfXargs(Words(words).subspan(1));
     (void)unwrap(command);
     auto nested = nestedText(command);
+    if (!nested && !command.empty() && hasOperandsOfItsOwn(commandName(command.front()))) {
+        if (std::none_of(command.begin(), command.end(), isFound)) command.emplace_back().text = "{}";
+        takeRunWith(std::move(command), folder);
+    }
     if (!nested) return;
     nested->parameters.reset();
+    nested->text = withItem(nested->text, "{}", "$1");
     takeTextIn(*nested, folder);
 }
 

@@ -182,15 +182,18 @@ void examineUnknownList(Words arguments, const std::string& cwd, Effects& effect
 
 void examineItems(std::string_view text, Words arguments, const std::string& cwd, Effects& effects) {
     const std::vector<Word> command = commandOfXargs(arguments);
-    if (command.empty() || actOn(command) <= Act::guessed) return;
+    if (command.empty()) return;
+    const bool copies = actOn(command) <= Act::guessed;
+    if (copies && !hasOperandsOfItsOwn(commandName(command.front()))) return;
     const bool byLine = std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
         return isShortCluster(word) && word.text.find_first_of("0dI") != std::string::npos;
     });
     const std::string_view separators = byLine ? "\n"sv : " \t\n"sv;
     std::vector<std::string_view> places; // where the items stand: {} and what is around it
     for (const Word& word : command)
-        if (isFound(word) && places.size() < Budget::placesOfItems) places.push_back(word.text);
-    if (places.empty()) places.emplace_back("{}");
+        if (isFound(word) && !(copies && word.text == "{}"sv) && places.size() < Budget::placesOfItems)
+            places.push_back(word.text);
+    if (places.empty() && !copies) places.emplace_back("{}");
     for (std::size_t begin = 0, count = 0; begin < text.size() && count < Budget::itemsOfList;) {
         const std::size_t end = std::min(text.find_first_of(separators, begin), text.size());
         std::string_view item = text.substr(begin, end - begin);
