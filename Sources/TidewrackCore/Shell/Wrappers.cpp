@@ -227,7 +227,8 @@ bool tellsOfCommand(const std::vector<Word>& words, std::size_t index) {
 } // namespace
 
 std::string_view commandName(const Word& word) {
-    const std::string_view name = lastComponent(word.text);
+    std::string_view name = word.text;
+    if (name.find('/') != name.npos) name = lastComponent(name);
     const bool gnu =
         name.size() > 2 && name[0] == 'g' && gnuFilter.mayHold(name.substr(1)) && isIn(gnuTools, name.substr(1));
     return gnu ? name.substr(1) : name;
