@@ -123,6 +123,8 @@ TEST_F(GitSaving, savesWhatGitTakesOfWhatNoSnapshotHolds) {
 TEST_F(GitSaving, keepsGitsOwnStateAndPutsItBesideTheLiveOne) {
     makeRepository(project);
     world.ok({"track"});
+    f.write("project/.git/hooks/pre-push", "mine");
+    f.write("project/.git/hooks/pre-push.sample", "git's");
     EXPECT_EQ(shell("git branch -D topic"), HookOutput{});
     ASSERT_EQ(states().size(), 1U);
     const VaultEntry entry = states().front();
@@ -138,6 +140,9 @@ TEST_F(GitSaving, keepsGitsOwnStateAndPutsItBesideTheLiveOne) {
     EXPECT_EQ(f.listing("project/.git"), before) << "the live one stays as it is";
     const std::string folder = told.at("folder").get<std::string>();
     EXPECT_TRUE(folder.starts_with(project + "/.git.tidewrack-restored-")) << folder;
+    const std::string hooks = folder.substr(f.path().size() + 1) + "/hooks";
+    EXPECT_EQ(f.read(hooks + "/pre-push"), "mine");
+    EXPECT_FALSE(f.has(hooks + "/pre-push.sample"));
     const auto run = [&](std::size_t which) {
         std::string command = told.at("commands").at(which).get<std::string>();
         if (const auto at = command.find("BRANCH:NEW-NAME"); at != command.npos) command.replace(at, 15, "topic:again");

@@ -55,6 +55,12 @@ std::vector<std::string> GitStore::statePaths(WorkTrees which) const {
         if (exists(path)) paths.push_back(std::move(path));
     };
     for (const char* name : {"HEAD", "config", "packed-refs", "refs", "reftable", "logs", "index"}) add(common, name);
+    // The user's own: of no other copy can they be had.
+    add(common, "info");
+    (void)visitNames(joined(common, "hooks"), [&](const char* name) {
+        if (!std::string_view(name).ends_with(".sample")) paths.push_back(joined(common, "hooks/" + std::string(name)));
+        return true;
+    });
     if (which == WorkTrees::all)
         add(common, "worktrees");
     else if (folder != common)
