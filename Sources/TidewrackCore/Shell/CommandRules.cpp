@@ -314,12 +314,13 @@ bool onlyReads(const Rule& rule, Words arguments) {
 // What xargs removes lies in the folder where it runs, or in the one that its words begin with: ~/x/{}.
 void Examination::lookAtRemoved(const Rule& rule, Words command) const {
     const Words arguments = command.subspan(1);
+    const Extent extent = isRecursive(arguments) ? Extent::removed : Extent::item;
     effects_.lookAtOwn(cwd_, Extent::item, Links::followed);
     for (const Word* operand : operandsOf(arguments, rule.letters, rule.options).words) {
         const std::size_t slash = operand->text.rfind('/', operand->text.find("{}"));
         if (operand->unknown || !isFound(*operand) || slash == std::string::npos) continue;
         const std::string folder = absolutePath(operand->text.substr(0, slash + 1), cwd_);
-        effects_.lookAtOwn(folder, isRecursive(arguments) ? Extent::removed : Extent::item, Links::followed);
+        effects_.lookAtOwn(folder, extent, Links::followed);
         if (operand->text.ends_with("/{}") && !effects_.isProtected(folder, Links::followed))
             effects_.thin(folder, cwd_, Links::followed);
     }
