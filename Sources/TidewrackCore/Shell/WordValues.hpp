@@ -123,6 +123,10 @@ class WordValues {
     std::size_t braceWords_ = 0;
 };
 
+// A word whose value cannot be known becomes empty: a guess such as "/*" for "$unknown/*" would be refused for no
+// reason. It stays where it is, because many commands tell sources from destinations by their places.
+void setUnknown(Word& word);
+
 // The offset of the "=" when the word assigns to a variable, its name and "=" unquoted; 0 when it does not.
 [[nodiscard]] std::size_t assignmentAt(const Word& word);
 
