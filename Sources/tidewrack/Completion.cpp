@@ -8,6 +8,7 @@
 #include "CompletionScripts.hpp"
 #include "Invocation.hpp"
 #include "Reports/TextReports.hpp"
+#include "SnapshotWord.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
@@ -204,7 +205,8 @@ class Offers {
         for (auto row = rows.rbegin(); row != rows.rend() && session; ++row)
             if (row->session.value_or("").starts_with(*session)) return row->first;
         if (!rows.empty() || typed_.words.size() < 2) return std::nullopt;
-        return snapshotNumber(typed_.words[1].substr(0, typed_.words[1].find(".."))); // A of A..B
+        const auto word = snapshotWord(typed_.words[1].substr(0, typed_.words[1].find("..")), now()); // A of A..B
+        return word ? std::optional(call_.number(call_.project(typed_.project), *word)) : std::nullopt;
     }
 
     [[nodiscard]] std::optional<std::string> valueOf(const char* option) const {
