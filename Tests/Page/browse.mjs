@@ -447,6 +447,27 @@ async function moves(view) {
     assert.equal(await view.evaluate(() => document.activeElement.id), 'turn');
 }
 
+// Of a long history the newest rows are there at once, also after a change, and all of it comes then.
+async function longHistory(view) {
+    let title = 'before';
+    let all = route => route.fulfill({json: rowsOf(150)});
+    const real = JSON.parse(tidewrack(['timeline', '--json'])).rows[0];
+    const rowsOf = count => ({version: 1, rows: Array.from({length: count}, (_, at) => ({...real, title: at ? 'old' : title, first: 1000 - at, last: 1000 - at}))});
+    await view.route('**/api/timeline?n=100', route => route.fulfill({json: rowsOf(100)}));
+    await view.route('**/api/timeline?n=1000000', route => all(route));
+    await view.locator('#refresh').click();
+    await view.locator('#count', {hasText: '150 rows'}).waitFor();
+    all = () => {}; // it takes long
+    title = 'just done';
+    await view.locator('#refresh').click();
+    await view.locator('#list').evaluate(list => { list.scrollTop = 0; });
+    await view.locator('.row', {hasText: 'just done'}).waitFor();
+    assert.equal(await view.locator('#count').innerText(), '150 rows');
+    await view.unrouteAll();
+    await view.locator('#refresh').click();
+    await view.locator('.row', {hasText: 'Return another status'}).waitFor();
+}
+
 // Nothing that keeps somebody from reading or using the page.
 async function accessibility(view) {
     const source = fs.readFileSync(path.join(tools, 'node_modules', 'axe-core', 'axe.min.js'), 'utf8');
@@ -514,6 +535,7 @@ async function main() {
         await looks(view, 'page');
         await hostile(view);
         await moves(view);
+        await longHistory(view);
         await undoes(view);
         await keeps(view);
         await finds(view);

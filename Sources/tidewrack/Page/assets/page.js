@@ -63,9 +63,11 @@ function take(fresh) {
 async function load() {
     const first = await guarded(() => read('timeline', {n: atFirst}));
     if (!first) return;
-    if (!rows.length || first.body.rows.length < atFirst) take(first.body.rows);
+    const newest = first.body.rows;
+    // What was just done is there before all of a long history has been read again.
+    take(newest.length < atFirst ? newest : newest.concat(rows.filter(row => row.first < newest[atFirst - 1].first)));
     if (!chosen && rows.length) list.choose(0);
-    if (first.body.rows.length === atFirst && !isStatic) {
+    if (newest.length === atFirst && !isStatic) {
         const rest = await guarded(() => read('timeline', {n: all}));
         if (rest) take(rest.body.rows);
     }
