@@ -48,6 +48,11 @@ json hunkJson(const LineDiff::Hunk& hunk) {
     return {{"oldBegin", oldBegin}, {"newBegin", newBegin}, {"lines", std::move(lines)}};
 }
 
+// Where a link leads.
+void addTarget(const std::optional<PatchSide>& side, const char* key, json& file) {
+    if (side && side->kind == PatchSide::Kind::link && side->content) file[key] = repairedUtf8(*side->content);
+}
+
 void compare(const std::optional<PatchSide>& before, const std::optional<PatchSide>& after, json& file) {
     const Text older = textOf(before);
     const Text newer = textOf(after);
@@ -82,6 +87,8 @@ json linesJson(const Store& store, const Project& project, const Engine::Sides& 
                                       : "modified"},
                   {"from", from}};
         if (to) file["to"] = *to;
+        addTarget(before, "oldTarget", file);
+        addTarget(after, "newTarget", file);
         compare(before, after, file);
         files.push_back(std::move(file));
     }
