@@ -167,6 +167,7 @@ TEST_F(Page, printsWhatTheCommandsPrint) {
     f.write("secret", "outside\n");
     for (const char* path : {"../secret", "/etc/passwd", "src/../../secret", "--help", "nowhere"})
         EXPECT_EQ(get("content", {{"seq", "1"}, {"path", path}}).status, 422) << path;
+    EXPECT_EQ(get("content", {{"seq", "1"}, {"path", std::string("config\0", 7)}}).status, 400);
     for (const char* number : {"", "-1", "1x", "1 --force", "latest"})
         EXPECT_EQ(get("show", {{"turn", number}}).status, 400) << number;
 }

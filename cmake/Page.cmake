@@ -37,6 +37,8 @@ endif()
 if(TIDEWRACK_BROWSE)
   add_executable(tidewrack-browse ${page}/main.cpp ${page}/Server.cpp ${page}/Connection.cpp)
   target_include_directories(tidewrack-browse SYSTEM PRIVATE "${HTTPLIB_FOLDER}")
+  # Paths may be as long as a system has them; Page/Connection holds all of a request's head to its limit.
+  target_compile_definitions(tidewrack-browse PRIVATE CPPHTTPLIB_REQUEST_URI_MAX_LENGTH=65536)
   target_link_libraries(tidewrack-browse PRIVATE tidewrack_page tidewrack_program_link)
 else()
   message(WARNING "cpp-httplib's whole header is missing (scripts/setup fetches it): built without `tidewrack browse`")

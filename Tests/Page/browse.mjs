@@ -114,6 +114,13 @@ const untold = (port, token) => new Promise((done, failed) => {
     line.once('data', text => done(Number(String(text).split(' ')[1])) || line.destroy());
 });
 
+// Of all that is answered to what is sent in one piece.
+const statuses = (port, text) => new Promise((done, failed) => {
+    let got = '';
+    const line = net.connect(port, '127.0.0.1', () => line.write(text));
+    line.on('error', failed).on('data', more => { got += more; }).on('end', () => done(Array.from(got.matchAll(/HTTP\/1.1 (\d+)/g), each => Number(each[1]))));
+});
+
 async function foreigners({port, token}) {
     const right = {'X-Tidewrack-Token': token};
     assert.equal(await status(port, right), 200);
@@ -126,7 +133,13 @@ async function foreigners({port, token}) {
     assert.equal(await status(port, right, 'PUT', '/api/plan'), 405);
     assert.equal(await untold(port, token), 411);
     assert.equal(await status(port, right, 'POST', '/api/plan', 'x'.repeat(2 << 20)), 413);
-    assert.equal(await status(port, right, 'GET', '/api/' + 'x'.repeat(8000)), 404);
+    assert.equal(await status(port, right, 'GET', '/api/' + 'x'.repeat(20000)), 404);
+    const label = JSON.stringify({act: 'label', label: 'x'.repeat(60000)}); // browsers take no such header back
+    assert.equal(await status(port, {...right, 'Content-Type': 'application/json'}, 'POST', '/api/plan', label), 200);
+    const asked = `GET /api/config HTTP/1.1\r\nHost: 127.0.0.1:${port}\r\nX-Tidewrack-Token: ${token}\r\n`;
+    assert.deepEqual(await statuses(port, asked + '\r\n' + asked + '\r\n'), [200, 200]);
+    assert.deepEqual(await statuses(port, asked + 'Content-Length: ' + (asked.length + 2) + '\r\n\r\n' + asked + '\r\n'), [200]);
+    assert.deepEqual(await statuses(port, asked + 'Host: evil.example\r\n\r\n'), [400]);
     assert.equal(await status(port, right, 'GET', '/..%2f..%2fetc/passwd'), 404);
 }
 
@@ -201,6 +214,22 @@ exec sleep 60
     } finally {
         process.kill(Number(pid));
     }
+}
+
+// How it ends, or goes on, where nobody hears of it.
+async function unheard() {
+    const to = output => spawnSync('/bin/sh', ['-c', `exec "$0" browse --no-open ${output}`, program], {cwd: place.folder, env: place.env, timeout: 10000}).status;
+    assert.deepEqual(['>&-', '>/dev/full', '>/dev/null'].map(to), [1, 1, 1]);
+    const running = await start(['--no-open'], place, true, "trap '' HUP; ");
+    running.server.kill('SIGHUP');
+    const taken = spawnSync(program, ['browse', '--no-open', '--port=' + running.port], {cwd: place.folder, env: place.env, encoding: 'utf8'});
+    assert.match(taken.stderr, new RegExp(`port ${running.port}: .*in use`));
+    assert.equal(await status(running.port, {'X-Tidewrack-Token': running.token}), 200);
+    const ended = endOf(running);
+    running.server.kill();
+    assert.equal(await ended, 0);
+    for (const words of [['--html', scratch + '/'], ['--html', scratch + '/new/'], ['--html', scratch + '/x.html', '--commands']])
+        assert.equal(spawnSync(program, ['timeline', '--contents', ...words], {cwd: place.folder, env: place.env}).status, 1);
 }
 
 // A limit on the size of files lets a write fail, and ends nothing.
@@ -587,3 +616,4 @@ async function main() {
 }
 
 await main();
+        await unheard();

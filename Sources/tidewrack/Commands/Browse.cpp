@@ -79,7 +79,8 @@ int pickFromTimeline(Invocation& call) {
 }
 
 int timelineAsPage(Invocation& call, const std::string& file) {
-    if (file.empty()) throw CliError("--html needs the name of a file");
+    if (file.empty() || file.ends_with('/')) throw CliError("--html needs the name of a file, got \"" + file + "\"");
+    if (call.args.has("--commands")) throw CliError("--html writes the commands anyway: leave --commands out");
     const std::string path = call.absolute(file);
     if (exists(path)) throw CliError(file + " is there already");
     if (call.json()) throw CliError("--html writes a page: leave --json out");

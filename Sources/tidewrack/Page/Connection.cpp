@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr std::size_t longestHead = 64U << 10U;
+constexpr seconds headTime(2); // it comes in one piece
 constexpr seconds bodyTime(10);
 constexpr seconds answerTime(5);
 constexpr std::size_t slowestReader = 64U << 10U; // bytes of an answer in a second
@@ -30,6 +31,12 @@ bool isReady(int fd, short events, Connection::Clock::time_point until) {
         if (count > 0) return true;
         if (left <= 0 || (count < 0 && errno != EINTR)) return false;
     }
+}
+
+void Connection::expectHead() {
+    until_ = Clock::now() + headTime;
+    head_ = 0;
+    matched_ = 0;
 }
 
 bool Connection::is_readable() const {

@@ -8,8 +8,9 @@
 
 namespace tidewrack::page {
 
-// For one request. The library limits the time of each read and the length of each line, but neither the whole time nor
-// the number of lines, so that somebody without a token could hold all threads, or fill the memory.
+// Of its requests one after the other: those that come in one piece have their bytes in one buffer. The library limits
+// the time of each read and the length of each line, but neither the whole time nor the number of lines, so that
+// somebody without a token could hold all threads, or fill the memory.
 class Connection : public httplib::Stream {
   public:
     using Clock = std::chrono::steady_clock;
@@ -24,6 +25,10 @@ class Connection : public httplib::Stream {
     void get_local_ip_and_port(std::string& ip, int& port) const override { getOwn(ip, port); }
     [[nodiscard]] int socket() const override { return socket_; }
 
+    // The next request's head, with the time that it may take.
+    void expectHead();
+    // Bytes behind the last request were read along with it.
+    [[nodiscard]] bool hasMore() const { return begin_ < end_; }
     // Something went past a limit, or the other side is gone: nothing more is to be read here.
     [[nodiscard]] bool isBroken() const { return isBroken_; }
 
@@ -36,7 +41,7 @@ class Connection : public httplib::Stream {
     bool isWithinHead(char byte);
 
     int socket_;
-    Clock::time_point until_ = Clock::now() + std::chrono::seconds(2); // a head comes in one piece
+    Clock::time_point until_{};
     bool isBroken_ = false;
     std::size_t head_ = 0;    // bytes of it so far
     std::size_t matched_ = 0; // of the empty line that ends it

@@ -18,6 +18,7 @@ using Words = std::vector<std::string>;
 const std::string& given(const Values& values, std::string_view name) {
     const auto found = values.find(name);
     if (found == values.end() || found->second.empty()) throw BadRequest(std::string(name) + " is missing");
+    if (found->second.find('\0') != std::string::npos) throw BadRequest(std::string(name) + " holds a NUL");
     return found->second;
 }
 

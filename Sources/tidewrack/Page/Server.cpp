@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <csignal>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 namespace tidewrack::page {
@@ -27,7 +28,8 @@ using std::chrono::seconds;
 constexpr const char* loopback = "127.0.0.1";
 constexpr std::size_t mostThreads = 16; // a browser keeps six connections
 constexpr std::size_t longestBody = 1U << 20U;
-constexpr std::size_t mostRequests = 1000; // of one connection
+constexpr std::size_t longestHeader = 8U << 10U; // browsers refuse answers with larger ones
+constexpr std::size_t mostRequests = 1000;       // of one connection
 constexpr seconds betweenRequests(1);
 constexpr seconds doorwayTime(30);
 constexpr seconds lastAnswerTime(2);
@@ -51,7 +53,11 @@ void catchSignals() {
     struct sigaction action {};
     action.sa_handler = noteSignal;
     action.sa_flags = SA_RESTART;
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) (void)::sigaction(number, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        if (::sigaction(number, &action, &before) == 0 && number == SIGHUP && before.sa_handler == SIG_IGN)
+            (void)::sigaction(number, &before, nullptr); // as under nohup
+    }
 }
 
 // What may stand in a header: anything else is written %XX.
@@ -83,7 +89,8 @@ Request requestOf(const httplib::Request& from) {
 
 void send(const Answer& answer, httplib::Response& to) {
     to.status = answer.status;
-    if (!answer.command.empty()) to.set_header("X-Tidewrack-Command", encoded(answer.command));
+    const std::string command = encoded(answer.command); // half of one would be another one
+    if (!command.empty() && command.size() <= longestHeader) to.set_header("X-Tidewrack-Command", command);
     if (!answer.warnings.empty()) to.set_header("X-Tidewrack-Warnings", encoded(answer.warnings));
     to.set_content(answer.body, answer.type);
 }
@@ -92,9 +99,10 @@ void send(const Answer& answer, httplib::Response& to) {
 httplib::Server::HandlerResponse refuseUnread(const httplib::Request& request, httplib::Response& response) {
     const bool isKnown = request.method == "GET" || request.method == "HEAD" || request.method == "POST";
     const bool tellsLength = request.method != "POST" || request.has_header("Content-Length");
-    if (isKnown && tellsLength && !request.has_header("Transfer-Encoding"))
+    const bool isForOneHost = request.get_header_value_count("Host") < 2;
+    if (isKnown && tellsLength && isForOneHost && !request.has_header("Transfer-Encoding"))
         return httplib::Server::HandlerResponse::Unhandled;
-    response.status = isKnown ? 411 : 405;
+    response.status = !isForOneHost ? 400 : isKnown ? 411 : 405;
     response.set_header("Connection", "close");
     return httplib::Server::HandlerResponse::Handled;
 }
@@ -131,9 +139,11 @@ class PageServer : public httplib::Server {
     std::atomic<bool> wasFound_ = false;
     std::atomic<int> acts_ = 0; // asked for, and their answers not sent yet
     static thread_local bool isAct;
+    static thread_local bool isWhole; // the request was read to its end: what follows is another one
 };
 
 thread_local bool PageServer::isAct = false;
+thread_local bool PageServer::isWhole = false;
 
 void PageServer::configure() {
     new_task_queue = [] { return new httplib::ThreadPool(mostThreads); }; // which the library deletes
@@ -160,11 +170,14 @@ void PageServer::configure() {
 bool PageServer::process_and_close_socket(socket_t socket) {
     (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
     bool isOpen = true;
+    Connection connection(socket);
     for (std::size_t left = mostRequests; isOpen && left > 0 && svr_sock_ != INVALID_SOCKET; --left) {
-        if (!isReady(socket, POLLIN, Clock::now() + betweenRequests)) break;
-        Connection connection(socket);
+        if (!connection.hasMore() && !isReady(socket, POLLIN, Clock::now() + betweenRequests)) break;
+        connection.expectHead();
         bool wantsEnd = false;
-        isOpen = process_request(connection, left == 1, wantsEnd, nullptr) && !wantsEnd && !connection.isBroken();
+        isWhole = false;
+        isOpen =
+            process_request(connection, left == 1, wantsEnd, nullptr) && isWhole && !wantsEnd && !connection.isBroken();
         if (isAct) --acts_;
         isAct = false;
     }
@@ -174,6 +187,7 @@ bool PageServer::process_and_close_socket(socket_t socket) {
 }
 
 void PageServer::handle(const httplib::Request& request, httplib::Response& response) {
+    isWhole = request.method == "POST" || !request.has_header("Content-Length"); // other bodies are not read
     isAct = request.path == "/api/act";
     if (isAct) ++acts_;
     const Answer answer = site_.answer(requestOf(request));
@@ -217,12 +231,14 @@ void serve(Site& site, const Serving& serving) {
         port = server.bind_to_any_port(loopback);
     else if (!server.bind_to_port(loopback, port))
         port = -1;
-    if (port < 0) throw TidewrackError::io("Can't listen on that port; leave --port out to take any free one.");
+    if (port < 0)
+        throw TidewrackError::io("can't listen on port " + std::to_string(serving.port) + ": " +
+                                 std::generic_category().message(errno) + ". Leave --port out to take any free one.");
     site.setPort(port);
+    serving.ready(port);
     // Not waited for: a connection may be held open by somebody.
     std::thread([&server] { server.listen_after_bind(); }).detach();
     while (!server.is_running()) std::this_thread::sleep_for(milliseconds(1));
-    serving.ready(port);
     server.waitForEnd();
     site.end();
     server.stop();

@@ -11,7 +11,7 @@ namespace tidewrack::page {
 struct Serving {
     int port = 0; // 0: any free one
     std::chrono::seconds idle;
-    std::function<void(int port)> ready; // once answers are given
+    std::function<void(int port)> ready; // connections are taken; what it throws ends it all
     std::function<void()> found;         // the first with the right token is here, or has let half a minute pass
     std::function<void()> ended;         // the last that is done
 };

@@ -127,6 +127,20 @@ void checkOptions(const Args& args) {
     if (args.positional.size() > 1) throw CliError("there is no use for the word " + args.positional[1]);
 }
 
+// Whoever may not be led to the page and gets no address could not even end it.
+void tellAddress(const std::string& address, bool isOpened) {
+    struct stat out {};
+    struct stat nowhere {};
+    const bool isHeard = ::fstat(STDOUT_FILENO, &out) == 0 && ::stat("/dev/null", &nowhere) == 0 &&
+                         (!S_ISCHR(out.st_mode) || out.st_rdev != nowhere.st_rdev);
+    Sink sink(STDOUT_FILENO, false);
+    sink.line("The history is at " + address + " until you press Ctrl-C, or for an hour in which nobody looks at it." +
+              (isOpened ? "\nIf no page opens, open that address yourself." : ""));
+    sink.flush();
+    if (sink.error() != 0) throw TidewrackError::io("write", "the page's address", sink.error());
+    if (!isHeard && !isOpened) throw TidewrackError::io("With --no-open the address needs an output to go to.");
+}
+
 [[noreturn]] void serve(const std::string& root, const Args& args) {
     const std::string token = newToken();
     page::Site site({root, token, version(), args.has("--read-only")}, commandRunner(root));
@@ -136,11 +150,7 @@ void checkOptions(const Args& args) {
     serving.idle = idleTime(args);
     serving.ready = [&](int taken) {
         const std::string address = "http://127.0.0.1:" + std::to_string(taken) + "/#" + token;
-        Sink out(STDOUT_FILENO, false);
-        out.line("The history is at " + address +
-                 " until you press Ctrl-C, or for an hour "
-                 "in which nobody looks at it.");
-        out.flush();
+        tellAddress(address, !args.has("--no-open"));
         if (args.has("--no-open")) return;
         doorway.emplace(address);
         doorway->open();
