@@ -139,6 +139,10 @@ TEST_F(Page, printsWhatTheCommandsPrint) {
     const Row rows[] = {
         {"timeline", {{"n", "5"}}, {"timeline", "-n", "5", "--json"}, "tidewrack timeline -n 5"},
         {"show", {{"turn", first}}, {"show", first, "--json"}, "tidewrack show " + first},
+        {"elsewhere",
+         {{"turn", first}},
+         {"undo", "--turn", first, "--dry-run", "--json"},
+         "tidewrack undo --turn " + first + " --dry-run"},
         {"changes",
          {{"from", first}, {"to", last}},
          {"diff", first, last, "--json"},

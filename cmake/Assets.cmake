@@ -3,7 +3,7 @@
 #   HIGHLIGHT  the script that colours languages; may be empty
 #   OUTPUT   the C++ file to be written
 # The modules become one script: what they import from each other stands in it.
-set(modules api.js list.js act.js diff.js turn.js views.js page.js)
+set(modules api.js list.js pane.js act.js diff.js turn.js views.js page.js)
 set(script "'use strict';\n")
 foreach(module ${modules})
   file(READ "${SOURCE}/${module}" text)

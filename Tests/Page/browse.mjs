@@ -284,6 +284,7 @@ async function openPage(browser, address, options = {}) {
     await view.goto(address);
     view.clean = async () => {
         assert.deepEqual(strange, []);
+        assert.equal(await view.locator('#warnings').innerText(), '');
         assert.equal(await view.evaluate(() => window.hit), undefined);
     };
     return view;
@@ -293,8 +294,13 @@ const choose = async (view, title) => {
     await view.locator('.row', {hasText: title}).click();
     await view.locator('#turn h2', {hasText: title}).waitFor();
 };
-const doIt = async view => {
+const agree = async view => {
+    await view.locator('#do').waitFor();
+    await rest(400); // nobody has read it sooner
     await view.locator('#do').click();
+};
+const doIt = async view => {
+    await agree(view);
     await view.locator('#message.good, #message.bad').waitFor();
 };
 const file = (view, name) => view.locator('section.file', {has: view.locator('.path', {hasText: name})}).first();
@@ -353,7 +359,7 @@ async function undoes(view) {
     await file(view, 'notes.md').getByRole('button', {name: 'Undo file…'}).click();
     await view.locator('#do').waitFor();
     write('notes.md', '# Notes\n\nnew\nand more\n');
-    await view.locator('#do').click();
+    await agree(view);
     await view.locator('#message.bad', {hasText: 'nothing was done'}).waitFor();
     assert.equal(readText('notes.md'), '# Notes\n\nnew\nand more\n');
     write('notes.md', '# Notes\n\nnew\n');
@@ -369,7 +375,7 @@ async function undoes(view) {
     await view.route('**/api/act', route => route.fulfill({json: {version: 1, dryRun: false, passedOver: [], vault: [], projects: [{root: '/', takesBack: [],
         warnings: ['a warning'], actions: [{path: 'main.c', action: 'leave', folder: false, reason: 'the disk is full'}]}]}}));
     await file(view, 'main.c').getByRole('button', {name: 'Undo file…'}).click();
-    await view.locator('#do').click();
+    await agree(view);
     await view.locator('#close').waitFor();
     assert.match(await view.locator('#dialog').innerText(), /the disk is full[\s\S]*a warning/);
     assert.match(await view.locator('#message.bad').innerText(), /^Nothing was done, 1 left alone\.$/);
@@ -381,7 +387,7 @@ async function undoes(view) {
     await view.keyboard.press('u');
     await view.locator('#do').waitFor();
     assert.match(await view.locator('#dialog').innerText(), /put back\s+gone\.txt/);
-    await view.locator('#do').focus();
+    await rest(400);
     await view.keyboard.press('Enter');
     await view.locator('#message.good', {hasText: 'done'}).waitFor();
     assert.equal(readText('gone.txt'), 'to be deleted\n');
@@ -445,6 +451,111 @@ async function finds(view) {
         await picturesOf(view, name.toLowerCase());
     }
     await view.getByRole('button', {name: 'History', exact: true}).click();
+}
+
+// Keys that are held, answers that come late, filters that hide, and what was changed or damaged behind the page's back.
+async function staysRight(browser) {
+    const its = placeOf('moving');
+    for (const name of ['a.txt', 'b.txt']) its.write(name, 'zero\n');
+    fs.symlinkSync('a.txt', its.at('link'));
+    its.tidewrack(['track']);
+    its.turn('claude', 'one', 'First of a', () => its.write('a.txt', 'one\n'));
+    its.turn('codex', 'two', 'Then of b', () => {
+        its.write('b.txt', 'two\n');
+        its.remove('link');
+        fs.symlinkSync('b.txt', its.at('link'));
+        its.write('many.txt', Array.from({length: 300}, (_, line) => 'line ' + line + '\n').join(''));
+    });
+    const [{first: newest}, {first}] = JSON.parse(its.tidewrack(['timeline', '--json'])).rows;
+    its.tidewrack(['pin', String(newest)]);
+    const running = await start([], its);
+    const view = await openPage(browser, running.address);
+    const heading = text => view.locator('#turn h2', {hasText: text}).waitFor();
+    const refused = () => view.locator('#message.bad');
+    try {
+        await heading('Then of b');
+        await view.locator('#turn .badge', {hasText: 'pinned'}).waitFor();
+        await file(view, 'link').getByText('Link: a.txt → b.txt').waitFor();
+        assert.equal(await file(view, 'link').getByRole('button', {name: 'Download'}).count(), 0);
+        // Held or pressed twice, a key does nothing that was not read.
+        const plans = [];
+        view.on('request', request => /api\/(plan|act)/.test(request.url()) && plans.push(request.url()));
+        await view.locator('#undo').focus();
+        for (let pressed = 0; pressed < 25; ++pressed) {
+            await view.keyboard.down('Enter');
+            await rest(40);
+        }
+        await view.keyboard.up('Enter');
+        await view.keyboard.press('Escape');
+        await view.locator('#list').focus();
+        await view.evaluate(() => new Promise(done => {
+            new MutationObserver((_, observer) => {
+                observer.disconnect();
+                document.getElementById('do').click();
+                done();
+            }).observe(document.getElementById('dialog'), {attributes: true});
+            for (let pressed = 0; pressed < 2; ++pressed) document.body.dispatchEvent(new KeyboardEvent('keydown', {key: 'u', bubbles: true}));
+        }));
+        await rest(200);
+        assert.deepEqual(plans.map(each => each.split('/').pop()), ['plan', 'plan']);
+        await view.keyboard.press('Escape');
+        // What was refused, and Refresh, show what there is now; one stays at the lines that one reads.
+        await view.locator('#turn').evaluate(place => { place.scrollTop = 900; });
+        its.tidewrack(['unpin', String(newest)]);
+        await view.locator('#refresh').click();
+        await view.waitForFunction(() => !document.querySelector('#turn .badge'));
+        assert.equal(await view.locator('#turn').evaluate(place => place.scrollTop), 900);
+        its.tidewrack(['snap', '--label=meanwhile']);
+        await view.route('**/api/plan', route => route.fulfill({status: 409, body: 'Others by now.'}));
+        await view.locator('#list').focus();
+        await view.keyboard.press('u');
+        await refused().waitFor();
+        await view.locator('.row', {hasText: 'meanwhile'}).waitFor();
+        await view.unroute('**/api/plan');
+        // The newest question is what is answered.
+        await view.route('**/api/lines?turn=' + first, route => rest(600).then(() => route.continue()));
+        await view.locator('.row', {hasText: 'First of a'}).click();
+        assert.equal(await refused().count(), 0);
+        await file(view, 'b.txt').getByRole('button', {name: 'Versions'}).click();
+        await heading('Versions of b.txt');
+        await rest(900);
+        await heading('Versions of b.txt');
+        await view.locator('#turn').focus();
+        await view.keyboard.press('u');
+        await rest(300);
+        assert.equal(await view.locator('#dialog[open]').count(), 0);
+        await view.unroute('**/api/lines?turn=' + first);
+        // A filter that fails hides all; a hit is opened although filters hide it.
+        await view.locator('#filter-path').fill('nowhere');
+        await view.keyboard.press('Enter');
+        await view.locator('#count', {hasText: /^0 of/}).waitFor();
+        await view.getByRole('button', {name: 'Search', exact: true}).click();
+        await view.getByLabel('What to search for').fill('a.txt');
+        await view.keyboard.press('Enter');
+        await view.locator('#results td', {hasText: 'a.txt'}).waitFor();
+        await view.route('**/api/find*', route => rest(500).then(() => route.continue()));
+        await view.getByLabel('What to search for').fill('b.txt');
+        await view.keyboard.press('Enter');
+        assert.equal(await view.locator('#results td').count(), 0);
+        await view.getByLabel('What to search for').fill('one');
+        await view.locator('#by-lines').click();
+        await rest(900);
+        await view.locator('.hit').getByRole('button', {name: 'First of a'}).click();
+        await heading('First of a');
+        await view.getByRole('button', {name: 'Search', exact: true}).click();
+        await view.getByLabel('What to search for').fill('nowhere');
+        await view.keyboard.press('Enter');
+        await view.locator('#results', {hasText: 'No snapshot has a path that matches nowhere'}).waitFor();
+        assert.equal(await refused().count(), 0);
+        await view.clean();
+        // What is damaged is told.
+        const [project] = fs.readdirSync(path.join(its.store, 'projects'));
+        fs.writeFileSync(path.join(its.store, 'projects', project, 'snapshots', '1.json'), '{');
+        await view.locator('#refresh').click();
+        await view.locator('#warnings', {hasText: /1/}).waitFor();
+    } finally {
+        running.server.removeAllListeners('exit').kill();
+    }
 }
 
 async function moves(view) {
@@ -582,9 +693,11 @@ async function main() {
         await view.locator('#refresh').click();
         await view.locator('#message.bad', {hasText: 'The server has ended'}).waitFor();
 
+        await staysRight(browser);
         await idles();
         await opens(browser);
         await pests();
+        await unheard();
         await limits();
         running = await start(['--read-only']);
         const reader = await openPage(browser, running.address);
@@ -605,6 +718,7 @@ async function main() {
         await choose(bare, 'A turn, #');
         await bare.locator('.commands', {hasText: 'left out'}).waitFor();
         assert.equal(await bare.locator('.row').count(), 1);
+        assert.ok(await bare.getByRole('button', {name: 'Search', exact: true}).isHidden());
         await bare.clean();
         await showDemo(browser);
         console.log('browse: all is well; screenshots are in ' + path.relative(process.cwd(), tools));
@@ -616,4 +730,3 @@ async function main() {
 }
 
 await main();
-        await unheard();

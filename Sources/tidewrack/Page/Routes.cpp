@@ -162,6 +162,7 @@ std::vector<std::string> CommandWords::forProject(const std::string& root) const
 std::optional<CommandWords> reading(std::string_view name, const Values& values) {
     if (name == "timeline") return CommandWords{timelineWords(values)};
     if (name == "show") return CommandWords{{"show", numberAt(values, "turn")}};
+    if (name == "elsewhere") return CommandWords{{"undo", "--turn", numberAt(values, "turn"), "--dry-run"}};
     if (name == "changes") return CommandWords{joined({"diff"}, ends(values))};
     if (name == "lines") return linesOf(values);
     if (name == "content") return CommandWords{{"cat", numberAt(values, "seq"), "--", given(values, "path")}, false};

@@ -2,12 +2,28 @@
 
 import {carryOut, plan} from './api.js';
 import {fileDiff} from './diff.js';
-import {byId, commandLine, guarded, make, plain, tell} from './list.js';
+import {byId, commandLine, guarded, make, plain, plainLine, tell} from './list.js';
 
 /** @type {() => void} */
 let afterwards = () => {};
 /** @param {() => void} call what to do when something was changed */
 export const whenDone = call => { afterwards = call; };
+
+let isBusy = false; // a plan is on its way, or being carried out
+
+/** Whether nothing else can be begun. */
+export const isActing = () => isBusy || byId('dialog').open;
+
+/** One after the other: what is shown is redrawn, as a refusal too tells that it is old. @template T @param {() => Promise<T>} work */
+async function alone(work) {
+    isBusy = true;
+    const answer = await guarded(work);
+    isBusy = false;
+    if (!answer) afterwards();
+    return answer;
+}
+
+const soonest = 300; // milliseconds before a preview can have been read
 
 const leaves = /** @type {Record<string, boolean>} */ ({leave: true, keep: true});
 
@@ -19,7 +35,7 @@ function foreseen(result) {
     /** @param {string} what @param {string} path @param {string} [why] */
     const add = (what, path, why = '') => {
         acts = acts || !leaves[what];
-        rows.push(make('tr', {class: leaves[what] ? 'left' : ''}, make('td', {}, what), make('td', {class: 'path'}, plain(path)), make('td', {}, plain(why))));
+        rows.push(make('tr', {class: leaves[what] ? 'left' : ''}, make('td', {}, what), make('td', {class: 'path'}, plainLine(path)), make('td', {}, plain(why))));
     };
     if (result === null) return {rows, notes, acts: true};
     for (const project of result.projects || []) {
@@ -65,7 +81,7 @@ function report(answer, title, name) {
     if (!rows.length && !notes.length) return;
     const dialog = byId('dialog');
     const close = make('button', {type: 'button', class: 'main', id: 'close', onclick: () => dialog.close()}, 'Close');
-    dialog.replaceChildren(make('h2', {id: 'dialog-title'}, plain(title)), make('p', {class: bad ? 'warning' : ''}, text),
+    dialog.replaceChildren(make('h2', {id: 'dialog-title'}, plainLine(title)), make('p', {class: bad ? 'warning' : ''}, text),
         planTable(rows, 'What was left alone'), ...notes.map(note => make('p', {class: 'warning'}, plain(note))), make('div', {class: 'acts'}, close));
     dialog.showModal();
     close.focus();
@@ -73,21 +89,24 @@ function report(answer, title, name) {
 
 /** Shows what an act would do, and does it when that is wanted. @param {any} wish @param {string} title */
 export async function act(wish, title) {
-    const answer = await guarded(() => plan(wish));
-    if (!answer) return;
+    if (isActing()) return;
     tell('');
+    const answer = await alone(() => plan(wish));
+    if (!answer || isActing()) return;
+    const opened = performance.now();
     const dialog = byId('dialog');
     const {rows, notes, acts} = foreseen(answer.body.result);
     const close = () => dialog.close();
     const go = make('button', {type: 'button', class: 'main', id: 'do', disabled: !acts, onclick: async () => {
+        if (performance.now() - opened < soonest) return;
         close();
-        const done = await guarded(() => carryOut(answer.body.plan));
+        const done = await alone(() => carryOut(answer.body.plan));
         if (!done) return;
         report(done, title, wish.act);
         afterwards();
     }}, 'Do it');
-    dialog.replaceChildren(make('h2', {id: 'dialog-title'}, plain(title)),
-        commandLine(answer.command) || '',
+    dialog.replaceChildren(make('h2', {id: 'dialog-title'}, plainLine(title)),
+        commandLine(answer.body.command) || '',
         acts ? '' : make('p', {class: 'warning'}, 'There is nothing that this would do.'),
         planTable(rows, 'What would be done'),
         answer.body.hunks.length ? fileDiff({path: wish.paths[0], hunks: answer.body.hunks, numbers: wish.hunks.map((/** @type {any} */ each) => each.number)}, false, null) : '',

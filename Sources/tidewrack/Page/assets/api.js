@@ -1,8 +1,10 @@
 // What the page knows comes from here: from the server, or in a file without one from what was put into it.
 
+import {warn} from './list.js';
+
 /** @typedef {Record<string, string|number>} Values */
 /** @typedef {{body: any, command: string, warnings: string}} Document */
-/** @typedef {Object<string, {command: string, body: any}>} Kept */
+/** @typedef {Object<string, Document>} Kept */
 
 /** @type {Kept|null} */
 const kept = (() => {
@@ -20,7 +22,13 @@ const token = (() => {
     return isStatic ? '' : given || sessionStorage.getItem('token') || '';
 })();
 
-export class Refused extends Error {}
+export class Refused extends Error {
+    /** @param {string} message @param {number} [status] of the answer */
+    constructor(message, status = 0) {
+        super(message);
+        this.status = status;
+    }
+}
 
 /** @param {Values} values */
 function queryOf(values) {
@@ -31,7 +39,7 @@ function queryOf(values) {
 function keptDocument(name, values) {
     const query = queryOf(values).map(pair => pair.join('=')).join('&');
     const exact = kept && kept[name + (query ? '?' + query : '')];
-    if (exact) return {body: exact.body, command: exact.command, warnings: ''};
+    if (exact) return exact;
     if (name === 'lines' && values.path !== undefined) { // a turn's lines are kept in one piece
         const {path, ...rest} = values;
         const all = keptDocument('lines', rest);
@@ -39,7 +47,7 @@ function keptDocument(name, values) {
     }
     if (name === 'timeline' && kept)
         for (const key of Object.keys(kept))
-            if (key.startsWith('timeline?')) return {...kept[key], warnings: ''};
+            if (key.startsWith('timeline?')) return kept[key];
     throw new Refused('This is not in the file.');
 }
 
@@ -52,7 +60,7 @@ async function ask(name, options) {
     } catch {
         throw new Refused('The server has ended. Start it again with: tidewrack browse');
     }
-    if (!answer.ok) throw new Refused((await answer.text()).trim() || answer.statusText);
+    if (!answer.ok) throw new Refused((await answer.text()).trim() || answer.statusText, answer.status);
     return answer;
 }
 
@@ -74,10 +82,17 @@ function addressOf(name, values = {}) {
     return name + (query ? '?' + query : '');
 }
 
-/** What a command prints as JSON. @param {string} name @param {Values} [values] @returns {Promise<Document>} */
-export async function read(name, values = {}) {
+/** What a command prints as JSON; its warnings are for whoever asks. @param {string} name @param {Values} [values] @returns {Promise<Document>} */
+export async function readPart(name, values = {}) {
     if (isStatic) return keptDocument(name, values);
     return documentOf(await ask(addressOf(name, values), {}));
+}
+
+/** What a command prints as JSON; its warnings are shown. @param {string} name @param {Values} [values] @returns {Promise<Document>} */
+export async function read(name, values = {}) {
+    const answer = await readPart(name, values);
+    warn(name, answer.warnings);
+    return answer;
 }
 
 /** The bytes of a file in a snapshot. @param {number} seq @param {string} path @returns {Promise<{blob: Blob, command: string}>} */

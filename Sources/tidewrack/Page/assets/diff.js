@@ -1,7 +1,7 @@
 // Differences of one file: in one column or two, with the language's colours, drawn as they come into sight.
 
 import {isStatic} from './api.js';
-import {make, plain} from './list.js';
+import {make, plain, plainLine} from './list.js';
 
 /** @typedef {{oldBegin: number, newBegin: number, lines: string[]}} Hunk */
 /** @typedef {{path: string, note?: string, hunks: Hunk[], numbers?: number[]}} ChangedFile `numbers`: of its hunks, where they are not all */
@@ -114,7 +114,7 @@ export function whenNear(element, call) {
  * @param {((number: number, hunk: Hunk) => void)|null} undoHunk what the button of a hunk does
  */
 export function fileDiff(file, sideBySide, undoHunk) {
-    const place = make('div', {class: 'diff' + (sideBySide ? ' beside' : ''), tabindex: 0, role: 'group', 'aria-label': 'Lines of ' + plain(file.path)});
+    const place = make('div', {class: 'diff' + (sideBySide ? ' beside' : ''), tabindex: 0, role: 'group', 'aria-label': 'Lines of ' + plainLine(file.path)});
     if (file.note) return place.append(make('p', {class: 'empty'}, 'No lines to show: ' + plain(file.note) + '.')), place;
     if (!file.hunks.length) return place.append(make('p', {class: 'empty'}, 'No lines changed; the file was touched, or its permissions changed.')), place;
     /** @type {{number: number, hunk: Hunk, lines: Line[]}[]} */

@@ -27,6 +27,9 @@ export function plain(text) {
         letter => '\\u' + letter.charCodeAt(0).toString(16).padStart(4, '0'));
 }
 
+/** As `plain`, of what has one line, such as a name. @param {string} text */
+export const plainLine = text => plain(text).replace(/\t/g, '\\t').replace(/\n/g, '\\n');
+
 /** @param {string} date @returns {string} */
 export function clock(date) {
     const then = new Date(date);
@@ -56,12 +59,28 @@ export function tell(text, bad = false) {
     place.className = text ? (bad ? 'bad' : 'good') : '';
 }
 
-/** Shows what goes wrong in `work` instead of losing it. @template T @param {() => Promise<T>} work @returns {Promise<T|undefined>} */
-export async function guarded(work) {
+/** @type {Map<string, string>} */
+const warnings = new Map();
+
+/** What the latest answer from `source` warned of stands there until that answers without. @param {string} source @param {string} text */
+export function warn(source, text) {
+    if ((warnings.get(source) || '') === text) return;
+    if (text) warnings.set(source, text);
+    else warnings.delete(source);
+    const lines = new Set(Array.from(warnings.values()).flatMap(each => each.split('\n').filter(Boolean)));
+    byId('warnings').replaceChildren(...Array.from(lines, line => make('p', {class: 'warning'}, plain(line))));
+}
+
+/**
+ * Shows what goes wrong in `work` instead of losing it.
+ * @template T @param {() => Promise<T>} work @param {() => boolean} [isLate] whether nobody waits for it by then
+ * @returns {Promise<T|undefined>}
+ */
+export async function guarded(work, isLate = () => false) {
     try {
         return await work();
     } catch (error) {
-        tell(error instanceof Error ? error.message : String(error), true);
+        if (!isLate()) tell(error instanceof Error ? error.message : String(error), true);
         return undefined;
     }
 }
@@ -99,10 +118,10 @@ export class LongList {
         this.paint();
     }
 
-    /** @param {number} index */
+    /** @param {number} index one behind the last is that; none of those before the first */
     choose(index) {
-        if (!this.items.length) return;
-        this.at = Math.max(0, Math.min(index, this.items.length - 1));
+        if (!this.items.length || index < 0) return;
+        this.at = Math.min(index, this.items.length - 1);
         const top = this.at * rowHeight;
         if (top < this.place.scrollTop) this.place.scrollTop = top;
         const bottom = top + rowHeight - this.place.clientHeight;

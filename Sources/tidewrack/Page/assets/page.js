@@ -1,9 +1,10 @@
 // The page as a whole: the timeline with its filters, the keys, the views.
 
 import {isStatic, read} from './api.js';
-import {act, whenDone} from './act.js';
-import {byId, clock, guarded, LongList, make, plain, tell} from './list.js';
-import {counts, page, showRow, titleOf, undoOf} from './turn.js';
+import {act, isActing, whenDone} from './act.js';
+import {byId, clock, guarded, LongList, make, plain, plainLine, tell, warn} from './list.js';
+import {pane, redrawPane, showInPane} from './pane.js';
+import {counts, drawRow, page, titleOf, undoOf} from './turn.js';
 import {showStatus, showVault, showVersions, startSearch} from './views.js';
 
 const atFirst = 100; // rows that come before all others
@@ -21,12 +22,16 @@ const list = new LongList(byId('list'), row => [
     make('span', {class: 'meta'}, (row.agent || row.type === 'turn') && make('span', {class: 'agent'}, plain(row.agent || 'agent')),
         make('time', {datetime: row.began}, clock(row.began)), counts(row), '#' + row.first),
 ], row => {
+    tell('');
     chosen = row;
-    void showRow(row, showVersions);
+    void showInPane(isLate => drawRow(latest(row), isLate, showVersions), row);
 });
 
 /** @param {any} a @param {any} b */
 const isSame = (a, b) => a && b && a.first === b.first && a.type === b.type;
+
+/** As the history has it now. @param {any} row */
+const latest = row => rows.find(each => isSame(each, row)) || row;
 
 function filtered() {
     const words = byId('filter-text').value.toLowerCase();
@@ -60,20 +65,32 @@ function take(fresh) {
     showRows();
 }
 
+let loads = 0;
+
+/** All of it anew. */
 async function load() {
-    const first = await guarded(() => read('timeline', {n: atFirst}));
-    if (!first) return;
+    const mine = ++loads;
+    const isLate = () => mine !== loads;
+    const isAgain = rows.length > 0;
+    const first = await guarded(() => read('timeline', {n: atFirst}), isLate);
+    if (!first || isLate()) return;
     const newest = first.body.rows;
     // What was just done is there before all of a long history has been read again.
     take(newest.length < atFirst ? newest : newest.concat(rows.filter(row => row.first < newest[atFirst - 1].first)));
     if (!chosen && rows.length) list.choose(0);
-    if (newest.length === atFirst && !isStatic) {
-        const rest = await guarded(() => read('timeline', {n: all}));
+    if (isStatic) return;
+    if (isAgain) void redrawPane();
+    if (newest.length === atFirst) {
+        const rest = await guarded(() => read('timeline', {n: all}), isLate);
+        if (isLate()) return;
         if (rest) take(rest.body.rows);
     }
-    if (isStatic) return;
-    const log = await guarded(() => read('log'));
-    if (log) page.pinned = new Set(log.body.filter((/** @type {any} */ each) => each.pinned).map((/** @type {any} */ each) => each.seq));
+    const [log] = await Promise.all([guarded(() => read('log'), isLate), takePath()]);
+    if (!log || isLate()) return;
+    const pinned = log.body.filter((/** @type {any} */ each) => each.pinned).map((/** @type {any} */ each) => each.seq);
+    const isNews = String(pinned) !== String(Array.from(page.pinned));
+    page.pinned = new Set(pinned);
+    if (isNews) await redrawPane();
 }
 
 /** @param {string} name */
@@ -97,21 +114,46 @@ function key(event) {
     if (event.key === 'j' || (event.key === 'ArrowDown' && onList)) list.choose(list.at + 1);
     else if (event.key === 'k' || (event.key === 'ArrowUp' && onList)) list.choose(list.at - 1);
     else if (event.key === 'Enter' && onList) byId('turn').focus();
-    else if (event.key === 'u' && chosen && !page.readOnly) void act(undoOf(chosen), 'Undo: ' + titleOf(chosen));
+    else if (event.key === 'u' && pane.row && !page.readOnly) void act(undoOf(latest(pane.row)), 'Undo: ' + titleOf(pane.row));
     else return;
     event.preventDefault();
 }
 
-async function filterByPath() {
+let pathsAsked = 0;
+
+/** Works out which rows changed the path of the filter; where that can't be told, none. */
+async function takePath() {
+    const mine = ++pathsAsked;
+    const isLate = () => mine !== pathsAsked;
     const path = byId('filter-path').value.trim();
-    const log = path ? await guarded(() => read('log', {path})) : null;
-    ofPath = log ? new Set(log.body.map((/** @type {any} */ each) => each.seq)) : null;
+    const log = path ? await guarded(() => read('log', {path}), isLate) : null;
+    if (isLate()) return;
+    ofPath = path ? new Set(log ? log.body.map((/** @type {any} */ each) => each.seq) : []) : null;
     showRows();
 }
 
+/** @param {any} row */
+function open(row) {
+    show('history');
+    const find = () => list.items.findIndex(each => isSame(each, row));
+    if (find() < 0) { // the filters hide it
+        for (const id of ['filter-text', 'filter-path', 'filter-agent', 'filter-session']) byId(id).value = '';
+        ++pathsAsked;
+        ofPath = null;
+        showRows();
+    }
+    list.choose(find());
+}
+
+/** A key that is held presses no button again. @param {KeyboardEvent} event */
+function holdOff(event) {
+    if (event.repeat && event.key === 'Enter' && /** @type {HTMLElement} */ (event.target).tagName === 'BUTTON') event.preventDefault();
+}
+
 function label() {
+    if (isActing()) return;
     const dialog = byId('dialog');
-    const text = /** @type {HTMLInputElement} */ (make('input', {'aria-label': 'Label', required: true}));
+    const text = /** @type {HTMLInputElement} */ (make('input', {'aria-label': 'Label', required: true, maxlength: 1000}));
     dialog.replaceChildren(make('h2', {id: 'dialog-title'}, 'Take a snapshot with a label'),
         make('form', {onsubmit: (/** @type {Event} */ event) => {
             event.preventDefault();
@@ -127,31 +169,36 @@ async function start() {
     if (!config) return;
     page.readOnly = config.body.readOnly;
     page.bare = config.body.contents === false;
-    byId('root').textContent = plain(config.body.root);
-    document.title = plain(config.body.root) + ' – Tidewrack';
+    page.root = config.body.root;
+    byId('root').textContent = plainLine(config.body.root);
+    document.title = plainLine(config.body.root) + ' – Tidewrack';
     document.body.classList.toggle('readonly', page.readOnly);
     for (const id of ['label', 'redo']) byId(id).hidden = page.readOnly;
     byId('refresh').hidden = isStatic;
     byId('filter-path').hidden = isStatic;
     for (const each of byId('views').querySelectorAll('[data-view=vault], [data-view=status]')) each.hidden = isStatic;
-    startSearch(() => rows, row => {
-        show('history');
-        list.choose(list.items.findIndex(each => isSame(each, row)));
-    });
+    byId('views').querySelector('[data-view=search]').hidden = page.bare; // there are no lines in it
+    startSearch(() => rows, open);
     byId('views').addEventListener('click', (/** @type {any} */ event) => event.target.dataset.view && show(event.target.dataset.view));
     byId('label').addEventListener('click', label);
     byId('redo').addEventListener('click', () => act({act: 'redo'}, 'Take back the latest undo'));
-    byId('refresh').addEventListener('click', load);
+    byId('refresh').addEventListener('click', () => {
+        tell('');
+        void load();
+    });
     byId('filters').addEventListener('submit', (/** @type {Event} */ event) => event.preventDefault());
     for (const id of ['filter-text', 'filter-agent', 'filter-session']) byId(id).addEventListener('input', showRows);
-    byId('filter-path').addEventListener('change', filterByPath);
+    byId('filter-path').addEventListener('change', takePath);
+    byId('filters').addEventListener('input', () => tell(''));
     document.addEventListener('keydown', key);
+    document.addEventListener('keydown', holdOff, true);
     whenDone(() => {
-        void load().then(() => chosen && showRow(rows.find(row => isSame(row, chosen)) || chosen, showVersions));
+        void load();
         if (!byId('vault').hidden) void showVault();
     });
     await load();
     if (isStatic) tell('Kept in one file: nothing here reaches the history itself.');
+    warn('config', (config.body.missing || []).join('\n'));
 }
 
 void start();

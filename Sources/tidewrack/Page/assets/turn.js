@@ -1,12 +1,13 @@
 // One row of the timeline in full: what was run, what changed, and what can be taken back.
 
-import {content, isStatic, read} from './api.js';
+import {content, isStatic, read, readPart} from './api.js';
 import {fileDiff, whenNear} from './diff.js';
 import {act} from './act.js';
-import {byId, clock, commandLine, guarded, make, plain, tell} from './list.js';
+import {byId, clock, commandLine, guarded, make, plain, plainLine, tell} from './list.js';
+import {fillPane, isInPane, redrawPane} from './pane.js';
 
 /** `bare`: a file in which prompts, labels and commands were left out. */
-export const page = {readOnly: true, bare: false, sideBySide: false, pinned: new Set()};
+export const page = {readOnly: true, bare: false, root: '', sideBySide: false, pinned: new Set()};
 
 export const pictures = /\.(png|jpe?g|gif|webp|avif|bmp|ico|svg)$/i;
 const svg = /\.svg$/i;
@@ -45,6 +46,7 @@ async function picture(seq, path) {
 
 /** @param {number} seq @param {string} path */
 export async function download(seq, path) {
+    tell('');
     await guarded(async () => {
         const {blob, command} = await content(seq, path);
         const address = URL.createObjectURL(blob);
@@ -85,6 +87,9 @@ function lines(row, file, alone) {
     return fileDiff(file, page.sideBySide, undoable ? undoHunk : null);
 }
 
+/** Whether it was a file before, neither link nor folder. @param {any} file */
+const hadBytes = file => file.status !== 'added' && file.oldTarget === undefined;
+
 /**
  * @param {any} row @param {string} path @param {HTMLElement} place @param {HTMLElement} sizes where the numbers of lines go
  * @param {any[]|null} known the lines of all files, where they came with the turn
@@ -92,7 +97,7 @@ function lines(row, file, alone) {
 async function fillFile(row, path, place, sizes, known) {
     try {
         const {body, command, warnings} = known ? {body: {files: known}, command: '', warnings: ''}
-            : await read('lines', {...spanOf(row), path});
+            : await readPart('lines', {...spanOf(row), path});
         const files = body.files.filter((/** @type {any} */ file) => file.path === path);
         /** @type {HTMLElement[]} */
         const parts = [];
@@ -101,9 +106,12 @@ async function fillFile(row, path, place, sizes, known) {
         if (added + removed) sizes.replaceChildren(make('span', {class: 'plus'}, '+' + added), ' ', make('span', {class: 'minus'}, '−' + removed), ' lines');
         for (const file of files) {
             if (files.length > 1) parts.push(make('p', {}, 'From #' + file.from + (file.to ? ' to #' + file.to : ' until now')));
+            if (file.oldTarget !== undefined || file.newTarget !== undefined) parts.push(make('p', {class: 'path'}, 'Link: ' +
+                [file.oldTarget, file.newTarget].map(each => each === undefined ? 'none' : plainLine(each)).join(' → ')));
             if (pictures.test(path) && !isStatic) parts.push(pictureSides(file));
             if (!pictures.test(path) || svg.test(path)) parts.push(lines(row, file, files.length === 1));
         }
+        if (files.length && !hadBytes(files[files.length - 1])) place.closest('section')?.querySelector('.download')?.remove();
         if (!files.length) parts.push(make('p', {class: 'empty'}, 'Nothing to compare: its name may not be text.'));
         place.replaceChildren(...parts, warnings ? make('p', {class: 'warning'}, plain(warnings)) : '',
             commandLine(command) || '');
@@ -112,24 +120,25 @@ async function fillFile(row, path, place, sizes, known) {
     }
 }
 
-/** @param {any} row @param {string} path @param {string} status @param {(path: string) => void} showVersions @param {any[]|null} known */
-function fileSection(row, path, status, showVersions, known) {
+/** @param {any} row @param {string} path @param {string} status @param {(path: string) => void} showVersions @param {any[]|null} known @param {number} height that it had */
+function fileSection(row, path, status, showVersions, known, height) {
     const body = make('div', {class: 'body'}, make('p', {class: 'empty'}, '…'));
     const marks = /** @type {Record<string, string>} */ ({added: '+', modified: '~', deleted: '-'});
     const sizes = make('span', {class: 'sizes'});
-    const section = make('section', {class: 'file', 'aria-label': plain(path)},
+    const section = make('section', {class: 'file', 'data-path': path, 'aria-label': plainLine(path)},
         make('h3', {}, make('span', {class: 'mark ' + status, title: status}, marks[status]),
-            make('span', {class: 'unseen'}, status + ' '), make('span', {class: 'path'}, plain(path)), ' ', sizes),
+            make('span', {class: 'unseen'}, status + ' '), make('span', {class: 'path'}, plainLine(path)), ' ', sizes),
         isName(path) ? make('div', {class: 'tools'},
             !isStatic && button('Versions', () => showVersions(path), 'quiet'),
-            !isStatic && status !== 'added' && button('Download as it was', () => download(row.first, path), 'quiet'),
+            !isStatic && status !== 'added' && button('Download as it was', () => download(row.first, path), 'quiet download'),
             !page.readOnly && button('Undo file…', () =>
                 act({act: 'undo', ...spanOf(row), paths: [path]}, 'Undo ' + path), 'quiet', 'What was changed in it since stays'),
             !page.readOnly && status !== 'added' && button('Restore as it was…', () =>
                 act({act: 'restore', seq: row.first, paths: [path]}, 'Restore ' + path + ' as it was at #' + row.first), 'quiet', 'What was changed in it since goes too'))
             : make('p', {class: 'empty'}, 'Its name is not text: the command line takes it, or all of the turn is taken back.'),
         body);
-    whenNear(section, () => fillFile(row, path, body, sizes, known));
+    if (height) section.style.minHeight = height + 'px';
+    whenNear(section, () => fillFile(row, path, body, sizes, known).then(() => { section.style.minHeight = ''; }));
     return section;
 }
 
@@ -153,7 +162,7 @@ function facts(row) {
         row.undone && make('span', {class: 'badge'}, 'taken back'),
         page.pinned.has(row.first) && make('span', {class: 'badge'}, 'pinned'),
         others && make('span', {class: 'badge'}, 'meanwhile: ' + plain(others)),
-        row.projects.length > 0 && make('span', {class: 'badge'}, 'also in ' + plain(row.projects.join(', '))),
+        row.projects.length > 0 && make('span', {class: 'badge'}, 'also in ' + plainLine(row.projects.join(', '))),
         row.vault.length > 0 && make('span', {class: 'badge'}, row.vault.length + ' in the vault'));
 }
 
@@ -171,46 +180,65 @@ function acts(row) {
                 : 'Keep #' + row.first + ' for ever')));
 }
 
-const fewFiles = 8;
-let shown = 0; // which one was asked for last
+/** What undoing the turn would do in other projects that it reached. @param {any} row */
+function elsewhere(row) {
+    if (!row.projects.length || isStatic || row.type !== 'turn') return null;
+    const place = make('section', {class: 'elsewhere'}, make('h2', {}, 'In other projects'));
+    readPart('elsewhere', {turn: row.first}).then(({body, command, warnings}) => {
+        const projects = body.projects.filter((/** @type {any} */ each) => each.root !== page.root);
+        place.append(make('p', {}, 'Undoing all of it would do this there:'), make('ul', {}, projects.flatMap((/** @type {any} */ project) => [
+            ...project.actions.filter((/** @type {any} */ each) => !each.folder).map((/** @type {any} */ each) =>
+                make('li', {class: 'path'}, each.action + ' ' + plainLine(project.root + '/' + each.path))),
+            ...project.warnings.map((/** @type {string} */ each) => make('li', {class: 'warning'}, plain(each)))])),
+        warnings ? make('p', {class: 'warning'}, plain(warnings)) : '', commandLine(command) || '');
+    }, error => place.append(make('p', {class: 'warning'}, plain(error.message))));
+    return place;
+}
 
-/** @param {any} row @param {(path: string) => void} showVersions */
-export async function showRow(row, showVersions) {
-    const mine = ++shown;
-    const place = byId('turn');
+const fewFiles = 8;
+const filesAtOnce = 60;
+
+/** Draws it in the pane. @param {any} row @param {import('./pane.js').IsLate} isLate @param {(path: string) => void} showVersions */
+export async function drawRow(row, isLate, showVersions) {
+    const name = row.type + ' ' + row.first;
     const isTurn = row.type === 'turn';
     // Of a few files the lines come along: one question in place of two for each.
     const isSmall = isTurn && !isStatic && row.added + row.modified + row.deleted <= fewFiles;
-    const answer = await guarded(() => read(isSmall ? 'lines' : isTurn ? 'show' : 'changes', spanOf(row)));
-    if (!answer || mine !== shown) return;
+    const answer = await guarded(() => read(isSmall ? 'lines' : isTurn ? 'show' : 'changes', spanOf(row)), isLate);
+    if (isLate()) return;
+    // What can't be shown doesn't leave another row's buttons there.
+    if (!answer) return fillPane(name, [make('h2', {}, plainLine(titleOf(row))), make('p', {class: 'empty'}, 'This can’t be shown.')]);
     const turn = isTurn ? answer.body.turn : row;
     const changes = isTurn ? answer.body.changes : answer.body;
     const folders = new Set(changes.folders);
     const files = ['deleted', 'modified', 'added'].flatMap(status =>
         changes[status].filter((/** @type {string} */ path) => !folders.has(path)).map((/** @type {string} */ path) => ({status, path})));
     const list = make('div', {});
+    // Drawn again it has the sizes that it had, until the lines are there.
+    const heights = new Map(isInPane(name) ? Array.from(byId('turn').querySelectorAll('section.file'), each => [each.dataset.path, each.offsetHeight]) : []);
     let drawn = 0;
-    const more = () => {
-        const next = files.slice(drawn, drawn + 60);
+    /** @param {number} count */
+    const more = count => {
+        const next = files.slice(drawn, drawn + count);
         drawn += next.length;
-        for (const {status, path} of next) list.append(fileSection(turn, path, status, showVersions, isSmall ? answer.body.files : null));
+        for (const {status, path} of next)
+            list.append(fileSection(turn, path, status, showVersions, isSmall ? answer.body.files : null, heights.get(path) || 0));
         if (drawn < files.length) {
             const rest = make('p', {class: 'empty'}, files.length - drawn + ' more files…');
             list.append(rest);
             whenNear(rest, () => {
                 rest.remove();
-                more();
+                more(filesAtOnce);
             });
         }
     };
     const style = make('button', {type: 'button', 'aria-pressed': page.sideBySide, onclick: () => {
         page.sideBySide = !page.sideBySide;
-        void showRow(row, showVersions);
+        void redrawPane();
     }}, 'Side by side');
     style.setAttribute('aria-pressed', String(page.sideBySide));
-    place.replaceChildren(make('h2', {}, plain(titleOf(turn))), facts(turn), commandLine(answer.command) || '',
-        acts(turn) || '', commandTable(turn.commands) || '',
-        make('div', {class: 'filehead'}, make('h2', {}, files.length === 1 ? '1 file' : files.length + ' files'), style), list);
-    place.scrollTop = 0;
-    more();
+    more(Math.max(filesAtOnce, heights.size));
+    return fillPane(name, [make('h2', {}, plainLine(titleOf(turn))), facts(turn), commandLine(answer.command),
+        acts(turn), commandTable(turn.commands),
+        make('div', {class: 'filehead'}, make('h2', {}, (files.length === 1 ? '1 file' : files.length + ' files') + (row.projects.length ? ' here' : '')), style), list, elsewhere(turn)]);
 }

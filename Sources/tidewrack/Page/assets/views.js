@@ -1,21 +1,31 @@
 // The views beside the timeline: search, a file's versions, the vault, status.
 
-import {isStatic, read} from './api.js';
+import {isStatic, read, readPart, Refused} from './api.js';
 import {act} from './act.js';
 import {fileDiff} from './diff.js';
-import {byId, clock, commandLine, guarded, make, plain} from './list.js';
+import {byId, clock, commandLine, guarded, make, plain, plainLine, tell} from './list.js';
+import {fillPane, showInPane} from './pane.js';
 import {button, download, isName, page, pictures, pictureSides, spanOf, titleOf} from './turn.js';
 
 /** A file's versions along a slider. @param {string} path */
-export async function showVersions(path) {
-    const answer = await guarded(() => read('log', {path}));
-    if (!answer) return;
+export function showVersions(path) {
+    const state = {seq: 0}; // the version that the slider is at, from one drawing to the next
+    byId('views').querySelector('[data-view=history]').click();
+    return showInPane(isLate => drawVersions(path, state, isLate));
+}
+
+/** @param {string} path @param {{seq: number}} state @param {import('./pane.js').IsLate} isLate */
+async function drawVersions(path, state, isLate) {
+    const isFirst = !state.seq;
+    const answer = await guarded(() => read('log', {path}), isLate);
+    if (!answer || isLate()) return;
     const versions = answer.body.slice().reverse(); // oldest first; what changed after each
-    const place = byId('turn');
+    const last = Math.max(0, versions.length - 1);
+    const was = versions.findIndex((/** @type {any} */ each) => each.seq === state.seq);
     const body = make('div', {});
     const name = make('output', {id: 'version'});
-    const slider = /** @type {HTMLInputElement} */ (make('input', {type: 'range', min: 0, max: Math.max(0, versions.length - 1),
-        value: Math.max(0, versions.length - 1), 'aria-label': 'Version', 'aria-describedby': 'version'}));
+    const slider = /** @type {HTMLInputElement} */ (make('input', {type: 'range', min: 0, max: last,
+        value: was < 0 ? last : was, 'aria-label': 'Version', 'aria-describedby': 'version'}));
     let asked = 0;
     const draw = async () => {
         const at = Number(slider.value);
@@ -23,14 +33,15 @@ export async function showVersions(path) {
         const version = versions[at];
         const next = versions[at + 1];
         if (!version) return body.replaceChildren('No snapshot is on record after which it changed.');
-        const seq = version.seq;
+        const seq = state.seq = version.seq;
         // A snapshot's name may be the old one of a file that was moved since.
         const its = version.renamedFrom || path;
         name.textContent = (at + 1) + ' of ' + versions.length + ': #' + seq + ', ' + clock(version.created);
         const span = /** @type {Record<string, string|number>} */ ({from: seq, path: its});
         if (next) span.to = next.seq;
-        const lines = await guarded(() => read('lines', span));
-        if (!lines || mine !== asked) return undefined;
+        const isOld = () => mine !== asked || isLate();
+        const lines = await guarded(() => read('lines', span), isOld);
+        if (!lines || isOld()) return undefined;
         const file = lines.body.files[0];
         return body.replaceChildren(make('div', {class: 'tools'},
             button('Download this version', () => download(seq, its), 'quiet'),
@@ -42,22 +53,27 @@ export async function showVersions(path) {
         commandLine(lines.command) || '');
     };
     slider.addEventListener('input', draw);
-    place.replaceChildren(make('h2', {}, 'Versions of ' + plain(path)), commandLine(answer.command) || '',
-        make('div', {class: 'slider'}, slider, name), body);
-    byId('views').querySelector('[data-view=history]').click();
-    slider.focus();
+    fillPane('versions of ' + path, [make('h2', {}, 'Versions of ' + plainLine(path)), commandLine(answer.command),
+        make('div', {class: 'slider'}, slider, name), body]);
+    if (isFirst) slider.focus();
     await draw();
 }
 
 /** @param {any} found */
 function foundRow(found) {
     const spans = (found.from === found.to ? '#' + found.from : '#' + found.from + '–#' + found.to);
-    return make('tr', {}, make('td', {class: 'path'}, plain(found.path) + (found.kind === 'folder' ? '/' : '')),
+    return make('tr', {}, make('td', {class: 'path'}, plainLine(found.path) + (found.kind === 'folder' ? '/' : '')),
         make('td', {}, found.there ? 'there now' : 'gone' + (found.title ? ' in: ' + plain(found.title) : '')), make('td', {}, spans),
         make('td', {}, isName(found.path) && found.kind !== 'folder' && button('Versions', () => showVersions(found.path), 'quiet'),
             isName(found.path) && !page.readOnly && !found.there && found.keptIn && button('Restore…', () =>
                 act({act: 'restore', seq: found.keptIn, paths: [found.path]}, 'Restore ' + found.path), 'quiet')));
 }
+
+/** @param {any} row @param {string} path @param {string[]} lines @param {(row: any) => void} open */
+const hit = (row, path, lines, open) => make('section', {class: 'hit'},
+    make('h3', {}, button(plain(titleOf(row)), () => open(row), 'link'), ' ', make('span', {class: 'path'}, plainLine(path))),
+    make('pre', {}, ...lines.slice(0, 5).map(line => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')),
+        lines.length > 5 && lines.length - 5 + ' more lines of it'));
 
 const mostPaths = 500;
 const mostHits = 200;
@@ -67,23 +83,39 @@ export function startSearch(rows, open) {
     const place = byId('search');
     const text = /** @type {HTMLInputElement} */ (make('input', {type: 'search', 'aria-label': 'What to search for', placeholder: 'A part of a path, a pattern, or changed text'}));
     const results = make('div', {id: 'results', 'aria-live': 'polite'});
+    const stop = make('button', {type: 'button', id: 'stop', hidden: true, onclick: () => { isStopped = true; }}, 'Stop');
     let running = 0;
+    let isStopped = false;
+    /** What another search found goes. @returns {() => boolean} whether yet another was begun */
+    const begin = () => {
+        const mine = ++running;
+        tell('');
+        results.replaceChildren();
+        stop.hidden = true;
+        isStopped = false;
+        return () => mine !== running;
+    };
     const byName = async () => {
-        ++running;
-        const answer = text.value && await guarded(() => read('find', {text: text.value}));
-        if (!answer) return;
-        results.replaceChildren(commandLine(answer.command) || '', answer.body.paths.length
-            ? make('table', {class: 'wide'}, make('thead', {}, make('tr', {}, ...['Path', 'Where it is', 'Snapshots', 'Acts'].map(each => make('th', {scope: 'col'}, each)))),
-                make('tbody', {}, answer.body.paths.slice(0, mostPaths).map(foundRow)))
-            : make('p', {class: 'empty'}, 'No snapshot has such a path.'), answer.body.paths.length > mostPaths
-            ? make('p', {class: 'warning'}, 'These are the first ' + mostPaths + ' of ' + answer.body.paths.length + ' paths; the command above prints all of them.') : '',
-        answer.warnings ? make('p', {class: 'warning'}, plain(answer.warnings)) : '');
+        const isLate = begin();
+        if (!text.value) return;
+        // That there is nothing is a refusal of the command, in its words.
+        const answer = await guarded(() => read('find', {text: text.value}).catch(error => {
+            if (!(error instanceof Refused) || error.status !== 422) throw error;
+            return error;
+        }), isLate);
+        if (!answer || isLate()) return;
+        if (answer instanceof Refused) return results.replaceChildren(make('p', {class: 'empty'}, plain(answer.message)));
+        results.replaceChildren(commandLine(answer.command) || '',
+            make('table', {class: 'wide'}, make('thead', {}, make('tr', {}, ...['Path', 'Where it is', 'Snapshots', 'Acts'].map(each => make('th', {scope: 'col'}, each)))),
+                make('tbody', {}, answer.body.paths.slice(0, mostPaths).map(foundRow))),
+            answer.body.paths.length > mostPaths ? make('p', {class: 'warning'}, 'These are the first ' + mostPaths + ' of ' + answer.body.paths.length + ' paths; the command above prints all of them.') : '');
     };
     // From the newest turn back, one after the other: what was found so far is there to be read.
     const byLines = async () => {
-        const mine = ++running;
+        const isLate = begin();
         const wanted = text.value.toLowerCase();
         if (!wanted) return;
+        stop.hidden = false;
         const progress = make('p', {});
         results.replaceChildren(progress);
         let done = 0;
@@ -91,11 +123,11 @@ export function startSearch(rows, open) {
         let unread = 0;
         const all = rows().slice();
         for (const row of all) {
-            if (hits >= mostHits) break;
+            if (hits >= mostHits || isStopped) break;
             progress.textContent = 'Read ' + done++ + ' of ' + all.length + ' rows, ' + hits + ' lines found…';
             if (row.added + row.modified + row.deleted === 0) continue;
-            const answer = await read('lines', spanOf(row)).catch(() => null);
-            if (mine !== running) return;
+            const answer = await readPart('lines', spanOf(row)).catch(() => null);
+            if (isLate()) return;
             if (!answer || answer.warnings) ++unread;
             if (!answer) continue;
             for (const file of answer.body.files) {
@@ -103,13 +135,12 @@ export function startSearch(rows, open) {
                     line[0] !== ' ' && line.toLowerCase().includes(wanted));
                 if (!lines.length) continue;
                 hits += lines.length;
-                results.append(make('section', {class: 'hit'}, make('h3', {}, button(plain(titleOf(row)), () => open(row), 'link'), ' ', make('span', {class: 'path'}, plain(file.path))),
-                    make('pre', {}, ...lines.slice(0, 5).map((/** @type {string} */ line) => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')),
-                    lines.length > 5 && lines.length - 5 + ' more lines of it')));
+                results.append(hit(row, file.path, lines, open));
             }
         }
+        stop.hidden = true;
         progress.textContent = hits + ' changed lines found in ' + done + ' of ' + all.length + ' rows.' +
-            (done < all.length ? ' It ends at ' + mostHits + ' lines; older rows were not read.' : '') +
+            (done === all.length ? '' : (isStopped ? ' Stopped' : ' It ends at ' + mostHits + ' lines') + '; older rows were not read.') +
             (unread ? ' ' + unread + (unread === 1 ? ' row' : ' rows') + ' could not be read in full.' : '');
         progress.className = unread ? 'warning' : '';
     };
@@ -117,7 +148,7 @@ export function startSearch(rows, open) {
         event.preventDefault();
         void (isStatic ? byLines() : byName());
     }}, text, !isStatic && make('button', {type: 'submit', class: 'main', id: 'by-name'}, 'Search names'),
-    make('button', {type: 'button', id: 'by-lines', onclick: byLines}, 'Search changed lines'));
+    make('button', {type: 'button', id: 'by-lines', onclick: byLines}, 'Search changed lines'), stop);
     place.replaceChildren(make('h2', {}, 'Search'), form, results);
 }
 
@@ -127,8 +158,8 @@ export async function showVault() {
     const entries = answer.body.map((/** @type {any} */ entry) => make('section', {class: 'file'},
         make('h3', {}, make('code', {}, plain(entry.command))),
         make('p', {class: 'facts'}, clock(entry.created), make('span', {}, plain(entry.agent || '')), make('span', {}, 'in ' + plain(entry.cwd))),
-        make('ul', {}, entry.items.map((/** @type {any} */ item) => make('li', {class: 'path'}, plain(item.original))),
-            entry.skipped.map((/** @type {string} */ path) => make('li', {class: 'path warning'}, plain(path) + ' was not saved'))),
+        make('ul', {}, entry.items.map((/** @type {any} */ item) => make('li', {class: 'path'}, plainLine(item.original))),
+            entry.skipped.map((/** @type {string} */ path) => make('li', {class: 'path warning'}, plainLine(path) + ' was not saved'))),
         page.readOnly ? null : button('Put back…', () => act({act: 'putback', id: entry.id}, 'Put back what was saved before: ' + entry.command))));
     byId('vault').replaceChildren(make('h2', {}, 'Saved outside of projects'), commandLine(answer.command) || '',
         entries.length ? make('div', {}, entries) : make('p', {class: 'empty'}, 'The vault is empty.'));
