@@ -267,8 +267,8 @@ TEST_F(Page, isKeptInOneFile) {
     event(Agent::claude, "UserPromptSubmit", "t", "Set the port again");
     f.write("project/secret", "x\n");
     event(Agent::claude, "PreToolUse-Bash", "t", "rm -rf secret");
-    const std::string whole = staticPage({world.projectPath(), "1.0.0", 20, true}, runner());
-    const std::string bare = staticPage({world.projectPath(), "1.0.0", 20, false}, runner());
+    const std::string whole = staticPage({world.projectPath(), "1.0.0", 20, true}, runner()).text;
+    const std::string bare = staticPage({world.projectPath(), "1.0.0", 20, false}, runner()).text;
     EXPECT_NE(whole.find("port = 8080"), std::string::npos);
     EXPECT_EQ(bare.find("port = 8080"), std::string::npos);
     EXPECT_NE(whole.find("Set the port"), std::string::npos);
@@ -276,7 +276,7 @@ TEST_F(Page, isKeptInOneFile) {
     for (const char* text : {"Set the port", "rm -rf secret", parent.c_str()})
         EXPECT_EQ(bare.find(text), std::string::npos) << text;
     const StaticSettings others{world.projectPath(), "1.0.0", 20, true, "nobody"};
-    EXPECT_EQ(staticPage(others, runner()).find("Set the port"), std::string::npos);
+    EXPECT_EQ(staticPage(others, runner()).text.find("Set the port"), std::string::npos);
     for (const std::string& page : {whole, bare}) {
         EXPECT_EQ(page.find("unsafe-inline"), std::string::npos);
         EXPECT_EQ(page.find("<script>alert"), std::string::npos);
@@ -284,6 +284,21 @@ TEST_F(Page, isKeptInOneFile) {
         EXPECT_EQ(page.find("src=\""), std::string::npos);
         EXPECT_EQ(page.find("rel=\"stylesheet\""), std::string::npos);
         EXPECT_NE(page.find("default-src 'none'"), std::string::npos);
+    }
+}
+
+TEST_F(Page, tellsInTheFileWhatIsLeftOut) {
+    EXPECT_TRUE(staticPage({world.projectPath(), "1.0.0", 20, true}, runner()).missing.empty());
+    for (const bool contents : {true, false}) {
+        const auto part = [&](const std::vector<std::string>& words) {
+            if (words[0] != "show" || words[1] == "--lines") return runner()(words);
+            return Ran{1, "", "tidewrack: what is private is damaged\n"};
+        };
+        const StaticPage page = staticPage({world.projectPath(), "1.0.0", 20, contents}, part);
+        ASSERT_EQ(page.missing.size(), 1U);
+        EXPECT_EQ(page.missing[0].find("private") != std::string::npos, contents);
+        EXPECT_NE(page.text.find(page.missing[0]), std::string::npos);
+        EXPECT_EQ(page.text.find("what is private") != std::string::npos, contents);
     }
 }
 

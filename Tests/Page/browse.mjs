@@ -508,9 +508,11 @@ async function staysRight(browser) {
         its.tidewrack(['snap', '--label=meanwhile']);
         await view.route('**/api/plan', route => route.fulfill({status: 409, body: 'Others by now.'}));
         await view.locator('#list').focus();
+        const redrawn = view.waitForRequest(/api\/lines/);
         await view.keyboard.press('u');
         await refused().waitFor();
         await view.locator('.row', {hasText: 'meanwhile'}).waitFor();
+        await redrawn;
         await view.unroute('**/api/plan');
         // The newest question is what is answered.
         await view.route('**/api/lines?turn=' + first, route => rest(600).then(() => route.continue()));

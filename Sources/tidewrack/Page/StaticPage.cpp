@@ -47,6 +47,16 @@ void removeTexts(json& row) {
     for (json& project : row["projects"]) project = lastPart(project);
 }
 
+std::vector<std::string> linesIn(std::string_view text) {
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        if (end > at) lines.emplace_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
 // What the page would ask a server for, by the names that page.js makes of its questions.
 class Documents {
   public:
@@ -56,6 +66,7 @@ class Documents {
         const auto command = reading(name, values);
         const Ran ran = runner_(command->forProject(settings_.root));
         auto document = parseJson(ran.out);
+        noteMissing(ran, document.has_value(), command->shown());
         if (!document || ran.out.size() > largestDocument) return std::nullopt;
         std::string key = name;
         if (!settings_.contents) {
@@ -68,18 +79,21 @@ class Documents {
             key.append(1, sign).append(each).append("=").append(value);
             sign = '&';
         }
-        all_[key] = {{"command", command->shown()}, {"body", *document}};
+        all_[key] = {{"command", command->shown()}, {"body", *document}, {"warnings", ""}};
         return document;
     }
     void addConfig() {
         all_["config"] = {
             {"command", ""},
+            {"warnings", ""},
             {"body",
              {{"root", repairedUtf8(settings_.contents ? settings_.root : std::string(lastComponent(settings_.root)))},
               {"readOnly", true},
               {"version", settings_.version},
-              {"contents", settings_.contents}}}};
+              {"contents", settings_.contents},
+              {"missing", missing_}}}};
     }
+    [[nodiscard]] const std::vector<std::string>& missing() const { return missing_; }
     // As a script may hold it: no end of a script can be in it.
     [[nodiscard]] std::string text() const {
         std::string all = compactJson(all_);
@@ -88,8 +102,20 @@ class Documents {
     }
 
   private:
+    // What a command warns of may name folders and prompts: without contents it is told that there was something.
+    void noteMissing(const Ran& ran, bool isRead, const std::string& command) {
+        std::vector<std::string> lines;
+        if (ran.out.size() > largestDocument) lines.push_back(command + " prints more than the file may hold");
+        if (!isRead || !ran.err.empty()) lines.push_back(command + " could not be read in full");
+        if (settings_.contents && !ran.err.empty()) lines = linesIn(repairedUtf8(ran.err));
+        for (std::string& line : lines)
+            if (std::find(missing_.begin(), missing_.end(), line) == missing_.end())
+                missing_.push_back(std::move(line));
+    }
+
     const StaticSettings& settings_;
     const Runner& runner_;
+    std::vector<std::string> missing_;
     json all_ = json::object();
 };
 
@@ -136,9 +162,8 @@ class Inline {
 
 } // namespace
 
-std::string staticPage(const StaticSettings& settings, const Runner& runner) {
+StaticPage staticPage(const StaticSettings& settings, const Runner& runner) {
     Documents documents(settings, runner);
-    documents.addConfig();
     Values asked{{"n", std::to_string(settings.rows)}};
     if (!settings.agent.empty()) asked["agent"] = settings.agent;
     if (!settings.session.empty()) asked["session"] = settings.session;
@@ -152,6 +177,7 @@ std::string staticPage(const StaticSettings& settings, const Runner& runner) {
         (void)documents.add(isTurn ? "show" : "changes", span);
         if (settings.contents) (void)documents.add("lines", span);
     }
+    documents.addConfig();
     Inline parts;
     const std::string style = parts.style(asset("/page.css"));
     std::string scripts = "<script type=\"application/json\" id=\"documents\">" + documents.text() + "</script>\n";
@@ -161,7 +187,7 @@ std::string staticPage(const StaticSettings& settings, const Runner& runner) {
     replaceAll(page, "<link rel=\"stylesheet\" href=\"page.css\">", parts.policy() + style);
     replaceAll(page, "<script src=\"page.js\" defer></script>", "");
     replaceAll(page, "</body>", scripts + "</body>");
-    return page;
+    return {std::move(page), documents.missing()};
 }
 
 } // namespace tidewrack::page

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace tidewrack::page {
 
@@ -17,7 +18,12 @@ struct StaticSettings {
     std::string session{}; // likewise
 };
 
-// Throws TidewrackError where the timeline can't be read. What can't be of one turn is left out.
-[[nodiscard]] std::string staticPage(const StaticSettings& settings, const Runner& runner);
+struct StaticPage {
+    std::string text;
+    std::vector<std::string> missing; // lines about what could not be read, and is left out; the page has them too
+};
+
+// Throws TidewrackError where the timeline can't be read.
+[[nodiscard]] StaticPage staticPage(const StaticSettings& settings, const Runner& runner);
 
 } // namespace tidewrack::page

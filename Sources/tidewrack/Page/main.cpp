@@ -159,18 +159,26 @@ void tellAddress(const std::string& address, bool isOpened) {
     page::serve(site, serving);
 }
 
+constexpr int leftAlone = 3; // the exit status when some of what was asked for was not done
+
 int writePage(const std::string& root, const std::string& file, const Args& args) {
     page::StaticSettings settings{root, version(), 20, !args.has("--no-contents")};
     if (const auto most = args.value("-n")) settings.rows = static_cast<std::size_t>(std::atoll(most->c_str()));
     settings.agent = args.value("--agent").value_or("");
     settings.session = args.value("--session").value_or("");
-    const std::string page = page::staticPage(settings, commandRunner(root));
+    const page::StaticPage page = page::staticPage(settings, commandRunner(root));
     struct stat like {}; // only its owner reads it until they give it away
     like.st_mode = S_IFREG | 0600;
     like.st_uid = ::geteuid();
     like.st_gid = ::getegid();
-    if (!replaceUserFile(file, std::nullopt, page, &like)) throw TidewrackError::refused(file + " is there already.");
-    return 0;
+    if (!replaceUserFile(file, std::nullopt, page.text, &like))
+        throw TidewrackError::refused(file + " is there already.");
+    if (page.missing.empty()) return 0;
+    Sink err(STDERR_FILENO, ::isatty(STDERR_FILENO) == 1);
+    err.line("tidewrack: The page was written without what can't be read:");
+    for (const std::string& line : page.missing) err.line(err.shown(line));
+    err.flush();
+    return leftAlone;
 }
 
 int pick(const std::string& root, const Args& args) {
