@@ -170,11 +170,14 @@ TEST(Json, printsWhatIsDocumented) {
     f.remove("project/new");
     f.write("project/moved", "n");
     f.write("project/large", std::string(1001, 'x'));
-    world.ok({"snap", "--kind", "stop", "--agent", "claude"});
+    f.link("project/pointer", "moved");
+    const json stopped = json::parse(world.ok({"snap", "--kind", "stop", "--agent", "claude", "--json"}));
     f.remove("project/large");
     f.write("project/binary", std::string(1, '\0'));
     document.check("diff --stat", json::parse(world.ok({"diff", "1", "--stat", "--json"})));
     document.check("diff --lines", json::parse(world.ok({"diff", "1", "--lines", "--json"})));
+    f.remove("project/pointer");
+    document.check("diff --lines", json::parse(world.ok({"diff", stopped["seq"].dump(), "--lines", "--json"})));
     document.check("diff --lines", json::parse(world.ok({"diff", "1", "2", "--lines", "--json"})));
     document.check("show", json::parse(world.ok({"show", "--lines", "--json"})));
     f.remove("project/binary");
