@@ -30,6 +30,7 @@ constexpr std::size_t mostThreads = 16; // a browser keeps six connections
 constexpr std::size_t longestBody = 1U << 20U;
 constexpr std::size_t longestHeader = 8U << 10U; // browsers refuse answers with larger ones
 constexpr std::size_t mostRequests = 1000;       // of one connection
+constexpr std::size_t longestPath = 1000;        // of an address; values stand behind it
 constexpr seconds betweenRequests(1);
 constexpr seconds doorwayTime(30);
 constexpr seconds lastAnswerTime(2);
@@ -95,14 +96,16 @@ void send(const Answer& answer, httplib::Response& to) {
     to.set_content(answer.body, answer.type);
 }
 
-// The library holds a body to the limit by the length that the request tells, and reads those of all methods.
+// The library holds a body to the limit by the length that the request tells, and reads those of all methods. Its
+// patterns for paths take room on the stack for each letter.
 httplib::Server::HandlerResponse refuseUnread(const httplib::Request& request, httplib::Response& response) {
     const bool isKnown = request.method == "GET" || request.method == "HEAD" || request.method == "POST";
     const bool tellsLength = request.method != "POST" || request.has_header("Content-Length");
     const bool isForOneHost = request.get_header_value_count("Host") < 2;
-    if (isKnown && tellsLength && isForOneHost && !request.has_header("Transfer-Encoding"))
+    const bool isShort = request.path.size() <= longestPath;
+    if (isKnown && tellsLength && isForOneHost && isShort && !request.has_header("Transfer-Encoding"))
         return httplib::Server::HandlerResponse::Unhandled;
-    response.status = !isForOneHost ? 400 : isKnown ? 411 : 405;
+    response.status = !isShort ? 404 : !isForOneHost ? 400 : isKnown ? 411 : 405;
     response.set_header("Connection", "close");
     return httplib::Server::HandlerResponse::Handled;
 }
