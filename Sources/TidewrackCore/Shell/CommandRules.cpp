@@ -22,6 +22,7 @@
 #include <array>
 #include <optional>
 #include <span>
+#include <utility>
 
 namespace tidewrack::shell {
 
@@ -75,6 +76,7 @@ class Examination {
   private:
     [[nodiscard]] Operands operands() const { return operandsOf(arguments_, rule_->letters, rule_->options); }
     void takeUnknownWords();
+    [[nodiscard]] std::optional<std::string> folderOfItems(const Word& word) const;
     void lookAtRemoved(const Rule& rule, Words command) const;
     void loseItems(Words command) const;
 
@@ -311,18 +313,24 @@ bool onlyReads(const Rule& rule, Words arguments) {
     return rule.apply == &E::tidewrack || (rule.apply == &E::git && gitOnlyReads(arguments));
 }
 
+// The folder in which items lie that stand for the {} of a word, where it names one: ../x/{}.
+std::optional<std::string> Examination::folderOfItems(const Word& word) const {
+    const std::size_t slash = word.text.rfind('/', word.text.find("{}"));
+    if (word.unknown || !isFound(word) || slash == std::string::npos) return std::nullopt;
+    return absolutePath(word.text.substr(0, slash + 1), cwd_);
+}
+
 // What xargs removes lies in the folder where it runs, or in the one that its words begin with: ~/x/{}.
 void Examination::lookAtRemoved(const Rule& rule, Words command) const {
     const Words arguments = command.subspan(1);
     const Extent extent = isRecursive(arguments) ? Extent::removed : Extent::item;
     effects_.lookAtOwn(cwd_, Extent::item, Links::followed);
     for (const Word* operand : operandsOf(arguments, rule.letters, rule.options).words) {
-        const std::size_t slash = operand->text.rfind('/', operand->text.find("{}"));
-        if (operand->unknown || !isFound(*operand) || slash == std::string::npos) continue;
-        const std::string folder = absolutePath(operand->text.substr(0, slash + 1), cwd_);
-        effects_.lookAtOwn(folder, extent, Links::followed);
-        if (operand->text.ends_with("/{}") && !effects_.isProtected(folder, Links::followed))
-            effects_.thin(folder, cwd_, Links::followed);
+        const auto folder = folderOfItems(*operand);
+        if (!folder) continue;
+        effects_.lookAtOwn(*folder, extent, Links::followed);
+        if (operand->text.ends_with("/{}") && !effects_.isProtected(*folder, Links::followed))
+            effects_.thin(*folder, cwd_, Links::followed);
     }
 }
 
@@ -330,9 +338,9 @@ void Examination::lookAtRemoved(const Rule& rule, Words command) const {
 void Examination::loseItems(Words command) const {
     bool lies = false;
     for (const Word& word : command.subspan(1)) {
-        const std::size_t slash = word.text.rfind('/', word.text.find("{}"));
-        if (word.unknown || !isFound(word) || slash == std::string::npos) continue;
-        effects_.noteUnknownIn(absolutePath(word.text.substr(0, slash + 1), cwd_));
+        auto folder = folderOfItems(word);
+        if (!folder) continue;
+        effects_.noteUnknownIn(std::move(*folder));
         lies = true;
     }
     effects_.opaqueWords(cwd_);
@@ -346,7 +354,7 @@ void Examination::xargs() {
     if (command.empty() && !arguments_.empty() && !isOption(arguments_.back())) effects_.suspect(cwd_);
     if (command.empty()) return;
     const Rule* rule = ruleIndex.find(commandName(command.front()));
-    if (isOurs(commandName(command.front()))) {
+    if (rule && rule->apply == &E::tidewrack) {
         if (command.size() == 1) command.emplace_back().text = "untrack"; // the worst of what it may read
         effects_.ownCommand(Words(command).subspan(1));
     }
