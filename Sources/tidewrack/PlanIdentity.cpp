@@ -11,6 +11,7 @@
 #include <fcntl.h>
 
 #include <set>
+#include <span>
 
 namespace tidewrack {
 
@@ -55,7 +56,7 @@ std::string planIdentity(const std::vector<std::string>& words, json told, const
     std::string text = compactJson({words, told});
     for (const std::string& path : paths) text += path + '\0' + stateOf(path) + '\0';
     const auto digest = sha256(text);
-    return hexText({reinterpret_cast<const char*>(digest.data()), 8});
+    return hexText(std::span(digest).first(8));
 }
 
 } // namespace tidewrack

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <span>
 
 namespace tidewrack {
 
@@ -73,7 +74,7 @@ std::string Store::projectID(const std::string& root) {
             slug += '-';
     }
     const auto digest = sha256(root);
-    const std::string hash = hexText(std::string_view(reinterpret_cast<const char*>(digest.data()), 4));
+    const std::string hash = hexText(std::span(digest).first(4));
     return slug.empty() ? hash : slug + "-" + hash;
 }
 

@@ -182,6 +182,10 @@ std::string hexText(std::string_view bytes) {
     return hex;
 }
 
+std::string hexText(std::span<const std::uint8_t> bytes) {
+    return hexText(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
 std::string countText(std::int64_t count, const std::string& word) {
     return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,7 @@ enum class Tabs { escaped, kept };
 
 // Two hexadecimal digits for each byte, in lower case.
 [[nodiscard]] std::string hexText(std::string_view bytes);
+[[nodiscard]] std::string hexText(std::span<const std::uint8_t> bytes);
 
 // "1 file", "2 files", of any word that takes an s.
 [[nodiscard]] std::string countText(std::int64_t count, const std::string& word);

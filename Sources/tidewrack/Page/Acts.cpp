@@ -40,11 +40,10 @@ json chosenHunks(const Desk& desk, const Act& act) {
 json nameOfHunk(std::size_t number, const json& hunk) {
     std::string text;
     for (const json& line : hunk["lines"]) text += line.get_ref<const std::string&>();
-    const auto digest = sha256(text);
     return {{"number", number},
             {"oldBegin", hunk["oldBegin"]},
             {"newBegin", hunk["newBegin"]},
-            {"digest", hexText({reinterpret_cast<const char*>(digest.data()), digest.size()})}};
+            {"digest", hexText(sha256(text))}};
 }
 
 Foreseen Desk::foresee(const Act& act) const {
