@@ -25,7 +25,15 @@ if(TIDEWRACK_SANITIZE)
   # With sanitizers g++ takes much for uninitialised that is not.
   target_compile_options(tidewrack_settings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_compile_options(tidewrack_settings INTERFACE -fsanitize=${TIDEWRACK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  # Half of g++'s time went into asking each pointer whether it is null or crooked. The fuzz targets' compiler asks at once.
+  target_compile_options(tidewrack_settings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-sanitize=null,alignment>)
   target_link_options(tidewrack_settings INTERFACE -fsanitize=${TIDEWRACK_SANITIZE})
+  # At a fixed address: a million addresses of what the sanitizers know would be put right at every start, which takes
+  # more than half of it, and the tests start the program many thousand times.
+  if(NOT APPLE AND TIDEWRACK_SANITIZE MATCHES "address")
+    target_compile_options(tidewrack_settings INTERFACE -fno-pie)
+    target_link_options(tidewrack_settings INTERFACE -no-pie)
+  endif()
 endif()
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_options(tidewrack_settings INTERFACE -ffunction-sections -fdata-sections)
