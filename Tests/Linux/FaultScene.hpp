@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <sys/mount.h>
 
+#include <cstdint>
 #include <set>
 #include <stdexcept>
 #include <string>

@@ -4,6 +4,7 @@
 #include "Model/Tree.hpp"
 #include "Store/Records.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>

@@ -6,6 +6,7 @@
 #include "Model/RandomEdits.hpp"
 #include "Support/TestFolders.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

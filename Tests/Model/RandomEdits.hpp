@@ -3,6 +3,7 @@
 
 #include "Model/Tree.hpp"
 
+#include <cstdint>
 #include <iterator>
 #include <random>
 #include <string>

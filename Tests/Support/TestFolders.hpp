@@ -5,6 +5,7 @@
 #include "CommandLine.hpp"
 #include "Engine/Engine.hpp"
 
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <string>

@@ -4,6 +4,7 @@
 
 #include "Engine/Engine.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>

@@ -6,6 +6,7 @@
 #include "Platform/Copies.hpp"
 #include "Platform/Descriptor.hpp"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 

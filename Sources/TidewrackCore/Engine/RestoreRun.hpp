@@ -12,6 +12,7 @@
 #include "Platform/Descriptor.hpp"
 #include "Platform/Flush.hpp"
 
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <optional>

@@ -5,6 +5,7 @@
 #include "Support/Paths.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <span>

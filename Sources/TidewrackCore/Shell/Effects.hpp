@@ -8,6 +8,7 @@
 #include "Shell/ProtectedFolders.hpp"
 #include "Shell/WordPaths.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <span>

@@ -3,6 +3,7 @@
 
 #include "Support/Dates.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>

@@ -4,6 +4,7 @@
 #include "Platform/Attributes.hpp"
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>

@@ -10,6 +10,7 @@
 #include "Walk/FolderReader.hpp"
 #include "Walk/GitIgnore.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>

@@ -3,6 +3,7 @@
 
 #include "Engine/Engine.hpp"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
