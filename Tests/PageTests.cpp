@@ -4,11 +4,14 @@
 
 #include "Page/Site.hpp"
 #include "Page/StaticPage.hpp"
-#include "Platform/Libraries.hpp"
 #include "Support/Text.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <functional>
+#include <utility>
 
 using namespace tidewrack;
 using namespace tidewrack::testing;
@@ -34,6 +37,8 @@ class Page : public TurnFixture {
     Runner runner() const {
         return [this](const std::vector<std::string>& words) {
             commands.push_back(words);
+            if (meanwhile && words[0] == "undo" && std::find(words.begin(), words.end(), "--dry-run") == words.end())
+                std::exchange(meanwhile, nullptr)();
             const Outcome outcome = world.run(words);
             return Ran{outcome.status, outcome.out, outcome.err};
         };
@@ -58,18 +63,12 @@ class Page : public TurnFixture {
     // The hunk as the page shows it now.
     json hunk(std::size_t number) {
         const json shown = json::parse(get("lines", {{"turn", std::to_string(turn)}, {"path", "config"}}).body);
-        const json& its = shown["files"][0]["hunks"][number - 1];
-        std::string text;
-        for (const json& line : its["lines"]) text += line.get<std::string>();
-        const auto digest = sha256(text);
-        return {{"number", number},
-                {"oldBegin", its["oldBegin"]},
-                {"newBegin", its["newBegin"]},
-                {"digest", hexText({reinterpret_cast<const char*>(digest.data()), digest.size()})}};
+        return {{"number", number}, {"digest", shown["files"][0]["hunks"][number - 1]["digest"]}};
     }
     json planned(const json& wish) { return json::parse(post("plan", wish).body); }
 
     mutable std::vector<std::vector<std::string>> commands;
+    mutable std::function<void()> meanwhile; // between the last look and the undo
     int turn = 0;
     Site site{{world.projectPath(), token, "1.0.0", false}, runner()};
 };
@@ -203,19 +202,21 @@ TEST_F(Page, actsOnlyAsItWasLookedAt) {
     plan = planned({{"act", "label"}, {"label", "--now"}});
     EXPECT_EQ(json::parse(post("act", {{"plan", plan["plan"]}}).body)["label"], "--now");
 
-    const json senseless[] = {"undo",
-                              json::object(),
-                              {{"act", "untrack"}},
-                              {{"act", "undo"}},
-                              {{"act", "restore"}, {"seq", 1}},
-                              {{"act", "undo"}, {"turn", "3 --force"}},
-                              {{"act", "undo"}, {"turn", 3}, {"paths", {7}}},
-                              {{"act", "undo"}, {"turn", 3}, {"paths", json::array()}},
-                              {{"act", "pin"}, {"seq", -1}},
-                              {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", {1}}},
-                              {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", "1"}},
-                              {{"act", "undo"}, {"turn", 3}, {"hunks", {hunk(1)}}},
-                              {{"act", "label"}, {"label", ""}}};
+    const json senseless[] = {
+        "undo",
+        json::object(),
+        {{"act", "untrack"}},
+        {{"act", "undo"}},
+        {{"act", "restore"}, {"seq", 1}},
+        {{"act", "undo"}, {"turn", "3 --force"}},
+        {{"act", "undo"}, {"turn", 3}, {"paths", {7}}},
+        {{"act", "undo"}, {"turn", 3}, {"paths", json::array()}},
+        {{"act", "pin"}, {"seq", -1}},
+        {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", {1}}},
+        {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", "1"}},
+        {{"act", "undo"}, {"turn", 3}, {"hunks", {hunk(1)}}},
+        {{"act", "undo"}, {"turn", 3}, {"paths", {"config"}}, {"hunks", {{{"number", 1}, {"digest", "a,2"}}}}},
+        {{"act", "label"}, {"label", ""}}};
     for (const json& wish : senseless) EXPECT_EQ(post("plan", wish).status, 400) << wish;
     EXPECT_EQ(site.answer(request("POST", "/api/plan", {}, "{")).status, 400);
     // What looks like an option is a path.
@@ -250,6 +251,13 @@ TEST_F(Page, refusesWhatIsNotWhatWasChosen) {
     EXPECT_EQ(post("act", {{"plan", plan["plan"]}}).status, 409);
     EXPECT_EQ(post("plan", wish(last)).status, 409); // number 1 is the port's now
     EXPECT_EQ(config(), "port = 1\n" + middle + "END\n");
+    const json late = planned(wish(hunk(1)));
+    meanwhile = [&] { f.write("project/config", "port = 9\n" + middle + "END\n"); };
+    const Answer other = post("act", {{"plan", late["plan"]}});
+    EXPECT_EQ(other.status, 422);
+    EXPECT_NE(other.body.find("config has another hunk 1 there."), std::string::npos) << other.body;
+    EXPECT_EQ(config(), "port = 9\n" + middle + "END\n");
+    f.write("project/config", "port = 1\n" + middle + "END\n");
     const json right = planned(wish(hunk(2)));
     EXPECT_EQ(post("act", {{"plan", right["plan"]}}).status, 200);
     EXPECT_EQ(config(), "port = 1\n" + middle + "end\n");

@@ -154,7 +154,7 @@ TEST_F(PickerOnTerminal, readsAndTakesBack) {
     if (IsSkipped()) return;
     EXPECT_TRUE(draws("", {"Change both ends", "claude", "A snapshot by hand", "\\x1b[31mred", "tidewrack show 2"}));
     EXPECT_TRUE(draws("\rj", {"undo this file", "Hunk 1, line 1", "-first", "+1st", "Hunk 2"}));
-    EXPECT_TRUE(draws("\rGu", {"Undo hunk 2 of a", "tidewrack undo --turn 2 --hunk 2 -- a", "y do it"}));
+    EXPECT_TRUE(draws("\rGu", {"Undo hunk 2 of a", "tidewrack undo --turn 2 --hunk 2:", " -- a", "y do it"}));
     EXPECT_TRUE(draws("n", {"undo this hunk"}));
     EXPECT_EQ(ends(), "1stfinal\n");
     EXPECT_TRUE(draws("uy", {"Done. To take this back: r"}));

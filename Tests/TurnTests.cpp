@@ -2,7 +2,10 @@
 
 #include "Support/TurnFixture.hpp"
 
+#include "Engine/Engine.hpp"
 #include "Platform/Descriptor.hpp"
+#include "Support/Errors.hpp"
+#include "Timeline/TurnUndo.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -445,6 +448,33 @@ TEST_F(Turns, asksAgainWhenMoreWasChanged) {
     EXPECT_EQ(f.read("project/notes"), "one\n");
 }
 
+// The look before the lock found it as it was chosen; what the turn does until then makes its number another hunk's.
+TEST_F(Turns, aHunkThatBecomesAnotherOneAtTheLastMomentStays) {
+    const std::string middle = "b\nc\nd\ne\nf\ng\nh\ni\n";
+    f.write("project/config", "first\n" + middle + "last\n");
+    prompt("s", "Runs on");
+    f.write("project/config", "first\n" + middle + "LAST\n");
+    const std::string turn = snap("tool", "claude", "s");
+    const json shown = json::parse(world.ok({"show", turn, "config", "--json", "--lines"}));
+    const Engine engine(world.store());
+    const Project project = world.project();
+    const TurnUndo undo(engine, project);
+    TurnUndo::Options options;
+    options.paths = {"config"};
+    options.hunks = {{1, shown["files"][0]["hunks"][0]["digest"]}};
+    options.dryRun = true;
+    EXPECT_TRUE(undo.run(undo.turn(std::stoll(turn)), options).acts());
+    options.dryRun = false;
+    f.write("project/config", "FIRST\n" + middle + "LAST\n");
+    try {
+        (void)undo.run(undo.turn(std::stoll(turn)), options);
+        ADD_FAILURE();
+    } catch (const TidewrackError& error) {
+        EXPECT_STREQ(error.what(), "config has another hunk 1 there.");
+    }
+    EXPECT_EQ(config(), "FIRST\n" + middle + "LAST\n");
+}
+
 // One part of a file goes, what was changed since stays, and each refusal changes nothing.
 TEST_F(Turns, aHunkIsTakenBackByItself) {
     const auto text = [](const std::string& first, const std::string& middle, const std::string& last) {
@@ -461,7 +491,10 @@ TEST_F(Turns, aHunkIsTakenBackByItself) {
     ASSERT_EQ(files.size(), 1U);
     EXPECT_EQ(files[0]["hunks"][1]["lines"],
               json::parse(R"([" 7\n", " 8\n", " 9\n", "-10\n", "+ten\n", " 11\n", " 12\n", " 13\n"])"));
-    EXPECT_EQ(files[0]["hunks"][2], json::parse(R"({"oldBegin":17,"newBegin":18,"lines":
+    json last = files[0]["hunks"][2];
+    const std::string digest = last["digest"];
+    last.erase("digest");
+    EXPECT_EQ(last, json::parse(R"({"oldBegin":17,"newBegin":18,"lines":
         [" 17\n", " 18\n", " 19\n", "-20", "+twenty\n"]})"));
     EXPECT_EQ(json::parse(world.ok({"diff", turn, "list", "--json", "--lines"}))["files"][0]["hunks"],
               files[0]["hunks"]);
@@ -469,10 +502,15 @@ TEST_F(Turns, aHunkIsTakenBackByItself) {
         std::vector<std::string> words;
         const char* reason;
     };
-    const Refusal refusals[] = {
-        {{"--hunk", "4", "list"}, "list has no hunk 4"},    {{"--hunk", "0", "list"}, "--hunk needs numbers"},
-        {{"--hunk", "1,", "list"}, "--hunk needs numbers"}, {{"--hunk", "1"}, "goes with one path"},
-        {{"--hunk", "1", "new"}, "was added or deleted"},   {{"--hunk", "1", "--force", "list"}, "without --force"}};
+    const Refusal refusals[] = {{{"--hunk", "4", "list"}, "list has no hunk 4"},
+                                {{"--hunk", "0", "list"}, "--hunk needs numbers"},
+                                {{"--hunk", "1,", "list"}, "--hunk needs numbers"},
+                                {{"--hunk", "1"}, "goes with one path"},
+                                {{"--hunk", "1:", "list"}, "--hunk needs numbers"},
+                                {{"--hunk", "1,1:a", "list"}, "names hunk 1 twice"},
+                                {{"--hunk", "1,2:" + digest, "list"}, "list has another hunk 2 there."},
+                                {{"--hunk", "1", "new"}, "was added or deleted"},
+                                {{"--hunk", "1", "--force", "list"}, "without --force"}};
     for (const Refusal& each : refusals) {
         std::vector<std::string> words{"undo", "--turn", turn};
         words.insert(words.end(), each.words.begin(), each.words.end());
@@ -482,7 +520,7 @@ TEST_F(Turns, aHunkIsTakenBackByItself) {
     EXPECT_EQ(f.read("project/list"), text("one\nand a half", "ten", "twenty\n"));
 
     f.write("project/list", "later\n" + text("one\nand a half", "ten", "twenty\n"));
-    EXPECT_NE(back({"undo", "--turn", turn, "--hunk=1,3", "list"}).find("~ list  merged"), std::string::npos);
+    EXPECT_NE(back({"undo", "--turn", turn, "--hunk=1,3:" + digest, "list"}).find("~ list  merged"), std::string::npos);
     EXPECT_EQ(f.read("project/list"), "later\n" + text("1", "ten", "20"));
     EXPECT_NE(back({"undo", "--turn", turn, "--hunk=3", "list"}).find("left to take back"), std::string::npos);
     EXPECT_FALSE(json::parse(world.ok({"timeline", "--json"}))["rows"][2]["undone"].get<bool>());

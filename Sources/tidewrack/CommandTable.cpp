@@ -33,7 +33,8 @@ constexpr Option overwriteLater{"--force", "", "put paths back whole that were c
 constexpr Option keepLater{"--keep-later", "", "leave paths alone that were changed since"};
 constexpr Option here{"--here", "", "in this project only, not in others that the turn worked in"};
 constexpr Option someHunks{"--hunk", "LIST",
-                           "of the one path named only these hunks, as 1,3, counted as show and diff list them"};
+                           "of the one path named only these hunks, as 1,3, counted as show and diff list them; "
+                           "1:DIGEST, as --lines tells it, is none but that one"};
 constexpr Option changedLines{"--lines", "", "with --json: the changed lines of each file, in hunks"};
 constexpr Option withVault{"--vault", "", "also put back what was saved outside of projects for the turn"};
 constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};

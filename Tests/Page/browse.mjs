@@ -351,7 +351,7 @@ async function undoes(view) {
     write('main.c', readText('main.c') + '// later\n');
     await file(view, 'main.c').getByRole('button', {name: 'Undo hunk…'}).first().click();
     await view.locator('#do').waitFor();
-    assert.match(await view.locator('#dialog').innerText(), /undo --turn \d+ --hunk 1 -- main\.c[\s\S]*merge\s+main\.c[\s\S]*\/\/ second/);
+    assert.match(await view.locator('#dialog').innerText(), /undo --turn \d+ --hunk 1:[0-9a-f]{16} -- main\.c[\s\S]*merge\s+main\.c[\s\S]*\/\/ second/);
     await picturesOf(view, 'undo-preview');
     await doIt(view);
     assert.equal(readText('main.c'), code('first', 7) + '// later\n');

@@ -2,6 +2,7 @@
 
 #include "Changes/EditScript.hpp"
 #include "Platform/Descriptor.hpp"
+#include "Platform/Libraries.hpp"
 #include "Support/Text.hpp"
 
 #include <fcntl.h>
@@ -18,6 +19,7 @@ namespace tidewrack {
 namespace {
 
 constexpr std::size_t binaryProbe = 8000; // bytes
+constexpr std::size_t digestLength = 16;  // hexadecimal digits
 
 using Kind = LineDiff::Line::Kind;
 using Lines = std::span<const std::string_view>;
@@ -140,18 +142,42 @@ LineDiff::Result LineDiff::diffLines(Lines oldLines, Lines newLines, std::size_t
     return {Result::Kind::text, writer.finish(), script.inserted.size(), script.removed.size()};
 }
 
+std::vector<LineDiff::Hunk> LineDiff::patchHunks(std::string_view oldText, std::string_view newText) {
+    return diffLines(wholeLines(oldText), wholeLines(newText), usualContext).hunks;
+}
+
+std::string LineDiff::digest(const Hunk& hunk) {
+    std::string text;
+    for (const Line& line : hunk.lines) {
+        if (text.empty()) text = std::to_string(line.oldNumber.value_or(0)) + "\n";
+        text += line.kind == Kind::added ? '+' : line.kind == Kind::removed ? '-' : ' ';
+        text += line.text;
+    }
+    return hexText(sha256(text)).substr(0, digestLength);
+}
+
+const LineDiff::ChosenHunks::value_type* LineDiff::firstOther(const std::vector<Hunk>& hunks,
+                                                              const ChosenHunks& chosen) {
+    const auto isOther = [&](const ChosenHunks::value_type& each) {
+        const auto& [number, name] = each;
+        return number < 1 || number > hunks.size() || (!name.empty() && name != digest(hunks[number - 1]));
+    };
+    const auto found = std::find_if(chosen.begin(), chosen.end(), isOther);
+    return found == chosen.end() ? nullptr : &*found;
+}
+
 std::optional<std::string> LineDiff::withoutHunks(std::string_view oldText, std::string_view newText,
-                                                  const std::set<std::size_t>& numbers) {
+                                                  const ChosenHunks& chosen) {
     const std::vector<std::string_view> newLines = wholeLines(newText);
-    const Result result = diffLines(wholeLines(oldText), newLines, usualContext);
-    if (numbers.contains(0) || (!numbers.empty() && *numbers.rbegin() > result.hunks.size())) return std::nullopt;
+    const std::vector<Hunk> hunks = patchHunks(oldText, newText);
+    if (firstOther(hunks, chosen) != nullptr) return std::nullopt;
     std::string text;
     std::size_t done = 0; // of the new lines
     const auto copyUpTo = [&](std::size_t end) {
         for (; done < end; ++done) text += newLines[done];
     };
-    for (const std::size_t number : numbers) {
-        for (const Line& line : result.hunks[number - 1].lines) {
+    for (const auto& [number, name] : chosen) {
+        for (const Line& line : hunks[number - 1].lines) {
             switch (line.kind) {
             case Line::Kind::context: copyUpTo(*line.newNumber); break;
             case Line::Kind::removed: text += line.text; break;

@@ -2,8 +2,8 @@
 // How one file's text changed: the lines removed and added, in hunks with some unchanged lines around them.
 
 #include <cstddef>
+#include <map>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -68,10 +68,23 @@ struct LineDiff {
     [[nodiscard]] static Result diffLines(std::span<const std::string_view> oldLines,
                                           std::span<const std::string_view> newLines, std::size_t context);
 
-    // `newText` with some of the hunks taken back that lead to it from `oldText`; they are counted from 1, as a patch
-    // has them. None where one of them is not there.
+    // The hunks of a patch. Lines are whole, so that a last one without a line feed counts.
+    [[nodiscard]] static std::vector<Hunk> patchHunks(std::string_view oldText, std::string_view newText);
+
+    // Tells a hunk of a patch from another one of the same number: what it does to the old text, and where.
+    [[nodiscard]] static std::string digest(const Hunk& hunk);
+
+    // Some hunks of a patch, by number from 1, each with its digest or with nothing, where the number alone is known.
+    using ChosenHunks = std::map<std::size_t, std::string>;
+
+    // The first that is not there, or is another one; null where all are those that were chosen.
+    [[nodiscard]] static const ChosenHunks::value_type* firstOther(const std::vector<Hunk>& hunks,
+                                                                   const ChosenHunks& chosen);
+
+    // `newText` with some of the hunks taken back that lead to it from `oldText`. None where one of them is not there,
+    // or is another one.
     [[nodiscard]] static std::optional<std::string> withoutHunks(std::string_view oldText, std::string_view newText,
-                                                                 const std::set<std::size_t>& numbers);
+                                                                 const ChosenHunks& chosen);
 
     // Splits at line feeds, which belong to no line; a final one makes no extra line. A carriage return stays
     // with its line. The views point into `text`.

@@ -262,7 +262,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
         Obstacles obstacles;
         Actions actions = plan(steps, present(), options);
         checkPaths(choice, steps, options);
-        checkHunks(steps, options);
+        checkHunks(steps, present(), options);
         const std::vector<Warning> unseenYet = foresee(present(), actions, obstacles);
         if (options.dryRun || std::none_of(actions.begin(), actions.end(), acts)) { // nothing to do takes no snapshot
             result.actions = withCauses(std::move(actions), obstacles, choice, present());
@@ -280,6 +280,7 @@ UndoResult TurnUndo::run(const UndoChoice& choice, const Options& options) const
     TakenSnapshot safety = engine_.safetySnapshot(lock, project_, request);
     Actions actions = plan(steps, safety.manifest, options);
     if (engine_.keepUnseen(lock, project_, actedOn(actions), safety)) actions = plan(steps, safety.manifest, options);
+    checkHunks(steps, safety.manifest, options); // a turn that still runs may have made others of them
     bool whole = true;
     if (!options.paths.empty()) {
         Options all = options;
@@ -320,7 +321,7 @@ void TurnUndo::checkPaths(const UndoChoice& choice, const UndoSteps& steps, cons
 }
 
 // Hunks have numbers only where one step alone changed the text.
-void TurnUndo::checkHunks(const UndoSteps& steps, const Options& options) const {
+void TurnUndo::checkHunks(const UndoSteps& steps, const Manifest& now, const Options& options) const {
     if (options.hunks.empty()) return;
     const std::string& path = options.paths.front();
     const UndoStep* only = nullptr;
@@ -333,10 +334,13 @@ void TurnUndo::checkHunks(const UndoSteps& steps, const Options& options) const 
                                 : path + " was added or deleted; it can be taken back as a whole.");
         only = &step;
     }
-    if (only == nullptr) return;
+    const auto refuse = [&](const char* what, const LineDiff::ChosenHunks::value_type& hunk) {
+        throw TidewrackError::refused(path + what + std::to_string(hunk.first) + " there.");
+    };
+    if (only == nullptr) return refuse(" has no hunk ", *options.hunks.begin());
     const Entry& before = *only->before.find(path);
     const Entry& after = *only->after.find(path);
-    const UndoContents contents = this->contents(present());
+    const UndoContents contents = this->contents(now);
     const auto textOf = [&](const Entry& entry) -> std::optional<std::string> {
         if (entry.kind != EntryKind::file || !entry.isKept()) return std::nullopt;
         const LineDiff::Content content = contents.read(entry);
@@ -346,8 +350,9 @@ void TurnUndo::checkHunks(const UndoSteps& steps, const Options& options) const 
     const auto older = textOf(before);
     const auto newer = textOf(after);
     if (!older || !newer) throw TidewrackError::refused(path + " has no hunks: it is no text, too large or not kept.");
-    if (!LineDiff::withoutHunks(*older, *newer, options.hunks))
-        throw TidewrackError::refused(path + " has no hunk " + std::to_string(*options.hunks.rbegin()) + " there.");
+    const std::vector<LineDiff::Hunk> hunks = LineDiff::patchHunks(*older, *newer);
+    if (const auto* other = LineDiff::firstOther(hunks, options.hunks))
+        refuse(other->first > hunks.size() ? " has no hunk " : " has another hunk ", *other);
 }
 
 // The restore's own plan tells what it would refuse, and what it can't know yet.

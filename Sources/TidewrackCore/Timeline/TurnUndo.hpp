@@ -69,7 +69,7 @@ class TurnUndo {
         UndoOptions::Later later = UndoOptions::Later::merged;
         std::vector<std::string> paths; // project-relative; empty: all
         bool dryRun = false;            // only plan: nothing is written, and no lock taken
-        std::set<std::size_t> hunks{};  // of the one path, as a patch counts them; empty: all of it
+        LineDiff::ChosenHunks hunks{};  // of the one path; empty: all of it
         bool vault = false;             // what was saved outside of projects is to come back as well
         bool here = false;              // other projects stay as they are
     };
@@ -93,7 +93,7 @@ class TurnUndo {
     enum class Folder { there, gone };
     [[nodiscard]] UndoChoice sameTurns(const std::vector<TimelineRow>& rows, Folder folder) const;
 
-    // Throws refused for a path that is in none of the changes, and for hunks that are not there.
+    // Throws refused for a path that is in none of the changes, and for hunks that are not there or are others.
     [[nodiscard]] UndoResult run(const UndoChoice& choice, const Options& options) const;
 
   private:
@@ -119,7 +119,7 @@ class TurnUndo {
     [[nodiscard]] UndoSteps stepsOf(const UndoChoice& choice) const;
     [[nodiscard]] std::vector<PathOutcome> interruptedBeside(const std::vector<UndoneAction>& actions) const;
     void checkPaths(const UndoChoice& choice, const UndoSteps& steps, const Options& options) const;
-    void checkHunks(const UndoSteps& steps, const Options& options) const;
+    void checkHunks(const UndoSteps& steps, const Manifest& now, const Options& options) const;
     std::vector<Warning> foresee(const Manifest& now, Actions& actions, Obstacles& obstacles) const;
     void act(const ProjectLock& lock, TakenSnapshot& safety, const UndoChoice& choice, bool whole, Actions& actions,
              Obstacles& obstacles, UndoResult& result) const;

@@ -58,7 +58,7 @@ struct UndoOptions {
     std::function<bool(std::string_view)> scope;      // empty: everything
     std::set<std::string, std::less<>> nestedRoots{}; // other projects inside this one, relative
     // Of the one file in scope, which one step alone changed, only these hunks; empty: all of it.
-    std::set<std::size_t> hunks{};
+    LineDiff::ChosenHunks hunks{};
     bool readsEverything = false; // the user reads folders whatever their mode, as root does
 };
 

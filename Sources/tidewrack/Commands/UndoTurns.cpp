@@ -56,17 +56,21 @@ TurnUndo::Options optionsFrom(Invocation& call) {
     return options;
 }
 
-// "1,3"
-std::set<std::size_t> hunksOf(const std::string& list) {
-    std::set<std::size_t> numbers;
+// "1,3", each with its digest where that must hold: "1:d6e2a49b03c7f518"
+LineDiff::ChosenHunks hunksOf(const std::string& list) {
+    LineDiff::ChosenHunks hunks;
     for (std::size_t at = 0; at <= list.size();) {
         const std::size_t end = std::min(list.find(',', at), list.size());
-        const auto number = parseSeq(std::string_view(list).substr(at, end - at));
-        if (!number || *number < 1) throw CliError("--hunk needs numbers, as in --hunk 1,3, got " + list);
-        numbers.insert(static_cast<std::size_t>(*number));
+        const std::string_view word = std::string_view(list).substr(at, end - at);
+        const std::size_t colon = std::min(word.find(':'), word.size());
+        const auto number = parseSeq(word.substr(0, colon));
+        if (!number || *number < 1 || colon + 1 == word.size())
+            throw CliError("--hunk needs numbers, as in --hunk 1,3, got " + list);
+        const auto known = hunks.emplace(*number, word.substr(std::min(colon + 1, word.size()))).second;
+        if (!known) throw CliError("--hunk names hunk " + std::to_string(*number) + " twice");
         at = end + 1;
     }
-    return numbers;
+    return hunks;
 }
 
 std::string totals(const UndoResult& result) {

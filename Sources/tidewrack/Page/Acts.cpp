@@ -1,9 +1,7 @@
 #include "Page/Acts.hpp"
 
 #include "PlanIdentity.hpp"
-#include "Platform/Libraries.hpp"
 #include "Support/Json.hpp"
-#include "Support/Text.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -14,12 +12,6 @@ namespace {
 
 using nlohmann::json;
 
-bool isChosen(const json& hunk, const ChosenHunk& chosen) {
-    const json name = nameOfHunk(chosen.number, hunk);
-    return name["oldBegin"] == chosen.oldBegin && name["newBegin"] == chosen.newBegin &&
-           name["digest"] == chosen.digest;
-}
-
 json chosenHunks(const Desk& desk, const Act& act) {
     json found = json::array();
     if (act.hunks.empty()) return found;
@@ -27,7 +19,8 @@ json chosenHunks(const Desk& desk, const Act& act) {
     if (document && (*document)["files"].size() == 1) {
         const json& hunks = (*document)["files"][0]["hunks"];
         for (const ChosenHunk& chosen : act.hunks)
-            if (chosen.number > 0 && chosen.number <= hunks.size() && isChosen(hunks[chosen.number - 1], chosen))
+            if (chosen.number > 0 && chosen.number <= hunks.size() &&
+                hunks[chosen.number - 1]["digest"] == chosen.digest)
                 found.push_back(hunks[chosen.number - 1]);
     }
     if (found.size() != act.hunks.size())
@@ -36,15 +29,6 @@ json chosenHunks(const Desk& desk, const Act& act) {
 }
 
 } // namespace
-
-json nameOfHunk(std::size_t number, const json& hunk) {
-    std::string text;
-    for (const json& line : hunk["lines"]) text += line.get_ref<const std::string&>();
-    return {{"number", number},
-            {"oldBegin", hunk["oldBegin"]},
-            {"newBegin", hunk["newBegin"]},
-            {"digest", hexText(sha256(text))}};
-}
 
 Foreseen Desk::foresee(const Act& act) const {
     Ran dryRun;

@@ -34,10 +34,6 @@ struct Foreseen {
     std::string identity; // the same as long as the act would do the same to the same files
 };
 
-// What a wish calls a hunk, of `show --lines` or `diff --lines`: by what it is, as its number may soon be another
-// one's.
-[[nodiscard]] nlohmann::json nameOfHunk(std::size_t number, const nlohmann::json& hunk);
-
 // The commands, for one project.
 struct Desk {
     std::string root; // of the project

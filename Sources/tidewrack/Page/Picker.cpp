@@ -226,7 +226,7 @@ void Picker::showFile() {
         std::size_t number = 0;
         for (const json& hunk : file["hunks"]) {
             addHunk(hunk, ++number, state_.lines);
-            hunks_.push_back(nameOfHunk(number, hunk));
+            hunks_.push_back({{"number", number}, {"digest", hunk["digest"]}});
         }
     }
     if (state_.pane == Pane::lines && !state_.lines.empty()) state_.line = std::min(line, state_.lines.size() - 1);

@@ -98,9 +98,10 @@ std::vector<ChosenHunk> hunksIn(const json& wish) {
     if (!wish.contains("hunks")) return hunks;
     if (!wish["hunks"].is_array() || wish["hunks"].empty()) throw BadRequest("hunks is no list of hunks");
     for (const json& each : wish["hunks"]) {
-        if (!each.is_object()) throw BadRequest("a hunk is told by its number, its place and its lines");
-        hunks.push_back(
-            {valueIn(each, "number"), valueIn(each, "oldBegin"), valueIn(each, "newBegin"), textIn(each, "digest")});
+        if (!each.is_object()) throw BadRequest("a hunk is told by its number and its digest");
+        hunks.push_back({valueIn(each, "number"), textIn(each, "digest")});
+        if (hunks.back().digest.find_first_not_of("0123456789abcdef") != std::string::npos)
+            throw BadRequest("a hunk's digest is none");
     }
     return hunks;
 }
@@ -125,9 +126,10 @@ Act undoOf(const json& wish) {
     act.hunks = hunksIn(wish);
     if (!act.hunks.empty()) {
         if (paths.size() != 2) throw BadRequest("hunks are of one path");
-        std::string numbers;
-        for (const ChosenHunk& hunk : act.hunks) numbers += (numbers.empty() ? "" : ",") + std::to_string(hunk.number);
-        words.insert(words.end(), {"--hunk", numbers});
+        std::string names;
+        for (const ChosenHunk& hunk : act.hunks)
+            names += (names.empty() ? "" : ",") + std::to_string(hunk.number) + ":" + hunk.digest;
+        words.insert(words.end(), {"--hunk", names});
         act.hunkLines.words = isTurn ? Words{"show", "--lines", numberIn(wish, "turn")}
                                      : Words{"diff", "--lines", numberIn(wish, "from"), numberIn(wish, "to")};
         act.hunkLines.words = joined(std::move(act.hunkLines.words), paths);

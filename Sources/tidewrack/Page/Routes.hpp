@@ -37,9 +37,7 @@ struct CommandWords {
 // A hunk as the page showed it: its number alone may stand for another one by now.
 struct ChosenHunk {
     std::uint64_t number = 0; // from 1
-    std::uint64_t oldBegin = 0;
-    std::uint64_t newBegin = 0;
-    std::string digest; // SHA-256 of its lines, in hexadecimal digits
+    std::string digest;       // as `show --lines` and `diff --lines` print it
 };
 
 // What changes something.
@@ -50,8 +48,7 @@ struct Act {
     CommandWords hunkLines; // what prints the hunks of their file
 };
 
-// `wish`: {"act": NAME, ...}; of an undo of hunks {"hunks": [{"number", "oldBegin", "newBegin", "digest"}]}. Throws
-// BadRequest.
+// `wish`: {"act": NAME, ...}; of an undo of hunks {"hunks": [{"number", "digest"}]}. Throws BadRequest.
 [[nodiscard]] Act actOf(const nlohmann::json& wish);
 
 } // namespace tidewrack::page

@@ -45,7 +45,10 @@ json hunkJson(const LineDiff::Hunk& hunk) {
         if (newBegin == 0) newBegin = line.newNumber.value_or(0);
         lines.push_back(lineJson(line));
     }
-    return {{"oldBegin", oldBegin}, {"newBegin", newBegin}, {"lines", std::move(lines)}};
+    return {{"oldBegin", oldBegin},
+            {"newBegin", newBegin},
+            {"digest", LineDiff::digest(hunk)},
+            {"lines", std::move(lines)}};
 }
 
 // Where a link leads.

@@ -3,7 +3,7 @@
 import {isStatic} from './api.js';
 import {make, plain, plainLine} from './list.js';
 
-/** @typedef {{oldBegin: number, newBegin: number, lines: string[]}} Hunk */
+/** @typedef {{oldBegin: number, newBegin: number, digest: string, lines: string[]}} Hunk */
 /** @typedef {{path: string, note?: string, hunks: Hunk[], numbers?: number[]}} ChangedFile `numbers`: of its hunks, where they are not all */
 /** @typedef {{sign: string, text: string, old: number|null, fresh: number|null}} Line */
 

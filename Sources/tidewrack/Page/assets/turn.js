@@ -70,20 +70,15 @@ export function pictureSides(file) {
     return sides;
 }
 
-/** A hunk by what it is, as its number may soon be another one's. @param {number} number @param {any} hunk */
-async function nameOf(number, hunk) {
-    const digest = new Uint8Array(await crypto.subtle.digest('SHA-256', new TextEncoder().encode(hunk.lines.join(''))));
-    return {number, oldBegin: hunk.oldBegin, newBegin: hunk.newBegin, digest: Array.from(digest, byte => byte.toString(16).padStart(2, '0')).join('')};
-}
-
 /** Whether a path names its file: of one that is no text the page has only a likeness. @param {string} path */
 export const isName = path => !path.includes('\ufffd');
 
 /** @param {any} row @param {any} file @param {boolean} alone whether the path changed in one piece */
 function lines(row, file, alone) {
     const undoable = !page.readOnly && alone && file.status === 'modified' && isName(file.path);
-    const undoHunk = (/** @type {number} */ number, /** @type {any} */ hunk) => guarded(async () =>
-        act({act: 'undo', ...spanOf(row), paths: [file.path], hunks: [await nameOf(number, hunk)]}, 'Undo hunk ' + number + ' of ' + file.path));
+    // By what it is: its number may soon be another one's.
+    const undoHunk = (/** @type {number} */ number, /** @type {any} */ hunk) =>
+        act({act: 'undo', ...spanOf(row), paths: [file.path], hunks: [{number, digest: hunk.digest}]}, 'Undo hunk ' + number + ' of ' + file.path);
     return fileDiff(file, page.sideBySide, undoable ? undoHunk : null);
 }
 
