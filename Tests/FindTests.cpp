@@ -2,6 +2,7 @@
 
 #include "Support/TestFolders.hpp"
 
+#include "Changes/LineDiff.hpp"
 #include "Engine/ListingSteps.hpp"
 #include "Engine/PathSearch.hpp"
 #include "Store/EditLog.hpp"
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fstream>
 #include <regex>
 
 using namespace tidewrack;
@@ -90,6 +92,42 @@ TEST_F(Finding, namesWhatIsGoneAndTheCommandThatBringsItBack) {
 }
 
 // Two agents were at work: what one of them named is its own, what neither named may be anybody's.
+TEST_F(Finding, changedLines) {
+    f.write("project/list", "one\ntwo\nthree");
+    snap("prompt", "Count");
+    f.write("project/list", "one\nTwo\nthree");
+    f.write("project/large", std::string(LineDiff::sizeLimit + 1, 't'));
+    std::filesystem::create_symlink("two", f.at("project/link"));
+    snap("stop", "End of turn");
+    f.write("project/list", "");
+    std::string many;
+    for (int i = 0; i < 25; ++i) many += "two\n";
+    f.write("project/many", many);
+    snap("prompt", "Runs on");
+    f.remove("project/many");
+    const std::string removed = "        -two\n", ended = "        and 5 more lines of it\n";
+    std::string manyLines = "    many\n";
+    for (int i = 0; i < 20; ++i) manyLines += removed;
+    std::string manyAdded = std::regex_replace(manyLines, std::regex("-two"), "+two");
+    const std::string outside =
+        "#5–#6  T  changes outside of turns  +1 ~1 -0\n    list\n        -Two\n" + manyAdded + ended;
+    const std::string count = "#4–#5  T  claude  \"Count\"  +2 ~1 -0\n    list\n        -two\n        +Two\n";
+    const std::string before = "#3–#4  T  changes outside of turns  +1 ~0 -0\n    list\n        +two\n";
+    const std::string running = "#6  T  claude  \"Runs on\"  +0 ~0 -1  (running)\n" + manyLines + ended;
+    EXPECT_EQ(found({"--lines", "two"}), running + outside + count + before);
+    EXPECT_EQ(found({"--lines", "Two"}), "#5–#6  T  changes outside of turns  +1 ~1 -0\n    list\n        -Two\n"
+                                         "#4–#5  T  claude  \"Count\"  +2 ~1 -0\n    list\n        +Two\n");
+    EXPECT_EQ(found({"--lines", "two", "-n", "1", "--skip=2"}), count);
+    EXPECT_EQ(found({"--lines", "nope"}), "tidewrack: No changed line holds nope.\n");
+    EXPECT_EQ(found({"--lines", "one", "-n", "1"}), "tidewrack: No changed line holds one in these rows.\n");
+    EXPECT_EQ(found({"--lines", "one", "--deleted"}),
+              "tidewrack: --deleted goes with names; lines that went stand behind a -\n");
+    EXPECT_EQ(found({"one", "--skip=2"}), "tidewrack: --skip goes with --lines\n");
+    // A listing that can't be read costs what it alone tells.
+    std::ofstream(world.history().manifestPath(5), std::ios::trunc) << "damaged";
+    EXPECT_EQ(json::parse(world.ok({"find", "--lines", "two", "--json"}))["rows"].size(), 2U);
+}
+
 TEST_F(Finding, tellsWhoseTurnItWas) {
     f.write("project/mine", "1");
     f.write("project/whose", "1");

@@ -188,6 +188,7 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(run("unpin", {"1"})["pinned"], false);
     EXPECT_EQ(run("find", {"new"})["paths"][0]["path"], "new");
     run("find", {"large"});
+    EXPECT_EQ(run("find --lines", {"--lines", "a"})["rows"].back()["found"][0]["lines"][0], "-a");
     f.write("project/.gitignore", "build/\n");
     f.write("project/build/x", "");
     f.write("project/large", std::string(1001, 'x'));

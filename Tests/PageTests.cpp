@@ -230,6 +230,24 @@ TEST_F(Page, actsOnlyAsItWasLookedAt) {
     EXPECT_TRUE(commands.empty());
 }
 
+// Piece by piece, newest first.
+TEST_F(Page, searchesChangedLines) {
+    prompt("t", "Debug");
+    f.write("project/config", "port = 8080\nDebug = On\n");
+    stop("t");
+    const auto found = [&](const char* text, const char* n, const char* skip) {
+        const Answer answer = get("search", {{"text", text}, {"n", n}, {"skip", skip}});
+        EXPECT_EQ(answer.command, "tidewrack find --lines -- " + std::string(text));
+        return json::parse(answer.body);
+    };
+    const json one = found("debug", "1", "0");
+    EXPECT_EQ(one["rows"][0]["title"], "Debug");
+    EXPECT_EQ(one["rows"][0]["found"][0]["lines"], json({"-debug = off\n", "+Debug = On\n"}));
+    EXPECT_EQ(one["searched"], 1);
+    EXPECT_TRUE(found("debug", "9", "1")["rows"].empty()); // the older turn left that line alone
+    EXPECT_EQ(found("8080", "9", "0")["rows"][0]["first"], turn);
+}
+
 // Between being drawn, previewed and done a running turn may grow, and a file may change with the plan as it was.
 TEST_F(Page, refusesWhatIsNotWhatWasChosen) {
     const std::string middle = "b\nc\nd\ne\nf\ng\nh\ni\n";

@@ -50,6 +50,9 @@ constexpr Option noOpen{"--no-open", "", "only print the address"};
 constexpr Option readOnly{"--read-only", "", "a page that changes nothing"};
 constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
 constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
+constexpr Option inLines{"--lines", "", "in lines that were changed, not in names"};
+constexpr Option amongRows{"-n", "N", "with --lines: in so many rows of the timeline"};
+constexpr Option behindRows{"--skip", "N", "with --lines: behind so many of the newest rows"};
 constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
 constexpr Option mend{"--repair", "", "mend what can be mended, and move aside what is damaged"};
 constexpr Option asPlugin{"--plugin", "", "leave the event to the hooks that the user has installed, where they run"};
@@ -84,7 +87,7 @@ constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, js
 constexpr Option timelineOptions[] = {atMost,       byAgent,         inSession, withCommands, picking, asPage,
                                       withContents, withoutContents, noPager,   project,      json};
 constexpr Option browseOptions[] = {onPort, noOpen, readOnly, project};
-constexpr Option findOptions[] = {deleted, noPager, project, json};
+constexpr Option findOptions[] = {deleted, inLines, amongRows, behindRows, noPager, project, json};
 constexpr Option exportOptions[] = {project, json};
 constexpr Option hooksOptions[] = {printHooks, home};
 constexpr Option hooksStatusOptions[] = {home, json};
@@ -215,10 +218,12 @@ constexpr Command table[] = {
      .fills = aPath,
      .mostWords = 1,
      .options = findOptions,
-     .summary = "where a path was in any snapshot, and how to get it back",
-     .details = "TEXT is a part of the path; a pattern with *, ? or [ fits the whole name or, with a slash in it, the "
-                "whole path. Case counts only where it has capitals. Each path comes with the snapshots that have it, "
-                "when it went and in which turn, and the command that brings it back.",
+     .summary = "where a path was in any snapshot, and how to get it back; with --lines what changed a text",
+     .details =
+         "TEXT is a part of the path; a pattern with *, ? or [ fits the whole name or, with a slash in it, the "
+         "whole path. Case counts only where it has capitals. Each path comes with the snapshots that have it, "
+         "when it went and in which turn, and the command that brings it back. With --lines TEXT is looked for in "
+         "changed lines, and each turn that changed some comes with them, the newest first.",
      .example = "tidewrack find main.c --deleted",
      .run = commands::find},
     {.name = "cat",

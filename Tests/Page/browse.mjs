@@ -428,10 +428,11 @@ async function finds(view) {
     await view.getByLabel('What to search for').fill('RETURN 7');
     await view.locator('#by-lines').click();
     await view.locator('.hit', {hasText: 'main.c'}).first().waitFor();
-    await view.route('**/api/lines*', route => route.abort());
+    assert.match(await view.locator('#results').innerText(), /tidewrack find --lines -- 'return 7'/);
+    await view.route('**/api/search*', route => route.abort());
     await view.locator('#by-lines').click();
-    await view.locator('#results .warning', {hasText: 'could not be read'}).waitFor();
-    await view.unroute('**/api/lines*');
+    await view.locator('#results .warning', {hasText: 'Not all could be read'}).waitFor();
+    await view.unroute('**/api/search*');
     // A file's versions along the slider.
     await view.getByLabel('What to search for').fill('notes.md');
     await view.locator('#by-name').click();

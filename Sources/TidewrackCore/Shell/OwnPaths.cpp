@@ -17,7 +17,7 @@ using namespace std::string_view_literals;
 // Options of the program whose value is a word of its own.
 constexpr std::array valueOptions = {"-C"sv,        "-n"sv,           "--agent"sv, "--home"sv, "--html"sv,
                                      "--hunk"sv,    "--kind"sv,       "--label"sv, "--port"sv, "--project"sv,
-                                     "--session"sv, "--session-of"sv, "--turn"sv};
+                                     "--session"sv, "--session-of"sv, "--skip"sv,  "--turn"sv};
 
 // Options that make it only explain.
 constexpr std::array explaining = {"-h"sv, "--help"sv};

@@ -2,6 +2,7 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -157,7 +158,11 @@ bool isLetterOrNumber(std::string_view character) {
 }
 
 std::string lowercased(std::string_view text) {
-    return mapped(text, utf8proc_tolower);
+    const auto isAscii = [](char byte) { return static_cast<unsigned char>(byte) < 0x80; };
+    if (!std::all_of(text.begin(), text.end(), isAscii)) return mapped(text, utf8proc_tolower);
+    std::string result(text); // whole files are searched like this
+    for (char& byte : result) byte = static_cast<char>(byte >= 'A' && byte <= 'Z' ? byte - 'A' + 'a' : byte);
+    return result;
 }
 
 std::string caseFolded(std::string_view text) {

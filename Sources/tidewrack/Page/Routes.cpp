@@ -143,7 +143,7 @@ Act undoOf(const json& wish) {
 std::string CommandWords::shown() const {
     std::string text = "tidewrack";
     for (const std::string& word : words) {
-        if (word != "--lines")
+        if (word != "--lines" || words[0] == "find")
             text += " " + shellWord(word);
         else if (words[0] == "diff")
             text += " --patch"; // show prints one anyway
@@ -156,6 +156,7 @@ std::vector<std::string> CommandWords::forProject(const std::string& root) const
     const auto end = std::find(all.begin(), all.end(), "--"); // what is behind it is no option
     Words options;
     if (isJson) options.emplace_back("--json");
+    options.insert(options.end(), part.begin(), part.end());
     if (words[0] != "vault") options.push_back("--project=" + root);
     all.insert(end, std::make_move_iterator(options.begin()), std::make_move_iterator(options.end()));
     return all;
@@ -172,6 +173,10 @@ std::optional<CommandWords> reading(std::string_view name, const Values& values)
         return CommandWords{
             joined({"log", "-n", "1000000"}, values.contains("path") ? Words{"--", given(values, "path")} : Words{})};
     if (name == "find") return CommandWords{{"find", "--", given(values, "text")}};
+    if (name == "search")
+        return CommandWords{{"find", "--lines", "--", given(values, "text")},
+                            true,
+                            {"-n", numberAt(values, "n"), "--skip", numberAt(values, "skip")}};
     if (name == "vault") return CommandWords{{"vault"}};
     if (name == "status") return CommandWords{{"status"}};
     return std::nullopt;

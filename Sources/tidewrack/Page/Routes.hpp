@@ -22,8 +22,9 @@ struct BadRequest : std::runtime_error {
 
 // The words of one command, as `run` takes them.
 struct CommandWords {
-    std::vector<std::string> words; // without those that only this page needs, such as --json
-    bool isJson = true;             // else it prints bytes
+    std::vector<std::string> words;  // without those that only this page needs, such as --json
+    bool isJson = true;              // else it prints bytes
+    std::vector<std::string> part{}; // of a long answer, which is read in pieces: more such words
 
     // As it would be typed in the project's folder.
     [[nodiscard]] std::string shown() const;

@@ -53,7 +53,49 @@ json spanJson(const Stretch& span) {
     return {{"from", span.from}, {"to", span.to}};
 }
 
+json filesJson(const std::vector<FoundLines>& files) {
+    json list = json::array();
+    for (const FoundLines& each : files) {
+        json file{{"path", repairedUtf8(each.path)},
+                  {"from", each.during.from},
+                  {"count", each.count},
+                  {"lines", each.lines}};
+        if (each.during.to != untilNow) file["to"] = each.during.to;
+        list.push_back(std::move(file));
+    }
+    return list;
+}
+
 } // namespace
+
+std::string linesFoundText(const LineReport& report, Date now, const Look& look) {
+    std::string text;
+    for (const LineFindings::Row& each : report.found.rows) {
+        text += timelineText({each.row}, false, now, look);
+        for (const FoundLines& file : each.files) {
+            text += "    " + look.shown(file.path) + "\n";
+            for (std::string_view line : file.lines) {
+                if (line.ends_with('\n')) line.remove_suffix(1);
+                text += "        " + look.shown(std::string(line)) + "\n";
+            }
+            if (const std::size_t more = file.count - file.lines.size(); more > 0)
+                text += "        and " + std::to_string(more) + (more == 1 ? " more line" : " more lines") + " of it\n";
+        }
+    }
+    return text;
+}
+
+json linesFoundJson(const LineReport& report) {
+    json rows = json::array();
+    for (const LineFindings::Row& each : report.found.rows) {
+        json row = timelineJson({each.row})["rows"][0];
+        row["found"] = filesJson(each.files);
+        rows.push_back(std::move(row));
+    }
+    json warnings = json::array();
+    for (const Warning& warning : report.found.warnings) warnings.push_back(repairedUtf8(warningText(warning)));
+    return {{"version", 1}, {"searched", report.searched}, {"all", report.all}, {"rows", rows}, {"warnings", warnings}};
+}
 
 std::string findText(const FindReport& report, Date now, const Look& look) {
     std::string text;

@@ -69,14 +69,27 @@ function foundRow(found) {
                 act({act: 'restore', seq: found.keptIn, paths: [found.path]}, 'Restore ' + found.path), 'quiet')));
 }
 
-/** @param {any} row @param {string} path @param {string[]} lines @param {(row: any) => void} open */
-const hit = (row, path, lines, open) => make('section', {class: 'hit'},
-    make('h3', {}, button(plain(titleOf(row)), () => open(row), 'link'), ' ', make('span', {class: 'path'}, plainLine(path))),
-    make('pre', {}, ...lines.slice(0, 5).map(line => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')),
-        lines.length > 5 && lines.length - 5 + ' more lines of it'));
+/** @param {any} row @param {{path: string, count: number, lines: string[]}} file @param {(row: any) => void} open */
+const hit = (row, file, open) => make('section', {class: 'hit'},
+    make('h3', {}, button(plain(titleOf(row)), () => open(row), 'link'), ' ', make('span', {class: 'path'}, plainLine(file.path))),
+    make('pre', {}, ...file.lines.slice(0, 5).map(line => make('span', {class: line[0] === '+' ? 'added' : 'removed'}, plain(line.slice(0, 300).trimEnd()) + '\n')),
+        file.count > 5 && file.count - 5 + ' more lines of it'));
 
 const mostPaths = 500;
 const mostHits = 200;
+const firstPiece = 25; // rows of a search that come before all others
+const mostInPiece = 200;
+
+/** What one row of a file without a server has. @param {any} row @param {string} wanted */
+async function keptPiece(row, wanted) {
+    const files = row.added + row.modified + row.deleted === 0 ? [] : (await readPart('lines', spanOf(row))).body.files;
+    const found = files.flatMap((/** @type {any} */ file) => {
+        const lines = file.hunks.flatMap((/** @type {any} */ hunk) => hunk.lines).filter((/** @type {string} */ line) =>
+            line[0] !== ' ' && line.toLowerCase().includes(wanted));
+        return lines.length ? [{path: file.path, count: lines.length, lines}] : [];
+    });
+    return {body: {searched: 1, rows: [{...row, found}], warnings: []}, command: '', warnings: ''};
+}
 
 /** @param {() => any[]} rows of the timeline @param {(row: any) => void} open */
 export function startSearch(rows, open) {
@@ -110,39 +123,51 @@ export function startSearch(rows, open) {
                 make('tbody', {}, answer.body.paths.slice(0, mostPaths).map(foundRow))),
             answer.body.paths.length > mostPaths ? make('p', {class: 'warning'}, 'These are the first ' + mostPaths + ' of ' + answer.body.paths.length + ' paths; the command above prints all of them.') : '');
     };
-    // From the newest turn back, one after the other: what was found so far is there to be read.
+    // From the newest turn back, piece by piece: what was found so far is there to be read.
     const byLines = async () => {
         const isLate = begin();
         const wanted = text.value.toLowerCase();
         if (!wanted) return;
         stop.hidden = false;
         const progress = make('p', {});
-        results.replaceChildren(progress);
+        const command = make('div', {});
+        results.replaceChildren(command, progress);
         let done = 0;
         let hits = 0;
-        let unread = 0;
-        const all = rows().slice();
-        for (const row of all) {
-            if (hits >= mostHits || isStopped) break;
-            progress.textContent = 'Read ' + done++ + ' of ' + all.length + ' rows, ' + hits + ' lines found…';
-            if (row.added + row.modified + row.deleted === 0) continue;
-            const answer = await readPart('lines', spanOf(row)).catch(() => null);
+        const unread = new Set(); // what could not be read, each told once
+        const told = new Set(); // a row that came meanwhile moves the others on
+        const known = rows().slice();
+        let all = known.length;
+        let piece = isStatic ? 1 : firstPiece;
+        while (done < all && hits < mostHits && !isStopped) {
+            progress.textContent = 'Read ' + done + ' of ' + all + ' rows, ' + hits + ' lines found…';
+            const answer = await (isStatic ? keptPiece(known[done], wanted)
+                : readPart('search', {text: wanted, n: piece, skip: done})).catch(error => error);
             if (isLate()) return;
-            if (!answer || answer.warnings) ++unread;
-            if (!answer) continue;
-            for (const file of answer.body.files) {
-                const lines = file.hunks.flatMap((/** @type {any} */ hunk) => hunk.lines).filter((/** @type {string} */ line) =>
-                    line[0] !== ' ' && line.toLowerCase().includes(wanted));
-                if (!lines.length) continue;
-                hits += lines.length;
-                results.append(hit(row, file.path, lines, open));
+            if (answer instanceof Error) {
+                unread.add(plain(answer.message));
+                break;
             }
+            if (!done) command.replaceChildren(commandLine(answer.command) || '');
+            for (const each of answer.body.warnings.concat(answer.warnings || [])) unread.add(plain(each));
+            for (const row of answer.body.rows) {
+                if (told.has(row.type + row.first)) continue;
+                told.add(row.type + row.first);
+                for (const file of row.found) {
+                    hits += file.count;
+                    results.append(hit(row, file, open));
+                }
+            }
+            if (answer.body.all !== undefined) all = answer.body.all;
+            done += answer.body.searched;
+            if (!answer.body.searched) break;
+            if (!isStatic) piece = Math.min(mostInPiece, piece * 2);
         }
         stop.hidden = true;
-        progress.textContent = hits + ' changed lines found in ' + done + ' of ' + all.length + ' rows.' +
-            (done === all.length ? '' : (isStopped ? ' Stopped' : ' It ends at ' + mostHits + ' lines') + '; older rows were not read.') +
-            (unread ? ' ' + unread + (unread === 1 ? ' row' : ' rows') + ' could not be read in full.' : '');
-        progress.className = unread ? 'warning' : '';
+        progress.textContent = hits + ' changed lines found in ' + done + ' of ' + all + ' rows.' +
+            (done >= all ? '' : (isStopped ? ' Stopped' : hits < mostHits ? ' It ended early' : ' It ends at ' + mostHits + ' lines') + '; older rows were not read.') +
+            (unread.size ? ' Not all could be read: ' + Array.from(unread).join(' ') : '');
+        progress.className = unread.size ? 'warning' : '';
     };
     const form = make('form', {role: 'search', onsubmit: (/** @type {Event} */ event) => {
         event.preventDefault();
