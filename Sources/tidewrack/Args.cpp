@@ -68,6 +68,14 @@ void Args::takeJoinedNumber(std::string_view option) {
     }
 }
 
+int portNumber(const std::string& text) {
+    int port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size() || port < 1 || port > 65535)
+        throw CliError("--port needs a number from 1 to 65535, got " + text);
+    return port;
+}
+
 std::optional<std::int64_t> snapshotNumber(std::string_view digits) {
     if (digits.starts_with('#')) digits.remove_prefix(1);
     if (digits.starts_with('+') && !digits.starts_with("+-")) digits.remove_prefix(1);

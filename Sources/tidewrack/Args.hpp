@@ -45,6 +45,9 @@ struct Args {
     void takeJoinedNumber(std::string_view option);
 };
 
+// Of the page. Throws CliError.
+[[nodiscard]] int portNumber(const std::string& text);
+
 // A word as a snapshot number; "#12" and "12" are the same.
 [[nodiscard]] std::optional<std::int64_t> snapshotNumber(std::string_view word);
 

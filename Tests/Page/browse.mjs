@@ -220,6 +220,10 @@ exec sleep 60
 async function unheard() {
     const to = output => spawnSync('/bin/sh', ['-c', `exec "$0" browse --no-open ${output}`, program], {cwd: place.folder, env: place.env, timeout: 10000}).status;
     assert.deepEqual(['>&-', '>/dev/full', '>/dev/null'].map(to), [1, 1, 1]);
+    for (const port of ['99999', '80x', '-1', '']) {
+        const bad = spawnSync(program + '-browse', [place.folder, '--no-open', '--port=' + port], {encoding: 'utf8', timeout: 10000});
+        assert.deepEqual([bad.status, bad.stderr], [1, `tidewrack: --port needs a number from 1 to 65535, got ${port}\n`]);
+    }
     const running = await start(['--no-open'], place, true, "trap '' HUP; ");
     running.server.kill('SIGHUP');
     const taken = spawnSync(program, ['browse', '--no-open', '--port=' + running.port], {cwd: place.folder, env: place.env, encoding: 'utf8'});

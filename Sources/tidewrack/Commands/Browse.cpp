@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 
 namespace tidewrack::commands {
 
@@ -42,13 +41,6 @@ constexpr std::size_t mostPicked = 10000; // rows of the picker, which draws tho
     throw TidewrackError::io("start", program, errno);
 }
 
-void checkPort(const std::string& text) {
-    unsigned port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc() || end != text.data() + text.size() || port == 0 || port > 65535)
-        throw CliError("--port needs a number from 1 to 65535, got " + text);
-}
-
 void addFilters(const Invocation& call, std::vector<std::string>& words) {
     for (const char* option : {"--agent", "--session"})
         if (const auto value = call.args.value(option)) words.push_back(std::string(option) + "=" + *value);
@@ -59,8 +51,7 @@ void addFilters(const Invocation& call, std::vector<std::string>& words) {
 int browse(Invocation& call) {
     std::vector<std::string> words{call.project().root};
     if (const auto port = call.args.value("--port")) {
-        checkPort(*port);
-        words.push_back("--port=" + *port);
+        words.push_back("--port=" + std::to_string(portNumber(*port)));
     }
     for (const char* flag : {"--no-open", "--read-only"})
         if (call.args.has(flag)) words.emplace_back(flag);

@@ -146,7 +146,7 @@ void tellAddress(const std::string& address, bool isOpened) {
     page::Site site({root, token, version(), args.has("--read-only")}, commandRunner(root));
     std::optional<Doorway> doorway;
     page::Serving serving;
-    serving.port = std::atoi(args.value("--port").value_or("0").c_str());
+    if (const auto port = args.value("--port")) serving.port = portNumber(*port);
     serving.idle = idleTime(args);
     serving.ready = [&](int taken) {
         const std::string address = "http://127.0.0.1:" + std::to_string(taken) + "/#" + token;
