@@ -565,6 +565,41 @@ async function staysRight(browser) {
     }
 }
 
+// A turn that did more in another project than the one that is looked at.
+async function reachesOthers(browser) {
+    const here = placeOf('workshop');
+    const other = path.join(scratch, "the owner's");
+    fs.mkdirSync(other);
+    fs.writeFileSync(path.join(other, 'lost.txt'), 'kept in the other project\n');
+    here.write('bench.txt', 'one\n');
+    here.tidewrack(['track']);
+    here.tidewrack(['track', other]);
+    here.turn('claude', 'both', 'Clean up in both', () => {
+        here.write('bench.txt', 'two\n');
+        here.hook(`rm "${other}/lost.txt"`);
+        fs.rmSync(path.join(other, 'lost.txt'));
+    });
+    const running = await start([], here);
+    try {
+        const view = await openPage(browser, running.address);
+        await choose(view, 'Clean up in both');
+        await view.locator('.badge', {hasText: "also in " + other}).waitFor();
+        const there = view.locator('.elsewhere');
+        await there.getByText('put back lost.txt').waitFor();
+        const words = await there.locator('.command code', {hasText: 'show'}).innerText();
+        assert.match(words, /^tidewrack show \d+ --project '.*owner'\\''s'$/);
+        const ran = spawnSync('/bin/sh', ['-c', words.replace('tidewrack', '"$0"'), program], {env: here.env, cwd: scratch, encoding: 'utf8'});
+        assert.match(ran.stdout, /-kept in the other project/);
+        await view.locator('#undo').click();
+        await doIt(view);
+        assert.equal(fs.readFileSync(path.join(other, 'lost.txt'), 'utf8') + here.readText('bench.txt'), 'kept in the other project\none\n');
+        await there.getByText('Nothing is left of it').or(there.getByText('Nothing of it is left')).first().waitFor();
+        await view.clean();
+    } finally {
+        running.server.removeAllListeners('exit').kill();
+    }
+}
+
 async function moves(view) {
     await view.locator('#filter-agent').selectOption('codex');
     assert.equal(await view.locator('.row').count(), 1);
@@ -701,6 +736,7 @@ async function main() {
         await view.locator('#message.bad', {hasText: 'The server has ended'}).waitFor();
 
         await staysRight(browser);
+        await reachesOthers(browser);
         await idles();
         await opens(browser);
         await pests();

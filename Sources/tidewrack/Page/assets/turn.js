@@ -175,16 +175,28 @@ function acts(row) {
                 : 'Keep #' + row.first + ' for ever')));
 }
 
+/** As it is typed in a shell. @param {string} word */
+const shellWord = word => /^[\w@%+=:,./-]+$/.test(word) ? word : "'" + word.replaceAll("'", "'\\''") + "'";
+
+/** What undoing the turn would do in one other project, and the command that shows what it did there. @param {any} project */
+function elsewhereIn(project) {
+    const actions = project.actions.filter((/** @type {any} */ each) => !each.folder);
+    const span = project.takesBack[0];
+    return make('div', {}, make('h3', {class: 'path'}, plainLine(project.root)),
+        make('ul', {}, actions.map((/** @type {any} */ each) => make('li', {class: 'path'}, each.action + ' ' + plainLine(each.path))),
+            project.warnings.map((/** @type {string} */ each) => make('li', {class: 'warning'}, plain(each)))),
+        actions.length + project.warnings.length ? '' : make('p', {class: 'empty'}, 'Nothing is left of it there that could be taken back.'),
+        span && isName(project.root) && actions.length ? commandLine('tidewrack show ' + span.from + ' --project ' + shellWord(project.root)) : '');
+}
+
 /** What undoing the turn would do in other projects that it reached. @param {any} row */
 function elsewhere(row) {
     if (!row.projects.length || isStatic || row.type !== 'turn') return null;
     const place = make('section', {class: 'elsewhere'}, make('h2', {}, 'In other projects'));
     readPart('elsewhere', {turn: row.first}).then(({body, command, warnings}) => {
         const projects = body.projects.filter((/** @type {any} */ each) => each.root !== page.root);
-        place.append(make('p', {}, 'Undoing all of it would do this there:'), make('ul', {}, projects.flatMap((/** @type {any} */ project) => [
-            ...project.actions.filter((/** @type {any} */ each) => !each.folder).map((/** @type {any} */ each) =>
-                make('li', {class: 'path'}, each.action + ' ' + plainLine(project.root + '/' + each.path))),
-            ...project.warnings.map((/** @type {string} */ each) => make('li', {class: 'warning'}, plain(each)))])),
+        place.append(make('p', {}, projects.length ? 'Undoing all of it would do this there:' : 'Nothing of it is left there.'),
+            ...projects.map(elsewhereIn),
         warnings ? make('p', {class: 'warning'}, plain(warnings)) : '', commandLine(command) || '');
     }, error => place.append(make('p', {class: 'warning'}, plain(error.message))));
     return place;
