@@ -79,6 +79,13 @@ TEST_F(TurnsSideBySide, whatTwoSessionsDidAtOnceIsNobodys) {
     EXPECT_EQ(f.read("project/notes") + config(), "whose\nport = 80\ndebug = off\n");
     EXPECT_EQ(back({"undo", "--turn", "2", "--force"}).front(), '0');
     EXPECT_EQ(f.read("project/notes"), "one\n");
+    prompt("c", "three");
+    prompt("d", "four");
+    f.write("project/notes", "whose\n");
+    stop("d");
+    stop("c");
+    EXPECT_NE(back({"undo", "--session", "c", "--dry-run"}).find("! notes  another session of claude was at work here"),
+              std::string::npos);
 }
 
 // Real events: claude is still at work when codex comes and goes. What their file tools named is told apart.
