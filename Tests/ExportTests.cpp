@@ -127,7 +127,7 @@ TEST_F(Exporting, namesWhatWasNotKept) {
     EXPECT_NE(outcome.err.find("warning: couldn't export large: " + large + "\n"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find("warning: couldn't export closed/file: what was kept of it is damaged\n"),
               std::string::npos);
-    EXPECT_NE(outcome.err.find("\nbuild/ is left out: git ignores it\n"), std::string::npos);
+    EXPECT_NE(outcome.err.find("\nbuild is left out: it is ignored\n"), std::string::npos);
     EXPECT_FALSE(f.has("new/large") || f.has("new/closed/file") || f.has("new/build"));
     EXPECT_EQ(world.run({"export", "2", "-", "large"}).status, 3);
     EXPECT_EQ(world.run({"export", "2", "../other", "build"}).status, 3) << "asked for by name";

@@ -70,6 +70,10 @@ TEST_F(HookSaving, asksBeforeItsOwnHistoryOrHooksGo) {
         {"mv ~/.gemini ~/x", "Tidewrack's hooks"},
         {"echo > ~/dotfiles/gemini.json", "Tidewrack's hooks"},
         {"tidewrack untrack", "Tidewrack's own history"},
+        {"echo '*' >> src/../.TidewrackIgnore", "what an agent does to them could not be undone"},
+        {"cp src/main.c .tidewrackignore", "what an agent does to them could not be undone"},
+        {"tidewrack exclude --project . src", "what an agent does to them could not be undone"},
+        {"cat .tidewrackignore; tidewrack include x; tidewrack exclude --dry-run src; tidewrack config list", nullptr},
         {"echo > ~/.codex/hooks.json", nullptr},
         {"tidewrack log; cat ~/.claude/settings.json", nullptr},
     };
@@ -93,6 +97,8 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
     f.link("project/out", home + "/outside.txt");
     f.write("project/node_modules/lib/x.js", "left out by its name");
     f.write("project/large", "larger than the limit");
+    f.write("project/left.out", "by its owner");
+    f.write("project/.tidewrackignore", "*.out\n");
     limitSizes(15);
     for (const Agent agent : allAgents) {
         const std::string name(rawValue(agent));
@@ -121,7 +127,7 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
         }
         (void)log();
 
-        for (const char* unkept : {"/node_modules/lib/x.js", "/large"}) { // no snapshot holds them
+        for (const char* unkept : {"/node_modules/lib/x.js", "/large", "/left.out"}) { // no snapshot holds them
             EXPECT_EQ(edits(project + unkept), allowed);
             EXPECT_EQ(savedOutside(), Lines{project + unkept});
         }
@@ -129,11 +135,12 @@ TEST_F(HookSaving, savesWhatAFileToolIsAboutToChange) {
 
         EXPECT_EQ(edits(f.at("store/hooks.log")).exitCode, canAsk(agent) ? 0 : 2);
         EXPECT_NE(edits(project + "/.git/config"), allowed);
+        EXPECT_NE(edits(project + "/.tidewrackignore"), allowed);
         EXPECT_NE(log().at(0).find(" ask editing "), std::string::npos);
 
         const auto noted = notedEdits(f.read("store/projects/" + world.project().id + "/edits.log")).edits;
-        ASSERT_GE(noted.size(), 5U);
-        const NotedEdit& main = noted.at(noted.size() - 5);
+        ASSERT_GE(noted.size(), 7U);
+        const NotedEdit& main = noted.at(noted.size() - 7);
         EXPECT_EQ(main.agent + " " + main.session.value_or("-") + " " + main.path, name + " session src/main.c");
     }
 }
@@ -275,6 +282,43 @@ TEST_F(HookSaving, asksBeforeWhatTheVaultCannotHold) {
                                         {"dd if=/dev/zero of=~/outside.txt", true}})
         EXPECT_EQ(handler.handle(Agent::codex, event(Agent::codex, Kind::shell, "/", command), "/").exitCode == 2, asks)
             << command;
+}
+
+// Nothing but the vault has it.
+TEST_F(HookSaving, savesWhatItsOwnerLeavesOutLikeWhatLiesOutside) {
+    for (const char* name :
+         {"out/a", "out/b", "one/a", "lib/in/one/b", "lib/in/x.log", "lib/y", "pair/out/a", "pair/out/b"})
+        f.write(std::string("project/") + name, "x");
+    f.write("project/.tidewrackignore", "out/\none\n*.log\n");
+    world.ok({"track"});
+    const std::string many = ": it has more than 1 files. Allow?";
+    struct Row {
+        const char* command;
+        std::string question; // a part of it; empty: it is allowed
+        Lines saved;
+    };
+    const Row rows[] = {
+        {"rm -rf out", project + "/out. Tidewrack can't save it" + many, {}},
+        {"rm -rf one", "", {"/one"}},
+        {"rm lib/in/x.log", "", {"/lib/in/x.log"}},
+        {"rm -rf lib", "", {"/lib/in/one", "/lib/in/x.log"}},
+        {"rm lib/y", "", {}},
+        {"find lib -name '*.log' -delete", "", {"/lib/in/x.log"}},
+        {"rm -rf pair", project + "/pair/out. Tidewrack can't save it" + many, {}},
+        {"rm -rf pair/out/none", "", {}},
+    };
+    for (const Row& row : rows) {
+        HookHandler handler(world.store(), world.environment, home);
+        handler.vault.mostFiles = 1;
+        const HookOutput output =
+            handler.handle(Agent::codex, event(Agent::codex, Kind::shell, project, row.command), world.current);
+        const std::string said = output.standardError.value_or("");
+        EXPECT_EQ(row.question.empty() ? said.empty() : said.find(row.question) != said.npos, true)
+            << row.command << said;
+        Lines saved = row.saved;
+        for (std::string& path : saved) path = project + path;
+        EXPECT_EQ(savedOutside(), saved) << row.command;
+    }
 }
 
 // node_modules and the like are made anew, which takes time: where a copy takes no room, one is kept.

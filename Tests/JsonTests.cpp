@@ -119,6 +119,7 @@ TEST(Json, printsWhatIsDocumented) {
     const std::string record = "store/projects/" + world.project().id + "/project.json";
     json project = json::parse(f.read(record));
     project["maxFileSize"] = 1000;
+    project["patterns"] = {"*.x"};
     f.write(record, project.dump());
     EXPECT_EQ(run("track")["project"]["root"], world.projectPath());
     f.write("project/new/file", "n");
@@ -223,6 +224,10 @@ TEST(Json, printsWhatIsDocumented) {
     task.folders = 1;
     task.end = TurnEnd{false, 1, "title", true};
     document.check("log", json::array({toJson(task)}));
+
+    run("config list", {"list"});
+    EXPECT_TRUE(run("exclude", {"new"}).contains("snapshot"));
+    run("include", {"new", "--dry-run"});
 
     f.write("home/f", "x");
     f.write("home/g", "x");

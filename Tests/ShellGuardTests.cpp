@@ -380,6 +380,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
                                 "tidewrack --port 8000 browse --read-only",
                                 "tidewrack browse --no-open --dry-run",
                                 "/usr/bin/tidewrack-browse . --no-open",
+                                "tidewrack exclude '*'",
+                                "tidewrack config --project p set maxFileSize 1",
                                 "ls ~/.local | xargs -I{} rm -rf ~/.local/{}",
                                 "cd ~/.local/store; ls | xargs rm -rf",
                                 "S=~/.local/store; rm -rf $S/$(ls $S)",

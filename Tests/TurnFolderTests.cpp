@@ -81,7 +81,7 @@ TEST_F(TurnFolders, whatIsGoneFromAFolderThatGitIgnoresNowComesBack) {
     stop("s");
     expectTakenBack({"undo", "--last"}, "3",
                     "turn #3–#4 of claude, \"ignore\":\n- .gitignore\n"
-                    "! build/  is not in history any more: git ignores it now\n+ build/made\n"
+                    "! build/  is not in history any more: it is ignored now\n+ build/made\n"
                     "1 file put back, 1 removed.\n1 path is left alone.\n");
     EXPECT_EQ(f.read("project/build/made") + f.read("project/build/other"), "by hand\nbuilt\n");
 }

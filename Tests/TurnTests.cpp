@@ -379,7 +379,7 @@ TEST_F(Turns, whatABuildLeavesBehindIsNoReasonToStayBehind) {
     stop("s");
     expectTakenBack({"undo", "--last"}, "0",
                     "turn #5–#6 of claude, \"two\":\n"
-                    "  dist/  kept: git ignores it, so its content isn't in history\n"
+                    "  dist/  kept: it is ignored, so its content isn't in history\n"
                     "  pkg/  kept: history doesn't hold all that is in it (node_modules)\n"
                     "- pkg/mod.py\n"
                     "1 file removed.\n");
@@ -388,7 +388,7 @@ TEST_F(Turns, whatABuildLeavesBehindIsNoReasonToStayBehind) {
     f.remove("project/dist");
     f.write("project/notes", "three\n");
     stop("s");
-    EXPECT_NE(back({"undo", "--last"}).find("! dist/  was not kept: git ignores it\n"), std::string::npos);
+    EXPECT_NE(back({"undo", "--last"}).find("! dist/  was not kept: it is ignored\n"), std::string::npos);
 }
 
 TEST_F(Turns, passesOverWhatIsTakenBackAlready) {

@@ -10,8 +10,8 @@ using namespace tidewrack;
 namespace {
 
 // "path=text" words; "path/" is a folder, "path//" one that git ignores, "path=>x" a link, "path=!" a file that was not
-// kept, "path=+text" one that anybody may execute. "|" ends a line of a text, "'" at its end stands for a copy kept
-// elsewhere.
+// kept, "path=-" one that its owner leaves out, "path=+text" one that anybody may execute. "|" ends a line of a text,
+// "'" at its end stands for a copy kept elsewhere.
 Manifest listing(const std::string& words) {
     ManifestBuilder builder;
     std::istringstream stream(words);
@@ -34,6 +34,8 @@ Manifest listing(const std::string& words) {
             blob.erase(0, 1);
         } else if (blob == "!") {
             blob = "big:9:9";
+        } else if (blob == "-") {
+            blob = "ign";
         }
         entry.size = static_cast<std::int64_t>(blob.size()) - (blob.ends_with('\'') ? 1 : 0);
         entry.blob = blob;
@@ -153,6 +155,12 @@ TEST(UndoPlan, ofOneTurnWithLaterWork) {
         {"a=1", "a/ a/b=2", "a//", "! a/ hidden"},
         {"a=1", "a//", "", "! a deleted"},
         {"sub/ sub/a=1", "sub/ sub/a=2", "", "! sub/ hidden"},
+        // Files that their owner leaves out.
+        {"a=1", "a=-", "a=-", "! a hidden"},
+        {"a=1", "a=2", "a=-", "! a hidden"},
+        {"", "a=-", "a=-", ""},
+        {"a=-", "a=1", "a=1", ""},
+        {"a=-", "", "", ""},
         {"", "full/ full/a=1", "full/ full/a=1", "keep full/ unlisted, -full/a"},
         {"", "d/ d/full/ d/full/a=1", "d/ d/full/ d/full/a=1", "keep d/full/ unlisted, -d/full/a"},
         // A folder in a file's place goes only with all that is in it.
@@ -169,6 +177,11 @@ TEST(UndoPlan, ofOneTurnWithLaterWork) {
     for (const Row& row : rows)
         EXPECT_EQ(planned({row.before, row.after}, row.now, {{}, nullptr, {"sub"}}), row.wanted)
             << row.before << " -> " << row.after << " -> " << row.now;
+    UndoOptions owned{};
+    owned.leavesOut = [](std::string_view) { return true; };
+    EXPECT_EQ(planned({"d/ d/a=1", "d//"}, "d//", owned), "! d/ hidden") << "who removed it since is not on record";
+    EXPECT_EQ(planned({"a=1", "a=-"}, "", owned), "! a hidden");
+    EXPECT_EQ(planned({"d/ d/a=1", "d/"}, "d//", owned), "+d/a=1") << "that is";
 }
 
 TEST(UndoPlan, ofSeveralStepsAndWithOptions) {

@@ -1,5 +1,6 @@
 #include "CommandTable.hpp"
 
+#include "CommandOptions.hpp"
 #include "Commands/Commands.hpp"
 
 #include <algorithm>
@@ -8,94 +9,7 @@ namespace tidewrack {
 
 namespace {
 
-constexpr Option force{"--force", "", "track a very broad or very large folder all the same"};
-constexpr Option label{"--label", "L", "a text for the snapshot"};
-constexpr Option agent{"--agent", "A", "the agent it was taken for", Fill::agent};
-constexpr Option session{"--session", "S", "the agent's session"};
-constexpr Option turn{"--turn", "T", "the turn in that session"};
-constexpr Option kind{"--kind", "K", "its kind (default: manual)"};
-constexpr Option atMost{"-n", "N", "at most so many (default 20)"};
-constexpr Option patch{"--patch", "", "line by line, as a patch"};
-constexpr Option clockTimes{"--time", "", "with times of day in place of ages"};
-constexpr Option byTurns{"--turns", "", "one row for each turn, as timeline has it"};
-constexpr Option changedOnly{"--changed", "", "without the rows after which nothing changed"};
-constexpr Option stat{"--stat", "", "only how many lines of each file changed"};
-constexpr Option content{"--content", "", "compare bytes: leave out files that were only touched"};
-constexpr Option noPager{"--no-pager", "", "print straight to the terminal, not through $PAGER"};
-constexpr Option keepNew{"--keep-new", "", "leave what was added since"};
-constexpr Option dryRun{"--dry-run", "", "only tell what would be done"};
-constexpr Option newestTurn{"--last", "", "what the newest turn changed"};
-constexpr Option lastTurn{"--last", "", "the newest turn that changed something"};
-constexpr Option ofTurn{"--turn", "N", "the turn that snapshot N belongs to", Fill::turn};
-constexpr Option ofSession{"--session", "S", "all turns of a session; its beginning is enough", Fill::session};
-constexpr Option sessionOf{"--session-of", "N", "all turns of the session that snapshot N belongs to", Fill::turn};
-constexpr Option overwriteLater{"--force", "", "put paths back whole that were changed since"};
-constexpr Option keepLater{"--keep-later", "", "leave paths alone that were changed since"};
-constexpr Option here{"--here", "", "in this project only, not in others that the turn worked in"};
-constexpr Option someHunks{"--hunk", "LIST",
-                           "of the one path named only these hunks, as 1,3, counted as show and diff list them; "
-                           "1:DIGEST, as --lines tells it, is none but that one"};
-constexpr Option changedLines{"--lines", "", "with --json: the changed lines of each file, in hunks"};
-constexpr Option withVault{"--vault", "", "also put back what was saved outside of projects for the turn"};
-constexpr Option byAgent{"--agent", "A", "only turns of this agent", Fill::agent};
-constexpr Option inSession{"--session", "S", "only turns of this session", Fill::session};
-constexpr Option withCommands{"--commands", "", "with the commands that were run"};
-constexpr Option picking{"-i", "", "pick from it in the terminal: read, preview and take back"};
-constexpr Option asPage{"--html", "FILE", "write it as a page that a browser shows, with what each turn changed",
-                        Fill::path};
-constexpr Option withContents{"--contents", "", "with --html: put the changed lines in, without asking"};
-constexpr Option withoutContents{"--no-contents", "", "with --html: leave changed lines, prompts and commands out"};
-constexpr Option onPort{"--port", "N", "listen on that port (default: any free one)"};
-constexpr Option noOpen{"--no-open", "", "only print the address"};
-constexpr Option readOnly{"--read-only", "", "a page that changes nothing"};
-constexpr Option everyByte{"--contents", "", "read every byte of what was kept"};
-constexpr Option deleted{"--deleted", "", "only what is not in the folder now"};
-constexpr Option inLines{"--lines", "", "in lines that were changed, not in names"};
-constexpr Option amongRows{"-n", "N", "with --lines: in so many rows of the timeline"};
-constexpr Option behindRows{"--skip", "N", "with --lines: behind so many of the newest rows"};
-constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
-constexpr Option mend{"--repair", "", "mend what can be mended, and move aside what is damaged"};
-constexpr Option asPlugin{"--plugin", "", "leave the event to the hooks that the user has installed, where they run"};
-constexpr Option write{"--write", "", "also offer restore and undo"};
-constexpr Option printHooks{"--print", "", "the same as the word print"};
-
-constexpr Option project{"--project", "PATH", "act on the project that contains PATH, not this folder", Fill::folder,
-                         true};
-constexpr Option home{"--home", "PATH", "the home folder whose agents `hooks` configures", Fill::folder, true};
-constexpr Option json{"--json", "", "machine-readable output", Fill::nothing, true};
-
-constexpr Option globals[] = {{"-C", "DIR", "act as if started in DIR", Fill::folder, true},
-                              {"--help", "", "explain the command", Fill::nothing, true}};
-
-constexpr Option trackOptions[] = {force, json};
-constexpr Option untrackOptions[] = {dryRun, project, json};
-constexpr Option jsonOptions[] = {json};
-constexpr Option snapOptions[] = {label, agent, session, turn, kind, project, json};
-constexpr Option logOptions[] = {atMost, clockTimes, byTurns, changedOnly, patch, noPager, project, json};
-constexpr Option diffOptions[] = {newestTurn, patch, stat, content, changedLines, noPager, project, json};
-constexpr Option projectOptions[] = {project};
-constexpr Option pinOptions[] = {project, json};
-constexpr Option pruneOptions[] = {dryRun, project, json};
-constexpr Option checkOptions[] = {everyByte, mend, project, json};
-constexpr Option statusOptions[] = {oneWord, project, json};
-constexpr Option usageOptions[] = {project, json};
-constexpr Option restoreOptions[] = {dryRun, keepNew, project, json};
-constexpr Option undoOptions[] = {lastTurn,       ofTurn,    ofSession, sessionOf, someHunks, dryRun,
-                                  overwriteLater, keepLater, here,      withVault, project,   json};
-constexpr Option showOptions[] = {stat, changedLines, noPager, project, json};
-constexpr Option redoOptions[] = {dryRun, overwriteLater, keepLater, project, json};
-constexpr Option timelineOptions[] = {atMost,       byAgent,         inSession, withCommands, picking, asPage,
-                                      withContents, withoutContents, noPager,   project,      json};
-constexpr Option browseOptions[] = {onPort, noOpen, readOnly, project};
-constexpr Option findOptions[] = {deleted, inLines, amongRows, behindRows, noPager, project, json};
-constexpr Option exportOptions[] = {project, json};
-constexpr Option hooksOptions[] = {printHooks, home};
-constexpr Option hooksStatusOptions[] = {home, json};
-constexpr Option homeOptions[] = {home};
-constexpr Option hooksChangeOptions[] = {dryRun, home, json};
-constexpr Option hookOptions[] = {asPlugin};
-constexpr Option mcpOptions[] = {write, project};
-constexpr Option vaultRestoreOptions[] = {dryRun, json};
+using namespace options;
 
 constexpr Fill aFolder[] = {Fill::folder};
 constexpr Fill aPath[] = {Fill::path};
@@ -149,6 +63,58 @@ constexpr Command table[] = {
                 "their last events and failures; whatever is wrong with what mends it, and then the exit status is 1.",
      .example = "tidewrack status",
      .run = commands::status},
+    {.name = "exclude",
+     .words = "PATH|PATTERN...",
+     .group = Group::projects,
+     .effect = Effect::changes,
+     .fills = aPath,
+     .mostWords = Command::anyNumber,
+     .options = ruleOptions,
+     .summary = "leave paths out of this folder's history from now on",
+     .details = "A pattern, with *, ? or [ in it, has the meaning of a line in a .gitignore file; a project's "
+                ".tidewrackignore has such lines as well. What is left out stays listed without its content, and no "
+                "restore touches it. Older snapshots keep what they have.",
+     .example = "tidewrack exclude data '*.log'",
+     .run = commands::exclude},
+    {.name = "include",
+     .words = "PATH...",
+     .group = Group::projects,
+     .effect = Effect::changes,
+     .fills = aPath,
+     .mostWords = Command::anyNumber,
+     .options = ruleOptions,
+     .summary = "keep paths that are left out of this folder's history",
+     .details = "Whatever leaves them out: exclude, .tidewrackignore, git, or a name such as node_modules. A pattern "
+                "that was given to exclude is taken back by itself.",
+     .example = "tidewrack include build/keep",
+     .run = commands::include},
+    {.name = "config list",
+     .group = Group::projects,
+     .options = configOptions,
+     .summary = "what is set for this folder's history",
+     .details = "One line for each setting: the largest file that is kept, the names of folders that are left out, and "
+                "what exclude and include have added.",
+     .example = "tidewrack config list",
+     .run = commands::configList},
+    {.name = "config get",
+     .words = "KEY",
+     .group = Group::projects,
+     .mostWords = 1,
+     .options = projectOptions,
+     .summary = "print the values of a setting, one a line",
+     .details = "The keys are those of config list.",
+     .example = "tidewrack config get patterns",
+     .run = commands::configGet},
+    {.name = "config set",
+     .words = "KEY VALUE",
+     .group = Group::projects,
+     .effect = Effect::changes,
+     .mostWords = 2,
+     .options = projectOptions,
+     .summary = "set the largest file that is kept",
+     .details = "maxFileSize takes bytes, or with K, M, G or T behind the number powers of 1024; default is 256M.",
+     .example = "tidewrack config set maxFileSize 1G",
+     .run = commands::configSet},
     {.name = "snap",
      .group = Group::history,
      .effect = Effect::adds,
@@ -486,6 +452,12 @@ constexpr Command table[] = {
      .summary = "install hooks into the agents, or see where they are",
      .example = "tidewrack hooks install",
      .run = commands::hooksOther},
+    {.name = "config",
+     .mostWords = Command::anyNumber,
+     .options = configOptions,
+     .summary = "what is set for this folder's history",
+     .example = "tidewrack config list",
+     .run = commands::config},
     {.name = "guard",
      .mostWords = Command::anyNumber,
      .summary = "what a hook would see in a shell command, and save first",

@@ -36,7 +36,12 @@ class Expectation {
   private:
     [[nodiscard]] const Node* listedBefore(const std::string& path) const {
         const Node* node = find(task_.before, path);
-        return node != nullptr && node->listed ? node : nullptr;
+        return node != nullptr && node->listed && !node->leftOutFile() ? node : nullptr;
+    }
+
+    [[nodiscard]] const Node* wantedAt(const std::string& path) const {
+        const Node* node = find(task_.target, path);
+        return node != nullptr && !node->leftOutFile() ? node : nullptr;
     }
 
     // At or below a nested project, a folder that git ignores or ignored then, or one in the place of a file that was
@@ -44,10 +49,10 @@ class Expectation {
     [[nodiscard]] bool covered(const std::string& path) const {
         for (std::string at = path; !at.empty(); at = parentPath(at)) {
             const Node* now = listedBefore(at);
-            const Node* then = find(task_.target, at);
+            const Node* then = wantedAt(at);
             if (task_.nested.contains(at) || (now != nullptr && now->ignored) || (then != nullptr && then->ignored))
                 return true;
-            if (now != nullptr && now->isFolder() && then != nullptr && then->tooLarge()) return true;
+            if (now != nullptr && now->isFolder() && then != nullptr && then->notKept()) return true;
         }
         return false;
     }
@@ -55,7 +60,7 @@ class Expectation {
     // Whether the next snapshot would not list the path.
     [[nodiscard]] bool hidden(const std::string& path, const Node& node) const {
         for (std::string at = parentPath(path); !at.empty(); at = parentPath(at)) {
-            const Node* now = find(task_.before, at);
+            const Node* now = listedBefore(at);
             if (task_.nested.contains(at) || (now != nullptr && now->ignored)) return true;
         }
         return node.isFolder() && task_.nested.contains(path);
@@ -83,15 +88,18 @@ class Expectation {
 
     [[nodiscard]] bool isToWrite(const std::string& path, const Node& wanted) const {
         const Node* now = listedBefore(path);
-        return !wanted.isFolder() && task_.scope(path) && (now == nullptr || isOther(*now, wanted));
+        return !wanted.isFolder() && !wanted.leftOutFile() && task_.scope(path) &&
+               (now == nullptr || isOther(*now, wanted));
     }
 
     // What is to go.
     Paths removals() {
         Paths goes;
         for (const auto& [path, node] : task_.before) {
-            if (!node.listed || !task_.scope(path)) continue;
-            const Node* wanted = find(task_.target, path);
+            if (!node.listed || node.leftOutFile() || !task_.scope(path)) continue;
+            const Node* then = find(task_.target, path);
+            if (!node.isFolder() && then != nullptr && then->leftOutFile()) continue; // it was there then, too
+            const Node* wanted = wantedAt(path);
             if (covered(path)) {
                 const bool mayHoldNew = wanted == nullptr || (wanted->isFolder() && !wanted->ignored);
                 if (mayHoldNew && task_.removeNew && node.ignored) kept_.insert(path);
@@ -110,7 +118,7 @@ class Expectation {
         Paths files;
         Paths folders;
         for (const auto& [path, wanted] : task_.target) {
-            const bool isFile = isToWrite(path, wanted) && !wanted.tooLarge();
+            const bool isFile = isToWrite(path, wanted) && !wanted.notKept();
             if (isFile) files.insert(path);
             if (isFile || isMade(path, wanted))
                 for (std::string at = path; !at.empty(); at = parentPath(at)) folders.insert(at);
@@ -127,9 +135,9 @@ class Expectation {
         Paths last;
         for (const std::string& path : goes) {
             const Node& node = task_.before.at(path);
-            if (node.isFolder() || node.tooLarge() || node.size == 0) continue;
+            if (node.isFolder() || node.notKept() || node.size == 0) continue;
             for (const auto& [other, wanted] : task_.target)
-                if (isToWrite(other, wanted) && !wanted.tooLarge() && out_.warned.contains(other) &&
+                if (isToWrite(other, wanted) && !wanted.notKept() && out_.warned.contains(other) &&
                     wanted.kind == node.kind && wanted.text == node.text)
                     last.insert(path);
         }
@@ -145,7 +153,7 @@ class Expectation {
             const Node& node = task_.before.at(path);
             if (node.isFolder())
                 folders.push_back(path);
-            else if (node.tooLarge())
+            else if (node.notKept())
                 out_.warned.insert(path);
             else
                 erase(path);
@@ -195,16 +203,18 @@ class Expectation {
     void writes() {
         for (const auto& [path, wanted] : task_.target) {
             if (!isToWrite(path, wanted)) continue;
-            if (!wanted.tooLarge()) planned_.insert(path);
-            if (wanted.tooLarge() || out_.warned.contains(path) || !parentsStand(path)) {
+            if (!wanted.notKept()) planned_.insert(path);
+            if (wanted.notKept() || out_.warned.contains(path) || !parentsStand(path)) {
                 out_.warned.insert(path);
                 continue;
             }
             Node* there = out_.after.contains(path) ? &out_.after[path] : nullptr;
-            if (there != nullptr && !there->listed && there->sameAttributes(wanted)) {
+            const bool unseen = there != nullptr && (!there->listed || there->leftOutFile());
+            if (unseen && there->sameAttributes(wanted)) {
                 there->listed = !hidden(path, wanted); // history does not see it, and it is what is wanted
+                there->ignored = false;
                 there->version = wanted.version;
-            } else if (there != nullptr && (!there->listed || there->isFolder() || there->tooLarge())) {
+            } else if (there != nullptr && (unseen || there->isFolder() || there->notKept())) {
                 out_.warned.insert(path);
             } else {
                 put(path, wanted);

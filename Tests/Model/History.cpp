@@ -50,16 +50,6 @@ std::string number(std::int64_t value) {
     return std::to_string(value);
 }
 
-bool hasAtOrAbove(const Paths& paths, std::string at) {
-    while (!at.empty() && !paths.contains(at)) at = parentPath(at);
-    return !at.empty();
-}
-
-bool hasAtOrBelow(const Paths& paths, const std::string& at) {
-    const auto below = paths.lower_bound(at + "/");
-    return paths.contains(at) || (below != paths.end() && below->starts_with(at + "/"));
-}
-
 bool isSize(const std::optional<std::int64_t>& size, const Node* node) {
     return node == nullptr ? !size : node->isFolder() || size == node->size;
 }
@@ -136,9 +126,9 @@ History::Taken History::take(const Tree& disk) {
         if (!node.listed) continue;
         Node& item = taken.walked[path] = node;
         const Node* before = find(previous, path);
-        if (item.isFolder())
-            item.mtime = item.ignored ? 0 : item.mtime;
-        else if (item.kind == 'f' && item.size > sizeLimit)
+        if (item.ignored) item.size = item.mtime = item.ctime = 0;
+        if (item.isFolder() || item.ignored) continue;
+        if (item.kind == 'f' && item.size > sizeLimit)
             item.version = "big:" + number(item.size) + ":" + number(item.mtime);
         else
             item.version = before != nullptr && before->sameAttributes(item) ? before->version : number(++versions_);
@@ -158,7 +148,7 @@ History::Taken History::takeSafety(Tree& before) {
 // Without changes a snapshot shares the listing of the one before.
 void History::finish(Taken& taken, const Tree& previous, const Known* shared) {
     taken.changes = changesBetween(previous, taken.walked);
-    const bool shares = shared != nullptr && taken.changes.isEmpty() && sameFolders(previous, taken.walked);
+    const bool shares = shared != nullptr && listTheSame(previous, taken.walked);
     SnapshotMeta& meta = taken.known.meta;
     meta.seq = snapshots_.empty() ? 1 : snapshots_.rbegin()->first + 1;
     meta.manifestOf = shares ? shared->meta.manifestOf : meta.seq;
@@ -187,7 +177,9 @@ void History::snap() {
     const Taken taken = take(disk);
     const std::string label = "step " + number(static_cast<std::int64_t>(log_.size()));
     const SnapshotResult result = engine_.snapshot(project_, {"manual", label, {}, {}, {}});
-    require(result.warnings.empty(), "an undisturbed snapshot warns of nothing");
+    const auto isOnRules = [](const Warning& warning) { return warning.kind == Warning::Kind::leftOutNow; };
+    require(std::all_of(result.warnings.begin(), result.warnings.end(), isOnRules),
+            "an undisturbed snapshot warns of nothing");
     require(result.changes == taken.changes, "a snapshot tells what changed");
     require(same(look(), disk), "a snapshot changes nothing");
     record(result.meta, taken, "manual", label);
@@ -256,7 +248,8 @@ Paths History::applied(const Taken& safety, const RestoreTask& task, const Resto
         node.listed = true;
         node.version = wanted.version;
         node.ignored = wanted.ignored;
-        if (node.isFolder()) node.mtime = node.ignored ? 0 : wanted.mtime;
+        if (node.isFolder()) node.mtime = wanted.mtime;
+        if (node.ignored) node.size = node.mtime = node.ctime = 0;
     }
     finish(taken, safety.walked, &snapshots_.at(result.safety.seq));
     const std::string label = "After" + result.safety.label.value_or("").substr(6);
@@ -288,6 +281,8 @@ void History::checkWarnings(std::vector<std::string> warnings, const Paths& warn
     for (const std::string& path : warned) drop(path, [&](const auto& warning) { return isAbout(warning, path); });
     for (const std::string& path : unknown)
         drop(path, [&](const auto& warning) { return warning.starts_with(path + " isn't in snapshot #"); });
+    // What the owner's rules leave out is told once, by whichever snapshot comes first.
+    std::erase_if(warnings, [](const auto& each) { return each.find(" left out from now on; ") != each.npos; });
     require(warnings.empty(), "nothing else has a warning", warnings.empty() ? "" : warnings.front());
 }
 
@@ -310,9 +305,10 @@ void History::restoreSome() {
 }
 
 // Restoring the safety snapshot brings back exactly what was there, except for paths with a warning: what was brought
-// back may lie in a folder that git ignores again, by rules that were brought back, too.
+// back may be ignored again, by rules that were brought back, too.
 void History::backToSafety() {
     const Safety safety = *safety_;
+    const Tree between = look();
     const Paths warned = restore(safety.seq, true, {}, true);
     safety_.reset();
     const Tree after = look();
@@ -324,8 +320,8 @@ void History::backToSafety() {
         require(was.isFolder() || is->mtime == was.mtime, "the safety snapshot brings back times", path);
     }
     for (const auto& [path, is] : after)
-        require(!is.listed || safety.before.contains(path) || hasAtOrBelow(warned, path) ||
-                    hasAtOrAbove(warned, path) || hasAtOrAbove(nested_, path),
+        require(!is.listed || is.ignored || leavesOut(between, path) || safety.before.contains(path) ||
+                    hasAtOrBelow(warned, path) || hasAtOrAbove(warned, path) || hasAtOrAbove(nested_, path),
                 "the safety snapshot takes away what came", path);
 }
 
@@ -338,7 +334,7 @@ void History::undo() {
     const auto next = snapshots_.upper_bound(from);
     const std::int64_t to = next == snapshots_.end() ? 0 : next->first;
     const Tree& until = to == 0 ? safety.walked : next->second.tree;
-    const Changes changes = changesBetween(target, until);
+    const Changes changes = changesBetween(target, until, true);
     Paths turn;
     const auto isShown = [](const Node& node) { return node.listed && node.isFolder() && !node.ignored; };
     for (const auto& [path, then] : target)
@@ -346,6 +342,8 @@ void History::undo() {
             if (then.mode != later->mode) turn.insert(path);
     for (const auto* list : {&changes.added, &changes.modified, &changes.deleted})
         turn.insert(list->begin(), list->end());
+    std::erase_if(
+        turn, [&](const std::string& path) { return leavesOut(until, path) && rulesLeaveOut(project_.root, path); });
     const RestoreResult result = engine_.undo(project_, from);
     require(result.nothingInScope == turn.empty(), "an undo of nothing says so");
     require(result.prunedUpTo == (to > from + 1 ? std::optional(to) : std::nullopt),
@@ -439,7 +437,7 @@ void History::compare() {
     require(engine_.diff(project_, from, to) == changes, "diff tells what changed");
     const auto check = [](const std::optional<std::string>& content, const Node* node, const std::string& path) {
         std::string text;
-        const bool kept = node != nullptr && node->kind == 'f' && !node->tooLarge();
+        const bool kept = node != nullptr && node->kind == 'f' && !node->notKept();
         require(content.has_value() == kept, "a change has the contents that are kept", path);
         require(!kept || (readFile(*content, text) == 0 && text == node->text), "a change has its contents", path);
     };
@@ -457,7 +455,7 @@ void History::compare() {
     }
     require(static_cast<std::int64_t>(files) == countsOf(changes).sum(), "every file's change is told once");
     for (const auto& [path, node] : older)
-        if (!node.tooLarge()) check(engine_.contentPath(project_, from, path), &node, path);
+        if (!node.notKept()) check(engine_.contentPath(project_, from, path), &node, path);
 }
 
 // What is listed now, with the versions of what has not changed since.
@@ -466,7 +464,7 @@ Tree History::nowSince(const Tree& older) const {
     std::erase_if(now, [](const auto& item) { return !item.second.listed; });
     for (auto& [path, node] : now) {
         const Node* before = find(older, path);
-        if (node.isFolder()) continue;
+        if (node.isFolder() || node.ignored) continue;
         node.version = before != nullptr && before->sameAttributes(node) ? before->version : "?";
     }
     return now;
@@ -497,7 +495,7 @@ void History::checkStore(bool nothingElse) {
         checkSnapshot(snapshots_.at(meta.seq));
         manifests.insert(meta.manifestOf);
         for (const auto& [path, node] : snapshots_.at(meta.seq).tree)
-            if (!node.isFolder() && !node.tooLarge()) needed.insert(contents_.at(node.version));
+            if (!node.isFolder() && !node.notKept()) needed.insert(contents_.at(node.version));
     }
     if (!nothingElse) return;
     for (const Damage& damage : checkProject(engine_.store, project_.id, CheckDepth::bytes).damages)
@@ -527,7 +525,7 @@ void History::checkSnapshot(const Known& known) {
         }
         require(entry->size == wanted.size && entry->ctime == wanted.ctime && entry->ino == wanted.ino,
                 "an entry has its file's attributes", about + path);
-        if (wanted.tooLarge()) {
+        if (wanted.notKept()) {
             require(blob == wanted.version, "what is too large is not kept", about + path);
             continue;
         }

@@ -34,10 +34,10 @@ std::string RandomEdits::newPath(const Tree& now) {
     return (folder.empty() ? folder : folder + "/") + chance_.of(names_);
 }
 
-// The rules for git change by a step of their own.
+// The rules change by steps of their own.
 std::string RandomEdits::anyPath(const Tree& now, bool filesOnly) {
     return chance_.pathIn(now, [&](const auto& path, const auto& node) {
-        return path != ".git" && path != ".gitignore" && (!filesOnly || node.kind == 'f');
+        return path != ".git" && path != ".gitignore" && path != ".tidewrackignore" && (!filesOnly || node.kind == 'f');
     });
 }
 
@@ -109,7 +109,7 @@ std::string RandomEdits::edit(const Tree& now) {
     const bool full = now.size() > 60;
     if (file.empty() || (!full && chance_.oneIn(3))) return add(newPath(now), old, file);
     const Node& was = now.at(file);
-    switch (chance_.below(full ? 14 : 11)) {
+    switch (chance_.below(full ? 15 : 12)) {
     case 0: return write(file, O_TRUNC, content());
     case 1: return "same size, " + write(file, 0, std::string(was.text.size(), 's'));
     case 2: return "append, " + write(file, O_APPEND, content());
@@ -124,6 +124,9 @@ std::string RandomEdits::edit(const Tree& now) {
         return "rename " + old + " -> " + to;
     }
     case 9: return becomeOther(old);
+    case 10:
+        return "owner's rules, " +
+               write(".tidewrackignore", O_CREAT | O_TRUNC, chance_.oneIn(2) ? "sub\n*.b\n" : "other\n");
     default: (void)removeTree(at(old)); return "remove " + old;
     }
 }

@@ -31,6 +31,16 @@ bool hasBelow(const Tree& tree, const std::string& folder) {
     return at != tree.end() && at->first.starts_with(folder + "/");
 }
 
+bool hasAtOrAbove(const Paths& paths, std::string at) {
+    while (!at.empty() && !paths.contains(at)) at = parentPath(at);
+    return !at.empty();
+}
+
+bool hasAtOrBelow(const Paths& paths, const std::string& at) {
+    const auto below = paths.lower_bound(at + "/");
+    return paths.contains(at) || (below != paths.end() && below->starts_with(at + "/"));
+}
+
 Node readNode(const std::string& path) {
     Attributes attributes;
     if (attributesAt(AT_FDCWD, path.c_str(), attributes) != 0) throw std::runtime_error("can't look at " + path);
@@ -48,10 +58,21 @@ Node readNode(const std::string& path) {
 
 namespace {
 
+// Of the rules that the random edits write.
+bool isLeftOut(const std::string& name) {
+    return name == "sub" || name.ends_with(".b");
+}
+
+bool hasRules(const std::string& root) {
+    std::string rules;
+    return readFile(root + "/.tidewrackignore", rules) == 0 && rules == "sub\n*.b\n";
+}
+
 struct Reader {
     const std::string& root;
     const Paths& nested;
     bool ignoring;
+    bool leavingOut;
     Tree tree;
 
     void read(const std::string& folder, bool listed) {
@@ -61,10 +82,12 @@ struct Reader {
             bool below = false;
             if (node.isFolder()) {
                 node.listed = listed && name != ".git" && name != "node_modules" && !nested.contains(path);
-                node.ignored = node.listed && ignoring && name == "build";
+                node.ignored = node.listed && ((ignoring && name == "build") || (leavingOut && isLeftOut(name)));
                 below = node.listed && !node.ignored;
             } else {
                 node.listed = listed && node.kind != 'o' && (node.kind == 'l' || name != ".DS_Store");
+                node.ignored = node.listed && leavingOut && isLeftOut(name);
+                if (node.ignored) node.version = "ign";
             }
             const bool folderHere = node.isFolder() && name != ".git"; // what git does there is its own business
             tree.emplace(path, std::move(node));
@@ -81,9 +104,15 @@ bool ignoresBuildFolders(const std::string& root) {
 }
 
 Tree readTree(const std::string& root, const Paths& nested) {
-    Reader reader{root, nested, ignoresBuildFolders(root), {}};
+    Reader reader{root, nested, ignoresBuildFolders(root), hasRules(root), {}};
     reader.read("", true);
     return std::move(reader.tree);
+}
+
+bool rulesLeaveOut(const std::string& root, const std::string& path) {
+    for (std::string at = path; !at.empty() && hasRules(root); at = parentPath(at))
+        if (isLeftOut(at.substr(at.rfind('/') + 1))) return true; // from 0 where there is none
+    return false;
 }
 
 bool isOther(const Node& older, const Node& newer) {
@@ -91,12 +120,23 @@ bool isOther(const Node& older, const Node& newer) {
     return older.kind != newer.kind || older.mode != newer.mode || older.version != newer.version;
 }
 
-Changes changesBetween(const Tree& older, const Tree& newer) {
+bool leavesOut(const Tree& tree, const std::string& path) {
+    const Node* node = find(tree, path);
+    if (node != nullptr && node->listed && !node->isFolder()) return node->ignored;
+    for (std::string at = parentPath(path); !at.empty(); at = parentPath(at))
+        if (const Node* folder = find(tree, at);
+            folder != nullptr && folder->listed && folder->isFolder() && folder->ignored)
+            return true;
+    return false;
+}
+
+Changes changesBetween(const Tree& older, const Tree& newer, bool all) {
     Changes changes;
     const auto missing = [&](const Tree& from, const Tree& in, std::vector<std::string>& list) {
         for (const auto& [path, node] : from) {
             const Node* there = find(in, path);
             if (!node.listed || (there != nullptr && there->listed)) continue;
+            if (!all && (leavesOut(from, path) || leavesOut(in, path))) continue;
             list.push_back(path);
             if (node.isFolder()) changes.folders.insert(path);
         }
@@ -105,18 +145,23 @@ Changes changesBetween(const Tree& older, const Tree& newer) {
     missing(older, newer, changes.deleted);
     for (const auto& [path, node] : newer) {
         const Node* before = find(older, path);
-        if (node.listed && before != nullptr && before->listed && isOther(*before, node))
+        if (node.listed && before != nullptr && before->listed && isOther(*before, node) &&
+            (all || !(leavesOut(older, path) || leavesOut(newer, path))))
             changes.modified.push_back(path);
     }
     return changes;
 }
 
-bool sameFolders(const Tree& older, const Tree& newer) {
-    return std::all_of(newer.begin(), newer.end(), [&](const auto& item) {
-        const Node* before = find(older, item.first);
-        if (!item.second.listed || !item.second.isFolder() || before == nullptr || !before->listed) return true;
-        return before->mode == item.second.mode && before->ignored == item.second.ignored;
-    });
+bool listTheSame(const Tree& older, const Tree& newer) {
+    const auto matches = [](const Tree& one, const Tree& other) {
+        return std::all_of(one.begin(), one.end(), [&](const auto& item) {
+            if (!item.second.listed) return true;
+            const Node* there = find(other, item.first);
+            if (there == nullptr || !there->listed || isOther(*there, item.second)) return false;
+            return !there->isFolder() || (there->mode == item.second.mode && there->ignored == item.second.ignored);
+        });
+    };
+    return matches(older, newer) && matches(newer, older);
 }
 
 } // namespace tidewrack::testing

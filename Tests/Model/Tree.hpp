@@ -21,11 +21,12 @@ struct Node {
     std::uint64_t ino = 0;
     std::string text;     // content or destination
     bool listed = false;  // snapshots list it
-    bool ignored = false; // a folder that git ignores
+    bool ignored = false; // a folder that git ignores, or what its owner leaves out
     std::string version;  // of a listed file or link: nodes with one version have one kept content
 
     [[nodiscard]] bool isFolder() const { return kind == 'd'; }
-    [[nodiscard]] bool tooLarge() const { return version.starts_with("big"); }
+    [[nodiscard]] bool leftOutFile() const { return ignored && !isFolder(); }
+    [[nodiscard]] bool notKept() const { return version.starts_with("big") || leftOutFile(); }
     [[nodiscard]] bool sameAttributes(const Node& other) const;
 };
 
@@ -35,13 +36,19 @@ using Tree = std::map<std::string, Node>; // by path relative to the root
 [[nodiscard]] std::string parentPath(const std::string& path); // empty for a path of one component
 [[nodiscard]] bool hasBelow(const Tree& tree, const std::string& folder);
 
+[[nodiscard]] bool hasAtOrAbove(const Paths& paths, std::string at);
+[[nodiscard]] bool hasAtOrBelow(const Paths& paths, const std::string& at);
+
 [[nodiscard]] Node readNode(const std::string& path);
-// Everything below `root`. Not listed are excluded names, nested projects and what is in folders that git ignores.
+// Everything below `root`. Not listed are excluded names, nested projects and what is in folders that are ignored.
 [[nodiscard]] Tree readTree(const std::string& root, const Paths& nested);
 [[nodiscard]] bool ignoresBuildFolders(const std::string& root);
 
 [[nodiscard]] bool isOther(const Node& older, const Node& newer);
-[[nodiscard]] Changes changesBetween(const Tree& older, const Tree& newer); // of listed nodes
-[[nodiscard]] bool sameFolders(const Tree& older, const Tree& newer);       // of the folders that both have
+[[nodiscard]] bool leavesOut(const Tree& tree, const std::string& path); // by itself as a file, or with a folder
+[[nodiscard]] bool rulesLeaveOut(const std::string& root, const std::string& path); // the project's own, as it is now
+// Of listed nodes; `all`: those that one of them leaves out as well.
+[[nodiscard]] Changes changesBetween(const Tree& older, const Tree& newer, bool all = false);
+[[nodiscard]] bool listTheSame(const Tree& older, const Tree& newer); // of nodes and folders' modes
 
 } // namespace tidewrack::testing

@@ -10,6 +10,7 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/LoggedHook.hpp"
+#include "Walk/LeaveOutRules.hpp"
 
 #include <fcntl.h>
 
@@ -110,7 +111,8 @@ bool holdsHooks(const std::string& path) {
 std::vector<shell::OwnPath> HookContext::ownPaths() const {
     using Role = shell::OwnPath::Role;
     std::vector<shell::OwnPath> paths;
-    if (exists(handler.store.home)) paths.push_back({Store::canonical(handler.store.home), Role::history});
+    if (exists(handler.store.home))
+        paths = {{Store::canonical(handler.store.home), Role::history}, {LeaveOutRules::fileName, Role::rules}};
     const HookInstaller installer{handler.home, {}};
     for (const Agent each : allAgents) {
         const std::string path = installer.configPath(each);
@@ -187,7 +189,8 @@ std::vector<std::string> HookContext::notesOnGaps(const SnapshotResult& result) 
         notes.push_back(std::to_string(gaps.count) +
                         " not saved: " + asNote(gaps.path.empty() ? gaps.reason : gaps.path + ": " + gaps.reason));
     for (const Warning& warning : result.warnings)
-        if (warning.kind == Warning::Kind::gitLate || warning.kind == Warning::Kind::gitFailed)
+        if (warning.kind == Warning::Kind::gitLate || warning.kind == Warning::Kind::gitFailed ||
+            warning.kind == Warning::Kind::leftOutNow)
             notes.push_back(asNote(warningText(warning)));
     return notes;
 }

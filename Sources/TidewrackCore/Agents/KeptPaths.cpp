@@ -1,5 +1,6 @@
 #include "Agents/KeptPaths.hpp"
 
+#include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Walk/Walker.hpp"
 
@@ -19,14 +20,23 @@ bool hasNameFrom(const std::vector<std::string>& names, std::string_view path, c
 
 } // namespace
 
-bool KeptPaths::mayLeaveOut(std::string_view path) const {
+const LeaveOutRules& KeptPaths::rules() {
+    if (!rules_) rules_ = LeaveOutRules::of(project_);
+    return *rules_;
+}
+
+bool KeptPaths::mayLeaveOut(std::string_view path) {
     return hasNameFrom(project_.excludes, path, project_) ||
-           hasNameFrom(project_.excludesIfIgnored.value_or(defaultExcludesIfIgnored()), path, project_);
+           hasNameFrom(project_.excludesIfIgnored.value_or(defaultExcludesIfIgnored()), path, project_) ||
+           rules().leavesOut(relative(path), true);
 }
 
 bool KeptPaths::leavesOut(std::string_view path) {
-    if (hasNameFrom(project_.excludes, path, project_)) return true;
-    if (!mayLeaveOut(path) || !reads()) return false;
+    if (rules().leavesOut(relative(path), isFolder(std::string(path)))) return false;
+    const bool isExcluded = hasNameFrom(project_.excludes, path, project_);
+    if (isExcluded && rules().empty()) return true; // else they may have it kept
+    if (!mayLeaveOut(path)) return false;
+    if (!reads()) return isExcluded;
     const Entry* entry = listing_->find(relative(path));
     return !listing_->listsBelow(relative(path)) && (entry == nullptr || !entry->isKept());
 }

@@ -12,6 +12,7 @@
 #include "Support/Paths.hpp"
 #include "Support/Sorted.hpp"
 #include "Timeline/LoggedHook.hpp"
+#include "Walk/LeaveOutRules.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -119,7 +120,9 @@ class Saving {
             noteGaps(taken.result, project);
             nameFound(project, taken.manifest);
             saveUnkept(project, taken.manifest);
-            if (taken.result.meta.notKept > 0) saveParts(project, taken.manifest);
+            const NotKept& notKept = taken.result.notKept;
+            const bool leavesOut = notKept.ignoredFiles + notKept.ignoredFolders > 0 && !rules(project).empty();
+            if (taken.result.meta.notKept > 0 || leavesOut) saveParts(project, taken.manifest);
         } catch (const std::exception& error) {
             if (passed(deadline)) return skip(project, certainty); // its lock was held all the time
             saved_.failures.emplace_back(error.what());
@@ -202,8 +205,24 @@ class Saving {
             if (!isAtOrBelow(gone, project.root)) continue;
             const std::string_view relative = pathBelow(gone, project.root);
             saveUnkept(project, manifest, relative);
-            if (!manifest.lists(relative) && exists(gone)) keepLeftOut(gone);
+            if (manifest.lists(relative) || !exists(gone)) continue;
+            if (rules(project).leavesOut(relative, isFolder(gone)))
+                outside_.push_back(gone);
+            else
+                keepLeftOut(gone);
         }
+    }
+
+    const LeaveOutRules& rules(const Project& project) {
+        const auto known = rules_.find(project.id);
+        return known != rules_.end() ? known->second
+                                     : rules_.emplace(project.id, LeaveOutRules::of(project)).first->second;
+    }
+
+    // What only its owner leaves out of the history is as worthy as what lies outside of it.
+    bool isOwners(const Project& project, const Manifest::Item& item) {
+        return item.entry.isIgnored() &&
+               (item.entry.kind != EntryKind::dir || rules(project).leavesOut(item.path, true));
     }
 
     // Snapshots leave out what is made anew by a build or a download. A copy is worth no room, but where it takes none
@@ -218,7 +237,8 @@ class Saving {
 
     void saveUnkept(const Project& project, const Manifest& manifest, std::string_view gone) {
         for (const Manifest::Item& item : manifest.beginningWith(gone))
-            if (item.entry.notKept() && isAtOrBelow(item.path, gone)) saveUnkept(project, item);
+            if ((item.entry.notKept() || isOwners(project, item)) && isAtOrBelow(item.path, gone))
+                saveUnkept(project, item);
     }
 
     void saveUnkept(const Project& project, const Manifest::Item& item) {
@@ -235,7 +255,8 @@ class Saving {
         std::map<std::string, const Manifest::Item*> unkept;
         std::vector<std::string> paths;
         for (const Manifest::Item& item : manifest.items())
-            if (item.entry.notKept()) unkept.emplace(paths.emplace_back(joined(project.root, item.path)), &item);
+            if (item.entry.notKept() || isOwners(project, item))
+                unkept.emplace(paths.emplace_back(joined(project.root, item.path)), &item);
         TakenParts parts = takenParts(paths, decision_, context_.gitPatience());
         for (std::string& path : parts.known) {
             if (isDestroyed(path)) continue; // and so is saved already
@@ -384,6 +405,7 @@ class Saving {
     std::vector<std::string> guessedOutside_;
     std::vector<std::string> destroyed_; // sorted, each once
     std::vector<std::string> gapNotes_;
+    std::map<std::string, LeaveOutRules> rules_; // of projects, by id
     SavedBefore saved_;
 };
 

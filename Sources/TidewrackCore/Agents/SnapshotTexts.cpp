@@ -32,6 +32,12 @@ std::string unreadText(const Warning& warning) {
     return text;
 }
 
+std::string leftOutText(const Warning& warning) {
+    const std::size_t others = warning.entries.size() - 1;
+    return warning.entries.front() + (others == 0 ? " is" : " and " + std::to_string(others) + " more are") +
+           " left out from now on; #" + std::to_string(warning.source) + " and older snapshots keep what they have";
+}
+
 std::string stillIgnoredText(const Warning& warning) {
     return warning.source == 0 ? "none counts as ignored" : "those of " + sourceText(warning) + " still are";
 }
@@ -52,6 +58,7 @@ std::string warningText(const Warning& warning) {
     case Kind::unseenYet:
         return "what is in " + warning.path +
                " can't be seen before it is opened; what was changed in it stays as it is";
+    case Kind::leftOutNow: return leftOutText(warning);
     case Kind::pruneFailed: return "prune failed: " + warning.detail;
     case Kind::listingUnread: return "can't tell what #" + std::to_string(warning.source) + " holds: " + warning.detail;
     case Kind::notCompared:

@@ -14,6 +14,39 @@ int compare(std::string_view a, std::string_view b) {
     return a.data() == b.data() && a.size() == b.size() ? 0 : a.compare(b);
 }
 
+// Whether what became of an item is on record. `other`: what the other listing has at its path.
+bool isOnRecord(const Manifest::Item& item, const Entry* other, const Manifest& listing) {
+    if (item.entry.isIgnoredFile() || (other != nullptr && other->isIgnoredFile())) return false;
+    return other != nullptr || listing.ignoredAround(item.path).empty();
+}
+
+// The differences of which `counts` holds. Both listings are sorted by path, so one pass side by side meets every pair.
+template <typename Counts>
+Changes difference(const Manifest& older, const Manifest& newer, const Counts& counts) {
+    Changes changes;
+    if (&older.items() == &newer.items()) return changes;
+    const auto record = [&](std::vector<std::string>& list, const Manifest::Item& item, const Manifest& other) {
+        if (!counts(item, nullptr, other)) return;
+        list.emplace_back(item.path);
+        if (item.entry.kind == EntryKind::dir) changes.folders.emplace_hint(changes.folders.end(), item.path);
+    };
+    auto o = older.items().begin();
+    auto n = newer.items().begin();
+    while (o != older.items().end() || n != newer.items().end()) {
+        const int order = o == older.items().end() ? 1 : n == newer.items().end() ? -1 : compare(o->path, n->path);
+        if (order < 0) {
+            record(changes.deleted, *o++, newer);
+        } else if (order > 0) {
+            record(changes.added, *n++, older);
+        } else {
+            if (differs(o->entry, n->entry) && counts(*n, &o->entry, older)) changes.modified.emplace_back(n->path);
+            ++o;
+            ++n;
+        }
+    }
+    return changes;
+}
+
 } // namespace
 
 bool differs(const Entry& older, const Entry& newer) {
@@ -50,28 +83,11 @@ Changes Changes::within(const std::vector<std::string>& paths) const {
 }
 
 Changes Changes::between(const Manifest& older, const Manifest& newer) {
-    Changes changes;
-    if (&older.items() == &newer.items()) return changes;
-    const auto record = [&](std::vector<std::string>& list, const Manifest::Item& item) {
-        list.emplace_back(item.path);
-        if (item.entry.kind == EntryKind::dir) changes.folders.emplace_hint(changes.folders.end(), item.path);
-    };
-    // Both listings are sorted by path, so one pass side by side meets every pair.
-    auto o = older.items().begin();
-    auto n = newer.items().begin();
-    while (o != older.items().end() || n != newer.items().end()) {
-        const int order = o == older.items().end() ? 1 : n == newer.items().end() ? -1 : compare(o->path, n->path);
-        if (order < 0) {
-            record(changes.deleted, *o++);
-        } else if (order > 0) {
-            record(changes.added, *n++);
-        } else {
-            if (differs(o->entry, n->entry)) changes.modified.emplace_back(n->path);
-            ++o;
-            ++n;
-        }
-    }
-    return changes;
+    return difference(older, newer, isOnRecord);
+}
+
+Changes Changes::betweenListed(const Manifest& older, const Manifest& newer) {
+    return difference(older, newer, [](const Manifest::Item&, const Entry*, const Manifest&) { return true; });
 }
 
 bool isFolderModeChange(const Entry& older, const Entry& newer) {
@@ -79,21 +95,29 @@ bool isFolderModeChange(const Entry& older, const Entry& newer) {
            !older.isIgnoredFolder() && !newer.isIgnoredFolder();
 }
 
-std::vector<std::string> changesWithFolderModes(const Manifest& older, const Manifest& newer) {
-    std::vector<std::string> paths = Changes::between(older, newer).all();
+std::vector<std::string> folderModeChanges(const Manifest& older, const Manifest& newer) {
+    std::vector<std::string> paths;
     if (&older.items() == &newer.items()) return paths;
-    const std::size_t changes = paths.size();
     for (const auto& item : newer.items()) {
         if (item.entry.kind != EntryKind::dir) continue;
         const Entry* before = older.find(item.path);
         if (before != nullptr && isFolderModeChange(*before, item.entry)) paths.emplace_back(item.path);
     }
-    std::inplace_merge(paths.begin(), paths.begin() + static_cast<std::ptrdiff_t>(changes), paths.end());
     return paths;
 }
 
-bool sameFolders(const Manifest& older, const Manifest& newer) {
+std::vector<std::string> changesWithFolderModes(const Manifest& older, const Manifest& newer) {
+    std::vector<std::string> paths = Changes::betweenListed(older, newer).all();
+    const auto changes = static_cast<std::ptrdiff_t>(paths.size());
+    const std::vector<std::string> folders = folderModeChanges(older, newer);
+    paths.insert(paths.end(), folders.begin(), folders.end());
+    std::inplace_merge(paths.begin(), paths.begin() + changes, paths.end());
+    return paths;
+}
+
+bool listTheSame(const Manifest& older, const Manifest& newer) {
     if (&older.items() == &newer.items()) return true;
+    if (!Changes::betweenListed(older, newer).isEmpty()) return false;
     for (const auto& item : newer.items()) {
         if (item.entry.kind != EntryKind::dir) continue;
         const Entry* before = older.find(item.path);

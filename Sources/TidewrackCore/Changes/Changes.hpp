@@ -34,19 +34,24 @@ struct Changes {
     // The changes at or below one of these paths.
     [[nodiscard]] Changes within(const std::vector<std::string>& paths) const;
 
-    // What changed from `older` to `newer`.
+    // What changed from `older` to `newer`. What one of them leaves out as ignored is neither added nor deleted by
+    // that, nor is it known to be modified.
     [[nodiscard]] static Changes between(const Manifest& older, const Manifest& newer);
+    // The same with all that came under what is left out, or out of it.
+    [[nodiscard]] static Changes betweenListed(const Manifest& older, const Manifest& newer);
 };
 
 // Whether two entries at one path count as different.
 [[nodiscard]] bool differs(const Entry& older, const Entry& newer);
 
-// Whether the folders that both have are equal in permission bits, and in whether git ignores them. Changes passes over
-// these differences.
-[[nodiscard]] bool sameFolders(const Manifest& older, const Manifest& newer);
+// Whether one listing can stand for the other: nothing differs, nor do the permission bits of folders and whether they
+// are ignored.
+[[nodiscard]] bool listTheSame(const Manifest& older, const Manifest& newer);
 
-// Everything that an undo of turns takes back, sorted: the changes, and the folders that both have with other
-// permission bits. Those of a folder that git ignores are not on record.
+// The folders that both have with other permission bits, sorted. Those of a folder that is ignored are not on record.
+[[nodiscard]] std::vector<std::string> folderModeChanges(const Manifest& older, const Manifest& newer);
+
+// Everything that an undo looks at, sorted: all that the listings differ in, and these folders.
 [[nodiscard]] std::vector<std::string> changesWithFolderModes(const Manifest& older, const Manifest& newer);
 
 // Whether these are one folder with other permission bits.

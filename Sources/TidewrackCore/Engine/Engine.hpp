@@ -205,6 +205,7 @@ class Engine {
     void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
     static std::vector<std::string> relativePaths(const Project& project,
                                                   const std::optional<std::vector<std::string>>& paths);
+    [[nodiscard]] std::set<std::string, std::less<>> notIn(const Manifest& target, const Project& project) const;
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;
     [[nodiscard]] std::int64_t nextSeq(const History& history, std::optional<std::int64_t> newest) const;

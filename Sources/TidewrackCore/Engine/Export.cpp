@@ -44,7 +44,7 @@ Selection select(const History& history, std::int64_t seq, const std::vector<std
                            });
         if (!asked) continue;
         const bool byName = std::find(paths.begin(), paths.end(), item.path) != paths.end();
-        if (item.entry.isIgnoredFolder() && !byName)
+        if (item.entry.isIgnored() && !byName)
             result.leftOut.emplace_back(item.path);
         else if (item.entry.isIgnoredFolder())
             result.missing.push_back(

@@ -28,7 +28,7 @@ Engine::Sides Engine::sidesNow(const Project& project, std::int64_t from, Unknow
     const auto add = [&](const Walker::Item& item) {
         const std::uint32_t rank = index.find(item.path);
         Entry entry = item.entry;
-        if (entry.kind != EntryKind::dir) {
+        if (entry.kind != EntryKind::dir && !entry.isIgnored()) {
             const Entry* before = rank == PathIndex::none ? nullptr : &result.older.items()[rank].entry;
             if (before != nullptr && before->sameAttributes(entry)) {
                 entry.blob = before->blob;

@@ -32,7 +32,7 @@ namespace {
 
 // Why a restore could not bring it back.
 std::optional<std::string> notKeptReason(const Entry& entry) {
-    if (entry.isIgnoredFolder()) return "git ignores it";
+    if (entry.isIgnoredFolder()) return "it is ignored";
     return entry.notKeptReason();
 }
 

@@ -1,6 +1,7 @@
 // Putting a folder back. Before anything is touched a safety snapshot is taken; a path is replaced or removed only
 // while it is exactly what that snapshot recorded, so nothing is destroyed that cannot be brought back.
 
+#include "Engine/Excluding.hpp"
 #include "Engine/FolderBelow.hpp"
 #include "Engine/RestoreRun.hpp"
 #include "Engine/SameContent.hpp"
@@ -13,6 +14,7 @@
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Walk/LeaveOutRules.hpp"
 #include "Walk/Walker.hpp"
 
 #include <fcntl.h>
@@ -237,6 +239,25 @@ void foreseeRefusals(const Project& project, const RestorePlan& plan, const Mani
             result.safetyWarnings.push_back({.kind = Warning::Kind::unseenYet, .path = std::string(item->path)});
 }
 
+// What is there of files that are left out, or in folders that are, stays, unless it is what is wanted.
+void foreseeLeftOut(const Project& project, const Manifest& wanted, const Manifest& current, RestoreResult& result) {
+    Descriptor root;
+    if (openFolder(project.root, root) != 0) return;
+    FolderBelow files(root.get());
+    std::erase_if(result.outcomes, [&](PathOutcome& outcome) {
+        const Entry* there = current.find(outcome.path);
+        const Entry* then = wanted.find(outcome.path);
+        Attributes attributes;
+        if (outcome.action != PathOutcome::Action::restored || outcome.kind == EntryKind::dir) return false;
+        if (there == nullptr ? current.ignoredAround(outcome.path).empty() : !there->isIgnoredFile()) return false;
+        if (then == nullptr || files.attributes(outcome.path, attributes) != 0) return false;
+        outcome.action = PathOutcome::Action::notRestored;
+        outcome.obstacle = there != nullptr ? obstacleIn(*there) : Obstacle{Obstacle::Reason::notInHistory};
+        result.overwritten.erase(outcome.path);
+        return then->sameAttributes(entryOf(attributes));
+    });
+}
+
 // A file that was recovered just now, and that the snapshot gone back to lacks, is not counted as removed: nobody has
 // seen it yet.
 void addInterrupted(const std::vector<PathOutcome>& outcomes, RestoreResult& result) {
@@ -309,15 +330,21 @@ TakenSnapshot Engine::presentState(const Project& project) const {
     return present;
 }
 
+// What the target would have to have and cannot: nothing of it is removed for that.
+std::set<std::string, std::less<>> Engine::notIn(const Manifest& target, const Project& project) const {
+    auto paths = nestedRoots(project, store.projects());
+    paths.merge(keptSince(project, target));
+    return paths;
+}
+
 RestoreResult Engine::aim(const Project& project, const Target& target, const Scope& scope,
                           const TakenSnapshot& present, bool removeNew) const {
     const Manifest& current = present.manifest;
     const History history = store.history(project);
     const UsersTarget users = usersTarget(history, target.manifest, current);
     const Manifest& wanted = users.listing ? *users.listing : target.manifest;
-    const RestorePlan plan =
-        planRestore({wanted, current, scopeOf(users, scope), nestedRoots(project, store.projects()), removeNew,
-                     knowsEverything(target), lostContents(history, wanted, current)});
+    const RestorePlan plan = planRestore({wanted, current, scopeOf(users, scope), notIn(wanted, project), removeNew,
+                                          knowsEverything(target), lostContents(history, wanted, current)});
     const auto isCleared = [&](std::string_view name) {
         const auto owns = [&](const MarkedRestore& restore) { return restore.owns(name); };
         return std::any_of(present.interrupted.remaining.begin(), present.interrupted.remaining.end(), owns);
@@ -343,6 +370,7 @@ RestoreResult Engine::aim(const Project& project, const Target& target, const Sc
     }
     result.safetyWarnings = present.result.warnings;
     foreseeRefusals(project, plan, current, result);
+    foreseeLeftOut(project, wanted, current, result);
     return result;
 }
 
@@ -357,7 +385,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     const RestoreInput input{wanted,
                              safety.manifest,
                              scopeOf(users, scope),
-                             nestedRoots(project, store.projects()),
+                             notIn(wanted, project),
                              removeNew,
                              knowsEverything(target),
                              lostContents(history, wanted, safety.manifest)};
@@ -417,7 +445,7 @@ void Engine::recordAfterRestore(const ProjectLock& lock, const Project& project,
     const History history = store.history(project);
     meta.kind = "restored";
     if (before.label) meta.label = afterLabel(*before.label);
-    const bool share = changes.isEmpty() && sameFolders(safety.manifest, after);
+    const bool share = changes.isEmpty() && listTheSame(safety.manifest, after);
     meta.manifestOf = share ? before.manifestOf : meta.seq;
     meta.files = after.fileCount();
     meta.added = counts.added;
@@ -473,10 +501,15 @@ RestoreResult Engine::undo(const Project& project, std::int64_t from, std::optio
     request.reversal = "undo";
     TakenSnapshot safety = lock ? safetySnapshot(*lock, project, request) : presentState(project);
     const auto all = changesWithFolderModes(before.manifest, after ? *after : safety.manifest);
-    after.reset();
     if (paths && volumeIgnoresCase(project.root)) listed = asListed(listed, {&before.manifest, &safety.manifest});
     std::set<std::string, std::less<>> changed(all.begin(), all.end());
     if (paths) std::erase_if(changed, [&](const std::string& path) { return !inScope(listed, path); });
+    // What its owner took out of the history nobody is known to have changed.
+    const Manifest& end = after ? *after : safety.manifest;
+    if (const auto rules = LeaveOutRules::of(project); !rules.empty() && !paths)
+        std::erase_if(changed,
+                      [&](const std::string& path) { return end.leavesOut(path) && rules.leavesOut(path, false); });
+    after.reset();
     const Scope scope = [&](std::string_view path) { return changed.contains(path); };
     Reversal reversal{"undo", {}, std::nullopt};
     if (!paths) reversal.tookBack.push_back({from, to.value_or(safety.result.meta.seq)});

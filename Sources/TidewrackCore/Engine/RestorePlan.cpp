@@ -59,8 +59,11 @@ class ExcludedFolders {
 void planRemovals(const RestoreInput& input, const ExcludedFolders& excluded, RestorePlan& plan) {
     std::set<std::string_view> kept; // folders
     for (const auto& item : input.current.items()) {
-        if (!input.scope(item.path)) continue;
-        const Entry* wanted = input.target.find(item.path);
+        if (!input.scope(item.path) || item.entry.isIgnoredFile()) continue;
+        const Entry* then = input.target.find(item.path);
+        const bool wasLeftOut = then != nullptr && then->isIgnoredFile();
+        if (wasLeftOut && item.entry.kind != EntryKind::dir) continue; // it was there then, too
+        const Entry* wanted = wasLeftOut ? nullptr : then;
         if (excluded.covers(item.path)) {
             // Where its contents were listed then, items added since are in there unseen.
             const bool mayHoldNew = wanted == nullptr || (wanted->kind == EntryKind::dir && !wanted->isIgnoredFolder());
@@ -124,8 +127,8 @@ RestorePlan planRestore(const RestoreInput& input) {
     const ExcludedFolders excluded(input);
     planRemovals(input, excluded, plan);
     for (const auto& item : input.target.items()) {
-        if (!input.scope(item.path)) continue;
-        const Entry* present = input.current.find(item.path);
+        if (!input.scope(item.path) || item.entry.isIgnoredFile()) continue;
+        const Entry* present = input.current.findKnown(item.path);
         if (item.entry.kind != EntryKind::dir) {
             planWrite(item, present, plan);
         } else if (!item.entry.isIgnoredFolder() && !excluded.covers(item.path)) {
@@ -190,7 +193,7 @@ class Standing {
     [[nodiscard]] bool isKept(std::string_view folder) const { return kept_.contains(folder); }
     // What is at the path once the removals are done.
     [[nodiscard]] const Entry* at(std::string_view path) const {
-        return gone_.contains(path) && !kept_.contains(path) ? nullptr : current_.find(path);
+        return gone_.contains(path) && !kept_.contains(path) ? nullptr : current_.findKnown(path);
     }
     // What is no folder above the path.
     [[nodiscard]] Obstacle above(std::string_view path) const {

@@ -109,12 +109,13 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
         obstacle = Obstacle::system(error);
         return Standing::unsafe;
     }
-    const Entry* recorded = safety_.manifest.find(path);
+    const Entry* recorded = safety_.manifest.findKnown(path);
     if (recorded == nullptr) {
         // Where history lists nothing the folder may still hold exactly what is wanted.
         const Entry* wanted = target_.find(path);
         if (wanted != nullptr && wanted->sameAttributes(entryOf(attributes))) return Standing::asWanted;
-        obstacle = {Reason::notInHistory};
+        const Entry* listed = safety_.manifest.find(path);
+        obstacle = listed != nullptr ? obstacleIn(*listed) : Obstacle{Reason::notInHistory};
     } else if (recorded->kind == EntryKind::dir && isLeft(path)) {
         obstacle = {Reason::folderHoldsMore};
     } else if (obstacle = obstacleIn(*recorded); !obstacle && !untouched(*recorded, attributes)) {

@@ -75,7 +75,7 @@ class SnapshotRun {
     void add(const Walker::Item& item) {
         const std::uint32_t rank = index_.find(item.path);
         Entry entry = item.entry;
-        if (entry.kind != EntryKind::dir) entry.blob = reusableBlob(rank, entry);
+        if (entry.kind != EntryKind::dir && !entry.isIgnored()) entry.blob = reusableBlob(rank, entry);
         const bool needsContent = entry.kind != EntryKind::dir && entry.blob.empty();
         const bool tooLarge = needsContent && entry.kind == EntryKind::file && entry.size > maxFileSize_;
         const std::string blob = tooLarge ? tooLargeBlob(entry) : std::string();
@@ -125,6 +125,7 @@ class SnapshotRun {
         if (rank == PathIndex::none) return {};
         const Entry& before = previous_.items()[rank].entry;
         if (!before.sameAttributes(entry) || before.blob.starts_with("err")) return {};
+        if (before.isIgnored()) return {};
         if (before.blob.starts_with("big:") && entry.size <= maxFileSize_) return {};
         return before.blob;
     }
@@ -190,6 +191,14 @@ bool isFresh(const SnapshotMeta& meta) {
     constexpr auto settled = std::chrono::seconds(60); // twice what volumes take to bring changes to the disk
     const auto age = now() - meta.created - std::chrono::milliseconds(meta.durationMs);
     return age < settled;
+}
+
+void noteNotKept(const LeaveOutRules& rules, const Previous& previous, TakenSnapshot& taken) {
+    taken.result.notKept = notKeptIn(taken.manifest);
+    auto warning = leftOutSince(previous.manifest, taken.manifest, rules);
+    if (!warning) return;
+    warning->source = previous.meta->seq;
+    taken.result.warnings.push_back(std::move(*warning));
 }
 
 void copyRequest(const SnapshotRequest& request, SnapshotMeta& meta) {
@@ -258,6 +267,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
         },
         [&](std::string_view folder) { return earlier.get().listsIgnored(folder); });
     const Unseen unseen(*walker);
+    const LeaveOutRules rules = walker->rules();
     walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 
@@ -268,10 +278,10 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     taken.manifest = run.finish();
     for (Warning& warning : addUnseen(unseen, earlier, {true, previous.meta ? previous.meta->seq : 0}, taken.manifest))
         taken.result.warnings.push_back(std::move(warning));
-    taken.result.notKept = notKeptIn(taken.manifest);
+    noteNotKept(rules, previous, taken);
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     // What a turn did to a folder alone is on record as well, so that it can be taken back.
-    const bool share = previous.meta && changes.isEmpty() && sameFolders(previous.manifest, taken.manifest);
+    const bool share = previous.meta && changes.isEmpty() && listTheSame(previous.manifest, taken.manifest);
     // The previous snapshot has all that an unchanged one has. One that was unchanged itself has done this already.
     if (share && previous.meta->manifestOf == previous.meta->seq && isFresh(*previous.meta))
         history.bringNamesToDisk(lock);

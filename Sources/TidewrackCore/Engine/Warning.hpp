@@ -21,6 +21,7 @@ struct Warning {
         gitFailed,          // git could not say it at all; the same
         unread,             // the folder at `path`, or these `entries` of it, for `failure`; `kept` as in `source`
         unseenYet,          // of a dry run: what is in the folder at `path`, before that is opened
+        leftOutNow,         // these `entries` by the project's own rules; snapshot `source` still has them
         pruneFailed,        // as `detail` says
         listingUnread,      // that of snapshot `source`, as `detail` says: what it holds can't be told
         notCompared,        // the folder with snapshot `source`, as `detail` says

@@ -19,9 +19,11 @@ using Environment = std::map<std::string, std::string, std::less<>>;
 
 // A path whose loss would end what Tidewrack keeps or does.
 struct OwnPath {
-    enum class Role { history, hooks }; // the store's folder; an agent's configuration that holds our hooks
+    // The store's folder; an agent's configuration that holds our hooks; a file of this name in any folder, which says
+    // what histories leave out.
+    enum class Role { history, hooks, rules };
 
-    std::string path; // absolute, canonical
+    std::string path; // absolute, canonical; of rules the name alone
     Role role = Role::history;
 
     bool operator==(const OwnPath&) const = default;

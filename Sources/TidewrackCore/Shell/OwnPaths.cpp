@@ -4,6 +4,7 @@
 #include "Shell/NameFilter.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Text.hpp"
 
 #include <algorithm>
 #include <array>
@@ -41,9 +42,13 @@ constexpr auto unpins = "This would unpin a snapshot, which Tidewrack's own hist
 constexpr auto opensPage =
     "This would open a page in which Tidewrack's history of the project can be read and taken back. Allow?"sv;
 
+constexpr auto keepsLess =
+    "This may leave files out of Tidewrack's own history: what an agent does to them could not be undone. Allow?"sv;
+
 constexpr OwnCommand ownCommands[] = {
     {"browse", "", opensPage, false},     {"untrack", "", deletesHistory}, {"prune", "", deletesSnapshots},
-    {"hooks", "uninstall", removesHooks}, {"unpin", "", unpins},
+    {"hooks", "uninstall", removesHooks}, {"unpin", "", unpins},           {"exclude", "", keepsLess},
+    {"config", "set", keepsLess},
 };
 
 // One of each kind of the files that the history consists of.
@@ -62,18 +67,32 @@ std::string questionOn(std::string_view target, const OwnPath& own) {
         text += ". It may remove Tidewrack's hooks in " + own.path +
                 ": what an agent does would no longer be saved before. Allow?";
         break;
+    case OwnPath::Role::rules:
+        text += ". It may leave files out of Tidewrack's own history: what an agent does to them could not be undone. "
+                "Allow?";
+        break;
     }
     return text;
+}
+
+bool isOrHolds(const std::string& target, const OwnPath& own, Extent extent) {
+    const bool goesWhole = extent == Extent::moved || extent == Extent::removed;
+    switch (own.role) {
+    case OwnPath::Role::hooks:
+        if (extent == Extent::rights) return false;
+        break;
+    case OwnPath::Role::history: break;
+    case OwnPath::Role::rules: // where it goes with its folder, all the more is kept
+        return extent != Extent::rights && lowercased(lastComponent(target)) == own.path;
+    }
+    return (goesWhole && isAtOrBelow(own.path, target)) || isAtOrBelow(target, own.path);
 }
 
 } // namespace
 
 bool OwnPaths::lookAtText(const std::string& target, std::string_view shown, Extent extent) {
     for (const OwnPath& own : *paths_) {
-        const bool goesWhole = extent == Extent::moved || extent == Extent::removed;
-        if (extent == Extent::rights && own.role == OwnPath::Role::hooks) continue;
-        const bool holds = goesWhole && isAtOrBelow(own.path, target);
-        if (!holds && !isAtOrBelow(target, own.path)) continue;
+        if (!isOrHolds(target, own, extent)) continue;
         question_ = questionOn(shown, own);
         return true;
     }
@@ -98,7 +117,8 @@ void OwnPaths::lookBelow(const std::string& folder, const std::function<bool(std
     if (!paths_) paths_ = source_();
     const std::string real = paths_->empty() ? std::string() : realPath(folder);
     for (const OwnPath& own : *paths_) {
-        if (question_ || !isAtOrBelow(own.path, real.empty() ? folder : real)) continue;
+        if (question_ || own.role == OwnPath::Role::rules) continue;
+        if (!isAtOrBelow(own.path, real.empty() ? folder : real)) continue;
         const bool isHistory = own.role == OwnPath::Role::history;
         const bool goes = isHistory ? std::any_of(storedFiles.begin(), storedFiles.end(),
                                                   [&](std::string_view name) { return takes(joined(own.path, name)); })

@@ -211,6 +211,20 @@ void History::writeManifest(const ProjectLock&, std::int64_t seq, const Manifest
     writeFileAfter(contents, manifestPath(seq), manifest.encoded());
 }
 
+void History::changeProject(const ProjectLock&, const std::function<void(Project&)>& change) const {
+    std::string text;
+    if (const int error = readFile(recordPath(), text)) throw TidewrackError::io("read", recordPath(), error);
+    const Project before = decodeProject(text, recordPath());
+    Project project = before;
+    change(project);
+    if (project == before) return;
+    nlohmann::json object = nlohmann::json::parse(text);
+    const nlohmann::json known = toJson(before);
+    for (const auto& [key, value] : known.items()) object.erase(key);
+    object.update(toJson(project));
+    writeFileAtomically(recordPath(), compactJson(object));
+}
+
 void History::markUnfinished(const ProjectLock&, std::int64_t seq) const {
     // Failures are passed over: the leftovers then wait for a prune that looks at everything.
     const Descriptor file(

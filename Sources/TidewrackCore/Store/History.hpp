@@ -10,6 +10,7 @@
 #include "Store/Records.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -62,6 +63,9 @@ class History {
     void bringRecordsToDisk(const ProjectLock& lock) const;
     void writeManifest(const ProjectLock& lock, std::int64_t seq, const Manifest& manifest,
                        const PendingWrites& contents) const;
+    // Changes the project's record, and nothing in it that this program does not know. Throws TidewrackError io or
+    // corrupt.
+    void changeProject(const ProjectLock& lock, const std::function<void(Project&)>& change) const;
     // Gives number `seq`, which a snapshot took that was never recorded, an empty manifest if it has none. A manifest
     // without a record tells the next prune that contents may be left that nothing names.
     void markUnfinished(const ProjectLock& lock, std::int64_t seq) const;

@@ -19,6 +19,7 @@ bool byPath(const Manifest::Item& a, const Manifest::Item& b) {
 
 std::optional<std::string> Entry::notKeptReason() const {
     if (blob.starts_with("big:")) return "it was larger than the size limit";
+    if (isIgnoredFile()) return "it was ignored";
     if (!blob.starts_with("err")) return std::nullopt;
     const KeepFailure failure = KeepFailure::fromBlob(blob);
     if (failure.why != KeepFailure::Why::system) return failure.text();
@@ -81,6 +82,22 @@ bool Manifest::listsBelow(std::string_view folder) const {
 bool Manifest::listsIgnored(std::string_view folder) const {
     const Entry* entry = find(folder);
     return entry != nullptr && entry->isIgnoredFolder();
+}
+
+const Entry* Manifest::findKnown(std::string_view path) const {
+    const Entry* entry = find(path);
+    return entry != nullptr && entry->isIgnoredFile() ? nullptr : entry;
+}
+
+bool Manifest::leavesOut(std::string_view path) const {
+    const Entry* entry = find(path);
+    return (entry != nullptr && entry->isIgnoredFile()) || !ignoredAround(path).empty();
+}
+
+std::string_view Manifest::ignoredAround(std::string_view path) const {
+    for (std::size_t end = path.size(); (end = path.rfind('/', end)) != std::string_view::npos && end > 0; --end)
+        if (const std::string_view folder = path.substr(0, end); listsIgnored(folder)) return folder;
+    return {};
 }
 
 std::int64_t Manifest::fileCount() const {

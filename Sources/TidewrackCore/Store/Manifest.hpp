@@ -24,7 +24,7 @@ enum class EntryKind : std::uint8_t { file, link, dir };
 //   "<seq>/<n>"           kept by snapshot seq as its n-th content
 //   "big:<size>:<mtime>"  over the size limit, not kept
 //   "err<number>"         could not be kept; the error's number (older stores: a bare "err"), or a KeepFailure's word
-//   "ign"                 a folder left out because git ignores it
+//   "ign"                 a folder left out because git ignores it, or a file, link or folder that the user leaves out
 //   ""                    a folder
 // `blob` is a view: its bytes belong to the manifest that holds the entry, or to the caller that made the entry.
 struct Entry {
@@ -43,11 +43,14 @@ struct Entry {
         return kind == other.kind && mode == other.mode && size == other.size && mtime == other.mtime &&
                ctime == other.ctime && ino == other.ino;
     }
-    // The content of a file or link was kept.
-    [[nodiscard]] bool isKept() const { return kind != EntryKind::dir && !notKept(); }
-    [[nodiscard]] bool notKept() const { return blob.starts_with("big:") || blob.starts_with("err"); }
-    // A folder left out because git ignores it is listed without size and times, which change with its content.
-    [[nodiscard]] bool isIgnoredFolder() const { return kind == EntryKind::dir && blob == "ign"; }
+    [[nodiscard]] bool isKept() const { return kind != EntryKind::dir && !notKept(); } // the content of a file or link
+    [[nodiscard]] bool notKept() const {
+        return blob.starts_with("big:") || blob.starts_with("err") || isIgnoredFile();
+    }
+    // What is left out on purpose is listed without size and times, which change with its content.
+    [[nodiscard]] bool isIgnored() const { return blob == "ign"; }
+    [[nodiscard]] bool isIgnoredFile() const { return kind != EntryKind::dir && isIgnored(); } // or link
+    [[nodiscard]] bool isIgnoredFolder() const { return kind == EntryKind::dir && isIgnored(); }
     void markIgnored() {
         size = mtime = ctime = 0;
         blob = "ign";
@@ -107,16 +110,19 @@ class Manifest {
     [[nodiscard]] bool lists(std::string_view path) const { return find(path) != nullptr || listsBelow(path); }
     // Whether anything is listed whose path begins with `folder` + "/".
     [[nodiscard]] bool listsBelow(std::string_view folder) const;
-    // Whether the folder is listed as one that git ignores.
+    // Whether the folder is listed as one that is left out; the nearest such one around the path, or nothing.
     [[nodiscard]] bool listsIgnored(std::string_view folder) const;
+    [[nodiscard]] std::string_view ignoredAround(std::string_view path) const;
+    // What is known of the path; null also for a file or link that is left out, as if it were not listed.
+    [[nodiscard]] const Entry* findKnown(std::string_view path) const;
+    // Whether what is at the path is left out: by itself, as a file or link, or with a folder around it.
+    [[nodiscard]] bool leavesOut(std::string_view path) const;
     [[nodiscard]] std::int64_t fileCount() const; // files and links
 
-    // What the file ends with.
-    static constexpr std::string_view endMarker = "bvx$";
+    static constexpr std::string_view endMarker = "bvx$"; // what the file ends with
     // The file's bytes: the compressed text. Throws TidewrackError io when the compression fails.
     [[nodiscard]] std::string encoded() const;
-    // Throws TidewrackError corrupt "manifest kind", "manifest number", "manifest line end", or that it cannot be
-    // decompressed.
+    // Throws TidewrackError corrupt "manifest kind", "manifest number" or "manifest line end", or of the compression.
     [[nodiscard]] static Manifest decode(std::string_view bytes);
 
     // The same without the compression.

@@ -21,14 +21,7 @@ bool isIgnored(const Entry* entry) {
     return entry != nullptr && entry->isIgnoredFolder();
 }
 
-constexpr const char* ignoredNow = "git ignores it now";
-
-// The folder around the path that is listed as one that git ignores; empty: there is none.
-std::string_view ignoredAround(const Manifest& listing, std::string_view path) {
-    for (std::string_view at = parentOf(path); !at.empty(); at = parentOf(at))
-        if (listing.listsIgnored(at)) return at;
-    return {};
-}
+constexpr const char* ignoredNow = "it is ignored now";
 
 } // namespace
 
@@ -40,20 +33,21 @@ std::string_view unreadAround(const Manifest& listing, std::string_view path) {
 }
 
 std::optional<UndoAction> PathPlanner::plan(const std::string& path) {
-    const bool isUnseen = !ignoredAround(now_, path).empty();
+    const bool isUnseen = now_.leavesOut(path);
     const Entry* now = isUnseen ? unseen(path) : now_.find(path);
     State state{now, std::nullopt, now != nullptr ? now->mode : std::uint16_t{0}};
     const Entry* oldest = nullptr; // what was there before all steps
     bool touched = false;
     bool ignored = false;
+    bool isCrossed = false; // a step ends with the path left out
     UndoAction action;
     action.path = path;
     for (const UndoStep& step : steps_) {
         const Entry* before = step.before.find(path);
         const Entry* after = step.after.find(path);
         const bool mode = isModeChange(before, after) && isFolder(state.entry) && !isIgnored(state.entry);
-        if (!ignoredAround(step.before, path).empty()) continue; // it looks as if all in there were added
-        const bool unlisted = !ignoredAround(step.after, path).empty();
+        if (step.before.leavesOut(path)) continue; // it looks as if all in there were added
+        const bool unlisted = step.after.leavesOut(path);
         if (unlisted ? before == nullptr : same(before, after) && !mode) continue;
         if (before == nullptr && !options_.readsEverything) {
             const std::string_view closed = unreadAround(step.before, path);
@@ -64,6 +58,7 @@ std::optional<UndoAction> PathPlanner::plan(const std::string& path) {
         if (!step.doubt.empty() && step.isOthers(path, folder)) continue;
         oldest = before;
         touched = true;
+        isCrossed = isCrossed || unlisted;
         ignored = ignored || isIgnored(before) || isIgnored(now);
         if (action.reason != Reason::none || ignored) continue;
         if (unlisted)
@@ -77,7 +72,8 @@ std::optional<UndoAction> PathPlanner::plan(const std::string& path) {
     if (!isUnseen && now == nullptr && findNested(action)) return action;
     if (ignored && (!isUnseen || now == nullptr)) return ofIgnored(std::move(action), oldest, now);
     auto planned = withLater(std::move(action), state, oldest, now);
-    return isUnseen ? amongUnseen(std::move(planned), now) : planned;
+    const bool isOwners = isCrossed && options_.leavesOut && options_.leavesOut(path);
+    return isUnseen || isOwners ? amongUnseen(std::move(planned), now, isOwners) : planned;
 }
 
 bool PathPlanner::same(const Entry* a, const Entry* b) const {
@@ -122,14 +118,18 @@ const Entry* PathPlanner::unseen(const std::string& path) {
     return &made_.back();
 }
 
-// Into such a folder comes back what is gone from it. What is there no snapshot could hold, so that stays: one line
-// for all of it. A folder in it is made with what comes back into it.
-std::optional<UndoAction> PathPlanner::amongUnseen(std::optional<UndoAction> action, const Entry* now) const {
-    if (!action || (now == nullptr && !(action->acts() && action->folder))) return action;
-    if (now == nullptr) return std::nullopt;
+// Into such a folder comes back what is gone from it, unless its owner took it out of the history: nothing tells who
+// removed it since. What is there no snapshot could hold, so that stays: one line for all of it. A folder in it is made
+// with what comes back into it.
+std::optional<UndoAction> PathPlanner::amongUnseen(std::optional<UndoAction> action, const Entry* now,
+                                                   bool isOwners) const {
+    const bool stays = now != nullptr || isOwners;
+    if (!action || (!stays && !(action->acts() && action->folder))) return action;
+    if (!stays) return std::nullopt;
     UndoAction hidden;
-    hidden.path = std::string(ignoredAround(now_, action->path));
-    hidden.folder = true;
+    hidden.path = std::string(now_.ignoredAround(action->path));
+    hidden.folder = !hidden.path.empty();
+    if (!hidden.folder) hidden.path = action->path;
     hidden.reason = Reason::hidden;
     hidden.detail = ignoredNow;
     return hidden;
@@ -157,7 +157,7 @@ std::optional<UndoAction> PathPlanner::ofIgnored(UndoAction action, const Entry*
         action.reason = Reason::ignored;
     } else {
         action.reason = isFolder(oldest) ? Reason::notKept : Reason::hidden;
-        action.detail = isFolder(oldest) ? "git ignores it" : ignoredNow;
+        action.detail = isFolder(oldest) ? "it is ignored" : ignoredNow;
     }
     return action;
 }

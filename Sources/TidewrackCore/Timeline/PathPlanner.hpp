@@ -36,7 +36,8 @@ class PathPlanner {
     std::optional<UndoAction> withLater(UndoAction action, State state, const Entry* oldest, const Entry* now) const;
     [[nodiscard]] std::optional<UndoAction> ofUnread(std::string_view folder) const;
     const Entry* unseen(const std::string& path);
-    [[nodiscard]] std::optional<UndoAction> amongUnseen(std::optional<UndoAction> action, const Entry* now) const;
+    [[nodiscard]] std::optional<UndoAction> amongUnseen(std::optional<UndoAction> action, const Entry* now,
+                                                        bool isOwners) const;
     [[nodiscard]] bool findNested(UndoAction& action) const;
     static std::optional<UndoAction> ofIgnored(UndoAction action, const Entry* oldest, const Entry* now);
     [[nodiscard]] bool isAt(const State& state, const Entry* entry) const;

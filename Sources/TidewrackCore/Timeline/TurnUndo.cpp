@@ -9,6 +9,7 @@
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Timeline/Elsewhere.hpp"
+#include "Walk/LeaveOutRules.hpp"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -215,8 +216,10 @@ UndoContents TurnUndo::contents(const Manifest& now) const {
 }
 
 TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Options& options) const {
-    UndoOptions undo{options.later, nullptr, engine_.nestedRoots(project_, engine_.store.projects()), options.hunks,
-                     ::geteuid() == 0};
+    UndoOptions undo{options.later, nullptr,       engine_.nestedRoots(project_, engine_.store.projects()),
+                     nullptr,       options.hunks, ::geteuid() == 0};
+    if (auto rules = LeaveOutRules::of(project_); !rules.empty())
+        undo.leavesOut = [rules = std::move(rules)](std::string_view path) { return rules.leavesOut(path, false); };
     if (!options.paths.empty())
         undo.scope = [&](std::string_view path) {
             return std::any_of(options.paths.begin(), options.paths.end(),

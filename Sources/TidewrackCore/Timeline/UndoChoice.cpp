@@ -44,8 +44,9 @@ void TurnUndo::count(TimelineRow& row) const {
     for (auto stretch = newestFirst.rbegin(); stretch != newestFirst.rend(); ++stretch) {
         const auto to = stretch->to == untilNow ? std::nullopt : std::optional(stretch->to);
         const Engine::Sides sides = engine_.sides(project_, stretch->from, to);
-        follow(Changes::between(sides.older, sides.newer), files);
-        any = any || !changesWithFolderModes(sides.older, sides.newer).empty();
+        const Changes changes = Changes::between(sides.older, sides.newer);
+        follow(changes, files);
+        any = any || !changes.isEmpty() || !folderModeChanges(sides.older, sides.newer).empty();
     }
     row.counts.emplace();
     for (const auto& [path, file] : files) {

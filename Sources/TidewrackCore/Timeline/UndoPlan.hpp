@@ -55,8 +55,9 @@ struct UndoOptions {
     // Paths that were changed since are put back whole all the same, or are left alone without a word.
     enum class Later { merged, overwritten, kept };
     Later later = Later::merged;
-    std::function<bool(std::string_view)> scope;      // empty: everything
-    std::set<std::string, std::less<>> nestedRoots{}; // other projects inside this one, relative
+    std::function<bool(std::string_view)> scope;       // empty: everything
+    std::set<std::string, std::less<>> nestedRoots{};  // other projects inside this one, relative
+    std::function<bool(std::string_view)> leavesOut{}; // whether the owner's rules leave out the path; empty: none
     // Of the one file in scope, which one step alone changed, only these hunks; empty: all of it.
     LineDiff::ChosenHunks hunks{};
     bool readsEverything = false; // the user reads folders whatever their mode, as root does

@@ -43,9 +43,8 @@ Descriptor openRoot(const std::string& root) {
 
 Walker::Walker(const std::string& root, Options options)
     : options_(std::move(options)), rootPath_(root), root_(openRoot(root)),
-      reader_(root_.get(), [this](std::string_view name, std::string_view path) {
-          return !leavesOut(name, path) && !asksGit(name);
-      }) {}
+      reader_(root_.get(),
+              [this](std::string_view name, std::string_view path) { return wayOf(name, path) == Way::entered; }) {}
 
 void Walker::expect(std::int64_t files) {
     constexpr std::int64_t filesForTwo = 200; // fewer are read before a second thread is of use
@@ -87,20 +86,22 @@ bool Walker::yieldFile(std::string_view name, const Attributes& attributes, cons
     if (name.size() == ignoredFile.size() && attributes.kind == Attributes::Kind::file && name == ignoredFile)
         return true;
     if (isTemporary(name)) return true;
-    return body({path_, entryOf(attributes)});
+    Item item{path_, entryOf(attributes)};
+    if (options_.rules.of(path_, false) == LeaveOutRules::Verdict::leftOut) item.entry.markIgnored();
+    return body(item);
 }
 
 bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, const Body& body) {
-    if (leavesOut(name, path_)) return true;
+    const Way way = wayOf(name, path_);
+    if (way == Way::omitted) return true;
     (void)isTemporary(name); // an exchange moves aside whatever has the name
     Item item{path_, entryOf(attributes)};
-    const bool asks = asksGit(name);
-    if (asks && isIgnored()) {
+    if (way == Way::ignored || (way == Way::asked && isIgnored())) {
         item.entry.markIgnored();
         return body(item);
     }
     if (!body(item)) return false;
-    if (asks) reader_.put(path_);
+    if (way == Way::asked) reader_.put(path_);
     return true;
 }
 
@@ -115,12 +116,15 @@ bool Walker::isTemporary(std::string_view name) {
     return name.find_first_not_of("0123456789", prefix->size()) == std::string_view::npos;
 }
 
-bool Walker::leavesOut(std::string_view name, std::string_view path) const {
-    return options_.excludes.contains(name) || (!options_.skipPaths.empty() && options_.skipPaths.contains(path));
-}
-
-bool Walker::asksGit(std::string_view name) const {
-    return options_.isIgnored && options_.excludesIfIgnored.contains(name);
+Walker::Way Walker::wayOf(std::string_view name, std::string_view path) const {
+    if (!options_.skipPaths.empty() && options_.skipPaths.contains(path)) return Way::omitted;
+    switch (options_.rules.of(path, true)) {
+    case LeaveOutRules::Verdict::leftOut: return Way::ignored;
+    case LeaveOutRules::Verdict::kept: return Way::entered;
+    case LeaveOutRules::Verdict::none: break;
+    }
+    if (options_.excludes.contains(name)) return Way::omitted;
+    return options_.isIgnored && options_.excludesIfIgnored.contains(name) ? Way::asked : Way::entered;
 }
 
 bool Walker::isIgnored() {
@@ -133,6 +137,9 @@ std::optional<std::int64_t> Walker::count(const std::string& root, const NameSet
     constexpr std::int64_t betweenLooks = 256; // at the clock
     Options options;
     options.excludes = excludes;
+    Project project;
+    project.root = root;
+    options.rules = LeaveOutRules::of(project);
     std::int64_t count = 0;
     bool late = false;
     Walker(root, std::move(options)).walk([&](const Item&) {
@@ -150,6 +157,8 @@ std::unique_ptr<Walker> projectWalker(const Project& project, const NameSet& ski
     options.excludesIfIgnored = NameSet(ifIgnored.begin(), ifIgnored.end());
     options.skipPaths = skipping;
     options.temporaries = std::move(temporaries);
+    options.rules = LeaveOutRules::of(project);
+    if (options.temporaries.found != nullptr) options.rules.keepAll(); // one may be in a folder that is left out since
     if (const std::shared_ptr<GitIgnore> git = GitIgnore::open(project.root, GitIgnore::patienceOfCommands, patience)) {
         options.isIgnored = [git](std::string_view path) { return git->isIgnored(path); };
         options.gitOutcome = [git] { return git->outcome(); };

@@ -9,6 +9,7 @@
 #include "Store/Records.hpp"
 #include "Walk/FolderReader.hpp"
 #include "Walk/GitIgnore.hpp"
+#include "Walk/LeaveOutRules.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -63,6 +64,7 @@ class Walker {
         std::function<std::optional<bool>(std::string_view)> isIgnored;
         std::function<GitOutcome()> gitOutcome; // how git does with that; may be empty
         NameSet skipPaths;                      // relative folder paths left out, with everything below
+        LeaveOutRules rules;                    // outweigh names and git; what they leave out is listed as ignored
         Temporaries temporaries;
     };
 
@@ -82,8 +84,10 @@ class Walker {
         return options_.gitOutcome ? options_.gitOutcome() : GitOutcome::answered;
     }
 
-    // Counts the items that a walk yields with the given excluded names; gives up at `limit` + 1, and at the deadline,
-    // when there is no count.
+    [[nodiscard]] const LeaveOutRules& rules() const { return options_.rules; }
+
+    // Counts the items that a walk yields with the given excluded names and the rules in the folder; gives up at
+    // `limit` + 1, and at the deadline, when there is no count.
     [[nodiscard]] static std::optional<std::int64_t> count(const std::string& root, const NameSet& excludes,
                                                            std::int64_t limit, const Deadline& deadline = std::nullopt);
 
@@ -92,8 +96,9 @@ class Walker {
     bool yieldFile(std::string_view name, const Attributes& attributes, const Body& body);
     bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
     [[nodiscard]] bool isTemporary(std::string_view name);
-    [[nodiscard]] bool leavesOut(std::string_view name, std::string_view path) const;
-    [[nodiscard]] bool asksGit(std::string_view name) const;
+    // What becomes of a folder.
+    enum class Way : std::uint8_t { omitted, ignored, asked, entered };
+    [[nodiscard]] Way wayOf(std::string_view name, std::string_view path) const;
     [[nodiscard]] bool isIgnored();
     void noteUnread(const FolderListing& listing);
 

@@ -43,6 +43,16 @@ int check(Invocation& call);
 int usage(Invocation& call);
 int benchWalk(Invocation& call);
 
+// Excluding.cpp
+int exclude(Invocation& call);
+int include(Invocation& call);
+
+// Config.cpp
+int configList(Invocation& call);
+int configGet(Invocation& call);
+int configSet(Invocation& call);
+int config(Invocation& call); // `config` with no word, or with one that it does not know
+
 // GettingBack.cpp
 int restore(Invocation& call);
 int undo(Invocation& call);

@@ -23,7 +23,7 @@ std::optional<std::string> leftOut(const Project& project, const Manifest& manif
     for (std::string_view above = parentOf(path); !above.empty(); above = parentOf(above)) {
         const Entry* entry = manifest.find(above);
         if (entry != nullptr && entry->isIgnoredFolder())
-            return std::string(above) + " is left out, since git ignores it";
+            return std::string(above) + " is left out, since it is ignored";
     }
     for (std::string_view rest = path; !rest.empty(); rest = parentOf(rest)) {
         const std::string name(lastComponent(rest));

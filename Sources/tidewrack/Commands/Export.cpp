@@ -58,7 +58,7 @@ int exportSnapshot(Invocation& call) {
             warnings.push_back("couldn't export " + each.path + ": " + reasonText(each.obstacle, seq));
         call.warn(warnings);
         for (const std::string& path : result.leftOut)
-            call.around.err.line(call.around.err.shown(path) + "/ is left out: git ignores it");
+            call.around.err.line(call.around.err.shown(path) + " is left out: it is ignored");
     }
     return result.missing.empty() ? 0 : incomplete;
 }

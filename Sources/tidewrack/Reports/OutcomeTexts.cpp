@@ -31,7 +31,7 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
     switch (obstacle.reason) {
     case Reason::none: return "";
     case Reason::systemError: return errorText(obstacle.error);
-    case Reason::notInHistory: return "it isn't in history (ignored by git, or added just now)";
+    case Reason::notInHistory: return "it isn't in history (ignored, or added just now)";
     case Reason::notSavedFirst: return "it couldn't be saved first (" + notKeptText(obstacle.detail) + ")";
     case Reason::changedSince:
         return "it changed after the safety snapshot" +
@@ -41,7 +41,7 @@ std::string reasonText(const Obstacle& obstacle, std::int64_t target) {
     case Reason::somethingInTheWay: return "something else is there (" + standingText(obstacle.detail) + ")";
     case Reason::notKeptThen: return notKeptText(obstacle.detail) + " when that snapshot was taken";
     case Reason::damaged: return "what was kept of it is damaged";
-    case Reason::ignoredByGit: return "git ignores it, so its content isn't in history";
+    case Reason::ignoredByGit: return "it is ignored, so its content isn't in history";
     case Reason::unreadThen: return "it couldn't be read when that snapshot was taken";
     case Reason::parentNotMade: return "couldn't create " + parent + ": " + errorText(obstacle.error);
     case Reason::parentUnreachable: return parent + ": " + errorText(obstacle.error);

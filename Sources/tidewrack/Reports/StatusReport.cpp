@@ -30,9 +30,11 @@ std::string notKeptText(const NotKept& notKept, const Look& look) {
     for (std::size_t i = 0; i < std::min(notKept.failed.size(), mostFailed); ++i)
         add("Not kept: " + look.shown(notKept.failed[i].path) + ": " + look.shown(notKept.failed[i].reason));
     if (notKept.failed.size() > mostFailed) add("and " + std::to_string(notKept.failed.size() - mostFailed) + " more");
-    if (notKept.ignoredFolders > 0)
-        add(countText(notKept.ignoredFolders, "folder") + " that git ignores " +
-            (notKept.ignoredFolders == 1 ? "is" : "are") + " left out");
+    const std::string folders = notKept.ignoredFolders > 0 ? countText(notKept.ignoredFolders, "folder") : "";
+    const std::string files = notKept.ignoredFiles > 0 ? countText(notKept.ignoredFiles, "file") : "";
+    if (notKept.ignoredFolders + notKept.ignoredFiles > 0)
+        add(folders + (folders.empty() || files.empty() ? "" : " and ") + files +
+            (notKept.ignoredFolders + notKept.ignoredFiles == 1 ? " is" : " are") + " left out as ignored");
     return text;
 }
 
@@ -83,6 +85,7 @@ nlohmann::json statusJson(const StatusReport& report) {
                              {"tooLarge", report.notKept.tooLarge},
                              {"tooLargeBytes", report.notKept.tooLargeBytes},
                              {"ignoredFolders", report.notKept.ignoredFolders},
+                             {"ignoredFiles", report.notKept.ignoredFiles},
                              {"failed", nlohmann::json::array()},
                              {"agents", nlohmann::json::array()},
                              {"failures", nlohmann::json::array()},

@@ -114,7 +114,7 @@ std::string reasonText(const UndoneAction& each, const Look& look) {
     case Reason::notKept: return "was not kept: " + each.action.detail;
     case Reason::damaged: return "what was kept of it is damaged";
     case Reason::hidden: return "is not in history any more: " + each.action.detail;
-    case Reason::ignored: return "git ignores it, so its content isn't in history";
+    case Reason::ignored: return "it is ignored, so its content isn't in history";
     case Reason::unlisted:
         return "history doesn't hold all that is in it (" + look.shown(repairedUtf8(each.action.detail)) + ")";
     case Reason::blocked: return look.shown(repairedUtf8(each.action.detail));
