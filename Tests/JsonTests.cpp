@@ -120,6 +120,7 @@ TEST(Json, printsWhatIsDocumented) {
     json project = json::parse(f.read(record));
     project["maxFileSize"] = 1000;
     project["patterns"] = {"*.x"};
+    project["cap"] = std::int64_t{1} << 40;
     f.write(record, project.dump());
     EXPECT_EQ(run("track")["project"]["root"], world.projectPath());
     f.write("project/new/file", "n");

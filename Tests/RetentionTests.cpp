@@ -22,7 +22,7 @@ constexpr std::int64_t day = 86400;
 const Date noon{std::chrono::seconds(20000 * day + 12 * hour)};
 
 // Snapshots of the given ages in seconds; a negative age marks a pinned one of that age.
-std::vector<std::int64_t> removed(const std::vector<std::int64_t>& ages) {
+std::vector<std::int64_t> removed(const std::vector<std::int64_t>& ages, std::int64_t upTo = 0) {
     std::vector<SnapshotMeta> snapshots;
     for (const std::int64_t age : ages) {
         SnapshotMeta meta;
@@ -31,7 +31,8 @@ std::vector<std::int64_t> removed(const std::vector<std::int64_t>& ages) {
         meta.created = noon - std::chrono::seconds(std::abs(age));
         snapshots.push_back(meta);
     }
-    return planRetention(snapshots, noon).remove;
+    return planRetention(snapshots, noon, upTo ? std::optional(noon - std::chrono::seconds(upTo)) : std::nullopt)
+        .remove;
 }
 
 using Numbers = std::vector<std::int64_t>;
@@ -62,6 +63,12 @@ TEST(RetentionPlan, agesAndBuckets) {
         {"a clock set back", {-100 * day, 5, 3 * day}, {}},
     };
     for (const Case& each : cases) EXPECT_EQ(removed(each.ages), each.removed) << each.what;
+}
+
+TEST(RetentionPlan, wantOfRoomTakesTheOldestFirst) {
+    EXPECT_EQ(removed({-9 * day, 9 * day, 8 * day, 3 * day, day}, 8 * day), (Numbers{2, 3}));
+    EXPECT_EQ(removed({9 * day, 2 * day, 2 * day - 1, day}, 1), (Numbers{1, 2}));
+    EXPECT_EQ(removed({9 * day, 8 * day}, 1), Numbers{1}) << "the newest stays";
 }
 
 // No prune of itself believes a clock that may be wrong.

@@ -92,8 +92,10 @@ constexpr Command table[] = {
      .group = Group::projects,
      .options = configOptions,
      .summary = "what is set for this folder's history",
-     .details = "One line for each setting: the largest file that is kept, the names of folders that are left out, and "
-                "what exclude and include have added.",
+     .details =
+         "One line for each setting: the largest file that is kept, how much room the history may take, the names "
+         "of folders that are left out, and what exclude and include have added; of the whole store how much has "
+         "to stay free on its volume, and how much room it may take.",
      .example = "tidewrack config list",
      .run = commands::configList},
     {.name = "config get",
@@ -111,9 +113,13 @@ constexpr Command table[] = {
      .effect = Effect::changes,
      .mostWords = 2,
      .options = projectOptions,
-     .summary = "set the largest file that is kept",
-     .details = "maxFileSize takes bytes, or with K, M, G or T behind the number powers of 1024; default is 256M.",
-     .example = "tidewrack config set maxFileSize 1G",
+     .summary = "set the largest file that is kept, or how much room may be taken",
+     .details =
+         "maxFileSize (256M), project.cap and store.cap (none), and store.floor (1G, or 5 % of the volume) take bytes, "
+         "or with K, M, G or T behind the number powers of 1024; default takes a setting back. Where a history or "
+         "the store takes more than its cap its oldest snapshots go, but for pinned ones and those of the last 48 "
+         "hours. Where less than store.floor is free no new file over 1 MiB is kept.",
+     .example = "tidewrack config set project.cap 20G",
      .run = commands::configSet},
     {.name = "snap",
      .group = Group::history,

@@ -45,6 +45,7 @@ class VolumeFixture {
     [[nodiscard]] std::string file(const std::string& name) const { return project() + "/" + name; }
     void keepHistoryAt(const std::string& relative) {
         world.folder.makeFolder(relative);
+        world.folder.write(relative + "/settings.json", R"({"floor":0})"); // these volumes are small
         world.environment["TIDEWRACK_HOME"] = world.folder.at(relative);
     }
     void write(const std::string& name, const std::string& content) const {

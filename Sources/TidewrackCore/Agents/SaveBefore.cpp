@@ -243,10 +243,14 @@ class Saving {
 
     void saveUnkept(const Project& project, const Manifest::Item& item) {
         std::string path = joined(project.root, item.path);
-        if (KeepFailure::fromBlob(item.entry.blob).why == KeepFailure::Why::late)
-            unsaved(path, noTimeLeft);
-        else
-            outside_.push_back(std::move(path));
+        switch (KeepFailure::fromBlob(item.entry.blob).why) {
+        case KeepFailure::Why::late: return unsaved(path, noTimeLeft);
+        case KeepFailure::Why::noRoom: return unsaved(path, noRoom);
+        case KeepFailure::Why::none:
+        case KeepFailure::Why::system:
+        case KeepFailure::Why::changing: break;
+        }
+        outside_.push_back(std::move(path));
     }
 
     // The same where the command takes a part of a folder.

@@ -42,6 +42,13 @@ std::string stillIgnoredText(const Warning& warning) {
     return warning.source == 0 ? "none counts as ignored" : "those of " + sourceText(warning) + " still are";
 }
 
+std::string noRoomText(const Warning& warning) {
+    const bool one = warning.source == 1;
+    return "the disk is almost full: " + warning.path +
+           (one ? "" : " and " + std::to_string(warning.source - 1) + " more") + (one ? " is" : " are") +
+           " listed but not kept";
+}
+
 } // namespace
 
 std::string warningText(const Warning& warning) {
@@ -59,6 +66,7 @@ std::string warningText(const Warning& warning) {
         return "what is in " + warning.path +
                " can't be seen before it is opened; what was changed in it stays as it is";
     case Kind::leftOutNow: return leftOutText(warning);
+    case Kind::noRoom: return noRoomText(warning);
     case Kind::pruneFailed: return "prune failed: " + warning.detail;
     case Kind::listingUnread: return "can't tell what #" + std::to_string(warning.source) + " holds: " + warning.detail;
     case Kind::notCompared:

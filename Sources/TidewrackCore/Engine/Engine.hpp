@@ -129,15 +129,15 @@ class Engine {
     [[nodiscard]] static std::string relative(const Project& project, const std::string& path);
 
     // --- Retention ---
-    // Removes the snapshots that planRetention names, and the contents that no remaining one names. A dry run only
-    // reads, and waits for nobody.
+    // Removes the snapshots that planRetention names, also those that have to go for want of room, and the contents
+    // that no remaining one names. A dry run only reads, and waits for nobody; one up to `upTo` takes all that may go.
     PruneResult prune(const Project& project, Date now, bool dryRun) const;
-    // Which contents are looked at: all, or those alone that the removed snapshots can have been the last to name. The
-    // latter is enough where every earlier prune and snapshot came to its end, and becomes the former where one did
-    // not.
+    [[nodiscard]] PruneResult foreseePrune(const Project& project, Date now, std::optional<Date> upTo) const;
+    // Which contents are looked at: all, or those alone that the removed snapshots can have been the last to name. That
+    // is enough where every earlier prune and snapshot came to its end; where one did not it becomes all.
     enum class Sweep { everything, freed };
-    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now,
-                            Sweep sweep = Sweep::everything) const;
+    PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, Sweep sweep = Sweep::everything,
+                            std::optional<Date> upTo = std::nullopt) const;
     // Pruning keeps a pinned snapshot. Throws TidewrackError noSnapshot.
     void setPinned(const Project& project, std::int64_t seq, bool pinned) const;
 
@@ -202,7 +202,7 @@ class Engine {
     [[nodiscard]] Sides sides(const Project& project, std::int64_t from, std::optional<std::int64_t> to) const;
 
   private:
-    void pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const;
+    void pruneIfDue(const ProjectLock& lock, const Project& project, std::int64_t age, SnapshotResult& result) const;
     static std::vector<std::string> relativePaths(const Project& project,
                                                   const std::optional<std::vector<std::string>>& paths);
     [[nodiscard]] std::set<std::string, std::less<>> notIn(const Manifest& target, const Project& project) const;

@@ -3,13 +3,16 @@
 // stays until the contents are gone: while a manifest is there that no record names, contents may be there as well that
 // nothing names, and the next prune looks at all of them.
 
+#include "Engine/Caps.hpp"
 #include "Engine/Engine.hpp"
 #include "Engine/RetentionPlan.hpp"
+#include "Engine/Usage.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Copies.hpp"
 #include "Platform/Descriptor.hpp"
 #include "Platform/Flush.hpp"
 #include "Platform/OpenFolder.hpp"
+#include "Store/Settings.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -29,7 +32,6 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::int64_t secondsBetweenPrunes = 3600;
 constexpr std::size_t manifestsAtOnce = 4; // of a large project each takes some 10 MB
 
 void removeFileIfThere(const std::string& path) {
@@ -217,13 +219,13 @@ struct PrunePlan {
     [[nodiscard]] PruneResult result() const { return {snapshots, contents.count(), {}, {}}; }
 };
 
-PrunePlan planPrune(const History& history, Date now, Engine::Sweep sweep) {
+PrunePlan planPrune(const History& history, Date now, Engine::Sweep sweep, std::optional<Date> upTo) {
     const auto snapshots = history.snapshots();
     const auto seqs = history.seqs();
     if (!std::equal(seqs.begin(), seqs.end(), snapshots.begin(), snapshots.end(),
                     [](std::int64_t seq, const SnapshotMeta& meta) { return seq == meta.seq; }))
         requireAllRead(seqs, snapshots);
-    const RetentionPlan retention = planRetention(snapshots, now);
+    const RetentionPlan retention = planRetention(snapshots, now, upTo);
     PrunePlan plan{retention.remove, UnusedManifests(history, retention.manifestsInUse),
                    UnclaimedContents(history.blobsFolder()), seqs.empty() ? 0 : seqs.back()};
     if (sweep == Engine::Sweep::freed && retention.freesOwnContentsOnly &&
@@ -238,13 +240,13 @@ PrunePlan planPrune(const History& history, Date now, Engine::Sweep sweep) {
 
 // A plan that was made without the lock, while other commands may have been at work. What a snapshot has kept that is
 // being taken looks like what a dead one has left.
-PrunePlan planPruneUnlocked(const History& history, Date now) {
+PrunePlan planPruneUnlocked(const History& history, Date now, std::optional<Date> upTo) {
     constexpr int mostTries = 4;
     for (int tries = 1;; ++tries) {
         const auto before = history.seqs();
         const auto isLast = [&] { return tries == mostTries || history.seqs() == before; };
         try {
-            PrunePlan plan = planPrune(history, now, Engine::Sweep::everything);
+            PrunePlan plan = planPrune(history, now, Engine::Sweep::everything, upTo);
             const bool isAtRest = ProjectLock::isFree(history.lockPath());
             if (!isLast()) continue;
             if (!isAtRest || tries == mostTries) {
@@ -260,19 +262,65 @@ PrunePlan planPruneUnlocked(const History& history, Date now) {
 
 } // namespace
 
+namespace {
+
+// Up to when unpinned snapshots have to go for want of room.
+struct Capped {
+    std::optional<Date> own; // of the project
+    std::optional<Date> all; // of every project
+    std::vector<Project> projects;
+};
+
+Capped cappedUpTo(const Engine& engine, const Project& project, Date now) {
+    Capped capped;
+    if (project.cap)
+        capped.own = goesUpTo(engine, {project}, storedBytes(engine.store.history(project)), *project.cap, now);
+    const auto cap = settingsOrNone(engine.store.home).cap;
+    if (!cap) return capped;
+    capped.projects = engine.store.registry().projects;
+    capped.all = goesUpTo(engine, capped.projects, storeBytes(engine.store, capped.projects), *cap, now);
+    capped.own = std::max(capped.own, capped.all); // none is the least
+    return capped;
+}
+
+// Other projects give up what they have of old for the store as well.
+PruneResult pruneCapped(const Engine& engine, const ProjectLock& lock, const Project& project, Date now,
+                        Engine::Sweep sweep) {
+    const Capped capped = cappedUpTo(engine, project, now);
+    PruneResult result = engine.pruneLocked(lock, project, now, sweep, capped.own);
+    for (const Project& other : capped.projects) {
+        if (!capped.all || other.id == project.id) continue;
+        try {
+            const History history = engine.store.history(other);
+            const ProjectLock others(history.lockPath(), std::chrono::steady_clock::now());
+            if (clockIsConfirmed(history.snapshots(), now))
+                (void)engine.pruneLocked(others, other, now, Engine::Sweep::freed, capped.all);
+        } catch (const TidewrackError&) { // it is at work, or damaged: the next prune tries again
+        }
+    }
+    return result;
+}
+
+} // namespace
+
 PruneResult Engine::prune(const Project& project, Date now, bool dryRun) const {
+    if (dryRun) return foreseePrune(project, now, cappedUpTo(*this, project, now).own);
+    return pruneCapped(*this, ProjectLock(store.history(project).lockPath()), project, now, Sweep::everything);
+}
+
+PruneResult Engine::foreseePrune(const Project& project, Date now, std::optional<Date> upTo) const {
     const History history = store.history(project);
-    if (!dryRun) return pruneLocked(ProjectLock(history.lockPath()), project, now);
-    const PrunePlan plan = planPruneUnlocked(history, now);
+    const PrunePlan plan = planPruneUnlocked(history, now, upTo);
     PruneResult result = plan.result();
     result.contents = plan.contents.names();
     result.manifests = plan.manifests.numbers();
     return result;
 }
 
-PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, Sweep sweep) const {
+PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, Sweep sweep,
+                                std::optional<Date> upTo) const {
     const History history = store.history(project);
-    PrunePlan plan = planPrune(history, now, sweep);
+    PrunePlan plan = planPrune(history, now, sweep, upTo);
     PruneResult result = plan.result();
     for (const std::int64_t seq : plan.snapshots) removeFileIfThere(history.metaPath(seq));
     plan.manifests.removeAllButOne();
@@ -284,17 +332,18 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     return result;
 }
 
-void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, SnapshotResult& result) const {
+void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, std::int64_t age,
+                        SnapshotResult& result) const {
     const std::string marker = store.history(project).folder() + "/last-prune";
     try {
         Attributes attributes;
         const std::int64_t last =
             attributesAt(AT_FDCWD, marker.c_str(), attributes) == 0 ? attributes.mtime / nanosPerSecond : INT64_MIN / 2;
         const std::int64_t since = secondsOf(now()) - last;
-        if (since >= 0 && since <= secondsBetweenPrunes) return; // one in the future is from a wrong clock
+        if (since >= 0 && since <= age) return; // one in the future is from a wrong clock
         writeFileAtomically(marker, "");
         if (!clockIsConfirmed(store.history(project).snapshots(), now())) return;
-        (void)pruneLocked(lock, project, now(), Sweep::freed);
+        (void)pruneCapped(*this, lock, project, now(), Sweep::freed);
     } catch (const std::exception& error) {
         Warning& warning = result.warnings.emplace_back();
         warning.kind = Warning::Kind::pruneFailed;

@@ -11,7 +11,7 @@ namespace {
 constexpr std::int64_t hour = 3600;
 constexpr std::int64_t day = 86400;
 
-std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots, Date now) {
+std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots, Date now, std::optional<Date> upTo) {
     std::set<std::int64_t> keep;
     std::map<std::string, std::int64_t> buckets; // the newest snapshot of each
     for (const SnapshotMeta& meta : snapshots) {
@@ -19,6 +19,8 @@ std::set<std::int64_t> numbersToKeep(const std::vector<SnapshotMeta>& snapshots,
         const std::int64_t age = secondsOf(now) - created;
         if (meta.pinned || std::chrono::seconds(age) < keepsAll)
             keep.insert(meta.seq);
+        else if (upTo && meta.created <= *upTo && &meta != &snapshots.back())
+            continue;
         else if (age < 7 * day)
             buckets["h" + std::to_string(created / hour)] = meta.seq;
         else if (age < 30 * day)
@@ -74,9 +76,9 @@ bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now) {
     return clockIsConfirmed(records, now);
 }
 
-RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now) {
+RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now, std::optional<Date> upTo) {
     RetentionPlan plan;
-    const auto keep = numbersToKeep(snapshots, now);
+    const auto keep = numbersToKeep(snapshots, now, upTo);
     std::set<std::int64_t> toRead;
     const SnapshotMeta* before = nullptr; // the latest kept snapshot so far
     for (const SnapshotMeta& meta : snapshots) {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <span>
 #include <vector>
@@ -27,8 +28,10 @@ struct RetentionPlan {
     bool freesOwnContentsOnly = true;
 };
 
-// `snapshots` ascending by number.
-[[nodiscard]] RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now);
+// `snapshots` ascending by number. With `upTo` those of up to then go as well, for want of room, but for pinned ones,
+// all of the last 48 hours, and the newest.
+[[nodiscard]] RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now,
+                                          std::optional<Date> upTo = std::nullopt);
 
 // Whether `now` is credible enough to remove snapshots by their age without being asked: a wrong clock would make the
 // whole history look old. After a jump of the clock (a record more than 400 days after the one before it, or more than

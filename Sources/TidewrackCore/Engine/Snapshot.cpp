@@ -16,6 +16,7 @@
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
 #include "Platform/Volumes.hpp"
+#include "Store/Settings.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -68,9 +69,14 @@ std::string tooLargeBlob(const Entry& entry) {
 // One snapshot while it is being taken: the walk turns into entries and copies to make.
 class SnapshotRun {
   public:
-    SnapshotRun(const Manifest& previous, std::int64_t seq, std::int64_t maxFileSize, const Progress& progress)
-        : previous_(previous), index_(previous), seq_(seq), maxFileSize_(maxFileSize), progress_(progress),
-          builder_(previous) {}
+    struct Limits {
+        std::int64_t maxFileSize = 0;
+        bool noRoom = false; // for large contents
+    };
+
+    SnapshotRun(const Manifest& previous, std::int64_t seq, const Limits& limits, const Progress& progress)
+        : previous_(previous), index_(previous), seq_(seq), maxFileSize_(limits.maxFileSize), noRoom_(limits.noRoom),
+          progress_(progress), builder_(previous) {}
 
     void add(const Walker::Item& item) {
         const std::uint32_t rank = index_.find(item.path);
@@ -78,10 +84,13 @@ class SnapshotRun {
         if (entry.kind != EntryKind::dir && !entry.isIgnored()) entry.blob = reusableBlob(rank, entry);
         const bool needsContent = entry.kind != EntryKind::dir && entry.blob.empty();
         const bool tooLarge = needsContent && entry.kind == EntryKind::file && entry.size > maxFileSize_;
-        const std::string blob = tooLarge ? tooLargeBlob(entry) : std::string();
-        if (tooLarge) entry.blob = blob;
+        const bool noRoom =
+            needsContent && !tooLarge && noRoom_ && entry.kind == EntryKind::file && entry.size > Settings::alwaysKept;
+        const std::string blob = tooLarge ? tooLargeBlob(entry) : noRoom ? KeepFailure{why}.blob() : std::string();
+        if (tooLarge || noRoom) entry.blob = blob;
+        if (noRoom && (++withoutRoom_ == 1 || item.path < firstWithoutRoom_)) firstWithoutRoom_ = item.path;
         const auto handle = builder_.add(item.path, entry, rank);
-        if (needsContent && !tooLarge)
+        if (needsContent && !tooLarge && !noRoom)
             jobs_.push_back({handle, std::to_string(seq_) + "/" + std::to_string(jobs_.size()), entry});
         if (progress_ && (builder_.size() & 1023) == 0) progress_("walked", builder_.size());
     }
@@ -89,6 +98,7 @@ class SnapshotRun {
     // Keeps the contents; failures become "err" entries and warnings.
     void keepContents(const Project& project, ContentFolder& contents, const Deadline& deadline,
                       SnapshotResult& result) {
+        tellOfRoom(result);
         if (jobs_.empty()) return;
         contents.make();
         Descriptor root;
@@ -119,6 +129,8 @@ class SnapshotRun {
     [[nodiscard]] Manifest finish() { return builder_.finish(); }
 
   private:
+    static constexpr auto why = KeepFailure::Why::noRoom;
+
     // The content of an untouched file is already kept. What could not be kept is tried again, as is what lies within
     // the size limit now.
     [[nodiscard]] std::string_view reusableBlob(std::uint32_t rank, const Entry& entry) const {
@@ -128,6 +140,15 @@ class SnapshotRun {
         if (before.isIgnored()) return {};
         if (before.blob.starts_with("big:") && entry.size <= maxFileSize_) return {};
         return before.blob;
+    }
+
+    void tellOfRoom(SnapshotResult& result) const {
+        if (withoutRoom_ == 0) return;
+        Warning warning{Warning::Kind::noRoom, firstWithoutRoom_, {why}};
+        warning.source = withoutRoom_;
+        result.unsaved = withoutRoom_;
+        result.firstUnsaved = warning;
+        result.warnings.push_back(std::move(warning));
     }
 
     static void count(const std::string& path, const KeepFailure& failure, SnapshotResult& result) {
@@ -157,11 +178,18 @@ class SnapshotRun {
     PathIndex index_;
     std::int64_t seq_;
     std::int64_t maxFileSize_;
+    bool noRoom_;
+    std::int64_t withoutRoom_ = 0;
+    std::string firstWithoutRoom_;
     const Progress& progress_;
     ManifestBuilder builder_;
     std::vector<KeepJob> jobs_;
     PendingWrites pending_;
 };
+
+SnapshotRun::Limits limitsOf(const Project& project, const Store& store) {
+    return {project.maxFileSize.value_or(Project::defaultMaxFileSize), isAlmostFull(store.home)};
+}
 
 // The newest snapshot with its manifest, when both can be read.
 struct Previous {
@@ -259,7 +287,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
 
     meta.seq = nextSeq(history, newest);
     if (meta.seq > newest.value_or(0) + 1) history.markUnfinished(lock, meta.seq - 1);
-    SnapshotRun run(previous.manifest, meta.seq, project.maxFileSize.value_or(Project::defaultMaxFileSize), progress);
+    SnapshotRun run(previous.manifest, meta.seq, limitsOf(project, store), progress);
     walker->walk(
         [&](const Walker::Item& item) {
             run.add(item);
@@ -309,9 +337,15 @@ SnapshotResult Engine::snapshot(const Project& project, const SnapshotRequest& r
 }
 
 TakenSnapshot Engine::snapshotListed(const Project& project, const SnapshotRequest& request) const {
+    constexpr std::int64_t hour = 3600;
+    constexpr std::int64_t minute = 60;
     const ProjectLock lock(store.history(project).lockPath(), request.deadline);
+    SnapshotResult before;
+    if (isAlmostFull(store.home) && !passed(request.deadline))
+        pruneIfDue(lock, project, minute, before); // makes room first
     TakenSnapshot taken = snapshotLocked(lock, project, request);
-    if (!passed(request.deadline)) pruneIfDue(lock, project, taken.result);
+    if (!passed(request.deadline)) pruneIfDue(lock, project, hour, taken.result);
+    taken.result.warnings.insert(taken.result.warnings.end(), before.warnings.begin(), before.warnings.end());
     return taken;
 }
 

@@ -22,6 +22,7 @@ struct Warning {
         unread,             // the folder at `path`, or these `entries` of it, for `failure`; `kept` as in `source`
         unseenYet,          // of a dry run: what is in the folder at `path`, before that is opened
         leftOutNow,         // these `entries` by the project's own rules; snapshot `source` still has them
+        noRoom,             // for the contents of `source` files, `path` one of them: the volume is almost full
         pruneFailed,        // as `detail` says
         listingUnread,      // that of snapshot `source`, as `detail` says: what it holds can't be told
         notCompared,        // the folder with snapshot `source`, as `detail` says

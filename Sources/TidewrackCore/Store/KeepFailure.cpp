@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::string_view changingBlob = "errchanging";
 constexpr std::string_view lateBlob = "errlate";
+constexpr std::string_view noRoomBlob = "errroom";
 
 } // namespace
 
@@ -21,6 +22,7 @@ std::string KeepFailure::blob() const {
     case Why::system: return "err" + std::to_string(error);
     case Why::changing: return std::string(changingBlob);
     case Why::late: return std::string(lateBlob);
+    case Why::noRoom: return std::string(noRoomBlob);
     }
     return {};
 }
@@ -29,6 +31,7 @@ KeepFailure KeepFailure::fromBlob(std::string_view blob) {
     if (!blob.starts_with("err")) return {};
     if (blob == changingBlob) return {Why::changing};
     if (blob == lateBlob) return {Why::late};
+    if (blob == noRoomBlob) return {Why::noRoom};
     KeepFailure failure{Why::system};
     const auto digits = blob.substr(3);
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), failure.error);
@@ -42,6 +45,7 @@ std::string KeepFailure::text() const {
     case Why::system: return errorText(error);
     case Why::changing: return errorText(keptChanging);
     case Why::late: return errorText(pastDeadline);
+    case Why::noRoom: return "the disk is almost full";
     }
     return {};
 }

@@ -13,6 +13,7 @@ struct KeepFailure {
         system,   // `error`
         changing, // time and again while it was copied
         late,     // there was no time left
+        noRoom,   // too little room is left on the volume for large contents
     };
 
     Why why = Why::none;

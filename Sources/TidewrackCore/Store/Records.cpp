@@ -21,6 +21,7 @@ nlohmann::json toJson(const Project& project) {
                              {"excludes", project.excludes}};
     if (project.excludesIfIgnored) object["excludesIfIgnored"] = *project.excludesIfIgnored;
     if (project.maxFileSize) object["maxFileSize"] = *project.maxFileSize;
+    if (project.cap) object["cap"] = *project.cap;
     if (!project.patterns.empty()) object["patterns"] = project.patterns;
     return object;
 }
@@ -59,6 +60,7 @@ Project decodeProject(std::string_view text, const std::string& source) {
     project.excludes = fields.texts("excludes");
     project.excludesIfIgnored = fields.optionalTexts("excludesIfIgnored");
     project.maxFileSize = fields.optionalInteger("maxFileSize");
+    project.cap = fields.optionalInteger("cap");
     project.patterns = fields.optionalTexts("patterns").value_or(std::vector<std::string>());
     return project;
 }

@@ -23,6 +23,7 @@ struct Project {
     std::vector<std::string> excludes;                         // names always left out
     std::optional<std::vector<std::string>> excludesIfIgnored; // names left out when git ignores them; absent: defaults
     std::optional<std::int64_t> maxFileSize;                   // bytes; absent: defaultMaxFileSize
+    std::optional<std::int64_t> cap;                           // bytes that the history may take; absent: any number
     std::vector<std::string> patterns; // what is left out or kept besides, as lines of a .gitignore file
 
     bool operator==(const Project&) const = default;

@@ -1,7 +1,9 @@
-// What can be set for a project.
+// What can be set for a project, and for all of them.
 
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
+#include "Platform/Volumes.hpp"
+#include "Store/Settings.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Text.hpp"
 #include "Walk/Walker.hpp"
@@ -22,25 +24,44 @@ struct Setting {
     std::string note{}; // behind it, where people read it
 };
 
+constexpr std::string_view ofStore = "store.";
+
+std::string textOf(std::optional<std::int64_t> bytes) {
+    return bytes ? std::to_string(*bytes) : "none";
+}
+
+Setting capSetting(const char* key, std::optional<std::int64_t> bytes) {
+    return {key, {textOf(bytes)}, bytes.has_value(), bytes ? bytesText(*bytes) : ""};
+}
+
+std::vector<Setting> settingsOf(const Store& store) {
+    const Settings settings = readSettings(store.home);
+    const std::int64_t floor = settings.floorOf(volumeRoom(store.home));
+    return {{"store.floor", {std::to_string(floor)}, settings.floor.has_value(), bytesText(floor)},
+            capSetting("store.cap", settings.cap)};
+}
+
 std::vector<Setting> settingsOf(const Project& project) {
     const std::int64_t largest = project.maxFileSize.value_or(Project::defaultMaxFileSize);
     return {{"maxFileSize", {std::to_string(largest)}, project.maxFileSize.has_value(), bytesText(largest)},
+            capSetting("project.cap", project.cap),
             {"excludes", project.excludes, true},
             {"excludesIfIgnored", project.excludesIfIgnored.value_or(defaultExcludesIfIgnored()),
              project.excludesIfIgnored.has_value()},
             {"patterns", project.patterns, !project.patterns.empty()}};
 }
 
-Setting settingCalled(const Project& project, const std::string& key) {
+Setting settingCalled(Invocation& call, const std::string& key) {
+    const bool isStores = key.starts_with(ofStore);
     std::string known;
-    for (Setting& each : settingsOf(project)) {
+    for (Setting& each : isStores ? settingsOf(call.store()) : settingsOf(call.project())) {
         if (each.key == key) return std::move(each);
         known += (known.empty() ? "" : ", ") + each.key;
     }
-    throw CliError("There is no setting " + key + ". Known: " + known + ".");
+    throw CliError("There is no setting " + key + ". Known: " + known + (isStores ? "." : ", store.floor, store.cap."));
 }
 
-// "1000", "300M": with K, M, G or T for powers of 1024. None for anything else, and for 0.
+// "1000", "300M": with K, M, G or T for powers of 1024. None for anything else.
 std::optional<std::int64_t> sizeOf(std::string_view text) {
     constexpr std::string_view units = "KMGT";
     std::int64_t factor = 1;
@@ -51,7 +72,7 @@ std::optional<std::int64_t> sizeOf(std::string_view text) {
     }
     std::int64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number <= 0 || number > INT64_MAX / factor)
+    if (error != std::errc() || end != text.data() + text.size() || number < 0 || number > INT64_MAX / factor)
         return std::nullopt;
     return number * factor;
 }
@@ -66,9 +87,10 @@ std::string text(Invocation& call, const Setting& setting) {
 } // namespace
 
 int configList(Invocation& call) {
-    const Project project = call.project();
+    std::vector<Setting> settings = settingsOf(call.project());
+    for (Setting& each : settingsOf(call.store())) settings.push_back(std::move(each));
     nlohmann::json list = nlohmann::json::array();
-    for (const Setting& setting : settingsOf(project)) {
+    for (const Setting& setting : settings) {
         if (!call.json()) call.print(text(call, setting));
         nlohmann::json values = nlohmann::json::array();
         for (const std::string& value : setting.values) values.push_back(repairedUtf8(value));
@@ -80,7 +102,7 @@ int configList(Invocation& call) {
 
 int configGet(Invocation& call) {
     if (!call.args.word(0)) throw CliError("missing key");
-    const Setting setting = settingCalled(call.project(), *call.args.word(0));
+    const Setting setting = settingCalled(call, *call.args.word(0));
     for (const std::string& value : setting.values) call.print(call.shown(value) + "\n");
     return 0;
 }
@@ -89,14 +111,22 @@ int configSet(Invocation& call) {
     const auto key = call.args.word(0);
     const auto value = call.args.word(1);
     if (!key || !value) throw CliError(key ? "missing value" : "missing key");
-    const Project project = call.project();
-    if (settingCalled(project, *key).key != "maxFileSize")
+    (void)settingCalled(call, *key); // there is such a one
+    const bool isFloor = *key == "store.floor";
+    if (!isFloor && *key != "store.cap" && *key != "project.cap" && *key != "maxFileSize")
         throw CliError(*key + " is changed by: tidewrack exclude PATH, tidewrack include PATH");
     const auto size = sizeOf(*value);
-    if (!size && *value != "default") throw CliError("maxFileSize takes a size, such as 300M, or default.");
-    const History history = call.store().history(project);
+    if (*value != "default" && (!size || (*size == 0 && !isFloor)))
+        throw CliError(*key + " takes a size, such as 300M, or default.");
+    if (key->starts_with(ofStore)) {
+        changeSettings(call.store().home,
+                       [&](Settings& settings) { (isFloor ? settings.floor : settings.cap) = size; });
+        return 0;
+    }
+    const History history = call.store().history(call.project());
     const ProjectLock lock(history.lockPath());
-    history.changeProject(lock, [&](Project& record) { record.maxFileSize = size; });
+    history.changeProject(lock,
+                          [&](Project& record) { (*key == "project.cap" ? record.cap : record.maxFileSize) = size; });
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include "Commands/Commands.hpp"
 #include "Commands/Hooks.hpp"
 #include "Commands/UndoElsewhere.hpp"
+#include "Engine/Caps.hpp"
 #include "Engine/Usage.hpp"
 #include "Invocation.hpp"
 #include "Platform/ChildProcess.hpp"
@@ -12,6 +13,7 @@
 #include "Platform/Process.hpp"
 #include "Platform/Volumes.hpp"
 #include "Reports/StatusReport.hpp"
+#include "Store/Settings.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -104,6 +106,30 @@ void addDamage(const History& history, StatusReport& report) {
     }
 }
 
+// What room is left, and what the histories take of it.
+void addRoom(const Engine& engine, StatusReport& report) {
+    const auto over = [&](std::int64_t bytes, const std::optional<std::int64_t>& cap, const char* what,
+                          const char* key) {
+        if (cap && bytes > *cap)
+            report.troubles.push_back({std::string(what) + " takes " + bytesText(bytes) + ", more than its " + key +
+                                           " of " + bytesText(*cap) +
+                                           ": what is pinned or not older than 48 hours stays",
+                                       "Run: tidewrack prune, or: tidewrack config set " + std::string(key) + " SIZE"});
+    };
+    over(report.bytes, report.project->cap, "This history", "project.cap");
+    try {
+        const Settings settings = readSettings(engine.store.home);
+        if (settings.cap)
+            over(storeBytes(engine.store, engine.store.registry().projects), settings.cap, "The store", "store.cap");
+    } catch (const TidewrackError& error) {
+        report.troubles.push_back({error.what(), {}});
+    }
+    if (isAlmostFull(engine.store.home))
+        report.troubles.push_back({"Only " + bytesText(volumeRoom(engine.store.home).free) +
+                                       " is free on the history's volume: new files over 1 MiB are not kept",
+                                   "Make room, or: tidewrack config set store.floor SIZE"});
+}
+
 void addSnapshots(const Engine& engine, StatusReport& report) {
     const Project& project = *report.project;
     const History history = engine.store.history(project);
@@ -130,6 +156,7 @@ void addSnapshots(const Engine& engine, StatusReport& report) {
                                        " could not be kept by the newest snapshot",
                                    "Try again: tidewrack snap"});
     report.bytes = storedBytes(history);
+    addRoom(engine, report);
     report.sharesBlocks = history.sharesVolume() && volumeClones(project.root);
     report.git = askGit(project.root);
     if (report.git != StatusReport::Git::answers && GitIgnore::insideRepo(project.root))
