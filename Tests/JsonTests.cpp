@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <set>
@@ -227,6 +228,10 @@ TEST(Json, printsWhatIsDocumented) {
     document.check("log", json::array({toJson(task)}));
 
     run("config list", {"list"});
+    f.write("was/here", "x");
+    world.ok({"track", f.at("was")});
+    std::filesystem::rename(f.at("was"), f.at("is"));
+    run("move", {f.at("was"), f.at("is")});
     EXPECT_TRUE(run("exclude", {"new"}).contains("snapshot"));
     run("include", {"new", "--dry-run"});
 

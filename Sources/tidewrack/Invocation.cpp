@@ -1,8 +1,10 @@
 #include "Invocation.hpp"
 
 #include "Agents/SnapshotTexts.hpp"
+#include "Engine/LostProject.hpp"
 #include "Pager.hpp"
 #include "Platform/Process.hpp"
+#include "Reports/PathWords.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
@@ -37,6 +39,12 @@ void refuseUnreadable(const Registry& registry, const std::string& path, const s
             if (lastComponent(parentOf(each.path)) == Store::projectID(folder)) throw TidewrackError::io(each.reason);
 }
 
+// The history that may be meant, where the folder was renamed or moved.
+std::string lostHint(const Store& store, const std::string& folder) {
+    const auto lost = lostProjectLike(store, folder);
+    return lost ? " It looks like " + lost->root + ", which is gone: " + movingTo(lost->root, folder) : std::string();
+}
+
 } // namespace
 
 Invocation::Invocation(const Command& called, Args words, Surroundings& surroundings)
@@ -65,7 +73,7 @@ Project Invocation::project(const std::optional<std::string>& folder) {
     refuseUnreadable(registry, path, found ? found->root : std::string());
     for (const Registry::Unreadable& each : registry.unreadable)
         if (!found && isFolder(each.path)) throw TidewrackError::io(each.reason); // that of all records
-    if (!found) throw TidewrackError::notTracked(path);
+    if (!found) throw TidewrackError::notTracked(path, lostHint(store(), Store::canonical(path)));
     return *found;
 }
 

@@ -64,6 +64,16 @@ void takeBack(Scene& scene) {
     scene.world.ok({"undo", "--last"});
 }
 
+// Its folder was elsewhere, and is back.
+void moveAway(Scene& scene) {
+    scene.history();
+    const std::string here = scene.world.projectPath();
+    const std::string was = scene.f.at("was");
+    EXPECT_EQ(::rename(here.c_str(), was.c_str()), 0);
+    scene.world.ok({"move", here, was});
+    EXPECT_EQ(::rename(was.c_str(), here.c_str()), 0);
+}
+
 // A record, a content that the project has as well, and a listing, with what it alone names.
 void damageHistory(Scene& scene) {
     scene.history();
@@ -109,6 +119,7 @@ const std::vector<Operation>& operations() {
         {"pin", {"pin", "2"}},
         {"check that repairs", {"check", "--repair"}, damageHistory, "", false, {3}},
         {"untrack", {"untrack"}, history, "", true},
+        {"move", {"move", "../was"}, moveAway},
         {"hook that takes a snapshot", {"hook", "claude"}, history, removesFile},
         {"hook that saves to the vault", {"hook", "claude"}, history, removesNotes},
         {"vault restore", {"vault", "restore", "?"}, saveAndLose},

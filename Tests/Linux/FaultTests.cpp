@@ -149,6 +149,7 @@ class Attempt {
         if (operation_.words[0] == "check") { // what was damaged before is none of the fault's
             EXPECT_EQ(scene_.world.run(operation_.words).status, 0);
         }
+        if (operation_.words[0] == "move") (void)scene_.world.run(operation_.words); // the rest, if there is any
         const auto recoverable = scene_.recoverable();
         for (const std::string& content : before_)
             EXPECT_TRUE(operation_.losesHistory || recoverable.contains(content)) << content;

@@ -128,10 +128,13 @@ History::Taken History::take(const Tree& disk) {
         const Node* before = find(previous, path);
         if (item.ignored) item.size = item.mtime = item.ctime = 0;
         if (item.isFolder() || item.ignored) continue;
+        const bool isCopy = before != nullptr && before->isCopy(item);
+        taken.recognises = taken.recognises || isCopy;
         if (item.kind == 'f' && item.size > sizeLimit)
             item.version = "big:" + number(item.size) + ":" + number(item.mtime);
         else
-            item.version = before != nullptr && before->sameAttributes(item) ? before->version : number(++versions_);
+            item.version =
+                isCopy || (before != nullptr && before->sameAttributes(item)) ? before->version : number(++versions_);
     }
     finish(taken, previous, latest);
     return taken;
@@ -148,7 +151,7 @@ History::Taken History::takeSafety(Tree& before) {
 // Without changes a snapshot shares the listing of the one before.
 void History::finish(Taken& taken, const Tree& previous, const Known* shared) {
     taken.changes = changesBetween(previous, taken.walked);
-    const bool shares = shared != nullptr && listTheSame(previous, taken.walked);
+    const bool shares = shared != nullptr && !taken.recognises && listTheSame(previous, taken.walked);
     SnapshotMeta& meta = taken.known.meta;
     meta.seq = snapshots_.empty() ? 1 : snapshots_.rbegin()->first + 1;
     meta.manifestOf = shares ? shared->meta.manifestOf : meta.seq;

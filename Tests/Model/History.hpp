@@ -28,6 +28,7 @@ class History {
         Tree walked;
         Changes changes;
         Known known;
+        bool recognises = false; // a file by its content
     };
     using Scope = std::function<bool(const std::string&)>;
 

@@ -16,6 +16,11 @@ bool Node::sameAttributes(const Node& other) const {
            ctime == other.ctime && ino == other.ino;
 }
 
+bool Node::isCopy(const Node& other) const {
+    return kind == 'f' && other.kind == 'f' && size == other.size && mtime == other.mtime && ino != other.ino &&
+           text == other.text && !notKept();
+}
+
 const Node* find(const Tree& tree, const std::string& path) {
     const auto at = tree.find(path);
     return at == tree.end() ? nullptr : &at->second;

@@ -28,6 +28,7 @@ struct Node {
     [[nodiscard]] bool leftOutFile() const { return ignored && !isFolder(); }
     [[nodiscard]] bool notKept() const { return version.starts_with("big") || leftOutFile(); }
     [[nodiscard]] bool sameAttributes(const Node& other) const;
+    [[nodiscard]] bool isCopy(const Node& other) const; // another file with the same content and time
 };
 
 using Tree = std::map<std::string, Node>; // by path relative to the root

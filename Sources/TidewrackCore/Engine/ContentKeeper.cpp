@@ -1,5 +1,6 @@
 #include "Engine/ContentKeeper.hpp"
 
+#include "Engine/SameContent.hpp"
 #include "Support/Paths.hpp"
 
 #include <fcntl.h>
@@ -84,6 +85,14 @@ KeepFailure Keeper::keepFile(KeepJob& job, Place source, Place target, CloneWork
     job.tooLarge = before.size > maxFileSize_;
     if (job.tooLarge) return {};
     waitUntilSettled(before.ctime);
+    const std::string earlier = "../" + job.earlier; // all contents' folders lie beside each other
+    job.isEarlier = !job.earlier.empty() && sameContent(source, {folder_, earlier.c_str()});
+    if (job.isEarlier) {
+        Attributes after;
+        if (const int error = attributesOfOpen(file.get(), after)) return KeepFailure::system(error);
+        consistent = job.isEarlier = entryOf(after).sameAttributes(job.entry);
+        if (consistent) return {};
+    }
     if (const int error = copyOpenFile(file.get(), status, target, {0444}, worker.memory))
         return KeepFailure::system(error);
     Attributes after;

@@ -17,6 +17,8 @@ struct KeepJob {
     bool tooLarge = false;
     bool growing = false; // it got longer while it was copied
     KeepFailure failure;
+    std::string earlier{};  // a blob kept before that may hold the same; empty: there is none
+    bool isEarlier = false; // it is, and nothing was copied
 };
 
 // When a file changes while it is copied it is copied again, with fresh attributes.

@@ -90,8 +90,10 @@ class SnapshotRun {
         if (tooLarge || noRoom) entry.blob = blob;
         if (noRoom && (++withoutRoom_ == 1 || item.path < firstWithoutRoom_)) firstWithoutRoom_ = item.path;
         const auto handle = builder_.add(item.path, entry, rank);
-        if (needsContent && !tooLarge && !noRoom)
+        if (needsContent && !tooLarge && !noRoom) {
             jobs_.push_back({handle, std::to_string(seq_) + "/" + std::to_string(jobs_.size()), entry});
+            jobs_.back().earlier = perhapsSame(rank, entry);
+        }
         if (progress_ && (builder_.size() & 1023) == 0) progress_("walked", builder_.size());
     }
 
@@ -123,6 +125,8 @@ class SnapshotRun {
         }
     }
 
+    // Whether files were found to be the same though they are others, which the listing has to tell.
+    [[nodiscard]] bool hasRecognised() const { return recognised_; }
     [[nodiscard]] std::size_t jobCount() const { return jobs_.size(); }
     [[nodiscard]] std::size_t itemCount() const { return builder_.size(); }
     [[nodiscard]] const PendingWrites& pending() const { return pending_; }
@@ -151,6 +155,15 @@ class SnapshotRun {
         result.warnings.push_back(std::move(warning));
     }
 
+    // What was kept of a file that was copied or moved here since from another volume, times and all.
+    [[nodiscard]] std::string_view perhapsSame(std::uint32_t rank, const Entry& entry) const {
+        if (rank == PathIndex::none || entry.kind != EntryKind::file) return {};
+        const Entry& before = previous_.items()[rank].entry;
+        const bool isLike = before.kind == entry.kind && before.isKept() && before.size == entry.size &&
+                            before.mtime == entry.mtime && before.ino != entry.ino;
+        return isLike ? before.blob : std::string_view();
+    }
+
     static void count(const std::string& path, const KeepFailure& failure, SnapshotResult& result) {
         result.warnings.push_back({Warning::Kind::notSaved, path, failure});
         if (failure.why == KeepFailure::Why::late) {
@@ -161,7 +174,8 @@ class SnapshotRun {
     }
 
     void settle(KeepJob& job, SnapshotResult& result) {
-        std::string blob = job.blob;
+        std::string blob = job.isEarlier ? job.earlier : job.blob;
+        recognised_ = recognised_ || job.isEarlier;
         if (job.failure) {
             blob = job.failure.blob();
             count(std::string(builder_.item(job.item).path), job.failure, result);
@@ -179,6 +193,7 @@ class SnapshotRun {
     std::int64_t seq_;
     std::int64_t maxFileSize_;
     bool noRoom_;
+    bool recognised_ = false;
     std::int64_t withoutRoom_ = 0;
     std::string firstWithoutRoom_;
     const Progress& progress_;
@@ -309,7 +324,8 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
     noteNotKept(rules, previous, taken);
     const Changes& changes = taken.result.changes = Changes::between(previous.manifest, taken.manifest);
     // What a turn did to a folder alone is on record as well, so that it can be taken back.
-    const bool share = previous.meta && changes.isEmpty() && listTheSame(previous.manifest, taken.manifest);
+    const bool share =
+        previous.meta && !run.hasRecognised() && changes.isEmpty() && listTheSame(previous.manifest, taken.manifest);
     // The previous snapshot has all that an unchanged one has. One that was unchanged itself has done this already.
     if (share && previous.meta->manifestOf == previous.meta->seq && isFresh(*previous.meta))
         history.bringNamesToDisk(lock);

@@ -64,7 +64,9 @@ void refuseMany(const Store& store, const std::string& path, const TrackPatience
                                   " files. Use --force to track it anyway.");
 }
 
-void refuseUnsuitable(const Store& store, const std::string& path, bool force, const TrackPatience& patience) {
+} // namespace
+
+void refuseUnsuitable(const Store& store, const std::string& path) {
     const std::string own = Store::canonical(store.home);
     // The root folder is an exception: it is too broad, and tracked by force its walks leave the history out.
     if (isAtOrBelow(path, own) || (path != "/" && isAtOrBelow(own, path)))
@@ -73,13 +75,7 @@ void refuseUnsuitable(const Store& store, const std::string& path, bool force, c
     if (!isUtf8(path))
         throw TidewrackError::refused(repairedUtf8(path) +
                                       " has a name that is not valid UTF-8. Rename the folder to track it.");
-    if (force) return;
-    if (isTooBroad(store, path))
-        throw TidewrackError::refused(path + " is too broad to track. Track a project folder instead.");
-    refuseMany(store, path, patience);
 }
-
-} // namespace
 
 bool wasRefusedLately(const Store& store, const std::string& path) {
     const std::string place = refusalPath(store, path);
@@ -96,7 +92,10 @@ Project track(const Store& store, const std::string& path, bool force, const Tra
     Registry registry = store.registry();
     for (Project& known : registry.projects)
         if (known.root == p) return std::move(known);
-    refuseUnsuitable(store, p, force, patience);
+    refuseUnsuitable(store, p);
+    if (!force && isTooBroad(store, p))
+        throw TidewrackError::refused(p + " is too broad to track. Track a project folder instead.");
+    if (!force) refuseMany(store, p, patience);
     Project project;
     project.id = Store::projectID(p);
     project.root = p;

@@ -19,6 +19,9 @@ struct TrackPatience {
     Deadline count; // of the files
 };
 
+// Throws TidewrackError refused where a folder can have no history, not even by force.
+void refuseUnsuitable(const Store& store, const std::string& path);
+
 // Registers a folder. Throws TidewrackError io or refused in the user's words. An already tracked folder comes back
 // unchanged. With `patience`, that a folder has too many files is noted in the store: for a day, or for a few minutes
 // where they could not all be counted.

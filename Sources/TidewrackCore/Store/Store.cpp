@@ -86,7 +86,9 @@ std::optional<Project> readProject(const std::string& path) {
     const int error = readFile(path, text);
     if (error == ENOENT || error == ENOTDIR) return std::nullopt;
     if (error != 0) throw TidewrackError::io("read", path, error);
-    return decodeProject(text, path);
+    Project project = decodeProject(text, path);
+    project.id = lastComponent(parentOf(path)); // a move that was cut short left the old one in the record
+    return project;
 }
 
 // Written over, a record that can't be read for a moment would lose what the user has set.
@@ -152,6 +154,24 @@ void Store::untrack(const Project& project) const {
     if (const int error = moveFile(history.folder(), moved.folder()))
         throw TidewrackError::io("remove", history.folder(), error);
     removeHistory(moved);
+}
+
+void Store::move(const Project& project, const std::string& root) const {
+    const History from = history(project);
+    const ProjectLock lock(from.lockPath()); // which goes along
+    Project moved = project;
+    moved.id = projectID(root);
+    moved.root = root;
+    const History to = history(moved);
+    if (from.folder() != to.folder()) {
+        if (exists(to.folder())) throw TidewrackError::refused("There is a history for " + root + " already.");
+        if (const int error = moveFile(from.folder(), to.folder()))
+            throw TidewrackError::io("rename", from.folder(), error);
+    }
+    to.changeProject(lock, [&](Project& record) {
+        record.id = moved.id;
+        record.root = moved.root;
+    });
 }
 
 void Store::removeUntracked() const {

@@ -57,6 +57,10 @@ class Store {
     // Removes a project's whole history: in one step it is none any more, and what it kept is then removed. What an
     // earlier untrack that was cut short has left is removed as well.
     void untrack(const Project& project) const;
+    // Makes the project's history that of the folder `root`, which has none. It is in one of both places at any time:
+    // where a sudden death comes between it is found by its old root, and can be moved again. Throws TidewrackError io,
+    // corrupt and refused.
+    void move(const Project& project, const std::string& root) const;
     // Whether the folder has a history without a record, which is no project's.
     [[nodiscard]] bool hasRemains(const Project& project) const;
 

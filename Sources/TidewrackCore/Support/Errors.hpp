@@ -13,8 +13,8 @@ class TidewrackError : public std::runtime_error {
   public:
     enum class Kind { notTracked, refused, noSnapshot, corrupt, io };
 
-    static TidewrackError notTracked(const std::string& path) {
-        return {Kind::notTracked, path + " isn't tracked. Run `tidewrack track` in the project folder."};
+    static TidewrackError notTracked(const std::string& path, const std::string& hint = "") {
+        return {Kind::notTracked, path + " isn't tracked. Run `tidewrack track` in the project folder." + hint};
     }
     static TidewrackError refused(const std::string& message) { return {Kind::refused, message}; }
     static TidewrackError noSnapshot(long long seq) {

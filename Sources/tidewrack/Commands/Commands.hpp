@@ -43,6 +43,9 @@ int check(Invocation& call);
 int usage(Invocation& call);
 int benchWalk(Invocation& call);
 
+// Move.cpp
+int move(Invocation& call);
+
 // Excluding.cpp
 int exclude(Invocation& call);
 int include(Invocation& call);

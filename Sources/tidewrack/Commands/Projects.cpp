@@ -1,11 +1,13 @@
 // Starting and ending the history of a folder, and which folders have one.
 
 #include "Commands/Commands.hpp"
+#include "Engine/LostProject.hpp"
 #include "Engine/Tracking.hpp"
 #include "Invocation.hpp"
 #include "Platform/Process.hpp"
 #include "Reports/JsonReports.hpp"
 #include "Reports/OutcomeTexts.hpp"
+#include "Reports/PathWords.hpp"
 #include "Reports/TextReports.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -13,10 +15,20 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace tidewrack::commands {
 
 int track(Invocation& call) {
     const std::string path = call.absolute(call.args.word(0).value_or(call.around.currentFolder));
+    const std::string root = Store::canonical(path);
+    const auto isSame = [&](const Project& known) { return known.root == root; };
+    const std::vector<Project> known = call.store().registry().projects;
+    if (!call.args.has("--force") && std::none_of(known.begin(), known.end(), isSame))
+        if (const auto lost = lostProjectLike(call.store(), root))
+            throw TidewrackError::refused(path + " looks like " + lost->root +
+                                          ", which is gone. To keep its history, run: " + movingTo(lost->root, root) +
+                                          ". To begin a new one, use --force.");
     const Project project = tidewrack::track(call.store(), path, call.args.has("--force"));
     const SnapshotResult first = call.engine().snapshot(project, {"manual", {}, {}, {}, {}});
     if (call.json()) {

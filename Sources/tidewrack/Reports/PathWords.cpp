@@ -39,6 +39,10 @@ std::string ansiQuoted(std::string_view text) {
 
 } // namespace
 
+std::string movingTo(std::string_view from, std::string_view to) {
+    return "tidewrack move " + shellWord(from) + " " + shellWord(to);
+}
+
 std::string shellWord(std::string_view text) {
     const auto isPlain = [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||

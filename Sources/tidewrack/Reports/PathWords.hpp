@@ -13,5 +13,7 @@ namespace tidewrack {
 [[nodiscard]] std::string shellWord(std::string_view text);
 // What a command for a shell begins with that needs a folder which is gone.
 [[nodiscard]] std::string makingFolder(std::string_view path);
+// The command by which the history of one folder becomes that of another.
+[[nodiscard]] std::string movingTo(std::string_view from, std::string_view to);
 
 } // namespace tidewrack
