@@ -62,13 +62,20 @@ class Check {
         warnings_.push_back(sentence + "; ignored");
     }
 
+    // Of a short name two other letters leave too little to tell what was meant: "--wat" is no "--last".
+    [[nodiscard]] static bool looksLike(std::string_view name, std::string_view option) {
+        constexpr std::size_t shortest = 8; // with its two dashes: from six letters on
+        const auto letters = mistypedLetters(name, option);
+        return letters && (*letters == 1 || option.size() >= shortest);
+    }
+
     // The option of the command that a mistyped one looks like; empty for none.
     [[nodiscard]] std::string_view meantBy(std::string_view name) const {
         const bool dashLost = name.size() > 2 && !name.starts_with("--"); // "-keep-new"
         for (const auto options : {command_.options, globalOptions()})
             for (const Option& option : options)
                 if ((name.starts_with("--") || (dashLost && option.name.starts_with("--"))) &&
-                    isMistyped(name, option.name))
+                    looksLike(name, option.name))
                     return option.name;
         return {};
     }
