@@ -203,6 +203,9 @@ TEST_F(Turns, aRunningTurnARangeAndASession) {
               "name goes behind --, as in: tidewrack undo --last -- 2\n");
     EXPECT_EQ(back({"undo", "--turn", "3", "--", "2"}), "1\ntidewrack: 2 isn't in what #2–#3 changed.\n");
     EXPECT_EQ(back({"timeline", "--agent", "codex"}), "0\nNothing of that happened here.\n");
+    EXPECT_EQ(back({"timeline", "--agent", "clod"}), "1\ntidewrack: unknown agent clod\n");
+    EXPECT_EQ(back({"timeline", "--session", "zz"}), "1\ntidewrack: nothing of a session zz is on record here\n");
+    EXPECT_EQ(back({"timeline", "--session=zz", "--html=p", "--contents"}).front(), '1');
     for (const char* words :
          {"3..4=--here", "3..4=--vault", "--turn=1", "--turn=999", "--session=x", "--session=", "4..3", "3..99"}) {
         const std::string word = words;

@@ -7,6 +7,7 @@
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
+#include "Timeline/TurnUndo.hpp"
 
 #include <unistd.h>
 
@@ -17,6 +18,7 @@ namespace tidewrack::commands {
 namespace {
 
 constexpr std::size_t mostPicked = 10000; // rows of the picker, which draws those in sight
+constexpr std::size_t all = 1000000;      // rows of a file, which is for keeping
 
 // This process becomes the other program, with the environment of the call.
 [[noreturn]] void become(const Invocation& call, const std::vector<std::string>& words) {
@@ -64,7 +66,9 @@ int pickFromTimeline(Invocation& call) {
     if (terminal == call.around.environment.end() || terminal->second == "dumb")
         throw CliError("timeline -i needs a terminal whose cursor can be moved");
     const std::size_t most = call.args.value("-n") ? mostListed(call.args) : mostPicked;
-    std::vector<std::string> words{call.project().root, "--pick", "-n", std::to_string(most)};
+    const Project project = call.project();
+    refuseUnknownFilters(call, TurnUndo(call.engine(), project));
+    std::vector<std::string> words{project.root, "--pick", "-n", std::to_string(most)};
     addFilters(call, words);
     become(call, words);
 }
@@ -76,7 +80,9 @@ int timelineAsPage(Invocation& call, const std::string& file) {
     if (exists(path)) throw CliError(file + " is there already");
     if (call.json()) throw CliError("--html writes a page: leave --json out");
     const Project project = call.project();
-    const std::size_t most = mostListed(call.args);
+    refuseUnknownFilters(call, TurnUndo(call.engine(), project));
+    const bool some = call.args.value("-n").has_value();
+    const std::size_t most = some ? mostListed(call.args) : all;
     bool contents = call.args.has("--contents");
     const bool noContents = call.args.has("--no-contents");
     if (contents && noContents) throw CliError("--contents or --no-contents: which of them?");
@@ -84,7 +90,8 @@ int timelineAsPage(Invocation& call, const std::string& file) {
         if (!canAsk(call))
             throw CliError("Whoever gets the file can read the changed lines, prompts and commands in it: say "
                            "--contents, or --no-contents to leave them out");
-        call.print("The file will hold the changed lines, prompts and commands of up to " + std::to_string(most) +
+        call.print("The file will hold the changed lines, prompts and commands of " +
+                   (some ? "up to " + std::to_string(most) : std::string("all")) +
                    " turns, of files that others may not be meant to read too. Without them it holds the names of "
                    "files, times, agents and sessions. ");
         contents = saysYes(call, "Put them in? (yes/no) ");

@@ -2,6 +2,7 @@
 
 #include "Commands/Turns.hpp"
 
+#include "Agents/Agent.hpp"
 #include "Commands/Commands.hpp"
 #include "Invocation.hpp"
 #include "Reports/JsonReports.hpp"
@@ -180,6 +181,18 @@ int show(Invocation& call) {
     return 0;
 }
 
+void refuseUnknownFilters(const Invocation& call, const TurnUndo& undo) {
+    const auto& rows = undo.timeline().rows;
+    const auto none = [&](const auto& fits) { return std::none_of(rows.begin(), rows.end(), fits); };
+    if (const auto agent = call.args.value("--agent"))
+        if (!agentNamed(*agent) && none([&](const TimelineRow& row) { return row.agent == *agent; }))
+            throw CliError("unknown agent " + *agent);
+    if (!undo.unread().empty()) return; // what can't be read may be of that session
+    if (const auto session = call.args.value("--session"))
+        if (none([&](const TimelineRow& row) { return row.session && row.session->starts_with(*session); }))
+            throw CliError("nothing of a session " + *session + " is on record here");
+}
+
 int timeline(Invocation& call) {
     for (const char* option : {"--agent", "--session"}) // a script's unset variable must not mean all
         if (call.args.value(option) == "") throw CliError(std::string(option) + " needs a value");
@@ -190,6 +203,7 @@ int timeline(Invocation& call) {
     const auto most = mostListed(call.args);
     const Project project = call.project();
     const TurnUndo undo(call.engine(), project);
+    refuseUnknownFilters(call, undo);
     call.warnOfUnread(undo.unread());
     call.page();
     std::vector<TimelineRow> rows;

@@ -26,6 +26,8 @@ int undoTurns(Invocation& call);
 int undoAsking(Invocation& call);
 // Works out the rows' counts. Where a listing can't be read a warning tells so, and the row stays without.
 void countAll(Invocation& call, const TurnUndo& undo, std::vector<TimelineRow>& rows);
+// Throws CliError for an --agent that is none, and for a --session that has no row.
+void refuseUnknownFilters(const Invocation& call, const TurnUndo& undo);
 // Throws refused when no agent was at work in the project.
 [[nodiscard]] const TimelineRow& newestTurn(const TurnUndo& undo);
 // Names the turn that a snapshot belongs to, where that is more than what changed up to the next one, or where nothing

@@ -162,7 +162,7 @@ void tellAddress(const std::string& address, bool isOpened) {
 constexpr int leftAlone = 3; // the exit status when some of what was asked for was not done
 
 int writePage(const std::string& root, const std::string& file, const Args& args) {
-    page::StaticSettings settings{root, version(), 20, !args.has("--no-contents")};
+    page::StaticSettings settings{root, version(), 1000000, !args.has("--no-contents")};
     if (const auto most = args.value("-n")) settings.rows = static_cast<std::size_t>(std::atoll(most->c_str()));
     settings.agent = args.value("--agent").value_or("");
     settings.session = args.value("--session").value_or("");
