@@ -449,6 +449,19 @@ async function finds(view) {
     const [saved] = await Promise.all([view.waitForEvent('download'), view.getByRole('button', {name: 'Download this version'}).click()]);
     assert.equal(fs.readFileSync(await saved.path(), 'utf8'), '# Notes\n\nold\n');
     await view.locator('#message.good', {hasText: 'tidewrack cat 2 -- notes.md'}).waitFor();
+    await view.locator('#turn .diff', {hasText: 'old'}).nth(1).waitFor(); // its own text, behind what changed
+    // One that was made and never changed: it isn't there before, and the newest stop has it.
+    await view.getByRole('button', {name: 'Search', exact: true}).click();
+    await view.getByLabel('What to search for').fill('extra.txt');
+    await view.locator('#by-name').click();
+    await view.locator('#results tr', {hasText: 'extra.txt'}).getByRole('button', {name: 'Versions'}).click();
+    await view.getByText('Not there yet at #2.').waitFor();
+    assert.equal(await view.getByRole('button', {name: /this version/}).count(), 0);
+    await view.getByLabel('Version', {exact: true}).fill('1');
+    await view.locator('#version', {hasText: 'as it is now'}).waitFor();
+    await view.locator('#turn .diff', {hasText: 'one more'}).waitFor();
+    const [made] = await Promise.all([view.waitForEvent('download'), view.getByRole('button', {name: 'Download this version'}).click()]);
+    assert.equal(fs.readFileSync(await made.path(), 'utf8'), 'one more\n');
     for (const [name, text] of [['Vault', /outside of projects/], ['Status', /Folder/]]) {
         await view.getByRole('button', {name, exact: true}).click();
         await view.locator('#' + name.toLowerCase() + ' h2').waitFor();

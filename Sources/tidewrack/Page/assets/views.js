@@ -1,11 +1,24 @@
 // The views beside the timeline: search, a file's versions, the vault, status.
 
-import {isStatic, read, readPart, Refused} from './api.js';
+import {content, isStatic, read, readPart, Refused} from './api.js';
 import {act} from './act.js';
 import {fileDiff} from './diff.js';
 import {byId, clock, commandLine, guarded, make, plain, plainLine, tell} from './list.js';
 import {fillPane, showInPane} from './pane.js';
 import {button, download, isName, page, pictures, pictureSides, spanOf, titleOf} from './turn.js';
+
+const longestText = 200000; // bytes of a version that are drawn
+
+/** A version's text, all of it. @param {number} seq @param {string} path @returns {Promise<HTMLElement|string>} */
+async function textOf(seq, path) {
+    if (pictures.test(path)) return '';
+    const {blob} = await content(seq, path);
+    const text = blob.size > longestText ? '' : await blob.text();
+    const why = blob.size > longestText ? 'It is too large to be shown here.' : text.includes('\0') ? 'It is no text.' : text ? '' : 'It is empty.';
+    if (why) return make('p', {class: 'empty'}, why);
+    const lines = (text.match(/[^\n]*\n|[^\n]+$/g) || []).map(line => ' ' + line);
+    return fileDiff({path, hunks: [{oldBegin: 1, newBegin: 1, lines}], numbers: [0]}, false, null);
+}
 
 /** A file's versions along a slider. @param {string} path */
 export function showVersions(path) {
@@ -17,40 +30,53 @@ export function showVersions(path) {
 /** @param {string} path @param {{seq: number}} state @param {import('./pane.js').IsLate} isLate */
 async function drawVersions(path, state, isLate) {
     const isFirst = !state.seq;
-    const answer = await guarded(() => read('log', {path}), isLate);
-    if (!answer || isLate()) return;
+    const [answer, newest] = await Promise.all([guarded(() => read('log', {path}), isLate), guarded(() => read('status'), isLate)]);
+    if (!answer || !newest || isLate()) return;
     const versions = answer.body.slice().reverse(); // oldest first; what changed after each
-    const last = Math.max(0, versions.length - 1);
-    const was = versions.findIndex((/** @type {any} */ each) => each.seq === state.seq);
+    // What the last change left: the newest snapshot has it, where none was taken before that change alone.
+    const latest = newest.body.newest;
+    const left = versions.length && latest && latest.seq > versions[versions.length - 1].seq ? latest : null;
+    const stops = left ? [...versions, left] : versions;
+    const was = stops.findIndex((/** @type {any} */ each) => each.seq === state.seq);
     const body = make('div', {});
     const name = make('output', {id: 'version'});
-    const slider = /** @type {HTMLInputElement} */ (make('input', {type: 'range', min: 0, max: last,
-        value: was < 0 ? last : was, 'aria-label': 'Version', 'aria-describedby': 'version'}));
+    const slider = /** @type {HTMLInputElement} */ (make('input', {type: 'range', min: 0, max: Math.max(0, stops.length - 1),
+        value: was < 0 ? Math.max(0, versions.length - 1) : was, 'aria-label': 'Version', 'aria-describedby': 'version'}));
     let asked = 0;
+    /** @param {any} version @param {string} its @param {any} next @param {() => boolean} isOld */
+    const changeAfter = async (version, its, next, isOld) => {
+        const span = /** @type {Record<string, string|number>} */ ({from: version.seq, path: its});
+        if (next) span.to = next.seq;
+        const lines = await guarded(() => read('lines', span), isOld);
+        return lines && {file: lines.body.files[0], command: lines.command};
+    };
     const draw = async () => {
         const at = Number(slider.value);
         const mine = ++asked;
-        const version = versions[at];
-        const next = versions[at + 1];
-        if (!version) return body.replaceChildren('No snapshot is on record after which it changed.');
-        const seq = state.seq = version.seq;
-        // A snapshot's name may be the old one of a file that was moved since.
-        const its = version.renamedFrom || path;
-        name.textContent = (at + 1) + ' of ' + versions.length + ': #' + seq + ', ' + clock(version.created);
-        const span = /** @type {Record<string, string|number>} */ ({from: seq, path: its});
-        if (next) span.to = next.seq;
         const isOld = () => mine !== asked || isLate();
-        const lines = await guarded(() => read('lines', span), isOld);
-        if (!lines || isOld()) return undefined;
-        const file = lines.body.files[0];
-        return body.replaceChildren(make('div', {class: 'tools'},
-            button('Download this version', () => download(seq, its), 'quiet'),
-            page.readOnly ? '' : button('Restore this version…', () =>
-                act({act: 'restore', seq, paths: [its]}, 'Restore ' + its + ' as it was at #' + seq), 'quiet')),
-        make('p', {}, 'What changed after this version' + (next ? ', up to #' + next.seq : ', until now') + ':'),
-        file && pictures.test(its) ? pictureSides(file) : '',
-        file ? fileDiff(file, page.sideBySide, null) : make('p', {class: 'empty'}, 'Nothing changed.'),
-        commandLine(lines.command) || '');
+        const version = stops[at];
+        if (!version) return body.replaceChildren('No snapshot is on record after which it changed.');
+        const isNow = version === left;
+        const next = versions[at + 1];
+        const seq = state.seq = version.seq;
+        const its = isNow ? path : version.renamedFrom || path; // a snapshot may have its old name
+        name.textContent = (at + 1) + ' of ' + stops.length + ': #' + seq + ', ' + clock(version.created) + (isNow ? ', as it is now' : '');
+        // The stop for now has no change behind it; the one before it tells whether the file is still there.
+        const change = await changeAfter(isNow ? versions[at - 1] : version, its, next, isOld);
+        if (!change || isOld()) return undefined;
+        const {file} = change;
+        const isMissing = file && file.status === (isNow ? 'deleted' : 'added');
+        const text = isMissing || (file && file.oldTarget !== undefined) ? '' : await textOf(seq, its).catch(() => '');
+        if (isOld()) return undefined;
+        return body.replaceChildren(isMissing ? make('p', {class: 'empty'}, (isNow ? 'Not there any more at #' : 'Not there yet at #') + seq + '.')
+            : make('div', {class: 'tools'}, button('Download this version', () => download(seq, its), 'quiet'),
+                page.readOnly || isNow ? '' : button('Restore this version…', () =>
+                    act({act: 'restore', seq, paths: [its]}, 'Restore ' + its + ' as it was at #' + seq), 'quiet')),
+        ...isNow ? [] : [make('p', {}, 'What changed after this version' + (next ? ', up to #' + next.seq : ', until now') + ':'),
+            file && pictures.test(its) ? pictureSides(file) : '',
+            file ? fileDiff(file, page.sideBySide, null) : make('p', {class: 'empty'}, 'Nothing changed.'),
+            commandLine(change.command) || ''],
+        text && make('h3', {}, 'This version, #' + seq), text);
     };
     slider.addEventListener('input', draw);
     fillPane('versions of ' + path, [make('h2', {}, 'Versions of ' + plainLine(path)), commandLine(answer.command),
