@@ -2,6 +2,7 @@
 
 #include "Agents/ConfigFile.hpp"
 #include "Agents/Installer.hpp"
+#include "Args.hpp"
 #include "Commands/Hooks.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
@@ -79,8 +80,7 @@ TEST_F(Installer, writesAProgramOfItsOwnWhereThereAreNoEntries) {
     EXPECT_EQ(text, installer(last).snippet(Agent::opencode));
     EXPECT_NE(text.find("spawnSync(\"" + last + "\", [\"hook\", \"opencode\"]"), std::string::npos) << text;
     put(Agent::opencode, text + "more");
-    EXPECT_NE(run({"status"}, last).find("opencode installed, but not as this version installs them"),
-              std::string::npos);
+    EXPECT_NE(run({"status"}, last).find("opencode installed, not as this version installs them"), std::string::npos);
     EXPECT_TRUE(installer().uninstall(Agent::opencode).changed);
     EXPECT_FALSE(fs::exists(path(Agent::opencode)));
     put(Agent::opencode, "export const Mine = 1\n");
@@ -124,8 +124,7 @@ TEST_F(Installer, leavesCopilotAtWorkWhereTheProgramIsGone) {
         EXPECT_EQ(std::system(hook["command"].get<std::string>().c_str()), 0) << program;
     }
     EXPECT_EQ(installer().installedBinary(Agent::copilot), home + "/gone/tidewrack");
-    EXPECT_NE(run({"status"}).find("copilot installed, but its hooks run " + home + "/gone/tidewrack"),
-              std::string::npos);
+    EXPECT_NE(run({"status"}).find("copilot installed, its hooks run " + home + "/gone/tidewrack"), std::string::npos);
 }
 
 TEST_F(Installer, keepsABackupAndEveryDigit) {
@@ -366,8 +365,8 @@ TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {
     installer("/gone/tidewrack").install(Agent::codex);
     installer(home + "/other/tidewrack").install(Agent::cursor);
     EXPECT_EQ(run({"status"}, binary), "claude  installed\n"
-                                       "codex   installed, but its hooks run /gone/tidewrack, which does not exist" +
-                                           mend + "cursor  installed, but its hooks run " + home +
+                                       "codex   installed, its hooks run /gone/tidewrack, which does not exist" +
+                                           mend + "cursor  installed, its hooks run " + home +
                                            "/other/tidewrack, which is not this program (" + binary + ")" + mend +
                                            "gemini  agent not found\n");
 
@@ -391,9 +390,34 @@ TEST_F(Installer, statusTellsWhatIsWrongAndHowToMendIt) {
     put(Agent::claude, partial.dump());
     run({"uninstall", "cursor"}, binary);
     const std::string status = run({"status"}, binary);
-    EXPECT_NE(status.find("claude  installed, but not as this version installs them" + mend), std::string::npos);
+    EXPECT_NE(status.find("claude  installed, not as this version installs them" + mend), std::string::npos);
     EXPECT_NE(status.find("codex   not installed, " + path(Agent::codex) + " isn't plain JSON"), std::string::npos);
     EXPECT_NE(status.find("cursor  not installed\ngemini  installed\n"), std::string::npos);
+}
+
+TEST_F(Installer, refusesAProgramThatACacheHoldsForAWhile) {
+    folder.makeFolder(".claude");
+    struct Row {
+        const char* folder;
+        bool refused;
+    };
+    const Row rows[] = {{"/.npm/_npx/1f/node_modules/tidewrack", true},
+                        {"/.cache/pnpm/dlx/1f/1/node_modules/tidewrack", true},
+                        {"/xfs-1f/dlx-7/.yarn/unplugged/t/node_modules/tidewrack", true},
+                        {"/bunx-0-tidewrack@latest/node_modules/tidewrack", true},
+                        {"/lib/node_modules/tidewrack", false},
+                        {"/dlx/build", false}};
+    for (const Row& row : rows) {
+        const std::string binary = home + row.folder + "/native/linux-x64/tidewrack";
+        for (const auto& words : {std::vector<std::string>{"install", "claude"}, {"install"}}) {
+            if (row.refused)
+                EXPECT_THROW(run(words, binary), CliError) << binary;
+            else
+                EXPECT_NE(run(words, binary).find("claude"), std::string::npos) << binary;
+            EXPECT_EQ(fs::exists(path(Agent::claude)), !row.refused) << binary;
+        }
+        EXPECT_NO_THROW(run({"uninstall", "claude"}, binary));
+    }
 }
 
 TEST_F(Installer, findsTheProgramAsItWasCalled) {

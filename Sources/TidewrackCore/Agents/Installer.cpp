@@ -99,7 +99,7 @@ constexpr const char* mend = "; mend with `tidewrack hooks install`";
 
 // What is wrong with hooks that run `program` when `binary` is running; none when that is the same file.
 std::optional<std::string> wrongProgram(const std::string& program, const std::string& binary) {
-    const std::string run = "but its hooks run " + program;
+    const std::string run = "its hooks run " + program;
     // A name without a folder depends on where the agent looks for it.
     if (program.starts_with('/') && ::access(program.c_str(), X_OK) != 0) return run + ", which does not exist" + mend;
     if (program == binary || sameFile(program, binary)) return std::nullopt;
@@ -186,14 +186,14 @@ HookInstaller::Status HookInstaller::status(Agent agent) const {
     const HookEntries asInstalled(program, agent);
     if (isPlugin(agent)) {
         if (bytes != opencodePlugin(program, asInstalled.command()))
-            status.hint = std::string("but not as this version installs them") + mend;
+            status.hint = std::string("not as this version installs them") + mend;
         return status;
     }
     if (asInstalled.areWholeIn(*config, HookEntries::Version::current)) return status;
     const bool isOlder = asInstalled.areWholeIn(*config, HookEntries::Version::first) ||
                          asInstalled.areWholeIn(*config, HookEntries::Version::fileTools);
     status.hint = isOlder ? "hooks are of an earlier version: run tidewrack hooks install"
-                          : std::string("but not as this version installs them") + mend;
+                          : std::string("not as this version installs them") + mend;
     return status;
 }
 

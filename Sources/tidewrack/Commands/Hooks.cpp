@@ -167,6 +167,18 @@ void printStatus(const HookInstaller& installer, std::ostream& out, const Look& 
     if (failure) std::rethrow_exception(failure);
 }
 
+// Below what npx, `pnpm dlx`, `yarn dlx` and bunx keep until it is cleared; hooks that run a program there die with it.
+bool isInPackageCache(std::string_view path) {
+    const auto package = path.rfind("/node_modules/");
+    std::string_view folders = path.substr(0, package == path.npos ? 0 : package);
+    while (!folders.empty()) {
+        const std::string_view name = lastComponent(folders);
+        if (name == "_npx" || name == "dlx" || name.starts_with("dlx-") || name.starts_with("bunx-")) return true;
+        folders.remove_suffix(std::min(folders.size(), name.size() + 1));
+    }
+    return false;
+}
+
 bool isProgram(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
@@ -186,6 +198,9 @@ void runHooks(const std::vector<std::string>& words, const HookInstaller& instal
     const std::string agent = words.size() > 1 ? words[1] : "";
     if (verb == "status")
         printStatus(installer, out, look);
+    else if (verb == "install" && isInPackageCache(installer.binary))
+        throw CliError("tidewrack lies in a cache that is cleared some day (" + installer.binary +
+                       "), and hooks would go with it. Install it first: npm install -g tidewrack");
     else if (verb == "install")
         changeAgents(agent.empty() ? "all" : agent, Change::install, installer, out, look, way);
     else if (verb == "uninstall")
