@@ -52,7 +52,8 @@ inline constexpr Option deleted{"--deleted", "", "only what is not in the folder
 inline constexpr Option inLines{"--lines", "", "in lines that were changed, not in names"};
 inline constexpr Option amongRows{"-n", "N", "with --lines: in so many rows of the timeline"};
 inline constexpr Option behindRows{"--skip", "N", "with --lines: behind so many of the newest rows"};
-inline constexpr Option oneWord{"--short", "", "one word, for a prompt: ok, untracked or trouble"};
+inline constexpr Option oneWord{"--short", "",
+                                "one word, for a prompt: ok, untracked or trouble; without a look at the hooks' files"};
 inline constexpr Option mend{"--repair", "", "mend what can be mended, and move aside what is damaged"};
 inline constexpr Option asPlugin{"--plugin", "",
                                  "leave the event to the hooks that the user has installed, where they run"};
