@@ -4,7 +4,9 @@
 
 #include "Engine/Engine.hpp"
 #include "Engine/RestorePlan.hpp"
+#include "Engine/SafeReplace.hpp"
 #include "Engine/Spelling.hpp"
+#include "Platform/OpenFolder.hpp"
 #include "Reports/OutcomeTexts.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -61,6 +63,28 @@ TEST_F(RestoreTest, neverWritesThroughALinkInAParentsPlace) {
     EXPECT_EQ(f.listing("project"), before);
 }
 
+// Whoever has a file open that was moved out of a folder's way writes to it until it is removed.
+TEST_F(RestoreTest, whatIsWrittenToAFileThatStandsAsideStays) {
+    Descriptor folder;
+    ASSERT_EQ(openFolder(world.projectPath(), folder), 0);
+    const Place place{folder.get(), "a.txt"};
+    Attributes there;
+    for (const char* words : {"", "somebody's words"}) {
+        ASSERT_EQ(attributesAt(place.folder, place.name, there), 0);
+        Temporaries names;
+        std::string name;
+        EXPECT_FALSE(moveUnchanged(names, place, entryOf(there), name));
+        f.makeFolder("project/a.txt");
+        if (*words != '\0') f.write("project/" + name, words);
+        const Obstacle obstacle = removeMoved(names, {place.folder, name.c_str()}, place, entryOf(there));
+        EXPECT_EQ(obstacle.detail, *words == '\0' ? "" : "a.txt.tidewrack-1");
+        EXPECT_FALSE(f.has("project/" + name));
+        f.remove("project/a.txt");
+        f.write("project/a.txt", "anew");
+    }
+    EXPECT_EQ(f.read("project/a.txt.tidewrack-1"), "somebody's words");
+}
+
 TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     Project project = world.project();
     project.maxFileSize = 10;
@@ -85,9 +109,9 @@ TEST_F(RestoreTest, leavesAloneWhatHistoryCannotBringBack) {
     f.write("project/.tidewrack-12-ab-1/inside", "small");
     const Lines warnings = warningTexts(engine.restore(project, 4, std::nullopt, true));
     EXPECT_EQ(Lines(warnings.begin(), warnings.begin() + 2),
-              (Lines{"a restore that was cut short had left a version of big that no snapshot had; it is "
-                     "big.tidewrack-1 now",
-                     "couldn't clear away .tidewrack-12-ab-1, which a restore that was cut short had left"}));
+              (Lines{"couldn't clear away .tidewrack-12-ab-1, which a restore that was cut short had left",
+                     "a restore that was cut short had left a version of big that no snapshot had; it is "
+                     "big.tidewrack-1 now"}));
     EXPECT_EQ(f.read("project/big.tidewrack-1"), "more than ten bytes");
 }
 

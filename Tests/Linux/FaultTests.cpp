@@ -72,6 +72,12 @@ class Attempt {
     // The same of the files that people see.
     [[nodiscard]] bool shows(const std::string& text) const { return scene_.project().find(text) != std::string::npos; }
 
+    // The same once this command has run.
+    [[nodiscard]] bool showsAfter(const std::vector<std::string>& words, const std::string& text) const {
+        scene_.world.ok(words);
+        return shows(text);
+    }
+
     // The same for a snapshot that is taken now.
     [[nodiscard]] bool nextSnapshotHolds(const std::string& text) const {
         scene_.world.ok({"snap"});
@@ -364,6 +370,41 @@ TEST(FaultsOfOthers, aRenameTakenBackLeavesOneOfTheNames) {
             back, [&](std::size_t) { return kind; },
             [](Attempt& attempt) { EXPECT_TRUE(attempt.shows("has one name")) << attempt.trace() << attempt.call(); });
         EXPECT_GT(calls, 4U);
+    }
+}
+
+// A file and a folder that take each other's place: for a moment neither is there, and the next command gives back what
+// a kill in that moment leaves.
+TEST(FaultsOfOthers, aFileThatBecomesAFolderComesBackAndTheReverse) {
+    static const auto change = [](const Scene& scene, const char* path) {
+        scene.f.remove("project/name");
+        scene.f.write(path, "has one name");
+    };
+    const Operation swaps[] = {{"a folder in a file's place",
+                                {"restore", "4"},
+                                [](Scene& scene) {
+                                    scene.history();
+                                    change(scene, "project/name/file");
+                                    scene.world.ok({"snap"});
+                                    change(scene, "project/name");
+                                }},
+                               {"a file in a folder's place", {"restore", "4"}, [](Scene& scene) {
+                                    scene.history();
+                                    change(scene, "project/name");
+                                    scene.world.ok({"snap"});
+                                    change(scene, "project/name/file");
+                                }}};
+    for (const Operation& swap : swaps) {
+        std::atomic<std::size_t> given = 0;
+        const std::size_t calls = atEveryCall(
+            swap, [](std::size_t) { return "death"; },
+            [&](Attempt& attempt) {
+                if (!attempt.shows("has one name")) ++given;
+                EXPECT_TRUE(attempt.showsAfter({"restore", "1", "quiet"}, "has one name"))
+                    << attempt.trace() << attempt.call();
+            });
+        EXPECT_GT(calls, 4U);
+        EXPECT_GT(given, 0U) << "it has one of the names all the time";
     }
 }
 

@@ -2,9 +2,7 @@
 
 #include "Engine/KeptContent.hpp"
 #include "Engine/SafeReplace.hpp"
-#include "Engine/SameContent.hpp"
 #include "Platform/OpenFolder.hpp"
-#include "Platform/Process.hpp"
 #include "Platform/Volumes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Paths.hpp"
@@ -20,7 +18,6 @@ namespace tidewrack {
 
 namespace {
 
-constexpr std::size_t cloneThreads = 4;
 constexpr std::int64_t coarsestTime = 2'000'000'000; // nanoseconds; some volumes keep every second one
 
 using Action = PathOutcome::Action;
@@ -34,10 +31,6 @@ const char* describe(const Attributes& attributes) {
     case Attributes::Kind::other: break;
     }
     return "other";
-}
-
-bool nothingThere(int error) {
-    return error == ENOENT || error == ENOTDIR;
 }
 
 // Whether a file or link has the size and time that it was written with. Volumes cut times down to what they keep; a
@@ -69,11 +62,13 @@ void RestoreRun::work(RestorePlan plan, const std::set<std::string, std::less<>>
     open(plan.closedFolders);
     // Of a renamed file one name is there at any time: the old one is made before the new one is removed.
     const Removals first = takeObstructing(plan, ignoresCase_);
-    remove(first.files, first.folders);
+    removeObstructing(first, plan);
     files_.forget();
     makeFolders(plan.makeFolders);
     write(plan.writes);
     files_.forget();
+    dropUnused();
+    removeAside();
     removeRest(plan);
     finishFolders(plan);
     bringToDisk();
@@ -122,142 +117,6 @@ RestoreRun::Standing RestoreRun::examine(FolderBelow& project, std::string_view 
         obstacle = {Reason::changedSince};
     }
     return obstacle ? Standing::unsafe : Standing::safe;
-}
-
-void RestoreRun::remove(const RestorePlan::Items& files, const RestorePlan::Items& folders) {
-    for (const Manifest::Item* item : files) removeFile(*item);
-    files_.forget();
-    for (const Manifest::Item* item : folders) {
-        files_.forget(); // the open parent may be the next to be removed
-        const int error = files_.removeFolder(item->path);
-        if (error == 0)
-            removed(*item);
-        else if (nothingThere(error))
-            states_[std::string(item->path)].gone = true; // another program was faster
-        else
-            leave(item->path, Action::notRemoved, Obstacle::system(error));
-    }
-    trace_.mark([&] { return "remove " + std::to_string(states_.size()); });
-}
-
-void RestoreRun::removeFile(const Manifest::Item& item) {
-    Obstacle obstacle;
-    Attributes attributes;
-    const Standing standing = examine(files_, item.path, obstacle, attributes);
-    if (standing == Standing::unsafe) return leave(item.path, Action::notRestored, std::move(obstacle));
-    if (standing == Standing::safe) {
-        Place place;
-        const int error = files_.place(item.path, place);
-        obstacle = error != 0 ? Obstacle::system(error) : removeUnchanged(names_, place, item.entry);
-        if (!obstacle) {
-            touched(attributes);
-            return removed(item);
-        }
-    }
-    if (standing == Standing::nothing || nothingThere(obstacle.error)) {
-        states_[std::string(item.path)].gone = true; // another program was faster
-        return;
-    }
-    const Action action = obstacle.reason == Reason::systemError ? Action::notRemoved : Action::notRestored;
-    leave(item.path, action, std::move(obstacle));
-}
-
-// What holds the content of a write that failed stays until another removal has made room for that write. After a power
-// cut, too, nothing is gone whose content is not back.
-void RestoreRun::removeRest(RestorePlan& plan) {
-    if (plan.removeFiles.empty() && plan.removeFolders.empty()) return;
-    if (!plan.removeFiles.empty()) bringToDisk();
-    const Removals kept = takeLastCopies(plan);
-    remove(plan.removeFiles, plan.removeFolders);
-    files_.forget();
-    if (!plan.removeFiles.empty()) retryForWantOfRoom(plan);
-    const RestorePlan::Items left = leftOf(plan.writes);
-    Removals rest;
-    for (const Manifest::Item* item : kept.files) {
-        if (const Manifest::Item* other = leftWithContentOf(*item, left))
-            leave(item->path, Action::notRemoved, {Reason::contentNotBack, 0, {}, std::string(other->path)});
-        else
-            rest.files.push_back(item);
-    }
-    const auto holdsLeft = [&](const Manifest::Item* folder) {
-        return std::any_of(kept.files.begin(), kept.files.end(), [&](const Manifest::Item* item) {
-            return isLeft(item->path) && isAtOrBelow(item->path, folder->path);
-        });
-    };
-    std::copy_if(kept.folders.begin(), kept.folders.end(), std::back_inserter(rest.folders),
-                 [&](const Manifest::Item* folder) { return !holdsLeft(folder); });
-    remove(rest.files, rest.folders);
-    files_.forget();
-}
-
-RestorePlan::Items RestoreRun::leftOf(const RestorePlan::Items& items) const {
-    RestorePlan::Items left;
-    std::copy_if(items.begin(), items.end(), std::back_inserter(left),
-                 [&](const Manifest::Item* item) { return isLeft(item->path); });
-    return left;
-}
-
-// Takes the files and links out of the plan's removals that hold what could not be written, and the folders around
-// them.
-Removals RestoreRun::takeLastCopies(RestorePlan& plan) const {
-    Removals kept;
-    const RestorePlan::Items left = leftOf(plan.writes);
-    if (left.empty()) return kept;
-    std::set<std::string_view> around;
-    std::erase_if(plan.removeFiles, [&](const Manifest::Item* item) {
-        if (leftWithContentOf(*item, left) == nullptr) return false;
-        kept.files.push_back(item);
-        for (std::string_view at = parentOf(item->path); !at.empty(); at = parentOf(at)) around.insert(at);
-        return true;
-    });
-    std::erase_if(plan.removeFolders, [&](const Manifest::Item* item) {
-        if (!around.contains(item->path)) return false;
-        kept.folders.push_back(item);
-        return true;
-    });
-    return kept;
-}
-
-const Manifest::Item* RestoreRun::leftWithContentOf(const Manifest::Item& item, const RestorePlan::Items& left) const {
-    const auto isSame = [&](const Manifest::Item* other) {
-        const Entry& a = item.entry;
-        const Entry& b = other->entry;
-        if (a.kind != b.kind || a.size != b.size || a.size == 0 || !a.isKept()) return false;
-        if (a.blob == b.blob) return true;
-        const std::string first(a.blob);
-        const std::string second(b.blob);
-        const Place one{blobs_.get(), first.c_str()};
-        const Place two{blobs_.get(), second.c_str()};
-        return a.kind == EntryKind::file ? sameContent(one, two) : sameLink(one, two);
-    };
-    const auto found = std::find_if(left.begin(), left.end(), isSame);
-    return found == left.end() ? nullptr : *found;
-}
-
-// Once more what the full disk had no room for before something was removed.
-void RestoreRun::retryForWantOfRoom(const RestorePlan& plan) {
-    std::set<std::string_view> refused;
-    for (const PathOutcome& outcome : result_.outcomes)
-        if (isOutOfRoom(outcome.obstacle.error)) refused.insert(outcome.path);
-    if (refused.empty()) return;
-    const auto again = [&](const RestorePlan::Items& items) {
-        RestorePlan::Items found;
-        for (const Manifest::Item* item : items)
-            if (refused.contains(item->path) && isLeft(item->path)) found.push_back(item);
-        return found;
-    };
-    const RestorePlan::Items folders = again(plan.makeFolders);
-    const RestorePlan::Items writes = again(plan.writes);
-    std::set<std::string_view> retried;
-    for (const auto* list : {&folders, &writes})
-        for (const Manifest::Item* item : *list) {
-            retried.insert(item->path);
-            states_[std::string(item->path)].left = false;
-        }
-    std::erase_if(result_.outcomes, [&](const PathOutcome& outcome) { return retried.contains(outcome.path); });
-    makeFolders(folders);
-    write(writes);
-    files_.forget();
 }
 
 void RestoreRun::makeFolders(const RestorePlan::Items& items) {
@@ -343,9 +202,10 @@ Obstacle RestoreRun::writeOne(const WriteJob& job, CloneWorker& worker) {
     if (const int error = worker.project.place(job.item->path, place)) return Obstacle::system(error);
     // Under its own name a half-written file would pass for the user's if this process dies, and others could write to
     // it.
-    const std::string temporary = names_.forCopy();
+    const auto ready = readyName(job.item->path);
+    const std::string temporary = ready ? *ready : names_.forCopy();
     const Place made{place.folder, temporary.c_str()};
-    Obstacle obstacle = putContent(*job.item, made, worker);
+    Obstacle obstacle = ready ? Obstacle() : putContent(*job.item, made, worker);
     // Copying may have taken a while, so the old one is checked once more.
     Attributes attributes;
     Standing standing = job.replaces ? Standing::unsafe : Standing::nothing;

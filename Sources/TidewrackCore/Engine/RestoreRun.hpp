@@ -12,15 +12,23 @@
 #include "Platform/Descriptor.hpp"
 #include "Platform/Flush.hpp"
 
+#include <cerrno>
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tidewrack {
+
+// Whether an errno value says that nothing is at a path.
+[[nodiscard]] inline bool nothingThere(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
 
 class RestoreRun {
   public:
@@ -38,6 +46,8 @@ class RestoreRun {
     [[nodiscard]] RestoreResult takeResult();
 
   private:
+    static constexpr std::size_t cloneThreads = 4;
+
     struct WriteJob {
         const Manifest::Item* item;
         bool replaces = false; // something safe to replace is there
@@ -53,7 +63,14 @@ class RestoreRun {
 
     void open(const RestorePlan::Items& folders);
     void remove(const RestorePlan::Items& files, const RestorePlan::Items& folders);
-    void removeFile(const Manifest::Item& item);
+    enum class Removal { atOnce, onceReplaced };
+    void removeFile(const Manifest::Item& item, Removal removal);
+    void removeObstructing(const Removals& obstructing, const RestorePlan& plan);
+    void removeAside();
+    [[nodiscard]] bool canEmpty(std::string_view folder, const Removals& removals);
+    void makeReady(const RestorePlan::Items& items);
+    void dropUnused();
+    [[nodiscard]] std::optional<std::string> readyName(std::string_view path);
     void makeFolders(const RestorePlan::Items& items);
     void write(const RestorePlan::Items& items);
     void removeRest(RestorePlan& plan);
@@ -99,6 +116,10 @@ class RestoreRun {
     std::map<std::string, State, std::less<>> states_;
     std::set<std::string, std::less<>> nestedRoots_;
     RestorePlan::Items opened_; // folders that were closed, and are open as long as there is something to do in them
+    // Files that were moved out of the way of folders, by their temporary paths, until these are there; and files that
+    // are to be where folders are, by the path, until these are gone: else a kill could leave neither.
+    std::vector<std::pair<std::string, const Manifest::Item*>> aside_;
+    std::map<std::string_view, std::string> ready_;
     std::mutex mutex_;
     std::set<std::uint64_t> sharedInodes_; // files with several names of which this run has removed one
 };

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 namespace tidewrack {
 
@@ -166,16 +167,34 @@ Obstacle putIntoGap(Temporaries& names, Place made, Place place) {
     return error == EEXIST ? Obstacle{Obstacle::Reason::changedSince} : because(error);
 }
 
-Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded) {
-    const std::string name = names.aside(place.folder, place.name);
-    const Place aside{place.folder, name.c_str()};
+Obstacle moveUnchanged(Temporaries& names, Place place, const Entry& recorded, std::string& name) {
+    std::string temporary = names.aside(place.folder, place.name);
+    const Place aside{place.folder, temporary.c_str()};
     if (const int error = moveTo(place, aside)) {
         return because(isOutOfRoom(error) ? removeAt(place) : error); // not even for a new name
     }
     if (!isUnchangedAside(aside, recorded)) return giveBack(names, aside, place);
+    name = std::move(temporary);
+    return {};
+}
+
+Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded) {
+    std::string name;
+    Obstacle obstacle = moveUnchanged(names, place, recorded, name);
+    if (obstacle || name.empty()) return obstacle;
+    const Place aside{place.folder, name.c_str()};
     const int error = removeAt(aside);
     if (error != 0 && giveName(names, aside, place) != 0) names.leave();
     return because(error);
+}
+
+Obstacle removeMoved(Temporaries& names, Place aside, Place place, const Entry& recorded) {
+    if (isUnchangedAside(aside, recorded)) {
+        discard(names, aside);
+        return {};
+    }
+    Attributes there;
+    return attributesAt(aside.folder, aside.name, there) == ENOENT ? Obstacle{} : giveBack(names, aside, place);
 }
 
 } // namespace tidewrack

@@ -19,8 +19,12 @@ namespace tidewrack {
 // Puts `made` where nothing is. It never replaces what another program puts there at the last moment. Nothing is left
 // at `made`.
 [[nodiscard]] Obstacle putIntoGap(Temporaries& names, Place made, Place place);
-// Removes what is `recorded`. ENOENT when another program was faster; `detail` as above.
+// Gives what is `recorded` a temporary name, `name`; it is removed where there is no room even for that, and `name`
+// stays empty. ENOENT when another program was faster; `detail` as above. The second removes it at once.
+[[nodiscard]] Obstacle moveUnchanged(Temporaries& names, Place place, const Entry& recorded, std::string& name);
 [[nodiscard]] Obstacle removeUnchanged(Temporaries& names, Place place, const Entry& recorded);
+// Removes what the first one moved `aside`, unless somebody who has it open wrote to it meanwhile.
+[[nodiscard]] Obstacle removeMoved(Temporaries& names, Place aside, Place place, const Entry& recorded);
 
 // Gives a file another name. Returns an errno value: EEXIST when the name is taken. `bothNames` is set where the volume
 // can only add a second name and the first one could not be removed afterwards.

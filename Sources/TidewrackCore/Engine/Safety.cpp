@@ -6,6 +6,7 @@
 #include "Engine/Engine.hpp"
 #include "Engine/SafeReplace.hpp"
 #include "Engine/SameContent.hpp"
+#include "Platform/FolderStream.hpp"
 #include "Platform/OpenFolder.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -65,6 +66,7 @@ class Leftovers {
     }
 
   public:
+    [[nodiscard]] bool isUnfinishedCopy(const std::string& path) const { return owns(path) && nameOf(path).empty(); }
     // It holds what was there before that restore.
     [[nodiscard]] bool isFromBefore(const std::string& path) const { return before_.contains(path); }
 
@@ -81,6 +83,7 @@ class Leftovers {
         if (isFolder && !name.empty() && giveName(place, {place.folder, name.c_str()}, bothNames) == 0) return true;
         bool isCopy = !isFolder && (name.empty() || isEmptied(path, left) || isSecondName(place, left, name));
         if (!isFolder && !isCopy && kept_.contains(path)) {
+            if (isEmptyFolder(place, name)) (void)::unlinkat(place.folder, name.c_str(), AT_REMOVEDIR);
             const int error = giveName(place, {place.folder, name.c_str()}, bothNames);
             if (error == 0) outcomes.push_back({beside(path, name), PathOutcome::Action::givenBack});
             if (error != EEXIST) return error == 0 && !bothNames;
@@ -105,7 +108,8 @@ class Leftovers {
             isEmptied(path, left) || isSecondName(place, left, name))
             return std::nullopt;
         if (kept_.contains(path)) {
-            if (attributesAt(place.folder, name.c_str(), left) != ENOENT) return std::nullopt;
+            const bool isFree = attributesAt(place.folder, name.c_str(), left) == ENOENT;
+            if (!isFree && !isEmptyFolder(place, name)) return std::nullopt;
             PathOutcome outcome{beside(path, name), PathOutcome::Action::toGiveBack};
             outcome.found = path;
             return outcome;
@@ -130,6 +134,15 @@ class Leftovers {
             other = numberedName(place.folder, name, number + 1);
         }
         return false;
+    }
+
+    // Whether that restore came as far as making a folder in place of the item, and put nothing into it, or as emptying
+    // the folder that the item was to replace.
+    [[nodiscard]] bool isEmptyFolder(Place place, const std::string& name) const {
+        bool isEmpty = true;
+        FolderStream folder(place.folder, name.c_str());
+        while (const char* inside = folder.next()) isEmpty = isEmpty && restore_.owns(inside);
+        return folder.error() == 0 && isEmpty;
     }
 
     // A power cut can leave a file without the content that it was given, and nobody misses that.
@@ -311,6 +324,11 @@ std::vector<Walker::Unread> forEachLeftover(const Project& project, const std::s
     std::stable_partition(found.begin(), found.end(), [&](const std::string& path) {
         return std::any_of(leftovers.begin(), leftovers.end(),
                            [&](const Leftovers& each) { return each.isFromBefore(path); });
+    });
+    // Nothing but copies that were being made may be in a folder that gives its name back.
+    std::stable_partition(found.begin(), found.end(), [&](const std::string& path) {
+        return std::any_of(leftovers.begin(), leftovers.end(),
+                           [&](const Leftovers& each) { return each.isUnfinishedCopy(path); });
     });
     for (const std::string& path : found)
         for (Leftovers& each : leftovers)
