@@ -45,8 +45,12 @@ TEST_F(MoveTest, aHistoryFollowsItsFolder) {
     world.current = f.at("renamed");
     const std::string move = "tidewrack move " + old + " " + f.at("renamed");
     EXPECT_NE(errorOf({"log"}).find(" It looks like " + old + ", which is gone: " + move), std::string::npos);
-    EXPECT_NE(errorOf({"track"}).find(" looks like " + old + ", which is gone. To keep its history, run: " + move),
+    EXPECT_NE(world.run({"track"}).err.find(
+                  " looks like " + old + ", which is gone. To go on with its history instead, run: tidewrack untrack " +
+                  f.at("renamed") + " && " + move),
               std::string::npos);
+    EXPECT_NE(errorOf({"move", old}).find("tidewrack untrack " + f.at("renamed")), std::string::npos);
+    world.ok({"untrack", f.at("renamed")});
     EXPECT_NE(errorOf({"move", f.at("no"), "."}).find(f.at("no") + " isn't tracked."), std::string::npos);
     EXPECT_NE(world.ok({"move", old, "--dry-run"}).find("Would move the history of " + old), std::string::npos);
     EXPECT_EQ(world.ok({"move", old}), "Moved the history of " + old + "/inner to " + f.at("renamed") +

@@ -213,8 +213,7 @@ class Effects {
     int pathsMadeReal_ = 0;
     std::size_t operandsLookedAt_ = 0;
     std::size_t topLevels_ = 0; // looked for
-    std::string topLevelOf_;    // the last folder for which one was, and what was found
-    std::string topLevel_;
+    std::string topLevelOf_, topLevel_; // the last folder for which one was, and what was found
     std::size_t listingsLookedAt_ = 0;
 };
 

@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::int64_t leastFree = std::int64_t{1} << 30;
 constexpr std::int64_t partOfVolume = 20;
+constexpr std::int64_t partOfSmallVolume = 10; // which holds less than ten times the least
 
 // Empty where there is no such file.
 std::string textOf(const std::string& path) {
@@ -33,7 +34,7 @@ Settings decode(const std::string& text, const std::string& path) {
 } // namespace
 
 std::int64_t Settings::floorOf(const VolumeRoom& room) const {
-    return floor.value_or(std::max(leastFree, room.all / partOfVolume));
+    return floor.value_or(std::max(std::min(leastFree, room.all / partOfSmallVolume), room.all / partOfVolume));
 }
 
 std::string settingsPath(std::string_view storeHome) {

@@ -18,7 +18,7 @@ struct Settings {
     bool operator==(const Settings&) const = default;
 
     // How much has to be free on the volume for a snapshot to keep large contents: unless it is set 1 GiB, or a
-    // twentieth of the volume where that is more.
+    // twentieth of the volume where that is more; of a small volume a tenth, or nothing large would ever be kept.
     [[nodiscard]] std::int64_t floorOf(const VolumeRoom& room) const;
     // Contents up to this size are kept however little room there is.
     static constexpr std::int64_t alwaysKept = std::int64_t{1} << 20;

@@ -24,11 +24,8 @@ int track(Invocation& call) {
     const std::string root = Store::canonical(path);
     const auto isSame = [&](const Project& known) { return known.root == root; };
     const std::vector<Project> known = call.store().registry().projects;
-    if (!call.args.has("--force") && std::none_of(known.begin(), known.end(), isSame))
-        if (const auto lost = lostProjectLike(call.store(), root))
-            throw TidewrackError::refused(path + " looks like " + lost->root +
-                                          ", which is gone. To keep its history, run: " + movingTo(lost->root, root) +
-                                          ". To begin a new one, use --force.");
+    const bool isNew = std::none_of(known.begin(), known.end(), isSame);
+    const auto lost = isNew && !call.args.has("--force") ? lostProjectLike(call.store(), root) : std::nullopt;
     const Project project = tidewrack::track(call.store(), path, call.args.has("--force"));
     const SnapshotResult first = call.engine().snapshot(project, {"manual", {}, {}, {}, {}});
     if (call.json()) {
@@ -37,6 +34,9 @@ int track(Invocation& call) {
         call.print("Started tracking " + call.shown(project.root) + "\n#" + std::to_string(first.meta.seq) + "  " +
                    std::to_string(first.meta.files) + " files  " + std::to_string(first.meta.durationMs) + " ms\n");
     }
+    if (lost)
+        call.warn({root + " looks like " + lost->root + ", which is gone. To go on with its history instead, run: " +
+                   "tidewrack untrack " + shellWord(root) + " && " + movingTo(lost->root, root)});
     call.warn(first.warnings);
     call.warn(call.store().storageWarnings(project));
     return 0;
