@@ -41,6 +41,8 @@ for name, section in sections.items():
     for key, kind, *meaning in rows(section):
         kind, *optional = kind.split(", ")
         properties[key.strip("`")] = {**schema_of(kind, values), "description": " | ".join(meaning)}
+        if key == "`version`" and kind == "integer" and " | ".join(meaning).strip().isdigit():
+            properties["version"]["const"] = int(" | ".join(meaning))
         if "optional" not in optional:
             required.append(key.strip("`"))
     definitions[name.replace(" ", "-")] = {"type": "object", "properties": properties, "required": sorted(required)}
@@ -50,7 +52,7 @@ commands = {}
 for names, kind, *_ in rows(head):
     for command in re.findall(r"`([^`]+)`", names):
         commands[command] = schema_of(kind.split(",")[0], values)
-text = json.dumps({"$schema": "https://json-schema.org/draft/2020-12/schema", "title": "What tidewrack prints with --json",
+text = json.dumps({"$schema": "https://json-schema.org/draft/2020-12/schema", "$id": "urn:tidewrack:json:1", "title": "What tidewrack prints with --json",
                    "$comment": "Made from json.md by scripts/lib/json-schema.py.", "commands": commands,
                    "$defs": definitions}, indent=1, ensure_ascii=False) + "\n"
 if "--check" in sys.argv:
