@@ -161,6 +161,25 @@ TEST_F(GitSaving, keepsGitsOwnStateAndPutsItBesideTheLiveOne) {
         << "no undo touches it";
 }
 
+// No snapshot holds it, and only where blocks can be shared does the vault.
+TEST_F(GitSaving, saysThatGitsOwnHistoryGoesWithItsProject) {
+    makeRepository(project);
+    world.ok({"track"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // what changes in the same second may be newer
+    for (const char* command : {"rm -rf .", "rm -rf ../project/", "rimraf .", "find . -delete", "rm -rf {*,.*}",
+                                "mv ../project ../elsewhere"}) {
+        const bool goes = !std::string_view(command).starts_with("mv");
+        const bool holds = !goes || volumeClones(f.path());
+        const std::string said = answer(Agent::claude, Kind::shell, project, command).standardOutput.value_or("");
+        EXPECT_NE(said.find(holds ? ". Tidewrack snapshotted it first; allow?"
+                                  : ". Tidewrack snapshotted it first, but not git's own history. Allow?"),
+                  said.npos)
+            << command << said;
+        EXPECT_EQ(states().size(), goes ? 1U : 0U) << command;
+        f.remove("store/vault");
+    }
+}
+
 TEST_F(GitSaving, copiesGitsStateBeforeItChangesAndOnlyThen) {
     makeRepository(project);
     world.ok({"track"});

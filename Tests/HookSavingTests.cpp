@@ -60,6 +60,8 @@ TEST_F(HookSaving, asksBeforeItsOwnHistoryOrHooksGo) {
     f.write("home/.codex/hooks.json", "{}"); // holds none
     f.write("home/dotfiles/gemini.json", R"({"command":"'/my apps/tidewrack' hook gemini"})");
     f.link("home/.gemini/settings.json", "../dotfiles/gemini.json");
+    f.write("home/.claude/plugins/cache/tidewrack/tidewrack/1.0.0/hooks/hooks.json", "{}");
+    f.write("home/.gemini/extensions/tidewrack/gemini-extension.json", "{}");
     struct Row {
         std::string command;
         const char* question; // a part of it; null where nothing is asked
@@ -74,6 +76,9 @@ TEST_F(HookSaving, asksBeforeItsOwnHistoryOrHooksGo) {
         {"cp src/main.c .tidewrackignore", "what an agent does to them could not be undone"},
         {"tidewrack exclude --project . src", "what an agent does to them could not be undone"},
         {"cat .tidewrackignore; tidewrack include x; tidewrack exclude --dry-run src; tidewrack config list", nullptr},
+        {"rm -rf ~/.claude/plugins", "Tidewrack's hooks"},
+        {"rm -r ~/.gemini/extensions/tidewrack", "Tidewrack's hooks"},
+        {"rm -rf ~/.gemini/extensions/other", nullptr},
         {"echo > ~/.codex/hooks.json", nullptr},
         {"tidewrack log; cat ~/.claude/settings.json", nullptr},
     };

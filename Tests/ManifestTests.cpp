@@ -1,5 +1,6 @@
 #include "Support/TestFolders.hpp"
 
+#include "Engine/Spelling.hpp"
 #include "Store/Manifest.hpp"
 #include "Support/Errors.hpp"
 
@@ -7,6 +8,7 @@
 
 #include <cerrno>
 
+#include <initializer_list>
 #include <random>
 
 using namespace tidewrack;
@@ -129,4 +131,19 @@ TEST(Manifest, noPartOfAStreamDecodes) {
             EXPECT_THROW((void)Manifest::decode(bytes.substr(0, length)), TidewrackError) << entries << " " << length;
     }
     EXPECT_THROW((void)Manifest::decode("not a manifest at all"), TidewrackError);
+}
+
+TEST(Spelling, isTheOneOfTheListings) {
+    const auto listing = [](std::initializer_list<const char*> paths) {
+        ManifestBuilder builder;
+        for (const char* path : paths) builder.add(path, {});
+        return builder.finish();
+    };
+    const Manifest then = listing({"README", "src", "src/caf\u00e9", "stra\u00dfe"});
+    const Manifest today = listing({"ReadMe", "src", "src/caf\u00e9"});
+    using Paths = std::vector<std::string>;
+    EXPECT_EQ(asListed({"readme", "SRC/Cafe\u0301", "STRASSE", "gone", ""}, {&then, &today}),
+              (Paths{"README", "ReadMe", "src/caf\u00e9", "stra\u00dfe", "gone", ""}));
+    EXPECT_EQ(asListed({"README"}, {&then, &today}), (Paths{"README", "ReadMe"}));
+    EXPECT_EQ(asListed({"Src", "src/cafe"}, {&today}), (Paths{"src", "src/cafe"}));
 }

@@ -301,7 +301,7 @@ TEST_F(Page, isKeptInOneFile) {
     EXPECT_NE(whole.find("rm -rf secret"), std::string::npos);
     for (const char* text : {"Set the port", "rm -rf secret", parent.c_str()})
         EXPECT_EQ(bare.find(text), std::string::npos) << text;
-    const StaticSettings others{world.projectPath(), "1.0.0", 20, true, "nobody"};
+    const StaticSettings others{world.projectPath(), "1.0.0", 20, true, "codex"};
     EXPECT_EQ(staticPage(others, runner()).text.find("Set the port"), std::string::npos);
     for (const std::string& page : {whole, bare}) {
         EXPECT_EQ(page.find("unsafe-inline"), std::string::npos);

@@ -534,18 +534,3 @@ TEST_F(RestoreTest, aDryRunPromisesNothingThatTheActRefuses) {
         EXPECT_NE(text.find(row.done), std::string::npos) << text;
     }
 }
-
-TEST(Spelling, isTheOneOfTheListings) {
-    const auto listing = [](std::initializer_list<const char*> paths) {
-        ManifestBuilder builder;
-        for (const char* path : paths) builder.add(path, {});
-        return builder.finish();
-    };
-    const Manifest then = listing({"README", "src", "src/caf\u00e9", "stra\u00dfe"});
-    const Manifest today = listing({"ReadMe", "src", "src/caf\u00e9"});
-    using Paths = std::vector<std::string>;
-    EXPECT_EQ(asListed({"readme", "SRC/Cafe\u0301", "STRASSE", "gone", ""}, {&then, &today}),
-              (Paths{"README", "ReadMe", "src/caf\u00e9", "stra\u00dfe", "gone", ""}));
-    EXPECT_EQ(asListed({"README"}, {&then, &today}), (Paths{"README", "ReadMe"}));
-    EXPECT_EQ(asListed({"Src", "src/cafe"}, {&today}), (Paths{"src", "src/cafe"}));
-}

@@ -110,6 +110,9 @@ bool holdsHooks(const std::string& path) {
 
 std::vector<shell::OwnPath> HookContext::ownPaths() const {
     using Role = shell::OwnPath::Role;
+    // Where agents put the plugin that they install.
+    constexpr const char* pluginFolders[] = {"/.claude/plugins/cache/tidewrack", "/.codex/plugins/cache/tidewrack",
+                                             "/.gemini/extensions/tidewrack"};
     std::vector<shell::OwnPath> paths;
     if (exists(handler.store.home))
         paths = {{Store::canonical(handler.store.home), Role::history}, {LeaveOutRules::fileName, Role::rules}};
@@ -121,6 +124,9 @@ std::vector<shell::OwnPath> HookContext::ownPaths() const {
         if (std::string file = Store::canonical(path); file != paths.back().path)
             paths.push_back({std::move(file), Role::hooks});
     }
+    for (const char* const folder : pluginFolders)
+        if (const std::string path = handler.home + folder; exists(path))
+            paths.push_back({Store::canonicalPlace(path), Role::hooks});
     return paths;
 }
 

@@ -18,6 +18,7 @@ std::string onSnapshot(const SavedBefore& saved) {
     if (saved.gaps.count > 0)
         text += ", without " + std::to_string(saved.gaps.count) + (saved.gaps.count == 1 ? " file (" : " files (") +
                 saved.gaps.reason + ")";
+    if (saved.losesGitHistory) text += ", but not git's own history";
     return text + ".";
 }
 
@@ -26,7 +27,7 @@ std::string onSnapshot(const SavedBefore& saved) {
 std::string question(const shell::Verdict& verdict, const SavedBefore& saved) {
     std::string text = verdict.reason;
     const bool promises = !verdict.promised.empty();
-    const bool holds = !saved.notSnapshotted && saved.gaps.count == 0;
+    const bool holds = !saved.notSnapshotted && saved.gaps.count == 0 && !saved.losesGitHistory;
     if (!saved.unsaved && (!promises || holds)) return text;
     text.resize(text.size() - (promises ? shell::snapshotPromise.size() : text.ends_with(allow) ? allow.size() : 0));
     if (promises) text += onSnapshot(saved);

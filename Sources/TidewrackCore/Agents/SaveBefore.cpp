@@ -201,7 +201,10 @@ class Saving {
     // not be read, is left to the vault.
     void saveUnkept(const Project& project, const Manifest& manifest) {
         for (const std::string& gone : destroyed_) {
-            if (isAtOrBelow(project.root, gone)) return saveUnkept(project, manifest, "");
+            if (isAtOrBelow(project.root, gone)) {
+                loseGitStore(project.root);
+                return saveUnkept(project, manifest, "");
+            }
             if (!isAtOrBelow(gone, project.root)) continue;
             const std::string_view relative = pathBelow(gone, project.root);
             saveUnkept(project, manifest, relative);
@@ -228,11 +231,22 @@ class Saving {
     // Snapshots leave out what is made anew by a build or a download. A copy is worth no room, but where it takes none
     // it spares the wait.
     void keepLeftOut(const std::string& path) {
+        if (lastComponent(path) == ".git") loseGitStore(std::string(parentOf(path)));
         const std::string& store = context_.handler.store.home;
         if (volumeClones(store) && sameVolume(path, store))
             guessedOutside_.push_back(path);
         else
             saved_.notes.push_back("not kept: " + loggedText(path));
+    }
+
+    // No snapshot has git's own store, which goes with the folder. That of a linked work tree stays where it is.
+    void loseGitStore(const std::string& folder) {
+        attempt([&] {
+            auto git = gitStoreFor(folder);
+            if (!git || !isAtOrBelow(git->common, folder)) return;
+            const auto isSame = [&](const GitStore& other) { return other.common == git->common; };
+            if (std::none_of(lostStores_.begin(), lostStores_.end(), isSame)) lostStores_.push_back(std::move(*git));
+        });
     }
 
     void saveUnkept(const Project& project, const Manifest& manifest, std::string_view gone) {
@@ -284,14 +298,23 @@ class Saving {
                 all.losesObjects = all.losesObjects || use.losesObjects;
                 all.reachesOthers = all.reachesOthers || use.reachesOthers;
             });
+        const auto save = [&](const GitStore& git, WorkTrees workTrees, Objects objects) {
+            const auto entry = context_.handler.vault.saveGitState(git, workTrees, objects,
+                                                                   vaultRequest(deadline, Certainty::guessed));
+            if (entry) saved_.notes.push_back("git state of " + loggedText(git.root) + ": " + entry->id);
+        };
         for (const auto& each : stores)
             attempt([&] {
                 const auto& [git, use] = each.second;
-                const auto entry = context_.handler.vault.saveGitState(
-                    git, use.reachesOthers ? WorkTrees::all : WorkTrees::own,
-                    use.losesObjects ? Objects::saved : Objects::left, vaultRequest(deadline, Certainty::guessed));
-                if (entry) saved_.notes.push_back("git state of " + loggedText(git.root) + ": " + entry->id);
+                save(git, use.reachesOthers ? WorkTrees::all : WorkTrees::own,
+                     use.losesObjects ? Objects::saved : Objects::left);
             });
+        for (const GitStore& git : lostStores_) {
+            attempt([&] { save(git, WorkTrees::all, Objects::saved); });
+            bool isHeld = false;
+            attempt([&] { isHeld = context_.handler.vault.holdsObjects(git); });
+            saved_.losesGitHistory = saved_.losesGitHistory || !isHeld;
+        }
     }
 
     [[nodiscard]] VaultRequest vaultRequest(const Deadline& deadline, Certainty certainty) const {
@@ -408,6 +431,7 @@ class Saving {
     std::vector<std::string> outside_;
     std::vector<std::string> guessedOutside_;
     std::vector<std::string> destroyed_; // sorted, each once
+    std::vector<GitStore> lostStores_;   // that go with what the command destroys
     std::vector<std::string> gapNotes_;
     std::map<std::string, LeaveOutRules> rules_; // of projects, by id
     SavedBefore saved_;

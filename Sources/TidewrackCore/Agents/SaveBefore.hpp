@@ -25,6 +25,7 @@ struct SavedBefore {
     std::vector<std::string> snapshotted;      // roots of the projects that have a snapshot
     std::optional<std::string> notSnapshotted; // why a project that the command takes whole has no snapshot
     Gaps gaps;                                 // in the snapshots of such projects
+    bool losesGitHistory = false;              // git's own, of which nothing holds all objects
     std::optional<Unsaved> unsaved;
 };
 

@@ -130,6 +130,7 @@ constexpr Rule rules[] = {
     {"pnpm", &E::runScript},
     {"python", &E::runScript},
     {"python3", &E::runScript},
+    {"rimraf", &E::remove, "", " --impl --tmp --max-retries --retry-delay --backoff "},
     {"rm", &E::remove},
     {"rmdir", &E::remove},
     {"rsync", &E::copy, "efBTM",
@@ -173,8 +174,12 @@ constexpr NameFilter builtinFilter = [] {
     return filter;
 }();
 
+// Agents whose own commands remove the plugin that calls Tidewrack.
+constexpr std::array agents = {"claude"sv, "codex"sv, "gemini"sv};
+
 constexpr NameFilter commandFilter = [] {
     NameFilter filter;
+    for (const std::string_view name : agents) filter.add(name);
     for (const std::string_view name : declarations) filter.add(name);
     for (const std::string_view name : builtins) filter.add(name);
     for (const Rule& rule : rules) filter.add(rule.name);
@@ -209,9 +214,6 @@ void Examination::takeUnknownWords() {
 
 // Its effect lies in a script.
 void Examination::runScript() {
-    const bool fetches = name_ == "npx"sv || name_ == "bunx"sv;
-    if (fetches && !arguments_.empty() && arguments_.front().text == "tidewrack"sv)
-        return effects_.ownCommand(arguments_.subspan(1));
     if (!onlyTellsOfItself(name_, arguments_) && !hasReadingSubcommand(name_, arguments_) &&
         !onlyChecks(name_, arguments_))
         effects_.opaque(cwd_);
@@ -237,8 +239,17 @@ void Examination::tidewrack() {
 }
 
 void Examination::remove() {
-    const Extent extent = name_ == "rmdir" || isRecursive(arguments_) ? Extent::removed : Extent::item;
-    for (const Word* operand : operands().words) effects_.targetWord(*operand, cwd_, linksOf(*operand), extent);
+    const bool isRimraf = name_ == "rimraf"sv;
+    const bool whole = isRimraf || name_ == "rmdir"sv || isRecursive(arguments_);
+    const Extent extent = whole ? Extent::removed : Extent::item;
+    for (const Word* operand : operands().words) {
+        effects_.targetWord(*operand, cwd_, linksOf(*operand), extent);
+        // It matches patterns itself, by its version and options.
+        if (!isRimraf || operand->glob || operand->text.find_first_of("*?[") == std::string::npos) continue;
+        Word pattern = *operand;
+        pattern.glob = true;
+        effects_.targetWord(pattern, cwd_, linksOf(pattern), extent);
+    }
 }
 
 void Examination::move() {
@@ -323,7 +334,7 @@ std::optional<std::string> Examination::folderOfItems(const Word& word) const {
 // What xargs removes lies in the folder where it runs, or in the one that its words begin with: ~/x/{}.
 void Examination::lookAtRemoved(const Rule& rule, Words command) const {
     const Words arguments = command.subspan(1);
-    const Extent extent = isRecursive(arguments) ? Extent::removed : Extent::item;
+    const Extent extent = takesFolders(command) ? Extent::removed : Extent::item;
     effects_.lookAtOwn(cwd_, Extent::item, Links::followed);
     for (const Word* operand : operandsOf(arguments, rule.letters, rule.options).words) {
         const auto folder = folderOfItems(*operand);
@@ -403,7 +414,8 @@ bool mayMatter(const Word& first) {
     if (first.expands || first.text.find('=') != std::string::npos) return true;
     const std::string_view name = commandName(first);
     if (isWrapper(name)) return true;
-    return commandFilter.mayHold(name) && (isIn(declarations, name) || isBuiltin(name) || ruleIndex.find(name));
+    return commandFilter.mayHold(name) &&
+           (isIn(declarations, name) || isBuiltin(name) || isIn(agents, name) || ruleIndex.find(name));
 }
 
 std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
@@ -511,7 +523,30 @@ bool isOurs(std::string_view name) {
     return rule != nullptr && rule->apply == &E::tidewrack;
 }
 
+namespace {
+
+// claude plugin uninstall tidewrack@tidewrack, gemini extensions disable tidewrack
+bool removesPlugin(Words words) {
+    constexpr std::array removing = {"uninstall"sv, "remove"sv, "rm"sv, "disable"sv};
+    if (words.size() < 4 || !isIn(agents, commandName(words.front()))) return false;
+    const std::string_view kind = words[1].text;
+    if (!kind.starts_with("plugin") && !kind.starts_with("extension")) return false;
+    const auto removes = [&](const Word& word) { return isIn(removing, word.text); };
+    const auto isOwn = [](const Word& word) {
+        return std::string_view(word.text).substr(0, word.text.find('@')) == "tidewrack"sv;
+    };
+    return std::any_of(words.begin(), words.end(), removes) && std::any_of(words.begin(), words.end(), isOwn);
+}
+
+} // namespace
+
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
+    if (removesPlugin(words)) {
+        std::vector<Word> own(2);
+        own[0].text = "hooks";
+        own[1].text = "uninstall";
+        effects.ownCommand(own);
+    }
     if (Examination(words, cwd, effects).run()) return true;
     const std::string_view name = commandName(words.front());
     const Words arguments = Words(words).subspan(1);

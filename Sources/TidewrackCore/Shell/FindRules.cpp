@@ -399,7 +399,7 @@ FoundFiles testsOfFd(const FdWords& all, Words arguments) {
 
 bool removesRecursively(Words arguments) {
     for (const std::vector<Word>& command : commandsOfFind(arguments))
-        if (isRecursive(command)) return true;
+        if (takesFolders(command)) return true;
     return false;
 }
 
@@ -442,7 +442,7 @@ void examineFd(Words arguments, const std::string& where, Effects& effects) {
     const FoundFiles tests = testsOfFd(all, arguments);
     listFound(roots, FoundFiles(), false, cwd, effects);
     const Act act = fdAct(arguments);
-    const bool recursive = isRecursive(arguments.subspan(fdCommandAt(arguments)));
+    const bool recursive = takesFolders(arguments.subspan(fdCommandAt(arguments)));
     for (const Word& root : roots) takeTree(root, tests, act, recursive, cwd, effects);
 }
 

@@ -321,7 +321,9 @@ void examineGit(Words arguments, const std::string& cwd, Effects& effects) {
         removeWorkTrees(rest.subspan(1), workTree, effects);
     }
     if (!changes) {
-        if (mayChangeTree(subcommand, rest)) effects.suspect(workTree);
+        const bool mayChange = mayChangeTree(subcommand, rest);
+        if (mayChange && subcommand == "difftool") return effects.opaque(workTree); // its tool opens the tree's files
+        if (mayChange) effects.suspect(workTree);
         return;
     }
     takeFromTree(subcommand, rest, *call, effects);

@@ -54,7 +54,7 @@ constexpr Subcommand subcommands[] = {{"add", Leaves::tree},
                                       {"diff-files", Leaves::both},
                                       {"diff-index", Leaves::both},
                                       {"diff-tree", Leaves::both},
-                                      {"difftool", Leaves::both},
+                                      {"difftool", Leaves::store},
                                       {"fast-export", Leaves::store},
                                       {"fetch", Leaves::tree},
                                       {"for-each-ref", Leaves::both},
@@ -159,6 +159,7 @@ bool isDryClean(Words arguments) {
 // Whether an option says that the index alone changes, or nothing.
 bool sparesTree(std::string_view subcommand, Words arguments) {
     if (subcommand == "rm") return hasOption(arguments, "--cached", 4);
+    if (subcommand == "difftool") return hasAny(arguments, {"--tool-help", "-h"});
     return subcommand == "apply" && !hasOption(arguments, "--apply", 3) &&
            hasAny(arguments, {"--cached", "--check", "--stat", "--numstat", "--summary"});
 }

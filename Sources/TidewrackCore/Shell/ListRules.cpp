@@ -168,7 +168,7 @@ void examineListed(Words lister, Words arguments, const std::string& cwd, Effect
     // Only what is named by itself goes: not ../x/{}.
     const auto isPart = [](const Word& word) { return isFound(word) && word.text != "{}"sv; };
     if (std::any_of(command.begin(), command.end(), isPart)) return;
-    const bool recursive = isRecursive(Words(command).subspan(1));
+    const bool recursive = takesFolders(command);
     if (commandName(lister.front()) == "ls"sv)
         return examineListedByLs(lister.subspan(1), act, recursive, cwd, effects);
     if (const auto grep = listingGrep(lister)) return examineMatches(*grep, cwd, effects);

@@ -153,6 +153,22 @@ void addSetting(std::string_view setting, std::span<const Word> behind, RunByGit
     run.add(std::move(text) + ' ');
 }
 
+// -x TEXT, --extcmd TEXT of git difftool: run with the names of two files behind it.
+void addToolOf(std::span<const Word> arguments, RunByGit& run) {
+    for (std::size_t index = 0; index < arguments.size() && arguments[index].text != "--"sv; ++index) {
+        const std::string_view text = arguments[index].text;
+        const bool isLong = text.starts_with("--");
+        const std::size_t end = isLong ? text.find('=') : text.find_first_of("tx", 1);
+        const bool takesText = isLong ? text.starts_with("--e") && "--extcmd"sv.starts_with(text.substr(0, end))
+                                      : end != text.npos && text[0] == '-' && text[end] == 'x';
+        if (!takesText) continue;
+        const bool isJoined = isLong ? end != text.npos : end + 1 < text.size();
+        if (!isJoined && index + 1 == arguments.size()) return;
+        const Word& value = isJoined ? arguments[index] : arguments[++index];
+        if (!value.unknown) run.add(isJoined ? std::string(text.substr(end + 1)) : value.text);
+    }
+}
+
 } // namespace
 
 std::optional<NestedText> nestedText(const std::vector<Word>& words) {
@@ -196,7 +212,8 @@ void RunByGit::add(std::string text) {
 
 RunByGit textsRunByGit(const std::vector<Word>& words, const std::string& folder) {
     RunByGit run{{}, folder};
-    for (std::size_t index = 1; index + 1 < words.size() && isOption(words[index]); ++index) {
+    std::size_t index = 1;
+    for (; index + 1 < words.size() && isOption(words[index]); ++index) {
         const std::string& option = words[index].text;
         const Word& value = words[index + 1];
         if (option == "-C"sv && !value.unknown && !value.glob && run.folder.size() <= Budget::folderLength)
@@ -204,6 +221,7 @@ RunByGit textsRunByGit(const std::vector<Word>& words, const std::string& folder
         if (option == "-c"sv && !value.unknown) addSetting(value.text, std::span(words).subspan(index + 2), run);
         if (option == "-C"sv || option == "-c"sv || option == "--git-dir"sv || option == "--work-tree"sv) ++index;
     }
+    if (index < words.size() && words[index].text == "difftool"sv) addToolOf(std::span(words).subspan(index + 1), run);
     return run;
 }
 

@@ -81,6 +81,11 @@ bool isRecursive(Words arguments) {
     return false;
 }
 
+bool takesFolders(Words command) {
+    const auto isRimraf = [](const Word& word) { return word.text == "rimraf"sv; };
+    return isRecursive(command) || std::any_of(command.begin(), command.end(), isRimraf);
+}
+
 bool editsInPlace(Words arguments) {
     return std::any_of(arguments.begin(), arguments.end(), [](const Word& word) {
         // Behind -e, -f, -M and -I stands what they take.

@@ -11,6 +11,8 @@
 namespace tidewrack::shell {
 
 [[nodiscard]] bool isRecursive(std::span<const Word> arguments);
+// Whether a command that removes takes folders with all they hold: rm -r, rimraf.
+[[nodiscard]] bool takesFolders(std::span<const Word> command);
 
 [[nodiscard]] bool editsInPlace(std::span<const Word> arguments);
 

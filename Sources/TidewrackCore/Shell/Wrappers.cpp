@@ -129,6 +129,42 @@ constexpr Wrapper wrappers[] = {
 static_assert(isSortedByName(wrappers));
 constexpr NameIndex<Wrapper> wrapperIndex(wrappers);
 
+// Programs that fetch a package and run it. What it does is not known but for packages that are commands with rules.
+struct Runner {
+    Wrapper call;             // its subcommands may be left out ...
+    bool runsDirectly = true; // ... where it runs a package without one
+};
+
+// Sorted by name, for the search.
+constexpr Runner runners[] = {
+    {{"bun", " run x "}},
+    {{"bunx", {}, "p", " --package "}},
+    {{"deno", " run ", "c", " --config --import-map --lock "}, false},
+    {{"npx", {}, "pcw", " --package --call --workspace ", 0, " -c --call "}},
+    {{"pnpm", " dlx run ", "CF", " --package --dir --filter "}},
+    {{"pnpx", {}, {}, " --package "}},
+    {{"yarn", " dlx run ", "p", " --package --cwd "}},
+};
+constexpr std::array packagesWithRules = {"rimraf"sv, "tidewrack"sv};
+
+const Runner* runnerOf(std::string_view name) {
+    const auto* const found = std::find_if(std::begin(runners), std::end(runners),
+                                           [&](const Runner& runner) { return runner.call.name == name; });
+    return found == std::end(runners) ? nullptr : found;
+}
+
+constexpr NameFilter runnerFilter = [] {
+    NameFilter filter;
+    for (const Runner& runner : runners) filter.add(runner.call.name);
+    return filter;
+}();
+
+// npm:tidewrack@1.0 is the package tidewrack.
+std::string_view packageName(std::string_view text) {
+    if (text.starts_with("npm:")) text.remove_prefix(4);
+    return text.substr(0, text.find('@', 1));
+}
+
 // Tools that some systems install under names with a "g".
 constexpr std::array gnuTools = {"chgrp"sv, "chmod"sv, "chown"sv, "cp"sv,       "dd"sv,     "find"sv, "install"sv,
                                  "ln"sv,    "make"sv,  "mv"sv,    "rm"sv,       "rmdir"sv,  "sed"sv,  "shred"sv,
@@ -183,7 +219,27 @@ class Unwrapping {
         return std::min(index, words_.size()) - begin;
     }
 
+    // The same for one that fetches packages: 0 where the package has no rules.
+    std::size_t length(std::size_t begin, const Runner& runner) {
+        const Unwrapped before = result_;
+        std::size_t index = behindOptions(begin + 1, runner.call);
+        const bool isNamed = index < words_.size() && runner.call.subcommands.holds(words_[index].text);
+        if (isNamed) index = behindOptions(index + 1, runner.call);
+        const bool runs = isNamed || runner.runsDirectly;
+        if (runs && result_.text && !before.text) return words_.size() - begin;
+        if (runs && index < words_.size() && isIn(packagesWithRules, packageName(words_[index].text)))
+            return index - begin;
+        result_ = before;
+        return 0;
+    }
+
   private:
+    std::size_t behindOptions(std::size_t index, const Wrapper& wrapper) {
+        while (index < words_.size() && words_[index].text.size() > 1 && words_[index].text[0] == '-')
+            index += words_[index].text == "--" ? 1 : takeOption(index, wrapper);
+        return std::min(index, words_.size());
+    }
+
     // How many words an option takes.
     std::size_t takeOption(std::size_t index, const Wrapper& wrapper) {
         std::string_view name = words_[index].text;
@@ -235,7 +291,7 @@ std::string_view commandName(const Word& word) {
 }
 
 bool isWrapper(std::string_view name) {
-    return wrapperIndex.find(name) != nullptr;
+    return wrapperIndex.find(name) != nullptr || (runnerFilter.mayHold(name) && runnerOf(name) != nullptr);
 }
 
 Unwrapped unwrap(std::vector<Word>& words) {
@@ -251,10 +307,16 @@ Unwrapped unwrap(std::vector<Word>& words) {
             ++index;
             continue;
         }
-        const Wrapper* wrapper = wrapperIndex.find(commandName(words[index]));
-        const std::size_t length = wrapper != nullptr ? Unwrapping(words, result).length(index, *wrapper) : 0;
+        const std::string_view name = commandName(words[index]);
+        const Wrapper* wrapper = wrapperIndex.find(name);
+        std::size_t length = wrapper != nullptr ? Unwrapping(words, result).length(index, *wrapper) : 0;
+        const Runner* runner = length == 0 && runnerFilter.mayHold(name) ? runnerOf(name) : nullptr;
+        if (runner != nullptr) length = Unwrapping(words, result).length(index, *runner);
         if (length == 0) break;
         index += length;
+        if (index >= words.size()) break;
+        std::string& package = words[index].text;
+        if (isIn(packagesWithRules, packageName(package))) package = packageName(package);
     }
     words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(index));
     return result;

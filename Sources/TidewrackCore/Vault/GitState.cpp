@@ -122,6 +122,16 @@ std::optional<VaultEntry> Vault::saveGitState(const GitStore& git, GitStore::Wor
     return saveAs(Purpose::command, earlier, request).entry;
 }
 
+bool Vault::holdsObjects(const GitStore& git) const {
+    const std::string objects = joined(git.common, "objects");
+    const auto isNone = [](const std::string& name) { return name == "info" || name == "pack"; };
+    const std::vector<std::string> names = listFolder(objects);
+    if (std::all_of(names.begin(), names.end(), isNone) && listFolder(objects + "/pack").empty()) return true;
+    const std::vector<VaultEntry> states = gitStates(git.root);
+    const VaultEntry::Item* item = states.empty() ? nullptr : itemFor(states.front(), objects);
+    return item != nullptr && isAsCopied(objects, copyOf(states.front(), *item));
+}
+
 VaultRestored Vault::restoreGitState(const VaultEntry& entry, Acting acting) const {
     VaultRestored result;
     result.isDryRun = acting == Acting::dryRun;

@@ -114,6 +114,9 @@ class Vault {
     [[nodiscard]] std::optional<VaultEntry> saveGitState(const GitStore& git, GitStore::WorkTrees workTrees,
                                                          Objects objects, VaultRequest request) const;
 
+    // Whether the newest copy of git's own state has all objects as they are, or there are none yet.
+    [[nodiscard]] bool holdsObjects(const GitStore& git) const;
+
     // All entries that can be read, newest first.
     [[nodiscard]] std::vector<VaultEntry> entries() const;
 
