@@ -8,6 +8,8 @@
 
 #include <chrono>
 #include <filesystem>
+#include <sstream>
+#include <string>
 
 using namespace tidewrack::shell;
 using namespace std::chrono_literals;
@@ -368,79 +370,8 @@ TEST_F(ShellGuardOnDisk, asksBeforeItsOwnHistoryOrHooksGo) {
         const Verdict verdict = analyze(command, context).verdict;
         return verdict.kind == Verdict::Kind::ask && verdict.reason.find("Tidewrack's") != std::string::npos;
     };
-    for (const char* command : {"tidewrack untrack",
-                                "/opt/bin/tidewrack -C ../x --project p prune",
-                                "sudo tidewrack hooks uninstall claude",
-                                "echo p | xargs -n1 tidewrack untrack",
-                                "echo untrack | xargs tidewrack",
-                                "find . -maxdepth 0 -exec env tidewrack browse \\;",
-                                "fd . -x tidewrack untrack",
-                                "npx tidewrack untrack",
-                                "npx -y tidewrack untrack",
-                                "npx --yes tidewrack@latest hooks uninstall",
-                                "npx -p tidewrack tidewrack untrack",
-                                "npx --package=tidewrack -- tidewrack@1 browse",
-                                "npx -c \"tidewrack untrack\"",
-                                "npm exec -y tidewrack@1 untrack",
-                                "sudo bunx tidewrack@1 untrack",
-                                "bun x tidewrack prune",
-                                "pnpm -C .. dlx tidewrack untrack",
-                                "yarn dlx -q tidewrack hooks uninstall",
-                                "yarn tidewrack untrack",
-                                "deno run -A npm:tidewrack@1 untrack",
-                                "echo p | xargs npx -y tidewrack untrack",
-                                "find . -maxdepth 0 -exec npx tidewrack untrack \\;",
-                                "npx rimraf ~/.local/store",
-                                "claude plugin uninstall tidewrack@tidewrack",
-                                "gemini extensions uninstall tidewrack",
-                                "codex plugin remove tidewrack@tidewrack",
-                                "tidewrack unpin 3",
-                                "tidewrack --port 8000 browse --read-only",
-                                "tidewrack browse --no-open --dry-run",
-                                "/usr/bin/tidewrack-browse . --no-open",
-                                "tidewrack exclude '*'",
-                                "tidewrack config --project p set maxFileSize 1",
-                                "ls ~/.local | xargs -I{} rm -rf ~/.local/{}",
-                                "cd ~/.local/store; ls | xargs rm -rf",
-                                "S=~/.local/store; rm -rf $S/$(ls $S)",
-                                "find ~/.local/store | xargs rm",
-                                "find ~/.local -mindepth 1 -maxdepth 1 | xargs -d '\\n' rm -rf",
-                                "fd . ~/.local -X rm",
-                                "fd -H store ~ -X rm -rf",
-                                "fd -H '^\\.local$' ~ -x rm -rf",
-                                "fd -H project.json ~ -X rm -f",
-                                "fd -HI -e json . ~ -x rm",
-                                "fd -td STORE -iH ~ -x rm -rf",
-                                "fd -H '(settings|x)' .. -x rm",
-                                "rsync -a --remove-source-files ~/.local/ x/",
-                                "$(which tidewrack) untrack",
-                                "\"$(command -v tidewrack)\" prune",
-                                "chmod 777 ~/.local/store",
-                                "chmod -R 700 ~/.local/store; ls",
-                                "chown x ~/.local/store",
-                                "tidewrack untrack -- --dry-run",
-                                "tidewrack -- untrack -h",
-                                "cd .. && (tidewrack prune)",
-                                "rm -rf ~/.local",
-                                "mv ~/.local/store /nowhere/x",
-                                "rm ../local/store/projects/1.json",
-                                "chmod 000 ~/.agent/settings.json",
-                                "ls ~/.local | xargs -I% rm -rf ~/.local/%",
-                                "find ~/.local -exec truncate -s0 {} + -name x",
-                                "chmod g+r,u-rw ../dotfiles/settings.json",
-                                "echo x > ~/.agent/settings.json",
-                                "sed -i s/a/b/ ../dotfiles/settings.json",
-                                "git -C ../dotfiles clean -fd",
-                                "rsync -a --delete x/ ~/.local/",
-                                "rm -rf . ~/.local/store",
-                                "find ~/.local/store -name '*.json' -delete",
-                                "find ~ -name '*.json' -delete",
-                                "find ~/.local -type f -mtime +3 -delete",
-                                "find .. -maxdepth 3 -iname 'SETTINGS*' -exec rm {} +",
-                                "find ../dotfiles -path '*/s*.json' -delete",
-                                "curl -o ~/.agent/settings.json http://x/",
-                                "sort -o ../dotfiles/settings.json x"})
-        EXPECT_TRUE(asks(command)) << command;
+    std::istringstream rows(tidewrack::testing::testData("own-commands.txt"));
+    for (std::string command; std::getline(rows, command);) EXPECT_TRUE(asks(command)) << command;
     for (const char* command :
          {"tidewrack log; tidewrack snap; tidewrack restore 1; tidewrack undo 2; tidewrack mcp --write; tidewrack "
           "vault restore 1",

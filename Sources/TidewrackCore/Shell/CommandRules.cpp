@@ -174,12 +174,9 @@ constexpr NameFilter builtinFilter = [] {
     return filter;
 }();
 
-// Agents whose own commands remove the plugin that calls Tidewrack.
-constexpr std::array agents = {"claude"sv, "codex"sv, "gemini"sv};
-
 constexpr NameFilter commandFilter = [] {
     NameFilter filter;
-    for (const std::string_view name : agents) filter.add(name);
+    for (const std::string_view name : agentsWithPlugins) filter.add(name);
     for (const std::string_view name : declarations) filter.add(name);
     for (const std::string_view name : builtins) filter.add(name);
     for (const Rule& rule : rules) filter.add(rule.name);
@@ -415,7 +412,7 @@ bool mayMatter(const Word& first) {
     const std::string_view name = commandName(first);
     if (isWrapper(name)) return true;
     return commandFilter.mayHold(name) &&
-           (isIn(declarations, name) || isBuiltin(name) || isIn(agents, name) || ruleIndex.find(name));
+           (isIn(declarations, name) || isBuiltin(name) || isIn(agentsWithPlugins, name) || ruleIndex.find(name));
 }
 
 std::size_t wordsBeforeCommand(const std::vector<Word>& words) {
@@ -522,23 +519,6 @@ bool isOurs(std::string_view name) {
     const Rule* rule = ruleIndex.find(name);
     return rule != nullptr && rule->apply == &E::tidewrack;
 }
-
-namespace {
-
-// claude plugin uninstall tidewrack@tidewrack, gemini extensions disable tidewrack
-bool removesPlugin(Words words) {
-    constexpr std::array removing = {"uninstall"sv, "remove"sv, "rm"sv, "disable"sv};
-    if (words.size() < 4 || !isIn(agents, commandName(words.front()))) return false;
-    const std::string_view kind = words[1].text;
-    if (!kind.starts_with("plugin") && !kind.starts_with("extension")) return false;
-    const auto removes = [&](const Word& word) { return isIn(removing, word.text); };
-    const auto isOwn = [](const Word& word) {
-        return std::string_view(word.text).substr(0, word.text.find('@')) == "tidewrack"sv;
-    };
-    return std::any_of(words.begin(), words.end(), removes) && std::any_of(words.begin(), words.end(), isOwn);
-}
-
-} // namespace
 
 bool examine(const std::vector<Word>& words, const std::string& cwd, Effects& effects) {
     if (removesPlugin(words)) {

@@ -2,6 +2,7 @@
 
 #include "Shell/Budget.hpp"
 #include "Shell/NameFilter.hpp"
+#include "Shell/Wrappers.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Text.hpp"
@@ -148,6 +149,18 @@ void OwnPaths::lookAtCommand(std::span<const Word> arguments) {
         if (dryRun && command.dryRunShows) continue;
         question_ = command.question;
     }
+}
+
+bool removesPlugin(std::span<const Word> words) {
+    constexpr std::array removing = {"uninstall"sv, "remove"sv, "rm"sv, "disable"sv};
+    if (words.size() < 4 || !isIn(agentsWithPlugins, commandName(words.front()))) return false;
+    const std::string_view kind = words[1].text;
+    if (!kind.starts_with("plugin") && !kind.starts_with("extension")) return false;
+    const auto removes = [&](const Word& word) { return isIn(removing, word.text); };
+    const auto isOwn = [](const Word& word) {
+        return std::string_view(word.text).substr(0, word.text.find('@')) == "tidewrack"sv;
+    };
+    return std::any_of(words.begin(), words.end(), removes) && std::any_of(words.begin(), words.end(), isOwn);
 }
 
 } // namespace tidewrack::shell

@@ -4,10 +4,12 @@
 #include "Shell/Decision.hpp"
 #include "Shell/Program.hpp"
 
+#include <array>
 #include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tidewrack::shell {
@@ -51,5 +53,10 @@ class OwnPaths {
     std::optional<std::string> question_;
     int pathsMadeReal_ = 0;
 };
+
+// Agents whose own commands remove the plugin that calls Tidewrack.
+constexpr std::array<std::string_view, 3> agentsWithPlugins = {"claude", "codex", "gemini"};
+// Whether it is such a command: claude plugin uninstall tidewrack@tidewrack, gemini extensions disable tidewrack.
+[[nodiscard]] bool removesPlugin(std::span<const Word> words);
 
 } // namespace tidewrack::shell

@@ -17,7 +17,7 @@ async function textOf(seq, path) {
     const why = blob.size > longestText ? 'It is too large to be shown here.' : text.includes('\0') ? 'It is no text.' : text ? '' : 'It is empty.';
     if (why) return make('p', {class: 'empty'}, why);
     const lines = (text.match(/[^\n]*\n|[^\n]+$/g) || []).map(line => ' ' + line);
-    return fileDiff({path, hunks: [{oldBegin: 1, newBegin: 1, lines}], numbers: [0]}, false, null);
+    return fileDiff({path, hunks: [{oldBegin: 1, newBegin: 1, lines, digest: ''}], numbers: [0]}, false, null);
 }
 
 /** A file's versions along a slider. @param {string} path */
