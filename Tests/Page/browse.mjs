@@ -444,22 +444,26 @@ async function finds(view) {
     await view.locator('#version').waitFor();
     const slider = view.getByLabel('Version', {exact: true});
     await slider.fill('0');
-    await view.locator('#turn .diff', {hasText: 'new'}).waitFor();
+    await view.locator('#version', {hasText: '1 of '}).waitFor();
+    await view.locator('#turn .diff', {hasText: 'new'}).first().waitFor();
     await picturesOf(view, 'versions');
     const [saved] = await Promise.all([view.waitForEvent('download'), view.getByRole('button', {name: 'Download this version'}).click()]);
     assert.equal(fs.readFileSync(await saved.path(), 'utf8'), '# Notes\n\nold\n');
     await view.locator('#message.good', {hasText: 'tidewrack cat 2 -- notes.md'}).waitFor();
     await view.locator('#turn .diff', {hasText: 'old'}).nth(1).waitFor(); // its own text, behind what changed
-    // One that was made and never changed: it isn't there before, and the newest stop has it.
+    // Before a file was made and after it went there is nothing to download or restore; in between its text is shown.
     await view.getByRole('button', {name: 'Search', exact: true}).click();
     await view.getByLabel('What to search for').fill('extra.txt');
     await view.locator('#by-name').click();
     await view.locator('#results tr', {hasText: 'extra.txt'}).getByRole('button', {name: 'Versions'}).click();
-    await view.getByText('Not there yet at #2.').waitFor();
-    assert.equal(await view.getByRole('button', {name: /this version/}).count(), 0);
-    await view.getByLabel('Version', {exact: true}).fill('1');
-    await view.locator('#version', {hasText: 'as it is now'}).waitFor();
-    await view.locator('#turn .diff', {hasText: 'one more'}).waitFor();
+    for (const [stop, text] of [['0', 'Not there yet at #2.'], ['3', 'Not there any more at #']]) {
+        await view.getByLabel('Version', {exact: true}).fill(stop);
+        await view.getByText(text).waitFor();
+        assert.equal(await view.getByRole('button', {name: /this version/}).count(), 0);
+    }
+    await view.getByLabel('Version', {exact: true}).fill('2');
+    await view.locator('#version', {hasText: '3 of 4'}).waitFor();
+    await view.locator('#turn .diff', {hasText: 'one more'}).first().waitFor();
     const [made] = await Promise.all([view.waitForEvent('download'), view.getByRole('button', {name: 'Download this version'}).click()]);
     assert.equal(fs.readFileSync(await made.path(), 'utf8'), 'one more\n');
     for (const [name, text] of [['Vault', /outside of projects/], ['Status', /Folder/]]) {
