@@ -212,7 +212,7 @@ class Effects {
     std::size_t targetBytes_ = 0;
     int pathsMadeReal_ = 0;
     std::size_t operandsLookedAt_ = 0;
-    std::size_t topLevels_ = 0; // looked for
+    std::size_t topLevels_ = 0;         // looked for
     std::string topLevelOf_, topLevel_; // the last folder for which one was, and what was found
     std::size_t listingsLookedAt_ = 0;
 };
