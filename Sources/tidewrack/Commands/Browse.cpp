@@ -18,7 +18,7 @@ namespace tidewrack::commands {
 namespace {
 
 constexpr std::size_t mostPicked = 10000; // rows of the picker, which draws those in sight
-constexpr std::size_t all = 1000000;      // rows of a file, which is for keeping
+constexpr std::size_t everyRow = 1000000; // of a file, which is for keeping
 
 // This process becomes the other program, with the environment of the call.
 [[noreturn]] void become(const Invocation& call, const std::vector<std::string>& words) {
@@ -82,7 +82,7 @@ int timelineAsPage(Invocation& call, const std::string& file) {
     const Project project = call.project();
     refuseUnknownFilters(call, TurnUndo(call.engine(), project));
     const bool some = call.args.value("-n").has_value();
-    const std::size_t most = some ? mostListed(call.args) : all;
+    const std::size_t most = some ? mostListed(call.args) : everyRow;
     bool contents = call.args.has("--contents");
     const bool noContents = call.args.has("--no-contents");
     if (contents && noContents) throw CliError("--contents or --no-contents: which of them?");
