@@ -312,7 +312,10 @@ TEST_P(Faults, fullDiskAtEveryBlock) {
     }
     EXPECT_LT(failed, mostBlocks);
     const std::string word = GetParam().words[0];
-    EXPECT_TRUE(failed > 0 || (word != "track" && word != "snap" && word != "restore" && word != "undo"));
+    // Where there is little room it prunes first, which makes some.
+    const bool makesRoom = std::string_view(GetParam().name) == "snap that prunes";
+    EXPECT_EQ(failed > 0,
+              !makesRoom && (failed > 0 || word == "track" || word == "snap" || word == "restore" || word == "undo"));
 }
 
 // Right before a file is moved aside another program writes to it, or makes it, and maybe writes under its name right
