@@ -132,6 +132,22 @@ def check_named_tests():
         for name in re.findall(r"`([A-Z]\w+\.[a-z]\w+)`", document.read_text(encoding="utf-8")):
             if name.split(".")[0] in suites and name not in tests:
                 faults.append(f"{document}: there is no test {name}")
+    check_promises(pathlib.Path("docs/threats.md"), tests)
+
+
+def check_promises(document, tests):
+    """Each row of its tables names, in the last column, tests or scripts that there are."""
+    rows = [line.split("|")[1:-1] for line in document.read_text(encoding="utf-8").splitlines()
+            if line.startswith("| ") and not line.endswith(" shown by |")]
+    if not rows:
+        faults.append(f"{document}: it promises nothing")
+    for *promise, shown in rows:
+        names = re.findall(r"`(\S+?)`", shown)
+        if not names:
+            faults.append(f"{document}: nothing shows \"{promise[0].strip()}\"")
+        for name in names:
+            if name not in tests and not pathlib.Path(name).is_file():
+                faults.append(f"{document}: there is neither a test nor a file {name}")
 
 
 sources = [p for base in ("Sources", "Tests", "Benchmarks") for p in sorted(pathlib.Path(base).rglob("*.[ch]pp"))]
