@@ -127,6 +127,27 @@ TEST_F(Installer, leavesCopilotAtWorkWhereTheProgramIsGone) {
     EXPECT_NE(run({"status"}).find("copilot installed, its hooks run " + home + "/gone/tidewrack"), std::string::npos);
 }
 
+// An install leaves nothing behind; what somebody added to the file stays.
+TEST_F(Installer, removesTheFileThatItMade) {
+    installer().install(Agent::copilot);
+    std::ostringstream plan;
+    runHooks({"uninstall", "copilot"}, installer(), plan, {}, {HookInstaller::Acting::dryRun, false});
+    EXPECT_TRUE(plan.str().starts_with("Would remove copilot hooks from " + path(Agent::copilot) + "\n  - "))
+        << plan.str();
+    EXPECT_TRUE(fs::exists(path(Agent::copilot)));
+    EXPECT_EQ(run({"uninstall", "copilot"}), "Removed copilot hooks from " + path(Agent::copilot) + "\n");
+    EXPECT_TRUE(fs::is_empty(home + "/.copilot/hooks"));
+    for (const char* more : {"hooks", "disableAllHooks"}) {
+        installer().install(Agent::copilot);
+        json mine = config(Agent::copilot);
+        mine[more]["Mine"] = json::array();
+        put(Agent::copilot, mine.dump());
+        EXPECT_TRUE(installer().uninstall(Agent::copilot).backup.has_value());
+        EXPECT_TRUE(config(Agent::copilot)[more].contains("Mine"));
+        EXPECT_FALSE(installer().isInstalled(Agent::copilot));
+    }
+}
+
 TEST_F(Installer, keepsABackupAndEveryDigit) {
     const std::string mine =
         "{\"ratio\": 1.10, \"big\": 123456789012345678901234567890, \"huge\": 1e400, \"zero\": -0,\n"

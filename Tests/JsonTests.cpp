@@ -265,6 +265,7 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(config["hooks"].erase("BeforeTool"), 1U);
     f.write("home/.gemini/settings.json", config.dump());
     f.makeFolder("home/.gemini/extensions/tidewrack"); // as the plugin lies there
+    f.write("project/.gemini/settings.json", config.dump());
     run("hooks status", {"status"});
     for (const char* agent : {"codex", "gemini"}) run("hooks install", {"install", agent});
     EXPECT_EQ(run("hooks uninstall", {"uninstall", "gemini"})["agents"][0]["removed"].size(), 5U);

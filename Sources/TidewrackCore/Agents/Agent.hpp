@@ -31,6 +31,8 @@ struct AgentTraits {
     std::string_view configFile; // below that folder
     // Where it is there, it holds the events alone, and `configFile` is passed over. Empty: there is none.
     std::string_view eventsFile;
+    std::string_view localFile; // read besides `configFile` in a project. Empty: there is none
+    bool isOwnFile = false;     // nothing but our hooks is meant to be in `configFile`
     Config config = Config::groups;
     Answer refusal = Answer::exitStatus;
     Question question = Question::none;

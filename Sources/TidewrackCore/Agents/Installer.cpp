@@ -4,6 +4,7 @@
 #include "Agents/Plugin.hpp"
 #include "Support/Files.hpp"
 #include "Support/Json.hpp"
+#include "Support/Paths.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -65,6 +66,11 @@ std::string leftAlone(const std::string& path, const std::vector<std::string>& l
 
 void append(std::optional<std::string>& note, const std::string& text) {
     note = note ? *note + ' ' + text : text;
+}
+
+// What is left of a file of ours without our hooks, where nobody added anything.
+json emptyHooks() {
+    return {{"hooks", json::object()}, {"version", 1}};
 }
 
 // The hooks that are not among the others.
@@ -167,6 +173,23 @@ bool HookInstaller::areWhole(Agent agent, const std::string& program) const {
     return config && HookEntries(program, agent).areWholeIn(*config, HookEntries::Version::current);
 }
 
+std::optional<std::string> HookInstaller::projectFile(Agent agent) const {
+    if (agent == Agent::copilot || isPlugin(agent)) return std::nullopt; // a project's lie elsewhere
+    const AgentTraits& traits = traitsOf(agent);
+    const std::string own = agentFolder(agent);
+    for (std::string_view at = folder; !at.empty() && at != "/"; at = parentOf(at)) {
+        const std::string there = std::string(at).append(traits.folder);
+        if (there == own) return std::nullopt; // the user's own, which is known
+        for (const std::string_view name : {traits.configFile, traits.localFile, traits.eventsFile}) {
+            std::string bytes;
+            if (name.empty() || readFile(there + std::string(name), bytes) != 0) continue;
+            const auto config = decoded(bytes, name == traits.eventsFile);
+            if (config && !entries(agent).commandsIn(*config).empty()) return there + std::string(name);
+        }
+    }
+    return std::nullopt;
+}
+
 HookInstaller::Status HookInstaller::status(Agent agent) const {
     if (!agentPresent(agent)) return {Status::State::agentNotFound, std::nullopt};
     const auto bytes = readConfig(configPath(agent));
@@ -238,6 +261,10 @@ HookInstaller::Result HookInstaller::edit(Agent agent, Edit what, Acting acting)
     result.added = without(hooksAfter, hooksBefore);
     result.removed = without(hooksBefore, hooksAfter);
     result.changed = true;
+    if (what == Edit::remove && traitsOf(agent).isOwnFile && after == encoded(emptyHooks())) {
+        if (acting == Acting::forReal) removeConfig(result.path, *bytes);
+        return result;
+    }
     if (acting == Acting::forReal)
         result.backup = replaceConfig(result.path, bytes, after);
     else if (bytes)

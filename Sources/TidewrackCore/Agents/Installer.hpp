@@ -12,9 +12,10 @@
 namespace tidewrack {
 
 struct HookInstaller {
-    std::string home;   // the user's home folder
-    std::string binary; // absolute path of this program as it was called; links are not resolved, so that hooks
-                        // of a linked installation keep working after an upgrade
+    std::string home;     // the user's home folder
+    std::string binary;   // absolute path of this program as it was called; links are not resolved, so that hooks
+                          // of a linked installation keep working after an upgrade
+    std::string folder{}; // where the command was called: a project there may have hooks of its own; empty: none has
 
     // What happened to one agent's file.
     struct Result {
@@ -52,6 +53,10 @@ struct HookInstaller {
     // The file holds all the hooks that this version installs, of that program; false for an agent with a plugin of
     // ours in place of such hooks. Throws when the file cannot be read.
     [[nodiscard]] bool areWhole(Agent agent, const std::string& program) const;
+
+    // The first file of a project's own configuration, in `folder` or one above it, that holds a hook of ours: the
+    // agent runs that one besides the user's, or the plugin's. None where a file can't be read.
+    [[nodiscard]] std::optional<std::string> projectFile(Agent agent) const;
 
     // Throws when the file cannot be read.
     [[nodiscard]] Status status(Agent agent) const;

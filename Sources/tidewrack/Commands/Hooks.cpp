@@ -92,6 +92,11 @@ nlohmann::json asJson(const HookInstaller::Result& result) {
     return object;
 }
 
+// The plugin does not step back for a project's file: the agent may not trust the project, and then nobody answers.
+std::string twiceBy(const std::string& projectFile) {
+    return projectFile + " has hooks of Tidewrack too: what happens there is answered twice";
+}
+
 void changeAgents(const std::string& name, Change change, const HookInstaller& installer, std::ostream& out,
                   const Look& look, const HooksWay& way) {
     const auto agents = chosenAgents(name, change, installer);
@@ -107,6 +112,8 @@ void changeAgents(const std::string& name, Change change, const HookInstaller& i
                 report(result, change, way.acting, out, look);
             if (!way.asJson && change == Change::install && hasPlugin(installer, agent))
                 out << "  The plugin that is there as well leaves everything to these hooks.\n";
+            const auto file = change == Change::install ? installer.projectFile(agent) : std::nullopt;
+            if (!way.asJson && file) out << "  " << look.shown(twiceBy(*file)) << ".\n";
         } catch (const std::exception&) {
             if (!failure) failure = std::current_exception();
         }
@@ -134,6 +141,7 @@ struct StatusText {
     std::optional<std::string> hint;
     std::exception_ptr failure; // why the state is unknown
     bool isPlugin = false;      // it brings its hooks, beside those of the user or alone
+    std::optional<std::string> projectFile{};
 };
 
 StatusText statusText(const HookInstaller& installer, Agent agent) {
@@ -142,7 +150,7 @@ StatusText statusText(const HookInstaller& installer, Agent agent) {
         const bool plugin = hasPlugin(installer, agent);
         const bool alone = plugin && status.state == HookInstaller::Status::State::notInstalled && !status.hint;
         return {stateText(alone ? HookInstaller::Status::State::installed : status.state), std::move(status.hint),
-                nullptr, plugin};
+                nullptr, plugin, installer.projectFile(agent)};
     } catch (const std::exception& error) {
         return {"unknown", error.what(), std::current_exception(), false};
     }
@@ -162,6 +170,8 @@ void printStatus(const HookInstaller& installer, std::ostream& out, const Look& 
                                                   : "; the plugin as well, which leaves everything to them";
         if (status.hint) line += ", " + look.shown(*status.hint);
         out << line << '\n';
+        const bool isTwice = status.projectFile && status.state == "installed";
+        if (isTwice) out << "        " << look.shown(twiceBy(*status.projectFile)) << '\n';
         if (!failure) failure = status.failure;
     }
     if (failure) std::rethrow_exception(failure);
@@ -222,6 +232,7 @@ std::string hooksStatusJson(const HookInstaller& installer) {
             {"agent", rawValue(agent)}, {"state", status.state}, {"path", installer.configPath(agent)}};
         if (status.hint) object["hint"] = *status.hint;
         if (status.isPlugin) object["plugin"] = true;
+        if (status.projectFile) object["projectFile"] = *status.projectFile;
         list.push_back(object);
     }
     return prettyJson(list, Slashes::escaped) + "\n";
@@ -255,6 +266,7 @@ HookInstaller installerFor(const Invocation& call) {
     const std::string& folder = call.around.currentFolder;
     HookInstaller installer;
     installer.home = absolutePath(call.args.value("--home").value_or(homeFolder(call.around.environment)), folder);
+    installer.folder = folder;
     installer.binary = calledProgram(call.around.calledAs, searchPath, folder).value_or(executablePath());
     return installer;
 }
