@@ -328,14 +328,40 @@ TEST_F(HookSaving, savesWhatItsOwnerLeavesOutLikeWhatLiesOutside) {
 
 // node_modules and the like are made anew, which takes time: where a copy takes no room, one is kept.
 TEST_F(HookSaving, keepsWhatSnapshotsLeaveOutWhereThatTakesNoRoom) {
+    const bool asksGit = git(f.path(), "init -q project");
+    f.write("project/.gitignore", "out\n");
+    for (const char* name : {"node_modules/a/b.js", "app/node_modules/c.js", "app/in/.venv/d", "app/in/out/e",
+                             "app/inner/node_modules/f", "apps/node_modules/g", "web/out/h"})
+        f.write(std::string("project/") + name, "x");
     world.ok({"track"});
-    f.write("project/node_modules/a/b.js", "b");
-    const std::string command = "rm -rf node_modules src";
-    EXPECT_EQ(shell(command), HookOutput{});
+    world.ok({"track", f.at("project/app/inner")});
+    struct Row {
+        const char* command;
+        Lines leftOut; // by the name or by git
+    };
+    const Row rows[] = {
+        {"rm -rf node_modules src", {"/node_modules"}},
+        {"rm -rf app", {"/app/in/.venv", "/app/in/out", "/app/inner/node_modules", "/app/node_modules"}},
+        {"rm -rf app/in/out web", {"/app/in/out", "/web/out"}},
+        {"find . -name node_modules -prune -exec rm -rf {} +",
+         {"/app/inner/node_modules", "/app/node_modules", "/apps/node_modules", "/node_modules"}},
+        {"mv app elsewhere", {}},
+        {"rm -rf src", {}},
+    };
     const bool clones = volumeClones(f.path());
-    EXPECT_EQ(savedOutside(), clones ? Lines{project + "/node_modules"} : Lines());
-    EXPECT_EQ(log(), Lines{"claude PreToolUse allow " + command + " → #2 " + project +
-                           (clones ? "; vault ID: 1 saved" : "; not kept: " + project + "/node_modules")});
+    for (const Row& row : rows) {
+        Lines leftOut;
+        for (const std::string& path : row.leftOut)
+            if (asksGit || !path.ends_with("/out")) leftOut.push_back(project + path);
+        (void)shell(row.command);
+        EXPECT_EQ(savedOutside(), clones ? leftOut : Lines()) << row.command;
+        std::string note;
+        for (const std::string& line : log()) note = line.substr(std::min(line.size(), line.find("; not kept: ")));
+        std::string expected;
+        if (!clones && !leftOut.empty()) expected = "; not kept: " + leftOut.front();
+        if (!clones && leftOut.size() > 1) expected += " and " + std::to_string(leftOut.size() - 1) + " more";
+        EXPECT_EQ(note.substr(0, expected.empty() ? note.size() : expected.size()), expected) << row.command << note;
+    }
 }
 
 // What a line of the log says is found again, whatever the names in it.

@@ -109,6 +109,11 @@ TEST_F(WalkerTest, leavesOutNamesAndSkippedPaths) {
     EXPECT_EQ(walked(options),
               "build/! link/ link/node_modules other/ other/node_modules sub/ sub/nested/ sub/nested/a ");
     EXPECT_EQ(asked, (std::vector<std::string>{"build", "build"})) << "once in each walk";
+    Walker walker(f.path(), options);
+    walker.walk([](const Walker::Item&) { return true; });
+    std::vector<std::string> omitted = walker.omitted();
+    std::sort(omitted.begin(), omitted.end());
+    EXPECT_EQ(omitted, (std::vector<std::string>{"node_modules", "sub/node_modules"}));
 }
 
 TEST_F(WalkerTest, asksGitAboutIfIgnoredNames) {

@@ -81,6 +81,7 @@ class Saving {
         for (const Project& project : projects_) snapshot(project, deadline, Certainty::known);
         sortAndDedupe(outside_); // with what the snapshots could not keep
         if (!outside_.empty()) copyOutside(outside_, context_.whole(), Certainty::known);
+        saveLeftOut();
         const Deadline guessing = untilGuessed(); // what is known comes first
         saveGitStates(guessing);
         for (const Project& project : guessed_) snapshot(project, guessing, Certainty::guessed);
@@ -119,7 +120,8 @@ class Saving {
             saved_.snapshotted.push_back(project.root);
             noteGaps(taken.result, project);
             nameFound(project, taken.manifest);
-            saveUnkept(project, taken.manifest);
+            saveUnkept(project, taken);
+            leaveOutFound(project, taken);
             const NotKept& notKept = taken.result.notKept;
             const bool leavesOut = notKept.ignoredFiles + notKept.ignoredFolders > 0 && !rules(project).empty();
             if (taken.result.meta.notKept > 0 || leavesOut) saveParts(project, taken.manifest);
@@ -199,16 +201,13 @@ class Saving {
 
     // What the command destroys of a project although its snapshot lists it alone, because it was too large or could
     // not be read, is left to the vault.
-    void saveUnkept(const Project& project, const Manifest& manifest) {
+    void saveUnkept(const Project& project, const TakenSnapshot& taken) {
         for (const std::string& gone : destroyed_) {
-            if (isAtOrBelow(project.root, gone)) {
-                loseGitStore(project.root);
-                return saveUnkept(project, manifest, "");
-            }
+            if (isAtOrBelow(project.root, gone)) return saveUnkept(project, taken, "");
             if (!isAtOrBelow(gone, project.root)) continue;
             const std::string_view relative = pathBelow(gone, project.root);
-            saveUnkept(project, manifest, relative);
-            if (manifest.lists(relative) || !exists(gone)) continue;
+            saveUnkept(project, taken, relative);
+            if (taken.manifest.lists(relative) || !exists(gone)) continue;
             if (rules(project).leavesOut(relative, isFolder(gone)))
                 outside_.push_back(gone);
             else
@@ -232,11 +231,21 @@ class Saving {
     // it spares the wait.
     void keepLeftOut(const std::string& path) {
         if (lastComponent(path) == ".git") loseGitStore(std::string(parentOf(path)));
+        leftOut_.push_back(path);
+    }
+
+    // A folder may hold many.
+    void saveLeftOut() {
+        sortAndDedupe(leftOut_);
+        if (leftOut_.empty()) return;
         const std::string& store = context_.handler.store.home;
-        if (volumeClones(store) && sameVolume(path, store))
-            guessedOutside_.push_back(path);
-        else
-            saved_.notes.push_back("not kept: " + loggedText(path));
+        const bool clones = volumeClones(store);
+        const auto unshared = [&](const std::string& path) { return !clones || !sameVolume(path, store); };
+        const auto end = std::stable_partition(leftOut_.begin(), leftOut_.end(), unshared);
+        if (const auto count = end - leftOut_.begin(); count > 0)
+            saved_.notes.push_back("not kept: " + loggedText(leftOut_.front()) +
+                                   (count > 1 ? " and " + std::to_string(count - 1) + " more" : ""));
+        guessedOutside_.insert(guessedOutside_.end(), end, leftOut_.end());
     }
 
     // No snapshot has git's own store, which goes with the folder. That of a linked work tree stays where it is.
@@ -249,10 +258,18 @@ class Saving {
         });
     }
 
-    void saveUnkept(const Project& project, const Manifest& manifest, std::string_view gone) {
-        for (const Manifest::Item& item : manifest.beginningWith(gone))
-            if ((item.entry.notKept() || isOwners(project, item)) && isAtOrBelow(item.path, gone))
+    // What goes with a folder of the project, or with all of it.
+    void saveUnkept(const Project& project, const TakenSnapshot& taken, std::string_view gone) {
+        for (const Manifest::Item& item : taken.manifest.beginningWith(gone)) {
+            if (!isAtOrBelow(item.path, gone)) continue;
+            if (item.entry.notKept() || isOwners(project, item))
                 saveUnkept(project, item);
+            else if (item.entry.isIgnored())
+                keepLeftOut(joined(project.root, item.path));
+        }
+        for (const std::string& folder : taken.omitted)
+            if (isAtOrBelow(folder, gone) && folder != ".git") keepLeftOut(joined(project.root, folder));
+        if (gone.empty()) loseGitStore(project.root);
     }
 
     void saveUnkept(const Project& project, const Manifest::Item& item) {
@@ -265,6 +282,21 @@ class Saving {
         case KeepFailure::Why::changing: break;
         }
         outside_.push_back(std::move(path));
+    }
+
+    // A test on names may take such folders too.
+    void leaveOutFound(const Project& project, const TakenSnapshot& taken) {
+        for (shell::FoundFiles found : decision_.found) {
+            if (!found.takesFolders) continue;
+            found.folder = Store::canonical(found.folder);
+            const auto look = [&](std::string_view relative) {
+                const std::string path = joined(project.root, relative);
+                if (isAtOrBelow(path, found.folder) && found.mayTake(path)) keepLeftOut(path);
+            };
+            for (const std::string& folder : taken.omitted) look(folder);
+            for (const Manifest::Item& item : taken.manifest.items())
+                if (item.entry.isIgnoredFolder() && !isOwners(project, item)) look(item.path);
+        }
     }
 
     // The same where the command takes a part of a folder.
@@ -431,6 +463,7 @@ class Saving {
     std::vector<std::string> outside_;
     std::vector<std::string> guessedOutside_;
     std::vector<std::string> destroyed_; // sorted, each once
+    std::vector<std::string> leftOut_;   // of that, what can be made anew
     std::vector<GitStore> lostStores_;   // that go with what the command destroys
     std::vector<std::string> gapNotes_;
     std::map<std::string, LeaveOutRules> rules_; // of projects, by id

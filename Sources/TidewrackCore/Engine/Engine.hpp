@@ -94,6 +94,7 @@ struct TakenSnapshot {
     Manifest manifest;
     Interrupted interrupted;
     std::set<std::string, std::less<>> compared; // the paths that keepUnseen has compared
+    std::vector<std::string> omitted;            // folders in no listing, for their names: relative to the root
 };
 
 class Engine {

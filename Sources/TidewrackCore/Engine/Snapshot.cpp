@@ -311,6 +311,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
         [&](std::string_view folder) { return earlier.get().listsIgnored(folder); });
     const Unseen unseen(*walker);
     const LeaveOutRules rules = walker->rules();
+    taken.omitted = walker->omitted();
     walker.reset(); // git and the second thread go with it
     trace.mark([&] { return "walk " + std::to_string(run.itemCount()) + " entries"; });
 

@@ -93,7 +93,8 @@ bool Walker::yieldFile(std::string_view name, const Attributes& attributes, cons
 
 bool Walker::yieldFolder(std::string_view name, const Attributes& attributes, const Body& body) {
     const Way way = wayOf(name, path_);
-    if (way == Way::omitted) return true;
+    if (way == Way::omitted) omitted_.push_back(path_);
+    if (way == Way::omitted || way == Way::skipped) return true;
     (void)isTemporary(name); // an exchange moves aside whatever has the name
     Item item{path_, entryOf(attributes)};
     if (way == Way::ignored || (way == Way::asked && isIgnored())) {
@@ -117,7 +118,7 @@ bool Walker::isTemporary(std::string_view name) {
 }
 
 Walker::Way Walker::wayOf(std::string_view name, std::string_view path) const {
-    if (!options_.skipPaths.empty() && options_.skipPaths.contains(path)) return Way::omitted;
+    if (!options_.skipPaths.empty() && options_.skipPaths.contains(path)) return Way::skipped;
     switch (options_.rules.of(path, true)) {
     case LeaveOutRules::Verdict::leftOut: return Way::ignored;
     case LeaveOutRules::Verdict::kept: return Way::entered;

@@ -80,6 +80,8 @@ class Walker {
     // <root>: <reason>". To be called once.
     void walk(const Body& body, const WasIgnored& wasIgnored = {});
     [[nodiscard]] const std::vector<Unread>& unread() const { return unread_; }
+    // The folders that were left out for their names, relative to the root. They are no items.
+    [[nodiscard]] const std::vector<std::string>& omitted() const { return omitted_; }
     [[nodiscard]] GitOutcome gitOutcome() const {
         return options_.gitOutcome ? options_.gitOutcome() : GitOutcome::answered;
     }
@@ -97,7 +99,7 @@ class Walker {
     bool yieldFolder(std::string_view name, const Attributes& attributes, const Body& body);
     [[nodiscard]] bool isTemporary(std::string_view name);
     // What becomes of a folder.
-    enum class Way : std::uint8_t { omitted, ignored, asked, entered };
+    enum class Way : std::uint8_t { skipped, omitted, ignored, asked, entered };
     [[nodiscard]] Way wayOf(std::string_view name, std::string_view path) const;
     [[nodiscard]] bool isIgnored();
     void noteUnread(const FolderListing& listing);
@@ -108,6 +110,7 @@ class Walker {
     std::string path_; // of the item at hand
     WasIgnored wasIgnored_;
     std::vector<Unread> unread_;
+    std::vector<std::string> omitted_;
     FolderReader reader_;
 };
 
