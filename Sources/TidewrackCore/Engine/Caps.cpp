@@ -5,18 +5,11 @@
 #include "Platform/FileSpace.hpp"
 #include "Support/Errors.hpp"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 namespace tidewrack {
 
 namespace {
-
-std::int64_t takenBy(const std::string& path) {
-    struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 ? static_cast<std::int64_t>(status.st_blocks) * 512 : 0;
-}
 
 // What a prune of the projects frees that takes all unpinned snapshots up to that moment.
 std::int64_t freed(const Engine& engine, const std::vector<Project>& projects, std::optional<Date> upTo, Date now) {
@@ -24,9 +17,9 @@ std::int64_t freed(const Engine& engine, const std::vector<Project>& projects, s
     for (const Project& project : projects) {
         const History history = engine.store.history(project);
         const PruneResult pruned = engine.foreseePrune(project, now, upTo);
-        for (const std::string& blob : pruned.contents) sum += takenBy(history.blobPath(blob));
-        for (const std::int64_t seq : pruned.removedSnapshots) sum += takenBy(history.metaPath(seq));
-        for (const std::int64_t seq : pruned.manifests) sum += takenBy(history.manifestPath(seq));
+        for (const std::string& blob : pruned.contents) sum += takenSpace(history.blobPath(blob));
+        for (const std::int64_t seq : pruned.removedSnapshots) sum += takenSpace(history.metaPath(seq));
+        for (const std::int64_t seq : pruned.manifests) sum += takenSpace(history.manifestPath(seq));
     }
     return sum;
 }

@@ -57,7 +57,7 @@ Space spaceBelow(const std::string& path, bool clones) {
 std::int64_t takenBelow(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) return 0;
-    std::int64_t sum = static_cast<std::int64_t>(status.st_blocks) * 512;
+    std::int64_t sum = takenSpace(status);
     if (!S_ISDIR(status.st_mode)) return sum;
     (void)visitNames(path, [&](const char* name) {
         sum += takenBelow(joined(path, name));
