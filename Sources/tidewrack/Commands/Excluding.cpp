@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <functional>
 
 namespace tidewrack::commands {
 
@@ -53,6 +54,18 @@ struct Rules {
     std::optional<SnapshotMeta> now; // that has them
 };
 
+// The project's patterns after each of the call's words; `change` returns them after one.
+Rules changedRules(Invocation& call, const Project& project,
+                   const std::function<std::vector<std::string>(const Project&, const std::string& word)>& change) {
+    if (!call.args.word(0)) throw CliError("missing path");
+    Rules rules{project, call.args.positional, {}, {}};
+    for (const std::string& word : rules.words) {
+        if (word.empty()) throw CliError("missing path");
+        rules.project.patterns = change(rules.project, word);
+    }
+    return rules;
+}
+
 nlohmann::json rulesJson(const Rules& rules, bool dryRun) {
     nlohmann::json object = {{"version", 1},
                              {"dryRun", dryRun},
@@ -80,15 +93,11 @@ void record(Invocation& call, const Project& before, const std::string& name, Ru
 } // namespace
 
 int exclude(Invocation& call) {
-    if (!call.args.word(0)) throw CliError("missing path");
     const Project project = call.project();
-    Rules rules{project, call.args.positional, {}, {}};
-    for (const std::string& word : rules.words) {
-        if (word.empty()) throw CliError("missing path");
+    Rules rules = changedRules(call, project, [&](const Project& sofar, const std::string& word) {
         if (word.starts_with('!') || word.starts_with('#')) throw CliError("A pattern doesn't begin with ! or #.");
-        const std::string pattern = isPattern(word) ? word : patternOf(checkedPath(call, project, word));
-        rules.project.patterns = excluding(rules.project, pattern);
-    }
+        return excluding(sofar, isPattern(word) ? word : patternOf(checkedPath(call, project, word)));
+    });
     rules.out = newlyLeftOut(rules.project, newestListing(call, project));
     const bool dryRun = call.args.has("--dry-run");
     if (!dryRun) record(call, project, "exclude", rules);
@@ -110,17 +119,14 @@ int exclude(Invocation& call) {
 }
 
 int include(Invocation& call) {
-    if (!call.args.word(0)) throw CliError("missing path");
     const Project project = call.project();
-    Rules rules{project, call.args.positional, {}, {}};
-    for (const std::string& word : rules.words) {
-        if (word.empty()) throw CliError("missing path");
-        std::vector<std::string>& patterns = rules.project.patterns;
-        if (!isPattern(word))
-            patterns = including(rules.project, checkedPath(call, project, word));
-        else if (std::erase(patterns, word) == 0)
+    Rules rules = changedRules(call, project, [&](const Project& sofar, const std::string& word) {
+        if (!isPattern(word)) return including(sofar, checkedPath(call, project, word));
+        std::vector<std::string> patterns = sofar.patterns;
+        if (std::erase(patterns, word) == 0)
             throw TidewrackError::refused("Nothing is left out by " + word + ". See: tidewrack config get patterns");
-    }
+        return patterns;
+    });
     const bool dryRun = call.args.has("--dry-run");
     const bool changes = rules.project.patterns != project.patterns;
     if (!dryRun) record(call, project, "include", rules);
