@@ -356,7 +356,8 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
             ::chmod(f.at("project/src").c_str(), 0755); // should that have failed
             if (f.listing("project") != wanted) text += f.listing("project");
         }
-        text += world.ok({"log", "-n", "1"});
+        const std::string row = world.ok({"log", "-n", "1"});
+        text += row.substr(row.find("restored")); // without its age
         // What can't be read couldn't be saved, so it isn't replaced.
         f.write("project/a.txt", "changed");
         ::chmod(f.at("project/a.txt").c_str(), 0);
@@ -373,7 +374,7 @@ TEST_F(RestoreTest, worksWithoutSpecialRights) {
     EXPECT_EQ(report, "Restored 2 files, removed 0 files. Undo this with: tidewrack restore 3\n"
                       "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 5\n" +
                           unread + "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 7\n" + unread +
-                          "#8  0s ago  restored  \"After undoing #4\"  →  no changes yet\n"
+                          "restored  \"After undoing #4\"  →  no changes yet\n"
                           "! a.txt  it couldn't be saved first (it couldn't be read: Permission denied)\n"
                           "Would restore 0 files, remove 0 files. Nothing was changed.\n"
                           "Restored 0 files, removed 0 files. Undo this with: tidewrack restore 9\n" +
