@@ -28,7 +28,7 @@ using std::chrono::steady_clock;
 namespace {
 
 HookEvent parsed(Agent agent, const char* object) {
-    return parseHookEvent(agent, *parseJson(object), "/w");
+    return parseHookEvent(agent, *parseJson(object), "/w", "/home/ann");
 }
 
 using Kind = HookEvent::Kind;
@@ -66,7 +66,7 @@ TEST(Hook, readsTheEventsThatAgentsReallySend) {
         expected.command = optionalText(row.at("command"));
         expected.session = optionalText(row.at("session"));
         expected.turn = optionalText(row.at("turn"));
-        EXPECT_EQ(parseHookEvent(*agent, *object, "/fallback"), expected);
+        EXPECT_EQ(parseHookEvent(*agent, *object, "/fallback", "/home/ann"), expected);
     }
 }
 
@@ -103,6 +103,8 @@ TEST(Hook, readsTheFilesThatAToolNames) {
     const Row rows[] = {
         {Agent::claude, "MultiEdit", R"({"file_path":"b/../c"})", {"/w/c"}},
         {Agent::claude, "Read", R"({"file_path":"/a"})", {}},
+        {Agent::claude, "Write", R"({"file_path":"~/a"})", {"/home/ann/a", "/w/~/a"}},
+        {Agent::claude, "mcp__files__write_file", R"({"path":"~/a"})", {"/home/ann/a"}},
         {Agent::claude, "Write", R"({"file_path":7})", {}},
         {Agent::claude, "Write", R"({"file_path":"/a\u0000b"})", {}},
         {Agent::claude, "ExitWorktree", R"({"action":"keep"})", {}},
@@ -135,7 +137,7 @@ TEST(Hook, readsTheFilesThatAToolNames) {
         const json object{{"hook_event_name", traitsOf(row.agent).tool},
                           {"tool_name", row.tool},
                           {"tool_input", json::parse(row.input)}};
-        const HookEvent event = parseHookEvent(row.agent, object, "/w");
+        const HookEvent event = parseHookEvent(row.agent, object, "/w", "/home/ann");
         EXPECT_EQ(event.paths, row.paths) << row.tool << row.input;
         EXPECT_EQ(event.kind, row.paths.empty() ? Kind::other : Kind::edit) << row.tool << row.input;
     }
@@ -151,7 +153,7 @@ TEST(Hook, readsTheCommandsOwnFolder) {
                               {"hook_event_name", traits.shell},
                               {"tool_name", traits.shellTool},
                               {"tool_input", input}};
-            EXPECT_EQ(parseHookEvent(agent, object, "/w").cwd, folder) << traits.name << named;
+            EXPECT_EQ(parseHookEvent(agent, object, "/w", "/home/ann").cwd, folder) << traits.name << named;
         }
 }
 

@@ -32,7 +32,7 @@ void checkRefusal(Agent agent, const std::string& message) {
 }
 
 void checkEvent(Agent agent, const nlohmann::json& value) {
-    const HookEvent event = parseHookEvent(agent, value, "/w");
+    const HookEvent event = parseHookEvent(agent, value, "/w", "/home/ann");
     require(event.command.has_value() == (event.kind == HookEvent::Kind::shell), "shell events have a command");
     require(event.paths.empty() == (event.kind != HookEvent::Kind::edit), "edits name files");
     for (const std::string& path : event.paths) require(path.starts_with('/'), "files are named in full");

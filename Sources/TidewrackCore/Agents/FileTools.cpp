@@ -115,7 +115,8 @@ std::vector<std::string> filesInPatch(std::string_view patch) {
     return paths;
 }
 
-ChangedFiles filesChangedBy(Agent agent, std::string_view tool, const json* toolInput, std::string_view cwd) {
+ChangedFiles filesChangedBy(Agent agent, std::string_view tool, const json* toolInput, std::string_view cwd,
+                            std::string_view home) {
     if (!toolInput || !toolInput->is_object()) return {};
     ChangedFiles changed;
     std::vector<std::string> named;
@@ -129,11 +130,13 @@ ChangedFiles filesChangedBy(Agent agent, std::string_view tool, const json* tool
         named = namedPaths(*toolInput);
         relative = false;
     }
-    std::vector<std::string>& files = changed.paths;
-    for (const std::string& path : named) {
-        if (path.empty() || path.find('\0') != path.npos || (!relative && !path.starts_with('/'))) continue;
-        std::string file = absolutePath(path, absolutePath(cwd, "/"));
+    const auto add = [&files = changed.paths](std::string file) {
         if (std::find(files.begin(), files.end(), file) == files.end()) files.push_back(std::move(file));
+    };
+    for (const std::string& path : named) {
+        if (path.empty() || path.find('\0') != path.npos) continue;
+        if (path.starts_with("~/") && !home.empty()) add(absolutePath(path.substr(2), home));
+        if (relative || path.starts_with('/')) add(absolutePath(path, absolutePath(cwd, "/")));
     }
     return changed;
 }

@@ -18,9 +18,10 @@ struct ChangedFiles {
 };
 
 // What a call of the tool is about to change. No paths for a tool that changes none, or that does not say which.
-// `toolInput` may be null or no object; a relative path is taken from `cwd`.
+// `toolInput` may be null or no object; a relative path is taken from `cwd`. Some agents read "~/" as the home folder
+// and others as a folder of that name: it counts as both.
 [[nodiscard]] ChangedFiles filesChangedBy(Agent agent, std::string_view tool, const nlohmann::json* toolInput,
-                                          std::string_view cwd);
+                                          std::string_view cwd, std::string_view home);
 
 // The files that a patch in codex's form adds, changes, moves or deletes, as it spells them.
 [[nodiscard]] std::vector<std::string> filesInPatch(std::string_view patch);

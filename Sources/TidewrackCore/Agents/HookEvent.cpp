@@ -62,10 +62,10 @@ bool throwsWorkTreeAway(Agent agent, std::string_view tool, const json* toolInpu
 }
 
 // What the tool is about to do.
-void readTool(Agent agent, const json& object, HookEvent& event) {
+void readTool(Agent agent, const json& object, std::string_view home, HookEvent& event) {
     const std::string tool = asText(member(object, "tool_name")).value_or("");
     const json* input = member(object, "tool_input");
-    ChangedFiles changed = filesChangedBy(agent, tool, input, event.cwd);
+    ChangedFiles changed = filesChangedBy(agent, tool, input, event.cwd, home);
     event.paths = std::move(changed.paths);
     event.fileAct = changed.act;
     if (!event.paths.empty())
@@ -99,7 +99,7 @@ std::optional<std::string> shellCommand(const json* toolInput, CommandWords word
     return joined;
 }
 
-HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallbackCwd) {
+HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallbackCwd, std::string_view home) {
     HookEvent event;
     event.cwd = fallbackCwd;
     if (!object.is_object()) return event;
@@ -126,7 +126,7 @@ HookEvent parseHookEvent(Agent agent, const json& object, std::string_view fallb
         event.command = eventCommand(object, names);
         if (event.command) event.kind = HookEvent::Kind::shell;
     }
-    if (event.kind == HookEvent::Kind::other && event.name == names.tool) readTool(agent, object, event);
+    if (event.kind == HookEvent::Kind::other && event.name == names.tool) readTool(agent, object, home, event);
     // Some leave "cwd" at the project and name the command's own folder in the tool's input.
     if (event.kind == HookEvent::Kind::shell && !names.shellFolder.empty()) {
         const auto folder = asText(member(*member(object, "tool_input"), std::string(names.shellFolder).c_str()));

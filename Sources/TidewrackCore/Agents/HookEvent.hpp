@@ -39,8 +39,9 @@ struct HookEvent {
 };
 
 // Reads the decoded top-level object of one event. Never fails: what is missing or of another type than
-// expected counts as absent, and an event without a folder gets `fallbackCwd`.
-[[nodiscard]] HookEvent parseHookEvent(Agent agent, const nlohmann::json& object, std::string_view fallbackCwd);
+// expected counts as absent, and an event without a folder gets `fallbackCwd`. `home`: the user's home folder.
+[[nodiscard]] HookEvent parseHookEvent(Agent agent, const nlohmann::json& object, std::string_view fallbackCwd,
+                                       std::string_view home);
 
 // The command in a tool's input: its "command" as text, or as an array of texts joined with one space, each so quoted
 // that a shell would take it for one word. `toolInput` may be null or no object.

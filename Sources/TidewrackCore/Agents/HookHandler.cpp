@@ -54,7 +54,7 @@ class HookCall {
                 context_.log("?", "unreadable input (" + std::to_string(input.size()) + " bytes)");
                 return {};
             }
-            context_.event = parseHookEvent(agent(), *object, processFolder);
+            context_.event = parseHookEvent(agent(), *object, processFolder, context_.handler.home);
             if (event_.kind != HookEvent::Kind::stop) mayBeEnded();
             switch (event_.kind) {
             case HookEvent::Kind::prompt: return prompt();
