@@ -1,6 +1,7 @@
 #include "Agents/HookLog.hpp"
 
 #include "Platform/Attributes.hpp"
+#include "Platform/Deadline.hpp"
 #include "Platform/Process.hpp"
 #include "Support/Dates.hpp"
 #include "Support/LineLog.hpp"
@@ -14,11 +15,9 @@ namespace tidewrack {
 
 void HookLog::append(std::string_view agent, std::string_view event, Instant start, std::string_view message) const
     try {
-    const auto elapsed =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     std::string line = isoText(now());
     line.append(" ").append(agent).append(" ").append(event).append(" ");
-    line.append(std::to_string(elapsed)).append("ms ").append(message);
+    line.append(std::to_string(millisecondsSince(start))).append("ms ").append(message);
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r' || c == '\0'; }, ' ');
     line = escapedControls(line); // whoever looks at the log does so in a terminal

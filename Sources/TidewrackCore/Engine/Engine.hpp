@@ -69,8 +69,7 @@ struct RestoreResult {
     int flushError = 0;                // an errno value: why what was restored may not be on the disk yet
     bool leavesTemporaries = false;    // of its own, for the next restore to clear up
 
-    // Of an undo: whether the turn changed nothing; the snapshot up to which it undid, where those in between were
-    // pruned.
+    // Of an undo: whether the turn changed nothing; up to which snapshot it undid, where those in between were pruned.
     bool nothingInScope = false;
     std::optional<std::int64_t> prunedUpTo;
 

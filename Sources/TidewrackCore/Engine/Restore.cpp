@@ -410,8 +410,7 @@ RestoreResult Engine::apply(const ProjectLock& lock, const Project& project, con
     RestoreResult result = run.takeResult();
     const bool whole = std::none_of(result.outcomes.begin(), result.outcomes.end(),
                                     [](const PathOutcome& outcome) { return bool(outcome.obstacle); });
-    meta.durationMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    meta.durationMs = millisecondsSince(start);
     meta.seq = reversal.seq ? *reversal.seq : nextSeq(history, history.newestSeq());
     meta.reversal = reversal.by;
     if (whole) meta.tookBack = reversal.tookBack;

@@ -340,8 +340,7 @@ TakenSnapshot Engine::snapshotLocked(const ProjectLock& lock, const Project& pro
 
     copyRequest(request, meta);
     copyCounts(taken, meta);
-    meta.durationMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+    meta.durationMs = millisecondsSince(start);
     const bool waits = !share || unchanged == Unchanged::waits;
     writeRecord(history, lock, meta, waits);
     contents.commit();

@@ -1,7 +1,8 @@
 #pragma once
-// The moment by which work must be done.
+// The moment by which work must be done, and the time that it took.
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 
 namespace tidewrack {
@@ -11,6 +12,10 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
 [[nodiscard]] inline bool passed(const Deadline& deadline) {
     return deadline && std::chrono::steady_clock::now() >= *deadline;
+}
+
+[[nodiscard]] inline std::int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
 }
 
 } // namespace tidewrack
