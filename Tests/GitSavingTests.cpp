@@ -166,8 +166,9 @@ TEST_F(GitSaving, saysThatGitsOwnHistoryGoesWithItsProject) {
     makeRepository(project);
     world.ok({"track"});
     std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // what changes in the same second may be newer
-    for (const char* command : {"rm -rf .", "rm -rf ../project/", "rimraf .", "find . -delete", "rm -rf {*,.*}",
-                                "mv ../project ../elsewhere"}) {
+    for (const char* command :
+         {"rm -rf .", "rm -rf ../project/", "rimraf .", "find . -delete", "rm -rf {*,.*}", "ls -A | xargs rm -rf",
+          "find . | xargs rm -rf", "fd -H -d1 . -x rm -rf", "mv ../project ../elsewhere"}) {
         const bool goes = !std::string_view(command).starts_with("mv");
         const bool holds = !goes || volumeClones(f.path());
         const std::string said = answer(Agent::claude, Kind::shell, project, command).standardOutput.value_or("");

@@ -109,7 +109,15 @@ TEST_F(ShellGuardOnDisk, seesWhatReachesGitsOwnStores) {
          "+",
          ""},
         {"find . -type f -not -name .gitignore -exec rm {} +", "tree"},
-        {"fd -H . -x rm", "tree"},
+        {"fd -H x -x rm", "tree"},
+        // That only the line as a whole tells what goes is no reason to leave git's state out.
+        {"ls -A | xargs rm -rf", "tree"},
+        {"rm -rf -- $(ls -A)", "tree"},
+        {"for f in $(ls -a); do rm -rf \"$f\"; done", "tree"},
+        {"ls -A | grep -v sub | xargs rm -rf", "tree"},
+        {"rm -rf $(find . -mindepth 1 -maxdepth 1)", "tree"},
+        {"rm -rf $(fd -uu -d1)", "tree"},
+        {"ls | xargs rm -rf; rm -f $(find . -name '*.o') $(ls -A sub)", ""},
     };
     for (const Row& row : rows) {
         std::vector<std::string> reached;

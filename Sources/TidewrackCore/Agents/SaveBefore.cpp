@@ -251,11 +251,14 @@ class Saving {
     // No snapshot has git's own store, which goes with the folder. That of a linked work tree stays where it is.
     void loseGitStore(const std::string& folder) {
         attempt([&] {
-            auto git = gitStoreFor(folder);
-            if (!git || !isAtOrBelow(git->common, folder)) return;
-            const auto isSame = [&](const GitStore& other) { return other.common == git->common; };
-            if (std::none_of(lostStores_.begin(), lostStores_.end(), isSame)) lostStores_.push_back(std::move(*git));
+            const auto git = gitStoreFor(folder);
+            if (git && isAtOrBelow(git->common, folder)) loseGitStore(*git);
         });
+    }
+
+    void loseGitStore(const GitStore& git) {
+        const auto isSame = [&](const GitStore& other) { return other.common == git.common; };
+        if (std::none_of(lostStores_.begin(), lostStores_.end(), isSame)) lostStores_.push_back(git);
     }
 
     // What goes with a folder of the project, or with all of it.
@@ -326,6 +329,7 @@ class Saving {
             attempt([&] {
                 const auto git = gitStoreFor(use.folder, use.named);
                 if (!git) return;
+                if (use.goes && isAtOrBelow(git->common, use.folder)) return loseGitStore(*git);
                 auto& all = stores.try_emplace(git->folder, *git, use).first->second.second;
                 all.losesObjects = all.losesObjects || use.losesObjects;
                 all.reachesOthers = all.reachesOthers || use.reachesOthers;

@@ -100,6 +100,7 @@ struct GitStoreUse {
     std::string named;          // the store that it is told, absolute; empty: the one around the folder
     bool losesObjects = false;  // it removes what nothing refers to
     bool reachesOthers = false; // it changes also what belongs to other work trees of the repository
+    bool goes = false;          // the store goes with all it holds, as far as can be told
 
     bool operator==(const GitStoreUse&) const = default;
 };

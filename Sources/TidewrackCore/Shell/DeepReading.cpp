@@ -347,16 +347,14 @@ bool belongsToSystem(std::string_view path) {
 
 void noteGitStoresListed(std::string_view line, Effects& effects) {
     line = line.substr(0, Budget::nestedBytes);
-    if (line.find("grep") == line.npos || line.find('-') == line.npos) return;
+    constexpr std::array names = {"grep"sv, "ls"sv, "find"sv, "fd"sv};
+    const auto isNamed = [&](std::string_view name) { return line.find(name) != line.npos; };
+    if (std::none_of(names.begin(), names.end(), isNamed)) return;
     const std::vector<std::string> folders = effects.soFar().opaqueDirs;
     const Program program = parse(line).program;
-    for (const Command* command : withNested(program)) {
-        const auto grep = command->words.empty() ? std::nullopt : listingGrep(command->words);
-        if (!grep || !grep->recursive || grep->sparesGit) continue;
-        for (const Word& root : grep->roots)
-            for (const std::string& folder : folders)
-                effects.reachGitStores(absolutePath(root.text, folder), FoundFiles());
-    }
+    for (const Command* command : withNested(program))
+        for (const std::string& folder : folders)
+            if (!command->words.empty()) reachListedGitStores(command->words, folder, effects);
 }
 
 std::vector<std::string> pathsAtRisk(std::string_view line, const Decision& decision, const Context& context,

@@ -204,7 +204,7 @@ void Effects::useGitStore(GitStoreUse use) {
     if (!isKnown && uses.size() < Budget::gitCommands) uses.push_back(std::move(use));
 }
 
-void Effects::reachGitStores(const std::string& folder, const FoundFiles& taken) {
+void Effects::reachGitStores(const std::string& folder, const FoundFiles& taken, bool allGoes) {
     FoundFiles tests = taken;
     tests.folder = folder;
     const auto reach = [&](const std::string& root) {
@@ -217,7 +217,7 @@ void Effects::reachGitStores(const std::string& folder, const FoundFiles& taken)
             isTaken = isTaken || takes(std::string("refs/heads/") + name);
             return !isTaken && takesLook();
         });
-        if (isTaken) useGitStore({root, {}, true, true});
+        if (isTaken) useGitStore({root, {}, true, true, allGoes});
     };
     reach(folder);
     for (const std::string& root : context_.projectRoots)

@@ -124,15 +124,32 @@ bool nameDecides(Words arguments) {
     return true;
 }
 
+// ! -name ., ! -path ./, -not -path ROOT: leaves out the searched folder alone.
+bool sparesOnlyRoot(Words arguments, std::size_t index) {
+    if (index == 0 || index + 1 >= arguments.size() || !isIn(negations, arguments[index - 1].text)) return false;
+    const std::string_view test = arguments[index].text;
+    const std::string_view name = arguments[index + 1].text;
+    if (test == "-name"sv) return name == "."sv || name == ".."sv;
+    const auto isName = [&](const Word& word) { return word.text == name; };
+    const Words before = arguments.first(index - 1);
+    const auto end = std::find_if(before.begin(), before.end(), isOption);
+    return (test == "-path"sv || test == "-wholename"sv) &&
+           (name == "."sv || name == "./"sv || std::any_of(before.begin(), end, isName));
+}
+
 // Whether a test stands before everything that find does to files, in the same part of the expression: not behind it,
 // as in `-delete -name x`, and not before an "or". `prints`: what is printed is acted on.
 bool testsLimit(Words arguments, bool prints) {
     bool isLimited = false;
+    bool hasTest = false;
     bool acts = false;
     for (std::size_t index = 0; index < arguments.size(); ++index) {
         const std::string_view text = arguments[index].text;
         if (text == "-o"sv || text == "-or"sv || text == ","sv) isLimited = false;
-        isLimited = isLimited || isIn(findTests, text) || takesOnlyLinks(arguments, index);
+        const bool isTest =
+            (isIn(findTests, text) && !sparesOnlyRoot(arguments, index)) || takesOnlyLinks(arguments, index);
+        isLimited = isLimited || isTest;
+        hasTest = hasTest || isTest;
         bool isAction = isIn(findDeletes, text) || (prints && text.starts_with("-print"));
         if (isIn(findRuns, text)) {
             const auto endsRun = [](const Word& word) { return word.text == ";"sv || word.text == "+"sv; };
@@ -145,7 +162,7 @@ bool testsLimit(Words arguments, bool prints) {
         acts = acts || isAction;
         if (isAction && !isLimited) return false;
     }
-    return acts || holdsAny(arguments, findTests) || takesOnlyLinks(arguments);
+    return acts || hasTest;
 }
 
 // Whether a test keeps what lies in .git from being found: ! -path './.git/*', -name .git -prune, -maxdepth 1.
@@ -190,6 +207,11 @@ FoundFiles testsOf(Words arguments, bool areLimiting) {
     return tests;
 }
 
+// Whether only files that lie in the folder itself can go.
+bool takesTopAlone(const FoundFiles& tests, bool recursive) {
+    return tests.depth < 2 && !recursive;
+}
+
 // What the tests on names let pass, whatever the others say.
 void listFound(Words roots, const FoundFiles& tests, bool namesDecide, const std::string& cwd, Effects& effects) {
     for (const Word& root : roots)
@@ -213,7 +235,8 @@ void takeTree(const Word& root, const FoundFiles& tests, Act act, bool recursive
             }
             return false;
         };
-        if (act != Act::guessed) effects.reachGitStores(path, tests);
+        const bool allGoes = act == Act::removed && tests.takesAll() && !takesTopAlone(tests, recursive);
+        if (act != Act::guessed) effects.reachGitStores(path, tests, allGoes);
         if (act != Act::guessed) effects.takeBelow(path, takes);
         if (act == Act::removed && recursive && tests.takesFolders) effects.takeProtected(path, takes);
         if (effects.isProtected(path, linksOf(root)))
@@ -265,6 +288,40 @@ std::vector<Word> reachedRoots(Words arguments, Act act, const std::string& cwd,
     return roots;
 }
 
+// Regular expressions that match in every name.
+constexpr std::array allNames = {""sv, "."sv, ".*"sv, "^"sv, "$"sv, "^.*"sv, "^.*$"sv, ".+"sv, "^."sv};
+
+// Whether an option of fd's that doesn't name extensions leaves out files that are neither hidden nor ignored. Of a
+// cluster without a value nothing is left but letters that don't; -1 ends the search.
+bool leavesOut(std::string_view option, std::string_view value) {
+    constexpr std::array harmless = {"-d"sv,
+                                     "-c"sv,
+                                     "-j"sv,
+                                     "-e"sv,
+                                     "--max-depth"sv,
+                                     "--color"sv,
+                                     "--threads"sv,
+                                     "--extension"sv,
+                                     "--search-path"sv,
+                                     "--base-directory"sv,
+                                     "--hidden"sv,
+                                     "--no-ignore"sv,
+                                     "--no-ignore-vcs"sv,
+                                     "--unrestricted"sv,
+                                     "--absolute-path"sv,
+                                     "--full-path"sv,
+                                     "--glob"sv,
+                                     "--regex"sv,
+                                     "--fixed-strings"sv,
+                                     "--ignore-case"sv,
+                                     "--case-sensitive"sv,
+                                     "--follow"sv,
+                                     "--print0"sv};
+    if (option == "-t"sv || option == "--type"sv)
+        return value != "f"sv && value != "file"sv && value != "d"sv && value != "directory"sv;
+    return !option.empty() && !isIn(harmless, option);
+}
+
 // What stands before fd's command.
 struct FdWords {
     std::vector<const Word*> operands;
@@ -273,8 +330,11 @@ struct FdWords {
     std::vector<Word> roots; // --search-path
     std::string depth;
     std::optional<Word> folder; // --base-directory
+    bool isLimited = false;     // an option may leave out more than hidden and ignored files
 
     explicit FdWords(Words arguments);
+    // Whether every name that isn't hidden or ignored passes.
+    [[nodiscard]] bool takesAll() const;
 
   private:
     std::size_t takeOption(Words arguments, std::size_t index);
@@ -306,10 +366,12 @@ std::size_t FdWords::takeOption(Words arguments, std::size_t index) {
         takes = at != std::string::npos;
         flags += text.substr(1, at == std::string::npos ? at : at - 1);
         option = takes ? std::string{'-', text[at]} : std::string();
+        isLimited = isLimited || flags.find_first_of("1q") != std::string::npos;
         value = takes && at + 1 < text.size() ? std::optional(text.substr(at + 1)) : std::nullopt;
     }
     const bool isNext = takes && !value && index + 1 < arguments.size();
     if (isNext) value = arguments[index + 1].text;
+    isLimited = isLimited || leavesOut(option, value.value_or(""));
     if (option == "--glob"sv) flags += 'g';
     if (option == "--full-path"sv) flags += 'p';
     if (option == "--fixed-strings"sv) flags += 'F';
@@ -325,6 +387,16 @@ std::size_t FdWords::takeOption(Words arguments, std::size_t index) {
             folder = std::move(word);
     }
     return isNext ? 1 : 0;
+}
+
+bool FdWords::takesAll() const {
+    if (isLimited || !extensions.empty()) return false;
+    if (operands.empty()) return true;
+    const Word& pattern = *operands.front();
+    if (pattern.unknown) return false;
+    const bool isGlob = flags.find('g') != std::string::npos;
+    if (flags.find('F') != std::string::npos) return pattern.text.empty();
+    return isGlob ? pattern.text == "*"sv : isIn(allNames, pattern.text);
 }
 
 std::string folderOf(const FdWords& all, const std::string& cwd) {
@@ -397,6 +469,11 @@ FoundFiles testsOfFd(const FdWords& all, Words arguments) {
     return tests;
 }
 
+void askIfProjectIn(const Word& root, const std::string& cwd, Effects& effects) {
+    if (root.unknown) return;
+    for (const std::string& path : effects.resolve(root, cwd)) effects.askIfProjectInside(path);
+}
+
 bool removesRecursively(Words arguments) {
     for (const std::vector<Word>& command : commandsOfFind(arguments))
         if (takesFolders(command)) return true;
@@ -427,8 +504,9 @@ void examineFind(Words arguments, const std::string& cwd, Effects& effects) {
                            [&](const std::string& path) { return effects.isProtected(path, linksOf(root)); });
     };
     const bool recursive = removesRecursively(arguments);
+    const bool asksForAll = wholeTree && !takesTopAlone(tests, recursive);
     for (const Word& root : roots) {
-        if (wholeTree || (isBroad && isProtected(root)))
+        if (asksForAll || ((wholeTree || isBroad) && isProtected(root)))
             effects.targetWord(root, cwd, linksOf(root), Extent::removed);
         else
             takeTree(root, tests, act, recursive, cwd, effects);
@@ -443,7 +521,13 @@ void examineFd(Words arguments, const std::string& where, Effects& effects) {
     listFound(roots, FoundFiles(), false, cwd, effects);
     const Act act = fdAct(arguments);
     const bool recursive = takesFolders(arguments.subspan(fdCommandAt(arguments)));
-    for (const Word& root : roots) takeTree(root, tests, act, recursive, cwd, effects);
+    const bool wholeTree = act == Act::removed && all.takesAll() && !takesTopAlone(tests, recursive);
+    for (const Word& root : roots) {
+        if (wholeTree)
+            effects.targetWord(root, cwd, linksOf(root), Extent::removed);
+        else
+            takeTree(root, tests, act, recursive, cwd, effects);
+    }
 }
 
 void examineFound(Words lister, Act act, bool recursive, const std::string& where, Effects& effects) {
@@ -452,16 +536,30 @@ void examineFound(Words lister, Act act, bool recursive, const std::string& wher
         const FdWords all(arguments);
         const std::string cwd = folderOf(all, where);
         const FoundFiles tests = testsOfFd(all, arguments);
-        for (const Word& root : rootsOfFd(all, cwd)) takeTree(root, tests, act, recursive, cwd, effects);
+        const bool isAll = all.takesAll() && !takesTopAlone(tests, recursive);
+        for (const Word& root : rootsOfFd(all, cwd)) {
+            if (act == Act::removed && isAll) askIfProjectIn(root, cwd, effects);
+            takeTree(root, tests, act, recursive, cwd, effects);
+        }
         return;
     }
     const bool areLimiting = testsLimit(arguments, true);
     const FoundFiles tests = testsOf(arguments, areLimiting);
     for (const Word& root : reachedRoots(arguments, act, where, effects)) {
-        if (act == Act::removed && !areLimiting && !root.unknown)
-            for (const std::string& path : effects.resolve(root, where)) effects.askIfProjectInside(path);
+        if (act == Act::removed && !areLimiting && !takesTopAlone(tests, recursive))
+            askIfProjectIn(root, where, effects);
         takeTree(root, tests, act, recursive, where, effects);
     }
+}
+
+void reachFoundGitStores(Words lister, const std::string& where, Effects& effects) {
+    const Words arguments = lister.subspan(1);
+    const bool isFind = commandName(lister.front()) == "find"sv;
+    const FdWords all(isFind ? Words() : arguments);
+    const std::string cwd = isFind ? where : folderOf(all, where);
+    const FoundFiles tests = isFind ? testsOf(arguments, testsLimit(arguments, true)) : testsOfFd(all, arguments);
+    for (const Word& root : isFind ? rootsOfFind(arguments, cwd) : rootsOfFd(all, cwd))
+        if (!root.unknown) effects.reachGitStores(absolutePath(root.text, cwd), tests);
 }
 
 std::string folderOfFd(Words arguments, const std::string& cwd) {

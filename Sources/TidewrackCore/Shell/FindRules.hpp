@@ -24,6 +24,9 @@ void examineFd(std::span<const Word> arguments, const std::string& cwd, Effects&
 // all that it holds where it is `recursive`.
 void examineFound(std::span<const Word> lister, Act act, bool recursive, const std::string& cwd, Effects& effects);
 
+// The same where only the line as a whole tells what becomes of the list: git's stores that it may name files of.
+void reachFoundGitStores(std::span<const Word> lister, const std::string& cwd, Effects& effects);
+
 // What fd does to what it finds.
 [[nodiscard]] Act fdAct(std::span<const Word> arguments, std::size_t nesting = 0);
 

@@ -24,6 +24,11 @@ bool FoundFiles::pass(std::string_view path, std::size_t below) const {
            matches(anyCasePaths, whole, FNM_CASEFOLD);
 }
 
+bool FoundFiles::takesAll() const {
+    return !onlyEmpty && !sparesGit && names.empty() && paths.empty() && anyCaseNames.empty() && anyCasePaths.empty() &&
+           endings.empty();
+}
+
 // find matches whole paths as they are written on the line.
 bool FoundFiles::mayTake(std::string_view path) const {
     if (!paths.empty() || !anyCasePaths.empty()) return true;

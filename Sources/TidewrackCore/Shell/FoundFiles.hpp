@@ -25,6 +25,8 @@ struct FoundFiles {
     [[nodiscard]] bool pass(std::string_view path, std::size_t below) const;
     // The same, for a path below the folder. What can't be told passes.
     [[nodiscard]] bool mayTake(std::string_view path) const;
+    // Whether everything passes, as far down as the depth.
+    [[nodiscard]] bool takesAll() const;
 
     bool operator==(const FoundFiles&) const = default;
 };

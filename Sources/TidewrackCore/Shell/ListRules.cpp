@@ -63,6 +63,11 @@ void visitOperands(Words arguments, const std::string& cwd, Effects& effects, Vi
         if (!isOption(word)) visitPaths(Words(&word, 1), cwd, effects, visit);
 }
 
+bool listsHidden(Words arguments) {
+    return hasOption(arguments, 'A', "--almost-all") || hasOption(arguments, 'a', "--all") ||
+           hasOption(arguments, 'f', "--all");
+}
+
 // What ls prints are the files that its operands name, and the names in the folders, which lie elsewhere where the
 // folder is an operand.
 void examineListedByLs(Words arguments, Act act, bool recursive, const std::string& cwd, Effects& effects) {
@@ -72,6 +77,7 @@ void examineListedByLs(Words arguments, Act act, bool recursive, const std::stri
     });
     if (itself || !std::all_of(arguments.begin(), arguments.end(), isOption)) return;
     if (recursive && act == Act::removed) effects.askIfProjectInside(cwd);
+    if (recursive && act == Act::removed && listsHidden(arguments)) effects.reachGitStores(cwd, FoundFiles(), true);
     if (effects.isProtected(cwd, Links::followed))
         effects.suspectProjectsIn(cwd);
     else
@@ -149,6 +155,20 @@ std::optional<ListingGrep> listingGrep(Words words) {
     if (!hasPattern && !grep.roots.empty()) grep.roots.erase(grep.roots.begin());
     if (grep.roots.empty() && grep.recursive) grep.roots.emplace_back().text += '.';
     return grep;
+}
+
+void reachListedGitStores(Words lister, const std::string& cwd, Effects& effects) {
+    const std::string_view name = commandName(lister.front());
+    if (const auto grep = listingGrep(lister); grep && grep->recursive && !grep->sparesGit) {
+        for (const Word& root : grep->roots) effects.reachGitStores(absolutePath(root.text, cwd), FoundFiles());
+    } else if (name == "ls"sv && effects.losesUnknown()) {
+        const Words arguments = lister.subspan(1);
+        const bool itself = hasOption(arguments, 'd', "--directory");
+        if (!itself && listsHidden(arguments) && std::all_of(arguments.begin(), arguments.end(), isOption))
+            effects.reachGitStores(cwd, FoundFiles());
+    } else if (listsFiles(lister.front()) && name != "ls"sv && effects.losesUnknown()) {
+        reachFoundGitStores(lister, cwd, effects);
+    }
 }
 
 bool listsFiles(const Word& first) {

@@ -15,6 +15,9 @@ namespace tidewrack::shell {
 // The command that xargs runs, without the wrappers in front of it; empty where it has none.
 [[nodiscard]] std::vector<Word> commandOfXargs(std::span<const Word> arguments);
 
+// A command lists files, and others of the line may take or write what it lists: git's stores among that.
+void reachListedGitStores(std::span<const Word> lister, const std::string& cwd, Effects& effects);
+
 // Whether what this command prints are names of files: ls, find, fd.
 [[nodiscard]] bool listsFiles(const Word& first);
 
