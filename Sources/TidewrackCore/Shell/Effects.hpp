@@ -119,8 +119,7 @@ class Effects {
     void takeFromTree(GitTakes takes);
     // git changes its own store.
     void useGitStore(GitStoreUse use);
-    // A command goes through a folder and takes what passes, also in git's stores that it finds there. `allGoes`: they
-    // are lost as a whole.
+    // A command goes through a folder and takes what passes, in git's stores too, which are lost where `allGoes`.
     void reachGitStores(const std::string& folder, const FoundFiles& taken, bool allGoes = false);
 
     // The folder with git's store at or above this one; empty where there is none, and once many were looked for.
