@@ -106,6 +106,7 @@ class Mentions {
     void scanLists(std::string_view line);
     void scanFiles(std::string_view line);
     void scanVariables(std::string_view text);
+    void scanHomes(std::string_view text);
     // The words that name something in a folder of which no copy is made as a whole.
     void scanWordsBelow(const std::string& folder, std::string_view line);
 
@@ -279,6 +280,27 @@ void Mentions::scanVariables(std::string_view text) {
     }
 }
 
+// What programs of other languages write for the home folder, with what they put behind it:
+// process.env.HOME + '/data', Path.home() / "data", os.path.join(os.environ['HOME'], 'data').
+void Mentions::scanHomes(std::string_view text) {
+    for (const std::string_view sign :
+         {"HOME"sv, "homedir()"sv, "home()"sv, "Dir.home"sv, "expanduser('~')"sv, "expanduser(\"~\")"sv})
+        for (std::size_t at = text.find(sign); at != text.npos && looks_ < Budget::mentions;
+             at = text.find(sign, at + 1)) {
+            const std::string_view before = text.substr(0, at);
+            if (before.ends_with('$') || before.ends_with("${")) continue; // the shell's, which is read as a path
+            const std::string_view behind = text.substr(at + sign.size());
+            std::size_t begin = std::min(behind.find_first_not_of(" \t'\"])}+/,("), behind.size());
+            if (behind.substr(begin).starts_with(". ")) // php's and perl's "+"
+                begin = std::min(behind.find_first_not_of(" '\"/", begin + 1), behind.size());
+            const std::size_t end = std::min(behind.find_first_of(endsOfPaths, begin), behind.size());
+            if (begin == 0 || begin > Budget::nameLength || end == begin) continue;
+            ++looks_;
+            std::string path = absolutePath(behind.substr(begin, end - begin), context_.home);
+            if (isAtOrBelow(path, context_.home) && path != context_.home) mention(std::move(path));
+        }
+}
+
 // The words of a list become operands: cat LIST | xargs rm, xargs -a LIST, while read ... < LIST.
 void Mentions::scanLists(std::string_view line) {
     const auto holds = [&](std::string_view word) { return line.find(word) != line.npos; };
@@ -363,6 +385,7 @@ std::vector<std::string> pathsAtRisk(std::string_view line, const Decision& deci
     line = line.substr(0, Budget::nestedBytes);
     if (line.find('/') != line.npos) mentions.scan(line, true);
     mentions.scanVariables(line);
+    mentions.scanHomes(line);
     mentions.scanLists(line);
     if (effects.losesUnknown()) mentions.scanFiles(line);
     for (const std::string& folder : decision.opaqueDirs) mentions.addFolder(folder);
