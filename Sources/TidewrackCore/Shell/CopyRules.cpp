@@ -33,6 +33,7 @@ class Copying {
     void targetDestination(const std::string& destination, const Operands& all);
     void targetCopiesIn(const std::string& folder, std::span<const Word* const> sources);
     void targetCopyOf(const Word& source, const std::string& folder);
+    void targetCopyFromElsewhere(const Word& source, const std::string& folder);
     void targetContents(const Word& source, const std::string& folder);
     void targetAsPath(const Word& source, const std::string& folder);
     void takeAll(const std::string& folder);
@@ -152,6 +153,7 @@ void Copying::targetCopyOf(const Word& source, const std::string& folder) {
         effects_.loseUnknownWords(folder);
         return effects_.opaque(folder);
     }
+    if (name_ == "rsync" && isOnOtherMachine(source)) return targetCopyFromElsewhere(source, folder);
     const bool keepsPath = name_ == "rsync" ? operands_.has('R', "--relative") : operands_.has(0, "--parents");
     if (keepsPath) return targetAsPath(source, folder);
     const std::string from = absolutePath(source.text, cwd_);
@@ -167,6 +169,16 @@ void Copying::targetCopyOf(const Word& source, const std::string& folder) {
         if (!keeps(copy, source)) effects_.target(std::move(copy), cwd_);
     }
     if (name_ == "cp" || name_ == "rsync" || name_ == "ditto") targetContents(source, folder);
+}
+
+// Of another machine the last part of the name tells what is written, unless that is a pattern or the contents are
+// meant.
+void Copying::targetCopyFromElsewhere(const Word& source, const std::string& folder) {
+    const std::string_view path = std::string_view(source.text).substr(source.text.find(':') + 1);
+    const std::string_view name = path.substr(path.find_last_of("/:") + 1);
+    const bool isPart = name.empty() || name == "."sv || source.glob || name.find_first_of("*?[") != name.npos;
+    if (isPart || operands_.has('R', "--relative")) return takeAll(folder);
+    effects_.target(absolutePath(name, folder), cwd_);
 }
 
 // cp --parents, rsync -R: all of the source's path is made in the folder, or what stands behind `/./`.

@@ -57,7 +57,8 @@ void Guard::takeGit(std::vector<Word>& words, const std::string& folder) {
     const bool isGiven = !given_.empty() || values_.hasAssigned() || !gitSettings_.empty();
     placeGitsEnvironment(words);
     if (!takeSettingOfGit(words)) words.insert(words.begin() + 1, gitSettings_.begin(), gitSettings_.end());
-    const bool mayGive = words.size() > 2 && (words[1].text.starts_with('-') || words[1].text == "difftool"sv);
+    const std::string_view first = words.size() > 2 ? std::string_view(words[1].text) : ""sv;
+    const bool mayGive = first.starts_with('-') || first == "difftool"sv || first == "rebase"sv;
     if (isGiven || mayGive) takeTextsOfGit(words, folder);
     (void)examine(words, folder, effects_);
 }

@@ -153,13 +153,22 @@ void addSetting(std::string_view setting, std::span<const Word> behind, RunByGit
     run.add(std::move(text) + ' ');
 }
 
-// -x TEXT, --extcmd TEXT of git difftool: run with the names of two files behind it.
-void addToolOf(std::span<const Word> arguments, RunByGit& run) {
+// An option of a subcommand that holds a command: -x TEXT, --NAME TEXT.
+struct TextOption {
+    std::string_view subcommand;
+    std::string_view name;
+    std::string_view letters; // of options that take a word, of which x takes the text
+};
+
+// That of difftool runs with the names of two files behind it, that of rebase after each commit.
+constexpr std::array textOptions = {TextOption{"difftool", "--extcmd", "tx"}, TextOption{"rebase", "--exec", "xsXCS"}};
+
+void addTextOf(const TextOption& option, std::span<const Word> arguments, RunByGit& run) {
     for (std::size_t index = 0; index < arguments.size() && arguments[index].text != "--"sv; ++index) {
         const std::string_view text = arguments[index].text;
         const bool isLong = text.starts_with("--");
-        const std::size_t end = isLong ? text.find('=') : text.find_first_of("tx", 1);
-        const bool takesText = isLong ? text.starts_with("--e") && "--extcmd"sv.starts_with(text.substr(0, end))
+        const std::size_t end = isLong ? text.find('=') : text.find_first_of(option.letters, 1);
+        const bool takesText = isLong ? text.starts_with("--e") && option.name.starts_with(text.substr(0, end))
                                       : end != text.npos && text[0] == '-' && text[end] == 'x';
         if (!takesText) continue;
         const bool isJoined = isLong ? end != text.npos : end + 1 < text.size();
@@ -221,7 +230,9 @@ RunByGit textsRunByGit(const std::vector<Word>& words, const std::string& folder
         if (option == "-c"sv && !value.unknown) addSetting(value.text, std::span(words).subspan(index + 2), run);
         if (option == "-C"sv || option == "-c"sv || option == "--git-dir"sv || option == "--work-tree"sv) ++index;
     }
-    if (index < words.size() && words[index].text == "difftool"sv) addToolOf(std::span(words).subspan(index + 1), run);
+    for (const TextOption& option : textOptions)
+        if (index < words.size() && words[index].text == option.subcommand)
+            addTextOf(option, std::span(words).subspan(index + 1), run);
     return run;
 }
 
