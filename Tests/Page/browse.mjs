@@ -620,9 +620,11 @@ async function reachesOthers(browser) {
 async function moves(view) {
     await view.locator('#filter-agent').selectOption('codex');
     assert.equal(await view.locator('.row').count(), 1);
+    await view.locator('#filter-command', {hasText: 'tidewrack timeline -n 1 --agent codex'}).waitFor();
     await view.locator('#filter-agent').selectOption('');
     await view.locator('#filter-path').fill('extra.txt');
     await view.keyboard.press('Enter');
+    await view.locator('#filter-command', {hasText: /^tidewrack log.* extra.txt/}).waitFor();
     await view.waitForFunction(() => /^\d of /.test(document.getElementById('count').textContent));
     await view.locator('#filter-path').fill('');
     await view.keyboard.press('Enter');
@@ -772,6 +774,15 @@ async function main() {
         await choose(kept, 'Return another status');
         await file(kept, 'main.c').locator('.hljs-keyword').first().waitFor();
         await picturesOf(kept, 'kept-file');
+        await file(kept, 'logo.bmp').locator('img').nth(1).waitFor();
+        assert.equal(await file(kept, 'logo.bmp').locator('img').evaluateAll(all => all.filter(each => each.naturalWidth > 0).length), 2);
+        await kept.locator('#filter-path').fill('main.c');
+        await kept.keyboard.press('Enter');
+        await kept.locator('#count', {hasText: /^\d+ of/}).waitFor();
+        await kept.locator('.row', {hasText: 'Return another status'}).waitFor();
+        await kept.locator('#filter-path').fill('nowhere');
+        await kept.keyboard.press('Enter');
+        await kept.locator('#count', {hasText: /^0 of/}).waitFor();
         await kept.clean();
         tidewrack(['timeline', '--html', path.join(scratch, 'bare.html'), '--no-contents', '--agent=claude']);
         const bare = await openPage(browser, 'file://' + path.join(scratch, 'bare.html'));

@@ -20,6 +20,8 @@ namespace {
 
 using nlohmann::json;
 
+constexpr std::size_t largestPicture = 1U << 20U;
+constexpr std::size_t picturesInAll = 16U << 20U;
 constexpr std::size_t largestDocument = 4U << 20U; // one turn's lines; more would only keep the page from opening
 
 void replaceAll(std::string& text, std::string_view old, std::string_view fresh) {
@@ -34,6 +36,19 @@ std::string_view asset(std::string_view path) {
 
 std::string lastPart(const json& path) {
     return std::string(lastComponent(path.get_ref<const std::string&>()));
+}
+
+std::string base64(std::span<const std::uint8_t> bytes) {
+    constexpr const char* letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        const std::size_t there = std::min<std::size_t>(bytes.size() - at, 3);
+        std::uint32_t bits = 0;
+        for (std::size_t each = 0; each < 3; ++each) bits = bits << 8U | (each < there ? bytes[at + each] : 0U);
+        for (std::size_t each = 0; each < 4; ++each)
+            text += each <= there ? letters[bits >> (18 - 6 * each) & 63U] : '=';
+    }
+    return text;
 }
 
 // Of one row: what somebody wrote, and where the projects lie.
@@ -68,19 +83,23 @@ class Documents {
         auto document = parseJson(ran.out);
         noteMissing(ran, document.has_value(), command->shown());
         if (!document || ran.out.size() > largestDocument) return std::nullopt;
-        std::string key = name;
         if (!settings_.contents) {
             if (document->contains("turn")) removeTexts((*document)["turn"]);
             if (document->contains("rows"))
                 for (json& row : (*document)["rows"]) removeTexts(row);
         }
-        char sign = '?';
-        for (const auto& [each, value] : values) {
-            key.append(1, sign).append(each).append("=").append(value);
-            sign = '&';
-        }
-        all_[key] = {{"command", command->shown()}, {"body", *document}, {"warnings", ""}};
+        all_[keyOf(name, values)] = {{"command", command->shown()}, {"body", *document}, {"warnings", ""}};
         return document;
+    }
+    // Both sides of the pictures that changed in a row, `lines` being what was found of it. One that is too large, or
+    // can't be read, is not in the file, and the page says so in its place.
+    void addPictures(const json& lines) {
+        for (const json& file : lines["files"]) {
+            const std::string& path = file["path"].get_ref<const std::string&>();
+            if (!isPicture(path)) continue;
+            if (file["status"] != "added") addPicture(file["from"].get<std::int64_t>(), path);
+            if (file["status"] != "deleted" && file.contains("to")) addPicture(file["to"].get<std::int64_t>(), path);
+        }
     }
     void addConfig() {
         all_["config"] = {
@@ -102,6 +121,39 @@ class Documents {
     }
 
   private:
+    static std::string keyOf(const char* name, const Values& values) {
+        std::string key = name;
+        char sign = '?';
+        for (const auto& [each, value] : values) {
+            key.append(1, sign).append(each).append("=").append(value);
+            sign = '&';
+        }
+        return key;
+    }
+
+    static bool isPicture(std::string_view path) {
+        constexpr std::string_view endings[] = {".png",  ".jpg", ".jpeg", ".gif", ".webp",
+                                                ".avif", ".bmp", ".ico",  ".svg"};
+        const auto isSame = [](char one, char other) { return (one >= 'A' && one <= 'Z' ? one + 32 : one) == other; };
+        return std::any_of(std::begin(endings), std::end(endings), [&](std::string_view ending) {
+            const std::string_view last = path.substr(path.size() - std::min(path.size(), ending.size()));
+            return std::equal(last.begin(), last.end(), ending.begin(), ending.end(), isSame);
+        });
+    }
+
+    void addPicture(std::int64_t seq, const std::string& path) {
+        const Values values{{"path", path}, {"seq", std::to_string(seq)}};
+        const std::string key = keyOf("content", values);
+        if (all_.contains(key)) return;
+        const auto command = reading("content", values);
+        const Ran ran = runner_(command->forProject(settings_.root));
+        if (ran.status != 0 || ran.out.size() > largestPicture || ran.out.size() > picturesInAll - pictureBytes_)
+            return;
+        pictureBytes_ += ran.out.size();
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(ran.out.data());
+        all_[key] = {{"command", command->shown()}, {"body", base64({bytes, ran.out.size()})}, {"warnings", ""}};
+    }
+
     // What a command warns of may name folders and prompts: without contents it is told that there was something.
     void noteMissing(const Ran& ran, bool isRead, const std::string& command) {
         std::vector<std::string> lines;
@@ -116,21 +168,9 @@ class Documents {
     const StaticSettings& settings_;
     const Runner& runner_;
     std::vector<std::string> missing_;
+    std::size_t pictureBytes_ = 0;
     json all_ = json::object();
 };
-
-std::string base64(std::span<const std::uint8_t> bytes) {
-    constexpr const char* letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t at = 0; at < bytes.size(); at += 3) {
-        const std::size_t there = std::min<std::size_t>(bytes.size() - at, 3);
-        std::uint32_t bits = 0;
-        for (std::size_t each = 0; each < 3; ++each) bits = bits << 8U | (each < there ? bytes[at + each] : 0U);
-        for (std::size_t each = 0; each < 4; ++each)
-            text += each <= there ? letters[bits >> (18 - 6 * each) & 63U] : '=';
-    }
-    return text;
-}
 
 // A part that stands in the file, and is told to the browser by its digest: nothing else may run.
 class Inline {
@@ -147,10 +187,10 @@ class Inline {
         allow(styles_, bytes);
         return "<style>" + std::string(bytes) + "</style>";
     }
-    // Loads nothing, and talks to nobody.
+    // Loads nothing, and talks to nobody; pictures are made of what is in the file.
     [[nodiscard]] std::string policy() const {
         return "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src" + styles_ +
-               "; script-src" + scripts_ + "; base-uri 'none'; form-action 'none'\">\n";
+               "; script-src" + scripts_ + "; img-src blob:; base-uri 'none'; form-action 'none'\">\n";
     }
 
   private:
@@ -175,7 +215,8 @@ StaticPage staticPage(const StaticSettings& settings, const Runner& runner) {
         Values span{{"from", first}, {"to", std::to_string(row["last"].get<std::int64_t>())}};
         if (isTurn) span = {{"turn", first}};
         (void)documents.add(isTurn ? "show" : "changes", span);
-        if (settings.contents) (void)documents.add("lines", span);
+        if (!settings.contents) continue;
+        if (const auto lines = documents.add("lines", span)) documents.addPictures(*lines);
     }
     documents.addConfig();
     Inline parts;

@@ -1,10 +1,10 @@
 // The page as a whole: the timeline with its filters, the keys, the views.
 
-import {isStatic, read} from './api.js';
+import {isStatic, read, readPart} from './api.js';
 import {act, isActing, whenDone} from './act.js';
-import {byId, clock, guarded, LongList, make, plain, plainLine, tell, warn} from './list.js';
+import {byId, clock, commandLine, guarded, LongList, make, plain, plainLine, tell, warn} from './list.js';
 import {pane, redrawPane, showInPane} from './pane.js';
-import {counts, drawRow, page, titleOf, undoOf} from './turn.js';
+import {counts, drawRow, page, shellWord, spanOf, titleOf, undoOf} from './turn.js';
 import {showStatus, showVault, showVersions, startSearch} from './views.js';
 
 const atFirst = 100; // rows that come before all others
@@ -12,8 +12,9 @@ const all = 1000000;
 
 /** @type {any[]} */
 let rows = [];
-/** @type {Set<number>|null} snapshots after which the path of the filter changed */
+/** @type {((row: any) => boolean)|null} whether the path of the filter changed in a row */
 let ofPath = null;
+let pathCommand = ''; // which tells the same
 /** @type {any} */
 let chosen = null;
 
@@ -39,13 +40,22 @@ function filtered() {
     const session = byId('filter-session').value;
     return rows.filter(row => (!agent || row.agent === agent) && (!session || row.session === session) &&
         (!words || (titleOf(row) + '\n' + row.commands.map((/** @type {any} */ each) => each.command).join('\n')).toLowerCase().includes(words)) &&
-        (!ofPath || Array.from(ofPath).some(seq => row.first <= seq && (seq < row.last || row.end === 'running'))));
+        (!ofPath || ofPath(row)));
 }
 
 function showRows() {
     const shown = filtered();
     byId('count').textContent = shown.length === rows.length ? rows.length + ' rows' : shown.length + ' of ' + rows.length;
     list.show(shown, row => isSame(row, chosen));
+    const isSameCommand = byId('filter-command').textContent === filterCommands(shown.length).join('');
+    if (!isSameCommand) byId('filter-command').replaceChildren(...filterCommands(shown.length).map(each => commandLine(each) || ''));
+}
+
+/** What prints the same rows, as far as a command does. @param {number} count of rows @returns {string[]} */
+function filterCommands(count) {
+    const options = ['agent', 'session'].map(name => [name, byId('filter-' + name).value]).filter(([, value]) => value)
+        .map(([name, value]) => ' --' + name + ' ' + shellWord(value)).join('');
+    return [options && 'tidewrack timeline -n ' + Math.max(1, count) + options, pathCommand].filter(Boolean);
 }
 
 /** @param {string} id @param {string} every @param {string} name of the key */
@@ -126,10 +136,34 @@ async function takePath() {
     const mine = ++pathsAsked;
     const isLate = () => mine !== pathsAsked;
     const path = byId('filter-path').value.trim();
+    if (isStatic) {
+        const changed = path ? await keptRowsOf(path) : null;
+        if (isLate()) return;
+        ofPath = changed && (row => changed.has(row.type + row.first));
+        return showRows();
+    }
     const log = path ? await guarded(() => read('log', {path}), isLate) : null;
     if (isLate()) return;
-    ofPath = path ? new Set(log ? log.body.map((/** @type {any} */ each) => each.seq) : []) : null;
+    const seqs = log ? log.body.map((/** @type {any} */ each) => each.seq) : [];
+    ofPath = path ? row => seqs.some((/** @type {number} */ seq) => row.first <= seq && (seq < row.last || row.end === 'running')) : null;
+    pathCommand = log ? log.command : '';
     showRows();
+}
+
+/** Of a file without a server, the rows in which the path changed, or something below it. @param {string} path @returns {Promise<Set<string>>} */
+async function keptRowsOf(path) {
+    const below = path.replace(/\/*$/, '/');
+    /** @type {Set<string>} */
+    const found = new Set();
+    for (const row of rows) {
+        const isTurn = row.type === 'turn';
+        const answer = await readPart(isTurn ? 'show' : 'changes', spanOf(row)).catch(() => null);
+        if (!answer) continue;
+        const changes = isTurn ? answer.body.changes : answer.body;
+        const paths = ['added', 'modified', 'deleted'].flatMap(each => changes[each]);
+        if (paths.some(each => each + '/' === below || each.startsWith(below))) found.add(row.type + row.first);
+    }
+    return found;
 }
 
 /** @param {any} row */
@@ -140,6 +174,7 @@ function open(row) {
         for (const id of ['filter-text', 'filter-path', 'filter-agent', 'filter-session']) byId(id).value = '';
         ++pathsAsked;
         ofPath = null;
+        pathCommand = '';
         showRows();
     }
     list.choose(find());
@@ -175,7 +210,6 @@ async function start() {
     document.body.classList.toggle('readonly', page.readOnly);
     for (const id of ['label', 'redo']) byId(id).hidden = page.readOnly;
     byId('refresh').hidden = isStatic;
-    byId('filter-path').hidden = isStatic;
     for (const each of byId('views').querySelectorAll('[data-view=vault], [data-view=status]')) each.hidden = isStatic;
     byId('views').querySelector('[data-view=search]').hidden = page.bare; // there are no lines in it
     startSearch(() => rows, open);

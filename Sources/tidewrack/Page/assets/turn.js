@@ -65,7 +65,8 @@ export function pictureSides(file) {
         if (!seq) continue;
         const side = make('div', {}); // the older one stays on the left, whichever comes first
         sides.append(side);
-        picture(seq, file.path).then(figure => side.append(figure), () => side.append('#' + seq + ' was not kept.'));
+        picture(seq, file.path).then(figure => side.append(figure), () =>
+            side.append('#' + seq + (isStatic ? ' is not in this file.' : ' was not kept.')));
     }
     return sides;
 }
@@ -103,7 +104,7 @@ async function fillFile(row, path, place, sizes, known) {
             if (files.length > 1) parts.push(make('p', {}, 'From #' + file.from + (file.to ? ' to #' + file.to : ' until now')));
             if (file.oldTarget !== undefined || file.newTarget !== undefined) parts.push(make('p', {class: 'path'}, 'Link: ' +
                 [file.oldTarget, file.newTarget].map(each => each === undefined ? 'none' : plainLine(each)).join(' → ')));
-            if (pictures.test(path) && !isStatic) parts.push(pictureSides(file));
+            if (pictures.test(path)) parts.push(pictureSides(file));
             if (!pictures.test(path) || svg.test(path)) parts.push(lines(row, file, files.length === 1));
         }
         if (files.length && !hadBytes(files[files.length - 1])) place.closest('section')?.querySelector('.download')?.remove();
@@ -176,7 +177,7 @@ function acts(row) {
 }
 
 /** As it is typed in a shell. @param {string} word */
-const shellWord = word => /^[\w@%+=:,./-]+$/.test(word) ? word : "'" + word.replaceAll("'", "'\\''") + "'";
+export const shellWord = word => /^[\w@%+=:,./-]+$/.test(word) ? word : "'" + word.replaceAll("'", "'\\''") + "'";
 
 /** What undoing the turn would do in one other project, and the command that shows what it did there. @param {any} project */
 function elsewhereIn(project) {
