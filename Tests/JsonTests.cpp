@@ -221,6 +221,7 @@ TEST(Json, printsWhatIsDocumented) {
     usage.projects.emplace_back().usage.largest.push_back({"1/0", "p", 1, 1, {}});
     usage.projects.front().turns["1/0"] = {};
     document.check("usage", usageJson(usage));
+    run("mirror", {f.at("mirror")});
     SnapshotMeta task;
     task.background = true;
     task.folders = 1;

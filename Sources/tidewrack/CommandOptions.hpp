@@ -80,6 +80,7 @@ inline constexpr Option pruneOptions[] = {dryRun, project, json};
 inline constexpr Option checkOptions[] = {everyByte, mend, project, json};
 inline constexpr Option statusOptions[] = {oneWord, project, json};
 inline constexpr Option usageOptions[] = {project, json};
+inline constexpr Option mirrorOptions[] = {dryRun, json};
 inline constexpr Option moveOptions[] = {dryRun, json};
 inline constexpr Option ruleOptions[] = {dryRun, project, json};
 inline constexpr Option configOptions[] = {project, json};

@@ -274,6 +274,20 @@ constexpr Command table[] = {
                 "brought them; what a prune would free now.",
      .example = "tidewrack usage",
      .run = commands::usage},
+    {.name = "mirror",
+     .words = "DIR",
+     .group = Group::history,
+     .effect = Effect::removesForGood,
+     .fills = aFolder,
+     .mostWords = 1,
+     .options = mirrorOptions,
+     .summary = "keep a second copy of all histories in another folder",
+     .details =
+         "A new or empty folder, or an earlier mirror, which gets what is new and loses what was pruned since. It "
+         "can be used in place of the store at any time: TIDEWRACK_HOME=DIR tidewrack log. On the same volume it "
+         "shares the blocks or the files of the store. One that has snapshots of its own is refused.",
+     .example = "tidewrack mirror /mnt/backup/tidewrack",
+     .run = commands::mirror},
     {.name = "restore",
      .words = "N [path...]",
      .group = Group::gettingBack,

@@ -74,6 +74,22 @@ void moveAway(Scene& scene) {
     EXPECT_EQ(::rename(was.c_str(), here.c_str()), 0);
 }
 
+// A mirror from before a prune, of other entries of the vault.
+void mirrorOlder(Scene& scene) {
+    scene.history();
+    (void)scene.vault().save({.paths = {scene.f.at("home/notes")}});
+    scene.world.ok({"mirror", "../mirror"});
+    for (const std::int64_t seq : {1, 2})
+        rewriteRecord(scene.world, seq, [](SnapshotMeta& meta) { meta.created -= std::chrono::hours(24 * 40); });
+    scene.world.ok({"snap"});
+    scene.world.ok({"prune"});
+    scene.f.write("home/notes/private", "what stands there now");
+    const auto old = scene.vault().entries().front();
+    (void)scene.vault().save({.paths = {scene.f.at("home/notes")}});
+    scene.f.remove("store/vault/" + old.id);
+    scene.f.write("home/notes/private", "private notes");
+}
+
 // A record, a content that the project has as well, and a listing, with what it alone names.
 void damageHistory(Scene& scene) {
     scene.history();
@@ -120,6 +136,8 @@ const std::vector<Operation>& operations() {
         {"check that repairs", {"check", "--repair"}, damageHistory, "", false, {3}},
         {"untrack", {"untrack"}, history, "", true},
         {"move", {"move", "../was"}, moveAway},
+        {"mirror", {"mirror", "../mirror"}, history},
+        {"mirror of what was mirrored before", {"mirror", "../mirror"}, mirrorOlder, "", false, {1, 2}},
         {"hook that takes a snapshot", {"hook", "claude"}, history, removesFile},
         {"hook that saves to the vault", {"hook", "claude"}, history, removesNotes},
         {"vault restore", {"vault", "restore", "?"}, saveAndLose},

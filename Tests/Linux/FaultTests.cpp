@@ -155,12 +155,34 @@ class Attempt {
         if (operation_.words[0] == "check") { // what was damaged before is none of the fault's
             EXPECT_EQ(scene_.world.run(operation_.words).status, 0);
         }
+        if (operation_.words[0] == "mirror") checkMirror();
         if (operation_.words[0] == "move") (void)scene_.world.run(operation_.words); // the rest, if there is any
         const auto recoverable = scene_.recoverable();
         for (const std::string& content : before_)
             EXPECT_TRUE(operation_.losesHistory || recoverable.contains(content)) << content;
         checkConfig();
         checkNextCommands();
+    }
+
+    // Whatever is in the mirror is whole, and the next run makes it what the store is.
+    void checkMirror() const {
+        World mirror;
+        mirror.environment = scene_.world.environment;
+        mirror.environment["TIDEWRACK_HOME"] = scene_.f.at("mirror");
+        // A listing that waits for its record is told as well, and costs nothing that was there.
+        const Outcome check = mirror.run({"check"});
+        std::istringstream lines(check.out);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_TRUE(!line.starts_with("  ") || line.find(".json is missing, while its listing") != line.npos)
+                << line;
+        EXPECT_EQ(check.err, "");
+        const Outcome again = scene_.world.run(operation_.words);
+        EXPECT_EQ(again.status, 0) << again.err;
+        EXPECT_EQ(again.err, "");
+        for (const char* part : {"/projects", "/vault"}) {
+            const auto there = replaced(scene_.f.listing(std::string("mirror") + part), "mirror/", "store/");
+            EXPECT_EQ(there, scene_.f.listing(std::string("store") + part));
+        }
     }
 
     void run(std::size_t call, const std::string& kind, const char* volume) {

@@ -6,6 +6,7 @@
 #include "Engine/Tracking.hpp"
 #include "Platform/Attributes.hpp"
 #include "Store/EditLog.hpp"
+#include "Store/MirrorNotes.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -116,6 +117,9 @@ std::vector<shell::OwnPath> HookContext::ownPaths() const {
     std::vector<shell::OwnPath> paths;
     if (exists(handler.store.home))
         paths = {{Store::canonical(handler.store.home), Role::history}, {LeaveOutRules::fileName, Role::rules}};
+    // A mirror takes the store's place when that is lost.
+    for (const std::string& mirror : mirrorsOrNone(handler.store.home))
+        if (exists(mirror)) paths.push_back({Store::canonical(mirror), Role::history});
     const HookInstaller installer{handler.home, {}};
     for (const Agent each : allAgents) {
         const std::string path = installer.configPath(each);

@@ -13,8 +13,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tidewrack {
@@ -67,6 +69,9 @@ struct CopyAs {
 // Makes a symbolic link. One that is there and leads to the same place is success.
 [[nodiscard]] int makeLink(const std::string& destination, Place to);
 
+// Gives the file `from` a second name. One that it has there already is success.
+[[nodiscard]] int makeSecondName(Place from, Place to);
+
 // Copies the symbolic link itself, with its times and extended attributes. `to` must not exist.
 [[nodiscard]] int copyLink(Place from, Place to);
 
@@ -84,6 +89,10 @@ struct UncopiedItem {
     int error = 0; // an errno value
 };
 
+// Where the files that have several names were copied to, by device and inode: for copies that share one, all of one
+// volume. Those of the same file become names of one file again.
+using FilesOfManyNames = std::map<std::pair<std::uint64_t, std::uint64_t>, std::string>;
+
 struct CopyLimits {
     std::string skip;                 // the absolute path of an item to leave out; empty: none
     Deadline deadline;                // after it the copy is given up with pastDeadline
@@ -94,6 +103,8 @@ struct CopyLimits {
     // Receives the items inside a folder that could not be copied, as paths below it with a leading slash; the rest is
     // copied. Null: the first failure ends the copy.
     std::vector<UncopiedItem>* unsaved = nullptr;
+    // Known names, and those that the copy adds, by absolute paths. Null: each name becomes a file of its own.
+    FilesOfManyNames* manyNames = nullptr;
     // A failed copy leaves what it has made so far, with anything that others have added to it.
     bool leavesParts = false;
 };

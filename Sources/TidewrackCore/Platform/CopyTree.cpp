@@ -9,6 +9,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace tidewrack {
 
@@ -40,8 +41,10 @@ int makeNewFolder(Place to) {
 
 class TreeCopier {
   public:
-    explicit TreeCopier(const CopyLimits& limits)
-        : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0), unsaved_(limits.unsaved) {
+    // `top`: the path of the copy, if it has one.
+    TreeCopier(const CopyLimits& limits, std::string top)
+        : skip_(limits.skip), earlierBegan_(limits.earlier ? limits.earlier->began : 0), unsaved_(limits.unsaved),
+          manyNames_(limits.manyNames), top_(std::move(top)) {
         memory_.deadline = limits.deadline;
         memory_.pending = limits.pending;
         memory_.hasRoom = limits.hasRoom;
@@ -52,11 +55,9 @@ class TreeCopier {
         if (passed(memory_.deadline)) return pastDeadline;
         Attributes attributes;
         if (const int error = attributesAt(from.folder, from.name, attributes)) return error;
-        if (earlier != nullptr && isUnchanged(attributes, *earlier) &&
-            ::linkat(earlier->folder, earlier->name, to.folder, to.name, 0) == 0)
-            return 0;
+        if (earlier != nullptr && isUnchanged(attributes, *earlier) && makeSecondName(*earlier, to) == 0) return 0;
         switch (attributes.kind) {
-        case Attributes::Kind::file: return copyFile(from, to);
+        case Attributes::Kind::file: return copyNamedFile(from, to, attributes);
         case Attributes::Kind::link: return copyLink(from, to);
         case Attributes::Kind::folder: return copyFolder(from, to, earlier, attributes);
         case Attributes::Kind::other: return ENOTSUP;
@@ -76,6 +77,15 @@ class TreeCopier {
         Attributes then;
         return attributesAt(earlier.folder, earlier.name, then) == 0 && now.kind == then.kind &&
                now.size == then.size && now.mtime == then.mtime && now.mode == then.mode;
+    }
+
+    int copyNamedFile(Place from, Place to, const Attributes& attributes) {
+        if (manyNames_ == nullptr || attributes.links < 2 || top_.empty()) return copyFile(from, to);
+        std::string& copied = (*manyNames_)[{attributes.device, attributes.ino}];
+        if (!copied.empty() && makeSecondName({AT_FDCWD, copied.c_str()}, to) == 0) return 0;
+        const int error = copyFile(from, to);
+        if (error == 0) copied = top_ + inside_;
+        return error;
     }
 
     int copyFile(Place from, Place to) {
@@ -137,6 +147,8 @@ class TreeCopier {
     Skip skip_;
     std::int64_t earlierBegan_;
     std::vector<UncopiedItem>* unsaved_;
+    FilesOfManyNames* manyNames_;
+    std::string top_;
     bool madeFolder_ = false; // the first folder of the copy was made
     std::string inside_;      // of the item being copied: its path below the top, with a leading slash
 };
@@ -200,12 +212,23 @@ int makeLink(const std::string& destination, Place to) {
     return there == destination ? 0 : error;
 }
 
+int makeSecondName(Place from, Place to) {
+    if (::linkat(from.folder, from.name, to.folder, to.name, 0) == 0) return 0;
+    const int error = errno;
+    Attributes file;
+    Attributes there;
+    const bool isDone = error == EEXIST && attributesAt(from.folder, from.name, file) == 0 &&
+                        attributesAt(to.folder, to.name, there) == 0 && file.ino == there.ino &&
+                        file.device == there.device;
+    return isDone ? 0 : error;
+}
+
 int copyTree(const std::string& from, const std::string& to, const CopyLimits& limits) {
     return copyTree(Place{AT_FDCWD, from.c_str()}, Place{AT_FDCWD, to.c_str()}, limits);
 }
 
 int copyTree(Place from, Place to, const CopyLimits& limits) {
-    TreeCopier copier(limits);
+    TreeCopier copier(limits, to.folder == AT_FDCWD ? to.name : "");
     Place earlier;
     if (limits.earlier) earlier = {AT_FDCWD, limits.earlier->path.c_str()};
     const int error = copier.copy(from, to, limits.earlier ? &earlier : nullptr);

@@ -46,10 +46,13 @@ constexpr auto opensPage =
 constexpr auto keepsLess =
     "This may leave files out of Tidewrack's own history: what an agent does to them could not be undone. Allow?"sv;
 
+constexpr auto changesMirror =
+    "This would take out of a mirror of Tidewrack's own history what the history no longer has. Allow?"sv;
+
 constexpr OwnCommand ownCommands[] = {
     {"browse", "", opensPage, false},     {"untrack", "", deletesHistory}, {"prune", "", deletesSnapshots},
     {"hooks", "uninstall", removesHooks}, {"unpin", "", unpins},           {"exclude", "", keepsLess},
-    {"config", "set", keepsLess},
+    {"config", "set", keepsLess},         {"mirror", "", changesMirror},
 };
 
 // One of each kind of the files that the history consists of.

@@ -43,6 +43,9 @@ int check(Invocation& call);
 int usage(Invocation& call);
 int benchWalk(Invocation& call);
 
+// Mirror.cpp
+int mirror(Invocation& call);
+
 // Move.cpp
 int move(Invocation& call);
 
