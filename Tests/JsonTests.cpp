@@ -204,6 +204,8 @@ TEST(Json, printsWhatIsDocumented) {
     EXPECT_EQ(run("prune", {"--dry-run"}),
               (json{{"version", 1}, {"dryRun", true}, {"removedSnapshots", json::array()}, {"removedBlobs", 0}}));
 
+    EXPECT_EQ(run("forget", {"--before", "1w", "--dry-run"})["left"], json::array());
+
     run("status", {"--project", world.projectPath()});
     StatusReport status;
     status.notKept.failed = {{"p", "r"}};

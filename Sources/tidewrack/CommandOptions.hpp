@@ -21,6 +21,8 @@ inline constexpr Option content{"--content", "", "compare bytes: leave out files
 inline constexpr Option noPager{"--no-pager", "", "print straight to the terminal, not through $PAGER"};
 inline constexpr Option keepNew{"--keep-new", "", "leave what was added since"};
 inline constexpr Option dryRun{"--dry-run", "", "only tell what would be done"};
+inline constexpr Option olderThan{"--before", "TIME", "all snapshots that are older, but for pinned ones"};
+inline constexpr Option unasked{"--yes", "", "without a question"};
 inline constexpr Option newestTurn{"--last", "", "what the newest turn changed"};
 inline constexpr Option lastTurn{"--last", "", "the newest turn that changed something"};
 inline constexpr Option ofTurn{"--turn", "N", "the turn that snapshot N belongs to", Fill::turn};
@@ -77,6 +79,7 @@ inline constexpr Option diffOptions[] = {newestTurn, patch, stat, content, chang
 inline constexpr Option projectOptions[] = {project};
 inline constexpr Option pinOptions[] = {project, json};
 inline constexpr Option pruneOptions[] = {dryRun, project, json};
+inline constexpr Option forgetOptions[] = {olderThan, dryRun, unasked, project, json};
 inline constexpr Option checkOptions[] = {everyByte, mend, project, json};
 inline constexpr Option statusOptions[] = {oneWord, project, json};
 inline constexpr Option usageOptions[] = {project, json};

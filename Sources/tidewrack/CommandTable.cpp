@@ -3,8 +3,6 @@
 #include "CommandOptions.hpp"
 #include "Commands/Commands.hpp"
 
-#include <algorithm>
-
 namespace tidewrack {
 
 namespace {
@@ -252,6 +250,18 @@ constexpr Command table[] = {
                 "days; pinned ones stay for ever. Snapshots prune by themselves, at most once an hour.",
      .example = "tidewrack prune --dry-run",
      .run = commands::prune},
+    {.name = "forget",
+     .words = "N...",
+     .group = Group::history,
+     .effect = Effect::removesForGood,
+     .fills = aSnapshot,
+     .mostWords = Command::anyNumber,
+     .options = forgetOptions,
+     .summary = "remove snapshots for good, whatever their age",
+     .details = "Their contents go as well where no other snapshot needs them. Named ones go though they are pinned; "
+                "--before leaves pinned ones. It asks first, or takes --yes. The folder itself stays as it is.",
+     .example = "tidewrack forget 12 13 --dry-run",
+     .run = commands::forget},
     {.name = "check",
      .group = Group::history,
      .effect = Effect::changes,
@@ -501,47 +511,10 @@ constexpr Command table[] = {
     {.name = "_complete", .mostWords = Command::anyNumber, .run = commands::complete},
 };
 
-const Command* named(std::string_view name) {
-    const auto found =
-        std::find_if(std::begin(table), std::end(table), [&](const Command& command) { return command.name == name; });
-    return found == std::end(table) ? nullptr : found;
-}
-
 } // namespace
-
-const Option* Command::option(std::string_view optionName) const {
-    const auto found =
-        std::find_if(options.begin(), options.end(), [&](const Option& option) { return option.name == optionName; });
-    return found == options.end() ? nullptr : &*found;
-}
 
 std::span<const Command> commandTable() {
     return table;
-}
-
-const Command* commandOf(const std::vector<std::string>& words) {
-    if (words.empty() || words[0].find(' ') != std::string::npos) return nullptr;
-    if (words.size() > 1)
-        if (const Command* command = named(words[0] + " " + words[1])) return command;
-    return named(words[0]);
-}
-
-std::span<const Option> globalOptions() {
-    return globals;
-}
-
-bool isGlobalOption(std::string_view optionName) {
-    return std::any_of(std::begin(globals), std::end(globals),
-                       [&](const Option& option) { return option.name == optionName; });
-}
-
-bool takesValue(std::string_view optionName) {
-    if (!optionName.starts_with('-')) return false;
-    for (const Option& option : globals)
-        if (option.name == optionName) return option.takesValue();
-    for (const Command& command : table)
-        if (const Option* option = command.option(optionName)) return option->takesValue();
-    return false;
 }
 
 } // namespace tidewrack

@@ -132,6 +132,7 @@ const std::vector<Operation>& operations() {
         {"undo of a turn over two projects", {"undo", "--last"}, workInTwo},
         {"redo", {"redo"}, takeBack},
         {"prune", {"prune"}, makeOldSnapshotsDue, "", false, {1, 2}},
+        {"forget", {"forget", "1", "2", "--yes"}, history, "", false, {1, 2}},
         {"pin", {"pin", "2"}},
         {"check that repairs", {"check", "--repair"}, damageHistory, "", false, {3}},
         {"untrack", {"untrack"}, history, "", true},

@@ -217,6 +217,7 @@ class Attempt {
         EXPECT_EQ(snap.status, 0) << snap.err;
         EXPECT_EQ(snap.err, "");
         if (operation_.prepare == workInTwo) finishBoth();
+        if (operation_.words[0] == "forget") finishForgetting();
         if (operation_.words[0] == "vault") { // clears up after the one before it
             world.ok({"vault", "restore", scene_.vault().entries().front().id});
             EXPECT_EQ(scene_.f.listing("home").find("/.tidewrack-"), std::string::npos) << scene_.f.listing("home");
@@ -229,6 +230,14 @@ class Attempt {
         EXPECT_EQ(world.run({"snap"}).err, ""); // prunes by itself
         world.ok({"check"});
         scene_.expectTidy();
+    }
+
+    // Both go or both stay, with their contents.
+    void finishForgetting() {
+        const World& world = scene_.world;
+        world.ok({"forget", "--before", "2000-01-01T00:00", "--yes"});
+        const auto seqs = world.history().seqs();
+        EXPECT_EQ(std::count(seqs.begin(), seqs.end(), 1), std::count(seqs.begin(), seqs.end(), 2));
     }
 
     // Whatever was done before it was cut short: the same words do the rest, or tell what they leave alone.

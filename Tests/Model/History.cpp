@@ -1,9 +1,10 @@
 #include "Model/History.hpp"
 
-#include "Engine/Check.hpp"
+#include "Engine/Forget.hpp"
 #include "Engine/Tracking.hpp"
 #include "Platform/Attributes.hpp"
 #include "Reports/OutcomeTexts.hpp"
+#include "Store/Forgotten.hpp"
 #include "Support/Files.hpp"
 #include "Support/Text.hpp"
 
@@ -18,10 +19,6 @@ namespace tidewrack::testing {
 namespace {
 
 constexpr std::int64_t sizeLimit = 70'000;
-
-void require(bool holds, const std::string& promise, const std::string& about = "") {
-    if (!holds) throw std::runtime_error(promise + (about.empty() ? "" : ": " + ::testing::PrintToString(about)));
-}
 
 std::vector<std::string> listOf(const Paths& paths) {
     return {paths.begin(), paths.end()};
@@ -108,6 +105,8 @@ void History::step() {
         prune();
     else if (roll < 97)
         nest();
+    else if (roll < 98)
+        forgetSome();
     else
         compare();
     require(same(readTree(world_.folder.at("outside"), {}), outside_), "nothing outside the project changes");
@@ -153,7 +152,7 @@ void History::finish(Taken& taken, const Tree& previous, const Known* shared) {
     taken.changes = changesBetween(previous, taken.walked);
     const bool shares = shared != nullptr && !taken.recognises && listTheSame(previous, taken.walked);
     SnapshotMeta& meta = taken.known.meta;
-    meta.seq = snapshots_.empty() ? 1 : snapshots_.rbegin()->first + 1;
+    meta.seq = ++highest_;
     meta.manifestOf = shares ? shared->meta.manifestOf : meta.seq;
     taken.known.tree = shares ? shared->tree : taken.walked;
     const auto isFile = [](const auto& item) { return !item.second.isFolder(); };
@@ -397,6 +396,9 @@ void History::prune() {
     const PruneResult did = engine_.prune(project_, when, false);
     require(did.removedSnapshots == go && would.removedSnapshots == go, "retention keeps what its ages say");
     pruned(stay);
+    // A number comes again where age took the newest; not one of a snapshot that was forgotten.
+    highest_ =
+        std::max(snapshots_.empty() ? 0 : snapshots_.rbegin()->first, readForgotten(history().folder()).highest());
     const auto gone = static_cast<std::int64_t>(contents - keptContents().size());
     done_["pruned"] += contents - keptContents().size();
     require(did.removedBlobs == gone && would.removedBlobs == gone, "a prune counts the contents it removes");
@@ -407,6 +409,28 @@ void History::pruned(const std::set<std::int64_t>& stay) {
     std::erase_if(snapshots_, [&](const auto& item) { return !stay.contains(item.first); });
     if (safety_ && !snapshots_.contains(safety_->seq)) safety_.reset();
     checkStore(true);
+}
+
+void History::forgetSome() {
+    ForgetChoice choice;
+    std::set<std::int64_t> stay;
+    for (auto count = 1 + chance_.below(3); count > 0; --count) choice.seqs.push_back(anySeq());
+    if (chance_.oneIn(4)) choice.seqs.push_back(snapshots_.rbegin()->first);
+    for (const auto& [seq, known] : snapshots_)
+        if (std::find(choice.seqs.begin(), choice.seqs.end(), seq) == choice.seqs.end()) stay.insert(seq);
+    log_.back() = "forget";
+    for (const std::int64_t seq : choice.seqs) log_.back() += " " + number(seq);
+    const Tree disk = look();
+    const std::size_t contents = keptContents().size();
+    const ForgetResult would = forget(engine_, project_, choice, Engine::Acting::dryRun);
+    checkStore(false);
+    const ForgetResult did = forget(engine_, project_, choice, Engine::Acting::forReal);
+    require(did == would, "a dry run tells what is forgotten");
+    pruned(stay);
+    const std::size_t gone = contents - keptContents().size();
+    done_["forgotten"] += gone;
+    require(did.contents == static_cast<std::int64_t>(gone), "a forget counts the contents it removes");
+    require(same(look(), disk), "a forget does not touch the project");
 }
 
 // A folder becomes a project of its own, or is none any longer.
@@ -477,70 +501,6 @@ void History::checkNow(std::int64_t seq) {
     const Tree& older = snapshots_.at(seq).tree;
     require(engine_.diff(project_, seq, std::nullopt) == changesBetween(older, nowSince(older)),
             "diff tells what is other now");
-}
-
-Paths History::keptContents() const {
-    const std::string blobs = history().blobsFolder();
-    Paths kept;
-    for (const std::string& folder : listFolder(blobs))
-        for (const std::string& name : listFolder(blobs + "/" + folder)) kept.insert(folder + "/" + name);
-    return kept;
-}
-
-// Every record is what it should be, and refers to contents that exist; after a prune nothing else is left.
-void History::checkStore(bool nothingElse) {
-    const auto records = history().snapshots();
-    require(records.size() == snapshots_.size(), "the records are those of the snapshots");
-    Paths needed;
-    std::set<std::int64_t> manifests;
-    for (const SnapshotMeta& meta : records) {
-        require(snapshots_.contains(meta.seq) && snapshots_.at(meta.seq).meta == meta, "a record stays as it is");
-        checkSnapshot(snapshots_.at(meta.seq));
-        manifests.insert(meta.manifestOf);
-        for (const auto& [path, node] : snapshots_.at(meta.seq).tree)
-            if (!node.isFolder() && !node.notKept()) needed.insert(contents_.at(node.version));
-    }
-    if (!nothingElse) return;
-    for (const Damage& damage : checkProject(engine_.store, project_.id, CheckDepth::bytes).damages)
-        require(false, "a check finds nothing wrong", damage.place + " " + damage.detail);
-    require(keptContents() == needed, "a prune leaves the contents that are needed");
-    const auto left = listFolder(history().folder() + "/manifests");
-    require(left.size() == manifests.size(), "a prune leaves the manifests that are needed");
-}
-
-void History::checkSnapshot(const Known& known) {
-    const Manifest manifest = history().manifest(known.meta);
-    const std::string about = "#" + number(known.meta.seq) + " ";
-    for (const auto& item : manifest.items())
-        require(known.tree.contains(std::string(item.path)), "a manifest lists nothing else",
-                about + std::string(item.path));
-    for (const auto& [path, wanted] : known.tree) {
-        const Entry* entry = manifest.find(path);
-        require(entry != nullptr, "a manifest lists every path", about + path);
-        require("fld"[static_cast<int>(entry->kind)] == wanted.kind && entry->mode == wanted.mode &&
-                    entry->mtime == wanted.mtime,
-                "an entry has its path's attributes", about + path);
-        const std::string blob(entry->blob);
-        if (wanted.isFolder()) {
-            require(blob == (wanted.ignored ? "ign" : "") && (!wanted.ignored || entry->size + entry->ctime == 0),
-                    "a folder has no content, and nothing that changes with it where git ignores it", about + path);
-            continue;
-        }
-        require(entry->size == wanted.size && entry->ctime == wanted.ctime && entry->ino == wanted.ino,
-                "an entry has its file's attributes", about + path);
-        if (wanted.notKept()) {
-            require(blob == wanted.version, "what is too large is not kept", about + path);
-            continue;
-        }
-        const auto [content, isNew] = contents_.try_emplace(wanted.version, blob);
-        require(content->second == blob, "a content is kept once", about + path);
-        require(!isNew || blob.starts_with(number(known.meta.seq) + "/"), "a content bears its snapshot's number",
-                blob);
-        const std::string place = history().blobPath(blob);
-        const Node kept = readNode(place);
-        require(kept.kind == wanted.kind && kept.text == wanted.text, "a content is as it was", about + path);
-        require(kept.kind == 'l' || kept.mode == 0444, "a content is read-only", about + path);
-    }
 }
 
 } // namespace tidewrack::testing

@@ -13,13 +13,16 @@
 
 namespace tidewrack::testing {
 
+// Throws std::runtime_error where a promise is broken, with what it is about.
+void require(bool holds, const std::string& promise, const std::string& about = "");
+
 class History {
   public:
     explicit History(std::uint64_t seed);
     // Takes so many steps. Throws std::runtime_error at the first broken promise.
     void run(std::uint64_t steps);
     [[nodiscard]] const std::vector<std::string>& log() const { return log_; }
-    // How many paths were restored, removed and warned of, and how many contents pruned.
+    // How many paths were restored, removed and warned of, and how many contents pruned and forgotten.
     [[nodiscard]] const std::map<std::string, std::size_t>& done() const { return done_; }
 
   private:
@@ -41,6 +44,7 @@ class History {
     void pin();
     void age();
     void prune();
+    void forgetSome();
     void nest();
     void compare();
 
@@ -69,6 +73,7 @@ class History {
     Tree outside_;
     Paths nested_;
     KnownSnapshots snapshots_;
+    std::int64_t highest_ = 0;                    // the last number that one has got
     std::map<std::string, std::string> contents_; // where each version is kept
     std::int64_t versions_ = 0;
     bool pruneDue_ = true;

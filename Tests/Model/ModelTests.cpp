@@ -53,4 +53,5 @@ TEST(RandomHistories, keepEveryPromise) {
     }
     for (const char* what : {"restored", "removed", "warned", "pruned"})
         EXPECT_TRUE(seed != 0 || done[what] > steps / 4) << done[what] << " " << what << " is too few to tell";
+    EXPECT_TRUE(seed != 0 || done["forgotten"] > steps / 16) << done["forgotten"];
 }

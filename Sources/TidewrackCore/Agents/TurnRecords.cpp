@@ -2,6 +2,7 @@
 
 #include "Agents/HookContext.hpp"
 #include "Agents/HookHandler.hpp"
+#include "Store/Forgotten.hpp"
 
 #include <chrono>
 #include <cstddef>
@@ -103,6 +104,11 @@ bool mayHaveCompany(const HookContext& context, const Project& project, std::int
     return any || !isRead;
 }
 
+// Whether snapshots were forgotten that may have told of another session.
+bool isLostSince(const HookContext& context, const Project& project, std::int64_t began) {
+    return readForgotten(context.handler.store.history(project).folder()).isLostIn({began, INT64_MAX});
+}
+
 } // namespace
 
 TurnEnd endOfTurn(const HookContext& context, const Project& project) {
@@ -122,7 +128,8 @@ TurnEnd endOfTurn(const HookContext& context, const Project& project) {
         return end.title.has_value();
     });
     // Where nothing was recorded in between there is nothing that could be missing.
-    end.alone = end.alone && *end.began < *newest && !mayHaveCompany(context, project, *end.began);
+    end.alone = end.alone && *end.began < *newest && !mayHaveCompany(context, project, *end.began) &&
+                !isLostSince(context, project, *end.began);
     return end;
 }
 

@@ -3,6 +3,7 @@
 #include "Engine/RetentionPlan.hpp"
 #include "Platform/Attributes.hpp"
 #include "Platform/Descriptor.hpp"
+#include "Store/Forgotten.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
 #include "Support/Paths.hpp"
@@ -308,7 +309,7 @@ class ProjectCheck {
                 unnamed.push_back(*number);
         });
         for (const std::int64_t number : unnamed)
-            if (isWhole(number) && !isBeingWorkedOn(number) && !isDueForPruning(number))
+            if (isWhole(number) && !isBeingWorkedOn(number) && !isDueToGo(number))
                 add({Part::record, Fault::unrecorded, history_.metaPath(number)}).snapshots = {number};
     }
 
@@ -331,7 +332,8 @@ class ProjectCheck {
         return exists(history_.metaPath(number)) || !exists(history_.manifestPath(number));
     }
 
-    bool isDueForPruning(std::int64_t number) {
+    bool isDueToGo(std::int64_t number) {
+        if (readForgotten(history_.folder()).mayHaveHeld(number)) return true; // what was forgotten doesn't come back
         if (number < newestDamaged_) return false; // that snapshot may be one with this listing, and pinned
         Attributes file;
         if (attributesAt(AT_FDCWD, history_.manifestPath(number).c_str(), file) != 0) return true;

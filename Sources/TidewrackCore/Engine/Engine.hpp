@@ -138,8 +138,10 @@ class Engine {
     enum class Sweep { everything, freed };
     PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, Sweep sweep = Sweep::everything,
                             std::optional<Date> upTo = std::nullopt) const;
-    // Pruning keeps a pinned snapshot. Throws TidewrackError noSnapshot.
-    void setPinned(const Project& project, std::int64_t seq, bool pinned) const;
+    // The same for these snapshots, whatever their age, pinned ones as well. Engine/Forget is who asks for it.
+    PruneResult removeLocked(const ProjectLock& lock, const Project& project, const std::set<std::int64_t>& seqs) const;
+    [[nodiscard]] PruneResult foreseeRemoval(const Project& project, const std::set<std::int64_t>& seqs) const;
+    void setPinned(const Project& project, std::int64_t seq, bool pinned) const; // Throws TidewrackError noSnapshot.
 
     // --- Restore and undo ---
     // A dry run makes the same plan from the folder as it is, and carries out nothing: no lock, no safety snapshot.
@@ -149,13 +151,12 @@ class Engine {
     RestoreResult restore(const Project& project, std::int64_t to, const std::optional<std::vector<std::string>>& paths,
                           bool removeNew, Acting acting = Acting::forReal) const;
     // Takes back what changed between snapshot `turn` and the one that follows it; with `paths`, as above, there alone.
-    RestoreResult undo(const Project& project, std::int64_t turn,
-                       const std::optional<std::vector<std::string>>& paths = std::nullopt,
+    using Paths = std::optional<std::vector<std::string>>;
+    RestoreResult undo(const Project& project, std::int64_t turn, const Paths& paths = std::nullopt,
                        Acting acting = Acting::forReal) const;
     // The same for what changed between two snapshots; `to` absent: up to now. `label` is the safety snapshot's.
     RestoreResult undo(const Project& project, std::int64_t from, std::optional<std::int64_t> to,
-                       const std::optional<std::string>& label,
-                       const std::optional<std::vector<std::string>>& paths = std::nullopt,
+                       const std::optional<std::string>& label, const Paths& paths = std::nullopt,
                        Acting acting = Acting::forReal) const;
 
     // Clears up after restores that were cut short, as the next one would, where there will be none: the history goes.
@@ -203,8 +204,7 @@ class Engine {
 
   private:
     void pruneIfDue(const ProjectLock& lock, const Project& project, std::int64_t age, SnapshotResult& result) const;
-    static std::vector<std::string> relativePaths(const Project& project,
-                                                  const std::optional<std::vector<std::string>>& paths);
+    static std::vector<std::string> relativePaths(const Project& project, const Paths& paths);
     [[nodiscard]] std::set<std::string, std::less<>> notIn(const Manifest& target, const Project& project) const;
     [[nodiscard]] TakenSnapshot presentState(const Project& project) const;
     Interrupted clearInterrupted(const ProjectLock& lock, const Project& project) const;

@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <future>
 #include <map>
 #include <unordered_set>
@@ -219,13 +220,15 @@ struct PrunePlan {
     [[nodiscard]] PruneResult result() const { return {snapshots, contents.count(), {}, {}}; }
 };
 
-PrunePlan planPrune(const History& history, Date now, Engine::Sweep sweep, std::optional<Date> upTo) {
+using Choice = std::function<RetentionPlan(const std::vector<SnapshotMeta>&)>;
+
+PrunePlan planPrune(const History& history, const Choice& choose, Engine::Sweep sweep) {
     const auto snapshots = history.snapshots();
     const auto seqs = history.seqs();
     if (!std::equal(seqs.begin(), seqs.end(), snapshots.begin(), snapshots.end(),
                     [](std::int64_t seq, const SnapshotMeta& meta) { return seq == meta.seq; }))
         requireAllRead(seqs, snapshots);
-    const RetentionPlan retention = planRetention(snapshots, now, upTo);
+    const RetentionPlan retention = choose(snapshots);
     PrunePlan plan{retention.remove, UnusedManifests(history, retention.manifestsInUse),
                    UnclaimedContents(history.blobsFolder()), seqs.empty() ? 0 : seqs.back()};
     if (sweep == Engine::Sweep::freed && retention.freesOwnContentsOnly &&
@@ -240,13 +243,13 @@ PrunePlan planPrune(const History& history, Date now, Engine::Sweep sweep, std::
 
 // A plan that was made without the lock, while other commands may have been at work. What a snapshot has kept that is
 // being taken looks like what a dead one has left.
-PrunePlan planPruneUnlocked(const History& history, Date now, std::optional<Date> upTo) {
+PrunePlan planPruneUnlocked(const History& history, const Choice& choose) {
     constexpr int mostTries = 4;
     for (int tries = 1;; ++tries) {
         const auto before = history.seqs();
         const auto isLast = [&] { return tries == mostTries || history.seqs() == before; };
         try {
-            PrunePlan plan = planPrune(history, now, Engine::Sweep::everything, upTo);
+            PrunePlan plan = planPrune(history, choose, Engine::Sweep::everything);
             const bool isAtRest = ProjectLock::isFree(history.lockPath());
             if (!isLast()) continue;
             if (!isAtRest || tries == mostTries) {
@@ -308,19 +311,24 @@ PruneResult Engine::prune(const Project& project, Date now, bool dryRun) const {
     return pruneCapped(*this, ProjectLock(store.history(project).lockPath()), project, now, Sweep::everything);
 }
 
-PruneResult Engine::foreseePrune(const Project& project, Date now, std::optional<Date> upTo) const {
-    const History history = store.history(project);
-    const PrunePlan plan = planPruneUnlocked(history, now, upTo);
+namespace {
+
+Choice byAge(Date now, std::optional<Date> upTo) {
+    return [=](const std::vector<SnapshotMeta>& snapshots) { return planRetention(snapshots, now, upTo); };
+}
+
+Choice byNumber(const std::set<std::int64_t>& seqs) {
+    return [&](const std::vector<SnapshotMeta>& snapshots) { return planRemoval(snapshots, seqs); };
+}
+
+PruneResult foreseen(const PrunePlan& plan) {
     PruneResult result = plan.result();
     result.contents = plan.contents.names();
     result.manifests = plan.manifests.numbers();
     return result;
 }
 
-PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, Sweep sweep,
-                                std::optional<Date> upTo) const {
-    const History history = store.history(project);
-    PrunePlan plan = planPrune(history, now, sweep, upTo);
+PruneResult carriedOut(const History& history, PrunePlan plan) {
     PruneResult result = plan.result();
     for (const std::int64_t seq : plan.snapshots) removeFileIfThere(history.metaPath(seq));
     plan.manifests.removeAllButOne();
@@ -330,6 +338,27 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     plan.contents.remove();
     plan.manifests.removeTheLast();
     return result;
+}
+
+} // namespace
+
+PruneResult Engine::foreseePrune(const Project& project, Date now, std::optional<Date> upTo) const {
+    return foreseen(planPruneUnlocked(store.history(project), byAge(now, upTo)));
+}
+
+PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date now, Sweep sweep,
+                                std::optional<Date> upTo) const {
+    const History history = store.history(project);
+    return carriedOut(history, planPrune(history, byAge(now, upTo), sweep));
+}
+
+PruneResult Engine::foreseeRemoval(const Project& project, const std::set<std::int64_t>& seqs) const {
+    return foreseen(planPruneUnlocked(store.history(project), byNumber(seqs)));
+}
+
+PruneResult Engine::removeLocked(const ProjectLock&, const Project& project, const std::set<std::int64_t>& seqs) const {
+    const History history = store.history(project);
+    return carriedOut(history, planPrune(history, byNumber(seqs), Sweep::everything));
 }
 
 void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, std::int64_t age,

@@ -76,13 +76,12 @@ bool clockIsConfirmed(const std::vector<SnapshotMeta>& snapshots, Date now) {
     return clockIsConfirmed(records, now);
 }
 
-RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now, std::optional<Date> upTo) {
+RetentionPlan planRemoval(const std::vector<SnapshotMeta>& snapshots, const std::set<std::int64_t>& remove) {
     RetentionPlan plan;
-    const auto keep = numbersToKeep(snapshots, now, upTo);
     std::set<std::int64_t> toRead;
     const SnapshotMeta* before = nullptr; // the latest kept snapshot so far
     for (const SnapshotMeta& meta : snapshots) {
-        if (!keep.contains(meta.seq)) {
+        if (remove.contains(meta.seq)) {
             plan.remove.push_back(meta.seq);
             continue;
         }
@@ -93,6 +92,14 @@ RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now
     plan.manifestsToRead.assign(toRead.rbegin(), toRead.rend());
     planContents(snapshots, plan);
     return plan;
+}
+
+RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now, std::optional<Date> upTo) {
+    const auto keep = numbersToKeep(snapshots, now, upTo);
+    std::set<std::int64_t> remove;
+    for (const SnapshotMeta& meta : snapshots)
+        if (!keep.contains(meta.seq)) remove.insert(meta.seq);
+    return planRemoval(snapshots, remove);
 }
 
 } // namespace tidewrack

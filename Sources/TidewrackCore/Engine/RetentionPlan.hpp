@@ -33,6 +33,10 @@ struct RetentionPlan {
 [[nodiscard]] RetentionPlan planRetention(const std::vector<SnapshotMeta>& snapshots, Date now,
                                           std::optional<Date> upTo = std::nullopt);
 
+// The same for those that somebody names, whatever their age.
+[[nodiscard]] RetentionPlan planRemoval(const std::vector<SnapshotMeta>& snapshots,
+                                        const std::set<std::int64_t>& remove);
+
 // Whether `now` is credible enough to remove snapshots by their age without being asked: a wrong clock would make the
 // whole history look old. After a jump of the clock (a record more than 400 days after the one before it, or more than
 // an hour before it) records have to span two days first. `records` in the order in which they were made, the latest

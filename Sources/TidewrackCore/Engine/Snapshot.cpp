@@ -16,6 +16,7 @@
 #include "Platform/OpenFolder.hpp"
 #include "Platform/Process.hpp"
 #include "Platform/Volumes.hpp"
+#include "Store/Forgotten.hpp"
 #include "Store/Settings.hpp"
 #include "Support/Errors.hpp"
 #include "Support/Files.hpp"
@@ -279,7 +280,8 @@ void writeRecord(const History& history, const ProjectLock& lock, const Snapshot
 } // namespace
 
 std::int64_t Engine::nextSeq(const History& history, std::optional<std::int64_t> newest) const {
-    const std::int64_t highest = std::max(newest.value_or(0), history.highestLeftover());
+    const std::int64_t highest =
+        std::max({newest.value_or(0), history.highestLeftover(), readForgotten(history.folder()).highest()});
     if (highest == INT64_MAX) throw TidewrackError::corrupt("no number is left for a new snapshot");
     return highest + 1;
 }

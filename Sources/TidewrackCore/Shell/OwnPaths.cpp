@@ -17,9 +17,9 @@ namespace {
 using namespace std::string_view_literals;
 
 // Options of the program whose value is a word of its own.
-constexpr std::array valueOptions = {"-C"sv,        "-n"sv,           "--agent"sv, "--home"sv, "--html"sv,
-                                     "--hunk"sv,    "--kind"sv,       "--label"sv, "--port"sv, "--project"sv,
-                                     "--session"sv, "--session-of"sv, "--skip"sv,  "--turn"sv};
+constexpr std::array valueOptions = {"-C"sv,        "-n"sv,        "--agent"sv,      "--before"sv, "--home"sv,
+                                     "--html"sv,    "--hunk"sv,    "--kind"sv,       "--label"sv,  "--port"sv,
+                                     "--project"sv, "--session"sv, "--session-of"sv, "--skip"sv,   "--turn"sv};
 
 // Options that make it only explain.
 constexpr std::array explaining = {"-h"sv, "--help"sv};
@@ -50,9 +50,15 @@ constexpr auto changesMirror =
     "This would take out of a mirror of Tidewrack's own history what the history no longer has. Allow?"sv;
 
 constexpr OwnCommand ownCommands[] = {
-    {"browse", "", opensPage, false},     {"untrack", "", deletesHistory}, {"prune", "", deletesSnapshots},
-    {"hooks", "uninstall", removesHooks}, {"unpin", "", unpins},           {"exclude", "", keepsLess},
-    {"config", "set", keepsLess},         {"mirror", "", changesMirror},
+    {"browse", "", opensPage, false},
+    {"untrack", "", deletesHistory},
+    {"prune", "", deletesSnapshots},
+    {"hooks", "uninstall", removesHooks},
+    {"unpin", "", unpins},
+    {"exclude", "", keepsLess},
+    {"config", "set", keepsLess},
+    {"forget", "", deletesSnapshots},
+    {"mirror", "", changesMirror},
 };
 
 // One of each kind of the files that the history consists of.

@@ -38,6 +38,12 @@ std::string missingText(const Stretch& stretch) {
            " missing, so that it can't be told whose change this is";
 }
 
+std::string forgottenText(const Stretch& stretch) {
+    return "snapshots were forgotten from #" + std::to_string(stretch.from) +
+           (stretch.to == untilNow ? " on" : " to #" + std::to_string(stretch.to)) +
+           ", so that it can't be told whose change this is";
+}
+
 std::string unreadText(std::int64_t seq) {
     return "what is on record of #" + std::to_string(seq) +
            " can't be read, so that it can't be told whose change this is";
@@ -76,6 +82,7 @@ std::vector<StepReader::Part> StepReader::partsOf(const TimelineRow& row) const 
     for (const Stretch& stretch : openStretches(row)) {
         if (row.type != TimelineRow::Type::turn) {
             parts.push_back({stretch});
+            if (row.type == TimelineRow::Type::outside && isLost(stretch)) parts.back().doubt = forgottenText(stretch);
             continue;
         }
         bool joins = false;
@@ -95,6 +102,10 @@ std::vector<StepReader::Part> StepReader::partsOf(const TimelineRow& row) const 
     return parts;
 }
 
+bool StepReader::isLost(const Stretch& stretch) const {
+    return forgotten_.isLostIn({stretch.from, stretch.to == untilNow ? INT64_MAX : stretch.to});
+}
+
 StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stretch) const {
     Part part{stretch};
     const auto isWithin = [&](const UnreadRecord& record) {
@@ -105,11 +116,15 @@ StepReader::Part StepReader::partOf(const TimelineRow& row, const Stretch& stret
         return part;
     }
     const auto isKnown = [&](const Stretch& alone) { return covers(alone, stretch); };
-    const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1 &&
-                     std::none_of(row.alone.begin(), row.alone.end(), isKnown);
+    const bool isAlone = std::any_of(row.alone.begin(), row.alone.end(), isKnown);
+    const bool gap = stretch.to != untilNow && stretch.to > stretch.from + 1 && !isAlone;
     const bool isBegin = row.beginLost && stretch.from == row.first;
     if (gap && (isBegin || record(stretch.from).created + allKept < now())) {
         part.doubt = missingText(stretch);
+        return part;
+    }
+    if (isLost(stretch) && !isAlone) { // nor do names tell: what a person did to the same file may be in it
+        part.doubt = forgottenText(stretch);
         return part;
     }
     for (const TimelineRow::Company& each : row.company)

@@ -2,6 +2,7 @@
 // Reads what is to be taken back: what happened between which listings, and whose it was.
 
 #include "Store/EditLog.hpp"
+#include "Store/Forgotten.hpp"
 #include "Store/History.hpp"
 #include "Timeline/Timeline.hpp"
 #include "Timeline/UndoPlan.hpp"
@@ -27,8 +28,8 @@ class StepReader {
   public:
     // All of one project, and outliving the reader; `records` by ascending number, without those that are `unread`.
     StepReader(const History& history, const std::vector<SnapshotMeta>& records,
-               const std::vector<UnreadRecord>& unread, const EditNotes& notes)
-        : history_(history), records_(records), unread_(unread), notes_(notes) {}
+               const std::vector<UnreadRecord>& unread, const EditNotes& notes, const Forgotten& forgotten)
+        : history_(history), records_(records), unread_(unread), notes_(notes), forgotten_(forgotten) {}
 
     // `rows` newest first. Steps without a difference are left out.
     [[nodiscard]] UndoSteps read(const std::vector<TimelineRow>& rows);
@@ -41,6 +42,7 @@ class StepReader {
     };
 
     [[nodiscard]] std::vector<Part> partsOf(const TimelineRow& row) const;
+    [[nodiscard]] bool isLost(const Stretch& stretch) const; // of the snapshots in it some were forgotten
     [[nodiscard]] Part partOf(const TimelineRow& row, const Stretch& stretch) const;
     void add(const TimelineRow& row, const Part& part, UndoSteps& steps);
     [[nodiscard]] std::optional<UndoStep::Paths> foundUnread(std::int64_t from, const Manifest& before,
@@ -54,6 +56,7 @@ class StepReader {
     const std::vector<SnapshotMeta>& records_;
     const std::vector<UnreadRecord>& unread_;
     const EditNotes& notes_;
+    const Forgotten& forgotten_;
     std::vector<std::pair<std::int64_t, Manifest>> read_; // the two that were asked for last
 };
 

@@ -119,6 +119,7 @@ bool UndoResult::acts() const {
 TurnUndo::TurnUndo(const Engine& engine, const Project& project)
     : engine_(engine), project_(project), history_(engine.store.history(project)),
       records_(history_.snapshots(unread_)), notes_(readNotedEdits(history_.folder())),
+      forgotten_(readForgotten(history_.folder())),
       timeline_(Timeline::of(project.root, records_, readLoggedHooks(engine.store), notes_.edits)) {
     for (TimelineRow& row : timeline_.rows)
         row.beginUnread = row.thinned && std::any_of(unread_.begin(), unread_.end(), [&](const UnreadRecord& each) {
@@ -230,7 +231,7 @@ TurnUndo::Actions TurnUndo::plan(UndoSteps& steps, const Manifest& now, const Op
 }
 
 UndoSteps TurnUndo::stepsOf(const UndoChoice& choice) const {
-    return StepReader(history_, records_, unread_, notes_).read(choice.rows);
+    return StepReader(history_, records_, unread_, notes_, forgotten_).read(choice.rows);
 }
 
 TurnUndo::Left TurnUndo::whatIsLeft(const UndoChoice& choice) const {

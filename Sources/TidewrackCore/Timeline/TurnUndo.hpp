@@ -3,6 +3,7 @@
 
 #include "Engine/Engine.hpp"
 #include "Store/EditLog.hpp"
+#include "Store/Forgotten.hpp"
 #include "Timeline/StepReader.hpp"
 #include "Timeline/Timeline.hpp"
 #include "Timeline/UndoPlan.hpp"
@@ -135,6 +136,7 @@ class TurnUndo {
     std::vector<UnreadRecord> unread_;
     std::vector<SnapshotMeta> records_;
     EditNotes notes_;
+    Forgotten forgotten_;
     Timeline timeline_;
     mutable std::optional<Manifest> present_; // the folder as it was when it was first asked for
     mutable std::vector<Warning> unseen_;     // what of it could not be seen

@@ -39,6 +39,7 @@ int cat(Invocation& call);
 int pin(Invocation& call);
 int unpin(Invocation& call);
 int prune(Invocation& call);
+int forget(Invocation& call);
 int check(Invocation& call);
 int usage(Invocation& call);
 int benchWalk(Invocation& call);
