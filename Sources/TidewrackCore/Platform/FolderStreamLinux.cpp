@@ -17,13 +17,17 @@ struct FolderStream::Position {
     alignas(dirent64) std::array<char, std::size_t{32} << 10> entries; // not zeroed: it is filled as it is used
 };
 
-FolderStream::FolderStream(Descriptor folder)
+FolderStream::FolderStream(Descriptor folder, Wanted)
     : folder_(std::move(folder)), error_(folder_ ? 0 : errno), position_(folder_ ? new Position : nullptr) {}
 
 FolderStream::~FolderStream() = default;
 
 int FolderStream::fd() const {
     return folder_.get();
+}
+
+int FolderStream::attributes(const char* name, Attributes& out) const {
+    return attributesAt(folder_.get(), name, out);
 }
 
 const char* FolderStream::next() {

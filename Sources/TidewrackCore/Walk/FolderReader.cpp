@@ -123,10 +123,10 @@ void FolderReader::read(FolderListing& listing, std::vector<std::string>& found)
     Descriptor folder;
     listing.error = openFolderBelow(root_, listing.path, folder);
     if (listing.error != 0) return;
-    FolderStream stream(std::move(folder));
+    FolderStream stream(std::move(folder), FolderStream::Wanted::attributes);
     while (const char* name = stream.next()) {
         FolderListing::Child child{};
-        const int error = attributesAt(stream.fd(), name, child.attributes);
+        const int error = stream.attributes(name, child.attributes);
         if (error != 0 && error != ENOENT) {
             if (listing.unknown.empty()) listing.unknownError = error;
             listing.unknown.emplace_back(name);
