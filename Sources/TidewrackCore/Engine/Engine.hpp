@@ -138,9 +138,6 @@ class Engine {
     enum class Sweep { everything, freed };
     PruneResult pruneLocked(const ProjectLock& lock, const Project& project, Date now, Sweep sweep = Sweep::everything,
                             std::optional<Date> upTo = std::nullopt) const;
-    // The same for these snapshots, whatever their age, pinned ones as well. Engine/Forget is who asks for it.
-    PruneResult removeLocked(const ProjectLock& lock, const Project& project, const std::set<std::int64_t>& seqs) const;
-    [[nodiscard]] PruneResult foreseeRemoval(const Project& project, const std::set<std::int64_t>& seqs) const;
     void setPinned(const Project& project, std::int64_t seq, bool pinned) const; // Throws TidewrackError noSnapshot.
 
     // --- Restore and undo ---

@@ -2,11 +2,13 @@
 
 #include "Store/Forgotten.hpp"
 #include "Support/Errors.hpp"
+#include "Support/Files.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <string>
-#include <tuple>
+#include <utility>
 
 namespace tidewrack {
 
@@ -43,13 +45,30 @@ std::vector<Turn> turnsIn(const std::vector<SnapshotMeta>& records) {
 
 struct Plan {
     ForgetResult result;
-    Forgotten forgotten; // as it is from the beginning of the removal
+    Forgotten forgotten;    // as it is from the beginning of the removal
+    bool isPending = false; // an earlier one was cut short
 };
+
+// What can't be read may be one that is to go, or the turn of one, and a removal that has begun may not be lost.
+std::vector<SnapshotMeta> readAll(const History& history, Forgotten& forgotten) {
+    std::string text;
+    const std::string path = forgottenPath(history.folder());
+    if (const int error = readFile(path, text); error == 0)
+        forgotten = decodeForgotten(text);
+    else if (error != ENOENT)
+        throw TidewrackError::io("read", path, error);
+    std::vector<SnapshotMeta> records = history.snapshots();
+    for (const std::int64_t seq : history.seqs()) {
+        const bool isRead =
+            std::any_of(records.begin(), records.end(), [&](const auto& each) { return each.seq == seq; });
+        if (!isRead) throw TidewrackError::io("can't read the record of snapshot #" + std::to_string(seq));
+    }
+    return records;
+}
 
 Plan planForget(const History& history, const ForgetChoice& choice) {
     Plan plan;
-    plan.forgotten = readForgotten(history.folder());
-    const std::vector<SnapshotMeta> records = history.snapshots();
+    const std::vector<SnapshotMeta> records = readAll(history, plan.forgotten);
     std::set<std::int64_t> removed;
     const std::set<std::int64_t> pending(plan.forgotten.snapshots.begin(), plan.forgotten.snapshots.end());
     const std::set<std::int64_t> named(choice.seqs.begin(), choice.seqs.end());
@@ -68,6 +87,7 @@ Plan planForget(const History& history, const ForgetChoice& choice) {
     result.removed.assign(removed.begin(), removed.end());
     result.remaining = records.size() - removed.size();
     plan.forgotten.lose(lostWith(records, removed));
+    plan.isPending = !pending.empty();
     plan.forgotten.snapshots = result.removed;
     return plan;
 }
@@ -97,16 +117,16 @@ ForgetResult forget(const Engine& engine, const Project& project, const ForgetCh
     if (acting == Engine::Acting::dryRun) {
         ForgetResult result = planForget(history, choice).result;
         const std::set<std::int64_t> removed(result.removed.begin(), result.removed.end());
-        if (!removed.empty()) result.contents = engine.foreseeRemoval(project, removed).removedBlobs;
+        if (!removed.empty()) result.contents = foreseeRemoval(engine, project, removed).removedBlobs;
         return result;
     }
     const ProjectLock lock(history.lockPath());
-    auto [result, forgotten] = planForget(history, choice);
-    if (result.removed.empty() && forgotten.snapshots == readForgotten(history.folder()).snapshots) return result;
+    auto [result, forgotten, isPending] = planForget(history, choice);
+    if (result.removed.empty() && !isPending) return result;
     const std::set<std::int64_t> removed(result.removed.begin(), result.removed.end());
-    (void)engine.foreseeRemoval(project, removed); // what can't be removed is refused before anything is written
+    (void)foreseeRemoval(engine, project, removed); // what can't be removed is refused before anything is written
     writeForgotten(lock, history.folder(), forgotten);
-    result.contents = engine.removeLocked(lock, project, removed).removedBlobs;
+    result.contents = removeSnapshots(engine, lock, project, removed).removedBlobs;
     history.bringRecordsToDisk(lock); // else a power cut may bring back a record that nobody would remove again
     forgotten.snapshots.clear();
     const auto seqs = history.seqs();

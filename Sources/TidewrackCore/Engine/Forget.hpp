@@ -35,6 +35,12 @@ struct ForgetResult {
 [[nodiscard]] ForgetResult forget(const Engine& engine, const Project& project, const ForgetChoice& choice,
                                   Engine::Acting acting);
 
+// What a prune does, for these snapshots whatever their age; and what it would do. Both tell nobody of it.
+PruneResult removeSnapshots(const Engine& engine, const ProjectLock& lock, const Project& project,
+                            const std::set<std::int64_t>& seqs);
+[[nodiscard]] PruneResult foreseeRemoval(const Engine& engine, const Project& project,
+                                         const std::set<std::int64_t>& seqs);
+
 // Where it can't be told any more who was at work once these snapshots are gone: from the one before each to the one
 // behind it, and for a turn whose beginning or end goes all of the turn, since nothing else may tell that its agent was
 // at work. `records` by ascending number.

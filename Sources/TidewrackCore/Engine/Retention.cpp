@@ -5,6 +5,7 @@
 
 #include "Engine/Caps.hpp"
 #include "Engine/Engine.hpp"
+#include "Engine/Forget.hpp"
 #include "Engine/RetentionPlan.hpp"
 #include "Engine/Usage.hpp"
 #include "Platform/Attributes.hpp"
@@ -352,13 +353,14 @@ PruneResult Engine::pruneLocked(const ProjectLock&, const Project& project, Date
     return carriedOut(history, planPrune(history, byAge(now, upTo), sweep));
 }
 
-PruneResult Engine::foreseeRemoval(const Project& project, const std::set<std::int64_t>& seqs) const {
-    return foreseen(planPruneUnlocked(store.history(project), byNumber(seqs)));
+PruneResult foreseeRemoval(const Engine& engine, const Project& project, const std::set<std::int64_t>& seqs) {
+    return foreseen(planPruneUnlocked(engine.store.history(project), byNumber(seqs)));
 }
 
-PruneResult Engine::removeLocked(const ProjectLock&, const Project& project, const std::set<std::int64_t>& seqs) const {
-    const History history = store.history(project);
-    return carriedOut(history, planPrune(history, byNumber(seqs), Sweep::everything));
+PruneResult removeSnapshots(const Engine& engine, const ProjectLock&, const Project& project,
+                            const std::set<std::int64_t>& seqs) {
+    const History history = engine.store.history(project);
+    return carriedOut(history, planPrune(history, byNumber(seqs), Engine::Sweep::everything));
 }
 
 void Engine::pruneIfDue(const ProjectLock& lock, const Project& project, std::int64_t age,
