@@ -45,14 +45,16 @@ class Expectation {
     }
 
     // At or below a nested project, a folder that git ignores or ignored then, or one in the place of a file that was
-    // not kept.
+    // left out or not kept.
     [[nodiscard]] bool covered(const std::string& path) const {
         for (std::string at = path; !at.empty(); at = parentPath(at)) {
             const Node* now = listedBefore(at);
             const Node* then = wantedAt(at);
             if (task_.nested.contains(at) || (now != nullptr && now->ignored) || (then != nullptr && then->ignored))
                 return true;
-            if (now != nullptr && now->isFolder() && then != nullptr && then->notKept()) return true;
+            const Node* listed = find(task_.target, at);
+            const bool wasUnkept = listed != nullptr && (listed->leftOutFile() || (then != nullptr && then->notKept()));
+            if (now != nullptr && now->isFolder() && wasUnkept) return true;
         }
         return false;
     }
