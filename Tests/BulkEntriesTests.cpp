@@ -84,8 +84,9 @@ TEST(BulkEntries, ofAllElseTheNameAloneIsBelieved) {
          {Packed{.type = 2}, Packed{.type = 5}, Packed{.flags = bulk::compressed}, Packed{.flags = bulk::dataless},
           Packed{.links = 2}, Packed{.common = bulk::common, .error = 13}, Packed{.file = bulk::fileLinks},
           Packed{.common = bulk::common & ~(bulk::error | bulk::device)}}) {
+        const std::string bytes = packed.bytes(); // in which the name lies
         std::vector<BulkEntry> entries;
-        ASSERT_TRUE(reads(packed.bytes(), 1, entries));
+        ASSERT_TRUE(reads(bytes, 1, entries));
         EXPECT_EQ(entries[0].name, "file");
         EXPECT_FALSE(entries[0].attributes);
     }
