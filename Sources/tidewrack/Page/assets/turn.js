@@ -203,7 +203,7 @@ function elsewhere(row) {
     return place;
 }
 
-const fewFiles = 8;
+const fewFiles = 24;
 const filesAtOnce = 60;
 
 /** Draws it in the pane. @param {any} row @param {import('./pane.js').IsLate} isLate @param {(path: string) => void} showVersions */
