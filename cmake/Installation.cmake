@@ -7,7 +7,7 @@ install(TARGETS tidewrack RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 if(TIDEWRACK_BROWSE) # beside the first, which starts it
   install(TARGETS tidewrack-browse RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" OPTIONAL)
 endif()
-install(FILES docs/man/tidewrack.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+install(FILES docs/man/tidewrack.1 docs/man/tidewrack-browse.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 install(FILES docs/man/tidewrack-store.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5")
 install(FILES completions/tidewrack.bash
   DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME tidewrack)
@@ -15,7 +15,7 @@ install(FILES completions/_tidewrack DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/s
 install(FILES completions/tidewrack.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 install(DIRECTORY packaging/plugins DESTINATION "${CMAKE_INSTALL_DATADIR}/tidewrack")
 install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/compatibility.md docs/guard.md docs/hooks.md docs/json.md docs/json.schema.json docs/mcp.md
+install(FILES docs/compatibility.md docs/guard.md docs/hooks.md docs/json.md docs/json.schema.json docs/mcp.md docs/mirror.md
   docs/store-format.md docs/threats.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 if(TIDEWRACK_NOTICES)
   install(DIRECTORY "${TIDEWRACK_NOTICES}/" DESTINATION "${CMAKE_INSTALL_DOCDIR}/libraries")
